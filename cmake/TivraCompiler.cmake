@@ -1,0 +1,34 @@
+# Flags that every target of this tree shares, as one interface target.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+find_program(TIVRA_CCACHE ccache)
+if(TIVRA_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TIVRA_CCACHE})
+endif()
+
+add_library(tivra_flags INTERFACE)
+target_compile_options(tivra_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wformat=2 -Wcast-qual -Wold-style-cast
+  # A contracted multiply-add changes decoded values.
+  -ffp-contract=off
+  -fno-omit-frame-pointer)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  target_compile_options(tivra_flags INTERFACE -Wthread-safety -Wthread-safety-beta)
+endif()
+if(TIVRA_WARNINGS_AS_ERRORS)
+  target_compile_options(tivra_flags INTERFACE -Werror)
+endif()
+if(TIVRA_SANITIZE)
+  target_compile_options(tivra_flags INTERFACE -fsanitize=${TIVRA_SANITIZE} -fno-sanitize-recover=undefined)
+  target_link_options(tivra_flags INTERFACE -fsanitize=${TIVRA_SANITIZE})
+endif()
+if(TIVRA_CHECK_LOCK_ORDER)
+  target_compile_definitions(tivra_flags INTERFACE TP_CHECK_LOCK_ORDER=1)
+endif()

@@ -1,0 +1,12 @@
+# What gets built beside the library. A project that embeds tivra gets the library alone.
+set(_top ${PROJECT_IS_TOP_LEVEL})
+option(TIVRA_BUILD_SIM "Build the hub simulator library" ${_top})
+option(TIVRA_BUILD_TOOLS "Build tivra-hub and tivra-cat" ${_top})
+option(TIVRA_BUILD_EXAMPLES "Build the examples" ${_top})
+option(TIVRA_BUILD_TESTS "Build the tests" ${_top})
+option(TIVRA_BUILD_BENCH "Build the benchmarks" OFF)
+option(TIVRA_BUILD_FUZZ "Build the libFuzzer targets (clang only)" OFF)
+option(TIVRA_WARNINGS_AS_ERRORS "Treat warnings as errors; on in our presets only" OFF)
+set(TIVRA_SANITIZE "" CACHE STRING "Value of -fsanitize= for everything built here, empty for none")
+option(TIVRA_CHECK_LOCK_ORDER "Check the lock order at run time (debug and sanitizer builds)" OFF)
+unset(_top)
