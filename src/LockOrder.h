@@ -1,0 +1,38 @@
+#pragma once
+
+#include <tp/Mutex.h>
+
+/// The one order in which the engine's mutexes may be taken: a thread that holds a mutex may only take one of a
+/// higher number. Debug builds check it at run time. docs/architecture.md explains the groups.
+namespace tivra_internal {
+
+inline constexpr tp::LockRank kLockStart{10, "m_start_mutex"};
+inline constexpr tp::LockRank kLockStop{20, "m_stop_mutex"};
+inline constexpr tp::LockRank kLockDisconnectHubClientLst{30, "disconnectHubClientLst_mutex"};
+inline constexpr tp::LockRank kLockNewQRHQueue{40, "newQRHQueue_mutex"};
+inline constexpr tp::LockRank kLockReadHandlerPointer{50, "HubClient::m_rqh_mutex"};
+inline constexpr tp::LockRank kLockReqQ{60, "m_reqQ_mutex"};
+inline constexpr tp::LockRank kLockRegisterHub{70, "m_registerHub_mutex"};
+inline constexpr tp::LockRank kLockQueueReset{80, "Queue::m_reset_mutex"};
+inline constexpr tp::LockRank kLockXRefHubLst{90, "m_XRefHubLst_mutex"};
+inline constexpr tp::LockRank kLockHubSourceStatus{100, "m_hubSourceStatus_mutex"};
+inline constexpr tp::LockRank kLockHubClientsMap{110, "m_hubClientsMap_mutex"};
+inline constexpr tp::LockRank kLockHubClient{120, "a mutex of HubClient"};
+inline constexpr tp::LockRank kLockHubER{130, "m_hubER_mutex"};
+inline constexpr tp::LockRank kLockSessionRequest{140, "SessionImpl::m_request_mutex"};
+inline constexpr tp::LockRank kLockReactorRequest{150, "HubEventReactor::m_request_mutex"};
+inline constexpr tp::LockRank kLockHubWatchlist{160, "HubWatchlist::m_watchlist_mutex"};
+inline constexpr tp::LockRank kLockWatchlist{170, "Watchlist::m_watchlist_mutex"};
+inline constexpr tp::LockRank kLockReqRespMap{180, "m_reqRespMap_mutex"};
+
+// Leaf mutexes: held alone, but for the pairs that the numbers below allow.
+inline constexpr tp::LockRank kLockLeaf{1000, "a leaf mutex"};
+inline constexpr tp::LockRank kLockHostConfigMap{1000, "hostConfigMap_mutex"};
+inline constexpr tp::LockRank kLockHost{1010, "m_host_mutex"};
+inline constexpr tp::LockRank kLockParameters{1020, "HostConfigImpl's parameter mutex"};
+inline constexpr tp::LockRank kLockEntitledSrcClientMap{1000, "m_entitledSrcClientMap_mutex"};
+inline constexpr tp::LockRank kLockSessionEvent{1010, "m_session_event_mutex"};
+inline constexpr tp::LockRank kLockThreadVector{1010, "m_threadVector_mutex"};
+inline constexpr tp::LockRank kLockAbort{1010, "m_abort_mutex"};
+
+} // namespace tivra_internal

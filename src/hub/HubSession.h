@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <event/SessionEvent.h>
+#include <session/Session.h>
+
+namespace tivra_internal {
+
+class DictionaryCache;
+class HostConfigImpl;
+class HubClient;
+class QueueReadHandler;
+class RequestInternal;
+class RequestSender;
+class Watchlist;
+
+/// What a hub connection may ask of the session that owns it.
+/// @thread hub, unless a line says otherwise; every operation locks for itself.
+class HubSession {
+public:
+    virtual ~HubSession() = default;
+
+    // --- standing of the session ---
+    [[nodiscard]] virtual tivra::Session::States getState() const = 0;
+    [[nodiscard]] virtual bool isCMconnection() const = 0;
+    /// `stopRequested` or `shutdownInProgress` is set: long waits must end.
+    [[nodiscard]] virtual bool isStopping() const = 0;
+    [[nodiscard]] virtual bool isInitiallyEstablished() const = 0;
+    [[nodiscard]] virtual int getQueueDepthThreshold() const = 0;
+    /// The word for the application's binding language in the login request.
+    [[nodiscard]] virtual std::string getLanguage() const = 0;
+
+    // --- first hubs ---
+    /// Makes the client the session's `firstHubClient` when there is none yet.
+    virtual void claimFirstHubClient(HubClient* client) = 0;
+    /// True for `firstHubClient`, the one that loads the enumeration.
+    [[nodiscard]] virtual bool isFirstHubClient(const HubClient* client) const = 0;
+    /// True for the newest first hub, which runs the dictionary and port steps (`getfirstHubClientFrmLst`).
+    [[nodiscard]] virtual bool isNewestFirstHub(const HubClient* client) const = 0;
+
+    // --- losses and readiness ---
+    /// Puts the client into `m_hubDownLst`.
+    virtual void noteHubDown(HubClient* client) = 0;
+    /// Adds one to `m_downSinceLastCheck`; called for a client that was ready when its connection closed.
+    virtual void countHubLoss(HubClient* client) = 0;
+    /// Under `newQRHQueue_mutex`: calls `client->markReady()` and queues the client for a read handler when it
+    /// has none.
+    virtual void enterReadyHub(HubClient* client) = 0;
+
+    // --- return codes, dictionary ---
+    [[nodiscard]] virtual bool haveEnum() const = 0;
+    virtual void setHaveEnum() = 0;
+    [[nodiscard]] virtual const char* getRetCodeDesc(int code) const = 0;
+    virtual void setRetCodeDesc(int code, const char* text, long length) = 0;
+    [[nodiscard]] virtual DictionaryCache& getDictionaryCache() = 0;
+    virtual void startDicReload() = 0;
+    virtual void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
+                                    int queueDepth) = 0;
+
+    // --- sources ---
+    /// A source that this hub itself carries: `srcClientMap` (first come stays) and `hubClientSrcMap`.
+    virtual void addBoxSource(int src, HubClient* client) = 0;
+    /// A source of the user. Enters it in `srcClientMap` with `entHub` (may be null) when it has no entry; when it
+    /// had one, the user is entitled to it and a non-null client enters `entitledSrcClientMap`.
+    /// Returns true when the source already had an entry.
+    virtual bool addUserSource(int src, HubClient* entHub) = 0;
+    /// `srcClientMap[src]` becomes this client.
+    virtual void assignSource(int src, HubClient* client) = 0;
+    struct PortCursor {
+        int source = -1;   ///< the next source to ask about, -1 when none is left
+        bool last = false; ///< no further source without a hub follows
+    };
+    /// The first source above `after` that no hub carries; news sources on the way go to `client`.
+    [[nodiscard]] virtual PortCursor nextSourceWithoutHub(int after, HubClient* client) = 0;
+
+    // --- other hubs of the same group ---
+    enum class HubLookup { Found, NoHostConfig, NoClient };
+    /// `srcClientMap[src]` becomes the client of the host with this host info string.
+    [[nodiscard]] virtual HubLookup assignSourceToHost(int src, const std::string& hostInfo) = 0;
+    /// Makes a client for a host that a hub has named, with the parameters of `like`, unless one exists.
+    virtual void createHubForHost(const std::string& hostInfo, HostConfigImpl& like) = 0;
+    virtual void addSplitExchange(int src, HubClient* client) = 0;
+    virtual void addSplitSymbol(int src, const std::string& pattern, HubClient* client) = 0;
+
+    // --- requests ---
+    [[nodiscard]] virtual Watchlist& getWatchlist() = 0;
+    [[nodiscard]] virtual RequestSender& getRequestSender() = 0;
+    /// A listed request is about to be written again after a reconnect: its answer is expected anew.
+    virtual void noteReplay(const RequestInternal& request, HubClient* client) = 0;
+};
+
+} // namespace tivra_internal
