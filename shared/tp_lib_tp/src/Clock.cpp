@@ -1,0 +1,56 @@
+#include <tp/Clock.h>
+
+namespace tp {
+
+namespace {
+
+// Added to the system's times, or, while the clocks stand, the times themselves.
+std::atomic<bool> s_stands{false};
+std::atomic<double> s_wall{0.0};
+std::atomic<double> s_monotonic{0.0};
+
+void add(std::atomic<double>& value, double seconds) noexcept {
+    double old = value.load();
+    while (!value.compare_exchange_weak(old, old + seconds)) {
+    }
+}
+
+} // namespace
+
+void Clock::setManual(double epochSeconds, double monotonicSeconds) noexcept {
+    s_wall = epochSeconds;
+    s_monotonic = monotonicSeconds;
+    s_stands = true;
+    s_replaced = true;
+}
+
+void Clock::advance(double seconds) noexcept {
+    // The monotonic clock first: who sees the new wall time sees the new monotonic time too.
+    add(s_monotonic, seconds);
+    add(s_wall, seconds);
+    s_replaced = true;
+}
+
+void Clock::stepWallClock(double seconds) noexcept {
+    add(s_wall, seconds);
+    s_replaced = true;
+}
+
+void Clock::setReal() noexcept {
+    s_replaced = false;
+    s_stands = false;
+    s_wall = 0.0;
+    s_monotonic = 0.0;
+}
+
+double Clock::replacedNow() noexcept {
+    const double wall = s_wall.load();
+    return s_stands.load() ? wall : systemNow() + wall;
+}
+
+double Clock::replacedMonotonic() noexcept {
+    const double monotonic = s_monotonic.load();
+    return s_stands.load() ? monotonic : systemMonotonic() + monotonic;
+}
+
+} // namespace tp

@@ -1,0 +1,83 @@
+#include <tp/Thread.h>
+
+#include <csignal>
+#include <pthread.h>
+#include <utility>
+
+namespace tp {
+
+namespace {
+
+thread_local bool t_libraryThread = false;
+
+// A new thread inherits its creator's mask.
+class SignalsBlocked {
+public:
+    SignalsBlocked() noexcept {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &m_before);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t m_before{};
+};
+
+std::thread startWithSignalsBlocked(std::string name, std::function<void()> body) {
+    const SignalsBlocked blocked;
+    return std::thread([name = std::move(name), body = std::move(body)] {
+        const LibraryThreadMark mark;
+        setThreadName(name);
+        body();
+    });
+}
+
+} // namespace
+
+void setThreadName(const std::string& name) noexcept {
+    constexpr std::size_t kernelLimit = 15;
+    char kept[kernelLimit + 1] = {};
+    name.copy(kept, kernelLimit);
+    pthread_setname_np(pthread_self(), kept);
+}
+
+bool onLibraryThread() noexcept {
+    return t_libraryThread;
+}
+
+LibraryThreadMark::LibraryThreadMark() noexcept : m_before(t_libraryThread) {
+    t_libraryThread = true;
+}
+
+LibraryThreadMark::~LibraryThreadMark() {
+    t_libraryThread = m_before;
+}
+
+Thread::Thread(std::string name, std::function<void()> body)
+    : m_thread(startWithSignalsBlocked(std::move(name), std::move(body))) {}
+
+Thread::~Thread() {
+    join();
+}
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    if (this != &other) {
+        join();
+        m_thread = std::move(other.m_thread);
+    }
+    return *this;
+}
+
+void Thread::join() {
+    if (!m_thread.joinable())
+        return;
+    if (isCurrent())
+        m_thread.detach();
+    else
+        m_thread.join();
+}
+
+} // namespace tp
