@@ -1,0 +1,12 @@
+#ifndef TIVRA_API_H
+#define TIVRA_API_H
+
+/// @file
+/// Marks what the shared library exports. Everything else in it is hidden.
+#if defined(__GNUC__) || defined(__clang__)
+#    define TIVRA_API __attribute__((visibility("default")))
+#else
+#    define TIVRA_API
+#endif
+
+#endif

@@ -1,0 +1,84 @@
+#ifndef TIVRA_MESSAGEEVENT_H
+#define TIVRA_MESSAGEEVENT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "TivraApi.h"
+
+namespace tivra_internal {
+class HandleAccess;
+class MessageEventImpl;
+} // namespace tivra_internal
+
+namespace tivra {
+
+class MessageReader;
+class Session;
+
+/// A message of a hub, handed to MessageEventHandler::onMessageEvent and valid during that call only: the
+/// object is used again for the next message. One that was kept answers with empty values.
+///
+/// Texts are built anew at each call; an application in a hurry fetches each once.
+///
+/// @thread user
+class TIVRA_API MessageEvent {
+public:
+    /// The kinds of message.
+    enum Types {
+        IMAGE_PART = 0,     ///< data of a query's answer
+        IMAGE_COMPLETE = 1, ///< the end of a query's answer; getStatusCode() tells how it went
+        UPDATE = 2,         ///< a change of a subscribed symbol
+        REFRESH = 3,        ///< the full state of a subscribed symbol, sent without being asked for
+        STATUS = 4          ///< the answer to a request that isn't a query
+    };
+
+    MessageEvent(const MessageEvent&) = delete;
+    MessageEvent& operator=(const MessageEvent&) = delete;
+
+    /// The kind of this message.
+    Types getType() const;
+    /// The fields of the message, positioned before the first one. The same object as the event's, so a
+    /// second call goes on where the first reader stands.
+    MessageReader& getReader() const;
+    /// The session that received the message.
+    Session& getSession() const;
+    /// Whether the hub may conflate this message: 1 yes, 0 no, -1 unknown because
+    /// HostConfig::CONFLATION_INDICATOR_BOOL is off or the hub's dictionary can't tell.
+    int isConflatable() const;
+    /// The symbol; empty when the message has none.
+    std::string getSymbol() const;
+    /// The permission number; 0 when the message has none.
+    int getPermission() const;
+    /// The source number; 0 when the message has none.
+    int getSource() const;
+    /// The hub's code; 0 means success or that the message carries none.
+    int getStatusCode() const;
+    /// The name of that code; "Unknown code" for one that nobody has named.
+    std::string getStatusString() const;
+    /// The tag that Session::send returned for the request that this answers; 0 for a message nobody asked
+    /// for.
+    int64_t getTag() const;
+
+    /// How many alternate identifiers of the symbol the message carries.
+    size_t getNumberofAlternateIndexes() const;
+    /// The token number of the i-th, from 0; -1 beyond the last.
+    int getAlternateIndexTokenNumber(size_t i) const;
+    /// The token name of the i-th, from 0; empty beyond the last.
+    std::string getAlternateIndexTokenName(size_t i) const;
+    /// The value of the i-th, from 0; empty beyond the last.
+    std::string getAlternateIndexValue(size_t i) const;
+
+private:
+    friend class tivra_internal::HandleAccess;
+
+    explicit MessageEvent(tivra_internal::MessageEventImpl* impl) noexcept;
+    ~MessageEvent();
+
+    tivra_internal::MessageEventImpl* messsgeEventImpl;
+};
+
+} // namespace tivra
+
+#endif

@@ -1,0 +1,76 @@
+#ifndef TIVRA_HOSTCONFIG_H
+#define TIVRA_HOSTCONFIG_H
+
+#include "TivraApi.h"
+
+namespace tivra_internal {
+class HandleAccess;
+class HostConfigImpl;
+} // namespace tivra_internal
+
+namespace tivra {
+
+/// The settings of one host where they differ from those of all connections, obtained with
+/// ConnectionConfig::getHostConfig.
+///
+/// No setter fails; a wrong parameter is logged at the warning level and changes nothing. Setters return the
+/// object itself, so that calls chain. The first value given to a _LONG parameter of a host stays in force;
+/// later ones are ignored. A _BOOL parameter can be set again.
+///
+/// Long values are stored as given and brought into range where they are used.
+///
+/// @thread application, before Session::start; lives as long as its session.
+class TIVRA_API HostConfig {
+public:
+    /// The parameters of a connection. The end of a name tells the type that `set` must be called with.
+    enum Parameters {
+        /// This host is a backup: used when the primary hosts are lost. Per host only; default false.
+        BACKUP_BOOL = 0,
+        /// Ask the hub for compressed data. Default true.
+        COMPRESSION_BOOL = 1,
+        /// Ask the hub to mark messages that may not be conflated (MessageEvent::isConflatable). Default
+        /// false.
+        CONFLATION_INDICATOR_BOOL = 2,
+        /// Milliseconds over which the hub conflates updates; default 1000.
+        CONFLATION_INTERVAL_LONG = 3,
+        /// Seconds without data after which a connection counts as lost; 0 (or below) turns that off;
+        /// default 5.
+        READ_TIMEOUT_LONG = 4,
+        /// Seconds that one attempt to connect may take; used within 0 to 2000000; default 5.
+        CONNECTION_TIMEOUT_LONG = 5,
+        /// Failed attempts after which a hub is given up; below 0 counts as 0; default 5.
+        CONNECTION_RETRY_LIMIT_LONG = 6,
+        /// Megabytes of the hub's receive queue; below 1 counts as 1; default 1.
+        QUEUE_SIZE_LONG = 7,
+        /// Milliseconds that a connect may block the hub's thread; used within 0 to 60000; default 200.
+        BLOCKING_CONNECTION_TIME_LIMIT_LONG = 8,
+        /// Kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval; default 1.
+        CONFLATION_TYPE_LONG = 9,
+        /// How full the receive queue must be, in percent, for just-in-time conflation to begin; default 25.
+        JIT_CONFLATION_THRESHOLD_PERCENT_LONG = 10
+    };
+
+    HostConfig(const HostConfig&) = delete;
+    HostConfig& operator=(const HostConfig&) = delete;
+
+    /// Sets a parameter whose name ends in _LONG for this host. The first value stays.
+    HostConfig& set(Parameters parameter, long value);
+    /// The same for a value written as a plain int, which would otherwise fit `long` and `bool` alike.
+    HostConfig& set(Parameters parameter, int value) { return set(parameter, static_cast<long>(value)); }
+    /// Sets a parameter whose name ends in _BOOL for this host.
+    HostConfig& set(Parameters parameter, bool value);
+    /// Keeps a pointer (a text, say) from passing as a bool.
+    HostConfig& set(Parameters parameter, const void* value) = delete;
+
+private:
+    friend class tivra_internal::HandleAccess;
+
+    explicit HostConfig(tivra_internal::HostConfigImpl* impl) noexcept;
+    ~HostConfig();
+
+    tivra_internal::HostConfigImpl* hostCfgImpl;
+};
+
+} // namespace tivra
+
+#endif

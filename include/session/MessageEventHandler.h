@@ -1,0 +1,39 @@
+#ifndef TIVRA_MESSAGEEVENTHANDLER_H
+#define TIVRA_MESSAGEEVENTHANDLER_H
+
+#include "TivraApi.h"
+
+namespace tivra {
+
+class MessageEvent;
+
+/// What an application implements to receive quotes, trades and answers to its requests.
+///
+/// The contract of the callback:
+///  - Thread: any user thread of the library. With SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL on there
+///    are several, and calls for different hubs run at the same time; calls for one hub never do. Otherwise
+///    it is one thread.
+///  - May be called inside: Session::send and everything else on a session but the following.
+///  - Must not be called inside: Session::start, Session::stop, APIFactory::destroySession and
+///    APIFactory::destroyUserInfo; they are refused there with a critical log line.
+///  - May be kept: nothing. The event, its reader and all that they point at belong to the library again when
+///    the call returns; copy what is needed. An event that was kept answers with empty values.
+///  - How long: shorter than the time between two messages on average. While it runs the hub's receive queue
+///    fills up, and when the queue is full data is lost (see StatisticsEvent::DROP).
+///  - Exceptions must not leave it.
+///
+/// The library never deletes a handler; it must outlive the session that it was registered with.
+class TIVRA_API MessageEventHandler {
+public:
+    MessageEventHandler() = default;
+    MessageEventHandler(const MessageEventHandler&) = default;
+    MessageEventHandler& operator=(const MessageEventHandler&) = default;
+    virtual ~MessageEventHandler();
+
+    /// Called once per message, in the order in which the hub sent them.
+    virtual void onMessageEvent(const MessageEvent& event) = 0;
+};
+
+} // namespace tivra
+
+#endif

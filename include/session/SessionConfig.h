@@ -1,0 +1,70 @@
+#ifndef TIVRA_SESSIONCONFIG_H
+#define TIVRA_SESSIONCONFIG_H
+
+#include "TivraApi.h"
+
+namespace tivra_internal {
+class HandleAccess;
+class SessionConfigImpl;
+} // namespace tivra_internal
+
+namespace tivra {
+
+/// The settings that concern a session as a whole, obtained with Session::getSessionConfig.
+///
+/// They are read by Session::start, so set them before it. No setter fails: a value out of range is corrected
+/// and logged at the warning level, a parameter of the other type is logged and changes nothing. Setters
+/// return the object itself, so that calls chain.
+///
+/// @thread application; lives as long as its session.
+class TIVRA_API SessionConfig {
+public:
+    /// The parameters. The end of a name tells the type that `set` must be called with.
+    enum Parameters {
+        /// Deprecated; setting it only logs a warning.
+        RECOVERY_BOOL = 0,
+        /// true: hubs and callbacks are spread over several threads. Default false: one thread for all hubs,
+        /// one
+        /// for all callbacks.
+        MULTITHREADED_API_CONNECTIONS_BOOL = 1,
+        /// Most threads for callbacks when multithreaded. 0 or above; default 0, no limit: one per hub.
+        MAX_USER_THREADS_LONG = 2,
+        /// Most threads for hub connections when multithreaded. 0 or above; default 0, no limit: one per hub.
+        MAX_HUB_THREADS_LONG = 3,
+        /// How many requests may wait to be sent. 100000 to 50000000; default 100000.
+        MAX_REQUEST_QUEUE_SIZE_LONG = 4,
+        /// true: standing requests are remembered and sent again after a loss or a restart. Setting it to
+        /// true
+        /// raises MAX_REQUEST_QUEUE_SIZE_LONG to 10000000 unless that was set before. Default false.
+        WATCHLIST_BOOL = 5,
+        /// How many standing requests are remembered. 1 or above; default 10000000.
+        MAX_WATCHLIST_SIZE_LONG = 6,
+        /// How full a receive queue must be, in percent, for an alarm event. 1 to 101, where 101 means never;
+        /// default 70.
+        QUEUE_DEPTH_THRESHOLD_PERCENT_LONG = 7
+    };
+
+    SessionConfig(const SessionConfig&) = delete;
+    SessionConfig& operator=(const SessionConfig&) = delete;
+
+    /// Sets a parameter whose name ends in _LONG.
+    SessionConfig& set(Parameters parameter, long value);
+    /// The same for a value written as a plain int, which would otherwise fit `long` and `bool` alike.
+    SessionConfig& set(Parameters parameter, int value) { return set(parameter, static_cast<long>(value)); }
+    /// Sets a parameter whose name ends in _BOOL.
+    SessionConfig& set(Parameters parameter, bool value);
+    /// Keeps a pointer (a text, say) from passing as a bool.
+    SessionConfig& set(Parameters parameter, const void* value) = delete;
+
+private:
+    friend class tivra_internal::HandleAccess;
+
+    explicit SessionConfig(tivra_internal::SessionConfigImpl* impl) noexcept;
+    ~SessionConfig();
+
+    tivra_internal::SessionConfigImpl* sessionConfigImpl;
+};
+
+} // namespace tivra
+
+#endif

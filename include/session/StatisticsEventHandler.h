@@ -1,0 +1,34 @@
+#ifndef TIVRA_STATISTICSEVENTHANDLER_H
+#define TIVRA_STATISTICSEVENTHANDLER_H
+
+#include "TivraApi.h"
+
+namespace tivra {
+
+class StatisticsEvent;
+
+/// What an application implements to receive the counters of its session at a fixed interval.
+///
+/// The contract of the callback:
+///  - Thread: the first user thread of the library, one call at a time.
+///  - May be called inside: Session::getState, Session::send and the like; not Session::start,
+///    Session::stop, APIFactory::destroySession or APIFactory::destroyUserInfo.
+///  - May be kept: nothing; the event is destroyed when the call returns.
+///  - How long: well below a millisecond; the timers of that thread wait for it.
+///  - Exceptions must not leave it.
+///
+/// The library never deletes a handler; it must outlive the session that it was registered with.
+class TIVRA_API StatisticsEventHandler {
+public:
+    StatisticsEventHandler() = default;
+    StatisticsEventHandler(const StatisticsEventHandler&) = default;
+    StatisticsEventHandler& operator=(const StatisticsEventHandler&) = default;
+    virtual ~StatisticsEventHandler();
+
+    /// Called once per interval given to Session::registerStatisticsEventHandler.
+    virtual void onStatisticsEvent(const StatisticsEvent& event) = 0;
+};
+
+} // namespace tivra
+
+#endif

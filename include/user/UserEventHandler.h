@@ -1,0 +1,34 @@
+#ifndef TIVRA_USEREVENTHANDLER_H
+#define TIVRA_USEREVENTHANDLER_H
+
+#include "TivraApi.h"
+
+namespace tivra {
+
+class UserEvent;
+
+/// What an application implements to hear whether its user has been accepted.
+///
+/// The contract of the callback:
+///  - Thread: the first user thread of the library, at most one call per second.
+///  - May be called inside: UserInfo::getState, Session::getState, Session::send and the like; not
+///    Session::start, Session::stop, APIFactory::destroySession or APIFactory::destroyUserInfo.
+///  - May be kept: nothing; the event is destroyed when the call returns.
+///  - How long: well below a millisecond; session events and statistics wait for it.
+///  - Exceptions must not leave it.
+///
+/// The library never deletes a handler; it must outlive the user that it was given to.
+class TIVRA_API UserEventHandler {
+public:
+    UserEventHandler() = default;
+    UserEventHandler(const UserEventHandler&) = default;
+    UserEventHandler& operator=(const UserEventHandler&) = default;
+    virtual ~UserEventHandler();
+
+    /// Called when the login result of the user changes, not once per hub.
+    virtual void onUserEvent(const UserEvent& event) = 0;
+};
+
+} // namespace tivra
+
+#endif
