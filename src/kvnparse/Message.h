@@ -1,0 +1,131 @@
+#pragma once
+
+#include "kvnparse/Denom.h"
+#include "kvnparse/TVPair.h"
+#include "kvnparse/bufref.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace KVNAPI {
+
+class Exchange;
+
+/// One wire message in memory: header fields, the pairs in wire order and the storage of their text. Made and
+/// dropped for every message of the hot path, so 32 pairs and 64 bytes of text live inside the object and
+/// nothing of that is cleared beforehand. Belongs to one thread at a time.
+class Message {
+public:
+    static constexpr int STATICPAIRS = 32;
+    static constexpr std::size_t STATICAREA = 64;
+
+    Message() noexcept;
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
+    virtual ~Message();
+
+    bufref symbol;                        ///< the instrument; `len` 0 when absent
+    const Exchange* exchange = nullptr;   ///< source of the message, null when absent
+    const Exchange* permission = nullptr; ///< permission id, null when absent
+    char market = 0;                      ///< the part code, 0 when absent
+    unsigned isRefresh : 1;               ///< the message is an image refresh
+    const Denom* denomcode;               ///< display precision; Denom::Unknown_ when absent
+    unsigned isRetCodePresent : 1;        ///< the message carried the query status token
+    unsigned isTagPresent : 1;            ///< the message carried the query tag token
+    unsigned isAltIndexPresent : 1;       ///< the message carried an alternate identifier
+    std::int32_t paircount = 0;           ///< pairs in use
+    TVPair* pairs;                        ///< the inline array, or one on the heap
+    char* nextArea;                       ///< first free byte of the text area
+    char* endArea;                        ///< end of the text area
+    char* startArea;                      ///< start of the text area, inline or on the heap
+
+    /// Empties the message and gives back any heap storage.
+    void reset() noexcept;
+
+    [[nodiscard]] TVPair* pair(int index) noexcept { return pairs + index; }
+    [[nodiscard]] const TVPair* pair(int index) const noexcept { return pairs + index; }
+    [[nodiscard]] int pairCount() const noexcept { return paircount; }
+
+    /// The new last pair, uninitialised. Throws std::bad_alloc, as every growth here does.
+    TVPair* addPair() {
+        if (paircount >= STATICPAIRS)
+            verifyAdd();
+        return pairs + paircount++;
+    }
+    /// Drops the last pair, if there is one.
+    void popPair() noexcept {
+        if (paircount > 0)
+            --paircount;
+    }
+    /// Moves the pairs from `position` up by one and returns the slot, whose content is undefined. Null, with
+    /// nothing done, when `position` is not from 0 to the count of pairs.
+    TVPair* insertPair(int position);
+    /// Drops the pair at `position`; nothing when there is none.
+    void removePair(int position) noexcept;
+
+    /// The first pair with that token, or null.
+    [[nodiscard]] TVPair* findPair(const Token* token) noexcept;
+    [[nodiscard]] const TVPair* findPair(const Token* token) const noexcept;
+    /// Index of the first or of the last pair with that token, or -1.
+    [[nodiscard]] int findPosition(const Token* token) const noexcept;
+    [[nodiscard]] int rFindPosition(const Token* token) const noexcept;
+
+    /// Room for `count` bytes at the returned place. Bytes that were written there and not confirmed are lost
+    /// when the area grows.
+    char* verifyArea(std::size_t count) {
+        if (count > static_cast<std::size_t>(endArea - nextArea))
+            __verifyArea(count);
+        return nextArea;
+    }
+    /// Takes `count` verified bytes into use.
+    void confirmArea(std::size_t count) noexcept { nextArea += count; }
+    /// Adds a string pair over `count` bytes written at `nextArea`, and confirms them.
+    void confirmAndAdd(Token* token, std::size_t count) {
+        addPair()->setB(token, bufref(nextArea, count));
+        nextArea += count;
+    }
+    /// Adds a string pair over a copy of the bytes.
+    void addCopyStr(Token* token, bufref text) { __addCopyStr(token, text); }
+
+    /// Pulls the symbol and every string value into the message's own text area.
+    void copyStrings();
+
+    /// Makes this an independent copy, which shares only tokens and exchanges with `source`. The three
+    /// present flags are not copied: a caller that needs them sets them.
+    void deepCopy(const Message* source);
+
+    /// Walks the pairs of a message in wire order.
+    class iterator {
+    public:
+        explicit iterator(const Message* message) noexcept
+            : cur_(message->pairs), last_(message->pairs + message->paircount) {}
+        [[nodiscard]] TVPair* next() noexcept { return cur_ == last_ ? nullptr : cur_++; }
+
+    private:
+        TVPair* cur_;
+        TVPair* last_;
+    };
+
+private:
+    void verifyAdd();
+    void __verifyArea(std::size_t count);
+    void __addCopyStr(Token* token, bufref text);
+    [[nodiscard]] std::size_t textInArea() const noexcept;
+    [[nodiscard]] bool isInArea(const bufref& text) const noexcept;
+    void copyIntoArea(bufref& text);
+
+    [[nodiscard]] TVPair* inlinePairs() noexcept { return reinterpret_cast<TVPair*>(_pairs); }
+    [[nodiscard]] bool usesInlinePairs() const noexcept {
+        return static_cast<const void*>(pairs) == static_cast<const void*>(_pairs);
+    }
+    [[nodiscard]] bool usesInlineArea() const noexcept { return startArea == _staticArea; }
+
+    std::int32_t _pairsalloc = STATICPAIRS;
+    alignas(TVPair) std::byte _pairs[STATICPAIRS * sizeof(TVPair)];
+    char _staticArea[STATICAREA];
+    std::unique_ptr<std::byte[]> m_heapPairs;
+    std::unique_ptr<char[]> m_heapArea;
+};
+
+} // namespace KVNAPI
