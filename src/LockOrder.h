@@ -2,8 +2,8 @@
 
 #include <tp/Mutex.h>
 
-/// The one order in which the engine's mutexes may be taken: a thread that holds a mutex may only take one of a
-/// higher number. Debug builds check it at run time. docs/architecture.md explains the groups.
+/// The one order in which the engine's mutexes may be taken: a thread that holds a mutex may only take one of
+/// a higher number. Debug builds check it at run time. docs/architecture.md explains the groups.
 namespace tivra_internal {
 
 inline constexpr tp::LockRank kLockStart{10, "m_start_mutex"};
@@ -34,5 +34,7 @@ inline constexpr tp::LockRank kLockEntitledSrcClientMap{1000, "m_entitledSrcClie
 inline constexpr tp::LockRank kLockSessionEvent{1010, "m_session_event_mutex"};
 inline constexpr tp::LockRank kLockThreadVector{1010, "m_threadVector_mutex"};
 inline constexpr tp::LockRank kLockAbort{1010, "m_abort_mutex"};
+// Getters of a client's texts may be called under any other mutex, for a log line.
+inline constexpr tp::LockRank kLockHubTexts{1030, "HubClient::m_text_mutex"};
 
 } // namespace tivra_internal

@@ -45,8 +45,8 @@ public:
     virtual void noteHubDown(HubClient* client) = 0;
     /// Adds one to `m_downSinceLastCheck`; called for a client that was ready when its connection closed.
     virtual void countHubLoss(HubClient* client) = 0;
-    /// Under `newQRHQueue_mutex`: calls `client->markReady()` and queues the client for a read handler when it
-    /// has none.
+    /// Under `newQRHQueue_mutex`: calls `client->markReady()` and queues the client for a read handler when
+    /// it has none.
     virtual void enterReadyHub(HubClient* client) = 0;
 
     // --- return codes, dictionary ---
@@ -56,14 +56,14 @@ public:
     virtual void setRetCodeDesc(int code, const char* text, long length) = 0;
     [[nodiscard]] virtual DictionaryCache& getDictionaryCache() = 0;
     virtual void startDicReload() = 0;
-    virtual void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
-                                    int queueDepth) = 0;
+    virtual void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion,
+                                    int sourceID, int queueDepth) = 0;
 
     // --- sources ---
     /// A source that this hub itself carries: `srcClientMap` (first come stays) and `hubClientSrcMap`.
     virtual void addBoxSource(int src, HubClient* client) = 0;
-    /// A source of the user. Enters it in `srcClientMap` with `entHub` (may be null) when it has no entry; when it
-    /// had one, the user is entitled to it and a non-null client enters `entitledSrcClientMap`.
+    /// A source of the user. Enters it in `srcClientMap` with `entHub` (may be null) when it has no entry;
+    /// when it had one, the user is entitled to it and a non-null client enters `entitledSrcClientMap`.
     /// Returns true when the source already had an entry.
     virtual bool addUserSource(int src, HubClient* entHub) = 0;
     /// `srcClientMap[src]` becomes this client.

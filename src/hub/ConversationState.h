@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace tivra_internal {
+
+/// How far the conversation of the present connection has come; a close forgets all of it.
+struct ConversationState {
+    bool m_logged_in = false;
+    bool m_conflationIntervalSet = false;
+    bool m_conflationTypeSet = false;
+    bool m_haveAdmin = false;
+    bool m_sentGetAdmin = false;
+    bool m_haveBoxEntitlements = false;
+    bool m_haveEntitlements = false;
+    bool m_havePorts = false;
+    bool m_startedPorts = false;
+    bool m_haveHeartbeat = false;
+    bool m_haveHubStatus = false;
+    /// Refused subscriptions to the heartbeat and to the hub status.
+    long m_heartbeatRefusals = 0;
+    long m_hubStatusRefusals = 0;
+    /// Requests sent per tag whose closing answer is still out; rows without one are ignored.
+    uint32_t m_outstandingTags = 0;
+};
+
+/// What a client has learnt about its hub and the group around it; it outlives a reconnect, so that the next
+/// login skips the dictionary and what else is known.
+struct HubKnowledge {
+    bool m_haveDIC = false;
+    bool m_dowloadDIC = false;
+    /// The rows of this hub's dictionary version are in `tmpTokenMap`, not in the session's cache.
+    bool m_useLocalMap = false;
+    int m_dic_tokens_processed = 0;
+    std::string m_dicVersion;
+    bool m_aggChecked = false;
+    std::atomic<bool> m_isAgg{false};
+    std::atomic<bool> m_isSingleInstanceHUB{false};
+    bool split_processed = false;
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,340 @@
+#pragma once
+
+#include <sys/time.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <tp/EventReactor.h>
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+#include "config/UserHub.h"
+#include "hub/ConversationState.h"
+#include "hub/HubClientCommands.h"
+#include "hub/SocketHandle.h"
+#include "kvnparse/bufref.h"
+#include "receive/QueueHub.h"
+#include "receive/ReadHandlerHub.h"
+#include "request/HubName.h"
+
+namespace KVNAPI {
+class Message;
+class Parser;
+class StreamFramer;
+class StreamParser;
+class Token;
+struct TVPair;
+} // namespace KVNAPI
+
+namespace tivra_internal {
+
+class HostConfigImpl;
+class HubEventReactor;
+class HubSession;
+class HubWatchlist;
+class MetaTokenMap;
+class Queue;
+class QueueReadHandler;
+class TokenRows;
+class UserInfoImpl;
+enum class ConversationStep;
+
+/// One TCP connection to one hub, from the dial to ready and back: it owns the socket, the receive ring, the
+/// parsers, the hub's dictionary and its watchlist, and lives on the thread of one HubEventReactor.
+///
+/// @thread hub, unless a declaration says otherwise. Times handed in are the reactor's wall clock and serve
+/// the log lines; differences of times are taken from the monotonic clock.
+class HubClient final : public tp::EventBase,
+                        public UserHub,
+                        public QueueHub,
+                        public ReadHandlerHub,
+                        public HubName {
+public:
+    /// The longest request text that fits the frame buffer.
+    static constexpr size_t kMaxRequestText = 8184;
+    /// What a frame has beside its text, and the zero byte behind it.
+    static constexpr size_t kFrameRoom = kMaxRequestText + 8;
+
+    /// A null `strAddr` makes a dummy: a placeholder with a queue, but without socket and reactor.
+    HubClient(UserInfoImpl& user, HubSession& session, const char* strAddr, const char* ipAddr, size_t port,
+              long connectionTimeout, long connectionRetryLimit, long readTimeout, bool compression,
+              size_t index, HostConfigImpl* hostConfig, long queueSize, long blockingConnectionLimit,
+              bool watchlistInUse);
+    ~HubClient() override;
+    HubClient(const HubClient&) = delete;
+    HubClient& operator=(const HubClient&) = delete;
+
+    // --- registration with the reactor that serves this client ---
+    /// @thread any; the session places the client after its construction.
+    void attachReactor(HubEventReactor* reactor, int index);
+    /// Null for a dummy and before the client has been placed. @thread any
+    [[nodiscard]] HubEventReactor* getReactor() const;
+    [[nodiscard]] int geteventReactorIndex() const;
+
+    // --- connection ---
+    /// Starts or continues a non-blocking dial. Returns the socket, also while the dial is under way
+    /// (`inProgress()`), or -1 after a failure (`getConnectErrno()`).
+    short connectHost(double curtime);
+    /// Result 1: the login request is out; -1: it isn't.
+    int login();
+    /// False when the peer has closed.
+    [[nodiscard]] bool isValidConnection();
+    [[nodiscard]] bool isInitTimedOut(double curtime);
+    [[nodiscard]] bool isHBTimedOut(double curtime);
+    [[nodiscard]] bool isPastRetryLimit() const;
+    void closeConnection();
+    /// Closes, then takes the client out of use with a reason that the application may see.
+    void suspendClient(const std::string& reason);
+
+    /// Frames and writes a request text: 1 sent, -1 failed, -2 not writable within `timeout` (null: no
+    /// limit).
+    int sendRequest(const char* text, timeval* timeout) override;
+    /// Writes a frame; returns the bytes written, -1 or -2 as sendRequest. A frame that has been begun ends
+    /// whole, unless the peer stalls or the session stops: then the stream is out of step (see
+    /// closeIfOutOfStep).
+    [[nodiscard]] int writen(int fd, const char* buf, int n, const timeval* timeout);
+    /// Frames `len` bytes of text into `out`, which has room for them and 8 bytes more; returns the frame's
+    /// length.
+    [[nodiscard]] static int buildKvnMsg(const char* text, size_t len, char* out);
+    /// Closes a connection on which a frame has been cut short. True when it did.
+    bool closeIfOutOfStep();
+
+    void readableEvent(double curtime) override;
+    void writableEvent(double curtime) override { writeableEvent(curtime); }
+    virtual void writeableEvent(double curtime);
+
+    // --- standing; @thread any ---
+    [[nodiscard]] bool isReady() const TP_EXCLUDES(m_ready_mutex);
+    [[nodiscard]] bool connected() const { return m_fd.get() >= 0 && !inProgress(); }
+    [[nodiscard]] bool inProgress() const { return m_inProgress.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool isLoggedIn() const { return m_logged_in.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool isSuspended() const { return m_suspended.load(std::memory_order_acquire); }
+    [[nodiscard]] std::string getSuspendReason() const TP_EXCLUDES(m_text_mutex);
+    [[nodiscard]] bool isConnectionTimedOut() const { return m_isConnectionTimedOut; }
+    [[nodiscard]] int getFd() const { return m_fd.get(); }
+    /// The system's code of the last failed dial, 0 when there was none.
+    [[nodiscard]] int getConnectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
+    [[nodiscard]] long getConnectionRetryLimit() const { return m_connectionRetryLimit; }
+    [[nodiscard]] size_t getIndex() const { return m_index; }
+    [[nodiscard]] std::string getHubAddr() const override TP_EXCLUDES(m_text_mutex);
+    [[nodiscard]] uint16_t getHubPort() const { return m_port.load(std::memory_order_relaxed); }
+    [[nodiscard]] std::string getHubIpAddr() const TP_EXCLUDES(m_text_mutex);
+    [[nodiscard]] int getHubMajorVersion() const { return m_hubMajorVersion.load(std::memory_order_relaxed); }
+    [[nodiscard]] int getHubMinorVersion() const { return m_hubMinorVersion.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool isDummy() const override { return m_isDummy; }
+    [[nodiscard]] bool getInitialHubDisconnected() const override {
+        return m_initialHubDisconnected.load(std::memory_order_relaxed);
+    }
+    /// The session has let this first hub go on purpose: its close is no loss.
+    void setInitialHubDisconnected(bool gone) { m_initialHubDisconnected.store(gone); }
+    [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_hostConfig; }
+    void setHostConfig(HostConfigImpl* hostConfig) { m_hostConfig = hostConfig; }
+    [[nodiscard]] bool isWatchlistInUse() const { return m_watchlistInUse; }
+    [[nodiscard]] bool isAgg() const { return m_known.m_isAgg; }
+    [[nodiscard]] bool isSingleInstanceHUB() const { return m_known.m_isSingleInstanceHUB; }
+
+    // --- the first hub's wait for its siblings; @thread any ---
+    [[nodiscard]] bool waitsForBoxPerms() const { return waitForAllHubsToGetBoxPerms.load(); }
+    /// The siblings are ready; the client goes on at its next 25 ms tick.
+    void requestContinueEntitlements() { m_continueEntitlements.store(true); }
+    std::atomic<bool> waitForAllHubsToGetBoxPerms{false};
+
+    // --- readiness and the read handler ---
+    /// Marks the client ready; true when it has no read handler yet. The session calls it under
+    /// newQRHQueue_mutex.
+    [[nodiscard]] bool markReady() TP_EXCLUDES(m_ready_mutex, m_rqh_mutex);
+    /// @thread any
+    [[nodiscard]] bool hasReadHandler() const TP_EXCLUDES(m_rqh_mutex);
+    /// @thread master
+    void setReadQueueHandler(std::unique_ptr<QueueReadHandler> handler) TP_EXCLUDES(m_rqh_mutex);
+    /// Borrowed: it lives until it is replaced or the client is deleted. @thread any
+    [[nodiscard]] QueueReadHandler* readQueueHandler() const TP_EXCLUDES(m_rqh_mutex);
+    /// Hands the handler back to the caller, who keeps it until no reactor knows it any more. @thread any
+    std::unique_ptr<QueueReadHandler> clearQRHPointer() TP_EXCLUDES(m_rqh_mutex);
+
+    // --- periodic work ---
+    /// Continues a wait that has ended, retries suspended reads, checks how full the queue is.
+    void twentyFiveMsTick(double now);
+    void calcStats(double curtime);
+    void calcQueueFullStats();
+    void incrQueryCount();
+    /// @thread user
+    void decrQueryCount();
+
+    // --- the parts it owns ---
+    [[nodiscard]] Queue* getResponseQueue() const { return m_responseQueue.get(); }
+    [[nodiscard]] MetaTokenMap& getDicMetaMap() override { return *m_dicMetaMap; }
+    [[nodiscard]] HubWatchlist* getWatchlist() const { return watchlist.get(); }
+
+    // --- what its read handler and watchlist ask; @thread user ---
+    [[nodiscard]] HubClient* client() override { return this; }
+    void setHBSeen(bool seen) override { m_HBSeen.store(seen ? 1.0 : 0.0, std::memory_order_relaxed); }
+    [[nodiscard]] bool getHBSeen() const { return m_HBSeen.load(std::memory_order_relaxed) != 0.0; }
+    [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
+
+    /// The initialisation time-out starts anew.
+    void setInitHBTime();
+    [[nodiscard]] double getInitHBTime() const { return m_initHBTime.load(std::memory_order_relaxed); }
+
+    // --- subscriptions that a request may ask to renew ---
+    int getStatusHeartbeat();
+    int getHubStatus();
+
+    void reset();
+
+private:
+    // HubClient.cpp
+    void resolveAddress(const char* strAddr, const char* ipAddr);
+    void forgetConnection();
+    void setSuspended(const std::string& reason);
+
+    // HubConnection.cpp
+    short beginConnect(const struct sockaddr_in& address);
+    short finishConnect();
+    short failConnect(int error);
+    short connectTimedOut();
+    [[nodiscard]] bool waitForConnect();
+    void registerSocket();
+    void unregisterSocket();
+    void lostWhileReady(const char* addr);
+
+    // HubWriting.cpp
+    [[nodiscard]] int waitWritable(int fd, int left, int total, const timeval* timeout);
+
+    // HubReading.cpp
+    [[nodiscard]] bool prepareParsers();
+    void prepareForFirstEvent();
+    void readIntoQueue(double curtime);
+    void readCompressed();
+    void readFramed();
+    void socketClosedByPeer();
+    void process_kvn_buffer(KVNAPI::bufref frame);
+    void handOverUnconsumed();
+
+    // HubConversation.cpp
+    void process_message(KVNAPI::Message& msg);
+    [[nodiscard]] bool dispatch(int64_t tag, KVNAPI::Message& msg);
+    void runDecisionChain(int64_t tag);
+    void takeStep(ConversationStep step, int64_t tag);
+    void becomeReady();
+    void noteUntagged(KVNAPI::Message& msg);
+    int sendStartUpRequest(int tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
+    [[nodiscard]] bool isOutstanding(int tag) const { return (m_step.m_outstandingTags >> tag & 1U) != 0; }
+    int sendDummyRequest();
+
+    // HubConversationLogin.cpp
+    void process_login(KVNAPI::Message& msg);
+    void process_status(KVNAPI::Message& msg);
+    void process_hubStatus(KVNAPI::Message& msg);
+    void countRefusal(long& refusals);
+
+    // HubConversationDictionary.cpp
+    int getEnum();
+    int getAdmin();
+    int getDic();
+    void process_enum(KVNAPI::Message& msg);
+    [[nodiscard]] bool process_admin(KVNAPI::Message& msg);
+    void process_dic(KVNAPI::Message& msg);
+    void loadDic();
+    void setHubVersion(int major, int minor);
+
+    // HubConversationConflation.cpp
+    int setConflationInterval();
+    int setConflationType();
+    void process_conflation_interval();
+    void process_conflation_type(KVNAPI::Message& msg);
+
+    // HubConversationPorts.cpp
+    int aggCheck();
+    int getSplit();
+    [[nodiscard]] bool getPort();
+    void process_aggCheck(KVNAPI::Message& msg);
+    void process_port(KVNAPI::Message& msg);
+    void process_split(KVNAPI::Message& msg);
+
+    // HubConversationEntitlements.cpp
+    int getBoxEntitlements();
+    int getEntitlements();
+    void process_box_entitlements(KVNAPI::Message& msg);
+    void process_entitlements(KVNAPI::Message& msg);
+    void continueEntitlements();
+
+    // Built with.
+    UserInfoImpl& m_primaryUser;
+    HubSession& m_session;
+    HostConfigImpl* m_hostConfig;
+    const bool m_isDummy;
+    const bool m_watchlistInUse;
+    const bool m_compression;
+    const size_t m_index;
+    const long m_connectionTimeout; ///< seconds
+    const long m_connectionRetryLimit;
+    const long m_readTimeout;             ///< seconds; 0 turns the heartbeat and both time-out tests off
+    const long m_blockingConnectionLimit; ///< milliseconds
+
+    // Address.
+    mutable tp::Mutex m_text_mutex{kLockHubTexts};     ///< guards the texts that other threads read
+    std::string m_ip_addr TP_GUARDED_BY(m_text_mutex); ///< dialled
+    std::string
+        m_hub_ip_addr TP_GUARDED_BY(m_text_mutex);   ///< by which the hub knows itself; differs under NAT
+    std::string hubAddr TP_GUARDED_BY(m_text_mutex); ///< for people: log lines and messages
+    std::string m_suspendReason TP_GUARDED_BY(m_text_mutex);
+    std::atomic<uint16_t> m_port;
+    std::string m_original_ipaddr;
+    uint16_t m_original_port = 0;
+
+    // Registration with the reactor.
+    mutable tp::Mutex m_huber_mutex{kLockHubClient}; ///< held around every registration with the reactor
+    HubEventReactor* m_HUB_Event_Reactor TP_GUARDED_BY(m_huber_mutex) = nullptr;
+    int m_eventReactorIndex TP_GUARDED_BY(m_huber_mutex) = -1;
+
+    // Connection.
+    SocketHandle m_fd;
+    std::atomic<bool> m_inProgress{false};
+    std::atomic<bool> m_logged_in{false}; ///< mirrors m_step for other threads
+    std::atomic<bool> m_suspended{false};
+    std::atomic<bool> m_isConnectionTimedOut{false};
+    std::atomic<int> m_connectErrno{0};
+    std::atomic<bool> m_initialHubDisconnected{false};
+    bool m_first_time = true;     ///< no event has been seen since the connect
+    bool m_frameCutShort = false; ///< the hub has got part of a frame: the connection is of no use any more
+    std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
+    double m_connectStartTime = 0.0;
+    double m_last_reset_time = 0.0;
+    double m_last_HB_check = 0.0;
+    std::atomic<double> m_initHBTime{0.0};
+    std::atomic<double> m_HBSeen{0.0};
+
+    // Readiness.
+    mutable tp::Mutex m_ready_mutex{kLockHubClient};
+    bool m_ready TP_GUARDED_BY(m_ready_mutex) = false;
+    double m_readyTime TP_GUARDED_BY(m_ready_mutex) = 0.0;
+
+    // Conversation.
+    ConversationState m_step;
+    HubKnowledge m_known;
+    std::atomic<bool> m_continueEntitlements{false};
+    std::atomic<int> m_hubMajorVersion{0};
+    std::atomic<int> m_hubMinorVersion{0};
+    int m_src_in_progress = -1;           ///< the source that GetPort has asked about
+    std::vector<std::string> m_otherHubs; ///< the other members of an n-way group, host and port
+
+    // Parts.
+    std::unique_ptr<MetaTokenMap> m_dicMetaMap;
+    std::unique_ptr<TokenRows> tmpTokenMap;
+    std::unique_ptr<Queue> m_responseQueue;
+    std::unique_ptr<KVNAPI::StreamFramer> framer;
+    std::unique_ptr<KVNAPI::Parser> kvnParser;
+    std::unique_ptr<KVNAPI::StreamParser> zkvnParser;
+    std::unique_ptr<HubWatchlist> watchlist;
+    mutable tp::Mutex m_rqh_mutex{kLockReadHandlerPointer};
+    std::unique_ptr<QueueReadHandler> m_readQueueHandler TP_GUARDED_BY(m_rqh_mutex);
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <queue>
+
+#include <tp/EventReactor.h>
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
+namespace tivra_internal {
+
+class HubClient;
+class RequestInternal;
+
+/// The loop that serves a group of hubs: it reads their sockets and writes the requests that other threads
+/// push. It owns the requests that wait. Everything but `pushRequest` and `end` runs on its own hub thread.
+class HubEventReactor final : public tp::EventReactor {
+public:
+    HubEventReactor(int index, long maxQueueSize);
+    ~HubEventReactor() override;
+    HubEventReactor(const HubEventReactor&) = delete;
+    HubEventReactor& operator=(const HubEventReactor&) = delete;
+
+    /// Takes the request over and returns true, or leaves it with the caller when the queue is full. `force`
+    /// lets the queue grow instead. @thread any
+    [[nodiscard]] bool pushRequest(std::unique_ptr<RequestInternal>& request, bool force)
+        TP_EXCLUDES(m_request_mutex);
+    /// Writes at most `budget` requests, replays before new ones; returns the number sent.
+    int handle_hub_requests(unsigned budget) TP_EXCLUDES(m_request_mutex);
+    /// The client has become ready: its standing requests go out again, in the order of their tags.
+    void sendWLRequests(HubClient* client) TP_EXCLUDES(m_request_mutex);
+    /// The client has closed: it replays nothing until it is ready again.
+    void forgetClient(HubClient* client) TP_EXCLUDES(m_request_mutex);
+
+    /// Asks the loop to end; it does so at the next checkExit(). @thread any
+    void end() override { mustExit.store(true); }
+    void checkExit();
+
+    [[nodiscard]] int getIndex() const { return index; }
+
+    /// The milliseconds that a connect may wait in the tick that began at `tick`: one client has the full
+    /// `limit`, the others of the same tick only look.
+    [[nodiscard]] long takeConnectWait(double tick, long limit);
+
+private:
+    class RequestPump;
+
+    tp::Mutex m_request_mutex{kLockReactorRequest}; ///< guards the two below, also while requests are written
+    std::queue<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
+    /// Hubs that replay their watchlist, each with the tag last replayed.
+    std::map<HubClient*, int64_t> hubsSendingWLrequests TP_GUARDED_BY(m_request_mutex);
+
+    const int index;
+    const size_t requestQueueMaxSize;
+    std::atomic<bool> mustExit{false};
+    double m_lastConnectWait = -1.0; ///< the tick in which a connect has waited
+};
+
+} // namespace tivra_internal
