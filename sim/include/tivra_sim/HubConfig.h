@@ -1,0 +1,128 @@
+#ifndef TIVRA_SIM_HUBCONFIG_H
+#define TIVRA_SIM_HUBCONFIG_H
+
+#include "tivra_sim/Dictionary.h"
+#include "tivra_sim/Tokens.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tivra_sim {
+
+/// A configuration that cannot be read; what() names the key and what was expected there.
+class ConfigError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A user that may log in.
+struct User {
+    std::string name;
+    std::string password;
+    /// Sources that the user may ask for; ListUserPermission sends them in ascending order.
+    std::set<int> permissions;
+    /// Most connections at the same time, 0 for any number. One more is refused with status::TOO_MANY_LOGINS.
+    unsigned maxLogins = 0;
+};
+
+/// How this hub describes its place among hubs in the answer to GetPort for the system source.
+enum class Topology {
+    SingleInstance, ///< it names itself and nobody else
+    Aggregating     ///< it names no port at all
+};
+
+/// A record that the hub sends by itself to those who subscribed it.
+struct SystemRecord {
+    bool enabled = true;
+    std::chrono::milliseconds interval{1000};
+};
+
+/// A symbol that the hub carries from the start.
+struct Symbol {
+    int source = 0;
+    std::string symbol;
+    /// First values, token to text. Alternate identifiers (CUSIP, ISIN ...) stand here too.
+    std::map<int, std::string> fields;
+};
+
+/// Plays the events of a trading-day file to whoever subscribes their symbols.
+struct Playback {
+    /// A gzipped (or plain) CSV file with the columns
+    /// ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious; empty for no
+    /// playback.
+    std::string file;
+    /// The source on which the symbols of the file are carried.
+    int source = 100;
+    /// 0 plays at full speed, 1 at the pace of the day, 60 an hour in a minute.
+    double factor = 0.0;
+    /// Starts by itself once that many symbols are subscribed, counted over all connections without the
+    /// system source. 0 waits for Hub::startPlayback().
+    std::size_t startWhenSubscriptions = 0;
+    /// Reads no more events than this; 0 reads all.
+    std::size_t maxEvents = 0;
+    /// How often the file is played.
+    unsigned repeat = 1;
+    /// Midnight of the day in seconds since the Unix epoch. The default is 7 October 2013 in New York.
+    std::int64_t midnight = 1381118400;
+};
+
+/// Everything that a hub is started with. All fields may be changed before the Hub is made; none has an
+/// effect later.
+struct HubConfig {
+    /// Address to listen on.
+    std::string bindAddress = "127.0.0.1";
+    /// Port to listen on; 0 takes a free one, see Hub::port().
+    std::uint16_t port = 0;
+    /// Address given out in the answers to GetPort; empty gives the address that the client connected to.
+    std::string advertisedHost;
+
+    std::string hubVersion = "V8.2.1";
+    std::string dictionaryVersion = "20131007.1";
+    std::vector<DictionaryRow> dictionary;
+    std::vector<Enumeration> enumerations;
+
+    std::vector<User> users;
+    /// Sources that this hub itself carries.
+    std::set<int> boxPermissions;
+    Topology topology = Topology::SingleInstance;
+
+    SystemRecord heartbeat;
+    SystemRecord hubStatus;
+
+    std::vector<Symbol> symbols;
+    Playback playback;
+
+    /// Send the last values as a refresh record (token::REFRESH) after a subscription was accepted.
+    bool refreshOnSubscribe = false;
+    /// Bytes that may wait for one connection before playback pauses for it.
+    std::size_t outputLimit = std::size_t{4} << 20;
+    /// Requests that are remembered; older ones are forgotten.
+    std::size_t requestLogLimit = 1000000;
+
+    /// Nothing but the bindings: no user, dictionary, permission or symbol.
+    [[nodiscard]] static HubConfig empty() { return HubConfig{}; }
+
+    /// A hub as one meets it: user "demo" with password "demo", a dictionary of more than 200 fields, the
+    /// sources 100 (equities), 101 (options), 102 (on the box but not for the user), 922 (system) and 4100
+    /// (news), symbols with alternate identifiers on them, heartbeat and hub status once a second.
+    [[nodiscard]] static HubConfig realistic();
+
+    /// Reads JSON over realistic(), or over empty() when it says "base": "empty". Throws ConfigError.
+    [[nodiscard]] static HubConfig fromJson(std::string_view text);
+    [[nodiscard]] static HubConfig fromJsonFile(const std::string& path);
+
+    enum class Passwords { Show, Hide };
+    /// The effective configuration, readable by fromJson when the passwords are shown.
+    [[nodiscard]] std::string toJson(Passwords passwords = Passwords::Show) const;
+};
+
+} // namespace tivra_sim
+
+#endif
