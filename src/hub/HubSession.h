@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include <event/SessionEvent.h>
@@ -14,6 +15,7 @@ class HubClient;
 class QueueReadHandler;
 class RequestInternal;
 class RequestSender;
+class RetCodeTexts;
 class Watchlist;
 
 /// What a hub connection may ask of the session that owns it.
@@ -31,6 +33,9 @@ public:
     [[nodiscard]] virtual int getQueueDepthThreshold() const = 0;
     /// The word for the application's binding language in the login request.
     [[nodiscard]] virtual std::string getLanguage() const = 0;
+    /// The public session and the source of its return code texts, for the events of the user's identity.
+    [[nodiscard]] virtual tivra::Session& getSession() = 0;
+    [[nodiscard]] virtual const RetCodeTexts& getRetCodeTexts() const = 0;
 
     // --- first hubs ---
     /// Makes the client the session's `firstHubClient` when there is none yet.
@@ -89,6 +94,9 @@ public:
     [[nodiscard]] virtual RequestSender& getRequestSender() = 0;
     /// A listed request is about to be written again after a reconnect: its answer is expected anew.
     virtual void noteReplay(const RequestInternal& request, HubClient* client) = 0;
+    /// Takes back a request that can't reach its hub, which isn't served any more: a request that expects this one
+    /// answer is routed again, of a request to several hubs one answer fewer is expected. No mutex is held.
+    virtual void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) = 0;
 };
 
 } // namespace tivra_internal
