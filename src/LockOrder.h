@@ -34,7 +34,10 @@ inline constexpr tp::LockRank kLockEntitledSrcClientMap{1000, "m_entitledSrcClie
 inline constexpr tp::LockRank kLockSessionEvent{1010, "m_session_event_mutex"};
 inline constexpr tp::LockRank kLockThreadVector{1010, "m_threadVector_mutex"};
 inline constexpr tp::LockRank kLockAbort{1010, "m_abort_mutex"};
+inline constexpr tp::LockRank kLockHubAuthStateMap{1000, "m_hubAuthStateMap_mutex"};
+inline constexpr tp::LockRank kLockUser{1000, "m_user_mutex"};
 // Getters of a client's texts may be called under any other mutex, for a log line.
 inline constexpr tp::LockRank kLockHubTexts{1030, "HubClient::m_text_mutex"};
+inline constexpr tp::LockRank kLockNatPairs{1040, "m_nat_mutex"};
 
 } // namespace tivra_internal

@@ -4,7 +4,7 @@
 namespace tivra {
 
 /// The types of a field's value, as MessageReader::getValueType tells them.
-enum ValueTypes {
+enum ValueTypes : int {
     UNKNOWN = 0, ///< not on a field, or of a type that this version doesn't know
     INT64 = 1,   ///< a signed 64-bit integer; flags are 0 and 1
     STRING = 2,  ///< a text

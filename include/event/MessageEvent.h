@@ -26,7 +26,7 @@ class Session;
 class TIVRA_API MessageEvent {
 public:
     /// The kinds of message.
-    enum Types {
+    enum Types : int {
         IMAGE_PART = 0,     ///< data of a query's answer
         IMAGE_COMPLETE = 1, ///< the end of a query's answer; getStatusCode() tells how it went
         UPDATE = 2,         ///< a change of a subscribed symbol

@@ -21,7 +21,7 @@ class Session;
 class TIVRA_API SessionEvent {
 public:
     /// The kinds of event. The first three are the new Session::States.
-    enum Types {
+    enum Types : int {
         /// No hub is ready.
         TIVRA_SESSION_UNAVAILABLE = 0,
         /// All hubs are ready.

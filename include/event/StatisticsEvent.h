@@ -25,7 +25,7 @@ class Session;
 class TIVRA_API StatisticsEvent {
 public:
     /// What can be asked for.
-    enum StatsTypes {
+    enum StatsTypes : int {
         MSGS_IN = 0,                      ///< messages put into the receive queues
         MSGS_OUT = 1,                     ///< messages taken out of them
         DROP = 2,                         ///< bytes dropped here because a queue was full or a frame was bad

@@ -22,7 +22,7 @@ class UserInfo;
 class TIVRA_API UserEvent {
 public:
     /// The kinds of event.
-    enum Types {
+    enum Types : int {
         AUTHORIZATION_FAILURE = 0, ///< a hub has refused the user; getRetCode() tells why
         AUTHORIZATION_SUCCESS = 1  ///< all hubs known so far have accepted the user
     };

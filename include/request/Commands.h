@@ -4,7 +4,7 @@
 namespace tivra {
 
 /// What a request asks for, given to Request::setCommand.
-enum Commands {
+enum Commands : int {
     SUBSCRIBE = 0,                      ///< updates of a symbol, without its present state
     UNSUBSCRIBE = 1,                    ///< end of a subscription
     QUERYDEPTH = 2,                     ///< the order book of a symbol, once

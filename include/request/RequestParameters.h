@@ -5,7 +5,7 @@ namespace tivra {
 
 /// The fields that a request normally carries, given to Request::add. The values are token numbers; any other
 /// token number can be given to Request::add as an int.
-enum RequestParameters {
+enum RequestParameters : int {
     CUSIP = 3123,                    ///< CUSIP number as alternate identifier
     SEDOL = 3126,                    ///< SEDOL number as alternate identifier
     ISIN = 3125,                     ///< ISIN as alternate identifier

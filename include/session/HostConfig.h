@@ -23,7 +23,7 @@ namespace tivra {
 class TIVRA_API HostConfig {
 public:
     /// The parameters of a connection. The end of a name tells the type that `set` must be called with.
-    enum Parameters {
+    enum Parameters : int {
         /// This host is a backup: used when the primary hosts are lost. Per host only; default false.
         BACKUP_BOOL = 0,
         /// Ask the hub for compressed data. Default true.

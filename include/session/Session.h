@@ -31,7 +31,7 @@ class UserInfo;
 class TIVRA_API Session {
 public:
     /// What a session can do at the moment. The values equal those of the first three SessionEvent::Types.
-    enum States {
+    enum States : int {
         TIVRA_SESSION_UNAVAILABLE = 0, ///< no hub is ready, or the session is still coming up
         TIVRA_SESSION_ESTABLISHED = 1, ///< all hubs are ready
         TIVRA_SESSION_RECOVERY = 2     ///< some hubs are lost and being dialled, others serve data

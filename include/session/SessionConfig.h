@@ -20,7 +20,7 @@ namespace tivra {
 class TIVRA_API SessionConfig {
 public:
     /// The parameters. The end of a name tells the type that `set` must be called with.
-    enum Parameters {
+    enum Parameters : int {
         /// Deprecated; setting it only logs a warning.
         RECOVERY_BOOL = 0,
         /// true: hubs and callbacks are spread over several threads. Default false: one thread for all hubs,

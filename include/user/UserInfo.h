@@ -21,7 +21,7 @@ class UserEventHandler;
 class TIVRA_API UserInfo {
 public:
     /// What the hubs of a session, taken together, think of the user.
-    enum States {
+    enum States : int {
         NOT_AUTHENTICATED = 0,      ///< no hub has accepted the user
         AUTHENTICATED = 1,          ///< all hubs have accepted the user
         PARTIALLY_AUTHENTICATED = 2 ///< some have, some haven't

@@ -1,0 +1,173 @@
+#include "config/ConnectionConfigImpl.h"
+
+#include <cstdlib>
+#include <memory>
+
+#include <tp/eprintf.h>
+
+#include "config/HandleAccess.h"
+#include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
+#include "config/ParameterTable.h"
+
+namespace tivra_internal {
+
+using tivra::HostConfig;
+
+namespace {
+
+struct AddressAndPort {
+    std::string address;
+    size_t port;
+};
+
+/// Everything before the first colon is the address, what follows is the port; without a colon there is none.
+AddressAndPort splitHostInfo(const std::string& hostInfo) {
+    const size_t colon = hostInfo.find(':');
+    if (colon == std::string::npos)
+        return {hostInfo, 0};
+    return {hostInfo.substr(0, colon), std::strtoul(hostInfo.c_str() + colon + 1, nullptr, 10)};
+}
+
+std::string findOrEmpty(const std::map<std::string, std::string>& map, const std::string& key) {
+    const auto it = map.find(key);
+    return it == map.end() ? std::string() : it->second;
+}
+
+} // namespace
+
+const std::atomic<long>* ConnectionConfigImpl::longField(HostConfig::Parameters parameter) const {
+    switch (parameter) {
+    case HostConfig::CONFLATION_INTERVAL_LONG:
+        return &conflationInterval;
+    case HostConfig::READ_TIMEOUT_LONG:
+        return &readTimeout;
+    case HostConfig::CONNECTION_TIMEOUT_LONG:
+        return &connectionTimeout;
+    case HostConfig::CONNECTION_RETRY_LIMIT_LONG:
+        return &connectionRetryLimit;
+    case HostConfig::QUEUE_SIZE_LONG:
+        return &queueSize;
+    case HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG:
+        return &blockingConnectionLimit;
+    case HostConfig::CONFLATION_TYPE_LONG:
+        return &conflationType;
+    case HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG:
+        return &jitThreshold;
+    default:
+        return nullptr;
+    }
+}
+
+const std::atomic<bool>* ConnectionConfigImpl::boolField(HostConfig::Parameters parameter) const {
+    switch (parameter) {
+    case HostConfig::COMPRESSION_BOOL:
+        return &compression;
+    case HostConfig::CONFLATION_INDICATOR_BOOL:
+        return &conflationIndicator;
+    default:
+        return nullptr;
+    }
+}
+
+void ConnectionConfigImpl::set(HostConfig::Parameters parameter, long value) {
+    auto* field = const_cast<std::atomic<long>*>(longField(parameter));
+    if (field == nullptr) {
+        eprintf(EPF_WARN, "Invalid parameter (%d) passed to ConnectionConfig::set(long)",
+                static_cast<int>(parameter));
+        return;
+    }
+    *field = value;
+    eprintf(EPF_INFO, "%s=%ld", HostConfigImpl::getParameterName(parameter), value);
+}
+
+void ConnectionConfigImpl::set(HostConfig::Parameters parameter, bool value) {
+    auto* field = const_cast<std::atomic<bool>*>(boolField(parameter));
+    if (field == nullptr) {
+        eprintf(EPF_WARN, "Invalid parameter (%d) passed to ConnectionConfig::set(bool)",
+                static_cast<int>(parameter));
+        return;
+    }
+    *field = value;
+    eprintf(EPF_INFO, "%s=%d", HostConfigImpl::getParameterName(parameter), value ? 1 : 0);
+}
+
+long ConnectionConfigImpl::getLong(HostConfig::Parameters parameter, long defaultValue) const {
+    if (const std::atomic<long>* field = longField(parameter))
+        return *field;
+    eprintf(EPF_WARN, "Invalid parameter (%d) passed to ConnectionConfig::getLong",
+            static_cast<int>(parameter));
+    return defaultValue;
+}
+
+bool ConnectionConfigImpl::getBoolean(HostConfig::Parameters parameter, bool defaultValue) const {
+    if (const std::atomic<bool>* field = boolField(parameter))
+        return *field;
+    eprintf(EPF_WARN, "Invalid parameter (%d) passed to ConnectionConfig::getBoolean",
+            static_cast<int>(parameter));
+    return defaultValue;
+}
+
+HostConfig& ConnectionConfigImpl::getHostConfig(const std::string& hostInfoString,
+                                                tivra::ConnectionConfig* connectionConfig, bool isExternal) {
+    eprintf(EPF_DBUG, "ConnectionConfigImpl::getHostConfig(ENTRY): hostInfoString (%s)",
+            hostInfoString.c_str());
+    return hostTable.findOrAdd(hostInfoString, [&] {
+        const AddressAndPort split = splitHostInfo(hostInfoString);
+        const tp::MutexLock lock(m_host_mutex);
+        auto host =
+            std::make_unique<HostConfigImpl>(split.address, split.port, connectionConfig, next_host_index++);
+        host->setIsExternal(isExternal);
+        return HandleAccess::make<HostConfig>(std::move(host));
+    });
+}
+
+bool ConnectionConfigImpl::removeHost(const std::string& hostInfoString,
+                                      const std::function<bool(size_t index)>& isInUse) {
+    return hostTable.removeHost(hostInfoString, isInUse);
+}
+
+void ConnectionConfigImpl::addNATPair(const std::string& hubIp, const std::string& localIp) {
+    const std::string hub = trimString(hubIp);
+    const std::string local = trimString(localIp);
+    const tp::MutexLock lock(m_nat_mutex);
+    if (!natMap.emplace(hub, local).second) {
+        eprintf(EPF_WARN, "Failed to add NAT pair %s, %s: HUB ip %s already exists in a NAT pair",
+                hub.c_str(), local.c_str(), hub.c_str());
+        return;
+    }
+    if (!natMap2.emplace(local, hub).second) {
+        eprintf(EPF_WARN, "Failed to add NAT pair %s, %s: local ip %s already exists in a NAT pair",
+                hub.c_str(), local.c_str(), local.c_str());
+        if (natMap.erase(hub) == 0)
+            eprintf(EPF_WARN, "Failed to find NAT entry for HUB ip %s", hub.c_str());
+        return;
+    }
+    eprintf(EPF_INFO, "Adding NAT pair %s, %s", hub.c_str(), local.c_str());
+}
+
+std::string ConnectionConfigImpl::getLocalIp(const std::string& hubIp) const {
+    const tp::MutexLock lock(m_nat_mutex);
+    std::string local = findOrEmpty(natMap, hubIp);
+    if (local.empty())
+        eprintf(EPF_DBUG, "No Local NAT address found for %s", hubIp.c_str());
+    return local;
+}
+
+std::string ConnectionConfigImpl::getHublIp(const std::string& localIp) const {
+    const tp::MutexLock lock(m_nat_mutex);
+    std::string hub = findOrEmpty(natMap2, localIp);
+    if (hub.empty())
+        eprintf(EPF_DBUG, "No HUB NAT address found for %s", localIp.c_str());
+    return hub;
+}
+
+std::string ConnectionConfigImpl::trimString(const std::string& text) {
+    constexpr const char* kWhiteSpace = " \n\t\v\f\r";
+    const size_t first = text.find_first_not_of(kWhiteSpace);
+    if (first == std::string::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(kWhiteSpace) - first + 1);
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+
+#include <session/ConnectionConfig.h>
+#include <session/HostConfig.h>
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
+namespace tivra_internal {
+
+class HostTable;
+
+/// The settings of all connections, the indexes of the hosts and the NAT pairs. The application writes it
+/// before the start, hub threads read it; it borrows the session's host table.
+class ConnectionConfigImpl {
+public:
+    /// NatMapType: hub address to local address. NatMapType2: the other way round.
+    using NatMapType = std::map<std::string, std::string>;
+    using NatMapType2 = std::map<std::string, std::string>;
+
+    explicit ConnectionConfigImpl(HostTable& hosts) : hostTable(hosts) {}
+    ConnectionConfigImpl(const ConnectionConfigImpl&) = delete;
+    ConnectionConfigImpl& operator=(const ConnectionConfigImpl&) = delete;
+
+    void set(tivra::HostConfig::Parameters parameter, long value);
+    void set(tivra::HostConfig::Parameters parameter, bool value);
+
+    /// The value as it was set; `defaultValue` for a parameter that has no connection-wide long value.
+    [[nodiscard]] long getLong(tivra::HostConfig::Parameters parameter, long defaultValue) const;
+    /// The value as it was set; `defaultValue` for a parameter that has no connection-wide bool value.
+    [[nodiscard]] bool getBoolean(tivra::HostConfig::Parameters parameter, bool defaultValue) const;
+
+    /// Finds a host or makes it. `isExternal` tells whether the application has named it or the library.
+    tivra::HostConfig& getHostConfig(const std::string& hostInfoString,
+                                     tivra::ConnectionConfig* connectionConfig, bool isExternal);
+    /// See HostTable::removeHost.
+    [[nodiscard]] bool removeHost(const std::string& hostInfoString,
+                                  const std::function<bool(size_t index)>& isInUse);
+    [[nodiscard]] HostTable& getHostTable() { return hostTable; }
+
+    void addNATPair(const std::string& hubIp, const std::string& localIp);
+    /// The address under which a hub's address is reached from here; empty when no pair says so.
+    [[nodiscard]] std::string getLocalIp(const std::string& hubIp) const;
+    /// The address that hubs know a local address by; empty when no pair says so.
+    [[nodiscard]] std::string getHublIp(const std::string& localIp) const;
+
+    /// Without the white space at both ends.
+    [[nodiscard]] static std::string trimString(const std::string& text);
+
+private:
+    [[nodiscard]] const std::atomic<long>* longField(tivra::HostConfig::Parameters parameter) const;
+    [[nodiscard]] const std::atomic<bool>* boolField(tivra::HostConfig::Parameters parameter) const;
+
+    std::atomic<bool> compression{true};
+    std::atomic<bool> conflationIndicator{false};
+    std::atomic<long> conflationInterval{1000};
+    std::atomic<long> readTimeout{5};
+    std::atomic<long> connectionTimeout{5};
+    std::atomic<long> connectionRetryLimit{5};
+    std::atomic<long> queueSize{1};
+    std::atomic<long> blockingConnectionLimit{200};
+    std::atomic<long> conflationType{1};
+    std::atomic<long> jitThreshold{25};
+
+    HostTable& hostTable;
+    tp::Mutex m_host_mutex{kLockHost};
+    size_t next_host_index TP_GUARDED_BY(m_host_mutex) = 0;
+
+    mutable tp::Mutex m_nat_mutex{kLockNatPairs};
+    NatMapType natMap TP_GUARDED_BY(m_nat_mutex);
+    NatMapType2 natMap2 TP_GUARDED_BY(m_nat_mutex);
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <session/HostConfig.h>
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
+namespace tivra {
+class ConnectionConfig;
+}
+
+namespace tivra_internal {
+
+/// The value of one parameter of one host; hosts that inherit from each other share it.
+struct ParameterValue {
+    std::atomic<bool> boolValue{false};
+    std::atomic<long> longValue{0};
+};
+
+/// One host: where it is, and its deviations from the settings of all connections. The application writes it
+/// before the start, hub threads read it; the host table owns it through its handle.
+class HostConfigImpl {
+public:
+    /// @param ip    address text as the application or a hub has given it, not checked here
+    /// @param port  TCP port as given; 0 and above 65535 make every attempt to connect fail
+    HostConfigImpl(std::string ip, size_t port, tivra::ConnectionConfig* connectionConfig, size_t index);
+    HostConfigImpl(const HostConfigImpl&) = delete;
+    HostConfigImpl& operator=(const HostConfigImpl&) = delete;
+
+    void set(tivra::HostConfig::Parameters parameter, long value);
+    void set(tivra::HostConfig::Parameters parameter, bool value);
+
+    /// This host's value, else that of all connections, as it was set.
+    [[nodiscard]] long getLong(tivra::HostConfig::Parameters parameter, long defaultValue) const;
+    /// This host's value, else that of all connections.
+    [[nodiscard]] bool getBoolean(tivra::HostConfig::Parameters parameter, bool defaultValue) const;
+    /// getLong() with the parameter's default, brought into the limits in which the value can be used.
+    [[nodiscard]] long getUsableLong(tivra::HostConfig::Parameters parameter) const;
+
+    /// Unique per session; the key of the session's hub clients.
+    [[nodiscard]] size_t getIndex() const { return index; }
+    [[nodiscard]] std::string getAddr() const;
+    void setAddr(const std::string& addr);
+    [[nodiscard]] size_t getPort() const { return port; }
+    /// True for the address and port that the host was made with, whatever setAddr() has done since.
+    [[nodiscard]] bool isOriginally(const std::string& addr, size_t wantedPort) const {
+        return port == wantedPort && originalAddr == addr;
+    }
+    [[nodiscard]] tivra::ConnectionConfig* getConnectionConfig() const;
+    /// True when the application has named this host, false when the library has added it.
+    [[nodiscard]] bool isExternal() const { return isExternallyGenerated; }
+    void setIsExternal(bool isExternal) { isExternallyGenerated = isExternal; }
+
+    /// NAT look-ups of this host's connection settings; empty when no pair matches.
+    [[nodiscard]] std::string getLocalIp(const std::string& hubIp) const;
+    [[nodiscard]] std::string getHubIp(const std::string& localIp) const;
+
+    /// Inherits the settings of another host: what that host changes later shows here too, what is set here
+    /// doesn't show there.
+    void copyParameters(const HostConfigImpl& other);
+
+    /// The enumerator's name, "UNKNOWN_PARAMETER_NAME" for any other value.
+    [[nodiscard]] static const char* getParameterName(tivra::HostConfig::Parameters parameter);
+
+private:
+    struct Entry {
+        std::shared_ptr<ParameterValue> value;
+        /// The value was set on another host, so it is read but never written here.
+        bool isInherited = false;
+    };
+    using ParameterValueMapType = std::map<tivra::HostConfig::Parameters, Entry>;
+
+    /// The value to write to, and whether it is the first one of this host itself.
+    struct WritableValue {
+        ParameterValue& value;
+        bool isFirst;
+    };
+    WritableValue writableValue(tivra::HostConfig::Parameters parameter) TP_REQUIRES(m_parameters_mutex);
+    [[nodiscard]] std::shared_ptr<const ParameterValue>
+    findValue(tivra::HostConfig::Parameters parameter) const;
+
+    const std::string originalAddr;
+    const size_t port;
+    const size_t index;
+    std::atomic<bool> isExternallyGenerated{false};
+
+    mutable tp::Mutex m_parameters_mutex{kLockParameters};
+    std::string ipAddr TP_GUARDED_BY(m_parameters_mutex);
+    tivra::ConnectionConfig* connectionConfig TP_GUARDED_BY(m_parameters_mutex);
+    ParameterValueMapType parameterValueMap TP_GUARDED_BY(m_parameters_mutex);
+};
+
+} // namespace tivra_internal

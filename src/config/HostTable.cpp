@@ -1,0 +1,113 @@
+#include "config/HostTable.h"
+
+#include <utility>
+
+#include <tp/eprintf.h>
+
+#include "config/HostConfigImpl.h"
+
+namespace tivra_internal {
+
+namespace {
+constexpr size_t kHighestPort = 65535;
+}
+
+tivra::HostConfig& HostTable::findOrAdd(const std::string& hostInfo, const Maker& make) {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    if (const auto it = hostConfigMap.find(hostInfo); it != hostConfigMap.end())
+        return *it->second;
+
+    tivra::HostConfig& host = *hostConfigMap.emplace(hostInfo, make()).first->second;
+    eprintf(EPF_DBUG, "new hostConfigMap entry for (%s); hostConfigMap.size()=%zu", hostInfo.c_str(),
+            hostConfigMap.size());
+    const size_t port = HandleAccess::impl(host).getPort();
+    if (port < 1 || port > kHighestPort)
+        eprintf(EPF_WARN, "Invalid hostInfoString (%s) passed to ConnectionConfig::getHostConfig",
+                hostInfo.c_str());
+    m_hostConfigLst.push_back(hostInfo);
+    return host;
+}
+
+bool HostTable::removeHost(const std::string& hostInfo, const std::function<bool(size_t index)>& isInUse) {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    const auto it = hostConfigMap.find(hostInfo);
+    if (it == hostConfigMap.end() || isInUse(HandleAccess::impl(*it->second).getIndex()))
+        return false;
+    hostConfigMap.erase(it);
+    return true;
+}
+
+HostConfigImpl* HostTable::find(const std::string& hostInfo) const {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    const auto it = hostConfigMap.find(hostInfo);
+    return it == hostConfigMap.end() ? nullptr : &HandleAccess::impl(*it->second);
+}
+
+HostConfigImpl* HostTable::findByAddress(const std::string& addr, size_t port) const {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    for (const auto& [hostInfo, handle] : hostConfigMap) {
+        HostConfigImpl& host = HandleAccess::impl(*handle);
+        if (host.getPort() == port && host.getAddr() == addr)
+            return &host;
+    }
+    return nullptr;
+}
+
+void HostTable::forEachNamed(const Visitor& visit) const {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    for (const std::string& hostInfo : m_hostConfigLst) {
+        const auto it = hostConfigMap.find(hostInfo);
+        visit(hostInfo, it == hostConfigMap.end() ? nullptr : &HandleAccess::impl(*it->second));
+    }
+}
+
+HostTable::HostConfigMap::iterator HostTable::findForRekey(const std::string& addr, size_t port) {
+    auto samePort = hostConfigMap.end();
+    for (auto it = hostConfigMap.begin(); it != hostConfigMap.end(); ++it) {
+        const HostConfigImpl& host = HandleAccess::impl(*it->second);
+        if (host.isOriginally(addr, port))
+            return it;
+        if (samePort == hostConfigMap.end() && host.getPort() == port)
+            samePort = it;
+    }
+    return samePort;
+}
+
+void HostTable::rekeyByPort(const std::string& addr, size_t port, RekeyKind kind) {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    const auto it = findForRekey(addr, port);
+    if (it == hostConfigMap.end())
+        return;
+    eprintf(EPF_DBUG, "CMport=%zu; host addr/port=%s", port, it->first.c_str());
+    const std::string wanted = hostInfoOf(addr, port);
+    if (it->first != wanted) {
+        if (hostConfigMap.count(wanted) != 0)
+            return;
+        auto node = hostConfigMap.extract(it);
+        node.key() = wanted;
+        const auto moved = hostConfigMap.insert(std::move(node)).position;
+        if (kind == RekeyKind::Primary)
+            HandleAccess::impl(*moved->second).setAddr(addr);
+    } else if (kind == RekeyKind::Primary) {
+        HandleAccess::impl(*it->second).setAddr(addr);
+    }
+    eprintf(EPF_DBUG, "Modify IP address in hostConfig to use %s for %s port %zu", addr.c_str(),
+            kind == RekeyKind::Primary ? "primary" : "backup", port);
+}
+
+size_t HostTable::size() const {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    return hostConfigMap.size();
+}
+
+void HostTable::clear() {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    hostConfigMap.clear();
+    m_hostConfigLst.clear();
+}
+
+std::string HostTable::hostInfoOf(const std::string& addr, size_t port) {
+    return addr + ":" + std::to_string(port);
+}
+
+} // namespace tivra_internal

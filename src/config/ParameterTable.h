@@ -1,0 +1,138 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include <session/HostConfig.h>
+#include <session/SessionConfig.h>
+
+/// Every parameter that an application can set, once: setters, readers, docs/parameters.md and the help of
+/// the tools are made from it.
+namespace tivra_internal {
+
+enum class ParameterType { Bool, Long };
+
+/// What a setter or a reader does with a long value below `minimum` or above `maximum`.
+enum class OutOfRange {
+    Impossible,       ///< a bool
+    CorrectedWhenSet, ///< corrected, with a warning in the log
+    ClampedWhenUsed,  ///< stored as given
+    Accepted          ///< any value goes to the hub
+};
+
+/// One parameter. A bool has 0 and 1 for its limits and its default.
+struct ParameterInfo {
+    int value;
+    const char* name;
+    ParameterType type;
+    const char* unit;
+    long minimum;
+    long maximum;
+    long defaultValue;
+    OutOfRange outOfRange;
+    const char* help;
+};
+
+inline constexpr long kNoMinimum = std::numeric_limits<long>::min();
+inline constexpr long kNoMaximum = std::numeric_limits<long>::max();
+
+inline constexpr std::array<ParameterInfo, 8> kSessionParameters{{
+    {tivra::SessionConfig::RECOVERY_BOOL, "RECOVERY_BOOL", ParameterType::Bool, "", 0, 1, 1,
+     OutOfRange::Impossible, "deprecated: setting it only logs a warning"},
+    {tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, "MULTITHREADED_API_CONNECTIONS_BOOL",
+     ParameterType::Bool, "", 0, 1, 0, OutOfRange::Impossible,
+     "spread hubs and callbacks over several threads instead of one each"},
+    {tivra::SessionConfig::MAX_USER_THREADS_LONG, "MAX_USER_THREADS_LONG", ParameterType::Long, "threads", 0,
+     kNoMaximum, 0, OutOfRange::CorrectedWhenSet,
+     "most threads for callbacks when multithreaded; 0 means one per hub"},
+    {tivra::SessionConfig::MAX_HUB_THREADS_LONG, "MAX_HUB_THREADS_LONG", ParameterType::Long, "threads", 0,
+     kNoMaximum, 0, OutOfRange::CorrectedWhenSet,
+     "most threads for hub connections when multithreaded; 0 means one per hub"},
+    {tivra::SessionConfig::MAX_REQUEST_QUEUE_SIZE_LONG, "MAX_REQUEST_QUEUE_SIZE_LONG", ParameterType::Long,
+     "requests", 100000, 50000000, 100000, OutOfRange::CorrectedWhenSet,
+     "how many requests may wait to be sent; 10000000 with WATCHLIST_BOOL unless set"},
+    {tivra::SessionConfig::WATCHLIST_BOOL, "WATCHLIST_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible, "remember standing requests and send them again after a loss or a restart"},
+    {tivra::SessionConfig::MAX_WATCHLIST_SIZE_LONG, "MAX_WATCHLIST_SIZE_LONG", ParameterType::Long,
+     "requests", 1, kNoMaximum, 10000000, OutOfRange::CorrectedWhenSet,
+     "how many standing requests are remembered"},
+    {tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG, "QUEUE_DEPTH_THRESHOLD_PERCENT_LONG",
+     ParameterType::Long, "percent", 1, 101, 70, OutOfRange::CorrectedWhenSet,
+     "how full a receive queue must be for an alarm event; 101 means never"},
+}};
+
+inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
+    {tivra::HostConfig::BACKUP_BOOL, "BACKUP_BOOL", ParameterType::Bool, "", 0, 1, 0, OutOfRange::Impossible,
+     "this host is a backup, used when the primary hosts are lost; per host only"},
+    {tivra::HostConfig::COMPRESSION_BOOL, "COMPRESSION_BOOL", ParameterType::Bool, "", 0, 1, 1,
+     OutOfRange::Impossible, "ask the hub for compressed data"},
+    {tivra::HostConfig::CONFLATION_INDICATOR_BOOL, "CONFLATION_INDICATOR_BOOL", ParameterType::Bool, "", 0, 1,
+     0, OutOfRange::Impossible, "ask the hub to mark messages that may not be conflated"},
+    {tivra::HostConfig::CONFLATION_INTERVAL_LONG, "CONFLATION_INTERVAL_LONG", ParameterType::Long,
+     "milliseconds", kNoMinimum, kNoMaximum, 1000, OutOfRange::Accepted,
+     "time over which the hub conflates updates"},
+    {tivra::HostConfig::READ_TIMEOUT_LONG, "READ_TIMEOUT_LONG", ParameterType::Long, "seconds", 0, kNoMaximum,
+     5, OutOfRange::ClampedWhenUsed, "silence after which a connection counts as lost; 0 turns that off"},
+    {tivra::HostConfig::CONNECTION_TIMEOUT_LONG, "CONNECTION_TIMEOUT_LONG", ParameterType::Long, "seconds", 0,
+     2000000, 5, OutOfRange::ClampedWhenUsed, "time that one attempt to connect may take"},
+    {tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG, "CONNECTION_RETRY_LIMIT_LONG", ParameterType::Long,
+     "attempts", 0, kNoMaximum, 5, OutOfRange::ClampedWhenUsed,
+     "failed attempts after which a hub is given up"},
+    {tivra::HostConfig::QUEUE_SIZE_LONG, "QUEUE_SIZE_LONG", ParameterType::Long, "megabytes", 0, kNoMaximum,
+     1, OutOfRange::ClampedWhenUsed, "size of the hub's receive queue; 0 means 1"},
+    {tivra::HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG, "BLOCKING_CONNECTION_TIME_LIMIT_LONG",
+     ParameterType::Long, "milliseconds", 0, 60000, 200, OutOfRange::ClampedWhenUsed,
+     "time that a connect may block the hub's thread"},
+    {tivra::HostConfig::CONFLATION_TYPE_LONG, "CONFLATION_TYPE_LONG", ParameterType::Long, "", kNoMinimum,
+     kNoMaximum, 1, OutOfRange::Accepted,
+     "kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval"},
+    {tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, "JIT_CONFLATION_THRESHOLD_PERCENT_LONG",
+     ParameterType::Long, "percent", kNoMinimum, kNoMaximum, 25, OutOfRange::Accepted,
+     "how full the receive queue must be for just-in-time conflation to begin"},
+}};
+
+namespace parameter_table {
+
+template<size_t N>
+constexpr bool isIndexedByValue(const std::array<ParameterInfo, N>& table) {
+    for (size_t i = 0; i < N; ++i) {
+        if (table[i].value != static_cast<int>(i))
+            return false;
+    }
+    return true;
+}
+static_assert(isIndexedByValue(kSessionParameters) && isIndexedByValue(kHostParameters));
+
+template<size_t N>
+constexpr const ParameterInfo* find(const std::array<ParameterInfo, N>& table, int value,
+                                    ParameterType type) {
+    if (value < 0 || value >= static_cast<int>(N))
+        return nullptr;
+    const ParameterInfo& info = table[static_cast<size_t>(value)];
+    return info.type == type ? &info : nullptr;
+}
+
+} // namespace parameter_table
+
+/// The entry of a parameter of that type; null for any other value.
+constexpr const ParameterInfo* findParameter(tivra::SessionConfig::Parameters parameter, ParameterType type) {
+    return parameter_table::find(kSessionParameters, static_cast<int>(parameter), type);
+}
+constexpr const ParameterInfo* findParameter(tivra::HostConfig::Parameters parameter, ParameterType type) {
+    return parameter_table::find(kHostParameters, static_cast<int>(parameter), type);
+}
+
+/// The value brought into the parameter's limits.
+constexpr long clampToLimits(const ParameterInfo& info, long value) {
+    return std::clamp(value, info.minimum, info.maximum);
+}
+
+constexpr long defaultOf(tivra::SessionConfig::Parameters parameter) {
+    return kSessionParameters[static_cast<size_t>(parameter)].defaultValue;
+}
+constexpr long defaultOf(tivra::HostConfig::Parameters parameter) {
+    return kHostParameters[static_cast<size_t>(parameter)].defaultValue;
+}
+
+} // namespace tivra_internal
