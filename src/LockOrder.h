@@ -27,6 +27,8 @@ inline constexpr tp::LockRank kLockReqRespMap{180, "m_reqRespMap_mutex"};
 
 // Leaf mutexes: held alone, but for the pairs that the numbers below allow.
 inline constexpr tp::LockRank kLockLeaf{1000, "a leaf mutex"};
+// A dictionary is loaded under it, which takes the mutex of the data map.
+inline constexpr tp::LockRank kLockDictionaryCache{990, "dicVersionTokenMap_mutex"};
 inline constexpr tp::LockRank kLockHostConfigMap{1000, "hostConfigMap_mutex"};
 inline constexpr tp::LockRank kLockHost{1010, "m_host_mutex"};
 inline constexpr tp::LockRank kLockParameters{1020, "HostConfigImpl's parameter mutex"};

@@ -1,0 +1,67 @@
+#include "dictionary/DictionaryCache.h"
+
+#include <memory>
+
+#include <tp/eprintf.h>
+
+#include "dictionary/MetaTokenMap.h"
+
+namespace tivra_internal {
+
+bool DictionaryCache::claimVersion(const std::string& version) {
+    const tp::MutexLock lock(dicVersionTokenMap_mutex);
+    if (dicVersionTokenMap.empty()) {
+        const TokenRows* const rows = &dicVersionTokenMap[version];
+        eprintf(EPF_DBUG,
+                "Saving to cached tokenmap (version=%s) pTokenMap=%p; m_session=%p; "
+                "m_session->dicVersionTokenMap=%p",
+                version.c_str(), static_cast<const void*>(rows), m_session,
+                static_cast<const void*>(&dicVersionTokenMap));
+        return true;
+    }
+    return dicVersionTokenMap.count(version) != 0;
+}
+
+DictionaryCache::Entry DictionaryCache::find(const std::string& version) const {
+    const tp::MutexLock lock(dicVersionTokenMap_mutex);
+    const auto entry = dicVersionTokenMap.find(version);
+    if (entry == dicVersionTokenMap.end())
+        return {};
+    return {&entry->second, entry->second.size()};
+}
+
+int DictionaryCache::loadDic(const std::string& version, const TokenRows& local, MetaTokenMap& dictionary,
+                             const std::string& hub) const {
+    const tp::MutexLock lock(dicVersionTokenMap_mutex);
+    const auto entry = dicVersionTokenMap.find(version);
+    const TokenRows& rows = entry != dicVersionTokenMap.end() ? entry->second : local;
+    eprintf(EPF_DBUG, "pTokenMap %p has %zu entries; m_session->dicVersionTokenMap=%p",
+            static_cast<const void*>(&rows), rows.size(), static_cast<const void*>(&dicVersionTokenMap));
+
+    int count = 0;
+    for (const auto& [number, row] : rows) {
+        auto token = std::make_unique<MetaToken>();
+        token->setKVNToken(number);
+        token->setTokenName(row.tokName.data(), static_cast<long>(row.tokName.size()));
+        token->setKVNType(row.tokType.data(), static_cast<long>(row.tokType.size()));
+        token->setTokenLength(row.tokLen);
+        if (!dictionary.addMetaToken(token))
+            eprintf(EPF_DBUG, "HubClient::loadDic: deleted dup at m=%p for %d",
+                    static_cast<const void*>(token.get()), number);
+        ++count;
+    }
+    eprintf(EPF_INFO, "Loaded %d DIC entries for %s; version=%s", count, hub.c_str(), version.c_str());
+    return count;
+}
+
+void DictionaryCache::reset() {
+    m_initialDIC.store(false, std::memory_order_release);
+    const tp::MutexLock lock(dicVersionTokenMap_mutex);
+    for (auto& [version, rows] : dicVersionTokenMap) {
+        eprintf(EPF_DBUG, "Clearing DIC/TokenMap for %s: contains %zu entries", version.c_str(), rows.size());
+        rows.clear();
+    }
+    dicVersionTokenMap.clear();
+}
+
+} // namespace tivra_internal
