@@ -13,8 +13,8 @@ public:
     virtual ~RequestSender() = default;
 
     /// Queues the request for one hub. True: the request was taken over. False: the caller still owns it.
-    [[nodiscard]] virtual bool sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* hub, bool force,
-                                         int src) = 0;
+    [[nodiscard]] virtual bool sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* hub,
+                                         bool force, int src) = 0;
 };
 
 } // namespace tivra_internal

@@ -1,0 +1,265 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+#include "kvnparse/bufref.h"
+#include "receive/QueueStatistics.h"
+
+namespace KVNAPI {
+class StreamParser;
+} // namespace KVNAPI
+
+namespace tivra_internal {
+
+class FrameHandler;
+class QueueHub;
+class QueueWaker;
+
+/// The ring of bytes between one hub connection and its decoder, with its flow control and counters. The hub
+/// thread reads the socket straight into it and finds where frames end; the user thread takes whole frames
+/// out, in place wherever possible. It lives as long as its connection object and outlives connections.
+///
+/// From m_ReadQueue to m_WriteQueue lie complete frames, possibly with garbage between them; from
+/// m_WriteQueue to m_WriteStream bytes that are not framed yet; the rest is free. Each region may wrap around
+/// the end.
+class Queue {
+public:
+    /// The smallest free space in which a normal read goes ahead, and the most that a forced one reads.
+    static constexpr size_t MIN_AVAIL_LEN = 24576;
+    /// The longest body of a frame.
+    static constexpr uint32_t kMaxBody = 262144;
+
+    /// `megabytes` is corrected to 1..256. `hub` gets the fill reports; it may be null and is borrowed.
+    Queue(size_t megabytes, bool useCompression, QueueHub* hub, int queueDepthThreshold);
+    ~Queue();
+    Queue(const Queue&) = delete;
+    Queue& operator=(const Queue&) = delete;
+
+    // --- set-up ---
+    /// The decoder of this queue's frames, or null; borrowed. Waits for a running callback. @thread any
+    void setQueueHandler(FrameHandler* handler) TP_EXCLUDES(m_reset_mutex);
+    /// Whom to wake when frames come in; null for nobody. @thread any
+    void setWaker(std::shared_ptr<QueueWaker> waker) TP_EXCLUDES(m_write_mutex);
+    /// The connection's name for log lines; at most 255 bytes are kept. @thread any
+    void setsocketDesc(const std::string& desc) TP_EXCLUDES(m_desc_mutex);
+    [[nodiscard]] std::string getSocketDesc() const TP_EXCLUDES(m_desc_mutex);
+
+    // --- producer; @thread hub ---
+    /// One read cycle. True when the connection must be closed.
+    [[nodiscard]] bool readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser, double curtime);
+    /// Goes on with input that had to wait for room (hasInputLeft). True when the connection must be closed.
+    [[nodiscard]] bool continueInflating(int fd, KVNAPI::StreamParser* parser, double curtime);
+    /// Takes over bytes of the stream that were read before the queue got the socket. True when the
+    /// connection must be closed.
+    [[nodiscard]] bool takeOver(KVNAPI::bufref bytes);
+    /// Discards everything, for a new connection. Waits for a running callback.
+    void reset() TP_EXCLUDES(m_reset_mutex);
+
+    /// Reads are held back until the consumer has caught up: watching the socket would only spin.
+    [[nodiscard]] bool readsSuspended() const noexcept {
+        return m_suspendReadFromSocket.load(std::memory_order_acquire);
+    }
+    /// The peer has closed or the socket has failed: there is nothing to watch any more.
+    [[nodiscard]] bool sawEndOfStream() const noexcept { return m_sawEndOfStream; }
+    /// Compressed input waits for room in the ring.
+    [[nodiscard]] bool hasInputLeft() const noexcept { return m_inputLeft; }
+
+    /// Puts a complete frame, built by the library itself, into the ring; false when it doesn't fit. Only for
+    /// the queue of a connection without a socket. @thread any
+    [[nodiscard]] bool writeToQueue(const char* kvn_str, size_t len) TP_EXCLUDES(m_write_mutex);
+
+    // --- consumer; @thread user ---
+    /// Delivers one frame; true when a message went out.
+    bool PopElement() TP_EXCLUDES(m_reset_mutex);
+    /// No complete frame waits.
+    [[nodiscard]] bool isEmpty() const noexcept {
+        return m_WriteQueue.load(std::memory_order_acquire) == m_ReadQueue.load(std::memory_order_relaxed);
+    }
+    /// As isEmpty, and ordered against publication: a frame that this misses wakes whoever announced idleness
+    /// before the call.
+    [[nodiscard]] bool isEmptyBeforeSleep() TP_EXCLUDES(m_write_mutex);
+
+    // --- flow control ---
+    /// Reports the fill level to the hub from `jitThreshold` percent on. @thread hub
+    void setJit(int jitThreshold);
+    /// @thread hub
+    void incrQueryCount();
+    /// @thread user
+    void decrQueryCount();
+    [[nodiscard]] int64_t getQueryCount() const noexcept {
+        return m_numOutstandingQueries.load(std::memory_order_relaxed);
+    }
+    /// The fill check: level, report to the hub, suspension of reads. @thread hub
+    void calcQueueFullStats();
+
+    // --- statistics ---
+    /// @thread hub
+    void calcStats(double curtime) { m_stats.calcStats(curtime); }
+    /// @thread user
+    void calcStatsOut(double curtime) { m_stats.calcStatsOut(curtime); }
+    /// Rotates the counters at the end of a second or an interval, or logs the totals when it is neither.
+    void printStats(bool endOfInterval, bool endOfSecond, double curtime);
+    void updateHubDrops(uint64_t hubDrops) { m_stats.updateHubDrops(hubDrops); }
+
+    [[nodiscard]] int getPctFull() const noexcept { return m_pct_full.load(std::memory_order_relaxed); }
+    [[nodiscard]] int getPeakPctFull() const noexcept {
+        return m_report_peak_pct_full.load(std::memory_order_relaxed);
+    }
+    [[nodiscard]] uint64_t getDroppedBytes() const noexcept { return m_stats.getDroppedBytes(); }
+    [[nodiscard]] uint64_t getHubDroppedBytes() const noexcept { return m_stats.getHubDroppedBytes(); }
+    [[nodiscard]] uint64_t getMsgsIn() const noexcept { return m_stats.getMsgsIn(); }
+    [[nodiscard]] uint64_t getMsgsOut() const noexcept { return m_stats.getMsgsOut(); }
+    [[nodiscard]] uint64_t getNetMsgsOut() const noexcept { return m_stats.getNetMsgsOut(); }
+    [[nodiscard]] uint64_t getInputMsgSec_1sec() const noexcept { return m_stats.getInputMsgSec_1sec(); }
+    [[nodiscard]] uint64_t getInputMsgSec_100ms() const noexcept { return m_stats.getInputMsgSec_100ms(); }
+    [[nodiscard]] uint64_t getPeakInputMsgSec_1sec() const noexcept {
+        return m_stats.getPeakInputMsgSec_1sec();
+    }
+    [[nodiscard]] uint64_t getPeakInputMsgSec_100ms() const noexcept {
+        return m_stats.getPeakInputMsgSec_100ms();
+    }
+    [[nodiscard]] uint64_t getOutputMsgSec_1sec() const noexcept { return m_stats.getOutputMsgSec_1sec(); }
+    [[nodiscard]] uint64_t getOutputMsgSec_100ms() const noexcept { return m_stats.getOutputMsgSec_100ms(); }
+    [[nodiscard]] uint64_t getPeakOutputMsgSec_1sec() const noexcept {
+        return m_stats.getPeakOutputMsgSec_1sec();
+    }
+    [[nodiscard]] uint64_t getPeakOutputMsgSec_100ms() const noexcept {
+        return m_stats.getPeakOutputMsgSec_100ms();
+    }
+    [[nodiscard]] uint64_t getNetOutputMsgSec_1sec() const noexcept {
+        return m_stats.getNetOutputMsgSec_1sec();
+    }
+    [[nodiscard]] uint64_t getNetOutputMsgSec_100ms() const noexcept {
+        return m_stats.getNetOutputMsgSec_100ms();
+    }
+    [[nodiscard]] uint64_t getPeakNetOutputMsgSec_1sec() const noexcept {
+        return m_stats.getPeakNetOutputMsgSec_1sec();
+    }
+    [[nodiscard]] uint64_t getPeakNetOutputMsgSec_100ms() const noexcept {
+        return m_stats.getPeakNetOutputMsgSec_100ms();
+    }
+    /// The running totals; an application thread sees values that may be one tick old.
+    [[nodiscard]] const QueueStatistics& statistics() const noexcept { return m_stats; }
+    /// Percent below which suspended reads resume.
+    [[nodiscard]] int getWarnDownThreshold() const noexcept { return m_warnDownThreshold; }
+
+private:
+    struct FreeBlock {
+        void operator()(char* block) const noexcept { std::free(block); }
+    };
+    /// One or two stretches of the ring to look for a frame in; the second is null when there is one only.
+    struct Stretch {
+        char* start;
+        char* end;
+        char* start2 = nullptr;
+        char* end2 = nullptr;
+    };
+    /// What was found in a stretch.
+    struct FrameScan {
+        char* msgStart = nullptr;    ///< the start byte, or the end of what was searched
+        char* nextElement = nullptr; ///< where to go on
+        uint64_t discardBytes = 0;
+        uint64_t msgLen = 0;
+        bool moreDataNeeded = false;
+    };
+    /// How many bytes the next read may bring, and how many are free in all.
+    struct Room {
+        size_t length;
+        size_t available;
+    };
+    enum class ReadMode { Normal, Forced, Refused };
+    enum class Inflated { Partly, All, Failed, Closed };
+
+    // QueueFraming.cpp
+    [[nodiscard]] bool frameMessage(const Stretch& where, FrameScan& scan);
+    [[nodiscard]] bool frameInSecond(const Stretch& where, size_t firstLen, uint32_t length, FrameScan& scan);
+    [[nodiscard]] bool PushMessage();
+    void publish(char* position) TP_EXCLUDES(m_write_mutex);
+    void countFrames(uint64_t frames, uint64_t bytes);
+    [[nodiscard]] bool brokenInvariant();
+    [[nodiscard]] bool popInPlace(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
+    [[nodiscard]] bool popSplit(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
+    [[nodiscard]] bool deliver(const FrameScan& scan) TP_REQUIRES(m_reset_mutex);
+    void logFault(const char* what);
+
+    // QueueSocket.cpp
+    [[nodiscard]] ReadMode chooseReadMode(double curtime);
+    [[nodiscard]] Room findRoom(ReadMode mode);
+    [[nodiscard]] Room roomAt(const char* read) const;
+    [[nodiscard]] bool readPlain(int fd, const Room& room, double curtime);
+    [[nodiscard]] bool readWithoutRoom(int fd, const Room& room, ReadMode mode, double curtime);
+    void dropRead(int fd);
+    [[nodiscard]] bool readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode,
+                                      double curtime);
+    void readFailed(int error);
+    void noteRead(double curtime);
+    [[nodiscard]] bool mayWarnNow(double& lastWarning);
+
+    // QueueFlowControl.cpp
+    [[nodiscard]] bool reportFillLevel(int level);
+    [[nodiscard]] bool sendFillReport(int level);
+    void decideSuspension();
+    [[nodiscard]] size_t usedBytes(size_t& freeBytes) const;
+
+    // Built with.
+    size_t m_size;
+    size_t m_q_check_bytes; ///< bytes framed between two fill checks
+    const bool m_compression;
+    QueueHub* const m_hub;
+    std::unique_ptr<char, FreeBlock> m_block;
+    char* m_BufferStart;
+    char* m_BufferEnd;
+    std::unique_ptr<char[]> m_splitCopy; ///< where a frame goes that the end of the ring splits
+
+    /// Held over the whole of PopElement, the application's callback included.
+    tp::Mutex m_reset_mutex{kLockQueueReset};
+    FrameHandler* m_queueReadHandler TP_GUARDED_BY(m_reset_mutex) = nullptr;
+
+    mutable tp::Mutex m_desc_mutex;
+    std::string m_socketDesc TP_GUARDED_BY(m_desc_mutex);
+
+    // The producer's own.
+    alignas(64) char* m_WriteStream; ///< where the next byte goes
+    uint64_t m_bytes_in_since_last_q_check = 0;
+    double m_lastReadMonotonic;
+    bool m_sawEndOfStream = false;
+    bool m_inputLeft = false;
+    double m_lastFullWarning;
+    double m_lastNoMessageWarning;
+
+    // Shared by producer and consumer: an atomic each, whose store, and whose load by the other side, are
+    // also under its mutex.
+    alignas(64) tp::Mutex m_write_mutex; ///< guards the publication of m_WriteQueue and the waker
+    std::atomic<char*> m_WriteQueue;     ///< end of the last complete frame
+    std::shared_ptr<QueueWaker> m_waker TP_GUARDED_BY(m_write_mutex);
+    alignas(64) tp::Mutex m_read_mutex; ///< guards the publication of m_ReadQueue
+    std::atomic<char*> m_ReadQueue;     ///< first byte that the consumer hasn't taken
+
+    // Flow control.
+    alignas(64) std::atomic<int> m_pct_full{0};
+    std::atomic<int> m_report_peak_pct_full{0};
+    std::atomic<int> m_max_report_pct_full{0};
+    std::atomic<uint64_t> m_available_bytes;
+    bool m_jitConflation = false;
+    int m_jitThreshold = 25;
+    int m_lastJitPct = 0;
+    size_t m_startJitIndex = 0;
+    std::atomic<int64_t> m_numOutstandingQueries{0};
+    std::atomic<bool> m_suspendReadFromSocket{false};
+    int m_warnThreshold;     ///< percent above which reads are suspended
+    int m_warnDownThreshold; ///< percent below which they resume
+    std::atomic<double> m_lastRead{0.0};
+    double m_HubIdleTimeout = 60.0; ///< seconds
+
+    QueueStatistics m_stats;
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+#include "request/CommandClasses.h"
+
+namespace tivra_internal {
+
+class HubClient;
+class HubName;
+class RequestInternal;
+class RequestSender;
+class Watchlist;
+
+/// The requests that were written to one hub, for a replay after a reconnect. Filled on the hub thread,
+/// emptied by responses on the user thread; owns its requests.
+class HubWatchlist {
+public:
+    /// All arguments are borrowed and outlive the list.
+    HubWatchlist(HubClient* hub, const HubName& hubName, Watchlist& sessionList, RequestSender& sender);
+    ~HubWatchlist();
+    HubWatchlist(const HubWatchlist&) = delete;
+    HubWatchlist& operator=(const HubWatchlist&) = delete;
+
+    /// The request has been written. An unsubscribe ends the subscription on this hub and isn't listed.
+    void add(int64_t tag, std::unique_ptr<RequestInternal> request);
+    void remove(int64_t tag, bool onlyRemoveIfSnap, bool saveCmdTagMapEntry);
+
+    /// A response with a status has come. True: the hub was busy and a retry has consumed the response, which
+    /// must not reach the application.
+    [[nodiscard]] bool handleResponse(int64_t tag, int64_t status);
+    /// The retry of a tag has been written, so that a busy hub may cause the next one. @thread hub
+    void noteRetryWritten(int64_t tag);
+
+    [[nodiscard]] static bool isSnapCommand(tivra::Commands command) noexcept {
+        return tivra_internal::isSnapCommand(command);
+    }
+    [[nodiscard]] std::size_t size() const;
+    /// A copy, alternate indexes and hub included, of the entry with the lowest tag above `lastTag`, or null.
+    [[nodiscard]] std::unique_ptr<RequestInternal> getNextRequest(int64_t lastTag) const;
+    /// False when the tag is unknown.
+    [[nodiscard]] bool getCommand(int64_t tag, tivra::Commands& command) const;
+
+private:
+    /// The status of a hub that is too busy to take a request now.
+    static constexpr int64_t kHubBusy = -218;
+
+    [[nodiscard]] bool retry(int64_t tag);
+
+    HubClient* const m_hub;
+    const HubName& m_hubName;
+    Watchlist& m_sessionList;
+    RequestSender& m_sender;
+
+    mutable tp::Mutex m_watchlist_mutex{kLockHubWatchlist}; ///< guards what follows
+    std::map<int64_t, std::unique_ptr<RequestInternal>> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
+    /// Compare string to the tag that now stands for that command.
+    std::map<std::string, int64_t> cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
+    /// Tags whose retry waits to be written.
+    std::set<int64_t> m_retryTags TP_GUARDED_BY(m_watchlist_mutex);
+};
+
+} // namespace tivra_internal
