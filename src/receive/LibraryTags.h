@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tivra_internal {
+
+// The tags of the library's own requests whose answers still arrive once a hub is ready.
+inline constexpr int64_t GET_STATUS_TAG = 12;       ///< subscription to the heartbeat
+inline constexpr int64_t GET_HUBSTATUS_TAG = 13;    ///< subscription to the hub's status
+inline constexpr int64_t REPORT_API_STATS_TAG = 17; ///< report of the queue's fill level
+/// Tags above it are the application's.
+inline constexpr int64_t LAST_LIBRARY_TAG = 17;
+
+} // namespace tivra_internal

@@ -1,0 +1,69 @@
+#include <event/MessageEvent.h>
+
+#include "receive/MessageEventImpl.h"
+
+namespace tivra {
+
+MessageEvent::MessageEvent(tivra_internal::MessageEventImpl* impl) noexcept : messsgeEventImpl(impl) {}
+
+MessageEvent::~MessageEvent() {
+    delete messsgeEventImpl;
+}
+
+MessageEvent::Types MessageEvent::getType() const {
+    return messsgeEventImpl->getType();
+}
+
+MessageReader& MessageEvent::getReader() const {
+    return messsgeEventImpl->getReader();
+}
+
+Session& MessageEvent::getSession() const {
+    return messsgeEventImpl->getSession();
+}
+
+int MessageEvent::isConflatable() const {
+    return messsgeEventImpl->isConflatable();
+}
+
+std::string MessageEvent::getSymbol() const {
+    return messsgeEventImpl->getSymbol();
+}
+
+int MessageEvent::getPermission() const {
+    return messsgeEventImpl->getPermission();
+}
+
+int MessageEvent::getSource() const {
+    return messsgeEventImpl->getSource();
+}
+
+int MessageEvent::getStatusCode() const {
+    return messsgeEventImpl->getStatusCode();
+}
+
+std::string MessageEvent::getStatusString() const {
+    return messsgeEventImpl->getStatusString();
+}
+
+int64_t MessageEvent::getTag() const {
+    return messsgeEventImpl->getTag();
+}
+
+size_t MessageEvent::getNumberofAlternateIndexes() const {
+    return messsgeEventImpl->getNumberofAlternateIndexes();
+}
+
+int MessageEvent::getAlternateIndexTokenNumber(size_t i) const {
+    return messsgeEventImpl->getAlternateIndexTokenNumber(i);
+}
+
+std::string MessageEvent::getAlternateIndexTokenName(size_t i) const {
+    return messsgeEventImpl->getAlternateIndexTokenName(i);
+}
+
+std::string MessageEvent::getAlternateIndexValue(size_t i) const {
+    return messsgeEventImpl->getAlternateIndexValue(i);
+}
+
+} // namespace tivra

@@ -1,0 +1,114 @@
+#include "receive/MessageEventImpl.h"
+
+#include <memory>
+
+#include <tp/eprintf.h>
+
+#include "config/HostConfigImpl.h"
+#include "dictionary/MetaTokenMap.h"
+#include "receive/MessageReaderImpl.h"
+#include "receive/ReadHandlerSession.h"
+#include "receive/SystemSource.h"
+#include "request/CommandClasses.h"
+
+namespace tivra_internal {
+
+MessageEventImpl::MessageEventImpl(ReadHandlerSession& session, const HostConfigImpl* hostConfig)
+    : sessionImpl(session)
+    , isSendingConflationIndicator(
+          hostConfig != nullptr &&
+          hostConfig->getBoolean(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, false)) {
+    auto reader = std::make_unique<MessageReaderImpl>();
+    m_reader = reader.get();
+    msgReader = HandleAccess::make<tivra::MessageReader>(std::move(reader));
+}
+
+void MessageEventImpl::setDicMap(MetaTokenMap* dictionary) {
+    m_dicMap = dictionary;
+    m_reader->setDicMap(dictionary);
+    conflationIndicTok = dictionary->lookupTokenViaName("CONFLATE.INDICATOR");
+    if (conflationIndicTok == nullptr)
+        eprintf(EPF_WARN, "MessageEventImpl::setDicMap: CONFLATE.INDICATOR not defined!");
+}
+
+void MessageEventImpl::setMessage(KVNAPI::Message& message) noexcept {
+    m_msg = &message;
+    m_statusCode = 0;
+    m_tag = 0;
+    m_isCommandSet = false;
+    m_alternateIndex = nullptr;
+    m_reader->setMessage(&message);
+}
+
+void MessageEventImpl::releaseMessage() noexcept {
+    m_msg = nullptr;
+    m_statusCode = 0;
+    m_tag = 0;
+    m_isCommandSet = false;
+    m_alternateIndex = nullptr;
+    m_reader->setMessage(nullptr);
+}
+
+tivra::MessageEvent::Types MessageEventImpl::getType() const noexcept {
+    if (m_msg == nullptr)
+        return tivra::MessageEvent::UPDATE;
+    if (m_msg->isRetCodePresent)
+        return m_isCommandSet && isQueryCommand(m_command) ? tivra::MessageEvent::IMAGE_COMPLETE
+                                                           : tivra::MessageEvent::STATUS;
+    if (m_msg->isTagPresent && getSource() != 0)
+        return tivra::MessageEvent::IMAGE_PART;
+    return m_msg->isRefresh ? tivra::MessageEvent::REFRESH : tivra::MessageEvent::UPDATE;
+}
+
+tivra::Session& MessageEventImpl::getSession() const {
+    return sessionImpl.getSession();
+}
+
+int MessageEventImpl::isConflatable() const noexcept {
+    if (!isSendingConflationIndicator || conflationIndicTok == nullptr || m_msg == nullptr)
+        return -1;
+    if (m_msg->isRetCodePresent || m_msg->isTagPresent || m_msg->findPair(conflationIndicTok) != nullptr)
+        return 0;
+    return getSource() == SYSTEM_SOURCE ? 0 : 1;
+}
+
+std::string MessageEventImpl::getSymbol() const {
+    return m_msg != nullptr ? std::string(m_msg->symbol.view()) : std::string();
+}
+
+int MessageEventImpl::getPermission() const noexcept {
+    return m_msg != nullptr && m_msg->permission != nullptr ? m_msg->permission->id : 0;
+}
+
+int MessageEventImpl::getSource() const noexcept {
+    return m_msg != nullptr && m_msg->exchange != nullptr ? m_msg->exchange->id : 0;
+}
+
+std::string MessageEventImpl::getStatusString() const {
+    return m_msg != nullptr ? std::string(sessionImpl.getRetCodeDesc(m_statusCode)) : std::string();
+}
+
+size_t MessageEventImpl::getNumberofAlternateIndexes() const noexcept {
+    return m_alternateIndex != nullptr ? m_alternateIndex->size() : 0;
+}
+
+const AltIndexInfo* MessageEventImpl::alternateIndex(size_t i) const noexcept {
+    return i < getNumberofAlternateIndexes() ? &(*m_alternateIndex)[i] : nullptr;
+}
+
+int MessageEventImpl::getAlternateIndexTokenNumber(size_t i) const noexcept {
+    const AltIndexInfo* const index = alternateIndex(i);
+    return index != nullptr ? index->kvnid : -1;
+}
+
+std::string MessageEventImpl::getAlternateIndexTokenName(size_t i) const {
+    const AltIndexInfo* const index = alternateIndex(i);
+    return index != nullptr && m_dicMap != nullptr ? m_dicMap->nameOf(index->kvnid) : "";
+}
+
+std::string MessageEventImpl::getAlternateIndexValue(size_t i) const {
+    const AltIndexInfo* const index = alternateIndex(i);
+    return index != nullptr ? index->value : std::string();
+}
+
+} // namespace tivra_internal

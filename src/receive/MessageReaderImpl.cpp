@@ -1,0 +1,75 @@
+#include "receive/MessageReaderImpl.h"
+
+#include "dictionary/MetaTokenMap.h"
+#include "receive/PairValue.h"
+
+namespace tivra_internal {
+namespace {
+
+tivra::ValueTypes valueTypeOf(KVNType type) noexcept {
+    switch (type) {
+    case KVN_STRING:
+        return tivra::STRING;
+    case KVN_BOOL:
+    case KVN_INTEGER:
+        return tivra::INT64;
+    case KVN_FLOAT:
+        return tivra::DOUBLE;
+    case KVN_DATETIME:
+    case KVN_DATE:
+    case KVN_YEAR:
+    case KVN_MONTHYEAR:
+        return tivra::DATETIME;
+    }
+    return tivra::UNKNOWN;
+}
+
+} // namespace
+
+bool MessageReaderImpl::find(int token) noexcept {
+    if (msg == nullptr || m_dicMap == nullptr)
+        return false;
+    const KVNAPI::Token* const field = m_dicMap->lookupTokenViaNum(token);
+    if (field == nullptr)
+        return false;
+    const int position = msg->findPosition(field);
+    if (position < 0)
+        return false;
+    pos = position;
+    return true;
+}
+
+std::string MessageReaderImpl::getTokenName() const {
+    const KVNAPI::TVPair* const pair = currentPair();
+    return pair != nullptr ? pair->token->name : "UNKNOWN";
+}
+
+tivra::ValueTypes MessageReaderImpl::getValueType() const noexcept {
+    const KVNAPI::TVPair* const pair = currentPair();
+    return pair != nullptr ? valueTypeOf(MetaToken::cast(pair->token)->getKVNType()) : tivra::UNKNOWN;
+}
+
+int64_t MessageReaderImpl::getValueAsInteger() const noexcept {
+    const KVNAPI::TVPair* const pair = readablePair();
+    return pair != nullptr ? integerOf(*pair) : -1;
+}
+
+double MessageReaderImpl::getValueAsDouble() const noexcept {
+    const KVNAPI::TVPair* const pair = readablePair();
+    return pair != nullptr ? doubleOf(*pair) : -1.0;
+}
+
+std::string MessageReaderImpl::getValueAsString() const {
+    const KVNAPI::TVPair* const pair = readablePair();
+    if (pair == nullptr)
+        return {};
+    NumberText room;
+    return std::string(textOf(*pair, room));
+}
+
+tivra::DateTime MessageReaderImpl::getValueAsDateTime() const noexcept {
+    const KVNAPI::TVPair* const pair = readablePair();
+    return tivra::DateTime(pair != nullptr ? doubleOf(*pair) : 0.0);
+}
+
+} // namespace tivra_internal

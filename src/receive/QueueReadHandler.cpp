@@ -1,0 +1,191 @@
+#include "receive/QueueReadHandler.h"
+
+#include <session/MessageEventHandler.h>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+#include <tp/te_error.h>
+
+#include "config/HostConfigImpl.h"
+#include "dictionary/MetaTokenMap.h"
+#include "receive/LibraryTags.h"
+#include "receive/MessageEventImpl.h"
+#include "receive/PairValue.h"
+#include "receive/Queue.h"
+#include "receive/ReadHandlerHub.h"
+#include "receive/ReadHandlerSession.h"
+#include "receive/SystemSource.h"
+
+namespace tivra_internal {
+namespace {
+
+/// Frames with a longer body never come out of the queue.
+constexpr int kMaxFrame = 262144;
+constexpr const char* kParserName = "kvn";
+
+/// Keeps the event from pointing at a message that is gone, however the callback ends.
+class EventScope {
+public:
+    explicit EventScope(MessageEventImpl& event) noexcept : m_event(event) {}
+    ~EventScope() { m_event.releaseMessage(); }
+    EventScope(const EventScope&) = delete;
+    EventScope& operator=(const EventScope&) = delete;
+
+private:
+    MessageEventImpl& m_event;
+};
+
+} // namespace
+
+QueueReadHandler::QueueReadHandler(Queue* queue, ReadHandlerSession& session,
+                                   const HostConfigImpl* hostConfig, std::unique_ptr<KVNAPI::Parser> parser,
+                                   ReadHandlerHub& hub, bool watchlistInUse)
+    : m_responseQueue(queue)
+    , m_session(session)
+    , m_hubClient(hub)
+    , MetaMap(hub.getDicMetaMap())
+    , m_watchlistInUse(watchlistInUse)
+    , kvnParser(std::move(parser))
+    , m_statusTok(requireToken("ENUM.QUERY.STATUS"))
+    , m_tagTok(requireToken("QUERY.TAG"))
+    , m_hubDropTok(requireToken("DROPPED.BYTES"))
+    , m_idleCntTok(requireToken("IDLE.COUNT"))
+    , m_conflationTok(requireToken("CONFLATION")) {
+    auto event = std::make_unique<MessageEventImpl>(session, hostConfig);
+    event->setDicMap(&MetaMap);
+    m_event = event.get();
+    msgEvent = HandleAccess::make<tivra::MessageEvent>(std::move(event));
+}
+
+QueueReadHandler::~QueueReadHandler() = default;
+
+KVNAPI::Token* QueueReadHandler::requireToken(const char* name) const {
+    KVNAPI::Token* const token = MetaMap.lookupTokenViaName(name);
+    if (token == nullptr)
+        eprintf(EPF_CRIT, "QueueReadHandler::QueueReadHandler: %s: %s not defined!",
+                m_hubClient.getHubAddr().c_str(), name);
+    return token;
+}
+
+void QueueReadHandler::readableEvent(double) {
+    m_responseQueue->PopElement();
+}
+
+bool QueueReadHandler::ensureParser() {
+    if (kvnParser != nullptr)
+        return true;
+    std::unique_ptr<KVNAPI::Parser> parser = KVNAPI::Parser::alloc(kParserName, &MetaMap, kMaxFrame);
+    // The library's own messages may carry any number of symbols, which the application reads as fields.
+    if (parser == nullptr ||
+        (m_hubClient.isDummy() && parser->setOption("DoNotParseSymbolIntoHeader", "1") != 0)) {
+        eprintf(EPF_CRIT, "Unknown type: -- %s\n", kParserName);
+        return false;
+    }
+    kvnParser = std::move(parser);
+    return true;
+}
+
+unsigned QueueReadHandler::process_kvn_buffer(char* buf, unsigned long len, uint64_t* netMsgs) {
+    if (!ensureParser())
+        return 1;
+    // A bad frame before may have left the parser out of step.
+    kvnParser->reset();
+    kvnParser->push(KVNAPI::bufref(buf, len));
+
+    unsigned failures = 0;
+    KVNAPI::Message msg;
+    for (;;) {
+        const int result = kvnParser->pull(&msg);
+        if (result > 0)
+            return failures;
+        if (result < 0) {
+            eprintf(EPF_DBUG, "QueueReadHandler::process_kvn_buffer pull error: %s", tp::te_geterror());
+            ++failures;
+        } else if (process_message(msg)) {
+            ++*netMsgs;
+        }
+    }
+}
+
+bool QueueReadHandler::process_message(KVNAPI::Message& msg) {
+    m_altids.clear();
+    Incoming in{msg};
+    if (msg.isRetCodePresent)
+        readStatus(in);
+    if (msg.isTagPresent)
+        readTag(in);
+    if (in.hasStatus && in.hasTag)
+        countAnsweredQuery(in);
+    if (msg.exchange != nullptr && msg.exchange->id == SYSTEM_SOURCE && consumeSystemRecord(msg))
+        return false;
+    if (in.hasTag) {
+        if (in.tag == GET_STATUS_TAG || in.tag == GET_HUBSTATUS_TAG)
+            return false;
+        if (!applyAlternateIndexes(in))
+            return false;
+    }
+    if (in.hasStatus && !settleStatus(in))
+        return false;
+    return deliver(in);
+}
+
+/// An empty value leaves the flag without a pair: then the message carries no status.
+void QueueReadHandler::readStatus(Incoming& in) const noexcept {
+    const KVNAPI::TVPair* const pair = in.msg.findPair(m_statusTok);
+    in.hasStatus = pair != nullptr;
+    if (pair != nullptr)
+        in.status = integerOf(*pair);
+    else
+        in.msg.isRetCodePresent = 0;
+}
+
+void QueueReadHandler::readTag(Incoming& in) const noexcept {
+    const KVNAPI::TVPair* const pair = in.msg.findPair(m_tagTok);
+    in.hasTag = pair != nullptr;
+    if (pair != nullptr)
+        in.tag = integerOf(*pair);
+    else
+        in.msg.isTagPresent = 0;
+}
+
+void QueueReadHandler::countAnsweredQuery(Incoming& in) {
+    if (in.tag > LAST_LIBRARY_TAG && m_session.isQueryCommand(in.tag, m_hubClient.client(), in.command))
+        m_responseQueue->decrQueryCount();
+}
+
+bool QueueReadHandler::deliver(Incoming& in) {
+    tivra::MessageEventHandler* const handler = m_session.getMsgEventHandler();
+    if (handler == nullptr)
+        return false;
+    const EventScope scope(*m_event);
+    m_event->setMessage(in.msg);
+    if (in.hasStatus) {
+        m_event->setStatusCode(in.status);
+        m_event->setCommand(in.command);
+    }
+    if (in.hasTag)
+        m_event->setTag(in.tag);
+    attachIndexes(in);
+    handler->onMessageEvent(*msgEvent);
+    return true;
+}
+
+void QueueReadHandler::setHBTime() {
+    m_HBTime.store(tp::Clock::monotonic(), std::memory_order_relaxed);
+    m_hubClient.setHBSeen(true);
+}
+
+void QueueReadHandler::calcStats(double curtime) {
+    m_responseQueue->calcStatsOut(curtime);
+}
+
+void QueueReadHandler::reset() {
+    if (m_lastJitStatus != 0) {
+        m_session.addJitCount(-1);
+        eprintf(EPF_INFO, "%s: JIT: this HUB has stopped conflating", m_hubClient.getHubAddr().c_str());
+        m_lastJitStatus = 0;
+    }
+    setHubIdleCount(0);
+}
+
+} // namespace tivra_internal

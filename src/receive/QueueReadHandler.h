@@ -1,0 +1,149 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include <event/MessageEvent.h>
+#include <request/Commands.h>
+
+#include "config/HandleAccess.h"
+#include "kvnparse/Message.h"
+#include "kvnparse/Parser.h"
+#include "receive/AltIndexTable.h"
+#include "receive/FrameHandler.h"
+#include "receive/UserEventBase.h"
+
+namespace tivra_internal {
+
+class HostConfigImpl;
+class MessageEventImpl;
+class MetaTokenMap;
+class Queue;
+class ReadHandlerHub;
+class ReadHandlerSession;
+class UserEventReactor;
+
+/// The decoder at the consumer end of one hub's queue: it parses each frame, keeps the library's housekeeping
+/// to itself and hands the rest to the application. It owns its parser and the one message event that every
+/// callback sees. Runs on one user thread, under the queue's reset mutex.
+class QueueReadHandler final : public UserEventBase, public FrameHandler {
+public:
+    // Records of the system source.
+    static constexpr const char* HEARTBEAT_SYM = ".UTC.TIME.DATE"; ///< the hub's clock, used as heartbeat
+    static constexpr const char* HUB_STATUS_SYM = ".HUB.STATUS";   ///< the hub's drop and idle counters
+    static constexpr const char* QERROR_SYM = "QERROR";            ///< query error
+    static constexpr const char* JIT_SYM = ".JIT";                 ///< start or end of JIT conflation
+    static constexpr const char* USER_ENT_SYM = ".USER.ENT.ALERT"; ///< change of the user's entitlements
+
+    /// @param hostConfig  null for the dummy
+    /// @param parser      bound to the hub's dictionary; null: one is made for the first frame
+    QueueReadHandler(Queue* queue, ReadHandlerSession& session, const HostConfigImpl* hostConfig,
+                     std::unique_ptr<KVNAPI::Parser> parser, ReadHandlerHub& hub, bool watchlistInUse);
+    ~QueueReadHandler() override;
+
+    /// Delivers one frame of the queue.
+    void readableEvent(double curtime) override;
+
+    unsigned process_kvn_buffer(char* buf, unsigned long len, uint64_t* netMsgs) override;
+    /// Classifies one message; true when the application has been called.
+    bool process_message(KVNAPI::Message& msg);
+    /// The connection is new: what the last one said about JIT conflation and idle time is void. The
+    /// alternate indexes stay. @thread hub, under the queue's reset mutex
+    void reset() override;
+
+    /// Time of the last heartbeat on the monotonic clock, in seconds; 0 before the first. @thread any
+    [[nodiscard]] double getHBTime() const noexcept { return m_HBTime.load(std::memory_order_relaxed); }
+    void setHBTime();
+    /// The hub's last idle count. @thread any
+    [[nodiscard]] uint64_t getHubIdleCount() const noexcept {
+        return m_idleCnt.load(std::memory_order_relaxed);
+    }
+    void setHubIdleCount(uint64_t count) noexcept { m_idleCnt.store(count, std::memory_order_relaxed); }
+
+    /// @thread user, at the 100 ms tick
+    void calcStats(double curtime);
+
+    void setParser(std::unique_ptr<KVNAPI::Parser> parser) noexcept { kvnParser = std::move(parser); }
+    [[nodiscard]] KVNAPI::Parser* getParser() const noexcept { return kvnParser.get(); }
+
+    /// The reactor that serves this handler, null before its registration. @thread any
+    void setUserEventReactor(UserEventReactor* reactor) noexcept { m_userEventReactor.store(reactor); }
+    [[nodiscard]] UserEventReactor* getUserEventReactor() const noexcept { return m_userEventReactor.load(); }
+
+private:
+    using AltIndexList = std::vector<AltIndexInfo>;
+
+    /// One message on its way through process_message. Status and tag are copies, since steps on the way
+    /// rewrite and remove pairs.
+    struct Incoming {
+        KVNAPI::Message& msg;
+        int64_t status = 0;
+        int64_t tag = 0;
+        bool hasStatus = false;
+        bool hasTag = false;
+        tivra::Commands command = tivra::SUBSCRIBE; ///< of the request that this answers
+    };
+
+    // QueueReadHandler.cpp
+    [[nodiscard]] KVNAPI::Token* requireToken(const char* name) const;
+    [[nodiscard]] bool ensureParser();
+    void readStatus(Incoming& in) const noexcept;
+    void readTag(Incoming& in) const noexcept;
+    void countAnsweredQuery(Incoming& in);
+    [[nodiscard]] bool deliver(Incoming& in);
+
+    // SystemRecords.cpp: each returns true when the record is not for the application.
+    [[nodiscard]] bool consumeSystemRecord(KVNAPI::Message& msg);
+    [[nodiscard]] bool consumeHeartbeat();
+    void takeHubStatus(const KVNAPI::Message& msg);
+    void takeJit(const KVNAPI::Message& msg);
+    void takeEntitlementAlert(const KVNAPI::Message& msg);
+
+    // ResponseStatus.cpp: each returns false when the message is not for the application.
+    [[nodiscard]] bool settleStatus(Incoming& in);
+    [[nodiscard]] bool settleResponse(Incoming& in);
+    void rewriteStatus(Incoming& in, int64_t status) noexcept;
+
+    // AlternateIndexes.cpp
+    [[nodiscard]] bool applyAlternateIndexes(Incoming& in);
+    void takeIndexesOfSource(const Incoming& in, const AltIndexList& list);
+    [[nodiscard]] bool applyRequestedIndexes(Incoming& in, const AltIndexList& list);
+    [[nodiscard]] bool answerMatches(const Incoming& in, const AltIndexList& list) const;
+    [[nodiscard]] bool isIndexOfSource(int source, const KVNAPI::Token* token) const;
+    void rememberIndexes(Incoming& in, const AltIndexList& list);
+    void liftIndexesOfSource(KVNAPI::Message& msg);
+    void attachIndexes(Incoming& in);
+    void removeKnownIndexes(KVNAPI::Message& msg, const AltIndexList& known) const;
+
+    // Built with.
+    std::atomic<UserEventReactor*> m_userEventReactor{nullptr};
+    Queue* const m_responseQueue;
+    ReadHandlerSession& m_session;
+    ReadHandlerHub& m_hubClient;
+    MetaTokenMap& MetaMap;
+    const bool m_watchlistInUse;
+    std::unique_ptr<KVNAPI::Parser> kvnParser;
+    MessageEventImpl* m_event; ///< behind `msgEvent`
+    HandlePtr<tivra::MessageEvent> msgEvent;
+    // Null when the dictionary lacks them, which the bootstrap table rules out.
+    KVNAPI::Token* const m_statusTok;
+    const KVNAPI::Token* const m_tagTok;
+    const KVNAPI::Token* const m_hubDropTok;
+    const KVNAPI::Token* const m_idleCntTok;
+    const KVNAPI::Token* const m_conflationTok;
+
+    // What the hub has said about itself.
+    int32_t m_lastJitStatus = 0;
+    std::atomic<double> m_HBTime{0.0};
+    std::atomic<uint64_t> m_idleCnt{0};
+
+    // Alternate indexes.
+    AltIndexTable m_altIndexes;
+    std::map<int, std::vector<const KVNAPI::Token*>> SrcIdAltIdMap; ///< by source
+    AltIndexList m_altids;                                          ///< of the present message alone
+};
+
+} // namespace tivra_internal
