@@ -1,0 +1,53 @@
+#include "kvnparse/FactoryLists.h"
+
+#include "kvnparse/FrameHelper.h"
+#include "kvnparse/KVNParsers.h"
+#include "kvnparse/KVNVerify.h"
+#include "kvnparse/NLVerify.h"
+
+#include <type_traits>
+
+namespace KVNAPI {
+namespace {
+
+constexpr char TOKEN_FORMAT[] = "Brindsel Token Format (HUB->applications)";
+
+template<class Verify>
+std::unique_ptr<Framer> newFrameHelper(int maxBufferSize) {
+    return std::make_unique<FrameHelper<Verify>>(maxBufferSize);
+}
+
+void enterFramers(_factory& list) {
+    using Names = NameFactory<framerFactory_t>;
+    list.append(Names::untyped(&newFrameHelper<NLVerify>), "newline",
+                "new line separated (useful for vkvn messages)");
+    list.append(Names::untyped(&newFrameHelper<KVNVerify>), "kvn", TOKEN_FORMAT);
+}
+
+void enterParsers(_factory& list) {
+    using Names = NameFactory<parserFactory_t>;
+    list.append(Names::untyped(&newKVNparser), "kvn", TOKEN_FORMAT);
+    list.append(Names::untyped(&newVKVNparser), "vkvn", "Verbose output from detoker2");
+}
+
+static_assert(std::is_trivially_destructible_v<NameFactory<framerFactory_t>>);
+
+} // namespace
+
+constinit NameFactory<framerFactory_t> FramerList{&enterFramers};
+constinit NameFactory<parserFactory_t> ParserList{&enterParsers};
+constinit NameFactory<encoderFactory_t> EncoderList{nullptr};
+
+void registerFramer(framerFactory_t factory, const char* name, const char* desc) {
+    FramerList.registerName(factory, name, desc);
+}
+
+void registerParser(parserFactory_t factory, const char* name, const char* desc) {
+    ParserList.registerName(factory, name, desc);
+}
+
+void registerEncoder(encoderFactory_t factory, const char* name, const char* desc) {
+    EncoderList.registerName(factory, name, desc);
+}
+
+} // namespace KVNAPI
