@@ -1,0 +1,158 @@
+#include "kvnparse/NumericText.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <random>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace KVNAPI;
+using namespace std::string_literals;
+
+/// What a writer puts into a buffer of the documented size.
+template<class Writer>
+std::string textOf(const Writer& writer) {
+    char buf[NUMBER_TEXT_MAX + 8];
+    std::fill(std::begin(buf), std::end(buf), '~');
+    const char* const end = writer(buf);
+    EXPECT_EQ(std::string_view(buf + NUMBER_TEXT_MAX, 8), "~~~~~~~~");
+    return std::string(static_cast<const char*>(buf), end);
+}
+
+template<class Int>
+std::string reference(Int value) {
+    char buf[32];
+    return {buf, std::to_chars(buf, buf + sizeof buf, value).ptr};
+}
+
+void expectInteger(std::uint64_t value) {
+    const auto asSigned = static_cast<std::int64_t>(value);
+    ASSERT_EQ(textOf([=](char* buf) { return u64toa(buf, value); }), reference(value));
+    ASSERT_EQ(textOf([=](char* buf) { return i64toa(buf, asSigned); }), reference(asSigned));
+    ASSERT_EQ(textOf([=](char* buf) { return i64toa_wp(buf, asSigned, 1); }), reference(asSigned));
+}
+
+TEST(NumericText, IntegersOfEveryLengthAndTheirNeighboursAreWritten) {
+    expectInteger(0);
+    expectInteger(UINT64_MAX);
+    std::uint64_t power = 1;
+    for (int n = 0; n < 20; ++n, power *= 10) {
+        for (const std::uint64_t value : {power - 1, power, power + 1, power * 7 + 3, 0 - power})
+            expectInteger(value);
+    }
+    std::mt19937_64 random(1);
+    for (int n = 0; n < 100000; ++n)
+        expectInteger(random() >> random() % 64);
+    for (const std::int64_t value : {INT64_MIN, INT64_MAX})
+        expectInteger(static_cast<std::uint64_t>(value));
+}
+
+TEST(NumericText, WidthPadsAndNeverCuts) {
+    const auto padded = [](std::int64_t value, int width) {
+        return textOf([=](char* buf) { return i64toa_wp(buf, value, width); });
+    };
+    EXPECT_EQ(padded(5, 3), "005");
+    EXPECT_EQ(padded(-5, 3), "-005");
+    EXPECT_EQ(padded(1234, 2), "1234");
+    EXPECT_EQ(padded(0, 0), "");
+    EXPECT_EQ(padded(0, 2), "00");
+    EXPECT_EQ(padded(7, -3), "7");
+    EXPECT_EQ(padded(INT64_MIN, 21), "-009223372036854775808");
+}
+
+TEST(NumericText, FixedWidthDropsHigherDigits) {
+    std::mt19937 random(2);
+    for (unsigned width = 1; width <= 9; ++width) {
+        for (const unsigned value :
+             {0u, 9u, 1234u, 999999999u, 1000000000u, UINT32_MAX, static_cast<unsigned>(random())}) {
+            const std::string digits = "00000000" + std::to_string(value);
+            EXPECT_EQ(textOf([=](char* buf) { return uitoa_wl(buf, value, width); }),
+                      digits.substr(digits.size() - width));
+        }
+    }
+}
+
+struct DoubleCase {
+    double value;
+    const char* text;
+    const char* whole;
+};
+
+class NumericTextDouble : public testing::TestWithParam<DoubleCase> {};
+
+TEST_P(NumericTextDouble, IsWrittenWithHonestDecimalsAndAsAWhole) {
+    const DoubleCase& c = GetParam();
+    EXPECT_EQ(textOf([&](char* buf) { return dtoa(buf, c.value); }), c.text);
+    EXPECT_EQ(textOf([&](char* buf) { return wholetoa(buf, c.value); }), c.whole);
+}
+
+constexpr double INFINITE = std::numeric_limits<double>::infinity();
+
+INSTANTIATE_TEST_SUITE_P(
+    , NumericTextDouble,
+    testing::Values(DoubleCase{0.0, "0", "0"}, DoubleCase{-0.0, "0", "0"}, DoubleCase{0.1, "0.1", "0"},
+                    DoubleCase{-0.3, "-0.3", "-0"}, DoubleCase{0.5, "0.5", "1"},
+                    DoubleCase{1e-9, "0.000000001", "0"}, DoubleCase{4e-10, "0", "0"},
+                    DoubleCase{0.9999999999, "1", "1"}, DoubleCase{-12.25, "-12.25", "-12"},
+                    DoubleCase{1000000.5, "1000000.5", "1000001"},
+                    // Either side of the bounds between nine, eight and fewer decimals.
+                    DoubleCase{999999.999999999, "999999.999999999", "1000000"},
+                    DoubleCase{999999.9999999995, "1000000", "1000000"},
+                    DoubleCase{9999999.99999999, "9999999.99999999", "10000000"},
+                    DoubleCase{9999999999.99999, "9999999999.99999", "10000000000"},
+                    DoubleCase{10000000000.12349, "10000000000.1235", "10000000000"},
+                    DoubleCase{9999999999999.99, "9999999999999.99", "10000000000000"},
+                    DoubleCase{99999999999999.9, "99999999999999.9", "100000000000000"},
+                    DoubleCase{99999999999999.95, "100000000000000", "100000000000000"},
+                    DoubleCase{1e15, "1000000000000000", "1000000000000000"},
+                    DoubleCase{9223372036854775808.0, "9223372036854775808", "9223372036854775808"},
+                    DoubleCase{-18446744073709549568.0, "-18446744073709549568", "-18446744073709549568"},
+                    DoubleCase{18446744073709551616.0, "18446744073709551615", "18446744073709551615"},
+                    DoubleCase{-INFINITE, "-18446744073709551615", "-18446744073709551615"},
+                    DoubleCase{1e300, "18446744073709551615", "18446744073709551615"},
+                    DoubleCase{std::numeric_limits<double>::quiet_NaN(), "0", "0"}));
+
+TEST(NumericText, DecimalsOfFifteenDigitsSurviveTheDouble) {
+    std::mt19937_64 random(3);
+    for (int n = 0; n < 200000; ++n) {
+        const auto digits = static_cast<unsigned>(1 + random() % 15);
+        const unsigned decimals = static_cast<unsigned>(random() % (std::min(digits, 9u) + 1));
+        std::string text = std::to_string(random());
+        text = text.substr(text.size() - std::min<std::size_t>(text.size(), digits));
+        text.insert(0, decimals + 1, '0');
+        text.insert(text.size() - decimals, ".");
+        double value = 0;
+        std::from_chars(text.data(), text.data() + text.size(), value);
+        text.erase(0, std::min(text.find_first_not_of('0'), text.find('.') - 1));
+        text.erase(text.find_last_not_of('0') + 1);
+        if (text.back() == '.')
+            text.pop_back();
+        ASSERT_EQ(textOf([=](char* buf) { return dtoa(buf, value); }), text);
+    }
+}
+
+TEST(NumericText, HexifyStopsSevenBytesShortOfItsBuffer) {
+    const auto hexified = [](std::size_t room, std::string_view in) {
+        std::string out(room + 1, '~');
+        hexifyStr(bufref(out.data(), room), bufref(in.data(), in.size()));
+        EXPECT_EQ(out.back(), '~') << "written past the buffer";
+        return room == 0 ? ""s : std::string(out.c_str());
+    };
+    EXPECT_EQ(hexified(64, "A\x01"), "A<0x01>");
+    EXPECT_EQ(hexified(64, " ~\x7f\xfe\n"), " ~<0x7F><0xFE><0x0A>");
+    EXPECT_EQ(hexified(64, ""), "");
+    EXPECT_EQ(hexified(0, "abc"), "");
+    EXPECT_EQ(hexified(7, "abc"), "");
+    EXPECT_EQ(hexified(8, "abc"), "a");
+    EXPECT_EQ(hexified(10, "abcdef"), "abc");
+    EXPECT_EQ(hexified(10, "ab\x01z"), "ab<0x01>");
+}
+
+} // namespace
