@@ -1,0 +1,23 @@
+#include <session/HostConfig.h>
+
+#include "config/HostConfigImpl.h"
+
+namespace tivra {
+
+HostConfig::HostConfig(tivra_internal::HostConfigImpl* impl) noexcept : hostCfgImpl(impl) {}
+
+HostConfig::~HostConfig() {
+    delete hostCfgImpl;
+}
+
+HostConfig& HostConfig::set(Parameters parameter, long value) {
+    hostCfgImpl->set(parameter, value);
+    return *this;
+}
+
+HostConfig& HostConfig::set(Parameters parameter, bool value) {
+    hostCfgImpl->set(parameter, value);
+    return *this;
+}
+
+} // namespace tivra

@@ -1,0 +1,18 @@
+#include <user/UserInfo.h>
+
+#include "config/UserInfoImpl.h"
+
+namespace tivra {
+
+UserInfo::UserInfo(const std::string& userName, const std::string& password, UserEventHandler& userHandler)
+    : userInfoImpl(new tivra_internal::UserInfoImpl(userName, password, userHandler, *this)) {}
+
+UserInfo::~UserInfo() {
+    delete userInfoImpl;
+}
+
+UserInfo::States UserInfo::getState() const {
+    return userInfoImpl->getState();
+}
+
+} // namespace tivra
