@@ -59,7 +59,7 @@ MetaToken* MetaTokenMap::getUnknownToken() {
     return MetaToken::cast(token);
 }
 
-const char* MetaTokenMap::nameOf(int number) const noexcept {
+const char* MetaTokenMap::tokenName(int number) const noexcept {
     const KVNAPI::Token* const token = lookupTokenViaNum(number);
     return token != nullptr ? token->name : "";
 }

@@ -30,7 +30,7 @@ public:
     [[nodiscard]] MetaToken* getUnknownToken();
 
     /// The name of a token number, empty when the dictionary doesn't know it.
-    [[nodiscard]] const char* nameOf(int number) const noexcept;
+    [[nodiscard]] const char* tokenName(int number) const noexcept;
 
     /// Deletes every token and source. No other thread may be using the map.
     void cleanup();

@@ -103,7 +103,7 @@ int MessageEventImpl::getAlternateIndexTokenNumber(size_t i) const noexcept {
 
 std::string MessageEventImpl::getAlternateIndexTokenName(size_t i) const {
     const AltIndexInfo* const index = alternateIndex(i);
-    return index != nullptr && m_dicMap != nullptr ? m_dicMap->nameOf(index->kvnid) : "";
+    return index != nullptr && m_dicMap != nullptr ? m_dicMap->tokenName(index->kvnid) : "";
 }
 
 std::string MessageEventImpl::getAlternateIndexValue(size_t i) const {
