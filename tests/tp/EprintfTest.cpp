@@ -1,0 +1,334 @@
+#include <tp/Clock.h>
+#include <tp/Thread.h>
+#include <tp/eprintf.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+
+std::string contentsOf(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+/// What the calls write to standard error.
+std::string stderrOf(const std::function<void()>& calls) {
+    ::testing::internal::CaptureStderr();
+    calls();
+    return ::testing::internal::GetCapturedStderr();
+}
+
+class Eprintf : public ::testing::Test {
+protected:
+    Eprintf() {
+        char name[] = "/tmp/tplogXXXXXX";
+        folder = ::mkdtemp(name);
+        tp::eprintf_init(EPF_STDERR, EPF_INFO, "%s", "test");
+        only(EPF_NOOPTIONS);
+    }
+    ~Eprintf() override {
+        tp::eprintf_cleanup();
+        tp::eprintf_set_filename("eprintflog");
+        tp::eprintf_init(EPF_STDERR, EPF_INFO, "%s", "");
+        std::filesystem::remove_all(folder);
+    }
+    /// Logs to a file in the test's folder and to nothing else.
+    bool logToFile(const std::string& name = "log") {
+        tp::eprintf_set_filename((folder / name).c_str());
+        return tp::eprintf_init(EPF_FILE, EPF_INFO, "%s", "prog");
+    }
+    [[nodiscard]] std::filesystem::path dated(const char* name, double epochSeconds) const {
+        const time_t seconds = static_cast<time_t>(epochSeconds);
+        tm local{};
+        ::localtime_r(&seconds, &local);
+        char date[16];
+        std::strftime(date, sizeof date, "%m%d%Y", &local);
+        return folder / (std::string(name) + "." + date);
+    }
+    static void only(tp::logopt_t options) {
+        tp::eprintf_ctrl(EPF_DISABLE, EPF_ALLOPTIONS);
+        tp::eprintf_ctrl(EPF_ENABLE, options);
+    }
+
+    std::filesystem::path folder;
+};
+
+TEST_F(Eprintf, EachOptionAddsItsPiece) {
+    const struct {
+        tp::logopt_t options;
+        tp::loglvl_t level;
+        const char* expected;
+    } cases[] = {
+        {EPF_NOOPTIONS, EPF_INFO, "text\n"},
+        {EPF_LEVELS, EPF_CRIT, "CRIT: text\n"},
+        {EPF_LEVELS, EPF_ALWAYS_WARN, "WARN: text\n"},
+        {EPF_FILEINFO, EPF_INFO, "/.*/EprintfTest.cpp\\[[0-9]+\\]: text\n"},
+        {EPF_FILEINFO | EPF_SHORTFILENAME, EPF_INFO, "EprintfTest.cpp\\[[0-9]+\\]: text\n"},
+        {EPF_FUNCNAME, EPF_INFO, "operator\\(\\)\\(\\): text\n"},
+        {EPF_TIMESTAMP, EPF_INFO, "[A-Z][a-z][a-z] [ 1-3][0-9] [0-9:]{8} text\n"},
+        {EPF_COLOR | EPF_LEVELS, EPF_WARN, "\x1b\\[01;33mWARN: text\x1b\\[00m\n"},
+        {EPF_MUTE, EPF_CRIT, ""},
+        {tp::EPF_OPTS_DEFAULTS, EPF_INFO, "[A-Z].. .. [0-9:]{8} EprintfTest.cpp\\[[0-9]+\\]: INFO: text\n"},
+    };
+    for (const auto& c : cases) {
+        only(c.options);
+        EXPECT_THAT(stderrOf([&] { eprintf(c.level, "text\n\r\n"); }), MatchesRegex(c.expected));
+    }
+}
+
+TEST_F(Eprintf, LevelsAboveTheLimitVanishAndCriticalLinesPass) {
+    for (int limit = EPF_CRIT; limit <= EPF_DBUG; ++limit) {
+        tp::eprintf_init(EPF_STDERR, static_cast<tp::loglvl_t>(limit), "%s", "test");
+        only(EPF_NOOPTIONS);
+        for (int level = -1; level <= EPF_ALWAYS_DBUG + 1; ++level) {
+            const bool passes = level >= 0 && level <= EPF_ALWAYS_DBUG && level % 4 <= limit;
+            const std::string logged =
+                stderrOf([&] { tp::real_eprintf(static_cast<tp::loglvl_t>(level), "f", 1, "g", "x"); });
+            EXPECT_EQ(logged, passes ? "x\n" : "") << "level " << level << " limit " << limit;
+        }
+    }
+}
+
+TEST_F(Eprintf, ErrorsEndTheLineAndErrnoIsKept) {
+    errno = ENOENT;
+    EXPECT_EQ(stderrOf([] { eperror(EPF_WARN, "can't open %s\n", "it"); }),
+              "can't open it: (2) No such file or directory\n");
+    errno = EAGAIN;
+    logToFile("missing/folder");
+    eprintf(EPF_WARN, "lost");
+    EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST_F(Eprintf, ARepeatedCallSiteIsHeldToOneLineASecond) {
+    const tp::ManualClock clock;
+    only(EPF_SUPPRESS);
+    const auto tenTimes = [](tp::loglvl_t level) {
+        return stderrOf([level] {
+            for (int i = 0; i < 10; ++i)
+                eprintf(level, "again");
+        });
+    };
+    EXPECT_EQ(countOf(tenTimes(EPF_WARN), "again"), 1U);
+    EXPECT_EQ(countOf(tenTimes(EPF_WARN), "again"), 0U);
+    EXPECT_EQ(countOf(tenTimes(EPF_ALWAYS_WARN), "again"), 10U);
+    tp::Clock::advance(1.0);
+    EXPECT_EQ(countOf(tenTimes(EPF_WARN), "again"), 1U);
+    const auto sites = [](int count) {
+        return stderrOf([count] {
+            for (int i = 0; i < 3 * count; ++i)
+                tp::real_eprintf(EPF_WARN, "site", i % count, "f", "hit");
+        });
+    };
+    EXPECT_EQ(countOf(sites(32), "hit"), 32U);
+    EXPECT_EQ(countOf(sites(33), "hit"), 99U - 32U); // rotation: those still known from before are held once
+}
+
+TEST_F(Eprintf, ALineThatDoesNotFitIsGivenUpAndTheNextIsWhole) {
+    only(EPF_LEVELS | EPF_COLOR);
+    std::size_t dropped = 0;
+    for (std::size_t length = 32720; length <= 32780; ++length) {
+        const std::string text(length, 'x');
+        const std::string logged = stderrOf([&] { eprintf(EPF_WARN, "%s", text.c_str()); });
+        if (logged == "eprintf library error #7 in real_eprintf()\n") {
+            ++dropped;
+            continue;
+        }
+        EXPECT_EQ(dropped, 0U) << "a longer line fitted";
+        EXPECT_EQ(countOf(logged, text), 1U);
+        EXPECT_EQ(logged.back(), '\n');
+    }
+    EXPECT_GT(dropped, 0U);
+    EXPECT_LT(dropped, 61U);
+    errno = EIO;
+    only(EPF_NOOPTIONS);
+    EXPECT_EQ(stderrOf([] { eperror(EPF_WARN, "%s", std::string(32760, 'x').c_str()); }),
+              "eprintf library error #8 in real_eperror()\n");
+    EXPECT_EQ(stderrOf([] { eprintf(EPF_WARN, "next"); }), "next\n");
+}
+
+TEST_F(Eprintf, TheFileCarriesTheDateAndRollsAtMidnight) {
+    const double noon = 1381147200.0;
+    const tp::ManualClock clock(noon);
+    ASSERT_TRUE(logToFile());
+    only(EPF_TIMESTAMP);
+    eprintf(EPF_WARN, "first day");
+    tp::Clock::advance(86400.0);
+    eprintf(EPF_WARN, "second day");
+    const std::string prefix = "[A-Z].. .. [0-9:]{8} prog\\[" + std::to_string(::getpid()) + "\\]: ";
+    EXPECT_THAT(contentsOf(dated("log", noon)), MatchesRegex(prefix + "first day\n"));
+    EXPECT_THAT(contentsOf(dated("log", noon + 86400.0)), MatchesRegex(prefix + "second day\n"));
+    only(EPF_NOOPTIONS);
+    tp::Clock::advance(86400.0); // without the time in the lines nothing rolls
+    eprintf(EPF_WARN, "third day");
+    EXPECT_THAT(contentsOf(dated("log", noon + 86400.0)), HasSubstr("third day"));
+}
+
+TEST_F(Eprintf, StartingTwiceClosesTheFirstFileAndCleanUpTheLast) {
+    const auto openDescriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = openDescriptors();
+    ASSERT_TRUE(logToFile("one"));
+    ASSERT_TRUE(logToFile("two"));
+    EXPECT_EQ(openDescriptors(), before + 1);
+    tp::eprintf_cleanup();
+    EXPECT_EQ(openDescriptors(), before);
+    eprintf(EPF_WARN, "after clean-up"); // lost, and harmless
+    tp::eprintf_init(EPF_STDERR, EPF_INFO, "%s", "test");
+    only(EPF_NOOPTIONS);
+    EXPECT_EQ(stderrOf([] { eprintf(EPF_WARN, "back"); }), "back\n");
+}
+
+TEST_F(Eprintf, AFileThatCanNotBeOpenedIsReportedOncePerNameOnStandardError) {
+    const tp::ManualClock clock;
+    ::testing::internal::CaptureStdout();
+    const std::string logged = stderrOf([&] {
+        EXPECT_FALSE(logToFile("missing/log"));
+        EXPECT_FALSE(logToFile("missing/log"));
+        eprintf(EPF_WARN, "lost");
+        tp::Clock::advance(86400.0);
+        eprintf(EPF_WARN, "lost");
+    });
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    EXPECT_THAT(logged, StartsWith("eprintf: Unable to open " + dated("missing/log", 1.7e9).string() +
+                                   " - errno = 2: No such file or directory\n"));
+    EXPECT_EQ(countOf(logged, "Unable to open"), 2U);
+    EXPECT_EQ(countOf(logged, "lost"), 0U);
+}
+
+TEST_F(Eprintf, NamesAreCutAtTheirLimit) {
+    EXPECT_TRUE(tp::eprintf_set_filename(std::string(63, 'a').c_str()));
+    EXPECT_FALSE(tp::eprintf_set_filename(std::string(64, 'a').c_str()));
+    ASSERT_TRUE(logToFile());
+    tp::eprintf_init(EPF_FILE, EPF_INFO, "%s", std::string(100, 'p').c_str());
+    only(EPF_NOOPTIONS);
+    eprintf(EPF_WARN, "x");
+    EXPECT_THAT(contentsOf(dated("log", tp::Clock::now())), StartsWith(std::string(63, 'p') + "["));
+}
+
+TEST_F(Eprintf, LinesOfManyThreadsDoNotMix) {
+    ASSERT_TRUE(logToFile());
+    only(EPF_NOOPTIONS);
+    {
+        std::vector<tp::Thread> threads;
+        for (int id = 0; id < 4; ++id)
+            threads.emplace_back("log", [id] {
+                for (int i = 0; i < 200; ++i)
+                    eprintf(
+                        EPF_WARN, "%s",
+                        std::string(static_cast<std::size_t>(50 + id), static_cast<char>('a' + id)).c_str());
+            });
+    }
+    std::istringstream lines(contentsOf(dated("log", tp::Clock::now())));
+    std::size_t counted = 0;
+    for (std::string line; std::getline(lines, line); ++counted) {
+        const std::string text = line.substr(line.find("]: ") + 3);
+        ASSERT_EQ(text, std::string(static_cast<std::size_t>(50 + text[0] - 'a'), text[0]));
+    }
+    EXPECT_EQ(counted, 800U);
+}
+
+TEST_F(Eprintf, AChildForkedWhileAnotherThreadLogsCanLog) {
+    ASSERT_TRUE(logToFile());
+    std::atomic<bool> done{false};
+    tp::Thread busy("log", [&] {
+        while (!done)
+            eprintf(EPF_WARN, "busy");
+    });
+    for (int i = 0; i < 50; ++i) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::alarm(20);
+            eprintf(EPF_WARN, "child");
+            ::_exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0) << "the child hung in the logger";
+    }
+    done = true;
+}
+
+TEST_F(Eprintf, AnOverwrittenMutexIsMadeAnew) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer reports a mutex that was overwritten, as it should";
+#endif
+    char dump[16328];
+    tp::eprintf_dump(dump, sizeof dump);
+    const char* line = std::strstr(dump, ": static pthread_mutex_t eprintf_mutex");
+    ASSERT_NE(line, nullptr);
+    while (line > dump && line[-1] != '\n')
+        --line;
+    void* mutex = nullptr;
+    ASSERT_EQ(std::sscanf(line, "%p", &mutex), 1);
+    std::memset(mutex, 'x', sizeof(pthread_mutex_t));
+    const std::string logged = stderrOf([] { eprintf(EPF_WARN, "still here"); });
+    EXPECT_THAT(
+        logged,
+        StartsWith("real_eprintf_lock() = 22 Invalid argument, eprintf_mutex corrupted, contained \"xxx"));
+    EXPECT_THAT(logged, HasSubstr("reinitialized\nstill here\n"));
+}
+
+TEST_F(Eprintf, TheDumpStaysWithinItsBufferAndNamesTheState) {
+    std::vector<char> dump(16328);
+    const std::size_t whole = tp::eprintf_dump(dump.data(), dump.size());
+    EXPECT_EQ(whole, std::strlen(dump.data()));
+    EXPECT_LT(whole + 1, dump.size());
+    for (const char* part : {"static int eprintf_fd sizeof=4 -1\n", "eprintf_loglvl",
+                             "eprintf_prefix sizeof=64 \"test\"", "[31] filePtr=", "compiler: "})
+        EXPECT_THAT(dump.data(), HasSubstr(part));
+    for (std::size_t size : {1U, 2U, 100U, 1000U}) {
+        std::vector<char> small(size);
+        EXPECT_EQ(tp::eprintf_dump(small.data(), size), size - 1);
+        EXPECT_EQ(small.back(), '\0');
+    }
+    EXPECT_EQ(tp::eprintf_dump(nullptr, 0), 0U);
+}
+
+TEST_F(Eprintf, TheEnvironmentAsksForDumps) {
+    ::setenv("EPRINTF_CLEANUP_DUMP", "1", 1);
+    EXPECT_THAT(stderrOf([] { tp::eprintf_cleanup(); }),
+                StartsWith("eprintf_cleanup() eprintf_dump(...)\neprintf_dump("));
+    ::unsetenv("EPRINTF_CLEANUP_DUMP");
+
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::setenv("EPRINTF_ATEXIT", "tptest", 1);
+        tp::eprintf_init(EPF_STDERR, EPF_INFO, "%s", "child");
+        tp::eprintf_init(EPF_STDERR, EPF_INFO, "%s", "child");
+        std::exit(0);
+    }
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    const std::filesystem::path path = "/tmp/eprintf_atexit.tptest." + std::to_string(child) + ".txt";
+    EXPECT_THAT(contentsOf(path), HasSubstr("eprintf_prefix sizeof=64 \"child\""));
+    std::filesystem::remove(path);
+}
+
+} // namespace
