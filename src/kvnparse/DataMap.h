@@ -1,7 +1,6 @@
 #pragma once
 
 #include "kvnparse/Exchange.h"
-#include "kvnparse/PublishedIndex.h"
 #include "kvnparse/Token.h"
 
 #include <tp/Mutex.h>
@@ -41,8 +40,9 @@ public:
     /// long, or a price is no double.
     [[nodiscard]] Token* addToken(const Token* token);
 
-    [[nodiscard]] Token* lookupTokenViaNum(int id) const noexcept {
-        return m_tokensByNumber.find(numberHash(id));
+    [[nodiscard]] Token* lookupTokenViaNum(int id) const {
+        // The hash is one-to-one with the number, so nothing else needs comparing.
+        return tp::chash_find(&tokenRoot_, numberHash(id), &Token::node, [](const Token&) { return true; });
     }
     /// The number may have a sign; text without digits looks up 0.
     [[nodiscard]] Token* lookupTokenViaId(const char* text) const noexcept;
@@ -54,7 +54,7 @@ public:
 
     /// The token's dense index in this map, assigned at the first call.
     int createTokenSerialId(Token* token);
-    [[nodiscard]] int getTokenSerialId(const Token* token) const noexcept;
+    [[nodiscard]] int getTokenSerialId(Token* token) const noexcept;
 
     /// The short name if one was set, else the name.
     [[nodiscard]] const char* getShortName(const Token* token) const noexcept;
@@ -111,42 +111,37 @@ protected:
     void init();
 
 private:
-    struct nameref;
-    struct NameNode : tp::chash_node {
-        nameref* owner = nullptr;
-    };
     /// The registered name of a token.
     struct nameref {
-        NameNode node;
+        tp::chash_node node;
         Token* token = nullptr;
         char name[MAX_NAME + 1] = {};
         char shortname[MAX_NAME + 1] = {};
     };
 
-    [[nodiscard]] static std::uint64_t numberHash(int id) noexcept {
-        return static_cast<std::uint64_t>(
+    [[nodiscard]] static unsigned long numberHash(int id) noexcept {
+        return static_cast<unsigned long>(
             static_cast<std::int64_t>(static_cast<std::int32_t>(static_cast<std::uint32_t>(id) * 33U)));
     }
-    [[nodiscard]] static std::uint64_t exchangeHash(int id) noexcept {
-        return static_cast<std::uint64_t>(static_cast<std::int64_t>(id));
+    [[nodiscard]] static unsigned long exchangeHash(int id) noexcept {
+        return static_cast<unsigned long>(static_cast<std::int64_t>(id));
     }
-    [[nodiscard]] static std::uint64_t nameHash(std::string_view name) noexcept;
+    [[nodiscard]] static unsigned long nameHash(std::string_view name) noexcept;
 
+    [[nodiscard]] Exchange* findExchange(int id) const noexcept;
     [[nodiscard]] nameref* findName(std::string_view name) const noexcept;
     [[nodiscard]] nameref* nameOf(const Token* token) const noexcept;
     [[nodiscard]] bool mayAdd(const Token& token) const;
-    void enter(Token* token, const char* name, const char* sid) TP_REQUIRES(m_mutex);
+    void enter(Token* token, const char* name) TP_REQUIRES(m_mutex);
 
-    mutable tp::Mutex m_mutex; ///< serialises writers: guards the roots, the indexes' inserts and serial ids
+    /// Taken last, also below a mutex that is a leaf elsewhere.
+    static constexpr tp::LockRank kRank{2000, "DataMap::m_mutex"};
+    mutable tp::Mutex m_mutex{kRank}; ///< inserts into the roots, and serial ids; look-ups need none
     std::int32_t m_maxSerialId TP_GUARDED_BY(m_mutex) = -1;
-    tp::chash_root tokenRoot_ TP_GUARDED_BY(m_mutex){};
-    tp::chash_root nameRoot_ TP_GUARDED_BY(m_mutex){};
-    tp::chash_root exchangeRoot_ TP_GUARDED_BY(m_mutex){};
+    tp::chash_root tokenRoot_;
+    tp::chash_root nameRoot_;
+    tp::chash_root exchangeRoot_;
 
-    // What readers see of the three roots.
-    PublishedIndex<Token> m_tokensByNumber;
-    PublishedIndex<nameref> m_names;
-    PublishedIndex<Exchange> m_exchanges;
     std::atomic<std::uint64_t> m_generation{0};
 };
 

@@ -6,13 +6,6 @@
 
 namespace KVNAPI {
 
-class Exchange;
-
-/// Link of an exchange in its map's index.
-struct ExchangeNode : tp::chash_node {
-    Exchange* owner = nullptr;
-};
-
 /// A source or permission id. Owned by the DataMap that it was looked up in.
 class Exchange {
 public:
@@ -26,7 +19,7 @@ public:
     unsigned skipParse : 1;
     unsigned lgcyFinance : 1; ///< in the finance range of the older feed numbering
     unsigned lgcyNews : 1;    ///< in the news range of the older feed numbering
-    ExchangeNode node;
+    tp::chash_node node;      ///< link in the map's index
 };
 
 } // namespace KVNAPI

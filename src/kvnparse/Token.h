@@ -6,13 +6,6 @@
 
 namespace KVNAPI {
 
-class Token;
-
-/// Link of a token in its map's index by number.
-struct TokenNode : tp::chash_node {
-    Token* owner = nullptr;
-};
-
 /// A field definition: number, name, type and flags. Owned by the DataMap that it is registered in; two
 /// tokens are the same field exactly when they are the same object.
 class Token {
@@ -29,9 +22,9 @@ public:
     unsigned priceNormalize : 1; ///< a price to be normalised by the message's denominator; TY_DOUBLE only
     unsigned passthrough : 1;
     unsigned hidden : 1;
-    char sid[12] = {};     ///< decimal text of `kvnid`
-    const char* name = ""; ///< lives in the map once the token is registered
-    TokenNode node;
+    char sid[12] = {};          ///< decimal text of `kvnid`
+    const char* name = "";      ///< lives in the map once the token is registered
+    tp::chash_node node;        ///< link in the map's index by number
     std::int32_t serialId = -1; ///< dense index in the map, -1 until assigned
 };
 

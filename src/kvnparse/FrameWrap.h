@@ -1,0 +1,47 @@
+#pragma once
+
+#include "kvnparse/Framer.h"
+#include "kvnparse/Parser.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace KVNAPI {
+
+/// Couples a parser of bodies to a framer, which it owns: the class behind the parser names "kvn" and "vkvn".
+template<class Parse>
+class FrameWrap final : public Parser {
+public:
+    FrameWrap(const char* framerName, int maxBufferSize)
+        : m_frame(Framer::alloc(framerName, maxBufferSize)) {}
+
+    [[nodiscard]] int setMetaMap(DataMap* map) override { return m_parser.setMetaMap(map); }
+    [[nodiscard]] int setOption(const char* name, const char* value) override {
+        return m_parser.setOption(name, value);
+    }
+    void push(bufref bytes) override { m_frame->push(bytes); }
+    [[nodiscard]] int moveRemaining(bufref dst) override { return m_frame->moveRemaining(dst); }
+
+    [[nodiscard]] int pull(Message* message) override {
+        bufref frame;
+        if (const int result = m_frame->pull(&frame); result != 0)
+            return result;
+        if (m_parser.parse(frame, message) != 0) {
+            m_msglen = 0;
+            return -1;
+        }
+        m_msglen = static_cast<std::int32_t>(frame.len);
+        return 0;
+    }
+
+    [[nodiscard]] int pull(bufref*) override { return -1; }
+    void reset() override { m_frame->reset(); }
+    [[nodiscard]] unsigned int msglen() const override { return static_cast<unsigned int>(m_msglen); }
+
+private:
+    std::unique_ptr<Framer> m_frame;
+    Parse m_parser;
+    std::int32_t m_msglen = 0;
+};
+
+} // namespace KVNAPI

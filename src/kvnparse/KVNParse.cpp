@@ -1,0 +1,340 @@
+#include "kvnparse/KVNParse.h"
+
+#include "kvnparse/KVNFields.h"
+#include "kvnparse/NumberDecode.h"
+#include "kvnparse/ParserAbort.h"
+
+#include <tp/te_error.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace KVNAPI {
+
+namespace {
+
+constexpr char OPTIONS_HELP[] = "\nAvailable options are:\n"
+                                "  AllowVerboseToken=0|1 : Permit KVN names as token ids\n"
+                                "  ParseIntoHeader=0|1   : Parse src/sym/etc into message header\n"
+                                "  PartCodeInHeader=0|1  : Load PART.CODE into message header\n"
+                                "  SetEOL=<ascii #>      : Set the End-Of-Line character (default 3)\n"
+                                "  HasKVNHeader=0|1      : Skip first 6 bytes of msg (default true)"
+                                "  DoNotParseSymbolIntoHeader=0|1   : Do not parse sym into message header\n";
+
+/// Longest stretch in which the "=" behind a token name is looked for.
+constexpr std::size_t NAME_SEARCH_MAX = 256;
+
+/// A token number as it stands on the wire, or -1 for one that no token can have.
+std::int64_t tokenNumber(const char* digits, const atou64_ret& read) noexcept {
+    constexpr std::int64_t MAX_NUMBER = 2147483647;
+    // More than ten digits can wrap around into a number that looks valid.
+    while (*digits == '0' && digits + 1 < read.p)
+        ++digits;
+    if (read.p - digits > 10 || read.i > static_cast<std::uint64_t>(MAX_NUMBER))
+        return -1;
+    return static_cast<std::int64_t>(read.i);
+}
+
+} // namespace
+
+int KVNParse::setMetaMap(DataMap* map) {
+    Token* unknownToken = nullptr;
+    Token* unknownValue = nullptr;
+    Token* deleteToken = nullptr;
+    const DataMap::lookup rows[] = {{"UNKNOWNTOKEN", Token::TY_STRING, &unknownToken},
+                                    {"UNKNOWNSVALUE", Token::TY_STRING, &unknownValue},
+                                    {"TOKEN.DEL", Token::TY_INT, &deleteToken}};
+    if (map->lookupMany(rows, static_cast<unsigned>(std::size(rows))) != 0)
+        return -1;
+    m_UnknownToken = unknownToken;
+    m_UnknownValue = unknownValue;
+    m_DeleteToken = deleteToken;
+    m_map = map;
+    m_generation = map->generation();
+    // A token of the old map may be gone, and another may live at its address.
+    m_funcs.clear();
+    m_collided.clear();
+    m_maxSerialId = -1;
+    setupHeaders();
+    return 0;
+}
+
+void KVNParse::setupHeaders() {
+    struct HeaderRow {
+        const char* name;
+        kvnparser_t function;
+        bool enabled;
+        Token* KVNParse::*field;
+    };
+    const bool header = m_parseIntoHeader != 0;
+    const HeaderRow rows[] = {
+        {"ENUM.SRC.ID", parseExchange, header, &KVNParse::m_ExchangeToken},
+        {"PERMISSION", parsePermission, header, &KVNParse::m_PermissionToken},
+        {"SYMBOL.TICKER", parseSymbol, header && m_excludeSym == 0, &KVNParse::m_SymbolToken},
+        {"REFRESH", parseRefresh, header, &KVNParse::m_RefreshToken},
+        {"ENUM.DISPLAY.PRECISION", parseDenom, header, nullptr},
+        {"PART.CODE", parseMarket, header && m_partCodeInHeader != 0, nullptr},
+        {"ENUM.QUERY.STATUS", parseRetCode, header, &KVNParse::m_RetCodeToken},
+        {"QUERY.TAG", parseTag, header, &KVNParse::m_TagToken},
+        {"CUSIP", parseCusip, header, &KVNParse::m_CusipToken},
+        {"ISIN", parseIsin, header, &KVNParse::m_IsinToken},
+        {"SEDOL", parseSedol, header, &KVNParse::m_SedolToken},
+        {"SYMBOL.BLOOMBERG.TICKER", parseSymBbgTicker, header, &KVNParse::m_SymBbgTickerToken},
+        {"SYMBOL.QUINTAL.TICKER", parseSymQuinTicker, header, &KVNParse::m_SymQuinTickerToken},
+        {"PRODUCT.ROOT", parseProdRoot, header, &KVNParse::m_ProdRootToken},
+    };
+    for (const HeaderRow& row : rows) {
+        Token* const token = m_map->lookupTokenViaName(row.name);
+        if (row.field != nullptr)
+            this->*row.field = token;
+        if (token != nullptr)
+            setTokenFunc(token, row.enabled ? row.function : nullptr);
+    }
+    forgetResolved();
+}
+
+void KVNParse::setTokenFunc(Token* token, kvnparser_t function) {
+    const int serialId = m_map->createTokenSerialId(token);
+    if (serialId > m_maxSerialId) {
+        m_maxSerialId = serialId;
+        m_funcs.resize(static_cast<std::size_t>(m_maxSerialId + 8) / 8 * 8);
+    }
+    FunctionRow& row = m_funcs[static_cast<std::size_t>(serialId)];
+    if (row.token == nullptr || row.token == token) {
+        row = {token, function};
+        return;
+    }
+    const auto known = std::find_if(m_collided.begin(), m_collided.end(),
+                                    [token](const FunctionRow& other) { return other.token == token; });
+    if (known != m_collided.end())
+        known->function = function;
+    else
+        m_collided.push_back({token, function});
+}
+
+kvnparser_t KVNParse::tokenFunc(Token* token) const noexcept {
+    const int serialId = m_map->getTokenSerialId(token);
+    if (serialId < 0 || serialId > m_maxSerialId)
+        return nullptr;
+    const FunctionRow& row = m_funcs[static_cast<std::size_t>(serialId)];
+    if (row.token == token)
+        return row.function;
+    for (const FunctionRow& other : m_collided)
+        if (other.token == token)
+            return other.function;
+    return nullptr;
+}
+
+void KVNParse::forgetResolved() {
+    m_rows.clear();
+    m_exchangeRows.assign(EXCHANGE_ROWS, ExchangeRow());
+}
+
+FieldRow KVNParse::makeRow(Token* token) const noexcept {
+    FieldRow row;
+    row.token = token;
+    row.kind = token->storage == Token::TY_STRING   ? FieldRow::STRING
+               : token->storage == Token::TY_DOUBLE ? FieldRow::DOUBLE
+                                                    : FieldRow::INTEGER;
+    const kvnparser_t function = tokenFunc(token);
+    if (function == parseSymbol)
+        row.kind = FieldRow::SYMBOL;
+    else if (function == parseExchange)
+        row.kind = FieldRow::EXCHANGE;
+    else if (function == parsePermission)
+        row.kind = FieldRow::PERMISSION;
+    else if (function == parseRefresh)
+        row.kind = FieldRow::REFRESH;
+    else if (function == parseDenom)
+        row.kind = FieldRow::DENOM;
+    else if (function == parseMarket)
+        row.kind = FieldRow::MARKET;
+    else if (function == parseRetCode)
+        row.present = FieldRow::RET_CODE;
+    else if (function == parseTag)
+        row.present = FieldRow::TAG;
+    else if (function != nullptr)
+        row.present = FieldRow::ALT_INDEX;
+    return row;
+}
+
+const FieldRow& KVNParse::resolveRow(std::uint32_t id) {
+    static const FieldRow NONE;
+    if (id >= MAX_ROWS)
+        return NONE;
+    Token* const token = m_map->lookupTokenViaNum(static_cast<int>(id));
+    if (token == nullptr)
+        return NONE;
+    if (id >= m_rows.size())
+        m_rows.resize(std::bit_ceil(std::max<std::size_t>(id + 1, 256)));
+    m_rows[id] = makeRow(token);
+    return m_rows[id];
+}
+
+const Exchange* KVNParse::exchange(std::int64_t number) {
+    const auto id = static_cast<std::int32_t>(number);
+    ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % EXCHANGE_ROWS];
+    if (row.exchange == nullptr || row.id != id)
+        row = {id, m_map->lookupExchange(id)};
+    return row.exchange;
+}
+
+bool KVNParse::isBound() {
+    if (m_map == nullptr) {
+        tp::te_error("Parser has no token map");
+        return false;
+    }
+    // The map was copied over: all tokens that this parser knows are gone.
+    return m_generation == m_map->generation() || setMetaMap(m_map) == 0;
+}
+
+int KVNParse::parse(bufref frame, Message* message) {
+    return parseWith(m_form, frame, message);
+}
+
+int KVNParse::parseWith(BodyParser form, bufref frame, Message* message) {
+    m_msg = message;
+    m_frame = frame;
+    message->reset();
+    if (!isBound())
+        return -1;
+    const auto headerSize = static_cast<bufref_len_t>(m_headerSize);
+    if (frame.len <= headerSize)
+        return abortAt(frame.end(), "Invalid token");
+    // The quicker forms rely on a header to read backwards into and on an end byte that is part of no value.
+    const bool plain = headerSize == KVN_HEADER_SIZE && m_allowVerboseToken == 0 && m_terminator == ETX &&
+                       frame.end()[-1] == ETX;
+    return (plain ? form : parseBodyScalar)(*this, frame.buf + headerSize);
+}
+
+const char* KVNParse::parseField(const char* position) {
+    Token* token = nullptr;
+    position = readToken(position, token);
+    if (position == nullptr)
+        return nullptr;
+    if (const kvnparser_t function = tokenFunc(token); function != nullptr)
+        return function(this, position);
+    return pullDefaultField(token, position);
+}
+
+const char* KVNParse::readToken(const char* position, Token*& token) {
+    const char* end = position;
+    const atou64_ret digits = _atou64(position, m_frame.end());
+    if (digits.p != position && digits.p != m_frame.end() && *digits.p == '=') {
+        end = digits.p;
+        const std::int64_t number = tokenNumber(position, digits);
+        token = number < 0 ? nullptr : m_map->lookupTokenViaNum(static_cast<int>(number));
+    } else {
+        if (m_allowVerboseToken == 0)
+            end = nullptr;
+        else
+            token = tryStringToken(&end);
+        if (end == nullptr) {
+            abortAt(position, "Invalid token");
+            return nullptr;
+        }
+    }
+    if (token == nullptr) {
+        m_msg->addPair()->setS(m_UnknownToken, position, end - position);
+        token = m_UnknownValue;
+    }
+    return end + 1;
+}
+
+Token* KVNParse::tryStringToken(const char** position) const {
+    const char* const name = *position;
+    const auto held = static_cast<std::size_t>(m_frame.end() - name);
+    const void* const found = std::memchr(name, '=', std::min(held, NAME_SEARCH_MAX));
+    *position = static_cast<const char*>(found);
+    if (found == nullptr || found == name) {
+        *position = nullptr;
+        return nullptr;
+    }
+    return m_map->lookupTokenViaName(std::string_view(name, static_cast<std::size_t>(*position - name)));
+}
+
+const char* KVNParse::readSigned(const char* position, std::int64_t& value) const noexcept {
+    const char* digits = position;
+    const char* const end = m_frame.end();
+    const bool negative = digits != end && *digits == '-';
+    if (negative || (digits != end && *digits == '+'))
+        ++digits;
+    const atou64_ret read = _atou64(digits, end);
+    value = static_cast<std::int64_t>(negative ? 0 - read.i : read.i);
+    return read.p != digits ? read.p : position;
+}
+
+const char* KVNParse::pullDefaultField(Token* token, const char* position) {
+    Message& message = *m_msg;
+    if (token->storage == Token::TY_STRING) {
+        const char* const end = valueEnd(position);
+        const auto length = static_cast<std::size_t>(end - position);
+        std::memcpy(message.verifyArea(length), position, length);
+        message.confirmAndAdd(token, length);
+        return end;
+    }
+    if (isValueEnd(position)) {
+        message.addPair()->setI(m_DeleteToken, token->kvnid);
+        return position;
+    }
+    if (token->storage == Token::TY_DOUBLE) {
+        const atod_ret read = _atod(position, m_frame.end());
+        message.addPair()->setD(token, read.d);
+        return read.p;
+    }
+    std::int64_t value = 0;
+    position = readSigned(position, value);
+    message.addPair()->setI(token, value);
+    return position;
+}
+
+int KVNParse::endField(const char* position, const char*& next) const {
+    if (position != m_frame.end()) {
+        if (*position == m_terminator)
+            return position + 1 == m_frame.end() ? 0 : abortAt(position, "Data after ETX");
+        if (*position == '|') {
+            next = position + 1;
+            return 1;
+        }
+    }
+    return abortAt(position, "Invalid value");
+}
+
+int KVNParse::abortAt(const char* position, const char* reason) const {
+    parserAbortFunc(m_frame, position, "%s", reason);
+    return -1;
+}
+
+int KVNParse::setOption(const char* name, const char* value) {
+    const std::string_view option(name);
+    if (option == "help") {
+        tp::te_error("%s", OPTIONS_HELP);
+        return -1;
+    }
+    const long number = std::strtol(value, nullptr, 10);
+    const auto narrow = static_cast<std::int32_t>(number);
+    if (option == "SetEOL")
+        m_terminator = static_cast<char>(number);
+    else if (option == "HasKVNHeader")
+        m_headerSize = number != 0 ? static_cast<std::int32_t>(KVN_HEADER_SIZE) : 0;
+    else if (option == "AllowVerboseToken")
+        m_allowVerboseToken = narrow;
+    else if (option == "ParseIntoHeader")
+        m_parseIntoHeader = narrow;
+    else if (option == "PartCodeInHeader")
+        m_partCodeInHeader = narrow;
+    else if (option == "DoNotParseSymbolIntoHeader")
+        m_excludeSym = narrow;
+    else {
+        tp::te_error("Invalid option name");
+        return -1;
+    }
+    if (m_map != nullptr)
+        setupHeaders();
+    return 0;
+}
+
+} // namespace KVNAPI

@@ -1,0 +1,163 @@
+#pragma once
+
+#include "kvnparse/BodyParser.h"
+#include "kvnparse/DataMap.h"
+#include "kvnparse/FrameFormat.h"
+#include "kvnparse/Message.h"
+#include "kvnparse/bufref.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace KVNAPI {
+
+class KVNParse;
+
+/// Reads the value at a position of the frame into the parser's message. Returns the position behind the
+/// value, or null after an abort that it has reported.
+using kvnparser_t = const char* (*)(KVNParse* parse, const char* position);
+
+/// What the vector forms of the parser need to know of a token, reached by its number without a search.
+struct FieldRow {
+    enum Kind : std::uint8_t {
+        UNRESOLVED,
+        INTEGER,
+        DOUBLE,
+        STRING,
+        SYMBOL,
+        EXCHANGE,
+        PERMISSION,
+        REFRESH,
+        DENOM,
+        MARKET
+    };
+    /// Bits of `present`: flags of the message that the field raises.
+    enum Present : std::uint8_t { RET_CODE = 1, TAG = 2, ALT_INDEX = 4 };
+
+    Token* token = nullptr;
+    Kind kind = UNRESOLVED;
+    std::uint8_t present = 0;
+};
+
+/// Knows the body of a frame: turns its id=value fields into a Message, by the dictionary that it is bound
+/// to. Used by one thread, which may insert exchanges into the map while parsing.
+class KVNParse {
+public:
+    /// String values are always copied into the message.
+    static constexpr int COPY_STRINGS = 1;
+
+    KVNParse() = default;
+    KVNParse(const KVNParse&) = delete;
+    KVNParse& operator=(const KVNParse&) = delete;
+
+    /// Binds the parser to a map. Returns -1 and keeps the old one when it lacks a token of those that every
+    /// parser needs.
+    [[nodiscard]] int setMetaMap(DataMap* map);
+
+    /// Sets one option by its name; -1 with a text in te_geterror for "help" and unknown names.
+    [[nodiscard]] int setOption(const char* name, const char* value);
+
+    /// Empties the message and fills it from a whole frame. Returns 0, or -1 with a text in te_geterror; the
+    /// message then holds what was parsed so far and must not be used.
+    [[nodiscard]] int parse(bufref frame, Message* message);
+
+    /// The same with a form of the body parser of the caller's choice.
+    [[nodiscard]] int parseWith(BodyParser form, bufref frame, Message* message);
+
+    // For the forms of the body parser and the functions of the fields.
+
+    /// One field at `position`: its id, and its value by the token's function or the default step. Returns
+    /// the position behind the value, or null after an abort.
+    [[nodiscard]] const char* parseField(const char* position);
+
+    /// Adds the pair of an ordinary value; see parseField.
+    [[nodiscard]] const char* pullDefaultField(Token* token, const char* position);
+
+    /// After the value that ends at `position`: sets `next` to the start of the field that follows. Returns 0
+    /// at the end of the frame, 1 when a field follows and -1 after an abort.
+    [[nodiscard]] int endField(const char* position, const char*& next) const;
+
+    /// Reports why the frame is refused. Returns -1.
+    int abortAt(const char* position, const char* reason) const;
+
+    [[nodiscard]] bool isValueEnd(const char* position) const noexcept {
+        return position >= m_frame.end() || *position == '|' || *position == m_terminator;
+    }
+    [[nodiscard]] const char* valueEnd(const char* position) const noexcept {
+        while (!isValueEnd(position))
+            ++position;
+        return position;
+    }
+    [[nodiscard]] const char* readSigned(const char* position, std::int64_t& value) const noexcept;
+
+    /// The row of a token number below MAX_ROWS; its kind is UNRESOLVED when the map has no such token.
+    [[nodiscard]] const FieldRow& row(std::uint32_t id) {
+        if (id < m_rows.size() && m_rows[id].kind != FieldRow::UNRESOLVED)
+            return m_rows[id];
+        return resolveRow(id);
+    }
+
+    /// The exchange of that number, through a small cache of this parser's own.
+    [[nodiscard]] const Exchange* exchange(std::int64_t number);
+
+    DataMap* m_map = nullptr;
+    Message* m_msg = nullptr;
+    Token* m_UnknownToken = nullptr;
+    Token* m_UnknownValue = nullptr;
+    Token* m_DeleteToken = nullptr;
+    Token* m_RefreshToken = nullptr;
+    Token* m_ExchangeToken = nullptr;
+    Token* m_PermissionToken = nullptr;
+    Token* m_SymbolToken = nullptr;
+    Token* m_RetCodeToken = nullptr;
+    Token* m_TagToken = nullptr;
+    Token* m_CusipToken = nullptr;
+    Token* m_IsinToken = nullptr;
+    Token* m_SedolToken = nullptr;
+    Token* m_SymBbgTickerToken = nullptr;
+    Token* m_SymQuinTickerToken = nullptr;
+    Token* m_ProdRootToken = nullptr;
+    std::int32_t m_parseIntoHeader = 1;
+    std::int32_t m_partCodeInHeader = 1;
+    std::int32_t m_allowVerboseToken = 0;
+    std::int32_t m_excludeSym = 0;
+    std::int32_t m_headerSize = static_cast<std::int32_t>(KVN_HEADER_SIZE);
+    char m_terminator = ETX;
+    bufref m_frame; ///< the frame being parsed: no value reaches past its end
+
+    static constexpr std::uint32_t MAX_ROWS = 65536;
+
+private:
+    /// A function beside the token that it was set for, since two tokens of a copied map may share an index.
+    struct FunctionRow {
+        const Token* token = nullptr;
+        kvnparser_t function = nullptr;
+    };
+    struct ExchangeRow {
+        std::int32_t id = 0;
+        const Exchange* exchange = nullptr;
+    };
+    static constexpr std::size_t EXCHANGE_ROWS = 256;
+
+    void setupHeaders();
+    void setTokenFunc(Token* token, kvnparser_t function);
+    [[nodiscard]] kvnparser_t tokenFunc(Token* token) const noexcept;
+    void forgetResolved();
+    [[nodiscard]] bool isBound();
+    [[nodiscard]] const FieldRow& resolveRow(std::uint32_t id);
+    [[nodiscard]] FieldRow makeRow(Token* token) const noexcept;
+    [[nodiscard]] const char* readToken(const char* position, Token*& token);
+    [[nodiscard]] Token* tryStringToken(const char** position) const;
+
+    std::vector<FunctionRow> m_funcs;    ///< by serial id
+    std::vector<FunctionRow> m_collided; ///< of tokens whose serial id another token holds
+    std::int32_t m_maxSerialId = -1;
+    std::uint64_t m_generation = 0;
+    std::vector<FieldRow> m_rows; ///< by token number
+    std::vector<ExchangeRow> m_exchangeRows;
+    BodyParser m_form = bestBodyParser();
+};
+
+} // namespace KVNAPI

@@ -1,0 +1,19 @@
+#include "kvnparse/KVNParsers.h"
+
+#include "kvnparse/FrameWrap.h"
+#include "kvnparse/KVNParse.h"
+
+namespace KVNAPI {
+
+std::unique_ptr<Parser> newKVNparser(int maxBufferSize) {
+    return std::make_unique<FrameWrap<KVNParse>>("kvn", maxBufferSize);
+}
+
+std::unique_ptr<Parser> newVKVNparser(int maxBufferSize) {
+    auto parser = std::make_unique<FrameWrap<KVNParse>>("newline", maxBufferSize);
+    if (parser->optionParser("SetEOL=10,AllowVerboseToken=1,HasKVNHeader=0") != 0)
+        return nullptr;
+    return parser;
+}
+
+} // namespace KVNAPI
