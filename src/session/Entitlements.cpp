@@ -1,0 +1,147 @@
+// Sources that are granted to the user or withdrawn while the session runs.
+#include "session/SessionImpl.h"
+
+#include <tp/eprintf.h>
+
+#include "config/ConnectionConfigImpl.h"
+#include "config/HostConfigImpl.h"
+#include "dictionary/MetaTokenMap.h"
+#include "hub/HubClient.h"
+#include "kvnparse/Message.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr int kMaxPort = 65535;
+constexpr int kMaxSource = 65535;
+
+/// Where a hub says that a source is served.
+struct PortAnswer {
+    std::string host;
+    int64_t port = 0;
+    bool hasPort = false;
+};
+
+PortAnswer readPortAnswer(KVNAPI::Message& msg, const KVNAPI::Token* hostToken,
+                          const KVNAPI::Token* portToken) {
+    PortAnswer answer;
+    for (int i = 0; i < msg.pairCount() && !answer.hasPort; ++i) {
+        const KVNAPI::TVPair& pair = *msg.pair(i);
+        if (pair.token == hostToken) {
+            answer.host.assign(pair.s.buf, pair.s.len);
+        } else if (pair.token == portToken) {
+            answer.port = pair.i;
+            answer.hasPort = true;
+        }
+    }
+    return answer;
+}
+
+} // namespace
+
+void SessionImpl::addNewEntitlement(int src, HubClient* hub) {
+    if (hub == nullptr) {
+        eprintf(EPF_WARN, "No HubClient, so new entitlement for src %d cannot be added", src);
+        return;
+    }
+    if (src < 1 || src > kMaxSource || !m_entitled.add(src, hub))
+        return;
+    {
+        tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+        m_hubStatus.hubSrcLstMap[hub].insert(src);
+    }
+    m_routes.assign(src, hub);
+    insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED, "", src, 0);
+    eprintf(EPF_DBUG, "Entitlement for src %d added to HUB(%s)", src, hub->getHubAddr().c_str());
+}
+
+void SessionImpl::addNewEntitlement(int src, const std::string& hostInfo) {
+    if (hostInfo.empty())
+        return;
+    HostConfigImpl* host = m_hosts.find(hostInfo);
+    if (host == nullptr) {
+        const std::string local = HandleAccess::impl(getConnectionConfig()).getLocalIp(hostInfo);
+        host = m_hosts.find(local);
+        if (host == nullptr) {
+            eprintf(EPF_WARN, "SessionImpl::addNewEntitlement: hostConfig(%s) not found!", local.c_str());
+            eprintf(EPF_WARN, "SessionImpl::addNewEntitlement: hostConfig(%s) not found!", hostInfo.c_str());
+        }
+    }
+    HubClient* hub = nullptr;
+    if (host != nullptr) {
+        hub = m_hubs.find(host->getIndex());
+        if (hub == nullptr)
+            eprintf(EPF_WARN, "SessionImpl:::addNewEntitlement hubClient not found for %s!",
+                    hostInfo.c_str());
+    }
+    addNewEntitlement(src, hub);
+}
+
+void SessionImpl::deleteEntitlement(int src, HubClient* hub) {
+    HubClient* const serving = m_routes.find(src);
+    const bool counts = serving != nullptr ? serving == hub : m_hubs.getFirstHub() == hub;
+    if (!counts)
+        return;
+    // The route stays: a request for the withdrawn source still gets that hub's answer.
+    const bool wasEntitled = m_entitled.remove(src);
+    {
+        tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+        m_hubStatus.hubSrcLstMap[hub].erase(src);
+    }
+    if (wasEntitled)
+        insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_SOURCE_REMOVED, "", src, 0);
+    else
+        eprintf(EPF_DBUG,
+                "deleteEntitlement: src %d was not entitled so not sending "
+                "SessionEvent::TIVRA_SESSION_SOURCE_REMOVED",
+                src);
+}
+
+void SessionImpl::beginAddNewEntitlement(int src) {
+    if (src >= kFirstNewsSource) {
+        eprintf(EPF_DBUG, "Ignore news src %d", src);
+        return;
+    }
+    if (HubClient* const serving = m_routes.find(src)) {
+        addNewEntitlement(src, serving);
+        return;
+    }
+    {
+        tp::MutexLock lock(dynEntMap_mutex);
+        if (!dynEntMap.insert(src).second)
+            return; // asked already; one question per source is enough
+    }
+    const RequestImpl builder;
+    auto request = std::make_unique<RequestInternal>(&builder);
+    request->makePortQuestion(getNextTag(), src);
+    if (!sendToHub(request, m_hubs.getFirstHub(), true, src))
+        eprintf(EPF_WARN, "GetPort request not sent");
+}
+
+void SessionImpl::finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary) {
+    const KVNAPI::Token* const hostToken =
+        dictionary.lookupTypedTokenViaName("HOST.SERVER.IP", KVNAPI::Token::TY_STRING);
+    if (hostToken == nullptr) {
+        eprintf(EPF_CRIT, "SessionImpl::finishAddNewEntitlement: HOST.SERVER.IP not defined!");
+        return;
+    }
+    const KVNAPI::Token* const portToken =
+        dictionary.lookupTypedTokenViaName("CLIENT.PORT", KVNAPI::Token::TY_INT);
+    if (portToken == nullptr) {
+        eprintf(EPF_CRIT, "SessionImpl::finishAddNewEntitlement: CLIENT.PORT not defined!");
+        return;
+    }
+    const PortAnswer answer = readPortAnswer(msg, hostToken, portToken);
+    if (!answer.hasPort)
+        return;
+    if (answer.port < 1 || answer.port > kMaxPort) {
+        eprintf(EPF_WARN, "GetPort failed with rc=%lld; dynamic add entitlement for src %d has failed", 0LL,
+                src);
+        return;
+    }
+    // On a session with a connection manager the host would come from the manager's table of ports.
+    addNewEntitlement(src, answer.host + ":" + std::to_string(answer.port));
+}
+
+} // namespace tivra_internal

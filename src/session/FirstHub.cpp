@@ -1,0 +1,45 @@
+// Stepping through the configured hosts: the next first hub is made when all that came before is ready.
+#include "session/SessionImpl.h"
+
+#include <cstddef>
+
+#include <tp/eprintf.h>
+
+#include "config/HostConfigImpl.h"
+#include "hub/HubClient.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+
+int SessionImpl::createNextfirstHub() {
+    eprintf(EPF_DBUG, "createNextfirstHub(ENTRY): m_createNextfirstHub set false");
+    m_firstHubs.m_createNextfirstHub = false;
+    const auto index = static_cast<std::size_t>(m_firstHubs.m_initIPindex + 1);
+    eprintf(EPF_INFO, " createNextfirstHub, index= %d", static_cast<int>(index));
+    const std::vector<HostPair>& hosts = activeHosts();
+    if (index >= hosts.size()) {
+        // The two lists may differ in length; the one in use is done.
+        m_firstHubs.m_allFirstHubschecked = true;
+        return 0;
+    }
+    const HostPair& pair = hosts[index];
+    const std::string hostInfo = HostTable::hostInfoOf(pair.addr, pair.port);
+    HostConfigImpl* const host = m_hosts.findByAddress(pair.addr, pair.port);
+    if (host == nullptr) {
+        eprintf(EPF_WARN, " createNextfirstHub -hub alredy created before, hostInfoString= %s",
+                hostInfo.c_str());
+        return -1;
+    }
+    if (m_hubs.contains(host->getIndex())) {
+        eprintf(EPF_WARN,
+                " createNextfirstHub -hub alredy created before for directHUBconnection(Primary/Backup ips "
+                "same for "
+                "different types), hostInfoString= %s",
+                hostInfo.c_str());
+        return -1;
+    }
+    createHubClient(*host, true);
+    return 0;
+}
+
+} // namespace tivra_internal

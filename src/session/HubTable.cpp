@@ -1,0 +1,38 @@
+#include "session/HubTable.h"
+
+#include "hub/HubClient.h"
+
+namespace tivra_internal {
+
+HubTable::HubTable() = default;
+HubTable::~HubTable() = default;
+
+HubClient* HubTable::getFirstHub() const {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    return hubClientsMap.empty() ? nullptr : hubClientsMap.begin()->second.get();
+}
+
+HubClient* HubTable::find(std::size_t index) const {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    const auto found = hubClientsMap.find(index);
+    return found == hubClientsMap.end() ? nullptr : found->second.get();
+}
+
+std::vector<HubClient*> HubTable::copy() const {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    std::vector<HubClient*> clients;
+    clients.reserve(hubClientsMap.size());
+    for (const auto& [index, client] : hubClientsMap)
+        clients.push_back(client.get());
+    return clients;
+}
+
+void HubTable::deleteAll() {
+    std::map<std::size_t, std::unique_ptr<HubClient>> clients;
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    clients.swap(hubClientsMap);
+    lock.unlock();
+    // Deleted outside the lock: a client's end takes locks of its own and of the user.
+}
+
+} // namespace tivra_internal

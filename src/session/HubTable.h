@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
+namespace tivra_internal {
+
+class HubClient;
+
+/// All hub clients by the index of their host; the first in this order is the default hub. Owns them. @thread
+/// any
+struct HubTable {
+    /// A session never has more hubs than this, whatever a hub lists.
+    static constexpr std::size_t kMaxHubs = 256;
+
+    HubTable();
+    ~HubTable();
+
+    mutable tp::Mutex m_hubClientsMap_mutex{kLockHubClientsMap};
+    std::map<std::size_t, std::unique_ptr<HubClient>> hubClientsMap TP_GUARDED_BY(m_hubClientsMap_mutex);
+
+    /// The default hub; null while there is none.
+    [[nodiscard]] HubClient* getFirstHub() const;
+    [[nodiscard]] HubClient* find(std::size_t index) const;
+    [[nodiscard]] bool contains(std::size_t index) const { return find(index) != nullptr; }
+    /// All hubs in the order of their indexes. They live until the session's worker threads have ended.
+    [[nodiscard]] std::vector<HubClient*> copy() const;
+    void deleteAll();
+};
+
+} // namespace tivra_internal

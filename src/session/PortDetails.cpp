@@ -1,0 +1,132 @@
+// Answers to GETSOURCEPORTDETAILS, which the session gives from its own tables through the pseudo hub's
+// queue.
+#include "session/SessionImpl.h"
+
+#include <cstddef>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "hub/HubClient.h"
+#include "receive/Queue.h"
+#include "request/HubWatchlist.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr double kSecondsOfBackOff = 1.0;
+constexpr std::size_t kFrameOverhead = 8;
+// Half of the pseudo hub's ring: a longer answer goes out as several messages of the same source.
+constexpr std::size_t kMaxAnswer = 512 * 1024;
+
+void appendHub(std::string& text, const HubClient& hub) {
+    text += "|13001=" + hub.getHubAddr() + "|13101=" + std::to_string(hub.getHubPort());
+}
+
+} // namespace
+
+void SessionImpl::enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) {
+    const int64_t tag = request->getTag();
+    {
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        m_responses.reqRespMap[tag] = ResponseBook::makeEntry(*request, {nonHubClient.get()}, false, 0);
+    }
+    if (watchlistInUse()) {
+        watchlist.setExpectedResponses(tag, 1);
+        if (nonHubClient)
+            nonHubClient->getWatchlist()->add(tag, std::make_unique<RequestInternal>(request.get()));
+        else
+            eprintf(EPF_WARN, "nonHubClient NULL, so tag %lld not added to local watchlist",
+                    static_cast<long long>(tag));
+    }
+    getPortDetailsQueue.push_back(tag);
+    request.reset();
+}
+
+void SessionImpl::handle_port_details_requests(unsigned numMsgs) {
+    const double now = tp::Clock::monotonic();
+    if (isPortDetailsQueueFull && now >= lastPortDetailsQFullCheckTime &&
+        now - lastPortDetailsQFullCheckTime < kSecondsOfBackOff)
+        return;
+    lastPortDetailsQFullCheckTime = now;
+    for (; numMsgs > 0 && !getPortDetailsQueue.empty(); --numMsgs) {
+        bool isDone = false;
+        isPortDetailsQueueFull = !sendOnePortDetailsMsg(getPortDetailsQueue.front(), isDone);
+        if (isPortDetailsQueueFull)
+            return;
+        if (isDone) {
+            getPortDetailsQueue.pop_front();
+            return;
+        }
+    }
+}
+
+/// One source's answer, or the final message. False when the queue has no room now.
+bool SessionImpl::sendOnePortDetailsMsg(int64_t tag, bool& isDone) {
+    const auto printableTag = static_cast<long long>(tag);
+    int source = 0;
+    HubClient* hub = nullptr;
+    if (!m_entitled.next(m_lastSrc, source, hub)) {
+        eprintf(EPF_DBUG, "getNextHub() nextHub=NULL; *currSrc=%d", source);
+        const std::string text = "5026=" + std::to_string(tag) + "|5001=0";
+        if (!writeLocalMessage(text)) {
+            eprintf(EPF_DBUG, "Unable to write final message; No space on queue, tag=%lld; len = %d",
+                    printableTag, static_cast<int>(text.size()));
+            return false;
+        }
+        isDone = true;
+        m_lastSrc = 0;
+        return true;
+    }
+    eprintf(EPF_DBUG, "getNextHub() nextHub=%s; *currSrc=%d", hub->getHubAddr().c_str(), source);
+    if (source > kFirstNewsSource) {
+        m_lastSrc = source;
+        return true;
+    }
+    for (const std::string& text : portDetailsOf(tag, source, *hub)) {
+        eprintf(EPF_DBUG, "kvnStr=%.*s; currSrc=%d ", 4096, text.c_str(), source);
+        if (!writeLocalMessage(text)) {
+            eprintf(EPF_DBUG,
+                    "Unable to write message for source = %d; tag=%lld; No space on queue, len = %d", source,
+                    printableTag, static_cast<int>(text.size()));
+            return false;
+        }
+    }
+    m_lastSrc = source;
+    return true;
+}
+
+/// The texts that tell which hub or hubs serve a source; more than one when it has very many patterns.
+std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, const HubClient& hub) const {
+    const std::string opening = "5026=" + std::to_string(tag) + "|4=" + std::to_string(source);
+    std::vector<std::string> texts{opening};
+    if (!m_split.isSplitSymbol(source)) {
+        appendHub(texts.back(), hub);
+        return texts;
+    }
+    std::map<HubClient*, std::set<std::string>> patterns;
+    if (!m_split.patternsByHub(source, patterns))
+        eprintf(EPF_WARN, "src %d is a split exchange but no entry found in SrcToSplitServByRegex", source);
+    for (const auto& [part, patternsOfPart] : patterns) {
+        appendHub(texts.back(), *part);
+        for (const std::string& pattern : patternsOfPart) {
+            if (texts.back().size() + pattern.size() > kMaxAnswer) {
+                texts.push_back(opening);
+                appendHub(texts.back(), *part);
+            }
+            texts.back() += "|5={" + pattern + "}";
+        }
+    }
+    return texts;
+}
+
+bool SessionImpl::writeLocalMessage(const std::string& text) {
+    if (!nonHubClient)
+        return false;
+    std::string frame(text.size() + kFrameOverhead, '\0');
+    const int length = HubClient::buildKvnMsg(text.c_str(), text.size(), frame.data());
+    return nonHubClient->getResponseQueue()->writeToQueue(frame.data(), static_cast<std::size_t>(length));
+}
+
+} // namespace tivra_internal

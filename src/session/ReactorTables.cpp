@@ -1,0 +1,89 @@
+#include "session/ReactorTables.h"
+
+#include <utility>
+
+#include <tp/eprintf.h>
+
+#include "hub/HubEventReactor.h"
+#include "receive/UserEventReactor.h"
+
+namespace tivra_internal {
+
+ReactorChoice chooseReactor(int lastUsedIndex, int reactorCount, bool multithreaded, long maxThreads) {
+    const int following = lastUsedIndex + 1;
+    if (following != reactorCount)
+        return {following, false};
+    const bool mayGrow = multithreaded ? (maxThreads == 0 || maxThreads > reactorCount) : reactorCount == 0;
+    if (mayGrow)
+        return {following, true};
+    return {0, false};
+}
+
+ReactorTables::ReactorTables() = default;
+ReactorTables::~ReactorTables() = default;
+
+HubEventReactor* ReactorTables::reactorOf(HubClient* client) {
+    tp::MutexLock lock(m_hubER_mutex);
+    const auto found = hubToEventReactor.find(client);
+    return found == hubToEventReactor.end() ? nullptr : found->second;
+}
+
+std::vector<HubClient*> ReactorTables::hubsOf(int reactorIndex) {
+    tp::MutexLock lock(m_hubER_mutex);
+    const auto found = eventReactorHubList.find(reactorIndex);
+    return found == eventReactorHubList.end() ? std::vector<HubClient*>() : found->second;
+}
+
+std::vector<QueueReadHandler*> ReactorTables::handlersOf(int reactorIndex) {
+    tp::MutexLock lock(m_reqQ_mutex);
+    const auto found = eventReactorQueueHandlerList.find(reactorIndex);
+    return found == eventReactorQueueHandlerList.end() ? std::vector<QueueReadHandler*>() : found->second;
+}
+
+void ReactorTables::endAll() {
+    {
+        tp::MutexLock placing(m_registerHub_mutex);
+        tp::MutexLock lock(m_hubER_mutex);
+        for (auto& [index, reactor] : hubEventReactorMap)
+            reactor->end();
+    }
+    tp::MutexLock lock(m_reqQ_mutex);
+    for (auto& [index, reactor] : userEventReactorMap)
+        reactor->end();
+}
+
+void ReactorTables::joinAll() {
+    tp::MutexLock lock(m_threadVector_mutex);
+    while (!thread_vector.empty()) {
+        tp::Thread thread = std::move(thread_vector.front());
+        thread_vector.pop_front();
+        lock.unlock();
+        thread.join();
+        eprintf(EPF_DBUG, "About to delete event reactor thread (joined)");
+        lock.lock();
+    }
+}
+
+void ReactorTables::forgetHubs() {
+    tp::MutexLock lock(m_hubER_mutex);
+    hubToEventReactor.clear();
+}
+
+void ReactorTables::deleteAll() {
+    {
+        tp::MutexLock placing(m_registerHub_mutex);
+        hubNextAvailableIndex = 0;
+        hubLastUsedIndex = -1;
+        tp::MutexLock lock(m_hubER_mutex);
+        hubEventReactorMap.clear();
+        eventReactorHubList.clear();
+    }
+    tp::MutexLock lock(m_reqQ_mutex);
+    userEventReactorMap.clear();
+    eventReactorQueueHandlerList.clear();
+    portUserERIndexMap.clear();
+    userNextAvailableIndex = 0;
+    userLastUsedIndex = -1;
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,479 @@
+// From the application's `send` to the hub or hubs that get the request.
+#include "session/SessionImpl.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "config/ConnectionConfigImpl.h"
+#include "config/SessionConfigImpl.h"
+#include "config/UserInfoImpl.h"
+#include "hub/HubClient.h"
+#include "hub/HubEventReactor.h"
+#include "receive/QueueReadHandler.h"
+#include "request/CommandClasses.h"
+#include "request/HubWatchlist.h"
+#include "request/RequestInternal.h"
+#include "session/AlternateIndexScan.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr int kSymbolToken = 5;
+constexpr double kSecondsOfBackOff = 1.0;
+// Routing may lengthen a subscribe without a symbol when it becomes a snap and subscribe.
+constexpr std::size_t kRoomForConversion = 12;
+
+long long printable(int64_t tag) {
+    return static_cast<long long>(tag);
+}
+
+bool hasSymbol(const RequestInternal& request) {
+    return request.getSymbol()[0] != '\0';
+}
+
+bool isTooLong(const RequestInternal& request) {
+    std::size_t limit = HubClient::kMaxRequestText;
+    if (request.isCommandSet() && request.getCommand() == tivra::SUBSCRIBE && !hasSymbol(request))
+        limit -= kRoomForConversion;
+    return request.getText().size() > limit;
+}
+
+/// Symbols of the system source that the library subscribes for itself.
+struct OwnSymbols {
+    bool heartbeat;
+    bool hubStatus;
+};
+
+OwnSymbols ownSymbolsIn(const RequestInternal& request) {
+    const std::string_view symbol = request.getSymbol();
+    return {symbol.empty() || symbol == QueueReadHandler::HEARTBEAT_SYM,
+            symbol.empty() || symbol == QueueReadHandler::HUB_STATUS_SYM};
+}
+
+} // namespace
+
+bool SessionImpl::watchlistInUse() {
+    return settings().isWatchlistOn();
+}
+
+int64_t SessionImpl::send(RequestImpl& builder) {
+    if (!isValid) {
+        eprintf(EPF_WARN, "Multiple Sessions are not supported; ignoring start request");
+        return 0;
+    }
+    auto request = std::make_unique<RequestInternal>(&builder);
+    if (!request->isCommandSet()) {
+        eprintf(EPF_WARN, "Invalid Request: no command set");
+        request->setNullCmd();
+    }
+    SessionConfigImpl& config = settings();
+    const bool listed = config.isWatchlistOn();
+    const auto maxQueue = static_cast<std::size_t>(config.getMaxRequestQueueSize());
+    const auto maxList = static_cast<std::size_t>(config.getMaxWatchlistSize());
+
+    tp::MutexLock lock(m_request_mutex);
+    const bool listFull = listed && watchlist.size() >= maxList;
+    // An application must always be able to unsubscribe its way out of a full list.
+    const bool refusedByList =
+        listFull && !(request->isCommandSet() && isUnsubscribeCommand(request->getCommand()));
+    if (refusedByList || requestQueue.size() >= maxQueue) {
+        const int64_t tag = builder.hasGeneratedTag() ? builder.getGeneratedTag() : 0;
+        eprintf(EPF_WARN, "send() failed for tag %lld: %s is full", printable(tag),
+                listFull ? "watchlist" : "requestQueue");
+        return 0;
+    }
+    const bool hadTag = builder.hasGeneratedTag();
+    const int64_t tag = hadTag ? builder.getGeneratedTag() : getNextTag();
+    request->setTag(tag);
+    if (isTooLong(*request)) {
+        eprintf(EPF_WARN, "send() failed for tag %lld: request is too long", printable(tag));
+        return 0;
+    }
+    builder.consumeGeneratedTag();
+    eprintf(EPF_DBUG, "send: request with tag=%lld queued", printable(tag));
+    if (listed && request->isCommandSet())
+        watchlist.add(tag, *request);
+    requestQueue.push_back(std::move(request));
+    return tag;
+}
+
+void SessionImpl::handle_hub_requests(unsigned numReqs) {
+    const double now = tp::Clock::monotonic();
+    if (isHubQueueFull && now >= lastQFullCheckTime && now - lastQFullCheckTime < kSecondsOfBackOff)
+        return;
+    lastQFullCheckTime = now;
+    tp::MutexLock lock(m_request_mutex);
+    for (; numReqs > 0 && !requestQueue.empty(); --numReqs) {
+        // Routed outside the lock, so that a slow decision does not hold up the application's `send`.
+        std::unique_ptr<RequestInternal> head = std::move(requestQueue.front());
+        requestQueue.pop_front();
+        lock.unlock();
+        isHubQueueFull = !routeRequestToHub(head);
+        lock.lock();
+        if (isHubQueueFull) {
+            requestQueue.push_front(std::move(head));
+            return;
+        }
+    }
+}
+
+/// True: the request has been disposed of. False: it must stay the first in the queue.
+bool SessionImpl::routeRequestToHub(std::unique_ptr<RequestInternal>& request) {
+    request->resubHB = false;
+    request->resubHubStatus = false;
+    if (!request->isCommandSet())
+        return sendToTarget(request);
+
+    switch (request->getCommand()) {
+    case tivra::SETCONFLATIONINTERVAL:
+        if (watchlistInUse())
+            storeConflationInterval(*request);
+        break;
+    case tivra::GETSOURCEPORTDETAILS:
+        enterPortDetailsRequest(request);
+        return true;
+    case tivra::ADDALTERNATEINDEX:
+        enterAddedAlternateIndexes(*request);
+        break;
+    case tivra::SUBSCRIBE:
+    case tivra::UNSUBSCRIBE:
+    case tivra::QUERYSNAP:
+    case tivra::QUERYSNAPANDSUBSCRIBE:
+    case tivra::UNSUBSCRIBEWILDCARD:
+        applySymbolRules(*request);
+        break;
+    default:
+        break;
+    }
+    // The first need for cross-reference hubs of a connection manager would be seen here.
+    return sendToTarget(request);
+}
+
+/// A later reconnect negotiates the interval that the application has set last.
+void SessionImpl::storeConflationInterval(const RequestInternal& request) {
+    const std::string text = "|" + request.getKVNCommand();
+    const std::size_t found = text.find("|2029=");
+    if (found == std::string::npos) {
+        eprintf(EPF_WARN, "CONFLATION.INTERVAL not set in SETCONFLATIONINTERVAL request");
+        return;
+    }
+    const long interval = std::strtol(text.c_str() + found + std::strlen("|2029="), nullptr, 10);
+    HandleAccess::impl(getConnectionConfig()).set(tivra::HostConfig::CONFLATION_INTERVAL_LONG, interval);
+}
+
+void SessionImpl::enterAddedAlternateIndexes(RequestInternal& request) {
+    const long long tag = printable(request.getTag());
+    eprintf(EPF_DBUG, "ADDALTERNATEINDEX request tag=%lld", tag);
+    request.altIndex.clear();
+    for (const int32_t token : request.getKVNTokenNums()) {
+        AltIndexInfo entry;
+        entry.kvnid = token;
+        entry.srcid = request.getSrcid();
+        entry.command = tivra::ADDALTERNATEINDEX;
+        request.altIndex.push_back(entry);
+        eprintf(EPF_DBUG, "Adding altid=%d for src=%d for tag=%lld", token, request.getSrcid(), tag);
+    }
+}
+
+void SessionImpl::applySymbolRules(RequestInternal& request) {
+    if (!hasSymbol(request) && scanAlternateIndexes(request))
+        return;
+    const tivra::Commands command = request.getCommand();
+    if (command == tivra::SUBSCRIBE || command == tivra::QUERYSNAPANDSUBSCRIBE)
+        applySubscribeRule(request);
+    else if (command == tivra::UNSUBSCRIBE)
+        applyUnsubscribeRule(request);
+}
+
+void SessionImpl::applySubscribeRule(RequestInternal& request) {
+    if (request.getSrcid() == kSystemSource) {
+        const OwnSymbols own = ownSymbolsIn(request);
+        if (own.heartbeat)
+            m_HBSubscribed = true;
+        if (own.hubStatus)
+            m_HubStatusSubscribed = true;
+    } else if (request.getSrcid() == -1 && request.getCommand() == tivra::SUBSCRIBE && !hasSymbol(request)) {
+        eprintf(EPF_WARN, "Full subscribe not supported by API: tag=(%lld)\n", printable(request.getTag()));
+        request.add(kSymbolToken, std::string("FULLSUBNOTALLOWEDFROMAPI"));
+    }
+}
+
+/// The library keeps two subscriptions for itself, so an unsubscribe of one is followed by a fresh subscribe.
+void SessionImpl::applyUnsubscribeRule(RequestInternal& request) {
+    const long long tag = printable(request.getTag());
+    if (request.getSrcid() == kSystemSource) {
+        const OwnSymbols own = ownSymbolsIn(request);
+        if (own.heartbeat) {
+            m_HBSubscribed = false;
+            request.resubHB = true;
+            eprintf(EPF_DBUG,
+                    "Must resubscribe to heartbeats after sending unsubscribe request with tag=(%lld); "
+                    "src=%d, sym=%s\n",
+                    tag, request.getSrcid(), request.getSymbol());
+        }
+        if (own.hubStatus) {
+            m_HubStatusSubscribed = false;
+            request.resubHubStatus = true;
+            eprintf(
+                EPF_DBUG,
+                "Must resubscribe to %s after sending unsubscribe request with tag=(%lld); src=%d, sym=%s\n",
+                QueueReadHandler::HUB_STATUS_SYM, tag, request.getSrcid(), request.getSymbol());
+        }
+    } else if (request.getSrcid() == -1 && !hasSymbol(request)) {
+        eprintf(EPF_WARN, "Full unsubscribe not supported by API: tag=(%lld)\n", tag);
+        request.add(kSymbolToken, std::string("FULLUNSUBNOTALLOWEDFROMAPI"));
+    }
+}
+
+bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
+    const long long tag = printable(request->getTag());
+    const int source = request->getSrcid();
+    RouteQuestion question;
+    question.source = source;
+    question.isCmdSet = request->isCommandSet();
+    question.command = request->getCommand();
+    question.symbol = request->getSymbol();
+    question.sourceIsSplit = m_split.isSplitSymbol(source);
+    question.isCMconnection = m_isCMconnection;
+    if (source >= kFirstNewsSource) {
+        const HubClient* const first = m_hubs.getFirstHub();
+        question.firstHubMajorVersion = first == nullptr ? 0 : first->getHubMajorVersion();
+    }
+    eprintf(EPF_DBUG, "Sending request with tag=(%lld); src=%d, sym=%s; command=%d\n", tag, source,
+            request->getSymbol(), static_cast<int>(question.command));
+    switch (decideRoutingTarget(question)) {
+    case RoutingTarget::EachHubOfSplitSource:
+        eprintf(EPF_DBUG, "Request goes to all hubs with exchange (%d) \n", source);
+        return sendToEach(request, source);
+    case RoutingTarget::HubOfSplitSymbol: {
+        HubClient* const hub = hubForSplitSymbol(*request);
+        return hub == nullptr ? sendToFirstHub(request) : sendToHub(request, hub, false, 0);
+    }
+    case RoutingTarget::HubOfSource:
+        return sendToExchange(request, source);
+    case RoutingTarget::AllHubsNews:
+        return sendToAll(request, true);
+    case RoutingTarget::AllHubs:
+        return sendToAll(request, false);
+    case RoutingTarget::DefaultHub:
+        return sendToFirstHub(request);
+    case RoutingTarget::DefaultHubNewsXref:
+        eprintf(EPF_WARN,
+                " Error:Not all xref hubs are connected,  sending request with exch >= 4096, to default "
+                "HUB to get response \n");
+        return sendToDefaultHub(request);
+    case RoutingTarget::DefaultHubXref:
+        eprintf(
+            EPF_WARN,
+            " Error:Not all xref hubs are connected ; sending queryxref to default HUB to get response \n");
+        return sendToDefaultHub(request);
+    }
+    return sendToFirstHub(request);
+}
+
+/// The hub by pattern, else by the deciding letter; null, with a warning, when neither places the symbol.
+HubClient* SessionImpl::hubForSplitSymbol(const RequestInternal& request) {
+    const int source = request.getSrcid();
+    const char* const symbol = request.getSymbol();
+    if (HubClient* const hub = m_split.getHubForSplitSymbol(source, symbol))
+        return hub;
+    const std::size_t position = m_split.skipSplitLetters(source);
+    const long long tag = printable(request.getTag());
+    if (std::strlen(symbol) <= position) {
+        eprintf(EPF_WARN,
+                "Lookup failed: request with tag=(%lld); src=%d, sym=%s will be sent to arbitrary HUB\n", tag,
+                source, symbol);
+        return nullptr;
+    }
+    HubClient* const hub = m_split.getHubForSplitSymbol(source, symbol[position]);
+    if (hub == nullptr)
+        eprintf(EPF_WARN,
+                "  character lookup failed for (%c) for exch (%d); request with tag=(%lld); src=%d, sym=%s "
+                "will be "
+                "sent to arbitrary HUB\n",
+                symbol[position], source, tag, source, symbol);
+    return hub;
+}
+
+/// Queues the request for one hub. False always means that the caller still owns it.
+bool SessionImpl::sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* hub, bool force, int src) {
+    if (hub == nullptr) {
+        eprintf(EPF_CRIT, "Internal error: null HUB; aborting");
+        return false;
+    }
+    request->setHUB(hub);
+    HubEventReactor* const reactor = m_reactors.reactorOf(hub);
+    if (reactor == nullptr) {
+        if (shutdownInProgress)
+            eprintf(EPF_WARN, "Shutdown in progress: discarding request");
+        else
+            eprintf(EPF_CRIT, "Internal error: no EventReactor registered for this HUB (%s)",
+                    hub->getHubAddr().c_str());
+        return false;
+    }
+    const int64_t tag = request->getTag();
+    bool isNew = false;
+    {
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        if (m_responses.reqRespMap.count(tag) == 0) {
+            m_responses.reqRespMap.emplace(tag, ResponseBook::makeEntry(*request, {hub}, false, src));
+            isNew = true;
+        }
+    }
+    if (isNew && watchlistInUse())
+        watchlist.setExpectedResponses(tag, 1);
+    eprintf(EPF_DBUG, "Pushing request with tag=%lld for HUB %s", printable(tag), hub->getHubAddr().c_str());
+    return reactor->pushRequest(request, force);
+}
+
+bool SessionImpl::sendToExchange(std::unique_ptr<RequestInternal>& request, int exch) {
+    HubClient* const hub = m_routes.find(exch);
+    if (hub != nullptr && m_reactors.reactorOf(hub) != nullptr)
+        return sendToHub(request, hub, false, 0);
+    eprintf(EPF_WARN, "Request with tag=%lld: exchange (%d) not found; not entitled at HUB for user %s",
+            printable(request->getTag()), exch, m_user.getUserName().c_str());
+    return sendToFirstHub(request);
+}
+
+/// The default hub's answer is what the application receives.
+bool SessionImpl::sendToFirstHub(std::unique_ptr<RequestInternal>& request) {
+    HubClient* const hub = m_hubs.getFirstHub();
+    return hub != nullptr && sendToHub(request, hub, false, 0);
+}
+
+bool SessionImpl::sendToDefaultHub(std::unique_ptr<RequestInternal>& request) {
+    const int64_t tag = request->getTag();
+    {
+        tp::MutexLock lock(m_reqTagLst_mutex);
+        m_reqTagLst.insert(tag);
+    }
+    eprintf(EPF_WARN, " Send to default HUB to get response ;Request with tag=%lld", printable(tag));
+    return sendToFirstHub(request);
+}
+
+bool SessionImpl::sendToAll(std::unique_ptr<RequestInternal>& request, bool isNews) {
+    return sendCopies(request, m_hubs.copy(), isNews);
+}
+
+bool SessionImpl::sendToEach(std::unique_ptr<RequestInternal>& request, int exch) {
+    const std::vector<HubClient*> hubs = m_split.hubsOf(exch);
+    if (hubs.empty() && !m_split.isSplitSymbol(exch))
+        return sendToExchange(request, exch);
+    return sendCopies(request, hubs, false);
+}
+
+/// A copy to each hub. True when at least one was fed; a hub that refused its copy is no longer expected to
+/// answer.
+bool SessionImpl::sendCopies(std::unique_ptr<RequestInternal>& request, const std::vector<HubClient*>& hubs,
+                             bool isNews) {
+    if (hubs.empty())
+        return false;
+    const int64_t tag = request->getTag();
+    {
+        // The number stands before the first push: an answer may come while the others are still being fed.
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        m_responses.reqRespMap[tag] = ResponseBook::makeEntry(*request, hubs, isNews, 0);
+    }
+    if (watchlistInUse())
+        watchlist.setExpectedResponses(tag, hubs.size());
+    std::vector<HubClient*> refused;
+    for (HubClient* hub : hubs) {
+        auto copy = std::make_unique<RequestInternal>(request.get());
+        copy->altIndex = request->altIndex;
+        if (!sendToHub(copy, hub, false, 0))
+            refused.push_back(hub);
+    }
+    if (refused.size() == hubs.size())
+        return false;
+    if (!refused.empty()) {
+        eprintf(EPF_DBUG, "reqFail=%zu, reqGood=%zu, in tag=%lld", refused.size(),
+                hubs.size() - refused.size(), printable(tag));
+        for (HubClient* hub : refused)
+            lowerExpectedResponses(tag, hub);
+    }
+    request.reset();
+    return true;
+}
+
+void SessionImpl::lowerExpectedResponses(int64_t tag, HubClient* hub) {
+    {
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        const auto found = m_responses.reqRespMap.find(tag);
+        if (found != m_responses.reqRespMap.end()) {
+            reqResp& entry = found->second;
+            if (entry.outstandingResponses > 1)
+                --entry.outstandingResponses;
+            entry.stopWaitingFor(hub);
+        }
+    }
+    if (watchlistInUse())
+        watchlist.lowerExpectedResponses(tag);
+}
+
+/// A request whose hub is not served any more: when it was for that hub alone it is routed again.
+void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) {
+    const int64_t tag = request->getTag();
+    bool routeAgain = false;
+    {
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        const auto found = m_responses.reqRespMap.find(tag);
+        if (found != m_responses.reqRespMap.end() && found->second.outstandingResponses == 1) {
+            routeAgain = true;
+            m_responses.reqRespMap.erase(found);
+        }
+    }
+    if (!routeAgain) {
+        lowerExpectedResponses(tag, client);
+        return;
+    }
+    tp::MutexLock lock(m_request_mutex);
+    requestQueue.push_back(std::move(request));
+}
+
+/// A listed request is written again: its hub's answer is expected again.
+void SessionImpl::noteReplay(const RequestInternal& request, HubClient* client) {
+    tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+    const auto [entry, isNew] = m_responses.reqRespMap.try_emplace(request.getTag());
+    if (isNew) {
+        entry->second = ResponseBook::makeEntry(request, {client}, false, 0);
+        return;
+    }
+    if (!entry->second.isWaitingFor(client)) {
+        entry->second.waitingFor.push_back(client);
+        ++entry->second.outstandingResponses;
+    }
+}
+
+bool SessionImpl::isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) {
+    command = tivra::SUBSCRIBE;
+    {
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        const auto found = m_responses.reqRespMap.find(tag);
+        if (found != m_responses.reqRespMap.end()) {
+            command = found->second.command;
+            return tivra_internal::isQueryCommand(command);
+        }
+    }
+    if (tag == LOGIN || !watchlistInUse()) {
+        eprintf(EPF_WARN, "Internal Error: Request with tag=%lld not found", printable(tag));
+        return false;
+    }
+    eprintf(EPF_DBUG, "Request with tag=%lld not found; get command from watchlist", printable(tag));
+    if (!hub->getWatchlist()->getCommand(tag, command)) {
+        eprintf(EPF_WARN, "Request with tag=%lld not found in watchlist", printable(tag));
+        return false;
+    }
+    return tivra_internal::isQueryCommand(command);
+}
+
+std::shared_ptr<const std::vector<AltIndexInfo>> SessionImpl::getAlternateIndexForSubscription(int64_t tag) {
+    tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+    const auto found = m_responses.reqRespMap.find(tag);
+    return found == m_responses.reqRespMap.end() ? nullptr : found->second.altIndex;
+}
+
+} // namespace tivra_internal

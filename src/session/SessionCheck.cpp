@@ -1,0 +1,225 @@
+// The session check, ten times a second on the first user thread: it counts the hubs, decides the state and
+// delivers session events.
+#include "session/SessionImpl.h"
+
+#include <event/SessionEvent.h>
+#include <session/SessionEventHandler.h>
+#include <tp/eprintf.h>
+
+#include "config/UserInfoImpl.h"
+#include "hub/HubClient.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::Session;
+using tivra::SessionEvent;
+
+constexpr int kEventsPerCheck = 500;
+constexpr const char* kSameHubTwice = "HUB already created, Ports/IP should be of different HUB types";
+
+} // namespace
+
+void SessionImpl::check_user_events() {
+    m_user.handleEvents();
+}
+
+void SessionImpl::check_session_events() {
+    decideState();
+    reportJitConflation();
+    handleEvents(false);
+}
+
+/// The first user thread ends: what has been raised still reaches the application.
+void SessionImpl::deliverLastEvents() {
+    if (shutdownInProgress || stopRequested)
+        handleEvents(true);
+    else
+        check_session_events();
+}
+
+void SessionImpl::decideState() {
+    if (m_firstHubs.m_createNextfirstHub) {
+        eprintf(EPF_DBUG, "check_session_events: m_createNextfirstHub==true");
+        if (createNextfirstHub() != 0) {
+            if (isStarted) {
+                m_firstHubs.m_allFirstHubschecked = true;
+            } else {
+                abortStart(kSameHubTwice);
+                eprintf(EPF_WARN, "HUB already created,so abort");
+            }
+        }
+    }
+    HubCounts counts = countHubs();
+    lastState = state.load();
+    {
+        tp::MutexLock lock(newQRHQueue_mutex);
+        counts.pending = static_cast<int>(newQRHQueue.size());
+        for (const HubClient* client : newQRHQueue)
+            counts.pending -= client->getInitialHubDisconnected() ? 1 : 0;
+    }
+    counts.downs = m_downSinceLastCheck.exchange(0);
+
+    const CheckDecision decision = decideSessionCheck(counts);
+    switch (decision.path) {
+    case CheckPath::Down:
+        sessionDown(decision.counts);
+        break;
+    case CheckPath::Last:
+        lastHubMissing(decision.counts);
+        break;
+    case CheckPath::Partial:
+        sessionPartial(decision.counts);
+        break;
+    case CheckPath::AllReady:
+        allReady(decision.counts);
+        break;
+    }
+    const Session::States now = state;
+    if (now != lastState)
+        insertSessionEvent(static_cast<SessionEvent::Types>(now), "", 0, 0);
+}
+
+HubCounts SessionImpl::countHubs() {
+    HubCounts counts;
+    for (const HubClient* client : m_hubs.copy()) {
+        if (client->isReady())
+            ++counts.ready;
+        else
+            ++counts.notReady;
+    }
+    return counts;
+}
+
+void SessionImpl::sessionDown(const HubCounts& counts) {
+    state = Session::TIVRA_SESSION_UNAVAILABLE;
+    eprintf(EPF_DBUG, "SESSION_UNAVAILABLE: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
+            counts.notReady, static_cast<unsigned>(counts.pending));
+    // The one hub that is missing may be the first hub, which waits for nobody any more.
+    if (counts.notReady == 1)
+        continueFirstHub();
+}
+
+/// The newest first hub holds back until all others have their box permissions: lets it go on. False when it
+/// does not wait.
+bool SessionImpl::continueFirstHub() {
+    HubClient* const first = m_firstHubs.newest();
+    if (first == nullptr || !first->waitsForBoxPerms())
+        return false;
+    eprintf(EPF_DBUG, "All other HUBs ready");
+    // Its own thread does the rest: the socket and the conversation are that thread's.
+    first->requestContinueEntitlements();
+    return true;
+}
+
+void SessionImpl::lastHubMissing(HubCounts counts) {
+    if (continueFirstHub())
+        return;
+    counts.notReady = 1;
+    sessionPartial(counts);
+}
+
+void SessionImpl::sessionPartial(const HubCounts& counts) {
+    const auto pending = static_cast<unsigned>(counts.pending);
+    if (lastState == Session::TIVRA_SESSION_UNAVAILABLE) {
+        eprintf(EPF_DBUG, "SESSION_UNAVAILABLE: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
+                counts.notReady, pending);
+        return;
+    }
+    state = Session::TIVRA_SESSION_RECOVERY;
+    eprintf(EPF_DBUG, "SESSION_RECOVERY: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
+            counts.notReady, pending);
+    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+    for (HubClient* client : m_hubStatus.m_hubDownLst) {
+        HubStatus& status = m_hubStatus.hubStatusMap[client];
+        if (status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY ||
+            status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES)
+            continue;
+        status.prevStatus = status.currStatus;
+        status.currStatus = SessionEvent::TIVRA_SESSION_RECOVERY;
+        eprintf(EPF_DBUG, "SESSION_RECOVERY: hubStatusMap updated for HUB [%s] ",
+                client->getHubAddr().c_str());
+    }
+}
+
+void SessionImpl::allReady(const HubCounts& counts) {
+    if (!m_isInitiallyEstablished)
+        stepToNextFirstHub(counts);
+    if (!m_firstHubs.m_allFirstHubschecked)
+        return;
+    // The dropping of a connection manager's first hub would begin here.
+    if (!isStarted && !m_latch.settle(StartLatch::Outcome::Established, std::string()))
+        return; // the start has been given up or stopped meanwhile
+    state = Session::TIVRA_SESSION_ESTABLISHED;
+    isStarted = true;
+    m_isInitiallyEstablished = true;
+    if (lastState != Session::TIVRA_SESSION_ESTABLISHED)
+        announceSources(counts);
+}
+
+void SessionImpl::stepToNextFirstHub(const HubCounts& counts) {
+    const int index = m_firstHubs.m_initIPindex;
+    const auto hosts = static_cast<int>(primaryIP2PortLst.size());
+    eprintf(EPF_DBUG,
+            "check_session_events: m_initIPindex=%d; primaryIP2PortLst.size()=%zu; ready=%d; notReady=%d; "
+            "pending=%u",
+            index, primaryIP2PortLst.size(), counts.ready, counts.notReady,
+            static_cast<unsigned>(counts.pending));
+    if (index >= hosts || index == hosts - 1) {
+        m_firstHubs.m_allFirstHubschecked = true;
+        return;
+    }
+    m_firstHubs.m_createNextfirstHub = true;
+    eprintf(EPF_DBUG,
+            "check_session_events: m_createNextfirstHub set true:  primaryIP2PortLst.size()=%zu, "
+            "primaryIP2PortLst.size()-1=%zu",
+            primaryIP2PortLst.size(), primaryIP2PortLst.size() - 1);
+}
+
+void SessionImpl::announceSources(const HubCounts& counts) {
+    const bool isNew = lastState == Session::TIVRA_SESSION_UNAVAILABLE;
+    const std::vector<HubClient*> clients = m_hubs.copy();
+    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+    for (HubClient* client : clients) {
+        m_hubStatus.hubSrcLstMap[client];
+        HubStatus& status = m_hubStatus.hubStatusMap[client];
+        if (isNew)
+            status = {SessionEvent::TIVRA_SESSION_UNAVAILABLE, SessionEvent::TIVRA_SESSION_ESTABLISHED};
+        if (m_hubStatus.m_hubDownLst.erase(client) != 0) {
+            status.prevStatus = status.currStatus;
+            status.currStatus = SessionEvent::TIVRA_SESSION_ESTABLISHED;
+        }
+    }
+    for (const auto& [source, client] : m_entitled.copy()) {
+        m_hubStatus.hubSrcLstMap[client].insert(source);
+        if (isNew)
+            insertSessionEvent(SessionEvent::TIVRA_SESSION_AVAILABLE_ALLSOURCES, "", source, 0);
+    }
+    eprintf(EPF_DBUG, "SESSION_ESTABLISHED: # HUBs ready=%d; notReady=%d, hubSrcLstMap.size = %zu",
+            counts.ready, counts.notReady, m_hubStatus.hubSrcLstMap.size());
+}
+
+/// One start and one stop event cover all queues together.
+void SessionImpl::reportJitConflation() {
+    const int conflating = m_jitCount;
+    if (conflating > 0 && !m_isJitConflating) {
+        m_isJitConflating = true;
+        insertSessionEvent(SessionEvent::TIVRA_SESSION_JIT_START_CONFLATING, "", 0, 0);
+    } else if (conflating <= 0 && m_isJitConflating) {
+        m_isJitConflating = false;
+        insertSessionEvent(SessionEvent::TIVRA_SESSION_JIT_STOP_CONFLATING, "", 0, 0);
+    }
+}
+
+void SessionImpl::handleEvents(bool untilEmpty) {
+    for (int delivered = 0; untilEmpty || delivered < kEventsPerCheck; ++delivered) {
+        const SessionEventPtr event = m_events.pop();
+        if (!event)
+            return;
+        sessionHandler->onSessionEvent(*event);
+        eprintf(EPF_INFO, "SessionEvent: %s", sessionEventText(*event).c_str());
+    }
+}
+
+} // namespace tivra_internal

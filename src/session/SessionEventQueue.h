@@ -1,0 +1,39 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <string>
+
+#include <event/SessionEvent.h>
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+#include "config/HandleAccess.h"
+
+namespace tivra_internal {
+
+using SessionEventPtr = HandlePtr<tivra::SessionEvent>;
+
+/// Events between the thread that raises them and the first user thread, which delivers them.
+class SessionEventQueue {
+public:
+    /// @thread any. A flood of source events from a hub is cut off; events of the session's state are always
+    /// kept.
+    void push(SessionEventPtr event);
+    /// The oldest event, null when there is none. @thread first user thread
+    [[nodiscard]] SessionEventPtr pop();
+    [[nodiscard]] bool empty() const;
+    void clear();
+
+private:
+    [[nodiscard]] bool mayDrop(tivra::SessionEvent::Types type) const TP_REQUIRES(m_session_event_mutex);
+
+    mutable tp::Mutex m_session_event_mutex{kLockSessionEvent};
+    std::deque<SessionEventPtr> eventQueue TP_GUARDED_BY(m_session_event_mutex);
+    double m_lastDropWarning TP_GUARDED_BY(m_session_event_mutex) = -1.0;
+};
+
+/// The text by which an event stands in the log, such as "DIC_LOADED (version)".
+[[nodiscard]] std::string sessionEventText(const tivra::SessionEvent& event);
+
+} // namespace tivra_internal

@@ -1,0 +1,175 @@
+#include "session/SessionImpl.h"
+
+#include <csignal>
+#include <cstddef>
+#include <string_view>
+
+#include <tp/eprintf.h>
+
+#include "config/ConnectionConfigImpl.h"
+#include "config/SessionConfigImpl.h"
+#include "config/UserInfoImpl.h"
+#include "hub/HubClient.h"
+#include "request/RequestInternal.h"
+#include "session/SessionEventImpl.h"
+
+namespace tivra_internal {
+namespace {
+
+// Allocated once and never destroyed: a session may log in while the process ends.
+tp::Mutex& languageMutex() {
+    static auto* const mutex = new tp::Mutex;
+    return *mutex;
+}
+
+std::string& languageWord() {
+    static auto* const word = new std::string("C++");
+    return *word;
+}
+
+} // namespace
+
+SessionImpl::SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler,
+                         tivra::Session& publicSession, bool valid)
+    : userInfo(user)
+    , m_user(HandleAccess::impl(user))
+    , sessionHandler(&handler)
+    , session(publicSession)
+    , isValid(valid) {
+    // A write to a hub that has closed must fail with an error instead of ending the process.
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
+SessionImpl::~SessionImpl() {
+    stop();
+    {
+        // A `start` of another thread still holds its mutex while it notices that it has been stopped.
+        tp::MutexLock starting(m_start_mutex);
+        stop();
+    }
+    m_user.discardEvents(session);
+    m_events.clear();
+    m_hosts.clear();
+}
+
+void SessionImpl::setLanguage(const std::string& word) {
+    tp::MutexLock lock(languageMutex());
+    languageWord() = word;
+}
+
+std::string SessionImpl::getLanguage() const {
+    tp::MutexLock lock(languageMutex());
+    return languageWord();
+}
+
+tivra::SessionConfig& SessionImpl::getSessionConfig() {
+    tp::MutexLock lock(m_config_mutex);
+    if (!sessionConfig)
+        sessionConfig = HandleAccess::make<tivra::SessionConfig>(std::make_unique<SessionConfigImpl>());
+    return *sessionConfig;
+}
+
+tivra::ConnectionConfig& SessionImpl::getConnectionConfig() {
+    tp::MutexLock lock(m_config_mutex);
+    if (!connectionConfig)
+        connectionConfig =
+            HandleAccess::make<tivra::ConnectionConfig>(std::make_unique<ConnectionConfigImpl>(m_hosts));
+    return *connectionConfig;
+}
+
+SessionConfigImpl& SessionImpl::settings() {
+    return HandleAccess::impl(getSessionConfig());
+}
+
+void SessionImpl::registerMessageEventHandler(tivra::MessageEventHandler* handler) {
+    m_msgEventHandler = handler;
+    eprintf(EPF_INFO, "Registered MessageEventHandler %p", static_cast<const void*>(handler));
+}
+
+void SessionImpl::registerStatisticsEventHandler(tivra::StatisticsEventHandler* handler, int interval) {
+    statsHandler = handler;
+    statsInterval = static_cast<double>(interval);
+    eprintf(EPF_INFO, "Registered StatisticsEventHandler %p with %d second interval",
+            static_cast<const void*>(handler), interval);
+}
+
+void SessionImpl::setRetCodeDesc(int code, const char* text, long length) {
+    m_retCodes.set(code, std::string_view(text, length < 0 ? 0 : static_cast<std::size_t>(length)));
+}
+
+void SessionImpl::claimFirstHubClient(HubClient* client) {
+    HubClient* none = nullptr;
+    m_firstHubs.firstHubClient.compare_exchange_strong(none, client);
+}
+
+bool SessionImpl::isFirstHubClient(const HubClient* client) const {
+    return m_firstHubs.firstHubClient.load() == client;
+}
+
+bool SessionImpl::isNewestFirstHub(const HubClient* client) const {
+    return m_firstHubs.newest() == client;
+}
+
+bool SessionImpl::isFirstHub(const HubClient* hub) const {
+    return m_hubs.getFirstHub() == hub;
+}
+
+void SessionImpl::noteHubDown(HubClient* client) {
+    m_hubStatus.noteDown(client);
+}
+
+void SessionImpl::countHubLoss(HubClient* client) {
+    // A first hub that the session has let go on purpose is no loss.
+    if (!client->getInitialHubDisconnected())
+        ++m_downSinceLastCheck;
+}
+
+void SessionImpl::enterReadyHub(HubClient* client) {
+    tp::MutexLock lock(newQRHQueue_mutex);
+    if (client->markReady())
+        newQRHQueue.push_back(client);
+}
+
+void SessionImpl::insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion,
+                                     int sourceID, int queueDepth) {
+    m_events.push(HandleAccess::make<tivra::SessionEvent>(
+        std::make_unique<SessionEventImpl>(type, session, dicVersion, sourceID, queueDepth)));
+}
+
+void SessionImpl::addBoxSource(int src, HubClient* client) {
+    m_routes.addBoxSource(src, client);
+}
+
+bool SessionImpl::addUserSource(int src, HubClient* entHub) {
+    bool had = false;
+    HubClient* const serving = m_routes.addUserSource(src, entHub, had);
+    // Only a source with a hub counts as entitled; the others are looked for first.
+    if (had && serving != nullptr)
+        m_entitled.set(src, serving);
+    return had;
+}
+
+void SessionImpl::assignSource(int src, HubClient* client) {
+    m_routes.assign(src, client);
+}
+
+SessionImpl::PortCursor SessionImpl::nextSourceWithoutHub(int after, HubClient* client) {
+    PortCursor cursor;
+    cursor.source = m_routes.nextWithoutHub(after, client, cursor.last);
+    return cursor;
+}
+
+void SessionImpl::addSplitExchange(int src, HubClient* client) {
+    m_split.addSplitExchange(src, client);
+}
+
+void SessionImpl::addSplitSymbol(int src, const std::string& pattern, HubClient* client) {
+    m_split.addSplitSymbol(src, pattern.c_str(), client, client->getHubAddr());
+}
+
+bool SessionImpl::isTagAwaitingXrefHubs(int64_t tag) {
+    tp::MutexLock lock(m_reqTagLst_mutex);
+    return m_reqTagLst.count(tag) != 0;
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,361 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <event/SessionEvent.h>
+#include <session/Session.h>
+#include <tp/Mutex.h>
+#include <tp/Thread.h>
+
+#include "LockOrder.h"
+#include "config/HostTable.h"
+#include "config/RetCodeTexts.h"
+#include "dictionary/DictionaryCache.h"
+#include "hub/HubSession.h"
+#include "receive/ReadHandlerSession.h"
+#include "request/RequestSender.h"
+#include "request/TagSource.h"
+#include "request/Watchlist.h"
+#include "session/FirstHubs.h"
+#include "session/HostPair.h"
+#include "session/HubSourceStatus.h"
+#include "session/HubTable.h"
+#include "session/ReactorTables.h"
+#include "session/ResponseBook.h"
+#include "session/RetCodeTable.h"
+#include "session/RoutingTarget.h"
+#include "session/SessionCheckDecision.h"
+#include "session/SessionEventQueue.h"
+#include "session/SourceRoutes.h"
+#include "session/SplitTables.h"
+#include "session/StartLatch.h"
+#include "session/TagCounter.h"
+
+namespace tivra {
+class ConnectionConfig;
+class SessionConfig;
+class SessionEventHandler;
+class StatisticsEventHandler;
+class UserInfo;
+} // namespace tivra
+
+namespace tivra_internal {
+
+class HubClient;
+class HubEventReactor;
+class QueueReadHandler;
+class RequestImpl;
+class RequestInternal;
+class SessionConfigImpl;
+class UserEventReactor;
+class UserInfoImpl;
+class StatisticsEventImpl;
+
+/// The engine behind the public Session: the one object that all threads of a session share. It owns the
+/// hubs, the reactors with their threads, the queues between them and the tables by which requests find a hub
+/// and answers find their request. Each concern has its table with a mutex of its own, and a source file of
+/// its own.
+class SessionImpl final : public HubSession,
+                          public ReadHandlerSession,
+                          public RequestSender,
+                          public TagSource,
+                          public RetCodeTexts {
+public:
+    SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
+                bool valid);
+    ~SessionImpl() override;
+    SessionImpl(const SessionImpl&) = delete;
+    SessionImpl& operator=(const SessionImpl&) = delete;
+
+    /// The word for the application's binding language in login requests; "C++" unless `initialize` names
+    /// another.
+    static void setLanguage(const std::string& word);
+
+    // --- the public session; @thread application ---
+    [[nodiscard]] bool start(std::string& failReason);
+    bool stop();
+    [[nodiscard]] tivra::SessionConfig& getSessionConfig();
+    [[nodiscard]] tivra::ConnectionConfig& getConnectionConfig();
+    [[nodiscard]] tivra::UserInfo& getUserInfo() { return userInfo; }
+    void registerMessageEventHandler(tivra::MessageEventHandler* handler);
+    void registerStatisticsEventHandler(tivra::StatisticsEventHandler* handler, int interval);
+    /// The tag of the request, or 0 when it was refused. @thread any
+    [[nodiscard]] int64_t send(RequestImpl& request);
+    [[nodiscard]] tivra::Session::States getState() const override { return state.load(); }
+
+    // --- what hub connections ask; see HubSession ---
+    [[nodiscard]] bool isCMconnection() const override { return m_isCMconnection; }
+    [[nodiscard]] bool isStopping() const override { return stopRequested || shutdownInProgress; }
+    [[nodiscard]] bool isInitiallyEstablished() const override { return m_isInitiallyEstablished; }
+    [[nodiscard]] int getQueueDepthThreshold() const override { return m_queueDepthThreshold; }
+    [[nodiscard]] std::string getLanguage() const override;
+    void claimFirstHubClient(HubClient* client) override;
+    [[nodiscard]] bool isFirstHubClient(const HubClient* client) const override;
+    [[nodiscard]] bool isNewestFirstHub(const HubClient* client) const override;
+    void noteHubDown(HubClient* client) override;
+    void countHubLoss(HubClient* client) override;
+    void enterReadyHub(HubClient* client) override;
+    [[nodiscard]] bool haveEnum() const override { return m_haveEnum; }
+    void setHaveEnum() override { m_haveEnum = true; }
+    [[nodiscard]] const char* getRetCodeDesc(int code) const override { return m_retCodes.get(code); }
+    void setRetCodeDesc(int code, const char* text, long length) override;
+    [[nodiscard]] DictionaryCache& getDictionaryCache() override { return m_dictionaries; }
+    void startDicReload() override;
+    void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
+                            int queueDepth) override;
+    void addBoxSource(int src, HubClient* client) override;
+    bool addUserSource(int src, HubClient* entHub) override;
+    void assignSource(int src, HubClient* client) override;
+    [[nodiscard]] PortCursor nextSourceWithoutHub(int after, HubClient* client) override;
+    [[nodiscard]] HubLookup assignSourceToHost(int src, const std::string& hostInfo) override;
+    void createHubForHost(const std::string& hostInfo, HostConfigImpl& like) override;
+    void addSplitExchange(int src, HubClient* client) override;
+    void addSplitSymbol(int src, const std::string& pattern, HubClient* client) override;
+    [[nodiscard]] Watchlist& getWatchlist() override { return watchlist; }
+    [[nodiscard]] RequestSender& getRequestSender() override { return *this; }
+    void noteReplay(const RequestInternal& request, HubClient* client) override;
+    void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) override;
+    [[nodiscard]] const RetCodeTexts& getRetCodeTexts() const override { return *this; }
+
+    // --- what read handlers ask; see ReadHandlerSession ---
+    [[nodiscard]] tivra::Session& getSession() override { return session; }
+    [[nodiscard]] tivra::MessageEventHandler* getMsgEventHandler() const override {
+        return m_msgEventHandler;
+    }
+    [[nodiscard]] bool isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) override;
+    [[nodiscard]] std::shared_ptr<const std::vector<AltIndexInfo>>
+    getAlternateIndexForSubscription(int64_t tag) override;
+    [[nodiscard]] bool suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::Token* statusTok,
+                                        KVNAPI::TVPair* rcPair, MetaTokenMap* dictionary,
+                                        HubClient* from) override;
+    [[nodiscard]] bool isHBSubscribed() const override { return m_HBSubscribed; }
+    [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override;
+    void addJitCount(int delta) override { m_jitCount += delta; }
+    [[nodiscard]] bool isFirstHub(const HubClient* hub) const override;
+    void addNewEntitlement(int src, HubClient* hub) override;
+    void deleteEntitlement(int src, HubClient* hub) override;
+    void beginAddNewEntitlement(int src) override;
+
+    // --- RequestSender, TagSource ---
+    [[nodiscard]] bool sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* hub, bool force,
+                                 int src) override;
+    [[nodiscard]] int64_t getNextTag() override { return m_tags.next(); }
+
+    // --- what the timers call ---
+    void check_hub_clients(double now, HubEventReactor& reactor);         ///< @thread hub
+    void calc_hub_stats(double curtime, HubEventReactor& reactor);        ///< @thread hub
+    void calc_hub_queue_full_stats(double now, HubEventReactor& reactor); ///< @thread hub
+    void calc_user_stats(double curtime, UserEventReactor& reactor);      ///< @thread user
+    void check_session_events();                                          ///< @thread first user
+    void check_user_events();                                             ///< @thread first user
+    void check_statistics_events(double curtime);                         ///< @thread first user
+    void check_queueDepth_events(double curtime);                         ///< @thread first user
+
+private:
+    // SessionStart.cpp
+    [[nodiscard]] bool startLocked(std::string& failReason) TP_REQUIRES(m_start_mutex);
+    [[nodiscard]] bool refuseStart(std::string& failReason, const char* reason);
+    [[nodiscard]] bool isRunning();
+    void readHostLists();
+    [[nodiscard]] bool launchMaster(std::string& failReason);
+    [[nodiscard]] StartLatch::Outcome waitForOutcome(std::string& reason);
+    void abortStart(const std::string& reason);
+
+    // WorkerThreads.cpp
+    void startWorkerThreads(bool startBackup);
+    void createFirstClient(bool startBackup);
+    void createDummyClient();
+    HubClient* createHubClient(HostConfigImpl& host, bool isFirst);
+    HubClient* insertHubClient(HostConfigImpl& host);
+    bool registerHub(HubClient* client) TP_REQUIRES(m_reactors.m_registerHub_mutex);
+    [[nodiscard]] HubEventReactor* createHubReactor(int index, HubClient* client)
+        TP_REQUIRES(m_reactors.m_registerHub_mutex);
+    void registerQueueHandler(QueueReadHandler* handler, bool isFirst, HubClient& client);
+    [[nodiscard]] UserEventReactor* createUserReactor(int index, QueueReadHandler* handler, bool isFirst)
+        TP_REQUIRES(m_reactors.m_reqQ_mutex);
+    void startHubEventReactor(HubEventReactor& reactor);
+    void startUserEventReactor(UserEventReactor& reactor, bool isFirst);
+    void giveReadHandler(HubClient& client, bool isFirst);
+
+    // SessionMaster.cpp
+    void startApiMasterThread();
+    void changeOver();
+    void serveNewHub();
+    void raiseSourceEvents();
+    void raiseSourceEventsOf(HubClient* client, tivra::SessionEvent::Types type)
+        TP_REQUIRES(m_hubStatus.m_hubSourceStatus_mutex);
+
+    // SessionCheck.cpp
+    void deliverLastEvents();
+    void decideState();
+    [[nodiscard]] HubCounts countHubs();
+    void sessionDown(const HubCounts& counts);
+    void lastHubMissing(HubCounts counts);
+    void sessionPartial(const HubCounts& counts);
+    void allReady(const HubCounts& counts);
+    void stepToNextFirstHub(const HubCounts& counts);
+    void announceSources(const HubCounts& counts);
+    void reportJitConflation();
+    void handleEvents(bool untilEmpty);
+    bool continueFirstHub();
+
+    // SessionSupervision.cpp
+    enum class ClientVerdict { Next, Decide };
+    struct ClientCheck {
+        bool failed = false;
+        bool timedOut = false;
+        std::string message;
+    };
+    [[nodiscard]] ClientVerdict checkConnect(double now, HubClient& client, ClientCheck& check);
+    [[nodiscard]] ClientVerdict checkHealth(double now, HubClient& client, ClientCheck& check);
+    [[nodiscard]] bool decideFailure(HubClient& client, const ClientCheck& check);
+    void abortStartFor(HubClient& client, const ClientCheck& check);
+    void startFailover();
+    void reset();
+
+    // FirstHub.cpp
+    [[nodiscard]] int createNextfirstHub();
+    [[nodiscard]] const std::vector<HostPair>& activeHosts() const {
+        return m_useBackup ? backupIP2PortLst : primaryIP2PortLst;
+    }
+
+    // SessionStop.cpp
+    void shutdown();
+    void requeueRequests();
+
+    // RequestRouting.cpp
+    void handle_hub_requests(unsigned numReqs);
+    [[nodiscard]] bool routeRequestToHub(std::unique_ptr<RequestInternal>& request);
+    void storeConflationInterval(const RequestInternal& request);
+    void enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request);
+    void enterAddedAlternateIndexes(RequestInternal& request);
+    void applySymbolRules(RequestInternal& request);
+    void applySubscribeRule(RequestInternal& request);
+    void applyUnsubscribeRule(RequestInternal& request);
+    [[nodiscard]] bool sendToTarget(std::unique_ptr<RequestInternal>& request);
+    [[nodiscard]] HubClient* hubForSplitSymbol(const RequestInternal& request);
+    [[nodiscard]] bool sendToExchange(std::unique_ptr<RequestInternal>& request, int exch);
+    [[nodiscard]] bool sendToFirstHub(std::unique_ptr<RequestInternal>& request);
+    [[nodiscard]] bool sendToDefaultHub(std::unique_ptr<RequestInternal>& request);
+    [[nodiscard]] bool sendToAll(std::unique_ptr<RequestInternal>& request, bool isNews);
+    [[nodiscard]] bool sendToEach(std::unique_ptr<RequestInternal>& request, int exch);
+    [[nodiscard]] bool sendCopies(std::unique_ptr<RequestInternal>& request,
+                                  const std::vector<HubClient*>& hubs, bool isNews);
+    void lowerExpectedResponses(int64_t tag, HubClient* hub);
+    [[nodiscard]] bool watchlistInUse();
+
+    // Entitlements.cpp
+    void addNewEntitlement(int src, const std::string& hostInfo);
+    void finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary);
+
+    // PortDetails.cpp
+    void handle_port_details_requests(unsigned numMsgs);
+    [[nodiscard]] bool sendOnePortDetailsMsg(int64_t tag, bool& isDone);
+    [[nodiscard]] std::vector<std::string> portDetailsOf(int64_t tag, int source, const HubClient& hub) const;
+    [[nodiscard]] bool writeLocalMessage(const std::string& text);
+
+    [[nodiscard]] SessionConfigImpl& settings();
+
+    // What it is built with.
+    tivra::UserInfo& userInfo;
+    UserInfoImpl& m_user;
+    tivra::SessionEventHandler* const sessionHandler;
+    tivra::Session& session;
+    const bool isValid;
+    std::atomic<tivra::MessageEventHandler*> m_msgEventHandler{nullptr};
+    std::atomic<tivra::StatisticsEventHandler*> statsHandler{nullptr};
+
+    // Configuration.
+    HostTable m_hosts;
+    tp::Mutex m_config_mutex; ///< guards the two pointers, which are set once
+    HandlePtr<tivra::SessionConfig> sessionConfig TP_GUARDED_BY(m_config_mutex);
+    HandlePtr<tivra::ConnectionConfig> connectionConfig TP_GUARDED_BY(m_config_mutex);
+    // Written by `start` while no worker thread exists, read by the workers.
+    std::vector<HostPair> primaryIP2PortLst;
+    std::vector<HostPair> backupIP2PortLst;
+    std::atomic<int> m_queueDepthThreshold{70};
+
+    // Start and stop.
+    tp::Mutex m_start_mutex{kLockStart}; ///< one start at a time
+    tp::Mutex m_stop_mutex{kLockStop};   ///< one stop at a time
+    std::unique_ptr<tp::Thread> masterThread TP_GUARDED_BY(m_stop_mutex);
+    StartLatch m_latch;
+    std::atomic<bool> isStarted{false};
+    std::atomic<bool> abortStartup{false};
+    std::atomic<bool> stopRequested{false};
+    std::atomic<bool> shutdownInProgress{false};
+
+    // State, as the session check decides it.
+    std::atomic<tivra::Session::States> state{tivra::Session::TIVRA_SESSION_UNAVAILABLE};
+    std::atomic<tivra::Session::States> lastState{tivra::Session::TIVRA_SESSION_UNAVAILABLE};
+    std::atomic<bool> m_isInitiallyEstablished{false};
+    std::atomic<int> m_downSinceLastCheck{0};
+    std::atomic<int> m_jitCount{0};
+    std::atomic<bool> m_isJitConflating{false};
+    SessionEventQueue m_events;
+
+    // Failover and reload.
+    tp::Mutex m_failover_mutex; ///< makes a change-over single
+    tp::Mutex m_dicReload_mutex;
+    std::atomic<double> lastFailoverTime{0.0}; ///< monotonic; 0.0: none since the start
+    std::atomic<bool> failoverEnabled{false};
+    std::atomic<bool> failoverInProgress{false};
+    std::atomic<bool> dicReloadInProgress{false};
+    std::atomic<bool> m_useBackup{false};
+    /// Set by the connection-manager client when the session reached its hubs through one.
+    std::atomic<bool> m_isCMconnection{false};
+
+    // Hubs and threads.
+    HubTable m_hubs;
+    FirstHubs m_firstHubs;
+    HubSourceStatus m_hubStatus;
+    ReactorTables m_reactors;
+    std::unique_ptr<HubClient>
+        nonHubClient; ///< the pseudo hub of the library's own messages; master and its users
+    tp::Mutex newQRHQueue_mutex{kLockNewQRHQueue};
+    std::deque<HubClient*> newQRHQueue TP_GUARDED_BY(newQRHQueue_mutex);
+
+    // What hubs have told.
+    RetCodeTable m_retCodes;
+    DictionaryCache m_dictionaries;
+    std::atomic<bool> m_haveEnum{false};
+    SourceRoutes m_routes;
+    EntitledSources m_entitled;
+    SplitTables m_split;
+    tp::Mutex dynEntMap_mutex;
+    std::set<int> dynEntMap TP_GUARDED_BY(dynEntMap_mutex); ///< granted sources whose hub has been asked for
+
+    // Requests.
+    TagCounter m_tags;
+    Watchlist watchlist;
+    tp::Mutex m_request_mutex{kLockSessionRequest};
+    std::deque<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
+    ResponseBook m_responses;
+    tp::Mutex m_reqTagLst_mutex;
+    std::set<int64_t> m_reqTagLst TP_GUARDED_BY(m_reqTagLst_mutex);
+    std::atomic<bool> m_HBSubscribed{false};
+    std::atomic<bool> m_HubStatusSubscribed{false};
+    // The master thread's own.
+    bool isHubQueueFull = false;
+    double lastQFullCheckTime = 0.0;
+    std::deque<int64_t> getPortDetailsQueue;
+    bool isPortDetailsQueueFull = false;
+    double lastPortDetailsQFullCheckTime = 0.0;
+    int m_lastSrc = 0;
+
+    // Statistics; the last three are the first user thread's own.
+    std::atomic<double> statsInterval{30.0};
+    double lastStatsTime = 0.0;
+    int m_lastRcvQueueDepth = 0;
+    double m_lastAboveThresholdEventTime = 0.0;
+};
+
+} // namespace tivra_internal

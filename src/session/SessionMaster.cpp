@@ -1,0 +1,119 @@
+// The master thread: structural changes, read handlers for new hubs, requests, per-source events.
+#include "session/SessionImpl.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+#include <tp/eprintf.h>
+
+#include "hub/HubClient.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::SessionEvent;
+
+constexpr useconds_t kMasterPauseMicroseconds = 1000;
+constexpr unsigned kRequestsPerPass = 1000;
+
+} // namespace
+
+void SessionImpl::startApiMasterThread() {
+    startWorkerThreads(m_useBackup);
+    for (;;) {
+        if (stopRequested) {
+            shutdown();
+            shutdownInProgress = false;
+            eprintf(EPF_DBUG, "Session master thread is exiting");
+            return;
+        }
+        if (failoverInProgress || dicReloadInProgress) {
+            changeOver();
+        } else {
+            serveNewHub();
+            if (m_isInitiallyEstablished) {
+                handle_hub_requests(kRequestsPerPass);
+                handle_port_details_requests(kRequestsPerPass);
+            }
+        }
+        if (isStarted)
+            raiseSourceEvents();
+        // A session that reached its hubs through a connection manager would connect its remaining ports
+        // here.
+        ::usleep(kMasterPauseMicroseconds);
+    }
+}
+
+/// All hubs and threads go, and come back on the other side (failover) or on the same one (dictionary
+/// reload).
+void SessionImpl::changeOver() {
+    shutdown();
+    shutdownInProgress = stopRequested.load();
+    if (failoverInProgress) {
+        const bool wasBackup = m_useBackup;
+        m_useBackup = !wasBackup;
+        eprintf(EPF_INFO, "failover: %s HUB disconnected; initializing connection(s) to %s HUB",
+                wasBackup ? "Backup" : "Primary", wasBackup ? "primary" : "backup");
+    }
+    // Cleared first: a hub of the new side that fails at once may ask for the next change.
+    failoverInProgress = false;
+    dicReloadInProgress = false;
+    startWorkerThreads(m_useBackup);
+}
+
+/// Gives the hub that became ready first its read handler, on a user thread.
+void SessionImpl::serveNewHub() {
+    tp::MutexLock lock(newQRHQueue_mutex);
+    if (newQRHQueue.empty())
+        return;
+    HubClient* const client = newQRHQueue.front();
+    // A first hub that is to be dropped gets no handler; a hub that came back keeps the one it has.
+    if (!client->getInitialHubDisconnected() && !client->hasReadHandler()) {
+        if (client->getHostConfig() == nullptr) {
+            eprintf(EPF_CRIT, "internal error m_hostConfig is NULL for hubClient=%p-- aborting",
+                    static_cast<const void*>(client));
+            std::abort();
+        }
+        giveReadHandler(*client, false);
+    }
+    newQRHQueue.pop_front();
+    eprintf(EPF_DBUG, "HUB [%s] removed from newQRHQueue\n", client->getHubAddr().c_str());
+}
+
+/// Turns what the session check has found of each hub into events for its sources.
+void SessionImpl::raiseSourceEvents() {
+    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+    for (auto& [client, status] : m_hubStatus.hubStatusMap) {
+        const SessionEvent::Types before = status.prevStatus;
+        if (status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY &&
+            (before == SessionEvent::TIVRA_SESSION_ESTABLISHED ||
+             before == SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES)) {
+            eprintf(
+                EPF_INFO,
+                "HUB [%s] in TIVRA_SESSION_RECOVERY_SOURCES and send the sources that are not available \n",
+                client->getHubAddr().c_str());
+            status.prevStatus = SessionEvent::TIVRA_SESSION_RECOVERY;
+            status.currStatus = SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES;
+            raiseSourceEventsOf(client, SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES);
+        } else if (status.currStatus == SessionEvent::TIVRA_SESSION_ESTABLISHED &&
+                   (before == SessionEvent::TIVRA_SESSION_RECOVERY ||
+                    before == SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES)) {
+            eprintf(EPF_INFO,
+                    "HUB [%s] in TIVRA_SESSION_AVAILABLE_SOURCES and send the sources available  when HUB is "
+                    "back "
+                    "up again\n",
+                    client->getHubAddr().c_str());
+            status.prevStatus = SessionEvent::TIVRA_SESSION_ESTABLISHED;
+            status.currStatus = SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES;
+            raiseSourceEventsOf(client, SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES);
+        }
+    }
+}
+
+void SessionImpl::raiseSourceEventsOf(HubClient* client, SessionEvent::Types type) {
+    for (const int source : m_hubStatus.hubSrcLstMap[client])
+        insertSessionEvent(type, "", source, 0);
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,141 @@
+// From the application's `start` to a master thread and a settled outcome.
+#include "session/SessionImpl.h"
+
+#include <algorithm>
+#include <system_error>
+#include <unistd.h>
+
+#include <tp/eprintf.h>
+
+#include "LibraryVersion.h"
+
+#include "config/HostConfigImpl.h"
+#include "config/SessionConfigImpl.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr useconds_t kStartPollMicroseconds = 1000;
+
+constexpr const char* kStarted = "Session started";
+constexpr const char* kAlreadyStarted = "Session has already been started; ignoring start request";
+constexpr const char* kNotValid = "Multiple Sessions are not supported; ignoring start request";
+constexpr const char* kNoMessageHandler =
+    "Cannot start session without first registering a message event handler";
+constexpr const char* kNoPrimary = "Primary connection empty or Primary and backup have same connection";
+constexpr const char* kOnLibraryThread = "start called on a library thread";
+
+void addOnce(std::vector<HostPair>& list, HostPair host) {
+    if (std::find(list.begin(), list.end(), host) == list.end())
+        list.push_back(std::move(host));
+}
+
+} // namespace
+
+bool SessionImpl::start(std::string& failReason) {
+    if (tp::onLibraryThread()) {
+        failReason = kOnLibraryThread;
+        eprintf(EPF_CRIT, "%s", kOnLibraryThread);
+        return false;
+    }
+    tp::MutexLock lock(m_start_mutex);
+    m_queueDepthThreshold = static_cast<int>(settings().getQueueThreshold());
+    const bool started = startLocked(failReason);
+    if (!started)
+        stop();
+    return started;
+}
+
+bool SessionImpl::startLocked(std::string& failReason) {
+    if (!isRunning())
+        readHostLists();
+    if (primaryIP2PortLst.empty())
+        return refuseStart(failReason, kNoPrimary);
+    failReason = kStarted;
+    if (!isValid)
+        return refuseStart(failReason, kNotValid);
+    if (m_msgEventHandler.load() == nullptr)
+        return refuseStart(failReason, kNoMessageHandler);
+    if (isStarted) {
+        failReason = kAlreadyStarted;
+        eprintf(EPF_WARN, "%s", kAlreadyStarted);
+        return true;
+    }
+    eprintf(EPF_INFO, "Starting Session");
+    eprintf(EPF_INFO, "TIVRA version : %s  and  Version date : %s", kVersion, kVersionDate);
+    if (!launchMaster(failReason))
+        return false;
+
+    std::string reason;
+    if (waitForOutcome(reason) == StartLatch::Outcome::Established)
+        return true;
+    eprintf(EPF_CRIT, "Unable to start Session: %s", reason.c_str());
+    failReason = reason;
+    return false;
+}
+
+bool SessionImpl::refuseStart(std::string& failReason, const char* reason) {
+    failReason = reason;
+    eprintf(EPF_CRIT, "%s", reason);
+    return false;
+}
+
+bool SessionImpl::isRunning() {
+    tp::MutexLock lock(m_stop_mutex);
+    return isStarted || masterThread != nullptr;
+}
+
+void SessionImpl::readHostLists() {
+    if (m_isCMconnection) {
+        // A connection manager may have handed out other addresses than those of the last start.
+        for (const HostPair& host : backupIP2PortLst)
+            m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Backup);
+        for (const HostPair& host : primaryIP2PortLst)
+            m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Primary);
+    }
+    m_hosts.forEachNamed([this](const std::string& hostInfo, HostConfigImpl* host) {
+        if (host == nullptr) {
+            eprintf(EPF_WARN,
+                    "hoststring(%s) not found in the hostConfigMap so cannot add to primar/backup host list ",
+                    hostInfo.c_str());
+            return;
+        }
+        if (!host->isExternal())
+            return;
+        const bool isBackup = host->getBoolean(tivra::HostConfig::BACKUP_BOOL, false);
+        addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, HostPair{host->getAddr(), host->getPort()});
+    });
+}
+
+bool SessionImpl::launchMaster(std::string& failReason) {
+    m_latch.rearm();
+    tp::MutexLock lock(m_stop_mutex);
+    shutdownInProgress = false;
+    try {
+        masterThread = std::make_unique<tp::Thread>("tivra-master", [this] { startApiMasterThread(); });
+    } catch (const std::system_error& error) {
+        failReason = error.what();
+        eprintf(EPF_CRIT, "Unable to start Session: %s", error.what());
+        return false;
+    }
+    return true;
+}
+
+StartLatch::Outcome SessionImpl::waitForOutcome(std::string& reason) {
+    // No limit of its own: the supervision of the hubs decides when a start has failed, and `stop` ends the
+    // wait.
+    for (;;) {
+        const StartLatch::Outcome outcome = m_latch.outcome(reason);
+        if (outcome != StartLatch::Outcome::Pending)
+            return outcome;
+        ::usleep(kStartPollMicroseconds);
+    }
+}
+
+void SessionImpl::abortStart(const std::string& reason) {
+    // Too late when the session has just been established or stopped.
+    if (m_latch.settle(StartLatch::Outcome::Aborted, reason))
+        abortStartup = true;
+}
+
+} // namespace tivra_internal

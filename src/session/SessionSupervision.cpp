@@ -1,0 +1,200 @@
+// Once a second each hub thread looks after its own hubs: dials, logs in, finds losses and silence, and
+// decides when a failure is beyond repair.
+#include "session/SessionImpl.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "config/UserInfoImpl.h"
+#include "hub/HubClient.h"
+#include "hub/HubEventReactor.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr double kSecondsBetweenFailovers = 15.0;
+constexpr std::size_t kMessageSize = 500;
+
+// The two forms of strerror_r: one returns the text, the other fills the buffer.
+[[maybe_unused]] const char* errorText(const char* result, const char*) {
+    return result;
+}
+[[maybe_unused]] const char* errorText(int, const char* buffer) {
+    return buffer;
+}
+
+std::string connectFailure(const HubClient& client) {
+    const int error = client.getConnectErrno();
+    char reason[128] = "";
+    char message[kMessageSize];
+    std::snprintf(message, sizeof message, "connectHost(%s) failed %d: %s", client.getHubAddr().c_str(),
+                  error, errorText(::strerror_r(error, reason, sizeof reason), reason));
+    return message;
+}
+
+} // namespace
+
+void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
+    // A connection manager's first hub that is to be dropped would be let go here, on its own thread.
+    const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
+    if (shutdownInProgress || abortStartup)
+        return;
+    for (HubClient* client : clients) {
+        ClientCheck check;
+        // An established session without a backup never gives up on a hub, however often it fails.
+        if (failoverEnabled || !isStarted)
+            check.failed = client->isSuspended() || client->isPastRetryLimit();
+        ClientVerdict verdict = ClientVerdict::Next;
+        const bool connected = client->getFd() > 0 && !client->inProgress();
+        if (check.failed || connected)
+            verdict = checkHealth(now, *client, check);
+        else
+            verdict = checkConnect(now, *client, check);
+        if (verdict == ClientVerdict::Decide && !decideFailure(*client, check))
+            return;
+    }
+}
+
+SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& client, ClientCheck& check) {
+    client.connectHost(now);
+    if (client.getFd() > 0) {
+        if (!client.inProgress()) {
+            eprintf(EPF_INFO, "Successfully Connected to %s on fd %d", client.getHubAddr().c_str(),
+                    client.getFd());
+            client.login();
+        }
+        return ClientVerdict::Next;
+    }
+    if (client.inProgress())
+        return ClientVerdict::Next;
+    check.message = connectFailure(client);
+    eprintf(EPF_CRIT, "%s", check.message.c_str());
+    // Without another side to go to, the retry limit decides, not the first failure.
+    if (!failoverEnabled && !client.isPastRetryLimit())
+        return ClientVerdict::Next;
+    return ClientVerdict::Decide;
+}
+
+SessionImpl::ClientVerdict SessionImpl::checkHealth(double now, HubClient& client, ClientCheck& check) {
+    if (client.isReady())
+        check.timedOut = client.isHBTimedOut(now);
+    else if (!client.waitsForBoxPerms())
+        check.timedOut = client.isInitTimedOut(now);
+    if (client.isValidConnection() && !check.timedOut)
+        return check.failed ? ClientVerdict::Decide : ClientVerdict::Next;
+    m_hubStatus.noteDown(&client);
+    client.closeConnection();
+    // A client that merely lost its connection is dialled again on the next tick.
+    return check.failed || check.timedOut ? ClientVerdict::Decide : ClientVerdict::Next;
+}
+
+/// False when the pass over the clients must end.
+bool SessionImpl::decideFailure(HubClient& client, const ClientCheck& check) {
+    if (failoverEnabled) {
+        if (!isStarted && lastFailoverTime.load() != 0.0) {
+            abortStartFor(client, check); // both sides have been tried
+            return false;
+        }
+        startFailover();
+        return !shutdownInProgress;
+    }
+    if (isStarted)
+        return true;
+    abortStartFor(client, check);
+    return false;
+}
+
+void SessionImpl::abortStartFor(HubClient& client, const ClientCheck& check) {
+    // The application is to see its login failure first; the next tick comes here again.
+    if (client.isSuspended() && !m_user.eventQueueEmpty())
+        return;
+    std::string reason = check.message;
+    if (client.isSuspended())
+        reason = client.getSuspendReason();
+    else if (check.timedOut)
+        reason = "Read timeout waiting for response for request from " + client.getHubAddr();
+    else if (client.isPastRetryLimit())
+        reason = "Connection retry limit exceeded for " + client.getHubAddr();
+    abortStart(reason);
+}
+
+void SessionImpl::startFailover() {
+    tp::MutexLock lock(m_failover_mutex);
+    if (failoverInProgress)
+        return;
+    const double now = tp::Clock::monotonic();
+    const double last = lastFailoverTime;
+    if (last != 0.0 && now - last < kSecondsBetweenFailovers)
+        return;
+    failoverInProgress = true;
+    shutdownInProgress = true;
+    eprintf(EPF_INFO, "Begin failover");
+    lastFailoverTime = now;
+}
+
+void SessionImpl::startDicReload() {
+    tp::MutexLock lock(m_dicReload_mutex);
+    if (dicReloadInProgress)
+        return;
+    dicReloadInProgress = true;
+    shutdownInProgress = true;
+    eprintf(EPF_INFO, "Begin DIC reload");
+}
+
+/// Returns what a restart needs to its first state; the configuration and the watchlist stay.
+void SessionImpl::reset() {
+    eprintf(EPF_DBUG, "SessionImpl::reset(ENTRY)");
+    m_firstHubs.reset();
+    m_isInitiallyEstablished = false;
+    const bool isStop = stopRequested;
+    if (isStop) {
+        isStarted = false;
+        abortStartup = false;
+        failoverInProgress = false;
+        dicReloadInProgress = false;
+        // Standing requests keep their tags, so new ones must not collide with them.
+        m_tags.restartAfter(watchlist.highestTag());
+        lastFailoverTime = 0.0;
+        if (watchlist.size() == 0) {
+            m_HBSubscribed = false;
+            m_HubStatusSubscribed = false;
+        }
+    }
+    state = tivra::Session::TIVRA_SESSION_UNAVAILABLE;
+    failoverEnabled = false;
+    shutdownInProgress = stopRequested.load();
+    {
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        eprintf(EPF_DBUG, "Prior to clear, reqRespMap has %zu entries", m_responses.reqRespMap.size());
+        for (const auto& [tag, entry] : m_responses.reqRespMap)
+            eprintf(EPF_DBUG, "tag=%lld; respSent=%d; respOut=%lu; cmd=%d", static_cast<long long>(tag),
+                    entry.responseSent ? 1 : 0, static_cast<unsigned long>(entry.outstandingResponses),
+                    static_cast<int>(entry.command));
+        m_responses.reqRespMap.clear();
+    }
+    m_dictionaries.reset();
+    isHubQueueFull = false;
+    lastQFullCheckTime = 0.0;
+    m_jitCount = 0;
+    m_isJitConflating = false;
+    m_downSinceLastCheck = 0;
+    {
+        tp::MutexLock lock(dynEntMap_mutex);
+        dynEntMap.clear();
+    }
+    {
+        tp::MutexLock lock(m_reqTagLst_mutex);
+        m_reqTagLst.clear();
+    }
+    getPortDetailsQueue.clear();
+    isPortDetailsQueueFull = false;
+    m_lastSrc = 0;
+    m_lastRcvQueueDepth = 0;
+    m_lastAboveThresholdEventTime = 0.0;
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
+namespace tivra_internal {
+
+/// How one run of a session began, settled once by whoever knows first: the session check, the abort of the
+/// start, or `stop`. `start` reads it on the application's thread, so nothing that a later `stop` does can
+/// hide the outcome.
+class StartLatch {
+public:
+    enum class Outcome { Pending, Established, Aborted, Stopped };
+
+    /// A new run begins.
+    void rearm() {
+        tp::MutexLock lock(m_abort_mutex);
+        m_outcome = Outcome::Pending;
+        m_abortReason.clear();
+    }
+
+    /// Settles the run unless it is settled; true when this call did.
+    bool settle(Outcome outcome, const std::string& reason) {
+        tp::MutexLock lock(m_abort_mutex);
+        if (m_outcome != Outcome::Pending)
+            return false;
+        m_outcome = outcome;
+        m_abortReason = reason;
+        return true;
+    }
+
+    [[nodiscard]] Outcome outcome(std::string& reason) {
+        tp::MutexLock lock(m_abort_mutex);
+        reason = m_abortReason;
+        return m_outcome;
+    }
+
+private:
+    tp::Mutex m_abort_mutex{kLockAbort};
+    Outcome m_outcome TP_GUARDED_BY(m_abort_mutex) = Outcome::Pending;
+    std::string m_abortReason TP_GUARDED_BY(m_abort_mutex);
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,116 @@
+// The counters of all receive queues, from the threads that own them to the application.
+#include "session/SessionImpl.h"
+
+#include <algorithm>
+
+#include <session/StatisticsEventHandler.h>
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "hub/HubClient.h"
+#include "hub/HubEventReactor.h"
+#include "receive/Queue.h"
+#include "receive/QueueReadHandler.h"
+#include "receive/UserEventReactor.h"
+#include "request/RequestInternal.h"
+#include "session/StatisticsEventImpl.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::StatisticsEvent;
+
+constexpr double kSecondsOfAlarm = 1.0;
+
+void logTotals(const StatisticsEventImpl& totals) {
+    const auto stat = [&totals](StatisticsEvent::StatsTypes type) {
+        return static_cast<unsigned long>(totals.getStat(type));
+    };
+    eprintf(EPF_INFO,
+            "MSGS_IN --> %lu; MSGS_OUT --> %lu; NET_MSGS_OUT --> %lu; DROP --> %lu; HUB_DROP --> %lu; "
+            "PCT_FULL=%d/%d; "
+            "IN_MSGS/SEC(100ms)=%lu/%lu IN_MSGS/SEC(1sec)=%lu/%lu; OUT_MSGS/SEC(100ms)=%lu/%lu "
+            "OUT_MSGS/SEC(1sec)=%lu/%lu; NET_OUT_MSGS/SEC(100ms)=%lu/%lu NET_OUT_MSGS/SEC(1sec)=%lu/%lu",
+            stat(StatisticsEvent::MSGS_IN), stat(StatisticsEvent::MSGS_OUT),
+            stat(StatisticsEvent::NET_MSGS_OUT), stat(StatisticsEvent::DROP), stat(StatisticsEvent::HUB_DROP),
+            static_cast<int>(totals.getStat(StatisticsEvent::PCT_FULL)),
+            static_cast<int>(totals.getStat(StatisticsEvent::PEAK_PCT_FULL)),
+            stat(StatisticsEvent::IN_MSGS_SEC_100MS), stat(StatisticsEvent::PEAK_IN_MSGS_SEC_100MS),
+            stat(StatisticsEvent::IN_MSGS_SEC), stat(StatisticsEvent::PEAK_IN_MSGS_SEC),
+            stat(StatisticsEvent::OUT_MSGS_SEC_100MS), stat(StatisticsEvent::PEAK_OUT_MSGS_SEC_100MS),
+            stat(StatisticsEvent::OUT_MSGS_SEC), stat(StatisticsEvent::PEAK_OUT_MSGS_SEC),
+            stat(StatisticsEvent::NET_OUT_MSGS_SEC_100MS), stat(StatisticsEvent::PEAK_NET_OUT_MSGS_SEC_100MS),
+            stat(StatisticsEvent::NET_OUT_MSGS_SEC), stat(StatisticsEvent::PEAK_NET_OUT_MSGS_SEC));
+}
+
+} // namespace
+
+void SessionImpl::calc_hub_stats(double curtime, HubEventReactor& reactor) {
+    const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
+    if (shutdownInProgress)
+        return;
+    for (HubClient* client : clients)
+        client->calcStats(curtime);
+}
+
+void SessionImpl::calc_hub_queue_full_stats(double now, HubEventReactor& reactor) {
+    const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
+    if (shutdownInProgress)
+        return;
+    for (HubClient* client : clients)
+        client->twentyFiveMsTick(now);
+}
+
+void SessionImpl::calc_user_stats(double curtime, UserEventReactor& reactor) {
+    if (shutdownInProgress)
+        return;
+    for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex()))
+        handler->calcStats(curtime);
+}
+
+void SessionImpl::check_statistics_events(double curtime) {
+    const double now = tp::Clock::monotonic();
+    const bool due = now < lastStatsTime || now - lastStatsTime > statsInterval;
+    auto totals = std::make_unique<StatisticsEventImpl>(session);
+    for (HubClient* client : m_hubs.copy()) {
+        Queue* const queue = client->getResponseQueue();
+        if (queue == nullptr || !client->isReady())
+            continue;
+        queue->printStats(due, true, curtime);
+        if (due)
+            totals->add(*queue);
+    }
+    if (!due)
+        return;
+    logTotals(*totals);
+    if (tivra::StatisticsEventHandler* const handler = statsHandler)
+        handler->onStatisticsEvent(*HandleAccess::make<StatisticsEvent>(std::move(totals)));
+    {
+        tp::MutexLock lock(m_request_mutex);
+        eprintf(EPF_INFO, "RequestQueue size=%zu; Watchlist size=%zu", requestQueue.size(), watchlist.size());
+    }
+    lastStatsTime = now;
+}
+
+/// An alarm holds for at least a second, so that a queue at the limit does not alternate events.
+void SessionImpl::check_queueDepth_events(double) {
+    int pct = 0;
+    for (HubClient* client : m_hubs.copy())
+        if (client->isReady())
+            pct = std::max(pct, client->getResponseQueue()->getPctFull());
+    const int threshold = m_queueDepthThreshold;
+    const double now = tp::Clock::monotonic();
+    const bool wasAbove = m_lastRcvQueueDepth >= threshold;
+    if (pct >= threshold && !wasAbove) {
+        insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD, "", 0, pct);
+        m_lastRcvQueueDepth = pct;
+        m_lastAboveThresholdEventTime = now;
+    } else if (pct < threshold && wasAbove &&
+               (now < m_lastAboveThresholdEventTime ||
+                now - m_lastAboveThresholdEventTime > kSecondsOfAlarm)) {
+        insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_BELOW_THRESHOLD, "", 0, pct);
+        m_lastRcvQueueDepth = pct;
+    }
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,297 @@
+// Which thread serves which hub and which queue, and the threads themselves.
+#include "session/SessionImpl.h"
+
+#include <cstdio>
+#include <system_error>
+
+#include <tp/eprintf.h>
+
+#include "config/ConnectionConfigImpl.h"
+#include "config/HostConfigImpl.h"
+#include "config/SessionConfigImpl.h"
+#include "config/UserInfoImpl.h"
+#include "hub/HubClient.h"
+#include "hub/HubEventReactor.h"
+#include "receive/Queue.h"
+#include "receive/QueueReadHandler.h"
+#include "receive/UserEventReactor.h"
+#include "request/RequestInternal.h"
+#include "session/SessionTimers.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr long kDummyQueueMegabytes = 1;
+
+/// A registered timer for as long as the reactor's thread runs.
+template<typename Reactor, typename Timer>
+class TimerRegistration {
+public:
+    TimerRegistration(Reactor& reactor, Timer& timer) : m_reactor(reactor), m_timer(timer) {
+        m_reactor.regTimer(&m_timer, 0.0);
+    }
+    ~TimerRegistration() { m_reactor.unRegTimer(&m_timer); }
+    TimerRegistration(const TimerRegistration&) = delete;
+    TimerRegistration& operator=(const TimerRegistration&) = delete;
+
+private:
+    Reactor& m_reactor;
+    Timer& m_timer;
+};
+
+} // namespace
+
+void SessionImpl::startWorkerThreads(bool startBackup) {
+    m_firstHubs.clear();
+    // A connection manager hands out another hub by itself, so there is no side to change to.
+    if (!backupIP2PortLst.empty() && !m_isCMconnection)
+        failoverEnabled = true;
+    createFirstClient(startBackup);
+    if (shutdownInProgress)
+        return;
+    createDummyClient();
+}
+
+void SessionImpl::createFirstClient(bool startBackup) {
+    const std::vector<HostPair>& hosts = startBackup ? backupIP2PortLst : primaryIP2PortLst;
+    HostConfigImpl* host = nullptr;
+    if (!hosts.empty())
+        host = m_hosts.findByAddress(hosts.front().addr, hosts.front().port);
+    if (host != nullptr && !m_hubs.contains(host->getIndex())) {
+        createHubClient(*host, true);
+        return;
+    }
+    char text[200];
+    std::snprintf(text, sizeof text, "No hosts have been configured as %s; startup cannot proceed",
+                  startBackup ? "backup (BACKUP_BOOL=true)" : "primary (BACKUP_BOOL=false)");
+    eprintf(EPF_CRIT, "%s", text);
+    if (!isStarted)
+        abortStart(text);
+}
+
+void SessionImpl::createDummyClient() {
+    nonHubClient = std::make_unique<HubClient>(m_user, *this, nullptr, "", 0, 0, 0, 0, false, 0, nullptr,
+                                               kDummyQueueMegabytes, 0, settings().isWatchlistOn());
+    giveReadHandler(*nonHubClient, true);
+}
+
+/// The client gets the handler that decodes its queue, on a user thread.
+void SessionImpl::giveReadHandler(HubClient& client, bool isFirst) {
+    auto handler =
+        std::make_unique<QueueReadHandler>(client.getResponseQueue(), *this, client.getHostConfig(), nullptr,
+                                           client, settings().isWatchlistOn());
+    QueueReadHandler* const registered = handler.get();
+    client.setReadQueueHandler(std::move(handler));
+    registerQueueHandler(registered, isFirst, client);
+}
+
+HubClient* SessionImpl::createHubClient(HostConfigImpl& host, bool isFirst) {
+    tp::MutexLock placing(m_reactors.m_registerHub_mutex);
+    if (shutdownInProgress)
+        return nullptr;
+    HubClient* const client = insertHubClient(host);
+    if (client == nullptr)
+        return nullptr;
+    if (isFirst && !m_firstHubs.add(client, primaryIP2PortLst.size()))
+        eprintf(EPF_WARN, " addTofirstHubClientLst - failed add to firstHubClientLst");
+    return registerHub(client) ? client : nullptr;
+}
+
+HubClient* SessionImpl::insertHubClient(HostConfigImpl& host) {
+    using tivra::HostConfig;
+    const std::string addr = host.getAddr();
+    char label[50];
+    std::snprintf(label, sizeof label, "%s:%zu", addr.c_str(), host.getPort());
+
+    tp::MutexLock lock(m_hubs.m_hubClientsMap_mutex);
+    if (m_hubs.hubClientsMap.count(host.getIndex()) != 0)
+        return nullptr;
+    if (m_hubs.hubClientsMap.size() >= HubTable::kMaxHubs) {
+        eprintf(EPF_WARN, "A session can have no more than %zu HUBs; %s is left out", HubTable::kMaxHubs,
+                label);
+        return nullptr;
+    }
+    auto client = std::make_unique<HubClient>(
+        m_user, *this, label, addr.c_str(), host.getPort(),
+        host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG),
+        host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG),
+        host.getUsableLong(HostConfig::READ_TIMEOUT_LONG),
+        host.getBoolean(HostConfig::COMPRESSION_BOOL, true), host.getIndex(), &host,
+        host.getUsableLong(HostConfig::QUEUE_SIZE_LONG),
+        host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG), settings().isWatchlistOn());
+    HubClient* const inserted = client.get();
+    m_hubs.hubClientsMap.emplace(host.getIndex(), std::move(client));
+    return inserted;
+}
+
+/// Places the client on a hub thread, round-robin in the order of creation. False when there is no thread for
+/// it.
+bool SessionImpl::registerHub(HubClient* client) {
+    SessionConfigImpl& config = settings();
+    ReactorChoice choice = chooseReactor(m_reactors.hubLastUsedIndex, m_reactors.hubNextAvailableIndex,
+                                         config.isMultithreaded(), config.getMaxHubThreads());
+    HubEventReactor* reactor = nullptr;
+    if (choice.create)
+        reactor = createHubReactor(choice.index, client);
+    if (reactor == nullptr) {
+        if (m_reactors.hubNextAvailableIndex == 0)
+            return false;
+        if (choice.create)
+            choice.index = 0;
+    }
+    {
+        tp::MutexLock lock(m_reactors.m_hubER_mutex);
+        if (reactor == nullptr)
+            reactor = m_reactors.hubEventReactorMap[choice.index].get();
+        m_reactors.hubToEventReactor[client] = reactor;
+    }
+    client->attachReactor(reactor, choice.index);
+    tp::MutexLock lock(m_reactors.m_hubER_mutex);
+    m_reactors.eventReactorHubList[choice.index].push_back(client);
+    m_reactors.hubLastUsedIndex = choice.index;
+    return true;
+}
+
+/// A further hub thread; null when the system refuses one. Without any hub thread the start is given up.
+HubEventReactor* SessionImpl::createHubReactor(int index, HubClient* client) {
+    eprintf(EPF_DBUG, "Creating a new HUB thread for HUB %s", client->getHubAddr().c_str());
+    auto reactor = std::make_unique<HubEventReactor>(index, settings().getMaxRequestQueueSize());
+    HubEventReactor* const created = reactor.get();
+    {
+        tp::MutexLock lock(m_reactors.m_hubER_mutex);
+        m_reactors.hubEventReactorMap[index] = std::move(reactor);
+    }
+    try {
+        tp::Thread thread("tivra-hub" + std::to_string(index),
+                          [this, created] { startHubEventReactor(*created); });
+        tp::MutexLock lock(m_reactors.m_threadVector_mutex);
+        m_reactors.thread_vector.push_back(std::move(thread));
+    } catch (const std::system_error& error) {
+        char text[200];
+        std::snprintf(text, sizeof text,
+                      "Unable to create a new HUB thread (%s); Current number of HUB threads = %d",
+                      error.what(), m_reactors.hubNextAvailableIndex);
+        eprintf(EPF_CRIT, "%s", text);
+        tp::MutexLock lock(m_reactors.m_hubER_mutex);
+        m_reactors.hubEventReactorMap.erase(index);
+        if (m_reactors.hubNextAvailableIndex == 0)
+            abortStart(text);
+        return nullptr;
+    }
+    ++m_reactors.hubNextAvailableIndex;
+    return created;
+}
+
+void SessionImpl::registerQueueHandler(QueueReadHandler* handler, bool isFirst, HubClient& client) {
+    SessionConfigImpl& config = settings();
+    tp::MutexLock lock(m_reactors.m_reqQ_mutex);
+    ReactorChoice choice = chooseReactor(m_reactors.userLastUsedIndex, m_reactors.userNextAvailableIndex,
+                                         config.isMultithreaded(), config.getMaxUserThreads());
+    UserEventReactor* reactor = nullptr;
+    if (choice.create)
+        reactor = createUserReactor(choice.index, handler, isFirst);
+    if (reactor == nullptr) {
+        if (m_reactors.userNextAvailableIndex == 0)
+            return;
+        if (choice.create)
+            choice.index = 0;
+        reactor = m_reactors.userEventReactorMap[choice.index].get();
+    }
+    Queue* const queue = client.getResponseQueue();
+    queue->setQueueHandler(handler);
+    handler->setUserEventReactor(reactor);
+    reactor->regQueue(handler, queue);
+    reactor->watchReads(handler);
+    reactor->regActivity(handler);
+    m_reactors.eventReactorQueueHandlerList[choice.index].push_back(handler);
+    m_reactors.portUserERIndexMap[client.getHubPort()] = choice.index;
+    eprintf(EPF_DBUG, "registered QueueHandler for %s", client.getHubAddr().c_str());
+    m_reactors.userLastUsedIndex = choice.index;
+}
+
+/// A further user thread; null when the system refuses one. Without any user thread the start is given up.
+UserEventReactor* SessionImpl::createUserReactor(int index, QueueReadHandler* handler, bool isFirst) {
+    eprintf(EPF_DBUG, "Creating a new User thread for QueueReadHandler %p",
+            static_cast<const void*>(handler));
+    auto reactor = std::make_unique<UserEventReactor>(index);
+    UserEventReactor* const created = reactor.get();
+    m_reactors.userEventReactorMap[index] = std::move(reactor);
+    try {
+        tp::Thread thread("tivra-user" + std::to_string(index),
+                          [this, created, isFirst] { startUserEventReactor(*created, isFirst); });
+        tp::MutexLock lock(m_reactors.m_threadVector_mutex);
+        m_reactors.thread_vector.push_back(std::move(thread));
+    } catch (const std::system_error& error) {
+        char text[200];
+        std::snprintf(text, sizeof text,
+                      "Unable to create a new user thread (%s); Current number of user threads = %d",
+                      error.what(), m_reactors.userNextAvailableIndex);
+        eprintf(EPF_CRIT, "%s", text);
+        m_reactors.userEventReactorMap.erase(index);
+        if (m_reactors.userNextAvailableIndex == 0)
+            abortStart(text);
+        return nullptr;
+    }
+    ++m_reactors.userNextAvailableIndex;
+    return created;
+}
+
+void SessionImpl::startHubEventReactor(HubEventReactor& reactor) {
+    HUB_One_Second_Events oneSecond(*this, reactor);
+    HUB_Hundred_MilliSecond_Events hundredMs(*this, reactor);
+    HUB_Fifty_MilliSecond_Events fiftyMs(*this, reactor);
+    HUB_Twenty_Five_MilliSecond_Events twentyFiveMs(*this, reactor);
+    const TimerRegistration oneSecondTimer(reactor, oneSecond);
+    const TimerRegistration hundredMsTimer(reactor, hundredMs);
+    const TimerRegistration fiftyMsTimer(reactor, fiftyMs);
+    const TimerRegistration twentyFiveMsTimer(reactor, twentyFiveMs);
+    eprintf(EPF_INFO, "Starting HUB EventReactor");
+    reactor.begin();
+    eprintf(EPF_INFO, "Ending HUB EventReactor");
+}
+
+void SessionImpl::startUserEventReactor(UserEventReactor& reactor, bool isFirst) {
+    User_Hundred_MilliSecond_Events hundredMs(*this, reactor);
+    const TimerRegistration hundredMsTimer(reactor, hundredMs);
+    eprintf(EPF_INFO, "Starting User EventReactor");
+    if (isFirst) {
+        User_One_Second_Events oneSecond(*this);
+        First_User_Hundred_MilliSecond_Events check(*this);
+        First_User_Twenty_Five_MilliSecond_Events depth(*this);
+        const TimerRegistration oneSecondTimer(reactor, oneSecond);
+        const TimerRegistration checkTimer(reactor, check);
+        const TimerRegistration depthTimer(reactor, depth);
+        reactor.begin();
+        deliverLastEvents();
+    } else {
+        reactor.begin();
+    }
+    eprintf(EPF_INFO, "Ending User EventReactor");
+}
+
+void SessionImpl::createHubForHost(const std::string& hostInfo, HostConfigImpl& like) {
+    HostConfigImpl* host = m_hosts.find(hostInfo);
+    if (host == nullptr) {
+        eprintf(EPF_INFO, "HubClient::process_aggCheck: Adding new hostConfig(%s)", hostInfo.c_str());
+        tivra::ConnectionConfig& connection = getConnectionConfig();
+        host =
+            &HandleAccess::impl(HandleAccess::impl(connection).getHostConfig(hostInfo, &connection, false));
+        host->copyParameters(like);
+        host->setIsExternal(false);
+    }
+    if (!m_hubs.contains(host->getIndex()))
+        createHubClient(*host, false);
+}
+
+SessionImpl::HubLookup SessionImpl::assignSourceToHost(int src, const std::string& hostInfo) {
+    HostConfigImpl* const host = m_hosts.find(hostInfo);
+    if (host == nullptr)
+        return HubLookup::NoHostConfig;
+    HubClient* const client = m_hubs.find(host->getIndex());
+    if (client == nullptr)
+        return HubLookup::NoClient;
+    m_routes.assign(src, client);
+    return HubLookup::Found;
+}
+
+} // namespace tivra_internal
