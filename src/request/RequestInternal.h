@@ -38,6 +38,8 @@ public:
     /// The tag that this request refers to, -1 when there is none.
     [[nodiscard]] int64_t getUnsubtag() const noexcept { return origTag; }
 
+    /// Becomes the library's own question for the hub that serves a newly granted source.
+    void makePortQuestion(int64_t newTag, int source);
     /// Becomes what `other` says, its tag included; the compare string comes out empty.
     void cloneRequest(const RequestInternal* other);
     /// Replaces the command word in the text.
