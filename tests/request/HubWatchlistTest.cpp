@@ -1,1 +1,174 @@
+#include "request/HubWatchlist.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
+
+#include "request/HubName.h"
+#include "request/RequestInternal.h"
+#include "request/RequestSender.h"
+#include "request/Watchlist.h"
+
+using namespace tivra_internal;
+
+namespace {
+
+class FakeSession : public HubName, public RequestSender {
+public:
+    [[nodiscard]] std::string getHubAddr() const override { return "hub:1"; }
+    bool sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* hub, bool force, int src) override {
+        EXPECT_TRUE(force);
+        EXPECT_EQ(src, 0);
+        lastHub = hub;
+        if (refuse)
+            return false;
+        sent.push_back(std::move(request));
+        return true;
+    }
+    bool refuse = false;
+    HubClient* lastHub = nullptr;
+    std::vector<std::unique_ptr<RequestInternal>> sent;
+};
+
+class HubWatchlistTest : public testing::Test {
+protected:
+    static std::unique_ptr<RequestInternal> makeRequest(int64_t tag, tivra::Commands command,
+                                                        const std::string& symbol = "IBM") {
+        RequestImpl builder;
+        builder.setCommand(command);
+        builder.add(5, symbol);
+        auto request = std::make_unique<RequestInternal>(&builder);
+        request->setTag(tag);
+        return request;
+    }
+
+    /// As a request passes through the session and is then written to the hub.
+    void sendAndWrite(int64_t tag, tivra::Commands command, const std::string& symbol = "IBM") {
+        auto request = makeRequest(tag, command, symbol);
+        session.add(tag, *request);
+        session.setExpectedResponses(tag, 1);
+        list.add(tag, std::move(request));
+    }
+
+    void unsubscribe(int64_t tag, int64_t subscription) {
+        RequestImpl builder;
+        builder.setCommand(tivra::UNSUBSCRIBE);
+        builder.add(5052, subscription);
+        auto request = std::make_unique<RequestInternal>(&builder);
+        request->setTag(tag);
+        session.add(tag, *request);
+        list.add(tag, std::move(request));
+    }
+
+    HubClient* const hub = reinterpret_cast<HubClient*>(64); // an identity; nobody looks inside
+    FakeSession fake;
+    Watchlist session;
+    HubWatchlist list{hub, fake, session, fake};
+};
+
+} // namespace
+
+TEST_F(HubWatchlistTest, ResponseEndsASnapAndKeepsASubscription) {
+    sendAndWrite(20, tivra::QUERYSNAP);
+    sendAndWrite(21, tivra::SUBSCRIBE);
+    EXPECT_FALSE(list.handleResponse(20, 0));
+    EXPECT_FALSE(list.handleResponse(21, 0));
+    EXPECT_EQ(list.size(), 1U);
+    EXPECT_EQ(session.size(), 1U);
+    EXPECT_EQ(session.highestTag(), 21);
+}
+
+TEST_F(HubWatchlistTest, RefusalRemovesASubscriptionFromBothLists) {
+    sendAndWrite(20, tivra::SUBSCRIBE);
+    EXPECT_FALSE(list.handleResponse(20, -3));
+    EXPECT_EQ(list.size(), 0U);
+    EXPECT_EQ(session.size(), 0U);
+    EXPECT_FALSE(list.handleResponse(20, -3));
+    EXPECT_FALSE(list.handleResponse(-1, 0));
+}
+
+TEST_F(HubWatchlistTest, UnsubscribeEndsTheSubscriptionInBothLists) {
+    sendAndWrite(20, tivra::SUBSCRIBE);
+    unsubscribe(21, 20);
+    EXPECT_EQ(list.size(), 0U);
+    EXPECT_EQ(session.size(), 0U);
+    unsubscribe(22, 20);
+    EXPECT_EQ(list.size(), 0U);
+}
+
+TEST_F(HubWatchlistTest, RepeatedCommandLeavesTheNewerTagInBothLists) {
+    sendAndWrite(20, tivra::SUBSCRIBE);
+    sendAndWrite(21, tivra::SUBSCRIBE);
+    EXPECT_EQ(list.size(), 1U);
+    EXPECT_EQ(list.getNextRequest(0)->getTag(), 21);
+    EXPECT_EQ(session.size(), 1U);
+    unsubscribe(22, 21);
+    EXPECT_EQ(session.size(), 0U);
+    sendAndWrite(23, tivra::SUBSCRIBE);
+    EXPECT_EQ(list.size(), 1U);
+}
+
+TEST_F(HubWatchlistTest, SameTagAgainDoesNotTakeItselfOff) {
+    sendAndWrite(20, tivra::SUBSCRIBE);
+    list.add(20, makeRequest(20, tivra::SUBSCRIBE));
+    EXPECT_EQ(list.size(), 1U);
+    EXPECT_EQ(session.size(), 1U);
+}
+
+TEST_F(HubWatchlistTest, ConflationIntervalIsNotListed) {
+    list.add(20, makeRequest(20, tivra::SETCONFLATIONINTERVAL));
+    EXPECT_EQ(list.size(), 0U);
+}
+
+TEST_F(HubWatchlistTest, BusyHubGetsOneRetryAtATime) {
+    sendAndWrite(20, tivra::SUBSCRIBE);
+    EXPECT_TRUE(list.handleResponse(20, -218));
+    EXPECT_TRUE(list.handleResponse(20, -218)) << "consumed, though a retry waits already";
+    ASSERT_EQ(fake.sent.size(), 1U);
+    EXPECT_TRUE(fake.sent[0]->isWLRetry);
+    EXPECT_EQ(fake.sent[0]->getTag(), 20);
+    EXPECT_EQ(fake.lastHub, hub);
+    list.noteRetryWritten(20);
+    EXPECT_TRUE(list.handleResponse(20, -218));
+    EXPECT_EQ(fake.sent.size(), 2U);
+    EXPECT_FALSE(list.getNextRequest(0)->isWLRetry);
+}
+
+TEST_F(HubWatchlistTest, BusyAnswerReachesTheApplicationWhenNothingCanBeRetried) {
+    EXPECT_FALSE(list.handleResponse(20, -218));
+    sendAndWrite(21, tivra::SUBSCRIBE);
+    fake.refuse = true;
+    EXPECT_FALSE(list.handleResponse(21, -218));
+    fake.refuse = false;
+    EXPECT_TRUE(list.handleResponse(21, -218));
+    EXPECT_EQ(fake.sent.size(), 1U);
+}
+
+TEST_F(HubWatchlistTest, ReplayAscendsByTagAndCarriesWhatTheAnswerNeeds) {
+    for (int64_t tag : {30, 20, 25}) {
+        auto request = makeRequest(tag, tivra::SUBSCRIBE, "S" + std::to_string(tag));
+        request->altIndex.emplace_back().value = "A";
+        list.add(tag, std::move(request));
+    }
+    std::vector<int64_t> order;
+    int64_t last = 0;
+    while (auto request = list.getNextRequest(last)) {
+        last = request->getTag();
+        order.push_back(last);
+        EXPECT_EQ(request->getHUB(), hub);
+        EXPECT_EQ(request->altIndex.size(), 1U);
+    }
+    EXPECT_EQ(order, (std::vector<int64_t>{20, 25, 30}));
+    EXPECT_EQ(list.size(), 3U);
+}
+
+TEST_F(HubWatchlistTest, CommandIsKnownByTag) {
+    sendAndWrite(20, tivra::QUERYDEPTH);
+    tivra::Commands command = tivra::SUBSCRIBE;
+    EXPECT_FALSE(list.getCommand(21, command));
+    EXPECT_EQ(command, tivra::SUBSCRIBE);
+    EXPECT_TRUE(list.getCommand(20, command));
+    EXPECT_EQ(command, tivra::QUERYDEPTH);
+}

@@ -1,1 +1,115 @@
+#include "request/RequestInternal.h"
+
+#include <memory>
+#include <string>
+
 #include <gtest/gtest.h>
+
+using namespace tivra_internal;
+
+namespace {
+
+std::unique_ptr<RequestInternal> subscription(int64_t tag, tivra::Commands command = tivra::SUBSCRIBE) {
+    RequestImpl builder;
+    builder.setCommand(command);
+    builder.add(4, 100);
+    builder.add(5, std::string("IBM"));
+    auto request = std::make_unique<RequestInternal>(&builder);
+    request->setTag(tag);
+    return request;
+}
+
+} // namespace
+
+TEST(RequestInternal, TagIsStampedOnceAndLaterPairsLeadWithASeparator) {
+    auto request = subscription(4711);
+    EXPECT_EQ(request->getKVNCommand(), "5022=Subscribe|4=100|5=IBM|5026=4711");
+    request->setTag(1);
+    EXPECT_EQ(request->getTag(), 4711);
+    request->add(5035, 3);
+    request->add(5035, int64_t{4});
+    request->add(5, std::string("X"));
+    EXPECT_EQ(request->getKVNCommand(), "5022=Subscribe|4=100|5=IBM|5026=4711|5035=3|5035=4|5=X");
+}
+
+TEST(RequestInternal, CopyKeepsEverythingButTheAlternateIndexes) {
+    auto request = subscription(20);
+    request->resubHB = request->resubHubStatus = request->isWLRetry = true;
+    request->outstandingResponses = 3;
+    request->altIndex.emplace_back();
+    const RequestInternal copy(request.get());
+    EXPECT_EQ(copy.getKVNCommand(), request->getKVNCommand());
+    EXPECT_EQ(copy.getTag(), 20);
+    EXPECT_EQ(copy.getSrcid(), 100);
+    EXPECT_STREQ(copy.getSymbol(), "IBM");
+    EXPECT_EQ(copy.getCompareString(), request->getCompareString());
+    EXPECT_TRUE(copy.resubHB && copy.resubHubStatus && copy.isWLRetry && copy.isCommandSet());
+    EXPECT_EQ(copy.outstandingResponses, 3U);
+    EXPECT_TRUE(copy.altIndex.empty());
+    EXPECT_EQ(request->copyWithAltIndex()->altIndex.size(), 1U);
+}
+
+TEST(RequestInternal, NullCommandIsWritten) {
+    RequestImpl builder;
+    builder.add(4, 1);
+    RequestInternal request(&builder);
+    request.setNullCmd();
+    request.setTag(18);
+    EXPECT_EQ(request.getKVNCommand(), "4=1|5022=|5026=18");
+}
+
+TEST(RequestInternal, ModifyTagTouchesWholePairsOnly) {
+    struct Case {
+        std::string before;
+        int64_t tag;
+        std::string after;
+    };
+    // A value that looks like the tag pair, a token that ends in it, and a longer tag must stay as they are.
+    for (const Case& c :
+         {Case{"x5026=18", 18, "5=x5026=18|5026=99"}, Case{"a|15026=18", 18, "5=a|15026=18|5026=99"},
+          Case{"a|5026=180", 18, "5=a|5026=180|5026=99"}}) {
+        RequestImpl builder;
+        builder.add(5, c.before);
+        RequestInternal request(&builder);
+        request.setTag(c.tag);
+        request.modifyTag(99, true);
+        EXPECT_EQ(request.getKVNCommand(), c.after);
+        EXPECT_EQ(request.getUnsubtag(), 18);
+        EXPECT_EQ(request.getTag(), 99);
+    }
+}
+
+TEST(RequestInternal, EmptiedRequestIsRebuiltFromItsFront) {
+    auto request = subscription(20);
+    request->clearRequest();
+    request->modifyCommand(tivra::UNSUBSCRIBE);
+    request->modifyTag(20, false);
+    EXPECT_EQ(request->getKVNCommand(), "5026=20|5022=Unsubscribe|");
+    EXPECT_EQ(request->getUnsubtag(), -1);
+    EXPECT_TRUE(request->isCommandSet());
+    request->add(5, std::string("WORD"));
+    EXPECT_EQ(request->getKVNCommand(), "5026=20|5022=Unsubscribe||5=WORD");
+}
+
+TEST(RequestInternal, CloneTakesTheTagAndDropsThePairs) {
+    auto request = subscription(30);
+    const auto other = subscription(20, tivra::QUERYSNAPANDSUBSCRIBE);
+    request->cloneRequest(other.get());
+    EXPECT_EQ(request->getTag(), 20);
+    EXPECT_EQ(request->getKVNCommand(), other->getKVNCommand());
+    EXPECT_EQ(request->getCompareString(), "6");
+}
+
+TEST(RequestInternal, OnlyACommandPairIsConvertedToASnap) {
+    auto request = subscription(20);
+    EXPECT_EQ(request->convertSubscribeToSnap(), 0U);
+    EXPECT_EQ(request->getKVNCommand(), "5022=QuerySnapAndSubscribe|4=100|5=IBM|5026=20");
+    EXPECT_EQ(request->getCommand(), tivra::QUERYSNAPANDSUBSCRIBE);
+    EXPECT_EQ(request->convertSubscribeToSnap(), std::string::npos);
+
+    RequestImpl builder;
+    builder.add(5028, std::string("5022=Subscribe"));
+    RequestInternal noCommand(&builder);
+    EXPECT_EQ(noCommand.convertSubscribeToSnap(), std::string::npos);
+    EXPECT_EQ(noCommand.getKVNCommand(), "5028=5022=Subscribe|");
+}

@@ -1,1 +1,172 @@
+#include "request/Watchlist.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
+
+#include "request/RequestInternal.h"
+
+using namespace tivra_internal;
+
+namespace {
+
+HubClient* hub(uintptr_t number) {
+    return reinterpret_cast<HubClient*>(number * 64); // an identity; nobody looks inside
+}
+
+std::unique_ptr<RequestInternal> makeRequest(int64_t tag, tivra::Commands command,
+                                             const std::string& symbol) {
+    RequestImpl builder;
+    builder.setCommand(command);
+    builder.add(4, 100);
+    builder.add(5, symbol);
+    auto request = std::make_unique<RequestInternal>(&builder);
+    request->setTag(tag);
+    return request;
+}
+
+class WatchlistTest : public testing::Test {
+protected:
+    void list(int64_t tag, tivra::Commands command, const std::string& symbol = "IBM") {
+        watchlist.add(tag, *makeRequest(tag, command, symbol));
+    }
+
+    std::string unsubscribeText(int64_t tag, int64_t subscription) {
+        RequestImpl builder;
+        builder.setCommand(tivra::UNSUBSCRIBE);
+        if (subscription >= 0)
+            builder.add(5052, subscription);
+        RequestInternal request(&builder);
+        request.setTag(tag);
+        watchlist.add(tag, request);
+        EXPECT_EQ(request.getTag(), tag);
+        lastUnsubTag = request.getUnsubtag();
+        return request.getKVNCommand();
+    }
+
+    [[nodiscard]] std::vector<int64_t> tags() const {
+        std::vector<int64_t> result;
+        int64_t last = 0;
+        while (auto request = watchlist.getNextRequest(last)) {
+            last = request->getTag();
+            result.push_back(last);
+        }
+        return result;
+    }
+
+    Watchlist watchlist;
+    int64_t lastUnsubTag = 0;
+};
+
+using Tags = std::vector<int64_t>;
+
+} // namespace
+
+TEST_F(WatchlistTest, UnsubscribeIsWrittenFromTheSubscription) {
+    struct Case {
+        tivra::Commands command;
+        const char* word;
+    };
+    int64_t tag = 20;
+    for (const Case& c :
+         {Case{tivra::SUBSCRIBE, "Unsubscribe"}, Case{tivra::QUERYSNAPANDSUBSCRIBE, "Unsubscribe"},
+          Case{tivra::QUERYDEPTHANDSUBSCRIBE, "Unsubscribe"},
+          Case{tivra::SUBSCRIBEWILDCARD, "UnsubscribeWildCard"},
+          Case{tivra::QUERYSNAPANDSUBSCRIBEWILDCARD, "Unsubscribe"}}) {
+        list(tag, c.command);
+        EXPECT_EQ(unsubscribeText(tag + 100, tag),
+                  "5022=" + std::string(c.word) + "|4=100|5=IBM|5026=" + std::to_string(tag + 100));
+        EXPECT_EQ(lastUnsubTag, tag);
+        ++tag;
+    }
+    EXPECT_EQ(watchlist.size(), 5U) << "subscriptions leave when the hubs have processed the unsubscribe";
+}
+
+TEST_F(WatchlistTest, RefusedUnsubscribesGoOutWithAWordInTheSymbolsPlace) {
+    list(20, tivra::QUERYSNAP);
+    EXPECT_EQ(unsubscribeText(21, 20), "5026=21|5022=Unsubscribe||5=UNSUBOFNONSUBNOTALLOWEDWITHWATCHLIST");
+    EXPECT_EQ(lastUnsubTag, -1);
+    EXPECT_EQ(unsubscribeText(22, 999), "5026=22|5022=Unsubscribe||5=UNSUBTAGNOTFOUNDWATCHLIST");
+    EXPECT_EQ(unsubscribeText(23, -1), "5026=23|5022=Unsubscribe||5=UNSUBTAGNOTFOUNDWATCHLIST");
+    EXPECT_EQ(lastUnsubTag, -1);
+}
+
+TEST_F(WatchlistTest, RepeatedCommandReplacesTheOlderTag) {
+    list(20, tivra::SUBSCRIBE);
+    RequestImpl builder;
+    builder.add(5, std::string("IBM"));
+    builder.add(4, 100);
+    builder.setCommand(tivra::SUBSCRIBE);
+    RequestInternal reordered(&builder);
+    reordered.setTag(21);
+    watchlist.add(21, reordered);
+    EXPECT_EQ(tags(), (Tags{21}));
+    EXPECT_EQ(unsubscribeText(22, 20), "5026=22|5022=Unsubscribe||5=UNSUBTAGNOTFOUNDWATCHLIST");
+    list(23, tivra::SUBSCRIBE);
+    EXPECT_EQ(tags(), (Tags{23}));
+}
+
+TEST_F(WatchlistTest, ListedTagKeepsItsEntryAndNotTheCommandOfTheRefusedOne) {
+    list(20, tivra::SUBSCRIBE, "IBM");
+    list(20, tivra::SUBSCRIBE, "AAPL");
+    EXPECT_STREQ(watchlist.getNextRequest(0)->getSymbol(), "IBM");
+    list(21, tivra::SUBSCRIBE, "AAPL");
+    EXPECT_EQ(tags(), (Tags{20, 21}));
+}
+
+TEST_F(WatchlistTest, ConflationIntervalIsNotListedAndQueriesAre) {
+    list(20, tivra::SETCONFLATIONINTERVAL);
+    list(21, tivra::QUERYSNAP);
+    list(22, tivra::LISTENUMERATION);
+    EXPECT_EQ(tags(), (Tags{21, 22}));
+    EXPECT_EQ(watchlist.highestTag(), 22);
+    EXPECT_EQ(watchlist.getNextRequest(22), nullptr);
+}
+
+TEST_F(WatchlistTest, FanOutLeavesWithItsLastHub) {
+    list(20, tivra::QUERYSNAP);
+    watchlist.setExpectedResponses(20, 2);
+    watchlist.addHub(20, hub(1));
+    watchlist.addHub(20, hub(1));
+    watchlist.removeHub(20, hub(1));
+    ASSERT_EQ(watchlist.size(), 1U) << "the second hub hasn't reported its write yet";
+    EXPECT_EQ(watchlist.getNextRequest(0)->outstandingResponses, 1U);
+    watchlist.addHub(20, hub(2));
+    watchlist.removeHub(20, hub(2));
+    EXPECT_EQ(watchlist.size(), 0U);
+    list(21, tivra::QUERYSNAP);
+    EXPECT_EQ(watchlist.size(), 1U) << "the command of the removed tag must be forgotten too";
+}
+
+TEST_F(WatchlistTest, HubsThatAreLeftHoldTheTag) {
+    list(20, tivra::SUBSCRIBE);
+    watchlist.setExpectedResponses(20, 1);
+    watchlist.addHub(20, hub(1));
+    watchlist.addHub(20, hub(2));
+    watchlist.removeHub(20, hub(1));
+    EXPECT_EQ(watchlist.size(), 1U);
+    // The count is 0 now, as after a restart; it counts as the last one and must not wrap.
+    watchlist.removeHub(20, hub(2));
+    EXPECT_EQ(watchlist.size(), 0U);
+    watchlist.removeHub(20, hub(2));
+}
+
+TEST_F(WatchlistTest, LoweredCountStaysAboveZero) {
+    list(20, tivra::SUBSCRIBE);
+    watchlist.setExpectedResponses(20, 3);
+    for (int i = 0; i < 4; ++i)
+        watchlist.lowerExpectedResponses(20);
+    EXPECT_EQ(watchlist.getNextRequest(0)->outstandingResponses, 1U);
+    watchlist.lowerExpectedResponses(99);
+}
+
+TEST_F(WatchlistTest, RestartForgetsTheHubs) {
+    list(20, tivra::SUBSCRIBE);
+    watchlist.addHub(20, hub(1));
+    watchlist.removeAllHubs();
+    watchlist.setExpectedResponses(20, 1);
+    watchlist.removeHub(20, hub(1));
+    EXPECT_EQ(watchlist.size(), 1U);
+}

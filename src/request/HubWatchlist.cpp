@@ -1,0 +1,155 @@
+#include "request/HubWatchlist.h"
+
+#include <utility>
+
+#include <tp/eprintf.h>
+
+#include "request/HubName.h"
+#include "request/RequestInternal.h"
+#include "request/RequestSender.h"
+#include "request/Watchlist.h"
+
+namespace tivra_internal {
+
+namespace {
+
+long long printable(int64_t tag) {
+    return static_cast<long long>(tag);
+}
+
+} // namespace
+
+HubWatchlist::HubWatchlist(HubClient* hub, const HubName& hubName, Watchlist& sessionList,
+                           RequestSender& sender)
+    : m_hub(hub), m_hubName(hubName), m_sessionList(sessionList), m_sender(sender) {}
+
+HubWatchlist::~HubWatchlist() = default;
+
+void HubWatchlist::add(int64_t tag, std::unique_ptr<RequestInternal> request) {
+    const tivra::Commands command = request->getCommand();
+    if (isUnsubscribeCommand(command)) {
+        remove(request->getUnsubtag(), false, false);
+        return;
+    }
+    if (command == tivra::SETCONFLATIONINTERVAL)
+        return;
+
+    const std::string compareString = request->getCompareString();
+    const std::string hubAddr = m_hubName.getHubAddr();
+    int64_t replacedTag = -1;
+    {
+        tp::MutexLock lock(m_watchlist_mutex);
+        const bool isNew = watchlistMap.try_emplace(tag, std::move(request)).second;
+        if (isNew)
+            eprintf(EPF_DBUG, "tag %lld added with command %d to watchlist for HUB %s", printable(tag),
+                    static_cast<int>(command), hubAddr.c_str());
+        else
+            eprintf(EPF_DBUG, "tag %lld already existed in watchlist for HUB %s", printable(tag),
+                    hubAddr.c_str());
+
+        const auto [entry, isNewCommand] = cmdTagMap.try_emplace(compareString, tag);
+        if (!isNewCommand) {
+            const int64_t oldTag = std::exchange(entry->second, tag);
+            eprintf(oldTag == tag ? EPF_WARN : EPF_DBUG,
+                    "Removing tag %lld from watchlist for HUB %s; replaced with dup command from tag %lld",
+                    printable(oldTag), hubAddr.c_str(), printable(tag));
+            // The same tag once more, from a replay, must not take itself off the list.
+            if (oldTag != tag)
+                replacedTag = oldTag;
+        }
+    }
+    remove(replacedTag, false, true);
+    m_sessionList.addHub(tag, m_hub);
+}
+
+void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap, bool saveCmdTagMapEntry) {
+    if (tag == -1)
+        return;
+    {
+        tp::MutexLock lock(m_watchlist_mutex);
+        const auto entry = watchlistMap.find(tag);
+        if (entry == watchlistMap.end()) {
+            lock.unlock();
+            eprintf(EPF_DBUG, "Unable to remove tag %lld from watchlist for HUB %s; not found",
+                    printable(tag), m_hubName.getHubAddr().c_str());
+            return;
+        }
+        const RequestInternal* request = entry->second.get();
+        if (onlyRemoveIfSnap && (request == nullptr || !isSnapCommand(request->getCommand())))
+            return;
+        if (request == nullptr)
+            eprintf(EPF_WARN, "HubWatchlist::remove: request missing for tag %lld", printable(tag));
+        else if (!saveCmdTagMapEntry)
+            cmdTagMap.erase(request->getCompareString());
+        watchlistMap.erase(entry);
+        m_retryTags.erase(tag);
+    }
+    eprintf(EPF_DBUG, "tag %lld removed from watchlist for HUB %s", printable(tag),
+            m_hubName.getHubAddr().c_str());
+    m_sessionList.removeHub(tag, m_hub);
+}
+
+bool HubWatchlist::handleResponse(int64_t tag, int64_t status) {
+    if (status == kHubBusy)
+        return retry(tag);
+    // A finished snap leaves the list and a subscription stays; what the hub has refused is forgotten.
+    remove(tag, status >= 0, false);
+    return false;
+}
+
+bool HubWatchlist::retry(int64_t tag) {
+    std::unique_ptr<RequestInternal> copy;
+    {
+        tp::MutexLock lock(m_watchlist_mutex);
+        const auto entry = watchlistMap.find(tag);
+        if (entry == watchlistMap.end() || entry->second == nullptr) {
+            lock.unlock();
+            eprintf(EPF_WARN, "HubWatchlist::handleResponse: request missing for tag %lld; unable to retry",
+                    printable(tag));
+            return false;
+        }
+        if (!m_retryTags.insert(tag).second)
+            return true;
+        copy = entry->second->copyWithAltIndex();
+        copy->isWLRetry = true;
+    }
+    if (!m_sender.sendToHub(copy, m_hub, true, 0)) {
+        // Nobody will write this retry: the application must see the answer.
+        noteRetryWritten(tag);
+        return false;
+    }
+    eprintf(EPF_INFO, "HubWatchlist::handleResponse: retrying request for tag %lld; HUB was busy",
+            printable(tag));
+    return true;
+}
+
+void HubWatchlist::noteRetryWritten(int64_t tag) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    m_retryTags.erase(tag);
+}
+
+std::size_t HubWatchlist::size() const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return watchlistMap.size();
+}
+
+std::unique_ptr<RequestInternal> HubWatchlist::getNextRequest(int64_t lastTag) const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto entry = watchlistMap.upper_bound(lastTag);
+    if (entry == watchlistMap.end())
+        return nullptr;
+    auto copy = entry->second->copyWithAltIndex();
+    copy->setHUB(m_hub);
+    return copy;
+}
+
+bool HubWatchlist::getCommand(int64_t tag, tivra::Commands& command) const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto entry = watchlistMap.find(tag);
+    if (entry == watchlistMap.end())
+        return false;
+    command = entry->second->getCommand();
+    return true;
+}
+
+} // namespace tivra_internal

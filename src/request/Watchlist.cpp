@@ -1,0 +1,172 @@
+#include "request/Watchlist.h"
+
+#include <tp/eprintf.h>
+
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr int kSymbolToken = 5;
+
+long long printable(int64_t tag) {
+    return static_cast<long long>(tag);
+}
+
+} // namespace
+
+Watchlist::Watchlist() = default;
+Watchlist::~Watchlist() = default;
+
+void Watchlist::add(int64_t tag, RequestInternal& request) {
+    if (isUnsubscribeCommand(request.getCommand())) {
+        unsubscribe(request);
+        return;
+    }
+    if (request.getCommand() == tivra::SETCONFLATIONINTERVAL)
+        return;
+
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto [entry, isNew] = watchlistMap.try_emplace(tag);
+    if (!isNew) {
+        eprintf(EPF_WARN, "tag %lld already existed in watchlist", printable(tag));
+        return;
+    }
+    entry->second = std::make_unique<RequestInternal>(&request);
+    eprintf(EPF_DBUG, "tag %lld added to watchlist", printable(tag));
+
+    const auto [command, isNewCommand] = cmdTagMap.try_emplace(entry->second->getCompareString(), tag);
+    if (isNewCommand)
+        return;
+    const int64_t oldTag = command->second;
+    eprintf(EPF_DBUG, "Removing tag %lld from watchlist; replaced with dup command from tag %lld",
+            printable(oldTag), printable(tag));
+    command->second = tag;
+    remove(oldTag, true);
+}
+
+void Watchlist::unsubscribe(RequestInternal& request) const {
+    const int64_t tag = request.getTag();
+    const int64_t unsubTag = request.getUnsubtag();
+    eprintf(EPF_DBUG, "Watchlist::unsubscribe(ENTRY): tag=%lld; unsubTag=%lld", printable(tag),
+            printable(unsubTag));
+    request.clearRequest();
+
+    // Held to the end of the copy: the last answer of a hub may take the entry off the list meanwhile.
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto entry = watchlistMap.find(unsubTag);
+    if (entry != watchlistMap.end() && isSubscribeCommand(entry->second->getCommand())) {
+        const tivra::Commands command = entry->second->getCommand();
+        request.cloneRequest(entry->second.get());
+        request.modifyCommand(command == tivra::SUBSCRIBEWILDCARD ? tivra::UNSUBSCRIBEWILDCARD
+                                                                  : tivra::UNSUBSCRIBE);
+        request.modifyTag(tag, true);
+        return;
+    }
+
+    const char* refusal = "UNSUBTAGNOTFOUNDWATCHLIST";
+    if (entry != watchlistMap.end()) {
+        refusal = "UNSUBOFNONSUBNOTALLOWEDWITHWATCHLIST";
+        eprintf(EPF_WARN,
+                "tag %lld requested unsubscribe of tag %lld, which was not a subscribe command (command=%d)",
+                printable(tag), printable(unsubTag), static_cast<int>(entry->second->getCommand()));
+    } else {
+        eprintf(EPF_WARN, "tag %lld requested unsubscribe of tag %lld, which was not found in watchlist",
+                printable(tag), printable(unsubTag));
+    }
+    request.modifyCommand(tivra::UNSUBSCRIBE);
+    request.modifyTag(tag, false);
+    request.add(kSymbolToken, std::string(refusal));
+}
+
+void Watchlist::remove(int64_t tag, bool saveCmdTagMapEntry) {
+    const auto entry = watchlistMap.find(tag);
+    if (entry == watchlistMap.end()) {
+        eprintf(EPF_DBUG, "Unable to remove tag %lld from watchlist; not found", printable(tag));
+        return;
+    }
+    if (entry->second != nullptr && !saveCmdTagMapEntry)
+        cmdTagMap.erase(entry->second->getCompareString());
+    watchlistMap.erase(entry);
+    eprintf(EPF_DBUG, "tag %lld removed from watchlist", printable(tag));
+}
+
+void Watchlist::addHub(int64_t tag, HubClient* hubClient) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    tagHubMap[tag].insert(hubClient);
+}
+
+void Watchlist::removeHub(int64_t tag, HubClient* hubClient) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto hubs = tagHubMap.find(tag);
+    if (hubs == tagHubMap.end()) {
+        eprintf(EPF_WARN, "Unable to find tag %lld in watchlist while trying to remove HUB %p",
+                printable(tag), static_cast<void*>(hubClient));
+        return;
+    }
+    hubs->second.erase(hubClient);
+    const bool isLast = countResponse(tag);
+    if (!isLast || !hubs->second.empty())
+        return;
+    tagHubMap.erase(hubs);
+    remove(tag, false);
+}
+
+bool Watchlist::countResponse(int64_t tag) {
+    const auto entry = watchlistMap.find(tag);
+    if (entry == watchlistMap.end()) {
+        eprintf(EPF_DBUG, "Watchlist::removeHub: Unable to find tag %lld in watchlist", printable(tag));
+        return true;
+    }
+    if (entry->second == nullptr) {
+        eprintf(EPF_WARN, "Watchlist::removeHub: internal request missing for tag %lld in watchlist",
+                printable(tag));
+        return true;
+    }
+    uint64_t& outstanding = entry->second->outstandingResponses;
+    // A restart leaves 0 behind: the tag has been queued again and nobody has counted its hubs yet.
+    const bool isLast = outstanding <= 1;
+    if (outstanding > 0)
+        --outstanding;
+    eprintf(EPF_DBUG, "tag %lld: set outstandingResponses to %lu", printable(tag),
+            static_cast<unsigned long>(outstanding));
+    return isLast;
+}
+
+void Watchlist::removeAllHubs() {
+    tp::MutexLock lock(m_watchlist_mutex);
+    tagHubMap.clear();
+}
+
+void Watchlist::setExpectedResponses(int64_t tag, unsigned long expectedResponses) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto entry = watchlistMap.find(tag);
+    if (entry != watchlistMap.end() && entry->second != nullptr)
+        entry->second->outstandingResponses = expectedResponses;
+}
+
+void Watchlist::lowerExpectedResponses(int64_t tag) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto entry = watchlistMap.find(tag);
+    if (entry != watchlistMap.end() && entry->second != nullptr && entry->second->outstandingResponses > 1)
+        --entry->second->outstandingResponses;
+}
+
+std::size_t Watchlist::size() const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return watchlistMap.size();
+}
+
+int64_t Watchlist::highestTag() const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return watchlistMap.empty() ? 0 : watchlistMap.rbegin()->first;
+}
+
+std::unique_ptr<RequestInternal> Watchlist::getNextRequest(int64_t lastTag) const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    const auto entry = watchlistMap.upper_bound(lastTag);
+    return entry != watchlistMap.end() ? std::make_unique<RequestInternal>(entry->second.get()) : nullptr;
+}
+
+} // namespace tivra_internal
