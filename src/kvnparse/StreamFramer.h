@@ -31,6 +31,9 @@ public:
     /// As Framer::pull; the caller loops until it doesn't return 0. A frame stays valid until the next push.
     [[nodiscard]] int pull(bufref* out) { return m_frame->pull(out); }
 
+    /// As Framer::moveRemaining: for a reader that goes on with the stream by other means.
+    [[nodiscard]] int moveRemaining(bufref dst) { return m_frame->moveRemaining(dst); }
+
     void reset();
 
 private:
