@@ -38,6 +38,8 @@ struct HubStatistics {
     std::uint64_t playbackSent = 0; ///< messages that these made, one per subscriber
     bool playbackRunning = false;   ///< started and not yet finished
     bool playbackFinished = false;  ///< all played, and every byte of it taken by the sockets
+
+    [[nodiscard]] bool operator==(const HubStatistics& other) const noexcept;
 };
 
 /// A hub in a box: a thread of its own with real sockets, which logs clients in, answers their requests and

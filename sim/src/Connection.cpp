@@ -1,0 +1,147 @@
+#include "Connection.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+namespace tivra_sim {
+
+namespace {
+
+/// Longest request that a hub takes, header and end included in nothing: the body alone.
+constexpr std::size_t MAX_REQUEST = 65536;
+
+bool passesAnyFilter(int token) {
+    return token == token::PERMISSION || token == token::SOURCE || token == token::SYMBOL ||
+           token == token::REFRESH || token == token::TAG || token == token::STATUS;
+}
+
+} // namespace
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+        reset();
+        m_fd = other.release();
+    }
+    return *this;
+}
+
+int Descriptor::release() {
+    return std::exchange(m_fd, -1);
+}
+
+void Descriptor::reset() {
+    if (m_fd >= 0)
+        ::close(std::exchange(m_fd, -1));
+}
+
+Connection::Connection(std::uint64_t id, Descriptor socket, std::string localAddress, std::string peerAddress,
+                       std::uint16_t peerPort)
+    : m_id(id)
+    , m_socket(std::move(socket))
+    , m_localAddress(std::move(localAddress))
+    , m_peerAddress(std::move(peerAddress))
+    , m_peerPort(peerPort)
+    , m_reader(MAX_REQUEST) {}
+
+Connection::~Connection() {
+    for (const auto& covered : m_covered) {
+        std::vector<Connection*>& subscribers = covered.first->subscribers;
+        subscribers.erase(std::remove(subscribers.begin(), subscribers.end(), this), subscribers.end());
+    }
+}
+
+void Connection::answer(std::string frame, Clock::time_point due) {
+    if (m_waiting.empty() && due == Clock::time_point{})
+        m_output.append(frame, FrameKind::Answer);
+    else
+        m_waiting.push_back({due, std::move(frame)});
+}
+
+void Connection::releaseAnswers(Clock::time_point now) {
+    while (!m_waiting.empty() && m_waiting.front().due <= now) {
+        m_output.append(m_waiting.front().frame, FrameKind::Answer);
+        m_waiting.pop_front();
+    }
+}
+
+void Connection::subscribe(Subscription subscription) {
+    for (SymbolEntry* entry : subscription.symbols)
+        attach(*entry);
+    m_subscriptions.push_back(std::move(subscription));
+}
+
+std::size_t Connection::unsubscribe(const std::function<bool(const Subscription&)>& predicate) {
+    const auto ended =
+        std::stable_partition(m_subscriptions.begin(), m_subscriptions.end(),
+                              [&](const Subscription& candidate) { return !predicate(candidate); });
+    const auto count = static_cast<std::size_t>(m_subscriptions.end() - ended);
+    for (auto subscription = ended; subscription != m_subscriptions.end(); ++subscription) {
+        for (SymbolEntry* entry : subscription->symbols)
+            detach(*entry);
+    }
+    m_subscriptions.erase(ended, m_subscriptions.end());
+    return count;
+}
+
+void Connection::cover(SymbolEntry& entry) {
+    for (Subscription& subscription : m_subscriptions) {
+        const bool sameSource = subscription.source == -1 || subscription.source == entry.source;
+        if (subscription.isWildcard && sameSource && matchesWildcard(subscription.pattern, entry.symbol)) {
+            subscription.symbols.push_back(&entry);
+            attach(entry);
+        }
+    }
+}
+
+std::vector<SymbolEntry*> Connection::subscribedSymbols() const {
+    std::vector<SymbolEntry*> symbols;
+    for (const auto& covered : m_covered)
+        symbols.push_back(covered.first);
+    std::sort(symbols.begin(), symbols.end(), [](const SymbolEntry* left, const SymbolEntry* right) {
+        return std::tie(left->source, left->symbol) < std::tie(right->source, right->symbol);
+    });
+    return symbols;
+}
+
+void Connection::attach(SymbolEntry& entry) {
+    if (m_covered[&entry]++ > 0)
+        return;
+    entry.subscribers.push_back(this);
+    if (entry.source != SYSTEM_SOURCE)
+        ++m_countedSymbols;
+}
+
+void Connection::detach(SymbolEntry& entry) {
+    const auto covered = m_covered.find(&entry);
+    if (--covered->second > 0)
+        return;
+    m_covered.erase(covered);
+    entry.subscribers.erase(std::remove(entry.subscribers.begin(), entry.subscribers.end(), this),
+                            entry.subscribers.end());
+    if (entry.source != SYSTEM_SOURCE)
+        --m_countedSymbols;
+}
+
+std::string Connection::tailored(std::string_view body, const SymbolEntry& entry) const {
+    Record record;
+    std::set<int> present;
+    for (const Pair& pair : splitPairs(body)) {
+        present.insert(pair.token);
+        if (m_client.filter.empty() || passesAnyFilter(pair.token) || m_client.filter.count(pair.token) > 0)
+            record.add(pair.token, pair.value);
+    }
+    const auto wanted = m_client.alternateIndexes.find(entry.source);
+    if (wanted != m_client.alternateIndexes.end()) {
+        for (const int token : wanted->second) {
+            const auto field = entry.fields.find(token);
+            if (field != entry.fields.end() && present.count(token) == 0)
+                record.add(token, field->second);
+        }
+    }
+    return record.body();
+}
+
+} // namespace tivra_sim

@@ -1,0 +1,178 @@
+#include "Responder.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace tivra_sim {
+
+namespace {
+
+struct Version {
+    int major = -1;
+    int minor = -1;
+};
+
+/// "V8.2.1" or "8.2.1" to 8 and 2; what cannot be read stays -1.
+Version parseVersion(std::string_view text) {
+    Version version;
+    if (!text.empty() && text.front() == 'V')
+        text.remove_prefix(1);
+    const char* end = text.data() + text.size();
+    const auto major = std::from_chars(text.data(), end, version.major);
+    if (major.ec == std::errc{} && major.ptr != end && *major.ptr == '.')
+        std::from_chars(major.ptr + 1, end, version.minor);
+    return version;
+}
+
+bool isAtLeast(const Version& version, int major, int minor) {
+    return version.major > major || (version.major == major && version.minor >= minor);
+}
+
+std::string permissionBody(std::int64_t tag, const std::set<int>& sources) {
+    Record record;
+    record.add(token::TAG, static_cast<long long>(tag));
+    for (const int source : sources)
+        record.add(token::PERMISSION, source);
+    return record.add(token::STATUS, status::SUCCESS).body();
+}
+
+} // namespace
+
+Responder::Bodies Responder::loginUser(Connection& connection, const Request& request) {
+    const User* user = m_state.model.findUser(request.value(token::USER_NAME));
+    if (user == nullptr || user->password != request.value(token::PASSWORD))
+        return {statusBody(request.tag, status::BAD_LOGIN)};
+    if (request.number(token::COMPRESSION, 0) != 0) // a compressed stream is not on offer
+        return {statusBody(request.tag, status::BAD_PARAMETER)};
+    const auto logins =
+        std::count_if(m_state.connections.begin(), m_state.connections.end(), [&](const auto& other) {
+            return other.get() != &connection && other->client().isLoggedIn &&
+                   other->client().user == user->name;
+        });
+    if (user->maxLogins > 0 && logins >= static_cast<std::ptrdiff_t>(user->maxLogins))
+        return {statusBody(request.tag, status::TOO_MANY_LOGINS)};
+    ClientState& client = connection.client();
+    client.isLoggedIn = true;
+    client.user = user->name;
+    client.version = request.value(token::CLIENT_VERSION);
+    client.platform = request.value(token::PLATFORM);
+    client.language = request.value(token::LANGUAGE);
+    return succeed(connection, request);
+}
+
+Responder::Bodies Responder::succeed(Connection&, const Request& request) {
+    return {statusBody(request.tag, status::SUCCESS)};
+}
+
+Responder::Bodies Responder::listEnumeration(Connection&, const Request& request) {
+    std::vector<const DictionaryRow*> rows;
+    if (!namedTokens(request, rows))
+        return {statusBody(request.tag, status::UNKNOWN_TOKEN)};
+    Bodies bodies;
+    for (const Enumeration& enumeration : m_state.model.config().enumerations) {
+        const bool wanted =
+            rows.empty() || std::any_of(rows.begin(), rows.end(), [&](const DictionaryRow* row) {
+                return row->number == enumeration.token;
+            });
+        if (!wanted)
+            continue;
+        for (const auto& [value, text] : enumeration.values)
+            bodies.push_back(Record()
+                                 .add(token::TAG, static_cast<long long>(request.tag))
+                                 .add(token::TOKEN_NUM, enumeration.token)
+                                 .add(token::ENUM_VALUE, value)
+                                 .add(token::ENUM_DESC, text)
+                                 .body());
+    }
+    const bool nothing = !rows.empty() && bodies.empty();
+    bodies.push_back(statusBody(request.tag, nothing ? status::UNKNOWN_TOKEN : status::SUCCESS));
+    return bodies;
+}
+
+Responder::Bodies Responder::setConflationInterval(Connection& connection, const Request& request) {
+    const std::int64_t interval = request.number(token::CONFLATION_INTERVAL);
+    if (interval < 0)
+        return {statusBody(request.tag, status::BAD_PARAMETER)};
+    connection.client().conflationInterval = interval;
+    return succeed(connection, request);
+}
+
+Responder::Bodies Responder::setConflationType(Connection& connection, const Request& request) {
+    const Version version = parseVersion(m_state.model.config().hubVersion);
+    if (!isAtLeast(version, 7, 4))
+        return {statusBody(request.tag, status::UNKNOWN_COMMAND)};
+    const std::int64_t type = request.number(token::CONFLATION);
+    const std::int64_t threshold = request.number(token::JIT_THRESHOLD, 25);
+    const bool known = type >= 0 && (type <= 2 || (type == 3 && isAtLeast(version, 7, 5)) ||
+                                     (type == 4 && isAtLeast(version, 7, 8)));
+    if (!known || threshold < 1 || threshold > 75)
+        return {statusBody(request.tag, status::BAD_PARAMETER)};
+    connection.client().conflationType = type;
+    return succeed(connection, request);
+}
+
+Responder::Bodies Responder::listAdministrationInfo(Connection&, const Request& request) {
+    const HubConfig& config = m_state.model.config();
+    return {Record()
+                .add(token::TAG, static_cast<long long>(request.tag))
+                .add(token::DICTIONARY_VERSION, config.dictionaryVersion)
+                .add(token::HUB_VERSION, config.hubVersion)
+                .add(token::STATUS, status::SUCCESS)
+                .body()};
+}
+
+Responder::Bodies Responder::listInternalTokens(Connection&, const Request& request) {
+    Bodies bodies;
+    for (const DictionaryRow& row : m_state.model.config().dictionary)
+        bodies.push_back(Record()
+                             .add(token::TAG, static_cast<long long>(request.tag))
+                             .add(token::TOKEN_NUM, row.number)
+                             .add(token::TOKEN_NAME, row.name)
+                             .add(token::TOKEN_TYPE, row.type)
+                             .add(token::TOKEN_SIZE, row.length)
+                             .body());
+    bodies.push_back(statusBody(request.tag, status::SUCCESS));
+    return bodies;
+}
+
+Responder::Bodies Responder::getPort(Connection& connection, const Request& request) {
+    const auto source = static_cast<int>(request.number(token::SOURCE));
+    if (source < 1)
+        return {statusBody(request.tag, status::BAD_PARAMETER)};
+    if (m_state.model.boxPermissions().count(source) == 0)
+        return {statusBody(request.tag, status::NO_PORT)};
+    Record record;
+    record.add(token::TAG, static_cast<long long>(request.tag)).add(token::SOURCE, source);
+    // An aggregating hub is told by an answer that names no port for the system source.
+    if (source != SYSTEM_SOURCE || m_state.model.config().topology == Topology::SingleInstance)
+        record.add(token::HOST, hostOf(connection)).add(token::PORT, m_state.port);
+    return {record.add(token::STATUS, status::SUCCESS).body()};
+}
+
+Responder::Bodies Responder::getAllPorts(Connection&, const Request& request) {
+    return {Record()
+                .add(token::TAG, static_cast<long long>(request.tag))
+                .add(token::PORT, m_state.port)
+                .add(token::STATUS, status::SUCCESS)
+                .body()};
+}
+
+Responder::Bodies Responder::getXrefPort(Connection&, const Request& request) {
+    return {statusBody(request.tag, status::NO_PORT)};
+}
+
+Responder::Bodies Responder::listSystemPermission(Connection&, const Request& request) {
+    return {permissionBody(request.tag, m_state.model.boxPermissions())};
+}
+
+Responder::Bodies Responder::listUserPermission(Connection& connection, const Request& request) {
+    const User* user = m_state.model.findUser(connection.client().user);
+    return {permissionBody(request.tag, user == nullptr ? std::set<int>{} : user->permissions)};
+}
+
+Responder::Bodies Responder::reportApiStats(Connection& connection, const Request& request) {
+    connection.client().queuePercent = request.number(token::QUEUE_PERCENT, 0);
+    return succeed(connection, request);
+}
+
+} // namespace tivra_sim

@@ -1,0 +1,53 @@
+#ifndef TIVRA_SIM_PLAYBACKTAPE_H
+#define TIVRA_SIM_PLAYBACKTAPE_H
+
+#include "tivra_sim/HubConfig.h"
+#include "tivra_sim/Wire.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tivra_sim {
+
+/// One event of a day as the frame that goes out for it.
+struct TapeEvent {
+    const char* data = nullptr;
+    std::uint32_t length = 0;
+    std::uint32_t symbol = 0; ///< index in PlaybackTape::symbols
+    std::uint64_t sequence = 0;
+    double milliseconds = 0.0;
+    char exchange = 0;
+    bool isTrade = false;
+    bool hasBid = false;
+    bool hasAsk = false;
+
+    [[nodiscard]] std::string_view frame() const { return {data, length}; }
+    [[nodiscard]] std::string_view body() const {
+        return frame().substr(FRAME_OVERHEAD - 1, length - FRAME_OVERHEAD);
+    }
+};
+
+/// A trading day in memory, every frame encoded, so that playing it is copying. Never changed once loaded.
+class PlaybackTape {
+public:
+    /// Throws std::runtime_error when the file cannot be read.
+    explicit PlaybackTape(const Playback& playback);
+
+    [[nodiscard]] const std::vector<TapeEvent>& events() const { return m_events; }
+    [[nodiscard]] const std::vector<std::string>& symbols() const { return m_symbols; }
+
+private:
+    const char* keep(std::string_view frame);
+
+    std::vector<TapeEvent> m_events;
+    std::vector<std::string> m_symbols;
+    /// Blocks whose bytes never move; each frame lies in one of them.
+    std::vector<std::unique_ptr<std::string>> m_blocks;
+};
+
+} // namespace tivra_sim
+
+#endif

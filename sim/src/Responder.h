@@ -1,0 +1,112 @@
+#ifndef TIVRA_SIM_RESPONDER_H
+#define TIVRA_SIM_RESPONDER_H
+
+#include "Connection.h"
+#include "HubModel.h"
+#include "tivra_sim/Request.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tivra_sim {
+
+/// What the parts of a running hub work on together. Used by the hub's thread alone.
+struct HubState {
+    explicit HubState(const HubConfig& config) : model(config) {}
+
+    HubModel model;
+    std::vector<std::unique_ptr<Connection>> connections;
+    std::uint16_t port = 0;
+
+    /// status::SUCCESS when the hub carries the source and the client's user may have it.
+    [[nodiscard]] int sourceStatus(Connection& connection, int source) const;
+};
+
+/// Answers requests: one function per command word, each giving the bodies of its answer in order, the one
+/// with the status last. Used by the hub's thread alone.
+class Responder {
+public:
+    using Bodies = std::vector<std::string>;
+
+    explicit Responder(HubState& state) : m_state(state) {}
+
+    [[nodiscard]] Bodies answer(Connection& connection, const Request& request);
+
+    /// The body that says nothing but a status under a tag; a tag below 0 is left out.
+    [[nodiscard]] static std::string statusBody(std::int64_t tag, int status);
+
+private:
+    using Handler = Bodies (Responder::*)(Connection&, const Request&);
+    struct Command {
+        const char* word;
+        Handler handler;
+    };
+    static const Command COMMANDS[];
+
+    /// The symbols that a request names, or why it may not have them.
+    struct Target {
+        int status = status::SUCCESS;
+        int source = -1;
+        std::string pattern;
+        bool isWildcard = false;
+        std::vector<SymbolEntry*> entries;
+    };
+    Target resolve(Connection& connection, const Request& request, bool wildcard);
+    std::vector<SymbolEntry*> allowedEntries(Connection& connection, int source,
+                                             const std::function<bool(const SymbolEntry&)>& predicate);
+
+    // Conversation.
+    Bodies loginUser(Connection&, const Request&);
+    Bodies listEnumeration(Connection&, const Request&);
+    Bodies setConflationInterval(Connection&, const Request&);
+    Bodies setConflationType(Connection&, const Request&);
+    Bodies listAdministrationInfo(Connection&, const Request&);
+    Bodies listInternalTokens(Connection&, const Request&);
+    Bodies getPort(Connection&, const Request&);
+    Bodies getAllPorts(Connection&, const Request&);
+    Bodies getXrefPort(Connection&, const Request&);
+    Bodies listSystemPermission(Connection&, const Request&);
+    Bodies listUserPermission(Connection&, const Request&);
+    Bodies succeed(Connection&, const Request&);
+    Bodies reportApiStats(Connection&, const Request&);
+
+    // Data.
+    Bodies subscribe(Connection&, const Request&);
+    Bodies subscribeWildCard(Connection&, const Request&);
+    Bodies unsubscribe(Connection&, const Request&);
+    Bodies querySnap(Connection&, const Request&);
+    Bodies querySnapAndSubscribe(Connection&, const Request&);
+    Bodies queryWildCard(Connection&, const Request&);
+    Bodies querySnapAndSubscribeWildCard(Connection&, const Request&);
+    Bodies queryDepth(Connection&, const Request&);
+    Bodies queryDepthAndSubscribe(Connection&, const Request&);
+    Bodies queryXRef(Connection&, const Request&);
+
+    // Lists and settings.
+    Bodies listAvailableTokens(Connection&, const Request&);
+    Bodies listExtendedExchangeInfo(Connection&, const Request&);
+    Bodies listSubscribedSymbols(Connection&, const Request&);
+    Bodies getActiveClientsInfo(Connection&, const Request&);
+    Bodies getAllUsers(Connection&, const Request&);
+    Bodies getSourcePortDetails(Connection&, const Request&);
+    Bodies selectUserFilterTokens(Connection&, const Request&);
+    Bodies addAlternateIndex(Connection&, const Request&);
+
+    Bodies images(const Target& target, std::int64_t tag, bool subscribeToo, Connection& connection);
+    Bodies depth(const Target& target, std::int64_t tag, bool subscribeToo, Connection& connection);
+    void enter(Connection& connection, const Target& target, std::int64_t tag);
+    [[nodiscard]] const DictionaryRow* findRow(int number) const;
+    [[nodiscard]] const DictionaryRow* findRow(std::string_view name) const;
+    /// The dictionary rows that a request names by number or name. False when one is unknown.
+    bool namedTokens(const Request& request, std::vector<const DictionaryRow*>& rows) const;
+    [[nodiscard]] std::string hostOf(const Connection& connection) const;
+    [[nodiscard]] const Enumeration* findEnumeration(int token) const;
+
+    HubState& m_state;
+};
+
+} // namespace tivra_sim
+
+#endif
