@@ -8,7 +8,6 @@ namespace tivra_internal {
 
 /// How far the conversation of the present connection has come; a close forgets all of it.
 struct ConversationState {
-    bool m_logged_in = false;
     bool m_conflationIntervalSet = false;
     bool m_conflationTypeSet = false;
     bool m_haveAdmin = false;
@@ -17,12 +16,14 @@ struct ConversationState {
     bool m_haveEntitlements = false;
     bool m_havePorts = false;
     bool m_startedPorts = false;
+    int m_src_in_progress = -1; ///< the source that GetPort has asked about
     bool m_haveHeartbeat = false;
     bool m_haveHubStatus = false;
     /// Refused subscriptions to the heartbeat and to the hub status.
     long m_heartbeatRefusals = 0;
     long m_hubStatusRefusals = 0;
-    /// Requests sent per tag whose closing answer is still out; rows without one are ignored.
+    long m_enumRows = 0; ///< return codes taken on this connection
+    /// One bit per tag whose closing answer is still out; lists that nobody asked for are ignored.
     uint32_t m_outstandingTags = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,8 @@
 
 #include "LockOrder.h"
 #include "config/UserHub.h"
+#include "dictionary/MetaTokenMap.h"
+#include "dictionary/TokenRows.h"
 #include "hub/ConversationState.h"
 #include "hub/HubClientCommands.h"
 #include "hub/SocketHandle.h"
@@ -28,9 +31,9 @@ class Message;
 class Parser;
 class StreamFramer;
 class StreamParser;
-class Token;
-struct TVPair;
 } // namespace KVNAPI
+
+struct sockaddr_in;
 
 namespace tivra_internal {
 
@@ -38,11 +41,10 @@ class HostConfigImpl;
 class HubEventReactor;
 class HubSession;
 class HubWatchlist;
-class MetaTokenMap;
 class Queue;
 class QueueReadHandler;
-class TokenRows;
 class UserInfoImpl;
+struct Field;
 enum class ConversationStep;
 
 /// One TCP connection to one hub, from the dial to ready and back: it owns the socket, the receive ring, the
@@ -102,6 +104,8 @@ public:
     /// Frames `len` bytes of text into `out`, which has room for them and 8 bytes more; returns the frame's
     /// length.
     [[nodiscard]] static int buildKvnMsg(const char* text, size_t len, char* out);
+    /// The hub has got part of a frame: the connection is of no use any more.
+    [[nodiscard]] bool isOutOfStep() const { return m_frameCutShort; }
     /// Closes a connection on which a frame has been cut short. True when it did.
     bool closeIfOutOfStep();
 
@@ -128,9 +132,10 @@ public:
     [[nodiscard]] int getHubMajorVersion() const { return m_hubMajorVersion.load(std::memory_order_relaxed); }
     [[nodiscard]] int getHubMinorVersion() const { return m_hubMinorVersion.load(std::memory_order_relaxed); }
     [[nodiscard]] bool isDummy() const override { return m_isDummy; }
-    [[nodiscard]] bool getInitialHubDisconnected() const override {
+    [[nodiscard]] bool getInitialHubDisconnected() const {
         return m_initialHubDisconnected.load(std::memory_order_relaxed);
     }
+    [[nodiscard]] bool isInitialHubDisconnected() const override { return getInitialHubDisconnected(); }
     /// The session has let this first hub go on purpose: its close is no loss.
     void setInitialHubDisconnected(bool gone) { m_initialHubDisconnected.store(gone); }
     [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_hostConfig; }
@@ -169,13 +174,14 @@ public:
 
     // --- the parts it owns ---
     [[nodiscard]] Queue* getResponseQueue() const { return m_responseQueue.get(); }
-    [[nodiscard]] MetaTokenMap& getDicMetaMap() override { return *m_dicMetaMap; }
+    [[nodiscard]] MetaTokenMap& getDicMetaMap() override { return m_dicMetaMap; }
     [[nodiscard]] HubWatchlist* getWatchlist() const { return watchlist.get(); }
+    [[nodiscard]] HubSession& getSession() const { return m_session; }
 
     // --- what its read handler and watchlist ask; @thread user ---
     [[nodiscard]] HubClient* client() override { return this; }
-    void setHBSeen(bool seen) override { m_HBSeen.store(seen ? 1.0 : 0.0, std::memory_order_relaxed); }
-    [[nodiscard]] bool getHBSeen() const { return m_HBSeen.load(std::memory_order_relaxed) != 0.0; }
+    void setHBSeen(bool seen) override { m_HBSeen.store(seen, std::memory_order_relaxed); }
+    [[nodiscard]] bool getHBSeen() const { return m_HBSeen.load(std::memory_order_relaxed); }
     [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
 
     /// The initialisation time-out starts anew.
@@ -190,42 +196,55 @@ public:
 
 private:
     // HubClient.cpp
-    void resolveAddress(const char* strAddr, const char* ipAddr);
+    void resolveAddress(const char* strAddr);
     void forgetConnection();
-    void setSuspended(const std::string& reason);
+    [[nodiscard]] std::string getDialledAddr() const TP_EXCLUDES(m_text_mutex);
 
     // HubConnection.cpp
-    short beginConnect(const struct sockaddr_in& address);
+    [[nodiscard]] int openSocket();
+    short beginConnect(const sockaddr_in& address);
     short finishConnect();
+    short connectNotDone(bool signalled);
     short failConnect(int error);
-    short connectTimedOut();
-    [[nodiscard]] bool waitForConnect();
+    [[nodiscard]] bool waitForConnect(double curtime);
     void registerSocket();
     void unregisterSocket();
-    void lostWhileReady(const char* addr);
 
     // HubWriting.cpp
-    [[nodiscard]] int waitWritable(int fd, int left, int total, const timeval* timeout);
+    enum class Wait { Writable, TimedOut, Failed };
+    [[nodiscard]] Wait waitWritable(int fd, const timeval* timeout, int left, int total);
+    [[nodiscard]] Wait waitForPeer(int fd, int left, int total);
 
     // HubReading.cpp
     [[nodiscard]] bool prepareParsers();
-    void prepareForFirstEvent();
+    [[nodiscard]] bool prepareForFirstEvent();
     void readIntoQueue(double curtime);
+    void leaveAfterReadFailure();
+    void holdReads();
+    void retryHeldReads(double curtime);
     void readCompressed();
+    void pullCompressed(bool inputFull);
     void readFramed();
     void socketClosedByPeer();
     void process_kvn_buffer(KVNAPI::bufref frame);
     void handOverUnconsumed();
+    void severe_error(const char* text);
 
     // HubConversation.cpp
     void process_message(KVNAPI::Message& msg);
-    [[nodiscard]] bool dispatch(int64_t tag, KVNAPI::Message& msg);
-    void runDecisionChain(int64_t tag);
-    void takeStep(ConversationStep step, int64_t tag);
+    [[nodiscard]] bool dispatch(int tag, KVNAPI::Message& msg);
+    [[nodiscard]] bool checkAggAnswer(KVNAPI::Message& msg);
+    [[nodiscard]] bool checkBoxEntitlements(KVNAPI::Message& msg);
+    [[nodiscard]] bool checkEntitlements(KVNAPI::Message& msg);
+    [[nodiscard]] bool checkPorts(KVNAPI::Message& msg);
+    void runDecisionChain(int tag);
+    void takeStep(ConversationStep step, int tag);
     void becomeReady();
-    void noteUntagged(KVNAPI::Message& msg);
+    void noteUntagged(const KVNAPI::Message& msg);
     int sendStartUpRequest(int tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
     [[nodiscard]] bool isOutstanding(int tag) const { return (m_step.m_outstandingTags >> tag & 1U) != 0; }
+    void noteAnswered(int tag) { m_step.m_outstandingTags &= ~(1U << tag); }
+    [[nodiscard]] const char* retCodeText(int64_t code) const;
     int sendDummyRequest();
 
     // HubConversationLogin.cpp
@@ -240,9 +259,13 @@ private:
     int getDic();
     void process_enum(KVNAPI::Message& msg);
     [[nodiscard]] bool process_admin(KVNAPI::Message& msg);
+    void addReturnCode(int64_t code, const KVNAPI::Message& msg);
+    [[nodiscard]] bool noDicVersion();
+    [[nodiscard]] bool takeDicVersion(const std::string& newVersion);
+    void setHubVersion(const std::string& text);
     void process_dic(KVNAPI::Message& msg);
+    void endDicDownload(const KVNAPI::Message& msg);
     void loadDic();
-    void setHubVersion(int major, int minor);
 
     // HubConversationConflation.cpp
     int setConflationInterval();
@@ -253,10 +276,16 @@ private:
     // HubConversationPorts.cpp
     int aggCheck();
     int getSplit();
+    /// True when a request went out, false when no source is left to ask about.
     [[nodiscard]] bool getPort();
     void process_aggCheck(KVNAPI::Message& msg);
     void process_port(KVNAPI::Message& msg);
+    void suspendForUnknownAddress(const std::string& response);
+    void joinGroup();
+    [[nodiscard]] bool assignToMember(int src, const std::string& host);
     void process_split(KVNAPI::Message& msg);
+    void addSplitEntry(const KVNAPI::Message& msg, const Field& source, const Field& symbol);
+    void processSplitSym(std::string_view sym, const std::set<int>& sources);
 
     // HubConversationEntitlements.cpp
     int getBoxEntitlements();
@@ -273,6 +302,7 @@ private:
     const bool m_watchlistInUse;
     const bool m_compression;
     const size_t m_index;
+    const size_t m_givenPort;       ///< as configured, which may be no port at all
     const long m_connectionTimeout; ///< seconds
     const long m_connectionRetryLimit;
     const long m_readTimeout;             ///< seconds; 0 turns the heartbeat and both time-out tests off
@@ -286,8 +316,6 @@ private:
     std::string hubAddr TP_GUARDED_BY(m_text_mutex); ///< for people: log lines and messages
     std::string m_suspendReason TP_GUARDED_BY(m_text_mutex);
     std::atomic<uint16_t> m_port;
-    std::string m_original_ipaddr;
-    uint16_t m_original_port = 0;
 
     // Registration with the reactor.
     mutable tp::Mutex m_huber_mutex{kLockHubClient}; ///< held around every registration with the reactor
@@ -297,19 +325,20 @@ private:
     // Connection.
     SocketHandle m_fd;
     std::atomic<bool> m_inProgress{false};
-    std::atomic<bool> m_logged_in{false}; ///< mirrors m_step for other threads
+    std::atomic<bool> m_logged_in{false};
     std::atomic<bool> m_suspended{false};
     std::atomic<bool> m_isConnectionTimedOut{false};
     std::atomic<int> m_connectErrno{0};
     std::atomic<bool> m_initialHubDisconnected{false};
-    bool m_first_time = true;     ///< no event has been seen since the connect
-    bool m_frameCutShort = false; ///< the hub has got part of a frame: the connection is of no use any more
+    bool m_readsHeld = false;                 ///< reads are unwatched while the queue refuses them
+    bool m_first_time = true;                 ///< no event has been seen since the connect
+    bool m_frameCutShort = false;             ///< see isOutOfStep
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
     double m_connectStartTime = 0.0;
     double m_last_reset_time = 0.0;
     double m_last_HB_check = 0.0;
     std::atomic<double> m_initHBTime{0.0};
-    std::atomic<double> m_HBSeen{0.0};
+    std::atomic<bool> m_HBSeen{false};
 
     // Readiness.
     mutable tp::Mutex m_ready_mutex{kLockHubClient};
@@ -322,12 +351,11 @@ private:
     std::atomic<bool> m_continueEntitlements{false};
     std::atomic<int> m_hubMajorVersion{0};
     std::atomic<int> m_hubMinorVersion{0};
-    int m_src_in_progress = -1;           ///< the source that GetPort has asked about
     std::vector<std::string> m_otherHubs; ///< the other members of an n-way group, host and port
 
     // Parts.
-    std::unique_ptr<MetaTokenMap> m_dicMetaMap;
-    std::unique_ptr<TokenRows> tmpTokenMap;
+    MetaTokenMap m_dicMetaMap;
+    TokenRows tmpTokenMap; ///< rows of a dictionary version that is this hub's alone
     std::unique_ptr<Queue> m_responseQueue;
     std::unique_ptr<KVNAPI::StreamFramer> framer;
     std::unique_ptr<KVNAPI::Parser> kvnParser;

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 namespace tivra_internal {
 
 /// The tags of the library's own requests; an application's requests start above them.
@@ -25,10 +23,5 @@ enum HubClientCommands : int {
     REPORT_API_STATS = 17,
     FIRST_AVAILABLE_USER_TAG = 18
 };
-
-/// The system source: heartbeat, hub status, port look-ups.
-inline constexpr int kSystemSource = 922;
-/// The first news source; news is carried by several hubs.
-inline constexpr int kFirstNewsSource = 4096;
 
 } // namespace tivra_internal

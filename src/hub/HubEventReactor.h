@@ -47,7 +47,14 @@ public:
     [[nodiscard]] long takeConnectWait(double tick, long limit);
 
 private:
-    class RequestPump;
+    struct Pass;
+    enum class Sent { Yes, No, TooLong };
+
+    [[nodiscard]] bool sendNext(Pass& pass) TP_REQUIRES(m_request_mutex);
+    [[nodiscard]] bool replayNext(Pass& pass) TP_REQUIRES(m_request_mutex);
+    [[nodiscard]] Sent sendTo(HubClient& client, const RequestInternal& request, Pass& pass)
+        TP_REQUIRES(m_request_mutex);
+    void finish(HubClient& client, const RequestInternal& request, Pass& pass) TP_REQUIRES(m_request_mutex);
 
     tp::Mutex m_request_mutex{kLockReactorRequest}; ///< guards the two below, also while requests are written
     std::queue<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);

@@ -94,8 +94,9 @@ public:
     [[nodiscard]] virtual RequestSender& getRequestSender() = 0;
     /// A listed request is about to be written again after a reconnect: its answer is expected anew.
     virtual void noteReplay(const RequestInternal& request, HubClient* client) = 0;
-    /// Takes back a request that can't reach its hub, which isn't served any more: a request that expects this one
-    /// answer is routed again, of a request to several hubs one answer fewer is expected. No mutex is held.
+    /// Takes back a request that can't reach its hub, which isn't served any more: a request that expects
+    /// this one answer is routed again, of a request to several hubs one answer fewer is expected. No mutex
+    /// is held.
     virtual void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) = 0;
 };
 

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "hub/ConversationState.h"
+#include "hub/HubVersion.h"
+
+namespace tivra_internal {
+
+/// What a client does on a response of its hub, in the order in which the steps are tried.
+enum class ConversationStep {
+    GetEnum,
+    SetConflationInterval,
+    AwaitAdmin, ///< the administration data has been asked for: nothing to do
+    GetAdmin,
+    SetConflationType,
+    GetDic,
+    AggCheck,
+    GetSplit,
+    GetBoxEntitlements,
+    GetEntitlements,
+    AwaitSiblings, ///< the user's sources are asked for once all other hubs have told theirs
+    GetPort,
+    SubscribeHeartbeat,
+    SubscribeHubStatus,
+    BecomeReady
+};
+
+/// What the choice of the next step needs to know besides the client's own state.
+struct ConversationContext {
+    bool loadsEnum = false; ///< this is the session's `firstHubClient`
+    bool sessionHasEnum = false;
+    bool isFirst = false;        ///< this is the newest first hub
+    bool wasEstablished = false; ///< the session has been established since its last reset
+    bool wantsHeartbeat = false;
+    HubVersion hubVersion;
+};
+
+/// The first step whose condition holds: each costs one exchange with the hub, whose response asks again.
+[[nodiscard]] ConversationStep nextConversationStep(const ConversationContext& context,
+                                                    const ConversationState& state,
+                                                    const HubKnowledge& known);
+
+} // namespace tivra_internal

@@ -1,0 +1,204 @@
+#include "hub/HubClient.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "config/HostConfigImpl.h"
+#include "config/UserInfoImpl.h"
+#include "hub/HubEventReactor.h"
+#include "hub/HubSession.h"
+#include "kvnparse/Parser.h"
+#include "kvnparse/StreamFramer.h"
+#include "kvnparse/StreamParser.h"
+#include "receive/Queue.h"
+#include "receive/QueueReadHandler.h"
+#include "request/HubWatchlist.h"
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr size_t kMaxHubAddr = 255;
+constexpr long kMaxBlockingLimit = 60'000;        // milliseconds
+constexpr long kMaxConnectionTimeout = 2'000'000; // seconds
+
+} // namespace
+
+HubClient::HubClient(UserInfoImpl& user, HubSession& session, const char* strAddr, const char* ipAddr,
+                     size_t port, long connectionTimeout, long connectionRetryLimit, long readTimeout,
+                     bool compression, size_t index, HostConfigImpl* hostConfig, long queueSize,
+                     long blockingConnectionLimit, bool watchlistInUse)
+    : m_primaryUser(user)
+    , m_session(session)
+    , m_hostConfig(strAddr != nullptr ? hostConfig : nullptr)
+    , m_isDummy(strAddr == nullptr)
+    , m_watchlistInUse(watchlistInUse)
+    , m_compression(compression)
+    , m_index(index)
+    , m_givenPort(port)
+    , m_connectionTimeout(std::clamp(connectionTimeout, 0L, kMaxConnectionTimeout))
+    , m_connectionRetryLimit(std::max(connectionRetryLimit, 0L))
+    , m_readTimeout(std::max(readTimeout, 0L))
+    , m_blockingConnectionLimit(std::clamp(blockingConnectionLimit, 0L, kMaxBlockingLimit))
+    , m_ip_addr(ipAddr != nullptr ? ipAddr : "")
+    , m_hub_ip_addr(m_ip_addr)
+    , m_port(static_cast<uint16_t>(port)) {
+    m_primaryUser.newHub(this);
+    reset();
+    forgetConnection();
+    m_last_reset_time = tp::Clock::monotonic();
+    resolveAddress(strAddr);
+
+    m_responseQueue = std::make_unique<Queue>(static_cast<size_t>(std::max(queueSize, 0L)), compression, this,
+                                              session.getQueueDepthThreshold());
+    m_responseQueue->setsocketDesc(getHubAddr().c_str());
+    watchlist =
+        std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
+    if (!m_isDummy)
+        session.claimFirstHubClient(this);
+}
+
+HubClient::~HubClient() {
+    if (HubEventReactor* const reactor = getReactor(); reactor != nullptr) {
+        reactor->forgetClient(this);
+        unregisterSocket();
+    }
+    m_fd.close();
+    m_primaryUser.deleteHub(this);
+}
+
+// Behind an address translation the hub is dialled by one address and names itself by another.
+void HubClient::resolveAddress(const char* strAddr) {
+    if (m_isDummy) {
+        const tp::MutexLock lock(m_text_mutex);
+        hubAddr = "non-HUB";
+        return;
+    }
+    const std::string given = getDialledAddr();
+    const std::string localIp = m_hostConfig != nullptr ? m_hostConfig->getLocalIp(given) : std::string();
+    const std::string hubIp =
+        m_hostConfig != nullptr && localIp.empty() ? m_hostConfig->getHubIp(given) : std::string();
+
+    const tp::MutexLock lock(m_text_mutex);
+    hubAddr = strAddr;
+    if (!localIp.empty())
+        m_ip_addr = localIp;
+    else if (!hubIp.empty())
+        m_hub_ip_addr = hubIp;
+    if (!localIp.empty() || !hubIp.empty())
+        hubAddr = m_hub_ip_addr + ':' + std::to_string(m_givenPort) + " (" + m_ip_addr + ')';
+    hubAddr.resize(std::min(hubAddr.size(), kMaxHubAddr));
+}
+
+void HubClient::attachReactor(HubEventReactor* reactor, int index) {
+    const tp::MutexLock lock(m_huber_mutex);
+    m_HUB_Event_Reactor = reactor;
+    m_eventReactorIndex = index;
+}
+
+HubEventReactor* HubClient::getReactor() const {
+    const tp::MutexLock lock(m_huber_mutex);
+    return m_HUB_Event_Reactor;
+}
+
+int HubClient::geteventReactorIndex() const {
+    const tp::MutexLock lock(m_huber_mutex);
+    return m_eventReactorIndex;
+}
+
+bool HubClient::isReady() const {
+    const tp::MutexLock lock(m_ready_mutex);
+    return m_ready;
+}
+
+std::string HubClient::getSuspendReason() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return m_suspendReason;
+}
+
+std::string HubClient::getHubAddr() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return hubAddr;
+}
+
+std::string HubClient::getHubIpAddr() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return m_hub_ip_addr;
+}
+
+std::string HubClient::getDialledAddr() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return m_ip_addr;
+}
+
+bool HubClient::markReady() {
+    {
+        const tp::MutexLock lock(m_ready_mutex);
+        m_ready = true;
+        m_readyTime = tp::Clock::monotonic();
+    }
+    return !hasReadHandler();
+}
+
+bool HubClient::hasReadHandler() const {
+    const tp::MutexLock lock(m_rqh_mutex);
+    return m_readQueueHandler != nullptr;
+}
+
+void HubClient::setReadQueueHandler(std::unique_ptr<QueueReadHandler> handler) {
+    const tp::MutexLock lock(m_rqh_mutex);
+    m_readQueueHandler.swap(handler);
+}
+
+QueueReadHandler* HubClient::readQueueHandler() const {
+    const tp::MutexLock lock(m_rqh_mutex);
+    return m_readQueueHandler.get();
+}
+
+std::unique_ptr<QueueReadHandler> HubClient::clearQRHPointer() {
+    const tp::MutexLock lock(m_rqh_mutex);
+    return std::move(m_readQueueHandler);
+}
+
+void HubClient::calcStats(double curtime) {
+    if (isReady())
+        m_responseQueue->calcStats(curtime);
+}
+
+void HubClient::calcQueueFullStats() {
+    if (isReady())
+        m_responseQueue->calcQueueFullStats();
+}
+
+void HubClient::incrQueryCount() {
+    m_responseQueue->incrQueryCount();
+}
+
+void HubClient::decrQueryCount() {
+    m_responseQueue->decrQueryCount();
+}
+
+bool HubClient::handleWatchlistResponse(int64_t tag, int64_t status) {
+    return watchlist->handleResponse(tag, status);
+}
+
+void HubClient::setInitHBTime() {
+    m_initHBTime.store(tp::Clock::monotonic(), std::memory_order_relaxed);
+}
+
+bool HubClient::isPastRetryLimit() const {
+    const bool isPast = m_connectionRetries.load(std::memory_order_relaxed) > m_connectionRetryLimit;
+    if (isPast)
+        eprintf(EPF_INFO, "Connection retry limit of %ld exceeded for HUB: %s\n", m_connectionRetryLimit,
+                getHubAddr().c_str());
+    return isPast;
+}
+
+const char* HubClient::retCodeText(int64_t code) const {
+    return m_session.getRetCodeDesc(static_cast<int>(std::clamp<int64_t>(code, INT32_MIN, INT32_MAX)));
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,336 @@
+// The connection of a hub client: dialling, health tests, closing.
+#include "hub/HubClient.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "config/UserInfoImpl.h"
+#include "hub/ErrorText.h"
+#include "hub/HubEventReactor.h"
+#include "hub/HubSession.h"
+#include "kvnparse/Parser.h"
+#include "kvnparse/StreamFramer.h"
+#include "kvnparse/StreamParser.h"
+#include "receive/Queue.h"
+#include "receive/QueueReadHandler.h"
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr size_t kMaxPort = 65'535;
+/// Descriptors below it belong to the standard streams, whatever the host process has done with them.
+constexpr int kFirstUsableDescriptor = 3;
+
+/// False for a text that is no address. The text of the broadcast address reads like an error and is none.
+bool readAddress(const std::string& text, in_addr& address) {
+    address.s_addr = ::inet_addr(text.c_str());
+    return address.s_addr != INADDR_NONE || text == "255.255.255.255";
+}
+
+double secondsSince(double time) {
+    return tp::Clock::monotonic() - time;
+}
+
+} // namespace
+
+short HubClient::connectHost(double curtime) {
+    // A connection manager, where there is one, is asked for the hub's address at this place.
+    if (m_fd.get() >= 0 && !inProgress())
+        return static_cast<short>(m_fd.get());
+
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(getHubPort());
+    const bool isAddress = readAddress(getDialledAddr(), address.sin_addr);
+
+    if (!inProgress()) {
+        {
+            const tp::MutexLock lock(m_text_mutex);
+            m_suspended.store(false, std::memory_order_release);
+            m_suspendReason.clear();
+        }
+        m_connectErrno = 0;
+        if (!isAddress || m_givenPort == 0 || m_givenPort > kMaxPort)
+            return failConnect(EINVAL);
+        const short result = beginConnect(address);
+        if (!inProgress())
+            return result;
+    }
+
+    const bool signalled = waitForConnect(curtime);
+    sockaddr_in peer{};
+    socklen_t length = sizeof(peer);
+    if (::getpeername(m_fd.get(), reinterpret_cast<sockaddr*>(&peer), &length) != 0)
+        return connectNotDone(signalled);
+    return finishConnect();
+}
+
+// A socket that blocks nobody and isn't inherited. On failure -1 with the cause stored; the dial has been
+// counted.
+int HubClient::openSocket() {
+    m_fd.assign(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (const int fd = m_fd.get(); fd >= 0 && fd < kFirstUsableDescriptor)
+        m_fd.assign(::fcntl(fd, F_DUPFD_CLOEXEC, kFirstUsableDescriptor));
+    if (m_fd.get() < 0) {
+        m_connectErrno = errno;
+        eprintf(EPF_CRIT, "HubClient::connectHost - error in socket, errno = %d\n", getConnectErrno());
+        m_connectionRetries += 1;
+        return -1;
+    }
+    if (const int rc = ::fcntl(m_fd.get(), F_SETFL, O_NONBLOCK); rc < 0) {
+        m_connectErrno = errno;
+        eprintf(EPF_CRIT, "HubClient::connectHost - Error %d on set non-blocking FD %d: (%d)%s", rc,
+                m_fd.get(), getConnectErrno(), errorText(getConnectErrno()).c_str());
+        m_fd.close();
+        m_connectionRetries += 1;
+        return -1;
+    }
+    return m_fd.get();
+}
+
+short HubClient::beginConnect(const sockaddr_in& address) {
+    if (openSocket() < 0)
+        return -1;
+    eprintf(EPF_INFO, "Connecting to %s with connection timeout=%ld seconds", getHubAddr().c_str(),
+            m_connectionTimeout);
+    m_connectStartTime = tp::Clock::monotonic();
+    if (::connect(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0)
+        return finishConnect();
+    if (errno != EINPROGRESS)
+        return failConnect(errno);
+    m_inProgress = true;
+    return static_cast<short>(m_fd.get());
+}
+
+// True when the socket has become writable or failed. One client of a tick may wait; the others only look, so
+// that the reactor serves its hubs.
+bool HubClient::waitForConnect(double curtime) {
+    HubEventReactor* const reactor = getReactor();
+    const long limit = reactor != nullptr ? reactor->takeConnectWait(curtime, m_blockingConnectionLimit)
+                                          : m_blockingConnectionLimit;
+    pollfd watched{m_fd.get(), POLLOUT, 0};
+    const timespec wait{limit / 1000, limit % 1000 * 1'000'000};
+    return ::ppoll(&watched, 1, &wait, nullptr) > 0;
+}
+
+short HubClient::connectNotDone(bool signalled) {
+    if (signalled) {
+        int error = 0;
+        socklen_t length = sizeof(error);
+        if (::getsockopt(m_fd.get(), SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0)
+            return failConnect(error);
+    }
+    const double elapsed = secondsSince(m_connectStartTime);
+    if (elapsed < 0.0 || elapsed > static_cast<double>(m_connectionTimeout)) {
+        m_inProgress = false;
+        m_connectErrno = ETIMEDOUT;
+        const std::string address = getDialledAddr();
+        eprintf(EPF_WARN, "HubClient::connectHost -(%s:%u) Connection timed out %d: (%d)%s",
+                address.empty() ? "NULL" : address.c_str(), unsigned{getHubPort()}, m_fd.get(), ETIMEDOUT,
+                errorText(ETIMEDOUT).c_str());
+        m_isConnectionTimedOut = true;
+        m_fd.close();
+        m_connectionRetries += 1;
+        return -1;
+    }
+    eprintf(EPF_DBUG,
+            "HubClient::connectHost - socket not ready; startTime = %f, endTime=%f, blockingTime =%f ",
+            m_connectStartTime, m_connectStartTime + elapsed, elapsed);
+    m_isConnectionTimedOut = false;
+    return static_cast<short>(m_fd.get());
+}
+
+short HubClient::failConnect(int error) {
+    m_connectErrno = error;
+    eprintf(EPF_CRIT, "HubClient::connectHost -(%s) Error connect %d: (%d)%s", getHubAddr().c_str(),
+            m_fd.get(), error, errorText(error).c_str());
+    m_inProgress = false;
+    m_fd.close();
+    m_connectionRetries += 1;
+    return -1;
+}
+
+short HubClient::finishConnect() {
+    const double elapsed = secondsSince(m_connectStartTime);
+    eprintf(
+        EPF_DBUG,
+        "HubClient::connectHost - getpeername success time; startTime = %f, endTime=%f, blockingTime =%f ",
+        m_connectStartTime, m_connectStartTime + elapsed, elapsed);
+    m_inProgress = false;
+    registerSocket();
+    setInitHBTime();
+    m_connectionRetries += 1;
+    m_isConnectionTimedOut = false;
+    return static_cast<short>(m_fd.get());
+}
+
+void HubClient::registerSocket() {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->regSocket(this, m_fd.get());
+    m_HUB_Event_Reactor->watchReads(this);
+    m_HUB_Event_Reactor->regActivity(this);
+}
+
+void HubClient::unregisterSocket() {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->unWatchReads(this);
+    m_HUB_Event_Reactor->unWatchWrites(this);
+    m_HUB_Event_Reactor->unRegSocket(this);
+    m_HUB_Event_Reactor->unRegActivity(this);
+}
+
+bool HubClient::isValidConnection() {
+    pollfd watched{m_fd.get(), POLLIN | POLLHUP, 0};
+    if (::poll(&watched, 1, 0) <= 0)
+        return true;
+    char byte = 0;
+    const ssize_t got = ::recv(m_fd.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (got == 0) {
+        eprintf(EPF_DBUG, "pfd.revents=%x; POLLIN=%x; POLLHUP=%x\n", static_cast<unsigned>(watched.revents),
+                static_cast<unsigned>(POLLIN), static_cast<unsigned>(POLLHUP));
+        eprintf(EPF_CRIT, "Lost Connection to HUB: %s\n", getHubAddr().c_str());
+        return false;
+    }
+    if (got < 0) {
+        const int error = errno;
+        eprintf(EPF_DBUG, "%s: isValidConnection: recv ret=%zd; errno=%d (%s) fd=%d\n", getHubAddr().c_str(),
+                got, error, errorText(error).c_str(), m_fd.get());
+    }
+    return true;
+}
+
+bool HubClient::isInitTimedOut(double) {
+    const double heartbeat = getInitHBTime();
+    if (m_readTimeout == 0 || m_fd.get() < 1 || inProgress() || heartbeat == 0.0)
+        return false;
+    const double elapsed = secondsSince(heartbeat);
+    if (elapsed >= 0.0 && elapsed <= static_cast<double>(m_readTimeout))
+        return false;
+    eprintf(EPF_INFO,
+            "Heartbeat timeout during initialization on HUB: %s; curtime=%f; heartbeat_time=%f; "
+            "readTimeout=%ld;  \n",
+            getHubAddr().c_str(), heartbeat + elapsed, heartbeat, m_readTimeout);
+    return true;
+}
+
+bool HubClient::isHBTimedOut(double) {
+    const double now = tp::Clock::monotonic();
+    if (m_last_HB_check == 0.0)
+        m_last_HB_check = now;
+    const double limit = static_cast<double>(m_readTimeout);
+    const double sinceCheck = now - m_last_HB_check;
+    if (m_readTimeout == 0 || (sinceCheck >= 0.0 && sinceCheck < limit))
+        return false;
+
+    const tp::MutexLock lock(m_rqh_mutex);
+    if (m_readQueueHandler == nullptr)
+        return false;
+    const tivra::Session::States state = m_session.getState();
+    if (state != tivra::Session::TIVRA_SESSION_ESTABLISHED &&
+        state != tivra::Session::TIVRA_SESSION_RECOVERY) {
+        m_last_HB_check = now;
+        return false;
+    }
+    const double heartbeat = m_readQueueHandler->getHBTime();
+    const uint64_t idleCount = m_readQueueHandler->getHubIdleCount();
+    bool isTimedOut = true;
+    if (getHBSeen())
+        isTimedOut = idleCount > static_cast<uint64_t>(m_readTimeout) && now - heartbeat > limit;
+    if (isTimedOut)
+        eprintf(EPF_INFO,
+                "Heartbeat timeout on HUB: %s; curtime=%f; heartbeat_msg_time=%f; m_readTimeout=%ld; "
+                "HubIdleCount=%lu; queryCnt=%ld \n",
+                getHubAddr().c_str(), now, heartbeat, m_readTimeout, static_cast<unsigned long>(idleCount),
+                static_cast<long>(m_responseQueue->getQueryCount()));
+    setHBSeen(false);
+    m_last_HB_check = now;
+    return isTimedOut;
+}
+
+void HubClient::reset() {
+    eprintf(EPF_DBUG, "HubClient::reset(ENTRY): this=%p", static_cast<void*>(this));
+    m_first_time = true;
+    m_fd.close();
+    m_logged_in = false;
+    {
+        const tp::MutexLock lock(m_text_mutex);
+        m_suspended.store(false, std::memory_order_release);
+        m_suspendReason.clear();
+    }
+    m_primaryUser.resetHub(this);
+}
+
+// What a close takes with it. What the client has learnt about its hub stays.
+void HubClient::forgetConnection() {
+    m_inProgress = false;
+    m_connectStartTime = 0.0;
+    m_initHBTime = 0.0;
+    m_isConnectionTimedOut = false;
+    m_frameCutShort = false;
+    m_readsHeld = false;
+    m_step = ConversationState();
+    if (zkvnParser != nullptr)
+        zkvnParser->reset();
+    if (kvnParser != nullptr)
+        kvnParser->reset();
+    if (framer != nullptr)
+        framer->reset();
+    waitForAllHubsToGetBoxPerms = false;
+    m_continueEntitlements = false;
+    setHBSeen(false);
+}
+
+void HubClient::closeConnection() {
+    const bool wasReady = isReady();
+    if (wasReady)
+        m_responseQueue->printStats(false, false, 0.0);
+    if (m_fd.get() < 0)
+        return;
+    unregisterSocket();
+    m_fd.close();
+    reset();
+    {
+        const tp::MutexLock lock(m_ready_mutex);
+        m_ready = false;
+    }
+    m_last_reset_time = tp::Clock::monotonic();
+    forgetConnection();
+    if (HubEventReactor* const reactor = getReactor(); reactor != nullptr)
+        reactor->forgetClient(this);
+    // A first hub that the session lets go is no loss, nor is one that had not come up.
+    if (wasReady && !getInitialHubDisconnected())
+        m_session.countHubLoss(this);
+}
+
+void HubClient::suspendClient(const std::string& reason) {
+    // Closing clears a suspension, so it comes first.
+    closeConnection();
+    const tp::MutexLock lock(m_text_mutex);
+    m_suspendReason = reason;
+    m_suspended.store(true, std::memory_order_release);
+}
+
+bool HubClient::closeIfOutOfStep() {
+    if (!m_frameCutShort)
+        return false;
+    m_session.noteHubDown(this);
+    closeConnection();
+    return true;
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,267 @@
+// What the group around a hub looks like: alone, aggregating or one of several, and which hub carries which
+// source.
+#include "hub/HubClient.h"
+
+#include <tp/eprintf.h>
+
+#include "hub/HubSession.h"
+#include "hub/MessageReading.h"
+#include "hub/SplitPattern.h"
+#include "kvnparse/Exchange.h"
+#include "receive/SystemSource.h"
+
+namespace tivra_internal {
+
+namespace {
+
+/// A lone hub's answer to the check is shorter than this.
+constexpr int kMinGroupPairs = 5;
+/// A source that has no hub of its own; nothing to warn of.
+constexpr long kNoPortForSource = -46;
+
+/// The fields of an answer to GetPort. A host applies to the ports that follow it.
+struct PortAnswer {
+    Field host;
+    Field port;
+    Field status;
+
+    PortAnswer(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg)
+        : host(dictionary, msg, "HOST.SERVER.IP")
+        , port(dictionary, msg, "CLIENT.PORT")
+        , status(dictionary, msg, "ENUM.QUERY.STATUS") {}
+
+    /// False, with the log line of the operation, when a field is not there to be read.
+    [[nodiscard]] bool isReadable(const char* operation) const {
+        const auto isDefined = [operation](const Field& field, const char* word) {
+            if (!field.isDefined())
+                eprintf(EPF_CRIT, "HubClient::%s: %s not defined!", operation, word);
+            return field.isDefined();
+        };
+        if (!isDefined(host, "HOST.SERVER.IP") || !isDefined(port, "CLIENT.PORT") ||
+            !isDefined(status, "ENUM.QUERY.STATUS"))
+            return false;
+        if (!status.isPresent())
+            eprintf(EPF_WARN, "HubClient::%s: ENUM.QUERY.STATUS not present!", operation);
+        return status.isPresent();
+    }
+
+    /// Calls `visit(host, port)` for each usable port, in the order of the message.
+    template<class Visit>
+    void forEachPort(const KVNAPI::Message& msg, const Visit& visit) const {
+        std::string currentHost;
+        for (int i = 0; i < msg.pairCount(); ++i) {
+            const KVNAPI::TVPair& pair = *msg.pair(i);
+            if (host.isIn(pair)) {
+                currentHost = loggable(pairText(pair));
+            } else if (port.isIn(pair)) {
+                const int64_t number = integerOf(pair);
+                if (number < 1 || number > 65'535)
+                    eprintf(EPF_WARN, "HUB lists an invalid port (%ld) for %s; ignored",
+                            static_cast<long>(number), currentHost.c_str());
+                else
+                    visit(currentHost, static_cast<uint16_t>(number));
+            }
+        }
+    }
+};
+
+std::string hostInfo(const std::string& host, uint16_t port) {
+    return host + ':' + std::to_string(port);
+}
+
+} // namespace
+
+int HubClient::aggCheck() {
+    return sendStartUpRequest(AGG_CHECK, "5026=%d|5022=GetPort|4=%d", AGG_CHECK, SYSTEM_SOURCE);
+}
+
+int HubClient::getSplit() {
+    return sendStartUpRequest(GET_SPLIT, "5026=%d|5022=ListSplitExchanges", GET_SPLIT);
+}
+
+void HubClient::process_aggCheck(KVNAPI::Message& msg) {
+    const PortAnswer answer(m_dicMetaMap, msg);
+    if (!answer.isReadable("process_aggCheck"))
+        return;
+    if (const long code = answer.status.integer(); code != 0) {
+        eprintf(EPF_WARN, "HubClient::process_aggCheck: rc=%ld (%s) from GetPort for src=%d", code,
+                retCodeText(code), SYSTEM_SOURCE);
+        return;
+    }
+    // Behind a connection manager the ports would be noted here as candidates for cross references, and no
+    // more.
+    m_known.m_isAgg = true;
+    m_otherHubs.clear();
+    bool portSeen = false;
+    const std::string ownAddress = getHubIpAddr();
+    answer.forEachPort(msg, [&](const std::string& host, uint16_t port) {
+        portSeen = true;
+        if (!host.empty() && port == getHubPort() && host == ownAddress) {
+            m_known.m_isAgg = false;
+            return;
+        }
+        if (host.empty())
+            return;
+        m_otherHubs.push_back(hostInfo(host, port));
+        eprintf(EPF_DBUG, "HubClient::process_aggCheck: Adding (%s)", m_otherHubs.back().c_str());
+    });
+    m_known.m_isSingleInstanceHUB =
+        !m_known.m_isAgg && msg.pairCount() > 0 && msg.pairCount() < kMinGroupPairs;
+    const std::string response = describe(msg);
+    eprintf(EPF_DBUG, "process_aggCheck: response=%s", response.c_str());
+    if (m_known.m_isAgg && portSeen)
+        suspendForUnknownAddress(response);
+    else
+        joinGroup();
+    m_known.m_aggChecked = true;
+}
+
+// The hub lists members, and none of them is what was dialled.
+void HubClient::suspendForUnknownAddress(const std::string& response) {
+    static constexpr const char* kReason =
+        "It appears client is using NAT to reach HUB, but did not properly configure NAT pair(s) to API.";
+    eprintf(EPF_WARN,
+            "HubClient::process_aggCheck: dialled %s:%d, not among the hosts and ports of the answer: %s",
+            getDialledAddr().c_str(), getHubPort(), response.c_str());
+    eprintf(EPF_WARN, "%s", kReason);
+    m_known.m_isAgg = false;
+    suspendClient(kReason);
+}
+
+void HubClient::joinGroup() {
+    if (m_known.m_isAgg) {
+        eprintf(EPF_INFO, "This client is connected to a AGG");
+    } else if (m_known.m_isSingleInstanceHUB) {
+        eprintf(EPF_INFO, "This client is connected to a single-instance HUB");
+    } else {
+        for (const std::string& other : m_otherHubs)
+            if (m_hostConfig != nullptr)
+                m_session.createHubForHost(other, *m_hostConfig);
+        eprintf(EPF_INFO, "This client is connected to a %zu-way HUB", m_otherHubs.size() + 1);
+    }
+}
+
+bool HubClient::getPort() {
+    if (!m_step.m_startedPorts) {
+        m_step.m_src_in_progress = -1;
+        m_step.m_startedPorts = true;
+    }
+    const HubSession::PortCursor next = m_session.nextSourceWithoutHub(m_step.m_src_in_progress, this);
+    m_step.m_src_in_progress = next.source;
+    if (next.source < 0) {
+        m_step.m_havePorts = true;
+        eprintf(EPF_DBUG, "Finished finding ports for all user entitled sources not entitled on the box");
+        return false;
+    }
+    sendStartUpRequest(GET_PORT, "5026=%d|5022=GetPort|4=%d", GET_PORT, next.source);
+    if (next.last)
+        m_step.m_havePorts = true;
+    return true;
+}
+
+void HubClient::process_port(KVNAPI::Message& msg) {
+    const int src = m_step.m_src_in_progress;
+    if (src < 0)
+        return;
+    const PortAnswer answer(m_dicMetaMap, msg);
+    if (!answer.isReadable("process_port"))
+        return;
+    if (const long code = answer.status.integer(); code != 0) {
+        m_session.assignSource(src, this);
+        if (code != kNoPortForSource)
+            eprintf(EPF_WARN, "HubClient::process_port: rc=%ld (%s) from GetPort for src=%d", code,
+                    retCodeText(code), src);
+        return;
+    }
+    int portsAdded = 0;
+    const std::string ownAddress = getHubIpAddr();
+    answer.forEachPort(msg, [&](const std::string& host, uint16_t port) {
+        if (!host.empty() && port == getHubPort() && host == ownAddress) {
+            m_session.assignSource(src, this);
+            ++portsAdded;
+        } else if (assignToMember(src, hostInfo(host, port))) {
+            // Behind a connection manager the port alone would name the member.
+            ++portsAdded;
+        }
+        eprintf(EPF_DBUG, "HubClient::process_port: src=%d; port=%d", src, port);
+    });
+    eprintf(EPF_DBUG, "HubClient::process_port: pairCnt=%d; src=%d, ports_added=%d", msg.pairCount(), src,
+            portsAdded);
+}
+
+bool HubClient::assignToMember(int src, const std::string& host) {
+    switch (m_session.assignSourceToHost(src, host)) {
+    case HubSession::HubLookup::Found:
+        return true;
+    case HubSession::HubLookup::NoHostConfig:
+        eprintf(EPF_WARN, "HubClient::process_port: hostConfig(%s) not found!", host.c_str());
+        return false;
+    case HubSession::HubLookup::NoClient:
+        eprintf(EPF_WARN, "HubClient::process_port: hubClient not found for %s!", host.c_str());
+        return false;
+    }
+    return false;
+}
+
+void HubClient::process_split(KVNAPI::Message& msg) {
+    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const Field source(m_dicMetaMap, msg, "ENUM.SRC.ID");
+    const Field symbol(m_dicMetaMap, msg, "SYMBOL.TICKER");
+    if (!status.isDefined()) {
+        eprintf(EPF_WARN, "HubClient::process_split: ENUM.QUERY.STATUS not defined!");
+    } else if (!source.isDefined()) {
+        eprintf(EPF_WARN, "HubClient::process_split: ENUM.SRC.ID not defined!");
+    } else if (!symbol.isDefined()) {
+        eprintf(EPF_WARN, "HubClient::process_split: SYMBOL.TICKER not defined!");
+    } else if (!status.isPresent()) {
+        addSplitEntry(msg, source, symbol);
+    } else if (const long code = status.integer(); code != 0) {
+        eprintf(EPF_WARN, "ListSplitExchanges failed on %s:%d with return code = %ld: %s",
+                getDialledAddr().c_str(), getHubPort(), code, retCodeText(code));
+    } else {
+        eprintf(EPF_INFO, "API Successfully processed split info for %s:%d", getDialledAddr().c_str(),
+                getHubPort());
+        m_known.split_processed = true;
+    }
+}
+
+// The first source and the first symbol stand in the message's header, the further ones among its pairs. A
+// symbol applies to the sources before it.
+void HubClient::addSplitEntry(const KVNAPI::Message& msg, const Field& source, const Field& symbol) {
+    if (msg.exchange == nullptr) {
+        eprintf(EPF_WARN, "HubClient::process_split: entry without ENUM.SRC.ID ignored");
+        return;
+    }
+    std::set<int> sources;
+    const auto addSource = [&](int64_t id) {
+        if (id < INT32_MIN || id > INT32_MAX)
+            return;
+        sources.insert(static_cast<int>(id));
+        m_session.addSplitExchange(static_cast<int>(id), this);
+    };
+    addSource(msg.exchange->id);
+    bool symbolSeen = false;
+    for (int i = 0; i < msg.pairCount(); ++i) {
+        const KVNAPI::TVPair& pair = *msg.pair(i);
+        if (source.isIn(pair)) {
+            addSource(integerOf(pair));
+        } else if (symbol.isIn(pair)) {
+            if (!symbolSeen)
+                processSplitSym(msg.symbol.view(), sources);
+            symbolSeen = true;
+            processSplitSym(pairText(pair), sources);
+        }
+    }
+    if (!symbolSeen)
+        processSplitSym(msg.symbol.view(), sources);
+}
+
+void HubClient::processSplitSym(std::string_view sym, const std::set<int>& sources) {
+    const std::string pattern = splitPatternOf(sym);
+    if (pattern.empty())
+        return;
+    for (const int source : sources)
+        m_session.addSplitSymbol(source, pattern, this);
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,270 @@
+// How a hub client reads: message by message until it is ready, straight into its queue from then on.
+#include "hub/HubClient.h"
+
+#include <poll.h>
+
+#include <cerrno>
+#include <vector>
+
+#include <tp/eprintf.h>
+#include <tp/te_error.h>
+
+#include "hub/HubEventReactor.h"
+#include "hub/HubSession.h"
+#include "hub/MessageReading.h"
+#include "kvnparse/Message.h"
+#include "kvnparse/Parser.h"
+#include "kvnparse/StreamFramer.h"
+#include "kvnparse/StreamParser.h"
+#include "receive/Queue.h"
+
+namespace tivra_internal {
+
+namespace {
+
+/// Room for the longest frame that the conversation takes.
+constexpr int kParserBufferSize = 0x40000;
+
+bool isNoError(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+std::string lastParserError() {
+    return loggable(tp::te_geterror());
+}
+
+} // namespace
+
+void HubClient::readableEvent(double curtime) {
+    if (m_fd.get() < 0)
+        return;
+    if (m_first_time && !prepareForFirstEvent())
+        return;
+    if (isReady())
+        readIntoQueue(curtime);
+    else if (m_compression)
+        readCompressed();
+    else
+        readFramed();
+    closeIfOutOfStep();
+}
+
+void HubClient::writeableEvent(double) {
+    if (m_first_time)
+        (void)prepareForFirstEvent();
+}
+
+bool HubClient::prepareForFirstEvent() {
+    {
+        const tp::MutexLock lock(m_huber_mutex);
+        if (m_HUB_Event_Reactor != nullptr) {
+            m_HUB_Event_Reactor->watchReads(this);
+            m_HUB_Event_Reactor->unWatchWrites(this);
+        }
+    }
+    m_first_time = false;
+    return prepareParsers();
+}
+
+// False when a parser can't be had, which has taken the client out of use.
+bool HubClient::prepareParsers() {
+    if (m_compression) {
+        if (zkvnParser == nullptr)
+            zkvnParser = KVNAPI::StreamParser::alloc("zkvn", &m_dicMetaMap, kParserBufferSize);
+    } else {
+        if (framer == nullptr)
+            framer = KVNAPI::StreamFramer::alloc("kvn", kParserBufferSize);
+        if (framer == nullptr) {
+            severe_error(("KVNAPI::StreamFramer -- " + lastParserError()).c_str());
+            return false;
+        }
+        if (kvnParser == nullptr)
+            kvnParser = KVNAPI::Parser::alloc("kvn", &m_dicMetaMap, kParserBufferSize);
+    }
+    if (zkvnParser == nullptr && kvnParser == nullptr) {
+        const std::string line = "Unknown type: -- " + lastParserError();
+        eprintf(EPF_CRIT, "%s\n", line.c_str());
+        suspendClient(line);
+        return false;
+    }
+    return true;
+}
+
+void HubClient::severe_error(const char* text) {
+    eprintf(EPF_WARN, "%s\n", text);
+    suspendClient(text);
+}
+
+void HubClient::readIntoQueue(double curtime) {
+    if (!m_responseQueue->readFromSocketThenWriteToQueue(m_fd.get(), zkvnParser.get(), curtime)) {
+        setHBSeen(true);
+        if (!closeIfOutOfStep())
+            holdReads();
+        return;
+    }
+    leaveAfterReadFailure();
+}
+
+void HubClient::leaveAfterReadFailure() {
+    if (getInitialHubDisconnected()) {
+        eprintf(EPF_INFO, "First HUB is disconneted for LB; Dont requestHUBFromCM for this connection");
+        return;
+    }
+    eprintf(EPF_WARN, "Queue full, drop, or other error, so must close Connection to HUB: %s\n",
+            getHubAddr().c_str());
+    m_session.noteHubDown(this);
+    closeConnection();
+    // Behind a connection manager the next dial would ask it for a hub.
+}
+
+// A socket whose bytes are not taken would call for attention without end.
+void HubClient::holdReads() {
+    const bool atEnd = m_responseQueue->sawEndOfStream();
+    if (!atEnd && !m_responseQueue->readsSuspended())
+        return;
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->unWatchReads(this);
+    // The supervisor finds the close; a hang-up can't be unwatched otherwise.
+    if (atEnd)
+        m_HUB_Event_Reactor->unRegSocket(this);
+    else
+        m_readsHeld = true;
+}
+
+// Does the refused, or after a while forced, read in the event's place; ends the hold once the queue takes
+// bytes again.
+void HubClient::retryHeldReads(double curtime) {
+    if (m_responseQueue->readsSuspended()) {
+        pollfd watched{m_fd.get(), POLLIN, 0};
+        if (::poll(&watched, 1, 0) > 0)
+            readIntoQueue(curtime);
+    }
+    if (!isReady() || m_responseQueue->readsSuspended())
+        return;
+    m_readsHeld = false;
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor != nullptr)
+        m_HUB_Event_Reactor->watchReads(this);
+}
+
+void HubClient::twentyFiveMsTick(double now) {
+    if (m_continueEntitlements.exchange(false))
+        continueEntitlements();
+    if (isReady() && m_responseQueue->hasInputLeft() &&
+        m_responseQueue->continueInflating(m_fd.get(), zkvnParser.get(), now))
+        leaveAfterReadFailure();
+    calcQueueFullStats();
+    if (m_readsHeld && isReady())
+        retryHeldReads(now);
+    closeIfOutOfStep();
+}
+
+void HubClient::socketClosedByPeer() {
+    eprintf(EPF_INFO, "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", m_fd.get());
+    closeConnection();
+}
+
+void HubClient::readCompressed() {
+    size_t room = 0;
+    const int64_t got = zkvnParser->push(m_fd.get(), &room);
+    const int error = errno;
+    // A read of nothing into no room is not the end of the stream.
+    const bool inputFull = got == 0 && room == 0;
+    if (got == 0 && !inputFull) {
+        socketClosedByPeer();
+        return;
+    }
+    if (got < 0 && !isNoError(error)) {
+        eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s", lastParserError().c_str());
+        socketClosedByPeer();
+        return;
+    }
+    pullCompressed(inputFull);
+}
+
+void HubClient::pullCompressed(bool inputFull) {
+    bool hasProgressed = false;
+    while (m_fd.get() >= 0) {
+        KVNAPI::Message message;
+        const int rc = zkvnParser->pull(&message);
+        if (rc > 0)
+            break;
+        hasProgressed = true;
+        if (rc < 0) {
+            const std::string text = lastParserError();
+            eprintf(EPF_WARN, "HubClient::readableEvent pull error: %s", text.c_str());
+            suspendClient("Error decompressing/parsing response from HUB: " + text);
+        } else if (!isReady()) {
+            // Once ready, what is left of the block is inflated to settle the stream, and dropped.
+            process_message(message);
+        }
+    }
+    if (inputFull && !hasProgressed)
+        suspendClient("Error decompressing/parsing response from HUB: Block too large");
+}
+
+void HubClient::readFramed() {
+    const int got = framer->push(m_fd.get());
+    if (got < 0) {
+        if (isNoError(errno))
+            return;
+        eprintf(EPF_WARN, "KVNAPI::Framer error: rc=%d", errno);
+    }
+    if (got <= 0) {
+        socketClosedByPeer();
+        return;
+    }
+    while (m_fd.get() >= 0) {
+        KVNAPI::bufref frame;
+        const int rc = framer->pull(&frame);
+        if (rc > 0)
+            return;
+        if (rc < 0) {
+            const std::string text = lastParserError();
+            eprintf(EPF_WARN, "KVNAPI::Framer error: %s", text.c_str());
+            suspendClient("Error framing response from HUB: " + text);
+            return;
+        }
+        process_kvn_buffer(frame);
+        if (isReady()) {
+            handOverUnconsumed();
+            return;
+        }
+    }
+}
+
+void HubClient::process_kvn_buffer(KVNAPI::bufref frame) {
+    if (kvnParser == nullptr) {
+        eprintf(EPF_WARN, "HubClient::process_kvn_buffer- no parser_");
+        return;
+    }
+    kvnParser->push(frame);
+    while (m_fd.get() >= 0) {
+        KVNAPI::Message message;
+        const int rc = kvnParser->pull(&message);
+        if (rc > 0)
+            return;
+        if (rc == 0) {
+            process_message(message);
+            continue;
+        }
+        const std::string text = lastParserError();
+        eprintf(EPF_WARN, "HubClient::process_kvn_buffer pull error: %s", text.c_str());
+        if (isReady())
+            m_responseQueue->printStats(false, false, 0.0);
+        suspendClient("Error parsing response from HUB: " + text);
+    }
+}
+
+// Bytes that came with the last answer of the conversation are the first of the stream.
+void HubClient::handOverUnconsumed() {
+    std::vector<char> rest(kParserBufferSize);
+    const int count = framer->moveRemaining(KVNAPI::bufref(rest.data(), rest.size()));
+    framer->reset();
+    if (count > 0 && m_responseQueue->takeOver(KVNAPI::bufref(rest.data(), static_cast<size_t>(count))))
+        leaveAfterReadFailure();
+}
+
+} // namespace tivra_internal
