@@ -332,6 +332,24 @@ TEST_P(Reactor, HandlersMayUnregisterEachOther) {
     EXPECT_FALSE(c.hasTimer());
 }
 
+TEST_P(Reactor, AnActivityRemovedByAnotherIsNotWalkedInto) {
+    SocketPair pair;
+    Recorder a = make("a");
+    Recorder b = make("b");
+    Recorder c = make("c");
+    for (Recorder* recorder : {&a, &b, &c})
+        reactor->regActivity(recorder);
+    c.onPre = [&] {
+        reactor->unRegActivity(&a);
+        reactor->unRegActivity(&b); // which stood in the slot that the walk comes to next
+    };
+    makeReadable(c, pair);
+    c.onRead = [&] { reactor->end(); };
+    reactor->begin();
+    EXPECT_THAT(log, ::testing::Not(::testing::Contains("b.pre")));
+    EXPECT_EQ(log.back(), "c.post");
+}
+
 TEST_P(Reactor, ManyObjectsThatDestroyEachOtherInEveryHandler) {
     constexpr std::size_t objects = 60;
     std::mt19937 random(7);

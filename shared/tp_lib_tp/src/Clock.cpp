@@ -4,7 +4,8 @@ namespace tp {
 
 namespace {
 
-// Added to the system's times, or, while the clocks stand, the times themselves.
+// Added to the system's times, or, while the clocks stand, the times themselves. They stay as they are when
+// the clocks become real again, for a thread that is in the middle of reading them.
 std::atomic<bool> s_stands{false};
 std::atomic<double> s_wall{0.0};
 std::atomic<double> s_monotonic{0.0};
@@ -13,6 +14,12 @@ void add(std::atomic<double>& value, double seconds) noexcept {
     double old = value.load();
     while (!value.compare_exchange_weak(old, old + seconds)) {
     }
+}
+
+void clear() noexcept {
+    s_stands = false;
+    s_wall = 0.0;
+    s_monotonic = 0.0;
 }
 
 } // namespace
@@ -25,6 +32,8 @@ void Clock::setManual(double epochSeconds, double monotonicSeconds) noexcept {
 }
 
 void Clock::advance(double seconds) noexcept {
+    if (!s_replaced)
+        clear();
     // The monotonic clock first: who sees the new wall time sees the new monotonic time too.
     add(s_monotonic, seconds);
     add(s_wall, seconds);
@@ -32,15 +41,14 @@ void Clock::advance(double seconds) noexcept {
 }
 
 void Clock::stepWallClock(double seconds) noexcept {
+    if (!s_replaced)
+        clear();
     add(s_wall, seconds);
     s_replaced = true;
 }
 
 void Clock::setReal() noexcept {
     s_replaced = false;
-    s_stands = false;
-    s_wall = 0.0;
-    s_monotonic = 0.0;
 }
 
 double Clock::replacedNow() noexcept {

@@ -4,8 +4,12 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
 
 namespace tp {
+
+// A mutex at namespace scope must still work while a host's static destructors run.
+static_assert(std::is_trivially_destructible_v<Mutex>);
 
 namespace {
 

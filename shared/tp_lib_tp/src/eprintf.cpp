@@ -17,6 +17,7 @@
 #include <pthread.h>
 #include <syslog.h>
 #include <time.h>
+#include <type_traits>
 #include <unistd.h>
 
 namespace tp {
@@ -38,6 +39,9 @@ public:
 private:
     pthread_mutex_t m_native = PTHREAD_MUTEX_INITIALIZER;
 };
+
+// Threads may still log while a host's static destructors run.
+static_assert(std::is_trivially_destructible_v<LoggerMutex>);
 
 // One entry of the repeat table; a call site is known by the address of its file's name and its line.
 struct repeat_info {
@@ -427,6 +431,8 @@ void eprintf_atexit() {
 } // namespace
 
 bool eprintf_set_filename(const char* filename) {
+    if (filename == nullptr)
+        filename = "";
     const LoggerLock lock;
     std::snprintf(eprintf_filename, sizeof eprintf_filename, "%s", filename);
     return std::strlen(filename) <= kEprintfNameMax;
