@@ -1,0 +1,122 @@
+#include <limits>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "session/ReactorTables.h"
+#include "session/RetCodeTable.h"
+#include "session/SourceRoutes.h"
+#include "session/SplitTables.h"
+#include "session/StartLatch.h"
+#include "session/TagCounter.h"
+
+using namespace tivra_internal;
+
+namespace {
+
+// Hubs are identities here: the tables never look inside one.
+HubClient* hub(int number) {
+    static char identities[8];
+    return reinterpret_cast<HubClient*>(&identities[number]);
+}
+
+TEST(TagCounter, WrapsOntoTheFirstUserTagAndRestartsBehindStandingRequests) {
+    TagCounter tags;
+    EXPECT_EQ(tags.next(), 18);
+    EXPECT_EQ(tags.next(), 19);
+    tags.restartAfter(std::numeric_limits<int64_t>::max() - 1);
+    EXPECT_EQ(tags.next(), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(tags.next(), 18);
+    tags.restartAfter(500);
+    EXPECT_EQ(tags.next(), 501);
+    tags.restartAfter(0);
+    EXPECT_EQ(tags.next(), 18);
+}
+
+TEST(RetCodeTable, HubsTextReplacesABuiltInOneAndOldPointersStayReadable) {
+    RetCodeTable table;
+    EXPECT_STREQ(table.get(4711), "Unknown code");
+    const char* const builtIn = table.get(-5);
+    EXPECT_STREQ(builtIn, "ERR.AUTH.LOGIN");
+    table.set(-5, "hub says no");
+    EXPECT_STREQ(table.get(-5), "hub says no");
+    EXPECT_STREQ(builtIn, "ERR.AUTH.LOGIN");
+    for (int i = 0; i < 20000; ++i)
+        table.set(1, "text " + std::to_string(i));
+    EXPECT_STREQ(table.get(-4), "ERR_DENY_LOGIN") << "a flood of texts leaves the other names alone";
+}
+
+TEST(StartLatch, IsSettledOnceAndKeepsItsReason) {
+    StartLatch latch;
+    std::string reason;
+    latch.rearm();
+    EXPECT_EQ(latch.outcome(reason), StartLatch::Outcome::Pending);
+    EXPECT_TRUE(latch.settle(StartLatch::Outcome::Aborted, "first"));
+    EXPECT_FALSE(latch.settle(StartLatch::Outcome::Stopped, "second"));
+    EXPECT_EQ(latch.outcome(reason), StartLatch::Outcome::Aborted);
+    EXPECT_EQ(reason, "first");
+}
+
+TEST(ChooseReactor, GoesRoundRobinAndGrowsOnlyAsFarAsConfigured) {
+    const auto sequence = [](bool multithreaded, long maxThreads, int hubs) {
+        std::string indexes;
+        int last = -1;
+        int reactors = 0;
+        for (int i = 0; i < hubs; ++i) {
+            const ReactorChoice choice = chooseReactor(last, reactors, multithreaded, maxThreads);
+            reactors += choice.create ? 1 : 0;
+            last = choice.index;
+            indexes += std::to_string(choice.index);
+        }
+        return indexes + "/" + std::to_string(reactors);
+    };
+    EXPECT_EQ(sequence(false, 0, 3), "000/1");
+    EXPECT_EQ(sequence(false, 5, 3), "000/1");
+    EXPECT_EQ(sequence(true, 0, 4), "0123/4");
+    EXPECT_EQ(sequence(true, 2, 5), "01010/2");
+    EXPECT_EQ(sequence(true, 1, 3), "000/1");
+}
+
+TEST(SourceRoutes, FirstHubKeepsASourceAndTheUnservedOnesAreFoundInOrder) {
+    SourceRoutes routes;
+    routes.addBoxSource(10, hub(0));
+    routes.addBoxSource(10, hub(1));
+    EXPECT_EQ(routes.find(10), hub(0));
+    bool had = false;
+    EXPECT_EQ(routes.addUserSource(10, nullptr, had), hub(0));
+    EXPECT_TRUE(had);
+    for (const int source : {20, 30, 4096, 5000}) {
+        EXPECT_EQ(routes.addUserSource(source, nullptr, had), nullptr);
+        EXPECT_FALSE(had);
+    }
+    bool last = true;
+    EXPECT_EQ(routes.nextWithoutHub(-1, hub(0), last), 20);
+    EXPECT_FALSE(last);
+    routes.assign(20, hub(1));
+    EXPECT_EQ(routes.nextWithoutHub(20, hub(0), last), 30);
+    EXPECT_TRUE(last);
+    EXPECT_EQ(routes.find(5000), hub(0)) << "news is never asked about";
+    EXPECT_EQ(routes.nextWithoutHub(30, hub(0), last), -1);
+}
+
+TEST(SplitTables, PatternsInOrderOfTextThenTheLetterThenTheWildcardLetter) {
+    SplitTables tables;
+    tables.addSplitExchange(100, hub(0));
+    tables.addSplitExchange(5000, hub(0));
+    EXPECT_TRUE(tables.isSplitSymbol(100));
+    EXPECT_FALSE(tables.isSplitSymbol(5000)) << "beyond every table";
+    tables.addSplitSymbol(100, "^[A-M]", hub(0), "hub0");
+    tables.addSplitSymbol(100, "^[L-Z]", hub(1), "hub1");
+    tables.addSplitSymbol(100, "^[A-M]", hub(2), "hub2");
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, "LMT"), hub(0));
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, "zion"), hub(1));
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, "3M"), nullptr);
+    tables.addSplitSymbol(100, 'M', hub(2), 1);
+    tables.addSplitSymbol(100, '[', hub(1), 1);
+    EXPECT_EQ(tables.skipSplitLetters(100), 1U);
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, 'M'), hub(2));
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, 'Q'), hub(1));
+    EXPECT_EQ(tables.getHubForSplitSymbol(101, 'Q'), nullptr);
+}
+
+} // namespace
