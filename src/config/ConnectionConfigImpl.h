@@ -11,6 +11,7 @@
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
+#include "config/ParameterTable.h"
 
 namespace tivra_internal {
 
@@ -57,16 +58,17 @@ private:
     [[nodiscard]] const std::atomic<long>* longField(tivra::HostConfig::Parameters parameter) const;
     [[nodiscard]] const std::atomic<bool>* boolField(tivra::HostConfig::Parameters parameter) const;
 
-    std::atomic<bool> compression{true};
-    std::atomic<bool> conflationIndicator{false};
-    std::atomic<long> conflationInterval{1000};
-    std::atomic<long> readTimeout{5};
-    std::atomic<long> connectionTimeout{5};
-    std::atomic<long> connectionRetryLimit{5};
-    std::atomic<long> queueSize{1};
-    std::atomic<long> blockingConnectionLimit{200};
-    std::atomic<long> conflationType{1};
-    std::atomic<long> jitThreshold{25};
+    std::atomic<bool> compression{isOnByDefault(tivra::HostConfig::COMPRESSION_BOOL)};
+    std::atomic<bool> conflationIndicator{isOnByDefault(tivra::HostConfig::CONFLATION_INDICATOR_BOOL)};
+    std::atomic<long> conflationInterval{defaultOf(tivra::HostConfig::CONFLATION_INTERVAL_LONG)};
+    std::atomic<long> readTimeout{defaultOf(tivra::HostConfig::READ_TIMEOUT_LONG)};
+    std::atomic<long> connectionTimeout{defaultOf(tivra::HostConfig::CONNECTION_TIMEOUT_LONG)};
+    std::atomic<long> connectionRetryLimit{defaultOf(tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG)};
+    std::atomic<long> queueSize{defaultOf(tivra::HostConfig::QUEUE_SIZE_LONG)};
+    std::atomic<long> blockingConnectionLimit{
+        defaultOf(tivra::HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG)};
+    std::atomic<long> conflationType{defaultOf(tivra::HostConfig::CONFLATION_TYPE_LONG)};
+    std::atomic<long> jitThreshold{defaultOf(tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG)};
 
     HostTable& hostTable;
     tp::Mutex m_host_mutex{kLockHost};

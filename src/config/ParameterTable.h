@@ -135,4 +135,9 @@ constexpr long defaultOf(tivra::HostConfig::Parameters parameter) {
     return kHostParameters[static_cast<size_t>(parameter)].defaultValue;
 }
 
+template<class Parameters>
+constexpr bool isOnByDefault(Parameters parameter) {
+    return defaultOf(parameter) != 0;
+}
+
 } // namespace tivra_internal

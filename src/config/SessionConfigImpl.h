@@ -4,6 +4,8 @@
 
 #include <session/SessionConfig.h>
 
+#include "config/ParameterTable.h"
+
 namespace tivra_internal {
 
 /// The settings of a session as a whole. The application writes them, every thread of the session may read
@@ -31,15 +33,15 @@ public:
 private:
     std::atomic<long>* longField(tivra::SessionConfig::Parameters parameter);
 
-    std::atomic<bool> multithreaded{false};
-    std::atomic<long> maxUserThreads{0};
-    std::atomic<long> maxHubThreads{0};
-    std::atomic<long> maxRequestQueueSize{100000};
-    std::atomic<bool> watchlist{false};
-    std::atomic<long> maxWatchlistSize{10000000};
+    std::atomic<bool> multithreaded{isOnByDefault(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL)};
+    std::atomic<long> maxUserThreads{defaultOf(tivra::SessionConfig::MAX_USER_THREADS_LONG)};
+    std::atomic<long> maxHubThreads{defaultOf(tivra::SessionConfig::MAX_HUB_THREADS_LONG)};
+    std::atomic<long> maxRequestQueueSize{defaultOf(tivra::SessionConfig::MAX_REQUEST_QUEUE_SIZE_LONG)};
+    std::atomic<bool> watchlist{isOnByDefault(tivra::SessionConfig::WATCHLIST_BOOL)};
+    std::atomic<long> maxWatchlistSize{defaultOf(tivra::SessionConfig::MAX_WATCHLIST_SIZE_LONG)};
     /// The application has chosen a queue size, so WATCHLIST_BOOL leaves it alone.
     std::atomic<bool> maxReqQSizeSet{false};
-    std::atomic<long> queueThreshold{70};
+    std::atomic<long> queueThreshold{defaultOf(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG)};
 };
 
 } // namespace tivra_internal

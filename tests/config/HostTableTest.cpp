@@ -1,0 +1,135 @@
+#include <gmock/gmock.h>
+
+#include "HostFixture.h"
+#include "support/LogCapture.h"
+
+using testing::ElementsAre;
+using testing::Pair;
+using namespace tivra_internal;
+
+namespace {
+
+std::vector<std::pair<std::string, const HostConfigImpl*>> walk(const HostTable& table) {
+    std::vector<std::pair<std::string, const HostConfigImpl*>> seen;
+    table.forEachNamed(
+        [&seen](const std::string& hostInfo, HostConfigImpl* host) { seen.emplace_back(hostInfo, host); });
+    return seen;
+}
+
+struct HostTextCase {
+    const char* text;
+    const char* address;
+    size_t port;
+    bool isValid;
+};
+
+class HostText : public testing::TestWithParam<HostTextCase> {};
+
+TEST_P(HostText, IsSplitAndABadOneStillGivesAHost) {
+    HostFixture fixture;
+    LogCapture log;
+    const HostConfigImpl& host = fixture.host(GetParam().text);
+    EXPECT_EQ(host.getAddr(), GetParam().address);
+    EXPECT_EQ(host.getPort(), GetParam().port);
+    EXPECT_TRUE(host.isExternal());
+    const std::string text = GetParam().text;
+    std::vector<std::string> expected{
+        "DBUG: ConnectionConfigImpl::getHostConfig(ENTRY): hostInfoString (" + text + ")",
+        "DBUG: new hostConfigMap entry for (" + text + "); hostConfigMap.size()=1"};
+    if (!GetParam().isValid)
+        expected.push_back("WARN: Invalid hostInfoString (" + text +
+                           ") passed to ConnectionConfig::getHostConfig");
+    EXPECT_EQ(log.lines(), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, HostText,
+                         testing::Values(HostTextCase{"10.0.0.1:1", "10.0.0.1", 1, true},
+                                         HostTextCase{"10.0.0.1:65535", "10.0.0.1", 65535, true},
+                                         HostTextCase{"10.0.0.1:0", "10.0.0.1", 0, false},
+                                         HostTextCase{"10.0.0.1:70000", "10.0.0.1", 70000, false},
+                                         HostTextCase{"10.0.0.1:-1", "10.0.0.1", SIZE_MAX, false},
+                                         HostTextCase{"10.0.0.1", "10.0.0.1", 0, false},
+                                         HostTextCase{"", "", 0, false}, HostTextCase{":", "", 0, false},
+                                         HostTextCase{"a:b:80", "a", 0, false},
+                                         HostTextCase{"h%s%n:0080", "h%s%n", 80, true}));
+
+TEST(HostTable, SameTextGivesTheSameHostAndOneEntryInTheOrderOfNaming) {
+    HostFixture fixture;
+    const HostConfigImpl& second = fixture.host("10.0.0.9:80");
+    const HostConfigImpl& first = fixture.host("10.0.0.1:80");
+    EXPECT_EQ(&fixture.host("10.0.0.9:80"), &second);
+    EXPECT_EQ(second.getIndex(), 0u);
+    EXPECT_EQ(first.getIndex(), 1u);
+    EXPECT_EQ(fixture.table.size(), 2u);
+    EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.9:80", &second), Pair("10.0.0.1:80", &first)));
+}
+
+TEST(HostTable, RemovedHostIsGoneButItsTextIsStillWalked) {
+    HostFixture fixture;
+    const size_t index = fixture.host("10.0.0.1:80").getIndex();
+    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.1:80", [=](size_t used) { return used == index; }));
+    EXPECT_NE(fixture.table.find("10.0.0.1:80"), nullptr);
+    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.1:80", [](size_t) { return false; }));
+    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.1:80", [](size_t) { return false; }));
+    EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.1:80", nullptr)));
+    // An index is never given out again: clients are found by it.
+    EXPECT_NE(fixture.host("10.0.0.1:80").getIndex(), index);
+}
+
+TEST(HostTable, HostIsFoundByAddressAndPortHoweverItsTextWasWritten) {
+    HostFixture fixture;
+    const HostConfigImpl& odd = fixture.host("10.0.0.1: 0080x");
+    EXPECT_EQ(fixture.table.find("10.0.0.1:80"), nullptr);
+    EXPECT_EQ(fixture.table.findByAddress("10.0.0.1", 80), &odd);
+    EXPECT_EQ(fixture.table.findByAddress("10.0.0.1", 81), nullptr);
+    EXPECT_EQ(fixture.table.findByAddress("10.0.0.2", 80), nullptr);
+}
+
+TEST(HostTable, RekeyMovesTheHostOfThatPortAndOnlyAPrimaryTakesTheAddress) {
+    for (const auto kind : {HostTable::RekeyKind::Primary, HostTable::RekeyKind::Backup}) {
+        HostFixture fixture;
+        const HostConfigImpl& host = fixture.host("10.0.0.1:80");
+        fixture.host("10.0.0.1:81");
+        LogCapture log;
+        fixture.table.rekeyByPort("10.9.9.9", 80, kind);
+        const bool isPrimary = kind == HostTable::RekeyKind::Primary;
+        EXPECT_EQ(fixture.table.find("10.0.0.1:80"), nullptr);
+        EXPECT_EQ(fixture.table.find("10.9.9.9:80"), &host);
+        EXPECT_EQ(host.getAddr(), isPrimary ? "10.9.9.9" : "10.0.0.1");
+        EXPECT_THAT(log.lines(),
+                    ElementsAre("DBUG: CMport=80; host addr/port=10.0.0.1:80",
+                                std::string("DBUG: Modify IP address in hostConfig to use 10.9.9.9 for ") +
+                                    (isPrimary ? "primary" : "backup") + " port 80"));
+    }
+}
+
+TEST(HostTable, RekeyPrefersTheHostMadeWithThePairAndNeverReplacesAnother) {
+    HostFixture fixture;
+    const HostConfigImpl& first = fixture.host("10.0.0.1:80");
+    const HostConfigImpl& second = fixture.host("10.0.0.2:80");
+    // Both hosts share the port: each pair finds its own.
+    fixture.table.rekeyByPort("10.0.0.2", 80, HostTable::RekeyKind::Primary);
+    fixture.table.rekeyByPort("10.0.0.1", 80, HostTable::RekeyKind::Primary);
+    EXPECT_EQ(fixture.table.find("10.0.0.1:80"), &first);
+    EXPECT_EQ(fixture.table.find("10.0.0.2:80"), &second);
+
+    // The connection manager has moved the first one; a later pair names the address that it came from.
+    fixture.table.rekeyByPort("10.9.9.9", 80, HostTable::RekeyKind::Primary);
+    EXPECT_EQ(fixture.table.find("10.9.9.9:80"), &first);
+    const HostConfigImpl& third = fixture.host("10.0.0.1:80");
+    fixture.table.rekeyByPort("10.0.0.1", 80, HostTable::RekeyKind::Primary);
+    EXPECT_EQ(fixture.table.find("10.0.0.1:80"), &third);
+    EXPECT_EQ(fixture.table.find("10.9.9.9:80"), &first);
+    EXPECT_EQ(first.getAddr(), "10.9.9.9");
+
+    // The preferred host's text is taken by a host that got there before: neither is touched.
+    HostFixture crossed;
+    const HostConfigImpl& moved = crossed.host("10.0.0.5:80");
+    crossed.table.rekeyByPort("10.0.0.6", 80, HostTable::RekeyKind::Backup);
+    const HostConfigImpl& taker = crossed.host("10.0.0.5: 80");
+    crossed.table.rekeyByPort("10.0.0.6", 81, HostTable::RekeyKind::Backup);
+    EXPECT_EQ(crossed.table.find("10.0.0.6:80"), &moved);
+    EXPECT_EQ(crossed.table.find("10.0.0.5: 80"), &taker);
+}
+
+} // namespace
