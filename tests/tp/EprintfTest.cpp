@@ -95,7 +95,8 @@ TEST_F(Eprintf, EachOptionAddsItsPiece) {
         {EPF_TIMESTAMP, EPF_INFO, "[A-Z][a-z][a-z] [ 1-3][0-9] [0-9:]{8} text\n"},
         {EPF_COLOR | EPF_LEVELS, EPF_WARN, "\x1b\\[01;33mWARN: text\x1b\\[00m\n"},
         {EPF_MUTE, EPF_CRIT, ""},
-        {tp::EPF_OPTS_DEFAULTS, EPF_INFO, "[A-Z].. .. [0-9:]{8} EprintfTest.cpp\\[[0-9]+\\]: INFO: text\n"},
+        {tp::EPF_OPTS_DEFAULTS, EPF_ALWAYS_INFO,
+         "[A-Z].. .. [0-9:]{8} EprintfTest.cpp\\[[0-9]+\\]: INFO: text\n"},
     };
     for (const auto& c : cases) {
         only(c.options);
@@ -212,9 +213,9 @@ TEST_F(Eprintf, AFileThatCanNotBeOpenedIsReportedOncePerNameOnStandardError) {
     const std::string logged = stderrOf([&] {
         EXPECT_FALSE(logToFile("missing/log"));
         EXPECT_FALSE(logToFile("missing/log"));
-        eprintf(EPF_WARN, "lost");
+        eprintf(EPF_ALWAYS_WARN, "lost");
         tp::Clock::advance(86400.0);
-        eprintf(EPF_WARN, "lost");
+        eprintf(EPF_ALWAYS_WARN, "lost");
     });
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
     EXPECT_THAT(logged, StartsWith("eprintf: Unable to open " + dated("missing/log", 1.7e9).string() +
