@@ -1,0 +1,201 @@
+// Writes the seeds of the fuzz targets: frames made from rows of the sample day, and the edges of the format.
+#include "FuzzDictionary.h"
+
+#include <zlib.h>
+
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+/// The lines of the day behind its heading, each cut at its commas.
+std::vector<std::vector<std::string>> readDay(const char* path) {
+    const gzFile file = ::gzopen(path, "rb");
+    if (file == nullptr)
+        throw std::runtime_error("cannot open "s + path);
+    std::string text;
+    char block[65536];
+    for (int count = 0; (count = ::gzread(file, block, sizeof block)) > 0;)
+        text.append(block, static_cast<std::size_t>(count));
+    ::gzclose(file);
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream lines(text);
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line)) {
+        std::vector<std::string> cells;
+        std::istringstream columns(line);
+        for (std::string cell; std::getline(columns, cell, ',');)
+            cells.push_back(cell);
+        cells.resize(12);
+        rows.push_back(std::move(cells));
+    }
+    return rows;
+}
+
+/// The fields of a row as a body, by number or by name.
+std::string bodyOf(const std::vector<std::string>& row, bool names) {
+    struct Column {
+        const char* field;
+        std::string value;
+    };
+    const Column columns[] = {{"SYMBOL.TICKER", row[1]},
+                              {"ENUM.SRC.ID", "558"},
+                              {"PERMISSION", "558"},
+                              {"ENUM.DISPLAY.PRECISION", "68"},
+                              {"PART.CODE", row[9]},
+                              {"TRADE.TIME", row[0] + ".5"},
+                              {"BID", row[3]},
+                              {"BID.SIZE", row[4]},
+                              {"ASK", row[5]},
+                              {"ASK.SIZE", row[6]},
+                              {"TRADE.PRICE", row[7]},
+                              {"TRADE.SIZE", row[8]},
+                              {"TRADE.CONDITION", row[10]},
+                              {"QUERY.TAG", "18"}};
+    std::string body;
+    for (const Column& column : columns) {
+        if (column.value.empty())
+            continue;
+        for (const fuzz::Field& field : fuzz::FIELDS) {
+            if (field.name == std::string_view(column.field))
+                body += (body.empty() ? "" : "|") + (names ? field.name : std::to_string(field.id)) + "=" +
+                        column.value;
+        }
+    }
+    return body;
+}
+
+std::string frameOf(std::string_view body) {
+    std::string frame = "\x04 "s;
+    for (const unsigned shift : {24u, 16u, 8u, 0u})
+        frame += static_cast<char>(body.size() >> shift & 0xff);
+    return frame.append(body) + '\x03';
+}
+
+/// The edges of the body format, one body each.
+const std::string_view EDGE_BODIES[] = {
+    "5026=17|16=ABC",
+    "",
+    "|",
+    "5026=|10=1",
+    "10=|11=|16=|5=|5001=|7=|8=|4=|3=",
+    "16=x|",
+    "999999=ABC",
+    "4=558|4=559|3=1|3=2|5=IBM|5=MSFT",
+    "11=1.5",
+    "10=1.123456789012345678",
+    "10=1.12345678901234567|12=-0.5|14=+.25|17=12.",
+    "10=.|12=-|14=+",
+    "11=-|13=+",
+    "16=a\x03"
+    "b",
+    "9=QQ",
+    "9=",
+    "9=Q",
+    "7=1|7=0|7=11",
+    "8=131|8=-1|8=4294967360|8=40",
+    "40=C|41=I|42=S|43=B|44=Q|45=P",
+    "18446744073709551620=wrap|4294967300=wide|0000000005=IBM|2147483648=x",
+    "5001=0|5026=18|5=BAC",
+    "11=18446744073709551616|13=-9223372036854775808|15=99999999999999999999999999",
+    "2000000000=1.25|2000000001=1.25",
+    "16=0123456789012345678901234567890123456789012345678901234567890123456789",
+    "16=12345678|11=12345678|11=123456789|11=1234567|10=1234567.8|10=12345678.12345678",
+};
+
+class Corpus {
+public:
+    explicit Corpus(const fs::path& folder) : m_folder(folder) { fs::create_directories(folder); }
+
+    void add(const std::string& name, std::string_view bytes) const {
+        std::ofstream file(m_folder / name, std::ios::binary);
+        file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        if (!file)
+            throw std::runtime_error("cannot write " + (m_folder / name).string());
+    }
+
+private:
+    fs::path m_folder;
+};
+
+std::string numbered(const char* name, std::size_t number) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%s-%02zu", name, number);
+    return text;
+}
+
+void writeFramerSeeds(const Corpus& corpus, const std::vector<std::vector<std::string>>& rows) {
+    for (std::size_t i = 0; i < 12; ++i) {
+        const bool lines = i % 3 == 2;
+        std::string stream;
+        for (std::size_t n = 0; n < 3 + i; ++n) {
+            const std::string body = bodyOf(rows[i * 997 + n], lines);
+            stream += lines ? body + '\n' : frameOf(body);
+        }
+        // Every third stream is damaged: a byte, a length, a lost stretch.
+        if (i % 6 == 1)
+            stream[stream.size() / 2] = '\x04';
+        if (i % 6 == 3)
+            stream[5] = static_cast<char>(stream[5] + 1);
+        if (i % 6 == 4)
+            stream.erase(stream.size() / 3, 10);
+        const char mode = static_cast<char>((lines ? 1 : 0) + 2 * (i % 2 + 2));
+        corpus.add(numbered("day", i), std::string{mode, static_cast<char>(i)} + stream);
+    }
+    corpus.add("empty-body", "\x04\x01"s + frameOf("") + frameOf("1=\x04 \0\0\0\0\x03"s));
+    corpus.add("length-wraps", "\x04\x02\x04 \xff\xff\xff\xf9"s + frameOf("5=x"));
+    corpus.add("length-too-large",
+               "\x02\x03\x04 \xff\xff\xff\xf8"s + std::string(80, '\x04') + frameOf("5=x"));
+    corpus.add("wrong-end", "\x04\x04\x04 \0\0\0\1xy"s + frameOf("5=x"));
+}
+
+void writeParserSeeds(const Corpus& corpus, const std::vector<std::vector<std::string>>& rows) {
+    for (std::size_t i = 0; i < 12; ++i) {
+        const bool lines = i % 4 == 3;
+        const char mode = static_cast<char>((lines ? 1 : 0) + 4 * (i % 8));
+        corpus.add(numbered("day", i), mode + bodyOf(rows[i * 1499], lines));
+    }
+    for (std::size_t i = 0; i < std::size(EDGE_BODIES); ++i)
+        corpus.add(numbered("edge", i), "\0"s + std::string(EDGE_BODIES[i]));
+    for (std::size_t i = 0; i < 4; ++i) {
+        const bool lines = i % 2 == 1;
+        std::string stream{static_cast<char>(lines ? 3 : 2), static_cast<char>(i)};
+        for (std::size_t n = 0; n < 12; ++n) {
+            const std::string body = bodyOf(rows[i * 4001 + n], lines);
+            stream += lines ? body + '\n' : frameOf(body);
+        }
+        corpus.add(numbered("stream", i), stream);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: %s day.csv.gz corpus-folder\n", argv[0]);
+        return 2;
+    }
+    try {
+        const auto rows = readDay(argv[1]);
+        if (rows.size() < 20000)
+            throw std::runtime_error("too few rows");
+        const fs::path folder = argv[2];
+        writeFramerSeeds(Corpus(folder / "FramerFuzz"), rows);
+        writeParserSeeds(Corpus(folder / "ParserFuzz"), rows);
+        return 0;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
+}
