@@ -1,0 +1,239 @@
+#include "RawClient.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+using namespace tivra_sim;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+
+namespace {
+
+class HubControl : public testing::Test {
+protected:
+    HubControl() : hub(quietConfig()) { hub.start(); }
+
+    Hub hub;
+};
+
+std::size_t threadCount() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+} // namespace
+
+TEST_F(HubControl, DropAfterBytesAndFramesIsExact) {
+    for (const bool inFrames : {false, true}) {
+        RawClient client(hub);
+        client.logIn();
+        if (inFrames)
+            hub.dropAfterFrames(3);
+        else
+            hub.dropAfterBytes(25);
+        client.send("5026=6|5022=ListInternalTokens");
+        const std::string bytes = client.readToEnd();
+        EXPECT_FALSE(client.wasReset());
+        EXPECT_EQ(std::count(bytes.begin(), bytes.end(), '\x03'), inFrames ? 3 : 0);
+        EXPECT_EQ(inFrames ? std::string(1, bytes.back()) : std::to_string(bytes.size()),
+                  inFrames ? "\x03" : "25");
+        ASSERT_TRUE(hub.waitForConnections(0));
+    }
+}
+
+TEST_F(HubControl, DropNowEndsOrResetsTheStream) {
+    for (const Hub::Close how : {Hub::Close::Orderly, Hub::Close::Reset}) {
+        RawClient client(hub);
+        client.logIn();
+        hub.dropConnections(how);
+        EXPECT_EQ(hub.statistics().connections, 0U);
+        EXPECT_EQ(client.readToEnd(), "");
+        EXPECT_EQ(client.wasReset(), how == Hub::Close::Reset);
+    }
+}
+
+TEST_F(HubControl, SilenceKeepsAnswersUntilItEnds) {
+    RawClient client(hub);
+    client.logIn();
+    hub.setSilent(true);
+    client.send("5026=20|5022=Echo");
+    ASSERT_TRUE(hub.waitForCommand("Echo"));
+    EXPECT_EQ(client.next(50ms), std::nullopt);
+    hub.setSilent(false);
+    EXPECT_EQ(client.next(), "5026=20|5001=0");
+}
+
+TEST_F(HubControl, DeafHubLeavesRequestsUnread) {
+    RawClient client(hub);
+    client.logIn();
+    hub.setDeaf(true);
+    client.send("5026=20|5022=Echo");
+    EXPECT_FALSE(hub.waitForRequests(2, 50ms));
+    hub.setDeaf(false);
+    EXPECT_EQ(client.next(), "5026=20|5001=0");
+}
+
+TEST_F(HubControl, DelayedAnswersKeepTheirOrder) {
+    RawClient client(hub);
+    client.logIn();
+    hub.setAnswerDelay(40ms);
+    const auto begin = std::chrono::steady_clock::now();
+    client.send("5026=20|5022=Echo");
+    ASSERT_TRUE(hub.waitForCommand("Echo"));
+    hub.setAnswerDelay(0ms);
+    client.send("5026=21|5022=Echo");
+    EXPECT_EQ(client.next(), "5026=20|5001=0");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 40ms);
+    EXPECT_EQ(client.next(), "5026=21|5001=0");
+}
+
+TEST_F(HubControl, RefusalsLastAsOftenAsToldAndCanBeWithheldAnswers) {
+    RawClient client(hub);
+    hub.refuseLogin(-7, 1);
+    EXPECT_EQ(client.statusOf("5026=1|5022=LoginUser|5028=demo|5029=demo"), -7);
+    client.logIn();
+    hub.refuse("Echo", status::BUSY);
+    EXPECT_EQ(client.statusOf("5026=20|5022=Echo"), status::BUSY);
+    EXPECT_EQ(client.statusOf("5026=21|5022=Echo"), status::BUSY);
+    hub.clearRefusals();
+    hub.ignore("Echo", 1);
+    client.send("5026=22|5022=Echo");
+    EXPECT_EQ(client.ask("5026=23|5022=Echo"), std::vector<std::string>{"5026=23|5001=0"});
+}
+
+TEST_F(HubControl, ScriptAnswersInPlaceOfTheHubAndMayDriveIt) {
+    RawClient client(hub);
+    hub.script([this](const Request& request) -> std::optional<Hub::Frames> {
+        if (request.command == "GetPort")
+            return Hub::Frames{encodeFrame("5026=7|13101=1|5001=0")};
+        if (request.command == "Echo")
+            hub.pushToAll(Record().add(1, "first"));
+        return std::nullopt;
+    });
+    client.logIn();
+    EXPECT_THAT(client.ask("5026=7|5022=GetPort|4=922"), ElementsAre("5026=7|13101=1|5001=0"));
+    client.send("5026=20|5022=Echo");
+    EXPECT_EQ(client.next(), "1=first");
+    EXPECT_EQ(client.next(), "5026=20|5001=0");
+    hub.script(nullptr);
+    EXPECT_EQ(client.ask("5026=7|5022=GetPort|4=77"), std::vector<std::string>{"5026=7|5001=-46"});
+}
+
+TEST_F(HubControl, RawBytesGoOutAsTheyAre) {
+    RawClient client(hub);
+    ASSERT_TRUE(hub.waitForConnections(1));
+    const std::string bytes = "garbage\x04\x20" + encodeFrameWithLength("1=5", 77);
+    hub.sendRaw(bytes);
+    hub.dropConnections();
+    EXPECT_EQ(client.readToEnd(), bytes);
+}
+
+TEST_F(HubControl, SplitFramesArriveWholeAtEveryOffset) {
+    RawClient client(hub);
+    client.logIn();
+    const std::string answer = encodeFrame("5026=20|5001=0");
+    for (std::size_t offset = 1; offset < answer.size(); ++offset) {
+        hub.splitFrames(offset, 300us);
+        ASSERT_THAT(client.ask("5026=20|5022=Echo"), ElementsAre("5026=20|5001=0")) << offset;
+    }
+    hub.splitFrames(4, 20ms);
+    client.send("5026=20|5022=Echo");
+    EXPECT_EQ(client.readSome(), answer.substr(0, 4));
+    EXPECT_EQ(client.readSome(), answer.substr(4));
+    hub.setWriteSize(5, 10ms);
+    client.send("5026=20|5022=Echo");
+    EXPECT_EQ(client.readSome(), answer.substr(0, 5));
+    EXPECT_EQ(client.readSome(), answer.substr(5, 5));
+}
+
+TEST_F(HubControl, BytesThatAreNoRequestsCloseTheirConnectionOnly) {
+    RawClient good(hub);
+    good.logIn();
+    RawClient bad(hub);
+    bad.send("5026=20|5022=Echo");
+    bad.sendBytes("GET / HTTP/1.1\r\n");
+    bad.readToEnd();
+    EXPECT_EQ(hub.statistics().protocolErrors, 1U);
+    EXPECT_THAT(hub.protocolErrors(), ElementsAre("a frame starts with byte 47 in place of 04"));
+    EXPECT_EQ(good.statusOf("5026=21|5022=Echo"), status::SUCCESS);
+}
+
+TEST_F(HubControl, RequestsMayComeInAnyPieces) {
+    RawClient client(hub);
+    std::string bytes = encodeFrame("5026=1|5022=LoginUser|5028=demo|5029=demo");
+    bytes += encodeFrame("5026=20|5022=Echo");
+    for (const char byte : bytes)
+        client.sendBytes({&byte, 1});
+    EXPECT_EQ(client.next(), "5026=1|5001=0");
+    EXPECT_EQ(client.next(), "5026=20|5001=0");
+}
+
+TEST_F(HubControl, NewConnectionsCanBeTurnedAway) {
+    hub.setAccepting(false);
+    RawClient client(hub);
+    EXPECT_EQ(client.readToEnd(), "");
+    hub.setAccepting(true);
+    RawClient(hub).logIn();
+}
+
+TEST_F(HubControl, WaitsEndAtTheirDeadline) {
+    EXPECT_FALSE(hub.waitForConnections(1, 20ms));
+    EXPECT_EQ(hub.waitForCommand("Echo", 20ms), std::nullopt);
+}
+
+TEST_F(HubControl, RestartKeepsPortValuesAndCountersAndLeavesNoThread) {
+    const std::uint16_t port = hub.port();
+    const std::size_t threads = threadCount();
+    for (int i = 0; i < 20; ++i) {
+        RawClient client(hub);
+        client.logIn();
+        hub.pushRecord(Record(100, "IBM").add(token::BID, i));
+        hub.restart();
+        EXPECT_EQ(client.readToEnd(), "");
+    }
+    EXPECT_EQ(hub.port(), port);
+    EXPECT_EQ(hub.statistics().requests, 20U);
+    RawClient client(hub);
+    client.logIn();
+    EXPECT_THAT(client.ask("5022=QuerySnap|4=100|5=IBM|5026=30").at(0), testing::HasSubstr("|101=19|"));
+    hub.stop();
+    EXPECT_FALSE(hub.isRunning());
+    EXPECT_EQ(threadCount() + 1, threads);
+    hub.refuseLogin(-7); // settings may be made while it stands still
+    hub.start();
+    EXPECT_EQ(RawClient(hub).statusOf("5026=1|5022=LoginUser|5028=demo|5029=demo"), -7);
+}
+
+TEST_F(HubControl, ThreadsMayDriveItWhileItStopsAndStarts) {
+    std::atomic<bool> isDone = false;
+    std::vector<std::thread> drivers;
+    for (int i = 0; i < 3; ++i)
+        drivers.emplace_back([&] {
+            while (!isDone) {
+                hub.pushRecord(Record(100, "IBM").add(token::BID, 1));
+                hub.setSilent(false);
+                static_cast<void>(hub.statistics());
+            }
+        });
+    for (int i = 0; i < 50; ++i)
+        hub.restart();
+    isDone = true;
+    for (std::thread& driver : drivers)
+        driver.join();
+    EXPECT_TRUE(hub.isRunning());
+}
+
+TEST_F(HubControl, AnUnusablePortOrAddressIsReported) {
+    HubConfig config = quietConfig();
+    config.port = hub.port();
+    Hub second(config);
+    EXPECT_THROW(second.start(), std::system_error);
+    EXPECT_FALSE(second.isRunning());
+    config.bindAddress = "nowhere";
+    EXPECT_THROW(Hub(config).start(), std::runtime_error);
+}
