@@ -4,6 +4,22 @@ namespace KVNAPI {
 
 const BodyParserForm BODY_PARSER_FORMS[] = {
     {"scalar", parseBodyScalar, [] { return true; }},
+#if defined(__x86_64__)
+    {"sse4.2", parseBodySse42,
+     [] { return __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("popcnt"); }},
+    {"avx2", parseBodyAvx2,
+     [] {
+         return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+                __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
+     }},
+    {"avx512", parseBodyAvx512,
+     [] {
+         return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx2") &&
+                __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+                __builtin_cpu_supports("popcnt");
+     }},
+#endif
     {nullptr, nullptr, nullptr},
 };
 
