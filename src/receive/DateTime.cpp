@@ -16,6 +16,7 @@ constexpr int64_t kTicksPerSecond = 100'000; // of 10 microseconds
 DateTime::DateTime(double seconds) noexcept {
     if (!(seconds >= kYear1 && seconds <= kEndOfYear9999))
         return;
+    // Both cuts go toward zero, so that before 1970 a moment on the tick is shown one tick later.
     auto whole = static_cast<time_t>(seconds);
     auto ticks = static_cast<int64_t>(seconds * static_cast<double>(kTicksPerSecond) + 0.5) -
                  static_cast<int64_t>(whole) * kTicksPerSecond;

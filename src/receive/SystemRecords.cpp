@@ -1,6 +1,7 @@
 // What a read handler does with the records of the system source.
 #include "receive/QueueReadHandler.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include <tp/eprintf.h>
@@ -16,6 +17,11 @@ namespace {
 
 constexpr int64_t kFirstNewsSource = 4096;
 constexpr int64_t kLastSource = 65535;
+
+/// A counter of the hub; it has no business being negative.
+uint64_t countOf(const KVNAPI::TVPair& pair) noexcept {
+    return static_cast<uint64_t>(std::max<int64_t>(integerOf(pair), 0));
+}
 
 } // namespace
 
@@ -41,11 +47,11 @@ bool QueueReadHandler::consumeHeartbeat() {
 
 void QueueReadHandler::takeHubStatus(const KVNAPI::Message& msg) {
     const KVNAPI::TVPair* const drops = msg.findPair(m_hubDropTok);
-    if (drops != nullptr && integerOf(*drops) != 0)
-        m_responseQueue->updateHubDrops(static_cast<uint64_t>(integerOf(*drops)));
+    if (drops != nullptr && countOf(*drops) != 0)
+        m_responseQueue->updateHubDrops(countOf(*drops));
     const KVNAPI::TVPair* const idle = msg.findPair(m_idleCntTok);
     if (idle != nullptr)
-        setHubIdleCount(static_cast<uint64_t>(integerOf(*idle)));
+        setHubIdleCount(countOf(*idle));
 }
 
 void QueueReadHandler::takeJit(const KVNAPI::Message& msg) {

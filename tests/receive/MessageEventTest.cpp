@@ -1,0 +1,90 @@
+#include <event/MessageEvent.h>
+
+#include <session/HostConfig.h>
+
+#include "ReadHandlerFixture.h"
+#include "config/HostConfigImpl.h"
+
+namespace tivra_internal {
+namespace {
+
+using MessageEventTest = ReadHandlerTest;
+
+TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
+    application.onEvent = [&](const tivra::MessageEvent& event) {
+        EXPECT_EQ(event.getSymbol(), "IBM");
+        EXPECT_EQ(event.getSource(), 100);
+        EXPECT_EQ(event.getPermission(), 7);
+        EXPECT_EQ(event.getStatusCode(), -12);
+        EXPECT_EQ(event.getStatusString(), "NOT.FOUND");
+        EXPECT_EQ(event.getTag(), 4711000000001);
+        EXPECT_EQ(&event.getSession(), &session.getSession());
+        EXPECT_EQ(&event.getReader(), &event.getReader());
+        EXPECT_EQ(event.getReader().peek(), 5026);
+        EXPECT_EQ(event.getNumberofAlternateIndexes(), 0U);
+        EXPECT_EQ(event.getAlternateIndexTokenNumber(0), -1);
+        EXPECT_EQ(event.getAlternateIndexTokenName(0), "");
+        EXPECT_EQ(event.getAlternateIndexValue(0), "");
+        application.lines.emplace_back("seen");
+    };
+    EXPECT_EQ(receive("5026=4711000000001|5001=-12|3=7|4=100|5=IBM|8=1"), "seen");
+}
+
+TEST_F(MessageEventTest, TheReaderStartsAnewWithEachMessage) {
+    std::vector<int> tokens;
+    application.onEvent = [&](const tivra::MessageEvent& event) {
+        tokens.push_back(event.getReader().next());
+        application.lines.emplace_back("seen");
+    };
+    receive("4=100|8=1|9=2");
+    receive("4=100|30=x");
+    EXPECT_EQ(tokens, (std::vector<int>{8, 30}));
+}
+
+TEST_F(MessageEventTest, AlternateIndexesAreNamedByTheDictionaryOrNotAtAll) {
+    AltIndexInfo info;
+    info.kvnid = 3101;
+    info.value = "A";
+    info.command = tivra::QUERYSNAP;
+    session.altIndexes[20] = {info};
+    application.onEvent = [&](const tivra::MessageEvent& event) {
+        ASSERT_EQ(event.getNumberofAlternateIndexes(), 1U);
+        EXPECT_EQ(event.getAlternateIndexTokenNumber(0), 3101);
+        EXPECT_EQ(event.getAlternateIndexTokenName(0), "CUSIP");
+        EXPECT_EQ(event.getAlternateIndexValue(0), "A");
+        EXPECT_EQ(event.getAlternateIndexTokenNumber(1), -1);
+        EXPECT_EQ(event.getAlternateIndexTokenName(static_cast<size_t>(-1)), "");
+        application.lines.emplace_back("seen");
+    };
+    EXPECT_EQ(receive("5026=20|4=100|5=IBM|3101=A"), "seen");
+}
+
+TEST_F(MessageEventTest, ConflatableIsKnownOnlyWhenTheHubWasAskedToTell) {
+    struct Case {
+        const char* body;
+        int conflatable;
+    };
+    const Case cases[] = {
+        {"4=100|5=IBM|8=1", 1},         {"4=100|5=IBM|24=1", 1},
+        {"4=100|5=IBM|5201=1", 0},      {"4=100|5=IBM|5201=0", 0},
+        {"5026=20|4=100|5=IBM|8=1", 0}, {"5001=0", 0},
+        {"4=922|5=.OTHER", 0},          {"5=IBM", 1},
+    };
+    HostConfigImpl host("10.0.0.1", 9000, nullptr, 0);
+    int conflatable = 99;
+    application.onEvent = [&](const tivra::MessageEvent& event) {
+        conflatable = event.isConflatable();
+        application.lines.emplace_back("seen");
+    };
+    for (const bool isAsked : {false, true}) {
+        host.set(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, isAsked);
+        readHandler = std::make_unique<QueueReadHandler>(&queue, session, &host, nullptr, hub, false);
+        for (const Case& c : cases) {
+            ASSERT_EQ(receive(c.body), "seen") << c.body;
+            EXPECT_EQ(conflatable, isAsked ? c.conflatable : -1) << c.body;
+        }
+    }
+}
+
+} // namespace
+} // namespace tivra_internal
