@@ -62,11 +62,14 @@ private:
     [[nodiscard]] int scan(qpoll_ready* out, Scan kind);
     [[nodiscard]] qpoll_info* find(const Queue* q) TP_REQUIRES(qpoll_mutex);
 
+    /// Outside a queue's own mutexes, which are leaves.
+    static constexpr tp::LockRank kLockTable{990, "QPoll::qpoll_mutex"};
+
     const int m_capacity;
     const std::shared_ptr<QueueWaker> m_waker; ///< shared with the queues, which may outlive the poll
     std::atomic<bool> m_interrupted{false};
 
-    tp::Mutex qpoll_mutex; ///< guards the table
+    tp::Mutex qpoll_mutex{kLockTable}; ///< guards the table
     const std::unique_ptr<qpoll_info[]> m_qpoll_qd TP_PT_GUARDED_BY(qpoll_mutex);
     int num_qds TP_GUARDED_BY(qpoll_mutex) = 0;
 };

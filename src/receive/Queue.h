@@ -11,6 +11,7 @@
 
 #include "LockOrder.h"
 #include "kvnparse/bufref.h"
+#include "receive/LogPace.h"
 #include "receive/QueueStatistics.h"
 
 namespace KVNAPI {
@@ -175,42 +176,52 @@ private:
         size_t length;
         size_t available;
     };
+    static constexpr double kLongAgo = -1e9;
+
     enum class ReadMode { Normal, Forced, Refused };
-    enum class Inflated { Partly, All, Failed, Closed };
 
     // QueueFraming.cpp
-    [[nodiscard]] bool frameMessage(const Stretch& where, FrameScan& scan);
-    [[nodiscard]] bool frameInSecond(const Stretch& where, size_t firstLen, uint32_t length, FrameScan& scan);
+    [[nodiscard]] bool frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) const;
+    [[nodiscard]] bool frameInSecond(const Stretch& where, uint32_t length, FrameScan& scan,
+                                     bool logFaults) const;
+    /// Moves m_WriteQueue over the complete frames. True when the connection must be closed.
     [[nodiscard]] bool PushMessage();
+    [[nodiscard]] bool unframed(Stretch& where) const;
     void publish(char* position) TP_EXCLUDES(m_write_mutex);
     void countFrames(uint64_t frames, uint64_t bytes);
-    [[nodiscard]] bool brokenInvariant();
+    void countSkipped(uint64_t bytes);
+    void startAfresh() TP_EXCLUDES(m_reset_mutex);
+
+    // Queue.cpp
+    void movePointersToStart() TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] bool popInPlace(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] bool popSplit(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
+    void skipInCopy(char* read, char* written, size_t copied, const FrameScan& copy, FrameScan& scan)
+        TP_REQUIRES(m_reset_mutex);
+    [[nodiscard]] char* advance(char* position, size_t firstLen, size_t count) const;
     [[nodiscard]] bool deliver(const FrameScan& scan) TP_REQUIRES(m_reset_mutex);
-    void logFault(const char* what);
 
     // QueueSocket.cpp
-    [[nodiscard]] ReadMode chooseReadMode(double curtime);
+    [[nodiscard]] ReadMode chooseReadMode(double curtime) const;
     [[nodiscard]] Room findRoom(ReadMode mode);
     [[nodiscard]] Room roomAt(const char* read) const;
-    [[nodiscard]] bool readPlain(int fd, const Room& room, double curtime);
-    [[nodiscard]] bool readWithoutRoom(int fd, const Room& room, ReadMode mode, double curtime);
-    void dropRead(int fd);
+    void leaveEnd(const char* read);
+    [[nodiscard]] bool readWithoutRoom(int fd);
+    [[nodiscard]] bool readPlain(int fd, size_t length, double curtime);
     [[nodiscard]] bool readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode,
                                       double curtime);
-    void readFailed(int error);
+    [[nodiscard]] bool inflateOnce(KVNAPI::StreamParser& parser, int fd, size_t length, double curtime,
+                                   size_t& produced);
     void noteRead(double curtime);
-    [[nodiscard]] bool mayWarnNow(double& lastWarning);
 
     // QueueFlowControl.cpp
+    [[nodiscard]] uint64_t freeBytes() const;
+    [[nodiscard]] bool controlJit(int level);
     [[nodiscard]] bool reportFillLevel(int level);
-    [[nodiscard]] bool sendFillReport(int level);
-    void decideSuspension();
-    [[nodiscard]] size_t usedBytes(size_t& freeBytes) const;
+    void decideSuspension(int pctFull);
 
     // Built with.
-    size_t m_size;
+    size_t m_size;          ///< bytes
     size_t m_q_check_bytes; ///< bytes framed between two fill checks
     const bool m_compression;
     QueueHub* const m_hub;
@@ -229,11 +240,11 @@ private:
     // The producer's own.
     alignas(64) char* m_WriteStream; ///< where the next byte goes
     uint64_t m_bytes_in_since_last_q_check = 0;
-    double m_lastReadMonotonic;
+    double m_lastReadMonotonic = kLongAgo; ///< by the clock that doesn't step
     bool m_sawEndOfStream = false;
     bool m_inputLeft = false;
-    double m_lastFullWarning;
-    double m_lastNoMessageWarning;
+    LogPace m_queueFullPace;
+    LogPace m_noMessagePace;
 
     // Shared by producer and consumer: an atomic each, whose store, and whose load by the other side, are
     // also under its mutex.
@@ -247,7 +258,7 @@ private:
     alignas(64) std::atomic<int> m_pct_full{0};
     std::atomic<int> m_report_peak_pct_full{0};
     std::atomic<int> m_max_report_pct_full{0};
-    std::atomic<uint64_t> m_available_bytes;
+    std::atomic<uint64_t> m_available_bytes{0};
     bool m_jitConflation = false;
     int m_jitThreshold = 25;
     int m_lastJitPct = 0;

@@ -59,6 +59,7 @@ private:
     void doPreIO(double curtime);
     void doPostIO(double curtime);
     void doTimers(double curtime, double limit);
+    void wakeTimer(UserEventBase* event, double curtime);
 
     void addQPoll(UserEventBase* event) TP_REQUIRES(m_queue_mutex);
     void modQPoll(UserEventBase* event) TP_REQUIRES(m_queue_mutex);

@@ -1,0 +1,160 @@
+// What a queue does about its fill level: reports to the hub, suspended reads.
+#include "receive/Queue.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <sys/time.h>
+
+#include <tp/eprintf.h>
+
+#include "receive/LibraryTags.h"
+#include "receive/QueueHub.h"
+
+namespace tivra_internal {
+
+namespace {
+
+/// Levels at which the hub is told, in percent: two neighbours bound a band, and each band is reported once
+/// on the way up.
+constexpr std::array<int, 6> bufThreshold{0, 25, 50, 75, 99, 101};
+/// The time that a report may take, so that it never holds up the stream.
+constexpr int kReportMicroseconds = 100;
+
+} // namespace
+
+void Queue::setJit(int jitThreshold) {
+    m_jitConflation = true;
+    m_jitThreshold = jitThreshold;
+}
+
+void Queue::incrQueryCount() {
+    const int64_t count = m_numOutstandingQueries.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (count == 1)
+        calcQueueFullStats();
+    eprintf(EPF_DBUG, "%s: incrQueryCount to %ld\n", getSocketDesc().c_str(), static_cast<long>(count));
+}
+
+void Queue::decrQueryCount() {
+    if (m_numOutstandingQueries.fetch_sub(1, std::memory_order_relaxed) == 1)
+        m_suspendReadFromSocket.store(false, std::memory_order_release);
+}
+
+uint64_t Queue::freeBytes() const {
+    const char* const read = m_ReadQueue.load(std::memory_order_acquire);
+    if (m_WriteStream >= read)
+        return static_cast<uint64_t>(m_BufferEnd - m_WriteStream) +
+               static_cast<uint64_t>(read - m_BufferStart);
+    return static_cast<uint64_t>(read - m_WriteStream) - 1;
+}
+
+void Queue::calcQueueFullStats() {
+    const uint64_t available = freeBytes();
+    m_available_bytes.store(available, std::memory_order_relaxed);
+    const uint64_t used = m_size - available;
+    const int pctFull = static_cast<int>((used * 100 + m_size / 2) / m_size);
+    m_pct_full.store(pctFull, std::memory_order_relaxed);
+    const int peak = std::max(pctFull, m_max_report_pct_full.load(std::memory_order_relaxed));
+    m_max_report_pct_full.store(peak, std::memory_order_relaxed);
+
+    if (m_jitConflation && !controlJit(peak))
+        return;
+    decideSuspension(pctFull);
+}
+
+// False when a report could not be sent: the next check tries again.
+bool Queue::controlJit(int level) {
+    if (level < m_jitThreshold) {
+        if (m_lastJitPct >= m_jitThreshold) {
+            if (!reportFillLevel(level))
+                return false;
+            m_startJitIndex = 0;
+        }
+    } else if (level > m_lastJitPct) {
+        for (size_t row = m_startJitIndex; row + 1 < bufThreshold.size(); ++row) {
+            if (level < bufThreshold[row] || level >= bufThreshold[row + 1])
+                continue;
+            if (!reportFillLevel(level))
+                return false;
+            m_startJitIndex = row + 1;
+            break;
+        }
+    }
+    m_lastJitPct = level;
+    return true;
+}
+
+bool Queue::reportFillLevel(int level) {
+    if (m_hub == nullptr)
+        return true;
+    char text[64];
+    std::snprintf(text, sizeof text, "5026=%d|5022=ReportApiStats|13912=%d", static_cast<int>(REPORT_API_STATS_TAG), level);
+    timeval timeout{0, kReportMicroseconds};
+    return m_hub->sendRequest(text, &timeout) >= 0;
+}
+
+void Queue::decideSuspension(int pctFull) {
+    const bool before = readsSuspended();
+    const int64_t queries = getQueryCount();
+    bool suspend = before;
+    if (queries <= 0)
+        suspend = false;
+    else if (pctFull > m_warnThreshold)
+        suspend = true;
+    else if (pctFull < m_warnDownThreshold)
+        suspend = false;
+    // With no whole frame to take out, only more bytes can help.
+    if (isEmpty())
+        suspend = false;
+    if (suspend == before)
+        return;
+    m_suspendReadFromSocket.store(suspend, std::memory_order_release);
+    char compressed[64] = "";
+    if (m_compression)
+        std::snprintf(compressed, sizeof compressed, "; m_compressed_bytes_in=%lu",
+                      m_stats.in.m_compressed_bytes_in.get());
+    eprintf(EPF_DBUG,
+            "%s: State change: m_suspendReadFromSocket=%d; prevSuspendState=%d; m_numOutstandingQueries=%ld; "
+            "m_pct_full=%d; m_bytes_in=%lu%s; lastRead=%f",
+            getSocketDesc().c_str(), suspend ? 1 : 0, before ? 1 : 0, static_cast<long>(queries), pctFull,
+            m_stats.in.m_bytes_in.get(), compressed, m_lastRead.load(std::memory_order_relaxed));
+}
+
+void Queue::printStats(bool endOfInterval, bool endOfSecond, double curtime) {
+    if (endOfSecond)
+        m_stats.rotateSecond(curtime);
+    if (!endOfInterval) {
+        m_stats.sumDrops();
+        if (!endOfSecond)
+            eprintf(
+                EPF_INFO,
+                "%s: NET_MSGS_IN --> %lu; MSGS_OUT --> %lu; NET_MSGS_OUT --> %lu; DROP --> %lu; HUB_DROP --> "
+                "%ld; AVAILABLE --> %zu; queryCnt=%ld; lastRead=%f\n",
+                getSocketDesc().c_str(), m_stats.getValidMsgsIn(), getMsgsOut(), getNetMsgsOut(),
+                getDroppedBytes(), static_cast<long>(getHubDroppedBytes()),
+                static_cast<size_t>(m_available_bytes.load(std::memory_order_relaxed)),
+                static_cast<long>(getQueryCount()), m_lastRead.load(std::memory_order_relaxed));
+        return;
+    }
+    if (!m_stats.rotateInterval(curtime))
+        return;
+    m_report_peak_pct_full.store(m_max_report_pct_full.exchange(0, std::memory_order_relaxed),
+                                 std::memory_order_relaxed);
+    m_stats.sumDrops();
+    eprintf(EPF_DBUG,
+            "%s: BYTES_IN --> %lu; MSGS_IN --> %lu; VALID_MSGS_IN --> %lu; MSGS_OUT --> %lu; NET_MSGS_OUT "
+            "--> %lu; "
+            "DROP --> %lu; HUB_DROP --> %ld; AVAILABLE --> %zu; PCT_FULL=%d/%d; IN_MSGS/SEC(100ms)=%lu/%lu "
+            "IN_MSGS/SEC(1sec)=%lu/%lu; OUT_MSGS/SEC(100ms)=%lu/%lu OUT_MSGS/SEC(1sec)=%lu/%lu; "
+            "NET_OUT_MSGS/SEC(100ms)=%lu/%lu; NET_OUT_MSGS/SEC(1sec)=%lu/%lu; AVG_MSG_SIZE=%lu; queryCnt=%ld",
+            getSocketDesc().c_str(), m_stats.getBytesIn(), getMsgsIn(), m_stats.getValidMsgsIn(),
+            getMsgsOut(), getNetMsgsOut(), getDroppedBytes(), static_cast<long>(getHubDroppedBytes()),
+            static_cast<size_t>(m_available_bytes.load(std::memory_order_relaxed)), getPctFull(),
+            getPeakPctFull(), getInputMsgSec_100ms(), getPeakInputMsgSec_100ms(), getInputMsgSec_1sec(),
+            getPeakInputMsgSec_1sec(), getOutputMsgSec_100ms(), getPeakOutputMsgSec_100ms(),
+            getOutputMsgSec_1sec(), getPeakOutputMsgSec_1sec(), getNetOutputMsgSec_100ms(),
+            getPeakNetOutputMsgSec_100ms(), getNetOutputMsgSec_1sec(), getPeakNetOutputMsgSec_1sec(),
+            m_stats.getAvgMsgSize(), static_cast<long>(getQueryCount()));
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,251 @@
+// The producer's side of the ring: where frames end.
+#include "receive/Queue.h"
+
+#include <cstring>
+
+#include <tp/eprintf.h>
+
+#include "kvnparse/FrameFormat.h"
+#include "receive/QueueWaker.h"
+
+namespace tivra_internal {
+
+namespace {
+
+using KVNAPI::ETX;
+using KVNAPI::KVN_FRAME_EXTRA;
+using KVNAPI::KVN_HEADER_SIZE;
+using KVNAPI::KVN_START;
+
+constexpr uint64_t kMillion = 1000000;
+
+/// The first start byte, or `end`; adds the bytes in front of it to `skipped`.
+char* findStart(char* from, char* end, uint64_t& skipped) {
+    if (from < end && *from == KVN_START)
+        return from;
+    const auto length = static_cast<size_t>(end - from);
+    void* const found = length > 0 ? std::memchr(from, KVN_START, length) : nullptr;
+    char* const start = found != nullptr ? static_cast<char*>(found) : end;
+    skipped += static_cast<uint64_t>(start - from);
+    return start;
+}
+
+} // namespace
+
+// Only the start byte, the length and the end byte are looked at, so that a frame costs the same whatever its
+// size. The marker behind the start byte isn't tested.
+bool Queue::frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) const {
+    scan = FrameScan{};
+    scan.nextElement = where.end;
+    scan.msgStart = findStart(where.start, where.end, scan.discardBytes);
+    const auto remaining = static_cast<size_t>(where.end - scan.msgStart);
+    uint32_t length = 0;
+    if (remaining >= KVN_HEADER_SIZE) {
+        length = KVNAPI::frameBodyLength(scan.msgStart);
+        if (length > kMaxBody) {
+            ++scan.discardBytes;
+            scan.nextElement = scan.msgStart + 1;
+            if (logFaults)
+                eprintf(EPF_DBUG,
+                        "%s: frameMessage: Bad length; %u > %u; *discardBytes=%lu; pos=%p; end =%p; "
+                        "bufferStart=%p, bufferEnd=%p; data_remaining=%zu\n",
+                        getSocketDesc().c_str(), length, kMaxBody, scan.discardBytes,
+                        static_cast<void*>(scan.msgStart), static_cast<void*>(where.end),
+                        static_cast<void*>(where.start), static_cast<void*>(where.end), remaining);
+            return false;
+        }
+        if (length + KVN_HEADER_SIZE < remaining) {
+            char* const last = scan.msgStart + KVN_HEADER_SIZE + length;
+            if (*last == ETX) {
+                scan.nextElement = last + 1;
+                scan.msgLen = length + KVN_FRAME_EXTRA;
+                return true;
+            }
+            ++scan.discardBytes;
+            scan.nextElement = scan.msgStart + 1;
+            if (logFaults)
+                eprintf(EPF_DBUG, "%s: frameMessage: Bad eom char: expected x%x, but found x%x\n",
+                        getSocketDesc().c_str(), static_cast<unsigned>(ETX),
+                        static_cast<unsigned>(static_cast<unsigned char>(*last)));
+            return false;
+        }
+    }
+    scan.moreDataNeeded = true;
+    return where.start2 != nullptr && frameInSecond(where, length, scan, logFaults);
+}
+
+// The first stretch holds no whole frame; `length` is 0 when it holds no whole length either.
+bool Queue::frameInSecond(const Stretch& where, uint32_t length, FrameScan& scan, bool logFaults) const {
+    scan.moreDataNeeded = false;
+    scan.nextElement = where.end2;
+    const auto firstLen = static_cast<size_t>(where.end - scan.msgStart);
+    char* second = where.start2;
+    if (firstLen == 0) {
+        if (logFaults)
+            eprintf(EPF_DBUG,
+                    "%s: frameMessage: firstSegLen == 0; so moving pos back to start; secondSegLen=%zu; "
+                    "*discardBytes=%lu",
+                    getSocketDesc().c_str(), static_cast<size_t>(where.end2 - where.start2),
+                    scan.discardBytes);
+        scan.msgStart = second = findStart(where.start2, where.end2, scan.discardBytes);
+        if (second == where.end2) {
+            scan.moreDataNeeded = true;
+            return false;
+        }
+    }
+    const size_t remaining = firstLen + static_cast<size_t>(where.end2 - second);
+    if (remaining < KVN_HEADER_SIZE) {
+        scan.moreDataNeeded = true;
+        return false;
+    }
+    const auto byteAt = [&](size_t i) -> unsigned char {
+        return static_cast<unsigned char>(i < firstLen ? scan.msgStart[i] : second[i - firstLen]);
+    };
+    if (length == 0) {
+        for (size_t i = 2; i < KVN_HEADER_SIZE; ++i)
+            length = length << 8 | byteAt(i);
+    }
+    if (length > kMaxBody) {
+        ++scan.discardBytes;
+        scan.nextElement = scan.msgStart + 1;
+        if (logFaults)
+            eprintf(EPF_DBUG,
+                    "%s: frameMessage: 2nd segment: Bad length; %u > %u; *discardBytes=%lu; pos=%p; end =%p; "
+                    "bufferStart=%p, bufferEnd=%p; data_remaining=%zu; *nextElement=%p\n",
+                    getSocketDesc().c_str(), length, kMaxBody, scan.discardBytes,
+                    static_cast<void*>(scan.msgStart), static_cast<void*>(where.end2),
+                    static_cast<void*>(where.start2), static_cast<void*>(where.end2), remaining,
+                    static_cast<void*>(scan.nextElement));
+        return false;
+    }
+    const size_t last = KVN_HEADER_SIZE + length;
+    if (last >= remaining) {
+        scan.moreDataNeeded = true;
+        return false;
+    }
+    if (byteAt(last) != static_cast<unsigned char>(ETX)) {
+        ++scan.discardBytes;
+        scan.nextElement = scan.msgStart + 1;
+        return false;
+    }
+    scan.nextElement = second + (last + 1 - firstLen);
+    scan.msgLen = last + 1;
+    return true;
+}
+
+// The bytes that are not framed yet; false when the pointers contradict each other.
+bool Queue::unframed(Stretch& where) const {
+    char* start = m_WriteQueue.load(std::memory_order_relaxed);
+    if (start == m_BufferEnd && m_WriteStream != m_BufferStart)
+        start = m_BufferStart;
+    if (start <= m_WriteStream) {
+        where = {start, m_WriteStream};
+        return true;
+    }
+    where = {start, m_BufferEnd, m_BufferStart, m_WriteStream};
+    const auto firstLen = static_cast<size_t>(m_BufferEnd - start);
+    const auto secondLen = static_cast<size_t>(m_WriteStream - m_BufferStart);
+    if (firstLen <= m_size && secondLen <= m_size)
+        return true;
+    eprintf(EPF_CRIT,
+            "%s: Queue::PushMessage: ABOUT to ABORT! isWraparound = true; firstSegLen=%zu; secondSegLen=%zu; "
+            "m_BufferEnd=%p; pos=%p; end=%p; m_BufferStart=%p\n",
+            getSocketDesc().c_str(), firstLen, secondLen, static_cast<void*>(m_BufferEnd),
+            static_cast<void*>(start), static_cast<void*>(m_WriteStream), static_cast<void*>(m_BufferStart));
+    return false;
+}
+
+bool Queue::PushMessage() {
+    Stretch where{};
+    if (!unframed(where)) {
+        startAfresh();
+        return true;
+    }
+    char* lastValid = nullptr;
+    FrameScan scan;
+    uint64_t frames = 0, bytes = 0;
+    uint64_t skipped = 0, skippedInAll = 0; // since the last frame, and in front of it
+    while (where.start < where.end) {
+        const bool valid = frameMessage(where, scan, skipped + skippedInAll == 0);
+        where.start = scan.nextElement;
+        skipped += scan.discardBytes;
+        if (where.start2 != nullptr && (where.start <= where.end2 || where.start == where.end)) {
+            // The scan has crossed the end of the ring.
+            where = {where.start == where.end ? where.start2 : where.start, where.end2};
+        }
+        if (!valid)
+            continue;
+        lastValid = scan.nextElement;
+        skippedInAll += skipped;
+        skipped = 0;
+        ++frames;
+        bytes += scan.msgLen;
+        m_bytes_in_since_last_q_check += scan.msgLen;
+        if (m_bytes_in_since_last_q_check > m_q_check_bytes) {
+            countFrames(frames, bytes);
+            frames = bytes = 0;
+            calcQueueFullStats();
+            m_bytes_in_since_last_q_check = 0;
+        }
+    }
+    countFrames(frames, bytes);
+
+    char* target = lastValid;
+    if (target == nullptr && skipped > 0) {
+        // Garbage that has been looked at need not be scanned again.
+        target = scan.moreDataNeeded ? scan.msgStart : scan.nextElement;
+        skippedInAll += skipped;
+    }
+    countSkipped(skippedInAll);
+    if (target == nullptr)
+        return false;
+    if (target > m_BufferEnd) {
+        eprintf(EPF_CRIT,
+                "%s: Queue::PushMessage: discardBytes=%lu; about to set m_WriteQueue from nextElement=%p; "
+                "calling "
+                "ABORT",
+                getSocketDesc().c_str(), scan.discardBytes, static_cast<void*>(target));
+        startAfresh();
+        return true;
+    }
+    publish(target);
+    return false;
+}
+
+void Queue::countFrames(uint64_t frames, uint64_t bytes) {
+    if (frames == 0)
+        return;
+    m_stats.in.m_bytes_in.add(bytes);
+    const uint64_t before = m_stats.in.m_msgs_in.get();
+    m_stats.in.m_msgs_in.add(frames);
+    if (before / kMillion != (before + frames) / kMillion)
+        eprintf(EPF_DBUG, "%s: IN --> %lu; DROP --> %lu\n", getSocketDesc().c_str(),
+                m_stats.in.m_msgs_in.get(), m_stats.in.cum_dropped_bytes.get());
+}
+
+void Queue::countSkipped(uint64_t bytes) {
+    if (bytes == 0)
+        return;
+    m_stats.in.cum_dropped_bytes.add(bytes);
+    eprintf(EPF_DBUG, "%s: Queue::PushMessage: discarded %lu bytes to resync", getSocketDesc().c_str(),
+            bytes);
+}
+
+void Queue::publish(char* position) {
+    std::shared_ptr<QueueWaker> sleeper;
+    {
+        tp::MutexLock lock(m_write_mutex);
+        m_WriteQueue.store(position, std::memory_order_release);
+        if (m_waker != nullptr && m_waker->isIdle())
+            sleeper = m_waker;
+    }
+    if (sleeper != nullptr)
+        sleeper->wake();
+}
+
+void Queue::startAfresh() {
+    tp::MutexLock lock(m_reset_mutex);
+    movePointersToStart();
+}
+
+} // namespace tivra_internal

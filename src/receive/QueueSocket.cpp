@@ -1,0 +1,251 @@
+// The producer's side of the ring: from the socket into it.
+#include "receive/Queue.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+#include <tp/te_error.h>
+
+#include "kvnparse/StreamParser.h"
+
+namespace tivra_internal {
+
+namespace {
+
+/// How long before the hub gives an idle reader up a suspended queue reads after all, in seconds.
+constexpr double kForceMargin = 5.0;
+/// The age of the last read, in seconds, that makes a forced read worth a notice.
+constexpr double kTooSlow = 60.0;
+/// The most that one read cycle inflates: a few compressed bytes can hold very many, and the thread serves
+/// other hubs too.
+constexpr size_t kMaxInflated = 16U << 20;
+
+bool isTransient(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
+
+} // namespace
+
+bool Queue::readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser, double curtime) {
+    const ReadMode mode = chooseReadMode(curtime);
+    if (mode == ReadMode::Refused)
+        return false;
+    Room room = findRoom(mode);
+    if (room.available < MIN_AVAIL_LEN) {
+        if (mode == ReadMode::Normal)
+            return readWithoutRoom(fd);
+        if (room.available == 0) {
+            eprintf(
+                EPF_DBUG,
+                "%s: Queue::readFromSocketThenWriteToQueue: queue is full; this forced read will be skipped",
+                getSocketDesc().c_str());
+            return false;
+        }
+        eprintf(EPF_DBUG,
+                "%s: Queue::readFromSocketThenWriteToQueue: available_len (%zu) < MIN_AVAIL_LEN (%zu); will "
+                "allow 1 "
+                "byte read",
+                getSocketDesc().c_str(), room.available, MIN_AVAIL_LEN);
+        room.length = 1;
+    }
+    if (!m_compression)
+        return readPlain(fd, room.length, curtime);
+    return parser == nullptr || readCompressed(fd, *parser, room, mode, curtime);
+}
+
+bool Queue::continueInflating(int fd, KVNAPI::StreamParser* parser, double curtime) {
+    if (!m_inputLeft || parser == nullptr)
+        return false;
+    const ReadMode mode = chooseReadMode(curtime);
+    if (mode == ReadMode::Refused)
+        return false;
+    const Room room = findRoom(mode);
+    return room.available >= MIN_AVAIL_LEN && readCompressed(fd, *parser, room, mode, curtime);
+}
+
+bool Queue::takeOver(KVNAPI::bufref bytes) {
+    if (bytes.len == 0)
+        return false;
+    leaveEnd(m_ReadQueue.load(std::memory_order_acquire));
+    const Room room = roomAt(m_ReadQueue.load(std::memory_order_acquire));
+    if (bytes.len > room.length) {
+        eprintf(EPF_WARN, "%s: Queue::takeOver: no room for %lu bytes of the stream", getSocketDesc().c_str(),
+                bytes.len);
+        return true;
+    }
+    std::memcpy(m_WriteStream, bytes.buf, bytes.len);
+    m_WriteStream += bytes.len;
+    return PushMessage();
+}
+
+Queue::ReadMode Queue::chooseReadMode(double curtime) const {
+    if (!readsSuspended())
+        return ReadMode::Normal;
+    const double waited = tp::Clock::monotonic() - m_lastReadMonotonic;
+    if (waited >= 0.0 && waited < m_HubIdleTimeout - kForceMargin)
+        return ReadMode::Refused;
+    const double age = curtime - m_lastRead.load(std::memory_order_relaxed);
+    if (waited > kTooSlow)
+        eprintf(EPF_INFO, "%s: Force read after %f secs; m_pct_full=%d; client is reading too slow\n",
+                getSocketDesc().c_str(), age, getPctFull());
+    else
+        eprintf(EPF_DBUG, "%s: Force read after %f secs; m_pct_full=%d \n", getSocketDesc().c_str(), age,
+                getPctFull());
+    return ReadMode::Forced;
+}
+
+void Queue::leaveEnd(const char* read) {
+    if (m_WriteStream == m_BufferEnd && read != m_BufferStart)
+        m_WriteStream = m_BufferStart;
+}
+
+Queue::Room Queue::roomAt(const char* read) const {
+    if (read <= m_WriteStream) {
+        const auto toEnd = static_cast<size_t>(m_BufferEnd - m_WriteStream);
+        return {toEnd, toEnd + static_cast<size_t>(read - m_BufferStart)};
+    }
+    // One byte stays free, so that a full ring doesn't look like an empty one.
+    const auto gap = static_cast<size_t>(read - m_WriteStream) - 1;
+    return {gap, gap};
+}
+
+Queue::Room Queue::findRoom(ReadMode mode) {
+    char* read;
+    {
+        tp::MutexLock lock(m_read_mutex);
+        read = m_ReadQueue.load(std::memory_order_acquire);
+    }
+    leaveEnd(read);
+    Room room = roomAt(read);
+    if (room.available < MIN_AVAIL_LEN && read == m_WriteQueue.load(std::memory_order_relaxed)) {
+        // The consumer has taken everything: what fills the ring is a frame that can never complete.
+        if (m_noMessagePace.mayLog())
+            eprintf(EPF_WARN, "Queue is full but no valid message in queue; discarding queue contents\n");
+        m_stats.in.cum_dropped_bytes.add(m_size);
+        room.length = room.available = static_cast<size_t>(m_BufferEnd - m_WriteStream);
+        if (room.length < MIN_AVAIL_LEN) {
+            m_WriteStream = read;
+            leaveEnd(read);
+            room = roomAt(read);
+        }
+    }
+    if (mode == ReadMode::Forced)
+        room.length = std::min(room.length, MIN_AVAIL_LEN);
+    return room;
+}
+
+// The consumer is behind. A plain stream goes on with what comes later; a compressed one is worth nothing
+// after a gap.
+bool Queue::readWithoutRoom(int fd) {
+    if (m_queueFullPace.mayLog())
+        eprintf(EPF_WARN,
+                "%s: Queue::readFromSocketThenWriteToQueue: queue is full; this read will be dropped",
+                getSocketDesc().c_str());
+    if (m_compression) {
+        eprintf(EPF_WARN, "%s: === Queue is full - Connection will be Reset ===; fd=%d",
+                getSocketDesc().c_str(), fd);
+        return true;
+    }
+    char dropped[MIN_AVAIL_LEN];
+    const ssize_t got = ::read(fd, dropped, sizeof dropped);
+    if (got > 0) {
+        m_stats.in.cum_dropped_bytes.add(static_cast<uint64_t>(got));
+    } else if (got == 0) {
+        m_sawEndOfStream = true;
+    } else if (!isTransient(errno)) {
+        eprintf(EPF_CRIT, "read error from socket: errno=%d\n", errno);
+        m_sawEndOfStream = true;
+    }
+    return false;
+}
+
+bool Queue::readPlain(int fd, size_t length, double curtime) {
+    const ssize_t got = ::read(fd, m_WriteStream, length);
+    if (got > 0) {
+        m_WriteStream += got;
+        noteRead(curtime);
+        return PushMessage();
+    }
+    // Neither a close nor an error is acted on here: what has come is still delivered, and the supervisor
+    // finds the connection gone.
+    if (got == 0) {
+        m_sawEndOfStream = true;
+    } else if (!isTransient(errno)) {
+        eprintf(EPF_CRIT, "read error from socket: errno=%d\n", errno);
+        m_sawEndOfStream = true;
+    }
+    return false;
+}
+
+bool Queue::readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode, double curtime) {
+    bool inputLeft = m_inputLeft;
+    for (size_t total = 0;;) {
+        m_inputLeft = false;
+        size_t space = 0;
+        const auto got = parser.push(fd, &space);
+        if (got < 0 && !isTransient(errno)) {
+            eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s - Connection will be Reset ===; fd=%d",
+                    tp::te_geterror(), fd);
+            return true;
+        }
+        const bool inputFull = space == 0;
+        const bool closed = got == 0 && !inputFull;
+        if (got > 0 && !inputFull)
+            m_stats.in.m_compressed_bytes_in.add(static_cast<uint64_t>(got));
+        if (closed && !inputLeft) {
+            eprintf(EPF_WARN, "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", fd);
+            return true;
+        }
+        size_t produced = 0;
+        if (inflateOnce(parser, fd, room.length, curtime, produced))
+            return true;
+        // A full input that yields nothing will never yield anything.
+        if (inputFull && produced == 0)
+            return true;
+        if (produced < room.length) {
+            inputLeft = false;
+            if (!closed)
+                return false;
+            continue; // all input is used up: the close counts now
+        }
+        m_inputLeft = inputLeft = true;
+        total += produced;
+        if (mode == ReadMode::Forced || total >= kMaxInflated)
+            return false;
+        room = findRoom(mode);
+        if (room.available < MIN_AVAIL_LEN)
+            return false;
+    }
+}
+
+bool Queue::inflateOnce(KVNAPI::StreamParser& parser, int fd, size_t length, double curtime,
+                        size_t& produced) {
+    KVNAPI::bufref out{m_WriteStream, length};
+    if (parser.pull(&out) != 0) {
+        eprintf(EPF_WARN, "%s: Queue::readFromSocketThenWriteToQueue pull error: %s", getSocketDesc().c_str(),
+                tp::te_geterror());
+        return true;
+    }
+    produced = out.len;
+    if (produced == 0)
+        return false;
+    if (produced > length) {
+        eprintf(EPF_CRIT, "%s: Queue::readFromSocketThenWriteToQueue: fd=%d: pull returned %zu bytes for %zu",
+                getSocketDesc().c_str(), fd, produced, length);
+        return true;
+    }
+    m_WriteStream += produced;
+    noteRead(curtime);
+    return PushMessage();
+}
+
+void Queue::noteRead(double curtime) {
+    m_lastRead.store(curtime, std::memory_order_relaxed);
+    m_lastReadMonotonic = tp::Clock::monotonic();
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,288 @@
+#include "receive/UserEventReactor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <poll.h>
+#include <thread>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr uint32_t kAllFlags = ~0U;
+
+// Stands in an activity slot that was vacated. It is never destroyed: a reactor may outlive the end of
+// main().
+UserEventBase* dummy() {
+    static UserEventBase* const s_dummy = new UserEventBase;
+    return s_dummy;
+}
+
+uint32_t bits(short flags) noexcept {
+    return static_cast<unsigned short>(flags);
+}
+
+} // namespace
+
+UserEventReactor::UserEventReactor(int threadIndex)
+    : m_qpoll_events(std::make_unique<QPoll::qpoll_ready[]>(maxEvents))
+    , m_qpoll(std::make_unique<QPoll>(maxEvents))
+    , index(threadIndex) {
+    std::fill(std::begin(m_activity), std::end(m_activity), dummy());
+    std::fill(std::begin(m_timers), std::end(m_timers), UserEventBase::wake_t{suspendTime, nullptr});
+}
+
+UserEventReactor::~UserEventReactor() = default;
+
+void UserEventReactor::begin() {
+    m_curLoopTime = m_lastLoopTime = tp::Clock::now();
+    while (m_mustExit.load(std::memory_order_acquire) == 0)
+        mainLoop();
+    if (m_inBurst != 0)
+        doPostIO(m_curLoopTime);
+    m_mustExit.store(0, std::memory_order_release);
+}
+
+void UserEventReactor::end() {
+    m_mustExit.store(1, std::memory_order_release);
+    m_qpoll->interrupt();
+}
+
+void UserEventReactor::mainLoop() {
+    if (m_lastLoopTime > m_curLoopTime + 1.0) {
+        eprintf(EPF_CRIT, "Time went backwards - trying to cope. (old=%.3f new=%.3f)", m_lastLoopTime,
+                m_curLoopTime);
+        // As far past the old time as the clock jumped back: what was due within the jump must not sleep for
+        // the length of it.
+        doTimers(m_curLoopTime, m_lastLoopTime + (m_lastLoopTime - m_curLoopTime));
+    } else if (m_curLoopTime >= m_nextTimer) {
+        doTimers(m_curLoopTime, m_curLoopTime);
+    }
+    m_lastLoopTime = m_curLoopTime;
+
+    const int wait = waitMilliseconds();
+    if (m_mustExit.load(std::memory_order_acquire) != 0)
+        return;
+    const int ready = doQPolls(wait);
+    if (ready < 0)
+        reportWaitFailure(wait);
+    else if (ready == 0 && m_inBurst != 0)
+        doPostIO(m_curLoopTime);
+}
+
+// A burst spins without sleeping for as long as there is input.
+int UserEventReactor::waitMilliseconds() const noexcept {
+    if (m_inBurst != 0)
+        return 0;
+    const double seconds = m_nextTimer - m_curLoopTime;
+    if (seconds >= 1.0)
+        return 1000;
+    if (!(seconds > 0.0))
+        return 1;
+    return std::max(1, static_cast<int>(seconds * 1000.0));
+}
+
+void UserEventReactor::reportWaitFailure(int waitMs) {
+    if (errno == EINTR)
+        return;
+    const double now = tp::Clock::monotonic();
+    if (now - m_lastWaitFailureLog >= 1.0 || now < m_lastWaitFailureLog) {
+        m_lastWaitFailureLog = now;
+        eperror(EPF_CRIT, "Error on poll");
+    }
+    // A wait that fails for good must not turn the loop into a busy one.
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::max(waitMs, 10)));
+}
+
+int UserEventReactor::doQPolls(int timeout) {
+    const int ready = m_qpoll->qpoll_wait(m_qpoll_events.get(), maxEvents, timeout);
+    m_curLoopTime = tp::Clock::now();
+    if (ready < 1)
+        return ready;
+    m_qpoll_count.store(ready, std::memory_order_release);
+    if (m_inBurst == 0)
+        doPreIO(m_curLoopTime);
+    for (int i = 0; i < ready; ++i) {
+        // Read when its turn comes: whoever unregisters a handler clears what is still pending for it.
+        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
+        if (entry.events.load(std::memory_order_acquire) != 0)
+            entry.data.load(std::memory_order_relaxed)->readableEvent(m_curLoopTime);
+    }
+    m_qpoll_count.store(0, std::memory_order_release);
+    return 1;
+}
+
+void UserEventReactor::doPreIO(double curtime) {
+    m_inBurst = 1;
+    tp::MutexLock lock(m_activity_mutex);
+    for (int i = m_activityCount - 1; i >= 0; --i)
+        m_activity[i]->preActivityEvent(curtime);
+}
+
+void UserEventReactor::doPostIO(double curtime) {
+    m_inBurst = 0;
+    tp::MutexLock lock(m_activity_mutex);
+    for (int i = m_activityCount - 1; i >= 0; --i)
+        m_activity[i]->postActivityEvent(curtime);
+}
+
+void UserEventReactor::doTimers(double curtime, double limit) {
+    m_nextTimer = suspendTime;
+    for (int i = m_timerCount - 1; i >= 0; --i) {
+        // A handler may have removed entries: what lies past the end is suspended and has no object.
+        if (m_timers[i].event == nullptr)
+            continue;
+        if (limit >= m_timers[i].waketime && m_inBurst == 0)
+            doPreIO(curtime); // may change the list, so the entry is read again
+        const UserEventBase::wake_t entry = m_timers[i];
+        if (entry.event == nullptr)
+            continue;
+        if (limit >= entry.waketime)
+            wakeTimer(entry.event, curtime);
+        else
+            m_nextTimer = std::min(m_nextTimer, entry.waketime);
+    }
+}
+
+void UserEventReactor::wakeTimer(UserEventBase* event, double curtime) {
+    const double next = event->timerEvent(curtime);
+    if (next < 0.0) {
+        unRegTimer(event);
+    } else if (event->m_timerPos != nullptr) {
+        event->m_timerPos->waketime = next;
+        m_nextTimer = std::min(m_nextTimer, next);
+    }
+}
+
+void UserEventReactor::regQueue(UserEventBase* event, Queue* queue) {
+    tp::MutexLock lock(m_queue_mutex);
+    if (event->m_pollPos != nullptr || m_queueCount >= maxEvents) {
+        eprintf(EPF_CRIT, "regQueue: queue %p not registered: %s", static_cast<void*>(queue),
+                event->m_pollPos != nullptr ? "the object has a queue" : "the reactor is full");
+        return;
+    }
+    m_pollList[m_queueCount] = {queue, POLLHUP, 0};
+    m_queues[m_queueCount] = event;
+    event->m_pollPos = &m_pollList[m_queueCount];
+    ++m_queueCount;
+    addQPoll(event);
+}
+
+void UserEventReactor::unRegQueue(UserEventBase* event) {
+    tp::MutexLock lock(m_queue_mutex);
+    if (event->m_pollPos == nullptr)
+        return;
+    delQPoll(event);
+    const auto slot = event->m_pollPos - m_pollList;
+    const int last = --m_queueCount;
+    if (slot != last) {
+        m_pollList[slot] = m_pollList[last];
+        m_queues[slot] = m_queues[last];
+        m_queues[slot]->m_pollPos = &m_pollList[slot];
+    }
+    m_pollList[last] = {nullptr, 0, 0};
+    m_queues[last] = nullptr;
+    event->m_pollPos = nullptr;
+}
+
+void UserEventReactor::watchReads(UserEventBase* event) {
+    tp::MutexLock lock(m_queue_mutex);
+    if (event->m_pollPos == nullptr || (event->m_pollPos->events & POLLIN) != 0)
+        return;
+    event->m_pollPos->events = static_cast<short>(event->m_pollPos->events | POLLIN);
+    modQPoll(event);
+}
+
+void UserEventReactor::unWatchReads(UserEventBase* event) {
+    tp::MutexLock lock(m_queue_mutex);
+    if (event->m_pollPos == nullptr || (event->m_pollPos->events & POLLIN) == 0)
+        return;
+    event->m_pollPos->events = static_cast<short>(event->m_pollPos->events & ~POLLIN);
+    event->m_pollPos->revents = static_cast<short>(event->m_pollPos->revents & ~POLLIN);
+    modQPoll(event);
+    clearflagsQPoll(event, POLLIN);
+}
+
+void UserEventReactor::regActivity(UserEventBase* event) {
+    tp::MutexLock lock(m_activity_mutex);
+    if (m_activityCount >= maxEvents) {
+        eprintf(EPF_CRIT, "regActivity: not registered: the reactor is full");
+        return;
+    }
+    m_activity[m_activityCount++] = event;
+}
+
+void UserEventReactor::unRegActivity(UserEventBase* event) {
+    tp::MutexLock lock(m_activity_mutex);
+    UserEventBase** const end = m_activity + m_activityCount;
+    UserEventBase** const slot = std::find(m_activity, end, event);
+    if (slot == end)
+        return;
+    --m_activityCount;
+    *slot = m_activity[m_activityCount];
+    m_activity[m_activityCount] = dummy();
+}
+
+void UserEventReactor::regTimer(UserEventBase* event, double waketime) {
+    if (event->m_timerPos != nullptr || m_timerCount >= maxEvents) {
+        eprintf(EPF_CRIT, "regTimer: not registered: %s",
+                event->m_timerPos != nullptr ? "the object has a timer" : "the reactor is full");
+        return;
+    }
+    m_timers[m_timerCount] = {waketime, event};
+    event->m_timerPos = &m_timers[m_timerCount];
+    ++m_timerCount;
+    m_nextTimer = std::min(m_nextTimer, waketime);
+}
+
+void UserEventReactor::unRegTimer(UserEventBase* event) {
+    if (event->m_timerPos == nullptr)
+        return;
+    const auto slot = event->m_timerPos - m_timers;
+    const int last = --m_timerCount;
+    if (slot != last) {
+        m_timers[slot] = m_timers[last];
+        m_timers[slot].event->m_timerPos = &m_timers[slot];
+    }
+    m_timers[last] = {suspendTime, nullptr};
+    event->m_timerPos = nullptr;
+}
+
+void UserEventReactor::addQPoll(UserEventBase* event) {
+    const QPoll::qpoll_event wanted{bits(event->m_pollPos->events), event};
+    if (m_qpoll->qpoll_ctl(QPoll::QPOLL_CTL_ADD, event->m_pollPos->q, &wanted) != 0)
+        eprintf(EPF_CRIT, "Error addQPoll %p:%s", static_cast<void*>(event->m_pollPos->q),
+                std::strerror(errno));
+}
+
+void UserEventReactor::modQPoll(UserEventBase* event) {
+    const QPoll::qpoll_event wanted{bits(event->m_pollPos->events), event};
+    if (m_qpoll->qpoll_ctl(QPoll::QPOLL_CTL_MOD, event->m_pollPos->q, &wanted) != 0)
+        eprintf(EPF_CRIT, "Error modQPoll %p:%s", static_cast<void*>(event->m_pollPos->q),
+                std::strerror(errno));
+}
+
+void UserEventReactor::delQPoll(UserEventBase* event) {
+    const int ret = m_qpoll->qpoll_ctl(QPoll::QPOLL_CTL_DEL, event->m_pollPos->q, nullptr);
+    if (ret != 0)
+        eprintf(EPF_CRIT, "Error delQPoll: ret=%d", ret);
+    clearflagsQPoll(event, kAllFlags);
+}
+
+void UserEventReactor::clearflagsQPoll(const UserEventBase* event, uint32_t flags) {
+    const int count = m_qpoll_count.load(std::memory_order_acquire);
+    for (int i = 0; i < count; ++i) {
+        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
+        if (entry.data.load(std::memory_order_relaxed) == event) {
+            entry.events.fetch_and(~flags, std::memory_order_acq_rel);
+            return;
+        }
+    }
+}
+
+} // namespace tivra_internal
