@@ -59,10 +59,11 @@ TEST_F(AlternateIndexTest, AnAnswerMustHoldWhatTheRequestNamed) {
         const std::string got = receive(std::string("5026=20|4=100|5=IBM|") + c.fields);
         const std::string attached = "IMAGE_PART IBM@100 rc=0 tag=20 [5026=20|] {" +
                                      std::to_string(c.wanted.kvnid) + '=' + c.wanted.value + "|}";
-        if (c.matches)
+        if (c.matches) {
             EXPECT_EQ(got, attached) << c.fields;
-        else
+        } else {
             EXPECT_EQ(got.substr(got.size() - 2), "{}") << c.fields << " " << got;
+        }
     }
 }
 
