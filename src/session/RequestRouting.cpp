@@ -14,6 +14,7 @@
 #include "hub/HubClient.h"
 #include "hub/HubEventReactor.h"
 #include "receive/QueueReadHandler.h"
+#include "receive/SystemSource.h"
 #include "request/CommandClasses.h"
 #include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
@@ -190,7 +191,7 @@ void SessionImpl::applySymbolRules(RequestInternal& request) {
 }
 
 void SessionImpl::applySubscribeRule(RequestInternal& request) {
-    if (request.getSrcid() == kSystemSource) {
+    if (request.getSrcid() == SYSTEM_SOURCE) {
         const OwnSymbols own = ownSymbolsIn(request);
         if (own.heartbeat)
             m_HBSubscribed = true;
@@ -205,7 +206,7 @@ void SessionImpl::applySubscribeRule(RequestInternal& request) {
 /// The library keeps two subscriptions for itself, so an unsubscribe of one is followed by a fresh subscribe.
 void SessionImpl::applyUnsubscribeRule(RequestInternal& request) {
     const long long tag = printable(request.getTag());
-    if (request.getSrcid() == kSystemSource) {
+    if (request.getSrcid() == SYSTEM_SOURCE) {
         const OwnSymbols own = ownSymbolsIn(request);
         if (own.heartbeat) {
             m_HBSubscribed = false;
