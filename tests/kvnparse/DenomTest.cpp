@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <ostream>
 #include <string>
 
 namespace {
@@ -123,6 +124,8 @@ struct Refusal {
     int funky;
     double value;
     const char* text;
+
+    friend void PrintTo(const Refusal& r, std::ostream* out) { *out << r.text; }
 };
 
 class DenomRefusal : public testing::TestWithParam<Refusal> {};

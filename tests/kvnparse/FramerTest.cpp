@@ -12,6 +12,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <memory>
+#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
@@ -100,6 +102,8 @@ struct GarbageCase {
     const char* name;
     std::string bytes;
     std::vector<Step> steps;
+
+    friend void PrintTo(const GarbageCase& c, std::ostream* out) { *out << c.name; }
 };
 
 class FramerGarbage : public testing::TestWithParam<GarbageCase> {};
@@ -347,9 +351,10 @@ TEST(StreamFramer, AllocRefusesWhatItCannotBuild) {
 
 TEST(FactoryLists, HelpListsTheRowsInOrder) {
     EXPECT_EQ(KVNAPI::FramerList.getName("help"), nullptr);
-    EXPECT_STREQ(tp::te_geterror(), "\nAvailable options are:\n"
+    EXPECT_THAT(tp::te_geterror(),
+                testing::StartsWith("\nAvailable options are:\n"
                                     "\n          newline : new line separated (useful for vkvn messages)"
-                                    "\n              kvn : Brindsel Token Format (HUB->applications)");
+                                    "\n              kvn : Brindsel Token Format (HUB->applications)"));
 }
 
 std::unique_ptr<Framer> makesNothing(int) {
@@ -358,6 +363,12 @@ std::unique_ptr<Framer> makesNothing(int) {
 
 std::unique_ptr<Framer> makesLines(int size) {
     return Framer::alloc("newline", size);
+}
+
+TEST(FactoryLists, RegisteredFramerThatMakesNothingIsReported) {
+    KVNAPI::registerFramer(&makesNothing, "makes nothing", "of this test");
+    EXPECT_EQ(Framer::alloc("makes nothing", 64), nullptr);
+    EXPECT_STREQ(tp::te_geterror(), "Error initializing framer class 'makes nothing'");
 }
 
 TEST(FactoryLists, OwnRowsStandBehindTheBuiltInOnesAndTheFirstMatchWins) {

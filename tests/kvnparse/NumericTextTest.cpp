@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
@@ -83,6 +84,8 @@ struct DoubleCase {
     double value;
     const char* text;
     const char* whole;
+
+    friend void PrintTo(const DoubleCase& c, std::ostream* out) { *out << c.value; }
 };
 
 class NumericTextDouble : public testing::TestWithParam<DoubleCase> {};
