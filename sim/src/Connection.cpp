@@ -10,7 +10,7 @@ namespace tivra_sim {
 
 namespace {
 
-/// Longest request that a hub takes, header and end included in nothing: the body alone.
+/// Longest request text that is waited for, well above what a client may send.
 constexpr std::size_t MAX_REQUEST = 65536;
 
 bool passesAnyFilter(int token) {

@@ -104,7 +104,9 @@ void HubEngine::listen() {
     address.sin_family = AF_INET;
     address.sin_port = htons(m_port.load());
     if (inet_pton(AF_INET, m_config.bindAddress.c_str(), &address.sin_addr) != 1)
-        throw std::runtime_error("\"" + m_config.bindAddress + "\" is not an IPv4 address to listen on");
+        throw std::system_error(std::make_error_code(std::errc::invalid_argument),
+                                "cannot listen on \"" + m_config.bindAddress +
+                                    "\", which is no IPv4 address");
     Descriptor listener =
         checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "cannot make a socket");
     const int yes = 1;

@@ -23,10 +23,11 @@ class RawClient {
 public:
     using Milliseconds = std::chrono::milliseconds;
 
-    explicit RawClient(const tivra_sim::Hub& hub) : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    explicit RawClient(const tivra_sim::Hub& hub) : RawClient(hub.port()) {}
+    explicit RawClient(std::uint16_t port) : m_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
-        address.sin_port = htons(hub.port());
+        address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
             throw std::runtime_error("the hub does not accept a connection");

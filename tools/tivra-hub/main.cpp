@@ -17,11 +17,15 @@ namespace {
 
 using namespace tivra_sim;
 
-enum ExitCode { ENDED = 0, BAD_CONFIGURATION = 2, NO_PORT = 3, NO_PLAYBACK = 4 };
+enum ExitCode { ENDED = 0, BAD_CONFIGURATION = 2, NO_PORT = 3, NO_PLAYBACK = 4, DESERTED = 5 };
 
-constexpr const char* FOOTER =
-    "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
-    "configuration,\n3 the port cannot be had, 4 the playback file cannot be read.";
+/// Tenths of a second that --once waits for a client to come back while there is something left to play.
+constexpr int PATIENCE = 50;
+
+constexpr const char* FOOTER = "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
+                               "configuration,\n3 the port cannot be had, 4 the playback file cannot be "
+                               "read,\n5 with --once: the clients have gone for "
+                               "good before the playback was at its end.";
 
 /// What the command line says; a value that was not given leaves the configuration as it is.
 struct Options {
@@ -77,7 +81,7 @@ void declare(CLI::App& app, Options& options) {
     app.add_flag("-v,--verbose", options.verbosity,
                  "print requests; twice prints counts each second as well");
     app.add_flag("--once", options.endsAfterPlayback,
-                 "end when all of the playback has been sent and every client has gone");
+                 "end when the playback has been sent and every client has gone");
     app.add_flag("--print-config", options.printsConfig,
                  "print the effective configuration without passwords and end");
     app.footer(FOOTER);
@@ -163,19 +167,29 @@ void printSummary(const HubStatistics& total) {
               << " connections" << std::endl;
 }
 
-/// Waits for a signal, or for the end that --once asks for.
-void serve(const Hub& hub, const Options& options, const sigset_t& signals) {
+/// Waits for a signal, or for the end that --once asks for. The result is the exit code.
+int serve(const Hub& hub, const Options& options, const sigset_t& signals) {
     const timespec slice{0, 100000000};
     const bool hasPlayback = !hub.config().playback.file.empty();
     int slices = 0;
+    int deserted = 0;
     while (sigtimedwait(&signals, nullptr, &slice) < 0) {
         const HubStatistics now = hub.statistics();
-        const bool played = !hasPlayback || now.playbackFinished;
-        if (options.endsAfterPlayback && played && now.accepted > 0 && now.connections == 0)
-            return;
         if (options.verbosity > 1 && ++slices % 10 == 0)
             printCounts(now);
+        const bool isDeserted = now.requests > 0 && now.connections == 0;
+        deserted = isDeserted ? deserted + 1 : 0;
+        if (!options.endsAfterPlayback || !isDeserted)
+            continue;
+        if (!hasPlayback || now.playbackFinished)
+            return ENDED;
+        if (deserted >= PATIENCE) {
+            std::cerr << "tivra-hub: every client has gone for 5 seconds and the playback is not at its end"
+                      << std::endl;
+            return DESERTED;
+        }
     }
+    return ENDED;
 }
 
 int runHub(const Options& options) {
@@ -198,10 +212,10 @@ int runHub(const Options& options) {
         });
     hub.start();
     std::cout << "listening on " << hub.hostString() << std::endl;
-    serve(hub, options, signals);
+    const int result = serve(hub, options, signals);
     hub.stop();
     printSummary(hub.statistics());
-    return ENDED;
+    return result;
 }
 
 } // namespace

@@ -56,9 +56,9 @@ class Hub {
 public:
     using Deadline = std::chrono::milliseconds;
     using Frames = std::vector<std::string>;
-    /// Asked for every request, on the hub's thread. The frames (complete, see encodeFrame, or whatever bytes
-    /// a test wants) are sent in place of the hub's answer; an empty list withholds it; no value leaves it to
-    /// the hub.
+    /// Asked for every request, on the hub's thread; it must not throw. The frames (complete, see
+    /// encodeFrame, or whatever bytes a test wants) are sent in place of the hub's answer; an empty list
+    /// withholds it; no value leaves it to the hub.
     using Script = std::function<std::optional<Frames>(const Request&)>;
 
     explicit Hub(HubConfig config = HubConfig::realistic());
