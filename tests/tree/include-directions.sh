@@ -1,0 +1,34 @@
+#!/bin/sh
+# Includes point downward only: each room may include itself, the rooms before it and the public headers.
+set -eu
+cd "$1"
+rooms="kvnparse dictionary config request receive hub session api"
+status=0
+below=
+for room in $rooms; do
+    below="$below $room"
+    for file in src/"$room"/*.h src/"$room"/*.cpp; do
+        for target in $(sed -n 's/^#[[:space:]]*include "\([a-z]*\)\/.*/\1/p' "$file" | sort -u); do
+            case " $rooms " in *" $target "*) ;; *) continue ;; esac
+            case "$below " in *" $target "*) ;; *)
+                echo "$file: the room $room must not include the room $target"
+                status=1
+                ;;
+            esac
+        done
+    done
+done
+# The runtime knows nobody, the public headers know only each other, the simulator only itself.
+if grep -nE '^#[[:space:]]*include "(kvnparse|dictionary|config|request|receive|hub|session|api)/' -r shared/tp_lib_tp; then
+    echo "the runtime includes a room"
+    status=1
+fi
+if grep -nE '^#[[:space:]]*include [<"](tp|kvnparse|dictionary|config|receive|hub|api|tivra_sim)/' -r include; then
+    echo "a public header includes something that is not public"
+    status=1
+fi
+if grep -nE '^#[[:space:]]*include [<"](tp/|kvnparse/|dictionary/|config/|request/|receive/|hub/|session/|api/|tivra\.h)' -r sim; then
+    echo "the simulator judges the library, so it must not use it"
+    status=1
+fi
+exit $status

@@ -1,0 +1,28 @@
+#!/bin/sh
+# Every public header stands on its own and is clean as C++17 in both compilers.
+set -eu
+cd "$1/include"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+for header in $(find . -name '*.h' | sort); do
+    echo "#include <${header#./}>" >"$work/one.cpp"
+    for compiler in g++ clang++; do
+        command -v $compiler >/dev/null 2>&1 || continue
+        $compiler -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow \
+            -Wold-style-cast -Wnon-virtual-dtor -Werror -I . "$work/one.cpp"
+    done
+done
+
+# Misuse that must not compile.
+refuse() {
+    printf '#include <tivra.h>\n%s\n' "$1" >"$work/misuse.cpp"
+    if g++ -std=c++17 -fsyntax-only -I . "$work/misuse.cpp" 2>/dev/null; then
+        echo "this must not compile: $1"
+        exit 1
+    fi
+}
+refuse 'tivra::Session copy(tivra::Session& s) { return s; }'
+refuse 'void f(tivra::Request& a, tivra::Request& b) { a = b; }'
+refuse 'void f(tivra::Request& r) { delete &r; }'
+refuse 'tivra::ConnectionConfig config;'
+refuse 'tivra::APIFactory factory;'
