@@ -1,1 +1,229 @@
-#include <gtest/gtest.h>
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <tp/te_error.h>
+
+#include "RingFixture.h"
+#include "kvnparse/FactoryLists.h"
+#include "kvnparse/Parser.h"
+#include "kvnparse/StreamParser.h"
+
+using namespace tivra_internal;
+
+namespace {
+
+using Frames = std::vector<std::string>;
+
+/// Stands in for a compressed stream: each input byte is one frame of a thousand bytes, "!" is corrupt, and
+/// "?" never becomes anything.
+class Expander : public KVNAPI::Parser {
+public:
+    static std::string frameOf(char byte) { return makeFrame(std::string(993, byte)); }
+
+    int setMetaMap(KVNAPI::DataMap*) override { return 0; }
+    int setOption(const char*, const char*) override { return -1; }
+    void push(KVNAPI::bufref bytes) override { m_in = bytes; }
+    int moveRemaining(KVNAPI::bufref dst) override {
+        const auto count = std::min(m_in.len, dst.len);
+        if (count > 0)
+            std::memmove(dst.room(), m_in.buf, count);
+        m_in = {dst.buf, count};
+        return static_cast<int>(count);
+    }
+    int pull(KVNAPI::Message*) override { return 1; }
+    int pull(KVNAPI::bufref* out) override {
+        size_t produced = 0;
+        while (produced < out->len && m_in.len > 0 && *m_in.buf != '?') {
+            if (*m_in.buf == '!') {
+                tp::te_error("corrupt");
+                return -1;
+            }
+            const std::string frame = frameOf(*m_in.buf);
+            const size_t part = std::min<size_t>(frame.size() - m_done, out->len - produced);
+            std::memcpy(out->room() + produced, frame.data() + m_done, part);
+            produced += part;
+            m_done += part;
+            if (m_done == frame.size()) {
+                m_done = 0;
+                m_in = {m_in.buf + 1, m_in.len - 1};
+            }
+        }
+        out->len = produced;
+        return 0;
+    }
+    void reset() override { m_in = {}; }
+    [[nodiscard]] unsigned msglen() const override { return 0; }
+
+private:
+    KVNAPI::bufref m_in;
+    size_t m_done = 0; ///< bytes of the present frame that are out
+};
+
+std::unique_ptr<KVNAPI::StreamParser> makeExpander(int bufferSize) {
+    [[maybe_unused]] static const bool registered = [] {
+        KVNAPI::registerParser(
+            [](int) -> std::unique_ptr<KVNAPI::Parser> { return std::make_unique<Expander>(); },
+            "test-expander", "a frame for each byte");
+        return true;
+    }();
+    return KVNAPI::StreamParser::alloc("test-expander", nullptr, bufferSize);
+}
+
+class CompressedTest : public testing::Test {
+protected:
+    CompressedTest() { queue.setQueueHandler(&handler); }
+
+    [[nodiscard]] bool readOnce() {
+        return queue.readFromSocketThenWriteToQueue(socket.reader, parser.get(), 1.0);
+    }
+    [[nodiscard]] bool goOn() { return queue.continueInflating(socket.reader, parser.get(), 1.0); }
+    void popAll() {
+        while (!queue.isEmpty())
+            queue.PopElement();
+    }
+
+    SocketPair socket;
+    RecordingHandler handler;
+    Queue queue{1, true, nullptr, 70};
+    std::unique_ptr<KVNAPI::StreamParser> parser = makeExpander(4096);
+};
+
+} // namespace
+
+TEST_F(RingTest, FullRingDropsWhatTheSocketBringsAndFindsItsWayBack) {
+    const std::string frame = makeFrame(std::string(10000 - 7, 'x'));
+    std::string many;
+    for (int i = 0; i < 6; ++i)
+        many += frame;
+    uint64_t sent = 0;
+    while (droppedIn() == 0) {
+        socket.write(many);
+        sent += many.size();
+        for (int i = 0; i < 5; ++i)
+            ASSERT_FALSE(readOnce());
+    }
+    // What is in the ring stays; the frame that the drop has cut is lost, and the stream goes on behind it.
+    const size_t delivered = popAll();
+    EXPECT_GE(delivered, 100U);
+    EXPECT_LE(delivered * frame.size() + droppedIn(), sent);
+    const std::string last = makeFrame("1=last");
+    feed(frame + frame + last);
+    popAll();
+    EXPECT_EQ(handler.frames.back(), last);
+}
+
+TEST_F(RingTest, CloseAndErrorEndTheReadsAndKeepWhatHasCome) {
+    feed(makeFrame("1=a"));
+    EXPECT_FALSE(queue.sawEndOfStream());
+    EXPECT_FALSE(readOnce());
+    EXPECT_FALSE(queue.sawEndOfStream()) << "a socket without bytes hasn't ended";
+    socket.closeWriter();
+    EXPECT_FALSE(readOnce());
+    EXPECT_TRUE(queue.sawEndOfStream());
+    EXPECT_EQ(popAll(), 1U);
+    queue.reset();
+    EXPECT_FALSE(queue.sawEndOfStream());
+    EXPECT_FALSE(queue.readFromSocketThenWriteToQueue(-1, nullptr, 1.0));
+    EXPECT_TRUE(queue.sawEndOfStream());
+}
+
+TEST_F(CompressedTest, InflatesIntoTheRing) {
+    socket.write("abc");
+    EXPECT_FALSE(readOnce());
+    popAll();
+    EXPECT_EQ(handler.frames,
+              (Frames{Expander::frameOf('a'), Expander::frameOf('b'), Expander::frameOf('c')}));
+    EXPECT_EQ(queue.statistics().in.m_compressed_bytes_in.get(), 3U);
+    EXPECT_FALSE(queue.hasInputLeft());
+    EXPECT_FALSE(readOnce()) << "nothing to read is no error";
+    socket.write("d!");
+    EXPECT_TRUE(readOnce()) << "a corrupt stream is worth nothing";
+}
+
+TEST_F(CompressedTest, CloseIsNoticed) {
+    socket.closeWriter();
+    EXPECT_TRUE(readOnce());
+}
+
+TEST_F(CompressedTest, WithoutAParserTheConnectionEnds) {
+    EXPECT_TRUE(queue.readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0));
+}
+
+TEST_F(CompressedTest, OutputGoesOnBehindTheEndOfTheRing) {
+    const std::string input(700, 'x');
+    for (int round = 0; round < 8; ++round) {
+        socket.write(input);
+        ASSERT_FALSE(readOnce());
+        ASSERT_FALSE(queue.hasInputLeft())
+            << "the part behind the ring's end must not wait for another event";
+        popAll();
+    }
+    EXPECT_EQ(handler.frames.size(), 5600U);
+    EXPECT_EQ(std::count(handler.frames.begin(), handler.frames.end(), Expander::frameOf('x')), 5600);
+}
+
+TEST_F(CompressedTest, InputThatFindsNoRoomWaitsWithoutAReset) {
+    const std::string input(3000, 'x'); // three times what the ring holds
+    socket.write(input);
+    EXPECT_FALSE(readOnce());
+    EXPECT_TRUE(queue.hasInputLeft());
+    EXPECT_FALSE(goOn()) << "the ring is still full: no reason to close";
+    EXPECT_TRUE(queue.hasInputLeft());
+    for (int i = 0; i < 10 && queue.hasInputLeft(); ++i) {
+        popAll();
+        ASSERT_FALSE(goOn());
+    }
+    EXPECT_FALSE(queue.hasInputLeft());
+    popAll();
+    EXPECT_EQ(handler.frames.size(), 3000U);
+}
+
+TEST_F(CompressedTest, FullRingResetsTheConnectionOnTheNextRead) {
+    socket.write(std::string(1100, 'x'));
+    EXPECT_FALSE(readOnce());
+    socket.write("y");
+    EXPECT_TRUE(readOnce());
+}
+
+TEST_F(CompressedTest, WhatCameBeforeACloseIsStillDelivered) {
+    socket.write(std::string(1500, 'x'));
+    socket.closeWriter();
+    EXPECT_FALSE(readOnce());
+    bool closed = false;
+    for (int i = 0; i < 10 && !closed; ++i) {
+        popAll();
+        closed = goOn();
+    }
+    EXPECT_TRUE(closed);
+    popAll();
+    EXPECT_EQ(handler.frames.size(), 1500U);
+}
+
+TEST_F(CompressedTest, InputBufferThatNeverEmptiesEndsTheConnection) {
+    socket.write(std::string(5000, '?'));
+    EXPECT_FALSE(readOnce());
+    EXPECT_TRUE(readOnce());
+}
+
+TEST_F(CompressedTest, AFewBytesThatInflateWithoutEndDoNotHoldTheThread) {
+    parser = makeExpander(1 << 20);
+    for (int i = 0; i < 4; ++i)
+        socket.write(std::string(50000, 'x'));
+    // With a consumer that keeps up the ring alone wouldn't stop it.
+    queue.setQueueHandler(nullptr);
+    std::atomic<bool> done{false};
+    std::thread consumer([&] {
+        while (!done)
+            queue.PopElement();
+    });
+    EXPECT_FALSE(readOnce());
+    done = true;
+    consumer.join();
+    EXPECT_TRUE(queue.hasInputLeft());
+    EXPECT_LE(queue.statistics().in.m_bytes_in.get(), 18000000U);
+}

@@ -1,1 +1,169 @@
-#include <gtest/gtest.h>
+#include "receive/Queue.h"
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "RingFixture.h"
+
+using namespace tivra_internal;
+
+namespace {
+
+using Frames = std::vector<std::string>;
+
+} // namespace
+
+TEST(Queue, SizeIsCorrectedAndThresholdsFollowIt) {
+    struct Case {
+        size_t megabytes;
+        int threshold, down;
+        size_t fits;
+    };
+    for (const Case& c :
+         {Case{0, 70, 50, 1}, Case{1, 70, 50, 1}, Case{1, 10, 1, 1}, Case{2, 70, 60, 2}, Case{5, 70, 66, 5},
+          Case{20, 70, 69, 20}, Case{21, 70, 70, 21}, Case{30, 101, 101, 30}, Case{1000, 70, 70, 256}}) {
+        Queue queue(c.megabytes, false, nullptr, c.threshold);
+        EXPECT_EQ(queue.getWarnDownThreshold(), c.down) << c.megabytes;
+        const std::string block(1048576, 'x');
+        size_t blocks = 0;
+        while (blocks <= 256 && queue.writeToQueue(block.data(), block.size()))
+            ++blocks;
+        EXPECT_EQ(blocks, c.fits) << c.megabytes;
+    }
+}
+
+TEST(Queue, SocketNameIsCutNotOverrun) {
+    Queue queue(1, false, nullptr, 70);
+    queue.setsocketDesc(std::string(300, 'd'));
+    EXPECT_EQ(queue.getSocketDesc(), std::string(255, 'd'));
+}
+
+TEST_F(RingTest, EmptyQueueDeliversNothing) {
+    EXPECT_TRUE(queue.isEmpty());
+    EXPECT_FALSE(queue.PopElement());
+    feed("");
+    EXPECT_FALSE(queue.PopElement());
+}
+
+TEST_F(RingTest, FailedParseIsCountedAndTheNextFrameGoesOn) {
+    feed(makeFrame("1=a") + makeFrame("1=b"));
+    handler.failures = 3;
+    EXPECT_FALSE(queue.PopElement());
+    handler.failures = 0;
+    EXPECT_TRUE(queue.PopElement());
+    EXPECT_EQ(droppedOut(), 3U);
+    EXPECT_EQ(queue.statistics().out.m_msgs_out.get(), 1U);
+    EXPECT_EQ(queue.statistics().out.m_net_msgs_out.get(), 2U);
+    EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST_F(RingTest, FramesWithoutAHandlerAreDroppedButCounted) {
+    queue.setQueueHandler(nullptr);
+    feed(makeFrame("1=a"));
+    queue.PopElement();
+    EXPECT_TRUE(queue.isEmpty());
+    EXPECT_EQ(queue.statistics().out.m_msgs_out.get(), 1U);
+}
+
+TEST_F(RingTest, ResetForgetsTheConnectionButNotTheCounters) {
+    feed(makeFrame("1=a") + "\x04\x20");
+    queue.incrQueryCount();
+    queue.reset();
+    EXPECT_TRUE(queue.isEmpty());
+    EXPECT_EQ(queue.getQueryCount(), 0);
+    EXPECT_EQ(handler.resets, 1);
+    EXPECT_EQ(queue.statistics().in.m_msgs_in.get(), 1U);
+    feed(makeFrame("1=b"));
+    EXPECT_EQ(popAll(), 1U);
+    EXPECT_EQ(handler.frames, (Frames{makeFrame("1=b")}));
+    EXPECT_EQ(droppedIn(), 0U) << "the partial frame of the old connection is gone without a trace";
+}
+
+TEST_F(RingTest, BytesReadBeforehandComeFirst) {
+    const std::string first = makeFrame("1=first"), second = makeFrame("1=second");
+    EXPECT_FALSE(queue.takeOver({nullptr, 0}));
+    const std::string early = first + second.substr(0, 5);
+    EXPECT_FALSE(queue.takeOver({early.data(), early.size()}));
+    feed(second.substr(5));
+    EXPECT_EQ(popAll(), 2U);
+    EXPECT_EQ(handler.frames, (Frames{first, second}));
+    const std::string tooMuch(kRing + 1, 'x');
+    EXPECT_TRUE(queue.takeOver({tooMuch.data(), tooMuch.size()}));
+}
+
+TEST_F(RingTest, ResetWaitsForARunningCallback) {
+    class SlowHandler : public RecordingHandler {
+    public:
+        unsigned process_kvn_buffer(char*, unsigned long, uint64_t*) override {
+            inside = true;
+            inside.notify_all();
+            resetStarted.wait(false);
+            EXPECT_FALSE(resetDone);
+            return 0;
+        }
+        std::atomic<bool> inside{false}, resetStarted{false}, resetDone{false};
+    } slow;
+    queue.setQueueHandler(&slow);
+    feed(makeFrame("1=a"));
+    std::thread consumer([&] { queue.PopElement(); });
+    slow.inside.wait(false);
+    std::thread producer([&] {
+        slow.resetStarted = true;
+        slow.resetStarted.notify_all();
+        queue.reset();
+        slow.resetDone = true;
+    });
+    producer.join();
+    consumer.join();
+    EXPECT_TRUE(queue.isEmpty());
+    EXPECT_EQ(slow.resets, 1);
+    queue.setQueueHandler(nullptr);
+}
+
+// --- frames that the library puts in itself ---
+
+TEST_F(RingTest, OwnFramesGoThroughAndMayWrap) {
+    for (int i = 0; i < 300; ++i) {
+        const std::string frame = makeFrame("1=" + std::string(static_cast<size_t>(7000 + i), 'b'));
+        ASSERT_TRUE(queue.writeToQueue(frame.data(), frame.size()));
+        ASSERT_TRUE(queue.PopElement());
+        ASSERT_EQ(handler.frames.back(), frame);
+        handler.frames.clear();
+    }
+    EXPECT_TRUE(queue.writeToQueue("", 0));
+    EXPECT_TRUE(queue.isEmpty());
+    EXPECT_EQ(queue.statistics().in.m_msgs_in.get(), 0U) << "this path counts nothing";
+}
+
+TEST_F(RingTest, OwnFrameThatDoesNotFitIsRefusedAndNothingIsOverwritten) {
+    const std::string frame = makeFrame(std::string(99993, 'b')); // 100,000 bytes
+    size_t written = 0;
+    for (int round = 0; round < 40; ++round) {
+        size_t inRing = 0;
+        while (queue.writeToQueue(frame.data(), frame.size()))
+            ++inRing;
+        // One byte always stays free behind a wrap, so that a full ring differs from an empty one.
+        EXPECT_GE(inRing, 1U);
+        const size_t remainder = round % 3 == 0 ? popAll() : (queue.PopElement() ? 1U : 0U);
+        EXPECT_GE(remainder, 1U);
+        written += inRing;
+        for (const std::string& got : handler.frames)
+            ASSERT_EQ(got, frame);
+    }
+    popAll();
+    EXPECT_EQ(handler.frames.size(), written);
+}
+
+TEST_F(RingTest, WrappedOwnFrameStopsShortOfTheReader) {
+    goToEnd(50);
+    const std::string held = makeFrame("1=held");
+    ASSERT_TRUE(queue.writeToQueue(held.data(), held.size()));
+    // The reader stands 50 bytes in front of the end: behind the wrap all but one byte up to it may be used.
+    const std::string fits(kRing - held.size() - 1, 'x'), tooLong(fits.size() + 1, 'x');
+    EXPECT_FALSE(queue.writeToQueue(tooLong.data(), tooLong.size()));
+    EXPECT_TRUE(queue.writeToQueue(fits.data(), fits.size()));
+    EXPECT_TRUE(queue.PopElement());
+    EXPECT_EQ(handler.frames, (Frames{held}));
+}

@@ -1,1 +1,260 @@
+#include "receive/UserEventReactor.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
 #include <gtest/gtest.h>
+
+#include <tp/Clock.h>
+
+#include "receive/Queue.h"
+
+using namespace tivra_internal;
+
+namespace {
+
+/// A handler of a queue and a timer that writes down what is called, and lets a test act inside a call.
+class Recorder : public UserEventBase {
+public:
+    Recorder(std::string handlerName, std::vector<std::string>& log)
+        : name(std::move(handlerName)), m_log(log) {}
+
+    void readableEvent(double) override {
+        m_log.push_back("read " + name);
+        if (queue != nullptr)
+            queue->PopElement();
+        if (onRead)
+            onRead();
+    }
+    void preActivityEvent(double) override { m_log.push_back("pre " + name); }
+    void postActivityEvent(double) override { m_log.push_back("post " + name); }
+    double timerEvent(double curtime) override {
+        m_log.push_back("timer " + name);
+        return onTimer ? onTimer(curtime) : -1.0;
+    }
+
+    std::string name;
+    Queue* queue = nullptr;
+    std::function<void()> onRead;
+    std::function<double(double)> onTimer;
+
+private:
+    std::vector<std::string>& m_log;
+};
+
+using Log = std::vector<std::string>;
+
+class UserEventReactorTest : public testing::Test {
+protected:
+    void attach(Recorder& handler, Queue& queue) {
+        handler.queue = &queue;
+        reactor.regQueue(&handler, &queue);
+        reactor.watchReads(&handler);
+    }
+    static void put(Queue& queue, int frames = 1) {
+        const std::string frame("\x04\x20\0\0\0\0\x03", 7);
+        for (int i = 0; i < frames; ++i)
+            ASSERT_TRUE(queue.writeToQueue(frame.data(), frame.size()));
+    }
+    /// Runs the loop until the log is this long; a timer that is never due in wall time bounds a failing
+    /// test.
+    void runUntil(size_t entries) {
+        Log unused;
+        Recorder stopper("stop", unused);
+        stopper.onTimer = [&](double now) {
+            if (log.size() >= entries || ++passes > 20000)
+                reactor.end();
+            return now;
+        };
+        reactor.regTimer(&stopper, 0.0);
+        reactor.begin();
+        reactor.unRegTimer(&stopper);
+    }
+
+    Log log;
+    int passes = 0;
+    UserEventReactor reactor{3};
+    Queue first{1, false, nullptr, 70}, second{1, false, nullptr, 70};
+    Recorder a{"a", log}, b{"b", log};
+};
+
+} // namespace
+
+TEST_F(UserEventReactorTest, BurstIsBracketedOnceAroundAllItsEvents) {
+    EXPECT_EQ(reactor.getIndex(), 3);
+    attach(a, first);
+    reactor.regActivity(&a);
+    put(first, 3);
+    b.onTimer = [&](double now) {
+        if (first.isEmpty())
+            reactor.end();
+        return now;
+    };
+    reactor.regTimer(&b, 0.0);
+    reactor.begin();
+    reactor.unRegTimer(&b);
+    std::erase(log, "timer b");
+    EXPECT_EQ(log, (Log{"pre a", "read a", "read a", "read a", "post a"}));
+}
+
+TEST_F(UserEventReactorTest, HandlerRemovedDuringADispatchGetsNoFurtherCall) {
+    attach(a, first);
+    attach(b, second);
+    put(first, 2);
+    put(second);
+    a.onRead = [&] { reactor.unRegQueue(&b); };
+    runUntil(2);
+    EXPECT_EQ(log, (Log{"read a", "read a"}));
+    EXPECT_FALSE(b.hasQueue());
+    EXPECT_TRUE(a.hasQueue());
+}
+
+TEST_F(UserEventReactorTest, UnwatchedQueueWaitsUntilItIsWatched) {
+    reactor.regQueue(&a, &first);
+    a.queue = &first;
+    attach(b, second);
+    put(first);
+    put(second);
+    b.onRead = [&] { reactor.watchReads(&a); };
+    runUntil(2);
+    EXPECT_EQ(log, (Log{"read b", "read a"}));
+    reactor.unWatchReads(&a);
+    put(first);
+    put(second);
+    b.onRead = nullptr;
+    runUntil(3);
+    EXPECT_EQ(log.back(), "read b");
+    EXPECT_EQ(log.size(), 3U);
+}
+
+TEST_F(UserEventReactorTest, RemovalSwapsWithTheLastEntry) {
+    attach(a, first);
+    attach(b, second);
+    reactor.unRegQueue(&a);
+    reactor.unRegQueue(&a);
+    put(second);
+    runUntil(1);
+    EXPECT_EQ(log, (Log{"read b"}));
+    reactor.unRegQueue(&b);
+    reactor.watchReads(&b);
+    EXPECT_FALSE(b.hasQueue());
+}
+
+TEST_F(UserEventReactorTest, RegistrationsStopAtTheirBound) {
+    std::vector<std::unique_ptr<Recorder>> many;
+    for (int i = 0; i < UserEventReactor::maxEvents; ++i) {
+        many.push_back(std::make_unique<Recorder>("m", log));
+        reactor.regTimer(many.back().get(), UserEventReactor::suspendTime);
+        reactor.regActivity(many.back().get());
+    }
+    EXPECT_TRUE(many.back()->hasTimer());
+    reactor.regTimer(&a, 0.0);
+    EXPECT_FALSE(a.hasTimer());
+    reactor.regActivity(&a);
+    reactor.unRegTimer(many.front().get());
+    EXPECT_TRUE(many.back()->hasTimer());
+    reactor.regTimer(&a, 0.0);
+    EXPECT_TRUE(a.hasTimer());
+    attach(b, second);
+    reactor.regQueue(&b, &first);
+    put(second);
+    reactor.unRegTimer(&a);
+    reactor.unRegActivity(many.front().get());
+    b.onRead = [&] { reactor.end(); };
+    reactor.begin();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "read b"), 1);
+    EXPECT_EQ(std::count(log.begin(), log.end(), "pre m"), UserEventReactor::maxEvents - 1);
+}
+
+TEST_F(UserEventReactorTest, TimerAloneDecidesItsNextTime) {
+    int calls = 0;
+    a.onTimer = [&](double) { return ++calls < 3 ? 0.0 : -1.0; };
+    b.onTimer = [&](double) {
+        if (calls == 3)
+            reactor.end();
+        return 0.0;
+    };
+    reactor.regTimer(&a, 0.0);
+    reactor.regTimer(&b, 0.0);
+    reactor.begin();
+    EXPECT_EQ(calls, 3);
+    EXPECT_FALSE(a.hasTimer());
+    EXPECT_TRUE(b.hasTimer());
+}
+
+TEST_F(UserEventReactorTest, TimerAheadFiresAtItsTimeOrWhenTheClockHasSteppedBackPastIt) {
+    struct Case {
+        double step;
+        bool fires;
+    };
+    for (const Case& c : {Case{-0.5, false}, Case{-2.0, true}, Case{0.6, true}}) {
+        const tp::ManualClock clock(1000.0);
+        UserEventReactor loop(0);
+        Log unused;
+        Recorder due("due", unused), stepper("stepper", unused);
+        bool fired = false;
+        int passes2 = 0;
+        due.onTimer = [&](double) {
+            fired = true;
+            return -1.0;
+        };
+        stepper.onTimer = [&](double) {
+            if (++passes2 == 1)
+                tp::Clock::stepWallClock(c.step);
+            if (passes2 > 3)
+                loop.end();
+            return 0.0;
+        };
+        loop.regTimer(&due, 1000.5);
+        loop.regTimer(&stepper, 0.0);
+        loop.begin();
+        EXPECT_EQ(fired, c.fires) << c.step;
+    }
+}
+
+TEST_F(UserEventReactorTest, EndFromAnotherThreadIsSeenWhileIdleAndTheLoopCanBeginAgain) {
+    const tp::ManualClock clock; // time stands: only the wake can end the wait
+    for (int i = 0; i < 20; ++i) {
+        std::thread loop([&] { reactor.begin(); });
+        reactor.end();
+        loop.join();
+    }
+    attach(a, first);
+    put(first);
+    a.onRead = [&] { reactor.end(); };
+    reactor.begin();
+    EXPECT_EQ(log, (Log{"read a"}));
+}
+
+TEST_F(UserEventReactorTest, OtherThreadsMayRegisterWhileTheLoopRuns) {
+    a.onTimer = [](double now) { return now + 0.001; };
+    reactor.regTimer(&a, 0.0);
+    std::thread loop([&] { reactor.begin(); });
+    Log unused;
+    std::vector<std::unique_ptr<Queue>> queues;
+    std::vector<std::unique_ptr<Recorder>> handlers;
+    std::atomic<int> read{0};
+    for (int i = 0; i < 20; ++i) {
+        queues.push_back(std::make_unique<Queue>(1, false, nullptr, 70));
+        handlers.push_back(std::make_unique<Recorder>("h", unused));
+        handlers.back()->onRead = [&read] { ++read; };
+        attach(*handlers.back(), *queues.back());
+        put(*queues.back());
+        if (i % 2 != 0)
+            reactor.unRegQueue(handlers[static_cast<size_t>(i) - 1].get());
+    }
+    put(*queues.back(), 5);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!queues.back()->isEmpty() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    EXPECT_TRUE(queues.back()->isEmpty());
+    reactor.end();
+    loop.join();
+    EXPECT_GE(read.load(), 15); // every other handler once, and the last one five times more
+}
