@@ -70,7 +70,7 @@ private:
     std::atomic<bool> m_interrupted{false};
 
     tp::Mutex qpoll_mutex{kLockTable}; ///< guards the table
-    const std::unique_ptr<qpoll_info[]> m_qpoll_qd TP_PT_GUARDED_BY(qpoll_mutex);
+    const std::unique_ptr<qpoll_info[]> m_qpoll_qd TP_GUARDED_BY(qpoll_mutex);
     int num_qds TP_GUARDED_BY(qpoll_mutex) = 0;
 };
 
