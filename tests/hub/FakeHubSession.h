@@ -1,0 +1,137 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <user/UserEventHandler.h>
+
+#include "config/RetCodeTexts.h"
+#include "config/UserInfoImpl.h"
+#include "dictionary/DictionaryCache.h"
+#include "hub/HubClient.h"
+#include "hub/HubSession.h"
+#include "request/RequestInternal.h"
+#include "request/RequestSender.h"
+#include "request/Watchlist.h"
+
+namespace tivra_internal {
+
+/// A session as a hub connection sees it: tables of plain values, and a list of what it was told.
+class FakeHubSession : public HubSession, public RetCodeTexts, public RequestSender {
+public:
+    // --- what a test sets ---
+    tivra::Session::States state = tivra::Session::TIVRA_SESSION_UNAVAILABLE;
+    bool established = false;
+    bool stopping = false;
+    std::function<void()> onStopTest; ///< called whenever a wait asks whether to go on
+    HubClient* first = nullptr;       ///< the hub that loads the enumeration
+    bool everyHubIsFirst = true;      ///< the hub under test is the newest first hub
+    bool cmConnection = false;
+    std::set<std::string> knownHosts;
+
+    // --- what a test reads ---
+    std::vector<std::string> told;
+    std::map<int, HubClient*> routes;
+    std::map<int, std::string> codes;
+    std::vector<std::unique_ptr<RequestInternal>> takenBack;
+    bool enumLoaded = false;
+    int losses = 0;
+    int down = 0;
+
+    tivra::Session::States getState() const override { return state; }
+    bool isCMconnection() const override { return cmConnection; }
+    bool isStopping() const override {
+        if (onStopTest)
+            onStopTest();
+        return stopping;
+    }
+    bool isInitiallyEstablished() const override { return established; }
+    int getQueueDepthThreshold() const override { return 70; }
+    std::string getLanguage() const override { return "C++"; }
+    // Events carry a session by its address alone.
+    tivra::Session& getSession() override { return *reinterpret_cast<tivra::Session*>(&m_session); }
+    const RetCodeTexts& getRetCodeTexts() const override { return *this; }
+    void claimFirstHubClient(HubClient* client) override {
+        if (first == nullptr)
+            first = client;
+    }
+    bool isFirstHubClient(const HubClient* client) const override { return client == first; }
+    bool isNewestFirstHub(const HubClient*) const override { return everyHubIsFirst; }
+    void noteHubDown(HubClient*) override { ++down; }
+    void countHubLoss(HubClient*) override { ++losses; }
+    void enterReadyHub(HubClient* client) override {
+        told.push_back(client->markReady() ? "ready, wants a handler" : "ready");
+    }
+    bool haveEnum() const override { return enumLoaded; }
+    void setHaveEnum() override { enumLoaded = true; }
+    const char* getRetCodeDesc(int code) const override {
+        const auto found = codes.find(code);
+        return found != codes.end() ? found->second.c_str() : "Unknown code";
+    }
+    void setRetCodeDesc(int code, const char* text, long length) override {
+        codes[code].assign(text, static_cast<size_t>(length));
+    }
+    DictionaryCache& getDictionaryCache() override { return m_dictionaries; }
+    void startDicReload() override { told.push_back("reload"); }
+    void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& version, int, int) override {
+        told.push_back("event " + std::to_string(type) + ' ' + version);
+    }
+    void addBoxSource(int src, HubClient* client) override {
+        told.push_back("box " + std::to_string(src));
+        routes.emplace(src, client);
+    }
+    bool addUserSource(int src, HubClient* entHub) override {
+        told.push_back("user " + std::to_string(src) + (entHub != nullptr ? " here" : ""));
+        return !routes.emplace(src, entHub).second;
+    }
+    void assignSource(int src, HubClient* client) override {
+        told.push_back("assign " + std::to_string(src));
+        routes[src] = client;
+    }
+    PortCursor nextSourceWithoutHub(int after, HubClient*) override {
+        PortCursor cursor{-1, true};
+        for (const auto& [src, client] : routes) {
+            if (src <= after || client != nullptr)
+                continue;
+            if (cursor.source >= 0) {
+                cursor.last = false;
+                break;
+            }
+            cursor.source = src;
+        }
+        return cursor;
+    }
+    HubLookup assignSourceToHost(int src, const std::string& hostInfo) override {
+        if (knownHosts.count(hostInfo) == 0)
+            return HubLookup::NoHostConfig;
+        told.push_back("assign " + std::to_string(src) + " to " + hostInfo);
+        return HubLookup::Found;
+    }
+    void createHubForHost(const std::string& hostInfo, HostConfigImpl&) override {
+        told.push_back("create " + hostInfo);
+    }
+    void addSplitExchange(int src, HubClient*) override { told.push_back("split " + std::to_string(src)); }
+    void addSplitSymbol(int src, const std::string& pattern, HubClient*) override {
+        told.push_back("split " + std::to_string(src) + " by " + pattern);
+    }
+    Watchlist& getWatchlist() override { return m_watchlist; }
+    RequestSender& getRequestSender() override { return *this; }
+    void noteReplay(const RequestInternal& request, HubClient*) override {
+        told.push_back("replay " + std::to_string(request.getTag()));
+    }
+    void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient*) override {
+        takenBack.push_back(std::move(request));
+    }
+    bool sendToHub(std::unique_ptr<RequestInternal>&, HubClient*, bool, int) override { return false; }
+
+private:
+    void* m_session = nullptr;
+    DictionaryCache m_dictionaries;
+    Watchlist m_watchlist;
+};
+
+} // namespace tivra_internal

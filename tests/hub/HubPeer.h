@@ -1,0 +1,139 @@
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+
+namespace tivra_internal {
+
+/// How long a test waits for what must come.
+inline constexpr int kDeadlineMilliseconds = 20'000;
+
+inline bool waitReadable(int fd) {
+    pollfd watched{fd, POLLIN, 0};
+    return ::poll(&watched, 1, kDeadlineMilliseconds) == 1;
+}
+
+/// A body in its frame.
+inline std::string hubFrame(std::string_view body) {
+    std::string frame{"\x04\x20", 2};
+    for (int shift = 24; shift >= 0; shift -= 8)
+        frame += static_cast<char>(body.size() >> shift & 0xFF);
+    frame += body;
+    return frame + '\x03';
+}
+
+/// The hub's side of one connection, driven byte by byte: a listener on a free loopback port and what was
+/// accepted.
+class HubPeer {
+public:
+    explicit HubPeer(int backlog = 16) : m_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(::bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(::listen(m_listener, backlog), 0);
+        socklen_t length = sizeof(address);
+        EXPECT_EQ(::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        m_port = ntohs(address.sin_port);
+    }
+    ~HubPeer() {
+        drop();
+        stopListening();
+    }
+    HubPeer(const HubPeer&) = delete;
+    HubPeer& operator=(const HubPeer&) = delete;
+
+    uint16_t port() const { return m_port; }
+    std::string hostInfo() const { return "127.0.0.1:" + std::to_string(m_port); }
+
+    void stopListening() {
+        if (m_listener >= 0)
+            ::close(m_listener);
+        m_listener = -1;
+    }
+    void accept() {
+        drop();
+        ASSERT_TRUE(waitReadable(m_listener)) << "nobody connects";
+        m_fd = ::accept(m_listener, nullptr, nullptr);
+        ASSERT_GE(m_fd, 0);
+        const int on = 1;
+        ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    }
+    void drop() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+        m_fd = -1;
+    }
+    /// A reset instead of an orderly end.
+    void reset() {
+        const linger hard{1, 0};
+        ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
+        drop();
+    }
+    int fd() const { return m_fd; }
+
+    void send(std::string_view body) { sendRaw(hubFrame(body)); }
+    void sendRaw(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const ssize_t sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            ASSERT_GT(sent, 0);
+            bytes.remove_prefix(static_cast<size_t>(sent));
+        }
+    }
+
+    bool hasRequest() const {
+        pollfd watched{m_fd, POLLIN, 0};
+        return ::poll(&watched, 1, 0) == 1 && (watched.revents & POLLHUP) == 0;
+    }
+    /// The text of the next request; empty with a failure when none comes or its frame is wrong.
+    std::string readRequest() {
+        const std::string head = readBytes(6);
+        if (head.size() != 6)
+            return {};
+        EXPECT_EQ(head.substr(0, 2), std::string("\x04\x20", 2));
+        size_t length = 0;
+        for (size_t i = 2; i < 6; ++i)
+            length = length << 8 | static_cast<unsigned char>(head[i]);
+        std::string body = readBytes(length + 1);
+        if (body.empty() || body.back() != '\x03') {
+            ADD_FAILURE() << "a request without its end";
+            return {};
+        }
+        body.pop_back();
+        return body;
+    }
+    std::string readBytes(size_t count) {
+        std::string bytes(count, '\0');
+        size_t got = 0;
+        while (got < count) {
+            if (!waitReadable(m_fd)) {
+                ADD_FAILURE() << "no bytes within the deadline";
+                return {};
+            }
+            const ssize_t part = ::recv(m_fd, bytes.data() + got, count - got, 0);
+            if (part <= 0) {
+                ADD_FAILURE() << "the connection has ended";
+                return {};
+            }
+            got += static_cast<size_t>(part);
+        }
+        return bytes;
+    }
+
+private:
+    int m_listener;
+    int m_fd = -1;
+    uint16_t m_port = 0;
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,181 @@
+// Bytes on their way in: split and broken frames before ready, the hand-over to the queue, reads that are
+// held back.
+#include <sys/ioctl.h>
+
+#include "hub/HubFixture.h"
+#include "kvnparse/StreamParser.h"
+
+namespace tivra_internal {
+
+namespace {
+
+using testing::Contains;
+using testing::StartsWith;
+
+class HubReadingTest : public HubFixture {
+protected:
+    /// Sends bytes and lets the client take them all.
+    void feed(std::string_view bytes) {
+        hub.sendRaw(bytes);
+        int waiting = 0;
+        while (client->getFd() >= 0 && waitReadable(client->getFd())) {
+            client->readableEvent(0.0);
+            if (client->getFd() < 0 || ::ioctl(client->getFd(), FIONREAD, &waiting) != 0 || waiting == 0)
+                break;
+        }
+    }
+    uint64_t framesInQueue() {
+        client->calcStats(0.0);
+        client->getResponseQueue()->printStats(true, true, 0.0);
+        return client->getResponseQueue()->getMsgsIn();
+    }
+};
+
+TEST_F(HubReadingTest, FramesSplitAtEveryByteAreOneConversation) {
+    session.enumLoaded = true;
+    const std::string login = hubFrame("5026=1|5001=0");
+    const std::string both = login + hubFrame("5026=3|5001=0");
+    for (size_t cut = 1; cut < both.size(); ++cut) {
+        makeClient();
+        connectAndLogin();
+        hub.readRequest();
+        feed(std::string_view(both).substr(0, cut));
+        EXPECT_EQ(client->isLoggedIn(), cut >= login.size()) << cut;
+        feed(std::string_view(both).substr(cut));
+        EXPECT_EQ(hub.readRequest(), "5026=3|5022=SetConflationInterval|2029=1000") << cut;
+        EXPECT_EQ(hub.readRequest(), "5026=5|5022=ListAdministrationInfo") << cut;
+    }
+}
+
+TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisClient) {
+    const struct {
+        const char* what;
+        std::string bytes;
+        const char* reason;
+    } cases[] = {
+        {"no frame at all", "HTTP/1.1 400 Bad Request\r\n\r\n", "Error framing response from HUB: "},
+        {"a length beyond the buffer", std::string("\x04\x20\x7f\xff\xff\xff", 6) + "5026=1",
+         "Error framing response from HUB: "},
+        {"the end byte elsewhere", std::string("\x04\x20\x00\x00\x00\x05", 6) + "5026=1|5001=0\x03",
+         "Error framing response from HUB: "},
+        {"an empty body", hubFrame(""), "Error parsing response from HUB: "},
+        {"no token", hubFrame("abc=1"), "Error parsing response from HUB: "},
+        {"a trailing separator", hubFrame("5026=1|"), "Error parsing response from HUB: "},
+        {"half a number", hubFrame("5026=1.5"), "Error parsing response from HUB: "},
+    };
+    for (const auto& row : cases) {
+        makeClient();
+        connectAndLogin();
+        feed(row.bytes);
+        EXPECT_EQ(client->getFd(), -1) << row.what;
+        EXPECT_THAT(client->getSuspendReason(), StartsWith(row.reason)) << row.what;
+        loginAndConverse(loneHub());
+        EXPECT_TRUE(client->isReady()) << row.what << ": nothing of it is left on the next connection";
+        client->closeConnection();
+    }
+}
+
+TEST_F(HubReadingTest, NothingBehindABrokenFrameIsObeyed) {
+    makeClient();
+    connectAndLogin();
+    feed(hubFrame("5026=") + hubFrame("=") + hubFrame("5026=1|5001=0"));
+    EXPECT_TRUE(client->isSuspended());
+    EXPECT_FALSE(client->isLoggedIn());
+}
+
+TEST_F(HubReadingTest, TheEndOfTheStreamBeforeReadyClosesTheConnection) {
+    for (const bool hard : {false, true}) {
+        makeClient();
+        connectAndLogin();
+        hub.readRequest();
+        if (hard)
+            hub.reset();
+        else
+            hub.drop();
+        LogCapture log;
+        serve();
+        EXPECT_EQ(client->getFd(), -1);
+        EXPECT_FALSE(client->isSuspended()) << "it is dialled again";
+        EXPECT_THAT(log.lines(),
+                    Contains(StartsWith(
+                        "INFO: === Socket Close Detected on Read - Connection will be Reset ===; fd=")));
+    }
+}
+
+TEST_F(HubReadingTest, WhatComesWithTheLastAnswerIsTheStartOfTheStream) {
+    const std::string data = hubFrame("4=558|5=IBM|10=1.5");
+    const std::string end = hubFrame("5026=13|5001=0");
+    const std::string stream = end + data + data + data;
+    for (size_t cut = end.size(); cut <= stream.size(); ++cut) {
+        Answers answers = loneHub();
+        answers["Subscribe .HUB.STATUS"] = {};
+        makeClient();
+        session.first = client.get();
+        loginAndConverse(answers);
+        ASSERT_FALSE(client->isReady());
+        feed(std::string_view(stream).substr(0, cut));
+        ASSERT_TRUE(client->isReady()) << cut;
+        if (cut < stream.size())
+            feed(std::string_view(stream).substr(cut));
+        ASSERT_EQ(framesInQueue(), 3U) << cut;
+    }
+}
+
+TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReactor) {
+    makeClient();
+    loginAndConverse(loneHub());
+    client->setHBSeen(false);
+    feed(hubFrame("4=558|5=IBM|10=1.5"));
+    EXPECT_TRUE(client->getHBSeen());
+    hub.drop();
+    serve();
+    EXPECT_FALSE(client->hasSocket()) << "nothing is watched that would be ready for ever";
+    EXPECT_GE(client->getFd(), 0);
+    EXPECT_FALSE(client->isValidConnection());
+    EXPECT_EQ(framesInQueue(), 1U) << "what has come is still delivered";
+}
+
+TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom) {
+    makeClient();
+    loginAndConverse(loneHub());
+    Queue& queue = *client->getResponseQueue();
+    const std::string data = hubFrame("4=558|5=IBM|1=" + std::string(100'000, 'x'));
+    client->incrQueryCount();
+    for (int i = 0; i < 8; ++i)
+        feed(data);
+    client->twentyFiveMsTick(tp::Clock::now());
+    ASSERT_TRUE(queue.readsSuspended());
+
+    client->readableEvent(tp::Clock::now());
+    hub.sendRaw(data);
+    ASSERT_TRUE(waitReadable(client->getFd()));
+    client->setHBSeen(false);
+    client->twentyFiveMsTick(tp::Clock::now());
+    EXPECT_TRUE(client->getHBSeen()) << "bytes wait, so the hub lives";
+    int waiting = 0;
+    ::ioctl(client->getFd(), FIONREAD, &waiting);
+    EXPECT_GT(waiting, 0) << "the refused read takes nothing";
+
+    client->decrQueryCount();
+    ASSERT_FALSE(queue.readsSuspended());
+    client->twentyFiveMsTick(tp::Clock::now());
+    client->readableEvent(tp::Clock::now());
+    ::ioctl(client->getFd(), FIONREAD, &waiting);
+    EXPECT_EQ(waiting, 0);
+}
+
+TEST_F(HubReadingTest, AParserThatCantBeHadSuspendsInsteadOfEndingTheProcess) {
+    MetaTokenMap dictionary;
+    if (KVNAPI::StreamParser::alloc("zkvn", &dictionary, 1024) != nullptr)
+        GTEST_SKIP() << "compressed streams can be parsed";
+    Options options;
+    options.compression = true;
+    makeClient(options);
+    connectAndLogin();
+    answer("5026=1|5001=0");
+    EXPECT_THAT(client->getSuspendReason(), StartsWith("Unknown type: -- "));
+}
+
+} // namespace
+
+} // namespace tivra_internal

@@ -1,0 +1,151 @@
+// Requests on the wire: frames, limits, slow and stalled peers.
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <thread>
+
+#include "hub/HubFixture.h"
+
+namespace tivra_internal {
+
+namespace {
+
+using HubWritingTest = HubFixture;
+
+TEST_F(HubWritingTest, ARequestIsFramedWithItsLengthBigEndian) {
+    const std::string text(0x0102, 'x');
+    std::vector<char> frame(text.size() + 8, '?');
+    ASSERT_EQ(HubClient::buildKvnMsg(text.data(), text.size(), frame.data()), 0x0102 + 7);
+    EXPECT_EQ(std::string(frame.data(), 6), std::string("\x04\x20\x00\x00\x01\x02", 6));
+    EXPECT_EQ(std::string(frame.data() + 6, text.size()), text);
+    EXPECT_EQ(frame[text.size() + 6], '\x03');
+    EXPECT_EQ(frame[text.size() + 7], '\0');
+}
+
+TEST_F(HubWritingTest, TheLongestTextGoesOutAndALongerOneLeavesTheConnectionOpen) {
+    makeClient();
+    connect();
+    const std::string longest(8184, 'a');
+    EXPECT_EQ(client->sendRequest(longest.c_str(), nullptr), 1);
+    EXPECT_EQ(hub.readRequest(), longest);
+    LogCapture log;
+    EXPECT_EQ(client->sendRequest((longest + 'a').c_str(), nullptr), -1);
+    EXPECT_TRUE(log.has("CRIT: HubClient::sendRequest - Maximum Length Exceeded 8185"));
+    EXPECT_EQ(client->sendRequest("after", nullptr), 1);
+    EXPECT_EQ(hub.readRequest(), "after");
+}
+
+TEST_F(HubWritingTest, WithoutASocketOrBytesNothingIsWritten) {
+    makeClient();
+    LogCapture log;
+    EXPECT_EQ(client->sendRequest("x", nullptr), -1);
+    EXPECT_TRUE(log.has("CRIT: HubClient::sendRequest - socket descriptor not valid"));
+    EXPECT_EQ(client->writen(-1, "x", 1, nullptr), -1);
+    EXPECT_EQ(client->writen(-1, "", 0, nullptr), -1);
+    connect();
+    EXPECT_EQ(client->writen(client->getFd(), "x", 0, nullptr), 0);
+    EXPECT_EQ(client->writen(client->getFd(), "x", -1, nullptr), 0);
+}
+
+/// A pair of sockets of which the client writes one, with room for little.
+class SlowPeerTest : public HubFixture {
+protected:
+    SlowPeerTest() {
+        int pair[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, pair), 0);
+        ours = pair[0];
+        theirs = pair[1];
+        const int small = 4096;
+        ::setsockopt(ours, SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
+        makeClient();
+        connect(); // closeIfOutOfStep has something to close
+    }
+    ~SlowPeerTest() override {
+        ::close(ours);
+        ::close(theirs);
+    }
+    void fillUp() {
+        const std::string block(512, 'f');
+        while (::send(ours, block.data(), block.size(), MSG_NOSIGNAL) > 0) {
+        }
+    }
+    /// Reads until `count` bytes have come.
+    std::string drain(size_t count) {
+        std::string bytes;
+        std::vector<char> block(1024);
+        while (bytes.size() < count && waitReadable(theirs)) {
+            const ssize_t got = ::recv(theirs, block.data(), block.size(), 0);
+            if (got > 0)
+                bytes.append(block.data(), static_cast<size_t>(got));
+        }
+        return bytes;
+    }
+
+    int ours = -1;
+    int theirs = -1;
+    const std::string frame = std::string(300'000, 'q') + 'z';
+};
+
+TEST_F(SlowPeerTest, AFrameNotBegunIsGivenUpAtItsTimeLimit) {
+    fillUp();
+    timeval timeout{0, 100};
+    EXPECT_EQ(client->writen(ours, frame.data(), static_cast<int>(frame.size()), &timeout), -2);
+    EXPECT_FALSE(client->isOutOfStep());
+}
+
+void ignoreSignal(int) {}
+
+TEST_F(SlowPeerTest, AFrameOnceBegunEndsWholeWhateverTheTimeLimitAndThroughSignals) {
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = ignoreSignal; // without SA_RESTART: every wait and write may end with EINTR
+    ::sigaction(SIGUSR1, &action, &before);
+    const pthread_t writer = ::pthread_self();
+    std::string received;
+    std::thread reader([&] {
+        for (int i = 0; i < 50; ++i)
+            ::pthread_kill(writer, SIGUSR1);
+        received = drain(frame.size());
+    });
+    timeval timeout{0, 100};
+    EXPECT_EQ(client->writen(ours, frame.data(), static_cast<int>(frame.size()), &timeout),
+              static_cast<int>(frame.size()));
+    reader.join();
+    ::sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_EQ(received, frame);
+    EXPECT_FALSE(client->isOutOfStep());
+}
+
+TEST_F(SlowPeerTest, AStalledPeerIsLeftWhenTheSessionStopsAndTheStreamIsClosed) {
+    session.stopping = true;
+    EXPECT_EQ(client->writen(ours, frame.data(), static_cast<int>(frame.size()), nullptr), -1);
+    ASSERT_TRUE(client->isOutOfStep());
+    EXPECT_EQ(client->writen(ours, "more", 4, nullptr), -1) << "nothing may follow half a frame";
+    EXPECT_TRUE(client->closeIfOutOfStep());
+    EXPECT_EQ(client->getFd(), -1);
+    EXPECT_EQ(session.down, 1);
+    EXPECT_FALSE(client->closeIfOutOfStep());
+}
+
+TEST_F(SlowPeerTest, AStalledPeerIsLeftAfterTheReadTimeout) {
+    int waits = 0;
+    session.onStopTest = [&waits] {
+        ++waits;
+        tp::Clock::advance(1.0);
+    };
+    EXPECT_EQ(client->writen(ours, frame.data(), static_cast<int>(frame.size()), nullptr), -1);
+    EXPECT_EQ(waits, 6) << "five seconds are not past yet, six are";
+    EXPECT_TRUE(client->isOutOfStep());
+}
+
+TEST_F(SlowPeerTest, APeerThatIsGoneCostsAnErrorAndNoSignal) {
+    ::close(theirs);
+    theirs = -1;
+    EXPECT_EQ(client->writen(ours, frame.data(), static_cast<int>(frame.size()), nullptr), -1);
+    EXPECT_FALSE(client->isOutOfStep()) << "not a byte has gone out";
+}
+
+} // namespace
+
+} // namespace tivra_internal
