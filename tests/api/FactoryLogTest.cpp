@@ -1,0 +1,116 @@
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include <gmock/gmock.h>
+#include <tivra.h>
+#include <tp/eprintf.h>
+
+#include "session/SessionImpl.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+/// A log in a directory of its own, read back as a text.
+class FactoryLog : public testing::Test {
+protected:
+    FactoryLog() {
+        char name[] = "/tmp/tivra-XXXXXX";
+        if (const char* made = mkdtemp(name))
+            directory = made;
+    }
+    ~FactoryLog() override {
+        tivra::APIFactory::getInstance()->uninitialize();
+        std::filesystem::remove_all(directory);
+        static_cast<void>(tp::eprintf_init(EPF_STDERR, EPF_WARN, "%s", "test"));
+        tivra_internal::SessionImpl::setLanguage("C++");
+    }
+    std::string base() const { return directory + "/log"; }
+    std::string text() const {
+        std::time_t now = std::time(nullptr);
+        std::tm local{};
+        localtime_r(&now, &local);
+        char date[16];
+        std::strftime(date, sizeof date, ".%m%d%Y", &local);
+        std::ifstream file(base() + date);
+        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    }
+
+    std::string directory;
+    tivra::APIFactory& factory = *tivra::APIFactory::getInstance();
+};
+
+TEST_F(FactoryLog, DebugDecidesOnLevelAndFileInformation) {
+    EXPECT_EQ(factory.initialize("app", "1.2", false, base(), "External"), 0);
+    eprintf(EPF_DBUG, "a debug line");
+    eprintf(EPF_INFO, "said twice");
+    eprintf(EPF_INFO, "said twice");
+    EXPECT_THAT(text(), HasSubstr("INFO: APIFactory initialized Usage : External"));
+    EXPECT_THAT(text(), HasSubstr("app-1.2"));
+    EXPECT_THAT(text(), Not(HasSubstr("a debug line")));
+    EXPECT_THAT(text(), Not(HasSubstr(".cpp[")));
+
+    EXPECT_EQ(factory.initialize("app", "1.2", true, base()), 0);
+    eprintf(EPF_DBUG, "a debug line");
+    EXPECT_THAT(text(), HasSubstr("FactoryLogTest.cpp["));
+    EXPECT_THAT(text(), HasSubstr("DBUG: a debug line"));
+}
+
+TEST_F(FactoryLog, RepeatedLinesAreNeverFolded) {
+    factory.initialize("app", "1.2", false, base());
+    for (int i = 0; i < 100; ++i)
+        eprintf(EPF_INFO, "again and again");
+    const std::string log = text();
+    size_t count = 0;
+    for (size_t at = log.find("again and again"); at != std::string::npos;
+         at = log.find("again and again", at + 1))
+        ++count;
+    EXPECT_EQ(count, 100u);
+}
+
+TEST_F(FactoryLog, TextsOfTheApplicationAreNeverFormats) {
+    factory.initialize("%s%n", "%d", false, base(), "%n%s");
+    EXPECT_THAT(text(), HasSubstr("%s%n-%d"));
+    EXPECT_THAT(text(), HasSubstr("Usage : %n%s"));
+}
+
+TEST_F(FactoryLog, WhatWasCutOrCannotBeOpenedIsSaidOnStandardError) {
+    testing::internal::CaptureStderr();
+    factory.initialize(std::string(200, 'p'), "1", false, base());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("prefix"));
+
+    testing::internal::CaptureStderr();
+    factory.initialize("app", "1", false, base());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+    testing::internal::CaptureStderr();
+    factory.initialize("app", "1", false, directory + "/missing/" + std::string(60, 'n'));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("log file name"));
+
+    testing::internal::CaptureStderr();
+    factory.initialize("app", "1", false, directory + "/missing/log");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(directory + "/missing/log"));
+}
+
+TEST_F(FactoryLog, OnlyAWordOfItsOwnReplacesTheLanguage) {
+    struct NoHandler : tivra::SessionEventHandler, tivra::UserEventHandler {
+        void onSessionEvent(const tivra::SessionEvent&) override {}
+        void onUserEvent(const tivra::UserEvent&) override {}
+    } handler;
+    tivra::UserInfo& user = factory.createUserInfo("jane", "secret", handler);
+    tivra::Session& session = factory.createSession(user, handler);
+    const tivra_internal::SessionImpl& impl = tivra_internal::HandleAccess::impl(session);
+    for (const auto& [usage, language] : {std::pair{"", "C++"}, std::pair{"External", "C++"},
+                                          std::pair{"Python", "Python"}, std::pair{"External", "Python"}}) {
+        factory.initialize("app", "1", false, base(), usage);
+        EXPECT_EQ(impl.getLanguage(), language) << usage;
+    }
+    factory.destroySession(session);
+    factory.destroyUserInfo(user);
+}
+
+} // namespace
