@@ -92,7 +92,11 @@ struct RecordingHandler : tivra::MessageEventHandler {
 
 /// A hub as a read handler sees it.
 struct FakeHub : ReadHandlerHub {
-    FakeHub() { loadTestDictionary(dictionary); }
+    FakeHub() : FakeHub(true) {}
+    explicit FakeHub(bool withTestDictionary) {
+        if (withTestDictionary)
+            loadTestDictionary(dictionary);
+    }
 
     HubClient* client() override { return reinterpret_cast<HubClient*>(&identity); }
     bool isDummy() const override { return dummy; }
