@@ -9,18 +9,11 @@
 namespace KVNAPI {
 namespace {
 
-/// A bit for each of 64 bytes.
-struct BlockMasks {
-    std::uint64_t separators; ///< "=", "|" or the end byte
-    std::uint64_t others;     ///< no digit
-};
-
-KVN_TARGET inline BlockMasks classify(const char* from) {
+/// A bit for each "|" and end byte of the 64 bytes.
+KVN_TARGET inline std::uint64_t separatorsOf(const char* from) {
     const __m512i bytes = _mm512_loadu_si512(from);
-    const auto equal = [bytes](char byte)
-                           KVN_TARGET { return _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(byte)); };
-    const __m512i values = _mm512_sub_epi8(bytes, _mm512_set1_epi8(0x30));
-    return {equal(0x03) | equal(0x7C) | equal(0x3D), _mm512_cmpgt_epu8_mask(values, _mm512_set1_epi8(9))};
+    return _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(0x7C)) |
+           _mm512_cmpeq_epi8_mask(bytes, _mm512_set1_epi8(0x03));
 }
 
 } // namespace

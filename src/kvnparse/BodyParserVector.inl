@@ -1,20 +1,26 @@
 // The vector form of the body parser, compiled once for each instruction set: an including file defines
-// KVN_TARGET, the target attribute of its functions, and `classify` before it includes this.
+// KVN_TARGET, the target attribute of its functions, and `separatorsOf` before it includes this.
 //
 // It first notes where the separators of a stretch stand, many bytes at a time, and then walks from field to
-// field. Since a field's place is known before its neighbour has been read, the processor works on several at
-// once; that, and not the width of the vectors, is what makes it quick. Whatever is not an ordinary field is
-// left to KVNParse::parseField, so the rules for odd values and all refusals stand in one place.
+// field. Since the end of a field is known before it has been read, the processor works on several at once;
+// that, and not the width of the vectors, is what makes it quick. Whatever is not an ordinary field is left
+// to KVNParse::parseField, so the rules for odd values and all refusals stand in one place.
+//
+// No byte outside the frame is read: loads end at the end of a value, which has a header and the number of
+// its token before it, or are clipped to the frame.
 
 #include "kvnparse/Denom.h"
 #include "kvnparse/KVNParse.h"
 #include "kvnparse/Message.h"
 #include "kvnparse/NumberDecode.h"
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#define KVN_INLINE KVN_TARGET __attribute__((always_inline)) inline
 
 namespace KVNAPI {
 namespace {
@@ -23,20 +29,18 @@ namespace {
 constexpr std::size_t STRETCH = 512;
 constexpr std::size_t BLOCK = 64;
 /// Positions are written this many at a time, past the last one.
-constexpr std::size_t SURPLUS = 16;
-/// How many bytes a text may have to be copied as one vector.
-constexpr std::size_t SHORT_TEXT = 16;
+constexpr std::size_t SURPLUS = 8;
+constexpr std::size_t VECTOR = 16;
 
-/// Where things stand in a stretch of the frame, counted from its first byte.
+/// Where "|" and the end byte stand in a stretch of the frame, counted from its first byte.
 struct StretchIndex {
-    std::uint64_t others[STRETCH / BLOCK + 1];   ///< a bit for each byte that is no digit
-    std::uint16_t separators[STRETCH + SURPLUS]; ///< "=", "|" and the end byte, in order
+    std::uint16_t ends[STRETCH + SURPLUS];
     std::size_t count;
 };
 
-/// Adds the separators of one block. They alternate with text in no known way, so a fixed number is written
-/// and the surplus overwritten by the next block.
-KVN_TARGET inline std::size_t addSeparators(std::uint16_t* out, std::uint64_t bits, std::size_t offset) {
+/// Adds the separators of one block. Writing a fixed number, of which the next block overwrites the surplus,
+/// is quicker than ending at each block's own count.
+KVN_INLINE std::size_t addSeparators(std::uint16_t* out, std::uint64_t bits, std::size_t offset) {
     const auto count = static_cast<std::size_t>(std::popcount(bits));
     for (std::size_t done = 0;;) {
         for (std::size_t i = 0; i < SURPLUS; ++i) {
@@ -52,241 +56,325 @@ KVN_TARGET inline std::size_t addSeparators(std::uint16_t* out, std::uint64_t bi
 
 /// The last block of a frame, which is shorter than the vectors: read together with what stands before it, or
 /// from a copy when the whole frame is that short.
-KVN_TARGET inline BlockMasks classifyTail(const char* from, std::size_t size, bufref frame) {
-    BlockMasks masks;
-    if (frame.len >= BLOCK) {
-        masks = classify(from + size - BLOCK);
-        masks.separators >>= BLOCK - size;
-        masks.others >>= BLOCK - size;
-    } else {
-        char copy[BLOCK] = {};
-        std::memcpy(copy, from, size);
-        masks = classify(copy);
-        masks.separators &= (std::uint64_t{1} << size) - 1;
-    }
-    return masks;
+KVN_INLINE std::uint64_t separatorsOfTail(const char* from, std::size_t size, bufref frame) {
+    if (frame.len >= BLOCK)
+        return separatorsOf(from + size - BLOCK) >> (BLOCK - size);
+    char copy[BLOCK] = {};
+    std::memcpy(copy, from, size);
+    return separatorsOf(copy);
 }
 
-KVN_TARGET inline void indexStretch(StretchIndex& index, const char* from, bufref frame) {
+KVN_INLINE void indexStretch(StretchIndex& index, const char* from, bufref frame) {
     const auto left = static_cast<std::size_t>(frame.end() - from);
     const std::size_t size = left < STRETCH ? left : STRETCH;
     std::size_t count = 0;
-    std::size_t block = 0;
-    for (; (block + 1) * BLOCK <= size; ++block) {
-        const BlockMasks masks = classify(from + block * BLOCK);
-        index.others[block] = masks.others;
-        count += addSeparators(index.separators + count, masks.separators, block * BLOCK);
-    }
-    index.others[block] = 0;
-    if (const std::size_t tail = size - block * BLOCK; tail != 0) {
-        const BlockMasks masks = classifyTail(from + block * BLOCK, tail, frame);
-        index.others[block] = masks.others;
-        count += addSeparators(index.separators + count, masks.separators, block * BLOCK);
-        if (block + 1 < std::size(index.others))
-            index.others[block + 1] = 0;
-    }
+    std::size_t offset = 0;
+    for (; offset + BLOCK <= size; offset += BLOCK)
+        count += addSeparators(index.ends + count, separatorsOf(from + offset), offset);
+    if (offset != size)
+        count +=
+            addSeparators(index.ends + count, separatorsOfTail(from + offset, size - offset, frame), offset);
     index.count = count;
 }
 
-/// The bits of `length` bytes (less than 64) from `offset` that are no digits.
-KVN_TARGET inline std::uint64_t othersOf(const StretchIndex& index, std::size_t offset, std::size_t length) {
-    const std::size_t word = offset / BLOCK;
-    const std::size_t shift = offset % BLOCK;
-    const std::uint64_t bits = index.others[word] >> shift | index.others[word + 1] << 1
-                                                                                    << (BLOCK - 1 - shift);
-    return bits & ((std::uint64_t{1} << length) - 1);
-}
-
-KVN_TARGET inline std::uint64_t loadEight(const char* from) {
+KVN_INLINE std::uint64_t loadEight(const char* from) {
     std::uint64_t bytes;
     std::memcpy(&bytes, from, sizeof bytes);
     return bytes;
 }
 
-/// The number of the last `count` (1 to 8) of eight bytes that are known to be digits.
-KVN_TARGET inline std::uint64_t lastDigits(std::uint64_t bytes, std::size_t count) {
-    constexpr std::uint64_t PAIRS = 0x000000FF000000FF;
-    const std::size_t surplus = 64 - count * 8;
-    std::uint64_t digits = (bytes & 0x0F0F0F0F0F0F0F0F) >> surplus << surplus;
-    digits = digits * 10 + (digits >> 8);
-    return ((digits & PAIRS) * (100 + (1000000ULL << 32)) +
-            ((digits >> 16) & PAIRS) * (1 + (10000ULL << 32))) >>
-           32;
+KVN_INLINE __m128i loadVector(const void* from) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(from));
 }
 
-/// The number of `count` (1 to 16) digits that end at `end`, with eight readable bytes before them.
-KVN_TARGET inline std::uint64_t digitsBefore(const char* end, std::size_t count) {
-    if (count <= 8)
-        return lastDigits(loadEight(end - 8), count);
-    return lastDigits(loadEight(end - 16), count - 8) * 100000000 + lastDigits(loadEight(end - 8), 8);
-}
+/// Sixteen zeros and sixteen ones: the vector that starts n bytes in has ones in its last n bytes.
+constexpr std::array<std::uint8_t, 2 * VECTOR> LAST_BYTES = [] {
+    std::array<std::uint8_t, 2 * VECTOR> bytes{};
+    for (std::size_t i = VECTOR; i < 2 * VECTOR; ++i)
+        bytes[i] = 0xFF;
+    return bytes;
+}();
 
-/// Masks for the last `n` of eight bytes.
-constexpr std::uint64_t LAST_BYTES[] = {0,
-                                        0xFF00000000000000,
-                                        0xFFFF000000000000,
-                                        0xFFFFFF0000000000,
-                                        0xFFFFFFFF00000000,
-                                        0xFFFFFFFFFF000000,
-                                        0xFFFFFFFFFFFF0000,
-                                        0xFFFFFFFFFFFFFF00,
-                                        0xFFFFFFFFFFFFFFFF};
-
-/// A whole part of `wholeCount` digits before `point` and `fractionCount` digits before `end`, up to eight
-/// each: both at once.
-KVN_TARGET inline double shortDouble(const char* point, std::size_t wholeCount, const char* end,
-                                     std::size_t fractionCount) {
-    const __m128i text = _mm_set_epi64x(static_cast<long long>(loadEight(end - 8)),
-                                        static_cast<long long>(loadEight(point - 8)));
-    const __m128i mask =
-        _mm_set_epi64x(static_cast<long long>(LAST_BYTES[fractionCount] & 0x0F0F0F0F0F0F0F0F),
-                       static_cast<long long>(LAST_BYTES[wholeCount] & 0x0F0F0F0F0F0F0F0F));
-    const __m128i digits = _mm_and_si128(text, mask);
-    const __m128i twos = _mm_maddubs_epi16(digits, _mm_set1_epi16(0x010A));
-    const __m128i fours = _mm_madd_epi16(twos, _mm_set1_epi32(0x00010064));
-    const __m128i packed = _mm_packus_epi32(fours, fours);
-    const __m128i eights = _mm_madd_epi16(packed, _mm_set1_epi32(0x00012710));
-    const __m128d parts = _mm_cvtepi32_pd(eights);
-    const __m128d scaled = _mm_mul_pd(parts, _mm_set_pd(detail::DECIMAL_FRACTIONS[fractionCount], 1.0));
-    return _mm_cvtsd_f64(_mm_add_sd(scaled, _mm_unpackhi_pd(scaled, scaled)));
-}
-
-/// The value of a field: where it stands, and which of its bytes are no digits.
-struct Value {
-    const char* start;
-    const char* end;
-    std::uint64_t others;
-
-    [[nodiscard]] std::size_t size() const { return static_cast<std::size_t>(end - start); }
+/// How digits move for a number with some fraction digits, which end at the last byte behind a point.
+struct DigitMove {
+    std::array<std::uint8_t, VECTOR> toHalves; ///< up to eight whole digits and up to eight of the fraction
+    std::array<std::uint8_t, VECTOR> closeUp;  ///< all digits, without the point
 };
 
-/// Takes a sign off the value; true for "-".
-KVN_TARGET inline bool takeSign(Value& value) {
-    if ((value.others & 1) == 0 || (*value.start != '-' && *value.start != '+'))
-        return false;
-    const bool negative = *value.start == '-';
-    ++value.start;
-    value.others >>= 1;
-    return negative;
-}
-
-/// Reads a value of 1 to 16 digits. False for any other.
-KVN_TARGET inline bool readInteger(Value value, std::int64_t& result) {
-    const bool negative = value.others != 0 && takeSign(value);
-    if (value.others != 0 || value.size() - 1 >= 16)
-        return false;
-    const auto number = static_cast<std::int64_t>(digitsBefore(value.end, value.size()));
-    result = negative ? -number : number;
-    return true;
-}
-
-/// Reads a value of digits, and perhaps a point with digits on both sides of it. False for any other.
-KVN_TARGET inline bool readDecimal(Value value, double& result) {
-    const bool negative = takeSign(value);
-    double number;
-    if (value.others == 0) {
-        if (value.size() - 1 >= 16)
-            return false;
-        number = static_cast<double>(static_cast<std::int64_t>(digitsBefore(value.end, value.size())));
-    } else {
-        const auto whole = static_cast<std::size_t>(std::countr_zero(value.others));
-        const std::size_t fraction = value.size() - whole - 1;
-        const char* const point = value.start + whole;
-        if ((value.others & (value.others - 1)) != 0 || *point != '.' || whole - 1 >= 16 ||
-            fraction - 1 >= 16)
-            return false;
-        if (whole <= 8 && fraction <= 8)
-            number = shortDouble(point, whole, value.end, fraction);
-        else
-            number = static_cast<double>(static_cast<std::int64_t>(digitsBefore(point, whole))) +
-                     static_cast<double>(static_cast<std::int64_t>(digitsBefore(value.end, fraction))) *
-                         detail::DECIMAL_FRACTIONS[fraction];
+constexpr std::array<DigitMove, VECTOR> DIGIT_MOVES = [] {
+    constexpr std::uint8_t ZERO = 0x80;
+    std::array<DigitMove, VECTOR> moves{};
+    for (std::size_t fraction = 0; fraction < VECTOR; ++fraction) {
+        DigitMove& move = moves[fraction];
+        const std::size_t point = VECTOR - 1 - fraction;
+        for (std::size_t i = 0; i < VECTOR; ++i) {
+            // The byte that comes to place i, from the right end of each part.
+            const std::size_t fromRight = i < 8 ? 7 - i : VECTOR - 1 - i;
+            const bool has = i < 8 ? fromRight < point : fromRight < fraction;
+            move.toHalves[i] =
+                !has ? ZERO : static_cast<std::uint8_t>((i < 8 ? point : VECTOR) - 1 - fromRight);
+            move.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
+                              : i == 0  ? ZERO
+                                        : static_cast<std::uint8_t>(i - 1);
+        }
     }
-    result = negative ? -number : number;
+    return moves;
+}();
+
+/// Division of numbers below 10^16 by a power of ten, as a multiplication.
+struct PowerOfTen {
+    std::uint64_t power;
+    std::uint64_t factor; ///< 2^(64 + shift) / power, rounded up
+    unsigned shift;
+};
+
+constexpr std::array<PowerOfTen, VECTOR> POWERS = [] {
+    std::array<PowerOfTen, VECTOR> powers{};
+    std::uint64_t power = 1;
+    for (std::size_t i = 0; i < VECTOR; ++i, power *= 10) {
+        const auto shift = static_cast<unsigned>(std::bit_width(power) - 1);
+        // Long division of 2^(64 + shift) by the power.
+        std::uint64_t quotient = 0;
+        std::uint64_t rest = std::uint64_t{1} << shift;
+        for (int bit = 0; bit < 64; ++bit) {
+            // The power is below 2^54, so that doubling the rest keeps to 64 bits.
+            quotient <<= 1;
+            rest <<= 1;
+            if (rest >= power) {
+                rest -= power;
+                quotient |= 1;
+            }
+        }
+        powers[i] = {power, rest == 0 ? quotient : quotient + 1, shift};
+    }
+    return powers;
+}();
+
+/// Sixteen digit values, most significant first, as two numbers of eight digits in the lowest two of four.
+KVN_INLINE __m128i joinDigits(__m128i digits) {
+    const __m128i twos = _mm_maddubs_epi16(digits, _mm_set1_epi16(0x010A));
+    const __m128i fours = _mm_madd_epi16(twos, _mm_set1_epi32(0x00010064));
+    const __m128i packed = _mm_packus_epi32(fours, _mm_setzero_si128());
+    return _mm_madd_epi16(packed, _mm_set1_epi32(0x00012710));
+}
+
+/// The number in sixteen digit values.
+KVN_INLINE std::uint64_t sixteenDigits(__m128i digits) {
+    const auto parts = static_cast<std::uint64_t>(_mm_cvtsi128_si64(joinDigits(digits)));
+    return (parts & 0xFFFFFFFF) * 100000000 + (parts >> 32);
+}
+
+/// True when a byte of digit values is none.
+KVN_INLINE bool hasOthers(__m128i digits) {
+    const __m128i excess = _mm_subs_epu8(digits, _mm_set1_epi8(9));
+    return _mm_testz_si128(excess, excess) == 0;
+}
+
+/// Reads `size` bytes before `end` as 1 to 16 digits. False for any other text.
+KVN_INLINE bool readDigits(const char* end, std::size_t size, std::uint64_t& result) {
+    if (size - 1 < 8) {
+        __m128i digits =
+            _mm_sub_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(end - 8)), _mm_set1_epi8('0'));
+        digits = _mm_and_si128(
+            digits, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(LAST_BYTES.data() + 8 + size)));
+        result = static_cast<std::uint64_t>(_mm_cvtsi128_si64(joinDigits(digits)));
+        return !hasOthers(digits);
+    }
+    if (size - 1 >= VECTOR)
+        return false;
+    // More than eight digits, with a number, "=" and a header before them.
+    const __m128i digits = _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), _mm_set1_epi8('0')),
+                                         loadVector(LAST_BYTES.data() + size));
+    result = sixteenDigits(digits);
+    return !hasOthers(digits);
+}
+
+KVN_INLINE bool hasSign(const char* from, std::size_t size) {
+    return size > 1 && (*from == '-' || *from == '+');
+}
+
+/// Reads a text of 1 to 16 digits and perhaps a sign. False for any other.
+KVN_INLINE bool readInteger(const char* from, const char* end, std::int64_t& result) {
+    const auto size = static_cast<std::size_t>(end - from);
+    std::uint64_t number = 0;
+    if (readDigits(end, size, number)) {
+        result = static_cast<std::int64_t>(number);
+        return true;
+    }
+    if (!hasSign(from, size) || !readDigits(end, size - 1, number))
+        return false;
+    result = static_cast<std::int64_t>(*from == '-' ? 0 - number : number);
     return true;
 }
 
-/// Copies a text behind what the message holds. False when that takes more than one vector.
-KVN_TARGET inline bool copyShortText(Message& message, const Value& value, const char* frameEnd,
-                                     bufref& text) {
-    if (value.size() > SHORT_TEXT || static_cast<std::size_t>(frameEnd - value.start) < SHORT_TEXT ||
-        static_cast<std::size_t>(message.endArea - message.nextArea) < SHORT_TEXT)
+/// Reads a text of up to 16 bytes before `end`: digits, and perhaps a point with digits on both sides of it.
+/// False for any other.
+KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
+    if (size - 1 >= VECTOR)
         return false;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(message.nextArea),
-                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(value.start)));
-    text = bufref(message.nextArea, value.size());
-    message.nextArea += value.size();
+    const __m128i digits = _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), _mm_set1_epi8('0')),
+                                         loadVector(LAST_BYTES.data() + size));
+    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, _mm_set1_epi8(9)), digits);
+    const std::uint32_t others = static_cast<std::uint32_t>(_mm_movemask_epi8(isDigit)) ^ 0xFFFF;
+    if (others == 0) {
+        result = static_cast<double>(static_cast<std::int64_t>(sixteenDigits(digits)));
+        return true;
+    }
+    const auto point = static_cast<std::size_t>(std::countr_zero(others));
+    const std::size_t fraction = VECTOR - 1 - point;
+    const std::size_t whole = size - 1 - fraction;
+    if ((others & (others - 1)) != 0 || *(end - 1 - fraction) != '.' || whole == 0 || fraction == 0)
+        return false;
+    const DigitMove& move = DIGIT_MOVES[fraction];
+    if (whole <= 8 && fraction <= 8) {
+        const __m128i halves = _mm_shuffle_epi8(digits, loadVector(move.toHalves.data()));
+        const __m128d parts = _mm_cvtepi32_pd(joinDigits(halves));
+        result = _mm_cvtsd_f64(parts) +
+                 _mm_cvtsd_f64(_mm_unpackhi_pd(parts, parts)) * detail::DECIMAL_FRACTIONS[fraction];
+        return true;
+    }
+    const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(move.closeUp.data())));
+    const PowerOfTen& power = POWERS[fraction];
+    __extension__ using Wide = unsigned __int128;
+    const std::uint64_t wholePart =
+        static_cast<std::uint64_t>(static_cast<Wide>(all) * power.factor >> 64) >> power.shift;
+    const std::uint64_t fractionPart = all - wholePart * power.power;
+    result =
+        static_cast<double>(static_cast<std::int64_t>(wholePart)) +
+        static_cast<double>(static_cast<std::int64_t>(fractionPart)) * detail::DECIMAL_FRACTIONS[fraction];
     return true;
 }
+
+/// The same with perhaps a sign, for a text that has room for a vector before its end.
+KVN_INLINE bool readSignedDecimal(const char* from, const char* end, const char* frameStart, double& result) {
+    const auto size = static_cast<std::size_t>(end - from);
+    if (end - frameStart < static_cast<std::ptrdiff_t>(VECTOR))
+        return false;
+    if (readDecimal(end, size, result))
+        return true;
+    if (!hasSign(from, size) || !readDecimal(end, size - 1, result))
+        return false;
+    result = *from == '-' ? -result : result;
+    return true;
+}
+
+/// Where the message is written to; its own fields follow when the fields of a stretch are done.
+class Output {
+public:
+    KVN_INLINE explicit Output(Message& message) : m_message(message) { reload(); }
+
+    /// Takes over what others have added.
+    KVN_INLINE void reload() {
+        m_pair = m_message.pairs + m_message.paircount;
+        m_pairsEnd = m_message.pairsEnd();
+        m_area = m_message.nextArea;
+        m_areaEnd = m_message.endArea;
+    }
+    KVN_INLINE void store() {
+        m_message.paircount = static_cast<std::int32_t>(m_pair - m_message.pairs);
+        m_message.nextArea = m_area;
+    }
+
+    [[nodiscard]] KVN_INLINE bool isFull() const { return m_pair == m_pairsEnd; }
+    [[nodiscard]] KVN_INLINE TVPair* add() { return m_pair++; }
+
+    /// Copies a text behind what the message holds. False when that takes more than one vector.
+    KVN_INLINE bool copyText(const char* from, std::size_t size, const char* frameEnd, bufref& text) {
+        if (size > VECTOR || frameEnd - from < static_cast<std::ptrdiff_t>(VECTOR) ||
+            m_areaEnd - m_area < static_cast<std::ptrdiff_t>(VECTOR))
+            return false;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(m_area), loadVector(from));
+        text = bufref(m_area, size);
+        m_area += size;
+        return true;
+    }
+
+private:
+    Message& m_message;
+    TVPair* m_pair;
+    TVPair* m_pairsEnd;
+    char* m_area;
+    const char* m_areaEnd;
+};
 
 /// Reads the value of a known token. False when it is not an ordinary one; nothing has been changed then.
-KVN_TARGET inline bool readValue(KVNParse& parse, const FieldRow& row, const Value& value) {
+KVN_INLINE bool readValue(KVNParse& parse, Output& out, const FieldRow& row, const char* from,
+                          const char* end) {
     Message& message = *parse.m_msg;
     std::int64_t number = 0;
     switch (row.kind) {
     case FieldRow::INTEGER:
-        if (!readInteger(value, number))
+        if (out.isFull() || !readInteger(from, end, number))
             return false;
-        message.addPair()->setI(row.token, number);
+        out.add()->setI(row.token, number);
         return true;
     case FieldRow::DOUBLE: {
         double decimal = 0.0;
-        if (!readDecimal(value, decimal))
+        if (out.isFull() || !readSignedDecimal(from, end, parse.m_frame.buf, decimal))
             return false;
-        message.addPair()->setD(row.token, decimal);
+        out.add()->setD(row.token, decimal);
         return true;
     }
     case FieldRow::STRING: {
         bufref text;
-        if (!copyShortText(message, value, parse.m_frame.end(), text))
+        if (out.isFull() ||
+            !out.copyText(from, static_cast<std::size_t>(end - from), parse.m_frame.end(), text))
             return false;
-        message.addPair()->setB(row.token, text);
+        out.add()->setB(row.token, text);
         return true;
     }
     case FieldRow::SYMBOL:
-        return message.symbol.len == 0 && copyShortText(message, value, parse.m_frame.end(), message.symbol);
+        return message.symbol.len == 0 &&
+               out.copyText(from, static_cast<std::size_t>(end - from), parse.m_frame.end(), message.symbol);
     case FieldRow::EXCHANGE:
-        if (message.exchange != nullptr || !readInteger(value, number))
+        if (message.exchange != nullptr || !readInteger(from, end, number))
             return false;
         message.exchange = parse.exchange(number);
         return true;
     case FieldRow::PERMISSION:
-        if (message.permission != nullptr || !readInteger(value, number))
+        if (message.permission != nullptr || !readInteger(from, end, number))
             return false;
         message.permission = parse.exchange(number);
         return true;
     case FieldRow::REFRESH:
-        if (value.size() != 1 || *value.start != '1')
+        if (end - from != 1 || *from != '1')
             return false;
         message.isRefresh = 1;
         return true;
     case FieldRow::DENOM:
-        if (!readInteger(value, number))
+        if (!readInteger(from, end, number))
             return false;
         message.denomcode = Denom::lookupKVNcode(static_cast<std::int32_t>(number));
         return true;
     case FieldRow::MARKET:
-        if (value.size() != 1)
+        if (end - from != 1)
             return false;
-        message.market = *value.start;
+        message.market = *from;
         return true;
-    case FieldRow::UNRESOLVED:
+    case FieldRow::NONE:
         break;
     }
     return false;
 }
 
-/// The number of a token from the text before its "=". A number that can't be in the rows for one that is no
-/// number or a long one.
-KVN_TARGET inline std::uint32_t tokenId(const StretchIndex& index, const char* stretch, std::size_t from,
-                                        std::size_t to, const char* frameStart) {
-    const std::size_t count = to - from;
-    if (count - 1 >= 8 || othersOf(index, from, count) != 0)
-        return KVNParse::MAX_ROWS;
-    // A first number of one digit has only seven bytes before its end.
-    const char* const eight = stretch + to - 8;
-    const std::uint64_t bytes = eight >= frameStart ? loadEight(eight) : loadEight(frameStart) << 8;
-    return static_cast<std::uint32_t>(lastDigits(bytes, count));
+/// The row of the field whose number and "=" these bytes start with, by its number; null when there is none.
+KVN_TARGET inline FieldRow* findRow(KVNParse& parse, FieldRow& previous, std::uint64_t bytes) {
+    const detail::DigitGroup number = detail::decodeEight(bytes);
+    FieldRow* const row = number.count != 0 ? parse.row(static_cast<std::uint32_t>(number.value)) : nullptr;
+    // Another spelling of the number, with zeros before it, or no "=" behind it.
+    if (row == nullptr || (bytes & row->startMask) != row->start)
+        return nullptr;
+    previous.next[1] = previous.next[0];
+    previous.next[0] = row;
+    return row;
+}
+
+/// The row of the field that starts with these bytes; null when there is none.
+KVN_INLINE FieldRow* rowOf(KVNParse& parse, FieldRow& previous, std::uint64_t bytes) {
+    for (FieldRow* const row : previous.next)
+        if (row != nullptr && (bytes & row->startMask) == row->start)
+            return row;
+    return findRow(parse, previous, bytes);
 }
 
 void raiseFlags(Message& message, unsigned present) {
@@ -301,63 +389,63 @@ void raiseFlags(Message& message, unsigned present) {
 /// What stands at the end of a field.
 enum class FieldEnd { NEXT, FRAME_END, REFUSED };
 
-/// Reads the fields that lie wholly within the stretch at `position`, which moves along.
-KVN_TARGET inline FieldEnd parseStretch(KVNParse& parse, const StretchIndex& index, const char*& position) {
+/// One field by the plain rules; `position` moves to the next one.
+FieldEnd parsePlainField(KVNParse& parse, const char*& position) {
+    const char* const end = parse.parseField(position);
+    const int more = end == nullptr ? -1 : parse.endField(end, position);
+    return more > 0 ? FieldEnd::NEXT : more == 0 ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
+}
+
+/// Reads the fields that lie wholly within the stretch at `position`, which moves along, as `row` does.
+KVN_INLINE FieldEnd parseStretch(KVNParse& parse, const StretchIndex& index, const char*& position,
+                                 FieldRow*& row) {
     const char* const stretch = position;
     const bufref frame = parse.m_frame;
+    const char* const lastEight = frame.end() - 8;
+    Output out(*parse.m_msg);
     unsigned present = 0;
-    std::size_t from = 0;
     FieldEnd result = FieldEnd::NEXT;
-    for (std::size_t at = 0; at + 2 <= index.count;) {
-        const std::size_t equals = index.separators[at];
-        const std::size_t end = index.separators[at + 1];
-        const char ends = stretch[end];
-        if (stretch[equals] == '=' && ends != '=') {
-            const FieldRow& row = parse.row(tokenId(index, stretch, from, equals, frame.buf));
-            const std::size_t size = end - equals - 1;
-            const Value value{stretch + equals + 1, stretch + end,
-                              size < 64 ? othersOf(index, equals + 1, size) : ~std::uint64_t{0}};
-            if (readValue(parse, row, value)) {
-                present |= row.present;
-                at += 2;
-                from = end + 1;
-                if (ends == '|')
+    for (std::size_t at = 0; at < index.count;) {
+        const std::uint64_t bytes =
+            position <= lastEight ? loadEight(position) : loadEight(lastEight) >> (position - lastEight) * 8;
+        const char* const end = stretch + index.ends[at];
+        if (FieldRow* const known = rowOf(parse, *row, bytes); known != nullptr) {
+            row = known;
+            if (readValue(parse, out, *known, position + known->startSize, end)) {
+                present |= known->present;
+                position = end + 1;
+                ++at;
+                if (*end == '|')
                     continue;
                 // The one way to an end byte that is not the frame's last is a damaged frame.
-                result = stretch + from == frame.end() ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
+                result = position == frame.end() ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
                 if (result == FieldEnd::REFUSED)
-                    parse.abortAt(stretch + end, "Data after ETX");
+                    parse.abortAt(end, "Data after ETX");
                 break;
             }
         }
-        const char* const behind = parse.parseField(stretch + from);
-        const char* next = nullptr;
-        const int more = behind == nullptr ? -1 : parse.endField(behind, next);
-        if (more <= 0) {
-            result = more == 0 ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
+        out.store();
+        result = parsePlainField(parse, position);
+        out.reload();
+        if (result != FieldEnd::NEXT)
             break;
-        }
-        from = static_cast<std::size_t>(next - stretch);
-        while (at < index.count && index.separators[at] < from)
+        while (at < index.count && stretch + index.ends[at] < position)
             ++at;
     }
+    out.store();
     raiseFlags(*parse.m_msg, present);
-    position = stretch + from;
     return result;
 }
 
 KVN_TARGET inline int parseBodyVector(KVNParse& parse, const char* position) {
     StretchIndex index;
+    FieldRow* row = parse.firstRow();
     for (;;) {
         indexStretch(index, position, parse.m_frame);
         const char* const before = position;
-        FieldEnd end = parseStretch(parse, index, position);
-        if (end == FieldEnd::NEXT && position == before) {
-            // No field ends within a stretch from here.
-            position = parse.parseField(position);
-            const int more = position == nullptr ? -1 : parse.endField(position, position);
-            end = more > 0 ? FieldEnd::NEXT : more == 0 ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
-        }
+        FieldEnd end = parseStretch(parse, index, position, row);
+        if (end == FieldEnd::NEXT && position == before)
+            end = parsePlainField(parse, position); // longer than a stretch
         if (end != FieldEnd::NEXT)
             return end == FieldEnd::FRAME_END ? 0 : -1;
     }

@@ -2,6 +2,7 @@
 
 #include "kvnparse/KVNFields.h"
 #include "kvnparse/NumberDecode.h"
+#include "kvnparse/NumericText.h"
 #include "kvnparse/ParserAbort.h"
 
 #include <tp/te_error.h>
@@ -129,17 +130,17 @@ kvnparser_t KVNParse::tokenFunc(Token* token) const noexcept {
 }
 
 void KVNParse::forgetResolved() {
+    m_rowsById.clear();
     m_rows.clear();
+    m_firstRow = FieldRow();
     m_exchangeRows.assign(EXCHANGE_ROWS, ExchangeRow());
 }
 
-FieldRow KVNParse::makeRow(Token* token) const noexcept {
-    FieldRow row;
-    row.token = token;
-    row.kind = token->storage == Token::TY_STRING   ? FieldRow::STRING
-               : token->storage == Token::TY_DOUBLE ? FieldRow::DOUBLE
-                                                    : FieldRow::INTEGER;
-    const kvnparser_t function = tokenFunc(token);
+void KVNParse::setReading(FieldRow& row) const noexcept {
+    row.kind = row.token->storage == Token::TY_STRING   ? FieldRow::STRING
+               : row.token->storage == Token::TY_DOUBLE ? FieldRow::DOUBLE
+                                                        : FieldRow::INTEGER;
+    const kvnparser_t function = tokenFunc(row.token);
     if (function == parseSymbol)
         row.kind = FieldRow::SYMBOL;
     else if (function == parseExchange)
@@ -158,20 +159,27 @@ FieldRow KVNParse::makeRow(Token* token) const noexcept {
         row.present = FieldRow::TAG;
     else if (function != nullptr)
         row.present = FieldRow::ALT_INDEX;
-    return row;
 }
 
-const FieldRow& KVNParse::resolveRow(std::uint32_t id) {
-    static const FieldRow NONE;
+FieldRow* KVNParse::makeRow(std::uint32_t id) {
     if (id >= MAX_ROWS)
-        return NONE;
+        return nullptr;
     Token* const token = m_map->lookupTokenViaNum(static_cast<int>(id));
     if (token == nullptr)
-        return NONE;
-    if (id >= m_rows.size())
-        m_rows.resize(std::bit_ceil(std::max<std::size_t>(id + 1, 256)));
-    m_rows[id] = makeRow(token);
-    return m_rows[id];
+        return nullptr;
+    char start[NUMBER_TEXT_MAX] = {};
+    char* const end = u64toa(start, id);
+    *end = '=';
+    FieldRow& row = m_rows.emplace_back();
+    row.token = token;
+    row.startSize = static_cast<std::uint8_t>(end + 1 - start);
+    std::memcpy(&row.start, start, sizeof row.start);
+    row.startMask = ~std::uint64_t{0} >> (64 - 8 * row.startSize);
+    setReading(row);
+    if (id >= m_rowsById.size())
+        m_rowsById.resize(std::bit_ceil(std::max<std::size_t>(id + 1, 256)));
+    m_rowsById[id] = &row;
+    return &row;
 }
 
 const Exchange* KVNParse::exchange(std::int64_t number) {

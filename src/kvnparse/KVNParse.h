@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <vector>
 
@@ -19,10 +20,11 @@ class KVNParse;
 /// value, or null after an abort that it has reported.
 using kvnparser_t = const char* (*)(KVNParse* parse, const char* position);
 
-/// What the vector forms of the parser need to know of a token, reached by its number without a search.
+/// What the vector forms of the parser know of a token: how its field starts and is read, and which fields
+/// have followed it. Messages of a feed repeat few layouts, so the next field is mostly found by one
+/// comparison.
 struct FieldRow {
     enum Kind : std::uint8_t {
-        UNRESOLVED,
         INTEGER,
         DOUBLE,
         STRING,
@@ -31,13 +33,20 @@ struct FieldRow {
         PERMISSION,
         REFRESH,
         DENOM,
-        MARKET
+        MARKET,
+        NONE ///< stands before the first field of a message, and for tokens that have no row
     };
     /// Bits of `present`: flags of the message that the field raises.
     enum Present : std::uint8_t { RET_CODE = 1, TAG = 2, ALT_INDEX = 4 };
+    /// Longest start of a field that fits the comparison: the number and "=".
+    static constexpr std::size_t MAX_START = 8;
 
+    std::uint64_t start = 0;     ///< the bytes of the number and "=", the first one lowest
+    std::uint64_t startMask = 0; ///< which of eight bytes those are
+    FieldRow* next[2] = {};      ///< the rows that followed last, or null
     Token* token = nullptr;
-    Kind kind = UNRESOLVED;
+    Kind kind = NONE;
+    std::uint8_t startSize = 0;
     std::uint8_t present = 0;
 };
 
@@ -92,12 +101,12 @@ public:
     }
     [[nodiscard]] const char* readSigned(const char* position, std::int64_t& value) const noexcept;
 
-    /// The row of a token number below MAX_ROWS; its kind is UNRESOLVED when the map has no such token.
-    [[nodiscard]] const FieldRow& row(std::uint32_t id) {
-        if (id < m_rows.size() && m_rows[id].kind != FieldRow::UNRESOLVED)
-            return m_rows[id];
-        return resolveRow(id);
+    /// The row of a token number, or null when the map has no such token or its number is too long for a row.
+    [[nodiscard]] FieldRow* row(std::uint32_t id) {
+        return id < m_rowsById.size() && m_rowsById[id] != nullptr ? m_rowsById[id] : makeRow(id);
     }
+    /// The row before the first field of a message.
+    [[nodiscard]] FieldRow* firstRow() noexcept { return &m_firstRow; }
 
     /// The exchange of that number, through a small cache of this parser's own.
     [[nodiscard]] const Exchange* exchange(std::int64_t number);
@@ -127,8 +136,6 @@ public:
     char m_terminator = ETX;
     bufref m_frame; ///< the frame being parsed: no value reaches past its end
 
-    static constexpr std::uint32_t MAX_ROWS = 65536;
-
 private:
     /// A function beside the token that it was set for, since two tokens of a copied map may share an index.
     struct FunctionRow {
@@ -140,14 +147,15 @@ private:
         const Exchange* exchange = nullptr;
     };
     static constexpr std::size_t EXCHANGE_ROWS = 256;
+    static constexpr std::uint32_t MAX_ROWS = 65536;
 
     void setupHeaders();
     void setTokenFunc(Token* token, kvnparser_t function);
     [[nodiscard]] kvnparser_t tokenFunc(Token* token) const noexcept;
     void forgetResolved();
     [[nodiscard]] bool isBound();
-    [[nodiscard]] const FieldRow& resolveRow(std::uint32_t id);
-    [[nodiscard]] FieldRow makeRow(Token* token) const noexcept;
+    [[nodiscard]] FieldRow* makeRow(std::uint32_t id);
+    void setReading(FieldRow& row) const noexcept;
     [[nodiscard]] const char* readToken(const char* position, Token*& token);
     [[nodiscard]] Token* tryStringToken(const char** position) const;
 
@@ -155,7 +163,9 @@ private:
     std::vector<FunctionRow> m_collided; ///< of tokens whose serial id another token holds
     std::int32_t m_maxSerialId = -1;
     std::uint64_t m_generation = 0;
-    std::vector<FieldRow> m_rows; ///< by token number
+    std::vector<FieldRow*> m_rowsById; ///< by token number
+    std::deque<FieldRow> m_rows;       ///< in the order of their first use
+    FieldRow m_firstRow;
     std::vector<ExchangeRow> m_exchangeRows;
     BodyParser m_form = bestBodyParser();
 };

@@ -53,6 +53,8 @@ public:
             verifyAdd();
         return pairs + paircount++;
     }
+    /// Behind the last slot that needs no growth. For parsers, which fill slots by themselves.
+    [[nodiscard]] TVPair* pairsEnd() noexcept { return pairs + _pairsalloc; }
     /// Drops the last pair, if there is one.
     void popPair() noexcept {
         if (paircount > 0)
