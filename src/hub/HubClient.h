@@ -44,7 +44,7 @@ class HubWatchlist;
 class Queue;
 class QueueReadHandler;
 class UserInfoImpl;
-struct Field;
+struct MessageField;
 enum class ConversationStep;
 
 /// One TCP connection to one hub, from the dial to ready and back: it owns the socket, the receive ring, the
@@ -284,7 +284,7 @@ private:
     void joinGroup();
     [[nodiscard]] bool assignToMember(int src, const std::string& host);
     void process_split(KVNAPI::Message& msg);
-    void addSplitEntry(const KVNAPI::Message& msg, const Field& source, const Field& symbol);
+    void addSplitEntry(const KVNAPI::Message& msg, const MessageField& source, const MessageField& symbol);
     void processSplitSym(std::string_view sym, const std::set<int>& sources);
 
     // HubConversationEntitlements.cpp
@@ -341,7 +341,7 @@ private:
     std::atomic<bool> m_HBSeen{false};
 
     // Readiness.
-    mutable tp::Mutex m_ready_mutex{kLockHubClient};
+    mutable tp::Mutex m_ready_mutex{kLockHubReady};
     bool m_ready TP_GUARDED_BY(m_ready_mutex) = false;
     double m_readyTime TP_GUARDED_BY(m_ready_mutex) = 0.0;
 

@@ -4,8 +4,10 @@
 
 #include <tp/eprintf.h>
 
+#include "hub/HubClient.h"
 #include "hub/HubEventReactor.h"
 #include "receive/UserEventReactor.h"
+#include "request/RequestInternal.h"
 
 namespace tivra_internal {
 
@@ -38,6 +40,27 @@ std::vector<QueueReadHandler*> ReactorTables::handlersOf(int reactorIndex) {
     tp::MutexLock lock(m_reqQ_mutex);
     const auto found = eventReactorQueueHandlerList.find(reactorIndex);
     return found == eventReactorQueueHandlerList.end() ? std::vector<QueueReadHandler*>() : found->second;
+}
+
+void ReactorTables::placeHub(HubClient* client, int reactorIndex) {
+    HubEventReactor* reactor = nullptr;
+    {
+        tp::MutexLock lock(m_hubER_mutex);
+        reactor = hubEventReactorMap.at(reactorIndex).get();
+        hubToEventReactor[client] = reactor;
+    }
+    // The client has a mutex of its own for it, which comes before this table's.
+    client->attachReactor(reactor, reactorIndex);
+    tp::MutexLock lock(m_hubER_mutex);
+    eventReactorHubList[reactorIndex].push_back(client);
+}
+
+void ReactorTables::removeHubReactor(int reactorIndex, HubClient* client) {
+    client->attachReactor(nullptr, -1);
+    tp::MutexLock lock(m_hubER_mutex);
+    hubToEventReactor.erase(client);
+    eventReactorHubList.erase(reactorIndex);
+    hubEventReactorMap.erase(reactorIndex);
 }
 
 void ReactorTables::endAll() {

@@ -62,6 +62,11 @@ struct ReactorTables {
     /// The read handlers that a user reactor serves.
     [[nodiscard]] std::vector<QueueReadHandler*> handlersOf(int reactorIndex);
 
+    /// The hub is served by the reactor of that index from now on.
+    void placeHub(HubClient* client, int reactorIndex);
+    /// Takes back a reactor that has no thread, and the one hub placed on it.
+    void removeHubReactor(int reactorIndex, HubClient* client);
+
     /// Tells every reactor to leave its loop, hubs first.
     void endAll();
     /// Joins every thread; reactors that are started meanwhile are joined too.

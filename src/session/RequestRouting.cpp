@@ -156,7 +156,8 @@ bool SessionImpl::routeRequestToHub(std::unique_ptr<RequestInternal>& request) {
 
 /// A later reconnect negotiates the interval that the application has set last.
 void SessionImpl::storeConflationInterval(const RequestInternal& request) {
-    const std::string text = "|" + request.getKVNCommand();
+    std::string text = "|";
+    text += request.getKVNCommand();
     const std::size_t found = text.find("|2029=");
     if (found == std::string::npos) {
         eprintf(EPF_WARN, "CONFLATION.INTERVAL not set in SETCONFLATIONINTERVAL request");

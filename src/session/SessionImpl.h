@@ -176,7 +176,7 @@ private:
     HubClient* createHubClient(HostConfigImpl& host, bool isFirst);
     HubClient* insertHubClient(HostConfigImpl& host);
     bool registerHub(HubClient* client) TP_REQUIRES(m_reactors.m_registerHub_mutex);
-    [[nodiscard]] HubEventReactor* createHubReactor(int index, HubClient* client)
+    [[nodiscard]] bool createHubReactor(int index, HubClient* client)
         TP_REQUIRES(m_reactors.m_registerHub_mutex);
     void registerQueueHandler(QueueReadHandler* handler, bool isFirst, HubClient& client);
     [[nodiscard]] UserEventReactor* createUserReactor(int index, QueueReadHandler* handler, bool isFirst)

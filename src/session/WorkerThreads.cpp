@@ -130,30 +130,20 @@ bool SessionImpl::registerHub(HubClient* client) {
     SessionConfigImpl& config = settings();
     ReactorChoice choice = chooseReactor(m_reactors.hubLastUsedIndex, m_reactors.hubNextAvailableIndex,
                                          config.isMultithreaded(), config.getMaxHubThreads());
-    HubEventReactor* reactor = nullptr;
-    if (choice.create)
-        reactor = createHubReactor(choice.index, client);
-    if (reactor == nullptr) {
+    if (choice.create && !createHubReactor(choice.index, client)) {
         if (m_reactors.hubNextAvailableIndex == 0)
             return false;
-        if (choice.create)
-            choice.index = 0;
+        choice = {0, false};
     }
-    {
-        tp::MutexLock lock(m_reactors.m_hubER_mutex);
-        if (reactor == nullptr)
-            reactor = m_reactors.hubEventReactorMap[choice.index].get();
-        m_reactors.hubToEventReactor[client] = reactor;
-    }
-    client->attachReactor(reactor, choice.index);
-    tp::MutexLock lock(m_reactors.m_hubER_mutex);
-    m_reactors.eventReactorHubList[choice.index].push_back(client);
+    if (!choice.create)
+        m_reactors.placeHub(client, choice.index);
     m_reactors.hubLastUsedIndex = choice.index;
     return true;
 }
 
-/// A further hub thread; null when the system refuses one. Without any hub thread the start is given up.
-HubEventReactor* SessionImpl::createHubReactor(int index, HubClient* client) {
+/// A further hub thread, with the client as its first; false when the system refuses one. Without any hub
+/// thread the start is given up.
+bool SessionImpl::createHubReactor(int index, HubClient* client) {
     eprintf(EPF_DBUG, "Creating a new HUB thread for HUB %s", client->getHubAddr().c_str());
     auto reactor = std::make_unique<HubEventReactor>(index, settings().getMaxRequestQueueSize());
     HubEventReactor* const created = reactor.get();
@@ -161,6 +151,8 @@ HubEventReactor* SessionImpl::createHubReactor(int index, HubClient* client) {
         tp::MutexLock lock(m_reactors.m_hubER_mutex);
         m_reactors.hubEventReactorMap[index] = std::move(reactor);
     }
+    // Placed before the thread runs: its first supervision dials at once instead of a second later.
+    m_reactors.placeHub(client, index);
     try {
         tp::Thread thread("tivra-hub" + std::to_string(index),
                           [this, created] { startHubEventReactor(*created); });
@@ -172,14 +164,13 @@ HubEventReactor* SessionImpl::createHubReactor(int index, HubClient* client) {
                       "Unable to create a new HUB thread (%s); Current number of HUB threads = %d",
                       error.what(), m_reactors.hubNextAvailableIndex);
         eprintf(EPF_CRIT, "%s", text);
-        tp::MutexLock lock(m_reactors.m_hubER_mutex);
-        m_reactors.hubEventReactorMap.erase(index);
+        m_reactors.removeHubReactor(index, client);
         if (m_reactors.hubNextAvailableIndex == 0)
             abortStart(text);
-        return nullptr;
+        return false;
     }
     ++m_reactors.hubNextAvailableIndex;
-    return created;
+    return true;
 }
 
 void SessionImpl::registerQueueHandler(QueueReadHandler* handler, bool isFirst, HubClient& client) {
