@@ -33,7 +33,8 @@ std::uint16_t Hub::port() const {
 }
 
 std::string Hub::hostString() const {
-    return config().bindAddress + ":" + std::to_string(port());
+    const std::string& address = config().bindAddress;
+    return (address == "0.0.0.0" ? "127.0.0.1" : address) + ":" + std::to_string(port());
 }
 
 const HubConfig& Hub::config() const {

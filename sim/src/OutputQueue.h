@@ -53,7 +53,11 @@ public:
     /// Writes what may be written at `now`.
     [[nodiscard]] Result flush(int fd, Clock::time_point now);
 
-    void setShape(const WriteShape& shape) { m_shape = shape; }
+    /// Ends a pause as well.
+    void setShape(const WriteShape& shape) {
+        m_shape = shape;
+        m_resumeAt = {};
+    }
     void stopAfterBytes(std::uint64_t bytes) { m_bytesLeft = static_cast<std::int64_t>(bytes); }
     void stopAfterFrames(std::uint64_t frames) { m_framesLeft = static_cast<std::int64_t>(frames); }
     [[nodiscard]] bool mustFinish() const { return m_bytesLeft == 0 || m_framesLeft == 0; }

@@ -153,11 +153,11 @@ TEST(Playback, PaceFollowsTheDayTimesTheFactor) {
     hub.start();
     RawClient client(hub);
     client.logIn();
+    const auto begin = std::chrono::steady_clock::now();
     client.ask("5022=Subscribe|4=100|5=P|5026=30");
     EXPECT_THAT(nextUpdate(client), HasSubstr("|111=1|"));
-    const auto first = std::chrono::steady_clock::now();
     EXPECT_THAT(nextUpdate(client), HasSubstr("|111=2|"));
-    EXPECT_GE(std::chrono::steady_clock::now() - first, 80ms);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
 }
 
 TEST(Playback, RepeatAndLimitOfEvents) {
