@@ -43,7 +43,7 @@ bool isListTag(int tag) {
 } // namespace
 
 void HubClient::process_message(KVNAPI::Message& msg) {
-    const Field tagField(m_dicMetaMap, msg, "QUERY.TAG");
+    const MessageField tagField(m_dicMetaMap, msg, "QUERY.TAG");
     if (!tagField.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_message: QUERY.TAG not defined!");
         return;

@@ -57,7 +57,7 @@ int HubClient::setConflationType() {
 void HubClient::process_conflation_type(KVNAPI::Message& msg) {
     // First of all, so that a failure never repeats the request.
     m_step.m_conflationTypeSet = true;
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     const std::string address = getDialledAddr();
     if (!status.isDefined())
         eprintf(EPF_CRIT, "HubClient::process_port: ENUM.QUERY.STATUS not defined!");

@@ -27,7 +27,8 @@ const char* yesNo(bool value) {
 }
 
 /// Takes the texts of a dictionary row as far as the message has them; the rest of the row stays empty.
-void fillRow(TmpToken& row, int number, const Field& name, const Field& type, const Field& size) {
+void fillRow(TmpToken& row, int number, const MessageField& name, const MessageField& type,
+             const MessageField& size) {
     if (!name.isDefined()) {
         eprintf(EPF_WARN, "HubMasterClient::process_dic: KVN.TOKEN.NAME not defined!");
         return;
@@ -40,7 +41,7 @@ void fillRow(TmpToken& row, int number, const Field& name, const Field& type, co
     const std::string nameText = name.text();
     row.setTokenName(nameText.data(), nameText.size());
 
-    const auto hasField = [](const Field& field, const char* word) {
+    const auto hasField = [](const MessageField& field, const char* word) {
         if (!field.isDefined())
             eprintf(EPF_WARN, "HubMasterClient::process_dic: %s not defined!", word);
         else if (!field.isPresent())
@@ -70,7 +71,7 @@ int HubClient::getDic() {
 }
 
 void HubClient::process_enum(KVNAPI::Message& msg) {
-    const Field value(m_dicMetaMap, msg, "KVN.ENUM.VALUE");
+    const MessageField value(m_dicMetaMap, msg, "KVN.ENUM.VALUE");
     if (!value.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_enum: %s not defined!", "KVN.ENUM.VALUE");
         return;
@@ -79,7 +80,7 @@ void HubClient::process_enum(KVNAPI::Message& msg) {
         addReturnCode(value.integer(), msg);
         return;
     }
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     if (!status.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_enum: ENUM.QUERY.STATUS not defined!");
         return;
@@ -102,7 +103,7 @@ void HubClient::process_enum(KVNAPI::Message& msg) {
 }
 
 void HubClient::addReturnCode(int64_t code, const KVNAPI::Message& msg) {
-    const Field desc(m_dicMetaMap, msg, "KVN.ENUM.DESC");
+    const MessageField desc(m_dicMetaMap, msg, "KVN.ENUM.DESC");
     if (!desc.isDefined()) {
         eprintf(EPF_CRIT, "HubClient::process_enum: %s not defined!", "KVN.ENUM.DESC");
         suspendClient("Internal error: KVN.ENUM.DESC not defined");
@@ -121,14 +122,14 @@ void HubClient::addReturnCode(int64_t code, const KVNAPI::Message& msg) {
 
 bool HubClient::process_admin(KVNAPI::Message& msg) {
     const std::string address = getDialledAddr();
-    const Field version(m_dicMetaMap, msg, "DIC.VERSION");
+    const MessageField version(m_dicMetaMap, msg, "DIC.VERSION");
     if (!version.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_admin: DIC.VERSION not defined!");
         return true;
     }
     const bool goesOn = !version.isPresent() ? noDicVersion() : takeDicVersion(loggable(version.text()));
 
-    const Field hubVersion(m_dicMetaMap, msg, "HUB.VERSION");
+    const MessageField hubVersion(m_dicMetaMap, msg, "HUB.VERSION");
     if (!hubVersion.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_admin: HUB.VERSION not defined!");
         return goesOn;
@@ -198,7 +199,7 @@ void HubClient::process_dic(KVNAPI::Message& msg) {
         eprintf(EPF_INFO, "%s:%d: DIC version (%s) does not match first HUB client, so will use a local copy",
                 getDialledAddr().c_str(), getHubPort(), m_known.m_dicVersion.c_str());
     }
-    const Field number(m_dicMetaMap, msg, "KVN.TOKEN.NUM");
+    const MessageField number(m_dicMetaMap, msg, "KVN.TOKEN.NUM");
     if (!number.isPresent()) {
         endDicDownload(msg);
         return;
@@ -208,9 +209,9 @@ void HubClient::process_dic(KVNAPI::Message& msg) {
     if (id < INT_MIN || id > INT_MAX)
         return;
     const int kvnid = static_cast<int>(id);
-    const Field name(m_dicMetaMap, msg, "KVN.TOKEN.NAME");
-    const Field type(m_dicMetaMap, msg, "KVN.TOKEN.TYPE");
-    const Field size(m_dicMetaMap, msg, "KVN.TOKEN.SIZE");
+    const MessageField name(m_dicMetaMap, msg, "KVN.TOKEN.NAME");
+    const MessageField type(m_dicMetaMap, msg, "KVN.TOKEN.TYPE");
+    const MessageField size(m_dicMetaMap, msg, "KVN.TOKEN.SIZE");
     const auto fill = [&](TmpToken& row) { fillRow(row, kvnid, name, type, size); };
     const TokenRows::Added added = m_known.m_useLocalMap ? tmpTokenMap.add(kvnid, fill)
                                                          : cache.addRow(m_known.m_dicVersion, kvnid, fill);
@@ -219,7 +220,7 @@ void HubClient::process_dic(KVNAPI::Message& msg) {
 }
 
 void HubClient::endDicDownload(const KVNAPI::Message& msg) {
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     if (!status.isDefined()) {
         eprintf(EPF_WARN, "HubMasterClient::process_dic: ENUM.QUERY.STATUS not defined!");
         return;

@@ -18,8 +18,8 @@ constexpr int kMaxSources = 100'000;
 
 /// The permissions of an answer: the first stands in the message's header, the others before the status.
 struct PermissionAnswer {
-    Field permission;
-    Field status;
+    MessageField permission;
+    MessageField status;
 
     PermissionAnswer(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg)
         : permission(dictionary, msg, "PERMISSION"), status(dictionary, msg, "ENUM.QUERY.STATUS") {}

@@ -53,7 +53,7 @@ int HubClient::login() {
 }
 
 void HubClient::process_login(KVNAPI::Message& msg) {
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     if (!status.isDefined()) {
         eprintf(EPF_CRIT, "HubMasterClient::process_login: ENUM.QUERY.STATUS not defined!");
         suspendClient("Internal Error: ENUM.QUERY.STATUS not defined!");
@@ -93,7 +93,7 @@ int HubClient::getHubStatus() {
 }
 
 void HubClient::process_status(KVNAPI::Message& msg) {
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     const std::string address = getDialledAddr();
     if (!status.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_status: ENUM.QUERY.STATUS not defined!");
@@ -113,7 +113,7 @@ void HubClient::process_status(KVNAPI::Message& msg) {
 }
 
 void HubClient::process_hubStatus(KVNAPI::Message& msg) {
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     const std::string address = getDialledAddr();
     if (!status.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_hubStatus: ENUM.QUERY.STATUS not defined!");

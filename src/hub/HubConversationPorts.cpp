@@ -21,9 +21,9 @@ constexpr long kNoPortForSource = -46;
 
 /// The fields of an answer to GetPort. A host applies to the ports that follow it.
 struct PortAnswer {
-    Field host;
-    Field port;
-    Field status;
+    MessageField host;
+    MessageField port;
+    MessageField status;
 
     PortAnswer(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg)
         : host(dictionary, msg, "HOST.SERVER.IP")
@@ -32,7 +32,7 @@ struct PortAnswer {
 
     /// False, with the log line of the operation, when a field is not there to be read.
     [[nodiscard]] bool isReadable(const char* operation) const {
-        const auto isDefined = [operation](const Field& field, const char* word) {
+        const auto isDefined = [operation](const MessageField& field, const char* word) {
             if (!field.isDefined())
                 eprintf(EPF_CRIT, "HubClient::%s: %s not defined!", operation, word);
             return field.isDefined();
@@ -204,9 +204,9 @@ bool HubClient::assignToMember(int src, const std::string& host) {
 }
 
 void HubClient::process_split(KVNAPI::Message& msg) {
-    const Field status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
-    const Field source(m_dicMetaMap, msg, "ENUM.SRC.ID");
-    const Field symbol(m_dicMetaMap, msg, "SYMBOL.TICKER");
+    const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
+    const MessageField source(m_dicMetaMap, msg, "ENUM.SRC.ID");
+    const MessageField symbol(m_dicMetaMap, msg, "SYMBOL.TICKER");
     if (!status.isDefined()) {
         eprintf(EPF_WARN, "HubClient::process_split: ENUM.QUERY.STATUS not defined!");
     } else if (!source.isDefined()) {
@@ -227,7 +227,8 @@ void HubClient::process_split(KVNAPI::Message& msg) {
 
 // The first source and the first symbol stand in the message's header, the further ones among its pairs. A
 // symbol applies to the sources before it.
-void HubClient::addSplitEntry(const KVNAPI::Message& msg, const Field& source, const Field& symbol) {
+void HubClient::addSplitEntry(const KVNAPI::Message& msg, const MessageField& source,
+                              const MessageField& symbol) {
     if (msg.exchange == nullptr) {
         eprintf(EPF_WARN, "HubClient::process_split: entry without ENUM.SRC.ID ignored");
         return;

@@ -35,7 +35,7 @@ std::string describe(const KVNAPI::Message& msg) {
     return loggable(std::move(text));
 }
 
-Field::Field(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg, const char* name)
+MessageField::MessageField(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg, const char* name)
     : token(dictionary.lookupTokenViaName(name)), pair(token != nullptr ? msg.findPair(token) : nullptr) {}
 
 } // namespace tivra_internal

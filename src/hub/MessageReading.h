@@ -25,11 +25,11 @@ inline constexpr size_t kMaxLoggedText = 4096;
 [[nodiscard]] std::string describe(const KVNAPI::Message& msg);
 
 /// A field of a message: whether the dictionary knows it, and whether the message has it.
-struct Field {
+struct MessageField {
     const KVNAPI::Token* token = nullptr;
     const KVNAPI::TVPair* pair = nullptr;
 
-    Field(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg, const char* name);
+    MessageField(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg, const char* name);
 
     [[nodiscard]] bool isDefined() const { return token != nullptr; }
     [[nodiscard]] bool isPresent() const { return pair != nullptr; }

@@ -91,9 +91,10 @@ public:
         }
     }
 
+    /// Bytes have come; an end of the stream is none.
     bool hasRequest() const {
-        pollfd watched{m_fd, POLLIN, 0};
-        return ::poll(&watched, 1, 0) == 1 && (watched.revents & POLLHUP) == 0;
+        char byte = 0;
+        return ::recv(m_fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
     }
     /// The text of the next request; empty with a failure when none comes or its frame is wrong.
     std::string readRequest() {

@@ -16,6 +16,12 @@ class HubReadingTest : public HubFixture {
 protected:
     /// Sends bytes and lets the client take them all.
     void feed(std::string_view bytes) {
+        static constexpr size_t kBlock = 50'000; // what a socket holds for sure
+        for (; bytes.size() > kBlock; bytes.remove_prefix(kBlock))
+            feedBlock(bytes.substr(0, kBlock));
+        feedBlock(bytes);
+    }
+    void feedBlock(std::string_view bytes) {
         hub.sendRaw(bytes);
         int waiting = 0;
         while (client->getFd() >= 0 && waitReadable(client->getFd())) {
@@ -54,7 +60,9 @@ TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisClient) {
         const char* reason;
     } cases[] = {
         {"no frame at all", "HTTP/1.1 400 Bad Request\r\n\r\n", "Error framing response from HUB: "},
-        {"a length beyond the buffer", std::string("\x04\x20\x7f\xff\xff\xff", 6) + "5026=1",
+        {"a length beyond the buffer", std::string("\x04\x20\x7f\xff\xff\xff", 6) + std::string(0x40000, '5'),
+         "Error framing response from HUB: "},
+        {"a length that wraps", std::string("\x04\x20\xff\xff\xff\xf9", 6) + "5026=1",
          "Error framing response from HUB: "},
         {"the end byte elsewhere", std::string("\x04\x20\x00\x00\x00\x05", 6) + "5026=1|5001=0\x03",
          "Error framing response from HUB: "},
