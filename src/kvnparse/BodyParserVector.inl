@@ -9,12 +9,12 @@
 // No byte outside the frame is read: loads end at the end of a value, which has a header and the number of
 // its token before it, or are clipped to the frame.
 
+#include "kvnparse/BodyParserTables.h"
 #include "kvnparse/Denom.h"
 #include "kvnparse/KVNParse.h"
 #include "kvnparse/Message.h"
 #include "kvnparse/NumberDecode.h"
 
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -29,29 +29,25 @@ namespace {
 constexpr std::size_t STRETCH = 512;
 constexpr std::size_t BLOCK = 64;
 /// Positions are written this many at a time, past the last one.
-constexpr std::size_t SURPLUS = 8;
-constexpr std::size_t VECTOR = 16;
+constexpr std::size_t SURPLUS = 4;
 
-/// Where "|" and the end byte stand in a stretch of the frame, counted from its first byte.
+/// Where "|" and the end byte stand in a stretch of the frame, in order: each is the end of a field.
 struct StretchIndex {
-    std::uint16_t ends[STRETCH + SURPLUS];
-    std::size_t count;
+    const char* ends[STRETCH + SURPLUS];
 };
 
 /// Adds the separators of one block. Writing a fixed number, of which the next block overwrites the surplus,
 /// is quicker than ending at each block's own count.
-KVN_INLINE std::size_t addSeparators(std::uint16_t* out, std::uint64_t bits, std::size_t offset) {
-    const auto count = static_cast<std::size_t>(std::popcount(bits));
-    for (std::size_t done = 0;;) {
+KVN_INLINE const char** addSeparators(const char** out, std::uint64_t bits, const char* block) {
+    const char** const end = out + std::popcount(bits);
+    do {
         for (std::size_t i = 0; i < SURPLUS; ++i) {
-            out[done + i] =
-                static_cast<std::uint16_t>(offset + static_cast<std::size_t>(std::countr_zero(bits)));
+            out[i] = block + std::countr_zero(bits);
             bits &= bits - 1;
         }
-        done += SURPLUS;
-        if (done >= count)
-            return count;
-    }
+        out += SURPLUS;
+    } while (out < end);
+    return end;
 }
 
 /// The last block of a frame, which is shorter than the vectors: read together with what stands before it, or
@@ -64,17 +60,17 @@ KVN_INLINE std::uint64_t separatorsOfTail(const char* from, std::size_t size, bu
     return separatorsOf(copy);
 }
 
-KVN_INLINE void indexStretch(StretchIndex& index, const char* from, bufref frame) {
+/// Fills the index for the stretch from there; returns behind the last end.
+KVN_INLINE const char** indexStretch(StretchIndex& index, const char* from, bufref frame) {
     const auto left = static_cast<std::size_t>(frame.end() - from);
     const std::size_t size = left < STRETCH ? left : STRETCH;
-    std::size_t count = 0;
-    std::size_t offset = 0;
-    for (; offset + BLOCK <= size; offset += BLOCK)
-        count += addSeparators(index.ends + count, separatorsOf(from + offset), offset);
-    if (offset != size)
-        count +=
-            addSeparators(index.ends + count, separatorsOfTail(from + offset, size - offset, frame), offset);
-    index.count = count;
+    const char* const end = from + size;
+    const char** out = index.ends;
+    for (; static_cast<std::size_t>(end - from) >= BLOCK; from += BLOCK)
+        out = addSeparators(out, separatorsOf(from), from);
+    if (from != end)
+        out = addSeparators(out, separatorsOfTail(from, static_cast<std::size_t>(end - from), frame), from);
+    return out;
 }
 
 KVN_INLINE std::uint64_t loadEight(const char* from) {
@@ -87,75 +83,12 @@ KVN_INLINE __m128i loadVector(const void* from) {
     return _mm_loadu_si128(static_cast<const __m128i*>(from));
 }
 
-/// Sixteen zeros and sixteen ones: the vector that starts n bytes in has ones in its last n bytes.
-constexpr std::array<std::uint8_t, 2 * VECTOR> LAST_BYTES = [] {
-    std::array<std::uint8_t, 2 * VECTOR> bytes{};
-    for (std::size_t i = VECTOR; i < 2 * VECTOR; ++i)
-        bytes[i] = 0xFF;
-    return bytes;
-}();
-
-/// How digits move for a number with some fraction digits, which end at the last byte behind a point.
-struct DigitMove {
-    std::array<std::uint8_t, VECTOR> toHalves; ///< up to eight whole digits and up to eight of the fraction
-    std::array<std::uint8_t, VECTOR> closeUp;  ///< all digits, without the point
-};
-
-constexpr std::array<DigitMove, VECTOR> DIGIT_MOVES = [] {
-    constexpr std::uint8_t ZERO = 0x80;
-    std::array<DigitMove, VECTOR> moves{};
-    for (std::size_t fraction = 0; fraction < VECTOR; ++fraction) {
-        DigitMove& move = moves[fraction];
-        const std::size_t point = VECTOR - 1 - fraction;
-        for (std::size_t i = 0; i < VECTOR; ++i) {
-            // The byte that comes to place i, from the right end of each part.
-            const std::size_t fromRight = i < 8 ? 7 - i : VECTOR - 1 - i;
-            const bool has = i < 8 ? fromRight < point : fromRight < fraction;
-            move.toHalves[i] =
-                !has ? ZERO : static_cast<std::uint8_t>((i < 8 ? point : VECTOR) - 1 - fromRight);
-            move.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
-                              : i == 0  ? ZERO
-                                        : static_cast<std::uint8_t>(i - 1);
-        }
-    }
-    return moves;
-}();
-
-/// Division of numbers below 10^16 by a power of ten, as a multiplication.
-struct PowerOfTen {
-    std::uint64_t power;
-    std::uint64_t factor; ///< 2^(64 + shift) / power, rounded up
-    unsigned shift;
-};
-
-constexpr std::array<PowerOfTen, VECTOR> POWERS = [] {
-    std::array<PowerOfTen, VECTOR> powers{};
-    std::uint64_t power = 1;
-    for (std::size_t i = 0; i < VECTOR; ++i, power *= 10) {
-        const auto shift = static_cast<unsigned>(std::bit_width(power) - 1);
-        // Long division of 2^(64 + shift) by the power.
-        std::uint64_t quotient = 0;
-        std::uint64_t rest = std::uint64_t{1} << shift;
-        for (int bit = 0; bit < 64; ++bit) {
-            // The power is below 2^54, so that doubling the rest keeps to 64 bits.
-            quotient <<= 1;
-            rest <<= 1;
-            if (rest >= power) {
-                rest -= power;
-                quotient |= 1;
-            }
-        }
-        powers[i] = {power, rest == 0 ? quotient : quotient + 1, shift};
-    }
-    return powers;
-}();
-
 /// Sixteen digit values, most significant first, as two numbers of eight digits in the lowest two of four.
 KVN_INLINE __m128i joinDigits(__m128i digits) {
-    const __m128i twos = _mm_maddubs_epi16(digits, _mm_set1_epi16(0x010A));
-    const __m128i fours = _mm_madd_epi16(twos, _mm_set1_epi32(0x00010064));
+    const __m128i twos = _mm_maddubs_epi16(digits, loadVector(DIGIT_TABLES.byTen));
+    const __m128i fours = _mm_madd_epi16(twos, loadVector(DIGIT_TABLES.byHundred));
     const __m128i packed = _mm_packus_epi32(fours, _mm_setzero_si128());
-    return _mm_madd_epi16(packed, _mm_set1_epi32(0x00012710));
+    return _mm_madd_epi16(packed, loadVector(DIGIT_TABLES.byTenThousand));
 }
 
 /// The number in sixteen digit values.
@@ -166,25 +99,26 @@ KVN_INLINE std::uint64_t sixteenDigits(__m128i digits) {
 
 /// True when a byte of digit values is none.
 KVN_INLINE bool hasOthers(__m128i digits) {
-    const __m128i excess = _mm_subs_epu8(digits, _mm_set1_epi8(9));
+    const __m128i excess = _mm_subs_epu8(digits, loadVector(DIGIT_TABLES.nines));
     return _mm_testz_si128(excess, excess) == 0;
 }
 
 /// Reads `size` bytes before `end` as 1 to 16 digits. False for any other text.
 KVN_INLINE bool readDigits(const char* end, std::size_t size, std::uint64_t& result) {
     if (size - 1 < 8) {
-        __m128i digits =
-            _mm_sub_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(end - 8)), _mm_set1_epi8('0'));
+        __m128i digits = _mm_sub_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(end - 8)),
+                                      loadVector(DIGIT_TABLES.zeroes));
         digits = _mm_and_si128(
-            digits, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(LAST_BYTES.data() + 8 + size)));
+            digits, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(DIGIT_TABLES.lastBytes + 8 + size)));
         result = static_cast<std::uint64_t>(_mm_cvtsi128_si64(joinDigits(digits)));
         return !hasOthers(digits);
     }
     if (size - 1 >= VECTOR)
         return false;
     // More than eight digits, with a number, "=" and a header before them.
-    const __m128i digits = _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), _mm_set1_epi8('0')),
-                                         loadVector(LAST_BYTES.data() + size));
+    const __m128i digits =
+        _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), loadVector(DIGIT_TABLES.zeroes)),
+                      loadVector(DIGIT_TABLES.lastBytes + size));
     result = sixteenDigits(digits);
     return !hasOthers(digits);
 }
@@ -212,9 +146,10 @@ KVN_INLINE bool readInteger(const char* from, const char* end, std::int64_t& res
 KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
     if (size - 1 >= VECTOR)
         return false;
-    const __m128i digits = _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), _mm_set1_epi8('0')),
-                                         loadVector(LAST_BYTES.data() + size));
-    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, _mm_set1_epi8(9)), digits);
+    const __m128i digits =
+        _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), loadVector(DIGIT_TABLES.zeroes)),
+                      loadVector(DIGIT_TABLES.lastBytes + size));
+    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, loadVector(DIGIT_TABLES.nines)), digits);
     const std::uint32_t others = static_cast<std::uint32_t>(_mm_movemask_epi8(isDigit)) ^ 0xFFFF;
     if (others == 0) {
         result = static_cast<double>(static_cast<std::int64_t>(sixteenDigits(digits)));
@@ -223,18 +158,20 @@ KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
     const auto point = static_cast<std::size_t>(std::countr_zero(others));
     const std::size_t fraction = VECTOR - 1 - point;
     const std::size_t whole = size - 1 - fraction;
-    if ((others & (others - 1)) != 0 || *(end - 1 - fraction) != '.' || whole == 0 || fraction == 0)
+    if ((others & (others - 1)) != 0 || *(end - 1 - fraction) != '.')
         return false;
-    const DigitMove& move = DIGIT_MOVES[fraction];
-    if (whole <= 8 && fraction <= 8) {
-        const __m128i halves = _mm_shuffle_epi8(digits, loadVector(move.toHalves.data()));
+    const DigitMove& move = DIGIT_TABLES.moves[fraction];
+    if (whole - 1 < 8 && fraction - 1 < 8) {
+        const __m128i halves = _mm_shuffle_epi8(digits, loadVector(move.toHalves));
         const __m128d parts = _mm_cvtepi32_pd(joinDigits(halves));
         result = _mm_cvtsd_f64(parts) +
                  _mm_cvtsd_f64(_mm_unpackhi_pd(parts, parts)) * detail::DECIMAL_FRACTIONS[fraction];
         return true;
     }
-    const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(move.closeUp.data())));
-    const PowerOfTen& power = POWERS[fraction];
+    if (whole == 0 || fraction == 0)
+        return false;
+    const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(move.closeUp)));
+    const PowerOfTen& power = DIGIT_TABLES.powers[fraction];
     __extension__ using Wide = unsigned __int128;
     const std::uint64_t wholePart =
         static_cast<std::uint64_t>(static_cast<Wide>(all) * power.factor >> 64) >> power.shift;
@@ -246,10 +183,8 @@ KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
 }
 
 /// The same with perhaps a sign, for a text that has room for a vector before its end.
-KVN_INLINE bool readSignedDecimal(const char* from, const char* end, const char* frameStart, double& result) {
+KVN_INLINE bool readSignedDecimal(const char* from, const char* end, double& result) {
     const auto size = static_cast<std::size_t>(end - from);
-    if (end - frameStart < static_cast<std::ptrdiff_t>(VECTOR))
-        return false;
     if (readDecimal(end, size, result))
         return true;
     if (!hasSign(from, size) || !readDecimal(end, size - 1, result))
@@ -266,22 +201,22 @@ public:
     /// Takes over what others have added.
     KVN_INLINE void reload() {
         m_pair = m_message.pairs + m_message.paircount;
-        m_pairsEnd = m_message.pairsEnd();
         m_area = m_message.nextArea;
-        m_areaEnd = m_message.endArea;
+        m_lastVector = m_message.endArea - VECTOR;
     }
     KVN_INLINE void store() {
         m_message.paircount = static_cast<std::int32_t>(m_pair - m_message.pairs);
         m_message.nextArea = m_area;
     }
 
-    [[nodiscard]] KVN_INLINE bool isFull() const { return m_pair == m_pairsEnd; }
+    /// How many pairs can be added without growth.
+    [[nodiscard]] KVN_INLINE std::ptrdiff_t room() const { return m_message.pairsEnd() - m_pair; }
     [[nodiscard]] KVN_INLINE TVPair* add() { return m_pair++; }
 
-    /// Copies a text behind what the message holds. False when that takes more than one vector.
-    KVN_INLINE bool copyText(const char* from, std::size_t size, const char* frameEnd, bufref& text) {
-        if (size > VECTOR || frameEnd - from < static_cast<std::ptrdiff_t>(VECTOR) ||
-            m_areaEnd - m_area < static_cast<std::ptrdiff_t>(VECTOR))
+    /// Copies a text, with a whole vector readable at its start, behind what the message holds. False when
+    /// that takes more than one vector.
+    KVN_INLINE bool copyText(const char* from, std::size_t size, bufref& text) {
+        if (size > VECTOR || m_area > m_lastVector)
             return false;
         _mm_storeu_si128(reinterpret_cast<__m128i*>(m_area), loadVector(from));
         text = bufref(m_area, size);
@@ -292,40 +227,47 @@ public:
 private:
     Message& m_message;
     TVPair* m_pair;
-    TVPair* m_pairsEnd;
     char* m_area;
-    const char* m_areaEnd;
+    const char* m_lastVector;
+};
+
+/// Which vectors lie within a frame: those that end from one place on and those that start up to another.
+struct VectorLimits {
+    KVN_INLINE explicit VectorLimits(bufref frame)
+        : firstEnd(frame.len >= VECTOR ? frame.buf + VECTOR : frame.end())
+        , lastStart(frame.len >= VECTOR ? frame.end() - VECTOR : nullptr) {}
+
+    const char* firstEnd;
+    const char* lastStart;
 };
 
 /// Reads the value of a known token. False when it is not an ordinary one; nothing has been changed then.
-KVN_INLINE bool readValue(KVNParse& parse, Output& out, const FieldRow& row, const char* from,
-                          const char* end) {
-    Message& message = *parse.m_msg;
+KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const VectorLimits& limits,
+                          const FieldRow& row, const char* from, const char* end) {
     std::int64_t number = 0;
     switch (row.kind) {
     case FieldRow::INTEGER:
-        if (out.isFull() || !readInteger(from, end, number))
+        if (!readInteger(from, end, number))
             return false;
         out.add()->setI(row.token, number);
         return true;
     case FieldRow::DOUBLE: {
         double decimal = 0.0;
-        if (out.isFull() || !readSignedDecimal(from, end, parse.m_frame.buf, decimal))
+        if (end < limits.firstEnd || !readSignedDecimal(from, end, decimal))
             return false;
         out.add()->setD(row.token, decimal);
         return true;
     }
     case FieldRow::STRING: {
         bufref text;
-        if (out.isFull() ||
-            !out.copyText(from, static_cast<std::size_t>(end - from), parse.m_frame.end(), text))
+        if (from > limits.lastStart || !out.copyText(from, static_cast<std::size_t>(end - from), text))
             return false;
         out.add()->setB(row.token, text);
         return true;
     }
     case FieldRow::SYMBOL:
-        return message.symbol.len == 0 &&
-               out.copyText(from, static_cast<std::size_t>(end - from), parse.m_frame.end(), message.symbol);
+        return message.symbol.len == 0 && from <= limits.lastStart &&
+               out.copyText(from, static_cast<std::size_t>(end - from), message.symbol);
     case FieldRow::EXCHANGE:
         if (message.exchange != nullptr || !readInteger(from, end, number))
             return false;
@@ -354,7 +296,8 @@ KVN_INLINE bool readValue(KVNParse& parse, Output& out, const FieldRow& row, con
     case FieldRow::NONE:
         break;
     }
-    return false;
+    // No field has any other row.
+    __builtin_unreachable();
 }
 
 /// The row of the field whose number and "=" these bytes start with, by its number; null when there is none.
@@ -372,7 +315,7 @@ KVN_TARGET inline FieldRow* findRow(KVNParse& parse, FieldRow& previous, std::ui
 /// The row of the field that starts with these bytes; null when there is none.
 KVN_INLINE FieldRow* rowOf(KVNParse& parse, FieldRow& previous, std::uint64_t bytes) {
     for (FieldRow* const row : previous.next)
-        if (row != nullptr && (bytes & row->startMask) == row->start)
+        if ((bytes & row->startMask) == row->start)
             return row;
     return findRow(parse, previous, bytes);
 }
@@ -386,68 +329,87 @@ void raiseFlags(Message& message, unsigned present) {
         message.isAltIndexPresent = 1;
 }
 
-/// What stands at the end of a field.
-enum class FieldEnd { NEXT, FRAME_END, REFUSED };
+/// Where parsing goes on: at a field, or nowhere.
+struct Progress {
+    enum End { NEXT, FRAME_END, REFUSED };
+    End end;
+    const char* position;
+};
 
-/// One field by the plain rules; `position` moves to the next one.
-FieldEnd parsePlainField(KVNParse& parse, const char*& position) {
+/// One field by the plain rules.
+Progress parsePlainField(KVNParse& parse, const char* position) {
     const char* const end = parse.parseField(position);
     const int more = end == nullptr ? -1 : parse.endField(end, position);
-    return more > 0 ? FieldEnd::NEXT : more == 0 ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
+    return {more > 0 ? Progress::NEXT : more == 0 ? Progress::FRAME_END : Progress::REFUSED, position};
 }
 
-/// Reads the fields that lie wholly within the stretch at `position`, which moves along, as `row` does.
-KVN_INLINE FieldEnd parseStretch(KVNParse& parse, const StretchIndex& index, const char*& position,
-                                 FieldRow*& row) {
-    const char* const stretch = position;
+/// The end of a value that no "|" follows. An end byte that is not the frame's last is damage.
+Progress endFrame(const KVNParse& parse, const char* end) {
+    if (end + 1 == parse.m_frame.end())
+        return {Progress::FRAME_END, end + 1};
+    parse.abortAt(end, "Data after ETX");
+    return {Progress::REFUSED, end};
+}
+
+/// Reads the fields from `position` that lie wholly within the stretch there; `row` moves along.
+KVN_INLINE Progress parseStretch(KVNParse& parse, const char* const* next,
+                                 const char* const* const stretchEnd, const char* position, FieldRow*& row) {
+    Message& message = *parse.m_msg;
     const bufref frame = parse.m_frame;
+    const VectorLimits limits(frame);
     const char* const lastEight = frame.end() - 8;
-    Output out(*parse.m_msg);
+    Output out(message);
+    FieldRow* known = row;
     unsigned present = 0;
-    FieldEnd result = FieldEnd::NEXT;
-    for (std::size_t at = 0; at < index.count;) {
-        const std::uint64_t bytes =
-            position <= lastEight ? loadEight(position) : loadEight(lastEight) >> (position - lastEight) * 8;
-        const char* const end = stretch + index.ends[at];
-        if (FieldRow* const known = rowOf(parse, *row, bytes); known != nullptr) {
-            row = known;
-            if (readValue(parse, out, *known, position + known->startSize, end)) {
-                present |= known->present;
-                position = end + 1;
-                ++at;
-                if (*end == '|')
-                    continue;
-                // The one way to an end byte that is not the frame's last is a damaged frame.
-                result = position == frame.end() ? FieldEnd::FRAME_END : FieldEnd::REFUSED;
-                if (result == FieldEnd::REFUSED)
-                    parse.abortAt(end, "Data after ETX");
+    Progress progress{Progress::NEXT, position};
+    while (progress.end == Progress::NEXT && next != stretchEnd) {
+        // Fields beyond the room for their pairs go the plain way, which makes more.
+        const char* const* const last = stretchEnd - next > out.room() ? next + out.room() : stretchEnd;
+        while (next != last) {
+            const std::uint64_t bytes = position <= lastEight
+                                            ? loadEight(position)
+                                            : loadEight(lastEight) >> (position - lastEight) * 8;
+            FieldRow* const found = rowOf(parse, *known, bytes);
+            if (found == nullptr)
+                break;
+            known = found;
+            const char* const end = *next;
+            if (!readValue(parse, message, out, limits, *known, position + known->startSize, end))
+                break;
+            present |= known->present;
+            position = end + 1;
+            ++next;
+            if (*end != '|') {
+                progress = endFrame(parse, end);
                 break;
             }
         }
-        out.store();
-        result = parsePlainField(parse, position);
-        out.reload();
-        if (result != FieldEnd::NEXT)
+        if (progress.end != Progress::NEXT || next == stretchEnd)
             break;
-        while (at < index.count && stretch + index.ends[at] < position)
-            ++at;
+        out.store();
+        progress = parsePlainField(parse, position);
+        out.reload();
+        position = progress.position;
+        while (next != stretchEnd && *next < position)
+            ++next;
     }
     out.store();
-    raiseFlags(*parse.m_msg, present);
-    return result;
+    raiseFlags(message, present);
+    row = known;
+    return {progress.end, position};
 }
 
 KVN_TARGET inline int parseBodyVector(KVNParse& parse, const char* position) {
     StretchIndex index;
     FieldRow* row = parse.firstRow();
     for (;;) {
-        indexStretch(index, position, parse.m_frame);
-        const char* const before = position;
-        FieldEnd end = parseStretch(parse, index, position, row);
-        if (end == FieldEnd::NEXT && position == before)
-            end = parsePlainField(parse, position); // longer than a stretch
-        if (end != FieldEnd::NEXT)
-            return end == FieldEnd::FRAME_END ? 0 : -1;
+        const char* const* const end = indexStretch(index, position, parse.m_frame);
+        Progress progress = parseStretch(parse, index.ends, end, position, row);
+        if (progress.end == Progress::NEXT && progress.position == position)
+            progress = parsePlainField(parse, position); // longer than a stretch
+        if (progress.end != Progress::NEXT)
+            return progress.end == Progress::FRAME_END ? 0 : -1;
+        position = progress.position;
     }
 }
 

@@ -133,7 +133,8 @@ void KVNParse::forgetResolved() {
     m_rowsById.clear();
     m_rows.clear();
     m_firstRow = FieldRow();
-    m_exchangeRows.assign(EXCHANGE_ROWS, ExchangeRow());
+    m_firstRow.next[0] = m_firstRow.next[1] = &m_noRow;
+    m_exchangeRows.fill(ExchangeRow());
 }
 
 void KVNParse::setReading(FieldRow& row) const noexcept {
@@ -171,6 +172,7 @@ FieldRow* KVNParse::makeRow(std::uint32_t id) {
     char* const end = u64toa(start, id);
     *end = '=';
     FieldRow& row = m_rows.emplace_back();
+    row.next[0] = row.next[1] = &m_noRow;
     row.token = token;
     row.startSize = static_cast<std::uint8_t>(end + 1 - start);
     std::memcpy(&row.start, start, sizeof row.start);
@@ -182,11 +184,9 @@ FieldRow* KVNParse::makeRow(std::uint32_t id) {
     return &row;
 }
 
-const Exchange* KVNParse::exchange(std::int64_t number) {
-    const auto id = static_cast<std::int32_t>(number);
+const Exchange* KVNParse::findExchange(std::int32_t id) {
     ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % EXCHANGE_ROWS];
-    if (row.exchange == nullptr || row.id != id)
-        row = {id, m_map->lookupExchange(id)};
+    row = {id, m_map->lookupExchange(id)};
     return row.exchange;
 }
 

@@ -6,6 +6,7 @@
 #include "kvnparse/Message.h"
 #include "kvnparse/bufref.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -41,9 +42,9 @@ struct FieldRow {
     /// Longest start of a field that fits the comparison: the number and "=".
     static constexpr std::size_t MAX_START = 8;
 
-    std::uint64_t start = 0;     ///< the bytes of the number and "=", the first one lowest
+    std::uint64_t start = 1;     ///< the bytes of the number and "=", the first one lowest
     std::uint64_t startMask = 0; ///< which of eight bytes those are
-    FieldRow* next[2] = {};      ///< the rows that followed last, or null
+    FieldRow* next[2] = {};      ///< the rows that followed last; never null once the row is in use
     Token* token = nullptr;
     Kind kind = NONE;
     std::uint8_t startSize = 0;
@@ -109,7 +110,11 @@ public:
     [[nodiscard]] FieldRow* firstRow() noexcept { return &m_firstRow; }
 
     /// The exchange of that number, through a small cache of this parser's own.
-    [[nodiscard]] const Exchange* exchange(std::int64_t number);
+    [[nodiscard]] const Exchange* exchange(std::int64_t number) {
+        const auto id = static_cast<std::int32_t>(number);
+        const ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % EXCHANGE_ROWS];
+        return row.id == id && row.exchange != nullptr ? row.exchange : findExchange(id);
+    }
 
     DataMap* m_map = nullptr;
     Message* m_msg = nullptr;
@@ -154,6 +159,7 @@ private:
     [[nodiscard]] kvnparser_t tokenFunc(Token* token) const noexcept;
     void forgetResolved();
     [[nodiscard]] bool isBound();
+    [[nodiscard]] const Exchange* findExchange(std::int32_t id);
     [[nodiscard]] FieldRow* makeRow(std::uint32_t id);
     void setReading(FieldRow& row) const noexcept;
     [[nodiscard]] const char* readToken(const char* position, Token*& token);
@@ -166,7 +172,8 @@ private:
     std::vector<FieldRow*> m_rowsById; ///< by token number
     std::deque<FieldRow> m_rows;       ///< in the order of their first use
     FieldRow m_firstRow;
-    std::vector<ExchangeRow> m_exchangeRows;
+    FieldRow m_noRow; ///< matches no field: no bytes under an empty mask are 1
+    std::array<ExchangeRow, EXCHANGE_ROWS> m_exchangeRows{};
     BodyParser m_form = bestBodyParser();
 };
 

@@ -1,0 +1,67 @@
+#include "kvnparse/BodyParserTables.h"
+
+#include <bit>
+
+namespace KVNAPI {
+
+namespace {
+
+constexpr DigitMove moveFor(std::size_t fraction) {
+    constexpr std::uint8_t ZERO = 0x80;
+    DigitMove move{};
+    const std::size_t point = VECTOR - 1 - fraction;
+    for (std::size_t i = 0; i < VECTOR; ++i) {
+        // The byte that comes to place i, counted from the right end of its part.
+        const bool inWhole = i < VECTOR / 2;
+        const std::size_t fromRight = (inWhole ? VECTOR / 2 : VECTOR) - 1 - i;
+        const std::size_t end = inWhole ? point : VECTOR;
+        const bool isThere = fromRight < (inWhole ? point : fraction);
+        move.toHalves[i] = isThere ? static_cast<std::uint8_t>(end - 1 - fromRight) : ZERO;
+        move.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
+                          : i == 0  ? ZERO
+                                    : static_cast<std::uint8_t>(i - 1);
+    }
+    return move;
+}
+
+constexpr PowerOfTen divisionBy(std::uint64_t power) {
+    const auto shift = static_cast<unsigned>(std::bit_width(power) - 1);
+    // Long division of 2^(64 + shift); the power is below 2^54, so that doubling the rest keeps to 64 bits.
+    std::uint64_t quotient = 0;
+    std::uint64_t rest = std::uint64_t{1} << shift;
+    for (int bit = 0; bit < 64; ++bit) {
+        quotient <<= 1;
+        rest <<= 1;
+        if (rest >= power) {
+            rest -= power;
+            quotient |= 1;
+        }
+    }
+    return {power, rest == 0 ? quotient : quotient + 1, shift};
+}
+
+constexpr DigitTables makeTables() {
+    DigitTables tables{};
+    for (std::size_t i = 0; i < VECTOR; ++i) {
+        const bool first = i % 2 == 0;
+        tables.zeroes[i] = '0';
+        tables.nines[i] = 9;
+        tables.byTen[i] = first ? 10 : 1;
+        tables.byHundred[i / 2] = i / 2 % 2 == 0 ? 100 : 1;
+        tables.byTenThousand[i / 2] = i / 2 % 2 == 0 ? 10000 : 1;
+        tables.lastBytes[VECTOR + i] = 0xFF;
+        tables.moves[i] = moveFor(i);
+    }
+    std::uint64_t power = 1;
+    for (PowerOfTen& row : tables.powers) {
+        row = divisionBy(power);
+        power *= 10;
+    }
+    return tables;
+}
+
+} // namespace
+
+constinit const DigitTables DIGIT_TABLES = makeTables();
+
+} // namespace KVNAPI
