@@ -1,0 +1,29 @@
+#include "Console.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+
+namespace tivra_cat {
+
+void Console::line(const std::string& text) {
+    clearProgress();
+    fmt::print(stderr, "tivra-cat: {}\n", text);
+    std::fflush(stderr);
+}
+
+void Console::progress(const std::string& text) {
+    if (!m_showsProgress)
+        return;
+    fmt::print(stderr, "\r{}\x1b[K", text);
+    std::fflush(stderr);
+    m_hasProgress = true;
+}
+
+void Console::clearProgress() {
+    if (m_hasProgress)
+        fmt::print(stderr, "\r\x1b[K");
+    m_hasProgress = false;
+}
+
+} // namespace tivra_cat

@@ -1,0 +1,284 @@
+#include "Options.h"
+
+#include "CommandTable.h"
+#include "ExitCode.h"
+#include "HostAddress.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+
+namespace tivra_cat {
+
+namespace {
+
+constexpr const char* FOOTER =
+    R"(The password comes from TIVRA_PASSWORD, --password-file or a prompt, never from the command line.
+--config reads any of the long options from an INI or TOML file, such as host=["10.1.2.3:4567"].
+
+Exit codes: 0 ended as asked, 1 internal error, 2 wrong usage, 3 no hub could be reached,
+4 login refused, 5 a request was refused, 6 no answer in time, 7 messages were lost,
+8 the output cannot be written, 130 interrupted before the session or the answer was complete.)";
+
+/// What CLI11 fills before it is checked and turned into Options.
+struct RawOptions {
+    std::vector<int> sources;
+    std::vector<std::string> symbols;
+    std::vector<std::string> positionalSymbols;
+    std::string symbolsFile;
+    std::string listWhat;
+    bool takesSnapshot = false;
+    bool subscribesDepth = false;
+    bool subscribesWildcard = false;
+    bool wantsUpdatesOnly = false;
+};
+
+void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
+    const char* const group = "Where and who";
+    app.add_option("-H,--host", options.hosts, "hub as ADDRESS:PORT; repeat it for more hubs")
+        ->allow_extra_args(false)
+        ->group(group);
+    app.add_option("-B,--backup", options.backups, "backup hub, used when the others are lost; repeatable")
+        ->allow_extra_args(false)
+        ->group(group);
+    app.add_option("-u,--user", options.user, "user name")->envname("TIVRA_USER")->group(group);
+    app.add_option("--password-file", options.passwordFile,
+                   "file whose first line is the password, - for standard input")
+        ->group(group);
+    app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
+        ->allow_extra_args(false)
+        ->check(CLI::PositiveNumber)
+        ->group(group);
+    app.add_option("--symbol", raw.symbols, "a symbol, as behind the command; repeatable")
+        ->allow_extra_args(false)
+        ->group(group);
+    app.add_option("-f,--symbols-file", raw.symbolsFile, "file of symbols, one per line, # begins a comment")
+        ->group(group);
+    app.set_config("--config", "", "read options from this file")->group(group);
+}
+
+void declareOutput(CLI::App& app, Options& options) {
+    const char* const group = "Output";
+    const std::map<std::string, OutputKind> kinds{
+        {"table", OutputKind::Table}, {"json", OutputKind::JsonLines}, {"raw", OutputKind::RawPairs}};
+    const std::map<std::string, Choice> choices{
+        {"auto", Choice::Auto}, {"always", Choice::Always}, {"never", Choice::Never}};
+    app.add_option("-o,--output", options.output,
+                   "table, json (one object per line) or raw (number=value pairs)")
+        ->transform(CLI::CheckedTransformer(kinds))
+        ->group(group);
+    app.add_option("-F,--fields", options.fields,
+                   "fields to show, by name or number, separated by commas; A/B is the first that is there, "
+                   "LABEL=A names the column")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->group(group);
+    app.add_option("--every", options.everySeconds,
+                   "table: print each symbol's latest values once per this many seconds")
+        ->check(CLI::PositiveNumber)
+        ->group(group);
+    app.add_flag("-q,--quiet", options.isQuiet, "print no message, only count them")->group(group);
+    app.add_option("--color", options.color,
+                   "colour in tables: auto, always or never; auto respects NO_COLOR")
+        ->transform(CLI::CheckedTransformer(choices))
+        ->group(group);
+    app.add_option("--progress", options.progress,
+                   "line of progress on standard error: auto, always or never")
+        ->transform(CLI::CheckedTransformer(choices))
+        ->group(group);
+    app.add_flag("--summary,!--no-summary", options.showsSummary,
+                 "end with a summary on standard error (default)")
+        ->group(group);
+    app.add_option("--stats", options.statsSeconds, "print the session's counters once per this many seconds")
+        ->check(CLI::Range(1.0, 86400.0))
+        ->group(group);
+    app.add_option("--buffer", options.bufferSize,
+                   "messages that may wait for a slow output before they are dropped")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{100000000}))
+        ->group(group);
+}
+
+void declareLimits(CLI::App& app, Options& options) {
+    const char* const group = "Limits";
+    app.add_option("-n,--count", options.count, "end after this many messages")->group(group);
+    app.add_option("-d,--duration", options.durationSeconds, "end this many seconds after the session stands")
+        ->check(CLI::PositiveNumber)
+        ->group(group);
+    app.add_option("-t,--timeout", options.timeoutSeconds,
+                   "seconds to wait for answers, 0 for ever; default 30")
+        ->check(CLI::NonNegativeNumber)
+        ->group(group);
+    app.add_option("--sequence-field", options.sequenceField,
+                   "field that counts up by one from message to message; gaps count as lost")
+        ->group(group);
+}
+
+void declareEngine(CLI::App& app, Options& options) {
+    const char* const group = "Session and connections";
+    app.add_flag("--compression,!--no-compression", options.compression,
+                 "ask for compressed data (the library's default)")
+        ->group(group);
+    app.add_flag("--multithreaded", options.isMultithreaded, "spread hubs and callbacks over several threads")
+        ->group(group);
+    app.add_option("--max-user-threads", options.maxUserThreads, "most threads for callbacks, 0 for no limit")
+        ->group(group);
+    app.add_option("--max-hub-threads", options.maxHubThreads, "most threads for hubs, 0 for no limit")
+        ->group(group);
+    app.add_option("--queue-size", options.queueMegabytes, "receive queue per hub in megabytes")
+        ->group(group);
+    app.add_flag("--watchlist", options.watchlist, "keep subscriptions and send them again after a loss")
+        ->group(group);
+    app.add_option("--conflation-type", options.conflationType,
+                   "1 trade-safe, 3 just in time, 4 just in time by interval")
+        ->check(CLI::IsMember({1, 3, 4}))
+        ->group(group);
+    app.add_option("--conflation-interval", options.conflationInterval,
+                   "milliseconds over which a hub conflates")
+        ->group(group);
+    app.add_option("--jit-threshold", options.jitThreshold,
+                   "percent of the queue at which just-in-time conflation begins")
+        ->check(CLI::Range(1L, 75L))
+        ->group(group);
+    app.add_flag("--conflation-indicator", options.conflationIndicator,
+                 "ask hubs to mark what they may conflate")
+        ->group(group);
+    app.add_option("--read-timeout", options.readTimeout,
+                   "seconds of silence after which a hub counts as lost, 0 for never")
+        ->check(CLI::NonNegativeNumber)
+        ->group(group);
+    app.add_option("--connect-timeout", options.connectTimeout,
+                   "seconds that one attempt to connect may take")
+        ->check(CLI::NonNegativeNumber)
+        ->group(group);
+    app.add_option("--retries", options.retries, "failed attempts after which a hub is given up")
+        ->check(CLI::NonNegativeNumber)
+        ->group(group);
+    app.add_option("--log-file", options.logFile,
+                   "base name of the library's log; default in the state directory")
+        ->group(group);
+    app.add_flag("--debug", options.isDebug, "write the library's debug lines into its log")->group(group);
+}
+
+void declareCommands(CLI::App& app, Options& options, RawOptions& raw) {
+    const auto withSymbols = [&raw](CLI::App* command, const char* help) {
+        command->add_option("symbols", raw.positionalSymbols, help);
+        return command;
+    };
+    const char* const symbols = "SYMBOL or SOURCE:SYMBOL; none asks for the whole source";
+    withSymbols(app.add_subcommand("snapshot", "present values of symbols, once"), symbols)
+        ->callback([&options] { options.command = tivra::QUERYSNAP; });
+
+    CLI::App* subscribe =
+        withSymbols(app.add_subcommand("subscribe", "updates of symbols as they happen"), symbols);
+    subscribe->add_flag("--snapshot", raw.takesSnapshot, "begin with the present values");
+    subscribe->callback(
+        [&] { options.command = raw.takesSnapshot ? tivra::QUERYSNAPANDSUBSCRIBE : tivra::SUBSCRIBE; });
+
+    CLI::App* depth = withSymbols(app.add_subcommand("depth", "order books of symbols"), symbols);
+    depth->add_flag("--subscribe", raw.subscribesDepth, "go on with updates");
+    depth->add_option("--depth-type", options.depthType, "kind of order book, as the hub numbers them");
+    depth->callback(
+        [&] { options.command = raw.subscribesDepth ? tivra::QUERYDEPTHANDSUBSCRIBE : tivra::QUERYDEPTH; });
+
+    CLI::App* wildcard = withSymbols(app.add_subcommand("wildcard", "all symbols that match a pattern"),
+                                     "PATTERN or SOURCE:PATTERN, as the hub understands it, such as \"I*\"");
+    CLI::Option* go = wildcard->add_flag("--subscribe", raw.subscribesWildcard, "go on with updates");
+    wildcard->add_flag("--updates", raw.wantsUpdatesOnly, "updates without the present values")->excludes(go);
+    wildcard->callback([&] {
+        options.command = raw.wantsUpdatesOnly     ? tivra::SUBSCRIBEWILDCARD
+                          : raw.subscribesWildcard ? tivra::QUERYSNAPANDSUBSCRIBEWILDCARD
+                                                   : tivra::QUERYWILDCARD;
+    });
+
+    withSymbols(app.add_subcommand("xref", "cross references of symbols"), symbols)->callback([&options] {
+        options.command = tivra::QUERYXREF;
+    });
+
+    CLI::App* list = app.add_subcommand("list", "what the hub knows");
+    list->add_option(
+            "what", raw.listWhat,
+            "tokens, enumerations, admin, sources, subscriptions, permissions, clients, users or ports")
+        ->required();
+    withSymbols(list, "limits tokens to those of a symbol");
+    list->add_option("--token", options.tokens, "limits tokens and enumerations to these, by name or number")
+        ->allow_extra_args(false);
+    list->callback([&] {
+        const CommandTraits* traits = findList(raw.listWhat);
+        if (traits == nullptr)
+            throw Failure(ExitCode::Usage,
+                          fmt::format("there is no list of \"{}\"; see tivra-cat list --help", raw.listWhat));
+        options.command = traits->command;
+    });
+}
+
+/// A password in an argument can be read by every user of the machine, so it is not even parsed.
+void refusePassword(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "--password" || argument.substr(0, 11) == "--password=")
+            throw Failure(ExitCode::Usage, "a password on the command line is readable by everybody: use "
+                                           "TIVRA_PASSWORD, --password-file or the prompt");
+    }
+}
+
+void complete(Options& options, const RawOptions& raw) {
+    if (options.hosts.empty())
+        throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
+    if (options.user.empty() || options.user.find_first_of("|\x03") != std::string::npos)
+        throw Failure(ExitCode::Usage, "no user named, or one with \"|\" in it: give --user or TIVRA_USER");
+    std::transform(options.hosts.begin(), options.hosts.end(), options.hosts.begin(), resolveHost);
+    std::transform(options.backups.begin(), options.backups.end(), options.backups.begin(), resolveHost);
+    for (const std::string& backup : options.backups) {
+        if (std::find(options.hosts.begin(), options.hosts.end(), backup) != options.hosts.end())
+            throw Failure(ExitCode::Usage,
+                          fmt::format("{} is named both as a hub and as its backup", backup));
+    }
+    std::vector<std::string> symbols = raw.symbols;
+    symbols.insert(symbols.end(), raw.positionalSymbols.begin(), raw.positionalSymbols.end());
+    if (!raw.symbolsFile.empty()) {
+        const std::vector<std::string> more = readSymbols(raw.symbolsFile);
+        symbols.insert(symbols.end(), more.begin(), more.end());
+    }
+    options.targets = makeTargets(raw.sources, symbols);
+    const CommandTraits& traits = traitsOf(options.command);
+    if (traits.needsSymbol && options.targets.empty())
+        throw Failure(ExitCode::Usage,
+                      fmt::format("{}: name a symbol, or a source with --source", traits.name));
+    if (options.everySeconds > 0.0 && options.output != OutputKind::Table)
+        throw Failure(ExitCode::Usage, "--every works for tables only");
+}
+
+} // namespace
+
+std::optional<Options> readOptions(int argc, char** argv) {
+    refusePassword(argc, argv);
+    Options options;
+    RawOptions raw;
+    CLI::App app("Subscribes a market-data hub and prints what comes.", "tivra-cat");
+    app.set_version_flag("--version", std::string("tivra-cat ") + TIVRA_CAT_VERSION);
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.allow_config_extras(CLI::config_extras_mode::error);
+    app.footer(FOOTER);
+    declareWho(app, options, raw);
+    declareOutput(app, options);
+    declareLimits(app, options);
+    declareEngine(app, options);
+    declareCommands(app, options, raw);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) {
+            app.exit(error);
+            return std::nullopt;
+        }
+        throw Failure(ExitCode::Usage, fmt::format("{}; see tivra-cat --help", error.what()));
+    }
+    complete(options, raw);
+    return options;
+}
+
+} // namespace tivra_cat

@@ -1,0 +1,40 @@
+#include "RawPairs.h"
+
+#include "ValueText.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+
+namespace tivra_cat {
+
+namespace {
+
+constexpr int PERMISSION_TOKEN = 3;
+
+void pair(std::string& out, int token, const std::string& value) {
+    fmt::format_to(std::back_inserter(out), "{}={}|", token, value);
+}
+
+} // namespace
+
+void RawPairs::add(const Record& record, std::string& out) {
+    if (record.permission != 0)
+        pair(out, PERMISSION_TOKEN, std::to_string(record.permission));
+    if (record.source != 0)
+        pair(out, tivra::ENUM_SRC_ID, std::to_string(record.source));
+    if (!record.symbol.empty())
+        pair(out, tivra::SYMBOL_TICKER, printable(record.symbol));
+    if (record.tag != 0)
+        pair(out, TAG_TOKEN, std::to_string(record.tag));
+    if (record.isAnswer())
+        pair(out, STATUS_TOKEN, std::to_string(record.statusCode));
+    for (const Field& field : record.fields)
+        pair(out, field.token, printable(field.text));
+    if (!out.empty() && out.back() == '|')
+        out.back() = '\n';
+    else
+        out.push_back('\n');
+}
+
+} // namespace tivra_cat

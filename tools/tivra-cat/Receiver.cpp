@@ -1,0 +1,129 @@
+#include "Receiver.h"
+
+#include <chrono>
+
+namespace tivra_cat {
+
+namespace {
+
+double secondsSinceEpoch() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+std::int64_t steadyNanoseconds() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+void increment(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
+    counter.fetch_add(by, std::memory_order_relaxed);
+}
+
+} // namespace
+
+void Receiver::onMessageEvent(const tivra::MessageEvent& event) {
+    const tivra::MessageEvent::Types type = event.getType();
+    if (type == tivra::MessageEvent::IMAGE_COMPLETE || type == tivra::MessageEvent::STATUS)
+        onAnswer(event, type);
+    else
+        onData(event, type);
+}
+
+void Receiver::onData(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {
+    if (!claim())
+        return;
+    count(type);
+    if (m_settings.copiesMessages)
+        push(copy(event, type));
+    else if (m_sequence.isOn())
+        checkSequence(event);
+}
+
+void Receiver::onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {
+    Record record = copy(event, type);
+    if (!record.fields.empty() && claim())
+        count(type);
+    increment(m_counters.answers);
+    const std::int64_t tag = record.tag;
+    const int code = record.statusCode;
+    const std::string text = record.statusText;
+    // The record first: once the last answer is known the main thread may end the output.
+    if (m_settings.copiesMessages)
+        push(std::move(record));
+    m_book.answer(tag, code, text);
+    m_wakeup.notify();
+}
+
+bool Receiver::claim() {
+    if (m_settings.limit == 0)
+        return true;
+    const std::uint64_t before = m_claimed.fetch_add(1, std::memory_order_relaxed);
+    if (before + 1 == m_settings.limit)
+        m_wakeup.notify();
+    return before < m_settings.limit;
+}
+
+void Receiver::count(tivra::MessageEvent::Types type) {
+    const std::int64_t now = steadyNanoseconds();
+    std::int64_t none = 0;
+    m_counters.firstNanoseconds.compare_exchange_strong(none, now, std::memory_order_relaxed);
+    m_counters.lastNanoseconds.store(now, std::memory_order_relaxed);
+    increment(m_counters.received);
+    if (type == tivra::MessageEvent::UPDATE)
+        increment(m_counters.updates);
+    else if (type == tivra::MessageEvent::REFRESH)
+        increment(m_counters.refreshes);
+    else if (type == tivra::MessageEvent::IMAGE_PART)
+        increment(m_counters.imageParts);
+}
+
+Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {
+    Record record;
+    record.type = type;
+    record.received = secondsSinceEpoch();
+    record.source = event.getSource();
+    record.permission = event.getPermission();
+    record.tag = event.getTag();
+    record.symbol = event.getSymbol();
+    if (record.isAnswer()) {
+        record.statusCode = event.getStatusCode();
+        record.statusText = event.getStatusString();
+    }
+    tivra::MessageReader& reader = event.getReader();
+    for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next()) {
+        if (token == TAG_TOKEN || (token == STATUS_TOKEN && record.isAnswer()))
+            continue;
+        const FieldCatalog::Entry& entry = m_catalog.entryOf(token, reader);
+        if (entry.isSequence && !record.isAnswer())
+            increment(m_counters.sequenceGaps,
+                      m_sequence.missingBefore(record.source, reader.getValueAsInteger()));
+        if (!entry.isSelected)
+            continue;
+        const tivra::ValueTypes valueType = reader.getValueType();
+        const bool isNumber = valueType == tivra::DOUBLE || valueType == tivra::DATETIME;
+        record.fields.push_back({token, &entry.name, valueType, reader.getValueAsString(),
+                                 isNumber ? reader.getValueAsDouble() : 0.0});
+    }
+    for (std::size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
+        record.alternates.push_back({event.getAlternateIndexTokenName(i), event.getAlternateIndexValue(i)});
+    return record;
+}
+
+void Receiver::checkSequence(const tivra::MessageEvent& event) {
+    tivra::MessageReader& reader = event.getReader();
+    for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next()) {
+        if (m_catalog.entryOf(token, reader).isSequence) {
+            increment(m_counters.sequenceGaps,
+                      m_sequence.missingBefore(event.getSource(), reader.getValueAsInteger()));
+            return;
+        }
+    }
+}
+
+void Receiver::push(Record&& record) {
+    if (!m_queue.push(std::move(record)))
+        increment(m_counters.outputDropped);
+}
+
+} // namespace tivra_cat

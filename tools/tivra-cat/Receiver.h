@@ -1,0 +1,67 @@
+#ifndef TIVRA_CAT_RECEIVER_H
+#define TIVRA_CAT_RECEIVER_H
+
+#include "Counters.h"
+#include "FieldCatalog.h"
+#include "RecordQueue.h"
+#include "RequestBook.h"
+#include "SequenceCheck.h"
+#include "Wakeup.h"
+
+#include <tivra.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace tivra_cat {
+
+/// The receiver of messages: counts each, copies it for the writer and notes the answers to requests. Its
+/// callbacks run on the user threads of the library and never wait.
+class Receiver : public tivra::MessageEventHandler {
+public:
+    struct Settings {
+        bool copiesMessages = true; ///< false only counts
+        std::uint64_t limit = 0;    ///< messages to take, 0 for no limit
+    };
+
+    Receiver(const Settings& settings, FieldCatalog& catalog, SequenceCheck& sequence, RecordQueue& queue,
+             RequestBook& book, Counters& counters, const Wakeup& wakeup)
+        : m_settings(settings)
+        , m_catalog(catalog)
+        , m_sequence(sequence)
+        , m_queue(queue)
+        , m_book(book)
+        , m_counters(counters)
+        , m_wakeup(wakeup) {}
+
+    void onMessageEvent(const tivra::MessageEvent& event) override;
+
+    [[nodiscard]] bool isLimitReached() const {
+        return m_settings.limit > 0 && m_claimed.load(std::memory_order_relaxed) >= m_settings.limit;
+    }
+
+private:
+    void onData(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
+    void onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
+    /// Whether one more message is wanted; the message is taken then.
+    bool claim();
+    void count(tivra::MessageEvent::Types type);
+    /// Copies the header and all selected fields but tag and status. The reader stands behind the last field
+    /// afterwards.
+    Record copy(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
+    void checkSequence(const tivra::MessageEvent& event);
+    void push(Record&& record);
+
+    const Settings m_settings;
+    FieldCatalog& m_catalog;
+    SequenceCheck& m_sequence;
+    RecordQueue& m_queue;
+    RequestBook& m_book;
+    Counters& m_counters;
+    const Wakeup& m_wakeup;
+    std::atomic<std::uint64_t> m_claimed{0};
+};
+
+} // namespace tivra_cat
+
+#endif

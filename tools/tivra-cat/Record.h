@@ -1,0 +1,54 @@
+#ifndef TIVRA_CAT_RECORD_H
+#define TIVRA_CAT_RECORD_H
+
+#include <tivra.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tivra_cat {
+
+/// One field of a message, copied out of it.
+struct Field {
+    int token = 0;
+    const std::string* name = nullptr; ///< lives as long as the FieldCatalog that gave it
+    tivra::ValueTypes type = tivra::UNKNOWN;
+    std::string text;    ///< as the library writes the value
+    double number = 0.0; ///< of a DOUBLE or a DATETIME
+};
+
+/// An alternate identifier that came with a message.
+struct Alternate {
+    std::string name;
+    std::string value;
+};
+
+/// A message copied out of its callback, so that another thread can print it.
+struct Record {
+    tivra::MessageEvent::Types type = tivra::MessageEvent::UPDATE;
+    double received = 0.0; ///< seconds since the epoch
+    int source = 0;
+    int permission = 0;
+    std::int64_t tag = 0;
+    int statusCode = 0;
+    std::string statusText;
+    std::string symbol;
+    std::vector<Field> fields;
+    std::vector<Alternate> alternates;
+
+    /// Whether it answers a request, with or without data of its own.
+    [[nodiscard]] bool isAnswer() const {
+        return type == tivra::MessageEvent::IMAGE_COMPLETE || type == tivra::MessageEvent::STATUS;
+    }
+    /// Whether it holds something to show.
+    [[nodiscard]] bool hasData() const { return !isAnswer() || !fields.empty(); }
+};
+
+/// The fields that a Record keeps apart, in its tag and its status.
+inline constexpr int TAG_TOKEN = 5026;
+inline constexpr int STATUS_TOKEN = 5001;
+
+} // namespace tivra_cat
+
+#endif

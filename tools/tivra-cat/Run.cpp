@@ -1,0 +1,240 @@
+#include "Run.h"
+
+#include "CommandTable.h"
+#include "ErrorText.h"
+#include "JsonLines.h"
+#include "RawPairs.h"
+#include "Subscriber.h"
+#include "Summary.h"
+#include "TableRecords.h"
+#include "TableRows.h"
+#include "Writer.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+namespace tivra_cat {
+
+namespace {
+
+constexpr std::chrono::milliseconds LOOK{100};
+constexpr std::chrono::milliseconds PROGRESS_INTERVAL{500};
+/// Further refusals are only counted.
+constexpr std::size_t MAX_REFUSALS_SHOWN = 20;
+constexpr std::size_t MAX_OPEN_NAMED = 5;
+constexpr std::size_t HEADER_EVERY = 40;
+
+bool wantsColor(Choice choice) {
+    if (choice != Choice::Auto)
+        return choice == Choice::Always;
+    const char* noColor = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    const bool isDumb = terminal == nullptr || std::strcmp(terminal, "dumb") == 0;
+    return isatty(STDOUT_FILENO) == 1 && (noColor == nullptr || *noColor == '\0') && !isDumb;
+}
+
+/// A line of progress and rows on the same terminal would write into each other.
+bool wantsProgress(const Options& options) {
+    if (options.progress != Choice::Auto)
+        return options.progress == Choice::Always;
+    return isatty(STDERR_FILENO) == 1 && (options.isQuiet || isatty(STDOUT_FILENO) == 0);
+}
+
+std::unique_ptr<OutputFormat> makeFormat(const Options& options, const FieldSelection& selection) {
+    if (options.output == OutputKind::JsonLines)
+        return std::make_unique<JsonLines>();
+    if (options.output == OutputKind::RawPairs)
+        return std::make_unique<RawPairs>();
+    const CommandTraits& traits = traitsOf(options.command);
+    const bool isColored = wantsColor(options.color);
+    if (traits.describesFew && selection.selectsAll())
+        return std::make_unique<TableRecords>(isColored);
+    TableRows::Settings settings;
+    settings.isColored = isColored;
+    settings.isLive = traits.isStream;
+    settings.showsSymbol = traits.carriesSymbol;
+    settings.everySeconds = options.everySeconds;
+    settings.headerEvery = traits.isStream && isatty(STDOUT_FILENO) == 1 ? HEADER_EVERY : 0;
+    return std::make_unique<TableRows>(settings, selection);
+}
+
+} // namespace
+
+Run::Run(const Options& options, std::string logFile)
+    : m_options(options)
+    , m_logFile(std::move(logFile))
+    , m_isStream(traitsOf(options.command).isStream)
+    , m_signals(m_wakeup)
+    , m_console(wantsProgress(options))
+    , m_selection(options.fields)
+    , m_sequence(options.sequenceField)
+    , m_catalog(m_selection, m_sequence)
+    , m_queue(options.bufferSize)
+    , m_watch(m_wakeup)
+    , m_receiver({!options.isQuiet, options.count}, m_catalog, m_sequence, m_queue, m_book, m_counters,
+                 m_wakeup)
+    , m_begin(Clock::now()) {}
+
+Run::~Run() = default;
+
+ExitCode Run::execute(const std::string& password) {
+    Writer writer(m_queue, makeFormat(m_options, m_selection), STDOUT_FILENO, m_wakeup);
+    Subscriber subscriber(m_options, password, m_logFile, m_watch, m_receiver);
+    start(subscriber);
+    m_begin = Clock::now();
+    m_lastStatistics = m_begin;
+    subscriber.send(m_book);
+    const End end = follow(writer);
+    subscriber.stop();
+    waitForOutput(writer);
+    return conclude(end, writer);
+}
+
+void Run::start(Subscriber& subscriber) {
+    std::string reason;
+    bool isStarted = false;
+    std::atomic<bool> isDone{false};
+    std::thread starter([&] {
+        isStarted = subscriber.start(reason);
+        isDone = true;
+        m_wakeup.notify();
+    });
+    while (!isDone) {
+        m_signals.wait(LOOK);
+        // Once more at each look: a stop that comes before the start has begun finds nothing to end.
+        if (m_signals.count() > 0 && !isDone)
+            subscriber.stop();
+        if (m_signals.count() > 1)
+            std::_Exit(static_cast<int>(ExitCode::Interrupted));
+        if (m_console.showsProgress() && Clock::now() - m_lastProgress >= PROGRESS_INTERVAL) {
+            m_lastProgress = Clock::now();
+            m_console.progress(
+                fmt::format("connecting to {}, {:.0f} s", join(m_options.hosts), secondsSince(m_begin)));
+        }
+    }
+    starter.join();
+    if (m_signals.count() > 0)
+        throw Failure(
+            ExitCode::Interrupted,
+            fmt::format("interrupted after {:.1f} s, before the session stood", secondsSince(m_begin)));
+    if (!isStarted)
+        throw startFailure(m_options, reason, m_watch.loginRefusal(), secondsSince(m_begin), m_logFile);
+}
+
+Run::End Run::follow(const Writer& writer) {
+    End end = End::Signal;
+    while (!isOver(writer, end)) {
+        report();
+        showProgress();
+        showStatistics();
+        m_signals.wait(LOOK);
+    }
+    report();
+    return end;
+}
+
+bool Run::isOver(const Writer& writer, End& end) {
+    const RequestBook::Totals requests = m_book.totals();
+    const double seconds = secondsSince(m_begin);
+    const bool isLate = m_options.timeoutSeconds > 0.0 && seconds >= m_options.timeoutSeconds;
+    if (m_signals.count() > 0)
+        end = End::Signal;
+    else if (writer.error() != 0)
+        end = End::Output;
+    else if (m_receiver.isLimitReached())
+        end = End::Count;
+    else if (requests.refused == requests.sent)
+        end = End::AllRefused;
+    else if (!m_isStream && requests.open() == 0)
+        end = End::AllAnswered;
+    else if (m_options.durationSeconds > 0.0 && seconds >= m_options.durationSeconds)
+        end = End::Duration;
+    else if (isLate && requests.open() > 0 && (!m_isStream || requests.answered == 0))
+        end = End::Timeout;
+    else
+        return false;
+    return true;
+}
+
+void Run::waitForOutput(const Writer& writer) {
+    m_queue.close();
+    const int before = m_signals.count();
+    while (!writer.isFinished()) {
+        m_signals.wait(LOOK);
+        // The writer may hang in a write that nobody reads, so there is nothing to wait for in order.
+        if (m_signals.count() > before)
+            std::_Exit(static_cast<int>(ExitCode::Interrupted));
+    }
+}
+
+void Run::report() {
+    for (const std::string& notice : m_watch.takeNotices())
+        m_console.line(notice);
+    for (const Refusal& refusal : m_book.takeRefusals()) {
+        if (m_refusalsShown < MAX_REFUSALS_SHOWN)
+            m_console.line(describe(refusal));
+        else if (m_refusalsShown == MAX_REFUSALS_SHOWN)
+            m_console.line("further refusals are only counted");
+        ++m_refusalsShown;
+    }
+    const bool isLate = m_options.timeoutSeconds > 0.0 && secondsSince(m_begin) >= m_options.timeoutSeconds;
+    if (isLate && !m_saidTimeout && m_book.totals().open() > 0) {
+        m_saidTimeout = true;
+        m_console.line(
+            fmt::format("no answer within {} s from {} to {} requests: {}. --timeout gives them longer",
+                        m_options.timeoutSeconds, join(m_options.hosts), m_book.totals().open(),
+                        join(m_book.openTargets(MAX_OPEN_NAMED))));
+    }
+}
+
+void Run::showProgress() {
+    if (!m_console.showsProgress() || Clock::now() - m_lastProgress < PROGRESS_INTERVAL)
+        return;
+    m_lastProgress = Clock::now();
+    m_console.progress(fmt::format("{} messages, {:.0f}/s, {} dropped, {:.0f} s", m_counters.received.load(),
+                                   ratePerSecond(m_counters), m_counters.outputDropped.load(),
+                                   secondsSince(m_begin)));
+}
+
+void Run::showStatistics() {
+    if (m_options.statsSeconds <= 0.0 || secondsSince(m_lastStatistics) < m_options.statsSeconds)
+        return;
+    m_lastStatistics = Clock::now();
+    m_console.line(statisticsText(m_watch.statistics()));
+}
+
+ExitCode Run::conclude(End end, const Writer& writer) {
+    const RequestBook::Totals requests = m_book.totals();
+    const SessionWatch::Statistics statistics = m_watch.statistics();
+    const std::vector<std::string> unseen = m_catalog.unseen();
+    if (!unseen.empty() && !m_options.isQuiet && m_counters.received > 0)
+        m_console.line(fmt::format("no message had the field {}", join(unseen)));
+    if (m_options.showsSummary) {
+        m_console.line(receivedText(m_counters));
+        m_console.line(outcomeText(m_counters, requests, statistics));
+    }
+    if (writer.error() != 0) {
+        if (writer.error() != EPIPE) // a reader that has seen enough is no news
+            m_console.line(fmt::format("cannot write the output: {}", std::strerror(writer.error())));
+        return ExitCode::OutputFailed;
+    }
+    if (end == End::Signal && !m_isStream)
+        return ExitCode::Interrupted;
+    if (end == End::Timeout || m_saidTimeout)
+        return ExitCode::NoAnswer;
+    if (requests.refused > 0)
+        return ExitCode::RequestRefused;
+    return hasLosses(m_counters, statistics) ? ExitCode::Lost : ExitCode::Ended;
+}
+
+double Run::secondsSince(Clock::time_point then) const {
+    return std::chrono::duration<double>(Clock::now() - then).count();
+}
+
+} // namespace tivra_cat

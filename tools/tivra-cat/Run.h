@@ -1,0 +1,73 @@
+#ifndef TIVRA_CAT_RUN_H
+#define TIVRA_CAT_RUN_H
+
+#include "Console.h"
+#include "Counters.h"
+#include "ExitCode.h"
+#include "FieldCatalog.h"
+#include "FieldSelection.h"
+#include "Options.h"
+#include "Receiver.h"
+#include "RecordQueue.h"
+#include "RequestBook.h"
+#include "SequenceCheck.h"
+#include "SessionWatch.h"
+#include "SignalWatch.h"
+#include "Wakeup.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace tivra_cat {
+
+class Subscriber;
+class Writer;
+
+/// One run from the start of the session to the summary, on the main thread.
+class Run {
+public:
+    Run(const Options& options, std::string logFile);
+    ~Run();
+
+    /// Throws Failure when the session cannot be started.
+    [[nodiscard]] ExitCode execute(const std::string& password);
+
+private:
+    enum class End { AllAnswered, AllRefused, Count, Duration, Signal, Timeout, Output };
+    using Clock = std::chrono::steady_clock;
+
+    void start(Subscriber& subscriber);
+    [[nodiscard]] End follow(const Writer& writer);
+    [[nodiscard]] bool isOver(const Writer& writer, End& end);
+    void waitForOutput(const Writer& writer);
+    void report();
+    void showProgress();
+    void showStatistics();
+    [[nodiscard]] ExitCode conclude(End end, const Writer& writer);
+    [[nodiscard]] double secondsSince(Clock::time_point then) const;
+
+    const Options& m_options;
+    const std::string m_logFile;
+    const bool m_isStream;
+    Wakeup m_wakeup;
+    SignalWatch m_signals;
+    Console m_console;
+    FieldSelection m_selection;
+    SequenceCheck m_sequence;
+    FieldCatalog m_catalog;
+    RecordQueue m_queue;
+    RequestBook m_book;
+    Counters m_counters;
+    SessionWatch m_watch;
+    Receiver m_receiver;
+    Clock::time_point m_begin; ///< of the phase that progress and limits count from
+    Clock::time_point m_lastProgress{};
+    Clock::time_point m_lastStatistics{};
+    std::size_t m_refusalsShown = 0;
+    bool m_saidTimeout = false;
+};
+
+} // namespace tivra_cat
+
+#endif

@@ -1,0 +1,97 @@
+#include "SessionWatch.h"
+
+#include <fmt/format.h>
+
+namespace tivra_cat {
+
+namespace {
+
+/// More notices than that between two looks of the main thread say nothing new.
+constexpr std::size_t MAX_NOTICES = 100;
+
+std::string describe(const tivra::SessionEvent& event) {
+    switch (event.getType()) {
+    case tivra::SessionEvent::TIVRA_SESSION_UNAVAILABLE:
+        return "session: no hub is ready";
+    case tivra::SessionEvent::TIVRA_SESSION_RECOVERY:
+        return "session: a hub was lost and is being dialled";
+    case tivra::SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES:
+        return fmt::format("source {}: lost with its hub", event.getSourceID());
+    case tivra::SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES:
+        return fmt::format("source {}: back", event.getSourceID());
+    case tivra::SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD:
+        return fmt::format("receive queue {} percent full", event.getQueueDepth());
+    case tivra::SessionEvent::TIVRA_SESSION_JIT_START_CONFLATING:
+        return "a hub has begun to conflate because the receive queue fills";
+    case tivra::SessionEvent::TIVRA_SESSION_JIT_STOP_CONFLATING:
+        return "no hub conflates any more";
+    case tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED:
+        return fmt::format("source {}: granted", event.getSourceID());
+    case tivra::SessionEvent::TIVRA_SESSION_SOURCE_REMOVED:
+        return fmt::format("source {}: withdrawn", event.getSourceID());
+    default:
+        return {};
+    }
+}
+
+} // namespace
+
+void SessionWatch::onSessionEvent(const tivra::SessionEvent& event) {
+    if (event.getType() == tivra::SessionEvent::TIVRA_SESSION_ESTABLISHED) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_wasEstablished)
+            notice("session: all hubs are ready again");
+        m_wasEstablished = true;
+        return;
+    }
+    std::string text = describe(event);
+    if (text.empty())
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_wasEstablished)
+        notice(std::move(text));
+}
+
+void SessionWatch::onUserEvent(const tivra::UserEvent& event) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (event.getType() == tivra::UserEvent::AUTHORIZATION_SUCCESS) {
+        m_refusal.reset();
+        return;
+    }
+    m_refusal = LoginRefusal{event.getRetCode(), event.getRetCodeString()};
+    if (m_wasEstablished)
+        notice(fmt::format("a hub refused the login: {} {}", m_refusal->code, m_refusal->name));
+}
+
+void SessionWatch::onStatisticsEvent(const tivra::StatisticsEvent& event) {
+    Statistics statistics{};
+    for (std::size_t i = 0; i < COUNTERS; ++i)
+        statistics[i] = event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(i));
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_statistics = statistics;
+}
+
+std::optional<LoginRefusal> SessionWatch::loginRefusal() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_refusal;
+}
+
+std::vector<std::string> SessionWatch::takeNotices() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> notices;
+    notices.swap(m_notices);
+    return notices;
+}
+
+SessionWatch::Statistics SessionWatch::statistics() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_statistics;
+}
+
+void SessionWatch::notice(std::string text) {
+    if (m_notices.size() < MAX_NOTICES)
+        m_notices.push_back(std::move(text));
+    m_wakeup.notify();
+}
+
+} // namespace tivra_cat

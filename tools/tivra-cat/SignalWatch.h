@@ -1,0 +1,32 @@
+#ifndef TIVRA_CAT_SIGNALWATCH_H
+#define TIVRA_CAT_SIGNALWATCH_H
+
+#include "Wakeup.h"
+
+#include <chrono>
+
+namespace tivra_cat {
+
+/// Takes SIGINT and SIGTERM as events of the main thread's waits. Make it before any other thread starts, so
+/// that all of them leave the signals alone.
+class SignalWatch {
+public:
+    explicit SignalWatch(const Wakeup& wakeup);
+    ~SignalWatch();
+    SignalWatch(const SignalWatch&) = delete;
+    SignalWatch& operator=(const SignalWatch&) = delete;
+
+    /// Waits for a signal, the wakeup or the time, whichever comes first.
+    void wait(std::chrono::milliseconds atMost);
+    /// How many signals have come in all.
+    [[nodiscard]] int count() const { return m_count; }
+
+private:
+    const Wakeup& m_wakeup;
+    int m_fd;
+    int m_count = 0;
+};
+
+} // namespace tivra_cat
+
+#endif

@@ -1,0 +1,108 @@
+#include "Subscriber.h"
+
+#include "CommandTable.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+
+namespace tivra_cat {
+
+namespace {
+
+/// The hub's counters reach this program that often, whatever the user wants to see.
+constexpr int STATISTICS_SECONDS = 1;
+
+tivra::APIFactory& initializedFactory(const Options& options, const std::string& logFile) {
+    tivra::APIFactory* factory = tivra::APIFactory::getInstance();
+    factory->initialize("tivra-cat", TIVRA_CAT_VERSION, options.isDebug, logFile);
+    return *factory;
+}
+
+template<class Config, class Parameter, class Value>
+void apply(Config& config, Parameter parameter, const std::optional<Value>& value) {
+    if (value)
+        config.set(parameter, *value);
+}
+
+void addToken(tivra::Request& request, const std::string& token) {
+    int number = 0;
+    const char* const end = token.data() + token.size();
+    const auto [next, error] = std::from_chars(token.data(), end, number);
+    if (next == end && error == std::errc{})
+        request.add(tivra::KVN_TOKEN_NUM, number);
+    else
+        request.add(tivra::KVN_TOKEN_NAME, token);
+}
+
+} // namespace
+
+Subscriber::Subscriber(const Options& options, const std::string& password, const std::string& logFile,
+                       SessionWatch& watch, tivra::MessageEventHandler& receiver)
+    : m_options(options)
+    , m_factory(initializedFactory(options, logFile))
+    , m_user(m_factory.createUserInfo(options.user, password, watch))
+    , m_session(m_factory.createSession(m_user, watch)) {
+    configure(options);
+    m_session.registerMessageEventHandler(&receiver);
+    m_session.registerStatisticsEventHandler(&watch, STATISTICS_SECONDS);
+}
+
+Subscriber::~Subscriber() {
+    m_factory.destroySession(m_session);
+    m_factory.destroyUserInfo(m_user);
+    m_factory.uninitialize();
+}
+
+void Subscriber::configure(const Options& options) {
+    using tivra::HostConfig;
+    using tivra::SessionConfig;
+    SessionConfig& session = m_session.getSessionConfig();
+    apply(session, SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, options.isMultithreaded);
+    apply(session, SessionConfig::MAX_USER_THREADS_LONG, options.maxUserThreads);
+    apply(session, SessionConfig::MAX_HUB_THREADS_LONG, options.maxHubThreads);
+    apply(session, SessionConfig::WATCHLIST_BOOL, options.watchlist);
+    tivra::ConnectionConfig& connections = m_session.getConnectionConfig();
+    apply(connections, HostConfig::COMPRESSION_BOOL, options.compression);
+    apply(connections, HostConfig::QUEUE_SIZE_LONG, options.queueMegabytes);
+    apply(connections, HostConfig::CONFLATION_TYPE_LONG, options.conflationType);
+    apply(connections, HostConfig::CONFLATION_INTERVAL_LONG, options.conflationInterval);
+    apply(connections, HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, options.jitThreshold);
+    apply(connections, HostConfig::CONFLATION_INDICATOR_BOOL, options.conflationIndicator);
+    apply(connections, HostConfig::READ_TIMEOUT_LONG, options.readTimeout);
+    apply(connections, HostConfig::CONNECTION_TIMEOUT_LONG, options.connectTimeout);
+    apply(connections, HostConfig::CONNECTION_RETRY_LIMIT_LONG, options.retries);
+    for (const std::string& host : options.hosts)
+        connections.getHostConfig(host);
+    for (const std::string& host : options.backups)
+        connections.getHostConfig(host).set(HostConfig::BACKUP_BOOL, true);
+}
+
+void Subscriber::send(RequestBook& book) {
+    if (m_options.targets.empty())
+        sendTo(nullptr, book);
+    for (const Target& target : m_options.targets)
+        sendTo(&target, book);
+}
+
+void Subscriber::sendTo(const Target* target, RequestBook& book) {
+    const CommandTraits& traits = traitsOf(m_options.command);
+    tivra::Request& request = m_session.createRequest();
+    request.setCommand(m_options.command);
+    if (target != nullptr && target->source != -1)
+        request.add(tivra::ENUM_SRC_ID, target->source);
+    if (target != nullptr && !target->symbol.empty())
+        request.add(tivra::SYMBOL_TICKER, target->symbol);
+    if (m_options.depthType)
+        request.add(tivra::DEPTH_TYPE, *m_options.depthType);
+    for (const std::string& token : m_options.tokens)
+        addToken(request, token);
+    const std::int64_t tag = request.generateTag();
+    book.enter(tag, target == nullptr ? std::string(traits.name)
+                                      : fmt::format("{} {}", traits.name, target->name()));
+    if (m_session.send(request) == 0)
+        book.answer(tag, -1, "the library did not take it; its log says why");
+    m_session.freeRequest(request);
+}
+
+} // namespace tivra_cat

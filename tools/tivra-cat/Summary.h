@@ -1,0 +1,34 @@
+#ifndef TIVRA_CAT_SUMMARY_H
+#define TIVRA_CAT_SUMMARY_H
+
+#include "Counters.h"
+#include "RequestBook.h"
+#include "SessionWatch.h"
+
+#include <string>
+
+namespace tivra_cat {
+
+/// Messages per second between the first and the last, 0 for fewer than two.
+[[nodiscard]] double ratePerSecond(const Counters& counters);
+
+/// Seconds between the first message and the last.
+[[nodiscard]] double secondsOfData(const Counters& counters);
+
+/// What was lost on the way, as far as it can be known: messages that the output or --sequence-field miss,
+/// and bytes that the receive queue dropped.
+[[nodiscard]] bool hasLosses(const Counters& counters, const SessionWatch::Statistics& statistics);
+
+/// "received 40000 messages (...) in 0.1 s, 312000 messages/s".
+[[nodiscard]] std::string receivedText(const Counters& counters);
+
+/// "4 requests: 4 answered, 0 refused, 0 open; lost 0 (...)".
+[[nodiscard]] std::string outcomeText(const Counters& counters, const RequestBook::Totals& requests,
+                                      const SessionWatch::Statistics& statistics);
+
+/// The session's counters as a line of --stats.
+[[nodiscard]] std::string statisticsText(const SessionWatch::Statistics& statistics);
+
+} // namespace tivra_cat
+
+#endif
