@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
@@ -89,32 +91,47 @@ std::string frameOf(std::string_view body, bool lines) {
     return frame.append(body) + '\x03';
 }
 
-void checkBody(std::string_view body, unsigned mode) {
+/// One frame through one form of the body parser.
+void checkFrame(KVNAPI::KVNParse& parse, const KVNAPI::BodyParserForm& form, std::string_view frame,
+                const std::string& expected) {
+    Message copy;
+    std::string ours;
+    {
+        auto bytes = std::make_unique<fuzz::ExactBytes>(frame);
+        Message message;
+        if (parse.parseWith(form.parse, bufref(bytes->data(), bytes->size()), &message) != 0) {
+            fuzz::expectEqual(form.name, refusal(), expected);
+            return;
+        }
+        ours = fuzz::describe(message);
+        fuzz::expectEqual(form.name, ours, expected);
+        copy.deepCopy(&message);
+    }
+    // Neither the frame nor the message that it was made from is there any longer.
+    fuzz::expectEqual("copy", fuzz::withoutFlags(fuzz::describe(copy)), fuzz::withoutFlags(ours));
+}
+
+/// Bodies that are separated by zeros, through each form: a parser learns from the messages before.
+void checkBodies(std::string_view bodies, unsigned mode) {
     const fuzz::ParserOptions options = optionsOf(mode);
-    const std::string frame = frameOf(body, (mode & LINES) != 0);
-    const std::string expected = fuzz::referenceParse(frame, options);
-    KVNAPI::KVNParse parse;
-    if (parse.setMetaMap(&dictionary()) != 0)
-        std::abort();
-    setOptions(parse, options);
+    std::vector<std::string> frames;
+    std::vector<std::string> expected;
+    for (bool more = true; more;) {
+        const std::size_t end = bodies.find('\0');
+        more = end != std::string_view::npos;
+        frames.push_back(frameOf(bodies.substr(0, end), (mode & LINES) != 0));
+        expected.push_back(fuzz::referenceParse(frames.back(), options));
+        bodies.remove_prefix(more ? end + 1 : bodies.size());
+    }
     for (const KVNAPI::BodyParserForm* form = KVNAPI::BODY_PARSER_FORMS; form->name != nullptr; ++form) {
         if (!form->runsHere())
             continue;
-        Message copy;
-        std::string ours;
-        {
-            auto bytes = std::make_unique<fuzz::ExactBytes>(frame);
-            Message message;
-            if (parse.parseWith(form->parse, bufref(bytes->data(), bytes->size()), &message) != 0) {
-                fuzz::expectEqual(form->name, refusal(), expected);
-                continue;
-            }
-            ours = fuzz::describe(message);
-            fuzz::expectEqual(form->name, ours, expected);
-            copy.deepCopy(&message);
-        }
-        // Neither the frame nor the message that it was made from is there any longer.
-        fuzz::expectEqual("copy", fuzz::withoutFlags(fuzz::describe(copy)), fuzz::withoutFlags(ours));
+        KVNAPI::KVNParse parse;
+        if (parse.setMetaMap(&dictionary()) != 0)
+            std::abort();
+        setOptions(parse, options);
+        for (std::size_t i = 0; i < frames.size(); ++i)
+            checkFrame(parse, *form, frames[i], expected[i]);
     }
 }
 
@@ -167,7 +184,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const unsigned seed = input.byte();
         checkStream(input.rest(), mode, seed);
     } else {
-        checkBody(input.rest(), mode);
+        checkBodies(input.rest(), mode);
     }
     return 0;
 }
