@@ -10,6 +10,7 @@
 namespace KVNAPI {
 namespace {
 
+constexpr char ZTOKEN_FORMAT[] = "Compressed Brindsel Token Format (HUB->applications)";
 constexpr char TOKEN_FORMAT[] = "Brindsel Token Format (HUB->applications)";
 
 template<class Verify>
@@ -28,6 +29,7 @@ void enterParsers(_factory& list) {
     using Names = NameFactory<parserFactory_t>;
     list.append(Names::untyped(&newKVNparser), "kvn", TOKEN_FORMAT);
     list.append(Names::untyped(&newVKVNparser), "vkvn", "Verbose output from detoker2");
+    list.append(Names::untyped(&newZKVNparser), "zkvn", ZTOKEN_FORMAT);
 }
 
 static_assert(std::is_trivially_destructible_v<NameFactory<framerFactory_t>>);

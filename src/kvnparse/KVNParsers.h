@@ -11,4 +11,7 @@ namespace KVNAPI {
 /// Lines of text, with names or numbers for tokens.
 [[nodiscard]] std::unique_ptr<Parser> newVKVNparser(int maxBufferSize);
 
+/// The same frames inside one zlib stream.
+[[nodiscard]] std::unique_ptr<Parser> newZKVNparser(int maxBufferSize);
+
 } // namespace KVNAPI
