@@ -14,6 +14,7 @@
 #include "kvnparse/Parser.h"
 #include "receive/AltIndexTable.h"
 #include "receive/FrameHandler.h"
+#include "receive/LogPace.h"
 #include "receive/UserEventBase.h"
 
 namespace tivra_internal {
@@ -139,6 +140,7 @@ private:
     int32_t m_lastJitStatus = 0;
     std::atomic<double> m_HBTime{0.0};
     std::atomic<uint64_t> m_idleCnt{0};
+    LogPace m_parseErrorPace;
 
     // Alternate indexes.
     AltIndexTable m_altIndexes;

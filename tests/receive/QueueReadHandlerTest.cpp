@@ -3,6 +3,7 @@
 #include <tp/Clock.h>
 
 #include "ReadHandlerFixture.h"
+#include "support/LogCapture.h"
 
 namespace tivra_internal {
 namespace {
@@ -268,6 +269,67 @@ TEST_F(ReadHandlerTest, AnExceptionOfTheApplicationLeavesNoMessageBehind) {
     application.onEvent = [](const tivra::MessageEvent&) { throw 1; };
     EXPECT_THROW(receive("4=100|5=IBM"), int);
     EXPECT_EQ(describe(*application.lastEvent), "UPDATE @0 rc=0 tag=0 [] {}");
+}
+
+TEST_F(ReadHandlerTest, WhatGoesWrongIsLoggedAboveDebugAndNothingElseIs) {
+    AltIndexInfo cusip;
+    cusip.kvnid = 3101;
+    cusip.value = "A";
+    cusip.command = tivra::QUERYSNAP;
+    AltIndexInfo unknown = cusip;
+    unknown.kvnid = 77777;
+    AltIndexInfo ofSource = cusip;
+    ofSource.command = tivra::ADDALTERNATEINDEX;
+    session.altIndexes = {{30, {cusip}}, {31, {unknown}}, {32, {ofSource}}};
+    session.cmConnection = true;
+    session.tagAwaitingXrefHubs = 33;
+    const Case cases[] = {
+        {"4=100|5=IBM|8=1", ""},
+        {"4=922|5=.UTC.TIME.DATE", ""},
+        {"4=922|5=.JIT", "WARN: 10.0.0.1:9000: Improperly formed JIT message received"},
+        {"4=922|5=.JIT|2035=0",
+         "WARN: 10.0.0.1:9000: JIT message did not change state(0); implies previous JIT "
+         "message was lost"},
+        {"4=922|5=.JIT|2035=1", "INFO: 10.0.0.1:9000: JIT: this HUB has started conflating"},
+        {"4=922|5=.JIT|2035=0", "INFO: 10.0.0.1:9000: JIT: this HUB has stopped conflating"},
+        {"5001=0", ""},
+        {"5001=-12", "WARN: rc=-12 (NOT.FOUND): no tag received"},
+        {"5026=20|5001=-12", ""},
+        {"5026=17|5001=0", ""},
+        {"5026=17|5001=-12", "WARN: 10.0.0.1:9000: rc=-12 (NOT.FOUND) for request tag 17 (ReportApiStats)"},
+        {"5026=33|5001=-3", "WARN: Change return code rc=-3 to -225 as all xref hubs are not connected for "
+                            "request tag 33"},
+        {"5026=30|4=100|5=IBM", "WARN: tag 30: AltIndex token 3101 not present in response"},
+        {"5026=30|4=100|5=IBM|3101=B", "WARN: tag 30: 3101=A does not match returned value B "},
+        {"5026=31|4=100|5=IBM", "WARN: tag 31: AltIndex token 77777 not defined in DIC"},
+        {"5026=32|5001=-3", "WARN: ADDALTERNATEINDEX failed with rc=-3 for tag=32"},
+    };
+    handler();
+    for (const Case& c : cases) {
+        LogCapture log;
+        receive(c.body);
+        const Lines expected = *c.expected != '\0' ? Lines{c.expected} : Lines{};
+        EXPECT_EQ(log.linesAboveDebug(), expected) << c.body;
+    }
+}
+
+TEST_F(ReadHandlerTest, GarbageIsLoggedOnceASecond) {
+    const tp::ManualClock clock;
+    handler();
+    LogCapture log;
+    const auto warnings = [&] {
+        log.forget();
+        for (int i = 0; i < 100; ++i)
+            receive("garbage");
+        size_t count = 0; // the text has lines of its own
+        for (const std::string& line : log.lines())
+            count += line.rfind("WARN: QueueReadHandler::process_kvn_buffer pull error: ", 0) == 0 ? 1 : 0;
+        return count;
+    };
+    EXPECT_EQ(warnings(), 1U);
+    EXPECT_EQ(warnings(), 0U);
+    tp::Clock::advance(1.0);
+    EXPECT_EQ(warnings(), 1U);
 }
 
 TEST_F(ReadHandlerTest, AReadableEventDeliversOneFrameOfTheQueue) {
