@@ -323,7 +323,7 @@ TEST_F(ReadHandlerTest, GarbageIsLoggedOnceASecond) {
             receive("garbage");
         size_t count = 0; // the text has lines of its own
         for (const std::string& line : log.lines())
-            count += line.rfind("WARN: QueueReadHandler::process_kvn_buffer pull error: ", 0) == 0 ? 1 : 0;
+            count += line.rfind("WARN: QueueReadHandler::process_kvn_buffer pull error: ", 0) == 0 ? 1U : 0U;
         return count;
     };
     EXPECT_EQ(warnings(), 1U);
