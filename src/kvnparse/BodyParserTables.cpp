@@ -1,30 +1,31 @@
 #include "kvnparse/BodyParserTables.h"
 
+#include "kvnparse/NumberDecode.h"
+
 #include <bit>
 
 namespace KVNAPI {
 
 namespace {
 
-constexpr DigitMove moveFor(std::size_t fraction) {
+constexpr void setMoves(PointPlace& place, std::size_t point) {
     constexpr std::uint8_t ZERO = 0x80;
-    DigitMove move{};
-    const std::size_t point = VECTOR - 1 - fraction;
+    const std::size_t fraction = VECTOR - 1 - point;
     for (std::size_t i = 0; i < VECTOR; ++i) {
         // The byte that comes to place i, counted from the right end of its part.
         const bool inWhole = i < VECTOR / 2;
         const std::size_t fromRight = (inWhole ? VECTOR / 2 : VECTOR) - 1 - i;
         const std::size_t end = inWhole ? point : VECTOR;
         const bool isThere = fromRight < (inWhole ? point : fraction);
-        move.toHalves[i] = isThere ? static_cast<std::uint8_t>(end - 1 - fromRight) : ZERO;
-        move.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
-                          : i == 0  ? ZERO
-                                    : static_cast<std::uint8_t>(i - 1);
+        place.toHalves[i] = isThere ? static_cast<std::uint8_t>(end - 1 - fromRight) : ZERO;
+        place.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
+                           : i == 0  ? ZERO
+                                     : static_cast<std::uint8_t>(i - 1);
     }
-    return move;
 }
 
-constexpr PowerOfTen divisionBy(std::uint64_t power) {
+/// For numbers below 10^16.
+constexpr void setDivision(PointPlace& place, std::uint64_t power) {
     const auto shift = static_cast<unsigned>(std::bit_width(power) - 1);
     // Long division of 2^(64 + shift); the power is below 2^54, so that doubling the rest keeps to 64 bits.
     std::uint64_t quotient = 0;
@@ -37,7 +38,9 @@ constexpr PowerOfTen divisionBy(std::uint64_t power) {
             quotient |= 1;
         }
     }
-    return {power, rest == 0 ? quotient : quotient + 1, shift};
+    place.power = power;
+    place.factor = rest == 0 ? quotient : quotient + 1;
+    place.shift = shift;
 }
 
 constexpr DigitTables makeTables() {
@@ -50,12 +53,13 @@ constexpr DigitTables makeTables() {
         tables.byHundred[i / 2] = i / 2 % 2 == 0 ? 100 : 1;
         tables.byTenThousand[i / 2] = i / 2 % 2 == 0 ? 10000 : 1;
         tables.lastBytes[VECTOR + i] = 0xFF;
-        tables.moves[i] = moveFor(i);
+        setMoves(tables.places[i], i);
     }
     std::uint64_t power = 1;
-    for (PowerOfTen& row : tables.powers) {
-        row = divisionBy(power);
-        power *= 10;
+    for (std::size_t fraction = 0; fraction < VECTOR; ++fraction, power *= 10) {
+        PointPlace& place = tables.places[VECTOR - 1 - fraction];
+        place.fraction = detail::DECIMAL_FRACTIONS[fraction];
+        setDivision(place, power);
     }
     return tables;
 }

@@ -7,16 +7,13 @@ namespace KVNAPI {
 
 inline constexpr std::size_t VECTOR = 16;
 
-/// How digits move for a number with some fraction digits, whose text ends at the last byte of a vector.
-struct DigitMove {
-    std::uint8_t toHalves[VECTOR]; ///< up to eight whole digits and up to eight of the fraction
-    std::uint8_t closeUp[VECTOR];  ///< all digits, without the point
-};
-
-/// Division of numbers below 10^16 by a power of ten, as a multiplication.
-struct PowerOfTen {
-    std::uint64_t power;
-    std::uint64_t factor; ///< 2^(64 + shift) / power, rounded up
+/// What to do with a decimal number whose text ends at the last byte of a vector, by the place of its point.
+struct PointPlace {
+    std::uint8_t toHalves[VECTOR]; ///< moves up to eight whole digits and up to eight of the fraction
+    std::uint8_t closeUp[VECTOR];  ///< moves all digits together, without the point
+    double fraction;               ///< the value of the last digit
+    std::uint64_t power;           ///< the power of ten that divides whole digits from the fraction
+    std::uint64_t factor;          ///< 2^(64 + shift) / power, rounded up: division as a multiplication
     std::uint64_t shift;
 };
 
@@ -29,8 +26,7 @@ struct DigitTables {
     std::int16_t byHundred[VECTOR / 2];          ///< weights of two pairs of digits
     std::int16_t byTenThousand[VECTOR / 2];      ///< weights of two groups of four digits
     std::uint8_t lastBytes[2 * VECTOR]; ///< the vector n bytes in has all bits of its last n bytes set
-    DigitMove moves[VECTOR];            ///< by the count of fraction digits
-    PowerOfTen powers[VECTOR];
+    alignas(VECTOR) PointPlace places[VECTOR];
 };
 extern const DigitTables DIGIT_TABLES;
 

@@ -156,29 +156,26 @@ KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
         return true;
     }
     const auto point = static_cast<std::size_t>(std::countr_zero(others));
-    const std::size_t fraction = VECTOR - 1 - point;
-    const std::size_t whole = size - 1 - fraction;
-    if ((others & (others - 1)) != 0 || *(end - 1 - fraction) != '.')
+    if ((others & (others - 1)) != 0 ||
+        end[static_cast<std::ptrdiff_t>(point) - static_cast<std::ptrdiff_t>(VECTOR)] != '.')
         return false;
-    const DigitMove& move = DIGIT_TABLES.moves[fraction];
-    if (whole - 1 < 8 && fraction - 1 < 8) {
-        const __m128i halves = _mm_shuffle_epi8(digits, loadVector(move.toHalves));
+    const std::size_t whole = size + point - VECTOR;
+    const PointPlace& place = DIGIT_TABLES.places[point];
+    if (whole - 1 < 8 && point - 7 < 8) {
+        const __m128i halves = _mm_shuffle_epi8(digits, loadVector(place.toHalves));
         const __m128d parts = _mm_cvtepi32_pd(joinDigits(halves));
-        result = _mm_cvtsd_f64(parts) +
-                 _mm_cvtsd_f64(_mm_unpackhi_pd(parts, parts)) * detail::DECIMAL_FRACTIONS[fraction];
+        result = _mm_cvtsd_f64(parts) + _mm_cvtsd_f64(_mm_unpackhi_pd(parts, parts)) * place.fraction;
         return true;
     }
-    if (whole == 0 || fraction == 0)
+    if (whole == 0 || point == VECTOR - 1)
         return false;
-    const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(move.closeUp)));
-    const PowerOfTen& power = DIGIT_TABLES.powers[fraction];
+    const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(place.closeUp)));
     __extension__ using Wide = unsigned __int128;
     const std::uint64_t wholePart =
-        static_cast<std::uint64_t>(static_cast<Wide>(all) * power.factor >> 64) >> power.shift;
-    const std::uint64_t fractionPart = all - wholePart * power.power;
-    result =
-        static_cast<double>(static_cast<std::int64_t>(wholePart)) +
-        static_cast<double>(static_cast<std::int64_t>(fractionPart)) * detail::DECIMAL_FRACTIONS[fraction];
+        static_cast<std::uint64_t>(static_cast<Wide>(all) * place.factor >> 64) >> place.shift;
+    const std::uint64_t fractionPart = all - wholePart * place.power;
+    result = static_cast<double>(static_cast<std::int64_t>(wholePart)) +
+             static_cast<double>(static_cast<std::int64_t>(fractionPart)) * place.fraction;
     return true;
 }
 
@@ -245,19 +242,21 @@ struct VectorLimits {
 KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const VectorLimits& limits,
                           const FieldRow& row, const char* from, const char* end) {
     std::int64_t number = 0;
-    switch (row.kind) {
-    case FieldRow::INTEGER:
+    // Most fields are numbers, which need no jump through a table.
+    if (row.kind == FieldRow::INTEGER) {
         if (!readInteger(from, end, number))
             return false;
         out.add()->setI(row.token, number);
         return true;
-    case FieldRow::DOUBLE: {
+    }
+    if (row.kind == FieldRow::DOUBLE) {
         double decimal = 0.0;
         if (end < limits.firstEnd || !readSignedDecimal(from, end, decimal))
             return false;
         out.add()->setD(row.token, decimal);
         return true;
     }
+    switch (row.kind) {
     case FieldRow::STRING: {
         bufref text;
         if (from > limits.lastStart || !out.copyText(from, static_cast<std::size_t>(end - from), text))
@@ -293,6 +292,8 @@ KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const 
             return false;
         message.market = *from;
         return true;
+    case FieldRow::INTEGER:
+    case FieldRow::DOUBLE:
     case FieldRow::NONE:
         break;
     }
@@ -360,7 +361,6 @@ KVN_INLINE Progress parseStretch(KVNParse& parse, const char* const* next,
     const char* const lastEight = frame.end() - 8;
     Output out(message);
     FieldRow* known = row;
-    unsigned present = 0;
     Progress progress{Progress::NEXT, position};
     while (progress.end == Progress::NEXT && next != stretchEnd) {
         // Fields beyond the room for their pairs go the plain way, which makes more.
@@ -376,7 +376,8 @@ KVN_INLINE Progress parseStretch(KVNParse& parse, const char* const* next,
             const char* const end = *next;
             if (!readValue(parse, message, out, limits, *known, position + known->startSize, end))
                 break;
-            present |= known->present;
+            if (known->present != 0)
+                raiseFlags(message, known->present);
             position = end + 1;
             ++next;
             if (*end != '|') {
@@ -394,12 +395,11 @@ KVN_INLINE Progress parseStretch(KVNParse& parse, const char* const* next,
             ++next;
     }
     out.store();
-    raiseFlags(message, present);
     row = known;
     return {progress.end, position};
 }
 
-KVN_TARGET inline int parseBodyVector(KVNParse& parse, const char* position) {
+KVN_INLINE int parseBodyVector(KVNParse& parse, const char* position) {
     StretchIndex index;
     FieldRow* row = parse.firstRow();
     for (;;) {

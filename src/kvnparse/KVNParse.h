@@ -46,6 +46,7 @@ struct FieldRow {
     std::uint64_t startMask = 0; ///< which of eight bytes those are
     FieldRow* next[2] = {};      ///< the rows that followed last; never null once the row is in use
     Token* token = nullptr;
+    kvnparser_t function = nullptr; ///< what reads the value by the plain rules, or null for the default step
     Kind kind = NONE;
     std::uint8_t startSize = 0;
     std::uint8_t present = 0;
@@ -162,7 +163,8 @@ private:
     [[nodiscard]] const Exchange* findExchange(std::int32_t id);
     [[nodiscard]] FieldRow* makeRow(std::uint32_t id);
     void setReading(FieldRow& row) const noexcept;
-    [[nodiscard]] const char* readToken(const char* position, Token*& token);
+    [[nodiscard]] const char* readToken(const char* position, Token*& token, kvnparser_t& function);
+    void findToken(std::int64_t number, Token*& token, kvnparser_t& function);
     [[nodiscard]] Token* tryStringToken(const char** position) const;
 
     std::vector<FunctionRow> m_funcs;    ///< by serial id

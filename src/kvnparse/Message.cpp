@@ -19,28 +19,13 @@ Message::Message() noexcept
 
 Message::~Message() = default;
 
-void Message::reset() noexcept {
-    symbol.len = 0;
-    exchange = nullptr;
-    permission = nullptr;
-    market = 0;
-    isRefresh = 0;
-    denomcode = Denom::getUnknown();
-    isRetCodePresent = 0;
-    isTagPresent = 0;
-    isAltIndexPresent = 0;
-    paircount = 0;
-    if (!usesInlinePairs()) {
-        pairs = inlinePairs();
-        _pairsalloc = STATICPAIRS;
-        m_heapPairs.reset();
-    }
-    if (!usesInlineArea()) {
-        startArea = _staticArea;
-        endArea = _staticArea + STATICAREA;
-        m_heapArea.reset();
-    }
-    nextArea = _staticArea;
+void Message::releaseHeap() noexcept {
+    pairs = inlinePairs();
+    _pairsalloc = STATICPAIRS;
+    m_heapPairs.reset();
+    startArea = _staticArea;
+    endArea = _staticArea + STATICAREA;
+    m_heapArea.reset();
 }
 
 void Message::verifyAdd() {

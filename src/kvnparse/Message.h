@@ -41,7 +41,21 @@ public:
     char* startArea;                      ///< start of the text area, inline or on the heap
 
     /// Empties the message and gives back any heap storage.
-    void reset() noexcept;
+    void reset() noexcept {
+        symbol.len = 0;
+        exchange = nullptr;
+        permission = nullptr;
+        market = 0;
+        isRefresh = 0;
+        denomcode = Denom::getUnknown();
+        isRetCodePresent = 0;
+        isTagPresent = 0;
+        isAltIndexPresent = 0;
+        paircount = 0;
+        if (!usesInlinePairs() || !usesInlineArea())
+            releaseHeap();
+        nextArea = _staticArea;
+    }
 
     [[nodiscard]] TVPair* pair(int index) noexcept { return pairs + index; }
     [[nodiscard]] const TVPair* pair(int index) const noexcept { return pairs + index; }
@@ -110,6 +124,7 @@ public:
     };
 
 private:
+    void releaseHeap() noexcept;
     void verifyAdd();
     void __verifyArea(std::size_t count);
     void __addCopyStr(Token* token, bufref text);
