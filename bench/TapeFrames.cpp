@@ -198,7 +198,7 @@ TapeMap::TapeMap() {
     for (const TapeToken& token : TAPE_TOKENS)
         add(token.number, token.name, token.storage);
     for (int number = 2000; number < 2300; ++number)
-        add(number, ("FIELD." + std::to_string(number)).c_str(), Token::TY_INT);
+        add(number, std::string("FIELD.").append(std::to_string(number)).c_str(), Token::TY_INT);
 }
 
 std::vector<TapeMessage> readTape(const std::string& path) {

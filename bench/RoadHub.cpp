@@ -1,0 +1,87 @@
+#include "RoadHub.h"
+
+#include <cstdlib>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <tivra_sim/Hub.h>
+
+namespace tivra_bench {
+namespace {
+
+void sendPaced(tivra_sim::Hub& hub, const RoadLoad& load) {
+    const std::int64_t step = 1'000'000'000 / static_cast<std::int64_t>(load.perSecond);
+    std::int64_t due = nowNanoseconds();
+    for (std::size_t i = 0; i < load.paced; ++i, due += step) {
+        while (nowNanoseconds() < due)
+            std::this_thread::yield();
+        tivra_sim::Record record(kSource, kPacedSymbol);
+        record.add(101, "184.17").add(102, 300).add(103, "184.21").add(104, 200).add(105, "P");
+        record.add(kStampToken, static_cast<long long>(nowNanoseconds()));
+        hub.pushRecord(record);
+    }
+}
+
+/// The hub's process: tells its port, then serves until the parent closes its end.
+[[noreturn]] void serve(const RoadLoad& load, int tell, int control) {
+    tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
+    if (load.events > 0) {
+        config.playback.file = TIVRA_SAMPLE_DAY;
+        config.playback.maxEvents = load.events;
+        config.playback.repeat = load.repeat;
+        config.playback.startWhenSubscriptions = std::size(kSymbols);
+    }
+    tivra_sim::Hub hub(config);
+    hub.start();
+    const std::uint16_t port = hub.port();
+    if (write(tell, &port, sizeof port) != static_cast<ssize_t>(sizeof port))
+        _exit(1);
+    if (load.paced > 0 && hub.waitForSubscriptions(1, std::chrono::milliseconds(30000)))
+        sendPaced(hub, load);
+    char byte = 0;
+    while (read(control, &byte, 1) > 0) {
+    }
+    hub.stop();
+    _exit(0);
+}
+
+} // namespace
+
+std::int64_t nowNanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+RoadHub::RoadHub(const RoadLoad& load) {
+    int tell[2];
+    int control[2];
+    if (pipe(tell) != 0 || pipe(control) != 0)
+        throw std::runtime_error("no pipe to the hub's process");
+    m_pid = fork();
+    if (m_pid == 0) {
+        close(tell[0]);
+        close(control[1]);
+        serve(load, tell[1], control[0]);
+    }
+    close(tell[1]);
+    close(control[0]);
+    m_control = control[1];
+    const bool told =
+        m_pid > 0 && read(tell[0], &m_port, sizeof m_port) == static_cast<ssize_t>(sizeof m_port);
+    close(tell[0]);
+    if (!told)
+        throw std::runtime_error("the hub's process did not start");
+}
+
+RoadHub::~RoadHub() {
+    close(m_control);
+    waitpid(m_pid, nullptr, 0);
+}
+
+} // namespace tivra_bench

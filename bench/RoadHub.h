@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <sys/types.h>
+
+namespace tivra_bench {
+
+inline constexpr int kSource = 100;
+inline constexpr const char* kSymbols[] = {"AIG", "BAC", "IBM", "SPY"};
+/// The field that carries the hub's monotonic clock in nanoseconds in a paced run.
+inline constexpr int kStampToken = 30;
+/// The symbol of a paced run.
+inline constexpr const char* kPacedSymbol = "IBM";
+
+/// What the hub sends once the road is open.
+struct RoadLoad {
+    std::size_t events = 0; ///< of the sample day at full speed; 0: a paced run
+    unsigned repeat = 1;    ///< how often these are played
+    std::size_t paced = 0;  ///< messages of a paced run
+    std::size_t perSecond = 10000;
+};
+
+/// A hub in a process of its own, so that its work does not count as the reader's. It ends with its parent.
+class RoadHub {
+public:
+    explicit RoadHub(const RoadLoad& load);
+    ~RoadHub();
+    RoadHub(const RoadHub&) = delete;
+    RoadHub& operator=(const RoadHub&) = delete;
+
+    [[nodiscard]] std::uint16_t port() const { return m_port; }
+
+private:
+    pid_t m_pid = -1;
+    int m_control = -1; ///< the hub ends when this closes
+    std::uint16_t m_port = 0;
+};
+
+[[nodiscard]] std::int64_t nowNanoseconds();
+
+} // namespace tivra_bench
