@@ -30,7 +30,7 @@ bool isNoError(int error) {
 }
 
 std::string lastParserError() {
-    return loggable(tp::te_geterror());
+    return std::string(tp::te_geterror()).substr(0, kMaxLoggedText);
 }
 
 } // namespace

@@ -78,6 +78,24 @@ TEST_F(HubDictionaryTest, AnotherVersionStaysWithItsHubAndIsNotDownloadedAgain) 
     EXPECT_THAT(words, testing::Not(Contains("ListInternalTokens")));
 }
 
+TEST_F(HubDictionaryTest, ADownloadThatAClosingHubCutsShortIsTakenUpAgain) {
+    makeClient();
+    comeUp("D1");
+    const std::unique_ptr<HubClient> firstClient = std::move(client);
+    session.everyHubIsFirst = false;
+    makeClient();
+    Answers answers = loneHub();
+    answers["ListAdministrationInfo"] = {"5026=5|5080=D2|5008=V8.1.2|5001=0"};
+    answers["ListInternalTokens"] = {"5026=6|5035=30|5010=NEW|5012=INTEGER|5011=7"};
+    loginAndConverse(answers);
+    ASSERT_FALSE(client->isReady());
+    client->closeConnection();
+    comeUp("D2",
+           {"5026=6|5035=30|5010=NEW|5012=INTEGER|5011=7", "5026=6|5035=31|5010=NEWER|5012=INTEGER|5011=7"});
+    EXPECT_TRUE(client->isReady());
+    EXPECT_EQ(nameOf(31), "NEWER");
+}
+
 TEST_F(HubDictionaryTest, ANewVersionOnAReconnectStartsTheReloadAndNothingElse) {
     for (const bool cm : {false, true}) {
         session.cmConnection = cm;
