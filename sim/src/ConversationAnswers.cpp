@@ -42,7 +42,7 @@ Responder::Bodies Responder::loginUser(Connection& connection, const Request& re
     const User* user = m_state.model.findUser(request.value(token::USER_NAME));
     if (user == nullptr || user->password != request.value(token::PASSWORD))
         return {statusBody(request.tag, status::BAD_LOGIN)};
-    if (request.number(token::COMPRESSION, 0) != 0) // a compressed stream is not on offer
+    if (wantsCompression(request) && !connection.output().isCompressed())
         return {statusBody(request.tag, status::BAD_PARAMETER)};
     const auto logins =
         std::count_if(m_state.connections.begin(), m_state.connections.end(), [&](const auto& other) {

@@ -222,6 +222,10 @@ void Hub::sendRaw(std::string_view bytes) {
     m_engine->run([&] { m_engine->sendToAll(bytes, FrameKind::Answer, false); });
 }
 
+void Hub::sendPastCompression(std::string_view bytes) {
+    m_engine->run([&] { m_engine->sendToAll(bytes, FrameKind::PastCompression, false); });
+}
+
 void Hub::sendBody(std::string_view body) {
     sendRaw(encodeFrame(body));
 }

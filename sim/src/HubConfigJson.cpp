@@ -253,6 +253,7 @@ void readConfig(const json& value, HubConfig& config) {
         {"boxPermissions",
          [&](const json& v, const std::string& w) { config.boxPermissions = sourcesOf(v, w); }},
         {"topology", [&](const json& v, const std::string& w) { config.topology = readTopology(v, w); }},
+        {"compression", [&](const json& v, const std::string& w) { config.compression = boolOf(v, w); }},
         {"heartbeat",
          [&](const json& v, const std::string& w) {
              config.heartbeat = readSystemRecord(v, w, config.heartbeat);
@@ -378,6 +379,7 @@ std::string HubConfig::toJson(Passwords passwords) const {
                         {"topology", topology == Topology::Aggregating ? "aggregating" : "single-instance"},
                         {"users", usersJson(users, passwords)},
                         {"boxPermissions", boxPermissions},
+                        {"compression", compression},
                         {"heartbeat", systemRecordJson(heartbeat)},
                         {"hubStatus", systemRecordJson(hubStatus)},
                         {"playback", playbackJson(playback)},

@@ -321,6 +321,9 @@ void HubEngine::serve(Connection& connection, std::string_view text) {
     Clock::time_point due{};
     if (m_misbehaviour.answerDelay.count() > 0)
         due = Clock::now() + m_misbehaviour.answerDelay;
+    // A refusal is a part of the compressed stream too.
+    if (m_config.compression && request.command == "LoginUser" && Responder::wantsCompression(request))
+        connection.output().startCompression();
     for (std::string& frame : framesFor(connection, request))
         connection.answer(std::move(frame), due);
     m_playback.startIfWanted(subscriptions(), Clock::now());

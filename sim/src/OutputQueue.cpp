@@ -10,10 +10,12 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr unsigned KIND_SHIFT = 30;
+constexpr unsigned KIND_SHIFT = 29;
 constexpr std::uint32_t LENGTH_MASK = (std::uint32_t{1} << KIND_SHIFT) - 1;
 /// Written bytes are cut off the buffer once they are that many.
 constexpr std::size_t COMPACT_SIZE = std::size_t{1} << 20;
+/// Bytes that are compressed at once, unless a single frame is longer: each time costs a flush.
+constexpr std::size_t COMPRESSION_BATCH = std::size_t{1} << 18;
 
 } // namespace
 
@@ -27,22 +29,57 @@ void OutputQueue::append(std::string_view frame, FrameKind kind) {
         ++m_playbackPending;
 }
 
-std::size_t OutputQueue::currentFrameLength() const {
-    return m_frames[m_firstFrame] & LENGTH_MASK;
+void OutputQueue::startCompression() {
+    if (!m_hasWritten && !m_compressor)
+        m_compressor = std::make_unique<StreamCompressor>();
 }
 
-std::size_t OutputQueue::nextPiece() const {
-    std::size_t piece = pending();
+std::size_t OutputQueue::frameLength(std::size_t frame) const {
+    return m_frames[frame] & LENGTH_MASK;
+}
+
+FrameKind OutputQueue::frameKind(std::size_t frame) const {
+    return static_cast<FrameKind>(m_frames[frame] >> KIND_SHIFT);
+}
+
+bool OutputQueue::isInside() const {
+    return isCompressed() ? m_compressedDone > 0 : m_frameDone > 0;
+}
+
+std::string_view OutputQueue::nextPiece() const {
+    const std::string& bytes = isCompressed() ? m_compressed : m_bytes;
+    const std::size_t begin = isCompressed() ? m_compressedDone : m_head;
+    std::size_t piece = bytes.size() - begin;
     if (m_bytesLeft >= 0)
         piece = std::min(piece, static_cast<std::size_t>(m_bytesLeft));
     if (m_shape.size > 0)
         piece = std::min(piece, m_shape.size);
     if (m_framesLeft >= 0 || m_shape.offset > 0) {
-        const std::size_t length = currentFrameLength();
-        const bool cut = m_shape.offset > 0 && length > m_shape.offset && m_frameDone < m_shape.offset;
-        piece = std::min(piece, (cut ? m_shape.offset : length) - m_frameDone);
+        const std::size_t length = isCompressed() ? m_compressed.size() : frameLength(m_firstFrame);
+        const std::size_t done = isCompressed() ? m_compressedDone : m_frameDone;
+        const bool cut = m_shape.offset > 0 && length > m_shape.offset && done < m_shape.offset;
+        piece = std::min(piece, (cut ? m_shape.offset : length) - done);
     }
-    return piece;
+    return std::string_view(bytes).substr(begin, piece);
+}
+
+void OutputQueue::compressNext() {
+    if (!m_compressed.empty())
+        return;
+    // A frame that is to be cut, or counted down to a drop, is compressed for itself.
+    const bool oneByOne = m_shape.offset > 0 || m_framesLeft >= 0;
+    std::size_t frame = m_firstFrame;
+    std::size_t length = frameLength(frame);
+    const bool passes = frameKind(frame) == FrameKind::PastCompression;
+    while (!passes && !oneByOne && ++frame < m_frames.size() &&
+           frameKind(frame) != FrameKind::PastCompression && length + frameLength(frame) <= COMPRESSION_BATCH)
+        length += frameLength(frame);
+    const std::string_view bytes = std::string_view(m_bytes).substr(m_head, length);
+    if (passes)
+        m_compressed = bytes;
+    else
+        m_compressor->compress(bytes, m_compressed);
+    m_compressedFrom = length;
 }
 
 OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
@@ -51,8 +88,10 @@ OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
     if (now < m_resumeAt)
         return pending() > 0 ? Result::Pausing : Result::Empty;
     while (pending() > 0) {
-        const std::size_t piece = nextPiece();
-        const ssize_t count = ::send(fd, m_bytes.data() + m_head, piece, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (isCompressed())
+            compressNext();
+        const std::string_view piece = nextPiece();
+        const ssize_t count = ::send(fd, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count < 0) {
             if (errno == EINTR)
                 continue;
@@ -61,7 +100,7 @@ OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
         written(static_cast<std::size_t>(count));
         if (mustFinish())
             return Result::Finished;
-        const bool pauses = m_shape.size > 0 || (m_shape.offset > 0 && m_frameDone > 0);
+        const bool pauses = m_shape.size > 0 || (m_shape.offset > 0 && isInside());
         if (pauses && m_shape.pause.count() > 0 && pending() > 0) {
             m_resumeAt = now + m_shape.pause;
             return Result::Pausing;
@@ -73,14 +112,28 @@ OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
 }
 
 void OutputQueue::written(std::size_t count) {
-    m_head += count;
+    m_hasWritten = true;
     m_counters.bytes += count;
     if (m_bytesLeft >= 0)
         m_bytesLeft -= static_cast<std::int64_t>(count);
+    if (!isCompressed()) {
+        retire(count);
+        return;
+    }
+    m_compressedDone += count;
+    if (m_compressedDone < m_compressed.size())
+        return;
+    m_compressed.clear();
+    m_compressedDone = 0;
+    retire(m_compressedFrom);
+}
+
+void OutputQueue::retire(std::size_t count) {
+    m_head += count;
     m_frameDone += count;
-    while (m_firstFrame < m_frames.size() && m_frameDone >= currentFrameLength()) {
-        m_frameDone -= currentFrameLength();
-        const auto kind = static_cast<FrameKind>(m_frames[m_firstFrame] >> KIND_SHIFT);
+    while (m_firstFrame < m_frames.size() && m_frameDone >= frameLength(m_firstFrame)) {
+        m_frameDone -= frameLength(m_firstFrame);
+        const FrameKind kind = frameKind(m_firstFrame);
         ++m_firstFrame;
         ++m_counters.frames;
         if (kind == FrameKind::Update || kind == FrameKind::Playback)

@@ -37,6 +37,11 @@ public:
     /// The body that says nothing but a status under a tag; a tag below 0 is left out.
     [[nodiscard]] static std::string statusBody(std::int64_t tag, int status);
 
+    /// Whether a login asks for a compressed stream.
+    [[nodiscard]] static bool wantsCompression(const Request& login) {
+        return login.number(token::COMPRESSION, 0) != 0;
+    }
+
 private:
     using Handler = Bodies (Responder::*)(Connection&, const Request&);
     struct Command {

@@ -142,7 +142,8 @@ public:
     };
     /// Closes every connection at once; bytes still waiting are lost.
     void dropConnections(Close how = Close::Orderly);
-    /// Closes each connection that is open now once that many more bytes, or frames, have gone out on it.
+    /// Closes each connection that is open now once that many more bytes, or frames, have gone out on it;
+    /// bytes are those on the wire.
     void dropAfterBytes(std::uint64_t bytes, Close how = Close::Orderly);
     void dropAfterFrames(std::uint64_t frames, Close how = Close::Orderly);
     /// Keeps everything that should be sent until it is switched off; heartbeats are left out meanwhile.
@@ -164,14 +165,18 @@ public:
     void clearRefusals();
     /// Replaces the script; an empty function removes it.
     void script(Script script);
-    /// Sends bytes as they are to every connection, behind what is waiting.
+    /// Sends bytes as they are to every connection, behind what is waiting; a compressed connection
+    /// compresses them.
     void sendRaw(std::string_view bytes);
+    /// The same past the compression, so that a compressed stream is garbled.
+    void sendPastCompression(std::string_view bytes);
     /// Sends a body in a good frame to every connection, and nothing else: no value is stored.
     void sendBody(std::string_view body);
     /// Writes at most `bytes` at a time with a pause between; 0 ends that.
     void setWriteSize(std::size_t bytes, std::chrono::microseconds pause = std::chrono::microseconds(1000));
     /// Writes each frame in two pieces, cut behind `offset` bytes (frames of that length and below stay
-    /// whole), with a pause between; 0 ends that.
+    /// whole), with a pause between; 0 ends that. On a compressed connection each frame is flushed for
+    /// itself, and what it is compressed to is cut.
     void splitFrames(std::size_t offset, std::chrono::microseconds pause = std::chrono::microseconds(1000));
     /// @}
 

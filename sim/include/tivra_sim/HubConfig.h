@@ -93,6 +93,9 @@ struct HubConfig {
     std::set<int> boxPermissions;
     Topology topology = Topology::SingleInstance;
 
+    /// Serve a login that asks for compression with one zlib stream; otherwise refuse it.
+    bool compression = true;
+
     SystemRecord heartbeat;
     SystemRecord hubStatus;
 
