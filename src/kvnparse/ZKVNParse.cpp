@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace KVNAPI {
 namespace {
@@ -91,7 +92,7 @@ int ZKVNParser::pullKVNMessages(Message* message) {
             return result;
         }
         kvnParsePullInProgress = false;
-        if (firstUncompressIteration && !freshInput) {
+        if (firstUncompressIteration && !freshInput && !outputPending) {
             buf_ = bufref();
             return result;
         }
@@ -113,7 +114,7 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
     }
     std::size_t room = 0;
     if (out != nullptr) {
-        room = out->len;
+        room = std::min<std::size_t>(out->len, std::numeric_limits<uInt>::max());
         d_stream.next_out = asBytes(out->buf);
         bytes_read = 0;
     } else {
@@ -138,19 +139,19 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
         return failStream(code);
 
     const auto produced = static_cast<std::size_t>(d_stream.total_out);
-    const bool outputFull = d_stream.avail_out == 0;
+    outputPending = d_stream.avail_out == 0;
+    // What is left of the input is what a repeated pull and moveRemaining go on with.
+    buf_ = bufref(reinterpret_cast<const char*>(d_stream.next_in), d_stream.avail_in);
     if (out != nullptr) {
         firstUncompressIteration = true;
-        if (outputFull)
+        if (outputPending)
             eprintf(EPF_DBUG,
                     "***ZKVNParser::unCompressAndPushToKVNParser: d_stream.avail_out=%u (br->len=%lu)",
                     d_stream.avail_out, static_cast<unsigned long>(room));
-        // What is left of the input is what a repeated pull and moveRemaining go on with.
-        buf_ = bufref(reinterpret_cast<const char*>(d_stream.next_in), d_stream.avail_in);
         out->len = static_cast<bufref_len_t>(produced);
         return 0;
     }
-    firstUncompressIteration = !outputFull;
+    firstUncompressIteration = !outputPending;
     bytes_read += static_cast<std::uint32_t>(produced);
     if (bytes_read > 0)
         kvnParser_->push(bufref(outbuf.get(), bytes_read));
@@ -178,6 +179,7 @@ void ZKVNParser::reset() {
     zlibInit();
     firstUncompressIteration = true;
     freshInput = false;
+    outputPending = false;
     kvnParsePullInProgress = false;
     bytes_read = 0;
 }

@@ -45,6 +45,7 @@ private:
     z_stream d_stream{};
     bool firstUncompressIteration = true; ///< the next inflate takes its input from `buf_`
     bool freshInput = false;              ///< `buf_` has been pushed and not been looked at
+    bool outputPending = false;           ///< the last inflate filled its space and may have more
     bool kvnParsePullInProgress = false;  ///< the inner parser may still hold whole frames
     std::uint32_t bytes_read = 0;         ///< bytes held in `outbuf` for the inner parser
     std::unique_ptr<char[]> outbuf;

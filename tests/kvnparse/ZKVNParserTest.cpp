@@ -1,0 +1,382 @@
+#include "ParserTestKit.h"
+
+#include "kvnparse/Parser.h"
+
+#include <tp/te_error.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <zlib.h>
+
+namespace {
+
+using KVNAPI::bufref;
+using KVNAPI::Message;
+using KVNAPI::Parser;
+using kvnparse_test::describe;
+using kvnparse_test::frameOf;
+using kvnparse_test::GuardedBytes;
+using kvnparse_test::TestMap;
+using testing::StartsWith;
+
+constexpr std::size_t OUTBUF_SIZE = 131072;
+
+/// The sender's end: one stream over all that it is given.
+class Deflater {
+public:
+    explicit Deflater(int level = Z_DEFAULT_COMPRESSION) {
+        if (deflateInit(&m_stream, level) != Z_OK)
+            throw std::bad_alloc();
+    }
+    ~Deflater() { deflateEnd(&m_stream); }
+    Deflater(const Deflater&) = delete;
+    Deflater& operator=(const Deflater&) = delete;
+
+    std::string operator()(std::string_view bytes, int flush = Z_SYNC_FLUSH) {
+        std::string out(bytes.size() + bytes.size() / 1000 + 32768, '\0');
+        m_stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(bytes.data()));
+        m_stream.avail_in = static_cast<uInt>(bytes.size());
+        m_stream.next_out = reinterpret_cast<Bytef*>(out.data());
+        m_stream.avail_out = static_cast<uInt>(out.size());
+        deflate(&m_stream, flush);
+        EXPECT_NE(m_stream.avail_out, 0U);
+        out.resize(out.size() - m_stream.avail_out);
+        return out;
+    }
+
+private:
+    z_stream m_stream{};
+};
+
+class ZKVNParserTest : public testing::Test {
+protected:
+    ZKVNParserTest() : m_parser(Parser::alloc("zkvn", &m_map, 0)), m_input(INPUT_SIZE, '\0') {}
+
+    /// As a stream parser does it: what is left of the input stays, and the new bytes come behind it. Returns
+    /// how much was left.
+    std::size_t feed(std::string_view bytes) {
+        const auto left =
+            static_cast<std::size_t>(m_parser->moveRemaining(bufref(m_input.data(), m_input.size())));
+        EXPECT_LE(left + bytes.size(), m_input.size());
+        bytes.copy(m_input.data() + left, bytes.size());
+        m_parser->push(bufref(m_input.data(), left + bytes.size()));
+        return left;
+    }
+
+    /// All messages that can be had, one a line; the last result is in `result`.
+    std::string pullAll() {
+        std::string got;
+        Message message;
+        while ((result = m_parser->pull(&message)) == 0)
+            got += describe(message) + '\n';
+        return got;
+    }
+
+    /// Bytes into `space` bytes of room; the guard behind them ends a test that gets more.
+    std::string pullBytes(std::size_t space) {
+        bufref out = m_output.place(std::string(space, '?'), GuardedBytes::END_AT_GUARD);
+        result = m_parser->pull(&out);
+        if (result != 0)
+            return {};
+        EXPECT_LE(out.len, space);
+        return std::string(out.view());
+    }
+
+    static constexpr std::size_t INPUT_SIZE = 0x40000;
+    TestMap m_map;
+    std::unique_ptr<Parser> m_parser;
+    int result = 0;
+
+private:
+    std::string m_input;
+    GuardedBytes m_output{OUTBUF_SIZE};
+};
+
+/// Both ways of being pulled, over the same cuts.
+TEST_F(ZKVNParserTest, StreamCutAtEveryByteLosesNothing) {
+    const std::string plain = frameOf("5=IBM|1=17") + frameOf("2=" + std::string(50, 'x')) + frameOf("1=9");
+    const std::string stream = Deflater()(plain);
+    const std::string expected = "symbol=IBM 1:17\n2:'" + std::string(50, 'x') + "'\n1:9\n";
+    for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
+        std::string messages;
+        std::string bytes;
+        for (const bool wantsMessages : {true, false}) {
+            m_parser->reset();
+            for (const std::string& part : {stream.substr(0, cut), stream.substr(cut)}) {
+                EXPECT_EQ(feed(part), 0U);
+                if (wantsMessages)
+                    messages += pullAll();
+                else
+                    bytes += pullBytes(4096);
+                ASSERT_GE(result, 0) << tp::te_geterror();
+            }
+        }
+        EXPECT_EQ(messages, expected) << cut;
+        EXPECT_EQ(bytes, plain) << cut;
+    }
+    EXPECT_EQ(m_parser->msglen(), 0U);
+}
+
+TEST_F(ZKVNParserTest, SingleBytesComeTogetherAgain) {
+    Deflater deflater;
+    std::string stream = deflater(frameOf("5=IBM|1=17"));
+    stream += deflater(frameOf("1=3"));
+    std::string got;
+    for (const char byte : stream) {
+        feed({&byte, 1});
+        got += pullAll();
+    }
+    EXPECT_EQ(got, "symbol=IBM 1:17\n1:3\n");
+}
+
+/// One push whose output does not fit into the space for it, with frames across each border.
+TEST_F(ZKVNParserTest, BlockLargerThanTheOutputIsInflatedInSeveralRounds) {
+    std::string plain;
+    std::string expected;
+    for (int i = 0; plain.size() < 4 * OUTBUF_SIZE; ++i) {
+        const std::string text(static_cast<std::size_t>(900 + i % 337), static_cast<char>('a' + i % 26));
+        plain += frameOf("1=" + std::to_string(i) + "|2=" + text);
+        expected += "1:" + std::to_string(i) + " 2:'" + text + "'\n";
+    }
+    feed(Deflater()(plain));
+    const bool isEqual = pullAll() == expected;
+    EXPECT_TRUE(isEqual);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(pullAll(), "") << "a pull without a push brings nothing twice";
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(feed(""), 0U);
+}
+
+/// Output that ends exactly with the space for it, with all input used up: the rest lies inside zlib.
+TEST_F(ZKVNParserTest, OutputThatIsHeldBackComesWithoutNewInput) {
+    const std::string last = frameOf("1=7");
+    const std::string plain = frameOf("2=" + std::string(2 * OUTBUF_SIZE / 3, 'x')) +
+                              frameOf("2=" + std::string(OUTBUF_SIZE / 3 - 30, 'y')) + last + last + last +
+                              last;
+    const std::string stream = Deflater()(plain);
+    for (std::size_t cut = stream.size() - 12; cut < stream.size(); ++cut) {
+        m_parser->reset();
+        feed(stream.substr(0, cut));
+        Message message;
+        ASSERT_EQ(m_parser->pull(&message), 0);
+        // The socket brings nothing in the middle, twice, and the rest in the end.
+        feed("");
+        feed("");
+        std::string got = pullAll();
+        feed(stream.substr(cut));
+        got += pullAll();
+        EXPECT_THAT(got, testing::EndsWith("y'\n1:7\n1:7\n1:7\n1:7\n")) << cut;
+    }
+}
+
+TEST_F(ZKVNParserTest, BytesThatFindNoSpaceWaitForTheNextPull) {
+    std::string plain;
+    for (int i = 0; i < 2000; ++i)
+        plain += frameOf("1=" + std::to_string(i * 7919 % 100003));
+    const std::string stream = Deflater()(plain);
+    for (const bool pushesBetween : {true, false}) {
+        for (const std::size_t space : {std::size_t{1}, std::size_t{97}, std::size_t{4096}}) {
+            m_parser->reset();
+            feed(stream);
+            std::string got;
+            for (std::string some = pullBytes(space); !some.empty(); some = pullBytes(space)) {
+                got += some;
+                if (pushesBetween)
+                    feed("");
+            }
+            EXPECT_EQ(got == plain, true) << space << pushesBetween;
+        }
+    }
+    EXPECT_EQ(pullBytes(0), "");
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(ZKVNParserTest, NoBlockIsInflatedTwiceAtTheChangeToBytes) {
+    Deflater deflater;
+    const std::string half = frameOf("1=3");
+    feed(deflater(frameOf("1=1") + frameOf("1=2") + half.substr(0, 4)));
+    Message message;
+    ASSERT_EQ(m_parser->pull(&message), 0);
+    // The second frame is with the inner parser: what is inflated already is not carried over.
+    EXPECT_EQ(pullBytes(4096), "");
+    feed(deflater(half.substr(4) + frameOf("1=4")));
+    EXPECT_EQ(pullBytes(4096), half.substr(4) + frameOf("1=4"));
+}
+
+TEST_F(ZKVNParserTest, CorruptStreamSaysSoAndAFreshOneIsRead) {
+    const std::string good = Deflater()(frameOf("5=IBM|1=17"));
+    std::string badBlock = good;
+    badBlock[2] = '\x07'; // a block of no known type
+    for (const std::string& bad : {std::string("\x04 no zlib stream"), badBlock}) {
+        for (const bool wantsMessages : {true, false}) {
+            feed(bad);
+            if (wantsMessages)
+                EXPECT_EQ(pullAll(), "");
+            else
+                EXPECT_EQ(pullBytes(100), "");
+            EXPECT_EQ(result, -1);
+            EXPECT_THAT(tp::te_geterror(), StartsWith("zlib error (-3("));
+            EXPECT_THAT(tp::te_geterror(), testing::EndsWith("), 0)"));
+            EXPECT_STRNE(tp::te_geterror(), "zlib error (-3(), 0)") << "zlib's text is missing";
+            m_parser->reset();
+            EXPECT_EQ(feed(good), 0U);
+            EXPECT_EQ(pullAll(), "symbol=IBM 1:17\n");
+            m_parser->reset();
+        }
+    }
+}
+
+TEST_F(ZKVNParserTest, StreamThatNeedsADictionaryIsCorrupt) {
+    z_stream stream{};
+    ASSERT_EQ(deflateInit(&stream, 6), Z_OK);
+    ASSERT_EQ(deflateSetDictionary(&stream, reinterpret_cast<const Bytef*>("words"), 5), Z_OK);
+    std::string out(100, '\0');
+    std::string in = frameOf("1=1");
+    stream.next_in = reinterpret_cast<Bytef*>(in.data());
+    stream.avail_in = static_cast<uInt>(in.size());
+    stream.next_out = reinterpret_cast<Bytef*>(out.data());
+    stream.avail_out = static_cast<uInt>(out.size());
+    deflate(&stream, Z_SYNC_FLUSH);
+    out.resize(out.size() - stream.avail_out);
+    deflateEnd(&stream);
+    feed(out);
+    EXPECT_EQ(pullBytes(100), "");
+    EXPECT_EQ(result, -1);
+    // zlib has no text for it.
+    EXPECT_STREQ(tp::te_geterror(), "zlib error (-3(), 0)");
+}
+
+/// What comes behind the end of a stream can't be read; the reader sees its input fill up.
+TEST_F(ZKVNParserTest, StreamEndStopsThereWithoutAnEndlessLoop) {
+    const std::string stream = Deflater()(frameOf("1=1"), Z_FINISH);
+    feed(stream + "behind");
+    EXPECT_EQ(pullAll(), "1:1\n");
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(feed("!"), 6U);
+    EXPECT_EQ(pullAll(), "");
+    EXPECT_EQ(feed(""), 7U);
+    EXPECT_EQ(pullBytes(100), "");
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(feed(""), 7U);
+    m_parser->reset();
+    feed(stream);
+    EXPECT_EQ(pullAll(), "1:1\n");
+}
+
+TEST_F(ZKVNParserTest, InputThatOutgrowsItsRoomIsCutAndNotWrittenBehindIt) {
+    const std::string stream = Deflater()(frameOf("1=1"), Z_FINISH) + std::string(100, 'x');
+    feed(stream);
+    EXPECT_EQ(pullAll(), "1:1\n");
+    GuardedBytes small(16);
+    EXPECT_EQ(m_parser->moveRemaining(small.place(std::string(16, '?'), GuardedBytes::END_AT_GUARD)), 16);
+}
+
+/// A few bytes that inflate to many, without one frame in them, inside a frame that never ends, and inside
+/// one of an impossible length: a bounded number of errors, with all of them skipped.
+TEST_F(ZKVNParserTest, BombEndsAfterItsLastByte) {
+    const std::string zeros(1 << 20, '\0');
+    constexpr int MEGABYTES = 12;
+    for (const std::string& begin :
+         {std::string(), frameOf(std::string(OUTBUF_SIZE - 100, 'x')).substr(0, 50),
+          std::string("\x04 \xff\xff\xff\xff", 6)}) {
+        m_parser->reset();
+        Deflater deflater(9);
+        std::string bomb = deflater(begin);
+        for (int i = 0; i < MEGABYTES; ++i)
+            bomb += deflater(zeros, Z_NO_FLUSH);
+        bomb += deflater("");
+        ASSERT_LT(bomb.size(), 65536U);
+        feed(bomb);
+        int errors = 0;
+        Message message;
+        while ((result = m_parser->pull(&message)) < 0)
+            ASSERT_LT(++errors, 2 * MEGABYTES * static_cast<int>(zeros.size() / OUTBUF_SIZE));
+        EXPECT_EQ(result, 1);
+        feed(deflater(frameOf("1=5")));
+        while ((result = m_parser->pull(&message)) < 0)
+            ASSERT_LT(++errors, 2 * MEGABYTES * static_cast<int>(zeros.size() / OUTBUF_SIZE));
+        EXPECT_EQ(describe(message), "1:5");
+        // Bytes come only into the space that they are given.
+        m_parser->reset();
+        feed(bomb);
+        EXPECT_EQ(pullBytes(1000).size(), 1000U);
+    }
+}
+
+TEST_F(ZKVNParserTest, FrameAsLongAsTheOutputIsRefusedInsteadOfWaitedFor) {
+    feed(Deflater(0)(frameOf(std::string(OUTBUF_SIZE, 'x')).substr(0, OUTBUF_SIZE + 3)));
+    Message message;
+    EXPECT_EQ(m_parser->pull(&message), -1);
+    EXPECT_THAT(tp::te_geterror(), StartsWith("Block too large"));
+}
+
+TEST_F(ZKVNParserTest, RandomStreamsInRandomPiecesComeBackTheSame) {
+    std::mt19937 random(20131007);
+    const auto upTo = [&random](std::size_t most) {
+        return std::uniform_int_distribution<std::size_t>(0, most)(random);
+    };
+    for (int round = 0; round < 24; ++round) {
+        m_parser->reset();
+        Deflater deflater(static_cast<int>(upTo(9)));
+        const bool wantsMessages = round % 2 == 0;
+        std::string plain;
+        std::string expected;
+        std::string stream;
+        for (std::size_t batch = upTo(8) + 1; batch > 0; --batch) {
+            std::string frames;
+            for (std::size_t count = upTo(40); count > 0; --count) {
+                std::string text(upTo(3000), ' ');
+                for (char& byte : text)
+                    byte = static_cast<char>('a' + upTo(round % 3 == 0 ? 1 : 25));
+                frames += frameOf("2=" + text);
+                expected += "2:'" + text + "'\n";
+            }
+            plain += frames;
+            stream += deflater(frames, upTo(1) == 0 ? Z_SYNC_FLUSH : Z_FULL_FLUSH);
+        }
+        std::string got;
+        for (std::size_t at = 0; at < stream.size();) {
+            const std::size_t piece = upTo(upTo(1) == 0 ? 20 : 20000);
+            feed(std::string_view(stream).substr(at, piece));
+            at += piece;
+            if (wantsMessages) {
+                got += pullAll();
+                ASSERT_EQ(result, 1);
+                continue;
+            }
+            std::size_t space = 0;
+            std::string some;
+            do {
+                feed("");
+                space = upTo(OUTBUF_SIZE - 1) + 1;
+                some = pullBytes(space);
+                ASSERT_EQ(result, 0);
+                got += some;
+            } while (some.size() == space);
+        }
+        ASSERT_TRUE(got == (wantsMessages ? expected : plain)) << round;
+    }
+}
+
+TEST_F(ZKVNParserTest, OptionsAndTheDictionaryReachTheInnerParser) {
+    EXPECT_EQ(m_parser->setOption("ParseIntoHeader", "0"), 0);
+    EXPECT_EQ(m_parser->setOption("NoSuchOption", "0"), -1);
+    feed(Deflater()(frameOf("5=IBM")));
+    EXPECT_EQ(pullAll(), "5:'IBM'\n");
+    KVNAPI::DataMap poor;
+    EXPECT_EQ(m_parser->setMetaMap(&poor), 1);
+    EXPECT_STREQ(tp::te_geterror(), "Could not allocate KVN Parser");
+    feed(Deflater()("")); // the old dictionary is still there
+    TestMap other;
+    EXPECT_EQ(m_parser->setMetaMap(&other), 0);
+}
+
+} // namespace
