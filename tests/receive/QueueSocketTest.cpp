@@ -2,16 +2,21 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <zlib.h>
+
 #include <tp/te_error.h>
 
 #include "RingFixture.h"
+#include "kvnparse/DataMap.h"
 #include "kvnparse/FactoryLists.h"
 #include "kvnparse/Parser.h"
 #include "kvnparse/StreamParser.h"
+#include "kvnparse/Token.h"
 
 using namespace tivra_internal;
 
@@ -226,4 +231,91 @@ TEST_F(CompressedTest, AFewBytesThatInflateWithoutEndDoNotHoldTheThread) {
     consumer.join();
     EXPECT_TRUE(queue.hasInputLeft());
     EXPECT_LE(queue.statistics().in.m_bytes_in.get(), 18000000U);
+}
+
+namespace {
+
+/// A dictionary with the three tokens that every parser needs.
+class SmallestMap : public KVNAPI::DataMap {
+public:
+    SmallestMap() {
+        add(1, "UNKNOWNTOKEN", KVNAPI::Token::TY_STRING);
+        add(2, "UNKNOWNSVALUE", KVNAPI::Token::TY_STRING);
+        add(3, "TOKEN.DEL", KVNAPI::Token::TY_INT);
+    }
+
+private:
+    void add(int number, const char* name, unsigned storage) {
+        KVNAPI::Token token;
+        token.kvnid = number;
+        token.name = name;
+        token.storage = storage & 3U;
+        EXPECT_NE(addToken(&token), nullptr);
+    }
+};
+
+/// What a hub does to its stream: one deflate over all of it, flushed here and there.
+class HubStream {
+public:
+    HubStream(std::mt19937& random, int level) : m_random(random) {
+        EXPECT_EQ(deflateInit(&m_stream, level), Z_OK);
+    }
+    ~HubStream() { deflateEnd(&m_stream); }
+    HubStream(const HubStream&) = delete;
+    HubStream& operator=(const HubStream&) = delete;
+
+    std::string compress(std::string plain, bool isLast) {
+        // Room for what earlier calls have kept back, too.
+        std::string out(plain.size() + (1U << 18), '\0');
+        m_stream.next_in = reinterpret_cast<Bytef*>(plain.data());
+        m_stream.avail_in = static_cast<uInt>(plain.size());
+        m_stream.next_out = reinterpret_cast<Bytef*>(out.data());
+        m_stream.avail_out = static_cast<uInt>(out.size());
+        deflate(&m_stream, isLast || m_random() % 4 == 0 ? Z_SYNC_FLUSH : Z_NO_FLUSH);
+        EXPECT_NE(m_stream.avail_out, 0U);
+        out.resize(out.size() - m_stream.avail_out);
+        return out;
+    }
+
+private:
+    std::mt19937& m_random;
+    z_stream m_stream{};
+};
+
+} // namespace
+
+TEST_F(CompressedTest, RealStreamsComeOutAsTheyWentInAndCorruptOnesEnd) {
+    const uint32_t seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    SmallestMap map;
+    for (const int level : {0, 1, 6, 9}) {
+        parser = KVNAPI::StreamParser::alloc("zkvn", &map, 0x40000);
+        ASSERT_NE(parser, nullptr) << tp::te_geterror();
+        queue.reset();
+        handler.frames.clear();
+        HubStream hub(random, level);
+        Frames sent;
+        std::string wire;
+        for (int i = 0; i < 4000; ++i) {
+            sent.push_back(makeFrame(std::to_string(i) + "=" + std::string(random() % 900, 'v')));
+            wire += hub.compress(sent.back(), i == 3999);
+        }
+        for (size_t at = 0; at < wire.size();) {
+            const size_t part = std::min<size_t>(1 + random() % 20000, wire.size() - at);
+            socket.write(std::string_view(wire).substr(at, part));
+            at += part;
+            ASSERT_FALSE(readOnce());
+            popAll();
+            while (queue.hasInputLeft()) {
+                ASSERT_FALSE(goOn());
+                popAll();
+            }
+        }
+        ASSERT_EQ(handler.frames.size(), sent.size()) << "level " << level;
+        EXPECT_TRUE(handler.frames == sent) << "level " << level;
+        EXPECT_EQ(queue.statistics().in.cum_dropped_bytes.get(), 0U);
+    }
+    socket.write(std::string(100, '\xff'));
+    EXPECT_TRUE(readOnce());
 }
