@@ -214,6 +214,24 @@ TEST(ParserForms, AgreeOnRandomFramesAndReadNothingOutsideThem) {
     EXPECT_GT(accepted, 2000) << "too few frames got to their end to say much";
 }
 
+TEST(ParserForms, AgreeOnDecimalsOfEveryShape) {
+    TestMap map;
+    KVNParse parse;
+    ASSERT_EQ(parse.setMetaMap(&map), 0);
+    for (std::size_t whole = 0; whole <= 18; ++whole) {
+        for (std::size_t fraction = 0; fraction <= 18; ++fraction) {
+            for (const char digit : {'0', '1', '5', '9'}) {
+                const std::string text = std::string(whole, digit) + '.' + std::string(fraction, digit);
+                const std::string frame = frameOf("2=a|7=" + text + "|7=-" + text + "|7=+" + text + "1|1=2");
+                const bufref bytes(frame.data(), frame.size());
+                const std::string expected = outcome(parse, KVNAPI::parseBodyScalar, bytes);
+                for (const BodyParserForm& form : formsHere())
+                    ASSERT_EQ(outcome(parse, form.parse, bytes), expected) << form.name << " on " << text;
+            }
+        }
+    }
+}
+
 TEST(ParserForms, FollowChangesOfOptionsAndOfTheMap) {
     for (const BodyParserForm& form : formsHere()) {
         SCOPED_TRACE(form.name);
