@@ -77,7 +77,7 @@ inline std::string describe(const tivra::MessageEvent& event) {
 }
 
 /// An application that writes down what it gets.
-struct RecordingHandler : tivra::MessageEventHandler {
+struct RecordingApplication : tivra::MessageEventHandler {
     void onMessageEvent(const tivra::MessageEvent& event) override {
         lastEvent = &event;
         if (onEvent)

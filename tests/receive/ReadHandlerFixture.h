@@ -37,7 +37,7 @@ protected:
 
     FakeHub hub;
     FakeSession session;
-    RecordingHandler application;
+    RecordingApplication application;
     Queue queue{1, false, nullptr, 70};
     bool watchlistInUse = false;
     unsigned failures = 0;
