@@ -170,9 +170,9 @@ void HubClient::readCompressed() {
     size_t room = 0;
     const int64_t got = zkvnParser->push(m_fd.get(), &room);
     const int error = errno;
-    // A read of nothing into no room is not the end of the stream.
-    const bool inputFull = got == 0 && room == 0;
-    if (got == 0 && !inputFull) {
+    // Without room there was no read.
+    const bool inputFull = room == 0;
+    if (got == 0) {
         socketClosedByPeer();
         return;
     }
