@@ -1,6 +1,7 @@
 #ifndef TIVRA_TESTS_SIM_RAWCLIENT_H
 #define TIVRA_TESTS_SIM_RAWCLIENT_H
 
+#include "Inflater.h"
 #include "tivra_sim/Hub.h"
 
 #include <arpa/inet.h>
@@ -12,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -89,7 +91,7 @@ public:
             const std::string bytes = readSome(deadline);
             if (bytes.empty())
                 return std::nullopt;
-            m_reader.push(bytes);
+            m_reader.push(inflated(bytes));
         }
     }
 
@@ -121,6 +123,11 @@ public:
         ask("5026=1|5022=LoginUser|5028=demo|5029=demo|13265=0|5053=V1.7.0.1|5129=C++|5128=Linux");
     }
 
+    /// From now on bodies come out of one zlib stream.
+    void expectCompression() { m_inflater = std::make_unique<Inflater>(); }
+    /// What bytes of the stream say.
+    std::string inflated(const std::string& bytes) { return m_inflater ? (*m_inflater)(bytes) : bytes; }
+
     [[nodiscard]] bool ended() const { return m_ended; }
     [[nodiscard]] bool wasReset() const { return m_wasReset; }
 
@@ -129,6 +136,7 @@ private:
     bool m_ended = false;
     bool m_wasReset = false;
     tivra_sim::FrameReader m_reader;
+    std::unique_ptr<Inflater> m_inflater;
 };
 
 /// A hub without records of its own accord, so that a test sees only what it asked for.
