@@ -43,7 +43,7 @@ void runFullSpeed(Road& road) {
     load.repeat = kRepeat;
     RoadHub hub(load);
     const RoadRun run = road.run({hub.port(), kEvents * kRepeat, false});
-    const auto messages = static_cast<double>(run.messages);
+    const auto messages = static_cast<double>(run.messages) / 2.0; // the measured half
     road.cpu.push_back(run.cpuSeconds * 1e9 / messages);
     road.rate.push_back(messages / run.wallSeconds);
 }

@@ -26,7 +26,7 @@ public:
     void onMessageEvent(const tivra::MessageEvent& event) override {
         if (event.getType() != tivra::MessageEvent::UPDATE || m_run.messages == m_task.messages)
             return;
-        if (m_run.messages == 0)
+        if (m_run.messages == warmUp(m_task))
             m_meter.begin();
         ++m_run.messages;
         if (m_task.paced && event.getReader().find(kStampToken))

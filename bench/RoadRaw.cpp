@@ -110,7 +110,7 @@ public:
                 return m_run.messages == m_task.messages;
             if (message.isTagPresent != 0 || message.exchange == nullptr || message.exchange->id != kSource)
                 continue;
-            if (m_run.messages == 0)
+            if (m_run.messages == warmUp(m_task))
                 m_meter.begin();
             ++m_run.messages;
             if (m_task.paced)
@@ -161,7 +161,7 @@ RoadRun runBareLoop(const RoadTask& task) {
         while (const std::size_t length = frameLength(buffer.get() + at, have - at)) {
             // An answer to a request begins with its tag; everything else is data or a system record.
             if (std::memcmp(buffer.get() + at + 6, "5026", 4) != 0) {
-                if (run.messages == 0)
+                if (run.messages == warmUp(task))
                     meter.begin();
                 ++run.messages;
             }

@@ -9,7 +9,7 @@
 namespace KVNAPI {
 class Message;
 class Token;
-struct TVPair;
+class TVPair;
 } // namespace KVNAPI
 
 namespace tivra {
