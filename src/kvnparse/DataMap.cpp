@@ -130,31 +130,31 @@ Exchange* DataMap::newExchange(const Exchange* exchange) {
     return std::make_unique<Exchange>(*exchange).release();
 }
 
-bool DataMap::mayAdd(const Token& token) const {
+bool DataMap::mayAdd(const Token& token, const char* name) const {
     if (lookupTokenViaNum(token.kvnid) != nullptr) {
         tp::te_error("Duplicate token id %d", token.kvnid);
         return false;
     }
-    if (lookupTokenViaName(token.name) != nullptr) {
-        tp::te_error("Duplicate token name %s", token.name);
+    if (lookupTokenViaName(name) != nullptr) {
+        tp::te_error("Duplicate token name %s", name);
         return false;
     }
-    if (std::strlen(token.name) > MAX_NAME) {
+    if (std::strlen(name) > MAX_NAME) {
         tp::te_error("Token name too large");
         return false;
     }
     if (token.priceNormalize && token.storage != Token::TY_DOUBLE) {
-        tp::te_error("Token %s set to normalize but not double", token.name);
+        tp::te_error("Token %s set to normalize but not double", name);
         return false;
     }
     return true;
 }
 
 Token* DataMap::addToken(const Token* token) {
-    if (!mayAdd(*token))
+    // The argument's own pointer is replaced by the registered name when the hook hands the argument back.
+    const char* const name = token->name != nullptr ? token->name : "";
+    if (!mayAdd(*token, name))
         return nullptr;
-    // The name of the argument may be replaced by the registered one when the hook hands the argument back.
-    const char* const name = token->name;
     char number[NUMBER_TEXT_MAX];
     char* const numberEnd = i64toa(number, token->kvnid);
     // A number of 32 bits has at most 11 characters.

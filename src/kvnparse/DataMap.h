@@ -131,7 +131,7 @@ private:
     [[nodiscard]] Exchange* findExchange(int id) const noexcept;
     [[nodiscard]] nameref* findName(std::string_view name) const noexcept;
     [[nodiscard]] nameref* nameOf(const Token* token) const noexcept;
-    [[nodiscard]] bool mayAdd(const Token& token) const;
+    [[nodiscard]] bool mayAdd(const Token& token, const char* name) const;
     void enter(Token* token, const char* name) TP_REQUIRES(m_mutex);
 
     /// Taken last, also below a mutex that is a leaf elsewhere.
