@@ -68,7 +68,8 @@ void declareOutput(CLI::App& app, Options& options) {
         {"auto", Choice::Auto}, {"always", Choice::Always}, {"never", Choice::Never}};
     app.add_option("-o,--output", options.output,
                    "table, json (one object per line) or raw (number=value pairs)")
-        ->transform(CLI::CheckedTransformer(kinds))
+        ->transform(CLI::CheckedTransformer(kinds).description("table|json|raw"))
+        ->type_name("")
         ->group(group);
     app.add_option("-F,--fields", options.fields,
                    "fields to show, by name or number, separated by commas; A/B is the first that is there, "
@@ -83,11 +84,13 @@ void declareOutput(CLI::App& app, Options& options) {
     app.add_flag("-q,--quiet", options.isQuiet, "print no message, only count them")->group(group);
     app.add_option("--color", options.color,
                    "colour in tables: auto, always or never; auto respects NO_COLOR")
-        ->transform(CLI::CheckedTransformer(choices))
+        ->transform(CLI::CheckedTransformer(choices).description("auto|always|never"))
+        ->type_name("")
         ->group(group);
     app.add_option("--progress", options.progress,
                    "line of progress on standard error: auto, always or never")
-        ->transform(CLI::CheckedTransformer(choices))
+        ->transform(CLI::CheckedTransformer(choices).description("auto|always|never"))
+        ->type_name("")
         ->group(group);
     app.add_flag("--summary,!--no-summary", options.showsSummary,
                  "end with a summary on standard error (default)")

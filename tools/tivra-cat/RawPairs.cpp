@@ -10,8 +10,6 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr int PERMISSION_TOKEN = 3;
-
 void pair(std::string& out, int token, const std::string& value) {
     fmt::format_to(std::back_inserter(out), "{}={}|", token, value);
 }

@@ -6,6 +6,10 @@ namespace tivra_cat {
 
 namespace {
 
+// What every dictionary calls the two fields of a message's header that a list repeats.
+const std::string PERMISSION_NAME = "PERMISSION";
+const std::string SOURCE_NAME = "ENUM.SRC.ID";
+
 double secondsSinceEpoch() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
@@ -82,10 +86,8 @@ Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
     Record record;
     record.type = type;
     record.received = secondsSinceEpoch();
-    record.source = event.getSource();
-    record.permission = event.getPermission();
     record.tag = event.getTag();
-    record.symbol = event.getSymbol();
+    addHeader(record, event);
     if (record.isAnswer()) {
         record.statusCode = event.getStatusCode();
         record.statusText = event.getStatusString();
@@ -108,6 +110,24 @@ Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
     for (std::size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
         record.alternates.push_back({event.getAlternateIndexTokenName(i), event.getAlternateIndexValue(i)});
     return record;
+}
+
+void Receiver::addHeader(Record& record, const tivra::MessageEvent& event) const {
+    record.source = event.getSource();
+    record.permission = event.getPermission();
+    record.symbol = event.getSymbol();
+    if (m_settings.splitsHeader)
+        return;
+    // A list of sources or permissions has its first entry in the header and the others among the fields.
+    const auto asField = [&record](int token, const std::string& name, const std::string& value) {
+        record.fields.push_back({token, &name, tivra::INT64, value, 0.0});
+    };
+    if (record.permission != 0)
+        asField(PERMISSION_TOKEN, PERMISSION_NAME, std::to_string(record.permission));
+    if (record.source != 0)
+        asField(tivra::ENUM_SRC_ID, SOURCE_NAME, std::to_string(record.source));
+    record.source = 0;
+    record.permission = 0;
 }
 
 void Receiver::checkSequence(const tivra::MessageEvent& event) {

@@ -21,6 +21,7 @@ class Receiver : public tivra::MessageEventHandler {
 public:
     struct Settings {
         bool copiesMessages = true; ///< false only counts
+        bool splitsHeader = true;   ///< source, symbol and permission head a message; else they are fields
         std::uint64_t limit = 0;    ///< messages to take, 0 for no limit
     };
 
@@ -49,6 +50,7 @@ private:
     /// Copies the header and all selected fields but tag and status. The reader stands behind the last field
     /// afterwards.
     Record copy(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
+    void addHeader(Record& record, const tivra::MessageEvent& event) const;
     void checkSequence(const tivra::MessageEvent& event);
     void push(Record&& record);
 

@@ -45,7 +45,8 @@ struct Record {
     [[nodiscard]] bool hasData() const { return !isAnswer() || !fields.empty(); }
 };
 
-/// The fields that a Record keeps apart, in its tag and its status.
+/// The fields that a Record keeps apart, beside source and symbol.
+inline constexpr int PERMISSION_TOKEN = 3;
 inline constexpr int TAG_TOKEN = 5026;
 inline constexpr int STATUS_TOKEN = 5001;
 

@@ -77,8 +77,8 @@ Run::Run(const Options& options, std::string logFile)
     , m_catalog(m_selection, m_sequence)
     , m_queue(options.bufferSize)
     , m_watch(m_wakeup)
-    , m_receiver({!options.isQuiet, options.count}, m_catalog, m_sequence, m_queue, m_book, m_counters,
-                 m_wakeup)
+    , m_receiver({!options.isQuiet, traitsOf(options.command).carriesSymbol, options.count}, m_catalog,
+                 m_sequence, m_queue, m_book, m_counters, m_wakeup)
     , m_begin(Clock::now()) {}
 
 Run::~Run() = default;
