@@ -1,0 +1,235 @@
+// A real day through the whole road, and what happens when the application is slower than the hub.
+#include "Client.h"
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using testing::HasSubstr;
+using testing::Not;
+using tivra::HostConfig;
+using tivra_sim::Hub;
+using tivra_sim::HubConfig;
+namespace token = tivra_sim::token;
+
+namespace {
+
+constexpr std::size_t SYMBOLS = 4;
+
+/// The bodies that the hub makes of a file's events, in order.
+std::vector<std::string> bodiesOf(const std::string& file, std::size_t count) {
+    std::vector<std::string> bodies;
+    const std::int64_t midnight = tivra_sim::Playback().midnight;
+    tivra_sim::readTradingDay(file, [&](const tivra_sim::MarketEvent& event) {
+        bodies.push_back(tivra_sim::eventBody(event, 100, midnight, bodies.size() + 1));
+        return bodies.size() < count;
+    });
+    return bodies;
+}
+
+HubConfig playing(const std::string& file, std::size_t count) {
+    HubConfig config = HubConfig::realistic();
+    config.playback.file = file;
+    config.playback.maxEvents = count;
+    config.playback.startWhenSubscriptions = SYMBOLS;
+    return config;
+}
+
+bool isSameValue(const tivra::MessageReader& reader, std::string_view expected) {
+    if (reader.getValueAsString() == expected)
+        return true;
+    // A number may be written in more ways than one.
+    return reader.getValueType() != tivra::STRING &&
+           reader.getValueAsDouble() == std::strtod(std::string(expected).c_str(), nullptr);
+}
+
+/// Holds a message against a body, pair by pair; gives what differs, or nothing.
+std::string difference(const tivra::MessageEvent& event, const std::string& body) {
+    tivra::MessageReader& reader = event.getReader();
+    for (const tivra_sim::Pair& pair : tivra_sim::splitPairs(body)) {
+        if (pair.token == token::SYMBOL && event.getSymbol() == pair.value)
+            continue;
+        if (pair.token == token::SOURCE && std::to_string(event.getSource()) == pair.value)
+            continue;
+        if (pair.token == token::PERMISSION && std::to_string(event.getPermission()) == pair.value)
+            continue;
+        if (reader.next() != pair.token || !isSameValue(reader, pair.value))
+            return "token " + std::to_string(pair.token) + " of " + body + " came as " +
+                   std::to_string(reader.getTokenNumber()) + "=" + reader.getValueAsString();
+    }
+    return reader.next() == tivra::MessageReader::END_OF_MESSAGE ? std::string() : "more than " + body;
+}
+
+/// Waits in a callback until the test opens it.
+class Gate {
+public:
+    void wait() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_isOpen; });
+    }
+    void open() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isOpen = true;
+        m_changed.notify_all();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_isOpen = false;
+};
+
+void subscribeAll(Client& client) {
+    for (const char* symbol : {"SPY", "AIG", "IBM", "BAC"})
+        ASSERT_GE(client.send(tivra::SUBSCRIBE, 100, symbol), 18);
+}
+
+void expectDay(const std::string& file, std::size_t count) {
+    const std::vector<std::string> bodies = bodiesOf(file, count);
+    StartedHub hub(playing(file, count));
+    Client client(hub);
+    client.connections().set(HostConfig::QUEUE_SIZE_LONG, 128);
+    std::atomic<std::size_t> received{0};
+    std::string firstDifference; // written by the one user thread, read when all is over
+    client.messageHook = [&](const tivra::MessageEvent& event) {
+        if (event.getType() != tivra::MessageEvent::UPDATE)
+            return;
+        const std::size_t index = received.load();
+        if (firstDifference.empty() && index < bodies.size())
+            firstDifference = difference(event, bodies[index]);
+        received = index + 1;
+        if (index + 1 == bodies.size())
+            client.notify();
+    };
+    ASSERT_TRUE(client.startAndWait());
+    subscribeAll(client);
+    EXPECT_TRUE(hub.waitForPlayback(std::chrono::seconds(120)));
+    EXPECT_TRUE(
+        client.waitUntil([&] { return received.load() >= bodies.size(); }, std::chrono::seconds(120)));
+    client.session().stop();
+    EXPECT_EQ(received.load(), bodies.size());
+    EXPECT_EQ(firstDifference, "");
+    EXPECT_EQ(hub.statistics().playbackSent, bodies.size());
+}
+
+TEST(Day, SampleArrivesFieldByFieldInOrder) {
+    expectDay(TIVRA_SAMPLE_DAY, IS_SANITIZED ? 20000 : 40000);
+}
+
+TEST(Day, TwoHundredThousandEventsOfTheWholeDay) {
+    if (!std::filesystem::exists(TIVRA_WHOLE_DAY))
+        GTEST_SKIP() << "the whole day is not at " << TIVRA_WHOLE_DAY;
+    expectDay(TIVRA_WHOLE_DAY, IS_SANITIZED ? 40000 : 200000);
+}
+
+/// A callback that stands still makes the queue overflow. What is lost is counted, what arrives is whole, and
+/// the stream goes on.
+TEST(Day, SlowCallbackLosesCountedMessagesAndResynchronises) {
+    const std::size_t count = 40000; // several times what the queue holds
+    const std::vector<std::string> bodies = bodiesOf(TIVRA_SAMPLE_DAY, count);
+    StartedHub hub(playing(TIVRA_SAMPLE_DAY, count));
+    Client client(hub);
+    client.connections().set(HostConfig::READ_TIMEOUT_LONG, 0);
+    client.settings().set(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG, 60);
+    client.session().registerStatisticsEventHandler(&client, 1);
+    Gate gate;
+    std::atomic<std::size_t> received{0};
+    std::atomic<bool> isLastSeen{false};
+    std::string firstDifference;
+    std::size_t lastSequence = 0;
+    client.messageHook = [&](const tivra::MessageEvent& event) {
+        if (event.getType() != tivra::MessageEvent::UPDATE)
+            return;
+        gate.wait();
+        tivra::MessageReader& reader = event.getReader();
+        if (reader.peek() != token::SEQUENCE) {
+            isLastSeen = true;
+            return client.notify();
+        }
+        reader.next();
+        const auto sequence = static_cast<std::size_t>(reader.getValueAsInteger());
+        if (firstDifference.empty() && (sequence <= lastSequence || sequence > bodies.size()))
+            firstDifference = "out of order: " + std::to_string(sequence);
+        if (firstDifference.empty() &&
+            event.getSymbol() != tivra_sim::findValue(bodies[sequence - 1], token::SYMBOL))
+            firstDifference = bodies[sequence - 1];
+        lastSequence = sequence;
+        ++received;
+    };
+    ASSERT_TRUE(client.startAndWait());
+    subscribeAll(client);
+    EXPECT_TRUE(hub.waitForPlayback(std::chrono::seconds(120)))
+        << "a slow application does not hold the hub back";
+    gate.open();
+    EXPECT_TRUE(client.waitUntil([&] {
+        hub.pushRecord(tivra_sim::Record(100, "IBM").add(token::BID, "1"));
+        return isLastSeen.load();
+    }));
+    EXPECT_TRUE(client.waitForStatistics(tivra::StatisticsEvent::DROP,
+                                         [](std::uint64_t value) { return value > 0; }));
+    EXPECT_TRUE(client.waitForSessionEvent("QUEUE_BELOW"));
+    client.session().stop();
+    EXPECT_GT(received.load(), 1000U);
+    EXPECT_LT(received.load(), bodies.size());
+    EXPECT_EQ(firstDifference, "");
+    EXPECT_THAT(client.sessionEvents(), testing::Contains("QUEUE_ABOVE"));
+    EXPECT_EQ(hub.statistics().accepted, 1U) << "a full queue does not cost the connection";
+}
+
+struct Threading {
+    bool isMultithreaded;
+    int hubThreads;
+    int userThreads;
+    std::size_t callbackThreads;
+};
+
+std::ostream& operator<<(std::ostream& out, const Threading& param) {
+    return out << (param.isMultithreaded ? "multi" : "single") << param.hubThreads << param.userThreads;
+}
+
+class ThreadsTest : public testing::TestWithParam<Threading> {};
+
+/// Two hubs: each one's messages come in order on one thread, and on as many threads as were asked for.
+TEST_P(ThreadsTest, CallbacksOfTwoHubs) {
+    HubConfig config = HubConfig::realistic();
+    config.boxPermissions = config.users[0].permissions = {100, 922};
+    StartedHub first(config);
+    config.boxPermissions = config.users[0].permissions = {101, 922};
+    StartedHub second(config);
+    Client client(Client::Options({first.hostString(), second.hostString()}));
+    client.settings()
+        .set(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, GetParam().isMultithreaded)
+        .set(tivra::SessionConfig::MAX_HUB_THREADS_LONG, GetParam().hubThreads)
+        .set(tivra::SessionConfig::MAX_USER_THREADS_LONG, GetParam().userThreads);
+    ASSERT_TRUE(client.startAndWait());
+    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 101, "IBM131221C185"), 0);
+    client.forget();
+    constexpr int COUNT = 500;
+    for (int sequence = 1; sequence <= COUNT; ++sequence) {
+        first.pushRecord(tivra_sim::Record(100, "IBM").add(token::SEQUENCE, sequence));
+        second.pushRecord(tivra_sim::Record(101, "IBM131221C185").add(token::SEQUENCE, sequence));
+    }
+    ASSERT_TRUE(client.waitForUpdates(2 * COUNT));
+    std::set<std::thread::id> threads;
+    int next[2] = {1, 1};
+    for (const SeenMessage& message : client.messages()) {
+        threads.insert(message.thread);
+        ASSERT_EQ(message.field(token::SEQUENCE), std::to_string(next[message.source - 100]++));
+    }
+    EXPECT_EQ(threads.size(), GetParam().callbackThreads);
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, ThreadsTest,
+                         testing::Values(Threading{false, 0, 0, 1}, Threading{true, 0, 0, 2},
+                                         Threading{true, 1, 1, 1}, Threading{true, 2, 3, 2}),
+                         testing::PrintToStringParamName());
+
+} // namespace

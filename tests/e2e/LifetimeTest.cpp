@@ -1,0 +1,197 @@
+// What the library leaves behind, and applications that end in unusual ways.
+#include "Client.h"
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using testing::HasSubstr;
+using tivra_sim::Hub;
+using tivra_sim::Record;
+namespace token = tivra_sim::token;
+
+namespace {
+
+std::size_t entriesOf(const char* directory) {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory))
+        ++count;
+    return count;
+}
+std::size_t threads() {
+    return entriesOf("/proc/self/task");
+}
+std::size_t descriptors() {
+    return entriesOf("/proc/self/fd");
+}
+std::size_t heapInUse() {
+    return IS_SANITIZED ? 0 : mallinfo2().uordblks;
+}
+
+/// Keeps data flowing to a subscriber, about five thousand records a second, until it is destroyed.
+class Pump {
+public:
+    explicit Pump(Hub& hub)
+        : m_thread([this, &hub] {
+            for (int sequence = 0; !m_mustStop; ++sequence) {
+                hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, sequence));
+                std::this_thread::sleep_for(std::chrono::microseconds(200)); // the pace of the data
+            }
+        }) {}
+    ~Pump() {
+        m_mustStop = true;
+        m_thread.join();
+    }
+    Pump(const Pump&) = delete;
+    Pump& operator=(const Pump&) = delete;
+
+private:
+    std::atomic<bool> m_mustStop{false};
+    std::thread m_thread;
+};
+
+class StartsAndStops : public testing::TestWithParam<int> {};
+
+/// A hundred starts and stops in four processes, since each takes the one second of the supervision.
+TEST_P(StartsAndStops, LeaveNothingBehind) {
+    constexpr int CYCLES = IS_SANITIZED ? 8 : 25;
+    StartedHub hub;
+    Client client(hub);
+    const std::size_t threadsBefore = threads();
+    std::size_t descriptorsAfterWarmUp = 0;
+    std::size_t heapAfterWarmUp = 0;
+    constexpr int WARM_UP = 5;
+    for (int cycle = 1; cycle <= CYCLES; ++cycle) {
+        ASSERT_EQ(client.start(), "Session started");
+        EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+        client.session().stop();
+        ASSERT_TRUE(hub.waitForConnections(0));
+        EXPECT_EQ(threads(), threadsBefore);
+        client.forget();
+        hub.clearRequests();
+        if (cycle == WARM_UP) {
+            descriptorsAfterWarmUp = descriptors();
+            heapAfterWarmUp = heapInUse();
+        }
+    }
+    EXPECT_EQ(descriptors(), descriptorsAfterWarmUp);
+    EXPECT_LE(heapInUse(), heapAfterWarmUp + 16384) << "a dictionary alone is more than that";
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, StartsAndStops, testing::Range(0, IS_SANITIZED ? 1 : 4));
+
+class RunningTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(client.startAndWait());
+        ASSERT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+        ASSERT_EQ(hub.pushRecord(Record(100, "IBM").add(token::BID, "1")), 1U);
+        ASSERT_TRUE(client.waitForUpdates(1));
+    }
+    StartedHub hub;
+    Client client{hub};
+};
+
+TEST_F(RunningTest, DestroyedInEveryLegalOrderWhileDataFlows) {
+    Pump pump(hub);
+    const std::size_t before = threads();
+    tivra::Request& unfinished = client.session().createRequest();
+    unfinished.setCommand(tivra::QUERYSNAP);
+    for (int i = 0; i < 100; ++i)
+        client.send(tivra::QUERYSNAP, 100, "IBM");
+    client.destroyUserTooEarly();
+    client.destroySession();
+    EXPECT_LT(threads(), before);
+    EXPECT_EQ(unfinished.generateTag(), 0) << "a request outlives its session, of no use";
+    client.destroyUser();
+}
+
+TEST_F(RunningTest, HandlersAreTakenAwayWhileDataFlows) {
+    Pump pump(hub);
+    RecordingApp other;
+    client.session().registerStatisticsEventHandler(&client, 0);
+    for (int round = 0; round < 5; ++round) {
+        client.session().registerMessageEventHandler(nullptr);
+        client.session().registerStatisticsEventHandler(nullptr, 1);
+        client.session().registerMessageEventHandler(&other);
+        EXPECT_TRUE(other.waitForUpdates(1));
+        client.session().registerMessageEventHandler(&client);
+        client.session().registerStatisticsEventHandler(&client, 0);
+    }
+    client.forget();
+    EXPECT_TRUE(client.waitForUpdates(10));
+    client.destroySession();
+}
+
+TEST_F(RunningTest, ForkLeavesTheParentRunning) {
+    Pump pump(hub);
+    for (int round = 0; round < 20; ++round) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            client.session().registerStatisticsEventHandler(nullptr, 1); // which logs
+            ::_exit(client.session().getState() == tivra::Session::TIVRA_SESSION_ESTABLISHED ? 0 : 1);
+        }
+        int result = -1;
+        ASSERT_EQ(::waitpid(child, &result, 0), child);
+        EXPECT_EQ(result, 0);
+    }
+    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "BAC"), 0);
+    EXPECT_EQ(hub.statistics().accepted, 1U);
+}
+
+TEST(Process, WithTwoThousandDescriptors) {
+    rlimit limit{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+    if (limit.rlim_max < 2200)
+        GTEST_SKIP() << "only " << limit.rlim_max << " descriptors are allowed here";
+    const rlimit before = limit;
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, 2200);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    std::vector<int> held;
+    while (held.size() < 2000)
+        held.push_back(::dup(STDERR_FILENO));
+    EXPECT_GT(held.back(), 1999);
+    {
+        StartedHub hub;
+        Client client(hub);
+        EXPECT_TRUE(client.startAndWait());
+        EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+        hub.dropConnections();
+        EXPECT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
+    }
+    for (const int descriptor : held)
+        ::close(descriptor);
+    ::setrlimit(RLIMIT_NOFILE, &before);
+}
+
+/// Runs a session with data in flight and ends the process in the middle of it.
+[[noreturn]] void runAndExit(void (*end)(int)) {
+    auto* hub = new Hub;
+    hub->start();
+    auto* client = new Client(*hub);
+    if (!client->startAndWait() || client->ask(tivra::SUBSCRIBE, 100, "IBM") != 0)
+        ::_exit(3);
+    new Pump(*hub);
+    if (!client->waitForUpdates(100))
+        ::_exit(4);
+    end(7);
+    std::abort();
+}
+
+TEST(ProcessDeathTest, ExitsWhileTheSessionRuns) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(runAndExit([](int code) { std::exit(code); }), testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(runAndExit([](int code) { std::quick_exit(code); }), testing::ExitedWithCode(7), "");
+}
+
+} // namespace

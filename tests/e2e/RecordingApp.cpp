@@ -1,0 +1,151 @@
+#include "RecordingApp.h"
+
+#include <algorithm>
+
+using tivra::MessageEvent;
+using tivra::SessionEvent;
+
+SeenMessage::SeenMessage(const MessageEvent& event)
+    : type(event.getType())
+    , tag(event.getTag())
+    , status(event.getStatusCode())
+    , statusText(event.getStatusString())
+    , source(event.getSource())
+    , permission(event.getPermission())
+    , symbol(event.getSymbol())
+    , conflatable(event.isConflatable())
+    , thread(std::this_thread::get_id()) {
+    tivra::MessageReader& reader = event.getReader();
+    for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next())
+        fields.emplace_back(token, reader.getValueAsString());
+    for (std::size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
+        alternates.emplace_back(event.getAlternateIndexTokenNumber(i), event.getAlternateIndexValue(i));
+}
+
+std::string SeenMessage::field(int token) const {
+    for (const Field& field : fields) {
+        if (field.first == token)
+            return field.second;
+    }
+    return {};
+}
+
+void RecordingApp::onSessionEvent(const SessionEvent& event) {
+    if (sessionHook)
+        sessionHook(event);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_sessionEvents.push_back(describe(event));
+    m_changed.notify_all();
+}
+
+void RecordingApp::onUserEvent(const tivra::UserEvent& event) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    // The name of success depends on how much of the conversation is over by the time of delivery.
+    if (event.getType() == tivra::UserEvent::AUTHORIZATION_SUCCESS)
+        m_userEvents.push_back("SUCCESS");
+    else
+        m_userEvents.push_back("FAILURE " + std::to_string(event.getRetCode()) + " " +
+                               event.getRetCodeString());
+    m_changed.notify_all();
+}
+
+void RecordingApp::onMessageEvent(const MessageEvent& event) {
+    if (messageHook)
+        return messageHook(event);
+    SeenMessage message(event);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_messages.push_back(std::move(message));
+    m_changed.notify_all();
+}
+
+void RecordingApp::onStatisticsEvent(const tivra::StatisticsEvent& event) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_statistics.clear();
+    for (int type = 0; type <= tivra::StatisticsEvent::PEAK_NET_OUT_MSGS_SEC; ++type)
+        m_statistics.push_back(event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(type)));
+    m_changed.notify_all();
+}
+
+std::string RecordingApp::describe(const SessionEvent& event) const {
+    static const char* const names[] = {
+        "UNAVAILABLE",       "ESTABLISHED",      "RECOVERY",      "DIC_LOADED",  "AVAILABLE_ALLSOURCES",
+        "AVAILABLE_SOURCES", "RECOVERY_SOURCES", "QUEUE_ABOVE",   "QUEUE_BELOW", "JIT_START",
+        "JIT_STOP",          "SOURCE_ADDED",     "SOURCE_REMOVED"};
+    std::string text = names[event.getType()];
+    if (!event.getDicVersion().empty())
+        text += " " + event.getDicVersion();
+    if (event.getSourceID() != 0)
+        text += " " + std::to_string(event.getSourceID());
+    return text;
+}
+
+std::vector<std::string> RecordingApp::sessionEvents() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_sessionEvents;
+}
+
+std::vector<std::string> RecordingApp::userEvents() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_userEvents;
+}
+
+std::vector<SeenMessage> RecordingApp::messages() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_messages;
+}
+
+std::vector<SeenMessage> RecordingApp::messagesOf(std::int64_t tag) const {
+    std::vector<SeenMessage> all = messages();
+    all.erase(std::remove_if(all.begin(), all.end(),
+                             [tag](const SeenMessage& message) { return message.tag != tag; }),
+              all.end());
+    return all;
+}
+
+void RecordingApp::forget() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_sessionEvents.clear();
+    m_userEvents.clear();
+    m_messages.clear();
+}
+
+bool RecordingApp::waitUntil(const std::function<bool()>& condition, Deadline deadline) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_for(lock, deadline, condition);
+}
+
+bool RecordingApp::waitForSessionEvent(const std::string& text, std::size_t times) const {
+    return waitUntil([&] {
+        return static_cast<std::size_t>(std::count(m_sessionEvents.begin(), m_sessionEvents.end(), text)) >=
+               times;
+    });
+}
+
+bool RecordingApp::waitForUserEvents(std::size_t count) const {
+    return waitUntil([&] { return m_userEvents.size() >= count; });
+}
+
+bool RecordingApp::waitForMessage(const std::function<bool(const SeenMessage&)>& predicate) const {
+    return waitUntil([&] { return std::any_of(m_messages.begin(), m_messages.end(), predicate); });
+}
+
+bool RecordingApp::waitForEnd(std::int64_t tag) const {
+    return waitForMessage([tag](const SeenMessage& message) {
+        return message.tag == tag &&
+               (message.type == MessageEvent::STATUS || message.type == MessageEvent::IMAGE_COMPLETE);
+    });
+}
+
+bool RecordingApp::waitForUpdates(std::size_t count) const {
+    return waitUntil([&] {
+        return static_cast<std::size_t>(
+                   std::count_if(m_messages.begin(), m_messages.end(), [](const SeenMessage& message) {
+                       return message.type == MessageEvent::UPDATE;
+                   })) >= count;
+    });
+}
+
+bool RecordingApp::waitForStatistics(tivra::StatisticsEvent::StatsTypes type,
+                                     const std::function<bool(std::uint64_t)>& accept) const {
+    return waitUntil([&] { return !m_statistics.empty() && accept(m_statistics[std::size_t(type)]); });
+}
