@@ -44,6 +44,13 @@ for compiler in g++ clang++; do
     grep -q '^IBM of source 100' "$work/out" || { cat "$work/out"; echo "no snapshot"; exit 1; }
 done
 
+# A test that brings its hub along.
+cp -r "$root/tests/tree/consumer-sim" "$work/consumer-sim"
+cmake -S "$work/consumer-sim" -B "$work/build-sim" -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_PREFIX_PATH="$work/prefix" \
+    >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+cmake --build "$work/build-sim" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+run "$work/build-sim/consumer_sim"
+
 pc=$(dirname "$(find "$work/prefix" -name tivra.pc)")
 flags=$(PKG_CONFIG_PATH="$pc" pkg-config --cflags --libs tivra)
 # shellcheck disable=SC2086
