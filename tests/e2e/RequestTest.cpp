@@ -110,6 +110,22 @@ TEST_F(RequestTest, EveryCommandGetsItsAnswer) {
     EXPECT_THAT(client.log(), HasSubstr("Full subscribe not supported by API"));
 }
 
+TEST_F(RequestTest, SourcePortDetailsNameTheHubOfEachSource) {
+    start();
+    const std::int64_t tag = client.send(tivra::GETSOURCEPORTDETAILS);
+    ASSERT_TRUE(client.waitForEnd(tag));
+    const std::vector<SeenMessage> answer = client.messagesOf(tag);
+    ASSERT_THAT(answer, SizeIs(4)) << "news sources are left out";
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(answer[i].type, MessageEvent::IMAGE_PART);
+        EXPECT_EQ(answer[i].source, std::vector<int>({100, 101, 922})[i]);
+        EXPECT_THAT(answer[i].field(token::HOST), testing::StartsWith("127.0.0.1"));
+        EXPECT_EQ(answer[i].field(token::PORT), std::to_string(hub.port()));
+    }
+    for (const tivra_sim::Request& request : hub.requests())
+        EXPECT_NE(request.tag, tag) << "the library answers by itself";
+}
+
 TEST_F(RequestTest, SnapshotHoldsEveryFieldOfTheHub) {
     start();
     const std::int64_t tag = client.send(tivra::QUERYSNAP, 100, "IBM");

@@ -65,7 +65,8 @@ TEST(SessionState, OneOfTwoHubsIsLostAndComesBack) {
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 101, "IBM131221C185"), 0);
     client.forget();
 
-    second.stop();
+    second.setAccepting(false);
+    second.dropConnections();
     ASSERT_TRUE(client.waitForSessionEvent("RECOVERY_SOURCES 4100"));
     EXPECT_THAT(client.sessionEvents(),
                 ElementsAre("RECOVERY", "RECOVERY_SOURCES 101", "RECOVERY_SOURCES 4100"));
@@ -75,7 +76,7 @@ TEST(SessionState, OneOfTwoHubsIsLostAndComesBack) {
     const std::int64_t held = client.send(tivra::QUERYSNAP, 101, "IBM131221C185");
     client.forget();
 
-    second.start();
+    second.setAccepting(true);
     ASSERT_TRUE(client.waitForSessionEvent("AVAILABLE_SOURCES 4100"));
     EXPECT_THAT(client.sessionEvents(),
                 ElementsAre("ESTABLISHED", "AVAILABLE_SOURCES 101", "AVAILABLE_SOURCES 4100"));
@@ -102,6 +103,27 @@ TEST(SessionState, TheOnlyHubIsLostSilentlyAndComesBack) {
     events.erase(events.begin());
     EXPECT_THAT(events, ElementsAreArray(up));
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+}
+
+TEST(SessionState, RecordsOfTheHubBecomeEvents) {
+    StartedHub hub;
+    Client client(hub);
+    ASSERT_TRUE(client.startAndWait());
+    client.forget();
+    hub.pushJit(3);
+    hub.pushJit(3); // the same again is no news
+    EXPECT_TRUE(client.waitForSessionEvent("JIT_START"));
+    hub.pushJit(0);
+    EXPECT_TRUE(client.waitForSessionEvent("JIT_STOP"));
+    hub.withdrawSource(101);
+    EXPECT_TRUE(client.waitForSessionEvent("SOURCE_REMOVED 101"));
+    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 101, "IBM131221C185"), tivra_sim::status::NO_PERMISSION);
+    hub.grantSource(101);
+    EXPECT_TRUE(client.waitForSessionEvent("SOURCE_ADDED 101"));
+    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 101, "IBM131221C185"), 0);
+    EXPECT_THAT(client.sessionEvents(),
+                ElementsAre("JIT_START", "JIT_STOP", "SOURCE_REMOVED 101", "SOURCE_ADDED 101"));
+    EXPECT_THAT(client.messages(), testing::SizeIs(3)) << "such records never reach the application";
 }
 
 TEST(SessionState, ASecondSessionIsRefusedAndDisturbsNothing) {
