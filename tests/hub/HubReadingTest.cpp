@@ -2,8 +2,9 @@
 // held back.
 #include <sys/ioctl.h>
 
+#include <zlib.h>
+
 #include "hub/HubFixture.h"
-#include "kvnparse/StreamParser.h"
 
 namespace tivra_internal {
 
@@ -172,16 +173,42 @@ TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom)
     EXPECT_EQ(waiting, 0);
 }
 
-TEST_F(HubReadingTest, AParserThatCantBeHadSuspendsInsteadOfEndingTheProcess) {
-    MetaTokenMap dictionary;
-    if (KVNAPI::StreamParser::alloc("zkvn", &dictionary, 1024) != nullptr)
-        GTEST_SKIP() << "compressed streams can be parsed";
-    Options options;
-    options.compression = true;
-    makeClient(options);
-    connectAndLogin();
-    answer("5026=1|5001=0");
-    EXPECT_THAT(client->getSuspendReason(), StartsWith("Unknown type: -- "));
+TEST_F(HubReadingTest, CompressedConversationThatCantGoOnIsGivenUpWithItsReason) {
+    std::string stream(100, '\0');
+    const std::string login = hubFrame("5026=1|5001=0");
+    uLongf length = stream.size();
+    ASSERT_EQ(::compress(reinterpret_cast<Bytef*>(stream.data()), &length,
+                         reinterpret_cast<const Bytef*>(login.data()), login.size()),
+              Z_OK);
+    stream.resize(length);
+    const struct {
+        const char* what;
+        std::string bytes;
+        std::string more;
+        const char* reason;
+    } cases[] = {
+        {"no stream", "", login, "zlib error (-3("},
+        {"wrong sum", stream.substr(0, length - 4), "abcd", "zlib error (-3("},
+        {"bytes behind the end of the stream until nothing can be read", stream,
+         std::string(0x40000 + 10, 'x'), "Block too large"},
+    };
+    for (const auto& which : cases) {
+        SCOPED_TRACE(which.what);
+        Options options;
+        options.compression = true;
+        makeClient(options);
+        connectAndLogin();
+        hub.readRequest();
+        if (!which.bytes.empty()) {
+            feed(which.bytes);
+            EXPECT_THAT(hub.readRequest(), testing::HasSubstr("5022=")) << "the answer before it counts";
+        }
+        feed(which.more);
+        EXPECT_EQ(client->getFd(), -1);
+        EXPECT_THAT(
+            client->getSuspendReason(),
+            StartsWith(std::string("Error decompressing/parsing response from HUB: ") + which.reason));
+    }
 }
 
 } // namespace
