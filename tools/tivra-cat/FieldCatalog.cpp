@@ -23,7 +23,7 @@ std::vector<std::string> FieldCatalog::unseen() const {
         const bool seen = std::any_of(m_entries.begin(), m_entries.end(), [&](const auto& entry) {
             return choice.rankOf(entry.first, entry.second->name) >= 0;
         });
-        if (!seen)
+        if (!seen && !choice.isReceived())
             labels.push_back(choice.label);
     }
     return labels;

@@ -11,6 +11,8 @@ struct FieldChoice {
     std::string label;
     std::vector<std::string> alternatives; ///< names or numbers
 
+    /// Whether it is no field but the time of receipt.
+    [[nodiscard]] bool isReceived() const { return alternatives.front() == "received"; }
     /// Position of the field among the alternatives, -1 when it is none of them.
     [[nodiscard]] int rankOf(int token, const std::string& name) const;
 };

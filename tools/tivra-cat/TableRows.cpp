@@ -14,7 +14,6 @@ namespace {
 /// Rows of a query that are looked at for the widths before the first is printed.
 constexpr std::size_t HELD_ROWS = 1000;
 constexpr std::size_t MIN_NUMBER_WIDTH = 8;
-constexpr const char* RECEIVED = "received";
 constexpr double NO_NUMBER = std::numeric_limits<double>::quiet_NaN();
 
 double numberOf(const Field& field) {
@@ -32,14 +31,13 @@ TableRows::TableRows(const Settings& settings, const FieldSelection& selection)
     , m_takesAll(selection.selectsAll())
     , m_isHolding(!settings.isLive && settings.everySeconds <= 0.0) {
     if (m_takesAll && settings.isLive)
-        addColumn(Kind::Received, {RECEIVED, {}}, false);
+        addColumn(Kind::Received, {"received", {}}, false);
     if (settings.showsSymbol) {
         addColumn(Kind::Source, {"source", {}}, true);
         addColumn(Kind::Symbol, {"symbol", {}}, false);
     }
     for (const FieldChoice& choice : selection.choices()) {
-        const bool isReceived = choice.alternatives.front() == RECEIVED;
-        addColumn(isReceived ? Kind::Received : Kind::Field, choice, false);
+        addColumn(choice.isReceived() ? Kind::Received : Kind::Field, choice, false);
     }
 }
 
