@@ -116,7 +116,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     session.enumLoaded = (flags & 2) != 0;
     session.established = (flags & 4) != 0;
     const bool compression = (flags & 16) != 0;
-    HubEventReactor reactor(0, 100);
+    static HubEventReactor reactor(0, 100);
     HubClient client(HandleAccess::impl(*user), session, "hub", "127.0.0.1", hub.port(), 5, 2, 5, compression,
                      0, &host, 1, 200, (flags & 8) != 0);
     client.attachReactor(&reactor, 0);

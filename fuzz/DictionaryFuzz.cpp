@@ -83,7 +83,7 @@ struct Reading final : tivra::MessageEventHandler {
         for (bool more = reader.find(5026) || reader.find(8); more; more = reader.next() != -1) {
             sum += reader.getTokenName().size() + static_cast<unsigned>(reader.getValueType());
             sum += static_cast<std::uint64_t>(reader.getValueAsInteger());
-            sum += reader.getValueAsDouble() > 0.0 ? 1 : 0;
+            sum += reader.getValueAsDouble() > 0.0 ? 1U : 0U;
             sum += static_cast<unsigned>(reader.getValueAsDateTime().date().year() + reader.peek());
         }
     }

@@ -21,7 +21,7 @@ constexpr std::size_t kFrameOverhead = 8;
 constexpr std::size_t kMaxAnswer = 512 * 1024;
 
 void appendHub(std::string& text, const HubClient& hub) {
-    text += "|13001=" + hub.getHubAddr() + "|13101=" + std::to_string(hub.getHubPort());
+    text += "|13001=" + hub.getHubIpAddr() + "|13101=" + std::to_string(hub.getHubPort());
 }
 
 } // namespace

@@ -1,4 +1,7 @@
 // The pump of a hub thread: order, budget, refusals, replays.
+#include <atomic>
+#include <thread>
+
 #include "hub/HubFixture.h"
 #include "request/HubWatchlist.h"
 #include "request/RequestImpl.h"
@@ -200,6 +203,42 @@ TEST_F(HubEventReactorTest, OnlyWrittenRequestsWithACommandAreListedAndRetriesAr
     EXPECT_EQ(client->getWatchlist()->size(), 0U);
     EXPECT_EQ(reactor->handle_hub_requests(500), 1);
     EXPECT_EQ(client->getWatchlist()->size(), 1U);
+}
+
+TEST_F(HubEventReactorTest, OtherThreadsPushAndLookWhileTheHubThreadWorks) {
+    static constexpr int kPerThread = 200;
+    comeUp();
+    std::atomic<bool> done{false};
+    std::vector<std::thread> others;
+    for (const int base : {1000, 2000})
+        others.emplace_back([this, base] {
+            for (int i = 0; i < kPerThread; ++i) {
+                auto made = request(base + i, client.get());
+                while (!reactor->pushRequest(made, false))
+                    std::this_thread::yield();
+            }
+        });
+    others.emplace_back([this, &done] {
+        while (!done)
+            EXPECT_TRUE(!client->getHubAddr().empty() && !client->isSuspended() &&
+                        client->getSuspendReason().empty() && client->getReactor() == reactor.get() &&
+                        !client->hasReadHandler() && !client->waitsForBoxPerms());
+    });
+    std::vector<int> expected{1000, 2000};
+    for (int got = 0; got < 2 * kPerThread;) {
+        const int sent = reactor->handle_hub_requests(50);
+        for (int i = 0; i < sent; ++i) {
+            const int tag = tagOf(hub.readRequest());
+            EXPECT_EQ(tag, expected[tag < 2000 ? 0 : 1]++) << "each thread's requests keep their order";
+        }
+        got += sent;
+        client->twentyFiveMsTick(0.0);
+    }
+    done = true;
+    for (std::thread& other : others)
+        other.join();
+    client->closeConnection();
+    EXPECT_FALSE(client->isReady());
 }
 
 } // namespace
