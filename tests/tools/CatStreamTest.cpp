@@ -139,13 +139,13 @@ TEST_F(CatStream, RefusedSubscriptionEndsItOnlyWhenNoneIsLeft) {
     EXPECT_THAT(cat->output(), HasSubstr("184.25"));
 }
 
-TEST_F(CatStream, TheWholeSampleDayArrivesCompleteAndInOrder) {
+TEST_F(CatStream, TheWholeSampleDayArrivesCompleteAndInOrderPlainAndCompressed) {
     for (const char* output : {"json", "quiet"}) {
         Hub player(playing(0));
         player.start();
         const bool isQuiet = std::string(output) == "quiet";
         std::vector<std::string> arguments{"--host", player.hostString(), "--user", "demo",
-                                           "--no-compression"};
+                                           isQuiet ? "--compression" : "--no-compression"};
         for (const char* more : {"--queue-size", "16", "--sequence-field", "FEED.SEQUENCE", "-n", "40000"})
             arguments.emplace_back(more);
         arguments.insert(arguments.end(), {isQuiet ? "--quiet" : "--output=json", "--fields=FEED.SEQUENCE"});
@@ -155,6 +155,7 @@ TEST_F(CatStream, TheWholeSampleDayArrivesCompleteAndInOrder) {
         EXPECT_THAT(cat->error(), AllOf(HasSubstr("received 40000 messages (40000 updates"),
                                         HasSubstr("lost 0 (output 0, sequence 0, receive queue 0 bytes)")));
         EXPECT_EQ(player.statistics().playbackSent, 40000U);
+        EXPECT_EQ(player.waitForCommand("LoginUser")->value(token::COMPRESSION), isQuiet ? "1" : "0");
         std::int64_t expected = 0;
         for (const nlohmann::json& line : jsonLines(cat->output())) {
             if (line["type"] == "update") {

@@ -1,17 +1,22 @@
 #include "CatFixture.h"
 
-#include <regex>
+#include <algorithm>
 #include <set>
 
 namespace {
 
 class Document : public CatFixture {};
 
+/// Every "--word" of a text.
 std::set<std::string> longOptions(const std::string& text) {
-    const std::regex option("--[a-z][a-z-]+");
+    const char* const letters = "abcdefghijklmnopqrstuvwxyz-";
     std::set<std::string> options;
-    for (std::sregex_iterator at(text.begin(), text.end(), option), end; at != end; ++at)
-        options.insert(at->str());
+    for (std::size_t at = text.find("--"); at != std::string::npos; at = text.find("--", at)) {
+        const std::size_t end = std::min(text.find_first_not_of(letters, at), text.size());
+        if (end > at + 3 && text[at + 2] != '-')
+            options.insert(text.substr(at, end - at));
+        at = end;
+    }
     return options;
 }
 
