@@ -31,6 +31,14 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
     return countedAllocation(size);
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    ++allocations;
+    return std::malloc(size != 0 ? size : 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    ++allocations;
+    return std::malloc(size != 0 ? size : 1);
+}
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
