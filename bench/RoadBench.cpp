@@ -15,7 +15,7 @@ using namespace tivra_bench;
 namespace {
 
 constexpr std::size_t kEvents = 40000;
-constexpr unsigned kRepeat = 25;
+constexpr unsigned kRepeat = 40;
 constexpr std::size_t kPaced = 30000;
 
 using Runner = RoadRun (*)(const RoadTask& task);

@@ -2,6 +2,7 @@
 #include "Road.h"
 #include "RoadHub.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <memory>
@@ -27,6 +28,7 @@ namespace {
 
 constexpr std::size_t kRing = std::size_t{64} << 20;
 constexpr std::size_t kReadSize = 64 * 1024;
+constexpr std::size_t kLargestFrame = 262144;
 
 class Socket {
 public:
@@ -97,7 +99,7 @@ public:
     Consumer(const RoadTask& task, KVNAPI::DataMap& dictionary)
         : m_task(task)
         , m_stamp(dictionary.lookupTokenViaNum(kStampToken))
-        , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary, 262144)) {
+        , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary, static_cast<int>(kLargestFrame))) {
         m_run.latencies.reserve(task.paced ? task.messages : 0);
     }
 
@@ -178,7 +180,8 @@ RoadRun runTwoThreads(const RoadTask& task) {
     const auto dictionary = makeDictionary();
     Consumer consumer(task, *dictionary);
     Socket hub(task.port);
-    const auto ring = std::make_unique<char[]>(kRing);
+    // Untouched at first, like the library's.
+    const std::unique_ptr<char[]> ring(new char[kRing]);
     // Absolute positions in the stream; the reader waits for room, the consumer for data.
     std::atomic<std::size_t> written{0};
     std::atomic<std::size_t> consumed{0};
@@ -196,14 +199,16 @@ RoadRun runTwoThreads(const RoadTask& task) {
             bool progress = false;
             while (at < end) {
                 const std::size_t offset = at % kRing;
-                const std::size_t have = end - at;
+                const std::size_t toEnd = std::min(end - at, kRing - offset);
                 const char* frame = ring.get() + offset;
-                if (offset + have > kRing) {
-                    wrapped.assign(frame, kRing - offset);
-                    wrapped.append(ring.get(), have - (kRing - offset));
+                std::size_t length = frameLength(frame, toEnd);
+                if (length == 0 && toEnd < end - at) {
+                    // Only the one frame that crosses the ring's end is put together elsewhere.
+                    wrapped.assign(frame, toEnd);
+                    wrapped.append(ring.get(), std::min(end - at - toEnd, kLargestFrame));
                     frame = wrapped.data();
+                    length = frameLength(frame, wrapped.size());
                 }
-                const std::size_t length = frameLength(frame, have);
                 if (length == 0)
                     break;
                 progress = true;

@@ -74,7 +74,7 @@ std::optional<Request> Hub::waitForCommand(std::string_view command, Deadline de
 }
 
 bool Hub::waitForRequests(std::size_t count, Deadline deadline) const {
-    return waitFor([count](const HubStatistics& now) { return now.requests >= count; }, deadline);
+    return m_engine->journal().waitForRequests(count, deadline);
 }
 
 bool Hub::waitForConnections(std::size_t count, Deadline deadline) const {

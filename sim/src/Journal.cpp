@@ -61,6 +61,13 @@ void Journal::clearRequests() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_forgotten += m_requests.size();
     m_requests.clear();
+    m_cleared = m_forgotten;
+}
+
+bool Journal::waitForRequests(std::size_t count, Hub::Deadline deadline) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_for(lock, deadline,
+                              [&] { return m_forgotten + m_requests.size() - m_cleared >= count; });
 }
 
 std::vector<std::string> Journal::errors() const {

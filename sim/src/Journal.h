@@ -26,6 +26,8 @@ public:
     [[nodiscard]] HubStatistics statistics() const;
     [[nodiscard]] std::vector<Request> requests() const;
     void clearRequests();
+    /// Waits until `count` requests have come since the start or the last clearRequests.
+    bool waitForRequests(std::size_t count, Hub::Deadline deadline) const;
     [[nodiscard]] std::vector<std::string> errors() const;
 
     std::optional<Request> waitForRequest(const std::function<bool(const Request&)>& predicate,
@@ -40,6 +42,8 @@ private:
     std::deque<Request> m_requests;
     /// Requests that are no longer remembered.
     std::size_t m_forgotten = 0;
+    /// Requests that had come when the list was last cleared.
+    std::size_t m_cleared = 0;
     std::vector<std::string> m_errors;
     HubStatistics m_statistics;
 };

@@ -98,6 +98,7 @@ public:
     /// The same for the first request of a command word.
     std::optional<Request> waitForCommand(std::string_view command,
                                           Deadline deadline = Deadline(10000)) const;
+    /// Waits until `count` requests have come since the start or the last clearRequests.
     [[nodiscard]] bool waitForRequests(std::size_t count, Deadline deadline = Deadline(10000)) const;
     /// Waits for exactly `count` open connections.
     [[nodiscard]] bool waitForConnections(std::size_t count, Deadline deadline = Deadline(10000)) const;
