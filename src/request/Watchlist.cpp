@@ -134,6 +134,12 @@ bool Watchlist::countResponse(int64_t tag) {
     return isLast;
 }
 
+void Watchlist::forget(int64_t tag) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    tagHubMap.erase(tag);
+    remove(tag, false);
+}
+
 void Watchlist::removeAllHubs() {
     tp::MutexLock lock(m_watchlist_mutex);
     tagHubMap.clear();

@@ -35,6 +35,8 @@ public:
     /// A hub has dropped the tag; the last one takes the request off the list.
     void removeHub(int64_t tag, HubClient* hubClient);
     void removeAllHubs();
+    /// The application has given the tag up, and no hub will be told of it.
+    void forget(int64_t tag);
 
     /// As many hubs must finish the tag.
     void setExpectedResponses(int64_t tag, unsigned long expectedResponses);

@@ -115,6 +115,10 @@ void SessionImpl::beginAddNewEntitlement(int src) {
     const RequestImpl builder;
     auto request = std::make_unique<RequestInternal>(&builder);
     request->makePortQuestion(getNextTag(), src);
+    sendPortQuestion(request, src);
+}
+
+void SessionImpl::sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) {
     if (!sendToHub(request, m_hubs.getFirstHub(), true, src))
         eprintf(EPF_WARN, "GetPort request not sent");
 }

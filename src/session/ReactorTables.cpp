@@ -1,5 +1,6 @@
 #include "session/ReactorTables.h"
 
+#include <sstream>
 #include <utility>
 
 #include <tp/eprintf.h>
@@ -81,8 +82,10 @@ void ReactorTables::joinAll() {
         tp::Thread thread = std::move(thread_vector.front());
         thread_vector.pop_front();
         lock.unlock();
+        std::ostringstream id;
+        id << thread.getId();
         thread.join();
-        eprintf(EPF_DBUG, "About to delete event reactor thread (joined)");
+        eprintf(EPF_DBUG, "About to delete event reactor thread (%s)", id.str().c_str());
         lock.lock();
     }
 }
@@ -90,6 +93,14 @@ void ReactorTables::joinAll() {
 void ReactorTables::forgetHubs() {
     tp::MutexLock lock(m_hubER_mutex);
     hubToEventReactor.clear();
+}
+
+std::vector<std::unique_ptr<RequestInternal>> ReactorTables::takeRequests() {
+    std::vector<std::unique_ptr<RequestInternal>> requests;
+    tp::MutexLock lock(m_hubER_mutex);
+    for (auto& [index, reactor] : hubEventReactorMap)
+        reactor->takeRequests(requests);
+    return requests;
 }
 
 void ReactorTables::deleteAll() {

@@ -16,6 +16,7 @@ namespace tivra_internal {
 class HubClient;
 class HubEventReactor;
 class QueueReadHandler;
+class RequestInternal;
 class UserEventReactor;
 
 /// Which reactor serves the next hub or queue.
@@ -72,6 +73,8 @@ struct ReactorTables {
     /// Joins every thread; reactors that are started meanwhile are joined too.
     void joinAll();
     void forgetHubs();
+    /// What waits in the queues of the hub reactors, whose threads have ended.
+    [[nodiscard]] std::vector<std::unique_ptr<RequestInternal>> takeRequests();
     /// Deletes the reactors, whose threads have ended, and starts the numbering anew.
     void deleteAll();
 };

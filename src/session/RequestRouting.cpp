@@ -253,7 +253,9 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
         return sendToEach(request, source);
     case RoutingTarget::HubOfSplitSymbol: {
         HubClient* const hub = hubForSplitSymbol(*request);
-        return hub == nullptr ? sendToFirstHub(request) : sendToHub(request, hub, false, 0);
+        if (hub == nullptr || m_reactors.reactorOf(hub) == nullptr)
+            return sendToFirstHub(request);
+        return sendToHub(request, hub, false, 0);
     }
     case RoutingTarget::HubOfSource:
         return sendToExchange(request, source);
@@ -329,7 +331,14 @@ bool SessionImpl::sendToHub(std::unique_ptr<RequestInternal>& request, HubClient
     if (isNew && watchlistInUse())
         watchlist.setExpectedResponses(tag, 1);
     eprintf(EPF_DBUG, "Pushing request with tag=%lld for HUB %s", printable(tag), hub->getHubAddr().c_str());
-    return reactor->pushRequest(request, force);
+    if (reactor->pushRequest(request, force))
+        return true;
+    if (isNew) {
+        // Another hub may serve the source by the time of the next attempt.
+        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
+        m_responses.reqRespMap.erase(tag);
+    }
+    return false;
 }
 
 bool SessionImpl::sendToExchange(std::unique_ptr<RequestInternal>& request, int exch) {
@@ -344,7 +353,14 @@ bool SessionImpl::sendToExchange(std::unique_ptr<RequestInternal>& request, int 
 /// The default hub's answer is what the application receives.
 bool SessionImpl::sendToFirstHub(std::unique_ptr<RequestInternal>& request) {
     HubClient* const hub = m_hubs.getFirstHub();
-    return hub != nullptr && sendToHub(request, hub, false, 0);
+    if (hub == nullptr)
+        return false;
+    if (sendToHub(request, hub, false, 0))
+        return true;
+    if (m_reactors.reactorOf(hub) != nullptr)
+        return false;
+    request.reset(); // nobody serves this hub, and waiting would hold up all others
+    return true;
 }
 
 bool SessionImpl::sendToDefaultHub(std::unique_ptr<RequestInternal>& request) {
@@ -383,17 +399,20 @@ bool SessionImpl::sendCopies(std::unique_ptr<RequestInternal>& request, const st
     if (watchlistInUse())
         watchlist.setExpectedResponses(tag, hubs.size());
     std::vector<HubClient*> refused;
+    const void* lastCopy = nullptr; // for the log
     for (HubClient* hub : hubs) {
-        auto copy = std::make_unique<RequestInternal>(request.get());
-        copy->altIndex = request->altIndex;
+        std::unique_ptr<RequestInternal> copy = request->copyWithAltIndex();
+        lastCopy = copy.get();
         if (!sendToHub(copy, hub, false, 0))
             refused.push_back(hub);
     }
     if (refused.size() == hubs.size())
         return false;
     if (!refused.empty()) {
-        eprintf(EPF_DBUG, "reqFail=%zu, reqGood=%zu, in tag=%lld", refused.size(),
-                hubs.size() - refused.size(), printable(tag));
+        eprintf(EPF_DBUG, "reqFail=%d, reqGood=%d, inRequestInternal=%p, outReq=%p, in tag=%ld; out tag=%ld",
+                static_cast<int>(refused.size()), static_cast<int>(hubs.size() - refused.size()),
+                static_cast<const void*>(request.get()), lastCopy, static_cast<long>(tag),
+                static_cast<long>(tag));
         for (HubClient* hub : refused)
             lowerExpectedResponses(tag, hub);
     }
@@ -420,16 +439,23 @@ void SessionImpl::lowerExpectedResponses(int64_t tag, HubClient* hub) {
 void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) {
     const int64_t tag = request->getTag();
     bool routeAgain = false;
+    int grantedSource = 0;
     {
         tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
         const auto found = m_responses.reqRespMap.find(tag);
         if (found != m_responses.reqRespMap.end() && found->second.outstandingResponses == 1) {
             routeAgain = true;
+            grantedSource = found->second.src;
             m_responses.reqRespMap.erase(found);
         }
     }
     if (!routeAgain) {
         lowerExpectedResponses(tag, client);
+        return;
+    }
+    if (grantedSource != 0) {
+        // The library's own question takes no part in routing: its answer must not reach the application.
+        sendPortQuestion(request, grantedSource);
         return;
     }
     tp::MutexLock lock(m_request_mutex);

@@ -230,6 +230,7 @@ private:
     // SessionStop.cpp
     void shutdown();
     void requeueRequests();
+    void forgetUnsubscribed(const RequestInternal& discarded);
 
     // RequestRouting.cpp
     void handle_hub_requests(unsigned numReqs);
@@ -254,6 +255,7 @@ private:
 
     // Entitlements.cpp
     void addNewEntitlement(int src, const std::string& hostInfo);
+    void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src);
     void finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary);
 
     // PortDetails.cpp

@@ -5,6 +5,7 @@
 
 #include "config/SessionConfigImpl.h"
 #include "hub/HubClient.h"
+#include "request/CommandClasses.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -65,15 +66,26 @@ void SessionImpl::shutdown() {
     eprintf(EPF_DBUG, "SessionImpl::shutdown(EXIT)");
 }
 
-/// Requests in the queue are lost, but every standing request of the watchlist is queued again with its tag.
+/// What the application has unsubscribed must not come back, though no hub has been told of it.
+void SessionImpl::forgetUnsubscribed(const RequestInternal& discarded) {
+    if (discarded.isCommandSet() && isUnsubscribeCommand(discarded.getCommand()) &&
+        discarded.getUnsubtag() != -1)
+        watchlist.forget(discarded.getUnsubtag());
+}
+
+/// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.
 void SessionImpl::requeueRequests() {
+    for (const auto& request : m_reactors.takeRequests())
+        forgetUnsubscribed(*request);
     const bool listed = watchlistInUse();
     const auto level = listed ? EPF_DBUG : EPF_INFO;
     tp::MutexLock lock(m_request_mutex);
     eprintf(level, "shutdown: About to discard %zu requests from request Queue", requestQueue.size());
-    for (const auto& request : requestQueue)
+    for (const auto& request : requestQueue) {
         eprintf(level, "shutdown: Discarding request with tag=%lld",
                 static_cast<long long>(request->getTag()));
+        forgetUnsubscribed(*request);
+    }
     requestQueue.clear();
     if (watchlist.size() == 0)
         return;

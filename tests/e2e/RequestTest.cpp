@@ -287,6 +287,39 @@ TEST_F(RequestTest, WatchlistReplaysWhatStandsAfterALoss) {
     EXPECT_TRUE(hub.waitForSubscriptions(1)) << "and after a restart";
 }
 
+TEST_F(RequestTest, WhatWasUnsubscribedStaysSoThoughNoHubHeardOfIt) {
+    client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+    client.connections().set(tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG, 1);
+    const auto unsubscribe = [this](std::int64_t tag) {
+        EXPECT_GE(client.send(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, std::to_string(tag)}}), 18);
+    };
+    unsubscribe(client.send(tivra::SUBSCRIBE, 100, "IBM"));
+    const std::int64_t bac = client.send(tivra::SUBSCRIBE, 100, "BAC");
+    client.send(tivra::SUBSCRIBE, 100, "SPY");
+    hub.setAccepting(false);
+    EXPECT_NE(client.start(), "Session started") << "lost in the session's queue";
+    hub.setAccepting(true);
+    ASSERT_TRUE(client.startAndWait());
+    ASSERT_TRUE(client.waitForEnd(bac));
+
+    hub.setAccepting(false);
+    hub.dropConnections();
+    ASSERT_TRUE(client.waitForSessionEvent("UNAVAILABLE"));
+    unsubscribe(bac);
+    EXPECT_EQ(client.ask(tivra::GETSOURCEPORTDETAILS), 0) << "so the unsubscribe waits for its hub now";
+    client.session().stop();
+    hub.setAccepting(true);
+    ASSERT_TRUE(client.startAndWait());
+    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "SPY"), 0);
+    std::vector<std::string> standing;
+    for (const tivra_sim::Request& request : hub.requests()) {
+        if (request.command == "Subscribe" && request.tag >= 18)
+            standing.push_back(request.text.substr(0, request.text.rfind('|')));
+    }
+    EXPECT_THAT(standing, ElementsAre("5022=Subscribe|4=100|5=BAC", "5022=Subscribe|4=100|5=SPY",
+                                      "5022=Subscribe|4=100|5=SPY"));
+}
+
 TEST_F(RequestTest, WatchlistAsksABusyHubAgain) {
     startWithWatchlist();
     hub.refuse("QuerySnap", status::BUSY, 3);

@@ -42,6 +42,8 @@ public:
     /// True from construction until join().
     [[nodiscard]] bool joinable() const noexcept { return m_thread.joinable(); }
     void join();
+    /// The system's name for it until join().
+    [[nodiscard]] std::thread::id getId() const noexcept { return m_thread.get_id(); }
     /// True when the calling thread is this one.
     [[nodiscard]] bool isCurrent() const noexcept { return m_thread.get_id() == std::this_thread::get_id(); }
 
