@@ -22,12 +22,14 @@ std::string loggable(std::string text) {
 
 std::string describe(const KVNAPI::Message& msg) {
     std::string text;
-    if (msg.exchange != nullptr)
-        text += "4=" + std::to_string(msg.exchange->id) + '|';
     if (msg.permission != nullptr)
         text += "3=" + std::to_string(msg.permission->id) + '|';
+    if (msg.exchange != nullptr)
+        text += "4=" + std::to_string(msg.exchange->id) + '|';
     if (msg.symbol.len > 0)
         text.append("5=").append(msg.symbol.view()).append("|");
+    if (msg.isRefresh != 0)
+        text += "24=1|";
     for (int i = 0; i < msg.pairCount() && text.size() < kMaxLoggedText; ++i)
         text += std::to_string(msg.pair(i)->token->kvnid) + '=' + pairText(*msg.pair(i)) + '|';
     if (!text.empty())

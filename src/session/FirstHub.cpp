@@ -38,7 +38,9 @@ int SessionImpl::createNextfirstHub() {
                 hostInfo.c_str());
         return -1;
     }
-    createHubClient(*host, true);
+    // When the session can take no further hub it is established with those it has.
+    if (createHubClient(*host, true) == nullptr)
+        m_firstHubs.m_allFirstHubschecked = true;
     return 0;
 }
 

@@ -3,6 +3,7 @@
 #include "session/SessionImpl.h"
 
 #include <cstddef>
+#include <utility>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -110,7 +111,15 @@ std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, con
         eprintf(EPF_WARN, "src %d is a split exchange but no entry found in SrcToSplitServByRegex", source);
     for (const auto& [part, patternsOfPart] : patterns) {
         appendHub(texts.back(), *part);
+        const std::string name = part->getHubAddr();
+        bool isNew = true;
         for (const std::string& pattern : patternsOfPart) {
+            if (std::exchange(isNew, false))
+                eprintf(EPF_DBUG, "Inserting [exch %d] regex %s for hub=%s", source, pattern.c_str(),
+                        name.c_str());
+            else
+                eprintf(EPF_DBUG, "hub %s already inserted; Inserting regex %s", name.c_str(),
+                        pattern.c_str());
             if (texts.back().size() + pattern.size() > kMaxAnswer) {
                 texts.push_back(opening);
                 appendHub(texts.back(), *part);

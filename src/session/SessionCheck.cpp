@@ -43,12 +43,11 @@ void SessionImpl::decideState() {
     if (m_firstHubs.m_createNextfirstHub) {
         eprintf(EPF_DBUG, "check_session_events: m_createNextfirstHub==true");
         if (createNextfirstHub() != 0) {
-            if (isStarted) {
+            if (isStarted)
                 m_firstHubs.m_allFirstHubschecked = true;
-            } else {
+            else
                 abortStart(kSameHubTwice);
-                eprintf(EPF_WARN, "HUB already created,so abort");
-            }
+            eprintf(EPF_WARN, "HUB already created,so abort");
         }
     }
     HubCounts counts = countHubs();
@@ -149,11 +148,16 @@ void SessionImpl::allReady(const HubCounts& counts) {
     if (!m_firstHubs.m_allFirstHubschecked)
         return;
     // The dropping of a connection manager's first hub would begin here.
-    if (!isStarted && !m_latch.settle(StartLatch::Outcome::Established, std::string()))
+    // A `start` that returns on this outcome must find the session established.
+    const auto establish = [this] {
+        state = Session::TIVRA_SESSION_ESTABLISHED;
+        isStarted = true;
+        m_isInitiallyEstablished = true;
+    };
+    if (isStarted)
+        establish();
+    else if (!m_latch.settle(StartLatch::Outcome::Established, std::string(), establish))
         return; // the start has been given up or stopped meanwhile
-    state = Session::TIVRA_SESSION_ESTABLISHED;
-    isStarted = true;
-    m_isInitiallyEstablished = true;
     if (lastState != Session::TIVRA_SESSION_ESTABLISHED)
         announceSources(counts);
 }

@@ -105,6 +105,10 @@ void SessionImpl::readHostLists() {
         const bool isBackup = host->getBoolean(tivra::HostConfig::BACKUP_BOOL, false);
         addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, HostPair{host->getAddr(), host->getPort()});
     });
+    // The number of primary hosts decides how many first hubs a session makes, on either side.
+    if (!backupIP2PortLst.empty() && backupIP2PortLst.size() != primaryIP2PortLst.size())
+        eprintf(EPF_WARN, "The lists of primary hosts (%zu) and of backup hosts (%zu) differ in length",
+                primaryIP2PortLst.size(), backupIP2PortLst.size());
 }
 
 bool SessionImpl::launchMaster(std::string& failReason) {

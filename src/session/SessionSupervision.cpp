@@ -3,12 +3,12 @@
 #include "session/SessionImpl.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "config/UserInfoImpl.h"
+#include "hub/ErrorText.h"
 #include "hub/HubClient.h"
 #include "hub/HubEventReactor.h"
 #include "request/RequestInternal.h"
@@ -19,20 +19,11 @@ namespace {
 constexpr double kSecondsBetweenFailovers = 15.0;
 constexpr std::size_t kMessageSize = 500;
 
-// The two forms of strerror_r: one returns the text, the other fills the buffer.
-[[maybe_unused]] const char* errorText(const char* result, const char*) {
-    return result;
-}
-[[maybe_unused]] const char* errorText(int, const char* buffer) {
-    return buffer;
-}
-
 std::string connectFailure(const HubClient& client) {
     const int error = client.getConnectErrno();
-    char reason[128] = "";
     char message[kMessageSize];
     std::snprintf(message, sizeof message, "connectHost(%s) failed %d: %s", client.getHubAddr().c_str(),
-                  error, errorText(::strerror_r(error, reason, sizeof reason), reason));
+                  error, errorText(error).c_str());
     return message;
 }
 
@@ -73,8 +64,8 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
         return ClientVerdict::Next;
     check.message = connectFailure(client);
     eprintf(EPF_CRIT, "%s", check.message.c_str());
-    // Without another side to go to, the retry limit decides, not the first failure.
-    if (!failoverEnabled && !client.isPastRetryLimit())
+    // Without another side to go to, the retry limit decides on a start, not the first failure.
+    if (!failoverEnabled && (isStarted || !client.isPastRetryLimit()))
         return ClientVerdict::Next;
     return ClientVerdict::Decide;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include <tp/Mutex.h>
@@ -22,11 +23,14 @@ public:
         m_abortReason.clear();
     }
 
-    /// Settles the run unless it is settled; true when this call did.
-    bool settle(Outcome outcome, const std::string& reason) {
+    /// Settles the run unless it is settled; true when this call did. What `alongside` changes then is there
+    /// before anybody can read the outcome; it must take no mutex.
+    bool settle(Outcome outcome, const std::string& reason, const std::function<void()>& alongside = {}) {
         tp::MutexLock lock(m_abort_mutex);
         if (m_outcome != Outcome::Pending)
             return false;
+        if (alongside)
+            alongside();
         m_outcome = outcome;
         m_abortReason = reason;
         return true;

@@ -246,9 +246,11 @@ TEST(Failover, AtTheStartOnlyOnce) {
     primary.setAccepting(false);
     Client client(withBackup(primary));
     client.host(backup.hostString()).set(HostConfig::BACKUP_BOOL, true);
+    client.host("127.0.0.1:1"); // a second primary host, which has no counterpart
     client.connections().set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 0);
     EXPECT_EQ(client.start(), "Session started");
     EXPECT_EQ(backup.statistics().loggedIn, 1U);
+    EXPECT_THAT(client.log(), HasSubstr("primary hosts (2) and of backup hosts (1) differ in length"));
     client.session().stop();
 
     backup.setAccepting(false);
