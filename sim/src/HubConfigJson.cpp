@@ -1,99 +1,13 @@
-#include "tivra_sim/HubConfig.h"
+#include "HubConfigJson.h"
 
-#include <nlohmann/json.hpp>
-
-#include <fstream>
-#include <functional>
 #include <limits>
-#include <sstream>
 #include <utility>
 
 namespace tivra_sim {
 
 namespace {
 
-using nlohmann::json;
-using ordered = nlohmann::ordered_json;
-
-[[noreturn]] void fail(const std::string& where, const std::string& what) {
-    throw ConfigError((where.empty() ? "configuration" : "\"" + where + "\"") + ": " + what);
-}
-
-std::string inside(const std::string& where, const std::string& key) {
-    return where.empty() ? key : where + "." + key;
-}
-
-std::string at(const std::string& where, std::size_t index) {
-    return where + "[" + std::to_string(index) + "]";
-}
-
-std::string textOf(const json& value, const std::string& where) {
-    if (!value.is_string())
-        fail(where, "must be a text");
-    return value.get<std::string>();
-}
-
-/// A text that goes into bodies, where "|" and 03 have a meaning of their own.
-std::string wireTextOf(const json& value, const std::string& where) {
-    std::string text = value.is_number() ? value.dump() : textOf(value, where);
-    if (text.find_first_of("|\x03") != std::string::npos)
-        fail(where, "must not hold \"|\" or the byte 03");
-    return text;
-}
-
-bool boolOf(const json& value, const std::string& where) {
-    if (!value.is_boolean())
-        fail(where, "must be true or false");
-    return value.get<bool>();
-}
-
-std::int64_t integerOf(const json& value, const std::string& where, std::int64_t low, std::int64_t high) {
-    const bool fits =
-        value.is_number_integer() &&
-        (!value.is_number_unsigned() ||
-         value.get<std::uint64_t>() <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
-    const std::int64_t number = fits ? value.get<std::int64_t>() : 0;
-    if (!fits || number < low || number > high)
-        fail(where, "must be a whole number from " + std::to_string(low) + " to " + std::to_string(high));
-    return number;
-}
-
-int intOf(const json& value, const std::string& where, int low = std::numeric_limits<int>::min(),
-          int high = std::numeric_limits<int>::max()) {
-    return static_cast<int>(integerOf(value, where, low, high));
-}
-
-const json& arrayOf(const json& value, const std::string& where) {
-    if (!value.is_array())
-        fail(where, "must be a list");
-    return value;
-}
-
-/// What to do with a key's value, told where the value stands.
-using Reader = std::function<void(const json&, const std::string&)>;
-
-/// Calls the reader of each key of an object; a key without one is refused, with those that exist.
-void readObject(const json& value, const std::string& where, const std::map<std::string, Reader>& readers) {
-    if (!value.is_object())
-        fail(where, "must be an object");
-    for (const auto& [key, child] : value.items()) {
-        const auto reader = readers.find(key);
-        if (reader == readers.end()) {
-            std::string known;
-            for (const auto& entry : readers)
-                known += (known.empty() ? "" : ", ") + entry.first;
-            fail(inside(where, key), "unknown key; known here: " + known);
-        }
-        reader->second(child, inside(where, key));
-    }
-}
-
-std::set<int> sourcesOf(const json& value, const std::string& where) {
-    std::set<int> sources;
-    for (std::size_t i = 0; i < arrayOf(value, where).size(); ++i)
-        sources.insert(intOf(value[i], at(where, i), 1));
-    return sources;
-}
+using namespace json_reading;
 
 int keyNumber(const std::string& key, const std::string& where) {
     if (key.empty() || key.size() > 9 || key.find_first_not_of("0123456789") != std::string::npos)
@@ -218,26 +132,19 @@ Topology readTopology(const json& value, const std::string& where) {
     fail(where, "must be \"single-instance\" or \"aggregating\", not \"" + word + "\"");
 }
 
-template<class Element>
-Reader listReader(std::vector<Element>& list, Element (*read)(const json&, const std::string&)) {
-    return [&list, read](const json& value, const std::string& where) {
-        list.clear();
-        for (std::size_t i = 0; i < arrayOf(value, where).size(); ++i)
-            list.push_back(read(value[i], at(where, i)));
-    };
-}
-
 Reader textReader(std::string& target) {
     return [&target](const json& value, const std::string& where) { target = wireTextOf(value, where); };
 }
 
-void readConfig(const json& value, HubConfig& config) {
+} // namespace
+
+std::map<std::string, Reader> hubReaders(HubConfig& config) {
     const auto limit = [](std::size_t& target) {
         return [&target](const json& v, const std::string& w) {
             target = static_cast<std::size_t>(integerOf(v, w, 1, std::numeric_limits<std::int64_t>::max()));
         };
     };
-    const std::map<std::string, Reader> readers{
+    return {
         {"base", [](const json&, const std::string&) {}},
         {"bindAddress", textReader(config.bindAddress)},
         {"port",
@@ -269,21 +176,23 @@ void readConfig(const json& value, HubConfig& config) {
          [&](const json& v, const std::string& w) { config.refreshOnSubscribe = boolOf(v, w); }},
         {"outputLimit", limit(config.outputLimit)},
         {"requestLogLimit", limit(config.requestLogLimit)}};
-    readObject(value, "", readers);
 }
 
-HubConfig baseOf(const json& value) {
+HubConfig baseOf(const json& value, const std::string& where) {
     if (!value.is_object())
-        fail("", "must be an object");
+        fail(where, "must be an object");
     if (!value.contains("base"))
         return HubConfig::realistic();
-    const std::string base = textOf(value["base"], "base");
+    const std::string place = inside(where, "base");
+    const std::string base = textOf(value["base"], place);
     if (base == "realistic")
         return HubConfig::realistic();
     if (base == "empty")
         return HubConfig::empty();
-    fail("base", "must be \"realistic\" or \"empty\", not \"" + base + "\"");
+    fail(place, "must be \"realistic\" or \"empty\", not \"" + base + "\"");
 }
+
+namespace {
 
 ordered systemRecordJson(const SystemRecord& record) {
     return {{"enabled", record.enabled}, {"intervalMs", record.interval.count()}};
@@ -345,51 +254,40 @@ ordered playbackJson(const Playback& playback) {
 } // namespace
 
 HubConfig HubConfig::fromJson(std::string_view text) {
-    json value;
-    try {
-        value = json::parse(text);
-    } catch (const json::parse_error& error) {
-        throw ConfigError(std::string("configuration is not JSON: ") + error.what());
-    }
-    HubConfig config = baseOf(value);
-    readConfig(value, config);
+    const json value = parsed(text);
+    HubConfig config = baseOf(value, "");
+    readObject(value, "", hubReaders(config));
     return config;
 }
 
 HubConfig HubConfig::fromJsonFile(const std::string& path) {
-    std::ifstream file(path);
-    if (!file)
-        throw ConfigError("cannot open the configuration file \"" + path + "\"");
-    std::ostringstream text;
-    text << file.rdbuf();
-    try {
-        return fromJson(text.str());
-    } catch (const ConfigError& error) {
-        throw ConfigError(path + ": " + error.what());
-    }
+    return readFile(path, [](const std::string& text) { return fromJson(text); });
+}
+
+ordered hubJson(const HubConfig& config, HubConfig::Passwords passwords) {
+    return {{"base", "empty"},
+            {"bindAddress", config.bindAddress},
+            {"port", config.port},
+            {"advertisedHost", config.advertisedHost},
+            {"hubVersion", config.hubVersion},
+            {"dictionaryVersion", config.dictionaryVersion},
+            {"topology", config.topology == Topology::Aggregating ? "aggregating" : "single-instance"},
+            {"users", usersJson(config.users, passwords)},
+            {"boxPermissions", config.boxPermissions},
+            {"compression", config.compression},
+            {"heartbeat", systemRecordJson(config.heartbeat)},
+            {"hubStatus", systemRecordJson(config.hubStatus)},
+            {"playback", playbackJson(config.playback)},
+            {"refreshOnSubscribe", config.refreshOnSubscribe},
+            {"outputLimit", config.outputLimit},
+            {"requestLogLimit", config.requestLogLimit},
+            {"symbols", symbolsJson(config.symbols)},
+            {"enumerations", enumerationsJson(config.enumerations)},
+            {"dictionary", dictionaryJson(config.dictionary)}};
 }
 
 std::string HubConfig::toJson(Passwords passwords) const {
-    const ordered value{{"base", "empty"},
-                        {"bindAddress", bindAddress},
-                        {"port", port},
-                        {"advertisedHost", advertisedHost},
-                        {"hubVersion", hubVersion},
-                        {"dictionaryVersion", dictionaryVersion},
-                        {"topology", topology == Topology::Aggregating ? "aggregating" : "single-instance"},
-                        {"users", usersJson(users, passwords)},
-                        {"boxPermissions", boxPermissions},
-                        {"compression", compression},
-                        {"heartbeat", systemRecordJson(heartbeat)},
-                        {"hubStatus", systemRecordJson(hubStatus)},
-                        {"playback", playbackJson(playback)},
-                        {"refreshOnSubscribe", refreshOnSubscribe},
-                        {"outputLimit", outputLimit},
-                        {"requestLogLimit", requestLogLimit},
-                        {"symbols", symbolsJson(symbols)},
-                        {"enumerations", enumerationsJson(enumerations)},
-                        {"dictionary", dictionaryJson(dictionary)}};
-    return value.dump(2, ' ', false, ordered::error_handler_t::replace);
+    return hubJson(*this, passwords).dump(2, ' ', false, ordered::error_handler_t::replace);
 }
 
 } // namespace tivra_sim
