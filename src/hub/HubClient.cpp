@@ -138,7 +138,6 @@ bool HubClient::markReady() {
     {
         const tp::MutexLock lock(m_ready_mutex);
         m_ready = true;
-        m_readyTime = tp::Clock::monotonic();
     }
     return !hasReadHandler();
 }

@@ -124,7 +124,6 @@ public:
     [[nodiscard]] int getFd() const { return m_fd.get(); }
     /// The system's code of the last failed dial, 0 when there was none.
     [[nodiscard]] int getConnectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
-    [[nodiscard]] long getConnectionRetryLimit() const { return m_connectionRetryLimit; }
     [[nodiscard]] size_t getIndex() const { return m_index; }
     [[nodiscard]] std::string getHubAddr() const override TP_EXCLUDES(m_text_mutex);
     [[nodiscard]] uint16_t getHubPort() const { return m_port.load(std::memory_order_relaxed); }
@@ -343,7 +342,6 @@ private:
     // Readiness.
     mutable tp::Mutex m_ready_mutex{kLockHubReady};
     bool m_ready TP_GUARDED_BY(m_ready_mutex) = false;
-    double m_readyTime TP_GUARDED_BY(m_ready_mutex) = 0.0;
 
     // Conversation.
     ConversationState m_step;

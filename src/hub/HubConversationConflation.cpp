@@ -67,8 +67,7 @@ void HubClient::process_conflation_type(KVNAPI::Message& msg) {
     else if (const long code = status.integer(); code != 0)
         eprintf(EPF_WARN,
                 "HubClient::process_conflation_type: rc=%ld (%s) from SetConflationType for %s:%d; therefore "
-                "will "
-                "use default trade-safe conflation",
+                "will use default trade-safe conflation",
                 code, retCodeText(code), address.c_str(), getHubPort());
 }
 

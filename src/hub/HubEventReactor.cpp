@@ -75,8 +75,7 @@ int HubEventReactor::handle_hub_requests(unsigned budget) {
     if (done - start >= kLongPass)
         eprintf(EPF_DBUG,
                 "HubEventReactor::handle_hub_requests(EXIT) elapsed time=%f; numReqsSent=%d; lock=%f; send "
-                "loop=%f; "
-                "timeoutHit=%d",
+                "loop=%f; timeoutHit=%d",
                 done - start, pass.sent, locked - start, done - locked, pass.timeoutHit);
     return pass.sent;
 }
@@ -97,7 +96,10 @@ bool HubEventReactor::sendNext(Pass& pass) {
         return true;
     }
     if (client->isSuspended()) {
-        // Nobody brings this hub back at present: what waits behind the request must not wait with it.
+        // Nobody brings this hub back at present: what waits behind the request must not wait with it. A
+        // retry that isn't written any more must not stand in the way of the next one.
+        if (head.isWLRetry)
+            client->getWatchlist()->noteRetryWritten(head.getTag());
         pass.budget -= 1;
         pass.unreachable.push_back(std::move(requestQueue.front()));
         requestQueue.pop();

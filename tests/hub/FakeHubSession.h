@@ -31,6 +31,7 @@ public:
     HubClient* first = nullptr;       ///< the hub that loads the enumeration
     bool everyHubIsFirst = true;      ///< the hub under test is the newest first hub
     bool cmConnection = false;
+    bool takesRequests = false; ///< what its watchlist sends again is kept in `takenBack`
     std::set<std::string> knownHosts;
 
     // --- what a test reads ---
@@ -126,7 +127,12 @@ public:
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient*) override {
         takenBack.push_back(std::move(request));
     }
-    bool sendToHub(std::unique_ptr<RequestInternal>&, HubClient*, bool, int) override { return false; }
+    bool sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* client, bool, int) override {
+        request->setHUB(client);
+        if (takesRequests)
+            takenBack.push_back(std::move(request));
+        return takesRequests;
+    }
 
 private:
     void* m_session = nullptr;

@@ -7,15 +7,15 @@
 #include "request/RequestImpl.h"
 
 namespace tivra_internal {
-
 namespace {
 
 using testing::ElementsAre;
 
 class HubEventReactorTest : public HubFixture {
 protected:
-    std::unique_ptr<RequestInternal> request(int64_t tag, HubClient* to, const std::string& symbol = "IBM",
-                                             tivra::Commands command = tivra::SUBSCRIBE) {
+    static std::unique_ptr<RequestInternal> request(int64_t tag, HubClient* to,
+                                                    const std::string& symbol = "IBM",
+                                                    tivra::Commands command = tivra::SUBSCRIBE) {
         RequestImpl builder;
         builder.setCommand(command);
         builder.add(4, 558);
@@ -27,18 +27,30 @@ protected:
         made->setHUB(to);
         return made;
     }
-    void push(int64_t tag, const std::string& symbol = "IBM", tivra::Commands command = tivra::SUBSCRIBE) {
-        std::unique_ptr<RequestInternal> made = request(tag, client.get(), symbol, command);
+    void push(std::unique_ptr<RequestInternal> made) {
         ASSERT_TRUE(reactor->pushRequest(made, false));
         EXPECT_EQ(made, nullptr);
     }
+    void push(int64_t tag, const std::string& symbol = "IBM", tivra::Commands command = tivra::SUBSCRIBE) {
+        push(request(tag, client.get(), symbol, command));
+    }
+    /// A client with a watchlist, once made, or again.
     void comeUp(bool watchlist = false) {
         Options options;
         options.watchlist = watchlist;
         if (client == nullptr)
             makeClient(options);
-        loginAndConverse(loneHub());
-        ASSERT_TRUE(client->isReady());
+        HubFixture::comeUp();
+    }
+    std::unique_ptr<HubClient> anotherClient() {
+        Options options;
+        options.index = 1;
+        return newClient(options);
+    }
+    /// One pass of the pump writes these tags and nothing else.
+    void expectPass(std::vector<int> tags, unsigned budget = 500) {
+        EXPECT_EQ(reactor->handle_hub_requests(budget), static_cast<int>(tags.size()));
+        EXPECT_EQ(arrivedTags(tags.size()), tags);
     }
     /// The tags of the next requests; none may follow them.
     std::vector<int> arrivedTags(size_t count) {
@@ -58,12 +70,10 @@ TEST_F(HubEventReactorTest, RequestsGoOutInOrderWithinTheBudget) {
     comeUp();
     for (int tag = 18; tag < 23; ++tag)
         push(tag);
-    EXPECT_EQ(reactor->handle_hub_requests(0), 0);
-    EXPECT_EQ(reactor->handle_hub_requests(3), 3);
-    EXPECT_THAT(arrivedTags(3), ElementsAre(18, 19, 20));
-    EXPECT_EQ(reactor->handle_hub_requests(500), 2);
-    EXPECT_THAT(arrivedTags(2), ElementsAre(21, 22));
-    EXPECT_EQ(reactor->handle_hub_requests(500), 0);
+    expectPass({}, 0);
+    expectPass({18, 19, 20}, 3);
+    expectPass({21, 22});
+    expectPass({});
 }
 
 TEST_F(HubEventReactorTest, AFullQueueRefusesUnlessForcedAndLeavesTheRequestWithItsOwner) {
@@ -80,41 +90,45 @@ TEST_F(HubEventReactorTest, AFullQueueRefusesUnlessForcedAndLeavesTheRequestWith
     EXPECT_EQ(third, nullptr);
 }
 
-TEST_F(HubEventReactorTest, AHubThatIsStillComingUpHoldsTheOthersBack) {
+TEST_F(HubEventReactorTest, AHubThatIsStillComingUpHoldsTheOthersBackAndASuspendedOneDoesNot) {
     comeUp();
-    Options options;
-    options.index = 1;
-    const std::unique_ptr<HubClient> unready = newClient(options);
-    auto head = request(18, unready.get());
-    ASSERT_TRUE(reactor->pushRequest(head, false));
+    const std::unique_ptr<HubClient> unready = anotherClient();
+    push(request(18, unready.get()));
     push(19);
-    EXPECT_EQ(reactor->handle_hub_requests(500), 0);
-    EXPECT_FALSE(hub.hasRequest());
-
+    expectPass({});
     unready->suspendClient("no use");
-    EXPECT_EQ(reactor->handle_hub_requests(500), 1) << "a hub that nobody dials holds nobody back";
-    EXPECT_THAT(arrivedTags(1), ElementsAre(19));
+    expectPass({19});
     ASSERT_EQ(session.takenBack.size(), 1U);
     EXPECT_EQ(session.takenBack.front()->getTag(), 18);
+}
+
+TEST_F(HubEventReactorTest, ARetryThatIsSetAsideDoesNotStandInTheWayOfTheNext) {
+    constexpr int64_t kBusy = -218;
+    session.takesRequests = true;
+    comeUp(true);
+    push(18);
+    expectPass({18});
+    EXPECT_TRUE(client->handleWatchlistResponse(18, kBusy));
+    ASSERT_EQ(session.takenBack.size(), 1U) << "the retry";
+    EXPECT_TRUE(client->handleWatchlistResponse(18, kBusy));
+    EXPECT_EQ(session.takenBack.size(), 1U) << "one at a time";
+    push(std::move(session.takenBack.front()));
+    client->suspendClient("no use");
+    expectPass({});
+    session.takenBack.clear();
+
+    comeUp();
+    expectPass({18});
+    EXPECT_TRUE(client->handleWatchlistResponse(18, kBusy));
+    EXPECT_EQ(session.takenBack.size(), 1U) << "the replay met a busy hub and is tried again";
 }
 
 TEST_F(HubEventReactorTest, ATextThatFitsNoFrameIsDroppedAndTheNextGoesOut) {
     comeUp();
     push(18, std::string(9000, 's'));
     push(19);
-    EXPECT_EQ(reactor->handle_hub_requests(500), 1);
-    EXPECT_THAT(arrivedTags(1), ElementsAre(19));
+    expectPass({19});
     EXPECT_GE(client->getFd(), 0);
-}
-
-TEST_F(HubEventReactorTest, AFailedSendKeepsTheRequestForTheNextTick) {
-    comeUp();
-    client->closeConnection();
-    push(18);
-    EXPECT_EQ(reactor->handle_hub_requests(500), 0);
-    comeUp();
-    EXPECT_EQ(reactor->handle_hub_requests(500), 1);
-    EXPECT_THAT(arrivedTags(1), ElementsAre(18));
 }
 
 TEST_F(HubEventReactorTest, ABlockedHubStopsTheTickAndOneThatStallsInAFrameIsClosedAfterIt) {
@@ -136,17 +150,20 @@ TEST_F(HubEventReactorTest, ABlockedHubStopsTheTickAndOneThatStallsInAFrameIsClo
     EXPECT_EQ(session.down, client->getFd() < 0 ? 1 : 0);
 }
 
-TEST_F(HubEventReactorTest, QueriesAreCountedAndRenewedSubscriptionsFollowTheirRequest) {
-    comeUp();
+TEST_F(HubEventReactorTest, QueriesAreCountedAndRenewedSubscriptionsFollowTheirRequestAndItsReplay) {
+    comeUp(true);
     push(18, "IBM", tivra::QUERYSNAP);
-    auto both = request(19, client.get());
-    both->resubHB = true;
-    both->resubHubStatus = true;
-    ASSERT_TRUE(reactor->pushRequest(both, false));
-    push(20);
+    auto both = request(19, client.get(), "B");
+    both->resubHB = both->resubHubStatus = true;
+    push(std::move(both));
+    push(20, "C");
     EXPECT_EQ(reactor->handle_hub_requests(500), 3);
     EXPECT_THAT(arrivedTags(5), ElementsAre(18, 19, 12, 13, 20));
     EXPECT_EQ(client->getResponseQueue()->getQueryCount(), 1);
+    client->closeConnection();
+    comeUp();
+    EXPECT_EQ(reactor->handle_hub_requests(500), 3);
+    EXPECT_THAT(arrivedTags(5), ElementsAre(18, 19, 12, 13, 20));
 }
 
 TEST_F(HubEventReactorTest, ReplayGoesByTagBeforeTheQueueAndIsDoneInTheSameTick) {
@@ -154,50 +171,41 @@ TEST_F(HubEventReactorTest, ReplayGoesByTagBeforeTheQueueAndIsDoneInTheSameTick)
     push(19, "B");
     push(18, "A");
     push(20, "C");
-    EXPECT_EQ(reactor->handle_hub_requests(500), 3);
-    arrivedTags(3);
+    expectPass({19, 18, 20});
     client->closeConnection();
     push(21, "D");
-    comeUp(true);
+    expectPass({});
+    comeUp();
     session.told.clear();
-    EXPECT_EQ(reactor->handle_hub_requests(2), 2);
-    EXPECT_THAT(arrivedTags(2), ElementsAre(18, 19));
-    EXPECT_EQ(reactor->handle_hub_requests(500), 2);
-    EXPECT_THAT(arrivedTags(2), ElementsAre(20, 21));
+    expectPass({18, 19}, 2);
+    expectPass({20, 21});
     EXPECT_THAT(session.told, ElementsAre("replay 18", "replay 19", "replay 20"));
 }
 
-TEST_F(HubEventReactorTest, AClientThatClosesDuringAReplayHoldsNobodyBackAndStartsAnew) {
+TEST_F(HubEventReactorTest, AClientThatClosesDuringAReplayHoldsNobodyBack) {
     comeUp(true);
     push(18, "A");
     push(19, "B");
-    reactor->handle_hub_requests(500);
-    arrivedTags(2);
+    expectPass({18, 19});
     client->closeConnection();
-    comeUp(true);
-    EXPECT_EQ(reactor->handle_hub_requests(1), 1);
+    comeUp();
+    expectPass({18}, 1);
     client->closeConnection();
 
-    Options options;
-    options.index = 1;
-    const std::unique_ptr<HubClient> other = std::exchange(client, newClient(options));
+    const std::unique_ptr<HubClient> other = std::exchange(client, anotherClient());
     comeUp();
     push(20);
-    EXPECT_EQ(reactor->handle_hub_requests(500), 1);
-    EXPECT_THAT(arrivedTags(1), ElementsAre(20));
-
-    client = newClient(options);
-    client.reset();
+    expectPass({20});
 }
 
 TEST_F(HubEventReactorTest, OnlyWrittenRequestsWithACommandAreListedAndRetriesAreNot) {
     comeUp(true);
     auto noCommand = request(18, client.get());
     noCommand->clearRequest();
-    ASSERT_TRUE(reactor->pushRequest(noCommand, false));
+    push(std::move(noCommand));
     auto retry = request(19, client.get());
     retry->isWLRetry = true;
-    ASSERT_TRUE(reactor->pushRequest(retry, false));
+    push(std::move(retry));
     push(20);
     EXPECT_EQ(reactor->handle_hub_requests(2), 2);
     EXPECT_EQ(client->getWatchlist()->size(), 0U);
@@ -212,11 +220,8 @@ TEST_F(HubEventReactorTest, OtherThreadsPushAndLookWhileTheHubThreadWorks) {
     std::vector<std::thread> others;
     for (const int base : {1000, 2000})
         others.emplace_back([this, base] {
-            for (int i = 0; i < kPerThread; ++i) {
-                auto made = request(base + i, client.get());
-                while (!reactor->pushRequest(made, false))
-                    std::this_thread::yield();
-            }
+            for (int i = 0; i < kPerThread; ++i)
+                push(base + i);
         });
     others.emplace_back([this, &done] {
         while (!done)
@@ -242,5 +247,4 @@ TEST_F(HubEventReactorTest, OtherThreadsPushAndLookWhileTheHubThreadWorks) {
 }
 
 } // namespace
-
 } // namespace tivra_internal

@@ -126,6 +126,16 @@ protected:
         connectAndLogin();
         return converse(answers);
     }
+    /// A lone hub that answers one command word differently.
+    std::vector<std::string> loginAndConverse(const std::string& word, std::vector<std::string> bodies) {
+        Answers answers = loneHub();
+        answers[word] = std::move(bodies);
+        return loginAndConverse(answers);
+    }
+    void comeUp() {
+        loginAndConverse(loneHub());
+        ASSERT_TRUE(client->isReady());
+    }
     /// The command words of requests, with what tells repeated ones apart.
     static std::vector<std::string> wordsOf(const std::vector<std::string>& requests) {
         std::vector<std::string> words;

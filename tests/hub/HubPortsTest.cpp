@@ -2,97 +2,66 @@
 #include "hub/HubFixture.h"
 
 namespace tivra_internal {
-
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using HubPortsTest = HubFixture;
+using testing::HasSubstr;
 
-TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
-    const std::string own = "|13001=127.0.0.1|13101=" + std::to_string(hub.port());
-    const struct {
-        const char* what;
-        std::string body;
-        bool isAgg;
-        bool isAlone;
-        const char* logged;
-        std::vector<std::string> created;
-    } cases[] = {
-        {"no ports", "", true, false, "INFO: This client is connected to a AGG", {}},
-        {"its own port alone",
-         own,
-         false,
-         true,
-         "INFO: This client is connected to a single-instance HUB",
-         {}},
-        {"its own port in a longer answer",
-         own + "|13001=127.0.0.1",
-         false,
-         false,
-         "INFO: This client is connected to a 1-way HUB",
-         {}},
-        {"two others",
-         own + "|13001=10.0.0.1|13101=7001|13101=7002",
-         false,
-         false,
-         "INFO: This client is connected to a 3-way HUB",
-         {"create 10.0.0.1:7001", "create 10.0.0.1:7002"}},
-        {"ports that are none",
-         own + "|13101=0|13101=65536|13101=-4",
-         false,
-         false,
-         "INFO: This client is connected to a 1-way HUB",
-         {}},
-        {"a port before any host",
-         "|13101=7001" + own,
-         false,
-         false,
-         "INFO: This client is connected to a 1-way HUB",
-         {}},
-    };
-    for (const auto& row : cases) {
+class HubPortsTest : public HubFixture {
+protected:
+    /// What the session is told when a hub answers this to the port look-up.
+    void expectKind(const std::string& ports, const std::string& kind, const std::string& created = "") {
         makeClient();
         session.first = client.get();
         session.told.clear();
-        Answers answers = loneHub();
-        answers["GetPort"] = {"5026=7" + row.body + "|5001=0"};
         LogCapture log;
-        loginAndConverse(answers);
-        EXPECT_EQ(client->isAgg(), row.isAgg) << row.what;
-        EXPECT_EQ(client->isSingleInstanceHUB(), row.isAlone) << row.what;
-        EXPECT_THAT(log.lines(), Contains(row.logged)) << row.what;
-        std::vector<std::string> created;
+        loginAndConverse("GetPort", {"5026=7" + ports + "|5001=0"});
+        EXPECT_EQ(client->isAgg(), kind == "AGG") << ports;
+        EXPECT_EQ(client->isSingleInstanceHUB(), kind == "single-instance HUB") << ports;
+        EXPECT_TRUE(log.has("INFO: This client is connected to a " + kind)) << ports;
+        std::string told;
         for (const std::string& line : session.told)
-            if (line.rfind("create", 0) == 0)
-                created.push_back(line);
-        EXPECT_EQ(created, row.created) << row.what;
+            told += line.rfind("create ", 0) == 0 ? line.substr(6) : "";
+        EXPECT_EQ(told, created) << ports;
     }
+    /// A client that isn't the first and so asks for split sources; its requests.
+    std::vector<std::string> askForSplit(const std::string& answer) {
+        session.everyHubIsFirst = false;
+        session.enumLoaded = true;
+        session.told.clear();
+        makeClient();
+        return wordsOf(loginAndConverse("ListSplitExchanges", {answer}));
+    }
+};
+
+TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
+    const std::string own = "|13001=127.0.0.1|13101=" + std::to_string(hub.port());
+    expectKind("", "AGG");
+    expectKind(own, "single-instance HUB");
+    expectKind(own + "|13001=127.0.0.1", "1-way HUB");
+    expectKind(own + "|13001=10.0.0.1|13101=7001|13101=7002", "3-way HUB", " 10.0.0.1:7001 10.0.0.1:7002");
+    expectKind(own + "|13101=0|13101=65536|13101=-4", "1-way HUB");
+    expectKind("|13101=7001" + own, "1-way HUB");
 }
 
 TEST_F(HubPortsTest, AHubThatNamesOnlyOthersIsReachedThroughAnUnknownAddress) {
-    static const char* const kText =
+    const std::string text =
         "It appears client is using NAT to reach HUB, but did not properly configure NAT pair(s) to API.";
     makeClient();
-    Answers answers = loneHub();
-    answers["GetPort"] = {"5026=7|13001=10.0.0.1|13101=7001|5001=0"};
     LogCapture log;
-    loginAndConverse(answers);
-    EXPECT_EQ(client->getSuspendReason(), kText);
+    // Its own port at another address, and its own address at another port.
+    loginAndConverse("GetPort", {"5026=7|13001=10.0.0.1|13101=" + std::to_string(hub.port()) +
+                                 "|13001=127.0.0.1|13101=1|5001=0"});
+    EXPECT_EQ(client->getSuspendReason(), text);
     EXPECT_FALSE(client->isAgg());
-    EXPECT_THAT(log.lines(),
-                testing::AllOf(Contains("WARN: " + std::string(kText)),
-                               Contains(testing::AllOf(testing::HasSubstr("dialled " + hub.hostInfo()),
-                                                       testing::HasSubstr("10.0.0.1|13101=7001"))),
+    EXPECT_THAT(log.linesAboveDebug(),
+                testing::AllOf(Contains("WARN: " + text), Contains(HasSubstr("dialled " + hub.hostInfo())),
+                               Contains(HasSubstr("10.0.0.1|13101=")),
                                testing::Not(Contains("CRIT: Unable to successfully process AGG check!"))));
 }
 
 TEST_F(HubPortsTest, SplitEntriesNameSourcesThenTheSymbolsThatApplyToThem) {
-    const struct {
-        std::string body;
-        std::vector<std::string> told;
-    } cases[] = {
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
         {"|4=1|5=/A/", {"split 1", "split 1 by A"}},
         {"|4=1|4=2|5=/A/|5=/B~C/",
          {"split 1", "split 2", "split 1 by A", "split 2 by A", "split 1 by B|C", "split 2 by B|C"}},
@@ -102,28 +71,15 @@ TEST_F(HubPortsTest, SplitEntriesNameSourcesThenTheSymbolsThatApplyToThem) {
         {"|4=1|5=//", {"split 1"}},
         {"|5=/A/", {}},
     };
-    for (const auto& row : cases) {
-        session.everyHubIsFirst = false;
-        session.enumLoaded = true;
-        makeClient();
-        Answers answers = loneHub();
-        answers["ListAdministrationInfo"] = {"5026=5|5008=V8.1.2|5001=0"};
-        answers["ListSplitExchanges"] = {"5026=8" + row.body};
-        loginAndConverse(answers);
-        EXPECT_EQ(session.told, row.told) << row.body;
-        session.told.clear();
+    for (const auto& [entry, told] : cases) {
+        askForSplit("5026=8" + std::string(entry));
+        EXPECT_EQ(session.told, told) << entry;
     }
 }
 
 TEST_F(HubPortsTest, ARefusedSplitListLeavesTheClientWaiting) {
-    session.everyHubIsFirst = false;
-    session.enumLoaded = true;
-    makeClient();
-    Answers answers = loneHub();
-    answers["ListSplitExchanges"] = {"5026=8|5001=-9"};
     LogCapture log;
-    const std::vector<std::string> words = wordsOf(loginAndConverse(answers));
-    EXPECT_EQ(words.back(), "ListSplitExchanges");
+    EXPECT_EQ(askForSplit("5026=8|5001=-9").back(), "ListSplitExchanges");
     EXPECT_TRUE(log.has("WARN: ListSplitExchanges failed on " + hub.hostInfo() +
                         " with return code = -9: Unknown code"));
     tp::Clock::advance(6.0);
@@ -131,5 +87,4 @@ TEST_F(HubPortsTest, ARefusedSplitListLeavesTheClientWaiting) {
 }
 
 } // namespace
-
 } // namespace tivra_internal

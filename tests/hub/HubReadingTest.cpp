@@ -7,7 +7,6 @@
 #include "hub/HubFixture.h"
 
 namespace tivra_internal {
-
 namespace {
 
 using testing::Contains;
@@ -18,18 +17,16 @@ protected:
     /// Sends bytes and lets the client take them all.
     void feed(std::string_view bytes) {
         static constexpr size_t kBlock = 50'000; // what a socket holds for sure
-        for (; bytes.size() > kBlock; bytes.remove_prefix(kBlock))
-            feedBlock(bytes.substr(0, kBlock));
-        feedBlock(bytes);
-    }
-    void feedBlock(std::string_view bytes) {
-        hub.sendRaw(bytes);
-        int waiting = 0;
-        while (client->getFd() >= 0 && waitReadable(client->getFd())) {
-            client->readableEvent(0.0);
-            if (client->getFd() < 0 || ::ioctl(client->getFd(), FIONREAD, &waiting) != 0 || waiting == 0)
-                break;
+        for (; !bytes.empty() && client->getFd() >= 0; bytes.remove_prefix(std::min(kBlock, bytes.size()))) {
+            hub.sendRaw(bytes.substr(0, kBlock));
+            do
+                serve();
+            while (bytesWaiting() > 0);
         }
+    }
+    int bytesWaiting() {
+        int waiting = 0;
+        return client->getFd() >= 0 && ::ioctl(client->getFd(), FIONREAD, &waiting) == 0 ? waiting : 0;
     }
     uint64_t framesInQueue() {
         client->calcStats(0.0);
@@ -54,42 +51,31 @@ TEST_F(HubReadingTest, FramesSplitAtEveryByteAreOneConversation) {
     }
 }
 
-TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisClient) {
-    const struct {
-        const char* what;
-        std::string bytes;
-        const char* reason;
-    } cases[] = {
-        {"no frame at all", "HTTP/1.1 400 Bad Request\r\n\r\n", "Error framing response from HUB: "},
-        {"a length beyond the buffer", std::string("\x04\x20\x7f\xff\xff\xff", 6) + std::string(0x40000, '5'),
-         "Error framing response from HUB: "},
-        {"a length that wraps", std::string("\x04\x20\xff\xff\xff\xf9", 6) + "5026=1",
-         "Error framing response from HUB: "},
-        {"the end byte elsewhere", std::string("\x04\x20\x00\x00\x00\x05", 6) + "5026=1|5001=0\x03",
-         "Error framing response from HUB: "},
-        {"an empty body", hubFrame(""), "Error parsing response from HUB: "},
-        {"no token", hubFrame("abc=1"), "Error parsing response from HUB: "},
-        {"a trailing separator", hubFrame("5026=1|"), "Error parsing response from HUB: "},
-        {"half a number", hubFrame("5026=1.5"), "Error parsing response from HUB: "},
+TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisConnection) {
+    const std::string frame = "Error framing response from HUB: ";
+    const std::string parse = "Error parsing response from HUB: ";
+    const std::pair<std::string, std::string> cases[] = {
+        {"HTTP/1.1 400 Bad Request\r\n\r\n", frame},
+        {std::string("\x04\x20\x7f\xff\xff\xff", 6) + std::string(0x40000, '5'), frame}, // too long
+        {std::string("\x04\x20\xff\xff\xff\xf9", 6) + "5026=1", frame},                  // its sum wraps
+        {std::string("\x04\x20\x00\x00\x00\x05", 6) + "5026=1|5001=0\x03", frame},
+        {hubFrame(""), parse},
+        {hubFrame("abc=1"), parse},
+        {hubFrame("5026=1|"), parse},
+        {hubFrame("5026=1.5"), parse},
+        {hubFrame("5026=") + hubFrame("=") + hubFrame("5026=1|5001=0"), parse},
     };
-    for (const auto& row : cases) {
+    for (const auto& [bytes, reason] : cases) {
+        SCOPED_TRACE(bytes.substr(0, 40));
         makeClient();
         connectAndLogin();
-        feed(row.bytes);
-        EXPECT_EQ(client->getFd(), -1) << row.what;
-        EXPECT_THAT(client->getSuspendReason(), StartsWith(row.reason)) << row.what;
-        loginAndConverse(loneHub());
-        EXPECT_TRUE(client->isReady()) << row.what << ": nothing of it is left on the next connection";
+        feed(bytes);
+        EXPECT_EQ(client->getFd(), -1);
+        EXPECT_FALSE(client->isLoggedIn()) << "nothing behind a broken frame is obeyed";
+        EXPECT_THAT(client->getSuspendReason(), StartsWith(reason));
+        comeUp(); // nothing of it is left on the next connection
         client->closeConnection();
     }
-}
-
-TEST_F(HubReadingTest, NothingBehindABrokenFrameIsObeyed) {
-    makeClient();
-    connectAndLogin();
-    feed(hubFrame("5026=") + hubFrame("=") + hubFrame("5026=1|5001=0"));
-    EXPECT_TRUE(client->isSuspended());
-    EXPECT_FALSE(client->isLoggedIn());
 }
 
 TEST_F(HubReadingTest, TheEndOfTheStreamBeforeReadyClosesTheConnection) {
@@ -116,11 +102,9 @@ TEST_F(HubReadingTest, WhatComesWithTheLastAnswerIsTheStartOfTheStream) {
     const std::string end = hubFrame("5026=13|5001=0");
     const std::string stream = end + data + data + data;
     for (size_t cut = end.size(); cut <= stream.size(); ++cut) {
-        Answers answers = loneHub();
-        answers["Subscribe .HUB.STATUS"] = {};
         makeClient();
         session.first = client.get();
-        loginAndConverse(answers);
+        loginAndConverse("Subscribe .HUB.STATUS", {});
         ASSERT_FALSE(client->isReady());
         feed(std::string_view(stream).substr(0, cut));
         ASSERT_TRUE(client->isReady()) << cut;
@@ -132,7 +116,7 @@ TEST_F(HubReadingTest, WhatComesWithTheLastAnswerIsTheStartOfTheStream) {
 
 TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReactor) {
     makeClient();
-    loginAndConverse(loneHub());
+    comeUp();
     client->setHBSeen(false);
     feed(hubFrame("4=558|5=IBM|10=1.5"));
     EXPECT_TRUE(client->getHBSeen());
@@ -146,7 +130,7 @@ TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReacto
 
 TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom) {
     makeClient();
-    loginAndConverse(loneHub());
+    comeUp();
     Queue& queue = *client->getResponseQueue();
     const std::string data = hubFrame("4=558|5=IBM|1=" + std::string(100'000, 'x'));
     client->incrQueryCount();
@@ -161,16 +145,13 @@ TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom)
     client->setHBSeen(false);
     client->twentyFiveMsTick(tp::Clock::now());
     EXPECT_TRUE(client->getHBSeen()) << "bytes wait, so the hub lives";
-    int waiting = 0;
-    ::ioctl(client->getFd(), FIONREAD, &waiting);
-    EXPECT_GT(waiting, 0) << "the refused read takes nothing";
+    EXPECT_GT(bytesWaiting(), 0) << "the refused read takes nothing";
 
     client->decrQueryCount();
     ASSERT_FALSE(queue.readsSuspended());
     client->twentyFiveMsTick(tp::Clock::now());
     client->readableEvent(tp::Clock::now());
-    ::ioctl(client->getFd(), FIONREAD, &waiting);
-    EXPECT_EQ(waiting, 0);
+    EXPECT_EQ(bytesWaiting(), 0);
 }
 
 TEST_F(HubReadingTest, CompressedConversationThatCantGoOnIsGivenUpWithItsReason) {
@@ -182,35 +163,31 @@ TEST_F(HubReadingTest, CompressedConversationThatCantGoOnIsGivenUpWithItsReason)
               Z_OK);
     stream.resize(length);
     const struct {
-        const char* what;
-        std::string bytes;
+        std::string bytes; // read before the fault
         std::string more;
         const char* reason;
     } cases[] = {
-        {"no stream", "", login, "zlib error (-3("},
-        {"wrong sum", stream.substr(0, length - 4), "abcd", "zlib error (-3("},
-        {"bytes behind the end of the stream until nothing can be read", stream,
-         std::string(0x40000 + 10, 'x'), "Block too large"},
+        {"", login, "zlib error (-3("},
+        {stream.substr(0, length - 4), "abcd", "zlib error (-3("},   // a wrong sum
+        {stream, std::string(0x40000 + 10, 'x'), "Block too large"}, // nothing more is taken out
     };
-    for (const auto& which : cases) {
-        SCOPED_TRACE(which.what);
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.reason);
         Options options;
         options.compression = true;
         makeClient(options);
         connectAndLogin();
         hub.readRequest();
-        if (!which.bytes.empty()) {
-            feed(which.bytes);
+        if (!row.bytes.empty()) {
+            feed(row.bytes);
             EXPECT_THAT(hub.readRequest(), testing::HasSubstr("5022=")) << "the answer before it counts";
         }
-        feed(which.more);
+        feed(row.more);
         EXPECT_EQ(client->getFd(), -1);
-        EXPECT_THAT(
-            client->getSuspendReason(),
-            StartsWith(std::string("Error decompressing/parsing response from HUB: ") + which.reason));
+        EXPECT_THAT(client->getSuspendReason(),
+                    StartsWith(std::string("Error decompressing/parsing response from HUB: ") + row.reason));
     }
 }
 
 } // namespace
-
 } // namespace tivra_internal
