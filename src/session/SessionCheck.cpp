@@ -75,6 +75,11 @@ void SessionImpl::decideState() {
         allReady(decision.counts);
         break;
     }
+}
+
+/// Where the hubs' standing changes too this is done under its mutex, so that the master thread's events for
+/// single sources come behind.
+void SessionImpl::raiseStateEvent() {
     const Session::States now = state;
     if (now != lastState)
         insertSessionEvent(static_cast<SessionEvent::Types>(now), "", 0, 0);
@@ -98,6 +103,7 @@ void SessionImpl::sessionDown(const HubCounts& counts) {
     // The one hub that is missing may be the first hub, which waits for nobody any more.
     if (counts.notReady == 1)
         continueFirstHub();
+    raiseStateEvent();
 }
 
 /// The newest first hub holds back until all others have their box permissions: lets it go on. False when it
@@ -130,6 +136,7 @@ void SessionImpl::sessionPartial(const HubCounts& counts) {
     eprintf(EPF_DBUG, "SESSION_RECOVERY: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
             counts.notReady, pending);
     tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+    raiseStateEvent();
     for (HubClient* client : m_hubStatus.m_hubDownLst) {
         HubStatus& status = m_hubStatus.hubStatusMap[client];
         if (status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY ||
@@ -202,6 +209,7 @@ void SessionImpl::announceSources(const HubCounts& counts) {
     }
     eprintf(EPF_DBUG, "SESSION_ESTABLISHED: # HUBs ready=%d; notReady=%d, hubSrcLstMap.size = %zu",
             counts.ready, counts.notReady, m_hubStatus.hubSrcLstMap.size());
+    raiseStateEvent();
 }
 
 /// One start and one stop event cover all queues together.

@@ -49,11 +49,6 @@ SessionEventPtr SessionEventQueue::pop() {
     return event;
 }
 
-bool SessionEventQueue::empty() const {
-    tp::MutexLock lock(m_session_event_mutex);
-    return eventQueue.empty();
-}
-
 void SessionEventQueue::clear() {
     tp::MutexLock lock(m_session_event_mutex);
     eventQueue.clear();

@@ -22,13 +22,12 @@ public:
     void push(SessionEventPtr event);
     /// The oldest event, null when there is none. @thread first user thread
     [[nodiscard]] SessionEventPtr pop();
-    [[nodiscard]] bool empty() const;
     void clear();
 
 private:
     [[nodiscard]] bool mayDrop(tivra::SessionEvent::Types type) const TP_REQUIRES(m_session_event_mutex);
 
-    mutable tp::Mutex m_session_event_mutex{kLockSessionEvent};
+    tp::Mutex m_session_event_mutex{kLockSessionEvent};
     std::deque<SessionEventPtr> eventQueue TP_GUARDED_BY(m_session_event_mutex);
     double m_lastDropWarning TP_GUARDED_BY(m_session_event_mutex) = -1.0;
 };

@@ -196,6 +196,7 @@ private:
     // SessionCheck.cpp
     void deliverLastEvents();
     void decideState();
+    void raiseStateEvent();
     [[nodiscard]] HubCounts countHubs();
     void sessionDown(const HubCounts& counts);
     void lastHubMissing(HubCounts counts);

@@ -124,6 +124,17 @@ TEST_F(RequestTest, SourcePortDetailsNameTheHubOfEachSource) {
     }
     for (const tivra_sim::Request& request : hub.requests())
         EXPECT_NE(request.tag, tag) << "the library answers by itself";
+
+    const std::int64_t next = client.send(tivra::GETSOURCEPORTDETAILS);
+    for (int more = 0; more < 500; ++more)
+        client.send(tivra::GETSOURCEPORTDETAILS);
+    ASSERT_TRUE(client.waitForEnd(next));
+    client.session().stop(); // one is answered in a millisecond, so many are left
+    client.forget();
+    ASSERT_TRUE(client.startAndWait());
+    const std::int64_t fresh = client.send(tivra::QUERYSNAP, 100, "IBM");
+    ASSERT_TRUE(client.waitForEnd(fresh));
+    EXPECT_THAT(client.messages(), Each(testing::Field(&SeenMessage::tag, fresh))) << "a stop ends them all";
 }
 
 TEST_F(RequestTest, SnapshotHoldsEveryFieldOfTheHub) {
@@ -217,6 +228,14 @@ TEST_F(RequestTest, SystemSourceReachesTheApplicationOnlyWhenItAsked) {
     ASSERT_TRUE(client.waitForUpdates(1));
     for (const SeenMessage& message : client.messages())
         EXPECT_TRUE(message.source != 922 || message.symbol == ".UTC.TIME.DATE");
+    client.session().stop();
+    client.forget();
+    ASSERT_TRUE(client.startAndWait());
+    hub.pushHeartbeat();
+    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+    for (const SeenMessage& message : client.messages())
+        EXPECT_NE(message.source, 922) << "a stop ends the application's subscription";
+    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 922, ".UTC.TIME.DATE"), 0);
     hub.clearRequests();
     EXPECT_EQ(client.ask(tivra::UNSUBSCRIBE, 922, ".UTC.TIME.DATE"), 0);
     ASSERT_TRUE(hub.waitForRequests(2)) << "the library takes its own heartbeat up again";
@@ -266,18 +285,27 @@ TEST_F(RequestTest, WatchlistReplaysWhatStandsAfterALoss) {
     const std::int64_t unknown = client.send(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, "99999"}});
     ASSERT_TRUE(client.waitForEnd(unknown));
     EXPECT_EQ(client.messagesOf(unknown).back().status, status::UNKNOWN_SYMBOL);
+    EXPECT_EQ(client.ask(tivra::SETCONFLATIONINTERVAL, 0, "", {{tivra::CONFLATION_INTERVAL, "500"}}), 0);
+
+    const std::int64_t isin = client.send(tivra::SUBSCRIBE, 100, "", {{tivra::ISIN, "US0605051046"}});
+    ASSERT_TRUE(client.waitForEnd(isin));
 
     hub.clearRequests();
     client.forget();
     hub.dropConnections(Hub::Close::Reset);
     ASSERT_TRUE(client.waitForEnd(ibm)) << "only what still stands is asked for again, under its old tag";
+    ASSERT_TRUE(client.waitForEnd(isin));
+    EXPECT_THAT(client.messagesOf(isin), SizeIs(1)) << "the image stays hidden in a replay too";
     ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
     std::vector<std::string> replayed;
     for (const tivra_sim::Request& request : hub.requests()) {
         if (request.tag >= 18)
             replayed.push_back(request.text);
     }
-    EXPECT_THAT(replayed, ElementsAre("5022=Subscribe|4=100|5=IBM|5026=" + std::to_string(ibm)));
+    EXPECT_THAT(replayed, ElementsAre("5022=Subscribe|4=100|5=IBM|5026=" + std::to_string(ibm),
+                                      "5022=QuerySnapAndSubscribe|4=100|3125=US0605051046|5026=" +
+                                          std::to_string(isin)));
+    EXPECT_THAT(lastSent("SetConflationInterval"), HasSubstr("|2029=500")) << "so is the last interval";
     EXPECT_EQ(hub.pushRecord(Record(100, "IBM").add(token::BID, "3")), 1U);
     EXPECT_TRUE(client.waitForUpdates(1));
 
@@ -285,6 +313,7 @@ TEST_F(RequestTest, WatchlistReplaysWhatStandsAfterALoss) {
     client.forget();
     ASSERT_TRUE(client.startAndWait());
     EXPECT_TRUE(hub.waitForSubscriptions(1)) << "and after a restart";
+    EXPECT_EQ(client.send(tivra::QUERYSNAP, 100, "SPY"), isin + 1) << "whose tags start behind it";
 }
 
 TEST_F(RequestTest, WhatWasUnsubscribedStaysSoThoughNoHubHeardOfIt) {
@@ -318,6 +347,16 @@ TEST_F(RequestTest, WhatWasUnsubscribedStaysSoThoughNoHubHeardOfIt) {
     }
     EXPECT_THAT(standing, ElementsAre("5022=Subscribe|4=100|5=BAC", "5022=Subscribe|4=100|5=SPY",
                                       "5022=Subscribe|4=100|5=SPY"));
+}
+
+TEST_F(RequestTest, FullWatchlistStillTakesAnUnsubscribe) {
+    client.settings().set(tivra::SessionConfig::MAX_WATCHLIST_SIZE_LONG, 1L);
+    startWithWatchlist();
+    const std::int64_t ibm = client.send(tivra::SUBSCRIBE, 100, "IBM");
+    EXPECT_EQ(client.send(tivra::SUBSCRIBE, 100, "BAC"), 0);
+    EXPECT_THAT(client.log(), HasSubstr("send() failed for tag 0: watchlist is full"));
+    EXPECT_EQ(client.ask(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, std::to_string(ibm)}}), 0);
+    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "BAC"), 0);
 }
 
 TEST_F(RequestTest, WatchlistAsksABusyHubAgain) {

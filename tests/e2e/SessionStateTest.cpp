@@ -57,12 +57,21 @@ TEST(SessionState, OneOfTwoHubsIsLostAndComesBack) {
     StartedHub first(hubOf({100, 922}));
     StartedHub second(hubOf({101, 922, 4100}));
     Client client(Client::Options({first.hostString(), second.hostString()}));
+    client.session().registerStatisticsEventHandler(&client, 1);
+    const std::int64_t early = client.send(tivra::QUERYSNAP, 101, "IBM131221C185");
     ASSERT_TRUE(client.startAndWait());
+    ASSERT_TRUE(client.waitForEnd(early));
+    EXPECT_EQ(client.messagesOf(early).back().status, 0) << "it waits until its source has a hub";
     EXPECT_THAT(client.sessionEvents(),
                 IsSupersetOf({"AVAILABLE_ALLSOURCES 100", "AVAILABLE_ALLSOURCES 101",
                               "AVAILABLE_ALLSOURCES 922", "AVAILABLE_ALLSOURCES 4100"}));
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 101, "IBM131221C185"), 0);
+    second.pushHubStatus(7, 0);
+    const auto hubDropIs = [](std::uint64_t wanted) {
+        return [wanted](std::uint64_t value) { return value == wanted; };
+    };
+    EXPECT_TRUE(client.waitForStatistics(tivra::StatisticsEvent::HUB_DROP, hubDropIs(7)));
     client.forget();
 
     second.setAccepting(false);
@@ -71,6 +80,8 @@ TEST(SessionState, OneOfTwoHubsIsLostAndComesBack) {
     EXPECT_THAT(client.sessionEvents(),
                 ElementsAre("RECOVERY", "RECOVERY_SOURCES 101", "RECOVERY_SOURCES 4100"));
     EXPECT_EQ(client.session().getState(), Session::TIVRA_SESSION_RECOVERY);
+    EXPECT_TRUE(client.waitForStatistics(tivra::StatisticsEvent::HUB_DROP, hubDropIs(0)))
+        << "a hub that is away contributes nothing";
     EXPECT_EQ(client.user().getState(), tivra::UserInfo::PARTIALLY_AUTHENTICATED);
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0) << "the other hub serves on";
     const std::int64_t held = client.send(tivra::QUERYSNAP, 101, "IBM131221C185");
@@ -83,6 +94,14 @@ TEST(SessionState, OneOfTwoHubsIsLostAndComesBack) {
     ASSERT_TRUE(client.waitForEnd(held)) << "a request sent during the loss waits for the hub";
     EXPECT_EQ(client.messagesOf(held).back().status, 0);
     EXPECT_EQ(client.user().getState(), tivra::UserInfo::AUTHENTICATED);
+    client.forget();
+
+    first.setAccepting(false);
+    first.dropConnections();
+    ASSERT_TRUE(client.waitForSessionEvent("RECOVERY_SOURCES 922"));
+    EXPECT_THAT(client.sessionEvents(),
+                ElementsAre("RECOVERY", "RECOVERY_SOURCES 100", "RECOVERY_SOURCES 922"))
+        << "the one that is back is not lost again";
 }
 
 TEST(SessionState, TheOnlyHubIsLostSilentlyAndComesBack) {
@@ -226,6 +245,7 @@ TEST(Failover, ToTheBackupAndBack) {
     ASSERT_TRUE(client.waitForEnd(tag));
     client.forget();
 
+    const auto firstLoss = std::chrono::steady_clock::now();
     primary.stop();
     ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
     EXPECT_TRUE(backup.waitForSubscriptions(1)) << "the standing request moves along";
@@ -237,6 +257,7 @@ TEST(Failover, ToTheBackupAndBack) {
     primary.start();
     backup.stop(); // and back, once fifteen seconds have passed since the first change
     ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
+    EXPECT_GE(std::chrono::steady_clock::now() - firstLoss, std::chrono::seconds(15));
     EXPECT_TRUE(primary.waitForSubscriptions(1));
 }
 

@@ -3,12 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <tp/Clock.h>
+
 #include "session/ReactorTables.h"
 #include "session/RetCodeTable.h"
+#include "session/SessionEventImpl.h"
+#include "session/SessionEventQueue.h"
 #include "session/SourceRoutes.h"
 #include "session/SplitTables.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
+#include "support/LogCapture.h"
 
 using namespace tivra_internal;
 
@@ -57,6 +62,36 @@ TEST(StartLatch, IsSettledOnceAndKeepsItsReason) {
     EXPECT_FALSE(done) << "what comes too late changes nothing";
     EXPECT_EQ(latch.outcome(reason), StartLatch::Outcome::Aborted);
     EXPECT_EQ(reason, "first");
+}
+
+TEST(SessionEventQueue, AFloodOfSourceEventsIsCutOffAndTheStateIsKept) {
+    using tivra::SessionEvent;
+    static char identity;
+    const auto make = [](SessionEvent::Types type, const std::string& version = "") {
+        return HandleAccess::make<SessionEvent>(std::make_unique<SessionEventImpl>(
+            type, reinterpret_cast<tivra::Session&>(identity), version, 100, 0));
+    };
+    tp::ManualClock clock;
+    LogCapture log;
+    SessionEventQueue queue;
+    for (int i = 0; i < 100003; ++i)
+        queue.push(make(SessionEvent::TIVRA_SESSION_SOURCE_ADDED));
+    EXPECT_EQ(log.lines().size(), 1U) << "one warning in a second";
+    tp::Clock::advance(1.5);
+    queue.push(make(SessionEvent::TIVRA_SESSION_SOURCE_REMOVED));
+    EXPECT_EQ(log.lines().size(), 2U);
+    queue.push(make(SessionEvent::TIVRA_SESSION_RECOVERY));
+    int kept = 0;
+    SessionEvent::Types last = SessionEvent::TIVRA_SESSION_UNAVAILABLE;
+    while (const SessionEventPtr event = queue.pop()) {
+        ++kept;
+        last = event->getType();
+    }
+    EXPECT_EQ(kept, 100001);
+    EXPECT_EQ(last, SessionEvent::TIVRA_SESSION_RECOVERY);
+
+    const SessionEventPtr loaded = make(SessionEvent::TIVRA_DIC_LOADED, std::string(100, 'v'));
+    EXPECT_EQ(sessionEventText(*loaded), "DIC_LOADED (" + std::string(37, 'v')) << "a hub's text is cut";
 }
 
 TEST(ChooseReactor, GoesRoundRobinAndGrowsOnlyAsFarAsConfigured) {
