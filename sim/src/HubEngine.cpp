@@ -421,6 +421,9 @@ void HubEngine::removeClosed() {
         } else {
             discardInput(fd);
         }
+        // Closing alone doesn't do it while a child that was just forked still holds the socket, and the events
+        // to come would find the connection gone.
+        ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
         m_sent += (*found)->output().takeCounters();
         m_state.connections.erase(found);
     }

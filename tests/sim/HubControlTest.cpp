@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
 
 using namespace tivra_sim;
@@ -179,6 +182,32 @@ TEST_F(HubControl, NewConnectionsCanBeTurnedAway) {
     EXPECT_EQ(client.readToEnd(), "");
     hub.setAccepting(true);
     RawClient(hub).logIn();
+}
+
+TEST_F(HubControl, AConnectionThatAChildOfTheProcessStillHoldsGetsNoMoreEvents) {
+    // The descriptors that the epoll instances of this process watch.
+    const auto watched = [] {
+        std::size_t count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+            std::ifstream file(entry.path());
+            for (std::string line; std::getline(file, line);)
+                count += line.rfind("tfd:", 0) == 0 ? 1U : 0U;
+        }
+        return count;
+    };
+    const std::size_t before = watched();
+    RawClient client(hub);
+    ASSERT_TRUE(hub.waitForConnections(1));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::pause();
+        ::_exit(0);
+    }
+    hub.dropConnections();
+    EXPECT_TRUE(hub.waitForConnections(0));
+    EXPECT_EQ(watched(), before);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
 }
 
 TEST_F(HubControl, WaitsEndAtTheirDeadline) {
