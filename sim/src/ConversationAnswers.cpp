@@ -28,12 +28,18 @@ bool isAtLeast(const Version& version, int major, int minor) {
     return version.major > major || (version.major == major && version.minor >= minor);
 }
 
-std::string permissionBody(std::int64_t tag, const std::set<int>& sources) {
-    Record record;
-    record.add(token::TAG, static_cast<long long>(tag));
+Record withPermissions(Record record, const std::set<int>& sources) {
     for (const int source : sources)
         record.add(token::PERMISSION, source);
-    return record.add(token::STATUS, status::SUCCESS).body();
+    return record;
+}
+
+/// How a pattern travels: between delimiters, and with "~" for the "|" that parts the pairs of a body.
+std::string patternOnTheWire(const std::string& pattern) {
+    std::string text = "{";
+    for (const char letter : pattern)
+        text += letter == '|' ? '~' : letter;
+    return text + "}";
 }
 
 } // namespace
@@ -41,16 +47,16 @@ std::string permissionBody(std::int64_t tag, const std::set<int>& sources) {
 Responder::Bodies Responder::loginUser(Connection& connection, const Request& request) {
     const User* user = m_state.model.findUser(request.value(token::USER_NAME));
     if (user == nullptr || user->password != request.value(token::PASSWORD))
-        return {statusBody(request.tag, status::BAD_LOGIN)};
+        return answeredWith(request, status::BAD_LOGIN);
     if (wantsCompression(request) && !connection.output().isCompressed())
-        return {statusBody(request.tag, status::BAD_PARAMETER)};
+        return answeredWith(request, status::BAD_PARAMETER);
     const auto logins =
         std::count_if(m_state.connections.begin(), m_state.connections.end(), [&](const auto& other) {
             return other.get() != &connection && other->client().isLoggedIn &&
                    other->client().user == user->name;
         });
     if (user->maxLogins > 0 && logins >= static_cast<std::ptrdiff_t>(user->maxLogins))
-        return {statusBody(request.tag, status::TOO_MANY_LOGINS)};
+        return answeredWith(request, status::TOO_MANY_LOGINS);
     ClientState& client = connection.client();
     client.isLoggedIn = true;
     client.user = user->name;
@@ -61,13 +67,13 @@ Responder::Bodies Responder::loginUser(Connection& connection, const Request& re
 }
 
 Responder::Bodies Responder::succeed(Connection&, const Request& request) {
-    return {statusBody(request.tag, status::SUCCESS)};
+    return answeredWith(request, status::SUCCESS);
 }
 
 Responder::Bodies Responder::listEnumeration(Connection&, const Request& request) {
     std::vector<const DictionaryRow*> rows;
     if (!namedTokens(request, rows))
-        return {statusBody(request.tag, status::UNKNOWN_TOKEN)};
+        return answeredWith(request, status::UNKNOWN_TOKEN);
     Bodies bodies;
     for (const Enumeration& enumeration : m_state.model.config().enumerations) {
         const bool wanted =
@@ -77,8 +83,7 @@ Responder::Bodies Responder::listEnumeration(Connection&, const Request& request
         if (!wanted)
             continue;
         for (const auto& [value, text] : enumeration.values)
-            bodies.push_back(Record()
-                                 .add(token::TAG, static_cast<long long>(request.tag))
+            bodies.push_back(answerTo(request)
                                  .add(token::TOKEN_NUM, enumeration.token)
                                  .add(token::ENUM_VALUE, value)
                                  .add(token::ENUM_DESC, text)
@@ -92,7 +97,7 @@ Responder::Bodies Responder::listEnumeration(Connection&, const Request& request
 Responder::Bodies Responder::setConflationInterval(Connection& connection, const Request& request) {
     const std::int64_t interval = request.number(token::CONFLATION_INTERVAL);
     if (interval < 0)
-        return {statusBody(request.tag, status::BAD_PARAMETER)};
+        return answeredWith(request, status::BAD_PARAMETER);
     connection.client().conflationInterval = interval;
     return succeed(connection, request);
 }
@@ -100,21 +105,20 @@ Responder::Bodies Responder::setConflationInterval(Connection& connection, const
 Responder::Bodies Responder::setConflationType(Connection& connection, const Request& request) {
     const Version version = parseVersion(m_state.model.config().hubVersion);
     if (!isAtLeast(version, 7, 4))
-        return {statusBody(request.tag, status::UNKNOWN_COMMAND)};
+        return answeredWith(request, status::UNKNOWN_COMMAND);
     const std::int64_t type = request.number(token::CONFLATION);
     const std::int64_t threshold = request.number(token::JIT_THRESHOLD, 25);
     const bool known = type >= 0 && (type <= 2 || (type == 3 && isAtLeast(version, 7, 5)) ||
                                      (type == 4 && isAtLeast(version, 7, 8)));
     if (!known || threshold < 1 || threshold > 75)
-        return {statusBody(request.tag, status::BAD_PARAMETER)};
+        return answeredWith(request, status::BAD_PARAMETER);
     connection.client().conflationType = type;
     return succeed(connection, request);
 }
 
 Responder::Bodies Responder::listAdministrationInfo(Connection&, const Request& request) {
     const HubConfig& config = m_state.model.config();
-    return {Record()
-                .add(token::TAG, static_cast<long long>(request.tag))
+    return {answerTo(request)
                 .add(token::DICTIONARY_VERSION, config.dictionaryVersion)
                 .add(token::HUB_VERSION, config.hubVersion)
                 .add(token::STATUS, status::SUCCESS)
@@ -124,13 +128,7 @@ Responder::Bodies Responder::listAdministrationInfo(Connection&, const Request& 
 Responder::Bodies Responder::listInternalTokens(Connection&, const Request& request) {
     Bodies bodies;
     for (const DictionaryRow& row : m_state.model.config().dictionary)
-        bodies.push_back(Record()
-                             .add(token::TAG, static_cast<long long>(request.tag))
-                             .add(token::TOKEN_NUM, row.number)
-                             .add(token::TOKEN_NAME, row.name)
-                             .add(token::TOKEN_TYPE, row.type)
-                             .add(token::TOKEN_SIZE, row.length)
-                             .body());
+        bodies.push_back(rowBody(request, row));
     bodies.push_back(statusBody(request.tag, status::SUCCESS));
     return bodies;
 }
@@ -138,36 +136,53 @@ Responder::Bodies Responder::listInternalTokens(Connection&, const Request& requ
 Responder::Bodies Responder::getPort(Connection& connection, const Request& request) {
     const auto source = static_cast<int>(request.number(token::SOURCE));
     if (source < 1)
-        return {statusBody(request.tag, status::BAD_PARAMETER)};
-    if (m_state.model.boxPermissions().count(source) == 0)
-        return {statusBody(request.tag, status::NO_PORT)};
-    Record record;
-    record.add(token::TAG, static_cast<long long>(request.tag)).add(token::SOURCE, source);
-    // An aggregating hub is told by an answer that names no port for the system source.
-    if (source != SYSTEM_SOURCE || m_state.model.config().topology == Topology::SingleInstance)
-        record.add(token::HOST, hostOf(connection)).add(token::PORT, m_state.port);
-    return {record.add(token::STATUS, status::SUCCESS).body()};
+        return answeredWith(request, status::BAD_PARAMETER);
+    std::vector<GroupDirectory::Place> places = placesOf(source);
+    if (places.empty())
+        return answeredWith(request, status::NO_PORT);
+    if (source == SYSTEM_SOURCE && m_state.model.config().topology == Topology::Aggregating)
+        places.clear(); // what an aggregating hub is known by
+    else if (source == SYSTEM_SOURCE && m_state.group != nullptr && places.size() == 1)
+        places.push_back(places.front()); // named once, it would be a hub without a group
+    Record record = answerTo(request);
+    record.add(token::SOURCE, source);
+    for (const GroupDirectory::Place& place : places)
+        record.add(token::HOST, place.host.empty() ? connection.localAddress() : place.host)
+            .add(token::PORT, place.port);
+    return succeededWith(std::move(record));
+}
+
+Responder::Bodies Responder::listSplitExchanges(Connection&, const Request& request) {
+    Bodies bodies;
+    if (m_state.group != nullptr) {
+        for (const auto& [source, patterns] : m_state.group->splitsOf(m_state.member)) {
+            Record record = answerTo(request);
+            record.add(token::SOURCE, source);
+            for (const std::string& pattern : patterns)
+                record.add(token::SYMBOL, patternOnTheWire(pattern));
+            bodies.push_back(record.body());
+        }
+    }
+    bodies.push_back(statusBody(request.tag, status::SUCCESS));
+    return bodies;
 }
 
 Responder::Bodies Responder::getAllPorts(Connection&, const Request& request) {
-    return {Record()
-                .add(token::TAG, static_cast<long long>(request.tag))
-                .add(token::PORT, m_state.port)
-                .add(token::STATUS, status::SUCCESS)
-                .body()};
+    return {answerTo(request).add(token::PORT, m_state.port).add(token::STATUS, status::SUCCESS).body()};
 }
 
 Responder::Bodies Responder::getXrefPort(Connection&, const Request& request) {
-    return {statusBody(request.tag, status::NO_PORT)};
+    return answeredWith(request, status::NO_PORT);
 }
 
 Responder::Bodies Responder::listSystemPermission(Connection&, const Request& request) {
-    return {permissionBody(request.tag, m_state.model.boxPermissions())};
+    return succeededWith(withPermissions(answerTo(request), m_state.model.boxPermissions()));
 }
 
 Responder::Bodies Responder::listUserPermission(Connection& connection, const Request& request) {
     const User* user = m_state.model.findUser(connection.client().user);
-    return {permissionBody(request.tag, user == nullptr ? std::set<int>{} : user->permissions)};
+    return succeededWith(
+        withPermissions(answerTo(request), user == nullptr ? std::set<int>{} : user->permissions));
 }
 
 Responder::Bodies Responder::reportApiStats(Connection& connection, const Request& request) {

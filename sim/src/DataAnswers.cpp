@@ -117,7 +117,7 @@ Responder::allowedEntries(Connection& connection, int source,
                           const std::function<bool(const SymbolEntry&)>& predicate) {
     return m_state.model.select([&](const SymbolEntry& entry) {
         return (source == -1 || entry.source == source) && predicate(entry) &&
-               m_state.sourceStatus(connection, entry.source) == status::SUCCESS;
+               m_state.sourceStatus(connection, entry.source) == status::SUCCESS && m_state.holds(entry);
     });
 }
 
@@ -143,7 +143,7 @@ Responder::Target Responder::resolve(Connection& connection, const Request& requ
     target.pattern = wholeSource || (wildcard && symbol.empty()) ? "*" : symbol;
     if (!target.isWildcard && alternates.empty() && target.source != -1) {
         SymbolEntry* entry = m_state.model.find(target.source, symbol);
-        if (entry != nullptr)
+        if (entry != nullptr && m_state.holds(*entry))
             target.entries.push_back(entry);
     } else {
         target.entries = allowedEntries(connection, target.source, [&](const SymbolEntry& entry) {
@@ -152,8 +152,10 @@ Responder::Target Responder::resolve(Connection& connection, const Request& requ
             return named && carries(entry, alternates);
         });
     }
+    // A group's client asks every member for news, and those that don't have it must not spoil the answer.
+    const bool isElsewhere = m_state.group != nullptr && target.source >= FIRST_NEWS_SOURCE;
     if (target.entries.empty() && !wholeSource)
-        target.status = status::UNKNOWN_SYMBOL;
+        target.status = isElsewhere ? status::NOT_CARRIED : status::UNKNOWN_SYMBOL;
     return target;
 }
 
@@ -177,7 +179,7 @@ Responder::Bodies Responder::subscribeWildCard(Connection& connection, const Req
     const Target target = resolve(connection, request, true);
     if (target.status == status::SUCCESS)
         enter(connection, target, request.tag);
-    return {statusBody(request.tag, target.status)};
+    return answeredWith(request, target.status);
 }
 
 Responder::Bodies Responder::unsubscribe(Connection& connection, const Request& request) {
@@ -194,7 +196,7 @@ Responder::Bodies Responder::unsubscribe(Connection& connection, const Request& 
         return !target.entries.empty() && candidate.symbols == target.entries;
     });
     if (ended > 0)
-        return {statusBody(request.tag, status::SUCCESS)};
+        return answeredWith(request, status::SUCCESS);
     return {statusBody(request.tag,
                        target.status == status::SUCCESS ? status::UNKNOWN_SUBSCRIPTION : target.status)};
 }
@@ -255,7 +257,7 @@ Responder::Bodies Responder::queryDepthAndSubscribe(Connection& connection, cons
 Responder::Bodies Responder::queryXRef(Connection& connection, const Request& request) {
     const Target target = resolve(connection, request, false);
     if (target.status != status::SUCCESS)
-        return {statusBody(request.tag, target.status)};
+        return answeredWith(request, target.status);
     // Beside what was named, whatever shares its CUSIP number or ISIN on another source.
     const std::vector<SymbolEntry*> related = allowedEntries(connection, -1, [&](const SymbolEntry& entry) {
         return std::any_of(target.entries.begin(), target.entries.end(), [&](const SymbolEntry* named) {
@@ -270,9 +272,8 @@ Responder::Bodies Responder::queryXRef(Connection& connection, const Request& re
     });
     Bodies bodies;
     for (const SymbolEntry* entry : related) {
-        Record record;
-        record.add(token::TAG, static_cast<long long>(request.tag))
-            .add(token::PERMISSION, entry->source)
+        Record record = answerTo(request);
+        record.add(token::PERMISSION, entry->source)
             .add(token::SOURCE, entry->source)
             .add(token::SYMBOL, entry->symbol);
         for (const int token : {token::CUSIP, token::ISIN, token::SEDOL, token::BLOOMBERG_TICKER,

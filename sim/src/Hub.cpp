@@ -9,6 +9,9 @@ namespace tivra_sim {
 
 Hub::Hub(HubConfig config) : m_engine(std::make_unique<HubEngine>(std::move(config))) {}
 
+Hub::Hub(HubConfig config, std::shared_ptr<GroupDirectory> group, std::size_t member)
+    : m_engine(std::make_unique<HubEngine>(std::move(config), std::move(group), member)) {}
+
 Hub::~Hub() = default;
 
 void Hub::start() {
@@ -146,21 +149,54 @@ std::size_t Hub::pushJit(int conflation) {
 }
 
 std::size_t Hub::pushEntitlementAlert(int source, bool granted) {
-    Record record(SYSTEM_SOURCE, ENTITLEMENT_SYMBOL);
-    record.add(token::SOURCE, source);
-    if (!granted)
-        record.add(token::RECORD_DEL, 1);
-    return pushToAll(record);
+    std::size_t count = 0;
+    m_engine->run([&] { count = m_engine->alert(source, granted, std::nullopt); });
+    return count;
 }
 
 std::size_t Hub::grantSource(int source) {
-    m_engine->run([&] { m_engine->model().grant(source); });
+    m_engine->run([&] {
+        m_engine->model().grant(source);
+        m_engine->announceBox();
+    });
     return pushEntitlementAlert(source, true);
 }
 
 std::size_t Hub::withdrawSource(int source) {
     m_engine->run([&] { m_engine->model().withdraw(source); });
     return pushEntitlementAlert(source, false);
+}
+
+std::size_t Hub::grant(std::string_view user, int source) {
+    std::size_t count = 0;
+    m_engine->run([&] {
+        m_engine->model().grant(user, source);
+        count = m_engine->alert(source, true, user);
+    });
+    return count;
+}
+
+std::size_t Hub::withdraw(std::string_view user, int source) {
+    std::size_t count = 0;
+    m_engine->run([&] {
+        m_engine->model().withdraw(user, source);
+        count = m_engine->alert(source, false, user);
+    });
+    return count;
+}
+
+void Hub::carry(int source) {
+    m_engine->run([&] {
+        m_engine->model().carry(source);
+        m_engine->announceBox();
+    });
+}
+
+void Hub::stopCarrying(int source) {
+    m_engine->run([&] {
+        m_engine->model().stopCarrying(source);
+        m_engine->announceBox();
+    });
 }
 
 void Hub::dropConnections(Close how) {
@@ -206,8 +242,16 @@ void Hub::refuseLogin(int status, unsigned times) {
 
 void Hub::ignore(std::string_view command, unsigned times) {
     m_engine->run([&] {
-        m_engine->misbehaviour().refusals.push_back({std::string(command), std::nullopt, times});
+        m_engine->misbehaviour().refusals.push_back({std::string(command), std::monostate{}, times});
     });
+}
+
+void Hub::answerBusy(std::string_view command, unsigned times) {
+    refuse(command, status::BUSY, times);
+}
+
+void Hub::answerWrong(std::string_view command, Wrong how, unsigned times) {
+    m_engine->run([&] { m_engine->misbehaviour().refusals.push_back({std::string(command), how, times}); });
 }
 
 void Hub::clearRefusals() {

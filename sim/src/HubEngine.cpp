@@ -1,5 +1,7 @@
 #include "HubEngine.h"
 
+#include "WrongAnswers.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -56,19 +58,22 @@ void discardInput(int fd) {
 
 } // namespace
 
-HubEngine::HubEngine(HubConfig config)
+HubEngine::HubEngine(HubConfig config, std::shared_ptr<GroupDirectory> group, std::size_t member)
     : m_config(std::move(config))
     , m_journal(m_config.requestLogLimit)
     , m_port(m_config.port)
-    , m_state(m_config)
+    , m_group(std::move(group))
+    , m_state(m_config, m_group.get(), member)
     , m_responder(m_state)
     , m_playback(m_state, m_config.playback) {
     m_state.model.onNewSymbol([this](SymbolEntry& entry) {
         for (const auto& connection : m_state.connections) {
-            if (m_state.sourceStatus(*connection, entry.source) == status::SUCCESS)
+            if (m_state.sourceStatus(*connection, entry.source) == status::SUCCESS && m_state.holds(entry))
                 connection->cover(entry);
         }
     });
+    announcePlace();
+    announceBox();
 }
 
 HubEngine::~HubEngine() {
@@ -130,10 +135,20 @@ void HubEngine::listen() {
     watchDescriptor(epoll.get(), timer.get(), &m_timer);
     m_port = ntohs(address.sin_port);
     m_state.port = m_port;
+    announcePlace();
     m_listener = std::move(listener);
     m_epoll = std::move(epoll);
     m_wake = std::move(wake);
     m_timer = std::move(timer);
+}
+
+void HubEngine::announcePlace() {
+    if (m_group == nullptr)
+        return;
+    const bool isAnyAddress = m_config.bindAddress == "0.0.0.0";
+    const std::string own = isAnyAddress ? std::string() : m_config.bindAddress;
+    m_group->setPlace(m_state.member,
+                      {m_config.advertisedHost.empty() ? own : m_config.advertisedHost, m_port});
 }
 
 void HubEngine::stop() {
@@ -337,27 +352,31 @@ Hub::Frames HubEngine::framesFor(Connection& connection, const Request& request)
         if (scripted)
             return *std::move(scripted);
     }
-    if (Misbehaviour::Refusal* refusal = findRefusal(request.command)) {
-        const std::optional<int> status = refusal->status;
-        if (refusal->timesLeft > 0 && --refusal->timesLeft == 0)
-            m_misbehaviour.refusals.erase(m_misbehaviour.refusals.begin() +
-                                          (refusal - m_misbehaviour.refusals.data()));
-        if (!status)
-            return {};
+    const std::optional<Misbehaviour::Refusal> refusal = takeRefusal(request.command);
+    if (refusal && std::holds_alternative<std::monostate>(refusal->answer))
+        return {};
+    if (const int* status = refusal ? std::get_if<int>(&refusal->answer) : nullptr)
         return {encodeFrame(Responder::statusBody(request.tag, *status))};
-    }
+    Responder::Bodies bodies = m_responder.answer(connection, request);
+    if (refusal)
+        bodies = spoilt(bodies, std::get<Hub::Wrong>(refusal->answer));
     Hub::Frames frames;
-    for (const std::string& body : m_responder.answer(connection, request))
+    for (const std::string& body : bodies)
         frames.push_back(encodeFrame(body));
     return frames;
 }
 
-Misbehaviour::Refusal* HubEngine::findRefusal(std::string_view command) {
-    for (Misbehaviour::Refusal& refusal : m_misbehaviour.refusals) {
-        if (refusal.command == command)
-            return &refusal;
-    }
-    return nullptr;
+std::optional<Misbehaviour::Refusal> HubEngine::takeRefusal(std::string_view command) {
+    std::vector<Misbehaviour::Refusal>& refusals = m_misbehaviour.refusals;
+    const auto found = std::find_if(refusals.begin(), refusals.end(), [command](const auto& refusal) {
+        return refusal.command == command || (refusal.command == Hub::ANY_COMMAND && command != "LoginUser");
+    });
+    if (found == refusals.end())
+        return std::nullopt;
+    Misbehaviour::Refusal taken = *found;
+    if (found->timesLeft > 0 && --found->timesLeft == 0)
+        refusals.erase(found);
+    return taken;
 }
 
 void HubEngine::runTimers(Clock::time_point now) {
@@ -421,8 +440,8 @@ void HubEngine::removeClosed() {
         } else {
             discardInput(fd);
         }
-        // Closing alone doesn't do it while a child that was just forked still holds the socket, and the events
-        // to come would find the connection gone.
+        // Closing alone doesn't do it while a child that was just forked still holds the socket, and the
+        // events to come would find the connection gone.
         ::epoll_ctl(m_epoll.get(), EPOLL_CTL_DEL, fd, nullptr);
         m_sent += (*found)->output().takeCounters();
         m_state.connections.erase(found);

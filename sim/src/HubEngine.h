@@ -13,9 +13,11 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <variant>
 #include <vector>
 
 namespace tivra_sim {
@@ -24,8 +26,8 @@ namespace tivra_sim {
 struct Misbehaviour {
     struct Refusal {
         std::string command;
-        /// The status to answer with; no value withholds the answer.
-        std::optional<int> status;
+        /// The status to answer with, or how the answer is spoilt; nothing withholds it.
+        std::variant<std::monostate, int, Hub::Wrong> answer;
         unsigned timesLeft = 0; ///< 0 is for good
     };
 
@@ -43,7 +45,8 @@ struct Misbehaviour {
 /// holds the task mutex while it does not.
 class HubEngine {
 public:
-    explicit HubEngine(HubConfig config);
+    explicit HubEngine(HubConfig config, std::shared_ptr<GroupDirectory> group = nullptr,
+                       std::size_t member = 0);
     ~HubEngine();
 
     void start();
@@ -70,6 +73,10 @@ public:
     void applyDeafness();
     std::size_t publishRecord(std::string_view body, FrameKind kind);
     std::size_t sendToAll(std::string_view frame, FrameKind kind, bool onlyLoggedIn);
+    /// Sends the alert about a source to the connections of a user, or to all. Returns how many got it.
+    std::size_t alert(int source, bool granted, const std::optional<std::string_view>& user);
+    /// Lets the group know what this hub carries.
+    void announceBox();
     std::size_t sendToSubscribers(SymbolEntry& entry, std::string_view body, FrameKind kind);
     std::size_t pushHeartbeat();
     std::size_t pushHubStatus();
@@ -83,6 +90,7 @@ private:
     };
 
     void listen();
+    void announcePlace();
     void loop();
     void waitForEvents();
     void runTasks();
@@ -92,7 +100,8 @@ private:
     void readFrom(Connection& connection);
     void serve(Connection& connection, std::string_view text);
     [[nodiscard]] Hub::Frames framesFor(Connection& connection, const Request& request);
-    Misbehaviour::Refusal* findRefusal(std::string_view command);
+    /// What is to be done in place of the good answer, counted down.
+    std::optional<Misbehaviour::Refusal> takeRefusal(std::string_view command);
     void runTimers(Clock::time_point now);
     void flushAll(Clock::time_point now);
     void flush(Connection& connection, Clock::time_point now);
@@ -108,6 +117,7 @@ private:
     Journal m_journal;
     std::atomic<std::uint16_t> m_port;
 
+    const std::shared_ptr<GroupDirectory> m_group;
     HubState m_state;
     Responder m_responder;
     PlaybackEngine m_playback;

@@ -79,6 +79,26 @@ std::size_t HubEngine::sendToAll(std::string_view frame, FrameKind kind, bool on
     return count;
 }
 
+std::size_t HubEngine::alert(int source, bool granted, const std::optional<std::string_view>& user) {
+    Record record(SYSTEM_SOURCE, ENTITLEMENT_SYMBOL);
+    record.add(token::SOURCE, source);
+    if (!granted)
+        record.add(token::RECORD_DEL, 1);
+    std::size_t count = 0;
+    for (const auto& connection : m_state.connections) {
+        if (!connection->client().isLoggedIn || (user && connection->client().user != *user))
+            continue;
+        connection->output().append(record.frame(), FrameKind::System);
+        ++count;
+    }
+    return count;
+}
+
+void HubEngine::announceBox() {
+    if (m_group != nullptr)
+        m_group->setSources(m_state.member, m_state.model.boxPermissions());
+}
+
 std::size_t HubEngine::pushHeartbeat() {
     Record record(SYSTEM_SOURCE, HEARTBEAT_SYMBOL);
     record.add(token::CURRENT_DATETIME, clockText());

@@ -39,6 +39,20 @@ void HubModel::withdraw(int source) {
         user.permissions.erase(source);
 }
 
+void HubModel::grant(std::string_view user, int source) {
+    for (User& candidate : m_users) {
+        if (candidate.name == user)
+            candidate.permissions.insert(source);
+    }
+}
+
+void HubModel::withdraw(std::string_view user, int source) {
+    for (User& candidate : m_users) {
+        if (candidate.name == user)
+            candidate.permissions.erase(source);
+    }
+}
+
 SymbolEntry* HubModel::find(int source, std::string_view symbol) {
     const auto entry = m_symbols.find(std::pair(source, std::string(symbol)));
     return entry == m_symbols.end() ? nullptr : entry->second.get();

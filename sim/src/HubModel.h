@@ -48,8 +48,14 @@ public:
     [[nodiscard]] const std::set<int>& boxPermissions() const { return m_box; }
     [[nodiscard]] const std::vector<User>& users() const { return m_users; }
     [[nodiscard]] const User* findUser(std::string_view name) const;
+    /// For all users, and on the box when granted.
     void grant(int source);
     void withdraw(int source);
+    /// For one user; no effect when there is none of that name.
+    void grant(std::string_view user, int source);
+    void withdraw(std::string_view user, int source);
+    void carry(int source) { m_box.insert(source); }
+    void stopCarrying(int source) { m_box.erase(source); }
 
     [[nodiscard]] SymbolEntry* find(int source, std::string_view symbol);
     /// The entry of a symbol, made when there is none; wildcard subscriptions that match it then cover it.

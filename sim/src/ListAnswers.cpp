@@ -7,7 +7,7 @@ namespace tivra_sim {
 Responder::Bodies Responder::listAvailableTokens(Connection& connection, const Request& request) {
     std::vector<const DictionaryRow*> rows;
     if (!namedTokens(request, rows))
-        return {statusBody(request.tag, status::UNKNOWN_TOKEN)};
+        return answeredWith(request, status::UNKNOWN_TOKEN);
     std::set<int> present;
     const bool narrowed = request.has(token::SOURCE) || request.has(token::SYMBOL);
     if (narrowed) {
@@ -17,7 +17,7 @@ Responder::Bodies Responder::listAvailableTokens(Connection& connection, const R
             named.text = "5=" + request.value(token::SYMBOL);
         const Target target = resolve(connection, named, false);
         if (target.status != status::SUCCESS)
-            return {statusBody(request.tag, target.status)};
+            return answeredWith(request, target.status);
         for (SymbolEntry* entry : target.entries) {
             HubModel::settle(*entry);
             for (const auto& field : entry->fields)
@@ -32,13 +32,7 @@ Responder::Bodies Responder::listAvailableTokens(Connection& connection, const R
             });
         if (!named || (narrowed && present.count(row.number) == 0))
             continue;
-        bodies.push_back(Record()
-                             .add(token::TAG, static_cast<long long>(request.tag))
-                             .add(token::TOKEN_NUM, row.number)
-                             .add(token::TOKEN_NAME, row.name)
-                             .add(token::TOKEN_TYPE, row.type)
-                             .add(token::TOKEN_SIZE, row.length)
-                             .body());
+        bodies.push_back(rowBody(request, row));
     }
     bodies.push_back(statusBody(request.tag, status::SUCCESS));
     return bodies;
@@ -46,8 +40,7 @@ Responder::Bodies Responder::listAvailableTokens(Connection& connection, const R
 
 Responder::Bodies Responder::listExtendedExchangeInfo(Connection& connection, const Request& request) {
     const Enumeration* names = findEnumeration(token::SOURCE);
-    Record record;
-    record.add(token::TAG, static_cast<long long>(request.tag));
+    Record record = answerTo(request);
     for (const int source : m_state.model.boxPermissions()) {
         if (m_state.sourceStatus(connection, source) != status::SUCCESS)
             continue;
@@ -55,24 +48,20 @@ Responder::Bodies Responder::listExtendedExchangeInfo(Connection& connection, co
         if (names != nullptr && names->values.count(source) > 0)
             record.add(3001, names->values.at(source));
     }
-    return {record.add(token::STATUS, status::SUCCESS).body()};
+    return succeededWith(std::move(record));
 }
 
 Responder::Bodies Responder::listSubscribedSymbols(Connection& connection, const Request& request) {
     Bodies bodies;
     for (const SymbolEntry* entry : connection.subscribedSymbols())
-        bodies.push_back(Record()
-                             .add(token::TAG, static_cast<long long>(request.tag))
-                             .add(token::SOURCE, entry->source)
-                             .add(token::SYMBOL, entry->symbol)
-                             .body());
+        bodies.push_back(
+            answerTo(request).add(token::SOURCE, entry->source).add(token::SYMBOL, entry->symbol).body());
     bodies.push_back(statusBody(request.tag, status::SUCCESS));
     return bodies;
 }
 
 Responder::Bodies Responder::getActiveClientsInfo(Connection&, const Request& request) {
-    Record record;
-    record.add(token::TAG, static_cast<long long>(request.tag));
+    Record record = answerTo(request);
     for (const auto& other : m_state.connections) {
         if (other->client().isLoggedIn)
             record.add(token::USER_NAME, other->client().user)
@@ -81,23 +70,21 @@ Responder::Bodies Responder::getActiveClientsInfo(Connection&, const Request& re
                 .add(token::CLIENT_VERSION, other->client().version)
                 .add(5054, static_cast<long long>(other->subscriptionCount()));
     }
-    return {record.add(token::STATUS, status::SUCCESS).body()};
+    return succeededWith(std::move(record));
 }
 
 Responder::Bodies Responder::getAllUsers(Connection&, const Request& request) {
-    Record record;
-    record.add(token::TAG, static_cast<long long>(request.tag));
+    Record record = answerTo(request);
     for (const User& user : m_state.model.users())
         record.add(token::USER_NAME, user.name);
-    return {record.add(token::STATUS, status::SUCCESS).body()};
+    return succeededWith(std::move(record));
 }
 
 Responder::Bodies Responder::getSourcePortDetails(Connection& connection, const Request& request) {
     Bodies bodies;
     for (const int source : m_state.model.boxPermissions()) {
         if (m_state.sourceStatus(connection, source) == status::SUCCESS)
-            bodies.push_back(Record()
-                                 .add(token::TAG, static_cast<long long>(request.tag))
+            bodies.push_back(answerTo(request)
                                  .add(token::SOURCE, source)
                                  .add(token::HOST, hostOf(connection))
                                  .add(token::PORT, m_state.port)
@@ -110,7 +97,7 @@ Responder::Bodies Responder::getSourcePortDetails(Connection& connection, const 
 Responder::Bodies Responder::selectUserFilterTokens(Connection& connection, const Request& request) {
     std::vector<const DictionaryRow*> rows;
     if (!namedTokens(request, rows))
-        return {statusBody(request.tag, status::UNKNOWN_TOKEN)};
+        return answeredWith(request, status::UNKNOWN_TOKEN);
     std::set<int>& filter = connection.client().filter;
     filter.clear();
     for (const DictionaryRow* row : rows)
@@ -121,13 +108,13 @@ Responder::Bodies Responder::selectUserFilterTokens(Connection& connection, cons
 Responder::Bodies Responder::addAlternateIndex(Connection& connection, const Request& request) {
     const auto source = static_cast<int>(request.number(token::SOURCE));
     if (source < 1)
-        return {statusBody(request.tag, status::BAD_PARAMETER)};
+        return answeredWith(request, status::BAD_PARAMETER);
     const int permitted = m_state.sourceStatus(connection, source);
     if (permitted != status::SUCCESS)
-        return {statusBody(request.tag, permitted)};
+        return answeredWith(request, permitted);
     std::vector<const DictionaryRow*> rows;
     if (!namedTokens(request, rows))
-        return {statusBody(request.tag, status::UNKNOWN_TOKEN)};
+        return answeredWith(request, status::UNKNOWN_TOKEN);
     auto& indexes = connection.client().alternateIndexes;
     if (rows.empty())
         indexes.erase(source);

@@ -15,7 +15,7 @@ const Responder::Command Responder::COMMANDS[] = {
     {"GetPort", &Responder::getPort},
     {"GetAllPorts", &Responder::getAllPorts},
     {"GetXrefPort", &Responder::getXrefPort},
-    {"ListSplitExchanges", &Responder::succeed},
+    {"ListSplitExchanges", &Responder::listSplitExchanges},
     {"ListSystemPermission", &Responder::listSystemPermission},
     {"ListUserPermission", &Responder::listUserPermission},
     {"Echo", &Responder::succeed},
@@ -69,6 +69,23 @@ std::string Responder::statusBody(std::int64_t tag, int status) {
 std::string Responder::hostOf(const Connection& connection) const {
     const std::string& advertised = m_state.model.config().advertisedHost;
     return advertised.empty() ? connection.localAddress() : advertised;
+}
+
+std::vector<GroupDirectory::Place> Responder::placesOf(int source) const {
+    if (m_state.group != nullptr)
+        return source == SYSTEM_SOURCE ? m_state.group->places() : m_state.group->carriers(source);
+    if (m_state.model.boxPermissions().count(source) == 0)
+        return {};
+    return {{m_state.model.config().advertisedHost, m_state.port}};
+}
+
+std::string Responder::rowBody(const Request& request, const DictionaryRow& row) {
+    return answerTo(request)
+        .add(token::TOKEN_NUM, row.number)
+        .add(token::TOKEN_NAME, row.name)
+        .add(token::TOKEN_TYPE, row.type)
+        .add(token::TOKEN_SIZE, row.length)
+        .body();
 }
 
 const DictionaryRow* Responder::findRow(int number) const {

@@ -2,26 +2,36 @@
 #define TIVRA_SIM_RESPONDER_H
 
 #include "Connection.h"
+#include "GroupDirectory.h"
 #include "HubModel.h"
 #include "tivra_sim/Request.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tivra_sim {
 
 /// What the parts of a running hub work on together. Used by the hub's thread alone.
 struct HubState {
-    explicit HubState(const HubConfig& config) : model(config) {}
+    HubState(const HubConfig& config, const GroupDirectory* group_, std::size_t member_)
+        : model(config), group(group_), member(member_) {}
 
     HubModel model;
+    /// The group that the hub is a member of, null for a hub of its own.
+    const GroupDirectory* group;
+    std::size_t member;
     std::vector<std::unique_ptr<Connection>> connections;
     std::uint16_t port = 0;
 
     /// status::SUCCESS when the hub carries the source and the client's user may have it.
     [[nodiscard]] int sourceStatus(Connection& connection, int source) const;
+    /// False for a symbol of a split source that another member of the group has.
+    [[nodiscard]] bool holds(const SymbolEntry& entry) const {
+        return group == nullptr || group->holds(member, entry.source, entry.symbol);
+    }
 };
 
 /// Answers requests: one function per command word, each giving the bodies of its answer in order, the one
@@ -36,6 +46,11 @@ public:
 
     /// The body that says nothing but a status under a tag; a tag below 0 is left out.
     [[nodiscard]] static std::string statusBody(std::int64_t tag, int status);
+
+    /// The bodies of an answer that is nothing but a status.
+    [[nodiscard]] static Bodies answeredWith(const Request& request, int status) {
+        return {statusBody(request.tag, status)};
+    }
 
     /// Whether a login asks for a compressed stream.
     [[nodiscard]] static bool wantsCompression(const Request& login) {
@@ -72,6 +87,7 @@ private:
     Bodies getPort(Connection&, const Request&);
     Bodies getAllPorts(Connection&, const Request&);
     Bodies getXrefPort(Connection&, const Request&);
+    Bodies listSplitExchanges(Connection&, const Request&);
     Bodies listSystemPermission(Connection&, const Request&);
     Bodies listUserPermission(Connection&, const Request&);
     Bodies succeed(Connection&, const Request&);
@@ -99,6 +115,15 @@ private:
     Bodies selectUserFilterTokens(Connection&, const Request&);
     Bodies addAlternateIndex(Connection&, const Request&);
 
+    /// The beginning of each body of an answer.
+    [[nodiscard]] static Record answerTo(const Request& request) {
+        return std::move(Record().add(token::TAG, static_cast<long long>(request.tag)));
+    }
+    /// The end of an answer whose one body is `record`.
+    [[nodiscard]] static Bodies succeededWith(Record record) {
+        return {record.add(token::STATUS, status::SUCCESS).body()};
+    }
+    [[nodiscard]] static std::string rowBody(const Request& request, const DictionaryRow& row);
     Bodies images(const Target& target, std::int64_t tag, bool subscribeToo, Connection& connection);
     Bodies depth(const Target& target, std::int64_t tag, bool subscribeToo, Connection& connection);
     void enter(Connection& connection, const Target& target, std::int64_t tag);
@@ -107,6 +132,8 @@ private:
     /// The dictionary rows that a request names by number or name. False when one is unknown.
     bool namedTokens(const Request& request, std::vector<const DictionaryRow*>& rows) const;
     [[nodiscard]] std::string hostOf(const Connection& connection) const;
+    /// The hubs that carry a source, as far as this hub knows; for the system source the whole group.
+    [[nodiscard]] std::vector<GroupDirectory::Place> placesOf(int source) const;
     [[nodiscard]] const Enumeration* findEnumeration(int token) const;
 
     HubState& m_state;

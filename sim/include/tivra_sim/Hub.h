@@ -19,6 +19,7 @@
 
 namespace tivra_sim {
 
+class GroupDirectory;
 class HubEngine;
 
 /// What a hub has done so far. One consistent view, at most a moment old.
@@ -133,6 +134,12 @@ public:
     /// Changes the permissions of all users, and of the box when granted, and tells all connections.
     std::size_t grantSource(int source);
     std::size_t withdrawSource(int source);
+    /// Changes the permissions of one user, not the box, and tells that user's connections.
+    std::size_t grant(std::string_view user, int source);
+    std::size_t withdraw(std::string_view user, int source);
+    /// Takes a source on the box, or off it, and tells nobody.
+    void carry(int source);
+    void stopCarrying(int source);
     /// @}
 
     /// @name Misbehaviour
@@ -156,13 +163,25 @@ public:
     void setAccepting(bool accepting);
     /// Sends every answer that much later, in order.
     void setAnswerDelay(std::chrono::milliseconds delay);
+    /// The command of a refusal, an ignore or a wrong answer that is meant for every request but a login.
+    static constexpr const char* ANY_COMMAND = "*";
     /// Answers a command with a status and nothing else. `times` 0 is for good.
     void refuse(std::string_view command, int status, unsigned times = 0);
     /// refuse("LoginUser", status, times).
     void refuseLogin(int status, unsigned times = 0);
+    /// Says that it is too busy, so that the client should ask again.
+    void answerBusy(std::string_view command, unsigned times);
     /// Leaves a command without an answer.
     void ignore(std::string_view command, unsigned times = 0);
-    /// Ends every refuse and ignore.
+    enum class Wrong {
+        Tag,      ///< the answer carries a tag that nobody asked with
+        Twice,    ///< the whole answer comes a second time
+        NoStatus, ///< the status is left out, so that the answer does not end
+        Garbage   ///< good frames with bodies that hold no pair
+    };
+    /// Does what a command asks for, and spoils the answer.
+    void answerWrong(std::string_view command, Wrong how, unsigned times = 0);
+    /// Ends every refuse, ignore and wrong answer.
     void clearRefusals();
     /// Replaces the script; an empty function removes it.
     void script(Script script);
@@ -182,6 +201,10 @@ public:
     /// @}
 
 private:
+    friend class HubGroup;
+    /// A member of a group.
+    Hub(HubConfig config, std::shared_ptr<GroupDirectory> group, std::size_t member);
+
     std::unique_ptr<HubEngine> m_engine;
 };
 
