@@ -38,18 +38,14 @@ protected:
         std::string address = "127.0.0.1";
         size_t port = 0; ///< 0: the port of the hub
         size_t index = 0;
-        std::string password = "pa55word";
     };
 
     HubFixture() { reactor = std::make_unique<HubEventReactor>(0, 1000); }
 
-    HubClient& makeClient() { return makeClient(Options()); }
-    HubClient& makeClient(const Options& options) {
+    void makeClient() { makeClient(Options()); }
+    void makeClient(const Options& options) {
         client.reset();
-        if (options.password != "pa55word")
-            userHandle = HandleAccess::makeUserInfo("jane", options.password, handler);
         client = newClient(options);
-        return *client;
     }
     std::unique_ptr<HubClient> newClient(const Options& options) {
         const size_t port = options.port != 0 ? options.port : hub.port();

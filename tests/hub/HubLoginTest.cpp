@@ -27,9 +27,8 @@ TEST_F(HubLoginTest, TheRequestHoldsWhatTheUserWantsAndTheLogNotThePassword) {
 }
 
 TEST_F(HubLoginTest, CredentialsThatFitNoFrameSuspendTheClient) {
-    Options options;
-    options.password = std::string(8200, 'p');
-    makeClient(options);
+    userHandle = HandleAccess::makeUserInfo("jane", std::string(8200, 'p'), handler);
+    makeClient();
     connect();
     EXPECT_EQ(client->login(), -1);
     EXPECT_EQ(client->getSuspendReason(), "Login request too long");

@@ -66,7 +66,7 @@ TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisConnection) {
         {hubFrame("5026=") + hubFrame("=") + hubFrame("5026=1|5001=0"), parse},
     };
     for (const auto& [bytes, reason] : cases) {
-        SCOPED_TRACE(bytes.substr(0, 40));
+        SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 40)));
         makeClient();
         connectAndLogin();
         feed(bytes);
