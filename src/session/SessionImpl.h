@@ -28,6 +28,7 @@
 #include "session/HostPair.h"
 #include "session/HubSourceStatus.h"
 #include "session/HubTable.h"
+#include "session/QueueDepthAlarm.h"
 #include "session/ReactorTables.h"
 #include "session/ResponseBook.h"
 #include "session/RetCodeTable.h"
@@ -354,11 +355,10 @@ private:
     double lastPortDetailsQFullCheckTime = 0.0;
     int m_lastSrc = 0;
 
-    // Statistics; the last three are the first user thread's own.
+    // Statistics; the last two are the first user thread's own.
     std::atomic<double> statsInterval{30.0};
     double lastStatsTime = 0.0;
-    int m_lastRcvQueueDepth = 0;
-    double m_lastAboveThresholdEventTime = 0.0;
+    QueueDepthAlarm m_queueDepthAlarm;
 };
 
 } // namespace tivra_internal

@@ -184,8 +184,7 @@ void SessionImpl::reset() {
     getPortDetailsQueue.clear();
     isPortDetailsQueueFull = false;
     m_lastSrc = 0;
-    m_lastRcvQueueDepth = 0;
-    m_lastAboveThresholdEventTime = 0.0;
+    m_queueDepthAlarm = {};
 }
 
 } // namespace tivra_internal

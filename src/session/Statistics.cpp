@@ -20,8 +20,6 @@ namespace {
 
 using tivra::StatisticsEvent;
 
-constexpr double kSecondsOfAlarm = 1.0;
-
 void logTotals(const StatisticsEventImpl& totals) {
     const auto stat = [&totals](StatisticsEvent::StatsTypes type) {
         return static_cast<unsigned long>(totals.getStat(type));
@@ -92,24 +90,21 @@ void SessionImpl::check_statistics_events(double curtime) {
     lastStatsTime = now;
 }
 
-/// An alarm holds for at least a second, so that a queue at the limit does not alternate events.
 void SessionImpl::check_queueDepth_events(double) {
     int pct = 0;
     for (HubClient* client : m_hubs.copy())
         if (client->isReady())
             pct = std::max(pct, client->getResponseQueue()->getPctFull());
-    const int threshold = m_queueDepthThreshold;
-    const double now = tp::Clock::monotonic();
-    const bool wasAbove = m_lastRcvQueueDepth >= threshold;
-    if (pct >= threshold && !wasAbove) {
-        insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD, "", 0, pct);
-        m_lastRcvQueueDepth = pct;
-        m_lastAboveThresholdEventTime = now;
-    } else if (pct < threshold && wasAbove &&
-               (now < m_lastAboveThresholdEventTime ||
-                now - m_lastAboveThresholdEventTime > kSecondsOfAlarm)) {
-        insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_BELOW_THRESHOLD, "", 0, pct);
-        m_lastRcvQueueDepth = pct;
+    using tivra::SessionEvent;
+    switch (m_queueDepthAlarm.update(pct, m_queueDepthThreshold, tp::Clock::monotonic())) {
+    case QueueDepthAlarm::Change::Raised:
+        insertSessionEvent(SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD, "", 0, pct);
+        break;
+    case QueueDepthAlarm::Change::Cleared:
+        insertSessionEvent(SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_BELOW_THRESHOLD, "", 0, pct);
+        break;
+    case QueueDepthAlarm::Change::None:
+        break;
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <tp/Clock.h>
 
+#include "session/QueueDepthAlarm.h"
 #include "session/ReactorTables.h"
 #include "session/RetCodeTable.h"
 #include "session/SessionEventImpl.h"
@@ -92,6 +93,21 @@ TEST(SessionEventQueue, AFloodOfSourceEventsIsCutOffAndTheStateIsKept) {
 
     const SessionEventPtr loaded = make(SessionEvent::TIVRA_DIC_LOADED, std::string(100, 'v'));
     EXPECT_EQ(sessionEventText(*loaded), "DIC_LOADED (" + std::string(37, 'v')) << "a hub's text is cut";
+}
+
+TEST(QueueDepthAlarm, HoldsForMoreThanASecond) {
+    using Change = QueueDepthAlarm::Change;
+    struct Look {
+        int pct;
+        double now;
+        Change change;
+    };
+    QueueDepthAlarm alarm;
+    for (const Look& look :
+         {Look{69, 100.0, Change::None}, Look{70, 100.0, Change::Raised}, Look{99, 100.5, Change::None},
+          Look{0, 101.0, Change::None}, Look{69, 101.1, Change::Cleared}, Look{0, 109.0, Change::None},
+          Look{80, 109.1, Change::Raised}, Look{0, 50.0, Change::Cleared}})
+        EXPECT_EQ(alarm.update(look.pct, 70, look.now), look.change) << look.pct << " at " << look.now;
 }
 
 TEST(ChooseReactor, GoesRoundRobinAndGrowsOnlyAsFarAsConfigured) {
