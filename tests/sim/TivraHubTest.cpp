@@ -1,4 +1,5 @@
 #include "RawClient.h"
+#include "tivra_sim/GroupConfig.h"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>
@@ -7,6 +8,8 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <vector>
 
 using testing::HasSubstr;
 
@@ -57,6 +60,8 @@ TEST(TivraHub, WhatCannotBeStartedSaysWhyAndExitsAsDocumented) {
         {"--user eve", 2, "needs --password-env or --password-file"},
         {"--user eve --password-env TIVRA_NO_SUCH_VARIABLE", 2, "TIVRA_NO_SUCH_VARIABLE"},
         {"-c " + badConfig, 2, "\"playback.sped\": unknown key"},
+        {"--group /no/such/group.json", 2, "/no/such/group.json"},
+        {"--group " TIVRA_GROUP_FILE " --port 1", 2, "excludes"},
         {"--bind nowhere", 3, "\"nowhere\""},
         {"--playback /no/such/day", 4, "/no/such/day"}};
     for (const auto& [arguments, code, reason] : cases) {
@@ -85,4 +90,31 @@ TEST(TivraHub, OnceEndsWithItsCountsWhenThePlaybackIsOutAndTheClientHasGone) {
     EXPECT_THAT(output, testing::Not(HasSubstr("sesame")));
     EXPECT_THAT(output, HasSubstr("sent 50 messages (50 of playback, 50 events played)"));
     EXPECT_EQ(program.exitCode(), 0);
+}
+
+TEST(TivraHub, AGroupServesOnAPortForEachMember) {
+    HubProgram program("-v --once --group " TIVRA_GROUP_FILE);
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int member = 0; member < 3; ++member) {
+        const std::string listening = program.line();
+        ASSERT_THAT(listening, HasSubstr("listening on 127.0.0.1:"));
+        const auto port = static_cast<std::uint16_t>(std::stoi(listening.substr(listening.rfind(':') + 1)));
+        clients.push_back(std::make_unique<RawClient>(port));
+        clients.back()->logIn();
+    }
+    EXPECT_THAT(clients[1]->ask("5026=5|5022=ListAdministrationInfo").front(), HasSubstr("=V7.4.0|"));
+    EXPECT_EQ(clients[2]->statusOf("5026=6|5022=QuerySnap|4=300|5=ZBOND"), -218);
+    clients.clear();
+    const std::string output = program.rest();
+    EXPECT_THAT(output, HasSubstr("hub 2, connection 1: 5026=6|5022=QuerySnap|4=300|5=ZBOND"));
+    EXPECT_THAT(output, HasSubstr("5 requests on 3 connections"));
+    EXPECT_EQ(program.exitCode(), 0);
+}
+
+TEST(TivraHub, AGroupTellsItsConfigurationAsAFileCanHaveIt) {
+    HubProgram program("--print-config --group " TIVRA_GROUP_FILE);
+    const std::string text = program.rest();
+    EXPECT_EQ(program.exitCode(), 0);
+    EXPECT_EQ(tivra_sim::GroupConfig::fromJson(text).toJson(tivra_sim::HubConfig::Passwords::Hide) + "\n",
+              text);
 }

@@ -1,17 +1,14 @@
-#include "tivra_sim/Hub.h"
+#include "Options.h"
+#include "tivra_sim/HubGroup.h"
 
-#include <CLI/CLI.hpp>
-
+#include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <ctime>
-#include <fstream>
 #include <iostream>
-#include <limits>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -21,128 +18,6 @@ enum ExitCode { ENDED = 0, BAD_CONFIGURATION = 2, NO_PORT = 3, NO_PLAYBACK = 4, 
 
 /// Tenths of a second that --once waits for a client to come back while there is something left to play.
 constexpr int PATIENCE = 50;
-
-constexpr const char* FOOTER = "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
-                               "configuration,\n3 the port cannot be had, 4 the playback file cannot be "
-                               "read,\n5 with --once: the clients have gone for "
-                               "good before the playback was at its end.";
-
-/// What the command line says; a value that was not given leaves the configuration as it is.
-struct Options {
-    std::string configFile;
-    std::optional<std::uint16_t> port;
-    std::optional<std::string> bindAddress;
-    std::optional<std::string> hubVersion;
-    std::optional<std::string> topology;
-    std::optional<long> heartbeatMs;
-    std::optional<long> hubStatusMs;
-    std::optional<std::string> playbackFile;
-    std::optional<double> factor;
-    bool isFullSpeed = false;
-    std::optional<std::size_t> startWhen;
-    std::optional<std::size_t> maxEvents;
-    std::optional<unsigned> repeat;
-    std::string user;
-    std::string passwordVariable;
-    std::string passwordFile;
-    int verbosity = 0;
-    bool endsAfterPlayback = false;
-    bool printsConfig = false;
-};
-
-void declare(CLI::App& app, Options& options) {
-    app.add_option("-c,--config", options.configFile, "JSON configuration; the options below change it");
-    app.add_option("-p,--port", options.port, "port to listen on, 0 for a free one");
-    app.add_option("--bind", options.bindAddress, "IPv4 address to listen on");
-    app.add_option("--hub-version", options.hubVersion, "version that the hub reports, such as V8.2.1");
-    app.add_option("--topology", options.topology, "what the hub says it is")
-        ->check(CLI::IsMember({"single-instance", "aggregating"}));
-    app.add_option("--heartbeat", options.heartbeatMs, "milliseconds between heartbeats, 0 for none")
-        ->check(CLI::Range(0L, 86400000L));
-    app.add_option("--hub-status", options.hubStatusMs, "milliseconds between hub status records, 0 for none")
-        ->check(CLI::Range(0L, 86400000L));
-    app.add_option("-f,--playback", options.playbackFile, "trading-day file (CSV, gzipped or plain) to play");
-    auto* factor =
-        app.add_option("--factor", options.factor, "pace of the playback, 1 is the pace of the day")
-            ->check(CLI::PositiveNumber);
-    app.add_flag("--full-speed", options.isFullSpeed, "play as fast as the clients read")->excludes(factor);
-    app.add_option("--start-when", options.startWhen,
-                   "start the playback when that many symbols are subscribed");
-    app.add_option("--max-events", options.maxEvents, "read no more events than this, 0 for all");
-    app.add_option("--repeat", options.repeat, "how often the file is played")->check(CLI::PositiveNumber);
-    auto* user = app.add_option("-u,--user", options.user,
-                                "the one user that may log in, in place of those configured");
-    auto* variable = app.add_option("--password-env", options.passwordVariable,
-                                    "environment variable with the user's password")
-                         ->needs(user);
-    app.add_option("--password-file", options.passwordFile, "file whose first line is the user's password")
-        ->needs(user)
-        ->excludes(variable);
-    app.add_flag("-v,--verbose", options.verbosity,
-                 "print requests; twice prints counts each second as well");
-    app.add_flag("--once", options.endsAfterPlayback,
-                 "end when the playback has been sent and every client has gone");
-    app.add_flag("--print-config", options.printsConfig,
-                 "print the effective configuration without passwords and end");
-    app.footer(FOOTER);
-}
-
-std::string readPassword(const Options& options) {
-    std::string password;
-    if (!options.passwordVariable.empty()) {
-        const char* value = std::getenv(options.passwordVariable.c_str());
-        if (value == nullptr)
-            throw ConfigError("the environment has no variable \"" + options.passwordVariable +
-                              "\" for the password of \"" + options.user + "\"");
-        password = value;
-    } else if (!options.passwordFile.empty()) {
-        std::ifstream file(options.passwordFile);
-        if (!std::getline(file, password))
-            throw ConfigError("cannot read a password from \"" + options.passwordFile + "\"");
-    } else {
-        throw ConfigError("a user needs --password-env or --password-file");
-    }
-    if (password.find_first_of("|\x03") != std::string::npos)
-        throw ConfigError("a password must not hold \"|\" or the byte 03");
-    return password;
-}
-
-void applyInterval(SystemRecord& record, const std::optional<long>& milliseconds) {
-    if (!milliseconds)
-        return;
-    record.enabled = *milliseconds > 0;
-    if (record.enabled)
-        record.interval = std::chrono::milliseconds(*milliseconds);
-}
-
-template<class Target, class Value>
-void apply(Target& target, const std::optional<Value>& value) {
-    if (value)
-        target = *value;
-}
-
-HubConfig makeConfig(const Options& options) {
-    HubConfig config =
-        options.configFile.empty() ? HubConfig::realistic() : HubConfig::fromJsonFile(options.configFile);
-    apply(config.port, options.port);
-    apply(config.bindAddress, options.bindAddress);
-    apply(config.hubVersion, options.hubVersion);
-    if (options.topology)
-        config.topology =
-            *options.topology == "aggregating" ? Topology::Aggregating : Topology::SingleInstance;
-    applyInterval(config.heartbeat, options.heartbeatMs);
-    applyInterval(config.hubStatus, options.hubStatusMs);
-    apply(config.playback.file, options.playbackFile);
-    apply(config.playback.factor, options.factor);
-    if (options.isFullSpeed)
-        config.playback.factor = 0.0;
-    apply(config.playback.startWhenSubscriptions, options.startWhen);
-    apply(config.playback.maxEvents, options.maxEvents);
-    apply(config.playback.repeat, options.repeat);
-    if (!options.user.empty())
-        config.users = {{options.user, readPassword(options), config.boxPermissions, 0}};
-    return config;
-}
 
 /// A request's text with the password left out.
 std::string printable(const Request& request) {
@@ -167,21 +42,45 @@ void printSummary(const HubStatistics& total) {
               << " connections" << std::endl;
 }
 
+/// What all the hubs together have done.
+HubStatistics totalOf(const std::vector<Hub*>& hubs) {
+    HubStatistics total;
+    for (const Hub* hub : hubs) {
+        const HubStatistics now = hub->statistics();
+        total.connections += now.connections;
+        total.subscriptions += now.subscriptions;
+        total.accepted += now.accepted;
+        total.requests += now.requests;
+        total.framesSent += now.framesSent;
+        total.bytesSent += now.bytesSent;
+        total.updatesSent += now.updatesSent;
+        total.playbackEvents += now.playbackEvents;
+        total.playbackSent += now.playbackSent;
+    }
+    return total;
+}
+
+/// True when every hub that has something to play has played it.
+bool isPlayedOut(const std::vector<Hub*>& hubs) {
+    return std::all_of(hubs.begin(), hubs.end(), [](const Hub* hub) {
+        return hub->config().playback.file.empty() || hub->statistics().playbackFinished;
+    });
+}
+
 /// Waits for a signal, or for the end that --once asks for. The result is the exit code.
-int serve(const Hub& hub, const Options& options, const sigset_t& signals) {
+int serve(const std::vector<Hub*>& hubs, const Options& options, const sigset_t& signals) {
     const timespec slice{0, 100000000};
-    const bool hasPlayback = !hub.config().playback.file.empty();
     int slices = 0;
     int deserted = 0;
     while (sigtimedwait(&signals, nullptr, &slice) < 0) {
-        const HubStatistics now = hub.statistics();
+        const HubStatistics now = totalOf(hubs);
         if (options.verbosity > 1 && ++slices % 10 == 0)
             printCounts(now);
         const bool isDeserted = now.requests > 0 && now.connections == 0;
         deserted = isDeserted ? deserted + 1 : 0;
         if (!options.endsAfterPlayback || !isDeserted)
             continue;
-        if (!hasPlayback || now.playbackFinished)
+        if (isPlayedOut(hubs))
             return ENDED;
         if (deserted >= PATIENCE) {
             std::cerr << "tivra-hub: every client has gone for 5 seconds and the playback is not at its end"
@@ -192,13 +91,17 @@ int serve(const Hub& hub, const Options& options, const sigset_t& signals) {
     return ENDED;
 }
 
-int runHub(const Options& options) {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    // Blocked before the hub's thread starts, so that only the wait below takes them.
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+/// Prints each request of a hub, which is called `name`.
+void printRequests(Hub& hub, const std::string& name) {
+    hub.script([name](const Request& request) -> std::optional<Hub::Frames> {
+        std::cout << name + "connection " + std::to_string(request.connection) + ": " + printable(request) +
+                         "\n"
+                  << std::flush;
+        return std::nullopt;
+    });
+}
+
+int runHub(const Options& options, const sigset_t& signals) {
     const HubConfig config = makeConfig(options);
     if (options.printsConfig) {
         std::cout << config.toJson(HubConfig::Passwords::Hide) << std::endl;
@@ -206,23 +109,55 @@ int runHub(const Options& options) {
     }
     Hub hub(config);
     if (options.verbosity > 0)
-        hub.script([](const Request& request) -> std::optional<Hub::Frames> {
-            std::cout << "connection " << request.connection << ": " << printable(request) << std::endl;
-            return std::nullopt;
-        });
+        printRequests(hub, "");
     hub.start();
     std::cout << "listening on " << hub.hostString() << std::endl;
-    const int result = serve(hub, options, signals);
+    const int result = serve({&hub}, options, signals);
     hub.stop();
     printSummary(hub.statistics());
     return result;
 }
 
+int runGroup(const Options& options, const sigset_t& signals) {
+    const GroupConfig config = GroupConfig::fromJsonFile(options.groupFile);
+    if (options.printsConfig) {
+        std::cout << config.toJson(HubConfig::Passwords::Hide) << std::endl;
+        return ENDED;
+    }
+    HubGroup group(config);
+    std::vector<Hub*> hubs;
+    for (std::size_t member = 0; member < group.size(); ++member) {
+        hubs.push_back(&group.hub(member));
+        if (options.verbosity > 0)
+            printRequests(group.hub(member), "hub " + std::to_string(member) + ", ");
+    }
+    group.start();
+    for (std::size_t member = 0; member < group.size(); ++member)
+        std::cout << (hubs[member]->isRunning() ? "listening on " : "down on ") << group.hostString(member)
+                  << std::endl;
+    const int result = serve(hubs, options, signals);
+    group.stop();
+    printSummary(totalOf(hubs));
+    return result;
+}
+
+int run(const Options& options) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    // Blocked before a hub's thread starts, so that only the wait takes them.
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return options.groupFile.empty() ? runHub(options, signals) : runGroup(options, signals);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app("A hub in a box: serves one market-data hub from a configuration and plays a trading day.",
-                 "tivra-hub");
+    CLI::App app(
+        "A hub in a box: serves one market-data hub, or a group of them, from a configuration and plays "
+        "a trading day.",
+        "tivra-hub");
     Options options;
     declare(app, options);
     try {
@@ -231,7 +166,7 @@ int main(int argc, char** argv) {
         return app.exit(error) == 0 ? ENDED : BAD_CONFIGURATION;
     }
     try {
-        return runHub(options);
+        return run(options);
     } catch (const ConfigError& error) {
         std::cerr << "tivra-hub: cannot start with this configuration: " << error.what() << std::endl;
         return BAD_CONFIGURATION;

@@ -1,0 +1,118 @@
+#include "Options.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <vector>
+
+using namespace tivra_sim;
+
+namespace {
+
+constexpr const char* FOOTER = "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
+                               "configuration,\n3 the port cannot be had, 4 the playback file cannot be "
+                               "read,\n5 with --once: the clients have gone for "
+                               "good before the playback was at its end.";
+
+std::string readPassword(const Options& options) {
+    std::string password;
+    if (!options.passwordVariable.empty()) {
+        const char* value = std::getenv(options.passwordVariable.c_str());
+        if (value == nullptr)
+            throw ConfigError("the environment has no variable \"" + options.passwordVariable +
+                              "\" for the password of \"" + options.user + "\"");
+        password = value;
+    } else if (!options.passwordFile.empty()) {
+        std::ifstream file(options.passwordFile);
+        if (!std::getline(file, password))
+            throw ConfigError("cannot read a password from \"" + options.passwordFile + "\"");
+    } else {
+        throw ConfigError("a user needs --password-env or --password-file");
+    }
+    if (password.find_first_of("|\x03") != std::string::npos)
+        throw ConfigError("a password must not hold \"|\" or the byte 03");
+    return password;
+}
+
+void applyInterval(SystemRecord& record, const std::optional<long>& milliseconds) {
+    if (!milliseconds)
+        return;
+    record.enabled = *milliseconds > 0;
+    if (record.enabled)
+        record.interval = std::chrono::milliseconds(*milliseconds);
+}
+
+template<class Target, class Value>
+void apply(Target& target, const std::optional<Value>& value) {
+    if (value)
+        target = *value;
+}
+
+} // namespace
+
+void declare(CLI::App& app, Options& options) {
+    app.add_option("-c,--config", options.configFile, "JSON configuration; the options below change it");
+    app.add_option("-p,--port", options.port, "port to listen on, 0 for a free one");
+    app.add_option("--bind", options.bindAddress, "IPv4 address to listen on");
+    app.add_option("--hub-version", options.hubVersion, "version that the hub reports, such as V8.2.1");
+    app.add_option("--topology", options.topology, "what the hub says it is")
+        ->check(CLI::IsMember({"single-instance", "aggregating"}));
+    app.add_option("--heartbeat", options.heartbeatMs, "milliseconds between heartbeats, 0 for none")
+        ->check(CLI::Range(0L, 86400000L));
+    app.add_option("--hub-status", options.hubStatusMs, "milliseconds between hub status records, 0 for none")
+        ->check(CLI::Range(0L, 86400000L));
+    app.add_option("-f,--playback", options.playbackFile, "trading-day file (CSV, gzipped or plain) to play");
+    auto* factor =
+        app.add_option("--factor", options.factor, "pace of the playback, 1 is the pace of the day")
+            ->check(CLI::PositiveNumber);
+    app.add_flag("--full-speed", options.isFullSpeed, "play as fast as the clients read")->excludes(factor);
+    app.add_option("--start-when", options.startWhen,
+                   "start the playback when that many symbols are subscribed");
+    app.add_option("--max-events", options.maxEvents, "read no more events than this, 0 for all");
+    app.add_option("--repeat", options.repeat, "how often the file is played")->check(CLI::PositiveNumber);
+    auto* user = app.add_option("-u,--user", options.user,
+                                "the one user that may log in, in place of those configured");
+    auto* variable = app.add_option("--password-env", options.passwordVariable,
+                                    "environment variable with the user's password")
+                         ->needs(user);
+    app.add_option("--password-file", options.passwordFile, "file whose first line is the user's password")
+        ->needs(user)
+        ->excludes(variable);
+    // A group has all of this in its file.
+    const std::vector<CLI::Option*> ofOneHub =
+        app.get_options([&app](const CLI::Option* option) { return option != app.get_help_ptr(); });
+    auto* group = app.add_option("-g,--group", options.groupFile,
+                                 "JSON configuration of a group of hubs, in place of the one hub");
+    for (CLI::Option* option : ofOneHub)
+        group->excludes(option);
+    app.add_flag("-v,--verbose", options.verbosity,
+                 "print requests; twice prints counts each second as well");
+    app.add_flag("--once", options.endsAfterPlayback,
+                 "end when the playback has been sent and every client has gone");
+    app.add_flag("--print-config", options.printsConfig,
+                 "print the effective configuration without passwords and end");
+    app.footer(FOOTER);
+}
+
+HubConfig makeConfig(const Options& options) {
+    HubConfig config =
+        options.configFile.empty() ? HubConfig::realistic() : HubConfig::fromJsonFile(options.configFile);
+    apply(config.port, options.port);
+    apply(config.bindAddress, options.bindAddress);
+    apply(config.hubVersion, options.hubVersion);
+    if (options.topology)
+        config.topology =
+            *options.topology == "aggregating" ? Topology::Aggregating : Topology::SingleInstance;
+    applyInterval(config.heartbeat, options.heartbeatMs);
+    applyInterval(config.hubStatus, options.hubStatusMs);
+    apply(config.playback.file, options.playbackFile);
+    apply(config.playback.factor, options.factor);
+    if (options.isFullSpeed)
+        config.playback.factor = 0.0;
+    apply(config.playback.startWhenSubscriptions, options.startWhen);
+    apply(config.playback.maxEvents, options.maxEvents);
+    apply(config.playback.repeat, options.repeat);
+    if (!options.user.empty())
+        config.users = {{options.user, readPassword(options), config.boxPermissions, 0}};
+    return config;
+}

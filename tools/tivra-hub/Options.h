@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <tivra_sim/HubConfig.h>
+
+/// What the command line says; a value that was not given leaves the configuration as it is.
+struct Options {
+    std::string configFile;
+    std::string groupFile;
+    std::optional<std::uint16_t> port;
+    std::optional<std::string> bindAddress;
+    std::optional<std::string> hubVersion;
+    std::optional<std::string> topology;
+    std::optional<long> heartbeatMs;
+    std::optional<long> hubStatusMs;
+    std::optional<std::string> playbackFile;
+    std::optional<double> factor;
+    bool isFullSpeed = false;
+    std::optional<std::size_t> startWhen;
+    std::optional<std::size_t> maxEvents;
+    std::optional<unsigned> repeat;
+    std::string user;
+    std::string passwordVariable;
+    std::string passwordFile;
+    int verbosity = 0;
+    bool endsAfterPlayback = false;
+    bool printsConfig = false;
+};
+
+/// Declares the options of the command line, which fill `options`.
+void declare(CLI::App& app, Options& options);
+
+/// The one hub that they ask for. Throws tivra_sim::ConfigError.
+tivra_sim::HubConfig makeConfig(const Options& options);
