@@ -8,18 +8,48 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <arpa/inet.h>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <netinet/in.h>
 #include <sstream>
 #include <stdlib.h>
 #include <string>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
+
+/// A port that refuses every connection: nobody listens, and nobody else can take it while this lives.
+class ClosedPort {
+public:
+    ClosedPort() : m_fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        m_address.sin_family = AF_INET;
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof m_address;
+        EXPECT_EQ(bind(m_fd, reinterpret_cast<sockaddr*>(&m_address), length), 0);
+        EXPECT_EQ(getsockname(m_fd, reinterpret_cast<sockaddr*>(&m_address), &length), 0);
+    }
+    ~ClosedPort() { close(m_fd); }
+    ClosedPort(const ClosedPort&) = delete;
+    ClosedPort& operator=(const ClosedPort&) = delete;
+
+    [[nodiscard]] std::string hostString() const {
+        return "127.0.0.1:" + std::to_string(ntohs(m_address.sin_port));
+    }
+
+private:
+    int m_fd;
+    sockaddr_in m_address{};
+};
 
 /// A hub in this process, a folder for files, and tivra-cat as a process against them.
 class CatFixture : public testing::Test {
 protected:
     using Arguments = std::vector<std::string>;
+    /// For what must come, however busy the machine is.
+    static constexpr std::chrono::milliseconds PATIENCE{60000};
 
     CatFixture() : hub(tivra_sim::HubConfig::realistic()) {
         char name[] = "/tmp/tivra-cat-test.XXXXXX";
@@ -35,9 +65,12 @@ protected:
 
     ~CatFixture() override { std::filesystem::remove_all(directory); }
 
-    /// Starts tivra-cat with the arguments behind those that every run against the hub needs.
-    Process& start(const Arguments& arguments) {
-        Arguments all{"--host", hub.hostString(), "--user", "demo", "--no-compression"};
+    /// Starts tivra-cat with the arguments behind those that every run against a hub needs.
+    Process& start(const Arguments& arguments) { return startAt(hub, arguments); }
+
+    Process& startAt(const tivra_sim::Hub& server, const Arguments& arguments) {
+        Arguments all{"--host", server.hostString(), "--user", "demo"};
+        all.insert(all.end(), common.begin(), common.end());
         all.insert(all.end(), arguments.begin(), arguments.end());
         return startBare(all);
     }
@@ -47,6 +80,8 @@ protected:
         cat = std::make_unique<Process>(setup);
         return *cat;
     }
+
+    [[nodiscard]] bool waitForSubscription() const { return hub.waitForSubscriptions(1, PATIENCE); }
 
     /// Starts it and waits for its end.
     int run(const Arguments& arguments) { return start(arguments).waitForEnd(); }
@@ -79,6 +114,8 @@ protected:
 
     tivra_sim::Hub hub;
     std::string directory;
+    /// A hub that a busy machine holds up for seconds must not count as lost.
+    Arguments common{"--no-compression", "--read-timeout", "60"};
     Process::Setup setup;
     std::unique_ptr<Process> cat; ///< goes before the folder does
 };

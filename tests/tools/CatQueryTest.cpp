@@ -131,6 +131,7 @@ TEST_F(CatQuery, OptionsAndSymbolsCanComeFromFiles) {
                                                        symbols + "\"\noutput=raw\nfields=\"ISIN\"\n");
     startBare({"--config", config, "snapshot"});
     ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
+    EXPECT_EQ(hub.waitForCommand("LoginUser")->value(tivra_sim::token::COMPRESSION), "0");
     EXPECT_THAT(cat->output(), AllOf(HasSubstr("5=IBM|5026=18|3125=US4592001014\n"),
                                      HasSubstr("5=AIG|5026=19|3125=US0268747849\n")));
 }

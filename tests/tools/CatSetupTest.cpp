@@ -136,8 +136,8 @@ TEST_F(CatSetup, RefusedLoginTellsTheHubsCodeAndName) {
 }
 
 TEST_F(CatSetup, UnreachableHubTellsWhatWasTriedAndHowLong) {
-    const std::string host = hub.hostString();
-    hub.stop();
+    const ClosedPort closed;
+    const std::string host = closed.hostString();
     startBare({"-H", host, "-u", "demo", "--retries", "0", "snapshot", "100:IBM"});
     EXPECT_EQ(cat->waitForEnd(), 3);
     EXPECT_THAT(cat->error(), AllOf(HasSubstr(host), HasSubstr(" as \"demo\", tried for "),
@@ -146,36 +146,45 @@ TEST_F(CatSetup, UnreachableHubTellsWhatWasTriedAndHowLong) {
 
 TEST_F(CatSetup, HubThatFallsSilentInTheLoginIsToldApart) {
     hub.ignore("LoginUser");
-    EXPECT_EQ(run({"--read-timeout", "1", "snapshot", "100:IBM"}), 3);
+    common = {"--read-timeout", "1"};
+    EXPECT_EQ(run({"snapshot", "100:IBM"}), 3);
     EXPECT_THAT(cat->error(), HasSubstr("in the login conversation"));
 }
 
 TEST_F(CatSetup, BackupHubServesWhenTheFirstIsGone) {
-    const std::string gone = hub.hostString();
-    hub.stop();
-    tivra_sim::Hub backup;
-    backup.start();
-    startBare({"-H", gone, "-B", backup.hostString(), "-u", "demo", "--no-compression", "--retries", "0",
-               "-o", "raw", "snapshot", "100:IBM"});
+    const ClosedPort gone;
+    startBare({"-H", gone.hostString(), "-B", hub.hostString(), "-u", "demo", "--no-compression", "--retries",
+               "0", "-o", "raw", "snapshot", "100:IBM"});
     EXPECT_EQ(cat->waitForEnd(), 0) << cat->error();
     EXPECT_THAT(cat->output(), HasSubstr("5=IBM"));
 }
 
 TEST_F(CatSetup, InterruptWhileConnectingEndsAtOnce) {
     hub.ignore("LoginUser");
-    start({"--read-timeout", "0", "subscribe", "100:IBM"});
-    ASSERT_TRUE(hub.waitForCommand("LoginUser"));
+    common = {"--read-timeout", "0"};
+    start({"subscribe", "100:IBM"});
+    ASSERT_TRUE(hub.waitForCommand("LoginUser", PATIENCE));
     cat->signal(SIGINT);
-    EXPECT_EQ(cat->waitForEnd(std::chrono::milliseconds(10000)), 130);
+    EXPECT_EQ(cat->waitForEnd(), 130);
     EXPECT_THAT(cat->error(), HasSubstr("before the session stood"));
 }
 
 TEST_F(CatSetup, InterruptBeforeTheAnswerOfAQueryIsNoSuccess) {
     hub.ignore("QuerySnap");
     start({"snapshot", "100:IBM"});
-    ASSERT_TRUE(hub.waitForCommand("QuerySnap"));
+    ASSERT_TRUE(hub.waitForCommand("QuerySnap", PATIENCE));
     cat->signal(SIGTERM);
-    EXPECT_EQ(cat->waitForEnd(std::chrono::milliseconds(10000)), 130);
+    EXPECT_EQ(cat->waitForEnd(), 130);
+}
+
+TEST_F(CatSetup, CompressionIsLeftToTheLibraryUnlessTheUserDecides) {
+    for (const auto& [arguments, asked] :
+         {std::pair{Arguments{}, "1"}, {{"--no-compression"}, "0"}, {{"--compression"}, "1"}}) {
+        hub.clearRequests();
+        common = arguments;
+        EXPECT_EQ(run({"snapshot", "100:IBM"}), 0) << cat->error();
+        EXPECT_EQ(hub.waitForCommand("LoginUser")->value(tivra_sim::token::COMPRESSION), asked);
+    }
 }
 
 TEST_F(CatSetup, SettingsReachTheConversation) {

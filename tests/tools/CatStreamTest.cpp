@@ -63,8 +63,8 @@ TEST_P(CatStreams, DeliverUpdatesUntilTheCountIsReached) {
     std::vector<std::string> arguments{"-o", "json", "--count", std::to_string(stream.types.size())};
     arguments.insert(arguments.end(), stream.arguments.begin(), stream.arguments.end());
     start(arguments);
-    ASSERT_TRUE(hub.waitForCommand(stream.command)) << cat->error();
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(hub.waitForCommand(stream.command, PATIENCE)) << cat->error();
+    ASSERT_TRUE(waitForSubscription());
     const bool isOption = stream.arguments.back().rfind("101:", 0) == 0;
     const Record update =
         Record(isOption ? 101 : 100, isOption ? "IBM131221C185" : "IBM").add(token::BID, "1.5");
@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, CatStreams, testing::ValuesIn(STREAMS),
 
 TEST_F(CatStream, RowsStayAlignedWhenAFieldComesLater) {
     start({"-F", "received,QUOTE.DATETIME,BID,SIZE=BID.SIZE,ASK", "-n", "2", "subscribe", "100:IBM"});
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     hub.pushRecord(quote("IBM", "184.25", 100));
     hub.pushRecord(Record(100, "IBM").add(token::ASK, "184.5"));
     ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
@@ -99,7 +99,7 @@ TEST_F(CatStream, RowsStayAlignedWhenAFieldComesLater) {
 
 TEST_F(CatStream, EveryShowsOnlyTheLatestValuesAndCountsAll) {
     start({"--every", "600", "-n", "51", "-F", "BID,BID.SIZE", "subscribe", "100:IBM"});
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     for (int i = 1; i <= 50; ++i)
         hub.pushRecord(quote("IBM", "184.25", i));
     hub.pushRecord(Record(100, "IBM").add(token::BID, "185"));
@@ -113,14 +113,14 @@ TEST_F(CatStream, EveryShowsOnlyTheLatestValuesAndCountsAll) {
 TEST_F(CatStream, SignalEndsTheStreamWithASummary) {
     for (const int number : {SIGINT, SIGTERM}) {
         start({"-o", "raw", "subscribe", "100:IBM"});
-        ASSERT_TRUE(hub.waitForSubscriptions(1));
+        ASSERT_TRUE(waitForSubscription());
         hub.pushRecord(quote("IBM", "184.25", 100));
         ASSERT_TRUE(cat->waitForOutput(contains("101=184.25"))) << cat->error();
         cat->signal(number);
         ASSERT_EQ(cat->waitForEnd(), 0);
         EXPECT_THAT(cat->error(),
                     AllOf(HasSubstr("received 1 messages (1 updates"), HasSubstr("1 answered")));
-        ASSERT_TRUE(hub.waitForConnections(0));
+        ASSERT_TRUE(hub.waitForConnections(0, PATIENCE));
     }
 }
 
@@ -133,7 +133,7 @@ TEST_F(CatStream, RefusedSubscriptionEndsItOnlyWhenNoneIsLeft) {
     EXPECT_EQ(run({"subscribe", "100:NOPE"}), 5);
     start({"-n", "1", "subscribe", "100:NOPE", "100:IBM"});
     ASSERT_TRUE(cat->waitForError(contains("100:NOPE: refused: -12 ERR.EXIST.SYMBOL")));
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     hub.pushRecord(quote("IBM", "184.25", 100));
     EXPECT_EQ(cat->waitForEnd(), 5);
     EXPECT_THAT(cat->output(), HasSubstr("184.25"));
@@ -144,13 +144,10 @@ TEST_F(CatStream, TheWholeSampleDayArrivesCompleteAndInOrderPlainAndCompressed) 
         Hub player(playing(0));
         player.start();
         const bool isQuiet = std::string(output) == "quiet";
-        std::vector<std::string> arguments{"--host", player.hostString(), "--user", "demo",
-                                           isQuiet ? "--compression" : "--no-compression"};
-        for (const char* more : {"--queue-size", "16", "--sequence-field", "FEED.SEQUENCE", "-n", "40000"})
-            arguments.emplace_back(more);
-        arguments.insert(arguments.end(), {isQuiet ? "--quiet" : "--output=json", "--fields=FEED.SEQUENCE"});
-        arguments.insert(arguments.end(), {"subscribe", "-s", "100", "AIG", "BAC", "IBM", "SPY"});
-        startBare(arguments);
+        common[0] = isQuiet ? "--compression" : "--no-compression";
+        startAt(player, {"--queue-size", "16", "--sequence-field", "FEED.SEQUENCE", "-n", "40000",
+                         isQuiet ? "--quiet" : "--output=json", "--fields=FEED.SEQUENCE", "subscribe", "-s",
+                         "100", "AIG", "BAC", "IBM", "SPY"});
         ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
         EXPECT_THAT(cat->error(), AllOf(HasSubstr("received 40000 messages (40000 updates"),
                                         HasSubstr("lost 0 (output 0, sequence 0, receive queue 0 bytes)")));
@@ -170,34 +167,17 @@ TEST_F(CatStream, SlowOutputDropsAndSaysSoInsteadOfBlocking) {
     Hub player(playing(20000));
     player.start();
     setup.collectsOutput = false;
-    startBare({"--host",
-               player.hostString(),
-               "--user",
-               "demo",
-               "--no-compression",
-               "-o",
-               "json",
-               "--buffer",
-               "500",
-               "--queue-size",
-               "16",
-               "-n",
-               "20000",
-               "subscribe",
-               "-s",
-               "100",
-               "AIG",
-               "BAC",
-               "IBM",
-               "SPY"});
+    startAt(player, {"-o", "json", "--buffer", "500", "--queue-size", "16", "-n", "20000", "subscribe", "-s",
+                     "100", "AIG", "BAC", "IBM", "SPY"});
     ASSERT_TRUE(player.waitForPlayback()) << "the callbacks wait for the output";
-    ASSERT_TRUE(player.waitForConnections(0)) << "not all was received";
+    ASSERT_TRUE(player.waitForConnections(0, PATIENCE)) << "not all was received";
     cat->collectOutput();
     EXPECT_EQ(cat->waitForEnd(), 7);
     const std::string error = cat->error();
-    const std::size_t at = error.find("lost ");
+    const std::string word = "; lost ";
+    const std::size_t at = error.find(word);
     ASSERT_NE(at, std::string::npos) << error;
-    const std::size_t lost = std::stoul(error.substr(at + 5));
+    const std::size_t lost = std::stoul(error.substr(at + word.size()));
     EXPECT_GT(lost, 0U);
     EXPECT_EQ(lineCount(cat->output()) + lost, 20004U) << "updates and the four answers";
 }
@@ -205,7 +185,7 @@ TEST_F(CatStream, SlowOutputDropsAndSaysSoInsteadOfBlocking) {
 TEST_F(CatStream, ClosedPipeEndsIt) {
     setup.collectsOutput = false;
     start({"-o", "raw", "subscribe", "100:IBM"});
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     cat->closeOutput();
     hub.pushRecord(quote("IBM", "184.25", 100));
     EXPECT_EQ(cat->waitForEnd(), 8);
@@ -213,7 +193,7 @@ TEST_F(CatStream, ClosedPipeEndsIt) {
 
 TEST_F(CatStream, GapInTheSequenceIsALoss) {
     start({"-q", "--sequence-field", "30", "-n", "3", "subscribe", "100:IBM"});
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     for (const int sequence : {7, 8, 12})
         hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, sequence));
     EXPECT_EQ(cat->waitForEnd(), 7);
@@ -223,12 +203,12 @@ TEST_F(CatStream, GapInTheSequenceIsALoss) {
 
 TEST_F(CatStream, LostHubIsToldAndWatchedSymbolsComeBack) {
     start({"--watchlist", "-o", "raw", "-n", "2", "subscribe", "100:IBM"});
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     hub.pushRecord(quote("IBM", "184.25", 100));
     ASSERT_TRUE(cat->waitForOutput(contains("101=184.25"))) << cat->error();
     hub.dropConnections();
     ASSERT_TRUE(cat->waitForError(contains("session: "))) << cat->error();
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    ASSERT_TRUE(waitForSubscription());
     hub.pushRecord(quote("IBM", "184.5", 100));
     EXPECT_EQ(cat->waitForEnd(), 0) << cat->error();
     EXPECT_THAT(cat->output(), HasSubstr("101=184.5"));

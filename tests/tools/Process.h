@@ -40,9 +40,9 @@ public:
 
     /// Waits until what was printed so far satisfies `predicate`.
     bool waitForOutput(const std::function<bool(const std::string&)>& predicate,
-                       Deadline deadline = Deadline(20000));
+                       Deadline deadline = Deadline(60000));
     bool waitForError(const std::function<bool(const std::string&)>& predicate,
-                      Deadline deadline = Deadline(20000));
+                      Deadline deadline = Deadline(60000));
     /// Waits for the end and for all of its output. -1 when it was killed at the deadline, else its exit
     /// code, or 1000 and the signal that ended it.
     int waitForEnd(Deadline deadline = Deadline(60000));

@@ -36,6 +36,13 @@ struct RawOptions {
     bool wantsUpdatesOnly = false;
 };
 
+/// A flag that stays unset when it isn't given. CLI11 takes an optional bool for a count and starts it at 0.
+CLI::Option* addSwitch(CLI::App& app, const std::string& names, std::optional<bool>& isOn,
+                       const std::string& help) {
+    return app.add_flag_function(
+        names, [&isOn](std::int64_t count) { isOn = count > 0; }, help);
+}
+
 void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     const char* const group = "Where and who";
     app.add_option("-H,--host", options.hosts, "hub as ADDRESS:PORT; repeat it for more hubs")
@@ -121,10 +128,11 @@ void declareLimits(CLI::App& app, Options& options) {
 
 void declareEngine(CLI::App& app, Options& options) {
     const char* const group = "Session and connections";
-    app.add_flag("--compression,!--no-compression", options.compression,
-                 "ask for compressed data (the library's default)")
+    addSwitch(app, "--compression,!--no-compression", options.compression,
+              "ask for compressed data (the library's default)")
         ->group(group);
-    app.add_flag("--multithreaded", options.isMultithreaded, "spread hubs and callbacks over several threads")
+    addSwitch(app, "--multithreaded", options.isMultithreaded,
+              "spread hubs and callbacks over several threads")
         ->group(group);
     app.add_option("--max-user-threads", options.maxUserThreads, "most threads for callbacks, 0 for no limit")
         ->group(group);
@@ -132,7 +140,7 @@ void declareEngine(CLI::App& app, Options& options) {
         ->group(group);
     app.add_option("--queue-size", options.queueMegabytes, "receive queue per hub in megabytes")
         ->group(group);
-    app.add_flag("--watchlist", options.watchlist, "keep subscriptions and send them again after a loss")
+    addSwitch(app, "--watchlist", options.watchlist, "keep subscriptions and send them again after a loss")
         ->group(group);
     app.add_option("--conflation-type", options.conflationType,
                    "1 trade-safe, 3 just in time, 4 just in time by interval")
@@ -145,8 +153,8 @@ void declareEngine(CLI::App& app, Options& options) {
                    "percent of the queue at which just-in-time conflation begins")
         ->check(CLI::Range(1L, 75L))
         ->group(group);
-    app.add_flag("--conflation-indicator", options.conflationIndicator,
-                 "ask hubs to mark what they may conflate")
+    addSwitch(app, "--conflation-indicator", options.conflationIndicator,
+              "ask hubs to mark what they may conflate")
         ->group(group);
     app.add_option("--read-timeout", options.readTimeout,
                    "seconds of silence after which a hub counts as lost, 0 for never")
