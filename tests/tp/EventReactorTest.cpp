@@ -449,6 +449,16 @@ int findEPollDescriptor() {
     return -1;
 }
 
+TEST(ReactorLimits, AHostWithoutStandardInputDoesNotGetTheReactorInItsPlace) {
+    const int saved = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    ::close(STDIN_FILENO);
+    const auto reactor = std::make_unique<EventReactor>();
+    const int epoll = findEPollDescriptor();
+    ::dup2(saved, STDIN_FILENO);
+    ::close(saved);
+    EXPECT_GE(epoll, 3);
+}
+
 TEST(ReactorLimits, AWaitThatFailsForGoodNeitherSpinsNorFloodsTheLog) {
     const tp::ManualClock clock(1000.0);
     tp::eprintf_ctrl(EPF_DISABLE, EPF_SUPPRESS);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <new>
 #include <thread>
 #include <unistd.h>
@@ -19,6 +20,8 @@ static_assert(POLLIN == EPOLLIN && POLLOUT == EPOLLOUT && POLLHUP == EPOLLHUP &&
 namespace {
 
 constexpr unsigned allFlags = ~0U;
+// What a host that has closed its standard streams would take for them.
+constexpr int firstUsableDescriptor = 3;
 
 // Stands in an activity slot that a handler vacated while doPreIO or doPostIO walks the list. It is never
 // destroyed: a reactor may outlive the end of main().
@@ -48,7 +51,12 @@ EventReactor::~EventReactor() {
 }
 
 void EventReactor::probeEPoll() {
-    const int fd = ::epoll_create1(EPOLL_CLOEXEC);
+    int fd = ::epoll_create1(EPOLL_CLOEXEC);
+    if (fd >= 0 && fd < firstUsableDescriptor) {
+        const int low = fd;
+        fd = ::fcntl(low, F_DUPFD_CLOEXEC, firstUsableDescriptor);
+        ::close(low);
+    }
     if (fd < 0)
         return;
     std::unique_ptr<epoll_event[]> events(new (std::nothrow) epoll_event[maxEvents]);
