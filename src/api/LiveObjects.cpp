@@ -21,13 +21,15 @@ tivra::UserInfo& LiveObjects::addUser(HandlePtr<tivra::UserInfo> user) {
 tivra::Session& LiveObjects::addSession(HandlePtr<tivra::Session> session, tivra::UserInfo& user) {
     tivra::Session& added = *session;
     const tp::MutexLock lock(m_mutex);
-    const auto use = m_usersInUse.insert(&user);
+    SessionEntry& entry = m_sessions[&added];
     try {
-        m_sessions.emplace(&added, SessionEntry{std::move(session), use});
+        entry.use = m_usersInUse.insert(&user);
     } catch (...) {
-        m_usersInUse.erase(use);
+        m_sessions.erase(&added);
         throw;
     }
+    // Last, since its destructor takes our mutex: one that doesn't get in ends with the caller's argument.
+    entry.session = std::move(session);
     return added;
 }
 

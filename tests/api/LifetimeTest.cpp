@@ -2,6 +2,7 @@
 #include <tivra.h>
 #include <tp/Thread.h>
 
+#include "FailedAllocation.h"
 #include "support/LogCapture.h"
 
 using testing::HasSubstr;
@@ -60,6 +61,24 @@ TEST_F(Lifetime, OnlyTheSessionMadeWhileNoneExistedCanStart) {
         factory.destroySession(next);
     }
     factory.destroyUserInfo(user);
+}
+
+TEST_F(Lifetime, ASessionThatCouldNotBeBuiltIsNotCounted) {
+    Session* session = nullptr;
+    long failures = 0;
+    for (; session == nullptr; ++failures) {
+        const FailedAllocation fails(failures);
+        try {
+            session = &factory.createSession(user, handler);
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    EXPECT_GT(failures, 3);
+    session->getConnectionConfig().getHostConfig("127.0.0.1:1");
+    EXPECT_EQ(startReason(*session), kNoHandler);
+    factory.destroySession(*session);
+    factory.destroyUserInfo(user);
+    EXPECT_THAT(logged(), testing::Not(HasSubstr("still refers"))) << "nor does it hold its user";
 }
 
 TEST_F(Lifetime, ObjectsGivenBackTwiceAreLeftAlone) {

@@ -1,0 +1,56 @@
+#include "FailedAllocation.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local long t_untilFailure = -1;
+
+void* allocate(std::size_t size) noexcept {
+    if (t_untilFailure >= 0 && t_untilFailure-- == 0)
+        return nullptr;
+    return std::malloc(size);
+}
+
+void* allocateOrThrow(std::size_t size) {
+    if (void* memory = allocate(size))
+        return memory;
+    throw std::bad_alloc();
+}
+
+} // namespace
+
+FailedAllocation::FailedAllocation(long count) {
+    t_untilFailure = count;
+}
+
+FailedAllocation::~FailedAllocation() {
+    t_untilFailure = -1;
+}
+
+// Every form, so that a sanitizer sees matching pairs.
+void* operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
