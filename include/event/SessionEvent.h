@@ -31,8 +31,7 @@ public:
         /// A hub's dictionary has been loaded; getDicVersion() tells which.
         TIVRA_DIC_LOADED = 3,
         /// On the way up from unavailable: the source of getSourceID() can be asked for. Once per entitled
-        /// source,
-        /// ahead of TIVRA_SESSION_ESTABLISHED.
+        /// source, ahead of TIVRA_SESSION_ESTABLISHED.
         TIVRA_SESSION_AVAILABLE_ALLSOURCES = 4,
         /// The source of getSourceID() is back after its hub was lost.
         TIVRA_SESSION_AVAILABLE_SOURCES = 5,

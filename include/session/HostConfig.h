@@ -31,7 +31,8 @@ public:
         /// Ask the hub to mark messages that may not be conflated (MessageEvent::isConflatable). Default
         /// false.
         CONFLATION_INDICATOR_BOOL = 2,
-        /// Milliseconds over which the hub conflates updates; default 1000.
+        /// Milliseconds over which the hub conflates updates; hubs ignore it with the just-in-time kinds of
+        /// conflation. Default 1000.
         CONFLATION_INTERVAL_LONG = 3,
         /// Seconds without data after which a connection counts as lost; 0 (or below) turns that off;
         /// default 5.
@@ -40,13 +41,19 @@ public:
         CONNECTION_TIMEOUT_LONG = 5,
         /// Failed attempts after which a hub is given up; below 0 counts as 0; default 5.
         CONNECTION_RETRY_LIMIT_LONG = 6,
-        /// Megabytes of the hub's receive queue; below 1 counts as 1; default 1.
+        /// Megabytes of the hub's receive queue; below 1 counts as 1; default 1. What comes while the queue
+        /// is
+        /// full is dropped and counted (StatisticsEvent::DROP). Nothing can be left out of a compressed
+        /// stream, so there the connection is closed and dialled again: what waits in the queue is delivered
+        /// until the hub is ready anew, and whatever is left of it by then is discarded.
         QUEUE_SIZE_LONG = 7,
         /// Milliseconds that a connect may block the hub's thread; used within 0 to 60000; default 200.
         BLOCKING_CONNECTION_TIME_LIMIT_LONG = 8,
         /// Kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval; default 1.
         CONFLATION_TYPE_LONG = 9,
-        /// How full the receive queue must be, in percent, for just-in-time conflation to begin; default 25.
+        /// How full the receive queue must be, in percent, for just-in-time conflation to begin; used within
+        /// 1
+        /// to 75; default 25.
         JIT_CONFLATION_THRESHOLD_PERCENT_LONG = 10
     };
 

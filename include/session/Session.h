@@ -87,8 +87,8 @@ public:
     ///
     /// @thread any, also inside a callback; a single Request object must not be used by two threads at once.
     /// @return the tag, 18 or above; 0 when the request was refused: the request queue or the watchlist is
-    /// full,
-    ///         its text is too long, or the session that made it is gone. The log tells which.
+    ///         full, its text is too long, the session that made it is gone, or this session was made while
+    ///         another one existed. The log tells which.
     int64_t send(Request& request);
 
     /// Registers the receiver of messages. Mandatory before start(). Null is accepted: messages are dropped

@@ -24,8 +24,7 @@ public:
         /// Deprecated; setting it only logs a warning.
         RECOVERY_BOOL = 0,
         /// true: hubs and callbacks are spread over several threads. Default false: one thread for all hubs,
-        /// one
-        /// for all callbacks.
+        /// one for all callbacks.
         MULTITHREADED_API_CONNECTIONS_BOOL = 1,
         /// Most threads for callbacks when multithreaded. 0 or above; default 0, no limit: one per hub.
         MAX_USER_THREADS_LONG = 2,
@@ -34,8 +33,7 @@ public:
         /// How many requests may wait to be sent. 100000 to 50000000; default 100000.
         MAX_REQUEST_QUEUE_SIZE_LONG = 4,
         /// true: standing requests are remembered and sent again after a loss or a restart. Setting it to
-        /// true
-        /// raises MAX_REQUEST_QUEUE_SIZE_LONG to 10000000 unless that was set before. Default false.
+        /// true raises MAX_REQUEST_QUEUE_SIZE_LONG to 10000000 unless that was set before. Default false.
         WATCHLIST_BOOL = 5,
         /// How many standing requests are remembered. 1 or above; default 10000000.
         MAX_WATCHLIST_SIZE_LONG = 6,

@@ -71,7 +71,7 @@ inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
      0, OutOfRange::Impossible, "ask the hub to mark messages that may not be conflated"},
     {tivra::HostConfig::CONFLATION_INTERVAL_LONG, "CONFLATION_INTERVAL_LONG", ParameterType::Long,
      "milliseconds", kNoMinimum, kNoMaximum, 1000, OutOfRange::Accepted,
-     "time over which the hub conflates updates"},
+     "time over which the hub conflates updates; ignored with conflation just in time"},
     {tivra::HostConfig::READ_TIMEOUT_LONG, "READ_TIMEOUT_LONG", ParameterType::Long, "seconds", 0, kNoMaximum,
      5, OutOfRange::ClampedWhenUsed, "silence after which a connection counts as lost; 0 turns that off"},
     {tivra::HostConfig::CONNECTION_TIMEOUT_LONG, "CONNECTION_TIMEOUT_LONG", ParameterType::Long, "seconds", 0,
@@ -80,7 +80,9 @@ inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
      "attempts", 0, kNoMaximum, 5, OutOfRange::ClampedWhenUsed,
      "failed attempts after which a hub is given up"},
     {tivra::HostConfig::QUEUE_SIZE_LONG, "QUEUE_SIZE_LONG", ParameterType::Long, "megabytes", 0, kNoMaximum,
-     1, OutOfRange::ClampedWhenUsed, "size of the hub's receive queue; 0 means 1"},
+     1, OutOfRange::ClampedWhenUsed,
+     "size of the hub's receive queue; 0 means 1. What a full queue can't take is dropped; a compressed "
+     "connection is dialled again instead"},
     {tivra::HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG, "BLOCKING_CONNECTION_TIME_LIMIT_LONG",
      ParameterType::Long, "milliseconds", 0, 60000, 200, OutOfRange::ClampedWhenUsed,
      "time that a connect may block the hub's thread"},
@@ -88,7 +90,7 @@ inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
      kNoMaximum, 1, OutOfRange::Accepted,
      "kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval"},
     {tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, "JIT_CONFLATION_THRESHOLD_PERCENT_LONG",
-     ParameterType::Long, "percent", kNoMinimum, kNoMaximum, 25, OutOfRange::Accepted,
+     ParameterType::Long, "percent", 1, 75, 25, OutOfRange::ClampedWhenUsed,
      "how full the receive queue must be for just-in-time conflation to begin"},
 }};
 
