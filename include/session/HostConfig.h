@@ -42,8 +42,7 @@ public:
         /// Failed attempts after which a hub is given up; below 0 counts as 0; default 5.
         CONNECTION_RETRY_LIMIT_LONG = 6,
         /// Megabytes of the hub's receive queue; below 1 counts as 1; default 1. What comes while the queue
-        /// is
-        /// full is dropped and counted (StatisticsEvent::DROP). Nothing can be left out of a compressed
+        /// is full is dropped and counted (StatisticsEvent::DROP). Nothing can be left out of a compressed
         /// stream, so there the connection is closed and dialled again: what waits in the queue is delivered
         /// until the hub is ready anew, and whatever is left of it by then is discarded.
         QUEUE_SIZE_LONG = 7,
@@ -52,8 +51,7 @@ public:
         /// Kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval; default 1.
         CONFLATION_TYPE_LONG = 9,
         /// How full the receive queue must be, in percent, for just-in-time conflation to begin; used within
-        /// 1
-        /// to 75; default 25.
+        /// 1 to 75; default 25.
         JIT_CONFLATION_THRESHOLD_PERCENT_LONG = 10
     };
 
