@@ -6,23 +6,24 @@
 
 namespace tivra_bench {
 
-/// One run of a reader from the first data message to the last.
+class RoadHub;
+
+/// The measured pass of a reader.
 struct RoadRun {
-    std::size_t messages = 0;
     double cpuSeconds = 0.0; ///< of the whole reading process
     double wallSeconds = 0.0;
     std::vector<std::int64_t> latencies; ///< nanoseconds, of a paced run
 };
 
-/// What a reader is asked for: that many data messages, with the stamp's age noted when `paced`.
+/// What a reader is asked for: as many data messages in each pass, with the stamp's age noted when `paced`.
 struct RoadTask {
-    std::uint16_t port = 0;
+    RoadHub& hub;
     std::size_t messages = 0;
+    /// Only the last one is measured: every page of a ring has been touched by then. The hub begins a pass when
+    /// the reader has all of the one before, so that no ring overflows and both sides meet the same burst.
+    std::size_t passes = 1;
     bool paced = false;
 };
-
-/// The first half of a run is not measured: every buffer has been touched by then.
-[[nodiscard]] inline std::size_t warmUp(const RoadTask& task) { return task.messages / 2; }
 
 /// The library, from the socket to the application's callback.
 [[nodiscard]] RoadRun runLibrary(const RoadTask& task);
@@ -31,13 +32,30 @@ struct RoadTask {
 /// A bare loop that reads and only finds where frames end.
 [[nodiscard]] RoadRun runBareLoop(const RoadTask& task);
 
-/// Notes processor and wall time between the first and the last message.
-class RoadMeter {
+/// Counts a run's messages, asks for the next pass and measures the last one.
+class RoadProgress {
 public:
-    void begin();
-    void end(RoadRun& run) const;
+    explicit RoadProgress(const RoadTask& task);
+
+    /// Counts one message; true with the last of all.
+    bool count() {
+        if (++m_count < m_task.messages)
+            return false;
+        return endPass();
+    }
+    void addLatency(std::int64_t nanoseconds) { m_run.latencies.push_back(nanoseconds); }
+    [[nodiscard]] const RoadRun& run() const { return m_run; }
+    [[nodiscard]] std::size_t passesDone() const { return m_passesDone; }
+    [[nodiscard]] std::size_t countInPass() const { return m_count; }
 
 private:
+    bool endPass();
+    void beginMeasuring();
+
+    const RoadTask m_task;
+    RoadRun m_run;
+    std::size_t m_count = 0;
+    std::size_t m_passesDone = 0;
     double m_cpu = 0.0;
     double m_wall = 0.0;
 };

@@ -15,7 +15,9 @@ using namespace tivra_bench;
 namespace {
 
 constexpr std::size_t kEvents = 40000;
-constexpr unsigned kRepeat = 40;
+constexpr unsigned kRepeat = 15;
+constexpr std::size_t kPerPass = kEvents * kRepeat;
+constexpr std::size_t kPasses = 3;
 constexpr std::size_t kPaced = 30000;
 
 using Runner = RoadRun (*)(const RoadTask& task);
@@ -42,8 +44,8 @@ void runFullSpeed(Road& road) {
     load.events = kEvents;
     load.repeat = kRepeat;
     RoadHub hub(load);
-    const RoadRun run = road.run({hub.port(), kEvents * kRepeat, false});
-    const auto messages = static_cast<double>(run.messages) / 2.0; // the measured half
+    const RoadRun run = road.run({hub, kPerPass, kPasses, false});
+    const auto messages = static_cast<double>(kPerPass);
     road.cpu.push_back(run.cpuSeconds * 1e9 / messages);
     road.rate.push_back(messages / run.wallSeconds);
 }
@@ -52,7 +54,7 @@ void runPaced(Road& road) {
     RoadLoad load;
     load.paced = kPaced;
     RoadHub hub(load);
-    const RoadRun run = road.run({hub.port(), kPaced, true});
+    const RoadRun run = road.run({hub, kPaced, 1, true});
     road.p50.push_back(percentile(run.latencies, 0.50));
     road.p99.push_back(percentile(run.latencies, 0.99));
 }
@@ -75,8 +77,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "road: %s\n", error.what());
         return 1;
     }
-    std::printf("\nThe whole road, %zu messages a run at full speed, %d rounds in turn\n", kEvents * kRepeat,
-                rounds);
+    std::printf("\nThe whole road, %zu messages a run at full speed, %d rounds in turn\n", kPerPass, rounds);
     for (const Road* road : {&library, &twoThreads, &bare})
         std::printf("  %-32s %7.1f ns of processor time a message (noise %4.1f%%), %10.0f messages/s\n",
                     road->name, median(road->cpu), noise(road->cpu) * 100.0, median(road->rate));

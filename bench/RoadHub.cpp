@@ -44,8 +44,8 @@ void sendPaced(tivra_sim::Hub& hub, const RoadLoad& load) {
     if (load.paced > 0 && hub.waitForSubscriptions(1, std::chrono::milliseconds(30000)))
         sendPaced(hub, load);
     char byte = 0;
-    while (read(control, &byte, 1) > 0) {
-    }
+    while (read(control, &byte, 1) > 0)
+        hub.startPlayback();
     hub.stop();
     _exit(0);
 }
@@ -77,6 +77,12 @@ RoadHub::RoadHub(const RoadLoad& load) {
     close(tell[0]);
     if (!told)
         throw std::runtime_error("the hub's process did not start");
+}
+
+void RoadHub::playAgain() {
+    const char byte = 1;
+    if (write(m_control, &byte, 1) != 1)
+        throw std::runtime_error("the hub's process has gone");
 }
 
 RoadHub::~RoadHub() {

@@ -17,7 +17,7 @@ inline constexpr const char* kPacedSymbol = "IBM";
 /// What the hub sends once the road is open.
 struct RoadLoad {
     std::size_t events = 0; ///< of the sample day at full speed; 0: a paced run
-    unsigned repeat = 1;    ///< how often these are played
+    unsigned repeat = 1;    ///< how often these are played in a pass
     std::size_t paced = 0;  ///< messages of a paced run
     std::size_t perSecond = 10000;
 };
@@ -31,10 +31,12 @@ public:
     RoadHub& operator=(const RoadHub&) = delete;
 
     [[nodiscard]] std::uint16_t port() const { return m_port; }
+    /// Plays all events once more.
+    void playAgain();
 
 private:
     pid_t m_pid = -1;
-    int m_control = -1; ///< the hub ends when this closes
+    int m_control = -1; ///< a byte plays again; the hub ends when this closes
     std::uint16_t m_port = 0;
 };
 

@@ -16,44 +16,37 @@ class Counter : public tivra::SessionEventHandler,
                 public tivra::UserEventHandler,
                 public tivra::MessageEventHandler {
 public:
-    explicit Counter(const RoadTask& task) : m_task(task) {
-        m_run.latencies.reserve(task.paced ? task.messages : 0);
-    }
+    explicit Counter(const RoadTask& task) : m_isPaced(task.paced), m_progress(task) {}
 
     void onSessionEvent(const tivra::SessionEvent&) override {}
     void onUserEvent(const tivra::UserEvent&) override {}
 
     void onMessageEvent(const tivra::MessageEvent& event) override {
-        if (event.getType() != tivra::MessageEvent::UPDATE || m_run.messages == m_task.messages)
+        if (event.getType() != tivra::MessageEvent::UPDATE)
             return;
-        if (m_run.messages == warmUp(m_task))
-            m_meter.begin();
-        ++m_run.messages;
-        if (m_task.paced && event.getReader().find(kStampToken))
-            m_run.latencies.push_back(nowNanoseconds() - event.getReader().getValueAsInteger());
-        if (m_run.messages == m_task.messages)
+        if (m_isPaced && event.getReader().find(kStampToken))
+            m_progress.addLatency(nowNanoseconds() - event.getReader().getValueAsInteger());
+        if (m_progress.count())
             finish();
     }
 
     RoadRun wait() {
         std::unique_lock<std::mutex> lock(m_mutex);
-        if (!m_done.wait_for(lock, std::chrono::seconds(120), [this] { return m_finished; }))
-            throw std::runtime_error("the library received only " + std::to_string(m_run.messages) +
-                                     " messages");
-        return m_run;
+        if (!m_done.wait_for(lock, std::chrono::seconds(60), [this] { return m_finished; }))
+            throw std::runtime_error("the library received only " + std::to_string(m_progress.countInPass()) +
+                                     " messages in pass " + std::to_string(m_progress.passesDone() + 1));
+        return m_progress.run();
     }
 
 private:
     void finish() {
-        m_meter.end(m_run);
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_finished = true;
         m_done.notify_all();
     }
 
-    const RoadTask m_task;
-    RoadMeter m_meter;
-    RoadRun m_run;
+    const bool m_isPaced;
+    RoadProgress m_progress;
     std::mutex m_mutex;
     std::condition_variable m_done;
     bool m_finished = false;
@@ -70,7 +63,7 @@ RoadRun runLibrary(const RoadTask& task) {
     session.getConnectionConfig()
         .set(tivra::HostConfig::COMPRESSION_BOOL, false)
         .set(tivra::HostConfig::QUEUE_SIZE_LONG, 64L)
-        .getHostConfig("127.0.0.1:" + std::to_string(task.port));
+        .getHostConfig("127.0.0.1:" + std::to_string(task.hub.port()));
     session.registerMessageEventHandler(&counter);
     std::string reason;
     if (!session.start(reason))

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -12,7 +14,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -49,12 +50,13 @@ public:
         if (send(m_fd, frame.data(), frame.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size()))
             throw std::runtime_error("the hub does not take a request");
     }
+    /// 0 after the end of the stream.
     [[nodiscard]] std::size_t receive(char* to, std::size_t room) {
         const ssize_t got = read(m_fd, to, room);
-        if (got <= 0)
-            throw std::runtime_error("the hub has closed");
-        return static_cast<std::size_t>(got);
+        return got > 0 ? static_cast<std::size_t>(got) : 0;
     }
+    /// Ends a read in another thread.
+    void shutDown() { shutdown(m_fd, SHUT_RDWR); }
 
 private:
     int m_fd;
@@ -97,11 +99,10 @@ std::unique_ptr<tivra_internal::MetaTokenMap> makeDictionary() {
 class Consumer {
 public:
     Consumer(const RoadTask& task, KVNAPI::DataMap& dictionary)
-        : m_task(task)
+        : m_isPaced(task.paced)
         , m_stamp(dictionary.lookupTokenViaNum(kStampToken))
-        , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary, static_cast<int>(kLargestFrame))) {
-        m_run.latencies.reserve(task.paced ? task.messages : 0);
-    }
+        , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary, static_cast<int>(kLargestFrame)))
+        , m_progress(task) {}
 
     /// True when all messages have come.
     bool take(const char* frame, std::size_t length) {
@@ -109,77 +110,58 @@ public:
         for (;;) {
             KVNAPI::Message message;
             if (m_parser->pull(&message) != 0)
-                return m_run.messages == m_task.messages;
+                return m_isDone;
             if (message.isTagPresent != 0 || message.exchange == nullptr || message.exchange->id != kSource)
                 continue;
-            if (m_run.messages == warmUp(m_task))
-                m_meter.begin();
-            ++m_run.messages;
-            if (m_task.paced)
+            if (m_isPaced)
                 if (const KVNAPI::TVPair* pair = message.findPair(m_stamp))
-                    m_run.latencies.push_back(nowNanoseconds() - pair->i);
-            if (m_run.messages == m_task.messages)
-                m_meter.end(m_run);
+                    m_progress.addLatency(nowNanoseconds() - pair->i);
+            m_isDone = m_progress.count();
         }
     }
 
-    [[nodiscard]] RoadRun& run() { return m_run; }
+    [[nodiscard]] const RoadRun& run() const { return m_progress.run(); }
 
 private:
-    const RoadTask m_task;
+    const bool m_isPaced;
     KVNAPI::Token* m_stamp;
     std::unique_ptr<KVNAPI::Parser> m_parser;
-    RoadMeter m_meter;
-    RoadRun m_run;
+    RoadProgress m_progress;
+    bool m_isDone = false;
 };
 
 } // namespace
 
-void RoadMeter::begin() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    m_cpu = static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-    m_wall = static_cast<double>(nowNanoseconds()) / 1e9;
-}
-
-void RoadMeter::end(RoadRun& run) const {
-    RoadMeter now;
-    now.begin();
-    run.cpuSeconds = now.m_cpu - m_cpu;
-    run.wallSeconds = now.m_wall - m_wall;
-}
-
 RoadRun runBareLoop(const RoadTask& task) {
-    Socket hub(task.port);
+    Socket hub(task.hub.port());
     const auto buffer = std::make_unique<char[]>(kRing);
     subscribe(hub, task);
-    RoadRun run;
-    RoadMeter meter;
+    const std::string data = "3=100|4=" + std::to_string(kSource) + "|";
+    RoadProgress progress(task);
     std::size_t have = 0;
-    while (run.messages < task.messages) {
-        have += hub.receive(buffer.get() + have, kReadSize);
+    bool isDone = false;
+    while (!isDone) {
+        const std::size_t got = hub.receive(buffer.get() + have, kReadSize);
+        if (got == 0)
+            throw std::runtime_error("the hub has closed");
+        have += got;
         std::size_t at = 0;
         while (const std::size_t length = frameLength(buffer.get() + at, have - at)) {
-            // An answer to a request begins with its tag; everything else is data or a system record.
-            if (std::memcmp(buffer.get() + at + 6, "5026", 4) != 0) {
-                if (run.messages == warmUp(task))
-                    meter.begin();
-                ++run.messages;
-            }
+            // An answer begins with its tag and a system record names its own source.
+            if (std::memcmp(buffer.get() + at + 6, data.data(), data.size()) == 0)
+                isDone = progress.count();
             at += length;
         }
         std::memmove(buffer.get(), buffer.get() + at, have - at);
         have -= at;
     }
-    meter.end(run);
-    return run;
+    return progress.run();
 }
 
 RoadRun runTwoThreads(const RoadTask& task) {
     const auto dictionary = makeDictionary();
     Consumer consumer(task, *dictionary);
-    Socket hub(task.port);
+    Socket hub(task.hub.port());
     // Untouched at first, like the library's.
     const std::unique_ptr<char[]> ring(new char[kRing]);
     // Absolute positions in the stream; the reader waits for room, the consumer for data.
@@ -217,6 +199,7 @@ RoadRun runTwoThreads(const RoadTask& task) {
                 consumed.store(at, std::memory_order_release);
                 if (finished) {
                     done = true;
+                    hub.shutDown();
                     break;
                 }
             }
@@ -234,8 +217,14 @@ RoadRun runTwoThreads(const RoadTask& task) {
             continue;
         }
         const std::size_t got = hub.receive(ring.get() + at % kRing, length);
+        if (got == 0)
+            break;
         written.store(at + got, std::memory_order_release);
         written.notify_one();
+    }
+    if (!done) {
+        std::fprintf(stderr, "road: the hub's process died under a run\n");
+        std::exit(1);
     }
     parsing.join();
     return consumer.run();

@@ -1,0 +1,48 @@
+#include "Road.h"
+#include "RoadHub.h"
+
+#include <sys/resource.h>
+
+namespace tivra_bench {
+namespace {
+
+double processorSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+double wallSeconds() {
+    return static_cast<double>(nowNanoseconds()) / 1e9;
+}
+
+} // namespace
+
+RoadProgress::RoadProgress(const RoadTask& task) : m_task(task) {
+    m_run.latencies.reserve(task.paced ? task.messages : 0);
+    if (task.passes == 1)
+        beginMeasuring();
+}
+
+bool RoadProgress::endPass() {
+    if (++m_passesDone == m_task.passes) {
+        m_run.cpuSeconds = processorSeconds() - m_cpu;
+        m_run.wallSeconds = wallSeconds() - m_wall;
+        return true;
+    }
+    if (m_passesDone > m_task.passes)
+        return false;
+    m_count = 0;
+    if (m_passesDone + 1 == m_task.passes)
+        beginMeasuring();
+    m_task.hub.playAgain();
+    return false;
+}
+
+void RoadProgress::beginMeasuring() {
+    m_cpu = processorSeconds();
+    m_wall = wallSeconds();
+}
+
+} // namespace tivra_bench
