@@ -131,13 +131,16 @@ TEST_F(HubConnectionTest, ASuspensionOutlivesTheCloseAndEndsWithTheNextDial) {
     EXPECT_EQ(client->getSuspendReason(), "");
 }
 
-TEST_F(HubConnectionTest, OnlyAReadyConnectionThatTheSessionStillWantsIsALoss) {
-    makeClient();
+TEST_F(HubConnectionTest, OnlyAReadyConnectionThatTheSessionStillWantsIsALossAndReadyEndsTheCountOfDials) {
+    Options options;
+    options.retryLimit = 1;
+    makeClient(options);
     connectAndLogin();
     client->closeConnection();
     EXPECT_EQ(session.losses, 0) << "it had not come up";
     for (const bool letGo : {false, true}) {
         comeUp();
+        EXPECT_FALSE(client->isPastRetryLimit());
         client->setInitialHubDisconnected(letGo);
         client->closeConnection();
         EXPECT_EQ(session.losses, 1) << "the second was let go on purpose";

@@ -45,7 +45,9 @@ TEST_F(HubDictionaryTest, RowsAreLoadedAsFarAsTheyGoAndNeverChangeWhatStands) {
           "5026=6|5035=5|5010=MY.SYMBOL|5012=INTEGER|5011=1", "5026=6|5035=21|5012=INTEGER|5011=7",
           "5026=6|5035=22|5010=NO.TYPE|5011=7", "5026=6|5035=23|5010=NO.SIZE|5012=FLOAT",
           "5026=6|5035=24|5010=" + std::string(70, 'L') + "|5012=FLOAT|5011=1",
-          "5026=6|5035=99999999999|5010=FAR|5012=FLOAT|5011=1"});
+          "5026=6|5035=99999999999|5010=FAR|5012=FLOAT|5011=1", "5026=6|5001=0",
+          "5026=6|5035=25|5010=BEHIND.THE.END|5012=FLOAT|5011=1"},
+         false);
     ASSERT_TRUE(client->isReady());
     EXPECT_EQ(nameOf(20), "PLAIN");
     EXPECT_EQ(nameOf(5), "SYMBOL.TICKER") << "the bootstrap dictionary stands";
@@ -57,6 +59,7 @@ TEST_F(HubDictionaryTest, RowsAreLoadedAsFarAsTheyGoAndNeverChangeWhatStands) {
                                    Contains(start + "NAME missing from message; kvnid=21"),
                                    Contains(start + "TYPE missing from message"),
                                    Contains(start + "SIZE missing from message"),
+                                   Contains(testing::EndsWith("response with tag [6]; ignored")),
                                    Contains("INFO: DIC download from HUB Successful from " + hub.hostInfo() +
                                             "; 8 tokens processed")));
 }

@@ -93,6 +93,8 @@ public:
     /// The text of the next request; empty with a failure when none comes or its frame is wrong.
     std::string readRequest() {
         const std::string head = readBytes(6);
+        if (head.size() != 6)
+            return {};
         size_t length = 0;
         for (size_t i = 2; i < head.size(); ++i)
             length = length << 8 | static_cast<unsigned char>(head[i]);

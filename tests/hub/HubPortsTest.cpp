@@ -40,6 +40,9 @@ TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
     expectKind(own, "single-instance HUB");
     expectKind(own + "|13001=127.0.0.1", "1-way HUB");
     expectKind(own + "|13001=10.0.0.1|13101=7001|13101=7002", "3-way HUB", " 10.0.0.1:7001 10.0.0.1:7002");
+    EXPECT_TRUE(client->waitsForBoxPerms());
+    client->closeConnection();
+    EXPECT_FALSE(client->waitsForBoxPerms()) << "a lost hub is no more exempt from the time-out";
     expectKind(own + "|13101=0|13101=65536|13101=-4", "1-way HUB");
     expectKind("|13101=7001" + own, "1-way HUB");
 }

@@ -114,6 +114,18 @@ TEST_F(HubReadingTest, WhatComesWithTheLastAnswerIsTheStartOfTheStream) {
     }
 }
 
+TEST_F(HubReadingTest, HalfAFrameOfALostConnectionIsNotMixedWithTheNext) {
+    const std::string data = hubFrame("4=558|5=IBM|10=1.5");
+    makeClient();
+    comeUp();
+    feed(std::string_view(data).substr(0, 15));
+    client->closeConnection();
+    comeUp();
+    feed(data);
+    EXPECT_EQ(framesInQueue(), 1U);
+    EXPECT_EQ(client->getResponseQueue()->getDroppedBytes(), 0U);
+}
+
 TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReactor) {
     makeClient();
     comeUp();
