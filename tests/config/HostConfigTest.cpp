@@ -123,6 +123,13 @@ TEST(HostConfig, InheritedValuesAreFollowedButNeverWritten) {
     EXPECT_EQ(leader.getLong(HostConfig::READ_TIMEOUT_LONG, 0), 7);
     EXPECT_EQ(follower.getLong(HostConfig::READ_TIMEOUT_LONG, 0), 9);
 
+    // What the leader itself leaves to all connections comes from the leader's.
+    HostFixture elsewhere;
+    HostConfigImpl& stranger = elsewhere.host("10.0.0.3:80");
+    fixture.connections.set(HostConfig::CONNECTION_TIMEOUT_LONG, 17L);
+    stranger.copyParameters(leader);
+    EXPECT_EQ(stranger.getLong(HostConfig::CONNECTION_TIMEOUT_LONG, 0), 17);
+
     // The host that led to another may go first.
     EXPECT_TRUE(fixture.connections.removeHost("10.0.0.1:80", [](size_t) { return false; }));
     EXPECT_EQ(follower.getLong(HostConfig::QUEUE_SIZE_LONG, 0), 3);

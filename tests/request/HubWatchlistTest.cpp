@@ -134,6 +134,11 @@ TEST_F(HubWatchlistTest, BusyHubGetsOneRetryAtATime) {
     EXPECT_TRUE(list.handleResponse(20, -218));
     EXPECT_EQ(fake.sent.size(), 2U);
     EXPECT_FALSE(list.getNextRequest(0)->isWLRetry);
+    // A tag that left the list with its retry still waiting begins anew.
+    EXPECT_FALSE(list.handleResponse(20, -3));
+    sendAndWrite(20, tivra::SUBSCRIBE);
+    EXPECT_TRUE(list.handleResponse(20, -218));
+    EXPECT_EQ(fake.sent.size(), 3U);
 }
 
 TEST_F(HubWatchlistTest, BusyAnswerReachesTheApplicationWhenNothingCanBeRetried) {

@@ -130,8 +130,13 @@ TEST(RequestImpl, GeneratedTagSurvivesClearRequest) {
     EXPECT_FALSE(request.hasGeneratedTag());
     EXPECT_EQ(request.generateTag(), 18);
     request.add(4, 1);
+    request.add(5035, 2);
+    request.add(5, std::string("IBM"));
     request.clearRequest();
     EXPECT_TRUE(request.getText().empty());
+    EXPECT_TRUE(request.getKVNTokenNums().empty());
+    EXPECT_STREQ(request.getSymbol(), "");
+    EXPECT_EQ(request.getCompareString(), "0");
     EXPECT_EQ(request.getSrcid(), -1);
     EXPECT_TRUE(request.hasGeneratedTag());
     EXPECT_EQ(request.getGeneratedTag(), 18);

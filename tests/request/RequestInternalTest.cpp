@@ -49,6 +49,16 @@ TEST(RequestInternal, CopyKeepsEverythingButTheAlternateIndexes) {
     EXPECT_EQ(request->copyWithAltIndex()->altIndex.size(), 1U);
 }
 
+TEST(RequestInternal, TagReferredToIsTakenFromEveryForm) {
+    RequestImpl number, longNumber, text;
+    number.add(5052, 7);
+    longNumber.add(5052, int64_t{1} << 40);
+    text.add(5052, std::string(" 1099511627776"));
+    EXPECT_EQ(RequestInternal(&number).getUnsubtag(), 7);
+    EXPECT_EQ(RequestInternal(&longNumber).getUnsubtag(), int64_t{1} << 40);
+    EXPECT_EQ(RequestInternal(&text).getUnsubtag(), int64_t{1} << 40);
+}
+
 TEST(RequestInternal, NullCommandIsWritten) {
     RequestImpl builder;
     builder.add(4, 1);
@@ -94,7 +104,11 @@ TEST(RequestInternal, EmptiedRequestIsRebuiltFromItsFront) {
 TEST(RequestInternal, CloneTakesTheTagAndDropsThePairs) {
     auto request = subscription(30);
     const auto other = subscription(20, tivra::QUERYSNAPANDSUBSCRIBE);
+    other->outstandingResponses = 3;
+    other->resubHB = true;
     request->cloneRequest(other.get());
+    EXPECT_EQ(request->outstandingResponses, 3U);
+    EXPECT_TRUE(request->resubHB);
     EXPECT_EQ(request->getTag(), 20);
     EXPECT_EQ(request->getKVNCommand(), other->getKVNCommand());
     EXPECT_EQ(request->getCompareString(), "6");

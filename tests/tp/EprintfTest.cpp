@@ -98,10 +98,15 @@ TEST_F(Eprintf, EachOptionAddsItsPiece) {
         {tp::EPF_OPTS_DEFAULTS, EPF_ALWAYS_INFO,
          "[A-Z].. .. [0-9:]{8} EprintfTest.cpp\\[[0-9]+\\]: INFO: text\n"},
     };
+    tp::eprintf_set_filename((folder / "log").c_str());
     for (const auto& c : cases) {
         only(c.options);
         EXPECT_THAT(stderrOf([&] { eprintf(c.level, "text\n\r\n"); }), MatchesRegex(c.expected));
     }
+    EXPECT_TRUE(std::filesystem::is_empty(folder)) << "a file that nobody asked for";
+    // The system log adds time and place itself, so no sink gets them.
+    tp::eprintf_init(EPF_SYSLOG | EPF_STDERR, EPF_INFO, "%s", "test");
+    EXPECT_EQ(stderrOf([] { eprintf(EPF_INFO, "text"); }), "INFO: text\n");
 }
 
 TEST_F(Eprintf, LevelsAboveTheLimitVanishAndCriticalLinesPass) {

@@ -167,6 +167,16 @@ TEST_P(Reactor, WritableComesBeforeReadableUntilItIsUnwatchedOrTheObjectLeaves) 
     EXPECT_FALSE(leaves.hasSocket());
 }
 
+TEST_P(Reactor, AWritableSocketWithoutInputIsNotRead) {
+    SocketPair pair;
+    Recorder a = make("a");
+    reactor->regSocket(&a, pair.fd());
+    reactor->watchWrites(&a);
+    a.onWrite = [&] { reactor->end(); };
+    reactor->begin();
+    EXPECT_EQ(log, Names{"a.write"});
+}
+
 TEST_P(Reactor, UnwatchedInputThatIsAlreadyPendingIsNotDelivered) {
     SocketPair pairs[2];
     Recorder a = make("a");
@@ -250,7 +260,8 @@ TEST_P(Reactor, TimersFireOnceAPassUntilTheyReturnANegativeTime) {
     EXPECT_TRUE(far.hasTimer());
 }
 
-TEST_P(Reactor, ATimerWaitsForItsTime) {
+TEST_P(Reactor, ATimerWaitsForItsTimeAlsoWhenAHandlerRegisteredIt) {
+    Recorder first = make("first");
     Recorder a = make("a");
     const double due = tp::Clock::now() + 0.03;
     double firedAt = 0.0;
@@ -259,7 +270,11 @@ TEST_P(Reactor, ATimerWaitsForItsTime) {
         reactor->end();
         return -1.0;
     };
-    reactor->regTimer(&a, due);
+    first.onTimer = [&](double) {
+        reactor->regTimer(&a, due);
+        return -1.0;
+    };
+    reactor->regTimer(&first, 0.0);
     reactor->begin();
     EXPECT_GE(firedAt, due);
     EXPECT_LT(firedAt, due + 5.0);
