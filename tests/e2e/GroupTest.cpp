@@ -1,0 +1,534 @@
+// The library and groups of hubs: which members a request reaches, what the application hears of each source
+// as members go and come back, rights that change, and members that are busy, down, slow or wrong.
+#include "Client.h"
+
+#include <algorithm>
+#include <future>
+#include <map>
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tivra_sim/HubGroup.h>
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using tivra::MessageEvent;
+using tivra_sim::GroupConfig;
+using tivra_sim::Hub;
+using tivra_sim::Record;
+using tivra_sim::Request;
+namespace status = tivra_sim::status;
+
+namespace {
+
+using Members = std::set<std::size_t>;
+
+/// A group that serves, and a client that dials one of its members.
+class Market {
+public:
+    explicit Market(GroupConfig config, std::size_t dialled = 0) : group(std::move(config)) {
+        group.start();
+        m_client = std::make_unique<Client>(group.hub(dialled));
+    }
+    explicit Market(std::size_t size) : Market(GroupConfig::realistic(size)) {}
+
+    Client& client() { return *m_client; }
+    Client* operator->() { return m_client.get(); }
+    void useWatchlist() { m_client->settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true); }
+
+    /// What was asked of every member so far has been read by it, and its answers by the application: news is
+    /// asked of all, and answered when the last of them has.
+    void settle() { EXPECT_EQ(client().ask(tivra::QUERYSNAP, 4100, "HEADLINES"), 0); }
+    /// The texts of a tag that a member has got, in order.
+    std::vector<std::string> textsAt(std::size_t member, std::int64_t tag) {
+        std::vector<std::string> texts;
+        for (const Request& request : group.hub(member).requests()) {
+            if (request.tag == tag)
+                texts.push_back(request.text);
+        }
+        return texts;
+    }
+    /// The members that a tag has reached. Each of them must have got `text`, and once.
+    Members reached(std::int64_t tag, const std::string& text) {
+        Members members;
+        for (std::size_t i = 0; i < group.size(); ++i) {
+            const std::vector<std::string> texts = textsAt(i, tag);
+            if (texts.empty())
+                continue;
+            members.insert(i);
+            EXPECT_THAT(texts, ElementsAre(text + "|5026=" + std::to_string(tag)));
+        }
+        return members;
+    }
+    /// How many parts came before the end of a request, and its status.
+    std::pair<std::size_t, int> answerOf(std::int64_t tag) {
+        const std::vector<SeenMessage> seen = client().messagesOf(tag);
+        return seen.empty() ? std::pair(std::size_t{0}, Client::NO_ANSWER)
+                            : std::pair(seen.size() - 1, seen.back().status);
+    }
+
+    tivra_sim::HubGroup group;
+
+private:
+    std::unique_ptr<Client> m_client;
+};
+
+Members all(std::size_t size) {
+    Members members;
+    for (std::size_t i = 0; i < size; ++i)
+        members.insert(i);
+    return members;
+}
+
+/// The users of a realistic group get a source more, on which nobody has anything.
+GroupConfig withOrphan(std::size_t size, int source) {
+    GroupConfig config = GroupConfig::realistic(size);
+    for (tivra_sim::GroupMember& member : config.members)
+        member.hub.users[0].permissions.insert(source);
+    return config;
+}
+
+struct GroupShape {
+    std::size_t size;
+    std::size_t dialled;
+};
+
+void PrintTo(const GroupShape& shape, std::ostream* out) {
+    *out << shape.size << " dialled at " << shape.dialled;
+}
+
+class GroupOf : public testing::TestWithParam<GroupShape> {};
+
+TEST_P(GroupOf, EveryRequestReachesTheMembersThatItIsFor) {
+    const auto [size, dialled] = GetParam();
+    Market market(withOrphan(size, 777), dialled);
+    ASSERT_TRUE(market->startAndWait());
+    std::vector<std::string> events{"DIC_LOADED 20131007.1"};
+    for (const int source : market.group.hub(0).config().users[0].permissions)
+        events.push_back("AVAILABLE_ALLSOURCES " + std::to_string(source));
+    // Nobody carries the orphan: it's routed, and not available.
+    events.erase(std::remove(events.begin(), events.end(), "AVAILABLE_ALLSOURCES 777"), events.end());
+    events.push_back("ESTABLISHED");
+    EXPECT_EQ(market->sessionEvents(), events);
+    EXPECT_THAT(market->log(),
+                HasSubstr("This client is connected to a " + std::to_string(size) + "-way HUB"));
+
+    struct Sent {
+        std::int64_t tag;
+        std::string text;
+        Members members;
+        std::pair<std::size_t, int> answer;
+    };
+    std::vector<Sent> sent;
+    const auto ask = [&](tivra::Commands command, const char* word, int source, const std::string& symbol,
+                         Members members, std::size_t parts, int code) {
+        std::string text = std::string("5022=") + word + (source != 0 ? "|4=" + std::to_string(source) : "");
+        text += symbol.empty() ? "" : "|5=" + symbol;
+        sent.push_back({market->send(command, source, symbol), text, std::move(members), {parts, code}});
+    };
+    for (std::size_t i = 0; i < size; ++i)
+        ask(tivra::QUERYSNAP, "QuerySnap", 200 + static_cast<int>(i), "REGION" + std::to_string(i), {i}, 1,
+            0);
+    for (std::size_t letter = 0; letter < 26; ++letter) {
+        std::size_t owner = 0;
+        while (letter >= (owner + 1) * 26 / size)
+            ++owner;
+        ask(tivra::QUERYSNAP, "QuerySnap", 300, std::string(1, static_cast<char>('A' + letter)) + "BOND",
+            {owner}, 1, 0);
+    }
+    ask(tivra::QUERYSNAP, "QuerySnap", 100, "IBM", {0}, 1, 0);
+    ask(tivra::QUERYSNAP, "QuerySnap", 101, "IBM131221C185", {1 % size}, 1, 0);
+    ask(tivra::QUERYSNAP, "QuerySnap", 102, "ESZ3", {2 % size}, 0, status::NO_PERMISSION);
+    // A lower case letter matches too; what matches nothing is anybody's, so the default hub's.
+    ask(tivra::QUERYSNAP, "QuerySnap", 300, "zz", {size - 1}, 0, status::UNKNOWN_SYMBOL);
+    ask(tivra::QUERYSNAP, "QuerySnap", 300, "9", {dialled}, 0, status::UNKNOWN_SYMBOL);
+    // The whole of a split source, news, and what names no source go to all.
+    ask(tivra::QUERYWILDCARD, "QueryWildCard", 300, "*", all(size), 26, 0);
+    ask(tivra::SUBSCRIBE, "Subscribe", 300, "{x", all(size), 0, status::UNKNOWN_SYMBOL);
+    ask(tivra::QUERYSNAP, "QuerySnap", 4100, "HEADLINES", all(size), size > 1 ? 2 : 1, 0);
+    ask(tivra::QUERYSNAP, "QuerySnap", 4100, "NOSUCH", all(size), 0, status::NOT_CARRIED);
+    ask(tivra::GETALLUSERS, "GetAllUsers", 0, "", all(size), 0, 0);
+    // What nobody has is asked of the default hub.
+    ask(tivra::QUERYSNAP, "QuerySnap", 777, "X", {dialled}, 0, status::NOT_CARRIED);
+    ask(tivra::QUERYSNAP, "QuerySnap", 778, "X", {dialled}, 0, status::NOT_CARRIED);
+    ask(tivra::LISTUSERPERMISSION, "ListUserPermission", 0, "", {dialled}, 0, 0);
+    for (const Sent& request : sent)
+        ASSERT_TRUE(market->waitForEnd(request.tag)) << request.text;
+    market.settle();
+    for (const Sent& request : sent) {
+        SCOPED_TRACE(request.text);
+        EXPECT_EQ(market.reached(request.tag, request.text), request.members);
+        EXPECT_EQ(market.answerOf(request.tag), request.answer);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, GroupOf,
+                         testing::Values(GroupShape{1, 0}, GroupShape{2, 0}, GroupShape{2, 1},
+                                         GroupShape{3, 0}, GroupShape{3, 2}, GroupShape{8, 0},
+                                         GroupShape{8, 5}),
+                         [](const auto& shape) {
+                             return std::to_string(shape.param.size) + "Dialled" +
+                                    std::to_string(shape.param.dialled);
+                         });
+
+TEST(Group, EachMemberIsAskedWhatItsPlaceCallsFor) {
+    GroupConfig config = withOrphan(3, 777);
+    config.members[1].hub.hubVersion = "V7.3.0";
+    config.members[2].hub.dictionaryVersion = "20131008.1";
+    Market market(std::move(config));
+    ASSERT_TRUE(market->startAndWait());
+    const std::vector<std::string> start{
+        "LoginUser",          "SetConflationInterval", "ListAdministrationInfo", "SetConflationType",
+        "ListInternalTokens", "ListSplitExchanges",    "ListSystemPermission",   "Subscribe",
+        "Subscribe"};
+    const auto without = [](std::vector<std::string> words, const std::string& word) {
+        words.erase(std::remove(words.begin(), words.end(), word), words.end());
+        return words;
+    };
+    const auto wordsOf = [&](std::size_t member) {
+        std::vector<std::string> words;
+        for (const Request& request : market.group.hub(member).requests())
+            words.push_back(request.command);
+        return words;
+    };
+    const std::vector<std::string> first = market.group.hub(0).requestTexts();
+    ASSERT_EQ(first.size(), 13U);
+    const std::vector<std::string> after(first.begin() + 5, first.end());
+    EXPECT_THAT(after, ElementsAre("5026=6|5022=ListInternalTokens", "5026=7|5022=GetPort|4=922",
+                                   "5026=8|5022=ListSplitExchanges", "5026=9|5022=ListSystemPermission",
+                                   "5026=10|5022=ListUserPermission", "5026=11|5022=GetPort|4=777",
+                                   "5026=12|5022=Subscribe|4=922|5=.UTC.TIME.DATE",
+                                   "5026=13|5022=Subscribe|4=922|5=.HUB.STATUS"));
+    EXPECT_EQ(wordsOf(1), without(without(start, "SetConflationType"), "ListInternalTokens"))
+        << "an older hub";
+    EXPECT_EQ(wordsOf(2), start) << "with a dictionary of its own";
+    EXPECT_THAT(market->sessionEvents(),
+                testing::IsSupersetOf({"DIC_LOADED 20131007.1", "DIC_LOADED 20131008.1"}));
+    // The user's list waits until the others have told what they carry.
+    const auto timeOf = [&](std::size_t member, const char* command) {
+        return market.group.hub(member).waitForCommand(command)->time;
+    };
+    for (const std::size_t other : {1U, 2U})
+        EXPECT_GE(timeOf(0, "ListUserPermission"), timeOf(other, "ListSystemPermission"));
+}
+
+TEST(Group, SplitsHoldThroughOddPatterns) {
+    GroupConfig config = GroupConfig::realistic(3);
+    config.splits[300] = {{"^a|^B", 1}, {"(", 2}, {"^[^a-b]", 2}};
+    Market market(std::move(config));
+    ASSERT_TRUE(market->startAndWait());
+    EXPECT_TRUE(market.group.hub(0).waitForCommand("Echo"))
+        << "every source has a hub, so no port is asked for";
+    const std::vector<std::pair<std::string, std::size_t>> owners{
+        {"ABOND", 1}, {"bBOND", 1}, {"CBOND", 2}, {"zBOND", 2}};
+    for (const auto& [symbol, owner] : owners) {
+        const std::int64_t tag = market->send(tivra::SUBSCRIBE, 300, symbol);
+        ASSERT_TRUE(market->waitForEnd(tag));
+        EXPECT_EQ(market.reached(tag, "5022=Subscribe|4=300|5=" + symbol), Members{owner});
+    }
+    EXPECT_THAT(market->log(), HasSubstr("regcomp failure"));
+    // Only members with a part of it are asked for the whole.
+    const std::int64_t whole = market->send(tivra::SUBSCRIBEWILDCARD, 300, "*");
+    ASSERT_TRUE(market->waitForEnd(whole));
+    market.settle();
+    EXPECT_EQ(market.reached(whole, "5022=SubscribeWildCard|4=300|5=*"), Members({0, 1, 2}));
+    market->forget();
+    EXPECT_EQ(market.group.pushRecord(Record(300, "CBOND").add(101, "98")), 1U);
+    ASSERT_TRUE(market->waitForUpdates(1));
+    // Another division is learnt with the next start.
+    market->session().stop();
+    market.group.split(300, {{".", 0}});
+    market.group.carry(300, {0});
+    market->forget();
+    for (std::size_t i = 0; i < 3; ++i)
+        market.group.hub(i).clearRequests(); // tags begin anew
+    ASSERT_TRUE(market->startAndWait());
+    const std::int64_t moved = market->send(tivra::QUERYSNAP, 300, "ZBOND");
+    ASSERT_TRUE(market->waitForEnd(moved));
+    EXPECT_EQ(market.reached(moved, "5022=QuerySnap|4=300|5=ZBOND"), Members{0});
+    EXPECT_EQ(market.answerOf(moved), std::pair(std::size_t{1}, 0));
+}
+
+TEST(Group, TheSourcesOfALostMemberGoAndComeBackInOrder) {
+    Market market(3);
+    market.useWatchlist();
+    ASSERT_TRUE(market->startAndWait());
+    std::vector<std::int64_t> standing;
+    for (int i = 0; i < 3; ++i) {
+        standing.push_back(market->send(tivra::SUBSCRIBE, 200 + i, "REGION" + std::to_string(i)));
+        standing.push_back(market->send(tivra::SUBSCRIBE, 300, std::string(1, "AIR"[i]) + "BOND"));
+    }
+    for (const std::int64_t tag : standing)
+        ASSERT_TRUE(market->waitForEnd(tag));
+    const std::vector<std::vector<int>> sources{{100, 200, 300, 922, 4100}, {101, 201}, {202}};
+    for (const std::size_t lost : {1U, 0U, 2U}) {
+        SCOPED_TRACE(lost);
+        Hub& hub = market.group.hub(lost);
+        const auto listed = [&](const char* first, const std::string& word) {
+            std::vector<std::string> events{first};
+            for (const int source : sources[lost])
+                events.push_back(word + std::to_string(source));
+            return events;
+        };
+        market->forget();
+        hub.stop();
+        const std::string last = std::to_string(sources[lost].back());
+        ASSERT_TRUE(market->waitForSessionEvent("RECOVERY_SOURCES " + last));
+        EXPECT_EQ(market->sessionEvents(), listed("RECOVERY", "RECOVERY_SOURCES "));
+        const std::size_t other = (lost + 1) % 3;
+        EXPECT_EQ(
+            market->ask(tivra::QUERYSNAP, 200 + static_cast<int>(other), "REGION" + std::to_string(other)), 0)
+            << "the others serve on";
+        const std::int64_t held =
+            market->send(tivra::QUERYSNAP, 200 + static_cast<int>(lost), "REGION" + std::to_string(lost));
+        market->forget();
+        hub.clearRequests();
+        hub.start();
+        ASSERT_TRUE(market->waitForSessionEvent("AVAILABLE_SOURCES " + last));
+        EXPECT_EQ(market->sessionEvents(), listed("ESTABLISHED", "AVAILABLE_SOURCES "));
+        ASSERT_TRUE(market->waitForEnd(held)) << "asked while it was away";
+        // What stood there stands again, in its old order and under its old tags.
+        ASSERT_TRUE(hub.waitForSubscriptions(2));
+        std::vector<std::int64_t> replayed;
+        for (const Request& request : hub.requests()) {
+            if (request.command == "Subscribe" && request.tag >= 18)
+                replayed.push_back(request.tag);
+        }
+        EXPECT_THAT(replayed, ElementsAre(standing[2 * lost], standing[2 * lost + 1]));
+    }
+    market->forget();
+    for (std::size_t i = 0; i < 3; ++i)
+        market.group.hub(i).stop();
+    ASSERT_TRUE(market->waitForSessionEvent("UNAVAILABLE"));
+    market->forget();
+    for (std::size_t i = 0; i < 3; ++i)
+        market.group.hub(i).start();
+    ASSERT_TRUE(market->waitForSessionEvent("AVAILABLE_ALLSOURCES 4100"));
+    ASSERT_TRUE(market->waitForSessionEvent("ESTABLISHED"));
+    EXPECT_THAT(market->sessionEvents(), testing::Not(testing::Contains(HasSubstr("RECOVERY"))));
+    market.settle();
+}
+
+TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
+    Market market(3);
+    ASSERT_TRUE(market->startAndWait());
+    market->forget();
+    std::vector<std::string> events;
+    const auto expectEvent = [&](const std::string& event) {
+        events.push_back(event);
+        ASSERT_TRUE(market->waitForSessionEvent(
+            event, static_cast<std::size_t>(std::count(events.begin(), events.end(), event))));
+    };
+    const auto questions = [&](int source) {
+        std::size_t count = 0;
+        for (std::size_t i = 0; i < 3; ++i) {
+            for (const Request& request : market.group.hub(i).requests()) {
+                if (request.command != "GetPort" || request.value(4) != std::to_string(source))
+                    continue;
+                ++count;
+                EXPECT_EQ(i, 0U) << "only the default hub is asked";
+                EXPECT_EQ(request.text, "5026=" + std::to_string(request.tag) +
+                                            "|5022=GetPort|4=" + std::to_string(source));
+            }
+        }
+        return count;
+    };
+    const auto reachedBy = [&](int source, const std::string& symbol, int code) {
+        const std::int64_t tag = market->send(tivra::QUERYSNAP, source, symbol);
+        EXPECT_TRUE(market->waitForEnd(tag));
+        EXPECT_EQ(market->messagesOf(tag).back().status, code);
+        market.settle();
+        return market.reached(tag, "5022=QuerySnap|4=" + std::to_string(source) + "|5=" + symbol);
+    };
+    // Known: on the second member. Every member alerts, and the application hears of it once.
+    market.group.withdraw("demo", 201);
+    expectEvent("SOURCE_REMOVED 201");
+    EXPECT_EQ(reachedBy(201, "REGION1", status::NO_PERMISSION), Members{1}) << "its hub still answers for it";
+    market.group.grant("demo", 201);
+    expectEvent("SOURCE_ADDED 201");
+    EXPECT_EQ(reachedBy(201, "REGION1", 0), Members{1});
+    market.group.grant("demo", 201);
+    EXPECT_EQ(questions(201), 0U) << "its hub is known";
+
+    // Unknown: carried by the third member since a moment ago.
+    market.group.carry(555, {2});
+    market.group.hub(2).pushRecord(Record(555, "NEW").add(101, "1"));
+    EXPECT_EQ(reachedBy(555, "NEW", status::NOT_CARRIED), Members{0});
+    market.group.grant("demo", 555);
+    expectEvent("SOURCE_ADDED 555");
+    EXPECT_EQ(reachedBy(555, "NEW", 0), Members{2});
+    EXPECT_EQ(questions(555), 1U);
+    market.group.withdraw("demo", 555);
+    expectEvent("SOURCE_REMOVED 555");
+    market.group.grant("demo", 555);
+    expectEvent("SOURCE_ADDED 555");
+    EXPECT_EQ(questions(555), 1U) << "asked once for the life of the session";
+
+    // Nobody's.
+    market.group.grant("demo", 556);
+    ASSERT_TRUE(market.group.hub(0).waitForRequest(
+        [](const Request& request) { return request.command == "GetPort" && request.value(4) == "556"; }));
+    EXPECT_EQ(reachedBy(556, "X", status::NOT_CARRIED), Members{0});
+    EXPECT_THAT(market->log(),
+                HasSubstr("GetPort failed with rc=-46; dynamic add entitlement for src 556 has failed"));
+
+    // News: all members that carry it are asked with every request, so no port is.
+    market.group.carry(4200, {1, 2});
+    market.group.hub(2).pushRecord(Record(4200, "SCOOP").add(301, "x"));
+    market.group.grant("demo", 4200);
+    expectEvent("SOURCE_ADDED 4200");
+    EXPECT_EQ(reachedBy(4200, "SCOOP", 0), Members({0, 1, 2}));
+    market.group.withdraw("demo", 4200);
+    expectEvent("SOURCE_REMOVED 4200");
+    EXPECT_EQ(questions(4200), 0U);
+    EXPECT_EQ(market->sessionEvents(), events);
+}
+
+TEST(Group, ABusyMemberIsAskedAgain) {
+    Market market(3);
+    market.useWatchlist();
+    ASSERT_TRUE(market->startAndWait());
+    struct Busy {
+        tivra::Commands command;
+        const char* word;
+        int source;
+        const char* symbol;
+        std::size_t member;
+        unsigned times;
+        std::size_t parts;
+    };
+    const Busy table[] = {{tivra::SUBSCRIBE, "Subscribe", 201, "REGION1", 1, 3, 0},
+                          {tivra::QUERYSNAP, "QuerySnap", 300, "ZBOND", 2, 1, 1},
+                          {tivra::QUERYWILDCARD, "QueryWildCard", 300, "*", 1, 2, 26},
+                          {tivra::QUERYSNAP, "QuerySnap", 4100, "HEADLINES", 0, 2, 2}};
+    for (const Busy& row : table) {
+        SCOPED_TRACE(testing::Message() << row.word << ' ' << row.symbol);
+        market.group.hub(row.member).answerBusy(row.word, row.times);
+        const std::int64_t tag = market->send(row.command, row.source, row.symbol);
+        ASSERT_TRUE(market->waitForEnd(tag));
+        EXPECT_EQ(market.answerOf(tag), std::pair(row.parts, 0));
+        const std::vector<std::string> texts = market.textsAt(row.member, tag);
+        EXPECT_EQ(texts.size(), row.times + 1);
+        EXPECT_THAT(texts, testing::Each(texts.front()));
+        for (std::size_t i = 0; i < 3; ++i) {
+            const std::size_t most = i == row.member ? row.times + 1 : 1;
+            EXPECT_LE(market.textsAt(i, tag).size(), most) << "only who was busy is asked again";
+        }
+    }
+    EXPECT_THAT(market->log(), HasSubstr("HUB was busy"));
+}
+
+TEST(Group, WithoutAWatchlistTheApplicationHearsThatAMemberIsBusy) {
+    Market market(2);
+    ASSERT_TRUE(market->startAndWait());
+    market.group.hub(1).answerBusy("QuerySnap", 1);
+    EXPECT_EQ(market->ask(tivra::QUERYSNAP, 201, "REGION1"), status::BUSY);
+    market.settle();
+    market.group.hub(1).answerBusy("QueryWildCard", 1);
+    EXPECT_EQ(market->ask(tivra::QUERYWILDCARD, 300, "*"), status::BUSY) << "the worst of all answers";
+}
+
+struct BadStart {
+    const char* name;
+    std::function<void(tivra_sim::Behaviour&)> make;
+    /// What the start says; empty when the group comes up all the same.
+    const char* reason;
+};
+
+void PrintTo(const BadStart& start, std::ostream* out) {
+    *out << start.name;
+}
+
+class GroupStart : public testing::TestWithParam<BadStart> {};
+
+TEST_P(GroupStart, WithAMemberThatMisbehaves) {
+    GroupConfig config = GroupConfig::realistic(3);
+    GetParam().make(config.members[1].behaviour);
+    Market market(std::move(config));
+    market->connections().set(tivra::HostConfig::READ_TIMEOUT_LONG, 2);
+    const std::string reason = market->start();
+    if (*GetParam().reason != '\0') {
+        EXPECT_THAT(reason, HasSubstr(GetParam().reason));
+        EXPECT_FALSE(market->isStarted);
+        return;
+    }
+    ASSERT_EQ(reason, "Session started");
+    market.group.hub(1).setAnswerDelay(std::chrono::milliseconds(0));
+    market.settle();
+    EXPECT_EQ(market.group.hub(1).statistics().loggedIn, 1U);
+}
+
+std::function<void(tivra_sim::Behaviour&)>
+fault(const char* command, decltype(tivra_sim::Behaviour::Fault::answer) answer, unsigned times = 0) {
+    return [=](tivra_sim::Behaviour& behaviour) { behaviour.faults.push_back({command, answer, times}); };
+}
+
+const BadStart BAD_STARTS[] = {
+    {"Silent", [](auto& behaviour) { behaviour.isSilent = true; }, "Read timeout waiting for response"},
+    {"Slow", [](auto& behaviour) { behaviour.answerDelay = std::chrono::milliseconds(150); }, ""},
+    {"RefusesTheUser", fault("LoginUser", status::DENY_LOGIN), "AUTHORIZATION_FAILURE"},
+    {"LoginUnderAForeignTag", fault("LoginUser", Hub::Wrong::Tag), "Read timeout waiting for response"},
+    {"LoginTwice", fault("LoginUser", Hub::Wrong::Twice), ""},
+    {"LoginWithoutStatus", fault("LoginUser", Hub::Wrong::NoStatus), "missing ENUM.QUERY.STATUS"},
+    {"IntervalTwice", fault("SetConflationInterval", Hub::Wrong::Twice), ""},
+    {"AdminGarbled", fault("ListAdministrationInfo", Hub::Wrong::Garbage), "Error parsing response"},
+    {"SplitsTwice", fault("ListSplitExchanges", Hub::Wrong::Twice), ""},
+    {"SplitsRefused", fault("ListSplitExchanges", status::BUSY), "Read timeout"},
+    {"BoxTwice", fault("ListSystemPermission", Hub::Wrong::Twice), ""},
+    {"BoxUnderAForeignTag", fault("ListSystemPermission", Hub::Wrong::Tag, 1), ""},
+    {"BoxWithoutStatus", fault("ListSystemPermission", Hub::Wrong::NoStatus), "process box entitlements"},
+    {"BoxRefused", fault("ListSystemPermission", status::BUSY), "process box entitlements"},
+    {"HeartbeatRefusedOnce", fault("Subscribe", status::BUSY, 1), ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(E2E, GroupStart, testing::ValuesIn(BAD_STARTS),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(Group, AMemberThatIsDownIsWaitedFor) {
+    GroupConfig config = GroupConfig::realistic(3);
+    config.members[1].behaviour.isDown = true;
+    Market market(std::move(config));
+    auto started = std::async(std::launch::async, [&] { return market->start(); });
+    ASSERT_TRUE(market.group.hub(2).waitForCommand("ListSystemPermission"));
+    ASSERT_TRUE(market.group.hub(0).waitForCommand("ListSystemPermission"));
+    EXPECT_EQ(market->session().getState(), tivra::Session::TIVRA_SESSION_UNAVAILABLE);
+    market.group.hub(1).start();
+    EXPECT_EQ(started.get(), "Session started");
+    market.settle();
+}
+
+TEST(Group, WrongAnswersOfAMemberStayItsOwn) {
+    Market market(3);
+    ASSERT_TRUE(market->startAndWait());
+    Hub& bad = market.group.hub(1);
+    struct Row {
+        Hub::Wrong how;
+        std::size_t statuses; ///< that the application gets under the tag
+    };
+    for (const Row& row : {Row{Hub::Wrong::Tag, 0}, Row{Hub::Wrong::NoStatus, 0}, Row{Hub::Wrong::Garbage, 0},
+                           Row{Hub::Wrong::Twice, 2}}) {
+        SCOPED_TRACE(static_cast<int>(row.how));
+        bad.answerWrong("Subscribe", row.how, 1);
+        const std::int64_t tag = market->send(tivra::SUBSCRIBE, 201, "REGION1");
+        market.settle();
+        const std::vector<SeenMessage> seen = market->messagesOf(tag);
+        EXPECT_EQ(static_cast<std::size_t>(std::count_if(
+                      seen.begin(), seen.end(),
+                      [](const auto& message) { return message.type == MessageEvent::STATUS; })),
+                  row.statuses);
+        EXPECT_EQ(market->ask(tivra::QUERYSNAP, 201, "REGION1"), 0) << "and it goes on";
+        // Whatever it does to a request for all, the others' parts arrive.
+        bad.answerWrong("QueryWildCard", row.how, 1);
+        const std::int64_t wide = market->send(tivra::QUERYWILDCARD, 300, "*");
+        market.settle();
+        std::set<std::string> symbols;
+        for (const SeenMessage& message : market->messagesOf(wide))
+            symbols.insert(message.symbol);
+        EXPECT_THAT(symbols, testing::IsSupersetOf({"ABOND", "HBOND", "RBOND", "ZBOND"}));
+        EXPECT_EQ(market->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
+    }
+}
+
+} // namespace
