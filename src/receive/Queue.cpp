@@ -68,6 +68,7 @@ Queue::Queue(size_t megabytes, bool useCompression, QueueHub* hub, int queueDept
     m_q_check_bytes = m_size / 100;
     m_BufferStart = m_block.get();
     m_BufferEnd = m_BufferStart + m_size;
+    m_knownWritten = m_BufferStart;
     m_WriteStream = m_BufferStart;
     m_WriteQueue.store(m_BufferStart, std::memory_order_relaxed);
     m_ReadQueue.store(m_BufferStart, std::memory_order_relaxed);
@@ -109,6 +110,7 @@ bool Queue::isEmptyBeforeSleep() {
 
 void Queue::movePointersToStart() {
     m_WriteStream = m_BufferStart;
+    m_knownWritten = m_BufferStart;
     {
         tp::MutexLock lock(m_write_mutex);
         m_WriteQueue.store(m_BufferStart, std::memory_order_release);
@@ -173,12 +175,12 @@ bool Queue::writeToQueue(const char* kvn_str, size_t len) {
 // it lies.
 bool Queue::PopElement() {
     tp::MutexLock lock(m_reset_mutex);
-    char* written;
-    {
-        tp::MutexLock writeLock(m_write_mutex);
-        written = m_WriteQueue.load(std::memory_order_acquire);
-    }
     char* read = m_ReadQueue.load(std::memory_order_relaxed);
+    if (m_knownWritten == read) {
+        tp::MutexLock writeLock(m_write_mutex);
+        m_knownWritten = m_WriteQueue.load(std::memory_order_acquire);
+    }
+    char* const written = m_knownWritten;
     if (written == read)
         return false;
     if (read == m_BufferEnd)

@@ -233,6 +233,8 @@ private:
     /// Held over the whole of PopElement, the application's callback included.
     tp::Mutex m_reset_mutex{kLockQueueReset};
     FrameHandler* m_queueReadHandler TP_GUARDED_BY(m_reset_mutex) = nullptr;
+    /// What the consumer knows of m_WriteQueue; it asks again when it has taken all of that.
+    char* m_knownWritten TP_GUARDED_BY(m_reset_mutex) = nullptr;
 
     mutable tp::Mutex m_desc_mutex;
     std::string m_socketDesc TP_GUARDED_BY(m_desc_mutex);

@@ -71,6 +71,10 @@ void QueueReadHandler::readableEvent(double) {
     m_responseQueue->PopElement();
 }
 
+bool QueueReadHandler::isStillReadable() const noexcept {
+    return !m_responseQueue->isEmpty();
+}
+
 bool QueueReadHandler::ensureParser() {
     if (kvnParser != nullptr)
         return true;

@@ -47,6 +47,7 @@ public:
 
     /// Delivers one frame of the queue.
     void readableEvent(double curtime) override;
+    [[nodiscard]] bool isStillReadable() const noexcept override;
 
     unsigned process_kvn_buffer(char* buf, unsigned long len, uint64_t* netMsgs) override;
     /// Classifies one message; true when the application has been called.

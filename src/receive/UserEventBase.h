@@ -36,6 +36,8 @@ public:
     /// Returns the time of the next call; below 0 there is none.
     virtual double timerEvent(double curtime);
     virtual void signalEvent(double curtime, int signum);
+    /// Whether another `readableEvent` would find data; false lets the reactor ask the queue table.
+    [[nodiscard]] virtual bool isStillReadable() const noexcept { return false; }
 
     [[nodiscard]] bool hasQueue() const noexcept { return m_pollPos != nullptr; }
     [[nodiscard]] bool hasTimer() const noexcept { return m_timerPos != nullptr; }

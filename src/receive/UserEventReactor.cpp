@@ -15,6 +15,9 @@ namespace tivra_internal {
 namespace {
 
 constexpr uint32_t kAllFlags = ~0U;
+/// Calls that a ready handler gets before the table and the clock are looked at again, which costs more than
+/// a short message. Few enough that slow callbacks don't hold up the timers.
+constexpr int kRounds = 8;
 
 // Stands in an activity slot that was vacated. It is never destroyed: a reactor may outlive the end of
 // main().
@@ -107,14 +110,29 @@ int UserEventReactor::doQPolls(int timeout) {
     m_qpoll_count.store(ready, std::memory_order_release);
     if (m_inBurst == 0)
         doPreIO(m_curLoopTime);
-    for (int i = 0; i < ready; ++i) {
-        // Read when its turn comes: whoever unregisters a handler clears what is still pending for it.
-        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
-        if (entry.events.load(std::memory_order_acquire) != 0)
-            entry.data.load(std::memory_order_relaxed)->readableEvent(m_curLoopTime);
+    serve(ready, Turn::First);
+    for (int round = 1; round < kRounds && serve(ready, Turn::Next); ++round) {
     }
     m_qpoll_count.store(0, std::memory_order_release);
     return 1;
+}
+
+/// Gives each ready handler one call, in the table's order, after the first turn only those that have more.
+/// True when a call was made.
+bool UserEventReactor::serve(int ready, Turn turn) {
+    bool isServed = false;
+    for (int i = 0; i < ready; ++i) {
+        // Read when its turn comes: whoever unregisters a handler clears what is still pending for it.
+        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
+        if (entry.events.load(std::memory_order_acquire) == 0)
+            continue;
+        UserEventBase* const handler = entry.data.load(std::memory_order_relaxed);
+        if (turn == Turn::Next && !handler->isStillReadable())
+            continue;
+        handler->readableEvent(m_curLoopTime);
+        isServed = true;
+    }
+    return isServed;
 }
 
 void UserEventReactor::doPreIO(double curtime) {

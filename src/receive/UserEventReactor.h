@@ -56,6 +56,8 @@ private:
     [[nodiscard]] int waitMilliseconds() const noexcept;
     void reportWaitFailure(int waitMs);
     [[nodiscard]] int doQPolls(int timeout);
+    enum class Turn { First, Next };
+    bool serve(int ready, Turn turn);
     void doPreIO(double curtime);
     void doPostIO(double curtime);
     void doTimers(double curtime, double limit);

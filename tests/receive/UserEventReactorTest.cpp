@@ -32,6 +32,7 @@ public:
         if (onRead)
             onRead();
     }
+    bool isStillReadable() const noexcept override { return saysWhetherMore && !queue->isEmpty(); }
     void preActivityEvent(double) override { m_log.push_back("pre " + name); }
     void postActivityEvent(double) override { m_log.push_back("post " + name); }
     double timerEvent(double curtime) override {
@@ -41,6 +42,7 @@ public:
 
     std::string name;
     Queue* queue = nullptr;
+    bool saysWhetherMore = false;
     std::function<void()> onRead;
     std::function<double(double)> onTimer;
 
@@ -101,6 +103,20 @@ TEST_F(UserEventReactorTest, BurstIsBracketedOnceAroundAllItsEvents) {
     reactor.unRegTimer(&b);
     std::erase(log, "timer b");
     EXPECT_EQ(log, (Log{"pre a", "read a", "read a", "read a", "post a"}));
+}
+
+TEST_F(UserEventReactorTest, HandlersWithMoreTakeTurnsAndLetTimersInBetween) {
+    attach(a, first);
+    attach(b, second);
+    a.saysWhetherMore = b.saysWhetherMore = true;
+    put(first, 20);
+    put(second, 2);
+    runUntil(22);
+    const Log head(log.begin(), log.begin() + 6);
+    EXPECT_EQ(head, (Log{"read a", "read b", "read a", "read b", "read a", "read a"}));
+    EXPECT_EQ(std::count(log.begin(), log.end(), "read a"), 20);
+    EXPECT_EQ(std::count(log.begin(), log.end(), "read b"), 2);
+    EXPECT_GE(passes, 3) << "a long burst holds up no timer";
 }
 
 TEST_F(UserEventReactorTest, HandlerRemovedDuringADispatchGetsNoFurtherCall) {
