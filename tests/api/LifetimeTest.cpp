@@ -2,7 +2,7 @@
 #include <tivra.h>
 #include <tp/Thread.h>
 
-#include "FailedAllocation.h"
+#include "support/HeapControl.h"
 #include "support/LogCapture.h"
 
 using testing::HasSubstr;

@@ -3,46 +3,11 @@
 
 #include "kvnparse/Message.h"
 #include "kvnparse/Parser.h"
+#include "support/HeapControl.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
 #include <string>
-
-namespace {
-
-std::atomic<long> allocations{0};
-
-void* countedAllocation(std::size_t size) {
-    ++allocations;
-    void* const memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-} // namespace
-
-void* operator new(std::size_t size) {
-    return countedAllocation(size);
-}
-void* operator new[](std::size_t size) {
-    return countedAllocation(size);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -56,7 +21,7 @@ std::string bodyOf(int pairs, std::size_t text) {
 }
 
 /// Heap allocations of 100 messages in one stream, after a first one.
-long allocationsFor(const std::string& body) {
+std::size_t allocationsFor(const std::string& body) {
     TestMap map;
     const auto parser = KVNAPI::Parser::alloc("kvn", &map, 1 << 20);
     std::string stream;
@@ -74,20 +39,20 @@ long allocationsFor(const std::string& body) {
         }
     };
     EXPECT_EQ(pullAll(first), 1);
-    const long before = allocations.load();
+    const std::size_t before = allocationsOfThisThread();
     EXPECT_EQ(pullAll(stream), 100);
-    return allocations.load() - before;
+    return allocationsOfThisThread() - before;
 }
 
 TEST(ParserAllocation, NoneUpTo32PairsAnd64BytesOfText) {
-    EXPECT_EQ(allocationsFor(bodyOf(32, 61)), 0);
-    EXPECT_EQ(allocationsFor("1=1"), 0);
-    EXPECT_EQ(allocationsFor("777=unknown|1="), 0);
+    EXPECT_EQ(allocationsFor(bodyOf(32, 61)), 0U);
+    EXPECT_EQ(allocationsFor("1=1"), 0U);
+    EXPECT_EQ(allocationsFor("777=unknown|1="), 0U);
 }
 
 TEST(ParserAllocation, OneMoreOfEitherCostsOneAllocation) {
-    EXPECT_EQ(allocationsFor(bodyOf(33, 61)), 100);
-    EXPECT_EQ(allocationsFor(bodyOf(32, 62)), 100);
+    EXPECT_EQ(allocationsFor(bodyOf(33, 61)), 100U);
+    EXPECT_EQ(allocationsFor(bodyOf(32, 62)), 100U);
 }
 
 } // namespace

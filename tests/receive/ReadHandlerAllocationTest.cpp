@@ -1,5 +1,6 @@
-#include "AllocationCounter.h"
 #include "ReadHandlerFixture.h"
+
+#include "support/HeapControl.h"
 
 namespace tivra_internal {
 namespace {

@@ -1,16 +1,18 @@
-#include "FailedAllocation.h"
+#include "support/HeapControl.h"
 
 #include <cstdlib>
 #include <new>
 
 namespace {
 
+thread_local std::size_t t_allocations = 0;
 thread_local long t_untilFailure = -1;
 
 void* allocate(std::size_t size) noexcept {
+    ++t_allocations;
     if (t_untilFailure >= 0 && t_untilFailure-- == 0)
         return nullptr;
-    return std::malloc(size);
+    return std::malloc(size != 0 ? size : 1);
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -20,6 +22,10 @@ void* allocateOrThrow(std::size_t size) {
 }
 
 } // namespace
+
+std::size_t allocationsOfThisThread() noexcept {
+    return t_allocations;
+}
 
 FailedAllocation::FailedAllocation(long count) {
     t_untilFailure = count;
