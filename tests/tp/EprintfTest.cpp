@@ -89,7 +89,7 @@ TEST_F(Eprintf, EachOptionAddsItsPiece) {
         {EPF_NOOPTIONS, EPF_INFO, "text\n"},
         {EPF_LEVELS, EPF_CRIT, "CRIT: text\n"},
         {EPF_LEVELS, EPF_ALWAYS_WARN, "WARN: text\n"},
-        {EPF_FILEINFO, EPF_INFO, "/.*/EprintfTest.cpp\\[[0-9]+\\]: text\n"},
+        {EPF_FILEINFO, EPF_INFO, ".*/EprintfTest.cpp\\[[0-9]+\\]: text\n"},
         {EPF_FILEINFO | EPF_SHORTFILENAME, EPF_INFO, "EprintfTest.cpp\\[[0-9]+\\]: text\n"},
         {EPF_FUNCNAME, EPF_INFO, "operator\\(\\)\\(\\): text\n"},
         {EPF_TIMESTAMP, EPF_INFO, "[A-Z][a-z][a-z] [ 1-3][0-9] [0-9:]{8} text\n"},
