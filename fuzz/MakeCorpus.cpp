@@ -187,6 +187,37 @@ void writeParserSeeds(const Corpus& corpus, const std::vector<std::vector<std::s
     }
 }
 
+std::string deflated(std::string_view bytes) {
+    std::string out(compressBound(bytes.size()), '\0');
+    uLongf size = out.size();
+    if (::compress(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
+                   bytes.size()) != Z_OK)
+        throw std::runtime_error("zlib failed");
+    return out.substr(0, size);
+}
+
+void writeInflateSeeds(const Corpus& corpus, const std::vector<std::vector<std::string>>& rows) {
+    const auto start = [](unsigned mode, std::size_t seed) {
+        return std::string{static_cast<char>(mode), static_cast<char>(seed)};
+    };
+    // The pull (messages, bytes, a change), crossed with levels, flushes and damage.
+    constexpr unsigned MODES[] = {0x00, 0x02, 0x04, 0x50, 0x62, 0x74, 0xa0, 0xb2, 0x28, 0x2a, 0x6c, 0x14};
+    for (std::size_t i = 0; i < std::size(MODES); ++i) {
+        std::string plain;
+        for (std::size_t n = 0; n < 8; ++n)
+            plain += frameOf(bodyOf(rows[i * 1201 + n], false));
+        corpus.add(numbered("day", i), start(MODES[i], i) + plain);
+    }
+    const std::string frames = frameOf("5=IBM|11=17") + frameOf("16=x") + frameOf("11=3");
+    for (const unsigned pull : {1U, 3U, 5U}) {
+        corpus.add(numbered("raw", pull), start(pull, 2) + deflated(frames));
+        corpus.add(numbered("behind-end", pull), start(pull, 2) + deflated(frames) + std::string(700, 'x'));
+        corpus.add(numbered("many", pull), start(pull, 3) + deflated(frames + std::string(200000, '\4')));
+    }
+    corpus.add("needs-dictionary", start(1, 0) + "\x78\xbb\x06\x4a\x02\x2c"s);
+    corpus.add("not-zlib", start(3, 0) + frames);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -200,6 +231,7 @@ int main(int argc, char** argv) {
             throw std::runtime_error("too few rows");
         const fs::path folder = argv[2];
         writeFramerSeeds(Corpus(folder / "FramerFuzz"), rows);
+        writeInflateSeeds(Corpus(folder / "InflateFuzz"), rows);
         writeParserSeeds(Corpus(folder / "ParserFuzz"), rows);
         return 0;
     } catch (const std::exception& e) {
