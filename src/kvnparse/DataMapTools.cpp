@@ -52,12 +52,12 @@ int DataMapTools::parseToken(const char* text, DataMap* map, Exchange*, int& out
 
 int DataMapTools::parsePerm(const char* text, DataMap* map, Exchange*& out) {
     int id = 0;
-    if (!readPositive(text, id)) {
-        tp::te_error("Permission '%s' out of range.", text);
-        return -1;
-    }
-    out = map->lookupExchange(id);
-    return out != nullptr ? 0 : -1;
+    // A map may refuse a number that is in range: it takes only so many.
+    out = readPositive(text, id) ? map->lookupExchange(id) : nullptr;
+    if (out != nullptr)
+        return 0;
+    tp::te_error("Permission '%s' out of range.", text);
+    return -1;
 }
 
 int DataMapTools::parseExch(const char* text, DataMap* map, Exchange*& out) {

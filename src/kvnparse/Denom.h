@@ -53,7 +53,8 @@ struct Denom {
     /// Turns one wire value into a price. Returns 0, or -1 with `*value` as it was for a bad funky value.
     [[nodiscard]] int normalizeValue(double* value) const;
 
-    /// The way back: the wire integer of a price. What an int64 cannot hold is clamped, NaN gives 0.
+    /// The way back: the wire integer of a price. A result beyond an int64 is clamped (for a
+    /// funky record it wraps); NaN gives 0.
     [[nodiscard]] std::int64_t unNormalizeValue(double value) const noexcept;
 };
 

@@ -40,7 +40,7 @@ _factory::untyped_func_t _factory::find(const char* name) {
 }
 
 void _factory::reportRows() const {
-    tp::te_error("\nAvailable options are:\n");
+    tp::te_error("\nAvailable options are:");
     if (m_reg == nullptr)
         return;
     for (const data& row : *m_reg)

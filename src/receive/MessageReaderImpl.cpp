@@ -68,8 +68,7 @@ std::string MessageReaderImpl::getValueAsString() const {
 }
 
 tivra::DateTime MessageReaderImpl::getValueAsDateTime() const noexcept {
-    const KVNAPI::TVPair* const pair = readablePair();
-    return tivra::DateTime(pair != nullptr ? doubleOf(*pair) : 0.0);
+    return tivra::DateTime(currentPair() != nullptr ? getValueAsDouble() : 0.0);
 }
 
 } // namespace tivra_internal

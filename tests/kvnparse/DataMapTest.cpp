@@ -215,6 +215,9 @@ TEST(DataMap, HooksMayRefuseOrRegisterByThemselves) {
     EXPECT_EQ(map.tokenCount(), 1U);
     map.m_inside = false;
     EXPECT_EQ(map.lookupExchange(1), nullptr);
+    Exchange* permission = nullptr;
+    EXPECT_EQ(DataMapTools::parsePerm("1", &map, permission), -1);
+    EXPECT_STREQ(tp::te_geterror(), "Permission '1' out of range.");
     Exchange* const exchange = map.lookupExchange(2);
     EXPECT_EQ(map.lookupExchange(2), exchange);
     EXPECT_EQ(map.exchangeCount(), 1U);

@@ -352,7 +352,7 @@ TEST(StreamFramer, AllocRefusesWhatItCannotBuild) {
 TEST(FactoryLists, HelpListsTheRowsInOrder) {
     EXPECT_EQ(KVNAPI::FramerList.getName("help"), nullptr);
     EXPECT_THAT(tp::te_geterror(),
-                testing::StartsWith("\nAvailable options are:\n"
+                testing::StartsWith("\nAvailable options are:"
                                     "\n          newline : new line separated (useful for vkvn messages)"
                                     "\n              kvn : Brindsel Token Format (HUB->applications)"));
 }
