@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <tp/TimerList.h>
+
 #include "receive/QPoll.h"
 
 namespace tivra_internal {
@@ -44,6 +46,8 @@ public:
 
 private:
     friend class UserEventReactor;
+    template<class Event, class Wake, int capacity>
+    friend class tp::TimerList;
 
     // The places in the reactor's lists, null while not registered.
     QPoll::pollq* m_pollPos = nullptr;

@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <poll.h>
-#include <thread>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -37,7 +35,6 @@ UserEventReactor::UserEventReactor(int threadIndex)
     , m_qpoll(std::make_unique<QPoll>(maxEvents))
     , index(threadIndex) {
     std::fill(std::begin(m_activity), std::end(m_activity), dummy());
-    std::fill(std::begin(m_timers), std::end(m_timers), UserEventBase::wake_t{suspendTime, nullptr});
 }
 
 UserEventReactor::~UserEventReactor() = default;
@@ -57,49 +54,20 @@ void UserEventReactor::end() {
 }
 
 void UserEventReactor::mainLoop() {
-    if (m_lastLoopTime > m_curLoopTime + 1.0) {
-        eprintf(EPF_CRIT, "Time went backwards - trying to cope. (old=%.3f new=%.3f)", m_lastLoopTime,
-                m_curLoopTime);
-        // As far past the old time as the clock jumped back: what was due within the jump must not sleep for
-        // the length of it.
-        doTimers(m_curLoopTime, m_lastLoopTime + (m_lastLoopTime - m_curLoopTime));
-    } else if (m_curLoopTime >= m_nextTimer) {
-        doTimers(m_curLoopTime, m_curLoopTime);
-    }
+    m_timers.pass(m_curLoopTime, m_lastLoopTime, [this] {
+        if (m_inBurst == 0)
+            doPreIO(m_curLoopTime);
+    });
     m_lastLoopTime = m_curLoopTime;
 
-    const int wait = waitMilliseconds();
+    const int wait = tp::ReactorWait::milliseconds(m_inBurst != 0, m_timers.nextTimer() - m_curLoopTime);
     if (m_mustExit.load(std::memory_order_acquire) != 0)
         return;
     const int ready = doQPolls(wait);
     if (ready < 0)
-        reportWaitFailure(wait);
+        m_wait.handleFailure(wait);
     else if (ready == 0 && m_inBurst != 0)
         doPostIO(m_curLoopTime);
-}
-
-// A burst spins without sleeping for as long as there is input.
-int UserEventReactor::waitMilliseconds() const noexcept {
-    if (m_inBurst != 0)
-        return 0;
-    const double seconds = m_nextTimer - m_curLoopTime;
-    if (seconds >= 1.0)
-        return 1000;
-    if (!(seconds > 0.0))
-        return 1;
-    return std::max(1, static_cast<int>(seconds * 1000.0));
-}
-
-void UserEventReactor::reportWaitFailure(int waitMs) {
-    if (errno == EINTR)
-        return;
-    const double now = tp::Clock::monotonic();
-    if (now - m_lastWaitFailureLog >= 1.0 || now < m_lastWaitFailureLog) {
-        m_lastWaitFailureLog = now;
-        eperror(EPF_CRIT, "Error on poll");
-    }
-    // A wait that fails for good must not turn the loop into a busy one.
-    std::this_thread::sleep_for(std::chrono::milliseconds(std::max(waitMs, 10)));
 }
 
 int UserEventReactor::doQPolls(int timeout) {
@@ -147,34 +115,6 @@ void UserEventReactor::doPostIO(double curtime) {
     tp::MutexLock lock(m_activity_mutex);
     for (int i = m_activityCount - 1; i >= 0; --i)
         m_activity[i]->postActivityEvent(curtime);
-}
-
-void UserEventReactor::doTimers(double curtime, double limit) {
-    m_nextTimer = suspendTime;
-    for (int i = m_timerCount - 1; i >= 0; --i) {
-        // A handler may have removed entries: what lies past the end is suspended and has no object.
-        if (m_timers[i].event == nullptr)
-            continue;
-        if (limit >= m_timers[i].waketime && m_inBurst == 0)
-            doPreIO(curtime); // may change the list, so the entry is read again
-        const UserEventBase::wake_t entry = m_timers[i];
-        if (entry.event == nullptr)
-            continue;
-        if (limit >= entry.waketime)
-            wakeTimer(entry.event, curtime);
-        else
-            m_nextTimer = std::min(m_nextTimer, entry.waketime);
-    }
-}
-
-void UserEventReactor::wakeTimer(UserEventBase* event, double curtime) {
-    const double next = event->timerEvent(curtime);
-    if (next < 0.0) {
-        unRegTimer(event);
-    } else if (event->m_timerPos != nullptr) {
-        event->m_timerPos->waketime = next;
-        m_nextTimer = std::min(m_nextTimer, next);
-    }
 }
 
 void UserEventReactor::regQueue(UserEventBase* event, Queue* queue) {
@@ -244,31 +184,6 @@ void UserEventReactor::unRegActivity(UserEventBase* event) {
     --m_activityCount;
     *slot = m_activity[m_activityCount];
     m_activity[m_activityCount] = dummy();
-}
-
-void UserEventReactor::regTimer(UserEventBase* event, double waketime) {
-    if (event->m_timerPos != nullptr || m_timerCount >= maxEvents) {
-        eprintf(EPF_CRIT, "regTimer: not registered: %s",
-                event->m_timerPos != nullptr ? "the object has a timer" : "the reactor is full");
-        return;
-    }
-    m_timers[m_timerCount] = {waketime, event};
-    event->m_timerPos = &m_timers[m_timerCount];
-    ++m_timerCount;
-    m_nextTimer = std::min(m_nextTimer, waketime);
-}
-
-void UserEventReactor::unRegTimer(UserEventBase* event) {
-    if (event->m_timerPos == nullptr)
-        return;
-    const auto slot = event->m_timerPos - m_timers;
-    const int last = --m_timerCount;
-    if (slot != last) {
-        m_timers[slot] = m_timers[last];
-        m_timers[slot].event->m_timerPos = &m_timers[slot];
-    }
-    m_timers[last] = {suspendTime, nullptr};
-    event->m_timerPos = nullptr;
 }
 
 void UserEventReactor::addQPoll(UserEventBase* event) {

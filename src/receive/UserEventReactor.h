@@ -4,6 +4,8 @@
 #include <memory>
 
 #include <tp/Mutex.h>
+#include <tp/ReactorWait.h>
+#include <tp/TimerList.h>
 
 #include "receive/QPoll.h"
 #include "receive/UserEventBase.h"
@@ -15,8 +17,9 @@ namespace tivra_internal {
 class UserEventReactor {
 public:
     static constexpr int maxEvents = 1024;
+    using Timers = tp::TimerList<UserEventBase, UserEventBase::wake_t, maxEvents>;
     /// The time of a timer that never fires.
-    static constexpr double suspendTime = 1e17;
+    static constexpr double suspendTime = Timers::suspendTime;
 
     explicit UserEventReactor(int index);
     virtual ~UserEventReactor();
@@ -45,23 +48,19 @@ public:
     /// Not from within a pre or post activity handler. @thread any
     void unRegActivity(UserEventBase* event);
     /// `waketime` is absolute, in seconds since the epoch. @thread user, or before begin() and after it
-    void regTimer(UserEventBase* event, double waketime);
-    void unRegTimer(UserEventBase* event);
+    void regTimer(UserEventBase* event, double waketime) { m_timers.add(event, waketime); }
+    void unRegTimer(UserEventBase* event) { m_timers.remove(event); }
 
     [[nodiscard]] double getCurTime() const noexcept { return m_curLoopTime; }
     [[nodiscard]] int getIndex() const noexcept { return index; }
 
 private:
     void mainLoop();
-    [[nodiscard]] int waitMilliseconds() const noexcept;
-    void reportWaitFailure(int waitMs);
     [[nodiscard]] int doQPolls(int timeout);
     enum class Turn { First, Next };
     bool serve(int ready, Turn turn);
     void doPreIO(double curtime);
     void doPostIO(double curtime);
-    void doTimers(double curtime, double limit);
-    void wakeTimer(UserEventBase* event, double curtime);
 
     void addQPoll(UserEventBase* event) TP_REQUIRES(m_queue_mutex);
     void modQPoll(UserEventBase* event) TP_REQUIRES(m_queue_mutex);
@@ -76,7 +75,7 @@ private:
     int m_inBurst = 0;
     double m_curLoopTime = 0.0;
     double m_lastLoopTime = 0.0;
-    double m_lastWaitFailureLog = 0.0;
+    tp::ReactorWait m_wait;
 
     const std::unique_ptr<QPoll::qpoll_ready[]> m_qpoll_events;
     std::atomic<int> m_qpoll_count{0}; ///< entries of m_qpoll_events being worked off
@@ -91,9 +90,7 @@ private:
     int m_activityCount TP_GUARDED_BY(m_activity_mutex) = 0;
     UserEventBase* m_activity[maxEvents] TP_GUARDED_BY(m_activity_mutex) = {};
 
-    int m_timerCount = 0;
-    UserEventBase::wake_t m_timers[maxEvents] = {};
-    double m_nextTimer = 0.0;
+    Timers m_timers;
 
     const int index;
 };

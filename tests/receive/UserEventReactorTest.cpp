@@ -188,22 +188,6 @@ TEST_F(UserEventReactorTest, RegistrationsStopAtTheirBound) {
     EXPECT_EQ(std::count(log.begin(), log.end(), "pre m"), UserEventReactor::maxEvents - 1);
 }
 
-TEST_F(UserEventReactorTest, TimerAloneDecidesItsNextTime) {
-    int calls = 0;
-    a.onTimer = [&](double) { return ++calls < 3 ? 0.0 : -1.0; };
-    b.onTimer = [&](double) {
-        if (calls == 3)
-            reactor.end();
-        return 0.0;
-    };
-    reactor.regTimer(&a, 0.0);
-    reactor.regTimer(&b, 0.0);
-    reactor.begin();
-    EXPECT_EQ(calls, 3);
-    EXPECT_FALSE(a.hasTimer());
-    EXPECT_TRUE(b.hasTimer());
-}
-
 TEST_F(UserEventReactorTest, TimerAheadFiresAtItsTimeOrWhenTheClockHasSteppedBackPastIt) {
     struct Case {
         double step;

@@ -6,6 +6,8 @@
 namespace tp {
 
 class EventBase;
+template<class Event, class Wake, int capacity>
+class TimerList;
 
 /// One timer of a reactor: who is called, and when, in seconds since the Unix epoch.
 struct wake_t {
@@ -46,6 +48,8 @@ public:
 
 private:
     friend class EventReactor;
+    template<class Event, class Wake, int capacity>
+    friend class TimerList;
 
     // The object's entries in the reactor's lists, null while it is not registered.
     pollfd* m_pollPos = nullptr;

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <tp/EventBase.h>
+#include <tp/ReactorWait.h>
+#include <tp/TimerList.h>
 
 #include <atomic>
 #include <memory>
@@ -17,8 +19,9 @@ public:
     enum class Backend { automatic, poll };
 
     static constexpr int maxEvents = 4096;
+    using Timers = TimerList<EventBase, wake_t, maxEvents>;
     /// The waketime that means "never".
-    static constexpr double suspendTime = 1e17;
+    static constexpr double suspendTime = Timers::suspendTime;
 
     explicit EventReactor(Backend backend = Backend::automatic);
     virtual ~EventReactor();
@@ -51,8 +54,8 @@ public:
 
     /// `waketime` is absolute. A full reactor logs and registers nothing, as does an object that already
     /// has a timer.
-    void regTimer(EventBase* event, double waketime);
-    void unRegTimer(EventBase* event);
+    void regTimer(EventBase* event, double waketime) { m_timers.add(event, waketime); }
+    void unRegTimer(EventBase* event) { m_timers.remove(event); }
 
     /// The time right after the last wait.
     [[nodiscard]] double getCurTime() const noexcept { return m_curLoopTime; }
@@ -60,12 +63,8 @@ public:
 private:
     void probeEPoll();
     void mainLoop();
-    [[nodiscard]] int waitMilliseconds() const noexcept;
-    void handleWaitFailure(int wait);
     void doPreIO(double curtime);
     void doPostIO(double curtime);
-    void doTimers(double curtime, double limit);
-    void wakeTimer(EventBase* event, double curtime);
     [[nodiscard]] int doPolls(int timeout);
     [[nodiscard]] bool servePollSlot(int slot, double curtime);
     [[nodiscard]] int doEPolls(int timeout);
@@ -83,7 +82,7 @@ private:
     int m_inBurst = 0;
     double m_curLoopTime = 0.0;
     double m_lastLoopTime = 0.0;
-    double m_lastWaitError = -1e17; // monotonic time of the last log line about a failing wait
+    ReactorWait m_wait;
 
     int m_epoll_fd = -1;
     int m_epoll_count = 0;
@@ -97,9 +96,7 @@ private:
     int m_activityCount = 0;
     EventBase* m_activity[maxEvents];
 
-    int m_timerCount = 0;
-    wake_t m_timers[maxEvents];
-    double m_nextTimer = 0.0; // so the first pass looks at the timers
+    Timers m_timers;
 };
 
 } // namespace tp

@@ -1,0 +1,34 @@
+#include <tp/ReactorWait.h>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+namespace tp {
+
+int ReactorWait::milliseconds(bool inBurst, double untilTimer) noexcept {
+    if (inBurst)
+        return 0;
+    if (untilTimer >= 1.0)
+        return 1000;
+    if (!(untilTimer > 0.0))
+        return 1;
+    return std::max(1, static_cast<int>(untilTimer * 1000.0));
+}
+
+void ReactorWait::handleFailure(int waitMs) {
+    if (errno == EINTR)
+        return;
+    const double now = Clock::monotonic();
+    if (now - m_lastLog >= 1.0 || now < m_lastLog) {
+        m_lastLog = now;
+        eperror(EPF_CRIT, "Error on poll");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::max(waitMs, 10)));
+}
+
+} // namespace tp
