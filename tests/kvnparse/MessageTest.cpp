@@ -165,6 +165,14 @@ TEST_F(MessageTest, DeepCopyOutlivesItsSource) {
         EXPECT_EQ(copy.symbol.len, 0U);
         copy.deepCopy(&copy);
         EXPECT_EQ(copy.pair(0)->s.view(), "x");
+        // Pairs on the heap alone are given back as well.
+        Message wide;
+        wide.isTagPresent = 1;
+        for (int i = 0; i < 33; ++i)
+            wide.addPair()->setI(number, i);
+        wide.deepCopy(&small);
+        EXPECT_EQ(wide.pairsEnd() - wide.pairs, Message::STATICPAIRS);
+        EXPECT_EQ(wide.isTagPresent, 0U);
     }
 }
 

@@ -58,21 +58,5 @@ TEST(DateTime, OutsideTheYears1To9999AllFieldsAre0) {
     EXPECT_EQ(textOf(DateTime()), "0000-00-00 00:00:00.000000000");
 }
 
-TEST(DateTime, TheSettersOfDateAndTimeKeepWhatTheyAreGiven) {
-    Date date;
-    date.setdate(12, 31, 9999);
-    EXPECT_EQ(date.month(), 12);
-    EXPECT_EQ(date.day(), 31);
-    EXPECT_EQ(date.year(), 9999);
-    Time time;
-    time.settime(23, 58, 59, 998, 997, 996);
-    EXPECT_EQ(time.hour(), 23);
-    EXPECT_EQ(time.minute(), 58);
-    EXPECT_EQ(time.second(), 59);
-    EXPECT_EQ(time.millisecond(), 998);
-    EXPECT_EQ(time.microsecond(), 997);
-    EXPECT_EQ(time.nanosecond(), 996);
-}
-
 } // namespace
 } // namespace tivra

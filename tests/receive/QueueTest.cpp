@@ -40,13 +40,6 @@ TEST(Queue, SocketNameIsCutNotOverrun) {
     EXPECT_EQ(queue.getSocketDesc(), std::string(255, 'd'));
 }
 
-TEST_F(RingTest, EmptyQueueDeliversNothing) {
-    EXPECT_TRUE(queue.isEmpty());
-    EXPECT_FALSE(queue.PopElement());
-    feed("");
-    EXPECT_FALSE(queue.PopElement());
-}
-
 TEST_F(RingTest, FailedParseIsCountedAndTheNextFrameGoesOn) {
     feed(makeFrame("1=a") + makeFrame("1=b"));
     handler.failures = 3;
