@@ -261,13 +261,16 @@ TEST(ParserForms, FollowChangesOfOptionsAndOfTheMap) {
 }
 
 TEST(ParserForms, KeepFunctionsApartWhenACopiedMapRepeatsSerialIds) {
-    DataMap bare;
     TestMap full;
+    DataMap bare;
+    for (const char* const name : {"UNKNOWNTOKEN", "UNKNOWNSVALUE", "TOKEN.DEL", "ENUM.SRC.ID", "PERMISSION"})
+        ASSERT_NE(bare.addToken(full.lookupTokenViaName(name)), nullptr);
     KVNParse first;
     // The tokens of a map that was bound have serial ids, which travel; its counter starts again.
-    ASSERT_EQ(first.setMetaMap(&full), 0);
+    ASSERT_EQ(first.setMetaMap(&bare), 0);
     DataMap copied;
-    copied.copy(&full);
+    copied.copy(&bare);
+    ASSERT_NE(copied.addToken(full.lookupTokenViaName("PRODUCT.ROOT")), nullptr);
     Token late;
     late.kvnid = 300;
     late.name = "LATE";
@@ -275,9 +278,10 @@ TEST(ParserForms, KeepFunctionsApartWhenACopiedMapRepeatsSerialIds) {
     ASSERT_EQ(copied.createTokenSerialId(added), 0);
     KVNParse parse;
     ASSERT_EQ(parse.setMetaMap(&copied), 0);
-    const std::string frame = frameOf("300=5|4=6");
+    const std::string frame = frameOf("300=5|4=6|3=7|16=x");
     for (const BodyParserForm& form : formsHere())
-        EXPECT_EQ(outcome(parse, form.parse, bufref(frame.data(), frame.size())), "source=6 300:5")
+        EXPECT_EQ(outcome(parse, form.parse, bufref(frame.data(), frame.size())),
+                  "source=6 permission=7 [altindex] 300:5 16:'x'")
             << form.name;
 }
 

@@ -171,6 +171,7 @@ TEST_F(ZKVNParserTest, OutputThatIsHeldBackComesWithoutNewInput) {
         feed("");
         feed("");
         std::string got = pullAll();
+        EXPECT_EQ(pullAll(), "") << "something was held back at " << cut;
         feed(stream.substr(cut));
         got += pullAll();
         EXPECT_THAT(got, testing::EndsWith("y'\n1:7\n1:7\n1:7\n1:7\n")) << cut;

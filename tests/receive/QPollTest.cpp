@@ -58,8 +58,8 @@ TEST_F(QPollTest, ReportsWantedQueuesWithDataInTableOrder) {
     const QPoll::qpoll_event wanted{POLLIN, &handlers[1]};
     EXPECT_EQ(poll.qpoll_ctl(QPoll::QPOLL_CTL_MOD, &queues[1], &wanted), 0);
     EXPECT_EQ(ready(), (Numbers{2, 0, 1}));
-    EXPECT_EQ(poll.qpoll_ctl(QPoll::QPOLL_CTL_DEL, &queues[0], nullptr), 0);
-    EXPECT_EQ(ready(), (Numbers{2, 1}));
+    EXPECT_EQ(poll.qpoll_ctl(QPoll::QPOLL_CTL_DEL, &queues[2], nullptr), 0);
+    EXPECT_EQ(ready(), (Numbers{0, 1})) << "the others keep their order";
 }
 
 TEST_F(QPollTest, WrongCallsAreRefusedAndChangeNothing) {

@@ -236,6 +236,7 @@ TEST_F(ReadHandlerTest, ABadFrameIsCountedAndTheNextOneParses) {
         handler().process_kvn_buffer(bytes.data(), bytes.size(), &delivered);
         EXPECT_EQ(delivered, 0U);
         EXPECT_EQ(receive("4=100|5=IBM"), "UPDATE IBM@100 rc=0 tag=0 [] {}");
+        EXPECT_EQ(failures, 0U) << "a bad frame costs nothing but itself";
     }
 }
 
