@@ -1,11 +1,9 @@
 #include "RoadHub.h"
 
-#include <cstdlib>
 #include <iterator>
 #include <stdexcept>
 #include <thread>
 
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,7 +26,7 @@ void sendPaced(tivra_sim::Hub& hub, const RoadLoad& load) {
 }
 
 /// The hub's process: tells its port, then serves until the parent closes its end.
-[[noreturn]] void serve(const RoadLoad& load, int tell, int control) {
+void serve(const RoadLoad& load, const ChildProcess::Ends& parent) {
     tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
     if (load.events > 0) {
         config.playback.file = TIVRA_SAMPLE_DAY;
@@ -39,15 +37,14 @@ void sendPaced(tivra_sim::Hub& hub, const RoadLoad& load) {
     tivra_sim::Hub hub(config);
     hub.start();
     const std::uint16_t port = hub.port();
-    if (write(tell, &port, sizeof port) != static_cast<ssize_t>(sizeof port))
-        _exit(1);
+    if (!writeAll(parent.tell, &port, sizeof port))
+        return;
     if (load.paced > 0 && hub.waitForSubscriptions(1, std::chrono::milliseconds(30000)))
         sendPaced(hub, load);
     char byte = 0;
-    while (read(control, &byte, 1) > 0)
+    while (read(parent.control, &byte, 1) > 0)
         hub.startPlayback();
     hub.stop();
-    _exit(0);
 }
 
 } // namespace
@@ -58,36 +55,14 @@ std::int64_t nowNanoseconds() {
     return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-RoadHub::RoadHub(const RoadLoad& load) {
-    int tell[2];
-    int control[2];
-    if (pipe(tell) != 0 || pipe(control) != 0)
-        throw std::runtime_error("no pipe to the hub's process");
-    m_pid = fork();
-    if (m_pid == 0) {
-        close(tell[0]);
-        close(control[1]);
-        serve(load, tell[1], control[0]);
-    }
-    close(tell[1]);
-    close(control[0]);
-    m_control = control[1];
-    const bool told =
-        m_pid > 0 && read(tell[0], &m_port, sizeof m_port) == static_cast<ssize_t>(sizeof m_port);
-    close(tell[0]);
-    if (!told)
+RoadHub::RoadHub(const RoadLoad& load)
+    : m_process([&load](const ChildProcess::Ends& parent) { serve(load, parent); }) {
+    if (!m_process.read(&m_port, sizeof m_port))
         throw std::runtime_error("the hub's process did not start");
 }
 
 void RoadHub::playAgain() {
-    const char byte = 1;
-    if (write(m_control, &byte, 1) != 1)
-        throw std::runtime_error("the hub's process has gone");
-}
-
-RoadHub::~RoadHub() {
-    close(m_control);
-    waitpid(m_pid, nullptr, 0);
+    m_process.write(1);
 }
 
 } // namespace tivra_bench

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <sys/types.h>
+#include "ChildProcess.h"
 
 namespace tivra_bench {
 
@@ -26,17 +26,13 @@ struct RoadLoad {
 class RoadHub {
 public:
     explicit RoadHub(const RoadLoad& load);
-    ~RoadHub();
-    RoadHub(const RoadHub&) = delete;
-    RoadHub& operator=(const RoadHub&) = delete;
 
     [[nodiscard]] std::uint16_t port() const { return m_port; }
     /// Plays all events once more.
     void playAgain();
 
 private:
-    pid_t m_pid = -1;
-    int m_control = -1; ///< a byte plays again; the hub ends when this closes
+    ChildProcess m_process; ///< a byte plays again
     std::uint16_t m_port = 0;
 };
 

@@ -1,0 +1,127 @@
+// Standing requests over a group of hubs: how long they take to be answered, what they occupy, what a replay
+// of them all costs, and how that grows with their number. usage: tivra_request_bench [ROUNDS]
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <vector>
+
+#include "GroupProcess.h"
+#include "Interleave.h"
+#include "RequestLoad.h"
+
+using namespace tivra_bench;
+
+namespace {
+
+constexpr std::size_t kMost = 100000;
+/// Requests that a hub thread writes in a second at most: 500 in each of its ticks of 50 ms.
+constexpr double kLimitPerThread = 10000.0;
+/// Enough of them for two seconds at the limit.
+constexpr std::size_t kPathRequests = 20000;
+
+/// The runs of one number of requests, and what each of these took.
+struct Load {
+    std::size_t requests;
+    std::vector<double> answered;   ///< seconds
+    std::vector<double> replayed;   ///< seconds
+    std::vector<double> sendEach;   ///< seconds of the application's thread
+    std::vector<double> cpuEach;    ///< seconds of the process, from `send` to the answer
+    std::vector<double> replayCpu;  ///< seconds of the process, with the hubs' return
+    std::vector<double> replayEach; ///< without
+    std::vector<double> heapEach;
+    std::vector<double> residentEach;
+};
+
+/// `reconnectCpu` is what the return of the hubs costs without any requests.
+void addRun(Load& load, const RequestRun& run, double reconnectCpu) {
+    const auto requests = static_cast<double>(load.requests);
+    load.answered.push_back(run.answeredSeconds);
+    load.replayed.push_back(run.replaySeconds);
+    load.sendEach.push_back(run.sendSeconds / requests);
+    load.cpuEach.push_back(run.answeredCpu / requests);
+    load.replayCpu.push_back(run.replayCpu);
+    load.replayEach.push_back((run.replayCpu - reconnectCpu) / requests);
+    load.heapEach.push_back(run.heapBytes / requests);
+    load.residentEach.push_back(run.residentBytes / requests);
+}
+
+void printLoads(const std::vector<Load>& loads, const std::vector<double>& reconnectCpu) {
+    for (const Load& load : loads) {
+        std::printf(
+            "  %6zu: all answered in %6.3f s (noise %4.1f%%), %4.1f us of processor time each; `send` "
+            "takes %4.1f us\n",
+            load.requests, median(load.answered), noise(load.answered) * 100.0, median(load.cpuEach) * 1e6,
+            median(load.sendEach) * 1e6);
+        std::printf("          hubs back and all replayed in %6.3f s and %4.0f ms of processor time; with "
+                    "nothing to replay %4.0f ms\n",
+                    median(load.replayed), median(load.replayCpu) * 1e3, median(reconnectCpu) * 1e3);
+        std::printf("          %5.0f bytes of the heap each, %5.0f of resident memory\n",
+                    median(load.heapEach), median(load.residentEach));
+    }
+}
+
+void printGrowth(const char* what, const Load& small, const Load& large,
+                 const std::vector<double> Load::*each) {
+    printAim(std::string(what) + " for each, " + std::to_string(large.requests) + " to " +
+                 std::to_string(small.requests),
+             ratios(large.*each, small.*each), "1.0, linear");
+}
+
+std::vector<double> dividedBy(std::vector<double> values, double divisor) {
+    for (double& value : values)
+        value /= divisor;
+    return values;
+}
+
+/// Requests in a second from `send` to the answer, as a share of what the hub threads may write.
+double pathShare(const RequestRun& run, std::size_t requests, std::size_t hubThreads) {
+    return static_cast<double>(requests) / run.answeredSeconds /
+           (kLimitPerThread * static_cast<double>(hubThreads));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const int rounds = argc > 1 ? std::atoi(argv[1]) : 3;
+    std::vector<Load> loads;
+    for (const std::size_t requests : {kMost / 100, kMost / 10, kMost})
+        loads.push_back({requests, {}, {}, {}, {}, {}, {}, {}, {}});
+    std::vector<double> reconnectCpu;
+    std::vector<double> oneThread;
+    std::vector<double> allThreads;
+    try {
+        const GroupProcess group(kMost + kGroupHubs);
+        for (int round = 0; round < rounds; ++round) {
+            reconnectCpu.push_back(runRequests(group, {0, true}).replayCpu);
+            for (Load& load : loads) {
+                const RequestRun run = runRequests(group, {load.requests, true});
+                addRun(load, run, reconnectCpu.back());
+                if (load.requests == kMost)
+                    allThreads.push_back(pathShare(run, kMost, kGroupHubs));
+            }
+            oneThread.push_back(pathShare(runRequests(group, {kPathRequests, false}), kPathRequests, 1));
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "requests: %s\n", error.what());
+        return 1;
+    }
+    std::printf(
+        "\nSubscriptions over a group of %zu hubs with the watchlist on, a thread for each hub, %d rounds\n",
+        kGroupHubs, rounds);
+    printLoads(loads, reconnectCpu);
+    printAim("memory of a standing request, to 1 KiB", dividedBy(loads.back().heapEach, 1024.0), "below 1.0");
+    for (std::size_t i = 1; i < loads.size(); ++i) {
+        printGrowth("memory", loads[i - 1], loads[i], &Load::heapEach);
+        printGrowth("processor time, answer", loads[i - 1], loads[i], &Load::cpuEach);
+    }
+    // A replay of the fewest drowns in the hubs' return.
+    printGrowth("processor time, replay", loads[1], loads[2], &Load::replayEach);
+    std::printf("\nThe path of a request, from `send` to the wire; a hub thread may write %.0f a second\n",
+                kLimitPerThread);
+    std::printf("  one hub thread %.0f requests/s, %zu hub threads %.0f requests/s\n",
+                median(oneThread) * kLimitPerThread, kGroupHubs,
+                median(allThreads) * kLimitPerThread * static_cast<double>(kGroupHubs));
+    printAim("one hub thread, to its limit", oneThread, "at least 0.95");
+    printAim("a thread for each hub, to their limit", allThreads, "for information");
+    return 0;
+}
