@@ -27,20 +27,22 @@ struct Load {
     std::vector<double> sendEach;   ///< seconds of the application's thread
     std::vector<double> cpuEach;    ///< seconds of the process, from `send` to the answer
     std::vector<double> replayCpu;  ///< seconds of the process, with the hubs' return
-    std::vector<double> replayEach; ///< without
+    std::vector<double> replayEach; ///< without that, and without idle turns meanwhile
     std::vector<double> heapEach;
     std::vector<double> residentEach;
 };
 
-/// `reconnectCpu` is what the return of the hubs costs without any requests.
-void addRun(Load& load, const RequestRun& run, double reconnectCpu) {
+/// `reconnect` is the return of the hubs without any requests.
+void addRun(Load& load, const RequestRun& run, const RequestRun& reconnect) {
     const auto requests = static_cast<double>(load.requests);
     load.answered.push_back(run.answeredSeconds);
     load.replayed.push_back(run.replaySeconds);
     load.sendEach.push_back(run.sendSeconds / requests);
     load.cpuEach.push_back(run.answeredCpu / requests);
     load.replayCpu.push_back(run.replayCpu);
-    load.replayEach.push_back((run.replayCpu - reconnectCpu) / requests);
+    // The longer the replay takes, the more the idle turns of the threads add to it.
+    const double idle = run.idleCpu * (run.replaySeconds - reconnect.replaySeconds);
+    load.replayEach.push_back((run.replayCpu - reconnect.replayCpu - idle) / requests);
     load.heapEach.push_back(run.heapBytes / requests);
     load.residentEach.push_back(run.residentBytes / requests);
 }
@@ -92,10 +94,11 @@ int main(int argc, char** argv) {
     try {
         const GroupProcess group(kMost + kGroupHubs);
         for (int round = 0; round < rounds; ++round) {
-            reconnectCpu.push_back(runRequests(group, {0, true}).replayCpu);
+            const RequestRun reconnect = runRequests(group, {0, true});
+            reconnectCpu.push_back(reconnect.replayCpu);
             for (Load& load : loads) {
                 const RequestRun run = runRequests(group, {load.requests, true});
-                addRun(load, run, reconnectCpu.back());
+                addRun(load, run, reconnect);
                 if (load.requests == kMost)
                     allThreads.push_back(pathShare(run, kMost, kGroupHubs));
             }

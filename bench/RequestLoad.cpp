@@ -1,12 +1,14 @@
 #include "RequestLoad.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include <malloc.h>
 #include <time.h>
@@ -115,6 +117,10 @@ public:
         run.answeredCpu = now(CLOCK_PROCESS_CPUTIME_ID) - cpu;
         run.heapBytes = heapBytes() - heap;
         run.residentBytes = residentBytes() - resident;
+
+        cpu = now(CLOCK_PROCESS_CPUTIME_ID);
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        run.idleCpu = (now(CLOCK_PROCESS_CPUTIME_ID) - cpu) * 4;
 
         wall = now(CLOCK_MONOTONIC);
         cpu = now(CLOCK_PROCESS_CPUTIME_ID);

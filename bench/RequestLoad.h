@@ -19,6 +19,7 @@ struct RequestRun {
     double answeredCpu = 0.0;     ///< processor time of the process meanwhile
     double replaySeconds = 0.0;   ///< from the loss of all hubs to the last answer of the replay
     double replayCpu = 0.0;
+    double idleCpu = 0.0;       ///< in a second in which nothing happens
     double heapBytes = 0.0;     ///< allocated for what stands, once all is answered
     double residentBytes = 0.0; ///< the growth of the process by then
 };
