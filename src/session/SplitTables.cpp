@@ -5,10 +5,14 @@
 
 #include <tp/eprintf.h>
 
+#include "session/PatternLimits.h"
+
 namespace tivra_internal {
 namespace {
 
 constexpr std::size_t kMaxPatternsPerSource = 4096;
+// Each pattern is bounded; so many of the worst would still take a hub's thread for minutes.
+constexpr std::size_t kMaxPatternCost = 4U << 20U;
 // The entry that takes every letter without one of its own.
 constexpr char kAnyLetter = '[';
 
@@ -56,6 +60,13 @@ void SplitTables::addSplitSymbol(int exch, const char* rx, HubClient* hub, const
         eprintf(EPF_WARN, "Source %d has %zu patterns; a further one is ignored", exch, table.size());
         return;
     }
+    const std::size_t cost = patternCost(rx).value_or(0);
+    if (m_patternCost + cost > kMaxPatternCost) {
+        eprintf(EPF_WARN,
+                "The patterns of all sources are too many or too complex; one of source %d is ignored", exch);
+        return;
+    }
+    m_patternCost += cost;
     if (isNew)
         eprintf(EPF_DBUG, "Inserting [exch %d] regex %s for hub=%s", exch, rx, hubName.c_str());
     else
@@ -129,6 +140,7 @@ bool SplitTables::patternsByHub(int exch, std::map<HubClient*, std::set<std::str
 void SplitTables::clear() {
     tp::MutexLock lock(m_split_mutex);
     SrcToSplitServByRegex.clear();
+    m_patternCost = 0;
     splitServ_.clear();
     splitPerm_.clear();
     SKIPSPLITLETTERS.fill(0);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -51,6 +52,7 @@ private:
 
     mutable tp::Mutex m_split_mutex;
     std::map<int, std::set<HubClient*>> splitPerm_ TP_GUARDED_BY(m_split_mutex);
+    std::size_t m_patternCost TP_GUARDED_BY(m_split_mutex) = 0; ///< of all patterns together
     std::map<std::string, HubClient*> splitServ_ TP_GUARDED_BY(m_split_mutex);
     std::map<int, PatternTable> SrcToSplitServByRegex TP_GUARDED_BY(m_split_mutex);
     std::array<uint32_t, kMaxSplitSource + 1> SKIPSPLITLETTERS TP_GUARDED_BY(m_split_mutex){};

@@ -35,33 +35,19 @@ TEST(AlternateIndexScan, SubscribeByIdentifierLeavesAsSnapAndSubscribeAndOnlyThe
     }
 }
 
-TEST(AlternateIndexScan, IdentifierBeforeTheCommandIsScannedOnce) {
+TEST(AlternateIndexScan, IdentifierBeforeTheCommandIsScannedOnceAndPlainPairsAreNone) {
     RequestImpl builder;
+    builder.add(5205, 7);
     builder.add(3126, std::string("2046251"));
-    builder.add(3123, std::string("037833100"));
     builder.setCommand(tivra::SUBSCRIBE);
+    builder.add(4, 100);
+    builder.add(3123, std::string("037833100"));
     RequestInternal request(&builder);
     request.setTag(21);
     ASSERT_TRUE(scanAlternateIndexes(request));
     EXPECT_EQ(request.altIndex.size(), 2U);
-    EXPECT_EQ(request.getKVNCommand(), "3126=2046251|3123=037833100|5022=QuerySnapAndSubscribe|5026=21");
-}
-
-TEST(AlternateIndexScan, SnapKeepsItsCommandAndPlainPairsAreNoIdentifier) {
-    RequestImpl builder;
-    builder.setCommand(tivra::QUERYSNAP);
-    builder.add(4, 100);
-    builder.add(5205, 7);
-    RequestInternal plain(&builder);
-    plain.setTag(22);
-    EXPECT_FALSE(scanAlternateIndexes(plain));
-
-    builder.add(3125, std::string("US0378331005"));
-    RequestInternal request(&builder);
-    request.setTag(23);
-    ASSERT_TRUE(scanAlternateIndexes(request));
-    EXPECT_EQ(request.getCommand(), tivra::QUERYSNAP);
-    EXPECT_FALSE(request.altIndex.front().suppressQuerySnapOutput);
+    EXPECT_EQ(request.getKVNCommand(),
+              "5205=7|3126=2046251|5022=QuerySnapAndSubscribe|4=100|3123=037833100|5026=21");
 }
 
 } // namespace

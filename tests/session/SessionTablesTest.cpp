@@ -170,6 +170,15 @@ TEST(SplitTables, PatternsInOrderOfTextThenTheLetterThenTheWildcardLetter) {
     EXPECT_EQ(tables.getHubForSplitSymbol(100, 'M'), hub(2));
     EXPECT_EQ(tables.getHubForSplitSymbol(100, 'Q'), hub(1));
     EXPECT_EQ(tables.getHubForSplitSymbol(101, 'Q'), nullptr);
+    // Patterns of the worst kind fill the tables long before they fill a source.
+    std::string worst = "^";
+    for (int i = 0; i < 512; ++i)
+        worst += "A?";
+    for (int i = 0; i < 20; ++i)
+        tables.addSplitSymbol(200, (worst + std::to_string(i)).c_str(), hub(3), "hub3");
+    std::map<HubClient*, std::set<std::string>> patterns;
+    EXPECT_TRUE(tables.patternsByHub(200, patterns));
+    EXPECT_EQ(patterns[hub(3)].size(), 15U);
 }
 
 } // namespace
