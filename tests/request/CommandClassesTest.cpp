@@ -1,5 +1,7 @@
 #include "request/CommandClasses.h"
 
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,30 +12,14 @@
 using namespace tivra_internal;
 
 TEST(CommandClasses, EachRowStandsAtItsValueWithItsWord) {
-    const std::vector<std::string> words{"Subscribe",
-                                         "Unsubscribe",
-                                         "QueryDepth",
-                                         "QuerySnap",
-                                         "QueryWildCard",
-                                         "QueryDepthAndSubscribe",
-                                         "QuerySnapAndSubscribe",
-                                         "ListEnumeration",
-                                         "ListAvailableTokens",
-                                         "ListAdministrationInfo",
-                                         "ListExtendedExchangeInfo",
-                                         "SelectUserFilterTokens",
-                                         "ListSubscribedSymbols",
-                                         "QueryXRef",
-                                         "ListUserPermission",
-                                         "GetActiveClientsInfo",
-                                         "GetAllUsers",
-                                         "SetConflationInterval",
-                                         "SubscribeWildCard",
-                                         "QuerySnapAndSubscribeWildCard",
-                                         "UnsubscribeWildCard",
-                                         "AddAlternateIndex",
-                                         "GetSourcePortDetails",
-                                         "SetL2ConflationInterval"};
+    std::istringstream text(
+        "Subscribe Unsubscribe QueryDepth QuerySnap QueryWildCard QueryDepthAndSubscribe "
+        "QuerySnapAndSubscribe ListEnumeration ListAvailableTokens ListAdministrationInfo "
+        "ListExtendedExchangeInfo SelectUserFilterTokens ListSubscribedSymbols QueryXRef "
+        "ListUserPermission GetActiveClientsInfo GetAllUsers SetConflationInterval "
+        "SubscribeWildCard QuerySnapAndSubscribeWildCard UnsubscribeWildCard "
+        "AddAlternateIndex GetSourcePortDetails SetL2ConflationInterval");
+    const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
     ASSERT_EQ(words.size(), COMMAND_TABLE.size());
     for (size_t i = 0; i < words.size(); ++i) {
         EXPECT_EQ(static_cast<size_t>(COMMAND_TABLE[i].command), i);
