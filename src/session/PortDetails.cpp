@@ -2,6 +2,7 @@
 // queue.
 #include "session/SessionImpl.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -23,6 +24,12 @@ constexpr std::size_t kMaxAnswer = 512 * 1024;
 
 void appendHub(std::string& text, const HubClient& hub) {
     text += "|13001=" + hub.getHubIpAddr() + "|13101=" + std::to_string(hub.getHubPort());
+}
+
+/// A pattern as hubs write it: "|" would end the pair, so alternatives have "~" between them.
+std::string wireForm(std::string pattern) {
+    std::replace(pattern.begin(), pattern.end(), '|', '~');
+    return pattern;
 }
 
 } // namespace
@@ -124,7 +131,7 @@ std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, con
                 texts.push_back(opening);
                 appendHub(texts.back(), *part);
             }
-            texts.back() += "|5={" + pattern + "}";
+            texts.back() += "|5={" + wireForm(pattern) + "}";
         }
     }
     return texts;

@@ -1,5 +1,7 @@
 #include "CatFixture.h"
 
+#include <tivra_sim/HubGroup.h>
+
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -26,6 +28,10 @@ const QueryCase QUERIES[] = {
     {"Snapshot",
      {"snapshot", "100:IBM"},
      {"IBM  source 100\n", "  6  SYMBOL.NAME              International"},
+     "QuerySnap"},
+    {"Identifiers",
+     {"snapshot", "--cusip", "100:459200101", "-s", "100", "-o", "raw"},
+     {"|5=IBM|", "|3123=459200101\n"},
      "QuerySnap"},
     {"Depth", {"depth", "101:IBM131221C185"}, {"DEPTH.POSITION", "101  IBM131221C185"}, "QueryDepth"},
     {"Wildcard", {"wildcard", "-s", "101", "IBM*"}, {"IBM131221C185", "IBM131221P185"}, "QueryWildCard"},
@@ -63,9 +69,17 @@ TEST_P(CatQueries, PrintWhatTheHubAnswersAndEnd) {
 INSTANTIATE_TEST_SUITE_P(Commands, CatQueries, testing::ValuesIn(QUERIES),
                          [](const auto& instance) { return instance.param.name; });
 
-TEST_F(CatQuery, PortsComeFromTheLibraryItself) {
-    ASSERT_EQ(run({"list", "ports"}), 0) << cat->error();
-    EXPECT_THAT(cat->output(), AllOf(HasSubstr("CLIENT.PORT"), HasSubstr(std::to_string(hub.port()))));
+TEST_F(CatQuery, PortsOfAGroupAreARowPerSourceAndHub) {
+    tivra_sim::GroupConfig config = tivra_sim::GroupConfig::realistic(2);
+    config.splits[300] = {{"^a|^b", 0}, {"^[c-m]", 0}, {"^[n-z]", 1}};
+    tivra_sim::HubGroup group(std::move(config));
+    group.start();
+    ASSERT_EQ(startAt(group.hub(0), {"list", "ports"}).waitForEnd(), 0) << cat->error();
+    for (const std::string& row :
+         {"   100  " + group.hostString(0) + " +all\n", "   201  " + group.hostString(1) + " +all\n",
+          "   300  " + group.hostString(0) + " +\\{\\^\\[c-m\\]\\}  \\{\\^a~\\^b\\}\n",
+          "   300  " + group.hostString(1) + " +\\{\\^\\[n-z\\]\\}\n"})
+        EXPECT_THAT(cat->output(), testing::ContainsRegex(row));
 }
 
 TEST_F(CatQuery, JsonHoldsTypedFieldsAndTheAnswer) {

@@ -28,6 +28,7 @@ struct RawOptions {
     std::vector<int> sources;
     std::vector<std::string> symbols;
     std::vector<std::string> positionalSymbols;
+    std::map<tivra::RequestParameters, std::vector<std::string>> identifiers;
     std::string symbolsFile;
     std::string listWhat;
     bool takesSnapshot = false;
@@ -178,12 +179,25 @@ void declareCommands(CLI::App& app, Options& options, RawOptions& raw) {
         command->add_option("symbols", raw.positionalSymbols, help);
         return command;
     };
+    const auto withIdentifiers = [&raw](CLI::App* command) {
+        for (const auto& [name, kind] :
+             {std::pair("--cusip", tivra::CUSIP), std::pair("--sedol", tivra::SEDOL),
+              std::pair("--isin", tivra::ISIN)})
+            command
+                ->add_option(
+                    name, raw.identifiers[kind],
+                    "an identifier in place of a symbol, IDENTIFIER or SOURCE:IDENTIFIER; repeatable")
+                ->allow_extra_args(false);
+    };
     const char* const symbols = "SYMBOL or SOURCE:SYMBOL; none asks for the whole source";
-    withSymbols(app.add_subcommand("snapshot", "present values of symbols, once"), symbols)
-        ->callback([&options] { options.command = tivra::QUERYSNAP; });
+    CLI::App* snapshot =
+        withSymbols(app.add_subcommand("snapshot", "present values of symbols, once"), symbols);
+    withIdentifiers(snapshot);
+    snapshot->callback([&options] { options.command = tivra::QUERYSNAP; });
 
     CLI::App* subscribe =
         withSymbols(app.add_subcommand("subscribe", "updates of symbols as they happen"), symbols);
+    withIdentifiers(subscribe);
     subscribe->add_flag("--snapshot", raw.takesSnapshot, "begin with the present values");
     subscribe->callback(
         [&] { options.command = raw.takesSnapshot ? tivra::QUERYSNAPANDSUBSCRIBE : tivra::SUBSCRIBE; });
@@ -253,7 +267,12 @@ void complete(Options& options, const RawOptions& raw) {
         const std::vector<std::string> more = readSymbols(raw.symbolsFile);
         symbols.insert(symbols.end(), more.begin(), more.end());
     }
-    options.targets = makeTargets(raw.sources, symbols);
+    addTargets(options.targets, raw.sources, symbols);
+    for (const auto& [kind, values] : raw.identifiers)
+        addTargets(options.targets, raw.sources, values, kind);
+    if (options.targets.empty())
+        for (const int source : raw.sources)
+            options.targets.push_back({source, {}});
     const CommandTraits& traits = traitsOf(options.command);
     if (traits.needsSymbol && options.targets.empty())
         throw Failure(ExitCode::Usage,

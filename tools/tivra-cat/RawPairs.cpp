@@ -29,6 +29,8 @@ void RawPairs::add(const Record& record, std::string& out) {
         pair(out, STATUS_TOKEN, std::to_string(record.statusCode));
     for (const Field& field : record.fields)
         pair(out, field.token, printable(field.text));
+    for (const Alternate& alternate : record.alternates)
+        pair(out, alternate.token, printable(alternate.value));
     if (!out.empty() && out.back() == '|')
         out.back() = '\n';
     else

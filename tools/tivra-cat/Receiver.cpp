@@ -108,7 +108,8 @@ Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
                                  isNumber ? reader.getValueAsDouble() : 0.0});
     }
     for (std::size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
-        record.alternates.push_back({event.getAlternateIndexTokenName(i), event.getAlternateIndexValue(i)});
+        record.alternates.push_back({event.getAlternateIndexTokenNumber(i),
+                                     event.getAlternateIndexTokenName(i), event.getAlternateIndexValue(i)});
     return record;
 }
 

@@ -20,6 +20,7 @@ struct Field {
 
 /// An alternate identifier that came with a message.
 struct Alternate {
+    int token = 0;
     std::string name;
     std::string value;
 };

@@ -6,6 +6,7 @@
 #include "RawPairs.h"
 #include "Subscriber.h"
 #include "Summary.h"
+#include "TablePorts.h"
 #include "TableRecords.h"
 #include "TableRows.h"
 #include "Writer.h"
@@ -53,6 +54,8 @@ std::unique_ptr<OutputFormat> makeFormat(const Options& options, const FieldSele
         return std::make_unique<RawPairs>();
     const CommandTraits& traits = traitsOf(options.command);
     const bool isColored = wantsColor(options.color);
+    if (options.command == tivra::GETSOURCEPORTDETAILS && selection.selectsAll())
+        return std::make_unique<TablePorts>();
     if (traits.describesFew && selection.selectsAll())
         return std::make_unique<TableRecords>(isColored);
     TableRows::Settings settings;

@@ -92,7 +92,7 @@ void Subscriber::sendTo(const Target* target, RequestBook& book) {
     if (target != nullptr && target->source != -1)
         request.add(tivra::ENUM_SRC_ID, target->source);
     if (target != nullptr && !target->symbol.empty())
-        request.add(tivra::SYMBOL_TICKER, target->symbol);
+        request.add(target->kind, target->symbol);
     if (m_options.depthType)
         request.add(tivra::DEPTH_TYPE, *m_options.depthType);
     for (const std::string& token : m_options.tokens)

@@ -51,27 +51,27 @@ int takeSource(std::string_view& text) {
 } // namespace
 
 std::string Target::name() const {
+    const char* const prefix = kind == tivra::CUSIP   ? "CUSIP "
+                               : kind == tivra::SEDOL ? "SEDOL "
+                               : kind == tivra::ISIN  ? "ISIN "
+                                                      : "";
     if (source == -1)
-        return symbol.empty() ? std::string("everything") : symbol;
-    return symbol.empty() ? fmt::format("source {}", source) : fmt::format("{}:{}", source, symbol);
+        return symbol.empty() ? std::string("everything") : prefix + symbol;
+    return symbol.empty() ? fmt::format("source {}", source) : fmt::format("{}{}:{}", prefix, source, symbol);
 }
 
-std::vector<Target> makeTargets(const std::vector<int>& sources, const std::vector<std::string>& symbols) {
-    std::vector<Target> targets;
+void addTargets(std::vector<Target>& targets, const std::vector<int>& sources,
+                const std::vector<std::string>& symbols, tivra::RequestParameters kind) {
     for (const std::string& text : symbols) {
         std::string_view symbol = trimmed(text);
         const int own = takeSource(symbol);
         checkSymbol(symbol);
         if (own != -1 || sources.empty())
-            targets.push_back({own, std::string(symbol)});
+            targets.push_back({own, std::string(symbol), kind});
         else
             for (const int source : sources)
-                targets.push_back({source, std::string(symbol)});
+                targets.push_back({source, std::string(symbol), kind});
     }
-    if (symbols.empty())
-        for (const int source : sources)
-            targets.push_back({source, {}});
-    return targets;
 }
 
 std::vector<std::string> readSymbols(const std::string& path) {
