@@ -48,12 +48,6 @@ bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, boo
     return true;
 }
 
-void HubEventReactor::takeRequests(std::vector<std::unique_ptr<RequestInternal>>& requests) {
-    const tp::MutexLock lock(m_request_mutex);
-    for (; !requestQueue.empty(); requestQueue.pop())
-        requests.push_back(std::move(requestQueue.front()));
-}
-
 int HubEventReactor::handle_hub_requests(unsigned budget) {
     const double start = tp::Clock::monotonic();
     Pass pass{budget, 0, false, {}, {}};

@@ -30,8 +30,6 @@ public:
     /// lets the queue grow instead. @thread any
     [[nodiscard]] bool pushRequest(std::unique_ptr<RequestInternal>& request, bool force)
         TP_EXCLUDES(m_request_mutex);
-    /// Moves what waits to the end of `requests`. @thread any
-    void takeRequests(std::vector<std::unique_ptr<RequestInternal>>& requests) TP_EXCLUDES(m_request_mutex);
     /// Writes at most `budget` requests, replays before new ones; returns the number sent.
     int handle_hub_requests(unsigned budget) TP_EXCLUDES(m_request_mutex);
     /// The client has become ready: its standing requests go out again, in the order of their tags.

@@ -1,5 +1,7 @@
 #include "request/Watchlist.h"
 
+#include <utility>
+
 #include <tp/eprintf.h>
 
 #include "request/RequestInternal.h"
@@ -46,7 +48,7 @@ void Watchlist::add(int64_t tag, RequestInternal& request) {
     remove(oldTag, true);
 }
 
-void Watchlist::unsubscribe(RequestInternal& request) const {
+void Watchlist::unsubscribe(RequestInternal& request) {
     const int64_t tag = request.getTag();
     const int64_t unsubTag = request.getUnsubtag();
     eprintf(EPF_DBUG, "Watchlist::unsubscribe(ENTRY): tag=%lld; unsubTag=%lld", printable(tag),
@@ -62,6 +64,7 @@ void Watchlist::unsubscribe(RequestInternal& request) const {
         request.modifyCommand(command == tivra::SUBSCRIBEWILDCARD ? tivra::UNSUBSCRIBEWILDCARD
                                                                   : tivra::UNSUBSCRIBE);
         request.modifyTag(tag, true);
+        m_unsubscribed.insert(unsubTag);
         return;
     }
 
@@ -89,6 +92,7 @@ void Watchlist::remove(int64_t tag, bool saveCmdTagMapEntry) {
     if (entry->second != nullptr && !saveCmdTagMapEntry)
         cmdTagMap.erase(entry->second->getCompareString());
     watchlistMap.erase(entry);
+    m_unsubscribed.erase(tag);
     eprintf(EPF_DBUG, "tag %lld removed from watchlist", printable(tag));
 }
 
@@ -134,10 +138,12 @@ bool Watchlist::countResponse(int64_t tag) {
     return isLast;
 }
 
-void Watchlist::forget(int64_t tag) {
+void Watchlist::forgetUnsubscribed() {
     tp::MutexLock lock(m_watchlist_mutex);
-    tagHubMap.erase(tag);
-    remove(tag, false);
+    for (const int64_t tag : std::exchange(m_unsubscribed, {})) {
+        tagHubMap.erase(tag);
+        remove(tag, false);
+    }
 }
 
 void Watchlist::removeAllHubs() {

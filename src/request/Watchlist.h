@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_set>
 
@@ -35,8 +36,8 @@ public:
     /// A hub has dropped the tag; the last one takes the request off the list.
     void removeHub(int64_t tag, HubClient* hubClient);
     void removeAllHubs();
-    /// The application has given the tag up, and no hub will be told of it.
-    void forget(int64_t tag);
+    /// Takes off what the application has unsubscribed: the hubs that have still to finish it are gone.
+    void forgetUnsubscribed();
 
     /// As many hubs must finish the tag.
     void setExpectedResponses(int64_t tag, unsigned long expectedResponses);
@@ -53,7 +54,7 @@ public:
     [[nodiscard]] std::unique_ptr<RequestInternal> getNextRequest(int64_t lastTag) const;
 
 private:
-    void unsubscribe(RequestInternal& request) const;
+    void unsubscribe(RequestInternal& request);
     void remove(int64_t tag, bool saveCmdTagMapEntry) TP_REQUIRES(m_watchlist_mutex);
     /// The tag's entry has one response less to come; true when it was the last.
     [[nodiscard]] bool countResponse(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
@@ -63,6 +64,8 @@ private:
     std::map<int64_t, std::unordered_set<HubClient*>> tagHubMap TP_GUARDED_BY(m_watchlist_mutex);
     /// Compare string to the tag that now stands for that command.
     std::map<std::string, int64_t> cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
+    /// Listed tags that the application has unsubscribed.
+    std::set<int64_t> m_unsubscribed TP_GUARDED_BY(m_watchlist_mutex);
 };
 
 } // namespace tivra_internal

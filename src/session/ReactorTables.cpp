@@ -95,14 +95,6 @@ void ReactorTables::forgetHubs() {
     hubToEventReactor.clear();
 }
 
-std::vector<std::unique_ptr<RequestInternal>> ReactorTables::takeRequests() {
-    std::vector<std::unique_ptr<RequestInternal>> requests;
-    tp::MutexLock lock(m_hubER_mutex);
-    for (auto& [index, reactor] : hubEventReactorMap)
-        reactor->takeRequests(requests);
-    return requests;
-}
-
 void ReactorTables::deleteAll() {
     {
         tp::MutexLock placing(m_registerHub_mutex);

@@ -73,8 +73,6 @@ struct ReactorTables {
     /// Joins every thread; reactors that are started meanwhile are joined too.
     void joinAll();
     void forgetHubs();
-    /// What waits in the queues of the hub reactors, whose threads have ended.
-    [[nodiscard]] std::vector<std::unique_ptr<RequestInternal>> takeRequests();
     /// Deletes the reactors, whose threads have ended, and starts the numbering anew.
     void deleteAll();
 };

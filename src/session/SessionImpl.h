@@ -232,7 +232,6 @@ private:
     // SessionStop.cpp
     void shutdown();
     void requeueRequests();
-    void forgetUnsubscribed(const RequestInternal& discarded);
 
     // RequestRouting.cpp
     void handle_hub_requests(unsigned numReqs);

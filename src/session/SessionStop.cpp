@@ -5,7 +5,6 @@
 
 #include "config/SessionConfigImpl.h"
 #include "hub/HubClient.h"
-#include "request/CommandClasses.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -66,17 +65,8 @@ void SessionImpl::shutdown() {
     eprintf(EPF_DBUG, "SessionImpl::shutdown(EXIT)");
 }
 
-/// What the application has unsubscribed must not come back, though no hub has been told of it.
-void SessionImpl::forgetUnsubscribed(const RequestInternal& discarded) {
-    if (discarded.isCommandSet() && isUnsubscribeCommand(discarded.getCommand()) &&
-        discarded.getUnsubtag() != -1)
-        watchlist.forget(discarded.getUnsubtag());
-}
-
 /// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.
 void SessionImpl::requeueRequests() {
-    for (const auto& request : m_reactors.takeRequests())
-        forgetUnsubscribed(*request);
     const bool listed = watchlistInUse();
     const auto level = listed ? EPF_DBUG : EPF_INFO;
     tp::MutexLock lock(m_request_mutex);
@@ -84,9 +74,11 @@ void SessionImpl::requeueRequests() {
     for (const auto& request : requestQueue) {
         eprintf(level, "shutdown: Discarding request with tag=%lld",
                 static_cast<long long>(request->getTag()));
-        forgetUnsubscribed(*request);
     }
     requestQueue.clear();
+    // What the application has unsubscribed must not come back, though hubs have not been told of it, or have
+    // yet to finish what they had been asked for.
+    watchlist.forgetUnsubscribed();
     if (watchlist.size() == 0)
         return;
     watchlist.removeAllHubs();
