@@ -95,6 +95,8 @@ public:
     void cover(SymbolEntry& entry);
     /// All symbols subscribed, each once, in ascending order of source and symbol.
     [[nodiscard]] std::vector<SymbolEntry*> subscribedSymbols() const;
+    /// All that stand, in the order in which they were made.
+    [[nodiscard]] const std::vector<Subscription>& subscriptions() const { return m_subscriptions; }
     /// Symbols subscribed, without the system source.
     [[nodiscard]] std::size_t subscriptionCount() const { return m_countedSymbols; }
     /// @}

@@ -48,6 +48,12 @@ HubStatistics Hub::statistics() const {
     return m_engine->journal().statistics();
 }
 
+std::vector<PresentSubscription> Hub::subscriptions() const {
+    std::vector<PresentSubscription> present;
+    m_engine->run([&] { present = m_engine->presentSubscriptions(); });
+    return present;
+}
+
 std::vector<Request> Hub::requests() const {
     return m_engine->journal().requests();
 }

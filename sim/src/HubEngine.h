@@ -77,6 +77,7 @@ public:
     std::size_t alert(int source, bool granted, const std::optional<std::string_view>& user);
     /// Lets the group know what this hub carries.
     void announceBox();
+    [[nodiscard]] std::vector<PresentSubscription> presentSubscriptions() const;
     std::size_t sendToSubscribers(SymbolEntry& entry, std::string_view body, FrameKind kind);
     std::size_t pushHeartbeat();
     std::size_t pushHubStatus();

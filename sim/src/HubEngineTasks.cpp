@@ -58,6 +58,21 @@ std::size_t HubEngine::publishRecord(std::string_view body, FrameKind kind) {
     return sendToSubscribers(entry, body, kind);
 }
 
+std::vector<PresentSubscription> HubEngine::presentSubscriptions() const {
+    std::vector<PresentSubscription> present;
+    for (const auto& connection : m_state.connections) {
+        for (const Subscription& from : connection->subscriptions()) {
+            if (connection->isClosing || from.source == SYSTEM_SOURCE)
+                continue;
+            PresentSubscription to{from.tag, from.source, from.pattern, from.isWildcard, {}};
+            for (const SymbolEntry* entry : from.symbols)
+                to.symbols.push_back(entry->symbol);
+            present.push_back(std::move(to));
+        }
+    }
+    return present;
+}
+
 std::size_t HubEngine::sendToSubscribers(SymbolEntry& entry, std::string_view body, FrameKind kind) {
     for (Connection* subscriber : entry.subscribers) {
         if (subscriber->needsTailoring())

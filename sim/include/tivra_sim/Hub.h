@@ -43,6 +43,16 @@ struct HubStatistics {
     [[nodiscard]] bool operator==(const HubStatistics& other) const noexcept;
 };
 
+/// A request for updates that stands with a hub.
+struct PresentSubscription {
+    std::int64_t tag = -1; ///< of the request that made it
+    int source = -1;       ///< -1 covers every source
+    std::string
+        pattern; ///< the symbol or wildcard as asked for; empty when an alternate identifier was named
+    bool isWildcard = false;
+    std::vector<std::string> symbols; ///< that it covers now
+};
+
 /// A hub in a box: a thread of its own with real sockets, which logs clients in, answers their requests and
 /// sends them data. Made for tests, demonstrations and benchmarks:
 ///
@@ -86,6 +96,8 @@ public:
     /// @name What has happened
     /// @{
     [[nodiscard]] HubStatistics statistics() const;
+    /// What stands now, without the system source: connection by connection, in the order of the requests.
+    [[nodiscard]] std::vector<PresentSubscription> subscriptions() const;
     /// All requests since the start or the last clearRequests, in order of arrival.
     [[nodiscard]] std::vector<Request> requests() const;
     [[nodiscard]] std::vector<std::string> requestTexts() const;
