@@ -1,5 +1,6 @@
 #include "request/HubWatchlist.h"
 
+#include <string>
 #include <utility>
 
 #include <tp/eprintf.h>
@@ -28,18 +29,18 @@ HubWatchlist::~HubWatchlist() = default;
 void HubWatchlist::add(int64_t tag, std::unique_ptr<RequestInternal> request) {
     const tivra::Commands command = request->getCommand();
     if (isUnsubscribeCommand(command)) {
-        remove(request->getUnsubtag(), false, false);
+        remove(request->getUnsubtag(), false);
         return;
     }
     if (command == tivra::SETCONFLATIONINTERVAL)
         return;
 
-    const std::string compareString = request->getCompareString();
+    std::shared_ptr<const StandingRequest> standing = m_sessionList.share(tag, *request);
     const std::string hubAddr = m_hubName.getHubAddr();
     int64_t replacedTag = -1;
     {
         tp::MutexLock lock(m_watchlist_mutex);
-        const bool isNew = watchlistMap.try_emplace(tag, std::move(request)).second;
+        const auto [entry, isNew] = watchlistMap.try_emplace(tag, std::move(standing));
         if (isNew)
             eprintf(EPF_DBUG, "tag %lld added with command %d to watchlist for HUB %s", printable(tag),
                     static_cast<int>(command), hubAddr.c_str());
@@ -47,22 +48,26 @@ void HubWatchlist::add(int64_t tag, std::unique_ptr<RequestInternal> request) {
             eprintf(EPF_DBUG, "tag %lld already existed in watchlist for HUB %s", printable(tag),
                     hubAddr.c_str());
 
-        const auto [entry, isNewCommand] = cmdTagMap.try_emplace(compareString, tag);
+        const StandingRequest* const listed = entry->second.get();
+        const auto [sameCommand, isNewCommand] = cmdTagMap.insert(listed);
         if (!isNewCommand) {
-            const int64_t oldTag = std::exchange(entry->second, tag);
+            const int64_t oldTag = (*sameCommand)->getTag();
             eprintf(oldTag == tag ? EPF_WARN : EPF_DBUG,
                     "Removing tag %lld from watchlist for HUB %s; replaced with dup command from tag %lld",
                     printable(oldTag), hubAddr.c_str(), printable(tag));
             // The same tag once more, from a replay, must not take itself off the list.
-            if (oldTag != tag)
+            if (oldTag != tag) {
                 replacedTag = oldTag;
+                cmdTagMap.erase(sameCommand);
+                cmdTagMap.insert(listed);
+            }
         }
     }
-    remove(replacedTag, false, true);
+    remove(replacedTag, false);
     m_sessionList.addHub(tag, m_hub);
 }
 
-void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap, bool saveCmdTagMapEntry) {
+void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap) {
     if (tag == -1)
         return;
     {
@@ -74,13 +79,13 @@ void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap, bool saveCmdTagMap
                     printable(tag), m_hubName.getHubAddr().c_str());
             return;
         }
-        const RequestInternal* request = entry->second.get();
-        if (onlyRemoveIfSnap && (request == nullptr || !isSnapCommand(request->getCommand())))
+        const StandingRequest* const listed = entry->second.get();
+        if (onlyRemoveIfSnap && !isSnapCommand(listed->getCommand()))
             return;
-        if (request == nullptr)
-            eprintf(EPF_WARN, "HubWatchlist::remove: request missing for tag %lld", printable(tag));
-        else if (!saveCmdTagMapEntry)
-            cmdTagMap.erase(request->getCompareString());
+        // A newer request that says the same may stand there already.
+        const auto command = cmdTagMap.find(listed);
+        if (command != cmdTagMap.end() && *command == listed)
+            cmdTagMap.erase(command);
         watchlistMap.erase(entry);
         m_retryTags.erase(tag);
     }
@@ -93,7 +98,7 @@ bool HubWatchlist::handleResponse(int64_t tag, int64_t status) {
     if (status == kHubBusy)
         return retry(tag);
     // A finished snap leaves the list and a subscription stays; what the hub has refused is forgotten.
-    remove(tag, status >= 0, false);
+    remove(tag, status >= 0);
     return false;
 }
 
@@ -102,7 +107,7 @@ bool HubWatchlist::retry(int64_t tag) {
     {
         tp::MutexLock lock(m_watchlist_mutex);
         const auto entry = watchlistMap.find(tag);
-        if (entry == watchlistMap.end() || entry->second == nullptr) {
+        if (entry == watchlistMap.end()) {
             lock.unlock();
             eprintf(EPF_WARN, "HubWatchlist::handleResponse: request missing for tag %lld; unable to retry",
                     printable(tag));
@@ -110,7 +115,7 @@ bool HubWatchlist::retry(int64_t tag) {
         }
         if (!m_retryTags.insert(tag).second)
             return true;
-        copy = entry->second->copyWithAltIndex();
+        copy = entry->second->makeRequest();
         copy->isWLRetry = true;
     }
     if (!m_sender.sendToHub(copy, m_hub, true, 0)) {
@@ -138,7 +143,7 @@ std::unique_ptr<RequestInternal> HubWatchlist::getNextRequest(int64_t lastTag) c
     const auto entry = watchlistMap.upper_bound(lastTag);
     if (entry == watchlistMap.end())
         return nullptr;
-    auto copy = entry->second->copyWithAltIndex();
+    auto copy = entry->second->makeRequest();
     copy->setHUB(m_hub);
     return copy;
 }

@@ -5,12 +5,12 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <string>
 
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
 #include "request/CommandClasses.h"
+#include "request/StandingRequest.h"
 
 namespace tivra_internal {
 
@@ -21,7 +21,7 @@ class RequestSender;
 class Watchlist;
 
 /// The requests that were written to one hub, for a replay after a reconnect. Filled on the hub thread,
-/// emptied by responses on the user thread; owns its requests.
+/// emptied by responses on the user thread.
 class HubWatchlist {
 public:
     /// All arguments are borrowed and outlive the list.
@@ -32,7 +32,7 @@ public:
 
     /// The request has been written. An unsubscribe ends the subscription on this hub and isn't listed.
     void add(int64_t tag, std::unique_ptr<RequestInternal> request);
-    void remove(int64_t tag, bool onlyRemoveIfSnap, bool saveCmdTagMapEntry);
+    void remove(int64_t tag, bool onlyRemoveIfSnap);
 
     /// A response with a status has come. True: the hub was busy and a retry has consumed the response, which
     /// must not reach the application.
@@ -61,9 +61,10 @@ private:
     RequestSender& m_sender;
 
     mutable tp::Mutex m_watchlist_mutex{kLockHubWatchlist}; ///< guards what follows
-    std::map<int64_t, std::unique_ptr<RequestInternal>> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
-    /// Compare string to the tag that now stands for that command.
-    std::map<std::string, int64_t> cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
+    std::map<int64_t, std::shared_ptr<const StandingRequest>> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
+    /// The entries of watchlistMap, one for each compare string.
+    std::set<const StandingRequest*, StandingRequest::CompareStringLess>
+        cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
     /// Tags whose retry waits to be written.
     std::set<int64_t> m_retryTags TP_GUARDED_BY(m_watchlist_mutex);
 };

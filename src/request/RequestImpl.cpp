@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <request/RequestParameters.h>
 #include <tp/eprintf.h>
@@ -163,17 +164,6 @@ std::string RequestImpl::getCompareString() const {
         result.append("|").append(std::to_string(token)).append("=").append(value);
     eprintf(EPF_DBUG, "getCompareString: %s", result.c_str());
     return result;
-}
-
-void RequestImpl::copyText(const RequestImpl& other) {
-    request = other.request;
-    srcid = other.srcid;
-    command = other.command;
-    isCmdSet = other.isCmdSet;
-    isTagSetInString = other.isTagSetInString;
-    origTag = other.origTag;
-    kvnTokenNums = other.kvnTokenNums;
-    std::memcpy(symbol, other.symbol, sizeof symbol);
 }
 
 } // namespace tivra_internal

@@ -3,18 +3,18 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <request/Commands.h>
+
+#include "request/RequestContent.h"
 
 namespace tivra_internal {
 
 class TagSource;
 
-/// A request while it is built: its text, and beside it the parts that the engine reads back without parsing
-/// the text. One application thread at a time.
-class RequestImpl {
+/// A request while it is built. One application thread at a time.
+class RequestImpl : protected RequestContent {
 public:
     /// `session` issues the tags and stays the caller's; null gives a request without tags of its own.
     explicit RequestImpl(TagSource* session = nullptr) noexcept : m_session(session) {}
@@ -57,20 +57,11 @@ public:
     /// The values added under token 5035, in the order of adding.
     [[nodiscard]] const std::vector<int32_t>& getKVNTokenNums() const noexcept { return kvnTokenNums; }
 
+    [[nodiscard]] const RequestContent& getContent() const noexcept { return *this; }
+
 protected:
-    using TokenValue = std::pair<int, std::string>;
-
-    /// Takes over everything but the session, the tags and the pairs of the compare string.
-    void copyText(const RequestImpl& other);
-    void copyPairs(const RequestImpl& other) { tokValSet = other.tokValSet; }
-
-    std::string request;
-    int32_t srcid = -1;
-    bool isCmdSet = false;
-    char symbol[33] = "";
-    tivra::Commands command = tivra::SUBSCRIBE;
-    int64_t origTag = -1;
-    bool isTagSetInString = false;
+    /// Takes over everything but the session and the tags.
+    void setContent(const RequestContent& content) { static_cast<RequestContent&>(*this) = content; }
 
 private:
     [[nodiscard]] static bool isReserved(int token);
@@ -78,10 +69,6 @@ private:
 
     int64_t tag = 0;
     bool isTagSet = false;
-    /// Everything added, sorted by token number, then value: a flat form of an ordered multiset, since a
-    /// watchlist keeps one per request.
-    std::vector<TokenValue> tokValSet;
-    std::vector<int32_t> kvnTokenNums;
     std::atomic<TagSource*> m_session;
 };
 

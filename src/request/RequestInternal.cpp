@@ -29,8 +29,7 @@ std::string tagPair(int64_t tag) {
 } // namespace
 
 RequestInternal::RequestInternal(const RequestImpl* builder) {
-    copyText(*builder);
-    copyPairs(*builder);
+    setContent(builder->getContent());
 }
 
 RequestInternal::RequestInternal(const RequestInternal* other)
@@ -39,8 +38,11 @@ RequestInternal::RequestInternal(const RequestInternal* other)
     , isWLRetry(other->isWLRetry)
     , outstandingResponses(other->outstandingResponses)
     , tag(other->tag) {
-    copyText(*other);
-    copyPairs(*other);
+    setContent(other->getContent());
+}
+
+RequestInternal::RequestInternal(const RequestContent& content, int64_t stampedTag) : tag(stampedTag) {
+    setContent(content);
 }
 
 std::unique_ptr<RequestInternal> RequestInternal::copyWithAltIndex() const {
@@ -71,8 +73,8 @@ void RequestInternal::makePortQuestion(int64_t newTag, int source) {
 }
 
 void RequestInternal::cloneRequest(const RequestInternal* other) {
-    clearRequest();
-    copyText(*other);
+    setContent(other->getContent());
+    tokValSet.clear();
     resubHB = other->resubHB;
     resubHubStatus = other->resubHubStatus;
     isWLRetry = other->isWLRetry;

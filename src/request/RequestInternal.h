@@ -21,9 +21,10 @@ public:
     explicit RequestInternal(const RequestImpl* builder);
     /// A copy for another hub or list. The alternate indexes and the hub aren't copied.
     explicit RequestInternal(const RequestInternal* other);
+    /// What a watchlist has kept of a request.
+    RequestInternal(const RequestContent& content, int64_t stampedTag);
 
-    /// A copy with the alternate indexes: what a hub's watchlist keeps, so that a replay can be matched
-    /// again.
+    /// A copy with the alternate indexes.
     [[nodiscard]] std::unique_ptr<RequestInternal> copyWithAltIndex() const;
 
     /// Stamps the tag into the text, once.

@@ -35,17 +35,28 @@ void Watchlist::add(int64_t tag, RequestInternal& request) {
         eprintf(EPF_WARN, "tag %lld already existed in watchlist", printable(tag));
         return;
     }
-    entry->second = std::make_unique<RequestInternal>(&request);
+    entry->second = {std::make_shared<const StandingRequest>(request), request.outstandingResponses};
     eprintf(EPF_DBUG, "tag %lld added to watchlist", printable(tag));
 
-    const auto [command, isNewCommand] = cmdTagMap.try_emplace(entry->second->getCompareString(), tag);
+    const StandingRequest* const listed = entry->second.request.get();
+    const auto [command, isNewCommand] = cmdTagMap.insert(listed);
     if (isNewCommand)
         return;
-    const int64_t oldTag = command->second;
+    const int64_t oldTag = (*command)->getTag();
     eprintf(EPF_DBUG, "Removing tag %lld from watchlist; replaced with dup command from tag %lld",
             printable(oldTag), printable(tag));
-    command->second = tag;
-    remove(oldTag, true);
+    remove(oldTag);
+    cmdTagMap.insert(listed);
+}
+
+std::shared_ptr<const StandingRequest> Watchlist::share(int64_t tag, const RequestInternal& request) const {
+    {
+        tp::MutexLock lock(m_watchlist_mutex);
+        const auto entry = watchlistMap.find(tag);
+        if (entry != watchlistMap.end() && entry->second.request->isMadeOf(request))
+            return entry->second.request;
+    }
+    return std::make_shared<const StandingRequest>(request);
 }
 
 void Watchlist::unsubscribe(RequestInternal& request) {
@@ -58,9 +69,9 @@ void Watchlist::unsubscribe(RequestInternal& request) {
     // Held to the end of the copy: the last answer of a hub may take the entry off the list meanwhile.
     tp::MutexLock lock(m_watchlist_mutex);
     const auto entry = watchlistMap.find(unsubTag);
-    if (entry != watchlistMap.end() && isSubscribeCommand(entry->second->getCommand())) {
-        const tivra::Commands command = entry->second->getCommand();
-        request.cloneRequest(entry->second.get());
+    if (entry != watchlistMap.end() && isSubscribeCommand(entry->second.request->getCommand())) {
+        const tivra::Commands command = entry->second.request->getCommand();
+        request.cloneRequest(makeRequest(entry->second).get());
         request.modifyCommand(command == tivra::SUBSCRIBEWILDCARD ? tivra::UNSUBSCRIBEWILDCARD
                                                                   : tivra::UNSUBSCRIBE);
         request.modifyTag(tag, true);
@@ -73,7 +84,7 @@ void Watchlist::unsubscribe(RequestInternal& request) {
         refusal = "UNSUBOFNONSUBNOTALLOWEDWITHWATCHLIST";
         eprintf(EPF_WARN,
                 "tag %lld requested unsubscribe of tag %lld, which was not a subscribe command (command=%d)",
-                printable(tag), printable(unsubTag), static_cast<int>(entry->second->getCommand()));
+                printable(tag), printable(unsubTag), static_cast<int>(entry->second.request->getCommand()));
     } else {
         eprintf(EPF_WARN, "tag %lld requested unsubscribe of tag %lld, which was not found in watchlist",
                 printable(tag), printable(unsubTag));
@@ -83,14 +94,13 @@ void Watchlist::unsubscribe(RequestInternal& request) {
     request.add(kSymbolToken, std::string(refusal));
 }
 
-void Watchlist::remove(int64_t tag, bool saveCmdTagMapEntry) {
+void Watchlist::remove(int64_t tag) {
     const auto entry = watchlistMap.find(tag);
     if (entry == watchlistMap.end()) {
         eprintf(EPF_DBUG, "Unable to remove tag %lld from watchlist; not found", printable(tag));
         return;
     }
-    if (entry->second != nullptr && !saveCmdTagMapEntry)
-        cmdTagMap.erase(entry->second->getCompareString());
+    cmdTagMap.erase(entry->second.request.get());
     watchlistMap.erase(entry);
     m_unsubscribed.erase(tag);
     eprintf(EPF_DBUG, "tag %lld removed from watchlist", printable(tag));
@@ -98,23 +108,24 @@ void Watchlist::remove(int64_t tag, bool saveCmdTagMapEntry) {
 
 void Watchlist::addHub(int64_t tag, HubClient* hubClient) {
     tp::MutexLock lock(m_watchlist_mutex);
-    tagHubMap[tag].insert(hubClient);
+    tagHubMap.emplace(tag, hubClient);
+}
+
+bool Watchlist::isHeld(int64_t tag) const {
+    const auto first = tagHubMap.lower_bound({tag, nullptr});
+    return first != tagHubMap.end() && first->first == tag;
 }
 
 void Watchlist::removeHub(int64_t tag, HubClient* hubClient) {
     tp::MutexLock lock(m_watchlist_mutex);
-    const auto hubs = tagHubMap.find(tag);
-    if (hubs == tagHubMap.end()) {
+    if (!isHeld(tag)) {
         eprintf(EPF_WARN, "Unable to find tag %lld in watchlist while trying to remove HUB %p",
                 printable(tag), static_cast<void*>(hubClient));
         return;
     }
-    hubs->second.erase(hubClient);
-    const bool isLast = countResponse(tag);
-    if (!isLast || !hubs->second.empty())
-        return;
-    tagHubMap.erase(hubs);
-    remove(tag, false);
+    tagHubMap.erase({tag, hubClient});
+    if (countResponse(tag) && !isHeld(tag))
+        remove(tag);
 }
 
 bool Watchlist::countResponse(int64_t tag) {
@@ -123,12 +134,7 @@ bool Watchlist::countResponse(int64_t tag) {
         eprintf(EPF_DBUG, "Watchlist::removeHub: Unable to find tag %lld in watchlist", printable(tag));
         return true;
     }
-    if (entry->second == nullptr) {
-        eprintf(EPF_WARN, "Watchlist::removeHub: internal request missing for tag %lld in watchlist",
-                printable(tag));
-        return true;
-    }
-    uint64_t& outstanding = entry->second->outstandingResponses;
+    uint64_t& outstanding = entry->second.outstandingResponses;
     // A restart leaves 0 behind: the tag has been queued again and nobody has counted its hubs yet.
     const bool isLast = outstanding <= 1;
     if (outstanding > 0)
@@ -141,8 +147,9 @@ bool Watchlist::countResponse(int64_t tag) {
 void Watchlist::forgetUnsubscribed() {
     tp::MutexLock lock(m_watchlist_mutex);
     for (const int64_t tag : std::exchange(m_unsubscribed, {})) {
-        tagHubMap.erase(tag);
-        remove(tag, false);
+        while (isHeld(tag))
+            tagHubMap.erase(tagHubMap.lower_bound({tag, nullptr}));
+        remove(tag);
     }
 }
 
@@ -154,15 +161,15 @@ void Watchlist::removeAllHubs() {
 void Watchlist::setExpectedResponses(int64_t tag, unsigned long expectedResponses) {
     tp::MutexLock lock(m_watchlist_mutex);
     const auto entry = watchlistMap.find(tag);
-    if (entry != watchlistMap.end() && entry->second != nullptr)
-        entry->second->outstandingResponses = expectedResponses;
+    if (entry != watchlistMap.end())
+        entry->second.outstandingResponses = expectedResponses;
 }
 
 void Watchlist::lowerExpectedResponses(int64_t tag) {
     tp::MutexLock lock(m_watchlist_mutex);
     const auto entry = watchlistMap.find(tag);
-    if (entry != watchlistMap.end() && entry->second != nullptr && entry->second->outstandingResponses > 1)
-        --entry->second->outstandingResponses;
+    if (entry != watchlistMap.end() && entry->second.outstandingResponses > 1)
+        --entry->second.outstandingResponses;
 }
 
 std::size_t Watchlist::size() const {
@@ -178,7 +185,13 @@ int64_t Watchlist::highestTag() const {
 std::unique_ptr<RequestInternal> Watchlist::getNextRequest(int64_t lastTag) const {
     tp::MutexLock lock(m_watchlist_mutex);
     const auto entry = watchlistMap.upper_bound(lastTag);
-    return entry != watchlistMap.end() ? std::make_unique<RequestInternal>(entry->second.get()) : nullptr;
+    return entry != watchlistMap.end() ? makeRequest(entry->second) : nullptr;
+}
+
+std::unique_ptr<RequestInternal> Watchlist::makeRequest(const Entry& entry) {
+    auto request = entry.request->makeRequest();
+    request->outstandingResponses = entry.outstandingResponses;
+    return request;
 }
 
 } // namespace tivra_internal

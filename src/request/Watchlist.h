@@ -5,13 +5,13 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <string>
-#include <unordered_set>
+#include <utility>
 
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
 #include "request/CommandClasses.h"
+#include "request/StandingRequest.h"
 
 namespace tivra_internal {
 
@@ -19,7 +19,7 @@ class HubClient;
 class RequestInternal;
 
 /// What a session has been asked for and still owes: every standing or unanswered request, whichever hubs it
-/// went to. Used by all threads of the session; owns its copies of the requests.
+/// went to. Used by all threads of the session.
 class Watchlist {
 public:
     Watchlist();
@@ -31,6 +31,10 @@ public:
     /// @thread application, under the session's request mutex
     void add(int64_t tag, RequestInternal& request);
 
+    /// What a hub's list is to keep of a request: the object that this list holds, when it still says the
+    /// same.
+    [[nodiscard]] std::shared_ptr<const StandingRequest> share(int64_t tag,
+                                                               const RequestInternal& request) const;
     /// A hub holds the tag.
     void addHub(int64_t tag, HubClient* hubClient);
     /// A hub has dropped the tag; the last one takes the request off the list.
@@ -54,16 +58,27 @@ public:
     [[nodiscard]] std::unique_ptr<RequestInternal> getNextRequest(int64_t lastTag) const;
 
 private:
+    struct Entry {
+        std::shared_ptr<const StandingRequest> request;
+        uint64_t outstandingResponses = 0; ///< hubs that have still to finish the tag
+    };
+
     void unsubscribe(RequestInternal& request);
-    void remove(int64_t tag, bool saveCmdTagMapEntry) TP_REQUIRES(m_watchlist_mutex);
+    void remove(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
     /// The tag's entry has one response less to come; true when it was the last.
     [[nodiscard]] bool countResponse(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
 
-    mutable tp::Mutex m_watchlist_mutex{kLockWatchlist}; ///< guards the three maps
-    std::map<int64_t, std::unique_ptr<RequestInternal>> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
-    std::map<int64_t, std::unordered_set<HubClient*>> tagHubMap TP_GUARDED_BY(m_watchlist_mutex);
-    /// Compare string to the tag that now stands for that command.
-    std::map<std::string, int64_t> cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
+    [[nodiscard]] static std::unique_ptr<RequestInternal> makeRequest(const Entry& entry);
+    /// Whether any hub holds the tag.
+    [[nodiscard]] bool isHeld(int64_t tag) const TP_REQUIRES(m_watchlist_mutex);
+
+    mutable tp::Mutex m_watchlist_mutex{kLockWatchlist}; ///< guards what follows
+    std::map<int64_t, Entry> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
+    /// The hubs that hold a tag, a pair for each.
+    std::set<std::pair<int64_t, HubClient*>> tagHubMap TP_GUARDED_BY(m_watchlist_mutex);
+    /// The entries of watchlistMap, one for each compare string.
+    std::set<const StandingRequest*, StandingRequest::CompareStringLess>
+        cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
     /// Listed tags that the application has unsubscribed.
     std::set<int64_t> m_unsubscribed TP_GUARDED_BY(m_watchlist_mutex);
 };

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "request/RequestInternal.h"
+#include "request/StandingRequest.h"
 
 using namespace tivra_internal;
 
@@ -114,6 +115,23 @@ TEST_F(WatchlistTest, ListedTagKeepsItsEntryAndNotTheCommandOfTheRefusedOne) {
     EXPECT_STREQ(watchlist.getNextRequest(0)->getSymbol(), "IBM");
     list(21, tivra::SUBSCRIBE, "AAPL");
     EXPECT_EQ(tags(), (Tags{20, 21}));
+}
+
+TEST_F(WatchlistTest, HubsShareARequestUntilRoutingHasChangedIt) {
+    const auto request = makeRequest(20, tivra::SUBSCRIBE, "IBM");
+    watchlist.add(20, *request);
+    const auto shared = watchlist.share(20, *request);
+    EXPECT_EQ(watchlist.share(20, *request), shared);
+    EXPECT_NE(watchlist.share(21, *request), shared);
+    request->altIndex.emplace_back();
+    EXPECT_EQ(watchlist.share(20, *request)->makeRequest()->altIndex.size(), 1U);
+    request->altIndex.clear();
+    request->resubHB = true;
+    EXPECT_TRUE(watchlist.share(20, *request)->makeRequest()->resubHB);
+    request->resubHB = false;
+    ASSERT_EQ(request->convertSubscribeToSnap(), 0U);
+    EXPECT_EQ(watchlist.share(20, *request)->makeRequest()->getKVNCommand(), request->getKVNCommand());
+    EXPECT_EQ(watchlist.getNextRequest(0)->getKVNCommand(), shared->makeRequest()->getKVNCommand());
 }
 
 TEST_F(WatchlistTest, ConflationIntervalIsNotListedAndQueriesAre) {

@@ -1,0 +1,31 @@
+#include "request/StandingRequest.h"
+
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+
+StandingRequest::StandingRequest(const RequestInternal& request)
+    : m_content(request.getContent())
+    , m_compareString(request.getCompareString())
+    , m_altIndex(request.altIndex)
+    , m_tag(request.getTag())
+    , m_resubHB(request.resubHB)
+    , m_resubHubStatus(request.resubHubStatus)
+    , m_isWLRetry(request.isWLRetry) {}
+
+std::unique_ptr<RequestInternal> StandingRequest::makeRequest() const {
+    auto request = std::make_unique<RequestInternal>(m_content, m_tag);
+    request->altIndex = m_altIndex;
+    request->resubHB = m_resubHB;
+    request->resubHubStatus = m_resubHubStatus;
+    request->isWLRetry = m_isWLRetry;
+    return request;
+}
+
+bool StandingRequest::isMadeOf(const RequestInternal& request) const {
+    return m_tag == request.getTag() && m_altIndex.empty() && request.altIndex.empty() &&
+           m_resubHB == request.resubHB && m_resubHubStatus == request.resubHubStatus &&
+           m_isWLRetry == request.isWLRetry && m_content == request.getContent();
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "request/AltIndexInfo.h"
+#include "request/RequestContent.h"
+
+namespace tivra_internal {
+
+class RequestInternal;
+
+/// A request as the watchlists remember it: never changed, so that the lists of a session and of its hubs
+/// share one. There may be many, and each keeps no more than a replay needs.
+class StandingRequest {
+public:
+    explicit StandingRequest(const RequestInternal& request);
+
+    /// The request once more, alternate indexes included and for no hub yet.
+    [[nodiscard]] std::unique_ptr<RequestInternal> makeRequest() const;
+    /// Whether a standing request made of this one would be the same.
+    [[nodiscard]] bool isMadeOf(const RequestInternal& request) const;
+
+    [[nodiscard]] int64_t getTag() const noexcept { return m_tag; }
+    [[nodiscard]] tivra::Commands getCommand() const noexcept { return m_content.command; }
+
+    /// The same for requests that say the same in another order, whatever their tags.
+    [[nodiscard]] const std::string& getCompareString() const noexcept { return m_compareString; }
+
+    struct CompareStringLess {
+        [[nodiscard]] bool operator()(const StandingRequest* left,
+                                      const StandingRequest* right) const noexcept {
+            return left->m_compareString < right->m_compareString;
+        }
+    };
+
+private:
+    const RequestContent m_content;
+    const std::string m_compareString;
+    const std::vector<AltIndexInfo> m_altIndex;
+    const int64_t m_tag;
+    const bool m_resubHB;
+    const bool m_resubHubStatus;
+    const bool m_isWLRetry;
+};
+
+} // namespace tivra_internal
