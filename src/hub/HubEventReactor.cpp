@@ -91,9 +91,10 @@ bool HubEventReactor::sendNext(Pass& pass) {
     }
     if (client->isSuspended()) {
         // Nobody brings this hub back at present: what waits behind the request must not wait with it. A
-        // retry that isn't written any more must not stand in the way of the next one.
+        // retry goes to whichever hub serves it now, as a request like any other.
         if (head.isWLRetry)
-            client->getWatchlist()->noteRetryWritten(head.getTag());
+            client->getWatchlist()->endRetry(head.getTag());
+        head.isWLRetry = false;
         pass.budget -= 1;
         pass.unreachable.push_back(std::move(requestQueue.front()));
         requestQueue.pop();
@@ -103,6 +104,13 @@ bool HubEventReactor::sendNext(Pass& pass) {
     // thread alone makes hubs ready, so the rest of the budget would find nothing else.
     if (!client->isReady())
         return false;
+    if (head.isWLRetry && !client->getWatchlist()->isRetryWanted(head.getTag())) {
+        eprintf(EPF_DBUG, "handle_hub_requests: %s: retry of tag=%ld is not wanted any more",
+                client->getHubAddr().c_str(), static_cast<long>(head.getTag()));
+        requestQueue.pop();
+        pass.budget -= 1;
+        return true;
+    }
     switch (sendTo(*client, head, pass)) {
     case Sent::Yes:
         break;
@@ -114,7 +122,7 @@ bool HubEventReactor::sendNext(Pass& pass) {
         return false;
     }
     if (head.isWLRetry)
-        client->getWatchlist()->noteRetryWritten(head.getTag());
+        client->getWatchlist()->endRetry(head.getTag());
     else if (head.isCommandSet() && client->isWatchlistInUse())
         client->getWatchlist()->add(head.getTag(), head.copyWithAltIndex());
     const std::unique_ptr<RequestInternal> written = std::move(requestQueue.front());
@@ -147,6 +155,8 @@ bool HubEventReactor::replayNext(Pass& pass) {
         return false;
     }
     entry->second = request->getTag();
+    // A retry that still waits in the queue has been overtaken.
+    client->getWatchlist()->endRetry(request->getTag());
     finish(*client, *request, pass);
     return true;
 }

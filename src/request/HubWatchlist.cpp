@@ -120,7 +120,7 @@ bool HubWatchlist::retry(int64_t tag) {
     }
     if (!m_sender.sendToHub(copy, m_hub, true, 0)) {
         // Nobody will write this retry: the application must see the answer.
-        noteRetryWritten(tag);
+        endRetry(tag);
         return false;
     }
     eprintf(EPF_INFO, "HubWatchlist::handleResponse: retrying request for tag %lld; HUB was busy",
@@ -128,7 +128,12 @@ bool HubWatchlist::retry(int64_t tag) {
     return true;
 }
 
-void HubWatchlist::noteRetryWritten(int64_t tag) {
+bool HubWatchlist::isRetryWanted(int64_t tag) const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return m_retryTags.count(tag) != 0;
+}
+
+void HubWatchlist::endRetry(int64_t tag) {
     tp::MutexLock lock(m_watchlist_mutex);
     m_retryTags.erase(tag);
 }

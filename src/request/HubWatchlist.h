@@ -37,8 +37,10 @@ public:
     /// A response with a status has come. True: the hub was busy and a retry has consumed the response, which
     /// must not reach the application.
     [[nodiscard]] bool handleResponse(int64_t tag, int64_t status);
-    /// The retry of a tag has been written, so that a busy hub may cause the next one. @thread hub
-    void noteRetryWritten(int64_t tag);
+    /// False for the retry of a tag that an unsubscribe or a replay has overtaken. @thread hub
+    [[nodiscard]] bool isRetryWanted(int64_t tag) const;
+    /// The retry of a tag has been written or never will be: a busy hub may cause the next one. @thread hub
+    void endRetry(int64_t tag);
 
     [[nodiscard]] static bool isSnapCommand(tivra::Commands command) noexcept {
         return tivra_internal::isSnapCommand(command);

@@ -16,7 +16,6 @@ namespace tivra_internal {
 class HubClient;
 class HubEventReactor;
 class QueueReadHandler;
-class RequestInternal;
 class UserEventReactor;
 
 /// Which reactor serves the next hub or queue.

@@ -112,7 +112,7 @@ TEST_F(HubWatchlistTest, BusyHubGetsOneRetryAtATime) {
     EXPECT_TRUE(fake.sent[0]->isWLRetry);
     EXPECT_EQ(fake.sent[0]->getTag(), 20);
     EXPECT_EQ(fake.lastHub, hub);
-    list.noteRetryWritten(20);
+    list.endRetry(20);
     EXPECT_TRUE(list.handleResponse(20, -218));
     EXPECT_EQ(fake.sent.size(), 2U);
     EXPECT_FALSE(list.getNextRequest(0)->isWLRetry);
