@@ -29,6 +29,13 @@ std::vector<std::filesystem::path> logFiles(const std::string& base) {
 
 } // namespace
 
+tivra_sim::HubConfig hubOf(const std::set<int>& sources) {
+    tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
+    config.boxPermissions = sources;
+    config.users[0].permissions = sources;
+    return config;
+}
+
 Client::Client(Options options) : m_logFile(freshLogFile()) {
     tivra::APIFactory* factory = tivra::APIFactory::getInstance();
     factory->initialize("e2e", "1", std::getenv("TIVRA_E2E_DEBUG") != nullptr, m_logFile, options.language);

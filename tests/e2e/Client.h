@@ -2,6 +2,7 @@
 
 #include "RecordingApp.h"
 
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +16,9 @@ struct StartedHub : tivra_sim::Hub {
         start();
     }
 };
+
+/// A hub that carries these sources, and whose user may see them.
+tivra_sim::HubConfig hubOf(const std::set<int>& sources);
 
 /// An application with its user and its one session, which talks to hubs without compression. It is the
 /// process's only session unless a test makes a second Client on purpose.

@@ -14,16 +14,8 @@ using testing::IsSupersetOf;
 using tivra::HostConfig;
 using tivra::Session;
 using tivra_sim::Hub;
-using tivra_sim::HubConfig;
 
 namespace {
-
-HubConfig hubOf(const std::set<int>& sources) {
-    HubConfig config = HubConfig::realistic();
-    config.boxPermissions = sources;
-    config.users[0].permissions = sources;
-    return config;
-}
 
 TEST(SessionState, StopAndRestartGoThroughTheSameEvents) {
     StartedHub hub;

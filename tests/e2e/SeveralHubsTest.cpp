@@ -12,16 +12,8 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using tivra::MessageEvent;
-using tivra_sim::HubConfig;
 
 namespace {
-
-HubConfig hubOf(const std::set<int>& sources) {
-    HubConfig config = HubConfig::realistic();
-    config.boxPermissions = sources;
-    config.users[0].permissions = sources;
-    return config;
-}
 
 bool isEnd(MessageEvent::Types type) {
     return type == MessageEvent::STATUS || type == MessageEvent::IMAGE_COMPLETE;
