@@ -95,6 +95,18 @@ void HostTable::rekeyByPort(const std::string& addr, size_t port, RekeyKind kind
             kind == RekeyKind::Primary ? "primary" : "backup", port);
 }
 
+void HostTable::rename(const std::string& hostInfo, const std::string& newHostInfo) {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    const auto it = hostConfigMap.find(hostInfo);
+    if (it == hostConfigMap.end() || hostConfigMap.count(newHostInfo) != 0)
+        return;
+    auto node = hostConfigMap.extract(it);
+    node.key() = newHostInfo;
+    hostConfigMap.insert(std::move(node));
+    eprintf(EPF_DBUG, "update hostConfigMap entry for (%s); hostConfigMap.size()=%zu, CM hostInfo=%s",
+            newHostInfo.c_str(), hostConfigMap.size(), hostInfo.c_str());
+}
+
 size_t HostTable::size() const {
     const tp::MutexLock lock(hostConfigMap_mutex);
     return hostConfigMap.size();

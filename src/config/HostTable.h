@@ -56,6 +56,9 @@ public:
     /// another host.
     void rekeyByPort(const std::string& addr, size_t port, RekeyKind kind);
 
+    /// Puts the host with the first text under the second; nothing changes when that belongs to another host.
+    void rename(const std::string& hostInfo, const std::string& newHostInfo);
+
     [[nodiscard]] size_t size() const;
     /// Destroys all hosts and forgets their order.
     void clear();

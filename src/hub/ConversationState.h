@@ -39,6 +39,7 @@ struct HubKnowledge {
     bool m_aggChecked = false;
     std::atomic<bool> m_isAgg{false};
     std::atomic<bool> m_isSingleInstanceHUB{false};
+    bool m_haveAllPorts = false;
     bool split_processed = false;
 };
 

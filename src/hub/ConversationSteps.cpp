@@ -20,7 +20,8 @@ ConversationStep nextConversationStep(const ConversationContext& context, const 
         return ConversationStep::GetDic;
     if (context.isFirst && !known.m_aggChecked)
         return ConversationStep::AggCheck;
-    // A hub behind a connection manager would be asked for all its ports here.
+    if (context.behindManager && context.isFirst && !known.m_haveAllPorts)
+        return ConversationStep::GetAllPorts;
     if (!known.split_processed && !isAlone)
         return ConversationStep::GetSplit;
     if (!state.m_haveBoxEntitlements)

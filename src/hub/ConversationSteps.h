@@ -14,6 +14,7 @@ enum class ConversationStep {
     SetConflationType,
     GetDic,
     AggCheck,
+    GetAllPorts,
     GetSplit,
     GetBoxEntitlements,
     GetEntitlements,
@@ -32,6 +33,7 @@ struct ConversationContext {
     bool wasEstablished = false; ///< the session has been established since its last reset
     bool wantsHeartbeat = false;
     HubVersion hubVersion;
+    bool behindManager = false; ///< the session's hubs come from a connection manager
 };
 
 /// The first step whose condition holds: each costs one exchange with the hub, whose response asks again.

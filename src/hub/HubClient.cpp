@@ -38,12 +38,14 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const char* strAdd
     , m_watchlistInUse(watchlistInUse)
     , m_compression(compression)
     , m_index(index)
-    , m_givenPort(port)
     , m_connectionTimeout(std::clamp(connectionTimeout, 0L, kMaxConnectionTimeout))
     , m_connectionRetryLimit(std::max(connectionRetryLimit, 0L))
     , m_readTimeout(std::max(readTimeout, 0L))
     , m_blockingConnectionLimit(std::clamp(blockingConnectionLimit, 0L, kMaxBlockingLimit))
-    , m_ip_addr(ipAddr != nullptr ? ipAddr : "")
+    , m_givenPort(port)
+    , m_original_ipaddr(ipAddr != nullptr ? ipAddr : "")
+    , m_original_port(static_cast<uint16_t>(port))
+    , m_ip_addr(m_original_ipaddr)
     , m_hub_ip_addr(m_ip_addr)
     , m_port(static_cast<uint16_t>(port)) {
     m_primaryUser.newHub(this);
@@ -57,8 +59,10 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const char* strAdd
     m_responseQueue->setsocketDesc(getHubAddr().c_str());
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
-    if (!m_isDummy)
-        session.claimFirstHubClient(this);
+    if (m_isDummy)
+        return;
+    session.claimFirstHubClient(this);
+    m_requestHUBFromCM = session.isCMconnection();
 }
 
 HubClient::~HubClient() {

@@ -37,6 +37,7 @@ struct sockaddr_in;
 
 namespace tivra_internal {
 
+class ConnectionManagers;
 class HostConfigImpl;
 class HubEventReactor;
 class HubSession;
@@ -90,6 +91,9 @@ public:
     [[nodiscard]] bool isInitTimedOut(double curtime);
     [[nodiscard]] bool isHBTimedOut(double curtime);
     [[nodiscard]] bool isPastRetryLimit() const;
+    [[nodiscard]] long getRetryLimit() const { return m_connectionRetryLimit; }
+    /// The dials are counted anew, since the start has been granted another round.
+    void restartRetries() { m_connectionRetries = 0; }
     void closeConnection();
     /// Closes, then takes the client out of use with a reason that the application may see.
     void suspendClient(const std::string& reason);
@@ -137,6 +141,26 @@ public:
     [[nodiscard]] bool isInitialHubDisconnected() const override { return getInitialHubDisconnected(); }
     /// The session has let this first hub go on purpose: its close is no loss.
     void setInitialHubDisconnected(bool gone) { m_initialHubDisconnected.store(gone); }
+
+    // --- behind a connection manager; @thread any ---
+    /// The next connect asks the manager for a hub.
+    void setRequestHUBFromCM(bool wanted) { m_requestHUBFromCM.store(wanted); }
+    [[nodiscard]] bool getRequestHUBFromCM() const { return m_requestHUBFromCM.load(); }
+    [[nodiscard]] bool isCMPastRetryLimit() const {
+        return m_CMconnectionRetries.load() >= m_connectionRetryLimit;
+    }
+    /// The manager's status of the last failed connect, 0 when that failed otherwise.
+    [[nodiscard]] int getLnkapiErrno() const { return m_lnkapiErrno.load(); }
+    void resetLnkapiErrno() { m_lnkapiErrno.store(0); }
+    /// A cross-reference hub, which is connected only when a request needs it first.
+    void setQueryXRefHUB(bool isXref) { m_queryXRefHUB.store(isXref); }
+    [[nodiscard]] bool isQueryXRefHUB() const { return m_queryXRefHUB.load(); }
+    std::atomic<bool> m_xrefConnected{false};
+    std::atomic<bool> m_xrefDone{false}; ///< it has its read handler
+    /// It failed: it is not dialled any more and will be taken out of the session.
+    std::atomic<bool> m_xrefRemove{false};
+    /// Taken out of the session's tables; its own thread closes it and looks after it no more.
+    std::atomic<bool> m_retired{false};
     [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_hostConfig; }
     void setHostConfig(HostConfigImpl* hostConfig) { m_hostConfig = hostConfig; }
     [[nodiscard]] bool isWatchlistInUse() const { return m_watchlistInUse; }
@@ -198,6 +222,31 @@ private:
     void resolveAddress(const char* strAddr);
     void forgetConnection();
     [[nodiscard]] std::string getDialledAddr() const TP_EXCLUDES(m_text_mutex);
+
+    // HubManagerLookup.cpp
+    enum class Lookup {
+        Dial,  ///< the address is known
+        Again, ///< the manager is asked again on the next tick
+        Failed
+    };
+    [[nodiscard]] Lookup askManager();
+    [[nodiscard]] Lookup managerLibraryMissing(ConnectionManagers& managers);
+    [[nodiscard]] bool initializeManagerLibrary(ConnectionManagers& managers);
+    [[nodiscard]] Lookup giveUpLookup(int rc);
+    [[nodiscard]] Lookup firstLookupFailed(const std::string& cmAddr, int rc);
+    [[nodiscard]] Lookup lookupFailed(const std::string& cmAddr, int rc);
+    void askManagerAgain();
+    [[nodiscard]] Lookup takeHubOfManager(ConnectionManagers& managers, std::string cmAddr,
+                                          const std::string& hubIp);
+    void useHub(ConnectionManagers& managers, const std::string& cmAddr, const std::string& hubIp);
+    [[nodiscard]] std::string reachable(const std::string& addr) const;
+    [[nodiscard]] int lookUp(const std::string& managerAddr, std::string& hubIp);
+    /// The address of a hub from the known managers. `port` 0: each is asked at its own port, otherwise at
+    /// the hub's. The result is the status of the last look-up.
+    [[nodiscard]] int getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port);
+    [[nodiscard]] int askManagersInTurn(ConnectionManagers& managers, const std::string& tried,
+                                        std::string& cmAddr, std::string& hubIp, int port, int rc);
+    [[nodiscard]] bool replaceTimedOutHub();
 
     // HubConnection.cpp
     [[nodiscard]] int openSocket();
@@ -281,6 +330,10 @@ private:
     void process_port(KVNAPI::Message& msg);
     void suspendForUnknownAddress(const std::string& response);
     void joinGroup();
+    int getAllPorts();
+    void process_allPorts(KVNAPI::Message& msg);
+    void createHubsOfManager(const std::set<uint16_t>& ports);
+    [[nodiscard]] std::string memberOf(int src, const std::string& host, uint16_t port) const;
     [[nodiscard]] bool assignToMember(int src, const std::string& host);
     void process_split(KVNAPI::Message& msg);
     void addSplitEntry(const KVNAPI::Message& msg, const MessageField& source, const MessageField& symbol);
@@ -301,13 +354,15 @@ private:
     const bool m_watchlistInUse;
     const bool m_compression;
     const size_t m_index;
-    const size_t m_givenPort;       ///< as configured, which may be no port at all
     const long m_connectionTimeout; ///< seconds
     const long m_connectionRetryLimit;
     const long m_readTimeout;             ///< seconds; 0 turns the heartbeat and both time-out tests off
     const long m_blockingConnectionLimit; ///< milliseconds
 
     // Address.
+    size_t m_givenPort;                  ///< as configured or asked for, which may be no port at all
+    const std::string m_original_ipaddr; ///< before any manager was asked
+    const uint16_t m_original_port;
     mutable tp::Mutex m_text_mutex{kLockHubTexts};     ///< guards the texts that other threads read
     std::string m_ip_addr TP_GUARDED_BY(m_text_mutex); ///< dialled
     std::string
@@ -329,6 +384,10 @@ private:
     std::atomic<bool> m_isConnectionTimedOut{false};
     std::atomic<int> m_connectErrno{0};
     std::atomic<bool> m_initialHubDisconnected{false};
+    std::atomic<bool> m_requestHUBFromCM{false};
+    std::atomic<bool> m_queryXRefHUB{false};
+    std::atomic<long> m_CMconnectionRetries{0}; ///< look-ups since the last success
+    std::atomic<int> m_lnkapiErrno{0};
     bool m_readsHeld = false;                 ///< reads are unwatched while the queue refuses them
     bool m_first_time = true;                 ///< no event has been seen since the connect
     bool m_frameCutShort = false;             ///< see isOutOfStep

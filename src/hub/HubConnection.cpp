@@ -45,16 +45,19 @@ double secondsSince(double time) {
 } // namespace
 
 short HubClient::connectHost(double curtime) {
-    // A connection manager, where there is one, is asked for the hub's address at this place.
     if (m_fd.get() >= 0 && !inProgress())
         return static_cast<short>(m_fd.get());
+    if (askManager() != Lookup::Dial)
+        return -1;
 
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(getHubPort());
     const bool isAddress = readAddress(getDialledAddr(), address.sin_addr);
 
-    if (!inProgress()) {
+    // An attempt without a socket has only asked a manager so far.
+    if (!inProgress() || m_fd.get() < 0) {
+        m_inProgress = false;
         {
             const tp::MutexLock lock(m_text_mutex);
             m_suspended.store(false, std::memory_order_release);
@@ -133,12 +136,15 @@ short HubClient::connectNotDone(bool signalled) {
     }
     const double elapsed = secondsSince(m_connectStartTime);
     if (elapsed < 0.0 || elapsed > static_cast<double>(m_connectionTimeout)) {
+        if (replaceTimedOutHub())
+            return -1;
         m_inProgress = false;
         m_connectErrno = ETIMEDOUT;
         const std::string address = getDialledAddr();
-        eprintf(EPF_WARN, "HubClient::connectHost -(%s:%u) Connection timed out %d: (%d)%s",
-                address.empty() ? "NULL" : address.c_str(), unsigned{getHubPort()}, m_fd.get(), ETIMEDOUT,
-                errorText(ETIMEDOUT).c_str());
+        const bool isXref = m_session.isCMconnection() && m_session.getisStarted() && isQueryXRefHUB();
+        eprintf(EPF_WARN, "HubClient::connectHost -(%s:%u) Connection timed out %s%d: (%d)%s",
+                address.empty() ? "NULL" : address.c_str(), unsigned{getHubPort()},
+                isXref ? "for Xref HUB " : "", m_fd.get(), ETIMEDOUT, errorText(ETIMEDOUT).c_str());
         m_isConnectionTimedOut = true;
         m_fd.close();
         m_connectionRetries += 1;
@@ -158,6 +164,8 @@ short HubClient::failConnect(int error) {
     m_inProgress = false;
     m_fd.close();
     m_connectionRetries += 1;
+    // Behind a connection manager a hub that can't be reached is replaced by another.
+    m_requestHUBFromCM = m_session.isCMconnection();
     return -1;
 }
 
@@ -296,6 +304,8 @@ void HubClient::forgetConnection() {
         framer->reset();
     waitForAllHubsToGetBoxPerms = false;
     m_continueEntitlements = false;
+    m_xrefConnected = false;
+    m_xrefRemove = false;
     setHBSeen(false);
 }
 

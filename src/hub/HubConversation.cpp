@@ -117,7 +117,14 @@ bool HubClient::dispatch(int tag, KVNAPI::Message& msg) {
         return true;
     case DUMMY_REQ:
         return true;
-    // The answer to GetAllPorts, which only a connection manager's hubs are asked, would be taken here.
+    case GET_ALLPORTS:
+        // An answer that nobody has asked for would find every hub made already.
+        if (isOutstanding(GET_ALLPORTS)) {
+            noteAnswered(GET_ALLPORTS);
+            process_allPorts(msg);
+            return true;
+        }
+        [[fallthrough]];
     default:
         eprintf(EPF_WARN, "Unknown Message - Tag [%d]", tag);
         return true;
@@ -168,6 +175,7 @@ void HubClient::runDecisionChain(int tag) {
     context.isFirst = m_session.isNewestFirstHub(this);
     context.wasEstablished = m_session.isInitiallyEstablished();
     context.wantsHeartbeat = m_readTimeout != 0;
+    context.behindManager = m_session.isCMconnection();
     context.hubVersion = {getHubMajorVersion(), getHubMinorVersion()};
     takeStep(nextConversationStep(context, m_step, m_known), tag);
 }
@@ -193,6 +201,9 @@ void HubClient::takeStep(ConversationStep step, int tag) {
         break;
     case ConversationStep::AggCheck:
         aggCheck();
+        break;
+    case ConversationStep::GetAllPorts:
+        getAllPorts();
         break;
     case ConversationStep::GetSplit:
         getSplit();
@@ -230,6 +241,8 @@ void HubClient::takeStep(ConversationStep step, int tag) {
 void HubClient::becomeReady() {
     const double sinceReset = tp::Clock::monotonic() - m_last_reset_time;
     m_connectionRetries = 0;
+    m_CMconnectionRetries = 0;
+    m_lnkapiErrno = 0;
     // The queue may wait for a callback that runs, so no mutex is held here.
     m_responseQueue->reset();
     m_session.enterReadyHub(this);

@@ -4,6 +4,7 @@
 
 #include <tp/eprintf.h>
 
+#include "hub/ConnectionManagers.h"
 #include "hub/HubSession.h"
 #include "hub/MessageReading.h"
 #include "hub/SplitPattern.h"
@@ -31,13 +32,13 @@ struct PortAnswer {
         , status(dictionary, msg, "ENUM.QUERY.STATUS") {}
 
     /// False, with the log line of the operation, when a field is not there to be read.
-    [[nodiscard]] bool isReadable(const char* operation) const {
+    [[nodiscard]] bool isReadable(const char* operation, bool wantsHost = true) const {
         const auto isDefined = [operation](const MessageField& field, const char* word) {
             if (!field.isDefined())
                 eprintf(EPF_CRIT, "HubClient::%s: %s not defined!", operation, word);
             return field.isDefined();
         };
-        if (!isDefined(host, "HOST.SERVER.IP") || !isDefined(port, "CLIENT.PORT") ||
+        if ((wantsHost && !isDefined(host, "HOST.SERVER.IP")) || !isDefined(port, "CLIENT.PORT") ||
             !isDefined(status, "ENUM.QUERY.STATUS"))
             return false;
         if (!status.isPresent())
@@ -88,8 +89,12 @@ void HubClient::process_aggCheck(KVNAPI::Message& msg) {
                 retCodeText(code), SYSTEM_SOURCE);
         return;
     }
-    // Behind a connection manager the ports would be noted here as candidates for cross references, and no
-    // more.
+    if (m_session.isCMconnection()) {
+        // The manager's hubs tell their group by GetAllPorts; these are candidates for cross references.
+        answer.forEachPort(msg, [this](const std::string&, uint16_t port) { m_session.setXRefPort(port); });
+        m_known.m_aggChecked = true;
+        return;
+    }
     m_known.m_isAgg = true;
     m_otherHubs.clear();
     bool portSeen = false;
@@ -136,8 +141,75 @@ void HubClient::joinGroup() {
     } else {
         for (const std::string& other : m_otherHubs)
             if (m_hostConfig != nullptr)
-                m_session.createHubForHost(other, *m_hostConfig);
+                m_session.createHubForHost(other, *m_hostConfig, "process_aggCheck");
         eprintf(EPF_INFO, "This client is connected to a %zu-way HUB", m_otherHubs.size() + 1);
+    }
+}
+
+int HubClient::getAllPorts() {
+    return sendStartUpRequest(GET_ALLPORTS, "5026=%d|5022=GetAllPorts", GET_ALLPORTS);
+}
+
+void HubClient::process_allPorts(KVNAPI::Message& msg) {
+    const PortAnswer answer(m_dicMetaMap, msg);
+    if (!answer.isReadable("process_allPorts", false))
+        return;
+    m_known.m_haveAllPorts = true;
+    if (const long code = answer.status.integer(); code != 0) {
+        m_known.m_isSingleInstanceHUB = true;
+        m_session.removeXRefPort(getHubPort());
+        eprintf(EPF_WARN, "HubClient::process_allPorts: rc=%ld (%s) from GetAllPort ", code,
+                retCodeText(code));
+        return;
+    }
+    std::set<uint16_t> others;
+    bool isMember = false;
+    answer.forEachPort(msg, [&](const std::string&, uint16_t port) {
+        if (port == getHubPort())
+            isMember = true;
+        else
+            others.insert(port);
+    });
+    if (isMember || others.empty())
+        m_session.removeXRefPort(getHubPort());
+    if (others.empty()) {
+        m_known.m_isSingleInstanceHUB = true;
+        eprintf(EPF_INFO, "process_allPorts:CM connection success - portList is empty, SingleInstance HUB\n");
+        return;
+    }
+    // A hub that serves no data port itself was only a door.
+    if (!isMember)
+        m_session.dropFirstHubLater(this);
+    createHubsOfManager(others);
+}
+
+void HubClient::createHubsOfManager(const std::set<uint16_t>& ports) {
+    ConnectionManagers& managers = m_session.getConnectionManagers();
+    const std::string manager = managers.managerAddr();
+    if (manager.empty() || m_hostConfig == nullptr) {
+        eprintf(EPF_WARN, "HubClient::process_allPorts: no connection manager to ask for the other HUBs");
+        return;
+    }
+    for (const uint16_t port : ports) {
+        m_session.removeXRefPort(port);
+        if (!managers.hubOfPort(port).empty()) {
+            eprintf(EPF_WARN,
+                    "process_allPorts:Port already exist in portHubMap, Ports should be different for HUB "
+                    "types %d\n",
+                    int{port});
+            suspendClient("HUB already created, Ports should be different for HUB types ");
+            return;
+        }
+        const std::string host = hostInfo(manager, port);
+        eprintf(EPF_INFO, "process_allPorts: hostString=%s\n", host.c_str());
+        if (!m_session.createHubForHost(host, *m_hostConfig, "process_allPorts")) {
+            eprintf(EPF_WARN,
+                    "process_allPorts:HUB client alread created;  for this port shoud not happen.  "
+                    "hostString=%s\n",
+                    host.c_str());
+            suspendClient("HUB already created - abort connection ");
+            return;
+        }
     }
 }
 
@@ -179,14 +251,31 @@ void HubClient::process_port(KVNAPI::Message& msg) {
         if (!host.empty() && port == getHubPort() && host == ownAddress) {
             m_session.assignSource(src, this);
             ++portsAdded;
-        } else if (assignToMember(src, hostInfo(host, port))) {
-            // Behind a connection manager the port alone would name the member.
+        } else if (assignToMember(src, memberOf(src, host, port))) {
             ++portsAdded;
         }
         eprintf(EPF_DBUG, "HubClient::process_port: src=%d; port=%d", src, port);
     });
     eprintf(EPF_DBUG, "HubClient::process_port: pairCnt=%d; src=%d, ports_added=%d", msg.pairCount(), src,
             portsAdded);
+}
+
+// Behind a connection manager the port alone names the member, since the manager chooses its host.
+std::string HubClient::memberOf(int src, const std::string& host, uint16_t port) const {
+    if (!m_session.isCMconnection())
+        return hostInfo(host, port);
+    const ConnectionManagers& managers = m_session.getConnectionManagers();
+    std::string addr = managers.hubOfPort(port);
+    if (addr.empty()) {
+        eprintf(EPF_WARN,
+                "HubClient::process_port: port %d not found in the portHubMap! So assign to HubClient of "
+                "different port",
+                int{port});
+        if (managers.firstHub(port, addr))
+            eprintf(EPF_WARN, "HubClient::process_port:  changing the port for src=%d; new port=%d", src,
+                    int{port});
+    }
+    return hostInfo(addr, port);
 }
 
 bool HubClient::assignToMember(int src, const std::string& host) {

@@ -44,7 +44,7 @@ bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, boo
                 request->getHUB() != nullptr ? request->getHUB()->getHubAddr().c_str() : "");
         return false;
     }
-    requestQueue.push(std::move(request));
+    requestQueue.push_back(std::move(request));
     return true;
 }
 
@@ -86,7 +86,7 @@ bool HubEventReactor::sendNext(Pass& pass) {
     if (client == nullptr) {
         eprintf(EPF_WARN, "handle_hub_requests: request with tag=%ld names no HUB; dropped",
                 static_cast<long>(head.getTag()));
-        requestQueue.pop();
+        requestQueue.pop_front();
         return true;
     }
     if (client->isSuspended()) {
@@ -97,7 +97,7 @@ bool HubEventReactor::sendNext(Pass& pass) {
         head.isWLRetry = false;
         pass.budget -= 1;
         pass.unreachable.push_back(std::move(requestQueue.front()));
-        requestQueue.pop();
+        requestQueue.pop_front();
         return true;
     }
     // The order is kept: a request for a hub that is still coming up holds up the others behind it. This
@@ -107,7 +107,7 @@ bool HubEventReactor::sendNext(Pass& pass) {
     if (head.isWLRetry && !client->getWatchlist()->isRetryWanted(head.getTag())) {
         eprintf(EPF_DBUG, "handle_hub_requests: %s: retry of tag=%ld is not wanted any more",
                 client->getHubAddr().c_str(), static_cast<long>(head.getTag()));
-        requestQueue.pop();
+        requestQueue.pop_front();
         pass.budget -= 1;
         return true;
     }
@@ -115,7 +115,7 @@ bool HubEventReactor::sendNext(Pass& pass) {
     case Sent::Yes:
         break;
     case Sent::TooLong:
-        requestQueue.pop();
+        requestQueue.pop_front();
         pass.budget -= 1;
         return true;
     case Sent::No:
@@ -126,7 +126,7 @@ bool HubEventReactor::sendNext(Pass& pass) {
     else if (head.isCommandSet() && client->isWatchlistInUse())
         client->getWatchlist()->add(head.getTag(), head.copyWithAltIndex());
     const std::unique_ptr<RequestInternal> written = std::move(requestQueue.front());
-    requestQueue.pop();
+    requestQueue.pop_front();
     finish(*client, *written, pass);
     return true;
 }
@@ -206,6 +206,20 @@ void HubEventReactor::sendWLRequests(HubClient* client) {
 void HubEventReactor::forgetClient(HubClient* client) {
     const tp::MutexLock lock(m_request_mutex);
     hubsSendingWLrequests.erase(client);
+}
+
+std::vector<std::unique_ptr<RequestInternal>> HubEventReactor::takeRequestsOf(const HubClient* client) {
+    std::vector<std::unique_ptr<RequestInternal>> taken;
+    const tp::MutexLock lock(m_request_mutex);
+    std::deque<std::unique_ptr<RequestInternal>> kept;
+    for (std::unique_ptr<RequestInternal>& request : requestQueue) {
+        if (request->getHUB() == client)
+            taken.push_back(std::move(request));
+        else
+            kept.push_back(std::move(request));
+    }
+    requestQueue.swap(kept);
+    return taken;
 }
 
 void HubEventReactor::checkExit() {

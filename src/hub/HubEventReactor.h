@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
-#include <queue>
 #include <vector>
 
 #include <tp/EventReactor.h>
@@ -37,6 +37,10 @@ public:
     /// The client has closed: it replays nothing until it is ready again.
     void forgetClient(HubClient* client) TP_EXCLUDES(m_request_mutex);
 
+    /// The client is taken out of the session: gives back the requests that wait for it. @thread any
+    [[nodiscard]] std::vector<std::unique_ptr<RequestInternal>> takeRequestsOf(const HubClient* client)
+        TP_EXCLUDES(m_request_mutex);
+
     /// Asks the loop to end; it does so at the next checkExit(). @thread any
     void end() override { mustExit.store(true); }
     void checkExit();
@@ -58,7 +62,7 @@ private:
     void finish(HubClient& client, const RequestInternal& request, Pass& pass) TP_REQUIRES(m_request_mutex);
 
     tp::Mutex m_request_mutex{kLockReactorRequest}; ///< guards the two below, also while requests are written
-    std::queue<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
+    std::deque<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
     /// Hubs that replay their watchlist, each with the tag last replayed.
     std::map<HubClient*, int64_t> hubsSendingWLrequests TP_GUARDED_BY(m_request_mutex);
 

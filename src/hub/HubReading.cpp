@@ -38,6 +38,10 @@ std::string lastParserError() {
 void HubClient::readableEvent(double curtime) {
     if (m_fd.get() < 0)
         return;
+    if (m_retired) {
+        closeConnection();
+        return;
+    }
     if (m_first_time && !prepareForFirstEvent())
         return;
     if (isReady())
@@ -114,7 +118,8 @@ void HubClient::leaveAfterReadFailure() {
             getHubAddr().c_str());
     m_session.noteHubDown(this);
     closeConnection();
-    // Behind a connection manager the next dial would ask it for a hub.
+    if (m_session.isCMconnection())
+        m_requestHUBFromCM = true;
 }
 
 // A socket whose bytes are not taken would call for attention without end.

@@ -9,6 +9,7 @@
 
 namespace tivra_internal {
 
+class ConnectionManagers;
 class DictionaryCache;
 class HostConfigImpl;
 class HubClient;
@@ -30,6 +31,8 @@ public:
     /// `stopRequested` or `shutdownInProgress` is set: long waits must end.
     [[nodiscard]] virtual bool isStopping() const = 0;
     [[nodiscard]] virtual bool isInitiallyEstablished() const = 0;
+    /// The session has been established since the application's `start`.
+    [[nodiscard]] virtual bool getisStarted() const = 0;
     [[nodiscard]] virtual int getQueueDepthThreshold() const = 0;
     /// The word for the application's binding language in the login request.
     [[nodiscard]] virtual std::string getLanguage() const = 0;
@@ -44,6 +47,21 @@ public:
     [[nodiscard]] virtual bool isFirstHubClient(const HubClient* client) const = 0;
     /// True for the newest first hub, which runs the dictionary and port steps (`getfirstHubClientFrmLst`).
     [[nodiscard]] virtual bool isNewestFirstHub(const HubClient* client) const = 0;
+
+    // --- connection managers ---
+    [[nodiscard]] virtual ConnectionManagers& getConnectionManagers() = 0;
+    /// The hubs come from a manager: there is no change to the backup list any more.
+    virtual void disableFailover() = 0;
+    /// Checks the configured hosts once they are known to be managers: 0, or -1 when they disagree.
+    [[nodiscard]] virtual int updateCMPortPairLst() = 0;
+    /// The host with the first text goes by the second from now on, unless another host has it.
+    virtual void renameHost(const std::string& hostInfo, const std::string& newHostInfo) = 0;
+    /// A port of a hub that is connected only when a cross-reference needs it.
+    virtual void setXRefPort(uint16_t port) = 0;
+    virtual void removeXRefPort(uint16_t port) = 0;
+    [[nodiscard]] virtual bool areXrefHubsConnected() const = 0;
+    /// This first hub was only a door: it is dropped once the others are up.
+    virtual void dropFirstHubLater(HubClient* client) = 0;
 
     // --- losses and readiness ---
     /// Puts the client into `m_hubDownLst`.
@@ -85,7 +103,9 @@ public:
     /// `srcClientMap[src]` becomes the client of the host with this host info string.
     [[nodiscard]] virtual HubLookup assignSourceToHost(int src, const std::string& hostInfo) = 0;
     /// Makes a client for a host that a hub has named, with the parameters of `like`, unless one exists.
-    virtual void createHubForHost(const std::string& hostInfo, HostConfigImpl& like) = 0;
+    /// `operation` names the asker in the log. False when there is a client already.
+    virtual bool createHubForHost(const std::string& hostInfo, HostConfigImpl& like,
+                                  const char* operation) = 0;
     virtual void addSplitExchange(int src, HubClient* client) = 0;
     virtual void addSplitSymbol(int src, const std::string& pattern, HubClient* client) = 0;
 

@@ -186,12 +186,15 @@ void QueueReadHandler::calcStats(double curtime) {
 }
 
 void QueueReadHandler::reset() {
-    if (m_lastJitStatus != 0) {
-        m_session.addJitCount(-1);
-        eprintf(EPF_INFO, "%s: JIT: this HUB has stopped conflating", m_hubClient.getHubAddr().c_str());
-        m_lastJitStatus = 0;
-    }
+    endJitConflation();
     setHubIdleCount(0);
+}
+
+void QueueReadHandler::endJitConflation() {
+    if (m_lastJitStatus.exchange(0) == 0)
+        return;
+    m_session.addJitCount(-1);
+    eprintf(EPF_INFO, "%s: JIT: this HUB has stopped conflating", m_hubClient.getHubAddr().c_str());
 }
 
 } // namespace tivra_internal

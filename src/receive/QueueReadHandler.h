@@ -72,6 +72,8 @@ public:
     [[nodiscard]] KVNAPI::Parser* getParser() const noexcept { return kvnParser.get(); }
 
     /// The reactor that serves this handler, null before its registration. @thread any
+    /// The hub conflates no more as far as the session is concerned. @thread any
+    void endJitConflation();
     void setUserEventReactor(UserEventReactor* reactor) noexcept { m_userEventReactor.store(reactor); }
     [[nodiscard]] UserEventReactor* getUserEventReactor() const noexcept { return m_userEventReactor.load(); }
 
@@ -138,7 +140,7 @@ private:
     const KVNAPI::Token* const m_conflationTok;
 
     // What the hub has said about itself.
-    int32_t m_lastJitStatus = 0;
+    std::atomic<int32_t> m_lastJitStatus{0};
     std::atomic<double> m_HBTime{0.0};
     std::atomic<uint64_t> m_idleCnt{0};
     LogPace m_parseErrorPace;

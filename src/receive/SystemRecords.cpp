@@ -66,9 +66,8 @@ void QueueReadHandler::takeJit(const KVNAPI::Message& msg) {
                 m_hubClient.getHubAddr().c_str(), status);
         return;
     }
-    const bool wasConflating = m_lastJitStatus != 0;
+    const bool wasConflating = m_lastJitStatus.exchange(status) != 0;
     const bool isConflating = status != 0;
-    m_lastJitStatus = status;
     // From one non-zero value to another the hub stays one of those that conflate.
     if (isConflating != wasConflating)
         m_session.addJitCount(isConflating ? 1 : -1);

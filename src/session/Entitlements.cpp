@@ -144,8 +144,9 @@ void SessionImpl::finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTok
                 src);
         return;
     }
-    // On a session with a connection manager the host would come from the manager's table of ports.
-    addNewEntitlement(src, answer.host + ":" + std::to_string(answer.port));
+    addNewEntitlement(src, m_managers.m_isCMconnection
+                               ? hostOfGrantedPort(src, static_cast<uint16_t>(answer.port))
+                               : answer.host + ":" + std::to_string(answer.port));
 }
 
 } // namespace tivra_internal

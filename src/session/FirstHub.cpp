@@ -24,6 +24,15 @@ int SessionImpl::createNextfirstHub() {
     }
     const HostPair& pair = hosts[index];
     const std::string hostInfo = HostTable::hostInfoOf(pair.addr, pair.port);
+    const bool hasManager = m_managers.m_isCMconnection;
+    if (hasManager && !m_managers.hubOfPort(static_cast<uint16_t>(pair.port)).empty()) {
+        eprintf(
+            EPF_WARN,
+            " createNextfirstHub - hub already created for the port %d (input port should be of different "
+            "hub type)",
+            static_cast<int>(pair.port));
+        return -1;
+    }
     HostConfigImpl* const host = m_hosts.findByAddress(pair.addr, pair.port);
     if (host == nullptr) {
         eprintf(EPF_WARN, " createNextfirstHub -hub alredy created before, hostInfoString= %s",
@@ -31,6 +40,11 @@ int SessionImpl::createNextfirstHub() {
         return -1;
     }
     if (m_hubs.contains(host->getIndex())) {
+        if (hasManager) {
+            // Another first hub has led to it; asking for it again and again would lead nowhere.
+            m_firstHubs.m_allFirstHubschecked = true;
+            return 0;
+        }
         eprintf(EPF_WARN,
                 " createNextfirstHub -hub alredy created before for directHUBconnection(Primary/Backup ips "
                 "same for "
@@ -39,7 +53,7 @@ int SessionImpl::createNextfirstHub() {
         return -1;
     }
     // When the session can take no further hub it is established with those it has.
-    if (createHubClient(*host, true) == nullptr)
+    if (createHubClient(*host, HubRole::First) == nullptr)
         m_firstHubs.m_allFirstHubschecked = true;
     return 0;
 }

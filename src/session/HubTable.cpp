@@ -1,5 +1,7 @@
 #include "session/HubTable.h"
 
+#include <utility>
+
 #include "hub/HubClient.h"
 
 namespace tivra_internal {
@@ -27,10 +29,21 @@ std::vector<HubClient*> HubTable::copy() const {
     return clients;
 }
 
+void HubTable::retire(std::size_t index) {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    const auto found = hubClientsMap.find(index);
+    if (found == hubClientsMap.end())
+        return;
+    m_retiredClients.push_back(std::move(found->second));
+    hubClientsMap.erase(found);
+}
+
 void HubTable::deleteAll() {
+    std::vector<std::unique_ptr<HubClient>> retired;
     std::map<std::size_t, std::unique_ptr<HubClient>> clients;
     tp::MutexLock lock(m_hubClientsMap_mutex);
     clients.swap(hubClientsMap);
+    retired.swap(m_retiredClients);
     lock.unlock();
     // Deleted outside the lock: a client's end takes locks of its own and of the user.
 }

@@ -24,6 +24,8 @@ struct HubTable {
 
     mutable tp::Mutex m_hubClientsMap_mutex{kLockHubClientsMap};
     std::map<std::size_t, std::unique_ptr<HubClient>> hubClientsMap TP_GUARDED_BY(m_hubClientsMap_mutex);
+    /// Hubs that have left the session; other threads may still know them, so they live as long as those.
+    std::vector<std::unique_ptr<HubClient>> m_retiredClients TP_GUARDED_BY(m_hubClientsMap_mutex);
 
     /// The default hub; null while there is none.
     [[nodiscard]] HubClient* getFirstHub() const;
@@ -31,6 +33,8 @@ struct HubTable {
     [[nodiscard]] bool contains(std::size_t index) const { return find(index) != nullptr; }
     /// All hubs in the order of their indexes. They live until the session's worker threads have ended.
     [[nodiscard]] std::vector<HubClient*> copy() const;
+    /// Takes a hub out of the table.
+    void retire(std::size_t index);
     void deleteAll();
 };
 

@@ -1,5 +1,6 @@
 #include "session/ReactorTables.h"
 
+#include <algorithm>
 #include <sstream>
 #include <utility>
 
@@ -54,6 +55,18 @@ void ReactorTables::placeHub(HubClient* client, int reactorIndex) {
     client->attachReactor(reactor, reactorIndex);
     tp::MutexLock lock(m_hubER_mutex);
     eventReactorHubList[reactorIndex].push_back(client);
+}
+
+void ReactorTables::forgetReactorOf(HubClient* client) {
+    tp::MutexLock lock(m_hubER_mutex);
+    hubToEventReactor.erase(client);
+}
+
+void ReactorTables::removeHub(HubClient* client) {
+    tp::MutexLock lock(m_hubER_mutex);
+    hubToEventReactor.erase(client);
+    for (auto& [index, clients] : eventReactorHubList)
+        clients.erase(std::remove(clients.begin(), clients.end(), client), clients.end());
 }
 
 void ReactorTables::removeHubReactor(int reactorIndex, HubClient* client) {

@@ -64,6 +64,10 @@ struct ReactorTables {
 
     /// The hub is served by the reactor of that index from now on.
     void placeHub(HubClient* client, int reactorIndex);
+    /// The hub is routed to no more; its reactor still serves it.
+    void forgetReactorOf(HubClient* client);
+    /// The hub is served by no reactor any more. @thread the hub's own
+    void removeHub(HubClient* client);
     /// Takes back a reactor that has no thread, and the one hub placed on it.
     void removeHubReactor(int reactorIndex, HubClient* client);
 

@@ -1,6 +1,7 @@
 // From the application's `send` to the hub or hubs that get the request.
 #include "session/SessionImpl.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -150,7 +151,7 @@ bool SessionImpl::routeRequestToHub(std::unique_ptr<RequestInternal>& request) {
     default:
         break;
     }
-    // The first need for cross-reference hubs of a connection manager would be seen here.
+    connectXrefHubsFor(*request);
     return sendToTarget(request);
 }
 
@@ -240,7 +241,9 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
     question.command = request->getCommand();
     question.symbol = request->getSymbol();
     question.sourceIsSplit = m_split.isSplitSymbol(source);
-    question.isCMconnection = m_isCMconnection;
+    question.isCMconnection = m_managers.m_isCMconnection;
+    question.initialXrefConnection = m_xref.m_initialXrefConnection;
+    question.xrefHubsDone = m_xref.m_XRefHUBDone;
     if (source >= kFirstNewsSource) {
         const HubClient* const first = m_hubs.getFirstHub();
         question.firstHubMajorVersion = first == nullptr ? 0 : first->getHubMajorVersion();
@@ -374,7 +377,13 @@ bool SessionImpl::sendToDefaultHub(std::unique_ptr<RequestInternal>& request) {
 }
 
 bool SessionImpl::sendToAll(std::unique_ptr<RequestInternal>& request, bool isNews) {
-    return sendCopies(request, m_hubs.copy(), isNews);
+    std::vector<HubClient*> hubs = m_hubs.copy();
+    if (m_managers.m_isCMconnection)
+        hubs.erase(
+            std::remove_if(hubs.begin(), hubs.end(),
+                           [](const HubClient* client) { return client->getInitialHubDisconnected(); }),
+            hubs.end());
+    return sendCopies(request, hubs, isNews);
 }
 
 bool SessionImpl::sendToEach(std::unique_ptr<RequestInternal>& request, int exch) {

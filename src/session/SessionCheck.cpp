@@ -51,13 +51,9 @@ void SessionImpl::decideState() {
         }
     }
     HubCounts counts = countHubs();
+    decideXrefHubs();
     lastState = state.load();
-    {
-        tp::MutexLock lock(newQRHQueue_mutex);
-        counts.pending = static_cast<int>(newQRHQueue.size());
-        for (const HubClient* client : newQRHQueue)
-            counts.pending -= client->getInitialHubDisconnected() ? 1 : 0;
-    }
+    counts.pending = countPending();
     counts.downs = m_downSinceLastCheck.exchange(0);
 
     const CheckDecision decision = decideSessionCheck(counts);
@@ -87,13 +83,50 @@ void SessionImpl::raiseStateEvent() {
 
 HubCounts SessionImpl::countHubs() {
     HubCounts counts;
-    for (const HubClient* client : m_hubs.copy()) {
-        if (client->isReady())
+    const bool xrefPhase = m_managers.m_isCMconnection && m_xref.isPhase();
+    // While the cross-reference hubs come up the session stays established: from the first of them that is
+    // missing on, no missing hub counts.
+    bool isLatched = false;
+    for (HubClient* client : m_hubs.copy()) {
+        const bool isComingXref = xrefPhase && client->isQueryXRefHUB();
+        if (client->isReady()) {
             ++counts.ready;
-        else
+            if (isComingXref && !client->m_xrefConnected.exchange(true))
+                eprintf(EPF_DBUG, "XRefHUBConnected is connected successfully %s",
+                        client->getHubAddr().c_str());
+        } else if (isComingXref) {
+            if (client->isSuspended()) {
+                client->m_xrefRemove = true;
+                eprintf(EPF_DBUG, "XRefHUBConnected is suspended - AUTH failed %s",
+                        client->getHubAddr().c_str());
+            }
+            eprintf(EPF_DBUG,
+                    "XRefHUBConnected is not yet Ready but not added to notReady to avoid sending session "
+                    "events %s",
+                    client->getHubAddr().c_str());
+            isLatched = true;
+        } else if (!client->m_xrefRemove && !isLatched) {
             ++counts.notReady;
+        }
     }
     return counts;
+}
+
+/// Hubs that are ready but have no read handler yet.
+int SessionImpl::countPending() {
+    const bool xrefComing = m_xref.m_XrefHUBConnReq && !m_xref.m_XRefHUBDone;
+    tp::MutexLock lock(newQRHQueue_mutex);
+    auto pending = static_cast<int>(newQRHQueue.size());
+    for (const HubClient* client : newQRHQueue) {
+        const bool isXref = xrefComing && client->isQueryXRefHUB() && client->m_xrefConnected;
+        if (!isXref && !client->getInitialHubDisconnected())
+            continue;
+        --pending;
+        eprintf(EPF_DBUG, "HUB %s is not pending: isQueryXRefHUB=%d; m_xrefConnected=%d; disconnected=%d",
+                client->getHubAddr().c_str(), client->isQueryXRefHUB() ? 1 : 0,
+                client->m_xrefConnected ? 1 : 0, client->getInitialHubDisconnected() ? 1 : 0);
+    }
+    return pending;
 }
 
 void SessionImpl::sessionDown(const HubCounts& counts) {
@@ -154,7 +187,7 @@ void SessionImpl::allReady(const HubCounts& counts) {
         stepToNextFirstHub(counts);
     if (!m_firstHubs.m_allFirstHubschecked)
         return;
-    // The dropping of a connection manager's first hub would begin here.
+    markDroppedHubs();
     // A `start` that returns on this outcome must find the session established.
     const auto establish = [this] {
         state = Session::TIVRA_SESSION_ESTABLISHED;
@@ -182,6 +215,8 @@ void SessionImpl::stepToNextFirstHub(const HubCounts& counts) {
         return;
     }
     m_firstHubs.m_createNextfirstHub = true;
+    if (!m_managers.m_isCMconnection)
+        m_managers.m_enableCMRetry = false;
     eprintf(EPF_DBUG,
             "check_session_events: m_createNextfirstHub set true:  primaryIP2PortLst.size()=%zu, "
             "primaryIP2PortLst.size()-1=%zu",

@@ -119,14 +119,15 @@ void SessionImpl::noteHubDown(HubClient* client) {
 }
 
 void SessionImpl::countHubLoss(HubClient* client) {
-    // A first hub that the session has let go on purpose is no loss.
-    if (!client->getInitialHubDisconnected())
+    // A first hub that the session has let go on purpose is no loss, nor is a hub that it connects late.
+    const bool isComingXref = m_managers.m_isCMconnection && m_xref.isPhase() && client->isQueryXRefHUB();
+    if (!client->getInitialHubDisconnected() && !client->m_retired && !isComingXref)
         ++m_downSinceLastCheck;
 }
 
 void SessionImpl::enterReadyHub(HubClient* client) {
     tp::MutexLock lock(newQRHQueue_mutex);
-    if (client->markReady())
+    if (client->markReady() && !client->m_retired)
         newQRHQueue.push_back(client);
 }
 
@@ -164,7 +165,7 @@ void SessionImpl::addSplitExchange(int src, HubClient* client) {
 }
 
 void SessionImpl::addSplitSymbol(int src, const std::string& pattern, HubClient* client) {
-    m_split.addSplitSymbol(src, pattern.c_str(), client, client->getHubAddr());
+    m_split.addSplitSymbol(src, pattern.c_str(), client, client->getHubAddr(), m_dropped.listed());
 }
 
 bool SessionImpl::isTagAwaitingXrefHubs(int64_t tag) {

@@ -16,16 +16,18 @@
 #include <tp/Thread.h>
 
 #include "LockOrder.h"
+#include "config/HostPair.h"
 #include "config/HostTable.h"
 #include "config/RetCodeTexts.h"
 #include "dictionary/DictionaryCache.h"
+#include "hub/ConnectionManagers.h"
 #include "hub/HubSession.h"
 #include "receive/ReadHandlerSession.h"
 #include "request/RequestSender.h"
 #include "request/TagSource.h"
 #include "request/Watchlist.h"
+#include "session/DroppedHubs.h"
 #include "session/FirstHubs.h"
-#include "session/HostPair.h"
 #include "session/HubSourceStatus.h"
 #include "session/HubTable.h"
 #include "session/QueueDepthAlarm.h"
@@ -39,6 +41,7 @@
 #include "session/SplitTables.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
+#include "session/XrefHubs.h"
 
 namespace tivra {
 class ConnectionConfig;
@@ -93,14 +96,27 @@ public:
     [[nodiscard]] tivra::Session::States getState() const override { return state.load(); }
 
     // --- what hub connections ask; see HubSession ---
-    [[nodiscard]] bool isCMconnection() const override { return m_isCMconnection; }
+    [[nodiscard]] bool isCMconnection() const override { return m_managers.m_isCMconnection; }
     [[nodiscard]] bool isStopping() const override { return stopRequested || shutdownInProgress; }
     [[nodiscard]] bool isInitiallyEstablished() const override { return m_isInitiallyEstablished; }
+    [[nodiscard]] bool getisStarted() const override { return isStarted; }
     [[nodiscard]] int getQueueDepthThreshold() const override { return m_queueDepthThreshold; }
     [[nodiscard]] std::string getLanguage() const override;
     void claimFirstHubClient(HubClient* client) override;
     [[nodiscard]] bool isFirstHubClient(const HubClient* client) const override;
     [[nodiscard]] bool isNewestFirstHub(const HubClient* client) const override;
+    [[nodiscard]] ConnectionManagers& getConnectionManagers() override { return m_managers; }
+    void disableFailover() override { failoverEnabled = false; }
+    [[nodiscard]] int updateCMPortPairLst() override {
+        return m_managers.updateCMPortPairLst(primaryIP2PortLst, backupIP2PortLst);
+    }
+    void renameHost(const std::string& hostInfo, const std::string& newHostInfo) override {
+        m_hosts.rename(hostInfo, newHostInfo);
+    }
+    void setXRefPort(uint16_t port) override;
+    void removeXRefPort(uint16_t port) override;
+    [[nodiscard]] bool areXrefHubsConnected() const override { return m_xref.m_XRefHUBConnected; }
+    void dropFirstHubLater(HubClient* client) override;
     void noteHubDown(HubClient* client) override;
     void countHubLoss(HubClient* client) override;
     void enterReadyHub(HubClient* client) override;
@@ -117,7 +133,7 @@ public:
     void assignSource(int src, HubClient* client) override;
     [[nodiscard]] PortCursor nextSourceWithoutHub(int after, HubClient* client) override;
     [[nodiscard]] HubLookup assignSourceToHost(int src, const std::string& hostInfo) override;
-    void createHubForHost(const std::string& hostInfo, HostConfigImpl& like) override;
+    bool createHubForHost(const std::string& hostInfo, HostConfigImpl& like, const char* operation) override;
     void addSplitExchange(int src, HubClient* client) override;
     void addSplitSymbol(int src, const std::string& pattern, HubClient* client) override;
     [[nodiscard]] Watchlist& getWatchlist() override { return watchlist; }
@@ -174,8 +190,10 @@ private:
     void startWorkerThreads(bool startBackup);
     void createFirstClient(bool startBackup);
     void createDummyClient();
-    HubClient* createHubClient(HostConfigImpl& host, bool isFirst);
-    HubClient* insertHubClient(HostConfigImpl& host);
+    enum class HubRole { Plain, First, Xref };
+    HubClient* createHubClient(HostConfigImpl& host, HubRole role);
+    HubClient* insertHubClient(HostConfigImpl& host, HubRole role);
+    [[nodiscard]] HostConfigImpl& addHost(const std::string& hostInfo, const HostConfigImpl& like);
     bool registerHub(HubClient* client) TP_REQUIRES(m_reactors.m_registerHub_mutex);
     [[nodiscard]] bool createHubReactor(int index, HubClient* client)
         TP_REQUIRES(m_reactors.m_registerHub_mutex);
@@ -199,6 +217,7 @@ private:
     void decideState();
     void raiseStateEvent();
     [[nodiscard]] HubCounts countHubs();
+    [[nodiscard]] int countPending();
     void sessionDown(const HubCounts& counts);
     void lastHubMissing(HubCounts counts);
     void sessionPartial(const HubCounts& counts);
@@ -219,9 +238,30 @@ private:
     [[nodiscard]] ClientVerdict checkConnect(double now, HubClient& client, ClientCheck& check);
     [[nodiscard]] ClientVerdict checkHealth(double now, HubClient& client, ClientCheck& check);
     [[nodiscard]] bool decideFailure(HubClient& client, const ClientCheck& check);
-    void abortStartFor(HubClient& client, const ClientCheck& check);
-    void startFailover();
+    void abortStartFor(HubClient& client, const ClientCheck& check, const std::string& retryReason);
+    void startFailover(bool force);
     void reset();
+
+    // HubRemoval.cpp
+    void markDroppedHubs();
+    void dropOneFirstHub(const HubEventReactor& reactor);
+    void disconnectInitilaHUB(HubClient& client) TP_REQUIRES(m_dropped.disconnectHubClientLst_mutex);
+    void forgetHub(HubClient& client);
+    void takeBackRequestsOf(HubClient& client, HubEventReactor* reactor);
+    void closeQueueHandler(QueueReadHandler* handler);
+    void removeXRefhub();
+
+    // XrefConnecting.cpp
+    void connectXrefHubsFor(const RequestInternal& request);
+    void connectForEntitlements();
+    void getRemainingPorts();
+    [[nodiscard]] bool getQueryXRefs();
+    [[nodiscard]] bool getHUBForQueryXRef(uint16_t queryXRefPort);
+    [[nodiscard]] bool waitForXrefHubs();
+    [[nodiscard]] double xrefWaitLimit() const;
+    void serveXrefHubs();
+    void decideXrefHubs();
+    [[nodiscard]] std::string hostOfGrantedPort(int src, uint16_t port);
 
     // FirstHub.cpp
     [[nodiscard]] int createNextfirstHub();
@@ -231,6 +271,7 @@ private:
 
     // SessionStop.cpp
     void shutdown();
+    void cleanUpManagers();
     void requeueRequests();
 
     // RequestRouting.cpp
@@ -313,12 +354,13 @@ private:
     std::atomic<bool> failoverInProgress{false};
     std::atomic<bool> dicReloadInProgress{false};
     std::atomic<bool> m_useBackup{false};
-    /// Set by the connection-manager client when the session reached its hubs through one.
-    std::atomic<bool> m_isCMconnection{false};
+    ConnectionManagers m_managers;
 
     // Hubs and threads.
     HubTable m_hubs;
     FirstHubs m_firstHubs;
+    DroppedHubs m_dropped;
+    XrefHubs m_xref;
     HubSourceStatus m_hubStatus;
     ReactorTables m_reactors;
     std::unique_ptr<HubClient>

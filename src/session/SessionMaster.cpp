@@ -39,8 +39,7 @@ void SessionImpl::startApiMasterThread() {
         }
         if (isStarted)
             raiseSourceEvents();
-        // A session that reached its hubs through a connection manager would connect its remaining ports
-        // here.
+        connectForEntitlements();
         ::usleep(kMasterPauseMicroseconds);
     }
 }
@@ -69,7 +68,9 @@ void SessionImpl::serveNewHub() {
         return;
     HubClient* const client = newQRHQueue.front();
     // A first hub that is to be dropped gets no handler; a hub that came back keeps the one it has.
-    if (!client->getInitialHubDisconnected() && !client->hasReadHandler()) {
+    if (client->getInitialHubDisconnected()) {
+        m_dropped.m_notifyInitHUBdisconenct = true;
+    } else if (!client->hasReadHandler()) {
         if (client->getHostConfig() == nullptr) {
             eprintf(EPF_CRIT, "internal error m_hostConfig is NULL for hubClient=%p-- aborting",
                     static_cast<const void*>(client));

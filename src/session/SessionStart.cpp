@@ -25,9 +25,12 @@ constexpr const char* kNoMessageHandler =
 constexpr const char* kNoPrimary = "Primary connection empty or Primary and backup have same connection";
 constexpr const char* kOnLibraryThread = "start called on a library thread";
 
-void addOnce(std::vector<HostPair>& list, HostPair host) {
-    if (std::find(list.begin(), list.end(), host) == list.end())
-        list.push_back(std::move(host));
+/// False when the list has it already.
+bool addOnce(std::vector<HostPair>& list, const HostPair& host) {
+    if (std::find(list.begin(), list.end(), host) != list.end())
+        return false;
+    list.push_back(host);
+    return true;
 }
 
 } // namespace
@@ -86,14 +89,15 @@ bool SessionImpl::isRunning() {
 }
 
 void SessionImpl::readHostLists() {
-    if (m_isCMconnection) {
+    if (m_managers.m_isCMconnection) {
         // A connection manager may have handed out other addresses than those of the last start.
         for (const HostPair& host : backupIP2PortLst)
             m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Backup);
         for (const HostPair& host : primaryIP2PortLst)
             m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Primary);
     }
-    m_hosts.forEachNamed([this](const std::string& hostInfo, HostConfigImpl* host) {
+    std::vector<HostPair> added;
+    m_hosts.forEachNamed([this, &added](const std::string& hostInfo, HostConfigImpl* host) {
         if (host == nullptr) {
             eprintf(EPF_WARN,
                     "hoststring(%s) not found in the hostConfigMap so cannot add to primar/backup host list ",
@@ -103,8 +107,12 @@ void SessionImpl::readHostLists() {
         if (!host->isExternal())
             return;
         const bool isBackup = host->getBoolean(tivra::HostConfig::BACKUP_BOOL, false);
-        addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, HostPair{host->getAddr(), host->getPort()});
+        const HostPair pair{host->getAddr(), host->getPort()};
+        if (addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, pair))
+            added.push_back(pair);
     });
+    for (const HostPair& pair : added)
+        m_managers.addCandidate(pair);
     // The number of primary hosts decides how many first hubs a session makes, on either side.
     if (!backupIP2PortLst.empty() && backupIP2PortLst.size() != primaryIP2PortLst.size())
         eprintf(EPF_WARN, "The lists of primary hosts (%zu) and of backup hosts (%zu) differ in length",

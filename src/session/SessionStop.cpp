@@ -5,6 +5,7 @@
 
 #include "config/SessionConfigImpl.h"
 #include "hub/HubClient.h"
+#include "hub/LnkApi.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -60,9 +61,18 @@ void SessionImpl::shutdown() {
     }
     requeueRequests();
     m_reactors.deleteAll();
-    // A connection manager's client library would be cleaned up here.
+    cleanUpManagers();
     reset();
     eprintf(EPF_DBUG, "SessionImpl::shutdown(EXIT)");
+}
+
+/// The next connect initialises the managers' client library anew.
+void SessionImpl::cleanUpManagers() {
+    if (!m_managers.m_isLnkapiInitialized.exchange(false))
+        return;
+    eprintf(EPF_DBUG, "Lnkapi cleanup called");
+    LnkApi::instance().cleanup();
+    m_managers.forgetHubs();
 }
 
 /// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.

@@ -11,6 +11,7 @@
 #include "hub/ErrorText.h"
 #include "hub/HubClient.h"
 #include "hub/HubEventReactor.h"
+#include "hub/LnkApiErrors.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -20,28 +21,36 @@ constexpr double kSecondsBetweenFailovers = 15.0;
 constexpr std::size_t kMessageSize = 500;
 
 std::string connectFailure(const HubClient& client) {
-    const int error = client.getConnectErrno();
+    const int status = client.getLnkapiErrno();
+    const int error = status != 0 ? status : client.getConnectErrno();
     char message[kMessageSize];
     std::snprintf(message, sizeof message, "connectHost(%s) failed %d: %s", client.getHubAddr().c_str(),
-                  error, errorText(error).c_str());
+                  error, (status != 0 ? getLnkAPIErrorString(status) : errorText(error)).c_str());
     return message;
 }
 
 } // namespace
 
 void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
-    // A connection manager's first hub that is to be dropped would be let go here, on its own thread.
+    dropOneFirstHub(reactor);
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
     if (shutdownInProgress || abortStartup)
         return;
     for (HubClient* client : clients) {
+        if (client->m_retired) {
+            client->closeConnection();
+            m_reactors.removeHub(client);
+            continue;
+        }
         ClientCheck check;
         // An established session without a backup never gives up on a hub, however often it fails.
         if (failoverEnabled || !isStarted)
             check.failed = client->isSuspended() || client->isPastRetryLimit();
         ClientVerdict verdict = ClientVerdict::Next;
         const bool connected = client->getFd() > 0 && !client->inProgress();
-        if (check.failed || connected)
+        if (client->m_xrefRemove)
+            verdict = ClientVerdict::Decide;
+        else if (check.failed || connected)
             verdict = checkHealth(now, *client, check);
         else
             verdict = checkConnect(now, *client, check);
@@ -64,8 +73,13 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
         return ClientVerdict::Next;
     check.message = connectFailure(client);
     eprintf(EPF_CRIT, "%s", check.message.c_str());
+    const bool refusedByManager = client.getLnkapiErrno() != 0;
+    client.resetLnkapiErrno();
+    if (m_managers.m_isCMconnection && m_xref.m_XrefHUBConnReq && !m_xref.m_XRefHUBConnected &&
+        client.isQueryXRefHUB())
+        client.m_xrefRemove = true;
     // Without another side to go to, the retry limit decides on a start, not the first failure.
-    if (!failoverEnabled && (isStarted || !client.isPastRetryLimit()))
+    if (!refusedByManager && !failoverEnabled && (isStarted || !client.isPastRetryLimit()))
         return ClientVerdict::Next;
     return ClientVerdict::Decide;
 }
@@ -78,32 +92,44 @@ SessionImpl::ClientVerdict SessionImpl::checkHealth(double now, HubClient& clien
     if (client.isValidConnection() && !check.timedOut)
         return check.failed ? ClientVerdict::Decide : ClientVerdict::Next;
     m_hubStatus.noteDown(&client);
-    client.closeConnection();
+    if (!m_managers.m_isCMconnection) {
+        client.closeConnection();
+    } else if (!client.getInitialHubDisconnected() && !client.isSuspended()) {
+        client.closeConnection();
+        client.setRequestHUBFromCM(true);
+    }
     // A client that merely lost its connection is dialled again on the next tick.
     return check.failed || check.timedOut ? ClientVerdict::Decide : ClientVerdict::Next;
 }
 
 /// False when the pass over the clients must end.
 bool SessionImpl::decideFailure(HubClient& client, const ClientCheck& check) {
+    std::string reason;
+    const bool retry =
+        !isStarted && m_managers.checkCMRetry(client.getRetryLimit(), failoverEnabled, m_useBackup, reason);
     if (failoverEnabled) {
-        if (!isStarted && lastFailoverTime.load() != 0.0) {
-            abortStartFor(client, check); // both sides have been tried
+        if (!isStarted && lastFailoverTime.load() != 0.0 && !retry) {
+            abortStartFor(client, check, reason); // both sides have been tried
             return false;
         }
-        startFailover();
+        startFailover(retry);
         return !shutdownInProgress;
     }
     if (isStarted)
         return true;
-    abortStartFor(client, check);
+    if (retry) {
+        client.restartRetries();
+        return true;
+    }
+    abortStartFor(client, check, reason);
     return false;
 }
 
-void SessionImpl::abortStartFor(HubClient& client, const ClientCheck& check) {
+void SessionImpl::abortStartFor(HubClient& client, const ClientCheck& check, const std::string& retryReason) {
     // The application is to see its login failure first; the next tick comes here again.
     if (client.isSuspended() && !m_user.eventQueueEmpty())
         return;
-    std::string reason = check.message;
+    std::string reason = retryReason.empty() ? check.message : retryReason;
     if (client.isSuspended())
         reason = client.getSuspendReason();
     else if (check.timedOut)
@@ -113,13 +139,14 @@ void SessionImpl::abortStartFor(HubClient& client, const ClientCheck& check) {
     abortStart(reason);
 }
 
-void SessionImpl::startFailover() {
+/// `force` goes past the least time between two changes.
+void SessionImpl::startFailover(bool force) {
     tp::MutexLock lock(m_failover_mutex);
     if (failoverInProgress)
         return;
     const double now = tp::Clock::monotonic();
     const double last = lastFailoverTime;
-    if (last != 0.0 && now - last < kSecondsBetweenFailovers)
+    if (!force && last != 0.0 && now - last < kSecondsBetweenFailovers)
         return;
     failoverInProgress = true;
     shutdownInProgress = true;
@@ -140,6 +167,8 @@ void SessionImpl::startDicReload() {
 void SessionImpl::reset() {
     eprintf(EPF_DBUG, "SessionImpl::reset(ENTRY)");
     m_firstHubs.reset();
+    m_dropped.reset();
+    m_xref.reset();
     m_isInitiallyEstablished = false;
     const bool isStop = stopRequested;
     if (isStop) {
@@ -150,6 +179,7 @@ void SessionImpl::reset() {
         // Standing requests keep their tags, so new ones must not collide with them.
         m_tags.restartAfter(watchlist.highestTag());
         lastFailoverTime = 0.0;
+        m_managers.forgetRetries();
         if (watchlist.size() == 0) {
             m_HBSubscribed = false;
             m_HubStatusSubscribed = false;

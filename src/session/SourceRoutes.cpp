@@ -1,6 +1,7 @@
 #include "session/SourceRoutes.h"
 
 #include <cstddef>
+#include <iterator>
 
 #include "session/RoutingTarget.h"
 
@@ -43,6 +44,13 @@ void SourceRoutes::assign(int src, HubClient* client) {
     tp::MutexLock lock(m_srcClientMap_mutex);
     if (srcClientMap.size() < kMaxSources || srcClientMap.count(src) != 0)
         srcClientMap[src] = client;
+}
+
+void SourceRoutes::forget(HubClient* client) {
+    tp::MutexLock lock(m_srcClientMap_mutex);
+    for (auto entry = srcClientMap.begin(); entry != srcClientMap.end();)
+        entry = entry->second == client ? srcClientMap.erase(entry) : std::next(entry);
+    hubClientSrcMap.erase(client);
 }
 
 int SourceRoutes::nextWithoutHub(int after, HubClient* newsHub, bool& last) {

@@ -23,6 +23,9 @@ public:
     HubClient* addUserSource(int src, HubClient* entHub, bool& had);
     void assign(int src, HubClient* client);
 
+    /// The hub has left the session: its sources have none.
+    void forget(HubClient* client);
+
     /// The first source above `after` without a hub, or -1. News sources on the way become `newsHub`'s, since
     /// every hub can answer for them. `last` tells that no further source without a hub follows.
     [[nodiscard]] int nextWithoutHub(int after, HubClient* newsHub, bool& last);

@@ -1,6 +1,8 @@
 #include "session/SplitTables.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <string>
 
 #include <tp/eprintf.h>
@@ -36,7 +38,8 @@ void SplitTables::addSplitExchange(int exch, HubClient* hub) {
     splitPerm_[exch].insert(hub);
 }
 
-void SplitTables::addSplitSymbol(int exch, const char* rx, HubClient* hub, const std::string& hubName) {
+void SplitTables::addSplitSymbol(int exch, const char* rx, HubClient* hub, const std::string& hubName,
+                                 const std::vector<HubClient*>& leaving) {
     if (!isUsable(exch))
         return;
     if (rx == nullptr) {
@@ -49,6 +52,8 @@ void SplitTables::addSplitSymbol(int exch, const char* rx, HubClient* hub, const
     PatternTable& table = SrcToSplitServByRegex[exch];
     const auto found = table.find(rx);
     if (found != table.end()) {
+        if (std::find(leaving.begin(), leaving.end(), found->second.mHub) != leaving.end())
+            found->second.mHub = hub;
         if (found->second.mHub != hub)
             eprintf(EPF_INFO,
                     "Exch %d already inserted;Existing hub=%p duplicate Exch=%d hub=%p duplicate regex %s",
@@ -135,6 +140,27 @@ bool SplitTables::patternsByHub(int exch, std::map<HubClient*, std::set<std::str
     for (const auto& [text, entry] : found->second)
         patterns[entry.mHub].insert(text);
     return true;
+}
+
+void SplitTables::forget(HubClient* hub) {
+    tp::MutexLock lock(m_split_mutex);
+    // A source that no other hub carries a part of is split no more.
+    for (auto source = splitPerm_.begin(); source != splitPerm_.end();) {
+        source->second.erase(hub);
+        source = source->second.empty() ? splitPerm_.erase(source) : std::next(source);
+    }
+    for (auto letter = splitServ_.begin(); letter != splitServ_.end();)
+        letter = letter->second == hub ? splitServ_.erase(letter) : std::next(letter);
+    for (auto& [source, table] : SrcToSplitServByRegex) {
+        for (auto pattern = table.begin(); pattern != table.end();) {
+            if (pattern->second.mHub != hub) {
+                ++pattern;
+                continue;
+            }
+            m_patternCost -= patternCost(pattern->first.c_str()).value_or(0);
+            pattern = table.erase(pattern);
+        }
+    }
 }
 
 void SplitTables::clear() {

@@ -25,8 +25,9 @@ public:
     static constexpr int kMaxSplitSource = 4096;
 
     void addSplitExchange(int exch, HubClient* hub);
-    /// `hubName` stands in the log.
-    void addSplitSymbol(int exch, const char* rx, HubClient* hub, const std::string& hubName);
+    /// `hubName` stands in the log. A pattern that a hub of `leaving` offered first becomes this hub's.
+    void addSplitSymbol(int exch, const char* rx, HubClient* hub, const std::string& hubName,
+                        const std::vector<HubClient*>& leaving = {});
     void addSplitSymbol(int exch, char letter, HubClient* hub, int start_char);
 
     [[nodiscard]] bool isSplitSymbol(int exch) const;
@@ -41,6 +42,8 @@ public:
     /// The patterns of a source by hub; false when the source has no pattern table.
     [[nodiscard]] bool patternsByHub(int exch, std::map<HubClient*, std::set<std::string>>& patterns) const;
 
+    /// The hub has left the session.
+    void forget(HubClient* hub);
     void clear();
 
 private:

@@ -44,7 +44,7 @@ private:
 void SessionImpl::startWorkerThreads(bool startBackup) {
     m_firstHubs.clear();
     // A connection manager hands out another hub by itself, so there is no side to change to.
-    if (!backupIP2PortLst.empty() && !m_isCMconnection)
+    if (!backupIP2PortLst.empty() && !m_managers.m_isCMconnection)
         failoverEnabled = true;
     createFirstClient(startBackup);
     if (shutdownInProgress)
@@ -58,7 +58,7 @@ void SessionImpl::createFirstClient(bool startBackup) {
     if (!hosts.empty())
         host = m_hosts.findByAddress(hosts.front().addr, hosts.front().port);
     if (host != nullptr && !m_hubs.contains(host->getIndex())) {
-        createHubClient(*host, true);
+        createHubClient(*host, HubRole::First);
         return;
     }
     char text[200];
@@ -85,19 +85,19 @@ void SessionImpl::giveReadHandler(HubClient& client, bool isFirst) {
     registerQueueHandler(registered, isFirst, client);
 }
 
-HubClient* SessionImpl::createHubClient(HostConfigImpl& host, bool isFirst) {
+HubClient* SessionImpl::createHubClient(HostConfigImpl& host, HubRole role) {
     tp::MutexLock placing(m_reactors.m_registerHub_mutex);
     if (shutdownInProgress)
         return nullptr;
-    HubClient* const client = insertHubClient(host);
+    HubClient* const client = insertHubClient(host, role);
     if (client == nullptr)
         return nullptr;
-    if (isFirst && !m_firstHubs.add(client, primaryIP2PortLst.size()))
+    if (role == HubRole::First && !m_firstHubs.add(client, primaryIP2PortLst.size()))
         eprintf(EPF_WARN, " addTofirstHubClientLst - failed add to firstHubClientLst");
     return registerHub(client) ? client : nullptr;
 }
 
-HubClient* SessionImpl::insertHubClient(HostConfigImpl& host) {
+HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
     using tivra::HostConfig;
     const std::string addr = host.getAddr();
     char label[50];
@@ -119,6 +119,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host) {
         host.getBoolean(HostConfig::COMPRESSION_BOOL, true), host.getIndex(), &host,
         host.getUsableLong(HostConfig::QUEUE_SIZE_LONG),
         host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG), settings().isWatchlistOn());
+    client->setQueryXRefHUB(role == HubRole::Xref);
     HubClient* const inserted = client.get();
     m_hubs.hubClientsMap.emplace(host.getIndex(), std::move(client));
     return inserted;
@@ -260,18 +261,26 @@ void SessionImpl::startUserEventReactor(UserEventReactor& reactor, bool isFirst)
     eprintf(EPF_INFO, "Ending User EventReactor");
 }
 
-void SessionImpl::createHubForHost(const std::string& hostInfo, HostConfigImpl& like) {
+bool SessionImpl::createHubForHost(const std::string& hostInfo, HostConfigImpl& like, const char* operation) {
     HostConfigImpl* host = m_hosts.find(hostInfo);
     if (host == nullptr) {
-        eprintf(EPF_INFO, "HubClient::process_aggCheck: Adding new hostConfig(%s)", hostInfo.c_str());
-        tivra::ConnectionConfig& connection = getConnectionConfig();
-        host =
-            &HandleAccess::impl(HandleAccess::impl(connection).getHostConfig(hostInfo, &connection, false));
-        host->copyParameters(like);
-        host->setIsExternal(false);
+        eprintf(EPF_INFO, "HubClient::%s: Adding new hostConfig(%s)", operation, hostInfo.c_str());
+        host = &addHost(hostInfo, like);
     }
-    if (!m_hubs.contains(host->getIndex()))
-        createHubClient(*host, false);
+    if (m_hubs.contains(host->getIndex()))
+        return false;
+    createHubClient(*host, HubRole::Plain);
+    return true;
+}
+
+/// A host that the library has learnt of itself, with the parameters of another.
+HostConfigImpl& SessionImpl::addHost(const std::string& hostInfo, const HostConfigImpl& like) {
+    tivra::ConnectionConfig& connection = getConnectionConfig();
+    HostConfigImpl& host =
+        HandleAccess::impl(HandleAccess::impl(connection).getHostConfig(hostInfo, &connection, false));
+    host.copyParameters(like);
+    host.setIsExternal(false);
+    return host;
 }
 
 SessionImpl::HubLookup SessionImpl::assignSourceToHost(int src, const std::string& hostInfo) {

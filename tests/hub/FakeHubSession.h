@@ -12,6 +12,7 @@
 #include "config/RetCodeTexts.h"
 #include "config/UserInfoImpl.h"
 #include "dictionary/DictionaryCache.h"
+#include "hub/ConnectionManagers.h"
 #include "hub/HubClient.h"
 #include "hub/HubSession.h"
 #include "request/RequestInternal.h"
@@ -30,9 +31,12 @@ public:
     std::function<void()> onStopTest; ///< called whenever a wait asks whether to go on
     HubClient* first = nullptr;       ///< the hub that loads the enumeration
     bool everyHubIsFirst = true;      ///< the hub under test is the newest first hub
-    bool cmConnection = false;
-    bool takesRequests = false; ///< what its watchlist sends again is kept in `takenBack`
+    bool takesRequests = false;       ///< what its watchlist sends again is kept in `takenBack`
     std::set<std::string> knownHosts;
+    ConnectionManagers managers;
+    bool started = false;
+
+    FakeHubSession() { managers.m_CMcheckDone = true; } // no test asks a manager unless it says so
 
     // --- what a test reads ---
     std::vector<std::string> told;
@@ -44,7 +48,18 @@ public:
     int down = 0;
 
     tivra::Session::States getState() const override { return state; }
-    bool isCMconnection() const override { return cmConnection; }
+    bool isCMconnection() const override { return managers.m_isCMconnection; }
+    bool getisStarted() const override { return started; }
+    ConnectionManagers& getConnectionManagers() override { return managers; }
+    void disableFailover() override { told.push_back("no failover"); }
+    int updateCMPortPairLst() override { return managers.updateCMPortPairLst({}, {}); }
+    void renameHost(const std::string& from, const std::string& to) override {
+        told.push_back("rename " + from + " to " + to);
+    }
+    void setXRefPort(uint16_t port) override { told.push_back("xref " + std::to_string(port)); }
+    void removeXRefPort(uint16_t port) override { told.push_back("no xref " + std::to_string(port)); }
+    bool areXrefHubsConnected() const override { return false; }
+    void dropFirstHubLater(HubClient*) override { told.push_back("drop"); }
     bool isStopping() const override {
         if (onStopTest)
             onStopTest();
@@ -112,8 +127,9 @@ public:
         told.push_back("assign " + std::to_string(src) + " to " + hostInfo);
         return HubLookup::Found;
     }
-    void createHubForHost(const std::string& hostInfo, HostConfigImpl&) override {
+    bool createHubForHost(const std::string& hostInfo, HostConfigImpl&, const char*) override {
         told.push_back("create " + hostInfo);
+        return true;
     }
     void addSplitExchange(int src, HubClient*) override { told.push_back("split " + std::to_string(src)); }
     void addSplitSymbol(int src, const std::string& pattern, HubClient*) override {

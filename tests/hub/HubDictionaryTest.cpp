@@ -89,8 +89,9 @@ TEST_F(HubDictionaryTest, ADownloadThatAClosingHubCutsShortIsTakenUpAgain) {
 
 TEST_F(HubDictionaryTest, ANewVersionOnAReconnectStartsTheReloadAndNothingElse) {
     for (const bool cm : {false, true}) {
-        session.cmConnection = cm;
+        session.managers.m_isCMconnection = cm;
         makeClient();
+        client->setRequestHUBFromCM(false);
         session.first = client.get();
         meet("D1");
         client->closeConnection();

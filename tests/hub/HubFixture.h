@@ -98,6 +98,7 @@ protected:
                   "5026=6|5035=11|5010=BID.SIZE|5012=INTEGER|5011=20", "5026=6|5001=0"}},
                 {"GetPort", {"5026=7|13001=127.0.0.1|13101=" + std::to_string(hub.port()) + "|5001=0"}},
                 {"ListSplitExchanges", {"5026=8|5001=0"}},
+                {"GetAllPorts", {"5026=15|5001=0"}},
                 {"ListSystemPermission", {"5026=9|3=922|3=558|5001=0"}},
                 {"ListUserPermission", {"5026=10|3=922|3=558|5001=0"}},
                 {"Subscribe .UTC.TIME.DATE", {"5026=12|5001=0"}},

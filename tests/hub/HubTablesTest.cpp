@@ -97,7 +97,7 @@ protected:
         return step;
     }
 
-    ConversationContext context{true, true, true, false, true, {8, 0}};
+    ConversationContext context{true, true, true, false, true, {8, 0}, false};
     ConversationState state;
     HubKnowledge known;
 };
@@ -113,6 +113,9 @@ TEST_F(ConversationStepsTest, TheFirstOpenStepIsTaken) {
     EXPECT_EQ(stepWithout(known.m_dowloadDIC, context.isFirst, known.split_processed), GetDic);
     EXPECT_EQ(stepWithout(known.m_aggChecked, known.split_processed), AggCheck);
     EXPECT_EQ(stepWithout(known.m_aggChecked, context.isFirst), BecomeReady) << "only the first client asks";
+    EXPECT_EQ(stepWithout(context.behindManager, known.split_processed), GetAllPorts);
+    EXPECT_EQ(stepWithout(context.behindManager, context.isFirst), BecomeReady);
+    EXPECT_EQ(stepWithout(context.behindManager, known.m_haveAllPorts), BecomeReady);
     EXPECT_EQ(stepWithout(known.split_processed, state.m_haveBoxEntitlements), GetSplit);
     EXPECT_EQ(stepWithout(known.split_processed, known.m_isAgg), BecomeReady);
     EXPECT_EQ(stepWithout(known.split_processed, known.m_isSingleInstanceHUB), BecomeReady);

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+
+#include <tp/Mutex.h>
+
+#include "hub/LnkRecords.h"
+
+namespace tivra_internal {
+
+/// The connection manager's client library, liblnkapi64.so. It is looked for when it is needed first, so that
+/// a process without it runs as if there were no connection managers. The library makes no promise about
+/// threads, so one mutex of the process serialises all calls; a look-up may hold it for its whole time limit.
+/// @thread any
+class LnkApi {
+public:
+    /// The one binding of the process; what it has loaded stays loaded.
+    [[nodiscard]] static LnkApi& instance();
+
+    LnkApi(const LnkApi&) = delete;
+    LnkApi& operator=(const LnkApi&) = delete;
+
+    /// False when the library, or one of its operations, can't be found. A failure is not remembered: the
+    /// next session may find a library that has been installed meanwhile.
+    [[nodiscard]] bool load();
+
+    // The operations. Each returns a status of the library, 0 for success, and LNKAPI_ERROR_NOT_INITIALIZED
+    // while nothing is loaded.
+
+    /// Routes the library's log lines into ours.
+    int setLogListener();
+    [[nodiscard]] int initialize(LnkApplicationVersion& application, LnkApiVersion2& library);
+    [[nodiscard]] int setConnectionTimeout(int milliseconds);
+    /// The address of a hub, from the manager at `managerAddr` (address, colon and the hub's port). Blocks up
+    /// to the connection time-out. `hubIp` is empty unless the answer is the text of an address.
+    [[nodiscard]] int getServerIP(const std::string& managerAddr, const std::string& user,
+                                  const std::string& password, std::string& hubIp);
+    void cleanup();
+
+private:
+    struct Operations;
+
+    LnkApi() = default;
+
+    tp::Mutex m_mutex; ///< guards the pointer, and is held around every call into the library
+    const Operations* m_operations TP_GUARDED_BY(m_mutex) = nullptr;
+};
+
+} // namespace tivra_internal

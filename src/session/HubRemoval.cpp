@@ -1,0 +1,117 @@
+// Hubs that leave a running session: a first hub that was only a door, and cross-reference hubs that failed.
+#include "session/SessionImpl.h"
+
+#include <algorithm>
+
+#include <tp/eprintf.h>
+
+#include "hub/HubClient.h"
+#include "hub/HubEventReactor.h"
+#include "receive/QueueReadHandler.h"
+#include "receive/UserEventReactor.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+
+void SessionImpl::dropFirstHubLater(HubClient* client) {
+    m_dropped.m_disconnectInitialHUB = true;
+    tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
+    m_dropped.disconnectHubClientLst.push_back(client);
+}
+
+/// All hubs are up: the master thread is told of the first hubs that may go.
+void SessionImpl::markDroppedHubs() {
+    if (!m_managers.m_isCMconnection || !m_dropped.m_disconnectInitialHUB.exchange(false))
+        return;
+    tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
+    for (HubClient* client : m_dropped.disconnectHubClientLst) {
+        client->setInitialHubDisconnected(true);
+        eprintf(EPF_INFO, "initialHubDisconnected is set to true for hub %s  and added to newQRHQueue",
+                client->getHubAddr().c_str());
+        tp::MutexLock queue(newQRHQueue_mutex);
+        newQRHQueue.push_back(client);
+    }
+}
+
+/// Lets go one listed first hub of this reactor; the next one follows on the next tick.
+void SessionImpl::dropOneFirstHub(const HubEventReactor& reactor) {
+    if (!m_managers.m_isCMconnection || !m_dropped.m_notifyInitHUBdisconenct)
+        return;
+    tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
+    std::vector<HubClient*>& listed = m_dropped.disconnectHubClientLst;
+    const auto found = std::find_if(listed.begin(), listed.end(), [&reactor](const HubClient* client) {
+        return client->getReactor() == &reactor && client->getInitialHubDisconnected();
+    });
+    if (found != listed.end()) {
+        HubClient* const client = *found;
+        disconnectInitilaHUB(*client);
+        listed.erase(found);
+    }
+    if (listed.empty())
+        m_dropped.m_notifyInitHUBdisconenct = false;
+}
+
+void SessionImpl::disconnectInitilaHUB(HubClient& client) {
+    eprintf(EPF_INFO, "SessionImpl::disconnectInitilaHUB  hub=%s", client.getHubAddr().c_str());
+    HubEventReactor* const reactor = m_reactors.reactorOf(&client);
+    client.closeConnection();
+    m_hubs.retire(client.getIndex());
+    m_reactors.removeHub(&client);
+    closeQueueHandler(client.readQueueHandler());
+    forgetHub(client);
+    takeBackRequestsOf(client, reactor);
+    eprintf(EPF_INFO, "SessionImpl::disconnectInitilaHUB  exit");
+}
+
+/// No table leads to the hub any more.
+void SessionImpl::forgetHub(HubClient& client) {
+    m_split.forget(&client);
+    m_routes.forget(&client);
+    if (QueueReadHandler* const handler = client.readQueueHandler())
+        handler->endJitConflation();
+    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
+    m_hubStatus.hubSrcLstMap.erase(&client);
+    m_hubStatus.hubStatusMap.erase(&client);
+    m_hubStatus.m_hubDownLst.erase(&client);
+}
+
+void SessionImpl::takeBackRequestsOf(HubClient& client, HubEventReactor* reactor) {
+    if (reactor == nullptr)
+        return;
+    reactor->forgetClient(&client);
+    for (std::unique_ptr<RequestInternal>& request : reactor->takeRequestsOf(&client))
+        takeBackRequest(std::move(request), &client);
+}
+
+void SessionImpl::closeQueueHandler(QueueReadHandler* handler) {
+    eprintf(EPF_DBUG, "closeQueueHandler: responseQueueHandler=%p", static_cast<void*>(handler));
+    if (handler == nullptr)
+        return;
+    tp::MutexLock lock(m_reactors.m_reqQ_mutex);
+    UserEventReactor* const reactor = handler->getUserEventReactor();
+    if (reactor == nullptr)
+        return;
+    for (auto& [index, handlers] : m_reactors.eventReactorQueueHandlerList)
+        handlers.erase(std::remove(handlers.begin(), handlers.end(), handler), handlers.end());
+    reactor->unWatchReads(handler);
+    reactor->unRegQueue(handler);
+    reactor->unRegActivity(handler);
+}
+
+/// Takes the cross-reference hubs that failed out of the session.
+void SessionImpl::removeXRefhub() {
+    for (HubClient* client : m_xref.hubs()) {
+        if (!client->m_xrefRemove || client->m_retired)
+            continue;
+        eprintf(EPF_WARN, "Removing the xrefHUB - %s", client->getHubAddr().c_str());
+        HubEventReactor* const reactor = m_reactors.reactorOf(client);
+        // The hub's own thread, which may be dialling it just now, closes what is open.
+        client->m_retired = true;
+        m_reactors.forgetReactorOf(client);
+        m_hubs.retire(client->getIndex());
+        forgetHub(*client);
+        takeBackRequestsOf(*client, reactor);
+    }
+}
+
+} // namespace tivra_internal

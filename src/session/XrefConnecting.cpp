@@ -1,0 +1,254 @@
+// The cross-reference hubs of a connection-manager session, connected at the first need.
+#include "session/SessionImpl.h"
+
+#include <algorithm>
+#include <unistd.h>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "config/HostConfigImpl.h"
+#include "hub/HubClient.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+constexpr useconds_t kWaitMicroseconds = 1000;
+constexpr long kLeastTimeout = 5; // seconds
+
+} // namespace
+
+void XrefHubs::reset() {
+    m_initialXrefConnection = false;
+    m_XrefHUBConnReq = false;
+    m_allCreated = false;
+    m_XRefHUBConnected = false;
+    m_XRefHUBRemove = false;
+    m_XRefHUBDone = false;
+    m_needRemainingPorts = false;
+    {
+        tp::MutexLock lock(m_queryXRefPortLst_mutex);
+        m_queryXRefPortLst.clear();
+    }
+    {
+        tp::MutexLock lock(m_XRefHubLst_mutex);
+        m_XRefHubLst.clear();
+    }
+    tp::MutexLock lock(m_addRouteWhenPortConnected_mutex);
+    m_addRouteWhenPortConnected.clear();
+}
+
+void SessionImpl::setXRefPort(uint16_t port) {
+    tp::MutexLock lock(m_xref.m_queryXRefPortLst_mutex);
+    m_xref.m_queryXRefPortLst.insert(port);
+}
+
+void SessionImpl::removeXRefPort(uint16_t port) {
+    tp::MutexLock lock(m_xref.m_queryXRefPortLst_mutex);
+    m_xref.m_queryXRefPortLst.erase(port);
+}
+
+/// The first request that only all hubs together can answer connects those that are missing.
+void SessionImpl::connectXrefHubsFor(const RequestInternal& request) {
+    if (!m_managers.m_isCMconnection || m_xref.m_initialXrefConnection || !m_xref.hasPorts())
+        return;
+    const int source = request.getSrcid();
+    const bool isXrefQuery = request.getCommand() == tivra::QUERYXREF;
+    if (source >= kFirstNewsSource) {
+        const HubClient* const first = m_hubs.getFirstHub();
+        if (first != nullptr && first->getHubMajorVersion() >= kFirstNewsHubVersion)
+            m_xref.m_initialXrefConnection = true;
+    }
+    if (!m_xref.m_initialXrefConnection && isXrefQuery && (source == -1 || m_routes.find(source) == nullptr))
+        m_xref.m_initialXrefConnection = true;
+    if (!m_xref.m_initialXrefConnection)
+        return;
+    eprintf(EPF_DBUG, "First QueryXref request - getQueryXRefs called");
+    getRemainingPorts();
+}
+
+bool SessionImpl::getQueryXRefs() {
+    m_xref.m_XrefHUBConnReq = true;
+    std::vector<uint16_t> ports;
+    {
+        tp::MutexLock lock(m_xref.m_queryXRefPortLst_mutex);
+        ports.assign(m_xref.m_queryXRefPortLst.begin(), m_xref.m_queryXRefPortLst.end());
+    }
+    const bool isDone =
+        std::all_of(ports.begin(), ports.end(), [this](uint16_t port) { return getHUBForQueryXRef(port); });
+    m_xref.m_allCreated = true;
+    return isDone;
+}
+
+bool SessionImpl::getHUBForQueryXRef(uint16_t queryXRefPort) {
+    const std::string hostString = HostTable::hostInfoOf(m_managers.managerAddr(), queryXRefPort);
+    eprintf(EPF_INFO, "getHUBForQuerXRef: hostString=%s\n", hostString.c_str());
+    const HubClient* const first = m_hubs.getFirstHub();
+    if (first == nullptr || first->getHostConfig() == nullptr)
+        return false;
+    HostConfigImpl* host = m_hosts.find(hostString);
+    if (host == nullptr) {
+        eprintf(EPF_INFO, "getHUBForQuerXRef: Adding new hostConfig(%s)", hostString.c_str());
+        host = &addHost(hostString, *first->getHostConfig());
+    }
+    if (m_hubs.contains(host->getIndex())) {
+        eprintf(EPF_WARN, "getHUBForQuerXRef:HUB client alread createdy; shoud not happen.  hostString=%s\n",
+                hostString.c_str());
+        return false;
+    }
+    if (HubClient* const client = createHubClient(*host, HubRole::Xref)) {
+        tp::MutexLock lock(m_xref.m_XRefHubLst_mutex);
+        m_xref.m_XRefHubLst.insert(client);
+    }
+    return true;
+}
+
+/// Connects all hubs that are not connected yet, and waits until they are or have failed. @thread master
+void SessionImpl::getRemainingPorts() {
+    if (!getQueryXRefs()) {
+        eprintf(EPF_WARN, "getQueryXRefs returned error; xref hub clients cannot be created ");
+        return;
+    }
+    if (!waitForXrefHubs()) {
+        eprintf(EPF_DBUG, "Remove the XRef hub");
+        removeXRefhub();
+        return;
+    }
+    serveXrefHubs();
+    for (const HubClient* client : m_xref.hubs()) {
+        if (client->m_xrefDone)
+            continue;
+        eprintf(EPF_WARN, "%s: xref HUB not done connecting", client->getHubAddr().c_str());
+        return;
+    }
+    m_xref.m_XRefHUBDone = true;
+    eprintf(EPF_DBUG, " All QuerXRef HUB connection done-success");
+}
+
+/// False when some hubs have failed, or nobody would tell any more whether they have.
+bool SessionImpl::waitForXrefHubs() {
+    const double limit = xrefWaitLimit();
+    const double start = tp::Clock::monotonic();
+    while (m_xref.m_XrefHUBConnReq && !m_xref.m_XRefHUBConnected && !m_xref.m_XRefHUBRemove) {
+        const std::vector<HubClient*> hubs = m_xref.hubs();
+        const double elapsed = tp::Clock::monotonic() - start;
+        if (stopRequested || shutdownInProgress || failoverInProgress || dicReloadInProgress ||
+            hubs.empty() || elapsed < 0.0 || elapsed > limit) {
+            for (HubClient* client : hubs)
+                if (!client->m_xrefConnected)
+                    client->m_xrefRemove = true;
+            m_xref.m_XRefHUBRemove = true;
+            break;
+        }
+        ::usleep(kWaitMicroseconds);
+    }
+    return !m_xref.m_XRefHUBRemove;
+}
+
+/// The seconds after which every hub must have been connected or given up.
+double SessionImpl::xrefWaitLimit() const {
+    using tivra::HostConfig;
+    const HubClient* const first = m_hubs.getFirstHub();
+    if (first == nullptr || first->getHostConfig() == nullptr)
+        return 0.0;
+    const HostConfigImpl& host = *first->getHostConfig();
+    const long connect = std::max(host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG), kLeastTimeout);
+    const long read = std::max(host.getUsableLong(HostConfig::READ_TIMEOUT_LONG), kLeastTimeout);
+    const long retries = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG) + 1;
+    return static_cast<double>(connect + read) * static_cast<double>(retries);
+}
+
+/// Gives the new cross-reference hubs their read handlers at once; the other new hubs keep their order.
+void SessionImpl::serveXrefHubs() {
+    const std::vector<HubClient*> xrefHubs = m_xref.hubs();
+    tp::MutexLock lock(newQRHQueue_mutex);
+    std::deque<HubClient*> tempQRHQueue;
+    for (HubClient* client : newQRHQueue) {
+        if (std::find(xrefHubs.begin(), xrefHubs.end(), client) == xrefHubs.end()) {
+            eprintf(EPF_DBUG, "Add hubclient(%s) that is not an xref hub to tempQRHQueue",
+                    client->getHubAddr().c_str());
+            tempQRHQueue.push_back(client);
+            continue;
+        }
+        if (!client->hasReadHandler())
+            giveReadHandler(*client, false);
+        client->m_xrefDone = true;
+        eprintf(EPF_DBUG, "Set m_xrefDone for this xref client %s to true", client->getHubAddr().c_str());
+    }
+    newQRHQueue.swap(tempQRHQueue);
+    eprintf(EPF_DBUG, "Check all xref hubs done, newQRHQueue  size %zu", newQRHQueue.size());
+}
+
+/// Counts the cross-reference hubs that came up and those that failed; the last one decides. @thread first
+/// user
+void SessionImpl::decideXrefHubs() {
+    if (!m_xref.isPhase() || !m_xref.m_allCreated)
+        return;
+    tp::MutexLock lock(m_xref.m_XRefHubLst_mutex);
+    const std::size_t size = m_xref.m_XRefHubLst.size();
+    std::size_t connected = 0;
+    std::size_t removed = 0;
+    for (const HubClient* client : m_xref.m_XRefHubLst) {
+        if (client->m_xrefConnected)
+            ++connected;
+        else if (client->m_xrefRemove)
+            ++removed;
+    }
+    if (size == 0)
+        return;
+    if (connected == size) {
+        m_xref.m_XRefHUBConnected = true;
+        eprintf(EPF_INFO,
+                "All xref hubs connected, m_XRefHUBConnected is set true %d (connectedCnt = xrefHubLstSize) ",
+                static_cast<int>(connected));
+    } else if (connected + removed == size) {
+        m_xref.m_XRefHUBRemove = true;
+        eprintf(EPF_INFO,
+                "Some of the xref HUBs are not connected; connectedCnt =%d removeCnt = %d xrefHubLstSize=%d",
+                static_cast<int>(connected), static_cast<int>(removed), static_cast<int>(size));
+    }
+}
+
+/// Sources were granted whose hubs are not connected: connects them and enters the routes. @thread master
+void SessionImpl::connectForEntitlements() {
+    if (!m_xref.m_needRemainingPorts || !m_managers.m_isCMconnection || m_xref.m_initialXrefConnection ||
+        !m_xref.hasPorts())
+        return;
+    m_xref.m_initialXrefConnection = true;
+    eprintf(EPF_INFO, "Dynamic entitlement: need to connect to all remaining ports");
+    getRemainingPorts();
+    if (!m_xref.m_XRefHUBDone) {
+        eprintf(EPF_WARN,
+                "Unable to connect to all remaining ports, so adding dynamic entitlements has failed");
+        return;
+    }
+    std::map<int, uint16_t> waiting;
+    {
+        tp::MutexLock lock(m_xref.m_addRouteWhenPortConnected_mutex);
+        waiting = m_xref.m_addRouteWhenPortConnected;
+    }
+    for (const auto& [source, port] : waiting) {
+        const std::string addr = m_managers.hubOfPort(port);
+        if (addr.empty())
+            eprintf(EPF_WARN,
+                    "Cannot find HubClient for port %d; unable to dynamically add entitlement for src %d",
+                    int{port}, source);
+        else
+            addNewEntitlement(source, HostTable::hostInfoOf(addr, port));
+    }
+}
+
+/// The place of a granted source behind a manager: a port, whose hub may not be connected yet.
+std::string SessionImpl::hostOfGrantedPort(int src, uint16_t port) {
+    const std::string addr = m_managers.hubOfPort(port);
+    if (!addr.empty())
+        return HostTable::hostInfoOf(addr, port);
+    eprintf(EPF_INFO, "Need to initiate a connection to port %d", int{port});
+    m_xref.m_needRemainingPorts = true;
+    tp::MutexLock lock(m_xref.m_addRouteWhenPortConnected_mutex);
+    m_xref.m_addRouteWhenPortConnected[src] = port;
+    return std::string();
+}
+
+} // namespace tivra_internal
