@@ -1,0 +1,220 @@
+// How a client finds its hub through a connection manager.
+#include <dlfcn.h>
+
+#include <cstring>
+
+#include "hub/HubFixture.h"
+#include "hub/LnkApi.h"
+#include "hub/LnkApiErrors.h"
+#include "support/LnkDouble.h"
+
+namespace tivra_internal {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+struct Answer {
+    int status;
+    std::string text;
+};
+
+std::vector<std::string> g_asked;
+std::vector<Answer> g_answers; ///< in turn; the last one stays
+
+int answerInTurn(const char* managerAddr, const char* user, const char* password, char* out, int size) {
+    const size_t turn = g_asked.size();
+    g_asked.push_back(std::string(managerAddr) + ' ' + user + ' ' + password);
+    const Answer& given = g_answers[std::min(turn, g_answers.size() - 1)];
+    std::strncpy(out, given.text.c_str(), static_cast<size_t>(size));
+    return given.status;
+}
+
+class HubManagerTest : public HubFixture {
+protected:
+    HubManagerTest() {
+        session.managers.m_CMcheckDone = false;
+        scriptLibrary(0);
+        g_asked.clear();
+    }
+    static void scriptLibrary(int initStatus) {
+        ASSERT_TRUE(LnkApi::instance().load());
+        void* const library = ::dlopen("liblnkapi64.so", RTLD_NOW | RTLD_NOLOAD);
+        ASSERT_NE(library, nullptr);
+        const auto answerBy =
+            reinterpret_cast<decltype(&lnkDoubleAnswerBy)>(::dlsym(library, "lnkDoubleAnswerBy"));
+        ASSERT_NE(answerBy, nullptr);
+        answerBy(answerInTurn, initStatus);
+        ::dlclose(library);
+    }
+    /// A client of the manager at 127.0.1.1, which hands out hubs of the test's port.
+    void makeManaged(std::vector<Answer> answers, long retryLimit = 2) {
+        g_answers = std::move(answers);
+        Options options;
+        options.address = "127.0.1.1";
+        options.retryLimit = retryLimit;
+        makeClient(options);
+        session.managers.addCandidate({"127.0.1.1", hub.port()});
+    }
+    std::string portText() const { return std::to_string(hub.port()); }
+};
+
+TEST_F(HubManagerTest, TheHubThatTheManagerHandsOutIsDialled) {
+    makeManaged({{0, "127.0.0.1"}});
+    ASSERT_TRUE(dial(*client));
+    hub.accept();
+    EXPECT_THAT(g_asked, ElementsAre(HasSubstr("127.0.1.1:" + portText())));
+    EXPECT_TRUE(session.managers.m_isCMconnection);
+    EXPECT_EQ(session.managers.getRecentCM(), "127.0.1.1");
+    EXPECT_EQ(session.managers.hubOfPort(hub.port()), "127.0.0.1");
+    EXPECT_EQ(client->getHubAddr(), "127.0.0.1:" + portText());
+    EXPECT_THAT(session.told, Contains("no failover"));
+    EXPECT_THAT(session.told, Contains("rename 127.0.1.1:" + portText() + " to 127.0.0.1:" + portText()));
+    // It asks again only when it is told to, and then for this port.
+    client->closeConnection();
+    ASSERT_TRUE(dial(*client));
+    EXPECT_EQ(g_asked.size(), 1U);
+    client->closeConnection();
+    client->setRequestHUBFromCM(true);
+    ASSERT_TRUE(dial(*client));
+    EXPECT_EQ(g_asked.size(), 2U);
+}
+
+TEST_F(HubManagerTest, ARefusedUserIsToldByNameAndNothingIsDialled) {
+    for (const int status : {LNKAPI_ERROR_WRONG_USERNAMEPASSWORD, LNKAPI_ERROR_NOT_ENTITLED}) {
+        makeManaged({{status, ""}});
+        EXPECT_FALSE(dial(*client));
+        EXPECT_EQ(client->getLnkapiErrno(), status);
+        EXPECT_FALSE(session.managers.m_isCMconnection);
+    }
+}
+
+TEST_F(HubManagerTest, AHostThatIsNoManagerIsDialledItself) {
+    const std::string tooLong(5000, '1');
+    for (const Answer& noManager :
+         {Answer{LNKAPI_ERROR_NOT_CM, ""}, Answer{LNKAPI_ERROR_WINSOCK, ""}, Answer{-4711, ""},
+          Answer{0, "hub.example"}, Answer{0, ""}, Answer{0, tooLong}}) {
+        SCOPED_TRACE(noManager.status);
+        session.managers.m_CMcheckDone = false;
+        makeManaged({noManager});
+        // The test's hub listens on the loopback address alone.
+        EXPECT_FALSE(dial(*client));
+        EXPECT_EQ(client->getConnectErrno(), ECONNREFUSED);
+        EXPECT_EQ(client->getLnkapiErrno(), 0);
+        EXPECT_TRUE(session.managers.m_CMcheckDone);
+        EXPECT_FALSE(session.managers.m_isCMconnection);
+        EXPECT_EQ(session.managers.m_enableCMRetry.exchange(false), noManager.status == LNKAPI_ERROR_WINSOCK);
+    }
+}
+
+TEST_F(HubManagerTest, AManagerWithoutAHubIsAskedUpToTheLimit) {
+    makeManaged({{LNKAPI_ERROR_SERVER_NOT_AVAILABLE, ""}}, 3);
+    EXPECT_FALSE(dial(*client));
+    EXPECT_EQ(g_asked.size(), 3U);
+    EXPECT_EQ(client->getLnkapiErrno(), LNKAPI_ERROR_SERVER_NOT_AVAILABLE);
+    g_asked.clear();
+    makeManaged({{LNKAPI_ERROR_SERVER_NOT_AVAILABLE, ""}, {0, "127.0.0.1"}}, 3);
+    client->setRequestHUBFromCM(true);
+    EXPECT_TRUE(dial(*client));
+    EXPECT_EQ(g_asked.size(), 2U);
+}
+
+TEST_F(HubManagerTest, TheManagerThatAnsweredIsAskedFirstFromThenOn) {
+    g_answers = {{LNKAPI_ERROR_SERVER_NOT_AVAILABLE, ""}, {0, "127.0.0.1"}};
+    session.managers.addCandidate({"127.0.1.9", hub.port()});
+    makeManaged(g_answers);
+    ASSERT_TRUE(dial(*client));
+    client->closeConnection();
+    client->setRequestHUBFromCM(true);
+    g_answers = {{0, "127.0.0.1"}};
+    ASSERT_TRUE(dial(*client));
+    EXPECT_THAT(g_asked,
+                ElementsAre(HasSubstr("127.0.1.9:"), HasSubstr("127.0.1.1:"), HasSubstr("127.0.1.1:")));
+}
+
+TEST_F(HubManagerTest, AnEstablishedSessionAsksForEver) {
+    makeManaged({{0, "127.0.0.1"}, {LNKAPI_ERROR_SERVER_NOT_AVAILABLE, ""}}, 1);
+    ASSERT_TRUE(dial(*client));
+    session.started = true;
+    client->closeConnection();
+    client->setRequestHUBFromCM(true);
+    for (int tick = 0; tick < 10; ++tick) {
+        EXPECT_EQ(client->connectHost(tick), -1);
+        EXPECT_TRUE(client->inProgress());
+    }
+    EXPECT_EQ(g_asked.size(), 11U);
+    // A cross-reference hub is given up.
+    client->setQueryXRefHUB(true);
+    EXPECT_FALSE(dial(*client));
+    EXPECT_EQ(client->getLnkapiErrno(), LNKAPI_ERROR_SERVER_NOT_AVAILABLE);
+}
+
+TEST_F(HubManagerTest, ALibraryThatDoesNotStartLeavesTheDirectRoad) {
+    scriptLibrary(-110);
+    g_answers = {{0, "127.0.0.1"}};
+    makeClient();
+    EXPECT_FALSE(dial(*client));
+    EXPECT_EQ(client->getConnectErrno(), ECONNREFUSED);
+    EXPECT_FALSE(client->isPastRetryLimit());
+    EXPECT_TRUE(dial(*client));
+    EXPECT_THAT(g_asked, ElementsAre());
+}
+
+TEST_F(HubManagerTest, StoppingEndsTheWalkOverTheManagers) {
+    makeManaged({{0, "127.0.0.1"}});
+    session.stopping = true;
+    client->connectHost(1.0);
+    EXPECT_THAT(g_asked, ElementsAre());
+}
+
+struct HostLists {
+    const char* name;
+    std::vector<HostPair> primary;
+    std::vector<HostPair> backup;
+    int result;
+    size_t left;
+};
+
+class ManagerLists : public testing::TestWithParam<HostLists> {};
+
+TEST_P(ManagerLists, AreReducedToOneCandidateForEachManagerAndChecked) {
+    ConnectionManagers managers;
+    for (const auto* list : {&GetParam().primary, &GetParam().backup})
+        for (const HostPair& host : *list)
+            managers.addCandidate(host);
+    EXPECT_EQ(managers.updateCMPortPairLst(GetParam().primary, GetParam().backup), GetParam().result);
+    EXPECT_EQ(managers.candidates().size(), GetParam().left);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Hub, ManagerLists,
+    testing::Values(HostLists{"OnePrimary", {{"A", 1}}, {}, 0, 1},
+                    HostLists{"TwoPorts", {{"A", 1}, {"A", 2}}, {}, 0, 1},
+                    HostLists{"TwoManagers", {{"A", 1}, {"B", 2}}, {}, -1, 2},
+                    HostLists{"Backup", {{"A", 1}, {"A", 2}}, {{"B", 2}, {"B", 1}}, 0, 2},
+                    HostLists{"BackupOfOtherPorts", {{"A", 1}, {"A", 2}}, {{"B", 1}, {"B", 3}}, -1, 2},
+                    HostLists{"BackupOfFewerPorts", {{"A", 1}, {"A", 2}}, {{"B", 1}}, -1, 2},
+                    HostLists{"TwoBackupManagers", {{"A", 1}}, {{"B", 1}, {"C", 1}}, -1, 3}),
+    [](const auto& list) { return list.param.name; });
+
+TEST(ManagerRetry, AStartMayAskAgainUpToTheLimit) {
+    ConnectionManagers managers;
+    std::string reason;
+    EXPECT_FALSE(managers.checkCMRetry(2, false, false, reason)) << "the managers could be reached";
+    for (const bool expected : {true, false}) {
+        managers.m_enableCMRetry = managers.m_CMcheckDone = true;
+        EXPECT_EQ(managers.checkCMRetry(2, false, false, reason), expected);
+        EXPECT_EQ(managers.m_CMcheckDone, !expected) << "the next connect asks";
+    }
+    EXPECT_EQ(reason, "Exceed the Retry count for both CM and direct HUB");
+    // With a backup one count stands for both sides.
+    managers.forgetRetries();
+    managers.m_enableCMRetry = managers.m_CMcheckDone = true;
+    EXPECT_TRUE(managers.checkCMRetry(1, true, false, reason));
+    EXPECT_TRUE(managers.m_CMcheckDone);
+    EXPECT_FALSE(managers.checkCMRetry(1, true, true, reason));
+}
+
+} // namespace
+} // namespace tivra_internal
