@@ -1,6 +1,4 @@
 // How a client finds its hub through a connection manager.
-#include <dlfcn.h>
-
 #include <cstring>
 
 #include "hub/HubFixture.h"
@@ -40,13 +38,7 @@ protected:
     }
     static void scriptLibrary(int initStatus) {
         ASSERT_TRUE(LnkApi::instance().load());
-        void* const library = ::dlopen("liblnkapi64.so", RTLD_NOW | RTLD_NOLOAD);
-        ASSERT_NE(library, nullptr);
-        const auto answerBy =
-            reinterpret_cast<decltype(&lnkDoubleAnswerBy)>(::dlsym(library, "lnkDoubleAnswerBy"));
-        ASSERT_NE(answerBy, nullptr);
-        answerBy(answerInTurn, initStatus);
-        ::dlclose(library);
+        lnkDoubleAnswerBy(answerInTurn, initStatus);
     }
     /// A client of the manager at 127.0.1.1, which hands out hubs of the test's port.
     void makeManaged(std::vector<Answer> answers, long retryLimit = 2) {
