@@ -48,6 +48,8 @@ public:
     [[nodiscard]] std::string getAddr() const;
     void setAddr(const std::string& addr);
     [[nodiscard]] size_t getPort() const { return port; }
+    /// The address that the host was made with, whatever setAddr() has done since.
+    [[nodiscard]] const std::string& getOriginalAddr() const { return originalAddr; }
     /// True for the address and port that the host was made with, whatever setAddr() has done since.
     [[nodiscard]] bool isOriginally(const std::string& addr, size_t wantedPort) const {
         return port == wantedPort && originalAddr == addr;

@@ -107,6 +107,26 @@ void HostTable::rename(const std::string& hostInfo, const std::string& newHostIn
             newHostInfo.c_str(), hostConfigMap.size(), hostInfo.c_str());
 }
 
+void HostTable::restoreAdded() {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    std::vector<std::string> renamed;
+    for (const auto& [hostInfo, handle] : hostConfigMap) {
+        const HostConfigImpl& host = HandleAccess::impl(*handle);
+        if (!host.isExternal() && hostInfo != hostInfoOf(host.getOriginalAddr(), host.getPort()))
+            renamed.push_back(hostInfo);
+    }
+    for (const std::string& hostInfo : renamed) {
+        auto node = hostConfigMap.extract(hostInfo);
+        HostConfigImpl& host = HandleAccess::impl(*node.mapped());
+        const std::string original = hostInfoOf(host.getOriginalAddr(), host.getPort());
+        if (hostConfigMap.count(original) == 0) {
+            node.key() = original;
+            host.setAddr(host.getOriginalAddr());
+        }
+        hostConfigMap.insert(std::move(node));
+    }
+}
+
 size_t HostTable::size() const {
     const tp::MutexLock lock(hostConfigMap_mutex);
     return hostConfigMap.size();

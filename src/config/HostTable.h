@@ -59,6 +59,9 @@ public:
     /// Puts the host with the first text under the second; nothing changes when that belongs to another host.
     void rename(const std::string& hostInfo, const std::string& newHostInfo);
 
+    /// Gives the hosts that the library has added their first address and text back, where that is free.
+    void restoreAdded();
+
     [[nodiscard]] size_t size() const;
     /// Destroys all hosts and forgets their order.
     void clear();

@@ -120,6 +120,12 @@ bool ConnectionManagers::checkCMRetry(long connectionRetryLimit, bool failoverEn
     return true;
 }
 
+void ConnectionManagers::prepareNextStart() {
+    m_CMRetryCnt = 0;
+    if (!m_isCMconnection)
+        askAgain();
+}
+
 // The next connect asks the managers again.
 void ConnectionManagers::askAgain() {
     m_CMcheckDone = false;

@@ -45,8 +45,8 @@ public:
     [[nodiscard]] bool checkCMRetry(long connectionRetryLimit, bool failoverEnabled, bool useBackup,
                                     std::string& reason);
 
-    /// A stop: the next start may ask as often again.
-    void forgetRetries() { m_CMRetryCnt = 0; }
+    /// After a stop: the next start may ask as often again, also hosts that were no managers or out of reach.
+    void prepareNextStart();
 
     // --- the hubs that they have handed out, by port ---
     void setHubOfPort(uint16_t port, const std::string& addr);

@@ -122,7 +122,8 @@ bool HubClient::dispatch(int tag, KVNAPI::Message& msg) {
         if (isOutstanding(GET_ALLPORTS)) {
             noteAnswered(GET_ALLPORTS);
             process_allPorts(msg);
-            return true;
+            // An answer that can't be read is not asked for again; the time-out ends the wait.
+            return m_known.m_haveAllPorts;
         }
         [[fallthrough]];
     default:

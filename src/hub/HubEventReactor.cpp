@@ -21,6 +21,13 @@ constexpr suseconds_t kSendTimeoutMicroseconds = 100;
 /// A pass of this length is worth a line, in seconds.
 constexpr double kLongPass = 0.025;
 
+/// A retry that can't reach its hub goes to whichever hub serves it by then, as a request like any other.
+void becomeOrdinary(RequestInternal& request) {
+    if (request.isWLRetry)
+        request.getHUB()->getWatchlist()->endRetry(request.getTag());
+    request.isWLRetry = false;
+}
+
 } // namespace
 
 /// One pass of the pump: what has been done, and what is left to do once the mutex is free.
@@ -89,12 +96,9 @@ bool HubEventReactor::sendNext(Pass& pass) {
         requestQueue.pop_front();
         return true;
     }
-    if (client->isSuspended()) {
-        // Nobody brings this hub back at present: what waits behind the request must not wait with it. A
-        // retry goes to whichever hub serves it now, as a request like any other.
-        if (head.isWLRetry)
-            client->getWatchlist()->endRetry(head.getTag());
-        head.isWLRetry = false;
+    if (client->isSuspended() || client->m_xrefRemove || client->m_retired) {
+        // Nobody brings this hub back at present: what waits behind the request must not wait with it.
+        becomeOrdinary(head);
         pass.budget -= 1;
         pass.unreachable.push_back(std::move(requestQueue.front()));
         requestQueue.pop_front();
@@ -213,10 +217,12 @@ std::vector<std::unique_ptr<RequestInternal>> HubEventReactor::takeRequestsOf(co
     const tp::MutexLock lock(m_request_mutex);
     std::deque<std::unique_ptr<RequestInternal>> kept;
     for (std::unique_ptr<RequestInternal>& request : requestQueue) {
-        if (request->getHUB() == client)
-            taken.push_back(std::move(request));
-        else
+        if (request->getHUB() != client) {
             kept.push_back(std::move(request));
+            continue;
+        }
+        becomeOrdinary(*request);
+        taken.push_back(std::move(request));
     }
     requestQueue.swap(kept);
     return taken;

@@ -59,6 +59,9 @@ HubClient::Lookup HubClient::askManager() {
     std::string cmAddr;
     std::string hubIp;
     const int rc = getHUBFromCM(cmAddr, hubIp, managers.m_isCMconnection ? getHubPort() : 0);
+    // A walk that a stop has cut short says nothing about the hosts.
+    if (rc == LNKAPI_ERROR_NOTCONNECTED && m_session.isStopping())
+        return giveUpLookup(rc);
     m_requestHUBFromCM = false;
     m_CMconnectionRetries += 1;
     if (rc == LNKAPI_SUCCESS)

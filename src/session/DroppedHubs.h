@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -24,11 +23,6 @@ struct DroppedHubs {
     [[nodiscard]] std::vector<HubClient*> listed() const {
         tp::MutexLock lock(disconnectHubClientLst_mutex);
         return disconnectHubClientLst;
-    }
-    [[nodiscard]] bool contains(const HubClient* client) const {
-        tp::MutexLock lock(disconnectHubClientLst_mutex);
-        return std::find(disconnectHubClientLst.begin(), disconnectHubClientLst.end(), client) !=
-               disconnectHubClientLst.end();
     }
     void reset() {
         m_disconnectInitialHUB = false;

@@ -26,6 +26,8 @@ void SessionImpl::markDroppedHubs() {
     tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
     for (HubClient* client : m_dropped.disconnectHubClientLst) {
         client->setInitialHubDisconnected(true);
+        // Before the first request is routed: what is sent to a hub that goes would be lost with it.
+        forgetRoutes(*client);
         eprintf(EPF_INFO, "initialHubDisconnected is set to true for hub %s  and added to newQRHQueue",
                 client->getHubAddr().c_str());
         tp::MutexLock queue(newQRHQueue_mutex);
@@ -54,6 +56,7 @@ void SessionImpl::dropOneFirstHub(const HubEventReactor& reactor) {
 void SessionImpl::disconnectInitilaHUB(HubClient& client) {
     eprintf(EPF_INFO, "SessionImpl::disconnectInitilaHUB  hub=%s", client.getHubAddr().c_str());
     HubEventReactor* const reactor = m_reactors.reactorOf(&client);
+    client.m_retired = true;
     client.closeConnection();
     m_hubs.retire(client.getIndex());
     m_reactors.removeHub(&client);
@@ -63,10 +66,14 @@ void SessionImpl::disconnectInitilaHUB(HubClient& client) {
     eprintf(EPF_INFO, "SessionImpl::disconnectInitilaHUB  exit");
 }
 
-/// No table leads to the hub any more.
-void SessionImpl::forgetHub(HubClient& client) {
+void SessionImpl::forgetRoutes(HubClient& client) {
     m_split.forget(&client);
     m_routes.forget(&client);
+}
+
+/// No table leads to the hub any more.
+void SessionImpl::forgetHub(HubClient& client) {
+    forgetRoutes(client);
     if (QueueReadHandler* const handler = client.readQueueHandler())
         handler->endJitConflation();
     tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
@@ -101,7 +108,8 @@ void SessionImpl::closeQueueHandler(QueueReadHandler* handler) {
 /// Takes the cross-reference hubs that failed out of the session.
 void SessionImpl::removeXRefhub() {
     for (HubClient* client : m_xref.hubs()) {
-        if (!client->m_xrefRemove || client->m_retired)
+        // A close takes the mark back, but what is not connected by now will not be.
+        if ((!client->m_xrefRemove && client->m_xrefConnected) || client->m_retired)
             continue;
         eprintf(EPF_WARN, "Removing the xrefHUB - %s", client->getHubAddr().c_str());
         HubEventReactor* const reactor = m_reactors.reactorOf(client);

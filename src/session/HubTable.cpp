@@ -11,7 +11,10 @@ HubTable::~HubTable() = default;
 
 HubClient* HubTable::getFirstHub() const {
     tp::MutexLock lock(m_hubClientsMap_mutex);
-    return hubClientsMap.empty() ? nullptr : hubClientsMap.begin()->second.get();
+    for (const auto& [index, client] : hubClientsMap)
+        if (!client->getInitialHubDisconnected())
+            return client.get();
+    return nullptr;
 }
 
 HubClient* HubTable::find(std::size_t index) const {

@@ -27,7 +27,7 @@ struct HubTable {
     /// Hubs that have left the session; other threads may still know them, so they live as long as those.
     std::vector<std::unique_ptr<HubClient>> m_retiredClients TP_GUARDED_BY(m_hubClientsMap_mutex);
 
-    /// The default hub; null while there is none.
+    /// The default hub, which is none of those that are about to be dropped; null while there is none.
     [[nodiscard]] HubClient* getFirstHub() const;
     [[nodiscard]] HubClient* find(std::size_t index) const;
     [[nodiscard]] bool contains(std::size_t index) const { return find(index) != nullptr; }

@@ -91,9 +91,10 @@ HubCounts SessionImpl::countHubs() {
         const bool isComingXref = xrefPhase && client->isQueryXRefHUB();
         if (client->isReady()) {
             ++counts.ready;
-            if (isComingXref && !client->m_xrefConnected.exchange(true))
-                eprintf(EPF_DBUG, "XRefHUBConnected is connected successfully %s",
-                        client->getHubAddr().c_str());
+            if (!isComingXref)
+                continue;
+            client->m_xrefConnected = true;
+            eprintf(EPF_DBUG, "XRefHUBConnected is connected successfully %s", client->getHubAddr().c_str());
         } else if (isComingXref) {
             if (client->isSuspended()) {
                 client->m_xrefRemove = true;

@@ -246,6 +246,7 @@ private:
     void markDroppedHubs();
     void dropOneFirstHub(const HubEventReactor& reactor);
     void disconnectInitilaHUB(HubClient& client) TP_REQUIRES(m_dropped.disconnectHubClientLst_mutex);
+    void forgetRoutes(HubClient& client);
     void forgetHub(HubClient& client);
     void takeBackRequestsOf(HubClient& client, HubEventReactor* reactor);
     void closeQueueHandler(QueueReadHandler* handler);

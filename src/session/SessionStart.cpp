@@ -90,6 +90,7 @@ bool SessionImpl::isRunning() {
 
 void SessionImpl::readHostLists() {
     if (m_managers.m_isCMconnection) {
+        m_hosts.restoreAdded();
         // A connection manager may have handed out other addresses than those of the last start.
         for (const HostPair& host : backupIP2PortLst)
             m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Backup);

@@ -179,7 +179,7 @@ void SessionImpl::reset() {
         // Standing requests keep their tags, so new ones must not collide with them.
         m_tags.restartAfter(watchlist.highestTag());
         lastFailoverTime = 0.0;
-        m_managers.forgetRetries();
+        m_managers.prepareNextStart();
         if (watchlist.size() == 0) {
             m_HBSubscribed = false;
             m_HubStatusSubscribed = false;

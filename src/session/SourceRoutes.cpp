@@ -1,7 +1,7 @@
 #include "session/SourceRoutes.h"
 
+#include <algorithm>
 #include <cstddef>
-#include <iterator>
 
 #include "session/RoutingTarget.h"
 
@@ -48,9 +48,20 @@ void SourceRoutes::assign(int src, HubClient* client) {
 
 void SourceRoutes::forget(HubClient* client) {
     tp::MutexLock lock(m_srcClientMap_mutex);
-    for (auto entry = srcClientMap.begin(); entry != srcClientMap.end();)
-        entry = entry->second == client ? srcClientMap.erase(entry) : std::next(entry);
     hubClientSrcMap.erase(client);
+    for (auto entry = srcClientMap.begin(); entry != srcClientMap.end();) {
+        if (entry->second != client) {
+            ++entry;
+            continue;
+        }
+        const int source = entry->first;
+        const auto other = std::find_if(hubClientSrcMap.begin(), hubClientSrcMap.end(),
+                                        [source](const auto& hub) { return hub.second.count(source) != 0; });
+        if (other == hubClientSrcMap.end())
+            entry = srcClientMap.erase(entry);
+        else
+            (entry++)->second = other->first;
+    }
 }
 
 int SourceRoutes::nextWithoutHub(int after, HubClient* newsHub, bool& last) {

@@ -23,7 +23,7 @@ public:
     HubClient* addUserSource(int src, HubClient* entHub, bool& had);
     void assign(int src, HubClient* client);
 
-    /// The hub has left the session: its sources have none.
+    /// The hub leaves the session: its sources become another's that offers them too, or nobody's.
     void forget(HubClient* client);
 
     /// The first source above `after` without a hub, or -1. News sources on the way become `newsHub`'s, since

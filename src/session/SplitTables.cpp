@@ -161,6 +161,8 @@ void SplitTables::forget(HubClient* hub) {
             pattern = table.erase(pattern);
         }
     }
+    for (auto table = SrcToSplitServByRegex.begin(); table != SrcToSplitServByRegex.end();)
+        table = table->second.empty() ? SrcToSplitServByRegex.erase(table) : std::next(table);
 }
 
 void SplitTables::clear() {

@@ -201,7 +201,7 @@ TEST(ManagerRetry, AStartMayAskAgainUpToTheLimit) {
     }
     EXPECT_EQ(reason, "Exceed the Retry count for both CM and direct HUB");
     // With a backup one count stands for both sides.
-    managers.forgetRetries();
+    managers.prepareNextStart();
     managers.m_enableCMRetry = managers.m_CMcheckDone = true;
     EXPECT_TRUE(managers.checkCMRetry(1, true, false, reason));
     EXPECT_TRUE(managers.m_CMcheckDone);
