@@ -103,6 +103,32 @@ TEST(HostTable, RekeyMovesTheHostOfThatPortAndOnlyAPrimaryTakesTheAddress) {
     }
 }
 
+TEST(HostTable, AHostThatTheLibraryHasAddedIsRenamedAndGetsItsTextBack) {
+    HostFixture fixture;
+    HostConfigImpl& named = fixture.host("10.0.0.1:80");
+    HostConfigImpl& added = fixture.host("10.0.0.1:81");
+    named.setIsExternal(true);
+    added.setIsExternal(false);
+    for (HostConfigImpl* host : {&named, &added}) {
+        const std::string port = std::to_string(host->getPort());
+        fixture.table.rename("10.0.0.1:" + port, "10.9.9.9:" + port);
+        host->setAddr("10.9.9.9");
+        EXPECT_EQ(fixture.table.find("10.9.9.9:" + port), host);
+        EXPECT_EQ(fixture.table.find("10.0.0.1:" + port), nullptr);
+    }
+    fixture.table.rename("10.9.9.9:80", "10.9.9.9:81");
+    EXPECT_EQ(fixture.table.find("10.9.9.9:81"), &added) << "nobody is replaced";
+    fixture.table.restoreAdded();
+    EXPECT_EQ(fixture.table.find("10.9.9.9:80"), &named) << "the application's hosts are not touched";
+    EXPECT_EQ(fixture.table.find("10.0.0.1:81"), &added);
+    EXPECT_EQ(added.getAddr(), "10.0.0.1");
+    fixture.table.rename("10.0.0.1:81", "10.9.9.9:81");
+    HostConfigImpl& taker = fixture.host("10.0.0.1:81");
+    fixture.table.restoreAdded();
+    EXPECT_EQ(fixture.table.find("10.0.0.1:81"), &taker);
+    EXPECT_EQ(fixture.table.size(), 3U);
+}
+
 TEST(HostTable, RekeyPrefersTheHostMadeWithThePairAndNeverReplacesAnother) {
     HostFixture fixture;
     const HostConfigImpl& first = fixture.host("10.0.0.1:80");

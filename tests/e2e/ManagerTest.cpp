@@ -22,6 +22,7 @@ namespace {
 
 constexpr const char* MANAGER = "127.0.1.1";
 constexpr int WRONG_PASSWORD = -7;
+constexpr int OUT_OF_REACH = -114;
 
 /// The one manager of the process. It hands out the loopback address for every port.
 class Manager {
@@ -107,8 +108,20 @@ TEST(Managed, ARefusedUserAndHostsThatDisagreeFailTheStartWithTheReason) {
     EXPECT_THAT(client.start(), HasSubstr("failed -7: LNKAPI_ERROR_WRONG_USERNAMEPASSWORD"));
     client.connections().getHostConfig("127.0.1.2:" + std::to_string(hub.port()));
     manager.tell(0);
-    EXPECT_THAT(client.start(), HasSubstr("failed -99: PRIMARYBACKUP_CMIPPORT_ERROR"));
+    for (int attempt = 0; attempt < 2; ++attempt)
+        EXPECT_THAT(client.start(), HasSubstr("failed -99: PRIMARYBACKUP_CMIPPORT_ERROR"));
     EXPECT_EQ(hub.statistics().connections, 0U);
+}
+
+TEST(Managed, AManagerThatWasOutOfReachIsAskedAgainByTheNextStart) {
+    Manager manager;
+    manager.tell(OUT_OF_REACH);
+    StartedHub hub;
+    Client client{Client::Options({managedHost(hub)})};
+    client.host(managedHost(hub)).set(tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG, 0L);
+    EXPECT_THAT(client.start(), HasSubstr("Connection retry limit exceeded for ")) << "the manager is no hub";
+    manager.tell(0);
+    EXPECT_TRUE(client.startAndWait());
 }
 
 /// Behind the manager: a hub that is configured, and two more that it tells of.
@@ -116,7 +129,7 @@ class ManagedGroup : public testing::Test {
 protected:
     ManagedGroup() {
         tivra_sim::HubConfig config = hubOf({100, 101, 922});
-        config.boxPermissions = {922};
+        config.boxPermissions = {101, 922}; // a source that another hub offers too
         door = std::make_unique<StartedHub>(config);
     }
     void makeClient() { client = std::make_unique<Client>(Client::Options({managedHost(*door)})); }
@@ -142,7 +155,10 @@ TEST_F(ManagedGroup, AFirstHubThatIsOnlyADoorIsDroppedQuietly) {
     for (int round = 0; round < 2; ++round) {
         ASSERT_TRUE(client->startAndWait());
         // Also while the door is still open: what it got would be lost with it.
+        door->clearRequests();
         expectEachSourceAtItsHub();
+        EXPECT_EQ(client->ask(tivra::LISTUSERPERMISSION), 0);
+        EXPECT_THAT(door->requestTexts(), IsEmpty());
         ASSERT_TRUE(door->waitForConnections(0));
         expectEachSourceAtItsHub();
         EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
@@ -156,7 +172,7 @@ TEST_F(ManagedGroup, AMemberThatListsItselfStays) {
     tellPorts(*door, {door->port(), first.port(), second.port(), first.port()});
     makeClient();
     ASSERT_TRUE(client->startAndWait());
-    expectEachSourceAtItsHub();
+    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
     EXPECT_EQ(door->statistics().connections, 1U);
     EXPECT_THAT(manager.asked(), Each(HasSubstr(MANAGER)));
     EXPECT_EQ(manager.asked().size(), 3U);
@@ -184,6 +200,7 @@ TEST_F(ManagedGroup, ACrossReferenceHubThatFailsIsLeftOut) {
     client->forget();
     EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
     EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+    EXPECT_THAT(client->log(), HasSubstr("Removing the xrefHUB - "));
     EXPECT_THAT(client->sessionEvents(), IsEmpty());
     EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
 }

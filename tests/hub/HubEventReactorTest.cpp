@@ -1,5 +1,6 @@
 // The pump of a hub thread: order, budget, refusals, replays.
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "hub/HubFixture.h"
@@ -90,16 +91,38 @@ TEST_F(HubEventReactorTest, AFullQueueRefusesUnlessForcedAndLeavesTheRequestWith
     EXPECT_EQ(third, nullptr);
 }
 
-TEST_F(HubEventReactorTest, AHubThatIsStillComingUpHoldsTheOthersBackAndASuspendedOneDoesNot) {
+TEST_F(HubEventReactorTest, AHubThatIsStillComingUpHoldsTheOthersBackAndOneThatIsGivenUpDoesNot) {
     comeUp();
-    const std::unique_ptr<HubClient> unready = anotherClient();
-    push(request(18, unready.get()));
-    push(19);
-    expectPass({});
-    unready->suspendClient("no use");
-    expectPass({19});
-    ASSERT_EQ(session.takenBack.size(), 1U);
-    EXPECT_EQ(session.takenBack.front()->getTag(), 18);
+    const std::function<void(HubClient&)> giveUps[] = {
+        [](HubClient& which) { which.suspendClient("no use"); },
+        [](HubClient& which) { which.m_xrefRemove = true; },
+        [](HubClient& which) { which.m_retired = true; },
+    };
+    for (const auto& giveUp : giveUps) {
+        session.takenBack.clear();
+        const std::unique_ptr<HubClient> unready = anotherClient();
+        push(request(18, unready.get()));
+        push(19);
+        expectPass({});
+        giveUp(*unready);
+        expectPass({19});
+        ASSERT_EQ(session.takenBack.size(), 1U);
+        EXPECT_EQ(session.takenBack.front()->getTag(), 18);
+    }
+}
+
+TEST_F(HubEventReactorTest, TheRequestsOfAHubThatLeavesAreGivenBackAndTheOthersKeepTheirOrder) {
+    comeUp();
+    const std::unique_ptr<HubClient> leaving = anotherClient();
+    push(18);
+    push(request(19, leaving.get()));
+    push(20);
+    push(request(21, leaving.get()));
+    const auto taken = reactor->takeRequestsOf(leaving.get());
+    ASSERT_EQ(taken.size(), 2U);
+    EXPECT_EQ(taken.front()->getTag(), 19);
+    EXPECT_EQ(taken.back()->getTag(), 21);
+    expectPass({18, 20});
 }
 
 TEST_F(HubEventReactorTest, ARetryThatIsSetAsideDoesNotStandInTheWayOfTheNext) {

@@ -152,6 +152,38 @@ TEST(SourceRoutes, FirstHubKeepsASourceAndTheUnservedOnesAreFoundInOrder) {
     EXPECT_EQ(routes.nextWithoutHub(30, hub(0), last), -1);
 }
 
+TEST(SourceRoutes, SourcesOfAHubThatLeavesGoToAnotherThatOffersThemOrToNobody) {
+    SourceRoutes routes;
+    routes.addBoxSource(10, hub(0));
+    routes.addBoxSource(20, hub(0));
+    routes.addBoxSource(20, hub(1));
+    routes.addBoxSource(30, hub(1));
+    routes.forget(hub(0));
+    EXPECT_EQ(routes.find(10), nullptr);
+    EXPECT_EQ(routes.find(20), hub(1));
+    EXPECT_EQ(routes.find(30), hub(1));
+}
+
+TEST(SplitTables, AHubThatLeavesTakesItsPartsWithItButNotWhatAnotherOffers) {
+    SplitTables tables;
+    for (const int source : {100, 101})
+        tables.addSplitExchange(source, hub(0));
+    tables.addSplitExchange(100, hub(1));
+    tables.addSplitSymbol(100, "^[A-L]", hub(0), "hub0");
+    tables.addSplitSymbol(100, "^[M-Z]", hub(0), "hub0");
+    tables.addSplitSymbol(101, "^A", hub(0), "hub0");
+    tables.addSplitSymbol(100, '[', hub(0), 0);
+    tables.addSplitSymbol(100, "^[M-Z]", hub(1), "hub1", {hub(0)});
+    tables.forget(hub(0));
+    EXPECT_EQ(tables.hubsOf(100), std::vector{hub(1)});
+    EXPECT_FALSE(tables.isSplitSymbol(101)) << "an empty set would hold up every request for it";
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, "IBM"), nullptr);
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, "MSFT"), hub(1));
+    EXPECT_EQ(tables.getHubForSplitSymbol(100, 'I'), nullptr);
+    std::map<HubClient*, std::set<std::string>> patterns;
+    EXPECT_FALSE(tables.patternsByHub(101, patterns));
+}
+
 TEST(SplitTables, PatternsInOrderOfTextThenTheLetterThenTheWildcardLetter) {
     SplitTables tables;
     tables.addSplitExchange(100, hub(0));
