@@ -8,50 +8,49 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
-#include <limits>
-#include <ostream>
 #include <string>
+#include <vector>
 
 namespace {
 
-using KVNAPI::Denom;
-using KVNAPI::Message;
-using KVNAPI::Token;
+using namespace KVNAPI;
+
+/// The record of a code, which says so itself.
+const Denom& recordOf(int code, Denom::Type type) {
+    const Denom* const record = Denom::lookupKVNcode(code);
+    EXPECT_EQ(record->kvncode, code);
+    EXPECT_EQ(record->type, type);
+    return *record;
+}
 
 TEST(Denom, RecordsOfTheTablesAgreeWithTheirCodesAndNames) {
     double power = 1;
     for (int n = 0; n < Denom::MAX_Decimals_; ++n, power *= 10) {
-        const Denom* const d = Denom::lookupKVNcode(64 + n);
-        EXPECT_EQ(d, Denom::getDecimal(n));
-        EXPECT_EQ(d->kvncode, 64 + n);
-        EXPECT_EQ(d->type, Denom::Decimal);
-        EXPECT_EQ(d->decimalPrecision, n);
-        EXPECT_EQ(d->decimalModulo, power);
-        EXPECT_EQ(d->denominator, power);
-        EXPECT_EQ(d->name, std::to_string(d->denominator));
+        const Denom& d = recordOf(64 + n, Denom::Decimal);
+        EXPECT_EQ(&d, Denom::getDecimal(n));
+        EXPECT_EQ(d.decimalPrecision, n);
+        EXPECT_EQ(d.decimalModulo, power);
+        EXPECT_EQ(d.denominator, power);
+        EXPECT_EQ(d.name, std::to_string(d.denominator));
     }
     for (int n = 1; n < Denom::MAX_Fractions_; ++n) {
-        const Denom* const d = Denom::lookupKVNcode(32 + n);
-        EXPECT_EQ(d->kvncode, 32 + n);
-        EXPECT_EQ(d->type, Denom::Fraction);
-        EXPECT_EQ(d->denominator, 1 << n);
-        EXPECT_EQ(d->decimalPrecision, n);
-        EXPECT_EQ(d->name, std::to_string(1 << n));
+        const Denom& d = recordOf(32 + n, Denom::Fraction);
+        EXPECT_EQ(d.denominator, 1 << n);
+        EXPECT_EQ(d.decimalPrecision, n);
+        EXPECT_EQ(d.name, std::to_string(1 << n));
         // The modulo has room for the denominator's digits.
-        EXPECT_GT(d->decimalModulo, (1 << n) - 1);
-        EXPECT_LE(d->decimalModulo, 10 << n);
+        EXPECT_GT(d.decimalModulo, (1 << n) - 1);
+        EXPECT_LE(d.decimalModulo, 10 << n);
     }
     EXPECT_STREQ(Denom::lookupKVNcode(32)->name, "X");
     for (int n = 1; n < Denom::MAX_Funky_; ++n) {
-        const Denom* const d = Denom::lookupKVNcode(128 + n);
-        EXPECT_EQ(d, Denom::getFunky(n));
-        EXPECT_EQ(d->kvncode, 128 + n);
-        EXPECT_EQ(d->type, Denom::Funky);
-        EXPECT_EQ(d->funkyDDFcode, n);
-        EXPECT_EQ(d->denominator, d->funkyBase * d->funkyMultiplier);
-        EXPECT_EQ(d->decimalModulo, d->funkyMultiplier == 1 ? 100 : 1000);
-        EXPECT_EQ(d->denominator, 1 << d->decimalPrecision);
-        EXPECT_EQ(std::string(d->name).substr(0, 3), std::to_string(d->funkyBase) + ".");
+        const Denom& d = recordOf(128 + n, Denom::Funky);
+        EXPECT_EQ(&d, Denom::getFunky(n));
+        EXPECT_EQ(d.funkyDDFcode, n);
+        EXPECT_EQ(d.denominator, d.funkyBase * d.funkyMultiplier);
+        EXPECT_EQ(d.decimalModulo, d.funkyMultiplier == 1 ? 100 : 1000);
+        EXPECT_EQ(d.denominator, 1 << d.decimalPrecision);
+        EXPECT_EQ(std::string(d.name).substr(0, 3), std::to_string(d.funkyBase) + ".");
     }
     EXPECT_EQ(Denom::getFrac32()->denominator, 32);
     EXPECT_EQ(Denom::getFrac64()->denominator, 64);
@@ -120,33 +119,25 @@ TEST(Denom, FunkyIntegersReadAsPartsAndStepsAndGoBack) {
     EXPECT_EQ(value, 99.390625);
 }
 
-struct Refusal {
-    int funky;
-    double value;
-    const char* text;
-
-    friend void PrintTo(const Refusal& r, std::ostream* out) { *out << r.text; }
-};
-
-class DenomRefusal : public testing::TestWithParam<Refusal> {};
-
-TEST_P(DenomRefusal, LeavesTheValueAndSaysWhy) {
-    double value = GetParam().value;
-    EXPECT_EQ(Denom::getFunky(GetParam().funky)->normalizeValue(&value), -1);
-    EXPECT_STREQ(tp::te_geterror(), GetParam().text);
-    EXPECT_TRUE(value == GetParam().value || std::isnan(value));
+TEST(Denom, ARefusedPriceStaysAndSaysWhy) {
+    const struct {
+        int funky;
+        double value;
+        const char* text;
+    } rows[] = {{3, 99123, "Invalid fractional fraction 3 on 99123"},
+                {2, -99122, "Invalid fractional fraction 2 on -99122"},
+                {1, 140, "Fraction too large on 140 (40 > 32)"},
+                {1, 132, "Fraction too large on 132 (32 > 32)"},
+                {0, 5, "Invalid fractional fraction 0 on 5"},
+                {1, 18446744073709551616.0, "Invalid fractional fraction 0 on 18446744073709551616"},
+                {1, NAN, "Invalid fractional fraction 0 on nan"}};
+    for (const auto& row : rows) {
+        double value = row.value;
+        EXPECT_EQ(Denom::getFunky(row.funky)->normalizeValue(&value), -1);
+        EXPECT_STREQ(tp::te_geterror(), row.text);
+        EXPECT_TRUE(value == row.value || std::isnan(value));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(, DenomRefusal,
-                         testing::Values(Refusal{3, 99123, "Invalid fractional fraction 3 on 99123"},
-                                         Refusal{2, -99122, "Invalid fractional fraction 2 on -99122"},
-                                         Refusal{1, 140, "Fraction too large on 140 (40 > 32)"},
-                                         Refusal{1, 132, "Fraction too large on 132 (32 > 32)"},
-                                         Refusal{0, 5, "Invalid fractional fraction 0 on 5"},
-                                         Refusal{1, 18446744073709551616.0,
-                                                 "Invalid fractional fraction 0 on 18446744073709551616"},
-                                         Refusal{1, std::numeric_limits<double>::quiet_NaN(),
-                                                 "Invalid fractional fraction 0 on nan"}));
 
 TEST(Denom, DecimalsScaleBothWays) {
     for (int n = 0; n < Denom::MAX_Decimals_; ++n) {
@@ -163,21 +154,19 @@ TEST(Denom, DecimalsScaleBothWays) {
 }
 
 TEST(Denom, WayBackClampsWhatAnInt64CannotHold) {
-    const double infinity = std::numeric_limits<double>::infinity();
-    const double nan = std::numeric_limits<double>::quiet_NaN();
     for (const int code : {0, 1, 32, 64, 73, 128}) {
         const Denom& d = *Denom::lookupKVNcode(code);
-        EXPECT_EQ(d.unNormalizeValue(infinity), INT64_MAX) << code;
+        EXPECT_EQ(d.unNormalizeValue(INFINITY), INT64_MAX) << code;
         EXPECT_EQ(d.unNormalizeValue(-1e300), INT64_MIN) << code;
-        EXPECT_EQ(d.unNormalizeValue(nan), 0) << code;
+        EXPECT_EQ(d.unNormalizeValue(NAN), 0) << code;
     }
     EXPECT_EQ(Denom::getUnknown()->unNormalizeValue(-12.9), -12);
     EXPECT_EQ(Denom::getFunky(0)->unNormalizeValue(5.9), 5);
-    EXPECT_EQ(Denom::getFunky(1)->unNormalizeValue(nan), 0);
+    EXPECT_EQ(Denom::getFunky(1)->unNormalizeValue(NAN), 0);
     // A fraction that rounds up to a whole carries into it.
     EXPECT_EQ(Denom::getFunky(1)->unNormalizeValue(7.999), 800);
     EXPECT_EQ(Denom::getFunky(1)->unNormalizeValue(9007199254740993.0), 900719925474099200);
-    (void)Denom::getFunky(3)->unNormalizeValue(infinity);
+    (void)Denom::getFunky(3)->unNormalizeValue(INFINITY);
     (void)Denom::getFunky(3)->unNormalizeValue(9007199254740991.0);
 }
 
@@ -192,29 +181,30 @@ protected:
         m_message.addPair()->setD(&m_price, 200);
         m_message.denomcode = Denom::getUnnormalized();
     }
-    double valueAt(int index) { return m_message.pair(index)->d; }
+    [[nodiscard]] std::vector<double> values() const {
+        std::vector<double> all;
+        for (int i = 0; i < m_message.pairCount(); ++i)
+            all.push_back(m_message.pair(i)->d);
+        return all;
+    }
 
     Token m_price;
     Token m_plain;
     Message m_message;
 };
 
-TEST_F(DenomOnMessage, ConvertsPricesOnlyOnce) {
+TEST_F(DenomOnMessage, ConvertsPricesOnlyOnceAndFractionsNone) {
+    EXPECT_EQ(Denom::getFrac32()->normalizeDenom(&m_message), 0);
+    EXPECT_EQ(m_message.denomcode, Denom::getFrac32());
+    EXPECT_EQ(values(), (std::vector<double>{16742, 16742, 200}));
+    m_message.denomcode = Denom::getUnnormalized();
     EXPECT_EQ(Denom::getUnknown()->normalizeDenom(&m_message), 0);
     EXPECT_EQ(m_message.denomcode, Denom::getUnnormalized());
     for (const int decimals : {2, 1}) {
         EXPECT_EQ(Denom::getDecimal(decimals)->normalizeDenom(&m_message), 0);
         EXPECT_EQ(m_message.denomcode, Denom::getDecimal(decimals));
-        EXPECT_EQ(valueAt(0), 16742 * 0.01);
-        EXPECT_EQ(valueAt(1), 16742);
-        EXPECT_EQ(valueAt(2), 2);
+        EXPECT_EQ(values(), (std::vector<double>{16742 * 0.01, 16742, 2}));
     }
-}
-
-TEST_F(DenomOnMessage, FractionsChangeNoPrice) {
-    EXPECT_EQ(Denom::getFrac32()->normalizeDenom(&m_message), 0);
-    EXPECT_EQ(m_message.denomcode, Denom::getFrac32());
-    EXPECT_EQ(valueAt(0), 16742);
 }
 
 TEST_F(DenomOnMessage, BadFunkyPriceLeavesTheOnesBeforeItConverted) {
@@ -223,9 +213,7 @@ TEST_F(DenomOnMessage, BadFunkyPriceLeavesTheOnesBeforeItConverted) {
     m_message.addPair()->setD(&m_price, 100);
     EXPECT_EQ(Denom::getFunky(1)->normalizeDenom(&m_message), -1);
     EXPECT_STREQ(tp::te_geterror(), "Fraction too large on 250 (50 > 32)");
-    EXPECT_EQ(valueAt(0), 167.5);
-    EXPECT_EQ(valueAt(2), 250);
-    EXPECT_EQ(valueAt(3), 100);
+    EXPECT_EQ(values(), (std::vector<double>{167.5, 16742, 250, 100}));
 }
 
 } // namespace

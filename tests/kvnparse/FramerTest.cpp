@@ -1,4 +1,6 @@
+#include "ParserTestKit.h"
 #include "ReferenceFramer.h"
+#include "tp/SocketPair.h"
 
 #include "kvnparse/FactoryLists.h"
 #include "kvnparse/Framer.h"
@@ -9,11 +11,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <memory>
-#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
@@ -21,10 +20,8 @@
 
 namespace {
 
-using KVNAPI::bufref;
-using KVNAPI::Framer;
-using KVNAPI::StreamFramer;
-using kvnparse_test::ReferenceFramer;
+using namespace KVNAPI;
+using namespace kvnparse_test;
 using Step = ReferenceFramer::Step;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -32,28 +29,18 @@ using namespace std::string_literals;
 
 constexpr int MORE = 1;
 
-std::string frameOf(std::string_view body) {
-    const auto size = static_cast<unsigned>(body.size());
-    std::string frame = "\x04 "s;
-    for (const unsigned shift : {24u, 16u, 8u, 0u})
-        frame += static_cast<char>(size >> shift & 0xff);
-    return frame.append(body) + '\x03';
-}
-
 /// A framer with the buffer that every caller keeps for it.
 class Reader {
 public:
     Reader(const char* name, int size)
         : m_framer(Framer::alloc(name, size)), m_buffer(static_cast<std::size_t>(size), '\0') {}
 
-    [[nodiscard]] std::size_t room() const { return m_buffer.size() - m_held; }
-
     void feed(std::string_view bytes) {
-        m_held = static_cast<std::size_t>(m_framer->moveRemaining(bufref(m_buffer.data(), m_buffer.size())));
-        ASSERT_LE(bytes.size(), room());
-        bytes.copy(m_buffer.data() + m_held, bytes.size());
-        m_held += bytes.size();
-        m_framer->push(bufref(m_buffer.data(), m_held));
+        const auto held =
+            static_cast<std::size_t>(m_framer->moveRemaining(bufref(m_buffer.data(), m_buffer.size())));
+        ASSERT_LE(held + bytes.size(), m_buffer.size());
+        bytes.copy(m_buffer.data() + held, bytes.size());
+        m_framer->push(bufref(m_buffer.data(), held + bytes.size()));
     }
 
     [[nodiscard]] Step pull() {
@@ -77,7 +64,6 @@ public:
 private:
     std::unique_ptr<Framer> m_framer;
     std::string m_buffer;
-    std::size_t m_held = 0;
 };
 
 std::vector<Step> stepsOf(const char* name, std::string_view bytes) {
@@ -98,71 +84,26 @@ TEST(Framer, TakesWholeFramesInPlaceAndJudgesNothingBelowSixBytes) {
                 ElementsAre(Step{0, "1=2\n"}, Step{0, "\n"}, Step{0, "B=3\n"}));
 }
 
-struct GarbageCase {
-    const char* name;
-    std::string bytes;
-    std::vector<Step> steps;
-
-    friend void PrintTo(const GarbageCase& c, std::ostream* out) { *out << c.name; }
-};
-
-class FramerGarbage : public testing::TestWithParam<GarbageCase> {};
-
-TEST_P(FramerGarbage, IsReportedAndSkipped) {
-    EXPECT_THAT(stepsOf("kvn", GetParam().bytes), ElementsAreArray(GetParam().steps));
-}
-
 const std::string GOOD = frameOf("7=x");
 
-INSTANTIATE_TEST_SUITE_P(
-    , FramerGarbage,
-    testing::Values(
-        GarbageCase{"WrongStart",
-                    "\xff\x80garbage" + GOOD,
-                    {{-1, "Invalid KVN header: ffffffff ffffff80"}, {-1, "Skipping 9 bytes"}, {0, GOOD}}},
-        GarbageCase{"WrongMarker",
-                    "\x04!aaaa" + GOOD,
-                    {{-1, "Invalid KVN header: 04 21"}, {-1, "Skipping 6 bytes"}, {0, GOOD}}},
-        GarbageCase{"LengthWrapsToZero",
-                    "\x04 \xff\xff\xff\xf9"s + GOOD,
-                    {{-1, "Invalid KVN header size: 0"}, {-1, "Skipping 6 bytes"}, {0, GOOD}}},
-        GarbageCase{"LengthWrapsToSix",
-                    "\x04 \xff\xff\xff\xff"s + GOOD,
-                    {{-1, "Invalid KVN header size: 6"}, {-1, "Skipping 6 bytes"}, {0, GOOD}}},
+TEST(Framer, GarbageIsReportedAndSkipped) {
+    const struct {
+        std::string bytes;
+        std::vector<Step> steps;
+    } cases[] = {
+        {"\xff\x80garbage" + GOOD,
+         {{-1, "Invalid KVN header: ffffffff ffffff80"}, {-1, "Skipping 9 bytes"}, {0, GOOD}}},
+        {"\x04 \xff\xff\xff\xf9"s + GOOD,
+         {{-1, "Invalid KVN header size: 0"}, {-1, "Skipping 6 bytes"}, {0, GOOD}}},
         // One below the wrap is merely a frame that does not fit; it is not refused as too large before the
         // buffer is full.
-        GarbageCase{"LengthJustBelowTheWrap", "\x04 \xff\xff\xff\xf8"s + GOOD, {}},
-        GarbageCase{"WrongEnd",
-                    "\x04 \0\0\0\1xy"s + GOOD,
-                    {{-1, "Invalid ETX (79)"}, {-1, "Skipping 8 bytes"}, {0, GOOD}}},
-        GarbageCase{"FalseStartsOnTheWay",
-                    "\x04 \0\0\0\1xy\x04 \0\0\0\0z\4\4"s + GOOD,
-                    {{-1, "Invalid ETX (79)"}, {-1, "Skipping 17 bytes"}, {0, GOOD}}},
-        GarbageCase{"NothingToLandOn",
-                    "abcdefgh",
-                    {{-1, "Invalid KVN header: 61 62"}, {-1, "Skipping 8 bytes (still searching)"}}},
-        GarbageCase{"CandidateMayYetComplete",
-                    "abcdefgh\x04 ",
-                    {{-1, "Invalid KVN header: 61 62"}, {-1, "Skipping 8 bytes (still searching)"}}}),
-    [](const auto& testInfo) { return testInfo.param.name; });
-
-TEST(Framer, ResumesAtTheCandidateThatASearchHasFound) {
-    Reader reader("kvn", 64);
-    reader.feed("abcdefgh" + GOOD.substr(0, 4));
-    EXPECT_THAT(reader.drain(), ElementsAre(Step{-1, "Invalid KVN header: 61 62"},
-                                            Step{-1, "Skipping 8 bytes (still searching)"}));
-    reader.feed(GOOD.substr(4));
-    EXPECT_THAT(reader.drain(), ElementsAre(Step{-1, "Skipping 0 bytes"}, Step{0, GOOD}));
-}
-
-TEST(Framer, FrameBehindGarbageIsKeptWhenItEndsPastAFullBuffer) {
-    Reader reader("kvn", 64);
-    const std::string frame = frameOf(std::string(40, 'b'));
-    const std::string garbage(40, 'g');
-    reader.feed((garbage + frame).substr(0, 64));
-    EXPECT_EQ(reader.drain().back().content, "Skipping 40 bytes (still searching)");
-    reader.feed((garbage + frame).substr(64));
-    EXPECT_THAT(reader.drain(), ElementsAre(Step{-1, "Skipping 0 bytes"}, Step{0, frame}));
+        {"\x04 \xff\xff\xff\xf8"s + GOOD, {}},
+        {"\x04 \0\0\0\1xy\x04 \0\0\0\0z\4\4"s + GOOD,
+         {{-1, "Invalid ETX (79)"}, {-1, "Skipping 17 bytes"}, {0, GOOD}}},
+        {"abcdefgh\x04 ", {{-1, "Invalid KVN header: 61 62"}, {-1, "Skipping 8 bytes (still searching)"}}},
+    };
+    for (const auto& row : cases)
+        EXPECT_THAT(stepsOf("kvn", row.bytes), ElementsAreArray(row.steps)) << row.bytes;
 }
 
 TEST(Framer, FrameOfTheWholeBufferFitsAndALongerOneIsRefused) {
@@ -196,60 +137,36 @@ TEST(Framer, MoveRemainingKeepsWhatFits) {
     EXPECT_EQ(std::string_view(place, 3), "\x04 \0"s);
 }
 
-/// Feeds the same pieces to both framers and compares every step.
-void expectSameSteps(const char* name, ReferenceFramer::Format format, int size,
-                     const std::vector<std::string>& pieces) {
-    Reader reader(name, size);
-    ReferenceFramer reference(format, static_cast<std::size_t>(size));
-    for (std::string_view piece : pieces) {
-        while (!piece.empty()) {
-            const std::size_t room = static_cast<std::size_t>(size) - reference.held();
-            const std::string_view part = piece.substr(0, room);
-            piece.remove_prefix(part.size());
-            reader.feed(part);
-            reference.feed(part);
-            for (;;) {
-                const Step step = reader.pull();
-                ASSERT_EQ(step, reference.pull()) << "ours: " << step.result << " " << step.content;
-                if (step.result == MORE)
-                    break;
-            }
+/// Feeds pieces of a stream to both framers and compares every step.
+void expectSameSteps(const char* name, ReferenceFramer::Format format, std::size_t size,
+                     std::string_view stream, std::mt19937& random) {
+    Reader reader(name, static_cast<int>(size));
+    ReferenceFramer reference(format, size);
+    while (!stream.empty()) {
+        const std::string_view part = stream.substr(0, std::min(1 + random() % 40, size - reference.held()));
+        stream.remove_prefix(part.size());
+        reader.feed(part);
+        reference.feed(part);
+        for (int result = 0; result != MORE;) {
+            const Step step = reader.pull();
+            ASSERT_EQ(step, reference.pull()) << "ours: " << step.result << " " << step.content;
+            result = step.result;
         }
-    }
-}
-
-TEST(Framer, CompletesFramesSplitAtEveryByte) {
-    const std::string stream = frameOf("") + frameOf("1=\x04 \0\0\0\0\x03"s) +
-                               frameOf(std::string(300, 'x')) + frameOf("5026=17|2=ABC");
-    for (std::size_t split = 0; split <= stream.size(); ++split) {
-        Reader reader("kvn", 512);
-        reader.feed(stream.substr(0, split));
-        std::vector<Step> steps = reader.drain();
-        reader.feed(stream.substr(split));
-        for (Step& step : reader.drain())
-            steps.push_back(std::move(step));
-        std::string whole;
-        for (const Step& step : steps) {
-            ASSERT_EQ(step.result, 0) << "split at " << split << ": " << step.content;
-            whole += step.content;
-        }
-        ASSERT_EQ(whole, stream) << "split at " << split;
-        ASSERT_EQ(steps.size(), 4u);
     }
 }
 
 std::string randomPiece(std::mt19937& random) {
-    const auto below = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
+    const auto below = [&random](std::size_t n) { return random() % n; };
     std::string body;
-    for (unsigned n = below(30); n > 0; --n)
+    for (std::size_t n = below(30); n > 0; --n)
         body += "\x03\x04 \n=|17a"[below(9)];
     std::string piece = frameOf(body);
     switch (below(6)) {
     case 0: // any byte damaged
-        piece[below(static_cast<unsigned>(piece.size()))] = static_cast<char>(random());
+        piece[below(piece.size())] = static_cast<char>(random());
         break;
     case 1: // cut short
-        piece.resize(below(static_cast<unsigned>(piece.size())));
+        piece.resize(below(piece.size()));
         break;
     case 2: // a length from the edges
         piece[2] = static_cast<char>(below(2) * 0xff);
@@ -268,41 +185,11 @@ TEST(Framer, AgreesWithTheReferenceOnRandomDamage) {
         std::string stream;
         for (auto n = 1 + random() % 12; n > 0; --n)
             stream += randomPiece(random);
-        std::vector<std::string> pieces;
-        for (std::size_t at = 0; at < stream.size();) {
-            const std::size_t length = 1 + random() % 40;
-            pieces.push_back(stream.substr(at, length));
-            at += length;
-        }
-        ASSERT_NO_FATAL_FAILURE(expectSameSteps("kvn", ReferenceFramer::TOKENS, 64, pieces)) << round;
-        ASSERT_NO_FATAL_FAILURE(expectSameSteps("newline", ReferenceFramer::LINES, 32, pieces)) << round;
+        SCOPED_TRACE(round);
+        ASSERT_NO_FATAL_FAILURE(expectSameSteps("kvn", ReferenceFramer::TOKENS, 64, stream, random));
+        ASSERT_NO_FATAL_FAILURE(expectSameSteps("newline", ReferenceFramer::LINES, 32, stream, random));
     }
 }
-
-class SocketPair {
-public:
-    SocketPair() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, m_fds), 0); }
-    ~SocketPair() {
-        closeWriter();
-        ::close(m_fds[0]);
-    }
-    SocketPair(const SocketPair&) = delete;
-    SocketPair& operator=(const SocketPair&) = delete;
-
-    [[nodiscard]] int reader() const { return m_fds[0]; }
-    void write(std::string_view bytes) {
-        EXPECT_EQ(::send(m_fds[1], bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
-    }
-    void closeWriter() {
-        if (m_fds[1] >= 0)
-            ::close(m_fds[1]);
-        m_fds[1] = -1;
-    }
-
-private:
-    int m_fds[2] = {-1, -1};
-};
 
 TEST(StreamFramer, ReadsFramesByteByByteUntilThePeerCloses) {
     SocketPair sockets;
@@ -312,15 +199,15 @@ TEST(StreamFramer, ReadsFramesByteByByteUntilThePeerCloses) {
     bufref frame;
     for (const char& byte : stream) {
         sockets.write({&byte, 1});
-        ASSERT_EQ(framer->push(sockets.reader()), 1);
+        ASSERT_EQ(framer->push(sockets.fd()), 1);
         int result = 0;
         while ((result = framer->pull(&frame)) == 0)
             received += frame.view();
         ASSERT_EQ(result, MORE);
     }
     EXPECT_EQ(received, stream);
-    sockets.closeWriter();
-    EXPECT_EQ(framer->push(sockets.reader()), 0);
+    sockets.hangUp();
+    EXPECT_EQ(framer->push(sockets.fd()), 0);
     EXPECT_EQ(framer->push(-1), -1);
     EXPECT_EQ(framer->pull(&frame), MORE);
 }
@@ -330,13 +217,13 @@ TEST(StreamFramer, FullBufferDoesNotReadAndPullSaysSo) {
     const auto framer = StreamFramer::alloc("kvn", 64);
     const std::string tooLong = frameOf(std::string(70, 'b'));
     sockets.write(tooLong + GOOD);
-    ASSERT_EQ(framer->push(sockets.reader()), 64);
-    ASSERT_EQ(framer->push(sockets.reader()), 1);
+    ASSERT_EQ(framer->push(sockets.fd()), 64);
+    ASSERT_EQ(framer->push(sockets.fd()), 1);
     bufref frame;
     ASSERT_EQ(framer->pull(&frame), -1);
     EXPECT_STREQ(tp::te_geterror(), "Block too large (max is 64).");
     EXPECT_EQ(framer->pull(&frame), -1);
-    ASSERT_GT(framer->push(sockets.reader()), 1);
+    ASSERT_GT(framer->push(sockets.fd()), 1);
     EXPECT_EQ(framer->pull(&frame), -1);
     ASSERT_EQ(framer->pull(&frame), 0);
     EXPECT_EQ(frame.view(), GOOD);
@@ -350,7 +237,7 @@ TEST(StreamFramer, AllocRefusesWhatItCannotBuild) {
 }
 
 TEST(FactoryLists, HelpListsTheRowsInOrder) {
-    EXPECT_EQ(KVNAPI::FramerList.getName("help"), nullptr);
+    EXPECT_EQ(FramerList.getName("help"), nullptr);
     EXPECT_THAT(tp::te_geterror(),
                 testing::StartsWith("\nAvailable options are:"
                                     "\n          newline : new line separated (useful for vkvn messages)"
@@ -365,16 +252,13 @@ std::unique_ptr<Framer> makesLines(int size) {
     return Framer::alloc("newline", size);
 }
 
-TEST(FactoryLists, RegisteredFramerThatMakesNothingIsReported) {
-    KVNAPI::registerFramer(&makesNothing, "makes nothing", "of this test");
+TEST(FactoryLists, OwnRowsStandBehindTheBuiltInOnesAndTheFirstMatchWins) {
+    registerFramer(&makesNothing, "makes nothing", "of this test");
     EXPECT_EQ(Framer::alloc("makes nothing", 64), nullptr);
     EXPECT_STREQ(tp::te_geterror(), "Error initializing framer class 'makes nothing'");
-}
-
-TEST(FactoryLists, OwnRowsStandBehindTheBuiltInOnesAndTheFirstMatchWins) {
     // Static, since the rows of a list are never given back.
-    static constinit KVNAPI::NameFactory<KVNAPI::framerFactory_t> list{[](KVNAPI::_factory& rows) {
-        rows.append(KVNAPI::NameFactory<KVNAPI::framerFactory_t>::untyped(&makesLines), "first", "built in");
+    static constinit NameFactory<framerFactory_t> list{[](_factory& rows) {
+        rows.append(NameFactory<framerFactory_t>::untyped(&makesLines), "first", "built in");
     }};
     list.registerName(&makesNothing, "first", "hidden by the built-in one");
     list.registerName(&makesNothing, "second", "own");

@@ -5,6 +5,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <sstream>
+#include <vector>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -14,38 +16,18 @@ namespace kvnparse_test {
 using KVNAPI::Token;
 
 TestMap::TestMap() {
-    struct Row {
-        int number;
-        const char* name;
-        unsigned storage;
+    const auto addAll = [this](unsigned storage, const char* numbersAndNames) {
+        std::istringstream rows(numbersAndNames);
+        int number = 0;
+        for (std::string name; rows >> number >> name;)
+            add(number, name.c_str(), storage);
     };
-    static constexpr Row ROWS[] = {
-        {1, "PLAIN.INT", Token::TY_INT},
-        {2, "PLAIN.TEXT", Token::TY_STRING},
-        {3, "PERMISSION", Token::TY_INT},
-        {4, "ENUM.SRC.ID", Token::TY_INT},
-        {5, "SYMBOL.TICKER", Token::TY_STRING},
-        {6, "REFRESH", Token::TY_INT},
-        {7, "PLAIN.DOUBLE", Token::TY_DOUBLE},
-        {8, "BID", Token::TY_DOUBLE},
-        {9, "PART.CODE", Token::TY_STRING},
-        {10, "ENUM.DISPLAY.PRECISION", Token::TY_INT},
-        {11, "CUSIP", Token::TY_STRING},
-        {12, "ISIN", Token::TY_STRING},
-        {13, "SEDOL", Token::TY_STRING},
-        {14, "SYMBOL.BLOOMBERG.TICKER", Token::TY_STRING},
-        {15, "SYMBOL.QUINTAL.TICKER", Token::TY_STRING},
-        {16, "PRODUCT.ROOT", Token::TY_STRING},
-        {5001, "ENUM.QUERY.STATUS", Token::TY_INT},
-        {5004, "TOKEN.DEL", Token::TY_INT},
-        {5026, "QUERY.TAG", Token::TY_INT},
-        {20000, "HIGH.INT", Token::TY_INT},
-        {45028, "UNKNOWNTOKEN", Token::TY_STRING},
-        {45029, "UNKNOWNSVALUE", Token::TY_STRING},
-        {70001, "HIGHER.TEXT", Token::TY_STRING},
-    };
-    for (const Row& row : ROWS)
-        add(row.number, row.name, row.storage);
+    addAll(Token::TY_INT, "1 PLAIN.INT  3 PERMISSION  4 ENUM.SRC.ID  6 REFRESH  10 ENUM.DISPLAY.PRECISION "
+                          "5001 ENUM.QUERY.STATUS  5004 TOKEN.DEL  5026 QUERY.TAG  20000 HIGH.INT");
+    addAll(Token::TY_DOUBLE, "7 PLAIN.DOUBLE  8 BID");
+    addAll(Token::TY_STRING, "2 PLAIN.TEXT  5 SYMBOL.TICKER  9 PART.CODE  11 CUSIP  12 ISIN  13 SEDOL "
+                             "14 SYMBOL.BLOOMBERG.TICKER  15 SYMBOL.QUINTAL.TICKER  16 PRODUCT.ROOT "
+                             "45028 UNKNOWNTOKEN  45029 UNKNOWNSVALUE  70001 HIGHER.TEXT");
 }
 
 std::string frameOf(std::string_view body) {
@@ -56,48 +38,42 @@ std::string frameOf(std::string_view body) {
 }
 
 std::string describe(const KVNAPI::Message& message) {
-    std::string text;
-    const auto number = [&text](const char* title, std::int64_t value) {
-        text.append(title).append(std::to_string(value)) += ' ';
+    std::vector<std::string> parts;
+    const auto add = [&parts](bool present, const std::string& part) {
+        if (present)
+            parts.push_back(part);
     };
-    if (message.symbol.len != 0)
-        text.append("symbol=").append(message.symbol.view()) += ' ';
-    if (message.exchange != nullptr)
-        number("source=", message.exchange->id);
-    if (message.permission != nullptr)
-        number("permission=", message.permission->id);
-    if (message.market != 0)
-        text.append("market=").append(1, message.market) += ' ';
-    if (message.isRefresh)
-        text += "refresh ";
-    if (message.denomcode != KVNAPI::Denom::getUnknown())
-        number("precision=", message.denomcode->kvncode);
-    if (message.isRetCodePresent)
-        text += "[status] ";
-    if (message.isTagPresent)
-        text += "[tag] ";
-    if (message.isAltIndexPresent)
-        text += "[altindex] ";
+    const auto addId = [&add](const char* title, const KVNAPI::Exchange* exchange) {
+        add(exchange != nullptr, title + std::to_string(exchange != nullptr ? exchange->id : 0));
+    };
+    add(message.symbol.len != 0, "symbol=" + std::string(message.symbol.view()));
+    addId("source=", message.exchange);
+    addId("permission=", message.permission);
+    add(message.market != 0, std::string("market=") + message.market);
+    add(message.isRefresh, "refresh");
+    add(message.denomcode != KVNAPI::Denom::getUnknown(),
+        "precision=" + std::to_string(message.denomcode->kvncode));
+    add(message.isRetCodePresent, "[status]");
+    add(message.isTagPresent, "[tag]");
+    add(message.isAltIndexPresent, "[altindex]");
     KVNAPI::Message::iterator pairs(&message);
     while (const KVNAPI::TVPair* const pair = pairs.next()) {
-        text.append(std::to_string(pair->token->kvnid)) += ':';
-        switch (pair->token->storage) {
-        case Token::TY_INT:
-            number("", pair->i);
-            break;
-        case Token::TY_DOUBLE: {
+        std::string text = std::to_string(pair->token->kvnid) + ':';
+        if (pair->token->storage == Token::TY_INT) {
+            text += std::to_string(pair->i);
+        } else if (pair->token->storage == Token::TY_DOUBLE) {
             char value[40];
-            std::snprintf(value, sizeof value, "%.17g ", pair->d);
+            std::snprintf(value, sizeof value, "%.17g", pair->d);
             text += value;
-            break;
+        } else {
+            text.append("'").append(pair->s.view()) += '\'';
         }
-        default:
-            text.append("'").append(pair->s.view()).append("' ");
-        }
+        parts.push_back(text);
     }
-    if (!text.empty())
-        text.pop_back();
-    return text;
+    std::string line;
+    for (const std::string& part : parts)
+        line.append(line.empty() ? "" : " ").append(part);
+    return line;
 }
 
 GuardedBytes::GuardedBytes(std::size_t capacity)

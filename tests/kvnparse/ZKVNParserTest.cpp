@@ -1,3 +1,4 @@
+#include "Deflater.h"
 #include "ParserTestKit.h"
 
 #include "kvnparse/Parser.h"
@@ -14,47 +15,13 @@
 #include <string_view>
 #include <vector>
 
-#include <zlib.h>
-
 namespace {
 
-using KVNAPI::bufref;
-using KVNAPI::Message;
-using KVNAPI::Parser;
-using kvnparse_test::describe;
-using kvnparse_test::frameOf;
-using kvnparse_test::GuardedBytes;
-using kvnparse_test::TestMap;
+using namespace KVNAPI;
+using namespace kvnparse_test;
 using testing::StartsWith;
 
 constexpr std::size_t OUTBUF_SIZE = 131072;
-
-/// The sender's end: one stream over all that it is given.
-class Deflater {
-public:
-    explicit Deflater(int level = Z_DEFAULT_COMPRESSION) {
-        if (deflateInit(&m_stream, level) != Z_OK)
-            throw std::bad_alloc();
-    }
-    ~Deflater() { deflateEnd(&m_stream); }
-    Deflater(const Deflater&) = delete;
-    Deflater& operator=(const Deflater&) = delete;
-
-    std::string operator()(std::string_view bytes, int flush = Z_SYNC_FLUSH) {
-        std::string out(bytes.size() + bytes.size() / 1000 + 32768, '\0');
-        m_stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(bytes.data()));
-        m_stream.avail_in = static_cast<uInt>(bytes.size());
-        m_stream.next_out = reinterpret_cast<Bytef*>(out.data());
-        m_stream.avail_out = static_cast<uInt>(out.size());
-        deflate(&m_stream, flush);
-        EXPECT_NE(m_stream.avail_out, 0U);
-        out.resize(out.size() - m_stream.avail_out);
-        return out;
-    }
-
-private:
-    z_stream m_stream{};
-};
 
 class ZKVNParserTest : public testing::Test {
 protected:
@@ -100,43 +67,6 @@ private:
     GuardedBytes m_output{OUTBUF_SIZE};
 };
 
-/// Both ways of being pulled, over the same cuts.
-TEST_F(ZKVNParserTest, StreamCutAtEveryByteLosesNothing) {
-    const std::string plain = frameOf("5=IBM|1=17") + frameOf("2=" + std::string(50, 'x')) + frameOf("1=9");
-    const std::string stream = Deflater()(plain);
-    const std::string expected = "symbol=IBM 1:17\n2:'" + std::string(50, 'x') + "'\n1:9\n";
-    for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
-        std::string messages;
-        std::string bytes;
-        for (const bool wantsMessages : {true, false}) {
-            m_parser->reset();
-            for (const std::string& part : {stream.substr(0, cut), stream.substr(cut)}) {
-                EXPECT_EQ(feed(part), 0U);
-                if (wantsMessages)
-                    messages += pullAll();
-                else
-                    bytes += pullBytes(4096);
-                ASSERT_GE(result, 0) << tp::te_geterror();
-            }
-        }
-        EXPECT_EQ(messages, expected) << cut;
-        EXPECT_EQ(bytes, plain) << cut;
-    }
-    EXPECT_EQ(m_parser->msglen(), 0U);
-}
-
-TEST_F(ZKVNParserTest, SingleBytesComeTogetherAgain) {
-    Deflater deflater;
-    std::string stream = deflater(frameOf("5=IBM|1=17"));
-    stream += deflater(frameOf("1=3"));
-    std::string got;
-    for (const char byte : stream) {
-        feed({&byte, 1});
-        got += pullAll();
-    }
-    EXPECT_EQ(got, "symbol=IBM 1:17\n1:3\n");
-}
-
 /// One push whose output does not fit into the space for it, with frames across each border.
 TEST_F(ZKVNParserTest, BlockLargerThanTheOutputIsInflatedInSeveralRounds) {
     std::string plain;
@@ -147,8 +77,7 @@ TEST_F(ZKVNParserTest, BlockLargerThanTheOutputIsInflatedInSeveralRounds) {
         expected += "1:" + std::to_string(i) + " 2:'" + text + "'\n";
     }
     feed(Deflater()(plain));
-    const bool isEqual = pullAll() == expected;
-    EXPECT_TRUE(isEqual);
+    EXPECT_TRUE(pullAll() == expected);
     EXPECT_EQ(result, 1);
     EXPECT_EQ(pullAll(), "") << "a pull without a push brings nothing twice";
     EXPECT_EQ(result, 1);
@@ -158,10 +87,9 @@ TEST_F(ZKVNParserTest, BlockLargerThanTheOutputIsInflatedInSeveralRounds) {
 /// Output that ends exactly with the space for it, with all input used up: the rest lies inside zlib.
 TEST_F(ZKVNParserTest, OutputThatIsHeldBackComesWithoutNewInput) {
     const std::string last = frameOf("1=7");
-    const std::string plain = frameOf("2=" + std::string(2 * OUTBUF_SIZE / 3, 'x')) +
-                              frameOf("2=" + std::string(OUTBUF_SIZE / 3 - 30, 'y')) + last + last + last +
-                              last;
-    const std::string stream = Deflater()(plain);
+    const std::string stream =
+        Deflater()(frameOf("2=" + std::string(2 * OUTBUF_SIZE / 3, 'x')) +
+                   frameOf("2=" + std::string(OUTBUF_SIZE / 3 - 30, 'y')) + last + last + last + last);
     for (std::size_t cut = stream.size() - 12; cut < stream.size(); ++cut) {
         m_parser->reset();
         feed(stream.substr(0, cut));
@@ -193,7 +121,7 @@ TEST_F(ZKVNParserTest, BytesThatFindNoSpaceWaitForTheNextPull) {
                 if (pushesBetween)
                     feed("");
             }
-            EXPECT_EQ(got == plain, true) << space << pushesBetween;
+            EXPECT_TRUE(got == plain) << space << pushesBetween;
         }
     }
     EXPECT_EQ(pullBytes(0), "");
@@ -216,43 +144,22 @@ TEST_F(ZKVNParserTest, CorruptStreamSaysSoAndAFreshOneIsRead) {
     const std::string good = Deflater()(frameOf("5=IBM|1=17"));
     std::string badBlock = good;
     badBlock[2] = '\x07'; // a block of no known type
-    for (const std::string& bad : {std::string("\x04 no zlib stream"), badBlock}) {
+    const std::string bad[] = {"\x04 no zlib stream", badBlock, std::string("\x78\xbb\0\0\0\1", 6)};
+    const char* const errors[] = {"zlib error (-3(incorrect header check), 0)",
+                                  "zlib error (-3(invalid block type), 0)",
+                                  "zlib error (-3(), 0)"}; // wants a dictionary: zlib has no text for it
+    for (std::size_t i = 0; i < std::size(bad); ++i) {
         for (const bool wantsMessages : {true, false}) {
-            feed(bad);
-            if (wantsMessages)
-                EXPECT_EQ(pullAll(), "");
-            else
-                EXPECT_EQ(pullBytes(100), "");
+            feed(bad[i]);
+            EXPECT_EQ(wantsMessages ? pullAll() : pullBytes(100), "");
             EXPECT_EQ(result, -1);
-            EXPECT_THAT(tp::te_geterror(), StartsWith("zlib error (-3("));
-            EXPECT_THAT(tp::te_geterror(), testing::EndsWith("), 0)"));
-            EXPECT_STRNE(tp::te_geterror(), "zlib error (-3(), 0)") << "zlib's text is missing";
+            EXPECT_STREQ(tp::te_geterror(), errors[i]);
             m_parser->reset();
             EXPECT_EQ(feed(good), 0U);
             EXPECT_EQ(pullAll(), "symbol=IBM 1:17\n");
             m_parser->reset();
         }
     }
-}
-
-TEST_F(ZKVNParserTest, StreamThatNeedsADictionaryIsCorrupt) {
-    z_stream stream{};
-    ASSERT_EQ(deflateInit(&stream, 6), Z_OK);
-    ASSERT_EQ(deflateSetDictionary(&stream, reinterpret_cast<const Bytef*>("words"), 5), Z_OK);
-    std::string out(100, '\0');
-    std::string in = frameOf("1=1");
-    stream.next_in = reinterpret_cast<Bytef*>(in.data());
-    stream.avail_in = static_cast<uInt>(in.size());
-    stream.next_out = reinterpret_cast<Bytef*>(out.data());
-    stream.avail_out = static_cast<uInt>(out.size());
-    deflate(&stream, Z_SYNC_FLUSH);
-    out.resize(out.size() - stream.avail_out);
-    deflateEnd(&stream);
-    feed(out);
-    EXPECT_EQ(pullBytes(100), "");
-    EXPECT_EQ(result, -1);
-    // zlib has no text for it.
-    EXPECT_STREQ(tp::te_geterror(), "zlib error (-3(), 0)");
 }
 
 /// What comes behind the end of a stream can't be read; the reader sees its input fill up.
@@ -270,12 +177,8 @@ TEST_F(ZKVNParserTest, StreamEndStopsThereWithoutAnEndlessLoop) {
     m_parser->reset();
     feed(stream);
     EXPECT_EQ(pullAll(), "1:1\n");
-}
-
-TEST_F(ZKVNParserTest, InputThatOutgrowsItsRoomIsCutAndNotWrittenBehindIt) {
-    const std::string stream = Deflater()(frameOf("1=1"), Z_FINISH) + std::string(100, 'x');
-    feed(stream);
-    EXPECT_EQ(pullAll(), "1:1\n");
+    // Input that outgrows its room is cut and not written behind it.
+    feed(stream + std::string(100, 'x'));
     GuardedBytes small(16);
     EXPECT_EQ(m_parser->moveRemaining(small.place(std::string(16, '?'), GuardedBytes::END_AT_GUARD)), 16);
 }
@@ -284,26 +187,26 @@ TEST_F(ZKVNParserTest, InputThatOutgrowsItsRoomIsCutAndNotWrittenBehindIt) {
 /// one of an impossible length: a bounded number of errors, with all of them skipped.
 TEST_F(ZKVNParserTest, BombEndsAfterItsLastByte) {
     const std::string zeros(1 << 20, '\0');
-    constexpr int MEGABYTES = 12;
+    constexpr std::size_t MEGABYTES = 12;
     for (const std::string& begin :
          {std::string(), frameOf(std::string(OUTBUF_SIZE - 100, 'x')).substr(0, 50),
           std::string("\x04 \xff\xff\xff\xff", 6)}) {
         m_parser->reset();
         Deflater deflater(9);
         std::string bomb = deflater(begin);
-        for (int i = 0; i < MEGABYTES; ++i)
+        for (std::size_t i = 0; i < MEGABYTES; ++i)
             bomb += deflater(zeros, Z_NO_FLUSH);
         bomb += deflater("");
         ASSERT_LT(bomb.size(), 65536U);
         feed(bomb);
-        int errors = 0;
         Message message;
-        while ((result = m_parser->pull(&message)) < 0)
-            ASSERT_LT(++errors, 2 * MEGABYTES * static_cast<int>(zeros.size() / OUTBUF_SIZE));
-        EXPECT_EQ(result, 1);
-        feed(deflater(frameOf("1=5")));
-        while ((result = m_parser->pull(&message)) < 0)
-            ASSERT_LT(++errors, 2 * MEGABYTES * static_cast<int>(zeros.size() / OUTBUF_SIZE));
+        std::size_t errors = 0;
+        for (const int expected : {1, 0}) {
+            while ((result = m_parser->pull(&message)) < 0)
+                ASSERT_LT(++errors, 2 * MEGABYTES * zeros.size() / OUTBUF_SIZE);
+            EXPECT_EQ(result, expected);
+            feed(deflater(frameOf("1=5")));
+        }
         EXPECT_EQ(describe(message), "1:5");
         // Bytes come only into the space that they are given.
         m_parser->reset();
@@ -331,7 +234,7 @@ TEST_F(ZKVNParserTest, RandomStreamsInRandomPiecesComeBackTheSame) {
         std::string plain;
         std::string expected;
         std::string stream;
-        for (std::size_t batch = upTo(8) + 1; batch > 0; --batch) {
+        for (std::size_t batches = upTo(8) + 1; batches > 0; --batches) {
             std::string frames;
             for (std::size_t count = upTo(40); count > 0; --count) {
                 std::string text(upTo(3000), ' ');
@@ -346,22 +249,22 @@ TEST_F(ZKVNParserTest, RandomStreamsInRandomPiecesComeBackTheSame) {
         std::string got;
         for (std::size_t at = 0; at < stream.size();) {
             const std::size_t piece = upTo(upTo(1) == 0 ? 20 : 20000);
-            feed(std::string_view(stream).substr(at, piece));
+            const std::size_t left = feed(std::string_view(stream).substr(at, piece));
             at += piece;
             if (wantsMessages) {
+                ASSERT_EQ(left, 0U);
                 got += pullAll();
                 ASSERT_EQ(result, 1);
                 continue;
             }
-            std::size_t space = 0;
-            std::string some;
-            do {
+            for (bool isFull = true; isFull;) {
                 feed("");
-                space = upTo(OUTBUF_SIZE - 1) + 1;
-                some = pullBytes(space);
+                const std::size_t space = upTo(OUTBUF_SIZE - 1) + 1;
+                const std::string some = pullBytes(space);
                 ASSERT_EQ(result, 0);
                 got += some;
-            } while (some.size() == space);
+                isFull = some.size() == space;
+            }
         }
         ASSERT_TRUE(got == (wantsMessages ? expected : plain)) << round;
     }
@@ -372,10 +275,12 @@ TEST_F(ZKVNParserTest, OptionsAndTheDictionaryReachTheInnerParser) {
     EXPECT_EQ(m_parser->setOption("NoSuchOption", "0"), -1);
     feed(Deflater()(frameOf("5=IBM")));
     EXPECT_EQ(pullAll(), "5:'IBM'\n");
-    KVNAPI::DataMap poor;
+    DataMap poor;
     EXPECT_EQ(m_parser->setMetaMap(&poor), 1);
     EXPECT_STREQ(tp::te_geterror(), "Could not allocate KVN Parser");
-    feed(Deflater()("")); // the old dictionary is still there
+    m_parser->reset();
+    feed(Deflater()(frameOf("5=AIG")));
+    EXPECT_EQ(pullAll(), "5:'AIG'\n") << "the old dictionary is still there";
     TestMap other;
     EXPECT_EQ(m_parser->setMetaMap(&other), 0);
 }

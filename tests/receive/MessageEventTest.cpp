@@ -8,10 +8,19 @@
 namespace tivra_internal {
 namespace {
 
-using MessageEventTest = ReadHandlerTest;
+class MessageEventTest : public ReadHandlerTest {
+protected:
+    /// Has the application look at each event, which then counts as seen.
+    void onEvent(const std::function<void(const tivra::MessageEvent&)>& look) {
+        application.onEvent = [this, look](const tivra::MessageEvent& event) {
+            look(event);
+            application.lines.emplace_back("seen");
+        };
+    }
+};
 
 TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
-    application.onEvent = [&](const tivra::MessageEvent& event) {
+    onEvent([&](const tivra::MessageEvent& event) {
         EXPECT_EQ(event.getSymbol(), "IBM");
         EXPECT_EQ(event.getSource(), 100);
         EXPECT_EQ(event.getPermission(), 7);
@@ -25,37 +34,20 @@ TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
         EXPECT_EQ(event.getAlternateIndexTokenNumber(0), -1);
         EXPECT_EQ(event.getAlternateIndexTokenName(0), "");
         EXPECT_EQ(event.getAlternateIndexValue(0), "");
-        application.lines.emplace_back("seen");
-    };
+    });
     EXPECT_EQ(receive("5026=4711000000001|5001=-12|3=7|4=100|5=IBM|8=1"), "seen");
 }
 
-TEST_F(MessageEventTest, TheReaderStartsAnewWithEachMessage) {
-    std::vector<int> tokens;
-    application.onEvent = [&](const tivra::MessageEvent& event) {
-        tokens.push_back(event.getReader().next());
-        application.lines.emplace_back("seen");
-    };
-    receive("4=100|8=1|9=2");
-    receive("4=100|30=x");
-    EXPECT_EQ(tokens, (std::vector<int>{8, 30}));
-}
-
 TEST_F(MessageEventTest, AlternateIndexesAreNamedByTheDictionaryOrNotAtAll) {
-    AltIndexInfo info;
-    info.kvnid = 3101;
-    info.value = "A";
-    info.command = tivra::QUERYSNAP;
-    session.altIndexes[20] = {info};
-    application.onEvent = [&](const tivra::MessageEvent& event) {
+    session.altIndexes[20] = {index(3101, "A", tivra::QUERYSNAP)};
+    onEvent([&](const tivra::MessageEvent& event) {
         ASSERT_EQ(event.getNumberofAlternateIndexes(), 1U);
         EXPECT_EQ(event.getAlternateIndexTokenNumber(0), 3101);
         EXPECT_EQ(event.getAlternateIndexTokenName(0), "CUSIP");
         EXPECT_EQ(event.getAlternateIndexValue(0), "A");
         EXPECT_EQ(event.getAlternateIndexTokenNumber(1), -1);
         EXPECT_EQ(event.getAlternateIndexTokenName(static_cast<size_t>(-1)), "");
-        application.lines.emplace_back("seen");
-    };
+    });
     EXPECT_EQ(receive("5026=20|4=100|5=IBM|3101=A"), "seen");
 }
 
@@ -72,10 +64,7 @@ TEST_F(MessageEventTest, ConflatableIsKnownOnlyWhenTheHubWasAskedToTell) {
     };
     HostConfigImpl host("10.0.0.1", 9000, nullptr, 0);
     int conflatable = 99;
-    application.onEvent = [&](const tivra::MessageEvent& event) {
-        conflatable = event.isConflatable();
-        application.lines.emplace_back("seen");
-    };
+    onEvent([&](const tivra::MessageEvent& event) { conflatable = event.isConflatable(); });
     for (const bool isAsked : {false, true}) {
         host.set(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, isAsked);
         readHandler = std::make_unique<QueueReadHandler>(&queue, session, &host, nullptr, hub, false);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
@@ -24,25 +25,24 @@ protected:
     }
     KVNAPI::Token* token(int number) const { return dictionary.lookupTokenViaNum(number); }
 
-    /// Stands on the only pair of a message, whose bytes end where the text ends.
+    /// Stands on the only pair of a message, which `fill` has set.
+    template<class Fill>
+    void standOn(Fill fill) {
+        message.reset();
+        fill(*message.addPair());
+        reader.setMessage(&message);
+        reader.next();
+    }
+    /// A text whose bytes end where it ends.
     void standOnText(int number, const std::string& text) {
         bytes.assign(text.begin(), text.end());
-        message.reset();
-        message.addPair()->setS(token(number), bytes.data(), static_cast<long>(bytes.size()));
-        reader.setMessage(&message);
-        reader.next();
+        standOn([&](auto& pair) { pair.setS(token(number), bytes.data(), static_cast<long>(bytes.size())); });
     }
     void standOnDouble(int number, double value) {
-        message.reset();
-        message.addPair()->setD(token(number), value);
-        reader.setMessage(&message);
-        reader.next();
+        standOn([&](auto& pair) { pair.setD(token(number), value); });
     }
     void standOnInteger(int number, int64_t value) {
-        message.reset();
-        message.addPair()->setI(token(number), value);
-        reader.setMessage(&message);
-        reader.next();
+        standOn([&](auto& pair) { pair.setI(token(number), value); });
     }
 
     MetaTokenMap dictionary;
@@ -52,40 +52,24 @@ protected:
 };
 
 TEST_F(MessageReaderTest, TextsAreReadAsNumbersWithinTheirBounds) {
-    struct Case {
+    const auto expectNumbers = [&](const char* text, int64_t integer, double number) {
+        standOnText(30, text);
+        EXPECT_EQ(reader.getValueAsInteger(), integer) << text;
+        EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), number) << text;
+        EXPECT_EQ(reader.getValueAsString(), text);
+    };
+    const struct {
         const char* text;
-        int64_t integer;
         double number;
-    };
-    const Case cases[] = {
-        {"", 0, 0.0},
-        {"12", 12, 12.0},
-        {"12abc", 12, 12.0},
-        {"-7", -7, -7.0},
-        {"+7", 7, 7.0},
-        {"abc", 0, 0.0},
-        {" 12", 0, 0.0},
-        {"-", 0, 0.0},
-        {"+", 0, 0.0},
-        {"--1", 0, 0.0},
-        {".5", 0, 0.5},
-        {"-.5", 0, -0.5},
-        {"-.", 0, 0.0},
-        {".", 0, 0.0},
-        {"12.", 12, 12.0},
-        {"-12.25x", -12, -12.25},
-        {"1e5", 1, 1.0},
-        {"9223372036854775807", kMax, 9223372036854775807.0},
-        {"18446744073709551617", 1, 1.0},                      // wraps
-        {"1.12345678901234567", 1, 1.12345678901234567},
-        {"1.123456789012345678", 1, 0.0}, // 18 decimals
-    };
-    for (const Case& c : cases) {
-        standOnText(30, c.text);
-        EXPECT_EQ(reader.getValueAsInteger(), c.integer) << c.text;
-        EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), c.number) << c.text;
-        EXPECT_EQ(reader.getValueAsString(), c.text);
-    }
+    } cases[] = {{"", 0},    {"12", 12}, {"12abc", 12}, {"-7", -7},          {"+7", 7},   {"abc", 0},
+                 {" 12", 0}, {"-", 0},   {"+", 0},      {"--1", 0},          {".5", 0.5}, {"-.5", -0.5},
+                 {"-.", 0},  {".", 0},   {"12.", 12},   {"-12.25x", -12.25}, {"1e5", 1}};
+    for (const auto& [text, number] : cases)
+        expectNumbers(text, static_cast<int64_t>(number), number);
+    expectNumbers("9223372036854775807", kMax, 9223372036854775807.0);
+    expectNumbers("18446744073709551617", 1, 1.0); // wraps
+    expectNumbers("1.12345678901234567", 1, 1.12345678901234567);
+    expectNumbers("1.123456789012345678", 1, 0.0); // more decimals than a double is read with
     standOnText(30, "-9223372036854775808");
     EXPECT_EQ(reader.getValueAsInteger(), kMin);
 }
@@ -96,19 +80,16 @@ TEST_F(MessageReaderTest, NumbersAreReadAsIntegersWithinTheirLimits) {
         int64_t integer;
         const char* text;
     };
-    const double infinity = std::numeric_limits<double>::infinity();
-    const Case cases[] = {
-        {1.9, 1, "1.9"},
-        {-1.9, -1, "-1.9"},
-        {0.0, 0, "0"},
-        {1e19, kMax, "10000000000000000000"},
-        {-1e19, kMin, "-10000000000000000000"},
-        {9223372036854775807.0, kMax, "9223372036854775808"},
-        {-9223372036854775808.0, kMin, "-9223372036854775808"},
-        {std::numeric_limits<double>::quiet_NaN(), 0, "0"},
-        {infinity, kMax, "18446744073709551615"},
-        {-infinity, kMin, "-18446744073709551615"},
-    };
+    const Case cases[] = {{1.9, 1, "1.9"},
+                          {-1.9, -1, "-1.9"},
+                          {0.0, 0, "0"},
+                          {1e19, kMax, "10000000000000000000"},
+                          {-1e19, kMin, "-10000000000000000000"},
+                          {9223372036854775807.0, kMax, "9223372036854775808"},
+                          {-9223372036854775808.0, kMin, "-9223372036854775808"},
+                          {NAN, 0, "0"},
+                          {INFINITY, kMax, "18446744073709551615"},
+                          {-INFINITY, kMin, "-18446744073709551615"}};
     for (const Case& c : cases) {
         standOnDouble(8, c.value);
         EXPECT_EQ(reader.getValueAsInteger(), c.integer) << c.value;
@@ -137,32 +118,28 @@ TEST_F(MessageReaderTest, TheStorageOfATokenDecidesWhatIsReadNotItsTypeWord) {
     EXPECT_EQ(reader.getValueAsString(), "1234567890123");
     EXPECT_EQ(reader.getValueAsInteger(), 1234567890123);
     EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), 1234567890123.0);
-    EXPECT_EQ(reader.getValueAsDateTime().date().year(), 9999 - 9999); // beyond every calendar
+    EXPECT_EQ(reader.getValueAsDateTime().date().year(), 0) << "beyond every calendar";
 }
 
 TEST_F(MessageReaderTest, EveryValueCanBeReadAsAMoment) {
-    const auto expectMoment = [&](const char* what) {
+    const auto expectMoment = [&](int milliseconds) {
         const tivra::DateTime moment = reader.getValueAsDateTime();
-        EXPECT_EQ(moment.date().year(), 2013) << what;
-        EXPECT_EQ(moment.date().month(), 10) << what;
-        EXPECT_EQ(moment.date().day(), 7) << what;
-        EXPECT_EQ(moment.time().hour(), 13) << what;
-        EXPECT_FALSE(moment.hasDate()) << what;
+        EXPECT_EQ(moment.date().year() * 10000 + moment.date().month() * 100 + moment.date().day(), 20131007);
+        EXPECT_EQ(moment.time().hour(), 13);
+        EXPECT_EQ(moment.time().millisecond(), milliseconds);
+        EXPECT_FALSE(moment.hasDate());
     };
     standOnDouble(16, 1381152600.5);
-    expectMoment("double");
-    EXPECT_EQ(reader.getValueAsDateTime().time().millisecond(), 500);
+    expectMoment(500);
     standOnInteger(9, 1381152600);
-    expectMoment("integer");
+    expectMoment(0);
     standOnText(30, "1381152600.25");
-    expectMoment("text");
-    EXPECT_EQ(reader.getValueAsDateTime().time().millisecond(), 250);
+    expectMoment(250);
 }
 
 TEST_F(MessageReaderTest, WalksThePairsAndStopsBehindTheLast) {
-    message.addPair()->setI(token(9), 1);
-    message.addPair()->setI(token(60), 2);
-    message.addPair()->setI(token(9), 3);
+    for (const int number : {9, 60, 9})
+        message.addPair()->setI(token(number), message.pairCount());
     reader.setMessage(&message);
     EXPECT_EQ(reader.getTokenNumber(), -1);
     EXPECT_EQ(reader.peek(), 9);

@@ -36,13 +36,16 @@ class FlowControlTest : public testing::Test {
 protected:
     static constexpr size_t kPercent = 1048576 / 100;
 
-    void make(int threshold) {
+    /// A queue that reports from a level on, if any.
+    void make(int threshold, int reportsFrom = 0) {
         queue = std::make_unique<Queue>(1, false, &hub, threshold);
         queue->setQueueHandler(&handler);
+        if (reportsFrom > 0)
+            queue->setJit(reportsFrom);
         level = 0;
     }
     void fillTo(int percent) {
-        const std::string frame = makeFrame(std::string(kPercent - 7, 'x'));
+        const std::string frame = frameOf(std::string(kPercent - 7, 'x'));
         for (; level < percent; ++level)
             ASSERT_TRUE(queue->writeToQueue(frame.data(), frame.size()));
         for (; level > percent; --level)
@@ -51,12 +54,16 @@ protected:
         queue->calcQueueFullStats();
         EXPECT_EQ(queue->getPctFull(), percent);
     }
+    [[nodiscard]] bool read(double wallClock = 1.0) {
+        return queue->readFromSocketThenWriteToQueue(socket.fd(), nullptr, wallClock);
+    }
     /// The level that reports go by is the peak of the interval.
     void endInterval() { queue->printStats(true, true, now += 1.0); }
 
     tp::ManualClock clock;
     RecordingHub hub;
     RecordingHandler handler;
+    SocketPair socket{SOCK_NONBLOCK};
     std::unique_ptr<Queue> queue;
     int level = 0;
     double now = 5000.0;
@@ -66,8 +73,9 @@ protected:
 
 TEST_F(FlowControlTest, EachBandIsReportedOnceOnTheWayUp) {
     make(101);
-    queue->setJit(50);
-    fillTo(10);
+    fillTo(80);
+    EXPECT_TRUE(hub.texts.empty()) << "conflation has not asked for it";
+    make(101, 50);
     fillTo(49);
     EXPECT_TRUE(hub.texts.empty());
     fillTo(60);
@@ -79,8 +87,7 @@ TEST_F(FlowControlTest, EachBandIsReportedOnceOnTheWayUp) {
 }
 
 TEST_F(FlowControlTest, FallIsReportedOnceAndOpensTheBandsAgain) {
-    make(101);
-    queue->setJit(50);
+    make(101, 50);
     fillTo(60);
     hub.texts.clear();
     fillTo(20);
@@ -94,21 +101,15 @@ TEST_F(FlowControlTest, FallIsReportedOnceAndOpensTheBandsAgain) {
     EXPECT_EQ(hub.texts.size(), 2U);
 }
 
-TEST_F(FlowControlTest, ReportThatCannotBeSentIsTriedAgain) {
-    make(101);
-    queue->setJit(25);
+TEST_F(FlowControlTest, ReportThatCannotBeSentIsTriedAgainAndAResetForgetsIt) {
+    make(101, 25);
     hub.fails = true;
     fillTo(40);
     hub.fails = false;
     queue->calcQueueFullStats();
     queue->calcQueueFullStats();
     EXPECT_EQ(hub.texts, (Texts{report(40)}));
-}
-
-TEST_F(FlowControlTest, ResetForgetsTheReportedBand) {
-    make(101);
-    queue->setJit(25);
-    fillTo(40);
+    // A reset forgets the band.
     hub.texts.clear();
     queue->reset();
     level = 0;
@@ -117,12 +118,6 @@ TEST_F(FlowControlTest, ResetForgetsTheReportedBand) {
     EXPECT_TRUE(hub.texts.empty());
     fillTo(40);
     EXPECT_EQ(hub.texts.size(), 1U);
-}
-
-TEST_F(FlowControlTest, NothingIsReportedUnlessConflationAsksForIt) {
-    make(101);
-    fillTo(80);
-    EXPECT_TRUE(hub.texts.empty());
 }
 
 TEST_F(FlowControlTest, ReadsAreSuspendedBetweenTheThresholds) {
@@ -150,7 +145,7 @@ TEST_F(FlowControlTest, QueueWithoutAWholeFrameIsNeverSuspended) {
     make(10);
     queue->incrQueryCount();
     // A quarter of the ring holds one frame that is not complete: only reading can help.
-    const std::string partial = makeFrame(std::string(262000, 'x')).substr(0, 261000);
+    const std::string partial = frameOf(std::string(262000, 'x')).substr(0, 261000);
     ASSERT_FALSE(queue->takeOver({partial.data(), partial.size()}));
     queue->calcQueueFullStats();
     EXPECT_GT(queue->getPctFull(), 20);
@@ -159,33 +154,29 @@ TEST_F(FlowControlTest, QueueWithoutAWholeFrameIsNeverSuspended) {
 
 TEST_F(FlowControlTest, SuspendedQueueReadsALittleNowAndThen) {
     make(10);
-    SocketPair socket;
-    const std::string frame = makeFrame(std::string(1000 - 7, 'x'));
     std::string bytes;
     for (int i = 0; i < 100; ++i)
-        bytes += frame;
+        bytes += frameOf(std::string(1000 - 7, 'x'));
     fillTo(30);
     socket.write(bytes);
-    ASSERT_FALSE(queue->readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0));
+    ASSERT_FALSE(read());
     queue->incrQueryCount();
     ASSERT_TRUE(queue->readsSuspended());
     socket.write(bytes);
 
-    const auto bytesIn = [&] { return queue->statistics().in.m_bytes_in.get(); };
-    const uint64_t before = bytesIn();
+    const auto bytesOfARead = [&](double wallClock = 1.0) {
+        const uint64_t before = queue->statistics().in.m_bytes_in.get();
+        EXPECT_FALSE(read(wallClock));
+        return queue->statistics().in.m_bytes_in.get() - before;
+    };
     tp::Clock::advance(54.9);
-    EXPECT_FALSE(queue->readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0));
-    EXPECT_EQ(bytesIn(), before);
+    EXPECT_EQ(bytesOfARead(), 0U);
     tp::Clock::advance(0.2);
-    EXPECT_FALSE(queue->readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0));
-    EXPECT_EQ(bytesIn(), before + 24000) << "24,576 bytes hold 24 whole frames";
-    EXPECT_FALSE(queue->readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0));
-    EXPECT_EQ(bytesIn(), before + 24000);
-
+    EXPECT_EQ(bytesOfARead(), 24000U) << "24,576 bytes hold 24 whole frames";
+    EXPECT_EQ(bytesOfARead(), 0U);
     // A wall clock that steps must not force a read: the wait is measured by the other one.
     tp::Clock::stepWallClock(3600.0);
-    EXPECT_FALSE(queue->readFromSocketThenWriteToQueue(socket.reader, nullptr, 3601.0));
-    EXPECT_EQ(bytesIn(), before + 24000);
+    EXPECT_EQ(bytesOfARead(3601.0), 0U);
     queue->reset();
     EXPECT_FALSE(queue->readsSuspended());
 }
@@ -193,16 +184,15 @@ TEST_F(FlowControlTest, SuspendedQueueReadsALittleNowAndThen) {
 TEST_F(FlowControlTest, ForcedReadOfAFullRingTakesOneByteOrNone) {
     make(10);
     fillTo(99);
-    SocketPair socket;
     queue->incrQueryCount();
     ASSERT_TRUE(queue->readsSuspended());
     socket.write("abc");
     // Less than a normal read needs is free, so the forced one goes byte by byte, and dropping is out of the
     // question: the bytes stay in the socket.
     tp::Clock::advance(100.0);
-    EXPECT_FALSE(queue->readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0));
+    EXPECT_FALSE(read());
     char left[8];
-    EXPECT_EQ(::read(socket.reader, left, sizeof left), 2);
+    EXPECT_EQ(::read(socket.fd(), left, sizeof left), 2);
     EXPECT_EQ(queue->statistics().in.cum_dropped_bytes.get(), 1U)
         << "the one byte is garbage, but it was read";
 }

@@ -1,14 +1,22 @@
 #include "receive/QueueReadHandler.h"
 
+#include <utility>
+
 #include <tp/Clock.h>
 
 #include "ReadHandlerFixture.h"
+#include "support/HeapControl.h"
 #include "support/LogCapture.h"
 
 namespace tivra_internal {
 namespace {
 
 using Lines = std::vector<std::string>;
+
+/// The line, or none when it is empty.
+Lines linesOf(const char* line) {
+    return *line != '\0' ? Lines{line} : Lines{};
+}
 
 /// One message and what the application gets of it.
 struct Case {
@@ -67,15 +75,15 @@ TEST_F(ReadHandlerTest, RecordsOfTheSystemSourceStayInTheLibraryOthersDoNot) {
 
 TEST_F(ReadHandlerTest, AHeartbeatIsNotedAndShownOnlyToASubscriber) {
     const tp::ManualClock clock;
-    EXPECT_EQ(handler().getHBTime(), 0.0);
-    EXPECT_EQ(receive("4=922|5=.UTC.TIME.DATE|16=1.5"), "");
-    EXPECT_EQ(handler().getHBTime(), tp::Clock::monotonic());
-    EXPECT_TRUE(hub.hbSeen);
-
-    session.hbSubscribed = true;
-    tp::Clock::advance(5);
-    EXPECT_EQ(receive("4=922|5=.UTC.TIME.DATE|16=1.5"), "UPDATE .UTC.TIME.DATE@922 rc=0 tag=0 [16=1.5|] {}");
-    EXPECT_EQ(handler().getHBTime(), tp::Clock::monotonic());
+    const char* const heartbeat = "4=922|5=.UTC.TIME.DATE|16=1.5";
+    for (const char* const expected : {"", "UPDATE .UTC.TIME.DATE@922 rc=0 tag=0 [16=1.5|] {}"}) {
+        session.hbSubscribed = *expected != '\0';
+        EXPECT_NE(handler().getHBTime(), tp::Clock::monotonic());
+        EXPECT_EQ(receive(heartbeat), expected);
+        EXPECT_EQ(handler().getHBTime(), tp::Clock::monotonic());
+        EXPECT_TRUE(std::exchange(hub.hbSeen, false));
+        tp::Clock::advance(5);
+    }
 }
 
 TEST_F(ReadHandlerTest, HubCountersAreTakenAndNonsenseCountsAsZero) {
@@ -91,18 +99,14 @@ TEST_F(ReadHandlerTest, HubCountersAreTakenAndNonsenseCountsAsZero) {
 }
 
 TEST_F(ReadHandlerTest, JitRecordsCountThisHubOnce) {
-    struct Step {
-        const char* body;
+    const struct {
+        const char* fields;
         int count;
-    };
-    const Step steps[] = {
-        {"4=922|5=.JIT", 0},        {"4=922|5=.JIT|2035=0", 0}, {"4=922|5=.JIT|2035=", 0},
-        {"4=922|5=.JIT|2035=1", 1}, {"4=922|5=.JIT|2035=1", 1}, {"4=922|5=.JIT|2035=2", 1},
-        {"4=922|5=.JIT|2035=0", 0}, {"4=922|5=.JIT|2035=3", 1},
-    };
-    for (const Step& step : steps) {
-        EXPECT_EQ(receive(step.body), "") << step.body;
-        EXPECT_EQ(session.jitCount, step.count) << step.body;
+    } steps[] = {{"", 0},        {"|2035=0", 0}, {"|2035=", 0},  {"|2035=1", 1},
+                 {"|2035=1", 1}, {"|2035=2", 1}, {"|2035=0", 0}, {"|2035=3", 1}};
+    for (const auto& step : steps) {
+        EXPECT_EQ(receive(std::string("4=922|5=.JIT") + step.fields), "") << step.fields;
+        EXPECT_EQ(session.jitCount, step.count) << step.fields;
     }
     handler().setHubIdleCount(9);
     handler().reset();
@@ -113,31 +117,27 @@ TEST_F(ReadHandlerTest, JitRecordsCountThisHubOnce) {
 }
 
 TEST_F(ReadHandlerTest, EntitlementAlertsAreSortedBySourceAndHub) {
-    struct Alert {
+    const struct {
         const char* fields;
         bool firstHub;
         const char* expected;
-    };
-    const Alert alerts[] = {
-        {"|4=4095", false, "begin 4095"},
-        {"|4=4096", true, "add 4096"},
-        {"|4=4096", false, ""},
-        {"|4=1", true, "begin 1"},
-        {"|4=0", true, ""},
-        {"|4=-5", true, ""},
-        {"", true, ""},
-        {"|4=", true, ""},
-        {"|4=65535", true, "add 65535"},
-        {"|4=65536", true, ""},
-        {"|4=100|5098=1", false, "delete 100"},
-        {"|4=5000|5098=0", false, "delete 5000"},
-    };
-    for (const Alert& alert : alerts) {
+    } alerts[] = {{"|4=4095", false, "begin 4095"},
+                  {"|4=4096", true, "add 4096"},
+                  {"|4=4096", false, ""},
+                  {"|4=1", true, "begin 1"},
+                  {"|4=0", true, ""},
+                  {"|4=-5", true, ""},
+                  {"", true, ""},
+                  {"|4=", true, ""},
+                  {"|4=65535", true, "add 65535"},
+                  {"|4=65536", true, ""},
+                  {"|4=100|5098=1", false, "delete 100"},
+                  {"|4=5000|5098=0", false, "delete 5000"}};
+    for (const auto& alert : alerts) {
         session.entitlements.clear();
         session.firstHub = alert.firstHub;
         EXPECT_EQ(receive(std::string("4=922|5=.USER.ENT.ALERT") + alert.fields), "");
-        const Lines expected = *alert.expected != '\0' ? Lines{alert.expected} : Lines{};
-        EXPECT_EQ(session.entitlements, expected) << alert.fields;
+        EXPECT_EQ(session.entitlements, linesOf(alert.expected)) << alert.fields;
     }
 }
 
@@ -220,9 +220,7 @@ TEST_F(ReadHandlerTest, AMessageWithoutAHandlerIsDroppedAndTheNextHandlerIsUsedA
 }
 
 TEST_F(ReadHandlerTest, ABadFrameIsCountedAndTheNextOneParses) {
-    const std::string bodies[] = {"",          "abc",         "4=100|",
-                                  "4=100|8=x", "4=100|9=1.5", std::string("5=a\x03z", 5)};
-    for (const std::string& body : bodies) {
+    for (const char* const body : {"", "abc", "4=100|8=x", "5=a\x03z"}) {
         EXPECT_EQ(receive(body), "") << body;
         EXPECT_EQ(failures, 1U) << body;
         EXPECT_EQ(receive("4=100|5=IBM"), "UPDATE IBM@100 rc=0 tag=0 [] {}");
@@ -273,24 +271,17 @@ TEST_F(ReadHandlerTest, AnExceptionOfTheApplicationLeavesNoMessageBehind) {
 }
 
 TEST_F(ReadHandlerTest, WhatGoesWrongIsLoggedAboveDebugAndNothingElseIs) {
-    AltIndexInfo cusip;
-    cusip.kvnid = 3101;
-    cusip.value = "A";
-    cusip.command = tivra::QUERYSNAP;
-    AltIndexInfo unknown = cusip;
-    unknown.kvnid = 77777;
-    AltIndexInfo ofSource = cusip;
-    ofSource.command = tivra::ADDALTERNATEINDEX;
-    session.altIndexes = {{30, {cusip}}, {31, {unknown}}, {32, {ofSource}}};
+    session.altIndexes = {{30, {index(3101, "A", tivra::QUERYSNAP)}},
+                          {31, {index(77777, "A", tivra::QUERYSNAP)}},
+                          {32, {index(3101, "A", tivra::ADDALTERNATEINDEX)}}};
     session.cmConnection = true;
     session.tagAwaitingXrefHubs = 33;
     const Case cases[] = {
         {"4=100|5=IBM|8=1", ""},
         {"4=922|5=.UTC.TIME.DATE", ""},
         {"4=922|5=.JIT", "WARN: 10.0.0.1:9000: Improperly formed JIT message received"},
-        {"4=922|5=.JIT|2035=0",
-         "WARN: 10.0.0.1:9000: JIT message did not change state(0); implies previous JIT "
-         "message was lost"},
+        {"4=922|5=.JIT|2035=0", "WARN: 10.0.0.1:9000: JIT message did not change state(0); "
+                                "implies previous JIT message was lost"},
         {"4=922|5=.JIT|2035=1", "INFO: 10.0.0.1:9000: JIT: this HUB has started conflating"},
         {"4=922|5=.JIT|2035=0", "INFO: 10.0.0.1:9000: JIT: this HUB has stopped conflating"},
         {"5001=0", ""},
@@ -309,8 +300,7 @@ TEST_F(ReadHandlerTest, WhatGoesWrongIsLoggedAboveDebugAndNothingElseIs) {
     for (const Case& c : cases) {
         LogCapture log;
         receive(c.body);
-        const Lines expected = *c.expected != '\0' ? Lines{c.expected} : Lines{};
-        EXPECT_EQ(log.linesAboveDebug(), expected) << c.body;
+        EXPECT_EQ(log.linesAboveDebug(), linesOf(c.expected)) << c.body;
     }
 }
 
@@ -333,10 +323,52 @@ TEST_F(ReadHandlerTest, GarbageIsLoggedOnceASecond) {
     EXPECT_EQ(warnings(), 1U);
 }
 
+/// An application that reads every field as a number, which needs no memory.
+struct SummingHandler : tivra::MessageEventHandler {
+    void onMessageEvent(const tivra::MessageEvent& event) override {
+        tivra::MessageReader& reader = event.getReader();
+        while (reader.next() != tivra::MessageReader::END_OF_MESSAGE)
+            sum += reader.getValueAsDouble();
+        sum += event.getSource() + event.getType() + event.getPermission();
+        ++count;
+    }
+    double sum = 0.0;
+    int count = 0;
+};
+
+TEST_F(ReadHandlerTest, AnOrdinaryUpdateAllocatesNothing) {
+    std::string body = "3=7|4=100|5=IBM";
+    for (int i = 0; i < 10; ++i)
+        body += "|8=123.45|9=1000|30=abc";
+    std::string ordinary = frameOf(body + "|16=1381152600.25|24=1");
+    std::string withIndex = frameOf("4=100|5=A.VERY.LONG.SYMBOL.OF.A.TICKER|8=1.5");
+    std::string heartbeat = frameOf("4=922|5=.UTC.TIME.DATE|16=1381152600.25");
+
+    session.altIndexes[20] = {index(3101, "A", tivra::SUBSCRIBE)};
+    receive("5026=20|4=100|5=A.VERY.LONG.SYMBOL.OF.A.TICKER|3101=A");
+    ASSERT_EQ(receive("4=100|5=A.VERY.LONG.SYMBOL.OF.A.TICKER"),
+              "UPDATE A.VERY.LONG.SYMBOL.OF.A.TICKER@100 rc=0 tag=0 [] {3101=A|}");
+
+    SummingHandler summing;
+    session.handler = &summing;
+    uint64_t delivered = 0;
+    const auto receiveAll = [&] {
+        handler().process_kvn_buffer(ordinary.data(), ordinary.size(), &delivered);
+        handler().process_kvn_buffer(withIndex.data(), withIndex.size(), &delivered);
+        handler().process_kvn_buffer(heartbeat.data(), heartbeat.size(), &delivered);
+    };
+    receiveAll(); // sources and permissions are entered at first sight
+    const size_t before = allocationsOfThisThread();
+    for (int i = 0; i < 100; ++i)
+        receiveAll();
+    EXPECT_EQ(allocationsOfThisThread() - before, 0U);
+    EXPECT_EQ(delivered, 202U);
+    EXPECT_EQ(summing.count, 202);
+}
+
 TEST_F(ReadHandlerTest, AReadableEventDeliversOneFrameOfTheQueue) {
     queue.setQueueHandler(&handler());
-    const std::string frames[] = {frameOf("4=100|5=IBM"), frameOf("4=100|5=HPQ")};
-    for (const std::string& frame : frames)
+    for (const std::string& frame : {frameOf("4=100|5=IBM"), frameOf("4=100|5=HPQ")})
         ASSERT_TRUE(queue.writeToQueue(frame.data(), frame.size()));
     handler().readableEvent(0.0);
     EXPECT_EQ(application.lines, Lines{"UPDATE IBM@100 rc=0 tag=0 [] {}"});

@@ -1,5 +1,7 @@
 #include "receive/QueueStatistics.h"
 
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "receive/Queue.h"
@@ -11,7 +13,9 @@ namespace {
 /// Counters with a clock of 100 ms ticks.
 class QueueStatisticsTest : public testing::Test {
 protected:
-    void tick(uint64_t msgs, uint64_t bytes, uint64_t dropped) {
+    using Figures = std::vector<uint64_t>;
+
+    void tick(uint64_t msgs, uint64_t bytes, uint64_t dropped = 0) {
         stats.in.m_msgs_in.add(msgs);
         stats.in.m_bytes_in.add(bytes);
         stats.in.cum_dropped_bytes.add(dropped);
@@ -22,6 +26,24 @@ protected:
         stats.out.m_net_msgs_out.add(net);
         stats.calcStatsOut(nowOut += 0.1);
     }
+    void endInterval() {
+        stats.rotateSecond(now);
+        ASSERT_TRUE(stats.rotateInterval(now));
+    }
+    /// Messages in all, in the last second, in the busiest second and tick of the interval, in the last
+    /// second's busiest tick.
+    Figures input() {
+        return {stats.getMsgsIn(), stats.getInputMsgSec_1sec(), stats.getPeakInputMsgSec_1sec(),
+                stats.getPeakInputMsgSec_100ms(), stats.getInputMsgSec_100ms()};
+    }
+    Figures output() {
+        return {stats.getMsgsOut(), stats.getOutputMsgSec_1sec(), stats.getPeakOutputMsgSec_1sec(),
+                stats.getPeakOutputMsgSec_100ms(), stats.getOutputMsgSec_100ms()};
+    }
+    Figures netOutput() {
+        return {stats.getNetMsgsOut(), stats.getNetOutputMsgSec_1sec(), stats.getPeakNetOutputMsgSec_1sec(),
+                stats.getPeakNetOutputMsgSec_100ms(), stats.getNetOutputMsgSec_100ms()};
+    }
 
     QueueStatistics stats;
     double now = 1000.0, nowOut = 1000.0;
@@ -30,43 +52,28 @@ protected:
 } // namespace
 
 TEST_F(QueueStatisticsTest, SecondAndIntervalFiguresComeFromTheTicks) {
-    tick(10, 1000, 0);
-    tick(30, 6000, 0); // the peak: 300 messages a second
-    tick(20, 2000, 0);
+    tick(10, 1000);
+    tick(30, 6000); // the peak: 300 messages a second
+    tick(20, 2000);
     stats.rotateSecond(now);
     EXPECT_EQ(stats.getInputMsgSec_100ms(), 300U);
-    tick(90, 900, 0); // more messages, but fewer bytes: no peak of the interval
-    stats.rotateSecond(now);
-    ASSERT_TRUE(stats.rotateInterval(now));
-    EXPECT_EQ(stats.getMsgsIn(), 150U);
+    tick(90, 900); // more messages, but fewer bytes: no peak of the interval
+    endInterval();
+    EXPECT_EQ(input(), (Figures{150, 90, 60, 300, 900})) << "the peaks are those with the most bytes";
     EXPECT_EQ(stats.getAvgMsgSize(), 9900U / 150U);
-    EXPECT_EQ(stats.getInputMsgSec_1sec(), 90U);
-    EXPECT_EQ(stats.getPeakInputMsgSec_1sec(), 60U) << "the second with the most bytes";
-    EXPECT_EQ(stats.getPeakInputMsgSec_100ms(), 300U);
-    EXPECT_EQ(stats.getInputMsgSec_100ms(), 900U);
     // Everything has been handed on: a silent interval reports silence.
-    stats.rotateSecond(now);
-    ASSERT_TRUE(stats.rotateInterval(now));
-    EXPECT_EQ(stats.getPeakInputMsgSec_1sec(), 0U);
-    EXPECT_EQ(stats.getPeakInputMsgSec_100ms(), 0U);
-    EXPECT_EQ(stats.getInputMsgSec_1sec(), 0U);
-    EXPECT_EQ(stats.getMsgsIn(), 150U);
+    endInterval();
+    EXPECT_EQ(input(), (Figures{150, 0, 0, 0, 0}));
 }
 
 TEST_F(QueueStatisticsTest, DroppedBytesCountAsTheMessagesTheyWere) {
     tick(10, 1000, 500); // 100 bytes a message
-    stats.rotateSecond(now);
-    ASSERT_TRUE(stats.rotateInterval(now));
-    EXPECT_EQ(stats.getMsgsIn(), 15U);
+    endInterval();
+    EXPECT_EQ(input(), (Figures{15, 15, 15, 150, 150}));
     EXPECT_EQ(stats.getValidMsgsIn(), 10U);
-    EXPECT_EQ(stats.getInputMsgSec_1sec(), 15U);
-    EXPECT_EQ(stats.getPeakInputMsgSec_1sec(), 15U);
-    EXPECT_EQ(stats.getPeakInputMsgSec_100ms(), 150U);
-    EXPECT_EQ(stats.getInputMsgSec_100ms(), 150U);
     // Only drops in an interval: the mean of the last one holds.
     tick(0, 0, 300);
-    stats.rotateSecond(now);
-    ASSERT_TRUE(stats.rotateInterval(now));
+    endInterval();
     EXPECT_EQ(stats.getMsgsIn(), 18U);
     stats.out.cum_out_dropped_bytes.add(7);
     stats.calcStatsOut(now);
@@ -77,35 +84,25 @@ TEST_F(QueueStatisticsTest, DroppedBytesCountAsTheMessagesTheyWere) {
 TEST_F(QueueStatisticsTest, OutputPeaksStandEachOnItsOwn) {
     tickOut(50, 10);
     tickOut(20, 40);
-    stats.rotateSecond(now);
-    EXPECT_EQ(stats.getOutputMsgSec_100ms(), 500U);
-    EXPECT_EQ(stats.getNetOutputMsgSec_100ms(), 400U);
-    ASSERT_TRUE(stats.rotateInterval(now));
-    EXPECT_EQ(stats.getMsgsOut(), 70U);
-    EXPECT_EQ(stats.getNetMsgsOut(), 50U);
-    EXPECT_EQ(stats.getOutputMsgSec_1sec(), 70U);
-    EXPECT_EQ(stats.getNetOutputMsgSec_1sec(), 50U);
-    EXPECT_EQ(stats.getPeakOutputMsgSec_100ms(), 500U);
-    EXPECT_EQ(stats.getPeakNetOutputMsgSec_100ms(), 400U);
-    EXPECT_EQ(stats.getPeakOutputMsgSec_1sec(), 70U);
-    EXPECT_EQ(stats.getPeakNetOutputMsgSec_1sec(), 50U);
+    endInterval();
+    EXPECT_EQ(output(), (Figures{70, 70, 70, 500, 500}));
+    EXPECT_EQ(netOutput(), (Figures{50, 50, 50, 400, 400}));
 }
 
 TEST_F(QueueStatisticsTest, ClockThatStandsOrStepsBackGivesNoWildRate) {
-    tick(10, 1000, 0);
+    tick(10, 1000);
     for (const double step : {0.0, -3600.0, 1e-9}) {
-        stats.in.m_msgs_in.add(10);
-        stats.in.m_bytes_in.add(5000);
-        stats.calcStats(now += step);
+        now += step - 0.1;
+        tick(10, 5000);
         stats.rotateSecond(now);
         EXPECT_EQ(stats.getInputMsgSec_100ms(), 100U) << step;
     }
 }
 
 TEST_F(QueueStatisticsTest, ZeroMeanSizeStopsTheReportAndLosesNoCounts) {
-    tick(10, 5, 0);
+    tick(10, 5);
     EXPECT_FALSE(stats.rotateInterval(now));
-    tick(0, 995, 0);
+    tick(0, 995);
     EXPECT_TRUE(stats.rotateInterval(now));
     EXPECT_EQ(stats.getMsgsIn(), 10U);
 }

@@ -13,6 +13,17 @@
 
 namespace tivra_internal {
 
+/// What a request says of an alternate index.
+inline AltIndexInfo index(int token, const char* value, tivra::Commands command, bool suppress = false) {
+    AltIndexInfo info;
+    info.kvnid = token;
+    info.tokname = std::to_string(token);
+    info.value = value;
+    info.command = command;
+    info.suppressQuerySnapOutput = suppress;
+    return info;
+}
+
 /// A read handler between fakes, fed with real frames.
 class ReadHandlerTest : public testing::Test {
 protected:

@@ -7,24 +7,14 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+#include "kvnparse/ParserTestKit.h"
 #include "receive/FrameHandler.h"
 #include "receive/Queue.h"
+#include "tp/SocketPair.h"
 
 namespace tivra_internal {
 
-inline std::string makeFrame(std::string_view body) {
-    const auto length = static_cast<uint32_t>(body.size());
-    std::string frame("\x04\x20", 2);
-    for (int shift = 24; shift >= 0; shift -= 8)
-        frame += static_cast<char>(length >> shift & 0xFFU);
-    frame += body;
-    frame += '\x03';
-    return frame;
-}
+using kvnparse_test::frameOf;
 
 /// Keeps what a queue delivers: the frames, and where in memory they lay.
 class RecordingHandler : public FrameHandler {
@@ -43,50 +33,17 @@ public:
     int resets = 0;
 };
 
-/// A pair of connected sockets: tests write at one end, a queue reads at the other without blocking.
-class SocketPair {
-public:
-    SocketPair() {
-        int fds[2] = {-1, -1};
-        if (::socketpair(AF_UNIX, SOCK_STREAM, 0, fds) != 0)
-            ADD_FAILURE() << "socketpair";
-        reader = fds[0];
-        m_writer = fds[1];
-        ::fcntl(reader, F_SETFL, O_NONBLOCK);
-    }
-    ~SocketPair() {
-        closeWriter();
-        ::close(reader);
-    }
-    SocketPair(const SocketPair&) = delete;
-    SocketPair& operator=(const SocketPair&) = delete;
-
-    void write(std::string_view bytes) const {
-        ASSERT_EQ(::write(m_writer, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    }
-    void closeWriter() {
-        if (m_writer >= 0)
-            ::close(m_writer);
-        m_writer = -1;
-    }
-
-    int reader = -1;
-
-private:
-    int m_writer = -1;
-};
-
 /// A queue of the smallest size with a recording consumer, fed through a socket.
 class RingTest : public testing::Test {
 protected:
     static constexpr size_t kRing = 1048576;
     static constexpr size_t kChunk = 65536;
 
-    RingTest() { queue.setQueueHandler(&handler); }
-
-    [[nodiscard]] bool readOnce() {
-        return queue.readFromSocketThenWriteToQueue(socket.reader, nullptr, 1.0);
+    explicit RingTest(bool isCompressed = false) : queue(1, isCompressed, nullptr, 70) {
+        queue.setQueueHandler(&handler);
     }
+
+    [[nodiscard]] bool readOnce() { return queue.readFromSocketThenWriteToQueue(socket.fd(), nullptr, 1.0); }
 
     /// Sends the bytes and has them read, whatever the ring's end cuts.
     void feed(std::string_view bytes) {
@@ -115,7 +72,7 @@ protected:
             left += kRing;
         while (left > 0) {
             const size_t size = left > 2 * kChunk ? kChunk : left > kChunk ? left / 2 : left;
-            feed(makeFrame(std::string(size - 7, 'f')));
+            feed(frameOf(std::string(size - 7, 'f')));
             popAll();
             left -= size;
         }
@@ -126,9 +83,9 @@ protected:
     [[nodiscard]] uint64_t droppedIn() const { return queue.statistics().in.cum_dropped_bytes.get(); }
     [[nodiscard]] uint64_t droppedOut() const { return queue.statistics().out.cum_out_dropped_bytes.get(); }
 
-    SocketPair socket;
+    SocketPair socket{SOCK_NONBLOCK};
     RecordingHandler handler;
-    Queue queue{1, false, nullptr, 70};
+    Queue queue;
 
 private:
     size_t m_position = 0; ///< of the next byte in the ring

@@ -1,7 +1,10 @@
+#include "SocketPair.h"
+
+#include "support/LogCapture.h"
+
 #include <tp/Clock.h>
 #include <tp/EventReactor.h>
 #include <tp/Thread.h>
-#include <tp/eprintf.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,89 +18,59 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
+using testing::ElementsAre;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
 using tp::EventReactor;
 using Names = std::vector<std::string>;
 
-/// Both ends of a connection; the reactor's end is `fd()`.
-class SocketPair {
-public:
-    SocketPair() { EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, m_ends.data()), 0); }
-    ~SocketPair() {
-        hangUp();
-        ::close(m_ends[0]);
-    }
-    SocketPair(const SocketPair&) = delete;
-    SocketPair& operator=(const SocketPair&) = delete;
-
-    [[nodiscard]] int fd() const { return m_ends[0]; }
-    void sendByte() const { EXPECT_EQ(::write(m_ends[1], "x", 1), 1); }
-    void takeByte() const {
-        char byte = 0;
-        EXPECT_EQ(::read(m_ends[0], &byte, 1), 1);
-    }
-    void hangUp() {
-        if (m_ends[1] >= 0)
-            ::close(m_ends[1]);
-        m_ends[1] = -1;
-    }
-
-private:
-    std::array<int, 2> m_ends{-1, -1};
-};
-
-/// Runs what a test gives it and writes down what was called.
+/// Writes down what was called and runs what a test gives it.
 struct Recorder : tp::EventBase {
     Recorder(std::string recorderName, Names& recorderLog)
         : name(std::move(recorderName)), log(recorderLog) {}
 
-    void readableEvent(double) override {
-        log.push_back(name + ".read");
-        onRead();
-    }
-    void writableEvent(double) override {
-        log.push_back(name + ".write");
-        onWrite();
-    }
-    void preActivityEvent(double) override {
-        log.push_back(name + ".pre");
-        onPre();
-    }
-    void postActivityEvent(double) override {
-        log.push_back(name + ".post");
-        onPost();
-    }
+    void readableEvent(double) override { call(".read", onRead); }
+    void writableEvent(double) override { call(".write", onWrite); }
+    void preActivityEvent(double) override { call(".pre", onPre); }
+    void postActivityEvent(double) override { call(".post", onPost); }
     double timerEvent(double curtime) override {
         log.push_back(name + ".timer");
         return onTimer(curtime);
     }
+    void call(const char* event, const std::function<void()>& handler) {
+        log.push_back(name + event);
+        handler();
+    }
 
     std::string name;
     Names& log;
-    std::function<void()> onRead = [] {};
-    std::function<void()> onWrite = [] {};
-    std::function<void()> onPre = [] {};
-    std::function<void()> onPost = [] {};
+    std::function<void()> onRead = [] {}, onWrite = onRead, onPre = onRead, onPost = onRead;
     std::function<double(double)> onTimer = [](double) { return -1.0; };
 };
 
 class Reactor : public ::testing::TestWithParam<EventReactor::Backend> {
 protected:
-    Recorder make(const std::string& name) { return {name, log}; }
     /// Registers the recorder with input waiting.
     void makeReadable(Recorder& recorder, const SocketPair& pair) {
         reactor->regSocket(&recorder, pair.fd());
         reactor->watchReads(&recorder);
-        pair.sendByte();
+        pair.write("x");
+    }
+    static void takeByte(const SocketPair& pair) {
+        char byte = 0;
+        EXPECT_EQ(::read(pair.fd(), &byte, 1), 1);
     }
 
     std::unique_ptr<EventReactor> reactor = std::make_unique<EventReactor>(GetParam());
+    std::function<void()> end = [this] { reactor->end(); };
     Names log;
+    Recorder a{"a", log}, b{"b", log}, c{"c", log};
+    SocketPair pairs[3];
 };
 
 INSTANTIATE_TEST_SUITE_P(Backends, Reactor,
@@ -107,121 +80,90 @@ INSTANTIATE_TEST_SUITE_P(Backends, Reactor,
                          });
 
 TEST_P(Reactor, ABurstIsBracketedOnceAndWalkedBackward) {
-    SocketPair pair;
-    Recorder a = make("a");
-    Recorder b = make("b");
     reactor->regActivity(&a);
     reactor->regActivity(&b);
-    makeReadable(a, pair);
-    pair.sendByte();
-    a.onRead = [&] { pair.takeByte(); }; // one byte an event: two events in one burst
-    a.onPost = [&] { reactor->end(); };
+    makeReadable(a, pairs[0]);
+    pairs[0].write("x");
+    a.onRead = [&] { takeByte(pairs[0]); }; // one byte an event: two events in one burst
+    a.onPost = end;
     reactor->begin();
     EXPECT_EQ(log, (Names{"b.pre", "a.pre", "a.read", "a.read", "b.post", "a.post"}));
 }
 
 TEST_P(Reactor, EndInABurstClosesItOnceAndTheReactorCanBeginAgain) {
-    SocketPair pair;
-    Recorder a = make("a");
     reactor->regActivity(&a);
-    makeReadable(a, pair);
-    a.onRead = [&] { reactor->end(); };
+    makeReadable(a, pairs[0]);
+    a.onRead = end;
     reactor->begin();
     reactor->begin();
     EXPECT_EQ(log, (Names{"a.pre", "a.read", "a.post", "a.pre", "a.read", "a.post"}));
 }
 
 TEST_P(Reactor, HangUpIsReadableEvenWhenNothingIsWatched) {
-    SocketPair pair;
-    Recorder a = make("a");
-    reactor->regSocket(&a, pair.fd());
-    pair.sendByte(); // input alone is not asked for
-    Recorder timer = make("t");
-    timer.onTimer = [&](double) {
-        pair.hangUp();
+    reactor->regSocket(&a, pairs[0].fd());
+    pairs[0].write("x"); // input alone is not asked for
+    b.onTimer = [&](double) {
+        pairs[0].hangUp();
         return -1.0;
     };
-    reactor->regTimer(&timer, 0.0);
-    a.onRead = [&] { reactor->end(); };
+    reactor->regTimer(&b, 0.0);
+    a.onRead = end;
     reactor->begin();
-    EXPECT_EQ(log, (Names{"t.timer", "a.read"}));
+    EXPECT_EQ(log, (Names{"b.timer", "a.read"}));
 }
 
 TEST_P(Reactor, WritableComesBeforeReadableUntilItIsUnwatchedOrTheObjectLeaves) {
-    SocketPair first;
-    SocketPair second;
-    Recorder stays = make("stays");
-    Recorder leaves = make("leaves");
-    for (auto [recorder, pair] : {std::pair{&stays, &first}, std::pair{&leaves, &second}}) {
-        makeReadable(*recorder, *pair);
-        reactor->watchWrites(recorder);
-    }
-    stays.onWrite = [&] { reactor->unWatchWrites(&stays); };
-    stays.onRead = [&] {
-        first.takeByte();
+    makeReadable(a, pairs[0]);
+    makeReadable(b, pairs[1]);
+    reactor->watchWrites(&a);
+    reactor->watchWrites(&b);
+    a.onWrite = [&] { reactor->unWatchWrites(&a); };
+    a.onRead = [&] {
+        takeByte(pairs[0]);
         reactor->end();
     };
-    leaves.onWrite = [&] { reactor->unRegSocket(&leaves); };
+    b.onWrite = [&] { reactor->unRegSocket(&b); };
+    reactor->regSocket(&c, pairs[2].fd());
+    reactor->watchWrites(&c); // without input it is not read
     reactor->begin();
-    EXPECT_THAT(log, ::testing::UnorderedElementsAre("stays.write", "stays.read", "leaves.write"));
-    EXPECT_FALSE(leaves.hasSocket());
-}
-
-TEST_P(Reactor, AWritableSocketWithoutInputIsNotRead) {
-    SocketPair pair;
-    Recorder a = make("a");
-    reactor->regSocket(&a, pair.fd());
-    reactor->watchWrites(&a);
-    a.onWrite = [&] { reactor->end(); };
-    reactor->begin();
-    EXPECT_EQ(log, Names{"a.write"});
+    EXPECT_THAT(log, UnorderedElementsAre("a.write", "a.read", "b.write", "c.write"));
+    EXPECT_FALSE(b.hasSocket());
 }
 
 TEST_P(Reactor, UnwatchedInputThatIsAlreadyPendingIsNotDelivered) {
-    SocketPair pairs[2];
-    Recorder a = make("a");
-    Recorder b = make("b");
     makeReadable(a, pairs[0]);
     makeReadable(b, pairs[1]);
-    const auto silenceBoth = [&] {
+    a.onRead = b.onRead = [&] {
         reactor->unWatchReads(&a);
         reactor->unWatchReads(&b);
         reactor->end();
     };
-    a.onRead = b.onRead = silenceBoth;
     reactor->begin();
     EXPECT_EQ(log.size(), 1U);
 }
 
 TEST_P(Reactor, ANeighbourRemovedInADispatchIsSkippedAndTheOthersAreServed) {
-    SocketPair pairs[3];
-    Recorder a = make("a");
     auto victim = std::make_unique<Recorder>("victim", log);
-    Recorder c = make("c");
     makeReadable(a, pairs[0]);
     makeReadable(*victim, pairs[1]);
     makeReadable(c, pairs[2]);
-    const auto remove = [&] {
+    a.onRead = c.onRead = [&] {
         if (victim)
             reactor->unRegSocket(victim.get());
         victim.reset();
         reactor->end();
     };
-    a.onRead = c.onRead = remove;
     reactor->begin();
-    EXPECT_THAT(log, ::testing::UnorderedElementsAre("a.read", "c.read"));
+    EXPECT_THAT(log, UnorderedElementsAre("a.read", "c.read"));
 }
 
 TEST_P(Reactor, AChangedDescriptorKeepsWhatIsWatched) {
-    SocketPair before;
-    SocketPair after;
-    Recorder a = make("a");
-    makeReadable(a, before);
-    reactor->changeSocketFD(&a, after.fd());
-    EXPECT_EQ(reactor->getSocketFD(&a), after.fd());
-    after.sendByte();
+    makeReadable(a, pairs[0]);
+    reactor->changeSocketFD(&a, pairs[1].fd());
+    EXPECT_EQ(reactor->getSocketFD(&a), pairs[1].fd());
+    pairs[1].write("x");
     a.onRead = [&] {
-        after.takeByte();
+        takeByte(pairs[1]);
         reactor->end();
     };
     reactor->begin();
@@ -229,7 +171,6 @@ TEST_P(Reactor, AChangedDescriptorKeepsWhatIsWatched) {
 }
 
 TEST_P(Reactor, UnregisteredObjectsAreLeftAlone) {
-    Recorder a = make("a");
     reactor->watchReads(&a);
     reactor->unWatchWrites(&a);
     reactor->unRegSocket(&a);
@@ -242,27 +183,22 @@ TEST_P(Reactor, UnregisteredObjectsAreLeftAlone) {
 
 TEST_P(Reactor, TimersFireOnceAPassUntilTheyReturnANegativeTime) {
     const tp::ManualClock clock(1000.0);
-    Recorder every = make("every"); // 0.0 stays registered and is due on each pass
-    Recorder once = make("once");
-    Recorder far = make("far");
     int passes = 0;
-    every.onTimer = [&](double) {
+    c.onTimer = [&](double) {
         if (++passes == 3)
             reactor->end();
-        return 0.0;
+        return 0.0; // stays registered and is due on each pass
     };
-    reactor->regTimer(&far, 1e300); // must not overflow the wait time
-    reactor->regTimer(&once, 999.0);
-    reactor->regTimer(&every, 1000.0);
+    reactor->regTimer(&a, 1e300); // must not overflow the wait time
+    reactor->regTimer(&b, 999.0);
+    reactor->regTimer(&c, 1000.0);
     reactor->begin();
-    EXPECT_EQ(log, (Names{"every.timer", "once.timer", "every.timer", "every.timer"}));
-    EXPECT_FALSE(once.hasTimer());
-    EXPECT_TRUE(far.hasTimer());
+    EXPECT_EQ(log, (Names{"c.timer", "b.timer", "c.timer", "c.timer"}));
+    EXPECT_FALSE(b.hasTimer());
+    EXPECT_TRUE(a.hasTimer());
 }
 
 TEST_P(Reactor, ATimerWaitsForItsTimeAlsoWhenAHandlerRegisteredIt) {
-    Recorder first = make("first");
-    Recorder a = make("a");
     const double due = tp::Clock::now() + 0.03;
     double firedAt = 0.0;
     a.onTimer = [&](double curtime) {
@@ -270,67 +206,52 @@ TEST_P(Reactor, ATimerWaitsForItsTimeAlsoWhenAHandlerRegisteredIt) {
         reactor->end();
         return -1.0;
     };
-    first.onTimer = [&](double) {
+    b.onTimer = [&](double) {
         reactor->regTimer(&a, due);
         return -1.0;
     };
-    reactor->regTimer(&first, 0.0);
+    reactor->regTimer(&b, 0.0);
     reactor->begin();
     EXPECT_GE(firedAt, due);
     EXPECT_LT(firedAt, due + 5.0);
-    EXPECT_DOUBLE_EQ(reactor->getCurTime() < firedAt ? 0.0 : firedAt, firedAt);
+    EXPECT_GE(reactor->getCurTime(), firedAt);
 }
 
 TEST_P(Reactor, AClockThatStepsBackFiresWhatWasDueWithinTheJump) {
-    const struct {
-        double step;
-        bool copes;
-    } cases[] = {{-0.5, false}, {-2.0, true}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.step);
+    for (const double step : {-0.5, -2.0}) {
+        SCOPED_TRACE(step);
         const tp::ManualClock clock(1000.0);
-        tp::eprintf_ctrl(EPF_DISABLE, EPF_SUPPRESS);
+        LogCapture capture;
+        Names calls;
+        Recorder stepper("stepper", calls), within("within", calls), beyond("beyond", calls),
+            last("last", calls);
         reactor = std::make_unique<EventReactor>(GetParam());
-        log.clear();
-        SocketPair pair;
-        Recorder stepper = make("stepper");
-        Recorder within = make("within");
-        Recorder beyond = make("beyond");
-        Recorder last = make("last");
         stepper.onTimer = [&](double) {
-            tp::Clock::stepWallClock(c.step);
+            tp::Clock::stepWallClock(step);
             return -1.0;
         };
-        stepper.onPost = [&] { makeReadable(last, pair); };
-        last.onRead = [&] { reactor->end(); };
+        stepper.onPost = [&] {
+            reactor->unRegActivity(&stepper); // for the first burst alone
+            makeReadable(last, pairs[0]);
+        };
+        last.onRead = end;
         reactor->regTimer(&stepper, 1000.0);
         reactor->regTimer(&within, 1002.0);
         reactor->regTimer(&beyond, 1002.1);
         reactor->regActivity(&stepper);
-        ::testing::internal::CaptureStderr();
-        // The post handler unregisters itself, so it runs for the first burst alone.
-        stepper.onPost = [&, arm = stepper.onPost] {
-            reactor->unRegActivity(&stepper);
-            arm();
-        };
         reactor->begin();
-        const std::string logged = ::testing::internal::GetCapturedStderr();
-        Names expected{"stepper.pre", "stepper.timer", "stepper.post"};
-        if (c.copes)
-            expected.emplace_back("within.timer");
-        expected.emplace_back("last.read");
-        EXPECT_EQ(log, expected);
-        EXPECT_EQ(logged.find("CRIT: Time went backwards - trying to cope. (old=1000.000 new=998.000)") !=
-                      std::string::npos,
-                  c.copes);
-        reactor.reset();
+        Names expected{"stepper.pre", "stepper.timer", "stepper.post", "within.timer", "last.read"};
+        Names warning{"CRIT: Time went backwards - trying to cope. (old=1000.000 new=998.000)"};
+        if (step == -0.5) {
+            std::erase(expected, "within.timer");
+            warning.clear();
+        }
+        EXPECT_EQ(calls, expected);
+        EXPECT_EQ(capture.linesAboveDebug(), warning);
     }
 }
 
 TEST_P(Reactor, HandlersMayUnregisterEachOther) {
-    Recorder a = make("a");
-    Recorder b = make("b");
-    Recorder c = make("c");
     for (Recorder* recorder : {&a, &b, &c}) {
         reactor->regTimer(recorder, 1.0);
         reactor->regActivity(recorder);
@@ -341,25 +262,21 @@ TEST_P(Reactor, HandlersMayUnregisterEachOther) {
         reactor->unRegTimer(&c); // the result is for nobody
         return 5.0;
     };
-    b.onPost = [&] { reactor->end(); };
+    b.onPost = end;
     reactor->begin();
     EXPECT_EQ(log, (Names{"c.pre", "b.pre", "a.pre", "c.timer", "b.timer", "b.post", "a.post"}));
     EXPECT_FALSE(c.hasTimer());
 }
 
 TEST_P(Reactor, AnActivityRemovedByAnotherIsNotWalkedInto) {
-    SocketPair pair;
-    Recorder a = make("a");
-    Recorder b = make("b");
-    Recorder c = make("c");
     for (Recorder* recorder : {&a, &b, &c})
         reactor->regActivity(recorder);
     c.onPre = [&] {
         reactor->unRegActivity(&a);
         reactor->unRegActivity(&b); // which stood in the slot that the walk comes to next
     };
-    makeReadable(c, pair);
-    c.onRead = [&] { reactor->end(); };
+    makeReadable(c, pairs[0]);
+    c.onRead = end;
     reactor->begin();
     EXPECT_THAT(log, ::testing::Not(::testing::Contains("b.pre")));
     EXPECT_EQ(log.back(), "c.post");
@@ -369,7 +286,7 @@ TEST_P(Reactor, ManyObjectsThatDestroyEachOtherInEveryHandler) {
     constexpr std::size_t objects = 60;
     std::mt19937 random(7);
     std::array<std::unique_ptr<Recorder>, objects> alive;
-    std::vector<std::unique_ptr<SocketPair>> pairs;
+    std::array<SocketPair, objects> sockets;
     int calls = 0;
     Recorder* running = nullptr;
     const auto create = [&](std::size_t i, const auto& handler) {
@@ -384,18 +301,12 @@ TEST_P(Reactor, ManyObjectsThatDestroyEachOtherInEveryHandler) {
             run();
             return random() % 2 == 0 ? now : -1.0;
         };
-        reactor->regSocket(&recorder, pairs[i]->fd());
+        reactor->regSocket(&recorder, sockets[i].fd());
         reactor->watchReads(&recorder);
         if (random() % 2 == 0)
             reactor->watchWrites(&recorder);
         reactor->regTimer(&recorder, 0.0);
         reactor->regActivity(&recorder);
-    };
-    const auto destroy = [&](std::size_t i) {
-        reactor->unRegSocket(alive[i].get());
-        reactor->unRegTimer(alive[i].get());
-        reactor->unRegActivity(alive[i].get());
-        alive[i].reset();
     };
     const std::function<void()> handler = [&] {
         log.clear();
@@ -403,17 +314,21 @@ TEST_P(Reactor, ManyObjectsThatDestroyEachOtherInEveryHandler) {
             reactor->end();
         for (int turn = 0; turn < 4; ++turn) {
             const std::size_t i = random() % objects;
-            if (alive[i].get() == running)
-                reactor->unWatchWrites(running);
-            else if (alive[i])
-                destroy(i);
-            else
+            Recorder* const chosen = alive[i].get();
+            if (chosen == nullptr) {
                 create(i, handler);
+            } else if (chosen == running) {
+                reactor->unWatchWrites(chosen);
+            } else {
+                reactor->unRegSocket(chosen);
+                reactor->unRegTimer(chosen);
+                reactor->unRegActivity(chosen);
+                alive[i].reset();
+            }
         }
     };
     for (std::size_t i = 0; i < objects; ++i) {
-        pairs.push_back(std::make_unique<SocketPair>());
-        pairs.back()->sendByte();
+        sockets[i].write("x");
         create(i, handler);
     }
     reactor->begin();
@@ -422,7 +337,6 @@ TEST_P(Reactor, ManyObjectsThatDestroyEachOtherInEveryHandler) {
 
 TEST_P(Reactor, EndFromAnotherThreadReturnsWithinTheIdleWait) {
     std::promise<void> running;
-    Recorder a = make("a");
     a.onTimer = [&](double) {
         running.set_value();
         return -1.0;
@@ -438,21 +352,19 @@ TEST_P(Reactor, EndFromAnotherThreadReturnsWithinTheIdleWait) {
 
 TEST(ReactorLimits, AFullListRefusesAndSaysSo) {
     const auto reactor = std::make_unique<EventReactor>(EventReactor::Backend::poll);
-    std::vector<std::unique_ptr<tp::EventBase>> objects;
-    ::testing::internal::CaptureStderr();
-    for (int i = 0; i <= EventReactor::maxEvents; ++i) {
-        objects.push_back(std::make_unique<tp::EventBase>());
-        reactor->regSocket(objects.back().get(), 0);
-        reactor->regTimer(objects.back().get(), 1.0);
-        reactor->regActivity(objects.back().get());
+    std::vector<tp::EventBase> objects(EventReactor::maxEvents + 1);
+    LogCapture log;
+    for (tp::EventBase& object : objects) {
+        reactor->regSocket(&object, 0);
+        reactor->regTimer(&object, 1.0);
+        reactor->regActivity(&object);
     }
-    const std::string logged = ::testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(objects[EventReactor::maxEvents - 1]->hasSocket());
-    EXPECT_TRUE(objects[EventReactor::maxEvents - 1]->hasTimer());
-    EXPECT_FALSE(objects.back()->hasSocket());
-    EXPECT_FALSE(objects.back()->hasTimer());
-    for (const char* operation : {"CRIT: regSocket", "CRIT: regTimer", "CRIT: regActivity"})
-        EXPECT_THAT(logged, ::testing::HasSubstr(operation));
+    const tp::EventBase& last = objects[EventReactor::maxEvents - 1];
+    EXPECT_TRUE(last.hasSocket() && last.hasTimer());
+    EXPECT_FALSE(objects.back().hasSocket() || objects.back().hasTimer());
+    EXPECT_THAT(log.linesAboveDebug(),
+                ElementsAre(StartsWith("CRIT: regSocket"), StartsWith("CRIT: regTimer"),
+                            StartsWith("CRIT: regActivity")));
 }
 
 int findEPollDescriptor() {
@@ -476,7 +388,7 @@ TEST(ReactorLimits, AHostWithoutStandardInputDoesNotGetTheReactorInItsPlace) {
 
 TEST(ReactorLimits, AWaitThatFailsForGoodNeitherSpinsNorFloodsTheLog) {
     const tp::ManualClock clock(1000.0);
-    tp::eprintf_ctrl(EPF_DISABLE, EPF_SUPPRESS);
+    LogCapture capture;
     const auto reactor = std::make_unique<EventReactor>();
     const int epoll = findEPollDescriptor();
     ASSERT_GE(epoll, 0);
@@ -493,16 +405,11 @@ TEST(ReactorLimits, AWaitThatFailsForGoodNeitherSpinsNorFloodsTheLog) {
         return 0.0;
     };
     reactor->regTimer(&every, 0.0);
-    ::testing::internal::CaptureStderr();
     const auto start = std::chrono::steady_clock::now();
     reactor->begin();
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
-    const std::string logged = ::testing::internal::GetCapturedStderr();
-    std::size_t lines = 0;
-    for (std::size_t at = logged.find("CRIT: Error on poll: ("); at != std::string::npos;
-         at = logged.find("CRIT: Error on poll: (", at + 1))
-        ++lines;
-    EXPECT_EQ(lines, 2U) << logged;
+    const auto line = StartsWith("CRIT: Error on poll: (");
+    EXPECT_THAT(capture.linesAboveDebug(), ElementsAre(line, line));
 }
 
 TEST(ReactorLimits, RegisteringWithoutAHandlerIsFatal) {
