@@ -38,9 +38,9 @@ public:
     Client* operator->() { return m_client.get(); }
     void useWatchlist() { m_client->settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true); }
 
-    /// What was asked of every member so far has been read by it, and its answers by the application: news is
+    /// What was asked of every member so far has been read by it, and its answers by the application: this is
     /// asked of all, and answered when the last of them has.
-    void settle() { EXPECT_EQ(client().ask(tivra::QUERYSNAP, 4100, "HEADLINES"), 0); }
+    void settle() { EXPECT_NE(client().ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER); }
     /// The texts of a tag that a member has got, in order.
     std::vector<std::string> textsAt(std::size_t member, std::int64_t tag) {
         std::vector<std::string> texts;
@@ -50,7 +50,8 @@ public:
         }
         return texts;
     }
-    /// The members that a tag has reached. Each of them must have got `text`, and once.
+    /// The members that a tag has reached. Each of them must have got `text`, and once;
+    /// its tag stands at "#", else at the end.
     Members reached(std::int64_t tag, const std::string& text) {
         Members members;
         for (std::size_t i = 0; i < group.size(); ++i) {
@@ -58,7 +59,8 @@ public:
             if (texts.empty())
                 continue;
             members.insert(i);
-            EXPECT_THAT(texts, ElementsAre(text + "|5026=" + std::to_string(tag)));
+            std::string whole = text.find('#') == std::string::npos ? text + "|5026=#" : text;
+            EXPECT_THAT(texts, ElementsAre(whole.replace(whole.find('#'), 1, std::to_string(tag))));
         }
         return members;
     }
@@ -93,6 +95,7 @@ GroupConfig withOrphan(std::size_t size, int source) {
 struct GroupShape {
     std::size_t size;
     std::size_t dialled;
+    const char* version = "V8.2.1";
 };
 
 void PrintTo(const GroupShape& shape, std::ostream* out) {
@@ -102,75 +105,123 @@ void PrintTo(const GroupShape& shape, std::ostream* out) {
 class GroupOf : public testing::TestWithParam<GroupShape> {};
 
 TEST_P(GroupOf, EveryRequestReachesTheMembersThatItIsFor) {
-    const auto [size, dialled] = GetParam();
-    Market market(withOrphan(size, 777), dialled);
+    const auto [size, dialled, version] = GetParam();
+    GroupConfig config = withOrphan(size, 777);
+    const bool isOld = version[1] < '7'; // news is routed like any other source, so it is on one member only
+    for (tivra_sim::GroupMember& member : config.members)
+        member.hub.hubVersion = version;
+    if (isOld)
+        config.members[0].hub.boxPermissions.erase(4100);
+    const std::size_t newsParts = isOld || size == 1 ? 1 : 2;
+    Market market(std::move(config), dialled);
     ASSERT_TRUE(market->startAndWait());
     std::vector<std::string> events{"DIC_LOADED 20131007.1"};
     for (const int source : market.group.hub(0).config().users[0].permissions)
         events.push_back("AVAILABLE_ALLSOURCES " + std::to_string(source));
     // Nobody carries the orphan: it's routed, and not available.
     events.erase(std::remove(events.begin(), events.end(), "AVAILABLE_ALLSOURCES 777"), events.end());
+    const std::size_t sources = events.size() - 1;
     events.push_back("ESTABLISHED");
     EXPECT_EQ(market->sessionEvents(), events);
     EXPECT_THAT(market->log(),
                 HasSubstr("This client is connected to a " + std::to_string(size) + "-way HUB"));
 
-    struct Sent {
-        std::int64_t tag;
-        std::string text;
+    const Members everybody = all(size);
+    const Members first{0}, last{size - 1}, byDefault{dialled};
+    const Members newsHubs = isOld ? last : everybody;
+    constexpr int any = Client::NO_ANSWER, noSymbol = status::UNKNOWN_SYMBOL;
+    const auto noCommand = static_cast<tivra::Commands>(24);
+    struct Row {
+        tivra::Commands command;
+        std::string text; ///< the command's word, or the whole text as Market::reached takes it
+        int source;
+        std::string symbol;
         Members members;
-        std::pair<std::size_t, int> answer;
+        int code; ///< of the answer; any for what is the simulator's business
+        std::size_t parts = 0;
+        std::vector<Client::Field> more = {};
     };
-    std::vector<Sent> sent;
-    const auto ask = [&](tivra::Commands command, const char* word, int source, const std::string& symbol,
-                         Members members, std::size_t parts, int code) {
-        std::string text = std::string("5022=") + word + (source != 0 ? "|4=" + std::to_string(source) : "");
-        text += symbol.empty() ? "" : "|5=" + symbol;
-        sent.push_back({market->send(command, source, symbol), text, std::move(members), {parts, code}});
+    std::vector<Row> table{
+        {tivra::QUERYSNAP, "QuerySnap", 100, "IBM", first, 0, 1},
+        {tivra::QUERYSNAP, "QuerySnap", 101, "IBM131221C185", {1 % size}, 0, 1},
+        {tivra::QUERYSNAP, "QuerySnap", 102, "ESZ3", {2 % size}, status::NO_PERMISSION},
+        {tivra::QUERYSNAP, "QuerySnap", 100, "IBM|5022=Unsubscribe", first, any},
+        {tivra::LISTAVAILABLETOKENS, "ListAvailableTokens", 101, "", {1 % size}, any},
+        {tivra::ADDALTERNATEINDEX, "AddAlternateIndex", 101, "", {1 % size}, 0, 0, {{5035, "3126"}}},
+        {noCommand, "4=100|5=IBM|5022=", 100, "IBM", first, any},
+        // What nobody has is asked of the default hub.
+        {tivra::QUERYSNAP, "QuerySnap", 777, "X", byDefault, status::NOT_CARRIED},
+        {tivra::QUERYSNAP, "QuerySnap", 778, "X", byDefault, status::NOT_CARRIED},
+        {tivra::QUERYSNAP, "QuerySnap", -2, "X", byDefault, any},
+        {tivra::LISTUSERPERMISSION, "ListUserPermission", 0, "", byDefault, 0},
+        {tivra::LISTENUMERATION, "ListEnumeration", 0, "", byDefault, any, 0, {{5035, "158"}}},
+        {tivra::LISTADMINISTRATIONINFO, "ListAdministrationInfo", 0, "", byDefault, 0},
+        // By identifier: the image is asked for with the updates.
+        {tivra::SUBSCRIBE, "QuerySnapAndSubscribe", 100, "", first, 0, 0, {{3123, "459200101"}}},
+        {tivra::QUERYSNAP, "QuerySnap", 100, "", first, 0, 1, {{3125, "US4592001014"}}},
+        {tivra::SUBSCRIBE, "QuerySnapAndSubscribe", 300, "", everybody, any, 0, {{3126, "1"}}},
+        // A lower case letter matches too; what matches nothing is anybody's, so the default hub's.
+        {tivra::QUERYSNAP, "QuerySnap", 300, "zz", last, status::UNKNOWN_SYMBOL},
+        {tivra::QUERYSNAP, "QuerySnap", 300, "9", byDefault, status::UNKNOWN_SYMBOL},
+        // The whole of a split source, news, and what names no source go to all.
+        {tivra::QUERYWILDCARD, "QueryWildCard", 300, "*", everybody, 0, 26},
+        {tivra::SUBSCRIBEWILDCARD, "SubscribeWildCard", 300, "*", everybody, 0},
+        {tivra::UNSUBSCRIBEWILDCARD, "UnsubscribeWildCard", 300, "*", everybody, 0},
+        {tivra::QUERYSNAPANDSUBSCRIBEWILDCARD, "QuerySnapAndSubscribeWildCard", 300, "Z*", everybody, any},
+        {tivra::SUBSCRIBE, "Subscribe", 300, "{x", everybody, status::UNKNOWN_SYMBOL},
+        {tivra::QUERYSNAP, "QuerySnap", 4100, "HEADLINES", newsHubs, 0, newsParts},
+        {tivra::QUERYSNAP, "QuerySnap", 4100, "NOSUCH", newsHubs, isOld ? any : +status::NOT_CARRIED},
+        {tivra::GETALLUSERS, "GetAllUsers", 0, "", everybody, 0},
+        {tivra::QUERYXREF, "QueryXRef", 0, "IBM", everybody, any},
+        {tivra::SETCONFLATIONINTERVAL, "SetConflationInterval", 0, "", everybody, 0, 0, {{2029, "500"}}},
+        {noCommand, "5=IBM|5022=", 0, "IBM", everybody, any},
+        {tivra::QUERYSNAPANDSUBSCRIBE, "QuerySnapAndSubscribe", 0, "", everybody, any},
+        {tivra::SUBSCRIBE, "5022=Subscribe|5026=#|5=FULLSUBNOTALLOWEDFROMAPI", 0, "", everybody, noSymbol},
+        {tivra::UNSUBSCRIBE, "5022=Unsubscribe|5026=#|5=FULLUNSUBNOTALLOWEDFROMAPI", 0, "", everybody,
+         noSymbol},
+        // The library's own answer: each source but news.
+        {tivra::GETSOURCEPORTDETAILS, "", 0, "", {}, 0, sources - 1},
     };
     for (std::size_t i = 0; i < size; ++i)
-        ask(tivra::QUERYSNAP, "QuerySnap", 200 + static_cast<int>(i), "REGION" + std::to_string(i), {i}, 1,
-            0);
-    for (std::size_t letter = 0; letter < 26; ++letter) {
-        std::size_t owner = 0;
+        table.push_back(
+            {tivra::QUERYSNAP, "QuerySnap", 200 + int(i), "REGION" + std::to_string(i), {i}, 0, 1});
+    for (std::size_t letter = 0, owner = 0; letter < 26; ++letter) {
         while (letter >= (owner + 1) * 26 / size)
             ++owner;
-        ask(tivra::QUERYSNAP, "QuerySnap", 300, std::string(1, static_cast<char>('A' + letter)) + "BOND",
-            {owner}, 1, 0);
+        const std::string symbol = static_cast<char>('A' + letter) + std::string("BOND");
+        table.push_back({tivra::QUERYSNAP, "QuerySnap", 300, symbol, {owner}, 0, 1});
     }
-    ask(tivra::QUERYSNAP, "QuerySnap", 100, "IBM", {0}, 1, 0);
-    ask(tivra::QUERYSNAP, "QuerySnap", 101, "IBM131221C185", {1 % size}, 1, 0);
-    ask(tivra::QUERYSNAP, "QuerySnap", 102, "ESZ3", {2 % size}, 0, status::NO_PERMISSION);
-    // A lower case letter matches too; what matches nothing is anybody's, so the default hub's.
-    ask(tivra::QUERYSNAP, "QuerySnap", 300, "zz", {size - 1}, 0, status::UNKNOWN_SYMBOL);
-    ask(tivra::QUERYSNAP, "QuerySnap", 300, "9", {dialled}, 0, status::UNKNOWN_SYMBOL);
-    // The whole of a split source, news, and what names no source go to all.
-    ask(tivra::QUERYWILDCARD, "QueryWildCard", 300, "*", all(size), 26, 0);
-    ask(tivra::SUBSCRIBE, "Subscribe", 300, "{x", all(size), 0, status::UNKNOWN_SYMBOL);
-    ask(tivra::QUERYSNAP, "QuerySnap", 4100, "HEADLINES", all(size), size > 1 ? 2 : 1, 0);
-    ask(tivra::QUERYSNAP, "QuerySnap", 4100, "NOSUCH", all(size), 0, status::NOT_CARRIED);
-    ask(tivra::GETALLUSERS, "GetAllUsers", 0, "", all(size), 0, 0);
-    // What nobody has is asked of the default hub.
-    ask(tivra::QUERYSNAP, "QuerySnap", 777, "X", {dialled}, 0, status::NOT_CARRIED);
-    ask(tivra::QUERYSNAP, "QuerySnap", 778, "X", {dialled}, 0, status::NOT_CARRIED);
-    ask(tivra::LISTUSERPERMISSION, "ListUserPermission", 0, "", {dialled}, 0, 0);
-    for (const Sent& request : sent)
-        ASSERT_TRUE(market->waitForEnd(request.tag)) << request.text;
+    for (Row& row : table) {
+        if (row.text.find('=') != std::string::npos)
+            continue;
+        row.text = "5022=" + row.text + (row.source != 0 ? "|4=" + std::to_string(row.source) : "");
+        row.text += row.symbol.empty() ? "" : "|5=" + row.symbol;
+        for (const auto& [number, value] : row.more)
+            row.text += "|" + std::to_string(number) + "=" + value;
+    }
+    std::vector<std::int64_t> tags;
+    for (const Row& row : table)
+        tags.push_back(market->send(row.command, row.source, row.symbol, row.more));
+    for (std::size_t i = 0; i < table.size(); ++i)
+        ASSERT_TRUE(table[i].code == any || market->waitForEnd(tags[i])) << table[i].text;
     market.settle();
-    for (const Sent& request : sent) {
-        SCOPED_TRACE(request.text);
-        EXPECT_EQ(market.reached(request.tag, request.text), request.members);
-        EXPECT_EQ(market.answerOf(request.tag), request.answer);
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        const Row& row = table[i];
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(market.reached(tags[i], row.text), row.members);
+        if (row.code != any) {
+            EXPECT_EQ(market.answerOf(tags[i]), std::pair(row.parts, row.code));
+        }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(E2E, GroupOf,
                          testing::Values(GroupShape{1, 0}, GroupShape{2, 0}, GroupShape{2, 1},
                                          GroupShape{3, 0}, GroupShape{3, 2}, GroupShape{8, 0},
-                                         GroupShape{8, 5}),
+                                         GroupShape{3, 1, "V6.9.0"}, GroupShape{8, 5}),
                          [](const auto& shape) {
                              return std::to_string(shape.param.size) + "Dialled" +
-                                    std::to_string(shape.param.dialled);
+                                    std::to_string(shape.param.dialled) + "V" + shape.param.version[1];
                          });
 
 TEST(Group, EachMemberIsAskedWhatItsPlaceCallsFor) {
@@ -309,6 +360,28 @@ TEST(Group, TheSourcesOfALostMemberGoAndComeBackInOrder) {
     ASSERT_TRUE(market->waitForSessionEvent("ESTABLISHED"));
     EXPECT_THAT(market->sessionEvents(), testing::Not(testing::Contains(HasSubstr("RECOVERY"))));
     market.settle();
+}
+
+TEST(Group, AnIdentifierIsFollowedThroughASplitSourceAndIntoTheUnsubscribe) {
+    Market market(3);
+    market.useWatchlist();
+    ASSERT_TRUE(market->startAndWait());
+    const Record quote = Record(300, "BBOND").add(101, "98").add(tivra::ISIN, "US1");
+    market.group.pushRecord(quote);
+    const std::int64_t tag = market->send(tivra::SUBSCRIBE, 300, "", {{tivra::ISIN, "US1"}});
+    ASSERT_TRUE(market->waitForEnd(tag));
+    EXPECT_EQ(market.reached(tag, "5022=QuerySnapAndSubscribe|4=300|3125=US1"), all(3));
+    EXPECT_EQ(market.answerOf(tag), std::pair(std::size_t{0}, +status::UNKNOWN_SYMBOL)) << "the worst of all";
+    EXPECT_EQ(market.group.pushRecord(quote), 1U);
+    ASSERT_TRUE(market->waitForUpdates(1));
+    EXPECT_THAT(market->messages().back().alternates,
+                ElementsAre(testing::Pair(tivra_sim::token::ISIN, "US1")));
+    const std::int64_t end =
+        market->send(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, std::to_string(tag)}});
+    ASSERT_TRUE(market->waitForEnd(end));
+    market.settle();
+    EXPECT_EQ(market.reached(end, "5022=Unsubscribe|4=300|3125=US1"), all(3));
+    EXPECT_EQ(market.group.pushRecord(quote), 0U);
 }
 
 TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {

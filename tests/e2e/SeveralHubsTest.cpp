@@ -106,6 +106,25 @@ TEST_F(SeveralHubsTest, ARequestToAllGetsOneAnswer) {
     }
 }
 
+TEST_F(SeveralHubsTest, AHubThatLeftCanStillAnswerOnceAndNoMore) {
+    first.ignore("QueryXRef");
+    second.ignore("QueryXRef");
+    const std::int64_t tag = client.send(tivra::QUERYXREF, 0, "IBM");
+    ASSERT_TRUE(second.waitForCommand("QueryXRef"));
+    ASSERT_TRUE(first.waitForCommand("QueryXRef"));
+    first.dropConnections();
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
+    const std::string answer = "5026=" + std::to_string(tag) + "|5001=";
+    for (const char* status : {"-3", "-4"})
+        second.sendBody(answer + status);
+    settle();
+    EXPECT_THAT(client.messagesOf(tag), testing::IsEmpty());
+    first.sendBody(answer + "0");
+    settle();
+    ASSERT_THAT(client.messagesOf(tag), testing::SizeIs(1));
+    EXPECT_EQ(client.messagesOf(tag).back().status, -3);
+}
+
 /// A hub that is away while its requests pile up: what goes to both is answered by the other one, and nothing
 /// is lost or overtaken.
 TEST(SeveralHubs, FullQueueOfOneHubKeepsTheOrder) {

@@ -59,15 +59,6 @@ TEST(RequestInternal, TagReferredToIsTakenFromEveryForm) {
     EXPECT_EQ(RequestInternal(&text).getUnsubtag(), int64_t{1} << 40);
 }
 
-TEST(RequestInternal, NullCommandIsWritten) {
-    RequestImpl builder;
-    builder.add(4, 1);
-    RequestInternal request(&builder);
-    request.setNullCmd();
-    request.setTag(18);
-    EXPECT_EQ(request.getKVNCommand(), "4=1|5022=|5026=18");
-}
-
 TEST(RequestInternal, ModifyTagTouchesWholePairsOnly) {
     struct Case {
         std::string before;
@@ -87,18 +78,6 @@ TEST(RequestInternal, ModifyTagTouchesWholePairsOnly) {
         EXPECT_EQ(request.getUnsubtag(), 18);
         EXPECT_EQ(request.getTag(), 99);
     }
-}
-
-TEST(RequestInternal, EmptiedRequestIsRebuiltFromItsFront) {
-    auto request = subscription(20);
-    request->clearRequest();
-    request->modifyCommand(tivra::UNSUBSCRIBE);
-    request->modifyTag(20, false);
-    EXPECT_EQ(request->getKVNCommand(), "5026=20|5022=Unsubscribe|");
-    EXPECT_EQ(request->getUnsubtag(), -1);
-    EXPECT_TRUE(request->isCommandSet());
-    request->add(5, std::string("WORD"));
-    EXPECT_EQ(request->getKVNCommand(), "5026=20|5022=Unsubscribe||5=WORD");
 }
 
 TEST(RequestInternal, CloneTakesTheTagAndDropsThePairs) {
