@@ -20,23 +20,6 @@ bool passesAnyFilter(int token) {
 
 } // namespace
 
-Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-    if (this != &other) {
-        reset();
-        m_fd = other.release();
-    }
-    return *this;
-}
-
-int Descriptor::release() {
-    return std::exchange(m_fd, -1);
-}
-
-void Descriptor::reset() {
-    if (m_fd >= 0)
-        ::close(std::exchange(m_fd, -1));
-}
-
 Connection::Connection(std::uint64_t id, Descriptor socket, std::string localAddress, std::string peerAddress,
                        std::uint16_t peerPort)
     : m_id(id)

@@ -1,6 +1,7 @@
 #ifndef TIVRA_SIM_CONNECTION_H
 #define TIVRA_SIM_CONNECTION_H
 
+#include "Descriptor.h"
 #include "HubModel.h"
 #include "OutputQueue.h"
 #include "tivra_sim/Hub.h"
@@ -16,22 +17,6 @@
 #include <vector>
 
 namespace tivra_sim {
-
-/// A file descriptor that is closed when its owner goes.
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : m_fd(fd) {}
-    Descriptor(Descriptor&& other) noexcept : m_fd(other.release()) {}
-    Descriptor& operator=(Descriptor&& other) noexcept;
-    ~Descriptor() { reset(); }
-
-    [[nodiscard]] int get() const { return m_fd; }
-    int release();
-    void reset();
-
-private:
-    int m_fd;
-};
 
 /// What a client asked to be sent, under the tag of its request.
 struct Subscription {

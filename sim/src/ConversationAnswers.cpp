@@ -168,7 +168,13 @@ Responder::Bodies Responder::listSplitExchanges(Connection&, const Request& requ
 }
 
 Responder::Bodies Responder::getAllPorts(Connection&, const Request& request) {
-    return {answerTo(request).add(token::PORT, m_state.port).add(token::STATUS, status::SUCCESS).body()};
+    Record record = answerTo(request);
+    if (m_state.group == nullptr)
+        record.add(token::PORT, m_state.port);
+    else
+        for (const GroupDirectory::Place& place : m_state.group->dataPlaces())
+            record.add(token::PORT, place.port);
+    return succeededWith(std::move(record));
 }
 
 Responder::Bodies Responder::getXrefPort(Connection&, const Request& request) {

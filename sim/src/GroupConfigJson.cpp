@@ -83,6 +83,49 @@ ordered behaviourJson(const Behaviour& behaviour) {
             {"faults", faults}};
 }
 
+constexpr std::array<std::pair<const char*, Role>, 3> ROLES{
+    {{"data", Role::Data}, {"door", Role::Door}, {"xref", Role::Xref}}};
+
+Role readRole(const json& value, const std::string& where) {
+    const std::string word = textOf(value, where);
+    for (const auto& [name, role] : ROLES) {
+        if (word == name)
+            return role;
+    }
+    fail(where, "must be \"data\", \"door\" or \"xref\", not \"" + word + "\"");
+}
+
+ManagerConfig readManager(const json& value, const std::string& where) {
+    ManagerConfig manager;
+    const auto readUsers = [&](const json& v, const std::string& w) {
+        if (!v.is_object())
+            fail(w, "must be an object of names and passwords");
+        for (const auto& [name, password] : v.items())
+            manager.users[name] = textOf(password, inside(w, name));
+    };
+    readObject(value, where,
+               {{"address", [&](const json& v, const std::string& w) { manager.address = textOf(v, w); }},
+                {"port",
+                 [&](const json& v, const std::string& w) {
+                     manager.port = static_cast<std::uint16_t>(intOf(v, w, 0, 65535));
+                 }},
+                {"users", readUsers},
+                {"hubs", [&](const json& v, const std::string& w) { manager.otherHubs = textOf(v, w); }},
+                {"status", [&](const json& v, const std::string& w) { manager.status = intOf(v, w); }},
+                {"delayMs", [&](const json& v, const std::string& w) {
+                     manager.delay = std::chrono::milliseconds(integerOf(v, w, 0, 86400000));
+                 }}});
+    return manager;
+}
+
+ordered managerJson(const ManagerConfig& manager, HubConfig::Passwords passwords) {
+    ordered users = ordered::object();
+    for (const auto& [name, password] : manager.users)
+        users[name] = passwords == HubConfig::Passwords::Show ? password : "***";
+    return {{"address", manager.address}, {"port", manager.port},     {"users", users},
+            {"hubs", manager.otherHubs},  {"status", manager.status}, {"delayMs", manager.delay.count()}};
+}
+
 std::size_t memberOf(const json& value, const std::string& where) {
     return static_cast<std::size_t>(intOf(value, where, 0, static_cast<int>(GroupConfig::MOST_MEMBERS) - 1));
 }
@@ -132,6 +175,7 @@ void readMembers(const json& value, const json* list, GroupConfig& config) {
             readers["behaviour"] = [&](const json& v, const std::string& w) {
                 readBehaviour(v, w, member.behaviour);
             };
+            readers["role"] = [&](const json& v, const std::string& w) { member.role = readRole(v, w); };
             if ((*list)[i].is_object() && (*list)[i].contains("base"))
                 member.hub = baseOf((*list)[i], at("members", i));
             readObject((*list)[i], at("members", i), readers);
@@ -156,6 +200,7 @@ GroupConfig GroupConfig::fromJson(std::string_view text) {
                {{"size", [](const json&, const std::string&) {}},
                 {"hub", [](const json&, const std::string&) {}},
                 {"members", [&](const json& v, const std::string&) { members = &v; }},
+                {"managers", listReader(config.managers, readManager)},
                 {"splits", [&](const json& v, const std::string& w) {
                      config.splits.clear();
                      for (std::size_t i = 0; i < arrayOf(v, w).size(); ++i)
@@ -182,9 +227,16 @@ std::string GroupConfig::toJson(HubConfig::Passwords passwords) const {
     for (const GroupMember& member : members) {
         ordered entry = hubJson(member.hub, passwords);
         entry["behaviour"] = behaviourJson(member.behaviour);
+        for (const auto& [name, role] : ROLES) {
+            if (role == member.role)
+                entry["role"] = name;
+        }
         memberList.push_back(std::move(entry));
     }
-    const ordered value{{"splits", splitList}, {"members", memberList}};
+    ordered managerList = ordered::array();
+    for (const ManagerConfig& manager : managers)
+        managerList.push_back(managerJson(manager, passwords));
+    const ordered value{{"splits", splitList}, {"members", memberList}, {"managers", managerList}};
     return value.dump(2, ' ', false, ordered::error_handler_t::replace);
 }
 

@@ -24,6 +24,11 @@ void GroupDirectory::setPlace(std::size_t member, Place place) {
     m_members.at(member).place = std::move(place);
 }
 
+void GroupDirectory::setRole(std::size_t member, Role role) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_members.at(member).role = role;
+}
+
 void GroupDirectory::setSources(std::size_t member, std::set<int> sources) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_members.at(member).sources = std::move(sources);
@@ -40,22 +45,29 @@ void GroupDirectory::split(int source, const Patterns& patterns) {
         m_splits[source] = std::move(rules);
 }
 
-std::vector<GroupDirectory::Place> GroupDirectory::places() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<Place> places;
-    for (const Member& member : m_members)
-        places.push_back(member.place);
-    return places;
-}
-
-std::vector<GroupDirectory::Place> GroupDirectory::carriers(int source) const {
+template<class Wanted>
+std::vector<GroupDirectory::Place> GroupDirectory::placesWhere(Wanted wanted) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<Place> places;
     for (const Member& member : m_members) {
-        if (member.sources.count(source) > 0)
+        if (wanted(member))
             places.push_back(member.place);
     }
     return places;
+}
+
+std::vector<GroupDirectory::Place> GroupDirectory::places() const {
+    return placesWhere([](const Member& member) { return member.role != Role::Door; });
+}
+
+std::vector<GroupDirectory::Place> GroupDirectory::dataPlaces() const {
+    return placesWhere([](const Member& member) { return member.role == Role::Data; });
+}
+
+std::vector<GroupDirectory::Place> GroupDirectory::carriers(int source) const {
+    return placesWhere([source](const Member& member) {
+        return member.role != Role::Door && member.sources.count(source) > 0;
+    });
 }
 
 std::map<int, std::vector<std::string>> GroupDirectory::splitsOf(std::size_t member) const {

@@ -1,6 +1,8 @@
 #ifndef TIVRA_SIM_GROUPDIRECTORY_H
 #define TIVRA_SIM_GROUPDIRECTORY_H
 
+#include "tivra_sim/GroupConfig.h"
+
 #include <regex.h>
 
 #include <cstddef>
@@ -28,13 +30,16 @@ public:
     explicit GroupDirectory(std::size_t members) : m_members(members) {}
 
     void setPlace(std::size_t member, Place place);
+    void setRole(std::size_t member, Role role);
     void setSources(std::size_t member, std::set<int> sources);
     /// Divides a source by patterns; none ends the division.
     void split(int source, const Patterns& patterns);
 
-    /// Every member, in order.
+    /// Every member but doors, in order.
     [[nodiscard]] std::vector<Place> places() const;
-    /// The members that carry a source.
+    /// The members that clients dial at once, in order.
+    [[nodiscard]] std::vector<Place> dataPlaces() const;
+    /// The members that carry a source, but doors.
     [[nodiscard]] std::vector<Place> carriers(int source) const;
     /// The split sources that a member carries, with its patterns.
     [[nodiscard]] std::map<int, std::vector<std::string>> splitsOf(std::size_t member) const;
@@ -45,7 +50,10 @@ private:
     struct Member {
         Place place;
         std::set<int> sources;
+        Role role = Role::Data;
     };
+    template<class Wanted>
+    std::vector<Place> placesWhere(Wanted wanted) const;
     /// One pattern; one that does not compile is told to clients and matches nothing.
     struct Rule {
         std::size_t member = 0;

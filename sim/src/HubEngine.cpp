@@ -23,16 +23,8 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr int BACKLOG = 512;
-
 [[noreturn]] void failed(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
-}
-
-Descriptor checked(int fd, const char* what) {
-    if (fd < 0)
-        failed(what);
-    return Descriptor(fd);
 }
 
 std::pair<std::string, std::uint16_t> addressText(const sockaddr_in& address) {
@@ -105,27 +97,8 @@ void HubEngine::start() {
 }
 
 void HubEngine::listen() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(m_port.load());
-    if (inet_pton(AF_INET, m_config.bindAddress.c_str(), &address.sin_addr) != 1)
-        throw std::system_error(std::make_error_code(std::errc::invalid_argument),
-                                "cannot listen on \"" + m_config.bindAddress +
-                                    "\", which is no IPv4 address");
-    Descriptor listener =
-        checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "cannot make a socket");
-    const int yes = 1;
-    ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    const std::string place = m_config.bindAddress + ":" + std::to_string(m_port.load());
-    // The address structures of the socket calls share their first member, which says what they are.
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    if (::bind(listener.get(), generic, sizeof address) != 0)
-        failed("cannot bind to " + place);
-    if (::listen(listener.get(), BACKLOG) != 0)
-        failed("cannot listen on " + place);
-    socklen_t length = sizeof address;
-    if (::getsockname(listener.get(), generic, &length) != 0)
-        failed("cannot read the address of " + place);
+    std::uint16_t port = m_port;
+    Descriptor listener = listenOn(m_config.bindAddress, port);
     Descriptor epoll = checked(::epoll_create1(EPOLL_CLOEXEC), "cannot make an epoll descriptor");
     Descriptor wake = checked(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "cannot make an event descriptor");
     Descriptor timer =
@@ -133,7 +106,7 @@ void HubEngine::listen() {
     watchDescriptor(epoll.get(), listener.get(), &m_listener);
     watchDescriptor(epoll.get(), wake.get(), &m_wake);
     watchDescriptor(epoll.get(), timer.get(), &m_timer);
-    m_port = ntohs(address.sin_port);
+    m_port = port;
     m_state.port = m_port;
     announcePlace();
     m_listener = std::move(listener);

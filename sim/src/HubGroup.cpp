@@ -18,6 +18,7 @@ HubGroup::HubGroup(GroupConfig config) : m_config(std::move(config)) {
     for (std::size_t member = 0; member < m_config.members.size(); ++member) {
         m_hubs.push_back(
             std::unique_ptr<Hub>(new Hub(std::move(m_config.members[member].hub), m_directory, member)));
+        m_directory->setRole(member, m_config.members[member].role);
         behave(member);
     }
 }
@@ -42,13 +43,31 @@ void HubGroup::start() {
             if (m_config.members[member].behaviour.isDown)
                 m_hubs[member]->stop();
         }
+        startManagers();
     } catch (...) {
         stop();
         throw;
     }
 }
 
+void HubGroup::startManagers() {
+    if (m_managers.empty()) {
+        std::uint16_t port = 0;
+        for (ManagerConfig& config : m_config.managers) {
+            if (port != 0)
+                config.port = port;
+            m_managers.push_back(std::make_unique<Manager>(config));
+            m_managers.back()->start();
+            port = m_managers.back()->port();
+        }
+    }
+    for (const auto& manager : m_managers)
+        manager->start();
+}
+
 void HubGroup::stop() {
+    for (const auto& manager : m_managers)
+        manager->stop();
     for (const auto& member : m_hubs)
         member->stop();
 }

@@ -155,6 +155,7 @@ TEST_P(GroupOf, EveryRequestReachesTheMembersThatItIsFor) {
         {tivra::QUERYSNAP, "QuerySnap", -2, "X", byDefault, any},
         {tivra::LISTUSERPERMISSION, "ListUserPermission", 0, "", byDefault, 0},
         {tivra::LISTENUMERATION, "ListEnumeration", 0, "", byDefault, any, 0, {{5035, "158"}}},
+        {tivra::LISTAVAILABLETOKENS, "ListAvailableTokens", 0, "", byDefault, any},
         {tivra::LISTADMINISTRATIONINFO, "ListAdministrationInfo", 0, "", byDefault, 0},
         // By identifier: the image is asked for with the updates.
         {tivra::SUBSCRIBE, "QuerySnapAndSubscribe", 100, "", first, 0, 0, {{3123, "459200101"}}},

@@ -1,166 +1,237 @@
-// A session whose hubs come from a connection manager: what is asked of the manager, hubs that are lost, a
-// first hub that is only a door, and cross-reference hubs that are connected late.
+// A session whose hubs come from a connection manager: what is asked of the manager, managers that fail or
+// change their answers, hubs that are lost, a first hub that is only a door, and late cross-reference hubs.
 #include "Client.h"
 
-#include <cstdio>
+#include <chrono>
+#include <cstdlib>
+#include <future>
 #include <memory>
-#include <mutex>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include "support/LnkDouble.h"
+#include <tivra_sim/HubGroup.h>
 
 using testing::Contains;
 using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using tivra_sim::encodeFrame;
+using testing::SizeIs;
+using tivra::HostConfig;
+using tivra_sim::GroupConfig;
+using tivra_sim::Hub;
+using tivra_sim::HubGroup;
+using tivra_sim::Manager;
+using tivra_sim::ManagerConfig;
+using tivra_sim::Role;
 
 namespace {
 
-constexpr const char* MANAGER = "127.0.1.1";
-constexpr int WRONG_PASSWORD = -7;
+constexpr int SERVER_NOT_AVAILABLE = -9;
+constexpr int NOT_ENTITLED = -11;
 constexpr int OUT_OF_REACH = -114;
+constexpr int NOT_CM = -122;
 
-/// The one manager of the process. It hands out the loopback address for every port.
-class Manager {
-public:
-    Manager() {
-        tell(0);
-        lnkDoubleAnswerBy(&Manager::answer, 0);
+/// A group of three in these roles behind two managers, each of which the session may be sent to.
+GroupConfig managedGroup(std::vector<Role> roles) {
+    GroupConfig config = GroupConfig::realistic(3);
+    config.splits.clear();
+    for (std::size_t member = 0; member < 3; ++member)
+        config.members[member].role = roles[member];
+    for (const char* address : {"127.0.1.1", "127.0.1.2"}) {
+        ManagerConfig manager;
+        manager.address = address;
+        manager.users = {{"demo", "demo"}};
+        config.managers.push_back(manager);
     }
-    /// The status of every look-up from now on; what has been asked is forgotten.
-    void tell(int status) {
-        const std::lock_guard lock(s_mutex);
-        s_status = status;
-        s_asked.clear();
-    }
-    std::vector<std::string> asked() const {
-        const std::lock_guard lock(s_mutex);
-        return s_asked;
-    }
-
-private:
-    static int answer(const char* managerAddr, const char*, const char*, char* out, int size) {
-        const std::lock_guard lock(s_mutex);
-        s_asked.emplace_back(managerAddr);
-        if (s_status == 0)
-            std::snprintf(out, static_cast<std::size_t>(size), "127.0.0.1");
-        return s_status;
-    }
-
-    static inline std::mutex s_mutex;
-    static inline int s_status = 0;
-    static inline std::vector<std::string> s_asked;
-};
-
-std::string managedHost(const tivra_sim::Hub& hub) {
-    return MANAGER + (':' + std::to_string(hub.port()));
+    return config;
 }
 
-/// Makes a hub answer the questions for the data ports of its group and for those of cross references.
-void tellPorts(tivra_sim::Hub& hub, const std::vector<std::uint16_t>& data,
-               const std::vector<std::uint16_t>& xref = {}) {
-    const auto answerOf = [](int tag, const std::vector<std::uint16_t>& ports) {
-        std::string body = "5026=" + std::to_string(tag) + "|13001=127.0.0.1";
-        for (const std::uint16_t port : ports)
-            body += "|13101=" + std::to_string(port);
-        return encodeFrame(body + "|5001=0");
-    };
-    hub.script([all = answerOf(15, data), check = answerOf(7, xref)](
-                   const tivra_sim::Request& request) -> std::optional<tivra_sim::Hub::Frames> {
-        if (request.command == "GetAllPorts")
-            return tivra_sim::Hub::Frames{all};
-        if (request.command == "GetPort" && request.tag == 7)
-            return tivra_sim::Hub::Frames{check};
-        return std::nullopt;
-    });
-}
-
-TEST(Managed, ALoneHubIsFoundAndLooksForAnotherWhenItIsLost) {
-    Manager manager;
-    StartedHub hub;
-    Client client{Client::Options({managedHost(hub)})};
-    client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
-    ASSERT_TRUE(client.startAndWait());
-    EXPECT_THAT(manager.asked(), testing::ElementsAre(managedHost(hub)));
-    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
-
-    hub.restart();
-    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
-    EXPECT_GE(manager.asked().size(), 2U);
-    EXPECT_TRUE(hub.waitForSubscriptions(1)) << "what stands is asked for again";
-
-    client.session().stop();
-    client.forget();
-    ASSERT_TRUE(client.startAndWait());
-    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-}
-
-TEST(Managed, ARefusedUserAndHostsThatDisagreeFailTheStartWithTheReason) {
-    Manager manager;
-    manager.tell(WRONG_PASSWORD);
-    StartedHub hub;
-    Client client{Client::Options({managedHost(hub)})};
-    EXPECT_THAT(client.start(), HasSubstr("failed -7: LNKAPI_ERROR_WRONG_USERNAMEPASSWORD"));
-    client.connections().getHostConfig("127.0.1.2:" + std::to_string(hub.port()));
-    manager.tell(0);
-    for (int attempt = 0; attempt < 2; ++attempt)
-        EXPECT_THAT(client.start(), HasSubstr("failed -99: PRIMARYBACKUP_CMIPPORT_ERROR"));
-    EXPECT_EQ(hub.statistics().connections, 0U);
-}
-
-TEST(Managed, AManagerThatWasOutOfReachIsAskedAgainByTheNextStart) {
-    Manager manager;
-    manager.tell(OUT_OF_REACH);
-    StartedHub hub;
-    Client client{Client::Options({managedHost(hub)})};
-    client.host(managedHost(hub)).set(tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG, 0L);
-    EXPECT_THAT(client.start(), HasSubstr("Connection retry limit exceeded for ")) << "the manager is no hub";
-    manager.tell(0);
-    EXPECT_TRUE(client.startAndWait());
-}
-
-/// Behind the manager: a hub that is configured, and two more that it tells of.
-class ManagedGroup : public testing::Test {
+class Managed : public testing::Test {
 protected:
-    ManagedGroup() {
-        tivra_sim::HubConfig config = hubOf({100, 101, 922});
-        config.boxPermissions = {101, 922}; // a source that another hub offers too
-        door = std::make_unique<StartedHub>(config);
+    explicit Managed(GroupConfig config = managedGroup({Role::Data, Role::Data, Role::Data}))
+        : group(std::move(config)) {
+        group.start();
+        // What the double of the managers' library reads.
+        ::setenv("TIVRA_SIM_MANAGER_PORT", std::to_string(group.manager().port()).c_str(), 1);
     }
-    void makeClient() { client = std::make_unique<Client>(Client::Options({managedHost(*door)})); }
-    void expectEachSourceAtItsHub() {
-        first.clearRequests();
-        second.clearRequests();
-        EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-        EXPECT_EQ(client->ask(tivra::QUERYSNAP, 101, "IBM131221C185"), 0);
-        EXPECT_THAT(first.requestTexts(), Contains(HasSubstr("4=100|")));
-        EXPECT_THAT(second.requestTexts(), Contains(HasSubstr("4=101|")));
+    /// Each by the manager and the member that it names.
+    void makeClient(const std::vector<std::pair<std::size_t, std::size_t>>& hosts = {{0, 0}},
+                    const std::string& password = "demo") {
+        Client::Options options;
+        options.password = password;
+        for (const auto& [manager, member] : hosts)
+            options.hosts.push_back(group.managedHostString(member, manager));
+        client.reset(); // a process has one session
+        client = std::make_unique<Client>(options);
     }
+    void expectRegionAt(std::size_t member) {
+        group.hub(member).clearRequests();
+        EXPECT_EQ(client->ask(tivra::QUERYSNAP, 200 + int(member), "REGION" + std::to_string(member)), 0);
+        EXPECT_THAT(group.hub(member).requestTexts(), Contains(HasSubstr("4=20" + std::to_string(member))));
+    }
+    Manager& manager(std::size_t index = 0) { return group.manager(index); }
 
-    Manager manager;
-    std::unique_ptr<StartedHub> door;
-    StartedHub first{hubOf({100, 922})};
-    StartedHub second{hubOf({101, 922})};
+    HubGroup group;
     std::unique_ptr<Client> client;
 };
 
-TEST_F(ManagedGroup, AFirstHubThatIsOnlyADoorIsDroppedQuietly) {
-    tellPorts(*door, {first.port(), second.port()});
+/// One hub behind the manager, which knows of no others.
+class LoneManaged : public Managed {
+protected:
+    LoneManaged() : Managed(managedGroup({Role::Data, Role::Door, Role::Door})) {}
+};
+
+TEST_F(LoneManaged, AHubIsFoundAndAnotherIsLookedForWhenItIsLost) {
     makeClient();
+    client->settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_THAT(manager().questions(), SizeIs(1));
+    EXPECT_EQ(manager().questions()[0].hubPort, group.hub(0).port());
+    EXPECT_EQ(manager().questions()[0].user, "demo");
+    EXPECT_EQ(client->ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+    ASSERT_TRUE(group.hub(0).waitForSubscriptions(1));
+
+    // The manager sends it to another machine, where a hub serves the same port.
+    tivra_sim::HubConfig config = group.hub(0).config();
+    config.bindAddress = "127.0.0.2";
+    config.port = group.hub(0).port();
+    Hub other(config);
+    other.start();
+    manager().handOut(config.port, {"127.0.0.2"});
+    manager().forget();
+    group.hub(0).stop();
+    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 2));
+    EXPECT_TRUE(other.waitForSubscriptions(1)) << "what stands is asked for again";
+    EXPECT_THAT(manager().questions(), Each(Field(&Manager::Question::hubPort, config.port)));
+
+    // Nor does it give up while the manager is away too.
+    manager().stop();
+    other.stop();
+    group.hub(0).start();
+    manager().handOut(config.port, {"127.0.0.1"});
+    ASSERT_TRUE(client->waitForSessionEvent("UNAVAILABLE", 2));
+    manager().start();
+    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 3));
+    EXPECT_TRUE(group.hub(0).waitForSubscriptions(1));
+
+    client->session().stop();
+    client->forget();
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+}
+
+TEST_F(LoneManaged, RefusalsAndDisagreementsFailTheStartWithTheReason) {
+    makeClient({{0, 0}}, "wrong");
+    EXPECT_THAT(client->start(), HasSubstr("failed -7: LNKAPI_ERROR_WRONG_USERNAMEPASSWORD"));
+    manager().answer(NOT_ENTITLED);
+    EXPECT_THAT(client->start(), HasSubstr("failed -11: LNKAPI_ERROR_NOT_ENTITLED"));
+    manager().answer(SERVER_NOT_AVAILABLE);
+    client->connections().set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 2);
+    manager().forget();
+    EXPECT_THAT(client->start(), HasSubstr("failed -9: LNKAPI_ERROR_SERVER_NOT_AVAILABLE"));
+    EXPECT_GE(manager().questions().size(), 2U) << "it is asked again first";
+    manager().answer(0);
+    makeClient({{0, 0}, {1, 0}}); // two managers where one has to be
+    for (int attempt = 0; attempt < 2; ++attempt)
+        EXPECT_THAT(client->start(), HasSubstr("failed -99: PRIMARYBACKUP_CMIPPORT_ERROR"));
+    EXPECT_EQ(group.hub(0).statistics().accepted, 0U);
+}
+
+TEST_F(LoneManaged, WhatIsNoAddressOrNoAnswerEndsAsADirectDial) {
+    makeClient();
+    client->connections().set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 0);
+    client->connections().set(HostConfig::CONNECTION_TIMEOUT_LONG, 1);
+    for (const std::string& nonsense :
+         {std::string("hub.example"), std::string(5000, '1'), std::string("%s%n|5026=1")}) {
+        manager().say(nonsense);
+        EXPECT_THAT(client->start(), HasSubstr("Connection retry limit exceeded for "))
+            << nonsense.substr(0, 20);
+    }
+    manager().say("");
+    manager().setSilent(true);
+    EXPECT_THAT(client->start(), HasSubstr("Connection retry limit exceeded for "))
+        << "the manager is no hub";
+    manager().setSilent(false);
+    manager().answer(OUT_OF_REACH);
+    EXPECT_THAT(client->start(), HasSubstr("Connection retry limit exceeded for "));
+    manager().answer(0);
+    EXPECT_TRUE(client->startAndWait()) << "the next start asks again";
+
+    client.reset();
+    client = std::make_unique<Client>(group.hub(0));
+    manager().answer(NOT_CM);
+    EXPECT_TRUE(client->startAndWait()) << "a hub that is configured itself";
+}
+
+TEST_F(LoneManaged, ASilentManagerHoldsUpAStopForOneTimeLimitAtTheMost) {
+    makeClient();
+    client->connections().set(HostConfig::CONNECTION_TIMEOUT_LONG, 2);
+    manager().setSilent(true);
+    auto started = std::async(std::launch::async, [this] { return client->start(); });
+    ASSERT_TRUE(manager().waitForQuestions(1));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(client->session().stop());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+    EXPECT_EQ(started.get(), "Session stopped before it was established");
+}
+
+TEST_F(LoneManaged, TheBackupsManagerAnswersForThePrimarys) {
+    makeClient();
+    client->host(group.managedHostString(0, 1)).set(HostConfig::BACKUP_BOOL, true);
+    manager(0).stop();
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_THAT(manager(1).questions(), Contains(Field(&Manager::Question::address, "127.0.1.2")));
+    group.hub(0).restart();
+    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 2));
+}
+
+TEST_F(Managed, EachMemberIsHandedOutOnce) {
+    makeClient();
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_THAT(manager().questions(),
+                ElementsAre(Field(&Manager::Question::hubPort, group.hub(0).port()),
+                            testing::AnyOf(Field(&Manager::Question::hubPort, group.hub(1).port()),
+                                           Field(&Manager::Question::hubPort, group.hub(2).port())),
+                            testing::_));
+    for (std::size_t member = 0; member < 3; ++member) {
+        EXPECT_EQ(group.hub(member).statistics().connections, 1U);
+        expectRegionAt(member);
+    }
+}
+
+TEST_F(Managed, TwoDoorsThatLeadToOneHubFailTheStart) {
+    makeClient({{0, 0}, {0, 1}});
+    EXPECT_THAT(client->start(), HasSubstr("Ports/IP should be of different HUB types"));
+}
+
+class BehindADoor : public Managed {
+protected:
+    BehindADoor() : Managed(doorConfig()) {}
+
+private:
+    static GroupConfig doorConfig() {
+        GroupConfig config = managedGroup({Role::Door, Role::Data, Role::Data});
+        config.members[0].hub.boxPermissions = {201, 922}; // a source that another hub offers too
+        return config;
+    }
+};
+
+TEST_F(BehindADoor, ItIsDroppedQuietlyAndNothingGoesThere) {
+    makeClient();
+    Hub& door = group.hub(0);
     for (int round = 0; round < 2; ++round) {
         ASSERT_TRUE(client->startAndWait());
         // Also while the door is still open: what it got would be lost with it.
-        door->clearRequests();
-        expectEachSourceAtItsHub();
+        door.clearRequests();
+        expectRegionAt(1);
         EXPECT_EQ(client->ask(tivra::LISTUSERPERMISSION), 0);
-        EXPECT_THAT(door->requestTexts(), IsEmpty());
-        ASSERT_TRUE(door->waitForConnections(0));
-        expectEachSourceAtItsHub();
+        EXPECT_THAT(door.requestTexts(), IsEmpty());
+        ASSERT_TRUE(door.waitForConnections(0));
+        expectRegionAt(1);
+        expectRegionAt(2);
         EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
         EXPECT_THAT(client->sessionEvents(), Not(Contains("RECOVERY")));
         client->session().stop();
@@ -168,52 +239,42 @@ TEST_F(ManagedGroup, AFirstHubThatIsOnlyADoorIsDroppedQuietly) {
     }
 }
 
-TEST_F(ManagedGroup, AMemberThatListsItselfStays) {
-    tellPorts(*door, {door->port(), first.port(), second.port(), first.port()});
-    makeClient();
-    ASSERT_TRUE(client->startAndWait());
-    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-    EXPECT_EQ(door->statistics().connections, 1U);
-    EXPECT_THAT(manager.asked(), Each(HasSubstr(MANAGER)));
-    EXPECT_EQ(manager.asked().size(), 3U);
-}
+class WithCrossReferences : public Managed {
+protected:
+    WithCrossReferences() : Managed(managedGroup({Role::Data, Role::Data, Role::Xref})) { makeClient(); }
+};
 
-TEST_F(ManagedGroup, CrossReferenceHubsAreConnectedAtTheFirstNeed) {
-    tellPorts(*door, {door->port(), first.port()}, {second.port()});
-    makeClient();
+TEST_F(WithCrossReferences, TheirHubsAreConnectedAtTheFirstNeed) {
     ASSERT_TRUE(client->startAndWait());
-    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-    EXPECT_EQ(second.statistics().connections, 0U);
+    expectRegionAt(0);
+    EXPECT_EQ(group.hub(2).statistics().connections, 0U);
     client->forget();
     EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
-    const std::vector<const tivra_sim::Hub*> hubs{door.get(), &first, &second};
-    for (const tivra_sim::Hub* hub : hubs)
-        EXPECT_THAT(hub->requestTexts(), Contains(HasSubstr("5022=QueryXRef")));
+    for (std::size_t member = 0; member < 3; ++member)
+        EXPECT_THAT(group.hub(member).requestTexts(), Contains(HasSubstr("5022=QueryXRef")));
     EXPECT_THAT(client->sessionEvents(), IsEmpty()) << "their coming up is no loss";
 }
 
-TEST_F(ManagedGroup, ACrossReferenceHubThatFailsIsLeftOut) {
-    second.stop();
-    tellPorts(*door, {door->port(), first.port()}, {second.port()});
-    makeClient();
+TEST_F(WithCrossReferences, OneThatFailsIsLeftOut) {
+    group.hub(2).stop();
     ASSERT_TRUE(client->startAndWait());
     client->forget();
     EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
-    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+    expectRegionAt(0);
     EXPECT_THAT(client->log(), HasSubstr("Removing the xrefHUB - "));
     EXPECT_THAT(client->sessionEvents(), IsEmpty());
     EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
 }
 
-TEST_F(ManagedGroup, UnreadableListsOfPortsFailTheStartWithinItsLimits) {
-    door->script([](const tivra_sim::Request& request) -> std::optional<tivra_sim::Hub::Frames> {
+TEST_F(Managed, UnreadableListsOfPortsFailTheStartWithinItsLimits) {
+    group.hub(0).script([](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
         if (request.command != "GetAllPorts")
             return std::nullopt;
-        return tivra_sim::Hub::Frames{encodeFrame("5026=15|13101=0|13101=65536")};
+        return Hub::Frames{tivra_sim::encodeFrame("5026=15|13101=0|13101=65536")};
     });
     makeClient();
-    client->host(managedHost(*door)).set(tivra::HostConfig::READ_TIMEOUT_LONG, 1L);
-    client->host(managedHost(*door)).set(tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG, 1L);
+    client->connections().set(HostConfig::READ_TIMEOUT_LONG, 1L);
+    client->connections().set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 1L);
     EXPECT_THAT(client->start(), HasSubstr("Read timeout waiting for response"));
 }
 

@@ -233,6 +233,25 @@ TEST(HubGroup, MembersMayDifferAndBehaveBadlyFromTheStart) {
     RawClient(raw.group.hub(2)).logIn();
 }
 
+TEST(HubGroup, ManagersAndTheRolesBehindThemComeFromJson) {
+    GroupConfig config = GroupConfig::fromJson(R"({
+        "size": 3,
+        "hub": {"heartbeat": {"enabled": false}, "hubStatus": {"enabled": false}},
+        "members": [{"role": "door"}, {}, {"role": "xref"}],
+        "managers": [{"users": {"demo": "password"}, "delayMs": 1}, {"address": "127.0.1.9", "status": -9}]})");
+    EXPECT_EQ(GroupConfig::fromJson(config.toJson()).toJson(), config.toJson());
+    EXPECT_THAT(config.toJson(HubConfig::Passwords::Hide), testing::Not(HasSubstr("password")));
+    Raw raw(std::move(config));
+    EXPECT_EQ(raw.group.manager(0).port(), raw.group.manager(1).port());
+    EXPECT_EQ(raw.group.managedHostString(2, 1), "127.0.1.9:" + std::to_string(raw.group.hub(2).port()));
+    for (std::size_t member = 0; member < 3; ++member) {
+        EXPECT_THAT(raw.at(member).ask("5026=7|5022=GetPort|4=922"),
+                    ElementsAre("5026=7|4=922" + raw.place(1) + raw.place(2) + "|5001=0"));
+        EXPECT_THAT(raw.at(member).ask("5026=15|5022=GetAllPorts"),
+                    ElementsAre("5026=15|13101=" + std::to_string(raw.group.hub(1).port()) + "|5001=0"));
+    }
+}
+
 TEST(HubGroup, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"[]", "configuration: must be an object"},
@@ -247,6 +266,9 @@ TEST(HubGroup, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
         {R"({"members": [{"behaviour": {"faults": [{"answer": 1}]}}]})", "faults[0].command\": is missing"},
         {R"({"members": [{"behaviour": {"faults": [{"command": "Echo", "answer": "late"}]}}]})",
          "none, wrong-tag, twice, no-status, garbage, not \"late\""},
+        {R"({"members": [{"role": "window"}]})", "must be \"data\", \"door\" or \"xref\", not \"window\""},
+        {R"({"members": [{}], "managers": [{"port": 65536}]})", "\"managers[0].port\""},
+        {R"({"members": [{}], "managers": [{"users": {"x": 1}}]})", "\"managers[0].users.x\""},
         {R"({"members": [{}], "splits": [{"patterns": {"x": 0}}]})", "\"splits[0].source\": is missing"},
         {R"({"members": [{}], "splits": [{"source": 1, "patterns": ["x"]}]})", "\"splits[0].patterns\""},
         {R"({"members": [{}], "splits": [{"source": 1, "patterns": {"x": 1}}]})",

@@ -135,6 +135,11 @@ int runGroup(const Options& options, const sigset_t& signals) {
     for (std::size_t member = 0; member < group.size(); ++member)
         std::cout << (hubs[member]->isRunning() ? "listening on " : "down on ") << group.hostString(member)
                   << std::endl;
+    for (std::size_t index = 0; index < group.managerCount(); ++index) {
+        // What hands out the members; the first of them stands for all.
+        std::cout << "manager on " << group.managedHostString(0, index)
+                  << ", TIVRA_SIM_MANAGER_PORT=" << group.manager(index).port() << std::endl;
+    }
     const int result = serve(hubs, options, signals);
     group.stop();
     printSummary(totalOf(hubs));

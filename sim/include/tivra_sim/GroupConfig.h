@@ -3,6 +3,7 @@
 
 #include "tivra_sim/Hub.h"
 #include "tivra_sim/HubConfig.h"
+#include "tivra_sim/Manager.h"
 
 #include <chrono>
 #include <cstddef>
@@ -30,11 +31,19 @@ struct Behaviour {
     std::vector<Fault> faults;
 };
 
+/// What the others tell of a member. It matters behind a connection manager.
+enum class Role {
+    Data, ///< named wherever hubs are asked for
+    Door, ///< named nowhere: a client that was sent there learns of the others, and goes to them
+    Xref  ///< for cross references: clients dial it when they need them first
+};
+
 struct GroupMember {
     /// Its box permissions are the sources that this member carries. Symbols of other sources, and of split
     /// sources those of other members, are not served.
     HubConfig hub;
     Behaviour behaviour;
+    Role role = Role::Data;
 };
 
 /// Everything that a group is started with.
@@ -47,6 +56,9 @@ struct GroupConfig {
     std::vector<GroupMember> members;
     /// Split sources; a member that has a pattern carries the source too.
     std::map<int, Split> splits;
+    /// Connection managers that hand out the members. Their ports are the same, so that only the first one's
+    /// counts.
+    std::vector<ManagerConfig> managers;
 
     /// A group as one meets it, made of HubConfig::realistic(): every member carries 922 and the source
     /// 200 + its index with a symbol "REGION0", "REGION1" ...; 100, 101 and 102 are on the members 0, 1 and 2

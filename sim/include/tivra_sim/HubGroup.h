@@ -3,6 +3,7 @@
 
 #include "tivra_sim/GroupConfig.h"
 #include "tivra_sim/Hub.h"
+#include "tivra_sim/Manager.h"
 
 #include <cstddef>
 #include <memory>
@@ -31,8 +32,8 @@ public:
     HubGroup(const HubGroup&) = delete;
     HubGroup& operator=(const HubGroup&) = delete;
 
-    /// Starts every member that is not configured to be down, the first one last. Throws what Hub::start
-    /// throws, with no member running.
+    /// Starts every member that is not configured to be down, the first one last, and then the managers.
+    /// Throws what Hub::start and Manager::start throw, with nothing running.
     void start();
     void stop();
 
@@ -41,8 +42,15 @@ public:
     /// std::out_of_range.
     [[nodiscard]] Hub& hub(std::size_t member) { return *m_hubs.at(member); }
     [[nodiscard]] const Hub& hub(std::size_t member) const { return *m_hubs.at(member); }
+    [[nodiscard]] std::size_t managerCount() const { return m_managers.size(); }
+    /// A manager, to be watched and driven. Throws std::out_of_range.
+    [[nodiscard]] Manager& manager(std::size_t index = 0) { return *m_managers.at(index); }
     /// "address:port" of a member.
     [[nodiscard]] std::string hostString(std::size_t member = 0) const { return hub(member).hostString(); }
+    /// What a client configures to have a manager find a member.
+    [[nodiscard]] std::string managedHostString(std::size_t member = 0, std::size_t manager = 0) const {
+        return m_managers.at(manager)->hostString(hub(member).port());
+    }
 
     /// Gives a user a source, or takes it away: first on all members, then each of them tells that user's
     /// connections. Returns how many connections were told.
@@ -59,10 +67,12 @@ public:
 private:
     std::size_t change(std::string_view user, int source, bool granted);
     void behave(std::size_t member);
+    void startManagers();
 
     GroupConfig m_config;
     std::shared_ptr<GroupDirectory> m_directory;
     std::vector<std::unique_ptr<Hub>> m_hubs;
+    std::vector<std::unique_ptr<Manager>> m_managers;
 };
 
 } // namespace tivra_sim

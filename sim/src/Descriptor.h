@@ -1,0 +1,34 @@
+#ifndef TIVRA_SIM_DESCRIPTOR_H
+#define TIVRA_SIM_DESCRIPTOR_H
+
+#include <cstdint>
+#include <string>
+
+namespace tivra_sim {
+
+/// A file descriptor that is closed when its owner goes.
+class Descriptor {
+public:
+    explicit Descriptor(int fd = -1) : m_fd(fd) {}
+    Descriptor(Descriptor&& other) noexcept : m_fd(other.release()) {}
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    ~Descriptor() { reset(); }
+
+    [[nodiscard]] int get() const { return m_fd; }
+    int release();
+    void reset();
+
+private:
+    int m_fd;
+};
+
+/// The descriptor that a system call gave. Throws std::system_error with `what` when it failed.
+[[nodiscard]] Descriptor checked(int fd, const char* what);
+
+/// A socket that listens on an IPv4 address without blocking; `port` 0 takes a free one and tells it. Throws
+/// std::system_error.
+[[nodiscard]] Descriptor listenOn(const std::string& address, std::uint16_t& port);
+
+} // namespace tivra_sim
+
+#endif
