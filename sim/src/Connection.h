@@ -96,6 +96,8 @@ public:
     /// Whether the socket refused more bytes, and whether it is watched for room.
     bool isBlocked = false;
     bool isWatchedForRoom = false;
+    /// Whether its stream has been ended, so that nothing more is sent.
+    bool isHalfClosed = false;
     /// Whether it is about to be closed: nothing is read from it or sent to it any more.
     bool isClosing = false;
 

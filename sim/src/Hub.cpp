@@ -217,6 +217,10 @@ void Hub::dropAfterFrames(std::uint64_t frames, Close how) {
     m_engine->run([&] { m_engine->dropAfter(-1, static_cast<std::int64_t>(frames), how); });
 }
 
+void Hub::halfClose() {
+    m_engine->run([&] { m_engine->halfClose(); });
+}
+
 void Hub::setSilent(bool silent) {
     m_engine->run([&] { m_engine->misbehaviour().isSilent = silent; });
 }

@@ -373,7 +373,7 @@ void HubEngine::flushAll(Clock::time_point now) {
 }
 
 void HubEngine::flush(Connection& connection, Clock::time_point now) {
-    if (m_misbehaviour.isSilent || connection.isBlocked || connection.isClosing)
+    if (m_misbehaviour.isSilent || connection.isBlocked || connection.isClosing || connection.isHalfClosed)
         return;
     const OutputQueue::Result result = connection.output().flush(connection.fd(), now);
     m_sent += connection.output().takeCounters();

@@ -68,6 +68,7 @@ public:
     void startPlayback();
     void stopPlayback() { m_playback.stop(); }
     void drop(Hub::Close how);
+    void halfClose();
     void dropAfter(std::int64_t bytes, std::int64_t frames, Hub::Close how);
     void applyShape();
     void applyDeafness();

@@ -1,5 +1,7 @@
 #include "HubEngine.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 
 // What other threads ask a hub to do. All of it runs as a task of the hub's thread.
@@ -23,6 +25,13 @@ void HubEngine::startPlayback() {
 void HubEngine::drop(Hub::Close how) {
     for (const auto& connection : m_state.connections)
         closeConnection(*connection, how);
+}
+
+void HubEngine::halfClose() {
+    for (const auto& connection : m_state.connections) {
+        connection->isHalfClosed = true;
+        ::shutdown(connection->fd(), SHUT_WR);
+    }
 }
 
 void HubEngine::dropAfter(std::int64_t bytes, std::int64_t frames, Hub::Close how) {

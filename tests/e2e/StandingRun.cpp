@@ -10,9 +10,9 @@
 #include <thread>
 
 #include <tivra_sim/HubGroup.h>
-#include <tp/Clock.h>
 
 #include "Client.h"
+#include "FastTime.h"
 #include "StandingModel.h"
 
 namespace standing {
@@ -26,35 +26,6 @@ using tivra_sim::Request;
 constexpr std::int64_t FIRST_TAG = 18;
 constexpr std::int64_t NOBODYS_TAG = std::int64_t{1} << 40;
 constexpr auto PATIENCE = std::chrono::seconds(IS_SANITIZED ? 60 : 15);
-
-/// Lets the library's clock run about fifty times as fast, so that its ticks of a second come at once.
-class FastTime {
-public:
-    FastTime() : m_thread([this] { run(); }) {}
-    ~FastTime() {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_mustEnd = true;
-        }
-        m_changed.notify_all();
-        m_thread.join();
-        tp::Clock::setReal();
-    }
-    FastTime(const FastTime&) = delete;
-    FastTime& operator=(const FastTime&) = delete;
-
-private:
-    void run() {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        while (!m_changed.wait_for(lock, std::chrono::milliseconds(2), [this] { return m_mustEnd; }))
-            tp::Clock::advance(0.1);
-    }
-
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_mustEnd = false;
-    std::thread m_thread;
-};
 
 /// What the application has been told.
 class Heard {

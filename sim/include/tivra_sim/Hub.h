@@ -166,6 +166,8 @@ public:
     /// bytes are those on the wire.
     void dropAfterBytes(std::uint64_t bytes, Close how = Close::Orderly);
     void dropAfterFrames(std::uint64_t frames, Close how = Close::Orderly);
+    /// Ends the stream to every client; what a client sends is read until it closes its side.
+    void halfClose();
     /// Keeps everything that should be sent until it is switched off; heartbeats are left out meanwhile.
     /// Requests are still read.
     void setSilent(bool silent);
