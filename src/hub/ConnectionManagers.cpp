@@ -1,6 +1,7 @@
 #include "hub/ConnectionManagers.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <tp/eprintf.h>
 
@@ -46,9 +47,12 @@ int ConnectionManagers::updateCMPortPairLst(const std::vector<HostPair>& primary
         eprintf(EPF_INFO, " updateCMPortPairLst, size= %ld", static_cast<long>(m_CMPortPairLst.size()));
     };
     logSize();
+    // Hosts that disagree stay as they are, or the next start would find fewer of them and let them pass.
+    std::vector<HostPair> kept = m_CMPortPairLst;
     std::vector<std::size_t> primaryPorts;
     std::vector<std::size_t> backupPorts;
-    if (keepOneOf(primary, "Primary", primaryPorts) != 0 || keepOneOf(backup, "Backup", backupPorts) != 0)
+    if (keepOneOf(primary, "Primary", kept, primaryPorts) != 0 ||
+        keepOneOf(backup, "Backup", kept, backupPorts) != 0)
         return -1;
     if (!backup.empty() && primaryPorts.size() != backupPorts.size()) {
         eprintf(EPF_WARN,
@@ -59,22 +63,23 @@ int ConnectionManagers::updateCMPortPairLst(const std::vector<HostPair>& primary
         eprintf(EPF_WARN, " updateCMPortPairLst error -Primary and Backup address do not have same ports");
         return -1;
     }
+    m_CMPortPairLst = std::move(kept);
     logSize();
     return 0;
 }
 
 // One manager serves all ports of its side; `ports` is filled, sorted and without doubles.
 int ConnectionManagers::keepOneOf(const std::vector<HostPair>& hosts, const char* side,
-                                  std::vector<std::size_t>& ports) {
+                                  std::vector<HostPair>& candidates, std::vector<std::size_t>& ports) {
     std::string manager;
     for (const HostPair& host : hosts) {
-        const auto candidate = std::find(m_CMPortPairLst.begin(), m_CMPortPairLst.end(), host);
-        if (candidate == m_CMPortPairLst.end())
+        const auto candidate = std::find(candidates.begin(), candidates.end(), host);
+        if (candidate == candidates.end())
             continue;
         if (ports.empty()) {
             manager = host.addr;
         } else if (host.addr == manager) {
-            m_CMPortPairLst.erase(candidate);
+            candidates.erase(candidate);
         } else {
             eprintf(EPF_WARN, " updateCMPortPairLst error -%s CM IPs are not the same", side);
             return -1;

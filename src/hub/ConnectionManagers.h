@@ -57,8 +57,8 @@ public:
     void forgetHubs();
 
 private:
-    [[nodiscard]] int keepOneOf(const std::vector<HostPair>& hosts, const char* side,
-                                std::vector<std::size_t>& ports) TP_REQUIRES(recentCM_mutex);
+    [[nodiscard]] static int keepOneOf(const std::vector<HostPair>& hosts, const char* side,
+                                       std::vector<HostPair>& candidates, std::vector<std::size_t>& ports);
     void askAgain();
 
     mutable tp::Mutex recentCM_mutex;

@@ -315,6 +315,8 @@ bool HubClient::replaceTimedOutHub() {
             "HubClient::connectHost -(%s:%u) Connection timed out (retry limit not exceeded) m_fd = "
             "%d;Request CM for a different HUB\n",
             address.c_str(), unsigned{getHubPort()}, m_fd.get());
+    // It counts like any failed dial, or a start would go on for as long as the manager has hubs to hand out.
+    m_connectionRetries += 1;
     askManagerAgain();
     return true;
 }
