@@ -39,11 +39,12 @@ std::string Ledger::disorder() const {
     return m_disorder;
 }
 
-std::pair<int, std::string> Ledger::takeGaps() {
+std::pair<int, std::string> Ledger::takeGaps(const std::string& excepted) {
     const std::lock_guard lock(m_mutex);
     std::pair<int, std::string> most{0, ""};
     for (auto& [key, line] : m_lines) {
-        most = std::max(most, {line.gaps, key.first + " of hub " + key.second});
+        if (key.first != excepted)
+            most = std::max(most, {line.gaps, key.first + " of hub " + key.second});
         line.gaps = 0;
     }
     return most;

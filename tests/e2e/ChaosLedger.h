@@ -22,8 +22,9 @@ public:
     [[nodiscard]] std::int64_t lastOf(const std::string& symbol) const;
     /// The first update that was not in order, empty while there was none.
     [[nodiscard]] std::string disorder() const;
-    /// The most times that a symbol of a hub had numbers missing since the last call, and where.
-    std::pair<int, std::string> takeGaps();
+    /// The most times that a symbol of a hub had numbers missing since the last call, and where; `excepted`
+    /// may have any.
+    std::pair<int, std::string> takeGaps(const std::string& excepted);
     [[nodiscard]] std::size_t updates() const;
 
 private:

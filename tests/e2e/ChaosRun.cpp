@@ -27,7 +27,7 @@ constexpr auto PATIENCE = std::chrono::seconds(IS_SANITIZED ? 90 : 30);
 constexpr auto STOP_LIMIT = std::chrono::seconds(IS_SANITIZED ? 20 : 5);
 constexpr auto PACE = milliseconds(IS_SANITIZED ? 10 : 2);
 constexpr long SILENCE_LIMIT = IS_SANITIZED ? 90 : 30; // of the library's seconds, which are fast
-constexpr int OPEN_SOURCE = 102;   // a right that comes and goes, and nothing hangs on it
+constexpr int OPEN_SOURCE = 102;                       // a right that comes and goes, and nothing hangs on it
 constexpr const char* TOGGLED = "MBOND";
 
 struct Topic {
@@ -341,7 +341,7 @@ std::optional<std::string> Run::checkEvents() {
         return "the last event of a session that is established was " + m_lastState;
     const std::string log = m_client->log();
     const bool isGarbageTold = m_isGarbled && log.find("CRIT", m_logBefore) != std::string::npos;
-    const auto [gaps, where] = m_ledger.takeGaps();
+    const auto [gaps, where] = m_ledger.takeGaps(TOGGLED);
     m_totals.gaps += gaps > 0;
     if (static_cast<std::size_t>(gaps) > events.size() + m_starts && !isGarbageTold)
         return std::to_string(gaps) + " gaps in " + where + ", and " + std::to_string(events.size()) +

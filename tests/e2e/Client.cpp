@@ -104,6 +104,16 @@ int Client::ask(tivra::Commands command, int source, const std::string& symbol,
     return messagesOf(tag).back().status;
 }
 
+bool Client::waitForLog(const std::string& text) const {
+    const auto end = std::chrono::steady_clock::now() + LONG;
+    while (log().find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // a file tells nobody that it grows
+    }
+    return true;
+}
+
 std::string Client::log() const {
     std::ostringstream text;
     for (const auto& path : logFiles(m_logFile))

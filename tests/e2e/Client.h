@@ -64,6 +64,7 @@ public:
 
     /// What the library has logged so far.
     std::string log() const;
+    bool waitForLog(const std::string& text) const;
     /// Gives up the session (or the user) before the client's end.
     void destroySession();
     void destroyUser();
