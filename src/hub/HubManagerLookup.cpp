@@ -248,7 +248,8 @@ int HubClient::lookUp(const std::string& managerAddr, std::string& hubIp) {
     // A look-up may last as long as the connection time-out, which the log must explain.
     eprintf(EPF_INFO, "getHUBFromCM: asking %s for the address of a HUB", managerAddr.c_str());
     return LnkApi::instance().getServerIP(managerAddr, m_primaryUser.getUserName(),
-                                          m_primaryUser.getPassword(), hubIp);
+                                          m_primaryUser.getPassword(), hubIp,
+                                          [this] { return m_session.isStopping(); });
 }
 
 int HubClient::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {

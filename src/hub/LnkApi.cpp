@@ -52,6 +52,8 @@ LnkApi& LnkApi::instance() {
 }
 
 bool LnkApi::load() {
+    if (m_operations != nullptr)
+        return true;
     const tp::MutexLock lock(m_mutex);
     if (m_operations != nullptr)
         return true;
@@ -70,32 +72,34 @@ int LnkApi::setLogListener() {
     const tp::MutexLock lock(m_mutex);
     if (m_operations == nullptr)
         return LNKAPI_ERROR_NOT_INITIALIZED;
-    return m_operations->LnkSetLogListener(LnkapiLogListener, kLogMask);
+    return m_operations.load()->LnkSetLogListener(LnkapiLogListener, kLogMask);
 }
 
 int LnkApi::initialize(LnkApplicationVersion& application, LnkApiVersion2& library) {
     const tp::MutexLock lock(m_mutex);
     if (m_operations == nullptr)
         return LNKAPI_ERROR_NOT_INITIALIZED;
-    return m_operations->LnkInitializeEx2(&application, &library);
+    return m_operations.load()->LnkInitializeEx2(&application, &library);
 }
 
 int LnkApi::setConnectionTimeout(int milliseconds) {
     const tp::MutexLock lock(m_mutex);
     if (m_operations == nullptr)
         return LNKAPI_ERROR_NOT_INITIALIZED;
-    return m_operations->LnkSetConnectionTimeout(milliseconds);
+    return m_operations.load()->LnkSetConnectionTimeout(milliseconds);
 }
 
 int LnkApi::getServerIP(const std::string& managerAddr, const std::string& user, const std::string& password,
-                        std::string& hubIp) {
+                        std::string& hubIp, const std::function<bool()>& isStopping) {
     hubIp.clear();
     const tp::MutexLock lock(m_mutex);
     if (m_operations == nullptr)
         return LNKAPI_ERROR_NOT_INITIALIZED;
+    if (isStopping())
+        return LNKAPI_ERROR_NOTCONNECTED;
     std::array<char, kAnswerSize> answer{};
-    const int status = m_operations->LnkGetServerIPFromCMEx(managerAddr.c_str(), 1, user.c_str(),
-                                                            password.c_str(), 0, answer.data(), kAnswerSize);
+    const int status = m_operations.load()->LnkGetServerIPFromCMEx(
+        managerAddr.c_str(), 1, user.c_str(), password.c_str(), 0, answer.data(), kAnswerSize);
     answer.back() = '\0';
     if (status != LNKAPI_SUCCESS)
         return status;
@@ -110,7 +114,7 @@ int LnkApi::getServerIP(const std::string& managerAddr, const std::string& user,
 void LnkApi::cleanup() {
     const tp::MutexLock lock(m_mutex);
     if (m_operations != nullptr)
-        m_operations->LnkCleanup();
+        m_operations.load()->LnkCleanup();
 }
 
 } // namespace tivra_internal

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <string>
 
 #include <tp/Mutex.h>
@@ -32,9 +34,12 @@ public:
     [[nodiscard]] int initialize(LnkApplicationVersion& application, LnkApiVersion2& library);
     [[nodiscard]] int setConnectionTimeout(int milliseconds);
     /// The address of a hub, from the manager at `managerAddr` (address, colon and the hub's port). Blocks up
-    /// to the connection time-out. `hubIp` is empty unless the answer is the text of an address.
+    /// to the connection time-out. `hubIp` is empty unless the answer is the text of an address. Questions of
+    /// other threads come first: when `isStopping` says so after that wait, nothing is asked any more and the
+    /// status is LNKAPI_ERROR_NOTCONNECTED.
     [[nodiscard]] int getServerIP(const std::string& managerAddr, const std::string& user,
-                                  const std::string& password, std::string& hubIp);
+                                  const std::string& password, std::string& hubIp,
+                                  const std::function<bool()>& isStopping);
     void cleanup();
 
 private:
@@ -42,8 +47,9 @@ private:
 
     LnkApi() = default;
 
-    tp::Mutex m_mutex; ///< guards the pointer, and is held around every call into the library
-    const Operations* m_operations TP_GUARDED_BY(m_mutex) = nullptr;
+    tp::Mutex m_mutex; ///< held around the loading and every call into the library
+    /// Set once, under the mutex; whether it is set can be asked while another thread waits for an answer.
+    std::atomic<const Operations*> m_operations{nullptr};
 };
 
 } // namespace tivra_internal

@@ -34,9 +34,10 @@ std::string connectFailure(const HubClient& client) {
 void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
     dropOneFirstHub(reactor);
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
-    if (shutdownInProgress || abortStartup)
-        return;
     for (HubClient* client : clients) {
+        // Looked at before each of them, since a dial may have waited for a connection manager.
+        if (shutdownInProgress || abortStartup)
+            return;
         if (client->m_retired) {
             client->closeConnection();
             m_reactors.removeHub(client);

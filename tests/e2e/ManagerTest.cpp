@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <future>
 #include <memory>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -179,7 +180,22 @@ TEST_F(LoneManaged, ASilentManagerHoldsUpAStopForOneTimeLimitAtTheMost) {
 }
 
 /// Lost hubs of one thread ask one after the other, those of several threads wait for each other.
-class ManagedByThreads : public Managed, public testing::WithParamInterface<bool> {};
+class ManagedByThreads : public Managed, public testing::WithParamInterface<bool> {
+protected:
+    std::size_t countLogged(const std::string& text) const {
+        const std::string log = client->log();
+        std::size_t count = 0;
+        for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1))
+            ++count;
+        return count;
+    }
+    bool waitForLogged(const std::string& text, std::size_t count) const {
+        const auto end = std::chrono::steady_clock::now() + RecordingApp::LONG;
+        while (countLogged(text) < count && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return countLogged(text) >= count;
+    }
+};
 
 TEST_P(ManagedByThreads, AStopWaitsForOneOfManyQuestionsAtTheMost) {
     makeClient();
@@ -188,9 +204,11 @@ TEST_P(ManagedByThreads, AStopWaitsForOneOfManyQuestionsAtTheMost) {
     ASSERT_TRUE(client->startAndWait());
     manager().setSilent(true);
     manager().forget();
+    const std::size_t asked = countLogged("asking 127.0.1.1");
     for (std::size_t member = 0; member < 3; ++member)
         group.hub(member).stop();
     ASSERT_TRUE(manager().waitForQuestions(1));
+    ASSERT_TRUE(waitForLogged("asking 127.0.1.1", asked + (GetParam() ? 3 : 1)));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(client->session().stop());
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(6));
@@ -207,22 +225,6 @@ TEST_F(LoneManaged, TheBackupsManagerAnswersForThePrimarys) {
     EXPECT_THAT(manager(1).questions(), Contains(Field(&Manager::Question::address, "127.0.1.2")));
     group.hub(0).restart();
     ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 2));
-}
-
-TEST_F(LoneManaged, ASessionOnItsBackupsSideStartsAgainToo) {
-    makeClient();
-    client->host(group.managedHostString(0, 1)).set(HostConfig::BACKUP_BOOL, true);
-    for (const std::size_t index : {0U, 1U})
-        manager(index).answer(NOT_ENTITLED);
-    EXPECT_THAT(client->start(), HasSubstr("failed -11: LNKAPI_ERROR_NOT_ENTITLED"));
-    EXPECT_THAT(client->log(), HasSubstr("initializing connection(s) to backup HUB"));
-    for (const std::size_t index : {0U, 1U})
-        manager(index).answer(0);
-    for (int start = 0; start < 3; ++start) {
-        EXPECT_EQ(client->start(), "Session started");
-        EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-        client->session().stop();
-    }
 }
 
 TEST_F(Managed, EachMemberIsHandedOutOnce) {
@@ -292,23 +294,6 @@ TEST_F(WithCrossReferences, TheirHubsAreConnectedAtTheFirstNeed) {
     EXPECT_THAT(client->sessionEvents(), IsEmpty()) << "their coming up is no loss";
 }
 
-TEST_F(WithCrossReferences, AHubThatAnotherFirstHubHasLedToIsConnectedOnce) {
-    // Two kinds of hubs, each of which knows of itself alone but lists the ports of all.
-    for (const std::size_t member : {0U, 1U})
-        group.hub(member).script(
-            [this, member](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
-                if (request.command != "GetAllPorts")
-                    return std::nullopt;
-                return Hub::Frames{tivra_sim::encodeFrame(
-                    "5026=15|13101=" + std::to_string(group.hub(member).port()) + "|5001=0")};
-            });
-    makeClient({{0, 0}, {0, 1}});
-    ASSERT_TRUE(client->startAndWait());
-    EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
-    for (std::size_t member = 0; member < 3; ++member)
-        EXPECT_EQ(group.hub(member).statistics().connections, 1U) << member;
-}
-
 TEST_F(WithCrossReferences, OneThatFailsIsLeftOut) {
     group.hub(2).stop();
     ASSERT_TRUE(client->startAndWait());
@@ -318,44 +303,6 @@ TEST_F(WithCrossReferences, OneThatFailsIsLeftOut) {
     EXPECT_THAT(client->log(), HasSubstr("Removing the xrefHUB - "));
     EXPECT_THAT(client->sessionEvents(), IsEmpty());
     EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
-}
-
-class WithTwoCrossReferences : public Managed {
-protected:
-    WithTwoCrossReferences() : Managed(managedGroup({Role::Data, Role::Xref, Role::Xref})) {}
-};
-
-TEST_F(WithTwoCrossReferences, OneThatCameUpIsDialledForEverThoughTheOtherFailed) {
-    makeClient();
-    group.hub(2).stop();
-    ASSERT_TRUE(client->startAndWait());
-    EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
-    EXPECT_THAT(client->log(), HasSubstr("Removing the xrefHUB - "));
-    ASSERT_TRUE(group.hub(1).waitForConnections(1));
-    client->forget();
-    const auto refused = manager().questions().size();
-    group.hub(1).stop();
-    ASSERT_TRUE(client->waitForSessionEvent("RECOVERY"));
-    // A dial that fails asks the manager for another hub.
-    ASSERT_TRUE(manager().waitForQuestions(refused + 2));
-    EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_RECOVERY);
-    group.hub(1).start();
-    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED"));
-    EXPECT_TRUE(group.hub(1).waitForConnections(1));
-}
-
-TEST_F(WithCrossReferences, AStopEndsTheWaitForThem) {
-    ASSERT_TRUE(client->startAndWait());
-    group.hub(2).setSilent(true);
-    client->send(tivra::QUERYXREF, 0, "IBM");
-    ASSERT_TRUE(group.hub(2).waitForCommand("LoginUser"));
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_TRUE(client->session().stop());
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
-    group.hub(2).setSilent(false);
-    client->forget();
-    ASSERT_TRUE(client->startAndWait());
-    expectRegionAt(0);
 }
 
 TEST_F(Managed, UnreadableListsOfPortsFailTheStartWithinItsLimits) {
