@@ -11,6 +11,17 @@
 
 namespace tivra_internal {
 
+/// The host of a configured pair. A manager may have put the address of a hub in its place, which a backup
+/// host keeps over a restart: then it is known by its text.
+HostConfigImpl* SessionImpl::configuredHost(const HostPair& pair) {
+    if (HostConfigImpl* const host = m_hosts.findByAddress(pair.addr, pair.port))
+        return host;
+    HostConfigImpl* const host = m_hosts.find(HostTable::hostInfoOf(pair.addr, pair.port));
+    if (host != nullptr && !m_hubs.contains(host->getIndex()))
+        host->setAddr(pair.addr);
+    return host;
+}
+
 int SessionImpl::createNextfirstHub() {
     eprintf(EPF_DBUG, "createNextfirstHub(ENTRY): m_createNextfirstHub set false");
     m_firstHubs.m_createNextfirstHub = false;
@@ -33,7 +44,7 @@ int SessionImpl::createNextfirstHub() {
             static_cast<int>(pair.port));
         return -1;
     }
-    HostConfigImpl* const host = m_hosts.findByAddress(pair.addr, pair.port);
+    HostConfigImpl* const host = configuredHost(pair);
     if (host == nullptr) {
         eprintf(EPF_WARN, " createNextfirstHub -hub alredy created before, hostInfoString= %s",
                 hostInfo.c_str());

@@ -265,6 +265,7 @@ private:
     [[nodiscard]] std::string hostOfGrantedPort(int src, uint16_t port);
 
     // FirstHub.cpp
+    [[nodiscard]] HostConfigImpl* configuredHost(const HostPair& pair);
     [[nodiscard]] int createNextfirstHub();
     [[nodiscard]] const std::vector<HostPair>& activeHosts() const {
         return m_useBackup ? backupIP2PortLst : primaryIP2PortLst;

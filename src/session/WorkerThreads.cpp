@@ -56,7 +56,7 @@ void SessionImpl::createFirstClient(bool startBackup) {
     const std::vector<HostPair>& hosts = startBackup ? backupIP2PortLst : primaryIP2PortLst;
     HostConfigImpl* host = nullptr;
     if (!hosts.empty())
-        host = m_hosts.findByAddress(hosts.front().addr, hosts.front().port);
+        host = configuredHost(hosts.front());
     if (host != nullptr && !m_hubs.contains(host->getIndex())) {
         createHubClient(*host, HubRole::First);
         return;

@@ -227,6 +227,22 @@ TEST_F(LoneManaged, TheBackupsManagerAnswersForThePrimarys) {
     ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 2));
 }
 
+TEST_F(LoneManaged, ASessionOnItsBackupsSideStartsAgainToo) {
+    makeClient();
+    client->host(group.managedHostString(0, 1)).set(HostConfig::BACKUP_BOOL, true);
+    for (const std::size_t index : {0U, 1U})
+        manager(index).answer(NOT_ENTITLED);
+    EXPECT_THAT(client->start(), HasSubstr("failed -11: LNKAPI_ERROR_NOT_ENTITLED"));
+    EXPECT_THAT(client->log(), HasSubstr("initializing connection(s) to backup HUB"));
+    for (const std::size_t index : {0U, 1U})
+        manager(index).answer(0);
+    for (int start = 0; start < 3; ++start) {
+        EXPECT_EQ(client->start(), "Session started");
+        EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+        client->session().stop();
+    }
+}
+
 TEST_F(Managed, EachMemberIsHandedOutOnce) {
     makeClient();
     ASSERT_TRUE(client->startAndWait());
