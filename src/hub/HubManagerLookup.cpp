@@ -187,11 +187,13 @@ HubClient::Lookup HubClient::takeHubOfManager(ConnectionManagers& managers, std:
     m_known.m_isAgg = false;
     m_inProgress = false;
     const bool isFirstSuccess = !managers.m_isCMconnection;
-    const std::string oldAddr = getDialledAddr();
+    // The host table has the address by which others know the hub, not the one dialled behind a translation.
+    const std::string dialled = getDialledAddr();
+    const std::string oldAddr = m_hostConfig != nullptr ? m_hostConfig->getAddr() : dialled;
     if (isFirstSuccess) {
         managers.m_isCMconnection = true;
         managers.m_CMcheckDone = true;
-        if (oldAddr != m_original_ipaddr)
+        if (dialled != m_original_ipaddr)
             cmAddr = joined(m_original_ipaddr, m_original_port);
         // A manager hands out another hub by itself, so there is no other side to go to.
         m_session.disableFailover();

@@ -83,6 +83,18 @@ TEST_F(HubManagerTest, ARefusedUserIsToldByNameAndNothingIsDialled) {
     }
 }
 
+TEST_F(HubManagerTest, BehindATranslationTheHostTableKnowsAHubByItsOwnAddress) {
+    makeManaged({{0, "10.0.0.1"}, {0, "10.0.0.2"}});
+    hosts.connections.addNATPair("10.0.0.1", "127.0.0.1");
+    hosts.connections.addNATPair("10.0.0.2", "127.0.0.2");
+    ASSERT_TRUE(dial(*client));
+    EXPECT_EQ(client->getHubAddr(), "10.0.0.1:" + portText() + " (127.0.0.1)");
+    client->closeConnection();
+    client->setRequestHUBFromCM(true);
+    EXPECT_FALSE(dial(*client)) << "no hub is there";
+    EXPECT_THAT(session.told, Contains("rename 10.0.0.1:" + portText() + " to 10.0.0.2:" + portText()));
+}
+
 TEST_F(HubManagerTest, HubsThatNeverAnswerAreReplacedUntilTheDialsAreUsedUp) {
     const HubPeer busy(0);
     const BusyHub fill(busy);
