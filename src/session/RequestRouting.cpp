@@ -263,6 +263,8 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
     case RoutingTarget::HubOfSource:
         return sendToExchange(request, source);
     case RoutingTarget::AllHubsNews:
+        if (question.isCMconnection && question.initialXrefConnection)
+            eprintf(EPF_DBUG, " Route request with exch >= 4096 to all hubs \n");
         return sendToAll(request, true);
     case RoutingTarget::AllHubs:
         return sendToAll(request, false);

@@ -39,7 +39,16 @@ void XrefHubs::reset() {
     m_addRouteWhenPortConnected.clear();
 }
 
+/// @thread the newest first hub's
 void SessionImpl::setXRefPort(uint16_t port) {
+    // A hub that another first hub has led to is connected already and would answer twice. But what is only a
+    // door will be dropped, and may be wanted again.
+    const std::vector<HubClient*> doors = m_dropped.listed();
+    const HubClient* const asking = m_firstHubs.newest();
+    for (HubClient* client : m_hubs.copy())
+        if (client != asking && client->getHubPort() == port &&
+            std::find(doors.begin(), doors.end(), client) == doors.end())
+            return;
     tp::MutexLock lock(m_xref.m_queryXRefPortLst_mutex);
     m_xref.m_queryXRefPortLst.insert(port);
 }

@@ -310,6 +310,23 @@ TEST_F(WithCrossReferences, TheirHubsAreConnectedAtTheFirstNeed) {
     EXPECT_THAT(client->sessionEvents(), IsEmpty()) << "their coming up is no loss";
 }
 
+TEST_F(WithCrossReferences, AHubThatAnotherFirstHubHasLedToIsConnectedOnce) {
+    // Two kinds of hubs, each of which knows of itself alone but lists the ports of all.
+    for (const std::size_t member : {0U, 1U})
+        group.hub(member).script(
+            [this, member](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
+                if (request.command != "GetAllPorts")
+                    return std::nullopt;
+                return Hub::Frames{tivra_sim::encodeFrame(
+                    "5026=15|13101=" + std::to_string(group.hub(member).port()) + "|5001=0")};
+            });
+    makeClient({{0, 0}, {0, 1}});
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
+    for (std::size_t member = 0; member < 3; ++member)
+        EXPECT_EQ(group.hub(member).statistics().connections, 1U) << member;
+}
+
 TEST_F(WithCrossReferences, OneThatFailsIsLeftOut) {
     group.hub(2).stop();
     ASSERT_TRUE(client->startAndWait());
