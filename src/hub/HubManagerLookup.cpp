@@ -311,7 +311,7 @@ bool HubClient::replaceTimedOutHub() {
         return false;
     if (!m_session.getisStarted() && isCMPastRetryLimit())
         return false;
-    if (m_session.getisStarted() && isQueryXRefHUB() && !m_session.areXrefHubsConnected())
+    if (m_session.getisStarted() && isQueryXRefHUB() && m_session.areXrefHubsComing())
         return false;
     const std::string address = getDialledAddr();
     eprintf(EPF_WARN,

@@ -59,7 +59,8 @@ public:
     /// A port of a hub that is connected only when a cross-reference needs it.
     virtual void setXRefPort(uint16_t port) = 0;
     virtual void removeXRefPort(uint16_t port) = 0;
-    [[nodiscard]] virtual bool areXrefHubsConnected() const = 0;
+    /// The cross-reference hubs are being connected: one that fails now will be left out.
+    [[nodiscard]] virtual bool areXrefHubsComing() const = 0;
     /// This first hub was only a door: it is dropped once the others are up.
     virtual void dropFirstHubLater(HubClient* client) = 0;
 

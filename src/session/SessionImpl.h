@@ -115,7 +115,7 @@ public:
     }
     void setXRefPort(uint16_t port) override;
     void removeXRefPort(uint16_t port) override;
-    [[nodiscard]] bool areXrefHubsConnected() const override { return m_xref.m_XRefHUBConnected; }
+    [[nodiscard]] bool areXrefHubsComing() const override { return m_xref.isPhase(); }
     void dropFirstHubLater(HubClient* client) override;
     void noteHubDown(HubClient* client) override;
     void countHubLoss(HubClient* client) override;

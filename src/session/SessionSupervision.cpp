@@ -76,8 +76,8 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     eprintf(EPF_CRIT, "%s", check.message.c_str());
     const bool refusedByManager = client.getLnkapiErrno() != 0;
     client.resetLnkapiErrno();
-    if (m_managers.m_isCMconnection && m_xref.m_XrefHUBConnReq && !m_xref.m_XRefHUBConnected &&
-        client.isQueryXRefHUB())
+    // Once it is decided which of them stay, those are dialled for as long as it takes.
+    if (m_managers.m_isCMconnection && m_xref.isPhase() && client.isQueryXRefHUB())
         client.m_xrefRemove = true;
     // Without another side to go to, the retry limit decides on a start, not the first failure.
     if (!refusedByManager && !failoverEnabled && (isStarted || !client.isPastRetryLimit()))

@@ -338,6 +338,44 @@ TEST_F(WithCrossReferences, OneThatFailsIsLeftOut) {
     EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
 }
 
+class WithTwoCrossReferences : public Managed {
+protected:
+    WithTwoCrossReferences() : Managed(managedGroup({Role::Data, Role::Xref, Role::Xref})) {}
+};
+
+TEST_F(WithTwoCrossReferences, OneThatCameUpIsDialledForEverThoughTheOtherFailed) {
+    makeClient();
+    group.hub(2).stop();
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
+    EXPECT_THAT(client->log(), HasSubstr("Removing the xrefHUB - "));
+    ASSERT_TRUE(group.hub(1).waitForConnections(1));
+    client->forget();
+    const auto refused = manager().questions().size();
+    group.hub(1).stop();
+    ASSERT_TRUE(client->waitForSessionEvent("RECOVERY"));
+    // A dial that fails asks the manager for another hub.
+    ASSERT_TRUE(manager().waitForQuestions(refused + 2));
+    EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_RECOVERY);
+    group.hub(1).start();
+    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED"));
+    EXPECT_TRUE(group.hub(1).waitForConnections(1));
+}
+
+TEST_F(WithCrossReferences, AStopEndsTheWaitForThem) {
+    ASSERT_TRUE(client->startAndWait());
+    group.hub(2).setSilent(true);
+    client->send(tivra::QUERYXREF, 0, "IBM");
+    ASSERT_TRUE(group.hub(2).waitForCommand("LoginUser"));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(client->session().stop());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4));
+    group.hub(2).setSilent(false);
+    client->forget();
+    ASSERT_TRUE(client->startAndWait());
+    expectRegionAt(0);
+}
+
 TEST_F(Managed, UnreadableListsOfPortsFailTheStartWithinItsLimits) {
     group.hub(0).script([](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
         if (request.command != "GetAllPorts")

@@ -58,7 +58,7 @@ public:
     }
     void setXRefPort(uint16_t port) override { told.push_back("xref " + std::to_string(port)); }
     void removeXRefPort(uint16_t port) override { told.push_back("no xref " + std::to_string(port)); }
-    bool areXrefHubsConnected() const override { return false; }
+    bool areXrefHubsComing() const override { return true; }
     void dropFirstHubLater(HubClient*) override { told.push_back("drop"); }
     bool isStopping() const override {
         if (onStopTest)
