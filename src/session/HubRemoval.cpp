@@ -69,6 +69,10 @@ void SessionImpl::disconnectInitilaHUB(HubClient& client) {
 void SessionImpl::forgetRoutes(HubClient& client) {
     m_split.forget(&client);
     m_routes.forget(&client);
+    // The application is told of the hubs that its sources are served by now.
+    for (const auto& [source, hub] : m_entitled.copy())
+        if (HubClient* const serving = hub == &client ? m_routes.find(source) : nullptr)
+            m_entitled.move(source, hub, serving);
 }
 
 /// No table leads to the hub any more.

@@ -105,6 +105,13 @@ void EntitledSources::set(int src, HubClient* client) {
     entitledSrcClientMap[src] = client;
 }
 
+void EntitledSources::move(int src, const HubClient* from, HubClient* to) {
+    tp::MutexLock lock(m_entitledSrcClientMap_mutex);
+    const auto found = entitledSrcClientMap.find(src);
+    if (found != entitledSrcClientMap.end() && found->second == from)
+        found->second = to;
+}
+
 std::map<int, HubClient*> EntitledSources::copy() const {
     tp::MutexLock lock(m_entitledSrcClientMap_mutex);
     return entitledSrcClientMap;

@@ -47,6 +47,8 @@ public:
     /// False when the source was not there.
     bool remove(int src);
     void set(int src, HubClient* client);
+    /// Another hub serves the source in place of `from`; no effect when `from` does not have it any more.
+    void move(int src, const HubClient* from, HubClient* to);
     [[nodiscard]] std::map<int, HubClient*> copy() const;
     /// The first source above `after` and its hub; false when there is none.
     [[nodiscard]] bool next(int after, int& src, HubClient*& client) const;

@@ -287,6 +287,10 @@ TEST_F(BehindADoor, ItIsDroppedQuietlyAndNothingGoesThere) {
         ASSERT_TRUE(door.waitForConnections(0));
         expectRegionAt(1);
         expectRegionAt(2);
+        const std::int64_t places = client->send(tivra::GETSOURCEPORTDETAILS);
+        ASSERT_TRUE(client->waitForEnd(places));
+        for (const SeenMessage& place : client->messagesOf(places))
+            EXPECT_NE(place.field(13101), std::to_string(door.port())) << place.source;
         EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
         EXPECT_THAT(client->sessionEvents(), Not(Contains("RECOVERY")));
         client->session().stop();
