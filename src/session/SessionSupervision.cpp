@@ -40,6 +40,7 @@ void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
             return;
         if (client->m_retired) {
             client->closeConnection();
+            m_user.deleteHub(client); // the user's standing is that with the other hubs
             m_reactors.removeHub(client);
             continue;
         }
