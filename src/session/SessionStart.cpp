@@ -108,7 +108,8 @@ void SessionImpl::readHostLists() {
         if (!host->isExternal())
             return;
         const bool isBackup = host->getBoolean(tivra::HostConfig::BACKUP_BOOL, false);
-        const HostPair pair{host->getAddr(), host->getPort()};
+        // What was configured; at present the host may have the address of a hub of a manager.
+        const HostPair pair{host->getOriginalAddr(), host->getPort()};
         if (addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, pair))
             added.push_back(pair);
     });
