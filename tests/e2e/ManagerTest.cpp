@@ -372,6 +372,30 @@ TEST_F(WithTwoCrossReferences, OneThatCameUpIsDialledForEverThoughTheOtherFailed
     EXPECT_TRUE(group.hub(1).waitForConnections(1));
 }
 
+TEST_F(WithCrossReferences, AGrantedSourceConnectsTheHubThatCarriesIt) {
+    ASSERT_TRUE(client->startAndWait());
+    client->forget();
+    group.carry(555, {2});
+    group.hub(2).pushRecord(tivra_sim::Record(555, "NEW").add(101, "1"));
+    EXPECT_EQ(group.hub(2).statistics().connections, 0U);
+    group.grant("demo", 555);
+    ASSERT_TRUE(client->waitForSessionEvent("SOURCE_ADDED 555"));
+    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 555, "NEW"), 0);
+    EXPECT_THAT(group.hub(2).requestTexts(), Contains(HasSubstr("5022=QuerySnap|4=555|5=NEW")));
+    EXPECT_THAT(client->sessionEvents(), Not(Contains("RECOVERY")));
+}
+
+TEST_F(WithCrossReferences, AGrantedSourceWhoseHubFailsGoesToTheDefaultHub) {
+    ASSERT_TRUE(client->startAndWait());
+    group.carry(555, {2});
+    group.hub(2).stop();
+    group.grant("demo", 555);
+    ASSERT_TRUE(client->waitForLog("so adding dynamic entitlements has failed"));
+    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 555, "NEW"), tivra_sim::status::UNKNOWN_SYMBOL)
+        << "what behind a manager stands for a source that isn't carried";
+    EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
+}
+
 TEST_F(WithCrossReferences, AStopEndsTheWaitForThem) {
     ASSERT_TRUE(client->startAndWait());
     group.hub(2).setSilent(true);
