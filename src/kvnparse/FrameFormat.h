@@ -23,4 +23,12 @@ inline constexpr std::size_t KVN_FRAME_EXTRA = KVN_HEADER_SIZE + 1;
     return byteAt(2) << 24 | byteAt(3) << 16 | byteAt(4) << 8 | byteAt(5);
 }
 
+/// Writes the 6 bytes in front of a body of that length.
+inline void writeFrameHeader(char* frame, std::uint32_t bodyLength) noexcept {
+    frame[0] = KVN_START;
+    frame[1] = KVN_MARK;
+    for (int i = 0; i < 4; ++i)
+        frame[2 + i] = static_cast<char>(bodyLength >> (24 - 8 * i) & 0xff);
+}
+
 } // namespace KVNAPI

@@ -57,8 +57,6 @@ int KVNParse::setMetaMap(DataMap* map) {
     m_generation = map->generation();
     // A token of the old map may be gone, and another may live at its address.
     m_funcs.clear();
-    m_collided.clear();
-    m_maxSerialId = -1;
     setupHeaders();
     return 0;
 }
@@ -92,41 +90,9 @@ void KVNParse::setupHeaders() {
         if (row.field != nullptr)
             this->*row.field = token;
         if (token != nullptr)
-            setTokenFunc(token, row.enabled ? row.function : nullptr);
+            m_funcs.set(*m_map, token, row.enabled ? row.function : nullptr);
     }
     forgetResolved();
-}
-
-void KVNParse::setTokenFunc(Token* token, kvnparser_t function) {
-    const int serialId = m_map->createTokenSerialId(token);
-    if (serialId > m_maxSerialId) {
-        m_maxSerialId = serialId;
-        m_funcs.resize(static_cast<std::size_t>(m_maxSerialId + 8) / 8 * 8);
-    }
-    FunctionRow& row = m_funcs[static_cast<std::size_t>(serialId)];
-    if (row.token == nullptr || row.token == token) {
-        row = {token, function};
-        return;
-    }
-    const auto known = std::find_if(m_collided.begin(), m_collided.end(),
-                                    [token](const FunctionRow& other) { return other.token == token; });
-    if (known != m_collided.end())
-        known->function = function;
-    else
-        m_collided.push_back({token, function});
-}
-
-kvnparser_t KVNParse::tokenFunc(Token* token) const noexcept {
-    const int serialId = m_map->getTokenSerialId(token);
-    if (serialId < 0 || serialId > m_maxSerialId)
-        return nullptr;
-    const FunctionRow& row = m_funcs[static_cast<std::size_t>(serialId)];
-    if (row.token == token)
-        return row.function;
-    for (const FunctionRow& other : m_collided)
-        if (other.token == token)
-            return other.function;
-    return nullptr;
 }
 
 void KVNParse::forgetResolved() {

@@ -4,6 +4,7 @@
 #include "kvnparse/DataMap.h"
 #include "kvnparse/FrameFormat.h"
 #include "kvnparse/Message.h"
+#include "kvnparse/TokenFunctions.h"
 #include "kvnparse/bufref.h"
 
 #include <array>
@@ -143,11 +144,6 @@ public:
     bufref m_frame; ///< the frame being parsed: no value reaches past its end
 
 private:
-    /// A function beside the token that it was set for, since two tokens of a copied map may share an index.
-    struct FunctionRow {
-        const Token* token = nullptr;
-        kvnparser_t function = nullptr;
-    };
     struct ExchangeRow {
         std::int32_t id = 0;
         const Exchange* exchange = nullptr;
@@ -156,8 +152,7 @@ private:
     static constexpr std::uint32_t MAX_ROWS = 65536;
 
     void setupHeaders();
-    void setTokenFunc(Token* token, kvnparser_t function);
-    [[nodiscard]] kvnparser_t tokenFunc(Token* token) const noexcept;
+    [[nodiscard]] kvnparser_t tokenFunc(Token* token) const noexcept { return m_funcs.find(*m_map, token); }
     void forgetResolved();
     [[nodiscard]] bool isBound();
     [[nodiscard]] const Exchange* findExchange(std::int32_t id);
@@ -167,9 +162,7 @@ private:
     void findToken(std::int64_t number, Token*& token, kvnparser_t& function);
     [[nodiscard]] Token* tryStringToken(const char** position) const;
 
-    std::vector<FunctionRow> m_funcs;    ///< by serial id
-    std::vector<FunctionRow> m_collided; ///< of tokens whose serial id another token holds
-    std::int32_t m_maxSerialId = -1;
+    TokenFunctions<kvnparser_t> m_funcs;
     std::uint64_t m_generation = 0;
     std::vector<FieldRow*> m_rowsById; ///< by token number
     std::deque<FieldRow> m_rows;       ///< in the order of their first use

@@ -1,0 +1,92 @@
+#include "kvnparse/buildvkvn.h"
+
+#include "kvnparse/DataMap.h"
+#include "kvnparse/EncodeText.h"
+#include "kvnparse/Message.h"
+
+#include <tp/te_error.h>
+
+#include <string_view>
+
+namespace KVNAPI {
+
+namespace {
+
+/// What the pairs of the header take at most, but for the symbol and the ids that are long.
+constexpr bufref_len_t HEADER_ROOM = 346;
+constexpr bufref_len_t HEADER_ROOM_NO_PERMISSION = 273;
+
+bufref_len_t longIdRoom(const Exchange* exchange) noexcept {
+    return exchange != nullptr && isLongId(*exchange) ? LONG_ID_EXTRA : 0;
+}
+
+bufref_len_t headerRoom(const Message& message) noexcept {
+    return (message.permission != nullptr ? HEADER_ROOM : HEADER_ROOM_NO_PERMISSION) +
+           longIdRoom(message.permission) + longIdRoom(message.exchange);
+}
+
+} // namespace
+
+char* buildvkvn::putName(char* out, const Token* token) const noexcept {
+    return putStart(out, m_tokens.map->getShortName(token));
+}
+
+char* buildvkvn::putHeader(char* out, const Message& message) const noexcept {
+    const auto putExchange = [&](const Token* token, const Exchange* exchange) {
+        if (exchange == nullptr)
+            return;
+        out = putId(putName(out, token), *exchange);
+        *out++ = sep_;
+    };
+    const auto putField = [&](bool present, const Token* token, bufref value) {
+        if (!present)
+            return;
+        out = putBytes(putName(out, token), value);
+        *out++ = sep_;
+    };
+    putExchange(m_tokens.T_SOURCE, message.exchange);
+    putExchange(m_tokens.T_PERM, message.permission);
+    putField(message.market != 0, m_tokens.T_MARKET, bufref(&message.market, 1));
+    putField(message.symbol.len != 0, m_tokens.T_SYMBOL, message.symbol);
+    putField(message.isRefresh, m_tokens.T_REFRESH, bufref("1", 1));
+    return out;
+}
+
+char* buildvkvn::putPair(char* out, const char* end, const TVPair& pair) const {
+    if (end - out < PAIR_ROOM)
+        return nullptr;
+    out = putValue(putName(out, pair.token), end, pair);
+    if (out != nullptr)
+        *out++ = sep_;
+    return out;
+}
+
+int buildvkvn::encode(bufref* out, const Message* msg) {
+    if (!m_tokens.isBound(*this))
+        return -1;
+    const bufref_len_t room = headerRoom(*msg);
+    if (out->len < room || out->len - room < msg->symbol.len)
+        return notEnoughSpace();
+    char* const start = out->room();
+    char* position = putHeader(start, *msg);
+    for (int i = 0; i < msg->pairCount(); ++i) {
+        position = putPair(position, out->end(), *msg->pair(i));
+        if (position == nullptr)
+            return notEnoughSpace();
+    }
+    if (position == start) {
+        out->len = 0;
+        return 1;
+    }
+    position[-1] = eol_;
+    out->len = static_cast<bufref_len_t>(position - start);
+    return 0;
+}
+
+int buildvkvn::setOption(const char* name, const char*) {
+    tp::te_seterror(std::string_view(name) == "help" ? "No options supported by this parser"
+                                                     : "Invalid option name");
+    return -1;
+}
+
+} // namespace KVNAPI
