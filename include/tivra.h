@@ -27,6 +27,7 @@
 #include "event/MessageEvent.h"
 #include "event/SessionEvent.h"
 #include "event/StatisticsEvent.h"
+#include "event/StatisticsText.h"
 #include "event/UserEvent.h"
 #include "request/Commands.h"
 #include "request/Request.h"

@@ -14,7 +14,12 @@ class Queue;
 /// thread.
 class StatisticsEventImpl {
 public:
-    explicit StatisticsEventImpl(tivra::Session& eventSession) : session(eventSession) {}
+    static constexpr std::size_t kStatCount = 19;
+    using Values = std::array<uint64_t, kStatCount>;
+
+    /// Starts from `values`, which are indexed by the types.
+    explicit StatisticsEventImpl(tivra::Session& eventSession, const Values& values = {})
+        : session(eventSession), m_stats(values) {}
 
     /// Adds one queue: rates and counts are summed, fill levels are the highest of all queues.
     void add(const Queue& queue);
@@ -23,10 +28,8 @@ public:
     [[nodiscard]] tivra::Session& getSession() const { return session; }
 
 private:
-    static constexpr std::size_t kStatCount = 19;
-
     tivra::Session& session;
-    std::array<uint64_t, kStatCount> m_stats{};
+    Values m_stats;
 };
 
 } // namespace tivra_internal

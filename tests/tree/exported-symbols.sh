@@ -10,7 +10,7 @@ if [ -n "$others" ]; then
     exit 1
 fi
 for class in APIFactory Session SessionConfig ConnectionConfig HostConfig UserInfo Request SessionEvent UserEvent \
-    StatisticsEvent MessageEvent MessageReader; do
+    StatisticsEvent StatisticsText MessageEvent MessageReader; do
     if ! echo "$symbols" | grep -q "^tivra::$class::"; then
         echo "tivra::$class is not exported"
         exit 1

@@ -12,6 +12,12 @@ void Console::line(const std::string& text) {
     std::fflush(stderr);
 }
 
+void Console::block(const std::string& text) {
+    clearProgress();
+    fmt::print(stderr, "{}", text);
+    std::fflush(stderr);
+}
+
 void Console::progress(const std::string& text) {
     if (!m_showsProgress)
         return;

@@ -15,6 +15,8 @@ public:
 
     /// A line of its own, with the program's name before it.
     void line(const std::string& text);
+    /// Lines as they are, for programs that read them; `text` ends its last one.
+    void block(const std::string& text);
     /// Replaces the line of progress; nothing when it is off.
     void progress(const std::string& text);
     [[nodiscard]] bool showsProgress() const { return m_showsProgress; }

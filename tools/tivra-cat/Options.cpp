@@ -35,6 +35,7 @@ struct RawOptions {
     bool subscribesDepth = false;
     bool subscribesWildcard = false;
     bool wantsUpdatesOnly = false;
+    std::vector<std::string> statsLabels;
 };
 
 /// A flag that stays unset when it isn't given. CLI11 takes an optional bool for a count and starts it at 0.
@@ -103,12 +104,34 @@ void declareOutput(CLI::App& app, Options& options) {
     app.add_flag("--summary,!--no-summary", options.showsSummary,
                  "end with a summary on standard error (default)")
         ->group(group);
-    app.add_option("--stats", options.statsSeconds, "print the session's counters once per this many seconds")
-        ->check(CLI::Range(1.0, 86400.0))
-        ->group(group);
     app.add_option("--buffer", options.bufferSize,
                    "messages that may wait for a slow output before they are dropped")
         ->check(CLI::Range(std::size_t{1}, std::size_t{100000000}))
+        ->group(group);
+}
+
+void declareStatistics(CLI::App& app, Options& options, RawOptions& raw) {
+    const char* const group = "Statistics";
+    const std::map<std::string, StatisticsForm> forms{{"text", StatisticsForm::Text},
+                                                      {"json", StatisticsForm::Json},
+                                                      {"openmetrics", StatisticsForm::OpenMetrics}};
+    CLI::Option* stats = app.add_option("--stats", options.statsSeconds,
+                                        "print the session's counters once per this many seconds")
+                             ->check(CLI::Range(1.0, 86400.0))
+                             ->group(group);
+    app.add_option("--stats-format", options.statsForm, "text, json (one line) or openmetrics")
+        ->transform(CLI::CheckedTransformer(forms).description("text|json|openmetrics"))
+        ->type_name("")
+        ->needs(stats)
+        ->group(group);
+    app.add_option("--stats-file", options.statsFile,
+                   "file that they replace each time, in place of standard error")
+        ->needs(stats)
+        ->group(group);
+    app.add_option("--stats-label", raw.statsLabels,
+                   "NAME=VALUE that stands with them in json and openmetrics; repeatable")
+        ->allow_extra_args(false)
+        ->needs(stats)
         ->group(group);
 }
 
@@ -249,7 +272,24 @@ void refusePassword(int argc, char** argv) {
     }
 }
 
+tivra::StatisticsText::Labels labelsOf(const std::vector<std::string>& texts) {
+    tivra::StatisticsText::Labels labels;
+    for (const std::string& text : texts) {
+        const std::size_t equals = text.find('=');
+        const std::string name = text.substr(0, equals);
+        if (equals == std::string::npos || !tivra::StatisticsText::isLabelName(name))
+            throw Failure(
+                ExitCode::Usage,
+                fmt::format("--stats-label {}: NAME=VALUE is wanted, with a name of letters, digits "
+                            "and \"_\" that begins with none of 0-9 and not with \"__\"",
+                            text));
+        labels.emplace_back(name, text.substr(equals + 1));
+    }
+    return labels;
+}
+
 void complete(Options& options, const RawOptions& raw) {
+    options.statsLabels = labelsOf(raw.statsLabels);
     if (options.hosts.empty())
         throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
     if (options.user.empty() || options.user.find_first_of("|\x03") != std::string::npos)
@@ -295,6 +335,7 @@ std::optional<Options> readOptions(int argc, char** argv) {
     app.footer(FOOTER);
     declareWho(app, options, raw);
     declareOutput(app, options);
+    declareStatistics(app, options, raw);
     declareLimits(app, options);
     declareEngine(app, options);
     declareCommands(app, options, raw);

@@ -13,6 +13,7 @@
 namespace tivra_cat {
 
 enum class OutputKind { Table, JsonLines, RawPairs };
+enum class StatisticsForm { Text, Json, OpenMetrics };
 enum class Choice { Auto, Always, Never };
 
 /// Everything that the command line and the configuration file say. A value that was not given leaves the
@@ -41,8 +42,11 @@ struct Options {
     std::uint64_t count = 0;      ///< messages after which to end, 0 for no limit
     double durationSeconds = 0.0; ///< time after which to end, 0 for no limit
     double timeoutSeconds = 30.0; ///< time that answers may take, 0 for no limit
-    double statsSeconds = 0.0;    ///< interval between lines of statistics, 0 for none
-    std::string sequenceField;    ///< name or number of a field that counts up by one per message
+    double statsSeconds = 0.0;    ///< interval between statistics, 0 for none
+    StatisticsForm statsForm = StatisticsForm::Text;
+    std::string statsFile;                     ///< replaced at each interval; empty for standard error
+    tivra::StatisticsText::Labels statsLabels; ///< of the forms for machines
+    std::string sequenceField; ///< name or number of a field that counts up by one per message
 
     std::optional<bool> compression;
     std::optional<bool> isMultithreaded;

@@ -79,7 +79,8 @@ Run::Run(const Options& options, std::string logFile)
     , m_sequence(options.sequenceField)
     , m_catalog(m_selection, m_sequence)
     , m_queue(options.bufferSize)
-    , m_watch(m_wakeup)
+    , m_watch(m_wakeup, options.statsForm, options.statsLabels)
+    , m_statisticsFile(options.statsFile)
     , m_receiver({!options.isQuiet, traitsOf(options.command).carriesSymbol, options.count}, m_catalog,
                  m_sequence, m_queue, m_book, m_counters, m_wakeup)
     , m_begin(Clock::now()) {}
@@ -208,8 +209,25 @@ void Run::showProgress() {
 void Run::showStatistics() {
     if (m_options.statsSeconds <= 0.0 || secondsSince(m_lastStatistics) < m_options.statsSeconds)
         return;
+    const bool isText = m_options.statsForm == StatisticsForm::Text;
+    const std::string text = isText ? statisticsText(m_watch.statistics()) : m_watch.machineStatistics();
+    if (text.empty()) // the library has given none yet
+        return;
     m_lastStatistics = Clock::now();
-    m_console.line(statisticsText(m_watch.statistics()));
+    if (m_statisticsFile.isWanted())
+        writeStatistics(isText ? text + "\n" : text);
+    else if (isText)
+        m_console.line(text);
+    else
+        m_console.block(text);
+}
+
+/// A failure is told once, and again only after it has gone well in between.
+void Run::writeStatistics(const std::string& text) {
+    const bool isWritten = m_statisticsFile.replace(text);
+    if (!isWritten && !m_saidFileError)
+        m_console.line(m_statisticsFile.error());
+    m_saidFileError = !isWritten;
 }
 
 ExitCode Run::conclude(End end, const Writer& writer) {
@@ -227,6 +245,8 @@ ExitCode Run::conclude(End end, const Writer& writer) {
             m_console.line(fmt::format("cannot write the output: {}", std::strerror(writer.error())));
         return ExitCode::OutputFailed;
     }
+    if (m_saidFileError)
+        return ExitCode::OutputFailed;
     if (end == End::Signal && !m_isStream)
         return ExitCode::Interrupted;
     if (end == End::Timeout || m_saidTimeout)

@@ -13,6 +13,7 @@
 #include "SequenceCheck.h"
 #include "SessionWatch.h"
 #include "SignalWatch.h"
+#include "StatisticsFile.h"
 #include "Wakeup.h"
 
 #include <chrono>
@@ -44,6 +45,7 @@ private:
     void report();
     void showProgress();
     void showStatistics();
+    void writeStatistics(const std::string& text);
     [[nodiscard]] ExitCode conclude(End end, const Writer& writer);
     [[nodiscard]] double secondsSince(Clock::time_point then) const;
 
@@ -60,12 +62,14 @@ private:
     RequestBook m_book;
     Counters m_counters;
     SessionWatch m_watch;
+    StatisticsFile m_statisticsFile;
     Receiver m_receiver;
     Clock::time_point m_begin; ///< of the phase that progress and limits count from
     Clock::time_point m_lastProgress{};
     Clock::time_point m_lastStatistics{};
     std::size_t m_refusalsShown = 0;
     bool m_saidTimeout = false;
+    bool m_saidFileError = false;
 };
 
 } // namespace tivra_cat

@@ -67,8 +67,22 @@ void SessionWatch::onStatisticsEvent(const tivra::StatisticsEvent& event) {
     Statistics statistics{};
     for (std::size_t i = 0; i < COUNTERS; ++i)
         statistics[i] = event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(i));
+    std::string forMachines = machineForm(event);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_statistics = statistics;
+    m_machineStatistics = std::move(forMachines);
+}
+
+std::string SessionWatch::machineForm(const tivra::StatisticsEvent& event) const {
+    switch (m_form) {
+    case StatisticsForm::Json:
+        return tivra::StatisticsText::json(event, m_labels) + "\n";
+    case StatisticsForm::OpenMetrics:
+        return tivra::StatisticsText::openMetrics(event, m_labels);
+    case StatisticsForm::Text:
+        break;
+    }
+    return {};
 }
 
 std::optional<LoginRefusal> SessionWatch::loginRefusal() const {
@@ -86,6 +100,11 @@ std::vector<std::string> SessionWatch::takeNotices() {
 SessionWatch::Statistics SessionWatch::statistics() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_statistics;
+}
+
+std::string SessionWatch::machineStatistics() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_machineStatistics;
 }
 
 void SessionWatch::notice(std::string text) {

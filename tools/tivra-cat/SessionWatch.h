@@ -1,6 +1,7 @@
 #ifndef TIVRA_CAT_SESSIONWATCH_H
 #define TIVRA_CAT_SESSIONWATCH_H
 
+#include "Options.h"
 #include "Wakeup.h"
 
 #include <tivra.h>
@@ -29,7 +30,9 @@ public:
     static constexpr std::size_t COUNTERS = tivra::StatisticsEvent::PEAK_NET_OUT_MSGS_SEC + 1;
     using Statistics = std::array<std::uint64_t, COUNTERS>;
 
-    explicit SessionWatch(const Wakeup& wakeup) : m_wakeup(wakeup) {}
+    /// @param form    in which machineStatistics are kept; Text for not at all
+    SessionWatch(const Wakeup& wakeup, StatisticsForm form, tivra::StatisticsText::Labels labels)
+        : m_wakeup(wakeup), m_form(form), m_labels(std::move(labels)) {}
 
     void onSessionEvent(const tivra::SessionEvent& event) override;
     void onUserEvent(const tivra::UserEvent& event) override;
@@ -41,15 +44,21 @@ public:
     [[nodiscard]] std::vector<std::string> takeNotices();
     /// The counters as of the last statistics event; zeros before the first.
     [[nodiscard]] Statistics statistics() const;
+    /// The same for machines, whole lines; empty before the first.
+    [[nodiscard]] std::string machineStatistics() const;
 
 private:
     void notice(std::string text);
+    [[nodiscard]] std::string machineForm(const tivra::StatisticsEvent& event) const;
 
     const Wakeup& m_wakeup;
+    const StatisticsForm m_form;
+    const tivra::StatisticsText::Labels m_labels;
     mutable std::mutex m_mutex; ///< guards all below
     std::optional<LoginRefusal> m_refusal;
     std::vector<std::string> m_notices;
     Statistics m_statistics{};
+    std::string m_machineStatistics;
     bool m_wasEstablished = false;
 };
 
