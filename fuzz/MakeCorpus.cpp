@@ -3,7 +3,9 @@
 
 #include <zlib.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -218,6 +220,76 @@ void writeInflateSeeds(const Corpus& corpus, const std::vector<std::vector<std::
     corpus.add("not-zlib", start(3, 0) + frames);
 }
 
+/// A message in the form that the encoders' target reads: header fields, then pairs by their place in its
+/// list of tokens.
+void writeEncoderSeeds(const Corpus& corpus, const std::vector<std::vector<std::string>>& rows) {
+    const auto text = [](const std::string& bytes) { return static_cast<char>(bytes.size()) + bytes; };
+    const auto number = [](std::int64_t value) {
+        std::string bytes(1, '\5');
+        for (const unsigned shift : {32u, 24u, 16u, 8u, 0u})
+            bytes += static_cast<char>(value >> shift & 0xff);
+        return bytes;
+    };
+    // Thirty tokens, of which kinds below 5 stand for header fields.
+    const auto pair = [](int token) { return static_cast<char>(token < 5 ? token + 30 : token); };
+    for (std::size_t i = 0; i < 16; ++i) {
+        const std::vector<std::string>& row = rows[i * 1801];
+        std::string fields = std::string(1, '\0') + number(558 + static_cast<int>(i)) + '\3' + text(row[1]);
+        if (i % 3 == 0)
+            fields += '\1' + number(i % 2 == 0 ? 7 : -123456789);
+        if (i % 4 == 1)
+            fields += "\2Q\4"s;
+        for (int token = 0; token < 30; token += 1 + static_cast<int>(i % 4)) {
+            fields += pair(token);
+            const bool isDouble =
+                token < 2 || token == 10 || token == 12 || token == 14 || token == 17 || token == 29;
+            const bool isText = token == 6 || token == 9 || token == 16 || (token >= 18 && token <= 23) ||
+                                token == 27 || token == 28;
+            if (isText)
+                fields += text(row[10]);
+            else
+                fields += (isDouble ? "\3"s : ""s) + number(std::atol(row[0].c_str()) * (token - 7));
+        }
+        const std::string start{static_cast<char>(i), static_cast<char>(i * 8), '\5'};
+        corpus.add(numbered("day", i), start + fields);
+    }
+    corpus.add("nothing", "\0\xff\xff"s);
+}
+
+void writeMapSeeds(const Corpus& corpus) {
+    static constexpr const char* STORAGES[] = {"int", "double", "string"};
+    std::string whole;
+    for (const fuzz::Field& field : fuzz::FIELDS) {
+        whole += "cmd=AddToken|name=" + std::string(field.name) + "|token=" + std::to_string(field.id) +
+                 "|storage=" + STORAGES[field.storage] + "|hidden=" + (field.id % 2 == 0 ? "1" : "0") +
+                 "|passthrough=" + (field.id % 3 == 0 ? "1" : "0") + "\n";
+        if (field.id < 16)
+            whole += "cmd=AddShortName|name=" + std::string(field.name) +
+                     "|shortname=" + static_cast<char>('a' + field.id) + "\n";
+    }
+    corpus.add("fields", whole);
+    corpus.add("no-end",
+               "cmd=AddToken|name=A|token=1|storage=double|normalize=1\ncmd=AddShortName|name=A|shortname=a");
+    corpus.add(
+        "older",
+        "cmd=AddToken|name=A|token=-7|storage=int|source=1|price=2|assumeI=3|volComp=4|DDFvolComp=5|"
+        "marketToken=6|parser=p|direction=d|id=9|alttoken=10|what=x\ncmd=Other\n3=AddToken|4=B|5=2|6=int\n");
+    static constexpr const char* FAULTS[] = {"",
+                                             "name=A",
+                                             "cmd=AddToken|name=A|token=|storage=int",
+                                             "cmd=AddToken|name=A|token=9999999999|storage=int",
+                                             "cmd=AddToken|name=A|token=1|storage=float",
+                                             "cmd=AddToken|name=A|token=1|storage=int|normalize=1",
+                                             "cmd=AddShortName|name=B|shortname=b",
+                                             "cmd=AddShortName|name=BID|shortname=",
+                                             "cmd=AddToken|name=BID|token=77|storage=int",
+                                             "# a remark",
+                                             "cmd=AddToken|name=A|token=x|storage=int"};
+    for (std::size_t i = 0; i < std::size(FAULTS); ++i)
+        corpus.add(numbered("fault", i), "cmd=AddToken|name=BID|token=10|storage=double\n"s + FAULTS[i] +
+                                             "\ncmd=AddToken|name=ASK|token=12|storage=double\n");
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -230,8 +302,10 @@ int main(int argc, char** argv) {
         if (rows.size() < 20000)
             throw std::runtime_error("too few rows");
         const fs::path folder = argv[2];
+        writeEncoderSeeds(Corpus(folder / "EncoderFuzz"), rows);
         writeFramerSeeds(Corpus(folder / "FramerFuzz"), rows);
         writeInflateSeeds(Corpus(folder / "InflateFuzz"), rows);
+        writeMapSeeds(Corpus(folder / "MapFuzz"));
         writeParserSeeds(Corpus(folder / "ParserFuzz"), rows);
         return 0;
     } catch (const std::exception& e) {
