@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "TivraApi.h"
 
@@ -60,6 +61,14 @@ public:
     /// The tag that Session::send returned for the request that this answers; 0 for a message nobody asked
     /// for.
     int64_t getTag() const;
+
+    /// The message as the hub sent it: the bytes between the header and the end of its frame, fields and all,
+    /// before the library has taken anything out of it or changed it. For recorders and for whoever looks for
+    /// a fault; nothing is copied, and nothing of it is checked beyond what the reader shows. Answers that
+    /// the library makes by itself, for requests to several hubs, have the library's own bytes here.
+    ///
+    /// Valid during the callback only, as the event is: copy what is to be kept. Empty behind it.
+    std::string_view getBody() const;
 
     /// How many alternate identifiers of the symbol the message carries.
     size_t getNumberofAlternateIndexes() const;

@@ -82,7 +82,7 @@ void HubEngine::start() {
     if (m_thread.joinable())
         return;
     std::shared_ptr<const PlaybackTape> tape;
-    if (!m_config.playback.file.empty() && !m_playback.isLoaded())
+    if (m_config.playback.isWanted() && !m_playback.isLoaded())
         tape = std::make_shared<PlaybackTape>(m_config.playback);
     const std::lock_guard<std::mutex> lock(m_taskMutex);
     if (tape)
@@ -444,6 +444,7 @@ void HubEngine::publish() {
     statistics.updatesSent = m_sent.updates;
     statistics.playbackEvents = m_playback.eventsPlayed();
     statistics.playbackSent = m_sent.playback;
+    statistics.playbackLeftOut = m_playback.leftOut();
     statistics.playbackFinished = m_playback.isPlayedOut() && drained;
     statistics.playbackRunning = m_playback.isRunning() || (m_playback.isPlayedOut() && !drained);
     if (m_published == statistics)

@@ -15,8 +15,11 @@ constexpr std::size_t BATCH = 2048;
 void PlaybackEngine::load(std::shared_ptr<const PlaybackTape> tape) {
     m_tape = std::move(tape);
     m_entries.clear();
-    for (const std::string& symbol : m_tape->symbols())
-        m_entries.push_back(&m_state.model.findOrAdd(m_playback.source, symbol));
+    for (const TapeSymbol& symbol : m_tape->symbols()) {
+        if (m_playback.bodies)
+            m_state.model.grant(symbol.source);
+        m_entries.push_back(&m_state.model.findOrAdd(symbol.source, symbol.symbol));
+    }
 }
 
 void PlaybackEngine::start(Clock::time_point now) {
@@ -57,7 +60,10 @@ PlaybackEngine::Next PlaybackEngine::step(Clock::time_point now) {
         SymbolEntry& entry = *m_entries[event.symbol];
         if (!hasRoom(entry))
             return Next::WhenDrained;
-        HubModel::note(entry, event);
+        if (event.isForeign)
+            HubModel::store(entry, event.body());
+        else
+            HubModel::note(entry, event);
         send(entry, event);
         ++m_eventsPlayed;
     }

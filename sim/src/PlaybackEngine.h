@@ -39,6 +39,7 @@ public:
     [[nodiscard]] bool isRunning() const { return m_isRunning; }
     [[nodiscard]] bool isPlayedOut() const { return m_isPlayedOut; }
     [[nodiscard]] std::uint64_t eventsPlayed() const { return m_eventsPlayed; }
+    [[nodiscard]] std::uint64_t leftOut() const { return isLoaded() ? m_tape->leftOut() : 0; }
 
 private:
     [[nodiscard]] bool hasRoom(const SymbolEntry& entry) const;

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <unordered_map>
+#include <limits>
+#include <utility>
 
 namespace tivra_sim {
 
@@ -21,30 +22,54 @@ double toNumber(std::string_view text) {
 } // namespace
 
 PlaybackTape::PlaybackTape(const Playback& playback) {
-    std::unordered_map<std::string, std::uint32_t> numbers;
+    if (playback.bodies)
+        recordBodies(playback);
+    else
+        recordDay(playback);
+}
+
+void PlaybackTape::recordDay(const Playback& playback) {
     readTradingDay(playback.file, [&](const MarketEvent& event) {
-        const auto [number, isNew] =
-            numbers.try_emplace(std::string(event.symbol), static_cast<std::uint32_t>(m_symbols.size()));
-        if (isNew)
-            m_symbols.emplace_back(event.symbol);
         TapeEvent taped;
-        taped.sequence = m_events.size() + 1;
-        const std::string frame =
-            encodeFrame(eventBody(event, playback.source, playback.midnight, m_events.size() + 1));
-        taped.data = keep(frame);
-        taped.length = static_cast<std::uint32_t>(frame.size());
-        taped.symbol = number->second;
+        taped.symbol = symbolNumber({playback.source, std::string(event.symbol)});
         taped.milliseconds = toNumber(event.milliseconds);
         taped.exchange = event.exchange.empty() ? '\0' : event.exchange[0];
         taped.isTrade = event.kind == 'T';
         taped.hasBid = !event.bid.empty() || !event.bidSize.empty();
         taped.hasAsk = !event.ask.empty() || !event.askSize.empty();
-        m_events.push_back(taped);
+        keep(taped, encodeFrame(eventBody(event, playback.source, playback.midnight, m_events.size() + 1)));
         return playback.maxEvents == 0 || m_events.size() < playback.maxEvents;
     });
 }
 
-const char* PlaybackTape::keep(std::string_view frame) {
+void PlaybackTape::recordBodies(const Playback& playback) {
+    TimedBody message;
+    while ((playback.maxEvents == 0 || m_events.size() < playback.maxEvents) && playback.bodies(message)) {
+        bool isAnswer = false;
+        static_cast<void>(findValue(message.body, token::TAG, &isAnswer));
+        const double source = toNumber(findValue(message.body, token::SOURCE));
+        const std::string_view symbol = findValue(message.body, token::SYMBOL);
+        if (isAnswer || source < 1.0 || source > std::numeric_limits<int>::max() || symbol.empty()) {
+            ++m_leftOut;
+            continue;
+        }
+        TapeEvent taped;
+        taped.isForeign = true;
+        taped.symbol = symbolNumber({static_cast<int>(source), std::string(symbol)});
+        taped.milliseconds = message.milliseconds;
+        keep(taped, encodeFrame(message.body));
+    }
+}
+
+std::uint32_t PlaybackTape::symbolNumber(TapeSymbol symbol) {
+    const auto [number, isNew] =
+        m_numbers.try_emplace(std::move(symbol), static_cast<std::uint32_t>(m_symbols.size()));
+    if (isNew)
+        m_symbols.push_back(number->first);
+    return number->second;
+}
+
+void PlaybackTape::keep(TapeEvent event, std::string_view frame) {
     if (m_blocks.empty() || m_blocks.back()->size() + frame.size() > BLOCK_SIZE) {
         m_blocks.push_back(std::make_unique<std::string>());
         m_blocks.back()->reserve(std::max(BLOCK_SIZE, frame.size()));
@@ -52,7 +77,10 @@ const char* PlaybackTape::keep(std::string_view frame) {
     std::string& block = *m_blocks.back();
     const std::size_t offset = block.size();
     block.append(frame);
-    return block.data() + offset;
+    event.data = block.data() + offset;
+    event.length = static_cast<std::uint32_t>(frame.size());
+    event.sequence = m_events.size() + 1;
+    m_events.push_back(event);
 }
 
 } // namespace tivra_sim

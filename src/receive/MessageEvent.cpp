@@ -50,6 +50,10 @@ int64_t MessageEvent::getTag() const {
     return messsgeEventImpl->getTag();
 }
 
+std::string_view MessageEvent::getBody() const {
+    return messsgeEventImpl->getBody();
+}
+
 size_t MessageEvent::getNumberofAlternateIndexes() const {
     return messsgeEventImpl->getNumberofAlternateIndexes();
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <event/MessageEvent.h>
@@ -28,6 +29,8 @@ public:
 
     // --- what the read handler fills in ---
     void setDicMap(MetaTokenMap* dictionary);
+    /// The bytes that the next message is parsed from, which live until the event forgets it.
+    void setBody(std::string_view body) noexcept { m_body = body; }
     /// Takes a message, without status, tag, command and alternate indexes, and rewinds the reader.
     void setMessage(KVNAPI::Message& message) noexcept;
     void setStatusCode(int64_t status) noexcept { m_statusCode = static_cast<int32_t>(status); }
@@ -51,6 +54,9 @@ public:
     [[nodiscard]] int getStatusCode() const noexcept { return m_statusCode; }
     [[nodiscard]] std::string getStatusString() const;
     [[nodiscard]] int64_t getTag() const noexcept { return m_tag; }
+    [[nodiscard]] std::string_view getBody() const noexcept {
+        return m_msg != nullptr ? m_body : std::string_view();
+    }
     [[nodiscard]] size_t getNumberofAlternateIndexes() const noexcept;
     [[nodiscard]] int getAlternateIndexTokenNumber(size_t i) const noexcept;
     [[nodiscard]] std::string getAlternateIndexTokenName(size_t i) const;
@@ -68,6 +74,7 @@ private:
 
     // Of the message that is being delivered.
     const KVNAPI::Message* m_msg = nullptr;
+    std::string_view m_body;
     int32_t m_statusCode = 0;
     int64_t m_tag = 0;
     tivra::Commands m_command = tivra::SUBSCRIBE;

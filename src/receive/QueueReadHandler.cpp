@@ -8,6 +8,7 @@
 
 #include "config/HostConfigImpl.h"
 #include "dictionary/MetaTokenMap.h"
+#include "kvnparse/FrameFormat.h"
 #include "receive/LibraryTags.h"
 #include "receive/MessageEventImpl.h"
 #include "receive/PairValue.h"
@@ -22,6 +23,14 @@ namespace {
 /// Frames with a longer body never come out of the queue.
 constexpr int kMaxFrame = 262144;
 constexpr const char* kParserName = "kvn";
+
+/// What a frame has between its header and its end byte.
+std::string_view bodyOf(const char* frame, unsigned long length) noexcept {
+    const std::string_view bytes(frame, length);
+    return length < KVNAPI::KVN_FRAME_EXTRA
+               ? std::string_view()
+               : bytes.substr(KVNAPI::KVN_HEADER_SIZE, length - KVNAPI::KVN_FRAME_EXTRA);
+}
 
 /// Keeps the event from pointing at a message that is gone, however the callback ends.
 class EventScope {
@@ -95,6 +104,7 @@ unsigned QueueReadHandler::process_kvn_buffer(char* buf, unsigned long len, uint
     // A bad frame before may have left the parser out of step.
     kvnParser->reset();
     kvnParser->push(KVNAPI::bufref(buf, len));
+    m_event->setBody(bodyOf(buf, len));
 
     unsigned failures = 0;
     KVNAPI::Message msg;

@@ -51,6 +51,16 @@ TEST_F(MessageEventTest, AlternateIndexesAreNamedByTheDictionaryOrNotAtAll) {
     EXPECT_EQ(receive("5026=20|4=100|5=IBM|3101=A"), "seen");
 }
 
+TEST_F(MessageEventTest, BodyIsWhatTheHubSentWhateverTheLibraryTakesOut) {
+    session.altIndexes[20] = {index(3101, "A", tivra::QUERYSNAP)};
+    for (const std::string body :
+         {"5026=20|4=100|5=IBM|3101=A|8=1.50", "4=100|5=IBM|77777=x|8=", "5026=21|5001=0"}) {
+        onEvent([&](const tivra::MessageEvent& event) { EXPECT_EQ(event.getBody(), body); });
+        EXPECT_EQ(receive(body), "seen");
+        EXPECT_EQ(application.lastEvent->getBody(), "") << "its bytes are no longer the queue's";
+    }
+}
+
 TEST_F(MessageEventTest, ConflatableIsKnownOnlyWhenTheHubWasAskedToTell) {
     struct Case {
         const char* body;

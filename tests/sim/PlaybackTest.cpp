@@ -160,6 +160,44 @@ TEST(Playback, PaceFollowsTheDayTimesTheFactor) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
 }
 
+TEST(Playback, BodiesOfYourOwnGoOutUnchangedInTheirOrderAtTheirPace) {
+    struct Body {
+        double milliseconds;
+        std::string body;
+        bool isPlayed;
+    };
+    const std::vector<Body> bodies{
+        {5000, "5=NEW|101=1.50|4=7|101=", true}, // a source that no configuration knows
+        {5000, "5026=3|4=7|5=NEW|101=1", false}, {5000, "4=7|101=1", false},
+        {5000, "4=99999999999|5=NEW", false},    {7000, "4=7|5=NEW|24=1|101=\xFF\x04", true},
+        {6000, "4=7|5=NEW|101=2", true}};
+    HubConfig config = playbackConfig("", 1);
+    config.playback.factor = 20;
+    config.playback.bodies = [&bodies, next = std::size_t{0}](TimedBody& message) mutable {
+        if (next == bodies.size())
+            return false;
+        message.milliseconds = bodies[next].milliseconds;
+        message.body = bodies[next++].body;
+        return true;
+    };
+    Hub hub(config);
+    hub.start();
+    RawClient client(hub);
+    client.logIn();
+    const auto begin = std::chrono::steady_clock::now();
+    client.ask("5022=Subscribe|4=7|5=NEW|5026=30");
+    for (const Body& body : bodies) {
+        if (body.isPlayed) {
+            EXPECT_EQ(nextUpdate(client), body.body);
+        }
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
+    ASSERT_TRUE(hub.waitForPlayback());
+    EXPECT_EQ(hub.statistics().playbackEvents, 3U);
+    EXPECT_EQ(hub.statistics().playbackLeftOut, 3U);
+    EXPECT_THAT(client.ask("5022=QuerySnap|4=7|5=NEW|5026=31").at(0), HasSubstr("|101=2"));
+}
+
 TEST(Playback, RepeatAndLimitOfEvents) {
     HubConfig config = playbackConfig(TIVRA_SAMPLE_DAY, 4);
     config.playback.maxEvents = 100;

@@ -31,4 +31,9 @@ if grep -nE '^#[[:space:]]*include [<"](tp/|kvnparse/|dictionary/|config/|reques
     echo "the simulator judges the library, so it must not use it"
     status=1
 fi
+# What writes and reads captures serves programs of both sides.
+if grep -nE '^#[[:space:]]*include [<"](tivra|tp/|kvnparse/|event/|session/)' -r tools/capture; then
+    echo "the capture format knows neither the library nor the simulator"
+    status=1
+fi
 exit $status

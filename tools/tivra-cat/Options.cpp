@@ -91,6 +91,10 @@ void declareOutput(CLI::App& app, Options& options) {
         ->check(CLI::PositiveNumber)
         ->group(group);
     app.add_flag("-q,--quiet", options.isQuiet, "print no message, only count them")->group(group);
+    app.add_option("--record", options.recordFile,
+                   "store the updates as they come, with their times, in this capture; tivra-hub --replay "
+                   "plays it")
+        ->group(group);
     app.add_option("--color", options.color,
                    "colour in tables: auto, always or never; auto respects NO_COLOR")
         ->transform(CLI::CheckedTransformer(choices).description("auto|always|never"))

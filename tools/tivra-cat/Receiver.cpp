@@ -38,6 +38,9 @@ void Receiver::onData(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
     if (!claim())
         return;
     count(type);
+    // What answers a request has a tag, which means nothing to those who see it later.
+    if (m_recorder != nullptr && type != tivra::MessageEvent::IMAGE_PART)
+        m_recorder->add(event.getBody());
     if (m_settings.copiesMessages)
         push(copy(event, type));
     else if (m_sequence.isOn())

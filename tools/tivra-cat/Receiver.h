@@ -4,6 +4,7 @@
 #include "Counters.h"
 #include "FieldCatalog.h"
 #include "RecordQueue.h"
+#include "Recorder.h"
 #include "RequestBook.h"
 #include "SequenceCheck.h"
 #include "Wakeup.h"
@@ -26,14 +27,15 @@ public:
     };
 
     Receiver(const Settings& settings, FieldCatalog& catalog, SequenceCheck& sequence, RecordQueue& queue,
-             RequestBook& book, Counters& counters, const Wakeup& wakeup)
+             RequestBook& book, Counters& counters, const Wakeup& wakeup, Recorder* recorder)
         : m_settings(settings)
         , m_catalog(catalog)
         , m_sequence(sequence)
         , m_queue(queue)
         , m_book(book)
         , m_counters(counters)
-        , m_wakeup(wakeup) {}
+        , m_wakeup(wakeup)
+        , m_recorder(recorder) {}
 
     void onMessageEvent(const tivra::MessageEvent& event) override;
 
@@ -61,6 +63,7 @@ private:
     RequestBook& m_book;
     Counters& m_counters;
     const Wakeup& m_wakeup;
+    Recorder* const m_recorder; ///< null when nothing is recorded
     std::atomic<std::uint64_t> m_claimed{0};
 };
 

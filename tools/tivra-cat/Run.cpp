@@ -81,8 +81,11 @@ Run::Run(const Options& options, std::string logFile)
     , m_queue(options.bufferSize)
     , m_watch(m_wakeup, options.statsForm, options.statsLabels)
     , m_statisticsFile(options.statsFile)
+    , m_recorder(options.recordFile.empty()
+                     ? nullptr
+                     : std::make_unique<Recorder>(options.recordFile, options.bufferSize, m_wakeup))
     , m_receiver({!options.isQuiet, traitsOf(options.command).carriesSymbol, options.count}, m_catalog,
-                 m_sequence, m_queue, m_book, m_counters, m_wakeup)
+                 m_sequence, m_queue, m_book, m_counters, m_wakeup, m_recorder.get())
     , m_begin(Clock::now()) {}
 
 Run::~Run() = default;
@@ -149,7 +152,7 @@ bool Run::isOver(const Writer& writer, End& end) {
     const bool isLate = m_options.timeoutSeconds > 0.0 && seconds >= m_options.timeoutSeconds;
     if (m_signals.count() > 0)
         end = End::Signal;
-    else if (writer.error() != 0)
+    else if (writer.error() != 0 || (m_recorder != nullptr && m_recorder->hasFailed()))
         end = End::Output;
     else if (m_receiver.isLimitReached())
         end = End::Count;
@@ -168,8 +171,10 @@ bool Run::isOver(const Writer& writer, End& end) {
 
 void Run::waitForOutput(const Writer& writer) {
     m_queue.close();
+    if (m_recorder != nullptr)
+        m_recorder->close();
     const int before = m_signals.count();
-    while (!writer.isFinished()) {
+    while (!writer.isFinished() || (m_recorder != nullptr && !m_recorder->isFinished())) {
         m_signals.wait(LOOK);
         // The writer may hang in a write that nobody reads, so there is nothing to wait for in order.
         if (m_signals.count() > before)
@@ -240,12 +245,14 @@ ExitCode Run::conclude(End end, const Writer& writer) {
         m_console.line(receivedText(m_counters));
         m_console.line(outcomeText(m_counters, requests, statistics));
     }
+    if (m_recorder != nullptr)
+        reportRecording();
     if (writer.error() != 0) {
         if (writer.error() != EPIPE) // a reader that has seen enough is no news
             m_console.line(fmt::format("cannot write the output: {}", std::strerror(writer.error())));
         return ExitCode::OutputFailed;
     }
-    if (m_saidFileError)
+    if (m_saidFileError || (m_recorder != nullptr && m_recorder->hasFailed()))
         return ExitCode::OutputFailed;
     if (end == End::Signal && !m_isStream)
         return ExitCode::Interrupted;
@@ -253,7 +260,16 @@ ExitCode Run::conclude(End end, const Writer& writer) {
         return ExitCode::NoAnswer;
     if (requests.refused > 0)
         return ExitCode::RequestRefused;
-    return hasLosses(m_counters, statistics) ? ExitCode::Lost : ExitCode::Ended;
+    const bool isIncomplete = m_recorder != nullptr && m_recorder->dropped() > 0;
+    return isIncomplete || hasLosses(m_counters, statistics) ? ExitCode::Lost : ExitCode::Ended;
+}
+
+void Run::reportRecording() {
+    if (m_recorder->hasFailed())
+        m_console.line(m_recorder->error());
+    else if (m_options.showsSummary)
+        m_console.line(fmt::format("recorded {} messages in {}, dropped {}", m_recorder->written(),
+                                   m_options.recordFile, m_recorder->dropped()));
 }
 
 double Run::secondsSince(Clock::time_point then) const {

@@ -9,6 +9,7 @@
 #include "Options.h"
 #include "Receiver.h"
 #include "RecordQueue.h"
+#include "Recorder.h"
 #include "RequestBook.h"
 #include "SequenceCheck.h"
 #include "SessionWatch.h"
@@ -42,6 +43,7 @@ private:
     [[nodiscard]] End follow(const Writer& writer);
     [[nodiscard]] bool isOver(const Writer& writer, End& end);
     void waitForOutput(const Writer& writer);
+    void reportRecording();
     void report();
     void showProgress();
     void showStatistics();
@@ -63,6 +65,7 @@ private:
     Counters m_counters;
     SessionWatch m_watch;
     StatisticsFile m_statisticsFile;
+    const std::unique_ptr<Recorder> m_recorder; ///< null when nothing is recorded
     Receiver m_receiver;
     Clock::time_point m_begin; ///< of the phase that progress and limits count from
     Clock::time_point m_lastProgress{};

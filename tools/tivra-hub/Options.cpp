@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include "Replay.h"
+
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -61,10 +63,18 @@ void declare(CLI::App& app, Options& options) {
         ->check(CLI::Range(0L, 86400000L));
     app.add_option("--hub-status", options.hubStatusMs, "milliseconds between hub status records, 0 for none")
         ->check(CLI::Range(0L, 86400000L));
-    app.add_option("-f,--playback", options.playbackFile, "trading-day file (CSV, gzipped or plain) to play");
-    auto* factor =
-        app.add_option("--factor", options.factor, "pace of the playback, 1 is the pace of the day")
-            ->check(CLI::PositiveNumber);
+    auto* playback = app.add_option("-f,--playback", options.playbackFile,
+                                    "trading-day file (CSV, gzipped or plain) to play");
+    auto* replay =
+        app.add_option("--replay", options.replayFile, "capture of tivra-cat --record to play, byte for byte")
+            ->excludes(playback);
+    app.add_option("--replay-from", options.replayFrom,
+                   "begin with the first message that came this many seconds after the first")
+        ->check(CLI::NonNegativeNumber)
+        ->needs(replay);
+    auto* factor = app.add_option("--factor", options.factor,
+                                  "pace of the playback, 1 is the pace of the day, 0 is full speed")
+                       ->check(CLI::NonNegativeNumber);
     app.add_flag("--full-speed", options.isFullSpeed, "play as fast as the clients read")->excludes(factor);
     app.add_option("--start-when", options.startWhen,
                    "start the playback when that many symbols are subscribed");
@@ -106,6 +116,10 @@ HubConfig makeConfig(const Options& options) {
     applyInterval(config.heartbeat, options.heartbeatMs);
     applyInterval(config.hubStatus, options.hubStatusMs);
     apply(config.playback.file, options.playbackFile);
+    if (!options.replayFile.empty()) {
+        config.playback.file.clear();
+        config.playback.bodies = replayOf(options.replayFile, options.replayFrom);
+    }
     apply(config.playback.factor, options.factor);
     if (options.isFullSpeed)
         config.playback.factor = 0.0;

@@ -19,6 +19,8 @@ struct Options {
     std::optional<long> heartbeatMs;
     std::optional<long> hubStatusMs;
     std::optional<std::string> playbackFile;
+    std::string replayFile;
+    double replayFrom = 0.0;
     std::optional<double> factor;
     bool isFullSpeed = false;
     std::optional<std::size_t> startWhen;

@@ -63,7 +63,7 @@ HubStatistics totalOf(const std::vector<Hub*>& hubs) {
 /// True when every hub that has something to play has played it.
 bool isPlayedOut(const std::vector<Hub*>& hubs) {
     return std::all_of(hubs.begin(), hubs.end(), [](const Hub* hub) {
-        return hub->config().playback.file.empty() || hub->statistics().playbackFinished;
+        return !hub->config().playback.isWanted() || hub->statistics().playbackFinished;
     });
 }
 
@@ -114,6 +114,10 @@ int runHub(const Options& options, const sigset_t& signals) {
     std::cout << "listening on " << hub.hostString() << std::endl;
     const int result = serve({&hub}, options, signals);
     hub.stop();
+    if (const std::uint64_t leftOut = hub.statistics().playbackLeftOut; leftOut > 0)
+        std::cerr << "tivra-hub: " << leftOut
+                  << " messages of the capture have no symbol or answer a request; they were left out"
+                  << std::endl;
     printSummary(hub.statistics());
     return result;
 }

@@ -36,9 +36,10 @@ struct HubStatistics {
     std::uint64_t updatesSent = 0; ///< untagged data records handed to the sockets, without the system source
     std::uint64_t playbackEvents =
         0; ///< events of the file played, whether or not somebody had subscribed them
-    std::uint64_t playbackSent = 0; ///< messages that these made, one per subscriber
-    bool playbackRunning = false;   ///< started and not yet finished
-    bool playbackFinished = false;  ///< all played, and every byte of it taken by the sockets
+    std::uint64_t playbackSent = 0;    ///< messages that these made, one per subscriber
+    std::uint64_t playbackLeftOut = 0; ///< of Playback::bodies, that nobody can have subscribed
+    bool playbackRunning = false;      ///< started and not yet finished
+    bool playbackFinished = false;     ///< all played, and every byte of it taken by the sockets
 
     [[nodiscard]] bool operator==(const HubStatistics& other) const noexcept;
 };

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <stdexcept>
@@ -52,12 +53,24 @@ struct Symbol {
     std::map<int, std::string> fields;
 };
 
-/// Plays the events of a trading-day file to whoever subscribes their symbols.
+/// A message to play as it is.
+struct TimedBody {
+    double milliseconds = 0.0; ///< since any moment that is the same for all
+    std::string_view body;     ///< what goes into the frame; must stay until the next is asked for
+};
+
+/// Plays the events of a trading-day file, or messages of your own, to whoever subscribes their symbols.
 struct Playback {
     /// A gzipped (or plain) CSV file with the columns
     /// ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious; empty for no
     /// playback.
     std::string file;
+    /// Gives the messages to play in place of a file, one at each call, and false behind the last. All are
+    /// read when the hub starts and kept in memory. They are sent byte for byte in their order, also where
+    /// their times go back. The hub carries their sources, and all its users may ask for them. Messages
+    /// without a source and a symbol have no subscribers, and one with a tag answers a request: both are left
+    /// out and counted.
+    std::function<bool(TimedBody&)> bodies;
     /// The source on which the symbols of the file are carried.
     int source = 100;
     /// 0 plays at full speed, 1 at the pace of the day, 60 an hour in a minute.
@@ -71,6 +84,8 @@ struct Playback {
     unsigned repeat = 1;
     /// Midnight of the day in seconds since the Unix epoch. The default is 7 October 2013 in New York.
     std::int64_t midnight = 1381118400;
+
+    [[nodiscard]] bool isWanted() const { return !file.empty() || bodies != nullptr; }
 };
 
 /// Everything that a hub is started with. All fields may be changed before the Hub is made; none has an

@@ -1,0 +1,294 @@
+#include <capture/CaptureReader.h>
+#include <capture/CaptureWriter.h>
+
+#include <gmock/gmock.h>
+#include <zlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <stdlib.h>
+
+using namespace tivra_capture;
+using testing::HasSubstr;
+
+namespace {
+
+using Messages = std::vector<std::pair<std::int64_t, std::string>>;
+
+std::string number(std::uint64_t value, unsigned bytes) {
+    std::string text;
+    while (bytes-- > 0)
+        text.push_back(static_cast<char>(value >> (8 * bytes)));
+    return text;
+}
+
+std::uint32_t crcOf(const std::string& bytes) {
+    return static_cast<std::uint32_t>(
+        crc32(0, reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uInt>(bytes.size())));
+}
+
+std::string deflated(const std::string& bytes) {
+    uLongf length = compressBound(bytes.size());
+    std::string out(length, '\0');
+    compress(reinterpret_cast<Bytef*>(out.data()), &length, reinterpret_cast<const Bytef*>(bytes.data()),
+             bytes.size());
+    return out.substr(0, length);
+}
+
+std::string messageBytes(std::int64_t time, const std::string& body) {
+    return number(static_cast<std::uint64_t>(time), 8) + number(body.size(), 4) + body;
+}
+
+/// A block with a header that may lie, and checksums that don't.
+std::string blockBytes(const std::string& data, std::size_t length, std::size_t count, std::int64_t time) {
+    std::string header = "BLCK" + number(data.size(), 4) + number(length, 4) + number(count, 4) +
+                         number(static_cast<std::uint64_t>(time), 8) + number(crcOf(data), 4);
+    header += number(crcOf(header), 4);
+    return header + data;
+}
+
+std::string honestBlock(const std::string& content, std::size_t count, std::int64_t time) {
+    return blockBytes(deflated(content), content.size(), count, time);
+}
+
+const std::string HEADER = "TIVRACAP" + number(1, 4) + number(0, 4);
+
+/// The end of a file, with an index of entries that may lie.
+std::string endBytes(const std::string& entries, std::size_t count, std::size_t offset) {
+    const std::string index = "INDX" + number(count, 4) + entries;
+    return index + number(crcOf(index), 4) + number(offset, 8) + "TIVRAEND";
+}
+
+class CaptureFormat : public testing::Test {
+protected:
+    CaptureFormat() {
+        char name[] = "/tmp/tivra-capture-test.XXXXXX";
+        directory = mkdtemp(name);
+        path = directory + "/capture";
+    }
+    ~CaptureFormat() override { std::filesystem::remove_all(directory); }
+
+    void write(const std::string& bytes) const { std::ofstream(path, std::ios::binary) << bytes; }
+    [[nodiscard]] std::string bytes() const {
+        std::ifstream file(path, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    /// What can be read before the end or the fault, which `error` then tells.
+    Messages read(std::string* error = nullptr, bool* isComplete = nullptr) const {
+        Messages messages;
+        try {
+            CaptureReader reader(path);
+            if (isComplete != nullptr)
+                *isComplete = reader.isComplete();
+            Message message;
+            while (reader.next(message))
+                messages.emplace_back(message.nanoseconds, message.body);
+        } catch (const CaptureError& fault) {
+            if (error == nullptr)
+                throw;
+            *error = fault.what();
+        }
+        return messages;
+    }
+
+    /// Three blocks of two, one and two messages.
+    void writeSmall() const {
+        CaptureWriter writer(path);
+        for (std::size_t i = 0; i < SMALL.size(); ++i) {
+            writer.add({SMALL[i].first, SMALL[i].second});
+            if (i == 1 || i == 2)
+                writer.flush();
+        }
+        writer.finish();
+    }
+
+    const Messages SMALL{{1000, "4=100|5=IBM|101=1.5"},
+                         {-5, std::string("\0\xFF\n|=", 5)},
+                         {INT64_MAX, ""},
+                         {900, "4=100|5=IBM|101=1.25"},
+                         {901, "4=100|5=SPY|101="}};
+    std::string directory;
+    std::string path;
+};
+
+struct HostileCase {
+    const char* name;
+    std::string bytes;
+    std::size_t readable; ///< messages before the fault
+    std::string expected;
+};
+
+void PrintTo(const HostileCase& parameter, std::ostream* out) {
+    *out << parameter.name;
+}
+
+const std::string ONE = messageBytes(7, "4=100|5=IBM");
+const std::string GOOD = HEADER + honestBlock(ONE, 1, 7);
+const std::string FAULT_AT_GOOD = "at byte " + std::to_string(GOOD.size()) + ": ";
+
+const HostileCase HOSTILE[] = {
+    {"Empty", "", 0, "not a capture"},
+    {"AnotherKindOfFile", std::string(64, 'x'), 0, "not a capture"},
+    {"NewerVersion", "TIVRACAP" + number(2, 4) + number(0, 4), 0, "version 2"},
+    {"GarbageBehindABlock", GOOD + std::string(40, 'x'), 0, FAULT_AT_GOOD + "no block begins here"},
+    // A megabyte of zeros in a thousand bytes, behind a header that admits it or doesn't.
+    {"BombAnnounced", GOOD + blockBytes(deflated(std::string(1 << 20, '\0')), 1 << 20, 1, 7), 0,
+     FAULT_AT_GOOD + "the lengths of the block are out of bounds"},
+    {"BombHidden", GOOD + blockBytes(deflated(std::string(1 << 20, '\0')), 2000, 1, 7), 1,
+     FAULT_AT_GOOD + "the block can't be uncompressed to what its header says"},
+    {"LessThanAnnounced", GOOD + blockBytes(deflated(ONE), ONE.size() + 1, 1, 7), 1,
+     FAULT_AT_GOOD + "the block can't be uncompressed to what its header says"},
+    {"NotDeflated", GOOD + blockBytes(std::string(20, 'x'), 100, 1, 7), 1,
+     FAULT_AT_GOOD + "the block can't be uncompressed to what its header says"},
+    {"NoMessage", GOOD + blockBytes(deflated(""), 0, 0, 7), 0,
+     FAULT_AT_GOOD + "the lengths of the block are out of bounds"},
+    {"MoreMessagesThanFit", GOOD + honestBlock(ONE, 2, 7), 0,
+     FAULT_AT_GOOD + "the lengths of the block are out of bounds"},
+    {"FewerMessagesThanCounted", GOOD + honestBlock(messageBytes(8, std::string(20, 'x')), 2, 7), 2,
+     FAULT_AT_GOOD + "a message reaches beyond the block"},
+    {"MoreMessagesThanCounted", GOOD + honestBlock(ONE + ONE, 1, 7), 2,
+     FAULT_AT_GOOD + "the block has bytes behind its last message"},
+    {"MessageBeyondTheBlock", GOOD + honestBlock(number(7, 8) + number(0xFFFFFFFF, 4) + "x", 1, 7), 1,
+     FAULT_AT_GOOD + "a message reaches beyond the block"},
+    {"IndexNowhere", GOOD + endBytes("", 0, GOOD.size() + 1000), 0, "doesn't say where the index is"},
+    {"IndexOfMoreThanThereIs", GOOD + endBytes("", 1, GOOD.size()), 0,
+     FAULT_AT_GOOD + "the index is damaged"},
+    {"IndexOfABlockBehindIt",
+     GOOD + endBytes(number(GOOD.size(), 8) + number(7, 8) + number(1, 4), 1, GOOD.size()), 0,
+     "names a block where none can be"},
+    {"IndexOfABlockTwice",
+     GOOD +
+         endBytes(number(16, 8) + number(7, 8) + number(1, 4) + number(16, 8) + number(7, 8) + number(1, 4),
+                  2, GOOD.size()),
+     0, "names a block where none can be"},
+    {"IndexOfNoBlock", GOOD + endBytes(number(17, 8) + number(7, 8) + number(1, 4), 1, GOOD.size()), 0,
+     "at byte 17: no block begins here"},
+};
+
+class HostileCaptures : public CaptureFormat, public testing::WithParamInterface<HostileCase> {};
+
+} // namespace
+
+TEST_F(CaptureFormat, FileIsWhatTheDocumentSays) {
+    writeSmall();
+    const std::vector<std::string> contents{
+        messageBytes(SMALL[0].first, SMALL[0].second) + messageBytes(SMALL[1].first, SMALL[1].second),
+        messageBytes(SMALL[2].first, SMALL[2].second),
+        messageBytes(SMALL[3].first, SMALL[3].second) + messageBytes(SMALL[4].first, SMALL[4].second)};
+    const std::string file = bytes();
+    std::string entries;
+    std::size_t at = 16;
+    ASSERT_EQ(file.substr(0, at), HEADER);
+    for (std::size_t i = 0; i < contents.size(); ++i) {
+        const std::size_t count = i == 1 ? 1 : 2;
+        const std::int64_t time = SMALL[i == 0 ? 0 : i + 1].first;
+        entries += number(at, 8) + number(static_cast<std::uint64_t>(time), 8) + number(count, 4);
+        // How well it is compressed is the writer's business.
+        const std::size_t size = static_cast<unsigned char>(file.at(at + 7));
+        const std::string data = file.substr(at + 32, size);
+        ASSERT_EQ(file.substr(at, 32 + size), blockBytes(data, contents[i].size(), count, time));
+        std::string content(contents[i].size(), '\0');
+        uLongf length = content.size();
+        ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(content.data()), &length,
+                             reinterpret_cast<const Bytef*>(data.data()), data.size()),
+                  Z_OK);
+        EXPECT_EQ(content, contents[i]);
+        at += 32 + size;
+    }
+    EXPECT_EQ(file.substr(at), endBytes(entries, 3, at));
+    EXPECT_EQ(read(), SMALL);
+}
+
+TEST_F(CaptureFormat, CutAnywhereItGivesAllWholeBlocksBeforeTheCut) {
+    writeSmall();
+    const std::string whole = bytes();
+    std::vector<std::size_t> ends; // of the blocks
+    const std::vector<BlockPlace> blocks = CaptureReader(path).blocks();
+    for (const BlockPlace& place : blocks)
+        ends.push_back(place.offset);
+    ends.erase(ends.begin());
+    ends.push_back(whole.find("INDX"));
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        write(whole.substr(0, length));
+        std::string error;
+        bool isComplete = true;
+        const Messages messages = read(&error, &isComplete);
+        if (length < 16) {
+            EXPECT_THAT(error, HasSubstr("not a capture")) << length;
+            continue;
+        }
+        EXPECT_EQ(error, "") << length;
+        EXPECT_FALSE(isComplete) << length;
+        const std::size_t expected = length >= ends[2]   ? 5
+                                     : length >= ends[1] ? 3
+                                     : length >= ends[0] ? 2
+                                                         : 0;
+        EXPECT_EQ(messages, Messages(SMALL.begin(), SMALL.begin() + static_cast<long>(expected))) << length;
+    }
+}
+
+TEST_F(CaptureFormat, NoChangedByteGoesUnnoticed) {
+    writeSmall();
+    const std::string whole = bytes();
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        for (const int mask : {0x01, 0x80, 0xFF}) {
+            std::string changed = whole;
+            changed[at] = static_cast<char>(changed[at] ^ mask);
+            write(changed);
+            std::string error;
+            bool isComplete = true;
+            const Messages messages = read(&error, &isComplete);
+            EXPECT_TRUE(!error.empty() || !isComplete) << at;
+            ASSERT_LE(messages.size(), SMALL.size()) << at;
+            EXPECT_TRUE(std::equal(messages.begin(), messages.end(), SMALL.begin())) << at;
+        }
+    }
+}
+
+TEST_P(HostileCaptures, AreRefusedWithThePlaceOfTheFault) {
+    write(GetParam().bytes);
+    std::string error;
+    EXPECT_EQ(read(&error).size(), GetParam().readable);
+    EXPECT_THAT(error, HasSubstr(path + ": "));
+    EXPECT_THAT(error, HasSubstr(GetParam().expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, HostileCaptures, testing::ValuesIn(HOSTILE),
+                         [](const auto& instance) { return instance.param.name; });
+
+TEST_F(CaptureFormat, LongBodiesAndManyBlocksComeBackAndCanBeSought) {
+    std::mt19937 random(4711);
+    Messages sent;
+    for (std::int64_t i = 0; i < 400; ++i) {
+        // Every hundredth is of the greatest length, and random bytes can't be compressed.
+        std::string body(i % 100 == 0 ? MAX_BODY : random() % 8000, '\0');
+        for (char& c : body)
+            c = static_cast<char>(random());
+        sent.emplace_back(i * 10, std::move(body));
+    }
+    {
+        CaptureWriter writer(path);
+        for (const auto& [time, body] : sent)
+            writer.add({time, body});
+        EXPECT_THROW(writer.add({1, std::string(MAX_BODY + 1, 'x')}), CaptureError);
+        writer.finish();
+        EXPECT_EQ(writer.messages(), 400U);
+    }
+    EXPECT_EQ(read(), sent);
+    CaptureReader reader(path);
+    EXPECT_EQ(reader.messages(), 400U);
+    ASSERT_GT(reader.blocks().size(), 5U);
+    Message message;
+    for (const std::int64_t time : {std::int64_t{1995}, std::int64_t{-1}, std::int64_t{3990}, INT64_MAX}) {
+        reader.seek(time);
+        ASSERT_TRUE(reader.next(message));
+        const auto block = static_cast<std::size_t>(message.nanoseconds / 10);
+        EXPECT_EQ(message.body, sent[block].second);
+        EXPECT_TRUE(message.nanoseconds <= time || message.nanoseconds == 0) << time;
+        for (const BlockPlace& place : reader.blocks())
+            EXPECT_TRUE(place.firstNanoseconds > time || place.firstNanoseconds <= message.nanoseconds)
+                << time;
+    }
+}

@@ -1,0 +1,113 @@
+#include "Recorder.h"
+
+#include "ExitCode.h"
+
+#include <pthread.h>
+
+#include <chrono>
+#include <utility>
+
+namespace tivra_cat {
+
+namespace {
+
+/// Bytes of bodies that may wait, however few messages they are.
+constexpr std::size_t MAX_WAITING = std::size_t{64} << 20;
+/// What a file that is cut off can lack at most.
+constexpr std::chrono::seconds FLUSH_INTERVAL{1};
+
+std::int64_t presentNanoseconds() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+tivra_capture::CaptureWriter opened(const std::string& path) {
+    try {
+        return tivra_capture::CaptureWriter(path);
+    } catch (const tivra_capture::CaptureError& error) {
+        throw Failure(ExitCode::OutputFailed, error.what());
+    }
+}
+
+} // namespace
+
+Recorder::Recorder(const std::string& path, std::size_t capacity, const Wakeup& wakeup)
+    : m_capacity(capacity), m_wakeup(wakeup), m_writer(opened(path)), m_thread([this] { run(); }) {
+    pthread_setname_np(m_thread.native_handle(), "cat-recorder");
+}
+
+Recorder::~Recorder() {
+    close();
+    m_thread.join();
+}
+
+void Recorder::add(std::string_view body) {
+    bool wasEmpty = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_isClosed || m_waiting.entries.size() >= m_capacity ||
+            m_waiting.bodies.size() + body.size() > MAX_WAITING) {
+            m_dropped.fetch_add(1);
+            return;
+        }
+        wasEmpty = m_waiting.entries.empty();
+        // Read under the lock, so that the times stand in the order of the messages.
+        m_waiting.entries.push_back({presentNanoseconds(), body.size()});
+        m_waiting.bodies += body;
+    }
+    if (wasEmpty)
+        m_changed.notify_one();
+}
+
+void Recorder::close() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isClosed = true;
+    m_changed.notify_one();
+}
+
+void Recorder::run() {
+    try {
+        writeAll();
+    } catch (const std::exception& error) {
+        close();
+        m_error = error.what();
+        m_hasFailed = true;
+    }
+    m_isFinished = true;
+    m_wakeup.notify();
+}
+
+void Recorder::writeAll() {
+    Batch batch;
+    auto lastFlush = std::chrono::steady_clock::now();
+    while (take(batch)) {
+        write(batch);
+        const auto now = std::chrono::steady_clock::now();
+        if (now - lastFlush >= FLUSH_INTERVAL) {
+            m_writer.flush();
+            lastFlush = now;
+        }
+    }
+    m_writer.finish();
+}
+
+/// Waits a second at most. False when it is closed and empty, for good.
+bool Recorder::take(Batch& batch) {
+    batch.entries.clear();
+    batch.bodies.clear();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait_for(lock, FLUSH_INTERVAL, [this] { return m_isClosed || !m_waiting.entries.empty(); });
+    std::swap(batch, m_waiting);
+    return !batch.entries.empty() || !m_isClosed;
+}
+
+void Recorder::write(const Batch& batch) {
+    std::string_view rest = batch.bodies;
+    for (const Batch::Entry& entry : batch.entries) {
+        m_writer.add({entry.nanoseconds, rest.substr(0, entry.length)});
+        rest.remove_prefix(entry.length);
+    }
+}
+
+} // namespace tivra_cat

@@ -1,0 +1,77 @@
+#ifndef TIVRA_CAT_RECORDER_H
+#define TIVRA_CAT_RECORDER_H
+
+#include "Wakeup.h"
+
+#include <capture/CaptureWriter.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace tivra_cat {
+
+/// Writes messages as they came into a capture, on a thread of its own. Bounded: when the disk falls behind,
+/// messages are refused and the callbacks never wait for it.
+class Recorder {
+public:
+    /// Opens the file, in place of one that is there, and starts at once. At most `capacity` messages wait.
+    /// Throws Failure when the file can't be written.
+    Recorder(const std::string& path, std::size_t capacity, const Wakeup& wakeup);
+    /// Closes it and waits until all has been written.
+    ~Recorder();
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
+
+    /// Notes a message with the present time; it is counted as dropped when there is no room. @thread user
+    void add(std::string_view body);
+    /// Takes nothing more; what waits is written and the file ended. @thread application
+    void close();
+
+    /// Whether all was written, or writing failed, and the thread has nothing left to do.
+    [[nodiscard]] bool isFinished() const { return m_isFinished.load(); }
+    [[nodiscard]] bool hasFailed() const { return m_hasFailed.load(); }
+    /// Why it has failed; complete once it has.
+    [[nodiscard]] const std::string& error() const { return m_error; }
+    [[nodiscard]] std::uint64_t dropped() const { return m_dropped.load(); }
+    /// Messages in the file; complete once it is finished.
+    [[nodiscard]] std::uint64_t written() const { return m_writer.messages(); }
+
+private:
+    /// Messages one behind the other, their lengths and times beside them.
+    struct Batch {
+        struct Entry {
+            std::int64_t nanoseconds = 0;
+            std::size_t length = 0;
+        };
+        std::vector<Entry> entries;
+        std::string bodies;
+    };
+
+    void run();
+    void writeAll();
+    [[nodiscard]] bool take(Batch& batch);
+    void write(const Batch& batch);
+
+    const std::size_t m_capacity;
+    const Wakeup& m_wakeup;
+    tivra_capture::CaptureWriter m_writer;
+    std::mutex m_mutex; ///< guards the next three
+    std::condition_variable m_changed;
+    Batch m_waiting;
+    bool m_isClosed = false;
+    std::atomic<std::uint64_t> m_dropped{0};
+    std::string m_error;
+    std::atomic<bool> m_hasFailed{false};
+    std::atomic<bool> m_isFinished{false};
+    std::thread m_thread; ///< the last member: it uses all the others
+};
+
+} // namespace tivra_cat
+
+#endif
