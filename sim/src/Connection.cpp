@@ -108,6 +108,19 @@ void Connection::detach(SymbolEntry& entry) {
         --m_countedSymbols;
 }
 
+void Connection::update(const SymbolEntry& entry, std::string_view body, std::string_view frame,
+                        FrameKind kind) {
+    if (!m_conflator && !needsTailoring()) {
+        m_output.append(frame, kind);
+        return;
+    }
+    const std::string text = needsTailoring() ? tailored(body, entry) : std::string(body);
+    if (m_conflator)
+        m_conflator->update(entry, text, kind, m_output, Clock::now());
+    else
+        m_output.append(encodeFrame(text), kind);
+}
+
 std::string Connection::tailored(std::string_view body, const SymbolEntry& entry) const {
     Record record;
     std::set<int> present;

@@ -1,6 +1,7 @@
 #ifndef TIVRA_SIM_CONNECTION_H
 #define TIVRA_SIM_CONNECTION_H
 
+#include "Conflator.h"
 #include "Descriptor.h"
 #include "HubModel.h"
 #include "OutputQueue.h"
@@ -10,6 +11,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -34,9 +36,6 @@ struct ClientState {
     std::string version;
     std::string platform;
     std::string language;
-    std::int64_t conflationInterval = 1000;
-    std::int64_t conflationType = 1;
-    std::int64_t queuePercent = 0;
     /// Tokens that are added to every record of a source.
     std::map<int, std::set<int>> alternateIndexes;
     /// Tokens that updates are cut down to; empty lets all through.
@@ -61,6 +60,8 @@ public:
     ClientState& client() { return m_client; }
     FrameReader& reader() { return m_reader; }
     OutputQueue& output() { return m_output; }
+    /// Nothing where the hub doesn't merge updates.
+    std::optional<Conflator>& conflator() { return m_conflator; }
 
     /// @name Answers, which may be told to wait
     /// @{
@@ -86,12 +87,8 @@ public:
     [[nodiscard]] std::size_t subscriptionCount() const { return m_countedSymbols; }
     /// @}
 
-    /// Whether bodies must pass tailored() before they are sent.
-    [[nodiscard]] bool needsTailoring() const {
-        return !m_client.alternateIndexes.empty() || !m_client.filter.empty();
-    }
-    /// A body as this client wants it: cut down to its filter, and with its alternate indexes added.
-    [[nodiscard]] std::string tailored(std::string_view body, const SymbolEntry& entry) const;
+    /// Sends an update of a symbol, whose frame may be at hand, in the way that this client wants it.
+    void update(const SymbolEntry& entry, std::string_view body, std::string_view frame, FrameKind kind);
 
     /// Whether the socket refused more bytes, and whether it is watched for room.
     bool isBlocked = false;
@@ -102,6 +99,12 @@ public:
     bool isClosing = false;
 
 private:
+    /// A body as this client wants it: cut down to its filter, and with its alternate indexes added.
+    [[nodiscard]] std::string tailored(std::string_view body, const SymbolEntry& entry) const;
+    /// Whether bodies must pass tailored() before they are sent.
+    [[nodiscard]] bool needsTailoring() const {
+        return !m_client.alternateIndexes.empty() || !m_client.filter.empty();
+    }
     struct WaitingAnswer {
         Clock::time_point due;
         std::string frame;
@@ -119,6 +122,7 @@ private:
     ClientState m_client;
     FrameReader m_reader;
     OutputQueue m_output;
+    std::optional<Conflator> m_conflator;
     std::deque<WaitingAnswer> m_waiting;
     std::vector<Subscription> m_subscriptions;
     /// How many subscriptions cover a symbol.

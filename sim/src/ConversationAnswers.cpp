@@ -98,7 +98,9 @@ Responder::Bodies Responder::setConflationInterval(Connection& connection, const
     const std::int64_t interval = request.number(token::CONFLATION_INTERVAL);
     if (interval < 0)
         return answeredWith(request, status::BAD_PARAMETER);
-    connection.client().conflationInterval = interval;
+    if (connection.conflator())
+        connection.conflator()->setInterval(
+            std::chrono::milliseconds(std::min<std::int64_t>(interval, 86400000)));
     return succeed(connection, request);
 }
 
@@ -112,7 +114,8 @@ Responder::Bodies Responder::setConflationType(Connection& connection, const Req
                                      (type == 4 && isAtLeast(version, 7, 8)));
     if (!known || threshold < 1 || threshold > 75)
         return answeredWith(request, status::BAD_PARAMETER);
-    connection.client().conflationType = type;
+    if (connection.conflator())
+        connection.conflator()->setType(type, threshold);
     return succeed(connection, request);
 }
 
@@ -192,8 +195,13 @@ Responder::Bodies Responder::listUserPermission(Connection& connection, const Re
 }
 
 Responder::Bodies Responder::reportApiStats(Connection& connection, const Request& request) {
-    connection.client().queuePercent = request.number(token::QUEUE_PERCENT, 0);
-    return succeed(connection, request);
+    Bodies bodies = succeed(connection, request);
+    std::optional<Conflator>& conflator = connection.conflator();
+    if (conflator && conflator->report(request.number(token::QUEUE_PERCENT, 0)))
+        bodies.push_back(Record(SYSTEM_SOURCE, JIT_SYMBOL)
+                             .add(token::CONFLATION, conflator->isJustInTime() ? conflator->type() : 0)
+                             .body());
+    return bodies;
 }
 
 } // namespace tivra_sim

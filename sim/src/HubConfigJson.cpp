@@ -1,5 +1,6 @@
 #include "HubConfigJson.h"
 
+#include <array>
 #include <limits>
 #include <utility>
 
@@ -132,6 +133,18 @@ Topology readTopology(const json& value, const std::string& where) {
     fail(where, "must be \"single-instance\" or \"aggregating\", not \"" + word + "\"");
 }
 
+/// In the order of the enumeration.
+constexpr std::array<const char*, 5> FLUSHES{"batch", "frame", "block", "rarely", "full"};
+
+Flush readFlush(const json& value, const std::string& where) {
+    const std::string word = textOf(value, where);
+    for (std::size_t i = 0; i < FLUSHES.size(); ++i) {
+        if (word == FLUSHES[i])
+            return static_cast<Flush>(i);
+    }
+    fail(where, "must be \"batch\", \"frame\", \"block\", \"rarely\" or \"full\", not \"" + word + "\"");
+}
+
 Reader textReader(std::string& target) {
     return [&target](const json& value, const std::string& where) { target = wireTextOf(value, where); };
 }
@@ -161,6 +174,11 @@ std::map<std::string, Reader> hubReaders(HubConfig& config) {
          [&](const json& v, const std::string& w) { config.boxPermissions = sourcesOf(v, w); }},
         {"topology", [&](const json& v, const std::string& w) { config.topology = readTopology(v, w); }},
         {"compression", [&](const json& v, const std::string& w) { config.compression = boolOf(v, w); }},
+        {"compressionLevel",
+         [&](const json& v, const std::string& w) { config.compressionLevel = intOf(v, w, 0, 9); }},
+        {"compressionFlush",
+         [&](const json& v, const std::string& w) { config.compressionFlush = readFlush(v, w); }},
+        {"conflation", [&](const json& v, const std::string& w) { config.conflation = boolOf(v, w); }},
         {"heartbeat",
          [&](const json& v, const std::string& w) {
              config.heartbeat = readSystemRecord(v, w, config.heartbeat);
@@ -275,6 +293,9 @@ ordered hubJson(const HubConfig& config, HubConfig::Passwords passwords) {
             {"users", usersJson(config.users, passwords)},
             {"boxPermissions", config.boxPermissions},
             {"compression", config.compression},
+            {"compressionLevel", config.compressionLevel},
+            {"compressionFlush", FLUSHES[static_cast<std::size_t>(config.compressionFlush)]},
+            {"conflation", config.conflation},
             {"heartbeat", systemRecordJson(config.heartbeat)},
             {"hubStatus", systemRecordJson(config.hubStatus)},
             {"playback", playbackJson(config.playback)},

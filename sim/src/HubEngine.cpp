@@ -267,6 +267,8 @@ void HubEngine::admit(Descriptor socket) {
     auto connection = std::make_unique<Connection>(
         m_nextConnection++, std::move(socket), addressText(local).first, std::move(peerAddress), peerPort);
     connection->output().setShape(m_misbehaviour.shape);
+    if (m_config.conflation)
+        connection->conflator().emplace();
     watchDescriptor(m_epoll.get(), fd, connection.get());
     m_state.connections.push_back(std::move(connection));
     if (m_misbehaviour.isDeaf)
@@ -311,7 +313,7 @@ void HubEngine::serve(Connection& connection, std::string_view text) {
         due = Clock::now() + m_misbehaviour.answerDelay;
     // A refusal is a part of the compressed stream too.
     if (m_config.compression && request.command == "LoginUser" && Responder::wantsCompression(request))
-        connection.output().startCompression();
+        connection.output().startCompression(m_config.compressionLevel, m_config.compressionFlush);
     for (std::string& frame : framesFor(connection, request))
         connection.answer(std::move(frame), due);
     m_playback.startIfWanted(subscriptions(), Clock::now());
@@ -353,8 +355,11 @@ std::optional<Misbehaviour::Refusal> HubEngine::takeRefusal(std::string_view com
 }
 
 void HubEngine::runTimers(Clock::time_point now) {
-    for (const auto& connection : m_state.connections)
+    for (const auto& connection : m_state.connections) {
         connection->releaseAnswers(now);
+        if (connection->conflator())
+            connection->conflator()->release(connection->output(), now);
+    }
     if (m_config.heartbeat.enabled && now >= m_nextHeartbeat) {
         m_nextHeartbeat = now + m_config.heartbeat.interval;
         if (!m_misbehaviour.isSilent)
@@ -464,6 +469,8 @@ void HubEngine::armTimer(Clock::time_point now) {
     for (const auto& connection : m_state.connections) {
         if (connection->hasWaitingAnswer())
             next = std::min(next, connection->nextAnswerAt());
+        if (connection->conflator() && connection->conflator()->hasWaiting())
+            next = std::min(next, connection->conflator()->dueAt());
         if (connection->output().resumeAt() > now && connection->output().pending() > 0)
             next = std::min(next, connection->output().resumeAt());
     }

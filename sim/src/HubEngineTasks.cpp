@@ -83,12 +83,9 @@ std::vector<PresentSubscription> HubEngine::presentSubscriptions() const {
 }
 
 std::size_t HubEngine::sendToSubscribers(SymbolEntry& entry, std::string_view body, FrameKind kind) {
-    for (Connection* subscriber : entry.subscribers) {
-        if (subscriber->needsTailoring())
-            subscriber->output().append(encodeFrame(subscriber->tailored(body, entry)), kind);
-        else
-            subscriber->output().append(encodeFrame(body), kind);
-    }
+    const std::string frame = encodeFrame(body);
+    for (Connection* subscriber : entry.subscribers)
+        subscriber->update(entry, body, frame, kind);
     return entry.subscribers.size();
 }
 

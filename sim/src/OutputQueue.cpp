@@ -17,6 +17,11 @@ constexpr std::size_t COMPACT_SIZE = std::size_t{1} << 20;
 /// Bytes that are compressed at once, unless a single frame is longer: each time costs a flush.
 constexpr std::size_t COMPRESSION_BATCH = std::size_t{1} << 18;
 
+/// Whether a compressor must not hold such a frame back.
+bool isPushedOut(FrameKind kind) {
+    return kind != FrameKind::Update && kind != FrameKind::Playback;
+}
+
 } // namespace
 
 void OutputQueue::append(std::string_view frame, FrameKind kind) {
@@ -29,9 +34,9 @@ void OutputQueue::append(std::string_view frame, FrameKind kind) {
         ++m_playbackPending;
 }
 
-void OutputQueue::startCompression() {
+void OutputQueue::startCompression(int level, Flush flush) {
     if (!m_hasWritten && !m_compressor)
-        m_compressor = std::make_unique<StreamCompressor>();
+        m_compressor = std::make_unique<StreamCompressor>(level, flush);
 }
 
 std::size_t OutputQueue::frameLength(std::size_t frame) const {
@@ -67,18 +72,23 @@ void OutputQueue::compressNext() {
     if (!m_compressed.empty())
         return;
     // A frame that is to be cut, or counted down to a drop, is compressed for itself.
-    const bool oneByOne = m_shape.offset > 0 || m_framesLeft >= 0;
+    const bool isExact = m_shape.offset > 0 || m_framesLeft >= 0;
+    const bool oneByOne = isExact || m_compressor->takesFramesOneByOne();
     std::size_t frame = m_firstFrame;
     std::size_t length = frameLength(frame);
     const bool passes = frameKind(frame) == FrameKind::PastCompression;
+    bool isUrgent = isExact || isPushedOut(frameKind(frame));
     while (!passes && !oneByOne && ++frame < m_frames.size() &&
-           frameKind(frame) != FrameKind::PastCompression && length + frameLength(frame) <= COMPRESSION_BATCH)
+           frameKind(frame) != FrameKind::PastCompression &&
+           length + frameLength(frame) <= COMPRESSION_BATCH) {
         length += frameLength(frame);
+        isUrgent = isUrgent || isPushedOut(frameKind(frame));
+    }
     const std::string_view bytes = std::string_view(m_bytes).substr(m_head, length);
     if (passes)
         m_compressed = bytes;
     else
-        m_compressor->compress(bytes, m_compressed);
+        m_compressor->compress(bytes, isUrgent, m_compressed);
     m_compressedFrom = length;
 }
 
@@ -90,6 +100,10 @@ OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
     while (pending() > 0) {
         if (isCompressed())
             compressNext();
+        if (isCompressed() && m_compressed.empty()) {
+            retire(m_compressedFrom); // the compressor holds it back
+            continue;
+        }
         const std::string_view piece = nextPiece();
         const ssize_t count = ::send(fd, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count < 0) {

@@ -63,7 +63,7 @@ public:
 
     /// Makes one zlib stream of all that goes out, which must begin with the first byte: no effect once bytes
     /// have gone out plainly.
-    void startCompression();
+    void startCompression(int level, Flush flush);
     [[nodiscard]] bool isCompressed() const { return m_compressor != nullptr; }
 
     /// Writes what may be written at `now`.

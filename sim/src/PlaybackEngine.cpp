@@ -88,18 +88,14 @@ bool PlaybackEngine::hasRoom() const {
 
 bool PlaybackEngine::hasRoom(const SymbolEntry& entry) const {
     const std::size_t limit = m_state.model.config().outputLimit;
-    return std::all_of(entry.subscribers.begin(), entry.subscribers.end(),
-                       [limit](Connection* subscriber) { return subscriber->output().pending() < limit; });
+    return std::all_of(entry.subscribers.begin(), entry.subscribers.end(), [limit](Connection* subscriber) {
+        return limit == 0 || subscriber->output().pending() < limit;
+    });
 }
 
 void PlaybackEngine::send(SymbolEntry& entry, const TapeEvent& event) {
-    for (Connection* subscriber : entry.subscribers) {
-        if (subscriber->needsTailoring())
-            subscriber->output().append(encodeFrame(subscriber->tailored(event.body(), entry)),
-                                        FrameKind::Playback);
-        else
-            subscriber->output().append(event.frame(), FrameKind::Playback);
-    }
+    for (Connection* subscriber : entry.subscribers)
+        subscriber->update(entry, event.body(), event.frame(), FrameKind::Playback);
 }
 
 } // namespace tivra_sim

@@ -1,6 +1,9 @@
 #ifndef TIVRA_SIM_STREAMCOMPRESSOR_H
 #define TIVRA_SIM_STREAMCOMPRESSOR_H
 
+#include "tivra_sim/HubConfig.h"
+
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -11,16 +14,24 @@ namespace tivra_sim {
 /// Makes one zlib stream of all bytes that it is given. Used by the hub's thread alone.
 class StreamCompressor {
 public:
-    StreamCompressor();
+    StreamCompressor(int level, Flush flush);
     ~StreamCompressor();
     StreamCompressor(const StreamCompressor&) = delete;
     StreamCompressor& operator=(const StreamCompressor&) = delete;
 
-    /// Appends to `out` what `bytes` come to, in such a way that a reader of `out` can inflate all of them.
-    void compress(std::string_view bytes, std::string& out);
+    /// Whether each frame is to be given for itself.
+    [[nodiscard]] bool takesFramesOneByOne() const { return m_flush == Flush::EachFrame; }
+
+    /// Appends to `out` what `bytes` come to. A reader of `out` can inflate all of them when they are
+    /// `urgent`; otherwise it depends on the flushes, and there may be nothing to append.
+    void compress(std::string_view bytes, bool urgent, std::string& out);
 
 private:
+    [[nodiscard]] int flushFor(std::size_t bytes, bool urgent);
+
     z_stream m_stream{};
+    const Flush m_flush;
+    std::size_t m_held = 0; ///< bytes since the last flush
 };
 
 } // namespace tivra_sim

@@ -136,6 +136,39 @@ TEST(Compression, EveryCutOfTheStreamIsTheSameConversation) {
     }
 }
 
+TEST(Compression, EveryWayOfFlushingIsTheSameStream) {
+    constexpr int UPDATES = IS_SANITIZED ? 2000 : 10000;
+    for (const tivra_sim::Flush flush : {tivra_sim::Flush::EachFrame, tivra_sim::Flush::EachBlock,
+                                         tivra_sim::Flush::Rarely, tivra_sim::Flush::WhenFull}) {
+        for (const int level : {0, 1, 9}) {
+            HubConfig config = HubConfig::realistic();
+            config.compressionFlush = flush;
+            config.compressionLevel = level;
+            RunningHub hub(config);
+            CompressedClient client(hub);
+            std::atomic<int> next{0};
+            std::atomic<int> wrong{0};
+            client.messageHook = [&](const tivra::MessageEvent& event) {
+                const SeenMessage message(event);
+                if (message.type != tivra::MessageEvent::UPDATE)
+                    return client.notify();
+                wrong += message.field(token::SEQUENCE) != std::to_string(next++);
+                client.notify();
+            };
+            ASSERT_TRUE(client.startAndWait());
+            client.send(tivra::SUBSCRIBE, 100, "IBM");
+            ASSERT_TRUE(hub.waitForSubscriptions(1));
+            for (int number = 0; number < UPDATES; ++number)
+                hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, number).add(token::BID, number % 97));
+            client.send(tivra::QUERYSNAP, 100, "BAC"); // its answer pushes out what is held back
+            EXPECT_TRUE(client.waitUntil([&] { return next == UPDATES; }))
+                << static_cast<int>(flush) << " " << level << ": " << next;
+            EXPECT_EQ(wrong, 0);
+            EXPECT_EQ(hub.statistics().accepted, 1U);
+        }
+    }
+}
+
 /// At full speed, and with a callback that stands still until the hub has sent all: a ring with room loses
 /// nothing.
 TEST(Compression, DayArrivesFieldByFieldInOrder) {

@@ -149,6 +149,50 @@ TEST_F(CompressedControl, BytesPastTheCompressionComeAsTheyAreAndInOrder) {
     EXPECT_EQ(client.inflated(wire.substr(garbage + 7)), encodeFrame("1=behind"));
 }
 
+TEST(Compression, EveryLevelAndEveryWayOfFlushingIsTheSameText) {
+    const std::pair<const char*, Flush> flushes[]{{"batch", Flush::EachBatch},
+                                                  {"frame", Flush::EachFrame},
+                                                  {"block", Flush::EachBlock},
+                                                  {"rarely", Flush::Rarely},
+                                                  {"full", Flush::WhenFull}};
+    for (int level = 0; level <= 9; level += 3) {
+        for (const auto& [name, flush] : flushes) {
+            SCOPED_TRACE(std::string(name) + " " + std::to_string(level));
+            HubConfig config =
+                HubConfig::fromJson(R"({"compressionFlush": ")" + std::string(name) +
+                                    R"(", "compressionLevel": )" + std::to_string(level) + "}");
+            ASSERT_EQ(config.compressionFlush, flush);
+            config.heartbeat.enabled = config.hubStatus.enabled = false;
+            Hub hub(config);
+            hub.start();
+            RawClient client(hub);
+            client.expectCompression();
+            client.ask(LOGIN);
+            client.ask("5026=6|5022=ListInternalTokens"); // something to refer to
+            EXPECT_EQ(client.statusOf("5026=30|5022=Subscribe|4=100|5=IBM"), status::SUCCESS);
+            const std::uint64_t before = hub.statistics().bytesSent;
+            std::vector<std::string> bodies;
+            for (int i = 0; i < 500; ++i) {
+                const Record record =
+                    Record(100, "IBM").add(token::SEQUENCE, i).add(token::BID, i * 37 % 1000);
+                bodies.push_back(record.body());
+                hub.pushRecord(record);
+            }
+            const std::uint64_t pushed = hub.statistics().bytesSent - before;
+            if (flush == Flush::WhenFull && level > 0) {
+                EXPECT_LT(pushed, 500U) << "it keeps what it can";
+            } else if (flush == Flush::EachFrame) {
+                EXPECT_GT(pushed, 500U * 5U);
+            }
+            // An answer has all before it pushed out.
+            client.send(ECHO);
+            for (const std::string& body : bodies)
+                ASSERT_EQ(client.next(), body);
+            EXPECT_EQ(client.next(), ECHOED);
+        }
+    }
+}
+
 TEST(Compression, PlaybackComesWholeAndInOrderToASlowReader) {
     HubConfig config = quietConfig();
     config.playback.file = TIVRA_SAMPLE_DAY;

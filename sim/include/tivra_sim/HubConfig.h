@@ -39,6 +39,15 @@ enum class Topology {
     Aggregating     ///< it names no port at all
 };
 
+/// How far a compressed stream is pushed out. Answers are always pushed out whole, with all before them.
+enum class Flush {
+    EachBatch, ///< behind all that goes out at once
+    EachFrame,
+    EachBlock, ///< as EachBatch, but for up to seven bits, which come with the next bytes
+    Rarely,    ///< once 64 KB have come together
+    WhenFull   ///< when zlib is full; what it holds back comes with the next answer
+};
+
 /// A record that the hub sends by itself to those who subscribed it.
 struct SystemRecord {
     bool enabled = true;
@@ -110,6 +119,12 @@ struct HubConfig {
 
     /// Serve a login that asks for compression with one zlib stream; otherwise refuse it.
     bool compression = true;
+    /// zlib's level, 0 (none) to 9.
+    int compressionLevel = 1;
+    Flush compressionFlush = Flush::EachBatch;
+    /// Merge updates of a symbol for clients that ask for it; otherwise what they ask for is noted, and every
+    /// update goes out.
+    bool conflation = false;
 
     SystemRecord heartbeat;
     SystemRecord hubStatus;
@@ -119,7 +134,7 @@ struct HubConfig {
 
     /// Send the last values as a refresh record (token::REFRESH) after a subscription was accepted.
     bool refreshOnSubscribe = false;
-    /// Bytes that may wait for one connection before playback pauses for it.
+    /// Bytes that may wait for one connection before playback pauses for it; 0 lets it overrun every reader.
     std::size_t outputLimit = std::size_t{4} << 20;
     /// Requests that are remembered; older ones are forgotten.
     std::size_t requestLogLimit = 1000000;
