@@ -22,7 +22,7 @@ std::set<std::string> longOptions(const std::string& text) {
 
 } // namespace
 
-TEST_F(Document, NamesEveryOptionOfBothPrograms) {
+TEST_F(Document, NamesEveryOptionOfAllPrograms) {
     std::ifstream file(TIVRA_TOOLS_DOCUMENT);
     const std::string document((std::istreambuf_iterator<char>(file)), {});
     const std::set<std::string> documented = longOptions(document);
@@ -40,6 +40,12 @@ TEST_F(Document, NamesEveryOptionOfBothPrograms) {
     startBare({"--help"});
     ASSERT_EQ(cat->waitForEnd(), 0);
     known.merge(longOptions(cat->output()));
+    setup.program = TIVRA_WIRE_PROGRAM;
+    for (const Arguments& arguments : {Arguments{"--help"}, {"convert", "--help"}}) {
+        startBare(arguments);
+        ASSERT_EQ(cat->waitForEnd(), 0);
+        known.merge(longOptions(cat->output()));
+    }
     for (const std::string& option : known)
         EXPECT_EQ(documented.count(option), 1U) << option << " is not in docs/tools.md";
     for (const std::string& option : documented)

@@ -1,0 +1,30 @@
+#ifndef TIVRA_WIRE_INPUT_H
+#define TIVRA_WIRE_INPUT_H
+
+#include <cstddef>
+#include <string>
+
+namespace tivra_wire {
+
+/// The bytes of a file or a pipe, in their order.
+class Input {
+public:
+    /// Throws Failure with ExitCode::InputFailed, as read does.
+    explicit Input(const std::string& file);
+    ~Input();
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
+
+    /// At most `size` bytes; 0 at the end.
+    [[nodiscard]] std::size_t read(char* to, std::size_t size);
+    /// What messages call it.
+    [[nodiscard]] const std::string& name() const { return m_name; }
+
+private:
+    const std::string m_name;
+    int m_fd;
+};
+
+} // namespace tivra_wire
+
+#endif

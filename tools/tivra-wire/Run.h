@@ -1,0 +1,15 @@
+#ifndef TIVRA_WIRE_RUN_H
+#define TIVRA_WIRE_RUN_H
+
+#include "ExitCode.h"
+#include "Options.h"
+
+namespace tivra_wire {
+
+/// Does what the options say, file by file. Throws Failure; a fault of the input is reported on standard
+/// error, and what stood before it has been written.
+[[nodiscard]] ExitCode run(const Options& options);
+
+} // namespace tivra_wire
+
+#endif
