@@ -70,9 +70,11 @@ void SessionImpl::forgetRoutes(HubClient& client) {
     m_split.forget(&client);
     m_routes.forget(&client);
     // The application is told of the hubs that its sources are served by now.
-    for (const auto& [source, hub] : m_entitled.copy())
-        if (HubClient* const serving = hub == &client ? m_routes.find(source) : nullptr)
+    for (const auto& [source, hub] : m_entitled.copy()) {
+        HubClient* const serving = m_routes.find(source);
+        if (hub == &client && serving != nullptr)
             m_entitled.move(source, hub, serving);
+    }
 }
 
 /// No table leads to the hub any more.
