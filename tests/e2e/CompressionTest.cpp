@@ -29,6 +29,10 @@ struct CompressedClient : Client {
     explicit CompressedClient(const Hub& hub) : Client(hub) {
         connections().set(HostConfig::COMPRESSION_BOOL, true).set(HostConfig::READ_TIMEOUT_LONG, 20);
     }
+    /// Its callbacks end while it is still one.
+    ~CompressedClient() override { destroySession(); }
+    CompressedClient(const CompressedClient&) = delete;
+    CompressedClient& operator=(const CompressedClient&) = delete;
 };
 
 /// Waits in a callback until the test opens it.
