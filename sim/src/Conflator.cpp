@@ -70,6 +70,11 @@ void Conflator::update(const SymbolEntry& entry, std::string_view body, FrameKin
     }
 }
 
+bool Conflator::holdsPlayback() const {
+    return std::any_of(m_waiting.begin(), m_waiting.end(),
+                       [](const auto& entry) { return entry.second.kind == FrameKind::Playback; });
+}
+
 void Conflator::release(OutputQueue& output, Clock::time_point now) {
     if (isMerging() && now < m_due)
         return;

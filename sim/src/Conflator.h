@@ -37,6 +37,9 @@ public:
                 Clock::time_point now);
     /// Moves to the output what is due at `now`; all of it when nothing is to be merged any more.
     void release(OutputQueue& output, Clock::time_point now);
+    /// The client has no subscription of the symbol any more.
+    void forget(const SymbolEntry& entry) { m_waiting.erase(&entry); }
+    [[nodiscard]] bool holdsPlayback() const;
     [[nodiscard]] bool hasWaiting() const { return !m_waiting.empty(); }
     [[nodiscard]] Clock::time_point dueAt() const { return m_due; }
 

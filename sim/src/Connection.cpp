@@ -102,6 +102,8 @@ void Connection::detach(SymbolEntry& entry) {
     if (--covered->second > 0)
         return;
     m_covered.erase(covered);
+    if (m_conflator)
+        m_conflator->forget(entry);
     entry.subscribers.erase(std::remove(entry.subscribers.begin(), entry.subscribers.end(), this),
                             entry.subscribers.end());
     if (entry.source != SYSTEM_SOURCE)

@@ -378,15 +378,20 @@ void HubEngine::flushAll(Clock::time_point now) {
 }
 
 void HubEngine::flush(Connection& connection, Clock::time_point now) {
-    if (m_misbehaviour.isSilent || connection.isBlocked || connection.isClosing || connection.isHalfClosed)
+    if (connection.isHalfClosed) {
+        connection.output() = OutputQueue(); // or a playback would wait for it
+        connection.isBlocked = false;
+    }
+    if (connection.isBlocked || connection.isClosing)
         return;
-    const OutputQueue::Result result = connection.output().flush(connection.fd(), now);
+    OutputQueue::Result result = OutputQueue::Result::Empty;
+    if (!m_misbehaviour.isSilent && !connection.isHalfClosed)
+        result = connection.output().flush(connection.fd(), now);
     m_sent += connection.output().takeCounters();
     if (result == OutputQueue::Result::Finished)
         closeConnection(connection, connection.output().mustFinish() ? m_dropHow : Hub::Close::Orderly);
-    const bool wasBlocked = connection.isBlocked;
     connection.isBlocked = result == OutputQueue::Result::Blocked;
-    if (connection.isBlocked != wasBlocked || connection.isWatchedForRoom != connection.isBlocked)
+    if (connection.isWatchedForRoom != connection.isBlocked)
         watch(connection);
 }
 
@@ -439,7 +444,8 @@ void HubEngine::publish() {
     bool drained = true;
     for (const auto& connection : m_state.connections) {
         statistics.loggedIn += connection->client().isLoggedIn ? 1U : 0U;
-        drained = drained && connection->output().playbackPending() == 0;
+        drained = drained && connection->output().playbackPending() == 0 &&
+                  !(connection->conflator() && connection->conflator()->holdsPlayback());
     }
     statistics.connections = m_state.connections.size();
     statistics.subscriptions = subscriptions();

@@ -60,6 +60,29 @@ TEST_F(HubControl, DropNowEndsOrResetsTheStream) {
     }
 }
 
+TEST_F(HubControl, AHalfClosedConnectionIsHeardAndHoldsNothingUp) {
+    HubConfig config = quietConfig();
+    config.outputLimit = 100;
+    int left = 50;
+    config.playback.bodies = [&left](TimedBody& message) {
+        message.body = "4=100|5=IBM|100=1";
+        return left-- > 0;
+    };
+    Hub playing(config);
+    playing.start();
+    RawClient client(playing);
+    client.logIn();
+    client.ask("5026=20|5022=Subscribe|4=100|5=IBM");
+    playing.halfClose();
+    EXPECT_EQ(client.readToEnd(), "");
+    client.send("5026=20|5022=Echo");
+    EXPECT_TRUE(playing.waitForCommand("Echo"));
+    playing.startPlayback();
+    EXPECT_TRUE(playing.waitForPlayback());
+    client.close();
+    EXPECT_TRUE(playing.waitForConnections(0));
+}
+
 TEST_F(HubControl, SilenceKeepsAnswersUntilItEnds) {
     RawClient client(hub);
     client.logIn();
