@@ -51,18 +51,15 @@ void HubGroup::start() {
 }
 
 void HubGroup::startManagers() {
-    if (m_managers.empty()) {
-        std::uint16_t port = 0;
-        for (ManagerConfig& config : m_config.managers) {
-            if (port != 0)
-                config.port = port;
-            m_managers.push_back(std::make_unique<Manager>(config));
-            m_managers.back()->start();
-            port = m_managers.back()->port();
+    for (std::size_t index = 0; index < m_config.managers.size(); ++index) {
+        // The first one's port, which is known once it has started, is that of the others.
+        if (index == m_managers.size()) {
+            if (index > 0)
+                m_config.managers[index].port = m_managers[0]->port();
+            m_managers.push_back(std::make_unique<Manager>(m_config.managers[index]));
         }
+        m_managers[index]->start();
     }
-    for (const auto& manager : m_managers)
-        manager->start();
 }
 
 void HubGroup::stop() {

@@ -15,7 +15,7 @@ namespace tivra_sim {
 namespace {
 
 constexpr std::size_t LONGEST_QUESTION = 4096;
-constexpr std::chrono::hours FOR_GOOD{24};
+constexpr std::chrono::milliseconds FOR_GOOD{-1};
 
 // Statuses of the managers' client library.
 constexpr int WRONG_USERNAMEPASSWORD = -7;
@@ -92,7 +92,7 @@ void ManagerEngine::serveClient(const Descriptor& client) {
     // Whoever keeps silent waits for the client to lose its patience.
     const std::chrono::milliseconds pause =
         answer ? use([](ManagerEngine& engine) { return engine.m_config.delay; }) : FOR_GOOD;
-    if (pause.count() > 0 && waitReadable(client.get(), pause))
+    if (pause.count() != 0 && waitReadable(client.get(), pause))
         return;
     if (answer)
         ::send(client.get(), answer->data(), answer->size(), MSG_NOSIGNAL);
