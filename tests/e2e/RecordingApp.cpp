@@ -109,6 +109,12 @@ void RecordingApp::forget() {
     m_messages.clear();
 }
 
+void RecordingApp::notify() {
+    // Who has found the condition false holds the mutex until it sleeps.
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_changed.notify_all();
+}
+
 bool RecordingApp::waitUntil(const std::function<bool()>& condition, Deadline deadline) const {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, deadline, condition);

@@ -86,8 +86,10 @@ public:
     /// Waits for a statistics event whose value of `type` is accepted.
     bool waitForStatistics(tivra::StatisticsEvent::StatsTypes type,
                            const std::function<bool(std::uint64_t)>& accept) const;
-    /// Wakes those who wait for a state that hooks made.
-    void notify() { m_changed.notify_all(); }
+    /// Wakes those who wait for a state that hooks made. Not for use inside a condition.
+    void notify();
+    /// The condition is asked under the mutex that keeps what was recorded, so it must not ask the
+    /// application.
     bool waitUntil(const std::function<bool()>& condition, Deadline deadline = LONG) const;
 
 private:
