@@ -265,11 +265,10 @@ void Run::newDictionary(Hub& hub, unsigned amount) {
 }
 
 std::optional<std::string> Run::stop() {
-    const auto begin = steady_clock::now();
-    m_client->session().stop();
-    m_totals.longestStop = std::max(m_totals.longestStop, since(begin));
-    if (since(begin) > STOP_LIMIT)
-        return "a stop took " + std::to_string(since(begin).count()) + " ms";
+    const milliseconds took = m_client->timedStop();
+    m_totals.longestStop = std::max(m_totals.longestStop, took);
+    if (took > STOP_LIMIT)
+        return "a stop took " + std::to_string(took.count()) + " ms";
     return std::nullopt;
 }
 

@@ -81,6 +81,12 @@ bool Client::startAndWait() {
     return isStarted && waitForSessionEvent("ESTABLISHED");
 }
 
+std::chrono::milliseconds Client::timedStop() {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_session->stop());
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
 std::int64_t Client::send(tivra::Commands command, int source, const std::string& symbol,
                           const std::vector<Field>& more) {
     tivra::Request& request = m_session->createRequest();

@@ -53,6 +53,9 @@ public:
     /// Starts and waits until the application has heard of it.
     bool startAndWait();
 
+    /// Stops the session, and gives how long that took.
+    std::chrono::milliseconds timedStop();
+
     using Field = std::pair<int, std::string>;
     /// Sends a request; source 0 and an empty symbol are left out.
     std::int64_t send(tivra::Commands command, int source = 0, const std::string& symbol = {},

@@ -1,12 +1,10 @@
 // What the library leaves behind, and applications that end in unusual ways.
 #include "Client.h"
+#include "Process.h"
+#include "Pump.h"
 
-#include <sched.h>
-
-#include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 
 #include <gmock/gmock.h>
@@ -23,43 +21,9 @@ namespace token = tivra_sim::token;
 
 namespace {
 
-std::size_t entriesOf(const char* directory) {
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory))
-        ++count;
-    return count;
-}
-std::size_t threads() {
-    return entriesOf("/proc/self/task");
-}
-std::size_t descriptors() {
-    return entriesOf("/proc/self/fd");
-}
 std::size_t heapInUse() {
     return IS_SANITIZED ? 0 : mallinfo2().uordblks;
 }
-
-/// Keeps data flowing to a subscriber, about five thousand records a second, until it is destroyed.
-class Pump {
-public:
-    explicit Pump(Hub& hub)
-        : m_thread([this, &hub] {
-            for (int sequence = 0; !m_mustStop; ++sequence) {
-                hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, sequence));
-                std::this_thread::sleep_for(std::chrono::microseconds(200)); // the pace of the data
-            }
-        }) {}
-    ~Pump() {
-        m_mustStop = true;
-        m_thread.join();
-    }
-    Pump(const Pump&) = delete;
-    Pump& operator=(const Pump&) = delete;
-
-private:
-    std::atomic<bool> m_mustStop{false};
-    std::thread m_thread;
-};
 
 class StartsAndStops : public testing::TestWithParam<int> {};
 
@@ -77,10 +41,7 @@ TEST_P(StartsAndStops, LeaveNothingBehind) {
         EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
         client.session().stop();
         ASSERT_TRUE(hub.waitForConnections(0));
-        // The system lists a joined thread for a moment longer.
-        for (int turn = 0; turn < 1'000'000 && threads() != threadsBefore; ++turn)
-            ::sched_yield();
-        EXPECT_EQ(threads(), threadsBefore);
+        EXPECT_EQ(threadsOnce(threadsBefore), threadsBefore);
         client.forget();
         hub.clearRequests();
         if (cycle == WARM_UP) {

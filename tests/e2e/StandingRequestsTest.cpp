@@ -2,7 +2,6 @@
 // come back, against a model of what must stand. CONTRIBUTING.md tells how to run more of them.
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
 
 #include <gtest/gtest.h>
@@ -10,6 +9,7 @@
 #include <tivra_sim/HubGroup.h>
 
 #include "Client.h"
+#include "Process.h"
 #include "StandingRun.h"
 
 namespace standing {
@@ -18,11 +18,6 @@ namespace {
 constexpr int SEEDS = IS_SANITIZED ? 3 : 8;
 constexpr int SEQUENCES = IS_SANITIZED ? 100 : 300;
 constexpr auto TIME_TO_SHORTEN = std::chrono::seconds(60);
-
-std::uint64_t setting(const char* name, std::uint64_t otherwise) {
-    const char* const text = std::getenv(name);
-    return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
 
 /// A history that still fails and has as few steps as could be found in the time.
 class Shortening {

@@ -35,6 +35,7 @@ public:
     std::set<std::string> knownHosts;
     ConnectionManagers managers;
     bool started = false;
+    bool xrefHubsComing = true;
 
     FakeHubSession() { managers.m_CMcheckDone = true; } // no test asks a manager unless it says so
 
@@ -58,7 +59,7 @@ public:
     }
     void setXRefPort(uint16_t port) override { told.push_back("xref " + std::to_string(port)); }
     void removeXRefPort(uint16_t port) override { told.push_back("no xref " + std::to_string(port)); }
-    bool areXrefHubsComing() const override { return true; }
+    bool areXrefHubsComing() const override { return xrefHubsComing; }
     void dropFirstHubLater(HubClient*) override { told.push_back("drop"); }
     bool isStopping() const override {
         if (onStopTest)

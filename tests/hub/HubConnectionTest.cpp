@@ -4,9 +4,9 @@
 #include <cerrno>
 #include <set>
 
-#include "hub/BusyHub.h"
 #include "hub/HubFixture.h"
 #include "receive/ReadHandlerFakes.h"
+#include "support/FullPort.h"
 
 namespace tivra_internal {
 namespace {
@@ -59,8 +59,7 @@ TEST_F(HubConnectionTest, AFailedDialIsKnownAtOnceCountedAndNamed) {
 }
 
 TEST_F(HubConnectionTest, ADialThatStaysOpenIsClosedPastItsLimitAndTheNextBeginsAnew) {
-    const HubPeer busy(0);
-    const BusyHub fill(busy);
+    const FullPort busy;
     Options options;
     options.port = busy.port();
     options.retryLimit = 0;
