@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kvnparse/Exchange.h"
+#include "kvnparse/Message.h"
 #include "kvnparse/NumericText.h"
 #include "kvnparse/TVPair.h"
 #include "kvnparse/Token.h"
@@ -62,10 +63,29 @@ inline char* putId(char* out, const Exchange& exchange) noexcept {
     }
 }
 
-/// What encode returns when the room does not do.
-[[nodiscard]] inline int notEnoughSpace() noexcept {
-    tp::te_seterror("Not enough space for message.");
-    return -1;
+/// What encode does in every form, by the pieces of a form that it is given. `lead` bytes stay free in front
+/// of the header fields, and `last` takes the place of the separator behind the last field.
+template<class Form>
+[[nodiscard]] int encodeFields(Form& form, bufref* out, const Message& message, std::size_t lead, char last) {
+    const auto notEnoughSpace = [] {
+        tp::te_seterror("Not enough space for message.");
+        return -1;
+    };
+    const bufref_len_t room = form.headerRoom(message);
+    if (out->len < room || out->len - room < message.symbol.len)
+        return notEnoughSpace();
+    char* const start = out->room() + lead;
+    char* position = form.putHeader(start, message);
+    for (int i = 0; i < message.pairCount(); ++i) {
+        position = form.putPair(position, out->end(), *message.pair(i));
+        if (position == nullptr)
+            return notEnoughSpace();
+    }
+    const bool isEmpty = position == start;
+    if (!isEmpty)
+        position[-1] = last;
+    out->len = isEmpty ? 0 : static_cast<bufref_len_t>(position - out->buf);
+    return isEmpty ? 1 : 0;
 }
 
 } // namespace KVNAPI

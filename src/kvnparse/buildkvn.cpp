@@ -87,26 +87,11 @@ char* buildkvn::putPair(char* out, const char* end, const TVPair& pair) {
 int buildkvn::encode(bufref* out, const Message* msg) {
     if (!m_tokens.isBound(*this))
         return -1;
-    const bufref_len_t room = headerRoom(*msg);
-    if (out->len < room || out->len - room < msg->symbol.len)
-        return notEnoughSpace();
-    char* const start = out->room();
-    char* const body = appendHeader_ != 0 ? start + KVN_HEADER_SIZE : start;
-    char* position = putHeader(body, *msg);
-    for (int i = 0; i < msg->pairCount(); ++i) {
-        position = putPair(position, out->end(), *msg->pair(i));
-        if (position == nullptr)
-            return notEnoughSpace();
-    }
-    if (position == body) {
-        out->len = 0;
-        return 1;
-    }
-    position[-1] = terminator_;
-    out->len = static_cast<bufref_len_t>(position - start);
-    if (appendHeader_ != 0)
-        writeFrameHeader(start, static_cast<std::uint32_t>(out->len - KVN_FRAME_EXTRA));
-    return 0;
+    const std::size_t lead = appendHeader_ != 0 ? KVN_HEADER_SIZE : 0;
+    const int result = encodeFields(*this, out, *msg, lead, terminator_);
+    if (result == 0 && lead != 0)
+        writeFrameHeader(out->room(), static_cast<std::uint32_t>(out->len - KVN_FRAME_EXTRA));
+    return result;
 }
 
 int buildkvn::suppress(const char* id) {

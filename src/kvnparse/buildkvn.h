@@ -30,6 +30,10 @@ public:
 
 private:
     [[nodiscard]] int suppress(const char* id);
+
+    // What encodeFields is given.
+    template<class Form>
+    friend int encodeFields(Form& form, bufref* out, const Message& message, std::size_t lead, char last);
     [[nodiscard]] bufref_len_t headerRoom(const Message& message) const noexcept;
     [[nodiscard]] char* putHeader(char* out, const Message& message) const noexcept;
     [[nodiscard]] char* putPair(char* out, const char* end, const TVPair& pair);

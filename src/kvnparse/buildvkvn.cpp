@@ -20,12 +20,12 @@ bufref_len_t longIdRoom(const Exchange* exchange) noexcept {
     return exchange != nullptr && isLongId(*exchange) ? LONG_ID_EXTRA : 0;
 }
 
-bufref_len_t headerRoom(const Message& message) noexcept {
+} // namespace
+
+bufref_len_t buildvkvn::headerRoom(const Message& message) noexcept {
     return (message.permission != nullptr ? HEADER_ROOM : HEADER_ROOM_NO_PERMISSION) +
            longIdRoom(message.permission) + longIdRoom(message.exchange);
 }
-
-} // namespace
 
 char* buildvkvn::putName(char* out, const Token* token) const noexcept {
     return putStart(out, m_tokens.map->getShortName(token));
@@ -64,23 +64,7 @@ char* buildvkvn::putPair(char* out, const char* end, const TVPair& pair) const {
 int buildvkvn::encode(bufref* out, const Message* msg) {
     if (!m_tokens.isBound(*this))
         return -1;
-    const bufref_len_t room = headerRoom(*msg);
-    if (out->len < room || out->len - room < msg->symbol.len)
-        return notEnoughSpace();
-    char* const start = out->room();
-    char* position = putHeader(start, *msg);
-    for (int i = 0; i < msg->pairCount(); ++i) {
-        position = putPair(position, out->end(), *msg->pair(i));
-        if (position == nullptr)
-            return notEnoughSpace();
-    }
-    if (position == start) {
-        out->len = 0;
-        return 1;
-    }
-    position[-1] = eol_;
-    out->len = static_cast<bufref_len_t>(position - start);
-    return 0;
+    return encodeFields(*this, out, *msg, 0, eol_);
 }
 
 int buildvkvn::setOption(const char* name, const char*) {

@@ -26,6 +26,11 @@ private:
     static constexpr char eol_ = '\n';
 
     [[nodiscard]] char* putName(char* out, const Token* token) const noexcept;
+
+    // What encodeFields is given.
+    template<class Form>
+    friend int encodeFields(Form& form, bufref* out, const Message& message, std::size_t lead, char last);
+    [[nodiscard]] static bufref_len_t headerRoom(const Message& message) noexcept;
     [[nodiscard]] char* putHeader(char* out, const Message& message) const noexcept;
     [[nodiscard]] char* putPair(char* out, const char* end, const TVPair& pair) const;
 
