@@ -40,8 +40,10 @@ void PlaybackEngine::startIfWanted(std::size_t subscriptions, Clock::time_point 
 }
 
 Clock::time_point PlaybackEngine::dueTime(const TapeEvent& event) const {
-    const double milliseconds =
-        (event.milliseconds - m_tape->events().front().milliseconds) / m_playback.factor;
+    // A capture's times are whatever its file says; a hundred years are as good as never.
+    constexpr double NEVER = 1e3 * 86400 * 36525;
+    const double milliseconds = std::clamp(
+        (event.milliseconds - m_tape->events().front().milliseconds) / m_playback.factor, -NEVER, NEVER);
     return m_roundStart + std::chrono::duration_cast<Clock::duration>(
                               std::chrono::duration<double, std::milli>(milliseconds));
 }

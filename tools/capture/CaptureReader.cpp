@@ -1,5 +1,7 @@
 #include "capture/CaptureReader.h"
 
+#include "capture/Checksum.h"
+
 #include <zlib.h>
 
 #include <algorithm>
@@ -7,11 +9,6 @@
 namespace tivra_capture {
 
 namespace {
-
-std::uint32_t checksum(std::string_view bytes) {
-    return static_cast<std::uint32_t>(
-        ::crc32(0, reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uInt>(bytes.size())));
-}
 
 std::uint32_t number32(std::string_view bytes, std::size_t offset) {
     return static_cast<std::uint32_t>(numberAt(bytes, offset, 4));
@@ -59,7 +56,8 @@ bool CaptureReader::readIndex() {
     std::uint64_t earliest = FILE_HEADER_SIZE;
     for (std::size_t at = INDEX_HEADER_SIZE; at < index.size(); at += INDEX_ENTRY_SIZE) {
         const BlockPlace place{numberAt(index, at, 8), time64(index, at + 8), number32(index, at + 16)};
-        if (place.offset < earliest || place.offset > offset - BLOCK_HEADER_SIZE)
+        if (offset - earliest < BLOCK_HEADER_SIZE || place.offset < earliest ||
+            place.offset > offset - BLOCK_HEADER_SIZE)
             failAt(offset, "the index names a block where none can be");
         earliest = place.offset + BLOCK_HEADER_SIZE;
         m_blocks.push_back(place);
@@ -103,6 +101,8 @@ CaptureReader::BlockHeader CaptureReader::readBlockHeader(std::uint64_t offset,
 
 void CaptureReader::loadBlock(const BlockPlace& place) {
     const BlockHeader header = readBlockHeader(place.offset, m_file.read(place.offset, BLOCK_HEADER_SIZE));
+    if (header.messages != place.messages || header.firstNanoseconds != place.firstNanoseconds)
+        failAt(place.offset, "the block is not what the index says");
     const std::string data = m_file.read(place.offset + BLOCK_HEADER_SIZE, header.compressedLength);
     if (data.size() != header.compressedLength || checksum(data) != header.checksum)
         failAt(place.offset, "the block is damaged");
@@ -129,6 +129,8 @@ bool CaptureReader::next(Message& message) {
     const std::size_t length = left < MESSAGE_HEADER_SIZE ? left : number32(m_block, m_at + 8);
     if (left < MESSAGE_HEADER_SIZE || length > left - MESSAGE_HEADER_SIZE)
         failAt(m_blockOffset, "a message reaches beyond the block");
+    if (length > MAX_BODY)
+        failAt(m_blockOffset, "a message is longer than any can be");
     message.nanoseconds = time64(m_block, m_at);
     message.body = std::string_view(m_block).substr(m_at + MESSAGE_HEADER_SIZE, length);
     m_at += MESSAGE_HEADER_SIZE + length;

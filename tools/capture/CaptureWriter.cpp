@@ -1,15 +1,12 @@
 #include "capture/CaptureWriter.h"
 
+#include "capture/Checksum.h"
+
 #include <zlib.h>
 
 namespace tivra_capture {
 
 namespace {
-
-std::uint32_t checksum(std::string_view bytes) {
-    return static_cast<std::uint32_t>(
-        ::crc32(0, reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uInt>(bytes.size())));
-}
 
 /// Level 1: the writer has to keep pace with the feed.
 constexpr int COMPRESSION_LEVEL = 1;

@@ -70,7 +70,7 @@ void declare(CLI::App& app, Options& options) {
             ->excludes(playback);
     app.add_option("--replay-from", options.replayFrom,
                    "begin with the first message that came this many seconds after the first")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(0.0, 1e9))
         ->needs(replay);
     auto* factor = app.add_option("--factor", options.factor,
                                   "pace of the playback, 1 is the pace of the day, 0 is full speed")
