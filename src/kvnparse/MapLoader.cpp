@@ -18,43 +18,51 @@ namespace {
 
 constexpr int MAX_LINE = 32768;
 
-int loadLines(Parser& parser, DataMap* commands, DataMap* map) {
-    Message line;
-    for (;;) {
-        const int result = parser.pull(&line);
-        if (result < 0)
-            return -1;
-        if (result > 0)
-            return 0;
-        if (runMapCommand(commands, &line, map) != 0) {
-            std::fprintf(stderr, "%s\n", tp::te_geterror());
-            return -1;
+/// Every pull takes one line, so that the count of pulls is the number of the line.
+MapLoad loadLines(Parser& parser, DataMap* commands, DataMap* map) {
+    Message command;
+    for (MapLoad load{0, 1, false};; ++load.line) {
+        const int pulled = parser.pull(&command);
+        if (pulled > 0)
+            return load;
+        load.isRefused = pulled == 0 && runMapCommand(commands, &command, map) != 0;
+        if (pulled < 0 || load.isRefused) {
+            load.result = -1;
+            return load;
         }
     }
 }
 
 } // namespace
 
-int loadMap(DataMap* map, const char* data, int len) {
-    if (len <= 0)
-        return 0;
+MapLoad loadMapText(DataMap* map, std::string_view text) {
+    constexpr MapLoad failed{-1, 0, false};
     DataMap commands;
+    if (text.empty())
+        return {};
     if (buildLoadMap(&commands) != 0)
-        return -1;
+        return failed;
     const std::unique_ptr<Parser> parser = Parser::alloc("vkvn", &commands, MAX_LINE);
     if (parser == nullptr)
-        return -1;
-    const std::string_view text(data, static_cast<std::size_t>(len));
+        return failed;
     std::string ended;
-    bufref bytes(text.data(), text.size());
     // The parser waits for the end of a line, which the last one may lack.
     if (text.back() != '\n') {
         ended.reserve(text.size() + 1);
         ended.append(text) += '\n';
-        bytes = bufref(ended.data(), ended.size());
+        text = ended;
     }
-    parser->push(bytes);
+    parser->push(bufref(text.data(), text.size()));
     return loadLines(*parser, &commands, map);
+}
+
+int loadMap(DataMap* map, const char* data, int len) {
+    if (len <= 0)
+        return 0;
+    const MapLoad load = loadMapText(map, {data, static_cast<std::size_t>(len)});
+    if (load.isRefused)
+        std::fprintf(stderr, "%s\n", tp::te_geterror());
+    return load.result;
 }
 
 } // namespace KVNAPI

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 namespace KVNAPI {
 
 class DataMap;
@@ -14,5 +16,15 @@ class DataMap;
 /// reported on standard error. The map then keeps what the lines before it added. It must not be in use
 /// elsewhere meanwhile.
 [[nodiscard]] int loadMap(DataMap* map, const char* data, int len);
+
+/// Where a load ended.
+struct MapLoad {
+    int result = 0;         ///< as of loadMap
+    int line = 0;           ///< number of the line that failed, the first is 1
+    bool isRefused = false; ///< whether that line is well formed and its command was refused
+};
+
+/// loadMap without a report, for callers that have a place of their own for it.
+[[nodiscard]] MapLoad loadMapText(DataMap* map, std::string_view text);
 
 } // namespace KVNAPI

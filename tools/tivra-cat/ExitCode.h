@@ -1,8 +1,7 @@
 #ifndef TIVRA_CAT_EXITCODE_H
 #define TIVRA_CAT_EXITCODE_H
 
-#include <stdexcept>
-#include <string>
+#include "common/ProgramFailure.h"
 
 namespace tivra_cat {
 
@@ -20,16 +19,7 @@ enum class ExitCode : int {
     Interrupted = 130
 };
 
-/// An error that ends the program: what was attempted, with whom, why it failed and what to do.
-class Failure : public std::runtime_error {
-public:
-    Failure(ExitCode exitCode, const std::string& text) : std::runtime_error(text), m_exitCode(exitCode) {}
-
-    [[nodiscard]] ExitCode exitCode() const noexcept { return m_exitCode; }
-
-private:
-    ExitCode m_exitCode;
-};
+using Failure = tivra_tools::ProgramFailure<ExitCode>;
 
 } // namespace tivra_cat
 

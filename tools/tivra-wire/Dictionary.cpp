@@ -1,17 +1,13 @@
 #include "Dictionary.h"
 
 #include "ExitCode.h"
+#include "Input.h"
 
-#include "kvnparse/MapCommands.h"
-#include "kvnparse/Message.h"
-#include "kvnparse/Parser.h"
+#include "kvnparse/MapLoader.h"
 
 #include <fmt/format.h>
 #include <tp/te_error.h>
 
-#include <fstream>
-#include <iterator>
-#include <memory>
 #include <string_view>
 
 namespace tivra_wire {
@@ -19,13 +15,16 @@ namespace tivra_wire {
 namespace {
 
 std::string textOf(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-    if (!stream)
-        throw Failure(ExitCode::Usage, fmt::format("cannot read the map file {}", file));
-    if (!text.empty() && text.back() != '\n')
-        text += '\n';
-    return text;
+    try {
+        Input input(file);
+        std::string text;
+        char block[65536];
+        while (const std::size_t count = input.read(block, sizeof block))
+            text.append(block, count);
+        return text;
+    } catch (const Failure& failure) {
+        throw Failure(ExitCode::Usage, fmt::format("the dictionary cannot be loaded: {}", failure.what()));
+    }
 }
 
 /// The last error of the library without the bytes that it shows behind its first line.
@@ -42,31 +41,18 @@ Dictionary::Dictionary(const std::vector<std::string>& files) {
 }
 
 void Dictionary::load(const std::string& file) {
-    const std::string text = textOf(file);
-    KVNAPI::DataMap commands;
-    std::unique_ptr<KVNAPI::Parser> parser;
-    if (KVNAPI::buildLoadMap(&commands) == 0)
-        parser = KVNAPI::Parser::alloc("vkvn", &commands, static_cast<int>(text.size()) + 1);
-    if (parser == nullptr)
-        throw std::logic_error(reason());
-    parser->push(KVNAPI::bufref(text.data(), text.size()));
-    // Every pull takes one line, so that the count of pulls is the number of the line.
-    KVNAPI::Message command;
-    for (int line = 1;; ++line) {
-        const int result = parser->pull(&command);
-        if (result > 0)
-            return;
-        if (result < 0 || KVNAPI::runMapCommand(&commands, &command, &m_map) != 0)
-            throw Failure(ExitCode::Usage, fmt::format("{}:{}: {}", file, line, reason()));
-    }
+    const KVNAPI::MapLoad load = KVNAPI::loadMapText(&m_map, textOf(file));
+    if (load.result != 0)
+        throw Failure(ExitCode::Usage, fmt::format("{}:{}: {}", file, load.line, reason()));
 }
 
 KVNAPI::Token* Dictionary::find(const std::string& nameOrNumber) const {
-    if (KVNAPI::Token* const token = m_map.lookupTokenViaName(nameOrNumber); token != nullptr)
-        return token;
-    const bool isNumber =
-        !nameOrNumber.empty() && nameOrNumber.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber ? m_map.lookupTokenViaId(nameOrNumber.c_str()) : nullptr;
+    return isNumber(nameOrNumber) ? m_map.lookupTokenViaId(nameOrNumber.c_str())
+                                  : m_map.lookupTokenViaName(nameOrNumber);
+}
+
+bool Dictionary::isNumber(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 } // namespace tivra_wire

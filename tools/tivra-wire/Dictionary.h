@@ -4,6 +4,7 @@
 #include "kvnparse/DataMap.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tivra_wire {
@@ -15,8 +16,10 @@ public:
     explicit Dictionary(const std::vector<std::string>& files);
 
     [[nodiscard]] KVNAPI::DataMap& map() { return m_map; }
-    /// By name or number; null when there is none.
+    /// By name or number, and a text of digits is always a number, as it is for the parsers; null when there
+    /// is none.
     [[nodiscard]] KVNAPI::Token* find(const std::string& nameOrNumber) const;
+    [[nodiscard]] static bool isNumber(std::string_view text);
 
 private:
     void load(const std::string& file);

@@ -17,8 +17,9 @@ Form formOf(std::string_view start) {
     if (start.empty() || start[0] == KVNAPI::KVN_START)
         return Form::Kvn;
     const auto byteAt = [start](std::size_t i) { return static_cast<unsigned char>(start[i]); };
-    // The check bits of a zlib header; its first byte may also begin a name.
-    if (start.size() > 1 && (byteAt(0) & 0x8f) == 0x08 && (byteAt(0) * 256 + byteAt(1)) % 31 == 0)
+    // A zlib header of the usual window and its check bits. Those of smaller windows look like a line that
+    // begins with "80=" or "HK".
+    if (start.size() > 1 && byteAt(0) == 0x78 && (byteAt(0) * 256 + byteAt(1)) % 31 == 0)
         return Form::Zkvn;
     return Form::Vkvn;
 }

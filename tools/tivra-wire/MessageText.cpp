@@ -12,10 +12,25 @@ namespace tivra_wire {
 
 using KVNAPI::TVPair;
 
+namespace {
+
+/// The name, or the number in place of one that would be read as another: a map file may name a token
+/// anything.
+const char* lineName(const KVNAPI::Token& token) {
+    const std::string_view name(token.name);
+    const bool isReadable =
+        !name.empty() && name.find('=') == std::string_view::npos && !Dictionary::isNumber(name);
+    return isReadable ? token.name : token.sid;
+}
+
+} // namespace
+
 MessageText::MessageText(const Options& options, Dictionary& dictionary, Form from)
     : m_keepsBytes((from == Form::Vkvn) == (options.to == Form::Vkvn) && !options.hasBlanks)
     , m_toLines(options.to == Form::Vkvn)
     , m_dictionary(dictionary)
+    , m_unknownToken(dictionary.find("UNKNOWNTOKEN"))
+    , m_unknownValue(dictionary.find("UNKNOWNSVALUE"))
     , m_room(4096, '\0') {
     if (m_keepsBytes || (m_toLines && !options.hasBlanks))
         return;
@@ -47,23 +62,27 @@ void MessageText::encode(const KVNAPI::Message& message) {
     }
 }
 
+/// The number of a field that the dictionary lacks stands in a pair before that of its value. A stream may
+/// also have fields of these tokens themselves.
+bool MessageText::isUnknownField(const TVPair& number, const TVPair& value) const {
+    if (number.token != m_unknownToken || value.token != m_unknownValue)
+        return false;
+    const std::string text(number.s.view());
+    return Dictionary::isNumber(text) && m_dictionary.find(text) == nullptr;
+}
+
 /// The line that the parser of lines reads: full names, and "|" between the fields.
 void MessageText::writeLine(const KVNAPI::Message& message) {
     m_text.clear();
-    const KVNAPI::Token* const unknownToken = m_dictionary.find("UNKNOWNTOKEN");
-    const KVNAPI::Token* const unknownValue = m_dictionary.find("UNKNOWNSVALUE");
-    const KVNAPI::Token* last = nullptr;
-    KVNAPI::Message::iterator pairs(&message);
-    while (const TVPair* const pair = pairs.next()) {
-        // The number of a field that the dictionary lacks stands in a pair before that of its value.
-        const bool isValueOfUnknown = pair->token == unknownValue && last == unknownToken;
-        last = pair->token;
-        if (pair->token == unknownToken) {
+    const int count = message.pairCount();
+    for (int i = 0; i < count; ++i) {
+        const TVPair* pair = message.pair(i);
+        if (i + 1 < count && isUnknownField(*pair, *message.pair(i + 1))) {
             m_text.append(pair->s.view()) += '=';
-            continue;
+            pair = message.pair(++i);
+        } else {
+            m_text.append(lineName(*pair->token)) += '=';
         }
-        if (!isValueOfUnknown)
-            m_text.append(pair->token->name) += '=';
         if (pair->token->storage == KVNAPI::Token::TY_STRING) {
             m_text.append(pair->s.view());
         } else {

@@ -25,12 +25,15 @@ public:
 
 private:
     void encode(const KVNAPI::Message& message);
+    [[nodiscard]] bool isUnknownField(const KVNAPI::TVPair& number, const KVNAPI::TVPair& value) const;
     void writeLine(const KVNAPI::Message& message);
     void checkEnds(const Frame& frame, char end) const;
 
     const bool m_keepsBytes;
     const bool m_toLines;
-    Dictionary& m_dictionary;
+    const Dictionary& m_dictionary;
+    const KVNAPI::Token* const m_unknownToken;
+    const KVNAPI::Token* const m_unknownValue;
     std::unique_ptr<KVNAPI::Encoder> m_encoder; ///< null for lines that can be read again
     std::string m_text;
     std::string m_room;

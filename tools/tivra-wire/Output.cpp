@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace tivra_wire {
 
@@ -23,8 +24,8 @@ Output::Output(const std::string& file, std::optional<int> level)
 Output::~Output() {
     if (m_isCompressed)
         deflateEnd(&m_stream);
-    if (m_file != stdout)
-        std::fclose(m_file);
+    if (m_file != nullptr && m_file != stdout)
+        static_cast<void>(std::fclose(m_file));
 }
 
 void Output::fail() const {
@@ -59,6 +60,9 @@ void Output::finish() {
     if (m_isCompressed)
         deflate({}, Z_FINISH);
     if (std::fflush(m_file) != 0)
+        fail();
+    // Some file systems tell only now that there was no room.
+    if (std::FILE* const file = std::exchange(m_file, nullptr); file != stdout && std::fclose(file) != 0)
         fail();
 }
 

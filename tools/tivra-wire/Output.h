@@ -20,7 +20,7 @@ public:
     Output& operator=(const Output&) = delete;
 
     void write(std::string_view bytes);
-    /// Ends the zlib stream and writes what waits.
+    /// Ends the zlib stream, writes what waits and closes the file. The last call.
     void finish();
 
 private:

@@ -33,8 +33,14 @@ public:
     /// Whether all of the input is well.
     [[nodiscard]] bool process() {
         bool isWell = true;
-        for (std::size_t i = 0; i < m_options.files.size() && isWell; ++i)
-            isWell = processFile(m_options.files[i]);
+        try {
+            for (std::size_t i = 0; i < m_options.files.size() && isWell; ++i)
+                isWell = processFile(m_options.files[i]);
+        } catch (const Failure& failure) {
+            if (failure.exitCode() != ExitCode::OutputFailed)
+                m_output.finish();
+            throw;
+        }
         m_output.finish();
         return isWell;
     }
