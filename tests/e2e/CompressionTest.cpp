@@ -1,10 +1,9 @@
 // The same conversation and data when the hub's side is one zlib stream, as it is by default.
 #include "Client.h"
+#include "Gate.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,25 +32,6 @@ struct CompressedClient : Client {
     ~CompressedClient() override { destroySession(); }
     CompressedClient(const CompressedClient&) = delete;
     CompressedClient& operator=(const CompressedClient&) = delete;
-};
-
-/// Waits in a callback until the test opens it.
-class Gate {
-public:
-    void wait() {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_isOpen; });
-    }
-    void open() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isOpen = true;
-        m_changed.notify_all();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_isOpen = false;
 };
 
 HubConfig playing(std::size_t count) {

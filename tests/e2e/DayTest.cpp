@@ -1,12 +1,11 @@
 // A real day through the whole road, and what happens when the application is slower than the hub.
 #include "Client.h"
+#include "Gate.h"
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <set>
 
 #include <gmock/gmock.h>
@@ -66,25 +65,6 @@ std::string difference(const tivra::MessageEvent& event, const std::string& body
     }
     return reader.next() == tivra::MessageReader::END_OF_MESSAGE ? std::string() : "more than " + body;
 }
-
-/// Waits in a callback until the test opens it.
-class Gate {
-public:
-    void wait() {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_isOpen; });
-    }
-    void open() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isOpen = true;
-        m_changed.notify_all();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_isOpen = false;
-};
 
 void subscribeAll(Client& client) {
     for (const char* symbol : {"SPY", "AIG", "IBM", "BAC"})
