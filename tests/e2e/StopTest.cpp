@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 #include <tivra_sim/HubGroup.h>
 
-#include "support/FullPort.h"
+#include "support/Ports.h"
 
 using std::chrono::milliseconds;
 using testing::HasSubstr;

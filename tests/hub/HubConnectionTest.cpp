@@ -6,7 +6,7 @@
 
 #include "hub/HubFixture.h"
 #include "receive/ReadHandlerFakes.h"
-#include "support/FullPort.h"
+#include "support/Ports.h"
 
 namespace tivra_internal {
 namespace {
@@ -38,10 +38,11 @@ TEST_F(HubConnectionTest, StandardDescriptorsAreLeftToTheHostProcess) {
 }
 
 TEST_F(HubConnectionTest, AFailedDialIsKnownAtOnceCountedAndNamed) {
+    const ClosedPort closed;
     Options notAnAddress, noPort, refused;
     notAnAddress.address = "hub.example";
     noPort.port = 65'536 + 80;
-    refused.port = HubPeer().port();
+    refused.port = closed.port();
     for (Options options : {notAnAddress, noPort, refused}) {
         options.retryLimit = 1;
         makeClient(options);

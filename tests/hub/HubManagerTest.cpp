@@ -4,7 +4,7 @@
 #include "hub/HubFixture.h"
 #include "hub/LnkApi.h"
 #include "hub/LnkApiErrors.h"
-#include "support/FullPort.h"
+#include "support/Ports.h"
 #include "support/LnkDouble.h"
 
 namespace tivra_internal {
