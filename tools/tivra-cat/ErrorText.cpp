@@ -2,24 +2,15 @@
 
 #include <fmt/format.h>
 
-#include <string_view>
-
 namespace tivra_cat {
 
 namespace {
-
-/// What a hub answers to a login whose parameters it does not know, compression among them.
-constexpr int BAD_PARAMETER = -33;
 
 std::string hostsTried(const Options& options) {
     std::string text = join(options.hosts);
     if (!options.backups.empty())
         text += " with backup " + join(options.backups);
     return text;
-}
-
-bool contains(std::string_view text, std::string_view word) {
-    return text.find(word) != std::string_view::npos;
 }
 
 } // namespace
@@ -32,33 +23,19 @@ std::string join(const std::vector<std::string>& words) {
 }
 
 Failure startFailure(const Options& options, const std::string& reason,
-                     const std::optional<LoginRefusal>& refusal, double seconds, const std::string& logFile) {
-    const std::string hosts = hostsTried(options);
-    if (refusal) {
-        const char* advice =
-            refusal->code == BAD_PARAMETER && options.compression.value_or(true)
-                ? "The hub may not speak compression: try --no-compression."
-                : "Check the user and the password, and ask the hub's operator about the code.";
-        return Failure(
-            ExitCode::LoginRefused,
-            fmt::format("cannot log in: user \"{}\" at {}, in the login phase: the hub answered {} {}. {}",
-                        options.user, hosts, refusal->code, refusal->name, advice));
-    }
-    const std::string head = fmt::format("cannot start a session with {} as \"{}\", tried for {:.1f} s",
-                                         hosts, options.user, seconds);
-    if (contains(reason, "retry limit") || contains(reason, "connectHost"))
-        return Failure(
-            ExitCode::Unreachable,
-            fmt::format("{}, in the connect phase: {}. Check the address and that a hub listens there; "
-                        "--connect-timeout and --retries give it longer. Log: {}",
-                        head, reason, logFile));
-    if (contains(reason, "timeout"))
-        return Failure(ExitCode::Unreachable,
-                       fmt::format("{}, in the login conversation: {}. The hub took the connection and fell "
-                                   "silent; --read-timeout gives it longer. Log: {}",
-                                   head, reason, logFile));
-    return Failure(ExitCode::Unreachable,
-                   fmt::format("{}, while the session was set up: {}. Log: {}", head, reason, logFile));
+                     const std::optional<tivra_tools::LoginRefusal>& refusal, double seconds,
+                     const std::string& logFile) {
+    tivra_tools::StartAttempt attempt;
+    attempt.hosts = hostsTried(options);
+    attempt.user = options.user;
+    attempt.asksForCompression = options.compression.value_or(true);
+    attempt.seconds = seconds;
+    attempt.logFile = logFile;
+    attempt.reason = reason;
+    attempt.refusal = refusal;
+    attempt.moreDials = "--connect-timeout and --retries give";
+    attempt.morePatience = "--read-timeout gives";
+    return {refusal ? ExitCode::LoginRefused : ExitCode::Unreachable, startFailureText(attempt)};
 }
 
 std::string describe(const Refusal& refusal) {

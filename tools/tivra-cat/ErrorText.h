@@ -15,7 +15,7 @@ namespace tivra_cat {
 /// Why a session could not be started, as a Failure: what was attempted, with whom, in which phase, the cause
 /// and what to do.
 [[nodiscard]] Failure startFailure(const Options& options, const std::string& reason,
-                                   const std::optional<LoginRefusal>& refusal, double seconds,
+                                   const std::optional<tivra_tools::LoginRefusal>& refusal, double seconds,
                                    const std::string& logFile);
 
 /// A request that a hub refused, in one line.

@@ -2,14 +2,15 @@
 
 #include "CommandTable.h"
 #include "ExitCode.h"
-#include "HostAddress.h"
+
+#include "common/HostAddress.h"
+#include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <map>
-#include <string_view>
 
 namespace tivra_cat {
 
@@ -53,10 +54,7 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     app.add_option("-B,--backup", options.backups, "backup hub, used when the others are lost; repeatable")
         ->allow_extra_args(false)
         ->group(group);
-    app.add_option("-u,--user", options.user, "user name")->envname("TIVRA_USER")->group(group);
-    app.add_option("--password-file", options.passwordFile,
-                   "file whose first line is the password, - for standard input")
-        ->group(group);
+    tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
         ->allow_extra_args(false)
         ->check(CLI::PositiveNumber)
@@ -266,16 +264,6 @@ void declareCommands(CLI::App& app, Options& options, RawOptions& raw) {
     });
 }
 
-/// A password in an argument can be read by every user of the machine, so it is not even parsed.
-void refusePassword(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view argument = argv[i];
-        if (argument == "--password" || argument.substr(0, 11) == "--password=")
-            throw Failure(ExitCode::Usage, "a password on the command line is readable by everybody: use "
-                                           "TIVRA_PASSWORD, --password-file or the prompt");
-    }
-}
-
 tivra::StatisticsText::Labels labelsOf(const std::vector<std::string>& texts) {
     tivra::StatisticsText::Labels labels;
     for (const std::string& text : texts) {
@@ -296,10 +284,11 @@ void complete(Options& options, const RawOptions& raw) {
     options.statsLabels = labelsOf(raw.statsLabels);
     if (options.hosts.empty())
         throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
-    if (options.user.empty() || options.user.find_first_of("|\x03") != std::string::npos)
-        throw Failure(ExitCode::Usage, "no user named, or one with \"|\" in it: give --user or TIVRA_USER");
-    std::transform(options.hosts.begin(), options.hosts.end(), options.hosts.begin(), resolveHost);
-    std::transform(options.backups.begin(), options.backups.end(), options.backups.begin(), resolveHost);
+    tivra_tools::checkUser(options.user);
+    std::transform(options.hosts.begin(), options.hosts.end(), options.hosts.begin(),
+                   tivra_tools::resolveHost);
+    std::transform(options.backups.begin(), options.backups.end(), options.backups.begin(),
+                   tivra_tools::resolveHost);
     for (const std::string& backup : options.backups) {
         if (std::find(options.hosts.begin(), options.hosts.end(), backup) != options.hosts.end())
             throw Failure(ExitCode::Usage,
@@ -328,7 +317,7 @@ void complete(Options& options, const RawOptions& raw) {
 } // namespace
 
 std::optional<Options> readOptions(int argc, char** argv) {
-    refusePassword(argc, argv);
+    tivra_tools::refusePasswordArgument(argc, argv);
     Options options;
     RawOptions raw;
     CLI::App app("Subscribes a market-data hub and prints what comes.", "tivra-cat");

@@ -67,7 +67,8 @@ struct Options {
     bool isDebug = false;
 };
 
-/// Reads the command line and the files that it names. Throws Failure with ExitCode::Usage for what is wrong.
+/// Reads the command line and the files that it names. Throws Failure with ExitCode::Usage, or UsageError,
+/// for what is wrong.
 /// @return nothing when there is nothing to do but end well (--help, --version).
 [[nodiscard]] std::optional<Options> readOptions(int argc, char** argv);
 

@@ -58,7 +58,7 @@ void SessionWatch::onUserEvent(const tivra::UserEvent& event) {
         m_refusal.reset();
         return;
     }
-    m_refusal = LoginRefusal{event.getRetCode(), event.getRetCodeString()};
+    m_refusal = tivra_tools::LoginRefusal{event.getRetCode(), event.getRetCodeString()};
     if (m_wasEstablished)
         notice(fmt::format("a hub refused the login: {} {}", m_refusal->code, m_refusal->name));
 }
@@ -85,7 +85,7 @@ std::string SessionWatch::machineForm(const tivra::StatisticsEvent& event) const
     return {};
 }
 
-std::optional<LoginRefusal> SessionWatch::loginRefusal() const {
+std::optional<tivra_tools::LoginRefusal> SessionWatch::loginRefusal() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_refusal;
 }

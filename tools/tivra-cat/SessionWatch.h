@@ -4,6 +4,8 @@
 #include "Options.h"
 #include "Wakeup.h"
 
+#include "common/StartFailure.h"
+
 #include <tivra.h>
 
 #include <array>
@@ -14,12 +16,6 @@
 #include <vector>
 
 namespace tivra_cat {
-
-/// A login that a hub refused.
-struct LoginRefusal {
-    int code = 0;
-    std::string name;
-};
 
 /// The receiver of everything but messages: keeps what happened to the session, the user and the counters
 /// until the main thread asks.
@@ -39,7 +35,7 @@ public:
     void onStatisticsEvent(const tivra::StatisticsEvent& event) override;
 
     /// The last refusal, if any login was refused and none accepted since.
-    [[nodiscard]] std::optional<LoginRefusal> loginRefusal() const;
+    [[nodiscard]] std::optional<tivra_tools::LoginRefusal> loginRefusal() const;
     /// What the user should hear, since the last call.
     [[nodiscard]] std::vector<std::string> takeNotices();
     /// The counters as of the last statistics event; zeros before the first.
@@ -55,7 +51,7 @@ private:
     const StatisticsForm m_form;
     const tivra::StatisticsText::Labels m_labels;
     mutable std::mutex m_mutex; ///< guards all below
-    std::optional<LoginRefusal> m_refusal;
+    std::optional<tivra_tools::LoginRefusal> m_refusal;
     std::vector<std::string> m_notices;
     Statistics m_statistics{};
     std::string m_machineStatistics;

@@ -13,12 +13,6 @@ namespace {
 /// The hub's counters reach this program that often, whatever the user wants to see.
 constexpr int STATISTICS_SECONDS = 1;
 
-tivra::APIFactory& initializedFactory(const Options& options, const std::string& logFile) {
-    tivra::APIFactory* factory = tivra::APIFactory::getInstance();
-    factory->initialize("tivra-cat", TIVRA_CAT_VERSION, options.isDebug, logFile);
-    return *factory;
-}
-
 template<class Config, class Parameter, class Value>
 void apply(Config& config, Parameter parameter, const std::optional<Value>& value) {
     if (value)
@@ -40,18 +34,12 @@ void addToken(tivra::Request& request, const std::string& token) {
 Subscriber::Subscriber(const Options& options, const std::string& password, const std::string& logFile,
                        SessionWatch& watch, tivra::MessageEventHandler& receiver)
     : m_options(options)
-    , m_factory(initializedFactory(options, logFile))
-    , m_user(m_factory.createUserInfo(options.user, password, watch))
-    , m_session(m_factory.createSession(m_user, watch)) {
+    , m_client({"tivra-cat", TIVRA_CAT_VERSION, logFile, options.isDebug}, options.user, password, watch,
+               watch)
+    , m_session(m_client.session()) {
     configure(options);
     m_session.registerMessageEventHandler(&receiver);
     m_session.registerStatisticsEventHandler(&watch, STATISTICS_SECONDS);
-}
-
-Subscriber::~Subscriber() {
-    m_factory.destroySession(m_session);
-    m_factory.destroyUserInfo(m_user);
-    m_factory.uninitialize();
 }
 
 void Subscriber::configure(const Options& options) {

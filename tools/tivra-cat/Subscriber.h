@@ -5,6 +5,8 @@
 #include "RequestBook.h"
 #include "SessionWatch.h"
 
+#include "common/ClientSession.h"
+
 #include <tivra.h>
 
 #include <string>
@@ -17,9 +19,6 @@ class Subscriber {
 public:
     Subscriber(const Options& options, const std::string& password, const std::string& logFile,
                SessionWatch& watch, tivra::MessageEventHandler& receiver);
-    ~Subscriber();
-    Subscriber(const Subscriber&) = delete;
-    Subscriber& operator=(const Subscriber&) = delete;
 
     /// Blocks until the session stands or was given up; `reason` tells why then.
     [[nodiscard]] bool start(std::string& reason) { return m_session.start(reason); }
@@ -33,8 +32,7 @@ private:
     void sendTo(const Target* target, RequestBook& book);
 
     const Options& m_options;
-    tivra::APIFactory& m_factory;
-    tivra::UserInfo& m_user;
+    const tivra_tools::ClientSession m_client;
     tivra::Session& m_session;
 };
 

@@ -1,8 +1,10 @@
 #include "ExitCode.h"
-#include "LogFile.h"
 #include "Options.h"
-#include "Password.h"
 #include "Run.h"
+
+#include "common/LogFile.h"
+#include "common/Password.h"
+#include "common/UsageError.h"
 
 #include <fmt/format.h>
 
@@ -12,13 +14,15 @@
 
 namespace {
 
+const std::string PROGRAM = "tivra-cat";
+
 int runProgram(int argc, char** argv) {
     using namespace tivra_cat;
     const std::optional<Options> options = readOptions(argc, argv);
     if (!options)
         return static_cast<int>(ExitCode::Ended);
-    const std::string logFile = logFileName(options->logFile);
-    const std::string password = obtainPassword(options->user, options->passwordFile);
+    const std::string logFile = tivra_tools::logFileName(options->logFile, PROGRAM);
+    const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile, PROGRAM);
     Run run(*options, logFile);
     return static_cast<int>(run.execute(password));
 }
@@ -33,6 +37,9 @@ int main(int argc, char** argv) {
     } catch (const tivra_cat::Failure& failure) {
         fmt::print(stderr, "tivra-cat: {}\n", failure.what());
         return static_cast<int>(failure.exitCode());
+    } catch (const tivra_tools::UsageError& error) {
+        fmt::print(stderr, "tivra-cat: {}\n", error.what());
+        return static_cast<int>(tivra_cat::ExitCode::Usage);
     } catch (const std::exception& error) {
         fmt::print(stderr, "tivra-cat: internal error: {}\n", error.what());
         return static_cast<int>(tivra_cat::ExitCode::Internal);

@@ -1,6 +1,6 @@
-#include "LogFile.h"
+#include "common/LogFile.h"
 
-#include "ExitCode.h"
+#include "common/UsageError.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -10,13 +10,12 @@
 #include <cstdlib>
 #include <filesystem>
 
-namespace tivra_cat {
+namespace tivra_tools {
 
 namespace {
 
 /// The library keeps that much of a log file's name, date not counted.
 constexpr std::size_t MAX_NAME = 63;
-constexpr const char* BASE_NAME = "tivra-cat.log";
 
 std::string stateDirectory() {
     if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
@@ -45,22 +44,21 @@ std::string privateTemporaryDirectory() {
 
 } // namespace
 
-std::string logFileName(const std::string& wanted) {
+std::string logFileName(const std::string& wanted, const std::string& program) {
     if (!wanted.empty()) {
         if (wanted.size() > MAX_NAME)
-            throw Failure(
-                ExitCode::Usage,
+            throw UsageError(
                 fmt::format("the log file's name \"{}\" is longer than {} characters", wanted, MAX_NAME));
         return wanted;
     }
     const std::string state = stateDirectory();
-    std::string name = fmt::format("{}/{}", state, BASE_NAME);
+    std::string name = fmt::format("{}/{}.log", state, program);
     if (!state.empty() && name.size() <= MAX_NAME && canWriteIn(state))
         return name;
     const std::string temporary = privateTemporaryDirectory();
     if (temporary.empty())
-        throw Failure(ExitCode::Usage, "no directory for the log file: name one with --log-file");
-    return fmt::format("{}/{}", temporary, BASE_NAME);
+        throw UsageError("no directory for the log file: name one with --log-file");
+    return fmt::format("{}/{}.log", temporary, program);
 }
 
-} // namespace tivra_cat
+} // namespace tivra_tools

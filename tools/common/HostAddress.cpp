@@ -1,6 +1,6 @@
-#include "HostAddress.h"
+#include "common/HostAddress.h"
 
-#include "ExitCode.h"
+#include "common/UsageError.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 #include <memory>
 
-namespace tivra_cat {
+namespace tivra_tools {
 
 namespace {
 
@@ -26,9 +26,8 @@ std::string resolveName(const std::string& name, const std::string& text) {
             freeaddrinfo(list);
     });
     if (error != 0 || found == nullptr)
-        throw Failure(ExitCode::Usage,
-                      fmt::format("cannot find an IPv4 address for \"{}\" of host \"{}\": {}", name, text,
-                                  gai_strerror(error)));
+        throw UsageError(fmt::format("cannot find an IPv4 address for \"{}\" of host \"{}\": {}", name, text,
+                                     gai_strerror(error)));
     sockaddr_in address{};
     std::memcpy(&address, found->ai_addr, sizeof address);
     char buffer[INET_ADDRSTRLEN] = "";
@@ -48,9 +47,9 @@ std::string resolveHost(const std::string& text) {
             port = 0;
     }
     if (port < 1 || port > 65535)
-        throw Failure(ExitCode::Usage,
-                      fmt::format("\"{}\" is no host: give ADDRESS:PORT with a port from 1 to 65535", text));
+        throw UsageError(
+            fmt::format("\"{}\" is no host: give ADDRESS:PORT with a port from 1 to 65535", text));
     return fmt::format("{}:{}", resolveName(text.substr(0, colon), text), port);
 }
 
-} // namespace tivra_cat
+} // namespace tivra_tools

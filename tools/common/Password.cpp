@@ -1,6 +1,6 @@
-#include "Password.h"
+#include "common/Password.h"
 
-#include "ExitCode.h"
+#include "common/UsageError.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -14,7 +14,7 @@
 #include <iostream>
 #include <optional>
 
-namespace tivra_cat {
+namespace tivra_tools {
 
 namespace {
 
@@ -43,7 +43,7 @@ public:
 
     void show(const std::string& text) const {
         if (write(m_fd, text.data(), text.size()) < 0)
-            throw Failure(ExitCode::Usage, "cannot ask for the password: the terminal takes no text");
+            throw UsageError("cannot ask for the password: the terminal takes no text");
     }
 
     [[nodiscard]] std::string readLine() const {
@@ -60,21 +60,19 @@ private:
     termios m_saved{};
 };
 
-std::string readFile(const std::string& path) {
+std::string readFile(const std::string& path, const std::string& program) {
     std::string password;
     if (path == "-") {
         if (!std::getline(std::cin, password))
-            throw Failure(ExitCode::Usage, "cannot read a password from standard input");
+            throw UsageError("cannot read a password from standard input");
     } else {
         std::ifstream file(path);
         if (!std::getline(file, password))
-            throw Failure(ExitCode::Usage,
-                          fmt::format("cannot read a password from the first line of \"{}\"", path));
+            throw UsageError(fmt::format("cannot read a password from the first line of \"{}\"", path));
         struct stat status {};
         if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0077) != 0)
-            fmt::print(stderr,
-                       "tivra-cat: note: others can read the password file \"{}\"; chmod 600 ends that\n",
-                       path);
+            fmt::print(stderr, "{}: note: others can read the password file \"{}\"; chmod 600 ends that\n",
+                       program, path);
     }
     if (!password.empty() && password.back() == '\r')
         password.pop_back();
@@ -93,25 +91,25 @@ std::optional<std::string> ask(const std::string& user) {
 
 } // namespace
 
-std::string obtainPassword(const std::string& user, const std::string& passwordFile) {
+std::string obtainPassword(const std::string& user, const std::string& passwordFile,
+                           const std::string& program) {
     std::string password;
     if (!passwordFile.empty()) {
-        password = readFile(passwordFile);
+        password = readFile(passwordFile, program);
     } else if (const char* value = std::getenv(VARIABLE); value != nullptr) {
         password = value;
     } else if (const std::optional<std::string> answer = ask(user)) {
         password = *answer;
     } else {
-        throw Failure(ExitCode::Usage,
-                      fmt::format("no password for user \"{}\": set {}, name a file with --password-file, or "
-                                  "start from a terminal to be asked",
-                                  user, VARIABLE));
+        throw UsageError(
+            fmt::format("no password for user \"{}\": set {}, name a file with --password-file, or "
+                        "start from a terminal to be asked",
+                        user, VARIABLE));
     }
     if (password.empty() || password.find_first_of("|\x03") != std::string::npos)
-        throw Failure(
-            ExitCode::Usage,
+        throw UsageError(
             fmt::format("the password of user \"{}\" is empty or holds \"|\" or the byte 03", user));
     return password;
 }
 
-} // namespace tivra_cat
+} // namespace tivra_tools

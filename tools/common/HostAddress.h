@@ -1,0 +1,14 @@
+#ifndef TIVRA_TOOLS_HOSTADDRESS_H
+#define TIVRA_TOOLS_HOSTADDRESS_H
+
+#include <string>
+
+namespace tivra_tools {
+
+/// Turns "name:port" or "address:port" into the "IPv4 address:port" that the library takes. Throws UsageError
+/// for a wrong form, a port outside 1 to 65535 and a name that has no IPv4 address.
+[[nodiscard]] std::string resolveHost(const std::string& text);
+
+} // namespace tivra_tools
+
+#endif

@@ -1,0 +1,15 @@
+#ifndef TIVRA_TOOLS_LOGFILE_H
+#define TIVRA_TOOLS_LOGFILE_H
+
+#include <string>
+
+namespace tivra_tools {
+
+/// Base name of the library's log file, to which it adds the date: `wanted` when given, else a file named for
+/// the program in the user's state directory, which is made if need be. Throws UsageError for a name that the
+/// library would cut.
+[[nodiscard]] std::string logFileName(const std::string& wanted, const std::string& program);
+
+} // namespace tivra_tools
+
+#endif

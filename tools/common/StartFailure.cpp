@@ -1,0 +1,43 @@
+#include "common/StartFailure.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+namespace tivra_tools {
+
+namespace {
+
+/// What a hub answers to a login whose parameters it does not know, compression among them.
+constexpr int BAD_PARAMETER = -33;
+
+bool contains(std::string_view text, std::string_view word) {
+    return text.find(word) != std::string_view::npos;
+}
+
+} // namespace
+
+std::string startFailureText(const StartAttempt& attempt) {
+    if (attempt.refusal) {
+        const char* advice =
+            attempt.refusal->code == BAD_PARAMETER && attempt.asksForCompression
+                ? "The hub may not speak compression: try --no-compression."
+                : "Check the user and the password, and ask the hub's operator about the code.";
+        return fmt::format("cannot log in: user \"{}\" at {}, in the login phase: the hub answered {} {}. {}",
+                           attempt.user, attempt.hosts, attempt.refusal->code, attempt.refusal->name, advice);
+    }
+    const std::string head = fmt::format("cannot start a session with {} as \"{}\", tried for {:.1f} s",
+                                         attempt.hosts, attempt.user, attempt.seconds);
+    if (contains(attempt.reason, "retry limit") || contains(attempt.reason, "connectHost"))
+        return fmt::format("{}, in the connect phase: {}. Check the address and that a hub listens there; "
+                           "{} it longer. Log: {}",
+                           head, attempt.reason, attempt.moreDials, attempt.logFile);
+    if (contains(attempt.reason, "timeout"))
+        return fmt::format("{}, in the login conversation: {}. The hub took the connection and fell "
+                           "silent; {} it longer. Log: {}",
+                           head, attempt.reason, attempt.morePatience, attempt.logFile);
+    return fmt::format("{}, while the session was set up: {}. Log: {}", head, attempt.reason,
+                       attempt.logFile);
+}
+
+} // namespace tivra_tools

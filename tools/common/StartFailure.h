@@ -1,0 +1,33 @@
+#ifndef TIVRA_TOOLS_STARTFAILURE_H
+#define TIVRA_TOOLS_STARTFAILURE_H
+
+#include <optional>
+#include <string>
+
+namespace tivra_tools {
+
+/// A login that a hub refused.
+struct LoginRefusal {
+    int code = 0;
+    std::string name;
+};
+
+/// A session that could not be started.
+struct StartAttempt {
+    std::string hosts; ///< for people
+    std::string user;
+    bool asksForCompression = true;
+    double seconds = 0.0; ///< how long it was tried
+    std::string logFile;
+    std::string reason;                  ///< as the library tells it
+    std::optional<LoginRefusal> refusal; ///< of the last login
+    std::string moreDials;               ///< "--retries gives", what makes it dial longer
+    std::string morePatience;            ///< the same for a hub that is silent
+};
+
+/// Why: what was attempted, with whom, in which phase, the cause and what to do.
+[[nodiscard]] std::string startFailureText(const StartAttempt& attempt);
+
+} // namespace tivra_tools
+
+#endif
