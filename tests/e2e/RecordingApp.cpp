@@ -60,9 +60,9 @@ void RecordingApp::onMessageEvent(const MessageEvent& event) {
 
 void RecordingApp::onStatisticsEvent(const tivra::StatisticsEvent& event) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_statistics.clear();
+    std::vector<std::uint64_t>& row = m_statistics.emplace_back();
     for (int type = 0; type <= tivra::StatisticsEvent::PEAK_NET_OUT_MSGS_SEC; ++type)
-        m_statistics.push_back(event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(type)));
+        row.push_back(event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(type)));
     m_changed.notify_all();
 }
 
@@ -151,7 +151,28 @@ bool RecordingApp::waitForUpdates(std::size_t count) const {
     });
 }
 
+RecordingApp::Statistics RecordingApp::statistics() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_statistics;
+}
+
+std::size_t RecordingApp::waitForQuiet() const {
+    using Stats = tivra::StatisticsEvent;
+    const std::size_t from = statistics().size();
+    std::size_t count = 0;
+    const bool isQuiet = waitUntil([&] {
+        count = m_statistics.size();
+        if (count < from + 2)
+            return false;
+        const auto& last = m_statistics[count - 1];
+        const auto& before = m_statistics[count - 2];
+        return last[Stats::MSGS_IN] == before[Stats::MSGS_IN] &&
+               last[Stats::MSGS_OUT] == before[Stats::MSGS_OUT];
+    });
+    return isQuiet ? count : 0;
+}
+
 bool RecordingApp::waitForStatistics(tivra::StatisticsEvent::StatsTypes type,
                                      const std::function<bool(std::uint64_t)>& accept) const {
-    return waitUntil([&] { return !m_statistics.empty() && accept(m_statistics[std::size_t(type)]); });
+    return waitUntil([&] { return !m_statistics.empty() && accept(m_statistics.back()[std::size_t(type)]); });
 }

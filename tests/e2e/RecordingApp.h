@@ -83,6 +83,12 @@ public:
     bool waitForEnd(std::int64_t tag) const;
     bool waitForMessage(const std::function<bool(const SeenMessage&)>& predicate) const;
     bool waitForUpdates(std::size_t count) const;
+    /// One row for each statistics event, indexed by the type.
+    using Statistics = std::vector<std::vector<std::uint64_t>>;
+    Statistics statistics() const;
+    /// Waits until two statistics events one after the other tell the same of what came in and went out, and
+    /// gives how many events there have been.
+    std::size_t waitForQuiet() const;
     /// Waits for a statistics event whose value of `type` is accepted.
     bool waitForStatistics(tivra::StatisticsEvent::StatsTypes type,
                            const std::function<bool(std::uint64_t)>& accept) const;
@@ -100,5 +106,5 @@ private:
     std::vector<std::string> m_sessionEvents;
     std::vector<std::string> m_userEvents;
     std::vector<SeenMessage> m_messages;
-    std::vector<std::uint64_t> m_statistics;
+    Statistics m_statistics;
 };
