@@ -19,10 +19,12 @@ struct RoadRun {
 struct RoadTask {
     RoadHub& hub;
     std::size_t messages = 0;
-    /// Only the last one is measured: every page of a ring has been touched by then. The hub begins a pass when
-    /// the reader has all of the one before, so that no ring overflows and both sides meet the same burst.
+    /// Only the last one is measured: every page of a ring has been touched by then. The hub begins a pass
+    /// when the reader has all of the one before, so that no ring overflows and both sides meet the same
+    /// burst.
     std::size_t passes = 1;
     bool paced = false;
+    bool compressed = false; ///< ask the hub for a zlib stream
 };
 
 /// The library, from the socket to the application's callback.
@@ -31,6 +33,18 @@ struct RoadTask {
 [[nodiscard]] RoadRun runTwoThreads(const RoadTask& task);
 /// A bare loop that reads and only finds where frames end.
 [[nodiscard]] RoadRun runBareLoop(const RoadTask& task);
+/// zlib alone over the bytes that the hub sends to a compressed connection, with nothing read meanwhile.
+[[nodiscard]] RoadRun runInflate(const RoadTask& task);
+/// What the library's counting adds to the road: the counters of each message, and the ticks of a second.
+[[nodiscard]] RoadRun runStatistics(const RoadTask& task);
+#ifdef TIVRA_HAVE_ZMQ
+/// A ZeroMQ PULL socket that takes the same frames from a PUSH socket in the hub's place, and looks into
+/// none.
+[[nodiscard]] RoadRun runZmq(const RoadTask& task);
+#endif
+
+/// Of this process, all of its threads.
+[[nodiscard]] double processorSeconds();
 
 /// Counts a run's messages, asks for the next pass and measures the last one.
 class RoadProgress {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "ChildProcess.h"
 
@@ -20,6 +21,7 @@ struct RoadLoad {
     unsigned repeat = 1;    ///< how often these are played in a pass
     std::size_t paced = 0;  ///< messages of a paced run
     std::size_t perSecond = 10000;
+    bool zmq = false; ///< from a ZeroMQ PUSH socket
 };
 
 /// A hub in a process of its own, so that its work does not count as the reader's. It ends with its parent.
@@ -37,5 +39,8 @@ private:
 };
 
 [[nodiscard]] std::int64_t nowNanoseconds();
+
+/// Calls `send` at each moment when a message of a paced run is due.
+void sendPaced(const RoadLoad& load, const std::function<void()>& send);
 
 } // namespace tivra_bench

@@ -61,7 +61,7 @@ RoadRun runLibrary(const RoadTask& task) {
     tivra::UserInfo& user = factory->createUserInfo("demo", "demo", counter);
     tivra::Session& session = factory->createSession(user, counter);
     session.getConnectionConfig()
-        .set(tivra::HostConfig::COMPRESSION_BOOL, false)
+        .set(tivra::HostConfig::COMPRESSION_BOOL, task.compressed)
         .set(tivra::HostConfig::QUEUE_SIZE_LONG, 64L)
         .getHostConfig("127.0.0.1:" + std::to_string(task.hub.port()));
     session.registerMessageEventHandler(&counter);

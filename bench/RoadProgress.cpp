@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 
 namespace tivra_bench {
-namespace {
 
 double processorSeconds() {
     rusage usage{};
@@ -12,6 +11,8 @@ double processorSeconds() {
     return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
+
+namespace {
 
 double wallSeconds() {
     return static_cast<double>(nowNanoseconds()) / 1e9;

@@ -1,4 +1,5 @@
 // The two baselines of the whole road: what the same bytes cost without the library around the parser.
+#include "HubSocket.h"
 #include "Road.h"
 #include "RoadHub.h"
 
@@ -12,13 +13,7 @@
 #include <string>
 #include <thread>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <tivra_sim/Dictionary.h>
-#include <tivra_sim/Wire.h>
 
 #include "dictionary/MetaTokenMap.h"
 #include "kvnparse/Message.h"
@@ -30,48 +25,6 @@ namespace {
 constexpr std::size_t kRing = std::size_t{64} << 20;
 constexpr std::size_t kReadSize = 64 * 1024;
 constexpr std::size_t kLargestFrame = 262144;
-
-class Socket {
-public:
-    explicit Socket(std::uint16_t port) : m_fd(socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-            throw std::runtime_error("the hub cannot be reached");
-    }
-    ~Socket() { close(m_fd); }
-    Socket(const Socket&) = delete;
-    Socket& operator=(const Socket&) = delete;
-
-    void request(const std::string& text) {
-        const std::string frame = tivra_sim::encodeFrame(text);
-        if (send(m_fd, frame.data(), frame.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(frame.size()))
-            throw std::runtime_error("the hub does not take a request");
-    }
-    /// 0 after the end of the stream.
-    [[nodiscard]] std::size_t receive(char* to, std::size_t room) {
-        const ssize_t got = read(m_fd, to, room);
-        return got > 0 ? static_cast<std::size_t>(got) : 0;
-    }
-    /// Ends a read in another thread.
-    void shutDown() { shutdown(m_fd, SHUT_RDWR); }
-
-private:
-    int m_fd;
-};
-
-void subscribe(Socket& hub, const RoadTask& task) {
-    hub.request("5026=1|5022=LoginUser|5028=demo|5029=demo|13265=0|5053=V1.7.0.1|5129=C++|5128=Linux");
-    int tag = 18;
-    for (const char* symbol : kSymbols) {
-        if (task.paced && std::strcmp(symbol, kPacedSymbol) != 0)
-            continue;
-        hub.request("5022=Subscribe|4=" + std::to_string(kSource) + "|5=" + symbol +
-                    "|5026=" + std::to_string(tag++));
-    }
-}
 
 /// Length of the frame at `at`, 0 while it is incomplete.
 std::size_t frameLength(const char* at, std::size_t have) {
@@ -133,9 +86,9 @@ private:
 } // namespace
 
 RoadRun runBareLoop(const RoadTask& task) {
-    Socket hub(task.hub.port());
+    HubSocket hub(task.hub.port());
     const auto buffer = std::make_unique<char[]>(kRing);
-    subscribe(hub, task);
+    hub.subscribe(task);
     const std::string data = "3=100|4=" + std::to_string(kSource) + "|";
     RoadProgress progress(task);
     std::size_t have = 0;
@@ -161,14 +114,14 @@ RoadRun runBareLoop(const RoadTask& task) {
 RoadRun runTwoThreads(const RoadTask& task) {
     const auto dictionary = makeDictionary();
     Consumer consumer(task, *dictionary);
-    Socket hub(task.hub.port());
+    HubSocket hub(task.hub.port());
     // Untouched at first, like the library's.
     const std::unique_ptr<char[]> ring(new char[kRing]);
     // Absolute positions in the stream; the reader waits for room, the consumer for data.
     std::atomic<std::size_t> written{0};
     std::atomic<std::size_t> consumed{0};
     std::atomic<bool> done{false};
-    subscribe(hub, task);
+    hub.subscribe(task);
     std::thread parsing([&] {
         std::string wrapped;
         std::size_t at = 0;
