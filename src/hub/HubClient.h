@@ -272,6 +272,7 @@ private:
     void retryHeldReads(double curtime);
     void readCompressed();
     void pullCompressed(bool inputFull);
+    void settleStream();
     void readFramed();
     void socketClosedByPeer();
     void process_kvn_buffer(KVNAPI::bufref frame);
@@ -389,6 +390,7 @@ private:
     std::atomic<long> m_CMconnectionRetries{0}; ///< look-ups since the last success
     std::atomic<int> m_lnkapiErrno{0};
     bool m_readsHeld = false;                 ///< reads are unwatched while the queue refuses them
+    bool m_messagesLeft = false;              ///< what has been read holds more than was taken at one go
     bool m_first_time = true;                 ///< no event has been seen since the connect
     bool m_frameCutShort = false;             ///< see isOutOfStep
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready

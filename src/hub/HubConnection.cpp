@@ -291,6 +291,7 @@ void HubClient::forgetConnection() {
     m_isConnectionTimedOut = false;
     m_frameCutShort = false;
     m_readsHeld = false;
+    m_messagesLeft = false;
     // A download that the close has cut short is taken up again, or the hub's dictionary would stay
     // incomplete.
     if (isOutstanding(GET_DIC) && !m_known.m_haveDIC)

@@ -24,6 +24,9 @@ namespace {
 
 /// Room for the longest frame that the conversation takes.
 constexpr int kParserBufferSize = 0x40000;
+/// The most messages of a compressed conversation that are taken at one go: a few bytes can hold very many,
+/// and the thread serves other hubs too.
+constexpr int kMaxMessages = 10'000;
 
 bool isNoError(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -157,6 +160,8 @@ void HubClient::retryHeldReads(double curtime) {
 void HubClient::twentyFiveMsTick(double now) {
     if (m_continueEntitlements.exchange(false))
         continueEntitlements();
+    if (m_messagesLeft)
+        pullCompressed(false);
     if (isReady() && m_responseQueue->hasInputLeft() &&
         m_responseQueue->continueInflating(m_fd.get(), zkvnParser.get(), now))
         leaveAfterReadFailure();
@@ -190,24 +195,48 @@ void HubClient::readCompressed() {
 }
 
 void HubClient::pullCompressed(bool inputFull) {
-    bool hasProgressed = false;
+    m_messagesLeft = false;
+    int taken = 0;
     while (m_fd.get() >= 0) {
+        if (taken == kMaxMessages) {
+            m_messagesLeft = true;
+            return;
+        }
         KVNAPI::Message message;
         const int rc = zkvnParser->pull(&message);
         if (rc > 0)
             break;
-        hasProgressed = true;
+        ++taken;
         if (rc < 0) {
             const std::string text = lastParserError();
             eprintf(EPF_WARN, "HubClient::readableEvent pull error: %s", text.c_str());
             suspendClient("Error decompressing/parsing response from HUB: " + text);
-        } else if (!isReady()) {
-            // Once ready, what is left of the block is inflated to settle the stream, and dropped.
-            process_message(message);
+            return;
+        }
+        process_message(message);
+        if (isReady()) {
+            settleStream();
+            return;
         }
     }
-    if (inputFull && !hasProgressed)
+    if (inputFull && taken == 0)
         suspendClient("Error decompressing/parsing response from HUB: Block too large");
+}
+
+// What came with the last answer of the conversation is dropped, but it has to be inflated: the queue's first
+// read goes on behind it. From here on a fault costs the connection and not the hub.
+void HubClient::settleStream() {
+    std::vector<char> dropped(kParserBufferSize);
+    for (;;) {
+        KVNAPI::bufref out(dropped.data(), dropped.size());
+        if (zkvnParser->pull(&out) != 0) {
+            eprintf(EPF_WARN, "HubClient::readableEvent pull error: %s", lastParserError().c_str());
+            leaveAfterReadFailure();
+            return;
+        }
+        if (out.len < dropped.size())
+            return;
+    }
 }
 
 void HubClient::readFramed() {

@@ -80,7 +80,7 @@ protected:
         ASSERT_TRUE(waitReadable(client->getFd()));
         client->readableEvent(tp::Clock::now());
     }
-    void answer(std::string_view body) {
+    virtual void answer(std::string_view body) {
         hub.send(body);
         serve();
     }

@@ -5,6 +5,9 @@
 #include <zlib.h>
 
 #include "hub/HubFixture.h"
+#include "kvnparse/Deflater.h"
+#include "receive/FrameHandler.h"
+#include "sim/Inflater.h"
 
 namespace tivra_internal {
 namespace {
@@ -198,6 +201,172 @@ TEST_F(HubReadingTest, CompressedConversationThatCantGoOnIsGivenUpWithItsReason)
         EXPECT_EQ(client->getFd(), -1);
         EXPECT_THAT(client->getSuspendReason(),
                     StartsWith(std::string("Error decompressing/parsing response from HUB: ") + row.reason));
+    }
+}
+
+/// A hub whose side is one zlib stream, with the frames that reach the queue.
+class CompressedReadingTest : public HubReadingTest, public FrameHandler {
+protected:
+    unsigned process_kvn_buffer(char* buf, unsigned long len, uint64_t*) override {
+        frames.emplace_back(buf, len);
+        return 0;
+    }
+    void reset() override {}
+
+    void answer(std::string_view body) override {
+        hub.sendRaw(deflate(hubFrame(body)));
+        serve();
+    }
+    std::string deflate(std::string_view plain, int flush = Z_SYNC_FLUSH) {
+        std::string bytes = (*m_deflater)(plain, flush);
+        wire += bytes;
+        return bytes;
+    }
+    /// A new client on a new stream, which has come up as far as the answers go.
+    void begin(const Answers& answers) {
+        Options options;
+        options.compression = true;
+        makeClient(options);
+        session.first = client.get();
+        session.down = 0;
+        queue().setQueueHandler(this);
+        m_deflater = std::make_unique<kvnparse_test::Deflater>(9);
+        wire.clear();
+        frames.clear();
+        loginAndConverse(answers);
+    }
+    Answers withoutLastAnswer() {
+        Answers answers = loneHub();
+        answers["Subscribe .HUB.STATUS"] = {};
+        return answers;
+    }
+    Queue& queue() { return *client->getResponseQueue(); }
+    void popAll() {
+        while (!queue().isEmpty())
+            (void)queue().PopElement();
+    }
+
+    std::string wire; ///< of this connection so far
+    std::vector<std::string> frames;
+
+private:
+    std::unique_ptr<kvnparse_test::Deflater> m_deflater;
+};
+
+/// What comes in one read with the last answer is dropped. All behind that is delivered once, wherever the
+/// stream is cut and however it was flushed.
+TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing) {
+    const std::string end = hubFrame("5026=13|5001=0");
+    for (const int flush : {Z_SYNC_FLUSH, Z_NO_FLUSH}) {
+        for (size_t cut = 1, size = 2; cut < size; ++cut) {
+            begin(withoutLastAnswer());
+            ASSERT_FALSE(client->isReady());
+            Inflater inflater;
+            static_cast<void>(inflater(wire));
+            std::vector<std::string> sent;
+            std::string bytes = deflate(end, flush);
+            for (int i = 0; i < 5; ++i) {
+                sent.push_back(hubFrame("4=558|5=IBM|10=" + std::to_string(i)));
+                bytes += deflate(sent.back(), flush);
+            }
+            bytes += deflate("");
+            size = bytes.size();
+
+            const size_t seen = inflater(std::string_view(bytes).substr(0, cut)).size();
+            feed(std::string_view(bytes).substr(0, cut));
+            ASSERT_EQ(client->isReady(), seen >= end.size()) << cut;
+            feed(std::string_view(bytes).substr(cut));
+            ASSERT_TRUE(client->isReady()) << cut;
+            sent.push_back(hubFrame("4=558|5=IBM|10=last"));
+            feed(deflate(sent.back()));
+            popAll();
+
+            const size_t gone = seen >= end.size() ? seen - end.size() : 5 * sent.front().size();
+            std::vector<std::string> expected;
+            for (size_t i = (gone + sent.front().size() - 1) / sent.front().size(); i < sent.size(); ++i)
+                expected.push_back(sent[i]);
+            ASSERT_EQ(frames, expected) << cut << " flush " << flush;
+        }
+    }
+}
+
+TEST_F(CompressedReadingTest, AFaultBehindTheLastAnswerCostsTheConnectionAtMost) {
+    const std::string end = hubFrame("5026=13|5001=0");
+    begin(withoutLastAnswer());
+    feed(deflate(end + hubFrame("abc=1")));
+    EXPECT_TRUE(client->isReady()) << "frames that are dropped need not be read";
+    begin(withoutLastAnswer());
+    // The fault comes in a later round of the same block.
+    feed(deflate(end + std::string(200'000, 'x')) + std::string(100, '\xff'));
+    EXPECT_EQ(client->getFd(), -1);
+    EXPECT_FALSE(client->isSuspended()) << "it is dialled again, as after a fault in the next read";
+    EXPECT_EQ(session.down, 1);
+}
+
+TEST_F(CompressedReadingTest, TheTickGoesOnWithInputThatFoundNoRoom) {
+    std::vector<std::string> sent; // four times what the ring holds, in a few thousand bytes
+    std::string plain;
+    for (int i = 0; i < 40; ++i) {
+        sent.push_back(hubFrame("4=558|5=IBM|1=" + std::to_string(i) + std::string(100'000, 'x')));
+        plain += sent.back();
+    }
+    for (const bool isCorrupt : {false, true}) {
+        begin(loneHub());
+        ASSERT_TRUE(client->isReady());
+        hub.sendRaw(deflate(plain) + (isCorrupt ? std::string(100, '\xff') : std::string()));
+        serve();
+        for (int tick = 0; tick < 3; ++tick)
+            client->twentyFiveMsTick(tp::Clock::now());
+        ASSERT_TRUE(queue().hasInputLeft());
+        ASSERT_GE(client->getFd(), 0) << "what waits is no reason to close";
+        for (int turn = 0; turn < 20 && client->getFd() >= 0; ++turn) {
+            popAll();
+            client->twentyFiveMsTick(tp::Clock::now());
+        }
+        popAll();
+        EXPECT_EQ(client->getFd() < 0, isCorrupt);
+        EXPECT_EQ(session.down, isCorrupt ? 1 : 0);
+        ASSERT_LE(frames.size(), sent.size());
+        EXPECT_TRUE(std::equal(frames.begin(), frames.end(), sent.begin()));
+        EXPECT_EQ(frames.size() == sent.size(), !isCorrupt);
+        EXPECT_EQ(queue().statistics().in.cum_dropped_bytes.get(), 0U);
+    }
+}
+
+/// A few bytes that hold very many messages must not keep the thread from its other hubs.
+TEST_F(CompressedReadingTest, EndlessMessagesOfAConversationAreTakenPieceByPiece) {
+    std::string plain;
+    for (int i = 0; i < 25'000; ++i)
+        plain += hubFrame("4=922|5=.HUB.STATUS");
+    begin(withoutLastAnswer());
+    const std::string bytes = deflate(plain);
+    ASSERT_LT(bytes.size(), 10'000U);
+    hub.sendRaw(bytes);
+    serve();
+    hub.sendRaw(deflate(hubFrame("5026=13|5001=0")));
+    serve();
+    EXPECT_FALSE(client->isReady()) << "two goes are not enough";
+    client->twentyFiveMsTick(tp::Clock::now());
+    EXPECT_TRUE(client->isReady());
+
+    begin(withoutLastAnswer());
+    hub.sendRaw(deflate(plain));
+    serve();
+    client->closeConnection();
+    client->twentyFiveMsTick(tp::Clock::now());
+    EXPECT_FALSE(client->isSuspended()) << "nothing is left of a connection that has ended";
+}
+
+/// Bytes without end that hold no frame, or begin one: the client is given up with its reason.
+TEST_F(CompressedReadingTest, BombWithoutAMessageEndsTheConversation) {
+    for (const std::string& start : {std::string(), hubFrame(std::string(100'000, 'x')).substr(0, 50)}) {
+        begin(withoutLastAnswer());
+        const std::string bytes = deflate(start + std::string(32 << 20, '\0'));
+        ASSERT_LT(bytes.size(), 40'000U);
+        feed(bytes);
+        EXPECT_EQ(client->getFd(), -1);
+        EXPECT_THAT(client->getSuspendReason(),
+                    StartsWith("Error decompressing/parsing response from HUB: "));
     }
 }
 
