@@ -1,5 +1,6 @@
 // Parses the frames of a trading day and prints what that takes beside a mere walk over their separators, a
 // plain parser and other libraries' parsers of the same messages, all measured in turn in one run.
+#include "EncoderBench.h"
 #include "Interleave.h"
 #include "NumberBench.h"
 #include "Rivals.h"
@@ -234,6 +235,7 @@ int main() {
     benchDay("Sample of the day", sample, ROUNDS, true);
     benchSymbols(sample);
     benchNumbers();
+    benchEncoders(sample);
     const std::vector<TapeMessage> day = readTape(TIVRA_WHOLE_DAY);
     if (day.empty())
         std::printf("\nWhole day: skipped, there is no %s\n", TIVRA_WHOLE_DAY);
