@@ -199,6 +199,8 @@ TEST_F(Wire, ReportsTheFirstFaultWithItsPlace) {
         {"end inside", frameOf("5=I\x03M"),
          "byte 9 (message 1): expected the end of the frame behind its end byte, found 0x03"},
         {"line", "BID=1\nBID=x\n", "byte 10 (message 2): " + end + "0x78 'x'"},
+        {"line without an end", "BID=1\nBID=2|",
+         "byte 12 (message 2): expected a token's name or number and \"=\", found the end of the input"},
         {"empty line", "BID=1\n\nBID=2\n",
          "byte 6 (message 2): expected a token's name or number and \"=\", found 0x0a"},
         {"compressed", deflated(good + frameOf("1021=x")), "byte 23 (message 2): " + end + "0x78 'x'"},
@@ -208,7 +210,8 @@ TEST_F(Wire, ReportsTheFirstFaultWithItsPlace) {
     };
     for (const auto& row : rows) {
         EXPECT_EQ(run({"check"}, row.input), 3) << row.what;
-        EXPECT_EQ(error, "tivra-wire: standard input: " + row.expected + "\n") << row.what;
+        EXPECT_EQ(error.substr(0, error.find('\n')), "tivra-wire: standard input: " + row.expected)
+            << row.what;
         EXPECT_EQ(output, "") << row.what;
     }
     std::string damaged = deflated(frameOf("5=" + std::string(3000, 'x')));
@@ -222,9 +225,37 @@ TEST_F(Wire, ReportsTheFirstFaultWithItsPlace) {
     EXPECT_EQ(convert(output, {"--to", "kvn"}), good);
     // Values that the other form cannot hold.
     EXPECT_EQ(run({"convert"}, frameOf("5=A\nB")), 3);
-    EXPECT_THAT(error, EndsWith("expected text that a line can hold, found the byte 0x0a in a value\n"));
+    EXPECT_THAT(error,
+                HasSubstr("byte 9 (message 1): expected text that a line can hold, found the byte 0x0a "
+                          "in a value\n"));
     EXPECT_EQ(run({"convert", "--to", "kvn"}, "5=A\x03M\n"), 3);
-    EXPECT_THAT(error, EndsWith("expected text that a frame can hold, found the byte 0x03 in a value\n"));
+    EXPECT_THAT(error,
+                HasSubstr("byte 3 (message 1): expected text that a frame can hold, found the byte 0x03 "
+                          "in a value\n"));
+}
+
+TEST_F(Wire, PointsAtTheFaultInTheBytesNextToIt) {
+    const struct {
+        std::string input;
+        std::string excerpt;
+    } rows[] = {
+        {frameOf("5=I") + "\x05", "    \\x04 \\x00\\x00\\x00\\x035=I\\x03\\x05\n"
+                                  "                                ^\n"},
+        {"5=IBM\nBID=1|ASK=\xff|5=IBM\n5=X\n", "    BID=1|ASK=\\xFF|5=IBM\n"
+                                               "              ^\n"},
+        {"BID=1\n5=A|", "    5=A|\n        ^\n"},
+        // No more of a long message than fits a line of a terminal.
+        {"5=" + std::string(100, 'a') + "|ASK=x|5=" + std::string(100, 'b') + "\n",
+         "    ..." + std::string(43, 'a') + "|ASK=x|5=" + std::string(20, 'b') + "...\n" +
+             std::string(55, ' ') + "^\n"},
+        {deflated(frameOf("1021=x")), "    \\x04 \\x00\\x00\\x00\\x061021=x\\x03\n"
+                                      "                              ^\n"},
+        {"\x78\x9c\xff\xff", ""}, // of a broken zlib stream there is nothing to show
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(run({"check"}, row.input), 3) << row.excerpt;
+        EXPECT_EQ(error.substr(error.find('\n') + 1), row.excerpt);
+    }
 }
 
 TEST_F(Wire, TellsWhereAnInputThatIsCutEnds) {
@@ -234,7 +265,7 @@ TEST_F(Wire, TellsWhereAnInputThatIsCutEnds) {
         EXPECT_EQ(run({"check"}, frames.substr(0, size)), isWhole ? 0 : 3) << size;
         if (!isWhole) {
             EXPECT_THAT(error, testing::AllOf(HasSubstr("byte " + std::to_string(size) + " (message "),
-                                              EndsWith("found the end of the input\n")));
+                                              HasSubstr("found the end of the input\n")));
         }
     }
     // A live stream has no end of its own.
@@ -251,18 +282,26 @@ TEST_F(Wire, EndsWithTheDocumentedCodes) {
         int code;
         std::string error;
     } rows[] = {
-        {{}, 2, "--map"},
+        {{}, 2, "subcommand"},
+        {{"check"}, 2, "no dictionary named"},
         {{"--map", map}, 2, "subcommand"},
         {{"--map", "/no/such", "check"}, 2, "the dictionary cannot be loaded: cannot open /no/such"},
         {{"--map", "/tmp", "check"}, 2, "the dictionary cannot be loaded: cannot read /tmp"},
         {{"--map", wrong, "check"}, 2, wrong + ":2: Unknown storage definition in token add command"},
         {{"--map", map, "--map", half, "check"}, 2, half + ":1: Duplicate token id 5"},
         {{"--map", half, "check"}, 2, "Token UNKNOWNTOKEN not found; add it to a map file"},
+        {{"--hub", "127.0.0.1:0", "-u", "demo", "check"}, 2, "\"127.0.0.1:0\" is no host"},
+        {{"--hub", "127.0.0.1:1", "check"}, 2, "no user named"},
+        {{"--hub", "127.0.0.1:1", "-u", "demo", "--password", "x", "check"}, 2, "readable by everybody"},
+        {{"--hub", "127.0.0.1:1", "-u", "demo", "--password-file", "-", "check"},
+         2,
+         "standard input cannot be"},
         {{"--map", map, "--token", "NONE", "check"}, 2, "no map file has the token NONE"},
         {{"--map", map, "convert", "--to", "kvn", "--blanks"}, 2, "--blanks"},
         {{"--map", map, "convert", "--level", "10"}, 2, "--level"},
         {{"--map", map, "check", "/no/such"}, 4, "cannot open /no/such"},
         {{"--map", map, "check", "/tmp"}, 4, "cannot read /tmp"},
+        {{"--map", map, "convert", "-o", frames, frames}, 2, frames + " is the input and the output"},
         {{"--map", map, "convert", "-o", "/no/such/out"}, 5, "cannot write /no/such/out"},
         {{"--map", map, "convert", "-o", "/dev/full", frames}, 5, "cannot write /dev/full"},
     };
@@ -271,6 +310,7 @@ TEST_F(Wire, EndsWithTheDocumentedCodes) {
         EXPECT_THAT(error, HasSubstr(row.error));
         EXPECT_THAT(error, testing::StartsWith("tivra-wire: "));
     }
+    EXPECT_EQ(std::filesystem::file_size(frames), 12U);
 }
 
 } // namespace

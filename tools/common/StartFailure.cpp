@@ -29,12 +29,12 @@ std::string startFailureText(const StartAttempt& attempt) {
     const std::string head = fmt::format("cannot start a session with {} as \"{}\", tried for {:.1f} s",
                                          attempt.hosts, attempt.user, attempt.seconds);
     if (contains(attempt.reason, "retry limit") || contains(attempt.reason, "connectHost"))
-        return fmt::format("{}, in the connect phase: {}. Check the address and that a hub listens there; "
-                           "{} it longer. Log: {}",
-                           head, attempt.reason, attempt.moreDials, attempt.logFile);
+        return fmt::format(
+            "{}, in the connect phase: {}. Check the address and that a hub listens there{}. Log: {}", head,
+            attempt.reason, attempt.moreDials, attempt.logFile);
     if (contains(attempt.reason, "timeout"))
         return fmt::format("{}, in the login conversation: {}. The hub took the connection and fell "
-                           "silent; {} it longer. Log: {}",
+                           "silent{}. Log: {}",
                            head, attempt.reason, attempt.morePatience, attempt.logFile);
     return fmt::format("{}, while the session was set up: {}. Log: {}", head, attempt.reason,
                        attempt.logFile);

@@ -21,8 +21,8 @@ struct StartAttempt {
     std::string logFile;
     std::string reason;                  ///< as the library tells it
     std::optional<LoginRefusal> refusal; ///< of the last login
-    std::string moreDials;               ///< "--retries gives", what makes it dial longer
-    std::string morePatience;            ///< the same for a hub that is silent
+    std::string moreDials;    ///< "; --retries gives it longer", what helps with a hub that isn't reached
+    std::string morePatience; ///< the same for a hub that is silent
 };
 
 /// Why: what was attempted, with whom, in which phase, the cause and what to do.

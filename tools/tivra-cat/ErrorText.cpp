@@ -33,8 +33,8 @@ Failure startFailure(const Options& options, const std::string& reason,
     attempt.logFile = logFile;
     attempt.reason = reason;
     attempt.refusal = refusal;
-    attempt.moreDials = "--connect-timeout and --retries give";
-    attempt.morePatience = "--read-timeout gives";
+    attempt.moreDials = "; --connect-timeout and --retries give it longer";
+    attempt.morePatience = "; --read-timeout gives it longer";
     return {refusal ? ExitCode::LoginRefused : ExitCode::Unreachable, startFailureText(attempt)};
 }
 

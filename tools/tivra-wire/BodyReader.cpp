@@ -40,8 +40,11 @@ Fault BodyReader::faultIn(const Frame& frame) const {
     if (number == std::string_view::npos)
         throw std::logic_error(std::string(text));
     const auto position = static_cast<std::size_t>(std::strtoul(text.data() + number + 4, nullptr, 10));
-    const bool isInside = position < frame.bytes.size();
-    const std::string found = isInside ? byteText(frame.bytes[position]) : "the end of the frame";
+    std::string found = "the end of the frame";
+    if (frame.lacksEnd && position + 1 == frame.bytes.size())
+        found = END_OF_INPUT;
+    else if (position < frame.bytes.size())
+        found = byteText(frame.bytes[position]);
     std::string expected = "the end of the frame behind its end byte";
     if (text.find("): Invalid token") != std::string_view::npos)
         expected = m_form == Form::Vkvn ? "a token's name or number and \"=\"" : "a token's number and \"=\"";

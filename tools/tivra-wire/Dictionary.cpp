@@ -3,11 +3,18 @@
 #include "ExitCode.h"
 #include "Input.h"
 
+#include "common/Password.h"
+
+#include "dictionary/BootstrapDictionary.h"
+#include "dictionary/KVNType.h"
 #include "kvnparse/MapLoader.h"
 
 #include <fmt/format.h>
 #include <tp/te_error.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <limits>
 #include <string_view>
 
 namespace tivra_wire {
@@ -35,9 +42,47 @@ std::string reason() {
 
 } // namespace
 
-Dictionary::Dictionary(const std::vector<std::string>& files) {
-    for (const std::string& file : files)
+Dictionary::Dictionary(const Options& options) {
+    if (!options.hub.host.empty())
+        add(fetchDictionary(options.hub, tivra_tools::obtainPassword(
+                                             options.hub.user, options.hub.passwordFile, "tivra-wire")));
+    for (const std::string& file : options.maps)
         load(file);
+}
+
+/// As the library does it: the tokens that it knows before any hub tells them come first, and a number or a
+/// name that is taken stays as it is.
+void Dictionary::add(const std::vector<HubToken>& tokens) {
+    for (const tivra_internal::BootstrapToken& token : tivra_internal::BOOTSTRAP_DICTIONARY)
+        if (token.number != 0)
+            static_cast<void>(addToken(token.number, std::string(token.name), token.typeWord));
+    std::size_t left = 0;
+    for (const HubToken& token : tokens)
+        if (!addToken(token.number, token.name, token.type))
+            ++left;
+    if (left != 0)
+        fmt::print(stderr,
+                   "tivra-wire: note: {} tokens of the hub are left out: their name or number cannot be "
+                   "used\n",
+                   left);
+}
+
+/// False for what no dictionary or no map file can hold.
+bool Dictionary::addToken(std::int64_t number, const std::string& name, std::string_view typeWord) {
+    const bool isControl =
+        std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; });
+    if (number < 0 || number > std::numeric_limits<int>::max() || name.empty() || isControl ||
+        name.find('|') != std::string::npos)
+        return false;
+    if (const KVNAPI::Token* const known = m_map.lookupTokenViaNum(static_cast<int>(number));
+        known != nullptr)
+        return name == known->name;
+    KVNAPI::Token token;
+    token.kvnid = static_cast<int>(number);
+    token.name = name.c_str();
+    if (const tivra_internal::TypeWord* const type = tivra_internal::findTypeWord(typeWord); type != nullptr)
+        token.storage = type->storage & 3U;
+    return m_map.addToken(&token) != nullptr;
 }
 
 void Dictionary::load(const std::string& file) {

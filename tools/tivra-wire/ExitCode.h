@@ -12,7 +12,8 @@ enum class ExitCode : int {
     Usage = 2,
     Fault = 3,
     InputFailed = 4,
-    OutputFailed = 5
+    OutputFailed = 5,
+    HubFailed = 6
 };
 
 using Failure = tivra_tools::ProgramFailure<ExitCode>;

@@ -16,6 +16,7 @@ struct Frame {
     std::string_view bytes; ///< valid until the next one is read
     std::uint64_t offset = 0;
     std::uint64_t number = 0; ///< the first is 1
+    bool lacksEnd = false;    ///< the last line of a file may; `bytes` has one all the same
 };
 
 /// What is wrong in a stream, and where: the byte at `offset` is not what the format wants there. Offsets of
@@ -30,6 +31,8 @@ public:
 private:
     std::uint64_t m_offset;
 };
+
+inline constexpr char END_OF_INPUT[] = "the end of the input";
 
 /// A byte for people: 0x41 'A'.
 [[nodiscard]] std::string byteText(char byte);

@@ -11,7 +11,6 @@ namespace tivra_wire {
 namespace {
 
 constexpr std::size_t BLOCK = 65536;
-constexpr char END_OF_INPUT[] = "the end of the input";
 
 Form formOf(std::string_view start) {
     if (start.empty() || start[0] == KVNAPI::KVN_START)
@@ -133,6 +132,7 @@ std::size_t FrameReader::lineLength() {
         if (!readMore()) {
             // The last line may lack its end.
             m_bytes += '\n';
+            m_isEndAdded = true;
             return held().size();
         }
     }
@@ -142,10 +142,19 @@ bool FrameReader::next(Frame& frame) {
     if (!fill(1))
         return false;
     const std::size_t length = m_form == Form::Vkvn ? lineLength() : frameLength();
-    frame = {held().substr(0, length), m_offset, ++m_frames};
+    frame = {held().substr(0, length), m_offset, ++m_frames, m_isEndAdded};
     m_begin += length;
     m_offset += length;
     return true;
+}
+
+Surroundings FrameReader::around(std::uint64_t offset) const {
+    std::string_view bytes(m_bytes);
+    if (m_isEndAdded)
+        bytes.remove_suffix(1);
+    const std::uint64_t first = m_offset - m_begin;
+    const auto place = static_cast<std::size_t>(std::clamp(offset, first, first + bytes.size()) - first);
+    return {bytes.substr(0, place), bytes.substr(place)};
 }
 
 } // namespace tivra_wire

@@ -1,6 +1,7 @@
 #ifndef TIVRA_WIRE_FRAMEREADER_H
 #define TIVRA_WIRE_FRAMEREADER_H
 
+#include "Excerpt.h"
 #include "Frame.h"
 #include "Inflater.h"
 #include "Input.h"
@@ -27,6 +28,8 @@ public:
     [[nodiscard]] std::uint64_t frames() const { return m_frames; }
     /// Bytes of all frames so far, which is where the next one begins.
     [[nodiscard]] std::uint64_t offset() const { return m_offset; }
+    /// What is still held next to an offset of the stream, until the next frame is read.
+    [[nodiscard]] Surroundings around(std::uint64_t offset) const;
 
 private:
     [[nodiscard]] bool fill(std::size_t size);
@@ -45,6 +48,7 @@ private:
     std::uint64_t m_offset = 0;
     std::uint64_t m_frames = 0;
     bool m_inputEnded = false;
+    bool m_isEndAdded = false; ///< the last byte held was never read
 };
 
 } // namespace tivra_wire

@@ -13,13 +13,14 @@ namespace tivra_wire {
 
 Input::Input(const std::string& file)
     : m_name(file == "-" ? "standard input" : file)
+    , m_isOwned(file != "-")
     , m_fd(file == "-" ? STDIN_FILENO : ::open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (m_fd < 0)
         throw Failure(ExitCode::InputFailed, fmt::format("cannot open {}: {}", m_name, std::strerror(errno)));
 }
 
 Input::~Input() {
-    if (m_fd != STDIN_FILENO)
+    if (m_isOwned)
         ::close(m_fd);
 }
 

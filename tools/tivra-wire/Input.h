@@ -22,6 +22,7 @@ public:
 
 private:
     const std::string m_name;
+    const bool m_isOwned; ///< and may be descriptor 0 where the program was started without one
     int m_fd;
 };
 

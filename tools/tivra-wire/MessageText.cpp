@@ -98,7 +98,9 @@ void MessageText::checkEnds(const Frame& frame, char end) const {
     const std::size_t from = m_toLines ? 0 : KVNAPI::KVN_HEADER_SIZE;
     if (m_text.find(end, from) == m_text.size() - 1)
         return;
-    throw Fault(frame.offset, fmt::format("text that a {} can hold", m_toLines ? "line" : "frame"),
+    const std::size_t place = frame.bytes.find(end, m_toLines ? KVNAPI::KVN_HEADER_SIZE : 0);
+    throw Fault(frame.offset + (place == std::string_view::npos ? 0 : place),
+                fmt::format("text that a {} can hold", m_toLines ? "line" : "frame"),
                 fmt::format("the byte {} in a value", byteText(end)));
 }
 

@@ -2,10 +2,16 @@
 
 #include "ExitCode.h"
 
+#include "common/HostAddress.h"
+#include "common/UserOptions.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace tivra_wire {
 
@@ -15,8 +21,11 @@ constexpr const char* FOOTER =
     R"(kvn: frames with token numbers, as a hub sends them. zkvn: the same inside one zlib stream.
 vkvn: lines of NAME=value or NUMBER=value with | between them. A FILE of - is standard input.
 
+The password of --hub comes from TIVRA_PASSWORD, --password-file or a prompt, never from the command line.
+
 Exit codes: 0 ended well, 1 internal error, 2 wrong usage or a map file that cannot be loaded,
-3 a fault in the input, 4 the input cannot be read, 5 the output cannot be written.)";
+3 a fault in the input, 4 the input cannot be read, 5 the output cannot be written,
+6 the hub gives no dictionary.)";
 
 const std::map<std::string, Form> FORMS{{"kvn", Form::Kvn}, {"vkvn", Form::Vkvn}, {"zkvn", Form::Zkvn}};
 
@@ -27,11 +36,23 @@ CLI::Validator formNames() {
 void declareInput(CLI::App& app, Options& options, std::string& from) {
     const char* const group = "Input";
     app.add_option("-m,--map", options.maps, "map file with the dictionary; repeat it for more")
-        ->required()
         ->allow_extra_args(false)
         ->group(group);
     app.add_option("--from", from, "form of the input; else its first bytes tell")
         ->check(CLI::IsMember({"kvn", "vkvn", "zkvn"}))
+        ->group(group);
+}
+
+void declareHub(CLI::App& app, HubOptions& hub, bool& isPlain) {
+    const char* const group = "Dictionary from a hub";
+    app.add_option("--hub", hub.host, "hub as ADDRESS:PORT that is asked for its dictionary")->group(group);
+    tivra_tools::declareUser(app, group, hub.user, hub.passwordFile);
+    app.add_option("-t,--timeout", hub.timeoutSeconds, "seconds that the hub may take for all; default 30")
+        ->check(CLI::Range(0.001, 86400.0))
+        ->group(group);
+    app.add_flag("--no-compression", isPlain, "ask the hub for a plain stream")->group(group);
+    app.add_option("--log-file", hub.logFile,
+                   "base name of the library's log; default in the state directory")
         ->group(group);
 }
 
@@ -52,7 +73,9 @@ void declareTask(CLI::App& app, Options& options, Task task, const char* name, c
     CLI::App* const command = app.add_subcommand(name, help);
     command->fallthrough();
     command->callback([&options, task] { options.task = task; });
-    command->add_option("FILE", options.files, "files to read one after the other; default standard input");
+    if (task != Task::Map)
+        command->add_option("FILE", options.files,
+                            "files to read one after the other; default standard input");
     if (task != Task::Check)
         command->add_option("-o,--output", options.output, "file to write, default standard output");
     if (task != Task::Convert)
@@ -63,20 +86,54 @@ void declareTask(CLI::App& app, Options& options, Task task, const char* name, c
     command->add_option("--level", options.level, "level of zlib for zkvn, 0 to 9")->check(CLI::Range(0, 9));
 }
 
+/// Opening the output would empty the input before it is read.
+void refuseOneFileForBoth(const Options& options) {
+    struct stat out {};
+    if (options.output == "-" || stat(options.output.c_str(), &out) != 0 || !S_ISREG(out.st_mode))
+        return;
+    for (const std::string& file : options.files) {
+        struct stat in {};
+        const int result = file == "-" ? fstat(STDIN_FILENO, &in) : stat(file.c_str(), &in);
+        if (result == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+            throw Failure(ExitCode::Usage, fmt::format("{} is the input and the output", options.output));
+    }
+}
+
+void complete(Options& options) {
+    if (options.hasBlanks && options.to != Form::Vkvn)
+        throw Failure(ExitCode::Usage, "--blanks is a kind of vkvn; leave --to out");
+    if (options.files.empty() && options.task != Task::Map)
+        options.files.emplace_back("-");
+    refuseOneFileForBoth(options);
+    if (options.hub.host.empty() && options.maps.empty())
+        throw Failure(ExitCode::Usage, "no dictionary named: give a file with --map or a hub with --hub");
+    if (options.hub.host.empty())
+        return;
+    tivra_tools::checkUser(options.hub.user);
+    const bool readsInput = std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
+    if (options.hub.passwordFile == "-" && readsInput)
+        throw Failure(ExitCode::Usage, "standard input cannot be both the password and the messages");
+    options.hub.host = tivra_tools::resolveHost(options.hub.host);
+}
+
 } // namespace
 
 std::optional<Options> readOptions(int argc, char** argv) {
+    tivra_tools::refusePasswordArgument(argc, argv);
     Options options;
     std::string from;
+    bool isPlain = false;
     CLI::App app("Shows, converts and checks streams of token messages.", "tivra-wire");
     app.footer(FOOTER);
     app.set_version_flag("--version", std::string("tivra-wire ") + TIVRA_WIRE_VERSION);
     app.require_subcommand(1);
     declareInput(app, options, from);
+    declareHub(app, options.hub, isPlain);
     declareFilters(app, options);
     declareTask(app, options, Task::Dump, "dump", "every field with its offset, token, name and type");
     declareTask(app, options, Task::Convert, "convert", "write the messages in another form");
     declareTask(app, options, Task::Check, "check", "read all and count");
+    declareTask(app, options, Task::Map, "map", "write the dictionary as a map file");
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
@@ -87,10 +144,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     }
     if (!from.empty())
         options.from = FORMS.at(from);
-    if (options.hasBlanks && options.to != Form::Vkvn)
-        throw Failure(ExitCode::Usage, "--blanks is a kind of vkvn; leave --to out");
-    if (options.files.empty())
-        options.files.emplace_back("-");
+    options.hub.hasCompression = !isPlain;
+    complete(options);
     return options;
 }
 

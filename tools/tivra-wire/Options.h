@@ -9,13 +9,24 @@
 
 namespace tivra_wire {
 
-enum class Task { Dump, Convert, Check };
+enum class Task { Dump, Convert, Check, Map };
+
+/// Where a dictionary is to be had besides map files.
+struct HubOptions {
+    std::string host; ///< "address:port", resolved; empty for no hub
+    std::string user;
+    std::string passwordFile;
+    bool hasCompression = true;
+    double timeoutSeconds = 30.0; ///< for the login and the whole list
+    std::string logFile;
+};
 
 /// Everything that the command line says.
 struct Options {
     Task task = Task::Check;
     std::vector<std::string> files; ///< "-" is standard input
     std::vector<std::string> maps;
+    HubOptions hub;
     std::optional<Form> from; ///< else told by the first bytes
 
     std::vector<std::string> tokens; ///< names or numbers
@@ -28,7 +39,7 @@ struct Options {
     int level = 6; ///< of zlib
 };
 
-/// Reads the command line. Throws Failure with ExitCode::Usage for what is wrong.
+/// Reads the command line. Throws Failure with ExitCode::Usage, or UsageError, for what is wrong.
 /// @return nothing when there is nothing to do but end well (--help, --version).
 [[nodiscard]] std::optional<Options> readOptions(int argc, char** argv);
 

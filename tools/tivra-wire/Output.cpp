@@ -29,6 +29,8 @@ Output::~Output() {
 }
 
 void Output::fail() const {
+    if (errno == EPIPE) // a reader that has seen enough is no news
+        throw Failure(ExitCode::OutputFailed, "");
     throw Failure(ExitCode::OutputFailed, fmt::format("cannot write {}: {}", m_name, std::strerror(errno)));
 }
 

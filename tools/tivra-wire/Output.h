@@ -10,7 +10,7 @@
 namespace tivra_wire {
 
 /// A file or standard output, and on the way there perhaps a zlib stream. Throws Failure with
-/// ExitCode::OutputFailed.
+/// ExitCode::OutputFailed, without a text where nobody reads any more.
 class Output {
 public:
     /// With a level the bytes are compressed.

@@ -5,6 +5,7 @@
 #include "FrameDump.h"
 #include "FrameReader.h"
 #include "Input.h"
+#include "MapText.h"
 #include "MessageFilter.h"
 #include "MessageText.h"
 #include "Output.h"
@@ -24,15 +25,17 @@ class Files {
 public:
     explicit Files(const Options& options)
         : m_options(options)
-        , m_dictionary(options.maps)
+        , m_dictionary(options)
         , m_filter(options, m_dictionary)
-        , m_output(options.task == Task::Check ? "-" : options.output,
-                   options.task == Task::Convert && options.to == Form::Zkvn ? std::optional(options.level)
-                                                                             : std::nullopt) {}
+        , m_output(options.output, options.task == Task::Convert && options.to == Form::Zkvn
+                                       ? std::optional(options.level)
+                                       : std::nullopt) {}
 
     /// Whether all of the input is well.
     [[nodiscard]] bool process() {
         bool isWell = true;
+        if (m_options.task == Task::Map)
+            m_output.write(mapText(m_dictionary));
         try {
             for (std::size_t i = 0; i < m_options.files.size() && isWell; ++i)
                 isWell = processFile(m_options.files[i]);
@@ -48,9 +51,9 @@ public:
 private:
     bool processFile(const std::string& file) {
         Input input(file);
+        FrameReader reader(input, m_options.from);
         std::uint64_t frames = 0;
         try {
-            FrameReader reader(input, m_options.from);
             BodyReader body(m_dictionary, reader.form());
             MessageText text(m_options, m_dictionary, reader.form());
             KVNAPI::Message message;
@@ -71,8 +74,9 @@ private:
                                            accepted));
             return true;
         } catch (const Fault& fault) {
-            fmt::print(stderr, "tivra-wire: {}: byte {} (message {}): {}\n", input.name(), fault.offset(),
-                       frames, fault.what());
+            fmt::print(stderr, "tivra-wire: {}: byte {} (message {}): {}\n{}", input.name(), fault.offset(),
+                       frames, fault.what(),
+                       excerpt(reader.around(fault.offset()), reader.form() == Form::Vkvn));
             return false;
         }
     }

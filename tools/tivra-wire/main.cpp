@@ -2,6 +2,8 @@
 #include "Options.h"
 #include "Run.h"
 
+#include "common/UsageError.h"
+
 #include <fmt/format.h>
 
 #include <csignal>
@@ -24,8 +26,12 @@ int main(int argc, char** argv) {
     try {
         return runProgram(argc, argv);
     } catch (const tivra_wire::Failure& failure) {
-        fmt::print(stderr, "tivra-wire: {}\n", failure.what());
+        if (*failure.what() != '\0')
+            fmt::print(stderr, "tivra-wire: {}\n", failure.what());
         return static_cast<int>(failure.exitCode());
+    } catch (const tivra_tools::UsageError& error) {
+        fmt::print(stderr, "tivra-wire: {}\n", error.what());
+        return static_cast<int>(tivra_wire::ExitCode::Usage);
     } catch (const std::exception& error) {
         fmt::print(stderr, "tivra-wire: internal error: {}\n", error.what());
         return static_cast<int>(tivra_wire::ExitCode::Internal);

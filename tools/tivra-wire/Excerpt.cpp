@@ -1,0 +1,51 @@
+#include "Excerpt.h"
+
+#include "Frame.h"
+
+namespace tivra_wire {
+
+namespace {
+
+constexpr std::size_t COLUMNS_BEFORE = 48;
+constexpr std::size_t COLUMNS_AFTER = 24;
+constexpr std::string_view INDENT = "    ";
+constexpr std::string_view CUT = "...";
+
+std::string shownBefore(std::string_view bytes) {
+    std::string text;
+    while (!bytes.empty()) {
+        const std::string byte = printable(bytes.substr(bytes.size() - 1));
+        if (text.size() + byte.size() > COLUMNS_BEFORE)
+            return std::string(CUT) + text;
+        text.insert(0, byte);
+        bytes.remove_suffix(1);
+    }
+    return text;
+}
+
+std::string shownAfter(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        if (text.size() >= COLUMNS_AFTER)
+            return text.append(CUT);
+        text += printable({&byte, 1});
+    }
+    return text;
+}
+
+} // namespace
+
+std::string excerpt(Surroundings around, bool isLine) {
+    if (around.before.empty() && around.after.empty())
+        return {};
+    if (isLine) {
+        around.before.remove_prefix(around.before.rfind('\n') + 1); // nothing where there is none
+        around.after = around.after.substr(0, around.after.find('\n'));
+    }
+    const std::string before = shownBefore(around.before);
+    std::string text(INDENT);
+    text.append(before).append(shownAfter(around.after)) += '\n';
+    return text.append(INDENT).append(before.size(), ' ') + "^\n";
+}
+
+} // namespace tivra_wire

@@ -1,0 +1,98 @@
+#include "TokenCollector.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace tivra_wire {
+
+namespace {
+
+/// The field with the type of a token, which no request carries.
+constexpr int KVN_TOKEN_TYPE = 5012;
+/// A hub may not fill the memory with tokens.
+constexpr std::size_t MAX_TOKENS = 200000;
+
+/// The text of a field, empty for one that the message lacks.
+std::string textOf(tivra::MessageReader& reader, int token) {
+    return reader.find(token) ? reader.getValueAsString() : std::string();
+}
+
+} // namespace
+
+void TokenCollector::onUserEvent(const tivra::UserEvent& event) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (event.getType() == tivra::UserEvent::AUTHORIZATION_SUCCESS)
+        m_refusal.reset();
+    else
+        m_refusal = tivra_tools::LoginRefusal{event.getRetCode(), event.getRetCodeString()};
+}
+
+void TokenCollector::onMessageEvent(const tivra::MessageEvent& event) {
+    if (event.getTag() == 0)
+        return;
+    tivra::MessageReader& reader = event.getReader();
+    if (reader.find(tivra::KVN_TOKEN_NUM)) {
+        const std::int64_t number = reader.getValueAsInteger();
+        std::string name = textOf(reader, tivra::KVN_TOKEN_NAME);
+        add({number, std::move(name), textOf(reader, KVN_TOKEN_TYPE)});
+    }
+    if (event.getType() == tivra::MessageEvent::STATUS ||
+        event.getType() == tivra::MessageEvent::IMAGE_COMPLETE)
+        end(event.getStatusCode() == 0
+                ? std::string()
+                : fmt::format("the hub answered {} {}", event.getStatusCode(), event.getStatusString()));
+}
+
+void TokenCollector::add(HubToken token) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_tokens.size() < MAX_TOKENS)
+        m_tokens.push_back(std::move(token));
+}
+
+void TokenCollector::end(const std::string& error) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_error = error;
+    if (error.empty() && m_tokens.empty())
+        m_error = "the hub listed no token";
+    m_hasAnswer = true;
+    m_changed.notify_one();
+}
+
+void TokenCollector::noteStart() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_hasStarted = true;
+    m_changed.notify_one();
+}
+
+bool TokenCollector::waitForStart(Deadline deadline) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_until(lock, deadline, [this] { return m_hasStarted; });
+}
+
+bool TokenCollector::waitForAnswer(Deadline deadline) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_until(lock, deadline, [this] { return m_hasAnswer; });
+}
+
+std::size_t TokenCollector::tokenCount() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_tokens.size();
+}
+
+std::string TokenCollector::error() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_error;
+}
+
+std::optional<tivra_tools::LoginRefusal> TokenCollector::refusal() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_refusal;
+}
+
+std::vector<HubToken> TokenCollector::takeTokens() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::exchange(m_tokens, {});
+}
+
+} // namespace tivra_wire
