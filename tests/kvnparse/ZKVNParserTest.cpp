@@ -128,6 +128,41 @@ TEST_F(ZKVNParserTest, BytesThatFindNoSpaceWaitForTheNextPull) {
     EXPECT_EQ(result, 0);
 }
 
+/// Two reads that meet at any byte, and output that goes into any space.
+TEST_F(ZKVNParserTest, EveryCutAndEverySpaceGiveTheSameBytesAndMessages) {
+    std::string plain;
+    std::string expected;
+    for (int i = 0; i < 5; ++i) {
+        plain += frameOf("1=" + std::to_string(i) + "|2=abcabcab");
+        expected += "1:" + std::to_string(i) + " 2:'abcabcab'\n";
+    }
+    for (const int level : {0, 9}) {
+        const std::string stream = Deflater(level)(plain);
+        for (std::size_t cut = 0; cut <= stream.size(); ++cut) {
+            const std::string parts[] = {stream.substr(0, cut), stream.substr(cut)};
+            for (std::size_t space = 1; space <= plain.size() + 1; ++space) {
+                m_parser->reset();
+                std::string got;
+                for (const std::string& part : parts) {
+                    std::string some;
+                    feed(part);
+                    for (; (some = pullBytes(space)).size() == space; feed(""))
+                        got += some;
+                    got += some;
+                }
+                ASSERT_EQ(got, plain) << cut << " into " << space;
+            }
+            m_parser->reset();
+            std::string got;
+            for (const std::string& part : parts) {
+                feed(part);
+                got += pullAll();
+            }
+            ASSERT_EQ(got, expected) << cut;
+        }
+    }
+}
+
 TEST_F(ZKVNParserTest, NoBlockIsInflatedTwiceAtTheChangeToBytes) {
     Deflater deflater;
     const std::string half = frameOf("1=3");

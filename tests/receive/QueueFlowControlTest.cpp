@@ -5,7 +5,9 @@
 #include <tp/Clock.h>
 
 #include "RingFixture.h"
+#include "kvnparse/StreamParser.h"
 #include "receive/QueueHub.h"
+#include "support/LogCapture.h"
 
 using namespace tivra_internal;
 
@@ -34,7 +36,8 @@ using Texts = std::vector<std::string>;
 /// A queue whose fill level tests set by putting in and taking out frames of one percent.
 class FlowControlTest : public testing::Test {
 protected:
-    static constexpr size_t kPercent = 1048576 / 100;
+    static constexpr size_t kRing = 1048576;
+    static constexpr size_t kPercent = kRing / 100;
 
     /// A queue that reports from a level on, if any.
     void make(int threshold, int reportsFrom = 0) {
@@ -53,6 +56,25 @@ protected:
         handler.frames.clear();
         queue->calcQueueFullStats();
         EXPECT_EQ(queue->getPctFull(), percent);
+    }
+    /// The least number of bytes that counts as that many percent: half a percent is rounded up.
+    static constexpr size_t leastOf(int percent) {
+        return (static_cast<size_t>(percent) * kRing - kRing / 2 + 99) / 100;
+    }
+    /// Puts in frames of that many bytes in all; returns how many frames.
+    size_t put(size_t bytes) {
+        size_t frames = 0;
+        for (; bytes > 0; ++frames) {
+            const size_t size = bytes > 300'000 ? 200'000 : bytes;
+            const std::string frame = frameOf(std::string(size - 7, 'x'));
+            EXPECT_TRUE(queue->writeToQueue(frame.data(), frame.size()));
+            bytes -= size;
+        }
+        return frames;
+    }
+    void pop(size_t frames) {
+        for (; frames > 0; --frames)
+            EXPECT_TRUE(queue->PopElement());
     }
     [[nodiscard]] bool read(double wallClock = 1.0) {
         return queue->readFromSocketThenWriteToQueue(socket.fd(), nullptr, wallClock);
@@ -75,15 +97,23 @@ TEST_F(FlowControlTest, EachBandIsReportedOnceOnTheWayUp) {
     make(101);
     fillTo(80);
     EXPECT_TRUE(hub.texts.empty()) << "conflation has not asked for it";
-    make(101, 50);
-    fillTo(49);
-    EXPECT_TRUE(hub.texts.empty());
-    fillTo(60);
-    fillTo(70);
-    EXPECT_EQ(hub.texts, (Texts{report(60)}));
+    for (const int threshold : {1, 24, 25, 26, 50, 74, 75}) {
+        make(101, threshold);
+        Texts expected{report(threshold)};
+        for (const int band : {25, 50, 75, 99})
+            if (band > threshold)
+                expected.push_back(report(band));
+        for (int percent = 1; percent < 100; ++percent)
+            fillTo(percent);
+        EXPECT_EQ(hub.texts, expected);
+        hub.texts.clear();
+    }
+    // A jump tells the band that it lands in.
+    make(101, 25);
     fillTo(80);
-    fillTo(99);
-    EXPECT_EQ(hub.texts, (Texts{report(60), report(80), report(99)}));
+    fillTo(98);
+    fillTo(100);
+    EXPECT_EQ(hub.texts, (Texts{report(80), report(100)}));
 }
 
 TEST_F(FlowControlTest, FallIsReportedOnceAndOpensTheBandsAgain) {
@@ -92,13 +122,17 @@ TEST_F(FlowControlTest, FallIsReportedOnceAndOpensTheBandsAgain) {
     hub.texts.clear();
     fillTo(20);
     EXPECT_TRUE(hub.texts.empty()) << "the interval's peak still stands";
+    fillTo(50);
     endInterval();
     EXPECT_EQ(queue->getPeakPctFull(), 60);
-    fillTo(19);
-    fillTo(18);
-    EXPECT_EQ(hub.texts, (Texts{report(19)}));
-    fillTo(55);
-    EXPECT_EQ(hub.texts.size(), 2U);
+    fillTo(50);
+    EXPECT_TRUE(hub.texts.empty()) << "the threshold itself is no fall";
+    endInterval();
+    fillTo(49);
+    fillTo(48);
+    EXPECT_EQ(hub.texts, (Texts{report(49)}));
+    fillTo(50);
+    EXPECT_EQ(hub.texts, (Texts{report(49), report(50)}));
 }
 
 TEST_F(FlowControlTest, ReportThatCannotBeSentIsTriedAgainAndAResetForgetsIt) {
@@ -181,18 +215,109 @@ TEST_F(FlowControlTest, SuspendedQueueReadsALittleNowAndThen) {
     EXPECT_FALSE(queue->readsSuspended());
 }
 
-TEST_F(FlowControlTest, ForcedReadOfAFullRingTakesOneByteOrNone) {
-    make(10);
-    fillTo(99);
+TEST_F(FlowControlTest, ForcedReadIsToldByTheAgeOfTheLastOne) {
+    const struct {
+        double age;
+        const char* line; // or null for no read
+    } cases[] = {
+        {54.875, nullptr},
+        {55.0, "DBUG: : Force read after 55.000000 secs; m_pct_full=30 "},
+        {60.0, "DBUG: : Force read after 60.000000 secs; m_pct_full=30 "},
+        {60.125, "INFO: : Force read after 60.125000 secs; m_pct_full=30; client is reading too slow"}};
+    for (const auto& c : cases) {
+        make(10);
+        fillTo(30);
+        const std::string frame = frameOf("1=1");
+        socket.write(frame);
+        ASSERT_FALSE(read(1.0));
+        queue->incrQueryCount();
+        ASSERT_TRUE(queue->readsSuspended());
+        socket.write(frame);
+        tp::Clock::advance(c.age);
+        LogCapture log;
+        EXPECT_FALSE(read(1.0 + c.age));
+        EXPECT_EQ(log.lines(), c.line != nullptr ? Texts{c.line} : Texts());
+        queue->decrQueryCount();
+        EXPECT_FALSE(read()) << "the last answer ends the hold";
+        EXPECT_EQ(queue->statistics().in.m_msgs_in.get(), 2U);
+    }
+}
+
+TEST_F(FlowControlTest, SuspensionAndReportsHoldToTheByte) {
+    const struct { int threshold, down; } cases[] = {{70, 50}, {10, 1}, {21, 1}, {22, 2}, {99, 79}};
+    for (const auto& c : cases) {
+        for (const size_t less : {0U, 1U}) {
+            make(c.threshold);
+            put(leastOf(c.threshold + 1) - less);
+            queue->incrQueryCount();
+            EXPECT_EQ(queue->readsSuspended(), less == 0) << c.threshold << " up";
+
+            make(c.threshold);
+            const size_t rest = leastOf(c.down) - less;
+            const size_t first = put(leastOf(c.threshold + 1) - rest);
+            put(rest);
+            queue->incrQueryCount();
+            ASSERT_TRUE(queue->readsSuspended());
+            pop(first);
+            queue->calcQueueFullStats();
+            EXPECT_EQ(queue->readsSuspended(), less == 0) << c.threshold << " down";
+
+            make(101, c.down);
+            put(leastOf(c.down) - less);
+            queue->calcQueueFullStats();
+            EXPECT_EQ(hub.texts, less == 0 ? Texts{report(c.down)} : Texts()) << c.down;
+            hub.texts.clear();
+        }
+    }
+    make(101);
+    put(kRing);
     queue->incrQueryCount();
-    ASSERT_TRUE(queue->readsSuspended());
-    socket.write("abc");
-    // Less than a normal read needs is free, so the forced one goes byte by byte, and dropping is out of the
-    // question: the bytes stay in the socket.
-    tp::Clock::advance(100.0);
-    EXPECT_FALSE(read());
-    char left[8];
-    EXPECT_EQ(::read(socket.fd(), left, sizeof left), 2);
-    EXPECT_EQ(queue->statistics().in.cum_dropped_bytes.get(), 1U)
-        << "the one byte is garbage, but it was read";
+    EXPECT_FALSE(queue->readsSuspended()) << "a threshold that nothing passes";
+}
+
+/// Whether a read goes ahead hangs on the room in all, how much it may bring on the room in one piece.
+TEST_F(FlowControlTest, RoomDecidesOverAReadToTheByte) {
+    const struct {
+        size_t start; // where the reader stands
+        size_t free;
+        bool isRoom;
+        int forced; // bytes that a forced read takes
+    } cases[] = {
+        {0, 24'576, true, 24'576},  {0, 24'575, false, 1},           {0, 1, false, 1},
+        {0, 0, false, 0},           {20'000, 24'576, true, 4576},    {20'000, 24'575, false, 1},
+        {20'000, 20'000, false, 1}, {400'000, 24'576, true, 24'576}, {400'000, 24'575, false, 1},
+        {400'000, 1, false, 1},     {400'000, 0, false, 0},
+    };
+    const auto fill = [this](size_t start, size_t free) {
+        queue->setQueueHandler(&handler);
+        if (start > 0)
+            pop(put(start));
+        // Once it has wrapped, one byte stays free.
+        put(kRing - free - (start + kRing - free > kRing ? 1 : 0));
+    };
+    const std::string frame = frameOf(std::string(93, 'y'));
+    kvnparse_test::TestMap map;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.free) + " free from " + std::to_string(c.start));
+        queue = std::make_unique<Queue>(1, false, nullptr, 10);
+        fill(c.start, c.free);
+        socket.write(frame);
+        EXPECT_FALSE(read());
+        EXPECT_EQ(queue->statistics().in.m_msgs_in.get(), c.isRoom ? 1U : 0U);
+        EXPECT_EQ(queue->statistics().in.cum_dropped_bytes.get(), c.isRoom ? 0U : 100U);
+
+        queue = std::make_unique<Queue>(1, true, nullptr, 10);
+        fill(c.start, c.free);
+        const auto parser = KVNAPI::StreamParser::alloc("zkvn", &map, 4096);
+        EXPECT_EQ(queue->readFromSocketThenWriteToQueue(socket.fd(), parser.get(), 1.0), !c.isRoom);
+
+        queue = std::make_unique<Queue>(1, false, nullptr, 10);
+        fill(c.start, c.free);
+        queue->incrQueryCount();
+        ASSERT_TRUE(queue->readsSuspended());
+        socket.write(std::string(30'000, 'z'));
+        EXPECT_FALSE(read());
+        char left[30'000];
+        EXPECT_EQ(::read(socket.fd(), left, sizeof left), 30'000 - c.forced);
+    }
 }

@@ -1,0 +1,249 @@
+// Compressed streams of a live connection that go wrong, and those that hold more than they seem.
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <tp/te_error.h>
+
+#include "RingFixture.h"
+#include "kvnparse/Deflater.h"
+#include "kvnparse/StreamParser.h"
+#include "sim/Inflater.h"
+
+using namespace tivra_internal;
+using kvnparse_test::Deflater;
+
+namespace {
+
+using Frames = std::vector<std::string>;
+
+/// A stream of frames as a hub compresses it.
+struct Stream {
+    Frames frames;
+    std::string wire;
+
+    /// How many frames are whole in the first bytes of it.
+    [[nodiscard]] size_t wholeIn(size_t bytes) const {
+        size_t plain = Inflater()(std::string_view(wire).substr(0, bytes)).size();
+        size_t count = 0;
+        for (; count < frames.size() && frames[count].size() <= plain; ++count)
+            plain -= frames[count].size();
+        return count;
+    }
+};
+
+class InflateTest : public RingTest {
+protected:
+    InflateTest() : RingTest(true) { makeParser(kInput); }
+
+    void makeParser(int inputSize) {
+        parser = KVNAPI::StreamParser::alloc("zkvn", &m_map, inputSize);
+        if (parser == nullptr)
+            throw std::runtime_error(tp::te_geterror());
+    }
+    [[nodiscard]] bool readOnce() {
+        return queue.readFromSocketThenWriteToQueue(socket.fd(), parser.get(), 1.0);
+    }
+    [[nodiscard]] int bytesWaiting() const {
+        int waiting = 0;
+        return ::ioctl(socket.fd(), FIONREAD, &waiting) == 0 ? waiting : 0;
+    }
+    /// One cycle of the hub thread: an event when bytes wait, and the tick.
+    [[nodiscard]] bool turn() {
+        return (bytesWaiting() > 0 && readOnce()) || queue.continueInflating(socket.fd(), parser.get(), 1.0);
+    }
+    /// Sends bytes in pieces and has all of each taken; true when the connection has to be closed.
+    [[nodiscard]] bool take(std::string_view bytes) {
+        for (; !bytes.empty(); bytes.remove_prefix(std::min(kPiece, bytes.size()))) {
+            socket.write(bytes.substr(0, kPiece));
+            for (int turns = 0; bytesWaiting() > 0 || queue.hasInputLeft(); ++turns) {
+                if (turn())
+                    return true;
+                popAll();
+                if (turns == kManyTurns) {
+                    ADD_FAILURE() << "there is no end of it";
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+    /// As a connection that is closed and made anew.
+    void reconnect() {
+        char left[4096];
+        while (::recv(socket.fd(), left, sizeof left, MSG_DONTWAIT) > 0)
+            continue;
+        queue.reset();
+        parser->reset();
+        handler.frames.clear();
+    }
+
+    Stream makeStream(std::mt19937& random, int flush = Z_SYNC_FLUSH) const {
+        Stream stream;
+        Deflater deflater(static_cast<int>(random() % 10));
+        for (size_t count = 40 + random() % 40; count > 0; --count) {
+            std::string body = std::to_string(count) + "=";
+            for (size_t length = random() % 600; length > 0; --length)
+                body += static_cast<char>('a' + random() % (count % 2 == 0 ? 2 : 26));
+            stream.frames.push_back(frameOf(body));
+            stream.wire += deflater(stream.frames.back(), count == 1          ? flush
+                                                          : random() % 3 == 0 ? Z_SYNC_FLUSH
+                                                                              : Z_NO_FLUSH);
+        }
+        return stream;
+    }
+    /// What has been delivered begins as what was sent.
+    void expectPrefix(const Frames& sent, size_t count) const {
+        ASSERT_GE(handler.frames.size(), count);
+        EXPECT_TRUE(std::equal(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(count),
+                               handler.frames.begin()));
+    }
+
+    static constexpr int kInput = 8192;
+    static constexpr size_t kPiece = 2048;
+    static constexpr int kManyTurns = 1000;
+    std::unique_ptr<KVNAPI::StreamParser> parser;
+
+private:
+    kvnparse_test::TestMap m_map;
+};
+
+enum class Fault { BitFlip, Gap, DoubledBlock, ForeignDictionary, Truncation };
+
+std::ostream& operator<<(std::ostream& out, Fault fault) {
+    static const char* const names[] = {"BitFlip", "Gap", "DoubledBlock", "ForeignDictionary", "Truncation"};
+    return out << names[static_cast<size_t>(fault)];
+}
+
+class FaultyStream : public InflateTest, public testing::WithParamInterface<Fault> {
+protected:
+    /// What comes in place of the bytes from `at` on.
+    static std::string spoil(const std::string& wire, size_t at, std::mt19937& random) {
+        const size_t some = std::min<size_t>(1 + random() % 200, std::max(at, wire.size() - at));
+        std::string rest = wire.substr(at);
+        switch (GetParam()) {
+        case Fault::BitFlip:
+            rest[0] = static_cast<char>(rest[0] ^ 1 << random() % 8);
+            break;
+        case Fault::Gap:
+            rest.erase(0, some);
+            break;
+        case Fault::DoubledBlock:
+            rest = wire.substr(at - std::min(at, some), some) + rest;
+            break;
+        case Fault::ForeignDictionary:
+            rest = std::string("\x78\xbb\1\2\3\4", 6) + rest;
+            break;
+        case Fault::Truncation:
+            rest.clear();
+            break;
+        }
+        return rest;
+    }
+};
+
+} // namespace
+
+/// Nothing before the fault is lost or changed, nothing hangs, and the next connection is a good one. A fault
+/// that still makes a stream can't be noticed by it: then only the frames are wrong.
+TEST_P(FaultyStream, KeepsWhatCameBeforeAndIsOverWithTheConnection) {
+    const uint32_t seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    int noticed = 0;
+    for (int round = 0; round < 80; ++round) {
+        const Stream stream = makeStream(random);
+        const size_t at = round == 0 ? 0 : random() % stream.wire.size();
+        ASSERT_FALSE(take(std::string_view(stream.wire).substr(0, at)));
+        const size_t before = stream.wholeIn(at);
+        ASSERT_EQ(handler.frames.size(), before) << at;
+        noticed += take(spoil(stream.wire, at, random)) ? 1 : 0;
+        popAll();
+        expectPrefix(stream.frames, before);
+
+        reconnect();
+        const Stream next = makeStream(random);
+        ASSERT_FALSE(take(next.wire)) << "round " << round << ": " << tp::te_geterror();
+        ASSERT_TRUE(handler.frames == next.frames) << "round " << round << " at " << at;
+        reconnect();
+    }
+    EXPECT_EQ(noticed > 0, GetParam() != Fault::Truncation);
+    if (GetParam() == Fault::Truncation) {
+        socket.hangUp();
+        EXPECT_TRUE(readOnce());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Queue, FaultyStream,
+                         testing::Values(Fault::BitFlip, Fault::Gap, Fault::DoubledBlock,
+                                         Fault::ForeignDictionary, Fault::Truncation),
+                         testing::PrintToStringParamName());
+
+/// A stream that ends is not entered again: the connection ends as soon as its input is full.
+TEST_F(InflateTest, NothingBehindTheEndOfAStreamIsReadAndTheConnectionEnds) {
+    std::mt19937 random(5);
+    const Stream stream = makeStream(random, Z_FINISH), second = makeStream(random);
+    ASSERT_FALSE(take(stream.wire));
+    EXPECT_TRUE(handler.frames == stream.frames);
+    EXPECT_TRUE(take(second.wire + std::string(kInput, 'x')));
+    popAll();
+    EXPECT_TRUE(handler.frames == stream.frames);
+    reconnect();
+    EXPECT_FALSE(take(second.wire));
+    EXPECT_TRUE(handler.frames == second.frames);
+    // A wrong sum at the end is a fault as well.
+    reconnect();
+    std::string wrongSum = stream.wire;
+    wrongSum.back() ^= 1;
+    EXPECT_TRUE(take(wrongSum));
+}
+
+/// Few bytes that become very many: each turn inflates as much as the ring holds at most, every byte is
+/// accounted for, and what comes behind them arrives.
+TEST_F(InflateTest, BombsGoThroughTheRingInBoundedSteps) {
+    constexpr size_t kMegabytes = 12;
+    const std::string last = frameOf("1=last");
+    std::string frames;
+    while (frames.size() < kRing)
+        frames += frameOf("1=1");
+    const std::string zeros(kRing, '\0');
+    const struct {
+        const char* what;
+        std::string start;
+        const std::string& body;
+    } bombs[] = {{"no frame", "", zeros},
+                 {"inside a frame", frameOf(std::string(Queue::kMaxBody, 'x')).substr(0, 100), zeros},
+                 {"endless frames", "", frames}};
+    makeParser(0x40000);
+    for (const auto& bomb : bombs) {
+        SCOPED_TRACE(bomb.what);
+        Deflater deflater(9);
+        std::string wire = deflater(bomb.start);
+        for (size_t i = 0; i < kMegabytes; ++i)
+            wire += deflater(bomb.body);
+        wire += deflater(last);
+        ASSERT_LT(wire.size(), 150'000U);
+        const auto seen = [this] { return queue.statistics().in.m_bytes_in.get() + droppedIn(); };
+        const uint64_t before = seen();
+        uint64_t previous = before;
+        socket.write(wire);
+        size_t turns = 0;
+        for (; bytesWaiting() > 0 || queue.hasInputLeft(); ++turns) {
+            ASSERT_FALSE(turn());
+            ASSERT_LE(seen() - previous, 2 * kRing);
+            ASSERT_GT(seen() - previous, 0U) << "no progress";
+            previous = seen();
+            popAll();
+        }
+        EXPECT_LE(turns, 2 * kMegabytes + 2);
+        EXPECT_EQ(previous - before, bomb.start.size() + kMegabytes * bomb.body.size() + last.size());
+        EXPECT_EQ(handler.frames.back(), last);
+        EXPECT_EQ(handler.frames.size(), bomb.body == frames ? kMegabytes * frames.size() / 10 + 1 : 1U);
+        reconnect();
+    }
+}
