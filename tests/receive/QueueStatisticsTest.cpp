@@ -97,6 +97,20 @@ TEST_F(QueueStatisticsTest, ClockThatStandsOrStepsBackGivesNoWildRate) {
         stats.rotateSecond(now);
         EXPECT_EQ(stats.getInputMsgSec_100ms(), 100U) << step;
     }
+    // A thousandth of a second is the least that counts, and no rate is above 1e15.
+    const struct {
+        double elapsed;
+        uint64_t msgs, rate;
+    } cases[] = {
+        {1.0 / 1024, 10, 100}, {1.0 / 512, 10, 5120}, {1.0 / 512, 4'000'000'000'000, 1'000'000'000'000'000}};
+    for (const auto& c : cases) {
+        now = 2000.0 - 0.1;
+        tick(0, 0);
+        now = 2000.0 + c.elapsed - 0.1;
+        tick(c.msgs, 1000);
+        stats.rotateSecond(now);
+        EXPECT_EQ(stats.getInputMsgSec_100ms(), c.rate) << c.elapsed;
+    }
 }
 
 TEST_F(QueueStatisticsTest, ZeroMeanSizeStopsTheReportAndLosesNoCounts) {
