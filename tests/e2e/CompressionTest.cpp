@@ -194,24 +194,84 @@ TEST(Compression, DayArrivesFieldByFieldInOrder) {
     }
 }
 
-/// A stream that can't be inflated is worth nothing from there on: the library connects anew.
-TEST(Compression, GarbledStreamIsLeftAndRecovered) {
+/// A stream that can't be inflated is worth nothing from there on: the library connects anew. What has come
+/// before is in order and whole.
+TEST(Compression, SpoiltStreamIsLeftAndRecovered) {
     RunningHub hub;
     CompressedClient client(hub);
     client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
     ASSERT_TRUE(client.startAndWait());
     ASSERT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
-    for (std::size_t round = 1; round <= 2; ++round) {
+    int sent = 0;
+    const auto push = [&] { hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, sent++)); };
+    const struct {
+        const char* name;
+        std::string bytes; // none: the connection ends in the middle of a block
+    } faults[] = {{"noise", std::string(100, '\xff')},
+                  {"foreign dictionary", std::string("\x78\xbb\1\2\3\4", 6)},
+                  {"end with a wrong sum", std::string("\x03\0abcd", 6)},
+                  {"block of a wrong length", std::string("\0\x05\0\0\0", 5)},
+                  {"truncation", ""}};
+    std::size_t connections = 1;
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(fault.name);
         client.forget();
-        hub.sendPastCompression(std::string(100, '\xff'));
+        const int first = sent;
+        for (int count = 0; count < 50; ++count)
+            push();
+        if (fault.bytes.empty()) {
+            hub.dropAfterBytes(10);
+            push();
+        } else {
+            hub.sendPastCompression(fault.bytes);
+        }
         ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
-        EXPECT_EQ(hub.statistics().accepted, round + 1);
+        EXPECT_EQ(hub.statistics().accepted, ++connections);
         ASSERT_TRUE(hub.waitForSubscriptions(1));
-        hub.pushRecord(Record(100, "IBM").add(token::BID, std::to_string(round)));
+        push();
+        const std::string last = std::to_string(sent - 1);
         EXPECT_TRUE(client.waitForMessage(
-            [&](const SeenMessage& message) { return message.field(token::BID) == std::to_string(round); }));
+            [&](const SeenMessage& message) { return message.field(token::SEQUENCE) == last; }));
+        int expected = first;
+        for (const SeenMessage& message : client.messages())
+            if (message.type == tivra::MessageEvent::UPDATE && message.field(token::SEQUENCE) != last) {
+                EXPECT_EQ(message.field(token::SEQUENCE), std::to_string(expected++));
+            }
     }
     EXPECT_THAT(client.log(), HasSubstr("zlib error (-3("));
+}
+
+/// A few bytes that hold very many, without a frame and as frames without end: they are got over, at worst
+/// by a new connection.
+TEST(Compression, BombIsSurvived) {
+    RunningHub hub;
+    std::atomic<int> last{0};
+    CompressedClient client(hub);
+    client.connections().set(HostConfig::QUEUE_SIZE_LONG, 1);
+    client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+    client.messageHook = [&](const tivra::MessageEvent& event) {
+        if (event.getType() != tivra::MessageEvent::UPDATE)
+            return;
+        tivra::MessageReader& reader = event.getReader();
+        if (reader.next() == token::SEQUENCE)
+            last = static_cast<int>(reader.getValueAsInteger());
+    };
+    ASSERT_TRUE(client.startAndWait());
+    client.send(tivra::SUBSCRIBE, 100, "IBM");
+    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    std::string frames;
+    while (frames.size() < (IS_SANITIZED ? 1U << 20 : 8U << 20))
+        frames += tivra_sim::encodeFrame("3=100|4=100|5=IBM|101=1");
+    int sent = 0;
+    for (const std::string& bomb : {std::string(64U << 20, '\0'), frames}) {
+        hub.sendRaw(bomb);
+        ++sent;
+        EXPECT_TRUE(comesTrue(client, [&] {
+            hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, sent));
+            return last == sent;
+        })) << sent;
+    }
+    EXPECT_LT(client.timedStop(), 5s);
 }
 
 /// In plain bytes garbage is skipped, and so it is inside the compressed stream.
