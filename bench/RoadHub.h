@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "ChildProcess.h"
 
@@ -40,6 +41,8 @@ private:
 
 [[nodiscard]] std::int64_t nowNanoseconds();
 
+/// A message of a paced run, with the time as its last value.
+[[nodiscard]] std::string stampedFrame();
 /// Calls `send` at each moment when a message of a paced run is due.
 void sendPaced(const RoadLoad& load, const std::function<void()>& send);
 

@@ -79,13 +79,6 @@ std::vector<std::string> framesOf(std::size_t events) {
     return frames;
 }
 
-std::string stampedFrame() {
-    std::string body = "3=100|4=" + std::to_string(kSource) + "|5=" + kPacedSymbol;
-    body += "|101=184.17|102=300|103=184.21|104=200|105=P|";
-    return tivra_sim::encodeFrame(body + std::to_string(kStampToken) + "=" +
-                                  std::to_string(nowNanoseconds()));
-}
-
 /// The stamp is the last value of the frame.
 std::int64_t stampOf(zmq_msg_t& message) {
     const char* const end = static_cast<const char*>(zmq_msg_data(&message)) + zmq_msg_size(&message) - 1;
