@@ -201,8 +201,7 @@ TapeMap::TapeMap() {
         add(number, std::string("FIELD.").append(std::to_string(number)).c_str(), Token::TY_INT);
 }
 
-std::vector<TapeMessage> readTape(const std::string& path) {
-    std::vector<TapeMessage> messages;
+void forEachTapeMessage(const std::string& path, const std::function<bool(TapeMessage&& message)>& take) {
     std::map<std::string, Book, std::less<>> books;
     PackedLines lines(path);
     std::string_view line;
@@ -211,8 +210,17 @@ std::vector<TapeMessage> readTape(const std::string& path) {
         if (row.size() != COLUMNS || row[KIND].size() != 1 || row[KIND] == "kind")
             continue;
         Book& book = books[std::string(row[TICKER])];
-        messages.push_back(row[KIND] == "Q" ? quoteOf(row, book) : tradeOf(row, book));
+        if (!take(row[KIND] == "Q" ? quoteOf(row, book) : tradeOf(row, book)))
+            return;
     }
+}
+
+std::vector<TapeMessage> readTape(const std::string& path) {
+    std::vector<TapeMessage> messages;
+    forEachTapeMessage(path, [&messages](TapeMessage&& message) {
+        messages.push_back(std::move(message));
+        return true;
+    });
     return messages;
 }
 

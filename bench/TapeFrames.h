@@ -3,6 +3,7 @@
 #include "kvnparse/DataMap.h"
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,10 @@ public:
     TapeMap();
 };
 
-/// The quotes and trades of a file of the trading day, as a hub would send them to a subscriber. Empty when
-/// the file is absent.
+/// Gives the quotes and trades of a file of the trading day, as a hub would send them to a subscriber, until
+/// `take` says false or all are read. Nothing when the file is absent.
+void forEachTapeMessage(const std::string& path, const std::function<bool(TapeMessage&& message)>& take);
+/// All of a file.
 [[nodiscard]] std::vector<TapeMessage> readTape(const std::string& path);
 
 /// The messages with their symbols replaced by `symbols` different ones of four letters, at random.
