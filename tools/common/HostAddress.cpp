@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace tivra_tools {
 
@@ -35,21 +36,34 @@ std::string resolveName(const std::string& name, const std::string& text) {
     return buffer;
 }
 
+/// -1 for what is no port.
+int portOf(std::string_view text) {
+    int port = -1;
+    const char* const end = text.data() + text.size();
+    const auto [next, error] = std::from_chars(text.data(), end, port);
+    return next == end && error == std::errc{} && port >= 0 && port <= 65535 ? port : -1;
+}
+
 } // namespace
 
 std::string resolveHost(const std::string& text) {
     const std::size_t colon = text.rfind(':');
-    unsigned port = 0;
-    if (colon != std::string::npos && colon > 0) {
-        const char* const end = text.data() + text.size();
-        const auto [next, error] = std::from_chars(text.data() + colon + 1, end, port);
-        if (next != end || error != std::errc{})
-            port = 0;
-    }
-    if (port < 1 || port > 65535)
+    const bool hasBoth = colon != std::string::npos && colon > 0;
+    const int port = hasBoth ? portOf(std::string_view(text).substr(colon + 1)) : -1;
+    if (port < 1)
         throw UsageError(
             fmt::format("\"{}\" is no host: give ADDRESS:PORT with a port from 1 to 65535", text));
     return fmt::format("{}:{}", resolveName(text.substr(0, colon), text), port);
+}
+
+std::string resolveListener(const std::string& text) {
+    const std::size_t colon = text.rfind(':');
+    const bool hasAddress = colon != std::string::npos;
+    const int port = portOf(std::string_view(text).substr(hasAddress ? colon + 1 : 0));
+    if (port < 0 || colon == 0)
+        throw UsageError(fmt::format(
+            "\"{}\" is nothing to listen at: give PORT or ADDRESS:PORT with a port from 0 to 65535", text));
+    return fmt::format("{}:{}", hasAddress ? resolveName(text.substr(0, colon), text) : "127.0.0.1", port);
 }
 
 } // namespace tivra_tools

@@ -9,6 +9,10 @@ namespace tivra_tools {
 /// for a wrong form, a port outside 1 to 65535 and a name that has no IPv4 address.
 [[nodiscard]] std::string resolveHost(const std::string& text);
 
+/// The same for an address to listen at, "PORT" or "ADDRESS:PORT": port 0 is for a free one, and without an
+/// address it is 127.0.0.1.
+[[nodiscard]] std::string resolveListener(const std::string& text);
+
 } // namespace tivra_tools
 
 #endif

@@ -22,7 +22,7 @@ constexpr const char* FOOTER =
 
 Exit codes: 0 ended as asked, 1 internal error, 2 wrong usage, 3 no hub could be reached,
 4 login refused, 5 a request was refused, 6 no answer in time, 7 messages were lost,
-8 the output cannot be written, 130 interrupted before the session or the answer was complete.)";
+8 the output cannot be written or served, 130 interrupted before the session or the answer was complete.)";
 
 /// What CLI11 fills before it is checked and turned into Options.
 struct RawOptions {
@@ -130,10 +130,13 @@ void declareStatistics(CLI::App& app, Options& options, RawOptions& raw) {
                    "file that they replace each time, in place of standard error")
         ->needs(stats)
         ->group(group);
+    app.add_option("--stats-listen", options.statsListen,
+                   "[ADDRESS:]PORT of an HTTP server with /metrics (openmetrics) and /stats.json; without an "
+                   "address 127.0.0.1, port 0 is a free one")
+        ->group(group);
     app.add_option("--stats-label", raw.statsLabels,
                    "NAME=VALUE that stands with them in json and openmetrics; repeatable")
         ->allow_extra_args(false)
-        ->needs(stats)
         ->group(group);
 }
 
@@ -282,6 +285,10 @@ tivra::StatisticsText::Labels labelsOf(const std::vector<std::string>& texts) {
 
 void complete(Options& options, const RawOptions& raw) {
     options.statsLabels = labelsOf(raw.statsLabels);
+    if (!options.statsLabels.empty() && options.statsSeconds <= 0.0 && options.statsListen.empty())
+        throw Failure(ExitCode::Usage, "--stats-label requires --stats or --stats-listen");
+    if (!options.statsListen.empty())
+        options.statsListen = tivra_tools::resolveListener(options.statsListen);
     if (options.hosts.empty())
         throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
     tivra_tools::checkUser(options.user);

@@ -46,6 +46,7 @@ struct Options {
     double statsSeconds = 0.0;    ///< interval between statistics, 0 for none
     StatisticsForm statsForm = StatisticsForm::Text;
     std::string statsFile;                     ///< replaced at each interval; empty for standard error
+    std::string statsListen;                   ///< "address:port" to serve them at, empty for none
     tivra::StatisticsText::Labels statsLabels; ///< of the forms for machines
     std::string sequenceField; ///< name or number of a field that counts up by one per message
 

@@ -79,8 +79,12 @@ Run::Run(const Options& options, std::string logFile)
     , m_sequence(options.sequenceField)
     , m_catalog(m_selection, m_sequence)
     , m_queue(options.bufferSize)
-    , m_watch(m_wakeup, options.statsForm, options.statsLabels)
+    , m_watch(m_wakeup, options.statsForm != StatisticsForm::Text || !options.statsListen.empty(),
+              options.statsLabels)
     , m_statisticsFile(options.statsFile)
+    , m_statisticsServer(options.statsListen.empty()
+                             ? nullptr
+                             : std::make_unique<StatisticsServer>(options.statsListen, m_watch))
     , m_recorder(options.recordFile.empty()
                      ? nullptr
                      : std::make_unique<Recorder>(options.recordFile, options.bufferSize, m_wakeup))
@@ -91,6 +95,8 @@ Run::Run(const Options& options, std::string logFile)
 Run::~Run() = default;
 
 ExitCode Run::execute(const std::string& password) {
+    if (m_statisticsServer != nullptr)
+        m_console.line(fmt::format("statistics on http://{}/metrics", m_statisticsServer->address()));
     Writer writer(m_queue, makeFormat(m_options, m_selection), STDOUT_FILENO, m_wakeup);
     Subscriber subscriber(m_options, password, m_logFile, m_watch, m_receiver);
     start(subscriber);
@@ -215,7 +221,8 @@ void Run::showStatistics() {
     if (m_options.statsSeconds <= 0.0 || secondsSince(m_lastStatistics) < m_options.statsSeconds)
         return;
     const bool isText = m_options.statsForm == StatisticsForm::Text;
-    const std::string text = isText ? statisticsText(m_watch.statistics()) : m_watch.machineStatistics();
+    const std::string text =
+        isText ? statisticsText(m_watch.statistics()) : m_watch.machineStatistics(m_options.statsForm);
     if (text.empty()) // the library has given none yet
         return;
     m_lastStatistics = Clock::now();

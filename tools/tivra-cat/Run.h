@@ -15,6 +15,7 @@
 #include "SessionWatch.h"
 #include "SignalWatch.h"
 #include "StatisticsFile.h"
+#include "StatisticsServer.h"
 #include "Wakeup.h"
 
 #include <chrono>
@@ -65,7 +66,8 @@ private:
     Counters m_counters;
     SessionWatch m_watch;
     StatisticsFile m_statisticsFile;
-    const std::unique_ptr<Recorder> m_recorder; ///< null when nothing is recorded
+    const std::unique_ptr<StatisticsServer> m_statisticsServer; ///< null when nobody is served
+    const std::unique_ptr<Recorder> m_recorder;                 ///< null when nothing is recorded
     Receiver m_receiver;
     Clock::time_point m_begin; ///< of the phase that progress and limits count from
     Clock::time_point m_lastProgress{};

@@ -67,22 +67,16 @@ void SessionWatch::onStatisticsEvent(const tivra::StatisticsEvent& event) {
     Statistics statistics{};
     for (std::size_t i = 0; i < COUNTERS; ++i)
         statistics[i] = event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(i));
-    std::string forMachines = machineForm(event);
+    std::string json;
+    std::string openMetrics;
+    if (m_forMachines) {
+        json = tivra::StatisticsText::json(event, m_labels) + "\n";
+        openMetrics = tivra::StatisticsText::openMetrics(event, m_labels);
+    }
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_statistics = statistics;
-    m_machineStatistics = std::move(forMachines);
-}
-
-std::string SessionWatch::machineForm(const tivra::StatisticsEvent& event) const {
-    switch (m_form) {
-    case StatisticsForm::Json:
-        return tivra::StatisticsText::json(event, m_labels) + "\n";
-    case StatisticsForm::OpenMetrics:
-        return tivra::StatisticsText::openMetrics(event, m_labels);
-    case StatisticsForm::Text:
-        break;
-    }
-    return {};
+    m_json = std::move(json);
+    m_openMetrics = std::move(openMetrics);
 }
 
 std::optional<tivra_tools::LoginRefusal> SessionWatch::loginRefusal() const {
@@ -102,9 +96,9 @@ SessionWatch::Statistics SessionWatch::statistics() const {
     return m_statistics;
 }
 
-std::string SessionWatch::machineStatistics() const {
+std::string SessionWatch::machineStatistics(StatisticsForm form) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_machineStatistics;
+    return form == StatisticsForm::Json ? m_json : m_openMetrics;
 }
 
 void SessionWatch::notice(std::string text) {

@@ -26,9 +26,9 @@ public:
     static constexpr std::size_t COUNTERS = tivra::StatisticsEvent::PEAK_NET_OUT_MSGS_SEC + 1;
     using Statistics = std::array<std::uint64_t, COUNTERS>;
 
-    /// @param form    in which machineStatistics are kept; Text for not at all
-    SessionWatch(const Wakeup& wakeup, StatisticsForm form, tivra::StatisticsText::Labels labels)
-        : m_wakeup(wakeup), m_form(form), m_labels(std::move(labels)) {}
+    /// @param forMachines  whether machineStatistics are kept
+    SessionWatch(const Wakeup& wakeup, bool forMachines, tivra::StatisticsText::Labels labels)
+        : m_wakeup(wakeup), m_forMachines(forMachines), m_labels(std::move(labels)) {}
 
     void onSessionEvent(const tivra::SessionEvent& event) override;
     void onUserEvent(const tivra::UserEvent& event) override;
@@ -40,21 +40,21 @@ public:
     [[nodiscard]] std::vector<std::string> takeNotices();
     /// The counters as of the last statistics event; zeros before the first.
     [[nodiscard]] Statistics statistics() const;
-    /// The same for machines, whole lines; empty before the first.
-    [[nodiscard]] std::string machineStatistics() const;
+    /// The same for machines, whole lines in a form other than Text; empty before the first.
+    [[nodiscard]] std::string machineStatistics(StatisticsForm form) const;
 
 private:
     void notice(std::string text);
-    [[nodiscard]] std::string machineForm(const tivra::StatisticsEvent& event) const;
 
     const Wakeup& m_wakeup;
-    const StatisticsForm m_form;
+    const bool m_forMachines;
     const tivra::StatisticsText::Labels m_labels;
     mutable std::mutex m_mutex; ///< guards all below
     std::optional<tivra_tools::LoginRefusal> m_refusal;
     std::vector<std::string> m_notices;
     Statistics m_statistics{};
-    std::string m_machineStatistics;
+    std::string m_json;
+    std::string m_openMetrics;
     bool m_wasEstablished = false;
 };
 
