@@ -198,6 +198,10 @@ void HubClient::pullCompressed(bool inputFull) {
     m_messagesLeft = false;
     int taken = 0;
     while (m_fd.get() >= 0) {
+        if (isReady()) {
+            settleStream();
+            return;
+        }
         if (taken == kMaxMessages) {
             m_messagesLeft = true;
             return;
@@ -214,10 +218,6 @@ void HubClient::pullCompressed(bool inputFull) {
             return;
         }
         process_message(message);
-        if (isReady()) {
-            settleStream();
-            return;
-        }
     }
     if (inputFull && taken == 0)
         suspendClient("Error decompressing/parsing response from HUB: Block too large");

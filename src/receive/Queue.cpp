@@ -126,6 +126,9 @@ void Queue::reset() {
         m_numOutstandingQueries.store(0, std::memory_order_relaxed);
         m_lastJitPct = 0;
         m_startJitIndex = 0;
+        // Nobody is to take the level of the last connection for that of the next.
+        m_pct_full.store(0, std::memory_order_relaxed);
+        m_available_bytes.store(m_size, std::memory_order_relaxed);
         if (m_queueReadHandler != nullptr)
             m_queueReadHandler->reset();
     }

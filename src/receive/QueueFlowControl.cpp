@@ -1,7 +1,6 @@
 // What a queue does about its fill level: reports to the hub, suspended reads.
 #include "receive/Queue.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <sys/time.h>
@@ -54,8 +53,12 @@ void Queue::calcQueueFullStats() {
     const uint64_t used = m_size - available;
     const int pctFull = static_cast<int>((used * 100 + m_size / 2) / m_size);
     m_pct_full.store(pctFull, std::memory_order_relaxed);
-    const int peak = std::max(pctFull, m_max_report_pct_full.load(std::memory_order_relaxed));
-    m_max_report_pct_full.store(peak, std::memory_order_relaxed);
+    int peak = m_max_report_pct_full.load(std::memory_order_relaxed);
+    if (pctFull > peak) {
+        // Stored only when it rises, so that the end of an interval, which starts it anew, isn't undone.
+        peak = pctFull;
+        m_max_report_pct_full.store(peak, std::memory_order_relaxed);
+    }
 
     if (m_jitConflation && !controlJit(peak))
         return;
@@ -88,7 +91,8 @@ bool Queue::reportFillLevel(int level) {
     if (m_hub == nullptr)
         return true;
     char text[64];
-    std::snprintf(text, sizeof text, "5026=%d|5022=ReportApiStats|13912=%d", static_cast<int>(REPORT_API_STATS_TAG), level);
+    std::snprintf(text, sizeof text, "5026=%d|5022=ReportApiStats|13912=%d",
+                  static_cast<int>(REPORT_API_STATS_TAG), level);
     timeval timeout{0, kReportMicroseconds};
     return m_hub->sendRequest(text, &timeout) >= 0;
 }

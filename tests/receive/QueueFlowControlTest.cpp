@@ -143,9 +143,10 @@ TEST_F(FlowControlTest, ReportThatCannotBeSentIsTriedAgainAndAResetForgetsIt) {
     queue->calcQueueFullStats();
     queue->calcQueueFullStats();
     EXPECT_EQ(hub.texts, (Texts{report(40)}));
-    // A reset forgets the band.
+    // A reset forgets the band and the level.
     hub.texts.clear();
     queue->reset();
+    EXPECT_EQ(queue->getPctFull(), 0);
     level = 0;
     endInterval();
     fillTo(10);
