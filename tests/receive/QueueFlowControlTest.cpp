@@ -214,6 +214,12 @@ TEST_F(FlowControlTest, SuspendedQueueReadsALittleNowAndThen) {
     EXPECT_EQ(bytesOfARead(3601.0), 0U);
     queue->reset();
     EXPECT_FALSE(queue->readsSuspended());
+    // Nothing has been read of a new connection, so that its first read doesn't wait.
+    level = 0;
+    fillTo(30);
+    queue->incrQueryCount();
+    ASSERT_TRUE(queue->readsSuspended());
+    EXPECT_GT(bytesOfARead(), 0U);
 }
 
 TEST_F(FlowControlTest, ForcedReadIsToldByTheAgeOfTheLastOne) {

@@ -187,6 +187,9 @@ TEST_F(CompressedTest, FullRingResetsTheConnectionOnTheNextRead) {
     EXPECT_FALSE(readOnce());
     socket.write("y");
     EXPECT_TRUE(readOnce());
+    EXPECT_TRUE(queue.hasInputLeft());
+    queue.reset();
+    EXPECT_FALSE(queue.hasInputLeft());
 }
 
 TEST_F(CompressedTest, WhatCameBeforeACloseIsStillDelivered) {

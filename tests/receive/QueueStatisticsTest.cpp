@@ -81,6 +81,17 @@ TEST_F(QueueStatisticsTest, DroppedBytesCountAsTheMessagesTheyWere) {
     EXPECT_EQ(stats.getDroppedBytes(), 807U);
 }
 
+TEST_F(QueueStatisticsTest, BusiestMomentIsTheOneOfTheMostBytesDroppedOrNot) {
+    tick(10, 1000);
+    tick(20, 1000);
+    stats.rotateSecond(now);
+    EXPECT_EQ(stats.getInputMsgSec_100ms(), 100U) << "of two alike the first";
+    tick(10, 2000, 2500);
+    endInterval();
+    EXPECT_EQ(stats.getAvgMsgSize(), 100U);
+    EXPECT_EQ(input(), (Figures{40 + 25, 10 + 25, 10 + 25, 100 + 250, 100 + 250}));
+}
+
 TEST_F(QueueStatisticsTest, OutputPeaksStandEachOnItsOwn) {
     tickOut(50, 10);
     tickOut(20, 40);
