@@ -290,6 +290,49 @@ void writeMapSeeds(const Corpus& corpus) {
                                              "\ncmd=AddToken|name=ASK|token=12|storage=double\n");
 }
 
+/// Captures in the form that their target builds files from, and a file that has been written.
+void writeCaptureSeeds(const Corpus& corpus, const std::vector<std::vector<std::string>>& rows) {
+    const auto message = [](const std::string& body, unsigned second) {
+        return static_cast<char>(body.size()) + "\x17\xab\xcd\xef\1\2"s + static_cast<char>(second) + '\0' +
+               body;
+    };
+    // How files end, and what the second of two blocks lies about.
+    constexpr unsigned MODES[] = {0x00, 0x04, 0x10, 0x14, 0x20, 0x24, 0x30, 0x34};
+    constexpr unsigned LIES[] = {1, 4, 8, 16, 32, 64, 128};
+    const auto add = [&](const std::string& name, unsigned mode, unsigned lie, std::size_t row) {
+        std::string blocks(1, static_cast<char>(mode));
+        for (std::size_t n = 0; n < 6; ++n) {
+            if (n % 3 == 0)
+                blocks += static_cast<char>(n == 3 ? lie : 0);
+            blocks += message(bodyOf(rows[row + n], false), static_cast<unsigned>(n == 4 ? 1 : n));
+            if ((lie & 16) != 0 && n >= 3)
+                blocks += n == 5 ? '\x08' : '\0';
+            if (n % 3 == 2)
+                blocks += '\xff';
+        }
+        corpus.add(name, blocks);
+    };
+    for (std::size_t i = 0; i < std::size(MODES); ++i)
+        add(numbered("blocks", i), MODES[i], 0, i * 1301);
+    for (std::size_t i = 0; i < std::size(LIES); ++i)
+        add(numbered("lie", i), i % 2 == 0 ? 0x04 : 0x24, LIES[i], i * 1709);
+    for (std::size_t i = 0; i < 12; ++i)
+        add(numbered("damage", i), 0x0c, 0, i * 2003);
+    const std::string block = "BLCK\0\0\0\x1a\0\0\0\x0f\0\0\0\1\0\0\0\0\0\0\0\7\0\0\0\0\0\0\0\0"s +
+                              "\x78\1\1\x0f\0\xf0\xff"s + "\0\0\0\0\0\0\0\7\0\0\0\3"s + "5=X" +
+                              "\x01\xc4\0\xd5"s;
+    const std::string head = "TIVRACAP\0\0\0\1\0\0\0\0"s;
+    const std::string index = "INDX\0\0\0\1\0\0\0\0\0\0\0\x10\0\0\0\0\0\0\0\7\0\0\0\1"s;
+    corpus.add("file", "\3" + head + block + index + "\0\0\0\0\0\0\0\0\0\0\0\x4aTIVRAEND"s);
+    corpus.add("file-cut", "\3" + head + block + block + "BLCK");
+    // The index names the first of two blocks twice.
+    corpus.add("file-twice", "\3" + head + block + block + "INDX\0\0\0\2"s + index.substr(8) +
+                                 index.substr(8) + "\0\0\0\0\0\0\0\0\0\0\0\x84TIVRAEND"s);
+    corpus.add("file-unrepaired", "\1" + head + block);
+    corpus.add("file-empty", "\3" + head);
+    corpus.add("file-of-another-kind", "\1" + frameOf("5=IBM"));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -302,6 +345,7 @@ int main(int argc, char** argv) {
         if (rows.size() < 20000)
             throw std::runtime_error("too few rows");
         const fs::path folder = argv[2];
+        writeCaptureSeeds(Corpus(folder / "CaptureFuzz"), rows);
         writeEncoderSeeds(Corpus(folder / "EncoderFuzz"), rows);
         writeFramerSeeds(Corpus(folder / "FramerFuzz"), rows);
         writeInflateSeeds(Corpus(folder / "InflateFuzz"), rows);
