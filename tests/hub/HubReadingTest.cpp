@@ -293,8 +293,15 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
 TEST_F(CompressedReadingTest, AFaultBehindTheLastAnswerCostsTheConnectionAtMost) {
     const std::string end = hubFrame("5026=13|5001=0");
     begin(withoutLastAnswer());
-    feed(deflate(end + hubFrame("abc=1")));
+    std::string more = hubFrame("abc=1");
+    while (more.size() < 1'000'000)
+        more += hubFrame("4=558|5=IBM|10=1");
+    feed(deflate(end + more));
     EXPECT_TRUE(client->isReady()) << "frames that are dropped need not be read";
+    const std::string last = hubFrame("4=558|5=IBM|10=last");
+    feed(deflate(last));
+    popAll();
+    EXPECT_EQ(frames, std::vector<std::string>{last});
     begin(withoutLastAnswer());
     // The fault comes in a later round of the same block.
     feed(deflate(end + std::string(200'000, 'x')) + std::string(100, '\xff'));
