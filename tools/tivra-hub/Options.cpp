@@ -12,8 +12,8 @@ using namespace tivra_sim;
 namespace {
 
 constexpr const char* FOOTER = "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
-                               "configuration,\n3 the port cannot be had, 4 the playback file cannot be "
-                               "read,\n5 with --once: the clients have gone for "
+                               "configuration,\n3 the port cannot be had, 4 the playback file or the "
+                               "capture cannot be read,\n5 with --once: the clients have gone for "
                                "good before the playback was at its end.";
 
 std::string readPassword(const Options& options) {
