@@ -11,6 +11,7 @@
 #include <iterator>
 #include <stdlib.h>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 #include <zlib.h>
 
@@ -158,6 +159,22 @@ TEST_F(Wire, DumpsFieldsWithTheirPlaces) {
                       "         0       5  string   SYMBOL.TICKER                     IBM\n"
                       "line 2 at byte 18, 4 bytes\n"
                       "        18       4  int      ENUM.SRC.ID                       9\n");
+}
+
+TEST_F(Wire, ShowsWhatHasComeOfAPipeThatStaysOpen) {
+    const std::string pipe = directory + "/pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    Process::Setup setup;
+    setup.program = TIVRA_WIRE_PROGRAM;
+    setup.arguments = {"--map", map, "dump", pipe};
+    Process process(setup);
+    std::ofstream writer(pipe, std::ios::binary);
+    writer << frameOf("5=IBM") << "\x04 " << std::flush;
+    EXPECT_TRUE(process.waitForOutput([](const std::string& text) {
+        return text.find("SYMBOL.TICKER                     IBM\n") != std::string::npos;
+    }));
+    writer.close();
+    EXPECT_EQ(process.waitForEnd(), 3);
 }
 
 TEST_F(Wire, FiltersByTokenSourceAndSymbol) {

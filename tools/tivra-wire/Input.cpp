@@ -8,13 +8,15 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace tivra_wire {
 
-Input::Input(const std::string& file)
+Input::Input(const std::string& file, std::function<void()> beforeRead)
     : m_name(file == "-" ? "standard input" : file)
     , m_isOwned(file != "-")
-    , m_fd(file == "-" ? STDIN_FILENO : ::open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    , m_fd(file == "-" ? STDIN_FILENO : ::open(file.c_str(), O_RDONLY | O_CLOEXEC))
+    , m_beforeRead(std::move(beforeRead)) {
     if (m_fd < 0)
         throw Failure(ExitCode::InputFailed, fmt::format("cannot open {}: {}", m_name, std::strerror(errno)));
 }
@@ -25,6 +27,7 @@ Input::~Input() {
 }
 
 std::size_t Input::read(char* to, std::size_t size) {
+    m_beforeRead();
     for (;;) {
         const ssize_t count = ::read(m_fd, to, size);
         if (count >= 0)

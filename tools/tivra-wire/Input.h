@@ -2,6 +2,7 @@
 #define TIVRA_WIRE_INPUT_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace tivra_wire {
@@ -9,8 +10,10 @@ namespace tivra_wire {
 /// The bytes of a file or a pipe, in their order.
 class Input {
 public:
+    /// @param beforeRead  called before each read, which may wait for long where a pipe has nothing more
     /// Throws Failure with ExitCode::InputFailed, as read does.
-    explicit Input(const std::string& file);
+    explicit Input(
+        const std::string& file, std::function<void()> beforeRead = [] {});
     ~Input();
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
@@ -24,6 +27,7 @@ private:
     const std::string m_name;
     const bool m_isOwned; ///< and may be descriptor 0 where the program was started without one
     int m_fd;
+    const std::function<void()> m_beforeRead;
 };
 
 } // namespace tivra_wire

@@ -58,11 +58,15 @@ void Output::write(std::string_view bytes) {
         writePlain(bytes);
 }
 
+void Output::flush() {
+    if (std::fflush(m_file) != 0)
+        fail();
+}
+
 void Output::finish() {
     if (m_isCompressed)
         deflate({}, Z_FINISH);
-    if (std::fflush(m_file) != 0)
-        fail();
+    flush();
     // Some file systems tell only now that there was no room.
     if (std::FILE* const file = std::exchange(m_file, nullptr); file != stdout && std::fclose(file) != 0)
         fail();

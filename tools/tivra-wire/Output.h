@@ -20,6 +20,8 @@ public:
     Output& operator=(const Output&) = delete;
 
     void write(std::string_view bytes);
+    /// Hands on what waits, but for what is still in the zlib stream.
+    void flush();
     /// Ends the zlib stream, writes what waits and closes the file. The last call.
     void finish();
 

@@ -50,7 +50,8 @@ public:
 
 private:
     bool processFile(const std::string& file) {
-        Input input(file);
+        // Of a live pipe is seen at once what has come.
+        Input input(file, [this] { m_output.flush(); });
         FrameReader reader(input, m_options.from);
         std::uint64_t frames = 0;
         try {
