@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -180,6 +181,10 @@ struct Tape {
     std::size_t count;
 };
 
+std::ostream& operator<<(std::ostream& out, const Tape& tape) {
+    return out << tape.count;
+}
+
 class TapeTest : public testing::TestWithParam<Tape> {};
 
 TEST_P(TapeTest, IsReadAndWrittenByteForByte) {
@@ -212,7 +217,7 @@ TEST_P(TapeTest, IsReadAndWrittenByteForByte) {
 
 INSTANTIATE_TEST_SUITE_P(KvnEncoder, TapeTest,
                          testing::Values(Tape{TIVRA_SAMPLE_DAY, 40000}, Tape{TIVRA_WHOLE_DAY, MUCH}),
-                         [](const auto& tape) { return std::to_string(tape.param.count); });
+                         testing::PrintToStringParamName());
 
 /// A map whose numbers and names are as long as can be.
 class LongestMap : public TestMap {
