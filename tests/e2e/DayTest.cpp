@@ -88,12 +88,13 @@ using Stats = tivra::StatisticsEvent;
 void expectCounted(const Client& client, std::size_t from, std::size_t to, std::uint64_t sent,
                    std::uint64_t told) {
     const RecordingApp::Statistics rows = client.statistics();
-    const auto grown = [&](Stats::StatsTypes type) { return rows[to - 1][type] - rows[from - 1][type]; };
+    const auto figure = [&](std::size_t row, Stats::StatsTypes type) { return rows[row][std::size_t(type)]; };
+    const auto grown = [&](Stats::StatsTypes type) { return figure(to - 1, type) - figure(from - 1, type); };
     // Each event tells of one second.
     const auto summed = [&](Stats::StatsTypes type) {
         std::uint64_t sum = 0;
         for (std::size_t row = from; row < to; ++row)
-            sum += rows[row][type];
+            sum += figure(row, type);
         return sum;
     };
     EXPECT_EQ(grown(Stats::MSGS_IN), sent);
@@ -102,7 +103,7 @@ void expectCounted(const Client& client, std::size_t from, std::size_t to, std::
     EXPECT_EQ(summed(Stats::IN_MSGS_SEC), sent);
     EXPECT_EQ(summed(Stats::OUT_MSGS_SEC), sent);
     EXPECT_EQ(summed(Stats::NET_OUT_MSGS_SEC), told);
-    EXPECT_EQ(rows[to - 1][Stats::DROP], 0U);
+    EXPECT_EQ(figure(to - 1, Stats::DROP), 0U);
 }
 
 class DayTest : public testing::TestWithParam<Day> {};
