@@ -12,10 +12,11 @@ class WireHub : public CatFixture {
 protected:
     WireHub() { setup.program = TIVRA_WIRE_PROGRAM; }
 
-    int runWire(const Hub& server, const Arguments& arguments) {
+    int runWire(const Hub& server, const Arguments& arguments,
+                std::chrono::milliseconds deadline = std::chrono::seconds(60)) {
         Arguments all{"--hub", server.hostString(), "-u", "demo"};
         all.insert(all.end(), arguments.begin(), arguments.end());
-        return startBare(all).waitForEnd();
+        return startBare(all).waitForEnd(deadline);
     }
 
     static std::string frameOf(const std::string& body) {
@@ -79,6 +80,17 @@ TEST_F(WireHub, LeavesOutWhatNoMapFileCanHoldAndKnowsWhatEveryHubHas) {
     startBare({"--map", writeFile("map", text), "map"});
     ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
     EXPECT_EQ(cat->output(), text);
+}
+
+TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
+    HubConfig config = HubConfig::realistic();
+    for (int number = 100000; number < 300001; ++number)
+        config.dictionary.push_back({number, "F" + std::to_string(number), "STRING", 10});
+    Hub huge(config);
+    huge.start();
+    EXPECT_EQ(runWire(huge, {"-t", "120", "map"}, std::chrono::seconds(150)), 6);
+    EXPECT_THAT(cat->error(), HasSubstr("the hub lists more than 200000 tokens"));
+    EXPECT_EQ(cat->output(), "");
 }
 
 TEST_F(WireHub, TellsWhyThereIsNoDictionary) {

@@ -10,8 +10,9 @@ namespace {
 
 /// The field with the type of a token, which no request carries.
 constexpr int KVN_TOKEN_TYPE = 5012;
-/// A hub may not fill the memory with tokens.
+/// A hub may not fill the memory, neither with tokens nor with long texts.
 constexpr std::size_t MAX_TOKENS = 200000;
+constexpr std::size_t MAX_TEXT = std::size_t{64} << 20;
 
 /// The text of a field, empty for one that the message lacks.
 std::string textOf(tivra::MessageReader& reader, int token) {
@@ -46,7 +47,9 @@ void TokenCollector::onMessageEvent(const tivra::MessageEvent& event) {
 
 void TokenCollector::add(HubToken token) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_tokens.size() < MAX_TOKENS)
+    m_textSize += token.name.size() + token.type.size();
+    m_isTooMuch = m_isTooMuch || m_tokens.size() == MAX_TOKENS || m_textSize > MAX_TEXT;
+    if (!m_isTooMuch)
         m_tokens.push_back(std::move(token));
 }
 
@@ -55,6 +58,9 @@ void TokenCollector::end(const std::string& error) {
     m_error = error;
     if (error.empty() && m_tokens.empty())
         m_error = "the hub listed no token";
+    if (error.empty() && m_isTooMuch)
+        m_error =
+            fmt::format("the hub lists more than {} tokens, or {} MB of names", MAX_TOKENS, MAX_TEXT >> 20U);
     m_hasAnswer = true;
     m_changed.notify_one();
 }

@@ -52,6 +52,8 @@ private:
     std::string m_error;
     std::optional<tivra_tools::LoginRefusal> m_refusal;
     std::vector<HubToken> m_tokens;
+    std::size_t m_textSize = 0;
+    bool m_isTooMuch = false;
 };
 
 } // namespace tivra_wire
