@@ -34,6 +34,12 @@ struct CompressedClient : Client {
     CompressedClient& operator=(const CompressedClient&) = delete;
 };
 
+/// Its queue is soon full, and its subscriptions come back by themselves.
+void cramp(Client& client) {
+    client.connections().set(HostConfig::QUEUE_SIZE_LONG, 1);
+    client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+}
+
 HubConfig playing(std::size_t count) {
     HubConfig config = HubConfig::realistic();
     config.playback.file = TIVRA_SAMPLE_DAY;
@@ -247,8 +253,7 @@ TEST(Compression, BombIsSurvived) {
     RunningHub hub;
     std::atomic<int> last{0};
     CompressedClient client(hub);
-    client.connections().set(HostConfig::QUEUE_SIZE_LONG, 1);
-    client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+    cramp(client);
     client.messageHook = [&](const tivra::MessageEvent& event) {
         if (event.getType() != tivra::MessageEvent::UPDATE)
             return;
@@ -296,8 +301,7 @@ TEST(Compression, CallbackThatStandsStillCostsTheConnectionAndNotTheSession) {
     std::atomic<std::int64_t> sequence{0};
     std::atomic<std::size_t> gaps{0};
     CompressedClient client(hub);
-    client.connections().set(HostConfig::QUEUE_SIZE_LONG, 1);
-    client.settings().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+    cramp(client);
     client.messageHook = [&](const tivra::MessageEvent& event) {
         if (event.getType() != tivra::MessageEvent::UPDATE)
             return;
