@@ -39,13 +39,16 @@ std::string Ledger::disorder() const {
     return m_disorder;
 }
 
-std::pair<int, std::string> Ledger::takeGaps(const std::string& excepted) {
+Ledger::Gaps Ledger::settleGaps(const std::string& excepted, std::size_t allowed) {
     const std::lock_guard lock(m_mutex);
-    std::pair<int, std::string> most{0, ""};
-    for (auto& [key, line] : m_lines) {
+    Gaps most;
+    for (const auto& [key, line] : m_lines) {
         if (key.first != excepted)
             most = std::max(most, {line.gaps, key.first + " of hub " + key.second});
-        line.gaps = 0;
+    }
+    if (most.count <= allowed) {
+        for (auto& [key, line] : m_lines)
+            line.gaps = 0;
     }
     return most;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <compare>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -22,15 +24,20 @@ public:
     [[nodiscard]] std::int64_t lastOf(const std::string& symbol) const;
     /// The first update that was not in order, empty while there was none.
     [[nodiscard]] std::string disorder() const;
-    /// The most times that a symbol of a hub had numbers missing since the last call, and where; `excepted`
-    /// may have any.
-    std::pair<int, std::string> takeGaps(const std::string& excepted);
+    struct Gaps {
+        std::size_t count = 0;
+        std::string where;
+        auto operator<=>(const Gaps&) const = default;
+    };
+    /// The most times that a symbol of a hub had numbers missing since gaps were settled last; `excepted` may
+    /// have any. No more than `allowed` are settled by this.
+    Gaps settleGaps(const std::string& excepted, std::size_t allowed);
     [[nodiscard]] std::size_t updates() const;
 
 private:
     struct Line {
         std::int64_t last = -1;
-        int gaps = 0;
+        std::size_t gaps = 0;
     };
 
     mutable std::mutex m_mutex;                                  ///< guards everything

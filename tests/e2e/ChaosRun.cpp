@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <limits>
 #include <memory>
 #include <random>
 #include <thread>
@@ -155,9 +156,12 @@ private:
     void newDictionary(Hub& hub, unsigned amount);
     std::optional<std::string> stop();
     void clearUp();
-    bool isAlive(std::int64_t number) const;
+    bool isWanted(const Topic& topic) const { return topic.symbol != TOGGLED || m_toggled != 0; }
     std::optional<std::string> comeToRest(const Publisher& publisher);
-    std::optional<std::string> checkEvents();
+    /// What has not come to rest yet: everything wanted gives updates behind `number`, and the session has
+    /// told of each of its gaps. Empty when all has.
+    std::string unrestBehind(std::int64_t number);
+    void readEvents();
 
     const Forecast& m_forecast;
     Totals& m_totals;
@@ -169,10 +173,13 @@ private:
     std::int64_t m_toggled = 0; ///< the tag of the symbol that comes and goes, 0 while it is away
     bool m_isOpen = false;
     bool m_isStarted = true;
-    bool m_isGarbled = false;     ///< in this spell
-    std::size_t m_starts = 0;     ///< in this spell
-    std::size_t m_logBefore = 0;  ///< bytes of the log when this spell began
-    std::string m_lastState = ""; ///< the last event that told a state
+    bool m_isGarbled = false;       ///< in this spell
+    std::size_t m_starts = 0;       ///< in this spell
+    std::size_t m_logBefore = 0;    ///< bytes of the log when this spell began
+    std::size_t m_eventsRead = 0;   ///< of the session, all in all
+    std::size_t m_spellsEvents = 0; ///< those read when this spell began
+    std::string m_lastState;        ///< the last event that told a state
+    std::string m_illegalEvent;     ///< the last one that made no sense where it came
 };
 
 void Run::befall(const Event& event) {
@@ -294,13 +301,6 @@ void Run::clearUp() {
     }
 }
 
-bool Run::isAlive(std::int64_t number) const {
-    return std::all_of(std::begin(TOPICS), std::end(TOPICS), [&](const Topic& topic) {
-        const bool isWanted = topic.symbol != TOGGLED || m_toggled != 0;
-        return !isWanted || m_ledger.lastOf(topic.symbol) > number;
-    });
-}
-
 std::optional<std::string> Run::comeToRest(const Publisher& publisher) {
     const auto begin = steady_clock::now();
     const std::int64_t number = publisher.number();
@@ -310,50 +310,62 @@ std::optional<std::string> Run::comeToRest(const Publisher& publisher) {
         m_isStarted = m_client->isStarted;
         ++m_starts;
     }
-    while (!isAlive(number) || m_client->session().getState() != Session::TIVRA_SESSION_ESTABLISHED) {
-        if (since(begin) > PATIENCE) {
-            std::string silent;
-            for (const Topic& topic : TOPICS) {
-                if (m_ledger.lastOf(topic.symbol) <= number)
-                    silent += std::string(" ") + topic.symbol;
-            }
-            return "state " + std::to_string(m_client->session().getState()) + ", not alive again:" + silent;
-        }
-        std::this_thread::sleep_for(milliseconds(2)); // another look at the ledger
+    for (std::string unrest = unrestBehind(number); !unrest.empty(); unrest = unrestBehind(number)) {
+        if (since(begin) > PATIENCE)
+            return unrest;
+        std::this_thread::sleep_for(milliseconds(2)); // another look
     }
     m_totals.longestCalm = std::max(m_totals.longestCalm, since(begin));
+    m_isGarbled = false;
+    m_starts = 0;
+    m_spellsEvents = m_eventsRead;
+    m_logBefore = m_client->log().size();
     if (const std::string disorder = m_ledger.disorder(); !disorder.empty())
         return "out of order: " + disorder;
-    return checkEvents();
+    if (!m_illegalEvent.empty())
+        return m_illegalEvent;
+    return std::nullopt;
 }
 
-std::optional<std::string> Run::checkEvents() {
+std::string Run::unrestBehind(std::int64_t number) {
+    std::string silent;
+    for (const Topic& topic : TOPICS) {
+        if (isWanted(topic) && m_ledger.lastOf(topic.symbol) <= number)
+            silent += std::string(" ") + topic.symbol;
+    }
+    if (!silent.empty())
+        return "not alive again:" + silent;
+    if (const int state = m_client->session().getState(); state != Session::TIVRA_SESSION_ESTABLISHED)
+        return "the state is " + std::to_string(state);
+    // The session's events come on a thread of their own, maybe after the data.
+    readEvents();
+    if (m_lastState != "ESTABLISHED")
+        return "the last event of a session that is established was " + m_lastState;
+    const std::size_t events = m_eventsRead - m_spellsEvents;
+    const bool isGarbageTold = m_isGarbled && m_client->log().find("CRIT", m_logBefore) != std::string::npos;
+    const std::size_t allowed = isGarbageTold ? std::numeric_limits<std::size_t>::max() : events + m_starts;
+    const Ledger::Gaps gaps = m_ledger.settleGaps(TOGGLED, allowed);
+    if (gaps.count > allowed)
+        return std::to_string(gaps.count) + " gaps in " + gaps.where + ", and " + std::to_string(events) +
+               " events";
+    m_totals.gaps += gaps.count > 0;
+    return "";
+}
+
+void Run::readEvents() {
     const std::vector<std::string> events = m_client->sessionEvents();
-    m_client->forget();
-    for (const std::string& event : events) {
+    for (; m_eventsRead < events.size(); ++m_eventsRead) {
+        const std::string& event = events[m_eventsRead];
         // After a teardown the sources are told anew without a loss before.
         if (event.rfind("AVAILABLE_ALLSOURCES", 0) == 0)
             m_lastState = "UNAVAILABLE";
         if (event != "ESTABLISHED" && event != "RECOVERY" && event != "UNAVAILABLE")
             continue;
-        const bool isLegal = event == "UNAVAILABLE" ? m_lastState != "" : event != m_lastState;
-        if (!isLegal || (event == "RECOVERY" && m_lastState != "ESTABLISHED"))
-            return event + " behind " + m_lastState;
+        const bool isNews = event == "UNAVAILABLE" ? m_lastState != "" : event != m_lastState;
+        if (!isNews || (event == "RECOVERY" && m_lastState != "ESTABLISHED"))
+            m_illegalEvent = event + " behind " + m_lastState;
         m_lastState = event;
     }
-    if (m_lastState != "ESTABLISHED")
-        return "the last event of a session that is established was " + m_lastState;
-    const std::string log = m_client->log();
-    const bool isGarbageTold = m_isGarbled && log.find("CRIT", m_logBefore) != std::string::npos;
-    const auto [gaps, where] = m_ledger.takeGaps(TOGGLED);
-    m_totals.gaps += gaps > 0;
-    if (static_cast<std::size_t>(gaps) > events.size() + m_starts && !isGarbageTold)
-        return std::to_string(gaps) + " gaps in " + where + ", and " + std::to_string(events.size()) +
-               " events";
-    m_isGarbled = false;
-    m_starts = 0;
-    m_logBefore = log.size();
-    return std::nullopt;
 }
 
 } // namespace
