@@ -14,6 +14,9 @@ namespace token = tivra_sim::token;
 
 namespace {
 
+// How far behind the reader stays: about a third of its queue.
+constexpr int BEHIND = 1500;
+
 class JustInTime : public testing::TestWithParam<long> {};
 
 TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
@@ -27,23 +30,26 @@ TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
     // The fullest moment that is reported is that of the running interval of the statistics.
     client.session().registerStatisticsEventHandler(&client, 1);
     std::atomic<bool> isSlow{true};
+    std::atomic<int> number{0}; // of the next update
     std::atomic<int> updates{0};
+    std::atomic<bool> isMerged{false};
     std::atomic<int> last{-1};
     client.messageHook = [&](const tivra::MessageEvent& event) {
         if (event.getType() != tivra::MessageEvent::UPDATE)
             return;
-        if (isSlow)
-            std::this_thread::sleep_for(microseconds(1000)); // an application that takes its time
         const int bid = std::stoi(SeenMessage(event).field(token::BID));
+        while (isSlow && number < bid + BEHIND)
+            std::this_thread::sleep_for(microseconds(100)); // an application that takes its time
         EXPECT_GT(bid, last);
-        last = bid;
+        if (bid > last + 1)
+            isMerged = true;
         ++updates;
+        last = bid;
         client.notify();
     };
     ASSERT_TRUE(client.startAndWait());
     client.send(tivra::SUBSCRIBE, 100, "IBM");
     ASSERT_TRUE(hub.waitForSubscriptions(1));
-    int number = 0;
     const auto publish = [&] {
         hub.pushRecord(Record(100, "IBM").add(token::BID, number++).add(9999, std::string(200, 'x')));
         std::this_thread::sleep_for(microseconds(50)); // the pace of the data
@@ -56,18 +62,24 @@ TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
     while (!hasEvent("JIT_START") && std::chrono::steady_clock::now() < end)
         publish();
     EXPECT_TRUE(hasEvent("JIT_START"));
-    EXPECT_LT(updates, number / 2) << "it is behind";
+    while (!isMerged && std::chrono::steady_clock::now() < end)
+        publish();
+    EXPECT_TRUE(isMerged);
     isSlow = false;
-    for (int more = 0; more < 2000; ++more)
-        publish();
     EXPECT_TRUE(client.waitForSessionEvent("JIT_STOP"));
-    EXPECT_TRUE(client.waitUntil([&] { return last == number - 1; })) << "the last value arrives";
-    EXPECT_LT(updates, number) << "some have been merged";
+    const auto catchUp = [&] { return client.waitUntil([&] { return last == number - 1; }); };
+    EXPECT_TRUE(catchUp()) << "the last value arrives";
     EXPECT_EQ(hub.statistics().accepted, 1U);
-    const int before = updates;
-    for (int more = 0; more < 10; ++more)
-        publish();
-    EXPECT_TRUE(client.waitUntil([&] { return updates == before + 10; })) << "and each one comes again";
+    // The hub may have begun once more on a report that was on its way.
+    int alone = 0;
+    while (alone < 10 && std::chrono::steady_clock::now() < end) {
+        alone = -updates;
+        for (int more = 0; more < 10; ++more)
+            publish();
+        ASSERT_TRUE(catchUp());
+        alone += updates;
+    }
+    EXPECT_EQ(alone, 10) << "each one comes again";
 }
 
 INSTANTIATE_TEST_SUITE_P(E2E, JustInTime, testing::Values(3L, 4L));
