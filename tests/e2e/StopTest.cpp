@@ -137,11 +137,13 @@ TEST(Stop, WhileACallbackIsBusyWaitsForItAndNoLonger) {
     StartedHub hub;
     Client client(hub);
     std::promise<void> inside;
+    std::promise<void> all;
     std::atomic<int> begun{0};
     std::atomic<int> ended{0};
     client.messageHook = [&](const tivra::MessageEvent&) {
         if (++begun == 1) {
             inside.set_value();
+            all.get_future().wait();
             std::this_thread::sleep_for(BUSY); // the application's work
         }
         ++ended;
@@ -152,6 +154,7 @@ TEST(Stop, WhileACallbackIsBusyWaitsForItAndNoLonger) {
     ASSERT_TRUE(hub.waitForSubscriptions(1));
     for (int i = 0; i < WAITING; ++i)
         hub.pushRecord(Record(100, "IBM").add(tivra_sim::token::BID, i));
+    all.set_value();
     expectQuickStop(client, "with a callback that takes " + std::to_string(BUSY.count()) + " ms", BUSY);
     EXPECT_EQ(ended, begun) << "no callback runs behind a stop";
     EXPECT_LT(begun, WAITING) << "nor is what waits delivered first";

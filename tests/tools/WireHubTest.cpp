@@ -83,12 +83,19 @@ TEST_F(WireHub, LeavesOutWhatNoMapFileCanHoldAndKnowsWhatEveryHubHas) {
 }
 
 TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
-    HubConfig config = HubConfig::realistic();
-    for (int number = 100000; number < 300001; ++number)
-        config.dictionary.push_back({number, "F" + std::to_string(number), "STRING", 10});
-    Hub huge(config);
-    huge.start();
-    EXPECT_EQ(runWire(huge, {"-t", "120", "map"}, std::chrono::seconds(150)), 6);
+    hub.script([](const Request& request) -> std::optional<Hub::Frames> {
+        if (request.command != "ListAvailableTokens")
+            return std::nullopt;
+        const std::string answer = "5026=" + std::to_string(request.tag) + "|";
+        Hub::Frames frames;
+        for (int number = 100000; number < 300001; ++number)
+            frames.push_back(encodeFrame(answer + std::to_string(token::TOKEN_NUM) + "=" +
+                                         std::to_string(number) + "|" + std::to_string(token::TOKEN_NAME) +
+                                         "=F" + std::to_string(number)));
+        frames.push_back(encodeFrame(answer + "5001=0"));
+        return frames;
+    });
+    EXPECT_EQ(runWire(hub, {"-t", "120", "map"}, std::chrono::seconds(150)), 6);
     EXPECT_THAT(cat->error(), HasSubstr("the hub lists more than 200000 tokens"));
     EXPECT_EQ(cat->output(), "");
 }
