@@ -83,21 +83,34 @@ TEST_F(WireHub, LeavesOutWhatNoMapFileCanHoldAndKnowsWhatEveryHubHas) {
 }
 
 TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
-    hub.script([](const Request& request) -> std::optional<Hub::Frames> {
+    std::vector<std::string> bodies;
+    for (int number = 100000; number < 300001; ++number)
+        bodies.push_back("|5035=" + std::to_string(number) + "|5010=F" + std::to_string(number));
+    hub.script([&bodies](const Request& request) -> std::optional<Hub::Frames> {
         if (request.command != "ListAvailableTokens")
             return std::nullopt;
-        const std::string answer = "5026=" + std::to_string(request.tag) + "|";
+        const std::string answer = "5026=" + std::to_string(request.tag);
         Hub::Frames frames;
-        for (int number = 100000; number < 300001; ++number)
-            frames.push_back(encodeFrame(answer + std::to_string(token::TOKEN_NUM) + "=" +
-                                         std::to_string(number) + "|" + std::to_string(token::TOKEN_NAME) +
-                                         "=F" + std::to_string(number)));
-        frames.push_back(encodeFrame(answer + "5001=0"));
+        for (const std::string& body : bodies)
+            frames.push_back(encodeFrame(answer + body));
+        frames.push_back(encodeFrame(answer + "|5001=0"));
         return frames;
     });
     EXPECT_EQ(runWire(hub, {"-t", "120", "map"}, std::chrono::seconds(150)), 6);
     EXPECT_THAT(cat->error(), HasSubstr("the hub lists more than 200000 tokens"));
     EXPECT_EQ(cat->output(), "");
+}
+
+TEST_F(WireHub, AsksAgainWhenTheConnectionIsLostInTheMiddleOfTheList) {
+    ASSERT_EQ(runWire(hub, {"map"}), 0) << cat->error();
+    const std::string whole = cat->output();
+    hub.answerWrong("ListAvailableTokens", Hub::Wrong::NoStatus, 1);
+    hub.clearRequests();
+    startBare({"--hub", hub.hostString(), "-u", "demo", "map"});
+    ASSERT_TRUE(hub.waitForCommand("ListAvailableTokens"));
+    hub.dropConnections();
+    ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
+    EXPECT_EQ(cat->output(), whole);
 }
 
 TEST_F(WireHub, TellsWhyThereIsNoDictionary) {

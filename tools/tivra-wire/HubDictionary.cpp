@@ -76,15 +76,23 @@ private:
     }
 
     void ask() {
+        TokenCollector::Outcome outcome = TokenCollector::Outcome::Lost;
+        while (outcome == TokenCollector::Outcome::Lost) {
+            send();
+            outcome = m_collector.waitForAnswer(deadline());
+        }
+        if (outcome == TokenCollector::Outcome::Late)
+            fail(fmt::format("{} tokens have come, but in {} seconds not the last; --timeout gives it longer",
+                             m_collector.tokenCount(), m_options.timeoutSeconds));
+    }
+
+    void send() {
         tivra::Request& request = m_session.createRequest();
         request.setCommand(tivra::LISTAVAILABLETOKENS);
         const bool isSent = m_session.send(request) != 0;
         m_session.freeRequest(request);
         if (!isSent)
             fail("the library did not take the request");
-        if (!m_collector.waitForAnswer(deadline()))
-            fail(fmt::format("{} tokens have come, but in {} seconds not the last; --timeout gives it longer",
-                             m_collector.tokenCount(), m_options.timeoutSeconds));
     }
 
     [[nodiscard]] std::string startError(const std::string& reason) const {

@@ -29,6 +29,15 @@ void TokenCollector::onUserEvent(const tivra::UserEvent& event) {
         m_refusal = tivra_tools::LoginRefusal{event.getRetCode(), event.getRetCodeString()};
 }
 
+void TokenCollector::onSessionEvent(const tivra::SessionEvent& event) {
+    if (event.getType() != tivra::SessionEvent::TIVRA_SESSION_UNAVAILABLE &&
+        event.getType() != tivra::SessionEvent::TIVRA_SESSION_RECOVERY)
+        return;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_isLost = true;
+    m_changed.notify_one();
+}
+
 void TokenCollector::onMessageEvent(const tivra::MessageEvent& event) {
     if (event.getTag() == 0)
         return;
@@ -36,25 +45,37 @@ void TokenCollector::onMessageEvent(const tivra::MessageEvent& event) {
     if (reader.find(tivra::KVN_TOKEN_NUM)) {
         const std::int64_t number = reader.getValueAsInteger();
         std::string name = textOf(reader, tivra::KVN_TOKEN_NAME);
-        add({number, std::move(name), textOf(reader, KVN_TOKEN_TYPE)});
+        add(event.getTag(), {number, std::move(name), textOf(reader, KVN_TOKEN_TYPE)});
     }
     if (event.getType() == tivra::MessageEvent::STATUS ||
         event.getType() == tivra::MessageEvent::IMAGE_COMPLETE)
-        end(event.getStatusCode() == 0
+        end(event.getTag(),
+            event.getStatusCode() == 0
                 ? std::string()
                 : fmt::format("the hub answered {} {}", event.getStatusCode(), event.getStatusString()));
 }
 
-void TokenCollector::add(HubToken token) {
+void TokenCollector::beginAnewFor(std::int64_t tag) {
+    if (tag == m_tag)
+        return;
+    m_tag = tag;
+    m_tokens.clear();
+    m_textSize = 0;
+    m_isTooMuch = false;
+}
+
+void TokenCollector::add(std::int64_t tag, HubToken token) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    beginAnewFor(tag);
     m_textSize += token.name.size() + token.type.size();
     m_isTooMuch = m_isTooMuch || m_tokens.size() == MAX_TOKENS || m_textSize > MAX_TEXT;
     if (!m_isTooMuch)
         m_tokens.push_back(std::move(token));
 }
 
-void TokenCollector::end(const std::string& error) {
+void TokenCollector::end(std::int64_t tag, const std::string& error) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    beginAnewFor(tag);
     m_error = error;
     if (error.empty() && m_tokens.empty())
         m_error = "the hub listed no token";
@@ -76,9 +97,12 @@ bool TokenCollector::waitForStart(Deadline deadline) {
     return m_changed.wait_until(lock, deadline, [this] { return m_hasStarted; });
 }
 
-bool TokenCollector::waitForAnswer(Deadline deadline) {
+TokenCollector::Outcome TokenCollector::waitForAnswer(Deadline deadline) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_until(lock, deadline, [this] { return m_hasAnswer; });
+    if (!m_changed.wait_until(lock, deadline, [this] { return m_hasAnswer || m_isLost; }))
+        return Outcome::Late;
+    m_isLost = false;
+    return m_hasAnswer ? Outcome::Answered : Outcome::Lost;
 }
 
 std::size_t TokenCollector::tokenCount() const {

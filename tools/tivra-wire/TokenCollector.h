@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -24,7 +25,7 @@ class TokenCollector : public tivra::SessionEventHandler,
 public:
     using Deadline = std::chrono::steady_clock::time_point;
 
-    void onSessionEvent(const tivra::SessionEvent&) override {}
+    void onSessionEvent(const tivra::SessionEvent& event) override;
     void onUserEvent(const tivra::UserEvent& event) override;
     void onMessageEvent(const tivra::MessageEvent& event) override;
 
@@ -32,8 +33,10 @@ public:
     void noteStart();
     /// False at the deadline.
     [[nodiscard]] bool waitForStart(Deadline deadline);
-    /// The same for the end of the list.
-    [[nodiscard]] bool waitForAnswer(Deadline deadline);
+    enum class Outcome { Answered, Lost, Late };
+    /// Waits for the end of the list. When the connection is lost first, the library forgets that the list
+    /// has been asked for, so that it must be asked for again.
+    [[nodiscard]] Outcome waitForAnswer(Deadline deadline);
 
     [[nodiscard]] std::size_t tokenCount() const;
     /// Why the answer is no list; empty when it is one.
@@ -42,13 +45,17 @@ public:
     [[nodiscard]] std::vector<HubToken> takeTokens();
 
 private:
-    void add(HubToken token);
-    void end(const std::string& error);
+    void add(std::int64_t tag, HubToken token);
+    void end(std::int64_t tag, const std::string& error);
+    /// What answered another request is none of this one's list.
+    void beginAnewFor(std::int64_t tag);
 
     mutable std::mutex m_mutex; ///< guards all below
     std::condition_variable m_changed;
     bool m_hasStarted = false;
     bool m_hasAnswer = false;
+    bool m_isLost = false;
+    std::int64_t m_tag = 0; ///< of the request that the tokens answer
     std::string m_error;
     std::optional<tivra_tools::LoginRefusal> m_refusal;
     std::vector<HubToken> m_tokens;
