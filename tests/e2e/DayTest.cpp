@@ -120,6 +120,7 @@ TEST_P(DayTest, ArrivesFieldByFieldInOrderAndIsCounted) {
     Client client(hub);
     client.connections()
         .set(HostConfig::QUEUE_SIZE_LONG, 512)
+        .set(HostConfig::READ_TIMEOUT_LONG, 0) // the hub has nothing to say behind the day
         .set(HostConfig::COMPRESSION_BOOL, GetParam().isCompressed);
     client.session().registerStatisticsEventHandler(&client, 0);
     std::atomic<std::size_t> told{0};
