@@ -97,7 +97,7 @@ TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
     EXPECT_EQ(cat->output(), "");
 }
 
-TEST_F(WireHub, AsksAgainWhenTheConnectionIsLostInTheMiddleOfTheList) {
+TEST_F(WireHub, AsksAgainWhenTheConnectionIsLostBeforeTheEndOfTheList) {
     ASSERT_EQ(runWire(hub, {"map"}), 0) << cat->error();
     const std::string whole = cat->output();
     hub.answerWrong("ListAvailableTokens", Hub::Wrong::NoStatus, 1);
