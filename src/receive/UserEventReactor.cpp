@@ -8,14 +8,16 @@
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
+#include "receive/RoundLimit.h"
+
 namespace tivra_internal {
 
 namespace {
 
 constexpr uint32_t kAllFlags = ~0U;
-/// Calls that a ready handler gets before the table and the clock are looked at again, which costs more than
-/// a short message. Few enough that slow callbacks don't hold up the timers.
-constexpr int kRounds = 8;
+/// Calls that a ready handler gets before the table is looked at again, which costs a good part of a short
+/// message. Few enough that a queue which becomes ready meanwhile doesn't wait for long.
+constexpr int kRounds = 16;
 
 // Stands in an activity slot that was vacated. It is never destroyed: a reactor may outlive the end of
 // main().
@@ -78,29 +80,40 @@ int UserEventReactor::doQPolls(int timeout) {
     m_qpoll_count.store(ready, std::memory_order_release);
     if (m_inBurst == 0)
         doPreIO(m_curLoopTime);
-    serve(ready, Turn::First);
-    for (int round = 1; round < kRounds && serve(ready, Turn::Next); ++round) {
-    }
+    serveRounds(ready);
     m_qpoll_count.store(0, std::memory_order_release);
     return 1;
 }
 
-/// Gives each ready handler one call, in the table's order, after the first turn only those that have more.
-/// True when a call was made.
-bool UserEventReactor::serve(int ready, Turn turn) {
-    bool isServed = false;
+/// Gives each ready handler one call, in the table's order, and then further ones in turn to those that have
+/// more, as long as that holds up neither the timers nor the end of the loop.
+void UserEventReactor::serveRounds(int ready) {
+    RoundLimit limit;
     for (int i = 0; i < ready; ++i) {
-        // Read when its turn comes: whoever unregisters a handler clears what is still pending for it.
-        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
-        if (entry.events.load(std::memory_order_acquire) == 0)
-            continue;
-        UserEventBase* const handler = entry.data.load(std::memory_order_relaxed);
-        if (turn == Turn::Next && !handler->isStillReadable())
-            continue;
-        handler->readableEvent(m_curLoopTime);
-        isServed = true;
+        if (UserEventBase* const handler = pendingHandler(i))
+            handler->readableEvent(m_curLoopTime);
     }
-    return isServed;
+    bool isServed = true;
+    for (int round = 1; round < kRounds && isServed; ++round) {
+        isServed = false;
+        for (int i = 0; i < ready; ++i) {
+            UserEventBase* const handler = pendingHandler(i);
+            if (handler == nullptr || !handler->isStillReadable())
+                continue;
+            if (m_mustExit.load(std::memory_order_relaxed) != 0 || limit.isReached())
+                return;
+            handler->readableEvent(m_curLoopTime);
+            isServed = true;
+        }
+    }
+}
+
+/// The handler of a ready entry. Read when its turn comes: whoever unregisters a handler clears what is still
+/// pending for it, and then there is none.
+UserEventBase* UserEventReactor::pendingHandler(int i) const noexcept {
+    const QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
+    return entry.events.load(std::memory_order_acquire) != 0 ? entry.data.load(std::memory_order_relaxed)
+                                                             : nullptr;
 }
 
 void UserEventReactor::doPreIO(double curtime) {

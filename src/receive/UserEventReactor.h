@@ -57,8 +57,8 @@ public:
 private:
     void mainLoop();
     [[nodiscard]] int doQPolls(int timeout);
-    enum class Turn { First, Next };
-    bool serve(int ready, Turn turn);
+    void serveRounds(int ready);
+    [[nodiscard]] UserEventBase* pendingHandler(int i) const noexcept;
     void doPreIO(double curtime);
     void doPostIO(double curtime);
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
@@ -41,6 +42,7 @@ void SessionImpl::startApiMasterThread() {
             raiseSourceEvents();
         connectForEntitlements();
         ::usleep(kMasterPauseMicroseconds);
+        tp::Clock::beat();
     }
 }
 

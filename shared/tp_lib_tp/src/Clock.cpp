@@ -38,6 +38,7 @@ void Clock::advance(double seconds) noexcept {
     add(s_monotonic, seconds);
     add(s_wall, seconds);
     s_replaced = true;
+    beat();
 }
 
 void Clock::stepWallClock(double seconds) noexcept {
