@@ -54,6 +54,16 @@ public:
     int getPermission() const;
     /// The source number; 0 when the message has none.
     int getSource() const;
+    /// The part of the market that the message is about, one byte as the hub sent it ('Q', say), which need
+    /// not be printable; 0 when the message has none. The field, PART.CODE, doesn't appear in the reader.
+    char getPartCode() const;
+    /// How the hub wants the prices of the message to be shown, a code: 64 to 73 for 0 to 9 decimals; 32 to
+    /// 40 for fractions of 1, 2, 4 and so on up to 256 parts; 129, 130 and 131 for 32nds in whole, half and
+    /// quarter steps; 132 and 133 for 64ths in whole and half steps; 128 for none of these; 0 for prices as
+    /// they are; 1 for unknown, which is also given when the message has no such field. A code that isn't in
+    /// this list comes as one that is, as a rule 0 or 1. The field, ENUM.DISPLAY.PRECISION, doesn't appear in
+    /// the reader, which gives the prices as the hub sent them whatever the code.
+    int getDisplayPrecision() const;
     /// The hub's code; 0 means success or that the message carries none.
     int getStatusCode() const;
     /// The name of that code; "Unknown code" for one that nobody has named.

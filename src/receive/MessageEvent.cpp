@@ -38,6 +38,14 @@ int MessageEvent::getSource() const {
     return messsgeEventImpl->getSource();
 }
 
+char MessageEvent::getPartCode() const {
+    return messsgeEventImpl->getPartCode();
+}
+
+int MessageEvent::getDisplayPrecision() const {
+    return messsgeEventImpl->getDisplayPrecision();
+}
+
 int MessageEvent::getStatusCode() const {
     return messsgeEventImpl->getStatusCode();
 }

@@ -84,6 +84,14 @@ int MessageEventImpl::getSource() const noexcept {
     return m_msg != nullptr && m_msg->exchange != nullptr ? m_msg->exchange->id : 0;
 }
 
+char MessageEventImpl::getPartCode() const noexcept {
+    return m_msg != nullptr ? m_msg->market : '\0';
+}
+
+int MessageEventImpl::getDisplayPrecision() const noexcept {
+    return (m_msg != nullptr ? m_msg->denomcode : KVNAPI::Denom::getUnknown())->kvncode;
+}
+
 std::string MessageEventImpl::getStatusString() const {
     return m_msg != nullptr ? std::string(sessionImpl.getRetCodeDesc(m_statusCode)) : std::string();
 }

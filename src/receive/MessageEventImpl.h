@@ -51,6 +51,8 @@ public:
     [[nodiscard]] std::string getSymbol() const;
     [[nodiscard]] int getPermission() const noexcept;
     [[nodiscard]] int getSource() const noexcept;
+    [[nodiscard]] char getPartCode() const noexcept;
+    [[nodiscard]] int getDisplayPrecision() const noexcept;
     [[nodiscard]] int getStatusCode() const noexcept { return m_statusCode; }
     [[nodiscard]] std::string getStatusString() const;
     [[nodiscard]] int64_t getTag() const noexcept { return m_tag; }

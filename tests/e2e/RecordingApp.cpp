@@ -14,6 +14,8 @@ SeenMessage::SeenMessage(const MessageEvent& event)
     , permission(event.getPermission())
     , symbol(event.getSymbol())
     , conflatable(event.isConflatable())
+    , partCode(event.getPartCode())
+    , displayPrecision(event.getDisplayPrecision())
     , thread(std::this_thread::get_id()) {
     tivra::MessageReader& reader = event.getReader();
     for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next())

@@ -39,6 +39,8 @@ struct SeenMessage {
     int permission = 0;
     std::string symbol;
     int conflatable = 0;
+    char partCode = '\0';
+    int displayPrecision = 0;
     std::vector<Field> fields;
     std::vector<Field> alternates;
     std::thread::id thread;

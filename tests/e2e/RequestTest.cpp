@@ -348,6 +348,30 @@ TEST_F(RequestTest, FullWatchlistStillTakesAnUnsubscribe) {
     EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "BAC"), 0);
 }
 
+TEST_F(RequestTest, PartCodeAndDisplayPrecisionAreInTheEventAndNotAmongItsFields) {
+    struct Case {
+        const char* part;
+        const char* precision;
+        char expectedPart;
+        int expectedPrecision;
+    };
+    start();
+    ASSERT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+    for (const Case& c : {Case{"Q", "66", 'Q', 66}, Case{"\xE9", "131", '\xE9', 131}, Case{"", "", '\0', 1},
+                          Case{"A", "80", 'A', 1}, Case{"A", "7", 'A', 0}}) {
+        client.forget();
+        std::string body = "4=100|5=IBM|101=1.5";
+        if (*c.part != '\0')
+            body += "|130=" + std::string(c.part) + "|25=" + c.precision;
+        hub.sendBody(body);
+        ASSERT_TRUE(client.waitForUpdates(1)) << body;
+        const SeenMessage seen = client.messages().back();
+        EXPECT_EQ(seen.partCode, c.expectedPart) << body;
+        EXPECT_EQ(seen.displayPrecision, c.expectedPrecision) << body;
+        EXPECT_THAT(seen.fields, ElementsAre(Pair(token::BID, testing::_))) << body;
+    }
+}
+
 TEST_F(RequestTest, BurstThatALossCutsIsReplayedInTheOrderOfItsTags) {
     startWithWatchlist();
     std::vector<std::string> texts;
