@@ -10,7 +10,21 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 find_program(TIVRA_CCACHE ccache)
 if(TIVRA_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${TIVRA_CCACHE})
+  if(TIVRA_PRECOMPILE)
+    # Without this it would keep nothing that uses a precompiled header.
+    list(PREPEND CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros)
+  endif()
 endif()
+
+# tivra_precompile(<target> <header>...)
+function(tivra_precompile target)
+  if(TIVRA_PRECOMPILE)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+    # ccache needs to see which header it was, and a time in it would be another at each build.
+    target_compile_options(${target} PRIVATE
+      $<IF:$<CXX_COMPILER_ID:GNU>,-fpch-preprocess,SHELL:-Xclang -fno-pch-timestamp>)
+  endif()
+endfunction()
 
 add_library(tivra_flags INTERFACE)
 target_compile_options(tivra_flags INTERFACE

@@ -1,4 +1,4 @@
-# What `cmake --install` gives: the shared library, the public headers under include/tivra, a CMake package and a
+# What `cmake --install` gives: the library, the public headers under include/tivra, a CMake package and a
 # pkg-config file, and where they are built the simulator and the tools.
 include(CMakePackageConfigHelpers)
 
@@ -6,7 +6,7 @@ set(_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tivra)
 
 install(TARGETS tivra EXPORT tivraTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tivra)
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tivra
   FILES_MATCHING PATTERN "*.h")
 install(EXPORT tivraTargets NAMESPACE tivra:: DESTINATION ${_package_dir})
@@ -17,5 +17,30 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/tivraConfigVersion.cmake 
 install(FILES ${PROJECT_BINARY_DIR}/tivraConfig.cmake ${PROJECT_BINARY_DIR}/tivraConfigVersion.cmake
   DESTINATION ${_package_dir})
 
+# An installation can be moved as a whole, unless the libraries have a place of their own.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  set(TIVRA_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH _up ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" _up ${_up})
+  set(TIVRA_PC_PREFIX "\${pcfiledir}/${_up}")
+endif()
+foreach(_dir LIBDIR INCLUDEDIR)
+  set(TIVRA_PC_${_dir} "\${prefix}")
+  cmake_path(APPEND TIVRA_PC_${_dir} ${CMAKE_INSTALL_${_dir}}) # an absolute one replaces the prefix
+endforeach()
+if(TIVRA_LIBRARY_TYPE STREQUAL "STATIC")
+  set(TIVRA_PC_REQUIRES zlib)
+  set(TIVRA_PC_LIBS " -pthread -ldl")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tivra.pc.in ${PROJECT_BINARY_DIR}/tivra.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tivra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# Installed programs find the library wherever both are moved to.
+if(TIVRA_LIBRARY_TYPE STREQUAL "SHARED")
+  file(RELATIVE_PATH _libdir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set(CMAKE_INSTALL_RPATH $ORIGIN/${_libdir})
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+    list(APPEND CMAKE_INSTALL_RPATH ${CMAKE_INSTALL_LIBDIR})
+  endif()
+endif()

@@ -19,6 +19,7 @@
 
 #include "APIFactory.h"
 #include "TivraApi.h"
+#include "TivraVersion.h"
 #include "data/Date.h"
 #include "data/DateTime.h"
 #include "data/MessageReader.h"

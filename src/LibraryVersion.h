@@ -1,9 +1,11 @@
 #pragma once
 
+#include "TivraVersion.h"
+
 namespace tivra_internal {
 
-/// The library's version and its date, as login requests and the log tell them.
-inline constexpr const char* kVersion = "V1.7.0.1";
-inline constexpr const char* kVersionDate = "20250210";
+/// The library's version and its date, as login requests and the log report them.
+inline constexpr const char* kVersion = "V" TIVRA_VERSION_STRING;
+inline constexpr const char* kVersionDate = TIVRA_VERSION_DATE;
 
 } // namespace tivra_internal

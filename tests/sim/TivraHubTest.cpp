@@ -12,6 +12,7 @@
 #include <vector>
 
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -63,6 +64,7 @@ TEST(TivraHub, WhatCannotBeStartedSaysWhyAndExitsAsDocumented) {
         {"--group /no/such/group.json", 2, "/no/such/group.json"},
         {"--group " TIVRA_GROUP_FILE " --port 1", 2, "excludes"},
         {"--bind nowhere", 3, "\"nowhere\""},
+        {"--start-when 0", 2, "--start-when"},
         {"--playback /no/such/day", 4, "/no/such/day"}};
     for (const auto& [arguments, code, reason] : cases) {
         HubProgram program(arguments);
@@ -90,6 +92,24 @@ TEST(TivraHub, OnceEndsWithItsCountsWhenThePlaybackIsOutAndTheClientHasGone) {
     EXPECT_THAT(output, testing::Not(HasSubstr("sesame")));
     EXPECT_THAT(output, HasSubstr("sent 50 messages (50 of playback, 50 events played)"));
     EXPECT_EQ(program.exitCode(), 0);
+}
+
+TEST(TivraHub, PlaybackStartsAtTheFirstSubscriptionAndTheSummarySaysWhenThereWasNone) {
+    for (const bool subscribes : {true, false}) {
+        HubProgram program("--once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 -f " TIVRA_SAMPLE_DAY);
+        const std::string listening = program.line();
+        RawClient client(static_cast<std::uint16_t>(std::stoi(listening.substr(listening.rfind(':') + 1))));
+        client.logIn();
+        if (subscribes) {
+            EXPECT_EQ(client.statusOf("5022=Subscribe|4=100|5=IBM|5026=30"), 0);
+        }
+        client.close();
+        const std::string output = program.rest();
+        const std::string waiting = "the playback starts when 1 symbol is subscribed at " + listening.substr(13);
+        EXPECT_THAT(output, StartsWith(waiting));
+        EXPECT_THAT(output, HasSubstr(subscribes ? "50 events played" : "nothing was played: " + waiting));
+        EXPECT_EQ(program.exitCode(), subscribes ? 0 : 5);
+    }
 }
 
 TEST(TivraHub, AGroupServesOnAPortForEachMember) {

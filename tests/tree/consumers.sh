@@ -1,58 +1,93 @@
 #!/bin/sh
-# Installs into a prefix of its own, then builds and runs the examples against that prefix alone, with both compilers,
-# through the CMake package and through pkg-config.
+# Installs and links in the ways that users do, and runs what comes of it without LD_LIBRARY_PATH.
 set -eu
 root=$1
 build=$2
-hub=$3
 work=$(mktemp -d)
-hub_pid=
+hub=
 cleanup() {
-    exec 3>&- || true
-    [ -z "$hub_pid" ] || wait "$hub_pid" 2>/dev/null || true
+    [ -z "$hub" ] || { kill "$hub" && wait "$hub"; } || true
     rm -rf "$work"
 }
 trap cleanup EXIT
+unset LD_LIBRARY_PATH
+# The same sources are compiled in three builds, and the places of this run are others than those of the last.
+export CCACHE_BASEDIR="$work" CCACHE_NOHASHDIR=1 CMAKE_GENERATOR=Ninja
+command -v ccache >/dev/null && export CMAKE_CXX_COMPILER_LAUNCHER=ccache
 
-cmake --install "$build" --prefix "$work/prefix" >"$work/install.log" || { cat "$work/install.log"; exit 1; }
-# Nothing of the source tree may be needed.
-cp -r "$root/examples" "$work/examples"
-
-mkfifo "$work/stdin"
-"$hub" <"$work/stdin" >"$work/port" &
-hub_pid=$!
-exec 3>"$work/stdin"
-tries=0
-while [ ! -s "$work/port" ]; do
-    tries=$((tries + 1))
-    [ $tries -lt 200 ] || { echo "the hub did not start"; exit 1; }
-    sleep 0.05
-done
-port=$(cat "$work/port")
-
-run() {
-    (cd "$work" && LD_LIBRARY_PATH="$work/prefix/lib:$(dirname "$(find "$work/prefix" -name 'libtivra.so' | head -n 1)")" \
-        timeout 60 "$@" >"$work/out" 2>"$work/err") || { cat "$work/out" "$work/err"; echo "failed: $*"; exit 1; }
+# quietly COMMAND...: what it prints is shown when it fails.
+quietly() {
+    "$@" >"$work/log" 2>&1 || { cat "$work/log"; echo "failed: $*"; exit 1; }
 }
 
-for compiler in g++ clang++; do
-    command -v $compiler >/dev/null 2>&1 || { echo "$compiler is not here; skipped"; continue; }
-    cmake -S "$work/examples" -B "$work/build-$compiler" -G Ninja -DCMAKE_CXX_COMPILER=$compiler \
-        -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-    cmake --build "$work/build-$compiler" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-    run "$work/build-$compiler/example_snapshot" "127.0.0.1:$port" demo demo 100 IBM
-    grep -q '^IBM of source 100' "$work/out" || { cat "$work/out"; echo "no snapshot"; exit 1; }
+# by_cmake NAME CMAKE-ARGUMENT...: a consumer for each standard.
+by_cmake() {
+    name=$1
+    shift
+    quietly cmake -S "$work/consumer" -B "$work/$name" "$@"
+    quietly cmake --build "$work/$name"
+    quietly "$work/$name/consumer_17" "$host"
+    quietly "$work/$name/consumer_20" "$host"
+}
+
+# by_pkg_config PREFIX COMPILER STANDARD [--static]
+by_pkg_config() {
+    pc=$(find "$1" -name tivra.pc)
+    flags=$(PKG_CONFIG_PATH=${pc%/*} pkg-config --cflags --libs ${4:-} tivra)
+    # shellcheck disable=SC2086
+    quietly "$2" -std="$3" "$work/consumer/main.cpp" $flags -Wl,-rpath,"${pc%/pkgconfig/*}" -o "$work/by-pkg-config"
+    quietly "$work/by-pkg-config" "$host"
+}
+
+# Nothing of the source tree or the build tree may be needed. Our presets have a libdir of two parts.
+cp -r "$root/tests/tree/consumer" "$work/consumer"
+deep=$work/opt/of/some/depth
+usr=$work/stage/usr
+quietly cmake --install "$build" --prefix "$deep"
+quietly env DESTDIR="$work/stage" cmake --install "$build" --prefix /usr
+cd "$work"
+
+"$usr/bin/tivra-hub" --port 0 >"$work/listening" 2>&1 &
+hub=$!
+host=
+while [ -z "$host" ]; do
+    kill -0 "$hub" || { cat "$work/listening"; exit 1; }
+    host=$(sed -n 's/^listening on //p' "$work/listening")
+    sleep 0.05
+done
+for prefix in "$deep" "$usr"; do
+    quietly "$prefix/bin/tivra-hub" --version
+    quietly "$prefix/bin/tivra-wire" --version
+    quietly env TIVRA_PASSWORD=demo "$prefix/bin/tivra-cat" -H "$host" -u demo --log-file "$work/cat.log" snapshot 100:IBM
 done
 
-# A test that brings its hub along.
-cp -r "$root/tests/tree/consumer-sim" "$work/consumer-sim"
-cmake -S "$work/consumer-sim" -B "$work/build-sim" -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_PREFIX_PATH="$work/prefix" \
-    >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-cmake --build "$work/build-sim" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-run "$work/build-sim/consumer_sim"
+cp -r "$root/examples" "$work/examples"
+quietly cmake -S "$work/examples" -B "$work/build-examples" -DCMAKE_PREFIX_PATH="$deep"
+quietly cmake --build "$work/build-examples"
+quietly "$work/build-examples/example_snapshot" "$host" demo demo 100 IBM
+grep -q '^IBM of source 100' "$work/log" || { cat "$work/log"; echo "no snapshot"; exit 1; }
 
-pc=$(dirname "$(find "$work/prefix" -name tivra.pc)")
-flags=$(PKG_CONFIG_PATH="$pc" pkg-config --cflags --libs tivra)
-# shellcheck disable=SC2086
-g++ -std=c++17 "$work/examples/snapshot.cpp" $flags -o "$work/by-pkg-config"
-run "$work/by-pkg-config" "127.0.0.1:$port" demo demo 100 IBM
+# What embeds the library brings its own copy of it; the last of these is the source of the other two builds.
+mkdir "$work/repository"
+(cd "$root" && cp -r CMakeLists.txt cmake include shared src "$work/repository")
+(cd "$work/repository" && git init -q -b main && git add . &&
+    git -c user.name=consumer -c user.email=consumer@localhost commit -q -m all)
+fetched=$work/fetched/tivra-src
+by_cmake build-fetched -DTIVRA_REPOSITORY="$work/repository" -DFETCHCONTENT_BASE_DIR="$work/fetched"
+by_cmake build-embedded -DTIVRA_SOURCE="$fetched" -DBUILD_SHARED_LIBS=OFF
+static=$work/static
+quietly cmake -S "$fetched" -B "$work/build-static" -DBUILD_SHARED_LIBS=OFF -DTIVRA_BUILD_SIM=OFF -DTIVRA_BUILD_TOOLS=OFF \
+    -DTIVRA_BUILD_EXAMPLES=OFF -DTIVRA_BUILD_TESTS=OFF -DCMAKE_INSTALL_LIBDIR="$static/lib" -DCMAKE_INSTALL_PREFIX="$static"
+quietly cmake --build "$work/build-static"
+quietly cmake --install "$work/build-static"
+
+for compiler in g++ clang++; do
+    for prefix in "$deep" "$usr" "$static"; do
+        by_cmake "build-$compiler-${prefix##*/}" -DCMAKE_CXX_COMPILER=$compiler -DCMAKE_PREFIX_PATH="$prefix"
+    done
+    for standard in c++17 c++20; do
+        by_pkg_config "$deep" $compiler $standard
+        by_pkg_config "$static" $compiler $standard --static
+    done
+    by_pkg_config "$usr" $compiler c++17
+done

@@ -2,7 +2,7 @@
 # Only the public classes leave the library.
 set -eu
 symbols=$(nm -D --defined-only -C "$1" | sed 's/^[0-9a-f]* [A-Za-z] //')
-others=$(echo "$symbols" | grep -vE '^((non-virtual thunk to|typeinfo (name )?for|vtable for|VTT for) )?tivra::[A-Z]' |
+others=$(echo "$symbols" | grep -vE '^((non-virtual thunk to|typeinfo (name )?for|vtable for|VTT for) )?tivra::([A-Z]|version\(\)$)' |
     grep -vE '^(_init|_fini|_edata|_end|__bss_start|__asan|__ubsan|__tsan|__lsan|__sanitizer|std::)' || true)
 if [ -n "$others" ]; then
     echo "symbols that no user should see:"
@@ -10,8 +10,8 @@ if [ -n "$others" ]; then
     exit 1
 fi
 for class in APIFactory Session SessionConfig ConnectionConfig HostConfig UserInfo Request SessionEvent UserEvent \
-    StatisticsEvent StatisticsText MessageEvent MessageReader; do
-    if ! echo "$symbols" | grep -q "^tivra::$class::"; then
+    StatisticsEvent StatisticsText MessageEvent MessageReader version; do
+    if ! echo "$symbols" | grep -qE "^tivra::$class(::|\(\))"; then
         echo "tivra::$class is not exported"
         exit 1
     fi

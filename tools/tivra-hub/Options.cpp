@@ -2,6 +2,7 @@
 
 #include "Replay.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -77,7 +78,8 @@ void declare(CLI::App& app, Options& options) {
                        ->check(CLI::NonNegativeNumber);
     app.add_flag("--full-speed", options.isFullSpeed, "play as fast as the clients read")->excludes(factor);
     app.add_option("--start-when", options.startWhen,
-                   "start the playback when that many symbols are subscribed");
+                   "start the playback when that many symbols are subscribed; at the first one unless given")
+        ->check(CLI::PositiveNumber);
     app.add_option("--max-events", options.maxEvents, "read no more events than this, 0 for all");
     app.add_option("--repeat", options.repeat, "how often the file is played")->check(CLI::PositiveNumber);
     auto* user = app.add_option("-u,--user", options.user,
@@ -99,9 +101,15 @@ void declare(CLI::App& app, Options& options) {
                  "print requests; twice prints counts each second as well");
     app.add_flag("--once", options.endsAfterPlayback,
                  "end when the playback has been sent and every client has gone");
+    app.set_version_flag("--version", std::string("tivra-hub ") + TIVRA_HUB_VERSION);
     app.add_flag("--print-config", options.printsConfig,
                  "print the effective configuration without passwords and end");
     app.footer(FOOTER);
+}
+
+void startBySubscriptions(HubConfig& config) {
+    std::size_t& wanted = config.playback.startWhenSubscriptions;
+    wanted = config.playback.isWanted() ? std::max<std::size_t>(wanted, 1) : wanted;
 }
 
 HubConfig makeConfig(const Options& options) {
@@ -124,6 +132,7 @@ HubConfig makeConfig(const Options& options) {
     if (options.isFullSpeed)
         config.playback.factor = 0.0;
     apply(config.playback.startWhenSubscriptions, options.startWhen);
+    startBySubscriptions(config);
     apply(config.playback.maxEvents, options.maxEvents);
     apply(config.playback.repeat, options.repeat);
     if (!options.user.empty())

@@ -19,6 +19,9 @@ enum ExitCode { ENDED = 0, BAD_CONFIGURATION = 2, NO_PORT = 3, NO_PLAYBACK = 4, 
 /// Tenths of a second that --once waits for a client to come back while there is something left to play.
 constexpr int PATIENCE = 50;
 
+constexpr const char* TO_COME = "the playback starts when ";
+constexpr const char* IN_VAIN = "nothing was played: the playback starts when ";
+
 /// A request's text with the password left out.
 std::string printable(const Request& request) {
     std::string text;
@@ -58,6 +61,18 @@ HubStatistics totalOf(const std::vector<Hub*>& hubs) {
         total.playbackSent += now.playbackSent;
     }
     return total;
+}
+
+/// Says what a playback waits for, or what it has waited for in vain.
+void printWaiting(const std::vector<Hub*>& hubs, const std::string& beginning) {
+    for (const Hub* hub : hubs) {
+        const Playback& playback = hub->config().playback;
+        const HubStatistics now = hub->statistics();
+        if (playback.isWanted() && now.playbackEvents == 0 && !now.playbackFinished)
+            std::cout << beginning << playback.startWhenSubscriptions
+                      << (playback.startWhenSubscriptions == 1 ? " symbol is" : " symbols are")
+                      << " subscribed at " << hub->hostString() << std::endl;
+    }
 }
 
 /// True when every hub that has something to play has played it.
@@ -112,7 +127,9 @@ int runHub(const Options& options, const sigset_t& signals) {
         printRequests(hub, "");
     hub.start();
     std::cout << "listening on " << hub.hostString() << std::endl;
+    printWaiting({&hub}, TO_COME);
     const int result = serve({&hub}, options, signals);
+    printWaiting({&hub}, IN_VAIN);
     hub.stop();
     if (const std::uint64_t leftOut = hub.statistics().playbackLeftOut; leftOut > 0)
         std::cerr << "tivra-hub: " << leftOut
@@ -123,7 +140,9 @@ int runHub(const Options& options, const sigset_t& signals) {
 }
 
 int runGroup(const Options& options, const sigset_t& signals) {
-    const GroupConfig config = GroupConfig::fromJsonFile(options.groupFile);
+    GroupConfig config = GroupConfig::fromJsonFile(options.groupFile);
+    for (GroupMember& member : config.members)
+        startBySubscriptions(member.hub);
     if (options.printsConfig) {
         std::cout << config.toJson(HubConfig::Passwords::Hide) << std::endl;
         return ENDED;
@@ -144,7 +163,9 @@ int runGroup(const Options& options, const sigset_t& signals) {
         std::cout << "manager on " << group.managedHostString(0, index)
                   << ", TIVRA_SIM_MANAGER_PORT=" << group.manager(index).port() << std::endl;
     }
+    printWaiting(hubs, TO_COME);
     const int result = serve(hubs, options, signals);
+    printWaiting(hubs, IN_VAIN);
     group.stop();
     printSummary(totalOf(hubs));
     return result;
