@@ -77,7 +77,8 @@ struct Reading final : tivra::MessageEventHandler {
     void onMessageEvent(const tivra::MessageEvent& event) override {
         sum += describe(event).size() + event.getStatusString().size();
         sum += static_cast<unsigned>(event.isConflatable()) + static_cast<unsigned>(event.getPermission());
-        sum += static_cast<unsigned>(event.getPartCode()) + static_cast<unsigned>(event.getDisplayPrecision());
+        sum += static_cast<unsigned>(event.getPartCode());
+        sum += static_cast<unsigned>(event.getDisplayPrecision());
         for (std::size_t i = 0; i <= event.getNumberofAlternateIndexes(); ++i)
             sum += event.getAlternateIndexTokenName(i).size();
         tivra::MessageReader& reader = event.getReader();

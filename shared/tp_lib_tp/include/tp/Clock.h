@@ -22,8 +22,8 @@ public:
         return s_replaced.load(std::memory_order_relaxed) ? replacedMonotonic() : systemMonotonic();
     }
 
-    /// A count that moves about once a millisecond while some thread calls beat(): shows that time has passed to
-    /// those for whom a reading of the clock is too dear.
+    /// A count that moves about once a millisecond while some thread calls beat(): shows that time has passed
+    /// to those for whom a reading of the clock is too dear.
     [[nodiscard]] static uint32_t beats() noexcept { return s_beats.load(std::memory_order_relaxed); }
     /// Moves that count. For a thread that wakes that often anyway.
     static void beat() noexcept { s_beats.fetch_add(1, std::memory_order_relaxed); }
