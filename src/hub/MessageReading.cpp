@@ -34,7 +34,11 @@ std::string describe(const KVNAPI::Message& msg) {
         text += std::to_string(msg.pair(i)->token->kvnid) + '=' + pairText(*msg.pair(i)) + '|';
     if (!text.empty())
         text.pop_back();
-    return loggable(std::move(text));
+    text.resize(std::min(text.size(), kMaxLoggedText));
+    // The logger deals with every other byte.
+    for (size_t at = 0; (at = text.find('\0', at)) != std::string::npos;)
+        text.replace(at, 1, "\\x00");
+    return text;
 }
 
 MessageField::MessageField(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg, const char* name)

@@ -2,11 +2,13 @@
 
 #include "kvnparse/NumericText.h"
 
+#include <tp/maskPasswords.h>
 #include <tp/te_error.h>
 
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <span>
 
 namespace KVNAPI {
@@ -45,6 +47,8 @@ void parserAbortFunc(bufref frame, const char* position, const char* format, ...
     const std::size_t used = std::min(static_cast<std::size_t>(std::max(written, 0)), text.size() - 1);
     if (text.size() - used >= DUMP_MIN)
         hexifyStr(bufref(text.data() + used, text.size() - used), frame);
+    // A hub may send the login back.
+    text[tp::maskPasswords(text.data(), std::strlen(text.data()))] = '\0';
 }
 
 } // namespace KVNAPI

@@ -20,6 +20,7 @@ constexpr unsigned kRequestsPerTick = 500;
 double HUB_One_Second_Events::timerEvent(double now) {
     HUB_Event_Reactor.checkExit();
     session.check_hub_clients(now, HUB_Event_Reactor);
+    tp::eprintf_report_repeats();
     return now + kOneSecond;
 }
 

@@ -8,12 +8,13 @@
 #include <gtest/gtest.h>
 #include <tp/eprintf.h>
 
-/// Collects what the library logs, from construction on, as lines of "LEVEL: text".
+/// Collects all that the library logs, unpaced, from construction on, as lines of "LEVEL: text".
 class LogCapture {
 public:
     LogCapture() {
         static_cast<void>(tp::eprintf_init(EPF_STDERR, EPF_DBUG, "%s", "test"));
         tp::eprintf_ctrl(EPF_DISABLE, EPF_TIMESTAMP | EPF_FILEINFO | EPF_SUPPRESS);
+        tp::eprintf_set_pacing(false);
         testing::internal::CaptureStderr();
     }
     ~LogCapture() {

@@ -165,12 +165,62 @@ TEST_F(Eprintf, ARepeatedCallSiteIsHeldToOneLineASecond) {
     EXPECT_EQ(linesOf(EPF_WARN, 3 * 33, 33), 99U - 32U); // rotation: what is still known is held once
 }
 
+TEST_F(Eprintf, AFloodIsCountedAfterTenLinesAndTheCountIsReported) {
+    const tp::ManualClock clock;
+    only(EPF_LEVELS);
+    const auto flood = [](int lines, tp::loglvl_t level = EPF_WARN) {
+        for (int i = 0; i < lines; ++i)
+            tp::real_eprintf(level, "site", 1, "f", "line %d\n", i);
+    };
+    EXPECT_EQ(countOf(stderrOf([&] { flood(25); }), "WARN: line "), 10U);
+    EXPECT_EQ(stderrOf([&] { flood(1, EPF_CRIT); }), "CRIT: line 0\n") << "a level has its own ten";
+    EXPECT_EQ(stderrOf(tp::eprintf_report_repeats), "") << "not yet";
+    tp::Clock::advance(10.0);
+    EXPECT_EQ(stderrOf(tp::eprintf_report_repeats), "WARN: line 9 (repeated 15 times)\n");
+    EXPECT_EQ(stderrOf([&] { flood(11); }), "") << "the flood goes on";
+    tp::Clock::advance(10.0);
+    EXPECT_EQ(stderrOf([] { eprintf(EPF_INFO, "another"); }),
+              "WARN: line 9 (repeated 11 times)\nINFO: another\n");
+    EXPECT_EQ(stderrOf([&] { flood(1); }), "");
+    tp::Clock::advance(10.0);
+    EXPECT_EQ(stderrOf([&] { flood(1); }), "WARN: line 9 (repeated 1 times)\nWARN: line 0\n") << "calm";
+    EXPECT_EQ(countOf(stderrOf([&] { flood(30); }), "line"), 9U);
+    EXPECT_EQ(stderrOf(tp::eprintf_cleanup), "WARN: line 8 (repeated 21 times)\n");
+}
+
+TEST_F(Eprintf, NoTextLeavesItsLineAndPasswordsAreMasked) {
+    const struct {
+        const char* text;
+        const char* logged;
+    } cases[] = {
+        {"a\nINFO: b\r\n\x1b[31m\xc3\xa9\x7f\t.\n",
+         "a\\x0aINFO: b\\x0d\\x0a\\x1b[31m\\xc3\\xa9\\x7f\\x09."},
+        {"5026=1|5029=pa55 word|5128=x|5029=p", "5026=1|5029=*|5128=x|5029=*"},
+        {"05029 = \xc3\xa9\x03next", "05029 =*\\x03next"},
+        {"45028=5029|45029=pa55|5=IBM", "45028=5029|45029=*|5=IBM"},
+        {"15029=a 50290=b 127.0.0.1:5029 5029=|c", "15029=a 50290=b 127.0.0.1:5029 5029=|c"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(stderrOf([&] { eprintf(EPF_ALWAYS_WARN, "%s", c.text); }), std::string(c.logged) + "\n");
+}
+
+TEST_F(Eprintf, TheFileNeverBecomesAStandardStream) {
+    runInChild([this] {
+        ::close(STDOUT_FILENO);
+        ::close(STDERR_FILENO);
+        logToFile();
+        eprintf(EPF_WARN, "logged");
+        ::_exit(::write(STDOUT_FILENO, "out", 3) < 0 && ::write(STDERR_FILENO, "err", 3) < 0 ? 0 : 1);
+    });
+    EXPECT_THAT(contentsOf(dated("log", tp::Clock::now())), testing::EndsWith("logged\n"));
+}
+
 TEST_F(Eprintf, ALineThatDoesNotFitIsGivenUpAndTheNextIsWhole) {
     only(EPF_LEVELS | EPF_COLOR);
     std::size_t dropped = 0;
     for (std::size_t length = 32720; length <= 32780; ++length) {
         const std::string text(length, 'x');
-        const std::string logged = stderrOf([&] { eprintf(EPF_WARN, "%s", text.c_str()); });
+        const std::string logged = stderrOf([&] { eprintf(EPF_ALWAYS_WARN, "%s", text.c_str()); });
         if (logged == "eprintf library error #7 in real_eprintf()\n") {
             ++dropped;
             continue;
@@ -256,7 +306,7 @@ TEST_F(Eprintf, LinesOfManyThreadsDoNotMix) {
         for (const char letter : {'a', 'b', 'c', 'd'})
             threads.emplace_back("log", [text = std::string(50, letter)] {
                 for (int i = 0; i < 200; ++i)
-                    eprintf(EPF_WARN, "%s", text.c_str());
+                    eprintf(EPF_ALWAYS_WARN, "%s", text.c_str());
             });
     }
     std::istringstream lines(contentsOf(dated("log", tp::Clock::now())));

@@ -36,8 +36,12 @@ public:
     __attribute__((format(printf, 2, 3))) void appendCut(const char* fmt, ...) noexcept {
         va_list args;
         va_start(args, fmt);
-        const int written = std::vsnprintf(m_buf + m_length, room(), fmt, args);
+        vappendCut(fmt, args);
         va_end(args);
+    }
+
+    __attribute__((format(printf, 2, 0))) void vappendCut(const char* fmt, va_list args) noexcept {
+        const int written = std::vsnprintf(m_buf + m_length, room(), fmt, args);
         if (written > 0)
             m_length +=
                 static_cast<std::size_t>(written) < room() ? static_cast<std::size_t>(written) : room() - 1;
@@ -50,6 +54,21 @@ public:
         while (m_length > 0 && (m_buf[m_length - 1] == '\n' || m_buf[m_length - 1] == '\r'))
             m_buf[--m_length] = '\0';
     }
+
+    /// Leaves the first bytes only.
+    void cutTo(std::size_t length) noexcept {
+        m_length = length;
+        m_buf[m_length] = '\0';
+    }
+    /// Makes the text longer by bytes that the caller fills in; false when they don't fit.
+    [[nodiscard]] bool growBy(std::size_t bytes) noexcept {
+        if (bytes >= room())
+            return false;
+        cutTo(m_length + bytes);
+        return true;
+    }
+    /// The text from a place on, to be rewritten.
+    [[nodiscard]] char* tail(std::size_t from) noexcept { return m_buf + from; }
 
     /// Free bytes, the terminating zero's included.
     [[nodiscard]] std::size_t room() const noexcept { return m_size - m_length; }

@@ -1,10 +1,13 @@
 #include <tp/eprintf.h>
 
 #include "BoundedText.h"
+#include "LinePacing.h"
+#include "LoggedText.h"
 
 #include <tp/Clock.h>
 #include <tp/Mutex.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdint>
@@ -68,11 +71,14 @@ constexpr std::size_t EPF_ALLOC_SIZE = 32768;
 constexpr std::size_t atexitDumpSize = 16328;
 constexpr std::size_t nameSize = kEprintfNameMax + 1;
 constexpr std::size_t repeatEntries = 32;
+// Descriptors below it belong to the standard streams, whatever the host process has done with them.
+constexpr int firstUsableDescriptor = 3;
 
 LoggerMutex eprintf_mutex;
 
-// These three are also read without the lock.
+// These are also read without the lock.
 std::atomic<unsigned char> eprintf_opts{EPF_OPTS_DEFAULTS};
+std::atomic<bool> eprintf_paced{true};
 std::atomic<int> eprintf_loglvl{EPF_INFO};
 std::atomic<int> eprintf_sink{EPF_STDERR};
 
@@ -87,6 +93,8 @@ std::size_t eprintf_buf_size TP_GUARDED_BY(eprintf_mutex) = 0;
 repeat_info eprintf_info[repeatEntries] TP_GUARDED_BY(eprintf_mutex) = {};
 std::size_t eprintf_info_count TP_GUARDED_BY(eprintf_mutex) = 0;
 bool eprintf_atexit_registered TP_GUARDED_BY(eprintf_mutex) = false;
+LinePacing eprintf_pacing TP_GUARDED_BY(eprintf_mutex);
+static_assert(std::is_trivially_destructible_v<LinePacing>);
 
 bool hasOption(logopt_t option) noexcept {
     return (eprintf_opts.load(std::memory_order_relaxed) & option) != 0;
@@ -112,11 +120,17 @@ void internal_error(const char* msg) noexcept TP_NO_THREAD_SAFETY_ANALYSIS {
 }
 
 __attribute__((format(printf, 1, 2))) void internal_errorf(const char* fmt, ...) noexcept {
-    char msg[512];
+    char msg[2048];
+    BoundedText text(msg, sizeof msg - 1); // one byte stays for the newline
     va_list args;
     va_start(args, fmt);
-    std::vsnprintf(msg, sizeof msg, fmt, args);
+    text.vappendCut(fmt, args);
     va_end(args);
+    text.removeTrailingNewlines();
+    if (!makeLoggable(text, 0))
+        return;
+    text.addRoom(1);
+    text.append("\n");
     internal_error(msg);
 }
 
@@ -199,6 +213,22 @@ void reportOpenFailure(const char* name, int error) noexcept TP_REQUIRES(eprintf
     internal_errorf("eprintf: Unable to open %s - errno = %d: %s\n", name, error, std::strerror(error));
 }
 
+// A file that can't be taken for a standard stream of the host, which may have closed its own.
+FILE* openForAppending(const char* name) noexcept {
+    int fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd >= 0 && fd < firstUsableDescriptor) {
+        const int low = fd;
+        fd = ::fcntl(low, F_DUPFD_CLOEXEC, firstUsableDescriptor);
+        const int error = errno;
+        ::close(low);
+        errno = error;
+    }
+    FILE* const file = fd < 0 ? nullptr : ::fdopen(fd, "a");
+    if (file == nullptr && fd >= 0)
+        ::close(fd);
+    return file;
+}
+
 void openFile() noexcept TP_REQUIRES(eprintf_mutex) {
     char name[sizeof eprintf_failed_filename];
     BoundedText text(name, sizeof name);
@@ -210,7 +240,7 @@ void openFile() noexcept TP_REQUIRES(eprintf_mutex) {
         text.append(".%s", date);
         eprintf_current_file_date = local.tm_yday;
     }
-    eprintf_file = std::fopen(name, "ae");
+    eprintf_file = openForAppending(name);
     if (eprintf_file == nullptr) {
         eprintf_fd = -1;
         reportOpenFailure(name, errno);
@@ -244,7 +274,13 @@ struct LineRequest {
     int line;
     const char* func;
     const int* error;
+    bool isDump = false; // the logger's own text of many lines
+    bool isKept = false; // stands for its repetitions
 };
+
+LinePacing::Site siteOf(const LineRequest& request) noexcept {
+    return {request.file, request.func, request.line, request.level};
+}
 
 bool appendTime(BoundedText& text) noexcept TP_REQUIRES(eprintf_mutex) {
     tm local{};
@@ -284,11 +320,16 @@ __attribute__((format(printf, 3, 0))) const char* buildLine(BoundedText& text, c
         return "5";
     if (hasOption(EPF_LEVELS))
         text.append("%s", look.word);
+    const std::size_t message = text.length();
     if (!text.vappend(fmt, args))
         return "7";
     text.removeTrailingNewlines();
     if (request.error != nullptr && !text.append(": (%d) %s", *request.error, std::strerror(*request.error)))
         return "8";
+    if (!request.isDump && !makeLoggable(text, message))
+        return "7";
+    if (request.isKept)
+        eprintf_pacing.keepText(siteOf(request), text.tail(message), text.length() - message);
     if (hasOption(EPF_COLOR) && text.room() > 5)
         text.append("\x1b[00m");
     return nullptr;
@@ -319,13 +360,8 @@ bool passesLevel(int level) noexcept {
     return needed == EPF_CRIT || eprintf_loglvl.load(std::memory_order_relaxed) >= needed;
 }
 
-__attribute__((format(printf, 2, 0))) void logLine(LineRequest request, const char* fmt,
-                                                   va_list args) noexcept {
-    const LoggerLock lock;
-    if (request.level >= EPF_ALWAYS_CRIT)
-        request.level -= EPF_ALWAYS_CRIT;
-    else if (hasOption(EPF_SUPPRESS) && isRepeat(request.file, request.line))
-        return;
+__attribute__((format(printf, 2, 0))) void writeLine(const LineRequest& request, const char* fmt,
+                                                     va_list args) noexcept TP_REQUIRES(eprintf_mutex) {
     if (!allocateBuffer()) {
         internal_errorf("eprintf library error #1 in %s()\n", request.caller);
         return;
@@ -339,6 +375,63 @@ __attribute__((format(printf, 2, 0))) void logLine(LineRequest request, const ch
     if (hasSink(EPF_STDOUT | EPF_STDERR | EPF_FILE))
         text.append("\n");
     writeToSinks(text, levelLooks[request.level].priority);
+}
+
+__attribute__((format(printf, 2, 3))) void writeLinef(const LineRequest& request, const char* fmt,
+                                                      ...) noexcept TP_REQUIRES(eprintf_mutex) {
+    va_list args;
+    va_start(args, fmt);
+    writeLine(request, fmt, args);
+    va_end(args);
+}
+
+// Writes how often lines have been held back, where that is due or, with `all`, at once.
+void reportRepeats(double now, bool all) noexcept TP_REQUIRES(eprintf_mutex) {
+    if (!all && !eprintf_pacing.isDue(now))
+        return;
+    for (LinePacing::Repeats repeats{}; eprintf_pacing.takeDue(now, all, repeats);) {
+        const auto& [site, count, shown] = repeats;
+        if (!hasOption(EPF_MUTE))
+            writeLinef({__func__, site.level, site.file, site.line, site.func, nullptr},
+                       "%s (repeated %llu times)", shown, static_cast<unsigned long long>(count));
+    }
+}
+
+// Whether the line may be written; if not it has been counted. The debug level traces each message on
+// purpose, so whoever turns it on gets every line.
+bool passesPace(LineRequest& request) noexcept TP_REQUIRES(eprintf_mutex) {
+    const double now = Clock::monotonic();
+    reportRepeats(now, false);
+    if (request.level >= EPF_DBUG || !eprintf_paced.load(std::memory_order_relaxed))
+        return true;
+    const LinePacing::Verdict verdict = eprintf_pacing.judge(siteOf(request), now);
+    request.isKept = verdict == LinePacing::Verdict::WriteAndKeep;
+    return verdict != LinePacing::Verdict::Hold;
+}
+
+__attribute__((format(printf, 2, 0))) void logLine(LineRequest request, const char* fmt,
+                                                   va_list args) noexcept {
+    const LoggerLock lock;
+    if (request.level >= EPF_ALWAYS_CRIT) {
+        request.level -= EPF_ALWAYS_CRIT;
+    } else {
+        if (hasOption(EPF_SUPPRESS) && isRepeat(request.file, request.line))
+            return;
+        if (!passesPace(request))
+            return;
+    }
+    writeLine(request, fmt, args);
+}
+
+__attribute__((format(printf, 2, 3))) void logDump(LineRequest request, const char* fmt, ...) noexcept {
+    if (!passesLevel(request.level))
+        return;
+    request.isDump = true;
+    va_list args;
+    va_start(args, fmt);
+    const LoggerLock lock;
+    writeLine(request, fmt, args);
+    va_end(args);
 }
 
 template<class Type>
@@ -378,6 +471,10 @@ void dumpState(BoundedText& text) noexcept TP_REQUIRES(eprintf_mutex) {
     text.appendCut("%p: static bool eprintf_atexit_registered sizeof=%zu %d\n",
                    address(&eprintf_atexit_registered), sizeof eprintf_atexit_registered,
                    eprintf_atexit_registered ? 1 : 0);
+    text.appendCut("%p: static bool eprintf_paced sizeof=%zu %d\n", address(&eprintf_paced),
+                   sizeof eprintf_paced, eprintf_paced.load() ? 1 : 0);
+    text.appendCut("%p: static LinePacing eprintf_pacing sizeof=%zu sites=%zu\n", address(&eprintf_pacing),
+                   sizeof eprintf_pacing, eprintf_pacing.sites());
 }
 
 void dumpMutex(BoundedText& text) noexcept {
@@ -441,6 +538,7 @@ bool eprintf_set_filename(const char* filename) {
 bool eprintf_init(logsink_t sink, loglvl_t lvl, const char* format, ...) {
     const ErrnoKept errnoKept;
     eprintf_ctrl(EPF_DEFAULT, EPF_NOOPTIONS);
+    eprintf_set_pacing(true);
     const LoggerLock lock;
     eprintf_sink = sink;
     if ((sink & EPF_SYSLOG) != 0) // which adds its own
@@ -452,8 +550,14 @@ bool eprintf_init(logsink_t sink, loglvl_t lvl, const char* format, ...) {
     }
     va_list args;
     va_start(args, format);
-    std::vsnprintf(eprintf_prefix, sizeof eprintf_prefix, format, args);
+    char shown[4 * nameSize]; // each byte may become four
+    BoundedText prefix(shown, nameSize);
+    prefix.vappendCut(format, args);
     va_end(args);
+    prefix.addRoom(sizeof shown - nameSize);
+    static_cast<void>(makeLoggable(prefix, 0));
+    prefix.cutTo(std::min(prefix.length(), kEprintfNameMax));
+    std::memcpy(eprintf_prefix, shown, prefix.length() + 1);
     if ((sink & EPF_SYSLOG) != 0)
         openlog(eprintf_prefix, LOG_PID, LOG_LOCAL0);
     closeFile();
@@ -477,6 +581,18 @@ void eprintf_ctrl(logoptact_t act, logopt_t opt) {
         eprintf_opts = EPF_OPTS_DEFAULTS;
         break;
     }
+}
+
+void eprintf_set_pacing(bool isOn) {
+    const LoggerLock lock;
+    reportRepeats(Clock::monotonic(), true);
+    eprintf_paced = isOn;
+}
+
+void eprintf_report_repeats() {
+    const ErrnoKept errnoKept;
+    const LoggerLock lock;
+    reportRepeats(Clock::monotonic(), false);
 }
 
 void real_eprintf(loglvl_t lvl, const char* file, int line, const char* func, const char* fmt, ...) {
@@ -518,10 +634,12 @@ void eprintf_cleanup() {
         const std::unique_ptr<char[]> dump(new (std::nothrow) char[atexitDumpSize]);
         if (dump != nullptr) {
             eprintf_dump(dump.get(), atexitDumpSize);
-            eprintf(EPF_INFO, "%s() eprintf_dump(...)\n%s", __func__, dump.get());
+            logDump({__func__, EPF_INFO, __FILE__, __LINE__, __func__, nullptr},
+                    "%s() eprintf_dump(...)\n%s", __func__, dump.get());
         }
     }
     const LoggerLock lock;
+    reportRepeats(Clock::monotonic(), true);
     std::free(eprintf_buf);
     eprintf_buf = nullptr;
     eprintf_buf_size = 0;

@@ -14,7 +14,7 @@ enum logsink_t {
     EPF_FILE = 8,
 };
 
-/// How much a line matters. The ALWAYS forms are the same levels without repeat suppression.
+/// How much a line matters. The ALWAYS forms are the same levels without repeat suppression and pacing.
 enum loglvl_t {
     EPF_CRIT = 0,
     EPF_WARN = 1,
@@ -73,7 +73,17 @@ bool eprintf_init(logsink_t sink, loglvl_t lvl, const char* format, ...)
 /// Sets (EPF_ENABLE) or clears (EPF_DISABLE) option bits, or restores the default options (EPF_DEFAULT).
 void eprintf_ctrl(logoptact_t act, logopt_t opt);
 
-/// Writes one line. Call it as eprintf(lvl, format, ...). errno is kept.
+/// Pacing, which eprintf_init() turns on, keeps a call site from flooding the log: of its critical, warning
+/// and information lines the first ten in ten seconds are written as they are, the others counted, and the
+/// count reported each ten seconds as one line of the same level that ends in "(repeated N times)".
+void eprintf_set_pacing(bool isOn);
+
+/// Reports the counts that are due. Each line that is logged does so too; call it now and then, so that the
+/// count of a site doesn't wait for the next line. Any thread.
+void eprintf_report_repeats();
+
+/// Writes one line. Call it as eprintf(lvl, format, ...). errno is kept. In every line a password
+/// ("5029=...") is masked, and a byte that isn't a printable ASCII character stands as \xNN.
 void real_eprintf(loglvl_t lvl, const char* file, int line, const char* func, const char* fmt, ...)
     __attribute__((format(printf, 5, 6)));
 
@@ -86,7 +96,7 @@ void real_eperror(loglvl_t lvl, const char* file, int line, const char* func, in
 /// @return the length of the text
 std::size_t eprintf_dump(char* buf, std::size_t len);
 
-/// Closes the file and frees the buffer. The logger stays usable for its other sinks.
+/// Reports the counts, closes the file and frees the buffer. The logger stays usable for its other sinks.
 void eprintf_cleanup();
 
 } // namespace tp
