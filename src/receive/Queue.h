@@ -11,7 +11,6 @@
 
 #include "LockOrder.h"
 #include "kvnparse/bufref.h"
-#include "receive/LogPace.h"
 #include "receive/QueueStatistics.h"
 
 namespace KVNAPI {
@@ -245,8 +244,6 @@ private:
     double m_lastReadMonotonic = kLongAgo; ///< by the clock that doesn't step
     bool m_sawEndOfStream = false;
     bool m_inputLeft = false;
-    LogPace m_queueFullPace;
-    LogPace m_noMessagePace;
 
     // Shared by producer and consumer: an atomic each, whose store, and whose load by the other side, are
     // also under its mutex.

@@ -113,9 +113,7 @@ unsigned QueueReadHandler::process_kvn_buffer(char* buf, unsigned long len, uint
         if (result > 0)
             return failures;
         if (result < 0) {
-            // A hub may send nothing but garbage: the log shows that it does, not each of them.
-            if (m_parseErrorPace.mayLog())
-                eprintf(EPF_WARN, "QueueReadHandler::process_kvn_buffer pull error: %s", tp::te_geterror());
+            eprintf(EPF_WARN, "QueueReadHandler::process_kvn_buffer pull error: %s", tp::te_geterror());
             ++failures;
         } else if (process_message(msg)) {
             ++*netMsgs;

@@ -14,7 +14,6 @@
 #include "kvnparse/Parser.h"
 #include "receive/AltIndexTable.h"
 #include "receive/FrameHandler.h"
-#include "receive/LogPace.h"
 #include "receive/UserEventBase.h"
 
 namespace tivra_internal {
@@ -71,9 +70,9 @@ public:
     void setParser(std::unique_ptr<KVNAPI::Parser> parser) noexcept { kvnParser = std::move(parser); }
     [[nodiscard]] KVNAPI::Parser* getParser() const noexcept { return kvnParser.get(); }
 
-    /// The reactor that serves this handler, null before its registration. @thread any
     /// The hub conflates no more as far as the session is concerned. @thread any
     void endJitConflation();
+    /// The reactor that serves this handler, null before its registration. @thread any
     void setUserEventReactor(UserEventReactor* reactor) noexcept { m_userEventReactor.store(reactor); }
     [[nodiscard]] UserEventReactor* getUserEventReactor() const noexcept { return m_userEventReactor.load(); }
 
@@ -143,7 +142,6 @@ private:
     std::atomic<int32_t> m_lastJitStatus{0};
     std::atomic<double> m_HBTime{0.0};
     std::atomic<uint64_t> m_idleCnt{0};
-    LogPace m_parseErrorPace;
 
     // Alternate indexes.
     AltIndexTable m_altIndexes;

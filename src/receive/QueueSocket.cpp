@@ -123,8 +123,7 @@ Queue::Room Queue::findRoom(ReadMode mode) {
     Room room = roomAt(read);
     if (room.available < MIN_AVAIL_LEN && read == m_WriteQueue.load(std::memory_order_relaxed)) {
         // The consumer has taken everything: what fills the ring is a frame that can never complete.
-        if (m_noMessagePace.mayLog())
-            eprintf(EPF_WARN, "Queue is full but no valid message in queue; discarding queue contents\n");
+        eprintf(EPF_WARN, "Queue is full but no valid message in queue; discarding queue contents\n");
         m_stats.in.cum_dropped_bytes.add(m_size);
         room.length = room.available = static_cast<size_t>(m_BufferEnd - m_WriteStream);
         if (room.length < MIN_AVAIL_LEN) {
@@ -141,10 +140,8 @@ Queue::Room Queue::findRoom(ReadMode mode) {
 // The consumer is behind. A plain stream goes on with what comes later; a compressed one is worth nothing
 // after a gap.
 bool Queue::readWithoutRoom(int fd) {
-    if (m_queueFullPace.mayLog())
-        eprintf(EPF_WARN,
-                "%s: Queue::readFromSocketThenWriteToQueue: queue is full; this read will be dropped",
-                getSocketDesc().c_str());
+    eprintf(EPF_WARN, "%s: Queue::readFromSocketThenWriteToQueue: queue is full; this read will be dropped",
+            getSocketDesc().c_str());
     if (m_compression) {
         eprintf(EPF_WARN, "%s: === Queue is full - Connection will be Reset ===; fd=%d",
                 getSocketDesc().c_str(), fd);

@@ -304,25 +304,6 @@ TEST_F(ReadHandlerTest, WhatGoesWrongIsLoggedAboveDebugAndNothingElseIs) {
     }
 }
 
-TEST_F(ReadHandlerTest, GarbageIsLoggedOnceASecond) {
-    const tp::ManualClock clock;
-    handler();
-    LogCapture log;
-    const auto warnings = [&] {
-        log.forget();
-        for (int i = 0; i < 100; ++i)
-            receive("garbage");
-        size_t count = 0; // the text has lines of its own
-        for (const std::string& line : log.lines())
-            count += line.rfind("WARN: QueueReadHandler::process_kvn_buffer pull error: ", 0) == 0 ? 1U : 0U;
-        return count;
-    };
-    EXPECT_EQ(warnings(), 1U);
-    EXPECT_EQ(warnings(), 0U);
-    tp::Clock::advance(1.0);
-    EXPECT_EQ(warnings(), 1U);
-}
-
 /// An application that reads every field as a number, which needs no memory.
 struct SummingHandler : tivra::MessageEventHandler {
     void onMessageEvent(const tivra::MessageEvent& event) override {
