@@ -190,7 +190,7 @@ TEST_F(SeveralHubsTest, AGrantedSourceIsLookedForAndAWithdrawnOneIsItsHubsBusine
         {555, host + std::to_string(second.port()) + "|5001=0", ""},
         {556, "5001=-46", "GetPort failed with rc=-46; dynamic add entitlement for src 556 has failed"},
         {557, host + "70000|5001=0",
-         "GetPort failed with rc=0; dynamic add entitlement for src 557 has failed"},
+         "GetPort failed with port=70000; dynamic add entitlement for src 557 has failed"},
         {558, host + "9|5001=0", "No HubClient, so new entitlement for src 558 cannot be added"},
         {559, "13101=" + std::to_string(second.port()) + "|5001=0",
          "hostConfig(:" + std::to_string(second.port()) + ") not found!"},
