@@ -2,8 +2,6 @@
 
 #include <string_view>
 
-#include <tp/eprintf.h>
-
 namespace tivra_internal {
 
 void MetaToken::setTokenName(const char* text, long length) {
@@ -11,16 +9,14 @@ void MetaToken::setTokenName(const char* text, long length) {
     name = tokenName.c_str();
 }
 
-void MetaToken::setKVNType(const char* word, long length) {
+bool MetaToken::setKVNType(const char* word, long length) {
     const std::string_view text(word, length < 0 ? 0 : static_cast<size_t>(length));
     const TypeWord* const row = findTypeWord(text);
-    if (row == nullptr) {
-        eprintf(EPF_WARN, "MetaToken::setKVNType - invalid type: %s\n",
-                std::string(text.substr(0, 4096)).c_str());
-        return;
-    }
+    if (row == nullptr)
+        return false;
     m_kvnType = row->type;
     storage = row->storage & 3U;
+    return true;
 }
 
 } // namespace tivra_internal

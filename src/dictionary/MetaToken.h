@@ -23,8 +23,9 @@ public:
     void setTokenName(const char* text, long length);
     [[nodiscard]] const std::string& getTokenName() const noexcept { return tokenName; }
 
-    /// Takes a type word of the dictionary. Any other word is logged and changes nothing.
-    void setKVNType(const char* word, long length);
+    /// Takes a type word of the dictionary. Any other word changes nothing.
+    /// @return false for such a word
+    bool setKVNType(const char* word, long length);
     [[nodiscard]] KVNType getKVNType() const noexcept { return m_kvnType; }
 
     void setTokenLength(size_t length) noexcept { m_maxLen = length; }

@@ -22,7 +22,7 @@ void MetaTokenMap::loadBootStrapDic() {
         auto token = std::make_unique<MetaToken>();
         token->setKVNToken(row.number);
         token->setTokenName(row.name.data(), static_cast<long>(row.name.size()));
-        token->setKVNType(row.typeWord.data(), static_cast<long>(row.typeWord.size()));
+        static_cast<void>(token->setKVNType(row.typeWord.data(), static_cast<long>(row.typeWord.size())));
         token->setTokenLength(row.length);
         static_cast<void>(addMetaToken(token));
     }

@@ -77,14 +77,12 @@ void SessionImpl::cleanUpManagers() {
 
 /// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.
 void SessionImpl::requeueRequests() {
-    const bool listed = watchlistInUse();
-    const auto level = listed ? EPF_DBUG : EPF_INFO;
     tp::MutexLock lock(m_request_mutex);
-    eprintf(level, "shutdown: About to discard %zu requests from request Queue", requestQueue.size());
-    for (const auto& request : requestQueue) {
-        eprintf(level, "shutdown: Discarding request with tag=%lld",
+    eprintf(watchlistInUse() ? EPF_DBUG : EPF_INFO,
+            "shutdown: About to discard %zu requests from request Queue", requestQueue.size());
+    for (const auto& request : requestQueue)
+        eprintf(EPF_DBUG, "shutdown: Discarding request with tag=%lld",
                 static_cast<long long>(request->getTag()));
-    }
     requestQueue.clear();
     // What the application has unsubscribed must not come back, though hubs have not been told of it, or have
     // yet to finish what they had been asked for.

@@ -1,11 +1,12 @@
 #include "dictionary/DictionaryCache.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <string>
 #include <thread>
 
 #include "dictionary/MetaTokenMap.h"
+#include "support/LogCapture.h"
 
 namespace tivra_internal {
 namespace {
@@ -79,6 +80,7 @@ TEST(DictionaryCache, OddRowsBecomeTokensThatReadersCanTrustOrAreDropped) {
     add(104, row(nullptr));                   // taken by now
     add(-7, row("NEGATIVE", "INTEGER"));
 
+    LogCapture log;
     MetaTokenMap map;
     const size_t before = map.tokenCount();
     EXPECT_EQ(cache.loadDic("1.0", TokenRows{}, map, "hub"), 7);
@@ -90,9 +92,14 @@ TEST(DictionaryCache, OddRowsBecomeTokensThatReadersCanTrustOrAreDropped) {
     EXPECT_EQ(map.lookupTokenViaNum(102), nullptr);
     EXPECT_EQ(map.lookupTokenViaNum(104), nullptr);
     EXPECT_STREQ(map.tokenName(-7), "NEGATIVE");
+    EXPECT_THAT(log.linesAboveDebug(),
+                testing::Contains(
+                    "WARN: MetaToken::setKVNType - invalid type: BLOB (100), (101); 2 rows in all"));
+    log.forget();
     // Loading again, as a reconnect does, changes nothing.
     EXPECT_EQ(cache.loadDic("1.0", TokenRows{}, map, "hub"), 7);
     EXPECT_EQ(map.tokenCount(), before + 4);
+    EXPECT_THAT(log.linesAboveDebug(), testing::SizeIs(1)) << "their faults are told once";
 }
 
 TEST(TokenRows, KeepsTextsAndCountWithinTheirLimits) {

@@ -17,7 +17,7 @@ std::unique_ptr<MetaToken> makeToken(int number, const std::string& name, const 
     auto token = std::make_unique<MetaToken>();
     token->setKVNToken(number);
     token->setTokenName(name.data(), static_cast<long>(name.size()));
-    token->setKVNType(type.data(), static_cast<long>(type.size()));
+    static_cast<void>(token->setKVNType(type.data(), static_cast<long>(type.size())));
     return token;
 }
 
