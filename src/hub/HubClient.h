@@ -20,6 +20,7 @@
 #include "dictionary/TokenRows.h"
 #include "hub/ConversationState.h"
 #include "hub/HubClientCommands.h"
+#include "hub/Outage.h"
 #include "hub/SocketHandle.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
@@ -94,6 +95,8 @@ public:
     [[nodiscard]] long getRetryLimit() const { return m_connectionRetryLimit; }
     /// The dials are counted anew, since the start has been granted another round.
     void restartRetries() { m_connectionRetries = 0; }
+    /// The hub was dialled before, and hasn't been ready since. The hub's thread.
+    [[nodiscard]] bool isDialRepeated() const { return m_outage.isDialRepeated(); }
     void closeConnection();
     /// Closes, then takes the client out of use with a reason that the application may see.
     void suspendClient(const std::string& reason);
@@ -394,6 +397,7 @@ private:
     bool m_first_time = true;                 ///< no event has been seen since the connect
     bool m_frameCutShort = false;             ///< see isOutOfStep
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
+    Outage m_outage;
     double m_connectStartTime = 0.0;
     double m_last_reset_time = 0.0;
     double m_last_HB_check = 0.0;

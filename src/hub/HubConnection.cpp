@@ -42,11 +42,18 @@ double secondsSince(double time) {
     return tp::Clock::monotonic() - time;
 }
 
+/// A monotonic time for a log line: when it was by the wall clock. 0, for never, stays 0.
+double epochOf(double time) {
+    return time == 0.0 ? 0.0 : tp::Clock::now() - secondsSince(time);
+}
+
 } // namespace
 
 short HubClient::connectHost(double curtime) {
     if (m_fd.get() >= 0 && !inProgress())
         return static_cast<short>(m_fd.get());
+    if (!inProgress())
+        m_outage.noteDial();
     if (askManager() != Lookup::Dial)
         return -1;
 
@@ -105,8 +112,8 @@ int HubClient::openSocket() {
 short HubClient::beginConnect(const sockaddr_in& address) {
     if (openSocket() < 0)
         return -1;
-    eprintf(EPF_INFO, "Connecting to %s with connection timeout=%ld seconds", getHubAddr().c_str(),
-            m_connectionTimeout);
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "Connecting to %s with connection timeout=%ld seconds",
+            getHubAddr().c_str(), m_connectionTimeout);
     m_connectStartTime = tp::Clock::monotonic();
     if (::connect(m_fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0)
         return finishConnect();
@@ -142,25 +149,28 @@ short HubClient::connectNotDone(bool signalled) {
         m_connectErrno = ETIMEDOUT;
         const std::string address = getDialledAddr();
         const bool isXref = m_session.isCMconnection() && m_session.getisStarted() && isQueryXRefHUB();
-        eprintf(EPF_WARN, "HubClient::connectHost -(%s:%u) Connection timed out %s%d: (%d)%s",
+        eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN,
+                "HubClient::connectHost -(%s:%u) Connection timed out %s%d: (%d)%s",
                 address.empty() ? "NULL" : address.c_str(), unsigned{getHubPort()},
                 isXref ? "for Xref HUB " : "", m_fd.get(), ETIMEDOUT, errorText(ETIMEDOUT).c_str());
         m_isConnectionTimedOut = true;
+        m_outage.begin(tp::Clock::monotonic());
         m_fd.close();
         m_connectionRetries += 1;
         return -1;
     }
     eprintf(EPF_DBUG,
             "HubClient::connectHost - socket not ready; startTime = %f, endTime=%f, blockingTime =%f ",
-            m_connectStartTime, m_connectStartTime + elapsed, elapsed);
+            epochOf(m_connectStartTime), tp::Clock::now(), elapsed);
     m_isConnectionTimedOut = false;
     return static_cast<short>(m_fd.get());
 }
 
 short HubClient::failConnect(int error) {
     m_connectErrno = error;
-    eprintf(EPF_CRIT, "HubClient::connectHost -(%s) Error connect %d: (%d)%s", getHubAddr().c_str(),
-            m_fd.get(), error, errorText(error).c_str());
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) Error connect %d: (%d)%s",
+            getHubAddr().c_str(), m_fd.get(), error, errorText(error).c_str());
+    m_outage.begin(tp::Clock::monotonic());
     m_inProgress = false;
     m_fd.close();
     m_connectionRetries += 1;
@@ -174,7 +184,7 @@ short HubClient::finishConnect() {
     eprintf(
         EPF_DBUG,
         "HubClient::connectHost - getpeername success time; startTime = %f, endTime=%f, blockingTime =%f ",
-        m_connectStartTime, m_connectStartTime + elapsed, elapsed);
+        epochOf(m_connectStartTime), tp::Clock::now(), elapsed);
     m_inProgress = false;
     registerSocket();
     setInitHBTime();
@@ -211,7 +221,8 @@ bool HubClient::isValidConnection() {
     if (got == 0) {
         eprintf(EPF_DBUG, "pfd.revents=%x; POLLIN=%x; POLLHUP=%x\n", static_cast<unsigned>(watched.revents),
                 static_cast<unsigned>(POLLIN), static_cast<unsigned>(POLLHUP));
-        eprintf(EPF_CRIT, "Lost Connection to HUB: %s\n", getHubAddr().c_str());
+        eprintf(m_outage.isUnderWay() ? EPF_DBUG : EPF_CRIT, "Lost Connection to HUB: %s\n",
+                getHubAddr().c_str());
         return false;
     }
     if (got < 0) {
@@ -232,7 +243,7 @@ bool HubClient::isInitTimedOut(double) {
     eprintf(EPF_INFO,
             "Heartbeat timeout during initialization on HUB: %s; curtime=%f; heartbeat_time=%f; "
             "readTimeout=%ld;  \n",
-            getHubAddr().c_str(), heartbeat + elapsed, heartbeat, m_readTimeout);
+            getHubAddr().c_str(), tp::Clock::now(), epochOf(heartbeat), m_readTimeout);
     return true;
 }
 
@@ -263,7 +274,8 @@ bool HubClient::isHBTimedOut(double) {
         eprintf(EPF_INFO,
                 "Heartbeat timeout on HUB: %s; curtime=%f; heartbeat_msg_time=%f; m_readTimeout=%ld; "
                 "HubIdleCount=%lu; queryCnt=%ld \n",
-                getHubAddr().c_str(), now, heartbeat, m_readTimeout, static_cast<unsigned long>(idleCount),
+                getHubAddr().c_str(), tp::Clock::now(), epochOf(heartbeat), m_readTimeout,
+                static_cast<unsigned long>(idleCount),
                 static_cast<long>(m_responseQueue->getQueryCount()));
     setHBSeen(false);
     m_last_HB_check = now;
@@ -316,6 +328,7 @@ void HubClient::closeConnection() {
         m_responseQueue->printStats(false, false, 0.0);
     if (m_fd.get() < 0)
         return;
+    m_outage.begin(tp::Clock::monotonic());
     unregisterSocket();
     m_fd.close();
     reset();

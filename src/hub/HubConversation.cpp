@@ -255,6 +255,10 @@ void HubClient::becomeReady() {
                 address.c_str(), getHubPort(), sinceReset);
     eprintf(EPF_INFO, "Completed initialization of HUB %s:%d on fd=%d", address.c_str(), getHubPort(),
             m_fd.get());
+    if (m_outage.isUnderWay())
+        eprintf(EPF_INFO, "HUB %s:%d is back after %.1f seconds", address.c_str(), getHubPort(),
+                m_outage.secondsUntil(tp::Clock::monotonic()));
+    m_outage.end();
 }
 
 int HubClient::sendStartUpRequest(int tag, const char* format, ...) {

@@ -35,7 +35,7 @@ int HubClient::login() {
         suspendClient("Login request too long");
         return -1;
     }
-    eprintf(EPF_INFO,
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
             "HubClient::login - sending login to %s:%d for user %s; compression=%d; conflationIndicator=%s\n",
             getDialledAddr().c_str(), getHubPort(), loggable(user).c_str(), m_compression,
             indicator ? "true" : "false");

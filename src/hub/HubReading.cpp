@@ -172,7 +172,8 @@ void HubClient::twentyFiveMsTick(double now) {
 }
 
 void HubClient::socketClosedByPeer() {
-    eprintf(EPF_INFO, "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", m_fd.get());
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
+            "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", m_fd.get());
     closeConnection();
 }
 

@@ -65,8 +65,8 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     client.connectHost(now);
     if (client.getFd() > 0) {
         if (!client.inProgress()) {
-            eprintf(EPF_INFO, "Successfully Connected to %s on fd %d", client.getHubAddr().c_str(),
-                    client.getFd());
+            eprintf(client.isDialRepeated() ? EPF_DBUG : EPF_INFO, "Successfully Connected to %s on fd %d",
+                    client.getHubAddr().c_str(), client.getFd());
             client.login();
         }
         return ClientVerdict::Next;
@@ -74,7 +74,7 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     if (client.inProgress())
         return ClientVerdict::Next;
     check.message = connectFailure(client);
-    eprintf(EPF_CRIT, "%s", check.message.c_str());
+    eprintf(client.isDialRepeated() ? EPF_DBUG : EPF_CRIT, "%s", check.message.c_str());
     const bool refusedByManager = client.getLnkapiErrno() != 0;
     client.resetLnkapiErrno();
     // Once it is decided which of them stay, those are dialled for as long as it takes.
