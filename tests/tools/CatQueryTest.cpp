@@ -69,6 +69,18 @@ TEST_P(CatQueries, PrintWhatTheHubAnswersAndEnd) {
 INSTANTIATE_TEST_SUITE_P(Commands, CatQueries, testing::ValuesIn(QUERIES),
                          [](const auto& instance) { return instance.param.name; });
 
+TEST_F(CatQuery, WhatAHubSaysReachesTheTerminalAsPrintableText) {
+    tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
+    for (tivra_sim::Enumeration& enumeration : config.enumerations) {
+        if (enumeration.token == 5001)
+            enumeration.values[-12] = "no\x9b\xc3\xa9";
+    }
+    tivra_sim::Hub odd(config);
+    odd.start();
+    startAt(odd, {"snapshot", "100:NOPE"}).waitForEnd();
+    EXPECT_THAT(cat->error(), HasSubstr("100:NOPE: refused: -12 no\\x9b\\xc3\\xa9\n"));
+}
+
 TEST_F(CatQuery, PortsOfAGroupAreARowPerSourceAndHub) {
     tivra_sim::GroupConfig config = tivra_sim::GroupConfig::realistic(2);
     config.splits[300] = {{"^a|^b", 0}, {"^[c-m]", 0}, {"^[n-z]", 1}};

@@ -1,5 +1,7 @@
 #include "common/StartFailure.h"
 
+#include "common/Printable.h"
+
 #include <fmt/format.h>
 
 #include <string_view>
@@ -24,20 +26,21 @@ std::string startFailureText(const StartAttempt& attempt) {
                 ? "The hub may not speak compression: try --no-compression."
                 : "Check the user and the password, and ask the hub's operator about the code.";
         return fmt::format("cannot log in: user \"{}\" at {}, in the login phase: the hub answered {} {}. {}",
-                           attempt.user, attempt.hosts, attempt.refusal->code, attempt.refusal->name, advice);
+                           attempt.user, attempt.hosts, attempt.refusal->code,
+                           printable(attempt.refusal->name), advice);
     }
+    const std::string reason = printable(attempt.reason); // a hub's words may be in it
     const std::string head = fmt::format("cannot start a session with {} as \"{}\", tried for {:.1f} s",
                                          attempt.hosts, attempt.user, attempt.seconds);
-    if (contains(attempt.reason, "retry limit") || contains(attempt.reason, "connectHost"))
+    if (contains(reason, "retry limit") || contains(reason, "connectHost"))
         return fmt::format(
             "{}, in the connect phase: {}. Check the address and that a hub listens there{}. Log: {}", head,
-            attempt.reason, attempt.moreDials, attempt.logFile);
-    if (contains(attempt.reason, "timeout"))
+            reason, attempt.moreDials, attempt.logFile);
+    if (contains(reason, "timeout"))
         return fmt::format("{}, in the login conversation: {}. The hub took the connection and fell "
                            "silent{}. Log: {}",
-                           head, attempt.reason, attempt.morePatience, attempt.logFile);
-    return fmt::format("{}, while the session was set up: {}. Log: {}", head, attempt.reason,
-                       attempt.logFile);
+                           head, reason, attempt.morePatience, attempt.logFile);
+    return fmt::format("{}, while the session was set up: {}. Log: {}", head, reason, attempt.logFile);
 }
 
 } // namespace tivra_tools

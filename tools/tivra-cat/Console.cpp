@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include "common/Printable.h"
+
 #include <fmt/format.h>
 
 #include <cstdio>
@@ -8,20 +10,20 @@ namespace tivra_cat {
 
 void Console::line(const std::string& text) {
     clearProgress();
-    fmt::print(stderr, "tivra-cat: {}\n", text);
+    fmt::print(stderr, "tivra-cat: {}\n", tivra_tools::printable(text));
     std::fflush(stderr);
 }
 
 void Console::block(const std::string& text) {
     clearProgress();
-    fmt::print(stderr, "{}", text);
+    fmt::print(stderr, "{}", tivra_tools::printableLines(text));
     std::fflush(stderr);
 }
 
 void Console::progress(const std::string& text) {
     if (!m_showsProgress)
         return;
-    fmt::print(stderr, "\r{}\x1b[K", text);
+    fmt::print(stderr, "\r{}\x1b[K", tivra_tools::printable(text));
     std::fflush(stderr);
     m_hasProgress = true;
 }

@@ -4,6 +4,7 @@
 
 #include "common/LogFile.h"
 #include "common/Password.h"
+#include "common/Printable.h"
 #include "common/UsageError.h"
 
 #include <fmt/format.h>
@@ -35,13 +36,13 @@ int main(int argc, char** argv) {
     try {
         return runProgram(argc, argv);
     } catch (const tivra_cat::Failure& failure) {
-        fmt::print(stderr, "tivra-cat: {}\n", failure.what());
+        fmt::print(stderr, "tivra-cat: {}\n", tivra_tools::printableLines(failure.what()));
         return static_cast<int>(failure.exitCode());
     } catch (const tivra_tools::UsageError& error) {
-        fmt::print(stderr, "tivra-cat: {}\n", error.what());
+        fmt::print(stderr, "tivra-cat: {}\n", tivra_tools::printableLines(error.what()));
         return static_cast<int>(tivra_cat::ExitCode::Usage);
     } catch (const std::exception& error) {
-        fmt::print(stderr, "tivra-cat: internal error: {}\n", error.what());
+        fmt::print(stderr, "tivra-cat: internal error: {}\n", tivra_tools::printableLines(error.what()));
         return static_cast<int>(tivra_cat::ExitCode::Internal);
     }
 }
