@@ -36,8 +36,8 @@ public:
     Request& add(RequestParameters parameter, int value);
     /// Adds a field with a 64-bit value; use it for tags (QUERY_REF_TAG).
     Request& add(RequestParameters parameter, int64_t value);
-    /// Adds a field with a text. White space at its ends is taken off and at most 4095 characters are used. A
-    /// "|" in it ends the field and begins another: there is no escape.
+    /// Adds a field with a text, without white space at its ends. One with a "|" or a control character, or
+    /// of over 4095 characters, is refused with a warning: Session::send returns 0 until clearRequest().
     Request& add(RequestParameters parameter, const std::string& value);
     /// Adds a field by its token number.
     Request& add(int token, int value);

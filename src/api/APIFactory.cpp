@@ -9,6 +9,7 @@
 
 #include "api/LiveObjects.h"
 #include "config/HandleAccess.h"
+#include "config/ValueFault.h"
 #include "session/SessionImpl.h"
 
 namespace tivra {
@@ -65,6 +66,10 @@ int APIFactory::initialize(const std::string& appName, const std::string& appVer
         tp::eprintf_ctrl(EPF_DISABLE, EPF_FILEINFO);
     tp::eprintf_ctrl(EPF_DISABLE, EPF_SUPPRESS);
 
+    if (const char* const fault = tivra_internal::valueFault(usage)) {
+        eprintf(EPF_WARN, "Invalid usage passed to APIFactory::initialize: %s", fault);
+        usage.clear();
+    }
     eprintf(EPF_INFO, "APIFactory initialized Usage : %s", usage.c_str());
     if (!usage.empty() && usage != "External")
         tivra_internal::SessionImpl::setLanguage(usage);

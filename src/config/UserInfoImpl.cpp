@@ -8,15 +8,29 @@
 
 #include "config/UserEventImpl.h"
 #include "config/UserHub.h"
+#include "config/ValueFault.h"
 
 namespace tivra_internal {
+
+namespace {
+
+bool canBeSent(const char* what, const std::string& text) {
+    const char* const fault = valueFault(text);
+    if (fault != nullptr)
+        eprintf(EPF_WARN, "Invalid %s passed to APIFactory::createUserInfo: %s", what, fault);
+    return fault == nullptr;
+}
+
+} // namespace
 
 using tivra::UserEvent;
 using tivra::UserInfo;
 
 UserInfoImpl::UserInfoImpl(std::string name, std::string word, tivra::UserEventHandler& handler,
                            UserInfo& handle)
-    : userName(std::move(name)), password(std::move(word)), userHandler(handler), userInfo(handle) {}
+    : userName(std::move(name)), password(std::move(word)),
+      m_isUsable(canBeSent("user name", userName) && canBeSent("password", password)), userHandler(handler),
+      userInfo(handle) {}
 
 UserInfoImpl::~UserInfoImpl() = default;
 

@@ -44,6 +44,8 @@ public:
 
     [[nodiscard]] const std::string& getUserName() const { return userName; }
     [[nodiscard]] const std::string& getPassword() const { return password; }
+    /// Name and password can go to a hub; if not, a warning has been logged. @thread any
+    [[nodiscard]] bool isUsable() const noexcept { return m_isUsable; }
     /// @thread any
     [[nodiscard]] tivra::UserInfo::States getState() const { return userState; }
 
@@ -70,6 +72,7 @@ private:
 
     const std::string userName;
     const std::string password;
+    const bool m_isUsable;
     tivra::UserEventHandler& userHandler;
     tivra::UserInfo& userInfo;
     std::atomic<tivra::UserInfo::States> userState{tivra::UserInfo::NOT_AUTHENTICATED};

@@ -1,14 +1,16 @@
 #include "request/RequestImpl.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include <request/RequestParameters.h>
 #include <tp/eprintf.h>
-#include <tp/strtrim.h>
 
+#include "config/ValueFault.h"
 #include "request/CommandClasses.h"
 #include "request/TagSource.h"
 
@@ -18,20 +20,19 @@ namespace {
 
 constexpr int kCommandToken = 5022;
 constexpr int kTagToken = 5026;
-/// Longest text that is kept of a value.
-constexpr std::size_t kMaxValue = 4095;
 
 int32_t toNumber(const std::string& text) {
     return static_cast<int32_t>(std::strtol(text.c_str(), nullptr, 10));
 }
 
+bool isSpace(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
 std::string trimmed(const std::string& value) {
-    // The text ends where the C string does: a zero byte can't go to a hub.
-    char work[kMaxValue + 1];
-    const std::size_t length = std::min(std::strlen(value.c_str()), kMaxValue);
-    std::memcpy(work, value.c_str(), length);
-    work[length] = '\0';
-    return tp::strtrim(work);
+    const auto begin = std::find_if_not(value.begin(), value.end(), isSpace);
+    const auto end = std::find_if_not(value.rbegin(), std::make_reverse_iterator(begin), isSpace).base();
+    return {begin, end};
 }
 
 } // namespace
@@ -115,6 +116,12 @@ void RequestImpl::add(int token, const std::string& value) {
     if (isReserved(token))
         return;
     const std::string text = trimmed(value);
+    if (const char* const fault = valueFault(text)) {
+        // What the application gives isn't repeated here: it may be what should stay secret.
+        eprintf(EPF_WARN, "Invalid value for parameter (%d) passed to Request::add: %s", token, fault);
+        hasRefusedValue = true;
+        return;
+    }
     eprintf(EPF_DBUG, "add: %d=%s", token, text.c_str());
     appendPair(token, text);
     switch (token) {
@@ -156,6 +163,7 @@ void RequestImpl::clearRequest() {
     origTag = -1;
     isCmdSet = false;
     symbol[0] = '\0';
+    hasRefusedValue = false;
 }
 
 std::string RequestImpl::getCompareString() const {

@@ -67,6 +67,10 @@ int64_t SessionImpl::send(RequestImpl& builder) {
         eprintf(EPF_WARN, "Multiple Sessions are not supported; ignoring start request");
         return 0;
     }
+    if (builder.isIncomplete()) {
+        eprintf(EPF_WARN, "send() failed: a value of the request was refused");
+        return 0;
+    }
     auto request = std::make_unique<RequestInternal>(&builder);
     if (!request->isCommandSet()) {
         eprintf(EPF_WARN, "Invalid Request: no command set");

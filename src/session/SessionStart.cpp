@@ -11,6 +11,7 @@
 
 #include "config/HostConfigImpl.h"
 #include "config/SessionConfigImpl.h"
+#include "config/UserInfoImpl.h"
 
 namespace tivra_internal {
 namespace {
@@ -23,6 +24,7 @@ constexpr const char* kNotValid = "Multiple Sessions are not supported; ignoring
 constexpr const char* kNoMessageHandler =
     "Cannot start session without first registering a message event handler";
 constexpr const char* kNoPrimary = "Primary connection empty or Primary and backup have same connection";
+constexpr const char* kNoCredentials = "User name or password can't be sent to a hub";
 constexpr const char* kOnLibraryThread = "start called on a library thread";
 
 /// False when the list has it already.
@@ -57,6 +59,8 @@ bool SessionImpl::startLocked(std::string& failReason) {
     failReason = kStarted;
     if (!isValid)
         return refuseStart(failReason, kNotValid);
+    if (!m_user.isUsable())
+        return refuseStart(failReason, kNoCredentials);
     if (m_msgEventHandler.load() == nullptr)
         return refuseStart(failReason, kNoMessageHandler);
     if (isStarted) {

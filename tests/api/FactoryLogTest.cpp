@@ -55,7 +55,11 @@ TEST_F(FactoryLog, DebugDecidesOnLevelAndFileInformationAndNoLineIsFolded) {
     EXPECT_THAT(text(), Not(HasSubstr("a debug line")));
     EXPECT_THAT(text(), Not(HasSubstr(".cpp[")));
 
+    for (int i = 0; i < 1000; ++i)
+        eprintf(EPF_WARN, "a flood");
     EXPECT_EQ(factory.initialize("app", "1.2", true, base()), 0);
+    EXPECT_THAT(text(),
+                testing::ContainsRegex("(WARN: a flood\n.*){10}WARN: a flood \\(repeated 990 times\\)"));
     eprintf(EPF_DBUG, "a debug line");
     EXPECT_THAT(text(), HasSubstr("FactoryLogTest.cpp["));
     EXPECT_THAT(text(), HasSubstr("DBUG: a debug line"));
@@ -65,6 +69,30 @@ TEST_F(FactoryLog, TextsOfTheApplicationAreNeverFormats) {
     factory.initialize("%s%n", "%d", false, base(), "%n%s");
     EXPECT_THAT(text(), HasSubstr("%s%n-%d"));
     EXPECT_THAT(text(), HasSubstr("Usage : %n%s"));
+}
+
+TEST_F(FactoryLog, CredentialsThatCouldForgePairsAreRefusedUnshown) {
+    struct NoHandler : tivra::SessionEventHandler, tivra::UserEventHandler, tivra::MessageEventHandler {
+        void onSessionEvent(const tivra::SessionEvent&) override {}
+        void onUserEvent(const tivra::UserEvent&) override {}
+        void onMessageEvent(const tivra::MessageEvent&) override {}
+    } handler;
+    factory.initialize("app", "1", false, base(), "C|5028=root");
+    for (const auto& [name, password] : {std::pair{"jane|5028=root", "pw"}, std::pair{"jane", "root\x03"}}) {
+        tivra::UserInfo& user = factory.createUserInfo(name, password, handler);
+        tivra::Session& session = factory.createSession(user, handler);
+        EXPECT_EQ(tivra_internal::HandleAccess::impl(session).getLanguage(), "C++");
+        session.getConnectionConfig().getHostConfig("127.0.0.1:9");
+        session.registerMessageEventHandler(&handler);
+        std::string reason;
+        EXPECT_FALSE(session.start(reason));
+        EXPECT_EQ(reason, "User name or password can't be sent to a hub");
+        factory.destroySession(session);
+        factory.destroyUserInfo(user);
+    }
+    EXPECT_THAT(text(), HasSubstr("Invalid user name passed to APIFactory::createUserInfo: it holds"));
+    EXPECT_THAT(text(), HasSubstr("Invalid password passed to APIFactory::createUserInfo: it holds"));
+    EXPECT_THAT(text(), Not(HasSubstr("root")));
 }
 
 TEST_F(FactoryLog, WhatWasCutOrCannotBeOpenedIsSaidOnStandardError) {

@@ -243,6 +243,8 @@ TEST_F(RequestTest, TooLongAndTooMany) {
     fields.push_back(fields.front());
     EXPECT_EQ(client.send(tivra::GETALLUSERS, 0, "", fields), 0);
     EXPECT_THAT(client.log(), HasSubstr("request is too long"));
+    EXPECT_EQ(client.send(tivra::QUERYSNAP, 100, "IBM|5022=UnsubscribeWildCard"), 0);
+    EXPECT_THAT(client.log(), HasSubstr("a value of the request was refused"));
 
     tivra::Request& request = client.session().createRequest();
     request.setCommand(tivra::QUERYSNAP);

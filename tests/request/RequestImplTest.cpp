@@ -4,9 +4,10 @@
 #include <limits>
 #include <string>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "request/TagSource.h"
+#include "support/LogCapture.h"
 
 using namespace tivra_internal;
 
@@ -70,10 +71,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "5=\xFF\xA0|", -1, "\xFF\xA0"},
         TextCase{"LongSymbolIsCutForRoutingOnly", [](RequestImpl& r) { r.add(5, kLong); }, "5=" + kLong + "|",
                  -1, std::string(32, 'X')},
-        TextCase{"TextBeyondItsLimitIsCut", [](RequestImpl& r) { r.add(3974, std::string(5000, 'Y')); },
+        TextCase{"TextUpToItsLimit", [](RequestImpl& r) { r.add(3974, std::string(4095, 'Y') + '\n'); },
                  "3974=" + std::string(4095, 'Y') + "|", -1, ""},
-        TextCase{"ZeroByteEndsAText", [](RequestImpl& r) { r.add(5, std::string("IB\0M", 4)); }, "5=IB|", -1,
-                 "IB"},
         TextCase{"NumericSymbolIsNotSeenByRouting", [](RequestImpl& r) { r.add(5, 77); }, "5=77|", -1, ""},
         TextCase{"SourceAsText", [](RequestImpl& r) { r.add(4, std::string(" 922 ")); }, "4=922|", 922, ""},
         TextCase{"SourceOf64BitsIsCut", [](RequestImpl& r) { r.add(4, int64_t{0x100000007}); },
@@ -97,6 +96,24 @@ TEST(RequestImpl, BadCommandIsRememberedButNotSet) {
     request.setCommand(static_cast<tivra::Commands>(30));
     EXPECT_FALSE(request.isCommandSet());
     EXPECT_EQ(static_cast<int>(request.getCommand()), 30);
+}
+
+TEST(RequestImpl, AValueThatAHubCouldMisreadIsRefusedUnshownAndRemembered) {
+    using namespace std::string_literals;
+    for (const std::string& value : {"IBM|5022=UnsubscribeWildCard"s, "IB\0M"s, "IB\x03M"s, "IB\x1bM"s,
+                                     "IB\x7fM"s, std::string(4096, 'Y')}) {
+        RequestImpl request;
+        LogCapture log;
+        request.add(5, value);
+        request.add(4, 100);
+        EXPECT_EQ(request.getText(), "4=100|");
+        EXPECT_STREQ(request.getSymbol(), "");
+        EXPECT_TRUE(request.isIncomplete());
+        EXPECT_THAT(log.lines(), testing::ElementsAre(testing::StartsWith(
+                                     "WARN: Invalid value for parameter (5) passed to Request::add: it ")));
+        request.clearRequest();
+        EXPECT_FALSE(request.isIncomplete());
+    }
 }
 
 TEST(RequestImpl, TokenNumbersAreCollectedInEveryForm) {
