@@ -1,6 +1,8 @@
 #include "hub/HubEventReactor.h"
 
 #include <algorithm>
+#include <functional>
+#include <set>
 #include <vector>
 
 #include <tp/Clock.h>
@@ -21,11 +23,15 @@ constexpr suseconds_t kSendTimeoutMicroseconds = 100;
 /// A pass of this length is worth a line, in seconds.
 constexpr double kLongPass = 0.025;
 
-/// A retry that can't reach its hub goes to whichever hub serves it by then, as a request like any other.
-void becomeOrdinary(RequestInternal& request) {
+/// A hub that nobody brings back: it is out of the session, or will be.
+bool leavesForGood(const HubClient& client) {
+    return client.m_xrefRemove || client.m_retired;
+}
+
+/// The request will not be written here: a retry among them stands in the way of the next one no more.
+void giveUp(RequestInternal& request) {
     if (request.isWLRetry)
         request.getHUB()->getWatchlist()->endRetry(request.getTag());
-    request.isWLRetry = false;
 }
 
 } // namespace
@@ -45,13 +51,21 @@ HubEventReactor::HubEventReactor(int reactorIndex, long maxQueueSize)
 HubEventReactor::~HubEventReactor() = default;
 
 bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, bool force) {
+    HubClient* const client = request->getHUB();
+    if (client == nullptr) {
+        eprintf(EPF_WARN, "pushRequest: request with tag=%ld names no HUB; dropped",
+                static_cast<long>(request->getTag()));
+        request.reset();
+        return true;
+    }
     const tp::MutexLock lock(m_request_mutex);
-    if (!force && requestQueue.size() >= requestQueueMaxSize) {
+    RequestQueue& queue = requestQueue[client];
+    if (!force && queue.size() >= requestQueueMaxSize) {
         eprintf(EPF_DBUG, "pushRequest() failed: requestQueue for HUB %s is full",
-                request->getHUB() != nullptr ? request->getHUB()->getHubAddr().c_str() : "");
+                client->getHubAddr().c_str());
         return false;
     }
-    requestQueue.push_back(std::move(request));
+    queue.push_back(std::move(request));
     return true;
 }
 
@@ -63,7 +77,13 @@ int HubEventReactor::handle_hub_requests(unsigned budget) {
     {
         const tp::MutexLock lock(m_request_mutex);
         locked = tp::Clock::monotonic();
-        while (pass.budget > 0 && sendNext(pass)) {
+        std::deque<HubClient*> turns = hubsInTurn();
+        while (pass.budget > 0 && !turns.empty()) {
+            HubClient* const client = turns.front();
+            turns.pop_front();
+            m_lastServed = client;
+            if (serveHub(*client, pass))
+                turns.push_back(client);
         }
         done = tp::Clock::monotonic();
     }
@@ -81,87 +101,95 @@ int HubEventReactor::handle_hub_requests(unsigned budget) {
     return pass.sent;
 }
 
-// One turn of the pump; false when nothing more is to be done now.
-bool HubEventReactor::sendNext(Pass& pass) {
-    if (!hubsSendingWLrequests.empty())
-        return replayNext(pass);
-    if (requestQueue.empty())
-        return false;
+// The hubs that something waits for, beginning after the one that was served last.
+std::deque<HubClient*> HubEventReactor::hubsInTurn() const {
+    std::set<HubClient*> waiting;
+    for (const auto& [client, queue] : requestQueue) {
+        if (!queue.empty())
+            waiting.insert(client);
+    }
+    for (const auto& [client, lastTag] : hubsSendingWLrequests)
+        waiting.insert(client);
+    std::deque<HubClient*> turns(waiting.begin(), waiting.end());
+    const auto next = std::find_if(turns.begin(), turns.end(), [this](const HubClient* client) {
+        return std::greater<>()(client, m_lastServed);
+    });
+    std::rotate(turns.begin(), next, turns.end());
+    return turns;
+}
 
-    RequestInternal& head = *requestQueue.front();
-    HubClient* const client = head.getHUB();
-    if (client == nullptr) {
-        eprintf(EPF_WARN, "handle_hub_requests: request with tag=%ld names no HUB; dropped",
-                static_cast<long>(head.getTag()));
-        requestQueue.pop_front();
-        return true;
+// One turn of a hub; false when nothing more is to be done for it now.
+bool HubEventReactor::serveHub(HubClient& client, Pass& pass) {
+    // A hub that has come back gets what stands in its watchlist before its queue, in the order of the tags.
+    if (const auto replay = hubsSendingWLrequests.find(&client); replay != hubsSendingWLrequests.end()) {
+        if (const auto request = client.getWatchlist()->getNextRequest(replay->second))
+            return replayNext(client, *request, replay->second, pass);
+        hubsSendingWLrequests.erase(replay);
+        eprintf(EPF_INFO, "Finished resending watchlist requests for HUB %s", client.getHubAddr().c_str());
     }
-    if (client->isSuspended() || client->m_xrefRemove || client->m_retired) {
-        // Nobody brings this hub back at present: what waits behind the request must not wait with it.
-        becomeOrdinary(head);
+    const auto queue = requestQueue.find(&client);
+    return queue != requestQueue.end() && !queue->second.empty() && sendNext(client, queue->second, pass);
+}
+
+bool HubEventReactor::sendNext(HubClient& client, RequestQueue& queue, Pass& pass) {
+    RequestInternal& head = *queue.front();
+    if (leavesForGood(client)) {
+        giveUp(head);
         pass.budget -= 1;
-        pass.unreachable.push_back(std::move(requestQueue.front()));
-        requestQueue.pop_front();
+        pass.unreachable.push_back(std::move(queue.front()));
+        queue.pop_front();
         return true;
     }
-    // The order is kept: a request for a hub that is still coming up holds up the others behind it. This
-    // thread alone makes hubs ready, so the rest of the budget would find nothing else.
-    if (!client->isReady())
+    // The order is kept: what is for a hub that is away or still coming up waits until it is ready. This
+    // thread alone makes hubs ready, so another turn in this pass would find nothing else.
+    if (!client.isReady())
         return false;
-    if (head.isWLRetry && !client->getWatchlist()->isRetryWanted(head.getTag())) {
+    if (head.isWLRetry && !client.getWatchlist()->isRetryWanted(head.getTag())) {
         eprintf(EPF_DBUG, "handle_hub_requests: %s: retry of tag=%ld is not wanted any more",
-                client->getHubAddr().c_str(), static_cast<long>(head.getTag()));
-        requestQueue.pop_front();
+                client.getHubAddr().c_str(), static_cast<long>(head.getTag()));
+        queue.pop_front();
         pass.budget -= 1;
         return true;
     }
-    switch (sendTo(*client, head, pass)) {
+    switch (sendTo(client, head, pass)) {
     case Sent::Yes:
         break;
     case Sent::TooLong:
-        requestQueue.pop_front();
+        queue.pop_front();
         pass.budget -= 1;
         return true;
     case Sent::No:
         return false;
     }
     if (head.isWLRetry)
-        client->getWatchlist()->endRetry(head.getTag());
-    else if (head.isCommandSet() && client->isWatchlistInUse())
-        client->getWatchlist()->add(head.getTag(), head.copyWithAltIndex());
-    const std::unique_ptr<RequestInternal> written = std::move(requestQueue.front());
-    requestQueue.pop_front();
-    finish(*client, *written, pass);
+        client.getWatchlist()->endRetry(head.getTag());
+    else if (head.isCommandSet() && client.isWatchlistInUse())
+        client.getWatchlist()->add(head.getTag(), head.copyWithAltIndex());
+    const std::unique_ptr<RequestInternal> written = std::move(queue.front());
+    queue.pop_front();
+    finish(client, *written, pass);
     return true;
 }
 
-// A hub that has come back is served before the queue, in the order of the tags.
-bool HubEventReactor::replayNext(Pass& pass) {
-    const auto entry = hubsSendingWLrequests.begin();
-    HubClient* const client = entry->first;
-    const std::unique_ptr<RequestInternal> request = client->getWatchlist()->getNextRequest(entry->second);
-    if (request == nullptr) {
-        hubsSendingWLrequests.erase(entry);
-        eprintf(EPF_INFO, "Finished resending watchlist requests for HUB %s", client->getHubAddr().c_str());
-        return true;
-    }
-    if (!client->isReady())
+bool HubEventReactor::replayNext(HubClient& client, const RequestInternal& request, int64_t& lastTag,
+                                 Pass& pass) {
+    if (!client.isReady())
         return false;
-    client->getSession().noteReplay(*request, client);
-    switch (sendTo(*client, *request, pass)) {
+    client.getSession().noteReplay(request, &client);
+    switch (sendTo(client, request, pass)) {
     case Sent::Yes:
         break;
     case Sent::TooLong:
-        entry->second = request->getTag();
+        lastTag = request.getTag();
         pass.budget -= 1;
         return true;
     case Sent::No:
         return false;
     }
-    entry->second = request->getTag();
+    lastTag = request.getTag();
     // A retry that still waits in the queue has been overtaken.
-    client->getWatchlist()->endRetry(request->getTag());
-    finish(*client, *request, pass);
+    client.getWatchlist()->endRetry(request.getTag());
+    finish(client, request, pass);
     return true;
 }
 
@@ -212,19 +240,17 @@ void HubEventReactor::forgetClient(HubClient* client) {
     hubsSendingWLrequests.erase(client);
 }
 
-std::vector<std::unique_ptr<RequestInternal>> HubEventReactor::takeRequestsOf(const HubClient* client) {
+std::vector<std::unique_ptr<RequestInternal>> HubEventReactor::takeRequestsOf(HubClient* client) {
     std::vector<std::unique_ptr<RequestInternal>> taken;
     const tp::MutexLock lock(m_request_mutex);
-    std::deque<std::unique_ptr<RequestInternal>> kept;
-    for (std::unique_ptr<RequestInternal>& request : requestQueue) {
-        if (request->getHUB() != client) {
-            kept.push_back(std::move(request));
-            continue;
-        }
-        becomeOrdinary(*request);
+    const auto found = requestQueue.find(client);
+    if (found == requestQueue.end())
+        return taken;
+    for (std::unique_ptr<RequestInternal>& request : found->second) {
+        giveUp(*request);
         taken.push_back(std::move(request));
     }
-    requestQueue.swap(kept);
+    requestQueue.erase(found);
     return taken;
 }
 

@@ -40,7 +40,7 @@ void HubWatchlist::add(int64_t tag, std::unique_ptr<RequestInternal> request) {
     int64_t replacedTag = -1;
     {
         tp::MutexLock lock(m_watchlist_mutex);
-        const auto [entry, isNew] = watchlistMap.try_emplace(tag, std::move(standing));
+        const auto [entry, isNew] = watchlistMap.try_emplace(tag, Entry{std::move(standing), request->reach});
         if (isNew)
             eprintf(EPF_DBUG, "tag %lld added with command %d to watchlist for HUB %s", printable(tag),
                     static_cast<int>(command), hubAddr.c_str());
@@ -48,7 +48,7 @@ void HubWatchlist::add(int64_t tag, std::unique_ptr<RequestInternal> request) {
             eprintf(EPF_DBUG, "tag %lld already existed in watchlist for HUB %s", printable(tag),
                     hubAddr.c_str());
 
-        const StandingRequest* const listed = entry->second.get();
+        const StandingRequest* const listed = entry->second.request.get();
         const auto [sameCommand, isNewCommand] = cmdTagMap.insert(listed);
         if (!isNewCommand) {
             const int64_t oldTag = (*sameCommand)->getTag();
@@ -79,7 +79,7 @@ void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap) {
                     printable(tag), m_hubName.getHubAddr().c_str());
             return;
         }
-        const StandingRequest* const listed = entry->second.get();
+        const StandingRequest* const listed = entry->second.request.get();
         if (onlyRemoveIfSnap && !isSnapCommand(listed->getCommand()))
             return;
         // A newer request that says the same may stand there already.
@@ -115,7 +115,7 @@ bool HubWatchlist::retry(int64_t tag) {
         }
         if (!m_retryTags.insert(tag).second)
             return true;
-        copy = entry->second->makeRequest();
+        copy = makeRequest(entry->second);
         copy->isWLRetry = true;
     }
     if (!m_sender.sendToHub(copy, m_hub, true, 0)) {
@@ -148,9 +148,14 @@ std::unique_ptr<RequestInternal> HubWatchlist::getNextRequest(int64_t lastTag) c
     const auto entry = watchlistMap.upper_bound(lastTag);
     if (entry == watchlistMap.end())
         return nullptr;
-    auto copy = entry->second->makeRequest();
-    copy->setHUB(m_hub);
-    return copy;
+    return makeRequest(entry->second);
+}
+
+std::unique_ptr<RequestInternal> HubWatchlist::makeRequest(const Entry& entry) const {
+    auto request = entry.request->makeRequest();
+    request->reach = entry.reach;
+    request->setHUB(m_hub);
+    return request;
 }
 
 bool HubWatchlist::getCommand(int64_t tag, tivra::Commands& command) const {
@@ -158,7 +163,7 @@ bool HubWatchlist::getCommand(int64_t tag, tivra::Commands& command) const {
     const auto entry = watchlistMap.find(tag);
     if (entry == watchlistMap.end())
         return false;
-    command = entry->second->getCommand();
+    command = entry->second.request->getCommand();
     return true;
 }
 

@@ -10,13 +10,13 @@
 
 #include "LockOrder.h"
 #include "request/CommandClasses.h"
+#include "request/RequestInternal.h"
 #include "request/StandingRequest.h"
 
 namespace tivra_internal {
 
 class HubClient;
 class HubName;
-class RequestInternal;
 class RequestSender;
 class Watchlist;
 
@@ -55,7 +55,14 @@ private:
     /// The status of a hub that is too busy to take a request now.
     static constexpr int64_t kHubBusy = -218;
 
+    /// What the lists of a session share, and what is known of it here.
+    struct Entry {
+        std::shared_ptr<const StandingRequest> request;
+        RequestInternal::Reach reach;
+    };
+
     [[nodiscard]] bool retry(int64_t tag);
+    [[nodiscard]] std::unique_ptr<RequestInternal> makeRequest(const Entry& entry) const;
 
     HubClient* const m_hub;
     const HubName& m_hubName;
@@ -63,7 +70,7 @@ private:
     RequestSender& m_sender;
 
     mutable tp::Mutex m_watchlist_mutex{kLockHubWatchlist}; ///< guards what follows
-    std::map<int64_t, std::shared_ptr<const StandingRequest>> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
+    std::map<int64_t, Entry> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
     /// The entries of watchlistMap, one for each compare string.
     std::set<const StandingRequest*, StandingRequest::CompareStringLess>
         cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);

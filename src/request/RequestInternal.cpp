@@ -35,6 +35,7 @@ RequestInternal::RequestInternal(const RequestImpl* builder) {
 RequestInternal::RequestInternal(const RequestInternal* other)
     : resubHB(other->resubHB)
     , resubHubStatus(other->resubHubStatus)
+    , reach(other->reach)
     , isWLRetry(other->isWLRetry)
     , outstandingResponses(other->outstandingResponses)
     , tag(other->tag) {

@@ -17,6 +17,12 @@ class HubClient;
 /// watchlist or the thread that works on it.
 class RequestInternal : public RequestImpl {
 public:
+    /// How far a request that waits for its hub may go.
+    enum class Reach {
+        OneHub,       ///< it is for this hub alone: when that leaves, another may serve it
+        CopyOfSeveral ///< the others have their own: it goes to this hub or nowhere
+    };
+
     /// What the application has built; no tag, no session.
     explicit RequestInternal(const RequestImpl* builder);
     /// A copy for another hub or list. The alternate indexes and the hub aren't copied.
@@ -53,6 +59,7 @@ public:
 
     bool resubHB = false;        ///< the heartbeat must be subscribed again after this request
     bool resubHubStatus = false; ///< the hub status must be subscribed again after this request
+    Reach reach = Reach::OneHub;
     bool isWLRetry = false;      ///< a repeated request that its hub's watchlist knows already
     std::vector<AltIndexInfo> altIndex;
     uint64_t outstandingResponses = 0; ///< hubs that have still to finish the tag (watchlist entries)

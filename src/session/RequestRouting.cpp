@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -42,6 +43,11 @@ bool isTooLong(const RequestInternal& request) {
     if (request.isCommandSet() && request.getCommand() == tivra::SUBSCRIBE && !hasSymbol(request))
         limit -= kRoomForConversion;
     return request.getText().size() > limit;
+}
+
+/// It ends with its answer and leaves nothing at the hub.
+bool isQuestion(const RequestInternal& request) {
+    return request.isCommandSet() && isSnapCommand(request.getCommand());
 }
 
 /// Symbols of the system source that the library subscribes for itself.
@@ -86,7 +92,7 @@ int64_t SessionImpl::send(RequestImpl& builder) {
     // An application must always be able to unsubscribe its way out of a full list.
     const bool refusedByList =
         listFull && !(request->isCommandSet() && isUnsubscribeCommand(request->getCommand()));
-    if (refusedByList || requestQueue.size() >= maxQueue) {
+    if (refusedByList || isRequestQueueFull(request->getSrcid(), maxQueue)) {
         const int64_t tag = builder.hasGeneratedTag() ? builder.getGeneratedTag() : 0;
         eprintf(EPF_WARN, "send() failed for tag %lld: %s is full", printable(tag),
                 listFull ? "watchlist" : "requestQueue");
@@ -108,6 +114,7 @@ int64_t SessionImpl::send(RequestImpl& builder) {
 }
 
 void SessionImpl::handle_hub_requests(unsigned numReqs) {
+    releaseHeldRequests(numReqs);
     const double now = tp::Clock::monotonic();
     if (isHubQueueFull && now >= lastQFullCheckTime && now - lastQFullCheckTime < kSecondsOfBackOff)
         return;
@@ -118,17 +125,23 @@ void SessionImpl::handle_hub_requests(unsigned numReqs) {
         std::unique_ptr<RequestInternal> head = std::move(requestQueue.front());
         requestQueue.pop_front();
         lock.unlock();
-        isHubQueueFull = !routeRequestToHub(head);
+        const bool isTaken = routeRequestToHub(head);
+        HubClient* const refusing = isTaken ? nullptr : head->getHUB();
+        isHubQueueFull = !isTaken && refusing == nullptr;
         lock.lock();
         if (isHubQueueFull) {
             requestQueue.push_front(std::move(head));
             return;
         }
+        if (refusing != nullptr)
+            m_held.hold(refusing, std::move(head), now);
     }
 }
 
-/// True: the request has been disposed of. False: it must stay the first in the queue.
+/// True: the request has been disposed of. False: it must wait, for room at the hub that it names by then, or
+/// for any hub at all.
 bool SessionImpl::routeRequestToHub(std::unique_ptr<RequestInternal>& request) {
+    request->setHUB(nullptr);
     request->resubHB = false;
     request->resubHubStatus = false;
     if (!request->isCommandSet())
@@ -262,7 +275,7 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
         HubClient* const hub = hubForSplitSymbol(*request);
         if (hub == nullptr || m_reactors.reactorOf(hub) == nullptr)
             return sendToFirstHub(request);
-        return sendToHub(request, hub, false, 0);
+        return sendInOrder(request, hub);
     }
     case RoutingTarget::HubOfSource:
         return sendToExchange(request, source);
@@ -353,7 +366,7 @@ bool SessionImpl::sendToHub(std::unique_ptr<RequestInternal>& request, HubClient
 bool SessionImpl::sendToExchange(std::unique_ptr<RequestInternal>& request, int exch) {
     HubClient* const hub = m_routes.find(exch);
     if (hub != nullptr && m_reactors.reactorOf(hub) != nullptr)
-        return sendToHub(request, hub, false, 0);
+        return sendInOrder(request, hub);
     eprintf(EPF_WARN, "Request with tag=%lld: exchange (%d) not found; not entitled at HUB for user %s",
             printable(request->getTag()), exch, m_user.getUserName().c_str());
     return sendToFirstHub(request);
@@ -364,7 +377,7 @@ bool SessionImpl::sendToFirstHub(std::unique_ptr<RequestInternal>& request) {
     HubClient* const hub = m_hubs.getFirstHub();
     if (hub == nullptr)
         return false;
-    if (sendToHub(request, hub, false, 0))
+    if (sendInOrder(request, hub))
         return true;
     if (m_reactors.reactorOf(hub) != nullptr)
         return false;
@@ -399,11 +412,12 @@ bool SessionImpl::sendToEach(std::unique_ptr<RequestInternal>& request, int exch
     return sendCopies(request, hubs, false);
 }
 
-/// A copy to each hub. True when at least one was fed; a hub that refused its copy is no longer expected to
-/// answer.
+/// A copy to each hub. True when at least one was fed or will be. A question that a full queue has refused is
+/// answered by the other hubs; what changes what stands at a hub waits until there is room.
 bool SessionImpl::sendCopies(std::unique_ptr<RequestInternal>& request, const std::vector<HubClient*>& hubs,
                              bool isNews) {
-    if (hubs.empty())
+    const auto isServed = [this](HubClient* hub) { return m_reactors.reactorOf(hub) != nullptr; };
+    if (std::none_of(hubs.begin(), hubs.end(), isServed))
         return false;
     const int64_t tag = request->getTag();
     {
@@ -413,23 +427,28 @@ bool SessionImpl::sendCopies(std::unique_ptr<RequestInternal>& request, const st
     }
     if (watchlistInUse())
         watchlist.setExpectedResponses(tag, hubs.size());
-    std::vector<HubClient*> refused;
+    std::vector<std::unique_ptr<RequestInternal>> refused;
     const void* lastCopy = nullptr; // for the log
     for (HubClient* hub : hubs) {
         std::unique_ptr<RequestInternal> copy = request->copyWithAltIndex();
+        if (hubs.size() > 1)
+            copy->reach = RequestInternal::Reach::CopyOfSeveral;
         lastCopy = copy.get();
-        if (!sendToHub(copy, hub, false, 0))
-            refused.push_back(hub);
+        if (!sendInOrder(copy, hub))
+            refused.push_back(std::move(copy));
     }
-    if (refused.size() == hubs.size())
-        return false;
-    if (!refused.empty()) {
+    if (!refused.empty())
         eprintf(EPF_DBUG, "reqFail=%d, reqGood=%d, inRequestInternal=%p, outReq=%p, in tag=%ld; out tag=%ld",
                 static_cast<int>(refused.size()), static_cast<int>(hubs.size() - refused.size()),
                 static_cast<const void*>(request.get()), lastCopy, static_cast<long>(tag),
                 static_cast<long>(tag));
-        for (HubClient* hub : refused)
+    const bool isAnswered = refused.size() < hubs.size() && isQuestion(*request);
+    for (std::unique_ptr<RequestInternal>& copy : refused) {
+        HubClient* const hub = copy->getHUB();
+        if (isAnswered || !isServed(hub))
             lowerExpectedResponses(tag, hub);
+        else
+            holdRequest(std::move(copy));
     }
     request.reset();
     return true;
@@ -439,35 +458,38 @@ void SessionImpl::lowerExpectedResponses(int64_t tag, HubClient* hub) {
     {
         tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
         const auto found = m_responses.reqRespMap.find(tag);
-        if (found != m_responses.reqRespMap.end()) {
-            reqResp& entry = found->second;
-            if (entry.outstandingResponses > 1)
-                --entry.outstandingResponses;
-            entry.stopWaitingFor(hub);
-        }
+        if (found != m_responses.reqRespMap.end() && found->second.countAsAnswered(hub))
+            m_responses.reqRespMap.erase(found);
     }
     if (watchlistInUse())
         watchlist.lowerExpectedResponses(tag);
 }
 
-/// A request whose hub is not served any more: when it was for that hub alone it is routed again.
+/// A request whose hub leaves for good. What was for that hub alone is routed again. The others of several have
+/// copies of their own, so a copy goes nowhere else: the hub counts as having taken and answered it.
 void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) {
     const int64_t tag = request->getTag();
-    bool routeAgain = false;
+    const bool isCopy = request->reach == RequestInternal::Reach::CopyOfSeveral;
+    const bool isRetry = std::exchange(request->isWLRetry, false);
+    if (client->isWatchlistInUse() && request->isCommandSet()) {
+        HubWatchlist& list = *client->getWatchlist();
+        if (!isRetry && (isCopy || isUnsubscribeCommand(request->getCommand())))
+            list.add(tag, request->copyWithAltIndex());
+        if (isCopy)
+            list.remove(tag, true);
+    }
     int grantedSource = 0;
     {
         tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
         const auto found = m_responses.reqRespMap.find(tag);
-        if (found != m_responses.reqRespMap.end() && found->second.outstandingResponses == 1) {
-            routeAgain = true;
+        if (found != m_responses.reqRespMap.end()) {
             grantedSource = found->second.src;
-            m_responses.reqRespMap.erase(found);
+            if (!isCopy || found->second.countAsAnswered(client))
+                m_responses.reqRespMap.erase(found);
         }
     }
-    if (!routeAgain) {
-        lowerExpectedResponses(tag, client);
+    if (isCopy)
         return;
-    }
     if (grantedSource != 0) {
         // The library's own question takes no part in routing: its answer must not reach the application.
         sendPortQuestion(request, grantedSource);

@@ -15,6 +15,13 @@ void reqResp::stopWaitingFor(const HubClient* hub) {
     waitingFor.erase(std::remove(waitingFor.begin(), waitingFor.end(), hub), waitingFor.end());
 }
 
+bool reqResp::countAsAnswered(const HubClient* hub) {
+    if (outstandingResponses > 1)
+        --outstandingResponses;
+    stopWaitingFor(hub);
+    return waitingFor.empty();
+}
+
 reqResp ResponseBook::makeEntry(const RequestInternal& request, std::vector<HubClient*> hubs, bool isNews,
                                 int src) {
     reqResp entry;

@@ -30,6 +30,8 @@ struct reqResp {
 
     [[nodiscard]] bool isWaitingFor(const HubClient* hub) const;
     void stopWaitingFor(const HubClient* hub);
+    /// This hub will not answer. True when there is nobody left who could.
+    [[nodiscard]] bool countAsAnswered(const HubClient* hub);
 };
 
 /// The requests in flight by tag. Written by routing, emptied by the merging of responses. @thread any

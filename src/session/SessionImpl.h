@@ -28,6 +28,7 @@
 #include "request/Watchlist.h"
 #include "session/DroppedHubs.h"
 #include "session/FirstHubs.h"
+#include "session/HeldRequests.h"
 #include "session/HubSourceStatus.h"
 #include "session/HubTable.h"
 #include "session/QueueDepthAlarm.h"
@@ -297,6 +298,13 @@ private:
     void lowerExpectedResponses(int64_t tag, HubClient* hub);
     [[nodiscard]] bool watchlistInUse();
 
+    // RequestHolding.cpp
+    [[nodiscard]] bool isRequestQueueFull(int source, std::size_t limit) const TP_REQUIRES(m_request_mutex);
+    [[nodiscard]] bool sendInOrder(std::unique_ptr<RequestInternal>& request, HubClient* hub);
+    void holdRequest(std::unique_ptr<RequestInternal> request);
+    void releaseHeldRequests(unsigned mostOfAHub);
+    [[nodiscard]] bool releaseFirstHeld(HubClient* hub);
+
     // Entitlements.cpp
     void addNewEntitlement(int src, const std::string& hostInfo);
     void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src);
@@ -385,13 +393,15 @@ private:
     Watchlist watchlist;
     tp::Mutex m_request_mutex{kLockSessionRequest};
     std::deque<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
+    HeldRequests m_held TP_GUARDED_BY(m_request_mutex);
     ResponseBook m_responses;
     tp::Mutex m_reqTagLst_mutex;
     std::set<int64_t> m_reqTagLst TP_GUARDED_BY(m_reqTagLst_mutex);
     std::atomic<bool> m_HBSubscribed{false};
     std::atomic<bool> m_HubStatusSubscribed{false};
     // The master thread's own.
-    bool isHubQueueFull = false;
+    bool isHubQueueFull = false;         ///< no hub could be found for the first request
+    HubClient* m_releasingFor = nullptr; ///< the hub whose held requests are being sent
     double lastQFullCheckTime = 0.0;
     std::deque<int64_t> getPortDetailsQueue;
     bool isPortDetailsQueueFull = false;

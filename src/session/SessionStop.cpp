@@ -78,6 +78,8 @@ void SessionImpl::cleanUpManagers() {
 /// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.
 void SessionImpl::requeueRequests() {
     tp::MutexLock lock(m_request_mutex);
+    for (std::unique_ptr<RequestInternal>& held : m_held.takeAll())
+        requestQueue.push_back(std::move(held));
     eprintf(watchlistInUse() ? EPF_DBUG : EPF_INFO,
             "shutdown: About to discard %zu requests from request Queue", requestQueue.size());
     for (const auto& request : requestQueue)

@@ -494,6 +494,57 @@ TEST(Group, ABusyMemberIsAskedAgain) {
     EXPECT_THAT(market->log(), HasSubstr("HUB was busy"));
 }
 
+/// True: a hub thread for each member.
+class GroupWithAClosedDoor : public testing::TestWithParam<bool> {};
+
+TEST_P(GroupWithAClosedDoor, WhatWasSentMeanwhileReachesEveryMemberOnce) {
+    Market market(3);
+    market.useWatchlist();
+    market->settings().set(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, GetParam());
+    ASSERT_TRUE(market->startAndWait());
+    const std::int64_t old = market->send(tivra::SUBSCRIBEWILDCARD, 4100, "*");
+    ASSERT_TRUE(market->waitForEnd(old));
+
+    Hub& closed = market.group.hub(2);
+    market->forget();
+    closed.refuseLogin(status::DENY_LOGIN);
+    closed.dropConnections();
+    ASSERT_TRUE(market->waitForUserEvents(1)) << "the refusal";
+    std::vector<std::string> patterns;
+    std::vector<std::int64_t> tags;
+    const std::string symbol = "HEADLINES"; // the first and the last member have it
+    for (std::size_t length = 1; length <= symbol.size(); ++length) {
+        patterns.push_back(symbol.substr(0, length) + '*');
+        tags.push_back(market->send(tivra::SUBSCRIBEWILDCARD, 4100, patterns.back()));
+    }
+    const std::int64_t off =
+        market->send(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, std::to_string(old)}});
+    EXPECT_EQ(market->ask(tivra::QUERYSNAP, 100, "IBM"), 0) << "the others go on";
+    const std::size_t refused = closed.statistics().accepted;
+    ASSERT_TRUE(closed.waitFor([&](const auto& statistics) { return statistics.accepted > refused; }));
+    closed.clearRefusals();
+
+    EXPECT_TRUE(market->waitForEnd(off));
+    for (const std::int64_t tag : tags)
+        EXPECT_TRUE(market->waitForEnd(tag));
+    market.settle();
+    EXPECT_EQ(market.reached(off, "5022=UnsubscribeWildCard|4=4100|5=*"), all(3));
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        EXPECT_EQ(market.reached(tags[i], "5022=SubscribeWildCard|4=4100|5=" + patterns[i]), all(3));
+        EXPECT_THAT(market->messagesOf(tags[i]), testing::SizeIs(1));
+    }
+    for (const std::size_t member : {0U, 2U}) {
+        std::vector<std::string> standing;
+        for (const tivra_sim::PresentSubscription& subscription : market.group.hub(member).subscriptions())
+            standing.push_back(subscription.pattern);
+        EXPECT_EQ(standing, patterns);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, GroupWithAClosedDoor, testing::Bool(), [](const auto& perHub) {
+    return perHub.param ? std::string("ThreadPerHub") : std::string("SharedThread");
+});
+
 TEST(Group, WithoutAWatchlistTheApplicationHearsThatAMemberIsBusy) {
     Market market(2);
     ASSERT_TRUE(market->startAndWait());

@@ -125,8 +125,8 @@ TEST_F(SeveralHubsTest, AHubThatLeftCanStillAnswerOnceAndNoMore) {
     EXPECT_EQ(client.messagesOf(tag).back().status, -3);
 }
 
-/// A hub that is away while its requests pile up: what goes to both is answered by the other one, and nothing
-/// is lost or overtaken.
+/// A hub that is away while its requests pile up: others pass them, a question to both is answered by the other
+/// hub, and nothing is lost or overtaken.
 TEST(SeveralHubs, FullQueueOfOneHubKeepsTheOrder) {
     StartedHub first(hubOf({100, 922}));
     StartedHub second(hubOf({101, 922}));
@@ -156,16 +156,21 @@ TEST(SeveralHubs, FullQueueOfOneHubKeepsTheOrder) {
     }
     client.session().freeRequest(request);
     lastFiller = last;
-    client.send(tivra::QUERYXREF, 0, "IBM");
-    EXPECT_TRUE(client.waitUntil([&] { return answered == 1; })) << "by the hub that could be fed";
     std::vector<std::string> held;
     for (const char* symbol : {"A", "B", "C", "D", "E"})
         held.push_back("5022=QuerySnap|4=101|5=" + std::string(symbol) +
                        "|5026=" + std::to_string(client.send(tivra::QUERYSNAP, 101, symbol)));
+    client.send(tivra::QUERYXREF, 0, "IBM");
+    client.send(tivra::QUERYSNAP, 100, "IBM");
+    EXPECT_TRUE(client.waitUntil([&] { return answered == 2; })) << "by the hub that could be fed";
+    const std::string standing = "5022=SubscribeWildCard|5=*|5026=" +
+                                 std::to_string(client.send(tivra::SUBSCRIBEWILDCARD, 0, "*"));
+    EXPECT_TRUE(first.waitForCommand("SubscribeWildCard"));
+    held.push_back(standing);
 
     second.clearRequests();
     second.setAccepting(true);
-    EXPECT_TRUE(client.waitUntil([&] { return answered == 1 + int(held.size()); }, std::chrono::minutes(5)));
+    EXPECT_TRUE(client.waitUntil([&] { return answered == 2 + int(held.size()); }, std::chrono::minutes(5)));
     std::vector<std::string> texts = second.requestTexts();
     ASSERT_GE(texts.size(), queueSize + held.size());
     texts.erase(texts.begin(), texts.end() - static_cast<std::ptrdiff_t>(held.size()));
