@@ -108,6 +108,7 @@ private:
     // ResponseStatus.cpp: each returns false when the message is not for the application.
     [[nodiscard]] bool settleStatus(Incoming& in);
     [[nodiscard]] bool settleResponse(Incoming& in);
+    void translateStatus(Incoming& in) noexcept;
     void rewriteStatus(Incoming& in, int64_t status) noexcept;
 
     // AlternateIndexes.cpp

@@ -17,12 +17,9 @@ constexpr int64_t kNotAllXrefHubs = -225;
 } // namespace
 
 bool QueueReadHandler::settleStatus(Incoming& in) {
-    if (in.status == kNotCarried && m_session.isCMconnection()) {
-        eprintf(EPF_DBUG, "Change return code -220 to -12 for CM connection");
-        rewriteStatus(in, kNotCarriedThroughManager);
-    }
     if (in.hasTag)
         return settleResponse(in);
+    translateStatus(in);
     if (in.status != 0)
         eprintf(EPF_WARN, "rc=%ld (%s): no tag received", static_cast<long>(in.status),
                 m_session.getRetCodeDesc(static_cast<int>(in.status)));
@@ -54,10 +51,20 @@ bool QueueReadHandler::settleResponse(Incoming& in) {
         return false;
     // Merging may have rewritten the status or, when more answers follow, taken it out.
     readStatus(in);
+    translateStatus(in);
     if (in.hasStatus && in.status != 0)
         eprintf(EPF_DBUG, "rc=%ld (%s) for request tag %lld", static_cast<long>(in.status),
                 m_session.getRetCodeDesc(static_cast<int>(in.status)), tagForLog);
     return true;
+}
+
+/// What the application is to see of a merged status. Not before: merging tells a hub that lacks a news item
+/// by its code.
+void QueueReadHandler::translateStatus(Incoming& in) noexcept {
+    if (!in.hasStatus || in.status != kNotCarried || !m_session.isCMconnection())
+        return;
+    eprintf(EPF_DBUG, "Change return code -220 to -12 for CM connection");
+    rewriteStatus(in, kNotCarriedThroughManager);
 }
 
 void QueueReadHandler::rewriteStatus(Incoming& in, int64_t status) noexcept {

@@ -161,6 +161,7 @@ TEST_F(ReadHandlerTest, StatusCodesAreTranslatedForSessionsThroughAManager) {
 
     session.cmConnection = true;
     EXPECT_EQ(receive("5026=21|5001=-220"), "STATUS @0 rc=-12 tag=21 [5026=21|5001=-12|] {}");
+    EXPECT_EQ(session.merged.back(), (std::pair<int64_t, int64_t>(21, -220))) << "merged as the hub said it";
     EXPECT_EQ(receive("5001=-220"), "STATUS @0 rc=-12 tag=0 [5001=-12|] {}");
     EXPECT_EQ(receive("5026=20|5001=0"), "STATUS @0 rc=-225 tag=20 [5026=20|5001=-225|] {}");
     EXPECT_EQ(receive("5026=21|5001=-3"), "STATUS @0 rc=-3 tag=21 [5026=21|5001=-3|] {}");
