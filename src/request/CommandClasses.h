@@ -69,4 +69,9 @@ inline constexpr std::array<CommandRow, 24> COMMAND_TABLE{{
     return command == tivra::UNSUBSCRIBE || command == tivra::UNSUBSCRIBEWILDCARD;
 }
 
+/// The command that ends what this subscribe command has begun.
+[[nodiscard]] constexpr tivra::Commands unsubscribeOf(tivra::Commands command) noexcept {
+    return command == tivra::SUBSCRIBEWILDCARD ? tivra::UNSUBSCRIBEWILDCARD : tivra::UNSUBSCRIBE;
+}
+
 } // namespace tivra_internal

@@ -72,8 +72,7 @@ void Watchlist::unsubscribe(RequestInternal& request) {
     if (entry != watchlistMap.end() && isSubscribeCommand(entry->second.request->getCommand())) {
         const tivra::Commands command = entry->second.request->getCommand();
         request.cloneRequest(makeRequest(entry->second).get());
-        request.modifyCommand(command == tivra::SUBSCRIBEWILDCARD ? tivra::UNSUBSCRIBEWILDCARD
-                                                                  : tivra::UNSUBSCRIBE);
+        request.modifyCommand(unsubscribeOf(command));
         request.modifyTag(tag, true);
         m_unsubscribed.insert(unsubTag);
         return;

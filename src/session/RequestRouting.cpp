@@ -20,6 +20,7 @@
 #include "request/CommandClasses.h"
 #include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
+#include "request/RequestLength.h"
 #include "session/AlternateIndexScan.h"
 
 namespace tivra_internal {
@@ -27,8 +28,6 @@ namespace {
 
 constexpr int kSymbolToken = 5;
 constexpr double kSecondsOfBackOff = 1.0;
-// Routing may lengthen a subscribe without a symbol when it becomes a snap and subscribe.
-constexpr std::size_t kRoomForConversion = 12;
 
 long long printable(int64_t tag) {
     return static_cast<long long>(tag);
@@ -36,13 +35,6 @@ long long printable(int64_t tag) {
 
 bool hasSymbol(const RequestInternal& request) {
     return request.getSymbol()[0] != '\0';
-}
-
-bool isTooLong(const RequestInternal& request) {
-    std::size_t limit = HubClient::kMaxRequestText;
-    if (request.isCommandSet() && request.getCommand() == tivra::SUBSCRIBE && !hasSymbol(request))
-        limit -= kRoomForConversion;
-    return request.getText().size() > limit;
 }
 
 /// It ends with its answer and leaves nothing at the hub.
@@ -90,8 +82,8 @@ int64_t SessionImpl::send(RequestImpl& builder) {
     tp::MutexLock lock(m_request_mutex);
     const bool listFull = listed && watchlist.size() >= maxList;
     // An application must always be able to unsubscribe its way out of a full list.
-    const bool refusedByList =
-        listFull && !(request->isCommandSet() && isUnsubscribeCommand(request->getCommand()));
+    const bool isUnsubscribe = request->isCommandSet() && isUnsubscribeCommand(request->getCommand());
+    const bool refusedByList = listFull && !isUnsubscribe;
     if (refusedByList || isRequestQueueFull(request->getSrcid(), maxQueue)) {
         const int64_t tag = builder.hasGeneratedTag() ? builder.getGeneratedTag() : 0;
         eprintf(EPF_WARN, "send() failed for tag %lld: %s is full", printable(tag),
@@ -101,13 +93,16 @@ int64_t SessionImpl::send(RequestImpl& builder) {
     const bool hadTag = builder.hasGeneratedTag();
     const int64_t tag = hadTag ? builder.getGeneratedTag() : getNextTag();
     request->setTag(tag);
-    if (isTooLong(*request)) {
+    // The list writes an unsubscribe anew, from the subscription: only that text has to fit.
+    if (listed && isUnsubscribe)
+        watchlist.add(tag, *request);
+    if (longestText(*request) > HubClient::kMaxRequestText) {
         eprintf(EPF_WARN, "send() failed for tag %lld: request is too long", printable(tag));
         return 0;
     }
     builder.consumeGeneratedTag();
     eprintf(EPF_DBUG, "send: request with tag=%lld queued", printable(tag));
-    if (listed && request->isCommandSet())
+    if (listed && request->isCommandSet() && !isUnsubscribe)
         watchlist.add(tag, *request);
     requestQueue.push_back(std::move(request));
     return tag;
@@ -218,7 +213,7 @@ void SessionImpl::applySubscribeRule(RequestInternal& request) {
             m_HubStatusSubscribed = true;
     } else if (request.getSrcid() == -1 && request.getCommand() == tivra::SUBSCRIBE && !hasSymbol(request)) {
         eprintf(EPF_WARN, "Full subscribe not supported by API: tag=(%lld)\n", printable(request.getTag()));
-        request.add(kSymbolToken, std::string("FULLSUBNOTALLOWEDFROMAPI"));
+        request.add(kSymbolToken, std::string(kFullSubscribeRefused));
     }
 }
 
@@ -245,7 +240,7 @@ void SessionImpl::applyUnsubscribeRule(RequestInternal& request) {
         }
     } else if (request.getSrcid() == -1 && !hasSymbol(request)) {
         eprintf(EPF_WARN, "Full unsubscribe not supported by API: tag=(%lld)\n", tag);
-        request.add(kSymbolToken, std::string("FULLUNSUBNOTALLOWEDFROMAPI"));
+        request.add(kSymbolToken, std::string(kFullUnsubscribeRefused));
     }
 }
 

@@ -260,6 +260,29 @@ TEST_F(RequestTest, TooLongAndTooMany) {
     client.session().freeRequest(request);
 }
 
+TEST_F(RequestTest, TheLongestThatSendTakesReachesTheHubAndSoDoesItsUnsubscribe) {
+    const auto sendLongest = [this](tivra::Commands command, int source, const std::string& symbol) {
+        std::int64_t tag = 0;
+        for (std::size_t rest = 200; tag == 0 && rest > 0; --rest)
+            tag = client.send(command, source, symbol,
+                              {{tivra::USER_NAME, std::string(4000, 'x')},
+                               {tivra::PRODUCT_ROOT, std::string(4000, 'x')},
+                               {tivra::KVN_TOKEN_NAME, std::string(rest, 'x')}});
+        EXPECT_TRUE(client.waitForEnd(tag)) << command << symbol;
+        return std::to_string(tag);
+    };
+    start();
+    sendLongest(tivra::UNSUBSCRIBE, 0, "");
+    client.session().stop();
+    client.forget();
+    startWithWatchlist();
+    sendLongest(tivra::SUBSCRIBE, 0, "");
+    for (const tivra::Commands command : {tivra::SUBSCRIBE, tivra::SUBSCRIBEWILDCARD})
+        EXPECT_EQ(client.ask(tivra::UNSUBSCRIBE, 0, "",
+                             {{tivra::QUERY_REF_TAG, sendLongest(command, 100, "IBM")}}),
+                  0);
+}
+
 TEST_F(RequestTest, WatchlistReplaysWhatStandsAfterALoss) {
     startWithWatchlist();
     const std::int64_t ibm = client.send(tivra::SUBSCRIBE, 100, "IBM");
