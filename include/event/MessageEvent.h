@@ -64,7 +64,8 @@ public:
     /// this list comes as one that is, as a rule 0 or 1. The field, ENUM.DISPLAY.PRECISION, doesn't appear in
     /// the reader, which gives the prices as the hub sent them whatever the code.
     int getDisplayPrecision() const;
-    /// The hub's code; 0 means success or that the message carries none.
+    /// The hub's code; 0 means success or that the message carries none. -997, "Connection lost before the
+    /// answer", is the library's own, see SessionConfig::END_LOST_REQUESTS_BOOL.
     int getStatusCode() const;
     /// The name of that code; "Unknown code" for one that nobody has named.
     std::string getStatusString() const;

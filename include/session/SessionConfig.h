@@ -39,7 +39,12 @@ public:
         MAX_WATCHLIST_SIZE_LONG = 6,
         /// How full a receive queue must be, in percent, for an alarm event. 1 to 101, where 101 means never;
         /// default 70.
-        QUEUE_DEPTH_THRESHOLD_PERCENT_LONG = 7
+        QUEUE_DEPTH_THRESHOLD_PERCENT_LONG = 7,
+        /// true: a request whose hub is lost before the answer ends with a message of its tag, an
+        /// IMAGE_COMPLETE for a query and a STATUS for any other, with the status -997 "Connection lost
+        /// before the answer". It comes after the loss event. With WATCHLIST_BOOL only what isn't repeated
+        /// ends so, an unsubscribe for example. Default false: such a request just has no end.
+        END_LOST_REQUESTS_BOOL = 8
     };
 
     SessionConfig(const SessionConfig&) = delete;

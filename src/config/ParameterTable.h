@@ -37,7 +37,7 @@ struct ParameterInfo {
 inline constexpr long kNoMinimum = std::numeric_limits<long>::min();
 inline constexpr long kNoMaximum = std::numeric_limits<long>::max();
 
-inline constexpr std::array<ParameterInfo, 8> kSessionParameters{{
+inline constexpr std::array<ParameterInfo, 9> kSessionParameters{{
     {tivra::SessionConfig::RECOVERY_BOOL, "RECOVERY_BOOL", ParameterType::Bool, "", 0, 1, 1,
      OutOfRange::Impossible, "deprecated: setting it only logs a warning"},
     {tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, "MULTITHREADED_API_CONNECTIONS_BOOL",
@@ -60,6 +60,9 @@ inline constexpr std::array<ParameterInfo, 8> kSessionParameters{{
     {tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG, "QUEUE_DEPTH_THRESHOLD_PERCENT_LONG",
      ParameterType::Long, "percent", 1, 101, 70, OutOfRange::CorrectedWhenSet,
      "how full a receive queue must be for an alarm event; 101 means never"},
+    {tivra::SessionConfig::END_LOST_REQUESTS_BOOL, "END_LOST_REQUESTS_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible,
+     "end requests whose hub is lost before the answer with the status -997 instead of not at all"},
 }};
 
 inline constexpr std::array<ParameterInfo, 11> kHostParameters{{

@@ -77,6 +77,9 @@ void SessionConfigImpl::set(SessionConfig::Parameters parameter, bool value) {
         if (value && !maxReqQSizeSet)
             maxRequestQueueSize = kWatchlistRequestQueueSize;
         break;
+    case SessionConfig::END_LOST_REQUESTS_BOOL:
+        endLostRequests = value;
+        break;
     default:
         eprintf(EPF_WARN, "Invalid parameter (%d) passed to SessionConfigImpl::set(bool)",
                 static_cast<int>(parameter));

@@ -343,6 +343,8 @@ void HubClient::closeConnection() {
     // A first hub that the session lets go is no loss, nor is one that had not come up.
     if (wasReady && !getInitialHubDisconnected())
         m_session.countHubLoss(this);
+    if (wasReady)
+        m_session.endOutstanding(this);
 }
 
 void HubClient::suspendClient(const std::string& reason) {

@@ -155,6 +155,7 @@ bool HubEventReactor::sendNext(HubClient& client, RequestQueue& queue, Pass& pas
     case Sent::Yes:
         break;
     case Sent::TooLong:
+        client.getSession().loseRequest(head.getTag(), &client);
         queue.pop_front();
         pass.budget -= 1;
         return true;
@@ -188,7 +189,7 @@ bool HubEventReactor::replayNext(HubClient& client, const RequestInternal& reque
     }
     lastTag = request.getTag();
     // A retry that still waits in the queue has been overtaken.
-    client.getWatchlist()->endRetry(request.getTag());
+    client.getWatchlist()->noteReplay(request.getTag());
     finish(client, request, pass);
     return true;
 }
@@ -204,6 +205,7 @@ HubEventReactor::Sent HubEventReactor::sendTo(HubClient& client, const RequestIn
         pass.outOfStep.push_back(&client);
         return Sent::No;
     }
+    client.getSession().noteWritten(request.getTag(), &client);
     if (isQueryCommand(request.getCommand()))
         client.incrQueryCount();
     eprintf(EPF_DBUG, "handle_hub_requests: %s: sent request with command=%d; tag=%ld",

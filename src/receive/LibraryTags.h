@@ -11,4 +11,7 @@ inline constexpr int64_t REPORT_API_STATS_TAG = 17; ///< report of the queue's f
 /// Tags above it are the application's.
 inline constexpr int64_t LAST_LIBRARY_TAG = 17;
 
+/// The library's own status, in place of an answer that was lost with the connection.
+inline constexpr int64_t kStatusConnectionLost = -997;
+
 } // namespace tivra_internal

@@ -19,12 +19,14 @@
 namespace tivra_internal {
 
 class HostConfigImpl;
+class HubClient;
 class MessageEventImpl;
 class MetaTokenMap;
 class Queue;
 class ReadHandlerHub;
 class ReadHandlerSession;
 class UserEventReactor;
+struct LostRequest;
 
 /// The decoder at the consumer end of one hub's queue: it parses each frame, keeps the library's housekeeping
 /// to itself and hands the rest to the application. It owns its parser and the one message event that every
@@ -66,6 +68,9 @@ public:
 
     /// @thread user, at the 100 ms tick
     void calcStats(double curtime);
+    /// Ends some of the requests whose answer was lost with the hub's connection. @thread user, at the same
+    /// tick
+    void endLostRequests();
 
     void setParser(std::unique_ptr<KVNAPI::Parser> parser) noexcept { kvnParser = std::move(parser); }
     [[nodiscard]] KVNAPI::Parser* getParser() const noexcept { return kvnParser.get(); }
@@ -111,6 +116,9 @@ private:
     void translateStatus(Incoming& in) noexcept;
     void rewriteStatus(Incoming& in, int64_t status) noexcept;
 
+    // LostAnswers.cpp
+    void endLostRequest(const LostRequest& lost, HubClient* hub);
+
     // AlternateIndexes.cpp
     [[nodiscard]] bool applyAlternateIndexes(Incoming& in);
     void takeIndexesOfSource(const Incoming& in, const AltIndexList& list);
@@ -134,7 +142,7 @@ private:
     HandlePtr<tivra::MessageEvent> msgEvent;
     // Null when the dictionary lacks them, which the bootstrap table rules out.
     KVNAPI::Token* const m_statusTok;
-    const KVNAPI::Token* const m_tagTok;
+    KVNAPI::Token* const m_tagTok;
     const KVNAPI::Token* const m_hubDropTok;
     const KVNAPI::Token* const m_idleCntTok;
     const KVNAPI::Token* const m_conflationTok;

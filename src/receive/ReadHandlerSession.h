@@ -23,6 +23,12 @@ class HubClient;
 class MetaTokenMap;
 struct AltIndexInfo;
 
+/// A request that ends without an answer.
+struct LostRequest {
+    int64_t tag = 0;
+    tivra::Commands command = tivra::SUBSCRIBE;
+};
+
 /// What a read handler (and the message event it fills) may ask of the session. @thread user
 class ReadHandlerSession {
 public:
@@ -43,6 +49,10 @@ public:
     [[nodiscard]] virtual bool suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::Token* statusTok,
                                                 KVNAPI::TVPair* rcPair, MetaTokenMap* dictionary,
                                                 HubClient* from) = 0;
+
+    /// The next request whose answer was lost with the hub's connection and whose end is due on this thread;
+    /// false when there is none. Without a hub: one whose hub has left the session.
+    [[nodiscard]] virtual bool takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest& lost) = 0;
 
     /// The application itself subscribes to the heartbeat symbol.
     [[nodiscard]] virtual bool isHBSubscribed() const = 0;

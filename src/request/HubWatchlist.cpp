@@ -28,46 +28,73 @@ HubWatchlist::~HubWatchlist() = default;
 
 void HubWatchlist::add(int64_t tag, std::unique_ptr<RequestInternal> request) {
     const tivra::Commands command = request->getCommand();
-    if (isUnsubscribeCommand(command)) {
-        remove(request->getUnsubtag(), false);
-        return;
-    }
-    if (command == tivra::SETCONFLATIONINTERVAL)
-        return;
+    if (isUnsubscribeCommand(command))
+        unsubscribe(request->getUnsubtag());
+    else if (command != tivra::SETCONFLATIONINTERVAL)
+        addNew(tag, {m_sessionList.share(tag, *request), request->reach});
+}
 
-    std::shared_ptr<const StandingRequest> standing = m_sessionList.share(tag, *request);
+void HubWatchlist::addNew(int64_t tag, Entry added) {
     const std::string hubAddr = m_hubName.getHubAddr();
     int64_t replacedTag = -1;
     {
         tp::MutexLock lock(m_watchlist_mutex);
-        const auto [entry, isNew] = watchlistMap.try_emplace(tag, Entry{std::move(standing), request->reach});
+        const auto [entry, isNew] = watchlistMap.try_emplace(tag, std::move(added));
+        const StandingRequest& listed = *entry->second.request;
         if (isNew)
             eprintf(EPF_DBUG, "tag %lld added with command %d to watchlist for HUB %s", printable(tag),
-                    static_cast<int>(command), hubAddr.c_str());
+                    static_cast<int>(listed.getCommand()), hubAddr.c_str());
         else
             eprintf(EPF_DBUG, "tag %lld already existed in watchlist for HUB %s", printable(tag),
                     hubAddr.c_str());
 
-        const StandingRequest* const listed = entry->second.request.get();
-        const auto [sameCommand, isNewCommand] = cmdTagMap.insert(listed);
-        if (!isNewCommand) {
-            const int64_t oldTag = (*sameCommand)->getTag();
-            eprintf(oldTag == tag ? EPF_WARN : EPF_DBUG,
+        m_sameRequests.add(listed);
+        const StandingRequest* const old = isNew ? m_sameRequests.replacedBy(listed) : &listed;
+        if (old != nullptr)
+            eprintf(old == &listed ? EPF_WARN : EPF_DBUG,
                     "Removing tag %lld from watchlist for HUB %s; replaced with dup command from tag %lld",
-                    printable(oldTag), hubAddr.c_str(), printable(tag));
-            // The same tag once more, from a replay, must not take itself off the list.
-            if (oldTag != tag) {
-                replacedTag = oldTag;
-                cmdTagMap.erase(sameCommand);
-                cmdTagMap.insert(listed);
-            }
-        }
+                    printable(old->getTag()), hubAddr.c_str(), printable(tag));
+        // What has not been answered yet must come back with a replay; it goes with its answer. The same tag
+        // once more, from a replay, must not take itself off the list.
+        if (old != nullptr && old != &listed && watchlistMap.at(old->getTag()).isAnswered)
+            replacedTag = old->getTag();
     }
-    remove(replacedTag, false);
+    remove(replacedTag);
     m_sessionList.addHub(tag, m_hub);
 }
 
-void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap) {
+void HubWatchlist::unsubscribe(int64_t tag) {
+    // Nor may those come back whose place it has taken.
+    while (tag != -1) {
+        int64_t replacedTag = -1;
+        {
+            tp::MutexLock lock(m_watchlist_mutex);
+            const auto entry = watchlistMap.find(tag);
+            const StandingRequest* const old =
+                entry != watchlistMap.end() ? m_sameRequests.replacedBy(*entry->second.request) : nullptr;
+            if (old != nullptr)
+                replacedTag = old->getTag();
+        }
+        remove(tag);
+        tag = replacedTag;
+    }
+}
+
+void HubWatchlist::noteAnswer(int64_t tag) {
+    {
+        tp::MutexLock lock(m_watchlist_mutex);
+        const auto entry = watchlistMap.find(tag);
+        if (entry != watchlistMap.end()) {
+            const StandingRequest& listed = *entry->second.request;
+            entry->second.isAnswered = true;
+            if (!isSnapCommand(listed.getCommand()) && !m_sameRequests.isReplaced(listed))
+                return;
+        }
+    }
+    remove(tag);
+}
+
+void HubWatchlist::remove(int64_t tag) {
     if (tag == -1)
         return;
     {
@@ -79,13 +106,7 @@ void HubWatchlist::remove(int64_t tag, bool onlyRemoveIfSnap) {
                     printable(tag), m_hubName.getHubAddr().c_str());
             return;
         }
-        const StandingRequest* const listed = entry->second.request.get();
-        if (onlyRemoveIfSnap && !isSnapCommand(listed->getCommand()))
-            return;
-        // A newer request that says the same may stand there already.
-        const auto command = cmdTagMap.find(listed);
-        if (command != cmdTagMap.end() && *command == listed)
-            cmdTagMap.erase(command);
+        m_sameRequests.remove(*entry->second.request);
         watchlistMap.erase(entry);
         m_retryTags.erase(tag);
     }
@@ -98,7 +119,10 @@ bool HubWatchlist::handleResponse(int64_t tag, int64_t status) {
     if (status == kHubBusy)
         return retry(tag);
     // A finished snap leaves the list and a subscription stays; what the hub has refused is forgotten.
-    remove(tag, status >= 0);
+    if (status >= 0)
+        noteAnswer(tag);
+    else
+        remove(tag);
     return false;
 }
 
@@ -136,6 +160,19 @@ bool HubWatchlist::isRetryWanted(int64_t tag) const {
 void HubWatchlist::endRetry(int64_t tag) {
     tp::MutexLock lock(m_watchlist_mutex);
     m_retryTags.erase(tag);
+}
+
+void HubWatchlist::noteReplay(int64_t tag) {
+    tp::MutexLock lock(m_watchlist_mutex);
+    m_retryTags.erase(tag);
+    const auto entry = watchlistMap.find(tag);
+    if (entry != watchlistMap.end())
+        entry->second.isAnswered = false;
+}
+
+bool HubWatchlist::contains(int64_t tag) const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return watchlistMap.count(tag) != 0;
 }
 
 std::size_t HubWatchlist::size() const {

@@ -11,6 +11,7 @@
 #include "LockOrder.h"
 #include "request/CommandClasses.h"
 #include "request/RequestInternal.h"
+#include "request/SameRequests.h"
 #include "request/StandingRequest.h"
 
 namespace tivra_internal {
@@ -32,7 +33,8 @@ public:
 
     /// The request has been written. An unsubscribe ends the subscription on this hub and isn't listed.
     void add(int64_t tag, std::unique_ptr<RequestInternal> request);
-    void remove(int64_t tag, bool onlyRemoveIfSnap);
+    /// The tag counts as answered: a standing request that nothing has replaced stays, the rest leaves.
+    void noteAnswer(int64_t tag);
 
     /// A response with a status has come. True: the hub was busy and a retry has consumed the response, which
     /// must not reach the application.
@@ -41,11 +43,15 @@ public:
     [[nodiscard]] bool isRetryWanted(int64_t tag) const;
     /// The retry of a tag has been written or never will be: a busy hub may cause the next one. @thread hub
     void endRetry(int64_t tag);
+    /// The tag has been written once more after a reconnect: no retry is wanted, and its answer is due anew.
+    /// @thread hub
+    void noteReplay(int64_t tag);
 
     [[nodiscard]] static bool isSnapCommand(tivra::Commands command) noexcept {
         return tivra_internal::isSnapCommand(command);
     }
     [[nodiscard]] std::size_t size() const;
+    [[nodiscard]] bool contains(int64_t tag) const;
     /// A copy, alternate indexes and hub included, of the entry with the lowest tag above `lastTag`, or null.
     [[nodiscard]] std::unique_ptr<RequestInternal> getNextRequest(int64_t lastTag) const;
     /// False when the tag is unknown.
@@ -59,10 +65,14 @@ private:
     struct Entry {
         std::shared_ptr<const StandingRequest> request;
         RequestInternal::Reach reach;
+        bool isAnswered = false; ///< since it was written last
     };
 
     [[nodiscard]] bool retry(int64_t tag);
     [[nodiscard]] std::unique_ptr<RequestInternal> makeRequest(const Entry& entry) const;
+    void addNew(int64_t tag, Entry added);
+    void unsubscribe(int64_t tag);
+    void remove(int64_t tag);
 
     HubClient* const m_hub;
     const HubName& m_hubName;
@@ -71,9 +81,7 @@ private:
 
     mutable tp::Mutex m_watchlist_mutex{kLockHubWatchlist}; ///< guards what follows
     std::map<int64_t, Entry> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
-    /// The entries of watchlistMap, one for each compare string.
-    std::set<const StandingRequest*, StandingRequest::CompareStringLess>
-        cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
+    SameRequests m_sameRequests TP_GUARDED_BY(m_watchlist_mutex); ///< the entries of watchlistMap
     /// Tags whose retry waits to be written.
     std::set<int64_t> m_retryTags TP_GUARDED_BY(m_watchlist_mutex);
 };

@@ -37,6 +37,7 @@ RequestInternal::RequestInternal(const RequestInternal* other)
     , resubHubStatus(other->resubHubStatus)
     , reach(other->reach)
     , isWLRetry(other->isWLRetry)
+    , isRepeated(other->isRepeated)
     , outstandingResponses(other->outstandingResponses)
     , tag(other->tag) {
     setContent(other->getContent());

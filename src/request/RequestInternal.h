@@ -61,6 +61,7 @@ public:
     bool resubHubStatus = false; ///< the hub status must be subscribed again after this request
     Reach reach = Reach::OneHub;
     bool isWLRetry = false;      ///< a repeated request that its hub's watchlist knows already
+    bool isRepeated = false;     ///< the application has had an answer, before a restart sent it again
     std::vector<AltIndexInfo> altIndex;
     uint64_t outstandingResponses = 0; ///< hubs that have still to finish the tag (watchlist entries)
 

@@ -29,10 +29,11 @@ public:
     /// The same for requests that say the same in another order, whatever their tags.
     [[nodiscard]] const std::string& getCompareString() const noexcept { return m_compareString; }
 
-    struct CompareStringLess {
+    struct CompareStringThenTagLess {
         [[nodiscard]] bool operator()(const StandingRequest* left,
                                       const StandingRequest* right) const noexcept {
-            return left->m_compareString < right->m_compareString;
+            const int order = left->m_compareString.compare(right->m_compareString);
+            return order != 0 ? order < 0 : left->m_tag < right->m_tag;
         }
     };
 

@@ -38,15 +38,12 @@ void Watchlist::add(int64_t tag, RequestInternal& request) {
     entry->second = {std::make_shared<const StandingRequest>(request), request.outstandingResponses};
     eprintf(EPF_DBUG, "tag %lld added to watchlist", printable(tag));
 
-    const StandingRequest* const listed = entry->second.request.get();
-    const auto [command, isNewCommand] = cmdTagMap.insert(listed);
-    if (isNewCommand)
-        return;
-    const int64_t oldTag = (*command)->getTag();
-    eprintf(EPF_DBUG, "Removing tag %lld from watchlist; replaced with dup command from tag %lld",
-            printable(oldTag), printable(tag));
-    remove(oldTag);
-    cmdTagMap.insert(listed);
+    const StandingRequest& listed = *entry->second.request;
+    m_sameRequests.add(listed);
+    // It goes when its hubs have answered it, which may be long ago or still to come.
+    if (const StandingRequest* const old = m_sameRequests.replacedBy(listed))
+        eprintf(EPF_DBUG, "Removing tag %lld from watchlist; replaced with dup command from tag %lld",
+                printable(old->getTag()), printable(tag));
 }
 
 std::shared_ptr<const StandingRequest> Watchlist::share(int64_t tag, const RequestInternal& request) const {
@@ -68,22 +65,24 @@ void Watchlist::unsubscribe(RequestInternal& request) {
 
     // Held to the end of the copy: the last answer of a hub may take the entry off the list meanwhile.
     tp::MutexLock lock(m_watchlist_mutex);
-    const auto entry = watchlistMap.find(unsubTag);
-    if (entry != watchlistMap.end() && isSubscribeCommand(entry->second.request->getCommand())) {
-        const tivra::Commands command = entry->second.request->getCommand();
-        request.cloneRequest(makeRequest(entry->second).get());
-        request.modifyCommand(unsubscribeOf(command));
+    const Entry* const entry = findCurrent(unsubTag);
+    if (entry != nullptr && isSubscribeCommand(entry->request->getCommand())) {
+        request.cloneRequest(makeRequest(*entry).get());
+        request.modifyCommand(unsubscribeOf(entry->request->getCommand()));
         request.modifyTag(tag, true);
-        m_unsubscribed.insert(unsubTag);
+        // Nor may those come back whose place it has taken.
+        for (const StandingRequest* old = entry->request.get(); old != nullptr;
+             old = m_sameRequests.replacedBy(*old))
+            m_unsubscribed.insert(old->getTag());
         return;
     }
 
     const char* refusal = "UNSUBTAGNOTFOUNDWATCHLIST";
-    if (entry != watchlistMap.end()) {
+    if (entry != nullptr) {
         refusal = "UNSUBOFNONSUBNOTALLOWEDWITHWATCHLIST";
         eprintf(EPF_WARN,
                 "tag %lld requested unsubscribe of tag %lld, which was not a subscribe command (command=%d)",
-                printable(tag), printable(unsubTag), static_cast<int>(entry->second.request->getCommand()));
+                printable(tag), printable(unsubTag), static_cast<int>(entry->request->getCommand()));
     } else {
         eprintf(EPF_WARN, "tag %lld requested unsubscribe of tag %lld, which was not found in watchlist",
                 printable(tag), printable(unsubTag));
@@ -93,13 +92,20 @@ void Watchlist::unsubscribe(RequestInternal& request) {
     request.add(kSymbolToken, std::string(refusal));
 }
 
+const Watchlist::Entry* Watchlist::findCurrent(int64_t tag) const {
+    const auto entry = watchlistMap.find(tag);
+    if (entry == watchlistMap.end() || m_sameRequests.isReplaced(*entry->second.request))
+        return nullptr;
+    return &entry->second;
+}
+
 void Watchlist::remove(int64_t tag) {
     const auto entry = watchlistMap.find(tag);
     if (entry == watchlistMap.end()) {
         eprintf(EPF_DBUG, "Unable to remove tag %lld from watchlist; not found", printable(tag));
         return;
     }
-    cmdTagMap.erase(entry->second.request.get());
+    m_sameRequests.remove(*entry->second.request);
     watchlistMap.erase(entry);
     m_unsubscribed.erase(tag);
     eprintf(EPF_DBUG, "tag %lld removed from watchlist", printable(tag));
@@ -174,6 +180,11 @@ void Watchlist::lowerExpectedResponses(int64_t tag) {
 std::size_t Watchlist::size() const {
     tp::MutexLock lock(m_watchlist_mutex);
     return watchlistMap.size();
+}
+
+bool Watchlist::contains(int64_t tag) const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return watchlistMap.count(tag) != 0;
 }
 
 int64_t Watchlist::highestTag() const {

@@ -11,6 +11,7 @@
 
 #include "LockOrder.h"
 #include "request/CommandClasses.h"
+#include "request/SameRequests.h"
 #include "request/StandingRequest.h"
 
 namespace tivra_internal {
@@ -27,7 +28,9 @@ public:
     Watchlist(const Watchlist&) = delete;
     Watchlist& operator=(const Watchlist&) = delete;
 
-    /// Lists a copy of the request. An unsubscribe is rewritten in place into the text that the hubs need.
+    /// Lists a copy of the request. One that says the same as an older one takes its place; that stays until
+    /// its hubs have answered it, but can't be unsubscribed any more. An unsubscribe is rewritten in place
+    /// into the text that the hubs need.
     /// @thread application, under the session's request mutex
     void add(int64_t tag, RequestInternal& request);
 
@@ -52,6 +55,7 @@ public:
         return tivra_internal::isSubscribeCommand(command);
     }
     [[nodiscard]] std::size_t size() const;
+    [[nodiscard]] bool contains(int64_t tag) const;
     /// The highest tag listed, 0 when the list is empty.
     [[nodiscard]] int64_t highestTag() const;
     /// A copy of the entry with the lowest tag above `lastTag`, or null.
@@ -64,6 +68,8 @@ private:
     };
 
     void unsubscribe(RequestInternal& request);
+    /// The entry of a tag; null when there is none or a newer request has taken its place.
+    [[nodiscard]] const Entry* findCurrent(int64_t tag) const TP_REQUIRES(m_watchlist_mutex);
     void remove(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
     /// The tag's entry has one response less to come; true when it was the last.
     [[nodiscard]] bool countResponse(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
@@ -76,9 +82,7 @@ private:
     std::map<int64_t, Entry> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
     /// The hubs that hold a tag, a pair for each.
     std::set<std::pair<int64_t, HubClient*>> tagHubMap TP_GUARDED_BY(m_watchlist_mutex);
-    /// The entries of watchlistMap, one for each compare string.
-    std::set<const StandingRequest*, StandingRequest::CompareStringLess>
-        cmdTagMap TP_GUARDED_BY(m_watchlist_mutex);
+    SameRequests m_sameRequests TP_GUARDED_BY(m_watchlist_mutex); ///< the entries of watchlistMap
     /// Listed tags that the application has unsubscribed.
     std::set<int64_t> m_unsubscribed TP_GUARDED_BY(m_watchlist_mutex);
 };

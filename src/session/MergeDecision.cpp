@@ -1,5 +1,6 @@
 #include "session/MergeDecision.h"
 
+#include "receive/LibraryTags.h"
 #include "request/CommandClasses.h"
 
 namespace tivra_internal {
@@ -41,10 +42,12 @@ void mergeSeries(const MergeQuestion& question, MergeDecision& decision) {
     decision.removeStatus = !question.last;
 }
 
-/// Without a data series one answer is enough: the first, or on news the first that is not "not carried".
+/// Without a data series one answer is enough: the first that the hub gave, and on news the first that is not
+/// "not carried".
 void mergeSingleAnswer(const MergeQuestion& question, MergeDecision& decision) {
-    const bool useful = !question.isNews || question.last || question.status != kStatusNotCarried;
-    if (useful && !question.responseSent) {
+    const bool isNoAnswer = question.status == kStatusConnectionLost ||
+                            (question.isNews && question.status == kStatusNotCarried);
+    if ((question.last || !isNoAnswer) && !question.responseSent) {
         decision.suppress = false;
         decision.responseSent = true;
     }

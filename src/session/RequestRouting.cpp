@@ -471,7 +471,7 @@ void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubC
         if (!isRetry && (isCopy || isUnsubscribeCommand(request->getCommand())))
             list.add(tag, request->copyWithAltIndex());
         if (isCopy)
-            list.remove(tag, true);
+            list.noteAnswer(tag);
     }
     int grantedSource = 0;
     {
@@ -500,10 +500,11 @@ void SessionImpl::noteReplay(const RequestInternal& request, HubClient* client) 
     const auto [entry, isNew] = m_responses.reqRespMap.try_emplace(request.getTag());
     if (isNew) {
         entry->second = ResponseBook::makeEntry(request, {client}, false, 0);
+        entry->second.isRepeated = true;
         return;
     }
     if (!entry->second.isWaitingFor(client)) {
-        entry->second.waitingFor.push_back(client);
+        entry->second.waitFor(client);
         ++entry->second.outstandingResponses;
     }
 }

@@ -17,6 +17,17 @@ namespace tivra_internal {
 class HubClient;
 class RequestInternal;
 
+/// An answer that is still to come.
+struct AwaitedAnswer {
+    enum class State {
+        Queued,  ///< the request waits to be written
+        Written, ///< the hub has the request
+        Lost     ///< the connection was lost before the answer, which doesn't come any more
+    };
+    HubClient* hub; ///< null once the hub has left the session, when the answer is lost
+    State state = State::Queued;
+};
+
 /// One request in flight.
 struct reqResp {
     uint64_t outstandingResponses = 1;
@@ -26,12 +37,19 @@ struct reqResp {
     int64_t rc = kNoStatusYet;                                 ///< the lowest status seen
     bool isNews = false;
     int32_t src = 0; ///< not 0 only on the library's own question for a newly granted source
-    std::vector<HubClient*> waitingFor; ///< the hubs whose answer is still to come
+    bool isRepeated = false; ///< the application has had an answer, before the request was written again
+    std::vector<AwaitedAnswer> waitingFor;
 
-    [[nodiscard]] bool isWaitingFor(const HubClient* hub) const;
+    [[nodiscard]] bool isWaitingFor(const HubClient* hub) const { return find(hub) != waitingFor.end(); }
+    [[nodiscard]] bool isLost(const HubClient* hub) const;
+    /// One more answer is expected.
+    void waitFor(HubClient* hub) { waitingFor.push_back({hub}); }
+    /// One answer of this hub is not expected any more.
     void stopWaitingFor(const HubClient* hub);
     /// This hub will not answer. True when there is nobody left who could.
     [[nodiscard]] bool countAsAnswered(const HubClient* hub);
+    void setState(const HubClient* hub, AwaitedAnswer next);
+    [[nodiscard]] std::vector<AwaitedAnswer>::const_iterator find(const HubClient* hub) const;
 };
 
 /// The requests in flight by tag. Written by routing, emptied by the merging of responses. @thread any
@@ -39,9 +57,33 @@ struct ResponseBook {
     tp::Mutex m_reqRespMap_mutex{kLockReqRespMap};
     std::map<int64_t, reqResp> reqRespMap TP_GUARDED_BY(m_reqRespMap_mutex);
 
+    /// The request is out: its answer would be lost with the connection. @thread hub
+    void noteWritten(int64_t tag, HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
+    /// The tags that the hub has been asked for and has not answered.
+    [[nodiscard]] std::vector<int64_t> writtenTo(const HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
+    /// The answer will not come; `owner` is who waits for the end in the hub's place. False when it has come.
+    [[nodiscard]] bool lose(int64_t tag, const HubClient* hub, HubClient* owner)
+        TP_EXCLUDES(m_reqRespMap_mutex);
+
+    /// A lost answer's time has come. True: a status in its place is to be merged, for a request with this
+    /// command. False: it came after all, or its share is dropped because `report` is false or the
+    /// application has had an answer; what then remains of the answer never reaches its end.
+    [[nodiscard]] bool settleLost(int64_t tag, const HubClient* hub, bool report, tivra::Commands& command)
+        TP_EXCLUDES(m_reqRespMap_mutex);
+
+    // Before all hubs go.
+    /// Enters a request that no hub has got yet.
+    void noteUnsent(const RequestInternal& request) TP_EXCLUDES(m_reqRespMap_mutex);
+    /// Whether the application waits for its first answer.
+    [[nodiscard]] bool isUnanswered(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
+    [[nodiscard]] std::vector<int64_t> tags() TP_EXCLUDES(m_reqRespMap_mutex);
+    void forget(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
+    /// All answers to come are lost, as one. False when nobody waits for that: the entry is gone.
+    [[nodiscard]] bool loseAll(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
+
     /// A new entry for a request that goes to `hubs`.
-    [[nodiscard]] static reqResp makeEntry(const RequestInternal& request, std::vector<HubClient*> hubs,
-                                           bool isNews, int src);
+    [[nodiscard]] static reqResp makeEntry(const RequestInternal& request,
+                                           const std::vector<HubClient*>& hubs, bool isNews, int src);
 };
 
 } // namespace tivra_internal

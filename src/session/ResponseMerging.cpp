@@ -67,7 +67,8 @@ bool SessionImpl::suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::To
         entry.rc = decision.lowestStatus;
         if (decision.writeLowestStatus)
             rcPair->i = decision.lowestStatus;
-        if (finished)
+        // After a lost share was dropped, the last answer is not the end; there is no other either.
+        if (finished || entry.waitingFor.empty())
             m_responses.reqRespMap.erase(found);
     }
     if (decision.removeStatus)

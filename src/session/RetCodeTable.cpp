@@ -4,6 +4,8 @@
 
 #include <tp/eprintf.h>
 
+#include "receive/LibraryTags.h"
+
 namespace tivra_internal {
 namespace {
 
@@ -17,6 +19,7 @@ constexpr RetCodeName kBootStrapEnum[] = {
     {-9, "ERR_MC_LOGIN_INSTANCE"},       {-8, "ERR_MC_LOGIN_HUB"}, {-7, "ERR_MC_LOGIN_IP"},
     {-6, "ERR.AUTH.LOGIN.COUNT"},        {-5, "ERR.AUTH.LOGIN"},   {-4, "ERR_DENY_LOGIN"},
     {-225, "ERR_ALLXREF_NOT_CONNECTED"},
+    {kStatusConnectionLost, "Connection lost before the answer"},
 };
 
 // What a hub may make the process remember: far above any real enumeration, and no more.

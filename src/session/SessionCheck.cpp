@@ -26,9 +26,11 @@ void SessionImpl::check_user_events() {
 }
 
 void SessionImpl::check_session_events() {
+    m_lost.beginCheck();
     decideState();
     reportJitConflation();
-    handleEvents(false);
+    if (handleEvents(false))
+        m_lost.endCheck();
 }
 
 /// The first user thread ends: what has been raised still reaches the application.
@@ -260,14 +262,15 @@ void SessionImpl::reportJitConflation() {
     }
 }
 
-void SessionImpl::handleEvents(bool untilEmpty) {
+bool SessionImpl::handleEvents(bool untilEmpty) {
     for (int delivered = 0; untilEmpty || delivered < kEventsPerCheck; ++delivered) {
         const SessionEventPtr event = m_events.pop();
         if (!event)
-            return;
+            return true;
         sessionHandler->onSessionEvent(*event);
         eprintf(EPF_INFO, "SessionEvent: %s", sessionEventText(*event).c_str());
     }
+    return false;
 }
 
 } // namespace tivra_internal

@@ -10,6 +10,7 @@
 #include "config/SessionConfigImpl.h"
 #include "config/UserInfoImpl.h"
 #include "hub/HubClient.h"
+#include "receive/LibraryTags.h"
 #include "request/RequestInternal.h"
 #include "session/SessionEventImpl.h"
 
@@ -94,6 +95,8 @@ void SessionImpl::registerStatisticsEventHandler(tivra::StatisticsEventHandler* 
 }
 
 void SessionImpl::setRetCodeDesc(int code, const char* text, long length) {
+    if (code == kStatusConnectionLost)
+        return; // no hub says what the library means by it
     m_retCodes.set(code, std::string_view(text, length < 0 ? 0 : static_cast<std::size_t>(length)));
 }
 
@@ -126,6 +129,7 @@ void SessionImpl::countHubLoss(HubClient* client) {
 }
 
 void SessionImpl::enterReadyHub(HubClient* client) {
+    m_lost.stopWaitingForQueue(client);
     tp::MutexLock lock(newQRHQueue_mutex);
     if (client->markReady() && !client->m_retired)
         newQRHQueue.push_back(client);

@@ -31,6 +31,7 @@
 #include "session/HeldRequests.h"
 #include "session/HubSourceStatus.h"
 #include "session/HubTable.h"
+#include "session/LostRequests.h"
 #include "session/QueueDepthAlarm.h"
 #include "session/ReactorTables.h"
 #include "session/ResponseBook.h"
@@ -140,6 +141,9 @@ public:
     [[nodiscard]] Watchlist& getWatchlist() override { return watchlist; }
     [[nodiscard]] RequestSender& getRequestSender() override { return *this; }
     void noteReplay(const RequestInternal& request, HubClient* client) override;
+    void noteWritten(int64_t tag, HubClient* client) override { m_responses.noteWritten(tag, client); }
+    void loseRequest(int64_t tag, HubClient* client) override;
+    void endOutstanding(HubClient* client) override;
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) override;
     [[nodiscard]] const RetCodeTexts& getRetCodeTexts() const override { return *this; }
 
@@ -154,6 +158,7 @@ public:
     [[nodiscard]] bool suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::Token* statusTok,
                                         KVNAPI::TVPair* rcPair, MetaTokenMap* dictionary,
                                         HubClient* from) override;
+    [[nodiscard]] bool takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest& lost) override;
     [[nodiscard]] bool isHBSubscribed() const override { return m_HBSubscribed; }
     [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override;
     void addJitCount(int delta) override { m_jitCount += delta; }
@@ -226,7 +231,8 @@ private:
     void stepToNextFirstHub(const HubCounts& counts);
     void announceSources(const HubCounts& counts);
     void reportJitConflation();
-    void handleEvents(bool untilEmpty);
+    /// True when no event is left.
+    bool handleEvents(bool untilEmpty);
     bool continueFirstHub();
 
     // SessionSupervision.cpp
@@ -304,6 +310,9 @@ private:
     void holdRequest(std::unique_ptr<RequestInternal> request);
     void releaseHeldRequests(unsigned mostOfAHub);
     [[nodiscard]] bool releaseFirstHeld(HubClient* hub);
+
+    // RequestLoss.cpp
+    void abandonResponses(bool isStop);
 
     // Entitlements.cpp
     void addNewEntitlement(int src, const std::string& hostInfo);
@@ -395,6 +404,7 @@ private:
     std::deque<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
     HeldRequests m_held TP_GUARDED_BY(m_request_mutex);
     ResponseBook m_responses;
+    LostRequests m_lost;
     tp::Mutex m_reqTagLst_mutex;
     std::set<int64_t> m_reqTagLst TP_GUARDED_BY(m_reqTagLst_mutex);
     std::atomic<bool> m_HBSubscribed{false};

@@ -77,14 +77,18 @@ void SessionImpl::cleanUpManagers() {
 
 /// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.
 void SessionImpl::requeueRequests() {
+    const bool endsLost = settings().isEndingLostRequests();
     tp::MutexLock lock(m_request_mutex);
     for (std::unique_ptr<RequestInternal>& held : m_held.takeAll())
         requestQueue.push_back(std::move(held));
     eprintf(watchlistInUse() ? EPF_DBUG : EPF_INFO,
             "shutdown: About to discard %zu requests from request Queue", requestQueue.size());
-    for (const auto& request : requestQueue)
+    for (const auto& request : requestQueue) {
         eprintf(EPF_DBUG, "shutdown: Discarding request with tag=%lld",
                 static_cast<long long>(request->getTag()));
+        if (endsLost && (!stopRequested || watchlist.contains(request->getTag())))
+            m_responses.noteUnsent(*request);
+    }
     requestQueue.clear();
     // What the application has unsubscribed must not come back, though hubs have not been told of it, or have
     // yet to finish what they had been asked for.
@@ -97,6 +101,7 @@ void SessionImpl::requeueRequests() {
         tag = request->getTag();
         watchlist.setExpectedResponses(tag, 0);
         request->outstandingResponses = 0;
+        request->isRepeated = !m_responses.isUnanswered(tag);
         requestQueue.push_back(std::move(request));
     }
     eprintf(EPF_INFO, "%zu watchlist requests placed on request queue", requestQueue.size());

@@ -197,8 +197,8 @@ void SessionImpl::reset() {
             eprintf(EPF_DBUG, "tag=%lld; respSent=%d; respOut=%lu; cmd=%d", static_cast<long long>(tag),
                     entry.responseSent ? 1 : 0, static_cast<unsigned long>(entry.outstandingResponses),
                     static_cast<int>(entry.command));
-        m_responses.reqRespMap.clear();
     }
+    abandonResponses(isStop);
     m_dictionaries.reset();
     isHubQueueFull = false;
     lastQFullCheckTime = 0.0;

@@ -62,8 +62,10 @@ void SessionImpl::calc_hub_queue_full_stats(double now, HubEventReactor& reactor
 void SessionImpl::calc_user_stats(double curtime, UserEventReactor& reactor) {
     if (shutdownInProgress)
         return;
-    for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex()))
+    for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex())) {
         handler->calcStats(curtime);
+        handler->endLostRequests();
+    }
 }
 
 void SessionImpl::check_statistics_events(double curtime) {

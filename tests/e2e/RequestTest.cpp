@@ -265,9 +265,9 @@ TEST_F(RequestTest, TheLongestThatSendTakesReachesTheHubAndSoDoesItsUnsubscribe)
         std::int64_t tag = 0;
         for (std::size_t rest = 200; tag == 0 && rest > 0; --rest)
             tag = client.send(command, source, symbol,
-                              {{tivra::USER_NAME, std::string(4000, 'x')},
-                               {tivra::PRODUCT_ROOT, std::string(4000, 'x')},
-                               {tivra::KVN_TOKEN_NAME, std::string(rest, 'x')}});
+                              {{tivra::DEPTH_TYPE, std::string(4000, 'x')},
+                               {tivra::KVN_FILTER_ID, std::string(4000, 'x')},
+                               {tivra::CONFLATION, std::string(rest, 'x')}});
         EXPECT_TRUE(client.waitForEnd(tag)) << command << symbol;
         return std::to_string(tag);
     };
@@ -328,6 +328,34 @@ TEST_F(RequestTest, WatchlistReplaysWhatStandsAfterALoss) {
     ASSERT_TRUE(client.startAndWait());
     EXPECT_TRUE(hub.waitForSubscriptions(1)) << "and after a restart";
     EXPECT_EQ(client.send(tivra::QUERYSNAP, 100, "SPY"), isin + 1) << "whose tags start behind it";
+}
+
+TEST_F(RequestTest, EachOfEqualRequestsInFlightIsRepeatedAfterALossAndOnlyTheNewestStands) {
+    startWithWatchlist();
+    hub.clearRequests();
+    hub.ignore(Hub::ANY_COMMAND);
+    std::vector<std::int64_t> tags;
+    for (const tivra::Commands command : {tivra::QUERYSNAP, tivra::QUERYSNAPANDSUBSCRIBE})
+        for (int i = 0; i < 3; ++i)
+            tags.push_back(client.send(command, 100, "IBM"));
+    ASSERT_TRUE(hub.waitForRequests(tags.size()));
+    hub.clearRefusals();
+    hub.dropConnections();
+    for (const std::int64_t tag : tags) {
+        ASSERT_TRUE(client.waitForEnd(tag));
+        EXPECT_EQ(client.messagesOf(tag).back().type, MessageEvent::IMAGE_COMPLETE);
+    }
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
+    client.forget();
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(client.waitForEnd(tags.back()));
+    std::vector<std::int64_t> replayed;
+    for (const tivra_sim::Request& request : hub.requests()) {
+        if (request.tag >= 18)
+            replayed.push_back(request.tag);
+    }
+    EXPECT_THAT(replayed, ElementsAre(tags.back()));
 }
 
 TEST_F(RequestTest, WhatWasUnsubscribedStaysSoThoughNoHubHeardOfIt) {

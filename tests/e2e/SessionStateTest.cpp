@@ -253,6 +253,24 @@ TEST(Failover, ToTheBackupAndBack) {
     EXPECT_TRUE(primary.waitForSubscriptions(1));
 }
 
+TEST(Failover, EndsWhatNoHubCanAnswerAnyMore) {
+    StartedHub primary;
+    StartedHub backup;
+    Client client(withBackup(primary));
+    client.host(backup.hostString()).set(HostConfig::BACKUP_BOOL, true);
+    client.settings().set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);
+    ASSERT_TRUE(client.startAndWait());
+    primary.stop();
+    ASSERT_TRUE(client.waitForSessionEvent("UNAVAILABLE"));
+    const std::int64_t tag = client.send(tivra::QUERYSNAP, 100, "IBM");
+    ASSERT_TRUE(client.waitForEnd(tag)) << "it waited for the primary";
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
+    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+    ASSERT_EQ(client.messagesOf(tag).size(), 1U);
+    EXPECT_EQ(client.messagesOf(tag).front().type, tivra::MessageEvent::IMAGE_COMPLETE);
+    EXPECT_EQ(client.messagesOf(tag).front().status, -997);
+}
+
 TEST(Failover, AtTheStartOnlyOnce) {
     StartedHub primary;
     StartedHub backup;

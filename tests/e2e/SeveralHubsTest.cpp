@@ -1,9 +1,11 @@
 // Two hubs that share the sources between them: one answer for a request to both, and rights that change.
 #include "Client.h"
+#include "Gate.h"
 
 #include <algorithm>
 #include <atomic>
 #include <limits>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,6 +20,21 @@ namespace {
 bool isEnd(MessageEvent::Types type) {
     return type == MessageEvent::STATUS || type == MessageEvent::IMAGE_COMPLETE;
 }
+
+/// An application whose callback can be held up.
+struct SlowClient : Client {
+    using Client::Client;
+    void onMessageEvent(const MessageEvent& event) override {
+        if (isHeld)
+            gate.wait();
+        if (event.getStatusCode() == -997) {
+            EXPECT_THAT(sessionEvents(), testing::Contains("RECOVERY")) << "the loss is reported first";
+        }
+        Client::onMessageEvent(event);
+    }
+    std::atomic<bool> isHeld{false};
+    Gate gate;
+};
 
 class SeveralHubsTest : public testing::Test {
 protected:
@@ -42,7 +59,7 @@ protected:
 
     StartedHub first{hubOf({100, 922})};
     StartedHub second{hubOf({101, 922, 4100})};
-    Client client{Client::Options({first.hostString(), second.hostString()})};
+    SlowClient client{Client::Options({first.hostString(), second.hostString()})};
 };
 
 struct Answer {
@@ -106,23 +123,70 @@ TEST_F(SeveralHubsTest, ARequestToAllGetsOneAnswer) {
     }
 }
 
-TEST_F(SeveralHubsTest, AHubThatLeftCanStillAnswerOnceAndNoMore) {
-    first.ignore("QueryXRef");
-    second.ignore("QueryXRef");
-    const std::int64_t tag = client.send(tivra::QUERYXREF, 0, "IBM");
-    ASSERT_TRUE(second.waitForCommand("QueryXRef"));
-    ASSERT_TRUE(first.waitForCommand("QueryXRef"));
+TEST_F(SeveralHubsTest, ALostHubEndsWhatItOwesOnceAndAfterWhatItHadSent) {
+    client.settings().set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);
+    EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+    for (StartedHub* hub : {&first, &second})
+        hub->ignore(tivra_sim::Hub::ANY_COMMAND);
+    const std::int64_t snap = client.send(tivra::QUERYSNAP, 100, "IBM");
+    const std::int64_t subscribe = client.send(tivra::SUBSCRIBE, 100, "BAC");
+    const std::int64_t inTime = client.send(tivra::QUERYSNAP, 100, "BAC");
+    const std::int64_t xref = client.send(tivra::QUERYXREF, 0, "IBM");
+    const std::int64_t users = client.send(tivra::GETALLUSERS);
+    for (StartedHub* hub : {&first, &second})
+        ASSERT_TRUE(hub->waitForCommand("GetAllUsers"));
+    client.isHeld = true;
+    for (int i = 0; i < 200; ++i)
+        first.pushRecord(tivra_sim::Record(100, "IBM").add(tivra_sim::token::BID, i));
+    first.sendBody("5026=" + std::to_string(inTime) + "|5001=0");
+    first.setAccepting(false);
+    first.dropConnections();
+    ASSERT_TRUE(client.waitForLog("connection lost before the answers"));
+    client.gate.open();
+
+    ASSERT_TRUE(client.waitForEnd(subscribe));
+    for (const std::int64_t tag : {xref, users})
+        second.sendBody("5026=" + std::to_string(tag) + "|5001=0");
+    const std::int64_t later = client.send(tivra::QUERYSNAP, 100, "IBM");
+    first.clearRefusals();
+    first.setAccepting(true);
+    const std::tuple<std::int64_t, MessageEvent::Types, int> ends[] = {
+        {snap, MessageEvent::IMAGE_COMPLETE, -997},  {subscribe, MessageEvent::STATUS, -997},
+        {inTime, MessageEvent::IMAGE_COMPLETE, 0},   {users, MessageEvent::STATUS, 0},
+        {xref, MessageEvent::IMAGE_COMPLETE, -997},  {later, MessageEvent::IMAGE_COMPLETE, 0}};
+    for (const auto& [tag, type, status] : ends) {
+        ASSERT_TRUE(client.waitForEnd(tag)) << tag;
+        std::vector<SeenMessage> seen = client.messagesOf(tag);
+        seen.erase(std::remove_if(seen.begin(), seen.end(),
+                                  [](const SeenMessage& message) { return !isEnd(message.type); }),
+                   seen.end());
+        ASSERT_THAT(seen, testing::SizeIs(1)) << tag;
+        EXPECT_EQ(seen.front().type, type) << tag;
+        EXPECT_EQ(seen.front().status, status) << tag;
+        EXPECT_EQ(seen.front().statusText == "Connection lost before the answer", status == -997) << tag;
+    }
+}
+
+TEST_F(SeveralHubsTest, WhatALostHubOwesIsForgottenAndDoesNotEndUnlessThatIsWanted) {
+    for (StartedHub* hub : {&first, &second})
+        hub->ignore(tivra_sim::Hub::ANY_COMMAND);
+    const std::int64_t snap = client.send(tivra::QUERYSNAP, 100, "IBM");
+    const std::int64_t xref = client.send(tivra::QUERYXREF, 0, "IBM");
+    for (StartedHub* hub : {&first, &second}) {
+        ASSERT_TRUE(hub->waitForCommand("QueryXRef"));
+        hub->clearRefusals();
+    }
     first.dropConnections();
     ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
-    const std::string answer = "5026=" + std::to_string(tag) + "|5001=";
-    for (const char* status : {"-3", "-4"})
-        second.sendBody(answer + status);
+    second.sendBody("5026=" + std::to_string(xref) + "|5001=0");
     settle();
-    EXPECT_THAT(client.messagesOf(tag), testing::IsEmpty());
-    first.sendBody(answer + "0");
-    settle();
-    ASSERT_THAT(client.messagesOf(tag), testing::SizeIs(1));
-    EXPECT_EQ(client.messagesOf(tag).back().status, -3);
+    EXPECT_THAT(client.messagesOf(xref), testing::IsEmpty()) << "an end would claim to be whole";
+    for (const std::int64_t tag : {snap, xref}) {
+        EXPECT_THAT(client.messagesOf(tag), testing::IsEmpty());
+        first.sendBody("5026=" + std::to_string(tag) + "|5001=0");
+        EXPECT_TRUE(
+            client.waitForLog("Internal Error: Request with tag=" + std::to_string(tag) + " not found"));
+    }
 }
 
 /// A hub that is away while its requests pile up: others pass them, a question to both is answered by the other

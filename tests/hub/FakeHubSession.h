@@ -141,6 +141,9 @@ public:
     void noteReplay(const RequestInternal& request, HubClient*) override {
         told.push_back("replay " + std::to_string(request.getTag()));
     }
+    void noteWritten(int64_t, HubClient*) override {}
+    void loseRequest(int64_t tag, HubClient*) override { told.push_back("lost " + std::to_string(tag)); }
+    void endOutstanding(HubClient*) override {}
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient*) override {
         takenBack.push_back(std::move(request));
     }

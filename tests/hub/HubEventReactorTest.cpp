@@ -195,7 +195,7 @@ TEST_F(HubEventReactorTest, ARetryIsNotWrittenOnceItWasOvertakenByAnUnsubscribeO
     for (const int64_t tag : {18, 19})
         EXPECT_TRUE(client->handleWatchlistResponse(tag, kBusy));
     ASSERT_EQ(session.takenBack.size(), 2U) << "the retries";
-    client->getWatchlist()->remove(18, false); // as the unsubscribe does that is written ahead of them
+    EXPECT_FALSE(client->getWatchlist()->handleResponse(18, -3));
     client->closeConnection();
     for (auto& retry : session.takenBack)
         push(std::move(retry));
@@ -210,6 +210,7 @@ TEST_F(HubEventReactorTest, ATextThatFitsNoFrameIsDroppedAndTheNextGoesOut) {
     push(19);
     expectPass({19});
     EXPECT_GE(client->getFd(), 0);
+    EXPECT_EQ(session.told.back(), "lost 18") << "its answer is awaited no more";
 }
 
 TEST_F(HubEventReactorTest, QueriesAreCountedAndRenewedSubscriptionsFollowTheirRequestAndItsReplay) {

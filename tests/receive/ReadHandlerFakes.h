@@ -136,6 +136,7 @@ struct FakeSession : ReadHandlerSession {
         merged.emplace_back(tag, rcPair != nullptr ? rcPair->i : -999);
         return merge && merge(msg, statusTok, rcPair);
     }
+    bool takeLostRequest(HubClient*, bool, LostRequest&) override { return false; }
     bool isHBSubscribed() const override { return hbSubscribed; }
     bool isCMconnection() const override { return cmConnection; }
     bool isTagAwaitingXrefHubs(int64_t tag) override { return tag == tagAwaitingXrefHubs; }

@@ -93,12 +93,18 @@ TEST_F(HubWatchlistTest, ResponseEndsASnapAndKeepsASubscription) {
 
 TEST_F(HubWatchlistTest, RepeatedCommandLeavesTheNewerTagInBothLists) {
     sendAndWrite(20, tivra::SUBSCRIBE);
+    EXPECT_FALSE(list.handleResponse(20, 0));
+    list.noteReplay(20);
     sendAndWrite(21, tivra::SUBSCRIBE);
-    EXPECT_EQ(list.size(), 1U);
-    EXPECT_EQ(list.getNextRequest(0)->getTag(), 21);
-    EXPECT_EQ(session.size(), 1U);
-    unsubscribe(22, 21);
-    unsubscribe(24, 21);
+    EXPECT_EQ(list.size() + session.size(), 4U) << "the older one is owed an answer";
+    EXPECT_FALSE(list.handleResponse(20, 0));
+    EXPECT_FALSE(list.handleResponse(21, 0));
+    sendAndWrite(25, tivra::SUBSCRIBE);
+    EXPECT_EQ(list.size() + session.size(), 2U);
+    EXPECT_EQ(list.getNextRequest(0)->getTag(), 25);
+    sendAndWrite(26, tivra::SUBSCRIBE);
+    unsubscribe(22, 26);
+    unsubscribe(24, 26);
     EXPECT_EQ(list.size() + session.size(), 0U);
     sendAndWrite(23, tivra::SUBSCRIBE);
     EXPECT_EQ(list.size(), 1U);

@@ -38,7 +38,9 @@ std::vector<Seen> expected(Kind kind, bool isNews, const Answers& answers) {
             seen[i] = Seen::WithoutStatus;
     }
     if (kind == Kind::Single) {
-        const auto carried = [=](const Answer& answer) { return !isNews || answer.status != -220; };
+        const auto carried = [=](const Answer& answer) {
+            return answer.status != -997 && (!isNews || answer.status != -220);
+        };
         const auto first = std::find_if(answers.begin(), answers.end(), carried);
         seen[std::min(static_cast<std::size_t>(first - answers.begin()), answers.size() - 1)] = Seen::AsItIs;
     }
@@ -84,18 +86,18 @@ void merge(Kind kind, tivra::Commands command, bool isNews, const Answers& answe
 TEST(Merge, EveryCommandWithOneTwoAndThreeHubsInEveryOrderOfAnswers) {
     const std::set<int> queries{2, 3, 4, 5, 6, 12, 13, 18, 19, 22}; // a wildcard subscribe merges like one
     const std::set<int> series{10, 15};
-    const Answer pool[] = {{-220, 2}, {-12, 2}, {0, 2}, {0, 3}, {5, 4}};
+    const Answer pool[] = {{-220, 2}, {-997, 2}, {-12, 2}, {0, 2}, {0, 3}, {5, 4}};
     std::size_t merged = 0;
     for (int command = 0; command < 24; ++command) {
         const Kind kind = queries.count(command) != 0  ? Kind::Query
                           : series.count(command) != 0 ? Kind::Series
                                                        : Kind::Single;
         for (const bool isNews : {false, true}) {
-            for (std::size_t hubs = 1, orders = 5; hubs <= 3; ++hubs, orders *= 5) {
+            for (std::size_t hubs = 1, orders = 6; hubs <= 3; ++hubs, orders *= 6) {
                 for (std::size_t order = 0; order < orders; ++order, ++merged) {
                     Answers answers;
-                    for (std::size_t rest = order, i = 0; i < hubs; ++i, rest /= 5)
-                        answers.push_back(pool[rest % 5]);
+                    for (std::size_t rest = order, i = 0; i < hubs; ++i, rest /= 6)
+                        answers.push_back(pool[rest % 6]);
                     SCOPED_TRACE(testing::Message() << command << (isNews ? " news " : " ") << order);
                     merge(kind, static_cast<tivra::Commands>(command), isNews, answers);
                     if (HasFatalFailure())
@@ -104,7 +106,7 @@ TEST(Merge, EveryCommandWithOneTwoAndThreeHubsInEveryOrderOfAnswers) {
             }
         }
     }
-    EXPECT_EQ(merged, 24U * 2U * (5U + 25U + 125U));
+    EXPECT_EQ(merged, 24U * 2U * (6U + 36U + 216U));
 }
 
 TEST(MergeEntitlementPort, NeverReachesTheApplicationAndOnlySuccessGoesOn) {

@@ -1,0 +1,54 @@
+// How a read handler ends requests whose answer was lost with the connection.
+#include "receive/QueueReadHandler.h"
+
+#include <string>
+
+#include <tp/Clock.h>
+
+#include "receive/LibraryTags.h"
+#include "receive/MessageEventImpl.h"
+#include "receive/Queue.h"
+#include "receive/ReadHandlerHub.h"
+#include "receive/ReadHandlerSession.h"
+
+namespace tivra_internal {
+namespace {
+
+/// How long one tick may go on, in seconds: there may be very many, and the thread serves timers and other
+/// hubs too.
+constexpr double kTurn = 0.01;
+
+} // namespace
+
+void QueueReadHandler::endLostRequests() {
+    HubClient* const hub = m_hubClient.isDummy() ? nullptr : m_hubClient.client();
+    const double start = tp::Clock::monotonic();
+    LostRequest lost;
+    do {
+        if (!m_session.takeLostRequest(hub, m_responseQueue->isEmpty(), lost))
+            return;
+        endLostRequest(lost, hub);
+    } while (tp::Clock::monotonic() - start < kTurn);
+}
+
+/// As if the hub had answered with this status; it has not, so no query is counted as answered.
+void QueueReadHandler::endLostRequest(const LostRequest& lost, HubClient* hub) {
+    if (m_tagTok == nullptr || m_statusTok == nullptr)
+        return;
+    KVNAPI::Message msg;
+    msg.addPair()->setI(m_tagTok, lost.tag);
+    msg.addPair()->setI(m_statusTok, kStatusConnectionLost);
+    msg.isTagPresent = 1;
+    msg.isRetCodePresent = 1;
+    const std::string body = std::to_string(m_tagTok->kvnid) + '=' + std::to_string(lost.tag) + '|' +
+                             std::to_string(m_statusTok->kvnid) + '=' + std::to_string(kStatusConnectionLost);
+    m_event->setBody(body);
+    m_altids.clear();
+    Incoming in{msg, kStatusConnectionLost, lost.tag, true, true, lost.command};
+    if (m_session.suppressResponse(lost.tag, msg, m_statusTok, msg.findPair(m_statusTok), &MetaMap, hub))
+        return;
+    readStatus(in);
+    (void)deliver(in);
+}
+
+} // namespace tivra_internal
