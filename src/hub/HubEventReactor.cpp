@@ -206,7 +206,7 @@ HubEventReactor::Sent HubEventReactor::sendTo(HubClient& client, const RequestIn
         return Sent::No;
     }
     client.getSession().noteWritten(request.getTag(), &client);
-    if (isQueryCommand(request.getCommand()))
+    if (isAnsweredByData(request.getCommand()))
         client.incrQueryCount();
     eprintf(EPF_DBUG, "handle_hub_requests: %s: sent request with command=%d; tag=%ld",
             client.getHubAddr().c_str(), static_cast<int>(request.getCommand()),

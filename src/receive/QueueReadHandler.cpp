@@ -16,6 +16,7 @@
 #include "receive/ReadHandlerHub.h"
 #include "receive/ReadHandlerSession.h"
 #include "receive/SystemSource.h"
+#include "request/CommandClasses.h"
 
 namespace tivra_internal {
 namespace {
@@ -163,7 +164,10 @@ void QueueReadHandler::readTag(Incoming& in) const noexcept {
 }
 
 void QueueReadHandler::countAnsweredQuery(Incoming& in) {
-    if (in.tag > LAST_LIBRARY_TAG && m_session.isQueryCommand(in.tag, m_hubClient.client(), in.command))
+    if (in.tag <= LAST_LIBRARY_TAG)
+        return;
+    const bool isQuery = m_session.isQueryCommand(in.tag, m_hubClient.client(), in.command);
+    if (isQuery || isSnapCommand(in.command))
         m_responseQueue->decrQueryCount();
 }
 

@@ -11,7 +11,7 @@ namespace tivra_internal {
 struct CommandRow {
     tivra::Commands command;
     const char* word;
-    bool query;     ///< answered by data; counted as outstanding until then
+    bool query;     ///< asks for the data of symbols
     bool subscribe; ///< stands until it is unsubscribed
     bool snap;      ///< ends with its response
 };
@@ -63,6 +63,11 @@ inline constexpr std::array<CommandRow, 24> COMMAND_TABLE{{
 [[nodiscard]] constexpr bool isSnapCommand(tivra::Commands command) noexcept {
     const CommandRow* row = findCommand(command);
     return row != nullptr && row->snap;
+}
+
+/// Answered by data, be it a list: while that is due nothing that the hub sends may be lost.
+[[nodiscard]] constexpr bool isAnsweredByData(tivra::Commands command) noexcept {
+    return isQueryCommand(command) || isSnapCommand(command);
 }
 
 [[nodiscard]] constexpr bool isUnsubscribeCommand(tivra::Commands command) noexcept {

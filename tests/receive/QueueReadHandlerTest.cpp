@@ -141,16 +141,21 @@ TEST_F(ReadHandlerTest, EntitlementAlertsAreSortedBySourceAndHub) {
     }
 }
 
-TEST_F(ReadHandlerTest, AnAnswerToAQueryIsCountedOnce) {
-    session.commands = {{20, tivra::QUERYSNAP}, {21, tivra::SUBSCRIBE}, {5, tivra::QUERYSNAP}};
-    queue.incrQueryCount();
-    queue.incrQueryCount();
+TEST_F(ReadHandlerTest, AnAnswerToAQueryOrAListIsCountedOnce) {
+    session.commands = {{20, tivra::QUERYSNAP},
+                        {21, tivra::SUBSCRIBE},
+                        {22, tivra::LISTAVAILABLETOKENS},
+                        {5, tivra::QUERYSNAP}};
+    for (int i = 0; i < 3; ++i)
+        queue.incrQueryCount();
     receive("5026=20|4=100|8=1");
     receive("5026=21|5001=0");
     receive("5026=5|5001=0");
     receive("5001=0");
-    EXPECT_EQ(queue.getQueryCount(), 2);
+    EXPECT_EQ(queue.getQueryCount(), 3);
     receive("5026=20|5001=0");
+    EXPECT_EQ(queue.getQueryCount(), 2);
+    receive("5026=22|5001=0");
     EXPECT_EQ(queue.getQueryCount(), 1);
 }
 
