@@ -151,6 +151,10 @@ bool HubClient::hasReadHandler() const {
     return m_readQueueHandler != nullptr;
 }
 
+bool HubClient::isStillDelivering() const {
+    return !m_responseQueue->isEmpty() && hasReadHandler();
+}
+
 void HubClient::setReadQueueHandler(std::unique_ptr<QueueReadHandler> handler) {
     const tp::MutexLock lock(m_rqh_mutex);
     m_readQueueHandler.swap(handler);

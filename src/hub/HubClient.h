@@ -21,6 +21,7 @@
 #include "hub/ConversationState.h"
 #include "hub/HubClientCommands.h"
 #include "hub/Outage.h"
+#include "hub/ReadWaker.h"
 #include "hub/SocketHandle.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
@@ -122,6 +123,9 @@ public:
 
     // --- standing; @thread any ---
     [[nodiscard]] bool isReady() const TP_EXCLUDES(m_ready_mutex);
+    /// Frames of the connection before are still on their way to the application; the next one would discard
+    /// them.
+    [[nodiscard]] bool isStillDelivering() const TP_EXCLUDES(m_rqh_mutex);
     [[nodiscard]] bool connected() const { return m_fd.get() >= 0 && !inProgress(); }
     [[nodiscard]] bool inProgress() const { return m_inProgress.load(std::memory_order_relaxed); }
     [[nodiscard]] bool isLoggedIn() const { return m_logged_in.load(std::memory_order_relaxed); }
@@ -190,8 +194,10 @@ public:
     std::unique_ptr<QueueReadHandler> clearQRHPointer() TP_EXCLUDES(m_rqh_mutex);
 
     // --- periodic work ---
-    /// Continues a wait that has ended, retries suspended reads, checks how full the queue is.
+    /// Continues a wait that has ended, and continueHeldReads.
     void twentyFiveMsTick(double now);
+    /// Checks how full the queue is, and goes on with what has waited for room in it.
+    void continueHeldReads(double curtime);
     void calcStats(double curtime);
     void calcQueueFullStats();
     void incrQueryCount();
@@ -207,6 +213,8 @@ public:
     // --- what its read handler and watchlist ask; @thread user ---
     [[nodiscard]] HubClient* client() override { return this; }
     void setHBSeen(bool seen) override { m_HBSeen.store(seen, std::memory_order_relaxed); }
+    /// @thread user
+    void roomForReads() override { m_readWaker.wake(); }
     [[nodiscard]] bool getHBSeen() const { return m_HBSeen.load(std::memory_order_relaxed); }
     [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
 
@@ -271,6 +279,7 @@ private:
     [[nodiscard]] bool prepareForFirstEvent();
     void readIntoQueue(double curtime);
     void leaveAfterReadFailure();
+    void noteSignOfLife();
     void holdReads();
     void retryHeldReads(double curtime);
     void readCompressed();
@@ -392,7 +401,7 @@ private:
     std::atomic<bool> m_queryXRefHUB{false};
     std::atomic<long> m_CMconnectionRetries{0}; ///< look-ups since the last success
     std::atomic<int> m_lnkapiErrno{0};
-    bool m_readsHeld = false;                 ///< reads are unwatched while the queue refuses them
+    bool m_readsHeld = false;                 ///< the socket is out of the reactor: the queue refuses reads
     bool m_messagesLeft = false;              ///< what has been read holds more than was taken at one go
     bool m_first_time = true;                 ///< no event has been seen since the connect
     bool m_frameCutShort = false;             ///< see isOutOfStep
@@ -419,6 +428,7 @@ private:
     // Parts.
     MetaTokenMap m_dicMetaMap;
     TokenRows tmpTokenMap; ///< rows of a dictionary version that is this hub's alone
+    ReadWaker m_readWaker{*this};
     std::unique_ptr<Queue> m_responseQueue;
     std::unique_ptr<KVNAPI::StreamFramer> framer;
     std::unique_ptr<KVNAPI::Parser> kvnParser;

@@ -29,8 +29,6 @@ namespace tivra_internal {
 namespace {
 
 constexpr size_t kMaxPort = 65'535;
-/// Descriptors below it belong to the standard streams, whatever the host process has done with them.
-constexpr int kFirstUsableDescriptor = 3;
 
 /// False for a text that is no address. The text of the broadcast address reads like an error and is none.
 bool readAddress(const std::string& text, in_addr& address) {
@@ -209,6 +207,7 @@ void HubClient::unregisterSocket() {
     m_HUB_Event_Reactor->unWatchReads(this);
     m_HUB_Event_Reactor->unWatchWrites(this);
     m_HUB_Event_Reactor->unRegSocket(this);
+    m_readWaker.leave(*m_HUB_Event_Reactor);
     m_HUB_Event_Reactor->unRegActivity(this);
 }
 
@@ -218,7 +217,9 @@ bool HubClient::isValidConnection() {
         return true;
     char byte = 0;
     const ssize_t got = ::recv(m_fd.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-    if (got == 0) {
+    // Bytes that nobody takes would hide a hang-up for as long as reads are held.
+    const bool isHungUp = m_readsHeld && (watched.revents & (POLLHUP | POLLERR)) != 0;
+    if (got == 0 || isHungUp) {
         eprintf(EPF_DBUG, "pfd.revents=%x; POLLIN=%x; POLLHUP=%x\n", static_cast<unsigned>(watched.revents),
                 static_cast<unsigned>(POLLIN), static_cast<unsigned>(POLLHUP));
         eprintf(m_outage.isUnderWay() ? EPF_DBUG : EPF_CRIT, "Lost Connection to HUB: %s\n",
@@ -301,6 +302,7 @@ void HubClient::forgetConnection() {
     m_connectStartTime = 0.0;
     m_initHBTime = 0.0;
     m_isConnectionTimedOut = false;
+    m_last_HB_check = 0.0;
     m_frameCutShort = false;
     m_readsHeld = false;
     m_messagesLeft = false;

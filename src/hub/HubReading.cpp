@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <vector>
 
+#include <tp/Clock.h>
 #include <tp/eprintf.h>
 #include <tp/te_error.h>
 
@@ -104,7 +105,7 @@ void HubClient::severe_error(const char* text) {
 
 void HubClient::readIntoQueue(double curtime) {
     if (!m_responseQueue->readFromSocketThenWriteToQueue(m_fd.get(), zkvnParser.get(), curtime)) {
-        setHBSeen(true);
+        noteSignOfLife();
         if (!closeIfOutOfStep())
             holdReads();
         return;
@@ -125,20 +126,42 @@ void HubClient::leaveAfterReadFailure() {
         m_requestHUBFromCM = true;
 }
 
-// A socket whose bytes are not taken would call for attention without end.
+void HubClient::noteSignOfLife() {
+    if (m_responseQueue->takeSignOfLife())
+        setHBSeen(true);
+}
+
+// A socket whose bytes are not taken would call for attention without end, and so would its hang-up, which
+// can't be unwatched: the socket leaves the reactor. The supervisor finds a close.
 void HubClient::holdReads() {
     const bool atEnd = m_responseQueue->sawEndOfStream();
     if (!atEnd && !m_responseQueue->readsSuspended())
         return;
-    const tp::MutexLock lock(m_huber_mutex);
-    if (m_HUB_Event_Reactor == nullptr)
-        return;
-    m_HUB_Event_Reactor->unWatchReads(this);
-    // The supervisor finds the close; a hang-up can't be unwatched otherwise.
-    if (atEnd)
+    {
+        const tp::MutexLock lock(m_huber_mutex);
+        if (m_HUB_Event_Reactor == nullptr)
+            return;
         m_HUB_Event_Reactor->unRegSocket(this);
-    else
-        m_readsHeld = true;
+        m_readsHeld = !atEnd;
+        if (m_readsHeld)
+            m_readWaker.listen(*m_HUB_Event_Reactor);
+        else
+            m_readWaker.leave(*m_HUB_Event_Reactor);
+    }
+    // The reader may have made room before it heard that somebody waits for it.
+    if (m_readsHeld && !m_responseQueue->awaitRoom())
+        retryHeldReads(tp::Clock::now());
+}
+
+void HubClient::continueHeldReads(double curtime) {
+    calcQueueFullStats();
+    if (m_readsHeld && isReady())
+        retryHeldReads(curtime);
+    if (isReady() && m_responseQueue->hasInputLeft() &&
+        m_responseQueue->continueInflating(m_fd.get(), zkvnParser.get(), curtime))
+        leaveAfterReadFailure();
+    noteSignOfLife();
+    closeIfOutOfStep();
 }
 
 // Does the refused, or after a while forced, read in the event's place; ends the hold once the queue takes
@@ -146,15 +169,21 @@ void HubClient::holdReads() {
 void HubClient::retryHeldReads(double curtime) {
     if (m_responseQueue->readsSuspended()) {
         pollfd watched{m_fd.get(), POLLIN, 0};
-        if (::poll(&watched, 1, 0) > 0)
+        // What is left of a connection that has ended is not waited for: the supervisor closes it.
+        if (::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) == 0) {
+            setHBSeen(true); // silence can't be told while bytes are left where they are
             readIntoQueue(curtime);
+        }
     }
-    if (!isReady() || m_responseQueue->readsSuspended())
+    if (!m_readsHeld || m_responseQueue->readsSuspended())
         return;
     m_readsHeld = false;
     const tp::MutexLock lock(m_huber_mutex);
-    if (m_HUB_Event_Reactor != nullptr)
-        m_HUB_Event_Reactor->watchReads(this);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_readWaker.leave(*m_HUB_Event_Reactor);
+    m_HUB_Event_Reactor->regSocket(this, m_fd.get());
+    m_HUB_Event_Reactor->watchReads(this);
 }
 
 void HubClient::twentyFiveMsTick(double now) {
@@ -162,13 +191,7 @@ void HubClient::twentyFiveMsTick(double now) {
         continueEntitlements();
     if (m_messagesLeft)
         pullCompressed(false);
-    if (isReady() && m_responseQueue->hasInputLeft() &&
-        m_responseQueue->continueInflating(m_fd.get(), zkvnParser.get(), now))
-        leaveAfterReadFailure();
-    calcQueueFullStats();
-    if (m_readsHeld && isReady())
-        retryHeldReads(now);
-    closeIfOutOfStep();
+    continueHeldReads(now);
 }
 
 void HubClient::socketClosedByPeer() {

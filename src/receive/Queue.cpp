@@ -135,8 +135,11 @@ void Queue::reset() {
     m_lastRead.store(0.0, std::memory_order_relaxed);
     m_lastReadMonotonic = kLongAgo;
     m_suspendReadFromSocket.store(false, std::memory_order_release);
+    m_wakeBelow.store(-1, std::memory_order_relaxed);
     m_sawEndOfStream = false;
     m_inputLeft = false;
+    m_sawLife = false;
+    endGarbage();
 }
 
 bool Queue::writeToQueue(const char* kvn_str, size_t len) {
@@ -196,8 +199,12 @@ bool Queue::PopElement() {
         const bool valid = written > read ? popInPlace(read, written, scan) : popSplit(read, written, scan);
         delivered = valid && deliver(scan);
     }
-    tp::MutexLock readLock(m_read_mutex);
-    m_ReadQueue.store(scan.nextElement, std::memory_order_release);
+    {
+        tp::MutexLock readLock(m_read_mutex);
+        m_ReadQueue.store(scan.nextElement, std::memory_order_release);
+    }
+    if (m_wakeBelow.load(std::memory_order_relaxed) >= 0)
+        wakeIfRoom();
     return delivered;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <tp/Mutex.h>
 
@@ -67,6 +68,12 @@ public:
     [[nodiscard]] bool readsSuspended() const noexcept {
         return m_suspendReadFromSocket.load(std::memory_order_acquire);
     }
+    /// The caller is about to wait for the consumer, who will call QueueHub::roomForReads once when reads can
+    /// go on. False when they can go on already.
+    [[nodiscard]] bool awaitRoom();
+    /// Whether the peer has shown since the last call that it is a hub: by a whole frame, or by filling the
+    /// ring.
+    [[nodiscard]] bool takeSignOfLife() noexcept { return std::exchange(m_sawLife, false); }
     /// The peer has closed or the socket has failed: there is nothing to watch any more.
     [[nodiscard]] bool sawEndOfStream() const noexcept { return m_sawEndOfStream; }
     /// Compressed input waits for room in the ring.
@@ -189,6 +196,9 @@ private:
     void publish(char* position) TP_EXCLUDES(m_write_mutex);
     void countFrames(uint64_t frames, uint64_t bytes);
     void countSkipped(uint64_t bytes);
+    /// True when the connection must be closed.
+    [[nodiscard]] bool countGarbage(uint64_t bytes);
+    void endGarbage();
     void startAfresh() TP_EXCLUDES(m_reset_mutex);
 
     // Queue.cpp
@@ -215,9 +225,14 @@ private:
 
     // QueueFlowControl.cpp
     [[nodiscard]] uint64_t freeBytes() const;
+    [[nodiscard]] uint64_t completeBytes() const;
     [[nodiscard]] bool controlJit(int level);
     [[nodiscard]] bool reportFillLevel(int level);
     void decideSuspension(int pctFull);
+    void changeSuspension(bool suspend);
+    [[nodiscard]] int resumePercent() const;
+    void wakeIfRoom() TP_REQUIRES(m_reset_mutex);
+    void wakeReads();
 
     // Built with.
     size_t m_size;          ///< bytes
@@ -244,6 +259,9 @@ private:
     double m_lastReadMonotonic = kLongAgo; ///< by the clock that doesn't step
     bool m_sawEndOfStream = false;
     bool m_inputLeft = false;
+    bool m_sawLife = false;
+    uint64_t m_garbage = 0; ///< bytes skipped since the last frame
+    bool m_garbageTold = false;
 
     // Shared by producer and consumer: an atomic each, whose store, and whose load by the other side, are
     // also under its mutex.
@@ -252,6 +270,8 @@ private:
     std::shared_ptr<QueueWaker> m_waker TP_GUARDED_BY(m_write_mutex);
     alignas(64) tp::Mutex m_read_mutex; ///< guards the publication of m_ReadQueue
     std::atomic<char*> m_ReadQueue;     ///< first byte that the consumer hasn't taken
+    /// Held reads wait for fewer complete bytes than this in the ring; below 0 when none wait.
+    std::atomic<int64_t> m_wakeBelow{-1};
 
     // Flow control.
     alignas(64) std::atomic<int> m_pct_full{0};

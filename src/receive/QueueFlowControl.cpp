@@ -1,6 +1,7 @@
 // What a queue does about its fill level: reports to the hub, suspended reads.
 #include "receive/Queue.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <sys/time.h>
@@ -19,6 +20,9 @@ namespace {
 constexpr std::array<int, 6> bufThreshold{0, 25, 50, 75, 99, 101};
 /// The time that a report may take, so that it never holds up the stream.
 constexpr int kReportMicroseconds = 100;
+/// Reads that are held resume below this level at the latest, in percent: a ring that is as good as full
+/// would stop the next one.
+constexpr int kMostToResume = 99;
 
 } // namespace
 
@@ -35,8 +39,44 @@ void Queue::incrQueryCount() {
 }
 
 void Queue::decrQueryCount() {
-    if (m_numOutstandingQueries.fetch_sub(1, std::memory_order_relaxed) == 1)
-        m_suspendReadFromSocket.store(false, std::memory_order_release);
+    if (m_numOutstandingQueries.fetch_sub(1, std::memory_order_relaxed) != 1)
+        return;
+    m_suspendReadFromSocket.store(false, std::memory_order_release);
+    if (m_wakeBelow.load(std::memory_order_relaxed) >= 0)
+        wakeReads();
+}
+
+int Queue::resumePercent() const {
+    return std::min(m_warnDownThreshold, kMostToResume);
+}
+
+bool Queue::awaitRoom() {
+    // The bytes that are not framed yet stay, so the consumer has to take so many more.
+    const auto partial = static_cast<int64_t>(m_size - freeBytes() - completeBytes());
+    const auto size = static_cast<int64_t>(m_size);
+    const int64_t resumeAt = (size * resumePercent() - size / 2) / 100;
+    m_wakeBelow.store(std::max<int64_t>(resumeAt - partial, 0), std::memory_order_seq_cst);
+    // Room that came before that would wake nobody.
+    calcQueueFullStats();
+    return readsSuspended();
+}
+
+void Queue::wakeIfRoom() {
+    const uint64_t left = completeBytes();
+    if (left == 0 || static_cast<int64_t>(left) < m_wakeBelow.load(std::memory_order_relaxed))
+        wakeReads();
+}
+
+void Queue::wakeReads() {
+    if (m_wakeBelow.exchange(-1, std::memory_order_acq_rel) >= 0 && m_hub != nullptr)
+        m_hub->roomForReads();
+}
+
+uint64_t Queue::completeBytes() const {
+    const char* const read = m_ReadQueue.load(std::memory_order_acquire);
+    const char* const written = m_WriteQueue.load(std::memory_order_acquire);
+    return written >= read ? static_cast<uint64_t>(written - read)
+                           : m_size - static_cast<uint64_t>(read - written);
 }
 
 uint64_t Queue::freeBytes() const {
@@ -98,21 +138,23 @@ bool Queue::reportFillLevel(int level) {
 }
 
 void Queue::decideSuspension(int pctFull) {
-    const bool before = readsSuspended();
-    const int64_t queries = getQueryCount();
-    bool suspend = before;
-    if (queries <= 0)
+    bool suspend = readsSuspended();
+    if (getQueryCount() <= 0)
         suspend = false;
     else if (pctFull > m_warnThreshold)
         suspend = true;
-    else if (pctFull < m_warnDownThreshold)
+    else if (pctFull < resumePercent())
         suspend = false;
     // With no whole frame to take out, only more bytes can help.
     if (isEmpty())
         suspend = false;
+    changeSuspension(suspend);
+}
+
+void Queue::changeSuspension(bool suspend) {
+    const bool before = m_suspendReadFromSocket.exchange(suspend, std::memory_order_acq_rel);
     if (suspend == before)
         return;
-    m_suspendReadFromSocket.store(suspend, std::memory_order_release);
     char compressed[64] = "";
     if (m_compression)
         std::snprintf(compressed, sizeof compressed, "; m_compressed_bytes_in=%lu",
@@ -120,8 +162,9 @@ void Queue::decideSuspension(int pctFull) {
     eprintf(EPF_DBUG,
             "%s: State change: m_suspendReadFromSocket=%d; prevSuspendState=%d; m_numOutstandingQueries=%ld; "
             "m_pct_full=%d; m_bytes_in=%lu%s; lastRead=%f",
-            getSocketDesc().c_str(), suspend ? 1 : 0, before ? 1 : 0, static_cast<long>(queries), pctFull,
-            m_stats.in.m_bytes_in.get(), compressed, m_lastRead.load(std::memory_order_relaxed));
+            getSocketDesc().c_str(), suspend ? 1 : 0, before ? 1 : 0, static_cast<long>(getQueryCount()),
+            getPctFull(), m_stats.in.m_bytes_in.get(), compressed,
+            m_lastRead.load(std::memory_order_relaxed));
 }
 
 void Queue::printStats(bool endOfInterval, bool endOfSecond, double curtime) {

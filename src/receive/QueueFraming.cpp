@@ -2,6 +2,7 @@
 #include "receive/Queue.h"
 
 #include <cstring>
+#include <utility>
 
 #include <tp/eprintf.h>
 
@@ -18,6 +19,9 @@ using KVNAPI::KVN_HEADER_SIZE;
 using KVNAPI::KVN_START;
 
 constexpr uint64_t kMillion = 1000000;
+/// Bytes without a frame that are worth a warning, and those that no hub sends.
+constexpr uint64_t kMuchGarbage = 65536;
+constexpr uint64_t kTooMuchGarbage = 1048576;
 
 /// The first start byte, or `end`; adds the bytes in front of it to `skipped`.
 char* findStart(char* from, char* end, uint64_t& skipped) {
@@ -164,7 +168,9 @@ bool Queue::PushMessage() {
     char* lastValid = nullptr;
     FrameScan scan;
     uint64_t frames = 0, bytes = 0;
-    uint64_t skipped = 0, skippedInAll = 0; // since the last frame, and in front of it
+    // Since the last frame, and in front of it; what follows the last one is looked at once more.
+    uint64_t skipped = 0, skippedInAll = 0;
+    bool mustClose = false;
     while (where.start < where.end) {
         const bool valid = frameMessage(where, scan, skipped + skippedInAll == 0);
         where.start = scan.nextElement;
@@ -176,17 +182,14 @@ bool Queue::PushMessage() {
         if (!valid)
             continue;
         lastValid = scan.nextElement;
-        skippedInAll += skipped;
-        skipped = 0;
+        if (skipped + m_garbage > 0) {
+            mustClose |= countGarbage(skipped);
+            endGarbage();
+            skippedInAll += skipped;
+            skipped = 0;
+        }
         ++frames;
         bytes += scan.msgLen;
-        m_bytes_in_since_last_q_check += scan.msgLen;
-        if (m_bytes_in_since_last_q_check > m_q_check_bytes) {
-            countFrames(frames, bytes);
-            frames = bytes = 0;
-            calcQueueFullStats();
-            m_bytes_in_since_last_q_check = 0;
-        }
     }
     countFrames(frames, bytes);
 
@@ -194,6 +197,7 @@ bool Queue::PushMessage() {
     if (target == nullptr && skipped > 0) {
         // Garbage that has been looked at need not be scanned again.
         target = scan.moreDataNeeded ? scan.msgStart : scan.nextElement;
+        mustClose |= countGarbage(skipped);
         skippedInAll += skipped;
     }
     countSkipped(skippedInAll);
@@ -209,12 +213,19 @@ bool Queue::PushMessage() {
         return true;
     }
     publish(target);
-    return false;
+    // Only now: a consumer that has taken all that was published before makes a full ring look empty.
+    if (m_bytes_in_since_last_q_check > m_q_check_bytes) {
+        calcQueueFullStats();
+        m_bytes_in_since_last_q_check = 0;
+    }
+    return mustClose;
 }
 
 void Queue::countFrames(uint64_t frames, uint64_t bytes) {
     if (frames == 0)
         return;
+    m_sawLife = true;
+    m_bytes_in_since_last_q_check += bytes;
     m_stats.in.m_bytes_in.add(bytes);
     const uint64_t before = m_stats.in.m_msgs_in.get();
     m_stats.in.m_msgs_in.add(frames);
@@ -229,6 +240,24 @@ void Queue::countSkipped(uint64_t bytes) {
     m_stats.in.cum_dropped_bytes.add(bytes);
     eprintf(EPF_DBUG, "%s: Queue::PushMessage: discarded %lu bytes to resync", getSocketDesc().c_str(),
             bytes);
+}
+
+bool Queue::countGarbage(uint64_t bytes) {
+    m_garbage += bytes;
+    if (m_garbage >= kTooMuchGarbage) {
+        eprintf(EPF_WARN, "%s: Queue::PushMessage: %lu bytes without a frame - Connection will be Reset",
+                getSocketDesc().c_str(), m_garbage);
+        return true;
+    }
+    if (m_garbage >= kMuchGarbage && !std::exchange(m_garbageTold, true))
+        eprintf(EPF_WARN, "%s: Queue::PushMessage: %lu bytes without a frame", getSocketDesc().c_str(),
+                m_garbage);
+    return false;
+}
+
+void Queue::endGarbage() {
+    m_garbage = 0;
+    m_garbageTold = false;
 }
 
 void Queue::publish(char* position) {

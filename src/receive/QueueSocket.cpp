@@ -36,8 +36,13 @@ bool Queue::readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser,
         return false;
     Room room = findRoom(mode);
     if (room.available < MIN_AVAIL_LEN) {
-        if (mode == ReadMode::Normal)
+        if (mode == ReadMode::Normal && getQueryCount() <= 0)
             return readWithoutRoom(fd);
+        if (mode == ReadMode::Normal) {
+            // Whatever the threshold: what is dropped now might be an answer, or a part of one.
+            changeSuspension(true);
+            return false;
+        }
         if (room.available == 0) {
             eprintf(
                 EPF_DBUG,
@@ -151,6 +156,8 @@ bool Queue::readWithoutRoom(int fd) {
     const ssize_t got = ::read(fd, dropped, sizeof dropped);
     if (got > 0) {
         m_stats.in.cum_dropped_bytes.add(static_cast<uint64_t>(got));
+        // Nobody looks for frames in it; it was frames that filled the ring.
+        m_sawLife = m_sawLife || m_garbage == 0;
     } else if (got == 0) {
         m_sawEndOfStream = true;
     } else if (!isTransient(errno)) {

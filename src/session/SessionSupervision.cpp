@@ -62,6 +62,11 @@ void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
 }
 
 SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& client, ClientCheck& check) {
+    if (client.isStillDelivering()) {
+        eprintf(EPF_DBUG, "%s is not dialled before the application has taken what came from it",
+                client.getHubAddr().c_str());
+        return ClientVerdict::Next;
+    }
     client.connectHost(now);
     if (client.getFd() > 0) {
         if (!client.inProgress()) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <ostream>
 #include <set>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -118,6 +119,45 @@ TEST_F(BadBytesTest, GarbageAfterReadyIsSkipped) {
     }
     EXPECT_EQ(client.session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
     EXPECT_EQ(hub.statistics().accepted, 1U) << "no garbage costs the connection";
+}
+
+/// What is no frame is no sign of life, and more of it than any fault of a line explains ends the connection.
+TEST(GarbageStream, IsTakenForSilenceAndInMassForALoss) {
+    for (const bool isCompressed : {false, true}) {
+        StartedHub hub(quietConfig());
+        Client client(hub);
+        client.connections()
+            .set(HostConfig::READ_TIMEOUT_LONG, 60)
+            .set(HostConfig::COMPRESSION_BOOL, isCompressed);
+        ASSERT_TRUE(client.startAndWait());
+        ASSERT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
+        hub.sendRaw(std::string(100'000, 'x'));
+        hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, 1));
+        ASSERT_TRUE(client.waitForUpdates(1));
+        const std::string log = client.log();
+        const std::size_t warning = log.find(" bytes without a frame");
+        EXPECT_NE(warning, std::string::npos);
+        EXPECT_EQ(log.find(" bytes without a frame", warning + 1), std::string::npos);
+        EXPECT_EQ(hub.statistics().accepted, 1U);
+        for (int i = 0; i < 6; ++i)
+            hub.sendRaw(std::string(200'000, 'x'));
+        EXPECT_TRUE(client.waitForSessionEvent("UNAVAILABLE"));
+        client.session().stop();
+
+        client.connections().set(HostConfig::READ_TIMEOUT_LONG, 1);
+        client.forget();
+        ASSERT_TRUE(client.startAndWait());
+        std::atomic<bool> mustEnd{false};
+        std::thread dripping([&] {
+            while (!mustEnd) {
+                hub.sendRaw(std::string(1, '\0'));
+                std::this_thread::sleep_for(100ms); // the pace of the garbage
+            }
+        });
+        EXPECT_TRUE(client.waitForSessionEvent("UNAVAILABLE"));
+        mustEnd = true;
+        dripping.join();
+    }
 }
 
 class GarbageDuringStart : public testing::TestWithParam<Garbage> {};

@@ -4,6 +4,9 @@
 
 #include <zlib.h>
 
+#include <chrono>
+#include <thread>
+
 #include "hub/HubFixture.h"
 #include "kvnparse/Deflater.h"
 #include "receive/FrameHandler.h"
@@ -30,6 +33,17 @@ protected:
     int bytesWaiting() {
         int waiting = 0;
         return client->getFd() >= 0 && ::ioctl(client->getFd(), FIONREAD, &waiting) == 0 ? waiting : 0;
+    }
+    /// An answer is due, and the queue nearly full: more bytes wait in the socket.
+    void holdReads() {
+        const std::string data = hubFrame("4=558|5=IBM|1=" + std::string(100'000, 'x'));
+        client->incrQueryCount();
+        for (int i = 0; i < 8; ++i)
+            feed(data);
+        ASSERT_TRUE(client->getResponseQueue()->readsSuspended());
+        hub.sendRaw(data);
+        ASSERT_TRUE(waitReadable(client->getFd()));
+        client->readableEvent(tp::Clock::now());
     }
     uint64_t framesInQueue() {
         client->calcStats(0.0);
@@ -143,20 +157,26 @@ TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReacto
     EXPECT_EQ(framesInQueue(), 1U) << "what has come is still delivered";
 }
 
+TEST_F(HubReadingTest, RoomInTheQueueEndsAHoldWithoutTheTick) {
+    makeClient();
+    comeUp();
+    holdReads();
+    std::thread loop([this] { reactor->begin(); });
+    Queue& queue = *client->getResponseQueue();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kDeadlineMilliseconds);
+    while (bytesWaiting() > 0 && std::chrono::steady_clock::now() < deadline)
+        (void)queue.PopElement();
+    EXPECT_EQ(bytesWaiting(), 0);
+    reactor->tp::EventReactor::end();
+    loop.join();
+}
+
 TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom) {
     makeClient();
     comeUp();
     Queue& queue = *client->getResponseQueue();
-    const std::string data = hubFrame("4=558|5=IBM|1=" + std::string(100'000, 'x'));
-    client->incrQueryCount();
-    for (int i = 0; i < 8; ++i)
-        feed(data);
-    client->twentyFiveMsTick(tp::Clock::now());
-    ASSERT_TRUE(queue.readsSuspended());
-
-    client->readableEvent(tp::Clock::now());
-    hub.sendRaw(data);
-    ASSERT_TRUE(waitReadable(client->getFd()));
+    holdReads();
+    EXPECT_FALSE(client->hasSocket()) << "a hang-up would call for attention without end";
     client->setHBSeen(false);
     client->twentyFiveMsTick(tp::Clock::now());
     EXPECT_TRUE(client->getHBSeen()) << "bytes wait, so the hub lives";

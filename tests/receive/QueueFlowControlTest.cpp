@@ -2,6 +2,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <tp/Clock.h>
 
 #include "RingFixture.h"
@@ -23,7 +26,9 @@ public:
         texts.emplace_back(text);
         return 1;
     }
+    void roomForReads() override { ++wakes; }
     bool fails = false;
+    int wakes = 0;
     std::vector<std::string> texts;
 };
 
@@ -185,6 +190,41 @@ TEST_F(FlowControlTest, QueueWithoutAWholeFrameIsNeverSuspended) {
     queue->calcQueueFullStats();
     EXPECT_GT(queue->getPctFull(), 20);
     EXPECT_FALSE(queue->readsSuspended());
+}
+
+/// One read may fill the ring before its reader has seen any of it, and a threshold may leave no room for the
+/// next one: either way what comes waits, and the reader says when it can go on.
+TEST_F(FlowControlTest, NothingIsDroppedWhileAnAnswerIsDue) {
+    constexpr size_t FRAMES = 4'000;
+    const int fd = ::memfd_create("stream", MFD_CLOEXEC);
+    for (size_t i = 0; i < FRAMES; ++i) {
+        const std::string frame = frameOf(std::string(993, 'x'));
+        ASSERT_EQ(::write(fd, frame.data(), frame.size()), 1'000);
+    }
+    for (const int threshold : {10, 70, 99, 101}) {
+        SCOPED_TRACE(threshold);
+        make(threshold);
+        queue->incrQueryCount();
+        ::lseek(fd, 0, SEEK_SET);
+        int holds = 0;
+        for (int turn = 0; turn < 10'000 && !queue->sawEndOfStream(); ++turn) {
+            ASSERT_FALSE(queue->readFromSocketThenWriteToQueue(fd, nullptr, 1.0));
+            if (!queue->readsSuspended() || !queue->awaitRoom())
+                continue;
+            for (++holds, hub.wakes = 0; hub.wakes == 0 && !queue->isEmpty();)
+                queue->PopElement();
+            queue->calcQueueFullStats();
+            ASSERT_FALSE(queue->readsSuspended());
+            ASSERT_EQ(hub.wakes, 1);
+        }
+        EXPECT_GT(holds, 2);
+        while (!queue->isEmpty())
+            queue->PopElement();
+        EXPECT_EQ(handler.frames.size(), FRAMES);
+        EXPECT_EQ(queue->statistics().in.cum_dropped_bytes.get(), 0U);
+        handler.frames.clear();
+    }
+    ::close(fd);
 }
 
 TEST_F(FlowControlTest, SuspendedQueueReadsALittleNowAndThen) {

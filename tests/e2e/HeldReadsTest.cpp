@@ -1,0 +1,178 @@
+// Reads that are held back while an answer is due: nothing is lost, and a connection that ends is noticed.
+#include "Client.h"
+#include "Gate.h"
+
+#include <atomic>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+using tivra::HostConfig;
+using tivra_sim::Hub;
+using tivra_sim::HubConfig;
+using tivra_sim::Record;
+using Stats = tivra::StatisticsEvent;
+namespace token = tivra_sim::token;
+
+namespace {
+
+/// A client with the smallest queue. Session events have a thread of their own, beside that of a callback.
+struct HeldClient : Client {
+    HeldClient(const Hub& hub, bool isCompressed) : Client(hub) {
+        connections().set(HostConfig::QUEUE_SIZE_LONG, 1).set(HostConfig::COMPRESSION_BOOL, isCompressed);
+        settings().set(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, true);
+    }
+    ~HeldClient() override {
+        gate.open();
+        destroySession();
+    }
+    HeldClient(const HeldClient&) = delete;
+    HeldClient& operator=(const HeldClient&) = delete;
+
+    Gate gate;
+};
+
+/// The seconds of processor time that the hub threads have taken.
+double hubThreadSeconds() {
+    double seconds = 0.0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        std::uint64_t nanoseconds = 0;
+        std::ifstream(task.path() / "schedstat") >> nanoseconds;
+        if (name.rfind("tivra-hub", 0) == 0)
+            seconds += static_cast<double>(nanoseconds) / 1e9;
+    }
+    return seconds;
+}
+
+class HeldReadsTest : public testing::TestWithParam<bool> {};
+
+TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
+    std::size_t count = 0;
+    tivra_sim::readTradingDay(TIVRA_SAMPLE_DAY, [&](const tivra_sim::MarketEvent&) { return ++count > 0; });
+    HubConfig config = HubConfig::realistic();
+    config.playback.file = TIVRA_SAMPLE_DAY;
+    config.playback.startWhenSubscriptions = 4;
+    for (int round = 0; round < (IS_SANITIZED ? 2 : 10); ++round) {
+        StartedHub hub(config);
+        hub.ignore("QuerySnap");
+        HeldClient client(hub, GetParam());
+        std::atomic<std::size_t> received{0};
+        std::atomic<bool> isInOrder{true};
+        client.messageHook = [&](const tivra::MessageEvent& event) {
+            tivra::MessageReader& reader = event.getReader();
+            if (event.getType() != tivra::MessageEvent::UPDATE || reader.next() != token::SEQUENCE)
+                return;
+            isInOrder = isInOrder && static_cast<std::size_t>(reader.getValueAsInteger()) == ++received;
+            if (received == count)
+                client.notify();
+        };
+        ASSERT_TRUE(client.startAndWait());
+        client.send(tivra::QUERYSNAP, 100, "IBM");
+        ASSERT_TRUE(hub.waitForCommand("QuerySnap"));
+        for (const char* symbol : {"SPY", "AIG", "IBM", "BAC"})
+            client.send(tivra::SUBSCRIBE, 100, symbol);
+        ASSERT_TRUE(hub.waitForPlayback(std::chrono::seconds(150)));
+        client.waitUntil([&] { return received == count || !isInOrder; });
+        EXPECT_TRUE(isInOrder);
+        EXPECT_EQ(hub.statistics().accepted, 1U);
+        ASSERT_EQ(received, count) << "in round " << round;
+    }
+}
+
+TEST_P(HeldReadsTest, LongListWaitsForTheApplication) {
+    constexpr int ROWS = 40'000;
+    StartedHub hub;
+    hub.script([&](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
+        if (request.command != "ListAvailableTokens")
+            return std::nullopt;
+        const std::string tag = "5026=" + std::to_string(request.tag);
+        Hub::Frames frames;
+        for (int row = 0; row < ROWS; ++row)
+            frames.push_back(tivra_sim::encodeFrame(tag + "|5035=" + std::to_string(20'000 + row) +
+                                                    "|5010=A.RATHER.LONG.NAME|5012=INTEGER|5011=20"));
+        frames.push_back(tivra_sim::encodeFrame(tag + "|5001=0"));
+        return frames;
+    });
+    HeldClient client(hub, GetParam());
+    std::atomic<int> rows{0};
+    std::atomic<bool> isEnded{false};
+    client.messageHook = [&](const tivra::MessageEvent& event) {
+        client.gate.wait();
+        if (event.getTag() < 18)
+            return;
+        ++rows;
+        isEnded = isEnded || event.getType() == tivra::MessageEvent::STATUS;
+        client.notify();
+    };
+    ASSERT_TRUE(client.startAndWait());
+    client.send(tivra::LISTAVAILABLETOKENS);
+    ASSERT_TRUE(client.waitForSessionEvent("QUEUE_ABOVE"));
+    client.gate.open();
+    EXPECT_TRUE(client.waitUntil([&] { return isEnded.load(); }));
+    EXPECT_EQ(rows, ROWS + 1);
+    EXPECT_EQ(hub.statistics().accepted, 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest, testing::Bool(), [](const auto& test) {
+    return std::string(test.param ? "Compressed" : "Plain");
+});
+
+class HeldLossTest : public testing::TestWithParam<Hub::Close> {};
+
+/// The peer resets, or closes and answers the next request with a reset. Both leave bytes in a socket that
+/// nobody reads at the time.
+TEST_P(HeldLossTest, IsNoticedWithoutSpinningAndWhatHasComeIsStillDelivered) {
+    HubConfig config = HubConfig::realistic();
+    config.heartbeat.enabled = config.hubStatus.enabled = false; // the counts stand still in the end
+    StartedHub hub(config);
+    hub.ignore("QuerySnap");
+    HeldClient client(hub, false);
+    client.connections().set(HostConfig::READ_TIMEOUT_LONG, 0);
+    client.session().registerStatisticsEventHandler(&client, 1);
+    client.messageHook = [&](const tivra::MessageEvent& event) {
+        if (event.getType() == tivra::MessageEvent::UPDATE)
+            client.gate.wait();
+    };
+    ASSERT_TRUE(client.startAndWait());
+    client.send(tivra::QUERYSNAP, 100, "IBM");
+    client.send(tivra::SUBSCRIBE, 100, "IBM");
+    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    for (int i = 0; i < 1'500; ++i)
+        hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, i).add(1, std::string(1'000, 'x')));
+    ASSERT_TRUE(client.waitForSessionEvent("QUEUE_ABOVE"));
+
+    const std::string logBefore = client.log();
+    const double secondsBefore = hubThreadSeconds();
+    const auto begin = std::chrono::steady_clock::now();
+    hub.dropConnections(GetParam());
+    if (GetParam() == Hub::Close::Orderly)
+        client.send(tivra::SUBSCRIBE, 100, "BAC");
+    EXPECT_TRUE(client.waitForSessionEvent("UNAVAILABLE")) << "while the application takes nothing";
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
+    EXPECT_LT(hubThreadSeconds() - secondsBefore, 0.05 + elapsed.count() / 20)
+        << "of " << elapsed.count();
+    const std::string log = client.log().substr(logBefore.size());
+    std::size_t warnings = 0;
+    for (std::size_t at = log.find("WARN: "); at != std::string::npos; at = log.find("WARN: ", at + 1))
+        ++warnings;
+    EXPECT_LT(warnings, 5U) << log;
+
+    client.gate.open();
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
+    const std::size_t rows = client.waitForQuiet();
+    ASSERT_GT(rows, 0U);
+    const std::vector<std::uint64_t> last = client.statistics()[rows - 1];
+    EXPECT_EQ(last[Stats::MSGS_IN], last[Stats::MSGS_OUT]) << "a whole frame has been thrown away";
+    EXPECT_EQ(last[Stats::DROP], 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(E2E, HeldLossTest, testing::Values(Hub::Close::Reset, Hub::Close::Orderly),
+                         [](const auto& test) {
+                             return std::string(test.param == Hub::Close::Reset ? "Reset" : "CloseAndSend");
+                         });
+
+} // namespace
