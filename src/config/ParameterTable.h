@@ -51,7 +51,8 @@ inline constexpr std::array<ParameterInfo, 9> kSessionParameters{{
      "most threads for hub connections when multithreaded; 0 means one per hub"},
     {tivra::SessionConfig::MAX_REQUEST_QUEUE_SIZE_LONG, "MAX_REQUEST_QUEUE_SIZE_LONG", ParameterType::Long,
      "requests", 100000, 50000000, 100000, OutOfRange::CorrectedWhenSet,
-     "how many requests may wait to be sent; 10000000 with WATCHLIST_BOOL unless set"},
+     "how many requests may wait to be sent, and how many for each hub; 10000000 with WATCHLIST_BOOL unless "
+     "set"},
     {tivra::SessionConfig::WATCHLIST_BOOL, "WATCHLIST_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible, "remember standing requests and send them again after a loss or a restart"},
     {tivra::SessionConfig::MAX_WATCHLIST_SIZE_LONG, "MAX_WATCHLIST_SIZE_LONG", ParameterType::Long,
