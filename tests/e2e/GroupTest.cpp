@@ -145,7 +145,6 @@ TEST_P(GroupOf, EveryRequestReachesTheMembersThatItIsFor) {
         {tivra::QUERYSNAP, "QuerySnap", 100, "IBM", first, 0, 1},
         {tivra::QUERYSNAP, "QuerySnap", 101, "IBM131221C185", {1 % size}, 0, 1},
         {tivra::QUERYSNAP, "QuerySnap", 102, "ESZ3", {2 % size}, status::NO_PERMISSION},
-        {tivra::QUERYSNAP, "QuerySnap", 100, "IBM|5022=Unsubscribe", first, any},
         {tivra::LISTAVAILABLETOKENS, "ListAvailableTokens", 101, "", {1 % size}, any},
         {tivra::ADDALTERNATEINDEX, "AddAlternateIndex", 101, "", {1 % size}, 0, 0, {{5035, "3126"}}},
         {noCommand, "4=100|5=IBM|5022=", 100, "IBM", first, any},
