@@ -81,7 +81,7 @@ void UserInfoImpl::updateState() {
         userState = others == 0 ? UserInfo::AUTHENTICATED : UserInfo::PARTIALLY_AUTHENTICATED;
 }
 
-UserInfo::States UserInfoImpl::storeLoginResult(const UserHub* hub, UserEvent::Types type) {
+UserInfoImpl::Standing UserInfoImpl::storeLoginResult(const UserHub* hub, UserEvent::Types type, int rc) {
     const bool isDummy = hub->isDummy();
     const tp::MutexLock lock(m_hubAuthStateMap_mutex);
     std::unique_ptr<AuthState>& entry = hubAuthStateMap[hub];
@@ -91,23 +91,29 @@ UserInfo::States UserInfoImpl::storeLoginResult(const UserHub* hub, UserEvent::T
         entry = std::make_unique<AuthState>();
         entry->isDummy = isDummy;
     }
+    const bool isAccepted = type == UserEvent::AUTHORIZATION_SUCCESS;
+    const bool isRepeated = !isAccepted && entry->lastRefusal == rc;
     entry->loginEventType = static_cast<short>(type);
-    entry->currUserState =
-        type == UserEvent::AUTHORIZATION_SUCCESS ? UserInfo::AUTHENTICATED : UserInfo::NOT_AUTHENTICATED;
+    entry->lastRefusal = isAccepted ? std::nullopt : std::optional<int>(rc);
+    entry->currUserState = isAccepted ? UserInfo::AUTHENTICATED : UserInfo::NOT_AUTHENTICATED;
     updateState();
-    return userState;
+    return {userState, isRepeated};
 }
 
 void UserInfoImpl::loginResult(const UserHub* hub, UserEvent::Types type, int rc, tivra::Session& session,
                                const RetCodeTexts& texts) {
-    const UserInfo::States state = storeLoginResult(hub, type);
+    const Standing standing = storeLoginResult(hub, type, rc);
+    const bool isAccepted = type == UserEvent::AUTHORIZATION_SUCCESS;
     const tp::MutexLock lock(m_user_mutex);
-    if (lastLoginEventType == static_cast<short>(type))
+    // Of refusals the first is told and each other code, be it of this hub or of another.
+    if (lastLoginEventType == static_cast<short>(type) &&
+        (isAccepted || standing.isRepeated || rc == m_lastEventCode))
         return;
     // Success is told when all hubs have accepted.
-    if (type == UserEvent::AUTHORIZATION_SUCCESS && state == UserInfo::PARTIALLY_AUTHENTICATED)
+    if (isAccepted && standing.state == UserInfo::PARTIALLY_AUTHENTICATED)
         return;
     lastLoginEventType = static_cast<short>(type);
+    m_lastEventCode = rc;
     eventQueue.push_back(
         HandleAccess::make<UserEvent>(std::make_unique<UserEventImpl>(type, &userInfo, session, texts, rc)));
 }

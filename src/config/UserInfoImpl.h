@@ -4,6 +4,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <event/UserEvent.h>
@@ -28,6 +29,8 @@ struct AuthState {
     std::atomic<tivra::UserInfo::States> currUserState{tivra::UserInfo::NOT_AUTHENTICATED};
     /// The last login result as a UserEvent::Types, -1 for none.
     short loginEventType = -1;
+    /// The code of the last refusal since this hub has accepted the user; it outlives the connection.
+    std::optional<int> lastRefusal;
     /// The pseudo connection's entry counts for nothing.
     bool isDummy = false;
 };
@@ -68,7 +71,11 @@ public:
 
 private:
     void updateState() TP_REQUIRES(m_hubAuthStateMap_mutex);
-    tivra::UserInfo::States storeLoginResult(const UserHub* hub, tivra::UserEvent::Types type);
+    struct Standing {
+        tivra::UserInfo::States state; ///< of the user, with this result
+        bool isRepeated;               ///< the hub has refused the user with the same code before
+    };
+    Standing storeLoginResult(const UserHub* hub, tivra::UserEvent::Types type, int rc);
 
     const std::string userName;
     const std::string password;
@@ -80,6 +87,7 @@ private:
     mutable tp::Mutex m_user_mutex{kLockUser};
     /// Type of the last queued event, -1 for none yet: the application hears of changes only.
     short lastLoginEventType TP_GUARDED_BY(m_user_mutex) = -1;
+    int m_lastEventCode TP_GUARDED_BY(m_user_mutex) = 0; ///< its code
     std::deque<HandlePtr<tivra::UserEvent>> eventQueue TP_GUARDED_BY(m_user_mutex);
 
     tp::Mutex m_hubAuthStateMap_mutex{kLockHubAuthStateMap};

@@ -40,6 +40,16 @@ std::string ConnectionManagers::managerAddr() const {
     return m_CMPortPairLst.empty() ? std::string() : m_CMPortPairLst.front().addr;
 }
 
+void ConnectionManagers::noteManager(const std::string& addr) {
+    const tp::MutexLock lock(recentCM_mutex);
+    m_unavailable.insert(addr);
+}
+
+bool ConnectionManagers::isManager(const std::string& addr) const {
+    const tp::MutexLock lock(recentCM_mutex);
+    return m_unavailable.count(addr) != 0;
+}
+
 int ConnectionManagers::updateCMPortPairLst(const std::vector<HostPair>& primary,
                                             const std::vector<HostPair>& backup) {
     const tp::MutexLock lock(recentCM_mutex);
@@ -127,6 +137,10 @@ bool ConnectionManagers::checkCMRetry(long connectionRetryLimit, bool failoverEn
 
 void ConnectionManagers::prepareNextStart() {
     m_CMRetryCnt = 0;
+    {
+        const tp::MutexLock lock(recentCM_mutex);
+        m_unavailable.clear();
+    }
     if (!m_isCMconnection)
         askAgain();
 }

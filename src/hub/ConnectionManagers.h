@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,9 @@ public:
     /// The address of the manager to name in a host info text: the one that answered last, else the first
     /// candidate; empty when there is none.
     [[nodiscard]] std::string managerAddr() const;
+    /// The host has answered as a manager, though it had no hub to hand out.
+    void noteManager(const std::string& addr);
+    [[nodiscard]] bool isManager(const std::string& addr) const;
     /// Once the hosts are known to be managers: leaves one candidate for each and checks that they agree.
     /// @return 0, or -1 with a warning in the log
     [[nodiscard]] int updateCMPortPairLst(const std::vector<HostPair>& primary,
@@ -64,6 +68,7 @@ private:
     mutable tp::Mutex recentCM_mutex;
     std::string m_recentCM TP_GUARDED_BY(recentCM_mutex);
     std::vector<HostPair> m_CMPortPairLst TP_GUARDED_BY(recentCM_mutex);
+    std::set<std::string> m_unavailable TP_GUARDED_BY(recentCM_mutex); ///< see noteManager
 
     mutable tp::Mutex portHubMap_mutex;
     std::map<uint16_t, std::string> portHubMap TP_GUARDED_BY(portHubMap_mutex);

@@ -8,6 +8,8 @@ namespace tivra_internal {
 
 /// How far the conversation of the present connection has come; a close forgets all of it.
 struct ConversationState {
+    double m_beginTime = 0.0; ///< of the connection, later by what it has waited for siblings; monotonic
+    double m_waitTime = 0.0;  ///< since when it waits for them; monotonic
     bool m_conflationIntervalSet = false;
     bool m_conflationTypeSet = false;
     bool m_haveAdmin = false;

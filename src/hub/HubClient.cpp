@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <random>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -25,6 +27,15 @@ constexpr size_t kMaxHubAddr = 255;
 constexpr long kMaxBlockingLimit = 60'000;        // milliseconds
 constexpr long kMaxConnectionTimeout = 2'000'000; // seconds
 
+/// Numbers from 0 up to 1, different for each client and each process.
+std::function<double()> chanceOf(const HubClient* client) {
+    const auto place = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(client) >> 4U);
+    const auto time = static_cast<uint32_t>(static_cast<uint64_t>(tp::Clock::monotonic() * 1e6));
+    return [engine = std::minstd_rand(place ^ time)]() mutable {
+        return std::uniform_real_distribution<double>(0.0, 1.0)(engine);
+    };
+}
+
 } // namespace
 
 HubClient::HubClient(UserInfoImpl& user, HubSession& session, const char* strAddr, const char* ipAddr,
@@ -47,7 +58,8 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const char* strAdd
     , m_original_port(static_cast<uint16_t>(port))
     , m_ip_addr(m_original_ipaddr)
     , m_hub_ip_addr(m_ip_addr)
-    , m_port(static_cast<uint16_t>(port)) {
+    , m_port(static_cast<uint16_t>(port))
+    , m_loginPace(chanceOf(this)) {
     m_primaryUser.newHub(this);
     reset();
     forgetConnection();
@@ -202,6 +214,18 @@ bool HubClient::isPastRetryLimit() const {
         eprintf(EPF_INFO, "Connection retry limit of %ld exceeded for HUB: %s\n", m_connectionRetryLimit,
                 getHubAddr().c_str());
     return isPast;
+}
+
+void HubClient::startAnew() {
+    m_retired = false;
+    m_xrefRemove = false;
+    m_xrefConnected = false;
+    m_inProgress = false;
+    m_connectionRetries = 0;
+    m_CMconnectionRetries = 0;
+    m_lnkapiErrno = 0;
+    m_requestHUBFromCM = m_session.isCMconnection();
+    m_primaryUser.newHub(this);
 }
 
 const char* HubClient::retCodeText(int64_t code) const {

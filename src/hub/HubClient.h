@@ -22,6 +22,7 @@
 #include "hub/HubClientCommands.h"
 #include "hub/Outage.h"
 #include "hub/ReadWaker.h"
+#include "hub/RetryPace.h"
 #include "hub/SocketHandle.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
@@ -99,6 +100,8 @@ public:
     /// The hub was dialled before, and hasn't been ready since. The hub's thread.
     [[nodiscard]] bool isDialRepeated() const { return m_outage.isDialRepeated(); }
     void closeConnection();
+    /// False while a hub that has refused the login is to be left alone.
+    [[nodiscard]] bool mayDial() const;
     /// Closes, then takes the client out of use with a reason that the application may see.
     void suspendClient(const std::string& reason);
 
@@ -162,12 +165,16 @@ public:
     /// A cross-reference hub, which is connected only when a request needs it first.
     void setQueryXRefHUB(bool isXref) { m_queryXRefHUB.store(isXref); }
     [[nodiscard]] bool isQueryXRefHUB() const { return m_queryXRefHUB.load(); }
+    /// A cross-reference hub that has not come up yet: when it fails it is left out.
+    [[nodiscard]] bool isComingXref() const { return isQueryXRefHUB() && !m_xrefDone; }
     std::atomic<bool> m_xrefConnected{false};
     std::atomic<bool> m_xrefDone{false}; ///< it has its read handler
     /// It failed: it is not dialled any more and will be taken out of the session.
     std::atomic<bool> m_xrefRemove{false};
     /// Taken out of the session's tables; its own thread closes it and looks after it no more.
     std::atomic<bool> m_retired{false};
+    /// Its limits and marks begin anew, after it was retired. @thread master; no other may know the client.
+    void startAnew();
     [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_hostConfig; }
     void setHostConfig(HostConfigImpl* hostConfig) { m_hostConfig = hostConfig; }
     [[nodiscard]] bool isWatchlistInUse() const { return m_watchlistInUse; }
@@ -244,7 +251,7 @@ private:
     [[nodiscard]] Lookup managerLibraryMissing(ConnectionManagers& managers);
     [[nodiscard]] bool initializeManagerLibrary(ConnectionManagers& managers);
     [[nodiscard]] Lookup giveUpLookup(int rc);
-    [[nodiscard]] Lookup firstLookupFailed(const std::string& cmAddr, int rc);
+    [[nodiscard]] Lookup firstLookupFailed(ConnectionManagers& managers, const std::string& cmAddr, int rc);
     [[nodiscard]] Lookup lookupFailed(const std::string& cmAddr, int rc);
     void askManagerAgain();
     [[nodiscard]] Lookup takeHubOfManager(ConnectionManagers& managers, std::string cmAddr,
@@ -268,6 +275,7 @@ private:
     [[nodiscard]] bool waitForConnect(double curtime);
     void registerSocket();
     void unregisterSocket();
+    [[nodiscard]] bool isHandshakeTooLong() const;
 
     // HubWriting.cpp
     enum class Wait { Writable, TimedOut, Failed };
@@ -310,6 +318,7 @@ private:
 
     // HubConversationLogin.cpp
     void process_login(KVNAPI::Message& msg);
+    void loginRefused(const std::string& reason);
     void process_status(KVNAPI::Message& msg);
     void process_hubStatus(KVNAPI::Message& msg);
     void countRefusal(long& refusals);
@@ -407,6 +416,7 @@ private:
     bool m_frameCutShort = false;             ///< see isOutOfStep
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
     Outage m_outage;
+    RetryPace m_loginPace;
     double m_connectStartTime = 0.0;
     double m_last_reset_time = 0.0;
     double m_last_HB_check = 0.0;

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -29,6 +30,9 @@ namespace tivra_internal {
 namespace {
 
 constexpr size_t kMaxPort = 65'535;
+/// A handshake may last as long as so many read time-outs, and no less than so many seconds.
+constexpr double kHandshakeTimeouts = 12.0;
+constexpr double kLeastHandshakeLimit = 60.0;
 
 /// False for a text that is no address. The text of the broadcast address reads like an error and is none.
 bool readAddress(const std::string& text, in_addr& address) {
@@ -186,6 +190,7 @@ short HubClient::finishConnect() {
     m_inProgress = false;
     registerSocket();
     setInitHBTime();
+    m_step.m_beginTime = tp::Clock::monotonic();
     m_connectionRetries += 1;
     m_isConnectionTimedOut = false;
     return static_cast<short>(m_fd.get());
@@ -240,11 +245,23 @@ bool HubClient::isInitTimedOut(double) {
         return false;
     const double elapsed = secondsSince(heartbeat);
     if (elapsed >= 0.0 && elapsed <= static_cast<double>(m_readTimeout))
-        return false;
+        return isHandshakeTooLong();
     eprintf(EPF_INFO,
             "Heartbeat timeout during initialization on HUB: %s; curtime=%f; heartbeat_time=%f; "
             "readTimeout=%ld;  \n",
             getHubAddr().c_str(), tp::Clock::now(), epochOf(heartbeat), m_readTimeout);
+    return true;
+}
+
+// A hub that gives one sign of life after the other and never gets to the end would hold up a start for ever.
+bool HubClient::isHandshakeTooLong() const {
+    const double limit =
+        std::max(kHandshakeTimeouts * static_cast<double>(m_readTimeout), kLeastHandshakeLimit);
+    const double elapsed = secondsSince(m_step.m_beginTime);
+    if (elapsed <= limit)
+        return false;
+    eprintf(EPF_INFO, "The handshake with HUB %s is not complete after %.0f seconds", getHubAddr().c_str(),
+            elapsed);
     return true;
 }
 
@@ -340,6 +357,9 @@ void HubClient::closeConnection() {
     }
     m_last_reset_time = tp::Clock::monotonic();
     forgetConnection();
+    // Behind a connection manager a hub that is lost, ready or not, is replaced by another.
+    if (m_session.isCMconnection() && !getInitialHubDisconnected())
+        m_requestHUBFromCM = true;
     if (HubEventReactor* const reactor = getReactor(); reactor != nullptr)
         reactor->forgetClient(this);
     // A first hub that the session lets go is no loss, nor is one that had not come up.

@@ -217,7 +217,8 @@ void HubClient::takeStep(ConversationStep step, int tag) {
         break;
     case ConversationStep::AwaitSiblings:
         eprintf(EPF_DBUG, "Waiting get box perms from all other HUBs");
-        waitForAllHubsToGetBoxPerms = true;
+        if (!waitForAllHubsToGetBoxPerms.exchange(true))
+            m_step.m_waitTime = tp::Clock::monotonic();
         break;
     case ConversationStep::GetPort:
         if (!getPort())

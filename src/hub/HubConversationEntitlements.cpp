@@ -1,6 +1,7 @@
 // The sources that a hub carries and the sources that the user may see.
 #include "hub/HubClient.h"
 
+#include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "config/UserInfoImpl.h"
@@ -143,6 +144,7 @@ void HubClient::continueEntitlements() {
     if (!waitForAllHubsToGetBoxPerms)
         return;
     setInitHBTime();
+    m_step.m_beginTime += tp::Clock::monotonic() - m_step.m_waitTime;
     waitForAllHubsToGetBoxPerms = false;
     getEntitlements();
 }

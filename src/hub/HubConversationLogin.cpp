@@ -32,7 +32,7 @@ int HubClient::login() {
                              (indicator ? "|5201=1" : "");
     if (text.size() > kMaxRequestText) {
         eprintf(EPF_CRIT, "Login request too long");
-        suspendClient("Login request too long");
+        loginRefused("Login request too long");
         return -1;
     }
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
@@ -56,12 +56,12 @@ void HubClient::process_login(KVNAPI::Message& msg) {
     const MessageField status(m_dicMetaMap, msg, "ENUM.QUERY.STATUS");
     if (!status.isDefined()) {
         eprintf(EPF_CRIT, "HubMasterClient::process_login: ENUM.QUERY.STATUS not defined!");
-        suspendClient("Internal Error: ENUM.QUERY.STATUS not defined!");
+        loginRefused("Internal Error: ENUM.QUERY.STATUS not defined!");
         return;
     }
     if (!status.isPresent()) {
         eprintf(EPF_CRIT, "HubMasterClient::process_login: Message without ENUM.QUERY.STATUS found!");
-        suspendClient("Login response from HUB is missing ENUM.QUERY.STATUS");
+        loginRefused("Login response from HUB is missing ENUM.QUERY.STATUS");
         return;
     }
     const long code = status.integer();
@@ -69,15 +69,28 @@ void HubClient::process_login(KVNAPI::Message& msg) {
     if (code == 0) {
         eprintf(EPF_INFO, "API Successful Login to Port %d", getHubPort());
         m_logged_in = true;
+        m_loginPace.accepted();
         m_primaryUser.loginResult(this, tivra::UserEvent::AUTHORIZATION_SUCCESS, 0, m_session.getSession(),
                                   m_session.getRetCodeTexts());
         return;
     }
     eprintf(EPF_CRIT, "API Unsuccessful Login to Port %d - return code = %ld: %s", getHubPort(), code,
             retCodeText(code));
-    suspendClient("AUTHORIZATION_FAILURE");
+    loginRefused("AUTHORIZATION_FAILURE");
     m_primaryUser.loginResult(this, tivra::UserEvent::AUTHORIZATION_FAILURE, eventCode,
                               m_session.getSession(), m_session.getRetCodeTexts());
+}
+
+void HubClient::loginRefused(const std::string& reason) {
+    const double wait = m_loginPace.refused(tp::Clock::monotonic());
+    if (m_session.getisStarted())
+        eprintf(EPF_INFO, "HUB %s is left alone for %.1f seconds after the refused login",
+                getHubAddr().c_str(), wait);
+    suspendClient(reason);
+}
+
+bool HubClient::mayDial() const {
+    return m_loginPace.mayDial(tp::Clock::monotonic());
 }
 
 int HubClient::getStatusHeartbeat() {

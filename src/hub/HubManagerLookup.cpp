@@ -49,16 +49,20 @@ LnkApplicationVersion applicationVersion() {
 // another hub asks again.
 HubClient::Lookup HubClient::askManager() {
     ConnectionManagers& managers = m_session.getConnectionManagers();
-    if ((managers.m_isCMconnection || managers.m_CMcheckDone) && !m_requestHUBFromCM)
+    const bool isKnownManager = managers.m_isCMconnection;
+    // A host that has answered as a manager is no hub, though it had none to hand out.
+    const bool isManagerItself = !isKnownManager && managers.isManager(m_original_ipaddr);
+    if ((isKnownManager || managers.m_CMcheckDone) && !isManagerItself && !m_requestHUBFromCM)
         return Lookup::Dial;
     if (!LnkApi::instance().load())
         return managerLibraryMissing(managers);
+    // What can't be asked is dialled itself: its dials alone decide when it has failed.
     if (!managers.m_isLnkapiInitialized && !initializeManagerLibrary(managers))
-        return Lookup::Failed;
+        return Lookup::Dial;
 
     std::string cmAddr;
     std::string hubIp;
-    const int rc = getHUBFromCM(cmAddr, hubIp, managers.m_isCMconnection ? getHubPort() : 0);
+    const int rc = getHUBFromCM(cmAddr, hubIp, isKnownManager ? getHubPort() : 0);
     // A walk that a stop has cut short says nothing about the hosts.
     if (rc == LNKAPI_ERROR_NOTCONNECTED && m_session.isStopping())
         return giveUpLookup(rc);
@@ -66,7 +70,6 @@ HubClient::Lookup HubClient::askManager() {
     m_CMconnectionRetries += 1;
     if (rc == LNKAPI_SUCCESS)
         return takeHubOfManager(managers, cmAddr, hubIp);
-    const bool isKnownManager = managers.m_isCMconnection;
     if (!isKnownManager && (rc == LNKAPI_ERROR_WRONG_USERNAMEPASSWORD || rc == LNKAPI_ERROR_NOT_ENTITLED)) {
         eprintf(EPF_INFO,
                 "connectHost:CM connection valid but LnkGetServerIPFromCM returned rc=%d (%s) CM_addr= %s\n",
@@ -75,8 +78,11 @@ HubClient::Lookup HubClient::askManager() {
     }
     if (!isKnownManager && rc == LNKAPI_ERROR_WINSOCK)
         managers.m_enableCMRetry = true;
-    managers.m_CMcheckDone = true;
-    return isKnownManager ? lookupFailed(cmAddr, rc) : firstLookupFailed(cmAddr, rc);
+    if (isKnownManager)
+        return lookupFailed(cmAddr, rc);
+    // The other managers' answers don't make a hub of this one.
+    return firstLookupFailed(
+        managers, cmAddr, managers.isManager(m_original_ipaddr) ? LNKAPI_ERROR_SERVER_NOT_AVAILABLE : rc);
 }
 
 HubClient::Lookup HubClient::managerLibraryMissing(ConnectionManagers& managers) {
@@ -98,8 +104,6 @@ bool HubClient::initializeManagerLibrary(ConnectionManagers& managers) {
         m_requestHUBFromCM = false;
         managers.m_CMcheckDone = true;
         eprintf(EPF_WARN, "Lnkapi initialiation failed; LnkInitializeEx2 iStatus=%d; Exiting\n", status);
-        // The next tick dials directly; this was no dial, so it isn't counted as one.
-        m_connectErrno = ECONNREFUSED;
         return false;
     }
     managers.m_isLnkapiInitialized = true;
@@ -126,7 +130,8 @@ HubClient::Lookup HubClient::giveUpLookup(int rc) {
 }
 
 // No manager has answered yet: the host may be none, or one that is not available just now.
-HubClient::Lookup HubClient::firstLookupFailed(const std::string& cmAddr, int rc) {
+HubClient::Lookup HubClient::firstLookupFailed(ConnectionManagers& managers, const std::string& cmAddr,
+                                               int rc) {
     if (rc == LNKAPI_ERROR_SERVER_NOT_AVAILABLE) {
         m_lnkapiErrno = rc;
         eprintf(EPF_INFO,
@@ -147,6 +152,7 @@ HubClient::Lookup HubClient::firstLookupFailed(const std::string& cmAddr, int rc
             "connectHost::CM connection failed LnkGetServerIPFromCM returned rc=%d(%s)  Connecting to HUB "
             "directly CM_addr= %s\n",
             rc, getLnkAPIErrorString(rc).c_str(), cmAddr.c_str());
+    managers.m_CMcheckDone = true;
     m_inProgress = false;
     m_lnkapiErrno = LNKAPI_SUCCESS;
     return Lookup::Dial;
@@ -290,6 +296,8 @@ int HubClient::askManagersInTurn(ConnectionManagers& managers, const std::string
         eprintf(EPF_INFO,
                 "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for CM(for connection)= %s CM ip = %s \n",
                 rc, manager.addr.c_str(), cmAddr.c_str());
+        if (rc == LNKAPI_ERROR_SERVER_NOT_AVAILABLE)
+            managers.noteManager(manager.addr);
         if (rc != LNKAPI_SUCCESS)
             continue;
         managers.setRecentCM(manager.addr);
@@ -311,7 +319,7 @@ bool HubClient::replaceTimedOutHub() {
         return false;
     if (!m_session.getisStarted() && isCMPastRetryLimit())
         return false;
-    if (m_session.getisStarted() && isQueryXRefHUB() && m_session.areXrefHubsComing())
+    if (m_session.getisStarted() && isComingXref() && m_session.areXrefHubsComing())
         return false;
     const std::string address = getDialledAddr();
     eprintf(EPF_WARN,

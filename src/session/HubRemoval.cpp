@@ -114,8 +114,9 @@ void SessionImpl::closeQueueHandler(QueueReadHandler* handler) {
 /// Takes the cross-reference hubs that failed out of the session.
 void SessionImpl::removeXRefhub() {
     for (HubClient* client : m_xref.hubs()) {
-        // A close takes the mark back, but what is not connected by now will not be.
-        if ((!client->m_xrefRemove && client->m_xrefConnected) || client->m_retired)
+        // One that has been up is dialled for ever. A close takes the mark of the others back, but what is
+        // not connected by now will not be.
+        if (client->m_xrefDone || client->m_retired || (!client->m_xrefRemove && client->m_xrefConnected))
             continue;
         eprintf(EPF_WARN, "Removing the xrefHUB - %s", client->getHubAddr().c_str());
         HubEventReactor* const reactor = m_reactors.reactorOf(client);

@@ -1,5 +1,6 @@
 #include "session/HubTable.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "hub/HubClient.h"
@@ -39,6 +40,17 @@ void HubTable::retire(std::size_t index) {
         return;
     m_retiredClients.push_back(std::move(found->second));
     hubClientsMap.erase(found);
+}
+
+void HubTable::bringBack(const HubClient* client) {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    const auto found =
+        std::find_if(m_retiredClients.begin(), m_retiredClients.end(),
+                     [client](const std::unique_ptr<HubClient>& retired) { return retired.get() == client; });
+    if (found == m_retiredClients.end() || hubClientsMap.count(client->getIndex()) != 0)
+        return;
+    hubClientsMap.emplace(client->getIndex(), std::move(*found));
+    m_retiredClients.erase(found);
 }
 
 void HubTable::deleteAll() {

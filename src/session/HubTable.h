@@ -35,6 +35,8 @@ struct HubTable {
     [[nodiscard]] std::vector<HubClient*> copy() const;
     /// Takes a hub out of the table.
     void retire(std::size_t index);
+    /// Takes one back that has been retired.
+    void bringBack(const HubClient* client);
     void deleteAll();
 };
 

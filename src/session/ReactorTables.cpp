@@ -44,6 +44,13 @@ std::vector<QueueReadHandler*> ReactorTables::handlersOf(int reactorIndex) {
     return found == eventReactorQueueHandlerList.end() ? std::vector<QueueReadHandler*>() : found->second;
 }
 
+bool ReactorTables::isServed(const HubClient* client) {
+    tp::MutexLock lock(m_hubER_mutex);
+    return std::any_of(eventReactorHubList.begin(), eventReactorHubList.end(), [client](const auto& entry) {
+        return std::find(entry.second.begin(), entry.second.end(), client) != entry.second.end();
+    });
+}
+
 void ReactorTables::placeHub(HubClient* client, int reactorIndex) {
     HubEventReactor* reactor = nullptr;
     {

@@ -62,6 +62,8 @@ struct ReactorTables {
     /// The read handlers that a user reactor serves.
     [[nodiscard]] std::vector<QueueReadHandler*> handlersOf(int reactorIndex);
 
+    /// Its thread still looks after the hub, be it in the session or not.
+    [[nodiscard]] bool isServed(const HubClient* client);
     /// The hub is served by the reactor of that index from now on.
     void placeHub(HubClient* client, int reactorIndex);
     /// The hub is routed to no more; its reactor still serves it.

@@ -283,11 +283,15 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
     case RoutingTarget::DefaultHub:
         return sendToFirstHub(request);
     case RoutingTarget::DefaultHubNewsXref:
+        if (waitsForXrefHubs(request))
+            return true;
         eprintf(EPF_WARN,
                 " Error:Not all xref hubs are connected,  sending request with exch >= 4096, to default "
                 "HUB to get response \n");
         return sendToDefaultHub(request);
     case RoutingTarget::DefaultHubXref:
+        if (waitsForXrefHubs(request))
+            return true;
         eprintf(
             EPF_WARN,
             " Error:Not all xref hubs are connected ; sending queryxref to default HUB to get response \n");

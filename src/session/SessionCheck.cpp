@@ -90,7 +90,7 @@ HubCounts SessionImpl::countHubs() {
     // missing on, no missing hub counts.
     bool isLatched = false;
     for (HubClient* client : m_hubs.copy()) {
-        const bool isComingXref = xrefPhase && client->isQueryXRefHUB();
+        const bool isComingXref = xrefPhase && client->isComingXref();
         if (client->isReady()) {
             ++counts.ready;
             if (!isComingXref)

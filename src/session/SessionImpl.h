@@ -196,6 +196,9 @@ private:
     void startWorkerThreads(bool startBackup);
     void createFirstClient(bool startBackup);
     void createDummyClient();
+    [[nodiscard]] bool areThreadsMissing() const;
+    void retryWorkerThreads();
+    void noteThreadRefused(const char* text, bool isOnlyOne);
     enum class HubRole { Plain, First, Xref };
     HubClient* createHubClient(HostConfigImpl& host, HubRole role);
     HubClient* insertHubClient(HostConfigImpl& host, HubRole role);
@@ -265,7 +268,14 @@ private:
     void getRemainingPorts();
     [[nodiscard]] bool getQueryXRefs();
     [[nodiscard]] bool getHUBForQueryXRef(uint16_t queryXRefPort);
-    [[nodiscard]] bool waitForXrefHubs();
+    void bringBack(HubClient& client);
+    [[nodiscard]] bool areFailedHubsLetGo();
+    [[nodiscard]] bool waitsForXrefHubs(std::unique_ptr<RequestInternal>& request);
+    void continueXrefRetry();
+    void releaseXrefRequests();
+    [[nodiscard]] bool isXrefAttemptOver();
+    void endXrefAttempt();
+    void enterGrantedRoutes();
     [[nodiscard]] double xrefWaitLimit() const;
     void serveXrefHubs();
     void decideXrefHubs();
@@ -382,6 +392,8 @@ private:
     XrefHubs m_xref;
     HubSourceStatus m_hubStatus;
     ReactorTables m_reactors;
+    std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over
+    double m_threadAttemptTime = 0.0;          ///< when it was last asked; monotonic, the master thread's own
     std::unique_ptr<HubClient>
         nonHubClient; ///< the pseudo hub of the library's own messages; master and its users
     tp::Mutex newQRHQueue_mutex{kLockNewQRHQueue};

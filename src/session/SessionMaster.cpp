@@ -31,8 +31,11 @@ void SessionImpl::startApiMasterThread() {
         }
         if (failoverInProgress || dicReloadInProgress) {
             changeOver();
+        } else if (m_threadsMissing) {
+            retryWorkerThreads();
         } else {
             serveNewHub();
+            continueXrefRetry();
             if (m_isInitiallyEstablished) {
                 handle_hub_requests(kRequestsPerPass);
                 handle_port_details_requests(kRequestsPerPass);

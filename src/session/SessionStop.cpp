@@ -59,6 +59,7 @@ void SessionImpl::shutdown() {
             eprintf(EPF_DBUG, "Discarding QRH request for client %p", static_cast<const void*>(client));
         newQRHQueue.clear();
     }
+    releaseXrefRequests();
     requeueRequests();
     m_reactors.deleteAll();
     cleanUpManagers();

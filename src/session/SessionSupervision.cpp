@@ -67,6 +67,14 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
                 client.getHubAddr().c_str());
         return ClientVerdict::Next;
     }
+    const bool isComing = m_managers.m_isCMconnection && m_xref.isPhase() && client.isComingXref();
+    // One that is up and lost at every dial would hold up the requests that need it.
+    if (isComing && client.isPastRetryLimit()) {
+        client.m_xrefRemove = true;
+        return ClientVerdict::Decide;
+    }
+    if (!client.mayDial())
+        return ClientVerdict::Next;
     client.connectHost(now);
     if (client.getFd() > 0) {
         if (!client.inProgress()) {
@@ -83,7 +91,7 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     const bool refusedByManager = client.getLnkapiErrno() != 0;
     client.resetLnkapiErrno();
     // Once it is decided which of them stay, those are dialled for as long as it takes.
-    if (m_managers.m_isCMconnection && m_xref.isPhase() && client.isQueryXRefHUB())
+    if (isComing)
         client.m_xrefRemove = true;
     // Without another side to go to, the retry limit decides on a start, not the first failure.
     if (!refusedByManager && !failoverEnabled && (isStarted || !client.isPastRetryLimit()))
@@ -99,12 +107,8 @@ SessionImpl::ClientVerdict SessionImpl::checkHealth(double now, HubClient& clien
     if (client.isValidConnection() && !check.timedOut)
         return check.failed ? ClientVerdict::Decide : ClientVerdict::Next;
     m_hubStatus.noteDown(&client);
-    if (!m_managers.m_isCMconnection) {
+    if (!m_managers.m_isCMconnection || (!client.getInitialHubDisconnected() && !client.isSuspended()))
         client.closeConnection();
-    } else if (!client.getInitialHubDisconnected() && !client.isSuspended()) {
-        client.closeConnection();
-        client.setRequestHUBFromCM(true);
-    }
     // A client that merely lost its connection is dialled again on the next tick.
     return check.failed || check.timedOut ? ClientVerdict::Decide : ClientVerdict::Next;
 }

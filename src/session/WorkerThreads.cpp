@@ -1,9 +1,11 @@
 // Which thread serves which hub and which queue, and the threads themselves.
 #include "session/SessionImpl.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <system_error>
 
+#include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "config/ConnectionConfigImpl.h"
@@ -22,6 +24,7 @@ namespace tivra_internal {
 namespace {
 
 constexpr long kDummyQueueMegabytes = 1;
+constexpr double kSecondsBetweenThreadAttempts = 1.0;
 
 /// A registered timer for as long as the reactor's thread runs.
 template<typename Reactor, typename Timer>
@@ -42,6 +45,7 @@ private:
 } // namespace
 
 void SessionImpl::startWorkerThreads(bool startBackup) {
+    m_threadsMissing = false;
     m_firstHubs.clear();
     // A connection manager hands out another hub by itself, so there is no side to change to.
     if (!backupIP2PortLst.empty() && !m_managers.m_isCMconnection)
@@ -50,6 +54,44 @@ void SessionImpl::startWorkerThreads(bool startBackup) {
     if (shutdownInProgress)
         return;
     createDummyClient();
+    m_threadsMissing = areThreadsMissing();
+    m_threadAttemptTime = tp::Clock::monotonic();
+}
+
+/// A hub that no thread serves, or no thread for the session's own messages and checks.
+bool SessionImpl::areThreadsMissing() const {
+    const std::vector<HubClient*> clients = m_hubs.copy();
+    return std::any_of(clients.begin(), clients.end(),
+                       [](const HubClient* client) { return client->getReactor() == nullptr; }) ||
+           nonHubClient->readQueueHandler()->getUserEventReactor() == nullptr;
+}
+
+/// What the system has refused in a change-over it may give later: the session has no other way back. A start
+/// has been given up by then.
+void SessionImpl::retryWorkerThreads() {
+    const double now = tp::Clock::monotonic();
+    if (!isStarted || now - m_threadAttemptTime < kSecondsBetweenThreadAttempts)
+        return;
+    m_threadAttemptTime = now;
+    for (HubClient* client : m_hubs.copy()) {
+        tp::MutexLock placing(m_reactors.m_registerHub_mutex);
+        if (client->getReactor() == nullptr)
+            registerHub(client);
+    }
+    QueueReadHandler* const handler = nonHubClient->readQueueHandler();
+    if (handler->getUserEventReactor() == nullptr)
+        registerQueueHandler(handler, true, *nonHubClient);
+    m_threadsMissing = areThreadsMissing();
+    if (!m_threadsMissing)
+        eprintf(EPF_INFO, "The threads that were refused could be created");
+}
+
+/// Without a single thread of its kind a start is given up, and a session that has been established tries
+/// again, which is worth one line.
+void SessionImpl::noteThreadRefused(const char* text, bool isOnlyOne) {
+    eprintf(m_threadsMissing ? EPF_DBUG : EPF_CRIT, "%s", text);
+    if (isOnlyOne)
+        abortStart(text);
 }
 
 void SessionImpl::createFirstClient(bool startBackup) {
@@ -142,8 +184,8 @@ bool SessionImpl::registerHub(HubClient* client) {
     return true;
 }
 
-/// A further hub thread, with the client as its first; false when the system refuses one. Without any hub
-/// thread the start is given up.
+/// A further hub thread, with the client as its first; false when the system refuses one. See
+/// noteThreadRefused.
 bool SessionImpl::createHubReactor(int index, HubClient* client) {
     eprintf(EPF_DBUG, "Creating a new HUB thread for HUB %s", client->getHubAddr().c_str());
     auto reactor = std::make_unique<HubEventReactor>(index, settings().getMaxRequestQueueSize());
@@ -164,10 +206,8 @@ bool SessionImpl::createHubReactor(int index, HubClient* client) {
         std::snprintf(text, sizeof text,
                       "Unable to create a new HUB thread (%s); Current number of HUB threads = %d",
                       error.what(), m_reactors.hubNextAvailableIndex);
-        eprintf(EPF_CRIT, "%s", text);
         m_reactors.removeHubReactor(index, client);
-        if (m_reactors.hubNextAvailableIndex == 0)
-            abortStart(text);
+        noteThreadRefused(text, m_reactors.hubNextAvailableIndex == 0);
         return false;
     }
     ++m_reactors.hubNextAvailableIndex;
@@ -201,7 +241,7 @@ void SessionImpl::registerQueueHandler(QueueReadHandler* handler, bool isFirst, 
     m_reactors.userLastUsedIndex = choice.index;
 }
 
-/// A further user thread; null when the system refuses one. Without any user thread the start is given up.
+/// A further user thread; null when the system refuses one. See noteThreadRefused.
 UserEventReactor* SessionImpl::createUserReactor(int index, QueueReadHandler* handler, bool isFirst) {
     eprintf(EPF_DBUG, "Creating a new User thread for QueueReadHandler %p",
             static_cast<const void*>(handler));
@@ -218,10 +258,8 @@ UserEventReactor* SessionImpl::createUserReactor(int index, QueueReadHandler* ha
         std::snprintf(text, sizeof text,
                       "Unable to create a new user thread (%s); Current number of user threads = %d",
                       error.what(), m_reactors.userNextAvailableIndex);
-        eprintf(EPF_CRIT, "%s", text);
         m_reactors.userEventReactorMap.erase(index);
-        if (m_reactors.userNextAvailableIndex == 0)
-            abortStart(text);
+        noteThreadRefused(text, m_reactors.userNextAvailableIndex == 0);
         return nullptr;
     }
     ++m_reactors.userNextAvailableIndex;

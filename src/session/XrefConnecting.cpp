@@ -8,6 +8,7 @@
 #include <tp/eprintf.h>
 
 #include "config/HostConfigImpl.h"
+#include "config/SessionConfigImpl.h"
 #include "hub/HubClient.h"
 #include "request/RequestInternal.h"
 
@@ -16,10 +17,30 @@ namespace {
 
 constexpr useconds_t kWaitMicroseconds = 1000;
 constexpr long kLeastTimeout = 5; // seconds
+constexpr double kSecondsBetweenAttempts = 30.0;
 
 } // namespace
 
+HubClient* XrefHubs::ofPort(uint16_t port) const {
+    tp::MutexLock lock(m_XRefHubLst_mutex);
+    const auto found =
+        std::find_if(m_XRefHubLst.begin(), m_XRefHubLst.end(),
+                     [port](const HubClient* client) { return client->getHubPort() == port; });
+    return found == m_XRefHubLst.end() ? nullptr : *found;
+}
+
+void XrefHubs::noteFailure() {
+    m_retry = XrefRetry::Due;
+    m_failureTime = tp::Clock::monotonic();
+}
+
+bool XrefHubs::isRetryDue() const {
+    return m_retry == XrefRetry::Due && tp::Clock::monotonic() - m_failureTime >= kSecondsBetweenAttempts;
+}
+
 void XrefHubs::reset() {
+    m_retry = XrefRetry::None;
+    m_waiting.clear();
     m_initialXrefConnection = false;
     m_XrefHUBConnReq = false;
     m_allCreated = false;
@@ -77,7 +98,13 @@ void SessionImpl::connectXrefHubsFor(const RequestInternal& request) {
     getRemainingPorts();
 }
 
+/// Begins an attempt to connect all of them; what has come up before stays.
 bool SessionImpl::getQueryXRefs() {
+    m_xref.m_attemptTime = tp::Clock::monotonic();
+    m_xref.m_attemptLimit = xrefWaitLimit();
+    m_xref.m_allCreated = false;
+    m_xref.m_XRefHUBConnected = false;
+    m_xref.m_XRefHUBRemove = false;
     m_xref.m_XrefHUBConnReq = true;
     std::vector<uint16_t> ports;
     {
@@ -91,6 +118,10 @@ bool SessionImpl::getQueryXRefs() {
 }
 
 bool SessionImpl::getHUBForQueryXRef(uint16_t queryXRefPort) {
+    if (HubClient* const known = m_xref.ofPort(queryXRefPort)) {
+        bringBack(*known);
+        return true;
+    }
     const std::string hostString = HostTable::hostInfoOf(m_managers.managerAddr(), queryXRefPort);
     eprintf(EPF_INFO, "getHUBForQuerXRef: hostString=%s\n", hostString.c_str());
     const HubClient* const first = m_hubs.getFirstHub();
@@ -113,46 +144,110 @@ bool SessionImpl::getHUBForQueryXRef(uint16_t queryXRefPort) {
     return true;
 }
 
+/// A hub that failed in an earlier attempt and was retired comes back into the session's tables.
+void SessionImpl::bringBack(HubClient& client) {
+    tp::MutexLock placing(m_reactors.m_registerHub_mutex);
+    if (!client.m_retired || shutdownInProgress || m_reactors.isServed(&client))
+        return;
+    client.startAnew();
+    m_hubs.bringBack(&client);
+    m_reactors.placeHub(&client, client.geteventReactorIndex());
+}
+
 /// Connects all hubs that are not connected yet, and waits until they are or have failed. @thread master
 void SessionImpl::getRemainingPorts() {
     if (!getQueryXRefs()) {
         eprintf(EPF_WARN, "getQueryXRefs returned error; xref hub clients cannot be created ");
+        m_xref.noteFailure();
         return;
     }
-    if (!waitForXrefHubs()) {
+    while (!isXrefAttemptOver())
+        ::usleep(kWaitMicroseconds);
+    endXrefAttempt();
+}
+
+/// The thread of a hub that was retired lets go of it at its next look, for which it may have to wait for a
+/// manager's answer.
+bool SessionImpl::areFailedHubsLetGo() {
+    const std::vector<HubClient*> hubs = m_xref.hubs();
+    return std::none_of(hubs.begin(), hubs.end(), [this](const HubClient* client) {
+        return client->m_retired && m_reactors.isServed(client);
+    });
+}
+
+/// Hubs that failed are asked for again by the first request that needs them after a pause, and it waits for
+/// the outcome with those that come behind it; requests of other kinds don't. False: the request is answered
+/// without them.
+bool SessionImpl::waitsForXrefHubs(std::unique_ptr<RequestInternal>& request) {
+    if (m_xref.isRetryDue() && areFailedHubsLetGo()) {
+        eprintf(EPF_INFO, "Asking again for the cross-reference HUBs that failed");
+        m_xref.m_retry = XrefRetry::UnderWay;
+        if (!getQueryXRefs()) {
+            eprintf(EPF_WARN, "getQueryXRefs returned error; xref hub clients cannot be created ");
+            m_xref.noteFailure();
+        }
+    }
+    const auto limit = static_cast<std::size_t>(settings().getMaxRequestQueueSize());
+    if (m_xref.m_retry != XrefRetry::UnderWay || m_xref.m_waiting.size() >= limit)
+        return false;
+    m_xref.m_waiting.push_back(std::move(request));
+    return true;
+}
+
+/// @thread master
+void SessionImpl::continueXrefRetry() {
+    if (m_xref.m_retry != XrefRetry::UnderWay || !isXrefAttemptOver())
+        return;
+    endXrefAttempt();
+    releaseXrefRequests();
+}
+
+/// Requests that have waited for the hubs are the next ones that are routed.
+void SessionImpl::releaseXrefRequests() {
+    tp::MutexLock lock(m_request_mutex);
+    while (!m_xref.m_waiting.empty()) {
+        requestQueue.push_front(std::move(m_xref.m_waiting.back()));
+        m_xref.m_waiting.pop_back();
+    }
+}
+
+/// True when all hubs are connected or some have failed, or nobody would tell any more whether they have.
+bool SessionImpl::isXrefAttemptOver() {
+    if (!m_xref.isPhase())
+        return true;
+    const std::vector<HubClient*> hubs = m_xref.hubs();
+    const double elapsed = tp::Clock::monotonic() - m_xref.m_attemptTime;
+    if (!stopRequested && !shutdownInProgress && !failoverInProgress && !dicReloadInProgress &&
+        !hubs.empty() && elapsed >= 0.0 && elapsed <= m_xref.m_attemptLimit)
+        return false;
+    for (HubClient* client : hubs)
+        if (client->isComingXref() && !client->m_xrefConnected)
+            client->m_xrefRemove = true;
+    m_xref.m_XRefHUBRemove = true;
+    return true;
+}
+
+/// Those that are up are served from now on, whatever has become of the others.
+void SessionImpl::endXrefAttempt() {
+    serveXrefHubs();
+    if (m_xref.m_XRefHUBRemove) {
         eprintf(EPF_DBUG, "Remove the XRef hub");
         removeXRefhub();
+        m_xref.noteFailure();
         return;
     }
-    serveXrefHubs();
     for (const HubClient* client : m_xref.hubs()) {
         if (client->m_xrefDone)
             continue;
         eprintf(EPF_WARN, "%s: xref HUB not done connecting", client->getHubAddr().c_str());
+        m_xref.noteFailure();
         return;
     }
+    m_xref.m_retry = XrefRetry::None;
     m_xref.m_XRefHUBDone = true;
     eprintf(EPF_DBUG, " All QuerXRef HUB connection done-success");
-}
-
-/// False when some hubs have failed, or nobody would tell any more whether they have.
-bool SessionImpl::waitForXrefHubs() {
-    const double limit = xrefWaitLimit();
-    const double start = tp::Clock::monotonic();
-    while (m_xref.m_XrefHUBConnReq && !m_xref.m_XRefHUBConnected && !m_xref.m_XRefHUBRemove) {
-        const std::vector<HubClient*> hubs = m_xref.hubs();
-        const double elapsed = tp::Clock::monotonic() - start;
-        if (stopRequested || shutdownInProgress || failoverInProgress || dicReloadInProgress ||
-            hubs.empty() || elapsed < 0.0 || elapsed > limit) {
-            for (HubClient* client : hubs)
-                if (!client->m_xrefConnected)
-                    client->m_xrefRemove = true;
-            m_xref.m_XRefHUBRemove = true;
-            break;
-        }
-        ::usleep(kWaitMicroseconds);
-    }
-    return !m_xref.m_XRefHUBRemove;
+    if (m_xref.m_needRemainingPorts)
+        enterGrantedRoutes();
 }
 
 /// The seconds after which every hub must have been connected or given up.
@@ -182,10 +277,15 @@ void SessionImpl::serveXrefHubs() {
         }
         if (!client->hasReadHandler())
             giveReadHandler(*client, false);
+    }
+    newQRHQueue.swap(tempQRHQueue);
+    for (HubClient* client : xrefHubs) {
+        if (client->m_xrefDone || client->m_xrefRemove || !client->m_xrefConnected ||
+            !client->hasReadHandler())
+            continue;
         client->m_xrefDone = true;
         eprintf(EPF_DBUG, "Set m_xrefDone for this xref client %s to true", client->getHubAddr().c_str());
     }
-    newQRHQueue.swap(tempQRHQueue);
     eprintf(EPF_DBUG, "Check all xref hubs done, newQRHQueue  size %zu", newQRHQueue.size());
 }
 
@@ -199,9 +299,9 @@ void SessionImpl::decideXrefHubs() {
     std::size_t connected = 0;
     std::size_t removed = 0;
     for (const HubClient* client : m_xref.m_XRefHubLst) {
-        if (client->m_xrefConnected)
+        if (client->m_xrefConnected || client->m_xrefDone)
             ++connected;
-        else if (client->m_xrefRemove)
+        else if (client->m_xrefRemove || client->m_retired)
             ++removed;
     }
     if (size == 0)
@@ -227,11 +327,13 @@ void SessionImpl::connectForEntitlements() {
     m_xref.m_initialXrefConnection = true;
     eprintf(EPF_INFO, "Dynamic entitlement: need to connect to all remaining ports");
     getRemainingPorts();
-    if (!m_xref.m_XRefHUBDone) {
+    if (!m_xref.m_XRefHUBDone)
         eprintf(EPF_WARN,
                 "Unable to connect to all remaining ports, so adding dynamic entitlements has failed");
-        return;
-    }
+}
+
+/// The sources that were granted before their hubs were connected. @thread master
+void SessionImpl::enterGrantedRoutes() {
     std::map<int, uint16_t> waiting;
     {
         tp::MutexLock lock(m_xref.m_addRouteWhenPortConnected_mutex);

@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -13,6 +15,14 @@
 namespace tivra_internal {
 
 class HubClient;
+class RequestInternal;
+
+/// What comes after an attempt to connect the cross-reference hubs in which some have failed.
+enum class XrefRetry {
+    None,    ///< no attempt has failed, or another has succeeded since
+    Due,     ///< they are asked for again, after a pause, by the next request that needs them
+    UnderWay ///< they come up beside the session's other work
+};
 
 /// The cross-reference hubs of a connection-manager session: named by port from the start, connected only
 /// when a request or an entitlement needs them first. @thread any
@@ -35,6 +45,13 @@ struct XrefHubs {
     mutable tp::Mutex m_addRouteWhenPortConnected_mutex;
     std::map<int, uint16_t> m_addRouteWhenPortConnected TP_GUARDED_BY(m_addRouteWhenPortConnected_mutex);
 
+    // The master thread's own.
+    XrefRetry m_retry = XrefRetry::None;
+    double m_attemptTime = 0.0;  ///< when the last attempt began; monotonic, as the next
+    double m_attemptLimit = 0.0; ///< the seconds after which its hubs must be connected or have failed
+    double m_failureTime = 0.0;  ///< when the last attempt failed
+    std::deque<std::unique_ptr<RequestInternal>> m_waiting; ///< requests that came while one is under way
+
     [[nodiscard]] bool hasPorts() const {
         tp::MutexLock lock(m_queryXRefPortLst_mutex);
         return !m_queryXRefPortLst.empty();
@@ -45,6 +62,12 @@ struct XrefHubs {
     }
     /// The hubs come up: their absence is no loss of the session.
     [[nodiscard]] bool isPhase() const { return m_XrefHUBConnReq && !m_XRefHUBConnected && !m_XRefHUBRemove; }
+
+    /// The hub of that port, be it in the session or not; null when it has never been asked for.
+    [[nodiscard]] HubClient* ofPort(uint16_t port) const;
+    void noteFailure();
+    /// A failed attempt may be repeated.
+    [[nodiscard]] bool isRetryDue() const;
 
     void reset();
 };

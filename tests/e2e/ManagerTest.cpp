@@ -12,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tivra_sim/HubGroup.h>
+#include <tp/Clock.h>
 
 using testing::Contains;
 using testing::Each;
@@ -35,6 +36,7 @@ constexpr int SERVER_NOT_AVAILABLE = -9;
 constexpr int NOT_ENTITLED = -11;
 constexpr int OUT_OF_REACH = -114;
 constexpr int NOT_CM = -122;
+constexpr int NOT_ALL_XREF_HUBS = -225;
 
 /// A group of three in these roles behind two managers, each of which the session may be sent to.
 GroupConfig managedGroup(std::vector<Role> roles) {
@@ -58,6 +60,10 @@ protected:
         group.start();
         // What the double of the managers' library reads.
         ::setenv("TIVRA_SIM_MANAGER_PORT", std::to_string(group.manager().port()).c_str(), 1);
+    }
+    ~Managed() override {
+        client.reset();
+        tp::Clock::setReal();
     }
     /// Each by the manager and the member that it names.
     void makeClient(const std::vector<std::pair<std::size_t, std::size_t>>& hosts = {{0, 0}},
@@ -131,6 +137,42 @@ TEST_F(LoneManaged, AHubIsFoundAndAnotherIsLookedForWhenItIsLost) {
     ASSERT_TRUE(client->startAndWait());
     EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
 }
+
+struct Spoiler {
+    const char* name;
+    std::function<void(Hub&)> spoil;
+};
+
+class LoneManagedSpoilt : public LoneManaged, public testing::WithParamInterface<Spoiler> {};
+
+TEST_P(LoneManagedSpoilt, AMachineThatEndsTheHandshakeIsReplacedByAnother) {
+    makeClient();
+    ASSERT_TRUE(client->startAndWait());
+    tivra_sim::HubConfig config = group.hub(0).config();
+    config.bindAddress = "127.0.0.2";
+    config.port = group.hub(0).port();
+    Hub bad(config);
+    GetParam().spoil(bad);
+    bad.start();
+    manager().handOut(config.port, {"127.0.0.2", "127.0.0.1"});
+    manager().forget();
+    group.hub(0).dropConnections();
+    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 2));
+    EXPECT_EQ(bad.statistics().accepted, 1U);
+    EXPECT_THAT(manager().questions(), SizeIs(2));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    E2E, LoneManagedSpoilt,
+    testing::Values(Spoiler{"Closes", [](Hub& hub) { hub.setAccepting(false); }},
+                    Spoiler{"Refuses", [](Hub& hub) { hub.refuseLogin(tivra_sim::status::DENY_LOGIN); }},
+                    Spoiler{"SendsGarbage",
+                            [](Hub& hub) {
+                                hub.script([](const tivra_sim::Request&) {
+                                    return std::optional<Hub::Frames>({std::string(100, '\xff')});
+                                });
+                            }}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(LoneManaged, RefusalsAndDisagreementsFailTheStartWithTheReason) {
     makeClient({{0, 0}}, "wrong");
@@ -338,6 +380,39 @@ TEST_F(WithCrossReferences, OneThatFailsIsLeftOut) {
     EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
     EXPECT_TRUE(waitUntil([&] { return client->user().getState() == tivra::UserInfo::AUTHENTICATED; }))
         << "nobody waits for its answer to the login";
+}
+
+TEST_F(WithCrossReferences, OneThatFailedIsAskedForAgainAfterAPauseBesideOtherRequests) {
+    client->connections()
+        .set(HostConfig::READ_TIMEOUT_LONG, 0L) // the clock will jump
+        .set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 1L);
+    Hub& late = group.hub(2);
+    late.setAccepting(false); // it breaks off
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_EQ(client->ask(tivra::QUERYXREF, 0, "IBM"), NOT_ALL_XREF_HUBS);
+    late.setAccepting(true);
+    EXPECT_EQ(client->ask(tivra::QUERYXREF, 0, "IBM"), NOT_ALL_XREF_HUBS) << "too soon";
+    EXPECT_EQ(late.statistics().loggedIn, 0U);
+
+    for (const bool fails : {true, false}) {
+        ASSERT_TRUE(waitUntil([&] { return client->user().getState() == tivra::UserInfo::AUTHENTICATED; }))
+            << "its thread has let go of it";
+        tp::Clock::advance(31.0);
+        late.ignore("LoginUser", 1);
+        late.clearRequests();
+        const std::int64_t query = client->send(tivra::QUERYXREF, 0, "IBM");
+        ASSERT_TRUE(late.waitForCommand("LoginUser"));
+        expectRegionAt(0);
+        EXPECT_THAT(client->messagesOf(query), IsEmpty()) << "it waits";
+        late.setAccepting(!fails);
+        late.dropConnections();
+        ASSERT_TRUE(client->waitForEnd(query));
+        EXPECT_EQ(client->messagesOf(query).back().status == NOT_ALL_XREF_HUBS, fails);
+        EXPECT_EQ(late.waitForConnections(fails ? 0 : 1), true);
+        late.setAccepting(true);
+    }
+    EXPECT_THAT(late.requestTexts(), Contains(HasSubstr("5022=QueryXRef")));
+    EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
 }
 
 class WithTwoCrossReferences : public Managed {

@@ -1,6 +1,8 @@
 // Every way in which a hub can refuse or spoil a start, as the application sees it.
 #include "Client.h"
 
+#include <algorithm>
+#include <chrono>
 #include <ostream>
 
 #include <gmock/gmock.h>
@@ -188,6 +190,31 @@ TEST_P(RefusalTest, StartSaysWhyAndASecondStartCanSucceed) {
 
 INSTANTIATE_TEST_SUITE_P(E2E, RefusalTest, testing::ValuesIn(refusals),
                          [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Refusal, OnTheWayBackEachDialIsLaterThanTheOneBeforeAndEachCodeIsTold) {
+    using Clock = std::chrono::steady_clock;
+    StartedHub hub;
+    Client client(hub);
+    ASSERT_TRUE(client.startAndWait());
+    hub.clearRequests();
+    hub.script([&hub](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
+        const auto isLogin = [](const auto& earlier) { return earlier.command == "LoginUser"; };
+        const auto all = hub.requests();
+        const auto logins = std::count_if(all.begin(), all.end(), isLogin);
+        if (request.command != "LoginUser" || logins > 3)
+            return std::nullopt;
+        return Hub::Frames{encodeFrame(logins == 3 ? "5026=1|5001=-6" : "5026=1|5001=-4")};
+    });
+    hub.dropConnections();
+    ASSERT_TRUE(client.waitForUserEvents(2));
+    const auto first = Clock::now();
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
+    EXPECT_GE(Clock::now() - first, std::chrono::seconds(6)) << "1 and 2 and 4, but for the event's delay";
+    ASSERT_TRUE(client.waitForUserEvents(4));
+    EXPECT_THAT(client.userEvents(),
+                testing::ElementsAre("SUCCESS", "FAILURE -4 ERR_DENY_LOGIN",
+                                     "FAILURE -6 ERR.AUTH.LOGIN.COUNT", "SUCCESS"));
+}
 
 /// Refusals that a start survives.
 TEST(Refusal, ConflationMayBeRefusedAndSubscriptionsAreAskedAgain) {

@@ -3,9 +3,13 @@
 
 #include <atomic>
 #include <future>
+#include <system_error>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "support/RefusedThreads.h"
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -269,6 +273,29 @@ TEST(Failover, EndsWhatNoHubCanAnswerAnyMore) {
     ASSERT_EQ(client.messagesOf(tag).size(), 1U);
     EXPECT_EQ(client.messagesOf(tag).front().type, tivra::MessageEvent::IMAGE_COMPLETE);
     EXPECT_EQ(client.messagesOf(tag).front().status, -997);
+}
+
+/// The threads of the other side's hubs, or of a new dictionary's.
+TEST(Failover, ThreadsThatAreRefusedAreAskedForAgain) {
+    StartedHub primary;
+    StartedHub backup;
+    Client client(withBackup(primary));
+    client.host(backup.hostString()).set(HostConfig::BACKUP_BOOL, true);
+    ASSERT_TRUE(client.startAndWait());
+    client.forget();
+    {
+        const RefusedThreads refused;
+        EXPECT_THROW(std::thread([] {}), std::system_error);
+        primary.stop();
+        ASSERT_TRUE(client.waitForLog("Unable to create a new user thread"));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500)); // two attempts more must say nothing
+    }
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
+    EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
+    const std::string log = client.log();
+    const std::string line = "CRIT: Unable to create a new HUB thread";
+    EXPECT_NE(log.find(line), std::string::npos);
+    EXPECT_EQ(log.find(line), log.rfind(line)) << "once is enough";
 }
 
 TEST(Failover, AtTheStartOnlyOnce) {

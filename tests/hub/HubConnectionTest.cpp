@@ -183,6 +183,33 @@ TEST_F(HubConnectionTest, OneStepOfTheConversationIsBoundedByTheReadTimeout) {
     }
 }
 
+TEST_F(HubConnectionTest, TheWholeConversationIsBoundedBesideTheWaitForSiblings) {
+    for (const long readTimeout : {5L, 10L, 0L}) {
+        SCOPED_TRACE(readTimeout);
+        Options options;
+        options.readTimeout = readTimeout;
+        options.retryLimit = 1000;
+        makeClient(options);
+        loginAndConverse("GetPort", {"5026=7|4=922|13001=127.0.0.1|13101=" + std::to_string(hub.port()) +
+                                     "|5=X|6=Y|5001=0"}); // a member of a group
+        ASSERT_TRUE(client->waitsForBoxPerms());
+        tp::Clock::advance(1000.0);
+        client->requestContinueEntitlements();
+        client->twentyFiveMsTick(0.0);
+        ASSERT_FALSE(client->waitsForBoxPerms());
+        const double limit = readTimeout == 10 ? 120.0 : 60.0;
+        for (double passed = 0.0; passed < limit; passed += 5.0) {
+            EXPECT_FALSE(client->isInitTimedOut(0.0)) << passed;
+            tp::Clock::advance(5.0);
+            answer("5026=12"); // a sign of life that leads nowhere
+        }
+        tp::Clock::advance(0.1);
+        EXPECT_EQ(client->isInitTimedOut(0.0), readTimeout != 0);
+        client->closeConnection();
+        hub.drop();
+    }
+}
+
 TEST_F(HubConnectionTest, OnlyAnswersToTheLibrarysOwnRequestsRefreshTheTime) {
     makeClient();
     connectAndLogin();

@@ -95,6 +95,7 @@ TEST_F(HubDictionaryTest, ANewVersionOnAReconnectStartsTheReloadAndNothingElse) 
         session.first = client.get();
         meet("D1");
         client->closeConnection();
+        client->setRequestHUBFromCM(false);
         session.told.clear();
         meet("D9");
         EXPECT_EQ(words.size(), cm ? 9U : 3U) << "behind a connection manager the change is tolerated";
