@@ -7,6 +7,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <ostream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -141,6 +142,7 @@ TEST_F(LoneManaged, AHubIsFoundAndAnotherIsLookedForWhenItIsLost) {
 struct Spoiler {
     const char* name;
     std::function<void(Hub&)> spoil;
+    friend std::ostream& operator<<(std::ostream& out, const Spoiler& param) { return out << param.name; }
 };
 
 class LoneManagedSpoilt : public LoneManaged, public testing::WithParamInterface<Spoiler> {};

@@ -79,7 +79,7 @@ const Refusal refusals[] = {
      "Login request too long",
      {},
      {},
-     [](Client::Options& options) { options.user = std::string(9000, 'u'); }},
+     [](Client::Options& options) { options.user = options.password = std::string(4095, 'u'); }},
     {"EnumerationRefused", refuse("ListEnumeration", status::BUSY), "API failed to download enum", accepted},
     {"DictionaryRefused", refuse("ListInternalTokens", status::BUSY), "API failed to download DIC", accepted},
     {"AggCheckRefused", refuse("GetPort", status::BUSY), "Unable to successfully process AGG check!",
