@@ -225,6 +225,12 @@ void HubClient::startAnew() {
     m_CMconnectionRetries = 0;
     m_lnkapiErrno = 0;
     m_requestHUBFromCM = m_session.isCMconnection();
+    {
+        // The session check would take it out again before it is dialled.
+        const tp::MutexLock lock(m_text_mutex);
+        m_suspended.store(false, std::memory_order_release);
+        m_suspendReason.clear();
+    }
     m_primaryUser.newHub(this);
 }
 

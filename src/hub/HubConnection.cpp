@@ -96,7 +96,7 @@ int HubClient::openSocket() {
         m_fd.assign(::fcntl(fd, F_DUPFD_CLOEXEC, kFirstUsableDescriptor));
     if (m_fd.get() < 0) {
         m_connectErrno = errno;
-        eprintf(EPF_CRIT, "HubClient::connectHost - error in socket, errno = %d\n", getConnectErrno());
+        eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost - error in socket, errno = %d\n", getConnectErrno());
         m_connectionRetries += 1;
         return -1;
     }

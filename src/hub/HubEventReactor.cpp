@@ -111,9 +111,10 @@ std::deque<HubClient*> HubEventReactor::hubsInTurn() const {
     for (const auto& [client, lastTag] : hubsSendingWLrequests)
         waiting.insert(client);
     std::deque<HubClient*> turns(waiting.begin(), waiting.end());
-    const auto next = std::find_if(turns.begin(), turns.end(), [this](const HubClient* client) {
-        return std::greater<>()(client, m_lastServed);
-    });
+    const auto next =
+        std::find_if(turns.begin(), turns.end(), [last = m_lastServed](const HubClient* client) {
+            return std::greater<>()(client, last);
+        });
     std::rotate(turns.begin(), next, turns.end());
     return turns;
 }

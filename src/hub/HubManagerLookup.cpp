@@ -27,6 +27,11 @@ constexpr const char* kProgramName = "tivraApi";
 constexpr size_t kMaxHubAddr = 255;
 constexpr int kMillisecondsPerSecond = 1000;
 
+/// The outage of a manager is logged once: beyond so many look-ups without success each is one like the others.
+auto levelOf(long lookups, long told) {
+    return lookups > told ? EPF_DBUG : EPF_INFO;
+}
+
 std::string joined(const std::string& addr, unsigned port) {
     return addr + ':' + std::to_string(port);
 }
@@ -165,12 +170,12 @@ HubClient::Lookup HubClient::lookupFailed(const std::string& cmAddr, int rc) {
         eprintf(EPF_CRIT, "CM connection exceeded the RetryLimit \n");
         return giveUpLookup(rc);
     }
-    if (isStarted && isQueryXRefHUB() && isCMPastRetryLimit()) {
+    if (isStarted && isComingXref() && isCMPastRetryLimit()) {
         eprintf(EPF_WARN, "This is xref hubclient and CM connection exceeded the retry limit  m_port: (%d)",
                 int{getHubPort()});
         return giveUpLookup(rc);
     }
-    eprintf(EPF_INFO,
+    eprintf(levelOf(m_CMconnectionRetries, 1),
             "connectHost::CM connection failed LnkGetServerIPFromCM returned rc=%d(%s);Close Socket and call "
             "lnkapi interface to get new HUB for this port when connectHost is called next time; CM_addr= "
             "%s\n",
@@ -254,7 +259,7 @@ std::string HubClient::reachable(const std::string& addr) const {
 
 int HubClient::lookUp(const std::string& managerAddr, std::string& hubIp) {
     // A look-up may last as long as the connection time-out, which the log must explain.
-    eprintf(EPF_INFO, "getHUBFromCM: asking %s for the address of a HUB", managerAddr.c_str());
+    eprintf(levelOf(m_CMconnectionRetries, 0), "getHUBFromCM: asking %s for the address of a HUB", managerAddr.c_str());
     return LnkApi::instance().getServerIP(managerAddr, m_primaryUser.getUserName(),
                                           m_primaryUser.getPassword(), hubIp,
                                           [this] { return m_session.isStopping(); });
@@ -268,8 +273,8 @@ int HubClient::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {
     if (triesRecent) {
         cmAddr = joined(reachable(recent), static_cast<unsigned>(port));
         rc = lookUp(cmAddr, hubIp);
-        eprintf(EPF_INFO, "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n",
-                rc, recent.c_str(), cmAddr.c_str());
+        eprintf(levelOf(m_CMconnectionRetries, 1),
+                "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n", rc, recent.c_str(), cmAddr.c_str());
         if (rc == LNKAPI_SUCCESS)
             return rc;
     }
@@ -293,7 +298,7 @@ int HubClient::askManagersInTurn(ConnectionManagers& managers, const std::string
         cmAddr = joined(addr, static_cast<unsigned>(port));
         rc = lookUp(cmAddr, hubIp);
         isAsked = true;
-        eprintf(EPF_INFO,
+        eprintf(levelOf(m_CMconnectionRetries, 1),
                 "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for CM(for connection)= %s CM ip = %s \n",
                 rc, manager.addr.c_str(), cmAddr.c_str());
         if (rc == LNKAPI_ERROR_SERVER_NOT_AVAILABLE)
@@ -322,12 +327,13 @@ bool HubClient::replaceTimedOutHub() {
     if (m_session.getisStarted() && isComingXref() && m_session.areXrefHubsComing())
         return false;
     const std::string address = getDialledAddr();
-    eprintf(EPF_WARN,
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN,
             "HubClient::connectHost -(%s:%u) Connection timed out (retry limit not exceeded) m_fd = "
             "%d;Request CM for a different HUB\n",
             address.c_str(), unsigned{getHubPort()}, m_fd.get());
     // It counts like any failed dial, or a start would go on for as long as the manager has hubs to hand out.
     m_connectionRetries += 1;
+    m_outage.noteDial();
     askManagerAgain();
     return true;
 }

@@ -37,14 +37,14 @@ void QueueReadHandler::endLostRequest(const LostRequest& lost, HubClient* hub) {
         return;
     KVNAPI::Message msg;
     msg.addPair()->setI(m_tagTok, lost.tag);
-    msg.addPair()->setI(m_statusTok, kStatusConnectionLost);
+    msg.addPair()->setI(m_statusTok, lost.status);
     msg.isTagPresent = 1;
     msg.isRetCodePresent = 1;
     const std::string body = std::to_string(m_tagTok->kvnid) + '=' + std::to_string(lost.tag) + '|' +
-                             std::to_string(m_statusTok->kvnid) + '=' + std::to_string(kStatusConnectionLost);
+                             std::to_string(m_statusTok->kvnid) + '=' + std::to_string(lost.status);
     m_event->setBody(body);
     m_altids.clear();
-    Incoming in{msg, kStatusConnectionLost, lost.tag, true, true, lost.command};
+    Incoming in{msg, lost.status, lost.tag, true, true, lost.command};
     if (m_session.suppressResponse(lost.tag, msg, m_statusTok, msg.findPair(m_statusTok), &MetaMap, hub))
         return;
     readStatus(in);

@@ -27,6 +27,7 @@ struct AltIndexInfo;
 struct LostRequest {
     int64_t tag = 0;
     tivra::Commands command = tivra::SUBSCRIBE;
+    int64_t status = 0; ///< that it ends with
 };
 
 /// What a read handler (and the message event it fills) may ask of the session. @thread user

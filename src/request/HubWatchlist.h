@@ -36,6 +36,9 @@ public:
     /// The tag counts as answered: a standing request that nothing has replaced stays, the rest leaves.
     void noteAnswer(int64_t tag);
 
+    /// The application has unsubscribed the tag while the hub was out of the session.
+    void forget(int64_t tag) { remove(tag); }
+
     /// A response with a status has come. True: the hub was busy and a retry has consumed the response, which
     /// must not reach the application.
     [[nodiscard]] bool handleResponse(int64_t tag, int64_t status);

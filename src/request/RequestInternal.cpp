@@ -38,6 +38,7 @@ RequestInternal::RequestInternal(const RequestInternal* other)
     , reach(other->reach)
     , isWLRetry(other->isWLRetry)
     , isRepeated(other->isRepeated)
+    , age(other->age)
     , outstandingResponses(other->outstandingResponses)
     , tag(other->tag) {
     setContent(other->getContent());

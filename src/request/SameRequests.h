@@ -34,7 +34,7 @@ public:
     }
 
 private:
-    std::set<const StandingRequest*, StandingRequest::CompareStringThenTagLess> m_requests;
+    std::set<const StandingRequest*, StandingRequest::CompareStringThenAgeLess> m_requests;
 };
 
 } // namespace tivra_internal

@@ -9,6 +9,7 @@ StandingRequest::StandingRequest(const RequestInternal& request)
     , m_compareString(request.getCompareString())
     , m_altIndex(request.altIndex)
     , m_tag(request.getTag())
+    , m_age(request.age)
     , m_resubHB(request.resubHB)
     , m_resubHubStatus(request.resubHubStatus)
     , m_isWLRetry(request.isWLRetry) {}
@@ -19,6 +20,7 @@ std::unique_ptr<RequestInternal> StandingRequest::makeRequest() const {
     request->resubHB = m_resubHB;
     request->resubHubStatus = m_resubHubStatus;
     request->isWLRetry = m_isWLRetry;
+    request->age = m_age;
     return request;
 }
 

@@ -29,11 +29,15 @@ public:
     /// The same for requests that say the same in another order, whatever their tags.
     [[nodiscard]] const std::string& getCompareString() const noexcept { return m_compareString; }
 
-    struct CompareStringThenTagLess {
+    /// By what they say, and of those that say the same the one that was sent first: a tag may have been made
+    /// long before.
+    struct CompareStringThenAgeLess {
         [[nodiscard]] bool operator()(const StandingRequest* left,
                                       const StandingRequest* right) const noexcept {
             const int order = left->m_compareString.compare(right->m_compareString);
-            return order != 0 ? order < 0 : left->m_tag < right->m_tag;
+            if (order != 0)
+                return order < 0;
+            return left->m_age != right->m_age ? left->m_age < right->m_age : left->m_tag < right->m_tag;
         }
     };
 
@@ -42,6 +46,7 @@ private:
     const std::string m_compareString;
     const std::vector<AltIndexInfo> m_altIndex;
     const int64_t m_tag;
+    const uint64_t m_age; ///< see RequestInternal::age
     const bool m_resubHB;
     const bool m_resubHubStatus;
     const bool m_isWLRetry;

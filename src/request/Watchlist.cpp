@@ -35,6 +35,7 @@ void Watchlist::add(int64_t tag, RequestInternal& request) {
         eprintf(EPF_WARN, "tag %lld already existed in watchlist", printable(tag));
         return;
     }
+    request.age = ++m_lastAge;
     entry->second = {std::make_shared<const StandingRequest>(request), request.outstandingResponses};
     eprintf(EPF_DBUG, "tag %lld added to watchlist", printable(tag));
 
@@ -156,6 +157,11 @@ void Watchlist::forgetUnsubscribed() {
             tagHubMap.erase(tagHubMap.lower_bound({tag, nullptr}));
         remove(tag);
     }
+}
+
+std::set<int64_t> Watchlist::unsubscribedTags() const {
+    tp::MutexLock lock(m_watchlist_mutex);
+    return m_unsubscribed;
 }
 
 void Watchlist::removeAllHubs() {

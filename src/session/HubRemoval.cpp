@@ -89,6 +89,8 @@ void SessionImpl::forgetHub(HubClient& client) {
 }
 
 void SessionImpl::takeBackRequestsOf(HubClient& client, HubEventReactor* reactor) {
+    m_responses.disown(&client);
+    m_lost.disown(&client);
     if (reactor == nullptr)
         return;
     reactor->forgetClient(&client);

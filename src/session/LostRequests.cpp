@@ -20,6 +20,19 @@ void LostRequests::stopWaitingForQueue(const HubClient* hub) {
         lost.waitsForQueue = false;
 }
 
+void LostRequests::disown(const HubClient* hub) {
+    tp::MutexLock lock(m_mutex);
+    const auto found = m_lost.find(hub);
+    if (found == m_lost.end())
+        return;
+    std::deque<Lost>& orphans = m_lost[nullptr];
+    for (Lost& lost : found->second) {
+        lost.waitsForQueue = false;
+        orphans.push_back(lost);
+    }
+    m_lost.erase(found);
+}
+
 void LostRequests::clear() {
     tp::MutexLock lock(m_mutex);
     m_lost.clear();

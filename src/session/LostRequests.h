@@ -20,6 +20,8 @@ public:
     void add(const HubClient* hub, const std::vector<int64_t>& tags);
     /// The hub's queue has been emptied for a new connection: the tags need not wait for it any more.
     void stopWaitingForQueue(const HubClient* hub);
+    /// The hub leaves the session, and nobody looks after its tags any more.
+    void disown(const HubClient* hub);
     void clear();
 
     /// The session check begins to look at the hubs. @thread first user

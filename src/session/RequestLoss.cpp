@@ -37,7 +37,7 @@ bool SessionImpl::takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest
     const bool report = settings().isEndingLostRequests();
     while (const auto tag = m_lost.next(hub, queueIsEmpty)) {
         lost.tag = *tag;
-        if (m_responses.settleLost(*tag, hub, report, lost.command))
+        if (m_responses.settleLost(*tag, hub, report, lost))
             return true;
         tp::MutexLock lock(m_reqTagLst_mutex);
         m_reqTagLst.erase(*tag);

@@ -454,12 +454,8 @@ bool SessionImpl::sendCopies(std::unique_ptr<RequestInternal>& request, const st
 }
 
 void SessionImpl::lowerExpectedResponses(int64_t tag, HubClient* hub) {
-    {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        const auto found = m_responses.reqRespMap.find(tag);
-        if (found != m_responses.reqRespMap.end() && found->second.countAsAnswered(hub))
-            m_responses.reqRespMap.erase(found);
-    }
+    if (m_responses.countAsAnswered(tag, hub))
+        m_lost.add(nullptr, {tag});
     if (watchlistInUse())
         watchlist.lowerExpectedResponses(tag);
 }
@@ -477,18 +473,20 @@ void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubC
         if (isCopy)
             list.noteAnswer(tag);
     }
+    if (isCopy) {
+        if (m_responses.countAsAnswered(tag, client))
+            m_lost.add(nullptr, {tag});
+        return;
+    }
     int grantedSource = 0;
     {
         tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
         const auto found = m_responses.reqRespMap.find(tag);
         if (found != m_responses.reqRespMap.end()) {
             grantedSource = found->second.src;
-            if (!isCopy || found->second.countAsAnswered(client))
-                m_responses.reqRespMap.erase(found);
+            m_responses.reqRespMap.erase(found);
         }
     }
-    if (isCopy)
-        return;
     if (grantedSource != 0) {
         // The library's own question takes no part in routing: its answer must not reach the application.
         sendPortQuestion(request, grantedSource);

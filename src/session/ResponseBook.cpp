@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "receive/LibraryTags.h"
+#include "receive/ReadHandlerSession.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -26,13 +28,6 @@ void reqResp::stopWaitingFor(const HubClient* hub) {
     const auto awaited = find(hub);
     if (awaited != waitingFor.end())
         waitingFor.erase(awaited);
-}
-
-bool reqResp::countAsAnswered(const HubClient* hub) {
-    if (outstandingResponses > 1)
-        --outstandingResponses;
-    stopWaitingFor(hub);
-    return waitingFor.empty();
 }
 
 reqResp ResponseBook::makeEntry(const RequestInternal& request, const std::vector<HubClient*>& hubs,
@@ -77,15 +72,44 @@ bool ResponseBook::lose(int64_t tag, const HubClient* hub, HubClient* owner) {
     return true;
 }
 
-bool ResponseBook::settleLost(int64_t tag, const HubClient* hub, bool report, tivra::Commands& command) {
+bool ResponseBook::countAsAnswered(int64_t tag, const HubClient* hub) {
+    tp::MutexLock lock(m_reqRespMap_mutex);
+    const auto found = reqRespMap.find(tag);
+    if (found == reqRespMap.end())
+        return false;
+    reqResp& entry = found->second;
+    if (entry.outstandingResponses > 1)
+        --entry.outstandingResponses;
+    entry.stopWaitingFor(hub);
+    if (!entry.waitingFor.empty())
+        return false;
+    entry.mustEnd = entry.src == 0 && !entry.isRepeated && !entry.responseSent;
+    if (!entry.mustEnd) {
+        reqRespMap.erase(found);
+        return false;
+    }
+    entry.outstandingResponses = 1;
+    entry.waitingFor = {{nullptr, AwaitedAnswer::State::Lost}};
+    return true;
+}
+
+void ResponseBook::disown(const HubClient* hub) {
+    tp::MutexLock lock(m_reqRespMap_mutex);
+    for (auto& [tag, entry] : reqRespMap)
+        if (entry.isLost(hub))
+            entry.setState(hub, {nullptr, AwaitedAnswer::State::Lost});
+}
+
+bool ResponseBook::settleLost(int64_t tag, const HubClient* hub, bool report, LostRequest& lost) {
     tp::MutexLock lock(m_reqRespMap_mutex);
     const auto found = reqRespMap.find(tag);
     if (found == reqRespMap.end() || !found->second.isLost(hub))
         return false;
     reqResp& entry = found->second;
-    command = entry.command;
+    lost.command = entry.command;
+    lost.status = entry.mustEnd && entry.rc != kNoStatusYet ? entry.rc : kStatusConnectionLost;
     // The library's own question is always merged, which ends it in the log.
-    if (entry.src != 0 || (report && !entry.isRepeated))
+    if (entry.src != 0 || entry.mustEnd || (report && !entry.isRepeated))
         return true;
     // The count stays: an end without this hub's share would claim to be whole.
     entry.stopWaitingFor(hub);

@@ -16,6 +16,7 @@ namespace tivra_internal {
 
 class HubClient;
 class RequestInternal;
+struct LostRequest;
 
 /// An answer that is still to come.
 struct AwaitedAnswer {
@@ -38,6 +39,7 @@ struct reqResp {
     bool isNews = false;
     int32_t src = 0; ///< not 0 only on the library's own question for a newly granted source
     bool isRepeated = false; ///< the application has had an answer, before the request was written again
+    bool mustEnd = false;    ///< nobody is left who could answer, and the application waits for the end
     std::vector<AwaitedAnswer> waitingFor;
 
     [[nodiscard]] bool isWaitingFor(const HubClient* hub) const { return find(hub) != waitingFor.end(); }
@@ -46,8 +48,6 @@ struct reqResp {
     void waitFor(HubClient* hub) { waitingFor.push_back({hub}); }
     /// One answer of this hub is not expected any more.
     void stopWaitingFor(const HubClient* hub);
-    /// This hub will not answer. True when there is nobody left who could.
-    [[nodiscard]] bool countAsAnswered(const HubClient* hub);
     void setState(const HubClient* hub, AwaitedAnswer next);
     [[nodiscard]] std::vector<AwaitedAnswer>::const_iterator find(const HubClient* hub) const;
 };
@@ -65,10 +65,15 @@ struct ResponseBook {
     [[nodiscard]] bool lose(int64_t tag, const HubClient* hub, HubClient* owner)
         TP_EXCLUDES(m_reqRespMap_mutex);
 
-    /// A lost answer's time has come. True: a status in its place is to be merged, for a request with this
-    /// command. False: it came after all, or its share is dropped because `report` is false or the
+    /// A hub that will not get the request counts as having answered. True when it was the last one and the
+    /// application still waits for the end, which is due in the name of nobody.
+    [[nodiscard]] bool countAsAnswered(int64_t tag, const HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
+    /// The hub leaves the session: what it owes ends in the name of nobody.
+    void disown(const HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
+
+    /// A lost answer's time has come. True: `lost` is to be merged in its place. False: it came after all, or its share is dropped because `report` is false or the
     /// application has had an answer; what then remains of the answer never reaches its end.
-    [[nodiscard]] bool settleLost(int64_t tag, const HubClient* hub, bool report, tivra::Commands& command)
+    [[nodiscard]] bool settleLost(int64_t tag, const HubClient* hub, bool report, LostRequest& lost)
         TP_EXCLUDES(m_reqRespMap_mutex);
 
     // Before all hubs go.

@@ -10,6 +10,7 @@
 #include "config/HostConfigImpl.h"
 #include "config/SessionConfigImpl.h"
 #include "hub/HubClient.h"
+#include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -150,6 +151,9 @@ void SessionImpl::bringBack(HubClient& client) {
     if (!client.m_retired || shutdownInProgress || m_reactors.isServed(&client))
         return;
     client.startAnew();
+    // What has been unsubscribed while the hub was away was not unsubscribed there.
+    for (const int64_t tag : watchlist.unsubscribedTags())
+        client.getWatchlist()->forget(tag);
     m_hubs.bringBack(&client);
     m_reactors.placeHub(&client, client.geteventReactorIndex());
 }
@@ -158,11 +162,14 @@ void SessionImpl::bringBack(HubClient& client) {
 void SessionImpl::getRemainingPorts() {
     if (!getQueryXRefs()) {
         eprintf(EPF_WARN, "getQueryXRefs returned error; xref hub clients cannot be created ");
-        m_xref.noteFailure();
+        m_xref.m_XRefHUBRemove = true;
+        endXrefAttempt();
         return;
     }
-    while (!isXrefAttemptOver())
+    while (!isXrefAttemptOver()) {
         ::usleep(kWaitMicroseconds);
+        tp::Clock::beat();
+    }
     endXrefAttempt();
 }
 
@@ -184,7 +191,8 @@ bool SessionImpl::waitsForXrefHubs(std::unique_ptr<RequestInternal>& request) {
         m_xref.m_retry = XrefRetry::UnderWay;
         if (!getQueryXRefs()) {
             eprintf(EPF_WARN, "getQueryXRefs returned error; xref hub clients cannot be created ");
-            m_xref.noteFailure();
+            m_xref.m_XRefHUBRemove = true;
+            endXrefAttempt();
         }
     }
     const auto limit = static_cast<std::size_t>(settings().getMaxRequestQueueSize());
