@@ -417,6 +417,20 @@ TEST_F(WithCrossReferences, OneThatFailedIsAskedForAgainAfterAPauseBesideOtherRe
     EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
 }
 
+TEST_F(WithCrossReferences, OneThatRefusedTheLoginIsDialledAgainByALaterAttempt) {
+    client->connections().set(HostConfig::READ_TIMEOUT_LONG, 0L); // the clock will jump
+    Hub& late = group.hub(2);
+    late.refuseLogin(tivra_sim::status::DENY_LOGIN);
+    ASSERT_TRUE(client->startAndWait());
+    EXPECT_EQ(client->ask(tivra::QUERYXREF, 0, "IBM"), NOT_ALL_XREF_HUBS);
+    late.clearRefusals();
+    ASSERT_TRUE(waitUntil([&] { return client->user().getState() == tivra::UserInfo::AUTHENTICATED; }))
+        << "its thread has let go of it";
+    tp::Clock::advance(31.0);
+    EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), NOT_ALL_XREF_HUBS);
+    EXPECT_EQ(late.statistics().loggedIn, 1U);
+}
+
 class WithTwoCrossReferences : public Managed {
 protected:
     WithTwoCrossReferences() : Managed(managedGroup({Role::Data, Role::Xref, Role::Xref})) {}
