@@ -50,7 +50,8 @@ public:
     int uninitialize();
 
     /// Makes the identity that a session logs in with.
-    /// @param userName      the user's name at the hubs; with a "|" or a control character Session::start fails.
+    /// @param userName      the user's name at the hubs; with a "|" or a control character Session::start
+    /// fails.
     /// @param password      the user's password, which may have neither; it is never written to the log.
     /// @param userHandler   told of login results; stays the application's and must outlive the user.
     /// @return valid until destroyUserInfo().

@@ -4,7 +4,8 @@
 #include "TivraApi.h"
 
 /// @file
-/// The version of these headers, as macros, and that of the library behind them. The build reads it from here.
+/// The version of these headers, as macros, and that of the library behind them. The build reads it from
+/// here.
 
 #define TIVRA_VERSION_MAJOR 1
 #define TIVRA_VERSION_MINOR 7
@@ -26,8 +27,8 @@
 
 namespace tivra {
 
-/// The version of the library that runs, in the form of TIVRA_VERSION_STRING. With a shared library it may be a
-/// later one than that of the headers. May be called at any time on any thread; the text lives for ever.
+/// The version of the library that runs, in the form of TIVRA_VERSION_STRING. With a shared library it may be
+/// a later one than that of the headers. May be called at any time on any thread; the text lives for ever.
 [[nodiscard]] TIVRA_API const char* version() noexcept;
 
 } // namespace tivra

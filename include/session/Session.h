@@ -65,9 +65,10 @@ public:
     /// primary host, and every further hub that these name, must be reached, accept the user and answer. A
     /// hub has failed when more than HostConfig::CONNECTION_RETRY_LIMIT_LONG dials led to nothing, when it
     /// refuses the user, when it is silent for HostConfig::READ_TIMEOUT_LONG during the login
-    /// conversation, and when that isn't done within twelve times as long (at least 60 s). The remedy is backup hosts (HostConfig::BACKUP_BOOL), one for each primary host: the
-    /// first failure, here even of a single dial, then moves the whole start to the backup side, once, where
-    /// the next failure ends it. A hub that is lost after start() has returned true doesn't end the session.
+    /// conversation, and when that isn't done within twelve times as long (at least 60 s). The remedy is
+    /// backup hosts (HostConfig::BACKUP_BOOL), one for each primary host: the first failure, here even of a
+    /// single dial, then moves the whole start to the backup side, once, where the next failure ends it. A
+    /// hub that is lost after start() has returned true doesn't end the session.
     ///
     /// @param[out] failReason  "Session started", or why it could not be started.
     /// @return false when no host is configured as primary, no message handler is registered, another session

@@ -28,9 +28,11 @@ using tivra::UserInfo;
 
 UserInfoImpl::UserInfoImpl(std::string name, std::string word, tivra::UserEventHandler& handler,
                            UserInfo& handle)
-    : userName(std::move(name)), password(std::move(word)),
-      m_isUsable(canBeSent("user name", userName) && canBeSent("password", password)), userHandler(handler),
-      userInfo(handle) {}
+    : userName(std::move(name))
+    , password(std::move(word))
+    , m_isUsable(canBeSent("user name", userName) && canBeSent("password", password))
+    , userHandler(handler)
+    , userInfo(handle) {}
 
 UserInfoImpl::~UserInfoImpl() = default;
 

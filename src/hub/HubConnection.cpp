@@ -96,7 +96,8 @@ int HubClient::openSocket() {
         m_fd.assign(::fcntl(fd, F_DUPFD_CLOEXEC, kFirstUsableDescriptor));
     if (m_fd.get() < 0) {
         m_connectErrno = errno;
-        eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost - error in socket, errno = %d\n", getConnectErrno());
+        eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT,
+                "HubClient::connectHost - error in socket, errno = %d\n", getConnectErrno());
         m_connectionRetries += 1;
         return -1;
     }
@@ -293,8 +294,7 @@ bool HubClient::isHBTimedOut(double) {
                 "Heartbeat timeout on HUB: %s; curtime=%f; heartbeat_msg_time=%f; m_readTimeout=%ld; "
                 "HubIdleCount=%lu; queryCnt=%ld \n",
                 getHubAddr().c_str(), tp::Clock::now(), epochOf(heartbeat), m_readTimeout,
-                static_cast<unsigned long>(idleCount),
-                static_cast<long>(m_responseQueue->getQueryCount()));
+                static_cast<unsigned long>(idleCount), static_cast<long>(m_responseQueue->getQueryCount()));
     setHBSeen(false);
     m_last_HB_check = now;
     return isTimedOut;

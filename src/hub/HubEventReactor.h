@@ -68,7 +68,8 @@ private:
         TP_REQUIRES(m_request_mutex);
     void finish(HubClient& client, const RequestInternal& request, Pass& pass) TP_REQUIRES(m_request_mutex);
 
-    tp::Mutex m_request_mutex{kLockReactorRequest}; ///< guards the three below, also while requests are written
+    tp::Mutex m_request_mutex{
+        kLockReactorRequest}; ///< guards the three below, also while requests are written
     /// What waits for each hub, in the order in which it was pushed. A hub may have an empty queue.
     std::map<HubClient*, RequestQueue> requestQueue TP_GUARDED_BY(m_request_mutex);
     /// Hubs that replay their watchlist, each with the tag last replayed.

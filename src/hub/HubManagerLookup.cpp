@@ -27,7 +27,8 @@ constexpr const char* kProgramName = "tivraApi";
 constexpr size_t kMaxHubAddr = 255;
 constexpr int kMillisecondsPerSecond = 1000;
 
-/// The outage of a manager is logged once: beyond so many look-ups without success each is one like the others.
+/// The outage of a manager is logged once: beyond so many look-ups without success each is one like the
+/// others.
 auto levelOf(long lookups, long told) {
     return lookups > told ? EPF_DBUG : EPF_INFO;
 }
@@ -86,8 +87,8 @@ HubClient::Lookup HubClient::askManager() {
     if (isKnownManager)
         return lookupFailed(cmAddr, rc);
     // The other managers' answers don't make a hub of this one.
-    return firstLookupFailed(
-        managers, cmAddr, managers.isManager(m_original_ipaddr) ? LNKAPI_ERROR_SERVER_NOT_AVAILABLE : rc);
+    return firstLookupFailed(managers, cmAddr,
+                             managers.isManager(m_original_ipaddr) ? LNKAPI_ERROR_SERVER_NOT_AVAILABLE : rc);
 }
 
 HubClient::Lookup HubClient::managerLibraryMissing(ConnectionManagers& managers) {
@@ -259,7 +260,8 @@ std::string HubClient::reachable(const std::string& addr) const {
 
 int HubClient::lookUp(const std::string& managerAddr, std::string& hubIp) {
     // A look-up may last as long as the connection time-out, which the log must explain.
-    eprintf(levelOf(m_CMconnectionRetries, 0), "getHUBFromCM: asking %s for the address of a HUB", managerAddr.c_str());
+    eprintf(levelOf(m_CMconnectionRetries, 0), "getHUBFromCM: asking %s for the address of a HUB",
+            managerAddr.c_str());
     return LnkApi::instance().getServerIP(managerAddr, m_primaryUser.getUserName(),
                                           m_primaryUser.getPassword(), hubIp,
                                           [this] { return m_session.isStopping(); });
@@ -274,7 +276,8 @@ int HubClient::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {
         cmAddr = joined(reachable(recent), static_cast<unsigned>(port));
         rc = lookUp(cmAddr, hubIp);
         eprintf(levelOf(m_CMconnectionRetries, 1),
-                "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n", rc, recent.c_str(), cmAddr.c_str());
+                "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n", rc,
+                recent.c_str(), cmAddr.c_str());
         if (rc == LNKAPI_SUCCESS)
             return rc;
     }

@@ -2,8 +2,8 @@
 
 namespace tivra_internal {
 
-/// The time during which a hub is away, from its loss or the first dial that failed until it is ready. What is
-/// said of it once isn't said again at each dial. The hub's thread.
+/// The time during which a hub is away, from its loss or the first dial that failed until it is ready. What
+/// is said of it once isn't said again at each dial. The hub's thread.
 class Outage {
 public:
     /// A dial begins.

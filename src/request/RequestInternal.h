@@ -60,8 +60,8 @@ public:
     bool resubHB = false;        ///< the heartbeat must be subscribed again after this request
     bool resubHubStatus = false; ///< the hub status must be subscribed again after this request
     Reach reach = Reach::OneHub;
-    bool isWLRetry = false;      ///< a repeated request that its hub's watchlist knows already
-    bool isRepeated = false;     ///< the application has had an answer, before a restart sent it again
+    bool isWLRetry = false;  ///< a repeated request that its hub's watchlist knows already
+    bool isRepeated = false; ///< the application has had an answer, before a restart sent it again
     std::vector<AltIndexInfo> altIndex;
     uint64_t age = 0;                  ///< the session's watchlist numbers what it lists, from 1
     uint64_t outstandingResponses = 0; ///< hubs that have still to finish the tag (watchlist entries)

@@ -85,7 +85,7 @@ private:
     /// The hubs that hold a tag, a pair for each.
     std::set<std::pair<int64_t, HubClient*>> tagHubMap TP_GUARDED_BY(m_watchlist_mutex);
     SameRequests m_sameRequests TP_GUARDED_BY(m_watchlist_mutex); ///< the entries of watchlistMap
-    uint64_t m_lastAge TP_GUARDED_BY(m_watchlist_mutex) = 0; ///< of the newest entry
+    uint64_t m_lastAge TP_GUARDED_BY(m_watchlist_mutex) = 0;      ///< of the newest entry
     /// Listed tags that the application has unsubscribed.
     std::set<int64_t> m_unsubscribed TP_GUARDED_BY(m_watchlist_mutex);
 };

@@ -140,8 +140,7 @@ void SessionImpl::finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTok
     if (!answer.hasPort)
         return;
     if (answer.port < 1 || answer.port > kMaxPort) {
-        eprintf(EPF_WARN,
-                "GetPort failed with port=%lld; dynamic add entitlement for src %d has failed",
+        eprintf(EPF_WARN, "GetPort failed with port=%lld; dynamic add entitlement for src %d has failed",
                 static_cast<long long>(answer.port), src);
         return;
     }

@@ -44,7 +44,7 @@ private:
     void count(const RequestInternal& request);
 
     std::map<HubClient*, Line> m_lines;
-    std::map<int, std::size_t> m_sources;  ///< how many there are of each
+    std::map<int, std::size_t> m_sources; ///< how many there are of each
     std::size_t m_size = 0;
 };
 

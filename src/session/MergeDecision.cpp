@@ -45,8 +45,8 @@ void mergeSeries(const MergeQuestion& question, MergeDecision& decision) {
 /// Without a data series one answer is enough: the first that the hub gave, and on news the first that is not
 /// "not carried".
 void mergeSingleAnswer(const MergeQuestion& question, MergeDecision& decision) {
-    const bool isNoAnswer = question.status == kStatusConnectionLost ||
-                            (question.isNews && question.status == kStatusNotCarried);
+    const bool isNoAnswer =
+        question.status == kStatusConnectionLost || (question.isNews && question.status == kStatusNotCarried);
     if ((question.last || !isNoAnswer) && !question.responseSent) {
         decision.suppress = false;
         decision.responseSent = true;

@@ -460,8 +460,8 @@ void SessionImpl::lowerExpectedResponses(int64_t tag, HubClient* hub) {
         watchlist.lowerExpectedResponses(tag);
 }
 
-/// A request whose hub leaves for good. What was for that hub alone is routed again. The others of several have
-/// copies of their own, so a copy goes nowhere else: the hub counts as having taken and answered it.
+/// A request whose hub leaves for good. What was for that hub alone is routed again. The others of several
+/// have copies of their own, so a copy goes nowhere else: the hub counts as having taken and answered it.
 void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) {
     const int64_t tag = request->getTag();
     const bool isCopy = request->reach == RequestInternal::Reach::CopyOfSeveral;

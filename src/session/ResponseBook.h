@@ -37,7 +37,7 @@ struct reqResp {
     std::shared_ptr<const std::vector<AltIndexInfo>> altIndex; ///< null when the request named none
     int64_t rc = kNoStatusYet;                                 ///< the lowest status seen
     bool isNews = false;
-    int32_t src = 0; ///< not 0 only on the library's own question for a newly granted source
+    int32_t src = 0;         ///< not 0 only on the library's own question for a newly granted source
     bool isRepeated = false; ///< the application has had an answer, before the request was written again
     bool mustEnd = false;    ///< nobody is left who could answer, and the application waits for the end
     std::vector<AwaitedAnswer> waitingFor;
@@ -71,8 +71,9 @@ struct ResponseBook {
     /// The hub leaves the session: what it owes ends in the name of nobody.
     void disown(const HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
 
-    /// A lost answer's time has come. True: `lost` is to be merged in its place. False: it came after all, or its share is dropped because `report` is false or the
-    /// application has had an answer; what then remains of the answer never reaches its end.
+    /// A lost answer's time has come. True: `lost` is to be merged in its place. False: it came after all, or
+    /// its share is dropped because `report` is false or the application has had an answer; what then remains
+    /// of the answer never reaches its end.
     [[nodiscard]] bool settleLost(int64_t tag, const HubClient* hub, bool report, LostRequest& lost)
         TP_EXCLUDES(m_reqRespMap_mutex);
 

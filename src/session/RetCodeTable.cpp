@@ -15,9 +15,15 @@ struct RetCodeName {
 };
 
 constexpr RetCodeName kBootStrapEnum[] = {
-    {-33, "ERR.PARAM.BOUNDARY"},         {-24, "ERR.EXIST.TOKEN"}, {-10, "ERR_MC_LOGIN_NO_MUL_ENTITLED"},
-    {-9, "ERR_MC_LOGIN_INSTANCE"},       {-8, "ERR_MC_LOGIN_HUB"}, {-7, "ERR_MC_LOGIN_IP"},
-    {-6, "ERR.AUTH.LOGIN.COUNT"},        {-5, "ERR.AUTH.LOGIN"},   {-4, "ERR_DENY_LOGIN"},
+    {-33, "ERR.PARAM.BOUNDARY"},
+    {-24, "ERR.EXIST.TOKEN"},
+    {-10, "ERR_MC_LOGIN_NO_MUL_ENTITLED"},
+    {-9, "ERR_MC_LOGIN_INSTANCE"},
+    {-8, "ERR_MC_LOGIN_HUB"},
+    {-7, "ERR_MC_LOGIN_IP"},
+    {-6, "ERR.AUTH.LOGIN.COUNT"},
+    {-5, "ERR.AUTH.LOGIN"},
+    {-4, "ERR_DENY_LOGIN"},
     {-225, "ERR_ALLXREF_NOT_CONNECTED"},
     {kStatusConnectionLost, "Connection lost before the answer"},
 };

@@ -24,9 +24,8 @@ constexpr double kSecondsBetweenAttempts = 30.0;
 
 HubClient* XrefHubs::ofPort(uint16_t port) const {
     tp::MutexLock lock(m_XRefHubLst_mutex);
-    const auto found =
-        std::find_if(m_XRefHubLst.begin(), m_XRefHubLst.end(),
-                     [port](const HubClient* client) { return client->getHubPort() == port; });
+    const auto found = std::find_if(m_XRefHubLst.begin(), m_XRefHubLst.end(),
+                                    [port](const HubClient* client) { return client->getHubPort() == port; });
     return found == m_XRefHubLst.end() ? nullptr : *found;
 }
 

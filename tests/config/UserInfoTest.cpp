@@ -111,8 +111,7 @@ TEST_F(UserInfoTest, RefusalAfterAnAcceptanceIsToldAlthoughOthersAreAccepted) {
     EXPECT_THAT(deliverAll(), ElementsAre("0:-5:ERR.AUTH.LOGIN", "0:-6:Unknown code"));
     succeed(a);
     succeed(b);
-    EXPECT_THAT(deliverAll(),
-                ElementsAre("0:-5:ERR.AUTH.LOGIN", "0:-6:Unknown code", "1:0:Unknown code"));
+    EXPECT_THAT(deliverAll(), ElementsAre("0:-5:ERR.AUTH.LOGIN", "0:-6:Unknown code", "1:0:Unknown code"));
 }
 
 TEST_F(UserInfoTest, LossAndReturnOfAHubMoveTheStateButTellNothing) {

@@ -92,9 +92,9 @@ TEST(DictionaryCache, OddRowsBecomeTokensThatReadersCanTrustOrAreDropped) {
     EXPECT_EQ(map.lookupTokenViaNum(102), nullptr);
     EXPECT_EQ(map.lookupTokenViaNum(104), nullptr);
     EXPECT_STREQ(map.tokenName(-7), "NEGATIVE");
-    EXPECT_THAT(log.linesAboveDebug(),
-                testing::Contains(
-                    "WARN: MetaToken::setKVNType - invalid type: BLOB (100), (101); 2 rows in all"));
+    EXPECT_THAT(
+        log.linesAboveDebug(),
+        testing::Contains("WARN: MetaToken::setKVNType - invalid type: BLOB (100), (101); 2 rows in all"));
     log.forget();
     // Loading again, as a reconnect does, changes nothing.
     EXPECT_EQ(cache.loadDic("1.0", TokenRows{}, map, "hub"), 7);

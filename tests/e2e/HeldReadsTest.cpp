@@ -117,9 +117,8 @@ TEST_P(HeldReadsTest, LongListWaitsForTheApplication) {
     EXPECT_EQ(hub.statistics().accepted, 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest, testing::Bool(), [](const auto& test) {
-    return std::string(test.param ? "Compressed" : "Plain");
-});
+INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest, testing::Bool(),
+                         [](const auto& test) { return std::string(test.param ? "Compressed" : "Plain"); });
 
 class HeldLossTest : public testing::TestWithParam<Hub::Close> {};
 
@@ -153,8 +152,7 @@ TEST_P(HeldLossTest, IsNoticedWithoutSpinningAndWhatHasComeIsStillDelivered) {
         client.send(tivra::SUBSCRIBE, 100, "BAC");
     EXPECT_TRUE(client.waitForSessionEvent("UNAVAILABLE")) << "while the application takes nothing";
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - begin;
-    EXPECT_LT(hubThreadSeconds() - secondsBefore, 0.05 + elapsed.count() / 20)
-        << "of " << elapsed.count();
+    EXPECT_LT(hubThreadSeconds() - secondsBefore, 0.05 + elapsed.count() / 20) << "of " << elapsed.count();
     const std::string log = client.log().substr(logBefore.size());
     std::size_t warnings = 0;
     for (std::size_t at = log.find("WARN: "); at != std::string::npos; at = log.find("WARN: ", at + 1))

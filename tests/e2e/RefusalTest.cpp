@@ -211,9 +211,8 @@ TEST(Refusal, OnTheWayBackEachDialIsLaterThanTheOneBeforeAndEachCodeIsTold) {
     ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
     EXPECT_GE(Clock::now() - first, std::chrono::seconds(6)) << "1 and 2 and 4, but for the event's delay";
     ASSERT_TRUE(client.waitForUserEvents(4));
-    EXPECT_THAT(client.userEvents(),
-                testing::ElementsAre("SUCCESS", "FAILURE -4 ERR_DENY_LOGIN",
-                                     "FAILURE -6 ERR.AUTH.LOGIN.COUNT", "SUCCESS"));
+    EXPECT_THAT(client.userEvents(), testing::ElementsAre("SUCCESS", "FAILURE -4 ERR_DENY_LOGIN",
+                                                          "FAILURE -6 ERR.AUTH.LOGIN.COUNT", "SUCCESS"));
 }
 
 /// Refusals that a start survives.

@@ -278,9 +278,9 @@ TEST_F(RequestTest, TheLongestThatSendTakesReachesTheHubAndSoDoesItsUnsubscribe)
     startWithWatchlist();
     sendLongest(tivra::SUBSCRIBE, 0, "");
     for (const tivra::Commands command : {tivra::SUBSCRIBE, tivra::SUBSCRIBEWILDCARD})
-        EXPECT_EQ(client.ask(tivra::UNSUBSCRIBE, 0, "",
-                             {{tivra::QUERY_REF_TAG, sendLongest(command, 100, "IBM")}}),
-                  0);
+        EXPECT_EQ(
+            client.ask(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, sendLongest(command, 100, "IBM")}}),
+            0);
 }
 
 TEST_F(RequestTest, WatchlistReplaysWhatStandsAfterALoss) {

@@ -151,9 +151,9 @@ TEST_F(SeveralHubsTest, ALostHubEndsWhatItOwesOnceAndAfterWhatItHadSent) {
     first.clearRefusals();
     first.setAccepting(true);
     const std::tuple<std::int64_t, MessageEvent::Types, int> ends[] = {
-        {snap, MessageEvent::IMAGE_COMPLETE, -997},  {subscribe, MessageEvent::STATUS, -997},
-        {inTime, MessageEvent::IMAGE_COMPLETE, 0},   {users, MessageEvent::STATUS, 0},
-        {xref, MessageEvent::IMAGE_COMPLETE, -997},  {later, MessageEvent::IMAGE_COMPLETE, 0}};
+        {snap, MessageEvent::IMAGE_COMPLETE, -997}, {subscribe, MessageEvent::STATUS, -997},
+        {inTime, MessageEvent::IMAGE_COMPLETE, 0},  {users, MessageEvent::STATUS, 0},
+        {xref, MessageEvent::IMAGE_COMPLETE, -997}, {later, MessageEvent::IMAGE_COMPLETE, 0}};
     for (const auto& [tag, type, status] : ends) {
         ASSERT_TRUE(client.waitForEnd(tag)) << tag;
         std::vector<SeenMessage> seen = client.messagesOf(tag);
@@ -189,8 +189,8 @@ TEST_F(SeveralHubsTest, WhatALostHubOwesIsForgottenAndDoesNotEndUnlessThatIsWant
     }
 }
 
-/// A hub that is away while its requests pile up: others pass them, a question to both is answered by the other
-/// hub, and nothing is lost or overtaken.
+/// A hub that is away while its requests pile up: others pass them, a question to both is answered by the
+/// other hub, and nothing is lost or overtaken.
 TEST(SeveralHubs, FullQueueOfOneHubKeepsTheOrder) {
     StartedHub first(hubOf({100, 922}));
     StartedHub second(hubOf({101, 922}));
@@ -227,8 +227,8 @@ TEST(SeveralHubs, FullQueueOfOneHubKeepsTheOrder) {
     client.send(tivra::QUERYXREF, 0, "IBM");
     client.send(tivra::QUERYSNAP, 100, "IBM");
     EXPECT_TRUE(client.waitUntil([&] { return answered == 2; })) << "by the hub that could be fed";
-    const std::string standing = "5022=SubscribeWildCard|5=*|5026=" +
-                                 std::to_string(client.send(tivra::SUBSCRIBEWILDCARD, 0, "*"));
+    const std::string standing =
+        "5022=SubscribeWildCard|5=*|5026=" + std::to_string(client.send(tivra::SUBSCRIBEWILDCARD, 0, "*"));
     EXPECT_TRUE(first.waitForCommand("SubscribeWildCard"));
     held.push_back(standing);
 

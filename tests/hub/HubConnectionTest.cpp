@@ -254,9 +254,8 @@ TEST_F(HeartbeatTest, ASilentHubTimesOutOncePerReadTimeout) {
     LogCapture log;
     EXPECT_FALSE(timesOutAfter(4.0)) << "not due yet";
     EXPECT_TRUE(timesOutAfter(1.0));
-    EXPECT_THAT(log.lines(),
-                testing::Contains(testing::HasSubstr(
-                    "curtime=1700000005.000000; heartbeat_msg_time=1700000000.000000; ")));
+    EXPECT_THAT(log.lines(), testing::Contains(testing::HasSubstr(
+                                 "curtime=1700000005.000000; heartbeat_msg_time=1700000000.000000; ")));
     EXPECT_FALSE(timesOutAfter(0.0)) << "asked again at once";
 }
 

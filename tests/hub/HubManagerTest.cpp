@@ -4,8 +4,8 @@
 #include "hub/HubFixture.h"
 #include "hub/LnkApi.h"
 #include "hub/LnkApiErrors.h"
-#include "support/Ports.h"
 #include "support/LnkDouble.h"
+#include "support/Ports.h"
 
 namespace tivra_internal {
 namespace {

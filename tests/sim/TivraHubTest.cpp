@@ -96,7 +96,8 @@ TEST(TivraHub, OnceEndsWithItsCountsWhenThePlaybackIsOutAndTheClientHasGone) {
 
 TEST(TivraHub, PlaybackStartsAtTheFirstSubscriptionAndTheSummarySaysWhenThereWasNone) {
     for (const bool subscribes : {true, false}) {
-        HubProgram program("--once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 -f " TIVRA_SAMPLE_DAY);
+        HubProgram program(
+            "--once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 -f " TIVRA_SAMPLE_DAY);
         const std::string listening = program.line();
         RawClient client(static_cast<std::uint16_t>(std::stoi(listening.substr(listening.rfind(':') + 1))));
         client.logIn();
@@ -105,7 +106,8 @@ TEST(TivraHub, PlaybackStartsAtTheFirstSubscriptionAndTheSummarySaysWhenThereWas
         }
         client.close();
         const std::string output = program.rest();
-        const std::string waiting = "the playback starts when 1 symbol is subscribed at " + listening.substr(13);
+        const std::string waiting =
+            "the playback starts when 1 symbol is subscribed at " + listening.substr(13);
         EXPECT_THAT(output, StartsWith(waiting));
         EXPECT_THAT(output, HasSubstr(subscribes ? "50 events played" : "nothing was played: " + waiting));
         EXPECT_EQ(program.exitCode(), subscribes ? 0 : 5);

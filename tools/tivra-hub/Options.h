@@ -37,7 +37,8 @@ struct Options {
 /// Declares the options of the command line, which fill `options`.
 void declare(CLI::App& app, Options& options);
 
-/// A playback that nothing would start begins at the first subscription: nobody can start one of this program by hand.
+/// A playback that nothing would start begins at the first subscription: nobody can start one of this program
+/// by hand.
 void startBySubscriptions(tivra_sim::HubConfig& config);
 
 /// The one hub that they ask for. Throws tivra_sim::ConfigError.

@@ -19,9 +19,6 @@ enum ExitCode { ENDED = 0, BAD_CONFIGURATION = 2, NO_PORT = 3, NO_PLAYBACK = 4, 
 /// Tenths of a second that --once waits for a client to come back while there is something left to play.
 constexpr int PATIENCE = 50;
 
-constexpr const char* TO_COME = "the playback starts when ";
-constexpr const char* IN_VAIN = "nothing was played: the playback starts when ";
-
 /// A request's text with the password left out.
 std::string printable(const Request& request) {
     std::string text;
@@ -63,15 +60,27 @@ HubStatistics totalOf(const std::vector<Hub*>& hubs) {
     return total;
 }
 
-/// Says what a playback waits for, or what it has waited for in vain.
-void printWaiting(const std::vector<Hub*>& hubs, const std::string& beginning) {
+/// What a hub's playback waits for.
+std::string startOfPlayback(const Hub& hub) {
+    const std::size_t symbols = hub.config().playback.startWhenSubscriptions;
+    return "the playback starts when " + std::to_string(symbols) +
+           (symbols == 1 ? " symbol is" : " symbols are") + " subscribed at " + hub.hostString();
+}
+
+/// Before it is known whether anybody comes: a client may be as quick as this program.
+void printWaiting(const std::vector<Hub*>& hubs) {
     for (const Hub* hub : hubs) {
-        const Playback& playback = hub->config().playback;
+        if (hub->config().playback.isWanted())
+            std::cout << startOfPlayback(*hub) << std::endl;
+    }
+}
+
+/// What a playback has waited for in vain.
+void printNothingPlayed(const std::vector<Hub*>& hubs) {
+    for (const Hub* hub : hubs) {
         const HubStatistics now = hub->statistics();
-        if (playback.isWanted() && now.playbackEvents == 0 && !now.playbackFinished)
-            std::cout << beginning << playback.startWhenSubscriptions
-                      << (playback.startWhenSubscriptions == 1 ? " symbol is" : " symbols are")
-                      << " subscribed at " << hub->hostString() << std::endl;
+        if (hub->config().playback.isWanted() && now.playbackEvents == 0 && !now.playbackFinished)
+            std::cout << "nothing was played: " << startOfPlayback(*hub) << std::endl;
     }
 }
 
@@ -127,9 +136,9 @@ int runHub(const Options& options, const sigset_t& signals) {
         printRequests(hub, "");
     hub.start();
     std::cout << "listening on " << hub.hostString() << std::endl;
-    printWaiting({&hub}, TO_COME);
+    printWaiting({&hub});
     const int result = serve({&hub}, options, signals);
-    printWaiting({&hub}, IN_VAIN);
+    printNothingPlayed({&hub});
     hub.stop();
     if (const std::uint64_t leftOut = hub.statistics().playbackLeftOut; leftOut > 0)
         std::cerr << "tivra-hub: " << leftOut
@@ -163,9 +172,9 @@ int runGroup(const Options& options, const sigset_t& signals) {
         std::cout << "manager on " << group.managedHostString(0, index)
                   << ", TIVRA_SIM_MANAGER_PORT=" << group.manager(index).port() << std::endl;
     }
-    printWaiting(hubs, TO_COME);
+    printWaiting(hubs);
     const int result = serve(hubs, options, signals);
-    printWaiting(hubs, IN_VAIN);
+    printNothingPlayed(hubs);
     group.stop();
     printSummary(totalOf(hubs));
     return result;

@@ -17,8 +17,8 @@ bool isPrintable(char c) noexcept {
 bool makeLoggable(BoundedText& text, std::size_t from) noexcept {
     char* const begin = text.tail(from);
     const std::size_t length = maskPasswords(begin, text.length() - from);
-    const auto others =
-        static_cast<std::size_t>(std::count_if(begin, begin + length, [](char c) { return !isPrintable(c); }));
+    const auto others = static_cast<std::size_t>(
+        std::count_if(begin, begin + length, [](char c) { return !isPrintable(c); }));
     const std::size_t grown = length + 3 * others;
     text.cutTo(from + length);
     if (others == 0)

@@ -634,8 +634,8 @@ void eprintf_cleanup() {
         const std::unique_ptr<char[]> dump(new (std::nothrow) char[atexitDumpSize]);
         if (dump != nullptr) {
             eprintf_dump(dump.get(), atexitDumpSize);
-            logDump({__func__, EPF_INFO, __FILE__, __LINE__, __func__, nullptr},
-                    "%s() eprintf_dump(...)\n%s", __func__, dump.get());
+            logDump({__func__, EPF_INFO, __FILE__, __LINE__, __func__, nullptr}, "%s() eprintf_dump(...)\n%s",
+                    __func__, dump.get());
         }
     }
     const LoggerLock lock;

@@ -1,4 +1,5 @@
-// A session with all defaults against the hub that is named and, with the simulator, against one in the same process.
+// A session with all defaults against the hub that is named and, with the simulator, against one in the same
+// process.
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -38,12 +39,14 @@ bool starts(const std::string& host) {
 } // namespace
 
 int main(int, char** argv) {
-    static_assert(TIVRA_VERSION_MAJOR * 1000000 + TIVRA_VERSION_MINOR * 10000 + TIVRA_VERSION_PATCH * 100 <= TIVRA_VERSION);
+    static_assert(TIVRA_VERSION_MAJOR * 1000000 + TIVRA_VERSION_MINOR * 10000 + TIVRA_VERSION_PATCH * 100 <=
+                  TIVRA_VERSION);
     bool isRight = std::strcmp(tivra::version(), TIVRA_VERSION_STRING) == 0 && starts(argv[1]);
 #ifdef CONSUMER_HAS_SIM
     tivra_sim::Hub hub(tivra_sim::HubConfig::realistic());
     hub.start();
-    isRight = isRight && starts(hub.hostString()) && hub.requestTexts().front().find("|13265=1|") != std::string::npos;
+    isRight = isRight && starts(hub.hostString()) &&
+              hub.requestTexts().front().find("|13265=1|") != std::string::npos;
 #endif
     return isRight ? 0 : 1;
 }
