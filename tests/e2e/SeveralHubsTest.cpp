@@ -24,6 +24,13 @@ bool isEnd(MessageEvent::Types type) {
 /// An application whose callback can be held up.
 struct SlowClient : Client {
     using Client::Client;
+    /// Its callbacks end while it is still one.
+    ~SlowClient() override {
+        gate.open();
+        destroySession();
+    }
+    SlowClient(const SlowClient&) = delete;
+    SlowClient& operator=(const SlowClient&) = delete;
     void onMessageEvent(const MessageEvent& event) override {
         if (isHeld)
             gate.wait();

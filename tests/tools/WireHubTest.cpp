@@ -83,14 +83,14 @@ TEST_F(WireHub, LeavesOutWhatNoMapFileCanHoldAndKnowsWhatEveryHubHas) {
 }
 
 TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
-    hub.script([](const Request& request) -> std::optional<Hub::Frames> {
-        if (request.command != "ListAvailableTokens")
-            return std::nullopt;
-        const std::string answer = "5026=" + std::to_string(request.tag);
-        std::string frames; // in one piece, or a slow machine's hub would be silent for too long
-        for (int number = 100000; number < 300001; ++number)
-            frames += encodeFrame(answer + "|5035=" + std::to_string(number) + "|5010=F");
-        return Hub::Frames{frames + encodeFrame(answer + "|5001=0")};
+    // Made before it is asked for, or a slow machine's hub would be silent for too long.
+    const std::string answer = "5026=18";
+    std::string frames;
+    for (int number = 100000; number < 300001; ++number)
+        frames += encodeFrame(answer + "|5035=" + std::to_string(number) + "|5010=F");
+    frames += encodeFrame(answer + "|5001=0");
+    hub.script([frames](const Request& request) -> std::optional<Hub::Frames> {
+        return request.command == "ListAvailableTokens" ? std::optional(Hub::Frames{frames}) : std::nullopt;
     });
     EXPECT_EQ(runWire(hub, {"-t", "120", "map"}, std::chrono::seconds(150)), 6);
     EXPECT_THAT(cat->error(), HasSubstr("the hub lists more than 200000 tokens"));
