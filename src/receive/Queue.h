@@ -198,6 +198,7 @@ private:
     void countSkipped(uint64_t bytes);
     /// True when the connection must be closed.
     [[nodiscard]] bool countGarbage(uint64_t bytes);
+    [[nodiscard]] bool judgeDropped(Stretch where);
     void endGarbage();
     void startAfresh() TP_EXCLUDES(m_reset_mutex);
 

@@ -255,6 +255,21 @@ bool Queue::countGarbage(uint64_t bytes) {
     return false;
 }
 
+// Frames that find no room are a sign of life all the same. Only what comes after garbage has to be looked
+// at: otherwise it was frames that filled the ring.
+bool Queue::judgeDropped(Stretch where) {
+    uint64_t skipped = 0;
+    while (m_garbage > 0 && where.start < where.end) {
+        FrameScan scan;
+        if (frameMessage(where, scan, false))
+            endGarbage();
+        skipped += scan.discardBytes;
+        where.start = scan.nextElement;
+    }
+    m_sawLife = m_sawLife || m_garbage == 0;
+    return m_garbage > 0 && countGarbage(skipped);
+}
+
 void Queue::endGarbage() {
     m_garbage = 0;
     m_garbageTold = false;

@@ -156,9 +156,9 @@ bool Queue::readWithoutRoom(int fd) {
     const ssize_t got = ::read(fd, dropped, sizeof dropped);
     if (got > 0) {
         m_stats.in.cum_dropped_bytes.add(static_cast<uint64_t>(got));
-        // Nobody looks for frames in it; it was frames that filled the ring.
-        m_sawLife = m_sawLife || m_garbage == 0;
-    } else if (got == 0) {
+        return judgeDropped({dropped, dropped + got});
+    }
+    if (got == 0) {
         m_sawEndOfStream = true;
     } else if (!isTransient(errno)) {
         eprintf(EPF_CRIT, "read error from socket: errno=%d\n", errno);

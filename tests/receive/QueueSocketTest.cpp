@@ -124,6 +124,22 @@ TEST_F(RingTest, FullRingDropsWhatTheSocketBringsAndFindsItsWayBack) {
     EXPECT_EQ(handler.frames.back(), last);
 }
 
+TEST_F(RingTest, GarbageThatFindsNoRoomCountsUntilAFrameEndsIt) {
+    const std::string frame = frameOf("1=a"), garbage(20'000, 'g');
+    feed(frame); // is never taken
+    for (const bool hasFrames : {false, true}) {
+        const std::string bytes = hasFrames ? garbage + frame : garbage;
+        bool isClosed = false;
+        for (size_t sent = 0; !isClosed && sent < 2 * kRing; sent += bytes.size()) {
+            (void)queue.takeSignOfLife();
+            socket.write(bytes);
+            isClosed = readOnce();
+        }
+        EXPECT_EQ(isClosed, !hasFrames);
+        EXPECT_EQ(queue.takeSignOfLife(), hasFrames);
+    }
+}
+
 TEST_F(RingTest, CloseAndErrorEndTheReadsAndKeepWhatHasCome) {
     feed(frameOf("1=a"));
     EXPECT_FALSE(queue.sawEndOfStream());
