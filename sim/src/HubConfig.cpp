@@ -63,4 +63,11 @@ HubConfig HubConfig::realistic() {
     return config;
 }
 
+HubConfig HubConfig::quiet() {
+    HubConfig config = realistic();
+    config.heartbeat.enabled = false;
+    config.hubStatus.enabled = false;
+    return config;
+}
+
 } // namespace tivra_sim

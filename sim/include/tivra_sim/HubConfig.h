@@ -147,6 +147,9 @@ struct HubConfig {
     /// (news), symbols with alternate identifiers on them, heartbeat and hub status once a second.
     [[nodiscard]] static HubConfig realistic();
 
+    /// realistic(), but without records of its own accord: a test knows every byte on the wire.
+    [[nodiscard]] static HubConfig quiet();
+
     /// Reads JSON over realistic(), or over empty() when it says "base": "empty". Throws ConfigError.
     [[nodiscard]] static HubConfig fromJson(std::string_view text);
     [[nodiscard]] static HubConfig fromJsonFile(const std::string& path);

@@ -9,6 +9,7 @@
 #include <tivra/tivra.h>
 #ifdef CONSUMER_HAS_SIM
 #    include <tivra_sim/Hub.h>
+#    include <tivra_testkit/Client.h>
 #endif
 
 namespace {
@@ -47,6 +48,8 @@ int main(int, char** argv) {
     hub.start();
     isRight = isRight && starts(hub.hostString()) &&
               hub.requestTexts().front().find("|13265=1|") != std::string::npos;
+    tivra_testkit::Client client(hub);
+    isRight = isRight && client.startAndWait() && client.ask(tivra::QUERYSNAP, 100, "IBM") == 0;
 #endif
     return isRight ? 0 : 1;
 }
