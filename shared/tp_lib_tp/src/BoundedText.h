@@ -81,4 +81,10 @@ private:
     std::size_t m_length = 0;
 };
 
+/// A variable's address, as "%p" takes it.
+template<class Type>
+const void* address(const Type* variable) noexcept {
+    return variable;
+}
+
 } // namespace tp

@@ -1,0 +1,125 @@
+#include "LogFile.h"
+
+#include "LogSinks.h"
+#include "LoggerOptions.h"
+
+#include <tp/Clock.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace tp {
+
+namespace {
+
+constexpr std::size_t nameSize = kEprintfNameMax + 1;
+// Descriptors below it belong to the standard streams, whatever the host process has done with them.
+constexpr int firstUsableDescriptor = 3;
+
+char eprintf_filename[nameSize] TP_GUARDED_BY(eprintf_mutex) = "eprintflog";
+char eprintf_failed_filename[nameSize + 16] TP_GUARDED_BY(eprintf_mutex) = "";
+int eprintf_current_file_date TP_GUARDED_BY(eprintf_mutex) = -1;
+int eprintf_fd TP_GUARDED_BY(eprintf_mutex) = -1;
+FILE* eprintf_file TP_GUARDED_BY(eprintf_mutex) = nullptr;
+
+// Reports once per name, or a log that can't be written would flood standard error.
+void reportOpenFailure(const char* name, int error) noexcept TP_REQUIRES(eprintf_mutex) {
+    if (std::strcmp(eprintf_failed_filename, name) == 0)
+        return;
+    std::snprintf(eprintf_failed_filename, sizeof eprintf_failed_filename, "%s", name);
+    internal_errorf("eprintf: Unable to open %s - errno = %d: %s\n", name, error, std::strerror(error));
+}
+
+// A file that can't be taken for a standard stream of the host, which may have closed its own.
+FILE* openForAppending(const char* name) noexcept {
+    int fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (fd >= 0 && fd < firstUsableDescriptor) {
+        const int low = fd;
+        fd = ::fcntl(low, F_DUPFD_CLOEXEC, firstUsableDescriptor);
+        const int error = errno;
+        ::close(low);
+        errno = error;
+    }
+    FILE* const file = fd < 0 ? nullptr : ::fdopen(fd, "a");
+    if (file == nullptr && fd >= 0)
+        ::close(fd);
+    return file;
+}
+
+} // namespace
+
+bool eprintf_set_filename(const char* filename) {
+    if (filename == nullptr)
+        filename = "";
+    const LoggerLock lock;
+    std::snprintf(eprintf_filename, sizeof eprintf_filename, "%s", filename);
+    return std::strlen(filename) <= kEprintfNameMax;
+}
+
+bool openLogFile() noexcept {
+    char name[sizeof eprintf_failed_filename];
+    BoundedText text(name, sizeof name);
+    text.append("%s", eprintf_filename);
+    tm local{};
+    if (hasOption(EPF_TIMESTAMP) && localNow(local)) {
+        char date[16];
+        std::strftime(date, sizeof date, "%m%d%Y", &local);
+        text.append(".%s", date);
+        eprintf_current_file_date = local.tm_yday;
+    }
+    eprintf_file = openForAppending(name);
+    if (eprintf_file == nullptr) {
+        eprintf_fd = -1;
+        reportOpenFailure(name, errno);
+        return false;
+    }
+    eprintf_fd = fileno(eprintf_file);
+    eprintf_failed_filename[0] = '\0';
+    return true;
+}
+
+void closeLogFile() noexcept {
+    if (eprintf_file != nullptr)
+        std::fclose(eprintf_file);
+    eprintf_file = nullptr;
+    eprintf_fd = -1;
+}
+
+void rollLogFile(const tm& local) noexcept {
+    if (local.tm_yday == eprintf_current_file_date)
+        return;
+    closeLogFile();
+    openLogFile();
+}
+
+FILE* logFile() noexcept {
+    return eprintf_file;
+}
+
+int logFileDescriptor() noexcept {
+    return eprintf_fd;
+}
+
+bool localNow(tm& local) noexcept {
+    const time_t seconds = static_cast<time_t>(Clock::now());
+    return localtime_r(&seconds, &local) != nullptr;
+}
+
+void dumpLogFile(BoundedText& text) noexcept {
+    text.appendCut("%p: static char eprintf_filename sizeof=%zu \"%s\"\n", address(&eprintf_filename),
+                   sizeof eprintf_filename, eprintf_filename);
+    text.appendCut("%p: static char eprintf_failed_filename sizeof=%zu \"%s\"\n",
+                   address(&eprintf_failed_filename), sizeof eprintf_failed_filename,
+                   eprintf_failed_filename);
+    text.appendCut("%p: static int eprintf_current_file_date sizeof=%zu %d\n",
+                   address(&eprintf_current_file_date), sizeof eprintf_current_file_date,
+                   eprintf_current_file_date);
+    text.appendCut("%p: static int eprintf_fd sizeof=%zu %d\n", address(&eprintf_fd), sizeof eprintf_fd,
+                   eprintf_fd);
+    text.appendCut("%p: static FILE* eprintf_file sizeof=%zu %p\n", address(&eprintf_file),
+                   sizeof eprintf_file, address(eprintf_file));
+}
+
+} // namespace tp
