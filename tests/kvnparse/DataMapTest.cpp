@@ -276,13 +276,16 @@ TEST(Exchange, LegacyTextIsTwoDigitsAndPerhapsALetter) {
                 {"05", 5},    {"7f", 127},  {"80", -1},   {"5", -1},     {"", -1},
                 {"0x", -1},   {"21A", -1},  {"21ab", -1}, {"zz", -1},    {"-1", -1}};
     for (const auto& row : rows) {
-        const Exchange* const exchange = map.lookupLegacyExchange(row.text);
+        Exchange* exchange = nullptr;
+        EXPECT_EQ(DataMapTools::parseExch(row.text, &map, exchange), row.id < 0 ? -1 : 0) << row.text;
         EXPECT_EQ(exchange != nullptr ? exchange->id : -1, row.id) << row.text;
     }
+    EXPECT_STREQ(tp::te_geterror(), "Exchange ID '-1' out of range.");
+    EXPECT_EQ(map.lookupLegacyExchange("-1"), nullptr);
     EXPECT_STREQ(tp::te_geterror(), "Invalid exchange id (-1)");
 }
 
-TEST(DataMapTools, ReadNumbersNamesAndExchanges) {
+TEST(DataMapTools, ReadNumbersAndNames) {
     TestMap map;
     const struct {
         const char* text;
@@ -304,11 +307,6 @@ TEST(DataMapTools, ReadNumbersNamesAndExchanges) {
     EXPECT_EQ(out, 5026);
     EXPECT_EQ(DataMapTools::parseToken("NONE", &map, nullptr, out), -1);
     EXPECT_STREQ(tp::te_geterror(), "Token name 'NONE' is unknown.");
-    Exchange* exchange = nullptr;
-    EXPECT_EQ(DataMapTools::parseExch("21a", &map, exchange), 0);
-    EXPECT_EQ(exchange, map.lookupExchange(1057));
-    EXPECT_EQ(DataMapTools::parseExch("5", &map, exchange), -1);
-    EXPECT_STREQ(tp::te_geterror(), "Exchange ID '5' out of range.");
 }
 
 } // namespace

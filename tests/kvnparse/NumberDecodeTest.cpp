@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <random>
@@ -49,7 +48,7 @@ private:
     GuardedBytes m_memory{1};
 };
 
-TEST_F(NumberDecode, IntegersAgreeWithFromCharsUpToTheirWrap) {
+TEST_F(NumberDecode, IntegersAreReadUpToTheirWrap) {
     expectInteger("", 0, 0);
     expectInteger("x1", 0, 0);
     expectInteger("0", 1, 0);
@@ -58,13 +57,9 @@ TEST_F(NumberDecode, IntegersAgreeWithFromCharsUpToTheirWrap) {
     expectInteger("000000000000000000000000000042", 30, 42);
     expectInteger("4294967296=x", 10, 4294967296);
     for (int n = 0; n < 100000; ++n) {
-        std::string text = std::to_string(m_random() >> m_random() % 64);
-        std::uint64_t value = 0;
-        std::from_chars(text.data(), text.data() + text.size(), value);
-        const std::size_t digits = text.size();
-        if (n % 2 == 0)
-            text += "|5026=17|2=x";
-        expectInteger(text, digits, value);
+        const std::uint64_t value = m_random() >> m_random() % 64;
+        const std::string text = std::to_string(value);
+        expectInteger(n % 2 == 0 ? text : text + "|5026=17|2=x", text.size(), value);
     }
 }
 

@@ -26,22 +26,16 @@ std::string textOf(const Writer& writer) {
     return std::string(static_cast<const char*>(buf), end);
 }
 
-template<class Int>
-std::string reference(Int value) {
-    char buf[32];
-    return {buf, std::to_chars(buf, buf + sizeof buf, value).ptr};
-}
-
 void expectInteger(std::uint64_t value) {
     const auto asSigned = static_cast<std::int64_t>(value);
-    ASSERT_EQ(textOf([=](char* buf) { return u64toa(buf, value); }), reference(value));
-    ASSERT_EQ(textOf([=](char* buf) { return i64toa(buf, asSigned); }), reference(asSigned));
-    ASSERT_EQ(textOf([=](char* buf) { return i64toa_wp(buf, asSigned, 1); }), reference(asSigned));
+    ASSERT_EQ(textOf([=](char* buf) { return u64toa(buf, value); }), std::to_string(value));
+    ASSERT_EQ(textOf([=](char* buf) { return i64toa(buf, asSigned); }), std::to_string(asSigned));
+    ASSERT_EQ(textOf([=](char* buf) { return i64toa_wp(buf, asSigned, 1); }), std::to_string(asSigned));
 }
 
 TEST(NumericText, IntegersOfEveryLengthAndTheirNeighboursAreWritten) {
-    expectInteger(0);
-    expectInteger(UINT64_MAX);
+    for (const std::uint64_t value : {UINT64_MAX, UINT64_MAX / 2, UINT64_MAX / 2 + 1})
+        expectInteger(value);
     std::uint64_t power = 1;
     for (int n = 0; n < 20; ++n, power *= 10) {
         for (const std::uint64_t value : {power - 1, power, power + 1, power * 7 + 3, 0 - power})
@@ -50,8 +44,6 @@ TEST(NumericText, IntegersOfEveryLengthAndTheirNeighboursAreWritten) {
     std::mt19937_64 random(1);
     for (int n = 0; n < 100000; ++n)
         expectInteger(random() >> random() % 64);
-    for (const std::int64_t value : {INT64_MIN, INT64_MAX})
-        expectInteger(static_cast<std::uint64_t>(value));
 }
 
 TEST(NumericText, WidthPadsAndNeverCuts) {
