@@ -2,13 +2,11 @@
 // and the process lives.
 #include "FuzzCheck.h"
 #include "hub/FakeHubSession.h"
+#include "hub/HubPeer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -29,44 +27,6 @@ struct QuietUser : tivra::UserEventHandler {
     void onUserEvent(const tivra::UserEvent&) override {}
 };
 
-/// The hub's side: one listener for all runs, one connection per run.
-class Hub {
-public:
-    Hub() {
-        tp::eprintf_ctrl(EPF_ENABLE, EPF_MUTE);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        if (::bind(m_listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-            ::listen(m_listener, 16) != 0 ||
-            ::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-            std::abort();
-        m_port = ntohs(address.sin_port);
-    }
-    [[nodiscard]] uint16_t port() const { return m_port; }
-
-    void accept() { m_fd = ::accept(m_listener, nullptr, nullptr); }
-    /// A reset, which leaves no waiting port behind.
-    void drop() {
-        const linger hard{1, 0};
-        ::setsockopt(m_fd, SOL_SOCKET, SO_LINGER, &hard, sizeof(hard));
-        ::close(m_fd);
-    }
-    void send(std::string_view bytes) const {
-        if (!bytes.empty() && ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0)
-            return;
-        char requests[4096];
-        while (::recv(m_fd, requests, sizeof(requests), MSG_DONTWAIT) > 0) {
-        }
-    }
-
-private:
-    int m_listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    int m_fd = -1;
-    uint16_t m_port = 0;
-};
-
 /// Lines as bodies in their frames, so that mutations of a text reach the handlers and not the framer alone.
 /// "PORT" in a line stands for the port of this hub, which a member of a group must name.
 std::string framesOf(std::string_view text, uint16_t port) {
@@ -79,10 +39,7 @@ std::string framesOf(std::string_view text, uint16_t port) {
     while (!lines.empty()) {
         const std::string_view body = lines.substr(0, lines.find('\n'));
         lines.remove_prefix(std::min(lines.size(), body.size() + 1));
-        frames += std::string("\x04\x20", 2);
-        for (const unsigned shift : {24U, 16U, 8U, 0U})
-            frames += static_cast<char>(body.size() >> shift & 0xFF);
-        frames.append(body) += '\x03';
+        frames += hubFrame(body);
     }
     return frames;
 }
@@ -100,7 +57,8 @@ void takeAll(HubClient& client) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static Hub hub;
+    tp::eprintf_ctrl(EPF_ENABLE, EPF_MUTE);
+    static HubPeer hub;
     static QuietUser quiet;
     static HostTable table;
     static auto connections =
@@ -130,7 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string stream =
         (flags & 32) != 0 ? std::string(input.rest()) : framesOf(input.rest(), hub.port());
     for (const std::string_view piece : fuzz::piecesOf(stream, seed)) {
-        hub.send(piece);
+        hub.sendRaw(piece);
+        while (hub.hasRequest())
+            static_cast<void>(hub.readRequest());
         takeAll(client);
         client.twentyFiveMsTick(0.0);
         reactor.handle_hub_requests(10);
@@ -143,6 +103,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::abort();
     if (client.isReady() && !client.isLoggedIn())
         std::abort();
-    hub.drop();
+    hub.reset(); // which leaves no waiting port
     return 0;
 }

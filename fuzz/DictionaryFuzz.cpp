@@ -2,7 +2,7 @@
 // by that dictionary up to the application, which asks for every value in every form. An input is lines of
 // bodies: rows up to the first empty line, then messages.
 #include "FuzzCheck.h"
-#include "ReadHandlerFakes.h"
+#include "receive/ReadHandlerFakes.h"
 
 #include "dictionary/BootstrapDictionary.h"
 #include "kvnparse/Parser.h"
@@ -92,19 +92,7 @@ struct Reading final : tivra::MessageEventHandler {
     std::uint64_t sum = 0;
 };
 
-AltIndexInfo index(int token, const char* value, tivra::Commands command, bool suppress) {
-    AltIndexInfo info;
-    info.kvnid = token;
-    info.srcid = 100;
-    info.value = value;
-    info.command = command;
-    info.suppressQuerySnapOutput = suppress;
-    return info;
-}
-
 } // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     tp::eprintf_ctrl(EPF_ENABLE, EPF_MUTE);
@@ -117,10 +105,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     session.handler = &application;
     session.hbSubscribed = true;
     session.commands = {{20, tivra::QUERYSNAP}, {21, tivra::SUBSCRIBE}};
-    session.altIndexes = {{30, {index(40, "A", tivra::SUBSCRIBE, true)}},
-                          {31, {index(40, "A", tivra::UNSUBSCRIBE, false)}},
-                          {32, {index(41, "", tivra::ADDALTERNATEINDEX, false)}},
-                          {33, {index(8, "1.5", tivra::QUERYSNAP, false)}}};
+    session.altIndexes = {{30, {{40, 100, "", "A", true, tivra::SUBSCRIBE}}},
+                          {31, {{40, 100, "", "A", false, tivra::UNSUBSCRIBE}}},
+                          {32, {{41, 100, "", "", false, tivra::ADDALTERNATEINDEX}}},
+                          {33, {{8, 100, "", "1.5", false, tivra::QUERYSNAP}}}};
     Queue queue(1, false, nullptr, 70);
     QueueReadHandler handler(&queue, session, nullptr, nullptr, hub, true);
     std::uint64_t delivered = 0;

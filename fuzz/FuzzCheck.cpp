@@ -20,11 +20,14 @@ void expectEqual(std::string_view what, std::string_view ours, std::string_view 
 }
 
 unsigned Input::byte() {
-    if (m_rest.empty())
-        return 0;
-    const auto value = static_cast<unsigned char>(m_rest.front());
-    m_rest.remove_prefix(1);
-    return value;
+    const std::string_view next = take(1);
+    return next.empty() ? 0 : static_cast<unsigned char>(next.front());
+}
+
+std::string_view Input::take(std::size_t count) {
+    const std::string_view taken = m_rest.substr(0, count);
+    m_rest.remove_prefix(taken.size());
+    return taken;
 }
 
 std::vector<std::string_view> piecesOf(std::string_view stream, unsigned seed) {

@@ -35,6 +35,8 @@ public:
 
     /// The next byte, 0 at the end.
     [[nodiscard]] unsigned byte();
+    /// The next bytes, as many as there are.
+    [[nodiscard]] std::string_view take(std::size_t count);
     [[nodiscard]] std::string_view rest() const { return m_rest; }
 
 private:

@@ -1,6 +1,7 @@
 // Arbitrary bytes in arbitrary pieces through the receive ring, anywhere around its end, with a consumer that
 // lags behind by an arbitrary number of frames; judged by a scan of the same bytes in one piece.
 #include "FuzzCheck.h"
+#include "kvnparse/ParserTestKit.h"
 
 #include "receive/FrameHandler.h"
 #include "receive/Queue.h"
@@ -57,14 +58,6 @@ std::string scan(std::string_view stream) {
     }
 }
 
-std::string filler(std::size_t size) {
-    const std::size_t length = size - HEADER - 1;
-    std::string frame("\x04 ");
-    for (const int shift : {24, 16, 8, 0})
-        frame += static_cast<char>(length >> shift & 0xff);
-    return frame.append(length, 'f') + '\x03';
-}
-
 /// Puts bytes into the ring as reads of a socket would, which stop at the ring's end.
 class Feeder {
 public:
@@ -102,17 +95,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     // Made once: a run is short, and a megabyte is much to allocate.
     static Queue queue(1, false, nullptr, 70);
-    static const std::string longFiller = filler(MAX_BODY / 2);
     Listing listing;
     queue.setQueueHandler(&listing);
     queue.reset();
     Feeder feeder(queue);
     // Frames of no interest take the ring to the place where the stream begins.
     for (std::size_t left = RING - distance; left > 0;) {
-        const bool isLast = left <= MAX_BODY;
-        feeder.feed(isLast ? filler(left) : longFiller);
+        const std::size_t part = left <= MAX_BODY ? left : MAX_BODY / 2;
+        feeder.feed(kvnparse_test::frameOf(std::string(part - HEADER - 1, 'f')));
         popAll(queue);
-        left -= isLast ? left : longFiller.size();
+        left -= part;
     }
 
     listing.listens = true;

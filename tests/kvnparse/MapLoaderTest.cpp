@@ -1,37 +1,19 @@
-#include "kvnparse/MapLoader.h"
+#include "ParserTestKit.h"
+
 #include "kvnparse/DataMap.h"
+#include "kvnparse/MapLoader.h"
 
 #include <tp/te_error.h>
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 #include <string_view>
 
 namespace {
 
 using namespace KVNAPI;
-
-/// The tokens of a map by number, a line each.
-std::string contentOf(DataMap& map) {
-    std::map<int, std::string> tokens;
-    DataMap::iterator walk(&map);
-    while (const Token* const token = walk.next()) {
-        std::string& line = tokens[token->kvnid];
-        line = std::to_string(token->kvnid) + ' ' + token->name + ' ' + "ids"[token->storage];
-        for (const auto& [flag, letter] :
-             {std::pair(token->hidden, " hidden"), std::pair(token->passthrough, " through"),
-              std::pair(token->priceNormalize, " normal")})
-            line += flag != 0 ? letter : "";
-        if (map.getShortName(token) != token->name)
-            line.append(" short ").append(map.getShortName(token));
-    }
-    std::string lines;
-    for (const auto& [number, line] : tokens)
-        lines += line + '\n';
-    return lines;
-}
+using kvnparse_test::contentOf;
 
 /// The map that comes of a text, or the error and what the map had by then.
 std::string loaded(std::string_view text) {

@@ -3,10 +3,13 @@
 #include "kvnparse/Denom.h"
 #include "kvnparse/Exchange.h"
 
+#include <tp/te_error.h>
+
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <sstream>
-#include <vector>
+#include <stdexcept>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -15,13 +18,25 @@ namespace kvnparse_test {
 
 using KVNAPI::Token;
 
+Token* TextMap::add(int number, const char* name, unsigned storage) {
+    Token token;
+    token.kvnid = number;
+    token.name = name;
+    token.storage = storage & 3U;
+    Token* const added = addToken(&token);
+    if (added == nullptr)
+        throw std::logic_error(name);
+    return added;
+}
+
+void TextMap::addAll(unsigned storage, const char* numbersAndNames) {
+    std::istringstream rows(numbersAndNames);
+    int number = 0;
+    for (std::string name; rows >> number >> name;)
+        add(number, name.c_str(), storage);
+}
+
 TestMap::TestMap() {
-    const auto addAll = [this](unsigned storage, const char* numbersAndNames) {
-        std::istringstream rows(numbersAndNames);
-        int number = 0;
-        for (std::string name; rows >> number >> name;)
-            add(number, name.c_str(), storage);
-    };
     addAll(Token::TY_INT, "1 PLAIN.INT  3 PERMISSION  4 ENUM.SRC.ID  6 REFRESH  10 ENUM.DISPLAY.PRECISION "
                           "5001 ENUM.QUERY.STATUS  5004 TOKEN.DEL  5026 QUERY.TAG  20000 HIGH.INT");
     addAll(Token::TY_DOUBLE, "7 PLAIN.DOUBLE  8 BID");
@@ -74,6 +89,45 @@ std::string describe(const KVNAPI::Message& message) {
     for (const std::string& part : parts)
         line.append(line.empty() ? "" : " ").append(part);
     return line;
+}
+
+std::string encoded(KVNAPI::Encoder& encoder, const KVNAPI::Message& message, std::size_t room) {
+    const auto bytes = std::make_unique<char[]>(room);
+    KVNAPI::bufref out(bytes.get(), room);
+    switch (encoder.encode(&out, &message)) {
+    case 0:
+        return std::string(out.view());
+    case 1:
+        return out.len == 0 ? "nothing" : "a length without bytes";
+    default:
+        return out.len == room ? tp::te_geterror() : "a length after a failure";
+    }
+}
+
+std::vector<KVNAPI::BodyParserForm> formsHere() {
+    std::vector<KVNAPI::BodyParserForm> forms;
+    for (const KVNAPI::BodyParserForm* form = KVNAPI::BODY_PARSER_FORMS; form->name != nullptr; ++form)
+        if (form->runsHere())
+            forms.push_back(*form);
+    return forms;
+}
+
+std::string contentOf(KVNAPI::DataMap& map) {
+    std::map<int, std::string> tokens;
+    KVNAPI::DataMap::iterator walk(&map);
+    while (const Token* const token = walk.next()) {
+        std::string& line = tokens[token->kvnid];
+        line = std::string(token->sid) + ' ' + token->name + ' ' + "ids"[token->storage];
+        line += token->hidden ? " hidden" : "";
+        line += token->passthrough ? " through" : "";
+        line += token->priceNormalize ? " normal" : "";
+        if (const std::string_view shortName = map.getShortName(token); shortName != token->name)
+            line.append(" short ").append(shortName);
+    }
+    std::string lines;
+    for (const auto& [number, line] : tokens)
+        lines += line + '\n';
+    return lines;
 }
 
 GuardedBytes::GuardedBytes(std::size_t capacity)
