@@ -24,7 +24,7 @@ auto row(const char* name, const char* type = nullptr, size_t length = 0) {
     };
 }
 
-TEST(DictionaryCache, OnlyTheFirstDownloadersVersionEntersTheCache) {
+TEST(DictionaryCache, OnlyTheFirstDownloadersVersionEntersItUntilItIsReset) {
     DictionaryCache cache;
     EXPECT_EQ(cache.find("1.0").rows, nullptr);
     EXPECT_TRUE(cache.claimVersion("1.0"));
@@ -32,35 +32,30 @@ TEST(DictionaryCache, OnlyTheFirstDownloadersVersionEntersTheCache) {
     EXPECT_TRUE(cache.claimVersion("1.0"));
     EXPECT_EQ(cache.find("1.1").rows, nullptr);
     EXPECT_NE(cache.find("1.0").rows, nullptr);
+    EXPECT_FALSE(cache.hasInitialDIC());
+    cache.setInitialDIC();
+    EXPECT_TRUE(cache.hasInitialDIC());
+    cache.reset();
+    EXPECT_FALSE(cache.hasInitialDIC());
+    EXPECT_EQ(cache.find("1.0").rows, nullptr);
+    EXPECT_TRUE(cache.claimVersion("2.0"));
 }
 
-TEST(DictionaryCache, ADuplicateRowLeavesTheFirstAsItStands) {
+TEST(DictionaryCache, TheFirstRowOfANumberStandsAndAnotherVersionLoadsFromItsOwnRows) {
     DictionaryCache cache;
     ASSERT_TRUE(cache.claimVersion("1.0"));
     EXPECT_EQ(cache.addRow("1.0", 100, row("PRICE", "FLOAT", 20)), TokenRows::Added::Row);
     EXPECT_EQ(cache.addRow("1.0", 100, row("OTHER", "STRING", 5)), TokenRows::Added::Duplicate);
-    EXPECT_EQ(cache.find("1.0").size, 1U);
+    TokenRows local;
+    ASSERT_EQ(local.add(100, row("LOCAL", "STRING")), TokenRows::Added::Row);
 
-    MetaTokenMap map;
-    EXPECT_EQ(cache.loadDic("1.0", TokenRows{}, map, "hub"), 1);
-    const MetaToken* const token = MetaToken::cast(map.lookupTokenViaNum(100));
+    MetaTokenMap shared, own;
+    EXPECT_EQ(cache.loadDic("1.0", local, shared, "hub"), 1);
+    const MetaToken* const token = MetaToken::cast(shared.lookupTokenViaNum(100));
     ASSERT_NE(token, nullptr);
     EXPECT_STREQ(token->name, "PRICE");
     EXPECT_EQ(token->getKVNType(), KVN_FLOAT);
     EXPECT_EQ(token->getTokenLength(), 20U);
-}
-
-TEST(DictionaryCache, AnotherVersionLoadsFromItsOwnRows) {
-    DictionaryCache cache;
-    ASSERT_TRUE(cache.claimVersion("1.0"));
-    ASSERT_EQ(cache.addRow("1.0", 100, row("SHARED", "STRING")), TokenRows::Added::Row);
-    TokenRows local;
-    ASSERT_EQ(local.add(100, row("LOCAL", "STRING")), TokenRows::Added::Row);
-
-    MetaTokenMap shared;
-    cache.loadDic("1.0", local, shared, "hub");
-    EXPECT_STREQ(shared.tokenName(100), "SHARED");
-    MetaTokenMap own;
     cache.loadDic("1.1", local, own, "hub");
     EXPECT_STREQ(own.tokenName(100), "LOCAL");
 }
@@ -113,19 +108,6 @@ TEST(TokenRows, KeepsTextsAndCountWithinTheirLimits) {
     EXPECT_EQ(rows.add(-1, row(nullptr)), TokenRows::Added::Full);
     EXPECT_EQ(rows.add(2, row(nullptr)), TokenRows::Added::Duplicate);
     EXPECT_EQ(rows.size(), TokenRows::kMaxRows);
-}
-
-TEST(DictionaryCache, ResetMakesTheNextHubDownloadAgain) {
-    DictionaryCache cache;
-    EXPECT_FALSE(cache.hasInitialDIC());
-    ASSERT_TRUE(cache.claimVersion("1.0"));
-    ASSERT_EQ(cache.addRow("1.0", 100, row("PRICE")), TokenRows::Added::Row);
-    cache.setInitialDIC();
-    EXPECT_TRUE(cache.hasInitialDIC());
-    cache.reset();
-    EXPECT_FALSE(cache.hasInitialDIC());
-    EXPECT_EQ(cache.find("1.0").rows, nullptr);
-    EXPECT_TRUE(cache.claimVersion("2.0"));
 }
 
 TEST(DictionaryCache, TwoHubsThatDownloadAtOnceBothEndUpComplete) {
