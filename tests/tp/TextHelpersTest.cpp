@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 namespace {
@@ -37,16 +36,6 @@ TEST(TeError, LongTextsAreCutAndOwnTextMayBeAnArgument) {
     EXPECT_EQ(std::string(tp::te_geterror()), std::string(4095, 'x'));
     tp::te_error_safe("wrapped: %s", tp::te_geterror());
     EXPECT_EQ(std::string(tp::te_geterror()), "wrapped: " + std::string(4095 - 9, 'x'));
-}
-
-TEST(TeError, ConstantsAreStoredAsGivenAndFillHandsOutTheBuffer) {
-    static const char text[] = "Invalid option name";
-    tp::te_seterror(text);
-    EXPECT_EQ(tp::te_geterror(), text);
-    const std::span<char> buffer = tp::te_fill();
-    ASSERT_EQ(buffer.size(), 4096U);
-    std::strcpy(buffer.data(), "composed");
-    EXPECT_STREQ(tp::te_geterror(), "composed");
 }
 
 } // namespace
