@@ -44,6 +44,17 @@ inline constexpr std::array<CommandRow, 24> COMMAND_TABLE{{
     {tivra::SETL2CONFLATIONINTERVAL, "SetL2ConflationInterval", false, false, false},
 }};
 
+static_assert(
+    [] {
+        std::size_t index = 0;
+        for (const CommandRow& row : COMMAND_TABLE) {
+            if (static_cast<std::size_t>(row.command) != index++)
+                return false;
+        }
+        return true;
+    }(),
+    "a command isn't at the index of its value");
+
 /// The row of a command; null for a value outside the table.
 [[nodiscard]] constexpr const CommandRow* findCommand(tivra::Commands command) noexcept {
     const auto index = static_cast<std::size_t>(command);

