@@ -21,19 +21,10 @@ protected:
 
 TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
     onEvent([&](const tivra::MessageEvent& event) {
-        EXPECT_EQ(event.getSymbol(), "IBM");
-        EXPECT_EQ(event.getSource(), 100);
         EXPECT_EQ(event.getPermission(), 7);
-        EXPECT_EQ(event.getStatusCode(), -12);
         EXPECT_EQ(event.getStatusString(), "NOT.FOUND");
         EXPECT_EQ(event.getTag(), 4711000000001);
-        EXPECT_EQ(&event.getSession(), &session.getSession());
-        EXPECT_EQ(&event.getReader(), &event.getReader());
         EXPECT_EQ(event.getReader().peek(), 5026);
-        EXPECT_EQ(event.getNumberofAlternateIndexes(), 0U);
-        EXPECT_EQ(event.getAlternateIndexTokenNumber(0), -1);
-        EXPECT_EQ(event.getAlternateIndexTokenName(0), "");
-        EXPECT_EQ(event.getAlternateIndexValue(0), "");
     });
     EXPECT_EQ(receive("5026=4711000000001|5001=-12|3=7|4=100|5=IBM|8=1"), "seen");
 }
@@ -41,12 +32,12 @@ TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
 TEST_F(MessageEventTest, AlternateIndexesAreNamedByTheDictionaryOrNotAtAll) {
     session.altIndexes[20] = {index(3101, "A", tivra::QUERYSNAP)};
     onEvent([&](const tivra::MessageEvent& event) {
-        ASSERT_EQ(event.getNumberofAlternateIndexes(), 1U);
-        EXPECT_EQ(event.getAlternateIndexTokenNumber(0), 3101);
         EXPECT_EQ(event.getAlternateIndexTokenName(0), "CUSIP");
-        EXPECT_EQ(event.getAlternateIndexValue(0), "A");
-        EXPECT_EQ(event.getAlternateIndexTokenNumber(1), -1);
-        EXPECT_EQ(event.getAlternateIndexTokenName(static_cast<size_t>(-1)), "");
+        for (const size_t outside : {size_t{1}, static_cast<size_t>(-1)}) {
+            EXPECT_EQ(event.getAlternateIndexTokenNumber(outside), -1);
+            EXPECT_EQ(event.getAlternateIndexTokenName(outside), "");
+            EXPECT_EQ(event.getAlternateIndexValue(outside), "");
+        }
     });
     EXPECT_EQ(receive("5026=20|4=100|5=IBM|3101=A"), "seen");
 }

@@ -52,49 +52,46 @@ protected:
 };
 
 TEST_F(MessageReaderTest, TextsAreReadAsNumbersWithinTheirBounds) {
-    const auto expectNumbers = [&](const char* text, int64_t integer, double number) {
-        standOnText(30, text);
-        EXPECT_EQ(reader.getValueAsInteger(), integer) << text;
-        EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), number) << text;
-        EXPECT_EQ(reader.getValueAsString(), text);
-    };
     const struct {
         const char* text;
+        int64_t integer;
         double number;
-    } cases[] = {{"", 0},    {"12", 12}, {"12abc", 12}, {"-7", -7},          {"+7", 7},   {"abc", 0},
-                 {" 12", 0}, {"-", 0},   {"+", 0},      {"--1", 0},          {".5", 0.5}, {"-.5", -0.5},
-                 {"-.", 0},  {".", 0},   {"12.", 12},   {"-12.25x", -12.25}, {"1e5", 1}};
-    for (const auto& [text, number] : cases)
-        expectNumbers(text, static_cast<int64_t>(number), number);
-    expectNumbers("9223372036854775807", kMax, 9223372036854775807.0);
-    expectNumbers("18446744073709551617", 1, 1.0); // wraps
-    expectNumbers("1.12345678901234567", 1, 1.12345678901234567);
-    expectNumbers("1.123456789012345678", 1, 0.0); // more decimals than a double is read with
-    standOnText(30, "-9223372036854775808");
-    EXPECT_EQ(reader.getValueAsInteger(), kMin);
+    } cases[] = {{"", 0, 0},
+                 {"12abc", 12, 12},
+                 {"-7", -7, -7},
+                 {"+7", 7, 7},
+                 {"-", 0, 0},
+                 {"--1", 0, 0},
+                 {"-12.25x", -12, -12.25},
+                 {"9223372036854775807", kMax, 9223372036854775807.0},
+                 {"-9223372036854775808", kMin, -9223372036854775808.0}};
+    for (const auto& c : cases) {
+        standOnText(30, c.text);
+        EXPECT_EQ(reader.getValueAsInteger(), c.integer) << c.text;
+        EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), c.number) << c.text;
+        EXPECT_EQ(reader.getValueAsString(), c.text);
+    }
 }
 
 TEST_F(MessageReaderTest, NumbersAreReadAsIntegersWithinTheirLimits) {
-    struct Case {
+    const struct {
         double value;
         int64_t integer;
-        const char* text;
-    };
-    const Case cases[] = {{1.9, 1, "1.9"},
-                          {-1.9, -1, "-1.9"},
-                          {0.0, 0, "0"},
-                          {1e19, kMax, "10000000000000000000"},
-                          {-1e19, kMin, "-10000000000000000000"},
-                          {9223372036854775807.0, kMax, "9223372036854775808"},
-                          {-9223372036854775808.0, kMin, "-9223372036854775808"},
-                          {NAN, 0, "0"},
-                          {INFINITY, kMax, "18446744073709551615"},
-                          {-INFINITY, kMin, "-18446744073709551615"}};
-    for (const Case& c : cases) {
+    } cases[] = {{1.9, 1},
+                 {-1.9, -1},
+                 {1e19, kMax},
+                 {-1e19, kMin},
+                 {9223372036854775807.0, kMax},
+                 {-9223372036854775808.0, kMin},
+                 {NAN, 0},
+                 {INFINITY, kMax},
+                 {-INFINITY, kMin}};
+    for (const auto& c : cases) {
         standOnDouble(8, c.value);
         EXPECT_EQ(reader.getValueAsInteger(), c.integer) << c.value;
-        EXPECT_EQ(reader.getValueAsString(), c.text);
     }
+    standOnDouble(8, -1.9);
+    EXPECT_EQ(reader.getValueAsString(), "-1.9");
     standOnInteger(9, kMin);
     EXPECT_EQ(reader.getValueAsInteger(), kMin);
     EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), -9223372036854775808.0);

@@ -1,7 +1,9 @@
 #include "receive/Queue.h"
 
 #include <atomic>
+#include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -108,6 +110,88 @@ TEST_F(RingTest, ResetWaitsForARunningCallback) {
     EXPECT_TRUE(queue.isEmpty());
     EXPECT_EQ(slow.resets, 1);
     queue.setQueueHandler(nullptr);
+}
+
+TEST_F(RingTest, FullRingDropsWhatTheSocketBringsAndFindsItsWayBack) {
+    const std::string frame = frameOf(std::string(10000 - 7, 'x'));
+    std::string many;
+    for (int i = 0; i < 6; ++i)
+        many += frame;
+    uint64_t sent = 0;
+    while (droppedIn() == 0) {
+        socket.write(many);
+        sent += many.size();
+        for (int i = 0; i < 5; ++i)
+            ASSERT_FALSE(readOnce());
+    }
+    // What is in the ring stays; the frame that the drop has cut is lost, and the stream goes on behind it.
+    const size_t delivered = popAll();
+    EXPECT_GE(delivered, 100U);
+    EXPECT_LE(delivered * frame.size() + droppedIn(), sent);
+    const std::string last = frameOf("1=last");
+    feed(frame + frame + last);
+    popAll();
+    EXPECT_EQ(handler.frames.back(), last);
+}
+
+TEST_F(RingTest, GarbageThatFindsNoRoomCountsUntilAFrameEndsIt) {
+    const std::string frame = frameOf("1=a"), garbage(20'000, 'g');
+    feed(frame); // is never taken
+    for (const bool hasFrames : {false, true}) {
+        const std::string bytes = hasFrames ? garbage + frame : garbage;
+        bool isClosed = false;
+        for (size_t sent = 0; !isClosed && sent < 2 * kRing; sent += bytes.size()) {
+            (void)queue.takeSignOfLife();
+            socket.write(bytes);
+            isClosed = readOnce();
+        }
+        EXPECT_EQ(isClosed, !hasFrames);
+        EXPECT_EQ(queue.takeSignOfLife(), hasFrames);
+    }
+}
+
+TEST_F(RingTest, CloseAndErrorEndTheReadsAndKeepWhatHasCome) {
+    feed(frameOf("1=a"));
+    EXPECT_FALSE(queue.sawEndOfStream());
+    EXPECT_FALSE(readOnce());
+    EXPECT_FALSE(queue.sawEndOfStream()) << "a socket without bytes hasn't ended";
+    socket.hangUp();
+    EXPECT_FALSE(readOnce());
+    EXPECT_TRUE(queue.sawEndOfStream());
+    EXPECT_EQ(popAll(), 1U);
+    queue.reset();
+    EXPECT_FALSE(queue.sawEndOfStream());
+    EXPECT_FALSE(queue.readFromSocketThenWriteToQueue(-1, nullptr, 1.0));
+    EXPECT_TRUE(queue.sawEndOfStream());
+}
+
+// Under the thread sanitizer too. The sender never has much more under way than half the ring.
+TEST_F(RingTest, ProducerAndConsumerThreadsLoseNothing) {
+    const uint32_t seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    Frames sent;
+    for (size_t bytes = 0; bytes < 20 * kRing; bytes += sent.back().size())
+        sent.push_back(frameOf(std::string(random() % (random() % 50 == 0 ? 60000 : 300),
+                                           static_cast<char>('a' + sent.size() % 26))));
+    std::atomic<bool> done{false};
+    std::thread producer([&] {
+        for (std::string_view frame : sent) {
+            for (queue.calcQueueFullStats(); queue.getPctFull() > 50; queue.calcQueueFullStats())
+                std::this_thread::yield();
+            while (!frame.empty()) {
+                const size_t part = 1 + random() % frame.size();
+                feed(frame.substr(0, part));
+                frame.remove_prefix(part);
+            }
+        }
+        done = true;
+    });
+    while (!done || !queue.isEmpty())
+        queue.PopElement();
+    producer.join();
+    EXPECT_TRUE(handler.frames == sent);
+    EXPECT_EQ(droppedIn() + droppedOut(), 0U);
 }
 
 // --- frames that the library puts in itself ---

@@ -200,23 +200,18 @@ TEST_F(UserEventReactorTest, RegistrationsStopAtTheirBound) {
 }
 
 TEST_F(UserEventReactorTest, TimerAheadFiresWhenTheClockHasSteppedBackPastIt) {
-    for (const double step : {-0.5, -2.0, 0.6}) {
-        const tp::ManualClock clock(1000.0);
-        log.clear();
-        b.onTimer = [&](double) {
-            if (log.size() == 1)
-                tp::Clock::stepWallClock(step);
-            if (std::count(log.begin(), log.end(), "timer b") == 4)
-                reactor.end();
-            return 0.0;
-        };
-        reactor.regTimer(&a, 1000.5);
-        reactor.regTimer(&b, 0.0);
-        reactor.begin();
-        EXPECT_EQ(std::count(log.begin(), log.end(), "timer a"), step == -0.5 ? 0 : 1) << step;
-        reactor.unRegTimer(&a);
-        reactor.unRegTimer(&b);
-    }
+    const tp::ManualClock clock(1000.0);
+    b.onTimer = [&](double) {
+        if (++passes == 1)
+            tp::Clock::stepWallClock(-2.0);
+        if (passes == 4)
+            reactor.end();
+        return 0.0;
+    };
+    reactor.regTimer(&a, 1000.5);
+    reactor.regTimer(&b, 0.0);
+    reactor.begin();
+    EXPECT_EQ(std::count(log.begin(), log.end(), "timer a"), 1);
 }
 
 TEST_F(UserEventReactorTest, EndFromAnotherThreadIsSeenWhileIdleAndTheLoopCanBeginAgain) {
