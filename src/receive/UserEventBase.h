@@ -41,9 +41,6 @@ public:
     /// Whether another `readableEvent` would find data; false lets the reactor ask the queue table.
     [[nodiscard]] virtual bool isStillReadable() const noexcept { return false; }
 
-    [[nodiscard]] bool hasQueue() const noexcept { return m_pollPos != nullptr; }
-    [[nodiscard]] bool hasTimer() const noexcept { return m_timerPos != nullptr; }
-
 private:
     friend class UserEventReactor;
     template<class Event, class Wake, int capacity>
