@@ -31,7 +31,6 @@ TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
     client.session().registerStatisticsEventHandler(&client, 1);
     std::atomic<bool> isSlow{true};
     std::atomic<int> number{0}; // of the next update
-    std::atomic<int> updates{0};
     std::atomic<bool> isMerged{false};
     std::atomic<int> last{-1};
     client.messageHook = [&](const tivra::MessageEvent& event) {
@@ -43,7 +42,6 @@ TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
         EXPECT_GT(bid, last);
         if (bid > last + 1)
             isMerged = true;
-        ++updates;
         last = bid;
         client.notify();
     };
@@ -67,19 +65,8 @@ TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
     EXPECT_TRUE(isMerged);
     isSlow = false;
     EXPECT_TRUE(client.waitForSessionEvent("JIT_STOP"));
-    const auto catchUp = [&] { return client.waitUntil([&] { return last == number - 1; }); };
-    EXPECT_TRUE(catchUp()) << "the last value arrives";
+    EXPECT_TRUE(client.waitUntil([&] { return last == number - 1; })) << "the last value arrives";
     EXPECT_EQ(hub.statistics().accepted, 1U);
-    // The hub may have begun once more on a report that was on its way.
-    int alone = 0;
-    while (alone < 10 && std::chrono::steady_clock::now() < end) {
-        alone = -updates;
-        for (int more = 0; more < 10; ++more)
-            publish();
-        ASSERT_TRUE(catchUp());
-        alone += updates;
-    }
-    EXPECT_EQ(alone, 10) << "each one comes again";
 }
 
 INSTANTIATE_TEST_SUITE_P(E2E, JustInTime, testing::Values(3L, 4L));

@@ -3,18 +3,13 @@
 #include "Process.h"
 #include "Pump.h"
 
-#include <csignal>
 #include <cstdlib>
-#include <fstream>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-using testing::HasSubstr;
 using tivra_sim::Hub;
 using tivra_sim::Record;
 namespace token = tivra_sim::token;
@@ -113,31 +108,6 @@ TEST_F(RunningTest, ForkLeavesTheParentRunning) {
     }
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "BAC"), 0);
     EXPECT_EQ(hub.statistics().accepted, 1U);
-}
-
-TEST(Process, WithTwoThousandDescriptors) {
-    rlimit limit{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    if (limit.rlim_max < 2200)
-        GTEST_SKIP() << "only " << limit.rlim_max << " descriptors are allowed here";
-    const rlimit before = limit;
-    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, 2200);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<int> held;
-    while (held.size() < 2000)
-        held.push_back(::dup(STDERR_FILENO));
-    EXPECT_GT(held.back(), 1999);
-    {
-        StartedHub hub;
-        Client client(hub);
-        EXPECT_TRUE(client.startAndWait());
-        EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-        hub.dropConnections();
-        EXPECT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
-    }
-    for (const int descriptor : held)
-        ::close(descriptor);
-    ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
 /// Runs a session with data in flight and ends the process in the middle of it.

@@ -138,10 +138,8 @@ bool RecordingApp::waitForMessage(const std::function<bool(const SeenMessage&)>&
 }
 
 bool RecordingApp::waitForEnd(std::int64_t tag) const {
-    return waitForMessage([tag](const SeenMessage& message) {
-        return message.tag == tag &&
-               (message.type == MessageEvent::STATUS || message.type == MessageEvent::IMAGE_COMPLETE);
-    });
+    return waitForMessage(
+        [tag](const SeenMessage& message) { return message.tag == tag && message.isEnd(); });
 }
 
 bool RecordingApp::waitForUpdates(std::size_t count) const {

@@ -47,6 +47,10 @@ struct SeenMessage {
 
     explicit SeenMessage(const tivra::MessageEvent& event);
 
+    /// Whether it ends a request: a status or the end of an image.
+    bool isEnd() const {
+        return type == tivra::MessageEvent::STATUS || type == tivra::MessageEvent::IMAGE_COMPLETE;
+    }
     /// The text of the first field of `token`, empty when there is none.
     std::string field(int token) const;
 };
@@ -81,7 +85,6 @@ public:
 
     bool waitForSessionEvent(const std::string& text, std::size_t times = 1) const;
     bool waitForUserEvents(std::size_t count) const;
-    /// Waits for the message that ends a request, a status or the end of an image.
     bool waitForEnd(std::int64_t tag) const;
     bool waitForMessage(const std::function<bool(const SeenMessage&)>& predicate) const;
     bool waitForUpdates(std::size_t count) const;
