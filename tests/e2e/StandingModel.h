@@ -3,12 +3,39 @@
 #include <array>
 #include <map>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
-#include "StandingHistory.h"
+#include <tivra.h>
 
-namespace standing {
+#include "History.h"
+
+namespace history {
+
+/// What a sequence's thing is at the group.
+struct Target {
+    int source = 0;
+    std::string name;              ///< symbol or pattern; empty when named by `cusip`
+    std::string cusip;             ///< an alternate identifier
+    std::string symbol;            ///< that the group has for it; empty for none
+    std::set<std::size_t> asked;   ///< members that a request reaches
+    std::set<std::size_t> holders; ///< of these, the ones that accept it
+};
+
+Target targetOf(int sequence, int thing);
+
+/// The command and the pairs of a subscription or snapshot.
+struct Asking {
+    tivra::Commands command = tivra::SUBSCRIBE;
+    std::string word; ///< as it goes to a hub
+    std::vector<std::pair<int, std::string>> pairs;
+
+    /// The whole text as a hub gets it.
+    [[nodiscard]] std::string text(std::int64_t tag) const;
+};
+
+Asking askingOf(const Step& step);
 
 /// What must stand after the steps of a history, whatever the order in which hubs, threads and losses met.
 ///
@@ -29,7 +56,7 @@ public:
 
     [[nodiscard]] Live live(int sequence, int thing, std::size_t member) const;
     /// The subscriptions that stand, in the order in which they were asked for.
-    [[nodiscard]] std::vector<std::size_t> standing() const;
+    [[nodiscard]] std::set<std::size_t> standing() const;
 
 private:
     struct State {
@@ -43,4 +70,4 @@ private:
     std::set<std::size_t> m_ended;
 };
 
-} // namespace standing
+} // namespace history
