@@ -1,8 +1,5 @@
-#include "RawClient.h"
+#include "SimTest.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,19 +9,21 @@ using testing::ElementsAre;
 
 namespace {
 
-const std::string LOGIN =
-    "5026=1|5022=LoginUser|5028=demo|5029=demo|13265=1|5053=V1.7.0.1|5129=C++|5128=Linux";
-const std::string ECHO = "5026=20|5022=Echo";
-const std::string ECHOED = "5026=20|5001=0";
-
-} // namespace
+const std::string kLogin = "5026=1|5022=LoginUser|5028=demo|5029=demo|13265=1";
+const std::string kEcho = "5026=20|5022=Echo";
+const std::string kEchoed = "5026=20|5001=0";
 
 TEST(Compression, StreamBeginsWithTheLoginsAnswerAndAllFollowsInIt) {
-    Hub hub(quietConfig());
-    hub.start();
+    StartedHub hub;
+    LoggedIn other(hub, true);
+    LoggedIn plain(hub);
     RawClient client(hub);
     client.expectCompression();
-    EXPECT_THAT(client.ask(LOGIN), ElementsAre("5026=1|5001=0"));
+    // A client that asked for it can read nothing else, a refusal included.
+    hub.refuseLogin(status::TOO_MANY_LOGINS, 1);
+    EXPECT_EQ(client.statusOf(kLogin), status::TOO_MANY_LOGINS);
+    EXPECT_EQ(client.statusOf("5026=1|5022=LoginUser|5028=demo|5029=wrong|13265=1"), status::BAD_LOGIN);
+    EXPECT_THAT(client.ask(kLogin), ElementsAre("5026=1|5001=0"));
     const std::vector<std::string> dictionary = client.ask("5026=6|5022=ListInternalTokens");
     EXPECT_EQ(dictionary.size(), hub.config().dictionary.size() + 1);
     EXPECT_EQ(client.statusOf("5026=30|5022=Subscribe|4=100|5=IBM"), status::SUCCESS);
@@ -33,141 +32,80 @@ TEST(Compression, StreamBeginsWithTheLoginsAnswerAndAllFollowsInIt) {
     hub.sendRaw(encodeFrame("1=raw"));
     EXPECT_EQ(client.next(), "1=raw");
     // What the hub sent is smaller than its texts.
-    std::size_t plain = 0;
+    std::size_t length = 0;
     for (const std::string& body : dictionary)
-        plain += body.size();
-    EXPECT_LT(hub.statistics().bytesSent, plain / 2);
-}
-
-TEST(Compression, EachConnectionHasItsOwnStreamAndMayHaveNone) {
-    Hub hub(quietConfig());
-    hub.start();
-    RawClient first(hub);
-    RawClient second(hub);
-    RawClient plain(hub);
-    for (RawClient* client : {&first, &second}) {
-        client->expectCompression();
-        client->ask(LOGIN);
-        client->ask("5026=6|5022=ListInternalTokens");
-    }
-    plain.logIn();
-    for (RawClient* client : {&second, &plain, &first})
-        EXPECT_THAT(client->ask(ECHO), ElementsAre(ECHOED));
-}
-
-/// A client that asked for it can read nothing else, a refusal included.
-TEST(Compression, RefusalsAndScriptedAnswersAreCompressedToo) {
-    Hub hub(quietConfig());
-    hub.start();
-    RawClient client(hub);
-    client.expectCompression();
-    hub.refuseLogin(status::TOO_MANY_LOGINS, 1);
-    EXPECT_EQ(client.statusOf(LOGIN), status::TOO_MANY_LOGINS);
-    EXPECT_EQ(client.statusOf("5026=1|5022=LoginUser|5028=demo|5029=wrong|13265=1"), status::BAD_LOGIN);
-    EXPECT_EQ(client.statusOf(LOGIN), status::SUCCESS);
+        length += body.size();
+    EXPECT_LT(hub.statistics().bytesSent, length / 2);
+    // Each connection has its own stream, or none.
+    for (LoggedIn* each : {&other, &plain})
+        EXPECT_THAT(each->ask(kEcho), ElementsAre(kEchoed));
 }
 
 TEST(Compression, IsRefusedPlainlyWhereItCannotBe) {
     HubConfig config = quietConfig();
     config.compression = false;
     for (const bool isOff : {true, false}) {
-        Hub hub(isOff ? config : quietConfig());
-        hub.start();
+        StartedHub hub(isOff ? config : quietConfig());
         RawClient client(hub);
         // A stream that has begun plainly can't turn into another.
         if (!isOff) {
             EXPECT_EQ(client.statusOf("5026=1|5022=LoginUser|5028=demo|5029=wrong|13265=0"),
                       status::BAD_LOGIN);
         }
-        EXPECT_EQ(client.statusOf(LOGIN), status::BAD_PARAMETER);
+        EXPECT_EQ(client.statusOf(kLogin), status::BAD_PARAMETER);
         client.logIn();
-        EXPECT_THAT(client.ask(ECHO), ElementsAre(ECHOED));
+        EXPECT_THAT(client.ask(kEcho), ElementsAre(kEchoed));
     }
-    EXPECT_FALSE(HubConfig::fromJson(R"({"compression": false})").compression);
-    EXPECT_FALSE(HubConfig::fromJson(config.toJson()).compression);
-    EXPECT_TRUE(HubConfig::fromJson("{}").compression);
 }
 
-class CompressedControl : public testing::Test {
-protected:
-    CompressedControl() : hub(quietConfig()), client(start(hub)) {
-        client.expectCompression();
-        client.ask(LOGIN);
-    }
-
-    static Hub& start(Hub& hub) {
-        hub.start();
-        return hub;
-    }
-
-    Hub hub;
-    RawClient client;
-};
-
-TEST_F(CompressedControl, DropCountsFramesAndBytesOnTheWire) {
-    hub.dropAfterFrames(3);
-    client.send("5026=6|5022=ListInternalTokens");
-    const std::string plain = client.inflated(client.readToEnd());
-    EXPECT_EQ(std::count(plain.begin(), plain.end(), '\x03'), 3);
-    EXPECT_EQ(plain.back(), '\x03');
-
-    RawClient other(hub);
-    other.expectCompression();
-    other.ask(LOGIN);
-    hub.dropAfterBytes(25);
-    other.send("5026=6|5022=ListInternalTokens");
-    EXPECT_EQ(other.readToEnd().size(), 25U);
-}
-
-TEST_F(CompressedControl, PiecesAreCutOutOfTheCompressedBytes) {
+TEST(Compression, PiecesAreCutOutOfTheCompressedBytes) {
+    StartedHub hub;
+    LoggedIn client(hub, true);
     hub.splitFrames(4, 1h);
-    client.send(ECHO);
-    client.send(ECHO);
-    std::string wire = client.readSome();
+    client.send(kEcho);
+    client.send(kEcho);
+    const std::string wire = client.readSome();
     EXPECT_EQ(wire.size(), 4U);
     std::string plain = client.inflated(wire);
-    EXPECT_LT(plain.size(), encodeFrame(ECHOED).size());
+    EXPECT_LT(plain.size(), encodeFrame(kEchoed).size());
     hub.setWriteSize(0);
-    while (plain.size() < 2 * encodeFrame(ECHOED).size())
+    while (plain.size() < 2 * encodeFrame(kEchoed).size())
         plain += client.inflated(client.readSome());
-    EXPECT_EQ(plain, encodeFrame(ECHOED) + encodeFrame(ECHOED));
+    EXPECT_EQ(plain, encodeFrame(kEchoed) + encodeFrame(kEchoed));
     hub.setWriteSize(1, 100us);
-    EXPECT_THAT(client.ask(ECHO), ElementsAre(ECHOED));
+    EXPECT_THAT(client.ask(kEcho), ElementsAre(kEchoed));
 }
 
-TEST_F(CompressedControl, BytesPastTheCompressionComeAsTheyAreAndInOrder) {
+TEST(Compression, BytesPastItComeAsTheyAreAndInOrder) {
+    StartedHub hub;
+    LoggedIn client(hub, true);
     hub.setSilent(true);
     hub.sendRaw(encodeFrame("1=before"));
     hub.sendPastCompression("garbage");
-    hub.sendRaw(encodeFrame("1=behind"));
+    hub.sendRaw(encodeFrame("1=after"));
     hub.setSilent(false);
     hub.dropConnections();
     const std::string wire = client.readToEnd();
     const std::size_t garbage = wire.find("garbage");
     ASSERT_NE(garbage, std::string::npos);
     EXPECT_EQ(client.inflated(wire.substr(0, garbage)), encodeFrame("1=before"));
-    EXPECT_EQ(client.inflated(wire.substr(garbage + 7)), encodeFrame("1=behind"));
+    EXPECT_EQ(client.inflated(wire.substr(garbage + 7)), encodeFrame("1=after"));
 }
 
 TEST(Compression, EveryLevelAndEveryWayOfFlushingIsTheSameText) {
-    const std::pair<const char*, Flush> flushes[]{{"batch", Flush::EachBatch},
-                                                  {"frame", Flush::EachFrame},
-                                                  {"block", Flush::EachBlock},
-                                                  {"rarely", Flush::Rarely},
-                                                  {"full", Flush::WhenFull}};
-    for (int level = 0; level <= 9; level += 3) {
-        for (const auto& [name, flush] : flushes) {
+    for (const auto& [name, flush] : {std::pair("batch", Flush::EachBatch),
+                                      {"frame", Flush::EachFrame},
+                                      {"block", Flush::EachBlock},
+                                      {"rarely", Flush::Rarely},
+                                      {"full", Flush::WhenFull}}) {
+        for (int level = 0; level <= 9; level += 3) {
             SCOPED_TRACE(std::string(name) + " " + std::to_string(level));
-            HubConfig config =
-                HubConfig::fromJson(R"({"compressionFlush": ")" + std::string(name) +
-                                    R"(", "compressionLevel": )" + std::to_string(level) + "}");
+            HubConfig config = HubConfig::fromJson(R"({"compressionFlush": ")" + std::string(name) + "\"}");
             ASSERT_EQ(config.compressionFlush, flush);
+            config.compressionLevel = level;
             config.heartbeat.enabled = config.hubStatus.enabled = false;
-            Hub hub(config);
-            hub.start();
-            RawClient client(hub);
-            client.expectCompression();
-            client.ask(LOGIN);
+            StartedHub hub(config);
+            LoggedIn client(hub, true);
             client.ask("5026=6|5022=ListInternalTokens"); // something to refer to
             EXPECT_EQ(client.statusOf("5026=30|5022=Subscribe|4=100|5=IBM"), status::SUCCESS);
             const std::uint64_t before = hub.statistics().bytesSent;
@@ -185,47 +123,12 @@ TEST(Compression, EveryLevelAndEveryWayOfFlushingIsTheSameText) {
                 EXPECT_GT(pushed, 500U * 5U);
             }
             // An answer has all before it pushed out.
-            client.send(ECHO);
+            client.send(kEcho);
             for (const std::string& body : bodies)
                 ASSERT_EQ(client.next(), body);
-            EXPECT_EQ(client.next(), ECHOED);
+            EXPECT_EQ(client.next(), kEchoed);
         }
     }
 }
 
-TEST(Compression, PlaybackComesWholeAndInOrderToASlowReader) {
-    HubConfig config = quietConfig();
-    config.playback.file = TIVRA_SAMPLE_DAY;
-    config.playback.startWhenSubscriptions = 8;
-    config.outputLimit = 100000;
-    Hub hub(config);
-    hub.start();
-    RawClient plain(hub);
-    RawClient slow(hub);
-    slow.expectCompression();
-    plain.logIn();
-    slow.ask(LOGIN);
-    for (RawClient* client : {&plain, &slow}) {
-        for (const char* symbol : {"AIG", "BAC", "IBM", "SPY"})
-            client->send(std::string("5022=Subscribe|4=100|5=") + symbol + "|5026=30");
-    }
-    // The two are held against each other, far apart in time.
-    constexpr std::size_t EVENTS = 40000;
-    std::vector<std::string> updates;
-    for (RawClient* client : {&plain, &slow}) {
-        std::size_t count = 0;
-        while (count < EVENTS) {
-            const std::optional<std::string> body = client->next();
-            ASSERT_TRUE(body) << count;
-            if (!findValue(*body, token::TAG).empty())
-                continue;
-            if (client == &plain)
-                updates.push_back(*body);
-            else
-                ASSERT_EQ(*body, updates[count]);
-            ++count;
-        }
-    }
-    ASSERT_TRUE(hub.waitForPlayback());
-    EXPECT_EQ(hub.statistics().playbackSent, 2 * EVENTS);
-}
+} // namespace

@@ -1,28 +1,18 @@
-#include "RawClient.h"
-
-#include <gmock/gmock.h>
+#include "SimTest.h"
 
 #include <string>
 
 using namespace tivra_sim;
-using namespace std::chrono_literals;
 
 namespace {
 
 class Conflation : public testing::Test {
 protected:
-    Conflation() : hub(config()), client(started(hub)) {
-        client.logIn();
-        client.ask("5026=30|5022=Subscribe|4=100|5=IBM");
-    }
+    Conflation() { client.ask("5026=30|5022=Subscribe|4=100|5=IBM"); }
     static HubConfig config() {
         HubConfig config = quietConfig();
         config.conflation = true;
         return config;
-    }
-    static Hub& started(Hub& hub) {
-        hub.start();
-        return hub;
     }
     static Record quote(int number) { return Record(100, "IBM").add(token::BID, number); }
     static Record trade(int number) { return Record(100, "IBM").add(token::TRADE_PRICE, number); }
@@ -37,8 +27,8 @@ protected:
             hub.pushRecord(quote(number).add(token::BID_SIZE + (number % 2) * 2, number));
     }
 
-    Hub hub;
-    RawClient client;
+    StartedHub hub{config()};
+    LoggedIn client{hub};
 };
 
 TEST_F(Conflation, MergesByIntervalAndKeepsTradesInTheirPlace) {
@@ -72,10 +62,8 @@ TEST_F(Conflation, APlaybackIsOverWithTheLastOfWhatIsMerged) {
         message.body = body;
         return left-- > 0;
     };
-    Hub playing(config);
-    playing.start();
-    RawClient reader(playing);
-    reader.logIn();
+    StartedHub playing(config);
+    LoggedIn reader(playing);
     EXPECT_EQ(reader.statusOf("5026=3|5022=SetConflationInterval|2029=" + std::string(NEVER)), 0);
     reader.ask("5026=30|5022=Subscribe|4=100|5=IBM");
     playing.startPlayback();

@@ -1,36 +1,42 @@
-#include "tivra_sim/HubConfig.h"
+#include "tivra_sim/GroupConfig.h"
 
 #include <gmock/gmock.h>
 
 #include <fstream>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace tivra_sim;
 using testing::HasSubstr;
+using testing::ThrowsMessage;
 
-TEST(HubConfig, RealisticDictionaryHasAllTypesAndNoNumberOrNameTwice) {
-    std::map<std::string, int> types;
-    std::set<int> numbers;
-    std::set<std::string> names;
-    for (const DictionaryRow& row : HubConfig::realistic().dictionary) {
-        ++types[row.type];
-        EXPECT_TRUE(numbers.insert(row.number).second) << row.number;
-        EXPECT_TRUE(names.insert(row.name).second) << row.name;
-    }
-    EXPECT_GE(numbers.size(), 200U);
-    EXPECT_EQ(types.size(), 8U);
+namespace {
+
+/// A text, and what it is refused with.
+using Refused = std::vector<std::pair<const char*, const char*>>;
+
+template<typename Config>
+void expectRefused(const Refused& rows) {
+    for (const auto& [text, reason] : rows)
+        EXPECT_THAT([text = text] { static_cast<void>(Config::fromJson(text)); },
+                    ThrowsMessage<ConfigError>(HasSubstr(reason)))
+            << text;
 }
 
 TEST(HubConfig, JsonChangesWhatItNamesAndKeepsTheRest) {
     const HubConfig config = HubConfig::fromJson(R"({
-        "port": 4711, "topology": "aggregating", "hubVersion": "V7.3.0",
+        "port": 4711, "topology": "aggregating", "hubVersion": "V7.3.0", "compression": false,
+        "compressionLevel": 6,
         "users": [{"name": "eve", "password": "secret", "permissions": [922, 100], "maxLogins": 2}],
         "heartbeat": {"intervalMs": 250}, "hubStatus": {"enabled": false},
         "symbols": [{"source": 100, "symbol": "X", "fields": {"101": "1.5", "102": 7}}],
         "playback": {"file": "day.csv.gz", "speed": 60, "startWhenSubscriptions": 3}})");
     EXPECT_EQ(config.port, 4711);
     EXPECT_EQ(config.topology, Topology::Aggregating);
+    EXPECT_FALSE(config.compression);
+    EXPECT_EQ(config.compressionLevel, 6);
     EXPECT_EQ(config.users.at(0).maxLogins, 2U);
     EXPECT_EQ(config.heartbeat.interval, std::chrono::milliseconds(250));
     EXPECT_TRUE(config.heartbeat.enabled);
@@ -52,45 +58,54 @@ TEST(HubConfig, EffectiveJsonReadsBackTheSameAndHidesPasswordsWhenAsked) {
 }
 
 TEST(HubConfig, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {"{\"port\": ", "not JSON"},
-        {"[]", "configuration: must be an object"},
-        {R"({"prot": 1})", "\"prot\": unknown key; known here: advertisedHost"},
-        {R"({"port": 65536})", "\"port\": must be a whole number from 0 to 65535"},
-        {R"({"port": 18446744073709551615})", "\"port\": must be a whole number"},
-        {R"({"port": 1.5})", "\"port\": must be a whole number"},
-        {R"({"topology": "ring"})", "not \"ring\""},
-        {R"({"base": "none"})", "\"base\": must be"},
-        {R"({"users": {"name": "x"}})", "\"users\": must be a list"},
-        {R"({"users": [{"password": "x"}]})", "\"users[0].name\": is missing"},
-        {R"({"users": [{"name": "a|b"}]})", "\"users[0].name\": must not hold"},
-        {R"({"symbols": [{"source": 1, "symbol": "X", "fields": {"BID": "1"}}]})",
-         "\"symbols[0].fields.BID\""},
-        {R"({"heartbeat": {"intervalMs": 0}})", "\"heartbeat.intervalMs\": must be a whole number from 1"},
-        {R"({"playback": {"speed": "fast"}})", "\"playback.speed\": must be \"full\" or a factor"},
-        {R"({"playback": {"speed": 0}})", "\"playback.speed\""},
-        {R"({"dictionary": [{"number": 7, "type": "STRING"}]})", "\"dictionary[0].name\": is missing"},
-        {R"({"enumerations": [{"token": 5001, "values": [{"value": "x"}]}]})",
-         "\"enumerations[0].values[0].value\""}};
-    for (const auto& [text, reason] : cases) {
-        try {
-            static_cast<void>(HubConfig::fromJson(text));
-            ADD_FAILURE() << text << " was taken";
-        } catch (const ConfigError& error) {
-            EXPECT_THAT(error.what(), HasSubstr(reason)) << text;
-        }
-    }
+    expectRefused<HubConfig>(
+        {{"{\"port\": ", "not JSON"},
+         {"[]", "configuration: must be an object"},
+         {R"({"prot": 1})", "\"prot\": unknown key; known here: advertisedHost"},
+         {R"({"port": 65536})", "\"port\": must be a whole number from 0 to 65535"},
+         {R"({"port": 18446744073709551615})", "\"port\": must be a whole number"},
+         {R"({"port": 1.5})", "\"port\": must be a whole number"},
+         {R"({"topology": "ring"})", "not \"ring\""},
+         {R"({"base": "none"})", "\"base\": must be"},
+         {R"({"users": {"name": "x"}})", "\"users\": must be a list"},
+         {R"({"users": [{"password": "x"}]})", "\"users[0].name\": is missing"},
+         {R"({"users": [{"name": "a|b"}]})", "\"users[0].name\": must not hold"},
+         {R"({"symbols": [{"source": 1, "symbol": "X", "fields": {"BID": "1"}}]})",
+          "\"symbols[0].fields.BID\""},
+         {R"({"heartbeat": {"intervalMs": 0}})", "\"heartbeat.intervalMs\": must be a whole number from 1"},
+         {R"({"playback": {"speed": "fast"}})", "\"playback.speed\": must be \"full\" or a factor"},
+         {R"({"playback": {"speed": 0}})", "\"playback.speed\""},
+         {R"({"dictionary": [{"number": 7, "type": "STRING"}]})", "\"dictionary[0].name\": is missing"},
+         {R"({"enumerations": [{"token": 5001, "values": [{"value": "x"}]}]})",
+          "\"enumerations[0].values[0].value\""}});
+    expectRefused<GroupConfig>(
+        {{"[]", "configuration: must be an object"},
+         {"{}", "1 to 8 members, not 0"},
+         {R"({"size": 9})", "\"size\": must be a whole number from 1 to 8"},
+         {R"({"size": 1, "members": [{}, {}]})", "\"members\": must not be more than"},
+         {R"({"members": {}})", "\"members\": must be a list"},
+         {R"({"members": [{}, {"prot": 1}]})", "\"members[1].prot\": unknown key"},
+         {R"({"hub": {"port": "x"}, "members": [{}]})", "\"hub.port\""},
+         {R"({"members": [{"base": "none"}]})", "\"members[0].base\""},
+         {R"({"members": [{"behaviour": {"slow": true}}]})", "\"members[0].behaviour.slow\": unknown key"},
+         {R"({"members": [{"behaviour": {"faults": [{"answer": 1}]}}]})", "faults[0].command\": is missing"},
+         {R"({"members": [{"behaviour": {"faults": [{"command": "Echo", "answer": "late"}]}}]})",
+          "none, wrong-tag, twice, no-status, garbage, not \"late\""},
+         {R"({"members": [{"role": "window"}]})", "must be \"data\", \"door\" or \"xref\", not \"window\""},
+         {R"({"members": [{}], "managers": [{"port": 65536}]})", "\"managers[0].port\""},
+         {R"({"members": [{}], "managers": [{"users": {"x": 1}}]})", "\"managers[0].users.x\""},
+         {R"({"members": [{}], "splits": [{"patterns": {"x": 0}}]})", "\"splits[0].source\": is missing"},
+         {R"({"members": [{}], "splits": [{"source": 1, "patterns": ["x"]}]})", "\"splits[0].patterns\""},
+         {R"({"members": [{}], "splits": [{"source": 1, "patterns": {"x": 1}}]})",
+          "pattern \"x\" of source 1 is given to member 1"}});
 }
 
 TEST(HubConfig, FileErrorsNameTheFile) {
     const std::string path = testing::TempDir() + "tivra_sim_bad.json";
     std::ofstream(path) << R"({"port": "x"})";
-    for (const std::string& file : {path, path + ".absent"}) {
-        try {
-            static_cast<void>(HubConfig::fromJsonFile(file));
-            ADD_FAILURE() << file << " was taken";
-        } catch (const ConfigError& error) {
-            EXPECT_THAT(error.what(), HasSubstr(file));
-        }
-    }
+    for (const std::string& file : {path, path + ".absent"})
+        EXPECT_THAT([&] { static_cast<void>(HubConfig::fromJsonFile(file)); },
+                    ThrowsMessage<ConfigError>(HasSubstr(file)));
 }
+
+} // namespace

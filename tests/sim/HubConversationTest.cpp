@@ -1,6 +1,4 @@
-#include "RawClient.h"
-
-#include <gmock/gmock.h>
+#include "SimTest.h"
 
 #include <memory>
 #include <string>
@@ -16,14 +14,12 @@ namespace {
 class HubConversation : public testing::Test {
 protected:
     void start(HubConfig config = quietConfig()) {
-        hub = std::make_unique<Hub>(std::move(config));
-        hub->start();
-        client = std::make_unique<RawClient>(*hub);
-        client->logIn();
+        hub = std::make_unique<StartedHub>(std::move(config));
+        client = std::make_unique<LoggedIn>(*hub);
     }
 
-    std::unique_ptr<Hub> hub;
-    std::unique_ptr<RawClient> client;
+    std::unique_ptr<StartedHub> hub;
+    std::unique_ptr<LoggedIn> client;
 };
 
 std::vector<std::string> tokens(const std::vector<std::string>& bodies, int token) {
@@ -37,13 +33,10 @@ std::vector<std::string> tokens(const std::vector<std::string>& bodies, int toke
     return values;
 }
 
-} // namespace
-
 TEST_F(HubConversation, LoginIsGrantedAndRefusedByNamePasswordAndCount) {
     HubConfig config = quietConfig();
     config.users = {{"demo", "demo", {922}, 1}};
-    Hub strict(config);
-    strict.start();
+    StartedHub strict(config);
     RawClient first(strict);
     RawClient second(strict);
     EXPECT_EQ(first.statusOf("5026=1|5022=LoginUser|5028=demo|5029=DEMO"), status::BAD_LOGIN);
@@ -236,3 +229,5 @@ TEST_F(HubConversation, SystemRecordsComeToThoseWhoSubscribedAndAlertsToAll) {
     EXPECT_EQ(client->next(), "3=922|4=922|5=.USER.ENT.ALERT|4=100");
     EXPECT_EQ(client->statusOf("5022=QuerySnap|4=100|5=IBM|5026=42"), status::SUCCESS);
 }
+
+} // namespace

@@ -1,18 +1,14 @@
 #include "tivra_sim/HubGroup.h"
 
-#include "RawClient.h"
-
-#include <gmock/gmock.h>
+#include "SimTest.h"
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
 using namespace tivra_sim;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::HasSubstr;
 
 namespace {
@@ -28,11 +24,8 @@ GroupConfig quietGroup(std::size_t size) {
 struct Raw {
     explicit Raw(GroupConfig config) : group(std::move(config)) {
         group.start();
-        for (std::size_t i = 0; i < group.size(); ++i) {
-            clients.push_back(group.hub(i).isRunning() ? std::make_unique<RawClient>(group.hub(i)) : nullptr);
-            if (clients.back())
-                clients.back()->logIn();
-        }
+        for (std::size_t i = 0; i < group.size(); ++i)
+            clients.push_back(group.hub(i).isRunning() ? std::make_unique<LoggedIn>(group.hub(i)) : nullptr);
     }
     explicit Raw(std::size_t size) : Raw(quietGroup(size)) {}
 
@@ -49,10 +42,8 @@ struct Raw {
     }
 
     HubGroup group;
-    std::vector<std::unique_ptr<RawClient>> clients;
+    std::vector<std::unique_ptr<LoggedIn>> clients;
 };
-
-} // namespace
 
 class GroupOfSize : public testing::TestWithParam<std::size_t> {};
 
@@ -162,51 +153,13 @@ TEST(HubGroup, NewsThatAMemberDoesNotHaveIsElsewhere) {
     EXPECT_THAT(raw.statuses("QuerySnap|4=4100|5=LATE"), ElementsAre(0, status::NOT_CARRIED, 0));
 }
 
-TEST(HubGroup, MembersAnswerWronglyAsTold) {
-    Raw raw(1);
-    Hub& hub = raw.group.hub(0);
-    RawClient& client = raw.at(0);
-    const std::string ask = "5026=5|5022=GetPort|4=200";
-    const std::string good = "5026=5|4=200" + raw.place(0) + "|5001=0";
-    const auto answers = [&](std::size_t count) {
-        client.send(ask);
-        client.send("5026=6|5022=Nonsense"); // whose answer shows that nothing else is to come
-        std::vector<std::string> bodies;
-        for (std::size_t i = 0; i < count + 1; ++i)
-            bodies.push_back(client.next().value_or("nothing"));
-        EXPECT_EQ(bodies.back(), "5026=6|5001=-13");
-        bodies.pop_back();
-        return bodies;
-    };
-    hub.answerBusy("GetPort", 2);
-    EXPECT_THAT(answers(1), ElementsAre("5026=5|5001=-218"));
-    EXPECT_THAT(answers(1), ElementsAre("5026=5|5001=-218"));
-    EXPECT_THAT(answers(1), ElementsAre(good)) << "twice was asked for";
-    const std::vector<std::pair<Hub::Wrong, std::vector<std::string>>> wrongs{
-        {Hub::Wrong::Tag, {"5026=900000000000|4=200" + raw.place(0) + "|5001=0"}},
-        {Hub::Wrong::Twice, {good, good}},
-        {Hub::Wrong::NoStatus, {"5026=5|4=200" + raw.place(0)}},
-        {Hub::Wrong::Garbage, {std::string(good.size(), '?')}}};
-    for (const auto& [how, bodies] : wrongs) {
-        hub.answerWrong("GetPort", how, 1);
-        EXPECT_THAT(answers(bodies.size()), ElementsAreArray(bodies));
-        EXPECT_THAT(answers(1), ElementsAre(good));
-    }
-    hub.refuse(Hub::ANY_COMMAND, status::BUSY);
-    EXPECT_EQ(client.statusOf("5026=9|5022=Echo"), status::BUSY);
-    RawClient(hub).logIn(); // the one command that is left out
-    hub.clearRefusals();
-    EXPECT_EQ(client.statusOf("5026=9|5022=Echo"), 0);
-}
-
 TEST(HubGroup, MembersMayDifferAndBehaveBadlyFromTheStart) {
     GroupConfig config = GroupConfig::fromJson(R"({
         "size": 3,
         "hub": {"heartbeat": {"enabled": false}, "hubStatus": {"enabled": false}},
         "members": [
             {"behaviour": {"faults": [{"command": "QuerySnap", "answer": -218, "times": 1},
-                                      {"command": "Echo", "answer": "twice", "times": 1},
-                                      {"command": "GetAllUsers", "answer": "none"}]}},
+                                      {"command": "Echo", "answer": "twice", "times": 1}]}},
             {"hubVersion": "V7.3.0", "dictionaryVersion": "other", "behaviour": {"answerDelayMs": 20}},
             {"behaviour": {"down": true}}]})");
     EXPECT_EQ(GroupConfig::fromJson(config.toJson()).toJson(), config.toJson());
@@ -216,11 +169,8 @@ TEST(HubGroup, MembersMayDifferAndBehaveBadlyFromTheStart) {
     EXPECT_EQ(raw.at(0).statusOf(snap), status::BUSY);
     EXPECT_EQ(raw.at(0).statusOf(snap), 0);
     raw.at(0).send("5026=4|5022=Echo");
-    raw.at(0).send("5026=5|5022=GetAllUsers");
-    raw.at(0).send("5026=6|5022=Echo");
     EXPECT_EQ(raw.at(0).next(), "5026=4|5001=0");
     EXPECT_EQ(raw.at(0).next(), "5026=4|5001=0");
-    EXPECT_EQ(raw.at(0).next(), "5026=6|5001=0");
     const auto sent = std::chrono::steady_clock::now();
     EXPECT_THAT(raw.at(1).ask("5026=5|5022=ListAdministrationInfo"),
                 ElementsAre("5026=5|5080=other|5008=V7.3.0|5001=0"));
@@ -230,7 +180,7 @@ TEST(HubGroup, MembersMayDifferAndBehaveBadlyFromTheStart) {
                 ElementsAre("5026=7|4=202" + raw.place(2) + "|5001=0"));
     EXPECT_THROW(RawClient(raw.group.hub(2)), std::runtime_error);
     raw.group.hub(2).start();
-    RawClient(raw.group.hub(2)).logIn();
+    LoggedIn(raw.group.hub(2));
 }
 
 TEST(HubGroup, ManagersAndTheRolesBehindThemComeFromJson) {
@@ -252,40 +202,8 @@ TEST(HubGroup, ManagersAndTheRolesBehindThemComeFromJson) {
     }
 }
 
-TEST(HubGroup, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
-    const std::vector<std::pair<std::string, std::string>> cases{
-        {"[]", "configuration: must be an object"},
-        {"{}", "1 to 8 members, not 0"},
-        {R"({"size": 9})", "\"size\": must be a whole number from 1 to 8"},
-        {R"({"size": 1, "members": [{}, {}]})", "\"members\": must not be more than"},
-        {R"({"members": {}})", "\"members\": must be a list"},
-        {R"({"members": [{}, {"prot": 1}]})", "\"members[1].prot\": unknown key"},
-        {R"({"hub": {"port": "x"}, "members": [{}]})", "\"hub.port\""},
-        {R"({"members": [{"base": "none"}]})", "\"members[0].base\""},
-        {R"({"members": [{"behaviour": {"slow": true}}]})", "\"members[0].behaviour.slow\": unknown key"},
-        {R"({"members": [{"behaviour": {"faults": [{"answer": 1}]}}]})", "faults[0].command\": is missing"},
-        {R"({"members": [{"behaviour": {"faults": [{"command": "Echo", "answer": "late"}]}}]})",
-         "none, wrong-tag, twice, no-status, garbage, not \"late\""},
-        {R"({"members": [{"role": "window"}]})", "must be \"data\", \"door\" or \"xref\", not \"window\""},
-        {R"({"members": [{}], "managers": [{"port": 65536}]})", "\"managers[0].port\""},
-        {R"({"members": [{}], "managers": [{"users": {"x": 1}}]})", "\"managers[0].users.x\""},
-        {R"({"members": [{}], "splits": [{"patterns": {"x": 0}}]})", "\"splits[0].source\": is missing"},
-        {R"({"members": [{}], "splits": [{"source": 1, "patterns": ["x"]}]})", "\"splits[0].patterns\""},
-        {R"({"members": [{}], "splits": [{"source": 1, "patterns": {"x": 1}}]})",
-         "pattern \"x\" of source 1 is given to member 1"}};
-    for (const auto& [text, reason] : cases) {
-        try {
-            static_cast<void>(GroupConfig::fromJson(text));
-            ADD_FAILURE() << text << " was taken";
-        } catch (const ConfigError& error) {
-            EXPECT_THAT(error.what(), HasSubstr(reason)) << text;
-        }
-    }
-}
-
 TEST(HubGroup, APortThatIsTakenLeavesNoMemberRunning) {
-    Hub other(quietConfig());
-    other.start();
+    StartedHub other;
     GroupConfig config = quietGroup(2);
     config.members[0].hub.port = other.port();
     HubGroup group(std::move(config));
@@ -293,5 +211,7 @@ TEST(HubGroup, APortThatIsTakenLeavesNoMemberRunning) {
     EXPECT_FALSE(group.hub(1).isRunning());
     other.stop();
     group.start();
-    RawClient(group.hub(0)).logIn();
+    LoggedIn(group.hub(0));
 }
+
+} // namespace

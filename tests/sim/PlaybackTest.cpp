@@ -1,57 +1,46 @@
-#include "RawClient.h"
+#include "SimTest.h"
 
-#include <gmock/gmock.h>
 #include <zlib.h>
 
 #include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 using namespace tivra_sim;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
+using testing::ThrowsMessage;
 
 namespace {
 
-/// The lines of the sample day behind its header, read without the simulator.
-std::vector<std::string> sampleLines() {
-    std::string text;
-    const gzFile file = gzopen(TIVRA_SAMPLE_DAY, "rb");
-    std::array<char, 65536> bytes;
-    for (int count = 0; (count = gzread(file, bytes.data(), bytes.size())) > 0;)
-        text.append(bytes.data(), static_cast<std::size_t>(count));
-    gzclose(file);
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    lines.erase(lines.begin());
-    return lines;
+const std::string kColumns =
+    "ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious\n";
+
+/// What the hub makes of the sample day, whose events are all that the file's text has.
+std::vector<std::string> sampleBodies() {
+    std::vector<std::string> bodies;
+    std::string text = kColumns;
+    readTradingDay(TIVRA_SAMPLE_DAY, [&](const MarketEvent& e) {
+        for (const std::string_view value :
+             {e.milliseconds, e.symbol, std::string_view(&e.kind, 1), e.bid, e.bidSize, e.ask, e.askSize,
+              e.price, e.size, e.exchange, e.condition, e.suspicious})
+            text.append(value) += ',';
+        text.back() = '\n';
+        bodies.push_back(eventBody(e, 100, Playback().midnight, bodies.size() + 1));
+        return true;
+    });
+    std::string file(text.size() + 1, '\0');
+    const gzFile day = gzopen(TIVRA_SAMPLE_DAY, "rb");
+    file.resize(static_cast<std::size_t>(gzread(day, file.data(), static_cast<unsigned>(file.size()))));
+    gzclose(day);
+    EXPECT_TRUE(file == text);
+    return bodies;
 }
 
 std::string writeDay(const std::string& name, const std::string& lines) {
     const std::string path = testing::TempDir() + name;
-    std::ofstream(path)
-        << "ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious\n"
-        << lines;
+    std::ofstream(path) << kColumns << lines;
     return path;
-}
-
-/// A line of the file as the fields of a body, in the file's order.
-std::string lineOf(const std::string& body) {
-    const auto value = [&body](int token) { return std::string(findValue(body, token)); };
-    const bool isTrade = !value(token::TRADE_DATETIME).empty();
-    const std::string time = value(isTrade ? token::TRADE_DATETIME : token::QUOTE_DATETIME);
-    const std::size_t point = time.find('.');
-    const std::int64_t seconds = std::stoll(time.substr(0, point)) - Playback().midnight;
-    return std::to_string(seconds * 1000 + std::stoll(time.substr(point + 1))) + "," + value(token::SYMBOL) +
-           "," + (isTrade ? "T" : "Q") + "," + value(token::BID) + "," + value(token::BID_SIZE) + "," +
-           value(token::ASK) + "," + value(token::ASK_SIZE) + "," + value(token::TRADE_PRICE) + "," +
-           value(token::TRADE_SIZE) + "," + value(isTrade ? token::TRADE_EXCHANGE : token::QUOTE_EXCHANGE) +
-           "," + value(isTrade ? token::TRADE_CONDITION : token::QUOTE_CONDITION) + "," +
-           value(token::SUSPICIOUS);
 }
 
 HubConfig playbackConfig(const std::string& file, std::size_t startWhen) {
@@ -59,12 +48,6 @@ HubConfig playbackConfig(const std::string& file, std::size_t startWhen) {
     config.playback.file = file;
     config.playback.startWhenSubscriptions = startWhen;
     return config;
-}
-
-void subscribeAll(RawClient& client) {
-    client.logIn();
-    for (const char* symbol : {"AIG", "BAC", "IBM", "SPY"})
-        client.send(std::string("5022=Subscribe|4=100|5=") + symbol + "|5026=30");
 }
 
 /// The next record that is no answer.
@@ -78,62 +61,48 @@ std::string nextUpdate(RawClient& client) {
     }
 }
 
-} // namespace
-
-TEST(Playback, EveryLineOfTheDayArrivesInOrderAndUnchanged) {
-    const std::vector<std::string> lines = sampleLines();
-    Hub hub(playbackConfig(TIVRA_SAMPLE_DAY, 4));
-    hub.start();
-    RawClient client(hub);
-    subscribeAll(client);
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        const std::string body = nextUpdate(client);
-        ASSERT_EQ(lineOf(body), lines[i]);
-        ASSERT_EQ(findValue(body, token::SEQUENCE), std::to_string(i + 1));
-    }
-    ASSERT_TRUE(hub.waitForPlayback());
-    const HubStatistics total = hub.statistics();
-    EXPECT_EQ(total.playbackEvents, lines.size());
-    EXPECT_EQ(total.playbackSent, lines.size());
-    EXPECT_EQ(total.updatesSent, lines.size());
-    EXPECT_EQ(client.next(20ms), std::nullopt);
-}
-
-TEST(Playback, AReaderThatRestsLosesNothingAndHoldsTheHubBack) {
+TEST(Playback, EveryLineOfTheDayArrivesInOrderThoughReadersRest) {
+    const std::vector<std::string> bodies = sampleBodies();
     HubConfig config = playbackConfig(TIVRA_SAMPLE_DAY, 8);
     config.outputLimit = 20000;
-    Hub hub(config);
-    hub.start();
-    RawClient fast(hub);
-    RawClient slow(hub);
-    subscribeAll(fast);
-    subscribeAll(slow);
-    // The sockets hold some megabytes, the day is read twice as far as they and the hub's limit reach.
-    const std::size_t count = sampleLines().size();
-    for (std::size_t i = 0; i < 1000; ++i)
-        nextUpdate(fast);
-    for (std::size_t i = 0; i < count; ++i)
-        ASSERT_EQ(findValue(nextUpdate(slow), token::SEQUENCE), std::to_string(i + 1));
-    for (std::size_t i = 1000; i < count; ++i)
-        ASSERT_EQ(findValue(nextUpdate(fast), token::SEQUENCE), std::to_string(i + 1));
+    StartedHub hub(config);
+    LoggedIn fast(hub);
+    LoggedIn slow(hub, true);
+    for (LoggedIn* client : {&fast, &slow}) {
+        for (const char* symbol : {"AIG", "BAC", "IBM", "SPY"})
+            client->send(std::string("5022=Subscribe|4=100|5=") + symbol + "|5026=30");
+    }
+    // The day is longer than what the hub keeps and the sockets hold.
+    std::size_t i = 0;
+    for (; i < 1000; ++i)
+        ASSERT_EQ(nextUpdate(fast), bodies[i]);
+    for (const std::string& body : bodies)
+        ASSERT_EQ(nextUpdate(slow), body);
+    for (; i < bodies.size(); ++i)
+        ASSERT_EQ(nextUpdate(fast), bodies[i]);
     ASSERT_TRUE(hub.waitForPlayback());
-    EXPECT_EQ(hub.statistics().playbackSent, 2 * count);
+    const HubStatistics total = hub.statistics();
+    EXPECT_EQ(total.playbackEvents, bodies.size());
+    EXPECT_EQ(total.playbackSent, 2 * bodies.size());
+    EXPECT_EQ(total.updatesSent, 2 * bodies.size());
+    EXPECT_EQ(fast.next(20ms), std::nullopt);
 }
 
-TEST(Playback, SnapshotsAndDepthAnswerWithTheLastValues) {
+TEST(Playback, LinesBecomeTheRecordsOfASymbolWhoseSnapshotsAndDepthHoldTheLastValues) {
     const std::string day = writeDay("tivra_sim_last.csv", "1000,NEW,Q,10.5,300,,,,,K,1,0\n"
                                                            "1001,NEW,Q,10.6,100,,,,,Q,1,0\n"
                                                            "1002.5,NEW,Q,,,10.7,200,,,K,1,0\n"
                                                            "1003,NEW,T,,,,,10.65,50,N,20,1\n");
-    Hub hub(playbackConfig(day, 0));
-    hub.start();
-    RawClient client(hub);
-    client.logIn();
+    StartedHub hub(playbackConfig(day, 0));
+    LoggedIn client(hub);
     client.ask("5022=Subscribe|4=100|5=NEW|5026=30");
     hub.startPlayback();
     ASSERT_TRUE(hub.waitForPlayback());
-    EXPECT_EQ(nextUpdate(client),
-              "3=100|4=100|5=NEW|30=1|202=1381118401.000|101=10.5|102=300|105=K|106=1|115=0");
+    for (const char* values : {"30=1|202=1381118401.000|101=10.5|102=300|105=K|106=1|115=0",
+                               "30=2|202=1381118401.001|101=10.6|102=100|105=Q|106=1|115=0",
+                               "30=3|202=1381118401.0025|103=10.7|104=200|105=K|106=1|115=0",
+                               "30=4|203=1381118401.003|111=10.65|112=50|113=N|114=20|115=1"})
+        EXPECT_EQ(nextUpdate(client), std::string("3=100|4=100|5=NEW|") + values);
     EXPECT_EQ(
         client.ask("5022=QuerySnap|4=100|5=NEW|5026=31").at(0),
         "5026=31|3=100|4=100|5=NEW|30=4|101=10.6|102=100|103=10.7|104=200|105=K|106=1|111=10.65|112=50|113=N|"
@@ -144,20 +113,24 @@ TEST(Playback, SnapshotsAndDepthAnswerWithTheLastValues) {
     EXPECT_THAT(depth[1], HasSubstr("|121=2|130=K|105=K|101=10.5|102=300|103=10.7|104=200"));
 }
 
-TEST(Playback, PaceFollowsTheDayTimesTheFactor) {
-    const std::string day =
-        writeDay("tivra_sim_pace.csv", "1000,P,T,,,,,1,1,N,1,0\n3000,P,T,,,,,2,1,N,1,0\n");
+TEST(Playback, PaceFollowsTheDayTimesTheFactorInEachRoundUpToTheLimitOfEvents) {
+    const std::string day = writeDay("tivra_sim_pace.csv", "1000,P,T,,,,,1,1,N,1,0\n3000,P,T,,,,,2,1,N,1,0\n"
+                                                           "9000,P,T,,,,,3,1,N,1,0\n");
     HubConfig config = playbackConfig(day, 1);
     config.playback.factor = 20;
-    Hub hub(config);
-    hub.start();
-    RawClient client(hub);
-    client.logIn();
+    config.playback.maxEvents = 2;
+    config.playback.repeat = 3;
+    StartedHub hub(config);
+    LoggedIn client(hub);
     const auto begin = std::chrono::steady_clock::now();
     client.ask("5022=Subscribe|4=100|5=P|5026=30");
-    EXPECT_THAT(nextUpdate(client), HasSubstr("|111=1|"));
-    EXPECT_THAT(nextUpdate(client), HasSubstr("|111=2|"));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, 100ms);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_THAT(nextUpdate(client), HasSubstr("|111=1|"));
+        EXPECT_THAT(nextUpdate(client), HasSubstr("|111=2|"));
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
+    ASSERT_TRUE(hub.waitForPlayback());
+    EXPECT_EQ(hub.statistics().playbackSent, 6U);
 }
 
 TEST(Playback, BodiesOfYourOwnGoOutUnchangedInTheirOrderAtTheirPace) {
@@ -180,10 +153,8 @@ TEST(Playback, BodiesOfYourOwnGoOutUnchangedInTheirOrderAtTheirPace) {
         message.body = bodies[next++].body;
         return true;
     };
-    Hub hub(config);
-    hub.start();
-    RawClient client(hub);
-    client.logIn();
+    StartedHub hub(config);
+    LoggedIn client(hub);
     const auto begin = std::chrono::steady_clock::now();
     client.ask("5022=Subscribe|4=7|5=NEW|5026=30");
     for (const Body& body : bodies) {
@@ -198,18 +169,6 @@ TEST(Playback, BodiesOfYourOwnGoOutUnchangedInTheirOrderAtTheirPace) {
     EXPECT_THAT(client.ask("5022=QuerySnap|4=7|5=NEW|5026=31").at(0), HasSubstr("|101=2"));
 }
 
-TEST(Playback, RepeatAndLimitOfEvents) {
-    HubConfig config = playbackConfig(TIVRA_SAMPLE_DAY, 4);
-    config.playback.maxEvents = 100;
-    config.playback.repeat = 3;
-    Hub hub(config);
-    hub.start();
-    RawClient client(hub);
-    subscribeAll(client);
-    ASSERT_TRUE(hub.waitForPlayback());
-    EXPECT_EQ(hub.statistics().playbackSent, 300U);
-}
-
 TEST(Playback, AFileThatIsNoTradingDayIsRefusedWithItsLine) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"1000,A,Q,1,1,,,,,K,1\n", ":2: a line must have 12 columns"},
@@ -219,13 +178,10 @@ TEST(Playback, AFileThatIsNoTradingDayIsRefusedWithItsLine) {
         {"1000,A|B,Q,1,1,,,,,K,1,0\n", ":2: a symbol is missing or a value holds a separator"}};
     for (const auto& [lines, reason] : cases) {
         const std::string day = writeDay("tivra_sim_bad.csv", lines);
-        try {
-            Hub hub(playbackConfig(day, 0));
-            hub.start();
-            ADD_FAILURE() << lines << " was taken";
-        } catch (const std::runtime_error& error) {
-            EXPECT_THAT(error.what(), HasSubstr(day + reason));
-        }
+        EXPECT_THAT([&] { StartedHub{playbackConfig(day, 0)}; },
+                    ThrowsMessage<std::runtime_error>(HasSubstr(day + reason)));
     }
-    EXPECT_THROW(Hub(playbackConfig("/no/such/day.csv.gz", 0)).start(), std::runtime_error);
+    EXPECT_THROW(StartedHub{playbackConfig("/no/such/day.csv.gz", 0)}, std::runtime_error);
 }
+
+} // namespace

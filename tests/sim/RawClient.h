@@ -119,8 +119,12 @@ public:
         return std::stoi(std::string(tivra_sim::findValue(ask(text).back(), tivra_sim::token::STATUS)));
     }
 
-    void logIn() {
-        ask("5026=1|5022=LoginUser|5028=demo|5029=demo|13265=0|5053=V1.7.0.1|5129=C++|5128=Linux");
+    void logIn(bool isCompressed = false) {
+        if (isCompressed)
+            expectCompression();
+        ask(std::string(
+                "5026=1|5022=LoginUser|5028=demo|5029=demo|5053=V1.7.0.1|5129=C++|5128=Linux|13265=") +
+            (isCompressed ? "1" : "0"));
     }
 
     /// From now on bodies come out of one zlib stream.
