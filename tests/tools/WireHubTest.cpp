@@ -1,30 +1,24 @@
 // tivra-wire with the dictionary of a hub.
-#include "CatFixture.h"
+#include "ToolFixture.h"
+
+#include <algorithm>
+#include <map>
 
 using namespace tivra_sim;
-using namespace std::string_literals;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
 namespace {
 
-class WireHub : public CatFixture {
+class WireHub : public ToolFixture {
 protected:
-    WireHub() { setup.program = TIVRA_WIRE_PROGRAM; }
-
-    int runWire(const Hub& server, const Arguments& arguments,
-                std::chrono::milliseconds deadline = std::chrono::seconds(60)) {
-        Arguments all{"--hub", server.hostString(), "-u", "demo"};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        return startBare(all).waitForEnd(deadline);
-    }
-
-    static std::string frameOf(const std::string& body) {
-        return "\x04 \0\0\0"s + static_cast<char>(body.size()) + body + '\x03';
+    /// The map that tivra-wire makes with these options.
+    std::string mapWith(const std::string& options) {
+        EXPECT_EQ(run("tivra-wire " + options + " map"), 0) << tool->error();
+        return tool->output();
     }
 };
-
-} // namespace
 
 TEST_F(WireHub, WritesEveryTokenOfTheHubAsAMapFileThatLoadsToTheSame) {
     const std::map<std::string, std::string> storages{
@@ -33,25 +27,23 @@ TEST_F(WireHub, WritesEveryTokenOfTheHubAsAMapFileThatLoadsToTheSame) {
     std::map<int, std::string> expected;
     for (const DictionaryRow& row : HubConfig::realistic().dictionary)
         expected[row.number] = "cmd=AddToken|name=" + row.name + "|token=" + std::to_string(row.number) +
-                               "|storage=" + storages.at(row.type);
+                               "|storage=" + storages.at(row.type) + "\n";
     ASSERT_GT(expected.size(), 200U);
-    ASSERT_EQ(runWire(hub, {"map"}), 0) << cat->error();
-    EXPECT_EQ(cat->error(), "");
-    const std::string text = cat->output();
+    const std::string text = mapWith("--hub $HUB -u demo");
+    EXPECT_EQ(tool->error(), "");
     for (const auto& [number, line] : expected)
-        EXPECT_THAT(text, HasSubstr(line + "\n"));
-    ASSERT_EQ(runWire(hub, {"--no-compression", "map", "-o", directory + "/map"}), 0) << cat->error();
+        EXPECT_THAT(text, HasSubstr(line));
     // A short name of a file may name a token of the hub, and the map that is written keeps it.
-    const std::string names = writeFile("names", "cmd=AddShortName|name=BID|shortname=b\n");
-    setup.input = frameOf("5=IBM|101=1.5");
-    ASSERT_EQ(runWire(hub, {"--map", names, "convert", "--blanks"}), 0) << cat->error();
-    EXPECT_EQ(cat->output(), "SYMBOL.TICKER=IBM b=1.5\n");
-    startBare({"--map", directory + "/map", "--map", names, "map"});
-    ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
+    const std::string name = "cmd=AddShortName|name=BID|shortname=b\n";
+    writeFile("names", name);
+    writeFile("frame", encodeFrame("5=IBM|101=1.5"));
+    expect({{"tivra-wire --hub $HUB -u demo -m names convert --blanks frame", 0, "SYMBOL.TICKER=IBM b=1.5\n",
+             ""},
+            {"tivra-wire --hub $HUB -u demo --no-compression map -o map", 0, "", ""}});
     std::string named = text;
-    const std::string bid = expected.at(token::BID) + "\n";
-    named.insert(named.find(bid) + bid.size(), "cmd=AddShortName|name=BID|shortname=b\n");
-    EXPECT_EQ(cat->output(), named);
+    const std::string& bid = expected.at(token::BID);
+    named.insert(named.find(bid) + bid.size(), name);
+    EXPECT_EQ(mapWith("-m map -m names"), named);
 }
 
 TEST_F(WireHub, LeavesOutWhatNoMapFileCanHoldAndKnowsWhatEveryHubHas) {
@@ -70,16 +62,15 @@ TEST_F(WireHub, LeavesOutWhatNoMapFileCanHoldAndKnowsWhatEveryHubHas) {
                             config.dictionary.end());
     Hub strange(config);
     strange.start();
-    ASSERT_EQ(runWire(strange, {"map"}), 0) << cat->error();
-    EXPECT_THAT(cat->error(), HasSubstr("note: 4 tokens of the hub are left out"));
-    const std::string text = cat->output();
-    EXPECT_THAT(text, HasSubstr("cmd=AddToken|name=STRANGE|token=70004|storage=int\n"));
-    EXPECT_THAT(text, HasSubstr("cmd=AddToken|name=UNKNOWNTOKEN|token=45028|storage=string\n"));
-    EXPECT_THAT(text, HasSubstr("cmd=AddToken|name=TOKEN.DEL|token=5004|storage=int\n"));
+    dial(strange.hostString());
+    const std::string text = mapWith("--hub $HUB -u demo");
+    EXPECT_THAT(tool->error(), HasSubstr("note: 4 tokens of the hub are left out"));
+    EXPECT_THAT(text, AllOf(HasSubstr("cmd=AddToken|name=STRANGE|token=70004|storage=int\n"),
+                            HasSubstr("cmd=AddToken|name=UNKNOWNTOKEN|token=45028|storage=string\n"),
+                            HasSubstr("cmd=AddToken|name=TOKEN.DEL|token=5004|storage=int\n")));
     EXPECT_GE(std::count(text.begin(), text.end(), '\n'), static_cast<long>(before));
-    startBare({"--map", writeFile("map", text), "map"});
-    ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
-    EXPECT_EQ(cat->output(), text);
+    writeFile("map", text);
+    EXPECT_EQ(mapWith("-m map"), text);
 }
 
 TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
@@ -92,48 +83,42 @@ TEST_F(WireHub, RefusesMoreTokensThanItKeeps) {
     hub.script([frames](const Request& request) -> std::optional<Hub::Frames> {
         return request.command == "ListAvailableTokens" ? std::optional(Hub::Frames{frames}) : std::nullopt;
     });
-    EXPECT_EQ(runWire(hub, {"-t", "120", "map"}, std::chrono::seconds(150)), 6);
-    EXPECT_THAT(cat->error(), HasSubstr("the hub lists more than 200000 tokens"));
-    EXPECT_EQ(cat->output(), "");
+    EXPECT_EQ(start("tivra-wire --hub $HUB -u demo -t 120 map").waitForEnd(std::chrono::seconds(150)), 6);
+    EXPECT_THAT(tool->error(), HasSubstr("the hub lists more than 200000 tokens"));
+    EXPECT_EQ(tool->output(), "");
 }
 
 TEST_F(WireHub, AsksAgainWhenTheConnectionIsLostBeforeTheEndOfTheList) {
-    ASSERT_EQ(runWire(hub, {"map"}), 0) << cat->error();
-    const std::string whole = cat->output();
+    const std::string whole = mapWith("--hub $HUB -u demo");
     hub.answerWrong("ListAvailableTokens", Hub::Wrong::NoStatus, 1);
     hub.clearRequests();
-    startBare({"--hub", hub.hostString(), "-u", "demo", "map"});
+    start("tivra-wire --hub $HUB -u demo map");
     ASSERT_TRUE(hub.waitForCommand("ListAvailableTokens"));
     hub.dropConnections();
-    ASSERT_EQ(cat->waitForEnd(), 0) << cat->error();
-    EXPECT_EQ(cat->output(), whole);
+    ASSERT_EQ(tool->waitForEnd(), 0) << tool->error();
+    EXPECT_EQ(tool->output(), whole);
 }
 
 TEST_F(WireHub, TellsWhyThereIsNoDictionary) {
     const std::string host = hub.hostString();
-    const auto expectFailure = [this](const std::string& expected, const Arguments& arguments) {
-        EXPECT_EQ(runWire(hub, arguments), 6) << expected;
-        EXPECT_THAT(cat->error(), HasSubstr(expected));
-        EXPECT_THAT(cat->error(), Not(HasSubstr("secret")));
-        EXPECT_EQ(cat->output(), "");
-    };
-    setup.environment["TIVRA_PASSWORD"] = "secret";
-    expectFailure("cannot log in: user \"demo\" at " + host + ", in the login phase: the hub answered -5 ",
-                  {"check"});
-    setup.environment["TIVRA_PASSWORD"] = "demo";
+    const std::string line = "tivra-wire -u demo --hub ";
+    expect({{"TIVRA_PASSWORD=secret " + line + "$HUB check", 6, "",
+             AllOf(HasSubstr("cannot log in: user \"demo\" at " + host +
+                             ", in the login phase: the hub answered -5 "),
+                   Not(HasSubstr("secret")))},
+            {line + "$CLOSED check", 6, "",
+             AllOf(HasSubstr("cannot start a session with " + closedHost + " as \"demo\""),
+                   HasSubstr("Check the address and that a hub listens there. Log: "))}});
     hub.refuse("ListAvailableTokens", -18);
-    expectFailure("no dictionary from " + host + ": the hub answered -18 ", {"check"});
+    expect(
+        {{line + "$HUB check", 6, "", HasSubstr("no dictionary from " + host + ": the hub answered -18 ")}});
     hub.clearRefusals();
     hub.answerWrong("ListAvailableTokens", Hub::Wrong::NoStatus);
-    expectFailure(" tokens have come, but in 4 seconds not the last; --timeout gives it longer",
-                  {"-t", "4", "check"});
+    expect({{line + "$HUB -t 4 check", 6, "",
+             HasSubstr(" tokens have come, but in 4 seconds not the last; --timeout gives it longer")}});
     hub.setSilent(true);
-    expectFailure("no dictionary from " + host + ": in 0.5 seconds no session stood; --timeout",
-                  {"-t", "0.5", "check"});
-    const ClosedPort closed;
-    startBare({"--hub", closed.hostString(), "-u", "demo", "check"});
-    EXPECT_EQ(cat->waitForEnd(), 6);
-    EXPECT_THAT(cat->error(),
-                HasSubstr("cannot start a session with " + closed.hostString() + " as \"demo\""));
-    EXPECT_THAT(cat->error(), HasSubstr("Check the address and that a hub listens there. Log: "));
+    expect({{line + "$HUB -t 0.5 check", 6, "",
+             HasSubstr("no dictionary from " + host + ": in 0.5 seconds no session stood; --timeout")}});
 }
+
+} // namespace

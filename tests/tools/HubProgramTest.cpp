@@ -1,0 +1,77 @@
+#include "ToolFixture.h"
+
+#include "sim/RawClient.h"
+#include "tivra_sim/GroupConfig.h"
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+class HubProgram : public ToolFixture {
+protected:
+    std::unique_ptr<RawClient> connect(std::size_t place = 0) {
+        const std::string address = listeningAt(*tool, place);
+        return std::make_unique<RawClient>(
+            static_cast<std::uint16_t>(std::stoi(address.substr(address.find(':') + 1))));
+    }
+};
+
+TEST_F(HubProgram, OnceEndsWithItsCountsWhenThePlaybackIsOutAndTheClientHasGone) {
+    writeFile("secret", "open sesame\n");
+    start("tivra-hub -v --once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 --start-when 4 "
+          "-f " TIVRA_SAMPLE_DAY " --user ali --password-file secret");
+    const auto client = connect();
+    EXPECT_EQ(client->statusOf("5026=1|5022=LoginUser|5028=ali|5029=open sesame"), 0);
+    EXPECT_EQ(client->statusOf("5022=Subscribe|4=100|5026=30"), 0);
+    for (int i = 0; i < 50; ++i)
+        ASSERT_TRUE(client->next());
+    client->close();
+    EXPECT_EQ(tool->waitForEnd(), 0);
+    EXPECT_THAT(tool->output(), AllOf(HasSubstr("5029=***"), Not(HasSubstr("sesame")),
+                                      HasSubstr("sent 50 messages (50 of playback, 50 events played)")));
+}
+
+TEST_F(HubProgram, PlaybackStartsAtTheFirstSubscriptionAndTheSummarySaysWhenThereWasNone) {
+    for (const bool subscribes : {true, false}) {
+        start("tivra-hub --once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 "
+              "-f " TIVRA_SAMPLE_DAY);
+        const auto client = connect();
+        client->logIn();
+        if (subscribes) {
+            EXPECT_EQ(client->statusOf("5022=Subscribe|4=100|5=IBM|5026=30"), 0);
+        }
+        client->close();
+        EXPECT_EQ(tool->waitForEnd(), subscribes ? 0 : 5);
+        const std::string waiting =
+            "the playback starts when 1 symbol is subscribed at " + listeningAt(*tool) + "\n";
+        EXPECT_THAT(tool->output(),
+                    AllOf(HasSubstr("\n" + waiting),
+                          HasSubstr(subscribes ? "50 events played" : "nothing was played: " + waiting)));
+    }
+}
+
+TEST_F(HubProgram, AGroupServesOnAPortForEachMember) {
+    start("tivra-hub -v --once --group " TIVRA_GROUP_FILE);
+    ASSERT_NE(listeningAt(*tool, 2), "");
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (std::size_t member = 0; member < 3; ++member) {
+        clients.push_back(connect(member));
+        clients.back()->logIn();
+    }
+    EXPECT_THAT(clients[1]->ask("5026=5|5022=ListAdministrationInfo").front(), HasSubstr("=V7.4.0|"));
+    EXPECT_EQ(clients[2]->statusOf("5026=6|5022=QuerySnap|4=300|5=ZBOND"), -218);
+    clients.clear();
+    EXPECT_EQ(tool->waitForEnd(), 0);
+    EXPECT_THAT(tool->output(), AllOf(HasSubstr("hub 2, connection 1: 5026=6|5022=QuerySnap|4=300|5=ZBOND"),
+                                      HasSubstr("5 requests on 3 connections")));
+}
+
+TEST_F(HubProgram, AGroupPrintsItsConfigurationAsAFileCanHaveIt) {
+    EXPECT_EQ(run("tivra-hub --print-config --group " TIVRA_GROUP_FILE), 0);
+    const tivra_sim::GroupConfig read = tivra_sim::GroupConfig::fromJson(tool->output());
+    EXPECT_EQ(read.toJson(tivra_sim::HubConfig::Passwords::Hide) + "\n", tool->output());
+}
+
+} // namespace
