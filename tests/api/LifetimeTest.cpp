@@ -13,11 +13,10 @@ namespace {
 constexpr const char* kNoHandler = "Cannot start session without first registering a message event handler";
 constexpr const char* kMultiple = "Multiple Sessions are not supported; ignoring start request";
 
-struct SilentHandler : SessionEventHandler, UserEventHandler, MessageEventHandler, StatisticsEventHandler {
+struct SilentHandler : SessionEventHandler, UserEventHandler, MessageEventHandler {
     void onSessionEvent(const SessionEvent&) override {}
     void onUserEvent(const UserEvent&) override {}
     void onMessageEvent(const MessageEvent&) override {}
-    void onStatisticsEvent(const StatisticsEvent&) override {}
 };
 
 class Lifetime : public testing::Test {
@@ -148,27 +147,13 @@ TEST_F(Lifetime, NothingIsStartedStoppedOrDestroyedOnALibraryThread) {
     factory.destroyUserInfo(user);
 }
 
-TEST_F(Lifetime, GettersAndSettersGiveTheSameObjectsBack) {
-    Session& session = newSession();
-    EXPECT_EQ(session.getState(), Session::TIVRA_SESSION_UNAVAILABLE);
-    SessionConfig& config = session.getSessionConfig();
-    EXPECT_EQ(&config.set(SessionConfig::MAX_HUB_THREADS_LONG, 2).set(SessionConfig::WATCHLIST_BOOL, true),
-              &config);
-    EXPECT_EQ(&session.getSessionConfig(), &config);
-    ConnectionConfig& connections = session.getConnectionConfig();
-    EXPECT_EQ(&connections.set(HostConfig::QUEUE_SIZE_LONG, 2).addNATPair("10.0.0.1", "10.0.0.2"),
-              &connections);
-    EXPECT_EQ(&session.getConnectionConfig(), &connections);
-    HostConfig& host = connections.getHostConfig("127.0.0.1:1");
-    EXPECT_EQ(&host.set(HostConfig::READ_TIMEOUT_LONG, 2).set(HostConfig::BACKUP_BOOL, true), &host);
-    EXPECT_EQ(startReason(session), "Primary connection empty or Primary and backup have same connection");
-
-    session.registerMessageEventHandler(nullptr);
-    session.registerStatisticsEventHandler(&handler, 7);
-    EXPECT_THAT(logged(), HasSubstr("with 7 second interval"));
-    Request& request = session.createRequest();
-    EXPECT_EQ(&request.add(ENUM_SRC_ID, 100).add(5, "IBM").add(QUERY_REF_TAG, int64_t{20}), &request);
-    session.freeRequest(request);
+TEST_F(Lifetime, ASessionWithoutAPrimaryHostDoesNotStart) {
+    const std::string noPrimary = "Primary connection empty or Primary and backup have same connection";
+    Session& session = factory.createSession(user, handler);
+    session.registerMessageEventHandler(&handler);
+    EXPECT_EQ(startReason(session), noPrimary);
+    session.getConnectionConfig().getHostConfig("127.0.0.1:1").set(HostConfig::BACKUP_BOOL, true);
+    EXPECT_EQ(startReason(session), noPrimary);
     factory.destroySession(session);
     factory.destroyUserInfo(user);
 }

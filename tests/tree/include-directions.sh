@@ -18,13 +18,9 @@ for room in $rooms; do
         done
     done
 done
-# The runtime knows nobody, the public headers know only each other, the simulator only itself.
+# The runtime knows nobody, the simulator only itself; public headers are compiled with nothing else around.
 if grep -nE '^#[[:space:]]*include "(kvnparse|dictionary|config|request|receive|hub|session|api)/' -r shared/tp_lib_tp; then
     echo "the runtime includes a room"
-    status=1
-fi
-if grep -nE '^#[[:space:]]*include [<"](tp|kvnparse|dictionary|config|receive|hub|api|tivra_sim)/' -r include; then
-    echo "a public header includes something that is not public"
     status=1
 fi
 if grep -nE '^#[[:space:]]*include [<"](tp/|kvnparse/|dictionary/|config/|request/|receive/|hub/|session/|api/|tivra\.h)' -r sim/include sim/src sim/lnkapi; then

@@ -26,3 +26,13 @@ refuse 'void f(tivra::Request& a, tivra::Request& b) { a = b; }'
 refuse 'void f(tivra::Request& r) { delete &r; }'
 refuse 'tivra::ConnectionConfig config;'
 refuse 'tivra::APIFactory factory;'
+# Neither a text nor a null pointer turns into a bool or a number.
+for config in Session Connection Host; do
+    parameter=tivra::HostConfig::COMPRESSION_BOOL
+    [ $config != Session ] || parameter=tivra::SessionConfig::WATCHLIST_BOOL
+    refuse "void f(tivra::${config}Config& c) { c.set($parameter, \"yes\"); }"
+    refuse "void f(tivra::${config}Config& c) { c.set($parameter, nullptr); }"
+done
+refuse 'void f(tivra::SessionConfig& c) { c.set(tivra::HostConfig::QUEUE_SIZE_LONG, 1); }'
+refuse 'void f(tivra::Request& r) { r.add(5, nullptr); }'
+refuse 'void f(tivra::Request& r) { r.add(tivra::SYMBOL_TICKER, nullptr); }'
