@@ -16,64 +16,45 @@ std::vector<std::pair<std::string, const HostConfigImpl*>> walk(const HostTable&
     return seen;
 }
 
-struct HostTextCase {
-    const char* text;
-    const char* address;
-    size_t port;
-    bool isValid;
-};
-
-class HostText : public testing::TestWithParam<HostTextCase> {};
-
-TEST_P(HostText, IsSplitAndABadOneStillGivesAHost) {
-    HostFixture fixture;
-    LogCapture log;
-    const HostConfigImpl& host = fixture.host(GetParam().text);
-    EXPECT_EQ(host.getAddr(), GetParam().address);
-    EXPECT_EQ(host.getPort(), GetParam().port);
-    EXPECT_TRUE(host.isExternal());
-    const std::string text = GetParam().text;
-    std::vector<std::string> expected{
-        "DBUG: ConnectionConfigImpl::getHostConfig(ENTRY): hostInfoString (" + text + ")",
-        "DBUG: new hostConfigMap entry for (" + text + "); hostConfigMap.size()=1"};
-    if (!GetParam().isValid)
-        expected.push_back("WARN: Invalid hostInfoString (" + text +
-                           ") passed to ConnectionConfig::getHostConfig");
-    EXPECT_EQ(log.lines(), expected);
+TEST(HostTable, ATextIsSplitAndABadOneStillGivesAHostWithAWarning) {
+    const struct {
+        const char* text;
+        const char* address;
+        size_t port;
+        bool isValid;
+    } cases[] = {{"10.0.0.1:1", "10.0.0.1", 1, true},
+                 {"10.0.0.1:65535", "10.0.0.1", 65535, true},
+                 {"10.0.0.1:65536", "10.0.0.1", 65536, false},
+                 {"10.0.0.1:-1", "10.0.0.1", SIZE_MAX, false},
+                 {"10.0.0.1", "10.0.0.1", 0, false},
+                 {":", "", 0, false},
+                 {"a:b:80", "a", 0, false},
+                 {"h%s%n:0080", "h%s%n", 80, true}};
+    for (const auto& row : cases) {
+        HostFixture fixture;
+        LogCapture log;
+        const HostConfigImpl& host = fixture.host(row.text);
+        EXPECT_EQ(host.getAddr(), row.address);
+        EXPECT_EQ(host.getPort(), row.port);
+        EXPECT_EQ(log.has("WARN: Invalid hostInfoString (" + std::string(row.text) +
+                          ") passed to ConnectionConfig::getHostConfig"),
+                  !row.isValid);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Texts, HostText,
-                         testing::Values(HostTextCase{"10.0.0.1:1", "10.0.0.1", 1, true},
-                                         HostTextCase{"10.0.0.1:65535", "10.0.0.1", 65535, true},
-                                         HostTextCase{"10.0.0.1:0", "10.0.0.1", 0, false},
-                                         HostTextCase{"10.0.0.1:70000", "10.0.0.1", 70000, false},
-                                         HostTextCase{"10.0.0.1:-1", "10.0.0.1", SIZE_MAX, false},
-                                         HostTextCase{"10.0.0.1", "10.0.0.1", 0, false},
-                                         HostTextCase{"", "", 0, false}, HostTextCase{":", "", 0, false},
-                                         HostTextCase{"a:b:80", "a", 0, false},
-                                         HostTextCase{"h%s%n:0080", "h%s%n", 80, true}));
-
-TEST(HostTable, SameTextGivesTheSameHostAndOneEntryInTheOrderOfNaming) {
+TEST(HostTable, ATextHasOneHostInTheOrderOfNamingAndIsWalkedEvenWhenItsHostIsGone) {
     HostFixture fixture;
     const HostConfigImpl& second = fixture.host("10.0.0.9:80");
     const HostConfigImpl& first = fixture.host("10.0.0.1:80");
     EXPECT_EQ(&fixture.host("10.0.0.9:80"), &second);
-    EXPECT_EQ(second.getIndex(), 0u);
-    EXPECT_EQ(first.getIndex(), 1u);
-    EXPECT_EQ(fixture.table.size(), 2u);
     EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.9:80", &second), Pair("10.0.0.1:80", &first)));
-}
 
-TEST(HostTable, RemovedHostIsGoneButItsTextIsStillWalked) {
-    HostFixture fixture;
-    const size_t index = fixture.host("10.0.0.1:80").getIndex();
-    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.1:80", [=](size_t used) { return used == index; }));
-    EXPECT_NE(fixture.table.find("10.0.0.1:80"), nullptr);
-    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.1:80", [](size_t) { return false; }));
-    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.1:80", [](size_t) { return false; }));
-    EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.1:80", nullptr)));
-    // An index is never given out again: clients are found by it.
-    EXPECT_NE(fixture.host("10.0.0.1:80").getIndex(), index);
+    const size_t index = second.getIndex();
+    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.9:80", [=](size_t used) { return used == index; }));
+    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.9:80", [](size_t) { return false; }));
+    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.9:80", [](size_t) { return false; }));
+    EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.9:80", nullptr), Pair("10.0.0.1:80", &first)));
+    EXPECT_EQ(fixture.host("10.0.0.9:80").getIndex(), 2U) << "clients are found by it: none is given twice";
 }
 
 TEST(HostTable, HostIsFoundByAddressAndPortHoweverItsTextWasWritten) {
@@ -90,16 +71,10 @@ TEST(HostTable, RekeyMovesTheHostOfThatPortAndOnlyAPrimaryTakesTheAddress) {
         HostFixture fixture;
         const HostConfigImpl& host = fixture.host("10.0.0.1:80");
         fixture.host("10.0.0.1:81");
-        LogCapture log;
         fixture.table.rekeyByPort("10.9.9.9", 80, kind);
-        const bool isPrimary = kind == HostTable::RekeyKind::Primary;
         EXPECT_EQ(fixture.table.find("10.0.0.1:80"), nullptr);
         EXPECT_EQ(fixture.table.find("10.9.9.9:80"), &host);
-        EXPECT_EQ(host.getAddr(), isPrimary ? "10.9.9.9" : "10.0.0.1");
-        EXPECT_THAT(log.lines(),
-                    ElementsAre("DBUG: CMport=80; host addr/port=10.0.0.1:80",
-                                std::string("DBUG: Modify IP address in hostConfig to use 10.9.9.9 for ") +
-                                    (isPrimary ? "primary" : "backup") + " port 80"));
+        EXPECT_EQ(host.getAddr(), kind == HostTable::RekeyKind::Primary ? "10.9.9.9" : "10.0.0.1");
     }
 }
 

@@ -10,7 +10,7 @@
 #include "support/LogCapture.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
+using testing::EndsWith;
 using tivra::UserEvent;
 using tivra::UserInfo;
 using namespace tivra_internal;
@@ -143,12 +143,8 @@ TEST_F(UserInfoTest, UnknownHubsAreReportedAndRepaired) {
     LogCapture log;
     user.resetHub(&a);
     succeed(a);
-    EXPECT_THAT(
-        log.linesAboveDebug(),
-        ElementsAre(testing::MatchesRegex(
-                        "WARN: UserInfoImpl::resetHub: entry for HUB 0x[0-9a-f]+ missing; ignoring reset"),
-                    testing::MatchesRegex("WARN: UserInfoImpl::loginResult: entry for HUB 0x[0-9a-f]+ "
-                                          "missing; creating new one")));
+    EXPECT_THAT(log.linesAboveDebug(),
+                ElementsAre(EndsWith(" missing; ignoring reset"), EndsWith(" missing; creating new one")));
     EXPECT_EQ(user.getState(), UserInfo::AUTHENTICATED);
     // Announcing a hub that is already known doesn't undo its login.
     user.newHub(&a);
@@ -174,8 +170,7 @@ TEST_F(UserInfoTest, OneEventPerCallWithNoMutexHeldInTheCallback) {
     EXPECT_THAT(log.linesAboveDebug(), ElementsAre("INFO: UserEvent: AUTHORIZATION_FAILURE for user jane"));
     EXPECT_THAT(deliverAll(), ElementsAre("0:-5:ERR.AUTH.LOGIN", "1:0:Unknown code", "0:-5:ERR.AUTH.LOGIN"));
     EXPECT_TRUE(log.has("INFO: UserEvent: AUTHORIZATION_SUCCESS for user jane"));
-    for (const std::string& line : log.lines())
-        EXPECT_THAT(line, testing::Not(testing::HasSubstr("secret")));
+    EXPECT_THAT(log.lines(), testing::Each(testing::Not(testing::HasSubstr("secret"))));
     user.handleEvents();
 }
 

@@ -6,55 +6,48 @@ using namespace tivra_internal;
 
 namespace {
 
+/// How far the cross-reference hubs of a session behind a connection manager are.
+enum class Xref { NoManager, NotNeeded, Missing, Done };
+using enum Xref;
+using enum RoutingTarget;
+
 // The rows that a group of hubs without a connection manager cannot show.
-struct RouteCase {
-    int line;
-    RouteQuestion question;
-    RoutingTarget target;
-};
-
-RouteQuestion ask(int source, tivra::Commands command, const char* symbol = "IBM") {
-    RouteQuestion question;
-    question.source = source;
-    question.isCmdSet = true;
-    question.command = command;
-    question.symbol = symbol;
-    question.firstHubMajorVersion = 7;
-    return question;
-}
-
-RouteQuestion behindManager(RouteQuestion question, bool needed, bool done) {
-    question.isCMconnection = true;
-    question.initialXrefConnection = needed;
-    question.xrefHubsDone = done;
-    return question;
-}
-
-RouteQuestion withoutCommand(RouteQuestion question, bool isSplit) {
-    question.isCmdSet = false;
-    question.sourceIsSplit = isSplit;
-    return question;
-}
-
 TEST(Route, FindsItsTarget) {
-    for (const RouteCase& row :
-         {RouteCase{__LINE__, withoutCommand(ask(100, tivra::QUERYWILDCARD, "A"), true),
-                    RoutingTarget::HubOfSplitSymbol},
-          RouteCase{__LINE__, withoutCommand(ask(-1, tivra::LISTENUMERATION), false), RoutingTarget::AllHubs},
-          RouteCase{__LINE__, ask(4095, tivra::SUBSCRIBE), RoutingTarget::HubOfSource},
-          RouteCase{__LINE__, ask(4096, tivra::SUBSCRIBE), RoutingTarget::AllHubsNews},
-          RouteCase{__LINE__, behindManager(ask(5000, tivra::SUBSCRIBE), false, false),
-                    RoutingTarget::AllHubsNews},
-          RouteCase{__LINE__, behindManager(ask(5000, tivra::SUBSCRIBE), true, true),
-                    RoutingTarget::AllHubsNews},
-          RouteCase{__LINE__, behindManager(ask(5000, tivra::SUBSCRIBE), true, false),
-                    RoutingTarget::DefaultHubNewsXref},
-          RouteCase{__LINE__, behindManager(ask(-1, tivra::QUERYXREF), false, false), RoutingTarget::AllHubs},
-          RouteCase{__LINE__, behindManager(ask(-1, tivra::QUERYXREF), true, true), RoutingTarget::AllHubs},
-          RouteCase{__LINE__, behindManager(ask(-1, tivra::QUERYXREF), true, false),
-                    RoutingTarget::DefaultHubXref},
-          RouteCase{__LINE__, behindManager(ask(-1, tivra::QUERYSNAP), true, false), RoutingTarget::AllHubs}})
-        EXPECT_EQ(decideRoutingTarget(row.question), row.target) << "line " << row.line;
+    const struct {
+        int line;
+        int source;
+        tivra::Commands command;
+        Xref xref;
+        RoutingTarget target;
+    } cases[] = {{__LINE__, 4095, tivra::SUBSCRIBE, NoManager, HubOfSource},
+                 {__LINE__, 4096, tivra::SUBSCRIBE, NoManager, AllHubsNews},
+                 {__LINE__, 5000, tivra::SUBSCRIBE, NotNeeded, AllHubsNews},
+                 {__LINE__, 5000, tivra::SUBSCRIBE, Missing, DefaultHubNewsXref},
+                 {__LINE__, 5000, tivra::SUBSCRIBE, Done, AllHubsNews},
+                 {__LINE__, -1, tivra::QUERYXREF, NotNeeded, AllHubs},
+                 {__LINE__, -1, tivra::QUERYXREF, Missing, DefaultHubXref},
+                 {__LINE__, -1, tivra::QUERYXREF, Done, AllHubs},
+                 {__LINE__, -1, tivra::QUERYSNAP, Missing, AllHubs}};
+    RouteQuestion question;
+    question.symbol = "A";
+    question.firstHubMajorVersion = 7;
+    // What was not set is no command.
+    question.command = tivra::LISTENUMERATION;
+    EXPECT_EQ(decideRoutingTarget(question), AllHubs);
+    question.command = tivra::QUERYWILDCARD;
+    question.source = 100;
+    question.sourceIsSplit = true;
+    EXPECT_EQ(decideRoutingTarget(question), HubOfSplitSymbol);
+    question.sourceIsSplit = false;
+    question.isCmdSet = true;
+    for (const auto& row : cases) {
+        question.source = row.source;
+        question.command = row.command;
+        question.isCMconnection = row.xref != NoManager;
+        question.initialXrefConnection = row.xref == Missing || row.xref == Done;
+        question.xrefHubsDone = row.xref == Done;
+        EXPECT_EQ(decideRoutingTarget(question), row.target) << "line " << row.line;
+    }
 }
 
 } // namespace
