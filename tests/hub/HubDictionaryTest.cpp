@@ -60,8 +60,8 @@ TEST_F(HubDictionaryTest, RowsAreLoadedAsFarAsTheyGoAndNeverChangeWhatStands) {
                                    Contains(start + "TYPE missing from message"),
                                    Contains(start + "SIZE missing from message"),
                                    Contains(testing::EndsWith("response with tag [6]; ignored")),
-                                   Contains("INFO: DIC download from HUB Successful from " + hub.hostInfo() +
-                                            "; 8 tokens processed")));
+                                   Contains("INFO: DIC download from HUB Successful from " +
+                                            hub.hostString() + "; 8 tokens processed")));
 }
 
 TEST_F(HubDictionaryTest, AnotherVersionStaysWithItsHubAndIsNotDownloadedAgain) {

@@ -30,13 +30,12 @@ using Answers = std::map<std::string, std::vector<std::string>>;
 class HubFixture : public testing::Test {
 protected:
     struct Options {
-        long connectionTimeout = 5;
+        std::string address = "127.0.0.1";
+        size_t port = 0; ///< 0: the port of the hub
         long retryLimit = 5;
         long readTimeout = 5;
         bool compression = false;
         bool watchlist = false;
-        std::string address = "127.0.0.1";
-        size_t port = 0; ///< 0: the port of the hub
         size_t index = 0;
     };
 
@@ -51,8 +50,8 @@ protected:
         const size_t port = options.port != 0 ? options.port : hub.port();
         auto made = std::make_unique<HubClient>(
             HandleAccess::impl(*userHandle), session, (options.address + ':' + std::to_string(port)).c_str(),
-            options.address.c_str(), port, options.connectionTimeout, options.retryLimit, options.readTimeout,
-            options.compression, options.index, &host(), 1, 200, options.watchlist);
+            options.address.c_str(), port, 5, options.retryLimit, options.readTimeout, options.compression,
+            options.index, &host(), 1, 200, options.watchlist);
         made->attachReactor(reactor.get(), 0);
         return made;
     }
@@ -85,6 +84,9 @@ protected:
         serve();
     }
 
+    /// Where the hub is, as it says that itself.
+    std::string ownPort() const { return "|13001=127.0.0.1|13101=" + std::to_string(hub.port()); }
+
     /// The answers of a lone hub; a test replaces what it is about.
     Answers loneHub() {
         return {{"LoginUser", {"5026=1|5001=0"}},
@@ -96,7 +98,7 @@ protected:
                 {"ListInternalTokens",
                  {"5026=6|5035=10|5010=BID|5012=FLOAT|5011=20",
                   "5026=6|5035=11|5010=BID.SIZE|5012=INTEGER|5011=20", "5026=6|5001=0"}},
-                {"GetPort", {"5026=7|13001=127.0.0.1|13101=" + std::to_string(hub.port()) + "|5001=0"}},
+                {"GetPort", {"5026=7" + ownPort() + "|5001=0"}},
                 {"ListSplitExchanges", {"5026=8|5001=0"}},
                 {"GetAllPorts", {"5026=15|5001=0"}},
                 {"ListSystemPermission", {"5026=9|3=922|3=558|5001=0"}},

@@ -10,15 +10,13 @@ using testing::HasSubstr;
 TEST_F(HubLoginTest, TheRequestHoldsWhatTheUserWantsAndTheLogNotThePassword) {
     for (const bool wanted : {false, true}) {
         host().set(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, wanted);
-        Options options;
-        options.compression = wanted;
-        makeClient(options);
+        makeClient({.compression = wanted});
         LogCapture log;
         connectAndLogin();
         EXPECT_EQ(hub.readRequest(), std::string("5026=1|5022=LoginUser|5028=jane|5029=pa55word|13265=") +
                                          (wanted ? "1" : "0") + "|5053=V1.7.0.1|5129=C++|5128=Linux" +
                                          (wanted ? "|5201=1" : ""));
-        EXPECT_TRUE(log.has("INFO: HubClient::login - sending login to " + hub.hostInfo() +
+        EXPECT_TRUE(log.has("INFO: HubClient::login - sending login to " + hub.hostString() +
                             " for user jane; " +
                             (wanted ? "compression=1; conflationIndicator=true"
                                     : "compression=0; conflationIndicator=false")));
@@ -82,11 +80,9 @@ TEST_F(HubLoginTest, NothingIsAskedBeforeTheLoginIsAnswered) {
 }
 
 TEST_F(HubLoginTest, ASubscriptionThatIsRefusedAgainAndAgainClosesTheConnection) {
-    Options options;
-    options.retryLimit = 2;
     for (const char* word : {"Subscribe .UTC.TIME.DATE", "Subscribe .HUB.STATUS"}) {
         for (const char* refusal : {"|5001=-7", ""}) {
-            makeClient(options);
+            makeClient({.retryLimit = 2});
             session.first = client.get();
             Answers answers = loneHub();
             answers[word][0].replace(7, std::string::npos, refusal);

@@ -1,17 +1,12 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
-#include <gtest/gtest.h>
+#include "support/Ports.h"
 
 namespace tivra_internal {
 
@@ -34,32 +29,17 @@ inline std::string hubFrame(std::string_view body) {
 
 /// The hub's side of one connection, driven byte by byte: a listener on a free loopback port and what was
 /// accepted.
-class HubPeer {
+class HubPeer : public ClosedPort {
 public:
-    explicit HubPeer(int backlog = 16) : m_listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        EXPECT_EQ(::bind(m_listener, reinterpret_cast<sockaddr*>(&address), length), 0);
-        EXPECT_EQ(::listen(m_listener, backlog), 0);
-        EXPECT_EQ(::getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-        m_port = ntohs(address.sin_port);
-    }
-    ~HubPeer() {
-        drop();
-        ::close(m_listener);
-    }
+    HubPeer() { listen(16); }
+    ~HubPeer() { drop(); }
     HubPeer(const HubPeer&) = delete;
     HubPeer& operator=(const HubPeer&) = delete;
 
-    uint16_t port() const { return m_port; }
-    std::string hostInfo() const { return "127.0.0.1:" + std::to_string(m_port); }
-
     void accept() {
         drop();
-        ASSERT_TRUE(waitReadable(m_listener)) << "nobody connects";
-        m_fd = ::accept(m_listener, nullptr, nullptr);
+        ASSERT_TRUE(waitReadable(m_socket)) << "nobody connects";
+        m_fd = ::accept(m_socket, nullptr, nullptr);
         ASSERT_GE(m_fd, 0);
         const int on = 1;
         ::setsockopt(m_fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
@@ -118,9 +98,7 @@ public:
     }
 
 private:
-    int m_listener;
     int m_fd = -1;
-    uint16_t m_port = 0;
 };
 
 } // namespace tivra_internal

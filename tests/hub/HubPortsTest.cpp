@@ -35,7 +35,7 @@ protected:
 };
 
 TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
-    const std::string own = "|13001=127.0.0.1|13101=" + std::to_string(hub.port());
+    const std::string own = ownPort();
     expectKind("", "AGG");
     expectKind(own, "single-instance HUB");
     expectKind(own + "|13001=127.0.0.1", "1-way HUB");
@@ -58,7 +58,7 @@ TEST_F(HubPortsTest, AHubThatNamesOnlyOthersIsReachedThroughAnUnknownAddress) {
     EXPECT_EQ(client->getSuspendReason(), text);
     EXPECT_FALSE(client->isAgg());
     EXPECT_THAT(log.linesAboveDebug(),
-                testing::AllOf(Contains("WARN: " + text), Contains(HasSubstr("dialled " + hub.hostInfo())),
+                testing::AllOf(Contains("WARN: " + text), Contains(HasSubstr("dialled " + hub.hostString())),
                                Contains(HasSubstr("10.0.0.1|13101=")),
                                testing::Not(Contains("CRIT: Unable to successfully process AGG check!"))));
 }
@@ -83,7 +83,7 @@ TEST_F(HubPortsTest, SplitEntriesNameSourcesThenTheSymbolsThatApplyToThem) {
 TEST_F(HubPortsTest, ARefusedSplitListLeavesTheClientWaiting) {
     LogCapture log;
     EXPECT_EQ(askForSplit("5026=8|5001=-9").back(), "ListSplitExchanges");
-    EXPECT_TRUE(log.has("WARN: ListSplitExchanges failed on " + hub.hostInfo() +
+    EXPECT_TRUE(log.has("WARN: ListSplitExchanges failed on " + hub.hostString() +
                         " with return code = -9: Unknown code"));
     tp::Clock::advance(6.0);
     EXPECT_TRUE(client->isInitTimedOut(0.0));

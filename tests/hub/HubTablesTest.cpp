@@ -1,9 +1,11 @@
-// The decisions of the conversation as tables: versions, split patterns, conflation, the next step.
+// The decisions of the conversation as tables: versions, split patterns, conflation, the pace
+// of the dials, the next step.
 #include <gmock/gmock.h>
 
 #include "hub/ConflationChoice.h"
 #include "hub/ConversationSteps.h"
 #include "hub/HubVersion.h"
+#include "hub/RetryPace.h"
 #include "hub/SplitPattern.h"
 #include "support/LogCapture.h"
 
@@ -33,50 +35,53 @@ TEST(SplitPattern, DropsDelimitersAndTurnsTildesIntoAlternatives) {
 }
 
 TEST(Conflation, FollowsTheSettingsAsFarAsTheHubCan) {
-    const auto expectChoice = [](long type, long threshold, HubVersion version,
-                                 const ConflationChoice& expected, const std::string& logged = "") {
+    const struct {
+        int line;
+        long type;
+        long threshold;
+        HubVersion version;
+        ConflationChoice expected;
+        const char* warning = "";
+    } cases[] = {{__LINE__, 1, 25, {8, 0}, {1, false, 25}},
+                 {__LINE__, 7, 25, {8, 0}, {7, false, 25}},
+                 {__LINE__, 1, 30, {8, 0}, {1, false, 25}, "when CONFLATION_TYPE_LONG != JIT"},
+                 {__LINE__, 3, 25, {7, 4}, {1, false, 25}, "when HUB version < 7.5 (detected 7.4)"},
+                 {__LINE__, 3, 25, {7, 5}, {3, true, 25}},
+                 {__LINE__, 4, 25, {7, 7}, {1, false, 25}, "when HUB version < 7.8 (detected 7.7)"},
+                 {__LINE__, 4, 25, {7, 8}, {4, true, 25}},
+                 {__LINE__, 4, 75, {8, 0}, {4, true, 75}},
+                 {__LINE__, 3, 0, {8, 0}, {3, true, 1}, "will use 1 percent"},
+                 {__LINE__, 3, 76, {8, 0}, {3, true, 75}, "will use 75 percent"}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.line);
         LogCapture log;
-        EXPECT_EQ(chooseConflation(type, threshold, version), expected) << type << ' ' << threshold;
-        const std::vector<std::string> lines{"WARN: " + logged};
-        EXPECT_EQ(log.lines(), logged.empty() ? std::vector<std::string>() : lines);
-    };
-    const std::string tradeSafe = "; API will use default trade-safe conflation";
-    expectChoice(1, 25, {8, 0}, {1, false, 25});
-    expectChoice(7, 25, {8, 0}, {7, false, 25});
-    expectChoice(1, 30, {8, 0}, {1, false, 25},
-                 "Cannot set JIT_CONFLATION_THRESHOLD_PERCENT_LONG when CONFLATION_TYPE_LONG != JIT; value "
-                 "will be ignored");
-    expectChoice(3, 25, {7, 4}, {1, false, 25},
-                 "Cannot set CONFLATION_TYPE_LONG = 3 (JIT) when HUB version < 7.5 (detected 7.4)" +
-                     tradeSafe);
-    expectChoice(3, 25, {7, 5}, {3, true, 25});
-    expectChoice(
-        4, 25, {7, 7}, {1, false, 25},
-        "Cannot set CONFLATION_TYPE_LONG = 4 (JIT INTERVALIZED) when HUB version < 7.8 (detected 7.7)" +
-            tradeSafe);
-    expectChoice(4, 25, {7, 8}, {4, true, 25});
-    expectChoice(4, 75, {8, 0}, {4, true, 75});
-    expectChoice(
-        3, 0, {8, 0}, {3, true, 1},
-        "Requested JIT_CONFLATION_THRESHOLD_PERCENT_LONG of 0 percent is smaller than the minimum of "
-        "1; will use 1 percent");
-    expectChoice(
-        3, 76, {8, 0}, {3, true, 75},
-        "Requested JIT_CONFLATION_THRESHOLD_PERCENT_LONG of 76 percent is larger than the maximum of "
-        "75; will use 75 percent");
-}
-
-TEST(Conflation, AnIntervalThatTheHubWillIgnoreIsTold) {
-    LogCapture log;
+        EXPECT_EQ(chooseConflation(row.type, row.threshold, row.version), row.expected);
+        EXPECT_EQ(log.lines().size(), *row.warning != '\0' ? 1U : 0U);
+        EXPECT_THAT(log.lines(), testing::Each(testing::HasSubstr(row.warning)));
+    }
+    LogCapture log; // an interval that the hub will ignore
     for (const long type : {1L, 3L, 4L}) {
         noteIgnoredInterval(type, 1000);
         noteIgnoredInterval(type, 500);
     }
-    EXPECT_THAT(log.lines(), testing::ElementsAre(
-                                 "WARN: Cannot set CONFLATION_INTERVAL_LONG when CONFLATION_TYPE_LONG == 3 "
-                                 "(JIT); value will be ignored",
-                                 "WARN: Cannot set CONFLATION_INTERVAL_LONG when CONFLATION_TYPE_LONG == 4 "
-                                 "(JIT INTERVALIZED); value will be ignored"));
+    EXPECT_THAT(log.lines(), testing::ElementsAre(testing::HasSubstr("== 3"), testing::HasSubstr("== 4")));
+}
+
+TEST(RetryPace, WaitsTwiceAsLongAfterEachRefusalUpToALimitAndAFifthMoreByChance) {
+    double chance = 0.0;
+    RetryPace pace([&chance] { return chance; });
+    EXPECT_TRUE(pace.mayDial(0.0));
+    for (int round = 0; round < 2; ++round) {
+        double now = 1000.0;
+        for (const double wait : {1.0, 2.0, 4.0, 8.0, 16.0, 30.0, 30.0}) {
+            chance = round;
+            EXPECT_DOUBLE_EQ(pace.refused(now), wait * (1.0 + 0.2 * round));
+            now += wait * (1.0 + 0.2 * round);
+            EXPECT_FALSE(pace.mayDial(now - 0.01));
+            EXPECT_TRUE(pace.mayDial(now));
+        }
+        pace.accepted();
+    }
 }
 
 /// The first client of a group that has come as far as possible.

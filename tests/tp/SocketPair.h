@@ -21,6 +21,7 @@ public:
     SocketPair& operator=(const SocketPair&) = delete;
 
     [[nodiscard]] int fd() const { return m_ends[0]; }
+    [[nodiscard]] int peer() const { return m_ends[1]; }
     void write(std::string_view bytes) const {
         ASSERT_EQ(::send(m_ends[1], bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
