@@ -167,6 +167,14 @@ TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom)
     EXPECT_EQ(bytesWaiting(), 0);
 }
 
+TEST_F(HubReadingTest, AHubThatAnswersUncompressedIsLeftWithAReason) {
+    makeClient({.compression = true});
+    connectAndLogin();
+    feed(hubFrame("5026=1|5001=0"));
+    EXPECT_THAT(client->getSuspendReason(),
+                StartsWith("Error decompressing/parsing response from HUB: zlib error (-3("));
+}
+
 /// A hub whose side is one zlib stream, with the frames that reach the queue.
 class CompressedReadingTest : public HubReadingTest, public FrameHandler {
 protected:
