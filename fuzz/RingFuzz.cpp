@@ -58,26 +58,6 @@ std::string scan(std::string_view stream) {
     }
 }
 
-/// Puts bytes into the ring as reads of a socket would, which stop at the ring's end.
-class Feeder {
-public:
-    explicit Feeder(Queue& queue) : m_queue(queue) {}
-
-    void feed(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const std::string_view part = bytes.substr(0, RING - m_position);
-            fuzz::expectEqual("room", m_queue.takeOver({part.data(), part.size()}) ? "none" : "enough",
-                              "enough");
-            m_position = (m_position + part.size()) % RING;
-            bytes.remove_prefix(part.size());
-        }
-    }
-
-private:
-    Queue& m_queue;
-    std::size_t m_position = 0;
-};
-
 void popAll(Queue& queue) {
     while (!queue.isEmpty())
         queue.PopElement();
@@ -98,11 +78,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Listing listing;
     queue.setQueueHandler(&listing);
     queue.reset();
-    Feeder feeder(queue);
+    std::size_t position = 0;
+    // Reads of a socket stop at the ring's end.
+    const auto feed = [&position](std::string_view bytes) {
+        while (!bytes.empty()) {
+            const std::string_view part = bytes.substr(0, RING - position);
+            fuzz::expectEqual("room", queue.takeOver({part.data(), part.size()}) ? "none" : "enough",
+                              "enough");
+            position = (position + part.size()) % RING;
+            bytes.remove_prefix(part.size());
+        }
+    };
     // Frames of no interest take the ring to the place where the stream begins.
     for (std::size_t left = RING - distance; left > 0;) {
         const std::size_t part = left <= MAX_BODY ? left : MAX_BODY / 2;
-        feeder.feed(kvnparse_test::frameOf(std::string(part - HEADER - 1, 'f')));
+        feed(kvnparse_test::frameOf(std::string(part - HEADER - 1, 'f')));
         popAll(queue);
         left -= part;
     }
@@ -110,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     listing.listens = true;
     unsigned turn = 0;
     for (const std::string_view piece : fuzz::piecesOf(stream, seed)) {
-        feeder.feed(piece);
+        feed(piece);
         for (unsigned pops = lag == 0 ? ~0U : ++turn * 7 % lag; pops > 0 && !queue.isEmpty(); --pops)
             queue.PopElement();
     }
