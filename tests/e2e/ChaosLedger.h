@@ -11,7 +11,7 @@
 
 #include <tivra_sim/Tokens.h>
 
-#include "RecordingApp.h"
+#include "Client.h"
 
 namespace history {
 

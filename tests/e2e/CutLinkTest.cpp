@@ -1,6 +1,7 @@
 // A link that is cut without a word: no end of stream, no reset, only packets that never arrive.
 #include "Client.h"
-#include "Pump.h"
+
+#include <tivra_testkit/Pump.h>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -107,7 +108,7 @@ TEST(CutLink, ALossWithoutASignIsFoundOutHealedAndStopped) {
     ASSERT_TRUE(client.startAndWait());
     client.send(tivra::SUBSCRIBE, 100, "IBM");
     ASSERT_TRUE(far.hub->waitForSubscriptions(1));
-    const Pump pump(*far.hub);
+    const tivra_testkit::Pump pump(*far.hub);
     ASSERT_TRUE(waitForMore());
     for (int cut = 0; cut < 2; ++cut) {
         client.forget();

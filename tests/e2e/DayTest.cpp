@@ -1,6 +1,7 @@
 // A real day through the whole road, and what happens when the application is slower than the hub.
 #include "Client.h"
-#include "Gate.h"
+
+#include <tivra_testkit/Gate.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -186,7 +187,7 @@ TEST_P(SlowCallback, LosesMessagesOrTheConnectionAndResynchronises) {
         .set(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG, 60)
         .set(tivra::SessionConfig::WATCHLIST_BOOL, true);
     client.session().registerStatisticsEventHandler(&client, 1);
-    Gate gate;
+    tivra_testkit::Gate gate;
     std::atomic<std::size_t> received{0};
     std::atomic<bool> isLastSeen{false};
     std::string firstDifference;

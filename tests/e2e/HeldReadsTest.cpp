@@ -1,6 +1,7 @@
 // Reads that are held back while an answer is due: nothing is lost, and a connection that ends is noticed.
 #include "Client.h"
-#include "Gate.h"
+
+#include <tivra_testkit/Gate.h>
 
 #include <atomic>
 #include <ctime>
@@ -31,7 +32,7 @@ struct HeldClient : Client {
     HeldClient(const HeldClient&) = delete;
     HeldClient& operator=(const HeldClient&) = delete;
 
-    Gate gate;
+    tivra_testkit::Gate gate;
 };
 
 /// The seconds of processor time that the hub threads have taken.

@@ -1,7 +1,8 @@
 // What the library leaves behind, and applications that end in unusual ways.
 #include "Client.h"
+
 #include "Process.h"
-#include "Pump.h"
+#include <tivra_testkit/Pump.h>
 
 #include <cstdlib>
 
@@ -63,7 +64,7 @@ protected:
 };
 
 TEST_F(RunningTest, DestroyedInEveryLegalOrderWhileDataFlows) {
-    Pump pump(hub);
+    tivra_testkit::Pump pump(hub);
     const std::size_t before = threads();
     tivra::Request& unfinished = client.session().createRequest();
     unfinished.setCommand(tivra::QUERYSNAP);
@@ -77,7 +78,7 @@ TEST_F(RunningTest, DestroyedInEveryLegalOrderWhileDataFlows) {
 }
 
 TEST_F(RunningTest, HandlersAreTakenAwayWhileDataFlows) {
-    Pump pump(hub);
+    tivra_testkit::Pump pump(hub);
     RecordingApp other;
     client.session().registerStatisticsEventHandler(&client, 0);
     for (int round = 0; round < 5; ++round) {
@@ -94,7 +95,7 @@ TEST_F(RunningTest, HandlersAreTakenAwayWhileDataFlows) {
 }
 
 TEST_F(RunningTest, ForkLeavesTheParentRunning) {
-    Pump pump(hub);
+    tivra_testkit::Pump pump(hub);
     for (int round = 0; round < 20; ++round) {
         const pid_t child = ::fork();
         ASSERT_GE(child, 0);
@@ -117,7 +118,7 @@ TEST_F(RunningTest, ForkLeavesTheParentRunning) {
     auto* client = new Client(*hub);
     if (!client->startAndWait() || client->ask(tivra::SUBSCRIBE, 100, "IBM") != 0)
         ::_exit(3);
-    new Pump(*hub);
+    new tivra_testkit::Pump(*hub);
     if (!client->waitForUpdates(100))
         ::_exit(4);
     end(7);

@@ -1,7 +1,8 @@
 // Two hubs that share the sources between them: what is asked of both, and what one of them leaves
 // unanswered.
 #include "Client.h"
-#include "Gate.h"
+
+#include <tivra_testkit/Gate.h>
 
 #include <algorithm>
 #include <atomic>
@@ -34,7 +35,7 @@ struct SlowClient : Client {
         Client::onMessageEvent(event);
     }
     std::atomic<bool> isHeld{false};
-    Gate gate;
+    tivra_testkit::Gate gate;
 };
 
 class SeveralHubsTest : public testing::Test {

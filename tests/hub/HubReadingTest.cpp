@@ -10,7 +10,7 @@
 #include "hub/HubFixture.h"
 #include "kvnparse/Deflater.h"
 #include "receive/FrameHandler.h"
-#include "sim/Inflater.h"
+#include <tivra_testkit/Inflater.h>
 
 namespace tivra_internal {
 namespace {
@@ -230,7 +230,7 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
         for (size_t cut = 1, size = 2; cut < size; ++cut) {
             begin(withoutLastAnswer());
             ASSERT_FALSE(client->isReady());
-            Inflater inflater;
+            tivra_testkit::Inflater inflater;
             static_cast<void>(inflater(wire));
             std::vector<std::string> sent;
             std::string bytes = deflate(end, flush);

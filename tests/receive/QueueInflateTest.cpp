@@ -15,7 +15,7 @@
 #include "RingFixture.h"
 #include "kvnparse/Deflater.h"
 #include "kvnparse/StreamParser.h"
-#include "sim/Inflater.h"
+#include <tivra_testkit/Inflater.h>
 
 using namespace tivra_internal;
 using kvnparse_test::Deflater;
@@ -31,7 +31,7 @@ struct Stream {
 
     /// How many frames are whole in the first bytes of it.
     [[nodiscard]] size_t wholeIn(size_t bytes) const {
-        size_t plain = Inflater()(std::string_view(wire).substr(0, bytes)).size();
+        size_t plain = tivra_testkit::Inflater()(std::string_view(wire).substr(0, bytes)).size();
         size_t count = 0;
         for (; count < frames.size() && frames[count].size() <= plain; ++count)
             plain -= frames[count].size();

@@ -42,10 +42,10 @@ TEST(Compression, StreamBeginsWithTheLoginsAnswerAndAllFollowsInIt) {
 }
 
 TEST(Compression, IsRefusedPlainlyWhereItCannotBe) {
-    HubConfig config = quietConfig();
+    HubConfig config = HubConfig::quiet();
     config.compression = false;
     for (const bool isOff : {true, false}) {
-        StartedHub hub(isOff ? config : quietConfig());
+        StartedHub hub(isOff ? config : HubConfig::quiet());
         RawClient client(hub);
         // A stream that has begun plainly can't turn into another.
         if (!isOff) {

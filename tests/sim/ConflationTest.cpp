@@ -10,7 +10,7 @@ class Conflation : public testing::Test {
 protected:
     Conflation() { client.ask("5026=30|5022=Subscribe|4=100|5=IBM"); }
     static HubConfig config() {
-        HubConfig config = quietConfig();
+        HubConfig config = HubConfig::quiet();
         config.conflation = true;
         return config;
     }

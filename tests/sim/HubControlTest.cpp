@@ -60,7 +60,7 @@ TEST_F(HubControl, DropNowEndsOrResetsTheStream) {
 }
 
 TEST_F(HubControl, AHalfClosedConnectionIsHeardAndHoldsNothingUp) {
-    HubConfig config = quietConfig();
+    HubConfig config = HubConfig::quiet();
     config.outputLimit = 100;
     int left = 50;
     config.playback.bodies = [&left](TimedBody& message) {
@@ -282,7 +282,7 @@ TEST_F(HubControl, ThreadsMayDriveItWhileItStopsAndStarts) {
 }
 
 TEST_F(HubControl, AnUnusablePortOrAddressIsReported) {
-    HubConfig config = quietConfig();
+    HubConfig config = HubConfig::quiet();
     config.port = hub.port();
     Hub second(config);
     EXPECT_THROW(second.start(), std::system_error);

@@ -13,7 +13,7 @@ namespace {
 
 class HubConversation : public testing::Test {
 protected:
-    void start(HubConfig config = quietConfig()) {
+    void start(HubConfig config = HubConfig::quiet()) {
         hub = std::make_unique<StartedHub>(std::move(config));
         client = std::make_unique<LoggedIn>(*hub);
     }
@@ -34,7 +34,7 @@ std::vector<std::string> tokens(const std::vector<std::string>& bodies, int toke
 }
 
 TEST_F(HubConversation, LoginIsGrantedAndRefusedByNamePasswordAndCount) {
-    HubConfig config = quietConfig();
+    HubConfig config = HubConfig::quiet();
     config.users = {{"demo", "demo", {922}, 1}};
     StartedHub strict(config);
     RawClient first(strict);
@@ -76,7 +76,7 @@ TEST_F(HubConversation, StartUpRequestsAreAnsweredAsClientsReadThem) {
 }
 
 TEST_F(HubConversation, AggregatingHubNamesNoPortForTheSystemSourceOnly) {
-    HubConfig config = quietConfig();
+    HubConfig config = HubConfig::quiet();
     config.topology = Topology::Aggregating;
     config.advertisedHost = "10.1.2.3";
     start(config);
@@ -91,7 +91,7 @@ TEST_F(HubConversation, ConflationTypesNeedTheHubVersionThatHasThem) {
         {"V7.7.0", "2035=4", status::BAD_PARAMETER},         {"V8.0.0", "2035=4|3683=75", status::SUCCESS},
         {"V8.0.0", "2035=3|3683=76", status::BAD_PARAMETER}, {"V8.0.0", "2035=9", status::BAD_PARAMETER}};
     for (const auto& [version, parameters, expected] : cases) {
-        HubConfig config = quietConfig();
+        HubConfig config = HubConfig::quiet();
         config.hubVersion = version;
         start(config);
         EXPECT_EQ(client->statusOf("5026=4|5022=SetConflationType|" + parameters), expected)

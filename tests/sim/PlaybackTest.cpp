@@ -44,7 +44,7 @@ std::string writeDay(const std::string& name, const std::string& lines) {
 }
 
 HubConfig playbackConfig(const std::string& file, std::size_t startWhen) {
-    HubConfig config = quietConfig();
+    HubConfig config = HubConfig::quiet();
     config.playback.file = file;
     config.playback.startWhenSubscriptions = startWhen;
     return config;

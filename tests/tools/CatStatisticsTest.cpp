@@ -1,6 +1,6 @@
 #include "ToolFixture.h"
 
-#include "sim/RawClient.h"
+#include <tivra_testkit/RawClient.h>
 
 #include <csignal>
 #include <thread>
@@ -90,7 +90,7 @@ protected:
 
     /// The answer to a request, head and body.
     [[nodiscard]] std::string ask(const std::string& request) const {
-        RawClient client(port);
+        tivra_testkit::RawClient client(port);
         client.sendBytes(request + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
         return client.readToEnd();
     }
@@ -128,14 +128,14 @@ TEST_F(CatStatisticsServer, ServesTheLatestInTheFormThatCollectorsRead) {
 
 TEST_F(CatStatisticsServer, BadClientsHoldUpNeitherOthersNorTheEnd) {
     startServing();
-    std::vector<std::unique_ptr<RawClient>> slow;
+    std::vector<std::unique_ptr<tivra_testkit::RawClient>> slow;
     for (int i = 0; i < 10; ++i) {
-        slow.push_back(std::make_unique<RawClient>(port));
+        slow.push_back(std::make_unique<tivra_testkit::RawClient>(port));
         slow.back()->sendBytes(i == 0 ? "GET /metrics HTTP/1.1\r\nX: " : "GET /metr");
     }
-    RawClient garbage(port);
+    tivra_testkit::RawClient garbage(port);
     garbage.sendBytes(std::string("\0\xff\r\n\r\n", 6));
-    RawClient endless(port);
+    tivra_testkit::RawClient endless(port);
     try {
         endless.sendBytes("GET /" + std::string(100000, 'x')); // more than a request may have
     } catch (const std::runtime_error&) {                      // and than was read

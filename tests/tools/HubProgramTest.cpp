@@ -1,7 +1,7 @@
 #include "ToolFixture.h"
 
-#include "sim/RawClient.h"
 #include "tivra_sim/GroupConfig.h"
+#include <tivra_testkit/RawClient.h>
 
 using testing::AllOf;
 using testing::HasSubstr;
@@ -11,9 +11,9 @@ namespace {
 
 class HubProgram : public ToolFixture {
 protected:
-    std::unique_ptr<RawClient> connect(std::size_t place = 0) {
+    std::unique_ptr<tivra_testkit::RawClient> connect(std::size_t place = 0) {
         const std::string address = listeningAt(*tool, place);
-        return std::make_unique<RawClient>(
+        return std::make_unique<tivra_testkit::RawClient>(
             static_cast<std::uint16_t>(std::stoi(address.substr(address.find(':') + 1))));
     }
 };
@@ -55,7 +55,7 @@ TEST_F(HubProgram, PlaybackStartsAtTheFirstSubscriptionAndTheSummarySaysWhenTher
 TEST_F(HubProgram, AGroupServesOnAPortForEachMember) {
     start("tivra-hub -v --once --group " TIVRA_GROUP_FILE);
     ASSERT_NE(listeningAt(*tool, 2), "");
-    std::vector<std::unique_ptr<RawClient>> clients;
+    std::vector<std::unique_ptr<tivra_testkit::RawClient>> clients;
     for (std::size_t member = 0; member < 3; ++member) {
         clients.push_back(connect(member));
         clients.back()->logIn();

@@ -109,8 +109,11 @@ int RawClient::statusOf(const std::string& text) {
     return std::stoi(std::string(tivra_sim::findValue(ask(text).back(), token::STATUS)));
 }
 
-void RawClient::logIn() {
-    ask("5026=1|5022=LoginUser|5028=demo|5029=demo|13265=0|5053=V1.7.0.1|5129=C++|5128=Linux");
+void RawClient::logIn(bool isCompressed) {
+    if (isCompressed)
+        expectCompression();
+    ask(std::string("5026=1|5022=LoginUser|5028=demo|5029=demo|5053=V1.7.0.1|5129=C++|5128=Linux|13265=") +
+        (isCompressed ? "1" : "0"));
 }
 
 void RawClient::expectCompression() {

@@ -48,8 +48,8 @@ public:
     std::vector<std::string> ask(const std::string& text);
     /// Sends a text and returns the status of its answer.
     int statusOf(const std::string& text);
-    /// Logs in as `demo` without compression.
-    void logIn();
+    /// Logs in as `demo`.
+    void logIn(bool isCompressed = false);
 
     /// From now on bodies come out of one zlib stream.
     void expectCompression();

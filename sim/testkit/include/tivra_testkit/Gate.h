@@ -3,7 +3,9 @@
 #include <condition_variable>
 #include <mutex>
 
-/// Holds up whoever comes until it is opened.
+namespace tivra_testkit {
+
+/// Holds up whoever comes until it is opened: a callback, for instance. For any threads.
 class Gate {
 public:
     void wait() {
@@ -21,3 +23,5 @@ private:
     std::condition_variable m_changed;
     bool m_isOpen = false;
 };
+
+} // namespace tivra_testkit

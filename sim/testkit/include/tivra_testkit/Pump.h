@@ -7,6 +7,8 @@
 #include <tivra_sim/Hub.h>
 #include <tivra_sim/Tokens.h>
 
+namespace tivra_testkit {
+
 /// Keeps numbered data of one symbol flowing to its subscribers, several thousand records a second, until it
 /// is destroyed.
 class Pump {
@@ -29,3 +31,5 @@ private:
     std::atomic<bool> m_mustStop{false};
     std::thread m_thread;
 };
+
+} // namespace tivra_testkit
