@@ -49,6 +49,9 @@ TEST_F(QueueStatisticsTest, SecondAndIntervalFiguresComeFromTheTicks) {
     // Everything has been handed on: a silent interval reports silence.
     endInterval();
     EXPECT_EQ(input(), (Figures{150, 0, 0, 0, 0}));
+    tick(7, 70);
+    endInterval();
+    EXPECT_EQ(input(), (Figures{157, 7, 7, 70, 70})) << "the peak is this interval's";
 }
 
 TEST_F(QueueStatisticsTest, DroppedBytesCountAsTheMessagesTheyWere) {

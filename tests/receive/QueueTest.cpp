@@ -99,6 +99,7 @@ TEST_F(RingTest, ResetWaitsForARunningCallback) {
     feed(frameOf("1=a"));
     std::thread consumer([&] { queue.PopElement(); });
     slow.inside.wait(false);
+    EXPECT_FALSE(queue.isEmpty()) << "the frame's place isn't free yet";
     std::thread producer([&] {
         slow.resetStarted = true;
         slow.resetStarted.notify_all();

@@ -87,4 +87,10 @@ TEST(RequestInternal, OnlyACommandPairIsConvertedToASnap) {
     RequestInternal noCommand(&builder);
     EXPECT_EQ(noCommand.convertSubscribeToSnap(), std::string::npos);
     EXPECT_EQ(noCommand.getKVNCommand(), "5028=5022=Subscribe|");
+    builder.setCommand(tivra::SUBSCRIBEWILDCARD);
+    builder.setCommand(tivra::SUBSCRIBE);
+    RequestInternal twoCommands(&builder);
+    EXPECT_EQ(twoCommands.convertSubscribeToSnap(), 43U);
+    EXPECT_EQ(twoCommands.getKVNCommand(),
+              "5028=5022=Subscribe|5022=SubscribeWildCard|5022=QuerySnapAndSubscribe|");
 }

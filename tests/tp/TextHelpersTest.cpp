@@ -13,7 +13,7 @@ TEST(Strtrim, BothEndsAndNothingElse) {
         const char* before;
         const char* after;
     } cases[] = {{"", ""},           {" \t\r\n\v\f ", ""}, {"a", "a"},
-                 {"  a b  ", "a b"}, {"\n=MSFT", "=MSFT"}, {"\xa0x\xff ", "\xa0x\xff"}};
+                 {"  a b\n", "a b"}, {"\n=MSFT", "=MSFT"}, {"\xa0x\xff ", "\xa0x\xff"}};
     for (const auto& c : cases) {
         std::string text = c.before;
         EXPECT_EQ(tp::strtrim(text.data()), text.data());
