@@ -23,7 +23,7 @@ TEST_F(CatStream, EachCommandDeliversUpdatesUntilTheCountIsReached) {
     const struct {
         const char* arguments;
         const char* request;            ///< as the hub gets it
-        std::vector<std::string> types; ///< of the data messages in order, one update being pushed
+        std::vector<std::string> types; ///< of the data messages in order
     } rows[] = {
         {"subscribe 101:IBM131221C185", "Subscribe", {"update"}},
         {"subscribe --snapshot 101:IBM131221C185", "QuerySnapAndSubscribe", {"image-part", "update"}},
@@ -36,7 +36,8 @@ TEST_F(CatStream, EachCommandDeliversUpdatesUntilTheCountIsReached) {
         start("tivra-cat $AT -o json --count " + std::to_string(row.types.size()) + " " + row.arguments);
         ASSERT_TRUE(hub.waitForCommand(row.request, kPatience)) << tool->error();
         ASSERT_TRUE(waitForSubscription());
-        ASSERT_EQ(hub.pushRecord(Record(101, "IBM131221C185").add(token::BID, "1.5")), 1U);
+        const std::string update = encodeFrame(Record(101, "IBM131221C185").add(token::BID, "1.5").body());
+        hub.sendRaw(update + update); // one more than is wanted
         ASSERT_EQ(tool->waitForEnd(), 0) << tool->error();
         std::vector<std::string> types;
         for (const nlohmann::json& line : jsonLines(tool->output())) {
