@@ -378,7 +378,9 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
     };
     // Known: on the second member. Every member alerts, and the application hears of it once.
     market.group.hub(0).pushEntitlementAlert(201, false); // not its own
-    market.settle();
+    market.group.hub(0).pushEntitlementAlert(100, false);
+    expectEvent("SOURCE_REMOVED 100");
+    EXPECT_EQ(market->sessionEvents(), events);
     market.group.withdraw("demo", 201);
     expectEvent("SOURCE_REMOVED 201");
     EXPECT_EQ(reachedBy(201, "REGION1", status::NO_PERMISSION), Members{1}) << "its hub still answers for it";
