@@ -61,6 +61,14 @@ protected:
     }
 };
 
+TEST_F(HubEventReactorTest, NothingGoesOutBeforeTheHubIsReady) {
+    makeClient();
+    connectAndLogin();
+    hub.readRequest();
+    push(18);
+    expectPass({});
+}
+
 TEST_F(HubEventReactorTest, TheFullQueueOfOneHubRefusesUnlessForcedAndLeavesTheRequestWithItsOwner) {
     makeClient();
     const std::unique_ptr<HubClient> other = anotherClient();
