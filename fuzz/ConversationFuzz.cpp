@@ -59,6 +59,7 @@ void takeAll(HubClient& client) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     tp::eprintf_ctrl(EPF_ENABLE, EPF_MUTE);
     static HubPeer hub;
+    GTEST_FLAG_SET(throw_on_failure, true); // which its checks are worth here
     static QuietUser quiet;
     static HostTable table;
     static auto connections =

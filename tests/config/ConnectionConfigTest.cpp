@@ -33,14 +33,15 @@ TEST(ConnectionConfig, NatPairsStayOneToOneInBothDirections) {
     fixture.handle->addNATPair(" \t10.0.0.1\r\n", "\v192.168.0.1\f")
         .addNATPair("10.0.0.1", "192.168.0.2")
         .addNATPair("10.0.0.2", "192.168.0.1 ")
-        .addNATPair("10.0.0.2", "192.168.0.2");
+        .addNATPair("10.0.0.2", "192.168.0.2")
+        .addNATPair(" \n\t\v\f\r", "192.168.0.3");
     const std::string start = "WARN: Failed to add NAT pair ";
     EXPECT_THAT(log.lines(),
                 testing::ElementsAre(
                     "INFO: Adding NAT pair 10.0.0.1, 192.168.0.1",
                     start + "10.0.0.1, 192.168.0.2: HUB ip 10.0.0.1 already exists in a NAT pair",
                     start + "10.0.0.2, 192.168.0.1: local ip 192.168.0.1 already exists in a NAT pair",
-                    "INFO: Adding NAT pair 10.0.0.2, 192.168.0.2"));
+                    "INFO: Adding NAT pair 10.0.0.2, 192.168.0.2", "INFO: Adding NAT pair , 192.168.0.3"));
     const HostConfigImpl& host = fixture.host("10.0.0.1:80");
     for (const std::string last : {"1", "2"}) {
         EXPECT_EQ(host.getLocalIp("10.0.0." + last), "192.168.0." + last);

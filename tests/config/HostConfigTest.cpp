@@ -41,8 +41,11 @@ TEST(HostConfig, FirstLongStaysLastBoolCountsAndWrongEnumeratorsChangeNothing) {
     }
     host.set(HostConfig::READ_TIMEOUT_LONG, true);
     host.set(HostConfig::BACKUP_BOOL, 1L);
+    fixture.connections.set(HostConfig::BACKUP_BOOL, true);
+    fixture.connections.set(HostConfig::COMPRESSION_BOOL, 0L);
+    EXPECT_TRUE(fixture.connections.getBoolean(HostConfig::COMPRESSION_BOOL, false));
     EXPECT_EQ(host.getLong(HostConfig::COMPRESSION_BOOL, 42), 42);
-    EXPECT_THAT(log.lines(), testing::AllOf(testing::SizeIs(9),
+    EXPECT_THAT(log.lines(), testing::AllOf(testing::SizeIs(11),
                                             testing::Each(testing::StartsWith("WARN: Invalid parameter ("))));
     EXPECT_EQ(host.getLong(HostConfig::READ_TIMEOUT_LONG, 0), 10);
     EXPECT_FALSE(host.getBoolean(HostConfig::BACKUP_BOOL, true));

@@ -428,6 +428,7 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
         ASSERT_TRUE(question);
         asked.sendBody("5026=" + std::to_string(question->tag) + "|" + fields + "|5001=0");
         EXPECT_TRUE(market->waitForLog(logged));
+        market.settle();
         EXPECT_EQ(questions(source++), 1U);
     }
     asked.clearRefusals();
@@ -442,6 +443,19 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
     expectEvent("SOURCE_REMOVED 4200");
     EXPECT_EQ(questions(4200), 0U);
     EXPECT_EQ(market->sessionEvents(), events);
+
+    // What has been asked is forgotten by a stop.
+    for (const bool isAnew : {false, true}) {
+        if (isAnew) {
+            market->session().stop();
+            ASSERT_TRUE(market->startAndWait());
+        }
+        asked.clearRequests();
+        asked.pushEntitlementAlert(560, true);
+        EXPECT_TRUE(asked.waitForRequest([](const Request& request) {
+            return request.command == "GetPort" && request.value(4) == "560";
+        }));
+    }
 }
 
 TEST(Group, ABusyMemberIsAskedAgain) {

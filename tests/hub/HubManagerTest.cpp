@@ -108,7 +108,7 @@ TEST_F(HubManagerTest, AHostThatIsNoManagerIsDialledItself) {
     const std::string tooLong(5000, '1');
     for (const Answer& noManager :
          {Answer{LNKAPI_ERROR_NOT_CM, ""}, Answer{LNKAPI_ERROR_WINSOCK, ""}, Answer{-4711, ""},
-          Answer{0, "hub.example"}, Answer{0, ""}, Answer{0, tooLong}}) {
+          Answer{0, "hub.example"}, Answer{0, "%s%n|5026=1"}, Answer{0, ""}, Answer{0, tooLong}}) {
         SCOPED_TRACE(noManager.status);
         session.managers.m_CMcheckDone = false;
         makeManaged({noManager});

@@ -37,6 +37,8 @@ protected:
 TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
     const std::string own = ownPort();
     expectKind("", "AGG");
+    EXPECT_TRUE(client->isReady());
+    EXPECT_THAT(session.told, Contains("user 558 here"));
     expectKind(own, "single-instance HUB");
     expectKind(own + "|13001=127.0.0.1", "1-way HUB");
     expectKind(own + "|13001=10.0.0.1|13101=7001|13101=7002", "3-way HUB", " 10.0.0.1:7001 10.0.0.1:7002");

@@ -87,7 +87,7 @@ TEST(Denom, DecimalsScaleBothWays) {
         for (const std::int64_t wire : {0L, 1L, -1L, 7L, 123456789L, -987654321987L}) {
             double value = static_cast<double>(wire);
             EXPECT_EQ(d.normalizeValue(&value), 0);
-            EXPECT_NEAR(value, static_cast<double>(wire) / d.denominator, std::fabs(value) * 1e-15);
+            EXPECT_NEAR(value, static_cast<double>(wire) / std::pow(10.0, n), std::fabs(value) * 1e-15);
             EXPECT_EQ(d.unNormalizeValue(value), wire) << d.name;
         }
     }

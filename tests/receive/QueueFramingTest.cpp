@@ -15,15 +15,18 @@ using namespace std::string_literals;
 TEST_F(RingTest, GarbageMayStandAnywhereAroundTheEndOfTheRingAndBeCutByAnyRead) {
     const std::string first = frameOf("1=first"), second = frameOf("1=second");
     const std::string tooLong = "\x04\x20\x00\x04\x00\x01"s, noEnd = "\x04\x20\0\0\0\x03 1=?"s;
+    const std::string wouldWrap =
+        "\x04\x20\1\0\0\1x\x03"s; // without the top byte of its length it is a frame
     for (const std::string& garbage :
-         {""s, "abc"s, tooLong, std::string(9, '\x04'), noEnd, "ab\x04\x04 defgh\x03"s}) {
+         {""s, "abc"s, tooLong, wouldWrap, std::string(9, '\x04'), noEnd, "ab\x04\x04 defgh\x03"s}) {
         const std::string all = first + garbage + second;
         for (size_t distance = 1; distance < all.size(); ++distance) {
             SCOPED_TRACE(garbage + ", ring ends after " + std::to_string(distance));
             goToEnd(distance);
             const uint64_t before = droppedIn();
-            feed(std::string_view(all).substr(0, all.size() - distance));
-            feed(std::string_view(all).substr(all.size() - distance));
+            const size_t cut = distance * 7 % all.size();
+            feed(std::string_view(all).substr(0, cut));
+            feed(std::string_view(all).substr(cut));
             popAll();
             ASSERT_EQ(handler.frames, (Frames{first, second}));
             ASSERT_EQ(droppedIn() - before, garbage.size());

@@ -157,6 +157,16 @@ TEST_F(ReadHandlerTest, AnAnswerToAQueryOrAListIsCountedOnce) {
     EXPECT_EQ(queue.getQueryCount(), 2);
     receive("5026=22|5001=0");
     EXPECT_EQ(queue.getQueryCount(), 1);
+    std::vector<int> counted;
+    for (int command = 0; command < 24; ++command) {
+        session.commands[30] = static_cast<tivra::Commands>(command);
+        queue.incrQueryCount();
+        const auto before = queue.getQueryCount();
+        receive("5026=30|5001=0");
+        if (queue.getQueryCount() < before)
+            counted.push_back(command);
+    }
+    EXPECT_EQ(counted, (std::vector<int>{2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 13, 14, 15, 16, 19, 22}));
 }
 
 TEST_F(ReadHandlerTest, StatusCodesAreTranslatedForSessionsThroughAManager) {

@@ -1,5 +1,7 @@
 #include "tivra_sim/GroupConfig.h"
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 
 #include <fstream>
@@ -101,7 +103,7 @@ TEST(HubConfig, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
 }
 
 TEST(HubConfig, FileErrorsNameTheFile) {
-    const std::string path = testing::TempDir() + "tivra_sim_bad.json";
+    const std::string path = testing::TempDir() + "tivra_sim_bad.json" + std::to_string(::getpid());
     std::ofstream(path) << R"({"port": "x"})";
     for (const std::string& file : {path, path + ".absent"})
         EXPECT_THAT([&] { static_cast<void>(HubConfig::fromJsonFile(file)); },

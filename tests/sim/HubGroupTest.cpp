@@ -159,7 +159,8 @@ TEST(HubGroup, MembersMayDifferAndBehaveBadlyFromTheStart) {
         "hub": {"heartbeat": {"enabled": false}, "hubStatus": {"enabled": false}},
         "members": [
             {"behaviour": {"faults": [{"command": "QuerySnap", "answer": -218, "times": 1},
-                                      {"command": "Echo", "answer": "twice", "times": 1}]}},
+                                      {"command": "Echo", "answer": "twice", "times": 1},
+                                      {"command": "GetAllUsers", "answer": "none"}]}},
             {"hubVersion": "V7.3.0", "dictionaryVersion": "other", "behaviour": {"answerDelayMs": 20}},
             {"behaviour": {"down": true}}]})");
     EXPECT_EQ(GroupConfig::fromJson(config.toJson()).toJson(), config.toJson());
@@ -168,6 +169,7 @@ TEST(HubGroup, MembersMayDifferAndBehaveBadlyFromTheStart) {
     const std::string snap = "5026=3|5022=QuerySnap|4=200|5=REGION0";
     EXPECT_EQ(raw.at(0).statusOf(snap), status::BUSY);
     EXPECT_EQ(raw.at(0).statusOf(snap), 0);
+    raw.at(0).send("5026=6|5022=GetAllUsers");
     raw.at(0).send("5026=4|5022=Echo");
     EXPECT_EQ(raw.at(0).next(), "5026=4|5001=0");
     EXPECT_EQ(raw.at(0).next(), "5026=4|5001=0");

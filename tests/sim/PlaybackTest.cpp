@@ -1,5 +1,6 @@
 #include "SimTest.h"
 
+#include <unistd.h>
 #include <zlib.h>
 
 #include <fstream>
@@ -38,7 +39,7 @@ std::vector<std::string> sampleBodies() {
 }
 
 std::string writeDay(const std::string& name, const std::string& lines) {
-    const std::string path = testing::TempDir() + name;
+    const std::string path = testing::TempDir() + name + std::to_string(::getpid());
     std::ofstream(path) << kColumns << lines;
     return path;
 }

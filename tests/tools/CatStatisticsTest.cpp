@@ -48,13 +48,14 @@ TEST_F(CatStatistics, FileIsReplacedAsAWholeInEveryForm) {
     for (const auto& form : forms) {
         const std::string path = directory + "/" + form.name;
         start("tivra-cat $AT --stats 1 --stats-format " + form.name + " --stats-file " + path +
-              " -q subscribe 100:IBM");
+              (form.name == "text" ? "" : " --stats-label a=b") + " -q subscribe 100:IBM");
         ASSERT_TRUE(comesTrue([&] { return inodeOf(path) != 0; })) << tool->error();
         // Held open, so that the next file can't get the inode of this one.
         std::ifstream first(path);
         const ino_t before = inodeOf(path);
         ASSERT_TRUE(comesTrue([&] { return inodeOf(path) != before; })) << tool->error();
         EXPECT_THAT(textOf(path), AllOf(StartsWith(form.begin), EndsWith(form.end)));
+        EXPECT_EQ(textOf(path).find("b\"") == std::string::npos, form.name == "text") << "the label";
         const std::string old((std::istreambuf_iterator<char>(first)), {});
         EXPECT_THAT(old, AllOf(StartsWith(form.begin), EndsWith(form.end))) << "written over";
         interrupt();

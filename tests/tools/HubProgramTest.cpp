@@ -35,8 +35,8 @@ TEST_F(HubProgram, OnceEndsWithItsCountsWhenThePlaybackIsOutAndTheClientHasGone)
 
 TEST_F(HubProgram, PlaybackStartsAtTheFirstSubscriptionAndTheSummarySaysWhenThereWasNone) {
     for (const bool subscribes : {true, false}) {
-        start("tivra-hub --once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 "
-              "-f " TIVRA_SAMPLE_DAY);
+        start("SECRET=demo tivra-hub --once --heartbeat 0 --hub-status 0 --full-speed --max-events 50 "
+              "--user demo --password-env SECRET -f " TIVRA_SAMPLE_DAY);
         const auto client = connect();
         client->logIn();
         if (subscribes) {

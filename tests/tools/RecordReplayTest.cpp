@@ -17,8 +17,6 @@ using Times = std::vector<std::int64_t>;
 
 class RecordReplay : public ToolFixture {
 protected:
-    RecordReplay() { setenv("SYMBOLS", "100:IBM 101:IBM131221C185", 1); }
-
     Bodies bodiesOf(const std::string& name, Times* times = nullptr) const {
         tivra_capture::CaptureReader reader(directory + "/" + name);
         EXPECT_TRUE(reader.isComplete()) << name;
@@ -45,6 +43,7 @@ protected:
         return replayer->error();
     }
 
+    const std::string symbols = "100:IBM 101:IBM131221C185";
     std::unique_ptr<Process> replayer;
 };
 
@@ -74,9 +73,8 @@ protected:
     /// Starts a recording of present values and updates; all that comes is printed too.
     void startRecording(const std::string& options) {
         start("tivra-cat -H $HUB -u demo --read-timeout 60 --queue-size 16 --watchlist -o raw subscribe "
-              "--snapshot "
-              "$SYMBOLS --record " +
-              options);
+              "--snapshot " +
+              symbols + " --record " + options);
     }
 
     void stopRecording(std::size_t count) {
@@ -134,7 +132,7 @@ TEST_F(RecordReplay, PaceIsThatOfTheCaptureTimesTheFactorAndTheOrderStays) {
     sent.erase(sent.begin(), sent.begin() + 2);
     for (const auto& [factor, least] : {std::pair("4", 300), std::pair("1", 1200), std::pair("0", 0)}) {
         replay(std::string("first --replay-from 0.9 --factor ") + factor);
-        ASSERT_EQ(run("tivra-cat $AT --record second -q -n 4 subscribe $SYMBOLS"), 0) << tool->error();
+        ASSERT_EQ(run("tivra-cat $AT --record second -q -n 4 subscribe " + symbols), 0) << tool->error();
         Times times;
         EXPECT_EQ(bodiesOf("second", &times), sent);
         EXPECT_THAT(stopReplay(), HasSubstr("2 messages of the capture have no symbol or answer a request"));
@@ -166,7 +164,7 @@ TEST_F(RecordReplay, CaptureOfASlowDiskLacksCountedMessagesAndTheRestIsWhole) {
     Hub player(config);
     player.start();
     dial(player.hostString());
-    start("tivra-cat $AT --buffer 100 --record pipe -q --queue-size 16 -n 4000 subscribe $SYMBOLS");
+    start("tivra-cat $AT --buffer 100 --record pipe -q --queue-size 16 -n 4000 subscribe " + symbols);
     ASSERT_TRUE(player.waitForPlayback()) << "the callbacks wait for the disk";
     ASSERT_TRUE(player.waitForConnections(0, kPatience)) << "not all was received";
     const std::string captured = readPipe(pipe);

@@ -54,16 +54,16 @@ protected:
 
     ~ToolFixture() override { std::filesystem::remove_all(directory); }
 
-    /// What $HUB and $AT stand for from now on.
-    static void dial(const std::string& address) {
-        setenv("HUB", address.c_str(), 1);
+    /// What $HUB and $AT stand for in lines from now on.
+    void dial(const std::string& address) {
         // A hub that a busy machine holds up for seconds must not count as lost.
-        setenv("AT", ("-H " + address + " -u demo --no-compression --read-timeout 60").c_str(), 1);
+        m_variables =
+            "HUB=" + address + "; AT='-H " + address + " -u demo --no-compression --read-timeout 60'; ";
     }
 
     /// Starts what a line says, after assignments to the environment if it begins with any.
     Process& start(const std::string& line, Process::Place place = Process::Place::Files) {
-        tool = std::make_unique<Process>(directory, "cd && exec env " + line, place);
+        tool = std::make_unique<Process>(directory, m_variables + "cd && exec env " + line, place);
         return *tool;
     }
 
@@ -146,4 +146,7 @@ protected:
     const std::string closedHost = "127.0.0.1:" + std::to_string(closed.port());
     std::string directory;
     std::unique_ptr<Process> tool; ///< goes before the folder does
+
+private:
+    std::string m_variables; ///< of the shell: the environment is read by the hub's thread
 };

@@ -217,7 +217,7 @@ TEST_F(Eprintf, TheFileNeverBecomesAStandardStream) {
 TEST_F(Eprintf, ALineThatDoesNotFitIsGivenUpAndTheNextIsWhole) {
     only(EPF_LEVELS | EPF_COLOR);
     std::string text(32720, 'x'), logged;
-    for (;; text += 'x') {
+    for (; text.size() < 33'000; text += 'x') {
         logged = stderrOf([&] { eprintf(EPF_ALWAYS_WARN, "%s", text.c_str()); });
         if (countOf(logged, text) == 0)
             break;

@@ -33,6 +33,12 @@ for file in $(find src shared/tp_lib_tp -name '*.cpp' -o -name '*.h' | sort); do
     fi
 done
 
+# A process of a user may well have more than 1,024 descriptors.
+if grep -rnwE 'FD_SET|FD_ISSET|fd_set' src shared; then
+    echo "select takes no descriptor from 1,024 on"
+    status=1
+fi
+
 # A request holds the user's password in one place only, and no log line may see it.
 if grep -nE 'eprintf\(.*[pP]assword' -r src; then
     echo "a log line names the password"

@@ -21,8 +21,11 @@ refuse() {
         exit 1
     fi
 }
-refuse 'tivra::Session copy(tivra::Session& s) { return s; }'
-refuse 'void f(tivra::Request& a, tivra::Request& b) { a = b; }'
+for type in Session SessionConfig ConnectionConfig HostConfig UserInfo Request SessionEvent UserEvent StatisticsEvent \
+    MessageEvent MessageReader; do
+    refuse "tivra::$type copy(tivra::$type& s) { return s; }"
+    refuse "void f(tivra::$type& a, tivra::$type& b) { a = b; }"
+done
 refuse 'void f(tivra::Request& r) { delete &r; }'
 refuse 'tivra::ConnectionConfig config;'
 refuse 'tivra::APIFactory factory;'
