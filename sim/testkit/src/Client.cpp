@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 std::string freshLogFile() {
     static std::atomic<int> number{0};
     return fs::temp_directory_path() /
-           ("tivra-testkit." + std::to_string(::getpid()) + "." + std::to_string(number++));
+           (std::string("tivra-testkit.") + std::to_string(::getpid()) + "." + std::to_string(number++));
 }
 
 /// The files that begin with that name: the library appends the date.

@@ -16,9 +16,9 @@ std::string describe(const SessionEvent& event) {
         "JIT_STOP",          "SOURCE_ADDED",     "SOURCE_REMOVED"};
     std::string text = names[event.getType()];
     if (!event.getDicVersion().empty())
-        text += " " + event.getDicVersion();
+        text.append(" ").append(event.getDicVersion());
     if (event.getSourceID() != 0)
-        text += " " + std::to_string(event.getSourceID());
+        text.append(" ").append(std::to_string(event.getSourceID()));
     return text;
 }
 
@@ -38,7 +38,7 @@ void RecordingApp::onUserEvent(const tivra::UserEvent& event) {
     if (event.getType() == tivra::UserEvent::AUTHORIZATION_SUCCESS)
         m_userEvents.push_back("SUCCESS");
     else
-        m_userEvents.push_back("FAILURE " + std::to_string(event.getRetCode()) + " " +
+        m_userEvents.push_back(std::string("FAILURE ") + std::to_string(event.getRetCode()) + " " +
                                event.getRetCodeString());
     m_changed.notify_all();
 }
