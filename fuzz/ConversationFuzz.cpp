@@ -76,10 +76,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     session.established = (flags & 4) != 0;
     const bool compression = (flags & 16) != 0;
     static HubEventReactor reactor(0, 100);
-    HubClient client(HandleAccess::impl(*user), session, "hub", "127.0.0.1", hub.port(), 5, 2, 5, compression,
-                     0, &host, 1, 200, (flags & 8) != 0);
+    HubClient client(HandleAccess::impl(*user), session,
+                     HubClientOptions{.label = "hub",
+                                      .address = "127.0.0.1",
+                                      .port = hub.port(),
+                                      .host = &host,
+                                      .connectionTimeout = 5,
+                                      .connectionRetryLimit = 2,
+                                      .readTimeout = 5,
+                                      .blockingConnectionLimit = 200,
+                                      .queueSize = 1,
+                                      .compression = compression,
+                                      .watchlistInUse = (flags & 8) != 0});
     client.attachReactor(&reactor, 0);
-    for (double tick = 1.0; client.connectHost(tick) >= 0 && client.inProgress(); tick += 1.0) {
+    for (double tick = 1.0; client.connectHost(tick) == HubClient::Dial::UnderWay; tick += 1.0) {
     }
     if (client.getFd() < 0)
         return 0;

@@ -9,6 +9,7 @@
 #include <tp/eprintf.h>
 
 #include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
 #include "config/UserInfoImpl.h"
 #include "hub/HubEventReactor.h"
 #include "hub/HubSession.h"
@@ -38,36 +39,33 @@ std::function<double()> chanceOf(const HubClient* client) {
 
 } // namespace
 
-HubClient::HubClient(UserInfoImpl& user, HubSession& session, const char* strAddr, const char* ipAddr,
-                     size_t port, long connectionTimeout, long connectionRetryLimit, long readTimeout,
-                     bool compression, size_t index, HostConfigImpl* hostConfig, long queueSize,
-                     long blockingConnectionLimit, bool watchlistInUse)
+HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOptions& options)
     : m_primaryUser(user)
     , m_session(session)
-    , m_hostConfig(strAddr != nullptr ? hostConfig : nullptr)
-    , m_isDummy(strAddr == nullptr)
-    , m_watchlistInUse(watchlistInUse)
-    , m_compression(compression)
-    , m_index(index)
-    , m_connectionTimeout(std::clamp(connectionTimeout, 0L, kMaxConnectionTimeout))
-    , m_connectionRetryLimit(std::max(connectionRetryLimit, 0L))
-    , m_readTimeout(std::max(readTimeout, 0L))
-    , m_blockingConnectionLimit(std::clamp(blockingConnectionLimit, 0L, kMaxBlockingLimit))
-    , m_givenPort(port)
-    , m_original_ipaddr(ipAddr != nullptr ? ipAddr : "")
-    , m_original_port(static_cast<uint16_t>(port))
+    , m_hostConfig(options.host)
+    , m_isDummy(options.isDummy)
+    , m_watchlistInUse(options.watchlistInUse)
+    , m_compression(options.compression)
+    , m_index(options.index)
+    , m_connectionTimeout(std::clamp(options.connectionTimeout, 0L, kMaxConnectionTimeout))
+    , m_connectionRetryLimit(std::max(options.connectionRetryLimit, 0L))
+    , m_readTimeout(std::max(options.readTimeout, 0L))
+    , m_blockingConnectionLimit(std::clamp(options.blockingConnectionLimit, 0L, kMaxBlockingLimit))
+    , m_givenPort(options.port)
+    , m_original_ipaddr(options.address)
+    , m_original_port(static_cast<uint16_t>(options.port))
     , m_ip_addr(m_original_ipaddr)
     , m_hub_ip_addr(m_ip_addr)
-    , m_port(static_cast<uint16_t>(port))
+    , m_port(static_cast<uint16_t>(options.port))
     , m_loginPace(chanceOf(this)) {
     m_primaryUser.newHub(this);
     reset();
     forgetConnection();
     m_last_reset_time = tp::Clock::monotonic();
-    resolveAddress(strAddr);
+    resolveAddress(options.label);
 
-    m_responseQueue = std::make_unique<Queue>(static_cast<size_t>(std::max(queueSize, 0L)), compression, this,
-                                              session.getQueueDepthThreshold());
+    m_responseQueue = std::make_unique<Queue>(static_cast<size_t>(std::max(options.queueSize, 0L)),
+                                              m_compression, this, session.getQueueDepthThreshold());
     m_responseQueue->setsocketDesc(getHubAddr().c_str());
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
@@ -87,7 +85,7 @@ HubClient::~HubClient() {
 }
 
 // Behind an address translation the hub is dialled by one address and names itself by another.
-void HubClient::resolveAddress(const char* strAddr) {
+void HubClient::resolveAddress(const std::string& label) {
     if (m_isDummy) {
         const tp::MutexLock lock(m_text_mutex);
         hubAddr = "non-HUB";
@@ -99,13 +97,13 @@ void HubClient::resolveAddress(const char* strAddr) {
         m_hostConfig != nullptr && localIp.empty() ? m_hostConfig->getHubIp(given) : std::string();
 
     const tp::MutexLock lock(m_text_mutex);
-    hubAddr = strAddr;
+    hubAddr = label;
     if (!localIp.empty())
         m_ip_addr = localIp;
     else if (!hubIp.empty())
         m_hub_ip_addr = hubIp;
     if (!localIp.empty() || !hubIp.empty())
-        hubAddr = m_hub_ip_addr + ':' + std::to_string(m_givenPort) + " (" + m_ip_addr + ')';
+        hubAddr = HostTable::hostInfoOf(m_hub_ip_addr, m_givenPort) + " (" + m_ip_addr + ')';
     hubAddr.resize(std::min(hubAddr.size(), kMaxHubAddr));
 }
 

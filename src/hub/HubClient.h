@@ -20,10 +20,12 @@
 #include "dictionary/TokenRows.h"
 #include "hub/ConversationState.h"
 #include "hub/HubClientCommands.h"
+#include "hub/HubClientOptions.h"
 #include "hub/Outage.h"
 #include "hub/ReadWaker.h"
 #include "hub/RetryPace.h"
 #include "hub/SocketHandle.h"
+#include "kvnparse/FrameFormat.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
 #include "receive/ReadHandlerHub.h"
@@ -64,14 +66,10 @@ class HubClient final : public tp::EventBase,
 public:
     /// The longest request text that fits the frame buffer.
     static constexpr size_t kMaxRequestText = 8184;
-    /// What a frame has beside its text, and the zero byte behind it.
-    static constexpr size_t kFrameRoom = kMaxRequestText + 8;
+    /// What a frame has beside its text, and the zero byte after it.
+    static constexpr size_t kFrameOverhead = KVNAPI::KVN_FRAME_EXTRA + 1;
 
-    /// A null `strAddr` makes a dummy: a placeholder with a queue, but without socket and reactor.
-    HubClient(UserInfoImpl& user, HubSession& session, const char* strAddr, const char* ipAddr, size_t port,
-              long connectionTimeout, long connectionRetryLimit, long readTimeout, bool compression,
-              size_t index, HostConfigImpl* hostConfig, long queueSize, long blockingConnectionLimit,
-              bool watchlistInUse);
+    HubClient(UserInfoImpl& user, HubSession& session, const HubClientOptions& options);
     ~HubClient() override;
     HubClient(const HubClient&) = delete;
     HubClient& operator=(const HubClient&) = delete;
@@ -84,9 +82,15 @@ public:
     [[nodiscard]] int geteventReactorIndex() const;
 
     // --- connection ---
-    /// Starts or continues a non-blocking dial. Returns the socket, also while the dial is under way
-    /// (`inProgress()`), or -1 after a failure (`getConnectErrno()`).
-    short connectHost(double curtime);
+    /// How a dial stands.
+    enum class Dial {
+        Connected,
+        UnderWay,      ///< the hub has not answered yet
+        AwaitsManager, ///< a connection manager is asked for a hub at the next tick
+        Failed         ///< for a reason that getConnectErrno() or getLnkapiErrno() gives
+    };
+    /// Starts or continues a non-blocking dial.
+    [[nodiscard]] Dial connectHost(double curtime);
     /// Result 1: the login request is out; -1: it isn't.
     int login();
     /// False when the peer has closed.
@@ -112,8 +116,8 @@ public:
     /// whole, unless the peer stalls or the session stops: then the stream is out of step (see
     /// closeIfOutOfStep).
     [[nodiscard]] int writen(int fd, const char* buf, int n, const timeval* timeout);
-    /// Frames `len` bytes of text into `out`, which has room for them and 8 bytes more; returns the frame's
-    /// length.
+    /// Frames `len` bytes of text into `out`, which has space for them and kFrameOverhead more; returns the
+    /// frame's length.
     [[nodiscard]] static int buildKvnMsg(const char* text, size_t len, char* out);
     /// The hub has got part of a frame: the connection is of no use any more.
     [[nodiscard]] bool isOutOfStep() const { return m_frameCutShort; }
@@ -237,7 +241,7 @@ public:
 
 private:
     // HubClient.cpp
-    void resolveAddress(const char* strAddr);
+    void resolveAddress(const std::string& label);
     void forgetConnection();
     [[nodiscard]] std::string getDialledAddr() const TP_EXCLUDES(m_text_mutex);
 
@@ -268,10 +272,10 @@ private:
 
     // HubConnection.cpp
     [[nodiscard]] int openSocket();
-    short beginConnect(const sockaddr_in& address);
-    short finishConnect();
-    short connectNotDone(bool signalled);
-    short failConnect(int error);
+    [[nodiscard]] Dial beginConnect(const sockaddr_in& address);
+    [[nodiscard]] Dial finishConnect();
+    [[nodiscard]] Dial connectNotDone(bool signalled);
+    [[nodiscard]] Dial failConnect(int error);
     [[nodiscard]] bool waitForConnect(double curtime);
     void registerSocket();
     void unregisterSocket();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "receive/LibraryTags.h"
+
 namespace tivra_internal {
 
 /// The tags of the library's own requests; an application's requests start above them.
@@ -15,13 +17,13 @@ enum HubClientCommands : int {
     GET_BOX_ENTITLEMENTS = 9,
     GET_ENTITLEMENTS = 10,
     GET_PORT = 11,
-    GET_STATUS = 12,
-    GET_HUBSTATUS = 13,
+    GET_STATUS = GET_STATUS_TAG,
+    GET_HUBSTATUS = GET_HUBSTATUS_TAG,
     DUMMY_REQ = 14,
     GET_ALLPORTS = 15,
     GET_XREFPORT = 16,
-    REPORT_API_STATS = 17,
-    FIRST_AVAILABLE_USER_TAG = 18
+    REPORT_API_STATS = REPORT_API_STATS_TAG,
+    FIRST_AVAILABLE_USER_TAG = LAST_LIBRARY_TAG + 1
 };
 
 } // namespace tivra_internal

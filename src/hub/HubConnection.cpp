@@ -19,6 +19,7 @@
 #include "hub/ErrorText.h"
 #include "hub/HubEventReactor.h"
 #include "hub/HubSession.h"
+#include "hub/PortAnswer.h"
 #include "kvnparse/Parser.h"
 #include "kvnparse/StreamFramer.h"
 #include "kvnparse/StreamParser.h"
@@ -29,7 +30,6 @@ namespace tivra_internal {
 
 namespace {
 
-constexpr size_t kMaxPort = 65'535;
 /// A handshake may last as long as so many read time-outs, and no less than so many seconds.
 constexpr double kHandshakeTimeouts = 12.0;
 constexpr double kLeastHandshakeLimit = 60.0;
@@ -51,13 +51,13 @@ double epochOf(double time) {
 
 } // namespace
 
-short HubClient::connectHost(double curtime) {
-    if (m_fd.get() >= 0 && !inProgress())
-        return static_cast<short>(m_fd.get());
+HubClient::Dial HubClient::connectHost(double curtime) {
+    if (connected())
+        return Dial::Connected;
     if (!inProgress())
         m_outage.noteDial();
-    if (askManager() != Lookup::Dial)
-        return -1;
+    if (const Lookup lookup = askManager(); lookup != Lookup::Dial)
+        return lookup == Lookup::Again ? Dial::AwaitsManager : Dial::Failed;
 
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -73,11 +73,10 @@ short HubClient::connectHost(double curtime) {
             m_suspendReason.clear();
         }
         m_connectErrno = 0;
-        if (!isAddress || m_givenPort == 0 || m_givenPort > kMaxPort)
+        if (!isAddress || m_givenPort == 0 || m_givenPort > size_t{kMaxPort})
             return failConnect(EINVAL);
-        const short result = beginConnect(address);
-        if (!inProgress())
-            return result;
+        if (const Dial begun = beginConnect(address); begun != Dial::UnderWay)
+            return begun;
     }
 
     const bool signalled = waitForConnect(curtime);
@@ -112,9 +111,9 @@ int HubClient::openSocket() {
     return m_fd.get();
 }
 
-short HubClient::beginConnect(const sockaddr_in& address) {
+HubClient::Dial HubClient::beginConnect(const sockaddr_in& address) {
     if (openSocket() < 0)
-        return -1;
+        return Dial::Failed;
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "Connecting to %s with connection timeout=%ld seconds",
             getHubAddr().c_str(), m_connectionTimeout);
     m_connectStartTime = tp::Clock::monotonic();
@@ -123,7 +122,7 @@ short HubClient::beginConnect(const sockaddr_in& address) {
     if (errno != EINPROGRESS)
         return failConnect(errno);
     m_inProgress = true;
-    return static_cast<short>(m_fd.get());
+    return Dial::UnderWay;
 }
 
 // True when the socket has become writable or failed. One client of a tick may wait; the others only look, so
@@ -137,7 +136,7 @@ bool HubClient::waitForConnect(double curtime) {
     return ::ppoll(&watched, 1, &wait, nullptr) > 0;
 }
 
-short HubClient::connectNotDone(bool signalled) {
+HubClient::Dial HubClient::connectNotDone(bool signalled) {
     if (signalled) {
         int error = 0;
         socklen_t length = sizeof(error);
@@ -147,7 +146,7 @@ short HubClient::connectNotDone(bool signalled) {
     const double elapsed = secondsSince(m_connectStartTime);
     if (elapsed < 0.0 || elapsed > static_cast<double>(m_connectionTimeout)) {
         if (replaceTimedOutHub())
-            return -1;
+            return Dial::AwaitsManager;
         m_inProgress = false;
         m_connectErrno = ETIMEDOUT;
         const std::string address = getDialledAddr();
@@ -160,16 +159,16 @@ short HubClient::connectNotDone(bool signalled) {
         m_outage.begin(tp::Clock::monotonic());
         m_fd.close();
         m_connectionRetries += 1;
-        return -1;
+        return Dial::Failed;
     }
     eprintf(EPF_DBUG,
             "HubClient::connectHost - socket not ready; startTime = %f, endTime=%f, blockingTime =%f ",
             epochOf(m_connectStartTime), tp::Clock::now(), elapsed);
     m_isConnectionTimedOut = false;
-    return static_cast<short>(m_fd.get());
+    return Dial::UnderWay;
 }
 
-short HubClient::failConnect(int error) {
+HubClient::Dial HubClient::failConnect(int error) {
     m_connectErrno = error;
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) Error connect %d: (%d)%s",
             getHubAddr().c_str(), m_fd.get(), error, errorText(error).c_str());
@@ -179,10 +178,10 @@ short HubClient::failConnect(int error) {
     m_connectionRetries += 1;
     // Behind a connection manager a hub that can't be reached is replaced by another.
     m_requestHUBFromCM = m_session.isCMconnection();
-    return -1;
+    return Dial::Failed;
 }
 
-short HubClient::finishConnect() {
+HubClient::Dial HubClient::finishConnect() {
     const double elapsed = secondsSince(m_connectStartTime);
     eprintf(
         EPF_DBUG,
@@ -194,7 +193,7 @@ short HubClient::finishConnect() {
     m_step.m_beginTime = tp::Clock::monotonic();
     m_connectionRetries += 1;
     m_isConnectionTimedOut = false;
-    return static_cast<short>(m_fd.get());
+    return Dial::Connected;
 }
 
 void HubClient::registerSocket() {

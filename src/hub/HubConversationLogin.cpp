@@ -40,7 +40,7 @@ int HubClient::login() {
             getDialledAddr().c_str(), getHubPort(), loggable(user).c_str(), m_compression,
             indicator ? "true" : "false");
 
-    std::vector<char> frame(text.size() + kFrameRoom - kMaxRequestText);
+    std::vector<char> frame(text.size() + kFrameOverhead);
     const int size = buildKvnMsg(text.data(), text.size(), frame.data());
     const int written = writen(m_fd.get(), frame.data(), size, nullptr);
     if (written != size) {

@@ -4,9 +4,11 @@
 
 #include <tp/eprintf.h>
 
+#include "config/HostTable.h"
 #include "hub/ConnectionManagers.h"
 #include "hub/HubSession.h"
 #include "hub/MessageReading.h"
+#include "hub/PortAnswer.h"
 #include "hub/SplitPattern.h"
 #include "kvnparse/Exchange.h"
 #include "receive/SystemSource.h"
@@ -19,56 +21,6 @@ namespace {
 constexpr int kMinGroupPairs = 5;
 /// A source that has no hub of its own; nothing to warn of.
 constexpr long kNoPortForSource = -46;
-
-/// The fields of an answer to GetPort. A host applies to the ports that follow it.
-struct PortAnswer {
-    MessageField host;
-    MessageField port;
-    MessageField status;
-
-    PortAnswer(const KVNAPI::DataMap& dictionary, const KVNAPI::Message& msg)
-        : host(dictionary, msg, "HOST.SERVER.IP")
-        , port(dictionary, msg, "CLIENT.PORT")
-        , status(dictionary, msg, "ENUM.QUERY.STATUS") {}
-
-    /// False, with the log line of the operation, when a field is not there to be read.
-    [[nodiscard]] bool isReadable(const char* operation, bool wantsHost = true) const {
-        const auto isDefined = [operation](const MessageField& field, const char* word) {
-            if (!field.isDefined())
-                eprintf(EPF_CRIT, "HubClient::%s: %s not defined!", operation, word);
-            return field.isDefined();
-        };
-        if ((wantsHost && !isDefined(host, "HOST.SERVER.IP")) || !isDefined(port, "CLIENT.PORT") ||
-            !isDefined(status, "ENUM.QUERY.STATUS"))
-            return false;
-        if (!status.isPresent())
-            eprintf(EPF_WARN, "HubClient::%s: ENUM.QUERY.STATUS not present!", operation);
-        return status.isPresent();
-    }
-
-    /// Calls `visit(host, port)` for each usable port, in the order of the message.
-    template<class Visit>
-    void forEachPort(const KVNAPI::Message& msg, const Visit& visit) const {
-        std::string currentHost;
-        for (int i = 0; i < msg.pairCount(); ++i) {
-            const KVNAPI::TVPair& pair = *msg.pair(i);
-            if (host.isIn(pair)) {
-                currentHost = loggable(pairText(pair));
-            } else if (port.isIn(pair)) {
-                const int64_t number = integerOf(pair);
-                if (number < 1 || number > 65'535)
-                    eprintf(EPF_WARN, "HUB lists an invalid port (%ld) for %s; ignored",
-                            static_cast<long>(number), currentHost.c_str());
-                else
-                    visit(currentHost, static_cast<uint16_t>(number));
-            }
-        }
-    }
-};
-
-std::string hostInfo(const std::string& host, uint16_t port) {
-    return host + ':' + std::to_string(port);
-}
 
 } // namespace
 
@@ -107,7 +59,7 @@ void HubClient::process_aggCheck(KVNAPI::Message& msg) {
         }
         if (host.empty())
             return;
-        m_otherHubs.push_back(hostInfo(host, port));
+        m_otherHubs.push_back(HostTable::hostInfoOf(host, port));
         eprintf(EPF_DBUG, "HubClient::process_aggCheck: Adding (%s)", m_otherHubs.back().c_str());
     });
     m_known.m_isSingleInstanceHUB =
@@ -200,7 +152,7 @@ void HubClient::createHubsOfManager(const std::set<uint16_t>& ports) {
             suspendClient("HUB already created, Ports should be different for HUB types ");
             return;
         }
-        const std::string host = hostInfo(manager, port);
+        const std::string host = HostTable::hostInfoOf(manager, port);
         eprintf(EPF_INFO, "process_allPorts: hostString=%s\n", host.c_str());
         if (!m_session.createHubForHost(host, *m_hostConfig, "process_allPorts")) {
             eprintf(EPF_WARN,
@@ -263,7 +215,7 @@ void HubClient::process_port(KVNAPI::Message& msg) {
 // Behind a connection manager the port alone names the member, since the manager chooses its host.
 std::string HubClient::memberOf(int src, const std::string& host, uint16_t port) const {
     if (!m_session.isCMconnection())
-        return hostInfo(host, port);
+        return HostTable::hostInfoOf(host, port);
     const ConnectionManagers& managers = m_session.getConnectionManagers();
     std::string addr = managers.hubOfPort(port);
     if (addr.empty()) {
@@ -275,7 +227,7 @@ std::string HubClient::memberOf(int src, const std::string& host, uint16_t port)
             eprintf(EPF_WARN, "HubClient::process_port:  changing the port for src=%d; new port=%d", src,
                     int{port});
     }
-    return hostInfo(addr, port);
+    return HostTable::hostInfoOf(addr, port);
 }
 
 bool HubClient::assignToMember(int src, const std::string& host) {

@@ -12,6 +12,7 @@
 #include "LibraryVersion.h"
 
 #include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
 #include "config/UserInfoImpl.h"
 #include "hub/ConnectionManagers.h"
 #include "hub/HubSession.h"
@@ -31,10 +32,6 @@ constexpr int kMillisecondsPerSecond = 1000;
 /// others.
 auto levelOf(long lookups, long told) {
     return lookups > told ? EPF_DBUG : EPF_INFO;
-}
-
-std::string joined(const std::string& addr, unsigned port) {
-    return addr + ':' + std::to_string(port);
 }
 
 LnkApplicationVersion applicationVersion() {
@@ -206,7 +203,7 @@ HubClient::Lookup HubClient::takeHubOfManager(ConnectionManagers& managers, std:
         managers.m_isCMconnection = true;
         managers.m_CMcheckDone = true;
         if (dialled != m_original_ipaddr)
-            cmAddr = joined(m_original_ipaddr, m_original_port);
+            cmAddr = HostTable::hostInfoOf(m_original_ipaddr, m_original_port);
         // A manager hands out another hub by itself, so there is no other side to go to.
         m_session.disableFailover();
         if (m_session.updateCMPortPairLst() != 0) {
@@ -218,7 +215,7 @@ HubClient::Lookup HubClient::takeHubOfManager(ConnectionManagers& managers, std:
             return giveUpLookup(PRIMARYBACKUP_CMIPPORT_ERROR);
         }
     } else if (oldAddr != hubIp) {
-        cmAddr = joined(oldAddr, getHubPort());
+        cmAddr = HostTable::hostInfoOf(oldAddr, getHubPort());
     }
     m_CMconnectionRetries = 0;
     m_lnkapiErrno = LNKAPI_SUCCESS;
@@ -228,7 +225,7 @@ HubClient::Lookup HubClient::takeHubOfManager(ConnectionManagers& managers, std:
 
 // From here on this client is the one of that hub, for the log, the host table and the table of ports.
 void HubClient::useHub(ConnectionManagers& managers, const std::string& cmAddr, const std::string& hubIp) {
-    std::string name = joined(hubIp, getHubPort());
+    std::string name = HostTable::hostInfoOf(hubIp, getHubPort());
     std::string localIp;
     if (m_hostConfig != nullptr) {
         m_hostConfig->setAddr(hubIp);
@@ -273,7 +270,7 @@ int HubClient::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {
     const bool triesRecent = !recent.empty() && port != 0;
     int rc = LNKAPI_SUCCESS;
     if (triesRecent) {
-        cmAddr = joined(reachable(recent), static_cast<unsigned>(port));
+        cmAddr = HostTable::hostInfoOf(reachable(recent), static_cast<size_t>(port));
         rc = lookUp(cmAddr, hubIp);
         eprintf(levelOf(m_CMconnectionRetries, 1),
                 "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n", rc,
@@ -298,7 +295,7 @@ int HubClient::askManagersInTurn(ConnectionManagers& managers, const std::string
         if (port == 0)
             port = static_cast<int>(manager.port);
         const std::string addr = reachable(manager.addr);
-        cmAddr = joined(addr, static_cast<unsigned>(port));
+        cmAddr = HostTable::hostInfoOf(addr, static_cast<size_t>(port));
         rc = lookUp(cmAddr, hubIp);
         isAsked = true;
         eprintf(levelOf(m_CMconnectionRetries, 1),

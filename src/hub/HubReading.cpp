@@ -13,6 +13,7 @@
 #include "hub/HubEventReactor.h"
 #include "hub/HubSession.h"
 #include "hub/MessageReading.h"
+#include "kvnparse/FrameFormat.h"
 #include "kvnparse/Message.h"
 #include "kvnparse/Parser.h"
 #include "kvnparse/StreamFramer.h"
@@ -24,7 +25,7 @@ namespace tivra_internal {
 namespace {
 
 /// Room for the longest frame that the conversation takes.
-constexpr int kParserBufferSize = 0x40000;
+constexpr int kParserBufferSize = KVNAPI::KVN_MAX_BODY;
 /// The most messages of a compressed conversation that are taken at one go: a few bytes can hold very many,
 /// and the thread serves other hubs too.
 constexpr int kMaxMessages = 10'000;

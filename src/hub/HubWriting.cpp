@@ -36,10 +36,7 @@ timespec toTimespec(const timeval& time) {
 } // namespace
 
 int HubClient::buildKvnMsg(const char* text, size_t len, char* out) {
-    out[0] = KVNAPI::KVN_START;
-    out[1] = KVNAPI::KVN_MARK;
-    for (size_t i = 0; i < 4; ++i)
-        out[2 + i] = static_cast<char>(len >> (8 * (3 - i)) & 0xFF);
+    KVNAPI::writeFrameHeader(out, static_cast<uint32_t>(len));
     std::memcpy(out + KVNAPI::KVN_HEADER_SIZE, text, len);
     out[KVNAPI::KVN_HEADER_SIZE + len] = KVNAPI::ETX;
     out[KVNAPI::KVN_FRAME_EXTRA + len] = '\0';
@@ -57,7 +54,7 @@ int HubClient::sendRequest(const char* text, timeval* timeout) {
         eprintf(EPF_CRIT, "HubClient::sendRequest - Maximum Length Exceeded %zu", length);
         return -1;
     }
-    std::array<char, kFrameRoom> frame;
+    std::array<char, kMaxRequestText + kFrameOverhead> frame;
     const int size = buildKvnMsg(text, length, frame.data());
     eprintf(EPF_DBUG, "HubClient::sendRequest - sending %s to %s", text, getHubAddr().c_str());
     const int written = writen(fd, frame.data(), size, timeout);

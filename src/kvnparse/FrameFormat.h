@@ -17,6 +17,9 @@ inline constexpr std::size_t KVN_HEADER_SIZE = 6;
 /// What a frame has beside its body: the header and the end byte.
 inline constexpr std::size_t KVN_FRAME_EXTRA = KVN_HEADER_SIZE + 1;
 
+/// The longest body that the library takes from a hub.
+inline constexpr std::size_t KVN_MAX_BODY = 262'144;
+
 /// The body length that a frame's header states; the 6 bytes of the header must be readable.
 [[nodiscard]] inline std::uint32_t frameBodyLength(const char* frame) noexcept {
     const auto byteAt = [frame](int i) -> std::uint32_t { return static_cast<unsigned char>(frame[i]); };

@@ -20,7 +20,7 @@ constexpr size_t kMaxMegabytes = 256;
 constexpr size_t kMaxDesc = 255;
 constexpr uint64_t kMillion = 1000000;
 /// Where a frame goes that the end of the ring splits.
-constexpr size_t kSplitCopy = 262144;
+constexpr size_t kSplitCopy = Queue::kMaxBody;
 
 size_t correctedSize(size_t megabytes) {
     if (megabytes < kMinMegabytes) {

@@ -11,6 +11,7 @@
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
+#include "kvnparse/FrameFormat.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueStatistics.h"
 
@@ -36,7 +37,7 @@ public:
     /// The smallest free space in which a normal read goes ahead, and the most that a forced one reads.
     static constexpr size_t MIN_AVAIL_LEN = 24576;
     /// The longest body of a frame.
-    static constexpr uint32_t kMaxBody = 262144;
+    static constexpr uint32_t kMaxBody = KVNAPI::KVN_MAX_BODY;
 
     /// `megabytes` is corrected to 1..256. `hub` gets the fill reports; it may be null and is borrowed.
     Queue(size_t megabytes, bool useCompression, QueueHub* hub, int queueDepthThreshold);

@@ -22,7 +22,7 @@ namespace tivra_internal {
 namespace {
 
 /// Frames with a longer body never come out of the queue.
-constexpr int kMaxFrame = 262144;
+constexpr int kMaxFrame = Queue::kMaxBody;
 constexpr const char* kParserName = "kvn";
 
 /// What a frame has between its header and its end byte.

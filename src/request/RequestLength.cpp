@@ -30,8 +30,7 @@ std::size_t addedByRouting(tivra::Commands command, const RequestInternal& reque
     if (command != tivra::SUBSCRIBE)
         return 0;
     // With an alternate identifier it becomes a snap and subscribe instead.
-    const std::size_t converted = wordLength(tivra::QUERYSNAPANDSUBSCRIBE) - wordLength(tivra::SUBSCRIBE);
-    return std::max(converted, refused(kFullSubscribeRefused));
+    return std::max(kConversionGrowth, refused(kFullSubscribeRefused));
 }
 
 } // namespace

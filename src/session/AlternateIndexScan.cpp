@@ -9,12 +9,10 @@
 #include <tp/eprintf.h>
 
 #include "request/RequestInternal.h"
+#include "request/RequestLength.h"
 
 namespace tivra_internal {
 namespace {
-
-// What `Subscribe` grows by when it becomes `QuerySnapAndSubscribe`.
-constexpr std::size_t kConversionGrowth = 12;
 
 constexpr long kNoAlternateIndex[] = {
     3,    // permission

@@ -5,38 +5,17 @@
 
 #include "config/ConnectionConfigImpl.h"
 #include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
 #include "dictionary/MetaTokenMap.h"
 #include "hub/HubClient.h"
+#include "hub/PortAnswer.h"
 #include "kvnparse/Message.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
 namespace {
 
-constexpr int kMaxPort = 65535;
 constexpr int kMaxSource = 65535;
-
-/// Where a hub says that a source is served.
-struct PortAnswer {
-    std::string host;
-    int64_t port = 0;
-    bool hasPort = false;
-};
-
-PortAnswer readPortAnswer(KVNAPI::Message& msg, const KVNAPI::Token* hostToken,
-                          const KVNAPI::Token* portToken) {
-    PortAnswer answer;
-    for (int i = 0; i < msg.pairCount() && !answer.hasPort; ++i) {
-        const KVNAPI::TVPair& pair = *msg.pair(i);
-        if (pair.token == hostToken) {
-            answer.host.assign(pair.s.buf, pair.s.len);
-        } else if (pair.token == portToken) {
-            answer.port = pair.i;
-            answer.hasPort = true;
-        }
-    }
-    return answer;
-}
 
 } // namespace
 
@@ -124,29 +103,26 @@ void SessionImpl::sendPortQuestion(std::unique_ptr<RequestInternal>& request, in
 }
 
 void SessionImpl::finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary) {
-    const KVNAPI::Token* const hostToken =
-        dictionary.lookupTypedTokenViaName("HOST.SERVER.IP", KVNAPI::Token::TY_STRING);
-    if (hostToken == nullptr) {
+    const PortAnswer answer(dictionary, msg);
+    if (!answer.host.isDefined()) {
         eprintf(EPF_CRIT, "SessionImpl::finishAddNewEntitlement: HOST.SERVER.IP not defined!");
         return;
     }
-    const KVNAPI::Token* const portToken =
-        dictionary.lookupTypedTokenViaName("CLIENT.PORT", KVNAPI::Token::TY_INT);
-    if (portToken == nullptr) {
+    if (!answer.port.isDefined()) {
         eprintf(EPF_CRIT, "SessionImpl::finishAddNewEntitlement: CLIENT.PORT not defined!");
         return;
     }
-    const PortAnswer answer = readPortAnswer(msg, hostToken, portToken);
-    if (!answer.hasPort)
-        return;
-    if (answer.port < 1 || answer.port > kMaxPort) {
-        eprintf(EPF_WARN, "GetPort failed with port=%lld; dynamic add entitlement for src %d has failed",
-                static_cast<long long>(answer.port), src);
-        return;
-    }
-    addNewEntitlement(src, m_managers.m_isCMconnection
-                               ? hostOfGrantedPort(src, static_cast<uint16_t>(answer.port))
-                               : answer.host + ":" + std::to_string(answer.port));
+    // The first port decides.
+    answer.walk(msg, [this, src](const std::string& host, int64_t port) {
+        if (PortAnswer::isPort(port))
+            addNewEntitlement(src, m_managers.m_isCMconnection
+                                       ? hostOfGrantedPort(src, static_cast<uint16_t>(port))
+                                       : HostTable::hostInfoOf(host, static_cast<std::size_t>(port)));
+        else
+            eprintf(EPF_WARN, "GetPort failed with port=%lld; dynamic add entitlement for src %d has failed",
+                    static_cast<long long>(port), src);
+        return false;
+    });
 }
 
 } // namespace tivra_internal

@@ -18,7 +18,6 @@ namespace tivra_internal {
 namespace {
 
 constexpr double kSecondsOfBackOff = 1.0;
-constexpr std::size_t kFrameOverhead = 8;
 // Half of the pseudo hub's ring: a longer answer goes out as several messages of the same source.
 constexpr std::size_t kMaxAnswer = 512 * 1024;
 
@@ -140,7 +139,7 @@ std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, con
 bool SessionImpl::writeLocalMessage(const std::string& text) {
     if (!nonHubClient)
         return false;
-    std::string frame(text.size() + kFrameOverhead, '\0');
+    std::string frame(text.size() + HubClient::kFrameOverhead, '\0');
     const int length = HubClient::buildKvnMsg(text.c_str(), text.size(), frame.data());
     return nonHubClient->getResponseQueue()->writeToQueue(frame.data(), static_cast<std::size_t>(length));
 }

@@ -75,17 +75,18 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     }
     if (!client.mayDial())
         return ClientVerdict::Next;
-    client.connectHost(now);
-    if (client.getFd() > 0) {
-        if (!client.inProgress()) {
-            eprintf(client.isDialRepeated() ? EPF_DBUG : EPF_INFO, "Successfully Connected to %s on fd %d",
-                    client.getHubAddr().c_str(), client.getFd());
-            client.login();
-        }
+    switch (client.connectHost(now)) {
+    case HubClient::Dial::Connected:
+        eprintf(client.isDialRepeated() ? EPF_DBUG : EPF_INFO, "Successfully Connected to %s on fd %d",
+                client.getHubAddr().c_str(), client.getFd());
+        client.login();
         return ClientVerdict::Next;
+    case HubClient::Dial::UnderWay:
+    case HubClient::Dial::AwaitsManager:
+        return ClientVerdict::Next;
+    case HubClient::Dial::Failed:
+        break;
     }
-    if (client.inProgress())
-        return ClientVerdict::Next;
     check.message = connectFailure(client);
     eprintf(client.isDialRepeated() ? EPF_DBUG : EPF_CRIT, "%s", check.message.c_str());
     const bool refusedByManager = client.getLnkapiErrno() != 0;

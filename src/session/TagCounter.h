@@ -5,10 +5,12 @@
 
 #include <tp/Mutex.h>
 
+#include "receive/LibraryTags.h"
+
 namespace tivra_internal {
 
 /// The tags below this one belong to the library's own conversation with a hub.
-inline constexpr int64_t kFirstUserTag = 18;
+inline constexpr int64_t kFirstUserTag = LAST_LIBRARY_TAG + 1;
 
 /// Issues request tags. @thread any
 class TagCounter {

@@ -10,6 +10,7 @@
 
 #include "config/ConnectionConfigImpl.h"
 #include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
 #include "config/SessionConfigImpl.h"
 #include "config/UserInfoImpl.h"
 #include "hub/HubClient.h"
@@ -24,6 +25,7 @@ namespace tivra_internal {
 namespace {
 
 constexpr long kDummyQueueMegabytes = 1;
+constexpr std::size_t kMaxLabel = 49; ///< of host and port
 constexpr double kSecondsBetweenThreadAttempts = 1.0;
 
 /// A registered timer for as long as the reactor's thread runs.
@@ -112,8 +114,11 @@ void SessionImpl::createFirstClient(bool startBackup) {
 }
 
 void SessionImpl::createDummyClient() {
-    nonHubClient = std::make_unique<HubClient>(m_user, *this, nullptr, "", 0, 0, 0, 0, false, 0, nullptr,
-                                               kDummyQueueMegabytes, 0, settings().isWatchlistOn());
+    HubClientOptions options;
+    options.queueSize = kDummyQueueMegabytes;
+    options.watchlistInUse = settings().isWatchlistOn();
+    options.isDummy = true;
+    nonHubClient = std::make_unique<HubClient>(m_user, *this, options);
     giveReadHandler(*nonHubClient, true);
 }
 
@@ -142,25 +147,30 @@ HubClient* SessionImpl::createHubClient(HostConfigImpl& host, HubRole role) {
 HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
     using tivra::HostConfig;
     const std::string addr = host.getAddr();
-    char label[50];
-    std::snprintf(label, sizeof label, "%s:%zu", addr.c_str(), host.getPort());
+    const std::string label = HostTable::hostInfoOf(addr, host.getPort()).substr(0, kMaxLabel);
 
     tp::MutexLock lock(m_hubs.m_hubClientsMap_mutex);
     if (m_hubs.hubClientsMap.count(host.getIndex()) != 0)
         return nullptr;
     if (m_hubs.hubClientsMap.size() >= HubTable::kMaxHubs) {
         eprintf(EPF_WARN, "A session can have no more than %zu HUBs; %s is left out", HubTable::kMaxHubs,
-                label);
+                label.c_str());
         return nullptr;
     }
-    auto client = std::make_unique<HubClient>(
-        m_user, *this, label, addr.c_str(), host.getPort(),
-        host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG),
-        host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG),
-        host.getUsableLong(HostConfig::READ_TIMEOUT_LONG),
-        host.getBoolean(HostConfig::COMPRESSION_BOOL, true), host.getIndex(), &host,
-        host.getUsableLong(HostConfig::QUEUE_SIZE_LONG),
-        host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG), settings().isWatchlistOn());
+    HubClientOptions options;
+    options.label = label;
+    options.address = addr;
+    options.port = host.getPort();
+    options.index = host.getIndex();
+    options.host = &host;
+    options.connectionTimeout = host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG);
+    options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);
+    options.readTimeout = host.getUsableLong(HostConfig::READ_TIMEOUT_LONG);
+    options.blockingConnectionLimit = host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG);
+    options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
+    options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
+    options.watchlistInUse = settings().isWatchlistOn();
+    auto client = std::make_unique<HubClient>(m_user, *this, options);
     client->setQueryXRefHUB(role == HubRole::Xref);
     HubClient* const inserted = client.get();
     m_hubs.hubClientsMap.emplace(host.getIndex(), std::move(client));

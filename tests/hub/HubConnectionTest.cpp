@@ -62,15 +62,15 @@ TEST_F(HubConnectionTest, AFailedDialIsKnownAtOnceCountedAndNamed) {
 TEST_F(HubConnectionTest, ADialThatStaysOpenIsClosedPastItsLimitAndTheNextBeginsAnew) {
     const FullPort busy;
     makeClient({.port = busy.port(), .retryLimit = 0});
-    EXPECT_GE(client->connectHost(1.0), 0);
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::UnderWay);
     ASSERT_TRUE(client->inProgress());
     EXPECT_FALSE(client->isConnectionTimedOut());
 
     tp::Clock::advance(5.0);
-    EXPECT_GE(client->connectHost(1.0), 0) << "the limit itself is not past";
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::UnderWay) << "the limit itself is not past";
     tp::Clock::advance(0.1);
     LogCapture log;
-    EXPECT_EQ(client->connectHost(1.0), -1);
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::Failed);
     EXPECT_EQ(client->getFd(), -1);
     EXPECT_TRUE(client->isConnectionTimedOut());
     EXPECT_EQ(client->getConnectErrno(), ETIMEDOUT);
@@ -78,7 +78,7 @@ TEST_F(HubConnectionTest, ADialThatStaysOpenIsClosedPastItsLimitAndTheNextBegins
     EXPECT_THAT(log.lines(), testing::Contains(testing::StartsWith(
                                  "WARN: HubClient::connectHost -(127.0.0.1:" + std::to_string(busy.port()) +
                                  ") Connection timed out ")));
-    EXPECT_GE(client->connectHost(1.0), 0);
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::UnderWay);
     EXPECT_TRUE(client->inProgress());
 }
 

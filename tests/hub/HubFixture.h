@@ -49,9 +49,19 @@ protected:
     std::unique_ptr<HubClient> newClient(const Options& options) {
         const size_t port = options.port != 0 ? options.port : hub.port();
         auto made = std::make_unique<HubClient>(
-            HandleAccess::impl(*userHandle), session, (options.address + ':' + std::to_string(port)).c_str(),
-            options.address.c_str(), port, 5, options.retryLimit, options.readTimeout, options.compression,
-            options.index, &host(), 1, 200, options.watchlist);
+            HandleAccess::impl(*userHandle), session,
+            HubClientOptions{.label = HostTable::hostInfoOf(options.address, port),
+                             .address = options.address,
+                             .port = port,
+                             .index = options.index,
+                             .host = &host(),
+                             .connectionTimeout = 5,
+                             .connectionRetryLimit = options.retryLimit,
+                             .readTimeout = options.readTimeout,
+                             .blockingConnectionLimit = 200,
+                             .queueSize = 1,
+                             .compression = options.compression,
+                             .watchlistInUse = options.watchlist});
         made->attachReactor(reactor.get(), 0);
         return made;
     }
@@ -60,9 +70,9 @@ protected:
     /// Dials until the dial has ended; true when it has succeeded.
     bool dial(HubClient& which) {
         for (double tick = 1.0; tick < 1000.0; tick += 1.0) {
-            which.connectHost(tick);
-            if (!which.inProgress())
-                return which.getFd() >= 0;
+            const HubClient::Dial dial = which.connectHost(tick);
+            if (dial == HubClient::Dial::Connected || dial == HubClient::Dial::Failed)
+                return dial == HubClient::Dial::Connected;
         }
         return false;
     }

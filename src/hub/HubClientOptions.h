@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace tivra_internal {
+
+class HostConfigImpl;
+
+/// What a hub client is made from.
+struct HubClientOptions {
+    std::string label{};   ///< host and port, for people; empty for a dummy
+    std::string address{}; ///< as configured, or as another hub has named it
+    std::size_t port = 0;
+    std::size_t index = 0;          ///< of the host in the session's tables
+    HostConfigImpl* host = nullptr; ///< its settings; borrowed
+    long connectionTimeout = 0;     ///< seconds
+    long connectionRetryLimit = 0;
+    long readTimeout = 0;             ///< seconds; 0 turns the heartbeat and both time-out tests off
+    long blockingConnectionLimit = 0; ///< milliseconds
+    long queueSize = 0;               ///< megabytes
+    bool compression = false;
+    bool watchlistInUse = false;
+    bool isDummy = false; ///< a placeholder with a queue, but without socket and reactor
+};
+
+} // namespace tivra_internal
