@@ -123,6 +123,10 @@ int HubClient::geteventReactorIndex() const {
     return m_eventReactorIndex;
 }
 
+SessionRequests& HubClient::getRequests() const {
+    return m_session;
+}
+
 bool HubClient::isReady() const {
     const tp::MutexLock lock(m_ready_mutex);
     return m_ready;

@@ -49,6 +49,7 @@ class HubSession;
 class HubWatchlist;
 class Queue;
 class QueueReadHandler;
+class SessionRequests;
 class UserInfoImpl;
 struct MessageField;
 enum class ConversationStep;
@@ -219,7 +220,8 @@ public:
     [[nodiscard]] Queue* getResponseQueue() const { return m_responseQueue.get(); }
     [[nodiscard]] MetaTokenMap& getDicMetaMap() override { return m_dicMetaMap; }
     [[nodiscard]] HubWatchlist* getWatchlist() const { return watchlist.get(); }
-    [[nodiscard]] HubSession& getSession() const { return m_session; }
+    /// What becomes of its requests.
+    [[nodiscard]] SessionRequests& getRequests() const;
 
     // --- what its read handler and watchlist ask; @thread user ---
     [[nodiscard]] HubClient* client() override { return this; }

@@ -170,7 +170,7 @@ bool HubClient::getPort() {
         m_step.m_src_in_progress = -1;
         m_step.m_startedPorts = true;
     }
-    const HubSession::PortCursor next = m_session.nextSourceWithoutHub(m_step.m_src_in_progress, this);
+    const SessionSources::PortCursor next = m_session.nextSourceWithoutHub(m_step.m_src_in_progress, this);
     m_step.m_src_in_progress = next.source;
     if (next.source < 0) {
         m_step.m_havePorts = true;
@@ -232,12 +232,12 @@ std::string HubClient::memberOf(int src, const std::string& host, uint16_t port)
 
 bool HubClient::assignToMember(int src, const std::string& host) {
     switch (m_session.assignSourceToHost(src, host)) {
-    case HubSession::HubLookup::Found:
+    case SessionSources::HubLookup::Found:
         return true;
-    case HubSession::HubLookup::NoHostConfig:
+    case SessionSources::HubLookup::NoHostConfig:
         eprintf(EPF_WARN, "HubClient::process_port: hostConfig(%s) not found!", host.c_str());
         return false;
-    case HubSession::HubLookup::NoClient:
+    case SessionSources::HubLookup::NoClient:
         eprintf(EPF_WARN, "HubClient::process_port: hubClient not found for %s!", host.c_str());
         return false;
     }

@@ -9,7 +9,7 @@
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
-#include "hub/HubSession.h"
+#include "hub/SessionRequests.h"
 #include "request/CommandClasses.h"
 #include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
@@ -91,7 +91,7 @@ int HubEventReactor::handle_hub_requests(unsigned budget) {
         client->closeIfOutOfStep();
     for (std::unique_ptr<RequestInternal>& request : pass.unreachable) {
         HubClient* const client = request->getHUB();
-        client->getSession().takeBackRequest(std::move(request), client);
+        client->getRequests().takeBackRequest(std::move(request), client);
     }
     if (done - start >= kLongPass)
         eprintf(EPF_DBUG,
@@ -156,7 +156,7 @@ bool HubEventReactor::sendNext(HubClient& client, RequestQueue& queue, Pass& pas
     case Sent::Yes:
         break;
     case Sent::TooLong:
-        client.getSession().loseRequest(head.getTag(), &client);
+        client.getRequests().loseRequest(head.getTag(), &client);
         queue.pop_front();
         pass.budget -= 1;
         return true;
@@ -177,7 +177,7 @@ bool HubEventReactor::replayNext(HubClient& client, const RequestInternal& reque
                                  Pass& pass) {
     if (!client.isReady())
         return false;
-    client.getSession().noteReplay(request, &client);
+    client.getRequests().noteReplay(request, &client);
     switch (sendTo(client, request, pass)) {
     case Sent::Yes:
         break;
@@ -206,7 +206,7 @@ HubEventReactor::Sent HubEventReactor::sendTo(HubClient& client, const RequestIn
         pass.outOfStep.push_back(&client);
         return Sent::No;
     }
-    client.getSession().noteWritten(request.getTag(), &client);
+    client.getRequests().noteWritten(request.getTag(), &client);
     if (isAnsweredByData(request.getCommand()))
         client.incrQueryCount();
     eprintf(EPF_DBUG, "handle_hub_requests: %s: sent request with command=%d; tag=%ld",
