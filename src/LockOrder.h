@@ -38,8 +38,8 @@ inline constexpr tp::LockRank kLockThreadVector{1010, "m_threadVector_mutex"};
 inline constexpr tp::LockRank kLockAbort{1010, "m_abort_mutex"};
 inline constexpr tp::LockRank kLockHubAuthStateMap{1000, "m_hubAuthStateMap_mutex"};
 inline constexpr tp::LockRank kLockUser{1000, "m_user_mutex"};
-// Getters of a client's texts may be called under any other mutex, for a log line.
-inline constexpr tp::LockRank kLockHubTexts{1030, "HubClient::m_text_mutex"};
+// The texts of HubAddress and Suspension. Their getters may be called under any other mutex, for a log line.
+inline constexpr tp::LockRank kLockHubTexts{1030, "the texts of a HubClient"};
 inline constexpr tp::LockRank kLockHubReady{1040, "HubClient::m_ready_mutex"};
 inline constexpr tp::LockRank kLockNatPairs{1040, "m_nat_mutex"};
 

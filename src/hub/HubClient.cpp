@@ -8,7 +8,6 @@
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
-#include "config/HostConfigImpl.h"
 #include "config/HostTable.h"
 #include "config/UserInfoImpl.h"
 #include "hub/HubEventReactor.h"
@@ -24,10 +23,6 @@ namespace tivra_internal {
 
 namespace {
 
-constexpr size_t kMaxHubAddr = 255;
-constexpr long kMaxBlockingLimit = 60'000;        // milliseconds
-constexpr long kMaxConnectionTimeout = 2'000'000; // seconds
-
 /// Numbers from 0 up to 1, different for each client and each process.
 std::function<double()> chanceOf(const HubClient* client) {
     const auto place = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(client) >> 4U);
@@ -42,37 +37,24 @@ std::function<double()> chanceOf(const HubClient* client) {
 HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOptions& options)
     : m_primaryUser(user)
     , m_session(session)
-    , m_hostConfig(options.host)
-    , m_isDummy(options.isDummy)
-    , m_watchlistInUse(options.watchlistInUse)
-    , m_compression(options.compression)
-    , m_index(options.index)
-    , m_connectionTimeout(std::clamp(options.connectionTimeout, 0L, kMaxConnectionTimeout))
-    , m_connectionRetryLimit(std::max(options.connectionRetryLimit, 0L))
-    , m_readTimeout(std::max(options.readTimeout, 0L))
-    , m_blockingConnectionLimit(std::clamp(options.blockingConnectionLimit, 0L, kMaxBlockingLimit))
-    , m_givenPort(options.port)
-    , m_original_ipaddr(options.address)
-    , m_original_port(static_cast<uint16_t>(options.port))
-    , m_ip_addr(m_original_ipaddr)
-    , m_hub_ip_addr(m_ip_addr)
-    , m_port(static_cast<uint16_t>(options.port))
+    , m_options(options.withinLimits())
+    , m_address(m_options)
+    , m_socket(m_address, session, m_options)
+    , m_lookup(session, session, user, m_options, m_address)
+    , m_heartbeat(m_address, m_options.readTimeout)
     , m_loginPace(chanceOf(this)) {
     m_primaryUser.newHub(this);
     reset();
     forgetConnection();
     m_last_reset_time = tp::Clock::monotonic();
-    resolveAddress(options.label);
 
-    m_responseQueue = std::make_unique<Queue>(static_cast<size_t>(std::max(options.queueSize, 0L)),
-                                              m_compression, this, session.getQueueDepthThreshold());
+    m_responseQueue = std::make_unique<Queue>(static_cast<size_t>(m_options.queueSize), m_options.compression,
+                                              this, session.getQueueDepthThreshold());
     m_responseQueue->setsocketDesc(getHubAddr().c_str());
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
-    if (m_isDummy)
-        return;
-    session.claimFirstHubClient(this);
-    m_requestHUBFromCM = session.isCMconnection();
+    if (!m_options.isDummy)
+        session.claimFirstHubClient(this);
 }
 
 HubClient::~HubClient() {
@@ -80,31 +62,8 @@ HubClient::~HubClient() {
         reactor->forgetClient(this);
         unregisterSocket();
     }
-    m_fd.close();
+    m_socket.close();
     m_primaryUser.deleteHub(this);
-}
-
-// Behind an address translation the hub is dialled by one address and names itself by another.
-void HubClient::resolveAddress(const std::string& label) {
-    if (m_isDummy) {
-        const tp::MutexLock lock(m_text_mutex);
-        hubAddr = "non-HUB";
-        return;
-    }
-    const std::string given = getDialledAddr();
-    const std::string localIp = m_hostConfig != nullptr ? m_hostConfig->getLocalIp(given) : std::string();
-    const std::string hubIp =
-        m_hostConfig != nullptr && localIp.empty() ? m_hostConfig->getHubIp(given) : std::string();
-
-    const tp::MutexLock lock(m_text_mutex);
-    hubAddr = label;
-    if (!localIp.empty())
-        m_ip_addr = localIp;
-    else if (!hubIp.empty())
-        m_hub_ip_addr = hubIp;
-    if (!localIp.empty() || !hubIp.empty())
-        hubAddr = HostTable::hostInfoOf(m_hub_ip_addr, m_givenPort) + " (" + m_ip_addr + ')';
-    hubAddr.resize(std::min(hubAddr.size(), kMaxHubAddr));
 }
 
 void HubClient::attachReactor(HubEventReactor* reactor, int index) {
@@ -130,26 +89,6 @@ SessionRequests& HubClient::getRequests() const {
 bool HubClient::isReady() const {
     const tp::MutexLock lock(m_ready_mutex);
     return m_ready;
-}
-
-std::string HubClient::getSuspendReason() const {
-    const tp::MutexLock lock(m_text_mutex);
-    return m_suspendReason;
-}
-
-std::string HubClient::getHubAddr() const {
-    const tp::MutexLock lock(m_text_mutex);
-    return hubAddr;
-}
-
-std::string HubClient::getHubIpAddr() const {
-    const tp::MutexLock lock(m_text_mutex);
-    return m_hub_ip_addr;
-}
-
-std::string HubClient::getDialledAddr() const {
-    const tp::MutexLock lock(m_text_mutex);
-    return m_ip_addr;
 }
 
 bool HubClient::markReady() {
@@ -206,33 +145,193 @@ bool HubClient::handleWatchlistResponse(int64_t tag, int64_t status) {
     return watchlist->handleResponse(tag, status);
 }
 
-void HubClient::setInitHBTime() {
-    m_initHBTime.store(tp::Clock::monotonic(), std::memory_order_relaxed);
+HubClient::Dial HubClient::connectHost(double curtime) {
+    if (connected())
+        return Dial::Connected;
+    if (!inProgress())
+        m_socket.noteDial();
+    switch (m_lookup.ask(isComingXref())) {
+    case ManagerLookup::Outcome::NotAsked:
+        break;
+    case ManagerLookup::Outcome::Found:
+        m_known.m_isAgg = false;
+        m_responseQueue->setsocketDesc(
+            HostTable::hostInfoOf(m_address.own(), m_address.port()).c_str());
+        [[fallthrough]];
+    case ManagerLookup::Outcome::NoManager:
+        m_socket.abandon();
+        break;
+    case ManagerLookup::Outcome::Again:
+        m_socket.awaitManager();
+        return Dial::AwaitsManager;
+    case ManagerLookup::Outcome::Failed:
+        m_socket.abandon();
+        return Dial::Failed;
+    }
+    if (m_socket.state() != HubSocket::State::Dialling) {
+        m_suspension.end();
+        if (const HubSocket::Progress begun = m_socket.begin(); begun != HubSocket::Progress::UnderWay)
+            return settle(begun);
+    }
+    return settle(m_socket.proceed(connectWait(curtime)));
 }
 
-bool HubClient::isPastRetryLimit() const {
-    const bool isPast = m_connectionRetries.load(std::memory_order_relaxed) > m_connectionRetryLimit;
-    if (isPast)
-        eprintf(EPF_INFO, "Connection retry limit of %ld exceeded for HUB: %s\n", m_connectionRetryLimit,
-                getHubAddr().c_str());
-    return isPast;
+// One client of a tick may wait; the others only look, so that the reactor serves its hubs.
+long HubClient::connectWait(double curtime) const {
+    HubEventReactor* const reactor = getReactor();
+    const long limit = m_options.blockingConnectionLimit;
+    return reactor != nullptr ? reactor->takeConnectWait(curtime, limit) : limit;
+}
+
+HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
+    switch (progress) {
+    case HubSocket::Progress::Connected:
+        registerSocket();
+        setInitHBTime();
+        m_step.m_beginTime = tp::Clock::monotonic();
+        return Dial::Connected;
+    case HubSocket::Progress::UnderWay:
+        return Dial::UnderWay;
+    case HubSocket::Progress::TimedOut:
+        if (m_lookup.mayReplaceHub(isComingXref())) {
+            m_socket.replaceHub();
+            m_lookup.wantHub(true);
+            return Dial::AwaitsManager;
+        }
+        m_socket.giveUp(m_session.isCMconnection() && m_session.getisStarted() && isQueryXRefHUB()
+                            ? "for Xref HUB "
+                            : "");
+        return Dial::Failed;
+    case HubSocket::Progress::Refused:
+        m_lookup.noteLoss();
+        return Dial::Failed;
+    case HubSocket::Progress::NoSocket:
+        return Dial::Failed;
+    }
+    return Dial::Failed;
+}
+
+void HubClient::registerSocket() {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->regSocket(this, getFd());
+    m_HUB_Event_Reactor->watchReads(this);
+    m_HUB_Event_Reactor->regActivity(this);
+}
+
+void HubClient::unregisterSocket() {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->unWatchReads(this);
+    m_HUB_Event_Reactor->unWatchWrites(this);
+    m_HUB_Event_Reactor->unRegSocket(this);
+    m_readWaker.leave(*m_HUB_Event_Reactor);
+    m_HUB_Event_Reactor->unRegActivity(this);
+}
+
+int HubClient::sendRequest(const char* text, timeval* timeout) {
+    const int result = m_socket.sendRequest(text, timeout);
+    if (result == 1)
+        setInitHBTime();
+    return result;
+}
+
+bool HubClient::isInitTimedOut(double) const {
+    return connected() && m_heartbeat.isHandshakeTimedOut(m_step.m_beginTime);
+}
+
+bool HubClient::isHBTimedOut(double) {
+    if (!m_heartbeat.isCheckDue())
+        return false;
+    const tp::MutexLock lock(m_rqh_mutex);
+    return m_readQueueHandler != nullptr && m_heartbeat.isSilent(*m_readQueueHandler, m_session.getState(),
+                                                                 m_responseQueue->getQueryCount());
+}
+
+void HubClient::reset() {
+    eprintf(EPF_DBUG, "HubClient::reset(ENTRY): this=%p", static_cast<void*>(this));
+    m_first_time = true;
+    m_socket.close();
+    m_logged_in = false;
+    m_suspension.end();
+    m_primaryUser.resetHub(this);
+}
+
+// What a close takes with it. What the client has learnt about its hub stays.
+void HubClient::forgetConnection() {
+    m_heartbeat.forget();
+    m_readsHeld = false;
+    m_messagesLeft = false;
+    // A download that the close has cut short is taken up again, or the hub's dictionary would stay
+    // incomplete.
+    if (isOutstanding(GET_DIC) && !m_known.m_haveDIC)
+        m_known.m_dowloadDIC = true;
+    m_step = ConversationState();
+    if (zkvnParser != nullptr)
+        zkvnParser->reset();
+    if (kvnParser != nullptr)
+        kvnParser->reset();
+    if (framer != nullptr)
+        framer->reset();
+    waitForAllHubsToGetBoxPerms = false;
+    m_continueEntitlements = false;
+    m_xrefConnected = false;
+    m_xrefRemove = false;
+}
+
+void HubClient::closeConnection() {
+    const bool wasReady = isReady();
+    if (wasReady)
+        m_responseQueue->printStats(false, false, 0.0);
+    if (getFd() < 0)
+        return;
+    m_socket.noteLoss();
+    unregisterSocket();
+    m_socket.close();
+    reset();
+    {
+        const tp::MutexLock lock(m_ready_mutex);
+        m_ready = false;
+    }
+    m_last_reset_time = tp::Clock::monotonic();
+    forgetConnection();
+    // Behind a connection manager a hub that is lost, ready or not, is replaced by another.
+    if (!getInitialHubDisconnected())
+        m_lookup.noteLoss();
+    if (HubEventReactor* const reactor = getReactor(); reactor != nullptr)
+        reactor->forgetClient(this);
+    // A first hub that the session lets go is no loss, nor is one that had not come up.
+    if (wasReady && !getInitialHubDisconnected())
+        m_session.countHubLoss(this);
+    if (wasReady)
+        m_session.endOutstanding(this);
+}
+
+void HubClient::suspendClient(const std::string& reason) {
+    // Closing clears a suspension, so it comes first.
+    closeConnection();
+    m_suspension.suspend(reason);
+}
+
+bool HubClient::closeIfOutOfStep() {
+    if (!isOutOfStep())
+        return false;
+    m_session.noteHubDown(this);
+    closeConnection();
+    return true;
 }
 
 void HubClient::startAnew() {
     m_retired = false;
     m_xrefRemove = false;
     m_xrefConnected = false;
-    m_inProgress = false;
-    m_connectionRetries = 0;
-    m_CMconnectionRetries = 0;
-    m_lnkapiErrno = 0;
-    m_requestHUBFromCM = m_session.isCMconnection();
-    {
-        // The session check would take it out again before it is dialled.
-        const tp::MutexLock lock(m_text_mutex);
-        m_suspended.store(false, std::memory_order_release);
-        m_suspendReason.clear();
-    }
+    m_socket.abandon();
+    m_socket.restartRetries();
+    m_lookup.startAnew();
+    // Suspended, it would be taken out again by the session check before it is dialled.
+    m_suspension.end();
     m_primaryUser.newHub(this);
 }
 

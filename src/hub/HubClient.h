@@ -19,13 +19,15 @@
 #include "dictionary/MetaTokenMap.h"
 #include "dictionary/TokenRows.h"
 #include "hub/ConversationState.h"
+#include "hub/HubAddress.h"
 #include "hub/HubClientCommands.h"
 #include "hub/HubClientOptions.h"
-#include "hub/Outage.h"
+#include "hub/HubHeartbeat.h"
+#include "hub/HubSocket.h"
+#include "hub/ManagerLookup.h"
 #include "hub/ReadWaker.h"
 #include "hub/RetryPace.h"
-#include "hub/SocketHandle.h"
-#include "kvnparse/FrameFormat.h"
+#include "hub/Suspension.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
 #include "receive/ReadHandlerHub.h"
@@ -38,11 +40,8 @@ class StreamFramer;
 class StreamParser;
 } // namespace KVNAPI
 
-struct sockaddr_in;
-
 namespace tivra_internal {
 
-class ConnectionManagers;
 class HostConfigImpl;
 class HubEventReactor;
 class HubSession;
@@ -65,11 +64,6 @@ class HubClient final : public tp::EventBase,
                         public ReadHandlerHub,
                         public HubName {
 public:
-    /// The longest request text that fits the frame buffer.
-    static constexpr size_t kMaxRequestText = 8184;
-    /// What a frame has beside its text, and the zero byte after it.
-    static constexpr size_t kFrameOverhead = KVNAPI::KVN_FRAME_EXTRA + 1;
-
     HubClient(UserInfoImpl& user, HubSession& session, const HubClientOptions& options);
     ~HubClient() override;
     HubClient(const HubClient&) = delete;
@@ -95,15 +89,15 @@ public:
     /// Result 1: the login request is out; -1: it isn't.
     int login();
     /// False when the peer has closed.
-    [[nodiscard]] bool isValidConnection();
-    [[nodiscard]] bool isInitTimedOut(double curtime);
+    [[nodiscard]] bool isValidConnection() const { return m_socket.isValid(m_readsHeld); }
+    [[nodiscard]] bool isInitTimedOut(double curtime) const;
     [[nodiscard]] bool isHBTimedOut(double curtime);
-    [[nodiscard]] bool isPastRetryLimit() const;
-    [[nodiscard]] long getRetryLimit() const { return m_connectionRetryLimit; }
+    [[nodiscard]] bool isPastRetryLimit() const { return m_socket.isPastRetryLimit(); }
+    [[nodiscard]] long getRetryLimit() const { return m_socket.retryLimit(); }
     /// The dials are counted anew, since the start has been granted another round.
-    void restartRetries() { m_connectionRetries = 0; }
+    void restartRetries() { m_socket.restartRetries(); }
     /// The hub was dialled before, and hasn't been ready since. The hub's thread.
-    [[nodiscard]] bool isDialRepeated() const { return m_outage.isDialRepeated(); }
+    [[nodiscard]] bool isDialRepeated() const { return m_socket.isDialRepeated(); }
     void closeConnection();
     /// False while a hub that has refused the login is to be left alone.
     [[nodiscard]] bool mayDial() const;
@@ -113,15 +107,8 @@ public:
     /// Frames and writes a request text: 1 sent, -1 failed, -2 not writable within `timeout` (null: no
     /// limit).
     int sendRequest(const char* text, timeval* timeout) override;
-    /// Writes a frame; returns the bytes written, -1 or -2 as sendRequest. A frame that has been begun ends
-    /// whole, unless the peer stalls or the session stops: then the stream is out of step (see
-    /// closeIfOutOfStep).
-    [[nodiscard]] int writen(int fd, const char* buf, int n, const timeval* timeout);
-    /// Frames `len` bytes of text into `out`, which has space for them and kFrameOverhead more; returns the
-    /// frame's length.
-    [[nodiscard]] static int buildKvnMsg(const char* text, size_t len, char* out);
     /// The hub has got part of a frame: the connection is of no use any more.
-    [[nodiscard]] bool isOutOfStep() const { return m_frameCutShort; }
+    [[nodiscard]] bool isOutOfStep() const { return m_socket.isOutOfStep(); }
     /// Closes a connection on which a frame has been cut short. True when it did.
     bool closeIfOutOfStep();
 
@@ -134,22 +121,24 @@ public:
     /// Frames of the connection before are still on their way to the application; the next one would discard
     /// them.
     [[nodiscard]] bool isStillDelivering() const TP_EXCLUDES(m_rqh_mutex);
-    [[nodiscard]] bool connected() const { return m_fd.get() >= 0 && !inProgress(); }
-    [[nodiscard]] bool inProgress() const { return m_inProgress.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool connected() const { return m_socket.isConnected(); }
+    [[nodiscard]] bool inProgress() const { return m_socket.isInProgress(); }
     [[nodiscard]] bool isLoggedIn() const { return m_logged_in.load(std::memory_order_relaxed); }
-    [[nodiscard]] bool isSuspended() const { return m_suspended.load(std::memory_order_acquire); }
-    [[nodiscard]] std::string getSuspendReason() const TP_EXCLUDES(m_text_mutex);
-    [[nodiscard]] bool isConnectionTimedOut() const { return m_isConnectionTimedOut; }
-    [[nodiscard]] int getFd() const { return m_fd.get(); }
+    [[nodiscard]] bool isSuspended() const { return m_suspension.isSuspended(); }
+    [[nodiscard]] std::string getSuspendReason() const { return m_suspension.reason(); }
+    [[nodiscard]] bool isConnectionTimedOut() const {
+        return m_socket.state() == HubSocket::State::TimedOut;
+    }
+    [[nodiscard]] int getFd() const { return m_socket.fd(); }
     /// The system's code of the last failed dial, 0 when there was none.
-    [[nodiscard]] int getConnectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
-    [[nodiscard]] size_t getIndex() const { return m_index; }
-    [[nodiscard]] std::string getHubAddr() const override TP_EXCLUDES(m_text_mutex);
-    [[nodiscard]] uint16_t getHubPort() const { return m_port.load(std::memory_order_relaxed); }
-    [[nodiscard]] std::string getHubIpAddr() const TP_EXCLUDES(m_text_mutex);
+    [[nodiscard]] int getConnectErrno() const { return m_socket.connectErrno(); }
+    [[nodiscard]] size_t getIndex() const { return m_options.index; }
+    [[nodiscard]] std::string getHubAddr() const override { return m_address.shown(); }
+    [[nodiscard]] uint16_t getHubPort() const { return m_address.port(); }
+    [[nodiscard]] std::string getHubIpAddr() const { return m_address.own(); }
     [[nodiscard]] int getHubMajorVersion() const { return m_hubMajorVersion.load(std::memory_order_relaxed); }
     [[nodiscard]] int getHubMinorVersion() const { return m_hubMinorVersion.load(std::memory_order_relaxed); }
-    [[nodiscard]] bool isDummy() const override { return m_isDummy; }
+    [[nodiscard]] bool isDummy() const override { return m_options.isDummy; }
     [[nodiscard]] bool getInitialHubDisconnected() const {
         return m_initialHubDisconnected.load(std::memory_order_relaxed);
     }
@@ -159,14 +148,10 @@ public:
 
     // --- behind a connection manager; @thread any ---
     /// The next connect asks the manager for a hub.
-    void setRequestHUBFromCM(bool wanted) { m_requestHUBFromCM.store(wanted); }
-    [[nodiscard]] bool getRequestHUBFromCM() const { return m_requestHUBFromCM.load(); }
-    [[nodiscard]] bool isCMPastRetryLimit() const {
-        return m_CMconnectionRetries.load() >= m_connectionRetryLimit;
-    }
+    void setRequestHUBFromCM(bool wanted) { m_lookup.wantHub(wanted); }
     /// The manager's status of the last failed connect, 0 when that failed otherwise.
-    [[nodiscard]] int getLnkapiErrno() const { return m_lnkapiErrno.load(); }
-    void resetLnkapiErrno() { m_lnkapiErrno.store(0); }
+    [[nodiscard]] int getLnkapiErrno() const { return m_lookup.lnkapiErrno(); }
+    void resetLnkapiErrno() { m_lookup.resetLnkapiErrno(); }
     /// A cross-reference hub, which is connected only when a request needs it first.
     void setQueryXRefHUB(bool isXref) { m_queryXRefHUB.store(isXref); }
     [[nodiscard]] bool isQueryXRefHUB() const { return m_queryXRefHUB.load(); }
@@ -180,9 +165,8 @@ public:
     std::atomic<bool> m_retired{false};
     /// Its limits and marks begin anew, after it was retired. @thread master; no other may know the client.
     void startAnew();
-    [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_hostConfig; }
-    void setHostConfig(HostConfigImpl* hostConfig) { m_hostConfig = hostConfig; }
-    [[nodiscard]] bool isWatchlistInUse() const { return m_watchlistInUse; }
+    [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_options.host; }
+    [[nodiscard]] bool isWatchlistInUse() const { return m_options.watchlistInUse; }
     [[nodiscard]] bool isAgg() const { return m_known.m_isAgg; }
     [[nodiscard]] bool isSingleInstanceHUB() const { return m_known.m_isSingleInstanceHUB; }
 
@@ -225,15 +209,15 @@ public:
 
     // --- what its read handler and watchlist ask; @thread user ---
     [[nodiscard]] HubClient* client() override { return this; }
-    void setHBSeen(bool seen) override { m_HBSeen.store(seen, std::memory_order_relaxed); }
+    void setHBSeen(bool seen) override { m_heartbeat.setSeen(seen); }
     /// @thread user
     void roomForReads() override { m_readWaker.wake(); }
-    [[nodiscard]] bool getHBSeen() const { return m_HBSeen.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool getHBSeen() const { return m_heartbeat.isSeen(); }
     [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
 
     /// The initialisation time-out starts anew.
-    void setInitHBTime();
-    [[nodiscard]] double getInitHBTime() const { return m_initHBTime.load(std::memory_order_relaxed); }
+    void setInitHBTime() { m_heartbeat.noteProgress(); }
+    [[nodiscard]] double getInitHBTime() const { return m_heartbeat.progressTime(); }
 
     // --- subscriptions that a request may ask to renew ---
     int getStatusHeartbeat();
@@ -243,50 +227,12 @@ public:
 
 private:
     // HubClient.cpp
-    void resolveAddress(const std::string& label);
-    void forgetConnection();
-    [[nodiscard]] std::string getDialledAddr() const TP_EXCLUDES(m_text_mutex);
-
-    // HubManagerLookup.cpp
-    enum class Lookup {
-        Dial,  ///< the address is known
-        Again, ///< the manager is asked again on the next tick
-        Failed
-    };
-    [[nodiscard]] Lookup askManager();
-    [[nodiscard]] Lookup managerLibraryMissing(ConnectionManagers& managers);
-    [[nodiscard]] bool initializeManagerLibrary(ConnectionManagers& managers);
-    [[nodiscard]] Lookup giveUpLookup(int rc);
-    [[nodiscard]] Lookup firstLookupFailed(ConnectionManagers& managers, const std::string& cmAddr, int rc);
-    [[nodiscard]] Lookup lookupFailed(const std::string& cmAddr, int rc);
-    void askManagerAgain();
-    [[nodiscard]] Lookup takeHubOfManager(ConnectionManagers& managers, std::string cmAddr,
-                                          const std::string& hubIp);
-    void useHub(ConnectionManagers& managers, const std::string& cmAddr, const std::string& hubIp);
-    [[nodiscard]] std::string reachable(const std::string& addr) const;
-    [[nodiscard]] int lookUp(const std::string& managerAddr, std::string& hubIp);
-    /// The address of a hub from the known managers. `port` 0: each is asked at its own port, otherwise at
-    /// the hub's. The result is the status of the last look-up.
-    [[nodiscard]] int getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port);
-    [[nodiscard]] int askManagersInTurn(ConnectionManagers& managers, const std::string& tried,
-                                        std::string& cmAddr, std::string& hubIp, int port, int rc);
-    [[nodiscard]] bool replaceTimedOutHub();
-
-    // HubConnection.cpp
-    [[nodiscard]] int openSocket();
-    [[nodiscard]] Dial beginConnect(const sockaddr_in& address);
-    [[nodiscard]] Dial finishConnect();
-    [[nodiscard]] Dial connectNotDone(bool signalled);
-    [[nodiscard]] Dial failConnect(int error);
-    [[nodiscard]] bool waitForConnect(double curtime);
+    [[nodiscard]] Dial settle(HubSocket::Progress progress);
+    [[nodiscard]] long connectWait(double curtime) const;
     void registerSocket();
     void unregisterSocket();
-    [[nodiscard]] bool isHandshakeTooLong() const;
-
-    // HubWriting.cpp
-    enum class Wait { Writable, TimedOut, Failed };
-    [[nodiscard]] Wait waitWritable(int fd, const timeval* timeout, int left, int total);
-    [[nodiscard]] Wait waitForPeer(int fd, int left, int total);
+    void forgetConnection();
+    [[nodiscard]] std::string getDialledAddr() const { return m_address.dialled(); }
 
     // HubReading.cpp
     [[nodiscard]] bool prepareParsers();
@@ -377,57 +323,27 @@ private:
     // Built with.
     UserInfoImpl& m_primaryUser;
     HubSession& m_session;
-    HostConfigImpl* m_hostConfig;
-    const bool m_isDummy;
-    const bool m_watchlistInUse;
-    const bool m_compression;
-    const size_t m_index;
-    const long m_connectionTimeout; ///< seconds
-    const long m_connectionRetryLimit;
-    const long m_readTimeout;             ///< seconds; 0 turns the heartbeat and both time-out tests off
-    const long m_blockingConnectionLimit; ///< milliseconds
+    const HubClientOptions m_options;
 
-    // Address.
-    size_t m_givenPort;                  ///< as configured or asked for, which may be no port at all
-    const std::string m_original_ipaddr; ///< before any manager was asked
-    const uint16_t m_original_port;
-    mutable tp::Mutex m_text_mutex{kLockHubTexts};     ///< guards the texts that other threads read
-    std::string m_ip_addr TP_GUARDED_BY(m_text_mutex); ///< dialled
-    std::string
-        m_hub_ip_addr TP_GUARDED_BY(m_text_mutex);   ///< by which the hub knows itself; differs under NAT
-    std::string hubAddr TP_GUARDED_BY(m_text_mutex); ///< for people: log lines and messages
-    std::string m_suspendReason TP_GUARDED_BY(m_text_mutex);
-    std::atomic<uint16_t> m_port;
+    // Connection.
+    HubAddress m_address;
+    HubSocket m_socket;
+    ManagerLookup m_lookup;
+    HubHeartbeat m_heartbeat;
+    Suspension m_suspension;
+    std::atomic<bool> m_logged_in{false};
+    std::atomic<bool> m_initialHubDisconnected{false};
+    std::atomic<bool> m_queryXRefHUB{false};
+    bool m_readsHeld = false;    ///< the socket is out of the reactor: the queue refuses reads
+    bool m_messagesLeft = false; ///< what has been read holds more than was taken at one go
+    bool m_first_time = true;    ///< no event has been seen since the connect
+    RetryPace m_loginPace;
+    double m_last_reset_time = 0.0;
 
     // Registration with the reactor.
     mutable tp::Mutex m_huber_mutex{kLockHubClient}; ///< held around every registration with the reactor
     HubEventReactor* m_HUB_Event_Reactor TP_GUARDED_BY(m_huber_mutex) = nullptr;
     int m_eventReactorIndex TP_GUARDED_BY(m_huber_mutex) = -1;
-
-    // Connection.
-    SocketHandle m_fd;
-    std::atomic<bool> m_inProgress{false};
-    std::atomic<bool> m_logged_in{false};
-    std::atomic<bool> m_suspended{false};
-    std::atomic<bool> m_isConnectionTimedOut{false};
-    std::atomic<int> m_connectErrno{0};
-    std::atomic<bool> m_initialHubDisconnected{false};
-    std::atomic<bool> m_requestHUBFromCM{false};
-    std::atomic<bool> m_queryXRefHUB{false};
-    std::atomic<long> m_CMconnectionRetries{0}; ///< look-ups since the last success
-    std::atomic<int> m_lnkapiErrno{0};
-    bool m_readsHeld = false;                 ///< the socket is out of the reactor: the queue refuses reads
-    bool m_messagesLeft = false;              ///< what has been read holds more than was taken at one go
-    bool m_first_time = true;                 ///< no event has been seen since the connect
-    bool m_frameCutShort = false;             ///< see isOutOfStep
-    std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
-    Outage m_outage;
-    RetryPace m_loginPace;
-    double m_connectStartTime = 0.0;
-    double m_last_reset_time = 0.0;
-    double m_last_HB_check = 0.0;
-    std::atomic<double> m_initHBTime{0.0};
-    std::atomic<bool> m_HBSeen{false};
 
     // Readiness.
     mutable tp::Mutex m_ready_mutex{kLockHubReady};

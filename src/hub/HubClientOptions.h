@@ -22,6 +22,9 @@ struct HubClientOptions {
     bool compression = false;
     bool watchlistInUse = false;
     bool isDummy = false; ///< a placeholder with a queue, but without socket and reactor
+
+    /// The same with numbers that the client can work with.
+    [[nodiscard]] HubClientOptions withinLimits() const;
 };
 
 } // namespace tivra_internal

@@ -70,7 +70,7 @@ void HubClient::noteUntagged(const KVNAPI::Message& msg) {
         msg.exchange != nullptr && msg.exchange->id == SYSTEM_SOURCE && isSystemSymbol(msg.symbol.view());
     eprintf(isNormal ? EPF_DBUG : EPF_WARN,
             "HubClient::process_message: QUERY.TAG not present!; fd=%d (%s); msg: %s; m_haveHeartbeat=%d",
-            m_fd.get(), getHubAddr().c_str(), describe(msg).c_str(), m_step.m_haveHeartbeat);
+            getFd(), getHubAddr().c_str(), describe(msg).c_str(), m_step.m_haveHeartbeat);
 }
 
 // Hands a response to the handler of its tag; true when the decision chain is to run.
@@ -175,7 +175,7 @@ void HubClient::runDecisionChain(int tag) {
     context.sessionHasEnum = m_session.haveEnum();
     context.isFirst = m_session.isNewestFirstHub(this);
     context.wasEstablished = m_session.isInitiallyEstablished();
-    context.wantsHeartbeat = m_readTimeout != 0;
+    context.wantsHeartbeat = m_options.readTimeout != 0;
     context.behindManager = m_session.isCMconnection();
     context.hubVersion = {getHubMajorVersion(), getHubMinorVersion()};
     takeStep(nextConversationStep(context, m_step, m_known), tag);
@@ -226,7 +226,7 @@ void HubClient::takeStep(ConversationStep step, int tag) {
         break;
     case ConversationStep::SubscribeHeartbeat:
         eprintf(EPF_DBUG, "%s: m_haveHeartbeat=%d; m_readTimeout=%ld; response tag [%d]",
-                getHubAddr().c_str(), m_step.m_haveHeartbeat, m_readTimeout, tag);
+                getHubAddr().c_str(), m_step.m_haveHeartbeat, m_options.readTimeout, tag);
         getStatusHeartbeat();
         break;
     case ConversationStep::SubscribeHubStatus:
@@ -242,24 +242,20 @@ void HubClient::takeStep(ConversationStep step, int tag) {
 
 void HubClient::becomeReady() {
     const double sinceReset = tp::Clock::monotonic() - m_last_reset_time;
-    m_connectionRetries = 0;
-    m_CMconnectionRetries = 0;
-    m_lnkapiErrno = 0;
+    m_socket.restartRetries();
+    m_lookup.noteReady();
     // The queue may wait for a callback that runs, so no mutex is held here.
     m_responseQueue->reset();
     m_session.enterReadyHub(this);
-    if (HubEventReactor* const reactor = getReactor(); m_watchlistInUse && reactor != nullptr)
+    if (HubEventReactor* const reactor = getReactor(); m_options.watchlistInUse && reactor != nullptr)
         reactor->sendWLRequests(this);
     const std::string address = getDialledAddr();
     if (m_last_reset_time != 0.0)
         eprintf(EPF_DBUG, "HubClient for %s:%d completed initialization %f seconds after last reset",
                 address.c_str(), getHubPort(), sinceReset);
     eprintf(EPF_INFO, "Completed initialization of HUB %s:%d on fd=%d", address.c_str(), getHubPort(),
-            m_fd.get());
-    if (m_outage.isUnderWay())
-        eprintf(EPF_INFO, "HUB %s:%d is back after %.1f seconds", address.c_str(), getHubPort(),
-                m_outage.secondsUntil(tp::Clock::monotonic()));
-    m_outage.end();
+            getFd());
+    m_socket.noteReady();
 }
 
 int HubClient::sendStartUpRequest(int tag, const char* format, ...) {

@@ -24,9 +24,9 @@ long setting(const HostConfigImpl* hostConfig, tivra::HostConfig::Parameters par
 
 int HubClient::setConflationInterval() {
     const long interval =
-        setting(m_hostConfig, tivra::HostConfig::CONFLATION_INTERVAL_LONG, kDefaultConflationInterval);
+        setting(m_options.host, tivra::HostConfig::CONFLATION_INTERVAL_LONG, kDefaultConflationInterval);
     noteIgnoredInterval(
-        setting(m_hostConfig, tivra::HostConfig::CONFLATION_TYPE_LONG, kConflationTypeTradeSafe), interval);
+        setting(m_options.host, tivra::HostConfig::CONFLATION_TYPE_LONG, kConflationTypeTradeSafe), interval);
     // The interval goes out all the same: it is the hub that ignores it.
     return sendStartUpRequest(SET_CONFLATION_INTERVAL, "5026=%d|5022=SetConflationInterval|2029=%ld",
                               SET_CONFLATION_INTERVAL, interval);
@@ -38,11 +38,11 @@ void HubClient::process_conflation_interval() {
 
 int HubClient::setConflationType() {
     const long type =
-        setting(m_hostConfig, tivra::HostConfig::CONFLATION_TYPE_LONG, kConflationTypeTradeSafe);
+        setting(m_options.host, tivra::HostConfig::CONFLATION_TYPE_LONG, kConflationTypeTradeSafe);
     eprintf(EPF_INFO, "API set ConflationType to %ld", type);
     const ConflationChoice choice = chooseConflation(
         type,
-        setting(m_hostConfig, tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, kDefaultJitThreshold),
+        setting(m_options.host, tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, kDefaultJitThreshold),
         {getHubMajorVersion(), getHubMinorVersion()});
     std::string suffix;
     if (choice.isJit) {

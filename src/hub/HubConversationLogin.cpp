@@ -13,21 +13,22 @@
 #include "config/UserInfoImpl.h"
 #include "hub/HubSession.h"
 #include "hub/MessageReading.h"
+#include "hub/RequestFrame.h"
 #include "receive/QueueReadHandler.h"
 
 namespace tivra_internal {
 
 int HubClient::login() {
-    if (m_fd.get() < 0) {
+    if (getFd() < 0) {
         eprintf(EPF_CRIT, "HubClient::login - socket descriptor not valid");
         return -1;
     }
-    const bool indicator = m_hostConfig != nullptr &&
-                           m_hostConfig->getBoolean(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, false);
+    const bool indicator = m_options.host != nullptr &&
+                           m_options.host->getBoolean(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, false);
     const std::string& user = m_primaryUser.getUserName();
     const std::string text = "5026=" + std::to_string(LOGIN) + "|5022=LoginUser|5028=" + user +
                              "|5029=" + m_primaryUser.getPassword() +
-                             "|13265=" + (m_compression ? "1" : "0") + "|5053=" + kVersion +
+                             "|13265=" + (m_options.compression ? "1" : "0") + "|5053=" + kVersion +
                              "|5129=" + m_session.getLanguage() + "|5128=Linux" +
                              (indicator ? "|5201=1" : "");
     if (text.size() > kMaxRequestText) {
@@ -37,12 +38,12 @@ int HubClient::login() {
     }
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
             "HubClient::login - sending login to %s:%d for user %s; compression=%d; conflationIndicator=%s\n",
-            getDialledAddr().c_str(), getHubPort(), loggable(user).c_str(), m_compression,
+            getDialledAddr().c_str(), getHubPort(), loggable(user).c_str(), m_options.compression,
             indicator ? "true" : "false");
 
     std::vector<char> frame(text.size() + kFrameOverhead);
     const int size = buildKvnMsg(text.data(), text.size(), frame.data());
-    const int written = writen(m_fd.get(), frame.data(), size, nullptr);
+    const int written = m_socket.writen(getFd(), frame.data(), size, nullptr);
     if (written != size) {
         eprintf(EPF_CRIT, "HubMaster::login - writen returned %d expecting %d", written, size);
         closeIfOutOfStep();
@@ -94,7 +95,7 @@ bool HubClient::mayDial() const {
 }
 
 int HubClient::getStatusHeartbeat() {
-    if (m_readTimeout == 0)
+    if (m_options.readTimeout == 0)
         return 1;
     return sendStartUpRequest(GET_STATUS, "5026=%d|5022=Subscribe|4=922|5=%s", GET_STATUS,
                               QueueReadHandler::HEARTBEAT_SYM);
@@ -119,7 +120,7 @@ void HubClient::process_status(KVNAPI::Message& msg) {
         eprintf(EPF_INFO, "API Successfully processed subscribed for heartbeats for %s:%d", address.c_str(),
                 getHubPort());
         m_step.m_haveHeartbeat = true;
-        m_last_HB_check = tp::Clock::monotonic();
+        m_heartbeat.restartCheck();
         return;
     }
     countRefusal(m_step.m_heartbeatRefusals);
@@ -147,7 +148,7 @@ void HubClient::process_hubStatus(KVNAPI::Message& msg) {
 
 // A hub that refuses for good would be asked for ever; the close makes it a failed dial, which is limited.
 void HubClient::countRefusal(long& refusals) {
-    if (++refusals > m_connectionRetryLimit)
+    if (++refusals > m_options.connectionRetryLimit)
         closeConnection();
 }
 

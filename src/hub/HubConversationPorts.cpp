@@ -92,8 +92,8 @@ void HubClient::joinGroup() {
         eprintf(EPF_INFO, "This client is connected to a single-instance HUB");
     } else {
         for (const std::string& other : m_otherHubs)
-            if (m_hostConfig != nullptr)
-                m_session.createHubForHost(other, *m_hostConfig, "process_aggCheck");
+            if (m_options.host != nullptr)
+                m_session.createHubForHost(other, *m_options.host, "process_aggCheck");
         eprintf(EPF_INFO, "This client is connected to a %zu-way HUB", m_otherHubs.size() + 1);
     }
 }
@@ -138,7 +138,7 @@ void HubClient::process_allPorts(KVNAPI::Message& msg) {
 void HubClient::createHubsOfManager(const std::set<uint16_t>& ports) {
     ConnectionManagers& managers = m_session.getConnectionManagers();
     const std::string manager = managers.managerAddr();
-    if (manager.empty() || m_hostConfig == nullptr) {
+    if (manager.empty() || m_options.host == nullptr) {
         eprintf(EPF_WARN, "HubClient::process_allPorts: no connection manager to ask for the other HUBs");
         return;
     }
@@ -154,7 +154,7 @@ void HubClient::createHubsOfManager(const std::set<uint16_t>& ports) {
         }
         const std::string host = HostTable::hostInfoOf(manager, port);
         eprintf(EPF_INFO, "process_allPorts: hostString=%s\n", host.c_str());
-        if (!m_session.createHubForHost(host, *m_hostConfig, "process_allPorts")) {
+        if (!m_session.createHubForHost(host, *m_options.host, "process_allPorts")) {
             eprintf(EPF_WARN,
                     "process_allPorts:HUB client alread created;  for this port shoud not happen.  "
                     "hostString=%s\n",

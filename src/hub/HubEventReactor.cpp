@@ -9,6 +9,7 @@
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
+#include "hub/RequestFrame.h"
 #include "hub/SessionRequests.h"
 #include "request/CommandClasses.h"
 #include "request/HubWatchlist.h"
@@ -200,7 +201,7 @@ HubEventReactor::Sent HubEventReactor::sendTo(HubClient& client, const RequestIn
     timeval timeout{0, kSendTimeoutMicroseconds};
     const int result = client.sendRequest(text.c_str(), &timeout);
     if (result < 0) {
-        if (text.size() > HubClient::kMaxRequestText)
+        if (text.size() > kMaxRequestText)
             return Sent::TooLong;
         pass.timeoutHit = result == -2;
         pass.outOfStep.push_back(&client);

@@ -41,7 +41,7 @@ std::string lastParserError() {
 } // namespace
 
 void HubClient::readableEvent(double curtime) {
-    if (m_fd.get() < 0)
+    if (getFd() < 0)
         return;
     if (m_retired) {
         closeConnection();
@@ -51,7 +51,7 @@ void HubClient::readableEvent(double curtime) {
         return;
     if (isReady())
         readIntoQueue(curtime);
-    else if (m_compression)
+    else if (m_options.compression)
         readCompressed();
     else
         readFramed();
@@ -77,7 +77,7 @@ bool HubClient::prepareForFirstEvent() {
 
 // False when a parser can't be had, which has taken the client out of use.
 bool HubClient::prepareParsers() {
-    if (m_compression) {
+    if (m_options.compression) {
         if (zkvnParser == nullptr)
             zkvnParser = KVNAPI::StreamParser::alloc("zkvn", &m_dicMetaMap, kParserBufferSize);
     } else {
@@ -105,7 +105,7 @@ void HubClient::severe_error(const char* text) {
 }
 
 void HubClient::readIntoQueue(double curtime) {
-    if (!m_responseQueue->readFromSocketThenWriteToQueue(m_fd.get(), zkvnParser.get(), curtime)) {
+    if (!m_responseQueue->readFromSocketThenWriteToQueue(getFd(), zkvnParser.get(), curtime)) {
         noteSignOfLife();
         if (!closeIfOutOfStep())
             holdReads();
@@ -123,8 +123,7 @@ void HubClient::leaveAfterReadFailure() {
             getHubAddr().c_str());
     m_session.noteHubDown(this);
     closeConnection();
-    if (m_session.isCMconnection())
-        m_requestHUBFromCM = true;
+    m_lookup.noteLoss();
 }
 
 void HubClient::noteSignOfLife() {
@@ -159,7 +158,7 @@ void HubClient::continueHeldReads(double curtime) {
     if (m_readsHeld && isReady())
         retryHeldReads(curtime);
     if (isReady() && m_responseQueue->hasInputLeft() &&
-        m_responseQueue->continueInflating(m_fd.get(), zkvnParser.get(), curtime))
+        m_responseQueue->continueInflating(getFd(), zkvnParser.get(), curtime))
         leaveAfterReadFailure();
     noteSignOfLife();
     closeIfOutOfStep();
@@ -169,7 +168,7 @@ void HubClient::continueHeldReads(double curtime) {
 // bytes again.
 void HubClient::retryHeldReads(double curtime) {
     if (m_responseQueue->readsSuspended()) {
-        pollfd watched{m_fd.get(), POLLIN, 0};
+        pollfd watched{getFd(), POLLIN, 0};
         // What is left of a connection that has ended is not waited for: the supervisor closes it.
         if (::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) == 0) {
             setHBSeen(true); // silence can't be told while bytes are left where they are
@@ -183,7 +182,7 @@ void HubClient::retryHeldReads(double curtime) {
     if (m_HUB_Event_Reactor == nullptr)
         return;
     m_readWaker.leave(*m_HUB_Event_Reactor);
-    m_HUB_Event_Reactor->regSocket(this, m_fd.get());
+    m_HUB_Event_Reactor->regSocket(this, getFd());
     m_HUB_Event_Reactor->watchReads(this);
 }
 
@@ -197,13 +196,13 @@ void HubClient::twentyFiveMsTick(double now) {
 
 void HubClient::socketClosedByPeer() {
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
-            "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", m_fd.get());
+            "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", getFd());
     closeConnection();
 }
 
 void HubClient::readCompressed() {
     size_t room = 0;
-    const int64_t got = zkvnParser->push(m_fd.get(), &room);
+    const int64_t got = zkvnParser->push(getFd(), &room);
     const int error = errno;
     // Without room there was no read.
     const bool inputFull = room == 0;
@@ -222,7 +221,7 @@ void HubClient::readCompressed() {
 void HubClient::pullCompressed(bool inputFull) {
     m_messagesLeft = false;
     int taken = 0;
-    while (m_fd.get() >= 0) {
+    while (getFd() >= 0) {
         if (isReady()) {
             settleStream();
             return;
@@ -265,7 +264,7 @@ void HubClient::settleStream() {
 }
 
 void HubClient::readFramed() {
-    const int got = framer->push(m_fd.get());
+    const int got = framer->push(getFd());
     if (got < 0) {
         if (isNoError(errno))
             return;
@@ -275,7 +274,7 @@ void HubClient::readFramed() {
         socketClosedByPeer();
         return;
     }
-    while (m_fd.get() >= 0) {
+    while (getFd() >= 0) {
         KVNAPI::bufref frame;
         const int rc = framer->pull(&frame);
         if (rc > 0)
@@ -300,7 +299,7 @@ void HubClient::process_kvn_buffer(KVNAPI::bufref frame) {
         return;
     }
     kvnParser->push(frame);
-    while (m_fd.get() >= 0) {
+    while (getFd() >= 0) {
         KVNAPI::Message message;
         const int rc = kvnParser->pull(&message);
         if (rc > 0)

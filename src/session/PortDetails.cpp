@@ -10,6 +10,7 @@
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
+#include "hub/RequestFrame.h"
 #include "receive/Queue.h"
 #include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
@@ -139,8 +140,8 @@ std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, con
 bool SessionImpl::writeLocalMessage(const std::string& text) {
     if (!nonHubClient)
         return false;
-    std::string frame(text.size() + HubClient::kFrameOverhead, '\0');
-    const int length = HubClient::buildKvnMsg(text.c_str(), text.size(), frame.data());
+    std::string frame(text.size() + kFrameOverhead, '\0');
+    const int length = buildKvnMsg(text.c_str(), text.size(), frame.data());
     return nonHubClient->getResponseQueue()->writeToQueue(frame.data(), static_cast<std::size_t>(length));
 }
 

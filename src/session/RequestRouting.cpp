@@ -15,6 +15,7 @@
 #include "config/UserInfoImpl.h"
 #include "hub/HubClient.h"
 #include "hub/HubEventReactor.h"
+#include "hub/RequestFrame.h"
 #include "receive/QueueReadHandler.h"
 #include "receive/SystemSource.h"
 #include "request/CommandClasses.h"
@@ -96,7 +97,7 @@ int64_t SessionImpl::send(RequestImpl& builder) {
     // The list writes an unsubscribe anew, from the subscription: only that text has to fit.
     if (listed && isUnsubscribe)
         watchlist.add(tag, *request);
-    if (longestText(*request) > HubClient::kMaxRequestText) {
+    if (longestText(*request) > kMaxRequestText) {
         eprintf(EPF_WARN, "send() failed for tag %lld: request is too long", printable(tag));
         return 0;
     }

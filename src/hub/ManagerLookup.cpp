@@ -1,12 +1,9 @@
-// How a hub client finds its hub's address through a connection manager.
-#include "hub/HubClient.h"
+#include "hub/ManagerLookup.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
-#include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "LibraryVersion.h"
@@ -15,17 +12,18 @@
 #include "config/HostTable.h"
 #include "config/UserInfoImpl.h"
 #include "hub/ConnectionManagers.h"
-#include "hub/HubSession.h"
+#include "hub/HubAddress.h"
+#include "hub/HubClientOptions.h"
 #include "hub/LnkApi.h"
 #include "hub/LnkApiErrors.h"
-#include "receive/Queue.h"
+#include "hub/SessionManagers.h"
+#include "hub/SessionStanding.h"
 
 namespace tivra_internal {
 
 namespace {
 
 constexpr const char* kProgramName = "tivraApi";
-constexpr size_t kMaxHubAddr = 255;
 constexpr int kMillisecondsPerSecond = 1000;
 
 /// The outage of a manager is logged once: beyond so many look-ups without success each is one like the
@@ -48,56 +46,68 @@ LnkApplicationVersion applicationVersion() {
 
 } // namespace
 
+ManagerLookup::ManagerLookup(SessionManagers& managers, const SessionStanding& session,
+                             const UserInfoImpl& user, const HubClientOptions& options, HubAddress& address)
+    : m_managers(managers)
+    , m_session(session)
+    , m_user(user)
+    , m_hostConfig(options.host)
+    , m_connectionTimeout(options.connectionTimeout)
+    , m_retryLimit(options.connectionRetryLimit)
+    , m_address(address)
+    , m_requestHUBFromCM(!options.isDummy && managers.isCMconnection()) {}
+
 // The first connect of a session asks whether its host is a manager; with one, every connect that wants
 // another hub asks again.
-HubClient::Lookup HubClient::askManager() {
-    ConnectionManagers& managers = m_session.getConnectionManagers();
+ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
+    ConnectionManagers& managers = m_managers.getConnectionManagers();
     const bool isKnownManager = managers.m_isCMconnection;
     // A host that has answered as a manager is no hub, though it had none to hand out.
-    const bool isManagerItself = !isKnownManager && managers.isManager(m_original_ipaddr);
+    const bool isManagerItself = !isKnownManager && managers.isManager(m_address.configured());
     if ((isKnownManager || managers.m_CMcheckDone) && !isManagerItself && !m_requestHUBFromCM)
-        return Lookup::Dial;
+        return Outcome::NotAsked;
     if (!LnkApi::instance().load())
-        return managerLibraryMissing(managers);
+        return libraryMissing(managers);
     // What can't be asked is dialled itself: its dials alone decide when it has failed.
-    if (!managers.m_isLnkapiInitialized && !initializeManagerLibrary(managers))
-        return Lookup::Dial;
+    if (!managers.m_isLnkapiInitialized && !initializeLibrary(managers))
+        return Outcome::NotAsked;
 
     std::string cmAddr;
     std::string hubIp;
-    const int rc = getHUBFromCM(cmAddr, hubIp, isKnownManager ? getHubPort() : 0);
+    const int rc = getHUBFromCM(cmAddr, hubIp, isKnownManager ? m_address.port() : 0);
     // A walk that a stop has cut short says nothing about the hosts.
     if (rc == LNKAPI_ERROR_NOTCONNECTED && m_session.isStopping())
-        return giveUpLookup(rc);
+        return giveUp(rc);
     m_requestHUBFromCM = false;
     m_CMconnectionRetries += 1;
     if (rc == LNKAPI_SUCCESS)
-        return takeHubOfManager(managers, cmAddr, hubIp);
+        return takeHub(managers, cmAddr, hubIp);
     if (!isKnownManager && (rc == LNKAPI_ERROR_WRONG_USERNAMEPASSWORD || rc == LNKAPI_ERROR_NOT_ENTITLED)) {
         eprintf(EPF_INFO,
                 "connectHost:CM connection valid but LnkGetServerIPFromCM returned rc=%d (%s) CM_addr= %s\n",
                 rc, getLnkAPIErrorString(rc).c_str(), cmAddr.c_str());
-        return giveUpLookup(rc);
+        return giveUp(rc);
     }
     if (!isKnownManager && rc == LNKAPI_ERROR_WINSOCK)
         managers.m_enableCMRetry = true;
     if (isKnownManager)
-        return lookupFailed(cmAddr, rc);
+        return lookupFailed(cmAddr, rc, isComingXref);
     // The other managers' answers don't make a hub of this one.
     return firstLookupFailed(managers, cmAddr,
-                             managers.isManager(m_original_ipaddr) ? LNKAPI_ERROR_SERVER_NOT_AVAILABLE : rc);
+                             managers.isManager(m_address.configured()) ? LNKAPI_ERROR_SERVER_NOT_AVAILABLE
+                                                                        : rc);
 }
 
-HubClient::Lookup HubClient::managerLibraryMissing(ConnectionManagers& managers) {
+ManagerLookup::Outcome ManagerLookup::libraryMissing(ConnectionManagers& managers) {
     if (managers.m_isCMconnection)
-        return giveUpLookup(LNKAPI_ERROR_NOT_INITIALIZED);
+        return giveUp(LNKAPI_ERROR_NOT_INITIALIZED);
     eprintf(EPF_INFO, "Connection manager library not found; connecting to HUB directly");
     managers.m_CMcheckDone = true;
     m_requestHUBFromCM = false;
-    return Lookup::Dial;
+    return Outcome::NotAsked;
 }
 
-bool HubClient::initializeManagerLibrary(ConnectionManagers& managers) {
+bool ManagerLookup::initializeLibrary(ConnectionManagers& managers) {
     LnkApi& library = LnkApi::instance();
     eprintf(EPF_INFO, "Initiallaize Lnkapi - LnkInitializeEx2\n");
     library.setLogListener();
@@ -126,151 +136,123 @@ bool HubClient::initializeManagerLibrary(ConnectionManagers& managers) {
     return true;
 }
 
-HubClient::Lookup HubClient::giveUpLookup(int rc) {
+ManagerLookup::Outcome ManagerLookup::giveUp(int rc) {
     m_lnkapiErrno = rc;
-    m_inProgress = false;
-    return Lookup::Failed;
+    return Outcome::Failed;
 }
 
 // No manager has answered yet: the host may be none, or one that is not available just now.
-HubClient::Lookup HubClient::firstLookupFailed(ConnectionManagers& managers, const std::string& cmAddr,
-                                               int rc) {
+ManagerLookup::Outcome ManagerLookup::firstLookupFailed(ConnectionManagers& managers,
+                                                        const std::string& cmAddr, int rc) {
     if (rc == LNKAPI_ERROR_SERVER_NOT_AVAILABLE) {
         m_lnkapiErrno = rc;
         eprintf(EPF_INFO,
                 "CM connection valid but LnkGetServerIPFromCM returned rc=%d (%s)  CM_addr= %s "
                 "m_CMconnectionRetries=%ld m_connectionRetryLimit=%ld\n",
                 rc, getLnkAPIErrorString(rc).c_str(), cmAddr.c_str(), m_CMconnectionRetries.load(),
-                m_connectionRetryLimit);
-        if (isCMPastRetryLimit()) {
+                m_retryLimit);
+        if (isPastRetryLimit()) {
             eprintf(EPF_CRIT, "CM connection exceeded the RetryLimit \n");
-            return giveUpLookup(rc);
+            return giveUp(rc);
         }
-        m_inProgress = true;
-        m_isConnectionTimedOut = false;
         m_requestHUBFromCM = true;
-        return Lookup::Again;
+        return Outcome::Again;
     }
     eprintf(EPF_INFO,
             "connectHost::CM connection failed LnkGetServerIPFromCM returned rc=%d(%s)  Connecting to HUB "
             "directly CM_addr= %s\n",
             rc, getLnkAPIErrorString(rc).c_str(), cmAddr.c_str());
     managers.m_CMcheckDone = true;
-    m_inProgress = false;
     m_lnkapiErrno = LNKAPI_SUCCESS;
-    return Lookup::Dial;
+    return Outcome::NoManager;
 }
 
 // The hubs come from a manager, but none of them has one at present.
-HubClient::Lookup HubClient::lookupFailed(const std::string& cmAddr, int rc) {
+ManagerLookup::Outcome ManagerLookup::lookupFailed(const std::string& cmAddr, int rc, bool isComingXref) {
     const bool isStarted = m_session.getisStarted();
-    if (!isStarted && isCMPastRetryLimit()) {
+    if (!isStarted && isPastRetryLimit()) {
         eprintf(EPF_CRIT, "CM connection exceeded the RetryLimit \n");
-        return giveUpLookup(rc);
+        return giveUp(rc);
     }
-    if (isStarted && isComingXref() && isCMPastRetryLimit()) {
+    if (isStarted && isComingXref && isPastRetryLimit()) {
         eprintf(EPF_WARN, "This is xref hubclient and CM connection exceeded the retry limit  m_port: (%d)",
-                int{getHubPort()});
-        return giveUpLookup(rc);
+                int{m_address.port()});
+        return giveUp(rc);
     }
     eprintf(levelOf(m_CMconnectionRetries, 1),
             "connectHost::CM connection failed LnkGetServerIPFromCM returned rc=%d(%s);Close Socket and call "
             "lnkapi interface to get new HUB for this port when connectHost is called next time; CM_addr= "
             "%s\n",
             rc, getLnkAPIErrorString(rc).c_str(), cmAddr.c_str());
-    askManagerAgain();
-    return Lookup::Again;
-}
-
-// The attempt goes on, without a socket: the next tick asks for another hub.
-void HubClient::askManagerAgain() {
-    m_inProgress = true;
-    m_connectStartTime = tp::Clock::monotonic();
-    m_isConnectionTimedOut = false;
     m_requestHUBFromCM = true;
-    m_fd.close();
+    return Outcome::Again;
 }
 
-HubClient::Lookup HubClient::takeHubOfManager(ConnectionManagers& managers, std::string cmAddr,
+ManagerLookup::Outcome ManagerLookup::takeHub(ConnectionManagers& managers, std::string cmAddr,
                                               const std::string& hubIp) {
-    m_known.m_isAgg = false;
-    m_inProgress = false;
-    const bool isFirstSuccess = !managers.m_isCMconnection;
     // The host table has the address by which others know the hub, not the one dialled behind a translation.
-    const std::string dialled = getDialledAddr();
+    const std::string dialled = m_address.dialled();
     const std::string oldAddr = m_hostConfig != nullptr ? m_hostConfig->getAddr() : dialled;
-    if (isFirstSuccess) {
-        managers.m_isCMconnection = true;
-        managers.m_CMcheckDone = true;
-        if (dialled != m_original_ipaddr)
-            cmAddr = HostTable::hostInfoOf(m_original_ipaddr, m_original_port);
-        // A manager hands out another hub by itself, so there is no other side to go to.
-        m_session.disableFailover();
-        if (m_session.updateCMPortPairLst() != 0) {
-            // The next start may find other hosts.
-            managers.m_isCMconnection = false;
-            managers.m_CMcheckDone = false;
-            eprintf(EPF_WARN, "connectHost:updateCMPortPairLst returned error- Primary(Backup) CM adresses "
-                              "or Port not same\n");
-            return giveUpLookup(PRIMARYBACKUP_CMIPPORT_ERROR);
-        }
+    if (!managers.m_isCMconnection) {
+        if (dialled != m_address.configured())
+            cmAddr = HostTable::hostInfoOf(m_address.configured(), m_address.configuredPort());
+        if (!acceptManagers(managers))
+            return giveUp(PRIMARYBACKUP_CMIPPORT_ERROR);
     } else if (oldAddr != hubIp) {
-        cmAddr = HostTable::hostInfoOf(oldAddr, getHubPort());
+        cmAddr = HostTable::hostInfoOf(oldAddr, m_address.port());
     }
     m_CMconnectionRetries = 0;
     m_lnkapiErrno = LNKAPI_SUCCESS;
     useHub(managers, cmAddr, hubIp);
-    return Lookup::Dial;
+    return Outcome::Found;
+}
+
+// The first success: the session's hosts are managers. False when they don't go together.
+bool ManagerLookup::acceptManagers(ConnectionManagers& managers) {
+    managers.m_isCMconnection = true;
+    managers.m_CMcheckDone = true;
+    // A manager hands out another hub by itself, so there is no other side to go to.
+    m_managers.disableFailover();
+    if (m_managers.updateCMPortPairLst() == 0)
+        return true;
+    // The next start may find other hosts.
+    managers.m_isCMconnection = false;
+    managers.m_CMcheckDone = false;
+    eprintf(EPF_WARN, "connectHost:updateCMPortPairLst returned error- Primary(Backup) CM adresses "
+                      "or Port not same\n");
+    return false;
 }
 
 // From here on this client is the one of that hub, for the log, the host table and the table of ports.
-void HubClient::useHub(ConnectionManagers& managers, const std::string& cmAddr, const std::string& hubIp) {
-    std::string name = HostTable::hostInfoOf(hubIp, getHubPort());
-    std::string localIp;
+void ManagerLookup::useHub(ConnectionManagers& managers, const std::string& cmAddr,
+                           const std::string& hubIp) {
     if (m_hostConfig != nullptr) {
         m_hostConfig->setAddr(hubIp);
-        m_session.renameHost(cmAddr, name);
-        localIp = m_hostConfig->getLocalIp(hubIp);
+        m_managers.renameHost(cmAddr, HostTable::hostInfoOf(hubIp, m_address.port()));
     }
-    m_responseQueue->setsocketDesc(name.c_str());
-    managers.setHubOfPort(getHubPort(), hubIp);
-    if (!localIp.empty())
-        name += " (" + localIp + ')';
-    name.resize(std::min(name.size(), kMaxHubAddr));
-    {
-        const tp::MutexLock lock(m_text_mutex);
-        m_hub_ip_addr = hubIp;
-        m_ip_addr = localIp.empty() ? hubIp : localIp;
-        hubAddr = name;
-    }
+    managers.setHubOfPort(m_address.port(), hubIp);
+    const std::string name = m_address.become(hubIp);
     eprintf(EPF_INFO,
             "connectHost: HUB ip returned from  LnkGetServerIPFromCM  hubAddr=%s annd rc =%d(%s) "
             "LNKAPI_SUCCESS\n",
             name.c_str(), LNKAPI_SUCCESS, getLnkAPIErrorString(LNKAPI_SUCCESS).c_str());
 }
 
-// Behind an address translation a manager is reached by another address than its own.
-std::string HubClient::reachable(const std::string& addr) const {
-    const std::string localIp = m_hostConfig != nullptr ? m_hostConfig->getLocalIp(addr) : std::string();
-    return localIp.empty() ? addr : localIp;
-}
-
-int HubClient::lookUp(const std::string& managerAddr, std::string& hubIp) {
+int ManagerLookup::lookUp(const std::string& managerAddr, std::string& hubIp) {
     // A look-up may last as long as the connection time-out, which the log must explain.
     eprintf(levelOf(m_CMconnectionRetries, 0), "getHUBFromCM: asking %s for the address of a HUB",
             managerAddr.c_str());
-    return LnkApi::instance().getServerIP(managerAddr, m_primaryUser.getUserName(),
-                                          m_primaryUser.getPassword(), hubIp,
+    return LnkApi::instance().getServerIP(managerAddr, m_user.getUserName(), m_user.getPassword(), hubIp,
                                           [this] { return m_session.isStopping(); });
 }
 
-int HubClient::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {
-    ConnectionManagers& managers = m_session.getConnectionManagers();
+int ManagerLookup::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {
+    ConnectionManagers& managers = m_managers.getConnectionManagers();
     const std::string recent = managers.getRecentCM();
     const bool triesRecent = !recent.empty() && port != 0;
     int rc = LNKAPI_SUCCESS;
     if (triesRecent) {
-        cmAddr = HostTable::hostInfoOf(reachable(recent), static_cast<size_t>(port));
+        cmAddr = HostTable::hostInfoOf(m_address.reachable(recent), static_cast<size_t>(port));
         rc = lookUp(cmAddr, hubIp);
         eprintf(levelOf(m_CMconnectionRetries, 1),
                 "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n", rc,
@@ -282,8 +264,8 @@ int HubClient::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int port) {
 }
 
 // `tried` has been asked just now. Without a port each manager is first asked at its own.
-int HubClient::askManagersInTurn(ConnectionManagers& managers, const std::string& tried, std::string& cmAddr,
-                                 std::string& hubIp, int port, int rc) {
+int ManagerLookup::askManagersInTurn(ConnectionManagers& managers, const std::string& tried,
+                                     std::string& cmAddr, std::string& hubIp, int port, int rc) {
     std::string previous;
     bool isAsked = !tried.empty();
     for (const HostPair& manager : managers.candidates()) {
@@ -294,7 +276,7 @@ int HubClient::askManagersInTurn(ConnectionManagers& managers, const std::string
         previous = manager.addr;
         if (port == 0)
             port = static_cast<int>(manager.port);
-        const std::string addr = reachable(manager.addr);
+        const std::string addr = m_address.reachable(manager.addr);
         cmAddr = HostTable::hostInfoOf(addr, static_cast<size_t>(port));
         rc = lookUp(cmAddr, hubIp);
         isAsked = true;
@@ -306,36 +288,36 @@ int HubClient::askManagersInTurn(ConnectionManagers& managers, const std::string
         if (rc != LNKAPI_SUCCESS)
             continue;
         managers.setRecentCM(manager.addr);
-        if (!managers.m_isCMconnection) {
-            const tp::MutexLock lock(m_text_mutex);
-            m_ip_addr = addr;
-            m_port = static_cast<uint16_t>(port);
-            m_givenPort = static_cast<size_t>(port);
-        }
+        if (!managers.m_isCMconnection)
+            m_address.dialManager(addr, port);
         return rc;
     }
     return isAsked ? rc : LNKAPI_ERROR_INVALID_PARAM;
 }
 
-// Another hub may do better than one that doesn't answer; false when the time-out ends the attempt.
-bool HubClient::replaceTimedOutHub() {
-    ConnectionManagers& managers = m_session.getConnectionManagers();
+// Another hub may do better than one that doesn't answer.
+bool ManagerLookup::mayReplaceHub(bool isComingXref) const {
+    const ConnectionManagers& managers = m_managers.getConnectionManagers();
     if (!managers.m_CMcheckDone || !managers.m_isCMconnection)
         return false;
-    if (!m_session.getisStarted() && isCMPastRetryLimit())
+    if (!m_session.getisStarted() && isPastRetryLimit())
         return false;
-    if (m_session.getisStarted() && isComingXref() && m_session.areXrefHubsComing())
-        return false;
-    const std::string address = getDialledAddr();
-    eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN,
-            "HubClient::connectHost -(%s:%u) Connection timed out (retry limit not exceeded) m_fd = "
-            "%d;Request CM for a different HUB\n",
-            address.c_str(), unsigned{getHubPort()}, m_fd.get());
-    // It counts like any failed dial, or a start would go on for as long as the manager has hubs to hand out.
-    m_connectionRetries += 1;
-    m_outage.noteDial();
-    askManagerAgain();
-    return true;
+    return !m_session.getisStarted() || !isComingXref || !m_managers.areXrefHubsComing();
+}
+
+void ManagerLookup::noteLoss() {
+    if (m_managers.isCMconnection())
+        m_requestHUBFromCM = true;
+}
+
+void ManagerLookup::noteReady() {
+    m_CMconnectionRetries = 0;
+    m_lnkapiErrno = 0;
+}
+
+void ManagerLookup::startAnew() {
+    noteReady();
+    m_requestHUBFromCM = m_managers.isCMconnection();
 }
 
 } // namespace tivra_internal

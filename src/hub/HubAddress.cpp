@@ -1,0 +1,107 @@
+#include "hub/HubAddress.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+
+#include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
+#include "hub/HubClientOptions.h"
+#include "hub/PortAnswer.h"
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr size_t kMaxHubAddr = 255;
+
+/// False for a text that is no address. The text of the broadcast address reads like an error and is none.
+bool readAddress(const std::string& text, in_addr& address) {
+    address.s_addr = ::inet_addr(text.c_str());
+    return address.s_addr != INADDR_NONE || text == "255.255.255.255";
+}
+
+} // namespace
+
+HubAddress::HubAddress(const HubClientOptions& options)
+    : m_hostConfig(options.host)
+    , m_givenPort(options.port)
+    , m_original_ipaddr(options.address)
+    , m_original_port(static_cast<uint16_t>(options.port))
+    , m_ip_addr(m_original_ipaddr)
+    , m_hub_ip_addr(m_ip_addr)
+    , m_port(static_cast<uint16_t>(options.port)) {
+    if (options.isDummy) {
+        const tp::MutexLock lock(m_text_mutex);
+        hubAddr = "non-HUB";
+        return;
+    }
+    // Behind an address translation the hub is dialled by one address and names itself by another.
+    const std::string localIp = localIpOf(m_original_ipaddr);
+    const std::string hubIp = m_hostConfig != nullptr && localIp.empty()
+                                  ? m_hostConfig->getHubIp(m_original_ipaddr)
+                                  : std::string();
+
+    const tp::MutexLock lock(m_text_mutex);
+    hubAddr = options.label;
+    if (!localIp.empty())
+        m_ip_addr = localIp;
+    else if (!hubIp.empty())
+        m_hub_ip_addr = hubIp;
+    if (!localIp.empty() || !hubIp.empty())
+        hubAddr = HostTable::hostInfoOf(m_hub_ip_addr, m_givenPort) + " (" + m_ip_addr + ')';
+    hubAddr.resize(std::min(hubAddr.size(), kMaxHubAddr));
+}
+
+std::string HubAddress::shown() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return hubAddr;
+}
+
+std::string HubAddress::dialled() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return m_ip_addr;
+}
+
+std::string HubAddress::own() const {
+    const tp::MutexLock lock(m_text_mutex);
+    return m_hub_ip_addr;
+}
+
+bool HubAddress::toSocketAddress(sockaddr_in& address) const {
+    address = sockaddr_in{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port());
+    return readAddress(dialled(), address.sin_addr) && m_givenPort != 0 && m_givenPort <= size_t{kMaxPort};
+}
+
+std::string HubAddress::localIpOf(const std::string& addr) const {
+    return m_hostConfig != nullptr ? m_hostConfig->getLocalIp(addr) : std::string();
+}
+
+std::string HubAddress::reachable(const std::string& addr) const {
+    const std::string localIp = localIpOf(addr);
+    return localIp.empty() ? addr : localIp;
+}
+
+void HubAddress::dialManager(const std::string& addr, int port) {
+    const tp::MutexLock lock(m_text_mutex);
+    m_ip_addr = addr;
+    m_port = static_cast<uint16_t>(port);
+    m_givenPort = static_cast<size_t>(port);
+}
+
+std::string HubAddress::become(const std::string& hubIp) {
+    const std::string localIp = localIpOf(hubIp);
+    std::string name = HostTable::hostInfoOf(hubIp, port());
+    if (!localIp.empty())
+        name += " (" + localIp + ')';
+    name.resize(std::min(name.size(), kMaxHubAddr));
+    const tp::MutexLock lock(m_text_mutex);
+    m_hub_ip_addr = hubIp;
+    m_ip_addr = localIp.empty() ? hubIp : localIp;
+    hubAddr = name;
+    return name;
+}
+
+} // namespace tivra_internal

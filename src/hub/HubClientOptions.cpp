@@ -1,0 +1,24 @@
+#include "hub/HubClientOptions.h"
+
+#include <algorithm>
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr long kMaxBlockingLimit = 60'000;        // milliseconds
+constexpr long kMaxConnectionTimeout = 2'000'000; // seconds
+
+} // namespace
+
+HubClientOptions HubClientOptions::withinLimits() const {
+    HubClientOptions usable = *this;
+    usable.connectionTimeout = std::clamp(connectionTimeout, 0L, kMaxConnectionTimeout);
+    usable.connectionRetryLimit = std::max(connectionRetryLimit, 0L);
+    usable.readTimeout = std::max(readTimeout, 0L);
+    usable.blockingConnectionLimit = std::clamp(blockingConnectionLimit, 0L, kMaxBlockingLimit);
+    usable.queueSize = std::max(queueSize, 0L);
+    return usable;
+}
+
+} // namespace tivra_internal

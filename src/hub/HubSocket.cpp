@@ -1,0 +1,316 @@
+#include "hub/HubSocket.h"
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "hub/ErrorText.h"
+#include "hub/HubAddress.h"
+#include "hub/HubClientOptions.h"
+#include "hub/MonotonicTime.h"
+#include "hub/RequestFrame.h"
+#include "hub/SessionStanding.h"
+
+namespace tivra_internal {
+
+namespace {
+
+constexpr int kWaitSliceMilliseconds = 100;
+constexpr double kDefaultStallSeconds = 30.0;
+
+int pollWritable(int fd, const timespec& wait, short& events) {
+    pollfd watched{fd, POLLOUT, 0};
+    const int rc = ::ppoll(&watched, 1, &wait, nullptr);
+    events = watched.revents;
+    return rc;
+}
+
+timespec toTimespec(const timeval& time) {
+    return {std::max<time_t>(time.tv_sec, 0), std::clamp<long>(time.tv_usec, 0, 999'999) * 1000};
+}
+
+} // namespace
+
+HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
+                     const HubClientOptions& options)
+    : m_address(address)
+    , m_session(session)
+    , m_connectionTimeout(options.connectionTimeout)
+    , m_connectionRetryLimit(options.connectionRetryLimit)
+    , m_readTimeout(options.readTimeout) {}
+
+HubSocket::Progress HubSocket::begin() {
+    m_connectErrno = 0;
+    sockaddr_in peer{};
+    if (!m_address.toSocketAddress(peer))
+        return refuse(EINVAL);
+    if (!openSocket())
+        return Progress::NoSocket;
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "Connecting to %s with connection timeout=%ld seconds",
+            m_address.shown().c_str(), m_connectionTimeout);
+    m_connectStartTime = tp::Clock::monotonic();
+    if (::connect(fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0)
+        return finish();
+    if (errno != EINPROGRESS)
+        return refuse(errno);
+    m_state = State::Dialling;
+    return Progress::UnderWay;
+}
+
+// A socket that blocks nobody and isn't inherited. Without one the cause is stored and the dial has been
+// counted.
+bool HubSocket::openSocket() {
+    m_fd.assign(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (const int fd = m_fd.get(); fd >= 0 && fd < kFirstUsableDescriptor)
+        m_fd.assign(::fcntl(fd, F_DUPFD_CLOEXEC, kFirstUsableDescriptor));
+    if (m_fd.get() < 0) {
+        m_connectErrno = errno;
+        eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT,
+                "HubClient::connectHost - error in socket, errno = %d\n", connectErrno());
+        m_connectionRetries += 1;
+        return false;
+    }
+    if (const int rc = ::fcntl(m_fd.get(), F_SETFL, O_NONBLOCK); rc < 0) {
+        m_connectErrno = errno;
+        eprintf(EPF_CRIT, "HubClient::connectHost - Error %d on set non-blocking FD %d: (%d)%s", rc,
+                m_fd.get(), connectErrno(), errorText(connectErrno()).c_str());
+        close();
+        m_connectionRetries += 1;
+        return false;
+    }
+    return true;
+}
+
+HubSocket::Progress HubSocket::proceed(long limit) {
+    pollfd watched{fd(), POLLOUT, 0};
+    const timespec wait{limit / 1000, limit % 1000 * 1'000'000};
+    const bool signalled = ::ppoll(&watched, 1, &wait, nullptr) > 0;
+    sockaddr_in peer{};
+    socklen_t length = sizeof(peer);
+    if (::getpeername(fd(), reinterpret_cast<sockaddr*>(&peer), &length) != 0)
+        return notDone(signalled);
+    return finish();
+}
+
+HubSocket::Progress HubSocket::notDone(bool signalled) {
+    if (signalled) {
+        int error = 0;
+        socklen_t length = sizeof(error);
+        if (::getsockopt(fd(), SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error != 0)
+            return refuse(error);
+    }
+    const double elapsed = secondsSince(m_connectStartTime);
+    if (elapsed < 0.0 || elapsed > static_cast<double>(m_connectionTimeout))
+        return Progress::TimedOut;
+    eprintf(EPF_DBUG,
+            "HubClient::connectHost - socket not ready; startTime = %f, endTime=%f, blockingTime =%f ",
+            epochOf(m_connectStartTime), tp::Clock::now(), elapsed);
+    return Progress::UnderWay;
+}
+
+HubSocket::Progress HubSocket::refuse(int error) {
+    m_connectErrno = error;
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) Error connect %d: (%d)%s",
+            m_address.shown().c_str(), fd(), error, errorText(error).c_str());
+    noteLoss();
+    close();
+    m_connectionRetries += 1;
+    return Progress::Refused;
+}
+
+HubSocket::Progress HubSocket::finish() {
+    const double elapsed = secondsSince(m_connectStartTime);
+    eprintf(
+        EPF_DBUG,
+        "HubClient::connectHost - getpeername success time; startTime = %f, endTime=%f, blockingTime =%f ",
+        epochOf(m_connectStartTime), tp::Clock::now(), elapsed);
+    m_state = State::Connected;
+    m_connectionRetries += 1;
+    return Progress::Connected;
+}
+
+void HubSocket::giveUp(const char* purpose) {
+    m_connectErrno = ETIMEDOUT;
+    const std::string address = m_address.dialled();
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN,
+            "HubClient::connectHost -(%s:%u) Connection timed out %s%d: (%d)%s",
+            address.empty() ? "NULL" : address.c_str(), unsigned{m_address.port()}, purpose, fd(), ETIMEDOUT,
+            errorText(ETIMEDOUT).c_str());
+    noteLoss();
+    close(State::TimedOut);
+    m_connectionRetries += 1;
+}
+
+// It counts like any failed dial, or a start would go on for as long as the manager has hubs to hand out.
+void HubSocket::replaceHub() {
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN,
+            "HubClient::connectHost -(%s:%u) Connection timed out (retry limit not exceeded) m_fd = "
+            "%d;Request CM for a different HUB\n",
+            m_address.dialled().c_str(), unsigned{m_address.port()}, fd());
+    m_connectionRetries += 1;
+    m_outage.noteDial();
+    awaitManager();
+}
+
+void HubSocket::awaitManager() {
+    close(State::AwaitsManager);
+}
+
+void HubSocket::close(State state) {
+    m_state = state;
+    m_fd.close();
+    m_frameCutShort = false;
+}
+
+bool HubSocket::isPastRetryLimit() const {
+    const bool isPast = m_connectionRetries.load(std::memory_order_relaxed) > m_connectionRetryLimit;
+    if (isPast)
+        eprintf(EPF_INFO, "Connection retry limit of %ld exceeded for HUB: %s\n", m_connectionRetryLimit,
+                m_address.shown().c_str());
+    return isPast;
+}
+
+bool HubSocket::isValid(bool bytesAreLeft) const {
+    pollfd watched{fd(), POLLIN | POLLHUP, 0};
+    if (::poll(&watched, 1, 0) <= 0)
+        return true;
+    char byte = 0;
+    const ssize_t got = ::recv(fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    // Bytes that nobody takes would hide a hang-up for as long as reads are held.
+    const bool isHungUp = bytesAreLeft && (watched.revents & (POLLHUP | POLLERR)) != 0;
+    if (got == 0 || isHungUp) {
+        eprintf(EPF_DBUG, "pfd.revents=%x; POLLIN=%x; POLLHUP=%x\n", static_cast<unsigned>(watched.revents),
+                static_cast<unsigned>(POLLIN), static_cast<unsigned>(POLLHUP));
+        eprintf(m_outage.isUnderWay() ? EPF_DBUG : EPF_CRIT, "Lost Connection to HUB: %s\n",
+                m_address.shown().c_str());
+        return false;
+    }
+    if (got < 0) {
+        const int error = errno;
+        eprintf(EPF_DBUG, "%s: isValidConnection: recv ret=%zd; errno=%d (%s) fd=%d\n",
+                m_address.shown().c_str(), got, error, errorText(error).c_str(), fd());
+    }
+    return true;
+}
+
+void HubSocket::noteLoss() {
+    m_outage.begin(tp::Clock::monotonic());
+}
+
+void HubSocket::noteReady() {
+    if (m_outage.isUnderWay())
+        eprintf(EPF_INFO, "HUB %s:%d is back after %.1f seconds", m_address.dialled().c_str(),
+                m_address.port(), m_outage.secondsUntil(tp::Clock::monotonic()));
+    m_outage.end();
+}
+
+int HubSocket::sendRequest(const char* text, const timeval* timeout) {
+    const int socket = fd();
+    if (socket < 0) {
+        eprintf(EPF_CRIT, "HubClient::sendRequest - socket descriptor not valid");
+        return -1;
+    }
+    const size_t length = std::strlen(text);
+    if (length > kMaxRequestText) {
+        eprintf(EPF_CRIT, "HubClient::sendRequest - Maximum Length Exceeded %zu", length);
+        return -1;
+    }
+    std::array<char, kMaxRequestText + kFrameOverhead> frame;
+    const int size = buildKvnMsg(text, length, frame.data());
+    eprintf(EPF_DBUG, "HubClient::sendRequest - sending %s to %s", text, m_address.shown().c_str());
+    const int written = writen(socket, frame.data(), size, timeout);
+    if (written == size)
+        return 1;
+    if (written == -2)
+        return -2;
+    eprintf(EPF_WARN, "%s: HubClient::sendRequest - writen returned %d expecting %d",
+            m_address.shown().c_str(), written, size);
+    return -1;
+}
+
+int HubSocket::writen(int fd, const char* buf, int n, const timeval* timeout) {
+    // A stream that is out of step takes nothing more.
+    if (fd < 0 || m_frameCutShort)
+        return -1;
+    int written = 0;
+    int result = 0;
+    while (written < n) {
+        // Only a frame that has not been begun may be given up for lack of time.
+        const Wait wait = written == 0 && timeout != nullptr ? waitWritable(fd, timeout, n - written, written)
+                                                             : waitForPeer(fd, n - written, written);
+        if (wait == Wait::TimedOut)
+            return -2;
+        result = -1;
+        if (wait == Wait::Failed)
+            break;
+        const ssize_t sent = ::send(fd, buf + written, static_cast<size_t>(n - written), MSG_NOSIGNAL);
+        if (sent < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK))
+            continue;
+        if (sent <= 0) {
+            result = sent < 0 ? -1 : written;
+            break;
+        }
+        written += static_cast<int>(sent);
+        result = written;
+    }
+    if (written > 0 && written < n)
+        m_frameCutShort = true;
+    return result;
+}
+
+// One wait of the caller's length, taken up again when a signal cuts it short.
+HubSocket::Wait HubSocket::waitWritable(int fd, const timeval* timeout, int left, int written) const {
+    const timespec wait = toTimespec(*timeout);
+    for (;;) {
+        short events = 0;
+        const int rc = pollWritable(fd, wait, events);
+        if (rc > 0)
+            return (events & (POLLOUT | POLLERR | POLLHUP)) != 0 ? Wait::Writable : Wait::Failed;
+        if (rc == 0) {
+            eprintf(EPF_DBUG,
+                    "%s: HubClient::writen - select timeout hit; aborting write; nleft=%d; nbytes=%d\n",
+                    m_address.shown().c_str(), left, written);
+            return Wait::TimedOut;
+        }
+        if (errno != EINTR) {
+            eprintf(EPF_WARN, "%s: HubClient::writen - select error: errno=%d\n", m_address.shown().c_str(),
+                    errno);
+            return Wait::Failed;
+        }
+    }
+}
+
+// Waits for a peer that takes no data, until it does, the session stops or the peer has stalled for too long.
+HubSocket::Wait HubSocket::waitForPeer(int fd, int left, int written) const {
+    const double limit = m_readTimeout == 0 ? kDefaultStallSeconds : static_cast<double>(m_readTimeout);
+    const double start = tp::Clock::monotonic();
+    constexpr timespec slice{0, kWaitSliceMilliseconds * 1'000'000L};
+    for (;;) {
+        short events = 0;
+        const int rc = pollWritable(fd, slice, events);
+        if (rc > 0)
+            return (events & (POLLOUT | POLLERR | POLLHUP)) != 0 ? Wait::Writable : Wait::Failed;
+        if (rc < 0 && errno != EINTR) {
+            eprintf(EPF_WARN, "%s: HubClient::writen - select error: errno=%d\n", m_address.shown().c_str(),
+                    errno);
+            return Wait::Failed;
+        }
+        if (m_session.isStopping() || tp::Clock::monotonic() - start > limit) {
+            eprintf(EPF_WARN,
+                    "%s: HubClient::writen - the HUB takes no data; giving up; nleft=%d; nbytes=%d\n",
+                    m_address.shown().c_str(), left, written);
+            return Wait::Failed;
+        }
+    }
+}
+
+} // namespace tivra_internal

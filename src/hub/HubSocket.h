@@ -1,0 +1,118 @@
+#pragma once
+
+#include <sys/time.h>
+
+#include <atomic>
+
+#include "hub/Outage.h"
+#include "hub/SocketHandle.h"
+
+namespace tivra_internal {
+
+class HubAddress;
+class SessionStanding;
+struct HubClientOptions;
+
+/// The TCP connection to one hub: it dials, counts the dials, tests whether the peer is there, and writes
+/// frames.
+/// @thread hub, but for the getters that say otherwise. Differences of times are taken from the monotonic
+/// clock.
+class HubSocket {
+public:
+    enum class State {
+        Closed,
+        TimedOut,      ///< closed, since the hub has not answered in time
+        AwaitsManager, ///< no socket yet: a connection manager is asked for a hub
+        Dialling,
+        Connected
+    };
+    /// How a dial has gone on.
+    enum class Progress {
+        Connected,
+        UnderWay,
+        TimedOut, ///< the socket is still open: replaceHub() or giveUp() is to follow
+        Refused,
+        NoSocket
+    };
+
+    HubSocket(const HubAddress& address, const SessionStanding& session, const HubClientOptions& options);
+    HubSocket(const HubSocket&) = delete;
+    HubSocket& operator=(const HubSocket&) = delete;
+
+    // --- state; @thread any ---
+    [[nodiscard]] int fd() const { return m_fd.get(); }
+    [[nodiscard]] State state() const { return m_state.load(std::memory_order_relaxed); }
+    [[nodiscard]] bool isConnected() const { return state() == State::Connected; }
+    [[nodiscard]] bool isInProgress() const {
+        return state() == State::AwaitsManager || state() == State::Dialling;
+    }
+    /// The system's code of the last failed dial, 0 when there was none.
+    [[nodiscard]] int connectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
+
+    // --- dialling ---
+    void noteDial() { m_outage.noteDial(); }
+    /// The hub was dialled before, and hasn't been ready since.
+    [[nodiscard]] bool isDialRepeated() const { return m_outage.isDialRepeated(); }
+    /// Opens a socket and begins to connect it.
+    [[nodiscard]] Progress begin();
+    /// Waits for the hub's answer for up to `limit` milliseconds.
+    [[nodiscard]] Progress proceed(long limit);
+    /// The dial that has timed out goes on with another hub, which a connection manager is asked for.
+    void replaceHub();
+    /// The dial that has timed out has failed. `purpose` stands in the log line, which names no other.
+    void giveUp(const char* purpose);
+    /// The attempt goes on without a socket.
+    void awaitManager();
+    /// The attempt has ended, or begins anew.
+    void abandon() { close(State::Closed); }
+
+    // --- the count of dials; @thread any ---
+    [[nodiscard]] bool isPastRetryLimit() const;
+    [[nodiscard]] long retryLimit() const { return m_connectionRetryLimit; }
+    void restartRetries() { m_connectionRetries = 0; }
+
+    // --- the connection ---
+    /// False when the peer has closed. `bytesAreLeft`: what has come is not taken at present.
+    [[nodiscard]] bool isValid(bool bytesAreLeft) const;
+    void noteLoss();
+    void close() { close(State::Closed); }
+    /// The hub is ready: the next dial is a first one again.
+    void noteReady();
+
+    // --- writing ---
+    /// Frames and writes a request text: 1 sent, -1 failed, -2 not writable within `timeout` (null: no
+    /// limit).
+    [[nodiscard]] int sendRequest(const char* text, const timeval* timeout);
+    /// Writes a frame; returns the bytes written, -1 or -2 as sendRequest. A frame that has been begun ends
+    /// whole, unless the peer stalls or the session stops: then the stream is out of step.
+    [[nodiscard]] int writen(int fd, const char* buf, int n, const timeval* timeout);
+    /// The hub has got part of a frame: the connection is of no use any more.
+    [[nodiscard]] bool isOutOfStep() const { return m_frameCutShort; }
+
+private:
+    enum class Wait { Writable, TimedOut, Failed };
+
+    [[nodiscard]] bool openSocket();
+    [[nodiscard]] Progress refuse(int error);
+    [[nodiscard]] Progress finish();
+    [[nodiscard]] Progress notDone(bool signalled);
+    void close(State state);
+    [[nodiscard]] Wait waitWritable(int fd, const timeval* timeout, int left, int total) const;
+    [[nodiscard]] Wait waitForPeer(int fd, int left, int total) const;
+
+    const HubAddress& m_address;
+    const SessionStanding& m_session;
+    const long m_connectionTimeout; ///< seconds
+    const long m_connectionRetryLimit;
+    const long m_readTimeout; ///< seconds
+
+    SocketHandle m_fd;
+    std::atomic<State> m_state{State::Closed};
+    std::atomic<int> m_connectErrno{0};
+    std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
+    Outage m_outage;
+    double m_connectStartTime = 0.0;
+    bool m_frameCutShort = false; ///< see isOutOfStep
+};
+
+} // namespace tivra_internal
