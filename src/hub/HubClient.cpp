@@ -12,6 +12,7 @@
 #include "config/UserInfoImpl.h"
 #include "hub/HubEventReactor.h"
 #include "hub/HubSession.h"
+#include "hub/RequestFrame.h"
 #include "kvnparse/Parser.h"
 #include "kvnparse/StreamFramer.h"
 #include "kvnparse/StreamParser.h"
@@ -42,7 +43,7 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     , m_socket(m_address, session, m_options)
     , m_lookup(session, session, user, m_options, m_address)
     , m_heartbeat(m_address, m_options.readTimeout)
-    , m_loginPace(chanceOf(this)) {
+    , m_handshake(*this, session, user, m_address, m_dicMetaMap, m_options, chanceOf(this)) {
     m_primaryUser.newHub(this);
     reset();
     forgetConnection();
@@ -154,9 +155,8 @@ HubClient::Dial HubClient::connectHost(double curtime) {
     case ManagerLookup::Outcome::NotAsked:
         break;
     case ManagerLookup::Outcome::Found:
-        m_known.m_isAgg = false;
-        m_responseQueue->setsocketDesc(
-            HostTable::hostInfoOf(m_address.own(), m_address.port()).c_str());
+        m_handshake.hubReplaced();
+        m_responseQueue->setsocketDesc(HostTable::hostInfoOf(m_address.own(), m_address.port()).c_str());
         [[fallthrough]];
     case ManagerLookup::Outcome::NoManager:
         m_socket.abandon();
@@ -188,7 +188,7 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
     case HubSocket::Progress::Connected:
         registerSocket();
         setInitHBTime();
-        m_step.m_beginTime = tp::Clock::monotonic();
+        m_handshake.begin();
         return Dial::Connected;
     case HubSocket::Progress::UnderWay:
         return Dial::UnderWay;
@@ -238,23 +238,55 @@ int HubClient::sendRequest(const char* text, timeval* timeout) {
     return result;
 }
 
+int HubClient::sendLogin(const std::string& text) {
+    std::vector<char> frame(text.size() + kFrameOverhead);
+    const int size = buildKvnMsg(text.data(), text.size(), frame.data());
+    const int written = m_socket.writen(getFd(), frame.data(), size, nullptr);
+    if (written == size)
+        return 1;
+    eprintf(EPF_CRIT, "HubMaster::login - writen returned %d expecting %d", written, size);
+    closeIfOutOfStep();
+    return -1;
+}
+
+void HubClient::setJit(int threshold) {
+    m_responseQueue->setJit(threshold);
+}
+
+void HubClient::becomeReady() {
+    const double sinceReset = tp::Clock::monotonic() - m_last_reset_time;
+    m_socket.restartRetries();
+    m_lookup.noteReady();
+    // The queue may wait for a callback that runs, so no mutex is held here.
+    m_responseQueue->reset();
+    m_session.enterReadyHub(this);
+    if (HubEventReactor* const reactor = getReactor(); isWatchlistInUse() && reactor != nullptr)
+        reactor->sendWLRequests(this);
+    const std::string address = m_address.dialled();
+    if (m_last_reset_time != 0.0)
+        eprintf(EPF_DBUG, "HubClient for %s:%d completed initialization %f seconds after last reset",
+                address.c_str(), getHubPort(), sinceReset);
+    eprintf(EPF_INFO, "Completed initialization of HUB %s:%d on fd=%d", address.c_str(), getHubPort(),
+            getFd());
+    m_socket.noteReady();
+}
+
 bool HubClient::isInitTimedOut(double) const {
-    return connected() && m_heartbeat.isHandshakeTimedOut(m_step.m_beginTime);
+    return connected() && m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime());
 }
 
 bool HubClient::isHBTimedOut(double) {
     if (!m_heartbeat.isCheckDue())
         return false;
     const tp::MutexLock lock(m_rqh_mutex);
-    return m_readQueueHandler != nullptr && m_heartbeat.isSilent(*m_readQueueHandler, m_session.getState(),
-                                                                 m_responseQueue->getQueryCount());
+    return m_readQueueHandler != nullptr &&
+           m_heartbeat.isSilent(*m_readQueueHandler, m_session.getState(), m_responseQueue->getQueryCount());
 }
 
 void HubClient::reset() {
     eprintf(EPF_DBUG, "HubClient::reset(ENTRY): this=%p", static_cast<void*>(this));
     m_first_time = true;
     m_socket.close();
-    m_logged_in = false;
     m_suspension.end();
     m_primaryUser.resetHub(this);
 }
@@ -264,19 +296,13 @@ void HubClient::forgetConnection() {
     m_heartbeat.forget();
     m_readsHeld = false;
     m_messagesLeft = false;
-    // A download that the close has cut short is taken up again, or the hub's dictionary would stay
-    // incomplete.
-    if (isOutstanding(GET_DIC) && !m_known.m_haveDIC)
-        m_known.m_dowloadDIC = true;
-    m_step = ConversationState();
+    m_handshake.forget();
     if (zkvnParser != nullptr)
         zkvnParser->reset();
     if (kvnParser != nullptr)
         kvnParser->reset();
     if (framer != nullptr)
         framer->reset();
-    waitForAllHubsToGetBoxPerms = false;
-    m_continueEntitlements = false;
     m_xrefConnected = false;
     m_xrefRemove = false;
 }
@@ -333,10 +359,6 @@ void HubClient::startAnew() {
     // Suspended, it would be taken out again by the session check before it is dialled.
     m_suspension.end();
     m_primaryUser.newHub(this);
-}
-
-const char* HubClient::retCodeText(int64_t code) const {
-    return m_session.getRetCodeDesc(static_cast<int>(std::clamp<int64_t>(code, INT32_MIN, INT32_MAX)));
 }
 
 } // namespace tivra_internal

@@ -17,17 +17,14 @@
 #include "LockOrder.h"
 #include "config/UserHub.h"
 #include "dictionary/MetaTokenMap.h"
-#include "dictionary/TokenRows.h"
-#include "hub/ConversationState.h"
 #include "hub/HubAddress.h"
-#include "hub/HubClientCommands.h"
 #include "hub/HubClientOptions.h"
 #include "hub/HubHeartbeat.h"
 #include "hub/HubSocket.h"
 #include "hub/ManagerLookup.h"
 #include "hub/ReadWaker.h"
-#include "hub/RetryPace.h"
 #include "hub/Suspension.h"
+#include "hub/handshake/Handshake.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
 #include "receive/ReadHandlerHub.h"
@@ -50,8 +47,6 @@ class Queue;
 class QueueReadHandler;
 class SessionRequests;
 class UserInfoImpl;
-struct MessageField;
-enum class ConversationStep;
 
 /// One TCP connection to one hub, from the dial to ready and back: it owns the socket, the receive ring, the
 /// parsers, the hub's dictionary and its watchlist, and lives on the thread of one HubEventReactor.
@@ -62,6 +57,7 @@ class HubClient final : public tp::EventBase,
                         public UserHub,
                         public QueueHub,
                         public ReadHandlerHub,
+                        public HandshakePort,
                         public HubName {
 public:
     HubClient(UserInfoImpl& user, HubSession& session, const HubClientOptions& options);
@@ -87,7 +83,7 @@ public:
     /// Starts or continues a non-blocking dial.
     [[nodiscard]] Dial connectHost(double curtime);
     /// Result 1: the login request is out; -1: it isn't.
-    int login();
+    int login() { return m_handshake.login(); }
     /// False when the peer has closed.
     [[nodiscard]] bool isValidConnection() const { return m_socket.isValid(m_readsHeld); }
     [[nodiscard]] bool isInitTimedOut(double curtime) const;
@@ -97,12 +93,12 @@ public:
     /// The dials are counted anew, since the start has been granted another round.
     void restartRetries() { m_socket.restartRetries(); }
     /// The hub was dialled before, and hasn't been ready since. The hub's thread.
-    [[nodiscard]] bool isDialRepeated() const { return m_socket.isDialRepeated(); }
-    void closeConnection();
+    [[nodiscard]] bool isDialRepeated() const override { return m_socket.isDialRepeated(); }
+    void closeConnection() override;
     /// False while a hub that has refused the login is to be left alone.
-    [[nodiscard]] bool mayDial() const;
+    [[nodiscard]] bool mayDial() const { return m_handshake.mayDial(); }
     /// Closes, then takes the client out of use with a reason that the application may see.
-    void suspendClient(const std::string& reason);
+    void suspendClient(const std::string& reason) override;
 
     /// Frames and writes a request text: 1 sent, -1 failed, -2 not writable within `timeout` (null: no
     /// limit).
@@ -123,21 +119,19 @@ public:
     [[nodiscard]] bool isStillDelivering() const TP_EXCLUDES(m_rqh_mutex);
     [[nodiscard]] bool connected() const { return m_socket.isConnected(); }
     [[nodiscard]] bool inProgress() const { return m_socket.isInProgress(); }
-    [[nodiscard]] bool isLoggedIn() const { return m_logged_in.load(std::memory_order_relaxed); }
-    [[nodiscard]] bool isSuspended() const { return m_suspension.isSuspended(); }
+    [[nodiscard]] bool isLoggedIn() const { return m_handshake.isLoggedIn(); }
+    [[nodiscard]] bool isSuspended() const override { return m_suspension.isSuspended(); }
     [[nodiscard]] std::string getSuspendReason() const { return m_suspension.reason(); }
-    [[nodiscard]] bool isConnectionTimedOut() const {
-        return m_socket.state() == HubSocket::State::TimedOut;
-    }
-    [[nodiscard]] int getFd() const { return m_socket.fd(); }
+    [[nodiscard]] bool isConnectionTimedOut() const { return m_socket.state() == HubSocket::State::TimedOut; }
+    [[nodiscard]] int getFd() const override { return m_socket.fd(); }
     /// The system's code of the last failed dial, 0 when there was none.
     [[nodiscard]] int getConnectErrno() const { return m_socket.connectErrno(); }
     [[nodiscard]] size_t getIndex() const { return m_options.index; }
     [[nodiscard]] std::string getHubAddr() const override { return m_address.shown(); }
     [[nodiscard]] uint16_t getHubPort() const { return m_address.port(); }
     [[nodiscard]] std::string getHubIpAddr() const { return m_address.own(); }
-    [[nodiscard]] int getHubMajorVersion() const { return m_hubMajorVersion.load(std::memory_order_relaxed); }
-    [[nodiscard]] int getHubMinorVersion() const { return m_hubMinorVersion.load(std::memory_order_relaxed); }
+    [[nodiscard]] int getHubMajorVersion() const { return m_handshake.hubVersion().major; }
+    [[nodiscard]] int getHubMinorVersion() const { return m_handshake.hubVersion().minor; }
     [[nodiscard]] bool isDummy() const override { return m_options.isDummy; }
     [[nodiscard]] bool getInitialHubDisconnected() const {
         return m_initialHubDisconnected.load(std::memory_order_relaxed);
@@ -167,14 +161,15 @@ public:
     void startAnew();
     [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_options.host; }
     [[nodiscard]] bool isWatchlistInUse() const { return m_options.watchlistInUse; }
-    [[nodiscard]] bool isAgg() const { return m_known.m_isAgg; }
-    [[nodiscard]] bool isSingleInstanceHUB() const { return m_known.m_isSingleInstanceHUB; }
+    [[nodiscard]] bool isAgg() const { return m_handshake.hubKind() == HubKind::Aggregating; }
+    [[nodiscard]] bool isSingleInstanceHUB() const {
+        return m_handshake.hubKind() == HubKind::SingleInstance;
+    }
 
     // --- the first hub's wait for its siblings; @thread any ---
-    [[nodiscard]] bool waitsForBoxPerms() const { return waitForAllHubsToGetBoxPerms.load(); }
+    [[nodiscard]] bool waitsForBoxPerms() const { return m_handshake.waitsForSiblings(); }
     /// The siblings are ready; the client goes on at its next 25 ms tick.
-    void requestContinueEntitlements() { m_continueEntitlements.store(true); }
-    std::atomic<bool> waitForAllHubsToGetBoxPerms{false};
+    void requestContinueEntitlements() { m_handshake.siblingsAreReady(); }
 
     // --- readiness and the read handler ---
     /// Marks the client ready; true when it has no read handler yet. The session calls it under
@@ -216,14 +211,12 @@ public:
     [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
 
     /// The initialisation time-out starts anew.
-    void setInitHBTime() { m_heartbeat.noteProgress(); }
+    void setInitHBTime() override { m_heartbeat.noteProgress(); }
     [[nodiscard]] double getInitHBTime() const { return m_heartbeat.progressTime(); }
 
     // --- subscriptions that a request may ask to renew ---
-    int getStatusHeartbeat();
-    int getHubStatus();
-
-    void reset();
+    int getStatusHeartbeat() { return m_handshake.subscribeHeartbeat(); }
+    int getHubStatus() { return m_handshake.subscribeHubStatus(); }
 
 private:
     // HubClient.cpp
@@ -231,8 +224,15 @@ private:
     [[nodiscard]] long connectWait(double curtime) const;
     void registerSocket();
     void unregisterSocket();
+    void reset();
     void forgetConnection();
-    [[nodiscard]] std::string getDialledAddr() const { return m_address.dialled(); }
+
+    // What its handshake asks, beside what others ask too.
+    [[nodiscard]] const UserHub& userHub() const override { return *this; }
+    int sendLogin(const std::string& text) override;
+    void heartbeatSubscribed() override { m_heartbeat.restartCheck(); }
+    void setJit(int threshold) override;
+    void becomeReady() override;
 
     // HubReading.cpp
     [[nodiscard]] bool prepareParsers();
@@ -251,75 +251,6 @@ private:
     void handOverUnconsumed();
     void severe_error(const char* text);
 
-    // HubConversation.cpp
-    void process_message(KVNAPI::Message& msg);
-    [[nodiscard]] bool dispatch(int tag, KVNAPI::Message& msg);
-    [[nodiscard]] bool checkAggAnswer(KVNAPI::Message& msg);
-    [[nodiscard]] bool checkBoxEntitlements(KVNAPI::Message& msg);
-    [[nodiscard]] bool checkEntitlements(KVNAPI::Message& msg);
-    [[nodiscard]] bool checkPorts(KVNAPI::Message& msg);
-    void runDecisionChain(int tag);
-    void takeStep(ConversationStep step, int tag);
-    void becomeReady();
-    void noteUntagged(const KVNAPI::Message& msg);
-    int sendStartUpRequest(int tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
-    [[nodiscard]] bool isOutstanding(int tag) const { return (m_step.m_outstandingTags >> tag & 1U) != 0; }
-    void noteAnswered(int tag) { m_step.m_outstandingTags &= ~(1U << tag); }
-    [[nodiscard]] const char* retCodeText(int64_t code) const;
-    int sendDummyRequest();
-
-    // HubConversationLogin.cpp
-    void process_login(KVNAPI::Message& msg);
-    void loginRefused(const std::string& reason);
-    void process_status(KVNAPI::Message& msg);
-    void process_hubStatus(KVNAPI::Message& msg);
-    void countRefusal(long& refusals);
-
-    // HubConversationDictionary.cpp
-    int getEnum();
-    int getAdmin();
-    int getDic();
-    void process_enum(KVNAPI::Message& msg);
-    [[nodiscard]] bool process_admin(KVNAPI::Message& msg);
-    void addReturnCode(int64_t code, const KVNAPI::Message& msg);
-    [[nodiscard]] bool noDicVersion();
-    [[nodiscard]] bool takeDicVersion(const std::string& newVersion);
-    void setHubVersion(const std::string& text);
-    void process_dic(KVNAPI::Message& msg);
-    void endDicDownload(const KVNAPI::Message& msg);
-    void loadDic();
-
-    // HubConversationConflation.cpp
-    int setConflationInterval();
-    int setConflationType();
-    void process_conflation_interval();
-    void process_conflation_type(KVNAPI::Message& msg);
-
-    // HubConversationPorts.cpp
-    int aggCheck();
-    int getSplit();
-    /// True when a request went out, false when no source is left to ask about.
-    [[nodiscard]] bool getPort();
-    void process_aggCheck(KVNAPI::Message& msg);
-    void process_port(KVNAPI::Message& msg);
-    void suspendForUnknownAddress(const std::string& response);
-    void joinGroup();
-    int getAllPorts();
-    void process_allPorts(KVNAPI::Message& msg);
-    void createHubsOfManager(const std::set<uint16_t>& ports);
-    [[nodiscard]] std::string memberOf(int src, const std::string& host, uint16_t port) const;
-    [[nodiscard]] bool assignToMember(int src, const std::string& host);
-    void process_split(KVNAPI::Message& msg);
-    void addSplitEntry(const KVNAPI::Message& msg, const MessageField& source, const MessageField& symbol);
-    void processSplitSym(std::string_view sym, const std::set<int>& sources);
-
-    // HubConversationEntitlements.cpp
-    int getBoxEntitlements();
-    int getEntitlements();
-    void process_box_entitlements(KVNAPI::Message& msg);
-    void process_entitlements(KVNAPI::Message& msg);
-    void continueEntitlements();
-
     // Built with.
     UserInfoImpl& m_primaryUser;
     HubSession& m_session;
@@ -331,13 +262,11 @@ private:
     ManagerLookup m_lookup;
     HubHeartbeat m_heartbeat;
     Suspension m_suspension;
-    std::atomic<bool> m_logged_in{false};
     std::atomic<bool> m_initialHubDisconnected{false};
     std::atomic<bool> m_queryXRefHUB{false};
     bool m_readsHeld = false;    ///< the socket is out of the reactor: the queue refuses reads
     bool m_messagesLeft = false; ///< what has been read holds more than was taken at one go
     bool m_first_time = true;    ///< no event has been seen since the connect
-    RetryPace m_loginPace;
     double m_last_reset_time = 0.0;
 
     // Registration with the reactor.
@@ -349,17 +278,9 @@ private:
     mutable tp::Mutex m_ready_mutex{kLockHubReady};
     bool m_ready TP_GUARDED_BY(m_ready_mutex) = false;
 
-    // Conversation.
-    ConversationState m_step;
-    HubKnowledge m_known;
-    std::atomic<bool> m_continueEntitlements{false};
-    std::atomic<int> m_hubMajorVersion{0};
-    std::atomic<int> m_hubMinorVersion{0};
-    std::vector<std::string> m_otherHubs; ///< the other members of an n-way group, host and port
-
     // Parts.
     MetaTokenMap m_dicMetaMap;
-    TokenRows tmpTokenMap; ///< rows of a dictionary version that is this hub's alone
+    Handshake m_handshake;
     ReadWaker m_readWaker{*this};
     std::unique_ptr<Queue> m_responseQueue;
     std::unique_ptr<KVNAPI::StreamFramer> framer;

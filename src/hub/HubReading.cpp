@@ -187,8 +187,7 @@ void HubClient::retryHeldReads(double curtime) {
 }
 
 void HubClient::twentyFiveMsTick(double now) {
-    if (m_continueEntitlements.exchange(false))
-        continueEntitlements();
+    m_handshake.tick();
     if (m_messagesLeft)
         pullCompressed(false);
     continueHeldReads(now);
@@ -241,7 +240,7 @@ void HubClient::pullCompressed(bool inputFull) {
             suspendClient("Error decompressing/parsing response from HUB: " + text);
             return;
         }
-        process_message(message);
+        m_handshake.take(message);
     }
     if (inputFull && taken == 0)
         suspendClient("Error decompressing/parsing response from HUB: Block too large");
@@ -305,7 +304,7 @@ void HubClient::process_kvn_buffer(KVNAPI::bufref frame) {
         if (rc > 0)
             return;
         if (rc == 0) {
-            process_message(message);
+            m_handshake.take(message);
             continue;
         }
         const std::string text = lastParserError();

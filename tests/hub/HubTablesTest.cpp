@@ -1,9 +1,9 @@
-// The decisions of the conversation as tables: versions, split patterns, conflation, the pace
+// The decisions of the handshake as tables: versions, split patterns, conflation, the pace
 // of the dials, the next step.
 #include <gmock/gmock.h>
 
 #include "hub/ConflationChoice.h"
-#include "hub/ConversationSteps.h"
+#include "hub/handshake/HandshakeSteps.h"
 #include "hub/HubVersion.h"
 #include "hub/RetryPace.h"
 #include "hub/SplitPattern.h"
@@ -85,9 +85,9 @@ TEST(RetryPace, WaitsTwiceAsLongAfterEachRefusalUpToALimitAndAFifthMoreByChance)
 }
 
 /// The first client of a group that has come as far as possible.
-class ConversationStepsTest : public testing::Test {
+class HandshakeStepsTest : public testing::Test {
 protected:
-    ConversationStepsTest() {
+    HandshakeStepsTest() {
         state.m_conflationIntervalSet = state.m_haveAdmin = state.m_conflationTypeSet = true;
         state.m_haveBoxEntitlements = state.m_haveEntitlements = state.m_havePorts = true;
         state.m_haveHeartbeat = state.m_haveHubStatus = true;
@@ -95,50 +95,50 @@ protected:
     }
     /// The step that is taken while these flags stand the other way round.
     template<class... Flags>
-    ConversationStep stepWithout(Flags&... flags) {
+    HandshakeStep stepWithout(Flags&... flags) {
         ((flags = !flags), ...);
-        const ConversationStep step = nextConversationStep(context, state, known);
+        const HandshakeStep step = nextHandshakeStep(situation, state, known);
         ((flags = !flags), ...);
         return step;
     }
 
-    ConversationContext context{true, true, true, false, true, {8, 0}, false};
-    ConversationState state;
+    HandshakeSituation situation{true, true, true, false, true, {8, 0}, false};
+    HandshakeState state;
     HubKnowledge known;
 };
 
-TEST_F(ConversationStepsTest, TheFirstOpenStepIsTaken) {
-    using enum ConversationStep;
+TEST_F(HandshakeStepsTest, TheFirstOpenStepIsTaken) {
+    using enum HandshakeStep;
     EXPECT_EQ(stepWithout(), BecomeReady);
-    EXPECT_EQ(stepWithout(context.sessionHasEnum, state.m_conflationIntervalSet), GetEnum);
-    EXPECT_EQ(stepWithout(context.sessionHasEnum, context.loadsEnum), BecomeReady) << "a later client";
+    EXPECT_EQ(stepWithout(situation.sessionHasEnum, state.m_conflationIntervalSet), GetEnum);
+    EXPECT_EQ(stepWithout(situation.sessionHasEnum, situation.loadsEnum), BecomeReady) << "a later client";
     EXPECT_EQ(stepWithout(state.m_haveAdmin, state.m_sentGetAdmin), AwaitAdmin);
     EXPECT_EQ(stepWithout(state.m_haveAdmin), GetAdmin) << "a send that failed is repeated";
-    EXPECT_EQ(stepWithout(known.m_haveDIC, context.isFirst), BecomeReady) << "the session has a dictionary";
-    EXPECT_EQ(stepWithout(known.m_dowloadDIC, context.isFirst, known.split_processed), GetDic);
+    EXPECT_EQ(stepWithout(known.m_haveDIC, situation.isFirst), BecomeReady) << "the session has a dictionary";
+    EXPECT_EQ(stepWithout(known.m_dowloadDIC, situation.isFirst, known.split_processed), GetDic);
     EXPECT_EQ(stepWithout(known.m_aggChecked, known.split_processed), AggCheck);
-    EXPECT_EQ(stepWithout(known.m_aggChecked, context.isFirst), BecomeReady) << "only the first client asks";
-    EXPECT_EQ(stepWithout(context.behindManager, known.split_processed), GetAllPorts);
-    EXPECT_EQ(stepWithout(context.behindManager, context.isFirst), BecomeReady);
-    EXPECT_EQ(stepWithout(context.behindManager, known.m_haveAllPorts), BecomeReady);
+    EXPECT_EQ(stepWithout(known.m_aggChecked, situation.isFirst), BecomeReady) << "only the first client asks";
+    EXPECT_EQ(stepWithout(situation.behindManager, known.split_processed), GetAllPorts);
+    EXPECT_EQ(stepWithout(situation.behindManager, situation.isFirst), BecomeReady);
+    EXPECT_EQ(stepWithout(situation.behindManager, known.m_haveAllPorts), BecomeReady);
     EXPECT_EQ(stepWithout(known.split_processed, state.m_haveBoxEntitlements), GetSplit);
-    EXPECT_EQ(stepWithout(known.split_processed, known.m_isAgg), BecomeReady);
-    EXPECT_EQ(stepWithout(known.split_processed, known.m_isSingleInstanceHUB), BecomeReady);
     EXPECT_EQ(stepWithout(state.m_haveBoxEntitlements, state.m_haveEntitlements), GetBoxEntitlements);
     EXPECT_EQ(stepWithout(state.m_haveEntitlements, state.m_havePorts), AwaitSiblings);
-    EXPECT_EQ(stepWithout(state.m_haveEntitlements, context.wasEstablished), GetEntitlements);
-    EXPECT_EQ(stepWithout(state.m_haveEntitlements, known.m_isAgg), GetEntitlements);
-    EXPECT_EQ(stepWithout(state.m_haveEntitlements, known.m_isSingleInstanceHUB), GetEntitlements);
-    EXPECT_EQ(stepWithout(context.isFirst, state.m_haveEntitlements, state.m_havePorts), BecomeReady);
+    EXPECT_EQ(stepWithout(state.m_haveEntitlements, situation.wasEstablished), GetEntitlements);
+    EXPECT_EQ(stepWithout(situation.isFirst, state.m_haveEntitlements, state.m_havePorts), BecomeReady);
     EXPECT_EQ(stepWithout(state.m_havePorts, state.m_haveHeartbeat), GetPort);
-    EXPECT_EQ(stepWithout(state.m_havePorts, known.m_isAgg), BecomeReady);
-    EXPECT_EQ(stepWithout(state.m_havePorts, known.m_isSingleInstanceHUB), BecomeReady);
     EXPECT_EQ(stepWithout(state.m_haveHeartbeat, state.m_haveHubStatus), SubscribeHeartbeat);
-    EXPECT_EQ(stepWithout(state.m_haveHeartbeat, context.wantsHeartbeat), BecomeReady);
+    EXPECT_EQ(stepWithout(state.m_haveHeartbeat, situation.wantsHeartbeat), BecomeReady);
     EXPECT_EQ(stepWithout(state.m_haveHubStatus), SubscribeHubStatus);
 
+    for (const HubKind alone : {HubKind::Aggregating, HubKind::SingleInstance}) {
+        known.m_kind = alone;
+        EXPECT_EQ(stepWithout(known.split_processed), BecomeReady);
+        EXPECT_EQ(stepWithout(state.m_haveEntitlements), GetEntitlements);
+        EXPECT_EQ(stepWithout(state.m_havePorts), BecomeReady);
+    }
     for (const HubVersion version : {HubVersion{7, 4}, {8, 0}, {7, 3}, {6, 9}, {-1, -1}}) {
-        context.hubVersion = version;
+        situation.hubVersion = version;
         EXPECT_EQ(stepWithout(state.m_conflationTypeSet),
                   version.major == 8 || version.minor == 4 ? SetConflationType : BecomeReady)
             << version.major << '.' << version.minor;

@@ -7,7 +7,7 @@ status=0
 below=
 for room in $rooms; do
     below="$below $room"
-    for file in src/"$room"/*.h src/"$room"/*.cpp; do
+    for file in $(find src/"$room" -name '*.h' -o -name '*.cpp'); do
         for target in $(sed -n 's/^#[[:space:]]*include "\([a-z]*\)\/.*/\1/p' "$file" | sort -u); do
             case " $rooms " in *" $target "*) ;; *) continue ;; esac
             case "$below " in *" $target "*) ;; *)

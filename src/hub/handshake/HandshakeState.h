@@ -6,8 +6,8 @@
 
 namespace tivra_internal {
 
-/// How far the conversation of the present connection has come; a close forgets all of it.
-struct ConversationState {
+/// How far the handshake of the present connection has come; a close forgets all of it.
+struct HandshakeState {
     double m_beginTime = 0.0; ///< of the connection, later by what it has waited for siblings; monotonic
     double m_waitTime = 0.0;  ///< since when it waits for them; monotonic
     bool m_conflationIntervalSet = false;
@@ -29,6 +29,9 @@ struct ConversationState {
     uint32_t m_outstandingTags = 0;
 };
 
+/// A member of a group; one that stands for a whole group; one that has no group.
+enum class HubKind { Member, Aggregating, SingleInstance };
+
 /// What a client has learnt about its hub and the group around it; it outlives a reconnect, so that the next
 /// login skips the dictionary and what else is known.
 struct HubKnowledge {
@@ -39,10 +42,12 @@ struct HubKnowledge {
     int m_dic_tokens_processed = 0;
     std::string m_dicVersion;
     bool m_aggChecked = false;
-    std::atomic<bool> m_isAgg{false};
-    std::atomic<bool> m_isSingleInstanceHUB{false};
+    std::atomic<HubKind> m_kind{HubKind::Member};
     bool m_haveAllPorts = false;
     bool split_processed = false;
+
+    /// The hub serves its sources without the help of others.
+    [[nodiscard]] bool isAlone() const { return m_kind != HubKind::Member; }
 };
 
 } // namespace tivra_internal

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "hub/ConversationState.h"
 #include "hub/HubVersion.h"
+#include "hub/handshake/HandshakeState.h"
 
 namespace tivra_internal {
 
 /// What a client does on a response of its hub, in the order in which the steps are tried.
-enum class ConversationStep {
+enum class HandshakeStep {
     GetEnum,
     SetConflationInterval,
     AwaitAdmin, ///< the administration data has been asked for: nothing to do
@@ -18,7 +18,7 @@ enum class ConversationStep {
     GetSplit,
     GetBoxEntitlements,
     GetEntitlements,
-    AwaitSiblings, ///< the user's sources are asked for once all other hubs have told theirs
+    AwaitSiblings, ///< the user's sources are asked for once all other hubs have listed theirs
     GetPort,
     SubscribeHeartbeat,
     SubscribeHubStatus,
@@ -26,7 +26,7 @@ enum class ConversationStep {
 };
 
 /// What the choice of the next step needs to know besides the client's own state.
-struct ConversationContext {
+struct HandshakeSituation {
     bool loadsEnum = false; ///< this is the session's `firstHubClient`
     bool sessionHasEnum = false;
     bool isFirst = false;        ///< this is the newest first hub
@@ -37,8 +37,7 @@ struct ConversationContext {
 };
 
 /// The first step whose condition holds: each costs one exchange with the hub, whose response asks again.
-[[nodiscard]] ConversationStep nextConversationStep(const ConversationContext& context,
-                                                    const ConversationState& state,
-                                                    const HubKnowledge& known);
+[[nodiscard]] HandshakeStep nextHandshakeStep(const HandshakeSituation& situation,
+                                              const HandshakeState& state, const HubKnowledge& known);
 
 } // namespace tivra_internal

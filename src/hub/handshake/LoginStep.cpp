@@ -1,0 +1,88 @@
+#include "hub/handshake/LoginStep.h"
+
+#include <algorithm>
+
+#include <session/HostConfig.h>
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "LibraryVersion.h"
+#include "config/HostConfigImpl.h"
+#include "config/UserInfoImpl.h"
+#include "hub/RequestFrame.h"
+#include "hub/handshake/HandshakeContext.h"
+
+namespace tivra_internal {
+
+int LoginStep::ask() {
+    if (m_context.port.getFd() < 0) {
+        eprintf(EPF_CRIT, "HubClient::login - socket descriptor not valid");
+        return -1;
+    }
+    const bool indicator =
+        m_context.options.host != nullptr &&
+        m_context.options.host->getBoolean(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, false);
+    const std::string& user = m_context.user.getUserName();
+    const std::string text = "5026=" + std::to_string(LOGIN) + "|5022=LoginUser|5028=" + user +
+                             "|5029=" + m_context.user.getPassword() +
+                             "|13265=" + (m_context.options.compression ? "1" : "0") + "|5053=" + kVersion +
+                             "|5129=" + m_context.standing.getLanguage() + "|5128=Linux" +
+                             (indicator ? "|5201=1" : "");
+    if (text.size() > kMaxRequestText) {
+        eprintf(EPF_CRIT, "Login request too long");
+        refuse("Login request too long");
+        return -1;
+    }
+    eprintf(m_context.port.isDialRepeated() ? EPF_DBUG : EPF_INFO,
+            "HubClient::login - sending login to %s:%d for user %s; compression=%d; conflationIndicator=%s\n",
+            m_context.address.dialled().c_str(), m_context.address.port(), loggable(user).c_str(),
+            m_context.options.compression, indicator ? "true" : "false");
+
+    if (m_context.port.sendLogin(text) != 1)
+        return -1;
+    m_context.port.setInitHBTime();
+    return 1;
+}
+
+void LoginStep::take(const KVNAPI::Message& msg) {
+    const MessageField status = m_context.field(msg, "ENUM.QUERY.STATUS");
+    if (!status.isDefined()) {
+        eprintf(EPF_CRIT, "HubMasterClient::process_login: ENUM.QUERY.STATUS not defined!");
+        refuse("Internal Error: ENUM.QUERY.STATUS not defined!");
+        return;
+    }
+    if (!status.isPresent()) {
+        eprintf(EPF_CRIT, "HubMasterClient::process_login: Message without ENUM.QUERY.STATUS found!");
+        refuse("Login response from HUB is missing ENUM.QUERY.STATUS");
+        return;
+    }
+    const long code = status.integer();
+    const int eventCode = static_cast<int>(std::clamp<long>(code, INT32_MIN, INT32_MAX));
+    if (code == 0) {
+        eprintf(EPF_INFO, "API Successful Login to Port %d", m_context.address.port());
+        m_logged_in = true;
+        m_loginPace.accepted();
+        m_context.user.loginResult(&m_context.port.userHub(), tivra::UserEvent::AUTHORIZATION_SUCCESS, 0,
+                                   m_context.standing.getSession(), m_context.dictionaries.getRetCodeTexts());
+        return;
+    }
+    eprintf(EPF_CRIT, "API Unsuccessful Login to Port %d - return code = %ld: %s", m_context.address.port(),
+            code, m_context.retCodeText(code));
+    refuse("AUTHORIZATION_FAILURE");
+    m_context.user.loginResult(&m_context.port.userHub(), tivra::UserEvent::AUTHORIZATION_FAILURE, eventCode,
+                               m_context.standing.getSession(), m_context.dictionaries.getRetCodeTexts());
+}
+
+void LoginStep::refuse(const std::string& reason) {
+    const double wait = m_loginPace.refused(tp::Clock::monotonic());
+    if (m_context.standing.getisStarted())
+        eprintf(EPF_INFO, "HUB %s is left alone for %.1f seconds after the refused login",
+                m_context.address.shown().c_str(), wait);
+    m_context.port.suspendClient(reason);
+}
+
+bool LoginStep::mayDial() const {
+    return m_loginPace.mayDial(tp::Clock::monotonic());
+}
+
+} // namespace tivra_internal
