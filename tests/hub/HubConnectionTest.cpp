@@ -25,6 +25,14 @@ TEST_F(HubConnectionTest, ADialEndsWithARegisteredSocketThatChildrenDontInherit)
     EXPECT_NE(client->getInitHBTime(), 0.0);
 }
 
+TEST_F(HubConnectionTest, TheLoginGoesOutWithNoLineThatShowsIt) {
+    makeClient();
+    LogCapture log;
+    connectAndLogin();
+    EXPECT_THAT(hub.readRequest(), testing::HasSubstr("5029=pa55word"));
+    EXPECT_THAT(log.lines(), testing::Each(testing::Not(testing::HasSubstr("pa55word"))));
+}
+
 TEST_F(HubConnectionTest, StandardDescriptorsAreLeftToTheHostProcess) {
     const int saved = ::fcntl(0, F_DUPFD_CLOEXEC, 10);
     ::close(0);
@@ -271,10 +279,11 @@ TEST_F(HeartbeatTest, NothingIsTestedWithoutASessionOrAHandler) {
 TEST_F(HubConnectionTest, NatPairsDecideWhichAddressIsDialledAndWhichIsCompared) {
     hosts.connections.addNATPair("10.1.1.1", "127.0.0.1");
     for (const char* address : {"10.1.1.1", "127.0.0.1"}) {
-        makeClient({.address = address});
-        EXPECT_EQ(client->getHubIpAddr(), "10.1.1.1");
-        EXPECT_EQ(client->getHubAddr(), "10.1.1.1:" + std::to_string(hub.port()) + " (127.0.0.1)");
-        EXPECT_TRUE(dial(*client)) << "the local address is the one that is dialled";
+        const HubAddress translated(
+            HubClientOptions{.label = "hub:7", .address = address, .port = 7, .host = &host()});
+        EXPECT_EQ(translated.own(), "10.1.1.1");
+        EXPECT_EQ(translated.dialled(), "127.0.0.1");
+        EXPECT_EQ(translated.shown(), "10.1.1.1:7 (127.0.0.1)");
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include "config/HostFixture.h"
 #include "hub/FakeHubSession.h"
+#include "hub/HubAnswers.h"
 #include "hub/HubEventReactor.h"
 #include "hub/HubPeer.h"
 #include "receive/Queue.h"
@@ -18,16 +19,9 @@
 
 namespace tivra_internal {
 
-struct QuietUser : tivra::UserEventHandler {
-    void onUserEvent(const tivra::UserEvent&) override {}
-};
-
-/// What a hub answers, by the command word of the request: one body per message.
-using Answers = std::map<std::string, std::vector<std::string>>;
-
 /// One client, one hub driven by the test, one reactor that doesn't run: the test calls what the loop would
 /// call. Time stands still unless a test moves it.
-class HubFixture : public testing::Test {
+class HubFixture : public testing::Test, protected HubAnswers {
 protected:
     struct Options {
         std::string address = "127.0.0.1";
@@ -66,6 +60,7 @@ protected:
         return made;
     }
     HostConfigImpl& host() { return hosts.host("hub:1"); }
+    std::string ownPort() const override { return "|13001=127.0.0.1|13101=" + std::to_string(hub.port()); }
 
     /// Dials until the dial has ended; true when it has succeeded.
     bool dial(HubClient& which) {
@@ -94,30 +89,6 @@ protected:
         serve();
     }
 
-    /// Where the hub is, as it says that itself.
-    std::string ownPort() const { return "|13001=127.0.0.1|13101=" + std::to_string(hub.port()); }
-
-    /// The answers of a lone hub; a test replaces what it is about.
-    Answers loneHub() {
-        return {{"LoginUser", {"5026=1|5001=0"}},
-                {"ListEnumeration",
-                 {"5026=2|5034=0|5033=SUCCESS", "5026=2|5034=-5|5033=ERR.AUTH.LOGIN", "5026=2|5001=0"}},
-                {"SetConflationInterval", {"5026=3|5001=0"}},
-                {"SetConflationType", {"5026=4|5001=0"}},
-                {"ListAdministrationInfo", {"5026=5|5080=D1|5008=V8.1.2|5001=0"}},
-                {"ListInternalTokens",
-                 {"5026=6|5035=10|5010=BID|5012=FLOAT|5011=20",
-                  "5026=6|5035=11|5010=BID.SIZE|5012=INTEGER|5011=20", "5026=6|5001=0"}},
-                {"GetPort", {"5026=7" + ownPort() + "|5001=0"}},
-                {"ListSplitExchanges", {"5026=8|5001=0"}},
-                {"GetAllPorts", {"5026=15|5001=0"}},
-                {"ListSystemPermission", {"5026=9|3=922|3=558|5001=0"}},
-                {"ListUserPermission", {"5026=10|3=922|3=558|5001=0"}},
-                {"Subscribe .UTC.TIME.DATE", {"5026=12|5001=0"}},
-                {"Subscribe .HUB.STATUS", {"5026=13|5001=0"}},
-                {"Echo", {"5026=14|5001=0"}}};
-    }
-
     /// Answers requests until the client asks for nothing more; returns their texts.
     std::vector<std::string> converse(const Answers& answers) {
         std::vector<std::string> requests;
@@ -137,22 +108,12 @@ protected:
     }
     /// A lone hub that answers one command word differently.
     std::vector<std::string> loginAndConverse(const std::string& word, std::vector<std::string> bodies) {
-        Answers answers = loneHub();
-        answers[word] = std::move(bodies);
-        return loginAndConverse(answers);
+        return loginAndConverse(loneHubBut(word, std::move(bodies)));
     }
     void comeUp() {
         loginAndConverse(loneHub());
         ASSERT_TRUE(client->isReady());
     }
-    /// The command words of requests, with what tells repeated ones apart.
-    static std::vector<std::string> wordsOf(const std::vector<std::string>& requests) {
-        std::vector<std::string> words;
-        for (const std::string& text : requests)
-            words.push_back(wordOf(text));
-        return words;
-    }
-
     // Declared first, so that times are manual for everything below.
     tp::ManualClock clock;
     FakeHubSession session;
@@ -162,20 +123,6 @@ protected:
     HubPeer hub;
     std::unique_ptr<HubEventReactor> reactor;
     std::unique_ptr<HubClient> client;
-
-private:
-    static std::string wordOf(const std::string& text) {
-        const size_t start = text.find("5022=") + 5;
-        std::string word = text.substr(start, text.find('|', start) - start);
-        if (word == "Subscribe")
-            word += ' ' + text.substr(text.rfind("5=") + 2);
-        return word;
-    }
-    static std::vector<std::string> answersTo(const std::string& request, const Answers& answers) {
-        const auto exact = answers.find(request);
-        const auto found = exact != answers.end() ? exact : answers.find(wordOf(request));
-        return found != answers.end() ? found->second : std::vector<std::string>();
-    }
 };
 
 } // namespace tivra_internal

@@ -1,23 +1,22 @@
 // The login request and every answer to it; the two subscriptions of a connection.
-#include "hub/HubFixture.h"
+#include "hub/HandshakeFixture.h"
 
 namespace tivra_internal {
 namespace {
 
-using HubLoginTest = HubFixture;
+using HubLoginTest = HandshakeFixture;
 using testing::HasSubstr;
 
 TEST_F(HubLoginTest, TheRequestHoldsWhatTheUserWantsAndTheLogNotThePassword) {
     for (const bool wanted : {false, true}) {
         host().set(tivra::HostConfig::CONFLATION_INDICATOR_BOOL, wanted);
-        makeClient({.compression = wanted});
+        makeHandshake({.compression = wanted});
         LogCapture log;
         connectAndLogin();
-        EXPECT_EQ(hub.readRequest(), std::string("5026=1|5022=LoginUser|5028=jane|5029=pa55word|13265=") +
-                                         (wanted ? "1" : "0") + "|5053=V1.7.0.1|5129=C++|5128=Linux" +
-                                         (wanted ? "|5201=1" : ""));
-        EXPECT_TRUE(log.has("INFO: HubClient::login - sending login to " + hub.hostString() +
-                            " for user jane; " +
+        EXPECT_EQ(readRequest(), std::string("5026=1|5022=LoginUser|5028=jane|5029=pa55word|13265=") +
+                                     (wanted ? "1" : "0") + "|5053=V1.7.0.1|5129=C++|5128=Linux" +
+                                     (wanted ? "|5201=1" : ""));
+        EXPECT_TRUE(log.has("INFO: HubClient::login - sending login to " + hostString() + " for user jane; " +
                             (wanted ? "compression=1; conflationIndicator=true"
                                     : "compression=0; conflationIndicator=false")));
         EXPECT_THAT(log.lines(), testing::Each(testing::Not(HasSubstr("pa55word"))));
@@ -26,16 +25,16 @@ TEST_F(HubLoginTest, TheRequestHoldsWhatTheUserWantsAndTheLogNotThePassword) {
 
 TEST_F(HubLoginTest, CredentialsThatFitNoFrameSuspendTheClient) {
     userHandle = HandleAccess::makeUserInfo("jane", std::string(8200, 'p'), handler);
-    makeClient();
+    makeHandshake();
     connect();
-    EXPECT_EQ(client->login(), -1);
-    EXPECT_EQ(client->getSuspendReason(), "Login request too long");
-    EXPECT_FALSE(hub.hasRequest());
+    EXPECT_EQ(handshake->login(), -1);
+    EXPECT_EQ(suspendReason, "Login request too long");
+    EXPECT_TRUE(requests.empty());
 }
 
 TEST_F(HubLoginTest, EveryAnswerButSuccessSuspendsWithItsReasonAndTellsTheUser) {
     session.codes[-5] = "ERR.AUTH.LOGIN";
-    const std::string port = std::to_string(hub.port());
+    const std::string port = std::to_string(kPort);
     const std::string refused = "CRIT: API Unsuccessful Login to Port " + port + " - return code = ";
     const std::string missing = "Login response from HUB is missing ENUM.QUERY.STATUS";
     const std::string noStatus =
@@ -53,16 +52,16 @@ TEST_F(HubLoginTest, EveryAnswerButSuccessSuspendsWithItsReasonAndTellsTheUser) 
     };
     for (const auto& row : cases) {
         const bool isGood = row.reason.empty();
-        makeClient();
+        makeHandshake();
         connectAndLogin();
-        hub.readRequest();
+        readRequest();
         LogCapture log;
         answer("5026=1" + std::string(row.status));
         EXPECT_TRUE(log.has(row.logged)) << row.status;
-        EXPECT_EQ(client->getSuspendReason(), row.reason) << row.status;
-        EXPECT_EQ(client->isSuspended(), !isGood) << row.status;
-        EXPECT_EQ(client->isLoggedIn(), isGood) << row.status;
-        EXPECT_EQ(hub.hasRequest(), isGood) << row.status << ": only a success goes on";
+        EXPECT_EQ(suspendReason, row.reason) << row.status;
+        EXPECT_EQ(isSuspended(), !isGood) << row.status;
+        EXPECT_EQ(handshake->isLoggedIn(), isGood) << row.status;
+        EXPECT_EQ(!requests.empty(), isGood) << row.status << ": only a success goes on";
         EXPECT_EQ(userHandle->getState(),
                   isGood ? tivra::UserInfo::AUTHENTICATED : tivra::UserInfo::NOT_AUTHENTICATED);
         EXPECT_FALSE(HandleAccess::impl(*userHandle).eventQueueEmpty());
@@ -70,26 +69,26 @@ TEST_F(HubLoginTest, EveryAnswerButSuccessSuspendsWithItsReasonAndTellsTheUser) 
 }
 
 TEST_F(HubLoginTest, NothingIsAskedBeforeTheLoginIsAnswered) {
-    makeClient();
+    makeHandshake();
     connectAndLogin();
-    hub.readRequest();
+    readRequest();
     LogCapture log;
     answer("5026=5|5080=D1|5008=V8.1.2");
-    EXPECT_FALSE(hub.hasRequest());
+    EXPECT_TRUE(requests.empty());
     EXPECT_TRUE(log.has("DBUG: API not logged in"));
 }
 
 TEST_F(HubLoginTest, ASubscriptionThatIsRefusedAgainAndAgainClosesTheConnection) {
     for (const char* word : {"Subscribe .UTC.TIME.DATE", "Subscribe .HUB.STATUS"}) {
         for (const char* refusal : {"|5001=-7", ""}) {
-            makeClient({.retryLimit = 2});
-            session.first = client.get();
+            makeHandshake({.retryLimit = 2});
+            session.first = client();
             Answers answers = loneHub();
             answers[word][0].replace(7, std::string::npos, refusal);
             const std::vector<std::string> words = wordsOf(loginAndConverse(answers));
             EXPECT_EQ(std::count(words.begin(), words.end(), word), 3) << word << refusal;
-            EXPECT_EQ(client->getFd(), -1) << word << refusal;
-            EXPECT_FALSE(client->isSuspended()) << word << refusal << ": it is dialled again";
+            EXPECT_EQ(fd, -1) << word << refusal;
+            EXPECT_FALSE(isSuspended()) << word << refusal << ": it is dialled again";
         }
     }
 }

@@ -1,5 +1,5 @@
 // What the answer to the first port look-up says about the group, and split sources.
-#include "hub/HubFixture.h"
+#include "hub/HandshakeFixture.h"
 
 namespace tivra_internal {
 namespace {
@@ -7,17 +7,17 @@ namespace {
 using testing::Contains;
 using testing::HasSubstr;
 
-class HubPortsTest : public HubFixture {
+class HubPortsTest : public HandshakeFixture {
 protected:
     /// What the session is told when a hub answers this to the port look-up.
     void expectKind(const std::string& ports, const std::string& kind, const std::string& created = "") {
-        makeClient();
-        session.first = client.get();
+        makeHandshake();
+        session.first = client();
         session.told.clear();
         LogCapture log;
         loginAndConverse("GetPort", {"5026=7" + ports + "|5001=0"});
-        EXPECT_EQ(client->isAgg(), kind == "AGG") << ports;
-        EXPECT_EQ(client->isSingleInstanceHUB(), kind == "single-instance HUB") << ports;
+        EXPECT_EQ(handshake->hubKind() == HubKind::Aggregating, kind == "AGG") << ports;
+        EXPECT_EQ(handshake->hubKind() == HubKind::SingleInstance, kind == "single-instance HUB") << ports;
         EXPECT_TRUE(log.has("INFO: This client is connected to a " + kind)) << ports;
         std::string told;
         for (const std::string& line : session.told)
@@ -29,7 +29,7 @@ protected:
         session.everyHubIsFirst = false;
         session.enumLoaded = true;
         session.told.clear();
-        makeClient();
+        makeHandshake();
         return wordsOf(loginAndConverse("ListSplitExchanges", {answer}));
     }
 };
@@ -42,9 +42,9 @@ TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
     expectKind(own, "single-instance HUB");
     expectKind(own + "|13001=127.0.0.1", "1-way HUB");
     expectKind(own + "|13001=10.0.0.1|13101=7001|13101=7002", "3-way HUB", " 10.0.0.1:7001 10.0.0.1:7002");
-    EXPECT_TRUE(client->waitsForBoxPerms());
-    client->closeConnection();
-    EXPECT_FALSE(client->waitsForBoxPerms()) << "a lost hub is no more exempt from the time-out";
+    EXPECT_TRUE(handshake->waitsForSiblings());
+    closeConnection();
+    EXPECT_FALSE(handshake->waitsForSiblings()) << "a lost hub is no more exempt from the time-out";
     expectKind(own + "|13101=0|13101=65536|13101=-4", "1-way HUB");
     expectKind("|13101=7001" + own, "1-way HUB");
 }
@@ -52,15 +52,15 @@ TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
 TEST_F(HubPortsTest, AHubThatNamesOnlyOthersIsReachedThroughAnUnknownAddress) {
     const std::string text =
         "It appears client is using NAT to reach HUB, but did not properly configure NAT pair(s) to API.";
-    makeClient();
+    makeHandshake();
     LogCapture log;
     // Its own port at another address, and its own address at another port.
-    loginAndConverse("GetPort", {"5026=7|13001=10.0.0.1|13101=" + std::to_string(hub.port()) +
+    loginAndConverse("GetPort", {"5026=7|13001=10.0.0.1|13101=" + std::to_string(kPort) +
                                  "|13001=127.0.0.1|13101=1|5001=0"});
-    EXPECT_EQ(client->getSuspendReason(), text);
-    EXPECT_FALSE(client->isAgg());
+    EXPECT_EQ(suspendReason, text);
+    EXPECT_FALSE(handshake->hubKind() == HubKind::Aggregating);
     EXPECT_THAT(log.linesAboveDebug(),
-                testing::AllOf(Contains("WARN: " + text), Contains(HasSubstr("dialled " + hub.hostString())),
+                testing::AllOf(Contains("WARN: " + text), Contains(HasSubstr("dialled " + hostString())),
                                Contains(HasSubstr("10.0.0.1|13101=")),
                                testing::Not(Contains("CRIT: Unable to successfully process AGG check!"))));
 }
@@ -85,10 +85,9 @@ TEST_F(HubPortsTest, SplitEntriesNameSourcesThenTheSymbolsThatApplyToThem) {
 TEST_F(HubPortsTest, ARefusedSplitListLeavesTheClientWaiting) {
     LogCapture log;
     EXPECT_EQ(askForSplit("5026=8|5001=-9").back(), "ListSplitExchanges");
-    EXPECT_TRUE(log.has("WARN: ListSplitExchanges failed on " + hub.hostString() +
+    EXPECT_FALSE(ready);
+    EXPECT_TRUE(log.has("WARN: ListSplitExchanges failed on " + hostString() +
                         " with return code = -9: Unknown code"));
-    tp::Clock::advance(6.0);
-    EXPECT_TRUE(client->isInitTimedOut(0.0));
 }
 
 } // namespace

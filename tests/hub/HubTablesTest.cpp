@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 
 #include "hub/ConflationChoice.h"
-#include "hub/handshake/HandshakeSteps.h"
 #include "hub/HubVersion.h"
 #include "hub/RetryPace.h"
 #include "hub/SplitPattern.h"
+#include "hub/handshake/HandshakeSteps.h"
 #include "support/LogCapture.h"
 
 namespace tivra_internal {
@@ -117,7 +117,8 @@ TEST_F(HandshakeStepsTest, TheFirstOpenStepIsTaken) {
     EXPECT_EQ(stepWithout(known.m_haveDIC, situation.isFirst), BecomeReady) << "the session has a dictionary";
     EXPECT_EQ(stepWithout(known.m_dowloadDIC, situation.isFirst, known.split_processed), GetDic);
     EXPECT_EQ(stepWithout(known.m_aggChecked, known.split_processed), AggCheck);
-    EXPECT_EQ(stepWithout(known.m_aggChecked, situation.isFirst), BecomeReady) << "only the first client asks";
+    EXPECT_EQ(stepWithout(known.m_aggChecked, situation.isFirst), BecomeReady)
+        << "only the first client asks";
     EXPECT_EQ(stepWithout(situation.behindManager, known.split_processed), GetAllPorts);
     EXPECT_EQ(stepWithout(situation.behindManager, situation.isFirst), BecomeReady);
     EXPECT_EQ(stepWithout(situation.behindManager, known.m_haveAllPorts), BecomeReady);

@@ -1,7 +1,7 @@
-// The conversation as the hub sees it, and what it takes and keeps.
+// The handshake as the hub sees it, and what it takes and keeps.
 #include <cstring>
 
-#include "hub/HubFixture.h"
+#include "hub/HandshakeFixture.h"
 
 namespace tivra_internal {
 namespace {
@@ -11,10 +11,10 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-using HubConversationTest = HubFixture;
+using HandshakeTest = HandshakeFixture;
 
-TEST_F(HubConversationTest, ALoneHubIsAskedInThisOrderWithTheseTexts) {
-    makeClient();
+TEST_F(HandshakeTest, ALoneHubIsAskedInThisOrderWithTheseTexts) {
+    makeHandshake();
     EXPECT_THAT(loginAndConverse(loneHub()),
                 ElementsAre(HasSubstr("5026=1|5022=LoginUser|"), "5026=2|5022=ListEnumeration|5035=5001",
                             "5026=3|5022=SetConflationInterval|2029=1000",
@@ -23,16 +23,16 @@ TEST_F(HubConversationTest, ALoneHubIsAskedInThisOrderWithTheseTexts) {
                             "5026=9|5022=ListSystemPermission", "5026=10|5022=ListUserPermission",
                             "5026=12|5022=Subscribe|4=922|5=.UTC.TIME.DATE",
                             "5026=13|5022=Subscribe|4=922|5=.HUB.STATUS"));
-    EXPECT_TRUE(client->isReady());
-    EXPECT_TRUE(client->isSingleInstanceHUB());
-    EXPECT_EQ(client->getHubMajorVersion(), 8);
-    EXPECT_EQ(client->getHubMinorVersion(), 1);
-    EXPECT_THAT(session.told, ElementsAre("event 3 D1", "box 922", "box 558", "user 922 here",
-                                          "user 558 here", "ready, wants a handler"));
+    EXPECT_TRUE(ready);
+    EXPECT_TRUE(handshake->hubKind() == HubKind::SingleInstance);
+    EXPECT_EQ(handshake->hubVersion().major, 8);
+    EXPECT_EQ(handshake->hubVersion().minor, 1);
+    EXPECT_THAT(session.told,
+                ElementsAre("event 3 D1", "box 922", "box 558", "user 922 here", "user 558 here"));
     EXPECT_EQ(session.codes[-5], "ERR.AUTH.LOGIN");
 }
 
-TEST_F(HubConversationTest, TheFirstOfAGroupWaitsForItsSiblingsAndThenLooksForSources) {
+TEST_F(HandshakeTest, TheFirstOfAGroupWaitsForItsSiblingsAndThenLooksForSources) {
     session.knownHosts = {"10.0.0.7:9000"};
     Answers answers = loneHub();
     answers["5026=7|5022=GetPort|4=922"] = {"5026=7" + ownPort() + "|13001=10.0.0.7|13101=9000|5001=0"};
@@ -43,70 +43,69 @@ TEST_F(HubConversationTest, TheFirstOfAGroupWaitsForItsSiblingsAndThenLooksForSo
     answers["5026=11|5022=GetPort|4=3"] = {"5026=11|5001=-46"};
     answers["5026=11|5022=GetPort|4=4"] = {"5026=11|5001=-9"};
     answers["5026=11|5022=GetPort|4=4100"] = {"5026=11|13001=10.9.9.9|13101=1|5001=0"};
-    makeClient();
+    makeHandshake();
     EXPECT_EQ(wordsOf(loginAndConverse(answers)).back(), "ListSystemPermission");
-    EXPECT_TRUE(client->waitsForBoxPerms());
-    EXPECT_FALSE(client->isReady());
+    EXPECT_TRUE(handshake->waitsForSiblings());
+    EXPECT_FALSE(ready);
 
     LogCapture log;
+    const double began = handshake->beginTime();
     tp::Clock::advance(6.0);
-    EXPECT_TRUE(client->isInitTimedOut(0.0));
-    client->requestContinueEntitlements();
-    client->twentyFiveMsTick(0.0);
-    EXPECT_FALSE(client->waitsForBoxPerms());
-    EXPECT_FALSE(client->isInitTimedOut(0.0)) << "the wait was not the hub's";
+    handshake->siblingsAreReady();
+    handshake->tick();
+    EXPECT_FALSE(handshake->waitsForSiblings());
+    EXPECT_EQ(handshake->beginTime(), began + 6.0) << "the wait was not the hub's";
+    EXPECT_EQ(progressTime, tp::Clock::monotonic());
     EXPECT_THAT(converse(answers), ElementsAre("5026=10|5022=ListUserPermission", "5026=11|5022=GetPort|4=1",
                                                "5026=11|5022=GetPort|4=2", "5026=11|5022=GetPort|4=3",
                                                "5026=11|5022=GetPort|4=4", "5026=11|5022=GetPort|4=4100",
                                                "5026=12|5022=Subscribe|4=922|5=.UTC.TIME.DATE",
                                                "5026=13|5022=Subscribe|4=922|5=.HUB.STATUS"));
-    EXPECT_TRUE(client->isReady());
-    EXPECT_THAT(session.told,
-                ElementsAre("event 3 D1", "create 10.0.0.7:9000", "split 1", "split 2", "split 1 by A|B",
-                            "split 2 by A|B", "box 922", "box 558", "user 922", "user 1", "user 2", "user 3",
-                            "user 4", "user 4100", "assign 1 to 10.0.0.7:9000", "assign 2", "assign 3",
-                            "assign 4", "ready, wants a handler"));
+    EXPECT_TRUE(ready);
+    EXPECT_THAT(session.told, ElementsAre("event 3 D1", "create 10.0.0.7:9000", "split 1", "split 2",
+                                          "split 1 by A|B", "split 2 by A|B", "box 922", "box 558",
+                                          "user 922", "user 1", "user 2", "user 3", "user 4", "user 4100",
+                                          "assign 1 to 10.0.0.7:9000", "assign 2", "assign 3", "assign 4"));
     EXPECT_THAT(log.linesAboveDebug(),
                 AllOf(Contains("WARN: HubClient::process_port: rc=-9 (Unknown code) from GetPort for src=4"),
                       Contains("WARN: HubClient::process_port: hostConfig(10.9.9.9:1) not found!"),
                       Not(Contains(HasSubstr("src=3")))));
 }
 
-TEST_F(HubConversationTest, AGroupWhoseSourcesAllHaveHubsGetsAnEchoToGoOn) {
+TEST_F(HandshakeTest, AGroupWhoseSourcesAllHaveHubsGetsAnEchoToGoOn) {
     session.established = true; // so that nothing waits for the sibling
-    makeClient();
+    makeHandshake();
     const std::vector<std::string> words =
         wordsOf(loginAndConverse("GetPort", {"5026=7" + ownPort() + "|13001=1.2.3.4|13101=5|5001=0"}));
     EXPECT_THAT(
         std::vector<std::string>(words.end() - 4, words.end()),
         ElementsAre("ListUserPermission", "Echo", "Subscribe .UTC.TIME.DATE", "Subscribe .HUB.STATUS"));
-    EXPECT_TRUE(client->isReady());
+    EXPECT_TRUE(ready);
 }
 
-TEST_F(HubConversationTest, AReconnectSkipsWhatIsKnownAndALaterClientWhatIsShared) {
-    makeClient();
-    comeUp();
-    client->closeConnection();
-    EXPECT_FALSE(client->isReady());
+TEST_F(HandshakeTest, AReconnectSkipsWhatIsKnownAndALaterClientWhatIsShared) {
+    makeHandshake();
+    loginAndConverse(loneHub());
+    ASSERT_TRUE(ready);
+    closeConnection();
     EXPECT_THAT(wordsOf(loginAndConverse(loneHub())),
                 ElementsAre("LoginUser", "SetConflationInterval", "ListAdministrationInfo",
                             "SetConflationType", "ListSystemPermission", "ListUserPermission",
                             "Subscribe .UTC.TIME.DATE", "Subscribe .HUB.STATUS"));
-    EXPECT_TRUE(client->isReady());
+    EXPECT_TRUE(ready);
 
-    const std::unique_ptr<HubClient> firstClient = std::move(client);
     session.everyHubIsFirst = false;
-    makeClient({.readTimeout = 0});
+    makeHandshake({.readTimeout = 0});
     EXPECT_THAT(wordsOf(loginAndConverse(loneHub())),
                 ElementsAre("LoginUser", "SetConflationInterval", "ListAdministrationInfo",
                             "SetConflationType", "ListSplitExchanges", "ListSystemPermission",
                             "Subscribe .HUB.STATUS"))
         << "nor a heartbeat without a read timeout";
-    EXPECT_TRUE(client->isReady());
-    EXPECT_NE(client->getDicMetaMap().lookupTokenViaNum(11), nullptr) << "loaded without a download";
+    EXPECT_TRUE(ready);
+    EXPECT_NE(dictionary->lookupTokenViaNum(11), nullptr) << "loaded without a download";
 }
 
-TEST_F(HubConversationTest, AStepThatFailsSuspendsWithItsReason) {
+TEST_F(HandshakeTest, AStepThatFailsSuspendsWithItsReason) {
     const std::string agg = "Unable to successfully process AGG check!";
     const std::string box = "Unable to successfully process box entitlements!";
     const std::string user = "Unable to successfully process entitlements!";
@@ -128,43 +127,43 @@ TEST_F(HubConversationTest, AStepThatFailsSuspendsWithItsReason) {
     for (const auto& row : cases) {
         session.enumLoaded = false;
         session.getDictionaryCache().reset();
-        makeClient();
-        session.first = client.get();
+        makeHandshake();
+        session.first = client();
         EXPECT_EQ(wordsOf(loginAndConverse(row.word, {row.body})).back(), row.word) << row.body;
-        EXPECT_EQ(client->getSuspendReason(), row.reason) << row.body;
-        EXPECT_EQ(client->getFd(), -1) << row.body;
+        EXPECT_EQ(suspendReason, row.reason) << row.body;
+        EXPECT_EQ(fd, -1) << row.body;
     }
 }
 
-TEST_F(HubConversationTest, PermissionsDecideNotTheirStatus) {
+TEST_F(HandshakeTest, PermissionsDecideNotTheirStatus) {
     Answers answers = loneHub();
     answers["ListSystemPermission"] = {"5026=9|3=922|3=558|5001=-3|3=777"};
     answers["ListUserPermission"] = {"5026=10|3=558|3=922|5001=-3"};
-    makeClient();
+    makeHandshake();
     loginAndConverse(answers);
-    EXPECT_TRUE(client->isReady());
+    EXPECT_TRUE(ready);
     EXPECT_THAT(session.told, Not(Contains("box 777"))) << "what stands behind the status is no permission";
 }
 
-TEST_F(HubConversationTest, AnUnknownTagIsToldAndStillDrivesTheChain) {
-    makeClient();
+TEST_F(HandshakeTest, AnUnknownTagIsToldAndStillDrivesTheChain) {
+    makeHandshake();
     connectAndLogin();
-    hub.readRequest();
+    readRequest();
     session.enumLoaded = true;
     answer("5026=1|5001=0");
-    hub.readRequest();
+    readRequest();
     LogCapture log;
     for (const char* tag : {"14", "16", "99", "-1", "99999999999999"}) {
         answer("5026=" + std::string(tag) + "|5001=0");
-        EXPECT_EQ(hub.readRequest(), "5026=3|5022=SetConflationInterval|2029=1000") << tag;
+        EXPECT_EQ(readRequest(), "5026=3|5022=SetConflationInterval|2029=1000") << tag;
     }
     EXPECT_THAT(log.linesAboveDebug(),
                 ElementsAre("WARN: Unknown Message - Tag [16]", "WARN: Unknown Message - Tag [99]",
                             "WARN: Unknown Message - Tag [-1]", "WARN: Unknown Message - Tag [2147483647]"));
 }
 
-TEST_F(HubConversationTest, UntaggedDataIsNormalForTheSystemSourceOnly) {
-    makeClient();
+TEST_F(HandshakeTest, UntaggedDataIsNormalForTheSystemSourceOnly) {
+    makeHandshake();
     connectAndLogin();
     const std::string text = ": HubClient::process_message: QUERY.TAG not present!; fd=";
     for (const char* body : {"4=922|5=.HUB.STATUS|13266=5", "4=922|5=QERR|13266=5", "4=922|13266=5",
@@ -177,8 +176,8 @@ TEST_F(HubConversationTest, UntaggedDataIsNormalForTheSystemSourceOnly) {
     }
 }
 
-TEST_F(HubConversationTest, ListsThatNobodyAskedForFillNoTable) {
-    makeClient();
+TEST_F(HandshakeTest, ListsThatNobodyAskedForFillNoTable) {
+    makeHandshake();
     connectAndLogin();
     answer("5026=1|5001=0");
     for (const char* body :
@@ -187,19 +186,20 @@ TEST_F(HubConversationTest, ListsThatNobodyAskedForFillNoTable) {
         answer(body);
     EXPECT_THAT(session.told, testing::IsEmpty());
     EXPECT_FALSE(session.getDictionaryCache().hasInitialDIC());
-    EXPECT_FALSE(client->isSuspended());
+    EXPECT_FALSE(isSuspended());
 }
 
-TEST_F(HubConversationTest, ConflationTextsCarryTheHostsSettings) {
+TEST_F(HandshakeTest, ConflationTextsCarryTheHostsSettings) {
     host().set(tivra::HostConfig::CONFLATION_INTERVAL_LONG, 500L);
     host().set(tivra::HostConfig::CONFLATION_TYPE_LONG, 3L);
     host().set(tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, 80L);
-    makeClient();
+    makeHandshake();
     LogCapture log;
     EXPECT_THAT(loginAndConverse("SetConflationType", {"5026=4|5001=-9"}),
                 AllOf(Contains("5026=3|5022=SetConflationInterval|2029=500"),
                       Contains("5026=4|5022=SetConflationType|2035=3|3683=75")));
-    EXPECT_TRUE(client->isReady()) << "a refused conflation ends nothing";
+    EXPECT_TRUE(ready) << "a refused conflation ends nothing";
+    EXPECT_EQ(jitThreshold, 75);
     EXPECT_THAT(log.lines(),
                 Contains(HasSubstr("rc=-9 (Unknown code) from SetConflationType for 127.0.0.1:")));
 }
