@@ -1,9 +1,8 @@
 #include "hub/HubClient.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <functional>
 #include <random>
+#include <vector>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -13,9 +12,6 @@
 #include "hub/HubEventReactor.h"
 #include "hub/HubSession.h"
 #include "hub/RequestFrame.h"
-#include "kvnparse/Parser.h"
-#include "kvnparse/StreamFramer.h"
-#include "kvnparse/StreamParser.h"
 #include "receive/Queue.h"
 #include "receive/QueueReadHandler.h"
 #include "request/HubWatchlist.h"
@@ -43,14 +39,16 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     , m_socket(m_address, session, m_options)
     , m_lookup(session, session, user, m_options, m_address)
     , m_heartbeat(m_address, m_options.readTimeout)
-    , m_handshake(*this, session, user, m_address, m_dicMetaMap, m_options, chanceOf(this)) {
+    , m_handshake(*this, session, user, m_address, m_dicMetaMap, m_options, chanceOf(this))
+    , m_responseQueue(std::make_unique<Queue>(static_cast<size_t>(m_options.queueSize), m_options.compression,
+                                              this, session.getQueueDepthThreshold()))
+    , m_reader(*this, m_socket, m_registration, m_handshake, m_heartbeat, m_dicMetaMap, *m_responseQueue,
+               m_options.compression) {
     m_primaryUser.newHub(this);
     reset();
     forgetConnection();
     m_last_reset_time = tp::Clock::monotonic();
 
-    m_responseQueue = std::make_unique<Queue>(static_cast<size_t>(m_options.queueSize), m_options.compression,
-                                              this, session.getQueueDepthThreshold());
     m_responseQueue->setsocketDesc(getHubAddr().c_str());
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
@@ -61,26 +59,10 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
 HubClient::~HubClient() {
     if (HubEventReactor* const reactor = getReactor(); reactor != nullptr) {
         reactor->forgetClient(this);
-        unregisterSocket();
+        m_registration.leave();
     }
     m_socket.close();
     m_primaryUser.deleteHub(this);
-}
-
-void HubClient::attachReactor(HubEventReactor* reactor, int index) {
-    const tp::MutexLock lock(m_huber_mutex);
-    m_HUB_Event_Reactor = reactor;
-    m_eventReactorIndex = index;
-}
-
-HubEventReactor* HubClient::getReactor() const {
-    const tp::MutexLock lock(m_huber_mutex);
-    return m_HUB_Event_Reactor;
-}
-
-int HubClient::geteventReactorIndex() const {
-    const tp::MutexLock lock(m_huber_mutex);
-    return m_eventReactorIndex;
 }
 
 SessionRequests& HubClient::getRequests() const {
@@ -186,7 +168,7 @@ long HubClient::connectWait(double curtime) const {
 HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
     switch (progress) {
     case HubSocket::Progress::Connected:
-        registerSocket();
+        m_registration.enter(getFd());
         setInitHBTime();
         m_handshake.begin();
         return Dial::Connected;
@@ -211,26 +193,6 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
     return Dial::Failed;
 }
 
-void HubClient::registerSocket() {
-    const tp::MutexLock lock(m_huber_mutex);
-    if (m_HUB_Event_Reactor == nullptr)
-        return;
-    m_HUB_Event_Reactor->regSocket(this, getFd());
-    m_HUB_Event_Reactor->watchReads(this);
-    m_HUB_Event_Reactor->regActivity(this);
-}
-
-void HubClient::unregisterSocket() {
-    const tp::MutexLock lock(m_huber_mutex);
-    if (m_HUB_Event_Reactor == nullptr)
-        return;
-    m_HUB_Event_Reactor->unWatchReads(this);
-    m_HUB_Event_Reactor->unWatchWrites(this);
-    m_HUB_Event_Reactor->unRegSocket(this);
-    m_readWaker.leave(*m_HUB_Event_Reactor);
-    m_HUB_Event_Reactor->unRegActivity(this);
-}
-
 int HubClient::sendRequest(const char* text, timeval* timeout) {
     const int result = m_socket.sendRequest(text, timeout);
     if (result == 1)
@@ -247,6 +209,33 @@ int HubClient::sendLogin(const std::string& text) {
     eprintf(EPF_CRIT, "HubMaster::login - writen returned %d expecting %d", written, size);
     closeIfOutOfStep();
     return -1;
+}
+
+void HubClient::readableEvent(double curtime) {
+    if (getFd() < 0)
+        return;
+    if (m_retired)
+        closeConnection();
+    else
+        m_reader.read(curtime);
+}
+
+void HubClient::twentyFiveMsTick(double now) {
+    m_handshake.tick();
+    m_reader.readLeftOver();
+    continueHeldReads(now);
+}
+
+void HubClient::leaveAfterReadFailure() {
+    if (getInitialHubDisconnected()) {
+        eprintf(EPF_INFO, "First HUB is disconneted for LB; Dont requestHUBFromCM for this connection");
+        return;
+    }
+    eprintf(EPF_WARN, "Queue full, drop, or other error, so must close Connection to HUB: %s\n",
+            getHubAddr().c_str());
+    m_session.noteHubDown(this);
+    closeConnection();
+    m_lookup.noteLoss();
 }
 
 void HubClient::setJit(int threshold) {
@@ -285,7 +274,6 @@ bool HubClient::isHBTimedOut(double) {
 
 void HubClient::reset() {
     eprintf(EPF_DBUG, "HubClient::reset(ENTRY): this=%p", static_cast<void*>(this));
-    m_first_time = true;
     m_socket.close();
     m_suspension.end();
     m_primaryUser.resetHub(this);
@@ -294,15 +282,8 @@ void HubClient::reset() {
 // What a close takes with it. What the client has learnt about its hub stays.
 void HubClient::forgetConnection() {
     m_heartbeat.forget();
-    m_readsHeld = false;
-    m_messagesLeft = false;
     m_handshake.forget();
-    if (zkvnParser != nullptr)
-        zkvnParser->reset();
-    if (kvnParser != nullptr)
-        kvnParser->reset();
-    if (framer != nullptr)
-        framer->reset();
+    m_reader.forget();
     m_xrefConnected = false;
     m_xrefRemove = false;
 }
@@ -314,7 +295,7 @@ void HubClient::closeConnection() {
     if (getFd() < 0)
         return;
     m_socket.noteLoss();
-    unregisterSocket();
+    m_registration.leave();
     m_socket.close();
     reset();
     {

@@ -6,10 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <set>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include <tp/EventReactor.h>
 #include <tp/Mutex.h>
@@ -20,22 +17,17 @@
 #include "hub/HubAddress.h"
 #include "hub/HubClientOptions.h"
 #include "hub/HubHeartbeat.h"
+#include "hub/HubReader.h"
+#include "hub/HubReaderPort.h"
 #include "hub/HubSocket.h"
 #include "hub/ManagerLookup.h"
+#include "hub/ReactorRegistration.h"
 #include "hub/ReadWaker.h"
 #include "hub/Suspension.h"
 #include "hub/handshake/Handshake.h"
-#include "kvnparse/bufref.h"
 #include "receive/QueueHub.h"
 #include "receive/ReadHandlerHub.h"
 #include "request/HubName.h"
-
-namespace KVNAPI {
-class Message;
-class Parser;
-class StreamFramer;
-class StreamParser;
-} // namespace KVNAPI
 
 namespace tivra_internal {
 
@@ -48,8 +40,9 @@ class QueueReadHandler;
 class SessionRequests;
 class UserInfoImpl;
 
-/// One TCP connection to one hub, from the dial to ready and back: it owns the socket, the receive ring, the
-/// parsers, the hub's dictionary and its watchlist, and lives on the thread of one HubEventReactor.
+/// One TCP connection to one hub, from the dial to ready and back: it owns the socket, the handshake, the
+/// reader, the receive ring, the hub's dictionary and its watchlist, and lives on the thread of one
+/// HubEventReactor.
 ///
 /// @thread hub, unless a declaration says otherwise. Times handed in are the reactor's wall clock and serve
 /// the log lines; differences of times are taken from the monotonic clock.
@@ -58,6 +51,7 @@ class HubClient final : public tp::EventBase,
                         public QueueHub,
                         public ReadHandlerHub,
                         public HandshakePort,
+                        public HubReaderPort,
                         public HubName {
 public:
     HubClient(UserInfoImpl& user, HubSession& session, const HubClientOptions& options);
@@ -67,10 +61,10 @@ public:
 
     // --- registration with the reactor that serves this client ---
     /// @thread any; the session places the client after its construction.
-    void attachReactor(HubEventReactor* reactor, int index);
+    void attachReactor(HubEventReactor* reactor, int index) { m_registration.attach(reactor, index); }
     /// Null for a dummy and before the client has been placed. @thread any
-    [[nodiscard]] HubEventReactor* getReactor() const;
-    [[nodiscard]] int geteventReactorIndex() const;
+    [[nodiscard]] HubEventReactor* getReactor() const { return m_registration.reactor(); }
+    [[nodiscard]] int geteventReactorIndex() const { return m_registration.index(); }
 
     // --- connection ---
     /// How a dial stands.
@@ -85,7 +79,7 @@ public:
     /// Result 1: the login request is out; -1: it isn't.
     int login() { return m_handshake.login(); }
     /// False when the peer has closed.
-    [[nodiscard]] bool isValidConnection() const { return m_socket.isValid(m_readsHeld); }
+    [[nodiscard]] bool isValidConnection() const { return m_socket.isValid(m_reader.holdsReads()); }
     [[nodiscard]] bool isInitTimedOut(double curtime) const;
     [[nodiscard]] bool isHBTimedOut(double curtime);
     [[nodiscard]] bool isPastRetryLimit() const { return m_socket.isPastRetryLimit(); }
@@ -106,14 +100,14 @@ public:
     /// The hub has got part of a frame: the connection is of no use any more.
     [[nodiscard]] bool isOutOfStep() const { return m_socket.isOutOfStep(); }
     /// Closes a connection on which a frame has been cut short. True when it did.
-    bool closeIfOutOfStep();
+    bool closeIfOutOfStep() override;
 
     void readableEvent(double curtime) override;
     void writableEvent(double curtime) override { writeableEvent(curtime); }
-    virtual void writeableEvent(double curtime);
+    virtual void writeableEvent(double) { (void)m_reader.prepare(); }
 
     // --- standing; @thread any ---
-    [[nodiscard]] bool isReady() const TP_EXCLUDES(m_ready_mutex);
+    [[nodiscard]] bool isReady() const override TP_EXCLUDES(m_ready_mutex);
     /// Frames of the connection before are still on their way to the application; the next one would discard
     /// them.
     [[nodiscard]] bool isStillDelivering() const TP_EXCLUDES(m_rqh_mutex);
@@ -187,8 +181,8 @@ public:
     // --- periodic work ---
     /// Continues a wait that has ended, and continueHeldReads.
     void twentyFiveMsTick(double now);
-    /// Checks how full the queue is, and goes on with what has waited for room in it.
-    void continueHeldReads(double curtime);
+    /// Checks how full the queue is, and goes on with what has waited for space in it.
+    void continueHeldReads(double curtime) { m_reader.continueHeldReads(curtime); }
     void calcStats(double curtime);
     void calcQueueFullStats();
     void incrQueryCount();
@@ -219,37 +213,18 @@ public:
     int getHubStatus() { return m_handshake.subscribeHubStatus(); }
 
 private:
-    // HubClient.cpp
     [[nodiscard]] Dial settle(HubSocket::Progress progress);
     [[nodiscard]] long connectWait(double curtime) const;
-    void registerSocket();
-    void unregisterSocket();
     void reset();
     void forgetConnection();
 
-    // What its handshake asks, beside what others ask too.
+    // What its handshake and its reader ask, beside what others ask too.
     [[nodiscard]] const UserHub& userHub() const override { return *this; }
     int sendLogin(const std::string& text) override;
     void heartbeatSubscribed() override { m_heartbeat.restartCheck(); }
     void setJit(int threshold) override;
     void becomeReady() override;
-
-    // HubReading.cpp
-    [[nodiscard]] bool prepareParsers();
-    [[nodiscard]] bool prepareForFirstEvent();
-    void readIntoQueue(double curtime);
-    void leaveAfterReadFailure();
-    void noteSignOfLife();
-    void holdReads();
-    void retryHeldReads(double curtime);
-    void readCompressed();
-    void pullCompressed(bool inputFull);
-    void settleStream();
-    void readFramed();
-    void socketClosedByPeer();
-    void process_kvn_buffer(KVNAPI::bufref frame);
-    void handOverUnconsumed();
-    void severe_error(const char* text);
+    void leaveAfterReadFailure() override;
 
     // Built with.
     UserInfoImpl& m_primaryUser;
@@ -264,15 +239,7 @@ private:
     Suspension m_suspension;
     std::atomic<bool> m_initialHubDisconnected{false};
     std::atomic<bool> m_queryXRefHUB{false};
-    bool m_readsHeld = false;    ///< the socket is out of the reactor: the queue refuses reads
-    bool m_messagesLeft = false; ///< what has been read holds more than was taken at one go
-    bool m_first_time = true;    ///< no event has been seen since the connect
     double m_last_reset_time = 0.0;
-
-    // Registration with the reactor.
-    mutable tp::Mutex m_huber_mutex{kLockHubClient}; ///< held around every registration with the reactor
-    HubEventReactor* m_HUB_Event_Reactor TP_GUARDED_BY(m_huber_mutex) = nullptr;
-    int m_eventReactorIndex TP_GUARDED_BY(m_huber_mutex) = -1;
 
     // Readiness.
     mutable tp::Mutex m_ready_mutex{kLockHubReady};
@@ -282,10 +249,9 @@ private:
     MetaTokenMap m_dicMetaMap;
     Handshake m_handshake;
     ReadWaker m_readWaker{*this};
+    ReactorRegistration m_registration{*this, m_readWaker};
     std::unique_ptr<Queue> m_responseQueue;
-    std::unique_ptr<KVNAPI::StreamFramer> framer;
-    std::unique_ptr<KVNAPI::Parser> kvnParser;
-    std::unique_ptr<KVNAPI::StreamParser> zkvnParser;
+    HubReader m_reader;
     std::unique_ptr<HubWatchlist> watchlist;
     mutable tp::Mutex m_rqh_mutex{kLockReadHandlerPointer};
     std::unique_ptr<QueueReadHandler> m_readQueueHandler TP_GUARDED_BY(m_rqh_mutex);

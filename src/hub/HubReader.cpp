@@ -1,18 +1,22 @@
-// How a hub client reads: message by message until it is ready, straight into its queue from then on.
-#include "hub/HubClient.h"
+#include "hub/HubReader.h"
 
 #include <poll.h>
 
 #include <cerrno>
+#include <string>
 #include <vector>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 #include <tp/te_error.h>
 
-#include "hub/HubEventReactor.h"
-#include "hub/HubSession.h"
+#include "dictionary/MetaTokenMap.h"
+#include "hub/HubHeartbeat.h"
+#include "hub/HubReaderPort.h"
+#include "hub/HubSocket.h"
 #include "hub/MessageReading.h"
+#include "hub/ReactorRegistration.h"
+#include "hub/handshake/Handshake.h"
 #include "kvnparse/FrameFormat.h"
 #include "kvnparse/Message.h"
 #include "kvnparse/Parser.h"
@@ -40,51 +44,67 @@ std::string lastParserError() {
 
 } // namespace
 
-void HubClient::readableEvent(double curtime) {
-    if (getFd() < 0)
+HubReader::HubReader(HubReaderPort& port, const HubSocket& socket, ReactorRegistration& registration,
+                     Handshake& handshake, HubHeartbeat& heartbeat, MetaTokenMap& dictionary, Queue& queue,
+                     bool compression)
+    : m_port(port)
+    , m_socket(socket)
+    , m_registration(registration)
+    , m_handshake(handshake)
+    , m_heartbeat(heartbeat)
+    , m_dicMetaMap(dictionary)
+    , m_responseQueue(queue)
+    , m_compression(compression) {}
+
+HubReader::~HubReader() = default;
+
+void HubReader::read(double curtime) {
+    if (!prepare())
         return;
-    if (m_retired) {
-        closeConnection();
-        return;
-    }
-    if (m_first_time && !prepareForFirstEvent())
-        return;
-    if (isReady())
+    if (m_port.isReady())
         readIntoQueue(curtime);
-    else if (m_options.compression)
+    else if (m_compression)
         readCompressed();
     else
         readFramed();
-    closeIfOutOfStep();
+    m_port.closeIfOutOfStep();
 }
 
-void HubClient::writeableEvent(double) {
-    if (m_first_time)
-        (void)prepareForFirstEvent();
-}
-
-bool HubClient::prepareForFirstEvent() {
-    {
-        const tp::MutexLock lock(m_huber_mutex);
-        if (m_HUB_Event_Reactor != nullptr) {
-            m_HUB_Event_Reactor->watchReads(this);
-            m_HUB_Event_Reactor->unWatchWrites(this);
-        }
-    }
-    m_first_time = false;
+bool HubReader::prepare() {
+    if (m_phase != Phase::Fresh)
+        return true;
+    m_registration.watchReads();
+    m_phase = Phase::Open;
     return prepareParsers();
 }
 
+void HubReader::forget() {
+    m_phase = Phase::Fresh;
+    if (zkvnParser != nullptr)
+        zkvnParser->reset();
+    if (kvnParser != nullptr)
+        kvnParser->reset();
+    if (framer != nullptr)
+        framer->reset();
+}
+
+void HubReader::readLeftOver() {
+    if (m_phase == Phase::MessagesLeft)
+        pullCompressed(false);
+}
+
 // False when a parser can't be had, which has taken the client out of use.
-bool HubClient::prepareParsers() {
-    if (m_options.compression) {
+bool HubReader::prepareParsers() {
+    if (m_compression) {
         if (zkvnParser == nullptr)
             zkvnParser = KVNAPI::StreamParser::alloc("zkvn", &m_dicMetaMap, kParserBufferSize);
     } else {
         if (framer == nullptr)
             framer = KVNAPI::StreamFramer::alloc("kvn", kParserBufferSize);
         if (framer == nullptr) {
-            severe_error(("KVNAPI::StreamFramer -- " + lastParserError()).c_str());
+            const std::string line = "KVNAPI::StreamFramer -- " + lastParserError();
+            eprintf(EPF_WARN, "%s\n", line.c_str());
+            m_port.suspendClient(line);
             return false;
         }
         if (kvnParser == nullptr)
@@ -93,140 +113,104 @@ bool HubClient::prepareParsers() {
     if (zkvnParser == nullptr && kvnParser == nullptr) {
         const std::string line = "Unknown type: -- " + lastParserError();
         eprintf(EPF_CRIT, "%s\n", line.c_str());
-        suspendClient(line);
+        m_port.suspendClient(line);
         return false;
     }
     return true;
 }
 
-void HubClient::severe_error(const char* text) {
-    eprintf(EPF_WARN, "%s\n", text);
-    suspendClient(text);
-}
-
-void HubClient::readIntoQueue(double curtime) {
-    if (!m_responseQueue->readFromSocketThenWriteToQueue(getFd(), zkvnParser.get(), curtime)) {
+void HubReader::readIntoQueue(double curtime) {
+    if (!m_responseQueue.readFromSocketThenWriteToQueue(m_socket.fd(), zkvnParser.get(), curtime)) {
         noteSignOfLife();
-        if (!closeIfOutOfStep())
+        if (!m_port.closeIfOutOfStep())
             holdReads();
         return;
     }
-    leaveAfterReadFailure();
+    m_port.leaveAfterReadFailure();
 }
 
-void HubClient::leaveAfterReadFailure() {
-    if (getInitialHubDisconnected()) {
-        eprintf(EPF_INFO, "First HUB is disconneted for LB; Dont requestHUBFromCM for this connection");
-        return;
-    }
-    eprintf(EPF_WARN, "Queue full, drop, or other error, so must close Connection to HUB: %s\n",
-            getHubAddr().c_str());
-    m_session.noteHubDown(this);
-    closeConnection();
-    m_lookup.noteLoss();
-}
-
-void HubClient::noteSignOfLife() {
-    if (m_responseQueue->takeSignOfLife())
-        setHBSeen(true);
+void HubReader::noteSignOfLife() {
+    if (m_responseQueue.takeSignOfLife())
+        m_heartbeat.setSeen(true);
 }
 
 // A socket whose bytes are not taken would call for attention without end, and so would its hang-up, which
 // can't be unwatched: the socket leaves the reactor. The supervisor finds a close.
-void HubClient::holdReads() {
-    const bool atEnd = m_responseQueue->sawEndOfStream();
-    if (!atEnd && !m_responseQueue->readsSuspended())
+void HubReader::holdReads() {
+    const bool atEnd = m_responseQueue.sawEndOfStream();
+    if (!atEnd && !m_responseQueue.readsSuspended())
         return;
-    {
-        const tp::MutexLock lock(m_huber_mutex);
-        if (m_HUB_Event_Reactor == nullptr)
-            return;
-        m_HUB_Event_Reactor->unRegSocket(this);
-        m_readsHeld = !atEnd;
-        if (m_readsHeld)
-            m_readWaker.listen(*m_HUB_Event_Reactor);
-        else
-            m_readWaker.leave(*m_HUB_Event_Reactor);
-    }
-    // The reader may have made room before it heard that somebody waits for it.
-    if (m_readsHeld && !m_responseQueue->awaitRoom())
+    if (!m_registration.hold(atEnd))
+        return;
+    m_phase = atEnd ? Phase::Open : Phase::Held;
+    // The reader may have made space before it heard that somebody waits for it.
+    if (holdsReads() && !m_responseQueue.awaitRoom())
         retryHeldReads(tp::Clock::now());
 }
 
-void HubClient::continueHeldReads(double curtime) {
-    calcQueueFullStats();
-    if (m_readsHeld && isReady())
+void HubReader::continueHeldReads(double curtime) {
+    if (m_port.isReady())
+        m_responseQueue.calcQueueFullStats();
+    if (holdsReads() && m_port.isReady())
         retryHeldReads(curtime);
-    if (isReady() && m_responseQueue->hasInputLeft() &&
-        m_responseQueue->continueInflating(getFd(), zkvnParser.get(), curtime))
-        leaveAfterReadFailure();
+    if (m_port.isReady() && m_responseQueue.hasInputLeft() &&
+        m_responseQueue.continueInflating(m_socket.fd(), zkvnParser.get(), curtime))
+        m_port.leaveAfterReadFailure();
     noteSignOfLife();
-    closeIfOutOfStep();
+    m_port.closeIfOutOfStep();
 }
 
 // Does the refused, or after a while forced, read in the event's place; ends the hold once the queue takes
 // bytes again.
-void HubClient::retryHeldReads(double curtime) {
-    if (m_responseQueue->readsSuspended()) {
-        pollfd watched{getFd(), POLLIN, 0};
+void HubReader::retryHeldReads(double curtime) {
+    if (m_responseQueue.readsSuspended()) {
+        pollfd watched{m_socket.fd(), POLLIN, 0};
         // What is left of a connection that has ended is not waited for: the supervisor closes it.
         if (::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) == 0) {
-            setHBSeen(true); // silence can't be told while bytes are left where they are
+            m_heartbeat.setSeen(true); // silence can't be told while bytes are left where they are
             readIntoQueue(curtime);
         }
     }
-    if (!m_readsHeld || m_responseQueue->readsSuspended())
+    if (!holdsReads() || m_responseQueue.readsSuspended())
         return;
-    m_readsHeld = false;
-    const tp::MutexLock lock(m_huber_mutex);
-    if (m_HUB_Event_Reactor == nullptr)
-        return;
-    m_readWaker.leave(*m_HUB_Event_Reactor);
-    m_HUB_Event_Reactor->regSocket(this, getFd());
-    m_HUB_Event_Reactor->watchReads(this);
+    m_phase = Phase::Open;
+    m_registration.resume(m_socket.fd());
 }
 
-void HubClient::twentyFiveMsTick(double now) {
-    m_handshake.tick();
-    if (m_messagesLeft)
-        pullCompressed(false);
-    continueHeldReads(now);
+void HubReader::closedByPeer() {
+    eprintf(m_socket.isDialRepeated() ? EPF_DBUG : EPF_INFO,
+            "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", m_socket.fd());
+    m_port.closeConnection();
 }
 
-void HubClient::socketClosedByPeer() {
-    eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
-            "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", getFd());
-    closeConnection();
-}
-
-void HubClient::readCompressed() {
+void HubReader::readCompressed() {
     size_t room = 0;
-    const int64_t got = zkvnParser->push(getFd(), &room);
+    const int64_t got = zkvnParser->push(m_socket.fd(), &room);
     const int error = errno;
     // Without room there was no read.
     const bool inputFull = room == 0;
     if (got == 0) {
-        socketClosedByPeer();
+        closedByPeer();
         return;
     }
     if (got < 0 && !isNoError(error)) {
         eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s", lastParserError().c_str());
-        socketClosedByPeer();
+        closedByPeer();
         return;
     }
     pullCompressed(inputFull);
 }
 
-void HubClient::pullCompressed(bool inputFull) {
-    m_messagesLeft = false;
+void HubReader::pullCompressed(bool inputFull) {
+    m_phase = Phase::Open;
     int taken = 0;
-    while (getFd() >= 0) {
-        if (isReady()) {
+    while (m_socket.fd() >= 0) {
+        if (m_port.isReady()) {
             settleStream();
             return;
         }
         if (taken == kMaxMessages) {
-            m_messagesLeft = true;
+            m_phase = Phase::MessagesLeft;
             return;
         }
         KVNAPI::Message message;
@@ -237,24 +221,24 @@ void HubClient::pullCompressed(bool inputFull) {
         if (rc < 0) {
             const std::string text = lastParserError();
             eprintf(EPF_WARN, "HubClient::readableEvent pull error: %s", text.c_str());
-            suspendClient("Error decompressing/parsing response from HUB: " + text);
+            m_port.suspendClient("Error decompressing/parsing response from HUB: " + text);
             return;
         }
         m_handshake.take(message);
     }
     if (inputFull && taken == 0)
-        suspendClient("Error decompressing/parsing response from HUB: Block too large");
+        m_port.suspendClient("Error decompressing/parsing response from HUB: Block too large");
 }
 
 // What came with the last answer of the conversation is dropped, but it has to be inflated: the queue's first
 // read goes on behind it. From here on a fault costs the connection and not the hub.
-void HubClient::settleStream() {
+void HubReader::settleStream() {
     std::vector<char> dropped(kParserBufferSize);
     for (;;) {
         KVNAPI::bufref out(dropped.data(), dropped.size());
         if (zkvnParser->pull(&out) != 0) {
             eprintf(EPF_WARN, "HubClient::readableEvent pull error: %s", lastParserError().c_str());
-            leaveAfterReadFailure();
+            m_port.leaveAfterReadFailure();
             return;
         }
         if (out.len < dropped.size())
@@ -262,18 +246,18 @@ void HubClient::settleStream() {
     }
 }
 
-void HubClient::readFramed() {
-    const int got = framer->push(getFd());
+void HubReader::readFramed() {
+    const int got = framer->push(m_socket.fd());
     if (got < 0) {
         if (isNoError(errno))
             return;
         eprintf(EPF_WARN, "KVNAPI::Framer error: rc=%d", errno);
     }
     if (got <= 0) {
-        socketClosedByPeer();
+        closedByPeer();
         return;
     }
-    while (getFd() >= 0) {
+    while (m_socket.fd() >= 0) {
         KVNAPI::bufref frame;
         const int rc = framer->pull(&frame);
         if (rc > 0)
@@ -281,24 +265,24 @@ void HubClient::readFramed() {
         if (rc < 0) {
             const std::string text = lastParserError();
             eprintf(EPF_WARN, "KVNAPI::Framer error: %s", text.c_str());
-            suspendClient("Error framing response from HUB: " + text);
+            m_port.suspendClient("Error framing response from HUB: " + text);
             return;
         }
-        process_kvn_buffer(frame);
-        if (isReady()) {
+        takeFrame(frame);
+        if (m_port.isReady()) {
             handOverUnconsumed();
             return;
         }
     }
 }
 
-void HubClient::process_kvn_buffer(KVNAPI::bufref frame) {
+void HubReader::takeFrame(KVNAPI::bufref frame) {
     if (kvnParser == nullptr) {
         eprintf(EPF_WARN, "HubClient::process_kvn_buffer- no parser_");
         return;
     }
     kvnParser->push(frame);
-    while (getFd() >= 0) {
+    while (m_socket.fd() >= 0) {
         KVNAPI::Message message;
         const int rc = kvnParser->pull(&message);
         if (rc > 0)
@@ -309,19 +293,19 @@ void HubClient::process_kvn_buffer(KVNAPI::bufref frame) {
         }
         const std::string text = lastParserError();
         eprintf(EPF_WARN, "HubClient::process_kvn_buffer pull error: %s", text.c_str());
-        if (isReady())
-            m_responseQueue->printStats(false, false, 0.0);
-        suspendClient("Error parsing response from HUB: " + text);
+        if (m_port.isReady())
+            m_responseQueue.printStats(false, false, 0.0);
+        m_port.suspendClient("Error parsing response from HUB: " + text);
     }
 }
 
 // Bytes that came with the last answer of the conversation are the first of the stream.
-void HubClient::handOverUnconsumed() {
+void HubReader::handOverUnconsumed() {
     std::vector<char> rest(kParserBufferSize);
     const int count = framer->moveRemaining(KVNAPI::bufref(rest.data(), rest.size()));
     framer->reset();
-    if (count > 0 && m_responseQueue->takeOver(KVNAPI::bufref(rest.data(), static_cast<size_t>(count))))
-        leaveAfterReadFailure();
+    if (count > 0 && m_responseQueue.takeOver(KVNAPI::bufref(rest.data(), static_cast<size_t>(count))))
+        m_port.leaveAfterReadFailure();
 }
 
 } // namespace tivra_internal
