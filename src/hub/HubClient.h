@@ -103,8 +103,7 @@ public:
     bool closeIfOutOfStep() override;
 
     void readableEvent(double curtime) override;
-    void writableEvent(double curtime) override { writeableEvent(curtime); }
-    virtual void writeableEvent(double) { (void)m_reader.prepare(); }
+    void writableEvent(double) override { (void)m_reader.prepare(); }
 
     // --- standing; @thread any ---
     [[nodiscard]] bool isReady() const override TP_EXCLUDES(m_ready_mutex);
@@ -125,7 +124,6 @@ public:
     [[nodiscard]] uint16_t getHubPort() const { return m_address.port(); }
     [[nodiscard]] std::string getHubIpAddr() const { return m_address.own(); }
     [[nodiscard]] int getHubMajorVersion() const { return m_handshake.hubVersion().major; }
-    [[nodiscard]] int getHubMinorVersion() const { return m_handshake.hubVersion().minor; }
     [[nodiscard]] bool isDummy() const override { return m_options.isDummy; }
     [[nodiscard]] bool getInitialHubDisconnected() const {
         return m_initialHubDisconnected.load(std::memory_order_relaxed);
@@ -155,10 +153,6 @@ public:
     void startAnew();
     [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_options.host; }
     [[nodiscard]] bool isWatchlistInUse() const { return m_options.watchlistInUse; }
-    [[nodiscard]] bool isAgg() const { return m_handshake.hubKind() == HubKind::Aggregating; }
-    [[nodiscard]] bool isSingleInstanceHUB() const {
-        return m_handshake.hubKind() == HubKind::SingleInstance;
-    }
 
     // --- the first hub's wait for its siblings; @thread any ---
     [[nodiscard]] bool waitsForBoxPerms() const { return m_handshake.waitsForSiblings(); }
