@@ -28,9 +28,9 @@ namespace tivra_internal {
 
 namespace {
 
-/// Room for the longest frame that the conversation takes.
+/// Space for the longest frame that the handshake takes.
 constexpr int kParserBufferSize = KVNAPI::KVN_MAX_BODY;
-/// The most messages of a compressed conversation that are taken at one go: a few bytes can hold very many,
+/// The most messages of a compressed handshake that are taken at one go: a few bytes can hold very many,
 /// and the thread serves other hubs too.
 constexpr int kMaxMessages = 10'000;
 
@@ -167,7 +167,7 @@ void HubReader::retryHeldReads(double curtime) {
         pollfd watched{m_socket.fd(), POLLIN, 0};
         // What is left of a connection that has ended is not waited for: the supervisor closes it.
         if (::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) == 0) {
-            m_heartbeat.setSeen(true); // silence can't be told while bytes are left where they are
+            m_heartbeat.setSeen(true); // silence means nothing while bytes are left where they are
             readIntoQueue(curtime);
         }
     }
@@ -184,11 +184,11 @@ void HubReader::closedByPeer() {
 }
 
 void HubReader::readCompressed() {
-    size_t room = 0;
-    const int64_t got = zkvnParser->push(m_socket.fd(), &room);
+    size_t space = 0;
+    const int64_t got = zkvnParser->push(m_socket.fd(), &space);
     const int error = errno;
-    // Without room there was no read.
-    const bool inputFull = room == 0;
+    // Without space there was no read.
+    const bool inputFull = space == 0;
     if (got == 0) {
         closedByPeer();
         return;
@@ -230,7 +230,7 @@ void HubReader::pullCompressed(bool inputFull) {
         m_port.suspendClient("Error decompressing/parsing response from HUB: Block too large");
 }
 
-// What came with the last answer of the conversation is dropped, but it has to be inflated: the queue's first
+// What came with the last answer of the handshake is dropped, but it has to be inflated: the queue's first
 // read goes on behind it. From here on a fault costs the connection and not the hub.
 void HubReader::settleStream() {
     std::vector<char> dropped(kParserBufferSize);
@@ -299,7 +299,7 @@ void HubReader::takeFrame(KVNAPI::bufref frame) {
     }
 }
 
-// Bytes that came with the last answer of the conversation are the first of the stream.
+// Bytes that came with the last answer of the handshake are the first of the stream.
 void HubReader::handOverUnconsumed() {
     std::vector<char> rest(kParserBufferSize);
     const int count = framer->moveRemaining(KVNAPI::bufref(rest.data(), rest.size()));

@@ -28,8 +28,8 @@ constexpr int kMillisecondsPerSecond = 1000;
 
 /// The outage of a manager is logged once: beyond so many look-ups without success each is one like the
 /// others.
-auto levelOf(long lookups, long told) {
-    return lookups > told ? EPF_DBUG : EPF_INFO;
+auto levelOf(long lookups, long logged) {
+    return lookups > logged ? EPF_DBUG : EPF_INFO;
 }
 
 LnkApplicationVersion applicationVersion() {

@@ -16,7 +16,7 @@ class ReadWaker;
 /// The place of one hub client in the reactor that serves it. @thread hub, but for what says otherwise.
 class ReactorRegistration {
 public:
-    /// `event` is told of the socket, `waker` of space in a full queue; both are borrowed.
+    /// `event` hears of the socket, `waker` of space in a full queue; both are borrowed.
     ReactorRegistration(tp::EventBase& event, ReadWaker& waker) : m_event(event), m_readWaker(waker) {}
     ReactorRegistration(const ReactorRegistration&) = delete;
     ReactorRegistration& operator=(const ReactorRegistration&) = delete;

@@ -49,7 +49,7 @@ public:
         answers[word] = std::move(bodies);
         return answers;
     }
-    /// The command words of requests, with what tells repeated ones apart.
+    /// The command words of requests, with what distinguishes repeated ones.
     static std::vector<std::string> wordsOf(const std::vector<std::string>& requests) {
         std::vector<std::string> words;
         for (const std::string& text : requests)

@@ -15,7 +15,7 @@ namespace tivra_internal {
 
 class HandshakeContext;
 
-/// The login: what the hub is told of user and program, and when a hub that has refused it may be dialled
+/// The login: what the hub learns about user and program, and when a hub that has refused it may be dialled
 /// again.
 class LoginStep {
 public:
