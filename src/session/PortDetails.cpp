@@ -36,10 +36,7 @@ std::string wireForm(std::string pattern) {
 
 void SessionImpl::enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) {
     const int64_t tag = request->getTag();
-    {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        m_responses.reqRespMap[tag] = ResponseBook::makeEntry(*request, {nonHubClient.get()}, false, 0);
-    }
+    m_responses.expect(*request, {nonHubClient.get()}, false);
     if (watchlistInUse()) {
         watchlist.setExpectedResponses(tag, 1);
         if (nonHubClient)

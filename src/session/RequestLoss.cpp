@@ -50,8 +50,7 @@ bool SessionImpl::takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest
 void SessionImpl::abandonResponses(bool isStop) {
     m_lost.clear();
     if (isStop || !settings().isEndingLostRequests()) {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        m_responses.reqRespMap.clear();
+        m_responses.clear();
         return;
     }
     std::vector<int64_t> lost;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include <tp/Clock.h>
@@ -342,24 +343,15 @@ bool SessionImpl::sendToHub(std::unique_ptr<RequestInternal>& request, HubClient
         return false;
     }
     const int64_t tag = request->getTag();
-    bool isNew = false;
-    {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        if (m_responses.reqRespMap.count(tag) == 0) {
-            m_responses.reqRespMap.emplace(tag, ResponseBook::makeEntry(*request, {hub}, false, src));
-            isNew = true;
-        }
-    }
+    const bool isNew = m_responses.expectNew(*request, hub, src);
     if (isNew && watchlistInUse())
         watchlist.setExpectedResponses(tag, 1);
     eprintf(EPF_DBUG, "Pushing request with tag=%lld for HUB %s", printable(tag), hub->getHubAddr().c_str());
     if (reactor->pushRequest(request, force))
         return true;
-    if (isNew) {
-        // Another hub may serve the source by the time of the next attempt.
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        m_responses.reqRespMap.erase(tag);
-    }
+    // Another hub may serve the source by the time of the next attempt.
+    if (isNew)
+        m_responses.forget(tag);
     return false;
 }
 
@@ -420,11 +412,8 @@ bool SessionImpl::sendCopies(std::unique_ptr<RequestInternal>& request, const st
     if (std::none_of(hubs.begin(), hubs.end(), isServed))
         return false;
     const int64_t tag = request->getTag();
-    {
-        // The number stands before the first push: an answer may come while the others are still being fed.
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        m_responses.reqRespMap[tag] = ResponseBook::makeEntry(*request, hubs, isNews, 0);
-    }
+    // The number stands before the first push: an answer may come while the others are still being fed.
+    m_responses.expect(*request, hubs, isNews);
     if (watchlistInUse())
         watchlist.setExpectedResponses(tag, hubs.size());
     std::vector<std::unique_ptr<RequestInternal>> refused;
@@ -479,16 +468,7 @@ void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubC
             m_lost.add(nullptr, {tag});
         return;
     }
-    int grantedSource = 0;
-    {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        const auto found = m_responses.reqRespMap.find(tag);
-        if (found != m_responses.reqRespMap.end()) {
-            grantedSource = found->second.src;
-            m_responses.reqRespMap.erase(found);
-        }
-    }
-    if (grantedSource != 0) {
+    if (const int32_t grantedSource = m_responses.takeBack(tag)) {
         // The library's own question takes no part in routing: its answer must not reach the application.
         sendPortQuestion(request, grantedSource);
         return;
@@ -497,31 +477,12 @@ void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubC
     requestQueue.push_back(std::move(request));
 }
 
-/// A listed request is written again: its hub's answer is expected again.
-void SessionImpl::noteReplay(const RequestInternal& request, HubClient* client) {
-    tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-    const auto [entry, isNew] = m_responses.reqRespMap.try_emplace(request.getTag());
-    if (isNew) {
-        entry->second = ResponseBook::makeEntry(request, {client}, false, 0);
-        entry->second.isRepeated = true;
-        return;
-    }
-    if (!entry->second.isWaitingFor(client)) {
-        entry->second.waitFor(client);
-        ++entry->second.outstandingResponses;
-    }
-}
-
 bool SessionImpl::isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) {
-    command = tivra::SUBSCRIBE;
-    {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        const auto found = m_responses.reqRespMap.find(tag);
-        if (found != m_responses.reqRespMap.end()) {
-            command = found->second.command;
-            return tivra_internal::isQueryCommand(command);
-        }
+    if (const std::optional<tivra::Commands> known = m_responses.commandOf(tag)) {
+        command = *known;
+        return tivra_internal::isQueryCommand(command);
     }
+    command = tivra::SUBSCRIBE;
     if (tag == LOGIN || !watchlistInUse()) {
         eprintf(EPF_WARN, "Internal Error: Request with tag=%lld not found", printable(tag));
         return false;
@@ -532,12 +493,6 @@ bool SessionImpl::isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& c
         return false;
     }
     return tivra_internal::isQueryCommand(command);
-}
-
-std::shared_ptr<const std::vector<AltIndexInfo>> SessionImpl::getAlternateIndexForSubscription(int64_t tag) {
-    tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-    const auto found = m_responses.reqRespMap.find(tag);
-    return found == m_responses.reqRespMap.end() ? nullptr : found->second.altIndex;
 }
 
 } // namespace tivra_internal

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <request/Commands.h>
@@ -52,10 +53,40 @@ struct reqResp {
     [[nodiscard]] std::vector<AwaitedAnswer>::const_iterator find(const HubClient* hub) const;
 };
 
+/// What one hub's answer means for the request that it belongs to.
+struct CountedAnswer {
+    bool isAwaited = false; ///< false: the hub has answered already, or was not asked; the rest means nothing
+    bool isLast = false;    ///< no other answer is to come
+    tivra::Commands command = tivra::SUBSCRIBE;
+    int32_t src = 0; ///< see `reqResp`
+    MergeDecision decision;
+};
+
 /// The requests in flight by tag. Written by routing, emptied by the merging of responses. @thread any
-struct ResponseBook {
-    tp::Mutex m_reqRespMap_mutex{kLockReqRespMap};
-    std::map<int64_t, reqResp> reqRespMap TP_GUARDED_BY(m_reqRespMap_mutex);
+class ResponseBook {
+public:
+    // A request goes out.
+    /// All `hubs` are asked. What the book has said of the tag before is replaced.
+    void expect(const RequestInternal& request, const std::vector<HubClient*>& hubs, bool isNews)
+        TP_EXCLUDES(m_reqRespMap_mutex);
+    /// One hub is asked; `src` is that of the library's own question, else 0. False when the tag is known,
+    /// as that of a copy to one of several hubs is: nothing is changed then.
+    [[nodiscard]] bool expectNew(const RequestInternal& request, HubClient* hub, int32_t src)
+        TP_EXCLUDES(m_reqRespMap_mutex);
+    /// A listed request is written again: its hub's answer is expected again.
+    void expectAgain(const RequestInternal& request, HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
+    /// Nobody will be asked, for now: the entry goes. The source of the library's own question, else 0.
+    [[nodiscard]] int32_t takeBack(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
+
+    // What is known of a tag; empty when it is not in flight.
+    [[nodiscard]] std::optional<tivra::Commands> commandOf(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
+    [[nodiscard]] std::shared_ptr<const std::vector<AltIndexInfo>> altIndexOf(int64_t tag)
+        TP_EXCLUDES(m_reqRespMap_mutex);
+
+    /// A hub has answered with a status, in a message of so many pairs. The last answer ends the entry. Empty
+    /// when the tag is not in flight.
+    [[nodiscard]] std::optional<CountedAnswer> answer(int64_t tag, const HubClient* from, int64_t status,
+                                                      int pairCount) TP_EXCLUDES(m_reqRespMap_mutex);
 
     /// The request is out: its answer would be lost with the connection. @thread hub
     void noteWritten(int64_t tag, HubClient* hub) TP_EXCLUDES(m_reqRespMap_mutex);
@@ -86,10 +117,13 @@ struct ResponseBook {
     void forget(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
     /// All answers to come are lost, as one. False when nobody waits for that: the entry is gone.
     [[nodiscard]] bool loseAll(int64_t tag) TP_EXCLUDES(m_reqRespMap_mutex);
+    void clear() TP_EXCLUDES(m_reqRespMap_mutex);
+    /// One line per entry, for whoever looks for a request that was in flight.
+    void logEntries() TP_EXCLUDES(m_reqRespMap_mutex);
 
-    /// A new entry for a request that goes to `hubs`.
-    [[nodiscard]] static reqResp makeEntry(const RequestInternal& request,
-                                           const std::vector<HubClient*>& hubs, bool isNews, int src);
+private:
+    tp::Mutex m_reqRespMap_mutex{kLockReqRespMap};
+    std::map<int64_t, reqResp> reqRespMap TP_GUARDED_BY(m_reqRespMap_mutex);
 };
 
 } // namespace tivra_internal

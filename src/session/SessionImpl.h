@@ -140,7 +140,9 @@ public:
     void addSplitSymbol(int src, const std::string& pattern, HubClient* client) override;
     [[nodiscard]] Watchlist& getWatchlist() override { return watchlist; }
     [[nodiscard]] RequestSender& getRequestSender() override { return *this; }
-    void noteReplay(const RequestInternal& request, HubClient* client) override;
+    void noteReplay(const RequestInternal& request, HubClient* client) override {
+        m_responses.expectAgain(request, client);
+    }
     void noteWritten(int64_t tag, HubClient* client) override { m_responses.noteWritten(tag, client); }
     void loseRequest(int64_t tag, HubClient* client) override;
     void endOutstanding(HubClient* client) override;
@@ -154,7 +156,9 @@ public:
     }
     [[nodiscard]] bool isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) override;
     [[nodiscard]] std::shared_ptr<const std::vector<AltIndexInfo>>
-    getAlternateIndexForSubscription(int64_t tag) override;
+    getAlternateIndexForSubscription(int64_t tag) override {
+        return m_responses.altIndexOf(tag);
+    }
     [[nodiscard]] bool suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::Token* statusTok,
                                         KVNAPI::TVPair* rcPair, MetaTokenMap* dictionary,
                                         HubClient* from) override;

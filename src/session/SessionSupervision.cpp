@@ -200,14 +200,7 @@ void SessionImpl::reset() {
     state = tivra::Session::TIVRA_SESSION_UNAVAILABLE;
     failoverEnabled = false;
     shutdownInProgress = stopRequested.load();
-    {
-        tp::MutexLock lock(m_responses.m_reqRespMap_mutex);
-        eprintf(EPF_DBUG, "Prior to clear, reqRespMap has %zu entries", m_responses.reqRespMap.size());
-        for (const auto& [tag, entry] : m_responses.reqRespMap)
-            eprintf(EPF_DBUG, "tag=%lld; respSent=%d; respOut=%lu; cmd=%d", static_cast<long long>(tag),
-                    entry.responseSent ? 1 : 0, static_cast<unsigned long>(entry.outstandingResponses),
-                    static_cast<int>(entry.command));
-    }
+    m_responses.logEntries();
     abandonResponses(isStop);
     m_dictionaries.reset();
     isHubQueueFull = false;
