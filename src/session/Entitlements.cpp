@@ -26,10 +26,7 @@ void SessionImpl::addNewEntitlement(int src, HubClient* hub) {
     }
     if (src < 1 || src > kMaxSource || !m_entitled.add(src, hub))
         return;
-    {
-        tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
-        m_hubStatus.hubSrcLstMap[hub].insert(src);
-    }
+    m_hubStatus.addSource(hub, src);
     m_routes.assign(src, hub);
     insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED, "", src, 0);
     eprintf(EPF_DBUG, "Entitlement for src %d added to HUB(%s)", src, hub->getHubAddr().c_str());
@@ -64,10 +61,7 @@ void SessionImpl::deleteEntitlement(int src, HubClient* hub) {
         return;
     // The route stays: a request for the withdrawn source still gets that hub's answer.
     const bool wasEntitled = m_entitled.remove(src);
-    {
-        tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
-        m_hubStatus.hubSrcLstMap[hub].erase(src);
-    }
+    m_hubStatus.removeSource(hub, src);
     if (wasEntitled)
         insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_SOURCE_REMOVED, "", src, 0);
     else

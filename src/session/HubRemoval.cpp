@@ -14,43 +14,32 @@
 namespace tivra_internal {
 
 void SessionImpl::dropFirstHubLater(HubClient* client) {
-    m_dropped.m_disconnectInitialHUB = true;
-    tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
-    m_dropped.disconnectHubClientLst.push_back(client);
+    m_dropped.add(client);
 }
 
 /// All hubs are up: the master thread is told of the first hubs that may go.
 void SessionImpl::markDroppedHubs() {
-    if (!m_managers.m_isCMconnection || !m_dropped.m_disconnectInitialHUB.exchange(false))
+    if (!m_managers.m_isCMconnection)
         return;
-    tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
-    for (HubClient* client : m_dropped.disconnectHubClientLst) {
-        client->setInitialHubDisconnected(true);
+    m_dropped.markNew([this](HubClient& client) {
+        client.setInitialHubDisconnected(true);
         // Before the first request is routed: what is sent to a hub that goes would be lost with it.
-        forgetRoutes(*client);
+        forgetRoutes(client);
         eprintf(EPF_INFO, "initialHubDisconnected is set to true for hub %s  and added to newQRHQueue",
-                client->getHubAddr().c_str());
+                client.getHubAddr().c_str());
         tp::MutexLock queue(newQRHQueue_mutex);
-        newQRHQueue.push_back(client);
-    }
+        newQRHQueue.push_back(&client);
+    });
 }
 
 /// Lets go one listed first hub of this reactor; the next one follows on the next tick.
 void SessionImpl::dropOneFirstHub(const HubEventReactor& reactor) {
-    if (!m_managers.m_isCMconnection || !m_dropped.m_notifyInitHUBdisconenct)
+    if (!m_managers.m_isCMconnection)
         return;
-    tp::MutexLock lock(m_dropped.disconnectHubClientLst_mutex);
-    std::vector<HubClient*>& listed = m_dropped.disconnectHubClientLst;
-    const auto found = std::find_if(listed.begin(), listed.end(), [&reactor](const HubClient* client) {
-        return client->getReactor() == &reactor && client->getInitialHubDisconnected();
-    });
-    if (found != listed.end()) {
-        HubClient* const client = *found;
-        disconnectInitilaHUB(*client);
-        listed.erase(found);
-    }
-    if (listed.empty())
-        m_dropped.m_notifyInitHUBdisconenct = false;
+    const auto isMine = [&reactor](const HubClient& client) {
+        return client.getReactor() == &reactor && client.getInitialHubDisconnected();
+    };
+    m_dropped.letOneGo(isMine, [this](HubClient& client) { disconnectInitilaHUB(client); });
 }
 
 void SessionImpl::disconnectInitilaHUB(HubClient& client) {
@@ -82,10 +71,7 @@ void SessionImpl::forgetHub(HubClient& client) {
     forgetRoutes(client);
     if (QueueReadHandler* const handler = client.readQueueHandler())
         handler->endJitConflation();
-    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
-    m_hubStatus.hubSrcLstMap.erase(&client);
-    m_hubStatus.hubStatusMap.erase(&client);
-    m_hubStatus.m_hubDownLst.erase(&client);
+    m_hubStatus.forget(&client);
 }
 
 void SessionImpl::takeBackRequestsOf(HubClient& client, HubEventReactor* reactor) {

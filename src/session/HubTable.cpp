@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <tp/eprintf.h>
+
 #include "hub/HubClient.h"
 
 namespace tivra_internal {
@@ -31,6 +33,19 @@ std::vector<HubClient*> HubTable::copy() const {
     for (const auto& [index, client] : hubClientsMap)
         clients.push_back(client.get());
     return clients;
+}
+
+HubClient* HubTable::insert(std::size_t index, const std::string& label,
+                            const std::function<std::unique_ptr<HubClient>()>& make) {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    if (hubClientsMap.count(index) != 0)
+        return nullptr;
+    if (hubClientsMap.size() >= kMaxHubs) {
+        eprintf(EPF_WARN, "A session can have no more than %zu HUBs; %s is left out", kMaxHubs,
+                label.c_str());
+        return nullptr;
+    }
+    return hubClientsMap.emplace(index, make()).first->second.get();
 }
 
 void HubTable::retire(std::size_t index) {

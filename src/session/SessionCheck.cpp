@@ -75,12 +75,12 @@ void SessionImpl::decideState() {
     }
 }
 
-/// Where the hubs' standing changes too this is done under its mutex, so that the master thread's events for
-/// single sources come behind.
-void SessionImpl::raiseStateEvent() {
+/// The event of the state that this check has come to, if that is another one.
+HubSourceStatus::StateEvent SessionImpl::stateChange() const {
     const Session::States now = state;
-    if (now != lastState)
-        insertSessionEvent(static_cast<SessionEvent::Types>(now), "", 0, 0);
+    if (now == lastState)
+        return std::nullopt;
+    return static_cast<SessionEvent::Types>(now);
 }
 
 HubCounts SessionImpl::countHubs() {
@@ -139,7 +139,8 @@ void SessionImpl::sessionDown(const HubCounts& counts) {
     // The one hub that is missing may be the first hub, which waits for nobody any more.
     if (counts.notReady == 1)
         continueFirstHub();
-    raiseStateEvent();
+    if (const HubSourceStatus::StateEvent change = stateChange())
+        m_events.pushState(*change);
 }
 
 /// The newest first hub holds back until all others have their box permissions: lets it go on. False when it
@@ -171,18 +172,7 @@ void SessionImpl::sessionPartial(const HubCounts& counts) {
     state = Session::TIVRA_SESSION_RECOVERY;
     eprintf(EPF_DBUG, "SESSION_RECOVERY: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
             counts.notReady, pending);
-    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
-    raiseStateEvent();
-    for (HubClient* client : m_hubStatus.m_hubDownLst) {
-        HubStatus& status = m_hubStatus.hubStatusMap[client];
-        if (status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY ||
-            status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES)
-            continue;
-        status.prevStatus = status.currStatus;
-        status.currStatus = SessionEvent::TIVRA_SESSION_RECOVERY;
-        eprintf(EPF_DBUG, "SESSION_RECOVERY: hubStatusMap updated for HUB [%s] ",
-                client->getHubAddr().c_str());
-    }
+    m_hubStatus.noteRecovery(stateChange());
 }
 
 void SessionImpl::allReady(const HubCounts& counts) {
@@ -202,7 +192,8 @@ void SessionImpl::allReady(const HubCounts& counts) {
     else if (!m_latch.settle(StartLatch::Outcome::Established, std::string(), establish))
         return; // the start has been given up or stopped meanwhile
     if (lastState != Session::TIVRA_SESSION_ESTABLISHED)
-        announceSources(counts);
+        m_hubStatus.noteEstablished(m_hubs.copy(), m_entitled,
+                                    lastState == Session::TIVRA_SESSION_UNAVAILABLE, counts, stateChange());
 }
 
 void SessionImpl::stepToNextFirstHub(const HubCounts& counts) {
@@ -226,39 +217,15 @@ void SessionImpl::stepToNextFirstHub(const HubCounts& counts) {
             primaryIP2PortLst.size(), primaryIP2PortLst.size() - 1);
 }
 
-void SessionImpl::announceSources(const HubCounts& counts) {
-    const bool isNew = lastState == Session::TIVRA_SESSION_UNAVAILABLE;
-    const std::vector<HubClient*> clients = m_hubs.copy();
-    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
-    for (HubClient* client : clients) {
-        m_hubStatus.hubSrcLstMap[client];
-        HubStatus& status = m_hubStatus.hubStatusMap[client];
-        if (isNew)
-            status = {SessionEvent::TIVRA_SESSION_UNAVAILABLE, SessionEvent::TIVRA_SESSION_ESTABLISHED};
-        if (m_hubStatus.m_hubDownLst.erase(client) != 0) {
-            status.prevStatus = status.currStatus;
-            status.currStatus = SessionEvent::TIVRA_SESSION_ESTABLISHED;
-        }
-    }
-    for (const auto& [source, client] : m_entitled.copy()) {
-        m_hubStatus.hubSrcLstMap[client].insert(source);
-        if (isNew)
-            insertSessionEvent(SessionEvent::TIVRA_SESSION_AVAILABLE_ALLSOURCES, "", source, 0);
-    }
-    eprintf(EPF_DBUG, "SESSION_ESTABLISHED: # HUBs ready=%d; notReady=%d, hubSrcLstMap.size = %zu",
-            counts.ready, counts.notReady, m_hubStatus.hubSrcLstMap.size());
-    raiseStateEvent();
-}
-
 /// One start and one stop event cover all queues together.
 void SessionImpl::reportJitConflation() {
     const int conflating = m_jitCount;
     if (conflating > 0 && !m_isJitConflating) {
         m_isJitConflating = true;
-        insertSessionEvent(SessionEvent::TIVRA_SESSION_JIT_START_CONFLATING, "", 0, 0);
+        m_events.pushState(SessionEvent::TIVRA_SESSION_JIT_START_CONFLATING);
     } else if (conflating <= 0 && m_isJitConflating) {
         m_isJitConflating = false;
-        insertSessionEvent(SessionEvent::TIVRA_SESSION_JIT_STOP_CONFLATING, "", 0, 0);
+        m_events.pushState(SessionEvent::TIVRA_SESSION_JIT_STOP_CONFLATING);
     }
 }
 

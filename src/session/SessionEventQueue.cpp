@@ -6,6 +6,8 @@
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
+#include "session/SessionEventImpl.h"
+
 namespace tivra_internal {
 namespace {
 
@@ -27,9 +29,12 @@ bool SessionEventQueue::mayDrop(tivra::SessionEvent::Types type) const {
     return eventQueue.size() >= kMaxQueuedEvents;
 }
 
-void SessionEventQueue::push(SessionEventPtr event) {
+void SessionEventQueue::push(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
+                             int queueDepth) {
+    SessionEventPtr event = HandleAccess::make<tivra::SessionEvent>(
+        std::make_unique<SessionEventImpl>(type, m_session, dicVersion, sourceID, queueDepth));
     tp::MutexLock lock(m_session_event_mutex);
-    if (!mayDrop(event->getType())) {
+    if (!mayDrop(type)) {
         eventQueue.push_back(std::move(event));
         return;
     }

@@ -17,9 +17,13 @@ using SessionEventPtr = HandlePtr<tivra::SessionEvent>;
 /// Events between the thread that raises them and the first user thread, which delivers them.
 class SessionEventQueue {
 public:
+    explicit SessionEventQueue(tivra::Session& session) : m_session(session) {}
+
     /// @thread any. A flood of source events from a hub is cut off; events of the session's state are always
     /// kept.
-    void push(SessionEventPtr event);
+    void push(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID, int queueDepth);
+    void pushSource(tivra::SessionEvent::Types type, int source) { push(type, std::string(), source, 0); }
+    void pushState(tivra::SessionEvent::Types type) { push(type, std::string(), 0, 0); }
     /// The oldest event, null when there is none. @thread first user thread
     [[nodiscard]] SessionEventPtr pop();
     void clear();
@@ -27,6 +31,7 @@ public:
 private:
     [[nodiscard]] bool mayDrop(tivra::SessionEvent::Types type) const TP_REQUIRES(m_session_event_mutex);
 
+    tivra::Session& m_session; ///< that the events name; borrowed
     tp::Mutex m_session_event_mutex{kLockSessionEvent};
     std::deque<SessionEventPtr> eventQueue TP_GUARDED_BY(m_session_event_mutex);
     double m_lastDropWarning TP_GUARDED_BY(m_session_event_mutex) = -1.0;

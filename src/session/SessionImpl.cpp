@@ -12,7 +12,6 @@
 #include "hub/HubClient.h"
 #include "receive/LibraryTags.h"
 #include "request/RequestInternal.h"
-#include "session/SessionEventImpl.h"
 
 namespace tivra_internal {
 namespace {
@@ -36,7 +35,9 @@ SessionImpl::SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& hand
     , m_user(HandleAccess::impl(user))
     , sessionHandler(&handler)
     , session(publicSession)
-    , isValid(valid) {
+    , isValid(valid)
+    , m_events(publicSession)
+    , m_hubStatus(m_events) {
     // A write to a hub that has closed must fail with an error instead of ending the process.
     std::signal(SIGPIPE, SIG_IGN);
 }
@@ -137,8 +138,7 @@ void SessionImpl::enterReadyHub(HubClient* client) {
 
 void SessionImpl::insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion,
                                      int sourceID, int queueDepth) {
-    m_events.push(HandleAccess::make<tivra::SessionEvent>(
-        std::make_unique<SessionEventImpl>(type, session, dicVersion, sourceID, queueDepth)));
+    m_events.push(type, dicVersion, sourceID, queueDepth);
 }
 
 void SessionImpl::addBoxSource(int src, HubClient* client) {

@@ -221,14 +221,11 @@ private:
     void startApiMasterThread();
     void changeOver();
     void serveNewHub();
-    void raiseSourceEvents();
-    void raiseSourceEventsOf(HubClient* client, tivra::SessionEvent::Types type)
-        TP_REQUIRES(m_hubStatus.m_hubSourceStatus_mutex);
 
     // SessionCheck.cpp
     void deliverLastEvents();
     void decideState();
-    void raiseStateEvent();
+    [[nodiscard]] HubSourceStatus::StateEvent stateChange() const;
     [[nodiscard]] HubCounts countHubs();
     [[nodiscard]] int countPending();
     void sessionDown(const HubCounts& counts);
@@ -236,7 +233,6 @@ private:
     void sessionPartial(const HubCounts& counts);
     void allReady(const HubCounts& counts);
     void stepToNextFirstHub(const HubCounts& counts);
-    void announceSources(const HubCounts& counts);
     void reportJitConflation();
     /// True when no event is left.
     bool handleEvents(bool untilEmpty);
@@ -259,7 +255,7 @@ private:
     // HubRemoval.cpp
     void markDroppedHubs();
     void dropOneFirstHub(const HubEventReactor& reactor);
-    void disconnectInitilaHUB(HubClient& client) TP_REQUIRES(m_dropped.disconnectHubClientLst_mutex);
+    void disconnectInitilaHUB(HubClient& client);
     void forgetRoutes(HubClient& client);
     void forgetHub(HubClient& client);
     void takeBackRequestsOf(HubClient& client, HubEventReactor* reactor);

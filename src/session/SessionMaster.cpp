@@ -13,8 +13,6 @@
 namespace tivra_internal {
 namespace {
 
-using tivra::SessionEvent;
-
 constexpr useconds_t kMasterPauseMicroseconds = 1000;
 constexpr unsigned kRequestsPerPass = 1000;
 
@@ -42,7 +40,7 @@ void SessionImpl::startApiMasterThread() {
             }
         }
         if (isStarted)
-            raiseSourceEvents();
+            m_hubStatus.raiseSourceEvents();
         connectForEntitlements();
         ::usleep(kMasterPauseMicroseconds);
         tp::Clock::beat();
@@ -74,7 +72,7 @@ void SessionImpl::serveNewHub() {
     HubClient* const client = newQRHQueue.front();
     // A first hub that is to be dropped gets no handler; a hub that came back keeps the one it has.
     if (client->getInitialHubDisconnected()) {
-        m_dropped.m_notifyInitHUBdisconenct = true;
+        m_dropped.noteHandedOver();
     } else if (!client->hasReadHandler()) {
         if (client->getHostConfig() == nullptr) {
             eprintf(EPF_CRIT, "internal error m_hostConfig is NULL for hubClient=%p-- aborting",
@@ -85,41 +83,6 @@ void SessionImpl::serveNewHub() {
     }
     newQRHQueue.pop_front();
     eprintf(EPF_DBUG, "HUB [%s] removed from newQRHQueue\n", client->getHubAddr().c_str());
-}
-
-/// Turns what the session check has found of each hub into events for its sources.
-void SessionImpl::raiseSourceEvents() {
-    tp::MutexLock lock(m_hubStatus.m_hubSourceStatus_mutex);
-    for (auto& [client, status] : m_hubStatus.hubStatusMap) {
-        const SessionEvent::Types before = status.prevStatus;
-        if (status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY &&
-            (before == SessionEvent::TIVRA_SESSION_ESTABLISHED ||
-             before == SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES)) {
-            eprintf(
-                EPF_INFO,
-                "HUB [%s] in TIVRA_SESSION_RECOVERY_SOURCES and send the sources that are not available \n",
-                client->getHubAddr().c_str());
-            status.prevStatus = SessionEvent::TIVRA_SESSION_RECOVERY;
-            status.currStatus = SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES;
-            raiseSourceEventsOf(client, SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES);
-        } else if (status.currStatus == SessionEvent::TIVRA_SESSION_ESTABLISHED &&
-                   (before == SessionEvent::TIVRA_SESSION_RECOVERY ||
-                    before == SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES)) {
-            eprintf(EPF_INFO,
-                    "HUB [%s] in TIVRA_SESSION_AVAILABLE_SOURCES and send the sources available  when HUB is "
-                    "back "
-                    "up again\n",
-                    client->getHubAddr().c_str());
-            status.prevStatus = SessionEvent::TIVRA_SESSION_ESTABLISHED;
-            status.currStatus = SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES;
-            raiseSourceEventsOf(client, SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES);
-        }
-    }
-}
-
-void SessionImpl::raiseSourceEventsOf(HubClient* client, SessionEvent::Types type) {
-    for (const int source : m_hubStatus.hubSrcLstMap[client])
-        insertSessionEvent(type, "", source, 0);
 }
 
 } // namespace tivra_internal

@@ -149,32 +149,24 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
     const std::string addr = host.getAddr();
     const std::string label = HostTable::hostInfoOf(addr, host.getPort()).substr(0, kMaxLabel);
 
-    tp::MutexLock lock(m_hubs.m_hubClientsMap_mutex);
-    if (m_hubs.hubClientsMap.count(host.getIndex()) != 0)
-        return nullptr;
-    if (m_hubs.hubClientsMap.size() >= HubTable::kMaxHubs) {
-        eprintf(EPF_WARN, "A session can have no more than %zu HUBs; %s is left out", HubTable::kMaxHubs,
-                label.c_str());
-        return nullptr;
-    }
-    HubClientOptions options;
-    options.label = label;
-    options.address = addr;
-    options.port = host.getPort();
-    options.index = host.getIndex();
-    options.host = &host;
-    options.connectionTimeout = host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG);
-    options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);
-    options.readTimeout = host.getUsableLong(HostConfig::READ_TIMEOUT_LONG);
-    options.blockingConnectionLimit = host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG);
-    options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
-    options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
-    options.watchlistInUse = settings().isWatchlistOn();
-    auto client = std::make_unique<HubClient>(m_user, *this, options);
-    client->setQueryXRefHUB(role == HubRole::Xref);
-    HubClient* const inserted = client.get();
-    m_hubs.hubClientsMap.emplace(host.getIndex(), std::move(client));
-    return inserted;
+    return m_hubs.insert(host.getIndex(), label, [&] {
+        HubClientOptions options;
+        options.label = label;
+        options.address = addr;
+        options.port = host.getPort();
+        options.index = host.getIndex();
+        options.host = &host;
+        options.connectionTimeout = host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG);
+        options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);
+        options.readTimeout = host.getUsableLong(HostConfig::READ_TIMEOUT_LONG);
+        options.blockingConnectionLimit = host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG);
+        options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
+        options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
+        options.watchlistInUse = settings().isWatchlistOn();
+        auto client = std::make_unique<HubClient>(m_user, *this, options);
+        client->setQueryXRefHUB(role == HubRole::Xref);
+        return client;
+    });
 }
 
 /// Places the client on a hub thread, round-robin in the order of creation. False when there is no thread for

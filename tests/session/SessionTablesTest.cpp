@@ -8,7 +8,6 @@
 #include "session/QueueDepthAlarm.h"
 #include "session/ReactorTables.h"
 #include "session/RetCodeTable.h"
-#include "session/SessionEventImpl.h"
 #include "session/SessionEventQueue.h"
 #include "session/SourceRoutes.h"
 #include "session/SplitTables.h"
@@ -68,20 +67,16 @@ TEST(StartLatch, IsSettledOnceAndKeepsItsReason) {
 TEST(SessionEventQueue, AFloodOfSourceEventsIsCutOffAndTheStateIsKept) {
     using tivra::SessionEvent;
     static char identity;
-    const auto make = [](SessionEvent::Types type, const std::string& version = "") {
-        return HandleAccess::make<SessionEvent>(std::make_unique<SessionEventImpl>(
-            type, reinterpret_cast<tivra::Session&>(identity), version, 100, 0));
-    };
     tp::ManualClock clock;
     LogCapture log;
-    SessionEventQueue queue;
+    SessionEventQueue queue(reinterpret_cast<tivra::Session&>(identity));
     for (int i = 0; i < 100003; ++i)
-        queue.push(make(SessionEvent::TIVRA_SESSION_SOURCE_ADDED));
+        queue.pushSource(SessionEvent::TIVRA_SESSION_SOURCE_ADDED, 100);
     EXPECT_EQ(log.lines().size(), 1U) << "one warning in a second";
     tp::Clock::advance(1.5);
-    queue.push(make(SessionEvent::TIVRA_SESSION_SOURCE_REMOVED));
+    queue.pushSource(SessionEvent::TIVRA_SESSION_SOURCE_REMOVED, 100);
     EXPECT_EQ(log.lines().size(), 2U);
-    queue.push(make(SessionEvent::TIVRA_SESSION_RECOVERY));
+    queue.pushState(SessionEvent::TIVRA_SESSION_RECOVERY);
     int kept = 0;
     SessionEvent::Types last = SessionEvent::TIVRA_SESSION_UNAVAILABLE;
     while (const SessionEventPtr event = queue.pop()) {
@@ -91,8 +86,8 @@ TEST(SessionEventQueue, AFloodOfSourceEventsIsCutOffAndTheStateIsKept) {
     EXPECT_EQ(kept, 100001);
     EXPECT_EQ(last, SessionEvent::TIVRA_SESSION_RECOVERY);
 
-    const SessionEventPtr loaded = make(SessionEvent::TIVRA_DIC_LOADED, std::string(100, 'v'));
-    EXPECT_EQ(sessionEventText(*loaded), "DIC_LOADED (" + std::string(37, 'v')) << "a hub's text is cut";
+    queue.push(SessionEvent::TIVRA_DIC_LOADED, std::string(100, 'v'), 0, 0);
+    EXPECT_EQ(sessionEventText(*queue.pop()), "DIC_LOADED (" + std::string(37, 'v')) << "a hub's text is cut";
 }
 
 TEST(QueueDepthAlarm, HoldsForMoreThanASecond) {
