@@ -1,14 +1,11 @@
 // Hubs that leave a running session: a first hub that was only a door, and cross-reference hubs that failed.
 #include "session/SessionImpl.h"
 
-#include <algorithm>
-
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
 #include "hub/HubEventReactor.h"
 #include "receive/QueueReadHandler.h"
-#include "receive/UserEventReactor.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -49,7 +46,7 @@ void SessionImpl::disconnectInitilaHUB(HubClient& client) {
     client.closeConnection();
     m_hubs.retire(client.getIndex());
     m_reactors.removeHub(&client);
-    closeQueueHandler(client.readQueueHandler());
+    m_reactors.closeQueueHandler(client.readQueueHandler());
     forgetHub(client);
     takeBackRequestsOf(client, reactor);
     eprintf(EPF_INFO, "SessionImpl::disconnectInitilaHUB  exit");
@@ -82,21 +79,6 @@ void SessionImpl::takeBackRequestsOf(HubClient& client, HubEventReactor* reactor
     reactor->forgetClient(&client);
     for (std::unique_ptr<RequestInternal>& request : reactor->takeRequestsOf(&client))
         takeBackRequest(std::move(request), &client);
-}
-
-void SessionImpl::closeQueueHandler(QueueReadHandler* handler) {
-    eprintf(EPF_DBUG, "closeQueueHandler: responseQueueHandler=%p", static_cast<void*>(handler));
-    if (handler == nullptr)
-        return;
-    tp::MutexLock lock(m_reactors.m_reqQ_mutex);
-    UserEventReactor* const reactor = handler->getUserEventReactor();
-    if (reactor == nullptr)
-        return;
-    for (auto& [index, handlers] : m_reactors.eventReactorQueueHandlerList)
-        handlers.erase(std::remove(handlers.begin(), handlers.end(), handler), handlers.end());
-    reactor->unWatchReads(handler);
-    reactor->unRegQueue(handler);
-    reactor->unRegActivity(handler);
 }
 
 /// Takes the cross-reference hubs that failed out of the session.

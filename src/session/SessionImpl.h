@@ -33,7 +33,6 @@
 #include "session/HubTable.h"
 #include "session/LostRequests.h"
 #include "session/QueueDepthAlarm.h"
-#include "session/ReactorTables.h"
 #include "session/ResponseBook.h"
 #include "session/RetCodeTable.h"
 #include "session/RoutingTarget.h"
@@ -44,6 +43,8 @@
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
 #include "session/XrefHubs.h"
+#include "session/threads/ReactorPool.h"
+#include "session/threads/ReactorPoolOwner.h"
 
 namespace tivra {
 class ConnectionConfig;
@@ -73,6 +74,7 @@ class SessionImpl final : public HubSession,
                           public ReadHandlerSession,
                           public RequestSender,
                           public TagSource,
+                          public ReactorPoolOwner,
                           public RetCodeTexts {
 public:
     SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
@@ -176,7 +178,14 @@ public:
                                  int src) override;
     [[nodiscard]] int64_t getNextTag() override { return m_tags.next(); }
 
-    // --- what the timers call ---
+    // --- what the threads ask; see ReactorPoolOwner ---
+    [[nodiscard]] ThreadLimits threadLimits() override;
+    void startHubEventReactor(HubEventReactor& reactor) override;
+    void startUserEventReactor(UserEventReactor& reactor, bool isFirst) override;
+    void noteThreadRefused(const char* text, bool isOnlyOne) override;
+
+private:
+    // What the threads do at their ticks.
     void check_hub_clients(double now, HubEventReactor& reactor);         ///< @thread hub
     void calc_hub_stats(double curtime, HubEventReactor& reactor);        ///< @thread hub
     void calc_hub_queue_full_stats(double now, HubEventReactor& reactor); ///< @thread hub
@@ -184,9 +193,8 @@ public:
     void check_session_events();                                          ///< @thread first user
     void check_user_events();                                             ///< @thread first user
     void check_statistics_events(double curtime);                         ///< @thread first user
-    void check_queueDepth_events(double curtime);                         ///< @thread first user
+    void check_queueDepth_events();                                       ///< @thread first user
 
-private:
     // SessionStart.cpp
     [[nodiscard]] bool startLocked(std::string& failReason) TP_REQUIRES(m_start_mutex);
     [[nodiscard]] bool refuseStart(std::string& failReason, const char* reason);
@@ -202,19 +210,10 @@ private:
     void createDummyClient();
     [[nodiscard]] bool areThreadsMissing() const;
     void retryWorkerThreads();
-    void noteThreadRefused(const char* text, bool isOnlyOne);
     enum class HubRole { Plain, First, Xref };
     HubClient* createHubClient(HostConfigImpl& host, HubRole role);
     HubClient* insertHubClient(HostConfigImpl& host, HubRole role);
     [[nodiscard]] HostConfigImpl& addHost(const std::string& hostInfo, const HostConfigImpl& like);
-    bool registerHub(HubClient* client) TP_REQUIRES(m_reactors.m_registerHub_mutex);
-    [[nodiscard]] bool createHubReactor(int index, HubClient* client)
-        TP_REQUIRES(m_reactors.m_registerHub_mutex);
-    void registerQueueHandler(QueueReadHandler* handler, bool isFirst, HubClient& client);
-    [[nodiscard]] UserEventReactor* createUserReactor(int index, QueueReadHandler* handler, bool isFirst)
-        TP_REQUIRES(m_reactors.m_reqQ_mutex);
-    void startHubEventReactor(HubEventReactor& reactor);
-    void startUserEventReactor(UserEventReactor& reactor, bool isFirst);
     void giveReadHandler(HubClient& client, bool isFirst);
 
     // SessionMaster.cpp
@@ -259,7 +258,6 @@ private:
     void forgetRoutes(HubClient& client);
     void forgetHub(HubClient& client);
     void takeBackRequestsOf(HubClient& client, HubEventReactor* reactor);
-    void closeQueueHandler(QueueReadHandler* handler);
     void removeXRefhub();
 
     // XrefConnecting.cpp
@@ -391,7 +389,7 @@ private:
     DroppedHubs m_dropped;
     XrefHubs m_xref;
     HubSourceStatus m_hubStatus;
-    ReactorTables m_reactors;
+    ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over
     double m_threadAttemptTime = 0.0;          ///< when it was last asked; monotonic, the master thread's own
     std::unique_ptr<HubClient>

@@ -92,7 +92,7 @@ void SessionImpl::check_statistics_events(double curtime) {
     lastStatsTime = now;
 }
 
-void SessionImpl::check_queueDepth_events(double) {
+void SessionImpl::check_queueDepth_events() {
     int pct = 0;
     for (HubClient* client : m_hubs.copy())
         if (client->isReady())

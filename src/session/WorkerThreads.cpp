@@ -1,9 +1,8 @@
-// Which thread serves which hub and which queue, and the threads themselves.
+// The hubs and the threads of a session: how they come to be, and what the threads do.
 #include "session/SessionImpl.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <system_error>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -19,7 +18,7 @@
 #include "receive/QueueReadHandler.h"
 #include "receive/UserEventReactor.h"
 #include "request/RequestInternal.h"
-#include "session/SessionTimers.h"
+#include "session/threads/PeriodicTimer.h"
 
 namespace tivra_internal {
 namespace {
@@ -28,21 +27,24 @@ constexpr long kDummyQueueMegabytes = 1;
 constexpr std::size_t kMaxLabel = 49; ///< of host and port
 constexpr double kSecondsBetweenThreadAttempts = 1.0;
 
-/// A registered timer for as long as the reactor's thread runs.
-template<typename Reactor, typename Timer>
-class TimerRegistration {
-public:
-    TimerRegistration(Reactor& reactor, Timer& timer) : m_reactor(reactor), m_timer(timer) {
-        m_reactor.regTimer(&m_timer, 0.0);
-    }
-    ~TimerRegistration() { m_reactor.unRegTimer(&m_timer); }
-    TimerRegistration(const TimerRegistration&) = delete;
-    TimerRegistration& operator=(const TimerRegistration&) = delete;
+// The ticks of the library's threads, in seconds.
+constexpr double kOneSecond = 1.0;
+constexpr double kHundredMilliseconds = 0.1;
+constexpr double kFiftyMilliseconds = 0.05;
+constexpr double kTwentyFiveMilliseconds = 0.025;
+constexpr unsigned kRequestsPerTick = 500;
 
-private:
-    Reactor& m_reactor;
-    Timer& m_timer;
-};
+using HubTimer = PeriodicTimer<HubEventReactor, tp::EventBase>;
+using UserTimer = PeriodicTimer<UserEventReactor, UserEventBase>;
+
+void writeRequests(HubEventReactor& reactor) {
+    const double start = tp::Clock::monotonic();
+    const int numReqsSent = reactor.handle_hub_requests(kRequestsPerTick);
+    const double elapsed = tp::Clock::monotonic() - start;
+    if (elapsed >= kFiftyMilliseconds)
+        eprintf(EPF_DBUG, "HUB_Fifty_MilliSecond_Events::timerEvent(EXIT) elapsed time=%f; numReqsSent=%d",
+                elapsed, numReqsSent);
+}
 
 } // namespace
 
@@ -75,14 +77,11 @@ void SessionImpl::retryWorkerThreads() {
     if (!isStarted || now - m_threadAttemptTime < kSecondsBetweenThreadAttempts)
         return;
     m_threadAttemptTime = now;
-    for (HubClient* client : m_hubs.copy()) {
-        tp::MutexLock placing(m_reactors.m_registerHub_mutex);
-        if (client->getReactor() == nullptr)
-            registerHub(client);
-    }
+    for (HubClient* client : m_hubs.copy())
+        m_reactors.placeUnserved(client);
     QueueReadHandler* const handler = nonHubClient->readQueueHandler();
     if (handler->getUserEventReactor() == nullptr)
-        registerQueueHandler(handler, true, *nonHubClient);
+        m_reactors.registerQueueHandler(handler, true, *nonHubClient);
     m_threadsMissing = areThreadsMissing();
     if (!m_threadsMissing)
         eprintf(EPF_INFO, "The threads that were refused could be created");
@@ -129,19 +128,18 @@ void SessionImpl::giveReadHandler(HubClient& client, bool isFirst) {
                                            client, settings().isWatchlistOn());
     QueueReadHandler* const registered = handler.get();
     client.setReadQueueHandler(std::move(handler));
-    registerQueueHandler(registered, isFirst, client);
+    m_reactors.registerQueueHandler(registered, isFirst, client);
 }
 
 HubClient* SessionImpl::createHubClient(HostConfigImpl& host, HubRole role) {
-    tp::MutexLock placing(m_reactors.m_registerHub_mutex);
-    if (shutdownInProgress)
-        return nullptr;
-    HubClient* const client = insertHubClient(host, role);
-    if (client == nullptr)
-        return nullptr;
-    if (role == HubRole::First && !m_firstHubs.add(client, primaryIP2PortLst.size()))
-        eprintf(EPF_WARN, " addTofirstHubClientLst - failed add to firstHubClientLst");
-    return registerHub(client) ? client : nullptr;
+    return m_reactors.placeNew([this, &host, role]() -> HubClient* {
+        if (shutdownInProgress)
+            return nullptr;
+        HubClient* const client = insertHubClient(host, role);
+        if (client != nullptr && role == HubRole::First && !m_firstHubs.add(client, primaryIP2PortLst.size()))
+            eprintf(EPF_WARN, " addTofirstHubClientLst - failed add to firstHubClientLst");
+        return client;
+    });
 }
 
 HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
@@ -169,130 +167,39 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
     });
 }
 
-/// Places the client on a hub thread, round-robin in the order of creation. False when there is no thread for
-/// it.
-bool SessionImpl::registerHub(HubClient* client) {
+ThreadLimits SessionImpl::threadLimits() {
     SessionConfigImpl& config = settings();
-    ReactorChoice choice = chooseReactor(m_reactors.hubLastUsedIndex, m_reactors.hubNextAvailableIndex,
-                                         config.isMultithreaded(), config.getMaxHubThreads());
-    if (choice.create && !createHubReactor(choice.index, client)) {
-        if (m_reactors.hubNextAvailableIndex == 0)
-            return false;
-        choice = {0, false};
-    }
-    if (!choice.create)
-        m_reactors.placeHub(client, choice.index);
-    m_reactors.hubLastUsedIndex = choice.index;
-    return true;
-}
-
-/// A further hub thread, with the client as its first; false when the system refuses one. See
-/// noteThreadRefused.
-bool SessionImpl::createHubReactor(int index, HubClient* client) {
-    eprintf(EPF_DBUG, "Creating a new HUB thread for HUB %s", client->getHubAddr().c_str());
-    auto reactor = std::make_unique<HubEventReactor>(index, settings().getMaxRequestQueueSize());
-    HubEventReactor* const created = reactor.get();
-    {
-        tp::MutexLock lock(m_reactors.m_hubER_mutex);
-        m_reactors.hubEventReactorMap[index] = std::move(reactor);
-    }
-    // Placed before the thread runs: its first supervision dials at once instead of a second later.
-    m_reactors.placeHub(client, index);
-    try {
-        tp::Thread thread("tivra-hub" + std::to_string(index),
-                          [this, created] { startHubEventReactor(*created); });
-        tp::MutexLock lock(m_reactors.m_threadVector_mutex);
-        m_reactors.thread_vector.push_back(std::move(thread));
-    } catch (const std::system_error& error) {
-        char text[200];
-        std::snprintf(text, sizeof text,
-                      "Unable to create a new HUB thread (%s); Current number of HUB threads = %d",
-                      error.what(), m_reactors.hubNextAvailableIndex);
-        m_reactors.removeHubReactor(index, client);
-        noteThreadRefused(text, m_reactors.hubNextAvailableIndex == 0);
-        return false;
-    }
-    ++m_reactors.hubNextAvailableIndex;
-    return true;
-}
-
-void SessionImpl::registerQueueHandler(QueueReadHandler* handler, bool isFirst, HubClient& client) {
-    SessionConfigImpl& config = settings();
-    tp::MutexLock lock(m_reactors.m_reqQ_mutex);
-    ReactorChoice choice = chooseReactor(m_reactors.userLastUsedIndex, m_reactors.userNextAvailableIndex,
-                                         config.isMultithreaded(), config.getMaxUserThreads());
-    UserEventReactor* reactor = nullptr;
-    if (choice.create)
-        reactor = createUserReactor(choice.index, handler, isFirst);
-    if (reactor == nullptr) {
-        if (m_reactors.userNextAvailableIndex == 0)
-            return;
-        if (choice.create)
-            choice.index = 0;
-        reactor = m_reactors.userEventReactorMap[choice.index].get();
-    }
-    Queue* const queue = client.getResponseQueue();
-    queue->setQueueHandler(handler);
-    handler->setUserEventReactor(reactor);
-    reactor->regQueue(handler, queue);
-    reactor->watchReads(handler);
-    reactor->regActivity(handler);
-    m_reactors.eventReactorQueueHandlerList[choice.index].push_back(handler);
-    m_reactors.portUserERIndexMap[client.getHubPort()] = choice.index;
-    eprintf(EPF_DBUG, "registered QueueHandler for %s", client.getHubAddr().c_str());
-    m_reactors.userLastUsedIndex = choice.index;
-}
-
-/// A further user thread; null when the system refuses one. See noteThreadRefused.
-UserEventReactor* SessionImpl::createUserReactor(int index, QueueReadHandler* handler, bool isFirst) {
-    eprintf(EPF_DBUG, "Creating a new User thread for QueueReadHandler %p",
-            static_cast<const void*>(handler));
-    auto reactor = std::make_unique<UserEventReactor>(index);
-    UserEventReactor* const created = reactor.get();
-    m_reactors.userEventReactorMap[index] = std::move(reactor);
-    try {
-        tp::Thread thread("tivra-user" + std::to_string(index),
-                          [this, created, isFirst] { startUserEventReactor(*created, isFirst); });
-        tp::MutexLock lock(m_reactors.m_threadVector_mutex);
-        m_reactors.thread_vector.push_back(std::move(thread));
-    } catch (const std::system_error& error) {
-        char text[200];
-        std::snprintf(text, sizeof text,
-                      "Unable to create a new user thread (%s); Current number of user threads = %d",
-                      error.what(), m_reactors.userNextAvailableIndex);
-        m_reactors.userEventReactorMap.erase(index);
-        noteThreadRefused(text, m_reactors.userNextAvailableIndex == 0);
-        return nullptr;
-    }
-    ++m_reactors.userNextAvailableIndex;
-    return created;
+    return {config.isMultithreaded(), config.getMaxHubThreads(), config.getMaxUserThreads(),
+            config.getMaxRequestQueueSize()};
 }
 
 void SessionImpl::startHubEventReactor(HubEventReactor& reactor) {
-    HUB_One_Second_Events oneSecond(*this, reactor);
-    HUB_Hundred_MilliSecond_Events hundredMs(*this, reactor);
-    HUB_Fifty_MilliSecond_Events fiftyMs(*this, reactor);
-    HUB_Twenty_Five_MilliSecond_Events twentyFiveMs(*this, reactor);
-    const TimerRegistration oneSecondTimer(reactor, oneSecond);
-    const TimerRegistration hundredMsTimer(reactor, hundredMs);
-    const TimerRegistration fiftyMsTimer(reactor, fiftyMs);
-    const TimerRegistration twentyFiveMsTimer(reactor, twentyFiveMs);
+    HubTimer oneSecond(reactor, kOneSecond, [this, &reactor](double now) {
+        reactor.checkExit();
+        check_hub_clients(now, reactor);
+        tp::eprintf_report_repeats();
+    });
+    HubTimer hundredMs(reactor, kHundredMilliseconds,
+                       [this, &reactor](double now) { calc_hub_stats(now, reactor); });
+    HubTimer fiftyMs(reactor, kFiftyMilliseconds, [&reactor](double) { writeRequests(reactor); });
+    HubTimer twentyFiveMs(reactor, kTwentyFiveMilliseconds,
+                          [this, &reactor](double now) { calc_hub_queue_full_stats(now, reactor); });
     eprintf(EPF_INFO, "Starting HUB EventReactor");
     reactor.begin();
     eprintf(EPF_INFO, "Ending HUB EventReactor");
 }
 
 void SessionImpl::startUserEventReactor(UserEventReactor& reactor, bool isFirst) {
-    User_Hundred_MilliSecond_Events hundredMs(*this, reactor);
-    const TimerRegistration hundredMsTimer(reactor, hundredMs);
+    UserTimer hundredMs(reactor, kHundredMilliseconds,
+                        [this, &reactor](double now) { calc_user_stats(now, reactor); });
     eprintf(EPF_INFO, "Starting User EventReactor");
     if (isFirst) {
-        User_One_Second_Events oneSecond(*this);
-        First_User_Hundred_MilliSecond_Events check(*this);
-        First_User_Twenty_Five_MilliSecond_Events depth(*this);
-        const TimerRegistration oneSecondTimer(reactor, oneSecond);
-        const TimerRegistration checkTimer(reactor, check);
-        const TimerRegistration depthTimer(reactor, depth);
+        UserTimer oneSecond(reactor, kOneSecond, [this](double now) {
+            check_user_events();
+            check_statistics_events(now);
+        });
+        UserTimer check(reactor, kHundredMilliseconds, [this](double) { check_session_events(); });
+        UserTimer depth(reactor, kTwentyFiveMilliseconds, [this](double) { check_queueDepth_events(); });
         reactor.begin();
         deliverLastEvents();
     } else {

@@ -146,15 +146,16 @@ bool SessionImpl::getHUBForQueryXRef(uint16_t queryXRefPort) {
 
 /// A hub that failed in an earlier attempt and was retired comes back into the session's tables.
 void SessionImpl::bringBack(HubClient& client) {
-    tp::MutexLock placing(m_reactors.m_registerHub_mutex);
-    if (!client.m_retired || shutdownInProgress || m_reactors.isServed(&client))
-        return;
-    client.startAnew();
-    // What has been unsubscribed while the hub was away was not unsubscribed there.
-    for (const int64_t tag : watchlist.unsubscribedTags())
-        client.getWatchlist()->forget(tag);
-    m_hubs.bringBack(&client);
-    m_reactors.placeHub(&client, client.geteventReactorIndex());
+    m_reactors.placeAgain(&client, [this, &client] {
+        if (!client.m_retired || shutdownInProgress)
+            return false;
+        client.startAnew();
+        // What has been unsubscribed while the hub was away was not unsubscribed there.
+        for (const int64_t tag : watchlist.unsubscribedTags())
+            client.getWatchlist()->forget(tag);
+        m_hubs.bringBack(&client);
+        return true;
+    });
 }
 
 /// Connects all hubs that are not connected yet, and waits until they are or have failed. @thread master

@@ -6,13 +6,13 @@
 #include <tp/Clock.h>
 
 #include "session/QueueDepthAlarm.h"
-#include "session/ReactorTables.h"
 #include "session/RetCodeTable.h"
 #include "session/SessionEventQueue.h"
 #include "session/SourceRoutes.h"
 #include "session/SplitTables.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
+#include "session/threads/ReactorChoice.h"
 #include "support/LogCapture.h"
 
 using namespace tivra_internal;

@@ -1,0 +1,16 @@
+#pragma once
+
+namespace tivra_internal {
+
+/// Which reactor serves the next hub or queue.
+struct ReactorChoice {
+    int index;
+    bool create; ///< no reactor of that index exists yet
+};
+
+/// Round-robin over the reactors; a new one only while the hubs have used up the existing ones and the
+/// configuration allows more. `maxThreads` 0 means no limit.
+[[nodiscard]] ReactorChoice chooseReactor(int lastUsedIndex, int reactorCount, bool multithreaded,
+                                          long maxThreads);
+
+} // namespace tivra_internal
