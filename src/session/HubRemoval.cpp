@@ -1,4 +1,4 @@
-// Hubs that leave a running session: a first hub that was only a door, and cross-reference hubs that failed.
+// Hubs that leave a running session: a first hub that was only a door, and what any hub leaves behind.
 #include "session/SessionImpl.h"
 
 #include <tp/eprintf.h>
@@ -79,24 +79,6 @@ void SessionImpl::takeBackRequestsOf(HubClient& client, HubEventReactor* reactor
     reactor->forgetClient(&client);
     for (std::unique_ptr<RequestInternal>& request : reactor->takeRequestsOf(&client))
         takeBackRequest(std::move(request), &client);
-}
-
-/// Takes the cross-reference hubs that failed out of the session.
-void SessionImpl::removeXRefhub() {
-    for (HubClient* client : m_xref.hubs()) {
-        // One that has been up is dialled for ever. A close takes the mark of the others back, but what is
-        // not connected by now will not be.
-        if (client->m_xrefDone || client->m_retired || (!client->m_xrefRemove && client->m_xrefConnected))
-            continue;
-        eprintf(EPF_WARN, "Removing the xrefHUB - %s", client->getHubAddr().c_str());
-        HubEventReactor* const reactor = m_reactors.reactorOf(client);
-        // The hub's own thread, which may be dialling it just now, closes what is open.
-        client->m_retired = true;
-        m_reactors.forgetReactorOf(client);
-        m_hubs.retire(client->getIndex());
-        forgetHub(*client);
-        takeBackRequestsOf(*client, reactor);
-    }
 }
 
 } // namespace tivra_internal

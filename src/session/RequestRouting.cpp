@@ -62,6 +62,11 @@ bool SessionImpl::watchlistInUse() {
     return settings().isWatchlistOn();
 }
 
+/// How many requests may wait in one queue.
+std::size_t SessionImpl::requestLimit() {
+    return static_cast<std::size_t>(settings().getMaxRequestQueueSize());
+}
+
 int64_t SessionImpl::send(RequestImpl& builder) {
     if (!isValid) {
         eprintf(EPF_WARN, "Multiple Sessions are not supported; ignoring start request");
@@ -256,8 +261,8 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
     question.symbol = request->getSymbol();
     question.sourceIsSplit = m_split.isSplitSymbol(source);
     question.isCMconnection = m_managers.m_isCMconnection;
-    question.initialXrefConnection = m_xref.m_initialXrefConnection;
-    question.xrefHubsDone = m_xref.m_XRefHUBDone;
+    question.initialXrefConnection = m_xref.isNeeded();
+    question.xrefHubsDone = m_xref.isDone();
     if (source >= kFirstNewsSource) {
         const HubClient* const first = m_hubs.getFirstHub();
         question.firstHubMajorVersion = first == nullptr ? 0 : first->getHubMajorVersion();
@@ -285,14 +290,14 @@ bool SessionImpl::sendToTarget(std::unique_ptr<RequestInternal>& request) {
     case RoutingTarget::DefaultHub:
         return sendToFirstHub(request);
     case RoutingTarget::DefaultHubNewsXref:
-        if (waitsForXrefHubs(request))
+        if (m_xref.waitsForHubs(request, requestLimit()))
             return true;
         eprintf(EPF_WARN,
                 " Error:Not all xref hubs are connected,  sending request with exch >= 4096, to default "
                 "HUB to get response \n");
         return sendToDefaultHub(request);
     case RoutingTarget::DefaultHubXref:
-        if (waitsForXrefHubs(request))
+        if (m_xref.waitsForHubs(request, requestLimit()))
             return true;
         eprintf(
             EPF_WARN,

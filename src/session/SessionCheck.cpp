@@ -53,7 +53,7 @@ void SessionImpl::decideState() {
         }
     }
     HubCounts counts = countHubs();
-    decideXrefHubs();
+    m_xref.decideXrefHubs();
     lastState = state.load();
     counts.pending = countPending();
     counts.downs = m_downSinceLastCheck.exchange(0);
@@ -85,7 +85,7 @@ HubSourceStatus::StateEvent SessionImpl::stateChange() const {
 
 HubCounts SessionImpl::countHubs() {
     HubCounts counts;
-    const bool xrefPhase = m_managers.m_isCMconnection && m_xref.isPhase();
+    const bool xrefPhase = m_managers.m_isCMconnection && m_xref.areHubsComing();
     // While the cross-reference hubs come up the session stays established: from the first of them that is
     // missing on, no missing hub counts.
     bool isLatched = false;
@@ -95,11 +95,11 @@ HubCounts SessionImpl::countHubs() {
             ++counts.ready;
             if (!isComingXref)
                 continue;
-            client->m_xrefConnected = true;
+            XrefConnector::noteConnected(*client);
             eprintf(EPF_DBUG, "XRefHUBConnected is connected successfully %s", client->getHubAddr().c_str());
         } else if (isComingXref) {
             if (client->isSuspended()) {
-                client->m_xrefRemove = true;
+                XrefConnector::giveUp(*client);
                 eprintf(EPF_DBUG, "XRefHUBConnected is suspended - AUTH failed %s",
                         client->getHubAddr().c_str());
             }
@@ -117,7 +117,7 @@ HubCounts SessionImpl::countHubs() {
 
 /// Hubs that are ready but have no read handler yet.
 int SessionImpl::countPending() {
-    const bool xrefComing = m_xref.m_XrefHUBConnReq && !m_xref.m_XRefHUBDone;
+    const bool xrefComing = m_xref.isNeeded() && !m_xref.isDone();
     tp::MutexLock lock(newQRHQueue_mutex);
     auto pending = static_cast<int>(newQRHQueue.size());
     for (const HubClient* client : newQRHQueue) {

@@ -124,7 +124,7 @@ void SessionImpl::noteHubDown(HubClient* client) {
 
 void SessionImpl::countHubLoss(HubClient* client) {
     // A first hub that the session has let go on purpose is no loss, nor is a hub that it connects late.
-    const bool isComingXref = m_managers.m_isCMconnection && m_xref.isPhase() && client->isComingXref();
+    const bool isComingXref = m_managers.m_isCMconnection && m_xref.isComing(*client);
     if (!client->getInitialHubDisconnected() && !client->m_retired && !isComingXref)
         ++m_downSinceLastCheck;
 }

@@ -3,8 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -42,9 +44,10 @@
 #include "session/SplitTables.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
-#include "session/XrefHubs.h"
 #include "session/threads/ReactorPool.h"
 #include "session/threads/ReactorPoolOwner.h"
+#include "session/xref/XrefConnector.h"
+#include "session/xref/XrefSession.h"
 
 namespace tivra {
 class ConnectionConfig;
@@ -75,6 +78,7 @@ class SessionImpl final : public HubSession,
                           public RequestSender,
                           public TagSource,
                           public ReactorPoolOwner,
+                          public XrefSession,
                           public RetCodeTexts {
 public:
     SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
@@ -118,8 +122,8 @@ public:
         m_hosts.rename(hostInfo, newHostInfo);
     }
     void setXRefPort(uint16_t port) override;
-    void removeXRefPort(uint16_t port) override;
-    [[nodiscard]] bool areXrefHubsComing() const override { return m_xref.isPhase(); }
+    void removeXRefPort(uint16_t port) override { m_xref.removePort(port); }
+    [[nodiscard]] bool areXrefHubsComing() const override { return m_xref.areHubsComing(); }
     void dropFirstHubLater(HubClient* client) override;
     void noteHubDown(HubClient* client) override;
     void countHubLoss(HubClient* client) override;
@@ -183,6 +187,17 @@ public:
     void startHubEventReactor(HubEventReactor& reactor) override;
     void startUserEventReactor(UserEventReactor& reactor, bool isFirst) override;
     void noteThreadRefused(const char* text, bool isOnlyOne) override;
+
+    // --- what the cross-reference hubs need; see XrefSession ---
+    [[nodiscard]] bool isLeavingItsHubs() const override;
+    [[nodiscard]] double xrefWaitLimit() const override;
+    [[nodiscard]] std::optional<HubClient*> createXrefHub(uint16_t port) override;
+    void bringBackXrefHub(HubClient& client) override;
+    [[nodiscard]] bool isHubServed(const HubClient& client) override { return m_reactors.isServed(&client); }
+    void serveXrefHubs(const std::vector<HubClient*>& hubs,
+                       const std::function<void(HubClient&)>& mark) override;
+    void removeXrefHub(HubClient& client) override;
+    void enterGrantedRoute(int source, uint16_t port) override;
 
 private:
     // What the threads do at their ticks.
@@ -258,25 +273,10 @@ private:
     void forgetRoutes(HubClient& client);
     void forgetHub(HubClient& client);
     void takeBackRequestsOf(HubClient& client, HubEventReactor* reactor);
-    void removeXRefhub();
 
-    // XrefConnecting.cpp
+    // SessionXrefs.cpp
     void connectXrefHubsFor(const RequestInternal& request);
-    void connectForEntitlements();
-    void getRemainingPorts();
-    [[nodiscard]] bool getQueryXRefs();
-    [[nodiscard]] bool getHUBForQueryXRef(uint16_t queryXRefPort);
-    void bringBack(HubClient& client);
-    [[nodiscard]] bool areFailedHubsLetGo();
-    [[nodiscard]] bool waitsForXrefHubs(std::unique_ptr<RequestInternal>& request);
-    void continueXrefRetry();
     void releaseXrefRequests();
-    [[nodiscard]] bool isXrefAttemptOver();
-    void endXrefAttempt();
-    void enterGrantedRoutes();
-    [[nodiscard]] double xrefWaitLimit() const;
-    void serveXrefHubs();
-    void decideXrefHubs();
     [[nodiscard]] std::string hostOfGrantedPort(int src, uint16_t port);
 
     // FirstHub.cpp
@@ -311,6 +311,7 @@ private:
                                   const std::vector<HubClient*>& hubs, bool isNews);
     void lowerExpectedResponses(int64_t tag, HubClient* hub);
     [[nodiscard]] bool watchlistInUse();
+    [[nodiscard]] std::size_t requestLimit();
 
     // RequestHolding.cpp
     [[nodiscard]] bool isRequestQueueFull(int source, std::size_t limit) const TP_REQUIRES(m_request_mutex);
@@ -387,7 +388,7 @@ private:
     HubTable m_hubs;
     FirstHubs m_firstHubs;
     DroppedHubs m_dropped;
-    XrefHubs m_xref;
+    XrefConnector m_xref{*this};
     HubSourceStatus m_hubStatus;
     ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over

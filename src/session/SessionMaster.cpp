@@ -33,7 +33,8 @@ void SessionImpl::startApiMasterThread() {
             retryWorkerThreads();
         } else {
             serveNewHub();
-            continueXrefRetry();
+            if (m_xref.continueRetry())
+                releaseXrefRequests();
             if (m_isInitiallyEstablished) {
                 handle_hub_requests(kRequestsPerPass);
                 handle_port_details_requests(kRequestsPerPass);
@@ -41,7 +42,8 @@ void SessionImpl::startApiMasterThread() {
         }
         if (isStarted)
             m_hubStatus.raiseSourceEvents();
-        connectForEntitlements();
+        if (m_managers.m_isCMconnection)
+            m_xref.connectForEntitlements();
         ::usleep(kMasterPauseMicroseconds);
         tp::Clock::beat();
     }

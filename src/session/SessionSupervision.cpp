@@ -67,10 +67,10 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
                 client.getHubAddr().c_str());
         return ClientVerdict::Next;
     }
-    const bool isComing = m_managers.m_isCMconnection && m_xref.isPhase() && client.isComingXref();
+    const bool isComing = m_managers.m_isCMconnection && m_xref.isComing(client);
     // One that is up and lost at every dial would hold up the requests that need it.
     if (isComing && client.isPastRetryLimit()) {
-        client.m_xrefRemove = true;
+        XrefConnector::giveUp(client);
         return ClientVerdict::Decide;
     }
     if (!client.mayDial())
@@ -93,7 +93,7 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     client.resetLnkapiErrno();
     // Once it is decided which of them stay, those are dialled for as long as it takes.
     if (isComing)
-        client.m_xrefRemove = true;
+        XrefConnector::giveUp(client);
     // Without another side to go to, the retry limit decides on a start, not the first failure.
     if (!refusedByManager && !failoverEnabled && (isStarted || !client.isPastRetryLimit()))
         return ClientVerdict::Next;
