@@ -80,11 +80,8 @@ void SessionImpl::beginAddNewEntitlement(int src) {
         addNewEntitlement(src, serving);
         return;
     }
-    {
-        tp::MutexLock lock(dynEntMap_mutex);
-        if (!dynEntMap.insert(src).second)
-            return; // asked already; one question per source is enough
-    }
+    if (!dynEntMap.insert(src))
+        return; // asked already; one question per source is enough
     const RequestImpl builder;
     auto request = std::make_unique<RequestInternal>(&builder);
     request->makePortQuestion(getNextTag(), src);
@@ -92,7 +89,7 @@ void SessionImpl::beginAddNewEntitlement(int src) {
 }
 
 void SessionImpl::sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) {
-    if (!sendToHub(request, m_hubs.getFirstHub(), true, src))
+    if (!m_router.sendToHub(request, m_hubs.getFirstHub(), true, src))
         eprintf(EPF_WARN, "GetPort request not sent");
 }
 

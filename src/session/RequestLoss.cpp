@@ -39,7 +39,6 @@ bool SessionImpl::takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest
         lost.tag = *tag;
         if (m_responses.settleLost(*tag, hub, report, lost))
             return true;
-        tp::MutexLock lock(m_reqTagLst_mutex);
         m_reqTagLst.erase(*tag);
     }
     return false;

@@ -43,10 +43,8 @@ bool SessionImpl::suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::To
         rcPair->i = decision.lowestStatus;
     if (decision.removeStatus)
         removeStatus(msg, statusTok);
-    if (answer->isLast) {
-        tp::MutexLock lock(m_reqTagLst_mutex);
+    if (answer->isLast)
         m_reqTagLst.erase(tag);
-    }
     if (source != 0 && status != 0)
         eprintf(EPF_WARN, "GetPort failed with rc=%lld; dynamic add entitlement for src %d has failed",
                 static_cast<long long>(status), source);

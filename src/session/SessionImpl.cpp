@@ -172,9 +172,4 @@ void SessionImpl::addSplitSymbol(int src, const std::string& pattern, HubClient*
     m_split.addSplitSymbol(src, pattern.c_str(), client, client->getHubAddr(), m_dropped.listed());
 }
 
-bool SessionImpl::isTagAwaitingXrefHubs(int64_t tag) {
-    tp::MutexLock lock(m_reqTagLst_mutex);
-    return m_reqTagLst.count(tag) != 0;
-}
-
 } // namespace tivra_internal

@@ -25,25 +25,28 @@
 #include "hub/ConnectionManagers.h"
 #include "hub/HubSession.h"
 #include "receive/ReadHandlerSession.h"
-#include "request/RequestSender.h"
 #include "request/TagSource.h"
 #include "request/Watchlist.h"
 #include "session/DroppedHubs.h"
 #include "session/FirstHubs.h"
-#include "session/HeldRequests.h"
 #include "session/HubSourceStatus.h"
 #include "session/HubTable.h"
-#include "session/LostRequests.h"
+#include "session/LockedSet.h"
 #include "session/QueueDepthAlarm.h"
-#include "session/ResponseBook.h"
 #include "session/RetCodeTable.h"
-#include "session/RoutingTarget.h"
 #include "session/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
 #include "session/SourceRoutes.h"
-#include "session/SplitTables.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
+#include "session/routing/LostRequests.h"
+#include "session/routing/PortDetails.h"
+#include "session/routing/RequestQueue.h"
+#include "session/routing/RequestRouter.h"
+#include "session/routing/ResponseBook.h"
+#include "session/routing/RouterSession.h"
+#include "session/routing/RoutingTarget.h"
+#include "session/routing/SplitTables.h"
 #include "session/threads/ReactorPool.h"
 #include "session/threads/ReactorPoolOwner.h"
 #include "session/xref/XrefConnector.h"
@@ -75,9 +78,9 @@ class StatisticsEventImpl;
 /// its own.
 class SessionImpl final : public HubSession,
                           public ReadHandlerSession,
-                          public RequestSender,
                           public TagSource,
                           public ReactorPoolOwner,
+                          public RouterSession,
                           public XrefSession,
                           public RetCodeTexts {
 public:
@@ -145,7 +148,7 @@ public:
     void addSplitExchange(int src, HubClient* client) override;
     void addSplitSymbol(int src, const std::string& pattern, HubClient* client) override;
     [[nodiscard]] Watchlist& getWatchlist() override { return watchlist; }
-    [[nodiscard]] RequestSender& getRequestSender() override { return *this; }
+    [[nodiscard]] RequestSender& getRequestSender() override { return m_router; }
     void noteReplay(const RequestInternal& request, HubClient* client) override {
         m_responses.expectAgain(request, client);
     }
@@ -169,17 +172,17 @@ public:
                                         KVNAPI::TVPair* rcPair, MetaTokenMap* dictionary,
                                         HubClient* from) override;
     [[nodiscard]] bool takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest& lost) override;
-    [[nodiscard]] bool isHBSubscribed() const override { return m_HBSubscribed; }
-    [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override;
+    [[nodiscard]] bool isHBSubscribed() const override {
+        return m_router.ownSubscriptions().isHBSubscribed();
+    }
+    [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override { return m_reqTagLst.contains(tag); }
     void addJitCount(int delta) override { m_jitCount += delta; }
     [[nodiscard]] bool isFirstHub(const HubClient* hub) const override;
     void addNewEntitlement(int src, HubClient* hub) override;
     void deleteEntitlement(int src, HubClient* hub) override;
     void beginAddNewEntitlement(int src) override;
 
-    // --- RequestSender, TagSource ---
-    [[nodiscard]] bool sendToHub(std::unique_ptr<RequestInternal>& request, HubClient* hub, bool force,
-                                 int src) override;
+    // --- TagSource ---
     [[nodiscard]] int64_t getNextTag() override { return m_tags.next(); }
 
     // --- what the threads ask; see ReactorPoolOwner ---
@@ -187,6 +190,21 @@ public:
     void startHubEventReactor(HubEventReactor& reactor) override;
     void startUserEventReactor(UserEventReactor& reactor, bool isFirst) override;
     void noteThreadRefused(const char* text, bool isOnlyOne) override;
+
+    // --- what the routing of requests asks; see RouterSession ---
+    [[nodiscard]] bool watchlistInUse() override;
+    [[nodiscard]] bool isShuttingDown() const override { return shutdownInProgress; }
+    [[nodiscard]] std::string userName() const override;
+    [[nodiscard]] HubClient* firstHub() const override { return m_hubs.getFirstHub(); }
+    [[nodiscard]] std::vector<HubClient*> hubsForAll() const override;
+    [[nodiscard]] HubEventReactor* reactorOf(HubClient* hub) override { return m_reactors.reactorOf(hub); }
+    [[nodiscard]] XrefStanding xrefStanding() const override;
+    void connectXrefHubsFor(const RequestInternal& request) override;
+    [[nodiscard]] bool waitsForXrefHubs(std::unique_ptr<RequestInternal>& request) override;
+    void noteSentWithoutXrefHubs(int64_t tag) override { m_reqTagLst.insert(tag); }
+    void enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) override;
+    void storeConflationInterval(long interval) override;
+    void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) override;
 
     // --- what the cross-reference hubs need; see XrefSession ---
     [[nodiscard]] bool isLeavingItsHubs() const override;
@@ -275,8 +293,6 @@ private:
     void takeBackRequestsOf(HubClient& client, HubEventReactor* reactor);
 
     // SessionXrefs.cpp
-    void connectXrefHubsFor(const RequestInternal& request);
-    void releaseXrefRequests();
     [[nodiscard]] std::string hostOfGrantedPort(int src, uint16_t port);
 
     // FirstHub.cpp
@@ -289,50 +305,17 @@ private:
     // SessionStop.cpp
     void shutdown();
     void cleanUpManagers();
-    void requeueRequests();
 
-    // RequestRouting.cpp
-    void handle_hub_requests(unsigned numReqs);
-    [[nodiscard]] bool routeRequestToHub(std::unique_ptr<RequestInternal>& request);
-    void storeConflationInterval(const RequestInternal& request);
-    void enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request);
-    void enterAddedAlternateIndexes(RequestInternal& request);
-    void applySymbolRules(RequestInternal& request);
-    void applySubscribeRule(RequestInternal& request);
-    void applyUnsubscribeRule(RequestInternal& request);
-    [[nodiscard]] bool sendToTarget(std::unique_ptr<RequestInternal>& request);
-    [[nodiscard]] HubClient* hubForSplitSymbol(const RequestInternal& request);
-    [[nodiscard]] bool sendToExchange(std::unique_ptr<RequestInternal>& request, int exch);
-    [[nodiscard]] bool sendToFirstHub(std::unique_ptr<RequestInternal>& request);
-    [[nodiscard]] bool sendToDefaultHub(std::unique_ptr<RequestInternal>& request);
-    [[nodiscard]] bool sendToAll(std::unique_ptr<RequestInternal>& request, bool isNews);
-    [[nodiscard]] bool sendToEach(std::unique_ptr<RequestInternal>& request, int exch);
-    [[nodiscard]] bool sendCopies(std::unique_ptr<RequestInternal>& request,
-                                  const std::vector<HubClient*>& hubs, bool isNews);
-    void lowerExpectedResponses(int64_t tag, HubClient* hub);
-    [[nodiscard]] bool watchlistInUse();
+    // SessionRequests.cpp
     [[nodiscard]] std::size_t requestLimit();
-
-    // RequestHolding.cpp
-    [[nodiscard]] bool isRequestQueueFull(int source, std::size_t limit) const TP_REQUIRES(m_request_mutex);
-    [[nodiscard]] bool sendInOrder(std::unique_ptr<RequestInternal>& request, HubClient* hub);
-    void holdRequest(std::unique_ptr<RequestInternal> request);
-    void releaseHeldRequests(unsigned mostOfAHub);
-    [[nodiscard]] bool releaseFirstHeld(HubClient* hub);
+    [[nodiscard]] bool writeLocalMessage(const std::string& text);
 
     // RequestLoss.cpp
     void abandonResponses(bool isStop);
 
     // Entitlements.cpp
     void addNewEntitlement(int src, const std::string& hostInfo);
-    void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src);
     void finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary);
-
-    // PortDetails.cpp
-    void handle_port_details_requests(unsigned numMsgs);
-    [[nodiscard]] bool sendOnePortDetailsMsg(int64_t tag, bool& isDone);
-    [[nodiscard]] std::vector<std::string> portDetailsOf(int64_t tag, int source, const HubClient& hub) const;
-    [[nodiscard]] bool writeLocalMessage(const std::string& text);
 
     [[nodiscard]] SessionConfigImpl& settings();
 
@@ -405,29 +388,19 @@ private:
     SourceRoutes m_routes;
     EntitledSources m_entitled;
     SplitTables m_split;
-    tp::Mutex dynEntMap_mutex;
-    std::set<int> dynEntMap TP_GUARDED_BY(dynEntMap_mutex); ///< granted sources whose hub has been asked for
+    LockedSet<int> dynEntMap; ///< granted sources whose hub has been asked for
 
     // Requests.
     TagCounter m_tags;
     Watchlist watchlist;
-    tp::Mutex m_request_mutex{kLockSessionRequest};
-    std::deque<std::unique_ptr<RequestInternal>> requestQueue TP_GUARDED_BY(m_request_mutex);
-    HeldRequests m_held TP_GUARDED_BY(m_request_mutex);
     ResponseBook m_responses;
     LostRequests m_lost;
-    tp::Mutex m_reqTagLst_mutex;
-    std::set<int64_t> m_reqTagLst TP_GUARDED_BY(m_reqTagLst_mutex);
-    std::atomic<bool> m_HBSubscribed{false};
-    std::atomic<bool> m_HubStatusSubscribed{false};
-    // The master thread's own.
-    bool isHubQueueFull = false;         ///< no hub could be found for the first request
-    HubClient* m_releasingFor = nullptr; ///< the hub whose held requests are being sent
-    double lastQFullCheckTime = 0.0;
-    std::deque<int64_t> getPortDetailsQueue;
-    bool isPortDetailsQueueFull = false;
-    double lastPortDetailsQFullCheckTime = 0.0;
-    int m_lastSrc = 0;
+    /// Tags that the default hub answers in the place of hubs that are missing.
+    LockedSet<int64_t> m_reqTagLst;
+    RequestQueue m_queue{watchlist, m_responses, *this};
+    RequestRouter m_router{*this, {m_routes, m_split, watchlist, m_responses, m_lost, m_queue}};
+    PortDetails m_portDetails{m_entitled, m_split,
+                              [this](const std::string& text) { return writeLocalMessage(text); }};
 
     // Statistics; the last two are the first user thread's own.
     std::atomic<double> statsInterval{30.0};

@@ -34,10 +34,10 @@ void SessionImpl::startApiMasterThread() {
         } else {
             serveNewHub();
             if (m_xref.continueRetry())
-                releaseXrefRequests();
+                m_queue.prepend(m_xref.takeWaiting());
             if (m_isInitiallyEstablished) {
-                handle_hub_requests(kRequestsPerPass);
-                handle_port_details_requests(kRequestsPerPass);
+                m_queue.serve(kRequestsPerPass, m_router);
+                m_portDetails.answer(kRequestsPerPass);
             }
         }
         if (isStarted)

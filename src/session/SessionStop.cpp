@@ -59,8 +59,8 @@ void SessionImpl::shutdown() {
             eprintf(EPF_DBUG, "Discarding QRH request for client %p", static_cast<const void*>(client));
         newQRHQueue.clear();
     }
-    releaseXrefRequests();
-    requeueRequests();
+    m_queue.prepend(m_xref.takeWaiting());
+    m_queue.requeue(watchlistInUse(), settings().isEndingLostRequests(), stopRequested);
     m_reactors.deleteAll();
     cleanUpManagers();
     reset();
@@ -74,38 +74,6 @@ void SessionImpl::cleanUpManagers() {
     eprintf(EPF_DBUG, "Lnkapi cleanup called");
     LnkApi::instance().cleanup();
     m_managers.forgetHubs();
-}
-
-/// Requests in the queues are lost, but every standing request of the watchlist is queued again with its tag.
-void SessionImpl::requeueRequests() {
-    const bool endsLost = settings().isEndingLostRequests();
-    tp::MutexLock lock(m_request_mutex);
-    for (std::unique_ptr<RequestInternal>& held : m_held.takeAll())
-        requestQueue.push_back(std::move(held));
-    eprintf(watchlistInUse() ? EPF_DBUG : EPF_INFO,
-            "shutdown: About to discard %zu requests from request Queue", requestQueue.size());
-    for (const auto& request : requestQueue) {
-        eprintf(EPF_DBUG, "shutdown: Discarding request with tag=%lld",
-                static_cast<long long>(request->getTag()));
-        if (endsLost && (!stopRequested || watchlist.contains(request->getTag())))
-            m_responses.noteUnsent(*request);
-    }
-    requestQueue.clear();
-    // What the application has unsubscribed must not come back, though hubs have not been told of it, or have
-    // yet to finish what they had been asked for.
-    watchlist.forgetUnsubscribed();
-    if (watchlist.size() == 0)
-        return;
-    watchlist.removeAllHubs();
-    int64_t tag = 0;
-    while (std::unique_ptr<RequestInternal> request = watchlist.getNextRequest(tag)) {
-        tag = request->getTag();
-        watchlist.setExpectedResponses(tag, 0);
-        request->outstandingResponses = 0;
-        request->isRepeated = !m_responses.isUnanswered(tag);
-        requestQueue.push_back(std::move(request));
-    }
-    eprintf(EPF_INFO, "%zu watchlist requests placed on request queue", requestQueue.size());
 }
 
 } // namespace tivra_internal

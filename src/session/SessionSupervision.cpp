@@ -192,10 +192,8 @@ void SessionImpl::reset() {
         m_tags.restartAfter(watchlist.highestTag());
         lastFailoverTime = 0.0;
         m_managers.prepareNextStart();
-        if (watchlist.size() == 0) {
-            m_HBSubscribed = false;
-            m_HubStatusSubscribed = false;
-        }
+        if (watchlist.size() == 0)
+            m_router.ownSubscriptions().reset();
     }
     state = tivra::Session::TIVRA_SESSION_UNAVAILABLE;
     failoverEnabled = false;
@@ -203,22 +201,13 @@ void SessionImpl::reset() {
     m_responses.logEntries();
     abandonResponses(isStop);
     m_dictionaries.reset();
-    isHubQueueFull = false;
-    lastQFullCheckTime = 0.0;
+    m_queue.reset();
     m_jitCount = 0;
     m_isJitConflating = false;
     m_downSinceLastCheck = 0;
-    {
-        tp::MutexLock lock(dynEntMap_mutex);
-        dynEntMap.clear();
-    }
-    {
-        tp::MutexLock lock(m_reqTagLst_mutex);
-        m_reqTagLst.clear();
-    }
-    getPortDetailsQueue.clear();
-    isPortDetailsQueueFull = false;
-    m_lastSrc = 0;
+    dynEntMap.clear();
+    m_reqTagLst.clear();
+    m_portDetails.reset();
     m_queueDepthAlarm = {};
 }
 

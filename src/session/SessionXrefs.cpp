@@ -129,16 +129,6 @@ void SessionImpl::removeXrefHub(HubClient& client) {
     takeBackRequestsOf(client, reactor);
 }
 
-/// Requests that have waited for the hubs are the next ones that are routed.
-void SessionImpl::releaseXrefRequests() {
-    std::deque<std::unique_ptr<RequestInternal>> waiting = m_xref.takeWaiting();
-    tp::MutexLock lock(m_request_mutex);
-    while (!waiting.empty()) {
-        requestQueue.push_front(std::move(waiting.back()));
-        waiting.pop_back();
-    }
-}
-
 void SessionImpl::enterGrantedRoute(int source, uint16_t port) {
     const std::string addr = m_managers.hubOfPort(port);
     if (addr.empty())

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "session/RoutingTarget.h"
+#include "session/routing/RoutingTarget.h"
 
 namespace tivra_internal {
 namespace {

@@ -85,10 +85,7 @@ void SessionImpl::check_statistics_events(double curtime) {
     logTotals(*totals);
     if (tivra::StatisticsEventHandler* const handler = statsHandler)
         handler->onStatisticsEvent(*HandleAccess::make<StatisticsEvent>(std::move(totals)));
-    {
-        tp::MutexLock lock(m_request_mutex);
-        eprintf(EPF_INFO, "RequestQueue size=%zu; Watchlist size=%zu", requestQueue.size(), watchlist.size());
-    }
+    eprintf(EPF_INFO, "RequestQueue size=%zu; Watchlist size=%zu", m_queue.size(), watchlist.size());
     lastStatsTime = now;
 }
 

@@ -1,4 +1,4 @@
-#include "session/AlternateIndexScan.h"
+#include "session/routing/AlternateIndexScan.h"
 
 #include <string>
 

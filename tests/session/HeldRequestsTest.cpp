@@ -1,4 +1,4 @@
-#include "session/HeldRequests.h"
+#include "session/routing/HeldRequests.h"
 
 #include <memory>
 #include <vector>

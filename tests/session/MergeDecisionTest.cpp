@@ -1,4 +1,4 @@
-#include "session/MergeDecision.h"
+#include "session/routing/MergeDecision.h"
 
 #include <string_view>
 #include <vector>

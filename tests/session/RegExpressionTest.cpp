@@ -1,4 +1,4 @@
-#include "session/RegExpression.h"
+#include "session/routing/RegExpression.h"
 
 #include <string>
 #include <vector>

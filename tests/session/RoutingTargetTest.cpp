@@ -1,4 +1,4 @@
-#include "session/RoutingTarget.h"
+#include "session/routing/RoutingTarget.h"
 
 #include <gtest/gtest.h>
 

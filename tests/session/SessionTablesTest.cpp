@@ -9,9 +9,9 @@
 #include "session/RetCodeTable.h"
 #include "session/SessionEventQueue.h"
 #include "session/SourceRoutes.h"
-#include "session/SplitTables.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
+#include "session/routing/SplitTables.h"
 #include "session/threads/ReactorChoice.h"
 #include "support/LogCapture.h"
 

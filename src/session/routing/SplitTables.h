@@ -10,7 +10,7 @@
 
 #include <tp/Mutex.h>
 
-#include "session/RegExpression.h"
+#include "session/routing/RegExpression.h"
 
 namespace tivra_internal {
 

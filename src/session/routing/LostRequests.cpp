@@ -1,4 +1,4 @@
-#include "session/LostRequests.h"
+#include "session/routing/LostRequests.h"
 
 namespace tivra_internal {
 

@@ -1,4 +1,4 @@
-#include "session/RoutingTarget.h"
+#include "session/routing/RoutingTarget.h"
 
 namespace tivra_internal {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "LockOrder.h"
 #include "request/AltIndexInfo.h"
-#include "session/MergeDecision.h"
+#include "session/routing/MergeDecision.h"
 
 namespace tivra_internal {
 

@@ -1,4 +1,4 @@
-#include "session/PatternLimits.h"
+#include "session/routing/PatternLimits.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,4 +1,4 @@
-#include "session/SplitTables.h"
+#include "session/routing/SplitTables.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 #include <tp/eprintf.h>
 
-#include "session/PatternLimits.h"
+#include "session/routing/PatternLimits.h"
 
 namespace tivra_internal {
 namespace {

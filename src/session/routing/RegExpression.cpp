@@ -1,8 +1,8 @@
-#include "session/RegExpression.h"
+#include "session/routing/RegExpression.h"
 
 #include <tp/eprintf.h>
 
-#include "session/PatternLimits.h"
+#include "session/routing/PatternLimits.h"
 
 namespace tivra_internal {
 namespace {

@@ -1,4 +1,4 @@
-#include "session/ResponseBook.h"
+#include "session/routing/ResponseBook.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "session/MergeDecision.h"
+#include "session/routing/MergeDecision.h"
 
 #include "receive/LibraryTags.h"
 #include "request/CommandClasses.h"

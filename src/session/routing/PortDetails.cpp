@@ -1,19 +1,18 @@
-// Answers to GETSOURCEPORTDETAILS, which the session gives from its own tables through the pseudo hub's
-// queue.
-#include "session/SessionImpl.h"
+#include "session/routing/PortDetails.h"
 
 #include <algorithm>
 #include <cstddef>
+#include <map>
+#include <set>
 #include <utility>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
-#include "hub/RequestFrame.h"
-#include "receive/Queue.h"
-#include "request/HubWatchlist.h"
-#include "request/RequestInternal.h"
+#include "session/SourceRoutes.h"
+#include "session/routing/RoutingTarget.h"
+#include "session/routing/SplitTables.h"
 
 namespace tivra_internal {
 namespace {
@@ -34,22 +33,16 @@ std::string wireForm(std::string pattern) {
 
 } // namespace
 
-void SessionImpl::enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) {
-    const int64_t tag = request->getTag();
-    m_responses.expect(*request, {nonHubClient.get()}, false);
-    if (watchlistInUse()) {
-        watchlist.setExpectedResponses(tag, 1);
-        if (nonHubClient)
-            nonHubClient->getWatchlist()->add(tag, std::make_unique<RequestInternal>(request.get()));
-        else
-            eprintf(EPF_WARN, "nonHubClient NULL, so tag %lld not added to local watchlist",
-                    static_cast<long long>(tag));
-    }
-    getPortDetailsQueue.push_back(tag);
-    request.reset();
+PortDetails::PortDetails(const EntitledSources& entitled, const SplitTables& split, Write write)
+    : m_entitled(entitled), m_split(split), m_write(std::move(write)) {}
+
+void PortDetails::reset() {
+    getPortDetailsQueue.clear();
+    isPortDetailsQueueFull = false;
+    m_lastSrc = 0;
 }
 
-void SessionImpl::handle_port_details_requests(unsigned numMsgs) {
+void PortDetails::answer(unsigned numMsgs) {
     const double now = tp::Clock::monotonic();
     if (isPortDetailsQueueFull && now >= lastPortDetailsQFullCheckTime &&
         now - lastPortDetailsQFullCheckTime < kSecondsOfBackOff)
@@ -57,7 +50,7 @@ void SessionImpl::handle_port_details_requests(unsigned numMsgs) {
     lastPortDetailsQFullCheckTime = now;
     for (; numMsgs > 0 && !getPortDetailsQueue.empty(); --numMsgs) {
         bool isDone = false;
-        isPortDetailsQueueFull = !sendOnePortDetailsMsg(getPortDetailsQueue.front(), isDone);
+        isPortDetailsQueueFull = !sendOneMessage(getPortDetailsQueue.front(), isDone);
         if (isPortDetailsQueueFull)
             return;
         if (isDone) {
@@ -68,14 +61,14 @@ void SessionImpl::handle_port_details_requests(unsigned numMsgs) {
 }
 
 /// One source's answer, or the final message. False when the queue has no room now.
-bool SessionImpl::sendOnePortDetailsMsg(int64_t tag, bool& isDone) {
+bool PortDetails::sendOneMessage(int64_t tag, bool& isDone) {
     const auto printableTag = static_cast<long long>(tag);
     int source = 0;
     HubClient* hub = nullptr;
     if (!m_entitled.next(m_lastSrc, source, hub)) {
         eprintf(EPF_DBUG, "getNextHub() nextHub=NULL; *currSrc=%d", source);
         const std::string text = "5026=" + std::to_string(tag) + "|5001=0";
-        if (!writeLocalMessage(text)) {
+        if (!m_write(text)) {
             eprintf(EPF_DBUG, "Unable to write final message; No space on queue, tag=%lld; len = %d",
                     printableTag, static_cast<int>(text.size()));
             return false;
@@ -89,9 +82,9 @@ bool SessionImpl::sendOnePortDetailsMsg(int64_t tag, bool& isDone) {
         m_lastSrc = source;
         return true;
     }
-    for (const std::string& text : portDetailsOf(tag, source, *hub)) {
+    for (const std::string& text : detailsOf(tag, source, *hub)) {
         eprintf(EPF_DBUG, "kvnStr=%.*s; currSrc=%d ", 4096, text.c_str(), source);
-        if (!writeLocalMessage(text)) {
+        if (!m_write(text)) {
             eprintf(EPF_DBUG,
                     "Unable to write message for source = %d; tag=%lld; No space on queue, len = %d", source,
                     printableTag, static_cast<int>(text.size()));
@@ -102,8 +95,8 @@ bool SessionImpl::sendOnePortDetailsMsg(int64_t tag, bool& isDone) {
     return true;
 }
 
-/// The texts that tell which hub or hubs serve a source; more than one when it has very many patterns.
-std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, const HubClient& hub) const {
+/// The texts that say which hub or hubs serve a source; more than one when it has very many patterns.
+std::vector<std::string> PortDetails::detailsOf(int64_t tag, int source, const HubClient& hub) const {
     const std::string opening = "5026=" + std::to_string(tag) + "|4=" + std::to_string(source);
     std::vector<std::string> texts{opening};
     if (!m_split.isSplitSymbol(source)) {
@@ -132,14 +125,6 @@ std::vector<std::string> SessionImpl::portDetailsOf(int64_t tag, int source, con
         }
     }
     return texts;
-}
-
-bool SessionImpl::writeLocalMessage(const std::string& text) {
-    if (!nonHubClient)
-        return false;
-    std::string frame(text.size() + kFrameOverhead, '\0');
-    const int length = buildKvnMsg(text.c_str(), text.size(), frame.data());
-    return nonHubClient->getResponseQueue()->writeToQueue(frame.data(), static_cast<std::size_t>(length));
 }
 
 } // namespace tivra_internal
