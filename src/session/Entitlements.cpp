@@ -1,4 +1,5 @@
-// Sources that are granted to the user or withdrawn while the session runs.
+// Where a source is served that was granted while the session runs: the question, and what the answer leads
+// to.
 #include "session/SessionImpl.h"
 
 #include <tp/eprintf.h>
@@ -13,24 +14,6 @@
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
-namespace {
-
-constexpr int kMaxSource = 65535;
-
-} // namespace
-
-void SessionImpl::addNewEntitlement(int src, HubClient* hub) {
-    if (hub == nullptr) {
-        eprintf(EPF_WARN, "No HubClient, so new entitlement for src %d cannot be added", src);
-        return;
-    }
-    if (src < 1 || src > kMaxSource || !m_entitled.add(src, hub))
-        return;
-    m_hubStatus.addSource(hub, src);
-    m_routes.assign(src, hub);
-    insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED, "", src, 0);
-    eprintf(EPF_DBUG, "Entitlement for src %d added to HUB(%s)", src, hub->getHubAddr().c_str());
-}
 
 void SessionImpl::addNewEntitlement(int src, const std::string& hostInfo) {
     if (hostInfo.empty())
@@ -51,41 +34,14 @@ void SessionImpl::addNewEntitlement(int src, const std::string& hostInfo) {
             eprintf(EPF_WARN, "SessionImpl:::addNewEntitlement hubClient not found for %s!",
                     hostInfo.c_str());
     }
-    addNewEntitlement(src, hub);
+    m_sources.addNewEntitlement(src, hub);
 }
 
-void SessionImpl::deleteEntitlement(int src, HubClient* hub) {
-    HubClient* const serving = m_routes.find(src);
-    const bool counts = serving != nullptr ? serving == hub : m_hubs.getFirstHub() == hub;
-    if (!counts)
-        return;
-    // The route stays: a request for the withdrawn source still gets that hub's answer.
-    const bool wasEntitled = m_entitled.remove(src);
-    m_hubStatus.removeSource(hub, src);
-    if (wasEntitled)
-        insertSessionEvent(tivra::SessionEvent::TIVRA_SESSION_SOURCE_REMOVED, "", src, 0);
-    else
-        eprintf(EPF_DBUG,
-                "deleteEntitlement: src %d was not entitled so not sending "
-                "SessionEvent::TIVRA_SESSION_SOURCE_REMOVED",
-                src);
-}
-
-void SessionImpl::beginAddNewEntitlement(int src) {
-    if (src >= kFirstNewsSource) {
-        eprintf(EPF_DBUG, "Ignore news src %d", src);
-        return;
-    }
-    if (HubClient* const serving = m_routes.find(src)) {
-        addNewEntitlement(src, serving);
-        return;
-    }
-    if (!dynEntMap.insert(src))
-        return; // asked already; one question per source is enough
+void SessionImpl::askForHubOf(int source) {
     const RequestImpl builder;
     auto request = std::make_unique<RequestInternal>(&builder);
-    request->makePortQuestion(getNextTag(), src);
-    sendPortQuestion(request, src);
+    request->makePortQuestion(getNextTag(), source);
+    sendPortQuestion(request, source);
 }
 
 void SessionImpl::sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) {

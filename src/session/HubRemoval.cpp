@@ -54,13 +54,7 @@ void SessionImpl::disconnectInitilaHUB(HubClient& client) {
 
 void SessionImpl::forgetRoutes(HubClient& client) {
     m_split.forget(&client);
-    m_routes.forget(&client);
-    // The application is told of the hubs that its sources are served by now.
-    for (const auto& [source, hub] : m_entitled.copy()) {
-        HubClient* const serving = m_routes.find(source);
-        if (hub == &client && serving != nullptr)
-            m_entitled.move(source, hub, serving);
-    }
+    m_sources.forgetRoutes(&client);
 }
 
 /// No table leads to the hub any more.
@@ -68,7 +62,7 @@ void SessionImpl::forgetHub(HubClient& client) {
     forgetRoutes(client);
     if (QueueReadHandler* const handler = client.readQueueHandler())
         handler->endJitConflation();
-    m_hubStatus.forget(&client);
+    m_sources.hubStatus().forget(&client);
 }
 
 void SessionImpl::takeBackRequestsOf(HubClient& client, HubEventReactor* reactor) {

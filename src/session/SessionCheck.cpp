@@ -172,7 +172,7 @@ void SessionImpl::sessionPartial(const HubCounts& counts) {
     state = Session::TIVRA_SESSION_RECOVERY;
     eprintf(EPF_DBUG, "SESSION_RECOVERY: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
             counts.notReady, pending);
-    m_hubStatus.noteRecovery(stateChange());
+    m_sources.hubStatus().noteRecovery(stateChange());
 }
 
 void SessionImpl::allReady(const HubCounts& counts) {
@@ -192,8 +192,9 @@ void SessionImpl::allReady(const HubCounts& counts) {
     else if (!m_latch.settle(StartLatch::Outcome::Established, std::string(), establish))
         return; // the start has been given up or stopped meanwhile
     if (lastState != Session::TIVRA_SESSION_ESTABLISHED)
-        m_hubStatus.noteEstablished(m_hubs.copy(), m_entitled,
-                                    lastState == Session::TIVRA_SESSION_UNAVAILABLE, counts, stateChange());
+        m_sources.hubStatus().noteEstablished(m_hubs.copy(), m_sources.entitled(),
+                                              lastState == Session::TIVRA_SESSION_UNAVAILABLE, counts,
+                                              stateChange());
 }
 
 void SessionImpl::stepToNextFirstHub(const HubCounts& counts) {

@@ -37,7 +37,7 @@ SessionImpl::SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& hand
     , session(publicSession)
     , isValid(valid)
     , m_events(publicSession)
-    , m_hubStatus(m_events) {
+    , m_sources(*this, m_events) {
     // A write to a hub that has closed must fail with an error instead of ending the process.
     std::signal(SIGPIPE, SIG_IGN);
 }
@@ -119,7 +119,7 @@ bool SessionImpl::isFirstHub(const HubClient* hub) const {
 }
 
 void SessionImpl::noteHubDown(HubClient* client) {
-    m_hubStatus.noteDown(client);
+    m_sources.hubStatus().noteDown(client);
 }
 
 void SessionImpl::countHubLoss(HubClient* client) {
@@ -141,26 +141,9 @@ void SessionImpl::insertSessionEvent(tivra::SessionEvent::Types type, const std:
     m_events.push(type, dicVersion, sourceID, queueDepth);
 }
 
-void SessionImpl::addBoxSource(int src, HubClient* client) {
-    m_routes.addBoxSource(src, client);
-}
-
-bool SessionImpl::addUserSource(int src, HubClient* entHub) {
-    bool had = false;
-    HubClient* const serving = m_routes.addUserSource(src, entHub, had);
-    // Only a source with a hub counts as entitled; the others are looked for first.
-    if (had && serving != nullptr)
-        m_entitled.set(src, serving);
-    return had;
-}
-
-void SessionImpl::assignSource(int src, HubClient* client) {
-    m_routes.assign(src, client);
-}
-
 SessionImpl::PortCursor SessionImpl::nextSourceWithoutHub(int after, HubClient* client) {
     PortCursor cursor;
-    cursor.source = m_routes.nextWithoutHub(after, client, cursor.last);
+    cursor.source = m_sources.nextWithoutHub(after, client, cursor.last);
     return cursor;
 }
 

@@ -29,14 +29,12 @@
 #include "request/Watchlist.h"
 #include "session/DroppedHubs.h"
 #include "session/FirstHubs.h"
-#include "session/HubSourceStatus.h"
 #include "session/HubTable.h"
 #include "session/LockedSet.h"
 #include "session/QueueDepthAlarm.h"
 #include "session/RetCodeTable.h"
 #include "session/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
-#include "session/SourceRoutes.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
 #include "session/routing/LostRequests.h"
@@ -47,6 +45,9 @@
 #include "session/routing/RouterSession.h"
 #include "session/routing/RoutingTarget.h"
 #include "session/routing/SplitTables.h"
+#include "session/sources/HubSourceStatus.h"
+#include "session/sources/SourceRegistry.h"
+#include "session/sources/SourceSession.h"
 #include "session/threads/ReactorPool.h"
 #include "session/threads/ReactorPoolOwner.h"
 #include "session/xref/XrefConnector.h"
@@ -81,6 +82,7 @@ class SessionImpl final : public HubSession,
                           public TagSource,
                           public ReactorPoolOwner,
                           public RouterSession,
+                          public SourceSession,
                           public XrefSession,
                           public RetCodeTexts {
 public:
@@ -139,9 +141,9 @@ public:
     void startDicReload() override;
     void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
                             int queueDepth) override;
-    void addBoxSource(int src, HubClient* client) override;
-    bool addUserSource(int src, HubClient* entHub) override;
-    void assignSource(int src, HubClient* client) override;
+    void addBoxSource(int src, HubClient* client) override { m_sources.addBoxSource(src, client); }
+    bool addUserSource(int src, HubClient* entHub) override { return m_sources.addUserSource(src, entHub); }
+    void assignSource(int src, HubClient* client) override { m_sources.assignSource(src, client); }
     [[nodiscard]] PortCursor nextSourceWithoutHub(int after, HubClient* client) override;
     [[nodiscard]] HubLookup assignSourceToHost(int src, const std::string& hostInfo) override;
     bool createHubForHost(const std::string& hostInfo, HostConfigImpl& like, const char* operation) override;
@@ -178,9 +180,9 @@ public:
     [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override { return m_reqTagLst.contains(tag); }
     void addJitCount(int delta) override { m_jitCount += delta; }
     [[nodiscard]] bool isFirstHub(const HubClient* hub) const override;
-    void addNewEntitlement(int src, HubClient* hub) override;
-    void deleteEntitlement(int src, HubClient* hub) override;
-    void beginAddNewEntitlement(int src) override;
+    void addNewEntitlement(int src, HubClient* hub) override { m_sources.addNewEntitlement(src, hub); }
+    void deleteEntitlement(int src, HubClient* hub) override { m_sources.deleteEntitlement(src, hub); }
+    void beginAddNewEntitlement(int src) override { m_sources.beginAddNewEntitlement(src); }
 
     // --- TagSource ---
     [[nodiscard]] int64_t getNextTag() override { return m_tags.next(); }
@@ -205,6 +207,9 @@ public:
     void enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) override;
     void storeConflationInterval(long interval) override;
     void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) override;
+
+    // --- what the sources need; see SourceSession ---
+    void askForHubOf(int source) override;
 
     // --- what the cross-reference hubs need; see XrefSession ---
     [[nodiscard]] bool isLeavingItsHubs() const override;
@@ -372,7 +377,7 @@ private:
     FirstHubs m_firstHubs;
     DroppedHubs m_dropped;
     XrefConnector m_xref{*this};
-    HubSourceStatus m_hubStatus;
+    SourceRegistry m_sources;
     ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over
     double m_threadAttemptTime = 0.0;          ///< when it was last asked; monotonic, the master thread's own
@@ -385,10 +390,7 @@ private:
     RetCodeTable m_retCodes;
     DictionaryCache m_dictionaries;
     std::atomic<bool> m_haveEnum{false};
-    SourceRoutes m_routes;
-    EntitledSources m_entitled;
     SplitTables m_split;
-    LockedSet<int> dynEntMap; ///< granted sources whose hub has been asked for
 
     // Requests.
     TagCounter m_tags;
@@ -398,8 +400,8 @@ private:
     /// Tags that the default hub answers in the place of hubs that are missing.
     LockedSet<int64_t> m_reqTagLst;
     RequestQueue m_queue{watchlist, m_responses, *this};
-    RequestRouter m_router{*this, {m_routes, m_split, watchlist, m_responses, m_lost, m_queue}};
-    PortDetails m_portDetails{m_entitled, m_split,
+    RequestRouter m_router{*this, {m_sources.routes(), m_split, watchlist, m_responses, m_lost, m_queue}};
+    PortDetails m_portDetails{m_sources.entitled(), m_split,
                               [this](const std::string& text) { return writeLocalMessage(text); }};
 
     // Statistics; the last two are the first user thread's own.

@@ -41,7 +41,7 @@ void SessionImpl::startApiMasterThread() {
             }
         }
         if (isStarted)
-            m_hubStatus.raiseSourceEvents();
+            m_sources.hubStatus().raiseSourceEvents();
         if (m_managers.m_isCMconnection)
             m_xref.connectForEntitlements();
         ::usleep(kMasterPauseMicroseconds);

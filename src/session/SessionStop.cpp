@@ -50,9 +50,7 @@ void SessionImpl::shutdown() {
     m_hubs.deleteAll();
     nonHubClient.reset();
     m_split.clear();
-    m_routes.clear();
-    m_hubStatus.clear();
-    m_entitled.clear();
+    m_sources.clear();
     {
         tp::MutexLock lock(newQRHQueue_mutex);
         for (const HubClient* client : newQRHQueue)

@@ -107,7 +107,7 @@ SessionImpl::ClientVerdict SessionImpl::checkHealth(double now, HubClient& clien
         check.timedOut = client.isInitTimedOut(now);
     if (client.isValidConnection() && !check.timedOut)
         return check.failed ? ClientVerdict::Decide : ClientVerdict::Next;
-    m_hubStatus.noteDown(&client);
+    m_sources.hubStatus().noteDown(&client);
     if (!m_managers.m_isCMconnection || (!client.getInitialHubDisconnected() && !client.isSuspended()))
         client.closeConnection();
     // A client that merely lost its connection is dialled again on the next tick.
@@ -205,7 +205,7 @@ void SessionImpl::reset() {
     m_jitCount = 0;
     m_isJitConflating = false;
     m_downSinceLastCheck = 0;
-    dynEntMap.clear();
+    m_sources.reset();
     m_reqTagLst.clear();
     m_portDetails.reset();
     m_queueDepthAlarm = {};

@@ -40,7 +40,8 @@ void SessionImpl::connectXrefHubsFor(const RequestInternal& request) {
         const HubClient* const first = m_hubs.getFirstHub();
         isNeeded = first != nullptr && first->getHubMajorVersion() >= kFirstNewsHubVersion;
     }
-    if (request.getCommand() == tivra::QUERYXREF && (source == -1 || m_routes.find(source) == nullptr))
+    if (request.getCommand() == tivra::QUERYXREF &&
+        (source == -1 || m_sources.routes().find(source) == nullptr))
         isNeeded = true;
     if (!isNeeded)
         return;

@@ -237,7 +237,7 @@ SessionImpl::HubLookup SessionImpl::assignSourceToHost(int src, const std::strin
     HubClient* const client = m_hubs.find(host->getIndex());
     if (client == nullptr)
         return HubLookup::NoClient;
-    m_routes.assign(src, client);
+    m_sources.assignSource(src, client);
     return HubLookup::Found;
 }
 

@@ -12,13 +12,13 @@
 #include "request/RequestImpl.h"
 #include "request/TagSource.h"
 #include "session/HubClients.h"
-#include "session/SourceRoutes.h"
 #include "session/TagCounter.h"
 #include "session/routing/LostRequests.h"
 #include "session/routing/RequestQueue.h"
 #include "session/routing/ResponseBook.h"
 #include "session/routing/RouterSession.h"
 #include "session/routing/SplitTables.h"
+#include "session/sources/SourceRoutes.h"
 
 using namespace tivra_internal;
 using testing::ElementsAre;

@@ -8,10 +8,10 @@
 #include "session/QueueDepthAlarm.h"
 #include "session/RetCodeTable.h"
 #include "session/SessionEventQueue.h"
-#include "session/SourceRoutes.h"
 #include "session/StartLatch.h"
 #include "session/TagCounter.h"
 #include "session/routing/SplitTables.h"
+#include "session/sources/SourceRoutes.h"
 #include "session/threads/ReactorChoice.h"
 #include "support/LogCapture.h"
 

@@ -10,9 +10,9 @@
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
-#include "session/SourceRoutes.h"
 #include "session/routing/RoutingTarget.h"
 #include "session/routing/SplitTables.h"
+#include "session/sources/SourceRoutes.h"
 
 namespace tivra_internal {
 namespace {

@@ -15,7 +15,6 @@
 #include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
 #include "request/Watchlist.h"
-#include "session/SourceRoutes.h"
 #include "session/routing/AlternateIndexScan.h"
 #include "session/routing/LostRequests.h"
 #include "session/routing/RequestQueue.h"
@@ -23,6 +22,7 @@
 #include "session/routing/RouterSession.h"
 #include "session/routing/RoutingTarget.h"
 #include "session/routing/SplitTables.h"
+#include "session/sources/SourceRoutes.h"
 
 namespace tivra_internal {
 namespace {

@@ -1,4 +1,4 @@
-#include "session/SourceRoutes.h"
+#include "session/sources/SourceRoutes.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "session/HubSourceStatus.h"
+#include "session/sources/HubSourceStatus.h"
 
 #include <tp/eprintf.h>
 
@@ -6,7 +6,7 @@
 #include "request/RequestInternal.h"
 #include "session/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
-#include "session/SourceRoutes.h"
+#include "session/sources/SourceRoutes.h"
 
 namespace tivra_internal {
 
