@@ -53,24 +53,6 @@ protected:
     SlowClient client{Client::Options({first.hostString(), second.hostString()})};
 };
 
-TEST_F(SeveralHubsTest, AHubThatAnswersTwiceDoesNotAnswerForTheOther) {
-    for (StartedHub* hub : {&first, &second})
-        hub->ignore("QueryXRef");
-    const std::int64_t tag = client.send(tivra::QUERYXREF, 0, "IBM");
-    for (StartedHub* hub : {&first, &second})
-        ASSERT_TRUE(hub->waitForCommand("QueryXRef"));
-    const auto answer = [&](StartedHub& hub, const char* status) {
-        hub.sendBody("5026=" + std::to_string(tag) + "|5001=" + status);
-        settle();
-    };
-    answer(first, "0");
-    answer(first, "-9");
-    EXPECT_THAT(client.messagesOf(tag), testing::IsEmpty());
-    answer(second, "-3");
-    ASSERT_THAT(client.messagesOf(tag), testing::SizeIs(1));
-    EXPECT_EQ(client.messagesOf(tag).front().status, -3);
-}
-
 TEST_F(SeveralHubsTest, ALostHubEndsWhatItOwesOnceAndAfterWhatItHadSent) {
     client.settings().set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);
     EXPECT_EQ(client.ask(tivra::SUBSCRIBE, 100, "IBM"), 0);
