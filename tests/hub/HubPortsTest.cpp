@@ -37,7 +37,7 @@ protected:
 TEST_F(HubPortsTest, TheAnswerDecidesWhatKindOfHubThisIs) {
     const std::string own = ownPort();
     expectKind("", "AGG");
-    EXPECT_TRUE(client()->isReady());
+    EXPECT_TRUE(ready);
     EXPECT_THAT(session.told, Contains("user 558 here"));
     expectKind(own, "single-instance HUB");
     expectKind(own + "|13001=127.0.0.1", "1-way HUB");

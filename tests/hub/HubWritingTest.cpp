@@ -28,21 +28,6 @@ TEST_F(HubWritingTest, TheLongestTextGoesOutAndALongerOneLeavesTheConnectionOpen
     EXPECT_EQ(client->sendRequest("after", nullptr), -1);
 }
 
-TEST_F(HubWritingTest, AFrameThatIsCutShortCostsTheConnection) {
-    makeClient();
-    connect();
-    session.stopping = true; // so that a peer that takes nothing is left at once
-    const std::string text(8000, 'q');
-    while (!client->isOutOfStep()) {
-        if (client->sendRequest(text.c_str(), nullptr) < 0 && !client->isOutOfStep())
-            hub.readBytes(text.size() / 2);
-    }
-    EXPECT_TRUE(client->closeIfOutOfStep());
-    EXPECT_EQ(client->getFd(), -1);
-    EXPECT_EQ(session.down, 1);
-    EXPECT_FALSE(client->closeIfOutOfStep());
-}
-
 /// A pair of sockets of which one is written, with space for little.
 class SlowPeerTest : public testing::Test {
 protected:
