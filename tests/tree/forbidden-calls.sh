@@ -12,7 +12,7 @@ src/kvnparse/
 src/receive/UserEventBase.cpp
 src/receive/Queue.cpp
 src/dictionary/MetaTokenMap.cpp
-src/config/ConnectionConfig.cpp
+src/api/ConnectionConfig.cpp
 src/session/SessionMaster.cpp
 LIST
 }
