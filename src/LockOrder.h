@@ -19,7 +19,7 @@ inline constexpr tp::LockRank kLockHubSourceStatus{100, "m_hubSourceStatus_mutex
 inline constexpr tp::LockRank kLockHubClientsMap{110, "m_hubClientsMap_mutex"};
 inline constexpr tp::LockRank kLockHubClient{120, "a mutex of HubClient"};
 inline constexpr tp::LockRank kLockHubER{130, "m_hubER_mutex"};
-inline constexpr tp::LockRank kLockSessionRequest{140, "SessionImpl::m_request_mutex"};
+inline constexpr tp::LockRank kLockSessionRequest{140, "RequestQueue::m_request_mutex"};
 inline constexpr tp::LockRank kLockReactorRequest{150, "HubEventReactor::m_request_mutex"};
 inline constexpr tp::LockRank kLockHubWatchlist{160, "HubWatchlist::m_watchlist_mutex"};
 inline constexpr tp::LockRank kLockWatchlist{170, "Watchlist::m_watchlist_mutex"};

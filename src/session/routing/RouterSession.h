@@ -46,7 +46,7 @@ public:
     virtual void enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) = 0;
     /// A later reconnect negotiates the interval that the application has set last.
     virtual void storeConflationInterval(long interval) = 0;
-    /// The library's own question for the hub of a granted source must be asked again.
+    /// The library's own question for the hub of a granted source must be asked again. @thread any
     virtual void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int source) = 0;
 };
 

@@ -33,6 +33,7 @@ public:
 
     // --- what is granted and withdrawn while the session runs; @thread user ---
     /// The user is entitled to a source that this hub serves. A null hub is reported.
+    /// @thread user, master
     void addNewEntitlement(int src, HubClient* hub);
     /// A hub says that the user has lost a source, which counts when it is the one that serves it.
     void deleteEntitlement(int src, HubClient* hub);

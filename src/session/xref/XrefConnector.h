@@ -76,7 +76,8 @@ public:
     // --- what is seen of a hub ---
     /// It is ready. @thread first user
     static void noteConnected(HubClient& client);
-    /// It failed: it is not dialled any more and will be taken out of the session. @thread hub, first user
+    /// It failed: it is not dialled any more and will be taken out of the session.
+    /// @thread hub, first user, master
     static void giveUp(HubClient& client);
     /// Counts the hubs that came up and those that failed; the last one decides. @thread first user
     void decideXrefHubs();
