@@ -1,11 +1,26 @@
 #include "kvnparse/Encoder.h"
 
 #include "kvnparse/FactoryLists.h"
+#include "kvnparse/KVNEncoders.h"
 #include "kvnparse/SetOptions.h"
 
 #include <tp/eprintf.h>
 
 namespace KVNAPI {
+namespace {
+
+constexpr NameFactory<encoderFactory_t>::data kEncoders[] = {
+    {"kvn", factory_texts::kTokens, &newKVNencoder},
+    {"vkvn", factory_texts::kVerbose, &newVKVNencoder},
+};
+
+} // namespace
+
+constinit NameFactory<encoderFactory_t> EncoderList{kEncoders};
+
+void registerEncoder(encoderFactory_t factory, const char* name, const char* desc) {
+    EncoderList.registerName(factory, name, desc);
+}
 
 int Encoder::optionParser(const char* text) {
     return setOptions(*this, text);

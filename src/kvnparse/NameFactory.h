@@ -1,67 +1,64 @@
 #pragma once
 
-#include <mutex>
+#include <tp/te_error.h>
+
+#include <memory>
+#include <span>
+#include <string_view>
 #include <vector>
 
 namespace KVNAPI {
 
-/// The rows of one process-wide list of named factory functions. Built-in rows are entered at the first
-/// use, not by initialisers of the object files that hold the functions, which a linker may drop when they
-/// come from an archive. The rows are never destroyed, so that a thread outliving main can still look up.
-class _factory {
-public:
-    using untyped_func_t = void (*)();
-    using fill_t = void (*)(_factory& list);
-
-    struct data {
-        const char* name;
-        const char* desc;
-        untyped_func_t func;
-    };
-
-    explicit constexpr _factory(fill_t builtinRows) noexcept : m_builtinRows(builtinRows) {}
-    _factory(const _factory&) = delete;
-    _factory& operator=(const _factory&) = delete;
-
-    /// Appends a row; the texts are kept by pointer. Called before threads start, or while filling.
-    void append(untyped_func_t func, const char* name, const char* desc);
-
-    /// The first row of that name, or null with a text in te_geterror: the list of rows for the name
-    /// "help", else that the name is unknown.
-    [[nodiscard]] untyped_func_t find(const char* name);
-
-    /// Enters the built-in rows, once; `find` does so by itself.
-    void complete();
-
-private:
-    void reportRows() const;
-
-    fill_t m_builtinRows;
-    std::once_flag m_completed;
-    std::vector<data>* m_reg = nullptr;
-};
-
-/// A _factory whose functions all have the type `Func`, a pointer to function.
+/// A process-wide list of named factory functions; `Func` is a pointer to function. The list is never
+/// destroyed, so that a thread outliving main can still look up.
 template<class Func>
 class NameFactory {
 public:
-    explicit constexpr NameFactory(_factory::fill_t builtinRows) noexcept : m_rows(builtinRows) {}
+    struct data {
+        const char* name;
+        const char* desc;
+        Func func;
+    };
 
-    /// Appends a row of the user's own behind the built-in ones, before threads start.
+    /// `builtinRows` are static.
+    explicit constexpr NameFactory(std::span<const data> builtinRows) noexcept : m_builtin(builtinRows) {}
+    NameFactory(const NameFactory&) = delete;
+    NameFactory& operator=(const NameFactory&) = delete;
+
+    /// Appends a row after the built-in ones, before threads start. The texts are kept by pointer.
     void registerName(Func func, const char* name, const char* desc) {
-        m_rows.complete();
-        m_rows.append(untyped(func), name, desc);
+        // Released on purpose: no list of the process is ever destroyed.
+        if (m_reg == nullptr)
+            m_reg = std::make_unique<std::vector<data>>().release();
+        m_reg->push_back({name, desc, func});
     }
 
-    /// The factory function of that name, or null with a text in te_geterror.
-    [[nodiscard]] Func getName(const char* name) { return reinterpret_cast<Func>(m_rows.find(name)); }
-
-    [[nodiscard]] static _factory::untyped_func_t untyped(Func func) noexcept {
-        return reinterpret_cast<_factory::untyped_func_t>(func);
+    /// The function of the first row of that name, or null with a text in te_geterror: the list of rows for
+    /// the name "help", else that the name is unknown.
+    [[nodiscard]] Func getName(const char* name) const {
+        const bool isHelp = std::string_view(name) == "help";
+        if (isHelp)
+            tp::te_error("\nAvailable options are:");
+        for (const std::span<const data> rows : {m_builtin, added()}) {
+            for (const data& row : rows) {
+                if (isHelp)
+                    tp::te_error_safe("%s\n  %15s : %s", tp::te_geterror(), row.name, row.desc);
+                else if (std::string_view(name) == row.name)
+                    return row.func;
+            }
+        }
+        if (!isHelp)
+            tp::te_error("Could not find option '%s'", name);
+        return nullptr;
     }
 
 private:
-    _factory m_rows;
+    [[nodiscard]] std::span<const data> added() const noexcept {
+        return m_reg != nullptr ? std::span<const data>(*m_reg) : std::span<const data>();
+    }
+
+    std::span<const data> m_builtin;
+    std::vector<data>* m_reg = nullptr;
 };
 
 } // namespace KVNAPI
