@@ -121,40 +121,7 @@ public:
     [[nodiscard]] int getPeakPctFull() const noexcept {
         return m_report_peak_pct_full.load(std::memory_order_relaxed);
     }
-    [[nodiscard]] uint64_t getDroppedBytes() const noexcept { return m_stats.getDroppedBytes(); }
-    [[nodiscard]] uint64_t getHubDroppedBytes() const noexcept { return m_stats.getHubDroppedBytes(); }
-    [[nodiscard]] uint64_t getMsgsIn() const noexcept { return m_stats.getMsgsIn(); }
-    [[nodiscard]] uint64_t getMsgsOut() const noexcept { return m_stats.getMsgsOut(); }
-    [[nodiscard]] uint64_t getNetMsgsOut() const noexcept { return m_stats.getNetMsgsOut(); }
-    [[nodiscard]] uint64_t getInputMsgSec_1sec() const noexcept { return m_stats.getInputMsgSec_1sec(); }
-    [[nodiscard]] uint64_t getInputMsgSec_100ms() const noexcept { return m_stats.getInputMsgSec_100ms(); }
-    [[nodiscard]] uint64_t getPeakInputMsgSec_1sec() const noexcept {
-        return m_stats.getPeakInputMsgSec_1sec();
-    }
-    [[nodiscard]] uint64_t getPeakInputMsgSec_100ms() const noexcept {
-        return m_stats.getPeakInputMsgSec_100ms();
-    }
-    [[nodiscard]] uint64_t getOutputMsgSec_1sec() const noexcept { return m_stats.getOutputMsgSec_1sec(); }
-    [[nodiscard]] uint64_t getOutputMsgSec_100ms() const noexcept { return m_stats.getOutputMsgSec_100ms(); }
-    [[nodiscard]] uint64_t getPeakOutputMsgSec_1sec() const noexcept {
-        return m_stats.getPeakOutputMsgSec_1sec();
-    }
-    [[nodiscard]] uint64_t getPeakOutputMsgSec_100ms() const noexcept {
-        return m_stats.getPeakOutputMsgSec_100ms();
-    }
-    [[nodiscard]] uint64_t getNetOutputMsgSec_1sec() const noexcept {
-        return m_stats.getNetOutputMsgSec_1sec();
-    }
-    [[nodiscard]] uint64_t getNetOutputMsgSec_100ms() const noexcept {
-        return m_stats.getNetOutputMsgSec_100ms();
-    }
-    [[nodiscard]] uint64_t getPeakNetOutputMsgSec_1sec() const noexcept {
-        return m_stats.getPeakNetOutputMsgSec_1sec();
-    }
-    [[nodiscard]] uint64_t getPeakNetOutputMsgSec_100ms() const noexcept {
-        return m_stats.getPeakNetOutputMsgSec_100ms();
-    }
-    /// The running totals; an application thread sees values that may be one tick old.
+    /// The totals and the figures derived from them, which may be one tick old.
     [[nodiscard]] const QueueStatistics& statistics() const noexcept { return m_stats; }
     /// Percent below which suspended reads resume.
     [[nodiscard]] int getWarnDownThreshold() const noexcept { return m_warnDownThreshold; }

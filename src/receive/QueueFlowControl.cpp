@@ -177,8 +177,9 @@ void Queue::printStats(bool endOfInterval, bool endOfSecond, double curtime) {
                 EPF_INFO,
                 "%s: NET_MSGS_IN --> %lu; MSGS_OUT --> %lu; NET_MSGS_OUT --> %lu; DROP --> %lu; HUB_DROP --> "
                 "%ld; AVAILABLE --> %zu; queryCnt=%ld; lastRead=%f\n",
-                getSocketDesc().c_str(), m_stats.getValidMsgsIn(), getMsgsOut(), getNetMsgsOut(),
-                getDroppedBytes(), static_cast<long>(getHubDroppedBytes()),
+                getSocketDesc().c_str(), m_stats.getValidMsgsIn(), m_stats.getMsgsOut(),
+                m_stats.getNetMsgsOut(), m_stats.getDroppedBytes(),
+                static_cast<long>(m_stats.getHubDroppedBytes()),
                 static_cast<size_t>(m_available_bytes.load(std::memory_order_relaxed)),
                 static_cast<long>(getQueryCount()), m_lastRead.load(std::memory_order_relaxed));
         return;
@@ -194,14 +195,17 @@ void Queue::printStats(bool endOfInterval, bool endOfSecond, double curtime) {
             "DROP --> %lu; HUB_DROP --> %ld; AVAILABLE --> %zu; PCT_FULL=%d/%d; IN_MSGS/SEC(100ms)=%lu/%lu "
             "IN_MSGS/SEC(1sec)=%lu/%lu; OUT_MSGS/SEC(100ms)=%lu/%lu OUT_MSGS/SEC(1sec)=%lu/%lu; "
             "NET_OUT_MSGS/SEC(100ms)=%lu/%lu; NET_OUT_MSGS/SEC(1sec)=%lu/%lu; AVG_MSG_SIZE=%lu; queryCnt=%ld",
-            getSocketDesc().c_str(), m_stats.getBytesIn(), getMsgsIn(), m_stats.getValidMsgsIn(),
-            getMsgsOut(), getNetMsgsOut(), getDroppedBytes(), static_cast<long>(getHubDroppedBytes()),
+            getSocketDesc().c_str(), m_stats.getBytesIn(), m_stats.getMsgsIn(), m_stats.getValidMsgsIn(),
+            m_stats.getMsgsOut(), m_stats.getNetMsgsOut(), m_stats.getDroppedBytes(),
+            static_cast<long>(m_stats.getHubDroppedBytes()),
             static_cast<size_t>(m_available_bytes.load(std::memory_order_relaxed)), getPctFull(),
-            getPeakPctFull(), getInputMsgSec_100ms(), getPeakInputMsgSec_100ms(), getInputMsgSec_1sec(),
-            getPeakInputMsgSec_1sec(), getOutputMsgSec_100ms(), getPeakOutputMsgSec_100ms(),
-            getOutputMsgSec_1sec(), getPeakOutputMsgSec_1sec(), getNetOutputMsgSec_100ms(),
-            getPeakNetOutputMsgSec_100ms(), getNetOutputMsgSec_1sec(), getPeakNetOutputMsgSec_1sec(),
-            m_stats.getAvgMsgSize(), static_cast<long>(getQueryCount()));
+            getPeakPctFull(), m_stats.getInputMsgSec_100ms(), m_stats.getPeakInputMsgSec_100ms(),
+            m_stats.getInputMsgSec_1sec(), m_stats.getPeakInputMsgSec_1sec(), m_stats.getOutputMsgSec_100ms(),
+            m_stats.getPeakOutputMsgSec_100ms(), m_stats.getOutputMsgSec_1sec(),
+            m_stats.getPeakOutputMsgSec_1sec(), m_stats.getNetOutputMsgSec_100ms(),
+            m_stats.getPeakNetOutputMsgSec_100ms(), m_stats.getNetOutputMsgSec_1sec(),
+            m_stats.getPeakNetOutputMsgSec_1sec(), m_stats.getAvgMsgSize(),
+            static_cast<long>(getQueryCount()));
 }
 
 } // namespace tivra_internal

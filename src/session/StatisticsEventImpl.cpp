@@ -11,41 +11,34 @@ namespace {
 
 using tivra::StatisticsEvent;
 
+/// Where a statistic comes from: a figure of the counters, which sums up over the queues, or a fill level, of
+/// which the highest counts.
 struct StatisticRow {
     StatisticsEvent::StatsTypes type;
-    uint64_t (*read)(const Queue& queue);
-    bool isFillLevel;
+    uint64_t (QueueStatistics::*figure)() const noexcept;
+    int (Queue::*fillLevel)() const noexcept = nullptr;
 };
 
-uint64_t percent(int value) {
-    return static_cast<uint64_t>(std::max(value, 0));
-}
-
 constexpr StatisticRow kStatistics[] = {
-    {StatisticsEvent::MSGS_IN, [](const Queue& q) { return q.getMsgsIn(); }, false},
-    {StatisticsEvent::MSGS_OUT, [](const Queue& q) { return q.getMsgsOut(); }, false},
-    {StatisticsEvent::DROP, [](const Queue& q) { return q.getDroppedBytes(); }, false},
-    {StatisticsEvent::HUB_DROP, [](const Queue& q) { return q.getHubDroppedBytes(); }, false},
-    {StatisticsEvent::PCT_FULL, [](const Queue& q) { return percent(q.getPctFull()); }, true},
-    {StatisticsEvent::PEAK_PCT_FULL, [](const Queue& q) { return percent(q.getPeakPctFull()); }, true},
-    {StatisticsEvent::IN_MSGS_SEC_100MS, [](const Queue& q) { return q.getInputMsgSec_100ms(); }, false},
-    {StatisticsEvent::PEAK_IN_MSGS_SEC_100MS, [](const Queue& q) { return q.getPeakInputMsgSec_100ms(); },
-     false},
-    {StatisticsEvent::IN_MSGS_SEC, [](const Queue& q) { return q.getInputMsgSec_1sec(); }, false},
-    {StatisticsEvent::PEAK_IN_MSGS_SEC, [](const Queue& q) { return q.getPeakInputMsgSec_1sec(); }, false},
-    {StatisticsEvent::OUT_MSGS_SEC_100MS, [](const Queue& q) { return q.getOutputMsgSec_100ms(); }, false},
-    {StatisticsEvent::PEAK_OUT_MSGS_SEC_100MS, [](const Queue& q) { return q.getPeakOutputMsgSec_100ms(); },
-     false},
-    {StatisticsEvent::OUT_MSGS_SEC, [](const Queue& q) { return q.getOutputMsgSec_1sec(); }, false},
-    {StatisticsEvent::PEAK_OUT_MSGS_SEC, [](const Queue& q) { return q.getPeakOutputMsgSec_1sec(); }, false},
-    {StatisticsEvent::NET_MSGS_OUT, [](const Queue& q) { return q.getNetMsgsOut(); }, false},
-    {StatisticsEvent::NET_OUT_MSGS_SEC_100MS, [](const Queue& q) { return q.getNetOutputMsgSec_100ms(); },
-     false},
-    {StatisticsEvent::PEAK_NET_OUT_MSGS_SEC_100MS,
-     [](const Queue& q) { return q.getPeakNetOutputMsgSec_100ms(); }, false},
-    {StatisticsEvent::NET_OUT_MSGS_SEC, [](const Queue& q) { return q.getNetOutputMsgSec_1sec(); }, false},
-    {StatisticsEvent::PEAK_NET_OUT_MSGS_SEC, [](const Queue& q) { return q.getPeakNetOutputMsgSec_1sec(); },
-     false},
+    {StatisticsEvent::MSGS_IN, &QueueStatistics::getMsgsIn},
+    {StatisticsEvent::MSGS_OUT, &QueueStatistics::getMsgsOut},
+    {StatisticsEvent::DROP, &QueueStatistics::getDroppedBytes},
+    {StatisticsEvent::HUB_DROP, &QueueStatistics::getHubDroppedBytes},
+    {StatisticsEvent::PCT_FULL, nullptr, &Queue::getPctFull},
+    {StatisticsEvent::PEAK_PCT_FULL, nullptr, &Queue::getPeakPctFull},
+    {StatisticsEvent::IN_MSGS_SEC_100MS, &QueueStatistics::getInputMsgSec_100ms},
+    {StatisticsEvent::PEAK_IN_MSGS_SEC_100MS, &QueueStatistics::getPeakInputMsgSec_100ms},
+    {StatisticsEvent::IN_MSGS_SEC, &QueueStatistics::getInputMsgSec_1sec},
+    {StatisticsEvent::PEAK_IN_MSGS_SEC, &QueueStatistics::getPeakInputMsgSec_1sec},
+    {StatisticsEvent::OUT_MSGS_SEC_100MS, &QueueStatistics::getOutputMsgSec_100ms},
+    {StatisticsEvent::PEAK_OUT_MSGS_SEC_100MS, &QueueStatistics::getPeakOutputMsgSec_100ms},
+    {StatisticsEvent::OUT_MSGS_SEC, &QueueStatistics::getOutputMsgSec_1sec},
+    {StatisticsEvent::PEAK_OUT_MSGS_SEC, &QueueStatistics::getPeakOutputMsgSec_1sec},
+    {StatisticsEvent::NET_MSGS_OUT, &QueueStatistics::getNetMsgsOut},
+    {StatisticsEvent::NET_OUT_MSGS_SEC_100MS, &QueueStatistics::getNetOutputMsgSec_100ms},
+    {StatisticsEvent::PEAK_NET_OUT_MSGS_SEC_100MS, &QueueStatistics::getPeakNetOutputMsgSec_100ms},
+    {StatisticsEvent::NET_OUT_MSGS_SEC, &QueueStatistics::getNetOutputMsgSec_1sec},
+    {StatisticsEvent::PEAK_NET_OUT_MSGS_SEC, &QueueStatistics::getPeakNetOutputMsgSec_1sec},
 };
 
 } // namespace
@@ -54,8 +47,10 @@ void StatisticsEventImpl::add(const Queue& queue) {
     static_assert(std::size(kStatistics) == kStatCount);
     for (const StatisticRow& row : kStatistics) {
         uint64_t& total = m_stats[static_cast<std::size_t>(row.type)];
-        const uint64_t value = row.read(queue);
-        total = row.isFillLevel ? std::max(total, value) : total + value;
+        if (row.fillLevel != nullptr)
+            total = std::max(total, static_cast<uint64_t>(std::max((queue.*row.fillLevel)(), 0)));
+        else
+            total += (queue.statistics().*row.figure)();
     }
 }
 

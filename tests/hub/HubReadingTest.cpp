@@ -48,7 +48,7 @@ protected:
     uint64_t framesInQueue() {
         client->calcStats(0.0);
         client->getResponseQueue()->printStats(true, true, 0.0);
-        return client->getResponseQueue()->getMsgsIn();
+        return client->getResponseQueue()->statistics().getMsgsIn();
     }
 };
 
@@ -118,7 +118,7 @@ TEST_F(HubReadingTest, HalfAFrameOfALostConnectionIsNotMixedWithTheNext) {
     comeUp();
     feed(data);
     EXPECT_EQ(framesInQueue(), 1U);
-    EXPECT_EQ(client->getResponseQueue()->getDroppedBytes(), 0U);
+    EXPECT_EQ(client->getResponseQueue()->statistics().getDroppedBytes(), 0U);
 }
 
 TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReactor) {

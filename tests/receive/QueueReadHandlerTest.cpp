@@ -88,13 +88,13 @@ TEST_F(ReadHandlerTest, AHeartbeatIsNotedAndShownOnlyToASubscriber) {
 
 TEST_F(ReadHandlerTest, HubCountersAreTakenAndNonsenseCountsAsZero) {
     receive("4=922|5=.HUB.STATUS|13266=1234|5065=7");
-    EXPECT_EQ(queue.getHubDroppedBytes(), 1234U);
+    EXPECT_EQ(queue.statistics().getHubDroppedBytes(), 1234U);
     EXPECT_EQ(handler().getHubIdleCount(), 7U);
     receive("4=922|5=.HUB.STATUS|13266=0");
-    EXPECT_EQ(queue.getHubDroppedBytes(), 1234U);
+    EXPECT_EQ(queue.statistics().getHubDroppedBytes(), 1234U);
     EXPECT_EQ(handler().getHubIdleCount(), 7U);
     receive("4=922|5=.HUB.STATUS|13266=-5|5065=-1");
-    EXPECT_EQ(queue.getHubDroppedBytes(), 1234U);
+    EXPECT_EQ(queue.statistics().getHubDroppedBytes(), 1234U);
     EXPECT_EQ(handler().getHubIdleCount(), 0U);
 }
 
