@@ -50,6 +50,7 @@ HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
 
 HubSocket::Progress HubSocket::begin() {
     m_connectErrno = 0;
+    m_state = State::Closed;
     sockaddr_in peer{};
     if (!m_address.toSocketAddress(peer))
         return refuse(EINVAL);

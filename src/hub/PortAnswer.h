@@ -27,13 +27,14 @@ struct PortAnswer {
     [[nodiscard]] static bool isPort(int64_t number) { return number >= 1 && number <= kMaxPort; }
 
     /// Calls `visit(host, number)` for each port as the message has it, in order, until that returns false.
+    /// A host is cut to what a log line holds: no address is longer.
     template<class Visit>
     void walk(const KVNAPI::Message& msg, const Visit& visit) const {
         std::string currentHost;
         for (int i = 0; i < msg.pairCount(); ++i) {
             const KVNAPI::TVPair& pair = *msg.pair(i);
             if (host.isIn(pair))
-                currentHost = pairText(pair);
+                currentHost = loggable(pairText(pair));
             else if (port.isIn(pair) && !visit(currentHost, integerOf(pair)))
                 return;
         }
@@ -43,11 +44,10 @@ struct PortAnswer {
     template<class Visit>
     void forEachPort(const KVNAPI::Message& msg, const Visit& visit) const {
         walk(msg, [&visit](const std::string& named, int64_t number) {
-            const std::string shown = loggable(named);
             if (isPort(number))
-                visit(shown, static_cast<uint16_t>(number));
+                visit(named, static_cast<uint16_t>(number));
             else
-                noteInvalidPort(number, shown);
+                noteInvalidPort(number, named);
             return true;
         });
     }

@@ -103,6 +103,19 @@ TEST_F(HubManagerTest, HubsThatNeverAnswerAreReplacedUntilTheDialsAreUsedUp) {
     EXPECT_TRUE(asksAgainAfterDial());
 }
 
+TEST_F(HubManagerTest, ALookUpThatFailsEndsTheDialUnderWay) {
+    const FullPort busy;
+    g_answers = {{LNKAPI_ERROR_WRONG_USERNAMEPASSWORD, ""}};
+    makeClient({.address = "127.0.0.1", .port = busy.port()});
+    session.managers.addCandidate({"127.0.0.1", busy.port()});
+    session.managers.m_CMcheckDone = true;
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::UnderWay);
+    session.managers.m_CMcheckDone = false;
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::Failed);
+    EXPECT_EQ(client->getFd(), -1) << "nobody may log in on half a connection";
+    EXPECT_FALSE(client->inProgress());
+}
+
 TEST_F(HubManagerTest, AHostThatIsNoManagerIsDialledItself) {
     const std::string tooLong(5000, '1');
     for (const Answer& noManager :
