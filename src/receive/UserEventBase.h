@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include <tp/PollTable.h>
 #include <tp/TimerList.h>
 
 #include "receive/QPoll.h"
@@ -42,7 +43,8 @@ public:
     [[nodiscard]] virtual bool isStillReadable() const noexcept { return false; }
 
 private:
-    friend class UserEventReactor;
+    template<class Event, class Entry, int capacity>
+    friend class tp::PollTable;
     template<class Event, class Wake, int capacity>
     friend class tp::TimerList;
 

@@ -6,6 +6,8 @@
 namespace tp {
 
 class EventBase;
+template<class Event, class Entry, int capacity>
+class PollTable;
 template<class Event, class Wake, int capacity>
 class TimerList;
 
@@ -47,7 +49,8 @@ public:
     [[nodiscard]] bool hasTimer() const noexcept { return m_timerPos != nullptr; }
 
 private:
-    friend class EventReactor;
+    template<class Event, class Entry, int capacity>
+    friend class PollTable;
     template<class Event, class Wake, int capacity>
     friend class TimerList;
 
