@@ -13,7 +13,7 @@ public:
     virtual ~SessionStanding() = default;
 
     [[nodiscard]] virtual tivra::Session::States getState() const = 0;
-    /// `stopRequested` or `shutdownInProgress` is set: long waits must end.
+    /// The session stops or changes to other hubs: long waits must end.
     [[nodiscard]] virtual bool isStopping() const = 0;
     [[nodiscard]] virtual bool isInitiallyEstablished() const = 0;
     /// The session has been established since the application's `start`.

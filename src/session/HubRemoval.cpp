@@ -24,8 +24,7 @@ void SessionImpl::markDroppedHubs() {
         forgetRoutes(client);
         eprintf(EPF_INFO, "initialHubDisconnected is set to true for hub %s  and added to newQRHQueue",
                 client.getHubAddr().c_str());
-        tp::MutexLock queue(newQRHQueue_mutex);
-        newQRHQueue.push_back(&client);
+        m_newHubs.enter(client);
     });
 }
 

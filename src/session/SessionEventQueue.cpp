@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <utility>
 
+#include <session/SessionEventHandler.h>
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
@@ -52,6 +53,17 @@ SessionEventPtr SessionEventQueue::pop() {
     SessionEventPtr event = std::move(eventQueue.front());
     eventQueue.pop_front();
     return event;
+}
+
+bool SessionEventQueue::deliver(tivra::SessionEventHandler& handler, std::size_t most) {
+    for (std::size_t delivered = 0; delivered < most; ++delivered) {
+        const SessionEventPtr event = pop();
+        if (!event)
+            return true;
+        handler.onSessionEvent(*event);
+        eprintf(EPF_INFO, "SessionEvent: %s", sessionEventText(*event).c_str());
+    }
+    return false;
 }
 
 void SessionEventQueue::clear() {

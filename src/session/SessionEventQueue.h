@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <memory>
 #include <string>
@@ -9,6 +10,10 @@
 
 #include "LockOrder.h"
 #include "config/HandleAccess.h"
+
+namespace tivra {
+class SessionEventHandler;
+}
 
 namespace tivra_internal {
 
@@ -26,6 +31,8 @@ public:
     void pushState(tivra::SessionEvent::Types type) { push(type, std::string(), 0, 0); }
     /// The oldest event, null when there is none. @thread first user thread
     [[nodiscard]] SessionEventPtr pop();
+    /// Hands up to so many to the application. True when no event is left. @thread first user thread
+    bool deliver(tivra::SessionEventHandler& handler, std::size_t most);
     void clear();
 
 private:

@@ -101,19 +101,6 @@ void SessionImpl::setRetCodeDesc(int code, const char* text, long length) {
     m_retCodes.set(code, std::string_view(text, length < 0 ? 0 : static_cast<std::size_t>(length)));
 }
 
-void SessionImpl::claimFirstHubClient(HubClient* client) {
-    HubClient* none = nullptr;
-    m_firstHubs.firstHubClient.compare_exchange_strong(none, client);
-}
-
-bool SessionImpl::isFirstHubClient(const HubClient* client) const {
-    return m_firstHubs.firstHubClient.load() == client;
-}
-
-bool SessionImpl::isNewestFirstHub(const HubClient* client) const {
-    return m_firstHubs.newest() == client;
-}
-
 bool SessionImpl::isFirstHub(const HubClient* hub) const {
     return m_hubs.getFirstHub() == hub;
 }
@@ -126,14 +113,12 @@ void SessionImpl::countHubLoss(HubClient* client) {
     // A first hub that the session has let go on purpose is no loss, nor is a hub that it connects late.
     const bool isComingXref = m_managers.m_isCMconnection && m_xref.isComing(*client);
     if (!client->getInitialHubDisconnected() && !client->m_retired && !isComingXref)
-        ++m_downSinceLastCheck;
+        m_check.countLoss();
 }
 
 void SessionImpl::enterReadyHub(HubClient* client) {
     m_lost.stopWaitingForQueue(client);
-    tp::MutexLock lock(newQRHQueue_mutex);
-    if (client->markReady() && !client->m_retired)
-        newQRHQueue.push_back(client);
+    m_newHubs.enterReady(*client);
 }
 
 void SessionImpl::insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion,

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -28,15 +27,21 @@
 #include "request/TagSource.h"
 #include "request/Watchlist.h"
 #include "session/DroppedHubs.h"
-#include "session/FirstHubs.h"
 #include "session/HubTable.h"
 #include "session/LockedSet.h"
+#include "session/NewHubs.h"
 #include "session/QueueDepthAlarm.h"
 #include "session/RetCodeTable.h"
-#include "session/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
-#include "session/StartLatch.h"
 #include "session/TagCounter.h"
+#include "session/lifecycle/ChangeOver.h"
+#include "session/lifecycle/FirstHubSession.h"
+#include "session/lifecycle/FirstHubs.h"
+#include "session/lifecycle/HostLists.h"
+#include "session/lifecycle/RunState.h"
+#include "session/lifecycle/StartLatch.h"
+#include "session/lifecycle/StateMachine.h"
+#include "session/lifecycle/StateSession.h"
 #include "session/routing/LostRequests.h"
 #include "session/routing/PortDetails.h"
 #include "session/routing/RequestQueue.h"
@@ -84,6 +89,8 @@ class SessionImpl final : public HubSession,
                           public RouterSession,
                           public SourceSession,
                           public XrefSession,
+                          public FirstHubSession,
+                          public StateSession,
                           public RetCodeTexts {
 public:
     SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
@@ -106,22 +113,26 @@ public:
     void registerStatisticsEventHandler(tivra::StatisticsEventHandler* handler, int interval);
     /// The tag of the request, or 0 when it was refused. @thread any
     [[nodiscard]] int64_t send(RequestImpl& request);
-    [[nodiscard]] tivra::Session::States getState() const override { return state.load(); }
+    [[nodiscard]] tivra::Session::States getState() const override { return m_check.state(); }
 
     // --- what hub connections ask; see HubSession ---
     [[nodiscard]] bool isCMconnection() const override { return m_managers.m_isCMconnection; }
-    [[nodiscard]] bool isStopping() const override { return stopRequested || shutdownInProgress; }
-    [[nodiscard]] bool isInitiallyEstablished() const override { return m_isInitiallyEstablished; }
-    [[nodiscard]] bool getisStarted() const override { return isStarted; }
+    [[nodiscard]] bool isStopping() const override { return m_run.isLeavingHubs(); }
+    [[nodiscard]] bool isInitiallyEstablished() const override { return m_check.isInitiallyEstablished(); }
+    [[nodiscard]] bool getisStarted() const override { return m_run.isStarted(); }
     [[nodiscard]] int getQueueDepthThreshold() const override { return m_queueDepthThreshold; }
     [[nodiscard]] std::string getLanguage() const override;
-    void claimFirstHubClient(HubClient* client) override;
-    [[nodiscard]] bool isFirstHubClient(const HubClient* client) const override;
-    [[nodiscard]] bool isNewestFirstHub(const HubClient* client) const override;
+    void claimFirstHubClient(HubClient* client) override { m_firstHubs.claim(client); }
+    [[nodiscard]] bool isFirstHubClient(const HubClient* client) const override {
+        return m_firstHubs.isFirst(client);
+    }
+    [[nodiscard]] bool isNewestFirstHub(const HubClient* client) const override {
+        return m_firstHubs.newest() == client;
+    }
     [[nodiscard]] ConnectionManagers& getConnectionManagers() override { return m_managers; }
-    void disableFailover() override { failoverEnabled = false; }
+    void disableFailover() override { m_changeOver.enableFailover(false); }
     [[nodiscard]] int updateCMPortPairLst() override {
-        return m_managers.updateCMPortPairLst(primaryIP2PortLst, backupIP2PortLst);
+        return m_managers.updateCMPortPairLst(m_hostLists.primary(), m_hostLists.backup());
     }
     void renameHost(const std::string& hostInfo, const std::string& newHostInfo) override {
         m_hosts.rename(hostInfo, newHostInfo);
@@ -138,7 +149,7 @@ public:
     [[nodiscard]] const char* getRetCodeDesc(int code) const override { return m_retCodes.get(code); }
     void setRetCodeDesc(int code, const char* text, long length) override;
     [[nodiscard]] DictionaryCache& getDictionaryCache() override { return m_dictionaries; }
-    void startDicReload() override;
+    void startDicReload() override { m_changeOver.startDicReload(); }
     void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
                             int queueDepth) override;
     void addBoxSource(int src, HubClient* client) override { m_sources.addBoxSource(src, client); }
@@ -178,7 +189,7 @@ public:
         return m_router.ownSubscriptions().isHBSubscribed();
     }
     [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override { return m_reqTagLst.contains(tag); }
-    void addJitCount(int delta) override { m_jitCount += delta; }
+    void addJitCount(int delta) override { m_check.addJitCount(delta); }
     [[nodiscard]] bool isFirstHub(const HubClient* hub) const override;
     void addNewEntitlement(int src, HubClient* hub) override { m_sources.addNewEntitlement(src, hub); }
     void deleteEntitlement(int src, HubClient* hub) override { m_sources.deleteEntitlement(src, hub); }
@@ -195,7 +206,7 @@ public:
 
     // --- what the routing of requests asks; see RouterSession ---
     [[nodiscard]] bool watchlistInUse() override;
-    [[nodiscard]] bool isShuttingDown() const override { return shutdownInProgress; }
+    [[nodiscard]] bool isShuttingDown() const override { return m_run.isLeavingHubs(); }
     [[nodiscard]] std::string userName() const override;
     [[nodiscard]] HubClient* firstHub() const override { return m_hubs.getFirstHub(); }
     [[nodiscard]] std::vector<HubClient*> hubsForAll() const override;
@@ -222,6 +233,16 @@ public:
     void removeXrefHub(HubClient& client) override;
     void enterGrantedRoute(int source, uint16_t port) override;
 
+    // --- what the first hubs need; see FirstHubSession ---
+    [[nodiscard]] HostConfigImpl* configuredHost(const HostPair& pair) override;
+    [[nodiscard]] bool hasHubAt(const HostConfigImpl& host) override;
+    [[nodiscard]] bool createFirstHub(HostConfigImpl& host) override;
+
+    // --- what the session check needs; see StateSession ---
+    [[nodiscard]] std::vector<HubClient*> hubs() const override { return m_hubs.copy(); }
+    void abortStart(const std::string& reason) override;
+    void markDroppedHubs() override;
+
 private:
     // What the threads do at their ticks.
     void check_hub_clients(double now, HubEventReactor& reactor);         ///< @thread hub
@@ -230,6 +251,7 @@ private:
     void calc_user_stats(double curtime, UserEventReactor& reactor);      ///< @thread user
     void check_session_events();                                          ///< @thread first user
     void check_user_events();                                             ///< @thread first user
+    void deliverLastEvents();                                             ///< @thread first user
     void check_statistics_events(double curtime);                         ///< @thread first user
     void check_queueDepth_events();                                       ///< @thread first user
 
@@ -237,10 +259,8 @@ private:
     [[nodiscard]] bool startLocked(std::string& failReason) TP_REQUIRES(m_start_mutex);
     [[nodiscard]] bool refuseStart(std::string& failReason, const char* reason);
     [[nodiscard]] bool isRunning();
-    void readHostLists();
     [[nodiscard]] bool launchMaster(std::string& failReason);
     [[nodiscard]] StartLatch::Outcome waitForOutcome(std::string& reason);
-    void abortStart(const std::string& reason);
 
     // WorkerThreads.cpp
     void startWorkerThreads(bool startBackup);
@@ -259,22 +279,6 @@ private:
     void changeOver();
     void serveNewHub();
 
-    // SessionCheck.cpp
-    void deliverLastEvents();
-    void decideState();
-    [[nodiscard]] HubSourceStatus::StateEvent stateChange() const;
-    [[nodiscard]] HubCounts countHubs();
-    [[nodiscard]] int countPending();
-    void sessionDown(const HubCounts& counts);
-    void lastHubMissing(HubCounts counts);
-    void sessionPartial(const HubCounts& counts);
-    void allReady(const HubCounts& counts);
-    void stepToNextFirstHub(const HubCounts& counts);
-    void reportJitConflation();
-    /// True when no event is left.
-    bool handleEvents(bool untilEmpty);
-    bool continueFirstHub();
-
     // SessionSupervision.cpp
     enum class ClientVerdict { Next, Decide };
     struct ClientCheck {
@@ -286,11 +290,9 @@ private:
     [[nodiscard]] ClientVerdict checkHealth(double now, HubClient& client, ClientCheck& check);
     [[nodiscard]] bool decideFailure(HubClient& client, const ClientCheck& check);
     void abortStartFor(HubClient& client, const ClientCheck& check, const std::string& retryReason);
-    void startFailover(bool force);
     void reset();
 
     // HubRemoval.cpp
-    void markDroppedHubs();
     void dropOneFirstHub(const HubEventReactor& reactor);
     void disconnectInitilaHUB(HubClient& client);
     void forgetRoutes(HubClient& client);
@@ -299,13 +301,6 @@ private:
 
     // SessionXrefs.cpp
     [[nodiscard]] std::string hostOfGrantedPort(int src, uint16_t port);
-
-    // FirstHub.cpp
-    [[nodiscard]] HostConfigImpl* configuredHost(const HostPair& pair);
-    [[nodiscard]] int createNextfirstHub();
-    [[nodiscard]] const std::vector<HostPair>& activeHosts() const {
-        return m_useBackup ? backupIP2PortLst : primaryIP2PortLst;
-    }
 
     // SessionStop.cpp
     void shutdown();
@@ -338,9 +333,7 @@ private:
     tp::Mutex m_config_mutex; ///< guards the two pointers, which are set once
     HandlePtr<tivra::SessionConfig> sessionConfig TP_GUARDED_BY(m_config_mutex);
     HandlePtr<tivra::ConnectionConfig> connectionConfig TP_GUARDED_BY(m_config_mutex);
-    // Written by `start` while no worker thread exists, read by the workers.
-    std::vector<HostPair> primaryIP2PortLst;
-    std::vector<HostPair> backupIP2PortLst;
+    HostLists m_hostLists;
     std::atomic<int> m_queueDepthThreshold{70};
 
     // Start and stop.
@@ -348,43 +341,25 @@ private:
     tp::Mutex m_stop_mutex{kLockStop};   ///< one stop at a time
     std::unique_ptr<tp::Thread> masterThread TP_GUARDED_BY(m_stop_mutex);
     StartLatch m_latch;
-    std::atomic<bool> isStarted{false};
-    std::atomic<bool> abortStartup{false};
-    std::atomic<bool> stopRequested{false};
-    std::atomic<bool> shutdownInProgress{false};
-
-    // State, as the session check decides it.
-    std::atomic<tivra::Session::States> state{tivra::Session::TIVRA_SESSION_UNAVAILABLE};
-    std::atomic<tivra::Session::States> lastState{tivra::Session::TIVRA_SESSION_UNAVAILABLE};
-    std::atomic<bool> m_isInitiallyEstablished{false};
-    std::atomic<int> m_downSinceLastCheck{0};
-    std::atomic<int> m_jitCount{0};
-    std::atomic<bool> m_isJitConflating{false};
+    RunState m_run;
+    ChangeOver m_changeOver{m_run};
     SessionEventQueue m_events;
-
-    // Failover and reload.
-    tp::Mutex m_failover_mutex; ///< makes a change-over single
-    tp::Mutex m_dicReload_mutex;
-    std::atomic<double> lastFailoverTime{0.0}; ///< monotonic; 0.0: none since the start
-    std::atomic<bool> failoverEnabled{false};
-    std::atomic<bool> failoverInProgress{false};
-    std::atomic<bool> dicReloadInProgress{false};
-    std::atomic<bool> m_useBackup{false};
     ConnectionManagers m_managers;
 
     // Hubs and threads.
     HubTable m_hubs;
-    FirstHubs m_firstHubs;
+    FirstHubs m_firstHubs{*this, m_hostLists, m_changeOver, m_managers};
+    NewHubs m_newHubs;
     DroppedHubs m_dropped;
     XrefConnector m_xref{*this};
     SourceRegistry m_sources;
+    StateMachine m_check{*this,
+                         {m_run, m_latch, m_firstHubs, m_newHubs, m_xref, m_managers, m_sources, m_events}};
     ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over
     double m_threadAttemptTime = 0.0;          ///< when it was last asked; monotonic, the master thread's own
     std::unique_ptr<HubClient>
         nonHubClient; ///< the pseudo hub of the library's own messages; master and its users
-    tp::Mutex newQRHQueue_mutex{kLockNewQRHQueue};
-    std::deque<HubClient*> newQRHQueue TP_GUARDED_BY(newQRHQueue_mutex);
 
     // What hubs have told.
     RetCodeTable m_retCodes;

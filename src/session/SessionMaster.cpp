@@ -19,15 +19,14 @@ constexpr unsigned kRequestsPerPass = 1000;
 } // namespace
 
 void SessionImpl::startApiMasterThread() {
-    startWorkerThreads(m_useBackup);
+    startWorkerThreads(m_changeOver.isOnBackup());
     for (;;) {
-        if (stopRequested) {
+        if (m_run.isStopRequested()) {
             shutdown();
-            shutdownInProgress = false;
             eprintf(EPF_DBUG, "Session master thread is exiting");
             return;
         }
-        if (failoverInProgress || dicReloadInProgress) {
+        if (m_changeOver.isAskedFor()) {
             changeOver();
         } else if (m_threadsMissing) {
             retryWorkerThreads();
@@ -35,12 +34,12 @@ void SessionImpl::startApiMasterThread() {
             serveNewHub();
             if (m_xref.continueRetry())
                 m_queue.prepend(m_xref.takeWaiting());
-            if (m_isInitiallyEstablished) {
+            if (m_check.isInitiallyEstablished()) {
                 m_queue.serve(kRequestsPerPass, m_router);
                 m_portDetails.answer(kRequestsPerPass);
             }
         }
-        if (isStarted)
+        if (m_run.isStarted())
             m_sources.hubStatus().raiseSourceEvents();
         if (m_managers.m_isCMconnection)
             m_xref.connectForEntitlements();
@@ -53,38 +52,25 @@ void SessionImpl::startApiMasterThread() {
 /// reload).
 void SessionImpl::changeOver() {
     shutdown();
-    shutdownInProgress = stopRequested.load();
-    if (failoverInProgress) {
-        const bool wasBackup = m_useBackup;
-        m_useBackup = !wasBackup;
-        eprintf(EPF_INFO, "failover: %s HUB disconnected; initializing connection(s) to %s HUB",
-                wasBackup ? "Backup" : "Primary", wasBackup ? "primary" : "backup");
-    }
-    // Cleared first: a hub of the new side that fails at once may ask for the next change.
-    failoverInProgress = false;
-    dicReloadInProgress = false;
-    startWorkerThreads(m_useBackup);
+    m_changeOver.turn();
+    startWorkerThreads(m_changeOver.isOnBackup());
 }
 
 /// Gives the hub that became ready first its read handler, on a user thread.
 void SessionImpl::serveNewHub() {
-    tp::MutexLock lock(newQRHQueue_mutex);
-    if (newQRHQueue.empty())
-        return;
-    HubClient* const client = newQRHQueue.front();
-    // A first hub that is to be dropped gets no handler; a hub that came back keeps the one it has.
-    if (client->getInitialHubDisconnected()) {
-        m_dropped.noteHandedOver();
-    } else if (!client->hasReadHandler()) {
-        if (client->getHostConfig() == nullptr) {
-            eprintf(EPF_CRIT, "internal error m_hostConfig is NULL for hubClient=%p-- aborting",
-                    static_cast<const void*>(client));
-            std::abort();
+    m_newHubs.serveNext([this](HubClient& client) {
+        // A first hub that is to be dropped gets no handler; a hub that came back keeps the one it has.
+        if (client.getInitialHubDisconnected()) {
+            m_dropped.noteHandedOver();
+        } else if (!client.hasReadHandler()) {
+            if (client.getHostConfig() == nullptr) {
+                eprintf(EPF_CRIT, "internal error m_hostConfig is NULL for hubClient=%p-- aborting",
+                        static_cast<const void*>(&client));
+                std::abort();
+            }
+            giveReadHandler(client, false);
         }
-        giveReadHandler(*client, false);
-    }
-    newQRHQueue.pop_front();
-    eprintf(EPF_DBUG, "HUB [%s] removed from newQRHQueue\n", client->getHubAddr().c_str());
+    });
 }
 
 } // namespace tivra_internal

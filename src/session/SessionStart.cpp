@@ -1,7 +1,6 @@
 // From the application's `start` to a master thread and a settled outcome.
 #include "session/SessionImpl.h"
 
-#include <algorithm>
 #include <system_error>
 #include <unistd.h>
 
@@ -27,14 +26,6 @@ constexpr const char* kNoPrimary = "Primary connection empty or Primary and back
 constexpr const char* kNoCredentials = "User name or password can't be sent to a hub";
 constexpr const char* kOnLibraryThread = "start called on a library thread";
 
-/// False when the list has it already.
-bool addOnce(std::vector<HostPair>& list, const HostPair& host) {
-    if (std::find(list.begin(), list.end(), host) != list.end())
-        return false;
-    list.push_back(host);
-    return true;
-}
-
 } // namespace
 
 bool SessionImpl::start(std::string& failReason) {
@@ -53,8 +44,8 @@ bool SessionImpl::start(std::string& failReason) {
 
 bool SessionImpl::startLocked(std::string& failReason) {
     if (!isRunning())
-        readHostLists();
-    if (primaryIP2PortLst.empty())
+        m_hostLists.read(m_hosts, m_managers);
+    if (m_hostLists.primary().empty())
         return refuseStart(failReason, kNoPrimary);
     failReason = kStarted;
     if (!isValid)
@@ -63,7 +54,7 @@ bool SessionImpl::startLocked(std::string& failReason) {
         return refuseStart(failReason, kNoCredentials);
     if (m_msgEventHandler.load() == nullptr)
         return refuseStart(failReason, kNoMessageHandler);
-    if (isStarted) {
+    if (m_run.isStarted()) {
         failReason = kAlreadyStarted;
         eprintf(EPF_WARN, "%s", kAlreadyStarted);
         return true;
@@ -89,46 +80,12 @@ bool SessionImpl::refuseStart(std::string& failReason, const char* reason) {
 
 bool SessionImpl::isRunning() {
     tp::MutexLock lock(m_stop_mutex);
-    return isStarted || masterThread != nullptr;
-}
-
-void SessionImpl::readHostLists() {
-    if (m_managers.m_isCMconnection) {
-        m_hosts.restoreAdded();
-        // A connection manager may have handed out other addresses than those of the last start.
-        for (const HostPair& host : backupIP2PortLst)
-            m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Backup);
-        for (const HostPair& host : primaryIP2PortLst)
-            m_hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Primary);
-    }
-    std::vector<HostPair> added;
-    m_hosts.forEachNamed([this, &added](const std::string& hostInfo, HostConfigImpl* host) {
-        if (host == nullptr) {
-            eprintf(EPF_WARN,
-                    "hoststring(%s) not found in the hostConfigMap so cannot add to primar/backup host list ",
-                    hostInfo.c_str());
-            return;
-        }
-        if (!host->isExternal())
-            return;
-        const bool isBackup = host->getBoolean(tivra::HostConfig::BACKUP_BOOL, false);
-        // What was configured; at present the host may have the address of a hub of a manager.
-        const HostPair pair{host->getOriginalAddr(), host->getPort()};
-        if (addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, pair))
-            added.push_back(pair);
-    });
-    for (const HostPair& pair : added)
-        m_managers.addCandidate(pair);
-    // The number of primary hosts decides how many first hubs a session makes, on either side.
-    if (!backupIP2PortLst.empty() && backupIP2PortLst.size() != primaryIP2PortLst.size())
-        eprintf(EPF_WARN, "The lists of primary hosts (%zu) and of backup hosts (%zu) differ in length",
-                primaryIP2PortLst.size(), backupIP2PortLst.size());
+    return m_run.isStarted() || masterThread != nullptr;
 }
 
 bool SessionImpl::launchMaster(std::string& failReason) {
     m_latch.rearm();
     tp::MutexLock lock(m_stop_mutex);
-    shutdownInProgress = false;
     try {
         masterThread = std::make_unique<tp::Thread>("tivra-master", [this] { startApiMasterThread(); });
     } catch (const std::system_error& error) {
@@ -153,7 +110,7 @@ StartLatch::Outcome SessionImpl::waitForOutcome(std::string& reason) {
 void SessionImpl::abortStart(const std::string& reason) {
     // Too late when the session has just been established or stopped.
     if (m_latch.settle(StartLatch::Outcome::Aborted, reason))
-        abortStartup = true;
+        m_run.noteGivenUp();
 }
 
 } // namespace tivra_internal

@@ -25,16 +25,14 @@ bool SessionImpl::stop() {
         return true;
     // Ends the wait of a `start` that is still under way; an outcome that has come before stands.
     m_latch.settle(StartLatch::Outcome::Stopped, kStoppedEarly);
-    if (!stopRequested) {
+    if (!m_run.isStopRequested()) {
         eprintf(EPF_INFO, "Stopping Session");
-        shutdownInProgress = true;
-        stopRequested = true;
+        m_run.requestStop();
     }
     eprintf(EPF_DBUG, "About to join master Thread");
     masterThread->join();
     masterThread.reset();
-    isStarted = false;
-    stopRequested = false;
+    m_run.end();
     return true;
 }
 
@@ -51,14 +49,9 @@ void SessionImpl::shutdown() {
     nonHubClient.reset();
     m_split.clear();
     m_sources.clear();
-    {
-        tp::MutexLock lock(newQRHQueue_mutex);
-        for (const HubClient* client : newQRHQueue)
-            eprintf(EPF_DBUG, "Discarding QRH request for client %p", static_cast<const void*>(client));
-        newQRHQueue.clear();
-    }
+    m_newHubs.clear();
     m_queue.prepend(m_xref.takeWaiting());
-    m_queue.requeue(watchlistInUse(), settings().isEndingLostRequests(), stopRequested);
+    m_queue.requeue(watchlistInUse(), settings().isEndingLostRequests(), m_run.isStopRequested());
     m_reactors.deleteAll();
     cleanUpManagers();
     reset();

@@ -17,7 +17,6 @@
 namespace tivra_internal {
 namespace {
 
-constexpr double kSecondsBetweenFailovers = 15.0;
 constexpr std::size_t kMessageSize = 500;
 
 std::string connectFailure(const HubClient& client) {
@@ -36,7 +35,7 @@ void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
     for (HubClient* client : clients) {
         // Looked at before each of them, since a dial may have waited for a connection manager.
-        if (shutdownInProgress || abortStartup)
+        if (m_run.isLeavingHubs() || m_run.isGivenUp())
             return;
         if (client->m_retired) {
             client->closeConnection();
@@ -46,7 +45,7 @@ void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
         }
         ClientCheck check;
         // An established session without a backup never gives up on a hub, however often it fails.
-        if (failoverEnabled || !isStarted)
+        if (m_changeOver.isFailoverEnabled() || !m_run.isStarted())
             check.failed = client->isSuspended() || client->isPastRetryLimit();
         ClientVerdict verdict = ClientVerdict::Next;
         const bool connected = client->getFd() > 0 && !client->inProgress();
@@ -95,7 +94,8 @@ SessionImpl::ClientVerdict SessionImpl::checkConnect(double now, HubClient& clie
     if (isComing)
         XrefConnector::giveUp(client);
     // Without another side to go to, the retry limit decides on a start, not the first failure.
-    if (!refusedByManager && !failoverEnabled && (isStarted || !client.isPastRetryLimit()))
+    if (!refusedByManager && !m_changeOver.isFailoverEnabled() &&
+        (m_run.isStarted() || !client.isPastRetryLimit()))
         return ClientVerdict::Next;
     return ClientVerdict::Decide;
 }
@@ -117,17 +117,18 @@ SessionImpl::ClientVerdict SessionImpl::checkHealth(double now, HubClient& clien
 /// False when the pass over the clients must end.
 bool SessionImpl::decideFailure(HubClient& client, const ClientCheck& check) {
     std::string reason;
-    const bool retry =
-        !isStarted && m_managers.checkCMRetry(client.getRetryLimit(), failoverEnabled, m_useBackup, reason);
-    if (failoverEnabled) {
-        if (!isStarted && lastFailoverTime.load() != 0.0 && !retry) {
+    const bool retry = !m_run.isStarted() &&
+                       m_managers.checkCMRetry(client.getRetryLimit(), m_changeOver.isFailoverEnabled(),
+                                               m_changeOver.isOnBackup(), reason);
+    if (m_changeOver.isFailoverEnabled()) {
+        if (!m_run.isStarted() && m_changeOver.hasFailedOver() && !retry) {
             abortStartFor(client, check, reason); // both sides have been tried
             return false;
         }
-        startFailover(retry);
-        return !shutdownInProgress;
+        m_changeOver.startFailover(retry);
+        return !m_run.isLeavingHubs();
     }
-    if (isStarted)
+    if (m_run.isStarted())
         return true;
     if (retry) {
         client.restartRetries();
@@ -151,60 +152,28 @@ void SessionImpl::abortStartFor(HubClient& client, const ClientCheck& check, con
     abortStart(reason);
 }
 
-/// `force` goes past the least time between two changes.
-void SessionImpl::startFailover(bool force) {
-    tp::MutexLock lock(m_failover_mutex);
-    if (failoverInProgress)
-        return;
-    const double now = tp::Clock::monotonic();
-    const double last = lastFailoverTime;
-    if (!force && last != 0.0 && now - last < kSecondsBetweenFailovers)
-        return;
-    failoverInProgress = true;
-    shutdownInProgress = true;
-    eprintf(EPF_INFO, "Begin failover");
-    lastFailoverTime = now;
-}
-
-void SessionImpl::startDicReload() {
-    tp::MutexLock lock(m_dicReload_mutex);
-    if (dicReloadInProgress)
-        return;
-    dicReloadInProgress = true;
-    shutdownInProgress = true;
-    eprintf(EPF_INFO, "Begin DIC reload");
-}
-
 /// Returns what a restart needs to its first state; the configuration and the watchlist stay.
 void SessionImpl::reset() {
     eprintf(EPF_DBUG, "SessionImpl::reset(ENTRY)");
     m_firstHubs.reset();
     m_dropped.reset();
     m_xref.reset();
-    m_isInitiallyEstablished = false;
-    const bool isStop = stopRequested;
+    const bool isStop = m_run.isStopRequested();
     if (isStop) {
-        isStarted = false;
-        abortStartup = false;
-        failoverInProgress = false;
-        dicReloadInProgress = false;
+        m_changeOver.forget();
         // Standing requests keep their tags, so new ones must not collide with them.
         m_tags.restartAfter(watchlist.highestTag());
-        lastFailoverTime = 0.0;
         m_managers.prepareNextStart();
         if (watchlist.size() == 0)
             m_router.ownSubscriptions().reset();
     }
-    state = tivra::Session::TIVRA_SESSION_UNAVAILABLE;
-    failoverEnabled = false;
-    shutdownInProgress = stopRequested.load();
+    m_check.reset();
+    m_changeOver.enableFailover(false);
+    m_run.noteHubsGone();
     m_responses.logEntries();
     abandonResponses(isStop);
     m_dictionaries.reset();
     m_queue.reset();
-    m_jitCount = 0;
-    m_isJitConflating = false;
-    m_downSinceLastCheck = 0;
     m_sources.reset();
     m_reqTagLst.clear();
     m_portDetails.reset();

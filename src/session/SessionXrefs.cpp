@@ -50,7 +50,7 @@ void SessionImpl::connectXrefHubsFor(const RequestInternal& request) {
 }
 
 bool SessionImpl::isLeavingItsHubs() const {
-    return stopRequested || shutdownInProgress || failoverInProgress || dicReloadInProgress;
+    return m_run.isLeavingHubs() || m_changeOver.isAskedFor();
 }
 
 double SessionImpl::xrefWaitLimit() const {
@@ -86,7 +86,7 @@ std::optional<HubClient*> SessionImpl::createXrefHub(uint16_t port) {
 
 void SessionImpl::bringBackXrefHub(HubClient& client) {
     m_reactors.placeAgain(&client, [this, &client] {
-        if (!client.m_retired || shutdownInProgress)
+        if (!client.m_retired || m_run.isLeavingHubs())
             return false;
         client.startAnew();
         // What has been unsubscribed while the hub was away was not unsubscribed there.
@@ -97,26 +97,10 @@ void SessionImpl::bringBackXrefHub(HubClient& client) {
     });
 }
 
-/// The other new hubs keep their order.
 void SessionImpl::serveXrefHubs(const std::vector<HubClient*>& hubs,
                                 const std::function<void(HubClient&)>& mark) {
-    tp::MutexLock lock(newQRHQueue_mutex);
-    std::deque<HubClient*> tempQRHQueue;
-    for (HubClient* client : newQRHQueue) {
-        if (std::find(hubs.begin(), hubs.end(), client) == hubs.end()) {
-            eprintf(EPF_DBUG, "Add hubclient(%s) that is not an xref hub to tempQRHQueue",
-                    client->getHubAddr().c_str());
-            tempQRHQueue.push_back(client);
-            continue;
-        }
-        if (!client->hasReadHandler())
-            giveReadHandler(*client, false);
-    }
-    newQRHQueue.swap(tempQRHQueue);
-    for (HubClient* client : hubs)
-        if (client->hasReadHandler())
-            mark(*client);
-    eprintf(EPF_DBUG, "Check all xref hubs done, newQRHQueue  size %zu", newQRHQueue.size());
+    m_newHubs.serveThese(
+        hubs, [this](HubClient& client) { giveReadHandler(client, false); }, mark);
 }
 
 void SessionImpl::removeXrefHub(HubClient& client) {

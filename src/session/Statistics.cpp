@@ -45,7 +45,7 @@ void logTotals(const StatisticsEventImpl& totals) {
 
 void SessionImpl::calc_hub_stats(double curtime, HubEventReactor& reactor) {
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
-    if (shutdownInProgress)
+    if (m_run.isLeavingHubs())
         return;
     for (HubClient* client : clients)
         client->calcStats(curtime);
@@ -53,14 +53,14 @@ void SessionImpl::calc_hub_stats(double curtime, HubEventReactor& reactor) {
 
 void SessionImpl::calc_hub_queue_full_stats(double now, HubEventReactor& reactor) {
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
-    if (shutdownInProgress)
+    if (m_run.isLeavingHubs())
         return;
     for (HubClient* client : clients)
         client->twentyFiveMsTick(now);
 }
 
 void SessionImpl::calc_user_stats(double curtime, UserEventReactor& reactor) {
-    if (shutdownInProgress)
+    if (m_run.isLeavingHubs())
         return;
     for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex())) {
         handler->calcStats(curtime);

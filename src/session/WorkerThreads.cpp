@@ -2,7 +2,9 @@
 #include "session/SessionImpl.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
+#include <limits>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -33,6 +35,7 @@ constexpr double kHundredMilliseconds = 0.1;
 constexpr double kFiftyMilliseconds = 0.05;
 constexpr double kTwentyFiveMilliseconds = 0.025;
 constexpr unsigned kRequestsPerTick = 500;
+constexpr std::size_t kEventsPerCheck = 500;
 
 using HubTimer = PeriodicTimer<HubEventReactor, tp::EventBase>;
 using UserTimer = PeriodicTimer<UserEventReactor, UserEventBase>;
@@ -52,10 +55,10 @@ void SessionImpl::startWorkerThreads(bool startBackup) {
     m_threadsMissing = false;
     m_firstHubs.clear();
     // A connection manager hands out another hub by itself, so there is no side to change to.
-    if (!backupIP2PortLst.empty() && !m_managers.m_isCMconnection)
-        failoverEnabled = true;
+    if (!m_hostLists.backup().empty() && !m_managers.m_isCMconnection)
+        m_changeOver.enableFailover(true);
     createFirstClient(startBackup);
-    if (shutdownInProgress)
+    if (m_run.isLeavingHubs())
         return;
     createDummyClient();
     m_threadsMissing = areThreadsMissing();
@@ -74,7 +77,7 @@ bool SessionImpl::areThreadsMissing() const {
 /// has been given up by then.
 void SessionImpl::retryWorkerThreads() {
     const double now = tp::Clock::monotonic();
-    if (!isStarted || now - m_threadAttemptTime < kSecondsBetweenThreadAttempts)
+    if (!m_run.isStarted() || now - m_threadAttemptTime < kSecondsBetweenThreadAttempts)
         return;
     m_threadAttemptTime = now;
     for (HubClient* client : m_hubs.copy())
@@ -96,7 +99,7 @@ void SessionImpl::noteThreadRefused(const char* text, bool isOnlyOne) {
 }
 
 void SessionImpl::createFirstClient(bool startBackup) {
-    const std::vector<HostPair>& hosts = startBackup ? backupIP2PortLst : primaryIP2PortLst;
+    const std::vector<HostPair>& hosts = m_hostLists.side(startBackup);
     HostConfigImpl* host = nullptr;
     if (!hosts.empty())
         host = configuredHost(hosts.front());
@@ -108,8 +111,27 @@ void SessionImpl::createFirstClient(bool startBackup) {
     std::snprintf(text, sizeof text, "No hosts have been configured as %s; startup cannot proceed",
                   startBackup ? "backup (BACKUP_BOOL=true)" : "primary (BACKUP_BOOL=false)");
     eprintf(EPF_CRIT, "%s", text);
-    if (!isStarted)
+    if (!m_run.isStarted())
         abortStart(text);
+}
+
+/// A manager may have put the address of a hub in the place of the configured one, which a backup host keeps
+/// over a restart: then it is known by its text.
+HostConfigImpl* SessionImpl::configuredHost(const HostPair& pair) {
+    if (HostConfigImpl* const host = m_hosts.findByAddress(pair.addr, pair.port))
+        return host;
+    HostConfigImpl* const host = m_hosts.find(HostTable::hostInfoOf(pair.addr, pair.port));
+    if (host != nullptr && !m_hubs.contains(host->getIndex()))
+        host->setAddr(pair.addr);
+    return host;
+}
+
+bool SessionImpl::hasHubAt(const HostConfigImpl& host) {
+    return m_hubs.contains(host.getIndex());
+}
+
+bool SessionImpl::createFirstHub(HostConfigImpl& host) {
+    return createHubClient(host, HubRole::First) != nullptr;
 }
 
 void SessionImpl::createDummyClient() {
@@ -133,10 +155,10 @@ void SessionImpl::giveReadHandler(HubClient& client, bool isFirst) {
 
 HubClient* SessionImpl::createHubClient(HostConfigImpl& host, HubRole role) {
     return m_reactors.placeNew([this, &host, role]() -> HubClient* {
-        if (shutdownInProgress)
+        if (m_run.isLeavingHubs())
             return nullptr;
         HubClient* const client = insertHubClient(host, role);
-        if (client != nullptr && role == HubRole::First && !m_firstHubs.add(client, primaryIP2PortLst.size()))
+        if (client != nullptr && role == HubRole::First && !m_firstHubs.add(client))
             eprintf(EPF_WARN, " addTofirstHubClientLst - failed add to firstHubClientLst");
         return client;
     });
@@ -165,6 +187,25 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         client->setQueryXRefHUB(role == HubRole::Xref);
         return client;
     });
+}
+
+void SessionImpl::check_user_events() {
+    m_user.handleEvents();
+}
+
+void SessionImpl::check_session_events() {
+    m_lost.beginCheck();
+    m_check.check();
+    if (m_events.deliver(*sessionHandler, kEventsPerCheck))
+        m_lost.endCheck();
+}
+
+/// The first user thread ends: what has been raised still reaches the application.
+void SessionImpl::deliverLastEvents() {
+    if (m_run.isLeavingHubs())
+        m_events.deliver(*sessionHandler, std::numeric_limits<std::size_t>::max());
+    else
+        check_session_events();
 }
 
 ThreadLimits SessionImpl::threadLimits() {

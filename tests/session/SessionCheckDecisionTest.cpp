@@ -1,4 +1,4 @@
-#include "session/SessionCheckDecision.h"
+#include "session/lifecycle/SessionCheckDecision.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include "session/QueueDepthAlarm.h"
 #include "session/RetCodeTable.h"
 #include "session/SessionEventQueue.h"
-#include "session/StartLatch.h"
+#include "session/lifecycle/StartLatch.h"
 #include "session/TagCounter.h"
 #include "session/routing/SplitTables.h"
 #include "session/sources/SourceRoutes.h"

@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "session/HubClients.h"
-#include "session/SessionCheckDecision.h"
+#include "session/lifecycle/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
 #include "session/sources/SourceSession.h"
 

@@ -4,7 +4,7 @@
 
 #include "hub/HubClient.h"
 #include "request/RequestInternal.h"
-#include "session/SessionCheckDecision.h"
+#include "session/lifecycle/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
 #include "session/sources/SourceRoutes.h"
 

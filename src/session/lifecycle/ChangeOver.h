@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+
+#include <tp/Mutex.h>
+
+namespace tivra_internal {
+
+class RunState;
+
+/// The change from a session's hubs to others: to those of the other side (failover), or to the same ones
+/// anew (dictionary reload). Hub threads ask for it, the master thread makes it. @thread any
+class ChangeOver {
+public:
+    explicit ChangeOver(RunState& run) : m_run(run) {}
+
+    /// There is another side to go to.
+    [[nodiscard]] bool isFailoverEnabled() const { return m_isFailoverEnabled; }
+    void enableFailover(bool enabled) { m_isFailoverEnabled = enabled; }
+    /// The side in use is that of the backup hosts.
+    [[nodiscard]] bool isOnBackup() const { return m_useBackup; }
+    /// There has been a failover since the start.
+    [[nodiscard]] bool hasFailedOver() const { return m_lastFailoverTime.load() != 0.0; }
+
+    /// `force` goes past the least time between two changes.
+    void startFailover(bool force);
+    void startDicReload();
+    /// One of them is asked for.
+    [[nodiscard]] bool isAskedFor() const { return m_asked != Asked::Nothing; }
+    /// The hubs are gone: the side changes when that is asked for, and what comes next may ask for another
+    /// change. @thread master
+    void turn();
+
+    /// The session stops: the next start makes a failover as if there had been none, on the side in use.
+    void forget();
+
+private:
+    enum class Asked { Nothing, Reload, Failover, FailoverAndReload };
+
+    RunState& m_run;
+    tp::Mutex m_failover_mutex; ///< makes a change-over single
+    std::atomic<Asked> m_asked{Asked::Nothing};
+    std::atomic<double> m_lastFailoverTime{0.0}; ///< monotonic; 0.0: none since the start
+    std::atomic<bool> m_isFailoverEnabled{false};
+    std::atomic<bool> m_useBackup{false};
+};
+
+} // namespace tivra_internal
