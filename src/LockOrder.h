@@ -26,13 +26,11 @@ inline constexpr tp::LockRank kLockWatchlist{170, "Watchlist::m_watchlist_mutex"
 inline constexpr tp::LockRank kLockReqRespMap{180, "m_reqRespMap_mutex"};
 
 // Leaf mutexes: held alone, but for the pairs that the numbers below allow.
-inline constexpr tp::LockRank kLockLeaf{1000, "a leaf mutex"};
 // A dictionary is loaded under it, which takes the mutex of the data map.
 inline constexpr tp::LockRank kLockDictionaryCache{990, "dicVersionTokenMap_mutex"};
 inline constexpr tp::LockRank kLockHostConfigMap{1000, "hostConfigMap_mutex"};
 inline constexpr tp::LockRank kLockHost{1010, "m_host_mutex"};
 inline constexpr tp::LockRank kLockParameters{1020, "HostConfigImpl's parameter mutex"};
-inline constexpr tp::LockRank kLockEntitledSrcClientMap{1000, "m_entitledSrcClientMap_mutex"};
 inline constexpr tp::LockRank kLockSessionEvent{1010, "m_session_event_mutex"};
 inline constexpr tp::LockRank kLockThreadVector{1010, "m_threadVector_mutex"};
 inline constexpr tp::LockRank kLockAbort{1010, "m_abort_mutex"};

@@ -43,7 +43,6 @@ public:
     /// See HostTable::removeHost.
     [[nodiscard]] bool removeHost(const std::string& hostInfoString,
                                   const std::function<bool(size_t index)>& isInUse);
-    [[nodiscard]] HostTable& getHostTable() { return hostTable; }
 
     void addNATPair(const std::string& hubIp, const std::string& localIp);
     /// The address under which a hub's address is reached from here; empty when no pair says so.

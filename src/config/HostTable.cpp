@@ -127,11 +127,6 @@ void HostTable::restoreAdded() {
     }
 }
 
-size_t HostTable::size() const {
-    const tp::MutexLock lock(hostConfigMap_mutex);
-    return hostConfigMap.size();
-}
-
 void HostTable::clear() {
     const tp::MutexLock lock(hostConfigMap_mutex);
     hostConfigMap.clear();

@@ -62,7 +62,6 @@ public:
     /// Gives the hosts that the library has added their first address and text back, where that is free.
     void restoreAdded();
 
-    [[nodiscard]] size_t size() const;
     /// Destroys all hosts and forgets their order.
     void clear();
 

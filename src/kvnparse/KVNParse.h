@@ -40,8 +40,6 @@ struct FieldRow {
     };
     /// Bits of `present`: flags of the message that the field raises.
     enum Present : std::uint8_t { RET_CODE = 1, TAG = 2, ALT_INDEX = 4 };
-    /// Longest start of a field that fits the comparison: the number and "=".
-    static constexpr std::size_t MAX_START = 8;
 
     std::uint64_t start = 1;     ///< the bytes of the number and "=", the first one lowest
     std::uint64_t startMask = 0; ///< which of eight bytes those are

@@ -70,13 +70,11 @@ namespace tivra_internal {
 
 class HubClient;
 class HubEventReactor;
-class QueueReadHandler;
 class RequestImpl;
 class RequestInternal;
 class SessionConfigImpl;
 class UserEventReactor;
 class UserInfoImpl;
-class StatisticsEventImpl;
 
 /// The engine behind the public Session: the one object that all threads of a session share. It owns the
 /// hubs, the reactors with their threads, the queues between them and the tables by which requests find a hub

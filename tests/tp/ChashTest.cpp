@@ -34,7 +34,8 @@ protected:
             insert(i, static_cast<unsigned long>(i));
     }
     Record* find(int id, unsigned long hash) {
-        return CHASH_FIND(&root, hash, Record, node, [id](const Record& record) { return record.id == id; });
+        return tp::chash_find(&root, hash, &Record::node,
+                              [id](const Record& record) { return record.id == id; });
     }
     std::string stats() {
         char text[512];
@@ -99,9 +100,8 @@ TEST_F(Chash, EqualHashesAreToldApartByTheKeyAndRemovedOneByOne) {
     EXPECT_EQ(Record(*b).node.next, nullptr) << "a copied record stands in no table";
     EXPECT_EQ(find(1, 5), a);
     EXPECT_EQ(find(3, 5), nullptr);
-    const auto isB = [](const Record& record) { return record.id == 2; };
-    EXPECT_EQ(CHASH_FINDANDREMOVE(&root, 5, Record, node, isB), b);
-    EXPECT_EQ(CHASH_FINDANDREMOVE(&root, 5, Record, node, isB), nullptr);
+    tp::chash_remove(&root, &b->node);
+    EXPECT_EQ(find(2, 5), nullptr);
     tp::chash_remove(&root, &b->node); // not linked any more
     EXPECT_EQ(root.count, 2U);
     EXPECT_EQ(find(1, 5), a);

@@ -84,18 +84,6 @@ TEST_F(LockOrder, FallingAndEqualRanksOfOneThreadAreReported) {
     EXPECT_EQ(s_reports, (std::vector<std::string>{"second < first", "leaf < leaf"}));
 }
 
-TEST_F(LockOrder, TryingIsFreeButWhatFollowsIsChecked) {
-    const MutexLock b(second);
-    if (first.try_lock())
-        first.unlock();
-    EXPECT_TRUE(s_reports.empty());
-    if (leaf.try_lock()) {
-        const MutexLock c(otherLeaf);
-        leaf.unlock();
-    }
-    EXPECT_EQ(s_reports.size(), 1U);
-}
-
 TEST_F(LockOrder, AMissingLockIsReportedByAssertHeld) {
     MutexLock a(first);
     first.assertHeld();

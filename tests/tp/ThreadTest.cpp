@@ -31,7 +31,6 @@ TEST(Thread, BodyRunsNamedMarkedAndWithSignalsBlockedAndTheCallerKeepsItsMask) {
     });
     EXPECT_FALSE(thread.isCurrent());
     thread.join();
-    EXPECT_FALSE(thread.joinable());
     for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGPIPE, SIGCHLD})
         EXPECT_EQ(sigismember(&inside, signal), 1) << signal;
     EXPECT_STREQ(name, "a-name-longer-t");

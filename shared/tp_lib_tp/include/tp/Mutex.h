@@ -19,9 +19,6 @@
 #define TP_EXCLUDES(...) TP_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define TP_ACQUIRE(...) TP_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define TP_RELEASE(...) TP_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define TP_TRY_ACQUIRE(...) TP_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
-#define TP_ACQUIRED_BEFORE(...) TP_THREAD_ATTRIBUTE(acquired_before(__VA_ARGS__))
-#define TP_RETURN_CAPABILITY(mutex) TP_THREAD_ATTRIBUTE(lock_returned(mutex))
 #define TP_ASSERT_CAPABILITY(...) TP_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))
 #define TP_NO_THREAD_SAFETY_ANALYSIS TP_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
@@ -82,16 +79,6 @@ public:
         lock_order::unlocked(this);
 #endif
         m_mutex.unlock();
-    }
-
-    /// Never waits, so it may be tried out of order; what is taken under it is checked against it.
-    [[nodiscard]] bool try_lock() TP_TRY_ACQUIRE(true) {
-        const bool taken = m_mutex.try_lock();
-#if TP_CHECK_LOCK_ORDER
-        if (taken)
-            lock_order::locked(this, m_rank);
-#endif
-        return taken;
     }
 
     /// Tells the analysis that this thread holds the mutex; builds that check the lock order verify it.

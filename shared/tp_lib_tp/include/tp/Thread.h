@@ -39,8 +39,6 @@ public:
     Thread(Thread&&) noexcept = default;
     Thread& operator=(Thread&& other) noexcept;
 
-    /// True from construction until join().
-    [[nodiscard]] bool joinable() const noexcept { return m_thread.joinable(); }
     void join();
     /// The system's name for it until join().
     [[nodiscard]] std::thread::id getId() const noexcept { return m_thread.get_id(); }

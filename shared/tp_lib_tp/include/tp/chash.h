@@ -9,7 +9,6 @@
 #include <bit>
 #include <cstddef>
 #include <thread>
-#include <utility>
 
 namespace tp {
 
@@ -115,20 +114,4 @@ template<class Record, class Matches>
     return node != nullptr ? chash_entry(node, member) : nullptr;
 }
 
-/// As chash_find(), and takes the record out of the table.
-template<class Record, class Matches>
-[[nodiscard]] Record* chash_find_and_remove(chash_root* root, unsigned long hashval,
-                                            chash_node Record::*member, Matches&& matches) {
-    Record* record = chash_find(root, hashval, member, std::forward<Matches>(matches));
-    if (record != nullptr)
-        chash_remove(root, &(record->*member));
-    return record;
-}
-
 } // namespace tp
-
-/// CHASH_FIND(root, hashval, Token, node, [&](const Token& token) { return ...; })
-#define CHASH_FIND(root, hashval, Record, member, ...)                                                       \
-    ::tp::chash_find<Record>(root, hashval, &Record::member, __VA_ARGS__)
-#define CHASH_FINDANDREMOVE(root, hashval, Record, member, ...)                                              \
-    ::tp::chash_find_and_remove<Record>(root, hashval, &Record::member, __VA_ARGS__)
