@@ -2,6 +2,7 @@
 // and the process lives.
 #include "FuzzCheck.h"
 #include "hub/FakeHubSession.h"
+#include "hub/HubAnswers.h"
 #include "hub/HubPeer.h"
 
 #include <sys/ioctl.h>
@@ -23,10 +24,6 @@ using namespace tivra_internal;
 
 namespace {
 
-struct QuietUser : tivra::UserEventHandler {
-    void onUserEvent(const tivra::UserEvent&) override {}
-};
-
 /// Lines as bodies in their frames, so that mutations of a text reach the handlers and not the framer alone.
 /// "PORT" in a line stands for the port of this hub, which a member of a group must name.
 std::string framesOf(std::string_view text, uint16_t port) {
@@ -39,7 +36,7 @@ std::string framesOf(std::string_view text, uint16_t port) {
     while (!lines.empty()) {
         const std::string_view body = lines.substr(0, lines.find('\n'));
         lines.remove_prefix(std::min(lines.size(), body.size() + 1));
-        frames += hubFrame(body);
+        frames += frameOf(body);
     }
     return frames;
 }

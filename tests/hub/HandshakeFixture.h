@@ -67,7 +67,7 @@ public:
         ASSERT_EQ(handshake->login(), 1);
     }
     void answer(std::string_view body) {
-        std::string frame = hubFrame(body);
+        std::string frame = frameOf(body);
         parser->push(KVNAPI::bufref(frame.data(), frame.size()));
         KVNAPI::Message message;
         ASSERT_EQ(parser->pull(&message), 0) << body;

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "support/Frame.h"
 #include "support/Ports.h"
 
 namespace tivra_internal {
@@ -18,14 +19,7 @@ inline bool waitReadable(int fd) {
     return ::poll(&watched, 1, kDeadlineMilliseconds) == 1;
 }
 
-/// A body in its frame.
-inline std::string hubFrame(std::string_view body) {
-    std::string frame{"\x04\x20", 2};
-    for (int shift = 24; shift >= 0; shift -= 8)
-        frame += static_cast<char>(body.size() >> shift & 0xFF);
-    frame += body;
-    return frame + '\x03';
-}
+using support::frameOf;
 
 /// The hub's side of one connection, driven byte by byte: a listener on a free loopback port and what was
 /// accepted.
@@ -56,7 +50,7 @@ public:
         drop();
     }
 
-    void send(std::string_view body) { sendRaw(hubFrame(body)); }
+    void send(std::string_view body) { sendRaw(frameOf(body)); }
     void sendRaw(std::string_view bytes) {
         while (!bytes.empty()) {
             const ssize_t sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
@@ -80,7 +74,7 @@ public:
             length = length << 8 | static_cast<unsigned char>(head[i]);
         const std::string rest = readBytes(length + 1);
         const std::string text = rest.substr(0, length);
-        EXPECT_EQ(head + rest, hubFrame(text)) << "a broken frame";
+        EXPECT_EQ(head + rest, frameOf(text)) << "a broken frame";
         return text;
     }
     std::string readBytes(size_t count) {

@@ -36,7 +36,7 @@ protected:
     }
     /// An answer is due, and the queue nearly full: more bytes wait in the socket.
     void holdReads() {
-        const std::string data = hubFrame("4=558|5=IBM|1=" + std::string(100'000, 'x'));
+        const std::string data = frameOf("4=558|5=IBM|1=" + std::string(100'000, 'x'));
         client->incrQueryCount();
         for (int i = 0; i < 8; ++i)
             feed(data);
@@ -58,8 +58,8 @@ TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisConnection) {
     const std::pair<std::string, std::string> cases[] = {
         {"HTTP/1.1 400 Bad Request\r\n\r\n", frame},
         {std::string("\x04\x20\x7f\xff\xff\xff", 6) + std::string(0x40000, '5'), frame}, // too long
-        {hubFrame("abc=1"), parse},
-        {hubFrame("5026=") + hubFrame("=") + hubFrame("5026=1|5001=0"), parse},
+        {frameOf("abc=1"), parse},
+        {frameOf("5026=") + frameOf("=") + frameOf("5026=1|5001=0"), parse},
     };
     for (const auto& [bytes, reason] : cases) {
         SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 40)));
@@ -67,7 +67,7 @@ TEST_F(HubReadingTest, BrokenBytesSuspendWithTheirReasonAndOnlyThisConnection) {
         connectAndLogin();
         feed(bytes);
         EXPECT_EQ(client->getFd(), -1);
-        EXPECT_FALSE(client->isLoggedIn()) << "nothing behind a broken frame is obeyed";
+        EXPECT_FALSE(client->isLoggedIn()) << "nothing after a broken frame is obeyed";
         EXPECT_THAT(client->getSuspendReason(), StartsWith(reason));
         comeUp(); // nothing of it is left on the next connection
         client->closeConnection();
@@ -93,9 +93,9 @@ TEST_F(HubReadingTest, TheEndOfTheStreamBeforeReadyClosesTheConnection) {
     }
 }
 
-TEST_F(HubReadingTest, FramesSplitAtEveryByteEndTheConversationAndBeginTheStream) {
-    const std::string data = hubFrame("4=558|5=IBM|10=1.5");
-    const std::string end = hubFrame("5026=13|5001=0");
+TEST_F(HubReadingTest, FramesSplitAtEveryByteEndTheHandshakeAndBeginTheStream) {
+    const std::string data = frameOf("4=558|5=IBM|10=1.5");
+    const std::string end = frameOf("5026=13|5001=0");
     const std::string stream = end + data + data + data;
     for (size_t cut = 1; cut <= stream.size(); ++cut) {
         makeClient();
@@ -110,7 +110,7 @@ TEST_F(HubReadingTest, FramesSplitAtEveryByteEndTheConversationAndBeginTheStream
 }
 
 TEST_F(HubReadingTest, HalfAFrameOfALostConnectionIsNotMixedWithTheNext) {
-    const std::string data = hubFrame("4=558|5=IBM|10=1.5");
+    const std::string data = frameOf("4=558|5=IBM|10=1.5");
     makeClient();
     comeUp();
     feed(std::string_view(data).substr(0, 15));
@@ -125,7 +125,7 @@ TEST_F(HubReadingTest, AReadyStreamThatEndsIsLeftToTheSupervisorAndSpinsNoReacto
     makeClient();
     comeUp();
     client->setHBSeen(false);
-    feed(hubFrame("4=558|5=IBM|10=1.5"));
+    feed(frameOf("4=558|5=IBM|10=1.5"));
     EXPECT_TRUE(client->getHBSeen());
     hub.drop();
     serve();
@@ -167,14 +167,6 @@ TEST_F(HubReadingTest, HeldReadsAreTriedByTheTickAndWatchedAgainOnceThereIsRoom)
     EXPECT_EQ(bytesWaiting(), 0);
 }
 
-TEST_F(HubReadingTest, AHubThatAnswersUncompressedIsLeftWithAReason) {
-    makeClient({.compression = true});
-    connectAndLogin();
-    feed(hubFrame("5026=1|5001=0"));
-    EXPECT_THAT(client->getSuspendReason(),
-                StartsWith("Error decompressing/parsing response from HUB: zlib error (-3("));
-}
-
 /// A hub whose side is one zlib stream, with the frames that reach the queue.
 class CompressedReadingTest : public HubReadingTest, public FrameHandler {
 protected:
@@ -185,7 +177,7 @@ protected:
     void reset() override {}
 
     void answer(std::string_view body) override {
-        hub.sendRaw(deflate(hubFrame(body)));
+        hub.sendRaw(deflate(frameOf(body)));
         serve();
     }
     std::string deflate(std::string_view plain, int flush = Z_SYNC_FLUSH) {
@@ -222,10 +214,10 @@ private:
     std::unique_ptr<kvnparse_test::Deflater> m_deflater;
 };
 
-/// What comes in one read with the last answer is dropped. All behind that is delivered once, wherever the
+/// What comes in one read with the last answer is dropped. All after that is delivered once, wherever the
 /// stream is cut and however it was flushed.
 TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing) {
-    const std::string end = hubFrame("5026=13|5001=0");
+    const std::string end = frameOf("5026=13|5001=0");
     for (const int flush : {Z_SYNC_FLUSH, Z_NO_FLUSH}) {
         for (size_t cut = 1, size = 2; cut < size; ++cut) {
             begin(withoutLastAnswer());
@@ -235,7 +227,7 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
             std::vector<std::string> sent;
             std::string bytes = deflate(end, flush);
             for (int i = 0; i < 5; ++i) {
-                sent.push_back(hubFrame("4=558|5=IBM|10=" + std::to_string(i)));
+                sent.push_back(frameOf("4=558|5=IBM|10=" + std::to_string(i)));
                 bytes += deflate(sent.back(), flush);
             }
             bytes += deflate("");
@@ -246,7 +238,7 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
             ASSERT_EQ(client->isReady(), seen >= end.size()) << cut;
             feed(std::string_view(bytes).substr(cut));
             ASSERT_TRUE(client->isReady()) << cut;
-            sent.push_back(hubFrame("4=558|5=IBM|10=last"));
+            sent.push_back(frameOf("4=558|5=IBM|10=last"));
             feed(deflate(sent.back()));
             popAll();
 
@@ -259,15 +251,15 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
     }
 }
 
-TEST_F(CompressedReadingTest, AFaultBehindTheLastAnswerCostsTheConnectionAtMost) {
-    const std::string end = hubFrame("5026=13|5001=0");
+TEST_F(CompressedReadingTest, AFaultAfterTheLastAnswerCostsTheConnectionAtMost) {
+    const std::string end = frameOf("5026=13|5001=0");
     begin(withoutLastAnswer());
-    std::string more = hubFrame("abc=1");
+    std::string more = frameOf("abc=1");
     while (more.size() < 1'000'000)
-        more += hubFrame("4=558|5=IBM|10=1");
+        more += frameOf("4=558|5=IBM|10=1");
     feed(deflate(end + more));
     EXPECT_TRUE(client->isReady()) << "frames that are dropped need not be read";
-    const std::string last = hubFrame("4=558|5=IBM|10=last");
+    const std::string last = frameOf("4=558|5=IBM|10=last");
     feed(deflate(last));
     popAll();
     EXPECT_EQ(frames, std::vector<std::string>{last});
@@ -283,7 +275,7 @@ TEST_F(CompressedReadingTest, TheTickGoesOnWithInputThatFoundNoRoom) {
     std::vector<std::string> sent; // four times what the ring holds, in a few thousand bytes
     std::string plain;
     for (int i = 0; i < 40; ++i) {
-        sent.push_back(hubFrame("4=558|5=IBM|1=" + std::to_string(i) + std::string(100'000, 'x')));
+        sent.push_back(frameOf("4=558|5=IBM|1=" + std::to_string(i) + std::string(100'000, 'x')));
         plain += sent.back();
     }
     for (const bool isCorrupt : {false, true}) {
@@ -310,16 +302,16 @@ TEST_F(CompressedReadingTest, TheTickGoesOnWithInputThatFoundNoRoom) {
 }
 
 /// A few bytes that hold very many messages must not keep the thread from its other hubs.
-TEST_F(CompressedReadingTest, EndlessMessagesOfAConversationAreTakenPieceByPiece) {
+TEST_F(CompressedReadingTest, EndlessMessagesOfAHandshakeAreTakenPieceByPiece) {
     std::string plain;
     for (int i = 0; i < 25'000; ++i)
-        plain += hubFrame("4=922|5=.HUB.STATUS");
+        plain += frameOf("4=922|5=.HUB.STATUS");
     begin(withoutLastAnswer());
     const std::string bytes = deflate(plain);
     ASSERT_LT(bytes.size(), 10'000U);
     hub.sendRaw(bytes);
     serve();
-    hub.sendRaw(deflate(hubFrame("5026=13|5001=0")));
+    hub.sendRaw(deflate(frameOf("5026=13|5001=0")));
     serve();
     EXPECT_FALSE(client->isReady()) << "two goes are not enough";
     client->twentyFiveMsTick(tp::Clock::now());
@@ -334,9 +326,9 @@ TEST_F(CompressedReadingTest, EndlessMessagesOfAConversationAreTakenPieceByPiece
 }
 
 /// Among them bytes without end that hold no frame, or begin one.
-TEST_F(CompressedReadingTest, AConversationThatCantGoOnIsGivenUpWithItsReason) {
+TEST_F(CompressedReadingTest, AHandshakeThatCantGoOnIsGivenUpWithItsReason) {
     const std::string zeros(32 << 20, '\0');
-    const std::string record = hubFrame("4=922|5=.HUB.STATUS");
+    const std::string record = frameOf("4=922|5=.HUB.STATUS");
     const struct {
         std::string plain;
         int flush;
@@ -348,7 +340,7 @@ TEST_F(CompressedReadingTest, AConversationThatCantGoOnIsGivenUpWithItsReason) {
         {record, Z_FINISH, 4, "abcd", "zlib error (-3("},                         // a wrong sum
         {record, Z_FINISH, 0, std::string(0x40000 + 10, 'x'), "Block too large"}, // nothing more is taken out
         {zeros, Z_SYNC_FLUSH, 0, "", ""},
-        {hubFrame(std::string(100'000, 'x')).substr(0, 50) + zeros, Z_SYNC_FLUSH, 0, "", ""},
+        {frameOf(std::string(100'000, 'x')).substr(0, 50) + zeros, Z_SYNC_FLUSH, 0, "", ""},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.reason);

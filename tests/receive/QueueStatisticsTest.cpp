@@ -80,18 +80,6 @@ TEST_F(QueueStatisticsTest, BusiestMomentIsTheOneOfTheMostBytesDroppedOrNot) {
     EXPECT_EQ(input(), (Figures{40 + 25, 10 + 25, 10 + 25, 100 + 250, 100 + 250}));
 }
 
-TEST_F(QueueStatisticsTest, OutputPeaksStandEachOnItsOwn) {
-    const uint64_t ticks[][2] = {{50, 10}, {20, 40}};
-    for (const auto& [msgs, net] : ticks) {
-        stats.out.m_msgs_out.add(msgs);
-        stats.out.m_net_msgs_out.add(net);
-        stats.calcStatsOut(now += 0.1);
-    }
-    endInterval();
-    EXPECT_EQ(stats.getPeakOutputMsgSec_100ms(), 500U);
-    EXPECT_EQ(stats.getPeakNetOutputMsgSec_100ms(), 400U);
-}
-
 TEST_F(QueueStatisticsTest, ClockThatStandsOrStepsBackGivesNoWildRate) {
     tick(10, 1000);
     for (const double step : {0.0, -3600.0, 1e-9}) {

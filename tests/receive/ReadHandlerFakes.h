@@ -20,10 +20,11 @@
 #include "receive/ReadHandlerSession.h"
 #include "request/AltIndexInfo.h"
 #include "request/CommandClasses.h"
+#include "support/Frame.h"
 
 namespace tivra_internal {
 
-/// Fills a dictionary with the fields that these tests speak of, by the road that a hub's rows take.
+/// Fills a dictionary with the fields that these tests speak of, the way that a hub's rows take.
 inline void loadTestDictionary(MetaTokenMap& map) {
     struct Row {
         int number;
@@ -50,15 +51,7 @@ inline void loadTestDictionary(MetaTokenMap& map) {
     DictionaryCache().loadDic("test", rows, map, "test hub");
 }
 
-/// A body in its frame.
-inline std::string frameOf(std::string_view body) {
-    std::string frame{"\x04\x20", 2};
-    for (int shift = 24; shift >= 0; shift -= 8)
-        frame += static_cast<char>(body.size() >> shift & 0xFF);
-    frame += body;
-    frame += '\x03';
-    return frame;
-}
+using support::frameOf;
 
 /// An event as one line: type, symbol@source, status, tag, pairs and alternate indexes.
 inline std::string describe(const tivra::MessageEvent& event) {

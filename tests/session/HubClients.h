@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "hub/FakeHubSession.h"
+#include "hub/HubAnswers.h"
 
 namespace tivra_internal {
 
@@ -31,11 +32,7 @@ public:
     }
 
 private:
-    struct NoUserEvents : tivra::UserEventHandler {
-        void onUserEvent(const tivra::UserEvent&) override {}
-    };
-
-    NoUserEvents m_handler;
+    QuietUser m_handler;
     FakeHubSession m_session;
     HandlePtr<tivra::UserInfo> m_user = HandleAccess::makeUserInfo("jane", "pa55word", m_handler);
     std::vector<std::unique_ptr<HubClient>> m_hubs;
