@@ -16,7 +16,7 @@ namespace {
 
 using namespace KVNAPI;
 
-/// Loads without the report on standard error; a sanitizer's report goes by another road.
+/// Loads without the report on standard error; a sanitizer's report goes another way.
 int loadQuietly(DataMap& map, std::string_view text) {
     static std::FILE* const nowhere = std::fopen("/dev/null", "w");
     std::FILE* const shown = stderr;

@@ -51,7 +51,8 @@ void damage(Bytes& bytes, std::mt19937& random) {
     }
 }
 
-/// Runs one file, each shorter form of it that stops at a power of two, and changed copies.
+/// Runs one file, each shorter form of it that stops at a power of two, the same bytes in other modes, which
+/// most targets read from the first of them, and changed copies.
 void replay(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     file.exceptions(std::ios::failbit);
@@ -59,6 +60,11 @@ void replay(const fs::path& path) {
     for (std::size_t size = 0; size < bytes.size(); size = size * 2 + 1)
         run(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)));
     run(bytes);
+    for (unsigned bit = 0; bit < 8 && !bytes.empty(); ++bit) {
+        Bytes other = bytes;
+        other.front() ^= static_cast<std::uint8_t>(1U << bit);
+        run(other);
+    }
     std::mt19937 random(20131007);
     for (int round = 0; round < 50; ++round) {
         Bytes changed = bytes;
