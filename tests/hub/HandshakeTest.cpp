@@ -142,10 +142,10 @@ TEST_F(HandshakeTest, PermissionsDecideNotTheirStatus) {
     makeHandshake();
     loginAndConverse(answers);
     EXPECT_TRUE(ready);
-    EXPECT_THAT(session.told, Not(Contains("box 777"))) << "what stands behind the status is no permission";
+    EXPECT_THAT(session.told, Not(Contains("box 777"))) << "what follows the status is no permission";
 }
 
-TEST_F(HandshakeTest, AnUnknownTagIsToldAndStillDrivesTheChain) {
+TEST_F(HandshakeTest, AnUnknownTagIsLoggedAndStillDrivesTheChain) {
     makeHandshake();
     connectAndLogin();
     readRequest();
@@ -160,6 +160,18 @@ TEST_F(HandshakeTest, AnUnknownTagIsToldAndStillDrivesTheChain) {
     EXPECT_THAT(log.linesAboveDebug(),
                 ElementsAre("WARN: Unknown Message - Tag [16]", "WARN: Unknown Message - Tag [99]",
                             "WARN: Unknown Message - Tag [-1]", "WARN: Unknown Message - Tag [2147483647]"));
+}
+
+TEST_F(HandshakeTest, AnAnswerThatComesTwiceOrUnderAnotherTagHoldsNothingUp) {
+    for (const auto& [word, answer] : loneHub()) {
+        Answers answers = loneHub();
+        answers[word].push_back(answer.back());
+        answers["ListSystemPermission"].insert(answers["ListSystemPermission"].begin(), "5026=77|5001=0");
+        makeHandshake();
+        session.first = client();
+        loginAndConverse(answers);
+        EXPECT_TRUE(ready && !isSuspended()) << word;
+    }
 }
 
 TEST_F(HandshakeTest, UntaggedDataIsNormalForTheSystemSourceOnly) {
@@ -195,9 +207,10 @@ TEST_F(HandshakeTest, ConflationTextsCarryTheHostsSettings) {
     host().set(tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, 80L);
     makeHandshake();
     LogCapture log;
-    EXPECT_THAT(loginAndConverse("SetConflationType", {"5026=4|5001=-9"}),
-                AllOf(Contains("5026=3|5022=SetConflationInterval|2029=500"),
-                      Contains("5026=4|5022=SetConflationType|2035=3|3683=75")));
+    Answers answers = loneHubBut("SetConflationType", {"5026=4|5001=-9"});
+    answers["SetConflationInterval"] = {"5026=3|5001=-9"};
+    EXPECT_THAT(loginAndConverse(answers), AllOf(Contains("5026=3|5022=SetConflationInterval|2029=500"),
+                                                 Contains("5026=4|5022=SetConflationType|2035=3|3683=75")));
     EXPECT_TRUE(ready) << "a refused conflation ends nothing";
     EXPECT_EQ(jitThreshold, 75);
     EXPECT_THAT(log.lines(),

@@ -106,6 +106,9 @@ TEST_F(HubConnectionTest, ASuspensionOutlivesTheCloseAndEndsWithTheNextDial) {
     EXPECT_EQ(client->getSuspendReason(), "no use");
     client->closeConnection();
     EXPECT_TRUE(client->isSuspended()) << "nothing was open, so nothing is cleared";
+    client->startAnew();
+    EXPECT_FALSE(client->isSuspended()) << "as a cross-reference hub that is tried again";
+    client->suspendClient("no use");
     connect();
     EXPECT_FALSE(client->isSuspended());
     EXPECT_EQ(client->getSuspendReason(), "");
@@ -168,7 +171,7 @@ TEST_F(HubConnectionTest, AnOutageIsLoggedOnceAndItsLengthAtItsEnd) {
     EXPECT_THAT(log.linesAboveDebug(), testing::Contains(testing::StartsWith("INFO: Connecting to")));
 }
 
-TEST_F(HubConnectionTest, OneStepOfTheConversationIsBoundedByTheReadTimeout) {
+TEST_F(HubConnectionTest, OneStepOfTheHandshakeIsBoundedByTheReadTimeout) {
     for (const long readTimeout : {5L, 0L, -3L}) {
         makeClient({.readTimeout = readTimeout});
         EXPECT_FALSE(client->isInitTimedOut(0.0)) << "not connected";
@@ -182,7 +185,7 @@ TEST_F(HubConnectionTest, OneStepOfTheConversationIsBoundedByTheReadTimeout) {
     }
 }
 
-TEST_F(HubConnectionTest, TheWholeConversationIsBoundedBesideTheWaitForSiblings) {
+TEST_F(HubConnectionTest, TheWholeHandshakeIsBoundedBesideTheWaitForSiblings) {
     for (const long readTimeout : {5L, 10L, 0L}) {
         SCOPED_TRACE(readTimeout);
         makeClient({.retryLimit = 1000, .readTimeout = readTimeout});

@@ -89,7 +89,7 @@ TEST_F(HubEventReactorTest, TheFullQueueOfOneHubRefusesUnlessForcedAndLeavesTheR
 TEST_F(HubEventReactorTest, WhatIsForAHubThatIsAwayWaitsThereAndOneThatIsGivenUpGivesItBack) {
     comeUp();
     struct Row {
-        std::function<void(HubClient&)> befalls;
+        std::function<void(HubClient&)> happens;
         size_t givenBack;
     };
     const Row table[] = {
@@ -103,7 +103,7 @@ TEST_F(HubEventReactorTest, WhatIsForAHubThatIsAwayWaitsThereAndOneThatIsGivenUp
         const std::unique_ptr<HubClient> away = anotherClient();
         push(request(18, away.get()));
         push(19);
-        row.befalls(*away);
+        row.happens(*away);
         expectPass({19});
         EXPECT_EQ(session.takenBack.size(), row.givenBack);
         EXPECT_EQ(reactor->takeRequestsOf(away.get()).size(), 1 - row.givenBack);

@@ -61,10 +61,12 @@ TEST_F(HubManagerTest, TheHubThatTheManagerHandsOutIsDialled) {
     EXPECT_EQ(client->getHubAddr(), "127.0.0.1:" + portText());
     EXPECT_THAT(session.told, Contains("no failover"));
     EXPECT_THAT(session.told, Contains("rename 127.0.1.1:" + portText() + " to 127.0.0.1:" + portText()));
-    // Whatever has closed it, before it was ready: the next machine may do better.
-    client->closeConnection();
-    ASSERT_TRUE(dial(*client));
-    EXPECT_EQ(g_asked.size(), 2U);
+    // Whatever has ended it, before it was ready: the next machine may do better.
+    for (const bool isRefused : {false, true}) {
+        isRefused ? client->suspendClient("refused") : client->closeConnection();
+        ASSERT_TRUE(dial(*client));
+        EXPECT_EQ(g_asked.size(), isRefused ? 3U : 2U);
+    }
 }
 
 TEST_F(HubManagerTest, BehindATranslationTheHostTableKnowsAHubByItsOwnAddress) {
@@ -164,7 +166,7 @@ TEST_F(HubManagerTest, AnEstablishedSessionAsksForEver) {
     EXPECT_EQ(client->getLnkapiErrno(), LNKAPI_ERROR_SERVER_NOT_AVAILABLE);
 }
 
-TEST_F(HubManagerTest, ALibraryThatDoesNotStartLeavesTheDirectRoad) {
+TEST_F(HubManagerTest, ALibraryThatDoesNotStartLeavesTheDirectDial) {
     scriptLibrary(-110);
     g_answers = {{0, "127.0.0.1"}};
     makeClient();

@@ -82,6 +82,15 @@ TEST_F(HubPortsTest, SplitEntriesNameSourcesThenTheSymbolsThatApplyToThem) {
     }
 }
 
+TEST_F(HubPortsTest, AManagersHubWhoseListOfPortsIsUnreadableIsWaitedForAndMakesNoHubs) {
+    session.managers.m_isCMconnection = true;
+    makeHandshake();
+    EXPECT_EQ(wordsOf(loginAndConverse("GetAllPorts", {"5026=15|13101=0|13101=65536"})).back(),
+              "GetAllPorts");
+    EXPECT_FALSE(ready || isSuspended());
+    EXPECT_THAT(session.told, testing::Each(testing::Not(HasSubstr("create"))));
+}
+
 TEST_F(HubPortsTest, ARefusedSplitListLeavesTheClientWaiting) {
     LogCapture log;
     EXPECT_EQ(askForSplit("5026=8|5001=-9").back(), "ListSplitExchanges");

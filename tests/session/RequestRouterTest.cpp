@@ -19,6 +19,7 @@
 #include "session/routing/RouterSession.h"
 #include "session/routing/SplitTables.h"
 #include "session/sources/SourceRoutes.h"
+#include "support/LogCapture.h"
 
 using namespace tivra_internal;
 using testing::ElementsAre;
@@ -165,6 +166,7 @@ TEST_F(RequestRouterTest, WhatAHubThatLeavesHasNotGotIsRoutedAgainUnlessOthersHa
 
 TEST_F(RequestRouterTest, AFullQueueOrListRefusesAllButAnUnsubscribe) {
     EXPECT_NE(send(tivra::SUBSCRIBE, 100), 0);
+    LogCapture log;
     RequestImpl builder;
     for (const auto& [command, isTaken] :
          {std::pair(tivra::SUBSCRIBE, false), std::pair(tivra::UNSUBSCRIBE, true)}) {
@@ -172,6 +174,9 @@ TEST_F(RequestRouterTest, AFullQueueOrListRefusesAllButAnUnsubscribe) {
         EXPECT_EQ(queue.accept(builder, {true, 100, 1}) != 0, isTaken);
         EXPECT_EQ(queue.accept(builder, {true, 0, 100}), 0);
     }
+    const std::string line = "WARN: send() failed for tag 0: ";
+    EXPECT_THAT(log.lines(),
+                testing::IsSupersetOf({line + "watchlist is full", line + "requestQueue is full"}));
 }
 
 } // namespace
