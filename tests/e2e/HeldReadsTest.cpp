@@ -12,8 +12,6 @@
 
 using tivra::HostConfig;
 using tivra_sim::Hub;
-using tivra_sim::HubConfig;
-using tivra_sim::Record;
 using Stats = tivra::StatisticsEvent;
 namespace token = tivra_sim::token;
 
@@ -54,7 +52,7 @@ class HeldReadsTest : public testing::TestWithParam<bool> {};
 TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
     std::size_t count = 0;
     tivra_sim::readTradingDay(TIVRA_SAMPLE_DAY, [&](const tivra_sim::MarketEvent&) { return ++count > 0; });
-    HubConfig config = HubConfig::realistic();
+    tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
     config.playback.file = TIVRA_SAMPLE_DAY;
     config.playback.startWhenSubscriptions = 4;
     for (int round = 0; round < (IS_SANITIZED ? 2 : 10); ++round) {
@@ -95,7 +93,7 @@ class HeldLossTest : public testing::TestWithParam<Hub::Close> {};
 /// The peer resets, or closes and answers the next request with a reset. Both leave bytes in a socket that
 /// nobody reads at the time.
 TEST_P(HeldLossTest, IsNoticedWithoutSpinningAndWhatHasComeIsStillDelivered) {
-    HubConfig config = HubConfig::realistic();
+    tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
     config.heartbeat.enabled = config.hubStatus.enabled = false; // the counts stand still in the end
     StartedHub hub(config);
     hub.ignore("QuerySnap");
@@ -111,7 +109,7 @@ TEST_P(HeldLossTest, IsNoticedWithoutSpinningAndWhatHasComeIsStillDelivered) {
     client.send(tivra::SUBSCRIBE, 100, "IBM");
     ASSERT_TRUE(hub.waitForSubscriptions(1));
     for (int i = 0; i < 1'500; ++i)
-        hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, i).add(1, std::string(1'000, 'x')));
+        hub.pushRecord(tivra_sim::Record(100, "IBM").add(token::SEQUENCE, i).add(1, std::string(1'000, 'x')));
     ASSERT_TRUE(client.waitForSessionEvent("QUEUE_ABOVE"));
 
     const std::string logBefore = client.log();

@@ -13,7 +13,7 @@ namespace tp {
 namespace {
 
 bool eprintf_paced TP_GUARDED_BY(eprintf_mutex) = true;
-LinePacing eprintf_pacing TP_GUARDED_BY(eprintf_mutex);
+constinit LinePacing eprintf_pacing TP_GUARDED_BY(eprintf_mutex);
 static_assert(std::is_trivially_destructible_v<LinePacing>);
 
 } // namespace

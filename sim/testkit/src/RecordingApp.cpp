@@ -112,13 +112,14 @@ bool RecordingApp::waitForUserEvents(std::size_t count) const {
     return waitUntil([&] { return m_userEvents.size() >= count; });
 }
 
-bool RecordingApp::waitForMessage(const std::function<bool(const SeenMessage&)>& accept) const {
-    return waitUntil([&] { return std::any_of(m_messages.begin(), m_messages.end(), accept); });
+bool RecordingApp::waitForMessage(const std::function<bool(const SeenMessage&)>& accept,
+                                  Deadline deadline) const {
+    return waitUntil([&] { return std::any_of(m_messages.begin(), m_messages.end(), accept); }, deadline);
 }
 
-bool RecordingApp::waitForEnd(std::int64_t tag) const {
-    return waitForMessage(
-        [tag](const SeenMessage& message) { return message.tag == tag && message.isEnd(); });
+bool RecordingApp::waitForEnd(std::int64_t tag, Deadline deadline) const {
+    return waitForMessage([tag](const SeenMessage& message) { return message.tag == tag && message.isEnd(); },
+                          deadline);
 }
 
 bool RecordingApp::waitForUpdates(std::size_t count) const {

@@ -17,7 +17,7 @@ namespace tivra_testkit {
 
 /// An application that keeps whatever it is told, and lets a test wait for it. The callbacks run on the
 /// library's threads; everything else may be called from any thread but those. Each wait returns true as soon
-/// as what it waits for is there, and false when LONG has passed without it.
+/// as what it waits for is there, and false when its deadline has passed without it.
 class RecordingApp : public tivra::SessionEventHandler,
                      public tivra::UserEventHandler,
                      public tivra::MessageEventHandler,
@@ -50,9 +50,10 @@ public:
     bool waitForSessionEvent(const std::string& text, std::size_t times = 1) const;
     bool waitForUserEvents(std::size_t count) const;
     /// Waits for the message that ends a request.
-    bool waitForEnd(std::int64_t tag) const;
+    bool waitForEnd(std::int64_t tag, Deadline deadline = LONG) const;
     /// Waits for a message that is accepted. The predicate must not ask the application.
-    bool waitForMessage(const std::function<bool(const SeenMessage&)>& accept) const;
+    bool waitForMessage(const std::function<bool(const SeenMessage&)>& accept,
+                        Deadline deadline = LONG) const;
     /// Waits until so many updates have come in all.
     bool waitForUpdates(std::size_t count) const;
 
