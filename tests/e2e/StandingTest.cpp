@@ -127,7 +127,7 @@ private:
         const std::int64_t tag = m_client.send(tivra::QUERYSNAP, source, symbol);
         m_owners.erase(tag);
         m_others.insert(tag);
-        if (!m_client.waitForEnd(tag))
+        if (!m_client.waitForEnd(tag, std::chrono::seconds(IS_SANITIZED ? 90 : 30)))
             fail(-1, symbol + " was not answered");
     }
 
@@ -142,6 +142,7 @@ private:
         for (std::size_t member = 0; member < MEMBERS && m_fault.empty(); ++member)
             checkMember(member);
         checkAnswers();
+        checkUpdates();
         for (std::size_t member = 0; member < MEMBERS; ++member)
             m_stage.sides[0].hub(member).clearRequests();
         m_client.forget();
@@ -255,6 +256,33 @@ private:
         }
     }
 
+    /// What the members send now, of one thing of each sequence, comes to the application, each update once.
+    void checkUpdates() {
+        std::map<std::string, std::size_t> sent, got;
+        std::map<std::string, int> sequences;
+        ++m_settlements;
+        for (int sequence = 0; sequence < m_history.sequences; ++sequence) {
+            const Target target = targetOf(sequence, (sequence + m_settlements) % THINGS);
+            if (target.symbol.empty())
+                continue;
+            const std::size_t count = m_stage.sides[0].pushRecord(
+                tivra_sim::Record(target.source, target.symbol).add(tivra_sim::token::BID, m_settlements));
+            if (count > 0)
+                sent[target.symbol] = count;
+            sequences[target.symbol] = sequence;
+        }
+        ask(4100, "HEADLINES");
+        for (const SeenMessage& message : m_client.messages()) {
+            if (message.type == tivra::MessageEvent::UPDATE)
+                ++got[message.symbol];
+        }
+        for (const auto& [symbol, sequence] : sequences) {
+            if (got[symbol] != sent[symbol])
+                fail(sequence, std::to_string(got[symbol]) + " updates of " + symbol + " came of " +
+                                   std::to_string(sent[symbol]));
+        }
+    }
+
     static int statusOf(const Step& step) {
         const bool isRefused = step.thing == Unknown || step.thing == Pattern;
         return isRefused ? tivra_sim::status::UNKNOWN_SYMBOL : tivra_sim::status::SUCCESS;
@@ -273,6 +301,7 @@ private:
 
     std::map<std::size_t, std::int64_t> m_tags;
     std::map<std::int64_t, std::size_t> m_owners; ///< of the tags of steps
+    int m_settlements = 0;
     /// @name Since the last settlement
     /// @{
     std::vector<std::size_t> m_burst;
