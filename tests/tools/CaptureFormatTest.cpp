@@ -1,3 +1,5 @@
+#include "kvnparse/Deflater.h"
+
 #include <capture/CaptureReader.h>
 #include <capture/CaptureWriter.h>
 
@@ -31,11 +33,7 @@ std::uint32_t crcOf(const std::string& bytes) {
 }
 
 std::string deflated(const std::string& bytes) {
-    uLongf length = compressBound(bytes.size());
-    std::string out(length, '\0');
-    compress(reinterpret_cast<Bytef*>(out.data()), &length, reinterpret_cast<const Bytef*>(bytes.data()),
-             bytes.size());
-    return out.substr(0, length);
+    return kvnparse_test::Deflater()(bytes, Z_FINISH);
 }
 
 std::string messageBytes(std::int64_t time, const std::string& body) {

@@ -17,6 +17,14 @@ protected:
     static std::size_t lineCount(const std::string& text) {
         return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
     }
+    /// A hub that plays 20,000 events at full speed.
+    static HubConfig playing() {
+        HubConfig config = HubConfig::realistic();
+        config.playback.file = TIVRA_SAMPLE_DAY;
+        config.playback.startWhenSubscriptions = 4;
+        config.playback.maxEvents = 20000;
+        return config;
+    }
 };
 
 TEST_F(CatStream, EachCommandDeliversUpdatesUntilTheCountIsReached) {
@@ -103,12 +111,28 @@ TEST_F(CatStream, RefusedSubscriptionEndsItOnlyWhenNoneIsLeft) {
     EXPECT_THAT(tool->output(), HasSubstr("184.25"));
 }
 
+TEST_F(CatStream, AtFullSpeedEveryUpdateIsPrintedInItsOrder) {
+    for (const std::string compression : {"--no-compression", "--compression"}) {
+        Hub player(playing());
+        player.start();
+        dial(player.hostString());
+        EXPECT_EQ(run("tivra-cat -H $HUB -u demo --read-timeout 60 --queue-size 256 --buffer 30000 -o raw -n "
+                      "20000 " +
+                      compression + " subscribe -s 100 AIG BAC IBM SPY"),
+                  0)
+            << tool->error();
+        std::istringstream lines(tool->output());
+        int last = 0;
+        for (std::string line; std::getline(lines, line);) {
+            const std::string_view sequence = findValue(line, token::SEQUENCE);
+            ASSERT_EQ(sequence, sequence.empty() ? "" : std::to_string(++last)) << compression;
+        }
+        EXPECT_EQ(last, 20000) << compression;
+    }
+}
+
 TEST_F(CatStream, SlowOutputDropsAndSaysSoInsteadOfBlocking) {
-    HubConfig config = HubConfig::realistic();
-    config.playback.file = TIVRA_SAMPLE_DAY;
-    config.playback.startWhenSubscriptions = 4;
-    config.playback.maxEvents = 20000;
-    Hub player(config);
+    Hub player(playing());
     player.start();
     dial(player.hostString());
     const int pipe = makePipe("pipe");
