@@ -277,6 +277,12 @@ TEST_F(FlowControlTest, SuspensionHoldsToTheByte) {
             pop(first);
             queue->calcQueueFullStats();
             EXPECT_EQ(queue->readsSuspended(), less == 0) << c.threshold << " down";
+
+            make(101, c.down);
+            put(leastOf(c.down) - less);
+            queue->calcQueueFullStats();
+            EXPECT_EQ(hub.texts.size(), less == 0 ? 1U : 0U) << c.down << " reported";
+            hub.texts.clear();
         }
     }
     make(101);

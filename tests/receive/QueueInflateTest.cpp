@@ -140,7 +140,7 @@ std::ostream& operator<<(std::ostream& out, Fault fault) {
 class FaultyStream : public InflateTest, public testing::WithParamInterface<Fault> {
 protected:
     /// What comes in place of the bytes from `at` on.
-    static std::string spoil(const std::string& wire, size_t at, std::mt19937& random) {
+    static std::string damaged(const std::string& wire, size_t at, std::mt19937& random) {
         const size_t some = std::min<size_t>(1 + random() % 200, std::max(at, wire.size() - at));
         std::string rest = wire.substr(at);
         switch (GetParam()) {
@@ -179,7 +179,7 @@ TEST_P(FaultyStream, KeepsWhatCameBeforeAndIsOverWithTheConnection) {
         ASSERT_FALSE(take(std::string_view(stream.wire).substr(0, at)));
         const size_t before = stream.wholeIn(at);
         ASSERT_EQ(handler.frames.size(), before) << at;
-        noticed += take(spoil(stream.wire, at, random)) ? 1 : 0;
+        noticed += take(damaged(stream.wire, at, random)) ? 1 : 0;
         popAll();
         expectPrefix(stream.frames, before);
 
@@ -221,6 +221,17 @@ TEST_F(InflateTest, CloseAndAMissingParserEndTheConnection) {
     EXPECT_FALSE(readOnce()) << "nothing to read is no error";
     socket.hangUp();
     EXPECT_TRUE(readOnce());
+}
+
+TEST_F(InflateTest, ARingWithoutTheLeastRoomEndsTheConnectionToTheByte) {
+    sendFrames(1);
+    for (const size_t less : {1U, 0U}) {
+        queue.reset();
+        const std::string taken(kRing - Queue::MIN_AVAIL_LEN + less, 'x');
+        ASSERT_TRUE(queue.writeToQueue(taken.data(), taken.size()));
+        EXPECT_EQ(readOnce(), less == 1);
+        EXPECT_EQ(bytesWaiting() > 0, less == 1);
+    }
 }
 
 TEST_F(InflateTest, OutputGoesOnAfterTheEndOfTheRingInTheSameRead) {
