@@ -1,7 +1,6 @@
 // The bytes of the two encoders, and that the parser reads back what the framed one writes.
 #include "ParserTestKit.h"
 
-#include "../../bench/TapeFrames.h"
 #include "kvnparse/Encoder.h"
 #include "kvnparse/FactoryLists.h"
 #include "kvnparse/Parser.h"
@@ -12,8 +11,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <limits>
 #include <map>
 #include <memory>
@@ -112,55 +109,6 @@ TEST(VkvnEncoder, WritesLinesAsTold) {
           "33=17|30=2.5|1=|2=", "RECORD.DEL=17 TRADE.DATETIME=2.5 TOKEN.DEL=1 PLAIN.TEXT=\n"},
          {"long ids", "", "4=-2147483648|3=12345678", "ENUM.SRC.ID=-2147483648 PERMISSION=12345678\n"},
          {"nothing to write", "", "", "nothing"}});
-}
-
-/// The frame of a message of the day with its fields in the encoder's order and without zeros behind
-/// decimals.
-std::string canonicalFrame(tivra_bench::TapeMessage message, const DataMap& map) {
-    const auto place = [](const tivra_bench::TapeField& field) {
-        const std::vector<int> header{3, 4, 9, 5};
-        return std::find(header.begin(), header.end(), field.token) - header.begin();
-    };
-    std::stable_sort(message.begin(), message.end(),
-                     [&](const auto& one, const auto& other) { return place(one) < place(other); });
-    std::string body;
-    for (auto& [token, value] : message) {
-        if (map.lookupTokenViaNum(token)->storage == Token::TY_DOUBLE &&
-            value.find('.') != std::string::npos) {
-            value.erase(value.find_last_not_of('0') + 1);
-            value.erase(value.find_last_not_of('.') + 1);
-        }
-        body += std::to_string(token) + '=' + value + '|';
-    }
-    body.pop_back();
-    return frameOf(body);
-}
-
-#ifdef NDEBUG
-constexpr std::size_t MUCH = 2054274;
-#else
-constexpr std::size_t MUCH = 100000; // all of the day takes a program that is built for speed
-#endif
-
-TEST(KvnEncoder, DayIsReadAndWrittenByteForByte) {
-    tivra_bench::TapeMap map;
-    Token refresh;
-    refresh.kvnid = 6;
-    refresh.name = "REFRESH";
-    ASSERT_NE(map.addToken(&refresh), nullptr);
-    const auto encoder = encoderOf(map, "kvn");
-    const auto parser = Parser::alloc("kvn", &map, 65536);
-    const bool isWhole = std::filesystem::exists(TIVRA_WHOLE_DAY);
-    std::size_t left = isWhole ? MUCH : 40000;
-    tivra_bench::forEachTapeMessage(isWhole ? TIVRA_WHOLE_DAY : TIVRA_SAMPLE_DAY, [&](const auto& message) {
-        Message read;
-        const std::string frame = tivra_bench::asFrames({message});
-        parser->push(bufref(frame.data(), frame.size()));
-        EXPECT_EQ(parser->pull(&read), 0) << tp::te_geterror();
-        EXPECT_EQ(encoded(*encoder, read), canonicalFrame(message, map));
-        return !testing::Test::HasFailure() && --left > 0;
-    });
-    EXPECT_EQ(left, 0U);
 }
 
 /// A map whose numbers and names are as long as can be.

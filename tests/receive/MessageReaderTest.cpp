@@ -135,7 +135,7 @@ TEST_F(MessageReaderTest, EveryValueCanBeReadAsAMoment) {
     expectMoment(250);
 }
 
-TEST_F(MessageReaderTest, WalksThePairsAndStopsBehindTheLast) {
+TEST_F(MessageReaderTest, WalksThePairsAndStopsAfterTheLast) {
     for (const int number : {9, 60, 9})
         message.addPair()->setI(token(number), message.pairCount());
     reader.setMessage(&message);

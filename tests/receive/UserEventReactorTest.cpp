@@ -88,15 +88,6 @@ protected:
 
 } // namespace
 
-TEST_F(UserEventReactorTest, BurstIsBracketedOnceAroundAllItsEvents) {
-    EXPECT_EQ(reactor.getIndex(), 3);
-    attach(a, first);
-    reactor.regActivity(&a);
-    put(first, 3);
-    runUntil(4);
-    EXPECT_EQ(log, (Log{"pre a", "read a", "read a", "read a", "post a"}));
-}
-
 TEST_F(UserEventReactorTest, HandlersWithMoreTakeTurns) {
     attach(a, first);
     attach(b, second);
@@ -176,39 +167,6 @@ TEST_F(UserEventReactorTest, UnwatchedQueueWaitsUntilItIsWatched) {
     b.onRead = nullptr;
     runUntil(3);
     EXPECT_EQ(log, (Log{"read b", "read a", "read b"}));
-}
-
-TEST_F(UserEventReactorTest, RegistrationsStopAtTheirBound) {
-    std::vector<std::unique_ptr<Recorder>> many;
-    for (int i = 0; i < UserEventReactor::maxEvents; ++i) {
-        many.push_back(std::make_unique<Recorder>("m", log));
-        reactor.regActivity(many.back().get());
-    }
-    reactor.regActivity(&a);
-    reactor.unRegActivity(many.front().get());
-    attach(b, second);
-    reactor.regQueue(&b, &first);
-    put(second);
-    b.onRead = [&] { reactor.end(); };
-    reactor.begin();
-    EXPECT_EQ(std::count(log.begin(), log.end(), "read b"), 1);
-    EXPECT_EQ(std::count(log.begin(), log.end(), "pre m"), UserEventReactor::maxEvents - 1);
-    EXPECT_EQ(std::count(log.begin(), log.end(), "pre a"), 0);
-}
-
-TEST_F(UserEventReactorTest, TimerAheadFiresWhenTheClockHasSteppedBackPastIt) {
-    const tp::ManualClock clock(1000.0);
-    b.onTimer = [&](double) {
-        if (++passes == 1)
-            tp::Clock::stepWallClock(-2.0);
-        if (passes == 4)
-            reactor.end();
-        return 0.0;
-    };
-    reactor.regTimer(&a, 1000.5);
-    reactor.regTimer(&b, 0.0);
-    reactor.begin();
-    EXPECT_EQ(std::count(log.begin(), log.end(), "timer a"), 1);
 }
 
 TEST_F(UserEventReactorTest, EndFromAnotherThreadIsSeenWhileIdleAndTheLoopCanBeginAgain) {

@@ -8,8 +8,8 @@
 #include "session/QueueDepthAlarm.h"
 #include "session/RetCodeTable.h"
 #include "session/SessionEventQueue.h"
-#include "session/lifecycle/StartLatch.h"
 #include "session/TagCounter.h"
+#include "session/lifecycle/StartLatch.h"
 #include "session/routing/SplitTables.h"
 #include "session/sources/SourceRoutes.h"
 #include "session/threads/ReactorChoice.h"
@@ -25,7 +25,7 @@ HubClient* hub(int number) {
     return reinterpret_cast<HubClient*>(&identities[number]);
 }
 
-TEST(TagCounter, WrapsOntoTheFirstUserTagAndRestartsBehindStandingRequests) {
+TEST(TagCounter, WrapsOntoTheFirstUserTagAndRestartsAfterStandingRequests) {
     TagCounter tags;
     EXPECT_EQ(tags.next(), 18);
     EXPECT_EQ(tags.next(), 19);

@@ -196,19 +196,6 @@ TEST_F(HubConversation, FilterAndAlternateIndexesShapeUpdates) {
     EXPECT_EQ(client->next(), "3=100|4=100|5=IBM|103=2|3123=459200101");
 }
 
-TEST_F(HubConversation, ListsTellWhatTheHubKnows) {
-    start();
-    EXPECT_THAT(client->ask("5022=GetAllUsers|5026=30"), ElementsAre("5026=30|5028=demo|5001=0"));
-    EXPECT_THAT(client->ask("5022=ListExtendedExchangeInfo|5026=31").at(0),
-                StartsWith("5026=31|4=100|3001=US.EQUITIES|4=101|"));
-    EXPECT_THAT(client->ask("5022=GetActiveClientsInfo|5026=32").at(0),
-                HasSubstr("5028=demo|13001=127.0.0.1|"));
-    EXPECT_THAT(tokens(client->ask("5022=ListAvailableTokens|4=4100|5=HEADLINES|5026=33"), token::TOKEN_NUM),
-                ElementsAre("301", "302", "305"));
-    EXPECT_THAT(tokens(client->ask("5022=GetSourcePortDetails|5026=34"), token::SOURCE),
-                ElementsAre("100", "101", "922", "4100"));
-}
-
 TEST_F(HubConversation, SystemRecordsComeToThoseWhoSubscribedAndAlertsToAll) {
     HubConfig config = HubConfig::realistic();
     config.heartbeat.interval = std::chrono::milliseconds(5);
