@@ -13,7 +13,6 @@
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using tivra::MessageEvent;
 using tivra_sim::GroupConfig;
 using tivra_sim::Hub;
 using tivra_sim::Record;
@@ -310,17 +309,6 @@ TEST(Group, TheSourcesOfALostMemberGoAndComeBackInOrder) {
         }
         EXPECT_THAT(replayed, ElementsAre(standing[2 * lost], standing[2 * lost + 1]));
     }
-    market->forget();
-    for (std::size_t i = 0; i < 3; ++i)
-        market.group.hub(i).stop();
-    ASSERT_TRUE(market->waitForSessionEvent("UNAVAILABLE"));
-    market->forget();
-    for (std::size_t i = 0; i < 3; ++i)
-        market.group.hub(i).start();
-    ASSERT_TRUE(market->waitForSessionEvent("AVAILABLE_ALLSOURCES 4100"));
-    ASSERT_TRUE(market->waitForSessionEvent("ESTABLISHED"));
-    EXPECT_THAT(market->sessionEvents(), testing::Not(testing::Contains(HasSubstr("RECOVERY"))));
-    market.settle();
 }
 
 TEST(Group, AnIdentifierIsFollowedThroughASplitSourceAndIntoTheUnsubscribe) {
@@ -345,7 +333,7 @@ TEST(Group, AnIdentifierIsFollowedThroughASplitSourceAndIntoTheUnsubscribe) {
     EXPECT_EQ(market.group.pushRecord(quote), 0U);
 }
 
-TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
+TEST(Group, RightsToKnownAndUnknownSourcesComeAndGo) {
     Market market(3);
     ASSERT_TRUE(market->startAndWait());
     market->forget();
@@ -355,11 +343,16 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
         ASSERT_TRUE(market->waitForSessionEvent(
             event, static_cast<std::size_t>(std::count(events.begin(), events.end(), event))));
     };
+    const auto asksFor = [](int source) {
+        return [text = std::to_string(source)](const Request& request) {
+            return request.command == "GetPort" && request.value(4) == text;
+        };
+    };
     const auto questions = [&](int source) {
         std::size_t count = 0;
         for (std::size_t i = 0; i < 3; ++i) {
             for (const Request& request : market.group.hub(i).requests()) {
-                if (request.command != "GetPort" || request.value(4) != std::to_string(source))
+                if (!asksFor(source)(request))
                     continue;
                 ++count;
                 EXPECT_EQ(i, 0U) << "only the default hub is asked";
@@ -406,8 +399,7 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
 
     // Nobody's.
     market.group.grant("demo", 556);
-    ASSERT_TRUE(market.group.hub(0).waitForRequest(
-        [](const Request& request) { return request.command == "GetPort" && request.value(4) == "556"; }));
+    ASSERT_TRUE(market.group.hub(0).waitForRequest(asksFor(556)));
     EXPECT_EQ(reachedBy(556, "X", status::NOT_CARRIED), Members{0});
     EXPECT_THAT(market->log(),
                 HasSubstr("GetPort failed with rc=-46; dynamic add entitlement for src 556 has failed"));
@@ -422,9 +414,7 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
         {"13101=" + port, "hostConfig(:" + port + ") not found!"}};
     for (int source = 557; const auto& [fields, logged] : answers) {
         market.group.grant("demo", source);
-        const std::optional<Request> question = asked.waitForRequest([&](const Request& request) {
-            return request.command == "GetPort" && request.value(4) == std::to_string(source);
-        });
+        const std::optional<Request> question = asked.waitForRequest(asksFor(source));
         ASSERT_TRUE(question);
         asked.sendBody("5026=" + std::to_string(question->tag) + "|" + fields + "|5001=0");
         EXPECT_TRUE(market->waitForLog(logged));
@@ -433,18 +423,8 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
     }
     asked.clearRefusals();
 
-    // News: all members that carry it are asked with every request, so no port is.
-    market.group.carry(4200, {1, 2});
-    market.group.hub(2).pushRecord(Record(4200, "SCOOP").add(301, "x"));
-    market.group.grant("demo", 4200);
-    expectEvent("SOURCE_ADDED 4200");
-    EXPECT_EQ(reachedBy(4200, "SCOOP", 0), Members({0, 1, 2}));
-    market.group.withdraw("demo", 4200);
-    expectEvent("SOURCE_REMOVED 4200");
-    EXPECT_EQ(questions(4200), 0U);
-    EXPECT_EQ(market->sessionEvents(), events);
-
     // What has been asked is forgotten by a stop.
+    EXPECT_EQ(market->sessionEvents(), events);
     for (const bool isAnew : {false, true}) {
         if (isAnew) {
             market->session().stop();
@@ -452,44 +432,8 @@ TEST(Group, RightsToKnownUnknownAndNewsSourcesComeAndGo) {
         }
         asked.clearRequests();
         asked.pushEntitlementAlert(560, true);
-        EXPECT_TRUE(asked.waitForRequest([](const Request& request) {
-            return request.command == "GetPort" && request.value(4) == "560";
-        }));
+        EXPECT_TRUE(asked.waitForRequest(asksFor(560)));
     }
-}
-
-TEST(Group, ABusyMemberIsAskedAgain) {
-    Market market(3);
-    market.useWatchlist();
-    ASSERT_TRUE(market->startAndWait());
-    struct Busy {
-        tivra::Commands command;
-        const char* word;
-        int source;
-        const char* symbol;
-        std::size_t member;
-        unsigned times;
-        std::size_t parts;
-    };
-    const Busy table[] = {{tivra::SUBSCRIBE, "Subscribe", 201, "REGION1", 1, 3, 0},
-                          {tivra::QUERYSNAP, "QuerySnap", 300, "ZBOND", 2, 1, 1},
-                          {tivra::QUERYWILDCARD, "QueryWildCard", 300, "*", 1, 2, 26},
-                          {tivra::QUERYSNAP, "QuerySnap", 4100, "HEADLINES", 0, 2, 2}};
-    for (const Busy& row : table) {
-        SCOPED_TRACE(testing::Message() << row.word << ' ' << row.symbol);
-        market.group.hub(row.member).answerBusy(row.word, row.times);
-        const std::int64_t tag = market->send(row.command, row.source, row.symbol);
-        ASSERT_TRUE(market->waitForEnd(tag));
-        EXPECT_EQ(market.answerOf(tag), std::pair(row.parts, 0));
-        const std::vector<std::string> texts = market.textsAt(row.member, tag);
-        EXPECT_EQ(texts.size(), row.times + 1);
-        EXPECT_THAT(texts, testing::Each(texts.front()));
-        for (std::size_t i = 0; i < 3; ++i) {
-            const std::size_t most = i == row.member ? row.times + 1 : 1;
-            EXPECT_LE(market.textsAt(i, tag).size(), most) << "only who was busy is asked again";
-        }
-    }
-    EXPECT_THAT(market->log(), HasSubstr("HUB was busy"));
 }
 
 /// True: a hub thread for each member.
@@ -543,24 +487,6 @@ INSTANTIATE_TEST_SUITE_P(E2E, GroupWithAClosedDoor, testing::Bool(), [](const au
     return perHub.param ? std::string("ThreadPerHub") : std::string("SharedThread");
 });
 
-TEST(Group, ComesUpThoughAMemberAnswersLateAndTwiceOrUnderAnotherTag) {
-    const tivra_sim::Behaviour::Fault faults[] = {{"LoginUser", Hub::Wrong::Twice},
-                                                  {"SetConflationInterval", Hub::Wrong::Twice},
-                                                  {"ListSplitExchanges", Hub::Wrong::Twice},
-                                                  {"ListSystemPermission", Hub::Wrong::Twice},
-                                                  {"ListSystemPermission", Hub::Wrong::Tag, 1}};
-    for (const auto& fault : faults) {
-        SCOPED_TRACE(fault.command);
-        GroupConfig config = GroupConfig::realistic(3);
-        config.members[1].behaviour.answerDelay = std::chrono::milliseconds(50);
-        config.members[1].behaviour.faults.push_back(fault);
-        Market market(std::move(config));
-        ASSERT_TRUE(market->startAndWait());
-        market.settle();
-        EXPECT_EQ(market.group.hub(1).statistics().loggedIn, 1U);
-    }
-}
-
 TEST(Group, DoesNotComeUpWhenOneMemberRefusesTheUser) {
     GroupConfig config = GroupConfig::realistic(3);
     config.members[1].behaviour.faults.push_back({"LoginUser", status::DENY_LOGIN});
@@ -580,38 +506,6 @@ TEST(Group, AMemberThatIsDownIsWaitedFor) {
     market.group.hub(1).start();
     EXPECT_EQ(started.get(), "Session started");
     market.settle();
-}
-
-TEST(Group, WrongAnswersOfAMemberStayItsOwn) {
-    Market market(3);
-    ASSERT_TRUE(market->startAndWait());
-    Hub& bad = market.group.hub(1);
-    struct Row {
-        Hub::Wrong how;
-        std::size_t statuses; ///< that the application gets under the tag
-    };
-    for (const Row& row : {Row{Hub::Wrong::Tag, 0}, Row{Hub::Wrong::NoStatus, 0}, Row{Hub::Wrong::Garbage, 0},
-                           Row{Hub::Wrong::Twice, 2}}) {
-        SCOPED_TRACE(static_cast<int>(row.how));
-        bad.answerWrong("Subscribe", row.how, 1);
-        const std::int64_t tag = market->send(tivra::SUBSCRIBE, 201, "REGION1");
-        market.settle();
-        const std::vector<SeenMessage> seen = market->messagesOf(tag);
-        EXPECT_EQ(static_cast<std::size_t>(std::count_if(
-                      seen.begin(), seen.end(),
-                      [](const auto& message) { return message.type == MessageEvent::STATUS; })),
-                  row.statuses);
-        EXPECT_EQ(market->ask(tivra::QUERYSNAP, 201, "REGION1"), 0) << "and it goes on";
-        // Whatever it does to a request for all, the others' parts arrive.
-        bad.answerWrong("QueryWildCard", row.how, 1);
-        const std::int64_t wide = market->send(tivra::QUERYWILDCARD, 300, "*");
-        market.settle();
-        std::set<std::string> symbols;
-        for (const SeenMessage& message : market->messagesOf(wide))
-            symbols.insert(message.symbol);
-        EXPECT_THAT(symbols, testing::IsSupersetOf({"ABOND", "HBOND", "RBOND", "ZBOND"}));
-        EXPECT_EQ(market->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
-    }
 }
 
 } // namespace

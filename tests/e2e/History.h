@@ -42,7 +42,7 @@ struct Step {
         RefuseLogin,   ///< connections end, and logins are refused a few times
         Delay,         ///< every answer comes late
         Busy,          ///< requests are told to come again
-        Wrong,         ///< answers are spoilt
+        Wrong,         ///< answers are wrong
         NewDictionary, ///< connections end, and the dictionary has a new version
         Rights,        ///< the user gets a source, or loses it
         ClockJump,     ///< the library's clock leaps ahead

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
-#include <iterator>
 #include <memory>
 #include <thread>
 
@@ -137,35 +136,6 @@ TEST_F(LoneManaged, AHubIsFoundAndAnotherIsLookedForWhenItIsLost) {
     EXPECT_EQ(client->ask(tivra::QUERYSNAP, 100, "IBM"), 0);
 }
 
-TEST_F(LoneManaged, AMachineThatEndsTheHandshakeIsReplacedByAnother) {
-    makeClient();
-    ASSERT_TRUE(client->startAndWait());
-    tivra_sim::HubConfig config = group.hub(0).config();
-    config.bindAddress = "127.0.0.2";
-    config.port = group.hub(0).port();
-    Hub bad(config);
-    bad.start();
-    manager().handOut(config.port, {"127.0.0.2", "127.0.0.1"});
-    const auto garbage = [](const tivra_sim::Request&) {
-        return std::optional<Hub::Frames>({std::string(100, '\xff')});
-    };
-    const std::function<void()> faults[] = {
-        [&] { bad.setAccepting(false); },
-        [&] { bad.refuseLogin(tivra_sim::status::DENY_LOGIN); },
-        [&] { bad.script(garbage); },
-    };
-    for (std::size_t i = 0; i < std::size(faults); ++i) {
-        SCOPED_TRACE(i);
-        bad.setAccepting(true);
-        faults[i]();
-        manager().forget();
-        group.hub(0).dropConnections();
-        ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", i + 2));
-        EXPECT_EQ(bad.statistics().accepted, i + 1);
-        EXPECT_THAT(manager().questions(), SizeIs(2));
-    }
-}
-
 TEST_F(LoneManaged, RefusalsAndDisagreementsFailTheStartWithTheReason) {
     makeClient({{0, 0}}, "wrong");
     EXPECT_THAT(client->start(), HasSubstr("failed -7: LNKAPI_ERROR_WRONG_USERNAMEPASSWORD"));
@@ -224,16 +194,6 @@ TEST_P(ManagedByThreads, AStopWaitsForOneOfManyQuestionsAtTheMost) {
 
 INSTANTIATE_TEST_SUITE_P(E2E, ManagedByThreads, testing::Bool());
 
-TEST_F(LoneManaged, TheBackupsManagerAnswersForThePrimarys) {
-    makeClient();
-    client->host(group.managedHostString(0, 1)).set(HostConfig::BACKUP_BOOL, true);
-    manager(0).stop();
-    ASSERT_TRUE(client->startAndWait());
-    EXPECT_THAT(manager(1).questions(), Contains(Field(&Manager::Question::address, "127.0.1.2")));
-    group.hub(0).restart();
-    ASSERT_TRUE(client->waitForSessionEvent("ESTABLISHED", 2));
-}
-
 TEST_F(LoneManaged, ASessionOnItsBackupsSideStartsAgainToo) {
     makeClient();
     client->host(group.managedHostString(0, 1)).set(HostConfig::BACKUP_BOOL, true);
@@ -249,20 +209,6 @@ TEST_F(LoneManaged, ASessionOnItsBackupsSideStartsAgainToo) {
         client->session().stop();
     }
     EXPECT_THAT(client->log(), Not(HasSubstr("differ in length"))) << "a hub is no configured host";
-}
-
-TEST_F(Managed, EachMemberIsHandedOutOnce) {
-    makeClient();
-    ASSERT_TRUE(client->startAndWait());
-    EXPECT_THAT(manager().questions(),
-                ElementsAre(Field(&Manager::Question::hubPort, group.hub(0).port()),
-                            testing::AnyOf(Field(&Manager::Question::hubPort, group.hub(1).port()),
-                                           Field(&Manager::Question::hubPort, group.hub(2).port())),
-                            testing::_));
-    for (std::size_t member = 0; member < 3; ++member) {
-        EXPECT_EQ(group.hub(member).statistics().connections, 1U);
-        expectRegionAt(member);
-    }
 }
 
 TEST_F(Managed, TwoDoorsThatLeadToOneHubFailTheStart) {
@@ -311,17 +257,6 @@ protected:
     WithCrossReferences() : Managed(managedGroup({Role::Data, Role::Data, Role::Xref})) { makeClient(); }
 };
 
-TEST_F(WithCrossReferences, TheirHubsAreConnectedAtTheFirstNeed) {
-    ASSERT_TRUE(client->startAndWait());
-    expectRegionAt(0);
-    EXPECT_EQ(group.hub(2).statistics().connections, 0U);
-    client->forget();
-    EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
-    for (std::size_t member = 0; member < 3; ++member)
-        EXPECT_THAT(group.hub(member).requestTexts(), Contains(HasSubstr("5022=QueryXRef")));
-    EXPECT_THAT(client->sessionEvents(), IsEmpty()) << "their coming up is no loss";
-}
-
 TEST_F(WithCrossReferences, AHubThatAnotherFirstHubHasLedToIsConnectedOnce) {
     // Two kinds of hubs, each of which knows of itself alone but lists the ports of all.
     for (const std::size_t member : {0U, 1U})
@@ -337,39 +272,6 @@ TEST_F(WithCrossReferences, AHubThatAnotherFirstHubHasLedToIsConnectedOnce) {
     EXPECT_NE(client->ask(tivra::QUERYXREF, 0, "IBM"), Client::NO_ANSWER);
     for (std::size_t member = 0; member < 3; ++member)
         EXPECT_EQ(group.hub(member).statistics().connections, 1U) << member;
-}
-
-TEST_F(WithCrossReferences, OneThatFailedIsAskedForAgainAfterAPauseBesideOtherRequests) {
-    client->connections()
-        .set(HostConfig::READ_TIMEOUT_LONG, 0L) // the clock will jump
-        .set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 1L);
-    Hub& late = group.hub(2);
-    late.setAccepting(false); // it breaks off
-    ASSERT_TRUE(client->startAndWait());
-    EXPECT_EQ(client->ask(tivra::QUERYXREF, 0, "IBM"), NOT_ALL_XREF_HUBS);
-    late.setAccepting(true);
-    EXPECT_EQ(client->ask(tivra::QUERYXREF, 0, "IBM"), NOT_ALL_XREF_HUBS) << "too soon";
-    EXPECT_EQ(late.statistics().loggedIn, 0U);
-
-    for (const bool fails : {true, false}) {
-        ASSERT_TRUE(waitUntil([&] { return client->user().getState() == tivra::UserInfo::AUTHENTICATED; }))
-            << "its thread has let go of it";
-        tp::Clock::advance(31.0);
-        late.ignore("LoginUser", 1);
-        late.clearRequests();
-        const std::int64_t query = client->send(tivra::QUERYXREF, 0, "IBM");
-        ASSERT_TRUE(late.waitForCommand("LoginUser"));
-        expectRegionAt(0);
-        EXPECT_THAT(client->messagesOf(query), IsEmpty()) << "it waits";
-        late.setAccepting(!fails);
-        late.dropConnections();
-        ASSERT_TRUE(client->waitForEnd(query));
-        EXPECT_EQ(client->messagesOf(query).back().status == NOT_ALL_XREF_HUBS, fails);
-        EXPECT_EQ(late.waitForConnections(fails ? 0 : 1), true);
-        late.setAccepting(true);
-    }
-    EXPECT_THAT(late.requestTexts(), Contains(HasSubstr("5022=QueryXRef")));
-    EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
 }
 
 TEST_F(WithCrossReferences, OneThatRefusedTheLoginIsDialledAgainByALaterAttempt) {
@@ -423,17 +325,6 @@ TEST_F(WithCrossReferences, AGrantedSourceConnectsTheHubThatCarriesIt) {
     EXPECT_THAT(client->sessionEvents(), Not(Contains("RECOVERY")));
 }
 
-TEST_F(WithCrossReferences, AGrantedSourceWhoseHubFailsGoesToTheDefaultHub) {
-    ASSERT_TRUE(client->startAndWait());
-    group.carry(555, {2});
-    group.hub(2).stop();
-    group.grant("demo", 555);
-    ASSERT_TRUE(client->waitForLog("so adding dynamic entitlements has failed"));
-    EXPECT_EQ(client->ask(tivra::QUERYSNAP, 555, "NEW"), tivra_sim::status::UNKNOWN_SYMBOL)
-        << "what behind a manager stands for a source that isn't carried";
-    EXPECT_EQ(client->session().getState(), tivra::Session::TIVRA_SESSION_ESTABLISHED);
-}
-
 TEST_F(WithCrossReferences, AStopEndsTheWaitForThem) {
     ASSERT_TRUE(client->startAndWait());
     group.hub(2).setSilent(true);
@@ -444,18 +335,6 @@ TEST_F(WithCrossReferences, AStopEndsTheWaitForThem) {
     client->forget();
     ASSERT_TRUE(client->startAndWait());
     expectRegionAt(0);
-}
-
-TEST_F(Managed, UnreadableListsOfPortsFailTheStartWithinItsLimits) {
-    group.hub(0).script([](const tivra_sim::Request& request) -> std::optional<Hub::Frames> {
-        if (request.command != "GetAllPorts")
-            return std::nullopt;
-        return Hub::Frames{tivra_sim::encodeFrame("5026=15|13101=0|13101=65536")};
-    });
-    makeClient();
-    client->connections().set(HostConfig::READ_TIMEOUT_LONG, 1L);
-    client->connections().set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 1L);
-    EXPECT_THAT(client->start(), HasSubstr("Read timeout waiting for response"));
 }
 
 } // namespace

@@ -61,20 +61,6 @@ TEST(SessionState, TheOnlyHubIsLostSilentlyAndComesBack) {
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
 }
 
-class BadHostTest : public testing::TestWithParam<const char*> {};
-
-TEST_P(BadHostTest, FailsTheStartWithAReason) {
-    Client client(GetParam());
-    client.connections().set(HostConfig::CONNECTION_RETRY_LIMIT_LONG, 0);
-    EXPECT_THAT(client.start(), testing::Not(testing::AnyOf("", "Session started")));
-    EXPECT_FALSE(client.isStarted);
-}
-
-INSTANTIATE_TEST_SUITE_P(E2E, BadHostTest,
-                         testing::Values("", ":", "127.0.0.1", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536",
-                                         "127.0.0.1:12x", "localhost:1234", "999.1.1.1:1234",
-                                         "127.0.0.1:99999999999999999999", "255.255.255.255:1"));
-
 /// A session with a hub and another in reserve.
 class Failover : public testing::Test {
 protected:

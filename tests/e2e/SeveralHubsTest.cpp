@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <limits>
 #include <tuple>
 
 #include <gmock/gmock.h>
@@ -117,58 +116,6 @@ TEST_F(SeveralHubsTest, WhatALostHubOwesIsForgottenAndDoesNotEndUnlessThatIsWant
         EXPECT_TRUE(
             client.waitForLog("Internal Error: Request with tag=" + std::to_string(tag) + " not found"));
     }
-}
-
-/// A hub that is away while its requests pile up: others pass them, a question to both is answered by the
-/// other hub, and nothing is lost or overtaken.
-TEST(SeveralHubs, FullQueueOfOneHubKeepsTheOrder) {
-    StartedHub first(hubOf({100, 922}));
-    StartedHub second(hubOf({101, 922}));
-    Client client(Client::Options({first.hostString(), second.hostString()}));
-    client.settings().set(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, true);
-    std::atomic<std::int64_t> lastFiller{std::numeric_limits<std::int64_t>::max()};
-    std::atomic<int> answered{0};
-    client.messageHook = [&](const tivra::MessageEvent& event) {
-        if (event.getTag() > lastFiller && SeenMessage(event).isEnd()) {
-            ++answered;
-            client.notify();
-        }
-    };
-    ASSERT_TRUE(client.startAndWait());
-    second.setAccepting(false);
-    second.dropConnections();
-    ASSERT_TRUE(client.waitForSessionEvent("RECOVERY"));
-
-    constexpr int queueSize = 100000;
-    tivra::Request& request = client.session().createRequest();
-    request.setCommand(tivra::QUERYSNAP);
-    request.add(tivra::ENUM_SRC_ID, 101).add(tivra::SYMBOL_TICKER, std::string("NOSUCH"));
-    std::int64_t last = 0;
-    for (int sent = 0; sent < queueSize; ++sent) {
-        while ((last = client.session().send(request)) == 0)
-            std::this_thread::yield();
-    }
-    client.session().freeRequest(request);
-    lastFiller = last;
-    std::vector<std::string> held;
-    for (const char* symbol : {"A", "B", "C", "D", "E"})
-        held.push_back("5022=QuerySnap|4=101|5=" + std::string(symbol) +
-                       "|5026=" + std::to_string(client.send(tivra::QUERYSNAP, 101, symbol)));
-    client.send(tivra::QUERYXREF, 0, "IBM");
-    client.send(tivra::QUERYSNAP, 100, "IBM");
-    EXPECT_TRUE(client.waitUntil([&] { return answered == 2; })) << "by the hub that could be fed";
-    const std::string standing =
-        "5022=SubscribeWildCard|5=*|5026=" + std::to_string(client.send(tivra::SUBSCRIBEWILDCARD, 0, "*"));
-    EXPECT_TRUE(first.waitForCommand("SubscribeWildCard"));
-    held.push_back(standing);
-
-    second.clearRequests();
-    second.setAccepting(true);
-    EXPECT_TRUE(client.waitUntil([&] { return answered == 2 + int(held.size()); }, std::chrono::minutes(5)));
-    std::vector<std::string> texts = second.requestTexts();
-    ASSERT_GE(texts.size(), queueSize + held.size());
-    texts.erase(texts.begin(), texts.end() - static_cast<std::ptrdiff_t>(held.size()));
-    EXPECT_EQ(texts, held);
 }
 
 } // namespace

@@ -69,7 +69,7 @@ const Faults FAULTS{
      [](Hub&, unsigned amount) { tp::Clock::stepWallClock(amount * 1000.0 - 500000.0); }},
 };
 
-/// What shows in the conversation of the next connection, for which the present ones end.
+/// What shows in the handshake of the next connection, for which the present ones end.
 const Faults FAULTS_OF_THE_NEXT{
     {Step::ShutDoor, [](Hub& hub, unsigned) { hub.setAccepting(false); }},
     {Step::RefuseLogin,

@@ -42,7 +42,7 @@ std::future<std::string> startBehind(Client& client) {
 
 class StopAtCommand : public testing::TestWithParam<const char*> {};
 
-TEST_P(StopAtCommand, OfTheConversation) {
+TEST_P(StopAtCommand, OfTheHandshake) {
     tivra_sim::HubGroup group;
     Hub& hub = group.hub(0);
     group.start();
@@ -152,7 +152,7 @@ TEST(Stop, WhileACallbackIsBusyWaitsForItAndNoLonger) {
         hub.pushRecord(Record(100, "IBM").add(tivra_sim::token::BID, i));
     all.set_value();
     expectQuickStop(client, "with a callback that takes " + std::to_string(BUSY.count()) + " ms", BUSY);
-    EXPECT_EQ(ended, begun) << "no callback runs behind a stop";
+    EXPECT_EQ(ended, begun) << "no callback runs after a stop";
     EXPECT_LT(begun, WAITING) << "nor is what waits delivered first";
 }
 
