@@ -28,7 +28,6 @@
 #include "request/Watchlist.h"
 #include "session/DroppedHubs.h"
 #include "session/HubTable.h"
-#include "session/LockedSet.h"
 #include "session/NewHubs.h"
 #include "session/QueueDepthAlarm.h"
 #include "session/RetCodeTable.h"
@@ -43,10 +42,12 @@
 #include "session/lifecycle/StateMachine.h"
 #include "session/lifecycle/StateSession.h"
 #include "session/routing/LostRequests.h"
+#include "session/routing/MergerSession.h"
 #include "session/routing/PortDetails.h"
 #include "session/routing/RequestQueue.h"
 #include "session/routing/RequestRouter.h"
 #include "session/routing/ResponseBook.h"
+#include "session/routing/ResponseMerger.h"
 #include "session/routing/RouterSession.h"
 #include "session/routing/RoutingTarget.h"
 #include "session/routing/SplitTables.h"
@@ -86,6 +87,7 @@ class SessionImpl final : public HubSession,
                           public ReactorPoolOwner,
                           public RouterSession,
                           public SourceSession,
+                          public MergerSession,
                           public XrefSession,
                           public FirstHubSession,
                           public StateSession,
@@ -164,8 +166,8 @@ public:
         m_responses.expectAgain(request, client);
     }
     void noteWritten(int64_t tag, HubClient* client) override { m_responses.noteWritten(tag, client); }
-    void loseRequest(int64_t tag, HubClient* client) override;
-    void endOutstanding(HubClient* client) override;
+    void loseRequest(int64_t tag, HubClient* client) override { m_merger.loseRequest(tag, client); }
+    void endOutstanding(HubClient* client) override { m_merger.endOutstanding(client); }
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) override;
     [[nodiscard]] const RetCodeTexts& getRetCodeTexts() const override { return *this; }
 
@@ -174,19 +176,27 @@ public:
     [[nodiscard]] tivra::MessageEventHandler* getMsgEventHandler() const override {
         return m_msgEventHandler;
     }
-    [[nodiscard]] bool isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) override;
+    [[nodiscard]] bool isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) override {
+        return m_merger.isQueryCommand(tag, hub, command);
+    }
     [[nodiscard]] std::shared_ptr<const std::vector<AltIndexInfo>>
     getAlternateIndexForSubscription(int64_t tag) override {
         return m_responses.altIndexOf(tag);
     }
     [[nodiscard]] bool suppressResponse(int64_t tag, KVNAPI::Message& msg, KVNAPI::Token* statusTok,
                                         KVNAPI::TVPair* rcPair, MetaTokenMap* dictionary,
-                                        HubClient* from) override;
-    [[nodiscard]] bool takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest& lost) override;
+                                        HubClient* from) override {
+        return m_merger.suppressResponse(tag, msg, statusTok, rcPair, *dictionary, from);
+    }
+    [[nodiscard]] bool takeLostRequest(HubClient* hub, bool queueIsEmpty, LostRequest& lost) override {
+        return m_merger.takeLostRequest(hub, queueIsEmpty, lost);
+    }
     [[nodiscard]] bool isHBSubscribed() const override {
         return m_router.ownSubscriptions().isHBSubscribed();
     }
-    [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override { return m_reqTagLst.contains(tag); }
+    [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override {
+        return m_merger.isAwaitingXrefHubs(tag);
+    }
     void addJitCount(int delta) override { m_check.addJitCount(delta); }
     [[nodiscard]] bool isFirstHub(const HubClient* hub) const override;
     void addNewEntitlement(int src, HubClient* hub) override { m_sources.addNewEntitlement(src, hub); }
@@ -212,10 +222,14 @@ public:
     [[nodiscard]] XrefStanding xrefStanding() const override;
     void connectXrefHubsFor(const RequestInternal& request) override;
     [[nodiscard]] bool waitsForXrefHubs(std::unique_ptr<RequestInternal>& request) override;
-    void noteSentWithoutXrefHubs(int64_t tag) override { m_reqTagLst.insert(tag); }
+    void noteSentWithoutXrefHubs(int64_t tag) override { m_merger.noteSentWithoutXrefHubs(tag); }
     void enterPortDetailsRequest(std::unique_ptr<RequestInternal>& request) override;
     void storeConflationInterval(long interval) override;
     void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) override;
+
+    // --- what the merging of responses needs; see MergerSession ---
+    [[nodiscard]] bool isEndingLostRequests() override;
+    void finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary) override;
 
     // --- what the sources need; see SourceSession ---
     void askForHubOf(int source) override;
@@ -308,12 +322,8 @@ private:
     [[nodiscard]] std::size_t requestLimit();
     [[nodiscard]] bool writeLocalMessage(const std::string& text);
 
-    // RequestLoss.cpp
-    void abandonResponses(bool isStop);
-
     // Entitlements.cpp
     void addNewEntitlement(int src, const std::string& hostInfo);
-    void finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary);
 
     [[nodiscard]] SessionConfigImpl& settings();
 
@@ -370,8 +380,7 @@ private:
     Watchlist watchlist;
     ResponseBook m_responses;
     LostRequests m_lost;
-    /// Tags that the default hub answers in the place of hubs that are missing.
-    LockedSet<int64_t> m_reqTagLst;
+    ResponseMerger m_merger{*this, {m_responses, m_lost, watchlist}};
     RequestQueue m_queue{watchlist, m_responses, *this};
     RequestRouter m_router{*this, {m_sources.routes(), m_split, watchlist, m_responses, m_lost, m_queue}};
     PortDetails m_portDetails{m_sources.entitled(), m_split,

@@ -2,7 +2,6 @@
 #include "session/SessionImpl.h"
 
 #include <algorithm>
-#include <optional>
 #include <utility>
 
 #include <tp/eprintf.h>
@@ -12,9 +11,7 @@
 #include "config/UserInfoImpl.h"
 #include "hub/HubClient.h"
 #include "hub/RequestFrame.h"
-#include "receive/LibraryTags.h"
 #include "receive/Queue.h"
-#include "request/CommandClasses.h"
 #include "request/HubWatchlist.h"
 #include "request/RequestInternal.h"
 
@@ -97,23 +94,8 @@ void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubC
     m_router.takeBackRequest(std::move(request), client);
 }
 
-bool SessionImpl::isQueryCommand(int64_t tag, HubClient* hub, tivra::Commands& command) {
-    if (const std::optional<tivra::Commands> known = m_responses.commandOf(tag)) {
-        command = *known;
-        return tivra_internal::isQueryCommand(command);
-    }
-    command = tivra::SUBSCRIBE;
-    if (tag == LOGIN || !watchlistInUse()) {
-        eprintf(EPF_WARN, "Internal Error: Request with tag=%lld not found", static_cast<long long>(tag));
-        return false;
-    }
-    eprintf(EPF_DBUG, "Request with tag=%lld not found; get command from watchlist",
-            static_cast<long long>(tag));
-    if (!hub->getWatchlist()->getCommand(tag, command)) {
-        eprintf(EPF_WARN, "Request with tag=%lld not found in watchlist", static_cast<long long>(tag));
-        return false;
-    }
-    return tivra_internal::isQueryCommand(command);
+bool SessionImpl::isEndingLostRequests() {
+    return settings().isEndingLostRequests();
 }
 
 } // namespace tivra_internal

@@ -51,7 +51,7 @@ void SessionImpl::shutdown() {
     m_sources.clear();
     m_newHubs.clear();
     m_queue.prepend(m_xref.takeWaiting());
-    m_queue.requeue(watchlistInUse(), settings().isEndingLostRequests(), m_run.isStopRequested());
+    m_queue.requeue(watchlistInUse(), isEndingLostRequests(), m_run.isStopRequested());
     m_reactors.deleteAll();
     cleanUpManagers();
     reset();

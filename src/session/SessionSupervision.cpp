@@ -171,11 +171,10 @@ void SessionImpl::reset() {
     m_changeOver.enableFailover(false);
     m_run.noteHubsGone();
     m_responses.logEntries();
-    abandonResponses(isStop);
+    m_merger.abandonResponses(isStop);
     m_dictionaries.reset();
     m_queue.reset();
     m_sources.reset();
-    m_reqTagLst.clear();
     m_portDetails.reset();
     m_queueDepthAlarm = {};
 }

@@ -41,12 +41,6 @@ class SeveralHubsTest : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(client.startAndWait()); }
 
-    /// Everything that the hubs have sent so far has reached the application.
-    void settle() {
-        EXPECT_EQ(client.ask(tivra::QUERYSNAP, 100, "IBM"), 0);
-        EXPECT_EQ(client.ask(tivra::QUERYSNAP, 101, "IBM131221C185"), 0);
-    }
-
     StartedHub first{hubOf({100, 922})};
     StartedHub second{hubOf({101, 922, 4100})};
     SlowClient client{Client::Options({first.hostString(), second.hostString()})};
@@ -93,28 +87,6 @@ TEST_F(SeveralHubsTest, ALostHubEndsWhatItOwesOnceAndAfterWhatItHadSent) {
         EXPECT_EQ(seen.front().type, type) << tag;
         EXPECT_EQ(seen.front().status, status) << tag;
         EXPECT_EQ(seen.front().statusText == "Connection lost before the answer", status == -997) << tag;
-    }
-}
-
-TEST_F(SeveralHubsTest, WhatALostHubOwesIsForgottenAndDoesNotEndUnlessThatIsWanted) {
-    for (StartedHub* hub : {&first, &second})
-        hub->ignore(tivra_sim::Hub::ANY_COMMAND);
-    const std::int64_t snap = client.send(tivra::QUERYSNAP, 100, "IBM");
-    const std::int64_t xref = client.send(tivra::QUERYXREF, 0, "IBM");
-    for (StartedHub* hub : {&first, &second}) {
-        ASSERT_TRUE(hub->waitForCommand("QueryXRef"));
-        hub->clearRefusals();
-    }
-    first.dropConnections();
-    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED", 2));
-    second.sendBody("5026=" + std::to_string(xref) + "|5001=0");
-    settle();
-    EXPECT_THAT(client.messagesOf(xref), testing::IsEmpty()) << "an end would claim to be whole";
-    for (const std::int64_t tag : {snap, xref}) {
-        EXPECT_THAT(client.messagesOf(tag), testing::IsEmpty());
-        first.sendBody("5026=" + std::to_string(tag) + "|5001=0");
-        EXPECT_TRUE(
-            client.waitForLog("Internal Error: Request with tag=" + std::to_string(tag) + " not found"));
     }
 }
 
