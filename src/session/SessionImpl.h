@@ -41,6 +41,8 @@
 #include "session/lifecycle/StartLatch.h"
 #include "session/lifecycle/StateMachine.h"
 #include "session/lifecycle/StateSession.h"
+#include "session/lifecycle/Supervisor.h"
+#include "session/lifecycle/SupervisorSession.h"
 #include "session/routing/LostRequests.h"
 #include "session/routing/MergerSession.h"
 #include "session/routing/PortDetails.h"
@@ -91,6 +93,7 @@ class SessionImpl final : public HubSession,
                           public XrefSession,
                           public FirstHubSession,
                           public StateSession,
+                          public SupervisorSession,
                           public RetCodeTexts {
 public:
     SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
@@ -255,6 +258,9 @@ public:
     void abortStart(const std::string& reason) override;
     void markDroppedHubs() override;
 
+    // --- what the supervision of the hubs needs, beside abortStart; see SupervisorSession ---
+    void stopServing(HubClient& client) override { m_reactors.removeHub(&client); }
+
 private:
     // What the threads do at their ticks.
     void check_hub_clients(double now, HubEventReactor& reactor);         ///< @thread hub
@@ -291,19 +297,6 @@ private:
     void changeOver();
     void serveNewHub();
 
-    // SessionSupervision.cpp
-    enum class ClientVerdict { Next, Decide };
-    struct ClientCheck {
-        bool failed = false;
-        bool timedOut = false;
-        std::string message;
-    };
-    [[nodiscard]] ClientVerdict checkConnect(double now, HubClient& client, ClientCheck& check);
-    [[nodiscard]] ClientVerdict checkHealth(double now, HubClient& client, ClientCheck& check);
-    [[nodiscard]] bool decideFailure(HubClient& client, const ClientCheck& check);
-    void abortStartFor(HubClient& client, const ClientCheck& check, const std::string& retryReason);
-    void reset();
-
     // HubRemoval.cpp
     void dropOneFirstHub(const HubEventReactor& reactor);
     void disconnectInitilaHUB(HubClient& client);
@@ -316,6 +309,7 @@ private:
 
     // SessionStop.cpp
     void shutdown();
+    void reset();
     void cleanUpManagers();
 
     // SessionRequests.cpp
@@ -363,6 +357,7 @@ private:
     SourceRegistry m_sources;
     StateMachine m_check{*this,
                          {m_run, m_latch, m_firstHubs, m_newHubs, m_xref, m_managers, m_sources, m_events}};
+    Supervisor m_supervisor{*this, {m_run, m_changeOver, m_managers, m_xref, m_sources.hubStatus(), m_user}};
     ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over
     double m_threadAttemptTime = 0.0;          ///< when it was last asked; monotonic, the master thread's own

@@ -67,4 +67,31 @@ void SessionImpl::cleanUpManagers() {
     m_managers.forgetHubs();
 }
 
+/// Returns what a restart needs to its first state; the configuration and the watchlist stay.
+void SessionImpl::reset() {
+    eprintf(EPF_DBUG, "SessionImpl::reset(ENTRY)");
+    m_firstHubs.reset();
+    m_dropped.reset();
+    m_xref.reset();
+    const bool isStop = m_run.isStopRequested();
+    if (isStop) {
+        m_changeOver.forget();
+        // Standing requests keep their tags, so new ones must not collide with them.
+        m_tags.restartAfter(watchlist.highestTag());
+        m_managers.prepareNextStart();
+        if (watchlist.size() == 0)
+            m_router.ownSubscriptions().reset();
+    }
+    m_check.reset();
+    m_changeOver.enableFailover(false);
+    m_run.noteHubsGone();
+    m_responses.logEntries();
+    m_merger.abandonResponses(isStop);
+    m_dictionaries.reset();
+    m_queue.reset();
+    m_sources.reset();
+    m_portDetails.reset();
+    m_queueDepthAlarm = {};
+}
+
 } // namespace tivra_internal

@@ -189,6 +189,11 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
     });
 }
 
+void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
+    dropOneFirstHub(reactor);
+    m_supervisor.check(now, m_reactors.hubsOf(reactor.getIndex()));
+}
+
 void SessionImpl::check_user_events() {
     m_user.handleEvents();
 }
