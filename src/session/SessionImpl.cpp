@@ -16,6 +16,12 @@
 namespace tivra_internal {
 namespace {
 
+constexpr const char* kNoPrimary = "Primary connection empty or Primary and backup have same connection";
+constexpr const char* kNotValid = "Multiple Sessions are not supported; ignoring start request";
+constexpr const char* kNoCredentials = "User name or password can't be sent to a hub";
+constexpr const char* kNoMessageHandler =
+    "Cannot start session without first registering a message event handler";
+
 // Allocated once and never destroyed: a session may log in while the process ends.
 tp::Mutex& languageMutex() {
     static auto* const mutex = new tp::Mutex;
@@ -43,12 +49,7 @@ SessionImpl::SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& hand
 }
 
 SessionImpl::~SessionImpl() {
-    stop();
-    {
-        // A `start` of another thread still holds its mutex while it notices that it has been stopped.
-        tp::MutexLock starting(m_start_mutex);
-        stop();
-    }
+    m_startStop.endForGood();
     m_user.discardEvents(session);
     m_events.clear();
     m_hosts.clear();
@@ -81,6 +82,22 @@ tivra::ConnectionConfig& SessionImpl::getConnectionConfig() {
 
 SessionConfigImpl& SessionImpl::settings() {
     return HandleAccess::impl(getSessionConfig());
+}
+
+void SessionImpl::readConfiguration(bool isRunning) {
+    m_queueDepthThreshold = static_cast<int>(settings().getQueueThreshold());
+    if (!isRunning)
+        m_hostLists.read(m_hosts, m_managers);
+}
+
+const char* SessionImpl::reasonAgainstStart() {
+    if (m_hostLists.primary().empty())
+        return kNoPrimary;
+    if (!isValid)
+        return kNotValid;
+    if (!m_user.isUsable())
+        return kNoCredentials;
+    return m_msgEventHandler.load() == nullptr ? kNoMessageHandler : nullptr;
 }
 
 void SessionImpl::registerMessageEventHandler(tivra::MessageEventHandler* handler) {

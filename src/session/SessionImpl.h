@@ -38,7 +38,8 @@
 #include "session/lifecycle/FirstHubs.h"
 #include "session/lifecycle/HostLists.h"
 #include "session/lifecycle/RunState.h"
-#include "session/lifecycle/StartLatch.h"
+#include "session/lifecycle/StartSession.h"
+#include "session/lifecycle/StartStop.h"
 #include "session/lifecycle/StateMachine.h"
 #include "session/lifecycle/StateSession.h"
 #include "session/lifecycle/Supervisor.h"
@@ -92,6 +93,7 @@ class SessionImpl final : public HubSession,
                           public MergerSession,
                           public XrefSession,
                           public FirstHubSession,
+                          public StartSession,
                           public StateSession,
                           public SupervisorSession,
                           public RetCodeTexts {
@@ -107,8 +109,11 @@ public:
     static void setLanguage(const std::string& word);
 
     // --- the public session; @thread application ---
-    [[nodiscard]] bool start(std::string& failReason);
-    bool stop();
+    [[nodiscard]] bool start(std::string& failReason) { return m_startStop.start(failReason); }
+    bool stop() {
+        m_startStop.stop();
+        return true;
+    }
     [[nodiscard]] tivra::SessionConfig& getSessionConfig();
     [[nodiscard]] tivra::ConnectionConfig& getConnectionConfig();
     [[nodiscard]] tivra::UserInfo& getUserInfo() { return userInfo; }
@@ -248,6 +253,11 @@ public:
     void removeXrefHub(HubClient& client) override;
     void enterGrantedRoute(int source, uint16_t port) override;
 
+    // --- what start and stop need; see StartSession ---
+    void readConfiguration(bool isRunning) override;
+    [[nodiscard]] const char* reasonAgainstStart() override;
+    void runMaster() override;
+
     // --- what the first hubs need; see FirstHubSession ---
     [[nodiscard]] HostConfigImpl* configuredHost(const HostPair& pair) override;
     [[nodiscard]] bool hasHubAt(const HostConfigImpl& host) override;
@@ -255,7 +265,7 @@ public:
 
     // --- what the session check needs; see StateSession ---
     [[nodiscard]] std::vector<HubClient*> hubs() const override { return m_hubs.copy(); }
-    void abortStart(const std::string& reason) override;
+    void abortStart(const std::string& reason) override { m_startStop.abortStart(reason); }
     void markDroppedHubs() override;
 
     // --- what the supervision of the hubs needs, beside abortStart; see SupervisorSession ---
@@ -273,13 +283,6 @@ private:
     void check_statistics_events(double curtime);                         ///< @thread first user
     void check_queueDepth_events();                                       ///< @thread first user
 
-    // SessionStart.cpp
-    [[nodiscard]] bool startLocked(std::string& failReason) TP_REQUIRES(m_start_mutex);
-    [[nodiscard]] bool refuseStart(std::string& failReason, const char* reason);
-    [[nodiscard]] bool isRunning();
-    [[nodiscard]] bool launchMaster(std::string& failReason);
-    [[nodiscard]] StartLatch::Outcome waitForOutcome(std::string& reason);
-
     // WorkerThreads.cpp
     void startWorkerThreads(bool startBackup);
     void createFirstClient(bool startBackup);
@@ -293,7 +296,6 @@ private:
     void giveReadHandler(HubClient& client, bool isFirst);
 
     // SessionMaster.cpp
-    void startApiMasterThread();
     void changeOver();
     void serveNewHub();
 
@@ -307,7 +309,7 @@ private:
     // SessionXrefs.cpp
     [[nodiscard]] std::string hostOfGrantedPort(int src, uint16_t port);
 
-    // SessionStop.cpp
+    // SessionTeardown.cpp
     void shutdown();
     void reset();
     void cleanUpManagers();
@@ -339,11 +341,8 @@ private:
     std::atomic<int> m_queueDepthThreshold{70};
 
     // Start and stop.
-    tp::Mutex m_start_mutex{kLockStart}; ///< one start at a time
-    tp::Mutex m_stop_mutex{kLockStop};   ///< one stop at a time
-    std::unique_ptr<tp::Thread> masterThread TP_GUARDED_BY(m_stop_mutex);
-    StartLatch m_latch;
     RunState m_run;
+    StartStop m_startStop{*this, m_run};
     ChangeOver m_changeOver{m_run};
     SessionEventQueue m_events;
     ConnectionManagers m_managers;
@@ -355,8 +354,8 @@ private:
     DroppedHubs m_dropped;
     XrefConnector m_xref{*this};
     SourceRegistry m_sources;
-    StateMachine m_check{*this,
-                         {m_run, m_latch, m_firstHubs, m_newHubs, m_xref, m_managers, m_sources, m_events}};
+    StateMachine m_check{
+        *this, {m_run, m_startStop.latch(), m_firstHubs, m_newHubs, m_xref, m_managers, m_sources, m_events}};
     Supervisor m_supervisor{*this, {m_run, m_changeOver, m_managers, m_xref, m_sources.hubStatus(), m_user}};
     ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over

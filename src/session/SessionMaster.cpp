@@ -18,7 +18,7 @@ constexpr unsigned kRequestsPerPass = 1000;
 
 } // namespace
 
-void SessionImpl::startApiMasterThread() {
+void SessionImpl::runMaster() {
     startWorkerThreads(m_changeOver.isOnBackup());
     for (;;) {
         if (m_run.isStopRequested()) {

@@ -33,17 +33,22 @@ public:
             alongside();
         m_outcome = outcome;
         m_abortReason = reason;
+        m_settled.notifyAll();
         return true;
     }
 
-    [[nodiscard]] Outcome outcome(std::string& reason) {
+    /// Waits until the run is settled.
+    [[nodiscard]] Outcome wait(std::string& reason) {
         tp::MutexLock lock(m_abort_mutex);
+        while (m_outcome == Outcome::Pending)
+            m_settled.wait(m_abort_mutex);
         reason = m_abortReason;
         return m_outcome;
     }
 
 private:
     tp::Mutex m_abort_mutex{kLockAbort};
+    tp::ConditionVariable m_settled; ///< with that mutex
     Outcome m_outcome TP_GUARDED_BY(m_abort_mutex) = Outcome::Pending;
     std::string m_abortReason TP_GUARDED_BY(m_abort_mutex);
 };

@@ -9,32 +9,6 @@
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
-namespace {
-
-constexpr const char* kStoppedEarly = "Session stopped before it was established";
-
-} // namespace
-
-bool SessionImpl::stop() {
-    if (tp::onLibraryThread()) {
-        eprintf(EPF_CRIT, "stop called on a library thread; ignoring stop request");
-        return true;
-    }
-    tp::MutexLock lock(m_stop_mutex);
-    if (!masterThread)
-        return true;
-    // Ends the wait of a `start` that is still under way; an outcome that has come before stands.
-    m_latch.settle(StartLatch::Outcome::Stopped, kStoppedEarly);
-    if (!m_run.isStopRequested()) {
-        eprintf(EPF_INFO, "Stopping Session");
-        m_run.requestStop();
-    }
-    eprintf(EPF_DBUG, "About to join master Thread");
-    masterThread->join();
-    masterThread.reset();
-    m_run.end();
-    return true;
-}
 
 void SessionImpl::shutdown() {
     eprintf(EPF_DBUG, "Begin shutdown");
