@@ -71,20 +71,4 @@ TEST_P(JustInTime, ASlowReaderIsSparedUntilItHasCaughtUp) {
 
 INSTANTIATE_TEST_SUITE_P(E2E, JustInTime, testing::Values(3L, 4L));
 
-TEST(JustInTimeEvents, ReportEachChangeOnce) {
-    StartedHub hub;
-    Client client(hub);
-    ASSERT_TRUE(client.startAndWait());
-    client.forget();
-    for (const std::size_t turn : {1U, 2U}) {
-        for (int repeat = 0; repeat < 2; ++repeat)
-            hub.pushJit(3);
-        EXPECT_TRUE(client.waitForSessionEvent("JIT_START", turn));
-        hub.pushJit(0);
-        EXPECT_TRUE(client.waitForSessionEvent("JIT_STOP", turn));
-    }
-    EXPECT_EQ(client.sessionEvents(),
-              std::vector<std::string>({"JIT_START", "JIT_STOP", "JIT_START", "JIT_STOP"}));
-}
-
 } // namespace

@@ -211,11 +211,6 @@ TEST_F(LoneManaged, ASessionOnItsBackupsSideStartsAgainToo) {
     EXPECT_THAT(client->log(), Not(HasSubstr("differ in length"))) << "a hub is no configured host";
 }
 
-TEST_F(Managed, TwoDoorsThatLeadToOneHubFailTheStart) {
-    makeClient({{0, 0}, {0, 1}});
-    EXPECT_THAT(client->start(), HasSubstr("Ports/IP should be of different HUB types"));
-}
-
 class BehindADoor : public Managed {
 protected:
     BehindADoor() : Managed(doorConfig()) {}
