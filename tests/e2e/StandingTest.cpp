@@ -256,20 +256,16 @@ private:
         }
     }
 
-    /// What the members send now, of one thing of each sequence, comes to the application, each update once.
+    /// What the members send now of what stands comes to the application, each update once.
     void checkUpdates() {
         std::map<std::string, std::size_t> sent, got;
         std::map<std::string, int> sequences;
-        ++m_settlements;
-        for (int sequence = 0; sequence < m_history.sequences; ++sequence) {
-            const Target target = targetOf(sequence, (sequence + m_settlements) % THINGS);
-            if (target.symbol.empty())
-                continue;
-            const std::size_t count = m_stage.sides[0].pushRecord(
-                tivra_sim::Record(target.source, target.symbol).add(tivra_sim::token::BID, m_settlements));
-            if (count > 0)
-                sent[target.symbol] = count;
-            sequences[target.symbol] = sequence;
+        for (const std::size_t id : m_model.standing()) {
+            const Step& step = m_history.steps[id];
+            const Target target = targetOf(step.sequence, step.thing == Pattern ? Split : step.thing);
+            if (!target.symbol.empty() && sequences.emplace(target.symbol, step.sequence).second)
+                sent[target.symbol] = m_stage.sides[0].pushRecord(
+                    tivra_sim::Record(target.source, target.symbol).add(tivra_sim::token::BID, "2"));
         }
         ask(4100, "HEADLINES");
         for (const SeenMessage& message : m_client.messages()) {
@@ -301,7 +297,6 @@ private:
 
     std::map<std::size_t, std::int64_t> m_tags;
     std::map<std::int64_t, std::size_t> m_owners; ///< of the tags of steps
-    int m_settlements = 0;
     /// @name Since the last settlement
     /// @{
     std::vector<std::size_t> m_burst;
