@@ -214,7 +214,7 @@ int HubClient::sendLogin(const std::string& text) {
 void HubClient::readableEvent(double curtime) {
     if (getFd() < 0)
         return;
-    if (m_retired)
+    if (m_life.hasLeft())
         closeConnection();
     else
         m_reader.read(curtime);
@@ -284,8 +284,7 @@ void HubClient::forgetConnection() {
     m_heartbeat.forget();
     m_handshake.forget();
     m_reader.forget();
-    m_xrefConnected = false;
-    m_xrefRemove = false;
+    m_life.noteClosed();
 }
 
 void HubClient::closeConnection() {
@@ -331,9 +330,7 @@ bool HubClient::closeIfOutOfStep() {
 }
 
 void HubClient::startAnew() {
-    m_retired = false;
-    m_xrefRemove = false;
-    m_xrefConnected = false;
+    m_life.startAnew();
     m_socket.abandon();
     m_socket.restartRetries();
     m_lookup.startAnew();

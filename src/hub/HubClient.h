@@ -2,7 +2,6 @@
 
 #include <sys/time.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "hub/HubAddress.h"
 #include "hub/HubClientOptions.h"
 #include "hub/HubHeartbeat.h"
+#include "hub/HubLife.h"
 #include "hub/HubReader.h"
 #include "hub/HubReaderPort.h"
 #include "hub/HubSocket.h"
@@ -125,12 +125,10 @@ public:
     [[nodiscard]] std::string getHubIpAddr() const { return m_address.own(); }
     [[nodiscard]] int getHubMajorVersion() const { return m_handshake.hubVersion().major; }
     [[nodiscard]] bool isDummy() const override { return m_options.isDummy; }
-    [[nodiscard]] bool getInitialHubDisconnected() const {
-        return m_initialHubDisconnected.load(std::memory_order_relaxed);
-    }
+    [[nodiscard]] bool getInitialHubDisconnected() const { return m_life.isLetGo(); }
     [[nodiscard]] bool isInitialHubDisconnected() const override { return getInitialHubDisconnected(); }
     /// The session has let this first hub go on purpose: its close is no loss.
-    void setInitialHubDisconnected(bool gone) { m_initialHubDisconnected.store(gone); }
+    void setInitialHubDisconnected(bool gone) { m_life.setLetGo(gone); }
 
     // --- behind a connection manager; @thread any ---
     /// The next connect asks the manager for a hub.
@@ -139,16 +137,13 @@ public:
     [[nodiscard]] int getLnkapiErrno() const { return m_lookup.lnkapiErrno(); }
     void resetLnkapiErrno() { m_lookup.resetLnkapiErrno(); }
     /// A cross-reference hub, which is connected only when a request needs it first.
-    void setQueryXRefHUB(bool isXref) { m_queryXRefHUB.store(isXref); }
-    [[nodiscard]] bool isQueryXRefHUB() const { return m_queryXRefHUB.load(); }
+    void setQueryXRefHUB(bool isXref) { m_life.setXref(isXref); }
+    [[nodiscard]] bool isQueryXRefHUB() const { return m_life.isXref(); }
     /// A cross-reference hub that has not come up yet: when it fails it is left out.
-    [[nodiscard]] bool isComingXref() const { return isQueryXRefHUB() && !m_xrefDone; }
-    std::atomic<bool> m_xrefConnected{false};
-    std::atomic<bool> m_xrefDone{false}; ///< it has its read handler
-    /// It failed: it is not dialled any more and will be taken out of the session.
-    std::atomic<bool> m_xrefRemove{false};
-    /// Taken out of the session's tables; its own thread closes it and looks after it no more.
-    std::atomic<bool> m_retired{false};
+    [[nodiscard]] bool isComingXref() const { return m_life.isComing(); }
+    /// What becomes of it in the session.
+    [[nodiscard]] HubLife& life() { return m_life; }
+    [[nodiscard]] const HubLife& life() const { return m_life; }
     /// Its limits and marks begin anew, after it was retired. @thread master; no other may know the client.
     void startAnew();
     [[nodiscard]] HostConfigImpl* getHostConfig() const { return m_options.host; }
@@ -231,8 +226,7 @@ private:
     ManagerLookup m_lookup;
     HubHeartbeat m_heartbeat;
     Suspension m_suspension;
-    std::atomic<bool> m_initialHubDisconnected{false};
-    std::atomic<bool> m_queryXRefHUB{false};
+    HubLife m_life;
     double m_last_reset_time = 0.0;
 
     // Readiness.

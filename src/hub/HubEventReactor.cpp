@@ -24,11 +24,6 @@ constexpr suseconds_t kSendTimeoutMicroseconds = 100;
 /// A pass of this length is worth a line, in seconds.
 constexpr double kLongPass = 0.025;
 
-/// A hub that nobody brings back: it is out of the session, or will be.
-bool leavesForGood(const HubClient& client) {
-    return client.m_xrefRemove || client.m_retired;
-}
-
 /// The request will not be written here: a retry among them stands in the way of the next one no more.
 void giveUp(RequestInternal& request) {
     if (request.isWLRetry)
@@ -135,7 +130,7 @@ bool HubEventReactor::serveHub(HubClient& client, Pass& pass) {
 
 bool HubEventReactor::sendNext(HubClient& client, RequestQueue& queue, Pass& pass) {
     RequestInternal& head = *queue.front();
-    if (leavesForGood(client)) {
+    if (client.life().leavesForGood()) {
         giveUp(head);
         pass.budget -= 1;
         pass.unreachable.push_back(std::move(queue.front()));

@@ -41,7 +41,7 @@ void SessionImpl::dropOneFirstHub(const HubEventReactor& reactor) {
 void SessionImpl::disconnectInitilaHUB(HubClient& client) {
     eprintf(EPF_INFO, "SessionImpl::disconnectInitilaHUB  hub=%s", client.getHubAddr().c_str());
     HubEventReactor* const reactor = m_reactors.reactorOf(&client);
-    client.m_retired = true;
+    client.life().retire();
     client.closeConnection();
     m_hubs.retire(client.getIndex());
     m_reactors.removeHub(&client);

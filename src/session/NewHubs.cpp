@@ -10,7 +10,7 @@ namespace tivra_internal {
 
 void NewHubs::enterReady(HubClient& client) {
     tp::MutexLock lock(newQRHQueue_mutex);
-    if (client.markReady() && !client.m_retired)
+    if (client.markReady() && !client.life().hasLeft())
         newQRHQueue.push_back(&client);
 }
 
@@ -23,13 +23,13 @@ int NewHubs::countPending(bool xrefComing) const {
     tp::MutexLock lock(newQRHQueue_mutex);
     auto pending = static_cast<int>(newQRHQueue.size());
     for (const HubClient* client : newQRHQueue) {
-        const bool isXref = xrefComing && client->isQueryXRefHUB() && client->m_xrefConnected;
+        const bool isXref = xrefComing && client->isQueryXRefHUB() && client->life().isConnected();
         if (!isXref && !client->getInitialHubDisconnected())
             continue;
         --pending;
         eprintf(EPF_DBUG, "HUB %s is not pending: isQueryXRefHUB=%d; m_xrefConnected=%d; disconnected=%d",
                 client->getHubAddr().c_str(), client->isQueryXRefHUB() ? 1 : 0,
-                client->m_xrefConnected ? 1 : 0, client->getInitialHubDisconnected() ? 1 : 0);
+                client->life().isConnected() ? 1 : 0, client->getInitialHubDisconnected() ? 1 : 0);
     }
     return pending;
 }

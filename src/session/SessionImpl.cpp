@@ -129,7 +129,7 @@ void SessionImpl::noteHubDown(HubClient* client) {
 void SessionImpl::countHubLoss(HubClient* client) {
     // A first hub that the session has let go on purpose is no loss, nor is a hub that it connects late.
     const bool isComingXref = m_managers.m_isCMconnection && m_xref.isComing(*client);
-    if (!client->getInitialHubDisconnected() && !client->m_retired && !isComingXref)
+    if (!client->getInitialHubDisconnected() && !client->life().hasLeft() && !isComingXref)
         m_check.countLoss();
 }
 

@@ -86,7 +86,7 @@ std::optional<HubClient*> SessionImpl::createXrefHub(uint16_t port) {
 
 void SessionImpl::bringBackXrefHub(HubClient& client) {
     m_reactors.placeAgain(&client, [this, &client] {
-        if (!client.m_retired || m_run.isLeavingHubs())
+        if (!client.life().hasLeft() || m_run.isLeavingHubs())
             return false;
         client.startAnew();
         // What has been unsubscribed while the hub was away was not unsubscribed there.
@@ -107,7 +107,7 @@ void SessionImpl::removeXrefHub(HubClient& client) {
     eprintf(EPF_WARN, "Removing the xrefHUB - %s", client.getHubAddr().c_str());
     HubEventReactor* const reactor = m_reactors.reactorOf(&client);
     // The hub's own thread, which may be dialling it just now, closes what is open.
-    client.m_retired = true;
+    client.life().retire();
     m_reactors.forgetReactorOf(&client);
     m_hubs.retire(client.getIndex());
     forgetHub(client);

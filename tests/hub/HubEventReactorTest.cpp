@@ -95,8 +95,8 @@ TEST_F(HubEventReactorTest, WhatIsForAHubThatIsAwayWaitsThereAndOneThatIsGivenUp
     const Row table[] = {
         {[](HubClient&) {}, 0},
         {[](HubClient& which) { which.suspendClient("refused"); }, 0},
-        {[](HubClient& which) { which.m_xrefRemove = true; }, 1},
-        {[](HubClient& which) { which.m_retired = true; }, 1},
+        {[](HubClient& which) { which.setQueryXRefHUB(true), which.life().giveUp(); }, 1},
+        {[](HubClient& which) { which.life().retire(); }, 1},
     };
     for (const Row& row : table) {
         session.takenBack.clear();

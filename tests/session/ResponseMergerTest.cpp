@@ -87,7 +87,7 @@ TEST_P(ResponseMergerTest, WhatALostHubOwesEndsOnceItIsReportedOrNeverClaimsToBe
 }
 
 TEST_P(ResponseMergerTest, WhenAllHubsGoWhatNobodyRepeatsEndsInTheNameOfNobody) {
-    hubs[1]->m_retired = true;
+    hubs[1]->life().retire();
     merger.endOutstanding(hubs[1]);
     const RequestImpl builder;
     RequestInternal standing(&builder);

@@ -46,7 +46,7 @@ protected:
         return &at(port);
     }
     void bringBackXrefHub(HubClient& client) override {
-        if (client.m_retired) {
+        if (client.life().hasLeft()) {
             note("back", client.getHubPort());
             client.startAnew();
         }
@@ -58,7 +58,7 @@ protected:
             mark(*client);
     }
     void removeXrefHub(HubClient& client) override {
-        client.m_retired = true;
+        client.life().retire();
         note("remove", client.getHubPort());
     }
     void enterGrantedRoute(int source, uint16_t port) override { note(std::to_string(source) + " at", port); }
@@ -105,7 +105,6 @@ TEST_F(XrefConnectorTest, AnAttemptEndsWhenTheFateOfEachHubIsKnownOrNobodyWillRe
         isLeaving = false;
         for (const int port : {1, 2}) {
             at(port).startAnew();
-            at(port).m_xrefDone = false;
             connector.addPort(static_cast<uint16_t>(port));
         }
         EXPECT_TRUE(connector.mayBeNeeded());

@@ -107,7 +107,7 @@ HubCounts StateMachine::countHubs() {
             ++counts.ready;
         else if (isComingXref)
             isLatched = true;
-        else if (!client->m_xrefRemove && !isLatched)
+        else if (!client->life().isGivenUp() && !isLatched)
             ++counts.notReady;
         if (isComingXref)
             noteComingXref(*client, isReady);

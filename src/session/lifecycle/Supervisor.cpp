@@ -36,7 +36,7 @@ void Supervisor::check(double now, const std::vector<HubClient*>& clients) {
         // Looked at before each of them, since a dial may have waited for a connection manager.
         if (m_parts.run.isLeavingHubs() || m_parts.run.isGivenUp())
             return;
-        if (client->m_retired) {
+        if (client->life().hasLeft()) {
             client->closeConnection();
             m_parts.user.deleteHub(client); // the user's standing is that with the other hubs
             m_session.stopServing(*client);
@@ -54,7 +54,7 @@ bool Supervisor::checkClient(double now, HubClient& client) {
         check.failed = client.isSuspended() || client.isPastRetryLimit();
     Verdict verdict = Verdict::Next;
     const bool connected = client.getFd() > 0 && !client.inProgress();
-    if (client.m_xrefRemove)
+    if (client.life().isGivenUp())
         verdict = Verdict::Decide;
     else if (check.failed || connected)
         verdict = checkHealth(now, client, check);

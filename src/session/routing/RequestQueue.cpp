@@ -152,7 +152,7 @@ bool RequestQueue::releaseFirstHeld(HubClient* hub, RequestTaker& taker) {
     lock.unlock();
     if (request == nullptr)
         return false;
-    if (hub->m_retired) {
+    if (hub->life().hasLeft()) {
         taker.takeBackRequest(std::move(request), hub);
         return true;
     }

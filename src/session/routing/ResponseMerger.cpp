@@ -86,7 +86,7 @@ bool ResponseMerger::isReplayed(int64_t tag, const HubClient& client) const {
 
 void ResponseMerger::endOutstanding(HubClient* client) {
     // A hub that leaves for good has no replay, and no read handler either.
-    const bool isLeaving = client->getInitialHubDisconnected() || client->m_retired;
+    const bool isLeaving = client->getInitialHubDisconnected() || client->life().hasLeft();
     HubClient* const owner = isLeaving ? nullptr : client;
     std::vector<int64_t> lost;
     for (const int64_t tag : m_tables.responses.writtenTo(client))

@@ -96,11 +96,11 @@ std::deque<std::unique_ptr<RequestInternal>> XrefConnector::takeWaiting() {
 }
 
 void XrefConnector::noteConnected(HubClient& client) {
-    client.m_xrefConnected = true;
+    client.life().noteConnected();
 }
 
 void XrefConnector::giveUp(HubClient& client) {
-    client.m_xrefRemove = true;
+    client.life().giveUp();
 }
 
 void XrefConnector::decideXrefHubs() {
@@ -111,9 +111,9 @@ void XrefConnector::decideXrefHubs() {
     std::size_t connected = 0;
     std::size_t removed = 0;
     for (const HubClient* client : m_XRefHubLst) {
-        if (client->m_xrefConnected || client->m_xrefDone)
+        if (client->life().isConnected() || client->life().isServed())
             ++connected;
-        else if (client->m_xrefRemove || client->m_retired)
+        else if (client->life().leavesForGood())
             ++removed;
     }
     if (size == 0)
@@ -202,7 +202,7 @@ bool XrefConnector::isAttemptOver() {
     if (!m_session.isLeavingItsHubs() && !all.empty() && elapsed >= 0.0 && elapsed <= m_attemptLimit)
         return false;
     for (HubClient* client : all)
-        if (client->isComingXref() && !client->m_xrefConnected)
+        if (client->life().isComing() && !client->life().isConnected())
             giveUp(*client);
     m_phase = Phase::SomeFailed;
     return true;
@@ -218,7 +218,7 @@ void XrefConnector::endAttempt() {
         return;
     }
     for (const HubClient* client : hubs()) {
-        if (client->m_xrefDone)
+        if (client->life().isServed())
             continue;
         eprintf(EPF_WARN, "%s: xref HUB not done connecting", client->getHubAddr().c_str());
         noteFailure();
@@ -231,10 +231,8 @@ void XrefConnector::endAttempt() {
 
 void XrefConnector::serveHubs() {
     m_session.serveXrefHubs(hubs(), [](HubClient& client) {
-        if (client.m_xrefDone || client.m_xrefRemove || !client.m_xrefConnected)
-            return;
-        client.m_xrefDone = true;
-        eprintf(EPF_DBUG, "Set m_xrefDone for this xref client %s to true", client.getHubAddr().c_str());
+        if (client.life().noteServed())
+            eprintf(EPF_DBUG, "Set m_xrefDone for this xref client %s to true", client.getHubAddr().c_str());
     });
 }
 
@@ -242,7 +240,8 @@ void XrefConnector::removeFailedHubs() {
     for (HubClient* client : hubs()) {
         // One that has been up is dialled for ever. A close takes the mark of the others back, but what is
         // not connected by now will not be.
-        if (client->m_xrefDone || client->m_retired || (!client->m_xrefRemove && client->m_xrefConnected))
+        const HubLife& life = client->life();
+        if (life.isServed() || life.isConnected() || life.hasLeft())
             continue;
         m_session.removeXrefHub(*client);
     }
@@ -272,7 +271,7 @@ bool XrefConnector::isRetryDue() const {
 bool XrefConnector::areFailedHubsLetGo() const {
     const std::vector<HubClient*> all = hubs();
     return std::none_of(all.begin(), all.end(), [this](const HubClient* client) {
-        return client->m_retired && m_session.isHubServed(*client);
+        return client->life().hasLeft() && m_session.isHubServed(*client);
     });
 }
 
