@@ -5,8 +5,8 @@
 #include "hub/ConflationChoice.h"
 #include "hub/HubVersion.h"
 #include "hub/RetryPace.h"
-#include "hub/SplitPattern.h"
-#include "hub/handshake/HandshakeSteps.h"
+#include "hub/handshake/NextStep.h"
+#include "hub/handshake/Steps.h"
 #include "support/LogCapture.h"
 
 namespace tivra_internal {

@@ -1,11 +1,10 @@
-#include "hub/handshake/AdministrationStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <utility>
 
 #include <tp/eprintf.h>
 
 #include "dictionary/DictionaryCache.h"
-#include "hub/handshake/DictionaryStep.h"
 #include "hub/handshake/HandshakeContext.h"
 
 namespace tivra_internal {

@@ -1,4 +1,4 @@
-#include "hub/handshake/AllPortsStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <tp/eprintf.h>
 

@@ -1,4 +1,4 @@
-#include "hub/handshake/ConflationStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <string>
 

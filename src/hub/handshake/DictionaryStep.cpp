@@ -1,4 +1,4 @@
-#include "hub/handshake/DictionaryStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <algorithm>
 #include <climits>

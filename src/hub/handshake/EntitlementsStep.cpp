@@ -1,4 +1,4 @@
-#include "hub/handshake/EntitlementsStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>

@@ -1,4 +1,4 @@
-#include "hub/handshake/GroupStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <tp/eprintf.h>
 

@@ -2,20 +2,9 @@
 
 #include <functional>
 
-#include "hub/handshake/AdministrationStep.h"
-#include "hub/handshake/AllPortsStep.h"
-#include "hub/handshake/BoxEntitlementsStep.h"
-#include "hub/handshake/ConflationStep.h"
-#include "hub/handshake/DictionaryStep.h"
-#include "hub/handshake/EntitlementsStep.h"
-#include "hub/handshake/GroupStep.h"
 #include "hub/handshake/HandshakeContext.h"
-#include "hub/handshake/HandshakeSteps.h"
-#include "hub/handshake/LoginStep.h"
-#include "hub/handshake/PortsStep.h"
-#include "hub/handshake/ReturnCodesStep.h"
-#include "hub/handshake/SplitStep.h"
-#include "hub/handshake/SubscriptionsStep.h"
+#include "hub/handshake/NextStep.h"
+#include "hub/handshake/Steps.h"
 
 namespace tivra_internal {
 

@@ -1,4 +1,4 @@
-#include "hub/handshake/LoginStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <algorithm>
 

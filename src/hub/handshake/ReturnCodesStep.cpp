@@ -1,4 +1,4 @@
-#include "hub/handshake/ReturnCodesStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <atomic>
 #include <climits>

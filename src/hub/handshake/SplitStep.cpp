@@ -1,10 +1,9 @@
-#include "hub/handshake/SplitStep.h"
+#include "hub/handshake/Steps.h"
 
 #include <cstdint>
 
 #include <tp/eprintf.h>
 
-#include "hub/SplitPattern.h"
 #include "hub/handshake/HandshakeContext.h"
 #include "kvnparse/Exchange.h"
 
@@ -74,6 +73,25 @@ void SplitStep::addSymbol(std::string_view sym, const std::set<int>& sources) {
         return;
     for (const int source : sources)
         m_context.sources.addSplitSymbol(source, pattern, m_context.port.client());
+}
+
+std::string splitPatternOf(std::string_view symbol) {
+    if (symbol.size() < 3) {
+        eprintf(EPF_WARN, "HubClient::processSplitSym: invalid symlen (%zu) so regex ignored", symbol.size());
+        return {};
+    }
+    symbol = symbol.substr(1, symbol.size() - 2);
+    std::string pattern;
+    pattern.reserve(symbol.size());
+    for (size_t i = 0; i < symbol.size(); ++i) {
+        if (symbol[i] == '\\' && i + 1 < symbol.size()) {
+            pattern += symbol[i++];
+            pattern += symbol[i];
+        } else {
+            pattern += symbol[i] == '~' ? '|' : symbol[i];
+        }
+    }
+    return pattern;
 }
 
 } // namespace tivra_internal

@@ -1,4 +1,4 @@
-#include "hub/handshake/HandshakeSteps.h"
+#include "hub/handshake/NextStep.h"
 
 namespace tivra_internal {
 
