@@ -44,6 +44,10 @@ Descriptor checked(int fd, const char* what) {
     return Descriptor(fd);
 }
 
+std::string placeText(const std::string& address, std::uint16_t port) {
+    return address + ":" + std::to_string(port);
+}
+
 Descriptor listenOn(const std::string& address, std::uint16_t& port) {
     sockaddr_in place{};
     place.sin_family = AF_INET;
@@ -55,7 +59,7 @@ Descriptor listenOn(const std::string& address, std::uint16_t& port) {
         checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "cannot make a socket");
     const int yes = 1;
     ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    const std::string text = address + ":" + std::to_string(port);
+    const std::string text = placeText(address, port);
     // The address structures of the socket calls share their first member, which says what they are.
     auto* generic = reinterpret_cast<sockaddr*>(&place);
     if (::bind(listener.get(), generic, sizeof place) != 0)

@@ -25,6 +25,9 @@ private:
 /// The descriptor that a system call gave. Throws std::system_error with `what` when it failed.
 [[nodiscard]] Descriptor checked(int fd, const char* what);
 
+/// "address:port".
+[[nodiscard]] std::string placeText(const std::string& address, std::uint16_t port);
+
 /// A socket that listens on an IPv4 address without blocking; `port` 0 takes a free one and tells it. Throws
 /// std::system_error.
 [[nodiscard]] Descriptor listenOn(const std::string& address, std::uint16_t& port);

@@ -1,5 +1,6 @@
 #include "tivra_sim/Hub.h"
 
+#include "Descriptor.h"
 #include "HubEngine.h"
 
 #include <algorithm>
@@ -37,7 +38,7 @@ std::uint16_t Hub::port() const {
 
 std::string Hub::hostString() const {
     const std::string& address = config().bindAddress;
-    return (address == "0.0.0.0" ? "127.0.0.1" : address) + ":" + std::to_string(port());
+    return placeText(address == "0.0.0.0" ? "127.0.0.1" : address, port());
 }
 
 const HubConfig& Hub::config() const {

@@ -1,5 +1,6 @@
 #include "tivra_sim/Manager.h"
 
+#include "Descriptor.h"
 #include "ManagerEngine.h"
 
 #include <utility>
@@ -23,8 +24,7 @@ std::uint16_t Manager::port() const {
 }
 
 std::string Manager::hostString(std::uint16_t hubPort) const {
-    return m_engine->use([](ManagerEngine& engine) { return engine.config().address; }) + ":" +
-           std::to_string(hubPort);
+    return placeText(m_engine->use([](ManagerEngine& engine) { return engine.config().address; }), hubPort);
 }
 
 void Manager::answer(int status) {

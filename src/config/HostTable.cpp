@@ -8,10 +8,6 @@
 
 namespace tivra_internal {
 
-namespace {
-constexpr size_t kHighestPort = 65535;
-}
-
 tivra::HostConfig& HostTable::findOrAdd(const std::string& hostInfo, const Maker& make) {
     const tp::MutexLock lock(hostConfigMap_mutex);
     if (const auto it = hostConfigMap.find(hostInfo); it != hostConfigMap.end())

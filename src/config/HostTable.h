@@ -13,6 +13,9 @@
 
 namespace tivra_internal {
 
+/// The highest number that a port can have.
+inline constexpr std::size_t kHighestPort = 65535;
+
 /// The hosts of a session by their host info strings, and the order in which they were named. Any thread; the
 /// session owns it, it owns the hosts.
 ///

@@ -72,7 +72,7 @@ bool HubAddress::toSocketAddress(sockaddr_in& address) const {
     address = sockaddr_in{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port());
-    return readAddress(dialled(), address.sin_addr) && m_givenPort != 0 && m_givenPort <= size_t{kMaxPort};
+    return readAddress(dialled(), address.sin_addr) && m_givenPort != 0 && m_givenPort <= kHighestPort;
 }
 
 std::string HubAddress::localIpOf(const std::string& addr) const {

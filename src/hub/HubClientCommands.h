@@ -23,7 +23,7 @@ enum HubClientCommands : int {
     GET_ALLPORTS = 15,
     GET_XREFPORT = 16,
     REPORT_API_STATS = REPORT_API_STATS_TAG,
-    FIRST_AVAILABLE_USER_TAG = LAST_LIBRARY_TAG + 1
+    FIRST_AVAILABLE_USER_TAG = kFirstUserTag
 };
 
 } // namespace tivra_internal

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include <tp/Clock.h>
+#include <tp/aboveStandardStreams.h>
 #include <tp/eprintf.h>
 
 #include "hub/ErrorText.h"
@@ -70,9 +71,7 @@ HubSocket::Progress HubSocket::begin() {
 // A socket that blocks nobody and isn't inherited. Without one the cause is stored and the dial has been
 // counted.
 bool HubSocket::openSocket() {
-    m_fd.assign(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (const int fd = m_fd.get(); fd >= 0 && fd < kFirstUsableDescriptor)
-        m_fd.assign(::fcntl(fd, F_DUPFD_CLOEXEC, kFirstUsableDescriptor));
+    m_fd.assign(tp::aboveStandardStreams(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)));
     if (m_fd.get() < 0) {
         m_connectErrno = errno;
         eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT,

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "LogLimits.h"
 #include "kvnparse/Message.h"
 #include "receive/PairValue.h"
 
@@ -14,9 +15,6 @@ namespace tivra_internal {
 
 // How the conversation reads what a hub has sent. The storage of the pair's token decides which member of the
 // value is read, so that no message can make a text out of a number.
-
-/// Longest text of a hub that goes into a log line.
-inline constexpr size_t kMaxLoggedText = 4096;
 
 [[nodiscard]] std::string pairText(const KVNAPI::TVPair& pair);
 /// At most kMaxLoggedText bytes of it, each of them printable.

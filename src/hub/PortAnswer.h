@@ -3,12 +3,10 @@
 #include <cstdint>
 #include <string>
 
+#include "config/HostTable.h"
 #include "hub/MessageReading.h"
 
 namespace tivra_internal {
-
-/// The highest number that a port can have.
-inline constexpr int64_t kMaxPort = 65'535;
 
 /// The answer to GetPort or GetAllPorts: hosts, each of which applies to the ports that follow it.
 struct PortAnswer {
@@ -24,7 +22,9 @@ struct PortAnswer {
     /// False, with the log line of the operation, when a field is not there to be read.
     [[nodiscard]] bool isReadable(const char* operation, bool wantsHost = true) const;
 
-    [[nodiscard]] static bool isPort(int64_t number) { return number >= 1 && number <= kMaxPort; }
+    [[nodiscard]] static bool isPort(int64_t number) {
+        return number >= 1 && number <= int64_t{kHighestPort};
+    }
 
     /// Calls `visit(host, number)` for each port as the message has it, in order, until that returns false.
     /// A host is cut to what a log line holds: no address is longer.

@@ -1,12 +1,12 @@
 #include "hub/ReadWaker.h"
 
-#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cstdint>
 
 #include <tp/EventReactor.h>
+#include <tp/aboveStandardStreams.h>
 
 #include "hub/HubClient.h"
 
@@ -14,9 +14,7 @@ namespace tivra_internal {
 
 void ReadWaker::listen(tp::EventReactor& reactor) {
     if (m_event.get() < 0)
-        m_event.assign(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (const int fd = m_event.get(); fd >= 0 && fd < kFirstUsableDescriptor)
-        m_event.assign(::fcntl(fd, F_DUPFD_CLOEXEC, kFirstUsableDescriptor));
+        m_event.assign(tp::aboveStandardStreams(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
     if (m_event.get() < 0 || hasSocket())
         return;
     reactor.regSocket(this, m_event.get());

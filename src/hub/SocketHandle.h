@@ -6,9 +6,6 @@
 
 namespace tivra_internal {
 
-/// Descriptors below it belong to the standard streams, whatever the host process has done with them.
-inline constexpr int kFirstUsableDescriptor = 3;
-
 /// Owns one socket descriptor, -1 for none. One thread changes it; any thread may read it.
 class SocketHandle {
 public:

@@ -6,6 +6,7 @@
 
 #include <tp/eprintf.h>
 
+#include "LogLimits.h"
 #include "dictionary/MetaTokenMap.h"
 #include "receive/MessageEventImpl.h"
 #include "receive/PairValue.h"
@@ -79,7 +80,7 @@ bool QueueReadHandler::answerMatches(const Incoming& in, const AltIndexList& lis
         const std::string_view value = textOf(*pair, room);
         if (value != info.value) {
             eprintf(EPF_WARN, "tag %lld: %d=%s does not match returned value %s ", tagForLog, info.kvnid,
-                    info.value.c_str(), std::string(value.substr(0, 4096)).c_str());
+                    info.value.c_str(), std::string(value.substr(0, kMaxLoggedText)).c_str());
             return false;
         }
         if (isIndexOfSource(in.msg.exchange->id, token)) {

@@ -8,8 +8,9 @@ namespace tivra_internal {
 inline constexpr int64_t GET_STATUS_TAG = 12;       ///< subscription to the heartbeat
 inline constexpr int64_t GET_HUBSTATUS_TAG = 13;    ///< subscription to the hub's status
 inline constexpr int64_t REPORT_API_STATS_TAG = 17; ///< report of the queue's fill level
-/// Tags above it are the application's.
 inline constexpr int64_t LAST_LIBRARY_TAG = REPORT_API_STATS_TAG;
+/// From here on tags are the application's.
+inline constexpr int64_t kFirstUserTag = LAST_LIBRARY_TAG + 1;
 
 /// The library's own status, in place of an answer that was lost with the connection.
 inline constexpr int64_t kStatusConnectionLost = -997;

@@ -18,7 +18,6 @@ constexpr size_t kMegabyte = 1048576;
 constexpr size_t kMinMegabytes = 1;
 constexpr size_t kMaxMegabytes = 256;
 constexpr size_t kMaxDesc = 255;
-constexpr uint64_t kMillion = 1000000;
 /// Where a frame goes that the end of the ring splits.
 constexpr size_t kSplitCopy = Queue::kMaxBody;
 
@@ -302,7 +301,7 @@ bool Queue::deliver(const FrameScan& scan) {
     m_stats.out.m_bytes_out.add(scan.msgLen);
     m_stats.out.m_msgs_out.add(1);
     const uint64_t delivered = m_stats.out.m_msgs_out.get();
-    if (delivered % kMillion == 0)
+    if (delivered % kMessagesPerLine == 0)
         eprintf(EPF_DBUG, "%s: OUT --> %lu; OUT_DROP_BYTES=%lu\n", getSocketDesc().c_str(), delivered,
                 m_stats.out.cum_out_dropped_bytes.get());
     return true;

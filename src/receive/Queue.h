@@ -150,6 +150,8 @@ private:
         size_t length;
         size_t available;
     };
+    /// A debug line with the totals goes out each time that so many messages have come in, or gone out.
+    static constexpr uint64_t kMessagesPerLine = 1'000'000;
     static constexpr double kLongAgo = -1e9;
 
     enum class ReadMode { Normal, Forced, Refused };

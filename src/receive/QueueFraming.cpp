@@ -18,7 +18,6 @@ using KVNAPI::KVN_FRAME_EXTRA;
 using KVNAPI::KVN_HEADER_SIZE;
 using KVNAPI::KVN_START;
 
-constexpr uint64_t kMillion = 1000000;
 /// Bytes without a frame that are worth a warning, and those that no hub sends.
 constexpr uint64_t kMuchGarbage = 65536;
 constexpr uint64_t kTooMuchGarbage = 1048576;
@@ -229,7 +228,7 @@ void Queue::countFrames(uint64_t frames, uint64_t bytes) {
     m_stats.in.m_bytes_in.add(bytes);
     const uint64_t before = m_stats.in.m_msgs_in.get();
     m_stats.in.m_msgs_in.add(frames);
-    if (before / kMillion != (before + frames) / kMillion)
+    if (before / kMessagesPerLine != (before + frames) / kMessagesPerLine)
         eprintf(EPF_DBUG, "%s: IN --> %lu; DROP --> %lu\n", getSocketDesc().c_str(),
                 m_stats.in.m_msgs_in.get(), m_stats.in.cum_dropped_bytes.get());
 }

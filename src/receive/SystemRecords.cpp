@@ -11,12 +11,10 @@
 #include "receive/Queue.h"
 #include "receive/ReadHandlerHub.h"
 #include "receive/ReadHandlerSession.h"
+#include "request/SourceNumbers.h"
 
 namespace tivra_internal {
 namespace {
-
-constexpr int64_t kFirstNewsSource = 4096;
-constexpr int64_t kLastSource = 65535;
 
 /// A counter of the hub; it has no business being negative.
 uint64_t countOf(const KVNAPI::TVPair& pair) noexcept {

@@ -9,9 +9,6 @@
 
 namespace tivra_internal {
 
-/// The tags below this one belong to the library's own requests.
-inline constexpr int64_t kFirstUserTag = LAST_LIBRARY_TAG + 1;
-
 /// Issues request tags. @thread any
 class TagCounter {
 public:

@@ -4,6 +4,7 @@
 #include "LoggerOptions.h"
 
 #include <tp/Clock.h>
+#include <tp/aboveStandardStreams.h>
 
 #include <cerrno>
 #include <cstring>
@@ -15,8 +16,6 @@ namespace tp {
 namespace {
 
 constexpr std::size_t nameSize = kEprintfNameMax + 1;
-// Descriptors below it belong to the standard streams, whatever the host process has done with them.
-constexpr int firstUsableDescriptor = 3;
 
 char eprintf_filename[nameSize] TP_GUARDED_BY(eprintf_mutex) = "eprintflog";
 char eprintf_failed_filename[nameSize + 16] TP_GUARDED_BY(eprintf_mutex) = "";
@@ -34,14 +33,7 @@ void reportOpenFailure(const char* name, int error) noexcept TP_REQUIRES(eprintf
 
 // A file that can't be taken for a standard stream of the host, which may have closed its own.
 FILE* openForAppending(const char* name) noexcept {
-    int fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (fd >= 0 && fd < firstUsableDescriptor) {
-        const int low = fd;
-        fd = ::fcntl(low, F_DUPFD_CLOEXEC, firstUsableDescriptor);
-        const int error = errno;
-        ::close(low);
-        errno = error;
-    }
+    const int fd = aboveStandardStreams(::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
     FILE* const file = fd < 0 ? nullptr : ::fdopen(fd, "a");
     if (file == nullptr && fd >= 0)
         ::close(fd);

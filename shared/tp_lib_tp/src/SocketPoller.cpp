@@ -1,10 +1,10 @@
 #include <tp/SocketPoller.h>
 
+#include <tp/aboveStandardStreams.h>
 #include <tp/eprintf.h>
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <new>
 #include <unistd.h>
 #include <utility>
@@ -17,8 +17,6 @@ static_assert(POLLIN == EPOLLIN && POLLOUT == EPOLLOUT && POLLHUP == EPOLLHUP &&
 namespace {
 
 constexpr unsigned kAllFlags = ~0U;
-// What a host that has closed its standard streams would take for them.
-constexpr int kFirstUsableDescriptor = 3;
 
 } // namespace
 
@@ -33,12 +31,7 @@ SocketPoller::~SocketPoller() {
 }
 
 void SocketPoller::probeEPoll() {
-    int fd = ::epoll_create1(EPOLL_CLOEXEC);
-    if (fd >= 0 && fd < kFirstUsableDescriptor) {
-        const int low = fd;
-        fd = ::fcntl(low, F_DUPFD_CLOEXEC, kFirstUsableDescriptor);
-        ::close(low);
-    }
+    const int fd = aboveStandardStreams(::epoll_create1(EPOLL_CLOEXEC));
     if (fd < 0)
         return;
     std::unique_ptr<epoll_event[]> events(new (std::nothrow) epoll_event[maxEvents]);

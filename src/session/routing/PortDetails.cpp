@@ -9,6 +9,7 @@
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
+#include "LogLimits.h"
 #include "hub/HubClient.h"
 #include "session/routing/RoutingTarget.h"
 #include "session/routing/SplitTables.h"
@@ -83,7 +84,7 @@ bool PortDetails::sendOneMessage(int64_t tag, bool& isDone) {
         return true;
     }
     for (const std::string& text : detailsOf(tag, source, *hub)) {
-        eprintf(EPF_DBUG, "kvnStr=%.*s; currSrc=%d ", 4096, text.c_str(), source);
+        eprintf(EPF_DBUG, "kvnStr=%.*s; currSrc=%d ", static_cast<int>(kMaxLoggedText), text.c_str(), source);
         if (!m_write(text)) {
             eprintf(EPF_DBUG,
                     "Unable to write message for source = %d; tag=%lld; No space on queue, len = %d", source,

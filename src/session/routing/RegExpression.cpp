@@ -2,13 +2,13 @@
 
 #include <tp/eprintf.h>
 
+#include "LogLimits.h"
 #include "session/routing/PatternLimits.h"
 
 namespace tivra_internal {
 namespace {
 
 // A pattern in the log is cut to what a usable one can have.
-constexpr int kMaxLoggedPattern = 4096;
 
 } // namespace
 
@@ -35,8 +35,8 @@ void RegExpression::compile(const char* text) {
     if (patternCost(m_expression))
         error = ::regcomp(compiled.get(), m_expression.c_str(), kFlags);
     if (error != 0) {
-        eprintf(EPF_CRIT, "regcomp failure - Error Code:%d Expression=\"%.*s\"", error, kMaxLoggedPattern,
-                m_expression.c_str());
+        eprintf(EPF_CRIT, "regcomp failure - Error Code:%d Expression=\"%.*s\"", error,
+                static_cast<int>(kMaxLoggedText), m_expression.c_str());
         return;
     }
     m_regex = std::shared_ptr<regex_t>(compiled.release(), [](regex_t* regex) {

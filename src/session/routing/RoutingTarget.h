@@ -5,10 +5,10 @@
 
 #include <request/Commands.h>
 
+#include "request/SourceNumbers.h"
+
 namespace tivra_internal {
 
-/// From here on a source is a news source, which lives on several hubs at once.
-inline constexpr int kFirstNewsSource = 4096;
 /// Hubs older than this major version serve news sources by a route like any other.
 inline constexpr int kFirstNewsHubVersion = 7;
 

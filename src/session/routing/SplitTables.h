@@ -10,6 +10,7 @@
 
 #include <tp/Mutex.h>
 
+#include "request/SourceNumbers.h"
 #include "session/routing/RegExpression.h"
 
 namespace tivra_internal {
@@ -22,7 +23,7 @@ class HubClient;
 class SplitTables {
 public:
     /// Sources that the tables can hold are 0 to this one.
-    static constexpr int kMaxSplitSource = 4096;
+    static constexpr int kMaxSplitSource = kFirstNewsSource;
 
     void addSplitExchange(int exch, HubClient* hub);
     /// `hubName` stands in the log. A pattern that a hub of `leaving` offered first becomes this hub's.

@@ -8,11 +8,6 @@
 #include "session/sources/SourceSession.h"
 
 namespace tivra_internal {
-namespace {
-
-constexpr int kMaxSource = 65535;
-
-} // namespace
 
 SourceRegistry::SourceRegistry(SourceSession& session, SessionEventQueue& events)
     : m_session(session), m_events(events), m_hubStatus(events) {}
@@ -31,7 +26,7 @@ void SourceRegistry::addNewEntitlement(int src, HubClient* hub) {
         eprintf(EPF_WARN, "No HubClient, so new entitlement for src %d cannot be added", src);
         return;
     }
-    if (src < 1 || src > kMaxSource || !m_entitled.add(src, hub))
+    if (src < 1 || src > kLastSource || !m_entitled.add(src, hub))
         return;
     m_hubStatus.addSource(hub, src);
     m_routes.assign(src, hub);
