@@ -136,7 +136,8 @@ TEST_F(HubEventReactorTest, HubsTakeTurnsAndOneThatTakesNothingHoldsUpItsOwn) {
     EXPECT_LT(sent, 1000) << "a peer that reads nothing can't have got them all";
     EXPECT_EQ(session.down, first->getFd() < 0 ? 1 : 0);
     push(122);
-    expectPass({122});
+    EXPECT_GE(reactor->handle_hub_requests(500), 1) << "the system may have made space for more to the first";
+    EXPECT_THAT(arrivedTags(1), ElementsAre(122));
 }
 
 TEST_F(HubEventReactorTest, TheRequestsOfAHubThatLeavesAreGivenBackAndTheOthersKeepTheirOrder) {
