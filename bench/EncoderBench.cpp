@@ -99,7 +99,7 @@ struct HeaderTokens {
 template<class Way>
 char* writeMessage(const TapeMap& map, const HeaderTokens& tokens, const Form& form, const Message& message,
                    char* out) {
-    char* at = out + (form.isFramed ? KVNAPI::KVN_HEADER_SIZE : 0);
+    char* at = out + (form.isFramed ? KVNAPI::kKvnHeaderSize : 0);
     const auto nameOf = [&](const Token* token) {
         return form.isFramed ? token->sid : map.getShortName(token);
     };
@@ -129,7 +129,7 @@ char* writeMessage(const TapeMap& map, const HeaderTokens& tokens, const Form& f
     at[-1] = form.end;
     if (form.isFramed)
         KVNAPI::writeFrameHeader(out, static_cast<std::uint32_t>(at - out) -
-                                          static_cast<std::uint32_t>(KVNAPI::KVN_FRAME_EXTRA));
+                                          static_cast<std::uint32_t>(KVNAPI::kKvnFrameExtra));
     return at;
 }
 

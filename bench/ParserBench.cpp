@@ -38,7 +38,7 @@ void forEachFrame(const std::string& frames, Parse parse) {
     const char* position = frames.data();
     const char* const end = position + frames.size();
     while (position != end) {
-        const std::size_t size = KVNAPI::frameBodyLength(position) + KVNAPI::KVN_FRAME_EXTRA;
+        const std::size_t size = KVNAPI::frameBodyLength(position) + KVNAPI::kKvnFrameExtra;
         parse(position, size);
         position += size;
     }
@@ -64,7 +64,7 @@ void parseWithForm(KVNAPI::KVNParse& parse, KVNAPI::BodyParser form, const std::
 void walkFields(const std::string& frames) {
     std::size_t sum = 0;
     forEachFrame(frames, [&sum](const char* frame, std::size_t size) {
-        const char* position = frame + KVNAPI::KVN_HEADER_SIZE;
+        const char* position = frame + KVNAPI::kKvnHeaderSize;
         const char* const end = frame + size - 1;
         while (const void* const found =
                    std::memchr(position, '|', static_cast<std::size_t>(end - position))) {
@@ -79,7 +79,7 @@ void walkFields(const std::string& frames) {
 void walkSeparators(const std::string& frames) {
     std::size_t sum = 0;
     forEachFrame(frames, [&sum](const char* frame, std::size_t size) {
-        const char* position = frame + KVNAPI::KVN_HEADER_SIZE;
+        const char* position = frame + KVNAPI::kKvnHeaderSize;
         const char* const end = frame + size - 1;
         char separator = '=';
         while (const void* const found =
@@ -138,7 +138,7 @@ private:
 
 void parsePlainly(PlainParser& parser, const std::string& frames) {
     forEachFrame(frames, [&parser](const char* frame, std::size_t size) {
-        parser.parse({frame + KVNAPI::KVN_HEADER_SIZE, size - KVNAPI::KVN_FRAME_EXTRA});
+        parser.parse({frame + KVNAPI::kKvnHeaderSize, size - KVNAPI::kKvnFrameExtra});
         benchmark::DoNotOptimize(parser.pairs().data());
     });
 }
@@ -188,7 +188,7 @@ void benchDay(const char* title, const std::vector<TapeMessage>& messages, int r
         quickfixAt = addRival("QuickFIX", quickfix.get());
     }
 #endif
-    for (const KVNAPI::BodyParserForm* form = KVNAPI::BODY_PARSER_FORMS; form->name != nullptr; ++form)
+    for (const KVNAPI::BodyParserForm* form = KVNAPI::kBodyParserForms; form->name != nullptr; ++form)
         if (withRivals && form->runsHere())
             contestants.push_back({std::string("body parser alone, ") + form->name,
                                    [&forms, &frames, form] { parseWithForm(forms, form->parse, frames); }});

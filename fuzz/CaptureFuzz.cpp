@@ -39,18 +39,18 @@ void setChecksum(std::string& file, std::size_t at, std::size_t from, std::size_
 
 /// Makes every checksum right that can be found by walking from block to block.
 void repair(std::string& file) {
-    std::size_t at = FILE_HEADER_SIZE;
-    while (hasWord(file, at, BLOCK_MAGIC) && file.size() - at >= BLOCK_HEADER_SIZE) {
+    std::size_t at = kFileHeaderSize;
+    while (hasWord(file, at, kBlockMagic) && file.size() - at >= kBlockHeaderSize) {
         const std::size_t length = numberAt(file, at + 4, 4);
-        if (length > file.size() - at - BLOCK_HEADER_SIZE)
+        if (length > file.size() - at - kBlockHeaderSize)
             break;
-        setChecksum(file, at + 24, at + BLOCK_HEADER_SIZE, length);
+        setChecksum(file, at + 24, at + kBlockHeaderSize, length);
         setChecksum(file, at + 28, at, 28);
-        at += BLOCK_HEADER_SIZE + length;
+        at += kBlockHeaderSize + length;
     }
-    if (file.size() < 44 || !hasWord(file, file.size() - 8, TRAILER_MAGIC))
+    if (file.size() < 44 || !hasWord(file, file.size() - 8, kTrailerMagic))
         return;
-    const std::size_t end = file.size() - TRAILER_SIZE;
+    const std::size_t end = file.size() - kTrailerSize;
     if (const std::uint64_t index = numberAt(file, end + 4, 8); index < end)
         setChecksum(file, end, index, end - index);
 }
@@ -58,10 +58,10 @@ void repair(std::string& file) {
 /// A file of one block, which claims to hold so many messages.
 std::string fileOf(std::string_view content, std::uint64_t messages) {
     const std::string data = kvnparse_test::Deflater()(content, Z_FINISH);
-    std::string file(FILE_MAGIC);
+    std::string file(kFileMagic);
     appendNumber(file, VERSION, 4);
     appendNumber(file, 0, 4);
-    file += BLOCK_MAGIC;
+    file += kBlockMagic;
     appendNumber(file, data.size(), 4);
     appendNumber(file, content.size(), 4);
     appendNumber(file, messages, 4);

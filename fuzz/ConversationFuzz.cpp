@@ -29,7 +29,7 @@ namespace {
 std::string framesOf(std::string_view text, uint16_t port) {
     static constexpr std::string_view kPort = "PORT";
     std::string named(text);
-    for (size_t at = named.find(kPort); at != std::string::npos; at = named.find(kPort, at))
+    for (std::size_t at = named.find(kPort); at != std::string::npos; at = named.find(kPort, at))
         named.replace(at, kPort.size(), std::to_string(port));
     std::string_view lines = named;
     std::string frames;
@@ -53,7 +53,7 @@ void takeAll(HubClient& client) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     tp::eprintf_ctrl(EPF_ENABLE, EPF_MUTE);
     static HubPeer hub;
     GTEST_FLAG_SET(throw_on_failure, true); // which its checks are worth here

@@ -66,7 +66,7 @@ void download(std::string_view& text, MetaTokenMap& dictionary) {
     cache.loadDic("v", TokenRows{}, dictionary, "hub");
     fuzz::expectEqual("tokens after a second load", std::to_string(dictionary.tokenCount()),
                       std::to_string(count));
-    for (const BootstrapToken& token : BOOTSTRAP_DICTIONARY) {
+    for (const BootstrapToken& token : kBootstrapDictionary) {
         if (token.number != 0)
             fuzz::expectEqual("name of a bootstrap token", dictionary.tokenName(token.number), token.name);
     }

@@ -1,5 +1,4 @@
-#ifndef TIVRA_APIFACTORY_H
-#define TIVRA_APIFACTORY_H
+#pragma once
 
 #include <string>
 
@@ -87,5 +86,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

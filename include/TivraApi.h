@@ -1,5 +1,4 @@
-#ifndef TIVRA_API_H
-#define TIVRA_API_H
+#pragma once
 
 /// @file
 /// Marks what the shared library exports. Everything else in it is hidden.
@@ -7,6 +6,4 @@
 #    define TIVRA_API __attribute__((visibility("default")))
 #else
 #    define TIVRA_API
-#endif
-
 #endif

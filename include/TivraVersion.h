@@ -1,5 +1,4 @@
-#ifndef TIVRA_VERSION_H
-#define TIVRA_VERSION_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -32,5 +31,3 @@ namespace tivra {
 [[nodiscard]] TIVRA_API const char* version() noexcept;
 
 } // namespace tivra
-
-#endif

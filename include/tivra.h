@@ -1,5 +1,4 @@
-#ifndef TIVRA_TIVRA_H
-#define TIVRA_TIVRA_H
+#pragma once
 
 /// @file
 /// The whole public interface of tivra in one include.
@@ -42,5 +41,3 @@
 #include "session/StatisticsEventHandler.h"
 #include "user/UserEventHandler.h"
 #include "user/UserInfo.h"
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_DATE_H
-#define TIVRA_DATE_H
+#pragma once
 
 #include <cstdint>
 
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

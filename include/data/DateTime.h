@@ -1,5 +1,4 @@
-#ifndef TIVRA_DATETIME_H
-#define TIVRA_DATETIME_H
+#pragma once
 
 #include "TivraApi.h"
 #include "data/Date.h"
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

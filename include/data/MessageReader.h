@@ -1,5 +1,4 @@
-#ifndef TIVRA_MESSAGEREADER_H
-#define TIVRA_MESSAGEREADER_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -70,5 +69,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

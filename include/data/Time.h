@@ -1,5 +1,4 @@
-#ifndef TIVRA_TIME_H
-#define TIVRA_TIME_H
+#pragma once
 
 #include <cstdint>
 
@@ -47,5 +46,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_VALUETYPES_H
-#define TIVRA_VALUETYPES_H
+#pragma once
 
 namespace tivra {
 
@@ -13,5 +12,3 @@ enum ValueTypes : int {
 };
 
 } // namespace tivra
-
-#endif

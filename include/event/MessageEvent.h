@@ -1,5 +1,4 @@
-#ifndef TIVRA_MESSAGEEVENT_H
-#define TIVRA_MESSAGEEVENT_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -82,13 +81,13 @@ public:
     std::string_view getBody() const;
 
     /// How many alternate identifiers of the symbol the message carries.
-    size_t getNumberofAlternateIndexes() const;
+    std::size_t getNumberofAlternateIndexes() const;
     /// The token number of the i-th, from 0; -1 beyond the last.
-    int getAlternateIndexTokenNumber(size_t i) const;
+    int getAlternateIndexTokenNumber(std::size_t i) const;
     /// The token name of the i-th, from 0; empty beyond the last.
-    std::string getAlternateIndexTokenName(size_t i) const;
+    std::string getAlternateIndexTokenName(std::size_t i) const;
     /// The value of the i-th, from 0; empty beyond the last.
-    std::string getAlternateIndexValue(size_t i) const;
+    std::string getAlternateIndexValue(std::size_t i) const;
 
 private:
     friend class tivra_internal::HandleAccess;
@@ -100,5 +99,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SESSIONEVENT_H
-#define TIVRA_SESSIONEVENT_H
+#pragma once
 
 #include <string>
 
@@ -75,5 +74,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_STATISTICSEVENT_H
-#define TIVRA_STATISTICSEVENT_H
+#pragma once
 
 #include <cstdint>
 
@@ -66,5 +65,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

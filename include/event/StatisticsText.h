@@ -1,5 +1,4 @@
-#ifndef TIVRA_STATISTICSTEXT_H
-#define TIVRA_STATISTICSTEXT_H
+#pragma once
 
 #include <string>
 #include <utility>
@@ -65,5 +64,3 @@ public:
 };
 
 } // namespace tivra
-
-#endif

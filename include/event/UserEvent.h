@@ -1,5 +1,4 @@
-#ifndef TIVRA_USEREVENT_H
-#define TIVRA_USEREVENT_H
+#pragma once
 
 #include <string>
 
@@ -51,5 +50,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

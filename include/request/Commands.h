@@ -1,5 +1,4 @@
-#ifndef TIVRA_COMMANDS_H
-#define TIVRA_COMMANDS_H
+#pragma once
 
 namespace tivra {
 
@@ -32,5 +31,3 @@ enum Commands : int {
 };
 
 } // namespace tivra
-
-#endif

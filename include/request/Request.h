@@ -1,5 +1,4 @@
-#ifndef TIVRA_REQUEST_H
-#define TIVRA_REQUEST_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -66,5 +65,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

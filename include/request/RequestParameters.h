@@ -1,5 +1,4 @@
-#ifndef TIVRA_REQUESTPARAMETERS_H
-#define TIVRA_REQUESTPARAMETERS_H
+#pragma once
 
 namespace tivra {
 
@@ -27,5 +26,3 @@ enum RequestParameters : int {
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CONNECTIONCONFIG_H
-#define TIVRA_CONNECTIONCONFIG_H
+#pragma once
 
 #include <string>
 
@@ -64,5 +63,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_HOSTCONFIG_H
-#define TIVRA_HOSTCONFIG_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -77,5 +76,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

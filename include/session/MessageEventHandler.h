@@ -1,5 +1,4 @@
-#ifndef TIVRA_MESSAGEEVENTHANDLER_H
-#define TIVRA_MESSAGEEVENTHANDLER_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -35,5 +34,3 @@ public:
 };
 
 } // namespace tivra
-
-#endif

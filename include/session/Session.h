@@ -1,5 +1,4 @@
-#ifndef TIVRA_SESSION_H
-#define TIVRA_SESSION_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -121,5 +120,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

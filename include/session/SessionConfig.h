@@ -1,5 +1,4 @@
-#ifndef TIVRA_SESSIONCONFIG_H
-#define TIVRA_SESSIONCONFIG_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -69,5 +68,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SESSIONEVENTHANDLER_H
-#define TIVRA_SESSIONEVENTHANDLER_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -32,5 +31,3 @@ public:
 };
 
 } // namespace tivra
-
-#endif

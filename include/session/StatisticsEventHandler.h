@@ -1,5 +1,4 @@
-#ifndef TIVRA_STATISTICSEVENTHANDLER_H
-#define TIVRA_STATISTICSEVENTHANDLER_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -30,5 +29,3 @@ public:
 };
 
 } // namespace tivra
-
-#endif

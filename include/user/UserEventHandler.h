@@ -1,5 +1,4 @@
-#ifndef TIVRA_USEREVENTHANDLER_H
-#define TIVRA_USEREVENTHANDLER_H
+#pragma once
 
 #include "TivraApi.h"
 
@@ -30,5 +29,3 @@ public:
 };
 
 } // namespace tivra
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_USERINFO_H
-#define TIVRA_USERINFO_H
+#pragma once
 
 #include <string>
 
@@ -43,5 +42,3 @@ private:
 };
 
 } // namespace tivra
-
-#endif

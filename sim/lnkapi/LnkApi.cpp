@@ -19,11 +19,11 @@
 
 namespace {
 
-constexpr int NOT_CM = -122;
-constexpr int CONNREFUSED = -113;
-constexpr int OUT_OF_TIME = -114; // what the library calls every trouble with sockets
-constexpr int CLOSED_BY_SERVER = -118;
-constexpr int INVALID_PARAM = -111;
+constexpr int kNotAManager = -122;
+constexpr int kConnectionRefused = -113;
+constexpr int kOutOfTime = -114; // what the library calls every trouble with sockets
+constexpr int kClosedByServer = -118;
+constexpr int kInvalidParam = -111;
 
 std::atomic<int> g_timeLimit{5000}; // milliseconds
 
@@ -42,29 +42,29 @@ public:
         place.sin_family = AF_INET;
         place.sin_port = htons(port);
         if (inet_pton(AF_INET, address.c_str(), &place.sin_addr) != 1)
-            return INVALID_PARAM;
+            return kInvalidParam;
         m_socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         if (m_socket < 0)
-            return OUT_OF_TIME;
+            return kOutOfTime;
         const auto* generic = reinterpret_cast<const sockaddr*>(&place);
         if (::connect(m_socket, generic, sizeof place) != 0 && errno != EINPROGRESS)
-            return CONNREFUSED;
+            return kConnectionRefused;
         if (!wait(POLLOUT))
-            return OUT_OF_TIME;
+            return kOutOfTime;
         int error = 0;
         socklen_t length = sizeof error;
         ::getsockopt(m_socket, SOL_SOCKET, SO_ERROR, &error, &length);
-        return error == 0 ? 0 : CONNREFUSED;
+        return error == 0 ? 0 : kConnectionRefused;
     }
     int ask(const std::string& text, std::string& answer) {
         ::send(m_socket, text.data(), text.size(), MSG_NOSIGNAL);
         while (answer.find('\n') == std::string::npos) {
             if (!wait(POLLIN))
-                return OUT_OF_TIME;
+                return kOutOfTime;
             char bytes[512];
             const ssize_t got = ::recv(m_socket, bytes, sizeof bytes, 0);
             if (got <= 0)
-                return CLOSED_BY_SERVER;
+                return kClosedByServer;
             answer.append(bytes, static_cast<std::size_t>(got));
         }
         answer.resize(answer.find('\n'));
@@ -110,7 +110,7 @@ LNK_EXPORT int LnkGetServerIPFromCMEx(const char* managerAddr, int, const char* 
                                       int, char* out, int size) {
     const char* port = std::getenv("TIVRA_SIM_MANAGER_PORT");
     if (port == nullptr || managerAddr == nullptr)
-        return NOT_CM;
+        return kNotAManager;
     const std::string place(managerAddr);
     Question question;
     int status =

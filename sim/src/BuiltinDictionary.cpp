@@ -16,7 +16,7 @@ struct Row {
 };
 
 // Those numbers that a client's start-up dictionary knows as well must agree with it.
-constexpr Row ROWS[] = {
+constexpr Row kRows[] = {
     {3, "PERMISSION", "INTEGER", 20},
     {4, "ENUM.SRC.ID", "INTEGER", 20},
     {5, "SYMBOL.TICKER", "STRING", 32},
@@ -233,14 +233,14 @@ constexpr Row ROWS[] = {
     {45029, "UNKNOWNSVALUE", "STRING", 128},
 };
 
-static_assert(std::size(ROWS) >= 200);
+static_assert(std::size(kRows) >= 200);
 
 } // namespace
 
 std::vector<DictionaryRow> builtinDictionary() {
     std::vector<DictionaryRow> dictionary;
-    dictionary.reserve(std::size(ROWS));
-    for (const Row& row : ROWS)
+    dictionary.reserve(std::size(kRows));
+    for (const Row& row : kRows)
         dictionary.push_back({row.number, row.name, row.type, row.length});
     return dictionary;
 }

@@ -10,7 +10,7 @@ namespace tivra_sim {
 namespace {
 
 /// How long a client that is behind is spared, unless it has named an interval for that.
-constexpr std::chrono::milliseconds JUST_IN_TIME_PACE{100};
+constexpr std::chrono::milliseconds kJustInTimePace{100};
 
 bool isMergeable(std::string_view body, FrameKind kind) {
     return kind != FrameKind::System && findValue(body, token::TRADE_PRICE).empty() &&
@@ -32,7 +32,7 @@ bool Conflator::report(std::int64_t percent) {
 }
 
 bool Conflator::isMerging() const {
-    if (m_type == JUST_IN_TIME)
+    if (m_type == kJustInTime)
         return m_isBehind;
     return m_interval.count() > 0 && (m_isBehind || !isJustInTimeType());
 }
@@ -57,7 +57,7 @@ void Conflator::update(const SymbolEntry& entry, std::string_view body, FrameKin
         return;
     }
     if (m_waiting.empty())
-        m_due = now + (m_type == JUST_IN_TIME ? JUST_IN_TIME_PACE : m_interval);
+        m_due = now + (m_type == kJustInTime ? kJustInTimePace : m_interval);
     Merged& merged = m_waiting[&entry];
     merged.kind = kind;
     for (const Pair& pair : splitPairs(body)) {

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_CONFLATOR_H
-#define TIVRA_SIM_CONFLATOR_H
+#pragma once
 
 #include "HubModel.h"
 #include "OutputQueue.h"
@@ -18,8 +17,8 @@ namespace tivra_sim {
 class Conflator {
 public:
     /// Types of conflation, as clients name them. All others merge by the interval.
-    static constexpr std::int64_t JUST_IN_TIME = 3;             ///< while the client's queue is full
-    static constexpr std::int64_t JUST_IN_TIME_BY_INTERVAL = 4; ///< then by the interval
+    static constexpr std::int64_t kJustInTime = 3;           ///< while the client's queue is full
+    static constexpr std::int64_t kJustInTimeByInterval = 4; ///< then by the interval
 
     void setInterval(std::chrono::milliseconds interval) { m_interval = interval; }
     /// `percent` is how full the client's queue has to be for a just-in-time type.
@@ -49,7 +48,7 @@ private:
         FrameKind kind = FrameKind::Update;
     };
     [[nodiscard]] bool isJustInTimeType() const {
-        return m_type == JUST_IN_TIME || m_type == JUST_IN_TIME_BY_INTERVAL;
+        return m_type == kJustInTime || m_type == kJustInTimeByInterval;
     }
     static void append(const Merged& merged, OutputQueue& output);
 
@@ -62,5 +61,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -11,7 +11,7 @@ namespace tivra_sim {
 namespace {
 
 /// Longest request text that is waited for, well above what a client may send.
-constexpr std::size_t MAX_REQUEST = 65536;
+constexpr std::size_t kMaxRequest = 65536;
 
 bool passesAnyFilter(int token) {
     return token == token::PERMISSION || token == token::SOURCE || token == token::SYMBOL ||
@@ -27,7 +27,7 @@ Connection::Connection(std::uint64_t id, Descriptor socket, std::string localAdd
     , m_localAddress(std::move(localAddress))
     , m_peerAddress(std::move(peerAddress))
     , m_peerPort(peerPort)
-    , m_reader(MAX_REQUEST) {}
+    , m_reader(kMaxRequest) {}
 
 Connection::~Connection() {
     for (const auto& covered : m_covered) {

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_CONNECTION_H
-#define TIVRA_SIM_CONNECTION_H
+#pragma once
 
 #include "Conflator.h"
 #include "Descriptor.h"
@@ -131,5 +130,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

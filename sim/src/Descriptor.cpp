@@ -13,7 +13,7 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr int BACKLOG = 512;
+constexpr int kBacklog = 512;
 
 [[noreturn]] void failed(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -64,7 +64,7 @@ Descriptor listenOn(const std::string& address, std::uint16_t& port) {
     auto* generic = reinterpret_cast<sockaddr*>(&place);
     if (::bind(listener.get(), generic, sizeof place) != 0)
         failed("cannot bind to " + text);
-    if (::listen(listener.get(), BACKLOG) != 0)
+    if (::listen(listener.get(), kBacklog) != 0)
         failed("cannot listen on " + text);
     socklen_t length = sizeof place;
     if (::getsockname(listener.get(), generic, &length) != 0)

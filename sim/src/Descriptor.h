@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_DESCRIPTOR_H
-#define TIVRA_SIM_DESCRIPTOR_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -33,5 +32,3 @@ private:
 [[nodiscard]] Descriptor listenOn(const std::string& address, std::uint16_t& port);
 
 } // namespace tivra_sim
-
-#endif

@@ -4,13 +4,13 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr int FIRST_REGION = 200;
-constexpr int SPLIT_SOURCE = 300;
-constexpr int NEWS_SOURCE = 4100;
-constexpr std::size_t LETTERS = 26;
+constexpr int kFirstRegion = 200;
+constexpr int kSplitSource = 300;
+constexpr int kNewsSource = 4100;
+constexpr std::size_t kLetters = 26;
 
 Symbol bond(char letter) {
-    return {SPLIT_SOURCE,
+    return {kSplitSource,
             std::string(1, letter) + "BOND",
             {{7, "4"}, {9, "USD"}, {token::BID, "99.5"}, {token::ASK, "99.75"}}};
 }
@@ -18,8 +18,8 @@ Symbol bond(char letter) {
 GroupConfig::Split byFirstLetter(std::size_t size) {
     GroupConfig::Split patterns;
     for (std::size_t member = 0; member < size; ++member) {
-        const auto first = static_cast<char>('A' + static_cast<char>(member * LETTERS / size));
-        const auto last = static_cast<char>('A' + static_cast<char>((member + 1) * LETTERS / size - 1));
+        const auto first = static_cast<char>('A' + static_cast<char>(member * kLetters / size));
+        const auto last = static_cast<char>('A' + static_cast<char>((member + 1) * kLetters / size - 1));
         patterns[std::string("^[") + first + '-' + last + ']'] = member;
     }
     return patterns;
@@ -32,22 +32,22 @@ GroupConfig GroupConfig::realistic(std::size_t size) {
         throw ConfigError("a group has 1 to " + std::to_string(MOST_MEMBERS) + " members, not " +
                           std::to_string(size));
     HubConfig common = HubConfig::realistic();
-    common.users[0].permissions.insert(SPLIT_SOURCE);
-    for (std::size_t letter = 0; letter < LETTERS; ++letter)
+    common.users[0].permissions.insert(kSplitSource);
+    for (std::size_t letter = 0; letter < kLetters; ++letter)
         common.symbols.push_back(bond(static_cast<char>('A' + static_cast<char>(letter))));
     for (std::size_t member = 0; member < size; ++member) {
-        const int region = FIRST_REGION + static_cast<int>(member);
+        const int region = kFirstRegion + static_cast<int>(member);
         common.users[0].permissions.insert(region);
         common.symbols.push_back({region, "REGION" + std::to_string(member), {{token::BID, "1"}}});
     }
     GroupConfig config;
-    config.splits[SPLIT_SOURCE] = byFirstLetter(size);
+    config.splits[kSplitSource] = byFirstLetter(size);
     for (std::size_t member = 0; member < size; ++member) {
         GroupMember made{common, {}};
         std::set<int>& box = made.hub.boxPermissions;
-        box = {SYSTEM_SOURCE, SPLIT_SOURCE, FIRST_REGION + static_cast<int>(member)};
+        box = {SYSTEM_SOURCE, kSplitSource, kFirstRegion + static_cast<int>(member)};
         if (member == 0 || member == size - 1)
-            box.insert(NEWS_SOURCE);
+            box.insert(kNewsSource);
         for (std::size_t market = 0; market < 3; ++market) {
             if (market % size == member)
                 box.insert(100 + static_cast<int>(market));

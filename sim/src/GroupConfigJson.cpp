@@ -10,11 +10,11 @@ namespace {
 
 using namespace json_reading;
 
-constexpr std::array<std::pair<const char*, Hub::Wrong>, 4> WRONGS{{{"wrong-tag", Hub::Wrong::Tag},
-                                                                    {"twice", Hub::Wrong::Twice},
-                                                                    {"no-status", Hub::Wrong::NoStatus},
-                                                                    {"garbage", Hub::Wrong::Garbage}}};
-constexpr const char* NO_ANSWER = "none";
+constexpr std::array<std::pair<const char*, Hub::Wrong>, 4> kWrongs{{{"wrong-tag", Hub::Wrong::Tag},
+                                                                     {"twice", Hub::Wrong::Twice},
+                                                                     {"no-status", Hub::Wrong::NoStatus},
+                                                                     {"garbage", Hub::Wrong::Garbage}}};
+constexpr const char* kNoAnswer = "none";
 
 using Answer = decltype(Behaviour::Fault::answer);
 
@@ -22,10 +22,10 @@ Answer readAnswer(const json& value, const std::string& where) {
     if (value.is_number())
         return intOf(value, where);
     const std::string word = textOf(value, where);
-    if (word == NO_ANSWER)
+    if (word == kNoAnswer)
         return std::monostate{};
-    std::string known = NO_ANSWER;
-    for (const auto& [name, wrong] : WRONGS) {
+    std::string known = kNoAnswer;
+    for (const auto& [name, wrong] : kWrongs) {
         if (word == name)
             return wrong;
         known += std::string(", ") + name;
@@ -37,12 +37,12 @@ ordered answerJson(const Answer& answer) {
     if (const int* status = std::get_if<int>(&answer))
         return *status;
     if (const Hub::Wrong* wrong = std::get_if<Hub::Wrong>(&answer)) {
-        for (const auto& [name, candidate] : WRONGS) {
+        for (const auto& [name, candidate] : kWrongs) {
             if (candidate == *wrong)
                 return name;
         }
     }
-    return NO_ANSWER;
+    return kNoAnswer;
 }
 
 Behaviour::Fault readFault(const json& value, const std::string& where) {
@@ -83,12 +83,12 @@ ordered behaviourJson(const Behaviour& behaviour) {
             {"faults", faults}};
 }
 
-constexpr std::array<std::pair<const char*, Role>, 3> ROLES{
+constexpr std::array<std::pair<const char*, Role>, 3> kRoles{
     {{"data", Role::Data}, {"door", Role::Door}, {"xref", Role::Xref}}};
 
 Role readRole(const json& value, const std::string& where) {
     const std::string word = textOf(value, where);
-    for (const auto& [name, role] : ROLES) {
+    for (const auto& [name, role] : kRoles) {
         if (word == name)
             return role;
     }
@@ -227,7 +227,7 @@ std::string GroupConfig::toJson(HubConfig::Passwords passwords) const {
     for (const GroupMember& member : members) {
         ordered entry = hubJson(member.hub, passwords);
         entry["behaviour"] = behaviourJson(member.behaviour);
-        for (const auto& [name, role] : ROLES) {
+        for (const auto& [name, role] : kRoles) {
             if (role == member.role)
                 entry["role"] = name;
         }

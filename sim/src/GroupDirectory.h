@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_GROUPDIRECTORY_H
-#define TIVRA_SIM_GROUPDIRECTORY_H
+#pragma once
 
 #include "tivra_sim/GroupConfig.h"
 
@@ -66,5 +65,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -134,12 +134,12 @@ Topology readTopology(const json& value, const std::string& where) {
 }
 
 /// In the order of the enumeration.
-constexpr std::array<const char*, 5> FLUSHES{"batch", "frame", "block", "rarely", "full"};
+constexpr std::array<const char*, 5> kFlushes{"batch", "frame", "block", "rarely", "full"};
 
 Flush readFlush(const json& value, const std::string& where) {
     const std::string word = textOf(value, where);
-    for (std::size_t i = 0; i < FLUSHES.size(); ++i) {
-        if (word == FLUSHES[i])
+    for (std::size_t i = 0; i < kFlushes.size(); ++i) {
+        if (word == kFlushes[i])
             return static_cast<Flush>(i);
     }
     fail(where, "must be \"batch\", \"frame\", \"block\", \"rarely\" or \"full\", not \"" + word + "\"");
@@ -294,7 +294,7 @@ ordered hubJson(const HubConfig& config, HubConfig::Passwords passwords) {
             {"boxPermissions", config.boxPermissions},
             {"compression", config.compression},
             {"compressionLevel", config.compressionLevel},
-            {"compressionFlush", FLUSHES[static_cast<std::size_t>(config.compressionFlush)]},
+            {"compressionFlush", kFlushes[static_cast<std::size_t>(config.compressionFlush)]},
             {"conflation", config.conflation},
             {"heartbeat", systemRecordJson(config.heartbeat)},
             {"hubStatus", systemRecordJson(config.hubStatus)},

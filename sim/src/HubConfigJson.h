@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_HUBCONFIGJSON_H
-#define TIVRA_SIM_HUBCONFIGJSON_H
+#pragma once
 
 #include "JsonReading.h"
 
@@ -14,5 +13,3 @@ namespace tivra_sim {
 [[nodiscard]] nlohmann::ordered_json hubJson(const HubConfig& config, HubConfig::Passwords passwords);
 
 } // namespace tivra_sim
-
-#endif

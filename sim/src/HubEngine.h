@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_HUBENGINE_H
-#define TIVRA_SIM_HUBENGINE_H
+#pragma once
 
 #include "Journal.h"
 #include "PlaybackEngine.h"
@@ -155,5 +154,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

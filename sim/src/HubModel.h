@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_HUBMODEL_H
-#define TIVRA_SIM_HUBMODEL_H
+#pragma once
 
 #include "PlaybackTape.h"
 #include "tivra_sim/HubConfig.h"
@@ -87,5 +86,3 @@ private:
 [[nodiscard]] bool matchesWildcard(std::string_view pattern, std::string_view text);
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_JOURNAL_H
-#define TIVRA_SIM_JOURNAL_H
+#pragma once
 
 #include "tivra_sim/Hub.h"
 
@@ -49,5 +48,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_JSONREADING_H
-#define TIVRA_SIM_JSONREADING_H
+#pragma once
 
 #include "tivra_sim/HubConfig.h"
 
@@ -66,5 +65,3 @@ auto readFile(const std::string& path, Read read) {
 }
 
 } // namespace tivra_sim::json_reading
-
-#endif

@@ -14,12 +14,12 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr std::size_t LONGEST_QUESTION = 4096;
-constexpr std::chrono::milliseconds FOR_GOOD{-1};
+constexpr std::size_t kLongestQuestion = 4096;
+constexpr std::chrono::milliseconds kForGood{-1};
 
 // Statuses of the managers' client library.
-constexpr int WRONG_USERNAMEPASSWORD = -7;
-constexpr int SERVER_NOT_AVAILABLE = -9;
+constexpr int kWrongUsernameOrPassword = -7;
+constexpr int kServerNotAvailable = -9;
 
 /// Cuts the first line off a text.
 std::string takeLine(std::string& text) {
@@ -77,7 +77,7 @@ bool ManagerEngine::waitReadable(int fd, std::chrono::milliseconds limit) const 
 }
 
 void ManagerEngine::serve() {
-    while (waitReadable(m_listener.get(), FOR_GOOD)) {
+    while (waitReadable(m_listener.get(), kForGood)) {
         const Descriptor client(::accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (client.get() >= 0)
             serveClient(client);
@@ -91,7 +91,7 @@ void ManagerEngine::serveClient(const Descriptor& client) {
     const std::optional<std::string> answer = answerTo(*question);
     // Whoever keeps silent waits for the client to lose its patience.
     const std::chrono::milliseconds pause =
-        answer ? use([](ManagerEngine& engine) { return engine.m_config.delay; }) : FOR_GOOD;
+        answer ? use([](ManagerEngine& engine) { return engine.m_config.delay; }) : kForGood;
     if (pause.count() != 0 && waitReadable(client.get(), pause))
         return;
     if (answer)
@@ -101,7 +101,7 @@ void ManagerEngine::serveClient(const Descriptor& client) {
 std::optional<std::string> ManagerEngine::readQuestion(const Descriptor& client) {
     std::string question;
     while (std::count(question.begin(), question.end(), '\n') < 3) {
-        if (question.size() > LONGEST_QUESTION || !waitReadable(client.get(), FOR_GOOD))
+        if (question.size() > kLongestQuestion || !waitReadable(client.get(), kForGood))
             return std::nullopt;
         std::array<char, 512> bytes;
         const ssize_t got = ::recv(client.get(), bytes.data(), bytes.size(), 0);
@@ -126,14 +126,14 @@ std::optional<std::string> ManagerEngine::answerTo(const std::string& question) 
     int status = m_config.status;
     if (status == 0 && !m_config.users.empty() &&
         (known == m_config.users.end() || known->second != password))
-        status = WRONG_USERNAMEPASSWORD;
+        status = kWrongUsernameOrPassword;
     std::string text = m_text;
     if (status == 0 && text.empty()) {
         const std::uint16_t port = m_questions.back().hubPort;
         const std::vector<std::string>& addresses = m_config.hubs[port];
         text = addresses.empty() ? m_config.otherHubs : addresses[m_turns[port]++ % addresses.size()];
         if (text.empty())
-            status = SERVER_NOT_AVAILABLE;
+            status = kServerNotAvailable;
     }
     return std::to_string(status) + ' ' + text + '\n';
 }

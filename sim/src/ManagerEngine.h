@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_MANAGERENGINE_H
-#define TIVRA_SIM_MANAGERENGINE_H
+#pragma once
 
 #include "Descriptor.h"
 #include "tivra_sim/Manager.h"
@@ -60,5 +59,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -10,12 +10,12 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr unsigned KIND_SHIFT = 29;
-constexpr std::uint32_t LENGTH_MASK = (std::uint32_t{1} << KIND_SHIFT) - 1;
+constexpr unsigned kKindShift = 29;
+constexpr std::uint32_t kLengthMask = (std::uint32_t{1} << kKindShift) - 1;
 /// Written bytes are cut off the buffer once they are that many.
-constexpr std::size_t COMPACT_SIZE = std::size_t{1} << 20;
+constexpr std::size_t kCompactSize = std::size_t{1} << 20;
 /// Bytes that are compressed at once, unless a single frame is longer: each time costs a flush.
-constexpr std::size_t COMPRESSION_BATCH = std::size_t{1} << 18;
+constexpr std::size_t kCompressionBatch = std::size_t{1} << 18;
 
 /// Whether a compressor must not hold such a frame back.
 bool isPushedOut(FrameKind kind) {
@@ -29,7 +29,7 @@ void OutputQueue::append(std::string_view frame, FrameKind kind) {
         return;
     m_bytes.append(frame);
     m_frames.push_back(static_cast<std::uint32_t>(frame.size()) |
-                       (static_cast<std::uint32_t>(kind) << KIND_SHIFT));
+                       (static_cast<std::uint32_t>(kind) << kKindShift));
     if (kind == FrameKind::Playback)
         ++m_playbackPending;
 }
@@ -40,11 +40,11 @@ void OutputQueue::startCompression(int level, Flush flush) {
 }
 
 std::size_t OutputQueue::frameLength(std::size_t frame) const {
-    return m_frames[frame] & LENGTH_MASK;
+    return m_frames[frame] & kLengthMask;
 }
 
 FrameKind OutputQueue::frameKind(std::size_t frame) const {
-    return static_cast<FrameKind>(m_frames[frame] >> KIND_SHIFT);
+    return static_cast<FrameKind>(m_frames[frame] >> kKindShift);
 }
 
 bool OutputQueue::isInside() const {
@@ -80,7 +80,7 @@ void OutputQueue::compressNext() {
     bool isUrgent = isExact || isPushedOut(frameKind(frame));
     while (!passes && !oneByOne && ++frame < m_frames.size() &&
            frameKind(frame) != FrameKind::PastCompression &&
-           length + frameLength(frame) <= COMPRESSION_BATCH) {
+           length + frameLength(frame) <= kCompressionBatch) {
         length += frameLength(frame);
         isUrgent = isUrgent || isPushedOut(frameKind(frame));
     }
@@ -159,11 +159,11 @@ void OutputQueue::retire(std::size_t count) {
         if (m_framesLeft > 0)
             --m_framesLeft;
     }
-    if (m_firstFrame == m_frames.size() || m_firstFrame >= COMPACT_SIZE) {
+    if (m_firstFrame == m_frames.size() || m_firstFrame >= kCompactSize) {
         m_frames.erase(m_frames.begin(), m_frames.begin() + static_cast<std::ptrdiff_t>(m_firstFrame));
         m_firstFrame = 0;
     }
-    if (m_head >= COMPACT_SIZE) {
+    if (m_head >= kCompactSize) {
         m_bytes.erase(0, m_head);
         m_head = 0;
     }

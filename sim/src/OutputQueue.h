@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_OUTPUTQUEUE_H
-#define TIVRA_SIM_OUTPUTQUEUE_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -122,5 +121,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

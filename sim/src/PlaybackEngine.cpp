@@ -8,7 +8,7 @@ namespace tivra_sim {
 namespace {
 
 /// Events played before the sockets get their turn; about a quarter of a megabyte.
-constexpr std::size_t BATCH = 2048;
+constexpr std::size_t kBatch = 2048;
 
 } // namespace
 
@@ -52,7 +52,7 @@ PlaybackEngine::Next PlaybackEngine::step(Clock::time_point now) {
     if (!m_isRunning)
         return Next::Idle;
     const std::vector<TapeEvent>& events = m_tape->events();
-    const std::size_t stop = std::min(events.size(), m_next + BATCH);
+    const std::size_t stop = std::min(events.size(), m_next + kBatch);
     for (; m_next < stop; ++m_next) {
         const TapeEvent& event = events[m_next];
         if (m_playback.factor > 0.0 && dueTime(event) > now) {

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_PLAYBACKENGINE_H
-#define TIVRA_SIM_PLAYBACKENGINE_H
+#pragma once
 
 #include "OutputQueue.h"
 #include "PlaybackTape.h"
@@ -63,5 +62,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

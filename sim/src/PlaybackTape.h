@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_PLAYBACKTAPE_H
-#define TIVRA_SIM_PLAYBACKTAPE_H
+#pragma once
 
 #include "tivra_sim/HubConfig.h"
 #include "tivra_sim/Wire.h"
@@ -69,5 +68,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

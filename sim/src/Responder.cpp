@@ -4,7 +4,7 @@
 
 namespace tivra_sim {
 
-const Responder::Command Responder::COMMANDS[] = {
+const Responder::Command Responder::kCommands[] = {
     {"LoginUser", &Responder::loginUser},
     {"ListEnumeration", &Responder::listEnumeration},
     {"SetConflationInterval", &Responder::setConflationInterval},
@@ -50,9 +50,9 @@ int HubState::sourceStatus(Connection& connection, int source) const {
 
 Responder::Bodies Responder::answer(Connection& connection, const Request& request) {
     const auto command =
-        std::find_if(std::begin(COMMANDS), std::end(COMMANDS),
+        std::find_if(std::begin(kCommands), std::end(kCommands),
                      [&](const Command& candidate) { return request.command == candidate.word; });
-    if (command == std::end(COMMANDS))
+    if (command == std::end(kCommands))
         return {statusBody(request.tag, status::UNKNOWN_COMMAND)};
     if (!connection.client().isLoggedIn && request.command != "LoginUser")
         return {statusBody(request.tag, status::NOT_LOGGED_IN)};

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_RESPONDER_H
-#define TIVRA_SIM_RESPONDER_H
+#pragma once
 
 #include "Connection.h"
 #include "GroupDirectory.h"
@@ -63,7 +62,7 @@ private:
         const char* word;
         Handler handler;
     };
-    static const Command COMMANDS[];
+    static const Command kCommands[];
 
     /// The symbols that a request names, or why it may not have them.
     struct Target {
@@ -140,5 +139,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

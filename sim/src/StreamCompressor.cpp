@@ -6,7 +6,7 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr std::size_t RARELY = std::size_t{1} << 16;
+constexpr std::size_t kRarely = std::size_t{1} << 16;
 
 } // namespace
 
@@ -22,7 +22,7 @@ StreamCompressor::~StreamCompressor() {
 int StreamCompressor::flushFor(std::size_t bytes, bool urgent) {
     m_held += bytes;
     const bool isDue = urgent || m_flush == Flush::EachBatch || m_flush == Flush::EachFrame ||
-                       (m_flush == Flush::Rarely && m_held >= RARELY);
+                       (m_flush == Flush::Rarely && m_held >= kRarely);
     if (isDue) {
         m_held = 0;
         return Z_SYNC_FLUSH;

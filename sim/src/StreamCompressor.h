@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_STREAMCOMPRESSOR_H
-#define TIVRA_SIM_STREAMCOMPRESSOR_H
+#pragma once
 
 #include "tivra_sim/HubConfig.h"
 
@@ -35,5 +34,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -14,10 +14,10 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr std::string_view HEADER =
+constexpr std::string_view kHeader =
     "ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious";
-constexpr std::size_t COLUMNS = 12;
-constexpr std::size_t BLOCK_SIZE = std::size_t{1} << 18;
+constexpr std::size_t kColumns = 12;
+constexpr std::size_t kBlockSize = std::size_t{1} << 18;
 
 struct GzClose {
     void operator()(gzFile file) const { gzclose(file); }
@@ -58,8 +58,8 @@ private:
         m_buffer.erase(0, m_position);
         m_position = 0;
         const std::size_t held = m_buffer.size();
-        m_buffer.resize(held + BLOCK_SIZE);
-        const int got = gzread(m_file.get(), m_buffer.data() + held, static_cast<unsigned>(BLOCK_SIZE));
+        m_buffer.resize(held + kBlockSize);
+        const int got = gzread(m_file.get(), m_buffer.data() + held, static_cast<unsigned>(kBlockSize));
         int code = Z_OK;
         const char* reason = gzerror(m_file.get(), &code);
         if (got < 0 || (got == 0 && code != Z_OK && code != Z_STREAM_END))
@@ -76,13 +76,13 @@ private:
     bool m_atEnd = false;
 };
 
-bool splitColumns(std::string_view line, std::array<std::string_view, COLUMNS>& columns) {
-    for (std::size_t i = 0; i < COLUMNS; ++i) {
+bool splitColumns(std::string_view line, std::array<std::string_view, kColumns>& columns) {
+    for (std::size_t i = 0; i < kColumns; ++i) {
         const std::size_t comma = line.find(',');
-        if ((comma == std::string_view::npos) != (i + 1 == COLUMNS))
+        if ((comma == std::string_view::npos) != (i + 1 == kColumns))
             return false;
         columns[i] = line.substr(0, comma);
-        line.remove_prefix(i + 1 == COLUMNS ? line.size() : comma + 1);
+        line.remove_prefix(i + 1 == kColumns ? line.size() : comma + 1);
     }
     return true;
 }
@@ -92,9 +92,9 @@ bool isWireText(std::string_view text) {
 }
 
 MarketEvent toEvent(const LineReader& reader, std::string_view line) {
-    std::array<std::string_view, COLUMNS> column;
+    std::array<std::string_view, kColumns> column;
     if (!splitColumns(line, column))
-        throw reader.error("a line must have " + std::to_string(COLUMNS) + " columns");
+        throw reader.error("a line must have " + std::to_string(kColumns) + " columns");
     if (column[2] != "Q" && column[2] != "T")
         throw reader.error("the kind must be Q or T");
     if (column[1].empty() || !isWireText(line))
@@ -128,8 +128,8 @@ void addIfPresent(Record& record, int token, std::string_view value) {
 std::size_t readTradingDay(const std::string& path, const std::function<bool(const MarketEvent&)>& handler) {
     LineReader reader(path);
     std::string_view line;
-    if (!reader.next(line) || line != HEADER)
-        throw reader.error("the first line must be \"" + std::string(HEADER) + "\"");
+    if (!reader.next(line) || line != kHeader)
+        throw reader.error("the first line must be \"" + std::string(kHeader) + "\"");
     std::size_t count = 0;
     while (reader.next(line)) {
         if (line.empty())

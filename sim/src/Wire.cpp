@@ -8,14 +8,14 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr char FRAME_START = '\x04';
-constexpr char FRAME_MARKER = '\x20';
-constexpr char FRAME_END = '\x03';
-constexpr std::size_t HEADER_SIZE = 6;
+constexpr char kFrameStart = '\x04';
+constexpr char kFrameMarker = '\x20';
+constexpr char kFrameEnd = '\x03';
+constexpr std::size_t kHeaderSize = 6;
 
 void appendHeader(std::string& out, std::uint32_t length) {
-    out.push_back(FRAME_START);
-    out.push_back(FRAME_MARKER);
+    out.push_back(kFrameStart);
+    out.push_back(kFrameMarker);
     for (int shift = 24; shift >= 0; shift -= 8)
         out.push_back(static_cast<char>(static_cast<unsigned char>((length >> shift) & 0xFFU)));
 }
@@ -28,9 +28,9 @@ std::uint32_t readLength(std::string_view bytes) {
 }
 
 std::string hexByte(char byte) {
-    static constexpr char digits[] = "0123456789abcdef";
+    static constexpr char kDigits[] = "0123456789abcdef";
     const auto value = static_cast<unsigned char>(byte);
-    return {digits[value >> 4], digits[value & 0xF]};
+    return {kDigits[value >> 4], kDigits[value & 0xF]};
 }
 
 } // namespace
@@ -38,7 +38,7 @@ std::string hexByte(char byte) {
 void appendFrame(std::string& out, std::string_view body) {
     appendHeader(out, static_cast<std::uint32_t>(body.size()));
     out.append(body);
-    out.push_back(FRAME_END);
+    out.push_back(kFrameEnd);
 }
 
 std::string encodeFrame(std::string_view body) {
@@ -50,7 +50,7 @@ std::string encodeFrameWithLength(std::string_view body, std::uint32_t claimedLe
     out.reserve(body.size() + FRAME_OVERHEAD);
     appendHeader(out, claimedLength);
     out.append(body);
-    out.push_back(FRAME_END);
+    out.push_back(kFrameEnd);
     return out;
 }
 
@@ -111,15 +111,15 @@ void FrameReader::push(std::string_view bytes) {
 
 FrameReader::Result FrameReader::next(std::string_view& body) {
     const std::string_view bytes = std::string_view(m_buffer).substr(m_position);
-    if (bytes.size() >= 1 && bytes[0] != FRAME_START) {
+    if (bytes.size() >= 1 && bytes[0] != kFrameStart) {
         m_error = "a frame starts with byte " + hexByte(bytes[0]) + " in place of 04";
         return Result::Invalid;
     }
-    if (bytes.size() >= 2 && bytes[1] != FRAME_MARKER) {
+    if (bytes.size() >= 2 && bytes[1] != kFrameMarker) {
         m_error = "a frame's second byte is " + hexByte(bytes[1]) + " in place of 20";
         return Result::Invalid;
     }
-    if (bytes.size() < HEADER_SIZE)
+    if (bytes.size() < kHeaderSize)
         return Result::Incomplete;
     const std::size_t length = readLength(bytes);
     if (length > m_maxBody) {
@@ -129,11 +129,11 @@ FrameReader::Result FrameReader::next(std::string_view& body) {
     }
     if (bytes.size() < length + FRAME_OVERHEAD)
         return Result::Incomplete;
-    if (bytes[HEADER_SIZE + length] != FRAME_END) {
-        m_error = "a frame ends with byte " + hexByte(bytes[HEADER_SIZE + length]) + " in place of 03";
+    if (bytes[kHeaderSize + length] != kFrameEnd) {
+        m_error = "a frame ends with byte " + hexByte(bytes[kHeaderSize + length]) + " in place of 03";
         return Result::Invalid;
     }
-    body = bytes.substr(HEADER_SIZE, length);
+    body = bytes.substr(kHeaderSize, length);
     m_position += length + FRAME_OVERHEAD;
     return Result::Frame;
 }

@@ -8,7 +8,7 @@ namespace tivra_sim {
 namespace {
 
 /// Far from any tag that a client has in use.
-constexpr long long FOREIGN_TAG = 900000000000LL;
+constexpr long long kForeignTag = 900000000000LL;
 
 /// The body with what `change` makes of the value of each pair of `token`; no value leaves the pair out.
 template<class Change>
@@ -32,7 +32,7 @@ std::vector<std::string> spoilt(const std::vector<std::string>& bodies, Hub::Wro
         case Hub::Wrong::Tag:
             result.push_back(
                 withChanged(body, token::TAG, [](std::string_view) -> std::optional<std::string> {
-                    return std::to_string(FOREIGN_TAG);
+                    return std::to_string(kForeignTag);
                 }));
             break;
         case Hub::Wrong::Twice:

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_WRONGANSWERS_H
-#define TIVRA_SIM_WRONGANSWERS_H
+#pragma once
 
 #include "tivra_sim/Hub.h"
 
@@ -12,5 +11,3 @@ namespace tivra_sim {
 [[nodiscard]] std::vector<std::string> spoilt(const std::vector<std::string>& bodies, Hub::Wrong how);
 
 } // namespace tivra_sim
-
-#endif

@@ -23,7 +23,7 @@ int APIFactory::referenceCount = 0;
 
 namespace {
 
-constexpr size_t kPrefixBuffer = 100;
+constexpr std::size_t kPrefixBuffer = 100;
 
 /// Guards the factory's two static fields.
 tp::Mutex session_mutex;

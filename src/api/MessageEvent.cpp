@@ -62,19 +62,19 @@ std::string_view MessageEvent::getBody() const {
     return messsgeEventImpl->getBody();
 }
 
-size_t MessageEvent::getNumberofAlternateIndexes() const {
+std::size_t MessageEvent::getNumberofAlternateIndexes() const {
     return messsgeEventImpl->getNumberofAlternateIndexes();
 }
 
-int MessageEvent::getAlternateIndexTokenNumber(size_t i) const {
+int MessageEvent::getAlternateIndexTokenNumber(std::size_t i) const {
     return messsgeEventImpl->getAlternateIndexTokenNumber(i);
 }
 
-std::string MessageEvent::getAlternateIndexTokenName(size_t i) const {
+std::string MessageEvent::getAlternateIndexTokenName(std::size_t i) const {
     return messsgeEventImpl->getAlternateIndexTokenName(i);
 }
 
-std::string MessageEvent::getAlternateIndexValue(size_t i) const {
+std::string MessageEvent::getAlternateIndexValue(std::size_t i) const {
     return messsgeEventImpl->getAlternateIndexValue(i);
 }
 

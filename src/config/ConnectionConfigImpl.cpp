@@ -18,12 +18,12 @@ namespace {
 
 struct AddressAndPort {
     std::string address;
-    size_t port;
+    std::size_t port;
 };
 
 /// Everything before the first colon is the address, what follows is the port; without a colon there is none.
 AddressAndPort splitHostInfo(const std::string& hostInfo) {
-    const size_t colon = hostInfo.find(':');
+    const std::size_t colon = hostInfo.find(':');
     if (colon == std::string::npos)
         return {hostInfo, 0};
     return {hostInfo.substr(0, colon), std::strtoul(hostInfo.c_str() + colon + 1, nullptr, 10)};
@@ -112,7 +112,7 @@ HostConfig& ConnectionConfigImpl::getHostConfig(const std::string& hostInfoStrin
                                                 tivra::ConnectionConfig* connectionConfig, bool isExternal) {
     eprintf(EPF_DBUG, "ConnectionConfigImpl::getHostConfig(ENTRY): hostInfoString (%s)",
             hostInfoString.c_str());
-    return hostTable.findOrAdd(hostInfoString, [&] {
+    return m_hostTable.findOrAdd(hostInfoString, [&] {
         const AddressAndPort split = splitHostInfo(hostInfoString);
         const tp::MutexLock lock(m_host_mutex);
         auto host =
@@ -123,8 +123,8 @@ HostConfig& ConnectionConfigImpl::getHostConfig(const std::string& hostInfoStrin
 }
 
 bool ConnectionConfigImpl::removeHost(const std::string& hostInfoString,
-                                      const std::function<bool(size_t index)>& isInUse) {
-    return hostTable.removeHost(hostInfoString, isInUse);
+                                      const std::function<bool(std::size_t index)>& isInUse) {
+    return m_hostTable.removeHost(hostInfoString, isInUse);
 }
 
 void ConnectionConfigImpl::addNATPair(const std::string& hubIp, const std::string& localIp) {
@@ -164,7 +164,7 @@ std::string ConnectionConfigImpl::getHublIp(const std::string& localIp) const {
 
 std::string ConnectionConfigImpl::trimString(const std::string& text) {
     constexpr const char* kWhiteSpace = " \n\t\v\f\r";
-    const size_t first = text.find_first_not_of(kWhiteSpace);
+    const std::size_t first = text.find_first_not_of(kWhiteSpace);
     if (first == std::string::npos)
         return {};
     return text.substr(first, text.find_last_not_of(kWhiteSpace) - first + 1);

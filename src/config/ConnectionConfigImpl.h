@@ -25,7 +25,7 @@ public:
     using NatMapType = std::map<std::string, std::string>;
     using NatMapType2 = std::map<std::string, std::string>;
 
-    explicit ConnectionConfigImpl(HostTable& hosts) : hostTable(hosts) {}
+    explicit ConnectionConfigImpl(HostTable& hosts) : m_hostTable(hosts) {}
     ConnectionConfigImpl(const ConnectionConfigImpl&) = delete;
     ConnectionConfigImpl& operator=(const ConnectionConfigImpl&) = delete;
 
@@ -42,7 +42,7 @@ public:
                                      tivra::ConnectionConfig* connectionConfig, bool isExternal);
     /// See HostTable::removeHost.
     [[nodiscard]] bool removeHost(const std::string& hostInfoString,
-                                  const std::function<bool(size_t index)>& isInUse);
+                                  const std::function<bool(std::size_t index)>& isInUse);
 
     void addNATPair(const std::string& hubIp, const std::string& localIp);
     /// The address under which a hub's address is reached from here; empty when no pair says so.
@@ -69,9 +69,9 @@ private:
     std::atomic<long> conflationType{defaultOf(tivra::HostConfig::CONFLATION_TYPE_LONG)};
     std::atomic<long> jitThreshold{defaultOf(tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG)};
 
-    HostTable& hostTable;
+    HostTable& m_hostTable;
     tp::Mutex m_host_mutex{kLockHost};
-    size_t next_host_index TP_GUARDED_BY(m_host_mutex) = 0;
+    std::size_t next_host_index TP_GUARDED_BY(m_host_mutex) = 0;
 
     mutable tp::Mutex m_nat_mutex{kLockNatPairs};
     NatMapType natMap TP_GUARDED_BY(m_nat_mutex);

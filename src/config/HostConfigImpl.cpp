@@ -12,9 +12,9 @@ namespace tivra_internal {
 
 using tivra::HostConfig;
 
-HostConfigImpl::HostConfigImpl(std::string ip, size_t hostPort, tivra::ConnectionConfig* config,
-                               size_t hostIndex)
-    : originalAddr(ip), port(hostPort), index(hostIndex), ipAddr(std::move(ip)), connectionConfig(config) {}
+HostConfigImpl::HostConfigImpl(std::string ip, std::size_t hostPort, tivra::ConnectionConfig* config,
+                               std::size_t hostIndex)
+    : m_originalAddr(ip), port(hostPort), index(hostIndex), ipAddr(std::move(ip)), connectionConfig(config) {}
 
 HostConfigImpl::WritableValue HostConfigImpl::writableValue(HostConfig::Parameters parameter) {
     Entry& entry = parameterValueMap[parameter];
@@ -125,7 +125,7 @@ void HostConfigImpl::copyParameters(const HostConfigImpl& other) {
 }
 
 const char* HostConfigImpl::getParameterName(HostConfig::Parameters parameter) {
-    const auto i = static_cast<size_t>(parameter);
+    const auto i = static_cast<std::size_t>(parameter);
     return i < kHostParameters.size() ? kHostParameters[i].name : "UNKNOWN_PARAMETER_NAME";
 }
 

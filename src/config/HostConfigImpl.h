@@ -29,7 +29,8 @@ class HostConfigImpl {
 public:
     /// @param ip    address text as the application or a hub has given it, not checked here
     /// @param port  TCP port as given; 0 and above 65535 make every attempt to connect fail
-    HostConfigImpl(std::string ip, size_t port, tivra::ConnectionConfig* connectionConfig, size_t index);
+    HostConfigImpl(std::string ip, std::size_t port, tivra::ConnectionConfig* connectionConfig,
+                   std::size_t index);
     HostConfigImpl(const HostConfigImpl&) = delete;
     HostConfigImpl& operator=(const HostConfigImpl&) = delete;
 
@@ -44,15 +45,15 @@ public:
     [[nodiscard]] long getUsableLong(tivra::HostConfig::Parameters parameter) const;
 
     /// Unique per session; the key of the session's hub clients.
-    [[nodiscard]] size_t getIndex() const { return index; }
+    [[nodiscard]] std::size_t getIndex() const { return index; }
     [[nodiscard]] std::string getAddr() const;
     void setAddr(const std::string& addr);
-    [[nodiscard]] size_t getPort() const { return port; }
+    [[nodiscard]] std::size_t getPort() const { return port; }
     /// The address that the host was made with, whatever setAddr() has done since.
-    [[nodiscard]] const std::string& getOriginalAddr() const { return originalAddr; }
+    [[nodiscard]] const std::string& getOriginalAddr() const { return m_originalAddr; }
     /// True for the address and port that the host was made with, whatever setAddr() has done since.
-    [[nodiscard]] bool isOriginally(const std::string& addr, size_t wantedPort) const {
-        return port == wantedPort && originalAddr == addr;
+    [[nodiscard]] bool isOriginally(const std::string& addr, std::size_t wantedPort) const {
+        return port == wantedPort && m_originalAddr == addr;
     }
     [[nodiscard]] tivra::ConnectionConfig* getConnectionConfig() const;
     /// True when the application has named this host, false when the library has added it.
@@ -87,9 +88,9 @@ private:
     [[nodiscard]] std::shared_ptr<const ParameterValue>
     findValue(tivra::HostConfig::Parameters parameter) const;
 
-    const std::string originalAddr;
-    const size_t port;
-    const size_t index;
+    const std::string m_originalAddr;
+    const std::size_t port;
+    const std::size_t index;
     std::atomic<bool> isExternallyGenerated{false};
 
     mutable tp::Mutex m_parameters_mutex{kLockParameters};

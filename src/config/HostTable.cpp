@@ -16,7 +16,7 @@ tivra::HostConfig& HostTable::findOrAdd(const std::string& hostInfo, const Maker
     tivra::HostConfig& host = *hostConfigMap.emplace(hostInfo, make()).first->second;
     eprintf(EPF_DBUG, "new hostConfigMap entry for (%s); hostConfigMap.size()=%zu", hostInfo.c_str(),
             hostConfigMap.size());
-    const size_t port = HandleAccess::impl(host).getPort();
+    const std::size_t port = HandleAccess::impl(host).getPort();
     if (port < 1 || port > kHighestPort)
         eprintf(EPF_WARN, "Invalid hostInfoString (%s) passed to ConnectionConfig::getHostConfig",
                 hostInfo.c_str());
@@ -24,7 +24,8 @@ tivra::HostConfig& HostTable::findOrAdd(const std::string& hostInfo, const Maker
     return host;
 }
 
-bool HostTable::removeHost(const std::string& hostInfo, const std::function<bool(size_t index)>& isInUse) {
+bool HostTable::removeHost(const std::string& hostInfo,
+                           const std::function<bool(std::size_t index)>& isInUse) {
     const tp::MutexLock lock(hostConfigMap_mutex);
     const auto it = hostConfigMap.find(hostInfo);
     if (it == hostConfigMap.end() || isInUse(HandleAccess::impl(*it->second).getIndex()))
@@ -39,7 +40,7 @@ HostConfigImpl* HostTable::find(const std::string& hostInfo) const {
     return it == hostConfigMap.end() ? nullptr : &HandleAccess::impl(*it->second);
 }
 
-HostConfigImpl* HostTable::findByAddress(const std::string& addr, size_t port) const {
+HostConfigImpl* HostTable::findByAddress(const std::string& addr, std::size_t port) const {
     const tp::MutexLock lock(hostConfigMap_mutex);
     for (const auto& [hostInfo, handle] : hostConfigMap) {
         HostConfigImpl& host = HandleAccess::impl(*handle);
@@ -57,7 +58,7 @@ void HostTable::forEachNamed(const Visitor& visit) const {
     }
 }
 
-HostTable::HostConfigMap::iterator HostTable::findForRekey(const std::string& addr, size_t port) {
+HostTable::HostConfigMap::iterator HostTable::findForRekey(const std::string& addr, std::size_t port) {
     auto samePort = hostConfigMap.end();
     for (auto it = hostConfigMap.begin(); it != hostConfigMap.end(); ++it) {
         const HostConfigImpl& host = HandleAccess::impl(*it->second);
@@ -69,7 +70,7 @@ HostTable::HostConfigMap::iterator HostTable::findForRekey(const std::string& ad
     return samePort;
 }
 
-void HostTable::rekeyByPort(const std::string& addr, size_t port, RekeyKind kind) {
+void HostTable::rekeyByPort(const std::string& addr, std::size_t port, RekeyKind kind) {
     const tp::MutexLock lock(hostConfigMap_mutex);
     const auto it = findForRekey(addr, port);
     if (it == hostConfigMap.end())
@@ -129,7 +130,7 @@ void HostTable::clear() {
     m_hostConfigLst.clear();
 }
 
-std::string HostTable::hostInfoOf(const std::string& addr, size_t port) {
+std::string HostTable::hostInfoOf(const std::string& addr, std::size_t port) {
     return addr + ":" + std::to_string(port);
 }
 

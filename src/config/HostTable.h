@@ -39,12 +39,12 @@ public:
     ///                 whatever guards its clients over the whole call, since that ranks before this mutex.
     /// @return false, with nothing changed, when there is no such host or it is in use.
     [[nodiscard]] bool removeHost(const std::string& hostInfo,
-                                  const std::function<bool(size_t index)>& isInUse);
+                                  const std::function<bool(std::size_t index)>& isInUse);
 
     /// Null when there is none.
     [[nodiscard]] HostConfigImpl* find(const std::string& hostInfo) const;
     /// The first host, in the order of the texts, with that address and port now. Null when there is none.
-    [[nodiscard]] HostConfigImpl* findByAddress(const std::string& addr, size_t port) const;
+    [[nodiscard]] HostConfigImpl* findByAddress(const std::string& addr, std::size_t port) const;
 
     /// Visits every text in the order of naming, with its host or null, under the table's mutex: the visitor
     /// must not call back into the table.
@@ -57,7 +57,7 @@ public:
     /// Puts the host with that port under the text "addr:port"; the host that was made with exactly this
     /// address and port is preferred to another of the same port. Nothing changes when that text belongs to
     /// another host.
-    void rekeyByPort(const std::string& addr, size_t port, RekeyKind kind);
+    void rekeyByPort(const std::string& addr, std::size_t port, RekeyKind kind);
 
     /// Puts the host with the first text under the second; nothing changes when that belongs to another host.
     void rename(const std::string& hostInfo, const std::string& newHostInfo);
@@ -69,12 +69,12 @@ public:
     void clear();
 
     /// The text of an address and a port.
-    [[nodiscard]] static std::string hostInfoOf(const std::string& addr, size_t port);
+    [[nodiscard]] static std::string hostInfoOf(const std::string& addr, std::size_t port);
 
 private:
     using HostConfigMap = std::map<std::string, HandlePtr<tivra::HostConfig>>;
 
-    [[nodiscard]] HostConfigMap::iterator findForRekey(const std::string& addr, size_t port)
+    [[nodiscard]] HostConfigMap::iterator findForRekey(const std::string& addr, std::size_t port)
         TP_REQUIRES(hostConfigMap_mutex);
 
     mutable tp::Mutex hostConfigMap_mutex{kLockHostConfigMap};

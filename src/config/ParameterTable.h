@@ -100,9 +100,9 @@ inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
 
 namespace parameter_table {
 
-template<size_t N>
+template<std::size_t N>
 constexpr bool isIndexedByValue(const std::array<ParameterInfo, N>& table) {
-    for (size_t i = 0; i < N; ++i) {
+    for (std::size_t i = 0; i < N; ++i) {
         if (table[i].value != static_cast<int>(i))
             return false;
     }
@@ -110,12 +110,12 @@ constexpr bool isIndexedByValue(const std::array<ParameterInfo, N>& table) {
 }
 static_assert(isIndexedByValue(kSessionParameters) && isIndexedByValue(kHostParameters));
 
-template<size_t N>
+template<std::size_t N>
 constexpr const ParameterInfo* find(const std::array<ParameterInfo, N>& table, int value,
                                     ParameterType type) {
     if (value < 0 || value >= static_cast<int>(N))
         return nullptr;
-    const ParameterInfo& info = table[static_cast<size_t>(value)];
+    const ParameterInfo& info = table[static_cast<std::size_t>(value)];
     return info.type == type ? &info : nullptr;
 }
 
@@ -135,10 +135,10 @@ constexpr long clampToLimits(const ParameterInfo& info, long value) {
 }
 
 constexpr long defaultOf(tivra::SessionConfig::Parameters parameter) {
-    return kSessionParameters[static_cast<size_t>(parameter)].defaultValue;
+    return kSessionParameters[static_cast<std::size_t>(parameter)].defaultValue;
 }
 constexpr long defaultOf(tivra::HostConfig::Parameters parameter) {
-    return kHostParameters[static_cast<size_t>(parameter)].defaultValue;
+    return kHostParameters[static_cast<std::size_t>(parameter)].defaultValue;
 }
 
 template<class Parameters>

@@ -78,7 +78,7 @@ void SessionConfigImpl::set(SessionConfig::Parameters parameter, bool value) {
             maxRequestQueueSize = kWatchlistRequestQueueSize;
         break;
     case SessionConfig::END_LOST_REQUESTS_BOOL:
-        endLostRequests = value;
+        m_endLostRequests = value;
         break;
     default:
         eprintf(EPF_WARN, "Invalid parameter (%d) passed to SessionConfigImpl::set(bool)",

@@ -27,7 +27,7 @@ public:
     [[nodiscard]] long getMaxRequestQueueSize() const { return maxRequestQueueSize; }
     [[nodiscard]] bool isWatchlistOn() const { return watchlist; }
     [[nodiscard]] long getMaxWatchlistSize() const { return maxWatchlistSize; }
-    [[nodiscard]] bool isEndingLostRequests() const { return endLostRequests; }
+    [[nodiscard]] bool isEndingLostRequests() const { return m_endLostRequests; }
     /// Percent.
     [[nodiscard]] long getQueueThreshold() const { return queueThreshold; }
 
@@ -42,7 +42,7 @@ private:
     std::atomic<long> maxWatchlistSize{defaultOf(tivra::SessionConfig::MAX_WATCHLIST_SIZE_LONG)};
     /// The application has chosen a queue size, so WATCHLIST_BOOL leaves it alone.
     std::atomic<bool> maxReqQSizeSet{false};
-    std::atomic<bool> endLostRequests{isOnByDefault(tivra::SessionConfig::END_LOST_REQUESTS_BOOL)};
+    std::atomic<bool> m_endLostRequests{isOnByDefault(tivra::SessionConfig::END_LOST_REQUESTS_BOOL)};
     std::atomic<long> queueThreshold{defaultOf(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG)};
 };
 

@@ -30,7 +30,7 @@ private:
     const tivra::UserEvent::Types type;
     tivra::UserInfo* const userInfo;
     tivra::Session& session;
-    const RetCodeTexts& retCodeTexts;
+    const RetCodeTexts& m_retCodeTexts;
     const int rc;
 };
 

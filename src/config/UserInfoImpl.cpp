@@ -71,8 +71,8 @@ void UserInfoImpl::resetHub(const UserHub* hub) {
 }
 
 void UserInfoImpl::updateState() {
-    size_t accepted = 0;
-    size_t others = 0;
+    std::size_t accepted = 0;
+    std::size_t others = 0;
     for (const auto& [hub, entry] : hubAuthStateMap) {
         if (!entry->isDummy)
             ++(entry->currUserState == UserInfo::AUTHENTICATED ? accepted : others);

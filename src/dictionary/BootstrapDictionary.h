@@ -11,11 +11,11 @@ struct BootstrapToken {
     int number;
     std::string_view name;
     std::string_view typeWord;
-    size_t length;
+    std::size_t length;
 };
 
 /// Enough to read the start-up conversation, in ascending number; ends at the row of number 0.
-inline constexpr std::array<BootstrapToken, 24> BOOTSTRAP_DICTIONARY{{
+inline constexpr std::array<BootstrapToken, 24> kBootstrapDictionary{{
     {3, "PERMISSION", "INTEGER", 20},           {4, "ENUM.SRC.ID", "INTEGER", 20},
     {5, "SYMBOL.TICKER", "STRING", 32},         {2035, "CONFLATION", "INTEGER", 20},
     {5001, "ENUM.QUERY.STATUS", "INTEGER", 20}, {5002, "KVN.TOKEN.STORE", "BOOL", 1},

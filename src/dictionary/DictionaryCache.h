@@ -40,7 +40,7 @@ public:
     /// The rows of a version as an identity for log lines (null when it isn't held), and their number.
     struct Entry {
         const TokenRows* rows = nullptr;
-        size_t size = 0;
+        std::size_t size = 0;
     };
     [[nodiscard]] Entry find(const std::string& version) const TP_EXCLUDES(dicVersionTokenMap_mutex);
 

@@ -34,7 +34,7 @@ struct TypeWord {
     TokenStorage storage;
 };
 
-inline constexpr std::array<TypeWord, 8> TYPE_WORDS{{
+inline constexpr std::array<TypeWord, 8> kTypeWords{{
     {"STRING", KVN_STRING, TOK_STR},
     {"BOOL", KVN_BOOL, TOK_INT},
     {"DATETIME", KVN_DATETIME, TOK_DOUBLE},
@@ -47,7 +47,7 @@ inline constexpr std::array<TypeWord, 8> TYPE_WORDS{{
 
 /// The row of a word, which must match to the letter; null for any other text.
 [[nodiscard]] constexpr const TypeWord* findTypeWord(std::string_view word) noexcept {
-    for (const TypeWord& row : TYPE_WORDS)
+    for (const TypeWord& row : kTypeWords)
         if (row.word == word)
             return &row;
     return nullptr;

@@ -28,10 +28,10 @@ public:
     bool setKVNType(const char* word, long length);
     [[nodiscard]] KVNType getKVNType() const noexcept { return m_kvnType; }
 
-    void setTokenLength(size_t length) noexcept { m_maxLen = length; }
+    void setTokenLength(std::size_t length) noexcept { m_maxLen = length; }
     /// The longest value in bytes, as the hub has said.
-    [[nodiscard]] size_t getTokenLength() const noexcept { return m_maxLen; }
-    [[nodiscard]] size_t getTokenDataLen() const noexcept { return m_maxLen; }
+    [[nodiscard]] std::size_t getTokenLength() const noexcept { return m_maxLen; }
+    [[nodiscard]] std::size_t getTokenDataLen() const noexcept { return m_maxLen; }
 
     /// Every token of a MetaTokenMap is a MetaToken: the map adopts no other.
     [[nodiscard]] static MetaToken* cast(KVNAPI::Token* token) noexcept {
@@ -47,7 +47,7 @@ public:
 private:
     KVNType m_kvnType = KVN_STRING;
     std::string tokenName;
-    size_t m_maxLen = 0;
+    std::size_t m_maxLen = 0;
 };
 
 } // namespace tivra_internal

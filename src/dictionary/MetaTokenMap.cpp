@@ -16,7 +16,7 @@ MetaTokenMap::MetaTokenMap() {
 }
 
 void MetaTokenMap::loadBootStrapDic() {
-    for (const BootstrapToken& row : BOOTSTRAP_DICTIONARY) {
+    for (const BootstrapToken& row : kBootstrapDictionary) {
         if (row.number == 0)
             break;
         auto token = std::make_unique<MetaToken>();

@@ -13,7 +13,7 @@ namespace tivra_internal {
 class MetaTokenMap final : public KVNAPI::DataMap {
 public:
     /// A hub can introduce sources at any moment, but not without end.
-    static constexpr size_t kMaxExchanges = 200'000;
+    static constexpr std::size_t kMaxExchanges = 200'000;
 
     MetaTokenMap();
     ~MetaTokenMap() override = default;

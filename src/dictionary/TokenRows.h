@@ -12,7 +12,7 @@ namespace tivra_internal {
 class TokenRows {
 public:
     /// A hub may not fill the memory with rows.
-    static constexpr size_t kMaxRows = 200'000;
+    static constexpr std::size_t kMaxRows = 200'000;
 
     enum class Added {
         Row,       ///< the row is new
@@ -32,7 +32,7 @@ public:
         return Added::Row;
     }
 
-    [[nodiscard]] size_t size() const noexcept { return m_rows.size(); }
+    [[nodiscard]] std::size_t size() const noexcept { return m_rows.size(); }
     [[nodiscard]] auto begin() const noexcept { return m_rows.begin(); }
     [[nodiscard]] auto end() const noexcept { return m_rows.end(); }
     void clear() noexcept { m_rows.clear(); }

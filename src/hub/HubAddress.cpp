@@ -13,7 +13,7 @@ namespace tivra_internal {
 
 namespace {
 
-constexpr size_t kMaxHubAddr = 255;
+constexpr std::size_t kMaxHubAddr = 255;
 
 /// False for a text that is no address. The text of the broadcast address reads like an error and is none.
 bool readAddress(const std::string& text, in_addr& address) {
@@ -88,7 +88,7 @@ void HubAddress::dialManager(const std::string& addr, int port) {
     const tp::MutexLock lock(m_text_mutex);
     m_ip_addr = addr;
     m_port = static_cast<uint16_t>(port);
-    m_givenPort = static_cast<size_t>(port);
+    m_givenPort = static_cast<std::size_t>(port);
 }
 
 std::string HubAddress::become(const std::string& hubIp) {

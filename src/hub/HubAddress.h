@@ -48,7 +48,7 @@ private:
     [[nodiscard]] std::string localIpOf(const std::string& addr) const;
 
     const HostConfigImpl* m_hostConfig; ///< knows the translations; may be null
-    size_t m_givenPort;                 ///< as configured or asked for, which may be no port at all
+    std::size_t m_givenPort;            ///< as configured or asked for, which may be no port at all
     const std::string m_original_ipaddr;
     const uint16_t m_original_port;
     mutable tp::Mutex m_text_mutex{kLockHubTexts}; ///< guards the texts that other threads read

@@ -40,8 +40,8 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     , m_lookup(session, session, user, m_options, m_address)
     , m_heartbeat(m_address, m_options.readTimeout)
     , m_handshake(*this, session, user, m_address, m_dicMetaMap, m_options, chanceOf(this))
-    , m_responseQueue(std::make_unique<Queue>(static_cast<size_t>(m_options.queueSize), m_options.compression,
-                                              this, session.getQueueDepthThreshold()))
+    , m_responseQueue(std::make_unique<Queue>(static_cast<std::size_t>(m_options.queueSize),
+                                              m_options.compression, this, session.getQueueDepthThreshold()))
     , m_reader(*this, m_socket, m_registration, m_handshake, m_heartbeat, m_dicMetaMap, *m_responseQueue,
                m_options.compression) {
     m_primaryUser.newHub(this);

@@ -119,7 +119,7 @@ public:
     [[nodiscard]] int getFd() const override { return m_socket.fd(); }
     /// The system's code of the last failed dial, 0 when there was none.
     [[nodiscard]] int getConnectErrno() const { return m_socket.connectErrno(); }
-    [[nodiscard]] size_t getIndex() const { return m_options.index; }
+    [[nodiscard]] std::size_t getIndex() const { return m_options.index; }
     [[nodiscard]] std::string getHubAddr() const override { return m_address.shown(); }
     [[nodiscard]] uint16_t getHubPort() const { return m_address.port(); }
     [[nodiscard]] std::string getHubIpAddr() const { return m_address.own(); }

@@ -17,12 +17,12 @@ enum HubClientCommands : int {
     GET_BOX_ENTITLEMENTS = 9,
     GET_ENTITLEMENTS = 10,
     GET_PORT = 11,
-    GET_STATUS = GET_STATUS_TAG,
-    GET_HUBSTATUS = GET_HUBSTATUS_TAG,
+    GET_STATUS = kGetStatusTag,
+    GET_HUBSTATUS = kGetHubStatusTag,
     DUMMY_REQ = 14,
     GET_ALLPORTS = 15,
     GET_XREFPORT = 16,
-    REPORT_API_STATS = REPORT_API_STATS_TAG,
+    REPORT_API_STATS = kReportApiStatisticsTag,
     FIRST_AVAILABLE_USER_TAG = kFirstUserTag
 };
 

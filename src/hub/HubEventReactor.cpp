@@ -42,7 +42,7 @@ struct HubEventReactor::Pass {
 };
 
 HubEventReactor::HubEventReactor(int reactorIndex, long maxQueueSize)
-    : index(reactorIndex), requestQueueMaxSize(static_cast<size_t>(std::max(maxQueueSize, 0L))) {}
+    : index(reactorIndex), requestQueueMaxSize(static_cast<std::size_t>(std::max(maxQueueSize, 0L))) {}
 
 HubEventReactor::~HubEventReactor() = default;
 
@@ -223,7 +223,7 @@ void HubEventReactor::finish(HubClient& client, const RequestInternal& request, 
 }
 
 void HubEventReactor::sendWLRequests(HubClient* client) {
-    const size_t count = client->getWatchlist()->size();
+    const std::size_t count = client->getWatchlist()->size();
     if (count == 0)
         return;
     {

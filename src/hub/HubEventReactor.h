@@ -77,7 +77,7 @@ private:
     const HubClient* m_lastServed TP_GUARDED_BY(m_request_mutex) = nullptr; ///< its turn is the last one now
 
     const int index;
-    const size_t requestQueueMaxSize; ///< for each hub
+    const std::size_t requestQueueMaxSize; ///< for each hub
     std::atomic<bool> mustExit{false};
     double m_lastConnectWait = -1.0; ///< the tick in which a connect has waited
 };

@@ -29,7 +29,7 @@ namespace tivra_internal {
 namespace {
 
 /// Space for the longest frame that the handshake takes.
-constexpr int kParserBufferSize = KVNAPI::KVN_MAX_BODY;
+constexpr int kParserBufferSize = KVNAPI::kKvnMaxBody;
 /// The most messages of a compressed handshake that are taken at one go: a few bytes can hold very many,
 /// and the thread serves other hubs too.
 constexpr int kMaxMessages = 10'000;
@@ -184,7 +184,7 @@ void HubReader::closedByPeer() {
 }
 
 void HubReader::readCompressed() {
-    size_t space = 0;
+    std::size_t space = 0;
     const int64_t got = zkvnParser->push(m_socket.fd(), &space);
     const int error = errno;
     // Without space there was no read.
@@ -304,7 +304,7 @@ void HubReader::handOverUnconsumed() {
     std::vector<char> rest(kParserBufferSize);
     const int count = framer->moveRemaining(KVNAPI::bufref(rest.data(), rest.size()));
     framer->reset();
-    if (count > 0 && m_responseQueue.takeOver(KVNAPI::bufref(rest.data(), static_cast<size_t>(count))))
+    if (count > 0 && m_responseQueue.takeOver(KVNAPI::bufref(rest.data(), static_cast<std::size_t>(count))))
         m_port.leaveAfterReadFailure();
 }
 

@@ -219,7 +219,7 @@ int HubSocket::sendRequest(const char* text, const timeval* timeout) {
         eprintf(EPF_CRIT, "HubClient::sendRequest - socket descriptor not valid");
         return -1;
     }
-    const size_t length = std::strlen(text);
+    const std::size_t length = std::strlen(text);
     if (length > kMaxRequestText) {
         eprintf(EPF_CRIT, "HubClient::sendRequest - Maximum Length Exceeded %zu", length);
         return -1;
@@ -252,7 +252,7 @@ int HubSocket::writen(int fd, const char* buf, int n, const timeval* timeout) {
         result = -1;
         if (wait == Wait::Failed)
             break;
-        const ssize_t sent = ::send(fd, buf + written, static_cast<size_t>(n - written), MSG_NOSIGNAL);
+        const ssize_t sent = ::send(fd, buf + written, static_cast<std::size_t>(n - written), MSG_NOSIGNAL);
         if (sent < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK))
             continue;
         if (sent <= 0) {

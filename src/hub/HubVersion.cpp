@@ -17,16 +17,16 @@ int leadingNumber(const std::string& text) {
 } // namespace
 
 HubVersion parseHubVersion(const std::string& text) {
-    const size_t firstDot = text.find('.');
+    const std::size_t firstDot = text.find('.');
     if (firstDot == std::string::npos) {
         eprintf(EPF_WARN, "Unable to parse HUB major VERSION");
         return {-1, -1};
     }
-    const size_t start = text[0] == 'V' ? 1 : 0;
+    const std::size_t start = text[0] == 'V' ? 1 : 0;
     HubVersion version;
     version.major = leadingNumber(text.substr(start, firstDot - start));
 
-    const size_t secondDot = text.find('.', firstDot + 1);
+    const std::size_t secondDot = text.find('.', firstDot + 1);
     if (secondDot == std::string::npos) {
         eprintf(EPF_WARN, "Unable to parse HUB minor VERSION");
         version.minor = -1;

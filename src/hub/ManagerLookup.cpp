@@ -252,7 +252,7 @@ int ManagerLookup::getHUBFromCM(std::string& cmAddr, std::string& hubIp, int por
     const bool triesRecent = !recent.empty() && port != 0;
     int rc = LNKAPI_SUCCESS;
     if (triesRecent) {
-        cmAddr = HostTable::hostInfoOf(m_address.reachable(recent), static_cast<size_t>(port));
+        cmAddr = HostTable::hostInfoOf(m_address.reachable(recent), static_cast<std::size_t>(port));
         rc = lookUp(cmAddr, hubIp);
         eprintf(levelOf(m_CMconnectionRetries, 1),
                 "getHUBFromCM: LnkGetServerIPFromCM  retun rc=%d for  recent CM= %s , cmIP =  %s\n", rc,
@@ -277,7 +277,7 @@ int ManagerLookup::askManagersInTurn(ConnectionManagers& managers, const std::st
         if (port == 0)
             port = static_cast<int>(manager.port);
         const std::string addr = m_address.reachable(manager.addr);
-        cmAddr = HostTable::hostInfoOf(addr, static_cast<size_t>(port));
+        cmAddr = HostTable::hostInfoOf(addr, static_cast<std::size_t>(port));
         rc = lookUp(cmAddr, hubIp);
         isAsked = true;
         eprintf(levelOf(m_CMconnectionRetries, 1),

@@ -36,7 +36,7 @@ std::string describe(const KVNAPI::Message& msg) {
         text.pop_back();
     text.resize(std::min(text.size(), kMaxLoggedText));
     // The logger deals with every other byte.
-    for (size_t at = 0; (at = text.find('\0', at)) != std::string::npos;)
+    for (std::size_t at = 0; (at = text.find('\0', at)) != std::string::npos;)
         text.replace(at, 1, "\\x00");
     return text;
 }

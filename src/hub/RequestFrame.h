@@ -11,16 +11,16 @@ namespace tivra_internal {
 /// The longest request text that a hub takes.
 inline constexpr std::size_t kMaxRequestText = 8184;
 /// What a frame has beside its text, and the zero byte after it.
-inline constexpr std::size_t kFrameOverhead = KVNAPI::KVN_FRAME_EXTRA + 1;
+inline constexpr std::size_t kFrameOverhead = KVNAPI::kKvnFrameExtra + 1;
 
 /// Frames `len` bytes of text into `out`, which has space for them and kFrameOverhead more; returns the
 /// frame's length.
 [[nodiscard]] inline int buildKvnMsg(const char* text, std::size_t len, char* out) {
     KVNAPI::writeFrameHeader(out, static_cast<std::uint32_t>(len));
-    std::memcpy(out + KVNAPI::KVN_HEADER_SIZE, text, len);
-    out[KVNAPI::KVN_HEADER_SIZE + len] = KVNAPI::ETX;
-    out[KVNAPI::KVN_FRAME_EXTRA + len] = '\0';
-    return static_cast<int>(len + KVNAPI::KVN_FRAME_EXTRA);
+    std::memcpy(out + KVNAPI::kKvnHeaderSize, text, len);
+    out[KVNAPI::kKvnHeaderSize + len] = KVNAPI::ETX;
+    out[KVNAPI::kKvnFrameExtra + len] = '\0';
+    return static_cast<int>(len + KVNAPI::kKvnFrameExtra);
 }
 
 } // namespace tivra_internal

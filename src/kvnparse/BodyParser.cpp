@@ -2,7 +2,7 @@
 
 namespace KVNAPI {
 
-const BodyParserForm BODY_PARSER_FORMS[] = {
+const BodyParserForm kBodyParserForms[] = {
     {"scalar", parseBodyScalar, [] { return true; }},
 #if defined(__x86_64__)
     {"sse4.2", parseBodySse42,
@@ -25,7 +25,7 @@ const BodyParserForm BODY_PARSER_FORMS[] = {
 
 BodyParser bestBodyParser() noexcept {
     BodyParser best = parseBodyScalar;
-    for (const BodyParserForm* form = BODY_PARSER_FORMS; form->name != nullptr; ++form)
+    for (const BodyParserForm* form = kBodyParserForms; form->name != nullptr; ++form)
         if (form->runsHere())
             best = form->parse;
     return best;

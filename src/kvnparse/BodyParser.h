@@ -18,7 +18,7 @@ struct BodyParserForm {
 };
 
 /// All forms, the plainest first, up to a row without a name.
-extern const BodyParserForm BODY_PARSER_FORMS[];
+extern const BodyParserForm kBodyParserForms[];
 
 /// The fastest form for this processor.
 [[nodiscard]] BodyParser bestBodyParser() noexcept;

@@ -10,12 +10,12 @@ namespace {
 
 constexpr void setMoves(PointPlace& place, std::size_t point) {
     constexpr std::uint8_t ZERO = 0x80;
-    const std::size_t fraction = VECTOR - 1 - point;
-    for (std::size_t i = 0; i < VECTOR; ++i) {
+    const std::size_t fraction = kVector - 1 - point;
+    for (std::size_t i = 0; i < kVector; ++i) {
         // The byte that comes to place i, counted from the right end of its part.
-        const bool inWhole = i < VECTOR / 2;
-        const std::size_t fromRight = (inWhole ? VECTOR / 2 : VECTOR) - 1 - i;
-        const std::size_t end = inWhole ? point : VECTOR;
+        const bool inWhole = i < kVector / 2;
+        const std::size_t fromRight = (inWhole ? kVector / 2 : kVector) - 1 - i;
+        const std::size_t end = inWhole ? point : kVector;
         const bool isThere = fromRight < (inWhole ? point : fraction);
         place.toHalves[i] = isThere ? static_cast<std::uint8_t>(end - 1 - fromRight) : ZERO;
         place.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
@@ -45,20 +45,20 @@ constexpr void setDivision(PointPlace& place, std::uint64_t power) {
 
 constexpr DigitTables makeTables() {
     DigitTables tables{};
-    for (std::size_t i = 0; i < VECTOR; ++i) {
+    for (std::size_t i = 0; i < kVector; ++i) {
         const bool first = i % 2 == 0;
         tables.zeroes[i] = '0';
         tables.nines[i] = 9;
         tables.byTen[i] = first ? 10 : 1;
         tables.byHundred[i / 2] = i / 2 % 2 == 0 ? 100 : 1;
         tables.byTenThousand[i / 2] = i / 2 % 2 == 0 ? 10000 : 1;
-        tables.lastBytes[VECTOR + i] = 0xFF;
+        tables.lastBytes[kVector + i] = 0xFF;
         setMoves(tables.places[i], i);
     }
     std::uint64_t power = 1;
-    for (std::size_t fraction = 0; fraction < VECTOR; ++fraction, power *= 10) {
-        PointPlace& place = tables.places[VECTOR - 1 - fraction];
-        place.fraction = detail::DECIMAL_FRACTIONS[fraction];
+    for (std::size_t fraction = 0; fraction < kVector; ++fraction, power *= 10) {
+        PointPlace& place = tables.places[kVector - 1 - fraction];
+        place.fraction = detail::kDecimalFractions[fraction];
         setDivision(place, power);
     }
     return tables;
@@ -66,6 +66,6 @@ constexpr DigitTables makeTables() {
 
 } // namespace
 
-constinit const DigitTables DIGIT_TABLES = makeTables();
+constinit const DigitTables kDigitTables = makeTables();
 
 } // namespace KVNAPI

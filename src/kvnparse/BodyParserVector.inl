@@ -26,14 +26,14 @@ namespace KVNAPI {
 namespace {
 
 /// Bytes that are indexed at a time; a field that is longer is read byte by byte.
-constexpr std::size_t STRETCH = 512;
-constexpr std::size_t BLOCK = 64;
+constexpr std::size_t kStretch = 512;
+constexpr std::size_t kBlock = 64;
 /// Positions are written this many at a time, past the last one.
-constexpr std::size_t SURPLUS = 4;
+constexpr std::size_t kSurplus = 4;
 
 /// Where "|" and the end byte stand in a stretch of the frame, in order: each is the end of a field.
 struct StretchIndex {
-    const char* ends[STRETCH + SURPLUS];
+    const char* ends[kStretch + kSurplus];
 };
 
 /// Adds the separators of one block. Writing a fixed number, of which the next block overwrites the surplus,
@@ -41,11 +41,11 @@ struct StretchIndex {
 KVN_INLINE const char** addSeparators(const char** out, std::uint64_t bits, const char* block) {
     const char** const end = out + std::popcount(bits);
     do {
-        for (std::size_t i = 0; i < SURPLUS; ++i) {
+        for (std::size_t i = 0; i < kSurplus; ++i) {
             out[i] = block + std::countr_zero(bits);
             bits &= bits - 1;
         }
-        out += SURPLUS;
+        out += kSurplus;
     } while (out < end);
     return end;
 }
@@ -53,9 +53,9 @@ KVN_INLINE const char** addSeparators(const char** out, std::uint64_t bits, cons
 /// The last block of a frame, which is shorter than the vectors: read together with what stands before it, or
 /// from a copy when the whole frame is that short.
 KVN_INLINE std::uint64_t separatorsOfTail(const char* from, std::size_t size, bufref frame) {
-    if (frame.len >= BLOCK)
-        return separatorsOf(from + size - BLOCK) >> (BLOCK - size);
-    char copy[BLOCK] = {};
+    if (frame.len >= kBlock)
+        return separatorsOf(from + size - kBlock) >> (kBlock - size);
+    char copy[kBlock] = {};
     std::memcpy(copy, from, size);
     return separatorsOf(copy);
 }
@@ -63,10 +63,10 @@ KVN_INLINE std::uint64_t separatorsOfTail(const char* from, std::size_t size, bu
 /// Fills the index for the stretch from there; returns behind the last end.
 KVN_INLINE const char** indexStretch(StretchIndex& index, const char* from, bufref frame) {
     const auto left = static_cast<std::size_t>(frame.end() - from);
-    const std::size_t size = left < STRETCH ? left : STRETCH;
+    const std::size_t size = left < kStretch ? left : kStretch;
     const char* const end = from + size;
     const char** out = index.ends;
-    for (; static_cast<std::size_t>(end - from) >= BLOCK; from += BLOCK)
+    for (; static_cast<std::size_t>(end - from) >= kBlock; from += kBlock)
         out = addSeparators(out, separatorsOf(from), from);
     if (from != end)
         out = addSeparators(out, separatorsOfTail(from, static_cast<std::size_t>(end - from), frame), from);
@@ -85,10 +85,10 @@ KVN_INLINE __m128i loadVector(const void* from) {
 
 /// Sixteen digit values, most significant first, as two numbers of eight digits in the lowest two of four.
 KVN_INLINE __m128i joinDigits(__m128i digits) {
-    const __m128i twos = _mm_maddubs_epi16(digits, loadVector(DIGIT_TABLES.byTen));
-    const __m128i fours = _mm_madd_epi16(twos, loadVector(DIGIT_TABLES.byHundred));
+    const __m128i twos = _mm_maddubs_epi16(digits, loadVector(kDigitTables.byTen));
+    const __m128i fours = _mm_madd_epi16(twos, loadVector(kDigitTables.byHundred));
     const __m128i packed = _mm_packus_epi32(fours, _mm_setzero_si128());
-    return _mm_madd_epi16(packed, loadVector(DIGIT_TABLES.byTenThousand));
+    return _mm_madd_epi16(packed, loadVector(kDigitTables.byTenThousand));
 }
 
 /// The number in sixteen digit values.
@@ -99,7 +99,7 @@ KVN_INLINE std::uint64_t sixteenDigits(__m128i digits) {
 
 /// True when a byte of digit values is none.
 KVN_INLINE bool hasOthers(__m128i digits) {
-    const __m128i excess = _mm_subs_epu8(digits, loadVector(DIGIT_TABLES.nines));
+    const __m128i excess = _mm_subs_epu8(digits, loadVector(kDigitTables.nines));
     return _mm_testz_si128(excess, excess) == 0;
 }
 
@@ -107,18 +107,18 @@ KVN_INLINE bool hasOthers(__m128i digits) {
 KVN_INLINE bool readDigits(const char* end, std::size_t size, std::uint64_t& result) {
     if (size - 1 < 8) {
         __m128i digits = _mm_sub_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(end - 8)),
-                                      loadVector(DIGIT_TABLES.zeroes));
+                                      loadVector(kDigitTables.zeroes));
         digits = _mm_and_si128(
-            digits, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(DIGIT_TABLES.lastBytes + 8 + size)));
+            digits, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(kDigitTables.lastBytes + 8 + size)));
         result = static_cast<std::uint64_t>(_mm_cvtsi128_si64(joinDigits(digits)));
         return !hasOthers(digits);
     }
-    if (size - 1 >= VECTOR)
+    if (size - 1 >= kVector)
         return false;
     // More than eight digits, with a number, "=" and a header before them.
     const __m128i digits =
-        _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), loadVector(DIGIT_TABLES.zeroes)),
-                      loadVector(DIGIT_TABLES.lastBytes + size));
+        _mm_and_si128(_mm_sub_epi8(loadVector(end - kVector), loadVector(kDigitTables.zeroes)),
+                      loadVector(kDigitTables.lastBytes + size));
     result = sixteenDigits(digits);
     return !hasOthers(digits);
 }
@@ -144,12 +144,12 @@ KVN_INLINE bool readInteger(const char* from, const char* end, std::int64_t& res
 /// Reads a text of up to 16 bytes before `end`: digits, and perhaps a point with digits on both sides of it.
 /// False for any other.
 KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
-    if (size - 1 >= VECTOR)
+    if (size - 1 >= kVector)
         return false;
     const __m128i digits =
-        _mm_and_si128(_mm_sub_epi8(loadVector(end - VECTOR), loadVector(DIGIT_TABLES.zeroes)),
-                      loadVector(DIGIT_TABLES.lastBytes + size));
-    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, loadVector(DIGIT_TABLES.nines)), digits);
+        _mm_and_si128(_mm_sub_epi8(loadVector(end - kVector), loadVector(kDigitTables.zeroes)),
+                      loadVector(kDigitTables.lastBytes + size));
+    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, loadVector(kDigitTables.nines)), digits);
     const std::uint32_t others = static_cast<std::uint32_t>(_mm_movemask_epi8(isDigit)) ^ 0xFFFF;
     if (others == 0) {
         result = static_cast<double>(static_cast<std::int64_t>(sixteenDigits(digits)));
@@ -157,17 +157,17 @@ KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
     }
     const auto point = static_cast<std::size_t>(std::countr_zero(others));
     if ((others & (others - 1)) != 0 ||
-        end[static_cast<std::ptrdiff_t>(point) - static_cast<std::ptrdiff_t>(VECTOR)] != '.')
+        end[static_cast<std::ptrdiff_t>(point) - static_cast<std::ptrdiff_t>(kVector)] != '.')
         return false;
-    const std::size_t whole = size + point - VECTOR;
-    const PointPlace& place = DIGIT_TABLES.places[point];
+    const std::size_t whole = size + point - kVector;
+    const PointPlace& place = kDigitTables.places[point];
     if (whole - 1 < 8 && point - 7 < 8) {
         const __m128i halves = _mm_shuffle_epi8(digits, loadVector(place.toHalves));
         const __m128d parts = _mm_cvtepi32_pd(joinDigits(halves));
         result = _mm_cvtsd_f64(parts) + _mm_cvtsd_f64(_mm_unpackhi_pd(parts, parts)) * place.fraction;
         return true;
     }
-    if (whole == 0 || point == VECTOR - 1)
+    if (whole == 0 || point == kVector - 1)
         return false;
     const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(place.closeUp)));
     __extension__ using Wide = unsigned __int128;
@@ -199,7 +199,7 @@ public:
     KVN_INLINE void reload() {
         m_pair = m_message.pairs + m_message.paircount;
         m_area = m_message.nextArea;
-        m_lastVector = m_message.endArea - VECTOR;
+        m_lastVector = m_message.endArea - kVector;
     }
     KVN_INLINE void store() {
         m_message.paircount = static_cast<std::int32_t>(m_pair - m_message.pairs);
@@ -213,7 +213,7 @@ public:
     /// Copies a text, with a whole vector readable at its start, behind what the message holds. False when
     /// that takes more than one vector.
     KVN_INLINE bool copyText(const char* from, std::size_t size, bufref& text) {
-        if (size > VECTOR || m_area > m_lastVector)
+        if (size > kVector || m_area > m_lastVector)
             return false;
         _mm_storeu_si128(reinterpret_cast<__m128i*>(m_area), loadVector(from));
         text = bufref(m_area, size);
@@ -231,8 +231,8 @@ private:
 /// Which vectors lie within a frame: those that end from one place on and those that start up to another.
 struct VectorLimits {
     KVN_INLINE explicit VectorLimits(bufref frame)
-        : firstEnd(frame.len >= VECTOR ? frame.buf + VECTOR : frame.end())
-        , lastStart(frame.len >= VECTOR ? frame.end() - VECTOR : nullptr) {}
+        : firstEnd(frame.len >= kVector ? frame.buf + kVector : frame.end())
+        , lastStart(frame.len >= kVector ? frame.end() - kVector : nullptr) {}
 
     const char* firstEnd;
     const char* lastStart;

@@ -16,7 +16,7 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr int QUERY_TAG = 5026;
+constexpr int kQueryTag = 5026;
 
 tp::chash_iter startOf(const tp::chash_root& root) noexcept {
     tp::chash_iter iter;
@@ -120,7 +120,7 @@ DataMap::nameref* DataMap::nameOf(const Token* token) const noexcept {
 }
 
 Token* DataMap::newToken(const Token* token) {
-    if (token->kvnid == QUERY_TAG)
+    if (token->kvnid == kQueryTag)
         eprintf(EPF_DBUG, "DataMap::newToken: About to create new Token for 5026; passing in ref token t=%p",
                 static_cast<const void*>(token));
     return std::make_unique<Token>(*token).release();
@@ -155,7 +155,7 @@ Token* DataMap::addToken(const Token* token) {
     const char* const name = token->name != nullptr ? token->name : "";
     if (!mayAdd(*token, name))
         return nullptr;
-    char number[NUMBER_TEXT_MAX];
+    char number[kNumberTextMax];
     char* const numberEnd = i64toa(number, token->kvnid);
     // A number of 32 bits has at most 11 characters.
     static_assert(std::numeric_limits<std::int32_t>::digits10 + 2 < sizeof token->sid);

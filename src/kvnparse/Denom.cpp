@@ -15,7 +15,7 @@ constinit const std::array<Denom, Denom::MAX_Decimals_> Denom::Decimals_ = {{
     {73, Decimal, 1000000000, 1000000000, "1000000000", 9, 0, 0, 0},
 }};
 
-constinit const std::array<Denom, Denom::MAX_Fractions_> Denom::Fractions_ = {{
+constinit const std::array<Denom, Denom::kMaxFractions> Denom::Fractions_ = {{
     {32, Fraction, 1, 1, "X", 0, 0, 0, 0},
     {33, Fraction, 10, 2, "2", 1, 0, 0, 0},
     {34, Fraction, 10, 4, "4", 2, 0, 0, 0},

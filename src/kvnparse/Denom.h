@@ -13,7 +13,7 @@ struct Denom {
     enum Type { Fraction = 0, Decimal = 1, Funky = 2, Unknown = 3 };
 
     static constexpr int MAX_Decimals_ = 10;
-    static constexpr int MAX_Fractions_ = 9;
+    static constexpr int kMaxFractions = 9;
     static constexpr int MAX_Funky_ = 6;
 
     std::int32_t kvncode;          ///< code on the wire, under "ENUM.DISPLAY.PRECISION"
@@ -27,7 +27,7 @@ struct Denom {
     std::int32_t funkyMultiplier;  ///< steps in one part: 1, 2 or 4
 
     static const std::array<Denom, MAX_Decimals_> Decimals_;
-    static const std::array<Denom, MAX_Fractions_> Fractions_;
+    static const std::array<Denom, kMaxFractions> Fractions_;
     static const std::array<Denom, MAX_Funky_> Funky_;
     static const Denom Unknown_;
     static const Denom Unnormalized_;

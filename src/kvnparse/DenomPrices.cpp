@@ -12,18 +12,17 @@
 namespace KVNAPI {
 namespace {
 
-constexpr double TWO_POW_53 = 9007199254740992.0;
-constexpr double TWO_POW_63 = 9223372036854775808.0;
-constexpr double TWO_POW_64 = 18446744073709551616.0;
+constexpr double kTwoPow53 = 9007199254740992.0;
+constexpr double kTwoPow63 = 9223372036854775808.0;
+constexpr double kTwoPow64 = 18446744073709551616.0;
 
 /// The value of a step by the last digit of a funky price.
 constexpr double FunkyFractionValues[10] = {0.0, 0.0, 0.25, 0.0, 0.0, 0.5, 0.0, 0.75, 0.0, 0.0};
 
 /// 10 to the power -n, 1.0 beyond the table.
 double decimalFraction(std::int32_t n) {
-    return n >= 0 && n <= static_cast<std::int32_t>(detail::MAX_FRACTION_DIGITS)
-               ? detail::DECIMAL_FRACTIONS[n]
-               : 1.0;
+    return n >= 0 && n <= static_cast<std::int32_t>(detail::kMaxFractionDigits) ? detail::kDecimalFractions[n]
+                                                                                : 1.0;
 }
 
 bool isStepDigit(int digit, std::int32_t multiplier) {
@@ -39,7 +38,7 @@ int refuseStep(int digit, double value) {
 int normalizeFunkyValue(double* value, const Denom* d) {
     const double magnitude = std::fabs(*value);
     // The record "XX" has no modulo to split by, and what 64 bits can't hold has no digits to look at.
-    if (d->decimalModulo == 0 || !(magnitude < TWO_POW_64))
+    if (d->decimalModulo == 0 || !(magnitude < kTwoPow64))
         return refuseStep(0, *value);
     const auto i = static_cast<std::uint64_t>(magnitude);
     const auto modulo = static_cast<std::uint64_t>(d->decimalModulo);
@@ -67,9 +66,9 @@ int normalizeFunkyValue(double* value, const Denom* d) {
 std::int64_t truncated(double value) {
     if (std::isnan(value))
         return 0;
-    if (value >= TWO_POW_63)
+    if (value >= kTwoPow63)
         return INT64_MAX;
-    if (value < -TWO_POW_63)
+    if (value < -kTwoPow63)
         return INT64_MIN;
     return static_cast<std::int64_t>(value);
 }
@@ -77,10 +76,10 @@ std::int64_t truncated(double value) {
 std::int64_t funkyInteger(double value, const Denom& d) {
     const double magnitude = std::fabs(value);
     const double scale = static_cast<double>(d.funkyBase) * d.funkyMultiplier;
-    std::uint64_t whole = magnitude < TWO_POW_64 ? static_cast<std::uint64_t>(magnitude) : UINT64_MAX;
+    std::uint64_t whole = magnitude < kTwoPow64 ? static_cast<std::uint64_t>(magnitude) : UINT64_MAX;
     std::uint64_t steps = 0;
     // From 2^53 on a double has no fraction, and its steps would not fit 64 bits.
-    if (magnitude < TWO_POW_53) {
+    if (magnitude < kTwoPow53) {
         steps =
             static_cast<std::uint64_t>(scale * magnitude + 0.5) - static_cast<std::uint64_t>(scale) * whole;
         if (steps >= static_cast<std::uint64_t>(scale)) {
@@ -88,14 +87,14 @@ std::int64_t funkyInteger(double value, const Denom& d) {
             steps = 0;
         }
     }
-    static constexpr std::uint64_t STEP_DIGITS[4] = {0, 2, 5, 7};
+    static constexpr std::uint64_t kStepDigits[4] = {0, 2, 5, 7};
     std::uint64_t result = 0;
     if (d.funkyMultiplier == 1)
         result = whole * 100 + steps;
     else if (d.funkyMultiplier == 2)
         result = whole * 1000 + (steps / 2) * 10 + (steps % 2) * 5;
     else
-        result = whole * 1000 + (steps / 4) * 10 + STEP_DIGITS[steps % 4];
+        result = whole * 1000 + (steps / 4) * 10 + kStepDigits[steps % 4];
     return static_cast<std::int64_t>(value < 0 ? 0 - result : result);
 }
 

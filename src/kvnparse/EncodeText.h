@@ -36,7 +36,7 @@ inline char* putBytes(char* out, bufref bytes) noexcept {
 }
 
 /// How much longer than the text beside an id its digits can be: 11 bytes against 7.
-inline constexpr bufref_len_t LONG_ID_EXTRA = 11 - (sizeof(Exchange::sid) - 1);
+inline constexpr bufref_len_t kLongIdExtra = 11 - (sizeof(Exchange::sid) - 1);
 
 /// Whether the id is too long for the text beside it.
 [[nodiscard]] inline bool isLongId(const Exchange& exchange) noexcept {

@@ -25,7 +25,7 @@ Exchange::Exchange(int sourceId) noexcept
     , skipParse(0)
     , lgcyFinance(isInFinanceRange(sourceId) ? 1 : 0)
     , lgcyNews(isInNewsRange(sourceId) ? 1 : 0) {
-    char text[NUMBER_TEXT_MAX];
+    char text[kNumberTextMax];
     const auto length = static_cast<std::size_t>(i64toa(text, sourceId) - text);
     if (length < sizeof sid)
         std::memcpy(sid, text, length);

@@ -7,7 +7,7 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr KVNEncodeRule RULES[] = {
+constexpr KVNEncodeRule kRules[] = {
     {"ACTIVITY.DATETIME", Token::TY_DOUBLE, dateencoder},
     {"QUOTE.DATETIME", Token::TY_DOUBLE, dateencoder},
     {"TRADE.DATETIME", Token::TY_DOUBLE, dateencoder},
@@ -24,7 +24,7 @@ constexpr KVNEncodeRule RULES[] = {
 } // namespace
 
 std::span<const KVNEncodeRule> kvnEncodeRules() noexcept {
-    return RULES;
+    return kRules;
 }
 
 char* nullencoder(buildkvn*, char* out, const TVPair*) {

@@ -9,7 +9,7 @@ namespace KVNAPI {
 class buildkvn;
 
 /// Writes a pair at `out` in a way of its token's own, with the "|" behind it, in at most
-/// buildkvn::PAIR_ROOM bytes. Returns the position behind.
+/// buildkvn::kPairRoom bytes. Returns the position behind.
 using kvnencoder_t = char* (*)(buildkvn* build, char* out, const TVPair* pair);
 
 /// Nothing: the token is suppressed.

@@ -17,7 +17,7 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr char OPTIONS_HELP[] = "\nAvailable options are:\n"
+constexpr char kOptionsHelp[] = "\nAvailable options are:\n"
                                 "  AllowVerboseToken=0|1 : Permit KVN names as token ids\n"
                                 "  ParseIntoHeader=0|1   : Parse src/sym/etc into message header\n"
                                 "  PartCodeInHeader=0|1  : Load PART.CODE into message header\n"
@@ -26,7 +26,7 @@ constexpr char OPTIONS_HELP[] = "\nAvailable options are:\n"
                                 "  DoNotParseSymbolIntoHeader=0|1   : Do not parse sym into message header\n";
 
 /// Longest stretch in which the "=" behind a token name is looked for.
-constexpr std::size_t NAME_SEARCH_MAX = 256;
+constexpr std::size_t kNameSearchMax = 256;
 
 /// A token number as it stands on the wire, or -1 for one that no token can have.
 std::int64_t tokenNumber(const char* digits, const atou64_ret& read) noexcept {
@@ -130,12 +130,12 @@ void KVNParse::setReading(FieldRow& row) const noexcept {
 }
 
 FieldRow* KVNParse::makeRow(std::uint32_t id) {
-    if (id >= MAX_ROWS)
+    if (id >= kMaxRows)
         return nullptr;
     Token* const token = m_map->lookupTokenViaNum(static_cast<int>(id));
     if (token == nullptr)
         return nullptr;
-    char start[NUMBER_TEXT_MAX] = {};
+    char start[kNumberTextMax] = {};
     char* const end = u64toa(start, id);
     *end = '=';
     FieldRow& row = m_rows.emplace_back();
@@ -152,7 +152,7 @@ FieldRow* KVNParse::makeRow(std::uint32_t id) {
 }
 
 const Exchange* KVNParse::findExchange(std::int32_t id) {
-    ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % EXCHANGE_ROWS];
+    ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % kExchangeRows];
     row = {id, m_map->lookupExchange(id)};
     return row.exchange;
 }
@@ -181,7 +181,7 @@ int KVNParse::parseWith(BodyParser form, bufref frame, Message* message) {
         return abortAt(frame.end(), "Invalid token");
     // The quicker forms rely on a header to read backwards into and on an end byte that is part of no value.
     // They read eight bytes at a time, which only an empty body falls short of.
-    const bool plain = headerSize == KVN_HEADER_SIZE && m_allowVerboseToken == 0 && m_terminator == ETX &&
+    const bool plain = headerSize == kKvnHeaderSize && m_allowVerboseToken == 0 && m_terminator == ETX &&
                        frame.len >= sizeof(std::uint64_t) && frame.end()[-1] == ETX;
     return (plain ? form : parseBodyScalar)(*this, frame.buf + headerSize);
 }
@@ -226,7 +226,7 @@ void KVNParse::findToken(std::int64_t number, Token*& token, kvnparser_t& functi
     if (const FieldRow* const known = row(static_cast<std::uint32_t>(number)); known != nullptr) {
         token = known->token;
         function = known->function;
-    } else if (number >= MAX_ROWS) {
+    } else if (number >= kMaxRows) {
         token = m_map->lookupTokenViaNum(static_cast<int>(number));
         function = token != nullptr ? tokenFunc(token) : nullptr;
     }
@@ -235,7 +235,7 @@ void KVNParse::findToken(std::int64_t number, Token*& token, kvnparser_t& functi
 Token* KVNParse::tryStringToken(const char** position) const {
     const char* const name = *position;
     const auto held = static_cast<std::size_t>(m_frame.end() - name);
-    const void* const found = std::memchr(name, '=', std::min(held, NAME_SEARCH_MAX));
+    const void* const found = std::memchr(name, '=', std::min(held, kNameSearchMax));
     *position = static_cast<const char*>(found);
     if (found == nullptr || found == name) {
         *position = nullptr;
@@ -299,7 +299,7 @@ int KVNParse::abortAt(const char* position, const char* reason) const {
 int KVNParse::setOption(const char* name, const char* value) {
     const std::string_view option(name);
     if (option == "help") {
-        tp::te_error("%s", OPTIONS_HELP);
+        tp::te_error("%s", kOptionsHelp);
         return -1;
     }
     const long number = std::strtol(value, nullptr, 10);
@@ -307,7 +307,7 @@ int KVNParse::setOption(const char* name, const char* value) {
     if (option == "SetEOL")
         m_terminator = static_cast<char>(number);
     else if (option == "HasKVNHeader")
-        m_headerSize = number != 0 ? static_cast<std::int32_t>(KVN_HEADER_SIZE) : 0;
+        m_headerSize = number != 0 ? static_cast<std::int32_t>(kKvnHeaderSize) : 0;
     else if (option == "AllowVerboseToken")
         m_allowVerboseToken = narrow;
     else if (option == "ParseIntoHeader")

@@ -112,7 +112,7 @@ public:
     /// The exchange of that number, through a small cache of this parser's own.
     [[nodiscard]] const Exchange* exchange(std::int64_t number) {
         const auto id = static_cast<std::int32_t>(number);
-        const ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % EXCHANGE_ROWS];
+        const ExchangeRow& row = m_exchangeRows[static_cast<std::uint32_t>(id) % kExchangeRows];
         return row.id == id && row.exchange != nullptr ? row.exchange : findExchange(id);
     }
 
@@ -146,8 +146,8 @@ private:
         std::int32_t id = 0;
         const Exchange* exchange = nullptr;
     };
-    static constexpr std::size_t EXCHANGE_ROWS = 256;
-    static constexpr std::uint32_t MAX_ROWS = 65536;
+    static constexpr std::size_t kExchangeRows = 256;
+    static constexpr std::uint32_t kMaxRows = 65536;
 
     void setupHeaders();
     [[nodiscard]] kvnparser_t tokenFunc(Token* token) const noexcept { return m_funcs.find(*m_map, token); }
@@ -166,7 +166,7 @@ private:
     std::deque<FieldRow> m_rows;       ///< in the order of their first use
     FieldRow m_firstRow;
     FieldRow m_noRow; ///< matches no field: no bytes under an empty mask are 1
-    std::array<ExchangeRow, EXCHANGE_ROWS> m_exchangeRows{};
+    std::array<ExchangeRow, kExchangeRows> m_exchangeRows{};
     BodyParser m_form = bestBodyParser();
 };
 

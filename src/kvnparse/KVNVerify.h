@@ -25,15 +25,15 @@ private:
 
 inline std::ptrdiff_t KVNVerify::verifyFrame(const char* start, const char* end) const {
     const auto available = static_cast<std::uint64_t>(end - start);
-    if (available < KVN_HEADER_SIZE)
+    if (available < kKvnHeaderSize)
         return 0;
-    if (start[0] != KVN_START || start[1] != KVN_MARK)
+    if (start[0] != KVN_START || start[1] != kKvnMark)
         return refuseHeader(start);
     // In 64 bits a false length can't wrap round to a frame that seems to be here already.
     const std::uint64_t bodyLength = frameBodyLength(start);
-    const std::uint64_t frameLength = bodyLength + KVN_FRAME_EXTRA;
+    const std::uint64_t frameLength = bodyLength + kKvnFrameExtra;
     const auto wrapped = static_cast<std::uint32_t>(frameLength);
-    if (wrapped <= KVN_HEADER_SIZE)
+    if (wrapped <= kKvnHeaderSize)
         return refuseSize(wrapped);
     if (available < frameLength)
         return 0;

@@ -24,7 +24,7 @@ public:
 private:
     Number m_last = 0;
     std::uint8_t m_length = 1;
-    char m_text[NUMBER_TEXT_MAX] = {'0'};
+    char m_text[kNumberTextMax] = {'0'};
 };
 
 } // namespace KVNAPI

@@ -17,7 +17,7 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr int QUERY_TAG = 5026;
+constexpr int kQueryTag = 5026;
 
 struct CommandToken {
     const char* name;
@@ -25,7 +25,7 @@ struct CommandToken {
 };
 
 /// The position is the number. Those behind the short name are read so that older files still load.
-constexpr CommandToken COMMAND_TOKENS[] = {
+constexpr CommandToken kCommandTokens[] = {
     {"UNKNOWNTOKEN", Token::TY_STRING}, {"UNKNOWNSVALUE", Token::TY_STRING},
     {"TOKEN.DEL", Token::TY_INT},       {"cmd", Token::TY_STRING},
     {"name", Token::TY_STRING},         {"token", Token::TY_INT},
@@ -116,7 +116,7 @@ int addTokenCommand(const Command& command, DataMap* map) {
     token.passthrough = command.flag("passthrough") ? 1 : 0;
     token.priceNormalize = command.flag("normalize") ? 1 : 0;
     const Token* const added = map->addToken(&token);
-    if (token.kvnid == QUERY_TAG)
+    if (token.kvnid == kQueryTag)
         eprintf(EPF_DBUG, "tryAddToken(EXIT): tok=%p for 5026", static_cast<const void*>(added));
     return added != nullptr ? 0 : -1;
 }
@@ -140,7 +140,7 @@ int addShortNameCommand(const Command& command, DataMap* map) {
 
 int buildLoadMap(DataMap* commands) {
     int number = 0;
-    for (const CommandToken& row : COMMAND_TOKENS) {
+    for (const CommandToken& row : kCommandTokens) {
         Token token;
         token.kvnid = number++;
         token.name = row.name;

@@ -16,7 +16,7 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr int MAX_LINE = 32768;
+constexpr int kMaxLine = 32768;
 
 /// Every pull takes one line, so that the count of pulls is the number of the line.
 MapLoad loadLines(Parser& parser, DataMap* commands, DataMap* map) {
@@ -42,7 +42,7 @@ MapLoad loadMapText(DataMap* map, std::string_view text) {
         return {};
     if (buildLoadMap(&commands) != 0)
         return failed;
-    const std::unique_ptr<Parser> parser = Parser::alloc("vkvn", &commands, MAX_LINE);
+    const std::unique_ptr<Parser> parser = Parser::alloc("vkvn", &commands, kMaxLine);
     if (parser == nullptr)
         return failed;
     std::string ended;

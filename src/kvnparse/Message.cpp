@@ -14,7 +14,7 @@ Message::Message() noexcept
     , isAltIndexPresent(0)
     , pairs(inlinePairs())
     , nextArea(_staticArea)
-    , endArea(_staticArea + STATICAREA)
+    , endArea(_staticArea + kStaticArea)
     , startArea(_staticArea) {}
 
 Message::~Message() = default;
@@ -24,7 +24,7 @@ void Message::releaseHeap() noexcept {
     _pairsalloc = STATICPAIRS;
     m_heapPairs.reset();
     startArea = _staticArea;
-    endArea = _staticArea + STATICAREA;
+    endArea = _staticArea + kStaticArea;
     m_heapArea.reset();
 }
 

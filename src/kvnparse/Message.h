@@ -18,7 +18,7 @@ class Exchange;
 class Message {
 public:
     static constexpr int STATICPAIRS = 32;
-    static constexpr std::size_t STATICAREA = 64;
+    static constexpr std::size_t kStaticArea = 64;
 
     Message() noexcept;
     Message(const Message&) = delete;
@@ -140,7 +140,7 @@ private:
 
     std::int32_t _pairsalloc = STATICPAIRS;
     alignas(TVPair) std::byte _pairs[STATICPAIRS * sizeof(TVPair)];
-    char _staticArea[STATICAREA];
+    char _staticArea[kStaticArea];
     std::unique_ptr<std::byte[]> m_heapPairs;
     std::unique_ptr<char[]> m_heapArea;
 };

@@ -35,10 +35,10 @@ struct atod_ret {
 
 namespace detail {
 
-inline constexpr double DECIMAL_FRACTIONS[] = {1.0,  1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,
+inline constexpr double kDecimalFractions[] = {1.0,  1e-1,  1e-2,  1e-3,  1e-4,  1e-5,  1e-6,  1e-7,  1e-8,
                                                1e-9, 1e-10, 1e-11, 1e-12, 1e-13, 1e-14, 1e-15, 1e-16, 1e-17};
-inline constexpr unsigned MAX_FRACTION_DIGITS = 17;
-inline constexpr std::uint64_t DECIMAL_POWERS[] = {1ULL,
+inline constexpr unsigned kMaxFractionDigits = 17;
+inline constexpr std::uint64_t kDecimalPowers[] = {1ULL,
                                                    10ULL,
                                                    100ULL,
                                                    1000ULL,
@@ -120,10 +120,10 @@ template<class Text>
         ++p;
         const atou64_ret fraction = text.digits(p);
         const auto count = static_cast<std::size_t>(fraction.p - p);
-        if (count > MAX_FRACTION_DIGITS)
+        if (count > kMaxFractionDigits)
             return {start, 0.0};
         if (count > 0)
-            value += static_cast<double>(static_cast<std::int64_t>(fraction.i)) * DECIMAL_FRACTIONS[count];
+            value += static_cast<double>(static_cast<std::int64_t>(fraction.i)) * kDecimalFractions[count];
         p = fraction.p;
     }
     return {p, negative ? -value : value};
@@ -152,7 +152,7 @@ inline atou64_ret _atou64(const char* p, const char* end) noexcept {
             std::uint64_t bytes;
             std::memcpy(&bytes, p, sizeof bytes);
             const detail::DigitGroup group = detail::decodeEight(bytes);
-            value = value * detail::DECIMAL_POWERS[group.count] + group.value;
+            value = value * detail::kDecimalPowers[group.count] + group.value;
             p += group.count;
             if (group.count < 8)
                 return {p, value};

@@ -9,8 +9,8 @@
 namespace KVNAPI {
 namespace {
 
-constexpr double TWO_POW_64 = 18446744073709551616.0;
-constexpr unsigned BILLION = 1000000000;
+constexpr double kTwoPow64 = 18446744073709551616.0;
+constexpr unsigned kBillion = 1000000000;
 
 /// The 1000 texts "000" to "999", one behind the other.
 constexpr std::array<char, 3000> LowNum = [] {
@@ -55,7 +55,7 @@ std::uint64_t roundedMagnitude(double magnitude) {
     if (std::isnan(magnitude))
         return 0;
     const double sum = magnitude + 0.5;
-    return sum < TWO_POW_64 ? static_cast<std::uint64_t>(sum) : UINT64_MAX;
+    return sum < kTwoPow64 ? static_cast<std::uint64_t>(sum) : UINT64_MAX;
 }
 
 /// Number of decimals that a double below the bound carries within 15 significant digits.
@@ -64,14 +64,14 @@ struct DecimalsBelow {
     unsigned decimals;
 };
 
-constexpr DecimalsBelow HONEST_DECIMALS[] = {
+constexpr DecimalsBelow kHonestDecimals[] = {
     {999999.9999999995, 9}, {9999999.999999994, 8}, {99999999.99999996, 7},
     {999999999.9999995, 6}, {9999999999.999994, 5}, {99999999999.99995, 4},
     {999999999999.9995, 3}, {9999999999999.994, 2}, {99999999999999.95, 1},
 };
 
 char* writeWithDecimals(char* buf, double magnitude, unsigned decimals) {
-    const std::uint64_t power = detail::DECIMAL_POWERS[decimals];
+    const std::uint64_t power = detail::kDecimalPowers[decimals];
     const auto whole = static_cast<std::uint64_t>(magnitude);
     const auto scaled = static_cast<std::uint64_t>(magnitude * static_cast<double>(power) + 0.5);
     const std::uint64_t frac = scaled - whole * power;
@@ -90,9 +90,9 @@ char* writeWithDecimals(char* buf, double magnitude, unsigned decimals) {
 } // namespace
 
 char* u64toa(char* buf, std::uint64_t value) {
-    if (value >= BILLION) {
-        buf = u64toa(buf, value / BILLION);
-        return writeNine(buf, static_cast<unsigned>(value % BILLION));
+    if (value >= kBillion) {
+        buf = u64toa(buf, value / kBillion);
+        return writeNine(buf, static_cast<unsigned>(value % kBillion));
     }
     const auto narrow = static_cast<unsigned>(value);
     if (narrow < 1000)
@@ -127,7 +127,7 @@ char* i64toa_wp(char* buf, std::int64_t value, int width) {
 
 char* uitoa_wl(char* buf, unsigned value, unsigned width) {
     char nine[9];
-    writeNine(nine, value % BILLION);
+    writeNine(nine, value % kBillion);
     const std::size_t count = std::min(width, 9u);
     std::memcpy(buf, nine + (9 - count), count);
     return buf + count;
@@ -143,7 +143,7 @@ char* dtoa(char* buf, double value) {
     if (value < 0)
         *buf++ = '-';
     const double magnitude = std::fabs(value);
-    for (const DecimalsBelow& row : HONEST_DECIMALS) {
+    for (const DecimalsBelow& row : kHonestDecimals) {
         if (magnitude < row.bound)
             return writeWithDecimals(buf, magnitude, row.decimals);
     }
@@ -151,12 +151,12 @@ char* dtoa(char* buf, double value) {
 }
 
 void hexifyStr(bufref out, bufref in) {
-    static constexpr char HEX_DIGITS[] = "0123456789ABCDEF";
-    static constexpr bufref_len_t RESERVE = 7;
+    static constexpr char kHexDigits[] = "0123456789ABCDEF";
+    static constexpr bufref_len_t kReserve = 7;
     if (out.len == 0)
         return;
     char* to = out.room();
-    const char* const stop = out.buf + (out.len > RESERVE ? out.len - RESERVE : 0);
+    const char* const stop = out.buf + (out.len > kReserve ? out.len - kReserve : 0);
     for (bufref_len_t i = 0; i < in.len && to < stop; ++i) {
         const char byte = in.buf[i];
         if (byte >= 0x20 && byte <= 0x7E) {
@@ -164,7 +164,7 @@ void hexifyStr(bufref out, bufref in) {
             continue;
         }
         const auto code = static_cast<unsigned char>(byte);
-        for (const char c : {'<', '0', 'x', HEX_DIGITS[code >> 4], HEX_DIGITS[code & 15], '>'})
+        for (const char c : {'<', '0', 'x', kHexDigits[code >> 4], kHexDigits[code & 15], '>'})
             *to++ = c;
     }
     *to = '\0';

@@ -8,9 +8,9 @@
 namespace KVNAPI {
 
 // Writers. Each takes the first byte of the output and returns the position behind the last byte written.
-// None writes a terminator, allocates or knows a locale. NUMBER_TEXT_MAX bytes hold the output of any of
+// None writes a terminator, allocates or knows a locale. kNumberTextMax bytes hold the output of any of
 // them but i64toa_wp with a larger width.
-inline constexpr int NUMBER_TEXT_MAX = 24;
+inline constexpr int kNumberTextMax = 24;
 
 /// Digits padded with zeros on the left to `width`, which does not count the sign. The value 0 has no
 /// digits of its own: with width 0 it writes nothing.

@@ -15,9 +15,9 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr std::size_t REASON_MAX = 4096;
+constexpr std::size_t kReasonMax = 4096;
 /// The least room that a terminated byte in hexadecimal form needs.
-constexpr std::size_t DUMP_MIN = 8;
+constexpr std::size_t kDumpMin = 8;
 
 void describeByte(char byte, char* out, std::size_t size) {
     if (byte >= 0x20 && byte <= 0x7E)
@@ -29,7 +29,7 @@ void describeByte(char byte, char* out, std::size_t size) {
 } // namespace
 
 void parserAbortFunc(bufref frame, const char* position, const char* format, ...) {
-    char reason[REASON_MAX];
+    char reason[kReasonMax];
     va_list args;
     va_start(args, format);
     std::vsnprintf(reason, sizeof reason, format, args);
@@ -45,7 +45,7 @@ void parserAbortFunc(bufref frame, const char* position, const char* format, ...
     const int written = std::snprintf(text.data(), text.size(), "Parser error around pos %d(%s): %s\n",
                                       static_cast<int>(position - frame.buf), found, reason);
     const std::size_t used = std::min(static_cast<std::size_t>(std::max(written, 0)), text.size() - 1);
-    if (text.size() - used >= DUMP_MIN)
+    if (text.size() - used >= kDumpMin)
         hexifyStr(bufref(text.data() + used, text.size() - used), frame);
     // A hub may send the login back.
     text[tp::maskPasswords(text.data(), std::strlen(text.data()))] = '\0';

@@ -19,7 +19,7 @@ Bytef* asBytes(const char* text) {
 
 } // namespace
 
-ZKVNParser::ZKVNParser() : outbuf(std::make_unique<char[]>(OUTBUF_SIZE)) {
+ZKVNParser::ZKVNParser() : outbuf(std::make_unique<char[]>(kOutBufferSize)) {
     eprintf(EPF_DBUG, "ZKVNParser: zlibVersion=%s; ZLIB_VERSION=%s", zlibVersion(), ZLIB_VERSION);
     zlibInit();
 }
@@ -34,7 +34,7 @@ int ZKVNParser::zlibInit() {
 }
 
 int ZKVNParser::setMetaMap(DataMap* map) {
-    std::unique_ptr<Parser> inner = Parser::alloc("kvn", map, static_cast<int>(OUTBUF_SIZE));
+    std::unique_ptr<Parser> inner = Parser::alloc("kvn", map, static_cast<int>(kOutBufferSize));
     if (inner == nullptr) {
         tp::te_error("Could not allocate KVN Parser");
         return 1;
@@ -51,13 +51,13 @@ void ZKVNParser::push(bufref bytes) {
     buf_ = bytes;
     // The block begins with whatever moveRemaining has kept, so what is left of an older one is in it.
     firstUncompressIteration = true;
-    freshInput = bytes.len > 0;
+    m_freshInput = bytes.len > 0;
 }
 
 int ZKVNParser::moveRemaining(bufref dst) {
     // Bytes that were pushed and never looked at count as a whole.
-    const char* from = freshInput ? buf_.buf : reinterpret_cast<const char*>(d_stream.next_in);
-    std::size_t have = freshInput ? buf_.len : d_stream.avail_in;
+    const char* from = m_freshInput ? buf_.buf : reinterpret_cast<const char*>(d_stream.next_in);
+    std::size_t have = m_freshInput ? buf_.len : d_stream.avail_in;
     if (have > dst.len) {
         eprintf(EPF_WARN, "ZKVNParser::moveRemaining(): truncating have=%lu to out.len=%lu",
                 static_cast<unsigned long>(have), static_cast<unsigned long>(dst.len));
@@ -67,7 +67,7 @@ int ZKVNParser::moveRemaining(bufref dst) {
         std::memmove(const_cast<char*>(dst.buf), from, have);
     d_stream.next_in = asBytes(dst.buf);
     d_stream.avail_in = static_cast<uInt>(have);
-    freshInput = false;
+    m_freshInput = false;
     return static_cast<int>(have);
 }
 
@@ -92,7 +92,7 @@ int ZKVNParser::pullKVNMessages(Message* message) {
             return result;
         }
         kvnParsePullInProgress = false;
-        if (firstUncompressIteration && !freshInput && !outputPending) {
+        if (firstUncompressIteration && !m_freshInput && !m_outputPending) {
             buf_ = bufref();
             return result;
         }
@@ -110,7 +110,7 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
     if (firstUncompressIteration) {
         d_stream.next_in = asBytes(buf_.buf);
         d_stream.avail_in = static_cast<uInt>(buf_.len);
-        freshInput = false;
+        m_freshInput = false;
     }
     std::size_t room = 0;
     if (out != nullptr) {
@@ -119,8 +119,9 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
         bytes_read = 0;
     } else {
         // An incomplete frame stays at the front, and inflating goes on behind it.
-        bytes_read = static_cast<std::uint32_t>(kvnParser_->moveRemaining(bufref(outbuf.get(), OUTBUF_SIZE)));
-        room = OUTBUF_SIZE - bytes_read;
+        bytes_read =
+            static_cast<std::uint32_t>(kvnParser_->moveRemaining(bufref(outbuf.get(), kOutBufferSize)));
+        room = kOutBufferSize - bytes_read;
         d_stream.next_out = asBytes(outbuf.get() + bytes_read);
         if (room == 0) {
             // The frame in progress can never complete, and another turn would change nothing.
@@ -139,19 +140,19 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
         return failStream(code);
 
     const auto produced = static_cast<std::size_t>(d_stream.total_out);
-    outputPending = d_stream.avail_out == 0;
+    m_outputPending = d_stream.avail_out == 0;
     // What is left of the input is what a repeated pull and moveRemaining go on with.
     buf_ = bufref(reinterpret_cast<const char*>(d_stream.next_in), d_stream.avail_in);
     if (out != nullptr) {
         firstUncompressIteration = true;
-        if (outputPending)
+        if (m_outputPending)
             eprintf(EPF_DBUG,
                     "***ZKVNParser::unCompressAndPushToKVNParser: d_stream.avail_out=%u (br->len=%lu)",
                     d_stream.avail_out, static_cast<unsigned long>(room));
         out->len = static_cast<bufref_len_t>(produced);
         return 0;
     }
-    firstUncompressIteration = !outputPending;
+    firstUncompressIteration = !m_outputPending;
     bytes_read += static_cast<std::uint32_t>(produced);
     if (bytes_read > 0)
         kvnParser_->push(bufref(outbuf.get(), bytes_read));
@@ -178,8 +179,8 @@ void ZKVNParser::reset() {
         kvnParser_->reset();
     zlibInit();
     firstUncompressIteration = true;
-    freshInput = false;
-    outputPending = false;
+    m_freshInput = false;
+    m_outputPending = false;
     kvnParsePullInProgress = false;
     bytes_read = 0;
 }

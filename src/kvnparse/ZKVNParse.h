@@ -33,7 +33,7 @@ public:
     [[nodiscard]] unsigned int msglen() const override { return 0; }
 
 private:
-    static constexpr std::size_t OUTBUF_SIZE = 131072;
+    static constexpr std::size_t kOutBufferSize = 131072;
 
     int zlibInit();
     [[nodiscard]] int unCompressAndPushToKVNParser(bufref* out);
@@ -44,8 +44,8 @@ private:
     std::unique_ptr<Parser> kvnParser_;
     z_stream d_stream{};
     bool firstUncompressIteration = true; ///< the next inflate takes its input from `buf_`
-    bool freshInput = false;              ///< `buf_` has been pushed and not been looked at
-    bool outputPending = false;           ///< the last inflate filled its space and may have more
+    bool m_freshInput = false;            ///< `buf_` has been pushed and not been looked at
+    bool m_outputPending = false;         ///< the last inflate filled its space and may have more
     bool kvnParsePullInProgress = false;  ///< the inner parser may still hold whole frames
     std::uint32_t bytes_read = 0;         ///< bytes held in `outbuf` for the inner parser
     std::unique_ptr<char[]> outbuf;

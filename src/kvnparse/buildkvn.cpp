@@ -12,14 +12,14 @@ namespace KVNAPI {
 
 namespace {
 
-constexpr char OPTIONS_HELP[] = "\nAvailable options are:\n"
+constexpr char kOptionsHelp[] = "\nAvailable options are:\n"
                                 "  AppendHeader=0|1   : Toggle prepending of 6 byte header\n"
                                 "  SuppressToken=<id> : Add token with kvnid <id> to suppress list\n"
                                 "  SetEOL=<ascii #>   : Set the End-Of-Line character (default 3)";
 
 /// What the header and its pairs take at most, but for the symbol.
-constexpr bufref_len_t HEADER_ROOM = 127;
-constexpr bufref_len_t HEADER_ROOM_NO_PERMISSION = 87;
+constexpr bufref_len_t kHeaderRoom = 127;
+constexpr bufref_len_t kHeaderRoomNoPermission = 87;
 
 } // namespace
 
@@ -47,10 +47,10 @@ int buildkvn::setMetaMap(DataMap* map) {
 
 bufref_len_t buildkvn::headerRoom(const Message& message) const noexcept {
     if (message.permission != nullptr)
-        return HEADER_ROOM;
+        return kHeaderRoom;
     // The source stands there twice at most.
     const bool longId = message.exchange != nullptr && isLongId(*message.exchange);
-    return HEADER_ROOM_NO_PERMISSION + (longId ? 2 * LONG_ID_EXTRA : 0);
+    return kHeaderRoomNoPermission + (longId ? 2 * kLongIdExtra : 0);
 }
 
 char* buildkvn::putHeader(char* out, const Message& message) const noexcept {
@@ -74,7 +74,7 @@ char* buildkvn::putHeader(char* out, const Message& message) const noexcept {
 }
 
 char* buildkvn::putPair(char* out, const char* end, const TVPair& pair) {
-    if (end - out < PAIR_ROOM)
+    if (end - out < kPairRoom)
         return nullptr;
     if (const kvnencoder_t encoder = m_funcs.find(*m_tokens.map, pair.token); encoder != nullptr)
         return encoder(this, out, &pair);
@@ -87,10 +87,10 @@ char* buildkvn::putPair(char* out, const char* end, const TVPair& pair) {
 int buildkvn::encode(bufref* out, const Message* msg) {
     if (!m_tokens.isBound(*this))
         return -1;
-    const std::size_t lead = appendHeader_ != 0 ? KVN_HEADER_SIZE : 0;
+    const std::size_t lead = appendHeader_ != 0 ? kKvnHeaderSize : 0;
     const int result = encodeFields(*this, out, *msg, lead, terminator_);
     if (result == 0 && lead != 0)
-        writeFrameHeader(out->room(), static_cast<std::uint32_t>(out->len - KVN_FRAME_EXTRA));
+        writeFrameHeader(out->room(), static_cast<std::uint32_t>(out->len - kKvnFrameExtra));
     return result;
 }
 
@@ -112,7 +112,7 @@ int buildkvn::suppress(const char* id) {
 int buildkvn::setOption(const char* name, const char* value) {
     const std::string_view option(name);
     if (option == "help") {
-        tp::te_seterror(OPTIONS_HELP);
+        tp::te_seterror(kOptionsHelp);
         return -1;
     }
     if (option == "SuppressToken")

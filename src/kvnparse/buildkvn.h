@@ -17,7 +17,7 @@ namespace KVNAPI {
 class buildkvn final : public Encoder {
 public:
     /// What one pair takes at most, but for a text.
-    static constexpr std::ptrdiff_t PAIR_ROOM = 34;
+    static constexpr std::ptrdiff_t kPairRoom = 34;
 
     /// Also refuses a map that has a token of kvnEncodeRules with another storage.
     [[nodiscard]] int setMetaMap(DataMap* map) override;

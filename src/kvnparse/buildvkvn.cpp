@@ -13,17 +13,17 @@ namespace KVNAPI {
 namespace {
 
 /// What the pairs of the header take at most, but for the symbol and the ids that are long.
-constexpr bufref_len_t HEADER_ROOM = 346;
-constexpr bufref_len_t HEADER_ROOM_NO_PERMISSION = 273;
+constexpr bufref_len_t kHeaderRoom = 346;
+constexpr bufref_len_t kHeaderRoomNoPermission = 273;
 
 bufref_len_t longIdRoom(const Exchange* exchange) noexcept {
-    return exchange != nullptr && isLongId(*exchange) ? LONG_ID_EXTRA : 0;
+    return exchange != nullptr && isLongId(*exchange) ? kLongIdExtra : 0;
 }
 
 } // namespace
 
 bufref_len_t buildvkvn::headerRoom(const Message& message) noexcept {
-    return (message.permission != nullptr ? HEADER_ROOM : HEADER_ROOM_NO_PERMISSION) +
+    return (message.permission != nullptr ? kHeaderRoom : kHeaderRoomNoPermission) +
            longIdRoom(message.permission) + longIdRoom(message.exchange);
 }
 
@@ -53,7 +53,7 @@ char* buildvkvn::putHeader(char* out, const Message& message) const noexcept {
 }
 
 char* buildvkvn::putPair(char* out, const char* end, const TVPair& pair) const {
-    if (end - out < PAIR_ROOM)
+    if (end - out < kPairRoom)
         return nullptr;
     out = putValue(putName(out, pair.token), end, pair);
     if (out != nullptr)

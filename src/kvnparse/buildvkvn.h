@@ -14,7 +14,7 @@ class TVPair;
 class buildvkvn final : public Encoder {
 public:
     /// What one pair takes at most, but for a text.
-    static constexpr std::ptrdiff_t PAIR_ROOM = 87;
+    static constexpr std::ptrdiff_t kPairRoom = 87;
 
     [[nodiscard]] int setMetaMap(DataMap* map) override { return m_tokens.lookUp(map); }
     /// There are none.

@@ -9,9 +9,9 @@
 namespace tivra_internal {
 
 const std::string& AltIndexTable::tickerKey(int source, std::string_view symbol) {
-    char number[KVNAPI::NUMBER_TEXT_MAX];
+    char number[KVNAPI::kNumberTextMax];
     const char* const end = KVNAPI::i64toa(number, source);
-    m_tickerKey.assign(number, static_cast<size_t>(end - number));
+    m_tickerKey.assign(number, static_cast<std::size_t>(end - number));
     m_tickerKey += ',';
     m_tickerKey += symbol;
     return m_tickerKey;

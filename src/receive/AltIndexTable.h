@@ -18,9 +18,9 @@ namespace tivra_internal {
 class AltIndexTable {
 public:
     /// An application may not fill the memory with identifiers.
-    static constexpr size_t kMaxKeys = 1'000'000;
+    static constexpr std::size_t kMaxKeys = 1'000'000;
 
-    explicit AltIndexTable(size_t maxKeys = kMaxKeys) noexcept : m_maxKeys(maxKeys) {}
+    explicit AltIndexTable(std::size_t maxKeys = kMaxKeys) noexcept : m_maxKeys(maxKeys) {}
 
     /// False while no ticker has an identifier; tested once per message.
     [[nodiscard]] bool inUse() const noexcept { return m_altIndexInUse; }
@@ -44,7 +44,7 @@ private:
     /// The token number in decimal, "=", and the value.
     [[nodiscard]] static std::string identifierKey(const AltIndexInfo& info);
 
-    const size_t m_maxKeys;
+    const std::size_t m_maxKeys;
     bool m_altIndexInUse = false;
     SymAltIdMapType symAltIdMap; ///< by ticker key
     AltIdSymMapType altIdSymMap; ///< by identifier key; holds ticker keys

@@ -69,7 +69,7 @@ int MessageEventImpl::isConflatable() const noexcept {
         return -1;
     if (m_msg->isRetCodePresent || m_msg->isTagPresent || m_msg->findPair(conflationIndicTok) != nullptr)
         return 0;
-    return getSource() == SYSTEM_SOURCE ? 0 : 1;
+    return getSource() == kSystemSource ? 0 : 1;
 }
 
 std::string MessageEventImpl::getSymbol() const {
@@ -96,25 +96,25 @@ std::string MessageEventImpl::getStatusString() const {
     return m_msg != nullptr ? std::string(sessionImpl.getRetCodeDesc(m_statusCode)) : std::string();
 }
 
-size_t MessageEventImpl::getNumberofAlternateIndexes() const noexcept {
+std::size_t MessageEventImpl::getNumberofAlternateIndexes() const noexcept {
     return m_alternateIndex != nullptr ? m_alternateIndex->size() : 0;
 }
 
-const AltIndexInfo* MessageEventImpl::alternateIndex(size_t i) const noexcept {
+const AltIndexInfo* MessageEventImpl::alternateIndex(std::size_t i) const noexcept {
     return i < getNumberofAlternateIndexes() ? &(*m_alternateIndex)[i] : nullptr;
 }
 
-int MessageEventImpl::getAlternateIndexTokenNumber(size_t i) const noexcept {
+int MessageEventImpl::getAlternateIndexTokenNumber(std::size_t i) const noexcept {
     const AltIndexInfo* const index = alternateIndex(i);
     return index != nullptr ? index->kvnid : -1;
 }
 
-std::string MessageEventImpl::getAlternateIndexTokenName(size_t i) const {
+std::string MessageEventImpl::getAlternateIndexTokenName(std::size_t i) const {
     const AltIndexInfo* const index = alternateIndex(i);
     return index != nullptr && m_dicMap != nullptr ? m_dicMap->tokenName(index->kvnid) : "";
 }
 
-std::string MessageEventImpl::getAlternateIndexValue(size_t i) const {
+std::string MessageEventImpl::getAlternateIndexValue(std::size_t i) const {
     const AltIndexInfo* const index = alternateIndex(i);
     return index != nullptr ? index->value : std::string();
 }

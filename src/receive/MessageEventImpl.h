@@ -59,13 +59,13 @@ public:
     [[nodiscard]] std::string_view getBody() const noexcept {
         return m_msg != nullptr ? m_body : std::string_view();
     }
-    [[nodiscard]] size_t getNumberofAlternateIndexes() const noexcept;
-    [[nodiscard]] int getAlternateIndexTokenNumber(size_t i) const noexcept;
-    [[nodiscard]] std::string getAlternateIndexTokenName(size_t i) const;
-    [[nodiscard]] std::string getAlternateIndexValue(size_t i) const;
+    [[nodiscard]] std::size_t getNumberofAlternateIndexes() const noexcept;
+    [[nodiscard]] int getAlternateIndexTokenNumber(std::size_t i) const noexcept;
+    [[nodiscard]] std::string getAlternateIndexTokenName(std::size_t i) const;
+    [[nodiscard]] std::string getAlternateIndexValue(std::size_t i) const;
 
 private:
-    [[nodiscard]] const AltIndexInfo* alternateIndex(size_t i) const noexcept;
+    [[nodiscard]] const AltIndexInfo* alternateIndex(std::size_t i) const noexcept;
 
     ReadHandlerSession& sessionImpl;
     MessageReaderImpl* m_reader; ///< behind `msgReader`

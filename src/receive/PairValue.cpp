@@ -64,7 +64,7 @@ std::string_view textOf(const KVNAPI::TVPair& pair, NumberText& room) noexcept {
         end = KVNAPI::i64toa(start, pair.i);
         break;
     }
-    return {start, static_cast<size_t>(end - start)};
+    return {start, static_cast<std::size_t>(end - start)};
 }
 
 } // namespace tivra_internal

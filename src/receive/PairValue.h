@@ -20,7 +20,7 @@ namespace tivra_internal {
 [[nodiscard]] double doubleOf(const KVNAPI::TVPair& pair) noexcept;
 
 /// Room for the text of a number.
-using NumberText = std::array<char, KVNAPI::NUMBER_TEXT_MAX>;
+using NumberText = std::array<char, KVNAPI::kNumberTextMax>;
 
 /// The bytes of a string value as they lie in the message, or a number's text in `room`.
 [[nodiscard]] std::string_view textOf(const KVNAPI::TVPair& pair, NumberText& room) noexcept;

@@ -23,7 +23,7 @@ constexpr std::chrono::microseconds kSlice{1000};
 QPoll::QPoll(int capacity)
     : m_capacity(capacity)
     , m_waker(std::make_shared<QueueWaker>())
-    , m_qpoll_qd(std::make_unique<qpoll_info[]>(static_cast<size_t>(capacity))) {}
+    , m_qpoll_qd(std::make_unique<qpoll_info[]>(static_cast<std::size_t>(capacity))) {}
 
 QPoll::~QPoll() = default;
 
@@ -52,7 +52,7 @@ int QPoll::qpoll_ctl(int op, Queue* q, const qpoll_event* ev) {
             errno = ENOSPC;
             return -1;
         }
-        m_qpoll_qd[static_cast<size_t>(num_qds++)] = {q, *ev};
+        m_qpoll_qd[static_cast<std::size_t>(num_qds++)] = {q, *ev};
         q->setWaker(m_waker);
         return 0;
     case QPOLL_CTL_MOD:
@@ -89,7 +89,7 @@ int QPoll::scan(qpoll_ready* out, Scan kind) {
     tp::MutexLock lock(qpoll_mutex);
     int n = 0;
     for (int i = 0; i < num_qds; ++i) {
-        const qpoll_info& info = m_qpoll_qd[static_cast<size_t>(i)];
+        const qpoll_info& info = m_qpoll_qd[static_cast<std::size_t>(i)];
         if ((info.events.events & POLLIN) == 0)
             continue;
         if (kind == Scan::Plain ? info.queue->isEmpty() : info.queue->isEmptyBeforeSleep())

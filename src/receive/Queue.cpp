@@ -14,14 +14,14 @@ namespace tivra_internal {
 
 namespace {
 
-constexpr size_t kMegabyte = 1048576;
-constexpr size_t kMinMegabytes = 1;
-constexpr size_t kMaxMegabytes = 256;
-constexpr size_t kMaxDesc = 255;
+constexpr std::size_t kMegabyte = 1048576;
+constexpr std::size_t kMinMegabytes = 1;
+constexpr std::size_t kMaxMegabytes = 256;
+constexpr std::size_t kMaxDesc = 255;
 /// Where a frame goes that the end of the ring splits.
-constexpr size_t kSplitCopy = Queue::kMaxBody;
+constexpr std::size_t kSplitCopy = Queue::kMaxBody;
 
-size_t correctedSize(size_t megabytes) {
+std::size_t correctedSize(std::size_t megabytes) {
     if (megabytes < kMinMegabytes) {
         eprintf(EPF_WARN,
                 "Requested Queue size of %ld megabytes is smaller than the minimum of %zu; will allocate %zu "
@@ -40,7 +40,7 @@ size_t correctedSize(size_t megabytes) {
 }
 
 /// Allocates the ring, a smaller one when need be; corrects `megabytes` to what was possible.
-char* allocateRing(size_t& megabytes) {
+char* allocateRing(std::size_t& megabytes) {
     for (;;) {
         if (void* block = std::malloc(megabytes * kMegabyte))
             return static_cast<char*>(block);
@@ -56,7 +56,7 @@ char* allocateRing(size_t& megabytes) {
 
 } // namespace
 
-Queue::Queue(size_t megabytes, bool useCompression, QueueHub* hub, int queueDepthThreshold)
+Queue::Queue(std::size_t megabytes, bool useCompression, QueueHub* hub, int queueDepthThreshold)
     : m_compression(useCompression)
     , m_hub(hub)
     , m_splitCopy(std::make_unique_for_overwrite<char[]>(kSplitCopy))
@@ -141,26 +141,26 @@ void Queue::reset() {
     endGarbage();
 }
 
-bool Queue::writeToQueue(const char* kvn_str, size_t len) {
+bool Queue::writeToQueue(const char* kvn_str, std::size_t len) {
     std::shared_ptr<QueueWaker> sleeper;
     {
         tp::MutexLock lock(m_write_mutex);
         const char* const read = m_ReadQueue.load(std::memory_order_acquire);
         if (m_WriteStream == m_BufferEnd && read != m_BufferStart)
             m_WriteStream = m_BufferStart;
-        size_t first = 0, second = 0; // room in one piece, and behind the wrap
+        std::size_t first = 0, second = 0; // room in one piece, and behind the wrap
         if (m_WriteStream < read) {
-            first = static_cast<size_t>(read - m_WriteStream) - 1;
+            first = static_cast<std::size_t>(read - m_WriteStream) - 1;
         } else {
-            first = static_cast<size_t>(m_BufferEnd - m_WriteStream);
+            first = static_cast<std::size_t>(m_BufferEnd - m_WriteStream);
             if (read > m_BufferStart)
-                second = static_cast<size_t>(read - m_BufferStart) - 1;
+                second = static_cast<std::size_t>(read - m_BufferStart) - 1;
         }
         if (len > first + second)
             return false;
         if (len == 0)
             return true;
-        const size_t inFirst = std::min(len, first);
+        const std::size_t inFirst = std::min(len, first);
         std::memcpy(m_WriteStream, kvn_str, inFirst);
         m_WriteStream += inFirst;
         if (len > inFirst) {
@@ -224,16 +224,16 @@ bool Queue::popSplit(char* read, char* written, FrameScan& scan) {
     if (!scan.moreDataNeeded)
         return false;
 
-    const auto firstPart = static_cast<size_t>(m_BufferEnd - scan.msgStart);
-    const auto secondPart = static_cast<size_t>(written - m_BufferStart);
+    const auto firstPart = static_cast<std::size_t>(m_BufferEnd - scan.msgStart);
+    const auto secondPart = static_cast<std::size_t>(written - m_BufferStart);
     eprintf(EPF_DBUG, "%s: Copy split message into a temporary buffer; dataSize=%zu", getSocketDesc().c_str(),
             firstPart + secondPart);
     eprintf(EPF_DBUG, "OUT --> %lu; OUT_DROP_BYTES=%lu; discardBytesThisMessage=%lu\n",
             m_stats.out.m_msgs_out.get(), m_stats.out.cum_out_dropped_bytes.get(), scan.discardBytes);
     if (firstPart + secondPart > kSplitCopy)
         eprintf(EPF_DBUG, "Truncate copy to dataSize=%zu", kSplitCopy);
-    const size_t first = std::min(firstPart, kSplitCopy);
-    const size_t second = std::min(secondPart, kSplitCopy - first);
+    const std::size_t first = std::min(firstPart, kSplitCopy);
+    const std::size_t second = std::min(secondPart, kSplitCopy - first);
     std::memcpy(m_splitCopy.get(), scan.msgStart, first);
     std::memcpy(m_splitCopy.get() + first, m_BufferStart, second);
 
@@ -246,7 +246,7 @@ bool Queue::popSplit(char* read, char* written, FrameScan& scan) {
         return false;
     }
     scan.nextElement =
-        advance(scan.msgStart, firstPart, static_cast<size_t>(copy.nextElement - m_splitCopy.get()));
+        advance(scan.msgStart, firstPart, static_cast<std::size_t>(copy.nextElement - m_splitCopy.get()));
     scan.msgStart = copy.msgStart;
     scan.msgLen = copy.msgLen;
     return true;
@@ -254,16 +254,17 @@ bool Queue::popSplit(char* read, char* written, FrameScan& scan) {
 
 /// The place in the ring that lies `count` bytes behind `position`, which has `firstLen` bytes in front of
 /// the end.
-char* Queue::advance(char* position, size_t firstLen, size_t count) const {
+char* Queue::advance(char* position, std::size_t firstLen, std::size_t count) const {
     return count < firstLen ? position + count : m_BufferStart + (count - firstLen);
 }
 
 // Finds where to go on in the ring after no frame came out of a copy of `copied` bytes.
-void Queue::skipInCopy(char* read, char* written, size_t copied, const FrameScan& copy, FrameScan& scan) {
-    const auto firstLen = static_cast<size_t>(m_BufferEnd - scan.msgStart);
-    const bool truncated = copied < firstLen + static_cast<size_t>(written - m_BufferStart);
-    const auto startInCopy = static_cast<size_t>(copy.msgStart - m_splitCopy.get());
-    const auto consumed = static_cast<size_t>(copy.nextElement - m_splitCopy.get());
+void Queue::skipInCopy(char* read, char* written, std::size_t copied, const FrameScan& copy,
+                       FrameScan& scan) {
+    const auto firstLen = static_cast<std::size_t>(m_BufferEnd - scan.msgStart);
+    const bool truncated = copied < firstLen + static_cast<std::size_t>(written - m_BufferStart);
+    const auto startInCopy = static_cast<std::size_t>(copy.msgStart - m_splitCopy.get());
+    const auto consumed = static_cast<std::size_t>(copy.nextElement - m_splitCopy.get());
     if (!copy.moreDataNeeded || startInCopy == copied) {
         // A start without a frame behind it, or no start at all. What was skipped in front of the copy is
         // scanned once more.

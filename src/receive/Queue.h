@@ -35,12 +35,12 @@ class QueueWaker;
 class Queue {
 public:
     /// The smallest free space in which a normal read goes ahead, and the most that a forced one reads.
-    static constexpr size_t MIN_AVAIL_LEN = 24576;
+    static constexpr std::size_t MIN_AVAIL_LEN = 24576;
     /// The longest body of a frame.
-    static constexpr uint32_t kMaxBody = KVNAPI::KVN_MAX_BODY;
+    static constexpr uint32_t kMaxBody = KVNAPI::kKvnMaxBody;
 
     /// `megabytes` is corrected to 1..256. `hub` gets the fill reports; it may be null and is borrowed.
-    Queue(size_t megabytes, bool useCompression, QueueHub* hub, int queueDepthThreshold);
+    Queue(std::size_t megabytes, bool useCompression, QueueHub* hub, int queueDepthThreshold);
     ~Queue();
     Queue(const Queue&) = delete;
     Queue& operator=(const Queue&) = delete;
@@ -82,7 +82,7 @@ public:
 
     /// Puts a complete frame, built by the library itself, into the ring; false when it doesn't fit. Only for
     /// the queue of a connection without a socket. @thread any
-    [[nodiscard]] bool writeToQueue(const char* kvn_str, size_t len) TP_EXCLUDES(m_write_mutex);
+    [[nodiscard]] bool writeToQueue(const char* kvn_str, std::size_t len) TP_EXCLUDES(m_write_mutex);
 
     // --- consumer; @thread user ---
     /// Delivers one frame; true when a message went out.
@@ -147,8 +147,8 @@ private:
     };
     /// How many bytes the next read may bring, and how many are free in all.
     struct Room {
-        size_t length;
-        size_t available;
+        std::size_t length;
+        std::size_t available;
     };
     /// A debug line with the totals goes out each time that so many messages have come in, or gone out.
     static constexpr uint64_t kMessagesPerLine = 1'000'000;
@@ -176,9 +176,9 @@ private:
     void movePointersToStart() TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] bool popInPlace(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] bool popSplit(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
-    void skipInCopy(char* read, char* written, size_t copied, const FrameScan& copy, FrameScan& scan)
+    void skipInCopy(char* read, char* written, std::size_t copied, const FrameScan& copy, FrameScan& scan)
         TP_REQUIRES(m_reset_mutex);
-    [[nodiscard]] char* advance(char* position, size_t firstLen, size_t count) const;
+    [[nodiscard]] char* advance(char* position, std::size_t firstLen, std::size_t count) const;
     [[nodiscard]] bool deliver(const FrameScan& scan) TP_REQUIRES(m_reset_mutex);
 
     // QueueSocket.cpp
@@ -187,11 +187,11 @@ private:
     [[nodiscard]] Room roomAt(const char* read) const;
     void leaveEnd(const char* read);
     [[nodiscard]] bool readWithoutRoom(int fd);
-    [[nodiscard]] bool readPlain(int fd, size_t length, double curtime);
+    [[nodiscard]] bool readPlain(int fd, std::size_t length, double curtime);
     [[nodiscard]] bool readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode,
                                       double curtime);
-    [[nodiscard]] bool inflateOnce(KVNAPI::StreamParser& parser, int fd, size_t length, double curtime,
-                                   size_t& produced);
+    [[nodiscard]] bool inflateOnce(KVNAPI::StreamParser& parser, int fd, std::size_t length, double curtime,
+                                   std::size_t& produced);
     void noteRead(double curtime);
 
     // QueueFlowControl.cpp
@@ -206,8 +206,8 @@ private:
     void wakeReads();
 
     // Built with.
-    size_t m_size;          ///< bytes
-    size_t m_q_check_bytes; ///< bytes framed between two fill checks
+    std::size_t m_size;          ///< bytes
+    std::size_t m_q_check_bytes; ///< bytes framed between two fill checks
     const bool m_compression;
     QueueHub* const m_hub;
     std::unique_ptr<char, FreeBlock> m_block;
@@ -252,7 +252,7 @@ private:
     bool m_jitConflation = false;
     int m_jitThreshold = 25;
     int m_lastJitPct = 0;
-    size_t m_startJitIndex = 0;
+    std::size_t m_startJitIndex = 0;
     std::atomic<int64_t> m_numOutstandingQueries{0};
     std::atomic<bool> m_suspendReadFromSocket{false};
     int m_warnThreshold;     ///< percent above which reads are suspended

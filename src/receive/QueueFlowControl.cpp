@@ -114,7 +114,7 @@ bool Queue::controlJit(int level) {
             m_startJitIndex = 0;
         }
     } else if (level > m_lastJitPct) {
-        for (size_t row = m_startJitIndex; row + 1 < bufThreshold.size(); ++row) {
+        for (std::size_t row = m_startJitIndex; row + 1 < bufThreshold.size(); ++row) {
             if (level < bufThreshold[row] || level >= bufThreshold[row + 1])
                 continue;
             if (!reportFillLevel(level))
@@ -132,7 +132,7 @@ bool Queue::reportFillLevel(int level) {
         return true;
     char text[64];
     std::snprintf(text, sizeof text, "5026=%d|5022=ReportApiStats|13912=%d",
-                  static_cast<int>(REPORT_API_STATS_TAG), level);
+                  static_cast<int>(kReportApiStatisticsTag), level);
     timeval timeout{0, kReportMicroseconds};
     return m_hub->sendRequest(text, &timeout) >= 0;
 }
@@ -180,7 +180,7 @@ void Queue::printStats(bool endOfInterval, bool endOfSecond, double curtime) {
                 getSocketDesc().c_str(), m_stats.getValidMsgsIn(), m_stats.getMsgsOut(),
                 m_stats.getNetMsgsOut(), m_stats.getDroppedBytes(),
                 static_cast<long>(m_stats.getHubDroppedBytes()),
-                static_cast<size_t>(m_available_bytes.load(std::memory_order_relaxed)),
+                static_cast<std::size_t>(m_available_bytes.load(std::memory_order_relaxed)),
                 static_cast<long>(getQueryCount()), m_lastRead.load(std::memory_order_relaxed));
         return;
     }
@@ -198,7 +198,7 @@ void Queue::printStats(bool endOfInterval, bool endOfSecond, double curtime) {
             getSocketDesc().c_str(), m_stats.getBytesIn(), m_stats.getMsgsIn(), m_stats.getValidMsgsIn(),
             m_stats.getMsgsOut(), m_stats.getNetMsgsOut(), m_stats.getDroppedBytes(),
             static_cast<long>(m_stats.getHubDroppedBytes()),
-            static_cast<size_t>(m_available_bytes.load(std::memory_order_relaxed)), getPctFull(),
+            static_cast<std::size_t>(m_available_bytes.load(std::memory_order_relaxed)), getPctFull(),
             getPeakPctFull(), m_stats.getInputMsgSec_100ms(), m_stats.getPeakInputMsgSec_100ms(),
             m_stats.getInputMsgSec_1sec(), m_stats.getPeakInputMsgSec_1sec(), m_stats.getOutputMsgSec_100ms(),
             m_stats.getPeakOutputMsgSec_100ms(), m_stats.getOutputMsgSec_1sec(),

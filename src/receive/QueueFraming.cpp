@@ -14,8 +14,8 @@ namespace tivra_internal {
 namespace {
 
 using KVNAPI::ETX;
-using KVNAPI::KVN_FRAME_EXTRA;
-using KVNAPI::KVN_HEADER_SIZE;
+using KVNAPI::kKvnFrameExtra;
+using KVNAPI::kKvnHeaderSize;
 using KVNAPI::KVN_START;
 
 /// Bytes without a frame that are worth a warning, and those that no hub sends.
@@ -26,7 +26,7 @@ constexpr uint64_t kTooMuchGarbage = 1048576;
 char* findStart(char* from, char* end, uint64_t& skipped) {
     if (from < end && *from == KVN_START)
         return from;
-    const auto length = static_cast<size_t>(end - from);
+    const auto length = static_cast<std::size_t>(end - from);
     void* const found = length > 0 ? std::memchr(from, KVN_START, length) : nullptr;
     char* const start = found != nullptr ? static_cast<char*>(found) : end;
     skipped += static_cast<uint64_t>(start - from);
@@ -41,9 +41,9 @@ bool Queue::frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) 
     scan = FrameScan{};
     scan.nextElement = where.end;
     scan.msgStart = findStart(where.start, where.end, scan.discardBytes);
-    const auto remaining = static_cast<size_t>(where.end - scan.msgStart);
+    const auto remaining = static_cast<std::size_t>(where.end - scan.msgStart);
     uint32_t length = 0;
-    if (remaining >= KVN_HEADER_SIZE) {
+    if (remaining >= kKvnHeaderSize) {
         length = KVNAPI::frameBodyLength(scan.msgStart);
         if (length > kMaxBody) {
             ++scan.discardBytes;
@@ -57,11 +57,11 @@ bool Queue::frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) 
                         static_cast<void*>(where.start), static_cast<void*>(where.end), remaining);
             return false;
         }
-        if (length + KVN_HEADER_SIZE < remaining) {
-            char* const last = scan.msgStart + KVN_HEADER_SIZE + length;
+        if (length + kKvnHeaderSize < remaining) {
+            char* const last = scan.msgStart + kKvnHeaderSize + length;
             if (*last == ETX) {
                 scan.nextElement = last + 1;
-                scan.msgLen = length + KVN_FRAME_EXTRA;
+                scan.msgLen = length + kKvnFrameExtra;
                 return true;
             }
             ++scan.discardBytes;
@@ -81,14 +81,14 @@ bool Queue::frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) 
 bool Queue::frameInSecond(const Stretch& where, uint32_t length, FrameScan& scan, bool logFaults) const {
     scan.moreDataNeeded = false;
     scan.nextElement = where.end2;
-    const auto firstLen = static_cast<size_t>(where.end - scan.msgStart);
+    const auto firstLen = static_cast<std::size_t>(where.end - scan.msgStart);
     char* second = where.start2;
     if (firstLen == 0) {
         if (logFaults)
             eprintf(EPF_DBUG,
                     "%s: frameMessage: firstSegLen == 0; so moving pos back to start; secondSegLen=%zu; "
                     "*discardBytes=%lu",
-                    getSocketDesc().c_str(), static_cast<size_t>(where.end2 - where.start2),
+                    getSocketDesc().c_str(), static_cast<std::size_t>(where.end2 - where.start2),
                     scan.discardBytes);
         scan.msgStart = second = findStart(where.start2, where.end2, scan.discardBytes);
         if (second == where.end2) {
@@ -96,16 +96,16 @@ bool Queue::frameInSecond(const Stretch& where, uint32_t length, FrameScan& scan
             return false;
         }
     }
-    const size_t remaining = firstLen + static_cast<size_t>(where.end2 - second);
-    if (remaining < KVN_HEADER_SIZE) {
+    const std::size_t remaining = firstLen + static_cast<std::size_t>(where.end2 - second);
+    if (remaining < kKvnHeaderSize) {
         scan.moreDataNeeded = true;
         return false;
     }
-    const auto byteAt = [&](size_t i) -> unsigned char {
+    const auto byteAt = [&](std::size_t i) -> unsigned char {
         return static_cast<unsigned char>(i < firstLen ? scan.msgStart[i] : second[i - firstLen]);
     };
     if (length == 0) {
-        for (size_t i = 2; i < KVN_HEADER_SIZE; ++i)
+        for (std::size_t i = 2; i < kKvnHeaderSize; ++i)
             length = length << 8 | byteAt(i);
     }
     if (length > kMaxBody) {
@@ -121,7 +121,7 @@ bool Queue::frameInSecond(const Stretch& where, uint32_t length, FrameScan& scan
                     static_cast<void*>(scan.nextElement));
         return false;
     }
-    const size_t last = KVN_HEADER_SIZE + length;
+    const std::size_t last = kKvnHeaderSize + length;
     if (last >= remaining) {
         scan.moreDataNeeded = true;
         return false;
@@ -146,8 +146,8 @@ bool Queue::unframed(Stretch& where) const {
         return true;
     }
     where = {start, m_BufferEnd, m_BufferStart, m_WriteStream};
-    const auto firstLen = static_cast<size_t>(m_BufferEnd - start);
-    const auto secondLen = static_cast<size_t>(m_WriteStream - m_BufferStart);
+    const auto firstLen = static_cast<std::size_t>(m_BufferEnd - start);
+    const auto secondLen = static_cast<std::size_t>(m_WriteStream - m_BufferStart);
     if (firstLen <= m_size && secondLen <= m_size)
         return true;
     eprintf(EPF_CRIT,

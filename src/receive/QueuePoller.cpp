@@ -53,7 +53,7 @@ void QueuePoller::remove(const Entry& entry, Event* event) {
 void QueuePoller::clearPending(const Event* event, uint32_t flags) {
     const int count = m_qpoll_count.load(std::memory_order_acquire);
     for (int i = 0; i < count; ++i) {
-        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
+        QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<std::size_t>(i)];
         if (entry.data.load(std::memory_order_relaxed) == event) {
             entry.events.fetch_and(~flags, std::memory_order_acq_rel);
             return;
@@ -99,7 +99,7 @@ void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>&
 /// The handler of a ready entry. Read when its turn comes: whoever unregisters a handler clears what is still
 /// pending for it, and then there is none.
 UserEventBase* QueuePoller::pendingHandler(int i) const noexcept {
-    const QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<size_t>(i)];
+    const QPoll::qpoll_ready& entry = m_qpoll_events[static_cast<std::size_t>(i)];
     return entry.events.load(std::memory_order_acquire) != 0 ? entry.data.load(std::memory_order_relaxed)
                                                              : nullptr;
 }

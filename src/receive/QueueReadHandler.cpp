@@ -28,9 +28,9 @@ constexpr const char* kParserName = "kvn";
 /// What a frame has between its header and its end byte.
 std::string_view bodyOf(const char* frame, unsigned long length) noexcept {
     const std::string_view bytes(frame, length);
-    return length < KVNAPI::KVN_FRAME_EXTRA
+    return length < KVNAPI::kKvnFrameExtra
                ? std::string_view()
-               : bytes.substr(KVNAPI::KVN_HEADER_SIZE, length - KVNAPI::KVN_FRAME_EXTRA);
+               : bytes.substr(KVNAPI::kKvnHeaderSize, length - KVNAPI::kKvnFrameExtra);
 }
 
 /// Keeps the event from pointing at a message that is gone, however the callback ends.
@@ -131,10 +131,10 @@ bool QueueReadHandler::process_message(KVNAPI::Message& msg) {
         readTag(in);
     if (in.hasStatus && in.hasTag)
         countAnsweredQuery(in);
-    if (msg.exchange != nullptr && msg.exchange->id == SYSTEM_SOURCE && consumeSystemRecord(msg))
+    if (msg.exchange != nullptr && msg.exchange->id == kSystemSource && consumeSystemRecord(msg))
         return false;
     if (in.hasTag) {
-        if (in.tag == GET_STATUS_TAG || in.tag == GET_HUBSTATUS_TAG)
+        if (in.tag == kGetStatusTag || in.tag == kGetHubStatusTag)
             return false;
         if (!applyAlternateIndexes(in))
             return false;
@@ -164,7 +164,7 @@ void QueueReadHandler::readTag(Incoming& in) const noexcept {
 }
 
 void QueueReadHandler::countAnsweredQuery(Incoming& in) {
-    if (in.tag <= LAST_LIBRARY_TAG)
+    if (in.tag <= kLastLibraryTag)
         return;
     const bool isQuery = m_session.isQueryCommand(in.tag, m_hubClient.client(), in.command);
     if (isQuery || isSnapCommand(in.command))

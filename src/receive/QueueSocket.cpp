@@ -22,7 +22,7 @@ constexpr double kForceMargin = 5.0;
 constexpr double kTooSlow = 60.0;
 /// The most that one read cycle inflates: a few compressed bytes can hold very many, and the thread serves
 /// other hubs too.
-constexpr size_t kMaxInflated = 16U << 20;
+constexpr std::size_t kMaxInflated = 16U << 20;
 
 bool isTransient(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -110,11 +110,11 @@ void Queue::leaveEnd(const char* read) {
 
 Queue::Room Queue::roomAt(const char* read) const {
     if (read <= m_WriteStream) {
-        const auto toEnd = static_cast<size_t>(m_BufferEnd - m_WriteStream);
-        return {toEnd, toEnd + static_cast<size_t>(read - m_BufferStart)};
+        const auto toEnd = static_cast<std::size_t>(m_BufferEnd - m_WriteStream);
+        return {toEnd, toEnd + static_cast<std::size_t>(read - m_BufferStart)};
     }
     // One byte stays free, so that a full ring doesn't look like an empty one.
-    const auto gap = static_cast<size_t>(read - m_WriteStream) - 1;
+    const auto gap = static_cast<std::size_t>(read - m_WriteStream) - 1;
     return {gap, gap};
 }
 
@@ -130,7 +130,7 @@ Queue::Room Queue::findRoom(ReadMode mode) {
         // The consumer has taken everything: what fills the ring is a frame that can never complete.
         eprintf(EPF_WARN, "Queue is full but no valid message in queue; discarding queue contents\n");
         m_stats.in.cum_dropped_bytes.add(m_size);
-        room.length = room.available = static_cast<size_t>(m_BufferEnd - m_WriteStream);
+        room.length = room.available = static_cast<std::size_t>(m_BufferEnd - m_WriteStream);
         if (room.length < MIN_AVAIL_LEN) {
             m_WriteStream = read;
             leaveEnd(read);
@@ -167,7 +167,7 @@ bool Queue::readWithoutRoom(int fd) {
     return false;
 }
 
-bool Queue::readPlain(int fd, size_t length, double curtime) {
+bool Queue::readPlain(int fd, std::size_t length, double curtime) {
     const ssize_t got = ::read(fd, m_WriteStream, length);
     if (got > 0) {
         m_WriteStream += got;
@@ -187,9 +187,9 @@ bool Queue::readPlain(int fd, size_t length, double curtime) {
 
 bool Queue::readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode, double curtime) {
     bool inputLeft = m_inputLeft;
-    for (size_t total = 0;;) {
+    for (std::size_t total = 0;;) {
         m_inputLeft = false;
-        size_t space = 0;
+        std::size_t space = 0;
         const auto got = parser.push(fd, &space);
         if (got < 0 && !isTransient(errno)) {
             eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s - Connection will be Reset ===; fd=%d",
@@ -204,7 +204,7 @@ bool Queue::readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, Read
             eprintf(EPF_WARN, "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", fd);
             return true;
         }
-        size_t produced = 0;
+        std::size_t produced = 0;
         if (inflateOnce(parser, fd, room.length, curtime, produced))
             return true;
         // A full input that yields nothing will never yield anything.
@@ -226,8 +226,8 @@ bool Queue::readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, Read
     }
 }
 
-bool Queue::inflateOnce(KVNAPI::StreamParser& parser, int fd, size_t length, double curtime,
-                        size_t& produced) {
+bool Queue::inflateOnce(KVNAPI::StreamParser& parser, int fd, std::size_t length, double curtime,
+                        std::size_t& produced) {
     KVNAPI::bufref out{m_WriteStream, length};
     if (parser.pull(&out) != 0) {
         eprintf(EPF_WARN, "%s: Queue::readFromSocketThenWriteToQueue pull error: %s", getSocketDesc().c_str(),

@@ -38,7 +38,7 @@ bool QueueReadHandler::settleResponse(Incoming& in) {
     const char* const description = m_session.getRetCodeDesc(static_cast<int>(in.status));
     eprintf(EPF_DBUG, "%s: rc=%ld (%s) for request tag %lld", hub.c_str(), static_cast<long>(in.status),
             description, tagForLog);
-    if (in.tag == REPORT_API_STATS_TAG) {
+    if (in.tag == kReportApiStatisticsTag) {
         if (in.status != 0)
             eprintf(EPF_WARN, "%s: rc=%ld (%s) for request tag %lld (ReportApiStats)", hub.c_str(),
                     static_cast<long>(in.status), description, tagForLog);

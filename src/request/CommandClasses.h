@@ -17,7 +17,7 @@ struct CommandRow {
 };
 
 /// All commands, each at the index of its value.
-inline constexpr std::array<CommandRow, 24> COMMAND_TABLE{{
+inline constexpr std::array<CommandRow, 24> kCommandTable{{
     {tivra::SUBSCRIBE, "Subscribe", false, true, false},
     {tivra::UNSUBSCRIBE, "Unsubscribe", false, false, false},
     {tivra::QUERYDEPTH, "QueryDepth", true, false, true},
@@ -47,7 +47,7 @@ inline constexpr std::array<CommandRow, 24> COMMAND_TABLE{{
 static_assert(
     [] {
         std::size_t index = 0;
-        for (const CommandRow& row : COMMAND_TABLE) {
+        for (const CommandRow& row : kCommandTable) {
             if (static_cast<std::size_t>(row.command) != index++)
                 return false;
         }
@@ -58,7 +58,7 @@ static_assert(
 /// The row of a command; null for a value outside the table.
 [[nodiscard]] constexpr const CommandRow* findCommand(tivra::Commands command) noexcept {
     const auto index = static_cast<std::size_t>(command);
-    return index < COMMAND_TABLE.size() ? &COMMAND_TABLE[index] : nullptr;
+    return index < kCommandTable.size() ? &kCommandTable[index] : nullptr;
 }
 
 [[nodiscard]] constexpr bool isQueryCommand(tivra::Commands command) noexcept {

@@ -119,7 +119,7 @@ void RequestImpl::add(int token, const std::string& value) {
     if (const char* const fault = valueFault(text)) {
         // What the application gives isn't repeated here: it may be what should stay secret.
         eprintf(EPF_WARN, "Invalid value for parameter (%d) passed to Request::add: %s", token, fault);
-        hasRefusedValue = true;
+        m_hasRefusedValue = true;
         return;
     }
     eprintf(EPF_DBUG, "add: %d=%s", token, text.c_str());
@@ -163,7 +163,7 @@ void RequestImpl::clearRequest() {
     origTag = -1;
     isCmdSet = false;
     symbol[0] = '\0';
-    hasRefusedValue = false;
+    m_hasRefusedValue = false;
 }
 
 std::string RequestImpl::getCompareString() const {

@@ -48,7 +48,7 @@ public:
     void consumeGeneratedTag() noexcept { isTagSet = isTagSetInString = false; }
 
     /// A value has been refused since the last clearRequest: the request doesn't say what it should.
-    [[nodiscard]] bool isIncomplete() const noexcept { return hasRefusedValue; }
+    [[nodiscard]] bool isIncomplete() const noexcept { return m_hasRefusedValue; }
     [[nodiscard]] const std::string& getText() const noexcept { return request; }
     /// Source number, -1 when none was added.
     [[nodiscard]] int32_t getSrcid() const noexcept { return srcid; }
@@ -71,7 +71,7 @@ private:
 
     int64_t tag = 0;
     bool isTagSet = false;
-    bool hasRefusedValue = false;
+    bool m_hasRefusedValue = false;
     std::atomic<TagSource*> m_session;
 };
 

@@ -100,7 +100,7 @@ TEST(HostConfig, InheritedValuesAreFollowedButNeverWritten) {
     EXPECT_EQ(stranger.getLong(HostConfig::CONNECTION_TIMEOUT_LONG, 0), 17);
 
     // The host that led to another may go first.
-    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.1:80", [](size_t) { return false; }));
+    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.1:80", [](std::size_t) { return false; }));
     EXPECT_EQ(follower.getLong(HostConfig::QUEUE_SIZE_LONG, 0), 3);
 }
 

@@ -20,7 +20,7 @@ TEST(HostTable, ATextIsSplitAndABadOneStillGivesAHostWithAWarning) {
     const struct {
         const char* text;
         const char* address;
-        size_t port;
+        std::size_t port;
         bool isValid;
     } cases[] = {{"10.0.0.1:1", "10.0.0.1", 1, true},
                  {"10.0.0.1:65535", "10.0.0.1", 65535, true},
@@ -49,10 +49,11 @@ TEST(HostTable, ATextHasOneHostInTheOrderOfNamingAndIsWalkedEvenWhenItsHostIsGon
     EXPECT_EQ(&fixture.host("10.0.0.9:80"), &second);
     EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.9:80", &second), Pair("10.0.0.1:80", &first)));
 
-    const size_t index = second.getIndex();
-    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.9:80", [=](size_t used) { return used == index; }));
-    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.9:80", [](size_t) { return false; }));
-    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.9:80", [](size_t) { return false; }));
+    const std::size_t index = second.getIndex();
+    EXPECT_FALSE(
+        fixture.connections.removeHost("10.0.0.9:80", [=](std::size_t used) { return used == index; }));
+    EXPECT_TRUE(fixture.connections.removeHost("10.0.0.9:80", [](std::size_t) { return false; }));
+    EXPECT_FALSE(fixture.connections.removeHost("10.0.0.9:80", [](std::size_t) { return false; }));
     EXPECT_THAT(walk(fixture.table), ElementsAre(Pair("10.0.0.9:80", nullptr), Pair("10.0.0.1:80", &first)));
     EXPECT_EQ(fixture.host("10.0.0.9:80").getIndex(), 2U) << "clients are found by it: none is given twice";
 }

@@ -59,7 +59,7 @@ protected:
         return recorder.told;
     }
     // Events carry a session by its address alone.
-    tivra::Session& session(size_t i = 0) { return *reinterpret_cast<tivra::Session*>(&sessions[i]); }
+    tivra::Session& session(std::size_t i = 0) { return *reinterpret_cast<tivra::Session*>(&sessions[i]); }
 
     Recorder recorder;
     FakeTexts texts;

@@ -12,7 +12,7 @@ namespace tivra_internal {
 namespace {
 
 /// Fills a row as far as the texts go; null ends it.
-auto row(const char* name, const char* type = nullptr, size_t length = 0) {
+auto row(const char* name, const char* type = nullptr, std::size_t length = 0) {
     return [=](TmpToken& token) {
         if (name == nullptr)
             return;
@@ -77,7 +77,7 @@ TEST(DictionaryCache, OddRowsBecomeTokensThatReadersCanTrustOrAreDropped) {
 
     LogCapture log;
     MetaTokenMap map;
-    const size_t before = map.tokenCount();
+    const std::size_t before = map.tokenCount();
     EXPECT_EQ(cache.loadDic("1.0", TokenRows{}, map, "hub"), 7);
     EXPECT_EQ(map.tokenCount(), before + 4);
     EXPECT_STREQ(map.tokenName(5001), "ENUM.QUERY.STATUS");
@@ -126,9 +126,9 @@ TEST(DictionaryCache, TwoHubsThatDownloadAtOnceBothEndUpComplete) {
     std::thread other([&] { download(maps[1]); });
     download(maps[0]);
     other.join();
-    EXPECT_EQ(cache.find("1.0").size, static_cast<size_t>(kTokens));
+    EXPECT_EQ(cache.find("1.0").size, static_cast<std::size_t>(kTokens));
     for (const MetaTokenMap& map : maps)
-        EXPECT_EQ(map.tokenCount(), static_cast<size_t>(kTokens) + 23);
+        EXPECT_EQ(map.tokenCount(), static_cast<std::size_t>(kTokens) + 23);
 }
 
 } // namespace

@@ -37,7 +37,7 @@ TEST(MetaTokenMap, StartsWithTheBootstrapTableAndCanBeEmptiedAndFilledAgain) {
     EXPECT_EQ(map.lookupTokenViaName("QUERY.TAG"), nullptr);
     map.loadBootStrapDic();
     EXPECT_EQ(map.tokenCount(), 23U);
-    for (const BootstrapToken& row : BOOTSTRAP_DICTIONARY) {
+    for (const BootstrapToken& row : kBootstrapDictionary) {
         const MetaToken* const token = MetaToken::cast(map.lookupTokenViaNum(row.number));
         ASSERT_EQ(token != nullptr, row.number != 0) << row.number;
         if (token == nullptr)

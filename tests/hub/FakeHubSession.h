@@ -90,7 +90,7 @@ public:
         return found != codes.end() ? found->second.c_str() : "Unknown code";
     }
     void setRetCodeDesc(int code, const char* text, long length) override {
-        codes[code].assign(text, static_cast<size_t>(length));
+        codes[code].assign(text, static_cast<std::size_t>(length));
     }
     DictionaryCache& getDictionaryCache() override { return m_dictionaries; }
     void startDicReload() override { told.push_back("reload"); }

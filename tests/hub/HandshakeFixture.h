@@ -128,7 +128,7 @@ public:
     void setJit(int threshold) override { jitThreshold = threshold; }
     void becomeReady() override { ready = true; }
 
-    static constexpr size_t kPort = 4711;
+    static constexpr std::size_t kPort = 4711;
     // Declared first, so that times are manual for everything below.
     tp::ManualClock clock;
     FakeHubSession session;

@@ -57,7 +57,7 @@ public:
         return words;
     }
     static std::string wordOf(const std::string& text) {
-        const size_t start = text.find("5022=") + 5;
+        const std::size_t start = text.find("5022=") + 5;
         std::string word = text.substr(start, text.find('|', start) - start);
         if (word == "Subscribe")
             word += ' ' + text.substr(text.rfind("5=") + 2);

@@ -21,7 +21,7 @@ protected:
         builder.setCommand(command);
         builder.add(4, 558);
         builder.add(5, symbol.substr(0, 200));
-        for (size_t done = 200; done < symbol.size(); done += 200)
+        for (std::size_t done = 200; done < symbol.size(); done += 200)
             builder.add(3131, symbol.substr(done, 200));
         auto made = std::make_unique<RequestInternal>(&builder);
         made->setTag(tag);
@@ -48,15 +48,15 @@ protected:
         EXPECT_EQ(arrivedTags(tags.size()), tags);
     }
     /// The tags of the next requests; none may follow them.
-    std::vector<int> arrivedTags(size_t count) {
+    std::vector<int> arrivedTags(std::size_t count) {
         std::vector<int> tags;
-        for (size_t i = 0; i < count; ++i)
+        for (std::size_t i = 0; i < count; ++i)
             tags.push_back(tagOf(hub.readRequest()));
         EXPECT_FALSE(hub.hasRequest());
         return tags;
     }
     static int tagOf(const std::string& text) {
-        const size_t at = text.rfind("5026=", 0) == 0 ? 0 : text.find("|5026=") + 1;
+        const std::size_t at = text.rfind("5026=", 0) == 0 ? 0 : text.find("|5026=") + 1;
         return std::stoi(text.substr(at + 5));
     }
 };
@@ -90,7 +90,7 @@ TEST_F(HubEventReactorTest, WhatIsForAHubThatIsAwayWaitsThereAndOneThatIsGivenUp
     comeUp();
     struct Row {
         std::function<void(HubClient&)> happens;
-        size_t givenBack;
+        std::size_t givenBack;
     };
     const Row table[] = {
         {[](HubClient&) {}, 0},

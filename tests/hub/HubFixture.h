@@ -25,12 +25,12 @@ class HubFixture : public testing::Test, protected HubAnswers {
 protected:
     struct Options {
         std::string address = "127.0.0.1";
-        size_t port = 0; ///< 0: the port of the hub
+        std::size_t port = 0; ///< 0: the port of the hub
         long retryLimit = 5;
         long readTimeout = 5;
         bool compression = false;
         bool watchlist = false;
-        size_t index = 0;
+        std::size_t index = 0;
     };
 
     HubFixture() { reactor = std::make_unique<HubEventReactor>(0, 1000); }
@@ -41,7 +41,7 @@ protected:
         client = newClient(options);
     }
     std::unique_ptr<HubClient> newClient(const Options& options) {
-        const size_t port = options.port != 0 ? options.port : hub.port();
+        const std::size_t port = options.port != 0 ? options.port : hub.port();
         auto made = std::make_unique<HubClient>(
             HandleAccess::impl(*userHandle), session,
             HubClientOptions{.label = HostTable::hostInfoOf(options.address, port),

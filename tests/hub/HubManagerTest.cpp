@@ -23,10 +23,10 @@ std::vector<std::string> g_asked;
 std::vector<Answer> g_answers; ///< in turn; the last one stays
 
 int answerInTurn(const char* managerAddr, const char* user, const char* password, char* out, int size) {
-    const size_t turn = g_asked.size();
+    const std::size_t turn = g_asked.size();
     g_asked.push_back(std::string(managerAddr) + ' ' + user + ' ' + password);
     const Answer& given = g_answers[std::min(turn, g_answers.size() - 1)];
-    std::strncpy(out, given.text.c_str(), static_cast<size_t>(size));
+    std::strncpy(out, given.text.c_str(), static_cast<std::size_t>(size));
     return given.status;
 }
 
@@ -91,7 +91,7 @@ TEST_F(HubManagerTest, HubsThatNeverAnswerAreReplacedUntilTheDialsAreUsedUp) {
         tp::Clock::advance(5.1);
         return client->connectHost(1.0) == HubClient::Dial::AwaitsManager;
     };
-    for (size_t dials = 1; dials <= 3; ++dials) {
+    for (std::size_t dials = 1; dials <= 3; ++dials) {
         EXPECT_FALSE(client->isPastRetryLimit());
         EXPECT_TRUE(asksAgainAfterDial());
         EXPECT_EQ(g_asked.size(), dials);
@@ -194,7 +194,7 @@ TEST(ManagerLists, AreReducedToOneCandidateForEachManagerAndChecked) {
         std::vector<HostPair> primary;
         std::vector<HostPair> backup;
         int result;
-        size_t left;
+        std::size_t left;
     } cases[] = {{"one primary", {{"A", 1}}, {}, 0, 1},
                  {"two ports", {{"A", 1}, {"A", 2}}, {}, 0, 1},
                  {"two managers", {{"A", 1}, {"B", 2}}, {}, -1, 2},

@@ -55,7 +55,7 @@ public:
         while (!bytes.empty()) {
             const ssize_t sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
             ASSERT_GT(sent, 0);
-            bytes.remove_prefix(static_cast<size_t>(sent));
+            bytes.remove_prefix(static_cast<std::size_t>(sent));
         }
     }
 
@@ -69,22 +69,22 @@ public:
         const std::string head = readBytes(6);
         if (head.size() != 6)
             return {};
-        size_t length = 0;
-        for (size_t i = 2; i < head.size(); ++i)
+        std::size_t length = 0;
+        for (std::size_t i = 2; i < head.size(); ++i)
             length = length << 8 | static_cast<unsigned char>(head[i]);
         const std::string rest = readBytes(length + 1);
         const std::string text = rest.substr(0, length);
         EXPECT_EQ(head + rest, frameOf(text)) << "a broken frame";
         return text;
     }
-    std::string readBytes(size_t count) {
+    std::string readBytes(std::size_t count) {
         std::string bytes(count, '\0');
-        size_t got = 0;
+        std::size_t got = 0;
         while (got < count && waitReadable(m_fd)) {
             const ssize_t part = ::recv(m_fd, bytes.data() + got, count - got, 0);
             if (part <= 0)
                 break;
-            got += static_cast<size_t>(part);
+            got += static_cast<std::size_t>(part);
         }
         EXPECT_EQ(got, count) << "the connection has ended, or no bytes came within the deadline";
         bytes.resize(got);

@@ -22,7 +22,7 @@ class HubReadingTest : public HubFixture {
 protected:
     /// Sends bytes and lets the client take them all.
     void feed(std::string_view bytes) {
-        static constexpr size_t kBlock = 50'000; // what a socket holds for sure
+        static constexpr std::size_t kBlock = 50'000; // what a socket holds for sure
         for (; !bytes.empty() && client->getFd() >= 0; bytes.remove_prefix(std::min(kBlock, bytes.size()))) {
             hub.sendRaw(bytes.substr(0, kBlock));
             do
@@ -97,7 +97,7 @@ TEST_F(HubReadingTest, FramesSplitAtEveryByteEndTheHandshakeAndBeginTheStream) {
     const std::string data = frameOf("4=558|5=IBM|10=1.5");
     const std::string end = frameOf("5026=13|5001=0");
     const std::string stream = end + data + data + data;
-    for (size_t cut = 1; cut <= stream.size(); ++cut) {
+    for (std::size_t cut = 1; cut <= stream.size(); ++cut) {
         makeClient();
         session.first = client.get();
         loginAndConverse("Subscribe .HUB.STATUS", {});
@@ -219,7 +219,7 @@ private:
 TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing) {
     const std::string end = frameOf("5026=13|5001=0");
     for (const int flush : {Z_SYNC_FLUSH, Z_NO_FLUSH}) {
-        for (size_t cut = 1, size = 2; cut < size; ++cut) {
+        for (std::size_t cut = 1, size = 2; cut < size; ++cut) {
             begin(withoutLastAnswer());
             ASSERT_FALSE(client->isReady());
             tivra_testkit::Inflater inflater;
@@ -233,7 +233,7 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
             bytes += deflate("");
             size = bytes.size();
 
-            const size_t seen = inflater(std::string_view(bytes).substr(0, cut)).size();
+            const std::size_t seen = inflater(std::string_view(bytes).substr(0, cut)).size();
             feed(std::string_view(bytes).substr(0, cut));
             ASSERT_EQ(client->isReady(), seen >= end.size()) << cut;
             feed(std::string_view(bytes).substr(cut));
@@ -242,9 +242,9 @@ TEST_F(CompressedReadingTest, OnlyWhatCameWithTheLastAnswerIsMissingFromTheRing)
             feed(deflate(sent.back()));
             popAll();
 
-            const size_t gone = seen >= end.size() ? seen - end.size() : 5 * sent.front().size();
+            const std::size_t gone = seen >= end.size() ? seen - end.size() : 5 * sent.front().size();
             std::vector<std::string> expected;
-            for (size_t i = (gone + sent.front().size() - 1) / sent.front().size(); i < sent.size(); ++i)
+            for (std::size_t i = (gone + sent.front().size() - 1) / sent.front().size(); i < sent.size(); ++i)
                 expected.push_back(sent[i]);
             ASSERT_EQ(frames, expected) << cut << " flush " << flush;
         }
@@ -332,7 +332,7 @@ TEST_F(CompressedReadingTest, AHandshakeThatCantGoOnIsGivenUpWithItsReason) {
     const struct {
         std::string plain;
         int flush;
-        size_t cutOff;
+        std::size_t cutOff;
         std::string more; ///< past the compression
         const char* reason;
     } cases[] = {

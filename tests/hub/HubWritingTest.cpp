@@ -41,13 +41,13 @@ protected:
         }
     }
     /// Reads until `count` bytes have come.
-    std::string drain(size_t count) {
+    std::string drain(std::size_t count) {
         std::string bytes;
         std::vector<char> block(1024);
         while (bytes.size() < count && waitReadable(pair.peer())) {
             const ssize_t got = ::recv(pair.peer(), block.data(), block.size(), 0);
             if (got > 0)
-                bytes.append(block.data(), static_cast<size_t>(got));
+                bytes.append(block.data(), static_cast<std::size_t>(got));
         }
         return bytes;
     }

@@ -19,10 +19,10 @@ using namespace std::string_literals;
 /// What a writer puts into a buffer of the documented size.
 template<class Writer>
 std::string textOf(const Writer& writer) {
-    char buf[NUMBER_TEXT_MAX + 8];
+    char buf[kNumberTextMax + 8];
     std::fill(std::begin(buf), std::end(buf), '~');
     const char* const end = writer(buf);
-    EXPECT_EQ(std::string_view(buf + NUMBER_TEXT_MAX, 8), "~~~~~~~~");
+    EXPECT_EQ(std::string_view(buf + kNumberTextMax, 8), "~~~~~~~~");
     return std::string(static_cast<const char*>(buf), end);
 }
 

@@ -106,7 +106,7 @@ std::string encoded(KVNAPI::Encoder& encoder, const KVNAPI::Message& message, st
 
 std::vector<KVNAPI::BodyParserForm> formsHere() {
     std::vector<KVNAPI::BodyParserForm> forms;
-    for (const KVNAPI::BodyParserForm* form = KVNAPI::BODY_PARSER_FORMS; form->name != nullptr; ++form)
+    for (const KVNAPI::BodyParserForm* form = KVNAPI::kBodyParserForms; form->name != nullptr; ++form)
         if (form->runsHere())
             forms.push_back(*form);
     return forms;

@@ -33,7 +33,7 @@ TEST_F(MessageEventTest, AlternateIndexesAreNamedByTheDictionaryOrNotAtAll) {
     session.altIndexes[20] = {index(3101, "A", tivra::QUERYSNAP)};
     onEvent([&](const tivra::MessageEvent& event) {
         EXPECT_EQ(event.getAlternateIndexTokenName(0), "CUSIP");
-        for (const size_t outside : {size_t{1}, static_cast<size_t>(-1)}) {
+        for (const std::size_t outside : {std::size_t{1}, static_cast<std::size_t>(-1)}) {
             EXPECT_EQ(event.getAlternateIndexTokenNumber(outside), -1);
             EXPECT_EQ(event.getAlternateIndexTokenName(outside), "");
             EXPECT_EQ(event.getAlternateIndexValue(outside), "");

@@ -23,7 +23,7 @@ class QPollTest : public testing::Test {
 protected:
     static void put(Queue& queue) { ASSERT_TRUE(queue.writeToQueue("x", 1)); }
 
-    int add(size_t i, uint32_t events = POLLIN) {
+    int add(std::size_t i, uint32_t events = POLLIN) {
         const QPoll::qpoll_event wanted{events, &handlers[i]};
         return poll.qpoll_ctl(QPoll::QPOLL_CTL_ADD, &queues[i], &wanted);
     }
@@ -32,7 +32,7 @@ protected:
         const int n = poll.qpoll_wait(out.data(), 4, timeoutMs);
         std::vector<long> result;
         for (int i = 0; i < n; ++i)
-            result.push_back(out[static_cast<size_t>(i)].data.load() - handlers.data());
+            result.push_back(out[static_cast<std::size_t>(i)].data.load() - handlers.data());
         return result;
     }
 

@@ -40,8 +40,8 @@ using Texts = std::vector<std::string>;
 /// A queue whose fill level tests set by putting in and taking out frames of one percent.
 class FlowControlTest : public testing::Test {
 protected:
-    static constexpr size_t kRing = 1048576;
-    static constexpr size_t kPercent = kRing / 100;
+    static constexpr std::size_t kRing = 1048576;
+    static constexpr std::size_t kPercent = kRing / 100;
 
     /// A queue that reports from a level on, if any.
     void make(int threshold, int reportsFrom = 0) {
@@ -62,21 +62,21 @@ protected:
         EXPECT_EQ(queue->getPctFull(), percent);
     }
     /// The least number of bytes that counts as that many percent: half a percent is rounded up.
-    static constexpr size_t leastOf(int percent) {
-        return (static_cast<size_t>(percent) * kRing - kRing / 2 + 99) / 100;
+    static constexpr std::size_t leastOf(int percent) {
+        return (static_cast<std::size_t>(percent) * kRing - kRing / 2 + 99) / 100;
     }
     /// Puts in frames of that many bytes in all; returns how many frames.
-    size_t put(size_t bytes) {
-        size_t frames = 0;
+    std::size_t put(std::size_t bytes) {
+        std::size_t frames = 0;
         for (; bytes > 0; ++frames) {
-            const size_t size = bytes > 300'000 ? 200'000 : bytes;
+            const std::size_t size = bytes > 300'000 ? 200'000 : bytes;
             const std::string frame = frameOf(std::string(size - 7, 'x'));
             EXPECT_TRUE(queue->writeToQueue(frame.data(), frame.size()));
             bytes -= size;
         }
         return frames;
     }
-    void pop(size_t frames) {
+    void pop(std::size_t frames) {
         for (; frames > 0; --frames)
             EXPECT_TRUE(queue->PopElement());
     }
@@ -186,9 +186,9 @@ TEST_F(FlowControlTest, QueueWithoutAWholeFrameIsNeverSuspended) {
 /// One read may fill the ring before its reader has seen any of it, and a threshold may leave no room for the
 /// next one: either way what comes waits, and the reader says when it can go on.
 TEST_F(FlowControlTest, NothingIsDroppedWhileAnAnswerIsDue) {
-    constexpr size_t FRAMES = 4'000;
+    constexpr std::size_t FRAMES = 4'000;
     const int fd = ::memfd_create("stream", MFD_CLOEXEC);
-    for (size_t i = 0; i < FRAMES; ++i) {
+    for (std::size_t i = 0; i < FRAMES; ++i) {
         const std::string frame = frameOf(std::string(993, 'x'));
         ASSERT_EQ(::write(fd, frame.data(), frame.size()), 1'000);
     }
@@ -262,15 +262,15 @@ TEST_F(FlowControlTest, HeldReadIsForcedOnceByTheAgeOfTheLastOneAndAtOnceOnANewC
 TEST_F(FlowControlTest, SuspensionHoldsToTheByte) {
     const struct { int threshold, down; } cases[] = {{70, 50}, {10, 1}, {21, 1}, {22, 2}, {99, 79}};
     for (const auto& c : cases) {
-        for (const size_t less : {0U, 1U}) {
+        for (const std::size_t less : {0U, 1U}) {
             make(c.threshold);
             put(leastOf(c.threshold + 1) - less);
             queue->incrQueryCount();
             EXPECT_EQ(queue->readsSuspended(), less == 0) << c.threshold << " up";
 
             make(c.threshold);
-            const size_t rest = leastOf(c.down) - less;
-            const size_t first = put(leastOf(c.threshold + 1) - rest);
+            const std::size_t rest = leastOf(c.down) - less;
+            const std::size_t first = put(leastOf(c.threshold + 1) - rest);
             put(rest);
             queue->incrQueryCount();
             ASSERT_TRUE(queue->readsSuspended());
@@ -294,8 +294,8 @@ TEST_F(FlowControlTest, SuspensionHoldsToTheByte) {
 /// Whether a read goes ahead hangs on the room in all, how much it may bring on the room in one piece.
 TEST_F(FlowControlTest, RoomDecidesOverAReadToTheByte) {
     const struct {
-        size_t start; // where the reader stands
-        size_t free;
+        std::size_t start; // where the reader stands
+        std::size_t free;
         bool isRoom;
         int forced; // bytes that a forced read takes
     } cases[] = {
@@ -304,7 +304,7 @@ TEST_F(FlowControlTest, RoomDecidesOverAReadToTheByte) {
         {20'000, 20'000, false, 1}, {400'000, 24'576, true, 24'576}, {400'000, 24'575, false, 1},
         {400'000, 1, false, 1},     {400'000, 0, false, 0},
     };
-    const auto fill = [this](size_t start, size_t free) {
+    const auto fill = [this](std::size_t start, std::size_t free) {
         queue->setQueueHandler(&handler);
         if (start > 0)
             pop(put(start));

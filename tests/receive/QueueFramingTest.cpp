@@ -20,11 +20,11 @@ TEST_F(RingTest, GarbageMayStandAnywhereAroundTheEndOfTheRingAndBeCutByAnyRead) 
     for (const std::string& garbage :
          {""s, "abc"s, tooLong, wouldWrap, std::string(9, '\x04'), noEnd, "ab\x04\x04 defgh\x03"s}) {
         const std::string all = first + garbage + second;
-        for (size_t distance = 1; distance < all.size(); ++distance) {
+        for (std::size_t distance = 1; distance < all.size(); ++distance) {
             SCOPED_TRACE(garbage + ", ring ends after " + std::to_string(distance));
             goToEnd(distance);
             const uint64_t before = droppedIn();
-            const size_t cut = distance * 7 % all.size();
+            const std::size_t cut = distance * 7 % all.size();
             feed(std::string_view(all).substr(0, cut));
             feed(std::string_view(all).substr(cut));
             popAll();
@@ -37,7 +37,7 @@ TEST_F(RingTest, GarbageMayStandAnywhereAroundTheEndOfTheRingAndBeCutByAnyRead) 
 // Every place of the frame can lie on the end of the ring: each byte of its header, its body, its end byte.
 TEST_F(RingTest, FrameArrivesByteByByteWhereverTheRingEnds) {
     const std::string split = frameOf("5=IBM|22=17"), next = frameOf("5=next");
-    for (size_t distance = 1; distance <= split.size(); ++distance) {
+    for (std::size_t distance = 1; distance <= split.size(); ++distance) {
         goToEnd(distance);
         for (const char byte : split) {
             EXPECT_TRUE(queue.isEmpty());
@@ -78,7 +78,7 @@ TEST_F(RingTest, StartThatReachesBeyondThePublishedBytesIsSkipped) {
     const std::string good = frameOf("1=good");
     // Claims a body of 40 bytes, of which the good frame is a part.
     const std::string liar("\x04\x20\0\0\0\x28", 6);
-    for (const size_t distance : {size_t{0}, size_t{3}, size_t{10}}) {
+    for (const std::size_t distance : {std::size_t{0}, std::size_t{3}, std::size_t{10}}) {
         if (distance > 0)
             goToEnd(distance);
         const uint64_t before = droppedOut();

@@ -30,9 +30,9 @@ struct Stream {
     std::string wire;
 
     /// How many frames are whole in the first bytes of it.
-    [[nodiscard]] size_t wholeIn(size_t bytes) const {
-        size_t plain = tivra_testkit::Inflater()(std::string_view(wire).substr(0, bytes)).size();
-        size_t count = 0;
+    [[nodiscard]] std::size_t wholeIn(std::size_t bytes) const {
+        std::size_t plain = tivra_testkit::Inflater()(std::string_view(wire).substr(0, bytes)).size();
+        std::size_t count = 0;
         for (; count < frames.size() && frames[count].size() <= plain; ++count)
             plain -= frames[count].size();
         return count;
@@ -82,7 +82,7 @@ protected:
         return false;
     }
     /// Sends that many frames of a thousand bytes in one piece.
-    void sendFrames(size_t count) {
+    void sendFrames(std::size_t count) {
         const std::string frame = frameOf(std::string(993, 'x'));
         std::string frames;
         for (; count > 0; --count)
@@ -102,9 +102,9 @@ protected:
     Stream makeStream(std::mt19937& random, int flush = Z_SYNC_FLUSH) const {
         Stream stream;
         Deflater deflater(static_cast<int>(random() % 10));
-        for (size_t count = 40 + random() % 40; count > 0; --count) {
+        for (std::size_t count = 40 + random() % 40; count > 0; --count) {
             std::string body = std::to_string(count) + "=";
-            for (size_t length = random() % 600; length > 0; --length)
+            for (std::size_t length = random() % 600; length > 0; --length)
                 body += static_cast<char>('a' + random() % (count % 2 == 0 ? 2 : 26));
             stream.frames.push_back(frameOf(body));
             stream.wire += deflater(stream.frames.back(), count == 1          ? flush
@@ -114,14 +114,14 @@ protected:
         return stream;
     }
     /// What has been delivered begins as what was sent.
-    void expectPrefix(const Frames& sent, size_t count) const {
+    void expectPrefix(const Frames& sent, std::size_t count) const {
         ASSERT_GE(handler.frames.size(), count);
         EXPECT_TRUE(std::equal(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(count),
                                handler.frames.begin()));
     }
 
     static constexpr int kInput = 8192;
-    static constexpr size_t kPiece = 2048;
+    static constexpr std::size_t kPiece = 2048;
     static constexpr int kManyTurns = 1000;
     std::unique_ptr<KVNAPI::StreamParser> parser;
 
@@ -134,14 +134,14 @@ enum class Fault { BitFlip, Gap, DoubledBlock, ForeignDictionary, Truncation };
 
 std::ostream& operator<<(std::ostream& out, Fault fault) {
     static const char* const names[] = {"BitFlip", "Gap", "DoubledBlock", "ForeignDictionary", "Truncation"};
-    return out << names[static_cast<size_t>(fault)];
+    return out << names[static_cast<std::size_t>(fault)];
 }
 
 class FaultyStream : public InflateTest, public testing::WithParamInterface<Fault> {
 protected:
     /// What comes in place of the bytes from `at` on.
-    static std::string damaged(const std::string& wire, size_t at, std::mt19937& random) {
-        const size_t some = std::min<size_t>(1 + random() % 200, std::max(at, wire.size() - at));
+    static std::string damaged(const std::string& wire, std::size_t at, std::mt19937& random) {
+        const std::size_t some = std::min<std::size_t>(1 + random() % 200, std::max(at, wire.size() - at));
         std::string rest = wire.substr(at);
         switch (GetParam()) {
         case Fault::BitFlip:
@@ -175,9 +175,9 @@ TEST_P(FaultyStream, KeepsWhatCameBeforeAndIsOverWithTheConnection) {
     int noticed = 0;
     for (int round = 0; round < 40; ++round) {
         const Stream stream = makeStream(random);
-        const size_t at = round == 0 ? 0 : random() % stream.wire.size();
+        const std::size_t at = round == 0 ? 0 : random() % stream.wire.size();
         ASSERT_FALSE(take(std::string_view(stream.wire).substr(0, at)));
-        const size_t before = stream.wholeIn(at);
+        const std::size_t before = stream.wholeIn(at);
         ASSERT_EQ(handler.frames.size(), before) << at;
         noticed += take(damaged(stream.wire, at, random)) ? 1 : 0;
         popAll();
@@ -225,7 +225,7 @@ TEST_F(InflateTest, CloseAndAMissingParserEndTheConnection) {
 
 TEST_F(InflateTest, ARingWithoutTheLeastRoomEndsTheConnectionToTheByte) {
     sendFrames(1);
-    for (const size_t less : {1U, 0U}) {
+    for (const std::size_t less : {1U, 0U}) {
         queue.reset();
         const std::string taken(kRing - Queue::MIN_AVAIL_LEN + less, 'x');
         ASSERT_TRUE(queue.writeToQueue(taken.data(), taken.size()));
@@ -293,7 +293,7 @@ TEST_F(InflateTest, AFewBytesThatInflateWithoutEndDoNotHoldTheThread) {
 /// Few bytes that become very many: each turn inflates as much as the ring holds at most, every byte is
 /// accounted for, and what comes after frames arrives. A megabyte without a frame is no hub's stream.
 TEST_F(InflateTest, BombsGoThroughTheRingInBoundedSteps) {
-    constexpr size_t kMegabytes = 12;
+    constexpr std::size_t kMegabytes = 12;
     const std::string last = frameOf("1=last");
     std::string frames;
     while (frames.size() < kRing)
@@ -311,7 +311,7 @@ TEST_F(InflateTest, BombsGoThroughTheRingInBoundedSteps) {
         SCOPED_TRACE(bomb.what);
         Deflater deflater(9);
         std::string wire = deflater(bomb.start);
-        for (size_t i = 0; i < kMegabytes; ++i)
+        for (std::size_t i = 0; i < kMegabytes; ++i)
             wire += deflater(bomb.body);
         wire += deflater(last);
         ASSERT_LT(wire.size(), 150'000U);

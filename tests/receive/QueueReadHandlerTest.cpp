@@ -349,7 +349,7 @@ TEST_F(ReadHandlerTest, AnOrdinaryUpdateAllocatesNothing) {
         handler().process_kvn_buffer(heartbeat.data(), heartbeat.size(), &delivered);
     };
     receiveAll(); // sources and permissions are entered at first sight
-    const size_t before = allocationsOfThisThread();
+    const std::size_t before = allocationsOfThisThread();
     for (int i = 0; i < 100; ++i)
         receiveAll();
     EXPECT_EQ(allocationsOfThisThread() - before, 0U);

@@ -19,16 +19,16 @@ using Frames = std::vector<std::string>;
 
 TEST(Queue, SizeIsCorrectedAndThresholdsFollowIt) {
     const struct {
-        size_t megabytes;
+        std::size_t megabytes;
         int threshold, down;
-        size_t fits;
+        std::size_t fits;
     } cases[] = {{0, 70, 50, 1},   {1, 10, 1, 1},    {2, 70, 60, 2},     {5, 70, 66, 5},
                  {20, 70, 69, 20}, {21, 70, 70, 21}, {30, 101, 101, 30}, {1000, 70, 70, 256}};
     for (const auto& c : cases) {
         Queue queue(c.megabytes, false, nullptr, c.threshold);
         EXPECT_EQ(queue.getWarnDownThreshold(), c.down) << c.megabytes;
         const std::string block(1048576, 'x');
-        size_t blocks = 0;
+        std::size_t blocks = 0;
         while (blocks <= 256 && queue.writeToQueue(block.data(), block.size()))
             ++blocks;
         EXPECT_EQ(blocks, c.fits) << c.megabytes;
@@ -126,7 +126,7 @@ TEST_F(RingTest, FullRingDropsWhatTheSocketBringsAndFindsItsWayBack) {
             ASSERT_FALSE(readOnce());
     }
     // What is in the ring stays; the frame that the drop has cut is lost, and the stream goes on behind it.
-    const size_t delivered = popAll();
+    const std::size_t delivered = popAll();
     EXPECT_GE(delivered, 100U);
     EXPECT_LE(delivered * frame.size() + droppedIn(), sent);
     const std::string last = frameOf("1=last");
@@ -141,7 +141,7 @@ TEST_F(RingTest, GarbageThatFindsNoRoomCountsUntilAFrameEndsIt) {
     for (const bool hasFrames : {false, true}) {
         const std::string bytes = hasFrames ? garbage + frame : garbage;
         bool isClosed = false;
-        for (size_t sent = 0; !isClosed && sent < 2 * kRing; sent += bytes.size()) {
+        for (std::size_t sent = 0; !isClosed && sent < 2 * kRing; sent += bytes.size()) {
             (void)queue.takeSignOfLife();
             socket.write(bytes);
             isClosed = readOnce();
@@ -172,7 +172,7 @@ TEST_F(RingTest, ProducerAndConsumerThreadsLoseNothing) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     Frames sent;
-    for (size_t bytes = 0; bytes < 20 * kRing; bytes += sent.back().size())
+    for (std::size_t bytes = 0; bytes < 20 * kRing; bytes += sent.back().size())
         sent.push_back(frameOf(std::string(random() % (random() % 50 == 0 ? 60000 : 300),
                                            static_cast<char>('a' + sent.size() % 26))));
     std::atomic<bool> done{false};
@@ -186,7 +186,7 @@ TEST_F(RingTest, ProducerAndConsumerThreadsLoseNothing) {
             for (queue.calcQueueFullStats(); queue.getPctFull() > 50; queue.calcQueueFullStats())
                 std::this_thread::yield();
             while (!frame.empty()) {
-                const size_t part = 1 + random() % frame.size();
+                const std::size_t part = 1 + random() % frame.size();
                 feed(frame.substr(0, part));
                 frame.remove_prefix(part);
             }
@@ -205,9 +205,9 @@ TEST_F(RingTest, ProducerAndConsumerThreadsLoseNothing) {
 
 TEST_F(RingTest, OwnFrameThatDoesNotFitIsRefusedAndNothingIsOverwritten) {
     const std::string frame = frameOf(std::string(99993, 'b')); // 100,000 bytes
-    size_t written = 0;
+    std::size_t written = 0;
     for (int round = 0; round < 40; ++round) {
-        const size_t before = written;
+        const std::size_t before = written;
         while (queue.writeToQueue(frame.data(), frame.size()))
             ++written;
         EXPECT_GT(written, before);

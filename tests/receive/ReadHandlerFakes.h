@@ -63,7 +63,7 @@ inline std::string describe(const tivra::MessageEvent& event) {
     for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next())
         text += std::to_string(token) + '=' + reader.getValueAsString() + '|';
     text += "] {";
-    for (size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
+    for (std::size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
         text += std::to_string(event.getAlternateIndexTokenNumber(i)) + '=' +
                 event.getAlternateIndexValue(i) + '|';
     return text + '}';

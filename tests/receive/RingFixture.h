@@ -36,8 +36,8 @@ public:
 /// A queue of the smallest size with a recording consumer, fed through a socket.
 class RingTest : public testing::Test {
 protected:
-    static constexpr size_t kRing = 1048576;
-    static constexpr size_t kChunk = 65536;
+    static constexpr std::size_t kRing = 1048576;
+    static constexpr std::size_t kChunk = 65536;
 
     explicit RingTest(bool isCompressed = false) : queue(1, isCompressed, nullptr, 70) {
         queue.setQueueHandler(&handler);
@@ -58,20 +58,20 @@ protected:
         }
     }
 
-    size_t popAll() {
-        size_t delivered = 0;
+    std::size_t popAll() {
+        std::size_t delivered = 0;
         while (!queue.isEmpty())
             delivered += queue.PopElement() ? 1U : 0U;
         return delivered;
     }
 
     /// Moves all pointers of the ring to `distance` bytes in front of its end.
-    void goToEnd(size_t distance) {
-        size_t left = (2 * kRing - distance - m_position) % kRing;
+    void goToEnd(std::size_t distance) {
+        std::size_t left = (2 * kRing - distance - m_position) % kRing;
         if (left < 7)
             left += kRing;
         while (left > 0) {
-            const size_t size = left > 2 * kChunk ? kChunk : left > kChunk ? left / 2 : left;
+            const std::size_t size = left > 2 * kChunk ? kChunk : left > kChunk ? left / 2 : left;
             feed(frameOf(std::string(size - 7, 'f')));
             popAll();
             left -= size;
@@ -88,7 +88,7 @@ protected:
     Queue queue;
 
 private:
-    size_t m_position = 0; ///< of the next byte in the ring
+    std::size_t m_position = 0; ///< of the next byte in the ring
 };
 
 } // namespace tivra_internal

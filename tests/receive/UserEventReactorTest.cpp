@@ -66,7 +66,7 @@ protected:
     }
     /// Runs the loop until the log is this long; a timer that is never due in wall time bounds a failing
     /// test.
-    void runUntil(size_t entries) {
+    void runUntil(std::size_t entries) {
         Log unused;
         Recorder stopper("stop", unused);
         stopper.onTimer = [&](double now) {
@@ -198,7 +198,7 @@ TEST_F(UserEventReactorTest, OtherThreadsMayRegisterWhileTheLoopRuns) {
         attach(*handlers.back(), *queues.back());
         put(*queues.back());
         if (i % 2 != 0)
-            reactor.unRegQueue(handlers[static_cast<size_t>(i) - 1].get());
+            reactor.unRegQueue(handlers[static_cast<std::size_t>(i) - 1].get());
     }
     put(*queues.back(), 5);
     // Every other handler is called once, and the last one five times more.

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAPTURE_CAPTUREFILE_H
-#define TIVRA_CAPTURE_CAPTUREFILE_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -36,5 +35,3 @@ private:
 };
 
 } // namespace tivra_capture
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAPTURE_CAPTUREFORMAT_H
-#define TIVRA_CAPTURE_CAPTUREFORMAT_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -29,26 +28,26 @@ struct BlockPlace {
     std::uint32_t messages = 0;
 };
 
-inline constexpr std::string_view FILE_MAGIC = "TIVRACAP";
+inline constexpr std::string_view kFileMagic = "TIVRACAP";
 inline constexpr std::uint32_t VERSION = 1;
-inline constexpr std::size_t FILE_HEADER_SIZE = 16;
+inline constexpr std::size_t kFileHeaderSize = 16;
 
-inline constexpr std::string_view BLOCK_MAGIC = "BLCK";
-inline constexpr std::size_t BLOCK_HEADER_SIZE = 32;
-inline constexpr std::size_t MESSAGE_HEADER_SIZE = 12;
+inline constexpr std::string_view kBlockMagic = "BLCK";
+inline constexpr std::size_t kBlockHeaderSize = 32;
+inline constexpr std::size_t kMessageHeaderSize = 12;
 
-inline constexpr std::string_view INDEX_MAGIC = "INDX";
-inline constexpr std::size_t INDEX_HEADER_SIZE = 8;
-inline constexpr std::size_t INDEX_ENTRY_SIZE = 20;
-inline constexpr std::string_view TRAILER_MAGIC = "TIVRAEND";
-inline constexpr std::size_t TRAILER_SIZE = 20;
+inline constexpr std::string_view kIndexMagic = "INDX";
+inline constexpr std::size_t kIndexHeaderSize = 8;
+inline constexpr std::size_t kIndexEntrySize = 20;
+inline constexpr std::string_view kTrailerMagic = "TIVRAEND";
+inline constexpr std::size_t kTrailerSize = 20;
 
 /// The longest body, which is the longest that the feed sends.
-inline constexpr std::size_t MAX_BODY = 262144;
+inline constexpr std::size_t kMaxBody = 262144;
 /// Bytes of messages after which a block is written.
-inline constexpr std::size_t BLOCK_SIZE = 262144;
+inline constexpr std::size_t kBlockSize = 262144;
 /// What a block can't exceed, before and after compression.
-inline constexpr std::size_t MAX_BLOCK = BLOCK_SIZE + MESSAGE_HEADER_SIZE + MAX_BODY;
+inline constexpr std::size_t kMaxBlock = kBlockSize + kMessageHeaderSize + kMaxBody;
 
 /// Numbers stand with their highest byte first.
 inline void appendNumber(std::string& out, std::uint64_t value, unsigned bytes) {
@@ -64,5 +63,3 @@ inline void appendNumber(std::string& out, std::uint64_t value, unsigned bytes) 
 }
 
 } // namespace tivra_capture
-
-#endif

@@ -29,8 +29,8 @@ CaptureReader::CaptureReader(const std::string& path)
 }
 
 void CaptureReader::checkFileHeader() const {
-    const std::string header = m_file.read(0, FILE_HEADER_SIZE);
-    if (header.size() < FILE_HEADER_SIZE || header.compare(0, FILE_MAGIC.size(), FILE_MAGIC) != 0)
+    const std::string header = m_file.read(0, kFileHeaderSize);
+    if (header.size() < kFileHeaderSize || header.compare(0, kFileMagic.size(), kFileMagic) != 0)
         m_file.fail("not a capture");
     const std::uint32_t version = number32(header, 8);
     if (version != VERSION || number32(header, 12) != 0)
@@ -40,26 +40,26 @@ void CaptureReader::checkFileHeader() const {
 
 /// False when there is none, or one that was cut off.
 bool CaptureReader::readIndex() {
-    if (m_size < FILE_HEADER_SIZE + INDEX_HEADER_SIZE + TRAILER_SIZE)
+    if (m_size < kFileHeaderSize + kIndexHeaderSize + kTrailerSize)
         return false;
-    const std::string trailer = m_file.read(m_size - TRAILER_SIZE, TRAILER_SIZE);
-    if (trailer.compare(12, TRAILER_MAGIC.size(), TRAILER_MAGIC) != 0)
+    const std::string trailer = m_file.read(m_size - kTrailerSize, kTrailerSize);
+    if (trailer.compare(12, kTrailerMagic.size(), kTrailerMagic) != 0)
         return false;
-    const std::uint64_t end = m_size - TRAILER_SIZE;
+    const std::uint64_t end = m_size - kTrailerSize;
     const std::uint64_t offset = numberAt(trailer, 4, 8);
-    if (offset < FILE_HEADER_SIZE || offset > end - INDEX_HEADER_SIZE)
+    if (offset < kFileHeaderSize || offset > end - kIndexHeaderSize)
         failAt(end, "the end of the file doesn't say where the index is");
     const std::string index = m_file.read(offset, static_cast<std::size_t>(end - offset));
-    if (checksum(index) != number32(trailer, 0) || index.compare(0, INDEX_MAGIC.size(), INDEX_MAGIC) != 0 ||
-        index.size() != INDEX_HEADER_SIZE + std::uint64_t{number32(index, 4)} * INDEX_ENTRY_SIZE)
+    if (checksum(index) != number32(trailer, 0) || index.compare(0, kIndexMagic.size(), kIndexMagic) != 0 ||
+        index.size() != kIndexHeaderSize + std::uint64_t{number32(index, 4)} * kIndexEntrySize)
         failAt(offset, "the index is damaged");
-    std::uint64_t earliest = FILE_HEADER_SIZE;
-    for (std::size_t at = INDEX_HEADER_SIZE; at < index.size(); at += INDEX_ENTRY_SIZE) {
+    std::uint64_t earliest = kFileHeaderSize;
+    for (std::size_t at = kIndexHeaderSize; at < index.size(); at += kIndexEntrySize) {
         const BlockPlace place{numberAt(index, at, 8), time64(index, at + 8), number32(index, at + 16)};
-        if (offset - earliest < BLOCK_HEADER_SIZE || place.offset < earliest ||
-            place.offset > offset - BLOCK_HEADER_SIZE)
+        if (offset - earliest < kBlockHeaderSize || place.offset < earliest ||
+            place.offset > offset - kBlockHeaderSize)
             failAt(offset, "the index names a block where none can be");
-        earliest = place.offset + BLOCK_HEADER_SIZE;
+        earliest = place.offset + kBlockHeaderSize;
         m_blocks.push_back(place);
     }
     return true;
@@ -67,15 +67,15 @@ bool CaptureReader::readIndex() {
 
 /// Only whole blocks count; the bytes of one that was cut off are no fault.
 void CaptureReader::scanBlocks() {
-    for (std::uint64_t offset = FILE_HEADER_SIZE; offset < m_size;) {
-        const std::string header = m_file.read(offset, BLOCK_HEADER_SIZE);
-        const std::size_t magic = std::min(header.size(), INDEX_MAGIC.size());
-        if (header.compare(0, magic, INDEX_MAGIC.substr(0, magic)) == 0)
+    for (std::uint64_t offset = kFileHeaderSize; offset < m_size;) {
+        const std::string header = m_file.read(offset, kBlockHeaderSize);
+        const std::size_t magic = std::min(header.size(), kIndexMagic.size());
+        if (header.compare(0, magic, kIndexMagic.substr(0, magic)) == 0)
             return;
-        if (header.size() < BLOCK_HEADER_SIZE && header.compare(0, magic, BLOCK_MAGIC.substr(0, magic)) == 0)
+        if (header.size() < kBlockHeaderSize && header.compare(0, magic, kBlockMagic.substr(0, magic)) == 0)
             return;
         const BlockHeader block = readBlockHeader(offset, header);
-        const std::uint64_t next = offset + BLOCK_HEADER_SIZE + block.compressedLength;
+        const std::uint64_t next = offset + kBlockHeaderSize + block.compressedLength;
         if (next > m_size)
             return;
         m_blocks.push_back({offset, block.firstNanoseconds, block.messages});
@@ -85,25 +85,25 @@ void CaptureReader::scanBlocks() {
 
 CaptureReader::BlockHeader CaptureReader::readBlockHeader(std::uint64_t offset,
                                                           const std::string& bytes) const {
-    if (bytes.size() < BLOCK_HEADER_SIZE || bytes.compare(0, BLOCK_MAGIC.size(), BLOCK_MAGIC) != 0)
+    if (bytes.size() < kBlockHeaderSize || bytes.compare(0, kBlockMagic.size(), kBlockMagic) != 0)
         failAt(offset, "no block begins here");
-    if (checksum(std::string_view(bytes).substr(0, BLOCK_HEADER_SIZE - 4)) !=
-        number32(bytes, BLOCK_HEADER_SIZE - 4))
+    if (checksum(std::string_view(bytes).substr(0, kBlockHeaderSize - 4)) !=
+        number32(bytes, kBlockHeaderSize - 4))
         failAt(offset, "the header of the block is damaged");
     const BlockHeader header{number32(bytes, 4), number32(bytes, 8), number32(bytes, 12), time64(bytes, 16),
                              number32(bytes, 24)};
     // Before anything of that size is allocated: whoever made the file may have meant harm.
-    if (header.length > MAX_BLOCK || header.compressedLength > ::compressBound(header.length) ||
-        header.messages > header.length / MESSAGE_HEADER_SIZE || header.messages == 0)
+    if (header.length > kMaxBlock || header.compressedLength > ::compressBound(header.length) ||
+        header.messages > header.length / kMessageHeaderSize || header.messages == 0)
         failAt(offset, "the lengths of the block are out of bounds");
     return header;
 }
 
 void CaptureReader::loadBlock(const BlockPlace& place) {
-    const BlockHeader header = readBlockHeader(place.offset, m_file.read(place.offset, BLOCK_HEADER_SIZE));
+    const BlockHeader header = readBlockHeader(place.offset, m_file.read(place.offset, kBlockHeaderSize));
     if (header.messages != place.messages || header.firstNanoseconds != place.firstNanoseconds)
         failAt(place.offset, "the block is not what the index says");
-    const std::string data = m_file.read(place.offset + BLOCK_HEADER_SIZE, header.compressedLength);
+    const std::string data = m_file.read(place.offset + kBlockHeaderSize, header.compressedLength);
     if (data.size() != header.compressedLength || checksum(data) != header.checksum)
         failAt(place.offset, "the block is damaged");
     m_block.assign(header.length, '\0');
@@ -126,14 +126,14 @@ bool CaptureReader::next(Message& message) {
         loadBlock(m_blocks[m_nextBlock++]);
     }
     const std::size_t left = m_block.size() - m_at;
-    const std::size_t length = left < MESSAGE_HEADER_SIZE ? left : number32(m_block, m_at + 8);
-    if (left < MESSAGE_HEADER_SIZE || length > left - MESSAGE_HEADER_SIZE)
+    const std::size_t length = left < kMessageHeaderSize ? left : number32(m_block, m_at + 8);
+    if (left < kMessageHeaderSize || length > left - kMessageHeaderSize)
         failAt(m_blockOffset, "a message reaches beyond the block");
-    if (length > MAX_BODY)
+    if (length > kMaxBody)
         failAt(m_blockOffset, "a message is longer than any can be");
     message.nanoseconds = time64(m_block, m_at);
-    message.body = std::string_view(m_block).substr(m_at + MESSAGE_HEADER_SIZE, length);
-    m_at += MESSAGE_HEADER_SIZE + length;
+    message.body = std::string_view(m_block).substr(m_at + kMessageHeaderSize, length);
+    m_at += kMessageHeaderSize + length;
     --m_messagesLeft;
     return true;
 }

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAPTURE_CAPTUREREADER_H
-#define TIVRA_CAPTURE_CAPTUREREADER_H
+#pragma once
 
 #include "capture/CaptureFile.h"
 #include "capture/CaptureFormat.h"
@@ -60,5 +59,3 @@ private:
 };
 
 } // namespace tivra_capture
-
-#endif

@@ -9,14 +9,14 @@ namespace tivra_capture {
 namespace {
 
 /// Level 1: the writer has to keep pace with the feed.
-constexpr int COMPRESSION_LEVEL = 1;
+constexpr int kCompressionLevel = 1;
 
 std::string compressed(const std::string& bytes) {
     uLongf length = ::compressBound(bytes.size());
     std::string out(length, '\0');
     const int result =
         ::compress2(reinterpret_cast<Bytef*>(out.data()), &length,
-                    reinterpret_cast<const Bytef*>(bytes.data()), bytes.size(), COMPRESSION_LEVEL);
+                    reinterpret_cast<const Bytef*>(bytes.data()), bytes.size(), kCompressionLevel);
     if (result != Z_OK)
         throw CaptureError("cannot compress a block of the capture: zlib says " + std::to_string(result));
     out.resize(length);
@@ -26,7 +26,7 @@ std::string compressed(const std::string& bytes) {
 } // namespace
 
 CaptureWriter::CaptureWriter(const std::string& path) : m_file(path, CaptureFile::Mode::Replace) {
-    m_out = FILE_MAGIC;
+    m_out = kFileMagic;
     appendNumber(m_out, VERSION, 4);
     appendNumber(m_out, 0, 4);
     m_file.write(m_out);
@@ -34,7 +34,7 @@ CaptureWriter::CaptureWriter(const std::string& path) : m_file(path, CaptureFile
 }
 
 void CaptureWriter::add(const Message& message) {
-    if (message.body.size() > MAX_BODY)
+    if (message.body.size() > kMaxBody)
         m_file.fail("a message of " + std::to_string(message.body.size()) + " bytes is too long");
     if (m_place.messages == 0)
         m_place.firstNanoseconds = message.nanoseconds;
@@ -43,7 +43,7 @@ void CaptureWriter::add(const Message& message) {
     m_block += message.body;
     ++m_place.messages;
     ++m_messages;
-    if (m_block.size() >= BLOCK_SIZE)
+    if (m_block.size() >= kBlockSize)
         flush();
 }
 
@@ -51,7 +51,7 @@ void CaptureWriter::flush() {
     if (m_place.messages == 0)
         return;
     const std::string data = compressed(m_block);
-    m_out = BLOCK_MAGIC;
+    m_out = kBlockMagic;
     appendNumber(m_out, data.size(), 4);
     appendNumber(m_out, m_block.size(), 4);
     appendNumber(m_out, m_place.messages, 4);
@@ -69,7 +69,7 @@ void CaptureWriter::flush() {
 
 void CaptureWriter::finish() {
     flush();
-    m_out = INDEX_MAGIC;
+    m_out = kIndexMagic;
     appendNumber(m_out, m_places.size(), 4);
     for (const BlockPlace& place : m_places) {
         appendNumber(m_out, place.offset, 8);
@@ -79,7 +79,7 @@ void CaptureWriter::finish() {
     const std::uint32_t sum = checksum(m_out);
     appendNumber(m_out, sum, 4);
     appendNumber(m_out, m_offset, 8);
-    m_out += TRAILER_MAGIC;
+    m_out += kTrailerMagic;
     m_file.write(m_out);
     m_file.close();
 }

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAPTURE_CAPTUREWRITER_H
-#define TIVRA_CAPTURE_CAPTUREWRITER_H
+#pragma once
 
 #include "capture/CaptureFile.h"
 #include "capture/CaptureFormat.h"
@@ -39,5 +38,3 @@ private:
 };
 
 } // namespace tivra_capture
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAPTURE_CHECKSUM_H
-#define TIVRA_CAPTURE_CHECKSUM_H
+#pragma once
 
 #include <zlib.h>
 
@@ -14,5 +13,3 @@ namespace tivra_capture {
 }
 
 } // namespace tivra_capture
-
-#endif

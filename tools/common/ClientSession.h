@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_CLIENTSESSION_H
-#define TIVRA_TOOLS_CLIENTSESSION_H
+#pragma once
 
 #include <tivra.h>
 
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace tivra_tools
-
-#endif

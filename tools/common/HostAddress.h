@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_HOSTADDRESS_H
-#define TIVRA_TOOLS_HOSTADDRESS_H
+#pragma once
 
 #include <string>
 
@@ -14,5 +13,3 @@ namespace tivra_tools {
 [[nodiscard]] std::string resolveListener(const std::string& text);
 
 } // namespace tivra_tools
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_LOGFILE_H
-#define TIVRA_TOOLS_LOGFILE_H
+#pragma once
 
 #include <string>
 
@@ -11,5 +10,3 @@ namespace tivra_tools {
 [[nodiscard]] std::string logFileName(const std::string& wanted, const std::string& program);
 
 } // namespace tivra_tools
-
-#endif

@@ -18,7 +18,7 @@ namespace tivra_tools {
 
 namespace {
 
-constexpr const char* VARIABLE = "TIVRA_PASSWORD";
+constexpr const char* kVariable = "TIVRA_PASSWORD";
 
 /// The terminal with its echo off for as long as the object lives.
 class SilentTerminal {
@@ -96,7 +96,7 @@ std::string obtainPassword(const std::string& user, const std::string& passwordF
     std::string password;
     if (!passwordFile.empty()) {
         password = readFile(passwordFile, program);
-    } else if (const char* value = std::getenv(VARIABLE); value != nullptr) {
+    } else if (const char* value = std::getenv(kVariable); value != nullptr) {
         password = value;
     } else if (const std::optional<std::string> answer = ask(user)) {
         password = *answer;
@@ -104,7 +104,7 @@ std::string obtainPassword(const std::string& user, const std::string& passwordF
         throw UsageError(
             fmt::format("no password for user \"{}\": set {}, name a file with --password-file, or "
                         "start from a terminal to be asked",
-                        user, VARIABLE));
+                        user, kVariable));
     }
     if (password.empty() || password.find_first_of("|\x03") != std::string::npos)
         throw UsageError(

@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_PASSWORD_H
-#define TIVRA_TOOLS_PASSWORD_H
+#pragma once
 
 #include <string>
 
@@ -12,5 +11,3 @@ namespace tivra_tools {
                                          const std::string& program);
 
 } // namespace tivra_tools
-
-#endif

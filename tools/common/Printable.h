@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_PRINTABLE_H
-#define TIVRA_TOOLS_PRINTABLE_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -12,5 +11,3 @@ namespace tivra_tools {
 [[nodiscard]] std::string printableLines(std::string_view text);
 
 } // namespace tivra_tools
-
-#endif

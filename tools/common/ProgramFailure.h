@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_PROGRAMFAILURE_H
-#define TIVRA_TOOLS_PROGRAMFAILURE_H
+#pragma once
 
 #include <stdexcept>
 #include <string>
@@ -20,5 +19,3 @@ private:
 };
 
 } // namespace tivra_tools
-
-#endif

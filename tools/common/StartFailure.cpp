@@ -11,7 +11,7 @@ namespace tivra_tools {
 namespace {
 
 /// What a hub answers to a login whose parameters it does not know, compression among them.
-constexpr int BAD_PARAMETER = -33;
+constexpr int kBadParameter = -33;
 
 bool contains(std::string_view text, std::string_view word) {
     return text.find(word) != std::string_view::npos;
@@ -22,7 +22,7 @@ bool contains(std::string_view text, std::string_view word) {
 std::string startFailureText(const StartAttempt& attempt) {
     if (attempt.refusal) {
         const char* advice =
-            attempt.refusal->code == BAD_PARAMETER && attempt.asksForCompression
+            attempt.refusal->code == kBadParameter && attempt.asksForCompression
                 ? "The hub may not speak compression: try --no-compression."
                 : "Check the user and the password, and ask the hub's operator about the code.";
         return fmt::format("cannot log in: user \"{}\" at {}, in the login phase: the hub answered {} {}. {}",

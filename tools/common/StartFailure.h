@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_STARTFAILURE_H
-#define TIVRA_TOOLS_STARTFAILURE_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -29,5 +28,3 @@ struct StartAttempt {
 [[nodiscard]] std::string startFailureText(const StartAttempt& attempt);
 
 } // namespace tivra_tools
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_USAGEERROR_H
-#define TIVRA_TOOLS_USAGEERROR_H
+#pragma once
 
 #include <stdexcept>
 
@@ -12,5 +11,3 @@ public:
 };
 
 } // namespace tivra_tools
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_TOOLS_USEROPTIONS_H
-#define TIVRA_TOOLS_USEROPTIONS_H
+#pragma once
 
 #include <CLI/CLI.hpp>
 
@@ -18,5 +17,3 @@ void checkUser(const std::string& user);
 void refusePasswordArgument(int argc, char** argv);
 
 } // namespace tivra_tools
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_COMMANDTABLE_H
-#define TIVRA_CAT_COMMANDTABLE_H
+#pragma once
 
 #include <tivra.h>
 
@@ -17,7 +16,7 @@ struct CommandTraits {
     bool carriesSymbol; ///< its messages tell a source and a symbol
 };
 
-inline constexpr CommandTraits COMMANDS[] = {
+inline constexpr CommandTraits kCommands[] = {
     {tivra::QUERYSNAP, "snapshot", false, true, true, true},
     {tivra::SUBSCRIBE, "subscribe", true, true, false, true},
     {tivra::QUERYSNAPANDSUBSCRIBE, "subscribe --snapshot", true, true, false, true},
@@ -40,17 +39,17 @@ inline constexpr CommandTraits COMMANDS[] = {
 
 /// The traits of a command that this program sends.
 [[nodiscard]] constexpr const CommandTraits& traitsOf(tivra::Commands command) {
-    for (const CommandTraits& traits : COMMANDS) {
+    for (const CommandTraits& traits : kCommands) {
         if (traits.command == command)
             return traits;
     }
-    return COMMANDS[0];
+    return kCommands[0];
 }
 
 /// The row of "list WHAT", null for an unknown word.
 [[nodiscard]] constexpr const CommandTraits* findList(std::string_view what) {
     constexpr std::string_view PREFIX = "list ";
-    for (const CommandTraits& traits : COMMANDS) {
+    for (const CommandTraits& traits : kCommands) {
         const std::string_view name = traits.name;
         if (name.substr(0, PREFIX.size()) == PREFIX && name.substr(PREFIX.size()) == what)
             return &traits;
@@ -59,5 +58,3 @@ inline constexpr CommandTraits COMMANDS[] = {
 }
 
 } // namespace tivra_cat
-
-#endif

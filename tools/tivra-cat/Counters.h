@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_COUNTERS_H
-#define TIVRA_CAT_COUNTERS_H
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -20,5 +19,3 @@ struct Counters {
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_ERRORTEXT_H
-#define TIVRA_CAT_ERRORTEXT_H
+#pragma once
 
 #include "ExitCode.h"
 #include "Options.h"
@@ -25,5 +24,3 @@ namespace tivra_cat {
 [[nodiscard]] std::string join(const std::vector<std::string>& words);
 
 } // namespace tivra_cat
-
-#endif

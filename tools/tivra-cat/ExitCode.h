@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_EXITCODE_H
-#define TIVRA_CAT_EXITCODE_H
+#pragma once
 
 #include "common/ProgramFailure.h"
 
@@ -22,5 +21,3 @@ enum class ExitCode : int {
 using Failure = tivra_tools::ProgramFailure<ExitCode>;
 
 } // namespace tivra_cat
-
-#endif

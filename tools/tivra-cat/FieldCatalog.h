@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_FIELDCATALOG_H
-#define TIVRA_CAT_FIELDCATALOG_H
+#pragma once
 
 #include "FieldSelection.h"
 #include "SequenceCheck.h"
@@ -41,5 +40,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_FIELDSELECTION_H
-#define TIVRA_CAT_FIELDSELECTION_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -33,5 +32,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

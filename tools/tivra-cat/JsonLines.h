@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_JSONLINES_H
-#define TIVRA_CAT_JSONLINES_H
+#pragma once
 
 #include "OutputFormat.h"
 
@@ -12,5 +11,3 @@ public:
 };
 
 } // namespace tivra_cat
-
-#endif

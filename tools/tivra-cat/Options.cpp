@@ -16,7 +16,7 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr const char* FOOTER =
+constexpr const char* kFooter =
     R"(The password comes from TIVRA_PASSWORD, --password-file or a prompt, never from the command line.
 --config reads any of the long options from an INI or TOML file, such as host=["10.1.2.3:4567"].
 
@@ -332,7 +332,7 @@ std::optional<Options> readOptions(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.allow_config_extras(CLI::config_extras_mode::error);
-    app.footer(FOOTER);
+    app.footer(kFooter);
     declareWho(app, options, raw);
     declareOutput(app, options);
     declareStatistics(app, options, raw);

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_OPTIONS_H
-#define TIVRA_CAT_OPTIONS_H
+#pragma once
 
 #include "Targets.h"
 
@@ -74,5 +73,3 @@ struct Options {
 [[nodiscard]] std::optional<Options> readOptions(int argc, char** argv);
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_OUTPUTFORMAT_H
-#define TIVRA_CAT_OUTPUTFORMAT_H
+#pragma once
 
 #include "Record.h"
 
@@ -25,5 +24,3 @@ public:
 };
 
 } // namespace tivra_cat
-
-#endif

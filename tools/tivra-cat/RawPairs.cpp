@@ -18,15 +18,15 @@ void pair(std::string& out, int token, const std::string& value) {
 
 void RawPairs::add(const Record& record, std::string& out) {
     if (record.permission != 0)
-        pair(out, PERMISSION_TOKEN, std::to_string(record.permission));
+        pair(out, kPermissionToken, std::to_string(record.permission));
     if (record.source != 0)
         pair(out, tivra::ENUM_SRC_ID, std::to_string(record.source));
     if (!record.symbol.empty())
         pair(out, tivra::SYMBOL_TICKER, printable(record.symbol));
     if (record.tag != 0)
-        pair(out, TAG_TOKEN, std::to_string(record.tag));
+        pair(out, kTagToken, std::to_string(record.tag));
     if (record.isAnswer())
-        pair(out, STATUS_TOKEN, std::to_string(record.statusCode));
+        pair(out, kStatusToken, std::to_string(record.statusCode));
     for (const Field& field : record.fields)
         pair(out, field.token, printable(field.text));
     for (const Alternate& alternate : record.alternates)

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_RAWPAIRS_H
-#define TIVRA_CAT_RAWPAIRS_H
+#pragma once
 
 #include "OutputFormat.h"
 
@@ -13,5 +12,3 @@ public:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -7,8 +7,8 @@ namespace tivra_cat {
 namespace {
 
 // What every dictionary calls the two fields of a message's header that a list repeats.
-const std::string PERMISSION_NAME = "PERMISSION";
-const std::string SOURCE_NAME = "ENUM.SRC.ID";
+const std::string kPermissionName = "PERMISSION";
+const std::string kSourceName = "ENUM.SRC.ID";
 
 double secondsSinceEpoch() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -97,7 +97,7 @@ Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
     }
     tivra::MessageReader& reader = event.getReader();
     for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next()) {
-        if (token == TAG_TOKEN || (token == STATUS_TOKEN && record.isAnswer()))
+        if (token == kTagToken || (token == kStatusToken && record.isAnswer()))
             continue;
         const FieldCatalog::Entry& entry = m_catalog.entryOf(token, reader);
         if (entry.isSequence && !record.isAnswer())
@@ -127,9 +127,9 @@ void Receiver::addHeader(Record& record, const tivra::MessageEvent& event) const
         record.fields.push_back({token, &name, tivra::INT64, value, 0.0});
     };
     if (record.permission != 0)
-        asField(PERMISSION_TOKEN, PERMISSION_NAME, std::to_string(record.permission));
+        asField(kPermissionToken, kPermissionName, std::to_string(record.permission));
     if (record.source != 0)
-        asField(tivra::ENUM_SRC_ID, SOURCE_NAME, std::to_string(record.source));
+        asField(tivra::ENUM_SRC_ID, kSourceName, std::to_string(record.source));
     record.source = 0;
     record.permission = 0;
 }

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_RECEIVER_H
-#define TIVRA_CAT_RECEIVER_H
+#pragma once
 
 #include "Counters.h"
 #include "FieldCatalog.h"
@@ -68,5 +67,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

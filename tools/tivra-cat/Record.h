@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_RECORD_H
-#define TIVRA_CAT_RECORD_H
+#pragma once
 
 #include <tivra.h>
 
@@ -47,10 +46,8 @@ struct Record {
 };
 
 /// The fields that a Record keeps apart, beside source and symbol.
-inline constexpr int PERMISSION_TOKEN = 3;
-inline constexpr int TAG_TOKEN = 5026;
-inline constexpr int STATUS_TOKEN = 5001;
+inline constexpr int kPermissionToken = 3;
+inline constexpr int kTagToken = 5026;
+inline constexpr int kStatusToken = 5001;
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_RECORDQUEUE_H
-#define TIVRA_CAT_RECORDQUEUE_H
+#pragma once
 
 #include "Record.h"
 
@@ -58,5 +57,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

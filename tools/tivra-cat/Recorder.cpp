@@ -12,9 +12,9 @@ namespace tivra_cat {
 namespace {
 
 /// Bytes of bodies that may wait, however few messages they are.
-constexpr std::size_t MAX_WAITING = std::size_t{64} << 20;
+constexpr std::size_t kMaxWaiting = std::size_t{64} << 20;
 /// What a file that is cut off can lack at most.
-constexpr std::chrono::seconds FLUSH_INTERVAL{1};
+constexpr std::chrono::seconds kFlushInterval{1};
 
 std::int64_t presentNanoseconds() {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -47,7 +47,7 @@ void Recorder::add(std::string_view body) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_isClosed || m_waiting.entries.size() >= m_capacity ||
-            m_waiting.bodies.size() + body.size() > MAX_WAITING) {
+            m_waiting.bodies.size() + body.size() > kMaxWaiting) {
             m_dropped.fetch_add(1);
             return;
         }
@@ -84,7 +84,7 @@ void Recorder::writeAll() {
     while (take(batch)) {
         write(batch);
         const auto now = std::chrono::steady_clock::now();
-        if (now - lastFlush >= FLUSH_INTERVAL) {
+        if (now - lastFlush >= kFlushInterval) {
             m_writer.flush();
             lastFlush = now;
         }
@@ -97,7 +97,7 @@ bool Recorder::take(Batch& batch) {
     batch.entries.clear();
     batch.bodies.clear();
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait_for(lock, FLUSH_INTERVAL, [this] { return m_isClosed || !m_waiting.entries.empty(); });
+    m_changed.wait_for(lock, kFlushInterval, [this] { return m_isClosed || !m_waiting.entries.empty(); });
     std::swap(batch, m_waiting);
     return !batch.entries.empty() || !m_isClosed;
 }

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_RECORDER_H
-#define TIVRA_CAT_RECORDER_H
+#pragma once
 
 #include "Wakeup.h"
 
@@ -73,5 +72,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_REQUESTBOOK_H
-#define TIVRA_CAT_REQUESTBOOK_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -49,5 +48,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

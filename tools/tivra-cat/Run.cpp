@@ -24,12 +24,12 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr std::chrono::milliseconds LOOK{100};
-constexpr std::chrono::milliseconds PROGRESS_INTERVAL{500};
+constexpr std::chrono::milliseconds kLook{100};
+constexpr std::chrono::milliseconds kProgressInterval{500};
 /// Further refusals are only counted.
-constexpr std::size_t MAX_REFUSALS_SHOWN = 20;
-constexpr std::size_t MAX_OPEN_NAMED = 5;
-constexpr std::size_t HEADER_EVERY = 40;
+constexpr std::size_t kMaxRefusalsShown = 20;
+constexpr std::size_t kMaxOpenNamed = 5;
+constexpr std::size_t kHeaderEvery = 40;
 
 bool wantsColor(Choice choice) {
     if (choice != Choice::Auto)
@@ -63,7 +63,7 @@ std::unique_ptr<OutputFormat> makeFormat(const Options& options, const FieldSele
     settings.isLive = traits.isStream;
     settings.showsSymbol = traits.carriesSymbol;
     settings.everySeconds = options.everySeconds;
-    settings.headerEvery = traits.isStream && isatty(STDOUT_FILENO) == 1 ? HEADER_EVERY : 0;
+    settings.headerEvery = traits.isStream && isatty(STDOUT_FILENO) == 1 ? kHeaderEvery : 0;
     return std::make_unique<TableRows>(settings, selection);
 }
 
@@ -119,13 +119,13 @@ void Run::start(Subscriber& subscriber) {
         m_wakeup.notify();
     });
     while (!isDone) {
-        m_signals.wait(LOOK);
+        m_signals.wait(kLook);
         // Once more at each look: a stop that comes before the start has begun finds nothing to end.
         if (m_signals.count() > 0 && !isDone)
             subscriber.stop();
         if (m_signals.count() > 1)
             std::_Exit(static_cast<int>(ExitCode::Interrupted));
-        if (m_console.showsProgress() && Clock::now() - m_lastProgress >= PROGRESS_INTERVAL) {
+        if (m_console.showsProgress() && Clock::now() - m_lastProgress >= kProgressInterval) {
             m_lastProgress = Clock::now();
             m_console.progress(
                 fmt::format("connecting to {}, {:.0f} s", join(m_options.hosts), secondsSince(m_begin)));
@@ -146,7 +146,7 @@ Run::End Run::follow(const Writer& writer) {
         report();
         showProgress();
         showStatistics();
-        m_signals.wait(LOOK);
+        m_signals.wait(kLook);
     }
     report();
     return end;
@@ -181,7 +181,7 @@ void Run::waitForOutput(const Writer& writer) {
         m_recorder->close();
     const int before = m_signals.count();
     while (!writer.isFinished() || (m_recorder != nullptr && !m_recorder->isFinished())) {
-        m_signals.wait(LOOK);
+        m_signals.wait(kLook);
         // The writer may hang in a write that nobody reads, so there is nothing to wait for in order.
         if (m_signals.count() > before)
             std::_Exit(static_cast<int>(ExitCode::Interrupted));
@@ -192,9 +192,9 @@ void Run::report() {
     for (const std::string& notice : m_watch.takeNotices())
         m_console.line(notice);
     for (const Refusal& refusal : m_book.takeRefusals()) {
-        if (m_refusalsShown < MAX_REFUSALS_SHOWN)
+        if (m_refusalsShown < kMaxRefusalsShown)
             m_console.line(describe(refusal));
-        else if (m_refusalsShown == MAX_REFUSALS_SHOWN)
+        else if (m_refusalsShown == kMaxRefusalsShown)
             m_console.line("further refusals are only counted");
         ++m_refusalsShown;
     }
@@ -204,12 +204,12 @@ void Run::report() {
         m_console.line(
             fmt::format("no answer within {} s from {} to {} requests: {}. --timeout gives them longer",
                         m_options.timeoutSeconds, join(m_options.hosts), m_book.totals().open(),
-                        join(m_book.openTargets(MAX_OPEN_NAMED))));
+                        join(m_book.openTargets(kMaxOpenNamed))));
     }
 }
 
 void Run::showProgress() {
-    if (!m_console.showsProgress() || Clock::now() - m_lastProgress < PROGRESS_INTERVAL)
+    if (!m_console.showsProgress() || Clock::now() - m_lastProgress < kProgressInterval)
         return;
     m_lastProgress = Clock::now();
     m_console.progress(fmt::format("{} messages, {:.0f}/s, {} dropped, {:.0f} s", m_counters.received.load(),

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_RUN_H
-#define TIVRA_CAT_RUN_H
+#pragma once
 
 #include "Console.h"
 #include "Counters.h"
@@ -78,5 +77,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

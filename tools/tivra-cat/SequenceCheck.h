@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_SEQUENCECHECK_H
-#define TIVRA_CAT_SEQUENCECHECK_H
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -40,5 +39,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -7,7 +7,7 @@ namespace tivra_cat {
 namespace {
 
 /// More notices than that between two looks of the main thread say nothing new.
-constexpr std::size_t MAX_NOTICES = 100;
+constexpr std::size_t kMaxNotices = 100;
 
 std::string describe(const tivra::SessionEvent& event) {
     switch (event.getType()) {
@@ -65,7 +65,7 @@ void SessionWatch::onUserEvent(const tivra::UserEvent& event) {
 
 void SessionWatch::onStatisticsEvent(const tivra::StatisticsEvent& event) {
     Statistics statistics{};
-    for (std::size_t i = 0; i < COUNTERS; ++i)
+    for (std::size_t i = 0; i < kCounters; ++i)
         statistics[i] = event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(i));
     std::string json;
     std::string openMetrics;
@@ -102,7 +102,7 @@ std::string SessionWatch::machineStatistics(StatisticsForm form) const {
 }
 
 void SessionWatch::notice(std::string text) {
-    if (m_notices.size() < MAX_NOTICES)
+    if (m_notices.size() < kMaxNotices)
         m_notices.push_back(std::move(text));
     m_wakeup.notify();
 }

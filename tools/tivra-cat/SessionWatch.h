@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_SESSIONWATCH_H
-#define TIVRA_CAT_SESSIONWATCH_H
+#pragma once
 
 #include "Options.h"
 #include "Wakeup.h"
@@ -23,8 +22,8 @@ class SessionWatch : public tivra::SessionEventHandler,
                      public tivra::UserEventHandler,
                      public tivra::StatisticsEventHandler {
 public:
-    static constexpr std::size_t COUNTERS = tivra::StatisticsEvent::PEAK_NET_OUT_MSGS_SEC + 1;
-    using Statistics = std::array<std::uint64_t, COUNTERS>;
+    static constexpr std::size_t kCounters = tivra::StatisticsEvent::PEAK_NET_OUT_MSGS_SEC + 1;
+    using Statistics = std::array<std::uint64_t, kCounters>;
 
     /// @param forMachines  whether machineStatistics are kept
     SessionWatch(const Wakeup& wakeup, bool forMachines, tivra::StatisticsText::Labels labels)
@@ -59,5 +58,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

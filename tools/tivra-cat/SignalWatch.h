@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_SIGNALWATCH_H
-#define TIVRA_CAT_SIGNALWATCH_H
+#pragma once
 
 #include "Wakeup.h"
 
@@ -28,5 +27,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_STATISTICSFILE_H
-#define TIVRA_CAT_STATISTICSFILE_H
+#pragma once
 
 #include <string>
 
@@ -29,5 +28,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -20,16 +20,16 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr unsigned MAX_CONNECTIONS = 16;
+constexpr unsigned kMaxConnections = 16;
 /// A request has to fit in with its headers, and its answer is beside it.
-constexpr std::size_t CONNECTION_MEMORY = 16384;
-constexpr unsigned IDLE_SECONDS = 10;
+constexpr std::size_t kConnectionMemory = 16384;
+constexpr unsigned kIdleSeconds = 10;
 
-constexpr const char* PLAIN = "text/plain; charset=utf-8";
+constexpr const char* kPlain = "text/plain; charset=utf-8";
 
 struct Answer {
     unsigned status = MHD_HTTP_OK;
-    const char* type = PLAIN;
+    const char* type = kPlain;
     std::string text;
 };
 
@@ -56,7 +56,7 @@ int listenAt(std::string& text) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(fd, plain, length) != 0 || listen(fd, static_cast<int>(MAX_CONNECTIONS)) != 0 ||
+        bind(fd, plain, length) != 0 || listen(fd, static_cast<int>(kMaxConnections)) != 0 ||
         getsockname(fd, plain, &length) != 0) {
         const int error = errno;
         if (fd >= 0)
@@ -70,13 +70,13 @@ int listenAt(std::string& text) {
 Answer answerTo(const SessionWatch& watch, std::string_view method, std::string_view path) {
     const bool wantsMetrics = path == "/metrics";
     if (!wantsMetrics && path != "/stats.json")
-        return {MHD_HTTP_NOT_FOUND, PLAIN, "There are /metrics and /stats.json.\n"};
+        return {MHD_HTTP_NOT_FOUND, kPlain, "There are /metrics and /stats.json.\n"};
     if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD)
-        return {MHD_HTTP_METHOD_NOT_ALLOWED, PLAIN, "Only GET and HEAD are understood.\n"};
+        return {MHD_HTTP_METHOD_NOT_ALLOWED, kPlain, "Only GET and HEAD are understood.\n"};
     std::string text =
         watch.machineStatistics(wantsMetrics ? StatisticsForm::OpenMetrics : StatisticsForm::Json);
     if (text.empty())
-        return {MHD_HTTP_SERVICE_UNAVAILABLE, PLAIN, "There are no statistics yet.\n"};
+        return {MHD_HTTP_SERVICE_UNAVAILABLE, kPlain, "There are no statistics yet.\n"};
     return {MHD_HTTP_OK,
             wantsMetrics ? "application/openmetrics-text; version=1.0.0; charset=utf-8" : "application/json",
             std::move(text)};
@@ -113,8 +113,8 @@ StatisticsServer::StatisticsServer(const std::string& address, const SessionWatc
     m_daemon =
         MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD, 0, nullptr, nullptr, onRequest,
                          const_cast<SessionWatch*>(&watch), MHD_OPTION_LISTEN_SOCKET, fd,
-                         MHD_OPTION_CONNECTION_LIMIT, MAX_CONNECTIONS, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                         CONNECTION_MEMORY, MHD_OPTION_CONNECTION_TIMEOUT, IDLE_SECONDS, MHD_OPTION_END);
+                         MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                         kConnectionMemory, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
     if (m_daemon == nullptr) {
         const int error = errno;
         close(fd);

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_STATISTICSSERVER_H
-#define TIVRA_CAT_STATISTICSSERVER_H
+#pragma once
 
 #include "SessionWatch.h"
 
@@ -31,5 +30,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

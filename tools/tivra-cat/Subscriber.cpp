@@ -11,7 +11,7 @@ namespace tivra_cat {
 namespace {
 
 /// The hub's counters reach this program that often, whatever the user wants to see.
-constexpr int STATISTICS_SECONDS = 1;
+constexpr int kStatisticsSeconds = 1;
 
 template<class Config, class Parameter, class Value>
 void apply(Config& config, Parameter parameter, const std::optional<Value>& value) {
@@ -39,7 +39,7 @@ Subscriber::Subscriber(const Options& options, const std::string& password, cons
     , m_session(m_client.session()) {
     configure(options);
     m_session.registerMessageEventHandler(&receiver);
-    m_session.registerStatisticsEventHandler(&watch, STATISTICS_SECONDS);
+    m_session.registerStatisticsEventHandler(&watch, kStatisticsSeconds);
 }
 
 void Subscriber::configure(const Options& options) {

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_SUBSCRIBER_H
-#define TIVRA_CAT_SUBSCRIBER_H
+#pragma once
 
 #include "Options.h"
 #include "RequestBook.h"
@@ -37,5 +36,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

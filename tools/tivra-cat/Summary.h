@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_SUMMARY_H
-#define TIVRA_CAT_SUMMARY_H
+#pragma once
 
 #include "Counters.h"
 #include "RequestBook.h"
@@ -30,5 +29,3 @@ namespace tivra_cat {
 [[nodiscard]] std::string statisticsText(const SessionWatch::Statistics& statistics);
 
 } // namespace tivra_cat
-
-#endif

@@ -11,8 +11,8 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr int HOST_TOKEN = 13001;
-constexpr int PORT_TOKEN = 13101;
+constexpr int kHostToken = 13001;
+constexpr int kPortToken = 13101;
 
 struct HubRow {
     std::string address;
@@ -24,11 +24,11 @@ std::vector<HubRow> hubsOf(const Record& record) {
     std::vector<HubRow> hubs;
     for (const Field& field : record.fields) {
         const std::string text = printable(field.text);
-        if (field.token == HOST_TOKEN)
+        if (field.token == kHostToken)
             hubs.push_back({text, {}});
         else if (hubs.empty())
             continue;
-        else if (field.token == PORT_TOKEN)
+        else if (field.token == kPortToken)
             hubs.back().address += ":" + text;
         else if (field.token == tivra::SYMBOL_TICKER)
             hubs.back().patterns += "  " + text;

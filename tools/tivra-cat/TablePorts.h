@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_TABLEPORTS_H
-#define TIVRA_CAT_TABLEPORTS_H
+#pragma once
 
 #include "OutputFormat.h"
 
@@ -16,5 +15,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_TABLERECORDS_H
-#define TIVRA_CAT_TABLERECORDS_H
+#pragma once
 
 #include "OutputFormat.h"
 
@@ -18,5 +17,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -12,9 +12,9 @@ namespace tivra_cat {
 namespace {
 
 /// Rows of a query that are looked at for the widths before the first is printed.
-constexpr std::size_t HELD_ROWS = 1000;
-constexpr std::size_t MIN_NUMBER_WIDTH = 8;
-constexpr double NO_NUMBER = std::numeric_limits<double>::quiet_NaN();
+constexpr std::size_t kHeldRows = 1000;
+constexpr std::size_t kMinNumberWidth = 8;
+constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 
 double numberOf(const Field& field) {
     if (field.type == tivra::DOUBLE)
@@ -73,7 +73,7 @@ const std::vector<std::size_t>& TableRows::columnsOf(const Field& field) {
     for (const std::size_t i : columns) {
         if (field.type == tivra::INT64 || field.type == tivra::DOUBLE) {
             m_columns[i].isRightAligned = true;
-            m_columns[i].width = std::max(m_columns[i].width, MIN_NUMBER_WIDTH);
+            m_columns[i].width = std::max(m_columns[i].width, kMinNumberWidth);
         }
     }
     return columns;
@@ -130,7 +130,7 @@ void TableRows::add(const Record& record, std::string& out) {
     fill(row, record);
     if (m_isHolding) {
         m_held.push_back(std::move(row));
-        if (m_held.size() >= HELD_ROWS)
+        if (m_held.size() >= kHeldRows)
             printHeld(out);
         return;
     }
@@ -162,7 +162,7 @@ void TableRows::markChanges(Row& row, const Key& key) {
     if (!m_settings.isColored)
         return;
     std::vector<double>& shown = m_shown[key];
-    shown.resize(std::max(shown.size(), row.cells.size()), NO_NUMBER);
+    shown.resize(std::max(shown.size(), row.cells.size()), kNoNumber);
     for (std::size_t i = 0; i < row.cells.size(); ++i) {
         Cell& cell = row.cells[i];
         cell.change = 0;

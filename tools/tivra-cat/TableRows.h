@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_TABLEROWS_H
-#define TIVRA_CAT_TABLEROWS_H
+#pragma once
 
 #include "FieldSelection.h"
 #include "OutputFormat.h"
@@ -81,5 +80,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

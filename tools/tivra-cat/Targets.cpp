@@ -13,7 +13,7 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr std::size_t MAX_SYMBOL = 32;
+constexpr std::size_t kMaxSymbol = 32;
 
 std::string_view trimmed(std::string_view text) {
     const char* const space = " \t\r\n";
@@ -24,9 +24,9 @@ std::string_view trimmed(std::string_view text) {
 }
 
 void checkSymbol(std::string_view symbol) {
-    if (symbol.size() > MAX_SYMBOL)
+    if (symbol.size() > kMaxSymbol)
         throw Failure(ExitCode::Usage,
-                      fmt::format("the symbol \"{}\" is longer than {} characters", symbol, MAX_SYMBOL));
+                      fmt::format("the symbol \"{}\" is longer than {} characters", symbol, kMaxSymbol));
     const auto isForbidden = [](char c) { return c == '|' || static_cast<unsigned char>(c) < 0x20; };
     if (symbol.empty() || std::any_of(symbol.begin(), symbol.end(), isForbidden))
         throw Failure(

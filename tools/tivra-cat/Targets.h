@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_TARGETS_H
-#define TIVRA_CAT_TARGETS_H
+#pragma once
 
 #include <tivra.h>
 
@@ -29,5 +28,3 @@ void addTargets(std::vector<Target>& targets, const std::vector<int>& sources,
 [[nodiscard]] std::vector<std::string> readSymbols(const std::string& path);
 
 } // namespace tivra_cat
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_VALUETEXT_H
-#define TIVRA_CAT_VALUETEXT_H
+#pragma once
 
 #include "Record.h"
 
@@ -24,5 +23,3 @@ namespace tivra_cat {
 [[nodiscard]] const char* typeName(tivra::MessageEvent::Types type);
 
 } // namespace tivra_cat
-
-#endif

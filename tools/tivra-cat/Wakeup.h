@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_WAKEUP_H
-#define TIVRA_CAT_WAKEUP_H
+#pragma once
 
 namespace tivra_cat {
 
@@ -21,5 +20,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

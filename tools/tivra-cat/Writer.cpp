@@ -11,8 +11,8 @@ namespace tivra_cat {
 
 namespace {
 
-constexpr std::size_t FLUSH_SIZE = 65536;
-constexpr std::chrono::milliseconds TICK{100};
+constexpr std::size_t kFlushSize = 65536;
+constexpr std::chrono::milliseconds kTick{100};
 
 } // namespace
 
@@ -29,10 +29,10 @@ Writer::~Writer() {
 void Writer::run() {
     std::vector<Record> records;
     std::string text;
-    while (m_error == 0 && m_queue.take(records, std::chrono::steady_clock::now() + TICK)) {
+    while (m_error == 0 && m_queue.take(records, std::chrono::steady_clock::now() + kTick)) {
         for (const Record& record : records) {
             m_format->add(record, text);
-            if (text.size() >= FLUSH_SIZE)
+            if (text.size() >= kFlushSize)
                 flush(text);
         }
         m_format->tick(std::chrono::steady_clock::now(), text);

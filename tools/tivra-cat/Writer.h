@@ -1,5 +1,4 @@
-#ifndef TIVRA_CAT_WRITER_H
-#define TIVRA_CAT_WRITER_H
+#pragma once
 
 #include "OutputFormat.h"
 #include "RecordQueue.h"
@@ -42,5 +41,3 @@ private:
 };
 
 } // namespace tivra_cat
-
-#endif

@@ -15,15 +15,15 @@
 
 namespace {
 
-const std::string PROGRAM = "tivra-cat";
+const std::string kProgram = "tivra-cat";
 
 int runProgram(int argc, char** argv) {
     using namespace tivra_cat;
     const std::optional<Options> options = readOptions(argc, argv);
     if (!options)
         return static_cast<int>(ExitCode::Ended);
-    const std::string logFile = tivra_tools::logFileName(options->logFile, PROGRAM);
-    const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile, PROGRAM);
+    const std::string logFile = tivra_tools::logFileName(options->logFile, kProgram);
+    const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile, kProgram);
     Run run(*options, logFile);
     return static_cast<int>(run.execute(password));
 }

@@ -12,10 +12,10 @@ using namespace tivra_sim;
 
 namespace {
 
-constexpr const char* FOOTER = "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
-                               "configuration,\n3 the port cannot be had, 4 the playback file or the "
-                               "capture cannot be read,\n5 with --once: the clients have gone for "
-                               "good before the playback was at its end.";
+constexpr const char* kFooter = "Exit codes: 0 ended as asked or by SIGINT or SIGTERM, 2 a wrong option or "
+                                "configuration,\n3 the port cannot be had, 4 the playback file or the "
+                                "capture cannot be read,\n5 with --once: the clients have gone for "
+                                "good before the playback was at its end.";
 
 std::string readPassword(const Options& options) {
     std::string password;
@@ -104,7 +104,7 @@ void declare(CLI::App& app, Options& options) {
     app.set_version_flag("--version", std::string("tivra-hub ") + TIVRA_HUB_VERSION);
     app.add_flag("--print-config", options.printsConfig,
                  "print the effective configuration without passwords and end");
-    app.footer(FOOTER);
+    app.footer(kFooter);
 }
 
 void startBySubscriptions(HubConfig& config) {

@@ -17,7 +17,7 @@ using namespace tivra_sim;
 enum ExitCode { ENDED = 0, BAD_CONFIGURATION = 2, NO_PORT = 3, NO_PLAYBACK = 4, DESERTED = 5 };
 
 /// Tenths of a second that --once waits for a client to come back while there is something left to play.
-constexpr int PATIENCE = 50;
+constexpr int kPatience = 50;
 
 /// A request's text with the password left out.
 std::string printable(const Request& request) {
@@ -106,7 +106,7 @@ int serve(const std::vector<Hub*>& hubs, const Options& options, const sigset_t&
             continue;
         if (isPlayedOut(hubs))
             return ENDED;
-        if (deserted >= PATIENCE) {
+        if (deserted >= kPatience) {
             std::cerr << "tivra-hub: every client has gone for 5 seconds and the playback is not at its end"
                       << std::endl;
             return DESERTED;

@@ -42,7 +42,7 @@ Fault BodyReader::faultIn(const Frame& frame) const {
     const auto position = static_cast<std::size_t>(std::strtoul(text.data() + number + 4, nullptr, 10));
     std::string found = "the end of the frame";
     if (frame.lacksEnd && position + 1 == frame.bytes.size())
-        found = END_OF_INPUT;
+        found = kEndOfInput;
     else if (position < frame.bytes.size())
         found = byteText(frame.bytes[position]);
     std::string expected = "the end of the frame behind its end byte";

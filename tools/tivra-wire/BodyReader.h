@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_BODYREADER_H
-#define TIVRA_WIRE_BODYREADER_H
+#pragma once
 
 #include "Dictionary.h"
 #include "Frame.h"
@@ -28,5 +27,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

@@ -53,7 +53,7 @@ Dictionary::Dictionary(const Options& options) {
 /// As the library does it: the tokens that it knows before any hub tells them come first, and a number or a
 /// name that is taken stays as it is.
 void Dictionary::add(const std::vector<HubToken>& tokens) {
-    for (const tivra_internal::BootstrapToken& token : tivra_internal::BOOTSTRAP_DICTIONARY)
+    for (const tivra_internal::BootstrapToken& token : tivra_internal::kBootstrapDictionary)
         if (token.number != 0)
             static_cast<void>(addToken(token.number, std::string(token.name), token.typeWord));
     std::size_t left = 0;

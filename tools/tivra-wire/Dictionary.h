@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_DICTIONARY_H
-#define TIVRA_WIRE_DICTIONARY_H
+#pragma once
 
 #include "HubDictionary.h"
 #include "Options.h"
@@ -34,5 +33,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

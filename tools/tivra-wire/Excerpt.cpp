@@ -6,17 +6,17 @@ namespace tivra_wire {
 
 namespace {
 
-constexpr std::size_t COLUMNS_BEFORE = 48;
-constexpr std::size_t COLUMNS_AFTER = 24;
-constexpr std::string_view INDENT = "    ";
-constexpr std::string_view CUT = "...";
+constexpr std::size_t kColumnsBefore = 48;
+constexpr std::size_t kColumnsAfter = 24;
+constexpr std::string_view kIndent = "    ";
+constexpr std::string_view kCut = "...";
 
 std::string shownBefore(std::string_view bytes) {
     std::string text;
     while (!bytes.empty()) {
         const std::string byte = printable(bytes.substr(bytes.size() - 1));
-        if (text.size() + byte.size() > COLUMNS_BEFORE)
-            return std::string(CUT) + text;
+        if (text.size() + byte.size() > kColumnsBefore)
+            return std::string(kCut) + text;
         text.insert(0, byte);
         bytes.remove_suffix(1);
     }
@@ -26,8 +26,8 @@ std::string shownBefore(std::string_view bytes) {
 std::string shownAfter(std::string_view bytes) {
     std::string text;
     for (const char byte : bytes) {
-        if (text.size() >= COLUMNS_AFTER)
-            return text.append(CUT);
+        if (text.size() >= kColumnsAfter)
+            return text.append(kCut);
         text += printable({&byte, 1});
     }
     return text;
@@ -43,9 +43,9 @@ std::string excerpt(Surroundings around, bool isLine) {
         around.after = around.after.substr(0, around.after.find('\n'));
     }
     const std::string before = shownBefore(around.before);
-    std::string text(INDENT);
+    std::string text(kIndent);
     text.append(before).append(shownAfter(around.after)) += '\n';
-    return text.append(INDENT).append(before.size(), ' ') + "^\n";
+    return text.append(kIndent).append(before.size(), ' ') + "^\n";
 }
 
 } // namespace tivra_wire

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_EXCERPT_H
-#define TIVRA_WIRE_EXCERPT_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -17,5 +16,3 @@ struct Surroundings {
 [[nodiscard]] std::string excerpt(Surroundings around, bool isLine);
 
 } // namespace tivra_wire
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_EXITCODE_H
-#define TIVRA_WIRE_EXITCODE_H
+#pragma once
 
 #include "common/ProgramFailure.h"
 
@@ -19,5 +18,3 @@ enum class ExitCode : int {
 using Failure = tivra_tools::ProgramFailure<ExitCode>;
 
 } // namespace tivra_wire
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_FRAME_H
-#define TIVRA_WIRE_FRAME_H
+#pragma once
 
 #include <cstdint>
 #include <stdexcept>
@@ -32,7 +31,7 @@ private:
     std::uint64_t m_offset;
 };
 
-inline constexpr char END_OF_INPUT[] = "the end of the input";
+inline constexpr char kEndOfInput[] = "the end of the input";
 
 /// A byte for people: 0x41 'A'.
 [[nodiscard]] std::string byteText(char byte);
@@ -41,5 +40,3 @@ inline constexpr char END_OF_INPUT[] = "the end of the input";
 [[nodiscard]] std::string printable(std::string_view bytes);
 
 } // namespace tivra_wire
-
-#endif

@@ -13,8 +13,8 @@ namespace {
 const char* typeName(const KVNAPI::Token* token) {
     if (token == nullptr)
         return "unknown";
-    static constexpr const char* NAMES[] = {"int", "double", "string"};
-    return NAMES[token->storage];
+    static constexpr const char* kNames[] = {"int", "double", "string"};
+    return kNames[token->storage];
 }
 
 std::string fieldLine(std::uint64_t offset, std::string_view field, const Dictionary& dictionary) {
@@ -36,7 +36,7 @@ std::string dump(const Frame& frame, Form form, const Dictionary& dictionary) {
     std::string text = fmt::format("{} {} at byte {}, {} bytes\n", isLine ? "line" : "frame", frame.number,
                                    frame.offset, frame.bytes.size());
     const std::size_t bodyEnd = frame.bytes.size() - 1;
-    for (std::size_t from = isLine ? 0 : KVNAPI::KVN_HEADER_SIZE; from < bodyEnd;) {
+    for (std::size_t from = isLine ? 0 : KVNAPI::kKvnHeaderSize; from < bodyEnd;) {
         // No value that was read well holds the separator.
         const std::size_t to = std::min(frame.bytes.find('|', from), bodyEnd);
         text += fieldLine(frame.offset + from, frame.bytes.substr(from, to - from), dictionary);

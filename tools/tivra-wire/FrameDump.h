@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_FRAMEDUMP_H
-#define TIVRA_WIRE_FRAMEDUMP_H
+#pragma once
 
 #include "Dictionary.h"
 #include "Frame.h"
@@ -13,5 +12,3 @@ namespace tivra_wire {
 [[nodiscard]] std::string dump(const Frame& frame, Form form, const Dictionary& dictionary);
 
 } // namespace tivra_wire
-
-#endif

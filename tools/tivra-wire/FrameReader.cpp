@@ -10,7 +10,7 @@ namespace tivra_wire {
 
 namespace {
 
-constexpr std::size_t BLOCK = 65536;
+constexpr std::size_t kBlock = 65536;
 
 Form formOf(std::string_view start) {
     if (start.empty() || start[0] == KVNAPI::KVN_START)
@@ -44,8 +44,8 @@ bool FrameReader::readMore() {
         return !m_inputEnded;
     }
     const std::size_t size = m_bytes.size();
-    m_bytes.resize(size + BLOCK);
-    const std::size_t count = m_input.read(m_bytes.data() + size, BLOCK);
+    m_bytes.resize(size + kBlock);
+    const std::size_t count = m_input.read(m_bytes.data() + size, kBlock);
     m_bytes.resize(size + count);
     m_inputEnded = count == 0;
     return !m_inputEnded;
@@ -65,11 +65,11 @@ void FrameReader::readCompressed() {
         return;
     }
     const std::size_t size = m_bytes.size();
-    m_bytes.resize(size + BLOCK);
+    m_bytes.resize(size + kBlock);
     std::string_view in(m_compressed);
     std::size_t count = 0;
     try {
-        count = m_inflater->inflate(in, m_bytes.data() + size, BLOCK);
+        count = m_inflater->inflate(in, m_bytes.data() + size, kBlock);
     } catch (...) {
         m_bytes.resize(size);
         throw;
@@ -78,14 +78,14 @@ void FrameReader::readCompressed() {
     m_compressed.erase(0, m_compressed.size() - in.size());
     if (count != 0 || m_inflater->isAtEnd())
         return;
-    m_compressed.resize(BLOCK);
-    m_compressed.resize(m_input.read(m_compressed.data(), BLOCK));
+    m_compressed.resize(kBlock);
+    m_compressed.resize(m_input.read(m_compressed.data(), kBlock));
     // A live stream has no end of its own.
     m_inputEnded = m_compressed.empty();
 }
 
 bool FrameReader::fill(std::size_t size) {
-    if (m_begin > BLOCK && m_begin > m_bytes.size() / 2) {
+    if (m_begin > kBlock && m_begin > m_bytes.size() / 2) {
         m_bytes.erase(0, m_begin);
         m_begin = 0;
     }
@@ -96,25 +96,25 @@ bool FrameReader::fill(std::size_t size) {
 }
 
 std::size_t FrameReader::frameLength() {
-    if (!fill(KVNAPI::KVN_HEADER_SIZE)) {
+    if (!fill(KVNAPI::kKvnHeaderSize)) {
         const std::string_view part = held();
-        if (part[0] == KVNAPI::KVN_START && (part.size() < 2 || part[1] == KVNAPI::KVN_MARK))
-            throw Fault(m_offset + part.size(), "the rest of the 6 bytes of a frame's header", END_OF_INPUT);
+        if (part[0] == KVNAPI::KVN_START && (part.size() < 2 || part[1] == KVNAPI::kKvnMark))
+            throw Fault(m_offset + part.size(), "the rest of the 6 bytes of a frame's header", kEndOfInput);
     }
     const std::string_view head = held();
     if (head[0] != KVNAPI::KVN_START)
         throw Fault(m_offset, "0x04, the start of a frame", byteText(head[0]));
-    if (head[1] != KVNAPI::KVN_MARK)
+    if (head[1] != KVNAPI::kKvnMark)
         throw Fault(m_offset + 1, "0x20, the second byte of a frame", byteText(head[1]));
     const std::size_t body = KVNAPI::frameBodyLength(head.data());
-    if (body + KVNAPI::KVN_FRAME_EXTRA > MAX_FRAME)
+    if (body + KVNAPI::kKvnFrameExtra > kMaxFrame)
         throw Fault(m_offset + 2,
-                    fmt::format("a body of at most {} bytes", MAX_FRAME - KVNAPI::KVN_FRAME_EXTRA),
+                    fmt::format("a body of at most {} bytes", kMaxFrame - KVNAPI::kKvnFrameExtra),
                     fmt::format("a length of {}", body));
-    const std::size_t length = body + KVNAPI::KVN_FRAME_EXTRA;
+    const std::size_t length = body + KVNAPI::kKvnFrameExtra;
     if (!fill(length))
         throw Fault(m_offset + held().size(),
-                    fmt::format("{} more bytes of the frame", length - held().size()), END_OF_INPUT);
+                    fmt::format("{} more bytes of the frame", length - held().size()), kEndOfInput);
     if (const char end = held()[length - 1]; end != KVNAPI::ETX)
         throw Fault(m_offset + length - 1, "0x03, the end of the frame", byteText(end));
     return length;
@@ -127,8 +127,8 @@ std::size_t FrameReader::lineLength() {
         if (end != std::string_view::npos)
             return end + 1;
         searched = held().size();
-        if (searched >= MAX_FRAME)
-            throw Fault(m_offset, fmt::format("a line of at most {} bytes", MAX_FRAME), "a longer one");
+        if (searched >= kMaxFrame)
+            throw Fault(m_offset, fmt::format("a line of at most {} bytes", kMaxFrame), "a longer one");
         if (!readMore()) {
             // The last line may lack its end.
             m_bytes += '\n';

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_FRAMEREADER_H
-#define TIVRA_WIRE_FRAMEREADER_H
+#pragma once
 
 #include "Excerpt.h"
 #include "Frame.h"
@@ -17,7 +16,7 @@ namespace tivra_wire {
 class FrameReader {
 public:
     /// What is longer is a fault: a header of any bytes may tell a length of four gigabytes.
-    static constexpr std::size_t MAX_FRAME = std::size_t{16} << 20;
+    static constexpr std::size_t kMaxFrame = std::size_t{16} << 20;
 
     /// Reads the first bytes, which tell the form unless it is given.
     FrameReader(Input& input, std::optional<Form> form);
@@ -52,5 +51,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr long LIST_MEGABYTES = 128;
+constexpr long kListMegabytes = 128;
 
 /// One conversation with a hub, from the login to the last of its tokens.
 class Conversation {
@@ -32,7 +32,7 @@ public:
         m_session.registerMessageEventHandler(&m_collector);
         tivra::ConnectionConfig& connections = m_session.getConnectionConfig();
         // The list comes faster than it is taken, and a queue that it fills costs the answer.
-        connections.set(tivra::HostConfig::QUEUE_SIZE_LONG, LIST_MEGABYTES);
+        connections.set(tivra::HostConfig::QUEUE_SIZE_LONG, kListMegabytes);
         if (!options.hasCompression)
             connections.set(tivra::HostConfig::COMPRESSION_BOOL, false);
         connections.getHostConfig(options.host);

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_HUBDICTIONARY_H
-#define TIVRA_WIRE_HUBDICTIONARY_H
+#pragma once
 
 #include "Options.h"
 
@@ -21,5 +20,3 @@ struct HubToken {
 [[nodiscard]] std::vector<HubToken> fetchDictionary(const HubOptions& options, const std::string& password);
 
 } // namespace tivra_wire
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_INFLATER_H
-#define TIVRA_WIRE_INFLATER_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -29,5 +28,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_INPUT_H
-#define TIVRA_WIRE_INPUT_H
+#pragma once
 
 #include <cstddef>
 #include <functional>
@@ -31,5 +30,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

@@ -9,9 +9,9 @@ namespace tivra_wire {
 namespace {
 
 std::string linesOf(const KVNAPI::Token& token, std::string_view shortName) {
-    static constexpr const char* STORAGES[] = {"int", "double", "string"};
+    static constexpr const char* kStorages[] = {"int", "double", "string"};
     std::string text = fmt::format("cmd=AddToken|name={}|token={}|storage={}", token.name, token.kvnid,
-                                   STORAGES[token.storage]);
+                                   kStorages[token.storage]);
     if (token.hidden)
         text += "|hidden=1";
     if (token.passthrough)

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_MAPTEXT_H
-#define TIVRA_WIRE_MAPTEXT_H
+#pragma once
 
 #include "Dictionary.h"
 
@@ -11,5 +10,3 @@ namespace tivra_wire {
 [[nodiscard]] std::string mapText(Dictionary& dictionary);
 
 } // namespace tivra_wire
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_MESSAGEFILTER_H
-#define TIVRA_WIRE_MESSAGEFILTER_H
+#pragma once
 
 #include "Dictionary.h"
 #include "Options.h"
@@ -30,5 +29,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

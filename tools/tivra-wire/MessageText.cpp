@@ -86,7 +86,7 @@ void MessageText::writeLine(const KVNAPI::Message& message) {
         if (pair->token->storage == KVNAPI::Token::TY_STRING) {
             m_text.append(pair->s.view());
         } else {
-            char number[KVNAPI::NUMBER_TEXT_MAX];
+            char number[KVNAPI::kNumberTextMax];
             m_text.append(number, KVNAPI::putValue(number, number + sizeof number, *pair));
         }
         m_text += '|';
@@ -95,10 +95,10 @@ void MessageText::writeLine(const KVNAPI::Message& message) {
 }
 
 void MessageText::checkEnds(const Frame& frame, char end) const {
-    const std::size_t from = m_toLines ? 0 : KVNAPI::KVN_HEADER_SIZE;
+    const std::size_t from = m_toLines ? 0 : KVNAPI::kKvnHeaderSize;
     if (m_text.find(end, from) == m_text.size() - 1)
         return;
-    const std::size_t place = frame.bytes.find(end, m_toLines ? KVNAPI::KVN_HEADER_SIZE : 0);
+    const std::size_t place = frame.bytes.find(end, m_toLines ? KVNAPI::kKvnHeaderSize : 0);
     throw Fault(frame.offset + (place == std::string_view::npos ? 0 : place),
                 fmt::format("text that a {} can hold", m_toLines ? "line" : "frame"),
                 fmt::format("the byte {} in a value", byteText(end)));

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_MESSAGETEXT_H
-#define TIVRA_WIRE_MESSAGETEXT_H
+#pragma once
 
 #include "Dictionary.h"
 #include "Frame.h"
@@ -40,5 +39,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

@@ -17,7 +17,7 @@ namespace tivra_wire {
 
 namespace {
 
-constexpr const char* FOOTER =
+constexpr const char* kFooter =
     R"(kvn: frames with token numbers, as a hub sends them. zkvn: the same inside one zlib stream.
 vkvn: lines of NAME=value or NUMBER=value with | between them. A FILE of - is standard input.
 
@@ -27,10 +27,10 @@ Exit codes: 0 ended well, 1 internal error, 2 wrong usage or a map file that can
 3 a fault in the input, 4 the input cannot be read, 5 the output cannot be written,
 6 the hub gives no dictionary.)";
 
-const std::map<std::string, Form> FORMS{{"kvn", Form::Kvn}, {"vkvn", Form::Vkvn}, {"zkvn", Form::Zkvn}};
+const std::map<std::string, Form> kForms{{"kvn", Form::Kvn}, {"vkvn", Form::Vkvn}, {"zkvn", Form::Zkvn}};
 
 CLI::Validator formNames() {
-    return CLI::Validator(CLI::CheckedTransformer(FORMS).description("kvn|vkvn|zkvn"));
+    return CLI::Validator(CLI::CheckedTransformer(kForms).description("kvn|vkvn|zkvn"));
 }
 
 void declareInput(CLI::App& app, Options& options, std::string& from) {
@@ -124,7 +124,7 @@ std::optional<Options> readOptions(int argc, char** argv) {
     std::string from;
     bool isPlain = false;
     CLI::App app("Shows, converts and checks streams of token messages.", "tivra-wire");
-    app.footer(FOOTER);
+    app.footer(kFooter);
     app.set_version_flag("--version", std::string("tivra-wire ") + TIVRA_WIRE_VERSION);
     app.require_subcommand(1);
     declareInput(app, options, from);
@@ -143,7 +143,7 @@ std::optional<Options> readOptions(int argc, char** argv) {
         throw Failure(ExitCode::Usage, fmt::format("{} (try tivra-wire --help)", error.what()));
     }
     if (!from.empty())
-        options.from = FORMS.at(from);
+        options.from = kForms.at(from);
     options.hub.hasCompression = !isPlain;
     complete(options);
     return options;

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_OPTIONS_H
-#define TIVRA_WIRE_OPTIONS_H
+#pragma once
 
 #include "Frame.h"
 
@@ -44,5 +43,3 @@ struct Options {
 [[nodiscard]] std::optional<Options> readOptions(int argc, char** argv);
 
 } // namespace tivra_wire
-
-#endif

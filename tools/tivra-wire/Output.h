@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_OUTPUT_H
-#define TIVRA_WIRE_OUTPUT_H
+#pragma once
 
 #include <cstdio>
 #include <optional>
@@ -37,5 +36,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

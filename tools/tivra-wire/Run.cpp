@@ -17,8 +17,8 @@ namespace tivra_wire {
 namespace {
 
 const char* formName(Form form) {
-    static constexpr const char* NAMES[] = {"kvn", "vkvn", "zkvn"};
-    return NAMES[static_cast<int>(form)];
+    static constexpr const char* kNames[] = {"kvn", "vkvn", "zkvn"};
+    return kNames[static_cast<int>(form)];
 }
 
 class Files {

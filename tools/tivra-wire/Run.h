@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_RUN_H
-#define TIVRA_WIRE_RUN_H
+#pragma once
 
 #include "ExitCode.h"
 #include "Options.h"
@@ -11,5 +10,3 @@ namespace tivra_wire {
 [[nodiscard]] ExitCode run(const Options& options);
 
 } // namespace tivra_wire
-
-#endif

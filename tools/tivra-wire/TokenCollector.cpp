@@ -9,10 +9,10 @@ namespace tivra_wire {
 namespace {
 
 /// The field with the type of a token, which no request carries.
-constexpr int KVN_TOKEN_TYPE = 5012;
+constexpr int kKvnTokenType = 5012;
 /// A hub may not fill the memory, neither with tokens nor with long texts.
-constexpr std::size_t MAX_TOKENS = 200000;
-constexpr std::size_t MAX_TEXT = std::size_t{64} << 20;
+constexpr std::size_t kMaxTokens = 200000;
+constexpr std::size_t kMaxText = std::size_t{64} << 20;
 
 /// The text of a field, empty for one that the message lacks.
 std::string textOf(tivra::MessageReader& reader, int token) {
@@ -45,7 +45,7 @@ void TokenCollector::onMessageEvent(const tivra::MessageEvent& event) {
     if (reader.find(tivra::KVN_TOKEN_NUM)) {
         const std::int64_t number = reader.getValueAsInteger();
         std::string name = textOf(reader, tivra::KVN_TOKEN_NAME);
-        add(event.getTag(), {number, std::move(name), textOf(reader, KVN_TOKEN_TYPE)});
+        add(event.getTag(), {number, std::move(name), textOf(reader, kKvnTokenType)});
     }
     if (event.getType() == tivra::MessageEvent::STATUS ||
         event.getType() == tivra::MessageEvent::IMAGE_COMPLETE)
@@ -68,7 +68,7 @@ void TokenCollector::add(std::int64_t tag, HubToken token) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     beginAnewFor(tag);
     m_textSize += token.name.size() + token.type.size();
-    m_isTooMuch = m_isTooMuch || m_tokens.size() == MAX_TOKENS || m_textSize > MAX_TEXT;
+    m_isTooMuch = m_isTooMuch || m_tokens.size() == kMaxTokens || m_textSize > kMaxText;
     if (!m_isTooMuch)
         m_tokens.push_back(std::move(token));
 }
@@ -81,7 +81,7 @@ void TokenCollector::end(std::int64_t tag, const std::string& error) {
         m_error = "the hub listed no token";
     if (error.empty() && m_isTooMuch)
         m_error =
-            fmt::format("the hub lists more than {} tokens, or {} MB of names", MAX_TOKENS, MAX_TEXT >> 20U);
+            fmt::format("the hub lists more than {} tokens, or {} MB of names", kMaxTokens, kMaxText >> 20U);
     m_hasAnswer = true;
     m_changed.notify_one();
 }

@@ -1,5 +1,4 @@
-#ifndef TIVRA_WIRE_TOKENCOLLECTOR_H
-#define TIVRA_WIRE_TOKENCOLLECTOR_H
+#pragma once
 
 #include "HubDictionary.h"
 
@@ -64,5 +63,3 @@ private:
 };
 
 } // namespace tivra_wire
-
-#endif

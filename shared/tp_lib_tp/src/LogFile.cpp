@@ -15,10 +15,10 @@ namespace tp {
 
 namespace {
 
-constexpr std::size_t nameSize = kEprintfNameMax + 1;
+constexpr std::size_t kNameSize = kEprintfNameMax + 1;
 
-char eprintf_filename[nameSize] TP_GUARDED_BY(eprintf_mutex) = "eprintflog";
-char eprintf_failed_filename[nameSize + 16] TP_GUARDED_BY(eprintf_mutex) = "";
+char eprintf_filename[kNameSize] TP_GUARDED_BY(eprintf_mutex) = "eprintflog";
+char eprintf_failed_filename[kNameSize + 16] TP_GUARDED_BY(eprintf_mutex) = "";
 int eprintf_current_file_date TP_GUARDED_BY(eprintf_mutex) = -1;
 int eprintf_fd TP_GUARDED_BY(eprintf_mutex) = -1;
 FILE* eprintf_file TP_GUARDED_BY(eprintf_mutex) = nullptr;

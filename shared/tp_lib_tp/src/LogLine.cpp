@@ -21,7 +21,7 @@ struct LevelLook {
     int priority;
 };
 
-constexpr LevelLook levelLooks[] = {
+constexpr LevelLook kLevelLooks[] = {
     {"CRIT: ", "\x1b[01;31m", LOG_CRIT},
     {"WARN: ", "\x1b[01;33m", LOG_WARNING},
     {"INFO: ", "\x1b[01;32m", LOG_INFO},
@@ -29,9 +29,9 @@ constexpr LevelLook levelLooks[] = {
 };
 
 constexpr std::size_t EPF_ALLOC_SIZE = 32768;
-constexpr std::size_t prefixSize = kEprintfNameMax + 1;
+constexpr std::size_t kPrefixSize = kEprintfNameMax + 1;
 
-char eprintf_prefix[prefixSize] TP_GUARDED_BY(eprintf_mutex) = "";
+char eprintf_prefix[kPrefixSize] TP_GUARDED_BY(eprintf_mutex) = "";
 char* eprintf_buf TP_GUARDED_BY(eprintf_mutex) = nullptr;
 std::size_t eprintf_buf_size TP_GUARDED_BY(eprintf_mutex) = 0;
 
@@ -58,7 +58,7 @@ bool appendFileInfo(BoundedText& text, const LineRequest& request) noexcept {
 __attribute__((format(printf, 3, 0))) const char* buildLine(BoundedText& text, const LineRequest& request,
                                                             const char* fmt, va_list args) noexcept
     TP_REQUIRES(eprintf_mutex) {
-    const LevelLook& look = levelLooks[request.level];
+    const LevelLook& look = kLevelLooks[request.level];
     if (hasOption(EPF_COLOR) && text.room() > 8)
         text.append("%s", look.colour);
     if (hasOption(EPF_TIMESTAMP) && !appendTime(text))
@@ -101,7 +101,7 @@ void writeLine(const LineRequest& request, const char* fmt, va_list args) noexce
     text.addRoom(1);
     if (hasSink(EPF_STDOUT | EPF_STDERR | EPF_FILE))
         text.append("\n");
-    writeToSinks(text, levelLooks[request.level].priority);
+    writeToSinks(text, kLevelLooks[request.level].priority);
 }
 
 void writeLinef(const LineRequest& request, const char* fmt, ...) noexcept {
@@ -126,10 +126,10 @@ void freeBuffer() noexcept {
 }
 
 const char* setPrefix(const char* format, va_list args) noexcept {
-    char shown[4 * prefixSize]; // each byte may become four
-    BoundedText prefix(shown, prefixSize);
+    char shown[4 * kPrefixSize]; // each byte may become four
+    BoundedText prefix(shown, kPrefixSize);
     prefix.vappendCut(format, args);
-    prefix.addRoom(sizeof shown - prefixSize);
+    prefix.addRoom(sizeof shown - kPrefixSize);
     static_cast<void>(makeLoggable(prefix, 0));
     prefix.cutTo(std::min(prefix.length(), kEprintfNameMax));
     std::memcpy(eprintf_prefix, shown, prefix.length() + 1);
@@ -144,7 +144,7 @@ void dumpPrefix(BoundedText& text) noexcept {
 void dumpBuffer(BoundedText& text) noexcept {
     text.appendCut("%p: static char* eprintf_buf sizeof=%zu %p\n", address(&eprintf_buf), sizeof eprintf_buf,
                    address(eprintf_buf));
-    text.appendCut("%p: static size_t eprintf_buf_size sizeof=%zu %zu\n", address(&eprintf_buf_size),
+    text.appendCut("%p: static std::size_t eprintf_buf_size sizeof=%zu %zu\n", address(&eprintf_buf_size),
                    sizeof eprintf_buf_size, eprintf_buf_size);
 }
 

@@ -20,8 +20,8 @@ struct HeldLock {
 
 // Plain arrays, so that a thread's end runs no destructor; a thread never comes near the bound.
 struct HeldLocks {
-    static constexpr int capacity = 32;
-    std::array<HeldLock, capacity> locks;
+    static constexpr int kCapacity = 32;
+    std::array<HeldLock, kCapacity> locks;
     int count;
 };
 
@@ -58,7 +58,7 @@ void beforeLock(const LockRank& wanted) {
 }
 
 void locked(const void* mutex, const LockRank& rank) noexcept {
-    if (t_held.count < HeldLocks::capacity)
+    if (t_held.count < HeldLocks::kCapacity)
         t_held.locks[static_cast<std::size_t>(t_held.count++)] = {mutex, rank};
 }
 

@@ -17,9 +17,9 @@ struct repeat_info {
     time_t last_time;
 };
 
-constexpr std::size_t repeatEntries = 32;
+constexpr std::size_t kRepeatEntries = 32;
 
-repeat_info eprintf_info[repeatEntries] TP_GUARDED_BY(eprintf_mutex) = {};
+repeat_info eprintf_info[kRepeatEntries] TP_GUARDED_BY(eprintf_mutex) = {};
 std::size_t eprintf_info_count TP_GUARDED_BY(eprintf_mutex) = 0;
 
 } // namespace
@@ -35,7 +35,7 @@ bool isRepeat(const char* file, int line) noexcept {
         info.last_time = now;
         return false;
     }
-    eprintf_info[eprintf_info_count++ % repeatEntries] = repeat_info{file, line, 1, now};
+    eprintf_info[eprintf_info_count++ % kRepeatEntries] = repeat_info{file, line, 1, now};
     return false;
 }
 
@@ -44,11 +44,11 @@ std::size_t repeatCount() noexcept {
 }
 
 void dumpRepeats(BoundedText& text) noexcept {
-    text.appendCut("%p: static size_t eprintf_info_count sizeof=%zu %zu\n", address(&eprintf_info_count),
+    text.appendCut("%p: static std::size_t eprintf_info_count sizeof=%zu %zu\n", address(&eprintf_info_count),
                    sizeof eprintf_info_count, eprintf_info_count);
     text.appendCut("%p: static repeat_info eprintf_info sizeof=%zu\n", address(&eprintf_info),
                    sizeof eprintf_info);
-    for (std::size_t i = 0; i < repeatEntries; ++i) {
+    for (std::size_t i = 0; i < kRepeatEntries; ++i) {
         const repeat_info& info = eprintf_info[i];
         tm local{};
         localtime_r(&info.last_time, &local);

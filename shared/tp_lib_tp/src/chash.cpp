@@ -12,8 +12,8 @@ namespace tp {
 
 namespace {
 
-constexpr unsigned long initialMask = 63;
-constexpr unsigned long shrinkFloor = 512;
+constexpr unsigned long kInitialMask = 63;
+constexpr unsigned long kShrinkFloor = 512;
 
 static_assert(sizeof(chash_buckets) % alignof(std::atomic<chash_node*>) == 0,
               "the buckets follow their header at once");
@@ -113,7 +113,7 @@ int chash_init(chash_root* root) noexcept {
     root->resize_factor = 1.0;
     root->minimize = true;
     root->arrays = nullptr;
-    root->list = arrayOfSize(root, initialMask + 1);
+    root->list = arrayOfSize(root, kInitialMask + 1);
     return root->list.load() != nullptr ? 0 : -1;
 }
 
@@ -136,7 +136,7 @@ void chash_insert(chash_root* root, chash_node* node) noexcept {
     const chash_buckets* buckets = root->list.load(std::memory_order_relaxed);
     if (buckets == nullptr) {
         // chash_init found no memory and said so; there may be some by now.
-        root->list.store(arrayOfSize(root, initialMask + 1), std::memory_order_release);
+        root->list.store(arrayOfSize(root, kInitialMask + 1), std::memory_order_release);
         buckets = root->list.load(std::memory_order_relaxed);
         if (buckets == nullptr)
             return;
@@ -160,7 +160,7 @@ void chash_remove(chash_root* root, chash_node* node) noexcept {
     }
     link->store(node->next.load(std::memory_order_relaxed), std::memory_order_release);
     --root->count;
-    if (root->minimize && std::max(root->count * 4, shrinkFloor) < buckets->mask)
+    if (root->minimize && std::max(root->count * 4, kShrinkFloor) < buckets->mask)
         resize(root, (buckets->mask + 1) / 2);
 }
 

@@ -10,11 +10,11 @@ namespace tp {
 
 namespace {
 
-constexpr std::size_t bufferSize = 4096;
+constexpr std::size_t kBufferSize = 4096;
 
 struct err_info {
     const char* eptr;
-    char buf[bufferSize];
+    char buf[kBufferSize];
 };
 
 pthread_once_t keyOnce = PTHREAD_ONCE_INIT;
@@ -70,7 +70,7 @@ void te_error_safe(const char* format, ...) noexcept {
     err_info* info = threadInfo();
     if (info == nullptr)
         return;
-    char text[bufferSize] = "";
+    char text[kBufferSize] = "";
     va_list args;
     va_start(args, format);
     std::vsnprintf(text, sizeof text, format, args);

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_DICTIONARY_H
-#define TIVRA_SIM_DICTIONARY_H
+#pragma once
 
 #include <map>
 #include <string>
@@ -29,5 +28,3 @@ struct Enumeration {
 [[nodiscard]] std::vector<Enumeration> builtinEnumerations();
 
 } // namespace tivra_sim
-
-#endif

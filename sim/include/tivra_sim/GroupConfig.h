@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_GROUPCONFIG_H
-#define TIVRA_SIM_GROUPCONFIG_H
+#pragma once
 
 #include "tivra_sim/Hub.h"
 #include "tivra_sim/HubConfig.h"
@@ -77,5 +76,3 @@ struct GroupConfig {
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_HUB_H
-#define TIVRA_SIM_HUB_H
+#pragma once
 
 #include "tivra_sim/HubConfig.h"
 #include "tivra_sim/Request.h"
@@ -224,5 +223,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_HUBCONFIG_H
-#define TIVRA_SIM_HUBCONFIG_H
+#pragma once
 
 #include "tivra_sim/Dictionary.h"
 #include "tivra_sim/Tokens.h"
@@ -160,5 +159,3 @@ struct HubConfig {
 };
 
 } // namespace tivra_sim
-
-#endif

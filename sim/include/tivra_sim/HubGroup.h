@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_HUBGROUP_H
-#define TIVRA_SIM_HUBGROUP_H
+#pragma once
 
 #include "tivra_sim/GroupConfig.h"
 #include "tivra_sim/Hub.h"
@@ -76,5 +75,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_MANAGER_H
-#define TIVRA_SIM_MANAGER_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -80,5 +79,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

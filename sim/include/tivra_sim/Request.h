@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_REQUEST_H
-#define TIVRA_SIM_REQUEST_H
+#pragma once
 
 #include <chrono>
 #include <cstdint>
@@ -29,5 +28,3 @@ struct Request {
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_TOKENS_H
-#define TIVRA_SIM_TOKENS_H
+#pragma once
 
 namespace tivra_sim {
 
@@ -98,5 +97,3 @@ inline constexpr const char* JIT_SYMBOL = ".JIT";
 inline constexpr const char* ENTITLEMENT_SYMBOL = ".USER.ENT.ALERT";
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_TRADINGDAY_H
-#define TIVRA_SIM_TRADINGDAY_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -36,5 +35,3 @@ std::size_t readTradingDay(const std::string& path, const std::function<bool(con
                                     std::size_t sequence);
 
 } // namespace tivra_sim
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef TIVRA_SIM_WIRE_H
-#define TIVRA_SIM_WIRE_H
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -88,5 +87,3 @@ private:
 };
 
 } // namespace tivra_sim
-
-#endif

@@ -10,11 +10,11 @@ using tivra::SessionEvent;
 namespace {
 
 std::string describe(const SessionEvent& event) {
-    static const char* const names[] = {
+    static const char* const kNames[] = {
         "UNAVAILABLE",       "ESTABLISHED",      "RECOVERY",      "DIC_LOADED",  "AVAILABLE_ALLSOURCES",
         "AVAILABLE_SOURCES", "RECOVERY_SOURCES", "QUEUE_ABOVE",   "QUEUE_BELOW", "JIT_START",
         "JIT_STOP",          "SOURCE_ADDED",     "SOURCE_REMOVED"};
-    std::string text = names[event.getType()];
+    std::string text = kNames[event.getType()];
     if (!event.getDicVersion().empty())
         text.append(" ").append(event.getDicVersion());
     if (event.getSourceID() != 0)

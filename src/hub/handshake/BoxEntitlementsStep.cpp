@@ -35,7 +35,7 @@ void BoxEntitlementsStep::takeAnswer(const KVNAPI::Message& msg) {
         eprintf(EPF_DBUG, "%s: HubClient::process_box_entitlements: Adding src=%d; hub=%p", address.c_str(),
                 src, static_cast<void*>(m_context.port.client()));
         m_context.sources.addBoxSource(src, m_context.port.client());
-        hasSystemSource = src == SYSTEM_SOURCE;
+        hasSystemSource = src == kSystemSource;
     } else {
         eprintf(EPF_WARN, "No box entitlements for HUB %s", address.c_str());
     }
@@ -43,7 +43,7 @@ void BoxEntitlementsStep::takeAnswer(const KVNAPI::Message& msg) {
         eprintf(EPF_DBUG, "%s: HubClient::process_box_entitlements: Adding src=%ld; hub=%p", address.c_str(),
                 long{src}, static_cast<void*>(m_context.port.client()));
         m_context.sources.addBoxSource(src, m_context.port.client());
-        hasSystemSource = hasSystemSource || src == SYSTEM_SOURCE;
+        hasSystemSource = hasSystemSource || src == kSystemSource;
     });
     if (!answer.status.isPresent()) {
         eprintf(EPF_WARN,

@@ -40,7 +40,7 @@ void fillRow(TmpToken& row, int number, const MessageField& name, const MessageF
     const std::string typeText = type.text();
     row.setKVNType(typeText.data(), typeText.size());
     if (hasField(size, "KVN.TOKEN.SIZE"))
-        row.setTokenLength(static_cast<size_t>(std::max<int64_t>(size.integer(), 0)));
+        row.setTokenLength(static_cast<std::size_t>(std::max<int64_t>(size.integer(), 0)));
 }
 
 } // namespace

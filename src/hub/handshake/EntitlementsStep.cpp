@@ -40,7 +40,7 @@ void EntitlementsStep::takeAnswer(const KVNAPI::Message& msg) {
         if (m_context.sources.addUserSource(src, entHub))
             eprintf(EPF_DBUG, "HubClient::process_entitlements: src %d is entitled and available on box",
                     src);
-        hasSystemSource = src == SYSTEM_SOURCE;
+        hasSystemSource = src == kSystemSource;
         ++permsAdded;
     } else {
         eprintf(EPF_WARN, "No entitlements for user %s", loggable(user).c_str());
@@ -49,7 +49,7 @@ void EntitlementsStep::takeAnswer(const KVNAPI::Message& msg) {
         if (m_context.sources.addUserSource(src, entHub))
             eprintf(EPF_DBUG, "HubClient::process_entitlements: src %ld is entitled and available on box",
                     long{src});
-        hasSystemSource = hasSystemSource || src == SYSTEM_SOURCE;
+        hasSystemSource = hasSystemSource || src == kSystemSource;
         ++permsAdded;
     });
     if (!answer.status.isPresent()) {

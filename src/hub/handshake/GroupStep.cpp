@@ -17,7 +17,7 @@ constexpr int kMinGroupPairs = 5;
 } // namespace
 
 int GroupStep::ask() {
-    return m_context.ask(AGG_CHECK, "5026=%d|5022=GetPort|4=%d", AGG_CHECK, SYSTEM_SOURCE);
+    return m_context.ask(AGG_CHECK, "5026=%d|5022=GetPort|4=%d", AGG_CHECK, kSystemSource);
 }
 
 bool GroupStep::take(const KVNAPI::Message& msg) {
@@ -36,7 +36,7 @@ void GroupStep::takeAnswer(const KVNAPI::Message& msg) {
         return;
     if (const long code = answer.status.integer(); code != 0) {
         eprintf(EPF_WARN, "HubClient::process_aggCheck: rc=%ld (%s) from GetPort for src=%d", code,
-                m_context.retCodeText(code), SYSTEM_SOURCE);
+                m_context.retCodeText(code), kSystemSource);
         return;
     }
     if (m_context.managers.isCMconnection()) {

@@ -78,7 +78,7 @@ void Handshake::take(const KVNAPI::Message& msg) {
 // Data of the system source comes without a tag; anything else is worth a warning.
 void Handshake::noteUntagged(const KVNAPI::Message& msg) {
     const bool isNormal =
-        msg.exchange != nullptr && msg.exchange->id == SYSTEM_SOURCE && isSystemSymbol(msg.symbol.view());
+        msg.exchange != nullptr && msg.exchange->id == kSystemSource && isSystemSymbol(msg.symbol.view());
     eprintf(isNormal ? EPF_DBUG : EPF_WARN,
             "HubClient::process_message: QUERY.TAG not present!; fd=%d (%s); msg: %s; m_haveHeartbeat=%d",
             m_context.port.getFd(), m_context.address.shown().c_str(), describe(msg).c_str(),

@@ -9,7 +9,7 @@ namespace tivra_internal {
 
 namespace {
 
-constexpr size_t kMaxStartUpRequest = 256;
+constexpr std::size_t kMaxStartUpRequest = 256;
 
 } // namespace
 

@@ -46,7 +46,7 @@ void OwnSubscriptions::apply(RequestInternal& request) {
 }
 
 void OwnSubscriptions::applySubscribeRule(RequestInternal& request) {
-    if (request.getSrcid() == SYSTEM_SOURCE) {
+    if (request.getSrcid() == kSystemSource) {
         if (ownSymbolsIn(request).heartbeat)
             m_HBSubscribed = true;
     } else if (request.getSrcid() == -1 && request.getCommand() == tivra::SUBSCRIBE && !hasSymbol(request)) {
@@ -58,7 +58,7 @@ void OwnSubscriptions::applySubscribeRule(RequestInternal& request) {
 /// The library keeps two subscriptions for itself, so an unsubscribe of one is followed by a fresh subscribe.
 void OwnSubscriptions::applyUnsubscribeRule(RequestInternal& request) {
     const long long tag = printable(request.getTag());
-    if (request.getSrcid() == SYSTEM_SOURCE) {
+    if (request.getSrcid() == kSystemSource) {
         const OwnSymbols own = ownSymbolsIn(request);
         if (own.heartbeat) {
             m_HBSubscribed = false;
