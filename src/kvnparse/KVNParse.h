@@ -137,7 +137,7 @@ public:
     std::int32_t m_partCodeInHeader = 1;
     std::int32_t m_allowVerboseToken = 0;
     std::int32_t m_excludeSym = 0;
-    std::int32_t m_headerSize = static_cast<std::int32_t>(KVN_HEADER_SIZE);
+    std::int32_t m_headerSize = static_cast<std::int32_t>(kKvnHeaderSize);
     char m_terminator = ETX;
     bufref m_frame; ///< the frame being parsed: no value reaches past its end
 
