@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 
 #include "session/HubClients.h"
-#include "session/lifecycle/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
+#include "session/lifecycle/SessionCheckDecision.h"
 #include "session/sources/SourceSession.h"
 
 using namespace tivra_internal;

@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 /// The library keeps the tags below it for itself.
-constexpr std::int64_t FIRST_TAG = 18;
+constexpr std::int64_t kFirstTag = 18;
 
 std::string freshLogFile() {
     static std::atomic<int> number{0};
@@ -123,7 +123,7 @@ std::int64_t Client::send(tivra::Commands command, int source, const std::string
 int Client::ask(tivra::Commands command, int source, const std::string& symbol,
                 const std::vector<Field>& more) {
     const std::int64_t tag = send(command, source, symbol, more);
-    if (tag < FIRST_TAG || !waitForEnd(tag))
+    if (tag < kFirstTag || !waitForEnd(tag))
         return NO_ANSWER;
     return messagesOf(tag).back().status;
 }

@@ -83,7 +83,7 @@ std::string splitPatternOf(std::string_view symbol) {
     symbol = symbol.substr(1, symbol.size() - 2);
     std::string pattern;
     pattern.reserve(symbol.size());
-    for (size_t i = 0; i < symbol.size(); ++i) {
+    for (std::size_t i = 0; i < symbol.size(); ++i) {
         if (symbol[i] == '\\' && i + 1 < symbol.size()) {
             pattern += symbol[i++];
             pattern += symbol[i];

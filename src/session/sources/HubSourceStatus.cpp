@@ -4,8 +4,8 @@
 
 #include "hub/HubClient.h"
 #include "request/RequestInternal.h"
-#include "session/lifecycle/SessionCheckDecision.h"
 #include "session/SessionEventQueue.h"
+#include "session/lifecycle/SessionCheckDecision.h"
 #include "session/sources/SourceRoutes.h"
 
 namespace tivra_internal {
