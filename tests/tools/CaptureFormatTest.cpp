@@ -226,7 +226,7 @@ TEST_F(CaptureFormat, LongBodiesAndManyBlocksComeBackAndCanBeSought) {
     Messages sent;
     for (std::int64_t i = 0; i < 400; ++i) {
         // Every hundredth is of the greatest length, and random bytes can't be compressed.
-        std::string body(i % 100 == 0 ? MAX_BODY : random() % 8000, '\0');
+        std::string body(i % 100 == 0 ? kMaxBody : random() % 8000, '\0');
         for (char& c : body)
             c = static_cast<char>(random());
         sent.emplace_back(i * 10, std::move(body));
@@ -235,7 +235,7 @@ TEST_F(CaptureFormat, LongBodiesAndManyBlocksComeBackAndCanBeSought) {
         CaptureWriter writer(path);
         for (const auto& [time, body] : sent)
             writer.add({time, body});
-        EXPECT_THROW(writer.add({1, std::string(MAX_BODY + 1, 'x')}), CaptureError);
+        EXPECT_THROW(writer.add({1, std::string(kMaxBody + 1, 'x')}), CaptureError);
         writer.finish();
         EXPECT_EQ(writer.messages(), 400U);
     }
