@@ -144,7 +144,7 @@ void dumpPrefix(BoundedText& text) noexcept {
 void dumpBuffer(BoundedText& text) noexcept {
     text.appendCut("%p: static char* eprintf_buf sizeof=%zu %p\n", address(&eprintf_buf), sizeof eprintf_buf,
                    address(eprintf_buf));
-    text.appendCut("%p: static std::size_t eprintf_buf_size sizeof=%zu %zu\n", address(&eprintf_buf_size),
+    text.appendCut("%p: static size_t eprintf_buf_size sizeof=%zu %zu\n", address(&eprintf_buf_size),
                    sizeof eprintf_buf_size, eprintf_buf_size);
 }
 

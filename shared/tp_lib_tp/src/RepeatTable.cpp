@@ -44,7 +44,7 @@ std::size_t repeatCount() noexcept {
 }
 
 void dumpRepeats(BoundedText& text) noexcept {
-    text.appendCut("%p: static std::size_t eprintf_info_count sizeof=%zu %zu\n", address(&eprintf_info_count),
+    text.appendCut("%p: static size_t eprintf_info_count sizeof=%zu %zu\n", address(&eprintf_info_count),
                    sizeof eprintf_info_count, eprintf_info_count);
     text.appendCut("%p: static repeat_info eprintf_info sizeof=%zu\n", address(&eprintf_info),
                    sizeof eprintf_info);

@@ -84,12 +84,14 @@ void StartStop::stop() {
     tp::MutexLock lock(m_stop_mutex);
     if (!masterThread)
         return;
-    // Ends the wait of a `start` that is still under way; an outcome that has come before stands.
-    m_latch.settle(StartLatch::Outcome::Stopped, kStoppedEarly);
-    if (!m_run.isStopRequested()) {
+    const bool isFirst = !m_run.isStopRequested();
+    if (isFirst)
         eprintf(EPF_INFO, "Stopping Session");
+    // Ends the wait of a `start` that is still under way, whose line about it comes after the one above; an
+    // outcome that has come before stands.
+    m_latch.settle(StartLatch::Outcome::Stopped, kStoppedEarly);
+    if (isFirst)
         m_run.requestStop();
-    }
     eprintf(EPF_DBUG, "About to join master Thread");
     masterThread->join();
     masterThread.reset();

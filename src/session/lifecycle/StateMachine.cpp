@@ -79,11 +79,12 @@ void StateMachine::makeNextFirstHub() {
     eprintf(EPF_DBUG, "check_session_events: m_createNextfirstHub==true");
     if (m_parts.firstHubs.createNext())
         return;
+    // Before the end of the start, which writes its own line at once.
+    eprintf(EPF_WARN, "HUB already created,so abort");
     if (m_parts.run.isStarted())
         m_parts.firstHubs.endList();
     else
         m_session.abortStart(kSameHubTwice);
-    eprintf(EPF_WARN, "HUB already created,so abort");
 }
 
 /// The event of the state that this check has come to, if that is another one.
