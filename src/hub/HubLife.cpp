@@ -22,8 +22,12 @@ void HubLife::setLetGo(bool letGo) {
 }
 
 void HubLife::retire() {
-    if (!move(m_membership, {Membership::LetGo}, Membership::Dropped))
-        move(m_membership, {Membership::InSession}, Membership::Retired);
+    // Whoever marks or unmarks it between the two looks must not make this wish disappear.
+    while (m_membership == Membership::InSession || m_membership == Membership::LetGo) {
+        if (move(m_membership, {Membership::LetGo}, Membership::Dropped) ||
+            move(m_membership, {Membership::InSession}, Membership::Retired))
+            return;
+    }
 }
 
 void HubLife::startAnew() {
