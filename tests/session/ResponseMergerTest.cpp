@@ -78,6 +78,7 @@ TEST_P(ResponseMergerTest, WhatALostHubOwesEndsOnceItIsReportedOrNeverClaimsToBe
     EXPECT_THAT(lostTags(hubs[0]), IsEmpty()) << "not before the session check";
     check();
     EXPECT_EQ(answer(kXref, 0, hubs[1]), 1) << "the other hub's share";
+    EXPECT_EQ(answer(kXref, 0, hubs[1]), 1) << "a second answer of that hub reaches nobody";
     if (ends)
         EXPECT_THAT(lostTags(hubs[0]), ElementsAre(kSnap, kXref));
     else
