@@ -188,8 +188,8 @@ void benchForm(TapeMap& map, const Form& form, const Messages& messages) {
                    std::to_string(alike(map, tokens, form, messages, *encoder)) +
                    " of them alike in all ways",
                contestants, times, messages.size(), "message");
-    printAim("times as fast as snprintf", ratios(times[1], times[0]), "above 1");
-    printAim("times as fast as fmt", ratios(times[2], times[0]), "above 1");
+    printGain("times as fast as snprintf", ratios(times[1], times[0]), "above 1");
+    printGain("times as fast as fmt", ratios(times[2], times[0]), "above 1");
 }
 
 } // namespace

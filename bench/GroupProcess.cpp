@@ -33,7 +33,7 @@ void serve(std::size_t symbols, const ChildProcess::Ends& parent) {
 
 std::string symbolOf(std::size_t index) {
     std::string digits = std::to_string(index);
-    return "SYM" + std::string(6 - digits.size(), '0') + digits;
+    return "SYM" + std::string(7 - digits.size(), '0') + digits;
 }
 
 GroupProcess::GroupProcess(std::size_t symbols)

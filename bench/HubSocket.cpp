@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -28,10 +29,27 @@ HubSocket::~HubSocket() {
     close(m_fd);
 }
 
-void HubSocket::subscribe(const RoadTask& task) {
-    const std::string compression = task.compressed ? "1" : "0";
+void HubSocket::logIn(bool compressed) {
+    const std::string compression = compressed ? "1" : "0";
     request("5026=1|5022=LoginUser|5028=demo|5029=demo|13265=" + compression +
             "|5053=V1.7.0.1|5129=C++|5128=Linux");
+}
+
+void HubSocket::snapshot(int source, const std::string& symbol) {
+    static constexpr std::string_view kEnd = "5026=18|5001=0\x03";
+    request("5022=QuerySnap|4=" + std::to_string(source) + "|5=" + symbol + "|5026=18");
+    char answer[4096];
+    std::size_t have = 0;
+    do {
+        const std::size_t got = receive(answer + have, sizeof answer - have);
+        if (got == 0)
+            throw std::runtime_error("the hub does not answer");
+        have += got;
+    } while (!std::string_view(answer, have).ends_with(kEnd));
+}
+
+void HubSocket::subscribe(const RoadTask& task) {
+    logIn(task.compressed);
     int tag = 18;
     for (const char* symbol : kSymbols) {
         if (task.paced && std::strcmp(symbol, kPacedSymbol) != 0)

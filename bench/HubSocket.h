@@ -16,6 +16,9 @@ public:
     HubSocket(const HubSocket&) = delete;
     HubSocket& operator=(const HubSocket&) = delete;
 
+    void logIn(bool compressed);
+    /// Asks for a snapshot and reads until its end has come.
+    void snapshot(int source, const std::string& symbol);
     /// Logs in and subscribes what the task is about.
     void subscribe(const RoadTask& task);
     /// 0 after the end of the stream.

@@ -3,6 +3,7 @@
 #include "EncoderBench.h"
 #include "Interleave.h"
 #include "NumberBench.h"
+#include "Report.h"
 #include "Rivals.h"
 #include "TapeFrames.h"
 
@@ -201,11 +202,11 @@ void benchDay(const char* title, const std::vector<TapeMessage>& messages, int r
     printAim("time against the memchr walk to each | alone", ratios(times[0], times[3]), "none");
     printAim("time against the plain parser", ratios(times[0], times[2]), "0.40 or less");
     if (simdjsonAt != 0)
-        printAim("times as fast as simdjson", ratios(times[simdjsonAt], times[0]), "1.6 or more");
+        printGain("times as fast as simdjson", ratios(times[simdjsonAt], times[0]), "1.6 or more");
     else if (withRivals)
         std::printf("  simdjson is not installed: no figure\n");
     if (quickfixAt != 0)
-        printAim("times as fast as QuickFIX", ratios(times[quickfixAt], times[0]), "10 or more");
+        printGain("times as fast as QuickFIX", ratios(times[quickfixAt], times[0]), "10 or more");
     else if (withRivals)
         std::printf("  QuickFIX is not installed: no figure\n");
 }
@@ -226,20 +227,23 @@ void benchSymbols(const std::vector<TapeMessage>& messages) {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    const Options options(argc, argv, ROUNDS);
     const std::vector<TapeMessage> sample = readTape(TIVRA_SAMPLE_DAY);
     if (sample.empty()) {
         std::fprintf(stderr, "can't read the sample day at %s\n", TIVRA_SAMPLE_DAY);
         return 1;
     }
-    benchDay("Sample of the day", sample, ROUNDS, true);
+    benchDay("Sample of the day", sample, options.rounds, true);
     benchSymbols(sample);
     benchNumbers();
     benchEncoders(sample);
-    const std::vector<TapeMessage> day = readTape(TIVRA_WHOLE_DAY);
+    const std::vector<TapeMessage> day =
+        options.isQuick ? std::vector<TapeMessage>() : readTape(TIVRA_WHOLE_DAY);
     if (day.empty())
-        std::printf("\nWhole day: skipped, there is no %s\n", TIVRA_WHOLE_DAY);
+        std::printf("\nWhole day: skipped, or there is no %s\n", TIVRA_WHOLE_DAY);
     else
         benchDay("Whole day", day, WHOLE_DAY_ROUNDS, false);
+    Report::get().finish();
     return 0;
 }

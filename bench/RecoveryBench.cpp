@@ -1,11 +1,10 @@
 // How long a subscriber is without data after a loss: median and worst of many, beside the waits that the
-// supervision's grain of a second asks for. usage: tivra_recovery_bench [LOSSES]
+// rules ask for. usage: tivra_recovery_bench [LOSSES] [--quick] [--json FILE]
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <mutex>
@@ -17,6 +16,7 @@
 #include <tivra_sim/HubGroup.h>
 
 #include "Interleave.h"
+#include "Report.h"
 
 using namespace tivra_bench;
 using std::chrono::steady_clock;
@@ -183,9 +183,11 @@ void print(const Loss& loss, const std::vector<double>& seconds) {
     std::printf("  %-44s median %6.3f s, worst %6.3f s; waits asked for: %s\n", loss.name, median(seconds),
                 *std::max_element(seconds.begin(), seconds.end()), loss.waits);
     std::fflush(stdout);
+    Report::get().add(loss.name, seconds, "s");
 }
 
 int run(std::size_t losses) {
+    Report::get().setSection("Recovery");
     const auto nothing = [](Subscriber&, Hub&) {};
     const Loss table[] = {
         {"connection ended by the hub", "1 to 2 s (noticed, dialled again)", false,
@@ -211,9 +213,10 @@ int run(std::size_t losses) {
              subscriber.waitForUpdate(subscriber.updates());
          }},
     };
-    std::printf("From a loss to the first update behind it, %zu times each\n", losses);
+    std::printf("From a loss to the first update after it, %zu times each\n", losses);
     for (const Loss& loss : table)
         print(loss, measure(loss, losses));
+    Report::get().finish();
     return 0;
 }
 
@@ -221,8 +224,8 @@ int run(std::size_t losses) {
 
 int main(int argc, char** argv) {
     try {
-        const long losses = argc > 1 ? std::atol(argv[1]) : 50;
-        return run(static_cast<std::size_t>(std::max(losses, 1L)));
+        const Options options(argc, argv, 50);
+        return run(static_cast<std::size_t>(options.isQuick ? std::min(options.rounds, 5) : options.rounds));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tivra_recovery_bench: %s\n", error.what());
         return 1;

@@ -1,12 +1,14 @@
 // Standing requests over a group of hubs: how long they take to be answered, what they occupy, what a replay
-// of them all costs, and how that grows with their number. usage: tivra_request_bench [ROUNDS]
+// of them all costs, and how that grows with their number.
+// usage: tivra_request_bench [ROUNDS] [--quick] [--json FILE]
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
+#include <string>
 #include <vector>
 
 #include "GroupProcess.h"
 #include "Interleave.h"
+#include "Report.h"
 #include "RequestLoad.h"
 
 using namespace tivra_bench;
@@ -14,6 +16,8 @@ using namespace tivra_bench;
 namespace {
 
 constexpr std::size_t kMost = 100000;
+/// Once, at the end: it takes a gigabyte on either side.
+constexpr std::size_t kMillion = 1000000;
 /// Requests that a hub thread writes in a second at most: 500 in each of its ticks of 50 ms.
 constexpr double kLimitPerThread = 10000.0;
 /// Enough of them for two seconds at the limit.
@@ -30,6 +34,7 @@ struct Load {
     std::vector<double> replayEach; ///< without that, and without idle turns meanwhile
     std::vector<double> heapEach;
     std::vector<double> residentEach;
+    std::vector<double> idle; ///< share of a core while all of them stand
 };
 
 /// `reconnect` is the return of the hubs without any requests.
@@ -45,6 +50,24 @@ void addRun(Load& load, const RequestRun& run, const RequestRun& reconnect) {
     load.replayEach.push_back((run.replayCpu - reconnect.replayCpu - idle) / requests);
     load.heapEach.push_back(run.heapBytes / requests);
     load.residentEach.push_back(run.residentBytes / requests);
+    load.idle.push_back(run.idleCpu);
+}
+
+std::vector<double> times(std::vector<double> values, double factor) {
+    for (double& value : values)
+        value *= factor;
+    return values;
+}
+
+void reportLoad(const Load& load) {
+    Report& report = Report::get();
+    report.setSection("Requests, " + std::to_string(load.requests));
+    report.add("send", times(load.sendEach, 1e6), "us each");
+    report.add("answered", load.answered, "s");
+    report.add("processor time until answered", times(load.cpuEach, 1e6), "us each");
+    report.add("replayed after a loss", load.replayed, "s");
+    report.add("heap", load.heapEach, "bytes each");
+    report.add("idle with all of them, processor", times(load.idle, 100.0), "% of a core");
 }
 
 void printLoads(const std::vector<Load>& loads, const std::vector<double>& reconnectCpu) {
@@ -69,62 +92,86 @@ void printGrowth(const char* what, const Load& small, const Load& large,
              ratios(large.*each, small.*each), "1.0, linear");
 }
 
-std::vector<double> dividedBy(std::vector<double> values, double divisor) {
-    for (double& value : values)
-        value /= divisor;
-    return values;
-}
-
 /// Requests in a second from `send` to the answer, as a share of what the hub threads may write.
 double pathShare(const RequestRun& run, std::size_t requests, std::size_t hubThreads) {
     return static_cast<double>(requests) / run.answeredSeconds /
            (kLimitPerThread * static_cast<double>(hubThreads));
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    const int rounds = argc > 1 ? std::atoi(argv[1]) : 3;
+/// The figures of a run of the program.
+struct Figures {
     std::vector<Load> loads;
-    for (const std::size_t requests : {kMost / 100, kMost / 10, kMost})
-        loads.push_back({requests, {}, {}, {}, {}, {}, {}, {}, {}});
     std::vector<double> reconnectCpu;
     std::vector<double> oneThread;
     std::vector<double> allThreads;
-    try {
+};
+
+void measure(Figures& figures, const Options& options) {
+    for (const std::size_t requests : {kMost / 100, kMost / 10, kMost})
+        figures.loads.push_back({requests, {}, {}, {}, {}, {}, {}, {}, {}, {}});
+    {
         const GroupProcess group(kMost + kGroupHubs);
-        for (int round = 0; round < rounds; ++round) {
+        for (int round = 0; round < options.rounds; ++round) {
             const RequestRun reconnect = runRequests(group, {0, true});
-            reconnectCpu.push_back(reconnect.replayCpu);
-            for (Load& load : loads) {
+            figures.reconnectCpu.push_back(reconnect.replayCpu);
+            for (Load& load : figures.loads) {
                 const RequestRun run = runRequests(group, {load.requests, true});
                 addRun(load, run, reconnect);
                 if (load.requests == kMost)
-                    allThreads.push_back(pathShare(run, kMost, kGroupHubs));
+                    figures.allThreads.push_back(pathShare(run, kMost, kGroupHubs));
             }
-            oneThread.push_back(pathShare(runRequests(group, {kPathRequests, false}), kPathRequests, 1));
+            figures.oneThread.push_back(
+                pathShare(runRequests(group, {kPathRequests, false}), kPathRequests, 1));
         }
+    }
+    if (options.isQuick)
+        return;
+    const GroupProcess group(kMillion + kGroupHubs);
+    figures.loads.push_back({kMillion, {}, {}, {}, {}, {}, {}, {}, {}, {}});
+    addRun(figures.loads.back(), runRequests(group, {kMillion, true}), runRequests(group, {0, true}));
+}
+
+void print(const Figures& figures, int rounds) {
+    const std::vector<Load>& loads = figures.loads;
+    std::printf(
+        "\nSubscriptions over a group of %zu hubs with the watchlist on, a thread for each hub, %d rounds\n",
+        kGroupHubs, rounds);
+    printLoads(loads, figures.reconnectCpu);
+    for (const Load& load : loads)
+        reportLoad(load);
+    Report::get().setSection("Requests");
+    printAim("memory of a standing request, to 1 KiB", times(loads.back().heapEach, 1.0 / 1024.0),
+             "below 1.0");
+    const Load& last = loads.back();
+    const Load& before = loads[loads.size() - 2];
+    printGrowth("memory", loads.front(), last, &Load::heapEach);
+    printGrowth("send", loads.front(), last, &Load::sendEach);
+    printGrowth("processor time, answer", loads.front(), last, &Load::cpuEach);
+    // A replay of the fewest drowns in the hubs' return.
+    printGrowth("processor time, replay", before, last, &Load::replayEach);
+    std::printf("\nThe path of a request, from `send` to the wire; a hub thread may write %.0f a second\n",
+                kLimitPerThread);
+    printGain("one hub thread, to its limit", figures.oneThread, "at least 0.95");
+    printGain("a thread for each hub, to their limit", figures.allThreads, "none");
+    Report::get().print("requests, one hub thread", times(figures.oneThread, kLimitPerThread), "1/s",
+                        Better::HIGHER);
+    Report::get().print("requests, 8 hub threads",
+                        times(figures.allThreads, kLimitPerThread * static_cast<double>(kGroupHubs)), "1/s",
+                        Better::HIGHER);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const Options options(argc, argv, 3);
+        Figures figures;
+        measure(figures, options);
+        print(figures, options.rounds);
+        Report::get().finish();
+        return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "requests: %s\n", error.what());
         return 1;
     }
-    std::printf(
-        "\nSubscriptions over a group of %zu hubs with the watchlist on, a thread for each hub, %d rounds\n",
-        kGroupHubs, rounds);
-    printLoads(loads, reconnectCpu);
-    printAim("memory of a standing request, to 1 KiB", dividedBy(loads.back().heapEach, 1024.0), "below 1.0");
-    for (std::size_t i = 1; i < loads.size(); ++i) {
-        printGrowth("memory", loads[i - 1], loads[i], &Load::heapEach);
-        printGrowth("processor time, answer", loads[i - 1], loads[i], &Load::cpuEach);
-    }
-    // A replay of the fewest drowns in the hubs' return.
-    printGrowth("processor time, replay", loads[1], loads[2], &Load::replayEach);
-    std::printf("\nThe path of a request, from `send` to the wire; a hub thread may write %.0f a second\n",
-                kLimitPerThread);
-    std::printf("  one hub thread %.0f requests/s, %zu hub threads %.0f requests/s\n",
-                median(oneThread) * kLimitPerThread, kGroupHubs,
-                median(allThreads) * kLimitPerThread * static_cast<double>(kGroupHubs));
-    printAim("one hub thread, to its limit", oneThread, "at least 0.95");
-    printAim("a thread for each hub, to their limit", allThreads, "for information");
-    return 0;
 }

@@ -25,13 +25,16 @@ struct RoadTask {
     std::size_t passes = 1;
     bool paced = false;
     bool compressed = false; ///< ask the hub for a zlib stream
+    bool isInline = false;   ///< of the library, to call back on the hub's thread
 };
 
 /// The library, from the socket to the application's callback.
 [[nodiscard]] RoadRun runLibrary(const RoadTask& task);
+/// Whether it can call back on the hub's thread.
+[[nodiscard]] bool libraryHasInlineCallbacks();
 /// One thread that reads the socket, another that frames and parses with the library's parser alone.
 [[nodiscard]] RoadRun runTwoThreads(const RoadTask& task);
-/// A bare loop that reads and only finds where frames end.
+/// A bare loop of blocking reads that only finds where frames end, and the stamps of a paced run.
 [[nodiscard]] RoadRun runBareLoop(const RoadTask& task);
 /// zlib alone over the bytes that the hub sends to a compressed connection, with nothing read meanwhile.
 [[nodiscard]] RoadRun runInflate(const RoadTask& task);
@@ -41,6 +44,11 @@ struct RoadTask {
 /// A ZeroMQ PULL socket that takes the same frames from a PUSH socket in the hub's place, and looks into
 /// none.
 [[nodiscard]] RoadRun runZmq(const RoadTask& task);
+#endif
+
+#ifdef TIVRA_HAVE_NATS
+/// A NATS subscriber of the same frames, which a server between carries, and looks into none.
+[[nodiscard]] RoadRun runNats(const RoadTask& task);
 #endif
 
 /// Of this process, all of its threads.

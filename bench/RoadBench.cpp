@@ -1,13 +1,15 @@
 // The whole road from the socket to the callback, against what the same bytes cost without the library.
-// usage: tivra_road_bench [ROUNDS]
+// usage: tivra_road_bench [ROUNDS] [--quick] [--json FILE]
 #include "Interleave.h"
+#include "Report.h"
 #include "Road.h"
 #include "RoadHub.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <deque>
 #include <exception>
+#include <string>
 #include <vector>
 
 using namespace tivra_bench;
@@ -15,40 +17,51 @@ using namespace tivra_bench;
 namespace {
 
 constexpr std::size_t kEvents = 40000;
-constexpr unsigned kRepeat = 15;
-constexpr std::size_t kPerPass = kEvents * kRepeat;
 constexpr std::size_t kPasses = 3;
+constexpr unsigned kRepeat = 15;
+/// A NATS server drops a subscriber that lags by more than 64 MB.
+constexpr unsigned kNatsRepeat = 8;
 constexpr std::size_t kPaced = 30000;
+constexpr std::size_t kShapedBytes = std::size_t{48} << 20;
 
 using Runner = RoadRun (*)(const RoadTask& task);
 
+/// A reader and what it is fed with, and its figures, one for each round.
 struct Road {
-    const char* name;
+    enum Trait { PLAIN = 0, COMPRESSED = 1, PACED = 2, INLINE = 4 };
+
+    Road(std::string itsName, Runner itsRunner, int itsTraits)
+        : name(std::move(itsName)), run(itsRunner), traits(itsTraits) {}
+
+    std::string name;
     Runner run;
-    enum Feed { PLAIN, COMPRESSED, ZMQ } feed;
-    bool isPaced;
-    std::vector<double> cpu{};
-    std::vector<double> rate{};
-    std::vector<double> p50{};
-    std::vector<double> p99{};
+    int traits;
+    RoadLoad load;
+    std::size_t messages = 0; ///< of a pass of `load`
+    std::vector<double> cpu;  ///< nanoseconds a message
+    std::vector<double> rate;
+    std::vector<double> p50; ///< microseconds
+    std::vector<double> p99;
 };
 
-double percentile(std::vector<std::int64_t> values, double share) {
-    if (values.empty())
-        return 0.0;
-    std::sort(values.begin(), values.end());
-    const auto index = static_cast<std::size_t>(share * static_cast<double>(values.size() - 1));
-    return static_cast<double>(values[index]) / 1000.0;
+double microseconds(const std::vector<std::int64_t>& latencies, double share) {
+    return quantile({latencies.begin(), latencies.end()}, share) / 1000.0;
+}
+
+RoadTask taskOf(const Road& road, RoadHub& hub) {
+    RoadTask task{hub};
+    task.compressed = (road.traits & Road::COMPRESSED) != 0;
+    task.isInline = (road.traits & Road::INLINE) != 0;
+    return task;
 }
 
 void runFullSpeed(Road& road) {
-    RoadLoad load;
-    load.events = kEvents;
-    load.repeat = kRepeat;
-    load.zmq = road.feed == Road::ZMQ;
-    RoadHub hub(load);
-    const RoadRun run = road.run({hub, kPerPass, kPasses, false, road.feed == Road::COMPRESSED});
-    const auto messages = static_cast<double>(kPerPass);
+    RoadHub hub(road.load);
+    RoadTask task = taskOf(road, hub);
+    task.messages = road.messages;
+    task.passes = kPasses;
+    const RoadRun run = road.run(task);
+    const auto messages = static_cast<double>(road.messages);
     road.cpu.push_back(run.cpuSeconds * 1e9 / messages);
     road.rate.push_back(messages / run.wallSeconds);
 }
@@ -56,27 +69,14 @@ void runFullSpeed(Road& road) {
 void runPaced(Road& road) {
     RoadLoad load;
     load.paced = kPaced;
-    load.zmq = road.feed == Road::ZMQ;
+    load.through = road.load.through;
     RoadHub hub(load);
-    const RoadRun run = road.run({hub, kPaced, 1, true, false});
-    road.p50.push_back(percentile(run.latencies, 0.50));
-    road.p99.push_back(percentile(run.latencies, 0.99));
-}
-
-void printSpeeds(const std::vector<Road*>& roads, int rounds) {
-    std::printf("\nThe whole road, %zu messages a run at full speed, %d rounds in turn\n", kPerPass, rounds);
-    for (const Road* road : roads)
-        std::printf("  %-32s %7.1f ns of processor time a message (noise %4.1f%%), %10.0f messages/s\n",
-                    road->name, median(road->cpu), noise(road->cpu) * 100.0, median(road->rate));
-}
-
-void printLatencies(const std::vector<Road*>& roads) {
-    std::printf("\nAt 10,000 messages a second, %zu messages a run\n", kPaced);
-    for (const Road* road : roads)
-        if (road->isPaced)
-            std::printf("  %-32s p50 %8.1f us, p99 %8.1f us (noise %4.1f%%, %4.1f%%)\n", road->name,
-                        median(road->p50), median(road->p99), noise(road->p50) * 100.0,
-                        noise(road->p99) * 100.0);
+    RoadTask task = taskOf(road, hub);
+    task.messages = kPaced;
+    task.paced = true;
+    const RoadRun run = road.run(task);
+    road.p50.push_back(microseconds(run.latencies, 0.50));
+    road.p99.push_back(microseconds(run.latencies, 0.99));
 }
 
 std::vector<double> sums(const std::vector<double>& one, const std::vector<double>& other) {
@@ -86,50 +86,151 @@ std::vector<double> sums(const std::vector<double>& one, const std::vector<doubl
     return result;
 }
 
-} // namespace
+/// The roads of a run, in the order of their turns.
+class Roads {
+public:
+    Road& add(const std::string& name, Runner runner, int traits, RoadLoad::Through through = RoadLoad::HUB) {
+        Road& road = m_roads.emplace_back(name, runner, traits);
+        road.load.events = kEvents;
+        road.load.repeat = through == RoadLoad::NATS ? kNatsRepeat : kRepeat;
+        road.load.through = through;
+        road.messages = kEvents * road.load.repeat;
+        return road;
+    }
+    Road& add(const std::string& name, Runner runner, const Shape& shape) {
+        Road& road = m_roads.emplace_back(name, runner, Road::PLAIN);
+        road.load.shape = shape;
+        road.load.shapedBytes = kShapedBytes;
+        road.messages = shapedMessages(road.load);
+        return road;
+    }
 
-int main(int argc, char** argv) {
-    const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
-    Road library{"library, socket to callback", &runLibrary, Road::PLAIN, true};
-    Road compressed{"library, compressed", &runLibrary, Road::COMPRESSED, false};
-    Road inflate{"zlib's inflate alone", &runInflate, Road::COMPRESSED, false};
-    Road twoThreads{"(c) two threads and the parser", &runTwoThreads, Road::PLAIN, true};
-    Road bare{"bare loop that cuts frames", &runBareLoop, Road::PLAIN, false};
-    Road statistics{"the library's counting alone", &runStatistics, Road::PLAIN, false};
-    std::vector<Road*> roads{&library, &compressed, &inflate, &twoThreads, &bare, &statistics};
+    void run(int rounds) {
+        for (int round = 0; round < rounds; ++round) {
+            for (Road& road : m_roads)
+                runFullSpeed(road);
+            for (Road& road : m_roads)
+                if ((road.traits & Road::PACED) != 0)
+                    runPaced(road);
+        }
+    }
+
+    void print() const {
+        Report& report = Report::get();
+        std::printf("\nThe whole road at full speed, processor time of the reading process\n");
+        report.setSection("Road");
+        for (const Road& road : m_roads) {
+            report.print(road.name, road.cpu, "ns/message");
+            report.add(road.name + ", speed", road.rate, "messages/s", Better::HIGHER);
+        }
+        std::printf("\nThe age of a message at 10,000 a second from a sender that sleeps in between\n");
+        report.setSection("Road, paced");
+        for (const Road& road : m_roads) {
+            if ((road.traits & Road::PACED) == 0)
+                continue;
+            report.print(road.name + ", p50", road.p50, "us");
+            report.print(road.name + ", p99", road.p99, "us");
+        }
+    }
+
+private:
+    std::deque<Road> m_roads;
+};
+
+/// The same messages through the library and through two threads with its parser.
+struct ShapedPair {
+    std::string name;
+    Road* library;
+    Road* twoThreads;
+};
+
+std::vector<ShapedPair> addShapes(Roads& roads) {
+    const std::pair<const char*, Shape> shapes[] = {
+        {"text at the end", {Shape::TEXT_END, 0, 0, 1, 4}},
+        {"one layout", {Shape::NUMBERS, 0, 0, 1, 4}},
+        {"1,024 layouts mixed", {Shape::NUMBERS, 0, 0, 1024, 4}},
+        {"64 pairs", {Shape::NUMBERS, 0, 64, 1, 4}},
+        {"three texts of 1,000 bytes", {Shape::LONG_TEXTS, 1000, 0, 1, 4}},
+    };
+    std::vector<ShapedPair> pairs;
+    for (const auto& [name, shape] : shapes) {
+        const std::string text(name);
+        pairs.push_back({text, &roads.add("library, " + text, &runLibrary, shape),
+                         &roads.add("two threads, " + text, &runTwoThreads, shape)});
+    }
+    return pairs;
+}
+
+void printShapes(const std::vector<ShapedPair>& pairs) {
+    std::printf("\nMessages of other shapes, processor time\n");
+    Report::get().setSection("Road");
+    for (const ShapedPair& pair : pairs)
+        printAim("library to two threads, " + pair.name, ratios(pair.library->cpu, pair.twoThreads->cpu),
+                 "at most 1.20");
+    printAim("1,024 layouts to one, library", ratios(pairs[2].library->cpu, pairs[1].library->cpu),
+             "at most 1.6");
+}
+
+int run(const Options& options) {
+    Roads roads;
+    Road& library = roads.add("library, socket to callback", &runLibrary, Road::PACED);
+    Road& compressed = roads.add("library, compressed", &runLibrary, Road::COMPRESSED);
+    Road& inflate = roads.add("zlib's inflate alone", &runInflate, Road::COMPRESSED);
+    Road& twoThreads = roads.add("two threads and the parser", &runTwoThreads, Road::PACED);
+    Road& bare = roads.add("blocking read on one thread", &runBareLoop, Road::PACED);
+    Road& statistics = roads.add("the library's counting alone", &runStatistics, Road::PLAIN);
+    Road* onHubThread = nullptr;
+    if (libraryHasInlineCallbacks())
+        onHubThread = &roads.add("library, inline", &runLibrary, Road::PACED | Road::INLINE);
 #ifdef TIVRA_HAVE_ZMQ
-    Road zmq{"ZeroMQ PUSH/PULL, not decoded", &runZmq, Road::ZMQ, true};
-    roads.push_back(&zmq);
+    Road& zmq = roads.add("ZeroMQ PUSH/PULL, not decoded", &runZmq, Road::PACED, RoadLoad::ZMQ_PUSH);
 #else
     std::printf("ZeroMQ was not there when this was built and is left out.\n");
 #endif
-    try {
-        for (int round = 0; round < rounds; ++round) {
-            for (Road* road : roads)
-                runFullSpeed(*road);
-            for (Road* road : roads)
-                if (road->isPaced)
-                    runPaced(*road);
-        }
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "road: %s\n", error.what());
-        return 1;
-    }
-    printSpeeds(roads, rounds);
-    printAim("processor time, library to (c)", ratios(library.cpu, twoThreads.cpu), "at most 1.30");
-    printAim("processor time, library to the bare loop", ratios(library.cpu, bare.cpu), "for information");
+#ifdef TIVRA_HAVE_NATS
+    Road& nats = roads.add("NATS, not decoded", &runNats, Road::PLAIN, RoadLoad::NATS);
+#else
+    std::printf("NATS was not there when this was built and is left out.\n");
+#endif
+    const std::vector<ShapedPair> shapes = addShapes(roads);
+    roads.run(options.isQuick ? std::min(options.rounds, 3) : options.rounds);
+    roads.print();
+    printShapes(shapes);
+    std::printf("\nRatios, round by round\n");
+    printAim("processor time, library to two threads", ratios(library.cpu, twoThreads.cpu), "at most 1.20");
+    printAim("processor time, library to the bare loop", ratios(library.cpu, bare.cpu), "none");
     printAim("processor time, compressed to inflate and plain",
              ratios(compressed.cpu, sums(inflate.cpu, library.cpu)), "at most 1.08");
     printAim("processor time, counting to library", ratios(statistics.cpu, library.cpu), "below 0.01");
 #ifdef TIVRA_HAVE_ZMQ
-    printAim("messages a processor second, library to ZeroMQ", ratios(zmq.cpu, library.cpu), "at least 2");
+    printGain("messages a processor second, library to ZeroMQ", ratios(zmq.cpu, library.cpu), "at least 3");
 #endif
-    printLatencies(roads);
-    printAim("p50, library to (c)", ratios(library.p50, twoThreads.p50), "at most 1.2");
-    printAim("p99, library to (c)", ratios(library.p99, twoThreads.p99), "at most 1.3");
+#ifdef TIVRA_HAVE_NATS
+    printGain("messages a processor second, library to NATS", ratios(nats.cpu, library.cpu), "at least 6");
+#endif
+    if (onHubThread != nullptr)
+        printAim("processor time, inline to the library's two threads", ratios(onHubThread->cpu, library.cpu),
+                 "at most 0.75");
+    Report::get().setSection("Road, paced");
+    printAim("p50, library to two threads", ratios(library.p50, twoThreads.p50), "at most 1.2");
+    printAim("p99, library to two threads", ratios(library.p99, twoThreads.p99), "at most 1.3");
+    if (onHubThread != nullptr)
+        printAim("p50, inline to a blocking read", ratios(onHubThread->p50, bare.p50), "at most 1.25");
 #ifdef TIVRA_HAVE_ZMQ
     printAim("p50, library to ZeroMQ", ratios(library.p50, zmq.p50), "at most 0.6");
     printAim("p99, library to ZeroMQ", ratios(library.p99, zmq.p99), "at most 0.9");
 #endif
+    Report::get().finish();
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(Options(argc, argv, 5));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "road: %s\n", error.what());
+        return 1;
+    }
 }

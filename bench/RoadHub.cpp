@@ -3,19 +3,28 @@
 #ifdef TIVRA_HAVE_ZMQ
 #    include "RoadZmq.h"
 #endif
+#ifdef TIVRA_HAVE_NATS
+#    include "RoadNats.h"
+#endif
 
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <tivra_sim/Hub.h>
+#include <tivra_sim/TradingDay.h>
 #include <tivra_sim/Wire.h>
 
 namespace tivra_bench {
@@ -47,6 +56,93 @@ void sendPaced(const tivra_sim::Hub& hub, const RoadLoad& load) {
     });
 }
 
+/// A hub with one source, and four symbols on it.
+tivra_sim::HubConfig shapedHub(int source) {
+    tivra_sim::HubConfig config = tivra_sim::HubConfig::quiet();
+    config.boxPermissions = config.users[0].permissions = {source, tivra_sim::SYSTEM_SOURCE};
+    config.symbols.clear();
+    for (const char* symbol : kSymbols)
+        config.symbols.push_back({source, symbol, {{tivra_sim::token::BID, "1"}}});
+    return config;
+}
+
+/// The hubs of shaped messages, whose connections are written from here.
+class ShapedHubs {
+public:
+    explicit ShapedHubs(const RoadLoad& load) {
+        for (std::size_t i = 0; i < load.hubs; ++i) {
+            const int source = kSource + static_cast<int>(i);
+            m_blocks.push_back(ShapedFrames(load.shape, source, load.shapedBytes / kShapedCopies).bytes);
+            m_hubs.push_back(std::make_unique<tivra_sim::Hub>(shapedHub(source)));
+            m_hubs.back()->start();
+        }
+    }
+
+    [[nodiscard]] std::vector<std::uint16_t> ports() const {
+        std::vector<std::uint16_t> ports;
+        for (const auto& hub : m_hubs)
+            ports.push_back(hub->port());
+        return ports;
+    }
+
+    void waitForReader() {
+        for (const auto& hub : m_hubs) {
+            if (!hub->waitForSubscriptions(std::size(kSymbols), std::chrono::milliseconds(60000)))
+                throw std::runtime_error("the subscriptions did not arrive");
+            // A turn of the hub's thread: its answers are with the socket, and nothing follows them.
+            hub->setDeaf(false);
+            m_sockets.push_back(connectionOf(hub->port()));
+        }
+    }
+
+    /// As fast as each of the readers takes it.
+    void play() {
+        std::vector<std::size_t> sent(m_sockets.size(), 0);
+        std::vector<pollfd> waiting;
+        for (const int socket : m_sockets)
+            waiting.push_back({socket, POLLOUT, 0});
+        for (std::size_t open = m_sockets.size(); open > 0;) {
+            poll(waiting.data(), waiting.size(), 1000);
+            for (std::size_t i = 0; i < waiting.size(); ++i) {
+                if (waiting[i].fd < 0 || waiting[i].revents == 0 || !sendMore(i, sent[i]))
+                    continue;
+                waiting[i].fd = -1;
+                --open;
+            }
+        }
+    }
+
+private:
+    /// True when this hub has sent all.
+    bool sendMore(std::size_t hub, std::size_t& sent) {
+        const std::string& block = m_blocks[hub];
+        const std::size_t all = block.size() * kShapedCopies;
+        const std::size_t at = sent % block.size();
+        const ssize_t took =
+            send(m_sockets[hub], block.data() + at, block.size() - at, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (took < 0 && errno != EAGAIN && errno != EINTR)
+            throw std::runtime_error("the reader has gone");
+        sent += static_cast<std::size_t>(std::max<ssize_t>(took, 0));
+        return sent >= all;
+    }
+
+    std::vector<std::string> m_blocks;
+    std::vector<std::unique_ptr<tivra_sim::Hub>> m_hubs;
+    std::vector<int> m_sockets;
+};
+
+void serveShaped(const RoadLoad& load, const ChildProcess::Ends& parent) {
+    ShapedHubs hubs(load);
+    const std::vector<std::uint16_t> ports = hubs.ports();
+    if (!writeAll(parent.tell, ports.data(), ports.size() * sizeof ports[0]))
+        return;
+    hubs.waitForReader();
+    char byte = 0;
+    do
+        hubs.play();
+    while (read(parent.control, &byte, 1) > 0);
+}
+
 /// The hub's process: tells its port, then serves until the parent closes its end.
 void serve(const RoadLoad& load, const ChildProcess::Ends& parent) {
     tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
@@ -72,10 +168,8 @@ void serve(const RoadLoad& load, const ChildProcess::Ends& parent) {
 
 } // namespace
 
-std::int64_t nowNanoseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+std::size_t shapedMessages(const RoadLoad& load) {
+    return ShapedFrames(load.shape, kSource, load.shapedBytes / kShapedCopies).count * kShapedCopies;
 }
 
 std::string stampedFrame() {
@@ -83,6 +177,29 @@ std::string stampedFrame() {
     body += "|101=184.17|102=300|103=184.21|104=200|105=P|";
     return tivra_sim::encodeFrame(body + std::to_string(kStampToken) + "=" +
                                   std::to_string(nowNanoseconds()));
+}
+
+std::int64_t stampOf(const char* frame, std::size_t length) {
+    const char* const end = frame + length - 1;
+    const char* from = end;
+    while (from[-1] != '=')
+        --from;
+    std::int64_t stamp = 0;
+    std::from_chars(from, end, stamp);
+    return stamp;
+}
+
+std::vector<std::string> framesOfDay(std::size_t events) {
+    std::vector<std::string> frames;
+    if (events == 0)
+        return frames;
+    const std::int64_t midnight = tivra_sim::Playback().midnight;
+    tivra_sim::readTradingDay(TIVRA_SAMPLE_DAY, [&](const tivra_sim::MarketEvent& event) {
+        frames.push_back(
+            tivra_sim::encodeFrame(tivra_sim::eventBody(event, kSource, midnight, frames.size() + 1)));
+        return frames.size() < events;
+    });
+    return frames;
 }
 
 void sendPaced(const RoadLoad& load, const std::function<void()>& send) {
@@ -100,12 +217,17 @@ void sendPaced(const RoadLoad& load, const std::function<void()>& send) {
 RoadHub::RoadHub(const RoadLoad& load)
     : m_process([&load](const ChildProcess::Ends& parent) {
 #ifdef TIVRA_HAVE_ZMQ
-        if (load.zmq)
+        if (load.through == RoadLoad::ZMQ_PUSH)
             return servePush(load, parent);
 #endif
-        serve(load, parent);
-    }) {
-    if (!m_process.read(&m_port, sizeof m_port))
+#ifdef TIVRA_HAVE_NATS
+        if (load.through == RoadLoad::NATS)
+            return servePublisher(load, parent);
+#endif
+        load.shapedBytes > 0 ? serveShaped(load, parent) : serve(load, parent);
+    })
+    , m_ports(load.hubs) {
+    if (!m_process.read(m_ports.data(), m_ports.size() * sizeof m_ports[0]))
         throw std::runtime_error("the hub's process did not start");
 }
 

@@ -4,8 +4,11 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "ChildProcess.h"
+#include "Clock.h"
+#include "RoadShapes.h"
 
 namespace tivra_bench {
 
@@ -22,27 +25,39 @@ struct RoadLoad {
     unsigned repeat = 1;    ///< how often these are played in a pass
     std::size_t paced = 0;  ///< messages of a paced run
     std::size_t perSecond = 10000;
-    bool zmq = false; ///< from a ZeroMQ PUSH socket
+    enum Through { HUB, ZMQ_PUSH, NATS } through = HUB; ///< who sends; the others only carry the frames
+    Shape shape;                                        ///< of messages in place of the day's
+    std::size_t shapedBytes = 0; ///< of them in a pass from each hub, sent past the hub's own thread
+    std::size_t hubs = 1;        ///< the sources of the others follow `kSource`
 };
 
-/// A hub in a process of its own, so that its work does not count as the reader's. It ends with its parent.
+/// Copies of a block of shaped frames that make a pass.
+inline constexpr std::size_t kShapedCopies = 8;
+/// The messages of a pass from each hub.
+[[nodiscard]] std::size_t shapedMessages(const RoadLoad& load);
+
+/// Hubs in a process of their own, so that their work does not count as the reader's. It ends with its
+/// parent.
 class RoadHub {
 public:
     explicit RoadHub(const RoadLoad& load);
 
-    [[nodiscard]] std::uint16_t port() const { return m_port; }
+    [[nodiscard]] std::uint16_t port() const { return m_ports.front(); }
+    [[nodiscard]] const std::vector<std::uint16_t>& ports() const { return m_ports; }
     /// Plays all events once more.
     void playAgain();
 
 private:
     ChildProcess m_process; ///< a byte plays again
-    std::uint16_t m_port = 0;
+    std::vector<std::uint16_t> m_ports;
 };
-
-[[nodiscard]] std::int64_t nowNanoseconds();
 
 /// A message of a paced run, with the time as its last value.
 [[nodiscard]] std::string stampedFrame();
+/// That time.
+[[nodiscard]] std::int64_t stampOf(const char* frame, std::size_t length);
+/// The first frames of the sample day, as the hub plays them.
+[[nodiscard]] std::vector<std::string> framesOfDay(std::size_t events);
 /// Calls `send` at each moment when a message of a paced run is due.
 void sendPaced(const RoadLoad& load, const std::function<void()>& send);
 

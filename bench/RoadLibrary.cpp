@@ -2,10 +2,12 @@
 #include "Road.h"
 #include "RoadHub.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <tivra.h>
 
@@ -54,29 +56,60 @@ private:
 
 } // namespace
 
+namespace {
+
+/// Delivery on the hub's thread, which a library of an earlier day doesn't have.
+template<class Config>
+concept HasInlineCallbacks = requires {
+    Config::INLINE_CALLBACKS_BOOL;
+};
+template<class Config>
+void setInlineCallbacks(Config& config) {
+    if constexpr (HasInlineCallbacks<Config>)
+        config.set(Config::INLINE_CALLBACKS_BOOL, true);
+}
+
+void subscribe(tivra::Session& session, const RoadTask& task, int source) {
+    tivra::Request& request = session.createRequest();
+    for (const char* symbol : kSymbols) {
+        if (task.paced && std::string(symbol) != kPacedSymbol)
+            continue;
+        request.clearRequest();
+        request.setCommand(tivra::SUBSCRIBE);
+        request.add(tivra::ENUM_SRC_ID, source).add(tivra::SYMBOL_TICKER, std::string(symbol));
+        session.send(request);
+    }
+    session.freeRequest(request);
+}
+
+} // namespace
+
+bool libraryHasInlineCallbacks() {
+    return HasInlineCallbacks<tivra::SessionConfig>;
+}
+
 RoadRun runLibrary(const RoadTask& task) {
     Counter counter(task);
     tivra::APIFactory* const factory = tivra::APIFactory::getInstance();
     factory->initialize("bench", "1", false, "/dev/null");
     tivra::UserInfo& user = factory->createUserInfo("demo", "demo", counter);
     tivra::Session& session = factory->createSession(user, counter);
+    const std::vector<std::uint16_t>& ports = task.hub.ports();
+    // A ring holds a whole pass of its hub.
     session.getConnectionConfig()
         .set(tivra::HostConfig::COMPRESSION_BOOL, task.compressed)
-        .set(tivra::HostConfig::QUEUE_SIZE_LONG, 64L)
-        .getHostConfig("127.0.0.1:" + std::to_string(task.hub.port()));
+        .set(tivra::HostConfig::QUEUE_SIZE_LONG,
+             static_cast<long>(std::max<std::size_t>(64 / ports.size(), 2)));
+    for (const std::uint16_t port : ports)
+        session.getConnectionConfig().getHostConfig("127.0.0.1:" + std::to_string(port));
+    if (task.isInline)
+        setInlineCallbacks(session.getSessionConfig());
     session.registerMessageEventHandler(&counter);
     std::string reason;
     if (!session.start(reason))
         throw std::runtime_error("start failed: " + reason);
-    for (const char* symbol : kSymbols) {
-        if (task.paced && std::string(symbol) != kPacedSymbol)
-            continue;
-        tivra::Request& request = session.createRequest();
-        request.setCommand(tivra::SUBSCRIBE);
-        request.add(tivra::ENUM_SRC_ID, kSource).add(tivra::SYMBOL_TICKER, std::string(symbol));
-        session.send(request);
-        session.freeRequest(request);
-    }
+    for (std::size_t i = 0; i < ports.size(); ++i)
+        subscribe(session, task, kSource + static_cast<int>(i));
     RoadRun run = counter.wait();
     session.stop();
     factory->destroySession(session);

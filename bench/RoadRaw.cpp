@@ -101,8 +101,11 @@ RoadRun runBareLoop(const RoadTask& task) {
         std::size_t at = 0;
         while (const std::size_t length = frameLength(buffer.get() + at, have - at)) {
             // An answer begins with its tag and a system record names its own source.
-            if (std::memcmp(buffer.get() + at + 6, data.data(), data.size()) == 0)
+            if (std::memcmp(buffer.get() + at + 6, data.data(), data.size()) == 0) {
+                if (task.paced)
+                    progress.addLatency(nowNanoseconds() - stampOf(buffer.get() + at, length));
                 isDone = progress.count();
+            }
             at += length;
         }
         std::memmove(buffer.get(), buffer.get() + at, have - at);

@@ -12,10 +12,6 @@
 #include <unistd.h>
 #include <zmq.h>
 
-#include <tivra_sim/HubConfig.h>
-#include <tivra_sim/TradingDay.h>
-#include <tivra_sim/Wire.h>
-
 namespace tivra_bench {
 namespace {
 
@@ -68,31 +64,11 @@ private:
     void* m_socket;
 };
 
-std::vector<std::string> framesOf(std::size_t events) {
-    std::vector<std::string> frames;
-    const std::int64_t midnight = tivra_sim::Playback().midnight;
-    tivra_sim::readTradingDay(TIVRA_SAMPLE_DAY, [&](const tivra_sim::MarketEvent& event) {
-        frames.push_back(
-            tivra_sim::encodeFrame(tivra_sim::eventBody(event, kSource, midnight, frames.size() + 1)));
-        return frames.size() < events;
-    });
-    return frames;
-}
-
-/// The stamp is the last value of the frame.
-std::int64_t stampOf(zmq_msg_t& message) {
-    const char* const end = static_cast<const char*>(zmq_msg_data(&message)) + zmq_msg_size(&message) - 1;
-    const char* from = end;
-    while (from[-1] != '=')
-        --from;
-    return std::strtoll(from, nullptr, 10);
-}
-
 } // namespace
 
 void servePush(const RoadLoad& load, const ChildProcess::Ends& parent) {
     ZmqSocket socket(ZMQ_PUSH);
-    const std::vector<std::string> frames = framesOf(load.events);
+    const std::vector<std::string> frames = framesOfDay(load.events);
     const std::uint16_t port = socket.bind();
     if (!writeAll(parent.tell, &port, sizeof port))
         return;
@@ -116,7 +92,8 @@ RoadRun runZmq(const RoadTask& task) {
     while (!isDone) {
         socket.receive(message);
         if (task.paced)
-            progress.addLatency(nowNanoseconds() - stampOf(message));
+            progress.addLatency(nowNanoseconds() - stampOf(static_cast<const char*>(zmq_msg_data(&message)),
+                                                           zmq_msg_size(&message)));
         isDone = progress.count();
     }
     zmq_msg_close(&message);
