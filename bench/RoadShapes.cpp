@@ -35,7 +35,8 @@ public:
     }
 
     std::string next() {
-        std::string body = "3=100|4=" + std::to_string(m_source) + "|5=" + symbol();
+        const std::string source = std::to_string(m_source);
+        std::string body = "3=" + source + "|4=" + source + "|5=" + symbol();
         const auto& layout = m_layouts[m_random() % m_layouts.size()];
         switch (m_shape.kind) {
         case Shape::NUMBERS:
