@@ -61,13 +61,13 @@ void measure(Point& point) {
     point.overhead.push_back(point.library.back() / point.raw.back());
 }
 
-std::vector<Curve> curves() {
+std::vector<Curve> curves(bool isQuick) {
     std::vector<Curve> made(3);
     made[0].name = "symbols";
     for (const unsigned symbols : {4U, 100U, 10000U, 100000U})
         made[0].points.push_back({std::to_string(symbols), load({Shape::NUMBERS, 129, 0, 1, symbols})});
     made[1].name = "hubs";
-    for (const std::size_t hubs : {1U, 4U, 16U, 64U})
+    for (const std::size_t hubs : {1U, 8U, isQuick ? 16U : 64U})
         made[1].points.push_back({std::to_string(hubs), load({Shape::NUMBERS, 129, 0, 1, 4}, hubs)});
     made[2].name = "bytes of a frame";
     for (const std::size_t length : {32U, 129U, 515U, 2048U, 16384U})
@@ -97,7 +97,7 @@ void print(const Curve& curve) {
 int main(int argc, char** argv) {
     try {
         const Options options(argc, argv, 3);
-        std::vector<Curve> all = curves();
+        std::vector<Curve> all = curves(options.isQuick);
         for (int round = 0; round < options.rounds; ++round)
             for (Curve& curve : all)
                 for (Point& point : curve.points)

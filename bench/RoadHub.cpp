@@ -87,7 +87,8 @@ public:
 
     void waitForReader() {
         for (const auto& hub : m_hubs) {
-            if (!hub->waitForSubscriptions(std::size(kSymbols), std::chrono::milliseconds(60000)))
+            // A session of many hosts may make its connections one after the other.
+            if (!hub->waitForSubscriptions(std::size(kSymbols), std::chrono::minutes(5)))
                 throw std::runtime_error("the subscriptions did not arrive");
             // A turn of the hub's thread: its answers are with the socket, and nothing follows them.
             hub->setDeaf(false);
