@@ -10,14 +10,21 @@
 
 namespace tp {
 
+namespace {
+
+/// Of one wait, in seconds.
+constexpr double kLongest = 1.0;
+constexpr double kLongestReplaced = 0.01;
+
+} // namespace
+
 int ReactorWait::milliseconds(bool inBurst, double untilTimer) noexcept {
     if (inBurst)
         return 0;
-    if (untilTimer >= 1.0)
-        return 1000;
+    const double longest = Clock::isReplaced() ? kLongestReplaced : kLongest;
     if (!(untilTimer > 0.0))
         return 1;
-    return std::max(1, static_cast<int>(untilTimer * 1000.0));
+    return std::max(1, static_cast<int>(std::min(untilTimer, longest) * 1000.0));
 }
 
 void ReactorWait::handleFailure(int waitMs) {

@@ -3,7 +3,9 @@
 #include <tp/aboveStandardStreams.h>
 #include <tp/eprintf.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <unistd.h>
@@ -23,6 +25,10 @@ constexpr unsigned kAllFlags = ~0U;
 SocketPoller::SocketPoller(Backend backend) {
     if (backend == Backend::automatic)
         probeEPoll();
+    if (m_epoll_supported && m_wakeEvent.isUsable())
+        control(EPOLL_CTL_ADD, "addEPoll", {m_wakeEvent.fd(), POLLIN, 0}, nullptr);
+    else if (!m_epoll_supported)
+        m_polled.reserve(maxEvents + 1);
 }
 
 SocketPoller::~SocketPoller() {
@@ -85,11 +91,38 @@ void SocketPoller::clearPending(const Event* event, unsigned flags) {
 }
 
 int SocketPoller::wait(Table& sockets, int milliseconds) {
-    const int ready = m_epoll_supported
-                          ? ::epoll_wait(m_epoll_fd, m_epoll_events.get(), maxEvents, milliseconds)
-                          : ::poll(sockets.entries(), static_cast<nfds_t>(sockets.size()), milliseconds);
+    const int ready = m_epoll_supported ? waitEPoll(milliseconds) : waitPoll(sockets, milliseconds);
     if (ready > 0)
         m_ready = ready;
+    return ready;
+}
+
+int SocketPoller::waitEPoll(int milliseconds) {
+    epoll_event* const events = m_epoll_events.get();
+    const int ready = ::epoll_wait(m_epoll_fd, events, maxEvents, milliseconds);
+    // The wake event is nobody's: what is served are the sockets.
+    epoll_event* const end = events + std::max(ready, 0);
+    epoll_event* const wake =
+        std::find_if(events, end, [](const epoll_event& entry) { return entry.data.ptr == nullptr; });
+    if (wake == end)
+        return ready;
+    m_wakeEvent.drain();
+    std::move(wake + 1, end, wake);
+    return ready - 1;
+}
+
+int SocketPoller::waitPoll(Table& sockets, int milliseconds) {
+    const auto count = static_cast<std::size_t>(sockets.size());
+    m_polled.assign(sockets.entries(), sockets.entries() + count);
+    m_polled.push_back({m_wakeEvent.fd(), POLLIN, 0});
+    int ready = ::poll(m_polled.data(), static_cast<nfds_t>(m_polled.size()), milliseconds);
+    if (ready <= 0)
+        return ready;
+    if (m_polled.back().revents != 0) {
+        m_wakeEvent.drain();
+        --ready;
+    }
+    std::copy_n(m_polled.begin(), count, sockets.entries());
     return ready;
 }
 

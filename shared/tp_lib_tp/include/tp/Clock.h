@@ -22,11 +22,14 @@ public:
         return s_replaced.load(std::memory_order_relaxed) ? replacedMonotonic() : systemMonotonic();
     }
 
-    /// A count that moves about once a millisecond while some thread calls beat(): shows that time has passed
-    /// to those for whom a reading of the clock is too dear.
+    /// A count that moves while other threads call beat(): shows that time may have passed to those for whom
+    /// a reading of the clock is too dear.
     [[nodiscard]] static uint32_t beats() noexcept { return s_beats.load(std::memory_order_relaxed); }
-    /// Moves that count. For a thread that wakes that often anyway.
+    /// Moves that count. For a thread that has just waited.
     static void beat() noexcept { s_beats.fetch_add(1, std::memory_order_relaxed); }
+
+    /// Somebody else moves the clocks: who waits for a time has to look often.
+    [[nodiscard]] static bool isReplaced() noexcept { return s_replaced.load(std::memory_order_relaxed); }
 
     /// Stops both clocks at the given times; only advance() and stepWallClock() move them from then on.
     static void setManual(double epochSeconds, double monotonicSeconds = 1000.0) noexcept;

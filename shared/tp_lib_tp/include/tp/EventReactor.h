@@ -9,8 +9,7 @@ namespace tp {
 extern template class ReactorLoop<SocketPoller>;
 
 /// The loop of a thread that serves sockets. It belongs to the thread that runs begin(), which alone may call
-/// it; only end(), for which an idle loop may need up to one second, may come from any thread. It is large:
-/// keep it off a thread's stack.
+/// it; only end() and ask() may come from any thread. It is large: keep it off a thread's stack.
 class EventReactor : public ReactorLoop<SocketPoller> {
 public:
     using Backend = SocketPoller::Backend;
@@ -28,6 +27,10 @@ public:
 
     void watchWrites(EventBase* event) { watch(event, POLLOUT); }
     void unWatchWrites(EventBase* event) { unWatch(event, POLLOUT); }
+
+    /// False where the system had no descriptor to give: then an idle loop hears of end() and ask() up to a
+    /// second late.
+    [[nodiscard]] bool canBeWoken() const noexcept { return m_poller.canInterrupt(); }
 };
 
 } // namespace tp

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <tp/Clock.h>
+#include <tp/LoopListener.h>
 #include <tp/Mutex.h>
 #include <tp/PollTable.h>
 #include <tp/ReactorWait.h>
@@ -52,6 +53,16 @@ public:
         m_poller.interrupt();
     }
 
+    /// Whom the loop tells of what it is asked and of ready sources; null for nobody. Borrowed. The loop's
+    /// thread, or any while no loop runs.
+    void setListener(LoopListener* listener) { m_listener = listener; }
+    /// Has the listener hear of these bits soon: the wait under way ends. Bits that it is yet to hear of cost
+    /// no more than a look. @thread any
+    void ask(unsigned what) {
+        if ((m_asked.fetch_or(what) & what) != what)
+            m_poller.interrupt();
+    }
+
     // Registration never fails loudly: with a full list, or an object that is registered already, it logs and
     // leaves the object as it was. What watches has no effect on an object without a source.
 
@@ -81,6 +92,8 @@ public:
     /// `waketime` is absolute, in seconds since the epoch. The loop's thread, or any while no loop runs.
     void regTimer(Event* event, double waketime) { m_timers.add(event, waketime); }
     void unRegTimer(Event* event) { m_timers.remove(event); }
+    /// Changes the waketime of a timer, unless that is being called: its handler returns the next one.
+    void moveTimer(Event* event, double waketime) { m_timers.move(event, waketime); }
 
     /// The time right after the last wait.
     [[nodiscard]] double getCurTime() const noexcept { return m_curLoopTime; }
@@ -140,6 +153,8 @@ private:
     }
 
     void mainLoop() {
+        if (m_asked.load() != 0)
+            hearAsked();
         m_timers.pass(m_curLoopTime, m_lastLoopTime, [this] { openBurst(); });
         m_lastLoopTime = m_curLoopTime;
 
@@ -151,6 +166,8 @@ private:
         m_curLoopTime = Clock::now();
         if (ready > 0) {
             openBurst();
+            if (m_listener != nullptr)
+                m_listener->sourcesReady(m_curLoopTime);
             m_poller.serve(ownTable(), m_curLoopTime, m_mustExit);
         } else if (ready < 0) {
             errno = error;
@@ -158,6 +175,12 @@ private:
         } else if (m_inBurst != 0) {
             doPostIO(m_curLoopTime);
         }
+    }
+
+    void hearAsked() {
+        const unsigned what = m_asked.exchange(0);
+        if (m_listener != nullptr)
+            m_listener->asked(what, m_curLoopTime);
     }
 
     /// Only a poller whose sources one thread alone registers looks into it.
@@ -183,6 +206,8 @@ private:
     }
 
     std::atomic<int> m_mustExit{0};
+    std::atomic<unsigned> m_asked{0};
+    LoopListener* m_listener = nullptr;
     int m_inBurst = 0;
     double m_curLoopTime = 0.0;
     double m_lastLoopTime = 0.0;

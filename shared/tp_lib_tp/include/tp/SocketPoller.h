@@ -3,10 +3,12 @@
 #include <tp/EventBase.h>
 #include <tp/NoMutex.h>
 #include <tp/PollTable.h>
+#include <tp/WakeEvent.h>
 
 #include <atomic>
 #include <memory>
 #include <sys/epoll.h>
+#include <vector>
 
 namespace tp {
 
@@ -45,12 +47,16 @@ public:
     [[nodiscard]] int wait(Table& sockets, int milliseconds);
     /// Calls the handlers of those that the last wait found.
     void serve(Table& sockets, double curtime, const std::atomic<int>& mustExit);
-    /// The wait goes on: the loop wakes once a second anyway.
-    void interrupt() noexcept {}
+    /// Makes the present wait, or the next one, return. Where that can't be had the wait goes on: the loop
+    /// wakes once a second anyway. @thread any
+    void interrupt() noexcept { m_wakeEvent.signal(); }
+    [[nodiscard]] bool canInterrupt() const noexcept { return m_wakeEvent.isUsable(); }
 
 private:
     void probeEPoll();
     void control(int operation, const char* name, const Entry& entry, Event* event);
+    [[nodiscard]] int waitEPoll(int milliseconds);
+    [[nodiscard]] int waitPoll(Table& sockets, int milliseconds);
     void serveEPoll(double curtime);
     [[nodiscard]] static bool servePollSlot(Table& sockets, int slot, double curtime);
 
@@ -58,6 +64,8 @@ private:
     std::unique_ptr<epoll_event[]> m_epoll_events;
     bool m_epoll_supported = false;
     int m_ready = 0; ///< of the last wait, as long as they are served
+    WakeEvent m_wakeEvent;
+    std::vector<pollfd> m_polled; ///< for poll: all sockets and the wake event; it grows once
 };
 
 } // namespace tp

@@ -47,6 +47,14 @@ public:
         event->m_timerPos = nullptr;
     }
 
+    /// Changes the waketime of an event that has a timer; one that is being called returns its own.
+    void move(Event* event, double waketime) {
+        if (event->m_timerPos == nullptr)
+            return;
+        event->m_timerPos->waketime = waketime;
+        m_nextTimer = std::min(m_nextTimer, waketime);
+    }
+
     /// The earliest waketime known.
     [[nodiscard]] double nextTimer() const noexcept { return m_nextTimer; }
 
