@@ -40,5 +40,7 @@ inline constexpr tp::LockRank kLockUser{1000, "m_user_mutex"};
 inline constexpr tp::LockRank kLockHubTexts{1030, "the texts of a HubClient"};
 inline constexpr tp::LockRank kLockHubReady{1040, "HubClient::m_ready_mutex"};
 inline constexpr tp::LockRank kLockNatPairs{1040, "m_nat_mutex"};
+// A thread is woken under any other mutex.
+inline constexpr tp::LockRank kLockUserLoops{1050, "UserLoops::m_mutex"};
 
 } // namespace tivra_internal

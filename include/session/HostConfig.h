@@ -45,7 +45,7 @@ public:
         /// stream, so there the connection is closed and dialled again: what waits in the queue is delivered
         /// until the hub is ready anew, and whatever is left of it by then is discarded.
         QUEUE_SIZE_LONG = 7,
-        /// Milliseconds that a connect may block the hub's thread; used within 0 to 60000; default 200.
+        /// Has no effect: a connect blocks no thread. Milliseconds, 0 to 60000; default 200.
         BLOCKING_CONNECTION_TIME_LIMIT_LONG = 8,
         /// Kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval; default 1.
         CONFLATION_TYPE_LONG = 9,

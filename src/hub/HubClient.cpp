@@ -87,8 +87,24 @@ bool HubClient::hasReadHandler() const {
     return m_readQueueHandler != nullptr;
 }
 
-bool HubClient::isStillDelivering() const {
-    return !m_responseQueue->isEmpty() && hasReadHandler();
+bool HubClient::isStillDelivering() {
+    return !m_responseQueue->isEmpty() && hasReadHandler() && !m_responseQueue->awaitEmpty();
+}
+
+void HubClient::ask(unsigned what) const {
+    if (HubEventReactor* const reactor = getReactor(); reactor != nullptr)
+        reactor->ask(what);
+}
+
+void HubClient::roomForReads() {
+    m_readWaker.wake();
+    if (!connected())
+        ask(HubEventReactor::kSupervise);
+}
+
+void HubClient::requestContinueEntitlements() {
+    m_handshake.siblingsAreReady();
+    ask(HubEventReactor::kContinue);
 }
 
 void HubClient::setReadQueueHandler(std::unique_ptr<QueueReadHandler> handler) {
@@ -106,9 +122,8 @@ std::unique_ptr<QueueReadHandler> HubClient::clearQRHPointer() {
     return std::move(m_readQueueHandler);
 }
 
-void HubClient::calcStats(double curtime) {
-    if (isReady())
-        m_responseQueue->calcStats(curtime);
+bool HubClient::calcStats(double curtime) {
+    return isReady() && m_responseQueue->calcStats(curtime);
 }
 
 void HubClient::calcQueueFullStats() {
@@ -128,9 +143,10 @@ bool HubClient::handleWatchlistResponse(int64_t tag, int64_t status) {
     return watchlist->handleResponse(tag, status);
 }
 
-HubClient::Dial HubClient::connectHost(double curtime) {
+HubClient::Dial HubClient::connectHost(double) {
     if (connected())
         return Dial::Connected;
+    m_registration.endDial();
     if (!inProgress())
         m_socket.noteDial();
     switch (m_lookup.ask(isComingXref())) {
@@ -155,14 +171,7 @@ HubClient::Dial HubClient::connectHost(double curtime) {
         if (const HubSocket::Progress begun = m_socket.begin(); begun != HubSocket::Progress::UnderWay)
             return settle(begun);
     }
-    return settle(m_socket.proceed(connectWait(curtime)));
-}
-
-// One client of a tick may wait; the others only look, so that the reactor serves its hubs.
-long HubClient::connectWait(double curtime) const {
-    HubEventReactor* const reactor = getReactor();
-    const long limit = m_options.blockingConnectionLimit;
-    return reactor != nullptr ? reactor->takeConnectWait(curtime, limit) : limit;
+    return settle(m_socket.proceed());
 }
 
 HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
@@ -173,6 +182,7 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
         m_handshake.begin();
         return Dial::Connected;
     case HubSocket::Progress::UnderWay:
+        m_registration.awaitDial(getFd());
         return Dial::UnderWay;
     case HubSocket::Progress::TimedOut:
         if (m_lookup.mayReplaceHub(isComingXref())) {
@@ -214,16 +224,37 @@ int HubClient::sendLogin(const std::string& text) {
 void HubClient::readableEvent(double curtime) {
     if (getFd() < 0)
         return;
-    if (m_life.hasLeft())
+    if (inProgress()) {
+        writableEvent(curtime);
+        return;
+    }
+    if (m_life.hasLeft()) {
         closeConnection();
-    else
-        m_reader.read(curtime);
+        return;
+    }
+    const bool waited = waitsForBoxPerms();
+    m_reader.read(curtime);
+    if (waitsForBoxPerms() != waited)
+        m_session.hubHasChanged();
+    if (m_responseQueue->sawEndOfStream() && isReady())
+        ask(HubEventReactor::kSupervise);
 }
 
-void HubClient::twentyFiveMsTick(double now) {
+void HubClient::writableEvent(double) {
+    if (inProgress()) {
+        // The dial has come to an end: the supervision takes its outcome.
+        m_registration.endDial();
+        ask(HubEventReactor::kSupervise);
+        return;
+    }
+    (void)m_reader.prepare();
+}
+
+bool HubClient::twentyFiveMsTick(double now) {
     m_handshake.tick();
     m_reader.readLeftOver();
     continueHeldReads(now);
+    return isReady() ? !m_responseQueue->isQuiet() : connected();
 }
 
 void HubClient::leaveAfterReadFailure() {
@@ -313,12 +344,16 @@ void HubClient::closeConnection() {
         m_session.countHubLoss(this);
     if (wasReady)
         m_session.endOutstanding(this);
+    m_session.hubHasChanged();
+    ask(HubEventReactor::kSupervise);
 }
 
 void HubClient::suspendClient(const std::string& reason) {
     // Closing clears a suspension, so it comes first.
     closeConnection();
     m_suspension.suspend(reason);
+    m_session.hubHasChanged();
+    ask(HubEventReactor::kSupervise);
 }
 
 bool HubClient::closeIfOutOfStep() {

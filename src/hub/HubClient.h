@@ -89,8 +89,11 @@ public:
     /// The hub was dialled before, and hasn't been ready since. The hub's thread.
     [[nodiscard]] bool isDialRepeated() const override { return m_socket.isDialRepeated(); }
     void closeConnection() override;
-    /// False while a hub that has refused the login is to be left alone.
-    [[nodiscard]] bool mayDial() const { return m_handshake.mayDial(); }
+    /// A dial may begin or go on now, at the supervision's turn or between two of them. False while a hub
+    /// that has refused the login is to be left alone.
+    [[nodiscard]] bool mayDial(bool isTurn) const {
+        return m_handshake.mayDial() && m_socket.mayDial(isTurn);
+    }
     /// Closes, then takes the client out of use with a reason that the application may see.
     void suspendClient(const std::string& reason) override;
 
@@ -103,13 +106,13 @@ public:
     bool closeIfOutOfStep() override;
 
     void readableEvent(double curtime) override;
-    void writableEvent(double) override { (void)m_reader.prepare(); }
+    void writableEvent(double curtime) override;
 
     // --- standing; @thread any ---
     [[nodiscard]] bool isReady() const override TP_EXCLUDES(m_ready_mutex);
     /// Frames of the connection before are still on their way to the application; the next one would discard
-    /// them.
-    [[nodiscard]] bool isStillDelivering() const TP_EXCLUDES(m_rqh_mutex);
+    /// them. The supervision is asked to look again once they have arrived.
+    [[nodiscard]] bool isStillDelivering() TP_EXCLUDES(m_rqh_mutex);
     [[nodiscard]] bool connected() const { return m_socket.isConnected(); }
     [[nodiscard]] bool inProgress() const { return m_socket.isInProgress(); }
     [[nodiscard]] bool isLoggedIn() const { return m_handshake.isLoggedIn(); }
@@ -151,8 +154,8 @@ public:
 
     // --- the first hub's wait for its siblings; @thread any ---
     [[nodiscard]] bool waitsForBoxPerms() const { return m_handshake.waitsForSiblings(); }
-    /// The siblings are ready; the client goes on at its next 25 ms tick.
-    void requestContinueEntitlements() { m_handshake.siblingsAreReady(); }
+    /// The siblings are ready; the client goes on at its next tick, which comes soon.
+    void requestContinueEntitlements();
 
     // --- readiness and the read handler ---
     /// Marks the client ready; true when it has no read handler yet. The session calls it under
@@ -168,11 +171,13 @@ public:
     std::unique_ptr<QueueReadHandler> clearQRHPointer() TP_EXCLUDES(m_rqh_mutex);
 
     // --- periodic work ---
-    /// Continues a wait that has ended, and continueHeldReads.
-    void twentyFiveMsTick(double now);
+    /// Continues a wait that has ended, and continueHeldReads. True when there is something for the next
+    /// tick.
+    bool twentyFiveMsTick(double now);
     /// Checks how full the queue is, and goes on with what has waited for space in it.
     void continueHeldReads(double curtime) { m_reader.continueHeldReads(curtime); }
-    void calcStats(double curtime);
+    /// True when messages have come in since the last time.
+    bool calcStats(double curtime);
     void calcQueueFullStats();
     void incrQueryCount();
     /// @thread user
@@ -189,7 +194,7 @@ public:
     [[nodiscard]] HubClient* client() override { return this; }
     void setHBSeen(bool seen) override { m_heartbeat.setSeen(seen); }
     /// @thread user
-    void roomForReads() override { m_readWaker.wake(); }
+    void roomForReads() override;
     [[nodiscard]] bool getHBSeen() const { return m_heartbeat.isSeen(); }
     [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
 
@@ -203,7 +208,7 @@ public:
 
 private:
     [[nodiscard]] Dial settle(HubSocket::Progress progress);
-    [[nodiscard]] long connectWait(double curtime) const;
+    void ask(unsigned what) const;
     void reset();
     void forgetConnection();
 

@@ -6,7 +6,6 @@ namespace tivra_internal {
 
 namespace {
 
-constexpr long kMaxBlockingLimit = 60'000;        // milliseconds
 constexpr long kMaxConnectionTimeout = 2'000'000; // seconds
 
 } // namespace
@@ -16,7 +15,6 @@ HubClientOptions HubClientOptions::withinLimits() const {
     usable.connectionTimeout = std::clamp(connectionTimeout, 0L, kMaxConnectionTimeout);
     usable.connectionRetryLimit = std::max(connectionRetryLimit, 0L);
     usable.readTimeout = std::max(readTimeout, 0L);
-    usable.blockingConnectionLimit = std::clamp(blockingConnectionLimit, 0L, kMaxBlockingLimit);
     usable.queueSize = std::max(queueSize, 0L);
     return usable;
 }

@@ -16,9 +16,8 @@ struct HubClientOptions {
     HostConfigImpl* host = nullptr; ///< its settings; borrowed
     long connectionTimeout = 0;     ///< seconds
     long connectionRetryLimit = 0;
-    long readTimeout = 0;             ///< seconds; 0 turns the heartbeat and both time-out tests off
-    long blockingConnectionLimit = 0; ///< milliseconds
-    long queueSize = 0;               ///< megabytes
+    long readTimeout = 0; ///< seconds; 0 turns the heartbeat and both time-out tests off
+    long queueSize = 0;   ///< megabytes
     bool compression = false;
     bool watchlistInUse = false;
     bool isDummy = false; ///< a placeholder with a queue, but without socket and reactor

@@ -21,6 +21,8 @@ namespace {
 
 /// A hub that takes nothing stops the pump after so many microseconds.
 constexpr suseconds_t kSendTimeoutMicroseconds = 100;
+/// A hub that takes nothing, or isn't ready, is tried again after so many seconds.
+constexpr double kNextTry = 0.05;
 /// A pass of this length is worth a line, in seconds.
 constexpr double kLongPass = 0.025;
 
@@ -54,7 +56,7 @@ bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, boo
         request.reset();
         return true;
     }
-    const tp::MutexLock lock(m_request_mutex);
+    tp::MutexLock lock(m_request_mutex);
     RequestQueue& queue = requestQueue[client];
     if (!force && queue.size() >= requestQueueMaxSize) {
         eprintf(EPF_DBUG, "pushRequest() failed: requestQueue for HUB %s is full",
@@ -62,7 +64,34 @@ bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, boo
         return false;
     }
     queue.push_back(std::move(request));
+    const bool isFirst = queue.size() == 1;
+    lock.unlock();
+    // Whatever holds up the one before it, goes on with this one too.
+    if (isFirst)
+        ask(kWriteRequests);
     return true;
+}
+
+std::optional<double> HubEventReactor::writeRequests() {
+    const double start = tp::Clock::monotonic();
+    if (const unsigned allowance = m_pace.allowance(start); allowance > 0) {
+        const int sent = handle_hub_requests(allowance);
+        const double end = tp::Clock::monotonic();
+        m_pace.note(end, static_cast<unsigned>(sent));
+        if (end - start >= kNextTry)
+            eprintf(EPF_DBUG,
+                    "HUB_Fifty_MilliSecond_Events::timerEvent(EXIT) elapsed time=%f; numReqsSent=%d",
+                    end - start, sent);
+    }
+    if (!hasRequests())
+        return std::nullopt;
+    const double now = tp::Clock::monotonic();
+    return m_pace.allowance(now) > 0 ? kNextTry : m_pace.secondsToNext(now);
+}
+
+bool HubEventReactor::hasRequests() {
+    const tp::MutexLock lock(m_request_mutex);
+    return !hubsInTurn().empty();
 }
 
 int HubEventReactor::handle_hub_requests(unsigned budget) {
@@ -230,6 +259,7 @@ void HubEventReactor::sendWLRequests(HubClient* client) {
         const tp::MutexLock lock(m_request_mutex);
         hubsSendingWLrequests[client] = 0;
     }
+    ask(kWriteRequests);
     eprintf(EPF_INFO, "Will resend %zu requests in watchlist for HUB %s ", count,
             client->getHubAddr().c_str());
 }
@@ -256,13 +286,6 @@ std::vector<std::unique_ptr<RequestInternal>> HubEventReactor::takeRequestsOf(Hu
 void HubEventReactor::checkExit() {
     if (mustExit.load())
         tp::EventReactor::end();
-}
-
-long HubEventReactor::takeConnectWait(double tick, long limit) {
-    if (tick == m_lastConnectWait)
-        return 0;
-    m_lastConnectWait = tick;
-    return limit;
 }
 
 } // namespace tivra_internal

@@ -5,12 +5,14 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <tp/EventReactor.h>
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
+#include "hub/RequestPace.h"
 
 namespace tivra_internal {
 
@@ -22,6 +24,14 @@ class RequestInternal;
 /// its own requests and nobody else's. Everything but `pushRequest` and `end` runs on its own hub thread.
 class HubEventReactor final : public tp::EventReactor {
 public:
+    /// What its loop may be asked for.
+    enum Ask : unsigned {
+        kWriteRequests = 1U << 0U, ///< requests wait that could be written
+        kSupervise = 1U << 1U,     ///< a hub has changed, or is new
+        kContinue = 1U << 2U,      ///< something that a hub has waited for is there
+        kEnd = 1U << 3U
+    };
+
     HubEventReactor(int index, long maxQueueSize);
     ~HubEventReactor() override;
     HubEventReactor(const HubEventReactor&) = delete;
@@ -31,6 +41,9 @@ public:
     /// full. `force` lets the queue grow instead. @thread any
     [[nodiscard]] bool pushRequest(std::unique_ptr<RequestInternal>& request, bool force)
         TP_EXCLUDES(m_request_mutex);
+    /// Writes as many as the pace allows. Returns after how many seconds to go on, nothing when no request
+    /// waits.
+    [[nodiscard]] std::optional<double> writeRequests() TP_EXCLUDES(m_request_mutex);
     /// Writes at most `budget` requests, hub by hub in turn, and for each hub its replay before its new ones;
     /// returns the number sent.
     int handle_hub_requests(unsigned budget) TP_EXCLUDES(m_request_mutex);
@@ -44,20 +57,20 @@ public:
         TP_EXCLUDES(m_request_mutex);
 
     /// Asks the loop to end; it does so at the next checkExit(). @thread any
-    void end() override { mustExit.store(true); }
+    void end() override {
+        mustExit.store(true);
+        ask(kEnd);
+    }
     void checkExit();
 
     [[nodiscard]] int getIndex() const { return index; }
-
-    /// The milliseconds that a connect may wait in the tick that began at `tick`: one client has the full
-    /// `limit`, the others of the same tick only look.
-    [[nodiscard]] long takeConnectWait(double tick, long limit);
 
 private:
     struct Pass;
     using RequestQueue = std::deque<std::unique_ptr<RequestInternal>>;
     enum class Sent { Yes, No, TooLong };
 
+    [[nodiscard]] bool hasRequests() TP_EXCLUDES(m_request_mutex);
     [[nodiscard]] std::deque<HubClient*> hubsInTurn() const TP_REQUIRES(m_request_mutex);
     [[nodiscard]] bool serveHub(HubClient& client, Pass& pass) TP_REQUIRES(m_request_mutex);
     [[nodiscard]] bool sendNext(HubClient& client, RequestQueue& queue, Pass& pass)
@@ -79,7 +92,7 @@ private:
     const int index;
     const std::size_t requestQueueMaxSize; ///< for each hub
     std::atomic<bool> mustExit{false};
-    double m_lastConnectWait = -1.0; ///< the tick in which a connect has waited
+    RequestPace m_pace;
 };
 
 } // namespace tivra_internal

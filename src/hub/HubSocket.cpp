@@ -27,6 +27,12 @@ namespace {
 
 constexpr int kWaitSliceMilliseconds = 100;
 constexpr double kDefaultStallSeconds = 30.0;
+/// The least time between two dials, in seconds: a hub that comes up and is lost again and again is dialled
+/// no more than once a second, and a first dial is not followed at once by that of the next turn.
+constexpr double kBeforeFirstDial = 1.0;
+constexpr double kBeforeDial = 0.5;
+/// How long the handshake of the last dial that is allowed has before the count of dials is held against it.
+constexpr double kForHandshake = 0.9;
 
 int pollWritable(int fd, const timespec& wait, short& events) {
     pollfd watched{fd, POLLOUT, 0};
@@ -90,10 +96,22 @@ bool HubSocket::openSocket() {
     return true;
 }
 
-HubSocket::Progress HubSocket::proceed(long limit) {
+void HubSocket::noteDial() {
+    m_outage.noteDial();
+    m_lastDial = tp::Clock::monotonic();
+}
+
+bool HubSocket::mayDial(bool isTurn) const {
+    if (state() == State::Dialling)
+        return true;
+    if (!isTurn && (m_outage.isDialled() || state() == State::AwaitsManager))
+        return false;
+    return secondsSince(m_lastDial) >= (isTurn ? kBeforeDial : kBeforeFirstDial);
+}
+
+HubSocket::Progress HubSocket::proceed() {
     pollfd watched{fd(), POLLOUT, 0};
-    const timespec wait{limit / 1000, limit % 1000 * 1'000'000};
-    const bool signalled = ::ppoll(&watched, 1, &wait, nullptr) > 0;
+    const bool signalled = ::poll(&watched, 1, 0) > 0;
     sockaddr_in peer{};
     socklen_t length = sizeof(peer);
     if (::getpeername(fd(), reinterpret_cast<sockaddr*>(&peer), &length) != 0)
@@ -172,7 +190,9 @@ void HubSocket::close(State state) {
 }
 
 bool HubSocket::isPastRetryLimit() const {
-    const bool isPast = m_connectionRetries.load(std::memory_order_relaxed) > m_connectionRetryLimit;
+    const bool hasJustConnected = isConnected() && secondsSince(m_lastDial) < kForHandshake;
+    const bool isPast =
+        !hasJustConnected && m_connectionRetries.load(std::memory_order_relaxed) > m_connectionRetryLimit;
     if (isPast)
         eprintf(EPF_INFO, "Connection retry limit of %ld exceeded for HUB: %s\n", m_connectionRetryLimit,
                 m_address.shown().c_str());

@@ -50,13 +50,16 @@ public:
     [[nodiscard]] int connectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
 
     // --- dialling ---
-    void noteDial() { m_outage.noteDial(); }
+    void noteDial();
+    /// A dial may begin now. The first one of an outage may at once, unless the dial before is too close; the
+    /// others at the turns that the supervision makes once a second.
+    [[nodiscard]] bool mayDial(bool isTurn) const;
     /// The hub was dialled before, and hasn't been ready since.
     [[nodiscard]] bool isDialRepeated() const { return m_outage.isDialRepeated(); }
     /// Opens a socket and begins to connect it.
     [[nodiscard]] Progress begin();
-    /// Waits for the hub's answer for up to `limit` milliseconds.
-    [[nodiscard]] Progress proceed(long limit);
+    /// Looks for the hub's answer.
+    [[nodiscard]] Progress proceed();
     /// The dial that has timed out goes on with another hub, which a connection manager is asked for.
     void replaceHub();
     /// The dial that has timed out has failed. `purpose` stands in the log line, which names no other.
@@ -111,6 +114,7 @@ private:
     std::atomic<int> m_connectErrno{0};
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
     Outage m_outage;
+    std::atomic<double> m_lastDial{-1e9};
     double m_connectStartTime = 0.0;
     bool m_frameCutShort = false; ///< see isOutOfStep
 };

@@ -8,6 +8,8 @@ class Outage {
 public:
     /// A dial begins.
     void noteDial() noexcept { ++m_dials; }
+    /// The hub has been dialled since it was ready.
+    [[nodiscard]] bool isDialled() const noexcept { return m_dials > 0; }
     /// The hub was dialled before, and hasn't been ready since.
     [[nodiscard]] bool isDialRepeated() const noexcept { return m_dials > 1; }
 

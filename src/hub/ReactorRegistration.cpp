@@ -21,6 +21,20 @@ int ReactorRegistration::index() const {
     return m_eventReactorIndex;
 }
 
+void ReactorRegistration::awaitDial(int fd) {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->regSocket(&m_event, fd);
+    m_HUB_Event_Reactor->watchWrites(&m_event);
+}
+
+void ReactorRegistration::endDial() {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor != nullptr)
+        m_HUB_Event_Reactor->unRegSocket(&m_event);
+}
+
 void ReactorRegistration::enter(int fd) {
     const tp::MutexLock lock(m_huber_mutex);
     if (m_HUB_Event_Reactor == nullptr)

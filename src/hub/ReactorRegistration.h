@@ -27,6 +27,10 @@ public:
     [[nodiscard]] HubEventReactor* reactor() const TP_EXCLUDES(m_huber_mutex);
     [[nodiscard]] int index() const TP_EXCLUDES(m_huber_mutex); ///< any
 
+    /// A dial is under way: its outcome is waited for, as an event to write or of a hang-up.
+    void awaitDial(int fd) TP_EXCLUDES(m_huber_mutex);
+    /// The outcome is known, or isn't waited for any more.
+    void endDial() TP_EXCLUDES(m_huber_mutex);
     /// A connection is up: its bytes are waited for.
     void enter(int fd) TP_EXCLUDES(m_huber_mutex);
     void leave() TP_EXCLUDES(m_huber_mutex);

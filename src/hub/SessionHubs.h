@@ -19,6 +19,8 @@ public:
     /// This first hub was only a door: it is dropped once the others are up.
     virtual void dropFirstHubLater(HubClient* client) = 0;
 
+    /// What a hub has come to, or what it says of the user, has changed: those who look at that look soon.
+    virtual void hubHasChanged() = 0;
     /// Puts the client into `m_hubDownLst`.
     virtual void noteHubDown(HubClient* client) = 0;
     /// Adds one to `m_downSinceLastCheck`; called for a client that was ready when its connection closed.

@@ -20,15 +20,16 @@ constexpr double kTurn = 0.01;
 
 } // namespace
 
-void QueueReadHandler::endLostRequests() {
+bool QueueReadHandler::endLostRequests() {
     HubClient* const hub = m_hubClient.isDummy() ? nullptr : m_hubClient.client();
     const double start = tp::Clock::monotonic();
     LostRequest lost;
     do {
         if (!m_session.takeLostRequest(hub, m_responseQueue->isEmpty(), lost))
-            return;
+            return false;
         endLostRequest(lost, hub);
     } while (tp::Clock::monotonic() - start < kTurn);
+    return true;
 }
 
 /// As if the hub had answered with this status; it has not, so no query is counted as answered.

@@ -5,20 +5,12 @@
 #include <chrono>
 #include <poll.h>
 
-#include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "receive/Queue.h"
 #include "receive/QueueWaker.h"
 
 namespace tivra_internal {
-
-namespace {
-
-/// The longest that the table goes unscanned while nobody has data.
-constexpr std::chrono::microseconds kSlice{1000};
-
-} // namespace
 
 QPoll::QPoll(int capacity)
     : m_capacity(capacity)
@@ -54,6 +46,8 @@ int QPoll::qpoll_ctl(int op, Queue* q, const qpoll_event* ev) {
         }
         m_qpoll_qd[static_cast<std::size_t>(num_qds++)] = {q, *ev};
         q->setWaker(m_waker);
+        // It may hold data already.
+        m_waker->wake();
         return 0;
     case QPOLL_CTL_MOD:
         if (entry == nullptr) {
@@ -105,19 +99,15 @@ int QPoll::qpoll_wait(qpoll_ready* out, int /*maxevents*/, int timeoutMs) {
     int n = scan(out, Scan::Plain);
     if (n > 0 || timeoutMs <= 0)
         return n;
-    const double deadline = tp::Clock::monotonic() + timeoutMs / 1000.0;
-    do {
-        // Announced first and looked at again: what comes in after that look ends the wait.
-        m_waker->announceIdle();
-        n = scan(out, Scan::Final);
-        if (n > 0 || m_interrupted.exchange(false)) {
-            m_waker->cancelIdle();
-            return n;
-        }
-        m_waker->wait(kSlice);
-        n = scan(out, Scan::Plain);
-    } while (n == 0 && tp::Clock::monotonic() <= deadline);
-    return n;
+    // Announced first and looked at again: what comes in after that look ends the wait.
+    m_waker->announceIdle();
+    n = scan(out, Scan::Final);
+    if (n > 0 || m_interrupted.exchange(false)) {
+        m_waker->cancelIdle();
+        return n;
+    }
+    m_waker->wait(std::chrono::milliseconds(timeoutMs));
+    return scan(out, Scan::Plain);
 }
 
 void QPoll::interrupt() {

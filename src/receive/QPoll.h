@@ -13,8 +13,8 @@ class QueueWaker;
 class UserEventBase;
 
 /// A poll over receive queues with the interface of epoll: it scans them for data, and when there is none it
-/// sleeps in short slices that a producer can cut short. The user thread waits; any thread may change the
-/// table. It borrows the queues.
+/// sleeps until a producer wakes it. The user thread waits; any thread may change the table. It borrows the
+/// queues.
 class QPoll {
 public:
     enum QPollOperations { QPOLL_CTL_ADD = 0, QPOLL_CTL_MOD = 1, QPOLL_CTL_DEL = 2 };
@@ -50,7 +50,7 @@ public:
     int qpoll_ctl(int op, Queue* q, const qpoll_event* ev);
 
     /// Fills `out`, which has room for the whole table, with the queues that hold data. Returns their number,
-    /// 0 after `timeoutMs` without data or when interrupted. @thread user
+    /// 0 when it was interrupted or woken for nothing, and after `timeoutMs` without data. @thread user
     [[nodiscard]] int qpoll_wait(qpoll_ready* out, int maxevents, int timeoutMs);
 
     /// Makes the present wait, or the next one, return. @thread any

@@ -72,6 +72,8 @@ public:
     /// The caller is about to wait for the consumer, who will call QueueHub::roomForReads once when reads can
     /// go on. False when they can go on already.
     [[nodiscard]] bool awaitRoom();
+    /// The same for a queue that is to be empty before another connection may fill it; true when it is.
+    [[nodiscard]] bool awaitEmpty();
     /// Whether the peer has shown since the last call that it is a hub: by a whole frame, or by filling the
     /// ring.
     [[nodiscard]] bool takeSignOfLife() noexcept { return std::exchange(m_sawLife, false); }
@@ -107,12 +109,14 @@ public:
     }
     /// The fill check: level, report to the hub, suspension of reads. @thread hub
     void calcQueueFullStats();
+    /// Until more bytes come in, another fill check would find what the last one has. @thread hub
+    [[nodiscard]] bool isQuiet() const;
 
     // --- statistics ---
-    /// @thread hub
-    void calcStats(double curtime) { m_stats.calcStats(curtime); }
-    /// @thread user
-    void calcStatsOut(double curtime) { m_stats.calcStatsOut(curtime); }
+    /// True when something has come in since the last time. @thread hub
+    bool calcStats(double curtime) { return m_stats.calcStats(curtime); }
+    /// True when something has gone out since the last time. @thread user
+    bool calcStatsOut(double curtime) { return m_stats.calcStatsOut(curtime); }
     /// Rotates the counters at the end of a second or an interval, or logs the totals when it is neither.
     void printStats(bool endOfInterval, bool endOfSecond, double curtime);
     void updateHubDrops(uint64_t hubDrops) { m_stats.updateHubDrops(hubDrops); }

@@ -61,6 +61,16 @@ bool Queue::awaitRoom() {
     return readsSuspended();
 }
 
+bool Queue::awaitEmpty() {
+    m_wakeBelow.store(0, std::memory_order_seq_cst);
+    return isEmpty();
+}
+
+bool Queue::isQuiet() const {
+    const bool isReportDue = m_jitConflation && m_lastJitPct >= m_jitThreshold;
+    return getPctFull() == 0 && !readsSuspended() && !m_inputLeft && !isReportDue;
+}
+
 void Queue::wakeIfRoom() {
     const uint64_t left = completeBytes();
     if (left == 0 || static_cast<int64_t>(left) < m_wakeBelow.load(std::memory_order_relaxed))

@@ -193,8 +193,8 @@ void QueueReadHandler::setHBTime() {
     m_hubClient.setHBSeen(true);
 }
 
-void QueueReadHandler::calcStats(double curtime) {
-    m_responseQueue->calcStatsOut(curtime);
+bool QueueReadHandler::calcStats(double curtime) {
+    return m_responseQueue->calcStatsOut(curtime);
 }
 
 void QueueReadHandler::reset() {

@@ -66,11 +66,11 @@ public:
     }
     void setHubIdleCount(uint64_t count) noexcept { m_idleCnt.store(count, std::memory_order_relaxed); }
 
-    /// @thread user, at the 100 ms tick
-    void calcStats(double curtime);
-    /// Ends some of the requests whose answer was lost with the hub's connection. @thread user, at the same
-    /// tick
-    void endLostRequests();
+    /// True when messages have gone out since the last time. @thread user, at the 100 ms tick
+    bool calcStats(double curtime);
+    /// Ends some of the requests whose answer was lost with the hub's connection. True when it has left some
+    /// for the next time. @thread user, at the same tick
+    bool endLostRequests();
 
     void setParser(std::unique_ptr<KVNAPI::Parser> parser) noexcept { kvnParser = std::move(parser); }
     [[nodiscard]] KVNAPI::Parser* getParser() const noexcept { return kvnParser.get(); }

@@ -35,7 +35,7 @@ uint64_t growth(uint64_t& last, uint64_t total) {
 
 } // namespace
 
-void QueueStatistics::calcStats(double curtime) {
+bool QueueStatistics::calcStats(double curtime) {
     const uint64_t totalMsgs = in.m_msgs_in.get();
     const uint64_t totalDropped = in.cum_dropped_bytes.get();
     const uint64_t totalBytes = in.m_bytes_in.get();
@@ -66,9 +66,10 @@ void QueueStatistics::calcStats(double curtime) {
     m_1sec_msgs_in.fetch_add(msgs, std::memory_order_relaxed);
     m_1sec_bytes_in.fetch_add(bytes, std::memory_order_relaxed);
     m_1sec_drop_in.fetch_add(dropped, std::memory_order_relaxed);
+    return msgs + bytes + dropped > 0;
 }
 
-void QueueStatistics::calcStatsOut(double curtime) {
+bool QueueStatistics::calcStatsOut(double curtime) {
     const uint64_t totalMsgs = out.m_msgs_out.get();
     const uint64_t totalNet = out.m_net_msgs_out.get();
     set(m_curr_msgs_out, totalMsgs);
@@ -86,6 +87,7 @@ void QueueStatistics::calcStatsOut(double curtime) {
     raise(m_curr_report_max_net_msgs_per_sec_100ms_out, netRate);
     m_1sec_msgs_out.fetch_add(msgs, std::memory_order_relaxed);
     m_1sec_net_msgs_out.fetch_add(net, std::memory_order_relaxed);
+    return msgs + net > 0;
 }
 
 void QueueStatistics::rotateSecond(double curtime) {

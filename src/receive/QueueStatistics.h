@@ -43,10 +43,10 @@ public:
     In in;
     Out out;
 
-    /// Takes the input totals of the last 100 milliseconds over. @thread hub
-    void calcStats(double curtime);
+    /// Takes the input totals of the last 100 milliseconds over. True when they have grown. @thread hub
+    bool calcStats(double curtime);
     /// The same for the output side. @thread user
-    void calcStatsOut(double curtime);
+    bool calcStatsOut(double curtime);
 
     /// A second has ended: its sums and peaks become the last second's.
     void rotateSecond(double curtime);

@@ -25,6 +25,7 @@ void SessionImpl::markDroppedHubs() {
         eprintf(EPF_INFO, "initialHubDisconnected is set to true for hub %s  and added to newQRHQueue",
                 client.getHubAddr().c_str());
         m_newHubs.enter(client);
+        wakeMaster();
     });
 }
 

@@ -34,14 +34,15 @@ int NewHubs::countPending(bool xrefComing) const {
     return pending;
 }
 
-void NewHubs::serveNext(const std::function<void(HubClient&)>& serve) {
+bool NewHubs::serveNext(const std::function<void(HubClient&)>& serve) {
     tp::MutexLock lock(newQRHQueue_mutex);
     if (newQRHQueue.empty())
-        return;
+        return false;
     HubClient* const client = newQRHQueue.front();
     serve(*client);
     newQRHQueue.pop_front();
     eprintf(EPF_DBUG, "HUB [%s] removed from newQRHQueue\n", client->getHubAddr().c_str());
+    return true;
 }
 
 void NewHubs::serveThese(const std::vector<HubClient*>& hubs, const std::function<void(HubClient&)>& serve,

@@ -22,8 +22,9 @@ public:
     void enter(HubClient& client);
     /// Those that count as missing; `xrefComing`: not the cross-reference hubs, which come up by themselves.
     [[nodiscard]] int countPending(bool xrefComing) const;
-    /// Calls `serve` for the first one, under the mutex, and takes it off the list. @thread master
-    void serveNext(const std::function<void(HubClient&)>& serve);
+    /// Calls `serve` for the first one, under the mutex, and takes it off the list; false when there is none.
+    /// @thread master
+    bool serveNext(const std::function<void(HubClient&)>& serve);
     /// Calls `serve` for those of `hubs` that wait, and takes them off the list; the others keep their order.
     /// Then calls `mark` for each of `hubs` that has a handler. All under the mutex. @thread master
     void serveThese(const std::vector<HubClient*>& hubs, const std::function<void(HubClient&)>& serve,

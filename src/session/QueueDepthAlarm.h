@@ -24,6 +24,9 @@ public:
         return Change::None;
     }
 
+    /// A queue was at the limit when it was last updated, or the alarm still holds.
+    [[nodiscard]] bool isRaised(int threshold) const { return m_lastRcvQueueDepth >= threshold; }
+
 private:
     static constexpr double kSecondsOfAlarm = 1.0;
 

@@ -37,6 +37,9 @@ void SessionEventQueue::push(tivra::SessionEvent::Types type, const std::string&
     tp::MutexLock lock(m_session_event_mutex);
     if (!mayDrop(type)) {
         eventQueue.push_back(std::move(event));
+        lock.unlock();
+        if (m_wake)
+            m_wake();
         return;
     }
     const double now = tp::Clock::monotonic();

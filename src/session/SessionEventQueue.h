@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <event/SessionEvent.h>
 #include <tp/Mutex.h>
@@ -22,7 +24,9 @@ using SessionEventPtr = HandlePtr<tivra::SessionEvent>;
 /// Events between the thread that raises them and the first user thread, which delivers them.
 class SessionEventQueue {
 public:
-    explicit SessionEventQueue(tivra::Session& session) : m_session(session) {}
+    /// `wake` is called after each event, for whoever delivers.
+    explicit SessionEventQueue(tivra::Session& session, std::function<void()> wake = {})
+        : m_session(session), m_wake(std::move(wake)) {}
 
     /// @thread any. A flood of source events from a hub is cut off; events of the session's state are always
     /// kept.
@@ -39,6 +43,7 @@ private:
     [[nodiscard]] bool mayDrop(tivra::SessionEvent::Types type) const TP_REQUIRES(m_session_event_mutex);
 
     tivra::Session& m_session; ///< that the events name; borrowed
+    const std::function<void()> m_wake;
     tp::Mutex m_session_event_mutex{kLockSessionEvent};
     std::deque<SessionEventPtr> eventQueue TP_GUARDED_BY(m_session_event_mutex);
     double m_lastDropWarning TP_GUARDED_BY(m_session_event_mutex) = -1.0;

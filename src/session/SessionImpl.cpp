@@ -42,7 +42,7 @@ SessionImpl::SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& hand
     , sessionHandler(&handler)
     , session(publicSession)
     , isValid(valid)
-    , m_events(publicSession)
+    , m_events(publicSession, [this] { askForCheck(); })
     , m_sources(*this, m_events) {
     // A write to a hub that has closed must fail with an error instead of ending the process.
     std::signal(SIGPIPE, SIG_IGN);
@@ -136,6 +136,17 @@ void SessionImpl::countHubLoss(HubClient* client) {
 void SessionImpl::enterReadyHub(HubClient* client) {
     m_lost.stopWaitingForQueue(client);
     m_newHubs.enterReady(*client);
+    wakeMaster();
+    askForCheck();
+}
+
+void SessionImpl::hubHasChanged() {
+    m_reactors.userLoops().askFirst(kCheckSession | kDeliverUserEvent);
+}
+
+void SessionImpl::addJitCount(int delta) {
+    m_check.addJitCount(delta);
+    askForCheck();
 }
 
 void SessionImpl::insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion,

@@ -57,8 +57,11 @@
 #include "session/sources/HubSourceStatus.h"
 #include "session/sources/SourceRegistry.h"
 #include "session/sources/SourceSession.h"
+#include "session/threads/HubThreadWork.h"
+#include "session/threads/MasterPause.h"
 #include "session/threads/ReactorPool.h"
 #include "session/threads/ReactorPoolOwner.h"
+#include "session/threads/UserThreadWork.h"
 #include "session/xref/XrefConnector.h"
 #include "session/xref/XrefSession.h"
 
@@ -96,6 +99,8 @@ class SessionImpl final : public HubSession,
                           public StartSession,
                           public StateSession,
                           public SupervisorSession,
+                          public HubThreadWork,
+                          public UserThreadWork,
                           public RetCodeTexts {
 public:
     SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
@@ -158,6 +163,7 @@ public:
     void setRetCodeDesc(int code, const char* text, long length) override;
     [[nodiscard]] DictionaryCache& getDictionaryCache() override { return m_dictionaries; }
     void startDicReload() override { m_changeOver.startDicReload(); }
+    void hubHasChanged() override;
     void insertSessionEvent(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,
                             int queueDepth) override;
     void addBoxSource(int src, HubClient* client) override { m_sources.addBoxSource(src, client); }
@@ -174,7 +180,7 @@ public:
         m_responses.expectAgain(request, client);
     }
     void noteWritten(int64_t tag, HubClient* client) override { m_responses.noteWritten(tag, client); }
-    void loseRequest(int64_t tag, HubClient* client) override { m_merger.loseRequest(tag, client); }
+    void loseRequest(int64_t tag, HubClient* client) override;
     void endOutstanding(HubClient* client) override { m_merger.endOutstanding(client); }
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) override;
     [[nodiscard]] const RetCodeTexts& getRetCodeTexts() const override { return *this; }
@@ -205,7 +211,7 @@ public:
     [[nodiscard]] bool isTagAwaitingXrefHubs(int64_t tag) override {
         return m_merger.isAwaitingXrefHubs(tag);
     }
-    void addJitCount(int delta) override { m_check.addJitCount(delta); }
+    void addJitCount(int delta) override;
     [[nodiscard]] bool isFirstHub(const HubClient* hub) const override;
     void addNewEntitlement(int src, HubClient* hub) override { m_sources.addNewEntitlement(src, hub); }
     void deleteEntitlement(int src, HubClient* hub) override { m_sources.deleteEntitlement(src, hub); }
@@ -257,6 +263,7 @@ public:
     void readConfiguration(bool isRunning) override;
     [[nodiscard]] const char* reasonAgainstStart() override;
     void runMaster() override;
+    void wakeMaster() override { m_masterPause.end(); }
 
     // --- what the first hubs need; see FirstHubSession ---
     [[nodiscard]] HostConfigImpl* configuredHost(const HostPair& pair) override;
@@ -271,18 +278,19 @@ public:
     // --- what the supervision of the hubs needs, beside abortStart; see SupervisorSession ---
     void stopServing(HubClient& client) override { m_reactors.removeHub(&client); }
 
-private:
-    // What the threads do at their ticks.
-    void check_hub_clients(double now, HubEventReactor& reactor);         ///< @thread hub
-    void calc_hub_stats(double curtime, HubEventReactor& reactor);        ///< @thread hub
-    void calc_hub_queue_full_stats(double now, HubEventReactor& reactor); ///< @thread hub
-    void calc_user_stats(double curtime, UserEventReactor& reactor);      ///< @thread user
-    void check_session_events();                                          ///< @thread first user
-    void check_user_events();                                             ///< @thread first user
-    void deliverLastEvents();                                             ///< @thread first user
-    void check_statistics_events(double curtime);                         ///< @thread first user
-    void check_queueDepth_events();                                       ///< @thread first user
+    // --- what the threads do beside serving their loops; see HubThreadWork and UserThreadWork ---
+    void check_hub_clients(double now, HubEventReactor& reactor, bool isTurn) override;
+    bool calc_hub_stats(double curtime, HubEventReactor& reactor) override;
+    [[nodiscard]] bool calc_hub_queue_full_stats(double now, HubEventReactor& reactor) override;
+    bool calc_user_stats(double curtime, UserEventReactor& reactor) override;
+    [[nodiscard]] Lost endLostRequests(UserEventReactor& reactor) override;
+    bool check_session_events() override;
+    void check_user_events() override;
+    void deliverLastEvents() override;
+    void check_statistics_events(double curtime) override;
+    [[nodiscard]] bool check_queueDepth_events() override;
 
+private:
     // WorkerThreads.cpp
     void startWorkerThreads(bool startBackup);
     void createFirstClient(bool startBackup);
@@ -298,6 +306,9 @@ private:
     // SessionMaster.cpp
     void changeOver();
     void serveNewHub();
+    [[nodiscard]] double pauseOfMaster();
+    /// The session check is made soon.
+    void askForCheck() { m_reactors.userLoops().askFirst(kCheckSession); }
 
     // HubRemoval.cpp
     void dropOneFirstHub(const HubEventReactor& reactor);
@@ -343,7 +354,8 @@ private:
     // Start and stop.
     RunState m_run;
     StartStop m_startStop{*this, m_run};
-    ChangeOver m_changeOver{m_run};
+    MasterPause m_masterPause;
+    ChangeOver m_changeOver{m_run, [this] { wakeMaster(); }};
     SessionEventQueue m_events;
     ConnectionManagers m_managers;
 
@@ -375,7 +387,7 @@ private:
     ResponseBook m_responses;
     LostRequests m_lost;
     ResponseMerger m_merger{*this, {m_responses, m_lost, watchlist}};
-    RequestQueue m_queue{watchlist, m_responses, *this};
+    RequestQueue m_queue{watchlist, m_responses, *this, [this] { wakeMaster(); }};
     RequestRouter m_router{*this, {m_sources.routes(), m_split, watchlist, m_responses, m_lost, m_queue}};
     PortDetails m_portDetails{m_sources.entitled(), m_split,
                               [this](const std::string& text) { return writeLocalMessage(text); }};

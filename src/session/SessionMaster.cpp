@@ -2,18 +2,20 @@
 #include "session/SessionImpl.h"
 
 #include <cstdlib>
-#include <unistd.h>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
+#include "hub/HubEventReactor.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
 namespace {
 
-constexpr useconds_t kMasterPauseMicroseconds = 1000;
+// The pause between two passes, in seconds. Most passes are asked for.
+constexpr double kPause = 0.05;
+constexpr double kPauseWithWork = 0.001;
 constexpr unsigned kRequestsPerPass = 1000;
 
 } // namespace
@@ -43,9 +45,15 @@ void SessionImpl::runMaster() {
             m_sources.hubStatus().raiseSourceEvents();
         if (m_managers.m_isCMconnection)
             m_xref.connectForEntitlements();
-        ::usleep(kMasterPauseMicroseconds);
+        m_masterPause.wait(pauseOfMaster());
         tp::Clock::beat();
     }
+}
+
+/// Short while something goes on that nobody would wake the thread for.
+double SessionImpl::pauseOfMaster() {
+    const bool hasRequests = m_check.isInitiallyEstablished() && m_queue.isServable();
+    return hasRequests || m_xref.isAttemptOpen() || m_portDetails.isServable() ? kPauseWithWork : kPause;
 }
 
 /// All hubs and threads go, and come back on the other side (failover) or on the same one (dictionary
@@ -58,10 +66,11 @@ void SessionImpl::changeOver() {
 
 /// Gives the hub that became ready first its read handler, on a user thread.
 void SessionImpl::serveNewHub() {
-    m_newHubs.serveNext([this](HubClient& client) {
+    const bool isServed = m_newHubs.serveNext([this](HubClient& client) {
         // A first hub that is to be dropped gets no handler; a hub that came back keeps the one it has.
         if (client.getInitialHubDisconnected()) {
             m_dropped.noteHandedOver();
+            m_reactors.askHubs(HubEventReactor::kSupervise);
         } else if (!client.hasReadHandler()) {
             if (client.getHostConfig() == nullptr) {
                 eprintf(EPF_CRIT, "internal error m_hostConfig is NULL for hubClient=%p-- aborting",
@@ -71,6 +80,10 @@ void SessionImpl::serveNewHub() {
             giveReadHandler(client, false);
         }
     });
+    if (!isServed)
+        return;
+    askForCheck();
+    wakeMaster(); // for the next one
 }
 
 } // namespace tivra_internal

@@ -131,6 +131,7 @@ std::string SessionImpl::hostOfGrantedPort(int src, uint16_t port) {
         return HostTable::hostInfoOf(addr, port);
     eprintf(EPF_INFO, "Need to initiate a connection to port %d", int{port});
     m_xref.addGrantedSource(src, port);
+    wakeMaster();
     return std::string();
 }
 

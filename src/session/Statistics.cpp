@@ -43,29 +43,38 @@ void logTotals(const StatisticsEventImpl& totals) {
 
 } // namespace
 
-void SessionImpl::calc_hub_stats(double curtime, HubEventReactor& reactor) {
+bool SessionImpl::calc_hub_stats(double curtime, HubEventReactor& reactor) {
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
     if (m_run.isLeavingHubs())
-        return;
+        return false;
+    bool isMoving = false;
     for (HubClient* client : clients)
-        client->calcStats(curtime);
+        isMoving |= client->calcStats(curtime);
+    return isMoving;
 }
 
-void SessionImpl::calc_hub_queue_full_stats(double now, HubEventReactor& reactor) {
+bool SessionImpl::calc_hub_queue_full_stats(double now, HubEventReactor& reactor) {
     const std::vector<HubClient*> clients = m_reactors.hubsOf(reactor.getIndex());
     if (m_run.isLeavingHubs())
-        return;
-    for (HubClient* client : clients)
-        client->twentyFiveMsTick(now);
-}
-
-void SessionImpl::calc_user_stats(double curtime, UserEventReactor& reactor) {
-    if (m_run.isLeavingHubs())
-        return;
-    for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex())) {
-        handler->calcStats(curtime);
-        handler->endLostRequests();
+        return false;
+    bool goesOn = false;
+    bool holdsData = false;
+    for (HubClient* client : clients) {
+        goesOn |= client->twentyFiveMsTick(now);
+        holdsData |= client->getResponseQueue()->getPctFull() > 0;
     }
+    if (holdsData)
+        m_reactors.userLoops().askFirst(kCheckDepth);
+    return goesOn;
+}
+
+bool SessionImpl::calc_user_stats(double curtime, UserEventReactor& reactor) {
+    if (m_run.isLeavingHubs())
+        return false;
+    bool isMoving = false;
+    for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex()))
+        isMoving |= handler->calcStats(curtime);
+    return isMoving;
 }
 
 void SessionImpl::check_statistics_events(double curtime) {
@@ -89,7 +98,7 @@ void SessionImpl::check_statistics_events(double curtime) {
     lastStatsTime = now;
 }
 
-void SessionImpl::check_queueDepth_events() {
+bool SessionImpl::check_queueDepth_events() {
     int pct = 0;
     for (HubClient* client : m_hubs.copy())
         if (client->isReady())
@@ -105,6 +114,7 @@ void SessionImpl::check_queueDepth_events() {
     case QueueDepthAlarm::Change::None:
         break;
     }
+    return pct > 0 || m_queueDepthAlarm.isRaised(m_queueDepthThreshold);
 }
 
 } // namespace tivra_internal

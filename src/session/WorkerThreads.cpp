@@ -20,7 +20,8 @@
 #include "receive/QueueReadHandler.h"
 #include "receive/UserEventReactor.h"
 #include "request/RequestInternal.h"
-#include "session/threads/PeriodicTimer.h"
+#include "session/threads/FirstUserThread.h"
+#include "session/threads/HubThread.h"
 
 namespace tivra_internal {
 namespace {
@@ -29,25 +30,7 @@ constexpr long kDummyQueueMegabytes = 1;
 constexpr std::size_t kMaxLabel = 49; ///< of host and port
 constexpr double kSecondsBetweenThreadAttempts = 1.0;
 
-// The ticks of the library's threads, in seconds.
-constexpr double kOneSecond = 1.0;
-constexpr double kHundredMilliseconds = 0.1;
-constexpr double kFiftyMilliseconds = 0.05;
-constexpr double kTwentyFiveMilliseconds = 0.025;
-constexpr unsigned kRequestsPerTick = 500;
 constexpr std::size_t kEventsPerCheck = 500;
-
-using HubTimer = PeriodicTimer<HubEventReactor, tp::EventBase>;
-using UserTimer = PeriodicTimer<UserEventReactor, UserEventBase>;
-
-void writeRequests(HubEventReactor& reactor) {
-    const double start = tp::Clock::monotonic();
-    const int numReqsSent = reactor.handle_hub_requests(kRequestsPerTick);
-    const double elapsed = tp::Clock::monotonic() - start;
-    if (elapsed >= kFiftyMilliseconds)
-        eprintf(EPF_DBUG, "HUB_Fifty_MilliSecond_Events::timerEvent(EXIT) elapsed time=%f; numReqsSent=%d",
-                elapsed, numReqsSent);
-}
 
 } // namespace
 
@@ -179,7 +162,6 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.connectionTimeout = host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG);
         options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);
         options.readTimeout = host.getUsableLong(HostConfig::READ_TIMEOUT_LONG);
-        options.blockingConnectionLimit = host.getUsableLong(HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG);
         options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
         options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
         options.watchlistInUse = settings().isWatchlistOn();
@@ -189,20 +171,47 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
     });
 }
 
-void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor) {
+void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor, bool isTurn) {
     dropOneFirstHub(reactor);
-    m_supervisor.check(now, m_reactors.hubsOf(reactor.getIndex()));
+    m_supervisor.check(now, m_reactors.hubsOf(reactor.getIndex()), isTurn);
+    // A hub that has been given up, by whom ever, is looked at by the check alone.
+    if (!m_check.isInitiallyEstablished() || m_xref.areHubsComing())
+        askForCheck();
 }
 
 void SessionImpl::check_user_events() {
+    if (m_user.eventQueueEmpty())
+        return;
     m_user.handleEvents();
+    // The end of a start waits until the application has seen why.
+    if (!m_run.isStarted())
+        m_reactors.askHubs(HubEventReactor::kSupervise);
 }
 
-void SessionImpl::check_session_events() {
+bool SessionImpl::check_session_events() {
     m_lost.beginCheck();
-    m_check.check();
-    if (m_events.deliver(*sessionHandler, kEventsPerCheck))
+    if (m_check.check())
+        wakeMaster();
+    if (m_firstHubs.isNextDue())
+        askForCheck();
+    const bool isDelivered = m_events.deliver(*sessionHandler, kEventsPerCheck);
+    if (isDelivered) {
         m_lost.endCheck();
+        if (!m_lost.isEmpty())
+            m_reactors.userLoops().askAll(kEndLostRequests);
+    }
+    return !isDelivered || getState() != tivra::Session::TIVRA_SESSION_ESTABLISHED || m_xref.isAttemptOpen();
+}
+
+UserThreadWork::Lost SessionImpl::endLostRequests(UserEventReactor& reactor) {
+    if (m_lost.isEmpty() || m_run.isLeavingHubs())
+        return Lost::NoMore;
+    bool isMore = false;
+    for (QueueReadHandler* handler : m_reactors.handlersOf(reactor.getIndex()))
+        isMore |= handler->endLostRequests();
+    if (isMore)
+        return Lost::MoreNow;
+    return m_lost.isEmpty() ? Lost::NoMore : Lost::MoreLater;
 }
 
 /// The first user thread ends: what has been raised still reaches the application.
@@ -220,38 +229,14 @@ ThreadLimits SessionImpl::threadLimits() {
 }
 
 void SessionImpl::startHubEventReactor(HubEventReactor& reactor) {
-    HubTimer oneSecond(reactor, kOneSecond, [this, &reactor](double now) {
-        reactor.checkExit();
-        check_hub_clients(now, reactor);
-        tp::eprintf_report_repeats();
-    });
-    HubTimer hundredMs(reactor, kHundredMilliseconds,
-                       [this, &reactor](double now) { calc_hub_stats(now, reactor); });
-    HubTimer fiftyMs(reactor, kFiftyMilliseconds, [&reactor](double) { writeRequests(reactor); });
-    HubTimer twentyFiveMs(reactor, kTwentyFiveMilliseconds,
-                          [this, &reactor](double now) { calc_hub_queue_full_stats(now, reactor); });
-    eprintf(EPF_INFO, "Starting HUB EventReactor");
-    reactor.begin();
-    eprintf(EPF_INFO, "Ending HUB EventReactor");
+    HubThread(reactor, *this).run();
 }
 
 void SessionImpl::startUserEventReactor(UserEventReactor& reactor, bool isFirst) {
-    UserTimer hundredMs(reactor, kHundredMilliseconds,
-                        [this, &reactor](double now) { calc_user_stats(now, reactor); });
-    eprintf(EPF_INFO, "Starting User EventReactor");
-    if (isFirst) {
-        UserTimer oneSecond(reactor, kOneSecond, [this](double now) {
-            check_user_events();
-            check_statistics_events(now);
-        });
-        UserTimer check(reactor, kHundredMilliseconds, [this](double) { check_session_events(); });
-        UserTimer depth(reactor, kTwentyFiveMilliseconds, [this](double) { check_queueDepth_events(); });
-        reactor.begin();
-        deliverLastEvents();
-    } else {
-        reactor.begin();
-    }
-    eprintf(EPF_INFO, "Ending User EventReactor");
+    if (isFirst)
+        FirstUserThread(reactor, *this).run();
+    else
+        UserThread(reactor, *this).run();
 }
 
 bool SessionImpl::createHubForHost(const std::string& hostInfo, HostConfigImpl& like, const char* operation) {

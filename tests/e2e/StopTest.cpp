@@ -93,16 +93,16 @@ TEST(Stop, DuringAFailover) {
     client.host(backup.hostString()).set(HostConfig::BACKUP_BOOL, true);
     ASSERT_TRUE(client.startAndWait());
     primary.stop();
-    ASSERT_TRUE(client.waitForLog("Begin failover"));
-    expectQuickStop(client, "as a failover begins");
-    primary.start();
-    expectUsable(client);
-
-    backup.clearRequests();
-    primary.stop();
     ASSERT_TRUE(backup.waitForCommand("ListInternalTokens"));
     expectQuickStop(client, "inside a failover");
     backup.clearRefusals();
+    primary.start();
+    expectUsable(client);
+
+    backup.stop();
+    ASSERT_TRUE(client.waitForLog("failover: Backup HUB disconnected"));
+    expectQuickStop(client, "as a failover begins");
+    backup.start();
     expectUsable(client);
 }
 

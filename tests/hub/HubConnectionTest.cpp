@@ -90,10 +90,21 @@ TEST_F(HubConnectionTest, ADialThatStaysOpenIsClosedPastItsLimitAndTheNextBegins
     EXPECT_TRUE(client->inProgress());
 }
 
-TEST_F(HubConnectionTest, OneConnectOfATickMayWaitTheOthersOnlyLook) {
-    EXPECT_EQ(reactor->takeConnectWait(7.0, 200), 200);
-    EXPECT_EQ(reactor->takeConnectWait(7.0, 200), 0);
-    EXPECT_EQ(reactor->takeConnectWait(8.0, 150), 150);
+TEST_F(HubConnectionTest, TheFirstDialOfAnOutageIsMadeAtOnceAndTheOthersAtTheTurns) {
+    makeClient();
+    EXPECT_TRUE(client->mayDial(false));
+    comeUp();
+    client->closeConnection();
+    EXPECT_FALSE(client->mayDial(false))
+        << "a hub that is lost at once is dialled no more than once a second";
+    tp::Clock::advance(1.0);
+    EXPECT_TRUE(client->mayDial(false));
+    connect();
+    client->closeConnection();
+    EXPECT_FALSE(client->mayDial(true)) << "the next turn may be close";
+    tp::Clock::advance(1.0);
+    EXPECT_TRUE(client->mayDial(true));
+    EXPECT_FALSE(client->mayDial(false));
 }
 
 TEST_F(HubConnectionTest, ASuspensionOutlivesTheCloseAndEndsWithTheNextDial) {

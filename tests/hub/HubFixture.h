@@ -52,7 +52,6 @@ protected:
                              .connectionTimeout = 5,
                              .connectionRetryLimit = options.retryLimit,
                              .readTimeout = options.readTimeout,
-                             .blockingConnectionLimit = 200,
                              .queueSize = 1,
                              .compression = options.compression,
                              .watchlistInUse = options.watchlist});

@@ -4,6 +4,7 @@
 
 #include "hub/ConflationChoice.h"
 #include "hub/HubVersion.h"
+#include "hub/RequestPace.h"
 #include "hub/RetryPace.h"
 #include "hub/handshake/NextStep.h"
 #include "hub/handshake/Steps.h"
@@ -65,6 +66,17 @@ TEST(Conflation, FollowsTheSettingsAsFarAsTheHubCan) {
         noteIgnoredInterval(type, 500);
     }
     EXPECT_THAT(log.lines(), testing::ElementsAre(testing::HasSubstr("== 3"), testing::HasSubstr("== 4")));
+}
+
+TEST(RequestPace, LetsFiveHundredRequestsOutInAnyFiftyMilliseconds) {
+    RequestPace pace;
+    EXPECT_EQ(pace.allowance(10.0), 500U);
+    pace.note(10.0, 300);
+    pace.note(10.02, 200);
+    EXPECT_EQ(pace.allowance(10.049), 0U);
+    EXPECT_NEAR(pace.secondsToNext(10.03), 0.02, 1e-9);
+    EXPECT_EQ(pace.allowance(10.0501), 300U);
+    EXPECT_EQ(pace.allowance(10.071), 500U);
 }
 
 TEST(RetryPace, WaitsTwiceAsLongAfterEachRefusalUpToALimitAndAFifthMoreByChance) {

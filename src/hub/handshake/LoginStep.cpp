@@ -64,6 +64,7 @@ void LoginStep::take(const KVNAPI::Message& msg) {
         m_loginPace.accepted();
         m_context.user.loginResult(&m_context.port.userHub(), tivra::UserEvent::AUTHORIZATION_SUCCESS, 0,
                                    m_context.standing.getSession(), m_context.dictionaries.getRetCodeTexts());
+        m_context.hubs.hubHasChanged();
         return;
     }
     eprintf(EPF_CRIT, "API Unsuccessful Login to Port %d - return code = %ld: %s", m_context.address.port(),
@@ -71,6 +72,7 @@ void LoginStep::take(const KVNAPI::Message& msg) {
     refuse("AUTHORIZATION_FAILURE");
     m_context.user.loginResult(&m_context.port.userHub(), tivra::UserEvent::AUTHORIZATION_FAILURE, eventCode,
                                m_context.standing.getSession(), m_context.dictionaries.getRetCodeTexts());
+    m_context.hubs.hubHasChanged();
 }
 
 void LoginStep::refuse(const std::string& reason) {

@@ -25,6 +25,7 @@ void ChangeOver::startFailover(bool force) {
     m_run.leaveForOthers();
     eprintf(EPF_INFO, "Begin failover");
     m_lastFailoverTime = now;
+    wake();
 }
 
 void ChangeOver::startDicReload() {
@@ -35,6 +36,7 @@ void ChangeOver::startDicReload() {
     m_asked = asked == Asked::Failover ? Asked::FailoverAndReload : Asked::Reload;
     m_run.leaveForOthers();
     eprintf(EPF_INFO, "Begin DIC reload");
+    wake();
 }
 
 void ChangeOver::turn() {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
+#include <utility>
 
 #include <tp/Mutex.h>
 
@@ -12,7 +14,9 @@ class RunState;
 /// anew (dictionary reload). Hub threads ask for it, the master thread makes it. @thread any
 class ChangeOver {
 public:
-    explicit ChangeOver(RunState& run) : m_run(run) {}
+    /// `wake` is called when a change is asked for, for the master thread.
+    explicit ChangeOver(RunState& run, std::function<void()> wake = {})
+        : m_run(run), m_wake(std::move(wake)) {}
 
     /// There is another side to go to.
     [[nodiscard]] bool isFailoverEnabled() const { return m_isFailoverEnabled; }
@@ -35,9 +39,15 @@ public:
     void forget();
 
 private:
+    void wake() const {
+        if (m_wake)
+            m_wake();
+    }
+
     enum class Asked { Nothing, Reload, Failover, FailoverAndReload };
 
     RunState& m_run;
+    const std::function<void()> m_wake;
     tp::Mutex m_failover_mutex; ///< makes a change-over single
     std::atomic<Asked> m_asked{Asked::Nothing};
     std::atomic<double> m_lastFailoverTime{0.0}; ///< monotonic; 0.0: none since the start

@@ -13,6 +13,8 @@ public:
     [[nodiscard]] virtual const char* reasonAgainstStart() = 0;
     /// The whole life of the master thread, which ends soon after a stop has been requested. @thread master
     virtual void runMaster() = 0;
+    /// Ends a pause of the master thread.
+    virtual void wakeMaster() = 0;
 };
 
 } // namespace tivra_internal

@@ -92,6 +92,7 @@ void StartStop::stop() {
     m_latch.settle(StartLatch::Outcome::Stopped, kStoppedEarly);
     if (isFirst)
         m_run.requestStop();
+    m_session.wakeMaster();
     eprintf(EPF_DBUG, "About to join master Thread");
     masterThread->join();
     masterThread.reset();

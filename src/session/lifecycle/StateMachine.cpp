@@ -43,9 +43,10 @@ void noteComingXref(HubClient& client, bool isReady) {
 
 } // namespace
 
-void StateMachine::check() {
+bool StateMachine::check() {
     decideState();
     reportJitConflation();
+    return state() != m_lastState;
 }
 
 void StateMachine::decideState() {

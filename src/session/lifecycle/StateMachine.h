@@ -19,8 +19,9 @@ class StartLatch;
 class StateSession;
 class XrefConnector;
 
-/// The state of a session. The session check decides it, ten times a second: it counts the hubs, raises the
-/// events of the state, and settles the start. @thread first user, unless a line says otherwise
+/// The state of a session. The session check decides it, when a hub has changed and at least once a second:
+/// it counts the hubs, raises the events of the state, and settles the start. @thread first user, unless a
+/// line says otherwise
 class StateMachine {
 public:
     /// What it looks at and writes to; all borrowed.
@@ -46,7 +47,8 @@ public:
     /// One more (+1) or one fewer (-1) hub conflates just in time. @thread any
     void addJitCount(int delta) { m_jitCount += delta; }
 
-    void check();
+    /// True when it has come to another state.
+    bool check();
     /// All hubs are gone. @thread master; there is no first user
     void reset();
 

@@ -31,7 +31,7 @@ std::string connectFailure(const HubClient& client) {
 
 } // namespace
 
-void Supervisor::check(double now, const std::vector<HubClient*>& clients) {
+void Supervisor::check(double now, const std::vector<HubClient*>& clients, bool isTurn) {
     for (HubClient* client : clients) {
         // Looked at before each of them, since a dial may have waited for a connection manager.
         if (m_parts.run.isLeavingHubs() || m_parts.run.isGivenUp())
@@ -40,15 +40,16 @@ void Supervisor::check(double now, const std::vector<HubClient*>& clients) {
             client->closeConnection();
             m_parts.user.deleteHub(client); // the user's standing is that with the other hubs
             m_session.stopServing(*client);
-        } else if (!checkClient(now, *client)) {
+        } else if (!checkClient(now, *client, isTurn)) {
             return;
         }
     }
 }
 
 /// False when the pass over the clients must end.
-bool Supervisor::checkClient(double now, HubClient& client) {
+bool Supervisor::checkClient(double now, HubClient& client, bool isTurn) {
     ClientCheck check;
+    check.isTurn = isTurn;
     // An established session without a backup never gives up on a hub, however often it fails.
     if (m_parts.changeOver.isFailoverEnabled() || !m_parts.run.isStarted())
         check.failed = client.isSuspended() || client.isPastRetryLimit();
@@ -75,7 +76,7 @@ Supervisor::Verdict Supervisor::checkConnect(double now, HubClient& client, Clie
         XrefConnector::giveUp(client);
         return Verdict::Decide;
     }
-    if (!client.mayDial())
+    if (!client.mayDial(check.isTurn))
         return Verdict::Next;
     switch (client.connectHost(now)) {
     case HubClient::Dial::Connected:

@@ -33,6 +33,11 @@ void LostRequests::disown(const HubClient* hub) {
     m_lost.erase(found);
 }
 
+bool LostRequests::isEmpty() {
+    tp::MutexLock lock(m_mutex);
+    return m_lost.empty();
+}
+
 void LostRequests::clear() {
     tp::MutexLock lock(m_mutex);
     m_lost.clear();

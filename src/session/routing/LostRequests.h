@@ -22,6 +22,7 @@ public:
     void stopWaitingForQueue(const HubClient* hub);
     /// The hub leaves the session, and nobody looks after its tags any more.
     void disown(const HubClient* hub);
+    [[nodiscard]] bool isEmpty();
     void clear();
 
     /// The session check begins to look at the hubs. @thread first user

@@ -25,6 +25,8 @@ public:
     void enter(int64_t tag) { getPortDetailsQueue.push_back(tag); }
     /// Writes so many messages at most.
     void answer(unsigned numMsgs);
+    /// Some wait, and the queue was not full when it was last tried.
+    [[nodiscard]] bool isServable() const { return !getPortDetailsQueue.empty() && !isPortDetailsQueueFull; }
     void reset();
 
 private:

@@ -28,8 +28,9 @@ long long printable(int64_t tag) {
 
 } // namespace
 
-RequestQueue::RequestQueue(Watchlist& list, ResponseBook& responses, TagSource& tags)
-    : watchlist(list), m_responses(responses), m_tags(tags) {}
+RequestQueue::RequestQueue(Watchlist& list, ResponseBook& responses, TagSource& tags,
+                           std::function<void()> wake)
+    : watchlist(list), m_responses(responses), m_tags(tags), m_wake(std::move(wake)) {}
 
 RequestQueue::~RequestQueue() = default;
 
@@ -65,6 +66,8 @@ int64_t RequestQueue::accept(RequestImpl& builder, const Limits& limits) {
     if (limits.listed && request->isCommandSet() && !isUnsubscribe)
         watchlist.add(tag, *request);
     requestQueue.push_back(std::move(request));
+    lock.unlock();
+    wake();
     return tag;
 }
 
@@ -115,8 +118,11 @@ void RequestQueue::hold(std::unique_ptr<RequestInternal> request) {
 }
 
 void RequestQueue::append(std::unique_ptr<RequestInternal> request) {
-    tp::MutexLock lock(m_request_mutex);
-    requestQueue.push_back(std::move(request));
+    {
+        tp::MutexLock lock(m_request_mutex);
+        requestQueue.push_back(std::move(request));
+    }
+    wake();
 }
 
 void RequestQueue::prepend(Requests requests) {

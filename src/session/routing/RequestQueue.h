@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 
 #include <tp/Mutex.h>
@@ -34,8 +35,9 @@ public:
         std::size_t maxList = 0;
     };
 
-    /// All arguments are borrowed.
-    RequestQueue(Watchlist& watchlist, ResponseBook& responses, TagSource& tags);
+    /// The first three are borrowed. `wake` is called when there is something to serve, for whoever does.
+    RequestQueue(Watchlist& watchlist, ResponseBook& responses, TagSource& tags,
+                 std::function<void()> wake = {});
     ~RequestQueue();
     RequestQueue(const RequestQueue&) = delete;
     RequestQueue& operator=(const RequestQueue&) = delete;
@@ -53,6 +55,8 @@ public:
     void append(std::unique_ptr<RequestInternal> request) TP_EXCLUDES(m_request_mutex);
     /// They are routed next, in their order.
     void prepend(Requests requests) TP_EXCLUDES(m_request_mutex);
+    /// Some wait, and nothing keeps them from being routed now.
+    [[nodiscard]] bool isServable() TP_EXCLUDES(m_request_mutex) { return !isHubQueueFull && size() > 0; }
     /// How many have yet to be routed. @thread any
     [[nodiscard]] std::size_t size() TP_EXCLUDES(m_request_mutex);
 
@@ -62,6 +66,10 @@ public:
     void reset();
 
 private:
+    void wake() const {
+        if (m_wake)
+            m_wake();
+    }
     [[nodiscard]] bool isFull(int source, std::size_t limit) const TP_REQUIRES(m_request_mutex);
     void discard(bool listed, bool endsLost, bool isStop) TP_REQUIRES(m_request_mutex);
     void releaseHeld(unsigned mostOfAHub, RequestTaker& taker) TP_EXCLUDES(m_request_mutex);
@@ -70,6 +78,7 @@ private:
     Watchlist& watchlist;
     ResponseBook& m_responses;
     TagSource& m_tags;
+    const std::function<void()> m_wake;
 
     tp::Mutex m_request_mutex{kLockSessionRequest};
     Requests requestQueue TP_GUARDED_BY(m_request_mutex);

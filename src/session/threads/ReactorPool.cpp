@@ -119,8 +119,17 @@ void ReactorPool::placeHub(HubClient* client, int reactorIndex) {
     }
     // The client has a mutex of its own for it, which comes before this table's.
     client->attachReactor(reactor, reactorIndex);
+    {
+        tp::MutexLock lock(m_hubER_mutex);
+        eventReactorHubList[reactorIndex].push_back(client);
+    }
+    reactor->ask(HubEventReactor::kSupervise);
+}
+
+void ReactorPool::askHubs(unsigned what) {
     tp::MutexLock lock(m_hubER_mutex);
-    eventReactorHubList[reactorIndex].push_back(client);
+    for (auto& [index, reactor] : hubEventReactorMap)
+        reactor->ask(what);
 }
 
 void ReactorPool::forgetReactorOf(HubClient* client) {
@@ -177,6 +186,7 @@ UserEventReactor* ReactorPool::createUserReactor(int index, QueueReadHandler* ha
     auto reactor = std::make_unique<UserEventReactor>(index);
     UserEventReactor* const created = reactor.get();
     userEventReactorMap[index] = std::move(reactor);
+    m_userLoops.add(created);
     try {
         tp::Thread thread("tivra-user" + std::to_string(index),
                           [this, created, isFirst] { m_owner.startUserEventReactor(*created, isFirst); });
@@ -186,6 +196,7 @@ UserEventReactor* ReactorPool::createUserReactor(int index, QueueReadHandler* ha
         std::snprintf(text, sizeof text,
                       "Unable to create a new user thread (%s); Current number of user threads = %d",
                       error.what(), userNextAvailableIndex);
+        m_userLoops.remove(created);
         userEventReactorMap.erase(index);
         m_owner.noteThreadRefused(text, userNextAvailableIndex == 0);
         return nullptr;
@@ -255,6 +266,7 @@ void ReactorPool::deleteAll() {
         eventReactorHubList.clear();
     }
     tp::MutexLock lock(m_reqQ_mutex);
+    m_userLoops.clear();
     userEventReactorMap.clear();
     eventReactorQueueHandlerList.clear();
     userNextAvailableIndex = 0;

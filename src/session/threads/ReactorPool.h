@@ -10,6 +10,7 @@
 #include <tp/Thread.h>
 
 #include "LockOrder.h"
+#include "session/threads/UserLoops.h"
 
 namespace tivra_internal {
 
@@ -49,6 +50,8 @@ public:
     void removeHub(HubClient* client);
     /// No hub is routed to any more.
     void forgetHubs();
+    /// Asks all hub threads; see HubEventReactor::Ask.
+    void askHubs(unsigned what);
 
     // Queues.
     /// The handler serves the client's queue, on a user thread that is found as a hub's is.
@@ -57,6 +60,8 @@ public:
     void closeQueueHandler(QueueReadHandler* handler) TP_EXCLUDES(m_reqQ_mutex);
     /// The read handlers that a user reactor serves.
     [[nodiscard]] std::vector<QueueReadHandler*> handlersOf(int reactorIndex);
+
+    [[nodiscard]] UserLoops& userLoops() { return m_userLoops; }
 
     // The end of all.
     /// Asks every reactor to leave its loop, hubs first.
@@ -93,6 +98,8 @@ private:
     std::map<int, std::vector<QueueReadHandler*>> eventReactorQueueHandlerList TP_GUARDED_BY(m_reqQ_mutex);
     int userNextAvailableIndex TP_GUARDED_BY(m_reqQ_mutex) = 0;
     int userLastUsedIndex TP_GUARDED_BY(m_reqQ_mutex) = -1;
+
+    UserLoops m_userLoops;
 
     tp::Mutex m_threadVector_mutex{kLockThreadVector};
     std::list<tp::Thread> thread_vector TP_GUARDED_BY(m_threadVector_mutex);

@@ -148,7 +148,6 @@ void XrefConnector::reset() {
     m_addRouteWhenPortConnected.clear();
 }
 
-/// An attempt has begun and has yet to be ended.
 bool XrefConnector::isAttemptOpen() const {
     const Phase now = phase();
     return now != Phase::NotNeeded && now != Phase::Failed && now != Phase::Done;

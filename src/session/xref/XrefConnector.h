@@ -48,6 +48,8 @@ public:
         const Phase now = phase();
         return now == Phase::Creating || now == Phase::Coming;
     }
+    /// An attempt has begun and has yet to be ended.
+    [[nodiscard]] bool isAttemptOpen() const;
     /// This one comes up with them.
     [[nodiscard]] bool isComing(const HubClient& client) const;
 
@@ -86,7 +88,6 @@ public:
     void reset();
 
 private:
-    [[nodiscard]] bool isAttemptOpen() const;
     [[nodiscard]] bool getQueryXRefs();
     [[nodiscard]] bool getHUBForQueryXRef(uint16_t queryXRefPort);
     [[nodiscard]] bool beginAttempt();

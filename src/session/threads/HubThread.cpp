@@ -1,0 +1,82 @@
+#include "session/threads/HubThread.h"
+
+#include <tp/Clock.h>
+#include <tp/eprintf.h>
+
+#include "hub/HubClient.h"
+#include "request/RequestInternal.h"
+
+namespace tivra_internal {
+namespace {
+
+// The ticks of a hub thread, in seconds.
+constexpr double kOneSecond = 1.0;
+constexpr double kHundredMilliseconds = 0.1;
+constexpr double kFiftyMilliseconds = 0.05;
+constexpr double kTwentyFiveMilliseconds = 0.025;
+
+} // namespace
+
+HubThread::HubThread(HubEventReactor& reactor, HubThreadWork& work)
+    : m_reactor(reactor)
+    , m_work(work)
+    , m_second(reactor,
+               [this](double now) {
+                   m_reactor.checkExit();
+                   m_work.check_hub_clients(now, m_reactor, true);
+                   tp::eprintf_report_repeats();
+                   return kOneSecond;
+               })
+    , m_statistics(reactor,
+                   [this](double now) {
+                       return m_work.calc_hub_stats(now, m_reactor) ? kHundredMilliseconds
+                                                                    : restOr(kHundredMilliseconds);
+                   })
+    , m_requests(reactor,
+                 [this](double) { return m_reactor.writeRequests().value_or(restOr(kFiftyMilliseconds)); })
+    , m_fillLevel(reactor, [this](double now) {
+        return m_work.calc_hub_queue_full_stats(now, m_reactor) ? kTwentyFiveMilliseconds
+                                                                : restOr(kTwentyFiveMilliseconds);
+    }) {
+    m_reactor.setListener(this);
+}
+
+HubThread::~HubThread() {
+    m_reactor.setListener(nullptr);
+}
+
+void HubThread::run() {
+    eprintf(EPF_INFO, "Starting HUB EventReactor");
+    m_reactor.begin();
+    eprintf(EPF_INFO, "Ending HUB EventReactor");
+}
+
+/// A loop that can't be woken has to look by itself.
+double HubThread::restOr(double period) const {
+    return m_reactor.canBeWoken() ? Timer::kRest : period;
+}
+
+void HubThread::asked(unsigned what, double now) {
+    if ((what & HubEventReactor::kEnd) != 0) {
+        m_reactor.checkExit();
+        return;
+    }
+    if ((what & HubEventReactor::kContinue) != 0)
+        m_fillLevel.runSoon();
+    if ((what & HubEventReactor::kWriteRequests) != 0)
+        m_requests.runSoon();
+    if ((what & HubEventReactor::kSupervise) != 0)
+        m_work.check_hub_clients(now, m_reactor, false);
+}
+
+void HubThread::sourcesReady(double now) {
+    tp::Clock::beat();
+    m_fillLevel.endRest(now + kTwentyFiveMilliseconds);
+    if (!m_statistics.isResting())
+        return;
+    // The silence before is not a part of the 100 ms that begin here.
+    m_work.calc_hub_stats(now, m_reactor);
+    m_statistics.endRest(now + kHundredMilliseconds);
+}
+
+} // namespace tivra_internal
