@@ -15,6 +15,7 @@ configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tivraConfig.cmake.in
   ${PROJECT_BINARY_DIR}/tivraConfig.cmake INSTALL_DESTINATION ${_package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tivraConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/tivraConfig.cmake ${PROJECT_BINARY_DIR}/tivraConfigVersion.cmake
+  ${PROJECT_SOURCE_DIR}/cmake/FindISAL.cmake
   DESTINATION ${_package_dir})
 
 # An installation can be moved as a whole, unless the libraries have a place of their own.
@@ -32,6 +33,14 @@ endforeach()
 if(TIVRA_LIBRARY_TYPE STREQUAL "STATIC")
   set(TIVRA_PC_REQUIRES zlib)
   set(TIVRA_PC_LIBS " -pthread -ldl")
+  if(TIVRA_WITH_ISAL AND ISAL_HAS_PKG_CONFIG)
+    string(APPEND TIVRA_PC_REQUIRES " libisal")
+  elseif(TIVRA_WITH_ISAL)
+    string(PREPEND TIVRA_PC_LIBS " ${ISAL_LIBRARY}")
+  endif()
+endif()
+if(TIVRA_WITH_ISAL)
+  set(TIVRA_PC_PRIVATE_LIBS "-lisal ")
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tivra.pc.in ${PROJECT_BINARY_DIR}/tivra.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tivra.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -7,30 +7,14 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
+
+#include <zlib.h>
 
 namespace KVNAPI {
-namespace {
-
-// zlib takes its input and output as bytes of another signedness.
-Bytef* asBytes(const char* text) {
-    return const_cast<Bytef*>(reinterpret_cast<const Bytef*>(text));
-}
-
-} // namespace
 
 ZKVNParser::ZKVNParser() : outbuf(std::make_unique<char[]>(kOutBufferSize)) {
     eprintf(EPF_DBUG, "ZKVNParser: zlibVersion=%s; ZLIB_VERSION=%s", zlibVersion(), ZLIB_VERSION);
-    zlibInit();
-}
-
-ZKVNParser::~ZKVNParser() {
-    inflateEnd(&d_stream);
-}
-
-int ZKVNParser::zlibInit() {
-    d_stream = z_stream{};
-    return inflateInit_(&d_stream, ZLIB_VERSION, static_cast<int>(sizeof d_stream));
+    eprintf(EPF_DBUG, "ZKVNParser: inflater=%s", m_inflater->name());
 }
 
 int ZKVNParser::setMetaMap(DataMap* map) {
@@ -56,17 +40,16 @@ void ZKVNParser::push(bufref bytes) {
 
 int ZKVNParser::moveRemaining(bufref dst) {
     // Bytes that were pushed and never looked at count as a whole.
-    const char* from = m_freshInput ? buf_.buf : reinterpret_cast<const char*>(d_stream.next_in);
-    std::size_t have = m_freshInput ? buf_.len : d_stream.avail_in;
+    const bufref kept = m_freshInput ? buf_ : m_rest;
+    std::size_t have = kept.len;
     if (have > dst.len) {
         eprintf(EPF_WARN, "ZKVNParser::moveRemaining(): truncating have=%lu to out.len=%lu",
                 static_cast<unsigned long>(have), static_cast<unsigned long>(dst.len));
         have = dst.len;
     }
     if (have > 0)
-        std::memmove(const_cast<char*>(dst.buf), from, have);
-    d_stream.next_in = asBytes(dst.buf);
-    d_stream.avail_in = static_cast<uInt>(have);
+        std::memmove(const_cast<char*>(dst.buf), kept.buf, have);
+    m_rest = bufref(dst.buf, have);
     m_freshInput = false;
     return static_cast<int>(have);
 }
@@ -108,21 +91,21 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
         return -1;
     }
     if (firstUncompressIteration) {
-        d_stream.next_in = asBytes(buf_.buf);
-        d_stream.avail_in = static_cast<uInt>(buf_.len);
+        m_rest = buf_;
         m_freshInput = false;
     }
+    char* space = nullptr;
     std::size_t room = 0;
     if (out != nullptr) {
-        room = std::min<std::size_t>(out->len, std::numeric_limits<uInt>::max());
-        d_stream.next_out = asBytes(out->buf);
+        space = out->room();
+        room = out->len;
         bytes_read = 0;
     } else {
         // An incomplete frame stays at the front, and inflating goes on behind it.
         bytes_read =
             static_cast<std::uint32_t>(kvnParser_->moveRemaining(bufref(outbuf.get(), kOutBufferSize)));
+        space = outbuf.get() + bytes_read;
         room = kOutBufferSize - bytes_read;
-        d_stream.next_out = asBytes(outbuf.get() + bytes_read);
         if (room == 0) {
             // The frame in progress can never complete, and another turn would change nothing.
             reset();
@@ -130,54 +113,45 @@ int ZKVNParser::unCompressAndPushToKVNParser(bufref* out) {
             return -1;
         }
     }
-    d_stream.avail_out = static_cast<uInt>(room);
-    d_stream.total_out = 0;
 
-    int code = inflate(&d_stream, Z_NO_FLUSH);
-    if (code == Z_NEED_DICT)
-        code = Z_DATA_ERROR;
-    if (code == Z_DATA_ERROR || code == Z_MEM_ERROR)
-        return failStream(code);
+    const Inflater::Step step = m_inflater->inflate(m_rest, space, room);
+    if (step.code != Inflater::PROGRESS)
+        return failStream(step.code);
 
-    const auto produced = static_cast<std::size_t>(d_stream.total_out);
-    m_outputPending = d_stream.avail_out == 0;
+    m_outputPending = step.produced == room;
     // What is left of the input is what a repeated pull and moveRemaining go on with.
-    buf_ = bufref(reinterpret_cast<const char*>(d_stream.next_in), d_stream.avail_in);
+    buf_ = m_rest = bufref(m_rest.buf + step.consumed, m_rest.len - step.consumed);
     if (out != nullptr) {
         firstUncompressIteration = true;
         if (m_outputPending)
             eprintf(EPF_DBUG,
-                    "***ZKVNParser::unCompressAndPushToKVNParser: d_stream.avail_out=%u (br->len=%lu)",
-                    d_stream.avail_out, static_cast<unsigned long>(room));
-        out->len = static_cast<bufref_len_t>(produced);
+                    "***ZKVNParser::unCompressAndPushToKVNParser: d_stream.avail_out=%u (br->len=%lu)", 0U,
+                    static_cast<unsigned long>(room));
+        out->len = static_cast<bufref_len_t>(step.produced);
         return 0;
     }
     firstUncompressIteration = !m_outputPending;
-    bytes_read += static_cast<std::uint32_t>(produced);
+    bytes_read += static_cast<std::uint32_t>(step.produced);
     if (bytes_read > 0)
         kvnParser_->push(bufref(outbuf.get(), bytes_read));
     return 0;
 }
 
-int ZKVNParser::failStream(int code) {
+int ZKVNParser::failStream(Inflater::Code code) {
     char reason[128] = "";
-    if (d_stream.msg != nullptr) {
-        const std::size_t length = std::min(std::strlen(d_stream.msg), sizeof reason - 1);
-        std::memcpy(reason, d_stream.msg, length);
-    }
-    inflateEnd(&d_stream);
-    const int restarted = zlibInit();
+    const char* const text = m_inflater->reason();
+    std::memcpy(reason, text, std::min(std::strlen(text), sizeof reason - 1));
+    const Inflater::Code restarted = m_inflater->restart();
     reset();
     tp::te_error("zlib error (%d(%s), %d)", code, reason, restarted);
     return -1;
 }
 
 void ZKVNParser::reset() {
-    inflateEnd(&d_stream);
-    buf_ = bufref();
+    buf_ = m_rest = bufref();
     if (kvnParser_ != nullptr)
         kvnParser_->reset();
-    zlibInit();
+    static_cast<void>(m_inflater->restart());
     firstUncompressIteration = true;
     m_freshInput = false;
     m_outputPending = false;

@@ -1,13 +1,12 @@
 #pragma once
 
+#include "kvnparse/Inflater.h"
 #include "kvnparse/Parser.h"
 #include "kvnparse/bufref.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-
-#include <zlib.h>
 
 namespace KVNAPI {
 
@@ -17,7 +16,6 @@ namespace KVNAPI {
 class ZKVNParser final : public Parser {
 public:
     ZKVNParser();
-    ~ZKVNParser() override;
 
     [[nodiscard]] int setMetaMap(DataMap* map) override;
     [[nodiscard]] int setOption(const char* name, const char* value) override;
@@ -35,14 +33,14 @@ public:
 private:
     static constexpr std::size_t kOutBufferSize = 131072;
 
-    int zlibInit();
     [[nodiscard]] int unCompressAndPushToKVNParser(bufref* out);
-    [[nodiscard]] int failStream(int code);
+    [[nodiscard]] int failStream(Inflater::Code code);
     [[nodiscard]] int pullKVNMessages(Message* message);
 
     bufref buf_;
     std::unique_ptr<Parser> kvnParser_;
-    z_stream d_stream{};
+    std::unique_ptr<Inflater> m_inflater = makeInflater();
+    bufref m_rest;                        ///< what the last inflate has left of its input
     bool firstUncompressIteration = true; ///< the next inflate takes its input from `buf_`
     bool m_freshInput = false;            ///< `buf_` has been pushed and not been looked at
     bool m_outputPending = false;         ///< the last inflate filled its space and may have more

@@ -1,0 +1,20 @@
+# Which inflater reads compressed connections: ISA-L, several times as fast, or zlib, which is needed either way.
+# tivra_inflater is what has to be linked for it.
+list(APPEND CMAKE_MODULE_PATH ${PROJECT_SOURCE_DIR}/cmake)
+set(TIVRA_WITH_ISAL OFF)
+if(NOT TIVRA_ISAL STREQUAL "OFF")
+  # Older ones lack the sum that is used here.
+  find_package(ISAL 2.30 QUIET)
+  if(ISAL_FOUND)
+    set(TIVRA_WITH_ISAL ON)
+  elseif(NOT TIVRA_ISAL STREQUAL "AUTO")
+    message(FATAL_ERROR "TIVRA_ISAL is ${TIVRA_ISAL}, but ISA-L 2.30 or later is not there (Debian: libisal-dev)")
+  endif()
+endif()
+if(TIVRA_WITH_ISAL)
+  set(TIVRA_INFLATER ISAL::ISAL)
+  message(STATUS "Inflater: ISA-L ${ISAL_VERSION}")
+else()
+  set(TIVRA_INFLATER)
+  message(STATUS "Inflater: zlib")
+endif()
