@@ -28,7 +28,7 @@ PROGRAMS = {
     "request": (2, 1),
     "recovery": (8, 3),
 }
-PAIRS = 3  # of runs that are compared, and one fewer in a quick comparison
+PAIRS = (5, 3)  # of runs that are compared, and in a quick comparison
 LONGEST = 600  # seconds that a program may take
 
 
@@ -144,6 +144,7 @@ def run_pairs(names, other, pairs):
     """The values of each row in (other, this) pairs of runs."""
     values = {}
     for pair in range(pairs):
+        print(f"pair {pair + 1} of {pairs}", flush=True)
         for name in names:
             # Whoever comes first finds another machine than whoever comes second.
             order = [other, BUILD] if pair % 2 == 0 else [BUILD, other]
@@ -163,7 +164,7 @@ def measure_change(names, quick, about, commit):
         print(f"run-bench: there is no commit {commit}", file=sys.stderr)
         return 2
     other, built = build_other(full, names)
-    values = run_pairs(built, other, PAIRS - 1 if quick else PAIRS)
+    values = run_pairs(built, other, PAIRS[1 if quick else 0])
     lines, results = [], []
     for name, both in values.items():
         row = both["row"]

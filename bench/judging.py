@@ -1,4 +1,5 @@
 """Decides what the figures of benchmarks say: whether an aim is met, and whether a change did anything."""
+from math import log
 from statistics import median, quantiles
 
 # Differences below this share are left to chance however quiet the rounds were.
@@ -28,13 +29,14 @@ def judge(aim, row):
 def compare(before, after, better):
     """What a change did to a figure, from its values in pairs of runs: (ratio, noise, verdict).
 
-    A change counts when all pairs agree on its direction and it is larger than twice the noise.
+    A change counts when every run after it is on the same side of every run before it, and it is larger than twice the
+    noise of the pairs.
     """
-    ratios = [new / old for old, new in zip(before, after) if old != 0]
+    ratios = [new / old for old, new in zip(before, after) if old > 0 and new > 0]
     if not ratios:
         return None, 0.0, "no figure"
     ratio, noise = median(ratios), noise_of(ratios)
-    agree = all(r > 1 for r in ratios) or all(r < 1 for r in ratios)
-    if not agree or abs(ratio - 1) <= max(2 * noise, LEAST_CHANGE):
+    is_apart = max(before) < min(after) or max(after) < min(before)
+    if not is_apart or abs(log(ratio)) <= max(2 * noise, LEAST_CHANGE):
         return ratio, noise, "no difference"
     return ratio, noise, "better" if (ratio < 1) == (better == "lower") else "worse"

@@ -16,11 +16,11 @@ JUDGED = [
     (LEAST, (3.5, 0.01), "met"), (LEAST, (2.0, 0.1), "missed"), (LEAST, (2.9, 0.1), "missed, within noise"),
 ]
 COMPARED = [
-    # All pairs agree, beyond the noise; the same as a speed; pairs that differ; a change below the noise; one pair that
-    # differs; a change below what is left to chance.
+    # Runs that are apart, beyond the noise, as a time and as a speed, and one that is all but gone.
     ([100, 102, 98], [80, 81, 79], "lower", "better"), ([100, 102, 98], [80, 81, 79], "higher", "worse"),
-    ([100, 100, 100], [80, 120, 90], "lower", "no difference"), ([100, 100, 100], [70, 98, 99], "lower", "no difference"),
-    ([100] * 5, [90, 90, 90, 90, 110], "lower", "no difference"),
+    ([500, 900, 50], [1, 2, 1], "lower", "better"),
+    # Runs that overlap although all pairs agree; a change below the noise; one below what is left to chance.
+    ([100, 90, 80], [95, 85, 75], "lower", "no difference"), ([100, 130, 200], [98, 97, 96], "lower", "no difference"),
     ([1000, 1000], [1005, 1005], "lower", "no difference"), ([0, 0], [1, 1], "lower", "no figure"),
 ]
 
