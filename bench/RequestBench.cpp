@@ -34,7 +34,8 @@ struct Load {
     std::vector<double> replayEach; ///< without that, and without idle turns meanwhile
     std::vector<double> heapEach;
     std::vector<double> residentEach;
-    std::vector<double> idle; ///< share of a core while all of them stand
+    std::vector<double> idle;      ///< share of a core while all of them stand
+    std::vector<double> sendCpu{}; ///< seconds of processor time of the application's thread
 };
 
 /// `reconnect` is the return of the hubs without any requests.
@@ -51,6 +52,7 @@ void addRun(Load& load, const RequestRun& run, const RequestRun& reconnect) {
     load.heapEach.push_back(run.heapBytes / requests);
     load.residentEach.push_back(run.residentBytes / requests);
     load.idle.push_back(run.idleCpu);
+    load.sendCpu.push_back(run.sendCpu / requests);
 }
 
 std::vector<double> times(std::vector<double> values, double factor) {
@@ -63,6 +65,7 @@ void reportLoad(const Load& load) {
     Report& report = Report::get();
     report.setSection("Requests, " + std::to_string(load.requests));
     report.add("send", times(load.sendEach, 1e6), "us each");
+    report.add("send, processor time", times(load.sendCpu, 1e6), "us each");
     report.add("answered", load.answered, "s");
     report.add("processor time until answered", times(load.cpuEach, 1e6), "us each");
     report.add("replayed after a loss", load.replayed, "s");
@@ -145,7 +148,7 @@ void print(const Figures& figures, int rounds) {
     const Load& last = loads.back();
     const Load& before = loads[loads.size() - 2];
     printGrowth("memory", loads.front(), last, &Load::heapEach);
-    printGrowth("send", loads.front(), last, &Load::sendEach);
+    printGrowth("processor time, send", loads.front(), last, &Load::sendCpu);
     printGrowth("processor time, answer", loads.front(), last, &Load::cpuEach);
     // A replay of the fewest drowns in the hubs' return.
     printGrowth("processor time, replay", before, last, &Load::replayEach);

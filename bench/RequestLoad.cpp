@@ -110,7 +110,9 @@ public:
         const double resident = residentBytes();
         double wall = now(CLOCK_MONOTONIC);
         double cpu = now(CLOCK_PROCESS_CPUTIME_ID);
+        const double thread = now(CLOCK_THREAD_CPUTIME_ID);
         subscribe(kGroupHubs, m_task.requests);
+        run.sendCpu = now(CLOCK_THREAD_CPUTIME_ID) - thread;
         run.sendSeconds = now(CLOCK_MONOTONIC) - wall;
         m_answers.wait();
         run.answeredSeconds = now(CLOCK_MONOTONIC) - wall;

@@ -15,6 +15,7 @@ struct RequestTask {
 /// What it took.
 struct RequestRun {
     double sendSeconds = 0.0;     ///< of the application's thread, in `send`
+    double sendCpu = 0.0;         ///< its processor time
     double answeredSeconds = 0.0; ///< from the first `send` to the last answer
     double answeredCpu = 0.0;     ///< processor time of the process meanwhile
     double replaySeconds = 0.0;   ///< from the loss of all hubs to the last answer of the replay

@@ -95,11 +95,11 @@ RoadRun runLibrary(const RoadTask& task) {
     tivra::UserInfo& user = factory->createUserInfo("demo", "demo", counter);
     tivra::Session& session = factory->createSession(user, counter);
     const std::vector<std::uint16_t>& ports = task.hub.ports();
-    // A ring holds a whole pass of its hub.
+    // A ring holds a whole pass of its hub, and two of them touch all of it.
     session.getConnectionConfig()
         .set(tivra::HostConfig::COMPRESSION_BOOL, task.compressed)
         .set(tivra::HostConfig::QUEUE_SIZE_LONG,
-             static_cast<long>(std::max<std::size_t>(64 / ports.size(), 2)));
+             static_cast<long>(std::max<std::size_t>(64 / ports.size(), 1)));
     for (const std::uint16_t port : ports)
         session.getConnectionConfig().getHostConfig("127.0.0.1:" + std::to_string(port));
     if (task.isInline)

@@ -11,7 +11,7 @@ def curves_of(rows):
         "message, by symbols": r"Growth, symbols: (\d+)$",
         "message, by hubs": r"Growth, hubs: (\d+)$",
         "message to two threads, by bytes": r"Growth, bytes of a frame: (\d+), library to two threads$",
-        "send, by standing requests": r"Requests, (\d+): send$",
+        "send, by standing requests": r"Requests, (\d+): send, processor time$",
         "answer, by standing requests": r"Requests, (\d+): processor time until answered$",
     }
     curves = {}
