@@ -3,6 +3,7 @@
 #include "EncoderBench.h"
 #include "Interleave.h"
 #include "NumberBench.h"
+#include "ParserShapes.h"
 #include "Report.h"
 #include "Rivals.h"
 #include "TapeFrames.h"
@@ -236,6 +237,7 @@ int main(int argc, char** argv) {
     }
     benchDay("Sample of the day", sample, options.rounds, true);
     benchSymbols(sample);
+    benchShapes(sample);
     benchNumbers();
     benchEncoders(sample);
     const std::vector<TapeMessage> day =

@@ -55,7 +55,9 @@ public:
         : m_isPaced(task.paced)
         , m_stamp(dictionary.lookupTokenViaNum(kStampToken))
         , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary, static_cast<int>(kLargestFrame)))
-        , m_progress(task) {}
+        , m_progress(task) {
+        m_parser->setTextsInFrame(true);
+    }
 
     /// True when all messages have come.
     bool take(const char* frame, std::size_t length) {

@@ -94,10 +94,13 @@ void checkBodies(std::string_view bodies, unsigned mode) {
         KVNParse parse, plain;
         bind(parse, mode);
         bind(plain, mode);
-        for (const std::string& frame : frames)
-            for (const auto side : {GuardedBytes::END_AT_GUARD, GuardedBytes::START_AT_GUARD})
-                fuzz::expectEqual(form.name, outcome(parse, form.parse, frame, side),
-                                  outcome(plain, parseBodyScalar, frame, side));
+        for (const bool inFrame : {false, true}) {
+            parse.setTextsInFrame(inFrame);
+            for (const std::string& frame : frames)
+                for (const auto side : {GuardedBytes::END_AT_GUARD, GuardedBytes::START_AT_GUARD})
+                    fuzz::expectEqual(form.name, outcome(parse, form.parse, frame, side),
+                                      outcome(plain, parseBodyScalar, frame, side));
+        }
     }
 }
 

@@ -2,45 +2,29 @@
 
 #include "kvnparse/NumberDecode.h"
 
-#include <bit>
-
 namespace KVNAPI {
 
 namespace {
 
-constexpr void setMoves(PointPlace& place, std::size_t point) {
-    constexpr std::uint8_t ZERO = 0x80;
-    const std::size_t fraction = kVector - 1 - point;
-    for (std::size_t i = 0; i < kVector; ++i) {
-        // The byte that comes to place i, counted from the right end of its part.
-        const bool inWhole = i < kVector / 2;
-        const std::size_t fromRight = (inWhole ? kVector / 2 : kVector) - 1 - i;
-        const std::size_t end = inWhole ? point : kVector;
-        const bool isThere = fromRight < (inWhole ? point : fraction);
-        place.toHalves[i] = isThere ? static_cast<std::uint8_t>(end - 1 - fromRight) : ZERO;
-        place.closeUp[i] = i > point ? static_cast<std::uint8_t>(i)
-                           : i == 0  ? ZERO
-                                     : static_cast<std::uint8_t>(i - 1);
+constexpr std::uint8_t kZero = 0x80;
+
+/// The moves that bring the bytes up to `end` to the right end of `size` places.
+constexpr void setMoves(std::uint8_t* moves, std::size_t size, std::size_t start, std::size_t end) {
+    for (std::size_t i = 0; i < size; ++i) {
+        const std::size_t fromRight = size - i;
+        moves[i] = fromRight <= end - start ? static_cast<std::uint8_t>(end - fromRight) : kZero;
     }
 }
 
-/// For numbers below 10^16.
-constexpr void setDivision(PointPlace& place, std::uint64_t power) {
-    const auto shift = static_cast<unsigned>(std::bit_width(power) - 1);
-    // Long division of 2^(64 + shift); the power is below 2^54, so that doubling the rest keeps to 64 bits.
-    std::uint64_t quotient = 0;
-    std::uint64_t rest = std::uint64_t{1} << shift;
-    for (int bit = 0; bit < 64; ++bit) {
-        quotient <<= 1;
-        rest <<= 1;
-        if (rest >= power) {
-            rest -= power;
-            quotient |= 1;
-        }
-    }
-    place.power = power;
-    place.factor = rest == 0 ? quotient : quotient + 1;
-    place.shift = shift;
+constexpr PointPlace makePlace(std::size_t point) {
+    PointPlace place{};
+    const std::size_t fraction = point < kVector ? point + 1 : kVector;
+    setMoves(place.toHalves, kVector / 2, 0, point);
+    setMoves(place.toHalves + kVector / 2, kVector / 2, fraction, kVector);
+    setMoves(place.toWhole, kVector, 0, point);
+    setMoves(place.toFraction, kVector, fraction, kVector);
+    place.fraction = detail::kDecimalFractions[kVector - fraction];
+    return place;
 }
 
 constexpr DigitTables makeTables() {
@@ -53,14 +37,11 @@ constexpr DigitTables makeTables() {
         tables.byHundred[i / 2] = i / 2 % 2 == 0 ? 100 : 1;
         tables.byTenThousand[i / 2] = i / 2 % 2 == 0 ? 10000 : 1;
         tables.lastBytes[kVector + i] = 0xFF;
-        setMoves(tables.places[i], i);
+        tables.moveDown[i] = static_cast<std::uint8_t>(i);
+        tables.moveDown[kVector + i] = kZero;
     }
-    std::uint64_t power = 1;
-    for (std::size_t fraction = 0; fraction < kVector; ++fraction, power *= 10) {
-        PointPlace& place = tables.places[kVector - 1 - fraction];
-        place.fraction = detail::kDecimalFractions[fraction];
-        setDivision(place, power);
-    }
+    for (std::size_t point = 0; point <= kVector; ++point)
+        tables.places[point] = makePlace(point);
     return tables;
 }
 

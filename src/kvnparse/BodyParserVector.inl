@@ -1,10 +1,12 @@
 // The vector form of the body parser, compiled once for each instruction set: an including file defines
 // KVN_TARGET, the target attribute of its functions, and `separatorsOf` before it includes this.
 //
-// It first notes where the separators of a stretch stand, many bytes at a time, and then walks from field to
-// field. Since the end of a field is known before it has been read, the processor works on several at once;
-// that, and not the width of the vectors, is what makes it quick. Whatever is not an ordinary field is left
-// to KVNParse::parseField, so the rules for odd values and all refusals stand in one place.
+// It looks at a block of bytes for the separators in it and then reads a few fields, whose ends are known
+// before they have been read, so that the processor works on several at once; that, and not the width of the
+// vectors, is what makes it quick. The next look begins at the field that follows: how many looks a message
+// takes is then a matter of its fields and not of where blocks happen to end, which no branch predictor could
+// guess. Whatever is not an ordinary field is left to KVNParse::parseField, so the rules for odd values and
+// all refusals stand in one place.
 //
 // No byte outside the frame is read: loads end at the end of a value, which has a header and the number of
 // its token before it, or are clipped to the frame.
@@ -15,6 +17,7 @@
 #include "kvnparse/Message.h"
 #include "kvnparse/NumberDecode.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -25,53 +28,40 @@
 namespace KVNAPI {
 namespace {
 
-/// Bytes that are indexed at a time; a field that is longer is read byte by byte.
-constexpr std::size_t kStretch = 512;
+/// Bytes that are looked at together.
 constexpr std::size_t kBlock = 64;
-/// Positions are written this many at a time, past the last one.
-constexpr std::size_t kSurplus = 4;
+/// Most fields that are read after one look: about as many as a block holds.
+constexpr unsigned kFieldsPerLook = 6;
 
-/// Where "|" and the end byte stand in a stretch of the frame, in order: each is the end of a field.
-struct StretchIndex {
-    const char* ends[kStretch + kSurplus];
-};
-
-/// Adds the separators of one block. Writing a fixed number, of which the next block overwrites the surplus,
-/// is quicker than ending at each block's own count.
-KVN_INLINE const char** addSeparators(const char** out, std::uint64_t bits, const char* block) {
-    const char** const end = out + std::popcount(bits);
-    do {
-        for (std::size_t i = 0; i < kSurplus; ++i) {
-            out[i] = block + std::countr_zero(bits);
-            bits &= bits - 1;
+/// Finds the ends of the fields of a frame.
+class Separators {
+public:
+    KVN_INLINE explicit Separators(bufref frame)
+        : m_frame(frame.buf)
+        , m_bytes(frame.buf)
+        , m_lastBlock(static_cast<std::ptrdiff_t>(frame.len - kBlock)) {
+        if (frame.len < kBlock) {
+            // The block that ends where the frame does begins before it.
+            std::memset(m_copy, 0, sizeof m_copy);
+            std::memcpy(m_copy + (kBlock - frame.len), frame.buf, frame.len);
+            m_bytes = m_copy + (kBlock - frame.len);
         }
-        out += kSurplus;
-    } while (out < end);
-    return end;
-}
+    }
 
-/// The last block of a frame, which is shorter than the vectors: read together with what stands before it, or
-/// from a copy when the whole frame is that short.
-KVN_INLINE std::uint64_t separatorsOfTail(const char* from, std::size_t size, bufref frame) {
-    if (frame.len >= kBlock)
-        return separatorsOf(from + size - kBlock) >> (kBlock - size);
-    char copy[kBlock] = {};
-    std::memcpy(copy, from, size);
-    return separatorsOf(copy);
-}
+    /// A bit for each "|" and end byte of the bytes from there on, the first one lowest: of 64 bytes, or of
+    /// those that are left.
+    [[nodiscard]] KVN_INLINE std::uint64_t from(const char* position) const {
+        const std::ptrdiff_t wanted = position - m_frame;
+        const std::ptrdiff_t place = wanted < m_lastBlock ? wanted : m_lastBlock;
+        return separatorsOf(m_bytes + place) >> (wanted - place);
+    }
 
-/// Fills the index for the stretch from there; returns behind the last end.
-KVN_INLINE const char** indexStretch(StretchIndex& index, const char* from, bufref frame) {
-    const auto left = static_cast<std::size_t>(frame.end() - from);
-    const std::size_t size = left < kStretch ? left : kStretch;
-    const char* const end = from + size;
-    const char** out = index.ends;
-    for (; static_cast<std::size_t>(end - from) >= kBlock; from += kBlock)
-        out = addSeparators(out, separatorsOf(from), from);
-    if (from != end)
-        out = addSeparators(out, separatorsOfTail(from, static_cast<std::size_t>(end - from), frame), from);
-    return out;
-}
+private:
+    const char* m_frame;
+    const char* m_bytes;
+    std::ptrdiff_t m_lastBlock; ///< negative when the frame is shorter than a block
+    char m_copy[kBlock];
+};
 
 KVN_INLINE std::uint64_t loadEight(const char* from) {
     std::uint64_t bytes;
@@ -83,18 +73,61 @@ KVN_INLINE __m128i loadVector(const void* from) {
     return _mm_loadu_si128(static_cast<const __m128i*>(from));
 }
 
-/// Sixteen digit values, most significant first, as two numbers of eight digits in the lowest two of four.
-KVN_INLINE __m128i joinDigits(__m128i digits) {
+/// Sixteen digit values, most significant first, as four numbers of four digits.
+KVN_INLINE __m128i joinFours(__m128i digits) {
     const __m128i twos = _mm_maddubs_epi16(digits, loadVector(kDigitTables.byTen));
-    const __m128i fours = _mm_madd_epi16(twos, loadVector(kDigitTables.byHundred));
-    const __m128i packed = _mm_packus_epi32(fours, _mm_setzero_si128());
-    return _mm_madd_epi16(packed, loadVector(kDigitTables.byTenThousand));
+    return _mm_madd_epi16(twos, loadVector(kDigitTables.byHundred));
+}
+
+/// Twice four numbers of four digits as twice two of eight digits.
+KVN_INLINE __m128i joinEights(__m128i first, __m128i second) {
+    return _mm_madd_epi16(_mm_packus_epi32(first, second), loadVector(kDigitTables.byTenThousand));
+}
+
+/// Sixteen digit values as two numbers of eight digits in the lowest two of four.
+KVN_INLINE __m128i joinDigits(__m128i digits) {
+    return joinEights(joinFours(digits), _mm_setzero_si128());
+}
+
+/// Two numbers of eight digits, the higher one lowest, as one.
+KVN_INLINE std::uint64_t joinSixteen(std::int64_t eights) {
+    const auto parts = static_cast<std::uint64_t>(eights);
+    return (parts & 0xFFFFFFFF) * 100000000 + (parts >> 32);
 }
 
 /// The number in sixteen digit values.
 KVN_INLINE std::uint64_t sixteenDigits(__m128i digits) {
-    const auto parts = static_cast<std::uint64_t>(_mm_cvtsi128_si64(joinDigits(digits)));
-    return (parts & 0xFFFFFFFF) * 100000000 + (parts >> 32);
+    return joinSixteen(_mm_cvtsi128_si64(joinDigits(digits)));
+}
+
+/// The digits on both sides of a point as numbers.
+struct NumberParts {
+    KVN_INLINE NumberParts(__m128i digits, const PointPlace& place) {
+        const __m128i parts = joinEights(joinFours(_mm_shuffle_epi8(digits, loadVector(place.toWhole))),
+                                         joinFours(_mm_shuffle_epi8(digits, loadVector(place.toFraction))));
+        whole = joinSixteen(_mm_cvtsi128_si64(parts));
+        fraction = joinSixteen(_mm_extract_epi64(parts, 1));
+    }
+    /// As the plain form has it: not the nearest double, but this sum.
+    [[nodiscard]] KVN_INLINE double sum(const PointPlace& place) const {
+        return static_cast<double>(static_cast<std::int64_t>(whole)) +
+               static_cast<double>(static_cast<std::int64_t>(fraction)) * place.fraction;
+    }
+
+    std::uint64_t whole;
+    std::uint64_t fraction;
+};
+
+/// The values of `size` digits before `end`, zeros before them.
+KVN_INLINE __m128i loadDigits(const char* end, std::size_t size) {
+    return _mm_and_si128(_mm_sub_epi8(loadVector(end - kVector), loadVector(kDigitTables.zeroes)),
+                         loadVector(kDigitTables.lastBytes + size));
+}
+
+/// Which of sixteen digit values are none, the first one lowest.
+KVN_INLINE std::uint32_t othersOf(__m128i digits) {
+    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, loadVector(kDigitTables.nines)), digits);
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(isDigit)) ^ 0xFFFF;
 }
 
 /// True when a byte of digit values is none.
@@ -116,9 +149,7 @@ KVN_INLINE bool readDigits(const char* end, std::size_t size, std::uint64_t& res
     if (size - 1 >= kVector)
         return false;
     // More than eight digits, with a number, "=" and a header before them.
-    const __m128i digits =
-        _mm_and_si128(_mm_sub_epi8(loadVector(end - kVector), loadVector(kDigitTables.zeroes)),
-                      loadVector(kDigitTables.lastBytes + size));
+    const __m128i digits = loadDigits(end, size);
     result = sixteenDigits(digits);
     return !hasOthers(digits);
 }
@@ -146,11 +177,8 @@ KVN_INLINE bool readInteger(const char* from, const char* end, std::int64_t& res
 KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
     if (size - 1 >= kVector)
         return false;
-    const __m128i digits =
-        _mm_and_si128(_mm_sub_epi8(loadVector(end - kVector), loadVector(kDigitTables.zeroes)),
-                      loadVector(kDigitTables.lastBytes + size));
-    const __m128i isDigit = _mm_cmpeq_epi8(_mm_min_epu8(digits, loadVector(kDigitTables.nines)), digits);
-    const std::uint32_t others = static_cast<std::uint32_t>(_mm_movemask_epi8(isDigit)) ^ 0xFFFF;
+    const __m128i digits = loadDigits(end, size);
+    const std::uint32_t others = othersOf(digits);
     if (others == 0) {
         result = static_cast<double>(static_cast<std::int64_t>(sixteenDigits(digits)));
         return true;
@@ -169,13 +197,7 @@ KVN_INLINE bool readDecimal(const char* end, std::size_t size, double& result) {
     }
     if (whole == 0 || point == kVector - 1)
         return false;
-    const std::uint64_t all = sixteenDigits(_mm_shuffle_epi8(digits, loadVector(place.closeUp)));
-    __extension__ using Wide = unsigned __int128;
-    const std::uint64_t wholePart =
-        static_cast<std::uint64_t>(static_cast<Wide>(all) * place.factor >> 64) >> place.shift;
-    const std::uint64_t fractionPart = all - wholePart * place.power;
-    result = static_cast<double>(static_cast<std::int64_t>(wholePart)) +
-             static_cast<double>(static_cast<std::int64_t>(fractionPart)) * place.fraction;
+    result = NumberParts(digits, place).sum(place);
     return true;
 }
 
@@ -190,14 +212,26 @@ KVN_INLINE bool readSignedDecimal(const char* from, const char* end, double& res
     return true;
 }
 
-/// Where the message is written to; its own fields follow when the fields of a stretch are done.
+/// Which vectors lie within a frame: those that end from one place on and those that start up to another.
+struct VectorLimits {
+    KVN_INLINE explicit VectorLimits(bufref frame)
+        : firstEnd(frame.buf + kVector), lastStart(frame.end() - kVector) {}
+
+    const char* firstEnd;
+    const char* lastStart;
+};
+
+/// Where the message is written to; its own fields follow when others are to see them.
 class Output {
 public:
-    KVN_INLINE explicit Output(Message& message) : m_message(message) { reload(); }
+    KVN_INLINE Output(Message& message, const VectorLimits& limits) : m_message(message), m_limits(limits) {
+        reload();
+    }
 
     /// Takes over what others have added.
     KVN_INLINE void reload() {
         m_pair = m_message.pairs + m_message.paircount;
+        m_pairsEnd = m_message.pairsEnd();
         m_area = m_message.nextArea;
         m_lastVector = m_message.endArea - kVector;
     }
@@ -206,16 +240,27 @@ public:
         m_message.nextArea = m_area;
     }
 
-    /// How many pairs can be added without growth.
-    [[nodiscard]] KVN_INLINE std::ptrdiff_t room() const { return m_message.pairsEnd() - m_pair; }
+    /// Makes room for so many pairs more.
+    KVN_INLINE void reserve(std::int32_t count) {
+        // The usual case needs no exact answer.
+        if (m_pair + kFieldsPerLook <= m_pairsEnd || m_pairsEnd - m_pair >= count)
+            return;
+        store();
+        m_message.reservePairs(m_message.paircount + count);
+        reload();
+    }
     [[nodiscard]] KVN_INLINE TVPair* add() { return m_pair++; }
 
-    /// Copies a text, with a whole vector readable at its start, behind what the message holds. False when
-    /// that takes more than one vector.
+    /// Copies a text behind what the message holds. False when that takes more than one vector.
     KVN_INLINE bool copyText(const char* from, std::size_t size, bufref& text) {
         if (size > kVector || m_area > m_lastVector)
             return false;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(m_area), loadVector(from));
+        const std::ptrdiff_t excess = from - m_limits.lastStart;
+        // A vector that starts there may leave the frame; the last one within it holds the text then.
+        const __m128i bytes = excess <= 0 ? loadVector(from)
+                                          : _mm_shuffle_epi8(loadVector(m_limits.lastStart),
+                                                             loadVector(kDigitTables.moveDown + excess));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(m_area), bytes);
         text = bufref(m_area, size);
         m_area += size;
         return true;
@@ -223,50 +268,63 @@ public:
 
 private:
     Message& m_message;
+    const VectorLimits& m_limits;
     TVPair* m_pair;
+    TVPair* m_pairsEnd;
     char* m_area;
     const char* m_lastVector;
 };
 
-/// Which vectors lie within a frame: those that end from one place on and those that start up to another.
-struct VectorLimits {
-    KVN_INLINE explicit VectorLimits(bufref frame)
-        : firstEnd(frame.len >= kVector ? frame.buf + kVector : frame.end())
-        , lastStart(frame.len >= kVector ? frame.end() - kVector : nullptr) {}
+/// A text as the message is to hold it.
+KVN_INLINE bufref readText(KVNParse& parse, Output& out, const char* from, const char* end) {
+    bufref text(from, static_cast<std::size_t>(end - from));
+    if (parse.hasTextsInFrame() || out.copyText(from, text.len, text))
+        return text;
+    out.store();
+    text = parse.keepText(from, end);
+    out.reload();
+    return text;
+}
 
-    const char* firstEnd;
-    const char* lastStart;
-};
+void raiseFlags(Message& message, unsigned present) {
+    if (present & FieldRow::RET_CODE)
+        message.isRetCodePresent = 1;
+    if (present & FieldRow::TAG)
+        message.isTagPresent = 1;
+    if (present & FieldRow::ALT_INDEX)
+        message.isAltIndexPresent = 1;
+}
+
+/// Adds the pair of a number. False when it is not an ordinary one; nothing has been changed then.
+KVN_INLINE bool readNumber(Output& out, const VectorLimits& limits, Token* token, bool isDecimal,
+                           const char* from, const char* end) {
+    if (!isDecimal) {
+        std::int64_t number = 0;
+        if (!readInteger(from, end, number))
+            return false;
+        out.add()->setI(token, number);
+        return true;
+    }
+    double decimal = 0.0;
+    if (end < limits.firstEnd || !readSignedDecimal(from, end, decimal))
+        return false;
+    out.add()->setD(token, decimal);
+    return true;
+}
 
 /// Reads the value of a known token. False when it is not an ordinary one; nothing has been changed then.
 KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const VectorLimits& limits,
                           const FieldRow& row, const char* from, const char* end) {
-    std::int64_t number = 0;
     // Most fields are numbers, which need no jump through a table.
-    if (row.kind == FieldRow::INTEGER) {
-        if (!readInteger(from, end, number))
-            return false;
-        out.add()->setI(row.token, number);
-        return true;
-    }
-    if (row.kind == FieldRow::DOUBLE) {
-        double decimal = 0.0;
-        if (end < limits.firstEnd || !readSignedDecimal(from, end, decimal))
-            return false;
-        out.add()->setD(row.token, decimal);
-        return true;
-    }
+    if (row.kind <= FieldRow::DOUBLE)
+        return readNumber(out, limits, row.token, row.kind == FieldRow::DOUBLE, from, end);
+    std::int64_t number = 0;
     switch (row.kind) {
-    case FieldRow::STRING: {
-        bufref text;
-        if (from > limits.lastStart || !out.copyText(from, static_cast<std::size_t>(end - from), text))
-            return false;
-        out.add()->setB(row.token, text);
-        return true;
-    }
     case FieldRow::SYMBOL:
-        return message.symbol.len == 0 && from <= limits.lastStart &&
-               out.copyText(from, static_cast<std::size_t>(end - from), message.symbol);
+        if (message.symbol.len != 0)
+            return false;
+        message.symbol = readText(parse, out, from, end);
+        return true;
     case FieldRow::EXCHANGE:
         if (message.exchange != nullptr || !readInteger(from, end, number))
             return false;
@@ -292,6 +350,16 @@ KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const 
             return false;
         message.market = *from;
         return true;
+    case FieldRow::FLAGGED:
+        raiseFlags(message, row.present);
+        if (row.valueKind != FieldRow::STRING)
+            return readNumber(out, limits, row.token, row.valueKind == FieldRow::DOUBLE, from, end);
+        [[fallthrough]];
+    case FieldRow::STRING: {
+        const bufref text = readText(parse, out, from, end);
+        out.add()->setB(row.token, text);
+        return true;
+    }
     case FieldRow::INTEGER:
     case FieldRow::DOUBLE:
     case FieldRow::NONE:
@@ -302,32 +370,27 @@ KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const 
 }
 
 /// The row of the field whose number and "=" these bytes start with, by its number; null when there is none.
-KVN_TARGET inline FieldRow* findRow(KVNParse& parse, FieldRow& previous, std::uint64_t bytes) {
+KVN_TARGET __attribute__((noinline)) FieldRow* findRow(KVNParse& parse, std::uint64_t bytes) {
     const detail::DigitGroup number = detail::decodeEight(bytes);
     FieldRow* const row = number.count != 0 ? parse.row(static_cast<std::uint32_t>(number.value)) : nullptr;
     // Another spelling of the number, with zeros before it, or no "=" behind it.
-    if (row == nullptr || (bytes & row->startMask) != row->start)
-        return nullptr;
-    previous.next[1] = previous.next[0];
-    previous.next[0] = row;
-    return row;
+    return row != nullptr && row->startsWith(bytes) ? row : nullptr;
 }
 
 /// The row of the field that starts with these bytes; null when there is none.
-KVN_INLINE FieldRow* rowOf(KVNParse& parse, FieldRow& previous, std::uint64_t bytes) {
-    for (FieldRow* const row : previous.next)
-        if ((bytes & row->startMask) == row->start)
+template<bool kMixed>
+KVN_INLINE FieldRow* rowOf(KVNParse& parse, FieldRow& previous, std::uint64_t bytes, unsigned& misses) {
+    if constexpr (!kMixed) {
+        if (FieldRow* const row = previous.next; row->startsWith(bytes))
             return row;
-    return findRow(parse, previous, bytes);
-}
-
-void raiseFlags(Message& message, unsigned present) {
-    if (present & FieldRow::RET_CODE)
-        message.isRetCodePresent = 1;
-    if (present & FieldRow::TAG)
-        message.isTagPresent = 1;
-    if (present & FieldRow::ALT_INDEX)
-        message.isAltIndexPresent = 1;
+        ++misses;
+    }
+    FieldRow* row = parse.knownRow(bytes);
+    if (!row->startsWith(bytes))
+        row = findRow(parse, bytes);
+    if (!kMixed && row != nullptr)
+        previous.next = row;
+    return row;
 }
 
 /// Where parsing goes on: at a field, or nowhere.
@@ -352,65 +415,74 @@ Progress endFrame(const KVNParse& parse, const char* end) {
     return {Progress::REFUSED, end};
 }
 
-/// Reads the fields from `position` that lie wholly within the stretch there; `row` moves along.
-KVN_INLINE Progress parseStretch(KVNParse& parse, const char* const* next,
-                                 const char* const* const stretchEnd, const char* position, FieldRow*& row) {
+/// Eight bytes from there on, zeros after the frame; it has eight.
+KVN_INLINE std::uint64_t loadStart(const char* position, const char* lastEight) {
+    return position <= lastEight ? loadEight(position) : loadEight(lastEight) >> (position - lastEight) * 8;
+}
+
+/// The end of the field at `position`, and those of the fields behind it in the same block.
+struct Ends {
+    KVN_INLINE Ends(const Separators& separators, const char* position)
+        : block(position), bits(separators.from(position)) {
+        // A field that is longer than a block. The frame's end byte ends it at the latest.
+        while (bits == 0) {
+            block += kBlock;
+            bits = separators.from(block);
+        }
+    }
+    [[nodiscard]] KVN_INLINE unsigned count() const { return static_cast<unsigned>(std::popcount(bits)); }
+    KVN_INLINE const char* next() {
+        const char* const end = block + std::countr_zero(bits);
+        bits &= bits - 1;
+        return end;
+    }
+
+    const char* block;
+    std::uint64_t bits;
+};
+
+template<bool kMixed>
+KVN_INLINE int parseBodyIn(KVNParse& parse, const char* position) {
     Message& message = *parse.m_msg;
     const bufref frame = parse.m_frame;
     const VectorLimits limits(frame);
-    const char* const lastEight = frame.end() - 8;
-    Output out(message);
-    FieldRow* known = row;
+    const Separators separators(frame);
+    const char* const lastEight = frame.end() - sizeof(std::uint64_t);
+    Output out(message, limits);
+    FieldRow* row = parse.firstRow();
+    unsigned misses = 0;
     Progress progress{Progress::NEXT, position};
-    while (progress.end == Progress::NEXT && next != stretchEnd) {
-        // Fields beyond the room for their pairs go the plain way, which makes more.
-        const char* const* const last = stretchEnd - next > out.room() ? next + out.room() : stretchEnd;
-        while (next != last) {
-            const std::uint64_t bytes = position <= lastEight
-                                            ? loadEight(position)
-                                            : loadEight(lastEight) >> (position - lastEight) * 8;
-            FieldRow* const found = rowOf(parse, *known, bytes);
-            if (found == nullptr)
+    while (progress.end == Progress::NEXT) {
+        Ends ends(separators, position);
+        unsigned fields = std::min(ends.count(), kFieldsPerLook);
+        out.reserve(static_cast<std::int32_t>(fields));
+        do {
+            const char* const end = ends.next();
+            FieldRow* const found = rowOf<kMixed>(parse, *row, loadStart(position, lastEight), misses);
+            if (found == nullptr ||
+                !readValue(parse, message, out, limits, *found, position + found->startSize, end)) {
+                out.store();
+                progress = parsePlainField(parse, position);
+                out.reload();
+                position = progress.position;
                 break;
-            known = found;
-            const char* const end = *next;
-            if (!readValue(parse, message, out, limits, *known, position + known->startSize, end))
-                break;
-            if (known->present != 0)
-                raiseFlags(message, known->present);
+            }
+            row = found;
             position = end + 1;
-            ++next;
             if (*end != '|') {
                 progress = endFrame(parse, end);
                 break;
             }
-        }
-        if (progress.end != Progress::NEXT || next == stretchEnd)
-            break;
-        out.store();
-        progress = parsePlainField(parse, position);
-        out.reload();
-        position = progress.position;
-        while (next != stretchEnd && *next < position)
-            ++next;
+        } while (--fields != 0);
     }
     out.store();
-    row = known;
-    return {progress.end, position};
+    parse.layouts().note(misses, static_cast<unsigned>(message.paircount));
+    return progress.end == Progress::FRAME_END ? 0 : -1;
 }
 
 KVN_INLINE int parseBodyVector(KVNParse& parse, const char* position) {
-    StretchIndex index;
-    FieldRow* row = parse.firstRow();
-    for (;;) {
-        const char* const* const end = indexStretch(index, position, parse.m_frame);
-        Progress progress = parseStretch(parse, index.ends, end, position, row);
-        if (progress.end == Progress::NEXT && progress.position == position)
-            progress = parsePlainField(parse, position); // longer than a stretch
-        if (progress.end != Progress::NEXT)
-            return progress.end == Progress::FRAME_END ? 0 : -1;
-        position = progress.position;
-    }
+    return parse.layouts().areMixed() ? parseBodyIn<true>(parse, position)
+                                      : parseBodyIn<false>(parse, position);
 }
 
 } // namespace

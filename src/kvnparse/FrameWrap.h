@@ -37,6 +37,7 @@ public:
     [[nodiscard]] int pull(bufref*) override { return -1; }
     void reset() override { m_frame->reset(); }
     [[nodiscard]] unsigned int msglen() const override { return static_cast<unsigned int>(m_msglen); }
+    void setTextsInFrame(bool inFrame) override { m_parser.setTextsInFrame(inFrame); }
 
 private:
     std::unique_ptr<Framer> m_frame;

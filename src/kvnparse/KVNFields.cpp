@@ -4,8 +4,6 @@
 #include "kvnparse/KVNParse.h"
 #include "kvnparse/Message.h"
 
-#include <cstring>
-
 namespace KVNAPI {
 
 namespace {
@@ -43,11 +41,7 @@ const char* parseSymbol(KVNParse* parse, const char* position) {
     if (message.symbol.len != 0)
         return parse->pullDefaultField(parse->m_SymbolToken, position);
     const char* const end = parse->valueEnd(position);
-    const auto length = static_cast<std::size_t>(end - position);
-    char* const area = message.verifyArea(length);
-    std::memcpy(area, position, length);
-    message.symbol = bufref(area, length);
-    message.confirmArea(length);
+    message.symbol = parse->keepText(position, end);
     return end;
 }
 

@@ -25,6 +25,9 @@ constexpr char kOptionsHelp[] = "\nAvailable options are:\n"
                                 "  HasKVNHeader=0|1      : Skip first 6 bytes of msg (default true)"
                                 "  DoNotParseSymbolIntoHeader=0|1   : Do not parse sym into message header\n";
 
+/// The shortest frame that the quicker forms take.
+constexpr bufref_len_t kShortestVectorFrame = 16;
+
 /// Longest stretch in which the "=" behind a token name is looked for.
 constexpr std::size_t kNameSearchMax = 256;
 
@@ -98,8 +101,9 @@ void KVNParse::setupHeaders() {
 void KVNParse::forgetResolved() {
     m_rowsById.clear();
     m_rows.clear();
+    m_index.clear();
     m_firstRow = FieldRow();
-    m_firstRow.next[0] = m_firstRow.next[1] = &m_noRow;
+    m_firstRow.next = &m_noRow;
     m_exchangeRows.fill(ExchangeRow());
 }
 
@@ -127,6 +131,10 @@ void KVNParse::setReading(FieldRow& row) const noexcept {
         row.present = FieldRow::TAG;
     else if (function != nullptr)
         row.present = FieldRow::ALT_INDEX;
+    if (row.present != 0) {
+        row.valueKind = row.kind;
+        row.kind = FieldRow::FLAGGED;
+    }
 }
 
 FieldRow* KVNParse::makeRow(std::uint32_t id) {
@@ -139,7 +147,7 @@ FieldRow* KVNParse::makeRow(std::uint32_t id) {
     char* const end = u64toa(start, id);
     *end = '=';
     FieldRow& row = m_rows.emplace_back();
-    row.next[0] = row.next[1] = &m_noRow;
+    row.next = &m_noRow;
     row.token = token;
     row.startSize = static_cast<std::uint8_t>(end + 1 - start);
     std::memcpy(&row.start, start, sizeof row.start);
@@ -148,6 +156,7 @@ FieldRow* KVNParse::makeRow(std::uint32_t id) {
     if (id >= m_rowsById.size())
         m_rowsById.resize(std::bit_ceil(std::max<std::size_t>(id + 1, 256)));
     m_rowsById[id] = &row;
+    m_index.add(&row);
     return &row;
 }
 
@@ -180,9 +189,9 @@ int KVNParse::parseWith(BodyParser form, bufref frame, Message* message) {
     if (frame.len <= headerSize)
         return abortAt(frame.end(), "Invalid token");
     // The quicker forms rely on a header to read backwards into and on an end byte that is part of no value.
-    // They read eight bytes at a time, which only an empty body falls short of.
+    // They read sixteen bytes at a time.
     const bool plain = headerSize == kKvnHeaderSize && m_allowVerboseToken == 0 && m_terminator == ETX &&
-                       frame.len >= sizeof(std::uint64_t) && frame.end()[-1] == ETX;
+                       frame.len >= kShortestVectorFrame && frame.end()[-1] == ETX;
     return (plain ? form : parseBodyScalar)(*this, frame.buf + headerSize);
 }
 
@@ -255,13 +264,38 @@ const char* KVNParse::readSigned(const char* position, std::int64_t& value) cons
     return read.p != digits ? read.p : position;
 }
 
+const char* KVNParse::valueEnd(const char* position) const noexcept {
+    // A long text is worth a search that looks at many bytes at a time.
+    constexpr std::ptrdiff_t SHORT = 32;
+    const char* end = m_frame.end();
+    const char* const shortEnd = end - position > SHORT ? position + SHORT : end;
+    for (; position < shortEnd; ++position)
+        if (*position == '|' || *position == m_terminator)
+            return position;
+    for (const char separator : {'|', m_terminator})
+        if (const void* const found =
+                std::memchr(position, separator, static_cast<std::size_t>(end - position)))
+            end = static_cast<const char*>(found);
+    return end;
+}
+
+bufref KVNParse::keepText(const char* from, const char* end) {
+    const auto length = static_cast<std::size_t>(end - from);
+    if (m_textsInFrame)
+        return {from, length};
+    // The texts of a frame take no more than its bytes, so an area that grows does so once.
+    char* const area = m_msg->verifyArea(length, static_cast<std::size_t>(m_frame.end() - from));
+    std::memcpy(area, from, length);
+    m_msg->confirmArea(length);
+    return {area, length};
+}
+
 const char* KVNParse::pullDefaultField(Token* token, const char* position) {
     Message& message = *m_msg;
     if (token->storage == Token::TY_STRING) {
         const char* const end = valueEnd(position);
-        const auto length = static_cast<std::size_t>(end - position);
-        std::memcpy(message.verifyArea(length), position, length);
-        message.confirmAndAdd(token, length);
+        const bufref text = keepText(position, end);
+        message.addPair()->setB(token, text);
         return end;
     }
     if (isValueEnd(position)) {

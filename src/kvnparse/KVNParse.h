@@ -2,7 +2,10 @@
 
 #include "kvnparse/BodyParser.h"
 #include "kvnparse/DataMap.h"
+#include "kvnparse/FieldIndex.h"
+#include "kvnparse/FieldRow.h"
 #include "kvnparse/FrameFormat.h"
+#include "kvnparse/LayoutTrend.h"
 #include "kvnparse/Message.h"
 #include "kvnparse/TokenFunctions.h"
 #include "kvnparse/bufref.h"
@@ -16,46 +19,11 @@
 
 namespace KVNAPI {
 
-class KVNParse;
-
-/// Reads the value at a position of the frame into the parser's message. Returns the position behind the
-/// value, or null after an abort that it has reported.
-using kvnparser_t = const char* (*)(KVNParse* parse, const char* position);
-
-/// What the vector forms of the parser know of a token: how its field starts and is read, and which fields
-/// have followed it. Messages of a feed repeat few layouts, so the next field is mostly found by one
-/// comparison.
-struct FieldRow {
-    enum Kind : std::uint8_t {
-        INTEGER,
-        DOUBLE,
-        STRING,
-        SYMBOL,
-        EXCHANGE,
-        PERMISSION,
-        REFRESH,
-        DENOM,
-        MARKET,
-        NONE ///< stands before the first field of a message, and for tokens that have no row
-    };
-    /// Bits of `present`: flags of the message that the field raises.
-    enum Present : std::uint8_t { RET_CODE = 1, TAG = 2, ALT_INDEX = 4 };
-
-    std::uint64_t start = 1;     ///< the bytes of the number and "=", the first one lowest
-    std::uint64_t startMask = 0; ///< which of eight bytes those are
-    FieldRow* next[2] = {};      ///< the rows that followed last; never null once the row is in use
-    Token* token = nullptr;
-    kvnparser_t function = nullptr; ///< what reads the value by the plain rules, or null for the default step
-    Kind kind = NONE;
-    std::uint8_t startSize = 0;
-    std::uint8_t present = 0;
-};
-
 /// Knows the body of a frame: turns its id=value fields into a Message, by the dictionary that it is bound
 /// to. Used by one thread, which may insert exchanges into the map while parsing.
 class KVNParse {
 public:
-    /// String values are always copied into the message.
+    /// String values are copied into the message, unless setTextsInFrame says otherwise.
     static constexpr int COPY_STRINGS = 1;
 
     KVNParse() = default;
@@ -65,6 +33,11 @@ public:
     /// Binds the parser to a map. Returns -1 and keeps the old one when it lacks a token of those that every
     /// parser needs.
     [[nodiscard]] int setMetaMap(DataMap* map);
+
+    /// Whether texts stay in the frame, for messages that are gone before its bytes are; at first they are
+    /// copied.
+    void setTextsInFrame(bool inFrame) noexcept { m_textsInFrame = inFrame; }
+    [[nodiscard]] bool hasTextsInFrame() const noexcept { return m_textsInFrame; }
 
     /// Sets one option by its name; -1 with a text in te_geterror for "help" and unknown names.
     [[nodiscard]] int setOption(const char* name, const char* value);
@@ -95,17 +68,20 @@ public:
     [[nodiscard]] bool isValueEnd(const char* position) const noexcept {
         return position >= m_frame.end() || *position == '|' || *position == m_terminator;
     }
-    [[nodiscard]] const char* valueEnd(const char* position) const noexcept {
-        while (!isValueEnd(position))
-            ++position;
-        return position;
-    }
+    [[nodiscard]] const char* valueEnd(const char* position) const noexcept;
+    /// A text of the frame as the message is to hold it: where it stands, or as a copy.
+    [[nodiscard]] bufref keepText(const char* from, const char* end);
     [[nodiscard]] const char* readSigned(const char* position, std::int64_t& value) const noexcept;
 
     /// The row of a token number, or null when the map has no such token or its number is too long for a row.
     [[nodiscard]] FieldRow* row(std::uint32_t id) {
         return id < m_rowsById.size() && m_rowsById[id] != nullptr ? m_rowsById[id] : makeRow(id);
     }
+    /// The row of the field that starts with these bytes, as far as one has been made; otherwise one that
+    /// matches no field.
+    [[nodiscard]] FieldRow* knownRow(std::uint64_t bytes) const noexcept { return m_index.find(bytes); }
+    /// How the layouts of the messages so far follow each other.
+    [[nodiscard]] LayoutTrend& layouts() noexcept { return m_layouts; }
     /// The row before the first field of a message.
     [[nodiscard]] FieldRow* firstRow() noexcept { return &m_firstRow; }
 
@@ -166,8 +142,11 @@ private:
     std::deque<FieldRow> m_rows;       ///< in the order of their first use
     FieldRow m_firstRow;
     FieldRow m_noRow; ///< matches no field: no bytes under an empty mask are 1
+    FieldIndex m_index{&m_noRow};
+    LayoutTrend m_layouts;
     std::array<ExchangeRow, kExchangeRows> m_exchangeRows{};
     BodyParser m_form = bestBodyParser();
+    bool m_textsInFrame = false;
 };
 
 } // namespace KVNAPI

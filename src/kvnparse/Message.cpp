@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <utility>
 
 namespace KVNAPI {
 
@@ -31,9 +32,15 @@ void Message::releaseHeap() noexcept {
 void Message::verifyAdd() {
     if (paircount < _pairsalloc)
         return;
-    const std::int32_t grown = _pairsalloc * 2;
+    growPairs(paircount + 1);
+}
+
+void Message::growPairs(std::int32_t count) {
+    std::int32_t grown = _pairsalloc;
+    while (grown < count)
+        grown *= 2;
     // Pairs need no construction: they are written before they are read.
-    std::unique_ptr<std::byte[]> block(new std::byte[static_cast<std::size_t>(grown) * sizeof(TVPair)]);
+    Block block = BlockPool::take(static_cast<std::size_t>(grown) * sizeof(TVPair));
     std::memcpy(block.get(), pairs, static_cast<std::size_t>(paircount) * sizeof(TVPair));
     m_heapPairs = std::move(block);
     pairs = reinterpret_cast<TVPair*>(m_heapPairs.get());
@@ -102,8 +109,8 @@ void Message::__verifyArea(std::size_t count) {
     std::size_t size = static_cast<std::size_t>(endArea - startArea);
     while (size < used + count)
         size *= 2;
-    std::unique_ptr<char[]> block(new char[size]);
-    char* next = block.get();
+    Block block = BlockPool::take(size);
+    char* next = reinterpret_cast<char*>(block.get());
     if (!leavesInline) {
         const auto moveText = [&next, this](bufref& text) {
             if (!isInArea(text))
@@ -118,7 +125,7 @@ void Message::__verifyArea(std::size_t count) {
                 moveText(pairs[i].s);
     }
     m_heapArea = std::move(block);
-    startArea = m_heapArea.get();
+    startArea = reinterpret_cast<char*>(m_heapArea.get());
     nextArea = next;
     endArea = startArea + size;
 }
@@ -161,7 +168,7 @@ void Message::deepCopy(const Message* source) {
     if (source->paircount > STATICPAIRS) {
         paircount = 0;
         const auto capacity = static_cast<std::size_t>(source->_pairsalloc);
-        m_heapPairs.reset(new std::byte[capacity * sizeof(TVPair)]);
+        m_heapPairs = BlockPool::take(capacity * sizeof(TVPair));
         pairs = reinterpret_cast<TVPair*>(m_heapPairs.get());
         _pairsalloc = source->_pairsalloc;
     }

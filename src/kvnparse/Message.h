@@ -1,12 +1,12 @@
 #pragma once
 
+#include "kvnparse/BlockPool.h"
 #include "kvnparse/Denom.h"
 #include "kvnparse/TVPair.h"
 #include "kvnparse/bufref.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 namespace KVNAPI {
 
@@ -40,7 +40,7 @@ public:
     char* endArea;                        ///< end of the text area
     char* startArea;                      ///< start of the text area, inline or on the heap
 
-    /// Empties the message and gives back any heap storage.
+    /// Empties the message and gives back any heap storage, which the next large message of the thread takes.
     void reset() noexcept {
         symbol.len = 0;
         exchange = nullptr;
@@ -69,6 +69,11 @@ public:
     }
     /// Behind the last slot that needs no growth. For parsers, which fill slots by themselves.
     [[nodiscard]] TVPair* pairsEnd() noexcept { return pairs + _pairsalloc; }
+    /// Makes room for so many pairs in all.
+    void reservePairs(std::int32_t count) {
+        if (count > _pairsalloc)
+            growPairs(count);
+    }
     /// Drops the last pair, if there is one.
     void popPair() noexcept {
         if (paircount > 0)
@@ -92,6 +97,12 @@ public:
     char* verifyArea(std::size_t count) {
         if (count > static_cast<std::size_t>(endArea - nextArea))
             __verifyArea(count);
+        return nextArea;
+    }
+    /// The same where up to `expected` bytes may follow in all, for which an area that has to grow has room.
+    char* verifyArea(std::size_t count, std::size_t expected) {
+        if (count > static_cast<std::size_t>(endArea - nextArea))
+            __verifyArea(expected);
         return nextArea;
     }
     /// Takes `count` verified bytes into use.
@@ -126,6 +137,7 @@ public:
 private:
     void releaseHeap() noexcept;
     void verifyAdd();
+    void growPairs(std::int32_t count);
     void __verifyArea(std::size_t count);
     void __addCopyStr(Token* token, bufref text);
     [[nodiscard]] std::size_t textInArea() const noexcept;
@@ -141,8 +153,8 @@ private:
     std::int32_t _pairsalloc = STATICPAIRS;
     alignas(TVPair) std::byte _pairs[STATICPAIRS * sizeof(TVPair)];
     char _staticArea[kStaticArea];
-    std::unique_ptr<std::byte[]> m_heapPairs;
-    std::unique_ptr<char[]> m_heapArea;
+    Block m_heapPairs;
+    Block m_heapArea;
 };
 
 } // namespace KVNAPI

@@ -43,6 +43,10 @@ public:
     /// Length of the frame that the last message came from, 0 after a failed parse.
     [[nodiscard]] virtual unsigned int msglen() const = 0;
 
+    /// Whether the texts of messages stay in the pushed bytes, and so are only valid while these are; at
+    /// first they are copied into the message. A parser of bytes of its own goes on copying.
+    virtual void setTextsInFrame(bool inFrame) { static_cast<void>(inFrame); }
+
     /// Sets the options of a list of name=value items separated by commas; see setOptions.
     [[nodiscard]] int optionParser(const char* text);
 

@@ -95,6 +95,8 @@ bool QueueReadHandler::ensureParser() {
         eprintf(EPF_CRIT, "Unknown type: -- %s\n", kParserName);
         return false;
     }
+    // A message is gone before the space of its frame is released.
+    parser->setTextsInFrame(true);
     kvnParser = std::move(parser);
     return true;
 }

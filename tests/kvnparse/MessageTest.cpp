@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -109,6 +110,24 @@ TEST_F(MessageTest, GrowthGivesEachOfTwoValuesThatShareBytesItsOwn) {
     for (int i = 0; i < 31; ++i)
         EXPECT_EQ(message.pair(i)->s.view(), std::string(70, 'a'));
     EXPECT_EQ(message.pair(31)->s.view(), std::string(100, 'b'));
+}
+
+TEST_F(MessageTest, LargeMessagesTakeTheBlocksOfEarlierOnes) {
+    const auto fill = [this] {
+        addInts(33);
+        addText(std::string(1500, 'a'));
+        const TVPair* const first = message.pairs;
+        message.reset();
+        return first;
+    };
+    const TVPair* const first = fill();
+    EXPECT_EQ(fill(), first);
+    // A message that outlives the pool of its thread.
+    std::thread([this] {
+        thread_local std::unique_ptr<Message> last;
+        last = std::make_unique<Message>();
+        last->addCopyStr(text, bufref(std::string(100, 'x').data(), 100));
+    }).join();
 }
 
 TEST_F(MessageTest, CopyStringsMakesForeignTextItsOwn) {

@@ -13,6 +13,7 @@
 
 #include <initializer_list>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -144,6 +145,74 @@ TEST_F(ParserForms, AgreeOnDecimalsOfEveryShape) {
             const std::string expected = outcome(parse, parseBodyScalar, bytes);
             for (const BodyParserForm& form : formsHere())
                 ASSERT_EQ(outcome(parse, form.parse, bytes), expected) << form.name << " on " << text;
+        }
+    }
+}
+
+/// Bodies of fields in any order, of sizes around those at which something is done in another way.
+class AnyBody {
+public:
+    std::string next() {
+        const std::size_t counts[] = {1, 3, 12, 31, 32, 33, 63, 64, 65, 129, 300};
+        std::string body;
+        for (std::size_t left = pick(counts); left > 0; --left)
+            body.append(field()).append(left > 1 ? "|" : "");
+        return body;
+    }
+
+private:
+    template<class Choice, std::size_t kCount>
+    const Choice& pick(const Choice (&choices)[kCount]) {
+        return choices[m_random() % kCount];
+    }
+    std::string field() {
+        const char* const ordinary[] = {
+            "1=17", "7=1.5", "8=138115260.125", "20000=123456789", "5=IBM",   "4=37",    "3=9",
+            "9=N",  "6=1",   "10=66",           "5001=0",          "5026=18", "11=cusip"};
+        const char* const odd[] = {"1=-5", "8=-0.25", "7=",   "1=",   "777=unknown", "9=",     "1=x",
+                                   "01=1", "6=0",     "7=1.", "7=.5", "70001=high",  "2=\x03", ""};
+        const std::size_t sizes[] = {0, 1, 15, 16, 17, 31, 32, 33, 63, 64, 65, 127, 128, 513, 16000};
+        switch (m_random() % 64) {
+        case 0:
+            return pick(odd);
+        case 1:
+            return "2=" + std::string(pick(sizes), 'a');
+        case 2:
+        case 3:
+            return "2=" + std::string(m_random() % 40, 'b');
+        case 4:
+            return std::to_string(21000 + m_random() % 20000) + "=5";
+        default:
+            return pick(ordinary);
+        }
+    }
+
+    std::mt19937 m_random{20131007};
+};
+
+TEST_F(ParserForms, AgreeOnFieldsInAnyOrder) {
+    // More fields than an index of them has places for.
+    for (int number = 21000; number < 41000; ++number)
+        map.add(number, ("FIELD." + std::to_string(number)).c_str(), Token::TY_INT);
+    GuardedBytes memory(1 << 20);
+    AnyBody bodies;
+    std::vector<std::unique_ptr<KVNParse>> parsers;
+    for (int i = 0; i < 4000; ++i) {
+        const std::string frame = frameOf(bodies.next());
+        const std::string expected = outcome(parse, parseBodyScalar, bufref(frame.data(), frame.size()));
+        std::size_t next = 0;
+        for (const BodyParserForm& form : formsHere()) {
+            for (const bool inFrame : {false, true}) {
+                if (next == parsers.size()) {
+                    parsers.push_back(std::make_unique<KVNParse>());
+                    ASSERT_EQ(parsers.back()->setMetaMap(&map), 0);
+                    parsers.back()->setTextsInFrame(inFrame);
+                }
+                const auto side =
+                    (i + inFrame) % 2 == 0 ? GuardedBytes::END_AT_GUARD : GuardedBytes::START_AT_GUARD;
+                ASSERT_EQ(outcome(*parsers[next++], form.parse, memory.place(frame, side)), expected)
+                    << form.name << " on " << frame;
+            }
         }
     }
 }
@@ -302,18 +371,41 @@ std::size_t allocationsFor(Parser& parser, const std::string& body) {
     return allocationsOfThisThread() - before;
 }
 
-TEST_F(ParserTest, AllocatesNothingUpTo32PairsAnd64BytesOfText) {
+TEST_F(ParserTest, AllocatesNothingAfterTheFirstMessageOfItsSize) {
     const auto bodyOf = [](int pairs, std::size_t text) {
         std::string body = "5=IBM|4=37|2=" + std::string(text, 'x');
         for (int i = 1; i < pairs; ++i)
             body += i % 2 == 0 ? "|7=167.42" : "|1=29000";
-        return body;
+        return body + "|2=" + std::string(text, 'y');
     };
-    EXPECT_EQ(allocationsFor(*parser, bodyOf(32, 61)), 0U);
     EXPECT_EQ(allocationsFor(*parser, "777=unknown|1="), 0U);
-    // One more of either costs one allocation.
-    EXPECT_EQ(allocationsFor(*parser, bodyOf(33, 61)), 100U);
-    EXPECT_EQ(allocationsFor(*parser, bodyOf(32, 62)), 100U);
+    for (const bool inFrame : {true, false}) {
+        parser->setTextsInFrame(inFrame);
+        for (const int pairs : {31, 32, 33, 64, 256})
+            for (const std::size_t text : {8U, 62U, 1000U, 20000U})
+                EXPECT_EQ(allocationsFor(*parser, bodyOf(pairs, text)), 0U)
+                    << pairs << ' ' << text << ' ' << inFrame;
+    }
+}
+
+TEST_F(ParserTest, TextsStandInTheFrameOnlyWhereThatIsWanted) {
+    const std::string original = frameOf("5=IBM|2=" + std::string(100, 'x') + "|777=unknown|1=1|2=end");
+    for (const BodyParserForm& form : formsHere()) {
+        for (const bool inFrame : {false, true}) {
+            std::string frame = original;
+            KVNParse parse;
+            ASSERT_EQ(parse.setMetaMap(&map), 0);
+            parse.setTextsInFrame(inFrame);
+            Message message;
+            ASSERT_EQ(parse.parseWith(form.parse, bufref(frame.data(), frame.size()), &message), 0);
+            const auto isInFrame = [&frame](bufref text) {
+                return text.buf >= frame.data() && text.end() <= frame.data() + frame.size();
+            };
+            EXPECT_EQ(isInFrame(message.symbol), inFrame) << form.name;
+            for (const int pair : {0, 2, 4})
+                EXPECT_EQ(isInFrame(message.pair(pair)->s), inFrame) << form.name << ' ' << pair;
+        }
+    }
 }
 
 } // namespace
