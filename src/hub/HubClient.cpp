@@ -234,10 +234,21 @@ void HubClient::readableEvent(double curtime) {
     }
     const bool waited = waitsForBoxPerms();
     m_reader.read(curtime);
+    noteChanges(waited);
+}
+
+/// What bytes that were taken have led to is looked at soon: a wait for siblings that has begun, or the end
+/// of the connection.
+void HubClient::noteChanges(bool waited) {
     if (waitsForBoxPerms() != waited)
         m_session.hubHasChanged();
     if (m_responseQueue->sawEndOfStream() && isReady())
         ask(HubEventReactor::kSupervise);
+}
+
+void HubClient::continueHeldReads(double curtime) {
+    m_reader.continueHeldReads(curtime);
+    noteChanges(waitsForBoxPerms());
 }
 
 void HubClient::writableEvent(double) {
@@ -251,10 +262,12 @@ void HubClient::writableEvent(double) {
 }
 
 bool HubClient::twentyFiveMsTick(double now) {
+    const bool waited = waitsForBoxPerms();
     m_handshake.tick();
     m_reader.readLeftOver();
+    noteChanges(waited);
     continueHeldReads(now);
-    return isReady() ? !m_responseQueue->isQuiet() : connected();
+    return isReady() ? m_reader.holdsReads() || !m_responseQueue->isQuiet() : connected();
 }
 
 void HubClient::leaveAfterReadFailure() {
@@ -282,6 +295,7 @@ void HubClient::becomeReady() {
     m_session.enterReadyHub(this);
     if (HubEventReactor* const reactor = getReactor(); isWatchlistInUse() && reactor != nullptr)
         reactor->sendWLRequests(this);
+    ask(HubEventReactor::kWriteRequests);
     const std::string address = m_address.dialled();
     if (m_last_reset_time != 0.0)
         eprintf(EPF_DBUG, "HubClient for %s:%d completed initialization %f seconds after last reset",

@@ -175,7 +175,7 @@ public:
     /// tick.
     bool twentyFiveMsTick(double now);
     /// Checks how full the queue is, and goes on with what has waited for space in it.
-    void continueHeldReads(double curtime) { m_reader.continueHeldReads(curtime); }
+    void continueHeldReads(double curtime);
     /// True when messages have come in since the last time.
     bool calcStats(double curtime);
     void calcQueueFullStats();
@@ -209,6 +209,7 @@ public:
 private:
     [[nodiscard]] Dial settle(HubSocket::Progress progress);
     void ask(unsigned what) const;
+    void noteChanges(bool waited);
     void reset();
     void forgetConnection();
 

@@ -16,8 +16,9 @@ struct HubClientOptions {
     HostConfigImpl* host = nullptr; ///< its settings; borrowed
     long connectionTimeout = 0;     ///< seconds
     long connectionRetryLimit = 0;
-    long readTimeout = 0; ///< seconds; 0 turns the heartbeat and both time-out tests off
-    long queueSize = 0;   ///< megabytes
+    long readTimeout = 0;       ///< seconds; 0 turns the heartbeat and both time-out tests off
+    double dialNotBefore = 0.0; ///< monotonic, in seconds
+    long queueSize = 0;         ///< megabytes
     bool compression = false;
     bool watchlistInUse = false;
     bool isDummy = false; ///< a placeholder with a queue, but without socket and reactor

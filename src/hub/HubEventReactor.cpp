@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <set>
 #include <vector>
 
@@ -37,6 +38,7 @@ void giveUp(RequestInternal& request) {
 /// One pass of the pump: what has been done, and what is left to do once the mutex is free.
 struct HubEventReactor::Pass {
     unsigned budget;
+    double now; ///< monotonic
     int sent = 0;
     bool timeoutHit = false;
     std::vector<HubClient*> outOfStep;
@@ -75,7 +77,7 @@ bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, boo
 std::optional<double> HubEventReactor::writeRequests() {
     const double start = tp::Clock::monotonic();
     if (const unsigned allowance = m_pace.allowance(start); allowance > 0) {
-        const int sent = handle_hub_requests(allowance);
+        const int sent = write(allowance, start);
         const double end = tp::Clock::monotonic();
         m_pace.note(end, static_cast<unsigned>(sent));
         if (end - start >= kNextTry)
@@ -95,8 +97,13 @@ bool HubEventReactor::hasRequests() {
 }
 
 int HubEventReactor::handle_hub_requests(unsigned budget) {
+    return write(budget, std::numeric_limits<double>::infinity());
+}
+
+/// `now` is later than the end of each block that is over.
+int HubEventReactor::write(unsigned budget, double now) {
     const double start = tp::Clock::monotonic();
-    Pass pass{budget, 0, false, {}, {}};
+    Pass pass{budget, now, 0, false, {}, {}};
     double locked = start;
     double done = start;
     {
@@ -146,6 +153,11 @@ std::deque<HubClient*> HubEventReactor::hubsInTurn() const {
 
 // One turn of a hub; false when nothing more is to be done for it now.
 bool HubEventReactor::serveHub(HubClient& client, Pass& pass) {
+    if (const auto blocked = m_blockedUntil.find(&client); blocked != m_blockedUntil.end()) {
+        if (pass.now < blocked->second)
+            return false;
+        m_blockedUntil.erase(blocked);
+    }
     // A hub that has come back gets what stands in its watchlist before its queue, in the order of the tags.
     if (const auto replay = hubsSendingWLrequests.find(&client); replay != hubsSendingWLrequests.end()) {
         if (const auto request = client.getWatchlist()->getNextRequest(replay->second))
@@ -228,6 +240,7 @@ HubEventReactor::Sent HubEventReactor::sendTo(HubClient& client, const RequestIn
         if (text.size() > kMaxRequestText)
             return Sent::TooLong;
         pass.timeoutHit = result == -2;
+        m_blockedUntil[&client] = tp::Clock::monotonic() + kNextTry;
         pass.outOfStep.push_back(&client);
         return Sent::No;
     }
@@ -267,6 +280,7 @@ void HubEventReactor::sendWLRequests(HubClient* client) {
 void HubEventReactor::forgetClient(HubClient* client) {
     const tp::MutexLock lock(m_request_mutex);
     hubsSendingWLrequests.erase(client);
+    m_blockedUntil.erase(client);
 }
 
 std::vector<std::unique_ptr<RequestInternal>> HubEventReactor::takeRequestsOf(HubClient* client) {

@@ -70,6 +70,7 @@ private:
     using RequestQueue = std::deque<std::unique_ptr<RequestInternal>>;
     enum class Sent { Yes, No, TooLong };
 
+    int write(unsigned budget, double now) TP_EXCLUDES(m_request_mutex);
     [[nodiscard]] bool hasRequests() TP_EXCLUDES(m_request_mutex);
     [[nodiscard]] std::deque<HubClient*> hubsInTurn() const TP_REQUIRES(m_request_mutex);
     [[nodiscard]] bool serveHub(HubClient& client, Pass& pass) TP_REQUIRES(m_request_mutex);
@@ -82,11 +83,13 @@ private:
     void finish(HubClient& client, const RequestInternal& request, Pass& pass) TP_REQUIRES(m_request_mutex);
 
     tp::Mutex m_request_mutex{
-        kLockReactorRequest}; ///< guards the three below, also while requests are written
+        kLockReactorRequest}; ///< guards the four below, also while requests are written
     /// What waits for each hub, in the order in which it was pushed. A hub may have an empty queue.
     std::map<HubClient*, RequestQueue> requestQueue TP_GUARDED_BY(m_request_mutex);
     /// Hubs that replay their watchlist, each with the tag last replayed.
     std::map<HubClient*, int64_t> hubsSendingWLrequests TP_GUARDED_BY(m_request_mutex);
+    /// Hubs that took nothing, and until when they are passed over: each try costs the others time.
+    std::map<const HubClient*, double> m_blockedUntil TP_GUARDED_BY(m_request_mutex);
     const HubClient* m_lastServed TP_GUARDED_BY(m_request_mutex) = nullptr; ///< its turn is the last one now
 
     const int index;

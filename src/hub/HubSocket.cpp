@@ -28,9 +28,9 @@ namespace {
 constexpr int kWaitSliceMilliseconds = 100;
 constexpr double kDefaultStallSeconds = 30.0;
 /// The least time between two dials, in seconds: a hub that comes up and is lost again and again is dialled
-/// no more than once a second, and a first dial is not followed at once by that of the next turn.
+/// no more than once a second, and a first dial is not followed soon by that of the next turn.
 constexpr double kBeforeFirstDial = 1.0;
-constexpr double kBeforeDial = 0.5;
+constexpr double kBeforeDial = 0.9;
 /// How long the handshake of the last dial that is allowed has before the count of dials is held against it.
 constexpr double kForHandshake = 0.9;
 
@@ -53,7 +53,8 @@ HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
     , m_session(session)
     , m_connectionTimeout(options.connectionTimeout)
     , m_connectionRetryLimit(options.connectionRetryLimit)
-    , m_readTimeout(options.readTimeout) {}
+    , m_readTimeout(options.readTimeout)
+    , m_dialNotBefore(options.dialNotBefore) {}
 
 HubSocket::Progress HubSocket::begin() {
     m_connectErrno = 0;
@@ -104,6 +105,8 @@ void HubSocket::noteDial() {
 bool HubSocket::mayDial(bool isTurn) const {
     if (state() == State::Dialling)
         return true;
+    if (secondsSince(m_dialNotBefore) < 0.0)
+        return false;
     if (!isTurn && (m_outage.isDialled() || state() == State::AwaitsManager))
         return false;
     return secondsSince(m_lastDial) >= (isTurn ? kBeforeDial : kBeforeFirstDial);

@@ -108,6 +108,7 @@ private:
     const long m_connectionTimeout; ///< seconds
     const long m_connectionRetryLimit;
     const long m_readTimeout; ///< seconds
+    const double m_dialNotBefore;
 
     SocketHandle m_fd;
     std::atomic<State> m_state{State::Closed};

@@ -67,7 +67,8 @@ bool Queue::awaitEmpty() {
 }
 
 bool Queue::isQuiet() const {
-    const bool isReportDue = m_jitConflation && m_lastJitPct >= m_jitThreshold;
+    const int level = std::max(m_lastJitPct, m_max_report_pct_full.load(std::memory_order_relaxed));
+    const bool isReportDue = m_jitConflation && level >= m_jitThreshold;
     return getPctFull() == 0 && !readsSuspended() && !m_inputLeft && !isReportDue;
 }
 

@@ -180,7 +180,7 @@ public:
         m_responses.expectAgain(request, client);
     }
     void noteWritten(int64_t tag, HubClient* client) override { m_responses.noteWritten(tag, client); }
-    void loseRequest(int64_t tag, HubClient* client) override;
+    void loseRequest(int64_t tag, HubClient* client) override { m_merger.loseRequest(tag, client); }
     void endOutstanding(HubClient* client) override { m_merger.endOutstanding(client); }
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) override;
     [[nodiscard]] const RetCodeTexts& getRetCodeTexts() const override { return *this; }
@@ -385,7 +385,7 @@ private:
     TagCounter m_tags;
     Watchlist watchlist;
     ResponseBook m_responses;
-    LostRequests m_lost;
+    LostRequests m_lost{[this] { askForCheck(); }};
     ResponseMerger m_merger{*this, {m_responses, m_lost, watchlist}};
     RequestQueue m_queue{watchlist, m_responses, *this, [this] { wakeMaster(); }};
     RequestRouter m_router{*this, {m_sources.routes(), m_split, watchlist, m_responses, m_lost, m_queue}};

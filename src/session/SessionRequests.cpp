@@ -92,13 +92,6 @@ bool SessionImpl::writeLocalMessage(const std::string& text) {
 
 void SessionImpl::takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) {
     m_router.takeBackRequest(std::move(request), client);
-    wakeMaster();
-    askForCheck();
-}
-
-void SessionImpl::loseRequest(int64_t tag, HubClient* client) {
-    m_merger.loseRequest(tag, client);
-    askForCheck();
 }
 
 bool SessionImpl::isEndingLostRequests() {

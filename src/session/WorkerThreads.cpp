@@ -162,6 +162,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.connectionTimeout = host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG);
         options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);
         options.readTimeout = host.getUsableLong(HostConfig::READ_TIMEOUT_LONG);
+        options.dialNotBefore = m_changeOver.dialNotBefore();
         options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
         options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
         options.watchlistInUse = settings().isWatchlistOn();
@@ -190,9 +191,10 @@ void SessionImpl::check_user_events() {
 
 bool SessionImpl::check_session_events() {
     m_lost.beginCheck();
-    if (m_check.check())
+    // Source events are the master's.
+    if (m_check.check() || getState() != tivra::Session::TIVRA_SESSION_ESTABLISHED)
         wakeMaster();
-    if (m_firstHubs.isNextDue())
+    if (m_firstHubs.isNextDue() && !m_run.isGivenUp())
         askForCheck();
     const bool isDelivered = m_events.deliver(*sessionHandler, kEventsPerCheck);
     if (isDelivered) {

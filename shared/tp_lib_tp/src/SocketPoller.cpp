@@ -25,10 +25,11 @@ constexpr unsigned kAllFlags = ~0U;
 SocketPoller::SocketPoller(Backend backend) {
     if (backend == Backend::automatic)
         probeEPoll();
-    if (m_epoll_supported && m_wakeEvent.isUsable())
-        control(EPOLL_CTL_ADD, "addEPoll", {m_wakeEvent.fd(), POLLIN, 0}, nullptr);
-    else if (!m_epoll_supported)
+    if (!m_epoll_supported)
         m_polled.reserve(maxEvents + 1);
+    else if (m_wakeEvent.isUsable() &&
+             !control(EPOLL_CTL_ADD, "addEPoll", {m_wakeEvent.fd(), POLLIN, 0}, nullptr))
+        m_wakeEvent.close();
 }
 
 SocketPoller::~SocketPoller() {
@@ -68,14 +69,17 @@ void SocketPoller::remove(const Entry& entry, Event* event) {
     control(EPOLL_CTL_DEL, "delEPoll", entry, event);
 }
 
-void SocketPoller::control(int operation, const char* name, const Entry& entry, Event* event) {
+/// False when it could not be done, which has been logged.
+bool SocketPoller::control(int operation, const char* name, const Entry& entry, Event* event) {
     if (!m_epoll_supported)
-        return;
+        return true;
     epoll_event wanted{};
     wanted.events = static_cast<unsigned short>(entry.events);
     wanted.data.ptr = event;
-    if (::epoll_ctl(m_epoll_fd, operation, entry.fd, &wanted) != 0)
-        eprintf(EPF_CRIT, "Error %s %d:%s", name, entry.fd, std::strerror(errno));
+    if (::epoll_ctl(m_epoll_fd, operation, entry.fd, &wanted) == 0)
+        return true;
+    eprintf(EPF_CRIT, "Error %s %d:%s", name, entry.fd, std::strerror(errno));
+    return false;
 }
 
 void SocketPoller::clearPending(const Event* event, unsigned flags) {

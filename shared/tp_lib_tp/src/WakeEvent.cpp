@@ -11,8 +11,13 @@ namespace tp {
 WakeEvent::WakeEvent() : m_fd(aboveStandardStreams(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {}
 
 WakeEvent::~WakeEvent() {
+    close();
+}
+
+void WakeEvent::close() noexcept {
     if (m_fd >= 0)
         ::close(m_fd);
+    m_fd = -1;
 }
 
 void WakeEvent::signal() noexcept {

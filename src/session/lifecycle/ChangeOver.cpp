@@ -9,6 +9,7 @@ namespace tivra_internal {
 namespace {
 
 constexpr double kSecondsBetweenFailovers = 15.0;
+constexpr double kSecondsBeforeDial = 1.0; ///< after a forced one
 
 } // namespace
 
@@ -25,6 +26,7 @@ void ChangeOver::startFailover(bool force) {
     m_run.leaveForOthers();
     eprintf(EPF_INFO, "Begin failover");
     m_lastFailoverTime = now;
+    m_dialNotBefore = force ? now + kSecondsBeforeDial : 0.0;
     wake();
 }
 
@@ -53,6 +55,7 @@ void ChangeOver::turn() {
 void ChangeOver::forget() {
     m_asked = Asked::Nothing;
     m_lastFailoverTime = 0.0;
+    m_dialNotBefore = 0.0;
 }
 
 } // namespace tivra_internal

@@ -29,6 +29,9 @@ public:
     /// `force` goes past the least time between two changes.
     void startFailover(bool force);
     void startDicReload();
+    /// Before this the hubs of the side in use are not dialled: changes that a start forces, one after the
+    /// other, keep to a pace. Monotonic, in seconds.
+    [[nodiscard]] double dialNotBefore() const { return m_dialNotBefore; }
     /// One of them is asked for.
     [[nodiscard]] bool isAskedFor() const { return m_asked != Asked::Nothing; }
     /// The hubs are gone: the side changes when that is asked for, and what comes next may ask for another
@@ -51,6 +54,7 @@ private:
     tp::Mutex m_failover_mutex; ///< makes a change-over single
     std::atomic<Asked> m_asked{Asked::Nothing};
     std::atomic<double> m_lastFailoverTime{0.0}; ///< monotonic; 0.0: none since the start
+    std::atomic<double> m_dialNotBefore{0.0};
     std::atomic<bool> m_isFailoverEnabled{false};
     std::atomic<bool> m_useBackup{false};
 };

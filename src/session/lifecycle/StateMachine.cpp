@@ -109,7 +109,7 @@ HubCounts StateMachine::countHubs() {
             ++counts.ready;
         else if (isComingXref)
             isLatched = true;
-        else if (!client->life().isGivenUp() && !isLatched)
+        else if (!client->life().leavesForGood() && !isLatched)
             ++counts.notReady;
         if (isComingXref)
             noteComingXref(*client, isReady);
@@ -124,8 +124,10 @@ void StateMachine::sessionDown(const HubCounts& counts) {
     // The one hub that is missing may be the first hub, which waits for nobody any more.
     if (counts.notReady == 1)
         (void)continueFirstHub();
-    if (const HubSourceStatus::StateEvent change = stateChange())
+    if (const HubSourceStatus::StateEvent change = stateChange()) {
+        m_parts.sources.hubStatus().raiseSourceEvents();
         m_parts.events.pushState(*change);
+    }
 }
 
 /// The newest first hub holds back until all others have their box permissions: lets it go on. False when it

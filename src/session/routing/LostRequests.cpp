@@ -5,10 +5,14 @@ namespace tivra_internal {
 void LostRequests::add(const HubClient* hub, const std::vector<int64_t>& tags) {
     if (tags.empty())
         return;
-    tp::MutexLock lock(m_mutex);
-    std::deque<Lost>& lost = m_lost[hub];
-    for (const int64_t tag : tags)
-        lost.push_back({tag, m_lastCheck, hub != nullptr});
+    {
+        tp::MutexLock lock(m_mutex);
+        std::deque<Lost>& lost = m_lost[hub];
+        for (const int64_t tag : tags)
+            lost.push_back({tag, m_lastCheck, hub != nullptr});
+    }
+    if (m_wake)
+        m_wake();
 }
 
 void LostRequests::stopWaitingForQueue(const HubClient* hub) {

@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include <tp/Mutex.h>
@@ -17,6 +19,9 @@ class HubClient;
 /// loss. Those of hubs that have left the session stand under null. @thread any
 class LostRequests {
 public:
+    /// `wake` is called when there are more, for the session check, which reports the loss before them.
+    explicit LostRequests(std::function<void()> wake = {}) : m_wake(std::move(wake)) {}
+
     void add(const HubClient* hub, const std::vector<int64_t>& tags);
     /// The hub's queue has been emptied for a new connection: the tags need not wait for it any more.
     void stopWaitingForQueue(const HubClient* hub);
@@ -40,6 +45,7 @@ private:
         bool waitsForQueue;
     };
 
+    const std::function<void()> m_wake;
     tp::Mutex m_mutex; ///< guards what follows
     std::map<const HubClient*, std::deque<Lost>> m_lost TP_GUARDED_BY(m_mutex);
     uint64_t m_lastCheck TP_GUARDED_BY(m_mutex) = 0;

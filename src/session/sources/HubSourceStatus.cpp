@@ -48,6 +48,7 @@ void HubSourceStatus::raise(StateEvent stateEvent) {
 
 void HubSourceStatus::noteRecovery(StateEvent stateEvent) {
     tp::MutexLock lock(m_hubSourceStatus_mutex);
+    raisePending();
     raise(stateEvent);
     for (HubClient* client : m_hubDownLst) {
         HubStatus& status = hubStatusMap[client];
@@ -64,6 +65,7 @@ void HubSourceStatus::noteRecovery(StateEvent stateEvent) {
 void HubSourceStatus::noteEstablished(const std::vector<HubClient*>& hubs, const EntitledSources& entitled,
                                       bool isNew, const HubCounts& counts, StateEvent stateEvent) {
     tp::MutexLock lock(m_hubSourceStatus_mutex);
+    raisePending();
     for (HubClient* client : hubs) {
         hubSrcLstMap[client];
         HubStatus& status = hubStatusMap[client];
@@ -86,6 +88,11 @@ void HubSourceStatus::noteEstablished(const std::vector<HubClient*>& hubs, const
 
 void HubSourceStatus::raiseSourceEvents() {
     tp::MutexLock lock(m_hubSourceStatus_mutex);
+    raisePending();
+}
+
+/// What a change has left to be told, which the next change would overwrite.
+void HubSourceStatus::raisePending() {
     for (auto& [client, status] : hubStatusMap) {
         const SessionEvent::Types before = status.prevStatus;
         if (status.currStatus == SessionEvent::TIVRA_SESSION_RECOVERY &&

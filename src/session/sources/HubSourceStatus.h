@@ -50,6 +50,7 @@ public:
     void raiseSourceEvents();
 
 private:
+    void raisePending() TP_REQUIRES(m_hubSourceStatus_mutex);
     void raise(StateEvent stateEvent);
     void raiseSourceEventsOf(HubClient* client, tivra::SessionEvent::Types type)
         TP_REQUIRES(m_hubSourceStatus_mutex);

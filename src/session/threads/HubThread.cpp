@@ -35,8 +35,11 @@ HubThread::HubThread(HubEventReactor& reactor, HubThreadWork& work)
     , m_requests(reactor,
                  [this](double) { return m_reactor.writeRequests().value_or(restOr(kFiftyMilliseconds)); })
     , m_fillLevel(reactor, [this](double now) {
-        return m_work.calc_hub_queue_full_stats(now, m_reactor) ? kTwentyFiveMilliseconds
-                                                                : restOr(kTwentyFiveMilliseconds);
+        if (!m_work.calc_hub_queue_full_stats(now, m_reactor))
+            return restOr(kTwentyFiveMilliseconds);
+        // It may have taken bytes in.
+        m_statistics.endRest(now + kHundredMilliseconds);
+        return kTwentyFiveMilliseconds;
     }) {
     m_reactor.setListener(this);
 }

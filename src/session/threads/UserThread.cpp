@@ -12,8 +12,13 @@ constexpr double kTenMilliseconds = 0.01;
 } // namespace
 
 UserThread::UserThread(UserEventReactor& reactor, UserThreadWork& work)
-    : m_reactor(reactor), m_work(work), m_statistics(reactor, [this](double now) {
-        const bool isMoving = m_work.calc_user_stats(now, m_reactor);
+    : m_reactor(reactor)
+    , m_work(work)
+    , m_statistics(reactor,
+                   [this](double now) {
+                       return m_work.calc_user_stats(now, m_reactor) ? kHundredMilliseconds : Timer::kRest;
+                   })
+    , m_lostAnswers(reactor, [this](double) {
         switch (m_work.endLostRequests(m_reactor)) {
         case UserThreadWork::Lost::MoreNow:
             return 0.0;
@@ -22,7 +27,7 @@ UserThread::UserThread(UserEventReactor& reactor, UserThreadWork& work)
         case UserThreadWork::Lost::NoMore:
             break;
         }
-        return isMoving ? kHundredMilliseconds : Timer::kRest;
+        return Timer::kRest;
     }) {
     m_reactor.setListener(this);
 }
@@ -40,7 +45,7 @@ void UserThread::run() {
 
 void UserThread::asked(unsigned what, double) {
     if ((what & UserThreadWork::kEndLostRequests) != 0)
-        m_statistics.runSoon();
+        m_lostAnswers.runSoon();
 }
 
 void UserThread::sourcesReady(double now) {

@@ -33,7 +33,8 @@ private:
 
     UserEventReactor& m_reactor;
     UserThreadWork& m_work;
-    Timer m_statistics; ///< every 100 ms while messages go out or answers are lost
+    Timer m_statistics;  ///< every 100 ms while messages go out
+    Timer m_lostAnswers; ///< every 10 ms while there are some
 };
 
 } // namespace tivra_internal

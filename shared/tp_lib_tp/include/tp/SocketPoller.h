@@ -54,7 +54,7 @@ public:
 
 private:
     void probeEPoll();
-    void control(int operation, const char* name, const Entry& entry, Event* event);
+    bool control(int operation, const char* name, const Entry& entry, Event* event);
     [[nodiscard]] int waitEPoll(int milliseconds);
     [[nodiscard]] int waitPoll(Table& sockets, int milliseconds);
     void serveEPoll(double curtime);

@@ -16,13 +16,15 @@ public:
 
     [[nodiscard]] int fd() const noexcept { return m_fd; }
     [[nodiscard]] bool isUsable() const noexcept { return m_fd >= 0; }
+    /// It can't be waited for. Before any other thread knows it.
+    void close() noexcept;
     /// @thread any
     void signal() noexcept;
     /// What is signalled from here on makes it readable again. @thread the one that waits
     void drain() noexcept;
 
 private:
-    const int m_fd;
+    int m_fd;
     std::atomic<bool> m_isSignalled{false};
 };
 
