@@ -3,13 +3,15 @@
 #include "kvnparse/Framer.h"
 #include "kvnparse/Parser.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
 namespace KVNAPI {
 
-/// Couples a parser of bodies to a framer, which it owns: the class behind the parser names "kvn" and "vkvn".
-template<class Parse>
+/// Couples a parser of bodies to a framer, which it owns, and to the verifier of the same frames: the class
+/// behind the parser names "kvn" and "vkvn".
+template<class Parse, class Verify>
 class FrameWrap final : public Parser {
 public:
     FrameWrap(const char* framerName, int maxBufferSize)
@@ -26,12 +28,14 @@ public:
         bufref frame;
         if (const int result = m_frame->pull(&frame); result != 0)
             return result;
-        if (m_parser.parse(frame, message) != 0) {
-            m_msglen = 0;
-            return -1;
-        }
-        m_msglen = static_cast<std::int32_t>(frame.len);
-        return 0;
+        return parseWhole(frame, message);
+    }
+
+    [[nodiscard]] int parseFrame(bufref frame, Message* message) override {
+        const std::ptrdiff_t length = m_verify.verifyFrame(frame.buf, frame.end());
+        if (length <= 0 || static_cast<bufref_len_t>(length) != frame.len)
+            return 1;
+        return parseWhole(frame, message);
     }
 
     [[nodiscard]] int pull(bufref*) override { return -1; }
@@ -40,6 +44,16 @@ public:
     void setTextsInFrame(bool inFrame) override { m_parser.setTextsInFrame(inFrame); }
 
 private:
+    [[nodiscard]] int parseWhole(bufref frame, Message* message) {
+        if (m_parser.parse(frame, message) != 0) {
+            m_msglen = 0;
+            return -1;
+        }
+        m_msglen = static_cast<std::int32_t>(frame.len);
+        return 0;
+    }
+
+    const Verify m_verify{};
     std::unique_ptr<Framer> m_frame;
     Parse m_parser;
     std::int32_t m_msglen = 0;

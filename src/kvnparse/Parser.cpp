@@ -21,6 +21,10 @@ void registerParser(parserFactory_t factory, const char* name, const char* desc)
     ParserList.registerName(factory, name, desc);
 }
 
+int Parser::parseFrame(bufref, Message*) {
+    return 1;
+}
+
 int Parser::optionParser(const char* text) {
     return setOptions(*this, text);
 }

@@ -34,6 +34,11 @@ public:
     /// with its text in te_geterror. The next call goes on with the next frame.
     [[nodiscard]] virtual int pull(Message* message) = 0;
 
+    /// For a caller who has one frame in hand and nothing else: fills the message from it, past what has been
+    /// pushed. Returns 0 or -1 as pull does, or 1, with nothing done, when the bytes are not exactly one
+    /// whole frame or the parser has no such way: push and pull say what is in them.
+    [[nodiscard]] virtual int parseFrame(bufref frame, Message* message);
+
     /// For parsers that hand out plain bytes: fills `*out`. Others return -1.
     [[nodiscard]] virtual int pull(bufref* out) = 0;
 

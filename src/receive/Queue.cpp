@@ -9,6 +9,8 @@
 
 #include "receive/FrameHandler.h"
 #include "receive/QueueWaker.h"
+#include "receive/RingFrame.h"
+#include "receive/ServeTurn.h"
 
 namespace tivra_internal {
 
@@ -81,6 +83,7 @@ Queue::Queue(std::size_t megabytes, bool useCompression, QueueHub* hub, int queu
 Queue::~Queue() = default;
 
 void Queue::setQueueHandler(FrameHandler* handler) {
+    const Interruption interruption(m_interruptions);
     tp::MutexLock lock(m_reset_mutex);
     m_queueReadHandler = handler;
 }
@@ -114,12 +117,12 @@ void Queue::movePointersToStart() {
         tp::MutexLock lock(m_write_mutex);
         m_WriteQueue.store(m_BufferStart, std::memory_order_release);
     }
-    tp::MutexLock lock(m_read_mutex);
     m_ReadQueue.store(m_BufferStart, std::memory_order_release);
 }
 
 void Queue::reset() {
     {
+        const Interruption interruption(m_interruptions);
         tp::MutexLock lock(m_reset_mutex);
         movePointersToStart();
         m_numOutstandingQueries.store(0, std::memory_order_relaxed);
@@ -176,35 +179,60 @@ bool Queue::writeToQueue(const char* kvn_str, std::size_t len) {
     return true;
 }
 
-// The ring's space is released only after the application's callback has returned: a frame is decoded where
-// it lies.
 bool Queue::PopElement() {
     tp::MutexLock lock(m_reset_mutex);
+    const bool delivered = popOne();
+    announceRoom();
+    return delivered;
+}
+
+void Queue::popFrames(ServeTurn& turn) {
+    tp::MutexLock lock(m_reset_mutex);
+    do
+        popOne();
+    while (!isEmpty() && m_interruptions.load(std::memory_order_relaxed) == 0 && turn.mayGoOn());
+    announceRoom();
+}
+
+// The ring's space is released only after the application's callback has returned: a frame is decoded where
+// it lies.
+bool Queue::popOne() {
     char* read = m_ReadQueue.load(std::memory_order_relaxed);
-    if (m_knownWritten == read) {
-        tp::MutexLock writeLock(m_write_mutex);
+    if (m_knownWritten == read)
         m_knownWritten = m_WriteQueue.load(std::memory_order_acquire);
-    }
     char* const written = m_knownWritten;
     if (written == read)
         return false;
     if (read == m_BufferEnd)
         read = m_BufferStart;
 
-    FrameScan scan;
-    scan.nextElement = read;
+    char* next = read;
     bool delivered = false;
-    if (written != read) {
-        const bool valid = written > read ? popInPlace(read, written, scan) : popSplit(read, written, scan);
-        delivered = valid && deliver(scan);
+    if (const std::size_t length = wholeFrameAt(read, written >= read ? written : m_BufferEnd)) {
+        next = read + length;
+        delivered = deliver(read, length);
+    } else if (written != read) {
+        FrameScan scan;
+        delivered = popUnusual(read, written, scan) && deliver(scan.msgStart, scan.msgLen);
+        next = scan.nextElement;
     }
-    {
-        tp::MutexLock readLock(m_read_mutex);
-        m_ReadQueue.store(scan.nextElement, std::memory_order_release);
-    }
+    m_ReadQueue.store(next, std::memory_order_release);
     if (m_wakeBelow.load(std::memory_order_relaxed) >= 0)
         wakeIfRoom();
     return delivered;
+}
+
+// The loads of popOne may run ahead of its stores, and miss a producer that begins to wait. In the one order
+// of all sequentially consistent accesses either this sees that it waits, or it sees the room.
+void Queue::announceRoom() {
+    m_ReadQueue.store(m_ReadQueue.load(std::memory_order_relaxed), std::memory_order_seq_cst);
+    if (m_wakeBelow.load(std::memory_order_seq_cst) >= 0)
+        wakeIfRoom();
+}
+
+// No frame lies whole at the very place.
+bool Queue::popUnusual(char* read, char* written, FrameScan& scan) {
+    return written > read ? popInPlace(read, written, scan) : popSplit(read, written, scan);
 }
 
 bool Queue::popInPlace(char* read, char* written, FrameScan& scan) {
@@ -289,17 +317,17 @@ void Queue::skipInCopy(char* read, char* written, std::size_t copied, const Fram
     }
 }
 
-bool Queue::deliver(const FrameScan& scan) {
+bool Queue::deliver(char* frame, std::size_t length) {
     if (m_queueReadHandler != nullptr) {
         uint64_t netMsgs = 0;
-        const unsigned failed = m_queueReadHandler->process_kvn_buffer(scan.msgStart, scan.msgLen, &netMsgs);
+        const unsigned failed = m_queueReadHandler->process_kvn_buffer(frame, length, &netMsgs);
         m_stats.out.m_net_msgs_out.add(netMsgs);
         if (failed != 0) {
             m_stats.out.cum_out_dropped_bytes.add(failed);
             return false;
         }
     }
-    m_stats.out.m_bytes_out.add(scan.msgLen);
+    m_stats.out.m_bytes_out.add(length);
     m_stats.out.m_msgs_out.add(1);
     const uint64_t delivered = m_stats.out.m_msgs_out.get();
     if (delivered % kMessagesPerLine == 0)

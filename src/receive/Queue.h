@@ -24,6 +24,7 @@ namespace tivra_internal {
 class FrameHandler;
 class QueueHub;
 class QueueWaker;
+class ServeTurn;
 
 /// The ring of bytes between one hub connection and its decoder, with its flow control and counters. The hub
 /// thread reads the socket straight into it and finds where frames end; the user thread takes whole frames
@@ -89,6 +90,8 @@ public:
     // --- consumer; @thread user ---
     /// Delivers one frame; true when a message went out.
     bool PopElement() TP_EXCLUDES(m_reset_mutex);
+    /// Delivers one frame after the other until none waits or `turn` ends.
+    void popFrames(ServeTurn& turn) TP_EXCLUDES(m_reset_mutex);
     /// No complete frame waits.
     [[nodiscard]] bool isEmpty() const noexcept {
         return m_WriteQueue.load(std::memory_order_acquire) == m_ReadQueue.load(std::memory_order_relaxed);
@@ -141,6 +144,17 @@ private:
         char* start2 = nullptr;
         char* end2 = nullptr;
     };
+    /// Somebody waits for m_reset_mutex: the consumer stops after the frame that it is at.
+    class Interruption {
+    public:
+        explicit Interruption(std::atomic<int>& count) noexcept : m_count(count) { ++m_count; }
+        ~Interruption() { --m_count; }
+        Interruption(const Interruption&) = delete;
+        Interruption& operator=(const Interruption&) = delete;
+
+    private:
+        std::atomic<int>& m_count;
+    };
     /// What was found in a stretch.
     struct FrameScan {
         char* msgStart = nullptr;    ///< the start byte, or the end of what was searched
@@ -167,6 +181,7 @@ private:
     /// Moves m_WriteQueue over the complete frames. True when the connection must be closed.
     [[nodiscard]] bool PushMessage();
     [[nodiscard]] bool unframed(Stretch& where) const;
+    [[nodiscard]] static Stretch behind(const Stretch& where, char* position);
     void publish(char* position) TP_EXCLUDES(m_write_mutex);
     void countFrames(uint64_t frames, uint64_t bytes);
     void countSkipped(uint64_t bytes);
@@ -178,12 +193,15 @@ private:
 
     // Queue.cpp
     void movePointersToStart() TP_REQUIRES(m_reset_mutex);
+    bool popOne() TP_REQUIRES(m_reset_mutex);
+    void announceRoom() TP_REQUIRES(m_reset_mutex);
+    [[nodiscard]] bool popUnusual(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] bool popInPlace(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] bool popSplit(char* read, char* written, FrameScan& scan) TP_REQUIRES(m_reset_mutex);
     void skipInCopy(char* read, char* written, std::size_t copied, const FrameScan& copy, FrameScan& scan)
         TP_REQUIRES(m_reset_mutex);
     [[nodiscard]] char* advance(char* position, std::size_t firstLen, std::size_t count) const;
-    [[nodiscard]] bool deliver(const FrameScan& scan) TP_REQUIRES(m_reset_mutex);
+    [[nodiscard]] bool deliver(char* frame, std::size_t length) TP_REQUIRES(m_reset_mutex);
 
     // QueueSocket.cpp
     [[nodiscard]] ReadMode chooseReadMode(double curtime) const;
@@ -219,8 +237,9 @@ private:
     char* m_BufferEnd;
     std::unique_ptr<char[]> m_splitCopy; ///< where a frame goes that the end of the ring splits
 
-    /// Held over the whole of PopElement, the application's callback included.
+    /// Held while frames are delivered, the application's callbacks included.
     tp::Mutex m_reset_mutex{kLockQueueReset};
+    std::atomic<int> m_interruptions{0}; ///< see Interruption
     FrameHandler* m_queueReadHandler TP_GUARDED_BY(m_reset_mutex) = nullptr;
     /// What the consumer knows of m_WriteQueue; it asks again when it has taken all of that.
     char* m_knownWritten TP_GUARDED_BY(m_reset_mutex) = nullptr;
@@ -238,13 +257,13 @@ private:
     uint64_t m_garbage = 0; ///< bytes skipped since the last frame
     bool m_garbageTold = false;
 
-    // Shared by producer and consumer: an atomic each, whose store, and whose load by the other side, are
-    // also under its mutex.
-    alignas(64) tp::Mutex m_write_mutex; ///< guards the publication of m_WriteQueue and the waker
-    std::atomic<char*> m_WriteQueue;     ///< end of the last complete frame
+    // Shared by producer and consumer: what lies before a position is the other side's once it has been
+    // stored.
+    alignas(64) tp::Mutex
+        m_write_mutex; ///< orders stores of m_WriteQueue and looks for a sleeper; guards the waker
+    std::atomic<char*> m_WriteQueue; ///< end of the last complete frame
     std::shared_ptr<QueueWaker> m_waker TP_GUARDED_BY(m_write_mutex);
-    alignas(64) tp::Mutex m_read_mutex; ///< guards the publication of m_ReadQueue
-    std::atomic<char*> m_ReadQueue;     ///< first byte that the consumer hasn't taken
+    alignas(64) std::atomic<char*> m_ReadQueue; ///< first byte that the consumer hasn't taken
     /// Held reads wait for fewer complete bytes than this in the ring; below 0 when none wait.
     std::atomic<int64_t> m_wakeBelow{-1};
 

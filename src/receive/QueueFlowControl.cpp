@@ -83,15 +83,16 @@ void Queue::wakeReads() {
         m_hub->roomForReads();
 }
 
+// The order of the loads is that of announceRoom.
 uint64_t Queue::completeBytes() const {
-    const char* const read = m_ReadQueue.load(std::memory_order_acquire);
+    const char* const read = m_ReadQueue.load(std::memory_order_seq_cst);
     const char* const written = m_WriteQueue.load(std::memory_order_acquire);
     return written >= read ? static_cast<uint64_t>(written - read)
                            : m_size - static_cast<uint64_t>(read - written);
 }
 
 uint64_t Queue::freeBytes() const {
-    const char* const read = m_ReadQueue.load(std::memory_order_acquire);
+    const char* const read = m_ReadQueue.load(std::memory_order_seq_cst);
     if (m_WriteStream >= read)
         return static_cast<uint64_t>(m_BufferEnd - m_WriteStream) +
                static_cast<uint64_t>(read - m_BufferStart);
@@ -157,7 +158,7 @@ void Queue::decideSuspension(int pctFull) {
     else if (pctFull < resumePercent())
         suspend = false;
     // With no whole frame to take out, only more bytes can help.
-    if (isEmpty())
+    if (completeBytes() == 0)
         suspend = false;
     changeSuspension(suspend);
 }

@@ -8,6 +8,7 @@
 
 #include "kvnparse/FrameFormat.h"
 #include "receive/QueueWaker.h"
+#include "receive/RingFrame.h"
 
 namespace tivra_internal {
 
@@ -22,6 +23,15 @@ using KVNAPI::KVN_START;
 constexpr uint64_t kMuchGarbage = 65536;
 constexpr uint64_t kTooMuchGarbage = 1048576;
 
+/// Counts the whole frames that follow each other from there on, and returns where they end.
+char* passFrames(char* at, const char* end, uint64_t& frames) {
+    while (const std::size_t length = wholeFrameAt(at, end)) {
+        at += length;
+        ++frames;
+    }
+    return at;
+}
+
 /// The first start byte, or `end`; adds the bytes in front of it to `skipped`.
 char* findStart(char* from, char* end, uint64_t& skipped) {
     if (from < end && *from == KVN_START)
@@ -35,12 +45,15 @@ char* findStart(char* from, char* end, uint64_t& skipped) {
 
 } // namespace
 
-// Only the start byte, the length and the end byte are looked at, so that a frame costs the same whatever its
-// size. The marker behind the start byte isn't tested.
 bool Queue::frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) const {
     scan = FrameScan{};
     scan.nextElement = where.end;
     scan.msgStart = findStart(where.start, where.end, scan.discardBytes);
+    if (const std::size_t whole = wholeFrameAt(scan.msgStart, where.end)) {
+        scan.nextElement = scan.msgStart + whole;
+        scan.msgLen = whole;
+        return true;
+    }
     const auto remaining = static_cast<std::size_t>(where.end - scan.msgStart);
     uint32_t length = 0;
     if (remaining >= kKvnHeaderSize) {
@@ -58,12 +71,7 @@ bool Queue::frameMessage(const Stretch& where, FrameScan& scan, bool logFaults) 
             return false;
         }
         if (length + kKvnHeaderSize < remaining) {
-            char* const last = scan.msgStart + kKvnHeaderSize + length;
-            if (*last == ETX) {
-                scan.nextElement = last + 1;
-                scan.msgLen = length + kKvnFrameExtra;
-                return true;
-            }
+            const char* const last = scan.msgStart + kKvnHeaderSize + length;
             ++scan.discardBytes;
             scan.nextElement = scan.msgStart + 1;
             if (logFaults)
@@ -158,6 +166,17 @@ bool Queue::unframed(Stretch& where) const {
     return false;
 }
 
+// What is left of a stretch behind a position in it, which may lie on the end of the ring or beyond.
+Queue::Stretch Queue::behind(const Stretch& where, char* position) {
+    if (where.start2 == nullptr)
+        return {position, where.end};
+    if (position == where.end)
+        return {where.start2, where.end2};
+    if (position <= where.end2)
+        return {position, where.end2};
+    return {position, where.end, where.start2, where.end2};
+}
+
 bool Queue::PushMessage() {
     Stretch where{};
     if (!unframed(where)) {
@@ -171,13 +190,19 @@ bool Queue::PushMessage() {
     uint64_t skipped = 0, skippedInAll = 0;
     bool mustClose = false;
     while (where.start < where.end) {
-        const bool valid = frameMessage(where, scan, skipped + skippedInAll == 0);
-        where.start = scan.nextElement;
-        skipped += scan.discardBytes;
-        if (where.start2 != nullptr && (where.start <= where.end2 || where.start == where.end)) {
-            // The scan has crossed the end of the ring.
-            where = {where.start == where.end ? where.start2 : where.start, where.end2};
+        if (skipped + m_garbage == 0) {
+            // As nearly always: one whole frame after the other.
+            char* const end = passFrames(where.start, where.end, frames);
+            if (end != where.start) {
+                bytes += static_cast<uint64_t>(end - where.start);
+                lastValid = end;
+                where = behind(where, end);
+                continue;
+            }
         }
+        const bool valid = frameMessage(where, scan, skipped + skippedInAll == 0);
+        where = behind(where, scan.nextElement);
+        skipped += scan.discardBytes;
         if (!valid)
             continue;
         lastValid = scan.nextElement;
@@ -287,6 +312,7 @@ void Queue::publish(char* position) {
 }
 
 void Queue::startAfresh() {
+    const Interruption interruption(m_interruptions);
     tp::MutexLock lock(m_reset_mutex);
     movePointersToStart();
 }

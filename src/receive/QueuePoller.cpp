@@ -5,7 +5,7 @@
 
 #include <tp/eprintf.h>
 
-#include "receive/RoundLimit.h"
+#include "receive/ServeTurn.h"
 
 namespace tivra_internal {
 
@@ -74,9 +74,16 @@ void QueuePoller::serve(Table& /*queues*/, double curtime, const std::atomic<int
 }
 
 /// Gives each ready handler one call, in the table's order, and then further ones in turn to those that have
-/// more, as long as that holds up neither the timers nor the end of the loop.
+/// more, as long as that holds up neither the timers nor the end of the loop. One that is ready alone takes
+/// as many in a single call.
 void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>& mustExit) {
     RoundLimit limit;
+    if (ready == 1) {
+        ServeTurn turn(kRounds, limit, m_qpoll_events[0].events, mustExit);
+        if (Event* const handler = pendingHandler(0))
+            handler->readableTurn(curtime, turn);
+        return;
+    }
     for (int i = 0; i < ready; ++i) {
         if (Event* const handler = pendingHandler(i))
             handler->readableEvent(curtime);

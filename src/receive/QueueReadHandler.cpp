@@ -25,6 +25,10 @@ namespace {
 constexpr int kMaxFrame = Queue::kMaxBody;
 constexpr const char* kParserName = "kvn";
 
+void logPullError() {
+    eprintf(EPF_WARN, "QueueReadHandler::process_kvn_buffer pull error: %s", tp::te_geterror());
+}
+
 /// What a frame has between its header and its end byte.
 std::string_view bodyOf(const char* frame, unsigned long length) noexcept {
     const std::string_view bytes(frame, length);
@@ -85,6 +89,10 @@ bool QueueReadHandler::isStillReadable() const noexcept {
     return !m_responseQueue->isEmpty();
 }
 
+void QueueReadHandler::readableTurn(double, ServeTurn& turn) {
+    m_responseQueue->popFrames(turn);
+}
+
 bool QueueReadHandler::ensureParser() {
     if (kvnParser != nullptr)
         return true;
@@ -104,21 +112,34 @@ bool QueueReadHandler::ensureParser() {
 unsigned QueueReadHandler::process_kvn_buffer(char* buf, unsigned long len, uint64_t* netMsgs) {
     if (!ensureParser())
         return 1;
-    // A bad frame before may have left the parser out of step.
-    kvnParser->reset();
-    kvnParser->push(KVNAPI::bufref(buf, len));
+    const KVNAPI::bufref frame(buf, len);
     m_event->setBody(bodyOf(buf, len));
+    const int result = kvnParser->parseFrame(frame, &m_message);
+    if (result > 0)
+        return pullMessages(frame, netMsgs);
+    if (result < 0) {
+        logPullError();
+        return 1;
+    }
+    if (process_message(m_message))
+        ++*netMsgs;
+    return 0;
+}
 
+/// What the queue takes for a frame isn't one to the parser, or holds several messages.
+unsigned QueueReadHandler::pullMessages(KVNAPI::bufref bytes, uint64_t* netMsgs) {
+    // Bytes of this kind before may have left the parser out of step.
+    kvnParser->reset();
+    kvnParser->push(bytes);
     unsigned failures = 0;
-    KVNAPI::Message msg;
     for (;;) {
-        const int result = kvnParser->pull(&msg);
+        const int result = kvnParser->pull(&m_message);
         if (result > 0)
             return failures;
         if (result < 0) {
-            eprintf(EPF_WARN, "QueueReadHandler::process_kvn_buffer pull error: %s", tp::te_geterror());
+            logPullError();
             ++failures;
-        } else if (process_message(msg)) {
+        } else if (process_message(m_message)) {
             ++*netMsgs;
         }
     }

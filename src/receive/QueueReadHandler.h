@@ -49,6 +49,7 @@ public:
     /// Delivers one frame of the queue.
     void readableEvent(double curtime) override;
     [[nodiscard]] bool isStillReadable() const noexcept override;
+    void readableTurn(double curtime, ServeTurn& turn) override;
 
     unsigned process_kvn_buffer(char* buf, unsigned long len, uint64_t* netMsgs) override;
     /// Classifies one message; true when the application has been called.
@@ -98,6 +99,7 @@ private:
     // QueueReadHandler.cpp
     [[nodiscard]] KVNAPI::Token* requireToken(const char* name) const;
     [[nodiscard]] bool ensureParser();
+    [[nodiscard]] unsigned pullMessages(KVNAPI::bufref bytes, uint64_t* netMsgs);
     void readStatus(Incoming& in) const noexcept;
     void readTag(Incoming& in) const noexcept;
     void countAnsweredQuery(Incoming& in);
@@ -138,6 +140,7 @@ private:
     MetaTokenMap& MetaMap;
     const bool m_watchlistInUse;
     std::unique_ptr<KVNAPI::Parser> kvnParser;
+    KVNAPI::Message m_message; ///< the one being delivered, and then of no use until the next parse
     MessageEventImpl* m_event; ///< behind `msgEvent`
     HandlePtr<tivra::MessageEvent> msgEvent;
     // Null when the dictionary lacks them, which the bootstrap table rules out.

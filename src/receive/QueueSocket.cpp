@@ -119,11 +119,7 @@ Queue::Room Queue::roomAt(const char* read) const {
 }
 
 Queue::Room Queue::findRoom(ReadMode mode) {
-    char* read;
-    {
-        tp::MutexLock lock(m_read_mutex);
-        read = m_ReadQueue.load(std::memory_order_acquire);
-    }
+    char* const read = m_ReadQueue.load(std::memory_order_acquire);
     leaveEnd(read);
     Room room = roomAt(read);
     if (room.available < MIN_AVAIL_LEN && read == m_WriteQueue.load(std::memory_order_relaxed)) {

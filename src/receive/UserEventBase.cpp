@@ -4,6 +4,8 @@
 
 #include <tp/eprintf.h>
 
+#include "receive/ServeTurn.h"
+
 namespace tivra_internal {
 
 namespace {
@@ -20,6 +22,12 @@ UserEventBase::~UserEventBase() = default;
 
 void UserEventBase::readableEvent(double /*curtime*/) {
     unhandled("readableEvent");
+}
+
+void UserEventBase::readableTurn(double curtime, ServeTurn& turn) {
+    do
+        readableEvent(curtime);
+    while (isStillReadable() && turn.mayGoOn());
 }
 
 void UserEventBase::writableEvent(double /*curtime*/) {

@@ -9,6 +9,8 @@
 
 namespace tivra_internal {
 
+class ServeTurn;
+
 /// What a UserEventReactor calls back into: the handler of a queue, or of a timer. A class that registers for
 /// a kind of event overrides its handler; the defaults of all but the activity pair end the process.
 /// @thread user
@@ -41,6 +43,9 @@ public:
     virtual void signalEvent(double curtime, int signum);
     /// Whether another `readableEvent` would find data; false lets the reactor ask the queue table.
     [[nodiscard]] virtual bool isStillReadable() const noexcept { return false; }
+    /// Called in place of `readableEvent` when no other handler has data: does the same once, and again for
+    /// as long as there is data and `turn` allows it.
+    virtual void readableTurn(double curtime, ServeTurn& turn);
 
 private:
     template<class Event, class Entry, int capacity>

@@ -286,6 +286,25 @@ TEST_F(ParserTest, BadBodyIsRefusedAndTheNextFrameStillParses) {
     EXPECT_EQ(parser->pull(&none), -1);
 }
 
+TEST_F(ParserTest, FrameInHandReadsAsWhenPushedAndOtherBytesAreLeftToPull) {
+    const std::string good = frameOf("5=IBM|1=1");
+    for (const std::string& frame : {good, frameOf(""), frameOf("1=x"), frameOf("1=1|2=\x03|1=2")}) {
+        Message message;
+        const int result = parser->parseFrame(bufref(frame.data(), frame.size()), &message);
+        const std::string outcome = result == 0 ? describe(message) : firstErrorLine();
+        EXPECT_THAT(pullAll(frame), ElementsAre(outcome + " #" + std::to_string(parser->msglen())));
+    }
+    std::string badMark = good, badEnd = good;
+    badMark[1] = '!';
+    badEnd.back() = 'x';
+    Message message;
+    for (const std::string& bytes : {badMark, badEnd, good + good, good + "x", "x" + good, good.substr(0, 5),
+                                     good.substr(0, good.size() - 1), ""s}) {
+        EXPECT_EQ(parser->parseFrame(bufref(bytes.data(), bytes.size()), &message), 1) << bytes;
+        EXPECT_EQ(describe(message), "");
+    }
+}
+
 TEST_F(ParserTest, VerboseLinesMixNamesAndNumbers) {
     parser = Parser::alloc("vkvn", &map, 4096);
     const std::string longName(255, 'N');

@@ -7,7 +7,10 @@
 #include <thread>
 #include <vector>
 
+#include <tp/Clock.h>
+
 #include "RingFixture.h"
+#include "receive/ServeTurn.h"
 
 using namespace tivra_internal;
 
@@ -110,6 +113,46 @@ TEST_F(RingTest, ResetWaitsForARunningCallback) {
     consumer.join();
     EXPECT_TRUE(queue.isEmpty());
     EXPECT_EQ(slow.resets, 1);
+    queue.setQueueHandler(nullptr);
+}
+
+TEST_F(RingTest, ResetDoesNotWaitForAllFramesOfATurn) {
+    class YieldingHandler : public RecordingHandler {
+    public:
+        unsigned process_kvn_buffer(char*, unsigned long, uint64_t*) override {
+            ++calls;
+            calls.notify_all();
+            if (isResetWanted)
+                std::this_thread::yield();
+            return 0;
+        }
+        std::atomic<int> calls{0};
+        std::atomic<bool> isResetWanted{false};
+    } yielding;
+    const tp::ManualClock clock; // the turn has no end in time
+    constexpr int kFrames = 140'000;
+    const std::string frame = frameOf("");
+    for (int i = 0; i < kFrames; ++i)
+        ASSERT_TRUE(queue.writeToQueue(frame.data(), frame.size()));
+    queue.setQueueHandler(&yielding);
+    std::thread consumer([&] {
+        yielding.isResetWanted.wait(false);
+        RoundLimit limit;
+        const std::atomic<uint32_t> wanted{1};
+        const std::atomic<int> mustExit{0};
+        ServeTurn turn(2 * kFrames, limit, wanted, mustExit);
+        queue.popFrames(turn);
+    });
+    std::thread producer([&] {
+        yielding.isResetWanted = true;
+        yielding.isResetWanted.notify_all();
+        yielding.calls.wait(0);
+        queue.reset();
+    });
+    producer.join();
+    consumer.join();
+    EXPECT_LT(yielding.calls, kFrames);
+    EXPECT_TRUE(queue.isEmpty());
     queue.setQueueHandler(nullptr);
 }
 

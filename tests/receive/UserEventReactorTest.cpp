@@ -105,11 +105,14 @@ TEST_F(UserEventReactorTest, NoFurtherRoundBeginsAfterASlowCallOrTheWishToEnd) {
     struct Case {
         int slowFrom, endAt; ///< numbers of calls
         Log expected;
+        bool isAlone = false;
     };
     const Case cases[] = {
         {1, 3, {"timer t", "read a", "read b", "timer t", "read a", "read b"}},
         {3, 5, {"timer t", "read a", "read b", "read a", "timer t", "read a", "read b"}},
         {9, 3, {"timer t", "read a", "read b", "read a"}},
+        {1, 3, {"timer t", "read a", "timer t", "read a", "timer t", "read a"}, true},
+        {9, 3, {"timer t", "read a", "read a", "read a"}, true},
     };
     const tp::ManualClock clock;
     Recorder timer("t", log);
@@ -128,6 +131,8 @@ TEST_F(UserEventReactorTest, NoFurtherRoundBeginsAfterASlowCallOrTheWishToEnd) {
             if (calls == c.endAt)
                 reactor.end();
         };
+        if (c.isAlone)
+            reactor.unRegQueue(&b);
         log.clear();
         reactor.begin();
         EXPECT_EQ(log, c.expected) << "slow from call " << c.slowFrom << ", end wanted in call " << c.endAt;
@@ -151,6 +156,14 @@ TEST_F(UserEventReactorTest, HandlerRemovedDuringADispatchGetsNoFurtherCall) {
     EXPECT_EQ(log.back(), "read b");
     reactor.unRegQueue(&b);
     reactor.watchReads(&b);
+    // Nor does one that is ready alone and has more.
+    attach(a, first);
+    a.saysWhetherMore = true;
+    put(first, 3);
+    a.onRead = [&] { reactor.unRegQueue(&a); };
+    log.clear();
+    runUntil(1);
+    EXPECT_EQ(log, (Log{"read a"}));
 }
 
 TEST_F(UserEventReactorTest, UnwatchedQueueWaitsUntilItIsWatched) {
