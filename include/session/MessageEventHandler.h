@@ -10,8 +10,9 @@ class MessageEvent;
 ///
 /// The contract of the callback:
 ///  - Thread: any user thread of the library. With SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL on there
-///    are several, and calls for different hubs run at the same time; calls for one hub never do. Otherwise
-///    it is one thread.
+///    are several, and calls for different hubs run at the same time; calls for one hub never do. With
+///    SessionConfig::INLINE_CALLBACKS_BOOL it is the same, and the threads that read are among them.
+///    Otherwise it is one thread.
 ///  - May be called inside: Session::send and everything else on a session but the following.
 ///  - Must not be called inside: Session::start, Session::stop, APIFactory::destroySession and
 ///    APIFactory::destroyUserInfo; they are refused there with a critical log line.

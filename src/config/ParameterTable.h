@@ -37,7 +37,7 @@ struct ParameterInfo {
 inline constexpr long kNoMinimum = std::numeric_limits<long>::min();
 inline constexpr long kNoMaximum = std::numeric_limits<long>::max();
 
-inline constexpr std::array<ParameterInfo, 9> kSessionParameters{{
+inline constexpr std::array<ParameterInfo, 10> kSessionParameters{{
     {tivra::SessionConfig::RECOVERY_BOOL, "RECOVERY_BOOL", ParameterType::Bool, "", 0, 1, 1,
      OutOfRange::Impossible, "deprecated: setting it only logs a warning"},
     {tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, "MULTITHREADED_API_CONNECTIONS_BOOL",
@@ -64,6 +64,9 @@ inline constexpr std::array<ParameterInfo, 9> kSessionParameters{{
     {tivra::SessionConfig::END_LOST_REQUESTS_BOOL, "END_LOST_REQUESTS_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible,
      "end requests whose hub is lost before the answer with the status -997 instead of not at all"},
+    {tivra::SessionConfig::INLINE_CALLBACKS_BOOL, "INLINE_CALLBACKS_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible,
+     "call the message callback on the thread that reads, where a slow one holds up the hubs of that thread"},
 }};
 
 inline constexpr std::array<ParameterInfo, 11> kHostParameters{{

@@ -80,6 +80,9 @@ void SessionConfigImpl::set(SessionConfig::Parameters parameter, bool value) {
     case SessionConfig::END_LOST_REQUESTS_BOOL:
         m_endLostRequests = value;
         break;
+    case SessionConfig::INLINE_CALLBACKS_BOOL:
+        m_inlineCallbacks = value;
+        break;
     default:
         eprintf(EPF_WARN, "Invalid parameter (%d) passed to SessionConfigImpl::set(bool)",
                 static_cast<int>(parameter));

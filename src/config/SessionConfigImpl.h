@@ -28,6 +28,7 @@ public:
     [[nodiscard]] bool isWatchlistOn() const { return watchlist; }
     [[nodiscard]] long getMaxWatchlistSize() const { return maxWatchlistSize; }
     [[nodiscard]] bool isEndingLostRequests() const { return m_endLostRequests; }
+    [[nodiscard]] bool isDeliveringInline() const { return m_inlineCallbacks; }
     /// Percent.
     [[nodiscard]] long getQueueThreshold() const { return queueThreshold; }
 
@@ -43,6 +44,7 @@ private:
     /// The application has chosen a queue size, so WATCHLIST_BOOL leaves it alone.
     std::atomic<bool> maxReqQSizeSet{false};
     std::atomic<bool> m_endLostRequests{isOnByDefault(tivra::SessionConfig::END_LOST_REQUESTS_BOOL)};
+    std::atomic<bool> m_inlineCallbacks{isOnByDefault(tivra::SessionConfig::INLINE_CALLBACKS_BOOL)};
     std::atomic<long> queueThreshold{defaultOf(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG)};
 };
 

@@ -50,6 +50,8 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     m_last_reset_time = tp::Clock::monotonic();
 
     m_responseQueue->setsocketDesc(getHubAddr().c_str());
+    if (m_options.inlineDelivery)
+        m_responseQueue->setInlineDelivery();
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
     if (!m_options.isDummy)
@@ -306,11 +308,12 @@ void HubClient::becomeReady() {
 }
 
 bool HubClient::isInitTimedOut(double) const {
-    return connected() && m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime());
+    return connected() && m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime(), m_socket.hasUnreadBytes());
 }
 
 bool HubClient::isHBTimedOut(double) {
-    if (!m_heartbeat.isCheckDue())
+    // Bytes that still wait show that it was this thread that didn't listen.
+    if (!m_heartbeat.isCheckDue() || m_socket.hasUnreadBytes())
         return false;
     const tp::MutexLock lock(m_rqh_mutex);
     return m_readQueueHandler != nullptr &&

@@ -21,7 +21,8 @@ struct HubClientOptions {
     long queueSize = 0;         ///< megabytes
     bool compression = false;
     bool watchlistInUse = false;
-    bool isDummy = false; ///< a placeholder with a queue, but without socket and reactor
+    bool inlineDelivery = false; ///< the thread that reads delivers too
+    bool isDummy = false;        ///< a placeholder with a queue, but without socket and reactor
 
     /// The same with numbers that the client can work with.
     [[nodiscard]] HubClientOptions withinLimits() const;

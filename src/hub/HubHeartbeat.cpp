@@ -23,12 +23,12 @@ void HubHeartbeat::noteProgress() {
     m_initHBTime.store(tp::Clock::monotonic(), std::memory_order_relaxed);
 }
 
-bool HubHeartbeat::isHandshakeTimedOut(double beginTime) const {
+bool HubHeartbeat::isHandshakeTimedOut(double beginTime, bool bytesWait) const {
     const double heartbeat = progressTime();
     if (m_readTimeout == 0 || heartbeat == 0.0)
         return false;
     const double elapsed = secondsSince(heartbeat);
-    if (elapsed >= 0.0 && elapsed <= static_cast<double>(m_readTimeout))
+    if (bytesWait || (elapsed >= 0.0 && elapsed <= static_cast<double>(m_readTimeout)))
         return isHandshakeTooLong(beginTime);
     eprintf(EPF_INFO,
             "Heartbeat timeout during initialization on HUB: %s; curtime=%f; heartbeat_time=%f; "

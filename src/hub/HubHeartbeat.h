@@ -23,8 +23,8 @@ public:
     void noteProgress();
     /// @thread any
     [[nodiscard]] double progressTime() const { return m_initHBTime.load(std::memory_order_relaxed); }
-    /// Of a connected hub whose handshake began at that time.
-    [[nodiscard]] bool isHandshakeTimedOut(double beginTime) const;
+    /// Of a connected hub whose handshake began at that time. `bytesWait`: it has sent what isn't read yet.
+    [[nodiscard]] bool isHandshakeTimedOut(double beginTime, bool bytesWait) const;
 
     // --- a ready hub ---
     /// Bytes or a heartbeat have been seen. @thread any

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -223,6 +224,11 @@ bool HubSocket::isValid(bool bytesAreLeft) const {
                 m_address.shown().c_str(), got, error, errorText(error).c_str(), fd());
     }
     return true;
+}
+
+bool HubSocket::hasUnreadBytes() const {
+    int count = 0;
+    return ::ioctl(fd(), FIONREAD, &count) == 0 && count > 0;
 }
 
 void HubSocket::noteLoss() {

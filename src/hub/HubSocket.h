@@ -77,6 +77,8 @@ public:
     // --- the connection ---
     /// False when the peer has closed. `bytesAreLeft`: what has come is not taken at present.
     [[nodiscard]] bool isValid(bool bytesAreLeft) const;
+    /// The peer has sent bytes that have not been read yet.
+    [[nodiscard]] bool hasUnreadBytes() const;
     void noteLoss();
     void close() { close(State::Closed); }
     /// The hub is ready: the next dial is a first one again.

@@ -4,7 +4,8 @@
 
 namespace tivra_internal {
 
-/// What a receive queue hands its frames to: the decoder at its consumer end. @thread user
+/// What a receive queue hands its frames to: the decoder at its consumer end. @thread user; with inline
+/// delivery the hub's too, one at a time
 class FrameHandler {
 public:
     virtual ~FrameHandler() = default;

@@ -20,7 +20,14 @@ constexpr double kTurn = 0.01;
 
 } // namespace
 
+// Delivery may run on the hub's thread at the same time, with the same event.
 bool QueueReadHandler::endLostRequests() {
+    bool isMoreDue = false;
+    m_responseQueue->runAsConsumer([this, &isMoreDue] { isMoreDue = endLostRequestsOfTurn(); });
+    return isMoreDue;
+}
+
+bool QueueReadHandler::endLostRequestsOfTurn() {
     HubClient* const hub = m_hubClient.isDummy() ? nullptr : m_hubClient.client();
     const double start = tp::Clock::monotonic();
     LostRequest lost;

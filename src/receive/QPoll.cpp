@@ -86,7 +86,7 @@ int QPoll::scan(qpoll_ready* out, Scan kind) {
         const qpoll_info& info = m_qpoll_qd[static_cast<std::size_t>(i)];
         if ((info.events.events & POLLIN) == 0)
             continue;
-        if (kind == Scan::Plain ? info.queue->isEmpty() : info.queue->isEmptyBeforeSleep())
+        if (kind == Scan::Plain ? info.queue->isServed() : info.queue->isServedBeforeSleep())
             continue;
         qpoll_ready& ready = out[n++];
         ready.data.store(info.events.data, std::memory_order_relaxed);

@@ -103,11 +103,11 @@ std::string Queue::getSocketDesc() const {
     return m_socketDesc;
 }
 
-bool Queue::isEmptyBeforeSleep() {
+bool Queue::isServedBeforeSleep() {
     // Taking the mutex orders this look against publish(): either it sees the new frame, or publish() sees
     // that its consumer is idle.
     tp::MutexLock lock(m_write_mutex);
-    return isEmpty();
+    return isServed();
 }
 
 void Queue::movePointersToStart() {
@@ -192,6 +192,11 @@ void Queue::popFrames(ServeTurn& turn) {
         popOne();
     while (!isEmpty() && m_interruptions.load(std::memory_order_relaxed) == 0 && turn.mayGoOn());
     announceRoom();
+}
+
+void Queue::runAsConsumer(const std::function<void()>& work) {
+    tp::MutexLock lock(m_reset_mutex);
+    work();
 }
 
 // The ring's space is released only after the application's callback has returned: a frame is decoded where

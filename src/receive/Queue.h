@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -51,12 +52,16 @@ public:
     void setQueueHandler(FrameHandler* handler) TP_EXCLUDES(m_reset_mutex);
     /// Whom to wake when frames come in; null for nobody. @thread any
     void setWaker(std::shared_ptr<QueueWaker> waker) TP_EXCLUDES(m_write_mutex);
+    /// From now on a read delivers what it brings by itself, unless the consumer is behind or there is none.
+    /// @thread any, before the first read
+    void setInlineDelivery() noexcept { m_isInline = true; }
     /// The connection's name for log lines; at most 255 bytes are kept. @thread any
     void setsocketDesc(const std::string& desc) TP_EXCLUDES(m_desc_mutex);
     [[nodiscard]] std::string getSocketDesc() const TP_EXCLUDES(m_desc_mutex);
 
     // --- producer; @thread hub ---
-    /// One read cycle. True when the connection must be closed.
+    /// One read cycle, with the callbacks for what it brings where delivery is inline. True when the
+    /// connection must be closed.
     [[nodiscard]] bool readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser, double curtime);
     /// Goes on with input that had to wait for room (hasInputLeft). True when the connection must be closed.
     [[nodiscard]] bool continueInflating(int fd, KVNAPI::StreamParser* parser, double curtime);
@@ -92,13 +97,19 @@ public:
     bool PopElement() TP_EXCLUDES(m_reset_mutex);
     /// Delivers one frame after the other until none waits or `turn` ends.
     void popFrames(ServeTurn& turn) TP_EXCLUDES(m_reset_mutex);
+    /// Calls `work` while no frame is being delivered.
+    void runAsConsumer(const std::function<void()>& work) TP_EXCLUDES(m_reset_mutex);
     /// No complete frame waits.
     [[nodiscard]] bool isEmpty() const noexcept {
         return m_WriteQueue.load(std::memory_order_acquire) == m_ReadQueue.load(std::memory_order_relaxed);
     }
-    /// As isEmpty, and ordered against publication: a frame that this misses wakes whoever announced idleness
-    /// before the call.
-    [[nodiscard]] bool isEmptyBeforeSleep() TP_EXCLUDES(m_write_mutex);
+    /// No complete frame waits for the consumer: there is none, or the reader is about to deliver it itself.
+    [[nodiscard]] bool isServed() const noexcept {
+        return isEmpty() || m_deliversRead.load(std::memory_order_relaxed);
+    }
+    /// As isServed, and ordered against publication: a frame that this misses wakes whoever announced
+    /// idleness before the call.
+    [[nodiscard]] bool isServedBeforeSleep() TP_EXCLUDES(m_write_mutex);
 
     // --- flow control ---
     /// Reports the fill level to the hub from `jitThreshold` percent on. @thread hub
@@ -117,9 +128,10 @@ public:
 
     // --- statistics ---
     /// True when something has come in since the last time. @thread hub
-    bool calcStats(double curtime) { return m_stats.calcStats(curtime); }
-    /// True when something has gone out since the last time. @thread user
-    bool calcStatsOut(double curtime) { return m_stats.calcStatsOut(curtime); }
+    bool calcStats(double curtime);
+    /// True when something has gone out since the last time. With inline delivery, which wakes no consumer
+    /// for its tick, calcStats looks at both sides and this at none. @thread user
+    bool calcStatsOut(double curtime) { return !m_isInline && m_stats.calcStatsOut(curtime); }
     /// Rotates the counters at the end of a second or an interval, or logs the totals when it is neither.
     void printStats(bool endOfInterval, bool endOfSecond, double curtime);
     void updateHubDrops(uint64_t hubDrops) { m_stats.updateHubDrops(hubDrops); }
@@ -203,10 +215,18 @@ private:
     [[nodiscard]] char* advance(char* position, std::size_t firstLen, std::size_t count) const;
     [[nodiscard]] bool deliver(char* frame, std::size_t length) TP_REQUIRES(m_reset_mutex);
 
+    // QueueInline.cpp
+    void beginInlineRead() TP_EXCLUDES(m_write_mutex);
+    void endInlineRead() TP_EXCLUDES(m_reset_mutex, m_write_mutex);
+    void deliverRead() TP_EXCLUDES(m_reset_mutex);
+    void wakeConsumer() TP_EXCLUDES(m_write_mutex);
+
     // QueueSocket.cpp
+    [[nodiscard]] bool readOnce(int fd, KVNAPI::StreamParser* parser, double curtime);
     [[nodiscard]] ReadMode chooseReadMode(double curtime) const;
     [[nodiscard]] Room findRoom(ReadMode mode);
     [[nodiscard]] Room roomAt(const char* read) const;
+    [[nodiscard]] std::size_t mostOfARead() const;
     void leaveEnd(const char* read);
     [[nodiscard]] bool readWithoutRoom(int fd);
     [[nodiscard]] bool readPlain(int fd, std::size_t length, double curtime);
@@ -231,6 +251,7 @@ private:
     std::size_t m_size;          ///< bytes
     std::size_t m_q_check_bytes; ///< bytes framed between two fill checks
     const bool m_compression;
+    bool m_isInline = false; ///< see setInlineDelivery
     QueueHub* const m_hub;
     std::unique_ptr<char, FreeBlock> m_block;
     char* m_BufferStart;
@@ -261,7 +282,8 @@ private:
     // stored.
     alignas(64) tp::Mutex
         m_write_mutex; ///< orders stores of m_WriteQueue and looks for a sleeper; guards the waker
-    std::atomic<char*> m_WriteQueue; ///< end of the last complete frame
+    std::atomic<char*> m_WriteQueue;         ///< end of the last complete frame
+    std::atomic<bool> m_deliversRead{false}; ///< the producer delivers what it reads now; it alone sets this
     std::shared_ptr<QueueWaker> m_waker TP_GUARDED_BY(m_write_mutex);
     alignas(64) std::atomic<char*> m_ReadQueue; ///< first byte that the consumer hasn't taken
     /// Held reads wait for fewer complete bytes than this in the ring; below 0 when none wait.

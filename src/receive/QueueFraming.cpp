@@ -304,7 +304,7 @@ void Queue::publish(char* position) {
     {
         tp::MutexLock lock(m_write_mutex);
         m_WriteQueue.store(position, std::memory_order_release);
-        if (m_waker != nullptr && m_waker->isIdle())
+        if (!m_deliversRead.load(std::memory_order_relaxed) && m_waker != nullptr && m_waker->isIdle())
             sleeper = m_waker;
     }
     if (sleeper != nullptr)

@@ -86,7 +86,7 @@ void QueueReadHandler::readableEvent(double) {
 }
 
 bool QueueReadHandler::isStillReadable() const noexcept {
-    return !m_responseQueue->isEmpty();
+    return !m_responseQueue->isServed();
 }
 
 void QueueReadHandler::readableTurn(double, ServeTurn& turn) {

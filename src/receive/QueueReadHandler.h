@@ -30,7 +30,8 @@ struct LostRequest;
 
 /// The decoder at the consumer end of one hub's queue: it parses each frame, keeps the library's housekeeping
 /// to itself and hands the rest to the application. It owns its parser and the one message event that every
-/// callback sees. Runs on one user thread, under the queue's reset mutex.
+/// callback sees. Runs under the queue's reset mutex, on one user thread, or with inline delivery on the
+/// hub's thread too.
 class QueueReadHandler final : public UserEventBase, public FrameHandler {
 public:
     // Records of the system source.
@@ -119,6 +120,7 @@ private:
     void rewriteStatus(Incoming& in, int64_t status) noexcept;
 
     // LostAnswers.cpp
+    [[nodiscard]] bool endLostRequestsOfTurn();
     void endLostRequest(const LostRequest& lost, HubClient* hub);
 
     // AlternateIndexes.cpp

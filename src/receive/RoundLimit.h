@@ -9,7 +9,8 @@ namespace tivra_internal {
 /// How long the handlers of one dispatch may get further calls: a millisecond from the start of their first.
 ///
 /// A reading of the clock costs a good part of a short message. So one is taken before the first further call
-/// and every few calls after that; in between the process's beat shows that a call was slow. @thread user
+/// and every few calls after that; in between the process's beat shows that a call was slow. @thread user, or
+/// hub where it delivers
 class RoundLimit {
 public:
     /// To be asked before each further call.

@@ -166,6 +166,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
         options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
         options.watchlistInUse = settings().isWatchlistOn();
+        options.inlineDelivery = settings().isDeliveringInline();
         auto client = std::make_unique<HubClient>(m_user, *this, options);
         client->setQueryXRefHUB(role == HubRole::Xref);
         return client;

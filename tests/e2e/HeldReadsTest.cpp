@@ -47,7 +47,9 @@ double hubThreadSeconds() {
     return seconds;
 }
 
-class HeldReadsTest : public testing::TestWithParam<bool> {};
+enum class Way { Plain, Compressed, Inline };
+
+class HeldReadsTest : public testing::TestWithParam<Way> {};
 
 TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
     std::size_t count = 0;
@@ -61,7 +63,8 @@ TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
                                          ? std::pair(tivra::QUERYSNAP, "QuerySnap")
                                          : std::pair(tivra::LISTAVAILABLETOKENS, "ListAvailableTokens");
         hub.ignore(word);
-        HeldClient client(hub, GetParam());
+        HeldClient client(hub, GetParam() == Way::Compressed);
+        client.settings().set(tivra::SessionConfig::INLINE_CALLBACKS_BOOL, GetParam() == Way::Inline);
         std::atomic<std::size_t> received{0};
         std::atomic<bool> isInOrder{true};
         client.messageHook = [&](const tivra::MessageEvent& event) {
@@ -85,8 +88,12 @@ TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest, testing::Bool(),
-                         [](const auto& test) { return std::string(test.param ? "Compressed" : "Plain"); });
+INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest, testing::Values(Way::Plain, Way::Compressed, Way::Inline),
+                         [](const auto& test) {
+                             return std::string(test.param == Way::Plain        ? "Plain"
+                                                : test.param == Way::Compressed ? "Compressed"
+                                                                                : "Inline");
+                         });
 
 class HeldLossTest : public testing::TestWithParam<Hub::Close> {};
 

@@ -192,6 +192,9 @@ TEST_F(HubConnectionTest, OneStepOfTheHandshakeIsBoundedByTheReadTimeout) {
         tp::Clock::advance(0.5);
         tp::Clock::stepWallClock(-3600.0); // changes nothing
         EXPECT_EQ(client->isInitTimedOut(0.0), readTimeout == 5);
+        hub.send("5026=12");
+        ASSERT_TRUE(waitReadable(client->getFd()));
+        EXPECT_FALSE(client->isInitTimedOut(0.0)) << "it has spoken, and nobody has listened yet";
         client->closeConnection();
     }
 }
@@ -277,6 +280,16 @@ TEST_F(HeartbeatTest, BytesCountAsLifeUnlessTheHubSaysThatItIsIdle) {
     EXPECT_TRUE(timesOutAfter(5.0, true));
     reader->setHubIdleCount(5);
     EXPECT_FALSE(timesOutAfter(5.0, true)) << "the hub is not idle enough";
+}
+
+// The thread may have been held up by a callback or a look-up.
+TEST_F(HeartbeatTest, AHubWhoseBytesWaitToBeReadIsNotSilent) {
+    hub.send("4=922|5=.UTC.TIME.DATE");
+    ASSERT_TRUE(waitReadable(client->getFd()));
+    EXPECT_FALSE(timesOutAfter(20.0));
+    client->readableEvent(tp::Clock::now());
+    EXPECT_FALSE(timesOutAfter(0.0));
+    EXPECT_TRUE(timesOutAfter(5.0));
 }
 
 TEST_F(HeartbeatTest, NothingIsTestedWithoutASessionOrAHandler) {
