@@ -81,7 +81,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
                                       .connectionTimeout = 5,
                                       .connectionRetryLimit = 2,
                                       .readTimeout = 5,
-                                      .blockingConnectionLimit = 200,
                                       .queueSize = 1,
                                       .compression = compression,
                                       .watchlistInUse = (flags & 8) != 0});

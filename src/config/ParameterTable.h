@@ -92,7 +92,7 @@ inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
      "connection is dialled again instead"},
     {tivra::HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG, "BLOCKING_CONNECTION_TIME_LIMIT_LONG",
      ParameterType::Long, "milliseconds", 0, 60000, 200, OutOfRange::ClampedWhenUsed,
-     "time that a connect may block the hub's thread"},
+     "accepted and not used: a connect blocks no thread"},
     {tivra::HostConfig::CONFLATION_TYPE_LONG, "CONFLATION_TYPE_LONG", ParameterType::Long, "", kNoMinimum,
      kNoMaximum, 1, OutOfRange::Accepted,
      "kind of conflation: 1 trade-safe, 3 just in time, 4 just in time by interval"},

@@ -329,8 +329,10 @@ TEST(StandingRequests, AnUnsubscribedOneStaysAwayThoughAMemberStillOwesItsAnswer
     const std::int64_t tag = client.send(tivra::QUERYSNAPANDSUBSCRIBEWILDCARD, 300, "AB*");
     ASSERT_EQ(client.ask(tivra::UNSUBSCRIBE, 0, "", {{tivra::QUERY_REF_TAG, std::to_string(tag)}}), 0);
     client.session().stop();
-    for (std::size_t member = 0; member < group.size(); ++member)
+    for (std::size_t member = 0; member < group.size(); ++member) {
+        ASSERT_TRUE(group.hub(member).waitForConnections(0)) << "it has read all that came before the end";
         group.hub(member).clearRequests();
+    }
     client.forget();
     ASSERT_TRUE(client.startAndWait());
     EXPECT_EQ(client.ask(tivra::QUERYSNAP, 4100, "HEADLINES"), 0);
