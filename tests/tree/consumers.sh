@@ -47,6 +47,7 @@ quietly cmake --install "$build" --prefix "$deep"
 quietly env DESTDIR="$work/stage" cmake --install "$build" --prefix /usr
 cd "$work"
 
+: >"$work/listening"
 "$usr/bin/tivra-hub" --port 0 >"$work/listening" 2>&1 &
 hub=$!
 host=
