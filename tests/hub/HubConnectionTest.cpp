@@ -132,6 +132,7 @@ TEST_F(HubConnectionTest, OnlyAReadyConnectionThatTheSessionStillWantsIsALossAnd
     EXPECT_EQ(session.losses, 0) << "it had not come up";
     for (const bool letGo : {false, true}) {
         comeUp();
+        tp::Clock::advance(1.0); // past the time that a handshake has
         EXPECT_FALSE(client->isPastRetryLimit());
         client->setInitialHubDisconnected(letGo);
         client->closeConnection();
