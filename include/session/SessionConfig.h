@@ -45,13 +45,11 @@ public:
         /// ends so, an unsubscribe for example. Default false: such a request just has no end.
         END_LOST_REQUESTS_BOOL = 8,
         /// true: messages are decoded, and the message callback is called, on the hub's own thread right
-        /// after
-        /// the read, with the least delay and processor time. A slow callback then holds up the reading of
-        /// all
-        /// hubs of its thread: what takes longer than a millisecond for one read goes on on a user thread. So
-        /// calls come from several threads, as with MULTITHREADED_API_CONNECTIONS_BOOL: those for one hub one
-        /// at a time and in order, those for different hubs and those of the other handlers at the same time.
-        /// Default false.
+        /// after the read, which saves the hand-over to a user thread. A slow callback then holds up the
+        /// reading of all hubs of its thread: what takes longer than a millisecond for one read goes on on a
+        /// user thread. So calls come from several threads, as with MULTITHREADED_API_CONNECTIONS_BOOL: those
+        /// for one hub one at a time and in order, those for different hubs and those of the other handlers
+        /// at the same time. Default false.
         INLINE_CALLBACKS_BOOL = 9
     };
 

@@ -308,12 +308,16 @@ void HubClient::becomeReady() {
 }
 
 bool HubClient::isInitTimedOut(double) const {
-    return connected() && m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime(), m_socket.hasUnreadBytes());
+    return connected() && m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime(), isHeldUp());
+}
+
+// Where callbacks run on this thread, bytes that wait show that it was the thread that didn't listen.
+bool HubClient::isHeldUp() const {
+    return m_options.inlineDelivery && m_socket.hasUnreadBytes();
 }
 
 bool HubClient::isHBTimedOut(double) {
-    // Bytes that still wait show that it was this thread that didn't listen.
-    if (!m_heartbeat.isCheckDue() || m_socket.hasUnreadBytes())
+    if (!m_heartbeat.isCheckDue() || isHeldUp())
         return false;
     const tp::MutexLock lock(m_rqh_mutex);
     return m_readQueueHandler != nullptr &&

@@ -210,6 +210,7 @@ private:
     [[nodiscard]] Dial settle(HubSocket::Progress progress);
     void ask(unsigned what) const;
     void noteChanges(bool waited);
+    [[nodiscard]] bool isHeldUp() const;
     void reset();
     void forgetConnection();
 

@@ -185,7 +185,7 @@ TEST_F(HubConnectionTest, AnOutageIsLoggedOnceAndItsLengthAtItsEnd) {
 
 TEST_F(HubConnectionTest, OneStepOfTheHandshakeIsBoundedByTheReadTimeout) {
     for (const long readTimeout : {5L, 0L, -3L}) {
-        makeClient({.readTimeout = readTimeout});
+        makeClient({.readTimeout = readTimeout, .isInline = true});
         EXPECT_FALSE(client->isInitTimedOut(0.0)) << "not connected";
         connectAndLogin();
         tp::Clock::advance(5.0);
@@ -240,8 +240,8 @@ TEST_F(HubConnectionTest, OnlyAnswersToTheLibrarysOwnRequestsRefreshTheTime) {
 /// A ready client with a read handler, whose hub is silent.
 class HeartbeatTest : public HubFixture {
 protected:
-    HeartbeatTest() {
-        makeClient();
+    explicit HeartbeatTest(bool isInline = false) {
+        makeClient({.isInline = isInline});
         comeUp();
         auto readHandler = std::make_unique<QueueReadHandler>(client->getResponseQueue(), readerSession,
                                                               nullptr, nullptr, *client, false);
@@ -283,8 +283,13 @@ TEST_F(HeartbeatTest, BytesCountAsLifeUnlessTheHubSaysThatItIsIdle) {
     EXPECT_FALSE(timesOutAfter(5.0, true)) << "the hub is not idle enough";
 }
 
-// The thread may have been held up by a callback or a look-up.
-TEST_F(HeartbeatTest, AHubWhoseBytesWaitToBeReadIsNotSilent) {
+class InlineHeartbeatTest : public HeartbeatTest {
+protected:
+    InlineHeartbeatTest() : HeartbeatTest(true) {}
+};
+
+// The thread may have been held up by a callback.
+TEST_F(InlineHeartbeatTest, AHubWhoseBytesWaitToBeReadIsNotSilent) {
     hub.send("4=922|5=.UTC.TIME.DATE");
     ASSERT_TRUE(waitReadable(client->getFd()));
     EXPECT_FALSE(timesOutAfter(20.0));

@@ -31,6 +31,7 @@ protected:
         bool compression = false;
         bool watchlist = false;
         std::size_t index = 0;
+        bool isInline = false;
     };
 
     HubFixture() { reactor = std::make_unique<HubEventReactor>(0, 1000); }
@@ -54,7 +55,8 @@ protected:
                              .readTimeout = options.readTimeout,
                              .queueSize = 1,
                              .compression = options.compression,
-                             .watchlistInUse = options.watchlist});
+                             .watchlistInUse = options.watchlist,
+                             .inlineDelivery = options.isInline});
         made->attachReactor(reactor.get(), 0);
         return made;
     }
