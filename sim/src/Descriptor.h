@@ -27,6 +27,11 @@ private:
 /// "address:port".
 [[nodiscard]] std::string placeText(const std::string& address, std::uint16_t port);
 
+/// A socket that is bound to an IPv4 address and never listens: while it is open the system gives the port to
+/// nobody who asks for a free one, and listenOn can have it time and again. `port` 0 takes a free one and
+/// tells it. Throws std::system_error.
+[[nodiscard]] Descriptor holdPort(const std::string& address, std::uint16_t& port);
+
 /// A socket that listens on an IPv4 address without blocking; `port` 0 takes a free one and tells it. Throws
 /// std::system_error.
 [[nodiscard]] Descriptor listenOn(const std::string& address, std::uint16_t& port);

@@ -98,6 +98,8 @@ void HubEngine::start() {
 
 void HubEngine::listen() {
     std::uint16_t port = m_port;
+    if (m_place.get() < 0)
+        m_place = holdPort(m_config.bindAddress, port);
     Descriptor listener = listenOn(m_config.bindAddress, port);
     Descriptor epoll = checked(::epoll_create1(EPOLL_CLOEXEC), "cannot make an epoll descriptor");
     Descriptor wake = checked(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "cannot make an event descriptor");

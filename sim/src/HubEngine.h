@@ -127,6 +127,7 @@ private:
     Descriptor m_epoll;
     Descriptor m_wake;
     Descriptor m_timer;
+    Descriptor m_place; ///< from the first start on: nobody else gets the port while the hub is stopped
     Descriptor m_listener;
     std::uint64_t m_nextConnection = 1;
     /// Connections to close once the loop does not walk over them.

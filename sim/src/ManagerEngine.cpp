@@ -45,6 +45,8 @@ void ManagerEngine::start() {
     if (m_thread.joinable())
         return;
     std::uint16_t port = m_config.port;
+    if (m_place.get() < 0)
+        m_place = holdPort(m_config.address, port);
     m_listener = listenOn(m_config.address, port);
     m_end = checked(::eventfd(0, EFD_CLOEXEC), "cannot make an event descriptor");
     use([port](ManagerEngine& engine) { engine.m_config.port = port; });

@@ -53,6 +53,7 @@ private:
     std::vector<Manager::Question> m_questions;
     std::map<std::uint16_t, std::size_t> m_turns; ///< how many addresses have been handed out for a port
 
+    Descriptor m_place; ///< from the first start on: nobody else gets the port while the manager is stopped
     Descriptor m_listener;
     Descriptor m_end; ///< readable once the manager stops
     std::thread m_thread;

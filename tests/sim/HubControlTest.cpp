@@ -1,7 +1,6 @@
 #include "SimTest.h"
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -263,11 +262,10 @@ TEST_F(HubControl, RestartKeepsPortValuesAndCountersAndLeavesNoThread) {
 }
 
 TEST_F(HubControl, ThreadsMayDriveItWhileItStopsAndStarts) {
-    std::atomic<bool> isDone = false;
-    std::vector<std::thread> drivers;
+    std::vector<std::jthread> drivers;
     for (int i = 0; i < 3; ++i)
-        drivers.emplace_back([&] {
-            while (!isDone) {
+        drivers.emplace_back([&](const std::stop_token& end) {
+            while (!end.stop_requested()) {
                 hub.pushRecord(Record(100, "IBM").add(token::BID, 1));
                 hub.setSilent(false);
                 static_cast<void>(hub.statistics());
@@ -275,9 +273,7 @@ TEST_F(HubControl, ThreadsMayDriveItWhileItStopsAndStarts) {
         });
     for (int i = 0; i < 50; ++i)
         hub.restart();
-    isDone = true;
-    for (std::thread& driver : drivers)
-        driver.join();
+    drivers.clear();
     EXPECT_TRUE(hub.isRunning());
 }
 

@@ -87,7 +87,8 @@ public:
     void restart();
     [[nodiscard]] bool isRunning() const;
 
-    /// The port it listens on, also while stopped; 0 before the first start.
+    /// The port it listens on, 0 before the first start. It is kept while the hub is stopped: connections are
+    /// refused, and the system gives the port to nobody who asks for a free one.
     [[nodiscard]] std::uint16_t port() const;
     /// "address:port", the form in which a client names a host.
     [[nodiscard]] std::string hostString() const;
