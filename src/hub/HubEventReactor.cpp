@@ -24,6 +24,8 @@ namespace {
 constexpr suseconds_t kSendTimeoutMicroseconds = 100;
 /// A hub that takes nothing, or isn't ready, is tried again after so many seconds.
 constexpr double kNextTry = 0.05;
+/// So many requests have one time in the pace: the time that they take to write is none that is lost.
+constexpr unsigned kPiece = 50;
 /// A pass of this length is worth a line, in seconds.
 constexpr double kLongPass = 0.025;
 
@@ -76,19 +78,25 @@ bool HubEventReactor::pushRequest(std::unique_ptr<RequestInternal>& request, boo
 
 std::optional<double> HubEventReactor::writeRequests() {
     const double start = tp::Clock::monotonic();
-    if (const unsigned allowance = m_pace.allowance(start); allowance > 0) {
-        const int sent = write(allowance, start);
-        const double end = tp::Clock::monotonic();
-        m_pace.note(end, static_cast<unsigned>(sent));
-        if (end - start >= kNextTry)
-            eprintf(EPF_DBUG,
-                    "HUB_Fifty_MilliSecond_Events::timerEvent(EXIT) elapsed time=%f; numReqsSent=%d",
-                    end - start, sent);
+    int sent = 0;
+    unsigned left = 0;
+    for (unsigned budget = m_pace.allowance(start); budget > 0 && left == 0;) {
+        const unsigned piece = std::min(budget, kPiece);
+        left = piece;
+        const int written = write(left, start);
+        m_pace.note(tp::Clock::monotonic(), static_cast<unsigned>(written));
+        sent += written;
+        budget -= piece;
     }
+    const double end = tp::Clock::monotonic();
+    if (end - start >= kNextTry)
+        eprintf(EPF_DBUG, "HUB_Fifty_MilliSecond_Events::timerEvent(EXIT) elapsed time=%f; numReqsSent=%d",
+                end - start, sent);
     if (!hasRequests())
         return std::nullopt;
-    const double now = tp::Clock::monotonic();
-    return m_pace.allowance(now) > 0 ? kNextTry : m_pace.secondsToNext(now);
+    if (left > 0)
+        return kNextTry;
+    return m_pace.allowance(end) > 0 ? 0.0 : m_pace.secondsToNext(end);
 }
 
 bool HubEventReactor::hasRequests() {
@@ -101,7 +109,7 @@ int HubEventReactor::handle_hub_requests(unsigned budget) {
 }
 
 /// `now` is later than the end of each block that is over.
-int HubEventReactor::write(unsigned budget, double now) {
+int HubEventReactor::write(unsigned& budget, double now) {
     const double start = tp::Clock::monotonic();
     Pass pass{budget, now, 0, false, {}, {}};
     double locked = start;
@@ -130,6 +138,7 @@ int HubEventReactor::write(unsigned budget, double now) {
                 "HubEventReactor::handle_hub_requests(EXIT) elapsed time=%f; numReqsSent=%d; lock=%f; send "
                 "loop=%f; timeoutHit=%d",
                 done - start, pass.sent, locked - start, done - locked, pass.timeoutHit);
+    budget = pass.budget;
     return pass.sent;
 }
 

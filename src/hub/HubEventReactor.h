@@ -70,7 +70,8 @@ private:
     using RequestQueue = std::deque<std::unique_ptr<RequestInternal>>;
     enum class Sent { Yes, No, TooLong };
 
-    int write(unsigned budget, double now) TP_EXCLUDES(m_request_mutex);
+    /// Returns how many were written, and in `budget` what is left of it.
+    int write(unsigned& budget, double now) TP_EXCLUDES(m_request_mutex);
     [[nodiscard]] bool hasRequests() TP_EXCLUDES(m_request_mutex);
     [[nodiscard]] std::deque<HubClient*> hubsInTurn() const TP_REQUIRES(m_request_mutex);
     [[nodiscard]] bool serveHub(HubClient& client, Pass& pass) TP_REQUIRES(m_request_mutex);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 namespace tp {
@@ -24,7 +25,8 @@ int ReactorWait::milliseconds(bool inBurst, double untilTimer) noexcept {
     const double longest = Clock::isReplaced() ? kLongestReplaced : kLongest;
     if (!(untilTimer > 0.0))
         return 1;
-    return std::max(1, static_cast<int>(std::min(untilTimer, longest) * 1000.0));
+    // Rounded up: a wait that ends just before its timer is followed by another one.
+    return static_cast<int>(std::ceil(std::min(untilTimer, longest) * 1000.0));
 }
 
 void ReactorWait::handleFailure(int waitMs) {
