@@ -1,6 +1,7 @@
 // Snapshots of an idle session: how long one takes, how many a second, and how a thousand go out at once.
 #include "Clock.h"
 #include "EchoPeer.h"
+#include "HandOvers.h"
 #include "HubSocket.h"
 #include "Interleave.h"
 #include "Report.h"
@@ -23,11 +24,12 @@ std::int64_t snapshot(WaitClient& client) {
     return client.snapshots(1, WaitHubs::kSource, WaitHubs::kSymbol).front();
 }
 
-/// The three ways in turn, each after a pause in which all of them are idle.
-void measureRoundTrips(WaitClient& client, const WaitHubs& hubs, EchoPeer& echo, const Options& options) {
+/// The four ways in turn, each after a pause in which all of them are idle.
+void measureRoundTrips(WaitClient& client, const WaitHubs& hubs, EchoPeer& echo, HandOvers& handOvers,
+                       const Options& options) {
     HubSocket socket(hubs.port());
     socket.logIn(false);
-    std::vector<double> library, raw, bare;
+    std::vector<double> library, handed, raw, bare;
     Rounds rounds(options.isQuick ? 200 : 1000, options.isQuick ? 4 : 15);
     for (int warmUp = 0; warmUp < 10; ++warmUp)
         snapshot(client);
@@ -35,6 +37,9 @@ void measureRoundTrips(WaitClient& client, const WaitHubs& hubs, EchoPeer& echo,
         pauseOutOfStep(rounds.index(), 5);
         std::int64_t begin = nowNanoseconds();
         library.push_back(millisecondsBetween(begin, snapshot(client)));
+        pauseOutOfStep(rounds.index(), 5);
+        begin = nowNanoseconds();
+        handed.push_back(millisecondsBetween(begin, handOvers.ask()));
         pauseOutOfStep(rounds.index(), 1);
         begin = nowNanoseconds();
         socket.snapshot(WaitHubs::kSource, WaitHubs::kSymbol);
@@ -47,9 +52,11 @@ void measureRoundTrips(WaitClient& client, const WaitHubs& hubs, EchoPeer& echo,
     Report& report = Report::get();
     std::printf("\nA question and its answer, each after a pause\n");
     report.printQuantiles("snapshot", library, "ms");
+    report.printQuantiles("the same hand-overs, bare", handed, "ms");
     report.printQuantiles("bare socket, same hub", raw, "ms");
     report.printQuantiles("bare TCP, a process that only answers", bare, "ms");
     report.print("snapshot to bare TCP", ratios(library, bare), "ratio");
+    report.print("snapshot to the bare hand-overs", ratios(library, handed), "ratio");
 }
 
 /// One after the other without a pause.
@@ -104,11 +111,12 @@ void measurePipelined(WaitClient& client, WaitHubs& hubs, const Options& options
 void measureAnswers(const Options& options) {
     EchoPeer echo;
     WaitHubs hubs(1);
+    HandOvers handOvers;
     WaitClient client(hubs.hosts());
     if (!client.start())
         throw std::runtime_error("the session does not start");
     Report::get().setSection("Wait");
-    measureRoundTrips(client, hubs, echo, options);
+    measureRoundTrips(client, hubs, echo, handOvers, options);
     measureRate(client, options);
     measurePipelined(client, hubs, options);
 }
