@@ -180,18 +180,28 @@ bool Queue::writeToQueue(const char* kvn_str, std::size_t len) {
 }
 
 bool Queue::PopElement() {
+    if (isServed())
+        return false;
     tp::MutexLock lock(m_reset_mutex);
+    if (!consumerMayDeliver())
+        return false;
     const bool delivered = popOne();
     announceRoom();
+    endConsuming();
     return delivered;
 }
 
 void Queue::popFrames(ServeTurn& turn) {
+    if (isServed())
+        return;
     tp::MutexLock lock(m_reset_mutex);
+    if (!consumerMayDeliver())
+        return;
     do
         popOne();
-    while (!isEmpty() && m_interruptions.load(std::memory_order_relaxed) == 0 && turn.mayGoOn());
+    while (!isServed() && m_interruptions.load(std::memory_order_relaxed) == 0 && turn.mayGoOn());
     announceRoom();
+    endConsuming();
 }
 
 void Queue::runAsConsumer(const std::function<void()>& work) {

@@ -52,7 +52,8 @@ public:
     void setQueueHandler(FrameHandler* handler) TP_EXCLUDES(m_reset_mutex);
     /// Whom to wake when frames come in; null for nobody. @thread any
     void setWaker(std::shared_ptr<QueueWaker> waker) TP_EXCLUDES(m_write_mutex);
-    /// From now on a read delivers what it brings by itself, unless the consumer is behind or there is none.
+    /// From now on a read delivers what is in the ring by itself, unless there is no consumer, or one in a
+    /// slow callback.
     /// @thread any, before the first read
     void setInlineDelivery() noexcept { m_isInline = true; }
     /// The connection's name for log lines; at most 255 bytes are kept. @thread any
@@ -60,7 +61,7 @@ public:
     [[nodiscard]] std::string getSocketDesc() const TP_EXCLUDES(m_desc_mutex);
 
     // --- producer; @thread hub ---
-    /// One read cycle, with the callbacks for what it brings where delivery is inline. True when the
+    /// One read cycle, with the callbacks for what has come where delivery is inline. True when the
     /// connection must be closed.
     [[nodiscard]] bool readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser, double curtime);
     /// Goes on with input that had to wait for room (hasInputLeft). True when the connection must be closed.
@@ -93,7 +94,8 @@ public:
     [[nodiscard]] bool writeToQueue(const char* kvn_str, std::size_t len) TP_EXCLUDES(m_write_mutex);
 
     // --- consumer; @thread user ---
-    /// Delivers one frame; true when a message went out.
+    /// Delivers one frame; true when a message went out. Like popFrames it leaves all frames to a reader that
+    /// is about to deliver them itself.
     bool PopElement() TP_EXCLUDES(m_reset_mutex);
     /// Delivers one frame after the other until none waits or `turn` ends.
     void popFrames(ServeTurn& turn) TP_EXCLUDES(m_reset_mutex);
@@ -219,6 +221,11 @@ private:
     void beginInlineRead() TP_EXCLUDES(m_write_mutex);
     void endInlineRead() TP_EXCLUDES(m_reset_mutex, m_write_mutex);
     void deliverRead() TP_EXCLUDES(m_reset_mutex);
+    [[nodiscard]] bool consumerMayDeliver() TP_REQUIRES(m_reset_mutex);
+    void endConsuming() TP_REQUIRES(m_reset_mutex) {
+        m_consumerDelivers.store(false, std::memory_order_release);
+    }
+    void rewind() TP_REQUIRES(m_reset_mutex);
     void wakeConsumer() TP_EXCLUDES(m_write_mutex);
 
     // QueueSocket.cpp
@@ -284,6 +291,8 @@ private:
         m_write_mutex; ///< orders stores of m_WriteQueue and looks for a sleeper; guards the waker
     std::atomic<char*> m_WriteQueue;         ///< end of the last complete frame
     std::atomic<bool> m_deliversRead{false}; ///< the producer delivers what it reads now; it alone sets this
+    /// The consumer of an inline queue is at a frame. It sets this under m_reset_mutex.
+    std::atomic<bool> m_consumerDelivers{false};
     std::shared_ptr<QueueWaker> m_waker TP_GUARDED_BY(m_write_mutex);
     alignas(64) std::atomic<char*> m_ReadQueue; ///< first byte that the consumer hasn't taken
     /// Held reads wait for fewer complete bytes than this in the ring; below 0 when none wait.

@@ -25,8 +25,8 @@ constexpr double kTooSlow = 60.0;
 constexpr std::size_t kMaxInflated = 16U << 20;
 
 /// The most that a read brings whose callbacks the same thread runs: they find it in the processor's cache,
-/// and other hubs don't wait for long.
-constexpr std::size_t kInlineRead = 65536;
+/// other hubs don't wait for long, and little piles up in the ring while callbacks are slow.
+constexpr std::size_t kInlineRead = 262144;
 
 bool isTransient(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -115,7 +115,7 @@ Queue::ReadMode Queue::chooseReadMode(double curtime) const {
 }
 
 std::size_t Queue::mostOfARead() const {
-    return m_deliversRead.load(std::memory_order_relaxed) ? kInlineRead : m_size;
+    return m_isInline ? kInlineRead : m_size;
 }
 
 void Queue::leaveEnd(const char* read) {

@@ -1,4 +1,5 @@
 // Delivery by the thread that reads.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <functional>
@@ -57,14 +58,13 @@ protected:
 
 } // namespace
 
-TEST_F(InlineTest, ReadDeliversWhatItBringsOnceThereIsAConsumerThatIsNotBehind) {
+TEST_F(InlineTest, ReadDeliversWhatHasComeOnceThereIsAConsumer) {
     read(a);
     EXPECT_TRUE(hooked.frames.empty()) << "before anybody serves the queue";
     registerConsumer();
     EXPECT_TRUE(isReady());
     read(b);
-    EXPECT_TRUE(hooked.frames.empty()) << "what has come before is first";
-    popAll();
+    EXPECT_EQ(hooked.frames, (Frames{a, b})) << "the reader catches up by itself";
     hooked.onFrame = [&] { EXPECT_FALSE(isReady()) << "nobody else is to take it"; };
     read(c + d.substr(0, 3));
     EXPECT_EQ(hooked.frames, (Frames{a, b, c}));
@@ -92,10 +92,42 @@ TEST_F(InlineTest, WhatASlowCallbackLeavesIsTheConsumersAndWakesIt) {
     consumer.join();
     EXPECT_EQ(hooked.frames, (Frames{a}));
     read(d);
-    EXPECT_EQ(hooked.frames, (Frames{a})) << "the order is kept";
+    EXPECT_EQ(hooked.frames, (Frames{a, b})) << "the order is kept";
     popAll();
     EXPECT_EQ(hooked.frames, (Frames{a, b, c, d}));
 }
+
+TEST_F(InlineTest, AConsumerInACallbackIsNotWaitedForAndGoesOn) {
+    read(a + b);
+    registerConsumer();
+    hooked.onFrame = [&] {
+        hooked.onFrame = nullptr;
+        std::thread([&] { read(c); }).join();
+        EXPECT_EQ(hooked.frames, (Frames{a}));
+    };
+    popAll();
+    EXPECT_EQ(hooked.frames, (Frames{a, b, c}));
+}
+
+class InlineRewindTest : public InlineTest, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(InlineRewindTest, ReadsComeToTheSamePlacesAndABegunFrameGoesWithThem) {
+    registerConsumer();
+    const std::string filler = frameOf(std::string(30'000, 'f'));
+    const std::string split = frameOf(std::string(6'000, 's'));
+    const auto begun = static_cast<std::ptrdiff_t>(GetParam());
+    for (int i = 0; i < 50; ++i) {
+        read(filler + filler + filler + split.substr(0, GetParam()));
+        read(split.substr(GetParam()));
+        ASSERT_EQ(hooked.frames.back(), split);
+    }
+    EXPECT_EQ(hooked.frames.size(), 200U);
+    const auto [first, last] = std::minmax_element(hooked.places.begin(), hooked.places.end());
+    EXPECT_LT(*last - *first, 200'000) << "of a ring of a megabyte";
+    EXPECT_EQ(hooked.places[3] == *first, begun <= 4096);
+}
+
+INSTANTIATE_TEST_SUITE_P(Receive, InlineRewindTest, testing::Values(0, 3, 4096, 5000));
 
 // Under the thread sanitizer too.
 TEST_F(InlineTest, ReaderAndConsumerTakeTurnsWithoutLossOrDisorder) {
