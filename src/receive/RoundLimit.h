@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include <tp/Clock.h>
@@ -8,27 +9,36 @@ namespace tivra_internal {
 
 /// How long the handlers of one dispatch may get further calls: a millisecond from the start of their first.
 ///
-/// A reading of the clock costs a good part of a short message. So one is taken before the first further call
-/// and every few calls after that; in between the process's beat shows that a call was slow. @thread user, or
-/// hub where it delivers
+/// A reading of the clock costs a good part of a short message. So there is one after the first call, and
+/// then after ever more calls while they are quick; a slow one brings back the reading after each. In between
+/// the process's beat shows that a call was slow. @thread user, or hub where it delivers
 class RoundLimit {
 public:
     /// To be asked before each further call.
     [[nodiscard]] bool isReached() noexcept {
-        if (m_untilReading-- > 0 && tp::Clock::beats() == m_beats)
+        if (--m_untilReading > 0 && tp::Clock::beats() == m_beats)
             return false;
-        m_untilReading = kCallsPerReading - 1;
+        const double now = tp::Clock::monotonic();
+        const int calls = m_callsPerReading - m_untilReading;
+        const bool areQuick = now - m_lastReading < calls * kQuickCall;
+        m_callsPerReading = areQuick ? std::min(4 * m_callsPerReading, kMostCalls) : 1;
+        m_untilReading = m_callsPerReading;
+        m_lastReading = now;
         m_beats = tp::Clock::beats();
-        return tp::Clock::monotonic() - m_start >= kSeconds;
+        return now - m_start >= kSeconds;
     }
 
 private:
     static constexpr double kSeconds = 0.001;
-    static constexpr int kCallsPerReading = 16;
+    static constexpr int kMostCalls = 16;
+    /// The mean of calls that are read after so many only: these together take a quarter of the limit.
+    static constexpr double kQuickCall = kSeconds / 64;
 
     const double m_start = tp::Clock::monotonic();
+    double m_lastReading = m_start;
     uint32_t m_beats = tp::Clock::beats();
-    int m_untilReading = 0;
+    int m_callsPerReading = 1;
+    int m_untilReading = 1;
 };
 
 } // namespace tivra_internal
