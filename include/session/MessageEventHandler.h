@@ -20,7 +20,7 @@ class MessageEvent;
 ///    the call returns; copy what is needed. An event that was kept answers with empty values.
 ///  - How long: shorter than the time between two messages on average. While it runs the hub's receive queue
 ///    fills up, and when the queue is full data is lost (see StatisticsEvent::DROP).
-///  - Exceptions must not leave it.
+///  - An exception that leaves it ends there with a critical line in the log; the session goes on.
 ///
 /// The library never deletes a handler; it must outlive the session that it was registered with.
 class TIVRA_API MessageEventHandler {

@@ -16,7 +16,7 @@ class SessionEvent;
 ///  - May be kept: nothing. The event is destroyed when the call returns; copy what is needed.
 ///  - How long: well below a millisecond. The session check, the statistics, and the data of the hubs on this
 ///    thread wait for it.
-///  - Exceptions must not leave it.
+///  - An exception that leaves it ends there with a critical line in the log; the session goes on.
 ///
 /// The library never deletes a handler; it must outlive the session that it was given to.
 class TIVRA_API SessionEventHandler {

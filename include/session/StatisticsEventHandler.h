@@ -14,7 +14,7 @@ class StatisticsEvent;
 ///    Session::stop, APIFactory::destroySession or APIFactory::destroyUserInfo.
 ///  - May be kept: nothing; the event is destroyed when the call returns.
 ///  - How long: well below a millisecond; the timers of that thread wait for it.
-///  - Exceptions must not leave it.
+///  - An exception that leaves it ends there with a critical line in the log; the session goes on.
 ///
 /// The library never deletes a handler; it must outlive the session that it was registered with.
 class TIVRA_API StatisticsEventHandler {

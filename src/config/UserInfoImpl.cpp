@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include <tp/callOut.h>
 #include <tp/eprintf.h>
 #include <user/UserEventHandler.h>
 
@@ -129,7 +130,7 @@ void UserInfoImpl::handleEvents() {
         event = std::move(eventQueue.front());
         eventQueue.pop_front();
     }
-    userHandler.onUserEvent(*event);
+    tp::callOut("onUserEvent", [&] { userHandler.onUserEvent(*event); });
     const UserEvent::Types type = HandleAccess::impl(*event).getType();
     event.reset();
     eprintf(EPF_INFO, "UserEvent: %s for user %s",

@@ -3,6 +3,7 @@
 #include <session/MessageEventHandler.h>
 
 #include <tp/Clock.h>
+#include <tp/callOut.h>
 #include <tp/eprintf.h>
 #include <tp/te_error.h>
 
@@ -207,7 +208,7 @@ bool QueueReadHandler::deliver(Incoming& in) {
     if (in.hasTag)
         m_event->setTag(in.tag);
     attachIndexes(in);
-    handler->onMessageEvent(*msgEvent);
+    tp::callOut("onMessageEvent", [&] { handler->onMessageEvent(*msgEvent); });
     return true;
 }
 

@@ -5,6 +5,7 @@
 
 #include <session/SessionEventHandler.h>
 #include <tp/Clock.h>
+#include <tp/callOut.h>
 #include <tp/eprintf.h>
 
 #include "session/SessionEventImpl.h"
@@ -63,7 +64,7 @@ bool SessionEventQueue::deliver(tivra::SessionEventHandler& handler, std::size_t
         const SessionEventPtr event = pop();
         if (!event)
             return true;
-        handler.onSessionEvent(*event);
+        tp::callOut("onSessionEvent", [&] { handler.onSessionEvent(*event); });
         eprintf(EPF_INFO, "SessionEvent: %s", sessionEventText(*event).c_str());
     }
     return false;

@@ -1,6 +1,5 @@
 #include "session/SessionImpl.h"
 
-#include <csignal>
 #include <cstddef>
 #include <string_view>
 
@@ -43,10 +42,7 @@ SessionImpl::SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& hand
     , session(publicSession)
     , isValid(valid)
     , m_events(publicSession, [this] { askForCheck(); })
-    , m_sources(*this, m_events) {
-    // A write to a hub that has closed must fail with an error instead of ending the process.
-    std::signal(SIGPIPE, SIG_IGN);
-}
+    , m_sources(*this, m_events) {}
 
 SessionImpl::~SessionImpl() {
     m_startStop.endForGood();

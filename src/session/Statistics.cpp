@@ -5,6 +5,7 @@
 
 #include <session/StatisticsEventHandler.h>
 #include <tp/Clock.h>
+#include <tp/callOut.h>
 #include <tp/eprintf.h>
 
 #include "hub/HubClient.h"
@@ -93,7 +94,9 @@ void SessionImpl::check_statistics_events(double curtime) {
         return;
     logTotals(*totals);
     if (tivra::StatisticsEventHandler* const handler = statsHandler)
-        handler->onStatisticsEvent(*HandleAccess::make<StatisticsEvent>(std::move(totals)));
+        tp::callOut("onStatisticsEvent", [&] {
+            handler->onStatisticsEvent(*HandleAccess::make<StatisticsEvent>(std::move(totals)));
+        });
     eprintf(EPF_INFO, "RequestQueue size=%zu; Watchlist size=%zu", m_queue.size(), watchlist.size());
     lastStatsTime = now;
 }

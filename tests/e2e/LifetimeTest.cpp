@@ -4,7 +4,10 @@
 #include "Process.h"
 #include <tivra_testkit/Pump.h>
 
+#include <atomic>
+#include <csignal>
 #include <cstdlib>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -123,6 +126,34 @@ TEST_F(RunningTest, ForkLeavesTheParentRunning) {
         ::_exit(4);
     end(7);
     std::abort();
+}
+
+/// What an application throws in a callback stays there, and what it does about signals stays as it is.
+TEST(Guest, LetsExceptionsEndAtItsEdgeAndSignalsAlone) {
+    std::signal(SIGPIPE, SIG_DFL);
+    StartedHub hub;
+    Client client(hub);
+    std::atomic<int> messages{0};
+    client.messageHook = [&](const tivra::MessageEvent&) {
+        ++messages;
+        client.notify();
+        if (messages % 2 == 0)
+            throw std::runtime_error("of a message");
+        throw 7;
+    };
+    client.sessionHook = [](const tivra::SessionEvent&) { throw std::runtime_error("of an event"); };
+    ASSERT_EQ(client.start(), "Session started");
+    for (int sent = 0; sent < 4; ++sent)
+        client.send(tivra::QUERYSNAP, 100, "IBM");
+    EXPECT_TRUE(client.waitUntil([&] { return messages >= 4; }));
+    for (const char* const text :
+         {"application's onMessageEvent: of a message", "application's onMessageEvent: one that is no",
+          "application's onSessionEvent: of an event"})
+        EXPECT_TRUE(client.waitForLog(text)) << text;
+    hub.stop();
+    client.send(tivra::QUERYSNAP, 100, "IBM");
+    client.session().stop();
+    EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);
 }
 
 TEST(ProcessDeathTest, ExitsWhileTheSessionRuns) {

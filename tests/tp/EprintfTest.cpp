@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -356,6 +358,22 @@ TEST_F(Eprintf, TheDumpStaysWithinItsBufferAndNamesTheState) {
         EXPECT_EQ(small.back(), '\0');
     }
     EXPECT_EQ(tp::eprintf_dump(nullptr, 0), 0U);
+}
+
+TEST_F(Eprintf, APipeThatNobodyReadsEndsNothing) {
+    runInChild([] {
+        std::array<int, 2> ends{};
+        if (::pipe(ends.data()) != 0)
+            ::_exit(1);
+        ::close(ends[0]);
+        ::dup2(ends[1], STDERR_FILENO);
+        std::signal(SIGPIPE, SIG_DFL);
+        tp::eprintf_init(EPF_STDERR, EPF_INFO, "%s", "child");
+        eprintf(EPF_CRIT, "%s", "a line");
+        sigset_t pending;
+        sigpending(&pending);
+        ::_exit(sigismember(&pending, SIGPIPE));
+    });
 }
 
 TEST_F(Eprintf, TheEnvironmentAsksForDumps) {

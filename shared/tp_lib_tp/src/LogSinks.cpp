@@ -5,14 +5,49 @@
 #include "LoggerOptions.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
 #include <syslog.h>
 #include <unistd.h>
 
 namespace tp {
 
+namespace {
+
+/// While it lives, a write of this thread to a pipe that nobody reads fails and does nothing else: what the
+/// process does about SIGPIPE is the application's, and a line of the log must not end it.
+class BrokenPipesFail {
+public:
+    BrokenPipesFail() noexcept {
+        sigemptyset(&m_pipe);
+        sigaddset(&m_pipe, SIGPIPE);
+        sigset_t pending;
+        m_wasPending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
+    }
+    ~BrokenPipesFail() {
+        const int error = errno;
+        const timespec atOnce{};
+        if (!m_wasPending)
+            sigtimedwait(&m_pipe, nullptr, &atOnce);
+        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+        errno = error;
+    }
+    BrokenPipesFail(const BrokenPipesFail&) = delete;
+    BrokenPipesFail& operator=(const BrokenPipesFail&) = delete;
+
+private:
+    sigset_t m_pipe;
+    sigset_t m_before;
+    bool m_wasPending;
+};
+
+} // namespace
+
 void writeWhole(int fd, const char* text, std::size_t length) noexcept {
+    const BrokenPipesFail guard;
     ssize_t result = 0;
     do
         result = ::write(fd, text, length);
@@ -31,6 +66,7 @@ void writeToSinks(const BoundedText& line, int priority) noexcept {
 }
 
 void internal_error(const char* msg) noexcept TP_NO_THREAD_SAFETY_ANALYSIS {
+    const BrokenPipesFail guard;
     FILE* const file = logFile();
     if (hasSink(EPF_SYSLOG))
         syslog(LOG_ERR, "%s", msg);
