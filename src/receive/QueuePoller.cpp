@@ -15,6 +15,8 @@ constexpr uint32_t kAllFlags = ~0U;
 /// Calls that a ready handler gets before the table is looked at again, which costs a good part of a short
 /// message. Few enough that a queue which becomes ready meanwhile doesn't wait for long.
 constexpr int kRounds = 16;
+/// The same where no other is ready: the more, the less of that cost is there for each.
+constexpr int kRoundsAlone = 64;
 
 QPoll::qpoll_event wantedOf(const QPoll::pollq& entry, UserEventBase* event) noexcept {
     return {static_cast<unsigned short>(entry.events), event};
@@ -79,7 +81,7 @@ void QueuePoller::serve(Table& /*queues*/, double curtime, const std::atomic<int
 void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>& mustExit) {
     RoundLimit limit;
     if (ready == 1) {
-        ServeTurn turn(kRounds, limit, m_qpoll_events[0].events, mustExit);
+        ServeTurn turn(kRoundsAlone, limit, m_qpoll_events[0].events, mustExit);
         if (Event* const handler = pendingHandler(0))
             handler->readableTurn(curtime, turn);
         return;
