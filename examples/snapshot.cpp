@@ -33,7 +33,7 @@ public:
 
 private:
     static void print(const tivra::MessageEvent& event) {
-        std::cout << event.getSymbol() << " of source " << event.getSource() << '\n';
+        std::cout << event.getSymbolView() << " of source " << event.getSource() << '\n';
         tivra::MessageReader& reader = event.getReader();
         while (reader.next() != tivra::MessageReader::END_OF_MESSAGE)
             std::cout << "  " << reader.getTokenName() << " = " << reader.getValueAsString() << '\n';

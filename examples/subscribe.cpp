@@ -25,7 +25,7 @@ public:
     }
 
     void onMessageEvent(const tivra::MessageEvent& event) override {
-        std::cout << event.getSymbol();
+        std::cout << event.getSymbolView();
         tivra::MessageReader& reader = event.getReader();
         while (reader.next() != tivra::MessageReader::END_OF_MESSAGE)
             std::cout << ' ' << reader.getTokenName() << '=' << reader.getValueAsString();

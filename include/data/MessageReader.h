@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "TivraApi.h"
 #include "data/DateTime.h"
@@ -44,6 +45,8 @@ public:
     int getTokenNumber() const;
     /// The current field's token name; "UNKNOWN" off a field.
     std::string getTokenName() const;
+    /// The same without a copy: valid during the callback.
+    std::string_view getTokenNameView() const;
     /// The current field's type; UNKNOWN off a field.
     ValueTypes getValueType() const;
 
@@ -55,6 +58,9 @@ public:
     double getValueAsDouble() const;
     /// The value as a text. Empty off a field.
     std::string getValueAsString() const;
+    /// The same without a copy: valid during the callback where the field is a text in the message, otherwise
+    /// until a value of this reader is asked for as a text again.
+    std::string_view getValueAsStringView() const;
     /// The value as a date and time in UTC; numbers are taken as seconds since 1970-01-01 00:00 UTC. The
     /// start of 1970 off a field. DateTime::hasDate and DateTime::hasTime tell nothing about the result.
     DateTime getValueAsDateTime() const;

@@ -27,6 +27,10 @@ int MessageEvent::isConflatable() const {
 }
 
 std::string MessageEvent::getSymbol() const {
+    return std::string(messsgeEventImpl->getSymbol());
+}
+
+std::string_view MessageEvent::getSymbolView() const {
     return messsgeEventImpl->getSymbol();
 }
 
@@ -51,6 +55,10 @@ int MessageEvent::getStatusCode() const {
 }
 
 std::string MessageEvent::getStatusString() const {
+    return std::string(messsgeEventImpl->getStatusString());
+}
+
+std::string_view MessageEvent::getStatusStringView() const {
     return messsgeEventImpl->getStatusString();
 }
 
@@ -71,10 +79,18 @@ int MessageEvent::getAlternateIndexTokenNumber(std::size_t i) const {
 }
 
 std::string MessageEvent::getAlternateIndexTokenName(std::size_t i) const {
+    return std::string(messsgeEventImpl->getAlternateIndexTokenName(i));
+}
+
+std::string_view MessageEvent::getAlternateIndexTokenNameView(std::size_t i) const {
     return messsgeEventImpl->getAlternateIndexTokenName(i);
 }
 
 std::string MessageEvent::getAlternateIndexValue(std::size_t i) const {
+    return std::string(messsgeEventImpl->getAlternateIndexValue(i));
+}
+
+std::string_view MessageEvent::getAlternateIndexValueView(std::size_t i) const {
     return messsgeEventImpl->getAlternateIndexValue(i);
 }
 

@@ -27,6 +27,10 @@ int MessageReader::getTokenNumber() const {
 }
 
 std::string MessageReader::getTokenName() const {
+    return std::string(messageReaderImpl->getTokenName());
+}
+
+std::string_view MessageReader::getTokenNameView() const {
     return messageReaderImpl->getTokenName();
 }
 
@@ -43,6 +47,10 @@ double MessageReader::getValueAsDouble() const {
 }
 
 std::string MessageReader::getValueAsString() const {
+    return std::string(messageReaderImpl->getValueAsString());
+}
+
+std::string_view MessageReader::getValueAsStringView() const {
     return messageReaderImpl->getValueAsString();
 }
 

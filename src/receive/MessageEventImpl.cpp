@@ -72,8 +72,8 @@ int MessageEventImpl::isConflatable() const noexcept {
     return getSource() == kSystemSource ? 0 : 1;
 }
 
-std::string MessageEventImpl::getSymbol() const {
-    return m_msg != nullptr ? std::string(m_msg->symbol.view()) : std::string();
+std::string_view MessageEventImpl::getSymbol() const noexcept {
+    return m_msg != nullptr ? m_msg->symbol.view() : std::string_view();
 }
 
 int MessageEventImpl::getPermission() const noexcept {
@@ -92,8 +92,8 @@ int MessageEventImpl::getDisplayPrecision() const noexcept {
     return (m_msg != nullptr ? m_msg->denomcode : KVNAPI::Denom::getUnknown())->kvncode;
 }
 
-std::string MessageEventImpl::getStatusString() const {
-    return m_msg != nullptr ? std::string(sessionImpl.getRetCodeDesc(m_statusCode)) : std::string();
+std::string_view MessageEventImpl::getStatusString() const {
+    return m_msg != nullptr ? sessionImpl.getRetCodeDesc(m_statusCode) : std::string_view();
 }
 
 std::size_t MessageEventImpl::getNumberofAlternateIndexes() const noexcept {
@@ -109,14 +109,14 @@ int MessageEventImpl::getAlternateIndexTokenNumber(std::size_t i) const noexcept
     return index != nullptr ? index->kvnid : -1;
 }
 
-std::string MessageEventImpl::getAlternateIndexTokenName(std::size_t i) const {
+std::string_view MessageEventImpl::getAlternateIndexTokenName(std::size_t i) const noexcept {
     const AltIndexInfo* const index = alternateIndex(i);
     return index != nullptr && m_dicMap != nullptr ? m_dicMap->tokenName(index->kvnid) : "";
 }
 
-std::string MessageEventImpl::getAlternateIndexValue(std::size_t i) const {
+std::string_view MessageEventImpl::getAlternateIndexValue(std::size_t i) const noexcept {
     const AltIndexInfo* const index = alternateIndex(i);
-    return index != nullptr ? index->value : std::string();
+    return index != nullptr ? std::string_view(index->value) : std::string_view();
 }
 
 } // namespace tivra_internal

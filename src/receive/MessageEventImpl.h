@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -48,21 +47,21 @@ public:
     [[nodiscard]] tivra::MessageReader& getReader() const noexcept { return *msgReader; }
     [[nodiscard]] tivra::Session& getSession() const;
     [[nodiscard]] int isConflatable() const noexcept;
-    [[nodiscard]] std::string getSymbol() const;
+    [[nodiscard]] std::string_view getSymbol() const noexcept;
     [[nodiscard]] int getPermission() const noexcept;
     [[nodiscard]] int getSource() const noexcept;
     [[nodiscard]] char getPartCode() const noexcept;
     [[nodiscard]] int getDisplayPrecision() const noexcept;
     [[nodiscard]] int getStatusCode() const noexcept { return m_statusCode; }
-    [[nodiscard]] std::string getStatusString() const;
+    [[nodiscard]] std::string_view getStatusString() const;
     [[nodiscard]] int64_t getTag() const noexcept { return m_tag; }
     [[nodiscard]] std::string_view getBody() const noexcept {
         return m_msg != nullptr ? m_body : std::string_view();
     }
     [[nodiscard]] std::size_t getNumberofAlternateIndexes() const noexcept;
     [[nodiscard]] int getAlternateIndexTokenNumber(std::size_t i) const noexcept;
-    [[nodiscard]] std::string getAlternateIndexTokenName(std::size_t i) const;
-    [[nodiscard]] std::string getAlternateIndexValue(std::size_t i) const;
+    [[nodiscard]] std::string_view getAlternateIndexTokenName(std::size_t i) const noexcept;
+    [[nodiscard]] std::string_view getAlternateIndexValue(std::size_t i) const noexcept;
 
 private:
     [[nodiscard]] const AltIndexInfo* alternateIndex(std::size_t i) const noexcept;

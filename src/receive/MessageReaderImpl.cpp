@@ -1,7 +1,6 @@
 #include "receive/MessageReaderImpl.h"
 
 #include "dictionary/MetaTokenMap.h"
-#include "receive/PairValue.h"
 
 namespace tivra_internal {
 namespace {
@@ -39,7 +38,7 @@ bool MessageReaderImpl::find(int token) noexcept {
     return true;
 }
 
-std::string MessageReaderImpl::getTokenName() const {
+std::string_view MessageReaderImpl::getTokenName() const noexcept {
     const KVNAPI::TVPair* const pair = currentPair();
     return pair != nullptr ? pair->token->name : "UNKNOWN";
 }
@@ -59,12 +58,9 @@ double MessageReaderImpl::getValueAsDouble() const noexcept {
     return pair != nullptr ? doubleOf(*pair) : -1.0;
 }
 
-std::string MessageReaderImpl::getValueAsString() const {
+std::string_view MessageReaderImpl::getValueAsString() const noexcept {
     const KVNAPI::TVPair* const pair = readablePair();
-    if (pair == nullptr)
-        return {};
-    NumberText room;
-    return std::string(textOf(*pair, room));
+    return pair != nullptr ? textOf(*pair, m_number) : std::string_view();
 }
 
 tivra::DateTime MessageReaderImpl::getValueAsDateTime() const noexcept {

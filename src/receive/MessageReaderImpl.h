@@ -1,12 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <string_view>
 
 #include <data/DateTime.h>
 #include <data/ValueTypes.h>
 
 #include "kvnparse/Message.h"
+#include "receive/PairValue.h"
 
 namespace tivra_internal {
 
@@ -36,12 +37,14 @@ public:
     [[nodiscard]] bool find(int token) noexcept;
 
     [[nodiscard]] int getTokenNumber() const noexcept { return tokenAt(pos); }
-    [[nodiscard]] std::string getTokenName() const;
+    /// Lives as long as the dictionary.
+    [[nodiscard]] std::string_view getTokenName() const noexcept;
     [[nodiscard]] tivra::ValueTypes getValueType() const noexcept;
 
     [[nodiscard]] int64_t getValueAsInteger() const noexcept;
     [[nodiscard]] double getValueAsDouble() const noexcept;
-    [[nodiscard]] std::string getValueAsString() const;
+    /// Lives as long as the message, or until the next text of a number.
+    [[nodiscard]] std::string_view getValueAsString() const noexcept;
     [[nodiscard]] tivra::DateTime getValueAsDateTime() const noexcept;
 
 private:
@@ -60,6 +63,7 @@ private:
     int32_t pos = -1; ///< -1 before the first pair, the count of pairs behind the last
     const KVNAPI::Message* msg = nullptr;
     const MetaTokenMap* m_dicMap = nullptr;
+    mutable NumberText m_number; ///< the text of a number
 };
 
 } // namespace tivra_internal

@@ -22,7 +22,7 @@ protected:
 TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
     onEvent([&](const tivra::MessageEvent& event) {
         EXPECT_EQ(event.getPermission(), 7);
-        EXPECT_EQ(event.getStatusString(), "NOT.FOUND");
+        EXPECT_EQ(event.getStatusStringView(), "NOT.FOUND");
         EXPECT_EQ(event.getTag(), 4711000000001);
         EXPECT_EQ(event.getReader().peek(), 5026);
     });
@@ -32,7 +32,7 @@ TEST_F(MessageEventTest, HeadersAreReadWithoutTouchingThePairs) {
 TEST_F(MessageEventTest, AlternateIndexesAreNamedByTheDictionaryOrNotAtAll) {
     session.altIndexes[20] = {index(3101, "A", tivra::QUERYSNAP)};
     onEvent([&](const tivra::MessageEvent& event) {
-        EXPECT_EQ(event.getAlternateIndexTokenName(0), "CUSIP");
+        EXPECT_EQ(event.getAlternateIndexTokenNameView(0), "CUSIP");
         for (const std::size_t outside : {std::size_t{1}, static_cast<std::size_t>(-1)}) {
             EXPECT_EQ(event.getAlternateIndexTokenNumber(outside), -1);
             EXPECT_EQ(event.getAlternateIndexTokenName(outside), "");

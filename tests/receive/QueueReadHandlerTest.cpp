@@ -269,8 +269,11 @@ TEST_F(ReadHandlerTest, ADictionaryWithoutTheTokensOfAParserCostsMessagesAndNoth
 }
 
 TEST_F(ReadHandlerTest, AnEventThatWasKeptAnswersWithEmptyValuesEvenAfterAnException) {
-    application.onEvent = [](const tivra::MessageEvent&) { throw 1; };
-    EXPECT_THROW(receive("4=100|5=IBM|3=7|5001=-12|8=1"), int);
+    application.onEvent = [this](const tivra::MessageEvent&) {
+        application.lines.emplace_back("seen");
+        throw 1;
+    };
+    EXPECT_EQ(receive("4=100|5=IBM|3=7|5001=-12|8=1"), "seen");
     const tivra::MessageEvent& kept = *application.lastEvent;
     EXPECT_EQ(describe(kept), "UPDATE @0 rc=0 tag=0 [] {}");
     EXPECT_EQ(kept.getPermission(), 0);

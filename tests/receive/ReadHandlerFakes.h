@@ -57,15 +57,15 @@ using support::frameOf;
 inline std::string describe(const tivra::MessageEvent& event) {
     static constexpr const char* kTypes[] = {"IMAGE_PART", "IMAGE_COMPLETE", "UPDATE", "REFRESH", "STATUS"};
     std::string text = kTypes[event.getType()];
-    text += ' ' + event.getSymbol() + '@' + std::to_string(event.getSource());
+    text.append(1, ' ').append(event.getSymbolView()) += '@' + std::to_string(event.getSource());
     text += " rc=" + std::to_string(event.getStatusCode()) + " tag=" + std::to_string(event.getTag()) + " [";
     tivra::MessageReader& reader = event.getReader();
     for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next())
-        text += std::to_string(token) + '=' + reader.getValueAsString() + '|';
+        text.append(std::to_string(token) + '=').append(reader.getValueAsStringView()) += '|';
     text += "] {";
     for (std::size_t i = 0; i < event.getNumberofAlternateIndexes(); ++i)
-        text += std::to_string(event.getAlternateIndexTokenNumber(i)) + '=' +
-                event.getAlternateIndexValue(i) + '|';
+        text.append(std::to_string(event.getAlternateIndexTokenNumber(i)) + '=')
+            .append(event.getAlternateIndexValueView(i)) += '|';
     return text + '}';
 }
 

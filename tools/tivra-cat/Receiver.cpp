@@ -119,7 +119,7 @@ Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
 void Receiver::addHeader(Record& record, const tivra::MessageEvent& event) const {
     record.source = event.getSource();
     record.permission = event.getPermission();
-    record.symbol = event.getSymbol();
+    record.symbol = event.getSymbolView();
     if (m_settings.splitsHeader)
         return;
     // A list of sources or permissions has its first entry in the header and the others among the fields.
