@@ -16,6 +16,15 @@ constexpr std::uint8_t kMetaOrder[kMetaCodes] = {16, 17, 18, 0, 8,  7, 9,  6, 10
                                                  11, 4,  12, 3, 13, 2, 14, 1, 15};
 
 using Lengths = std::span<const std::uint8_t>;
+/// How many codes of each length there are.
+using Counts = std::array<unsigned, kMaxLength + 1>;
+
+Counts countsOf(Lengths lengths) {
+    Counts counts{};
+    for (const std::uint8_t length : lengths)
+        ++counts[length];
+    return counts;
+}
 
 /// Takes bits off the front.
 class BitReader {
@@ -23,6 +32,22 @@ public:
     explicit BitReader(const DeflateBits& bits)
         : m_held(bits.first), m_count(bits.count), m_bytes(bits.bytes) {}
 
+    /// Gathers 56 bits or more, if there are so many.
+    void gatherMany() {
+        if (m_count >= kManyBits)
+            return;
+        if (m_bytes.size() - m_used < sizeof m_held) {
+            static_cast<void>(need(kManyBits));
+            return;
+        }
+        std::uint64_t next = 0;
+        for (unsigned i = 0; i < sizeof next; ++i) // one load to the compiler
+            next |= std::uint64_t{m_bytes[m_used + i]} << (8 * i);
+        m_held |= next << m_count;
+        const unsigned bytes = (63 - m_count) / 8;
+        m_used += bytes;
+        m_count += 8 * bytes;
+    }
     /// Gathers as many bits; false when the bytes end before.
     [[nodiscard]] bool need(unsigned count) {
         while (m_count < count)
@@ -63,7 +88,9 @@ public:
     }
 
 private:
-    std::uint64_t m_held;
+    static constexpr unsigned kManyBits = 56;
+
+    std::uint64_t m_held; ///< zeros, or bits of the bytes that come next, above those that are gathered
     unsigned m_count;
     std::span<const std::uint8_t> m_bytes;
     std::size_t m_used = 0;
@@ -74,13 +101,10 @@ struct Fill {
     unsigned longest = 0;
     int left = 1; ///< patterns of the greatest length without a code; negative with more codes than patterns
 
-    explicit Fill(Lengths lengths) {
-        std::array<int, kMaxLength + 1> count{};
-        for (const std::uint8_t length : lengths)
-            ++count[length];
+    explicit Fill(const Counts& counts) {
         for (unsigned length = 1; length <= kMaxLength && left >= 0; ++length) {
-            left = 2 * left - count[length];
-            if (count[length] > 0)
+            left = 2 * left - static_cast<int>(counts[length]);
+            if (counts[length] > 0)
                 longest = length;
         }
     }
@@ -95,13 +119,11 @@ struct Fill {
 class MetaCode {
 public:
     /// Without any code each bit stands for the length 0.
-    explicit MetaCode(Lengths lengths) {
+    MetaCode(Lengths lengths, const Counts& counts) {
         m_entries.fill({0, 1});
         std::array<unsigned, kMaxLengthOfMeta + 2> next{};
         for (unsigned length = 1; length <= kMaxLengthOfMeta; ++length)
-            next[length + 1] =
-                (next[length] + static_cast<unsigned>(std::count(lengths.begin(), lengths.end(), length)))
-                << 1;
+            next[length + 1] = (next[length] + counts[length]) << 1;
         for (unsigned symbol = 0; symbol < lengths.size(); ++symbol)
             if (lengths[symbol] > 0)
                 enter(symbol, lengths[symbol], next[lengths[symbol]]++);
@@ -201,60 +223,75 @@ private:
                 return false;
             meta[kMetaOrder[i]] = static_cast<std::uint8_t>(m_bits.take(3));
         }
-        if (!Fill(meta).isComplete())
+        const Counts counts = countsOf(meta);
+        if (!Fill(counts).isComplete())
             return refuse("invalid code lengths set");
-        return readLengths(MetaCode(meta)) && judgeLengths();
+        m_ofLiterals.fill(0);
+        m_ofDistances.fill(0);
+        return readLengths(MetaCode(meta, counts)) && judgeLengths();
     }
 
     bool readLengths(const MetaCode& code) {
         const unsigned wanted = m_literals + m_distances;
         unsigned have = 0;
+        unsigned last = 0;
         while (have < wanted) {
+            m_bits.gatherMany();
             unsigned symbol = 0;
             unsigned length = 0;
             if (!code.find(m_bits, symbol, length))
                 return false;
+            unsigned count = 1;
             if (symbol < 16) {
                 m_bits.drop(length);
-                m_lengths[have++] = static_cast<std::uint8_t>(symbol);
-                continue;
+                last = symbol;
+            } else {
+                // Repeats of the length before, or of 0; how often stands in the bits that follow.
+                static constexpr struct {
+                    unsigned bits;
+                    unsigned least;
+                } kRepeats[] = {{2, 3}, {3, 3}, {7, 11}};
+                const auto& repeat = kRepeats[symbol - 16];
+                if (!m_bits.need(length + repeat.bits))
+                    return false;
+                m_bits.drop(length);
+                if (symbol == 16 && have == 0)
+                    return refuse("invalid bit length repeat");
+                last = symbol == 16 ? last : 0;
+                count = repeat.least + m_bits.take(repeat.bits);
+                if (have + count > wanted)
+                    return refuse("invalid bit length repeat");
             }
-            // Repeats of the length before, or of 0; how often stands in the bits that follow.
-            static constexpr struct {
-                unsigned bits;
-                unsigned least;
-            } kRepeats[] = {{2, 3}, {3, 3}, {7, 11}};
-            const auto& repeat = kRepeats[symbol - 16];
-            if (!m_bits.need(length + repeat.bits))
-                return false;
-            m_bits.drop(length);
-            if (symbol == 16 && have == 0)
-                return refuse("invalid bit length repeat");
-            const std::uint8_t repeated = symbol == 16 ? m_lengths[have - 1] : std::uint8_t{0};
-            const unsigned count = repeat.least + m_bits.take(repeat.bits);
-            if (have + count > wanted)
-                return refuse("invalid bit length repeat");
-            std::fill_n(m_lengths.begin() + have, count, repeated);
+            note(have, count, last);
             have += count;
         }
         return true;
     }
 
+    /// The lengths of `count` codes from there on, those of the literals first.
+    void note(unsigned from, unsigned count, unsigned length) {
+        const unsigned literals = std::min(count, m_literals - std::min(from, m_literals));
+        m_ofLiterals[length] += literals;
+        m_ofDistances[length] += count - literals;
+        if (from <= kEndOfBlock && kEndOfBlock < from + count)
+            m_hasEndOfBlock = length > 0;
+    }
+
     bool judgeLengths() {
-        const Lengths all(m_lengths);
-        if (all[kEndOfBlock] == 0)
+        if (!m_hasEndOfBlock)
             return refuse("invalid code -- missing end-of-block");
-        if (!Fill(all.first(m_literals)).isCompleteOrSingle())
+        if (!Fill(m_ofLiterals).isCompleteOrSingle())
             return refuse("invalid literal/lengths set");
-        return Fill(all.subspan(m_literals, m_distances)).isCompleteOrSingle() ||
-               refuse("invalid distances set");
+        return Fill(m_ofDistances).isCompleteOrSingle() || refuse("invalid distances set");
     }
 
     BitReader m_bits;
     DeflateBlockHead m_head;
     unsigned m_literals = 0;
     unsigned m_distances = 0;
-    std::array<std::uint8_t, kMaxLiterals + kMaxDistances> m_lengths{};
+    Counts m_ofLiterals; ///< begun where there are any
+    Counts m_ofDistances;
+    bool m_hasEndOfBlock = false;
 };
 
 } // namespace
