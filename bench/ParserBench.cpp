@@ -2,6 +2,7 @@
 // plain parser and other libraries' parsers of the same messages, all measured in turn in one run.
 #include "EncoderBench.h"
 #include "Interleave.h"
+#include "LazyBench.h"
 #include "NumberBench.h"
 #include "ParserShapes.h"
 #include "Report.h"
@@ -237,6 +238,7 @@ int main(int argc, char** argv) {
     }
     benchDay("Sample of the day", sample, options.rounds, true);
     benchSymbols(sample);
+    benchLazyValues(sample);
     benchShapes(sample);
     benchNumbers();
     benchEncoders(sample);

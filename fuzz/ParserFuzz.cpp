@@ -70,8 +70,9 @@ std::string outcome(KVNParse& parse, BodyParser form, std::string_view frame, Gu
         Message message;
         if (parse.parseWith(form, memory.place(frame, side), &message) != 0)
             return std::string("refused: ") + tp::te_geterror();
-        whole = describe(message);
+        // First, for describing the message decodes it.
         copy.deepCopy(&message);
+        whole = describe(message);
         copy.isRetCodePresent = message.isRetCodePresent;
         copy.isTagPresent = message.isTagPresent;
         copy.isAltIndexPresent = message.isAltIndexPresent;

@@ -37,7 +37,7 @@ struct ParameterInfo {
 inline constexpr long kNoMinimum = std::numeric_limits<long>::min();
 inline constexpr long kNoMaximum = std::numeric_limits<long>::max();
 
-inline constexpr std::array<ParameterInfo, 10> kSessionParameters{{
+inline constexpr std::array<ParameterInfo, 11> kSessionParameters{{
     {tivra::SessionConfig::RECOVERY_BOOL, "RECOVERY_BOOL", ParameterType::Bool, "", 0, 1, 1,
      OutOfRange::Impossible, "deprecated: setting it only logs a warning"},
     {tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, "MULTITHREADED_API_CONNECTIONS_BOOL",
@@ -67,6 +67,9 @@ inline constexpr std::array<ParameterInfo, 10> kSessionParameters{{
     {tivra::SessionConfig::INLINE_CALLBACKS_BOOL, "INLINE_CALLBACKS_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible,
      "call the message callback on the thread that reads, where a slow one holds up the hubs of that thread"},
+    {tivra::SessionConfig::LAZY_VALUES_BOOL, "LAZY_VALUES_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible,
+     "decode the numbers of a message when they are asked for; worth it where callbacks read two at most"},
 }};
 
 inline constexpr std::array<ParameterInfo, 11> kHostParameters{{

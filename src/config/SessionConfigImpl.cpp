@@ -83,6 +83,9 @@ void SessionConfigImpl::set(SessionConfig::Parameters parameter, bool value) {
     case SessionConfig::INLINE_CALLBACKS_BOOL:
         m_inlineCallbacks = value;
         break;
+    case SessionConfig::LAZY_VALUES_BOOL:
+        m_lazyValues = value;
+        break;
     default:
         eprintf(EPF_WARN, "Invalid parameter (%d) passed to SessionConfigImpl::set(bool)",
                 static_cast<int>(parameter));

@@ -29,6 +29,7 @@ public:
     [[nodiscard]] long getMaxWatchlistSize() const { return maxWatchlistSize; }
     [[nodiscard]] bool isEndingLostRequests() const { return m_endLostRequests; }
     [[nodiscard]] bool isDeliveringInline() const { return m_inlineCallbacks; }
+    [[nodiscard]] bool isDecodingLazily() const { return m_lazyValues; }
     /// Percent.
     [[nodiscard]] long getQueueThreshold() const { return queueThreshold; }
 
@@ -45,6 +46,7 @@ private:
     std::atomic<bool> maxReqQSizeSet{false};
     std::atomic<bool> m_endLostRequests{isOnByDefault(tivra::SessionConfig::END_LOST_REQUESTS_BOOL)};
     std::atomic<bool> m_inlineCallbacks{isOnByDefault(tivra::SessionConfig::INLINE_CALLBACKS_BOOL)};
+    std::atomic<bool> m_lazyValues{isOnByDefault(tivra::SessionConfig::LAZY_VALUES_BOOL)};
     std::atomic<long> queueThreshold{defaultOf(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG)};
 };
 

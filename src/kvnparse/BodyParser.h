@@ -14,14 +14,15 @@ using BodyParser = int (*)(KVNParse& parse, const char* position);
 struct BodyParserForm {
     const char* name;
     BodyParser parse;
-    bool (*runsHere)(); ///< whether this processor can run it
+    BodyParser parseLazily; ///< the same, but it may leave numbers in the frame as texts
+    bool (*runsHere)();     ///< whether this processor can run it
 };
 
 /// All forms, the plainest first, up to a row without a name.
 extern const BodyParserForm kBodyParserForms[];
 
 /// The fastest form for this processor.
-[[nodiscard]] BodyParser bestBodyParser() noexcept;
+[[nodiscard]] const BodyParserForm& bestBodyParser() noexcept;
 
 /// Field by field, byte by byte: the form that the others are judged by, and the only one for frames that are
 /// not framed by a header and for names in place of numbers.
@@ -31,6 +32,10 @@ extern const BodyParserForm kBodyParserForms[];
 [[nodiscard]] int parseBodySse42(KVNParse& parse, const char* position);
 [[nodiscard]] int parseBodyAvx2(KVNParse& parse, const char* position);
 [[nodiscard]] int parseBodyAvx512(KVNParse& parse, const char* position);
+
+[[nodiscard]] int parseLazilySse42(KVNParse& parse, const char* position);
+[[nodiscard]] int parseLazilyAvx2(KVNParse& parse, const char* position);
+[[nodiscard]] int parseLazilyAvx512(KVNParse& parse, const char* position);
 #endif
 
 } // namespace KVNAPI

@@ -45,8 +45,20 @@ constexpr DigitTables makeTables() {
     return tables;
 }
 
+constexpr ByteTables makeByteTables() {
+    ByteTables tables{};
+    for (std::size_t i = 0; i < sizeof tables.bars; ++i) {
+        tables.bars[i] = '|';
+        tables.ends[i] = 3;
+        tables.zeroes[i] = '0';
+        tables.nines[i] = 9;
+    }
+    return tables;
+}
+
 } // namespace
 
 constinit const DigitTables kDigitTables = makeTables();
+constinit const ByteTables kByteTables = makeByteTables();
 
 } // namespace KVNAPI

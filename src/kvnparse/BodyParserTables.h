@@ -30,4 +30,20 @@ struct DigitTables {
 };
 extern const DigitTables kDigitTables;
 
+/// Vectors of one byte repeated, which the look for separators, digits and points compares with. From here
+/// for the same reason.
+struct ByteTables {
+    alignas(64) std::uint8_t bars[64]; ///< "|"
+    std::uint8_t ends[64];             ///< the end byte
+    std::uint8_t zeroes[64];           ///< the text "0"
+    std::uint8_t nines[64];            ///< the number 9
+};
+extern const ByteTables kByteTables;
+
+/// A bit for each byte of a block, the first one lowest.
+struct ByteBits {
+    std::uint64_t separators;
+    std::uint64_t digits;
+};
+
 } // namespace KVNAPI

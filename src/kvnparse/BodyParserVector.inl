@@ -1,5 +1,6 @@
 // The vector form of the body parser, compiled once for each instruction set: an including file defines
-// KVN_TARGET, the target attribute of its functions, and `separatorsOf` before it includes this.
+// KVN_TARGET, the target attribute of its functions, and `separatorsOf` and `byteBitsOf` before it
+// includes this. BodyParserLazy.inl has the form that leaves numbers undecoded.
 //
 // It looks at a block of bytes for the separators in it and then reads a few fields, whose ends are known
 // before they have been read, so that the processor works on several at once; that, and not the width of the
@@ -54,6 +55,13 @@ public:
         const std::ptrdiff_t wanted = position - m_frame;
         const std::ptrdiff_t place = wanted < m_lastBlock ? wanted : m_lastBlock;
         return separatorsOf(m_bytes + place) >> (wanted - place);
+    }
+    /// The same, and the bits of digits.
+    [[nodiscard]] KVN_INLINE ByteBits bitsFrom(const char* position) const {
+        const std::ptrdiff_t wanted = position - m_frame;
+        const std::ptrdiff_t place = wanted < m_lastBlock ? wanted : m_lastBlock;
+        const ByteBits bits = byteBitsOf(m_bytes + place);
+        return {bits.separators >> (wanted - place), bits.digits >> (wanted - place)};
     }
 
 private:
@@ -312,13 +320,52 @@ KVN_INLINE bool readNumber(Output& out, const VectorLimits& limits, Token* token
     return true;
 }
 
+// Values for the header of a message. False when they are not ordinary ones; nothing has been changed then.
+
+KVN_INLINE bool readExchange(KVNParse& parse, Message& message, const char* from, const char* end) {
+    std::int64_t number = 0;
+    if (message.exchange != nullptr || !readInteger(from, end, number))
+        return false;
+    message.exchange = parse.exchange(number);
+    return true;
+}
+
+KVN_INLINE bool readPermission(KVNParse& parse, Message& message, const char* from, const char* end) {
+    std::int64_t number = 0;
+    if (message.permission != nullptr || !readInteger(from, end, number))
+        return false;
+    message.permission = parse.exchange(number);
+    return true;
+}
+
+KVN_INLINE bool readRefresh(Message& message, const char* from, const char* end) {
+    if (end - from != 1 || *from != '1')
+        return false;
+    message.isRefresh = 1;
+    return true;
+}
+
+KVN_INLINE bool readDenom(Message& message, const char* from, const char* end) {
+    std::int64_t number = 0;
+    if (!readInteger(from, end, number))
+        return false;
+    message.denomcode = Denom::lookupKVNcode(static_cast<std::int32_t>(number));
+    return true;
+}
+
+KVN_INLINE bool readMarket(Message& message, const char* from, const char* end) {
+    if (end - from != 1)
+        return false;
+    message.market = *from;
+    return true;
+}
+
 /// Reads the value of a known token. False when it is not an ordinary one; nothing has been changed then.
 KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const VectorLimits& limits,
                           const FieldRow& row, const char* from, const char* end) {
     // Most fields are numbers, which need no jump through a table.
     if (row.kind <= FieldRow::DOUBLE)
         return readNumber(out, limits, row.token, row.kind == FieldRow::DOUBLE, from, end);
-    std::int64_t number = 0;
     switch (row.kind) {
     case FieldRow::SYMBOL:
         if (message.symbol.len != 0)
@@ -326,30 +373,15 @@ KVN_INLINE bool readValue(KVNParse& parse, Message& message, Output& out, const 
         message.symbol = readText(parse, out, from, end);
         return true;
     case FieldRow::EXCHANGE:
-        if (message.exchange != nullptr || !readInteger(from, end, number))
-            return false;
-        message.exchange = parse.exchange(number);
-        return true;
+        return readExchange(parse, message, from, end);
     case FieldRow::PERMISSION:
-        if (message.permission != nullptr || !readInteger(from, end, number))
-            return false;
-        message.permission = parse.exchange(number);
-        return true;
+        return readPermission(parse, message, from, end);
     case FieldRow::REFRESH:
-        if (end - from != 1 || *from != '1')
-            return false;
-        message.isRefresh = 1;
-        return true;
+        return readRefresh(message, from, end);
     case FieldRow::DENOM:
-        if (!readInteger(from, end, number))
-            return false;
-        message.denomcode = Denom::lookupKVNcode(static_cast<std::int32_t>(number));
-        return true;
+        return readDenom(message, from, end);
     case FieldRow::MARKET:
-        if (end - from != 1)
-            return false;
-        message.market = *from;
-        return true;
+        return readMarket(message, from, end);
     case FieldRow::FLAGGED:
         raiseFlags(message, row.present);
         if (row.valueKind != FieldRow::STRING)

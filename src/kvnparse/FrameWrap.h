@@ -42,6 +42,7 @@ public:
     void reset() override { m_frame->reset(); }
     [[nodiscard]] unsigned int msglen() const override { return static_cast<unsigned int>(m_msglen); }
     void setTextsInFrame(bool inFrame) override { m_parser.setTextsInFrame(inFrame); }
+    void setLazyValues(bool lazy) override { m_parser.setLazyValues(lazy); }
 
 private:
     [[nodiscard]] int parseWhole(bufref frame, Message* message) {

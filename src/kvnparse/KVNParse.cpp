@@ -254,14 +254,9 @@ Token* KVNParse::tryStringToken(const char** position) const {
 }
 
 const char* KVNParse::readSigned(const char* position, std::int64_t& value) const noexcept {
-    const char* digits = position;
-    const char* const end = m_frame.end();
-    const bool negative = digits != end && *digits == '-';
-    if (negative || (digits != end && *digits == '+'))
-        ++digits;
-    const atou64_ret read = _atou64(digits, end);
-    value = static_cast<std::int64_t>(negative ? 0 - read.i : read.i);
-    return read.p != digits ? read.p : position;
+    const SignedNumber read = _atoi64(position, m_frame.end());
+    value = read.i;
+    return read.p;
 }
 
 const char* KVNParse::valueEnd(const char* position) const noexcept {

@@ -39,6 +39,10 @@ public:
     void setTextsInFrame(bool inFrame) noexcept { m_textsInFrame = inFrame; }
     [[nodiscard]] bool hasTextsInFrame() const noexcept { return m_textsInFrame; }
 
+    /// Whether numbers stay in the frame as texts until they are asked for, for messages that are gone before
+    /// its bytes are; at first they are decoded at once. What is refused is the same.
+    void setLazyValues(bool lazy) noexcept { m_form = lazy ? m_best.parseLazily : m_best.parse; }
+
     /// Sets one option by its name; -1 with a text in te_geterror for "help" and unknown names.
     [[nodiscard]] int setOption(const char* name, const char* value);
 
@@ -145,7 +149,8 @@ private:
     FieldIndex m_index{&m_noRow};
     LayoutTrend m_layouts;
     std::array<ExchangeRow, kExchangeRows> m_exchangeRows{};
-    BodyParser m_form = bestBodyParser();
+    const BodyParserForm& m_best = bestBodyParser();
+    BodyParser m_form = m_best.parse;
     bool m_textsInFrame = false;
 };
 

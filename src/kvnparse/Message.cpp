@@ -1,6 +1,9 @@
 #include "kvnparse/Message.h"
 
+#include "kvnparse/NumberDecode.h"
+
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <functional>
 #include <utility>
@@ -19,6 +22,26 @@ Message::Message() noexcept
     , startArea(_staticArea) {}
 
 Message::~Message() = default;
+
+void Message::decodeInto(TVPair& pair) const noexcept {
+    // The end byte of the frame, which no number reaches, lets digits be read eight at a time.
+    if (pair.token->storage == Token::TY_DOUBLE)
+        pair.d = _atod(pair.s.buf, m_textsEnd).d;
+    else if (pair.token->storage == Token::TY_INT)
+        pair.i = _atoi64(pair.s.buf, m_textsEnd).i;
+}
+
+void Message::decodePair(int index) const noexcept {
+    if (!isUndecoded(index))
+        return;
+    decodeInto(pairs[index]);
+    m_undecoded &= ~(std::uint64_t{1} << index);
+}
+
+void Message::decodeAll() noexcept {
+    while (m_undecoded != 0)
+        decodePair(std::countr_zero(m_undecoded));
+}
 
 void Message::releaseHeap() noexcept {
     pairs = inlinePairs();
@@ -50,6 +73,7 @@ void Message::growPairs(std::int32_t count) {
 TVPair* Message::insertPair(int position) {
     if (position < 0 || position > paircount)
         return nullptr;
+    decodeAll();
     addPair();
     TVPair* const slot = pairs + position;
     std::move_backward(slot, pairs + paircount - 1, pairs + paircount);
@@ -59,6 +83,7 @@ TVPair* Message::insertPair(int position) {
 void Message::removePair(int position) noexcept {
     if (position < 0 || position >= paircount)
         return;
+    decodeAll();
     std::move(pairs + position + 1, pairs + paircount, pairs + position);
     --paircount;
 }
@@ -79,12 +104,12 @@ int Message::rFindPosition(const Token* token) const noexcept {
 
 const TVPair* Message::findPair(const Token* token) const noexcept {
     const int position = findPosition(token);
-    return position < 0 ? nullptr : pairs + position;
+    return position < 0 ? nullptr : pair(position);
 }
 
 TVPair* Message::findPair(const Token* token) noexcept {
     const int position = findPosition(token);
-    return position < 0 ? nullptr : pairs + position;
+    return position < 0 ? nullptr : pair(position);
 }
 
 bool Message::isInArea(const bufref& text) const noexcept {
@@ -146,6 +171,7 @@ void Message::copyIntoArea(bufref& text) {
 }
 
 void Message::copyStrings() {
+    decodeAll();
     copyIntoArea(symbol);
     for (int i = 0; i < paircount; ++i)
         if (pairs[i].token->storage == Token::TY_STRING)
@@ -174,6 +200,7 @@ void Message::deepCopy(const Message* source) {
     }
     paircount = source->paircount;
     std::memcpy(pairs, source->pairs, static_cast<std::size_t>(paircount) * sizeof(TVPair));
+    setUndecoded(source->m_undecoded, source->m_textsEnd);
     copyStrings();
 }
 

@@ -15,10 +15,14 @@ class Exchange;
 /// One wire message in memory: header fields, the pairs in wire order and the storage of their text. Made and
 /// dropped for every message of the hot path, so 32 pairs and 64 bytes of text live inside the object and
 /// nothing of that is cleared beforehand. Belongs to one thread at a time.
+///
+/// A parser may leave numbers undecoded, as texts in its frame. Whoever is handed a pair is handed its value:
+/// it is decoded first, in place, even if the message is const. A copy has nothing undecoded.
 class Message {
 public:
     static constexpr int STATICPAIRS = 32;
     static constexpr std::size_t kStaticArea = 64;
+    static constexpr int kMostUndecoded = 64; ///< pairs behind these always hold their values
 
     Message() noexcept;
     Message(const Message&) = delete;
@@ -35,7 +39,7 @@ public:
     unsigned isTagPresent : 1;            ///< the message carried the query tag token
     unsigned isAltIndexPresent : 1;       ///< the message carried an alternate identifier
     std::int32_t paircount = 0;           ///< pairs in use
-    TVPair* pairs;                        ///< the inline array, or one on the heap
+    TVPair* pairs;                        ///< the inline array, or one on the heap; decodes nothing
     char* nextArea;                       ///< first free byte of the text area
     char* endArea;                        ///< end of the text area
     char* startArea;                      ///< start of the text area, inline or on the heap
@@ -52,13 +56,29 @@ public:
         isTagPresent = 0;
         isAltIndexPresent = 0;
         paircount = 0;
+        m_undecoded = 0;
         if (!usesInlinePairs() || !usesInlineArea())
             releaseHeap();
         nextArea = _staticArea;
     }
 
-    [[nodiscard]] TVPair* pair(int index) noexcept { return pairs + index; }
-    [[nodiscard]] const TVPair* pair(int index) const noexcept { return pairs + index; }
+    [[nodiscard]] TVPair* pair(int index) noexcept {
+        decode(index);
+        return pairs + index;
+    }
+    [[nodiscard]] const TVPair* pair(int index) const noexcept {
+        decode(index);
+        return pairs + index;
+    }
+    /// The token of a pair, whose value stays as it is.
+    [[nodiscard]] const Token* tokenOf(int index) const noexcept { return pairs[index].token; }
+    /// A pair with its value, for a reader who is not to change the message.
+    [[nodiscard]] TVPair readPair(int index) const noexcept {
+        TVPair copy = pairs[index];
+        if (isUndecoded(index))
+            decodeInto(copy);
+        return copy;
+    }
     [[nodiscard]] int pairCount() const noexcept { return paircount; }
 
     /// The new last pair, uninitialised. Throws std::bad_alloc, as every growth here does.
@@ -67,6 +87,14 @@ public:
             verifyAdd();
         return pairs + paircount++;
     }
+    /// Says which of the first pairs hold the text of their value, the first one lowest, and where the bytes
+    /// end that the texts of numbers stand in. For parsers, which have checked these texts.
+    void setUndecoded(std::uint64_t which, const char* textsEnd) noexcept {
+        m_undecoded = which;
+        m_textsEnd = textsEnd;
+    }
+    /// Decodes what has not been decoded, so that the bytes that it stands in may go.
+    void decodeAll() noexcept;
     /// Behind the last slot that needs no growth. For parsers, which fill slots by themselves.
     [[nodiscard]] TVPair* pairsEnd() noexcept { return pairs + _pairsalloc; }
     /// Makes room for so many pairs in all.
@@ -76,8 +104,10 @@ public:
     }
     /// Drops the last pair, if there is one.
     void popPair() noexcept {
-        if (paircount > 0)
+        if (paircount > 0) {
+            decode(paircount - 1);
             --paircount;
+        }
     }
     /// Moves the pairs from `position` up by one and returns the slot, whose content is undefined. Null, with
     /// nothing done, when `position` is not from 0 to the count of pairs.
@@ -126,10 +156,17 @@ public:
     class iterator {
     public:
         explicit iterator(const Message* message) noexcept
-            : cur_(message->pairs), last_(message->pairs + message->paircount) {}
-        [[nodiscard]] TVPair* next() noexcept { return cur_ == last_ ? nullptr : cur_++; }
+            : m_message(message), cur_(message->pairs), last_(message->pairs + message->paircount) {}
+        [[nodiscard]] TVPair* next() noexcept {
+            if (cur_ == last_)
+                return nullptr;
+            if (m_message->m_undecoded != 0)
+                m_message->decode(static_cast<int>(cur_ - m_message->pairs));
+            return cur_++;
+        }
 
     private:
+        const Message* m_message;
         TVPair* cur_;
         TVPair* last_;
     };
@@ -143,6 +180,15 @@ private:
     [[nodiscard]] std::size_t textInArea() const noexcept;
     [[nodiscard]] bool isInArea(const bufref& text) const noexcept;
     void copyIntoArea(bufref& text);
+    [[nodiscard]] bool isUndecoded(int index) const noexcept {
+        return m_undecoded != 0 && index < kMostUndecoded && (m_undecoded >> index & 1) != 0;
+    }
+    void decode(int index) const noexcept {
+        if (m_undecoded != 0)
+            decodePair(index);
+    }
+    void decodePair(int index) const noexcept;
+    void decodeInto(TVPair& pair) const noexcept;
 
     [[nodiscard]] TVPair* inlinePairs() noexcept { return reinterpret_cast<TVPair*>(_pairs); }
     [[nodiscard]] bool usesInlinePairs() const noexcept {
@@ -150,6 +196,8 @@ private:
     }
     [[nodiscard]] bool usesInlineArea() const noexcept { return startArea == _staticArea; }
 
+    mutable std::uint64_t m_undecoded = 0; ///< see setUndecoded
+    const char* m_textsEnd = nullptr;      ///< of no use when nothing is undecoded
     std::int32_t _pairsalloc = STATICPAIRS;
     alignas(TVPair) std::byte _pairs[STATICPAIRS * sizeof(TVPair)];
     char _staticArea[kStaticArea];

@@ -13,6 +13,12 @@ struct atou64_ret {
     std::uint64_t i;
 };
 
+/// Result of reading a signed number: the first byte not consumed, and the value.
+struct SignedNumber {
+    const char* p;
+    std::int64_t i;
+};
+
 /// Result of reading a decimal number: the first byte not consumed, and the value.
 struct atod_ret {
     const char* p;
@@ -26,6 +32,10 @@ struct atod_ret {
 /// Reads decimal digits; the value wraps modulo 2^64. Without a digit the value is 0 and `p` unchanged.
 [[nodiscard]] atou64_ret _atou64(const char* p) noexcept;
 [[nodiscard]] atou64_ret _atou64(const char* p, const char* end) noexcept;
+
+/// Reads an optional sign and decimal digits; the value wraps likewise. Without a digit the value is 0 and
+/// `p` unchanged.
+[[nodiscard]] SignedNumber _atoi64(const char* p, const char* end) noexcept;
 
 /// Reads an optional sign, digits, an optional "." and up to 17 fraction digits. The value is the whole part
 /// plus the fraction digits times a power of ten, in double arithmetic: not a correctly rounded conversion,
@@ -161,6 +171,15 @@ inline atou64_ret _atou64(const char* p, const char* end) noexcept {
     for (; p < end && detail::isDigit(*p); ++p)
         value = value * 10 + detail::digitOf(*p);
     return {p, value};
+}
+
+inline SignedNumber _atoi64(const char* p, const char* end) noexcept {
+    const char* digits = p;
+    const bool negative = p < end && *p == '-';
+    if (negative || (p < end && *p == '+'))
+        ++digits;
+    const atou64_ret read = _atou64(digits, end);
+    return {read.p != digits ? read.p : p, static_cast<std::int64_t>(negative ? 0 - read.i : read.i)};
 }
 
 inline atod_ret _atod(const char* p) noexcept {

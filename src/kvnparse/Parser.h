@@ -52,6 +52,9 @@ public:
     /// first they are copied into the message. A parser of bytes of its own goes on copying.
     virtual void setTextsInFrame(bool inFrame) { static_cast<void>(inFrame); }
 
+    /// Whether numbers stay in the pushed bytes as texts until they are asked for, on the same terms.
+    virtual void setLazyValues(bool lazy) { static_cast<void>(lazy); }
+
     /// Sets the options of a list of name=value items separated by commas; see setOptions.
     [[nodiscard]] int optionParser(const char* text);
 

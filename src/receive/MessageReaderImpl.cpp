@@ -39,32 +39,29 @@ bool MessageReaderImpl::find(int token) noexcept {
 }
 
 std::string_view MessageReaderImpl::getTokenName() const noexcept {
-    const KVNAPI::TVPair* const pair = currentPair();
-    return pair != nullptr ? pair->token->name : "UNKNOWN";
+    const KVNAPI::Token* const token = currentToken();
+    return token != nullptr ? token->name : "UNKNOWN";
 }
 
 tivra::ValueTypes MessageReaderImpl::getValueType() const noexcept {
-    const KVNAPI::TVPair* const pair = currentPair();
-    return pair != nullptr ? valueTypeOf(MetaToken::cast(pair->token)->getKVNType()) : tivra::UNKNOWN;
+    const KVNAPI::Token* const token = currentToken();
+    return token != nullptr ? valueTypeOf(MetaToken::cast(token)->getKVNType()) : tivra::UNKNOWN;
 }
 
 int64_t MessageReaderImpl::getValueAsInteger() const noexcept {
-    const KVNAPI::TVPair* const pair = readablePair();
-    return pair != nullptr ? integerOf(*pair) : -1;
+    return isReadable() ? integerOf(currentPair()) : -1;
 }
 
 double MessageReaderImpl::getValueAsDouble() const noexcept {
-    const KVNAPI::TVPair* const pair = readablePair();
-    return pair != nullptr ? doubleOf(*pair) : -1.0;
+    return isReadable() ? doubleOf(currentPair()) : -1.0;
 }
 
 std::string_view MessageReaderImpl::getValueAsString() const noexcept {
-    const KVNAPI::TVPair* const pair = readablePair();
-    return pair != nullptr ? textOf(*pair, m_number) : std::string_view();
+    return isReadable() ? textOf(currentPair(), m_number) : std::string_view();
 }
 
 tivra::DateTime MessageReaderImpl::getValueAsDateTime() const noexcept {
-    return tivra::DateTime(currentPair() != nullptr ? getValueAsDouble() : 0.0);
+    return tivra::DateTime(currentToken() != nullptr ? getValueAsDouble() : 0.0);
 }
 
 } // namespace tivra_internal

@@ -50,15 +50,16 @@ public:
 private:
     [[nodiscard]] int pairCount() const noexcept { return msg != nullptr ? msg->pairCount() : 0; }
     [[nodiscard]] int tokenAt(int index) const noexcept {
-        return index >= 0 && index < pairCount() ? msg->pair(index)->token->kvnid : END_OF_MESSAGE;
+        return index >= 0 && index < pairCount() ? msg->tokenOf(index)->kvnid : END_OF_MESSAGE;
     }
-    /// The pair that the reader stands on, null off a pair or when its type is unknown.
-    [[nodiscard]] const KVNAPI::TVPair* currentPair() const noexcept {
-        return pos >= 0 && pos < pairCount() ? msg->pair(pos) : nullptr;
+    /// The token that the reader stands on, null off a pair.
+    [[nodiscard]] const KVNAPI::Token* currentToken() const noexcept {
+        return pos >= 0 && pos < pairCount() ? msg->tokenOf(pos) : nullptr;
     }
-    [[nodiscard]] const KVNAPI::TVPair* readablePair() const noexcept {
-        return getValueType() != tivra::UNKNOWN ? currentPair() : nullptr;
-    }
+    /// False off a pair or when its type is unknown.
+    [[nodiscard]] bool isReadable() const noexcept { return getValueType() != tivra::UNKNOWN; }
+    /// A copy, so that getters leave the message as it is.
+    [[nodiscard]] KVNAPI::TVPair currentPair() const noexcept { return msg->readPair(pos); }
 
     int32_t pos = -1; ///< -1 before the first pair, the count of pairs behind the last
     const KVNAPI::Message* msg = nullptr;

@@ -106,6 +106,7 @@ bool QueueReadHandler::ensureParser() {
     }
     // A message is gone before the space of its frame is released.
     parser->setTextsInFrame(true);
+    parser->setLazyValues(m_lazyValues);
     kvnParser = std::move(parser);
     return true;
 }

@@ -74,6 +74,8 @@ public:
     /// for the next time. @thread user, at the same tick
     bool endLostRequests();
 
+    /// Whether numbers are decoded when they are asked for. Before the first frame.
+    void setLazyValues(bool lazy) noexcept { m_lazyValues = lazy; }
     void setParser(std::unique_ptr<KVNAPI::Parser> parser) noexcept { kvnParser = std::move(parser); }
     [[nodiscard]] KVNAPI::Parser* getParser() const noexcept { return kvnParser.get(); }
 
@@ -141,6 +143,7 @@ private:
     ReadHandlerHub& m_hubClient;
     MetaTokenMap& MetaMap;
     const bool m_watchlistInUse;
+    bool m_lazyValues = false;
     std::unique_ptr<KVNAPI::Parser> kvnParser;
     KVNAPI::Message m_message; ///< the one being delivered, and then of no use until the next parse
     MessageEventImpl* m_event; ///< behind `msgEvent`

@@ -131,6 +131,7 @@ void SessionImpl::giveReadHandler(HubClient& client, bool isFirst) {
     auto handler =
         std::make_unique<QueueReadHandler>(client.getResponseQueue(), *this, client.getHostConfig(), nullptr,
                                            client, settings().isWatchlistOn());
+    handler->setLazyValues(settings().isDecodingLazily());
     QueueReadHandler* const registered = handler.get();
     client.setReadQueueHandler(std::move(handler));
     m_reactors.registerQueueHandler(registered, isFirst, client);

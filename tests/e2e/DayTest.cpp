@@ -72,10 +72,11 @@ struct Day {
     const char* file;
     std::size_t count;
     bool isCompressed;
+    bool isLazy = false;
 };
 
 std::ostream& operator<<(std::ostream& out, const Day& day) {
-    return out << (day.isCompressed ? "compressed" : "plain") << day.count;
+    return out << (day.isLazy ? "lazy" : day.isCompressed ? "compressed" : "plain") << day.count;
 }
 
 using Stats = tivra::StatisticsEvent;
@@ -119,6 +120,7 @@ TEST_P(DayTest, ArrivesFieldByFieldInOrderAndIsCounted) {
         .set(HostConfig::QUEUE_SIZE_LONG, 512)
         .set(HostConfig::READ_TIMEOUT_LONG, 0) // the hub has nothing to say after the day
         .set(HostConfig::COMPRESSION_BOOL, GetParam().isCompressed);
+    client.settings().set(tivra::SessionConfig::LAZY_VALUES_BOOL, GetParam().isLazy);
     client.session().registerStatisticsEventHandler(&client, 0);
     std::atomic<std::size_t> told{0};
     std::atomic<std::size_t> received{0};
@@ -163,10 +165,12 @@ constexpr std::size_t SOME = IS_SANITIZED ? 20000 : 40000;
 
 INSTANTIATE_TEST_SUITE_P(Sample, DayTest,
                          testing::Values(Day{TIVRA_SAMPLE_DAY, SOME, false},
-                                         Day{TIVRA_SAMPLE_DAY, SOME, true}),
+                                         Day{TIVRA_SAMPLE_DAY, SOME, true},
+                                         Day{TIVRA_SAMPLE_DAY, SOME, false, true}),
                          testing::PrintToStringParamName());
 INSTANTIATE_TEST_SUITE_P(Whole, DayTest,
-                         testing::Values(Day{TIVRA_WHOLE_DAY, MUCH, false}, Day{TIVRA_WHOLE_DAY, MUCH, true}),
+                         testing::Values(Day{TIVRA_WHOLE_DAY, MUCH, false}, Day{TIVRA_WHOLE_DAY, MUCH, true},
+                                         Day{TIVRA_WHOLE_DAY, MUCH, false, true}),
                          testing::PrintToStringParamName());
 
 class SlowCallback : public testing::TestWithParam<bool> {};

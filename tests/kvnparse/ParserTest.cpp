@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <initializer_list>
 #include <memory>
 #include <random>
@@ -56,11 +57,14 @@ struct BodyCase {
 /// Each row by each form, which must not touch the page before or after the frame.
 void expectBodies(KVNParse& parse, const std::initializer_list<BodyCase>& rows) {
     GuardedBytes memory(4096);
-    for (const BodyCase& row : rows)
-        for (const BodyParserForm& form : formsHere())
-            for (const auto side : {GuardedBytes::END_AT_GUARD, GuardedBytes::START_AT_GUARD})
-                EXPECT_EQ(outcome(parse, form.parse, memory.place(frameOf(row.body), side)), row.expected)
-                    << row.what << " by " << form.name;
+    for (const bool inFrame : {false, true}) {
+        parse.setTextsInFrame(inFrame);
+        for (const BodyCase& row : rows)
+            for (const BodyParserForm& form : formsHere())
+                for (const auto side : {GuardedBytes::END_AT_GUARD, GuardedBytes::START_AT_GUARD})
+                    EXPECT_EQ(outcome(parse, form.parse, memory.place(frameOf(row.body), side)), row.expected)
+                        << row.what << " by " << form.name;
+    }
 }
 
 TEST_F(ParserForms, ReadValuesAsTold) {
@@ -111,32 +115,38 @@ std::string error(const char* place, const char* reason) {
 }
 
 TEST_F(ParserForms, RefuseBodiesWhereTheyGoWrong) {
-    expectBodies(parse, {{"empty body", "", error("6(0x03)", "Invalid token")},
-                         {"trailing separator", "1=1|", error("10(0x03)", "Invalid token")},
-                         {"no number", "=1", error("6('=')", "Invalid token")},
-                         {"a name", "BID=1", error("6('B')", "Invalid token")},
-                         {"signed number of a token", "1=1|+1=1", error("10('+')", "Invalid token")},
-                         {"no equals sign", "1=1|17|1=1", error("10('1')", "Invalid token")},
-                         {"no field at all", "1=1|17", error("10('1')", "Invalid token")},
-                         {"fraction of an integer", "1=1.5", error("9('.')", "Invalid value")},
-                         {"letters in numbers", "1=12a4|1=1", error("10('a')", "Invalid value")},
-                         {"letters behind a fraction", "7=1.25x", error("12('x')", "Invalid value")},
-                         {"two points", "7=1.2.3", error("11('.')", "Invalid value")},
-                         {"sign alone", "1=-", error("8('-')", "Invalid value")},
-                         {"sign and point", "7=-.", error("8('-')", "Invalid value")},
-                         {"sign behind digits", "7=1-", error("9('-')", "Invalid value")},
-                         {"two signs", "1=--1", error("8('-')", "Invalid value")},
-                         {"blanks", "1= 1", error("8(' ')", "Invalid value")},
-                         {"18 fraction digits", "7=1.123456789012345678", error("8('1')", "Invalid value")},
-                         {"a part code of two bytes", "9=AB|1=1", error("9('B')", "Invalid value")},
-                         {"an empty part code", "9=|1=1", error("9('1')", "Invalid value")},
-                         {"no part code at the end", "1=1|9=", error("12(0x03)", "Invalid value")},
-                         {"a part code, then the end", "9=|\x03", error("9(0x03)", "Data after ETX")},
-                         {"an end byte in text", "2=AB\x03XY", error("10(0x03)", "Data after ETX")},
-                         {"an end byte in a number", "1=5\x03|1=6", error("9(0x03)", "Data after ETX")}});
+    expectBodies(
+        parse,
+        {{"empty body", "", error("6(0x03)", "Invalid token")},
+         {"trailing separator", "1=1|", error("10(0x03)", "Invalid token")},
+         {"no number", "=1", error("6('=')", "Invalid token")},
+         {"a name", "BID=1", error("6('B')", "Invalid token")},
+         {"signed number of a token", "1=1|+1=1", error("10('+')", "Invalid token")},
+         {"no equals sign", "1=1|17|1=1", error("10('1')", "Invalid token")},
+         {"no field at all", "1=1|17", error("10('1')", "Invalid token")},
+         {"fraction of an integer", "1=1.5", error("9('.')", "Invalid value")},
+         {"letters in numbers", "1=12a4|1=1", error("10('a')", "Invalid value")},
+         {"letters behind a fraction", "7=1.25x", error("12('x')", "Invalid value")},
+         {"two points", "2=abcdef|7=1.2.3", error("20('.')", "Invalid value")},
+         {"sign alone", "1=-", error("8('-')", "Invalid value")},
+         {"sign and point", "7=-.", error("8('-')", "Invalid value")},
+         {"sign behind digits", "7=1-", error("9('-')", "Invalid value")},
+         {"two signs", "1=--1", error("8('-')", "Invalid value")},
+         {"sign, point and digit of an integer", "2=abcdef|1=-.5", error("17('-')", "Invalid value")},
+         {"a point of an integer after a sign", "2=abcdef|1=-1.5", error("19('.')", "Invalid value")},
+         {"a damaged number, then a damaged source", "2=abcdef|1=5x|4=y", error("18('x')", "Invalid value")},
+         {"blanks", "1= 1", error("8(' ')", "Invalid value")},
+         {"18 fraction digits", "7=1.123456789012345678", error("8('1')", "Invalid value")},
+         {"a part code of two bytes", "9=AB|1=1", error("9('B')", "Invalid value")},
+         {"an empty part code", "9=|1=1", error("9('1')", "Invalid value")},
+         {"no part code at the end", "1=1|9=", error("12(0x03)", "Invalid value")},
+         {"a part code, then the end", "9=|\x03", error("9(0x03)", "Data after ETX")},
+         {"an end byte in text", "2=AB\x03XY", error("10(0x03)", "Data after ETX")},
+         {"an end byte in a number", "1=5\x03|1=6", error("9(0x03)", "Data after ETX")}});
 }
 
 TEST_F(ParserForms, AgreeOnDecimalsOfEveryShape) {
+    parse.setTextsInFrame(true);
     for (std::size_t shape = 0; shape < 19 * 19; ++shape) {
         for (const char digit : {'0', '1', '5', '9'}) {
             const std::string text = std::string(shape / 19, digit) + '.' + std::string(shape % 19, digit);
@@ -405,6 +415,71 @@ TEST_F(ParserTest, AllocatesNothingAfterTheFirstMessageOfItsSize) {
                 EXPECT_EQ(allocationsFor(*parser, bodyOf(pairs, text)), 0U)
                     << pairs << ' ' << text << ' ' << inFrame;
     }
+}
+
+/// The frames that a lazy parser has read into the message, and their numbers.
+class LazyValues : public testing::Test {
+protected:
+    LazyValues() {
+        parser->setTextsInFrame(true);
+        parser->setLazyValues(true);
+        read("1=17|7=1.5|2=text|8=-0.25|1=-9|5026=12");
+    }
+    void read(const std::string& body) {
+        frame = frameOf(body);
+        EXPECT_EQ(parser->parseFrame(bufref(frame.data(), frame.size()), &message), 0);
+        EXPECT_EQ(message.pairs[0].s.buf, frame.data() + 8) << "nothing is left undecoded";
+    }
+    void forgetFrame() { std::fill(frame.begin(), frame.end(), '?'); }
+    [[nodiscard]] Token* token(int number) const { return map.lookupTokenViaNum(number); }
+
+    TestMap map;
+    std::unique_ptr<Parser> parser = Parser::alloc("kvn", &map, 1 << 16);
+    std::string frame;
+    Message message;
+};
+
+TEST_F(LazyValues, AreDecodedForWhoeverIsHandedAPair) {
+    const Message& constant = message;
+    EXPECT_EQ(constant.readPair(0).i, 17);
+    EXPECT_EQ(message.pairs[0].s.buf, frame.data() + 8) << "a mere reader changes nothing";
+    EXPECT_EQ(constant.pair(0)->i, 17);
+    EXPECT_EQ(message.findPair(token(7))->d, 1.5);
+    EXPECT_EQ(constant.findPair(token(8))->d, -0.25);
+    EXPECT_EQ(describe(message), "[tag] 1:17 7:1.5 2:'text' 8:-0.25 1:-9 5026:12");
+    message.pair(0)->setI(token(1), 18);
+    EXPECT_EQ(message.readPair(0).i, 18);
+}
+
+TEST_F(LazyValues, StayRightWhenPairsComeAndGo) {
+    message.insertPair(0)->setI(token(1), 1);
+    EXPECT_EQ(describe(message), "[tag] 1:1 1:17 7:1.5 2:'text' 8:-0.25 1:-9 5026:12");
+    read("1=17|7=1.5|8=2");
+    message.popPair();
+    message.addPair()->setI(token(1), 4);
+    EXPECT_EQ(describe(message), "1:17 7:1.5 1:4");
+    read("1=17|7=1.5|8=2");
+    EXPECT_EQ(message.pair(0)->i, 17);
+    message.removePair(0);
+    EXPECT_EQ(describe(message), "7:1.5 8:2");
+    // More than are ever left undecoded, and one that is not as usual among them.
+    std::string body = "1=1", expected = "1:1";
+    for (int i = 0; i < 200; ++i) {
+        body += i == 150 ? "|7=" : "|7=" + std::to_string(i);
+        expected += i == 150 ? " 5004:7" : " 7:" + std::to_string(i);
+    }
+    read(body);
+    EXPECT_EQ(describe(message), expected);
+}
+
+TEST_F(LazyValues, OutliveTheFrameInCopies) {
+    Message copy;
+    copy.deepCopy(&message);
+    copy.isTagPresent = 1;
+    message.copyStrings();
+    forgetFrame();
+    EXPECT_EQ(describe(copy), "[tag] 1:17 7:1.5 2:'text' 8:-0.25 1:-9 5026:12");
+    EXPECT_EQ(describe(message), describe(copy));
 }
 
 TEST_F(ParserTest, TextsStandInTheFrameOnlyWhereThatIsWanted) {

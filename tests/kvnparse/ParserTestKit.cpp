@@ -107,8 +107,12 @@ std::string encoded(KVNAPI::Encoder& encoder, const KVNAPI::Message& message, st
 std::vector<KVNAPI::BodyParserForm> formsHere() {
     std::vector<KVNAPI::BodyParserForm> forms;
     for (const KVNAPI::BodyParserForm* form = KVNAPI::kBodyParserForms; form->name != nullptr; ++form)
-        if (form->runsHere())
+        if (form->runsHere()) {
             forms.push_back(*form);
+            // Plain ones decode at once.
+            if (form->parseLazily != form->parse)
+                forms.push_back({"lazy", form->parseLazily, form->parseLazily, form->runsHere});
+        }
     return forms;
 }
 

@@ -41,7 +41,8 @@ public:
 [[nodiscard]] std::string encoded(KVNAPI::Encoder& encoder, const KVNAPI::Message& message,
                                   std::size_t room = 8192);
 
-/// The forms of the body parser that this processor runs.
+/// The forms of the body parser that this processor runs; those that leave numbers undecoded, which they do
+/// where texts stay in the frame, stand as forms of their own after their fellows.
 [[nodiscard]] std::vector<KVNAPI::BodyParserForm> formsHere();
 
 /// The tokens of a map by number, a line each.
