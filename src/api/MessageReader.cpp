@@ -47,11 +47,12 @@ double MessageReader::getValueAsDouble() const {
 }
 
 std::string MessageReader::getValueAsString() const {
-    return std::string(messageReaderImpl->getValueAsString());
+    tivra_internal::NumberText room;
+    return std::string(messageReaderImpl->getValueAsString(room));
 }
 
 std::string_view MessageReader::getValueAsStringView() const {
-    return messageReaderImpl->getValueAsString();
+    return messageReaderImpl->getValueAsStringView();
 }
 
 DateTime MessageReader::getValueAsDateTime() const {

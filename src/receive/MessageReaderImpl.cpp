@@ -56,8 +56,8 @@ double MessageReaderImpl::getValueAsDouble() const noexcept {
     return isReadable() ? doubleOf(currentPair()) : -1.0;
 }
 
-std::string_view MessageReaderImpl::getValueAsString() const noexcept {
-    return isReadable() ? textOf(currentPair(), m_number) : std::string_view();
+std::string_view MessageReaderImpl::getValueAsString(NumberText& room) const noexcept {
+    return isReadable() ? textOf(currentPair(), room) : std::string_view();
 }
 
 tivra::DateTime MessageReaderImpl::getValueAsDateTime() const noexcept {

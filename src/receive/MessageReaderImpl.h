@@ -43,8 +43,12 @@ public:
 
     [[nodiscard]] int64_t getValueAsInteger() const noexcept;
     [[nodiscard]] double getValueAsDouble() const noexcept;
+    /// Lives as long as the message, that of a number as long as `room`.
+    [[nodiscard]] std::string_view getValueAsString(NumberText& room) const noexcept;
     /// Lives as long as the message, or until the next text of a number.
-    [[nodiscard]] std::string_view getValueAsString() const noexcept;
+    [[nodiscard]] std::string_view getValueAsStringView() const noexcept {
+        return getValueAsString(m_number);
+    }
     [[nodiscard]] tivra::DateTime getValueAsDateTime() const noexcept;
 
 private:

@@ -68,7 +68,7 @@ TEST_F(MessageReaderTest, TextsAreReadAsNumbersWithinTheirBounds) {
         standOnText(30, c.text);
         EXPECT_EQ(reader.getValueAsInteger(), c.integer) << c.text;
         EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), c.number) << c.text;
-        EXPECT_EQ(reader.getValueAsString(), c.text);
+        EXPECT_EQ(reader.getValueAsStringView(), c.text);
     }
     standOnText(30, "-9223372036854775808");
     EXPECT_EQ(reader.getValueAsInteger(), kMin);
@@ -92,11 +92,11 @@ TEST_F(MessageReaderTest, NumbersAreReadAsIntegersWithinTheirLimits) {
         EXPECT_EQ(reader.getValueAsInteger(), c.integer) << c.value;
     }
     standOnDouble(8, -1.9);
-    EXPECT_EQ(reader.getValueAsString(), "-1.9");
+    EXPECT_EQ(reader.getValueAsStringView(), "-1.9");
     standOnInteger(9, kMin);
     EXPECT_EQ(reader.getValueAsInteger(), kMin);
     EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), -9223372036854775808.0);
-    EXPECT_EQ(reader.getValueAsString(), "-9223372036854775808");
+    EXPECT_EQ(reader.getValueAsStringView(), "-9223372036854775808");
 }
 
 TEST_F(MessageReaderTest, TheStorageOfATokenDecidesWhatIsReadNotItsTypeWord) {
@@ -113,7 +113,7 @@ TEST_F(MessageReaderTest, TheStorageOfATokenDecidesWhatIsReadNotItsTypeWord) {
     }
     // Its type word is unknown, so it is a string that is held as an integer.
     standOnInteger(60, 1234567890123);
-    EXPECT_EQ(reader.getValueAsString(), "1234567890123");
+    EXPECT_EQ(reader.getValueAsStringView(), "1234567890123");
     EXPECT_EQ(reader.getValueAsInteger(), 1234567890123);
     EXPECT_DOUBLE_EQ(reader.getValueAsDouble(), 1234567890123.0);
     EXPECT_EQ(reader.getValueAsDateTime().date().year(), 0) << "beyond every calendar";
@@ -171,7 +171,7 @@ TEST_F(MessageReaderTest, OffAPairEveryAnswerIsASentinel) {
         EXPECT_EQ(reader.getValueType(), tivra::UNKNOWN);
         EXPECT_EQ(reader.getValueAsInteger(), -1);
         EXPECT_EQ(reader.getValueAsDouble(), -1.0);
-        EXPECT_EQ(reader.getValueAsString(), "");
+        EXPECT_EQ(reader.getValueAsStringView(), "");
         EXPECT_EQ(reader.getValueAsDateTime().date().year(), 1970);
     };
     expectSentinels();
