@@ -1,6 +1,7 @@
 #include "LazyBench.h"
 
 #include "Interleave.h"
+#include "ParserOptions.h"
 
 #include "kvnparse/Message.h"
 #include "kvnparse/Parser.h"
@@ -55,8 +56,8 @@ void benchLazyValues(const std::vector<TapeMessage>& messages) {
     for (const Row& row : rows) {
         parsers.push_back(KVNAPI::Parser::alloc("kvn", &map, 1 << 18));
         KVNAPI::Parser& parser = *parsers.back();
-        parser.setTextsInFrame(true);
-        parser.setLazyValues(row.lazy);
+        setTextsInFrame(parser, true);
+        setLazyValues(parser, row.lazy);
         contestants.push_back({row.name, [&parser, &frames, &row] {
                                    parser.push(KVNAPI::bufref(frames.data(), frames.size()));
                                    KVNAPI::Message message;

@@ -1,6 +1,7 @@
 #include "ParserShapes.h"
 
 #include "Interleave.h"
+#include "ParserOptions.h"
 
 #include "kvnparse/Message.h"
 #include "kvnparse/Parser.h"
@@ -98,7 +99,7 @@ Times run(const char* title, const std::vector<Shape>& shapes, std::size_t items
     for (const Shape& shape : shapes) {
         parsers.push_back(KVNAPI::Parser::alloc("kvn", &map, 1 << 18));
         KVNAPI::Parser& parser = *parsers.back();
-        parser.setTextsInFrame(shape.texts == IN_FRAME);
+        setTextsInFrame(parser, shape.texts == IN_FRAME);
         contestants.push_back({shape.name, [&parser, &shape] { parse(parser, shape.frames); }});
     }
     const Times times = interleave(contestants, ROUNDS);

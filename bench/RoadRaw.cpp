@@ -1,5 +1,6 @@
 // The two baselines of the whole road: what the same bytes cost without the library around the parser.
 #include "HubSocket.h"
+#include "ParserOptions.h"
 #include "Road.h"
 #include "RoadHub.h"
 
@@ -48,13 +49,6 @@ std::unique_ptr<tivra_internal::MetaTokenMap> makeDictionary() {
     return map;
 }
 
-/// As the library has it, but for one of an earlier day that copies long texts.
-template<class Parser>
-void keepTextsInFrame(Parser& parser) {
-    if constexpr (requires { parser.setTextsInFrame(true); })
-        parser.setTextsInFrame(true);
-}
-
 /// Counts what an application would be told of, and takes the latency of a paced run.
 class Consumer {
 public:
@@ -63,7 +57,7 @@ public:
         , m_stamp(dictionary.lookupTokenViaNum(kStampToken))
         , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary, static_cast<int>(kLargestFrame)))
         , m_progress(task) {
-        keepTextsInFrame(*m_parser);
+        setTextsInFrame(*m_parser, true);
     }
 
     /// True when all messages have come.
