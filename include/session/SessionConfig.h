@@ -53,7 +53,7 @@ public:
         INLINE_CALLBACKS_BOOL = 9,
         /// true: the numbers of a message are checked when it comes and decoded when MessageReader is asked
         /// for them, anew each time. That saves a quarter of the parser's time where callbacks read none.
-        /// Each number that they read costs some of it, so that from about three of a message on it is better
+        /// Each number that they read costs some of it, so with about three or more per message it is better
         /// left off. Values, refused messages and log lines are the same either way. Default false.
         LAZY_VALUES_BOOL = 10
     };

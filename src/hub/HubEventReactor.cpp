@@ -24,7 +24,8 @@ namespace {
 constexpr suseconds_t kSendTimeoutMicroseconds = 100;
 /// A hub that takes nothing, or isn't ready, is tried again after so many seconds.
 constexpr double kNextTry = 0.05;
-/// So many requests have one time in the pace: the time that they take to write is none that is lost.
+/// Requests enter the pace in pieces of this size, so that the time it takes to write the earlier ones isn't
+/// lost.
 constexpr unsigned kPiece = 50;
 /// A pass of this length is worth a line, in seconds.
 constexpr double kLongPass = 0.025;

@@ -67,7 +67,7 @@ tivra::Session& MessageEventImpl::getSession() const {
 int MessageEventImpl::isConflatable() const noexcept {
     if (!isSendingConflationIndicator || conflationIndicTok == nullptr || m_msg == nullptr)
         return -1;
-    if (m_msg->isRetCodePresent || m_msg->isTagPresent || m_msg->findPair(conflationIndicTok) != nullptr)
+    if (m_msg->isRetCodePresent || m_msg->isTagPresent || m_msg->findPosition(conflationIndicTok) >= 0)
         return 0;
     return getSource() == kSystemSource ? 0 : 1;
 }

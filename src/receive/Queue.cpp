@@ -206,7 +206,10 @@ void Queue::popFrames(ServeTurn& turn) {
 
 void Queue::runAsConsumer(const std::function<void()>& work) {
     tp::MutexLock lock(m_reset_mutex);
+    // A reader doesn't wait for it.
+    m_consumerDelivers.store(m_isInline, std::memory_order_seq_cst);
     work();
+    endConsuming();
 }
 
 // The ring's space is released only after the application's callback has returned: a frame is decoded where

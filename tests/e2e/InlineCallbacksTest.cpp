@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -31,15 +32,15 @@ TEST(InlineCallbacks, ComeInOrderOnTheReadingThreadWhereSendWorksAndStopIsRefuse
     std::atomic<int> received{0};
     std::atomic<std::int64_t> asked{0};
     std::atomic<bool> isInOrder{true}, isAnswered{false};
-    std::string first;
+    std::set<std::string> deliverers;
     client.messageHook = [&](const tivra::MessageEvent& event) {
         if (event.getType() == tivra::MessageEvent::IMAGE_COMPLETE && event.getTag() == asked)
             isAnswered = true;
         tivra::MessageReader& reader = event.getReader();
         if (event.getType() == tivra::MessageEvent::UPDATE && reader.find(token::SEQUENCE)) {
             isInOrder = isInOrder && reader.getValueAsInteger() == received;
+            deliverers.insert(threadName());
             if (received == 0) {
-                first = threadName();
                 asked = client.send(tivra::QUERYSNAP, 100, "IBM");
                 client.session().stop();
             }
@@ -55,12 +56,12 @@ TEST(InlineCallbacks, ComeInOrderOnTheReadingThreadWhereSendWorksAndStopIsRefuse
     };
     push(0);
     ASSERT_TRUE(client.waitUntil([&] { return isAnswered.load(); }));
-    EXPECT_EQ(first, "tivra-hub0");
     EXPECT_TRUE(client.waitForLog("stop called on a library thread; ignoring stop request"));
     for (int i = 1; i < kUpdates; ++i)
         push(i);
     EXPECT_TRUE(client.waitUntil([&] { return received == kUpdates; }));
     EXPECT_TRUE(isInOrder);
+    EXPECT_EQ(deliverers.count("tivra-hub0"), 1U) << "what takes long is a user thread's, but not everything";
     EXPECT_LT(client.timedStop(), std::chrono::seconds(10));
     EXPECT_EQ(received, kUpdates);
 }

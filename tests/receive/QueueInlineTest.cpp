@@ -59,6 +59,7 @@ protected:
 } // namespace
 
 TEST_F(InlineTest, ReadDeliversWhatHasComeOnceThereIsAConsumer) {
+    const tp::ManualClock clock; // no delivery takes too long
     read(a);
     EXPECT_TRUE(hooked.frames.empty()) << "before anybody serves the queue";
     registerConsumer();
@@ -112,6 +113,7 @@ TEST_F(InlineTest, AConsumerInACallbackIsNotWaitedForAndGoesOn) {
 class InlineRewindTest : public InlineTest, public testing::WithParamInterface<std::size_t> {};
 
 TEST_P(InlineRewindTest, ReadsComeToTheSamePlacesAndABegunFrameGoesWithThem) {
+    const tp::ManualClock clock; // no delivery takes too long
     registerConsumer();
     const std::string filler = frameOf(std::string(30'000, 'f'));
     const std::string split = frameOf(std::string(6'000, 's'));

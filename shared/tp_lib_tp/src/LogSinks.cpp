@@ -30,7 +30,7 @@ public:
     ~BrokenPipesFail() {
         const int error = errno;
         const timespec atOnce{};
-        if (!m_wasPending)
+        if (error == EPIPE && !m_wasPending)
             sigtimedwait(&m_pipe, nullptr, &atOnce);
         pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
         errno = error;
