@@ -22,7 +22,7 @@ class Message {
 public:
     static constexpr int STATICPAIRS = 32;
     static constexpr std::size_t kStaticArea = 64;
-    static constexpr int kMostUndecoded = 64; ///< pairs behind these always hold their values
+    static constexpr int kMostUndecoded = 64; ///< pairs after these always hold their values
 
     Message() noexcept;
     Message(const Message&) = delete;
