@@ -28,6 +28,8 @@ inline constexpr tp::LockRank kLockReqRespMap{180, "m_reqRespMap_mutex"};
 // Leaf mutexes: held alone, but for the pairs that the numbers below allow.
 // A dictionary is loaded under it, which takes the mutex of the data map.
 inline constexpr tp::LockRank kLockDictionaryCache{990, "dicVersionTokenMap_mutex"};
+// Events of the alarm are put into the queue of events under it.
+inline constexpr tp::LockRank kLockQueueDepth{1000, "QueueDepthAlarm::m_depth_mutex"};
 inline constexpr tp::LockRank kLockHostConfigMap{1000, "hostConfigMap_mutex"};
 inline constexpr tp::LockRank kLockHost{1010, "m_host_mutex"};
 inline constexpr tp::LockRank kLockParameters{1020, "HostConfigImpl's parameter mutex"};

@@ -104,6 +104,10 @@ void HubClient::roomForReads() {
         ask(HubEventReactor::kSupervise);
 }
 
+void HubClient::queueIsDeep(int percent) {
+    m_session.noteQueueDepth(percent);
+}
+
 void HubClient::requestContinueEntitlements() {
     m_handshake.siblingsAreReady();
     ask(HubEventReactor::kContinue);

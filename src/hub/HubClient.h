@@ -195,6 +195,7 @@ public:
     void setHBSeen(bool seen) override { m_heartbeat.setSeen(seen); }
     /// @thread user
     void roomForReads() override;
+    void queueIsDeep(int percent) override;
     [[nodiscard]] bool getHBSeen() const { return m_heartbeat.isSeen(); }
     [[nodiscard]] bool handleWatchlistResponse(int64_t tag, int64_t status) override;
 

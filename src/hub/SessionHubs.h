@@ -23,6 +23,8 @@ public:
     virtual void hubHasChanged() = 0;
     /// Puts the client into `m_hubDownLst`.
     virtual void noteHubDown(HubClient* client) = 0;
+    /// A hub's queue has come to its threshold, at so many percent.
+    virtual void noteQueueDepth(int percent) = 0;
     /// Adds one to `m_downSinceLastCheck`; called for a client that was ready when its connection closed.
     virtual void countHubLoss(HubClient* client) = 0;
     /// Under `newQRHQueue_mutex`: calls `client->markReady()` and queues the client for a read handler when

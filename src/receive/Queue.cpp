@@ -141,6 +141,7 @@ void Queue::reset() {
     m_sawEndOfStream = false;
     m_inputLeft = false;
     m_sawLife = false;
+    m_isDeep = false;
     endGarbage();
 }
 

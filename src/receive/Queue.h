@@ -248,6 +248,7 @@ private:
     [[nodiscard]] uint64_t completeBytes() const;
     [[nodiscard]] bool controlJit(int level);
     [[nodiscard]] bool reportFillLevel(int level);
+    void noteDepth(int pctFull);
     void decideSuspension(int pctFull);
     void changeSuspension(bool suspend);
     [[nodiscard]] int resumePercent() const;
@@ -282,6 +283,7 @@ private:
     bool m_sawEndOfStream = false;
     bool m_inputLeft = false;
     bool m_sawLife = false;
+    bool m_isDeep = false;  ///< at its threshold by the last fill check
     uint64_t m_garbage = 0; ///< bytes skipped since the last frame
     bool m_garbageTold = false;
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <sys/time.h>
+#include <utility>
 
 #include <tp/eprintf.h>
 
@@ -112,9 +113,17 @@ void Queue::calcQueueFullStats() {
         m_max_report_pct_full.store(peak, std::memory_order_relaxed);
     }
 
+    noteDepth(pctFull);
     if (m_jitConflation && !controlJit(peak))
         return;
     decideSuspension(pctFull);
+}
+
+// Reported by the thread that fills the queue: no callback holds it up while the queue goes on to fill.
+void Queue::noteDepth(int pctFull) {
+    const bool wasDeep = std::exchange(m_isDeep, pctFull >= m_warnThreshold);
+    if (m_isDeep && !wasDeep && m_hub != nullptr)
+        m_hub->queueIsDeep(pctFull);
 }
 
 // False when a report could not be sent: the next check tries again.

@@ -13,6 +13,9 @@ public:
     virtual int sendRequest(const char* text, timeval* timeout) = 0;
     /// Reads that are held back can go on: see Queue::awaitRoom. @thread user
     virtual void roomForReads() = 0;
+    /// The queue has just come to its threshold, at so many percent. Called before the connection is given up
+    /// for want of room. @thread hub
+    virtual void queueIsDeep(int percent) = 0;
 };
 
 } // namespace tivra_internal

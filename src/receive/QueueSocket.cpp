@@ -159,6 +159,7 @@ bool Queue::readWithoutRoom(int fd) {
     eprintf(EPF_WARN, "%s: Queue::readFromSocketThenWriteToQueue: queue is full; this read will be dropped",
             getSocketDesc().c_str());
     if (m_compression) {
+        calcQueueFullStats(); // the application hears of the queue before it hears of the loss
         eprintf(EPF_WARN, "%s: === Queue is full - Connection will be Reset ===; fd=%d",
                 getSocketDesc().c_str(), fd);
         return true;

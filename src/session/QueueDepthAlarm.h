@@ -1,37 +1,43 @@
 #pragma once
 
+#include <functional>
+
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
 namespace tivra_internal {
 
-/// Whether the fullest receive queue is at its limit. An alarm holds for more than a second, so that a queue
-/// that sits at the limit does not alternate events. @thread first user
+class SessionEventQueue;
+
+/// Whether the fullest receive queue is at its limit, and the events of that. Hub threads raise the alarm,
+/// which no callback holds up, and the first user thread ends it: so while that is held up one alarm waits
+/// for it at the most. An alarm holds for more than a second, so that a queue that sits at the limit does not
+/// alternate events.
 class QueueDepthAlarm {
 public:
-    enum class Change { None, Raised, Cleared };
+    /// The events go to that queue, in the order in which the alarm changes.
+    explicit QueueDepthAlarm(SessionEventQueue& events) : m_events(events) {}
 
-    /// `pct` and `threshold` are percent, `now` is monotonic.
-    [[nodiscard]] Change update(int pct, int threshold, double now) {
-        const bool wasAbove = m_lastRcvQueueDepth >= threshold;
-        if (pct >= threshold && !wasAbove) {
-            m_lastRcvQueueDepth = pct;
-            m_lastAboveThresholdEventTime = now;
-            return Change::Raised;
-        }
-        const double held = now - m_lastAboveThresholdEventTime;
-        if (pct < threshold && wasAbove && (held < 0.0 || held > kSecondsOfAlarm)) {
-            m_lastRcvQueueDepth = pct;
-            return Change::Cleared;
-        }
-        return Change::None;
-    }
+    // Numbers are percent, but for `now`, which is monotonic.
 
-    /// A queue was at the limit when it was last updated, or the alarm still holds.
-    [[nodiscard]] bool isRaised(int threshold) const { return m_lastRcvQueueDepth >= threshold; }
+    /// A queue has come to the limit. @thread hub
+    void raise(int depth, int threshold, double now) TP_EXCLUDES(m_depth_mutex);
+    /// Takes a look at the fullest queue. True while the alarm holds, or a queue holds anything. `fullest` is
+    /// asked when no other thread can raise the alarm, so that it isn't ended by what was true before.
+    /// @thread first user
+    [[nodiscard]] bool look(const std::function<int()>& fullest, int threshold, double now)
+        TP_EXCLUDES(m_depth_mutex);
+    /// No queue is there any more. @thread master; there is no other
+    void forget() TP_EXCLUDES(m_depth_mutex);
 
 private:
-    static constexpr double kSecondsOfAlarm = 1.0;
+    void raiseFor(int depth, int threshold, double now) TP_REQUIRES(m_depth_mutex);
 
-    int m_lastRcvQueueDepth = 0;
-    double m_lastAboveThresholdEventTime = 0.0;
+    SessionEventQueue& m_events;
+    tp::Mutex m_depth_mutex{kLockQueueDepth}; ///< held until an event of the change is in the queue
+    int m_lastRcvQueueDepth TP_GUARDED_BY(m_depth_mutex) = 0;
+    double m_lastAboveThresholdEventTime TP_GUARDED_BY(m_depth_mutex) = 0.0;
 };
 
 } // namespace tivra_internal

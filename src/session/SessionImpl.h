@@ -155,6 +155,7 @@ public:
     [[nodiscard]] bool areXrefHubsComing() const override { return m_xref.areHubsComing(); }
     void dropFirstHubLater(HubClient* client) override;
     void noteHubDown(HubClient* client) override;
+    void noteQueueDepth(int percent) override;
     void countHubLoss(HubClient* client) override;
     void enterReadyHub(HubClient* client) override;
     [[nodiscard]] bool haveEnum() const override { return m_haveEnum; }
@@ -392,10 +393,10 @@ private:
     PortDetails m_portDetails{m_sources.entitled(), m_split,
                               [this](const std::string& text) { return writeLocalMessage(text); }};
 
-    // Statistics; the last two are the first user thread's own.
+    // Statistics; the second is the first user thread's own.
     std::atomic<double> statsInterval{30.0};
     double lastStatsTime = 0.0;
-    QueueDepthAlarm m_queueDepthAlarm;
+    QueueDepthAlarm m_queueDepthAlarm{m_events};
 };
 
 } // namespace tivra_internal

@@ -65,7 +65,7 @@ void SessionImpl::reset() {
     m_queue.reset();
     m_sources.reset();
     m_portDetails.reset();
-    m_queueDepthAlarm = {};
+    m_queueDepthAlarm.forget();
 }
 
 } // namespace tivra_internal

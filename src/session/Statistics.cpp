@@ -102,22 +102,19 @@ void SessionImpl::check_statistics_events(double curtime) {
 }
 
 bool SessionImpl::check_queueDepth_events() {
-    int pct = 0;
-    for (HubClient* client : m_hubs.copy())
-        if (client->isReady())
-            pct = std::max(pct, client->getResponseQueue()->getPctFull());
-    using tivra::SessionEvent;
-    switch (m_queueDepthAlarm.update(pct, m_queueDepthThreshold, tp::Clock::monotonic())) {
-    case QueueDepthAlarm::Change::Raised:
-        insertSessionEvent(SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD, "", 0, pct);
-        break;
-    case QueueDepthAlarm::Change::Cleared:
-        insertSessionEvent(SessionEvent::TIVRA_SESSION_RECEIVE_QUEUE_BELOW_THRESHOLD, "", 0, pct);
-        break;
-    case QueueDepthAlarm::Change::None:
-        break;
-    }
-    return pct > 0 || m_queueDepthAlarm.isRaised(m_queueDepthThreshold);
+    const auto fullest = [clients = m_hubs.copy()] {
+        int depth = 0;
+        for (HubClient* client : clients)
+            if (client->isReady())
+                depth = std::max(depth, client->getResponseQueue()->getPctFull());
+        return depth;
+    };
+    return m_queueDepthAlarm.look(fullest, m_queueDepthThreshold, tp::Clock::monotonic());
+}
+
+void SessionImpl::noteQueueDepth(int percent) {
+    m_queueDepthAlarm.raise(percent, m_queueDepthThreshold, tp::Clock::monotonic());
+    m_reactors.userLoops().askFirst(kCheckDepth); // for its end
 }
 
 } // namespace tivra_internal

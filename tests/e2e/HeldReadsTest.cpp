@@ -148,4 +148,27 @@ INSTANTIATE_TEST_SUITE_P(E2E, HeldLossTest, testing::Values(Hub::Close::Reset, H
                              return std::string(test.param == Hub::Close::Reset ? "Reset" : "CloseAndSend");
                          });
 
+/// The application is at a callback from before the queue passes its threshold until after the reset.
+TEST(SlowReader, HearsOfItsQueueBeforeTheLossThatItCauses) {
+    StartedHub hub;
+    HeldClient client(hub, true);
+    client.settings().set(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, false);
+    client.messageHook = [&](const tivra::MessageEvent& event) {
+        if (event.getType() == tivra::MessageEvent::UPDATE)
+            client.gate.wait();
+    };
+    ASSERT_TRUE(client.startAndWait());
+    client.send(tivra::SUBSCRIBE, 100, "IBM");
+    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    client.forget();
+    for (int i = 0; i < 1'500; ++i)
+        hub.pushRecord(tivra_sim::Record(100, "IBM").add(1, std::string(1'000, 'x')));
+    ASSERT_TRUE(client.waitForLog("=== Queue is full - Connection will be Reset ==="));
+    client.gate.open();
+    ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
+    const std::vector<std::string> events = client.sessionEvents();
+    EXPECT_EQ(events[0].substr(0, 11), "QUEUE_ABOVE");
+    EXPECT_EQ(events[1], "UNAVAILABLE");
+}
+
 } // namespace

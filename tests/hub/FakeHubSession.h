@@ -79,6 +79,7 @@ public:
     bool isFirstHubClient(const HubClient* client) const override { return client == first; }
     bool isNewestFirstHub(const HubClient*) const override { return everyHubIsFirst; }
     void noteHubDown(HubClient*) override { ++down; }
+    void noteQueueDepth(int) override {}
     void hubHasChanged() override {}
     void countHubLoss(HubClient*) override { ++losses; }
     void enterReadyHub(HubClient* client) override {

@@ -26,6 +26,7 @@ public:
         return 1;
     }
     void roomForReads() override { ++wakes; }
+    void queueIsDeep(int) override {}
     bool fails = false;
     int wakes = 0;
     std::vector<std::string> texts;

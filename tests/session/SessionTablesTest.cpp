@@ -89,19 +89,30 @@ TEST(SessionEventQueue, AFloodOfSourceEventsIsCutOffAndTheStateIsKept) {
     EXPECT_EQ(sessionEventText(*queue.pop()), "DIC_LOADED (" + std::string(37, 'v')) << "a hub's text is cut";
 }
 
-TEST(QueueDepthAlarm, HoldsForMoreThanASecond) {
-    using Change = QueueDepthAlarm::Change;
+TEST(QueueDepthAlarm, HoldsForMoreThanASecondWhoeverRaisesIt) {
     struct Look {
+        bool isHub; ///< notices a queue, or else the user thread looks
         int pct;
         double now;
-        Change change;
+        const char* event = ""; ///< for the application, if any
     };
-    QueueDepthAlarm alarm;
+    static char identity;
+    SessionEventQueue events(reinterpret_cast<tivra::Session&>(identity));
+    QueueDepthAlarm alarm(events);
     for (const Look& look :
-         {Look{69, 100.0, Change::None}, Look{70, 100.0, Change::Raised}, Look{99, 100.5, Change::None},
-          Look{0, 101.0, Change::None}, Look{69, 101.1, Change::Cleared}, Look{0, 109.0, Change::None},
-          Look{80, 109.1, Change::Raised}, Look{0, 50.0, Change::Cleared}})
-        EXPECT_EQ(alarm.update(look.pct, 70, look.now), look.change) << look.pct << " at " << look.now;
+         {Look{false, 69, 100.0}, Look{false, 70, 100.0, "ABOVE_THRESHOLD (70)"}, Look{false, 99, 100.5},
+          Look{false, 0, 101.0}, Look{false, 69, 101.1, "BELOW_THRESHOLD (69)"}, Look{false, 0, 109.0},
+          Look{true, 69, 109.0}, Look{true, 80, 109.1, "ABOVE_THRESHOLD (80)"}, Look{true, 90, 109.2},
+          Look{false, 0, 50.0, "BELOW_THRESHOLD (0)"}}) {
+        SCOPED_TRACE(look.now);
+        if (look.isHub)
+            alarm.raise(look.pct, 70, look.now);
+        else
+            EXPECT_EQ(alarm.look([&] { return look.pct; }, 70, look.now), look.pct != 0 || look.now == 101.0);
+        const SessionEventPtr event = events.pop();
+        const std::string text = event == nullptr ? "" : sessionEventText(*event);
+        EXPECT_EQ(text, *look.event == 0 ? "" : std::string("SESSION_RECEIVE_QUEUE_") + look.event);
+    }
 }
 
 TEST(ChooseReactor, GoesRoundRobinAndGrowsOnlyAsFarAsConfigured) {
