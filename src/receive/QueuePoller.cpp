@@ -13,10 +13,10 @@ namespace {
 
 constexpr uint32_t kAllFlags = ~0U;
 /// Calls that a ready handler gets before the table is looked at again, which costs a good part of a short
-/// message. Few enough that a queue which becomes ready meanwhile doesn't wait for long.
-constexpr int kRounds = 16;
-/// The same where no other is ready: the more, the less of that cost is there for each.
-constexpr int kRoundsAlone = 64;
+/// message. Few enough that a queue which becomes ready meanwhile doesn't wait for long. As many in one go
+/// while they are quick: what belongs to one handler alone has left the processor's cache since its last
+/// turn, and is fetched once for all of them.
+constexpr int kCalls = 64;
 
 QPoll::qpoll_event wantedOf(const QPoll::pollq& entry, UserEventBase* event) noexcept {
     return {static_cast<unsigned short>(entry.events), event};
@@ -75,13 +75,14 @@ void QueuePoller::serve(Table& /*queues*/, double curtime, const std::atomic<int
     m_qpoll_count.store(0, std::memory_order_release);
 }
 
-/// Gives each ready handler one call, in the table's order, and then further ones in turn to those that have
-/// more, as long as that holds up neither the timers nor the end of the loop. One that is ready alone takes
-/// as many in a single call.
+/// Gives each ready handler one call, in the table's order, and then those that have more a turn each, of
+/// many calls while they are quick and of one when they are slow, as long as that holds up neither the timers
+/// nor the end of the loop. The turns begin where they ended for want of time. One that is ready alone takes
+/// as many calls at once.
 void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>& mustExit) {
     RoundLimit limit;
     if (ready == 1) {
-        ServeTurn turn(kRoundsAlone, limit, m_qpoll_events[0].events, mustExit);
+        ServeTurn turn(kCalls, limit, m_qpoll_events[0].events, mustExit);
         if (Event* const handler = pendingHandler(0))
             handler->readableTurn(curtime, turn);
         return;
@@ -90,18 +91,16 @@ void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>&
         if (Event* const handler = pendingHandler(i))
             handler->readableEvent(curtime);
     }
-    bool isServed = true;
-    for (int round = 1; round < kRounds && isServed; ++round) {
-        isServed = false;
-        for (int i = 0; i < ready; ++i) {
-            Event* const handler = pendingHandler(i);
-            if (handler == nullptr || !handler->isStillReadable())
-                continue;
-            if (mustExit.load(std::memory_order_relaxed) != 0 || limit.isReached())
-                return;
-            handler->readableEvent(curtime);
-            isServed = true;
-        }
+    const unsigned first = m_dispatches++ % static_cast<unsigned>(ready);
+    for (int k = 0; k < ready; ++k) {
+        const int i = (static_cast<int>(first) + k) % ready;
+        Event* const handler = pendingHandler(i);
+        if (handler == nullptr || !handler->isStillReadable())
+            continue;
+        if (mustExit.load(std::memory_order_relaxed) != 0 || limit.isReached())
+            return;
+        ServeTurn turn(kCalls, limit, m_qpoll_events[static_cast<std::size_t>(i)].events, mustExit);
+        handler->readableTurn(curtime, turn);
     }
 }
 

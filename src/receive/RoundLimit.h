@@ -28,6 +28,9 @@ public:
         return now - m_start >= kSeconds;
     }
 
+    /// As far as the last reading has shown; false before the first.
+    [[nodiscard]] bool areQuick() const noexcept { return m_callsPerReading > 1; }
+
 private:
     static constexpr double kSeconds = 0.001;
     static constexpr int kMostCalls = 16;

@@ -20,7 +20,7 @@ public:
     /// To be asked before each item but the first.
     [[nodiscard]] bool mayGoOn() noexcept {
         return --m_left > 0 && m_wanted.load(std::memory_order_relaxed) != 0 &&
-               m_mustExit.load(std::memory_order_relaxed) == 0 && !m_limit.isReached();
+               m_mustExit.load(std::memory_order_relaxed) == 0 && !m_limit.isReached() && m_limit.areQuick();
     }
 
 private:

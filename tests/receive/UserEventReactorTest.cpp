@@ -88,17 +88,35 @@ protected:
 
 } // namespace
 
-TEST_F(UserEventReactorTest, HandlersWithMoreTakeTurns) {
+TEST_F(UserEventReactorTest, HandlersWithMoreTakeTurnsAndSeveralCallsAtOnceWhileTheseAreQuick) {
+    const tp::ManualClock clock;
+    Queue third{1, false, nullptr, 70};
+    Recorder c{"c", log};
     attach(a, first);
     attach(b, second);
-    a.saysWhetherMore = b.saysWhetherMore = true;
-    put(first, 20);
-    put(second, 2);
-    runUntil(22);
-    const Log head(log.begin(), log.begin() + 6);
-    EXPECT_EQ(head, (Log{"read a", "read b", "read a", "read b", "read a", "read a"}));
-    EXPECT_EQ(std::count(log.begin(), log.end(), "read a"), 20);
-    EXPECT_EQ(std::count(log.begin(), log.end(), "read b"), 2);
+    attach(c, third);
+    struct Case {
+        double secondsOfACall;
+        int fewestChanges, mostChanges; ///< of the handler, in 300 calls
+    };
+    for (const Case& calls : {Case{0.0, 5, 50}, Case{0.00001, 5, 50}, Case{0.00003, 250, 300}}) {
+        SCOPED_TRACE(calls.secondsOfACall);
+        for (Recorder* handler : {&a, &b, &c}) {
+            handler->saysWhetherMore = true;
+            handler->onRead = [&calls] { tp::Clock::advance(calls.secondsOfACall); };
+            put(*handler->queue, 300);
+        }
+        log.clear();
+        runUntil(900);
+        int changes = 0;
+        for (std::size_t i = 1; i < 300; ++i)
+            changes += log[i] != log[i - 1] ? 1 : 0;
+        EXPECT_GE(changes, calls.fewestChanges);
+        EXPECT_LE(changes, calls.mostChanges);
+        for (const char* name : {"read a", "read b", "read c"})
+            EXPECT_GE(std::count(log.begin(), log.begin() + 300, name), 60) << name;
+    }
+    reactor.unRegQueue(&c);
 }
 
 TEST_F(UserEventReactorTest, NoFurtherRoundBeginsAfterASlowCallOrTheWishToEnd) {
