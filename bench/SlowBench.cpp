@@ -39,8 +39,9 @@ constexpr double kFactor = 100.0;
 struct Scene {
     const char* name;
     bool isCompressed;
-    long conflationType; ///< 0: the hub merges nothing
-    bool awaitsAnswer;   ///< a query stays open all the time
+    long conflationType;     ///< 0: the hub merges nothing
+    bool awaitsAnswer;       ///< a query stays open all the time
+    bool holdsReads = false; ///< see SessionConfig::HOLD_READS_BOOL
 };
 
 /// Takes its time with each update, and counts.
@@ -169,7 +170,9 @@ void run(const Scene& scene, std::chrono::microseconds pause) {
     tivra::APIFactory* const factory = tivra::APIFactory::getInstance();
     tivra::UserInfo& user = factory->createUserInfo("demo", "demo", application);
     tivra::Session& session = factory->createSession(user, application);
-    session.getSessionConfig().set(tivra::SessionConfig::WATCHLIST_BOOL, true);
+    session.getSessionConfig()
+        .set(tivra::SessionConfig::WATCHLIST_BOOL, true)
+        .set(tivra::SessionConfig::HOLD_READS_BOOL, scene.holdsReads);
     session.getConnectionConfig()
         .set(HostConfig::COMPRESSION_BOOL, scene.isCompressed)
         .set(HostConfig::CONFLATION_TYPE_LONG, scene.conflationType != 0 ? scene.conflationType : 1L)
@@ -214,6 +217,7 @@ int main(int argc, char** argv) {
         {"Nothing outstanding, plain: what the queue cannot take is dropped", false, 0, false},
         {"Nothing outstanding, compressed: the connection is dialled again", true, 0, false},
         {"An answer is due: reading waits", false, 0, true},
+        {"Nothing outstanding, compressed, HOLD_READS_BOOL: reading waits", true, 0, false, true},
         {"The hub merges just in time", false, 3, false},
         {"The hub merges just in time by an interval of 100 ms", false, 4, false},
         {"The hub merges all the time by an interval of 100 ms", false, 1, false},

@@ -55,7 +55,12 @@ public:
         /// for them, anew each time. That saves a quarter of the parser's time where callbacks read none.
         /// Each number that they read costs some of it, so with about three or more per message it is better
         /// left off. Values, refused messages and log lines are the same either way. Default false.
-        LAZY_VALUES_BOOL = 10
+        LAZY_VALUES_BOOL = 10,
+        /// true: over a compressed connection reading waits whenever the receive queue is nearly full, for as
+        /// long as your callbacks have something to take out of it. Nothing is lost then and the connection
+        /// stays up: what you don't take waits in the socket and at the hub, which may merge it or give you
+        /// up. Default false: a full queue of a compressed connection costs the connection.
+        HOLD_READS_BOOL = 11
     };
 
     SessionConfig(const SessionConfig&) = delete;

@@ -37,7 +37,7 @@ struct ParameterInfo {
 inline constexpr long kNoMinimum = std::numeric_limits<long>::min();
 inline constexpr long kNoMaximum = std::numeric_limits<long>::max();
 
-inline constexpr std::array<ParameterInfo, 11> kSessionParameters{{
+inline constexpr std::array<ParameterInfo, 12> kSessionParameters{{
     {tivra::SessionConfig::RECOVERY_BOOL, "RECOVERY_BOOL", ParameterType::Bool, "", 0, 1, 1,
      OutOfRange::Impossible, "deprecated: setting it only logs a warning"},
     {tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, "MULTITHREADED_API_CONNECTIONS_BOOL",
@@ -70,6 +70,9 @@ inline constexpr std::array<ParameterInfo, 11> kSessionParameters{{
     {tivra::SessionConfig::LAZY_VALUES_BOOL, "LAZY_VALUES_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible,
      "decode the numbers of a message when they are asked for; worth it where callbacks read two at most"},
+    {tivra::SessionConfig::HOLD_READS_BOOL, "HOLD_READS_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible,
+     "wait for slow callbacks instead of dialling a compressed connection again when its queue is full"},
 }};
 
 inline constexpr std::array<ParameterInfo, 11> kHostParameters{{

@@ -86,6 +86,9 @@ void SessionConfigImpl::set(SessionConfig::Parameters parameter, bool value) {
     case SessionConfig::LAZY_VALUES_BOOL:
         m_lazyValues = value;
         break;
+    case SessionConfig::HOLD_READS_BOOL:
+        m_holdReads = value;
+        break;
     default:
         eprintf(EPF_WARN, "Invalid parameter (%d) passed to SessionConfigImpl::set(bool)",
                 static_cast<int>(parameter));

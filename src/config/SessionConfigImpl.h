@@ -30,6 +30,7 @@ public:
     [[nodiscard]] bool isEndingLostRequests() const { return m_endLostRequests; }
     [[nodiscard]] bool isDeliveringInline() const { return m_inlineCallbacks; }
     [[nodiscard]] bool isDecodingLazily() const { return m_lazyValues; }
+    [[nodiscard]] bool isHoldingReads() const { return m_holdReads; }
     /// Percent.
     [[nodiscard]] long getQueueThreshold() const { return queueThreshold; }
 
@@ -47,6 +48,7 @@ private:
     std::atomic<bool> m_endLostRequests{isOnByDefault(tivra::SessionConfig::END_LOST_REQUESTS_BOOL)};
     std::atomic<bool> m_inlineCallbacks{isOnByDefault(tivra::SessionConfig::INLINE_CALLBACKS_BOOL)};
     std::atomic<bool> m_lazyValues{isOnByDefault(tivra::SessionConfig::LAZY_VALUES_BOOL)};
+    std::atomic<bool> m_holdReads{isOnByDefault(tivra::SessionConfig::HOLD_READS_BOOL)};
     std::atomic<long> queueThreshold{defaultOf(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG)};
 };
 

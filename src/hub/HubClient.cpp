@@ -52,6 +52,8 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     m_responseQueue->setsocketDesc(getHubAddr().c_str());
     if (m_options.inlineDelivery)
         m_responseQueue->setInlineDelivery();
+    if (m_options.holdReads)
+        m_responseQueue->setHoldReads();
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
     if (!m_options.isDummy)
@@ -324,8 +326,10 @@ bool HubClient::isHBTimedOut(double) {
     if (!m_heartbeat.isCheckDue() || isHeldUp())
         return false;
     const tp::MutexLock lock(m_rqh_mutex);
-    return m_readQueueHandler != nullptr &&
-           m_heartbeat.isSilent(*m_readQueueHandler, m_session.getState(), m_responseQueue->getQueryCount());
+    // Heartbeats stand behind what a slow reader has yet to take, however long that is waited for.
+    const bool isBehind = m_options.holdReads && !m_responseQueue->isEmpty();
+    return m_readQueueHandler != nullptr && m_heartbeat.isSilent(*m_readQueueHandler, m_session.getState(),
+                                                                 m_responseQueue->getQueryCount(), isBehind);
 }
 
 void HubClient::reset() {

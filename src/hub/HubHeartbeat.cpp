@@ -60,8 +60,8 @@ bool HubHeartbeat::isCheckDue() {
     return m_readTimeout != 0 && (sinceCheck < 0.0 || sinceCheck >= static_cast<double>(m_readTimeout));
 }
 
-bool HubHeartbeat::isSilent(const QueueReadHandler& handler, tivra::Session::States state,
-                            int64_t queryCount) {
+bool HubHeartbeat::isSilent(const QueueReadHandler& handler, tivra::Session::States state, int64_t queryCount,
+                            bool isBehind) {
     const double now = tp::Clock::monotonic();
     m_last_HB_check = now;
     if (state != tivra::Session::TIVRA_SESSION_ESTABLISHED && state != tivra::Session::TIVRA_SESSION_RECOVERY)
@@ -70,7 +70,7 @@ bool HubHeartbeat::isSilent(const QueueReadHandler& handler, tivra::Session::Sta
     const uint64_t idleCount = handler.getHubIdleCount();
     bool isTimedOut = true;
     if (isSeen())
-        isTimedOut = idleCount > static_cast<uint64_t>(m_readTimeout) &&
+        isTimedOut = !isBehind && idleCount > static_cast<uint64_t>(m_readTimeout) &&
                      now - heartbeat > static_cast<double>(m_readTimeout);
     if (isTimedOut)
         eprintf(EPF_INFO,

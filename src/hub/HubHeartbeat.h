@@ -33,9 +33,10 @@ public:
     /// The next check is due a read time-out from now.
     void restartCheck();
     [[nodiscard]] bool isCheckDue();
-    /// The check that is due, by what the hub's read handler has seen.
+    /// The check that is due, by what the hub's read handler has seen. `isBehind`: that is old, and only says
+    /// how slow the application is.
     [[nodiscard]] bool isSilent(const QueueReadHandler& handler, tivra::Session::States state,
-                                int64_t queryCount);
+                                int64_t queryCount, bool isBehind);
 
     /// The connection is closed.
     void forget();

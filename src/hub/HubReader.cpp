@@ -153,9 +153,12 @@ void HubReader::continueHeldReads(double curtime) {
         m_responseQueue.calcQueueFullStats();
     if (holdsReads() && m_port.isReady())
         retryHeldReads(curtime);
-    if (m_port.isReady() && m_responseQueue.hasInputLeft() &&
-        m_responseQueue.continueInflating(m_socket.fd(), zkvnParser.get(), curtime))
-        m_port.leaveAfterReadFailure();
+    if (m_port.isReady() && m_responseQueue.hasInputLeft()) {
+        if (m_responseQueue.continueInflating(m_socket.fd(), zkvnParser.get(), curtime))
+            m_port.leaveAfterReadFailure();
+        else
+            holdReads(); // input that is left waits for room too, though no byte may wait in the socket
+    }
     noteSignOfLife();
     m_port.closeIfOutOfStep();
 }

@@ -56,6 +56,9 @@ public:
     /// slow callback.
     /// @thread any, before the first read
     void setInlineDelivery() noexcept { m_isInline = true; }
+    /// From now on reads are held back for want of room whether an answer is due or not.
+    /// @thread any, before the first read
+    void setHoldReads() noexcept { m_holdsReads = true; }
     /// The connection's name for log lines; at most 255 bytes are kept. @thread any
     void setsocketDesc(const std::string& desc) TP_EXCLUDES(m_desc_mutex);
     [[nodiscard]] std::string getSocketDesc() const TP_EXCLUDES(m_desc_mutex);
@@ -250,6 +253,8 @@ private:
     [[nodiscard]] bool reportFillLevel(int level);
     void noteDepth(int pctFull);
     void decideSuspension(int pctFull);
+    /// Nothing may be dropped for want of room.
+    [[nodiscard]] bool mayHoldReads() const noexcept { return m_holdsReads || getQueryCount() > 0; }
     void changeSuspension(bool suspend);
     [[nodiscard]] int resumePercent() const;
     void wakeIfRoom() TP_REQUIRES(m_reset_mutex);
@@ -259,7 +264,8 @@ private:
     std::size_t m_size;          ///< bytes
     std::size_t m_q_check_bytes; ///< bytes framed between two fill checks
     const bool m_compression;
-    bool m_isInline = false; ///< see setInlineDelivery
+    bool m_isInline = false;   ///< see setInlineDelivery
+    bool m_holdsReads = false; ///< see setHoldReads
     QueueHub* const m_hub;
     std::unique_ptr<char, FreeBlock> m_block;
     char* m_BufferStart;

@@ -40,7 +40,7 @@ void Queue::incrQueryCount() {
 }
 
 void Queue::decrQueryCount() {
-    if (m_numOutstandingQueries.fetch_sub(1, std::memory_order_relaxed) != 1)
+    if (m_numOutstandingQueries.fetch_sub(1, std::memory_order_relaxed) != 1 || m_holdsReads)
         return;
     m_suspendReadFromSocket.store(false, std::memory_order_release);
     if (m_wakeBelow.load(std::memory_order_relaxed) >= 0)
@@ -160,7 +160,7 @@ bool Queue::reportFillLevel(int level) {
 
 void Queue::decideSuspension(int pctFull) {
     bool suspend = readsSuspended();
-    if (getQueryCount() <= 0)
+    if (!mayHoldReads())
         suspend = false;
     else if (pctFull > m_warnThreshold)
         suspend = true;

@@ -47,7 +47,7 @@ bool Queue::readOnce(int fd, KVNAPI::StreamParser* parser, double curtime) {
         return false;
     Room room = findRoom(mode);
     if (room.available < MIN_AVAIL_LEN) {
-        if (mode == ReadMode::Normal && getQueryCount() <= 0)
+        if (mode == ReadMode::Normal && !mayHoldReads())
             return readWithoutRoom(fd);
         if (mode == ReadMode::Normal) {
             // Whatever the threshold: what is dropped now might be an answer, or a part of one.

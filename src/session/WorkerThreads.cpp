@@ -168,6 +168,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
         options.watchlistInUse = settings().isWatchlistOn();
         options.inlineDelivery = settings().isDeliveringInline();
+        options.holdReads = options.compression && settings().isHoldingReads();
         auto client = std::make_unique<HubClient>(m_user, *this, options);
         client->setQueryXRefHUB(role == HubRole::Xref);
         return client;

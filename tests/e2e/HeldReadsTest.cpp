@@ -1,4 +1,5 @@
-// Reads that are held back while an answer is due: nothing is lost, and a connection that ends is noticed.
+// Reads that are held back while an answer is due, or always: nothing is lost, and a connection that ends is
+// noticed. And what a slow reader is told where they are not.
 #include "Client.h"
 
 #include <tivra_testkit/Gate.h>
@@ -47,11 +48,12 @@ double hubThreadSeconds() {
     return seconds;
 }
 
-enum class Way { Plain, Compressed, Inline };
+enum class Way { Plain, Compressed, Inline, Always };
 
 class HeldReadsTest : public testing::TestWithParam<Way> {};
 
-TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
+TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLost) {
+    const bool isAlways = GetParam() == Way::Always; // else while an answer is due
     std::size_t count = 0;
     tivra_sim::readTradingDay(TIVRA_SAMPLE_DAY, [&](const tivra_sim::MarketEvent&) { return ++count > 0; });
     tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
@@ -63,8 +65,10 @@ TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
                                          ? std::pair(tivra::QUERYSNAP, "QuerySnap")
                                          : std::pair(tivra::LISTAVAILABLETOKENS, "ListAvailableTokens");
         hub.ignore(word);
-        HeldClient client(hub, GetParam() == Way::Compressed);
-        client.settings().set(tivra::SessionConfig::INLINE_CALLBACKS_BOOL, GetParam() == Way::Inline);
+        HeldClient client(hub, isAlways || GetParam() == Way::Compressed);
+        client.settings()
+            .set(tivra::SessionConfig::INLINE_CALLBACKS_BOOL, GetParam() == Way::Inline)
+            .set(tivra::SessionConfig::HOLD_READS_BOOL, isAlways);
         std::atomic<std::size_t> received{0};
         std::atomic<bool> isInOrder{true};
         client.messageHook = [&](const tivra::MessageEvent& event) {
@@ -76,8 +80,9 @@ TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
                 client.notify();
         };
         ASSERT_TRUE(client.startAndWait());
-        client.send(command, 100);
-        ASSERT_TRUE(hub.waitForCommand(word));
+        if (!isAlways)
+            client.send(command, 100);
+        ASSERT_TRUE(isAlways || hub.waitForCommand(word));
         for (const char* symbol : {"SPY", "AIG", "IBM", "BAC"})
             client.send(tivra::SUBSCRIBE, 100, symbol);
         ASSERT_TRUE(hub.waitForPlayback(std::chrono::seconds(150)));
@@ -88,11 +93,13 @@ TEST_P(HeldReadsTest, NothingOfADayAtFullSpeedIsLostWhileAnAnswerIsDue) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest, testing::Values(Way::Plain, Way::Compressed, Way::Inline),
+INSTANTIATE_TEST_SUITE_P(E2E, HeldReadsTest,
+                         testing::Values(Way::Plain, Way::Compressed, Way::Inline, Way::Always),
                          [](const auto& test) {
                              return std::string(test.param == Way::Plain        ? "Plain"
                                                 : test.param == Way::Compressed ? "Compressed"
-                                                                                : "Inline");
+                                                : test.param == Way::Inline     ? "Inline"
+                                                                                : "Always");
                          });
 
 class HeldLossTest : public testing::TestWithParam<Hub::Close> {};
@@ -148,27 +155,52 @@ INSTANTIATE_TEST_SUITE_P(E2E, HeldLossTest, testing::Values(Hub::Close::Reset, H
                              return std::string(test.param == Hub::Close::Reset ? "Reset" : "CloseAndSend");
                          });
 
-/// The application is at a callback from before the queue passes its threshold until after the reset.
-TEST(SlowReader, HearsOfItsQueueBeforeTheLossThatItCauses) {
+class SlowReader : public testing::Test {
+protected:
+    /// Its callback ends when the gate is opened, and a queue's worth and a half has been sent to it.
+    void begin(bool holdsReads) {
+        client.settings().set(tivra::SessionConfig::HOLD_READS_BOOL, holdsReads);
+        client.messageHook = [&](const tivra::MessageEvent& event) {
+            if (event.getType() == tivra::MessageEvent::UPDATE)
+                client.gate.wait(), ++received, client.notify();
+        };
+        ASSERT_TRUE(client.startAndWait());
+        client.send(tivra::SUBSCRIBE, 100, "IBM");
+        ASSERT_TRUE(hub.waitForSubscriptions(1));
+        client.forget();
+        hub.pushHubStatus(0, 100); // a hub that idles
+        for (int i = 0; i < COUNT; ++i)
+            hub.pushRecord(tivra_sim::Record(100, "IBM").add(1, std::string(1'000, 'x')));
+    }
+
+    static constexpr int COUNT = 1'500;
     StartedHub hub;
-    HeldClient client(hub, true);
+    std::atomic<int> received{0};
+    HeldClient client{hub, true};
+};
+
+/// The application is at a callback from before the queue passes its threshold until after the reset.
+TEST_F(SlowReader, HearsOfItsQueueBeforeTheLossThatItCauses) {
     client.settings().set(tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, false);
-    client.messageHook = [&](const tivra::MessageEvent& event) {
-        if (event.getType() == tivra::MessageEvent::UPDATE)
-            client.gate.wait();
-    };
-    ASSERT_TRUE(client.startAndWait());
-    client.send(tivra::SUBSCRIBE, 100, "IBM");
-    ASSERT_TRUE(hub.waitForSubscriptions(1));
-    client.forget();
-    for (int i = 0; i < 1'500; ++i)
-        hub.pushRecord(tivra_sim::Record(100, "IBM").add(1, std::string(1'000, 'x')));
+    begin(false);
     ASSERT_TRUE(client.waitForLog("=== Queue is full - Connection will be Reset ==="));
     client.gate.open();
     ASSERT_TRUE(client.waitForSessionEvent("ESTABLISHED"));
     const std::vector<std::string> events = client.sessionEvents();
     EXPECT_EQ(events[0].substr(0, 11), "QUEUE_ABOVE");
     EXPECT_EQ(events[1], "UNAVAILABLE");
+}
+
+/// The heartbeats stand behind what waits.
+TEST_F(SlowReader, IsWaitedForAndItsHubIsNotTakenForSilent) {
+    client.connections().set(HostConfig::READ_TIMEOUT_LONG, 1);
+    client.session().registerStatisticsEventHandler(&client, 1);
+    begin(true);
+    int seconds = 0;
+    ASSERT_TRUE(client.waitForStatistics(Stats::DROP, [&](std::uint64_t) { return ++seconds > 3; }));
+    client.gate.open();
+    EXPECT_TRUE(client.waitUntil([&] { return received == COUNT; }));
+    EXPECT_EQ(hub.statistics().accepted, 1U);
 }
 
 } // namespace
