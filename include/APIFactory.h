@@ -17,6 +17,12 @@ class UserInfo;
 /// Every object that it hands out stays the library's and is given back through the matching `destroy`
 /// operation; it can't be copied, moved or deleted by the application.
 ///
+/// A child that the process forks has no part in what its parent has made: calls on a session, a user, a
+/// request or a setting from before the fork fail there, each as it says, with one critical line in the log,
+/// and their destruction releases none of what they hold. The parent isn't affected. A child may make a user
+/// and a session of its own, once it has destroyed a session from before. In a child that is forked in a
+/// callback only `exec` and `_exit` may follow.
+///
 /// @thread application. The first getInstance() must come before a second thread of the application uses
 /// the factory; createSession() and destroySession() may afterwards be called from any application thread.
 class TIVRA_API APIFactory {

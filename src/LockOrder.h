@@ -44,5 +44,10 @@ inline constexpr tp::LockRank kLockHubReady{1040, "HubClient::m_ready_mutex"};
 inline constexpr tp::LockRank kLockNatPairs{1040, "m_nat_mutex"};
 // A thread is woken under any other mutex.
 inline constexpr tp::LockRank kLockUserLoops{1050, "UserLoops::m_mutex"};
+// Those of the process, which a fork takes together.
+inline constexpr tp::LockRank kLockFactory{1060, "the factory's mutex"};
+inline constexpr tp::LockRank kLockLiveObjects{1070, "LiveObjects::m_mutex"};
+inline constexpr tp::LockRank kLockLanguage{1080, "the language word's mutex"};
+inline constexpr tp::LockRank kLockStandIns{1085, "the mutex of the stand-ins"};
 
 } // namespace tivra_internal

@@ -1,12 +1,12 @@
 #include <APIFactory.h>
 
 #include <cstdio>
-#include <type_traits>
 
-#include <tp/Mutex.h>
+#include <tp/Process.h>
 #include <tp/Thread.h>
 #include <tp/eprintf.h>
 
+#include "LockOrder.h"
 #include "api/LiveObjects.h"
 #include "config/HandleAccess.h"
 #include "config/ValueFault.h"
@@ -16,6 +16,7 @@ namespace tivra {
 
 using tivra_internal::HandleAccess;
 using tivra_internal::HandlePtr;
+using tivra_internal::kLockFactory;
 using tivra_internal::LiveObjects;
 
 APIFactory* APIFactory::instance = nullptr;
@@ -25,9 +26,11 @@ namespace {
 
 constexpr std::size_t kPrefixBuffer = 100;
 
-/// Guards the factory's two static fields.
-tp::Mutex session_mutex;
-static_assert(std::is_trivially_destructible_v<tp::Mutex>, "usable until the process has ended");
+/// Guards the factory's two static fields, until the process has ended.
+tp::ProcessMutex& session_mutex() {
+    static auto* const mutex = new tp::ProcessMutex(kLockFactory);
+    return *mutex;
+}
 
 void reportCut(const char* what, const std::string& text) {
     std::fprintf(stderr,
@@ -46,7 +49,7 @@ bool isRefusedHere(const char* operation) {
 } // namespace
 
 APIFactory* APIFactory::getInstance() {
-    const tp::MutexLock lock(session_mutex);
+    const tp::MutexLock lock(session_mutex());
     if (instance == nullptr)
         instance = new APIFactory;
     return instance;
@@ -79,7 +82,7 @@ int APIFactory::initialize(const std::string& appName, const std::string& appVer
 int APIFactory::uninitialize() {
     eprintf(EPF_INFO, "APIFactory begin uninitialize");
     tp::eprintf_cleanup();
-    const tp::MutexLock lock(session_mutex);
+    const tp::MutexLock lock(session_mutex());
     delete instance;
     instance = nullptr;
     return 0;
@@ -112,14 +115,14 @@ void APIFactory::destroyUserInfo(UserInfo& userInfo) {
 Session& APIFactory::createSession(UserInfo& userInfo, SessionEventHandler& sessionHandler) {
     bool isOnly = false;
     {
-        const tp::MutexLock lock(session_mutex);
+        const tp::MutexLock lock(session_mutex());
         isOnly = referenceCount++ == 0;
     }
     try {
         return LiveObjects::instance().addSession(HandleAccess::makeSession(userInfo, sessionHandler, isOnly),
                                                   userInfo);
     } catch (...) {
-        const tp::MutexLock lock(session_mutex);
+        const tp::MutexLock lock(session_mutex());
         --referenceCount;
         throw;
     }
@@ -135,7 +138,7 @@ void APIFactory::destroySession(Session& session) {
         return;
     }
     {
-        const tp::MutexLock lock(session_mutex);
+        const tp::MutexLock lock(session_mutex());
         --referenceCount;
     }
     taken.session.reset();

@@ -4,6 +4,7 @@
 
 #include <tp/eprintf.h>
 
+#include "api/StandIns.h"
 #include "config/ConnectionConfigImpl.h"
 
 namespace tivra {
@@ -21,21 +22,26 @@ ConnectionConfig::~ConnectionConfig() {
 }
 
 ConnectionConfig& ConnectionConfig::set(HostConfig::Parameters parameter, long value) {
-    connectionConfigImpl->set(parameter, value);
+    if (!connectionConfigImpl->process().refuses("ConnectionConfig::set"))
+        connectionConfigImpl->set(parameter, value);
     return *this;
 }
 
 ConnectionConfig& ConnectionConfig::set(HostConfig::Parameters parameter, bool value) {
-    connectionConfigImpl->set(parameter, value);
+    if (!connectionConfigImpl->process().refuses("ConnectionConfig::set"))
+        connectionConfigImpl->set(parameter, value);
     return *this;
 }
 
 HostConfig& ConnectionConfig::getHostConfig(std::string hostInfoString) {
+    if (connectionConfigImpl->process().refuses("ConnectionConfig::getHostConfig"))
+        return tivra_internal::standInHostConfig();
     return connectionConfigImpl->getHostConfig(hostInfoString, this, true);
 }
 
 ConnectionConfig& ConnectionConfig::addNATPair(std::string hubIp, std::string localIp) {
-    connectionConfigImpl->addNATPair(hubIp, localIp);
+    if (!connectionConfigImpl->process().refuses("ConnectionConfig::addNATPair"))
+        connectionConfigImpl->addNATPair(hubIp, localIp);
     return *this;
 }
 

@@ -11,12 +11,14 @@ HostConfig::~HostConfig() {
 }
 
 HostConfig& HostConfig::set(Parameters parameter, long value) {
-    hostCfgImpl->set(parameter, value);
+    if (!hostCfgImpl->process().refuses("HostConfig::set"))
+        hostCfgImpl->set(parameter, value);
     return *this;
 }
 
 HostConfig& HostConfig::set(Parameters parameter, bool value) {
-    hostCfgImpl->set(parameter, value);
+    if (!hostCfgImpl->process().refuses("HostConfig::set"))
+        hostCfgImpl->set(parameter, value);
     return *this;
 }
 

@@ -3,8 +3,9 @@
 #include <map>
 #include <set>
 
-#include <tp/Mutex.h>
+#include <tp/Process.h>
 
+#include "LockOrder.h"
 #include "config/HandleAccess.h"
 
 namespace tivra_internal {
@@ -59,7 +60,7 @@ private:
     LiveObjects() = default;
     ~LiveObjects() = default;
 
-    tp::Mutex m_mutex;
+    tp::ProcessMutex m_mutex{kLockLiveObjects};
     std::map<const tivra::UserInfo*, HandlePtr<tivra::UserInfo>> m_users TP_GUARDED_BY(m_mutex);
     std::map<const tivra::Session*, SessionEntry> m_sessions TP_GUARDED_BY(m_mutex);
     std::multiset<const tivra::UserInfo*> m_usersInUse TP_GUARDED_BY(m_mutex);

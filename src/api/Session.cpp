@@ -5,6 +5,7 @@
 #include <tp/eprintf.h>
 
 #include "api/LiveObjects.h"
+#include "api/StandIns.h"
 #include "config/HandleAccess.h"
 #include "request/RequestImpl.h"
 #include "session/SessionImpl.h"
@@ -19,18 +20,25 @@ Session::Session(UserInfo& userInfo, SessionEventHandler& sessionHandler, bool i
 
 Session::~Session() {
     LiveObjects::instance().detachRequests(*this);
-    delete sessionImpl;
+    if (!sessionImpl->process().isForeign())
+        delete sessionImpl;
 }
 
 Session::States Session::getState() const {
+    if (sessionImpl->process().refuses("Session::getState"))
+        return TIVRA_SESSION_UNAVAILABLE;
     return sessionImpl->getState();
 }
 
 SessionConfig& Session::getSessionConfig() {
+    if (sessionImpl->process().refuses("Session::getSessionConfig"))
+        return tivra_internal::standInSessionConfig();
     return sessionImpl->getSessionConfig();
 }
 
 ConnectionConfig& Session::getConnectionConfig() {
+    if (sessionImpl->process().refuses("Session::getConnectionConfig"))
+        return tivra_internal::standInConnectionConfig();
     return sessionImpl->getConnectionConfig();
 }
 
@@ -40,19 +48,27 @@ UserInfo& Session::getUserInfo() {
 
 bool Session::start() {
     std::string failReason;
-    return sessionImpl->start(failReason);
+    return start(failReason);
 }
 
 bool Session::start(std::string& failReason) {
+    if (sessionImpl->process().refuses("Session::start")) {
+        failReason = "The session was made by the parent of this process";
+        return false;
+    }
     return sessionImpl->start(failReason);
 }
 
 bool Session::stop() {
+    if (sessionImpl->process().refuses("Session::stop"))
+        return true;
     return sessionImpl->stop();
 }
 
 Request& Session::createRequest() {
-    auto request = HandleAccess::make<Request>(std::make_unique<tivra_internal::RequestImpl>(sessionImpl));
+    const bool isRefused = sessionImpl->process().refuses("Session::createRequest");
+    auto request = HandleAccess::make<Request>(
+        std::make_unique<tivra_internal::RequestImpl>(isRefused ? nullptr : sessionImpl));
     request->clearRequest();
     return LiveObjects::instance().addRequest(std::move(request), *this);
 }
@@ -66,6 +82,8 @@ void Session::freeRequest(Request& request) {
 
 int64_t Session::send(Request& request) {
     tivra_internal::RequestImpl& builder = HandleAccess::impl(request);
+    if (sessionImpl->process().refuses("Session::send") || builder.process().refuses("Session::send"))
+        return 0;
     if (builder.isDetached()) {
         eprintf(EPF_WARN, "send() failed: the session that made request %p has been destroyed",
                 static_cast<const void*>(&request));
@@ -75,10 +93,14 @@ int64_t Session::send(Request& request) {
 }
 
 void Session::registerMessageEventHandler(MessageEventHandler* messageEventHandler) {
+    if (sessionImpl->process().refuses("Session::registerMessageEventHandler"))
+        return;
     sessionImpl->registerMessageEventHandler(messageEventHandler);
 }
 
 void Session::registerStatisticsEventHandler(StatisticsEventHandler* statisticsEventHandler, int interval) {
+    if (sessionImpl->process().refuses("Session::registerStatisticsEventHandler"))
+        return;
     sessionImpl->registerStatisticsEventHandler(statisticsEventHandler, interval);
 }
 

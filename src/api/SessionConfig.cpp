@@ -11,12 +11,14 @@ SessionConfig::~SessionConfig() {
 }
 
 SessionConfig& SessionConfig::set(Parameters parameter, long value) {
-    sessionConfigImpl->set(parameter, value);
+    if (!sessionConfigImpl->process().refuses("SessionConfig::set"))
+        sessionConfigImpl->set(parameter, value);
     return *this;
 }
 
 SessionConfig& SessionConfig::set(Parameters parameter, bool value) {
-    sessionConfigImpl->set(parameter, value);
+    if (!sessionConfigImpl->process().refuses("SessionConfig::set"))
+        sessionConfigImpl->set(parameter, value);
     return *this;
 }
 

@@ -8,11 +8,13 @@ UserInfo::UserInfo(const std::string& userName, const std::string& password, Use
     : userInfoImpl(new tivra_internal::UserInfoImpl(userName, password, userHandler, *this)) {}
 
 UserInfo::~UserInfo() {
-    delete userInfoImpl;
+    if (!userInfoImpl->process().isForeign())
+        delete userInfoImpl;
 }
 
 UserInfo::States UserInfo::getState() const {
-    return userInfoImpl->getState();
+    return userInfoImpl->process().refuses("UserInfo::getState") ? NOT_AUTHENTICATED
+                                                                 : userInfoImpl->getState();
 }
 
 } // namespace tivra

@@ -9,6 +9,7 @@
 #include <session/ConnectionConfig.h>
 #include <session/HostConfig.h>
 #include <tp/Mutex.h>
+#include <tp/Process.h>
 
 #include "LockOrder.h"
 #include "config/ParameterTable.h"
@@ -19,7 +20,7 @@ class HostTable;
 
 /// The settings of all connections, the indexes of the hosts and the NAT pairs. The application writes it
 /// before the start, hub threads read it; it borrows the session's host table.
-class ConnectionConfigImpl {
+class ConnectionConfigImpl : public tp::OfOneProcess {
 public:
     /// NatMapType: hub address to local address. NatMapType2: the other way round.
     using NatMapType = std::map<std::string, std::string>;

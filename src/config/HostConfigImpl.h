@@ -8,6 +8,7 @@
 
 #include <session/HostConfig.h>
 #include <tp/Mutex.h>
+#include <tp/Process.h>
 
 #include "LockOrder.h"
 
@@ -25,7 +26,7 @@ struct ParameterValue {
 
 /// One host: where it is, and its deviations from the settings of all connections. The application writes it
 /// before the start, hub threads read it; the host table owns it through its handle.
-class HostConfigImpl {
+class HostConfigImpl : public tp::OfOneProcess {
 public:
     /// @param ip    address text as the application or a hub has given it, not checked here
     /// @param port  TCP port as given; 0 and above 65535 make every attempt to connect fail

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include <session/SessionConfig.h>
+#include <tp/Process.h>
 
 #include "config/ParameterTable.h"
 
@@ -10,7 +11,7 @@ namespace tivra_internal {
 
 /// The settings of a session as a whole. The application writes them, every thread of the session may read
 /// them.
-class SessionConfigImpl {
+class SessionConfigImpl : public tp::OfOneProcess {
 public:
     SessionConfigImpl() = default;
     SessionConfigImpl(const SessionConfigImpl&) = delete;

@@ -144,6 +144,8 @@ bool UserInfoImpl::eventQueueEmpty() const {
 }
 
 void UserInfoImpl::discardEvents(const tivra::Session& session) {
+    if (process().isForeign())
+        return;
     const tp::MutexLock lock(m_user_mutex);
     eventQueue.erase(std::remove_if(eventQueue.begin(), eventQueue.end(),
                                     [&session](const HandlePtr<UserEvent>& event) {

@@ -9,6 +9,7 @@
 
 #include <event/UserEvent.h>
 #include <tp/Mutex.h>
+#include <tp/Process.h>
 #include <user/UserInfo.h>
 
 #include "LockOrder.h"
@@ -37,7 +38,7 @@ struct AuthState {
 
 /// A user's identity, what each hub thinks of it, and the events on their way to the application. Hub threads
 /// report to it, the first user thread delivers from it; its handle owns it.
-class UserInfoImpl {
+class UserInfoImpl : public tp::OfOneProcess {
 public:
     UserInfoImpl(std::string userName, std::string password, tivra::UserEventHandler& userHandler,
                  tivra::UserInfo& userInfo);

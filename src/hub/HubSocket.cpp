@@ -189,6 +189,9 @@ void HubSocket::awaitManager() {
 
 void HubSocket::close(State state) {
     m_state = state;
+    // A child that the host has forked may hold the descriptor too: the connection ends all the same.
+    if (fd() >= 0)
+        ::shutdown(fd(), SHUT_RDWR);
     m_fd.close();
     m_frameCutShort = false;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <request/Commands.h>
+#include <tp/Process.h>
 
 #include "request/RequestContent.h"
 
@@ -59,6 +60,8 @@ public:
     /// The values added under token 5035, in the order of adding.
     [[nodiscard]] const std::vector<int32_t>& getKVNTokenNums() const noexcept { return kvnTokenNums; }
 
+    [[nodiscard]] const tp::ProcessMark& process() const noexcept { return m_process; }
+
     [[nodiscard]] const RequestContent& getContent() const noexcept { return *this; }
 
 protected:
@@ -72,6 +75,7 @@ private:
     int64_t tag = 0;
     bool isTagSet = false;
     bool m_hasRefusedValue = false;
+    tp::ProcessMark m_process;
     std::atomic<TagSource*> m_session;
 };
 

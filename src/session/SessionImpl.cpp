@@ -17,13 +17,14 @@ namespace {
 
 constexpr const char* kNoPrimary = "Primary connection empty or Primary and backup have same connection";
 constexpr const char* kNotValid = "Multiple Sessions are not supported; ignoring start request";
+constexpr const char* kUserOfParent = "The user was made by the parent of this process";
 constexpr const char* kNoCredentials = "User name or password can't be sent to a hub";
 constexpr const char* kNoMessageHandler =
     "Cannot start session without first registering a message event handler";
 
 // Allocated once and never destroyed: a session may log in while the process ends.
-tp::Mutex& languageMutex() {
-    static auto* const mutex = new tp::Mutex;
+tp::ProcessMutex& languageMutex() {
+    static auto* const mutex = new tp::ProcessMutex(kLockLanguage);
     return *mutex;
 }
 
@@ -91,6 +92,8 @@ const char* SessionImpl::reasonAgainstStart() {
         return kNoPrimary;
     if (!isValid)
         return kNotValid;
+    if (m_user.process().isForeign())
+        return kUserOfParent;
     if (!m_user.isUsable())
         return kNoCredentials;
     return m_msgEventHandler.load() == nullptr ? kNoMessageHandler : nullptr;

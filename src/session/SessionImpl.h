@@ -14,6 +14,7 @@
 #include <event/SessionEvent.h>
 #include <session/Session.h>
 #include <tp/Mutex.h>
+#include <tp/Process.h>
 #include <tp/Thread.h>
 
 #include "LockOrder.h"
@@ -101,7 +102,8 @@ class SessionImpl final : public HubSession,
                           public SupervisorSession,
                           public HubThreadWork,
                           public UserThreadWork,
-                          public RetCodeTexts {
+                          public RetCodeTexts,
+                          public tp::OfOneProcess {
 public:
     SessionImpl(tivra::UserInfo& user, tivra::SessionEventHandler& handler, tivra::Session& publicSession,
                 bool valid);

@@ -6,6 +6,8 @@
 #include <csignal>
 #include <memory>
 #include <pthread.h>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -39,6 +41,24 @@ TEST(Thread, BodyRunsNamedMarkedAndWithSignalsBlockedAndTheCallerKeepsItsMask) {
     const sigset_t after = signalMask();
     EXPECT_EQ(sigismember(&after, SIGUSR2), 1);
     EXPECT_EQ(sigismember(&after, SIGINT), 0);
+}
+
+TEST(Thread, IsHandedToTheHookByItsNameBeforeItsWorkWhateverThatThrows) {
+    std::vector<std::string> calls;
+    const auto run = [&calls](auto... own) {
+        tp::Thread(
+            "a-thread", [&calls] { calls.emplace_back("work"); }, own...)
+            .join();
+    };
+    tp::setThreadStartHook([&calls](const std::string& name) {
+        calls.push_back(name + (tp::onLibraryThread() ? "" : " elsewhere"));
+        throw 7;
+    });
+    run();
+    run(tp::ThreadStartHook([&calls](const std::string&) { calls.emplace_back("its own"); }));
+    tp::setThreadStartHook({});
+    run();
+    EXPECT_EQ(calls, (std::vector<std::string>{"a-thread", "work", "its own", "work", "work"}));
 }
 
 TEST(Thread, DestroyedByItsOwnBodyLetsItselfGo) {

@@ -33,6 +33,13 @@ for file in $(find src shared/tp_lib_tp -name '*.cpp' -o -name '*.h' | sort); do
     fi
 done
 
+# Handlers of signals, the locale and the environment are the host's.
+if grep -rnE '(^|[^A-Za-z0-9_.>:])(std::|::)?(signal|sigaction|setlocale|setenv|putenv|unsetenv|clearenv)[[:space:]]*\([^)]|locale::global' \
+    --include='*.cpp' --include='*.h' --include='*.inl' src shared; then
+    echo "that is the host's"
+    status=1
+fi
+
 # A process of a user may well have more than 1,024 descriptors.
 if grep -rnwE 'FD_SET|FD_ISSET|fd_set' src shared; then
     echo "select takes no descriptor from 1,024 on"

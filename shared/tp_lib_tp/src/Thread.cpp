@@ -1,5 +1,8 @@
 #include <tp/Thread.h>
 
+#include <tp/Process.h>
+#include <tp/callOut.h>
+
 #include <csignal>
 #include <pthread.h>
 #include <utility>
@@ -26,11 +29,24 @@ private:
     sigset_t m_before{};
 };
 
-std::thread startWithSignalsBlocked(std::string name, std::function<void()> body) {
+// Never destroyed: a thread may start while the host's static destructors run.
+struct SharedHook {
+    static SharedHook& instance() {
+        static auto* const shared = new SharedHook;
+        return *shared;
+    }
+
+    ProcessMutex mutex{LockRank{1090, "the thread start hook"}};
+    ThreadStartHook hook TP_GUARDED_BY(mutex);
+};
+
+std::thread startWithSignalsBlocked(std::string name, std::function<void()> body, ThreadStartHook hook) {
     const SignalsBlocked blocked;
-    return std::thread([name = std::move(name), body = std::move(body)] {
+    return std::thread([name = std::move(name), body = std::move(body), hook = std::move(hook)] {
         const LibraryThreadMark mark;
         setThreadName(name);
+        if (hook)
+            callOut("thread start hook", [&] { hook(name); });
         body();
     });
 }
@@ -42,6 +58,18 @@ void setThreadName(const std::string& name) noexcept {
     char kept[kernelLimit + 1] = {};
     name.copy(kept, kernelLimit);
     pthread_setname_np(pthread_self(), kept);
+}
+
+void setThreadStartHook(ThreadStartHook hook) {
+    SharedHook& shared = SharedHook::instance();
+    const MutexLock lock(shared.mutex);
+    shared.hook.swap(hook);
+}
+
+ThreadStartHook threadStartHook() {
+    SharedHook& shared = SharedHook::instance();
+    const MutexLock lock(shared.mutex);
+    return shared.hook;
 }
 
 bool onLibraryThread() noexcept {
@@ -56,8 +84,8 @@ LibraryThreadMark::~LibraryThreadMark() {
     t_libraryThread = m_before;
 }
 
-Thread::Thread(std::string name, std::function<void()> body)
-    : m_thread(startWithSignalsBlocked(std::move(name), std::move(body))) {}
+Thread::Thread(std::string name, std::function<void()> body, ThreadStartHook hook)
+    : m_thread(startWithSignalsBlocked(std::move(name), std::move(body), std::move(hook))) {}
 
 Thread::~Thread() {
     join();

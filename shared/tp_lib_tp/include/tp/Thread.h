@@ -25,6 +25,15 @@ private:
     bool m_before;
 };
 
+/// What is done on each new thread before its work, with its name: for affinity or priority, say. What it
+/// throws is logged.
+using ThreadStartHook = std::function<void(const std::string& name)>;
+
+/// The hook of all threads of the process that are made from now on, unless they are given another; an empty
+/// one for none. @thread any
+void setThreadStartHook(ThreadStartHook hook);
+[[nodiscard]] ThreadStartHook threadStartHook();
+
 /// One thread of the library: started with all signals blocked, so that the host's handlers run on the
 /// host's own threads, named, and marked as the library's. Owned by the thread that joins it; the body
 /// must have been told to end before join() or the destructor.
@@ -32,7 +41,7 @@ class Thread {
 public:
     Thread() noexcept = default;
     /// Throws std::system_error when the system refuses a thread; the caller's signal mask is restored.
-    Thread(std::string name, std::function<void()> body);
+    Thread(std::string name, std::function<void()> body, ThreadStartHook hook = threadStartHook());
     /// Joins. On the thread itself, which can't join itself, it lets the thread go instead.
     ~Thread();
 
