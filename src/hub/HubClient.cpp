@@ -371,8 +371,11 @@ void HubClient::closeConnection() {
     // A first hub that the session lets go is no loss, nor is one that had not come up.
     if (wasReady && !getInitialHubDisconnected())
         m_session.countHubLoss(this);
-    if (wasReady)
+    if (wasReady) {
+        if (QueueReadHandler* const handler = readQueueHandler(); handler != nullptr)
+            handler->noteLoss();
         m_session.endOutstanding(this);
+    }
     m_session.hubHasChanged();
     ask(HubEventReactor::kSupervise);
 }

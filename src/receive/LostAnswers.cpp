@@ -31,6 +31,8 @@ bool QueueReadHandler::endLostRequestsOfTurn() {
     HubClient* const hub = m_hubClient.isDummy() ? nullptr : m_hubClient.client();
     const double start = tp::Clock::monotonic();
     LostRequest lost;
+    if (m_stream != nullptr && m_responseQueue->isEmpty())
+        reportLoss();
     do {
         if (!m_session.takeLostRequest(hub, m_responseQueue->isEmpty(), lost))
             return false;

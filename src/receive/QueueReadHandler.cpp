@@ -65,7 +65,8 @@ QueueReadHandler::QueueReadHandler(Queue* queue, ReadHandlerSession& session,
     , m_tagTok(requireToken("QUERY.TAG"))
     , m_hubDropTok(requireToken("DROPPED.BYTES"))
     , m_idleCntTok(requireToken("IDLE.COUNT"))
-    , m_conflationTok(requireToken("CONFLATION")) {
+    , m_conflationTok(requireToken("CONFLATION"))
+    , m_stream(session.openStream(MetaMap, hub.isDummy() ? std::string() : hub.getHubAddr())) {
     auto event = std::make_unique<MessageEventImpl>(session, hostConfig);
     event->setDicMap(&MetaMap);
     m_event = event.get();
@@ -197,6 +198,10 @@ void QueueReadHandler::countAnsweredQuery(Incoming& in) {
 }
 
 bool QueueReadHandler::deliver(Incoming& in) {
+    if (m_stream != nullptr) {
+        deliverToStream(in);
+        return true;
+    }
     tivra::MessageEventHandler* const handler = m_session.getMsgEventHandler();
     if (handler == nullptr)
         return false;
@@ -213,6 +218,24 @@ bool QueueReadHandler::deliver(Incoming& in) {
     return true;
 }
 
+void QueueReadHandler::deliverToStream(const Incoming& in) {
+    if (m_isNewConnection) {
+        reportLoss();
+        m_isNewConnection = false;
+        m_stream->connectionBegins();
+    }
+    m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command});
+}
+
+/// Under the queue's reset mutex, with nothing of the lost connection left in the queue.
+void QueueReadHandler::reportLoss() {
+    const uint32_t losses = m_losses.load(std::memory_order_relaxed);
+    if (losses == m_lossesReported)
+        return;
+    m_lossesReported = losses;
+    m_stream->connectionLost();
+}
+
 void QueueReadHandler::setHBTime() {
     m_HBTime.store(tp::Clock::monotonic(), std::memory_order_relaxed);
     m_hubClient.setHBSeen(true);
@@ -223,6 +246,7 @@ bool QueueReadHandler::calcStats(double curtime) {
 }
 
 void QueueReadHandler::reset() {
+    m_isNewConnection = true;
     endJitConflation();
     setHubIdleCount(0);
 }

@@ -14,6 +14,7 @@
 #include "kvnparse/Parser.h"
 #include "receive/AltIndexTable.h"
 #include "receive/FrameHandler.h"
+#include "receive/MessageStream.h"
 #include "receive/UserEventBase.h"
 
 namespace tivra_internal {
@@ -70,6 +71,8 @@ public:
 
     /// True when messages have gone out since the last time. @thread user, at the 100 ms tick
     bool calcStats(double curtime);
+    /// The connection is lost: the stream hears of it after everything that has come. @thread hub
+    void noteLoss() noexcept { m_losses.fetch_add(1, std::memory_order_relaxed); }
     /// Ends some of the requests whose answer was lost with the hub's connection. True when it has left some
     /// for the next time. @thread user, at the same tick
     bool endLostRequests();
@@ -107,6 +110,8 @@ private:
     void readTag(Incoming& in) const noexcept;
     void countAnsweredQuery(Incoming& in);
     [[nodiscard]] bool deliver(Incoming& in);
+    void deliverToStream(const Incoming& in);
+    void reportLoss();
 
     // SystemRecords.cpp: each returns true when the record is not for the application.
     [[nodiscard]] bool consumeSystemRecord(KVNAPI::Message& msg);
@@ -154,6 +159,12 @@ private:
     const KVNAPI::Token* const m_hubDropTok;
     const KVNAPI::Token* const m_idleCntTok;
     const KVNAPI::Token* const m_conflationTok;
+
+    // The stream in place of a message handler, or null, and what it has heard of the connection.
+    const std::unique_ptr<MessageStream> m_stream;
+    std::atomic<uint32_t> m_losses{0};
+    uint32_t m_lossesReported = 0;
+    bool m_isNewConnection = true; ///< and nothing of it has been delivered
 
     // What the hub has said about itself.
     std::atomic<int32_t> m_lastJitStatus{0};

@@ -2,9 +2,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <request/Commands.h>
+
+#include "receive/MessageStream.h"
 
 namespace KVNAPI {
 class Message;
@@ -68,6 +71,11 @@ public:
     virtual void addNewEntitlement(int src, HubClient* hub) = 0;
     virtual void deleteEntitlement(int src, HubClient* hub) = 0;
     virtual void beginAddNewEntitlement(int src) = 0;
+
+    /// Who takes the hub's messages; null for the session's message handler.
+    [[nodiscard]] virtual std::unique_ptr<MessageStream> openStream(const MetaTokenMap&, const std::string&) {
+        return nullptr;
+    }
 };
 
 } // namespace tivra_internal

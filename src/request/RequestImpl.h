@@ -28,6 +28,11 @@ public:
     void add(int token, const std::string& value);
     /// Takes the next tag now; 0 when the session is gone.
     int64_t generateTag();
+    /// The next send uses this tag, which the session has issued.
+    void useTag(int64_t issued) noexcept {
+        tag = issued;
+        isTagSet = true;
+    }
     void clearRequest();
 
     /// The word of a command on the wire; null for a value that is no command.

@@ -159,6 +159,19 @@ void Watchlist::forgetUnsubscribed() {
     }
 }
 
+void Watchlist::forgetQuestions() {
+    tp::MutexLock lock(m_watchlist_mutex);
+    std::vector<int64_t> questions;
+    for (const auto& [tag, entry] : watchlistMap)
+        if (isSnapCommand(entry.request->getCommand()))
+            questions.push_back(tag);
+    for (const int64_t tag : questions) {
+        while (isHeld(tag))
+            tagHubMap.erase(tagHubMap.lower_bound({tag, nullptr}));
+        remove(tag);
+    }
+}
+
 std::set<int64_t> Watchlist::unsubscribedTags() const {
     tp::MutexLock lock(m_watchlist_mutex);
     return m_unsubscribed;

@@ -45,6 +45,8 @@ public:
     void removeAllHubs();
     /// Takes off what the application has unsubscribed: the hubs that have still to finish it are gone.
     void forgetUnsubscribed();
+    /// Takes off what its answer ends: nobody waits for that any more.
+    void forgetQuestions();
     /// Listed tags that the application has unsubscribed, as long as a hub holds them.
     [[nodiscard]] std::set<int64_t> unsubscribedTags() const;
 

@@ -96,7 +96,7 @@ const char* SessionImpl::reasonAgainstStart() {
         return kUserOfParent;
     if (!m_user.isUsable())
         return kNoCredentials;
-    return m_msgEventHandler.load() == nullptr ? kNoMessageHandler : nullptr;
+    return m_msgEventHandler.load() == nullptr && m_streams == nullptr ? kNoMessageHandler : nullptr;
 }
 
 void SessionImpl::registerMessageEventHandler(tivra::MessageEventHandler* handler) {

@@ -126,6 +126,9 @@ public:
     [[nodiscard]] tivra::UserInfo& getUserInfo() { return userInfo; }
     void registerMessageEventHandler(tivra::MessageEventHandler* handler);
     void registerStatisticsEventHandler(tivra::StatisticsEventHandler* handler, int interval);
+    /// Has streams take the messages in place of a handler, and ends each question whose hub is lost. Before
+    /// the start; borrowed.
+    void setStreams(MessageStreams& streams) { m_streams = &streams; }
     /// The tag of the request, or 0 when it was refused. @thread any
     [[nodiscard]] int64_t send(RequestImpl& request);
     [[nodiscard]] tivra::Session::States getState() const override { return m_check.state(); }
@@ -219,6 +222,10 @@ public:
     void addNewEntitlement(int src, HubClient* hub) override { m_sources.addNewEntitlement(src, hub); }
     void deleteEntitlement(int src, HubClient* hub) override { m_sources.deleteEntitlement(src, hub); }
     void beginAddNewEntitlement(int src) override { m_sources.beginAddNewEntitlement(src); }
+    [[nodiscard]] std::unique_ptr<MessageStream> openStream(const MetaTokenMap& dictionary,
+                                                            const std::string& hub) override {
+        return m_streams != nullptr ? m_streams->open(dictionary, hub) : nullptr;
+    }
 
     // --- TagSource ---
     [[nodiscard]] int64_t getNextTag() override { return m_tags.next(); }
@@ -245,6 +252,7 @@ public:
     void sendPortQuestion(std::unique_ptr<RequestInternal>& request, int src) override;
 
     // --- what the merging of responses needs; see MergerSession ---
+    [[nodiscard]] bool repeatsQuestions() const override { return m_streams == nullptr; }
     [[nodiscard]] bool isEndingLostRequests() override;
     void finishAddNewEntitlement(int src, KVNAPI::Message& msg, MetaTokenMap& dictionary) override;
 
@@ -345,6 +353,7 @@ private:
     const bool isValid;
     std::atomic<tivra::MessageEventHandler*> m_msgEventHandler{nullptr};
     std::atomic<tivra::StatisticsEventHandler*> statsHandler{nullptr};
+    MessageStreams* m_streams = nullptr; ///< set before the start, or null
 
     // Configuration.
     HostTable m_hosts;

@@ -25,6 +25,8 @@ void SessionImpl::shutdown() {
     m_sources.clear();
     m_newHubs.clear();
     m_queue.prepend(m_xref.takeWaiting());
+    if (!repeatsQuestions())
+        watchlist.forgetQuestions();
     m_queue.requeue(watchlistInUse(), isEndingLostRequests(), m_run.isStopRequested());
     m_reactors.deleteAll();
     cleanUpManagers();

@@ -22,6 +22,8 @@ namespace tp {
 
 namespace {
 
+std::atomic<bool> s_isStarted{false}; ///< eprintf_init() has been called
+
 bool passesLevel(int level) noexcept {
     if (hasOption(EPF_MUTE) || level < EPF_CRIT || level > EPF_ALWAYS_DBUG)
         return false;
@@ -56,8 +58,14 @@ __attribute__((format(printf, 2, 3))) void logDump(LineRequest request, const ch
 
 } // namespace
 
+void eprintf_mute_until_init() {
+    if (!s_isStarted.load(std::memory_order_acquire))
+        eprintf_ctrl(EPF_ENABLE, EPF_MUTE);
+}
+
 bool eprintf_init(logsink_t sink, loglvl_t lvl, const char* format, ...) {
     const ErrnoKept errnoKept;
+    s_isStarted.store(true, std::memory_order_release);
     eprintf_ctrl(EPF_DEFAULT, EPF_NOOPTIONS);
     eprintf_set_pacing(true);
     const LoggerLock lock;

@@ -80,8 +80,14 @@ bool ResponseMerger::suppressResponse(int64_t tag, KVNAPI::Message& msg, const K
     return decision.suppress;
 }
 
-bool ResponseMerger::isReplayed(int64_t tag, const HubClient& client) const {
-    return client.isWatchlistInUse() && client.getWatchlist()->contains(tag);
+bool ResponseMerger::isReplayed(int64_t tag, const HubClient& client) {
+    tivra::Commands command = tivra::SUBSCRIBE;
+    if (!client.isWatchlistInUse() || !client.getWatchlist()->getCommand(tag, command))
+        return false;
+    if (m_session.repeatsQuestions() || !isSnapCommand(command))
+        return true;
+    client.getWatchlist()->forget(tag);
+    return false;
 }
 
 void ResponseMerger::endOutstanding(HubClient* client) {

@@ -57,7 +57,7 @@ public:
     void abandonResponses(bool isStop);
 
 private:
-    [[nodiscard]] bool isReplayed(int64_t tag, const HubClient& client) const;
+    [[nodiscard]] bool isReplayed(int64_t tag, const HubClient& client);
 
     MergerSession& m_session;
     const Tables m_tables;

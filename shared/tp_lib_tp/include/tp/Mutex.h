@@ -18,6 +18,7 @@
 #define TP_REQUIRES(...) TP_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define TP_EXCLUDES(...) TP_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define TP_ACQUIRE(...) TP_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define TP_TRY_ACQUIRE(...) TP_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define TP_RELEASE(...) TP_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define TP_ASSERT_CAPABILITY(...) TP_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))
 #define TP_NO_THREAD_SAFETY_ANALYSIS TP_THREAD_ATTRIBUTE(no_thread_safety_analysis)

@@ -70,6 +70,9 @@ bool eprintf_set_filename(const char* filename);
 bool eprintf_init(logsink_t sink, loglvl_t lvl, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
+/// Unless eprintf_init() has been called, nothing is logged until it is: standard error is the host's.
+void eprintf_mute_until_init();
+
 /// Sets (EPF_ENABLE) or clears (EPF_DISABLE) option bits, or restores the default options (EPF_DEFAULT).
 void eprintf_ctrl(logoptact_t act, logopt_t opt);
 

@@ -1,0 +1,19 @@
+#pragma once
+
+/// @file
+/// The feed: connections, subscriptions and answers in one object.
+
+#include "feed/Answer.h"
+#include "feed/ConnectionEvent.h"
+#include "feed/Error.h"
+#include "feed/Feed.h"
+#include "feed/FeedOptions.h"
+#include "feed/Field.h"
+#include "feed/Instrument.h"
+#include "feed/Password.h"
+#include "feed/Record.h"
+#include "feed/Result.h"
+#include "feed/Snapshot.h"
+#include "feed/Subscription.h"
+#include "feed/Update.h"
+#include "feed/Value.h"

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <utility>
+#if __has_include(<coroutine>) && defined(__cpp_impl_coroutine)
+#    include <coroutine>
+#endif
+
+#include "TivraApi.h"
+#include "feed/Result.h"
+#include "feed/Snapshot.h"
+
+namespace tivra_internal {
+class AnswerState;
+} // namespace tivra_internal
+
+namespace tivra {
+
+/// The answer to a request, which may still be to come. It can be waited for (get, wait), handed to a
+/// callback (then) or awaited in a coroutine, once in all.
+///
+/// Every answer comes to an end: with what the hub has sent, with its refusal, with the loss of its
+/// connection, or with the time-out of the request. One that is cancelled, or whose object goes before
+/// anybody has asked for its result, gives nothing more; what the hub still sends for it is dropped.
+///
+/// @thread any, one at a time
+class TIVRA_API Answer {
+public:
+    using Callback = std::function<void(Result<Snapshot>)>;
+
+    Answer() = default;
+    Answer(Answer&&) noexcept;
+    Answer& operator=(Answer&&) noexcept;
+    ~Answer();
+
+    /// Waits for the answer and takes it.
+    /// @throws Error when the request has failed; (InCallback) on a thread of the library, which may be the
+    /// one
+    ///         that has to bring the answer
+    Snapshot get();
+    /// As get(), for so long at most. The request goes on: get() or cancel() may follow.
+    /// @throws Error (TimedOut) when that time has passed
+    Snapshot get(std::chrono::nanoseconds timeout);
+    /// As get(timeout), without exceptions.
+    Result<Snapshot> wait(std::chrono::nanoseconds timeout);
+
+    /// Whether the answer, or its failure, is there.
+    bool isReady() const;
+
+    /// Has the callback called with the answer, once, on a thread of the library, or at once if it is there.
+    /// The object may go then; keep it to be able to cancel. An exception out of the callback goes to
+    /// FeedOptions::onError.
+    void then(Callback callback);
+
+    /// Gives the request up. When this returns no callback runs and none will come; one that runs on another
+    /// thread is waited for. Inside the callback itself it does nothing.
+    void cancel();
+
+#if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)
+    /// co_await gives the Snapshot or throws the Error. The coroutine goes on on a thread of the library.
+    class Awaiter;
+    Awaiter operator co_await() &&;
+#endif
+
+private:
+    friend class tivra_internal::AnswerState;
+
+    explicit Answer(std::shared_ptr<tivra_internal::AnswerState> state) noexcept;
+
+    std::shared_ptr<tivra_internal::AnswerState> m_state;
+};
+
+#if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)
+class Answer::Awaiter {
+public:
+    explicit Awaiter(Answer&& answer) noexcept : m_answer(std::move(answer)) {}
+
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> waiting) {
+        m_answer.then([this, waiting](Result<Snapshot> result) {
+            m_result = std::move(result);
+            waiting.resume();
+        });
+    }
+    Snapshot await_resume() { return std::move(m_result).value(); }
+
+private:
+    Answer m_answer;
+    Result<Snapshot> m_result{Snapshot()};
+};
+
+inline Answer::Awaiter Answer::operator co_await() && {
+    return Awaiter(std::move(*this));
+}
+#endif
+
+} // namespace tivra

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "TivraApi.h"
+#include "feed/Answer.h"
+#include "feed/ConnectionEvent.h"
+#include "feed/FeedOptions.h"
+#include "feed/Field.h"
+#include "feed/Instrument.h"
+#include "feed/Result.h"
+#include "feed/Subscription.h"
+#include "feed/Update.h"
+#include "request/Commands.h"
+
+namespace tivra_internal {
+class FeedImpl;
+} // namespace tivra_internal
+
+namespace tivra {
+
+/// What a feed has counted since it was opened.
+struct FeedStatistics {
+    std::uint64_t updates = 0;         ///< handed to subscriptions
+    std::uint64_t unwanted = 0;        ///< messages for which there is no subscription, or not any more
+    std::uint64_t lateAnswers = 0;     ///< parts of answers that came after their request had ended
+    std::uint64_t failedCallbacks = 0; ///< exceptions that left a callback
+    std::size_t subscriptions = 0;     ///< open now
+    std::size_t requests = 0;          ///< waiting for their answer now
+};
+
+/// A connection to the data of one user: it finds the hubs, logs in, keeps the connections up, and brings
+/// answers and updates. Any number of feeds may be open in a process.
+///
+/// Objects that it has given out may be destroyed before or after it, on any thread. A feed that is destroyed
+/// closes first.
+///
+/// @thread any; calls of several threads may overlap
+class TIVRA_API Feed {
+public:
+    using UpdateCallback = std::function<void(const Update&)>;
+
+    /// Connects, logs in and waits until all hubs are ready.
+    /// @throws Error with the phase and the hub that it failed at
+    static Feed open(FeedOptions options);
+    /// The same without exceptions.
+    static Result<Feed> tryOpen(FeedOptions options);
+
+    Feed(Feed&&) noexcept;
+    Feed& operator=(Feed&&) noexcept;
+    /// Closes, within FeedOptions::closeTimeout.
+    ~Feed();
+
+    FeedState state() const;
+
+    /// The field with this name, "BID" for example.
+    /// @throws Error (UnknownField) when no hub knows it
+    Field field(std::string_view name) const;
+
+    /// The present state of a symbol, once.
+    /// @throws Error (InvalidArgument) for a symbol or source that can't be asked for; (QueueFull); (Closed).
+    /// What
+    ///         the hub has to say against it comes with the answer.
+    Answer query(const Instrument& instrument);
+    /// The same for many symbols, each with an answer of its own.
+    std::vector<Answer> queryMany(const std::vector<Instrument>& instruments);
+    /// The order book of a symbol, a record for each line.
+    Answer queryDepth(const Instrument& instrument);
+    /// The present state of all symbols of a source that match a pattern: "*" for any characters, "?" for
+    /// one.
+    Answer queryWildcard(int source, const std::string& pattern);
+    /// Cross references of a symbol.
+    Answer queryXref(const Instrument& instrument);
+
+    /// The present state of a symbol, and then its updates, until the Subscription goes.
+    /// @throws Error as query()
+    [[nodiscard]] Subscription subscribe(const Instrument& instrument, UpdateCallback onUpdate);
+    [[nodiscard]] Subscription subscribe(const Instrument& instrument, SubscriptionHandlers handlers);
+
+    FeedStatistics statistics() const;
+
+    /// Closes: subscriptions end, outstanding answers fail with Closed, callbacks that run are waited for.
+    /// Further calls do nothing.
+    /// @return false when a callback still ran at the deadline: the rest is done on a thread of the library
+    /// once
+    ///         it has returned. So it is when this is called inside a callback.
+    bool close(std::chrono::milliseconds deadline);
+    bool close();
+
+private:
+    friend class tivra_internal::FeedImpl;
+
+    explicit Feed(std::shared_ptr<tivra_internal::FeedImpl> impl) noexcept;
+
+    tivra_internal::FeedImpl& impl() const;
+    Answer ask(Commands command, const char* what, const Instrument& instrument);
+
+    std::shared_ptr<tivra_internal::FeedImpl> m_impl;
+};
+
+} // namespace tivra

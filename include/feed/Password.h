@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "TivraApi.h"
+
+namespace tivra {
+
+/// A password on its way from where it is kept to the hubs. It is never written to a log or into an error.
+class TIVRA_API Password {
+public:
+    Password() = default;
+    Password(std::string text) : m_text(std::move(text)) {}
+    Password(const char* text) : m_text(text) {}
+
+    /// The value of an environment variable. @throws Error (InvalidOption) when it isn't set
+    static Password fromEnvironment(const char* name = "TIVRA_PASSWORD");
+    /// The first line of a file. @throws Error (InvalidOption) when it can't be read
+    static Password fromFile(const std::string& path);
+
+    const std::string& text() const noexcept { return m_text; }
+    bool isEmpty() const noexcept { return m_text.empty(); }
+
+private:
+    std::string m_text;
+};
+
+} // namespace tivra

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <utility>
+#include <variant>
+
+#include "feed/Error.h"
+
+namespace tivra {
+
+/// A value, or why there is none, for callers that want no exceptions.
+template<class T>
+class Result {
+public:
+    Result(T value) : m_content(std::move(value)) {}
+    Result(Error error) : m_content(std::move(error)) {}
+
+    bool hasValue() const noexcept { return m_content.index() == 0; }
+    explicit operator bool() const noexcept { return hasValue(); }
+
+    /// The value. @throws Error when there is none
+    T& value() & {
+        throwIfError();
+        return std::get<0>(m_content);
+    }
+    const T& value() const& {
+        throwIfError();
+        return std::get<0>(m_content);
+    }
+    T value() && {
+        throwIfError();
+        return std::get<0>(std::move(m_content));
+    }
+    T& operator*() & { return value(); }
+    const T& operator*() const& { return value(); }
+    T* operator->() { return &value(); }
+    const T* operator->() const { return &value(); }
+
+    /// Why there is no value; only where hasValue() is false.
+    const Error& error() const { return std::get<1>(m_content); }
+
+private:
+    void throwIfError() const {
+        if (!hasValue())
+            throw error();
+    }
+
+    std::variant<T, Error> m_content;
+};
+
+} // namespace tivra

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "TivraApi.h"
+#include "feed/Field.h"
+#include "feed/Record.h"
+#include "feed/Value.h"
+
+namespace tivra {
+
+/// The whole answer to a request: as many records as the hub has sent, in its order. The snapshot of one
+/// symbol has one as a rule, an order book one for each line, a pattern one for each symbol.
+/// @thread any; a value that may be kept
+class Snapshot {
+public:
+    Snapshot() = default;
+    explicit Snapshot(std::vector<Record> records) : m_records(std::move(records)) {}
+
+    const std::vector<Record>& records() const noexcept { return m_records; }
+    bool isEmpty() const noexcept { return m_records.empty(); }
+
+    /// The value of a field in the first record that has it. A text lives as long as the snapshot.
+    /// @throws Error (WrongType) when the field holds another type
+    template<class T>
+    std::optional<T> get(const Field& field) const {
+        for (const Record& record : m_records)
+            if (const std::optional<Value> value = record.get(field))
+                return value->template as<T>();
+        return std::nullopt;
+    }
+
+private:
+    std::vector<Record> m_records;
+};
+
+} // namespace tivra

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "TivraApi.h"
+#include "feed/Error.h"
+#include "feed/Instrument.h"
+
+namespace tivra_internal {
+class SubscriptionState;
+} // namespace tivra_internal
+
+namespace tivra {
+
+class SubscriptionView;
+class Update;
+
+/// What a subscription shows can be relied on so far.
+enum class DataState {
+    Pending,    ///< asked for, and not answered yet
+    Live,       ///< image and updates are complete up to now
+    Stale,      ///< the hub is lost, so the last values are old
+    Recovering, ///< the hub is back, and the new image is on its way
+    Refused,    ///< the hub has said no; nothing will come
+    Closed      ///< given up by the application, or with its feed
+};
+
+/// A subscription has come from one state to another.
+struct StateChange {
+    DataState from = DataState::Pending;
+    DataState to = DataState::Pending;
+    std::string_view cause;       ///< valid during the callback
+    const Error* error = nullptr; ///< for Refused, else null; valid during the callback
+    std::chrono::system_clock::time_point time;
+};
+
+/// A time of which a subscription has missed what was sent. It stands in the stream: it comes after the last
+/// update before it, and before the image that follows it.
+struct Gap {
+    enum class Cause {
+        Loss ///< the connection to the hub was lost, or the session was rebuilt
+    };
+    Cause cause = Cause::Loss;
+    std::chrono::system_clock::time_point from; ///< when the loss was noticed
+    std::chrono::system_clock::time_point to;   ///< when the next data came
+    std::optional<std::uint64_t> messages;      ///< how many were missed, where that can be known
+};
+
+/// Who hears of what comes for a subscription. Each may be left out. Calls for one symbol come one at a time
+/// and in order. @thread user
+struct SubscriptionHandlers {
+    std::function<void(const Update&)> onUpdate;
+    std::function<void(const SubscriptionView&, const StateChange&)> onState;
+    std::function<void(const SubscriptionView&, const Gap&)> onGap;
+};
+
+struct SubscriptionStatistics {
+    std::uint64_t updates = 0; ///< handed to onUpdate, images included
+    std::uint64_t gaps = 0;
+    /// When the last update came, to about a millisecond; nothing before the first.
+    std::optional<std::chrono::system_clock::time_point> lastUpdate;
+};
+
+/// A look at a subscription, inside its callbacks and wherever its owner isn't at hand. It costs no
+/// allocation, and is valid as long as the callback or the Subscription it came from.
+/// @thread any
+class TIVRA_API SubscriptionView {
+public:
+    int source() const noexcept;
+    std::string_view symbol() const noexcept;
+    DataState state() const noexcept;
+    SubscriptionStatistics statistics() const;
+    /// A number that no other subscription of the process has had.
+    std::uint64_t id() const noexcept;
+    /// Ends the subscription: see Subscription::close.
+    void close() const;
+
+private:
+    friend class tivra_internal::SubscriptionState;
+    friend class Subscription;
+
+    explicit SubscriptionView(tivra_internal::SubscriptionState& state) noexcept : m_state(&state) {}
+
+    tivra_internal::SubscriptionState* m_state;
+};
+
+/// A standing request for one symbol, as long as the object lives. Losses and failovers need nothing from the
+/// application: the subscription is repeated and brings a new image after each.
+/// @thread any, one at a time
+class TIVRA_API Subscription {
+public:
+    Subscription() = default;
+    Subscription(Subscription&&) noexcept;
+    Subscription& operator=(Subscription&&) noexcept;
+    ~Subscription();
+
+    /// Whether this is a subscription, open or closed; false for an object that was moved from.
+    explicit operator bool() const noexcept { return m_state != nullptr; }
+
+    int source() const noexcept;
+    std::string_view symbol() const noexcept;
+    DataState state() const noexcept;
+    /// Why the hub has refused it; nothing in any other state.
+    std::optional<Error> error() const;
+    SubscriptionStatistics statistics() const;
+    std::uint64_t id() const noexcept;
+
+    /// Ends the subscription. When this returns no callback of it runs and none will come; one that runs on
+    /// another thread is waited for. Inside a callback of the subscription it is the last one.
+    void close();
+
+private:
+    friend class tivra_internal::SubscriptionState;
+
+    explicit Subscription(std::shared_ptr<tivra_internal::SubscriptionState> state) noexcept;
+
+    std::shared_ptr<tivra_internal::SubscriptionState> m_state;
+};
+
+} // namespace tivra

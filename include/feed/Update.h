@@ -1,0 +1,126 @@
+#pragma once
+
+#include <cstddef>
+#include <iterator>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "TivraApi.h"
+#include "feed/Field.h"
+#include "feed/Value.h"
+
+namespace tivra_internal {
+struct UpdateData;
+} // namespace tivra_internal
+
+namespace tivra {
+
+class Record;
+class SubscriptionView;
+
+/// What has come for a subscription: some fields of one symbol. Handed to a callback and valid during that
+/// call only; copy() keeps it.
+///
+/// A field of the wrong type throws, which ends in FeedOptions::onError if the callback doesn't catch it.
+///
+/// @thread user
+class TIVRA_API Update {
+public:
+    enum class Kind {
+        Image,  ///< a part of the present state, after subscribing and after each gap
+        Update, ///< what has changed
+        Refresh ///< the present state, sent without being asked for
+    };
+
+    /// A field and its value.
+    using Entry = std::pair<Field, Value>;
+    class const_iterator;
+
+    Update(const Update&) = delete;
+    Update& operator=(const Update&) = delete;
+
+    Kind kind() const noexcept;
+    std::string_view symbol() const noexcept;
+    /// The number of the source; 0 when the message has none.
+    int source() const noexcept;
+    /// The permission number; 0 when the message has none.
+    int permission() const noexcept;
+    /// The subscription that this is for.
+    SubscriptionView subscription() const noexcept;
+
+    /// The value of a field, if the update has it; the first one where it has several. Value::as lists the
+    /// types.
+    /// @throws Error (WrongType) when the field holds another type; (InvalidArgument) for a field of another
+    /// feed
+    template<class T>
+    std::optional<T> get(const Field& field) const {
+        Value value;
+        if (!find(field, value))
+            return std::nullopt;
+        return value.as<T>();
+    }
+    /// The same without its type.
+    std::optional<Value> get(const Field& field) const {
+        Value value;
+        if (!find(field, value))
+            return std::nullopt;
+        return value;
+    }
+
+    /// How many fields it has.
+    std::size_t size() const noexcept;
+    /// The fields in the order of the message.
+    const_iterator begin() const noexcept;
+    const_iterator end() const noexcept;
+
+    /// A copy to keep.
+    Record copy() const;
+
+private:
+    friend struct tivra_internal::UpdateData;
+
+    explicit Update(const tivra_internal::UpdateData& data) noexcept : m_data(data) {}
+
+    bool find(const Field& field, Value& value) const;
+    Entry entryAt(std::size_t index) const;
+
+    const tivra_internal::UpdateData& m_data;
+};
+
+class Update::const_iterator {
+public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = Update::Entry;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = Update::Entry;
+
+    Update::Entry operator*() const { return m_update->entryAt(m_index); }
+    const_iterator& operator++() noexcept {
+        ++m_index;
+        return *this;
+    }
+    friend bool operator==(const const_iterator& a, const const_iterator& b) noexcept {
+        return a.m_index == b.m_index;
+    }
+    friend bool operator!=(const const_iterator& a, const const_iterator& b) noexcept {
+        return a.m_index != b.m_index;
+    }
+
+private:
+    friend class Update;
+    const_iterator(const Update& update, std::size_t index) noexcept : m_update(&update), m_index(index) {}
+
+    const Update* m_update;
+    std::size_t m_index;
+};
+
+inline Update::const_iterator Update::begin() const noexcept {
+    return {*this, 0};
+}
+inline Update::const_iterator Update::end() const noexcept {
+    return {*this, size()};
+}
+
+} // namespace tivra

@@ -1,0 +1,205 @@
+#include "feed/AnswerState.h"
+
+#include <utility>
+
+#include <tp/Thread.h>
+
+#include "feed/Callbacks.h"
+#include "feed/FeedRegistry.h"
+
+namespace tivra_internal {
+
+using tivra::Answer;
+using tivra::Error;
+using tivra::Snapshot;
+
+namespace {
+
+[[nodiscard]] Error answerError(Error::Code code, std::string cause, std::string advice = {}) {
+    return Error({code, Error::Phase::Answer, std::move(cause), std::move(advice), "", 0, "", 0});
+}
+
+} // namespace
+
+AnswerState::AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what)
+    : m_registry(std::move(registry)), m_tag(tag), m_what(std::move(what)) {}
+
+void AnswerState::addRecord(tivra::Record record) {
+    const tp::MutexLock lock(m_mutex);
+    if (!m_hasEnded)
+        m_records.push_back(std::move(record));
+}
+
+void AnswerState::complete() {
+    std::vector<tivra::Record> records;
+    {
+        const tp::MutexLock lock(m_mutex);
+        records.swap(m_records);
+    }
+    end(Snapshot(std::move(records)));
+}
+
+void AnswerState::fail(Error error) {
+    end(std::move(error));
+}
+
+void AnswerState::end(Result result) {
+    m_registry->forgetAnswer(m_tag);
+    Answer::Callback callback;
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (std::exchange(m_hasEnded, true))
+            return;
+        m_records.clear();
+        callback = std::exchange(m_callback, nullptr);
+        if (callback)
+            m_caller = std::this_thread::get_id();
+        else
+            m_result = std::move(result);
+        m_changed.notifyAll();
+    }
+    if (callback)
+        runCallback(std::move(callback), std::move(result));
+}
+
+/// What the callback holds goes before anybody who waits for its end is told.
+void AnswerState::runCallback(Answer::Callback callback, Result result) {
+    const std::shared_ptr<AnswerState> keep = shared_from_this();
+    m_registry->callbacks().run("an answer's callback", m_what, [&] { callback(std::move(result)); });
+    callback = nullptr;
+    const tp::MutexLock lock(m_mutex);
+    m_caller = {};
+    m_changed.notifyAll();
+}
+
+AnswerState::Result AnswerState::wait(const std::chrono::steady_clock::time_point* deadline) {
+    tp::MutexLock lock(m_mutex);
+    if (m_isTaken)
+        return answerError(Error::Code::InvalidArgument, "the answer to the " + m_what + " has been taken");
+    if (!m_hasEnded && tp::onLibraryThread())
+        return answerError(Error::Code::InCallback,
+                           "the answer to the " + m_what + " can't be waited for on a thread of the library",
+                           "use then()");
+    while (!m_hasEnded) {
+        if (deadline == nullptr) {
+            m_changed.wait(m_mutex);
+        } else if (!m_changed.waitUntil(m_mutex, *deadline) && !m_hasEnded) {
+            return answerError(Error::Code::TimedOut, "the answer to the " + m_what + " hasn't come yet");
+        }
+    }
+    m_isTaken = true;
+    Result result = std::move(*m_result);
+    m_result.reset();
+    return result;
+}
+
+bool AnswerState::isReady() {
+    const tp::MutexLock lock(m_mutex);
+    return m_hasEnded;
+}
+
+void AnswerState::then(Answer::Callback callback) {
+    std::optional<Result> result;
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (std::exchange(m_isTaken, true))
+            throw answerError(Error::Code::InvalidArgument,
+                              "the answer to the " + m_what + " has been taken, or promised to a callback");
+        if (!m_hasEnded) {
+            m_callback = std::move(callback);
+            return;
+        }
+        result = std::exchange(m_result, std::nullopt);
+        m_caller = std::this_thread::get_id();
+    }
+    runCallback(std::move(callback), std::move(*result));
+}
+
+void AnswerState::cancel() {
+    Answer::Callback dropped; // goes without the mutex
+    m_registry->forgetAnswer(m_tag);
+    tp::MutexLock lock(m_mutex);
+    dropped.swap(m_callback);
+    m_records.clear();
+    if (!std::exchange(m_hasEnded, true)) {
+        m_result = answerError(Error::Code::Cancelled, "the " + m_what + " has been cancelled");
+        m_changed.notifyAll();
+    }
+    while (m_caller != std::thread::id() && m_caller != std::this_thread::get_id())
+        m_changed.wait(m_mutex);
+}
+
+void AnswerState::abandon() {
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (m_hasEnded || m_isTaken)
+            return;
+    }
+    cancel();
+}
+
+} // namespace tivra_internal
+
+namespace tivra {
+namespace {
+
+[[noreturn]] void refuseEmpty() {
+    throw Error({Error::Code::InvalidArgument, Error::Phase::Answer, "there is no answer in this object",
+                 "it was moved from, or never came from a feed", "", 0, "", 0});
+}
+
+} // namespace
+
+Answer::Answer(std::shared_ptr<tivra_internal::AnswerState> state) noexcept : m_state(std::move(state)) {}
+
+Answer::Answer(Answer&&) noexcept = default;
+
+Answer& Answer::operator=(Answer&& other) noexcept {
+    if (this != &other) {
+        if (m_state != nullptr)
+            m_state->abandon();
+        m_state = std::move(other.m_state);
+    }
+    return *this;
+}
+
+Answer::~Answer() {
+    if (m_state != nullptr)
+        m_state->abandon();
+}
+
+Snapshot Answer::get() {
+    if (m_state == nullptr)
+        refuseEmpty();
+    return m_state->wait(nullptr).value();
+}
+
+Snapshot Answer::get(std::chrono::nanoseconds timeout) {
+    return wait(timeout).value();
+}
+
+Result<Snapshot> Answer::wait(std::chrono::nanoseconds timeout) {
+    if (m_state == nullptr)
+        refuseEmpty();
+    const auto now = std::chrono::steady_clock::now();
+    constexpr auto kLongest = std::chrono::hours(24 * 365);
+    const auto deadline = now + std::min<std::chrono::nanoseconds>(timeout, kLongest);
+    return m_state->wait(&deadline);
+}
+
+bool Answer::isReady() const {
+    return m_state != nullptr && m_state->isReady();
+}
+
+void Answer::then(Callback callback) {
+    if (m_state == nullptr)
+        refuseEmpty();
+    m_state->then(std::move(callback));
+}
+
+void Answer::cancel() {
+    if (m_state != nullptr)
+        m_state->cancel();
+}
+
+} // namespace tivra

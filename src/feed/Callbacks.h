@@ -1,0 +1,52 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <string>
+#include <utility>
+
+#include <cxxabi.h>
+
+#include <feed/Error.h>
+
+namespace tivra_internal {
+
+/// Calls the application's functions and survives what they throw: an exception is counted, logged and handed
+/// to FeedOptions::onError. @thread any
+class Callbacks {
+public:
+    explicit Callbacks(std::function<void(const tivra::Error&)> onError) : m_onError(std::move(onError)) {}
+    Callbacks(const Callbacks&) = delete;
+    Callbacks& operator=(const Callbacks&) = delete;
+
+    /// @param name     what is called, for the log
+    /// @param context  whom it is about, a symbol for example
+    template<class Call>
+    void run(const char* name, std::string_view context, Call&& call) noexcept(false) {
+        try {
+            std::forward<Call>(call)();
+        } catch (const abi::__forced_unwind&) {
+            throw;
+        } catch (const tivra::Error& error) {
+            report(name, context, &error, error.what());
+        } catch (const std::exception& exception) {
+            report(name, context, nullptr, exception.what());
+        } catch (...) {
+            report(name, context, nullptr, "one that is no std::exception");
+        }
+    }
+
+    [[nodiscard]] std::uint64_t failures() const noexcept {
+        return m_failures.load(std::memory_order_relaxed);
+    }
+
+private:
+    void report(const char* name, std::string_view context, const tivra::Error* error, const char* text);
+
+    const std::function<void(const tivra::Error&)> m_onError;
+    std::atomic<std::uint64_t> m_failures{0};
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,119 @@
+#include <feed/Feed.h>
+
+#include <utility>
+
+#include "feed/AnswerState.h"
+#include "feed/FeedImpl.h"
+#include "feed/SubscriptionState.h"
+
+namespace tivra {
+namespace {
+
+[[nodiscard]] double secondsOf(std::chrono::milliseconds time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+} // namespace
+
+Feed::Feed(std::shared_ptr<tivra_internal::FeedImpl> impl) noexcept : m_impl(std::move(impl)) {}
+
+Feed::Feed(Feed&&) noexcept = default;
+
+Feed& Feed::operator=(Feed&& other) noexcept {
+    if (this != &other) {
+        close();
+        m_impl = std::move(other.m_impl);
+    }
+    return *this;
+}
+
+Feed::~Feed() {
+    close();
+}
+
+Feed Feed::open(FeedOptions options) {
+    return tivra_internal::FeedImpl::open(std::move(options));
+}
+
+Result<Feed> Feed::tryOpen(FeedOptions options) {
+    try {
+        return open(std::move(options));
+    } catch (const Error& error) {
+        return error;
+    }
+}
+
+tivra_internal::FeedImpl& Feed::impl() const {
+    if (m_impl == nullptr)
+        throw Error({Error::Code::Closed, Error::Phase::Request, "this object is no feed any more",
+                     "it was moved from", "", 0, "", 0});
+    return *m_impl;
+}
+
+FeedState Feed::state() const {
+    return m_impl != nullptr ? m_impl->state() : FeedState::Closed;
+}
+
+Field Feed::field(std::string_view name) const {
+    tivra_internal::FeedRegistry& registry = impl().registry();
+    if (!registry.isField(name))
+        throw Error({Error::Code::UnknownField, Error::Phase::Request,
+                     "no hub has a field \"" + std::string(name) + "\"", "see the hub's dictionary", "", 0,
+                     "", 0});
+    return tivra_internal::FieldTable::fieldOf(registry.fields()->intern(name));
+}
+
+Answer Feed::ask(Commands command, const char* what, const Instrument& instrument) {
+    tivra_internal::FeedImpl& feed = impl();
+    return feed.registry()
+        .request(command, what, instrument, secondsOf(feed.options().requestTimeout))
+        ->handle();
+}
+
+Answer Feed::query(const Instrument& instrument) {
+    return ask(QUERYSNAP, "query", instrument);
+}
+
+std::vector<Answer> Feed::queryMany(const std::vector<Instrument>& instruments) {
+    std::vector<Answer> answers;
+    answers.reserve(instruments.size());
+    for (const Instrument& instrument : instruments)
+        answers.push_back(query(instrument));
+    return answers;
+}
+
+Answer Feed::queryDepth(const Instrument& instrument) {
+    return ask(QUERYDEPTH, "order book query", instrument);
+}
+
+Answer Feed::queryWildcard(int source, const std::string& pattern) {
+    return ask(QUERYWILDCARD, "pattern query", {source, pattern});
+}
+
+Answer Feed::queryXref(const Instrument& instrument) {
+    return ask(QUERYXREF, "cross-reference query", instrument);
+}
+
+Subscription Feed::subscribe(const Instrument& instrument, UpdateCallback onUpdate) {
+    SubscriptionHandlers handlers;
+    handlers.onUpdate = std::move(onUpdate);
+    return subscribe(instrument, std::move(handlers));
+}
+
+Subscription Feed::subscribe(const Instrument& instrument, SubscriptionHandlers handlers) {
+    return impl().registry().subscribe(instrument, std::move(handlers))->handle();
+}
+
+FeedStatistics Feed::statistics() const {
+    return m_impl != nullptr ? m_impl->registry().statistics() : FeedStatistics();
+}
+
+bool Feed::close(std::chrono::milliseconds deadline) {
+    return m_impl == nullptr || m_impl->close(deadline);
+}
+
+bool Feed::close() {
+    return m_impl == nullptr || m_impl->close(m_impl->options().closeTimeout);
+}
+
+} // namespace tivra

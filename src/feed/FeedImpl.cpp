@@ -1,0 +1,227 @@
+#include "feed/FeedImpl.h"
+
+#include <csignal>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <APIFactory.h>
+#include <event/SessionEvent.h>
+#include <event/UserEvent.h>
+#include <session/Session.h>
+#include <tp/Clock.h>
+#include <tp/Thread.h>
+#include <tp/eprintf.h>
+
+#include "feed/AnswerState.h"
+#include "feed/ClockTime.h"
+#include "feed/FeedParameters.h"
+#include "feed/FeedStream.h"
+#include "feed/SubscriptionState.h"
+#include "request/RequestImpl.h"
+#include "session/SessionImpl.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::Error;
+using tivra::FeedState;
+
+constexpr const char* kApplication = "tivra-feed";
+constexpr const char* kVersion = "1";
+constexpr const char* kOpenTimedOut = "the hubs weren't ready in time";
+
+[[nodiscard]] double secondsOf(std::chrono::milliseconds time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+[[nodiscard]] bool beginsWith(const std::string& text, const char* beginning) {
+    return text.rfind(beginning, 0) == 0;
+}
+
+} // namespace
+
+FeedImpl::FeedImpl(tivra::FeedOptions options)
+    : m_options(std::move(options)), m_registry(std::make_shared<FeedRegistry>(*this, m_options.onError)) {}
+
+FeedImpl::~FeedImpl() {
+    m_registry->detach();
+}
+
+tivra::Feed FeedImpl::open(tivra::FeedOptions options) {
+    std::shared_ptr<FeedImpl> feed;
+    try {
+        feed = std::make_shared<FeedImpl>(std::move(options));
+    } catch (const std::system_error& error) {
+        throw Error({Error::Code::System, Error::Phase::Options,
+                     std::string("a thread couldn't be made: ") + error.what(), "", "", 0, "",
+                     error.code().value()});
+    }
+    try {
+        feed->configure();
+        feed->start();
+    } catch (...) {
+        feed->close(feed->m_options.closeTimeout);
+        throw;
+    }
+    return tivra::Feed(std::move(feed));
+}
+
+void FeedImpl::configure() {
+    if (m_options.logFile.empty())
+        tp::eprintf_mute_until_init();
+    else
+        tivra::APIFactory::getInstance()->initialize(kApplication, kVersion, m_options.logDebug,
+                                                     m_options.logFile);
+    m_user = HandleAccess::makeUserInfo(m_options.user, m_options.password.text(), *this);
+    m_session = HandleAccess::makeSession(*m_user, *this, true);
+    HandleAccess::impl(*m_session).setStreams(*this);
+    configureSession(m_options, *m_session);
+}
+
+void FeedImpl::start() {
+    if (tp::onLibraryThread())
+        throw Error({Error::Code::InCallback, Error::Phase::Options,
+                     "a feed can't be opened on a thread of the library", "open it on a thread of your own",
+                     "", 0, "", 0});
+    SessionImpl& session = HandleAccess::impl(*m_session);
+    m_registry->laterAt(tp::Clock::monotonic() + secondsOf(m_options.openTimeout),
+                        [&session] { session.abortStart(kOpenTimedOut); });
+    std::string reason;
+    if (!m_session->start(reason))
+        throw startFailure(reason);
+}
+
+/// The session gives its reason as a text, and the login's refusal has come as an event before.
+Error FeedImpl::startFailure(const std::string& reason) {
+    const tp::MutexLock lock(m_mutex);
+    if (reason == kOpenTimedOut)
+        return Error({Error::Code::TimedOut, Error::Phase::Connect,
+                      reason + ", within " + std::to_string(m_options.openTimeout.count()) + " ms",
+                      "see whether the hubs are up, or raise FeedOptions::openTimeout", "", 0, "", 0});
+    if (m_refusal)
+        return *m_refusal;
+    const bool isConnect = beginsWith(reason, "connectHost(") || beginsWith(reason, "Connection retry limit");
+    return Error({Error::Code::OpenFailed, isConnect ? Error::Phase::Connect : Error::Phase::Login, reason,
+                  isConnect ? "see whether the hub is up and the address is right" : "", "", 0, "", 0});
+}
+
+std::string FeedImpl::statusName(int status) const {
+    return HandleAccess::impl(*m_session).getRetCodeDesc(status);
+}
+
+std::unique_ptr<MessageStream> FeedImpl::open(const MetaTokenMap& dictionary, const std::string& hub) {
+    return std::make_unique<FeedStream>(m_registry, *this, dictionary, hub);
+}
+
+int64_t FeedImpl::nextTag() {
+    return HandleAccess::impl(*m_session).getNextTag();
+}
+
+bool FeedImpl::send(tivra::Commands command, const tivra::Instrument& instrument, int64_t tag,
+                    int64_t origin) {
+    SessionImpl& session = HandleAccess::impl(*m_session);
+    RequestImpl request(&session);
+    request.setCommand(command);
+    request.add(tivra::ENUM_SRC_ID, instrument.source);
+    request.add(tivra::SYMBOL_TICKER, instrument.symbol);
+    if (origin != 0)
+        request.add(tivra::QUERY_REF_TAG, origin);
+    request.useTag(tag);
+    return session.send(request) != 0;
+}
+
+void FeedImpl::onSessionEvent(const tivra::SessionEvent& event) {
+    switch (event.getType()) {
+    case tivra::SessionEvent::TIVRA_SESSION_UNAVAILABLE:
+        changeState(FeedState::Connecting, "all hubs are lost");
+        break;
+    case tivra::SessionEvent::TIVRA_SESSION_RECOVERY:
+        changeState(FeedState::Recovering, "a hub is lost, others serve");
+        break;
+    case tivra::SessionEvent::TIVRA_SESSION_ESTABLISHED:
+        changeState(FeedState::Established, "all hubs are ready");
+        break;
+    default:
+        break;
+    }
+}
+
+void FeedImpl::onUserEvent(const tivra::UserEvent& event) {
+    if (event.getType() != tivra::UserEvent::AUTHORIZATION_FAILURE)
+        return;
+    const Error refusal({Error::Code::Refused, Error::Phase::Login, "the hub has refused the login",
+                         "see user and password, and whether the user may log in", "", event.getRetCode(),
+                         event.getRetCodeString(), 0});
+    {
+        const tp::MutexLock lock(m_mutex);
+        m_refusal = refusal;
+    }
+    if (state() != FeedState::Connecting && m_options.onError)
+        m_registry->callbacks().run("onError", m_options.user, [&] { m_options.onError(refusal); });
+}
+
+void FeedImpl::changeState(FeedState to, const char* cause) {
+    const FeedState from = m_state.exchange(to, std::memory_order_acq_rel);
+    if (from != to && m_options.onConnection)
+        m_registry->callbacks().run("onConnection", "", [&] {
+            m_options.onConnection({from, to, cause, wallTime()});
+        });
+}
+
+bool FeedImpl::close(std::chrono::milliseconds deadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    tp::MutexLock lock(m_mutex);
+    if (!std::exchange(m_isClosing, true)) {
+        lock.unlock();
+        m_registry->detach();
+        startShutDown();
+        lock.lock();
+    }
+    if (tp::onLibraryThread())
+        return m_isClosed;
+    while (!m_isClosed)
+        if (!m_changed.waitUntil(m_mutex, end) && !m_isClosed) {
+            eprintf(EPF_CRIT, "a feed isn't closed after %lld ms: a callback still runs",
+                    static_cast<long long>(deadline.count()));
+            return false;
+        }
+    return true;
+}
+
+/// On a thread of its own, which keeps the feed's inside until the callbacks that run have returned. It waits
+/// for the library's threads, so it can't be one of them.
+void FeedImpl::startShutDown() {
+    try {
+        std::thread([feed = shared_from_this()] {
+            tp::setThreadName("tivra-close");
+            feed->shutDown();
+        }).detach();
+    } catch (const std::system_error&) {
+        if (tp::onLibraryThread())
+            m_registry->later([feed = shared_from_this()] { feed->startShutDown(); });
+        else
+            shutDown();
+    }
+}
+
+void FeedImpl::shutDown() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    if (m_session != nullptr)
+        m_session->stop();
+    {
+        // Callbacks of answers that end here are told where they are.
+        const tp::LibraryThreadMark mark;
+        m_registry->close();
+    }
+    m_session.reset();
+    m_user.reset();
+    m_state.store(FeedState::Closed, std::memory_order_release);
+    const tp::MutexLock lock(m_mutex);
+    m_isClosed = true;
+    m_changed.notifyAll();
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,211 @@
+#include "feed/FeedItem.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <tp/Clock.h>
+
+#include "feed/ClockTime.h"
+#include "feed/FeedRegistry.h"
+#include "feed/FeedStream.h"
+#include "feed/SubscriptionState.h"
+#include "feed/UpdateData.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::DataState;
+using tivra::Update;
+
+constexpr const char* kLost = "the connection to the hub is lost";
+constexpr const char* kBack = "the hub is back";
+constexpr const char* kComplete = "the image is complete";
+constexpr const char* kRefused = "the hub has refused it";
+
+/// The item whose handlers this thread is calling.
+thread_local const FeedItem* t_current = nullptr;
+
+} // namespace
+
+/// The scope in which one thread may call the item's handlers. It begins with who has come, and ends with who
+/// has gone.
+class TP_SCOPED_CAPABILITY FeedItem::Turn {
+public:
+    explicit Turn(FeedItem& item) TP_ACQUIRE(item.m_turn) : m_item(item), m_outer(t_current) {
+        item.m_turn.lock();
+        begin();
+    }
+    /// One that has been locked.
+    Turn(FeedItem& item, std::adopt_lock_t) TP_REQUIRES(item.m_turn) : m_item(item), m_outer(t_current) {
+        begin();
+    }
+    ~Turn() TP_RELEASE() {
+        t_current = m_outer;
+        if (m_item.m_hasClosed.load(std::memory_order_acquire))
+            endWithLeavers();
+        else
+            m_item.m_turn.unlock();
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+private:
+    void begin() TP_NO_THREAD_SAFETY_ANALYSIS {
+        t_current = &m_item;
+        if (m_item.m_hasAdded.load(std::memory_order_acquire))
+            m_item.enterAdded();
+    }
+    // What the handlers hold goes after the turn, since it may close other subscriptions.
+    void endWithLeavers() TP_NO_THREAD_SAFETY_ANALYSIS {
+        const std::shared_ptr<FeedItem> keep = m_item.shared_from_this();
+        const Subscriptions leavers = m_item.dropClosed();
+        m_item.m_turn.unlock();
+        for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
+            leaver->dropHandlers();
+        if (!leavers.empty())
+            keep->m_registry->release(*keep, leavers.size());
+    }
+
+    FeedItem& m_item;
+    const FeedItem* const m_outer;
+};
+
+FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, int source, std::string symbol, int64_t tag)
+    : m_registry(std::move(registry)), m_source(source), m_symbol(std::move(symbol)), m_tag(tag) {}
+
+void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Update::Kind kind) {
+    const Turn turn(*this);
+    if (m_homes.size() != 1 || m_homes.front() != &stream)
+        addHome(stream);
+    if (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live)
+        beginImage();
+    UpdateData data{message, stream.fields(), kind, nullptr};
+    // A callback may subscribe the same symbol, which enters the list when this turn has ended.
+    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions) {
+        data.subscription = subscription.get();
+        if (!subscription->isClosed())
+            subscription->update(data, m_registry->callbacks(), stream.now());
+    }
+}
+
+void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message) {
+    const Turn turn(*this);
+    if (!latecomer.isClosed())
+        latecomer.update({message, stream.fields(), Update::Kind::Image, &latecomer}, m_registry->callbacks(),
+                         stream.now());
+}
+
+void FeedItem::finishImage(FeedStream& stream, const tivra::Error* refusal) {
+    const Turn turn(*this);
+    if (refusal != nullptr) {
+        m_state = DataState::Refused;
+        changeAll(DataState::Refused, kRefused, refusal);
+        return;
+    }
+    addHome(stream);
+    beginImage();
+    m_state = DataState::Live;
+    changeAll(DataState::Live, kComplete);
+}
+
+void FeedItem::finishImageOf(SubscriptionState& latecomer, const tivra::Error* refusal) {
+    const Turn turn(*this);
+    // Without an image of its own it waits for the next one that comes to all.
+    if (refusal == nullptr && m_state == DataState::Live)
+        latecomer.change(DataState::Live, kComplete, nullptr, m_registry->callbacks());
+}
+
+void FeedItem::lose(const FeedStream& stream) {
+    const Turn turn(*this);
+    if (std::erase(m_homes, &stream) == 0 || m_state == DataState::Pending || m_state == DataState::Refused)
+        return;
+    if (!m_gapFrom)
+        m_gapFrom = tp::Clock::now();
+    m_state = DataState::Stale;
+    changeAll(DataState::Stale, kLost);
+}
+
+void FeedItem::recover() {
+    const Turn turn(*this);
+    if (m_state != DataState::Stale)
+        return;
+    m_state = DataState::Recovering;
+    changeAll(DataState::Recovering, kBack);
+}
+
+/// What comes now follows a gap, if there was one.
+void FeedItem::beginImage() {
+    if (m_state == DataState::Stale) {
+        m_state = DataState::Recovering;
+        changeAll(DataState::Recovering, kBack);
+    }
+    if (!m_gapFrom)
+        return;
+    const tivra::Gap gap{tivra::Gap::Cause::Loss, toTimePoint(*m_gapFrom), wallTime(), std::nullopt};
+    m_gapFrom.reset();
+    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
+        if (subscription->state() == DataState::Recovering)
+            subscription->gap(gap, m_registry->callbacks());
+}
+
+void FeedItem::changeAll(DataState to, std::string_view cause, const tivra::Error* error) {
+    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
+        subscription->change(to, cause, error, m_registry->callbacks());
+}
+
+void FeedItem::addHome(const FeedStream& stream) {
+    if (std::find(m_homes.begin(), m_homes.end(), &stream) == m_homes.end())
+        m_homes.push_back(&stream);
+}
+
+void FeedItem::close(SubscriptionState& subscription) {
+    static_cast<void>(subscription.markClosed());
+    m_hasClosed.store(true, std::memory_order_release);
+    if (t_current == this)
+        return; // the end of the turn sees to it
+    if (t_current == nullptr) {
+        const Turn turn(*this);
+        return;
+    }
+    // Two callbacks that close each other's subscriptions must not wait for each other.
+    if (m_turn.tryLock())
+        const Turn turn(*this, std::adopt_lock);
+    else
+        m_registry->later([item = shared_from_this()] { const Turn turn(*item); });
+}
+
+void FeedItem::closeAll() {
+    const Turn turn(*this);
+    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
+        static_cast<void>(subscription->markClosed());
+    m_hasClosed.store(true, std::memory_order_release);
+}
+
+void FeedItem::add(std::shared_ptr<SubscriptionState> subscription) {
+    ++m_users;
+    m_added.push_back(std::move(subscription));
+    m_hasAdded.store(true, std::memory_order_release);
+}
+
+FeedItem::Subscriptions FeedItem::takeAdded() {
+    m_hasAdded.store(false, std::memory_order_relaxed);
+    return std::exchange(m_added, {});
+}
+
+void FeedItem::enterAdded() {
+    for (std::shared_ptr<SubscriptionState>& subscription : m_registry->takeAdded(*this))
+        m_subscriptions.push_back(std::move(subscription));
+}
+
+FeedItem::Subscriptions FeedItem::dropClosed() {
+    // Before the look, so that what is closed during it is seen next time.
+    m_hasClosed.store(false, std::memory_order_seq_cst);
+    Subscriptions leavers;
+    const auto isOpen = [](const std::shared_ptr<SubscriptionState>& one) { return !one->isClosed(); };
+    const auto firstClosed = std::stable_partition(m_subscriptions.begin(), m_subscriptions.end(), isOpen);
+    leavers.assign(std::make_move_iterator(firstClosed), std::make_move_iterator(m_subscriptions.end()));
+    m_subscriptions.erase(firstClosed, m_subscriptions.end());
+    return leavers;
+}
+
+} // namespace tivra_internal

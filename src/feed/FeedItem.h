@@ -1,0 +1,99 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <feed/Error.h>
+#include <feed/Subscription.h>
+#include <feed/Update.h>
+
+#include "feed/ItemTurn.h"
+
+namespace KVNAPI {
+class Message;
+} // namespace KVNAPI
+
+namespace tivra_internal {
+
+class FeedRegistry;
+class FeedStream;
+class SubscriptionState;
+
+/// One symbol that the feed has subscribed at the hubs, and the subscriptions of the application that share
+/// it. It decides what state its data is in, and calls the subscriptions' handlers, one call at a time, in
+/// its turn.
+class FeedItem : public std::enable_shared_from_this<FeedItem> {
+public:
+    using Subscriptions = std::vector<std::shared_ptr<SubscriptionState>>;
+
+    /// @param tag  of the standing request
+    FeedItem(std::shared_ptr<FeedRegistry> registry, int source, std::string symbol, int64_t tag);
+    FeedItem(const FeedItem&) = delete;
+    FeedItem& operator=(const FeedItem&) = delete;
+
+    [[nodiscard]] int source() const noexcept { return m_source; }
+    [[nodiscard]] std::string_view symbol() const noexcept { return m_symbol; }
+    [[nodiscard]] int64_t tag() const noexcept { return m_tag; }
+    /// Nothing comes for it any more: tables may forget it.
+    [[nodiscard]] bool isGone() const noexcept { return m_isGone.load(std::memory_order_relaxed); }
+
+    // --- what the hubs' streams bring; @thread that delivers ---
+    void deliver(FeedStream& stream, const KVNAPI::Message& message, tivra::Update::Kind kind)
+        TP_EXCLUDES(m_turn);
+    /// The image that one subscription has asked for by itself, since it came later than the others.
+    void deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message)
+        TP_EXCLUDES(m_turn);
+    /// The image is complete, or the hub has refused the request.
+    void finishImage(FeedStream& stream, const tivra::Error* refusal) TP_EXCLUDES(m_turn);
+    void finishImageOf(SubscriptionState& latecomer, const tivra::Error* refusal) TP_EXCLUDES(m_turn);
+    void lose(const FeedStream& stream) TP_EXCLUDES(m_turn);
+    void recover() TP_EXCLUDES(m_turn);
+
+    // --- what the application does; @thread any ---
+    /// Ends a subscription: when this returns nothing of it runs, but for the callback that this is called
+    /// in. In a callback for another item it waits for nobody.
+    void close(SubscriptionState& subscription) TP_EXCLUDES(m_turn);
+    /// Ends all of them, with their feed.
+    void closeAll() TP_EXCLUDES(m_turn);
+
+    // --- under the registry's mutex ---
+    void add(std::shared_ptr<SubscriptionState> subscription);
+    /// So many subscriptions have been dropped. True when nobody is left, and nobody has come.
+    [[nodiscard]] bool remove(std::size_t count) noexcept { return (m_users -= count) == 0; }
+    [[nodiscard]] Subscriptions takeAdded();
+    void setGone() noexcept { m_isGone.store(true, std::memory_order_relaxed); }
+
+private:
+    class Turn;
+    friend class Turn;
+
+    void enterAdded() TP_REQUIRES(m_turn);
+    [[nodiscard]] Subscriptions dropClosed() TP_REQUIRES(m_turn);
+    void addHome(const FeedStream& stream) TP_REQUIRES(m_turn);
+    void beginImage() TP_REQUIRES(m_turn);
+    void changeAll(tivra::DataState to, std::string_view cause, const tivra::Error* error = nullptr)
+        TP_REQUIRES(m_turn);
+
+    const std::shared_ptr<FeedRegistry> m_registry;
+    const int m_source;
+    const std::string m_symbol;
+    const int64_t m_tag;
+    std::atomic<bool> m_isGone{false};
+    std::atomic<bool> m_hasAdded{false};  ///< see m_added
+    std::atomic<bool> m_hasClosed{false}; ///< some of the subscriptions have been closed
+    ItemTurn m_turn;
+    tivra::DataState m_state TP_GUARDED_BY(m_turn) = tivra::DataState::Pending;
+    std::vector<const FeedStream*> m_homes TP_GUARDED_BY(m_turn); ///< the streams that its data comes from
+    Subscriptions m_subscriptions TP_GUARDED_BY(m_turn);
+    std::optional<double> m_gapFrom TP_GUARDED_BY(m_turn); ///< the gap that is open, since when
+
+    Subscriptions m_added;   ///< on their way into m_subscriptions; under the registry's mutex
+    std::size_t m_users = 0; ///< subscriptions that haven't been dropped; under the registry's mutex
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,234 @@
+#include "feed/FeedRegistry.h"
+
+#include <algorithm>
+
+#include <tp/Clock.h>
+
+#include "feed/AnswerState.h"
+#include "feed/FeedSender.h"
+#include "feed/FeedStream.h"
+#include "feed/InstrumentCheck.h"
+#include "feed/SubscriptionState.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::Error;
+using tivra::Instrument;
+
+[[nodiscard]] Error requestError(Error::Code code, std::string cause, std::string advice = {}) {
+    return Error({code, Error::Phase::Request, std::move(cause), std::move(advice), "", 0, "", 0});
+}
+
+[[nodiscard]] Error closedError() {
+    return requestError(Error::Code::Closed, "the feed is closed");
+}
+
+[[nodiscard]] std::string describe(const char* what, const Instrument& instrument) {
+    return std::string(what) + " of " + instrument.symbol + " at source " + std::to_string(instrument.source);
+}
+
+} // namespace
+
+FeedRegistry::FeedRegistry(FeedSender& sender, std::function<void(const Error&)> onError)
+    : m_callbacks(std::move(onError)), m_sender(&sender) {}
+
+FeedRegistry::~FeedRegistry() = default;
+
+int64_t FeedRegistry::nextTag() {
+    const tp::MutexLock lock(m_sendMutex);
+    if (m_sender == nullptr)
+        throw closedError();
+    return m_sender->nextTag();
+}
+
+void FeedRegistry::send(tivra::Commands command, const Instrument& instrument, int64_t tag, int64_t origin) {
+    const tp::MutexLock lock(m_sendMutex);
+    if (m_sender == nullptr)
+        throw closedError();
+    if (!m_sender->send(command, instrument, tag, origin))
+        throw requestError(
+            Error::Code::QueueFull, "no more requests can be queued",
+            "wait for answers, or raise MAX_REQUEST_QUEUE_SIZE_LONG or MAX_WATCHLIST_SIZE_LONG");
+}
+
+std::shared_ptr<SubscriptionState> FeedRegistry::subscribe(const Instrument& instrument,
+                                                           tivra::SubscriptionHandlers handlers) {
+    checkInstrument(instrument, "subscribe");
+    const int64_t tag = nextTag();
+    bool isFirst = false;
+    std::shared_ptr<SubscriptionState> subscription = enter(instrument, std::move(handlers), tag, isFirst);
+    try {
+        send(isFirst ? tivra::QUERYSNAPANDSUBSCRIBE : tivra::QUERYSNAP, instrument, tag, 0);
+    } catch (...) {
+        forgetTag(tag);
+        subscription->close();
+        throw;
+    }
+    return subscription;
+}
+
+/// The symbol's item gets the subscription. The first one has the item made; others share it, and get an
+/// image of their own.
+std::shared_ptr<SubscriptionState> FeedRegistry::enter(const Instrument& instrument,
+                                                       tivra::SubscriptionHandlers handlers, int64_t tag,
+                                                       bool& isFirst) {
+    const tp::MutexLock lock(m_mutex);
+    const auto found = m_items.find(Key(instrument.source, instrument.symbol));
+    isFirst = found == m_items.end();
+    const std::shared_ptr<FeedItem> item =
+        isFirst ? std::make_shared<FeedItem>(shared_from_this(), instrument.source, instrument.symbol, tag)
+                : found->second;
+    auto subscription = std::make_shared<SubscriptionState>(item, std::move(handlers));
+    if (isFirst) {
+        m_items.emplace(Key(item->source(), item->symbol()), item);
+        m_targets[tag] = item;
+    } else {
+        m_targets[tag] = Latecomer{item, subscription};
+    }
+    item->add(subscription);
+    ++m_subscriptionCount;
+    return subscription;
+}
+
+std::shared_ptr<AnswerState> FeedRegistry::request(tivra::Commands command, const char* what,
+                                                   const Instrument& instrument, double timeout) {
+    checkInstrument(instrument, what);
+    const int64_t tag = nextTag();
+    auto answer = std::make_shared<AnswerState>(shared_from_this(), tag, describe(what, instrument));
+    {
+        const tp::MutexLock lock(m_mutex);
+        m_targets[tag] = answer;
+        ++m_requestCount;
+    }
+    try {
+        send(command, instrument, tag, 0);
+    } catch (...) {
+        forgetTag(tag);
+        throw;
+    }
+    m_later.runAt(tp::Clock::monotonic() + timeout, [waiting = std::weak_ptr<AnswerState>(answer), timeout] {
+        if (const std::shared_ptr<AnswerState> late = waiting.lock())
+            late->fail(Error({Error::Code::TimedOut, Error::Phase::Answer,
+                              "no answer to the " + late->what() + " within " +
+                                  std::to_string(static_cast<long long>(timeout * 1000)) + " ms",
+                              "", "", 0, "", 0}));
+    });
+    return answer;
+}
+
+void FeedRegistry::detach() {
+    const tp::MutexLock lock(m_sendMutex);
+    m_sender = nullptr;
+    m_isDetached.store(true, std::memory_order_release);
+}
+
+void FeedRegistry::close() {
+    m_later.end();
+    std::vector<std::shared_ptr<FeedItem>> items;
+    std::vector<std::shared_ptr<AnswerState>> answers;
+    {
+        const tp::MutexLock lock(m_mutex);
+        for (const auto& [key, item] : m_items)
+            items.push_back(item);
+        for (const auto& [tag, target] : m_targets)
+            if (const auto* const answer = std::get_if<std::shared_ptr<AnswerState>>(&target))
+                answers.push_back(*answer);
+    }
+    for (const std::shared_ptr<AnswerState>& answer : answers)
+        answer->fail(
+            Error({Error::Code::Closed, Error::Phase::Answer,
+                   "the feed was closed before the answer to the " + answer->what(), "", "", 0, "", 0}));
+    for (const std::shared_ptr<FeedItem>& item : items)
+        item->closeAll();
+}
+
+FeedRegistry::Target FeedRegistry::targetOf(int64_t tag) {
+    const tp::MutexLock lock(m_mutex);
+    const auto found = m_targets.find(tag);
+    return found != m_targets.end() ? found->second : Target();
+}
+
+std::shared_ptr<FeedItem> FeedRegistry::findItem(int source, std::string_view symbol) {
+    const tp::MutexLock lock(m_mutex);
+    const auto found = m_items.find(Key(source, symbol));
+    return found != m_items.end() ? found->second : nullptr;
+}
+
+void FeedRegistry::forgetItem(FeedItem& item) {
+    const tp::MutexLock lock(m_mutex);
+    removeItem(item);
+}
+
+/// Its subscriptions keep it, for what they have to say of themselves.
+void FeedRegistry::removeItem(FeedItem& item) {
+    item.setGone();
+    m_targets.erase(item.tag());
+    const auto found = m_items.find(Key(item.source(), item.symbol()));
+    if (found != m_items.end() && found->second.get() == &item)
+        m_items.erase(found);
+}
+
+void FeedRegistry::forgetTag(int64_t tag) {
+    Target dropped; // goes without the mutex
+    const tp::MutexLock lock(m_mutex);
+    const auto found = m_targets.find(tag);
+    if (found == m_targets.end())
+        return;
+    if (std::holds_alternative<std::shared_ptr<AnswerState>>(found->second))
+        --m_requestCount;
+    std::swap(dropped, found->second);
+    m_targets.erase(found);
+}
+
+void FeedRegistry::addStream(FeedStream& stream) {
+    const tp::MutexLock lock(m_mutex);
+    m_streams.push_back(&stream);
+}
+
+void FeedRegistry::removeStream(FeedStream& stream) {
+    const tp::MutexLock lock(m_mutex);
+    std::erase(m_streams, &stream);
+    m_pastUpdates.fetch_add(stream.updates(), std::memory_order_relaxed);
+}
+
+FeedItem::Subscriptions FeedRegistry::takeAdded(FeedItem& item) {
+    const tp::MutexLock lock(m_mutex);
+    return item.takeAdded();
+}
+
+void FeedRegistry::release(FeedItem& item, std::size_t count) {
+    {
+        const tp::MutexLock lock(m_mutex);
+        m_subscriptionCount -= count;
+        if (!item.remove(count) || item.isGone())
+            return;
+        removeItem(item);
+    }
+    const tp::MutexLock lock(m_sendMutex);
+    if (m_sender != nullptr)
+        static_cast<void>(m_sender->send(tivra::UNSUBSCRIBE, {item.source(), std::string(item.symbol())},
+                                         m_sender->nextTag(), item.tag()));
+}
+
+bool FeedRegistry::isField(std::string_view name) {
+    const tp::MutexLock lock(m_mutex);
+    return std::any_of(m_streams.begin(), m_streams.end(),
+                       [name](FeedStream* stream) { return stream->fields().has(name); });
+}
+
+tivra::FeedStatistics FeedRegistry::statistics() {
+    tivra::FeedStatistics figures;
+    figures.unwanted = m_unwanted.load(std::memory_order_relaxed);
+    figures.lateAnswers = m_late.load(std::memory_order_relaxed);
+    figures.failedCallbacks = m_callbacks.failures();
+    figures.updates = m_pastUpdates.load(std::memory_order_relaxed);
+    const tp::MutexLock lock(m_mutex);
+    for (const FeedStream* stream : m_streams)
+        figures.updates += stream->updates();
+    figures.subscriptions = m_subscriptionCount;
+    figures.requests = m_requestCount;
+    return figures;
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,130 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <feed/Feed.h>
+#include <request/Commands.h>
+#include <tp/Mutex.h>
+
+#include "LockOrder.h"
+
+#include "feed/Callbacks.h"
+#include "feed/FeedItem.h"
+#include "feed/FieldTable.h"
+#include "feed/LaterThread.h"
+
+namespace tivra_internal {
+
+class AnswerState;
+class FeedSender;
+class FeedStream;
+class SubscriptionState;
+
+/// What a feed has asked for: its items by symbol, and by tag whoever waits for an answer. Subscriptions,
+/// answers and streams share it, so it may outlive the feed. @thread any
+class FeedRegistry : public std::enable_shared_from_this<FeedRegistry> {
+public:
+    /// An image that a subscription has asked for by itself, since its item had had one.
+    struct Latecomer {
+        std::shared_ptr<FeedItem> item;
+        std::shared_ptr<SubscriptionState> subscription;
+    };
+    /// Who gets what comes with a tag; nobody, maybe.
+    using Target =
+        std::variant<std::monostate, std::shared_ptr<FeedItem>, std::shared_ptr<AnswerState>, Latecomer>;
+
+    /// @param sender  borrowed until close()
+    FeedRegistry(FeedSender& sender, std::function<void(const tivra::Error&)> onError);
+    ~FeedRegistry();
+    FeedRegistry(const FeedRegistry&) = delete;
+    FeedRegistry& operator=(const FeedRegistry&) = delete;
+
+    // --- what the feed does; each throws tivra::Error ---
+    [[nodiscard]] std::shared_ptr<SubscriptionState> subscribe(const tivra::Instrument& instrument,
+                                                               tivra::SubscriptionHandlers handlers);
+    /// @param what     the name of the request, for error texts
+    /// @param timeout  in seconds
+    [[nodiscard]] std::shared_ptr<AnswerState> request(tivra::Commands command, const char* what,
+                                                       const tivra::Instrument& instrument, double timeout);
+    /// No request is accepted or sent from now on, and the loss of a hub is no news.
+    void detach() TP_EXCLUDES(m_sendMutex);
+    [[nodiscard]] bool isDetached() const noexcept { return m_isDetached.load(std::memory_order_acquire); }
+    /// At a time by the monotonic clock, on the feed's own thread.
+    void laterAt(double time, LaterThread::Work work) { m_later.runAt(time, std::move(work)); }
+    /// Ends everything that stands. The streams are gone.
+    void close() TP_EXCLUDES(m_mutex);
+
+    // --- what the streams ask ---
+    [[nodiscard]] Target targetOf(int64_t tag) TP_EXCLUDES(m_mutex);
+    /// Null when nobody has subscribed that.
+    [[nodiscard]] std::shared_ptr<FeedItem> findItem(int source, std::string_view symbol)
+        TP_EXCLUDES(m_mutex);
+    /// The hub has refused the item.
+    void forgetItem(FeedItem& item) TP_EXCLUDES(m_mutex);
+    void forgetTag(int64_t tag) TP_EXCLUDES(m_mutex);
+    void addStream(FeedStream& stream) TP_EXCLUDES(m_mutex);
+    void removeStream(FeedStream& stream) TP_EXCLUDES(m_mutex);
+    void countUnwanted() noexcept { m_unwanted.fetch_add(1, std::memory_order_relaxed); }
+    void countLate() noexcept { m_late.fetch_add(1, std::memory_order_relaxed); }
+    [[nodiscard]] Callbacks& callbacks() noexcept { return m_callbacks; }
+    [[nodiscard]] const std::shared_ptr<FieldTable>& fields() const noexcept { return m_fields; }
+
+    // --- what items and answers ask ---
+    [[nodiscard]] FeedItem::Subscriptions takeAdded(FeedItem& item) TP_EXCLUDES(m_mutex);
+    /// So many subscriptions of the item have gone; with the last one it is unsubscribed.
+    void release(FeedItem& item, std::size_t count) TP_EXCLUDES(m_mutex);
+    void forgetAnswer(int64_t tag) { forgetTag(tag); }
+    /// On the feed's own thread.
+    void later(LaterThread::Work work) { m_later.run(std::move(work)); }
+
+    /// Whether any hub has a field of that name.
+    [[nodiscard]] bool isField(std::string_view name) TP_EXCLUDES(m_mutex);
+    [[nodiscard]] tivra::FeedStatistics statistics() TP_EXCLUDES(m_mutex);
+
+private:
+    using Key = std::pair<int, std::string_view>;
+    struct KeyHash {
+        [[nodiscard]] std::size_t operator()(const Key& key) const noexcept {
+            return std::hash<std::string_view>()(key.second) * 31 + static_cast<std::size_t>(key.first);
+        }
+    };
+
+    [[nodiscard]] int64_t nextTag() TP_EXCLUDES(m_sendMutex);
+    void send(tivra::Commands command, const tivra::Instrument& instrument, int64_t tag, int64_t origin)
+        TP_EXCLUDES(m_sendMutex);
+    [[nodiscard]] std::shared_ptr<SubscriptionState> enter(const tivra::Instrument& instrument,
+                                                           tivra::SubscriptionHandlers handlers, int64_t tag,
+                                                           bool& isFirst) TP_EXCLUDES(m_mutex);
+    void removeItem(FeedItem& item) TP_REQUIRES(m_mutex);
+
+    const std::shared_ptr<FieldTable> m_fields = std::make_shared<FieldTable>();
+    Callbacks m_callbacks;
+    std::atomic<std::uint64_t> m_unwanted{0};
+    std::atomic<std::uint64_t> m_late{0};
+    std::atomic<std::uint64_t> m_pastUpdates{0}; ///< of streams that are gone
+    std::atomic<bool> m_isDetached{false};
+
+    tp::Mutex m_sendMutex{kLockFeedSend};
+    FeedSender* m_sender TP_GUARDED_BY(m_sendMutex); ///< null once the feed is closed
+
+    tp::Mutex m_mutex{kLockFeedRegistry}; ///< guards what follows
+    std::unordered_map<Key, std::shared_ptr<FeedItem>, KeyHash> m_items TP_GUARDED_BY(m_mutex);
+    std::unordered_map<int64_t, Target> m_targets TP_GUARDED_BY(m_mutex);
+    std::vector<FeedStream*> m_streams TP_GUARDED_BY(m_mutex);
+    std::size_t m_subscriptionCount TP_GUARDED_BY(m_mutex) = 0;
+    std::size_t m_requestCount TP_GUARDED_BY(m_mutex) = 0;
+
+    LaterThread m_later;
+};
+
+} // namespace tivra_internal

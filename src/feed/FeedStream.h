@@ -1,0 +1,55 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <feed/Update.h>
+
+#include "feed/FeedRegistry.h"
+#include "feed/HubFields.h"
+#include "feed/ItemTable.h"
+#include "receive/MessageStream.h"
+
+namespace tivra_internal {
+
+class FeedImpl;
+
+/// What one hub sends to a feed, sorted to the items and answers that it is for. @thread that delivers for
+/// the hub
+class FeedStream final : public MessageStream {
+public:
+    FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& feed, const MetaTokenMap& dictionary,
+               std::string hub);
+    ~FeedStream() override;
+
+    void deliver(const StreamMessage& incoming) override;
+    void connectionLost() override;
+    void connectionBegins() override;
+
+    [[nodiscard]] HubFields& fields() noexcept { return m_fields; }
+    /// Seconds since the epoch, to about a millisecond.
+    [[nodiscard]] double now() noexcept;
+    /// Messages that have found their item. @thread any
+    [[nodiscard]] std::uint64_t updates() const noexcept { return m_updates.load(std::memory_order_relaxed); }
+
+private:
+    void deliverTagged(const StreamMessage& incoming);
+    void deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMessage& incoming);
+    void deliverTo(const FeedRegistry::Latecomer& latecomer, const StreamMessage& incoming);
+    void deliverTo(const std::shared_ptr<AnswerState>& answer, const StreamMessage& incoming);
+    [[nodiscard]] FeedItem* itemOf(const KVNAPI::Message& message);
+    [[nodiscard]] tivra::Error refusal(const std::string& what, int64_t status) const;
+
+    const std::shared_ptr<FeedRegistry> m_registry;
+    const FeedImpl& m_feed;
+    const std::string m_hub;
+    HubFields m_fields;
+    ItemTable m_items;
+    std::atomic<std::uint64_t> m_updates{0};
+    double m_now = 0.0;
+    uint32_t m_beats = 0;
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,24 @@
+#include "feed/FieldTable.h"
+
+namespace tivra_internal {
+
+const FieldEntry& FieldTable::intern(std::string_view name) {
+    const tp::MutexLock lock(m_mutex);
+    if (const auto found = m_byName.find(name); found != m_byName.end())
+        return *found->second;
+    const FieldEntry& entry = m_entries.emplace_back(
+        FieldEntry{std::string(name), static_cast<std::uint32_t>(m_entries.size()), this});
+    m_byName.emplace(entry.name, &entry);
+    return entry;
+}
+
+} // namespace tivra_internal
+
+namespace tivra {
+
+const std::string& Field::name() const noexcept {
+    static const std::string nothing;
+    return m_entry != nullptr ? m_entry->name : nothing;
+}
+
+} // namespace tivra

@@ -1,0 +1,75 @@
+#include "feed/HubFields.h"
+
+#include <utility>
+
+#include "dictionary/MetaToken.h"
+#include "dictionary/MetaTokenMap.h"
+#include "kvnparse/Message.h"
+
+namespace tivra_internal {
+namespace {
+
+using tivra::Value;
+
+[[nodiscard]] bool isTime(KVNType type) noexcept {
+    switch (type) {
+    case KVN_DATETIME:
+    case KVN_DATE:
+    case KVN_YEAR:
+    case KVN_MONTHYEAR:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+HubFields::HubFields(const MetaTokenMap& dictionary, std::shared_ptr<FieldTable> table)
+    : m_dictionary(dictionary), m_table(std::move(table)) {}
+
+bool HubFields::has(std::string_view name) const {
+    return m_dictionary.lookupTokenViaName(name) != nullptr;
+}
+
+const KVNAPI::Token* HubFields::tokenOf(const FieldEntry& field) {
+    if (field.index >= m_tokens.size())
+        m_tokens.resize(field.index + 1);
+    Known& known = m_tokens[field.index];
+    if (known.token == nullptr && !known.isMissing) {
+        known.token = m_dictionary.lookupTokenViaName(std::string_view(field.name));
+        known.isMissing = known.token == nullptr;
+    }
+    return known.token;
+}
+
+const FieldEntry& HubFields::fieldOf(const KVNAPI::Token& token) {
+    if (token.serialId < 0)
+        return m_table->intern(token.name);
+    const auto serial = static_cast<std::size_t>(token.serialId);
+    if (serial >= m_entries.size())
+        m_entries.resize(serial + 1);
+    if (m_entries[serial] == nullptr)
+        m_entries[serial] = &m_table->intern(token.name);
+    return *m_entries[serial];
+}
+
+void HubFields::forgetMissing() {
+    for (Known& known : m_tokens)
+        known.isMissing = false;
+}
+
+Value HubFields::valueOf(const KVNAPI::Message& message, int index) {
+    const KVNAPI::TVPair pair = message.readPair(index);
+    switch (pair.token->storage) {
+    case KVNAPI::Token::TY_INT:
+        return Value::ofInteger(pair.i);
+    case KVNAPI::Token::TY_DOUBLE:
+        return isTime(MetaToken::cast(pair.token)->getKVNType()) ? Value::ofTime(pair.d)
+                                                                 : Value::ofDouble(pair.d);
+    default:
+        return Value::ofText({pair.s.buf, pair.s.len});
+    }
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include <feed/Value.h>
+
+#include "feed/FieldTable.h"
+
+namespace KVNAPI {
+class Message;
+class Token;
+} // namespace KVNAPI
+
+namespace tivra_internal {
+
+class MetaTokenMap;
+
+/// The fields of one hub: which token of its dictionary is which field of the feed. @thread that delivers for
+/// the hub, but for has()
+class HubFields {
+public:
+    HubFields(const MetaTokenMap& dictionary, std::shared_ptr<FieldTable> table);
+    HubFields(const HubFields&) = delete;
+    HubFields& operator=(const HubFields&) = delete;
+
+    /// The hub has a field of that name. @thread any
+    [[nodiscard]] bool has(std::string_view name) const;
+    /// The token of a field, null when the hub has none of that name.
+    [[nodiscard]] const KVNAPI::Token* tokenOf(const FieldEntry& field);
+    [[nodiscard]] const FieldEntry& fieldOf(const KVNAPI::Token& token);
+    /// The hub may have got new fields since.
+    void forgetMissing();
+
+    /// The value of one pair. A text lies in the message.
+    [[nodiscard]] static tivra::Value valueOf(const KVNAPI::Message& message, int index);
+
+    [[nodiscard]] const std::shared_ptr<FieldTable>& table() const noexcept { return m_table; }
+
+private:
+    /// A token that hasn't been looked up, or wasn't there.
+    struct Known {
+        const KVNAPI::Token* token = nullptr;
+        bool isMissing = false;
+    };
+
+    const MetaTokenMap& m_dictionary;
+    const std::shared_ptr<FieldTable> m_table;
+    std::vector<Known> m_tokens;              ///< by the field's index
+    std::vector<const FieldEntry*> m_entries; ///< by the token's serial id
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include <feed/Error.h>
+#include <feed/Subscription.h>
+#include <tp/Mutex.h>
+
+namespace tivra_internal {
+
+class Callbacks;
+class FeedItem;
+struct UpdateData;
+
+/// One subscription of the application: its handlers, and what they have been told. The item that it is for
+/// calls them.
+class SubscriptionState : public std::enable_shared_from_this<SubscriptionState> {
+public:
+    SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers);
+    SubscriptionState(const SubscriptionState&) = delete;
+    SubscriptionState& operator=(const SubscriptionState&) = delete;
+
+    // --- what the application asks; @thread any ---
+    [[nodiscard]] int source() const noexcept;
+    [[nodiscard]] std::string_view symbol() const noexcept;
+    [[nodiscard]] tivra::DataState state() const noexcept { return m_state.load(std::memory_order_acquire); }
+    [[nodiscard]] tivra::SubscriptionStatistics statistics() const;
+    [[nodiscard]] std::uint64_t id() const noexcept { return m_id; }
+    [[nodiscard]] std::optional<tivra::Error> error() const TP_EXCLUDES(m_mutex);
+    void close();
+    [[nodiscard]] tivra::SubscriptionView view() noexcept { return tivra::SubscriptionView(*this); }
+    [[nodiscard]] tivra::Subscription handle() { return tivra::Subscription(shared_from_this()); }
+
+    [[nodiscard]] bool isClosed() const noexcept { return state() == tivra::DataState::Closed; }
+    /// Nothing is called from now on, but for what runs. False when it was closed already.
+    bool markClosed() noexcept {
+        return m_state.exchange(tivra::DataState::Closed) != tivra::DataState::Closed;
+    }
+
+    // --- what its item tells; in the item's turn ---
+    void update(const UpdateData& data, Callbacks& callbacks, double now);
+    /// Nothing when it is in that state, refused or closed.
+    void change(tivra::DataState to, std::string_view cause, const tivra::Error* error, Callbacks& callbacks);
+    void gap(const tivra::Gap& gap, Callbacks& callbacks);
+    /// It is closed and left: what the handlers hold goes.
+    void dropHandlers() { m_handlers = {}; }
+
+private:
+    const std::shared_ptr<FeedItem> m_item;
+    const std::uint64_t m_id;
+    tivra::SubscriptionHandlers m_handlers; ///< used in the item's turn
+    std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
+    std::atomic<std::uint64_t> m_updates{0};
+    std::atomic<std::uint64_t> m_gaps{0};
+    std::atomic<double> m_lastUpdate{0.0}; ///< seconds since the epoch, 0 before the first
+
+    mutable tp::Mutex m_mutex;
+    std::unique_ptr<tivra::Error> m_error TP_GUARDED_BY(m_mutex);
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <feed/Update.h>
+
+namespace KVNAPI {
+class Message;
+} // namespace KVNAPI
+
+namespace tivra_internal {
+
+class HubFields;
+class SubscriptionState;
+
+/// What an Update shows, while it is being delivered.
+struct UpdateData {
+    const KVNAPI::Message& message;
+    HubFields& fields;
+    tivra::Update::Kind kind;
+    SubscriptionState* subscription; ///< the one that is called
+
+    [[nodiscard]] tivra::Update update() const noexcept { return tivra::Update(*this); }
+};
+
+} // namespace tivra_internal

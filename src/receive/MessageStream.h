@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <request/Commands.h>
+
+namespace KVNAPI {
+class Message;
+} // namespace KVNAPI
+
+namespace tivra_internal {
+
+class MetaTokenMap;
+
+/// A message for the application, with what the library has taken out of it.
+struct StreamMessage {
+    const KVNAPI::Message& message;
+    int64_t tag = 0;    ///< of the request that this answers; 0 when nobody has asked for it
+    int64_t status = 0; ///< of no meaning without hasStatus
+    bool hasStatus = false;
+    tivra::Commands command = tivra::SUBSCRIBE; ///< of that request, with a status
+};
+
+/// Who takes a hub's messages in place of the session's message handler. Its calls come one at a time, on
+/// whichever thread delivers for the hub, in the order of the data. It goes with the hub.
+class MessageStream {
+public:
+    virtual ~MessageStream() = default;
+
+    virtual void deliver(const StreamMessage& incoming) = 0;
+    /// The connection is lost, and everything that came over it has been delivered. Before deliver() for
+    /// anything of the next one.
+    virtual void connectionLost() = 0;
+    /// What follows comes over another connection.
+    virtual void connectionBegins() = 0;
+};
+
+/// What makes the streams of a session.
+class MessageStreams {
+public:
+    virtual ~MessageStreams() = default;
+
+    /// @param dictionary  the hub's, which lives as long as the stream
+    /// @param hub         "host:port"; empty for the pseudo connection that carries the library's own
+    /// messages
+    [[nodiscard]] virtual std::unique_ptr<MessageStream> open(const MetaTokenMap& dictionary,
+                                                              const std::string& hub) = 0;
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,267 @@
+// A feed against the simulated hub: what an application sees, in the order in which it sees it.
+#include "FeedFixture.h"
+
+#include <atomic>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tivra_testkit/Gate.h>
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using tivra::DataState;
+using tivra::Error;
+using tivra::Feed;
+using tivra_sim::Record;
+using tivra_testkit::StartedHub;
+namespace token = tivra_sim::token;
+
+namespace {
+
+class FeedTest : public testing::Test {
+protected:
+    void pushBid(int price) { hub.pushRecord(Record(100, "IBM").add(token::BID, price)); }
+
+    StartedHub hub;
+    Story story;
+    Feed feed = Feed::open(optionsFor(hub));
+    const tivra::Field bid = feed.field("BID");
+};
+
+/// The error that a call throws, as "Code: cause".
+template<class Call>
+std::string thrownBy(Call&& call) {
+    try {
+        call();
+    } catch (const Error& error) {
+        return error.what();
+    }
+    return "nothing";
+}
+
+} // namespace
+
+TEST_F(FeedTest, ASubscriptionBringsItsImageAndThenUpdatesUntilItGoes) {
+    auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    EXPECT_EQ(ibm.state(), DataState::Live);
+    pushBid(2);
+    ASSERT_TRUE(story.waitFor("update 2"));
+    EXPECT_EQ(story.lines().size(), 3U);
+    EXPECT_THAT(story.lines(), ElementsAre(HasSubstr("image "), "Live", "update 2"));
+    EXPECT_EQ(ibm.statistics().updates, 2U);
+    ibm.close();
+    ASSERT_TRUE(hub.waitForCommand("Unsubscribe"));
+    pushBid(3);
+    // What comes for another symbol comes later.
+    auto aig = feed.subscribe({100, "AIG"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitUntil([&] { return aig.state() == DataState::Live; }));
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("update 3")));
+    EXPECT_EQ(feed.statistics().subscriptions, 1U);
+}
+
+TEST_F(FeedTest, ALossIsToldInTheStreamAndEndsWithAGapAndANewImage) {
+    auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    pushBid(2);
+    ASSERT_TRUE(story.waitFor("update 2"));
+    hub.dropConnections();
+    ASSERT_TRUE(
+        story.waitUntil([&] { return ibm.state() == DataState::Live && ibm.statistics().gaps == 1; }));
+    pushBid(4);
+    ASSERT_TRUE(story.waitFor("update 4"));
+    EXPECT_THAT(story.lines(), ElementsAre(HasSubstr("image "), "Live", "update 2", "Stale", "Recovering",
+                                           "gap", "image 2", "Live", "update 4"));
+}
+
+TEST_F(FeedTest, SubscriptionsOfOneSymbolShareItAndEachGetsAnImage) {
+    Story later;
+    auto first = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    pushBid(2);
+    ASSERT_TRUE(story.waitFor("update 2"));
+    auto second = feed.subscribe({100, "IBM"}, writeTo(later, bid));
+    ASSERT_TRUE(later.waitFor("Live"));
+    EXPECT_THAT(later.lines(), ElementsAre("image 2", "Live"));
+    first.close();
+    pushBid(3);
+    ASSERT_TRUE(later.waitFor("update 3"));
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("update 3")));
+    EXPECT_EQ(hub.statistics().subscriptions, 1U);
+}
+
+TEST_F(FeedTest, ASubscriptionMayEndInItsOwnCallback) {
+    std::atomic<int> calls{0};
+    tivra::Subscription ibm;
+    std::atomic<bool> isReady{false};
+    ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update&) {
+        isReady.wait(false);
+        ++calls;
+        ibm = {};
+        story.add("gone");
+    });
+    isReady = true;
+    isReady.notify_all();
+    ASSERT_TRUE(story.waitFor("gone"));
+    ASSERT_TRUE(hub.waitForCommand("Unsubscribe"));
+    pushBid(1);
+    auto aig = feed.subscribe({100, "AIG"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(FeedTest, CloseWaitsForTheCallbackThatRuns) {
+    tivra_testkit::Gate gate;
+    std::atomic<bool> isEnded{false};
+    auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update&) {
+        story.add("entered");
+        gate.wait();
+        isEnded = true;
+    });
+    ASSERT_TRUE(story.waitFor("entered"));
+    std::thread opener([&] { gate.open(); });
+    ibm.close();
+    EXPECT_TRUE(isEnded);
+    opener.join();
+}
+
+TEST_F(FeedTest, ARefusedSymbolSaysWhy) {
+    hub.refuse("QuerySnapAndSubscribe", -5);
+    auto nothing = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Refused"));
+    ASSERT_TRUE(nothing.error());
+    EXPECT_EQ(nothing.error()->code(), Error::Code::Refused);
+    EXPECT_EQ(nothing.error()->status(), -5);
+    EXPECT_FALSE(nothing.error()->statusName().empty());
+    // Another one asks anew.
+    hub.clearRefusals();
+    auto something = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    EXPECT_TRUE(story.waitFor("Live"));
+}
+
+TEST_F(FeedTest, AnAnswerCanBeWaitedForOrHandedToACallback) {
+    pushBid(7);
+    const tivra::Snapshot ibm = feed.query({100, "IBM"}).get(20s);
+    ASSERT_EQ(ibm.records().size(), 1U);
+    EXPECT_EQ(ibm.records().front().symbol(), "IBM");
+    EXPECT_EQ(ibm.get<double>(bid), 7.0);
+    EXPECT_THAT(thrownBy([&] { static_cast<void>(ibm.get<std::string_view>(bid)); }), HasSubstr("WrongType"));
+    feed.query({100, "AIG"}).then([&](tivra::Result<tivra::Snapshot> result) {
+        story.add(std::string(result->records().front().symbol()));
+    });
+    EXPECT_TRUE(story.waitFor("AIG"));
+    EXPECT_GT(feed.queryWildcard(100, "*").get(20s).records().size(), 2U);
+    EXPECT_THAT(thrownBy([&] {
+                    static_cast<void>(feed.query({100, "NOPE"}).get(20s));
+                }),
+                HasSubstr("Refused"));
+    EXPECT_EQ(feed.statistics().requests, 0U);
+}
+
+TEST_F(FeedTest, ARequestEndsByItselfWhateverTheHubDoes) {
+    hub.ignore("QuerySnap");
+    tivra::Answer lost = feed.query({100, "IBM"});
+    ASSERT_TRUE(hub.waitForCommand("QuerySnap"));
+    hub.dropConnections();
+    EXPECT_EQ(lost.wait(20s).error().code(), Error::Code::ConnectionLost);
+
+    tivra::Answer cancelled = feed.query({100, "IBM"});
+    EXPECT_EQ(cancelled.wait(0s).error().code(), Error::Code::TimedOut);
+    cancelled.cancel();
+    EXPECT_EQ(cancelled.wait(20s).error().code(), Error::Code::Cancelled);
+
+    tivra::Answer closed = feed.query({100, "IBM"});
+    EXPECT_TRUE(feed.close(20s));
+    EXPECT_EQ(closed.wait(20s).error().code(), Error::Code::Closed);
+    EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.query({100, "IBM"})); }), HasSubstr("Closed"));
+}
+
+TEST_F(FeedTest, ARequestTimesOut) {
+    hub.ignore("QuerySnap");
+    tivra::FeedOptions options = optionsFor(hub);
+    options.requestTimeout = 50ms;
+    Feed impatient = Feed::open(std::move(options));
+    EXPECT_EQ(impatient.query({100, "IBM"}).wait(20s).error().code(), Error::Code::TimedOut);
+}
+
+TEST_F(FeedTest, AnExceptionOfACallbackIsReportedAndNothingElseHappens) {
+    tivra::FeedOptions options = optionsFor(hub);
+    options.onError = [&](const Error& error) { story.add(error.cause()); };
+    Feed other = Feed::open(std::move(options));
+    pushBid(7);
+    tivra::SubscriptionHandlers handlers = writeTo(story, other.field("BID"));
+    handlers.onUpdate = [&](const tivra::Update& update) {
+        static_cast<void>(update.get<std::string_view>(other.field("BID")));
+    };
+    auto ibm = other.subscribe({100, "IBM"}, std::move(handlers));
+    ASSERT_TRUE(story.waitFor("Live"));
+    EXPECT_THAT(story.lines(), testing::Contains(HasSubstr("the field holds a double")));
+    EXPECT_EQ(other.statistics().failedCallbacks, 1U);
+}
+
+TEST_F(FeedTest, WhatCantBeAskedForIsRefusedAtTheCall) {
+    for (const char* symbol : {"", "IBM|5022=LogoutUser", "A=B", "IBM\n", " IBM", "IBM\x03",
+                               "a symbol that is longer than it may be"})
+        EXPECT_THAT(thrownBy([&] {
+                        static_cast<void>(feed.query({100, symbol}));
+                    }),
+                    HasSubstr("InvalidArgument"))
+            << symbol;
+    EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.query({0, "IBM"})); }), HasSubstr("isn't above 0"));
+    EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.field("BIDD")); }), HasSubstr("no hub has a field"));
+    for (const tivra_sim::Request& request : hub.requests())
+        EXPECT_NE(request.command, "QuerySnap");
+}
+
+TEST(FeedOpenTest, OptionsThatCantBeMeantAndHubsThatRefuseAreErrors) {
+    StartedHub hub;
+    const auto failureOf = [](const tivra::FeedOptions& options) {
+        return thrownBy([&] { static_cast<void>(Feed::open(options)); });
+    };
+    const tivra::FeedOptions good = optionsFor(hub);
+    tivra::FeedOptions options = good;
+    options.hosts = {"127.0.0.1"};
+    EXPECT_THAT(failureOf(options), HasSubstr("names no hub"));
+    options = good;
+    options.parameters = {{"READ_TIMEOUT_LNG", "5"}};
+    EXPECT_THAT(failureOf(options), HasSubstr("the nearest is READ_TIMEOUT_LONG"));
+    options.parameters = {{"READ_TIMEOUT_LONG", "5s"}};
+    EXPECT_THAT(failureOf(options), HasSubstr("\"5s\" is no value for READ_TIMEOUT_LONG"));
+    options = good;
+    options.password = "wrong";
+    const tivra::Result<Feed> refused = Feed::tryOpen(options);
+    ASSERT_FALSE(refused.hasValue());
+    EXPECT_EQ(refused.error().code(), Error::Code::Refused);
+    EXPECT_EQ(refused.error().phase(), Error::Phase::Login);
+    EXPECT_NE(refused.error().status(), 0);
+    options = good;
+    hub.ignore("LoginUser");
+    options.openTimeout = 100ms;
+    EXPECT_THAT(failureOf(options), HasSubstr("TimedOut"));
+    hub.stop();
+    options.openTimeout = 20s;
+    options.parameters = {{"CONNECTION_RETRY_LIMIT_LONG", "0"}};
+    EXPECT_EQ(Feed::tryOpen(options).error().phase(), Error::Phase::Connect);
+}
+
+TEST(FeedOpenTest, FeedsWorkSideBySide) {
+    constexpr std::size_t kFeeds = 5;
+    std::vector<std::unique_ptr<StartedHub>> hubs;
+    std::vector<Feed> feeds;
+    Story story;
+    std::vector<tivra::Subscription> subscriptions;
+    for (std::size_t i = 0; i < kFeeds; ++i) {
+        hubs.push_back(std::make_unique<StartedHub>());
+        feeds.push_back(Feed::open(optionsFor(*hubs.back())));
+        subscriptions.push_back(
+            feeds.back().subscribe({100, "IBM"}, writeTo(story, feeds.back().field("BID"))));
+    }
+    for (const tivra::Subscription& subscription : subscriptions)
+        ASSERT_TRUE(story.waitUntil([&] { return subscription.state() == DataState::Live; }));
+    feeds.erase(feeds.begin());
+    hubs[1]->pushRecord(Record(100, "IBM").add(token::BID, 77));
+    EXPECT_TRUE(story.waitFor("update 77"));
+    EXPECT_EQ(subscriptions.front().state(), DataState::Closed);
+}
