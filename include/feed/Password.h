@@ -11,8 +11,10 @@ namespace tivra {
 class TIVRA_API Password {
 public:
     Password() = default;
+    // NOLINTBEGIN(google-explicit-constructor): a text may be given where a password is wanted
     Password(std::string text) : m_text(std::move(text)) {}
     Password(const char* text) : m_text(text) {}
+    // NOLINTEND(google-explicit-constructor)
 
     /// The value of an environment variable. @throws Error (InvalidOption) when it isn't set
     static Password fromEnvironment(const char* name = "TIVRA_PASSWORD");

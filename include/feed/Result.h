@@ -11,8 +11,10 @@ namespace tivra {
 template<class T>
 class Result {
 public:
+    // NOLINTBEGIN(google-explicit-constructor): a function returns the one or the other
     Result(T value) : m_content(std::move(value)) {}
     Result(Error error) : m_content(std::move(error)) {}
+    // NOLINTEND(google-explicit-constructor)
 
     bool hasValue() const noexcept { return m_content.index() == 0; }
     explicit operator bool() const noexcept { return hasValue(); }

@@ -39,8 +39,8 @@ void AnswerState::complete() {
     end(Snapshot(std::move(records)));
 }
 
-void AnswerState::fail(Error error) {
-    end(std::move(error));
+void AnswerState::fail(const Error& error) {
+    end(error);
 }
 
 void AnswerState::end(Result result) {
@@ -52,14 +52,14 @@ void AnswerState::end(Result result) {
             return;
         m_records.clear();
         callback = std::exchange(m_callback, nullptr);
-        if (callback)
-            m_caller = std::this_thread::get_id();
-        else
+        if (!callback) {
             m_result = std::move(result);
-        m_changed.notifyAll();
+            m_changed.notifyAll();
+            return;
+        }
+        m_caller = std::this_thread::get_id();
     }
-    if (callback)
-        runCallback(std::move(callback), std::move(result));
+    runCallback(std::move(callback), std::move(result));
 }
 
 /// What the callback holds goes before anybody who waits for its end is told.

@@ -34,7 +34,7 @@ public:
     void addRecord(tivra::Record record) TP_EXCLUDES(m_mutex);
     /// The end: with what has come, or with an error. Nothing when it has ended before.
     void complete() TP_EXCLUDES(m_mutex);
-    void fail(tivra::Error error) TP_EXCLUDES(m_mutex);
+    void fail(const tivra::Error& error) TP_EXCLUDES(m_mutex);
 
     // --- what the application does; see Answer ---
     [[nodiscard]] Result wait(const std::chrono::steady_clock::time_point* deadline) TP_EXCLUDES(m_mutex);

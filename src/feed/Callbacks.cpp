@@ -1,7 +1,6 @@
 #include "feed/Callbacks.h"
 
 #include <tp/callOut.h>
-#include <tp/eprintf.h>
 
 namespace tivra_internal {
 
@@ -9,8 +8,8 @@ using tivra::Error;
 
 void Callbacks::report(const char* name, std::string_view context, const Error* error, const char* text) {
     m_failures.fetch_add(1, std::memory_order_relaxed);
-    eprintf(EPF_CRIT, "exception out of %s for \"%.*s\": %s", name, static_cast<int>(context.size()),
-            context.data(), text);
+    const std::string function = std::string(name) + " for \"" + std::string(context) + '"';
+    tp::reportException(function.c_str(), text);
     if (!m_onError)
         return;
     tp::callOut("onError", [&] {
@@ -18,7 +17,7 @@ void Callbacks::report(const char* name, std::string_view context, const Error* 
             m_onError(*error);
             return;
         }
-        std::string cause = std::string(name) + " for \"" + std::string(context) + "\" has thrown: " + text;
+        std::string cause = function + " has thrown: " + text;
         m_onError(Error({Error::Code::InvalidArgument, Error::Phase::Subscription, std::move(cause),
                          "catch what a callback may throw", "", 0, "", 0}));
     });

@@ -22,7 +22,9 @@ struct RoomAfter {
 
     explicit RoomAfter(std::size_t bytes) noexcept : room(bytes) {}
     template<class U>
-    RoomAfter(const RoomAfter<U>& other) noexcept : room(other.room) {}
+    RoomAfter(const RoomAfter<U>& other) // NOLINT(google-explicit-constructor): allocators are rebound
+        noexcept
+        : room(other.room) {}
 
     [[nodiscard]] T* allocate(std::size_t count) {
         return static_cast<T*>(::operator new(count * sizeof(T) + room));
