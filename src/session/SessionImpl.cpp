@@ -139,6 +139,13 @@ void SessionImpl::enterReadyHub(HubClient* client) {
     askForCheck();
 }
 
+void SessionImpl::endOutstanding(HubClient* client) {
+    // No request has this tag. It has the hub's user thread look, and report the loss to the stream.
+    if (m_streams != nullptr)
+        m_lost.add(client, {0});
+    m_merger.endOutstanding(client);
+}
+
 void SessionImpl::hubHasChanged() {
     m_reactors.userLoops().askFirst(kCheckSession | kDeliverUserEvent);
 }

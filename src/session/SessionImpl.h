@@ -187,7 +187,7 @@ public:
     }
     void noteWritten(int64_t tag, HubClient* client) override { m_responses.noteWritten(tag, client); }
     void loseRequest(int64_t tag, HubClient* client) override { m_merger.loseRequest(tag, client); }
-    void endOutstanding(HubClient* client) override { m_merger.endOutstanding(client); }
+    void endOutstanding(HubClient* client) override;
     void takeBackRequest(std::unique_ptr<RequestInternal> request, HubClient* client) override;
     [[nodiscard]] const RetCodeTexts& getRetCodeTexts() const override { return *this; }
 

@@ -76,6 +76,16 @@ TEST_F(FeedTest, ALossIsToldInTheStreamAndEndsWithAGapAndANewImage) {
                                            "gap", "image 2", "Live", "update 4"));
 }
 
+TEST_F(FeedTest, AHubThatStaysAwayLeavesItsDataStale) {
+    auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    hub.stop();
+    ASSERT_TRUE(story.waitFor("Stale"));
+    hub.start();
+    ASSERT_TRUE(story.waitFor("gap"));
+    ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
+}
+
 TEST_F(FeedTest, SubscriptionsOfOneSymbolShareItAndEachGetsAnImage) {
     Story later;
     auto first = feed.subscribe({100, "IBM"}, writeTo(story, bid));
