@@ -32,6 +32,10 @@ struct RoadTask {
 [[nodiscard]] RoadRun runLibrary(const RoadTask& task);
 /// Whether it can call back on the hub's thread.
 [[nodiscard]] bool libraryHasInlineCallbacks();
+/// The same through a feed and its subscriptions.
+[[nodiscard]] RoadRun runFeed(const RoadTask& task);
+/// Whether it has feeds.
+[[nodiscard]] bool libraryHasFeeds();
 /// One thread that reads the socket, another that frames and parses with the library's parser alone.
 [[nodiscard]] RoadRun runTwoThreads(const RoadTask& task);
 /// A bare loop of blocking reads that only finds where frames end, and the stamps of a paced run.

@@ -182,6 +182,7 @@ int run(const Options& options) {
     Road* onHubThread = nullptr;
     if (libraryHasInlineCallbacks())
         onHubThread = &roads.add("library, inline", &runLibrary, Road::PACED | Road::INLINE);
+    Road* feed = libraryHasFeeds() ? &roads.add("feed, socket to callback", &runFeed, Road::PLAIN) : nullptr;
 #ifdef TIVRA_HAVE_ZMQ
     Road& zmq = roads.add("ZeroMQ PUSH/PULL, not decoded", &runZmq, Road::PACED, RoadLoad::ZMQ_PUSH);
 #else
@@ -208,6 +209,8 @@ int run(const Options& options) {
 #ifdef TIVRA_HAVE_NATS
     printGain("messages a processor second, library to NATS", ratios(nats.cpu, library.cpu), "at least 6");
 #endif
+    if (feed != nullptr)
+        printAim("processor time, feed to library", ratios(feed->cpu, library.cpu), "at most 1.03");
     if (onHubThread != nullptr)
         printAim("processor time, inline to the library's two threads", ratios(onHubThread->cpu, library.cpu),
                  "at most 0.75");

@@ -5,6 +5,8 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include <cxxabi.h>
@@ -22,19 +24,19 @@ public:
     Callbacks& operator=(const Callbacks&) = delete;
 
     /// @param name     what is called, for the log
-    /// @param context  whom it is about, a symbol for example
-    template<class Call>
-    void run(const char* name, std::string_view context, Call&& call) noexcept(false) {
+    /// @param context  whom it is about: a text, or something with a symbol()
+    template<class Context, class Call>
+    void run(const char* name, const Context& context, Call&& call) {
         try {
             std::forward<Call>(call)();
         } catch (const abi::__forced_unwind&) {
             throw;
         } catch (const tivra::Error& error) {
-            report(name, context, &error, error.what());
+            report(name, textOf(context), &error, error.what());
         } catch (const std::exception& exception) {
-            report(name, context, nullptr, exception.what());
+            report(name, textOf(context), nullptr, exception.what());
         } catch (...) {
-            report(name, context, nullptr, "one that is no std::exception");
+            report(name, textOf(context), nullptr, "one that is no std::exception");
         }
     }
 
@@ -43,6 +45,13 @@ public:
     }
 
 private:
+    template<class Context>
+    [[nodiscard]] static std::string_view textOf(const Context& context) {
+        if constexpr (std::is_convertible_v<const Context&, std::string_view>)
+            return context;
+        else
+            return context.symbol();
+    }
     void report(const char* name, std::string_view context, const tivra::Error* error, const char* text);
 
     const std::function<void(const tivra::Error&)> m_onError;

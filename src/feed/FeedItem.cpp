@@ -75,7 +75,7 @@ FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, int source, std::stri
 
 void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Update::Kind kind) {
     const Turn turn(*this);
-    if (m_homes.size() != 1 || m_homes.front() != &stream)
+    if (m_home != &stream)
         addHome(stream);
     if (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live)
         beginImage();
@@ -117,7 +117,7 @@ void FeedItem::finishImageOf(SubscriptionState& latecomer, const tivra::Error* r
 
 void FeedItem::lose(const FeedStream& stream) {
     const Turn turn(*this);
-    if (std::erase(m_homes, &stream) == 0 || m_state == DataState::Pending || m_state == DataState::Refused)
+    if (!removeHome(stream) || m_state == DataState::Pending || m_state == DataState::Refused)
         return;
     if (!m_gapFrom)
         m_gapFrom = tp::Clock::now();
@@ -154,8 +154,18 @@ void FeedItem::changeAll(DataState to, std::string_view cause, const tivra::Erro
 }
 
 void FeedItem::addHome(const FeedStream& stream) {
-    if (std::find(m_homes.begin(), m_homes.end(), &stream) == m_homes.end())
-        m_homes.push_back(&stream);
+    if (m_home == nullptr)
+        m_home = &stream;
+    else if (m_home != &stream &&
+             std::find(m_otherHomes.begin(), m_otherHomes.end(), &stream) == m_otherHomes.end())
+        m_otherHomes.push_back(&stream);
+}
+
+bool FeedItem::removeHome(const FeedStream& stream) {
+    if (m_home != &stream)
+        return std::erase(m_otherHomes, &stream) != 0;
+    m_home = nullptr;
+    return true;
 }
 
 void FeedItem::close(SubscriptionState& subscription) {

@@ -75,6 +75,7 @@ private:
     void enterAdded() TP_REQUIRES(m_turn);
     [[nodiscard]] Subscriptions dropClosed() TP_REQUIRES(m_turn);
     void addHome(const FeedStream& stream) TP_REQUIRES(m_turn);
+    [[nodiscard]] bool removeHome(const FeedStream& stream) TP_REQUIRES(m_turn);
     void beginImage() TP_REQUIRES(m_turn);
     void changeAll(tivra::DataState to, std::string_view cause, const tivra::Error* error = nullptr)
         TP_REQUIRES(m_turn);
@@ -88,7 +89,9 @@ private:
     std::atomic<bool> m_hasClosed{false}; ///< some of the subscriptions have been closed
     ItemTurn m_turn;
     tivra::DataState m_state TP_GUARDED_BY(m_turn) = tivra::DataState::Pending;
-    std::vector<const FeedStream*> m_homes TP_GUARDED_BY(m_turn); ///< the streams that its data comes from
+    const FeedStream* m_home TP_GUARDED_BY(m_turn) = nullptr; ///< the stream that its data comes from
+    /// More of those, for what several hubs carry.
+    std::vector<const FeedStream*> m_otherHomes TP_GUARDED_BY(m_turn);
     Subscriptions m_subscriptions TP_GUARDED_BY(m_turn);
     std::optional<double> m_gapFrom TP_GUARDED_BY(m_turn); ///< the gap that is open, since when
 

@@ -27,25 +27,34 @@ constexpr const char* kOwn[] = {"WATCHLIST_BOOL", "END_LOST_REQUESTS_BOOL", "BAC
                  0, "", 0});
 }
 
+[[nodiscard]] std::string quoted(std::string_view text) {
+    std::string result(1, '"');
+    result.append(text).append(1, '"');
+    return result;
+}
+
 [[nodiscard]] bool parseBool(const std::string& name, std::string_view text) {
     if (text == "true" || text == "1")
         return true;
     if (text == "false" || text == "0")
         return false;
-    refuse("\"" + std::string(text) + "\" is no value for " + name, "give true or false");
+    refuse(quoted(text) + " is no value for " + name, "give true or false");
 }
 
 [[nodiscard]] long parseLong(const ParameterInfo& parameter, std::string_view text) {
     long value = 0;
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (fault != std::errc() || end != text.data() + text.size())
-        refuse("\"" + std::string(text) + "\" is no value for " + parameter.name, "give a whole number");
+        refuse(quoted(text) + " is no value for " + parameter.name, "give a whole number");
     const bool isLimited = parameter.outOfRange != OutOfRange::Accepted;
-    if (isLimited && (value < parameter.minimum || value > parameter.maximum))
-        refuse(std::string(text) + " is out of the range of " + parameter.name,
-               "give " + std::to_string(parameter.minimum) +
-                   (parameter.maximum == kNoMaximum ? std::string(" or more")
-                                                    : " to " + std::to_string(parameter.maximum)));
+    if (isLimited && (value < parameter.minimum || value > parameter.maximum)) {
+        std::string range = std::to_string(parameter.minimum);
+        if (parameter.maximum == kNoMaximum)
+            range.append(" or more");
+        else
+            range.append(" to ").append(std::to_string(parameter.maximum));
+        refuse(std::string(text) + " is out of the range of " + parameter.name, "give " + range);
+    }
     return value;
 }
 
@@ -96,7 +105,7 @@ void checkHost(const std::string& host) {
     std::uint16_t port = 0;
     const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
     if (colon == 0 || fault != std::errc() || end != digits.data() + digits.size() || port == 0)
-        refuse("\"" + host + "\" names no hub", "give host:port, with a port from 1 to 65535");
+        refuse(quoted(host) + " names no hub", "give host:port, with a port from 1 to 65535");
 }
 
 void checkName(const char* option, const std::string& text) {

@@ -44,15 +44,6 @@ FeedStream::~FeedStream() {
     connectionLost();
 }
 
-double FeedStream::now() noexcept {
-    const uint32_t beats = tp::Clock::beats();
-    if (beats != m_beats || m_now == 0.0) {
-        m_beats = beats;
-        m_now = tp::Clock::now();
-    }
-    return m_now;
-}
-
 void FeedStream::deliver(const StreamMessage& incoming) {
     if (incoming.tag != 0) {
         deliverTagged(incoming);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include <feed/Update.h>
+#include <tp/Clock.h>
 
 #include "feed/FeedRegistry.h"
 #include "feed/HubFields.h"
@@ -30,7 +31,14 @@ public:
 
     [[nodiscard]] HubFields& fields() noexcept { return m_fields; }
     /// Seconds since the epoch, to about a millisecond.
-    [[nodiscard]] double now() noexcept;
+    [[nodiscard]] double now() noexcept {
+        const uint32_t beats = tp::Clock::beats();
+        if (beats != m_beats || m_now == 0.0) {
+            m_beats = beats;
+            m_now = tp::Clock::now();
+        }
+        return m_now;
+    }
     /// Messages that have found their item. @thread any
     [[nodiscard]] std::uint64_t updates() const noexcept { return m_updates.load(std::memory_order_relaxed); }
 

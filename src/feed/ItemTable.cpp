@@ -1,6 +1,5 @@
 #include "feed/ItemTable.h"
 
-#include <functional>
 #include <utility>
 
 #include "feed/FeedItem.h"
@@ -9,42 +8,21 @@ namespace tivra_internal {
 namespace {
 
 constexpr std::size_t kFirstSize = 64;
-/// Spreads sources over the table.
-constexpr std::size_t kGolden = 0x9e3779b97f4a7c15U;
 
 } // namespace
 
-std::size_t ItemTable::hashOf(int source, std::string_view symbol) noexcept {
-    return std::hash<std::string_view>()(symbol) + static_cast<std::size_t>(source) * kGolden;
-}
-
-/// Where it stands, or the empty slot where it would.
-std::size_t ItemTable::placeOf(std::size_t hash, int source, std::string_view symbol) const noexcept {
-    const std::size_t mask = m_slots.size() - 1;
-    std::size_t place = hash & mask;
-    while (m_slots[place].item != nullptr) {
-        const Slot& slot = m_slots[place];
-        if (slot.hash == hash && slot.item->source() == source && slot.item->symbol() == symbol)
-            break;
-        place = (place + 1) & mask;
-    }
-    return place;
-}
-
-FeedItem* ItemTable::find(int source, std::string_view symbol) const noexcept {
-    if (m_slots.empty())
-        return nullptr;
-    return m_slots[placeOf(hashOf(source, symbol), source, symbol)].item.get();
+bool ItemTable::hasSymbol(const Slot& slot, std::string_view symbol) noexcept {
+    return slot.item->symbol() == symbol;
 }
 
 void ItemTable::insert(int source, std::string_view symbol, std::shared_ptr<FeedItem> item) {
     if (2 * (m_count + 1) > m_slots.size())
         grow();
-    const std::size_t hash = hashOf(source, symbol);
-    Slot& slot = m_slots[placeOf(hash, source, symbol)];
+    const Key key(source, symbol);
+    Slot& slot = m_slots[placeOf(key, symbol)];
     if (slot.item == nullptr)
         ++m_count;
-    slot = {hash, std::move(item)};
+    slot = {key, std::move(item)};
 }
 
 void ItemTable::grow() {
@@ -61,7 +39,7 @@ void ItemTable::grow() {
     m_count = staying;
     for (Slot& slot : old)
         if (slot.item != nullptr && !slot.item->isGone()) {
-            const std::size_t place = placeOf(slot.hash, slot.item->source(), slot.item->symbol());
+            const std::size_t place = placeOf(slot.key, slot.item->symbol());
             m_slots[place] = std::move(slot);
         }
 }

@@ -7,8 +7,9 @@
 
 namespace tivra_internal {
 
-/// The right to call what has been registered for one item: a mutex of four bytes that costs two atomic
-/// operations where nobody waits, since there is one for each symbol and it is taken for each message.
+/// The right to call what has been registered for one item: a mutex that costs one atomic operation where
+/// nobody waits, since there is one for each symbol and it is taken for each message. Who waits may be woken
+/// a moment late.
 class TP_CAPABILITY("mutex") ItemTurn {
 public:
     ItemTurn() = default;
@@ -20,27 +21,20 @@ public:
             waitAndTake();
     }
     [[nodiscard]] bool tryLock() noexcept TP_TRY_ACQUIRE(true) { return tryTake(); }
+    // A waiter that announces itself at the same moment may be missed; it looks again by itself.
     void unlock() noexcept TP_RELEASE() {
-        if (m_state.exchange(kFree, std::memory_order_release) == kWaitedFor)
-            m_state.notify_one();
+        m_isTaken.store(0, std::memory_order_release);
+        if (m_waiters.load(std::memory_order_relaxed) != 0)
+            wake();
     }
 
 private:
-    static constexpr std::uint32_t kFree = 0;
-    static constexpr std::uint32_t kTaken = 1;
-    static constexpr std::uint32_t kWaitedFor = 2; ///< taken, and somebody waits
+    [[nodiscard]] bool tryTake() noexcept { return m_isTaken.exchange(1, std::memory_order_acquire) == 0; }
+    void waitAndTake() noexcept;
+    void wake() noexcept;
 
-    [[nodiscard]] bool tryTake() noexcept {
-        std::uint32_t free = kFree;
-        return m_state.compare_exchange_strong(free, kTaken, std::memory_order_acquire,
-                                               std::memory_order_relaxed);
-    }
-    void waitAndTake() noexcept {
-        while (m_state.exchange(kWaitedFor, std::memory_order_acquire) != kFree)
-            m_state.wait(kWaitedFor, std::memory_order_relaxed);
-    }
-
-    std::atomic<std::uint32_t> m_state{kFree};
+    std::atomic<std::uint32_t> m_isTaken{0};
+    std::atomic<std::uint32_t> m_waiters{0};
 };
 
 } // namespace tivra_internal

@@ -2,12 +2,8 @@
 
 #include <utility>
 
-#include <feed/Update.h>
-
-#include "feed/Callbacks.h"
 #include "feed/ClockTime.h"
 #include "feed/FeedItem.h"
-#include "feed/UpdateData.h"
 
 namespace tivra_internal {
 namespace {
@@ -17,11 +13,6 @@ using tivra::DataState;
 [[nodiscard]] std::uint64_t nextId() noexcept {
     static std::atomic<std::uint64_t> last{0};
     return last.fetch_add(1, std::memory_order_relaxed) + 1;
-}
-
-/// A counter that one thread at a time writes and others read.
-void count(std::atomic<std::uint64_t>& counter) noexcept {
-    counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
 }
 
 } // namespace
@@ -55,13 +46,6 @@ void SubscriptionState::close() {
     m_item->close(*this);
 }
 
-void SubscriptionState::update(const UpdateData& data, Callbacks& callbacks, double now) {
-    count(m_updates);
-    m_lastUpdate.store(now, std::memory_order_relaxed);
-    if (m_handlers.onUpdate)
-        callbacks.run("onUpdate", symbol(), [&] { m_handlers.onUpdate(data.update()); });
-}
-
 void SubscriptionState::change(DataState to, std::string_view cause, const tivra::Error* error,
                                Callbacks& callbacks) {
     DataState from = state();
@@ -77,7 +61,7 @@ void SubscriptionState::change(DataState to, std::string_view cause, const tivra
         m_error = std::make_unique<tivra::Error>(*error);
     }
     if (m_handlers.onState)
-        callbacks.run("onState", symbol(), [&] {
+        callbacks.run("onState", *this, [&] {
             m_handlers.onState(view(), {from, to, cause, error, wallTime()});
         });
 }
@@ -85,7 +69,7 @@ void SubscriptionState::change(DataState to, std::string_view cause, const tivra
 void SubscriptionState::gap(const tivra::Gap& gap, Callbacks& callbacks) {
     count(m_gaps);
     if (m_handlers.onGap)
-        callbacks.run("onGap", symbol(), [&] { m_handlers.onGap(view(), gap); });
+        callbacks.run("onGap", *this, [&] { m_handlers.onGap(view(), gap); });
 }
 
 } // namespace tivra_internal

@@ -8,13 +8,15 @@
 
 #include <feed/Error.h>
 #include <feed/Subscription.h>
+#include <feed/Update.h>
 #include <tp/Mutex.h>
+
+#include "feed/Callbacks.h"
+#include "feed/UpdateData.h"
 
 namespace tivra_internal {
 
-class Callbacks;
 class FeedItem;
-struct UpdateData;
 
 /// One subscription of the application: its handlers, and what they have been told. The item that it is for
 /// calls them.
@@ -42,7 +44,12 @@ public:
     }
 
     // --- what its item tells; in the item's turn ---
-    void update(const UpdateData& data, Callbacks& callbacks, double now);
+    void update(const UpdateData& data, Callbacks& callbacks, double now) {
+        count(m_updates);
+        m_lastUpdate.store(now, std::memory_order_relaxed);
+        if (m_handlers.onUpdate)
+            callbacks.run("onUpdate", *this, [&] { m_handlers.onUpdate(data.update()); });
+    }
     /// Nothing when it is in that state, refused or closed.
     void change(tivra::DataState to, std::string_view cause, const tivra::Error* error, Callbacks& callbacks);
     void gap(const tivra::Gap& gap, Callbacks& callbacks);
@@ -50,6 +57,11 @@ public:
     void dropHandlers() { m_handlers = {}; }
 
 private:
+    /// A counter that one thread at a time writes and others read.
+    static void count(std::atomic<std::uint64_t>& counter) noexcept {
+        counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+
     const std::shared_ptr<FeedItem> m_item;
     const std::uint64_t m_id;
     tivra::SubscriptionHandlers m_handlers; ///< used in the item's turn
