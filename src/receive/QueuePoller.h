@@ -54,7 +54,7 @@ private:
 
     const std::unique_ptr<QPoll::qpoll_ready[]> m_qpoll_events;
     std::atomic<int> m_qpoll_count{0}; ///< entries of m_qpoll_events being worked off
-    unsigned m_dispatches = 0; ///< of several entries; says which takes the first turn
+    unsigned m_dispatches = 0;         ///< of several entries; says which takes the first turn
     QPoll m_qpoll{maxEvents};
 };
 
