@@ -13,9 +13,9 @@ namespace {
 
 constexpr uint32_t kAllFlags = ~0U;
 /// Calls that a ready handler gets before the table is looked at again, which costs a good part of a short
-/// message. Few enough that a queue which becomes ready meanwhile doesn't wait for long. As many in one go
-/// while they are quick: what belongs to one handler alone has left the processor's cache since its last
-/// turn, and is fetched once for all of them.
+/// message. Few enough that a queue which becomes ready meanwhile doesn't wait for long. Among others they
+/// come in one go while they are short: what belongs to one handler alone has left the processor's cache
+/// since its last turn, and is fetched once for all of them.
 constexpr int kCalls = 64;
 
 QPoll::qpoll_event wantedOf(const QPoll::pollq& entry, UserEventBase* event) noexcept {
@@ -82,7 +82,7 @@ void QueuePoller::serve(Table& /*queues*/, double curtime, const std::atomic<int
 void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>& mustExit) {
     RoundLimit limit;
     if (ready == 1) {
-        ServeTurn turn(kCalls, limit, m_qpoll_events[0].events, mustExit);
+        ServeTurn turn(ServeTurn::Alone, kCalls, limit, m_qpoll_events[0].events, mustExit);
         if (Event* const handler = pendingHandler(0))
             handler->readableTurn(curtime, turn);
         return;
@@ -91,6 +91,7 @@ void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>&
         if (Event* const handler = pendingHandler(i))
             handler->readableEvent(curtime);
     }
+    limit.addUnasked(ready - 1);
     const unsigned first = m_dispatches++ % static_cast<unsigned>(ready);
     for (int k = 0; k < ready; ++k) {
         const int i = (static_cast<int>(first) + k) % ready;
@@ -99,7 +100,8 @@ void QueuePoller::serveRounds(int ready, double curtime, const std::atomic<int>&
             continue;
         if (mustExit.load(std::memory_order_relaxed) != 0 || limit.isReached())
             return;
-        ServeTurn turn(kCalls, limit, m_qpoll_events[static_cast<std::size_t>(i)].events, mustExit);
+        ServeTurn turn(ServeTurn::AmongOthers, kCalls, limit,
+                       m_qpoll_events[static_cast<std::size_t>(i)].events, mustExit);
         handler->readableTurn(curtime, turn);
     }
 }

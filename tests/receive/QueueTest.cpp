@@ -140,7 +140,7 @@ TEST_F(RingTest, ResetDoesNotWaitForAllFramesOfATurn) {
         RoundLimit limit;
         const std::atomic<uint32_t> wanted{1};
         const std::atomic<int> mustExit{0};
-        ServeTurn turn(2 * kFrames, limit, wanted, mustExit);
+        ServeTurn turn(ServeTurn::Alone, 2 * kFrames, limit, wanted, mustExit);
         queue.popFrames(turn);
     });
     std::thread producer([&] {
