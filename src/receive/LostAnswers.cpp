@@ -32,7 +32,7 @@ bool QueueReadHandler::endLostRequestsOfTurn() {
     const double start = tp::Clock::monotonic();
     LostRequest lost;
     if (m_stream != nullptr && m_responseQueue->isEmpty())
-        reportLoss();
+        reportLosses(m_losses.load(std::memory_order_relaxed));
     do {
         if (!m_session.takeLostRequest(hub, m_responseQueue->isEmpty(), lost))
             return false;

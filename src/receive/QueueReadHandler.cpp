@@ -220,16 +220,16 @@ bool QueueReadHandler::deliver(Incoming& in) {
 
 void QueueReadHandler::deliverToStream(const Incoming& in) {
     if (m_isNewConnection) {
-        reportLoss();
+        reportLosses(m_lossesBefore);
         m_isNewConnection = false;
         m_stream->connectionBegins();
     }
     m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command});
 }
 
-/// Under the queue's reset mutex, with nothing of the lost connection left in the queue.
-void QueueReadHandler::reportLoss() {
-    const uint32_t losses = m_losses.load(std::memory_order_relaxed);
+/// Under the queue's reset mutex, with nothing of the lost connections left in the queue. The connection that
+/// is delivered may be lost already, which is news only once what it brought has been delivered.
+void QueueReadHandler::reportLosses(uint32_t losses) {
     if (losses == m_lossesReported)
         return;
     m_lossesReported = losses;
@@ -247,6 +247,7 @@ bool QueueReadHandler::calcStats(double curtime) {
 
 void QueueReadHandler::reset() {
     m_isNewConnection = true;
+    m_lossesBefore = m_losses.load(std::memory_order_relaxed);
     endJitConflation();
     setHubIdleCount(0);
 }

@@ -111,7 +111,7 @@ private:
     void countAnsweredQuery(Incoming& in);
     [[nodiscard]] bool deliver(Incoming& in);
     void deliverToStream(const Incoming& in);
-    void reportLoss();
+    void reportLosses(uint32_t losses);
 
     // SystemRecords.cpp: each returns true when the record is not for the application.
     [[nodiscard]] bool consumeSystemRecord(KVNAPI::Message& msg);
@@ -164,6 +164,7 @@ private:
     const std::unique_ptr<MessageStream> m_stream;
     std::atomic<uint32_t> m_losses{0};
     uint32_t m_lossesReported = 0;
+    uint32_t m_lossesBefore = 0;   ///< of the connections before the one that is delivered
     bool m_isNewConnection = true; ///< and nothing of it has been delivered
 
     // What the hub has said about itself.

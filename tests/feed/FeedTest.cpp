@@ -86,6 +86,29 @@ TEST_F(FeedTest, AHubThatStaysAwayLeavesItsDataStale) {
     ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
 }
 
+// While the application holds the thread that delivers up, a whole connection comes and goes.
+TEST_F(FeedTest, TheLossOfAConnectionIsToldThoughNothingOfItHadBeenDelivered) {
+    tivra_testkit::Gate gate;
+    tivra::FeedOptions options = optionsFor(hub);
+    options.onConnection = [&](const tivra::ConnectionEvent& event) {
+        if (event.to == tivra::FeedState::Connecting)
+            gate.wait();
+    };
+    Feed held = Feed::open(std::move(options));
+    auto ibm = held.subscribe({100, "IBM"}, writeTo(story, held.field("BID")));
+    ASSERT_TRUE(story.waitFor("Live"));
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForLogins(2) && hub.waitForSubscriptions(1));
+    pushBid(9);
+    hub.ignore("LoginUser");
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForRequests(2)); // the logins of both feeds: the connections before are over
+    gate.open();
+    ASSERT_TRUE(story.waitFor("update 9"));
+    EXPECT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Stale; }));
+}
+
 TEST_F(FeedTest, SubscriptionsOfOneSymbolShareItAndEachGetsAnImage) {
     Story later;
     auto first = feed.subscribe({100, "IBM"}, writeTo(story, bid));
