@@ -35,7 +35,8 @@ struct TIVRA_API FeedOptions {
     std::chrono::milliseconds closeTimeout{10'000};
     /// The parameters of SessionConfig, ConnectionConfig and HostConfig by their names, such as
     /// {"READ_TIMEOUT_LONG", "10"}; a bool is "true" or "false", "1" or "0". docs/parameters.md lists them.
-    /// WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own.
+    /// WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own, and HOLD_READS_BOOL is on unless it is
+    /// named here.
     std::map<std::string, std::string> parameters;
 
     /// What happens to the connections as a whole. @thread user

@@ -127,6 +127,8 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
                "give none, or one for each host");
     checkName("user", options.user);
     checkName("password", options.password.text());
+    // A slow callback holds the hub up, and loses nothing. An application may want it otherwise.
+    session.getSessionConfig().set(tivra::SessionConfig::HOLD_READS_BOOL, true);
     for (const auto& [name, text] : options.parameters)
         setParameter(session, name, text);
     session.getSessionConfig()
