@@ -1,5 +1,6 @@
 #include "feed/FeedImpl.h"
 
+#include <algorithm>
 #include <csignal>
 #include <system_error>
 #include <thread>
@@ -30,6 +31,10 @@ using tivra::FeedState;
 constexpr const char* kApplication = "tivra-feed";
 constexpr const char* kVersion = "1";
 constexpr const char* kOpenTimedOut = "the hubs weren't ready in time";
+/// More than that is as good as for ever, and has room in a clock.
+constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);
+/// How long a system without threads gets, in seconds, before it is asked again.
+constexpr double kThreadAgain = 0.1;
 
 [[nodiscard]] double secondsOf(std::chrono::milliseconds time) {
     return std::chrono::duration<double>(time).count();
@@ -90,6 +95,7 @@ void FeedImpl::start() {
     std::string reason;
     if (!m_session->start(reason))
         throw startFailure(reason);
+    m_isOpen.store(true, std::memory_order_release);
 }
 
 /// The session gives its reason as a text, and the login's refusal has come as an event before.
@@ -157,7 +163,7 @@ void FeedImpl::onUserEvent(const tivra::UserEvent& event) {
         const tp::MutexLock lock(m_mutex);
         m_refusal = refusal;
     }
-    if (state() != FeedState::Connecting && m_options.onError)
+    if (m_isOpen.load(std::memory_order_acquire) && m_options.onError)
         m_registry->callbacks().run("onError", m_options.user, [&] { m_options.onError(refusal); });
 }
 
@@ -170,7 +176,8 @@ void FeedImpl::changeState(FeedState to, const char* cause) {
 }
 
 bool FeedImpl::close(std::chrono::milliseconds deadline) {
-    const auto end = std::chrono::steady_clock::now() + deadline;
+    const auto end =
+        std::chrono::steady_clock::now() + std::clamp(deadline, std::chrono::milliseconds(0), kLongestWait);
     tp::MutexLock lock(m_mutex);
     if (!std::exchange(m_isClosing, true)) {
         lock.unlock();
@@ -199,7 +206,8 @@ void FeedImpl::startShutDown() {
         }).detach();
     } catch (const std::system_error&) {
         if (tp::onLibraryThread())
-            m_registry->later([feed = shared_from_this()] { feed->startShutDown(); });
+            m_registry->laterAt(tp::Clock::monotonic() + kThreadAgain,
+                                [feed = shared_from_this()] { feed->startShutDown(); });
         else
             shutDown();
     }

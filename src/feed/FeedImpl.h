@@ -68,6 +68,7 @@ private:
     const tivra::FeedOptions m_options;
     const std::shared_ptr<FeedRegistry> m_registry;
     std::atomic<tivra::FeedState> m_state{tivra::FeedState::Connecting};
+    std::atomic<bool> m_isOpen{false}; ///< what fails from now on nobody is told by open()
     HandlePtr<tivra::UserInfo> m_user;
     HandlePtr<tivra::Session> m_session; ///< before its user
 

@@ -234,6 +234,19 @@ TEST_F(FeedTest, AnExceptionOfACallbackIsReportedAndNothingElseHappens) {
     EXPECT_EQ(other.statistics().failedCallbacks, 1U);
 }
 
+TEST_F(FeedTest, ALoginThatIsRefusedLaterIsReported) {
+    tivra::FeedOptions options = optionsFor(hub);
+    options.onError = [&](const Error& error) { story.add(error.phaseName()); };
+    Feed other = Feed::open(std::move(options));
+    hub.refuseLogin(-4);
+    hub.dropConnections();
+    EXPECT_TRUE(story.waitFor("Login"));
+}
+
+TEST_F(FeedTest, ClosingMayTakeAnyTime) {
+    EXPECT_TRUE(feed.close(std::chrono::milliseconds::max()));
+}
+
 TEST_F(FeedTest, WhatCantBeAskedForIsRefusedAtTheCall) {
     for (const char* symbol : {"", "IBM|5022=LogoutUser", "A=B", "IBM\n", " IBM", "IBM\x03",
                                "a symbol that is longer than it may be"})
