@@ -55,7 +55,8 @@ public:
     void then(Callback callback);
 
     /// Gives the request up. When this returns no callback runs and none will come; one that runs on another
-    /// thread is waited for. Inside the callback itself it does nothing.
+    /// thread is waited for. Inside the callback itself it does nothing, and inside any other it doesn't
+    /// wait.
     void cancel();
 
 #if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)

@@ -112,7 +112,8 @@ public:
     std::uint64_t id() const noexcept;
 
     /// Ends the subscription. When this returns no callback of it runs and none will come; one that runs on
-    /// another thread is waited for. Inside a callback of the subscription it is the last one.
+    /// another thread is waited for. Inside a callback of the subscription it is the last one. Inside any
+    /// other callback it waits for nobody, so a call of this one's may still be running when it returns.
     void close();
 
 private:

@@ -24,6 +24,11 @@ namespace {
 AnswerState::AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what)
     : m_registry(std::move(registry)), m_tag(tag), m_what(std::move(what)) {}
 
+void AnswerState::setTimeOut(const LaterThread::Ticket& timeOut) {
+    const tp::MutexLock lock(m_mutex);
+    m_timeOut = timeOut;
+}
+
 void AnswerState::addRecord(tivra::Record record) {
     const tp::MutexLock lock(m_mutex);
     if (!m_hasEnded)
@@ -43,8 +48,17 @@ void AnswerState::fail(const Error& error) {
     end(error);
 }
 
+void AnswerState::forget() {
+    LaterThread::Ticket timeOut;
+    {
+        const tp::MutexLock lock(m_mutex);
+        timeOut = m_timeOut;
+    }
+    m_registry->forgetAnswer(m_tag, timeOut);
+}
+
 void AnswerState::end(Result result) {
-    m_registry->forgetAnswer(m_tag);
+    forget();
     Answer::Callback callback;
     {
         const tp::MutexLock lock(m_mutex);
@@ -87,7 +101,8 @@ AnswerState::Result AnswerState::wait(const std::chrono::steady_clock::time_poin
             return answerError(Error::Code::TimedOut, "the answer to the " + m_what + " hasn't come yet");
         }
     }
-    m_isTaken = true;
+    if (std::exchange(m_isTaken, true) || !m_result)
+        return answerError(Error::Code::InvalidArgument, "the answer to the " + m_what + " has been taken");
     Result result = std::move(*m_result);
     m_result.reset();
     return result;
@@ -117,7 +132,7 @@ void AnswerState::then(Answer::Callback callback) {
 
 void AnswerState::cancel() {
     Answer::Callback dropped; // goes without the mutex
-    m_registry->forgetAnswer(m_tag);
+    forget();
     tp::MutexLock lock(m_mutex);
     dropped.swap(m_callback);
     m_records.clear();
@@ -125,6 +140,9 @@ void AnswerState::cancel() {
         m_result = answerError(Error::Code::Cancelled, "the " + m_what + " has been cancelled");
         m_changed.notifyAll();
     }
+    // Two callbacks that cancel each other's requests must not wait for each other.
+    if (tp::onLibraryThread())
+        return;
     while (m_caller != std::thread::id() && m_caller != std::this_thread::get_id())
         m_changed.wait(m_mutex);
 }
@@ -194,7 +212,9 @@ bool Answer::isReady() const {
 void Answer::then(Callback callback) {
     if (m_state == nullptr)
         refuseEmpty();
-    m_state->then(std::move(callback));
+    // The callback may end this object.
+    const std::shared_ptr<tivra_internal::AnswerState> keep = m_state;
+    keep->then(std::move(callback));
 }
 
 void Answer::cancel() {

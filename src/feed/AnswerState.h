@@ -12,6 +12,8 @@
 #include <feed/Result.h>
 #include <tp/Mutex.h>
 
+#include "feed/LaterThread.h"
+
 namespace tivra_internal {
 
 class FeedRegistry;
@@ -30,6 +32,9 @@ public:
     [[nodiscard]] const std::string& what() const noexcept { return m_what; }
     [[nodiscard]] tivra::Answer handle() { return tivra::Answer(shared_from_this()); }
 
+    /// What ends it in time. Before it is sent.
+    void setTimeOut(const LaterThread::Ticket& timeOut) TP_EXCLUDES(m_mutex);
+
     // --- what the library brings; @thread any ---
     void addRecord(tivra::Record record) TP_EXCLUDES(m_mutex);
     /// The end: with what has come, or with an error. Nothing when it has ended before.
@@ -45,6 +50,7 @@ public:
     void abandon() TP_EXCLUDES(m_mutex);
 
 private:
+    void forget() TP_EXCLUDES(m_mutex);
     void end(Result result) TP_EXCLUDES(m_mutex);
     void runCallback(tivra::Answer::Callback callback, Result result) TP_EXCLUDES(m_mutex);
 
@@ -54,6 +60,7 @@ private:
 
     tp::Mutex m_mutex; ///< guards what follows
     tp::ConditionVariable m_changed;
+    LaterThread::Ticket m_timeOut TP_GUARDED_BY(m_mutex);
     std::vector<tivra::Record> m_records TP_GUARDED_BY(m_mutex);
     bool m_hasEnded TP_GUARDED_BY(m_mutex) = false;
     bool m_isTaken TP_GUARDED_BY(m_mutex) =

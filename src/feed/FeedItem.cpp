@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <tp/Clock.h>
+#include <tp/Thread.h>
 
 #include "feed/ClockTime.h"
 #include "feed/FeedRegistry.h"
@@ -21,6 +22,7 @@ constexpr const char* kLost = "the connection to the hub is lost";
 constexpr const char* kBack = "the hub is back";
 constexpr const char* kComplete = "the image is complete";
 constexpr const char* kRefused = "the hub has refused it";
+constexpr double kLookAgain = 0.01; ///< in seconds
 
 /// The item whose handlers this thread is calling.
 thread_local const FeedItem* t_current = nullptr;
@@ -41,10 +43,7 @@ public:
     }
     ~Turn() TP_RELEASE() {
         t_current = m_outer;
-        if (m_item.m_hasClosed.load(std::memory_order_acquire))
-            endWithLeavers();
-        else
-            m_item.m_turn.unlock();
+        m_item.endTurn();
     }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
@@ -52,18 +51,7 @@ public:
 private:
     void begin() TP_NO_THREAD_SAFETY_ANALYSIS {
         t_current = &m_item;
-        if (m_item.m_hasAdded.load(std::memory_order_acquire))
-            m_item.enterAdded();
-    }
-    // What the handlers hold goes after the turn, since it may close other subscriptions.
-    void endWithLeavers() TP_NO_THREAD_SAFETY_ANALYSIS {
-        const std::shared_ptr<FeedItem> keep = m_item.shared_from_this();
-        const Subscriptions leavers = m_item.dropClosed();
-        m_item.m_turn.unlock();
-        for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
-            leaver->dropHandlers();
-        if (!leavers.empty())
-            keep->m_registry->release(*keep, leavers.size());
+        m_item.enterAdded();
     }
 
     FeedItem& m_item;
@@ -75,44 +63,53 @@ FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, int source, std::stri
 
 void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Update::Kind kind) {
     const Turn turn(*this);
-    if (m_home != &stream)
-        addHome(stream);
-    if (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live)
+    const bool isNewHome = m_home != &stream && addHome(stream);
+    // An update of the next connection may come before the image.
+    if (isNewHome ||
+        (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live))
         beginImage();
     UpdateData data{message, stream.fields(), kind, nullptr};
     // A callback may subscribe the same symbol, which enters the list when this turn has ended.
     for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions) {
         data.subscription = subscription.get();
-        if (!subscription->isClosed())
+        if (!subscription->hasEnded())
             subscription->update(data, m_registry->callbacks(), stream.now());
     }
 }
 
 void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message) {
     const Turn turn(*this);
-    if (!latecomer.isClosed())
+    if (!latecomer.hasEnded())
         latecomer.update({message, stream.fields(), Update::Kind::Image, &latecomer}, m_registry->callbacks(),
                          stream.now());
 }
 
-void FeedItem::finishImage(FeedStream& stream, const tivra::Error* refusal) {
+/// Of several hubs the last one to answer may be one that has nothing of it.
+void FeedItem::finishImage(FeedStream& stream) {
     const Turn turn(*this);
-    if (refusal != nullptr) {
-        m_state = DataState::Refused;
-        changeAll(DataState::Refused, kRefused, refusal);
-        return;
-    }
-    addHome(stream);
+    if (m_home == nullptr && m_otherHomes.empty())
+        addHome(stream);
     beginImage();
     m_state = DataState::Live;
     changeAll(DataState::Live, kComplete);
 }
 
-void FeedItem::finishImageOf(SubscriptionState& latecomer, const tivra::Error* refusal) {
+void FeedItem::refuse(const tivra::Error& error) {
     const Turn turn(*this);
-    // Without an image of its own it waits for the next one that comes to all.
-    if (refusal == nullptr && m_state == DataState::Live)
+    m_state = DataState::Refused;
+    changeAll(DataState::Refused, kRefused, &error);
+}
+
+void FeedItem::finishImageOf(SubscriptionState& latecomer) {
+    const Turn turn(*this);
+    // Before that its data is as old as that of the others.
+    if (m_state == DataState::Live)
         latecomer.change(DataState::Live, kComplete, nullptr, m_registry->callbacks());
+}
+
+void FeedItem::refuse(SubscriptionState& latecomer, const tivra::Error& error) {
+    const Turn turn(*this);
+    latecomer.change(DataState::Refused, kRefused, &error, m_registry->callbacks());
 }
 
 void FeedItem::lose(const FeedStream& stream) {
@@ -153,12 +150,15 @@ void FeedItem::changeAll(DataState to, std::string_view cause, const tivra::Erro
         subscription->change(to, cause, error, m_registry->callbacks());
 }
 
-void FeedItem::addHome(const FeedStream& stream) {
+bool FeedItem::addHome(const FeedStream& stream) {
+    if (m_home == &stream ||
+        std::find(m_otherHomes.begin(), m_otherHomes.end(), &stream) != m_otherHomes.end())
+        return false;
     if (m_home == nullptr)
         m_home = &stream;
-    else if (m_home != &stream &&
-             std::find(m_otherHomes.begin(), m_otherHomes.end(), &stream) == m_otherHomes.end())
+    else
         m_otherHomes.push_back(&stream);
+    return true;
 }
 
 bool FeedItem::removeHome(const FeedStream& stream) {
@@ -173,15 +173,16 @@ void FeedItem::close(SubscriptionState& subscription) {
     m_hasClosed.store(true, std::memory_order_release);
     if (t_current == this)
         return; // the end of the turn sees to it
-    if (t_current == nullptr) {
+    if (!tp::onLibraryThread()) {
         const Turn turn(*this);
         return;
     }
-    // Two callbacks that close each other's subscriptions must not wait for each other.
+    // Two callbacks that close each other's subscriptions must not wait for each other: whoever has the turn
+    // sees to it at its end.
     if (m_turn.tryLock())
         const Turn turn(*this, std::adopt_lock);
     else
-        m_registry->later([item = shared_from_this()] { const Turn turn(*item); });
+        dropClosedLater();
 }
 
 void FeedItem::closeAll() {
@@ -189,6 +190,34 @@ void FeedItem::closeAll() {
     for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
         static_cast<void>(subscription->markClosed());
     m_hasClosed.store(true, std::memory_order_release);
+}
+
+/// What the handlers hold goes after the turn, since it may close other subscriptions.
+void FeedItem::endTurn() {
+    if (!m_hasClosed.load(std::memory_order_acquire)) {
+        m_turn.unlock();
+        return;
+    }
+    const std::shared_ptr<FeedItem> keep = shared_from_this();
+    const Subscriptions leavers = dropClosed();
+    m_turn.unlock();
+    for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
+        leaver->dropHandlers();
+    if (!leavers.empty())
+        m_registry->release(*this, leavers);
+}
+
+/// Should whoever has the turn have looked just before. The feed's thread doesn't wait for a callback either,
+/// for it ends requests at their time.
+void FeedItem::dropClosedLater() {
+    m_registry->laterAt(tp::Clock::monotonic() + kLookAgain, [item = shared_from_this()] {
+        if (!item->m_hasClosed.load(std::memory_order_acquire))
+            return;
+        if (item->m_turn.tryLock())
+            const Turn turn(*item, std::adopt_lock);
+        else
+            item->dropClosedLater();
+    });
 }
 
 void FeedItem::add(std::shared_ptr<SubscriptionState> subscription) {
@@ -203,6 +232,8 @@ FeedItem::Subscriptions FeedItem::takeAdded() {
 }
 
 void FeedItem::enterAdded() {
+    if (!m_hasAdded.load(std::memory_order_acquire))
+        return;
     for (std::shared_ptr<SubscriptionState>& subscription : m_registry->takeAdded(*this))
         m_subscriptions.push_back(std::move(subscription));
 }
@@ -210,6 +241,7 @@ void FeedItem::enterAdded() {
 FeedItem::Subscriptions FeedItem::dropClosed() {
     // Before the look, so that what is closed during it is seen next time.
     m_hasClosed.store(false, std::memory_order_seq_cst);
+    enterAdded(); // one that a callback has made and ended
     Subscriptions leavers;
     const auto isOpen = [](const std::shared_ptr<SubscriptionState>& one) { return !one->isClosed(); };
     const auto firstClosed = std::stable_partition(m_subscriptions.begin(), m_subscriptions.end(), isOpen);

@@ -48,15 +48,17 @@ public:
     /// The image that one subscription has asked for by itself, since it came later than the others.
     void deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message)
         TP_EXCLUDES(m_turn);
-    /// The image is complete, or the hub has refused the request.
-    void finishImage(FeedStream& stream, const tivra::Error* refusal) TP_EXCLUDES(m_turn);
-    void finishImageOf(SubscriptionState& latecomer, const tivra::Error* refusal) TP_EXCLUDES(m_turn);
+    void finishImage(FeedStream& stream) TP_EXCLUDES(m_turn);
+    /// The hub has refused it.
+    void refuse(const tivra::Error& error) TP_EXCLUDES(m_turn);
+    void finishImageOf(SubscriptionState& latecomer) TP_EXCLUDES(m_turn);
+    void refuse(SubscriptionState& latecomer, const tivra::Error& error) TP_EXCLUDES(m_turn);
     void lose(const FeedStream& stream) TP_EXCLUDES(m_turn);
     void recover() TP_EXCLUDES(m_turn);
 
     // --- what the application does; @thread any ---
     /// Ends a subscription: when this returns nothing of it runs, but for the callback that this is called
-    /// in. In a callback for another item it waits for nobody.
+    /// in. On a thread of the library it waits for nobody.
     void close(SubscriptionState& subscription) TP_EXCLUDES(m_turn);
     /// Ends all of them, with their feed.
     void closeAll() TP_EXCLUDES(m_turn);
@@ -73,8 +75,11 @@ private:
     friend class Turn;
 
     void enterAdded() TP_REQUIRES(m_turn);
+    void endTurn() TP_NO_THREAD_SAFETY_ANALYSIS;
+    void dropClosedLater();
     [[nodiscard]] Subscriptions dropClosed() TP_REQUIRES(m_turn);
-    void addHome(const FeedStream& stream) TP_REQUIRES(m_turn);
+    /// True when nothing of that stream had come before.
+    bool addHome(const FeedStream& stream) TP_REQUIRES(m_turn);
     [[nodiscard]] bool removeHome(const FeedStream& stream) TP_REQUIRES(m_turn);
     void beginImage() TP_REQUIRES(m_turn);
     void changeAll(tivra::DataState to, std::string_view cause, const tivra::Error* error = nullptr)

@@ -16,12 +16,20 @@ namespace {
 using tivra::Error;
 using tivra::Instrument;
 
+/// How long a full queue gets, in seconds, before an unsubscription is tried again.
+constexpr double kUnsubscribeAgain = 0.1;
+
 [[nodiscard]] Error requestError(Error::Code code, std::string cause, std::string advice = {}) {
     return Error({code, Error::Phase::Request, std::move(cause), std::move(advice), "", 0, "", 0});
 }
 
 [[nodiscard]] Error closedError() {
     return requestError(Error::Code::Closed, "the feed is closed");
+}
+
+[[nodiscard]] Error queueFullError() {
+    return requestError(Error::Code::QueueFull, "no more requests can be queued",
+                        "wait for answers, or raise MAX_REQUEST_QUEUE_SIZE_LONG or MAX_WATCHLIST_SIZE_LONG");
 }
 
 [[nodiscard]] std::string describe(const char* what, const Instrument& instrument) {
@@ -47,9 +55,7 @@ void FeedRegistry::send(tivra::Commands command, const Instrument& instrument, i
     if (m_sender == nullptr)
         throw closedError();
     if (!m_sender->send(command, instrument, tag, origin))
-        throw requestError(
-            Error::Code::QueueFull, "no more requests can be queued",
-            "wait for answers, or raise MAX_REQUEST_QUEUE_SIZE_LONG or MAX_WATCHLIST_SIZE_LONG");
+        throw queueFullError();
 }
 
 std::shared_ptr<SubscriptionState> FeedRegistry::subscribe(const Instrument& instrument,
@@ -61,11 +67,22 @@ std::shared_ptr<SubscriptionState> FeedRegistry::subscribe(const Instrument& ins
     try {
         send(isFirst ? tivra::QUERYSNAPANDSUBSCRIBE : tivra::QUERYSNAP, instrument, tag, 0);
     } catch (...) {
-        forgetTag(tag);
+        if (isFirst)
+            giveUp(*subscription);
         subscription->close();
         throw;
     }
     return subscription;
+}
+
+/// The item's request could not be sent. Others may have joined it meanwhile, who are told on the feed's
+/// thread: this one may be in a callback of another item.
+void FeedRegistry::giveUp(SubscriptionState& subscription) {
+    if (isDetached())
+        return; // close() ends them all
+    forgetItem(*subscription.item());
+    static_cast<void>(subscription.markClosed());
+    laterAt(0.0, [item = subscription.item()] { item->refuse(queueFullError()); });
 }
 
 /// The symbol's item gets the subscription. The first one has the item made; others share it, and get an
@@ -79,7 +96,7 @@ std::shared_ptr<SubscriptionState> FeedRegistry::enter(const Instrument& instrum
     const std::shared_ptr<FeedItem> item =
         isFirst ? std::make_shared<FeedItem>(shared_from_this(), instrument.source, instrument.symbol, tag)
                 : found->second;
-    auto subscription = std::make_shared<SubscriptionState>(item, std::move(handlers));
+    auto subscription = std::make_shared<SubscriptionState>(item, std::move(handlers), isFirst ? 0 : tag);
     if (isFirst) {
         m_items.emplace(Key(item->source(), item->symbol()), item);
         m_targets[tag] = item;
@@ -101,19 +118,21 @@ std::shared_ptr<AnswerState> FeedRegistry::request(tivra::Commands command, cons
         m_targets[tag] = answer;
         ++m_requestCount;
     }
+    const LaterThread::Ticket timeOut = m_later.runAt(
+        tp::Clock::monotonic() + timeout, [waiting = std::weak_ptr<AnswerState>(answer), timeout] {
+            if (const std::shared_ptr<AnswerState> late = waiting.lock())
+                late->fail(Error({Error::Code::TimedOut, Error::Phase::Answer,
+                                  "no answer to the " + late->what() + " within " +
+                                      std::to_string(static_cast<long long>(timeout * 1000)) + " ms",
+                                  "", "", 0, "", 0}));
+        });
+    answer->setTimeOut(timeOut);
     try {
         send(command, instrument, tag, 0);
     } catch (...) {
-        forgetTag(tag);
+        forgetAnswer(tag, timeOut);
         throw;
     }
-    m_later.runAt(tp::Clock::monotonic() + timeout, [waiting = std::weak_ptr<AnswerState>(answer), timeout] {
-        if (const std::shared_ptr<AnswerState> late = waiting.lock())
-            late->fail(Error({Error::Code::TimedOut, Error::Phase::Answer,
-                              "no answer to the " + late->what() + " within " +
-                                  std::to_string(static_cast<long long>(timeout * 1000)) + " ms",
-                              "", "", 0, "", 0}));
-    });
     return answer;
 }
 
@@ -197,18 +216,29 @@ FeedItem::Subscriptions FeedRegistry::takeAdded(FeedItem& item) {
     return item.takeAdded();
 }
 
-void FeedRegistry::release(FeedItem& item, std::size_t count) {
+void FeedRegistry::release(FeedItem& item, const FeedItem::Subscriptions& leavers) {
     {
         const tp::MutexLock lock(m_mutex);
-        m_subscriptionCount -= count;
-        if (!item.remove(count) || item.isGone())
+        for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
+            if (leaver->imageTag() != 0)
+                m_targets.erase(leaver->imageTag());
+        m_subscriptionCount -= leavers.size();
+        if (!item.remove(leavers.size()) || item.isGone())
             return;
         removeItem(item);
     }
+    unsubscribe(item.shared_from_this());
+}
+
+/// The hub would go on sending what nobody wants.
+void FeedRegistry::unsubscribe(const std::shared_ptr<FeedItem>& item) {
     const tp::MutexLock lock(m_sendMutex);
-    if (m_sender != nullptr)
-        static_cast<void>(m_sender->send(tivra::UNSUBSCRIBE, {item.source(), std::string(item.symbol())},
-                                         m_sender->nextTag(), item.tag()));
+    if (m_sender == nullptr ||
+        m_sender->send(tivra::UNSUBSCRIBE, {item->source(), std::string(item->symbol())}, m_sender->nextTag(),
+                       item->tag()))
+        return;
+    laterAt(tp::Clock::monotonic() + kUnsubscribeAgain,
+            [registry = shared_from_this(), item] { registry->unsubscribe(item); });
 }
 
 bool FeedRegistry::isField(std::string_view name) {

@@ -60,7 +60,9 @@ public:
     void detach() TP_EXCLUDES(m_sendMutex);
     [[nodiscard]] bool isDetached() const noexcept { return m_isDetached.load(std::memory_order_acquire); }
     /// At a time by the monotonic clock, on the feed's own thread.
-    void laterAt(double time, LaterThread::Work work) { m_later.runAt(time, std::move(work)); }
+    void laterAt(double time, LaterThread::Work work) {
+        static_cast<void>(m_later.runAt(time, std::move(work)));
+    }
     /// Ends everything that stands. The streams are gone.
     void close() TP_EXCLUDES(m_mutex);
 
@@ -81,12 +83,13 @@ public:
 
     // --- what items and answers ask ---
     [[nodiscard]] FeedItem::Subscriptions takeAdded(FeedItem& item) TP_EXCLUDES(m_mutex);
-    /// So many subscriptions of the item have gone; with the last one it is unsubscribed.
-    void release(FeedItem& item, std::size_t count) TP_EXCLUDES(m_mutex);
-    void forgetAnswer(int64_t tag) { forgetTag(tag); }
-    /// On the feed's own thread.
-    void later(LaterThread::Work work) { m_later.run(std::move(work)); }
-
+    /// These subscriptions of the item have gone; with the last one it is unsubscribed.
+    void release(FeedItem& item, const FeedItem::Subscriptions& leavers) TP_EXCLUDES(m_mutex, m_sendMutex);
+    /// The answer with that tag, and that time-out, has ended.
+    void forgetAnswer(int64_t tag, const LaterThread::Ticket& timeOut) {
+        forgetTag(tag);
+        m_later.drop(timeOut);
+    }
     /// Whether any hub has a field of that name.
     [[nodiscard]] bool isField(std::string_view name) TP_EXCLUDES(m_mutex);
     [[nodiscard]] tivra::FeedStatistics statistics() TP_EXCLUDES(m_mutex);
@@ -106,6 +109,8 @@ private:
                                                            tivra::SubscriptionHandlers handlers, int64_t tag,
                                                            bool& isFirst) TP_EXCLUDES(m_mutex);
     void removeItem(FeedItem& item) TP_REQUIRES(m_mutex);
+    void unsubscribe(const std::shared_ptr<FeedItem>& item) TP_EXCLUDES(m_sendMutex);
+    void giveUp(SubscriptionState& subscription) TP_EXCLUDES(m_mutex);
 
     const std::shared_ptr<FieldTable> m_fields = std::make_shared<FieldTable>();
     Callbacks m_callbacks;

@@ -97,12 +97,11 @@ void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMe
     if (incoming.status >= 0) {
         if (m_items.find(item->source(), item->symbol()) != item.get())
             m_items.insert(item->source(), item->symbol(), item);
-        item->finishImage(*this, nullptr);
+        item->finishImage(*this);
         return;
     }
-    const Error error = refusal("subscription of " + std::string(item->symbol()), incoming.status);
     m_registry->forgetItem(*item);
-    item->finishImage(*this, &error);
+    item->refuse(refusal("subscription of " + std::string(item->symbol()), incoming.status));
 }
 
 void FeedStream::deliverTo(const FeedRegistry::Latecomer& latecomer, const StreamMessage& incoming) {
@@ -111,12 +110,11 @@ void FeedStream::deliverTo(const FeedRegistry::Latecomer& latecomer, const Strea
         return;
     }
     m_registry->forgetTag(incoming.tag);
-    if (incoming.status >= 0) {
-        latecomer.item->finishImageOf(*latecomer.subscription, nullptr);
-        return;
-    }
-    const Error error = refusal("image of " + std::string(latecomer.item->symbol()), incoming.status);
-    latecomer.item->finishImageOf(*latecomer.subscription, &error);
+    if (incoming.status >= 0)
+        latecomer.item->finishImageOf(*latecomer.subscription);
+    else if (incoming.status != kStatusConnectionLost) // else the next image comes to all
+        latecomer.item->refuse(*latecomer.subscription,
+                               refusal("image of " + std::string(latecomer.item->symbol()), incoming.status));
 }
 
 void FeedStream::deliverTo(const std::shared_ptr<AnswerState>& answer, const StreamMessage& incoming) {

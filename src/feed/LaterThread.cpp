@@ -21,18 +21,29 @@ LaterThread::~LaterThread() {
     end();
 }
 
-void LaterThread::runAt(double time, Work work) {
+LaterThread::Ticket LaterThread::runAt(double time, Work work) {
     const tp::MutexLock lock(m_mutex);
+    const Ticket ticket(time, ++m_lastTicket);
     if (m_isEnding)
-        return;
-    const bool isFirst = m_work.empty() || time < m_work.begin()->first;
-    m_work.emplace(time, std::move(work));
-    if (isFirst)
+        return ticket;
+    const auto entered = m_work.emplace(ticket, std::move(work)).first;
+    if (entered == m_work.begin())
         m_changed.notifyAll();
+    return ticket;
+}
+
+void LaterThread::drop(const Ticket& ticket) {
+    Work dropped; // goes without the mutex
+    const tp::MutexLock lock(m_mutex);
+    const auto found = m_work.find(ticket);
+    if (found == m_work.end())
+        return;
+    dropped.swap(found->second);
+    m_work.erase(found);
 }
 
 void LaterThread::end() {
-    std::multimap<double, Work> dropped; // goes without the mutex
+    std::map<Ticket, Work> dropped; // goes without the mutex
     {
         const tp::MutexLock lock(m_mutex);
         m_isEnding = true;
@@ -58,7 +69,7 @@ void LaterThread::loop() {
 }
 
 LaterThread::Work LaterThread::takeDue() {
-    if (m_work.empty() || m_work.begin()->first > tp::Clock::monotonic())
+    if (m_work.empty() || m_work.begin()->first.first > tp::Clock::monotonic())
         return nullptr;
     Work work = std::move(m_work.begin()->second);
     m_work.erase(m_work.begin());
@@ -70,7 +81,7 @@ void LaterThread::waitForDue() {
         m_changed.wait(m_mutex);
         return;
     }
-    const double wait = m_work.begin()->first - tp::Clock::monotonic();
+    const double wait = m_work.begin()->first.first - tp::Clock::monotonic();
     const double limit = tp::Clock::isReplaced() ? kLookAtReplacedClock : kLongestWait;
     m_changed.waitFor(m_mutex, std::chrono::duration<double>(std::clamp(wait, 0.0, limit)));
 }

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
-#include <vector>
+#include <utility>
 
 #include <tp/Mutex.h>
 #include <tp/Thread.h>
@@ -14,6 +15,8 @@ namespace tivra_internal {
 class LaterThread {
 public:
     using Work = std::function<void()>;
+    /// Stands for a piece of work: when it is due, and a number that no other has had.
+    using Ticket = std::pair<double, std::uint64_t>;
 
     /// @throws std::system_error when the system refuses a thread
     LaterThread();
@@ -21,10 +24,10 @@ public:
     LaterThread(const LaterThread&) = delete;
     LaterThread& operator=(const LaterThread&) = delete;
 
-    /// @thread any
-    void run(Work work) { runAt(0.0, std::move(work)); }
     /// @param time  by the monotonic clock, in seconds. @thread any
-    void runAt(double time, Work work) TP_EXCLUDES(m_mutex);
+    Ticket runAt(double time, Work work) TP_EXCLUDES(m_mutex);
+    /// It isn't done, unless it has begun. @thread any
+    void drop(const Ticket& ticket) TP_EXCLUDES(m_mutex);
     /// Waits for what runs. On the thread itself it lets that go.
     void end() TP_EXCLUDES(m_mutex);
 
@@ -35,7 +38,8 @@ private:
 
     tp::Mutex m_mutex; ///< guards what follows
     tp::ConditionVariable m_changed;
-    std::multimap<double, Work> m_work TP_GUARDED_BY(m_mutex);
+    std::map<Ticket, Work> m_work TP_GUARDED_BY(m_mutex);
+    std::uint64_t m_lastTicket TP_GUARDED_BY(m_mutex) = 0;
     bool m_isEnding TP_GUARDED_BY(m_mutex) = false;
     tp::Thread m_thread; ///< the last member: it uses the others
 };

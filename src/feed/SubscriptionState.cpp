@@ -17,8 +17,9 @@ using tivra::DataState;
 
 } // namespace
 
-SubscriptionState::SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers)
-    : m_item(std::move(item)), m_id(nextId()), m_handlers(std::move(handlers)) {}
+SubscriptionState::SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers,
+                                     std::int64_t imageTag)
+    : m_item(std::move(item)), m_id(nextId()), m_imageTag(imageTag), m_handlers(std::move(handlers)) {}
 
 int SubscriptionState::source() const noexcept {
     return m_item->source();

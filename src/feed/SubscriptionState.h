@@ -22,7 +22,9 @@ class FeedItem;
 /// calls them.
 class SubscriptionState : public std::enable_shared_from_this<SubscriptionState> {
 public:
-    SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers);
+    /// @param imageTag  of the request for an image of its own; 0 for the one that its item was made for
+    SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers,
+                      std::int64_t imageTag);
     SubscriptionState(const SubscriptionState&) = delete;
     SubscriptionState& operator=(const SubscriptionState&) = delete;
 
@@ -32,12 +34,16 @@ public:
     [[nodiscard]] tivra::DataState state() const noexcept { return m_state.load(std::memory_order_acquire); }
     [[nodiscard]] tivra::SubscriptionStatistics statistics() const;
     [[nodiscard]] std::uint64_t id() const noexcept { return m_id; }
+    [[nodiscard]] std::int64_t imageTag() const noexcept { return m_imageTag; }
+    [[nodiscard]] const std::shared_ptr<FeedItem>& item() const noexcept { return m_item; }
     [[nodiscard]] std::optional<tivra::Error> error() const TP_EXCLUDES(m_mutex);
     void close();
     [[nodiscard]] tivra::SubscriptionView view() noexcept { return tivra::SubscriptionView(*this); }
     [[nodiscard]] tivra::Subscription handle() { return tivra::Subscription(shared_from_this()); }
 
     [[nodiscard]] bool isClosed() const noexcept { return state() == tivra::DataState::Closed; }
+    /// Closed or refused: nothing comes for it any more.
+    [[nodiscard]] bool hasEnded() const noexcept { return state() >= tivra::DataState::Refused; }
     /// Nothing is called from now on, but for what runs. False when it was closed already.
     bool markClosed() noexcept {
         return m_state.exchange(tivra::DataState::Closed) != tivra::DataState::Closed;
@@ -64,6 +70,7 @@ private:
 
     const std::shared_ptr<FeedItem> m_item;
     const std::uint64_t m_id;
+    const std::int64_t m_imageTag;
     tivra::SubscriptionHandlers m_handlers; ///< used in the item's turn
     std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
     std::atomic<std::uint64_t> m_updates{0};

@@ -109,6 +109,19 @@ TEST_F(FeedTest, TheLossOfAConnectionIsToldThoughNothingOfItHadBeenDelivered) {
     EXPECT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Stale; }));
 }
 
+TEST_F(FeedTest, TheGapIsToldBeforeAnythingOfTheNextConnection) {
+    auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    hub.ignore("QuerySnapAndSubscribe");
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    hub.pushToAll(Record(100, "IBM").add(token::BID, 5));
+    ASSERT_TRUE(story.waitFor("update 5"));
+    EXPECT_THAT(story.lines(),
+                ElementsAre(HasSubstr("image "), "Live", "Stale", "Recovering", "gap", "update 5"));
+}
+
 TEST_F(FeedTest, SubscriptionsOfOneSymbolShareItAndEachGetsAnImage) {
     Story later;
     auto first = feed.subscribe({100, "IBM"}, writeTo(story, bid));
@@ -123,6 +136,56 @@ TEST_F(FeedTest, SubscriptionsOfOneSymbolShareItAndEachGetsAnImage) {
     ASSERT_TRUE(later.waitFor("update 3"));
     EXPECT_THAT(story.lines(), testing::Not(testing::Contains("update 3")));
     EXPECT_EQ(hub.statistics().subscriptions, 1U);
+}
+
+TEST_F(FeedTest, ALatecomerWhoseImageIsRefusedSaysSoAndLeavesTheOthersAlone) {
+    Story later;
+    auto first = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    hub.refuse("QuerySnap", -5);
+    auto second = feed.subscribe({100, "IBM"}, writeTo(later, bid));
+    ASSERT_TRUE(later.waitFor("Refused"));
+    EXPECT_EQ(second.error()->status(), -5);
+    pushBid(3);
+    ASSERT_TRUE(story.waitFor("update 3"));
+    EXPECT_THAT(later.lines(), ElementsAre("Refused"));
+}
+
+TEST_F(FeedTest, NothingIsKeptForALatecomerThatIsGone) {
+    std::shared_ptr<Story> inside(&story, [](Story* told) { told->add("let go"); });
+    {
+        tivra::FeedOptions options = optionsFor(hub);
+        options.onError = [kept = std::move(inside)](const Error&) {};
+        Feed other = Feed::open(std::move(options));
+        auto first = other.subscribe({100, "IBM"}, writeTo(story, other.field("BID")));
+        ASSERT_TRUE(story.waitFor("Live"));
+        hub.ignore("QuerySnap");
+        auto second = other.subscribe({100, "IBM"}, writeTo(story, bid));
+        const auto request = hub.waitForCommand("QuerySnap");
+        ASSERT_TRUE(request);
+        second.close();
+        hub.sendBody("5026=" + std::to_string(request->tag) + "|4=100|5=IBM");
+        pushBid(8);
+        ASSERT_TRUE(story.waitFor("update 8"));
+        EXPECT_EQ(other.statistics().lateAnswers, 1U);
+        second = other.subscribe({100, "IBM"}, writeTo(story, bid));
+    }
+    EXPECT_TRUE(story.waitFor("let go"));
+}
+
+TEST_F(FeedTest, ASubscriptionThatCantBeSentIsNotUnsubscribed) {
+    tivra::FeedOptions options = optionsFor(hub);
+    options.parameters = {{"MAX_WATCHLIST_SIZE_LONG", "1"}};
+    Feed small = Feed::open(std::move(options));
+    auto ibm = small.subscribe({100, "IBM"}, writeTo(story, bid));
+    EXPECT_THAT(thrownBy([&] {
+                    auto aig = small.subscribe({100, "AIG"}, writeTo(story, bid));
+                }),
+                HasSubstr("QueueFull"));
+    ibm.close();
+    const auto request = hub.waitForCommand("Unsubscribe");
+    ASSERT_TRUE(request);
+    EXPECT_EQ(request->value(token::SYMBOL), "IBM");
 }
 
 TEST_F(FeedTest, ASubscriptionMayEndInItsOwnCallback) {
@@ -145,6 +208,15 @@ TEST_F(FeedTest, ASubscriptionMayEndInItsOwnCallback) {
     EXPECT_EQ(calls, 1);
 }
 
+TEST_F(FeedTest, ACallbackMaySubscribeItsOwnSymbolForAMoment) {
+    auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update&) {
+        auto brief = feed.subscribe({100, "IBM"}, [](const tivra::Update&) {});
+    });
+    auto aig = feed.subscribe({100, "AIG"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    EXPECT_EQ(feed.statistics().subscriptions, 2U);
+}
+
 TEST_F(FeedTest, CloseWaitsForTheCallbackThatRuns) {
     tivra_testkit::Gate gate;
     std::atomic<bool> isEnded{false};
@@ -158,6 +230,33 @@ TEST_F(FeedTest, CloseWaitsForTheCallbackThatRuns) {
     ibm.close();
     EXPECT_TRUE(isEnded);
     opener.join();
+}
+
+// A time-out is told on another thread than an image.
+TEST_F(FeedTest, CallbacksThatEndEachOthersRequestsDontWaitForEachOther) {
+    tivra_testkit::Gate isReady, isImage, isAnswer;
+    hub.ignore("QuerySnap");
+    tivra::FeedOptions options = optionsFor(hub);
+    options.requestTimeout = 50ms;
+    Feed impatient = Feed::open(std::move(options));
+    tivra::Answer aig = impatient.query({100, "AIG"});
+    tivra::Subscription ibm;
+    aig.then([&](const tivra::Result<tivra::Snapshot>&) {
+        isAnswer.open();
+        isImage.wait();
+        ibm.close();
+        story.add("closed");
+    });
+    ibm = impatient.subscribe({100, "IBM"}, [&](const tivra::Update&) {
+        isReady.wait();
+        isAnswer.wait();
+        isImage.open();
+        aig.cancel();
+        story.add("cancelled");
+    });
+    isReady.open();
+    EXPECT_TRUE(story.waitFor("closed"));
+    EXPECT_TRUE(story.waitFor("cancelled"));
 }
 
 TEST_F(FeedTest, ARefusedSymbolSaysWhy) {
