@@ -16,15 +16,15 @@ namespace tivra {
 /// Everything that a feed is opened with. Whatever isn't set has its default.
 struct TIVRA_API FeedOptions {
     /// The hubs, or connection managers, each "host:port". At least one.
-    std::vector<std::string> hosts;
+    std::vector<std::string> hosts{};
     /// Hubs that take over as a whole when those of `hosts` are lost; none, or one for each of `hosts`.
-    std::vector<std::string> backups;
-    std::string user;
-    Password password;
+    std::vector<std::string> backups{};
+    std::string user{};
+    Password password{};
     /// The base of the log file's name; ".%m%d%Y" of the local date follows. Empty: the feed sets up no log,
     /// so that there is none unless another feed or APIFactory::initialize has. One log serves the whole
     /// process.
-    std::string logFile;
+    std::string logFile{};
     /// Writes the debug level too.
     bool logDebug = false;
     /// The total time for opening: connecting, logging in and downloading dictionaries.
@@ -37,13 +37,13 @@ struct TIVRA_API FeedOptions {
     /// {"READ_TIMEOUT_LONG", "10"}; a bool is "true" or "false", "1" or "0". docs/parameters.md lists them.
     /// WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own, and HOLD_READS_BOOL is on unless it is
     /// named here.
-    std::map<std::string, std::string> parameters;
+    std::map<std::string, std::string> parameters{};
 
     /// What happens to the connections as a whole. @thread user
-    std::function<void(const ConnectionEvent&)> onConnection;
+    std::function<void(const ConnectionEvent&)> onConnection{};
     /// What fails outside a call of the application: a callback that throws, for example. @thread any of the
     /// library
-    std::function<void(const Error&)> onError;
+    std::function<void(const Error&)> onError{};
 };
 
 } // namespace tivra

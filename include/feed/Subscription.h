@@ -55,9 +55,9 @@ struct Gap {
 /// Who hears of what comes for a subscription. Each may be left out. Calls for one symbol come one at a time
 /// and in order. @thread user
 struct SubscriptionHandlers {
-    std::function<void(const Update&)> onUpdate;
-    std::function<void(const SubscriptionView&, const StateChange&)> onState;
-    std::function<void(const SubscriptionView&, const Gap&)> onGap;
+    std::function<void(const Update&)> onUpdate{};
+    std::function<void(const SubscriptionView&, const StateChange&)> onState{};
+    std::function<void(const SubscriptionView&, const Gap&)> onGap{};
 };
 
 struct SubscriptionStatistics {

@@ -5,7 +5,11 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 sed -n '/^```cpp$/,/^```$/p' "$1/README.md" | sed '/^```/d' >"$work/first.cpp"
 [ -s "$work/first.cpp" ] || { echo "no example in the README"; exit 1; }
-g++ -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I "$1/include" "$work/first.cpp"
+ln -s "$1/include" "$work/tivra"
+for compiler in g++ clang++; do
+    command -v $compiler >/dev/null 2>&1 || continue
+    $compiler -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I "$1/include" -I "$work" "$work/first.cpp"
+done
 # So does the test that the simulator's guide shows.
 kit=$(sed -n '/^#include <tivra_testkit/,/^```$/p' "$1/sim/README.md" | sed '/^```/d')
 [ -n "$kit" ] || { echo "no test in the simulator's guide"; exit 1; }
