@@ -40,7 +40,8 @@ int main(int argc, char** argv) {
             if (--left == 0)
                 enough.set_value();
         };
-        handlers.onState = [&](const tivra::SubscriptionView& subscription, const tivra::StateChange& change) {
+        handlers.onState = [&](const tivra::SubscriptionView& subscription,
+                               const tivra::StateChange& change) {
             const std::lock_guard<std::mutex> lock(mutex);
             std::cout << subscription.symbol() << ": " << change.cause << '\n';
         };
