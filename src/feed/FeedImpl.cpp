@@ -33,8 +33,8 @@ constexpr const char* kVersion = "1";
 constexpr const char* kOpenTimedOut = "the hubs weren't ready in time";
 /// More than that is as good as for ever, and has room in a clock.
 constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);
-/// How long a system without threads gets, in seconds, before it is asked again.
-constexpr double kThreadAgain = 0.1;
+/// After so many seconds what has been in vain is tried again.
+constexpr double kAgain = 0.05;
 
 [[nodiscard]] double secondsOf(std::chrono::milliseconds time) {
     return std::chrono::duration<double>(time).count();
@@ -89,13 +89,19 @@ void FeedImpl::start() {
         throw Error({Error::Code::InCallback, Error::Phase::Options,
                      "a feed can't be opened on a thread of the library", "open it on a thread of your own",
                      "", 0, "", 0});
-    SessionImpl& session = HandleAccess::impl(*m_session);
-    m_registry->laterAt(tp::Clock::monotonic() + secondsOf(m_options.openTimeout),
-                        [&session] { session.abortStart(kOpenTimedOut); });
+    m_registry->laterAt(tp::Clock::monotonic() + secondsOf(m_options.openTimeout), [this] { endStart(); });
     std::string reason;
     if (!m_session->start(reason))
         throw startFailure(reason);
     m_isOpen.store(true, std::memory_order_release);
+}
+
+/// Too late. A session that hasn't got to its start forgets what it is told, so it is told again.
+void FeedImpl::endStart() {
+    if (m_isOpen.load(std::memory_order_acquire))
+        return;
+    HandleAccess::impl(*m_session).abortStart(kOpenTimedOut);
+    m_registry->laterAt(tp::Clock::monotonic() + kAgain, [this] { endStart(); });
 }
 
 /// The session gives its reason as a text, and the login's refusal has come as an event before.
@@ -206,7 +212,7 @@ void FeedImpl::startShutDown() {
         }).detach();
     } catch (const std::system_error&) {
         if (tp::onLibraryThread())
-            m_registry->laterAt(tp::Clock::monotonic() + kThreadAgain,
+            m_registry->laterAt(tp::Clock::monotonic() + kAgain,
                                 [feed = shared_from_this()] { feed->startShutDown(); });
         else
             shutDown();

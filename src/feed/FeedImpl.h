@@ -60,6 +60,7 @@ public:
 private:
     void configure();
     void start();
+    void endStart();
     [[nodiscard]] tivra::Error startFailure(const std::string& reason) TP_EXCLUDES(m_mutex);
     void changeState(tivra::FeedState to, const char* cause);
     void startShutDown() TP_EXCLUDES(m_mutex);
