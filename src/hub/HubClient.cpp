@@ -326,8 +326,11 @@ bool HubClient::isHBTimedOut(double) {
     if (!m_heartbeat.isCheckDue() || isHeldUp())
         return false;
     const tp::MutexLock lock(m_rqh_mutex);
-    // Heartbeats stand behind what a slow reader has yet to take, however long that is waited for.
-    const bool isBehind = m_options.holdReads && !m_responseQueue->isEmpty();
+    // Heartbeats stand behind what a slow reader has yet to take, however long that is waited for, and behind
+    // what isn't read yet when it has just taken all.
+    const bool isBehind =
+        m_options.holdReads &&
+        (!m_responseQueue->isEmpty() || m_responseQueue->hasInputLeft() || m_socket.hasUnreadBytes());
     return m_readQueueHandler != nullptr && m_heartbeat.isSilent(*m_readQueueHandler, m_session.getState(),
                                                                  m_responseQueue->getQueryCount(), isBehind);
 }

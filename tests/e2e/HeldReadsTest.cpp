@@ -173,8 +173,14 @@ protected:
             hub.pushRecord(tivra_sim::Record(100, "IBM").add(1, std::string(1'000, 'x')));
     }
 
+    static tivra_sim::HubConfig config() {
+        tivra_sim::HubConfig config = tivra_sim::HubConfig::realistic();
+        config.heartbeat.interval = std::chrono::milliseconds(100); // so that a busy machine isn't silence
+        return config;
+    }
+
     static constexpr int COUNT = 1'500;
-    StartedHub hub;
+    StartedHub hub{config()};
     std::atomic<int> received{0};
     HeldClient client{hub, true};
 };
