@@ -41,6 +41,9 @@ struct FeedStatistics {
 /// Objects that it has given out may be destroyed before or after it, on any thread. A feed that is destroyed
 /// closes first.
 ///
+/// In a child that the process forks, calls of a feed and of what it has given out fail, and destructors do
+/// nothing; the parent's feeds go on. The child may open feeds of its own.
+///
 /// @thread any; calls of several threads may overlap
 class TIVRA_API Feed {
 public:

@@ -86,7 +86,18 @@ void AnswerState::runCallback(Answer::Callback callback, Result result) {
     m_changed.notifyAll();
 }
 
+bool AnswerState::isForeign() const noexcept {
+    return m_registry->process().isForeign();
+}
+
+Error AnswerState::foreignError() {
+    return answerError(Error::Code::Closed, "the answer belongs to the parent of this process",
+                       "open a feed in the child");
+}
+
 AnswerState::Result AnswerState::wait(const std::chrono::steady_clock::time_point* deadline) {
+    if (isForeign())
+        return foreignError();
     tp::MutexLock lock(m_mutex);
     if (m_isTaken)
         return answerError(Error::Code::InvalidArgument, "the answer to the " + m_what + " has been taken");
@@ -109,11 +120,15 @@ AnswerState::Result AnswerState::wait(const std::chrono::steady_clock::time_poin
 }
 
 bool AnswerState::isReady() {
+    if (isForeign())
+        return true; // with an error
     const tp::MutexLock lock(m_mutex);
     return m_hasEnded;
 }
 
 void AnswerState::then(Answer::Callback callback) {
+    if (isForeign())
+        throw foreignError();
     std::optional<Result> result;
     {
         const tp::MutexLock lock(m_mutex);
@@ -131,6 +146,8 @@ void AnswerState::then(Answer::Callback callback) {
 }
 
 void AnswerState::cancel() {
+    if (isForeign())
+        return;
     Answer::Callback dropped; // goes without the mutex
     forget();
     tp::MutexLock lock(m_mutex);
@@ -148,6 +165,8 @@ void AnswerState::cancel() {
 }
 
 void AnswerState::abandon() {
+    if (isForeign())
+        return;
     {
         const tp::MutexLock lock(m_mutex);
         if (m_hasEnded || m_isTaken)

@@ -51,6 +51,9 @@ public:
 
 private:
     void forget() TP_EXCLUDES(m_mutex);
+    /// In a child of the process that has asked, where a thread that isn't there may hold the mutex.
+    [[nodiscard]] bool isForeign() const noexcept;
+    [[nodiscard]] static tivra::Error foreignError();
     void end(Result result) TP_EXCLUDES(m_mutex);
     void runCallback(tivra::Answer::Callback callback, Result result) TP_EXCLUDES(m_mutex);
 

@@ -20,15 +20,17 @@ Feed::Feed(std::shared_ptr<tivra_internal::FeedImpl> impl) noexcept : m_impl(std
 Feed::Feed(Feed&&) noexcept = default;
 
 Feed& Feed::operator=(Feed&& other) noexcept {
-    if (this != &other) {
-        close();
-        m_impl = std::move(other.m_impl);
-    }
+    const Feed old(std::exchange(m_impl, std::exchange(other.m_impl, nullptr)));
     return *this;
 }
 
 Feed::~Feed() {
+    if (m_impl == nullptr)
+        return;
     close();
+    // In a child of the process that opened it there is no thread to wait for: what is inside stays.
+    if (m_impl->registry().process().isForeign())
+        static_cast<void>(new std::shared_ptr<tivra_internal::FeedImpl>(m_impl));
 }
 
 Feed Feed::open(FeedOptions options) {
@@ -47,11 +49,17 @@ tivra_internal::FeedImpl& Feed::impl() const {
     if (m_impl == nullptr)
         throw Error({Error::Code::Closed, Error::Phase::Request, "this object is no feed any more",
                      "it was moved from", "", 0, "", 0});
+    if (m_impl->registry().process().refuses("a call of a feed"))
+        throw Error({Error::Code::Closed, Error::Phase::Request,
+                     "the feed belongs to the parent of this process", "open one in the child", "", 0, "",
+                     0});
     return *m_impl;
 }
 
 FeedState Feed::state() const {
-    return m_impl != nullptr ? m_impl->state() : FeedState::Closed;
+    if (m_impl == nullptr || m_impl->registry().process().isForeign())
+        return FeedState::Closed;
+    return m_impl->state();
 }
 
 Field Feed::field(std::string_view name) const {
@@ -105,7 +113,9 @@ Subscription Feed::subscribe(const Instrument& instrument, SubscriptionHandlers 
 }
 
 FeedStatistics Feed::statistics() const {
-    return m_impl != nullptr ? m_impl->registry().statistics() : FeedStatistics();
+    if (m_impl == nullptr || m_impl->registry().process().isForeign())
+        return FeedStatistics();
+    return m_impl->registry().statistics();
 }
 
 bool Feed::close(std::chrono::milliseconds deadline) {

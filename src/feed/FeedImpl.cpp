@@ -182,6 +182,8 @@ void FeedImpl::changeState(FeedState to, const char* cause) {
 }
 
 bool FeedImpl::close(std::chrono::milliseconds deadline) {
+    if (m_registry->process().isForeign())
+        return true; // it is the parent's
     const auto end =
         std::chrono::steady_clock::now() + std::clamp(deadline, std::chrono::milliseconds(0), kLongestWait);
     tp::MutexLock lock(m_mutex);

@@ -169,6 +169,8 @@ bool FeedItem::removeHome(const FeedStream& stream) {
 }
 
 void FeedItem::close(SubscriptionState& subscription) {
+    if (m_registry->process().isForeign())
+        return; // a thread that isn't in this process may have the turn
     static_cast<void>(subscription.markClosed());
     m_hasClosed.store(true, std::memory_order_release);
     if (t_current == this)

@@ -15,6 +15,7 @@
 #include <feed/Feed.h>
 #include <request/Commands.h>
 #include <tp/Mutex.h>
+#include <tp/Process.h>
 
 #include "LockOrder.h"
 
@@ -32,7 +33,7 @@ class SubscriptionState;
 
 /// What a feed has asked for: its items by symbol, and by tag whoever waits for an answer. Subscriptions,
 /// answers and streams share it, so it may outlive the feed. @thread any
-class FeedRegistry : public std::enable_shared_from_this<FeedRegistry> {
+class FeedRegistry : public std::enable_shared_from_this<FeedRegistry>, public tp::OfOneProcess {
 public:
     /// An image that a subscription has asked for by itself, since its item had had one.
     struct Latecomer {

@@ -4,6 +4,9 @@
 #include <atomic>
 #include <thread>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <tivra_testkit/Gate.h>
@@ -343,6 +346,30 @@ TEST_F(FeedTest, ALoginThatIsRefusedLaterIsReported) {
 
 TEST_F(FeedTest, ClosingMayTakeAnyTime) {
     EXPECT_TRUE(feed.close(std::chrono::milliseconds::max()));
+}
+
+TEST_F(FeedTest, AForkedChildMayUseNothingOfItAndEndsAtOnce) {
+    hub.ignore("QuerySnap");
+    auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
+    ASSERT_TRUE(story.waitFor("Live"));
+    tivra::Answer answer = feed.query({100, "AIG"});
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(5);
+        bool isRefused = thrownBy([&] {
+                             static_cast<void>(feed.query({100, "IBM"}));
+                         }).find("parent") != std::string::npos;
+        isRefused = isRefused && answer.wait(1s).error().code() == Error::Code::Closed;
+        ibm = {};
+        answer = {};
+        { const Feed gone = std::move(feed); }
+        ::_exit(isRefused ? 0 : 1);
+    }
+    int result = -1;
+    ASSERT_EQ(::waitpid(child, &result, 0), child);
+    EXPECT_EQ(result, 0);
+    pushBid(5);
+    EXPECT_TRUE(story.waitFor("update 5")) << "the parent goes on";
 }
 
 TEST_F(FeedTest, WhatCantBeAskedForIsRefusedAtTheCall) {
