@@ -373,7 +373,7 @@ TEST_F(FeedTest, AForkedChildMayUseNothingOfItAndEndsAtOnce) {
 }
 
 TEST_F(FeedTest, WhatCantBeAskedForIsRefusedAtTheCall) {
-    for (const char* symbol : {"", "IBM|5022=LogoutUser", "A=B", "IBM\n", " IBM", "IBM\x03",
+    for (const char* symbol : {"", "IBM|5022=LogoutUser", "A|B", "A=B", "IBM\n", " IBM", "IBM\x03",
                                "a symbol that is longer than it may be"})
         EXPECT_THAT(thrownBy([&] {
                         static_cast<void>(feed.query({100, symbol}));
