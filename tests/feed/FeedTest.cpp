@@ -226,10 +226,12 @@ TEST_F(FeedTest, CloseWaitsForTheCallbackThatRuns) {
     auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update&) {
         story.add("entered");
         isTooEarly = closed.get_future().wait_for(200ms) == std::future_status::ready;
+        story.add("left");
     });
     ASSERT_TRUE(story.waitFor("entered"));
     ibm.close();
     closed.set_value();
+    ASSERT_TRUE(story.waitFor("left"));
     EXPECT_FALSE(isTooEarly);
 }
 
