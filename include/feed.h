@@ -15,5 +15,6 @@
 #include "feed/Result.h"
 #include "feed/Snapshot.h"
 #include "feed/Subscription.h"
+#include "feed/SubscriptionGroup.h"
 #include "feed/Update.h"
 #include "feed/Value.h"

@@ -15,6 +15,7 @@ inline constexpr tp::LockRank kLockReqQ{60, "m_reqQ_mutex"};
 inline constexpr tp::LockRank kLockRegisterHub{70, "m_registerHub_mutex"};
 inline constexpr tp::LockRank kLockQueueReset{80, "Queue::m_reset_mutex"};
 // Taken in callbacks, which run under the one before. Requests are sent under the first.
+inline constexpr tp::LockRank kLockFeedGroup{82, "GroupState::m_mutex"};
 inline constexpr tp::LockRank kLockFeedSend{84, "FeedRegistry::m_sendMutex"};
 inline constexpr tp::LockRank kLockFeedRegistry{86, "FeedRegistry::m_mutex"};
 inline constexpr tp::LockRank kLockXRefHubLst{90, "m_XRefHubLst_mutex"};

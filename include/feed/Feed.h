@@ -16,11 +16,13 @@
 #include "feed/Instrument.h"
 #include "feed/Result.h"
 #include "feed/Subscription.h"
+#include "feed/SubscriptionGroup.h"
 #include "feed/Update.h"
 #include "request/Commands.h"
 
 namespace tivra_internal {
 class FeedImpl;
+enum class ItemKind : unsigned char;
 } // namespace tivra_internal
 
 namespace tivra {
@@ -85,6 +87,23 @@ public:
     /// @throws Error as query()
     [[nodiscard]] Subscription subscribe(const Instrument& instrument, UpdateCallback onUpdate);
     [[nodiscard]] Subscription subscribe(const Instrument& instrument, SubscriptionHandlers handlers);
+    /// The order book of a symbol, an update of kind Image for each line, and then its changes. A hub doesn't
+    /// say which subscription a change is for: who has subscribed the order book and the symbol itself gets
+    /// the changes of both in both.
+    /// @throws Error as query()
+    [[nodiscard]] Subscription subscribeDepth(const Instrument& instrument, SubscriptionHandlers handlers);
+    /// All symbols of a source that match a pattern, as in queryWildcard(), with their present state and then
+    /// their updates, symbols that the hub lists later included. Update::symbol() says which one it is;
+    /// states and gaps are those of the pattern as a whole.
+    /// @throws Error as query()
+    [[nodiscard]] Subscription subscribeWildcard(int source, const std::string& pattern,
+                                                 SubscriptionHandlers handlers);
+    /// An empty group whose subscriptions share these handlers: for symbols by the thousand.
+    [[nodiscard]] SubscriptionGroup makeGroup(SubscriptionHandlers handlers);
+    /// The same with its first symbols.
+    /// @throws Error as SubscriptionGroup::add
+    [[nodiscard]] SubscriptionGroup subscribeAll(const std::vector<Instrument>& instruments,
+                                                 SubscriptionHandlers handlers);
 
     FeedStatistics statistics() const;
 
@@ -102,6 +121,8 @@ private:
     explicit Feed(std::shared_ptr<tivra_internal::FeedImpl> impl) noexcept;
 
     tivra_internal::FeedImpl& impl() const;
+    Subscription enter(tivra_internal::ItemKind kind, const Instrument& instrument,
+                       SubscriptionHandlers handlers);
     Answer ask(Commands command, const char* what, const Instrument& instrument);
 
     std::shared_ptr<tivra_internal::FeedImpl> m_impl;

@@ -41,15 +41,23 @@ struct StateChange {
 };
 
 /// A time of which a subscription has missed what was sent. It stands in the stream: it comes after the last
-/// update before it, and before the image that follows it.
+/// update before it, and before the image that follows it, if one does.
 struct Gap {
-    enum class Cause {
-        Loss ///< the connection to the hub was lost, or the session was rebuilt
+    enum class Cause : unsigned char {
+        Loss,       ///< the connection to the hub was lost, or the session was rebuilt
+        Withdrawal, ///< the user was not entitled to the source for a time
+        /// The hub has dropped data for want of room: this reader, or the line, is too slow. No image
+        /// follows, and the hub doesn't say which symbols it was.
+        Overrun,
+        /// The hub has merged updates for want of room. No image follows: values are up to date, and what was
+        /// in between is missing.
+        Conflation
     };
     Cause cause = Cause::Loss;
     std::chrono::system_clock::time_point from; ///< when the loss was noticed
     std::chrono::system_clock::time_point to;   ///< when the next data came
     std::optional<std::uint64_t> messages;      ///< how many were missed, where that can be known
+    std::optional<std::uint64_t> bytes;         ///< of the hub's data in all, where that can be known
 };
 
 /// Who hears of what comes for a subscription. Each may be left out. Calls for one symbol come one at a time
@@ -73,6 +81,7 @@ struct SubscriptionStatistics {
 class TIVRA_API SubscriptionView {
 public:
     int source() const noexcept;
+    /// What was subscribed: a symbol, or a pattern. An update has its own symbol.
     std::string_view symbol() const noexcept;
     DataState state() const noexcept;
     SubscriptionStatistics statistics() const;
@@ -90,8 +99,9 @@ private:
     tivra_internal::SubscriptionState* m_state;
 };
 
-/// A standing request for one symbol, as long as the object lives. Losses and failovers need nothing from the
-/// application: the subscription is repeated and brings a new image after each.
+/// A standing request for a symbol, its order book, or all symbols that match a pattern, as long as the
+/// object lives. Losses and failovers need nothing from the application: the subscription is repeated and
+/// brings a new image after each.
 /// @thread any, one at a time
 class TIVRA_API Subscription {
 public:
@@ -104,6 +114,7 @@ public:
     explicit operator bool() const noexcept { return m_state != nullptr; }
 
     int source() const noexcept;
+    /// What was subscribed: a symbol, or a pattern.
     std::string_view symbol() const noexcept;
     DataState state() const noexcept;
     /// Why the hub has refused it; nothing in any other state.

@@ -4,9 +4,13 @@
 
 #include "feed/AnswerState.h"
 #include "feed/FeedImpl.h"
+#include "feed/GroupState.h"
 #include "feed/SubscriptionState.h"
 
 namespace tivra {
+
+using tivra_internal::ItemKind;
+
 namespace {
 
 [[nodiscard]] double secondsOf(std::chrono::milliseconds time) {
@@ -109,7 +113,34 @@ Subscription Feed::subscribe(const Instrument& instrument, UpdateCallback onUpda
 }
 
 Subscription Feed::subscribe(const Instrument& instrument, SubscriptionHandlers handlers) {
-    return impl().registry().subscribe(instrument, std::move(handlers))->handle();
+    return enter(ItemKind::Symbol, instrument, std::move(handlers));
+}
+
+Subscription Feed::subscribeDepth(const Instrument& instrument, SubscriptionHandlers handlers) {
+    return enter(ItemKind::OrderBook, instrument, std::move(handlers));
+}
+
+Subscription Feed::subscribeWildcard(int source, const std::string& pattern, SubscriptionHandlers handlers) {
+    return enter(ItemKind::Pattern, {source, pattern}, std::move(handlers));
+}
+
+Subscription Feed::enter(ItemKind kind, const Instrument& instrument, SubscriptionHandlers handlers) {
+    return impl()
+        .registry()
+        .subscribe(kind, instrument, std::make_shared<const SubscriptionHandlers>(std::move(handlers)))
+        ->handle();
+}
+
+SubscriptionGroup Feed::makeGroup(SubscriptionHandlers handlers) {
+    return SubscriptionGroup(std::make_shared<tivra_internal::GroupState>(
+        impl().registry().shared_from_this(), std::move(handlers)));
+}
+
+SubscriptionGroup Feed::subscribeAll(const std::vector<Instrument>& instruments,
+                                     SubscriptionHandlers handlers) {
+    SubscriptionGroup group = makeGroup(std::move(handlers));
+    group.add(instruments);
+    return group;
 }
 
 FeedStatistics Feed::statistics() const {

@@ -154,6 +154,12 @@ void FeedImpl::onSessionEvent(const tivra::SessionEvent& event) {
     case tivra::SessionEvent::TIVRA_SESSION_ESTABLISHED:
         changeState(FeedState::Established, "all hubs are ready");
         break;
+    case tivra::SessionEvent::TIVRA_SESSION_SOURCE_REMOVED:
+        m_registry->withdraw(event.getSourceID());
+        break;
+    case tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED:
+        m_registry->restore(event.getSourceID());
+        break;
     default:
         break;
     }

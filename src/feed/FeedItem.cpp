@@ -1,6 +1,7 @@
 #include "feed/FeedItem.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <tp/Clock.h>
@@ -21,6 +22,8 @@ using tivra::Update;
 constexpr const char* kLost = "the connection to the hub is lost";
 constexpr const char* kBack = "the hub is back";
 constexpr const char* kComplete = "the image is complete";
+constexpr const char* kWithdrawn = "the user may not see the source any more";
+constexpr const char* kRestored = "the user may see the source again";
 constexpr const char* kRefused = "the hub has refused it";
 constexpr double kLookAgain = 0.01; ///< in seconds
 
@@ -58,8 +61,13 @@ private:
     const FeedItem* const m_outer;
 };
 
-FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, int source, std::string symbol, int64_t tag)
-    : m_registry(std::move(registry)), m_source(source), m_symbol(std::move(symbol)), m_tag(tag) {}
+FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, ItemKind kind, int source, std::string symbol,
+                   int64_t tag)
+    : m_registry(std::move(registry))
+    , m_source(source)
+    , m_kind(kind)
+    , m_symbol(std::move(symbol))
+    , m_tag(tag) {}
 
 void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Update::Kind kind) {
     const Turn turn(*this);
@@ -69,12 +77,12 @@ void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Updat
         (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live))
         beginImage();
     UpdateData data{message, stream.fields(), kind, nullptr};
-    // A callback may subscribe the same symbol, which enters the list when this turn has ended.
-    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions) {
-        data.subscription = subscription.get();
-        if (!subscription->hasEnded())
-            subscription->update(data, m_registry->callbacks(), stream.now());
-    }
+    // A callback may subscribe the same symbol, which enters the list when the next turn begins.
+    forEachSubscription([&](SubscriptionState& subscription) {
+        data.subscription = &subscription;
+        if (!subscription.hasEnded())
+            subscription.update(data, m_registry->callbacks(), stream.now());
+    });
 }
 
 void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message) {
@@ -87,9 +95,10 @@ void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const
 /// Of several hubs the last one to answer may be one that has nothing of it.
 void FeedItem::finishImage(FeedStream& stream) {
     const Turn turn(*this);
-    if (m_home == nullptr && m_otherHomes.empty())
+    if (m_home == nullptr && m_otherHomes == nullptr)
         addHome(stream);
     beginImage();
+    m_isWithdrawn.store(false, std::memory_order_relaxed);
     m_state = DataState::Live;
     changeAll(DataState::Live, kComplete);
 }
@@ -116,8 +125,7 @@ void FeedItem::lose(const FeedStream& stream) {
     const Turn turn(*this);
     if (!removeHome(stream) || m_state == DataState::Pending || m_state == DataState::Refused)
         return;
-    if (!m_gapFrom)
-        m_gapFrom = tp::Clock::now();
+    beginGap(tivra::Gap::Cause::Loss);
     m_state = DataState::Stale;
     changeAll(DataState::Stale, kLost);
 }
@@ -130,41 +138,91 @@ void FeedItem::recover() {
     changeAll(DataState::Recovering, kBack);
 }
 
+void FeedItem::withdraw() {
+    const Turn turn(*this);
+    if (m_state == DataState::Pending || m_state == DataState::Refused)
+        return; // the answer will say it, or has said it
+    m_isWithdrawn.store(true, std::memory_order_relaxed);
+    beginGap(tivra::Gap::Cause::Withdrawal);
+    m_state = DataState::Stale;
+    changeAll(DataState::Stale, kWithdrawn);
+}
+
+void FeedItem::restore() {
+    const Turn turn(*this);
+    if (!m_isWithdrawn.exchange(false, std::memory_order_relaxed) || m_state != DataState::Stale)
+        return;
+    m_state = DataState::Recovering;
+    changeAll(DataState::Recovering, kRestored);
+}
+
+void FeedItem::skip(const FeedStream& stream, const tivra::Gap& gap) {
+    const Turn turn(*this);
+    if (m_state != DataState::Live || !isHome(stream))
+        return; // the image closes a gap that is longer
+    forEachSubscription([&](SubscriptionState& subscription) {
+        if (!subscription.hasEnded())
+            subscription.gap(gap, m_registry->callbacks());
+    });
+}
+
+void FeedItem::beginGap(tivra::Gap::Cause cause) {
+    if (m_gapFrom != 0.0)
+        return;
+    m_gapFrom = tp::Clock::now();
+    m_gapCause = cause;
+}
+
 /// What comes now follows a gap, if there was one.
 void FeedItem::beginImage() {
     if (m_state == DataState::Stale) {
         m_state = DataState::Recovering;
         changeAll(DataState::Recovering, kBack);
     }
-    if (!m_gapFrom)
+    if (m_gapFrom == 0.0)
         return;
-    const tivra::Gap gap{tivra::Gap::Cause::Loss, toTimePoint(*m_gapFrom), wallTime(), std::nullopt};
-    m_gapFrom.reset();
-    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
-        if (subscription->state() == DataState::Recovering)
-            subscription->gap(gap, m_registry->callbacks());
+    const tivra::Gap gap{m_gapCause, toTimePoint(m_gapFrom), wallTime(), std::nullopt, std::nullopt};
+    m_gapFrom = 0.0;
+    forEachSubscription([&](SubscriptionState& subscription) {
+        if (subscription.state() == DataState::Recovering)
+            subscription.gap(gap, m_registry->callbacks());
+    });
 }
 
 void FeedItem::changeAll(DataState to, std::string_view cause, const tivra::Error* error) {
-    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
-        subscription->change(to, cause, error, m_registry->callbacks());
+    forEachSubscription([&](SubscriptionState& subscription) {
+        subscription.change(to, cause, error, m_registry->callbacks());
+    });
+}
+
+bool FeedItem::isHome(const FeedStream& stream) const {
+    return m_home == &stream ||
+           (m_otherHomes != nullptr &&
+            std::find(m_otherHomes->begin(), m_otherHomes->end(), &stream) != m_otherHomes->end());
 }
 
 bool FeedItem::addHome(const FeedStream& stream) {
-    if (m_home == &stream ||
-        std::find(m_otherHomes.begin(), m_otherHomes.end(), &stream) != m_otherHomes.end())
+    if (isHome(stream))
         return false;
-    if (m_home == nullptr)
+    if (m_home == nullptr) {
         m_home = &stream;
-    else
-        m_otherHomes.push_back(&stream);
+        return true;
+    }
+    if (m_otherHomes == nullptr)
+        m_otherHomes = std::make_unique<std::vector<const FeedStream*>>();
+    m_otherHomes->push_back(&stream);
     return true;
 }
 
 bool FeedItem::removeHome(const FeedStream& stream) {
-    if (m_home != &stream)
-        return std::erase(m_otherHomes, &stream) != 0;
-    m_home = nullptr;
+    if (m_home == &stream) {
+        m_home = nullptr;
+        return true;
+    }
+    if (m_otherHomes == nullptr || std::erase(*m_otherHomes, &stream) == 0)
+        return false;
+    if (m_otherHomes->empty())
+        m_otherHomes.reset();
     return true;
 }
 
@@ -189,8 +247,8 @@ void FeedItem::close(SubscriptionState& subscription) {
 
 void FeedItem::closeAll() {
     const Turn turn(*this);
-    for (const std::shared_ptr<SubscriptionState>& subscription : m_subscriptions)
-        static_cast<void>(subscription->markClosed());
+    forEachSubscription(
+        [](SubscriptionState& subscription) { static_cast<void>(subscription.markClosed()); });
     m_hasClosed.store(true, std::memory_order_release);
 }
 
@@ -222,22 +280,34 @@ void FeedItem::dropClosedLater() {
     });
 }
 
+/// Nobody else has seen the item yet.
+void FeedItem::begin(std::shared_ptr<SubscriptionState> subscription) TP_NO_THREAD_SAFETY_ANALYSIS {
+    m_users = 1;
+    m_first = std::move(subscription);
+}
+
 void FeedItem::add(std::shared_ptr<SubscriptionState> subscription) {
     ++m_users;
-    m_added.push_back(std::move(subscription));
+    if (m_added == nullptr)
+        m_added = std::make_unique<Subscriptions>();
+    m_added->push_back(std::move(subscription));
     m_hasAdded.store(true, std::memory_order_release);
 }
 
 FeedItem::Subscriptions FeedItem::takeAdded() {
     m_hasAdded.store(false, std::memory_order_relaxed);
-    return std::exchange(m_added, {});
+    const std::unique_ptr<Subscriptions> added = std::move(m_added);
+    return added != nullptr ? std::move(*added) : Subscriptions();
 }
 
 void FeedItem::enterAdded() {
     if (!m_hasAdded.load(std::memory_order_acquire))
         return;
-    for (std::shared_ptr<SubscriptionState>& subscription : m_registry->takeAdded(*this))
-        m_subscriptions.push_back(std::move(subscription));
+    for (std::shared_ptr<SubscriptionState>& subscription : m_registry->takeAdded(*this)) {
+        if (m_others == nullptr)
+            m_others = std::make_unique<Subscriptions>();
+        m_others->push_back(std::move(subscription));
+    }
 }
 
 FeedItem::Subscriptions FeedItem::dropClosed() {
@@ -245,10 +315,14 @@ FeedItem::Subscriptions FeedItem::dropClosed() {
     m_hasClosed.store(false, std::memory_order_seq_cst);
     enterAdded(); // one that a callback has made and ended
     Subscriptions leavers;
+    if (m_first != nullptr && m_first->isClosed())
+        leavers.push_back(std::move(m_first));
+    if (m_others == nullptr)
+        return leavers;
     const auto isOpen = [](const std::shared_ptr<SubscriptionState>& one) { return !one->isClosed(); };
-    const auto firstClosed = std::stable_partition(m_subscriptions.begin(), m_subscriptions.end(), isOpen);
-    leavers.assign(std::make_move_iterator(firstClosed), std::make_move_iterator(m_subscriptions.end()));
-    m_subscriptions.erase(firstClosed, m_subscriptions.end());
+    const auto firstClosed = std::stable_partition(m_others->begin(), m_others->end(), isOpen);
+    std::move(firstClosed, m_others->end(), std::back_inserter(leavers));
+    m_others->erase(firstClosed, m_others->end());
     return leavers;
 }
 

@@ -9,6 +9,7 @@
 #include "feed/FeedStream.h"
 #include "feed/InstrumentCheck.h"
 #include "feed/SubscriptionState.h"
+#include "feed/Wildcard.h"
 
 namespace tivra_internal {
 namespace {
@@ -16,8 +17,8 @@ namespace {
 using tivra::Error;
 using tivra::Instrument;
 
-/// How long a full queue gets, in seconds, before an unsubscription is tried again.
-constexpr double kUnsubscribeAgain = 0.1;
+/// How long a full queue gets, in seconds, before what nobody waits for is sent again.
+constexpr double kSendAgain = 0.1;
 
 [[nodiscard]] Error requestError(Error::Code code, std::string cause, std::string advice = {}) {
     return Error({code, Error::Phase::Request, std::move(cause), std::move(advice), "", 0, "", 0});
@@ -58,14 +59,15 @@ void FeedRegistry::send(tivra::Commands command, const Instrument& instrument, i
         throw queueFullError();
 }
 
-std::shared_ptr<SubscriptionState> FeedRegistry::subscribe(const Instrument& instrument,
-                                                           tivra::SubscriptionHandlers handlers) {
+std::shared_ptr<SubscriptionState> FeedRegistry::subscribe(ItemKind kind, const Instrument& instrument,
+                                                           SubscriptionState::Handlers handlers) {
     checkInstrument(instrument, "subscribe");
     const int64_t tag = nextTag();
     bool isFirst = false;
-    std::shared_ptr<SubscriptionState> subscription = enter(instrument, std::move(handlers), tag, isFirst);
+    std::shared_ptr<SubscriptionState> subscription =
+        enter(kind, instrument, std::move(handlers), tag, isFirst);
     try {
-        send(isFirst ? tivra::QUERYSNAPANDSUBSCRIBE : tivra::QUERYSNAP, instrument, tag, 0);
+        send(isFirst ? subscribeCommand(kind) : queryCommand(kind), instrument, tag, 0);
     } catch (...) {
         if (isFirst)
             giveUp(*subscription);
@@ -87,24 +89,28 @@ void FeedRegistry::giveUp(SubscriptionState& subscription) {
 
 /// The symbol's item gets the subscription. The first one has the item made; others share it, and get an
 /// image of their own.
-std::shared_ptr<SubscriptionState> FeedRegistry::enter(const Instrument& instrument,
-                                                       tivra::SubscriptionHandlers handlers, int64_t tag,
+std::shared_ptr<SubscriptionState> FeedRegistry::enter(ItemKind kind, const Instrument& instrument,
+                                                       SubscriptionState::Handlers handlers, int64_t tag,
                                                        bool& isFirst) {
     const tp::MutexLock lock(m_mutex);
-    const auto found = m_items.find(Key(instrument.source, instrument.symbol));
-    isFirst = found == m_items.end();
-    const std::shared_ptr<FeedItem> item =
-        isFirst ? std::make_shared<FeedItem>(shared_from_this(), instrument.source, instrument.symbol, tag)
-                : found->second;
-    auto subscription = std::make_shared<SubscriptionState>(item, std::move(handlers), isFirst ? 0 : tag);
-    if (isFirst) {
-        m_items.emplace(Key(item->source(), item->symbol()), item);
-        m_targets[tag] = item;
-    } else {
-        m_targets[tag] = Latecomer{item, subscription};
-    }
-    item->add(subscription);
     ++m_subscriptionCount;
+    const auto found = m_items.find(Key{instrument.symbol, instrument.source, kind});
+    isFirst = found == m_items.end();
+    if (!isFirst) {
+        const std::shared_ptr<FeedItem>& item = found->second;
+        auto latecomer = std::make_shared<SubscriptionState>(item, std::move(handlers), tag);
+        m_targets[tag] = Latecomer{item, latecomer};
+        item->add(latecomer);
+        return latecomer;
+    }
+    const auto item =
+        std::make_shared<FeedItem>(shared_from_this(), kind, instrument.source, instrument.symbol, tag);
+    auto subscription = std::make_shared<SubscriptionState>(item, std::move(handlers), 0);
+    item->begin(subscription);
+    m_items.emplace(keyOf(*item), item);
+    if (kind == ItemKind::Pattern)
+        m_patterns.push_back(item);
+    m_targets[tag] = item;
     return subscription;
 }
 
@@ -168,10 +174,64 @@ FeedRegistry::Target FeedRegistry::targetOf(int64_t tag) {
     return found != m_targets.end() ? found->second : Target();
 }
 
-std::shared_ptr<FeedItem> FeedRegistry::findItem(int source, std::string_view symbol) {
+std::vector<std::shared_ptr<FeedItem>> FeedRegistry::findItems(int source, std::string_view symbol) {
+    std::vector<std::shared_ptr<FeedItem>> items;
     const tp::MutexLock lock(m_mutex);
-    const auto found = m_items.find(Key(source, symbol));
-    return found != m_items.end() ? found->second : nullptr;
+    for (const ItemKind kind : {ItemKind::Symbol, ItemKind::OrderBook})
+        if (const auto found = m_items.find(Key{symbol, source, kind}); found != m_items.end())
+            items.push_back(found->second);
+    for (const std::shared_ptr<FeedItem>& pattern : m_patterns)
+        if (pattern->source() == source && matchesWildcard(pattern->symbol(), symbol))
+            items.push_back(pattern);
+    return items;
+}
+
+std::vector<std::shared_ptr<FeedItem>> FeedRegistry::itemsOf(int source) {
+    std::vector<std::shared_ptr<FeedItem>> items;
+    const tp::MutexLock lock(m_mutex);
+    for (const auto& [key, item] : m_items)
+        if (key.source == source)
+            items.push_back(item);
+    return items;
+}
+
+void FeedRegistry::withdraw(int source) {
+    for (const std::shared_ptr<FeedItem>& item : itemsOf(source))
+        item->withdraw();
+}
+
+void FeedRegistry::restore(int source) {
+    for (const std::shared_ptr<FeedItem>& item : itemsOf(source))
+        if (item->isWithdrawn()) {
+            item->restore();
+            askAnew(item);
+        }
+}
+
+/// Whether the hub has kept what it had to withhold nobody knows, so it is told to forget it.
+void FeedRegistry::askAnew(const std::shared_ptr<FeedItem>& item) {
+    const int64_t former = item->tag();
+    int64_t tag = 0;
+    try {
+        tag = nextTag();
+    } catch (const Error&) {
+        return; // closed
+    }
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (item->isGone())
+            return;
+        m_targets.erase(former);
+        m_targets[tag] = item;
+        item->setTag(tag);
+    }
+    unsubscribe(item, former);
+    try {
+        send(subscribeCommand(item->kind()), {item->source(), std::string(item->symbol())}, tag, 0);
+    } catch (const Error&) {
+        laterAt(tp::Clock::monotonic() + kSendAgain,
+                [registry = shared_from_this(), item] { registry->askAnew(item); });
+    }
 }
 
 void FeedRegistry::forgetItem(FeedItem& item) {
@@ -183,7 +243,9 @@ void FeedRegistry::forgetItem(FeedItem& item) {
 void FeedRegistry::removeItem(FeedItem& item) {
     item.setGone();
     m_targets.erase(item.tag());
-    const auto found = m_items.find(Key(item.source(), item.symbol()));
+    if (item.kind() == ItemKind::Pattern)
+        std::erase_if(m_patterns, [&item](const auto& one) { return one.get() == &item; });
+    const auto found = m_items.find(keyOf(item));
     if (found != m_items.end() && found->second.get() == &item)
         m_items.erase(found);
 }
@@ -227,18 +289,18 @@ void FeedRegistry::release(FeedItem& item, const FeedItem::Subscriptions& leaver
             return;
         removeItem(item);
     }
-    unsubscribe(item.shared_from_this());
+    unsubscribe(item.shared_from_this(), item.tag());
 }
 
 /// The hub would go on sending what nobody wants.
-void FeedRegistry::unsubscribe(const std::shared_ptr<FeedItem>& item) {
+void FeedRegistry::unsubscribe(const std::shared_ptr<FeedItem>& item, int64_t tag) {
     const tp::MutexLock lock(m_sendMutex);
     if (m_sender == nullptr ||
         m_sender->send(tivra::UNSUBSCRIBE, {item->source(), std::string(item->symbol())}, m_sender->nextTag(),
-                       item->tag()))
+                       tag))
         return;
-    laterAt(tp::Clock::monotonic() + kUnsubscribeAgain,
-            [registry = shared_from_this(), item] { registry->unsubscribe(item); });
+    laterAt(tp::Clock::monotonic() + kSendAgain,
+            [registry = shared_from_this(), item, tag] { registry->unsubscribe(item, tag); });
 }
 
 bool FeedRegistry::isField(std::string_view name) {

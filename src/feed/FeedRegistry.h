@@ -23,13 +23,13 @@
 #include "feed/FeedItem.h"
 #include "feed/FieldTable.h"
 #include "feed/LaterThread.h"
+#include "feed/SubscriptionState.h"
 
 namespace tivra_internal {
 
 class AnswerState;
 class FeedSender;
 class FeedStream;
-class SubscriptionState;
 
 /// What a feed has asked for: its items by symbol, and by tag whoever waits for an answer. Subscriptions,
 /// answers and streams share it, so it may outlive the feed. @thread any
@@ -51,8 +51,8 @@ public:
     FeedRegistry& operator=(const FeedRegistry&) = delete;
 
     // --- what the feed does; each throws tivra::Error ---
-    [[nodiscard]] std::shared_ptr<SubscriptionState> subscribe(const tivra::Instrument& instrument,
-                                                               tivra::SubscriptionHandlers handlers);
+    [[nodiscard]] std::shared_ptr<SubscriptionState>
+    subscribe(ItemKind kind, const tivra::Instrument& instrument, SubscriptionState::Handlers handlers);
     /// @param what     the name of the request, for error texts
     /// @param timeout  in seconds
     [[nodiscard]] std::shared_ptr<AnswerState> request(tivra::Commands command, const char* what,
@@ -67,10 +67,16 @@ public:
     /// Ends everything that stands. The streams are gone.
     void close() TP_EXCLUDES(m_mutex);
 
+    // --- what the session reports ---
+    /// The user may not see the source any more.
+    void withdraw(int source) TP_EXCLUDES(m_mutex);
+    /// The user may see it again: what stood is asked for anew.
+    void restore(int source) TP_EXCLUDES(m_mutex);
+
     // --- what the streams ask ---
     [[nodiscard]] Target targetOf(int64_t tag) TP_EXCLUDES(m_mutex);
-    /// Null when nobody has subscribed that.
-    [[nodiscard]] std::shared_ptr<FeedItem> findItem(int source, std::string_view symbol)
+    /// Whoever has subscribed that symbol, its order book, or a pattern that it matches.
+    [[nodiscard]] std::vector<std::shared_ptr<FeedItem>> findItems(int source, std::string_view symbol)
         TP_EXCLUDES(m_mutex);
     /// The hub has refused the item.
     void forgetItem(FeedItem& item) TP_EXCLUDES(m_mutex);
@@ -96,21 +102,32 @@ public:
     [[nodiscard]] tivra::FeedStatistics statistics() TP_EXCLUDES(m_mutex);
 
 private:
-    using Key = std::pair<int, std::string_view>;
+    struct Key {
+        std::string_view symbol;
+        int source;
+        ItemKind kind;
+        bool operator==(const Key&) const = default;
+    };
     struct KeyHash {
         [[nodiscard]] std::size_t operator()(const Key& key) const noexcept {
-            return std::hash<std::string_view>()(key.second) * 31 + static_cast<std::size_t>(key.first);
+            return std::hash<std::string_view>()(key.symbol) * 31 +
+                   (static_cast<std::size_t>(key.source) << 2 | static_cast<std::size_t>(key.kind));
         }
     };
+    [[nodiscard]] static Key keyOf(const FeedItem& item) noexcept {
+        return {item.symbol(), item.source(), item.kind()};
+    }
 
     [[nodiscard]] int64_t nextTag() TP_EXCLUDES(m_sendMutex);
     void send(tivra::Commands command, const tivra::Instrument& instrument, int64_t tag, int64_t origin)
         TP_EXCLUDES(m_sendMutex);
-    [[nodiscard]] std::shared_ptr<SubscriptionState> enter(const tivra::Instrument& instrument,
-                                                           tivra::SubscriptionHandlers handlers, int64_t tag,
+    [[nodiscard]] std::shared_ptr<SubscriptionState> enter(ItemKind kind, const tivra::Instrument& instrument,
+                                                           SubscriptionState::Handlers handlers, int64_t tag,
                                                            bool& isFirst) TP_EXCLUDES(m_mutex);
+    [[nodiscard]] std::vector<std::shared_ptr<FeedItem>> itemsOf(int source) TP_EXCLUDES(m_mutex);
+    void askAnew(const std::shared_ptr<FeedItem>& item) TP_EXCLUDES(m_mutex, m_sendMutex);
     void removeItem(FeedItem& item) TP_REQUIRES(m_mutex);
-    void unsubscribe(const std::shared_ptr<FeedItem>& item) TP_EXCLUDES(m_sendMutex);
+    void unsubscribe(const std::shared_ptr<FeedItem>& item, int64_t tag) TP_EXCLUDES(m_sendMutex);
     void giveUp(SubscriptionState& subscription) TP_EXCLUDES(m_mutex);
 
     const std::shared_ptr<FieldTable> m_fields = std::make_shared<FieldTable>();
@@ -125,6 +142,7 @@ private:
 
     tp::Mutex m_mutex{kLockFeedRegistry}; ///< guards what follows
     std::unordered_map<Key, std::shared_ptr<FeedItem>, KeyHash> m_items TP_GUARDED_BY(m_mutex);
+    std::vector<std::shared_ptr<FeedItem>> m_patterns TP_GUARDED_BY(m_mutex); ///< those of m_items
     std::unordered_map<int64_t, Target> m_targets TP_GUARDED_BY(m_mutex);
     std::vector<FeedStream*> m_streams TP_GUARDED_BY(m_mutex);
     std::size_t m_subscriptionCount TP_GUARDED_BY(m_mutex) = 0;

@@ -1,10 +1,12 @@
 #include "feed/FeedStream.h"
 
+#include <unordered_set>
 #include <utility>
 
 #include <tp/Clock.h>
 
 #include "feed/AnswerState.h"
+#include "feed/ClockTime.h"
 #include "feed/FeedImpl.h"
 #include "feed/FeedItem.h"
 #include "feed/RecordData.h"
@@ -49,28 +51,24 @@ void FeedStream::deliver(const StreamMessage& incoming) {
         deliverTagged(incoming);
         return;
     }
-    FeedItem* const item = incoming.hasStatus ? nullptr : itemOf(incoming.message);
-    if (item == nullptr) {
+    const ItemTable::Slot* const slot = incoming.hasStatus ? nullptr : slotOf(incoming.message);
+    if (slot == nullptr) {
         m_registry->countUnwanted();
         return;
     }
     m_updates.store(m_updates.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    item->deliver(*this, incoming.message,
-                  incoming.message.isRefresh ? Update::Kind::Refresh : Update::Kind::Update);
+    const Update::Kind kind = incoming.message.isRefresh ? Update::Kind::Refresh : Update::Kind::Update;
+    slot->forEach([&](FeedItem& item) { item.deliver(*this, incoming.message, kind); });
 }
 
-FeedItem* FeedStream::itemOf(const KVNAPI::Message& message) {
+const ItemTable::Slot* FeedStream::slotOf(const KVNAPI::Message& message) {
     const int source = sourceOf(message);
     const std::string_view symbol = symbolOf(message);
-    FeedItem* const known = m_items.find(source, symbol);
-    if (known != nullptr && !known->isGone())
+    const ItemTable::Slot* const known = m_items.find(source, symbol);
+    if (known != nullptr && !known->isOutdated())
         return known;
-    std::shared_ptr<FeedItem> item = m_registry->findItem(source, symbol);
-    if (item == nullptr)
-        return nullptr;
-    FeedItem* const found = item.get();
-    m_items.insert(source, symbol, std::move(item));
-    return found;
+    ItemTable::Items items = m_registry->findItems(source, symbol);
+    return items.empty() ? nullptr : &m_items.set(source, symbol, std::move(items));
 }
 
 void FeedStream::deliverTagged(const StreamMessage& incoming) {
@@ -87,16 +85,14 @@ void FeedStream::deliverTagged(const StreamMessage& incoming) {
 
 void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMessage& incoming) {
     if (!incoming.hasStatus) {
-        // Its updates will name it as this does.
-        const FeedItem* const known = m_items.find(item->source(), item->symbol());
-        if (known != item.get())
-            m_items.insert(item->source(), item->symbol(), item);
+        // The updates will name it as this does.
+        m_items.add(sourceOf(incoming.message), symbolOf(incoming.message), item);
         item->deliver(*this, incoming.message, Update::Kind::Image);
         return;
     }
     if (incoming.status >= 0) {
-        if (m_items.find(item->source(), item->symbol()) != item.get())
-            m_items.insert(item->source(), item->symbol(), item);
+        // It may have no image, and is to hear of a loss all the same.
+        m_items.add(item->source(), item->symbol(), item);
         item->finishImage(*this);
         return;
     }
@@ -137,6 +133,7 @@ Error FeedStream::refusal(const std::string& what, int64_t status) const {
 }
 
 void FeedStream::connectionLost() {
+    m_conflatedSince.reset(); // the loss is the longer gap
     if (m_registry->isDetached())
         return;
     m_items.forEach([this](FeedItem& item) { item.lose(*this); });
@@ -145,6 +142,29 @@ void FeedStream::connectionLost() {
 void FeedStream::connectionBegins() {
     m_fields.forgetMissing();
     m_items.forEach([](FeedItem& item) { item.recover(); });
+}
+
+void FeedStream::hubDropped(std::uint64_t bytes) {
+    const auto now = wallTime();
+    tellOfGap({tivra::Gap::Cause::Overrun, m_lastDrop.value_or(now), now, std::nullopt, bytes});
+    m_lastDrop = now;
+}
+
+void FeedStream::conflationChanged(bool isConflating) {
+    const auto now = wallTime();
+    if (isConflating)
+        m_conflatedSince = now;
+    else if (const auto since = std::exchange(m_conflatedSince, std::nullopt))
+        tellOfGap({tivra::Gap::Cause::Conflation, *since, now, std::nullopt, std::nullopt});
+}
+
+void FeedStream::tellOfGap(const tivra::Gap& gap) {
+    // An item that several symbols belong to hears of it once.
+    std::unordered_set<const FeedItem*> told;
+    m_items.forEach([&](FeedItem& item) {
+        if (item.kind() != ItemKind::Pattern || told.insert(&item).second)
+            item.skip(*this, gap);
+    });
 }
 
 } // namespace tivra_internal

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <feed/Update.h>
@@ -28,6 +30,8 @@ public:
     void deliver(const StreamMessage& incoming) override;
     void connectionLost() override;
     void connectionBegins() override;
+    void hubDropped(std::uint64_t bytes) override;
+    void conflationChanged(bool isConflating) override;
 
     [[nodiscard]] HubFields& fields() noexcept { return m_fields; }
     /// Seconds since the epoch, to about a millisecond.
@@ -47,7 +51,9 @@ private:
     void deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMessage& incoming);
     void deliverTo(const FeedRegistry::Latecomer& latecomer, const StreamMessage& incoming);
     void deliverTo(const std::shared_ptr<AnswerState>& answer, const StreamMessage& incoming);
-    [[nodiscard]] FeedItem* itemOf(const KVNAPI::Message& message);
+    /// Who gets the updates of the message's symbol; null when nobody does.
+    [[nodiscard]] const ItemTable::Slot* slotOf(const KVNAPI::Message& message);
+    void tellOfGap(const tivra::Gap& gap);
     [[nodiscard]] tivra::Error refusal(const std::string& what, int64_t status) const;
 
     const std::shared_ptr<FeedRegistry> m_registry;
@@ -56,6 +62,8 @@ private:
     HubFields m_fields;
     ItemTable m_items;
     std::atomic<std::uint64_t> m_updates{0};
+    std::optional<std::chrono::system_clock::time_point> m_lastDrop; ///< when the hub's drops were known
+    std::optional<std::chrono::system_clock::time_point> m_conflatedSince;
     double m_now = 0.0;
     uint32_t m_beats = 0;
 };

@@ -4,35 +4,18 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "feed/FeedItem.h"
+
 namespace tivra_internal {
 
-class FeedItem;
-
-/// The items that one stream has met, by source and symbol: open addressing, so that a message finds its item
-/// with one look as a rule. Items that are gone leave when it grows. @thread that delivers for the hub
+/// Who gets the updates of the symbols that one stream has met, by source and symbol: open addressing, with a
+/// cache line for each symbol, so that a message finds its item with one look as a rule. What is gone leaves
+/// when the table grows. @thread that delivers for the hub
 class ItemTable {
-public:
-    /// Null when there is none.
-    [[nodiscard]] FeedItem* find(int source, std::string_view symbol) const noexcept {
-        if (m_slots.empty())
-            return nullptr;
-        const Key key(source, symbol);
-        return m_slots[placeOf(key, symbol)].item.get();
-    }
-    /// One that is in it under that name is replaced.
-    void insert(int source, std::string_view symbol, std::shared_ptr<FeedItem> item);
-
-    template<class Action>
-    void forEach(Action&& action) const {
-        for (const Slot& slot : m_slots)
-            if (slot.item != nullptr)
-                action(*slot.item);
-    }
-
-private:
     static constexpr std::size_t kWhole = 16;
 
     /// Two loads that may overlap have all bytes of a symbol of up to kWhole, which is every usual one: then
@@ -68,11 +51,64 @@ private:
         [[nodiscard]] bool isWhole() const noexcept { return shape >> 32 <= kWhole; }
         [[nodiscard]] bool operator==(const Key&) const = default;
     };
-    struct Slot {
-        Key key;
-        std::shared_ptr<FeedItem> item; ///< null in an empty slot
+
+public:
+    using Items = std::vector<std::shared_ptr<FeedItem>>;
+
+    /// The items of one symbol.
+    class alignas(64) Slot {
+    public:
+        /// One of those that cover it isn't there any more: ask anew.
+        [[nodiscard]] bool isOutdated() const noexcept {
+            if (m_rare == nullptr)
+                return m_item->isGone();
+            bool isOutdated = false;
+            forEach([&isOutdated](const FeedItem& item) { isOutdated = isOutdated || item.isGone(); });
+            return isOutdated;
+        }
+        template<class Action>
+        void forEach(Action&& action) const {
+            action(*m_item);
+            if (m_rare != nullptr)
+                for (const std::shared_ptr<FeedItem>& item : m_rare->others)
+                    action(*item);
+        }
+
+    private:
+        friend class ItemTable;
+
+        struct Rare {
+            std::string symbol; ///< the whole of it, where the key isn't
+            Items others;       ///< where a pattern or an order book covers it as well
+        };
+
+        Key m_key;
+        std::shared_ptr<FeedItem> m_item; ///< null in an empty slot
+        std::unique_ptr<Rare> m_rare;
     };
 
+    /// Null when there is none.
+    [[nodiscard]] const Slot* find(int source, std::string_view symbol) const noexcept {
+        if (m_slots.empty())
+            return nullptr;
+        const Key key(source, symbol);
+        const Slot& slot = m_slots[placeOf(key, symbol)];
+        return slot.m_item != nullptr ? &slot : nullptr;
+    }
+    /// The symbol's updates go to these, at least one, and to nobody else. Slots that were found before may
+    /// have moved.
+    const Slot& set(int source, std::string_view symbol, Items items);
+    /// Its updates go to that one too.
+    void add(int source, std::string_view symbol, const std::shared_ptr<FeedItem>& item);
+
+    template<class Action>
+    void forEach(Action&& action) const {
+        for (const Slot& slot : m_slots)
+            if (slot.m_item != nullptr)
+                slot.forEach(action);
+    }
+
+private:
     template<class T>
     [[nodiscard]] static std::uint64_t load(const char* from) noexcept {
         T value;
@@ -83,17 +119,17 @@ private:
     [[nodiscard]] std::size_t placeOf(const Key& key, std::string_view symbol) const noexcept {
         const std::size_t mask = m_slots.size() - 1;
         std::size_t place = key.hash() & mask;
-        while (m_slots[place].item != nullptr) {
-            if (m_slots[place].key == key && (key.isWhole() || hasSymbol(m_slots[place], symbol)))
+        while (m_slots[place].m_item != nullptr) {
+            const Slot& slot = m_slots[place];
+            if (slot.m_key == key && (key.isWhole() || slot.m_rare->symbol == symbol))
                 break;
             place = (place + 1) & mask;
         }
         return place;
     }
-    [[nodiscard]] static bool hasSymbol(const Slot& slot, std::string_view symbol) noexcept;
     void grow();
 
-    std::vector<Slot> m_slots; ///< a power of two of them, half full at most
+    std::vector<Slot> m_slots; ///< a power of two of them, three quarters full at most
     std::size_t m_count = 0;
 };
 

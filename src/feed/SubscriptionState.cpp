@@ -17,9 +17,12 @@ using tivra::DataState;
 
 } // namespace
 
-SubscriptionState::SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers,
-                                     std::int64_t imageTag)
-    : m_item(std::move(item)), m_id(nextId()), m_imageTag(imageTag), m_handlers(std::move(handlers)) {}
+SubscriptionState::SubscriptionState(std::shared_ptr<FeedItem> item, Handlers handlers, std::int64_t imageTag)
+    : m_handlers(std::move(handlers)), m_item(std::move(item)), m_id(nextId()), m_imageTag(imageTag) {}
+
+SubscriptionState::~SubscriptionState() {
+    delete m_error.load(std::memory_order_relaxed);
+}
 
 int SubscriptionState::source() const noexcept {
     return m_item->source();
@@ -39,8 +42,8 @@ tivra::SubscriptionStatistics SubscriptionState::statistics() const {
 }
 
 std::optional<tivra::Error> SubscriptionState::error() const {
-    const tp::MutexLock lock(m_mutex);
-    return m_error != nullptr ? std::optional<tivra::Error>(*m_error) : std::nullopt;
+    const tivra::Error* const error = m_error.load(std::memory_order_acquire);
+    return error != nullptr ? std::optional<tivra::Error>(*error) : std::nullopt;
 }
 
 void SubscriptionState::close() {
@@ -57,20 +60,18 @@ void SubscriptionState::change(DataState to, std::string_view cause, const tivra
         if (from == DataState::Pending && (to == DataState::Stale || to == DataState::Recovering))
             return;
     } while (!m_state.compare_exchange_weak(from, to));
-    if (error != nullptr) {
-        const tp::MutexLock lock(m_mutex);
-        m_error = std::make_unique<tivra::Error>(*error);
-    }
-    if (m_handlers.onState)
+    if (error != nullptr)
+        m_error.store(std::make_unique<tivra::Error>(*error).release(), std::memory_order_release);
+    if (m_handlers->onState)
         callbacks.run("onState", *this, [&] {
-            m_handlers.onState(view(), {from, to, cause, error, wallTime()});
+            m_handlers->onState(view(), {from, to, cause, error, wallTime()});
         });
 }
 
 void SubscriptionState::gap(const tivra::Gap& gap, Callbacks& callbacks) {
     count(m_gaps);
-    if (m_handlers.onGap)
-        callbacks.run("onGap", *this, [&] { m_handlers.onGap(view(), gap); });
+    if (m_handlers->onGap)
+        callbacks.run("onGap", *this, [&] { m_handlers->onGap(view(), gap); });
 }
 
 } // namespace tivra_internal

@@ -9,7 +9,6 @@
 #include <feed/Error.h>
 #include <feed/Subscription.h>
 #include <feed/Update.h>
-#include <tp/Mutex.h>
 
 #include "feed/Callbacks.h"
 #include "feed/UpdateData.h"
@@ -22,9 +21,12 @@ class FeedItem;
 /// calls them.
 class SubscriptionState : public std::enable_shared_from_this<SubscriptionState> {
 public:
+    /// Those of a group share them.
+    using Handlers = std::shared_ptr<const tivra::SubscriptionHandlers>;
+
     /// @param imageTag  of the request for an image of its own; 0 for the one that its item was made for
-    SubscriptionState(std::shared_ptr<FeedItem> item, tivra::SubscriptionHandlers handlers,
-                      std::int64_t imageTag);
+    SubscriptionState(std::shared_ptr<FeedItem> item, Handlers handlers, std::int64_t imageTag);
+    ~SubscriptionState();
     SubscriptionState(const SubscriptionState&) = delete;
     SubscriptionState& operator=(const SubscriptionState&) = delete;
 
@@ -36,7 +38,7 @@ public:
     [[nodiscard]] std::uint64_t id() const noexcept { return m_id; }
     [[nodiscard]] std::int64_t imageTag() const noexcept { return m_imageTag; }
     [[nodiscard]] const std::shared_ptr<FeedItem>& item() const noexcept { return m_item; }
-    [[nodiscard]] std::optional<tivra::Error> error() const TP_EXCLUDES(m_mutex);
+    [[nodiscard]] std::optional<tivra::Error> error() const;
     void close();
     [[nodiscard]] tivra::SubscriptionView view() noexcept { return tivra::SubscriptionView(*this); }
     [[nodiscard]] tivra::Subscription handle() { return tivra::Subscription(shared_from_this()); }
@@ -53,32 +55,31 @@ public:
     void update(const UpdateData& data, Callbacks& callbacks, double now) {
         count(m_updates);
         m_lastUpdate.store(now, std::memory_order_relaxed);
-        if (m_handlers.onUpdate)
-            callbacks.run("onUpdate", *this, [&] { m_handlers.onUpdate(data.update()); });
+        if (m_handlers->onUpdate)
+            callbacks.run("onUpdate", *this, [&] { m_handlers->onUpdate(data.update()); });
     }
     /// Nothing when it is in that state, refused or closed.
     void change(tivra::DataState to, std::string_view cause, const tivra::Error* error, Callbacks& callbacks);
     void gap(const tivra::Gap& gap, Callbacks& callbacks);
     /// It is closed and left: what the handlers hold goes.
-    void dropHandlers() { m_handlers = {}; }
+    void dropHandlers() { m_handlers.reset(); }
 
 private:
     /// A counter that one thread at a time writes and others read.
-    static void count(std::atomic<std::uint64_t>& counter) noexcept {
+    template<class Count>
+    static void count(std::atomic<Count>& counter) noexcept {
         counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
 
+    Handlers m_handlers; ///< used in the item's turn
+    std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
+    std::atomic<std::uint32_t> m_gaps{0};
+    std::atomic<std::uint64_t> m_updates{0};
+    std::atomic<double> m_lastUpdate{0.0}; ///< seconds since the epoch, 0 before the first
     const std::shared_ptr<FeedItem> m_item;
     const std::uint64_t m_id;
     const std::int64_t m_imageTag;
-    tivra::SubscriptionHandlers m_handlers; ///< used in the item's turn
-    std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
-    std::atomic<std::uint64_t> m_updates{0};
-    std::atomic<std::uint64_t> m_gaps{0};
-    std::atomic<double> m_lastUpdate{0.0}; ///< seconds since the epoch, 0 before the first
-
-    mutable tp::Mutex m_mutex;
-    std::unique_ptr<tivra::Error> m_error TP_GUARDED_BY(m_mutex);
+    std::atomic<const tivra::Error*> m_error{nullptr}; ///< set once at most; owned
 };
 
 } // namespace tivra_internal

@@ -35,6 +35,10 @@ public:
     virtual void connectionLost() = 0;
     /// What follows comes over another connection.
     virtual void connectionBegins() = 0;
+    /// The hub says that it has dropped so many bytes more of what was for this connection.
+    virtual void hubDropped(uint64_t bytes) = 0;
+    /// The hub merges updates for want of room, or has ceased to. What was merged before has been delivered.
+    virtual void conflationChanged(bool isConflating) = 0;
 };
 
 /// What makes the streams of a session.

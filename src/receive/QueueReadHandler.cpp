@@ -248,6 +248,7 @@ bool QueueReadHandler::calcStats(double curtime) {
 void QueueReadHandler::reset() {
     m_isNewConnection = true;
     m_lossesBefore = m_losses.load(std::memory_order_relaxed);
+    m_hubDropsBefore = 0;
     endJitConflation();
     setHubIdleCount(0);
 }

@@ -117,6 +117,8 @@ private:
     [[nodiscard]] bool consumeSystemRecord(KVNAPI::Message& msg);
     [[nodiscard]] bool consumeHeartbeat();
     void takeHubStatus(const KVNAPI::Message& msg);
+    /// @param sum  bytes that the hub has dropped since the connection began
+    void takeHubDrops(uint64_t sum);
     void takeJit(const KVNAPI::Message& msg);
     void takeEntitlementAlert(const KVNAPI::Message& msg);
 
@@ -165,6 +167,7 @@ private:
     std::atomic<uint32_t> m_losses{0};
     uint32_t m_lossesReported = 0;
     uint32_t m_lossesBefore = 0;   ///< of the connections before the one that is delivered
+    uint64_t m_hubDropsBefore = 0; ///< the hub's count when it was seen last
     bool m_isNewConnection = true; ///< and nothing of it has been delivered
 
     // What the hub has said about itself.

@@ -46,10 +46,17 @@ bool QueueReadHandler::consumeHeartbeat() {
 void QueueReadHandler::takeHubStatus(const KVNAPI::Message& msg) {
     const KVNAPI::TVPair* const drops = msg.findPair(m_hubDropTok);
     if (drops != nullptr && countOf(*drops) != 0)
-        m_responseQueue->updateHubDrops(countOf(*drops));
+        takeHubDrops(countOf(*drops));
     const KVNAPI::TVPair* const idle = msg.findPair(m_idleCntTok);
     if (idle != nullptr)
         setHubIdleCount(countOf(*idle));
+}
+
+void QueueReadHandler::takeHubDrops(uint64_t sum) {
+    m_responseQueue->updateHubDrops(sum);
+    if (m_stream != nullptr && sum > m_hubDropsBefore)
+        m_stream->hubDropped(sum - m_hubDropsBefore);
+    m_hubDropsBefore = sum;
 }
 
 void QueueReadHandler::takeJit(const KVNAPI::Message& msg) {
@@ -67,8 +74,11 @@ void QueueReadHandler::takeJit(const KVNAPI::Message& msg) {
     const bool wasConflating = m_lastJitStatus.exchange(status) != 0;
     const bool isConflating = status != 0;
     // From one non-zero value to another the hub stays one of those that conflate.
-    if (isConflating != wasConflating)
+    if (isConflating != wasConflating) {
         m_session.addJitCount(isConflating ? 1 : -1);
+        if (m_stream != nullptr)
+            m_stream->conflationChanged(isConflating);
+    }
     eprintf(EPF_INFO, "%s: JIT: this HUB has %s conflating", m_hubClient.getHubAddr().c_str(),
             isConflating ? "started" : "stopped");
 }

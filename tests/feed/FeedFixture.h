@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <feed.h>
+#include <gtest/gtest.h>
 #include <tivra_testkit/StartedHub.h>
 
 /// Lines that callbacks write, and a wait for them.
@@ -68,3 +69,16 @@ inline tivra::SubscriptionHandlers writeTo(Story& story, const tivra::Field& bid
     };
     return handlers;
 }
+
+/// A feed that is open, at a hub in the test.
+class FeedTest : public testing::Test {
+protected:
+    void pushBid(int price) {
+        hub.pushRecord(tivra_sim::Record(100, "IBM").add(tivra_sim::token::BID, price));
+    }
+
+    tivra_testkit::StartedHub hub;
+    Story story;
+    tivra::Feed feed = tivra::Feed::open(optionsFor(hub));
+    const tivra::Field bid = feed.field("BID");
+};

@@ -24,16 +24,6 @@ namespace token = tivra_sim::token;
 
 namespace {
 
-class FeedTest : public testing::Test {
-protected:
-    void pushBid(int price) { hub.pushRecord(Record(100, "IBM").add(token::BID, price)); }
-
-    StartedHub hub;
-    Story story;
-    Feed feed = Feed::open(optionsFor(hub));
-    const tivra::Field bid = feed.field("BID");
-};
-
 /// The error that a call throws, as "Code: cause".
 template<class Call>
 std::string thrownBy(Call&& call) {

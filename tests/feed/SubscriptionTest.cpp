@@ -1,0 +1,150 @@
+// Subscriptions by the group, by pattern and of order books, and what they hear besides data.
+#include "FeedFixture.h"
+
+#include <algorithm>
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using tivra::DataState;
+using tivra::Error;
+using tivra::Gap;
+using tivra::Instrument;
+using tivra_sim::Record;
+namespace token = tivra_sim::token;
+
+namespace {
+
+class SubscriptionTest : public FeedTest {
+protected:
+    /// Lines of what subscriptions of several symbols hear: "IBM update 2", "IBM Live".
+    tivra::SubscriptionHandlers write() {
+        tivra::SubscriptionHandlers handlers;
+        handlers.onUpdate = [this](const tivra::Update& update) {
+            std::ostringstream line;
+            line << update.symbol() << (update.kind() == tivra::Update::Kind::Image ? " image" : " update");
+            if (update.kind() != tivra::Update::Kind::Image)
+                line << ' ' << update.get<double>(bid).value_or(-1.0);
+            story.add(line.str());
+        };
+        handlers.onState = [this](const tivra::SubscriptionView& view, const tivra::StateChange& change) {
+            story.add(std::string(view.symbol()) + ' ' + nameOf(change.to));
+        };
+        handlers.onGap = [this](const tivra::SubscriptionView& view, const Gap& gap) {
+            constexpr const char* kCauses[] = {"loss", "withdrawal", "overrun", "conflation"};
+            story.add(std::string(view.symbol()) + " gap by " + kCauses[static_cast<int>(gap.cause)] +
+                      (gap.bytes ? ' ' + std::to_string(*gap.bytes) : ""));
+        };
+        return handlers;
+    }
+    void push(const char* symbol, int price) { hub.pushRecord(Record(100, symbol).add(token::BID, price)); }
+};
+
+} // namespace
+
+TEST_F(SubscriptionTest, AGroupIsMadeChangedAndEndedAsOne) {
+    tivra::SubscriptionGroup group = feed.subscribeAll({{100, "IBM"}, {100, "AIG"}, {100, "IBM"}}, write());
+    ASSERT_EQ(group.size(), 2U);
+    EXPECT_EQ(group.add({{100, "AIG"}, {100, "BAC"}, {100, "NONE.SUCH"}}), 2U);
+    ASSERT_TRUE(story.waitUntil([&] { return group.statistics().pending == 0; }));
+    EXPECT_EQ(group.statistics().live, 3U);
+    EXPECT_EQ(group.state({100, "NONE.SUCH"}), DataState::Refused);
+    EXPECT_THAT(group.error({100, "NONE.SUCH"})->what(), HasSubstr("has refused"));
+    EXPECT_EQ(group.state({100, "GE"}), std::nullopt);
+
+    EXPECT_THROW(group.add({{100, "GE"}, {100, "G|E"}}), Error);
+    EXPECT_FALSE(group.contains({100, "GE"}));
+    EXPECT_EQ(group.remove({{100, "AIG"}, {100, "GE"}}), 1U);
+    ASSERT_TRUE(hub.waitForCommand("Unsubscribe"));
+    push("AIG", 1);
+    push("BAC", 2);
+    ASSERT_TRUE(story.waitFor("BAC update 2"));
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("AIG update 1")));
+
+    std::set<std::string> symbols;
+    group.forEach([&](const tivra::SubscriptionView& view) { symbols.emplace(view.symbol()); });
+    EXPECT_THAT(symbols, ElementsAre("BAC", "IBM", "NONE.SUCH"));
+    group.close();
+    EXPECT_EQ(feed.statistics().subscriptions, 0U);
+    EXPECT_THROW(group.add({{100, "GE"}}), Error);
+}
+
+TEST_F(SubscriptionTest, APatternCoversWhatMatchesNowAndWhatComesLater) {
+    auto pattern = feed.subscribeWildcard(100, "I*", write());
+    ASSERT_TRUE(story.waitFor("I* Live"));
+    EXPECT_THAT(story.lines(), testing::Contains("IBM image"));
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("AIG image")));
+    push("INEW", 7);
+    ASSERT_TRUE(story.waitFor("INEW update 7"));
+    // A subscription of one of them stands beside it, and both go their ways.
+    Story own;
+    auto ibm = feed.subscribe({100, "IBM"}, writeTo(own, bid));
+    ASSERT_TRUE(own.waitFor("Live"));
+    push("IBM", 3);
+    ASSERT_TRUE(own.waitFor("update 3"));
+    ASSERT_TRUE(story.waitFor("IBM update 3"));
+    pattern.close();
+    ASSERT_TRUE(hub.waitForSubscriptions(1));
+    push("IBM", 4);
+    ASSERT_TRUE(own.waitFor("update 4"));
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("IBM update 4")));
+}
+
+TEST_F(SubscriptionTest, APatternHearsOfALossOnceAndComesBack) {
+    auto pattern = feed.subscribeWildcard(100, "I*", write());
+    ASSERT_TRUE(story.waitFor("I* Live"));
+    hub.dropConnections();
+    ASSERT_TRUE(story.waitFor("I* gap by loss"));
+    ASSERT_TRUE(story.waitUntil([&] { return pattern.state() == DataState::Live; }));
+    const std::vector<std::string> lines = story.lines();
+    for (const char* const line : {"I* Stale", "I* Recovering", "I* gap by loss"})
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
+}
+
+TEST_F(SubscriptionTest, AnOrderBookHasALineForEachImageAndThenItsChanges) {
+    hub.pushRecord(Record(100, "IBM").add(token::BID, 1).add(token::ASK, 2));
+    auto book = feed.subscribeDepth({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    EXPECT_THAT(story.lines(), testing::Contains("IBM image"));
+    push("IBM", 5);
+    ASSERT_TRUE(story.waitFor("IBM update 5"));
+    EXPECT_TRUE(hub.waitForCommand("QueryDepthAndSubscribe"));
+}
+
+TEST_F(SubscriptionTest, AWithdrawnSourceIsStaleUntilItIsGrantedAgain) {
+    auto ibm = feed.subscribe({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    hub.withdrawSource(100);
+    ASSERT_TRUE(story.waitFor("IBM Stale"));
+    hub.clearRequests();
+    hub.grantSource(100);
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
+    EXPECT_THAT(story.lines(), ElementsAre("IBM image", "IBM Live", "IBM Stale", "IBM Recovering",
+                                           "IBM gap by withdrawal", "IBM image", "IBM Live"));
+    // Under the tag that it was asked for with last.
+    ibm.close();
+    EXPECT_TRUE(hub.waitForSubscriptions(0));
+}
+
+TEST_F(SubscriptionTest, WhatTheHubLeavesOutIsAGapInItsPlace) {
+    auto ibm = feed.subscribe({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    push("IBM", 1);
+    hub.pushHubStatus(500, 0);
+    push("IBM", 2);
+    hub.pushHubStatus(500, 0); // nothing new
+    hub.pushJit(3);
+    push("IBM", 3);
+    hub.pushJit(0);
+    push("IBM", 4);
+    hub.pushHubStatus(700, 0);
+    ASSERT_TRUE(story.waitFor("IBM gap by overrun 200"));
+    EXPECT_THAT(story.lines(), ElementsAre("IBM image", "IBM Live", "IBM update 1", "IBM gap by overrun 500",
+                                           "IBM update 2", "IBM update 3", "IBM gap by conflation",
+                                           "IBM update 4", "IBM gap by overrun 200"));
+    EXPECT_EQ(ibm.state(), DataState::Live);
+}
