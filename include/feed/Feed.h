@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "TivraApi.h"
@@ -13,7 +14,9 @@
 #include "feed/ConnectionEvent.h"
 #include "feed/FeedOptions.h"
 #include "feed/Field.h"
+#include "feed/HubStatistics.h"
 #include "feed/Instrument.h"
+#include "feed/LatencySummary.h"
 #include "feed/Result.h"
 #include "feed/Subscription.h"
 #include "feed/SubscriptionGroup.h"
@@ -35,6 +38,14 @@ struct FeedStatistics {
     std::uint64_t failedCallbacks = 0; ///< exceptions that left a callback
     std::size_t subscriptions = 0;     ///< open now
     std::size_t requests = 0;          ///< waiting for their answer now
+
+    // Of all hubs together; HubStatistics says what they are, and of how many messages.
+    LatencySummary socketToDecode;
+    LatencySummary decodeToCallback;
+    LatencySummary callback;
+    LatencySummary
+        requestToAnswer; ///< of each request, from the call until its answer is complete or refused
+    std::vector<HubStatistics> hubs;
 };
 
 /// A connection to the data of one user: it finds the hubs, logs in, keeps the connections up, and brings
@@ -50,6 +61,8 @@ struct FeedStatistics {
 class TIVRA_API Feed {
 public:
     using UpdateCallback = std::function<void(const Update&)>;
+    /// Names and values that tell this feed from others; see StatisticsText::Labels.
+    using StatisticsLabels = std::vector<std::pair<std::string, std::string>>;
 
     /// Connects, logs in and waits until all hubs are ready.
     /// @throws Error with the phase and the hub that it failed at
@@ -106,6 +119,15 @@ public:
                                                  SubscriptionHandlers handlers);
 
     FeedStatistics statistics() const;
+    /// The same as a line of JSON without a line break, in the form of StatisticsText::json: "time",
+    /// "labels", counters, and times in seconds with the keys "count", "min", "p50", "p90", "p99", "p999" and
+    /// "max".
+    std::string statisticsText(const StatisticsLabels& labels = StatisticsLabels()) const;
+    /// The same in the OpenMetrics 1.0 text form, as StatisticsText::openMetrics gives it: counters of the
+    /// feed and of its hubs, which have a label "hub", and times as summaries in seconds, the shortest and
+    /// the longest as the quantiles 0 and 1. Labels of the application with the names "hub" and "quantile"
+    /// are left out.
+    std::string openMetrics(const StatisticsLabels& labels = StatisticsLabels()) const;
 
     /// Closes: subscriptions end, outstanding answers fail with Closed, callbacks that run are waited for.
     /// Further calls do nothing.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <iterator>
 #include <optional>
@@ -48,6 +49,14 @@ public:
     int permission() const noexcept;
     /// The subscription that this is for.
     SubscriptionView subscription() const noexcept;
+
+    /// When the read from the socket returned that completed the message, by this machine's clock. While the
+    /// application is more than a thousand reads late it may be that of a message before. A look at the clock
+    /// is all that it costs, and nothing where it isn't called.
+    std::chrono::system_clock::time_point receivedAt() const;
+    /// When the message was decoded, if it is one of those that are measured (FeedOptions::latencySampling: 1
+    /// for all of them); else when this was called first for the message.
+    std::chrono::system_clock::time_point decodedAt() const;
 
     /// The value of a field, if the update has it; the first one where it has several. Value::as lists the
     /// types.

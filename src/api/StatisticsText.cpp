@@ -1,17 +1,16 @@
 #include <event/StatisticsText.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <ctime>
 #include <string_view>
 
 #include <event/StatisticsEvent.h>
-#include <tp/Clock.h>
 
-#include "api/Utf8.h"
+#include "api/MetricText.h"
 
 namespace tivra {
 namespace {
+
+using tivra_internal::join;
 
 /// One metric. A name ends with its unit, and a counter's samples with "_total" behind that.
 struct Metric {
@@ -66,13 +65,6 @@ constexpr Metric kMetrics[] = {
      "Highest rate handed to the application over a second.", false},
 };
 
-std::string join(std::initializer_list<std::string_view> pieces) {
-    std::string text;
-    for (const std::string_view piece : pieces)
-        text += piece;
-    return text;
-}
-
 std::string sampleName(const Metric& metric) {
     return join({metric.name, metric.isCounter ? "_total" : ""});
 }
@@ -85,84 +77,18 @@ std::string valueText(const StatisticsEvent& event, const Metric& metric) {
     return join({std::to_string(value / 100), ".", std::to_string(100 + value % 100).substr(1)});
 }
 
-StatisticsText::Labels usableOf(const StatisticsText::Labels& labels) {
-    StatisticsText::Labels usable;
-    for (const auto& [name, value] : labels) {
-        bool isUsable = StatisticsText::isLabelName(name);
-        for (const auto& before : usable)
-            isUsable = isUsable && before.first != name;
-        if (isUsable)
-            usable.emplace_back(name, tivra_internal::validUtf8(value));
-    }
-    return usable;
-}
-
-std::string presentTime() {
-    const double now = tp::Clock::now();
-    const auto seconds = static_cast<std::time_t>(now);
-    const int milliseconds = static_cast<int>((now - static_cast<double>(seconds)) * 1000.0);
-    std::tm split{};
-    static_cast<void>(::gmtime_r(&seconds, &split));
-    char text[40];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &split);
-    std::snprintf(text + length, sizeof text - length, ".%03dZ", milliseconds);
-    return text;
-}
-
-/// The text between the quotes of a JSON string.
-std::string jsonEscaped(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        if (c == '"' || c == '\\') {
-            out += {'\\', c};
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char code[8];
-            std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(c));
-            out += code;
-        } else {
-            out += c;
-        }
-    }
-    return out;
-}
-
-/// The text between the quotes of a label's value.
-std::string labelEscaped(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        if (c == '\n') {
-            out += "\\n";
-        } else {
-            if (c == '"' || c == '\\')
-                out += '\\';
-            out += c;
-        }
-    }
-    return out;
-}
-
 } // namespace
 
 std::string StatisticsText::json(const StatisticsEvent& event, const Labels& labels) {
-    std::string text = join({R"({"time":")", presentTime(), "\""});
-    std::string_view before = R"(,"labels":{)";
-    for (const auto& [name, value] : usableOf(labels)) {
-        text += join({before, "\"", name, R"(":")", jsonEscaped(value), "\""});
-        before = ",";
-    }
-    if (before == ",")
-        text += "}";
+    std::string text = tivra_internal::jsonHead(labels);
     for (const Metric& metric : kMetrics)
         text += join({",\"", sampleName(metric), "\":", valueText(event, metric)});
     return text + "}";
 }
 
 std::string StatisticsText::openMetrics(const StatisticsEvent& event, const Labels& labels) {
-    std::string labelSet;
-    for (const auto& [name, value] : usableOf(labels))
-        labelSet += join({labelSet.empty() ? "{" : ",", name, "=\"", labelEscaped(value), "\""});
-    if (!labelSet.empty())
-        labelSet += "}";
+    const std::string pairs = tivra_internal::labelPairs(labels);
+    const std::string labelSet = pairs.empty() ? pairs : join({"{", pairs, "}"});
     std::string text;
     for (const Metric& metric : kMetrics) {
         const std::string family = join({kPrefix, metric.name});

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <tp/Clock.h>
 #include <tp/Thread.h>
 
 #include "feed/Callbacks.h"
@@ -22,7 +23,10 @@ namespace {
 } // namespace
 
 AnswerState::AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what)
-    : m_registry(std::move(registry)), m_tag(tag), m_what(std::move(what)) {}
+    : m_registry(std::move(registry))
+    , m_tag(tag)
+    , m_what(std::move(what))
+    , m_askedAt(tp::Clock::monotonic()) {}
 
 void AnswerState::setTimeOut(const LaterThread::Ticket& timeOut) {
     const tp::MutexLock lock(m_mutex);
@@ -36,6 +40,7 @@ void AnswerState::addRecord(tivra::Record record) {
 }
 
 void AnswerState::complete() {
+    measure();
     std::vector<tivra::Record> records;
     {
         const tp::MutexLock lock(m_mutex);
@@ -45,7 +50,18 @@ void AnswerState::complete() {
 }
 
 void AnswerState::fail(const Error& error) {
+    if (error.code() == Error::Code::Refused)
+        measure();
     end(error);
+}
+
+void AnswerState::measure() {
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (m_hasEnded)
+            return;
+    }
+    m_registry->measures().addAnswer(tp::Clock::monotonic() - m_askedAt);
 }
 
 void AnswerState::forget() {

@@ -51,6 +51,8 @@ public:
 
 private:
     void forget() TP_EXCLUDES(m_mutex);
+    /// The hub has said the last of it.
+    void measure() TP_EXCLUDES(m_mutex);
     /// In a child of the process that has asked, where a thread that isn't there may hold the mutex.
     [[nodiscard]] bool isForeign() const noexcept;
     [[nodiscard]] static tivra::Error foreignError();
@@ -60,6 +62,7 @@ private:
     const std::shared_ptr<FeedRegistry> m_registry;
     const int64_t m_tag;
     const std::string m_what;
+    const double m_askedAt; ///< by the monotonic clock
 
     tp::Mutex m_mutex; ///< guards what follows
     tp::ConditionVariable m_changed;

@@ -4,6 +4,7 @@
 
 #include "feed/AnswerState.h"
 #include "feed/FeedImpl.h"
+#include "feed/FeedMetrics.h"
 #include "feed/GroupState.h"
 #include "feed/SubscriptionState.h"
 
@@ -147,6 +148,14 @@ FeedStatistics Feed::statistics() const {
     if (m_impl == nullptr || m_impl->registry().process().isForeign())
         return FeedStatistics();
     return m_impl->registry().statistics();
+}
+
+std::string Feed::statisticsText(const StatisticsLabels& labels) const {
+    return tivra_internal::feedJson(statistics(), labels);
+}
+
+std::string Feed::openMetrics(const StatisticsLabels& labels) const {
+    return tivra_internal::feedOpenMetrics(statistics(), labels);
 }
 
 bool Feed::close(std::chrono::milliseconds deadline) {

@@ -76,7 +76,7 @@ void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Updat
     if (isNewHome ||
         (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live))
         beginImage();
-    UpdateData data{message, stream.fields(), kind, nullptr};
+    UpdateData data{message, stream.fields(), kind, nullptr, &stream.times()};
     // A callback may subscribe the same symbol, which enters the list when the next turn begins.
     forEachSubscription([&](SubscriptionState& subscription) {
         data.subscription = &subscription;
@@ -88,8 +88,8 @@ void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Updat
 void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message) {
     const Turn turn(*this);
     if (!latecomer.hasEnded())
-        latecomer.update({message, stream.fields(), Update::Kind::Image, &latecomer}, m_registry->callbacks(),
-                         stream.now());
+        latecomer.update({message, stream.fields(), Update::Kind::Image, &latecomer, &stream.times()},
+                         m_registry->callbacks(), stream.now());
 }
 
 /// Of several hubs the last one to answer may be one that has nothing of it.

@@ -37,6 +37,13 @@ constexpr double kSendAgain = 0.1;
     return std::string(what) + " of " + instrument.symbol + " at source " + std::to_string(instrument.source);
 }
 
+void addUpdates(tivra::FeedStatistics& figures, const std::string& hub, std::uint64_t updates) {
+    figures.updates += updates;
+    for (tivra::HubStatistics& entry : figures.hubs)
+        if (entry.hub == hub)
+            entry.updates += updates;
+}
+
 } // namespace
 
 FeedRegistry::FeedRegistry(FeedSender& sender, std::function<void(const Error&)> onError)
@@ -270,7 +277,7 @@ void FeedRegistry::addStream(FeedStream& stream) {
 void FeedRegistry::removeStream(FeedStream& stream) {
     const tp::MutexLock lock(m_mutex);
     std::erase(m_streams, &stream);
-    m_pastUpdates.fetch_add(stream.updates(), std::memory_order_relaxed);
+    m_pastUpdates[stream.measures().hub] += stream.updates();
 }
 
 FeedItem::Subscriptions FeedRegistry::takeAdded(FeedItem& item) {
@@ -314,10 +321,12 @@ tivra::FeedStatistics FeedRegistry::statistics() {
     figures.unwanted = m_unwanted.load(std::memory_order_relaxed);
     figures.lateAnswers = m_late.load(std::memory_order_relaxed);
     figures.failedCallbacks = m_callbacks.failures();
-    figures.updates = m_pastUpdates.load(std::memory_order_relaxed);
+    m_measures.describe(figures); // without the mutex, since it takes a while
     const tp::MutexLock lock(m_mutex);
+    for (const auto& [hub, updates] : m_pastUpdates)
+        addUpdates(figures, hub, updates);
     for (const FeedStream* stream : m_streams)
-        figures.updates += stream->updates();
+        addUpdates(figures, stream->measures().hub, stream->updates());
     figures.subscriptions = m_subscriptionCount;
     figures.requests = m_requestCount;
     return figures;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,6 +22,7 @@
 
 #include "feed/Callbacks.h"
 #include "feed/FeedItem.h"
+#include "feed/FeedMeasures.h"
 #include "feed/FieldTable.h"
 #include "feed/LaterThread.h"
 #include "feed/SubscriptionState.h"
@@ -86,6 +88,7 @@ public:
     void countUnwanted() noexcept { m_unwanted.fetch_add(1, std::memory_order_relaxed); }
     void countLate() noexcept { m_late.fetch_add(1, std::memory_order_relaxed); }
     [[nodiscard]] Callbacks& callbacks() noexcept { return m_callbacks; }
+    [[nodiscard]] FeedMeasures& measures() noexcept { return m_measures; }
     [[nodiscard]] const std::shared_ptr<FieldTable>& fields() const noexcept { return m_fields; }
 
     // --- what items and answers ask ---
@@ -132,9 +135,9 @@ private:
 
     const std::shared_ptr<FieldTable> m_fields = std::make_shared<FieldTable>();
     Callbacks m_callbacks;
+    FeedMeasures m_measures;
     std::atomic<std::uint64_t> m_unwanted{0};
     std::atomic<std::uint64_t> m_late{0};
-    std::atomic<std::uint64_t> m_pastUpdates{0}; ///< of streams that are gone
     std::atomic<bool> m_isDetached{false};
 
     tp::Mutex m_sendMutex{kLockFeedSend};
@@ -145,6 +148,8 @@ private:
     std::vector<std::shared_ptr<FeedItem>> m_patterns TP_GUARDED_BY(m_mutex); ///< those of m_items
     std::unordered_map<int64_t, Target> m_targets TP_GUARDED_BY(m_mutex);
     std::vector<FeedStream*> m_streams TP_GUARDED_BY(m_mutex);
+    std::map<std::string, std::uint64_t>
+        m_pastUpdates TP_GUARDED_BY(m_mutex); ///< of streams that are gone, by hub
     std::size_t m_subscriptionCount TP_GUARDED_BY(m_mutex) = 0;
     std::size_t m_requestCount TP_GUARDED_BY(m_mutex) = 0;
 

@@ -37,7 +37,9 @@ FeedStream::FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& f
     : m_registry(std::move(registry))
     , m_feed(feed)
     , m_hub(std::move(hub))
-    , m_fields(dictionary, m_registry->fields()) {
+    , m_measures(m_registry->measures().ofHub(m_hub))
+    , m_fields(dictionary, m_registry->fields())
+    , m_times(m_measures, m_feed.options().latencySampling) {
     m_registry->addStream(*this);
 }
 
@@ -47,6 +49,7 @@ FeedStream::~FeedStream() {
 }
 
 void FeedStream::deliver(const StreamMessage& incoming) {
+    m_times.begin(incoming.frame);
     if (incoming.tag != 0) {
         deliverTagged(incoming);
         return;

@@ -13,6 +13,7 @@
 #include "feed/FeedRegistry.h"
 #include "feed/HubFields.h"
 #include "feed/ItemTable.h"
+#include "feed/MessageTimes.h"
 #include "receive/MessageStream.h"
 
 namespace tivra_internal {
@@ -34,6 +35,9 @@ public:
     void conflationChanged(bool isConflating) override;
 
     [[nodiscard]] HubFields& fields() noexcept { return m_fields; }
+    [[nodiscard]] MessageTimes& times() noexcept { return m_times; }
+    /// @thread any
+    [[nodiscard]] HubMeasures& measures() const noexcept { return *m_measures; }
     /// Seconds since the epoch, to about a millisecond.
     [[nodiscard]] double now() noexcept {
         const uint32_t beats = tp::Clock::beats();
@@ -59,7 +63,9 @@ private:
     const std::shared_ptr<FeedRegistry> m_registry;
     const FeedImpl& m_feed;
     const std::string m_hub;
+    const std::shared_ptr<HubMeasures> m_measures;
     HubFields m_fields;
+    MessageTimes m_times;
     ItemTable m_items;
     std::atomic<std::uint64_t> m_updates{0};
     std::optional<std::chrono::system_clock::time_point> m_lastDrop; ///< when the hub's drops were known

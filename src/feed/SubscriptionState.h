@@ -11,6 +11,7 @@
 #include <feed/Update.h>
 
 #include "feed/Callbacks.h"
+#include "feed/MeasuredCallback.h"
 #include "feed/UpdateData.h"
 
 namespace tivra_internal {
@@ -55,8 +56,10 @@ public:
     void update(const UpdateData& data, Callbacks& callbacks, double now) {
         count(m_updates);
         m_lastUpdate.store(now, std::memory_order_relaxed);
-        if (m_handlers->onUpdate)
-            callbacks.run("onUpdate", *this, [&] { m_handlers->onUpdate(data.update()); });
+        if (!m_handlers->onUpdate)
+            return;
+        const MeasuredCallback measured(data.times);
+        callbacks.run("onUpdate", *this, [&] { m_handlers->onUpdate(data.update()); });
     }
     /// Nothing when it is in that state, refused or closed.
     void change(tivra::DataState to, std::string_view cause, const tivra::Error* error, Callbacks& callbacks);

@@ -4,7 +4,9 @@
 #include <feed/Record.h>
 #include <feed/Subscription.h>
 
+#include "feed/ClockTime.h"
 #include "feed/HubFields.h"
+#include "feed/MessageTimes.h"
 #include "feed/RecordData.h"
 #include "feed/SubscriptionState.h"
 #include "feed/UpdateData.h"
@@ -35,6 +37,14 @@ int Update::permission() const noexcept {
 
 SubscriptionView Update::subscription() const noexcept {
     return m_data.subscription->view();
+}
+
+std::chrono::system_clock::time_point Update::receivedAt() const {
+    return m_data.times != nullptr ? m_data.times->receivedAt() : tivra_internal::wallTime();
+}
+
+std::chrono::system_clock::time_point Update::decodedAt() const {
+    return m_data.times != nullptr ? m_data.times->decodedAt() : tivra_internal::wallTime();
 }
 
 std::size_t Update::size() const noexcept {

@@ -9,6 +9,7 @@ class Message;
 namespace tivra_internal {
 
 class HubFields;
+class MessageTimes;
 class SubscriptionState;
 
 /// What an Update shows, while it is being delivered.
@@ -17,6 +18,7 @@ struct UpdateData {
     HubFields& fields;
     tivra::Update::Kind kind;
     SubscriptionState* subscription; ///< the one that is called
+    MessageTimes* times = nullptr;   ///< of the message; null where nobody knows them
 
     [[nodiscard]] tivra::Update update() const noexcept { return tivra::Update(*this); }
 };

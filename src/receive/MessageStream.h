@@ -12,6 +12,7 @@ class Message;
 
 namespace tivra_internal {
 
+class FrameTime;
 class MetaTokenMap;
 
 /// A message for the application, with what the library has taken out of it.
@@ -21,6 +22,7 @@ struct StreamMessage {
     int64_t status = 0; ///< of no meaning without hasStatus
     bool hasStatus = false;
     tivra::Commands command = tivra::SUBSCRIBE; ///< of that request, with a status
+    const FrameTime* frame = nullptr;           ///< when the message was read; null where nobody knows
 };
 
 /// Who takes a hub's messages in place of the session's message handler. Its calls come one at a time, on

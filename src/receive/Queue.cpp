@@ -69,6 +69,7 @@ Queue::Queue(std::size_t megabytes, bool useCompression, QueueHub* hub, int queu
     m_q_check_bytes = m_size / 100;
     m_BufferStart = m_block.get();
     m_BufferEnd = m_BufferStart + m_size;
+    m_readTimes.setRing(m_BufferStart, m_size);
     m_knownWritten = m_BufferStart;
     m_WriteStream = m_BufferStart;
     m_WriteQueue.store(m_BufferStart, std::memory_order_relaxed);
@@ -118,6 +119,7 @@ void Queue::movePointersToStart() {
         m_WriteQueue.store(m_BufferStart, std::memory_order_release);
     }
     m_ReadQueue.store(m_BufferStart, std::memory_order_release);
+    m_readTimes.clear();
 }
 
 void Queue::reset() {
@@ -217,8 +219,10 @@ void Queue::runAsConsumer(const std::function<void()>& work) {
 // it lies.
 bool Queue::popOne() {
     char* read = m_ReadQueue.load(std::memory_order_relaxed);
-    if (m_knownWritten == read)
+    if (m_knownWritten == read) {
         m_knownWritten = m_WriteQueue.load(std::memory_order_acquire);
+        m_readTimes.beginBatch(read, m_knownWritten);
+    }
     char* const written = m_knownWritten;
     if (written == read)
         return false;

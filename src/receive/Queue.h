@@ -15,6 +15,7 @@
 #include "kvnparse/FrameFormat.h"
 #include "kvnparse/bufref.h"
 #include "receive/QueueStatistics.h"
+#include "receive/ReadTimes.h"
 
 namespace KVNAPI {
 class StreamParser;
@@ -102,6 +103,11 @@ public:
     bool PopElement() TP_EXCLUDES(m_reset_mutex);
     /// Delivers one frame after the other until none waits or `turn` ends.
     void popFrames(ServeTurn& turn) TP_EXCLUDES(m_reset_mutex);
+    /// When the frame that is being delivered was read, by the monotonic clock; 0 where that isn't known.
+    /// @thread that delivers, during delivery
+    [[nodiscard]] double frameReadAt() const noexcept {
+        return m_readTimes.timeOf(m_ReadQueue.load(std::memory_order_relaxed));
+    }
     /// Calls `work` while no frame is being delivered.
     void runAsConsumer(const std::function<void()>& work) TP_EXCLUDES(m_reset_mutex);
     /// No complete frame waits.
@@ -305,6 +311,8 @@ private:
     alignas(64) std::atomic<char*> m_ReadQueue; ///< first byte that the consumer hasn't taken
     /// Held reads wait for fewer complete bytes than this in the ring; below 0 when none wait.
     std::atomic<int64_t> m_wakeBelow{-1};
+
+    ReadTimes m_readTimes;
 
     // Flow control.
     alignas(64) std::atomic<int> m_pct_full{0};

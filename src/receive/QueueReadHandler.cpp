@@ -224,7 +224,11 @@ void QueueReadHandler::deliverToStream(const Incoming& in) {
         m_isNewConnection = false;
         m_stream->connectionBegins();
     }
-    m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command});
+    m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command, this});
+}
+
+double QueueReadHandler::readAt() const {
+    return m_responseQueue->frameReadAt();
 }
 
 /// Under the queue's reset mutex, with nothing of the lost connections left in the queue. The connection that

@@ -14,6 +14,7 @@
 #include "kvnparse/Parser.h"
 #include "receive/AltIndexTable.h"
 #include "receive/FrameHandler.h"
+#include "receive/FrameTime.h"
 #include "receive/MessageStream.h"
 #include "receive/UserEventBase.h"
 
@@ -33,7 +34,7 @@ struct LostRequest;
 /// to itself and hands the rest to the application. It owns its parser and the one message event that every
 /// callback sees. Runs under the queue's reset mutex, on one user thread, or with inline delivery on the
 /// hub's thread too.
-class QueueReadHandler final : public UserEventBase, public FrameHandler {
+class QueueReadHandler final : public UserEventBase, public FrameHandler, public FrameTime {
 public:
     // Records of the system source.
     static constexpr const char* HEARTBEAT_SYM = ".UTC.TIME.DATE"; ///< the hub's clock, used as heartbeat
@@ -68,6 +69,8 @@ public:
         return m_idleCnt.load(std::memory_order_relaxed);
     }
     void setHubIdleCount(uint64_t count) noexcept { m_idleCnt.store(count, std::memory_order_relaxed); }
+
+    [[nodiscard]] double readAt() const override;
 
     /// True when messages have gone out since the last time. @thread user, at the 100 ms tick
     bool calcStats(double curtime);

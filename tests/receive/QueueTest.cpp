@@ -60,6 +60,34 @@ TEST_F(RingTest, FailedParseIsCountedAndTheNextFrameGoesOn) {
     EXPECT_EQ(queue.statistics().out.m_msgs_out.get(), 2U);
 }
 
+TEST_F(RingTest, AFrameKnowsItsReadWhereverItLiesAndHoweverLateItIsTakenOut) {
+    struct : RecordingHandler {
+        unsigned process_kvn_buffer(char* buf, unsigned long len, uint64_t* netMsgs) override {
+            times.push_back(queue->frameReadAt());
+            return RecordingHandler::process_kvn_buffer(buf, len, netMsgs);
+        }
+        Queue* queue = nullptr;
+        std::vector<double> times;
+    } timing;
+    timing.queue = &queue;
+    queue.setQueueHandler(&timing);
+    const tp::ManualClock clock;
+    std::mt19937 random(7);
+    std::vector<double> expected;
+    for (int i = 0; i < 300; ++i) {
+        tp::Clock::advance(0.5);
+        feed(frameOf(std::string(random() % 40'000, 'x')));
+        expected.push_back(tp::Clock::monotonic());
+        while (expected.size() - timing.times.size() > random() % 12)
+            queue.PopElement();
+        if (i % 50 != 49)
+            continue;
+        queue.reset();
+        expected.resize(timing.times.size());
+    }
+    EXPECT_EQ(timing.times, expected);
+}
+
 TEST_F(RingTest, ResetForgetsTheConnectionButNotTheCounters) {
     feed(frameOf("1=a") + "\x04\x20");
     queue.incrQueryCount();

@@ -1,0 +1,47 @@
+#include "feed/MessageTimes.h"
+
+#include "feed/ClockTime.h"
+
+namespace tivra_internal {
+namespace {
+
+/// As the wall clock shows it now: should it have been set meanwhile, times of one message still differ by
+/// what has passed between them.
+[[nodiscard]] std::chrono::system_clock::time_point onTheWall(double monotonic) {
+    return toTimePoint(tp::Clock::now() - (tp::Clock::monotonic() - monotonic));
+}
+
+} // namespace
+
+void MessageTimes::beginMeasuring() noexcept {
+    m_countdown = m_sampling;
+    m_isMeasured = true;
+    m_callbackAt = 0.0;
+    m_decodedAt = tp::Clock::monotonic();
+    if (const double readAt = m_frame != nullptr ? m_frame->readAt() : 0.0; readAt > 0.0)
+        m_measures->socketToDecode.record(m_decodedAt - readAt);
+}
+
+void MessageTimes::measureBegin() noexcept {
+    const bool isFirst = m_callbackAt == 0.0;
+    m_callbackAt = tp::Clock::monotonic();
+    if (isFirst)
+        m_measures->decodeToCallback.record(m_callbackAt - m_decodedAt);
+}
+
+void MessageTimes::measureEnd() noexcept {
+    m_measures->callback.record(tp::Clock::monotonic() - m_callbackAt);
+}
+
+std::chrono::system_clock::time_point MessageTimes::receivedAt() noexcept {
+    const double readAt = m_frame != nullptr ? m_frame->readAt() : 0.0;
+    return readAt > 0.0 ? onTheWall(readAt) : decodedAt();
+}
+
+std::chrono::system_clock::time_point MessageTimes::decodedAt() noexcept {
+    if (m_decodedAt == 0.0)
+        m_decodedAt = tp::Clock::monotonic();
+    return onTheWall(m_decodedAt);
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,41 @@
+#include "receive/ReadTimes.h"
+
+namespace tivra_internal {
+
+// A mark that was set after the batch had been looked at is of a later one. One that was set before may be,
+// too: it lies behind the batch then, since nothing of the ring had been given back.
+void ReadTimes::beginBatch(const char* begin, const char* end) noexcept {
+    std::uint32_t first = m_forgotten.load(std::memory_order_relaxed);
+    while (first != m_known && distance(m_marks[first % kMarks].end) <= m_length)
+        ++first;
+    m_begin = begin == m_ring + m_size ? m_ring : begin;
+    m_length = distance(end);
+    m_known = m_added.load(std::memory_order_acquire);
+    m_forgotten.store(first, std::memory_order_release);
+}
+
+double ReadTimes::timeOf(const char* frame) const noexcept {
+    const std::size_t place = distance(frame == m_ring + m_size ? m_ring : frame);
+    std::uint32_t low = m_forgotten.load(std::memory_order_relaxed);
+    if (low == m_known)
+        return 0.0;
+    // The first mark behind the frame; the last one where there were too many.
+    std::uint32_t high = m_known - 1;
+    while (low != high) {
+        const std::uint32_t middle = low + (high - low) / 2;
+        if (distance(m_marks[middle % kMarks].end) > place)
+            high = middle;
+        else
+            low = middle + 1;
+    }
+    return m_marks[low % kMarks].time;
+}
+
+void ReadTimes::clear() noexcept {
+    m_begin = m_ring;
+    m_length = 0;
+    m_known = m_added.load(std::memory_order_relaxed);
+    m_forgotten.store(m_known, std::memory_order_release);
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,97 @@
+// What a feed measures, and the texts that show it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "feed/FeedMetrics.h"
+#include "feed/LatencyHistogram.h"
+
+#include "FeedFixture.h"
+
+using testing::HasSubstr;
+using tivra::Feed;
+using tivra_internal::feedJson;
+using tivra_internal::feedOpenMetrics;
+using tivra_internal::LatencyHistogram;
+
+namespace {
+
+tivra::FeedStatistics twoHubs() {
+    tivra::FeedStatistics figures;
+    figures.updates = 7;
+    figures.requests = 2;
+    figures.hubs.resize(2);
+    figures.hubs[0].hub = "a:1";
+    figures.hubs[0].updates = 3;
+    figures.hubs[0].callback = {1, std::chrono::nanoseconds(1'500'000'002), {}, {}, {}, {}, {}};
+    figures.hubs[1].hub = "b\"\n:2";
+    figures.hubs[1].updates = 4;
+    return figures;
+}
+
+} // namespace
+
+TEST(LatencyHistogram, FiguresOfAnySizeAreOffByOnePercentAtMost) {
+    for (const double unit : {1e-9, 1e-7, 1e-6, 1e-3, 0.1}) {
+        LatencyHistogram first, second;
+        for (int i = 1; i <= 1000; ++i)
+            (i % 2 == 0 ? first : second).record(i * unit);
+        const tivra::LatencySummary both = LatencyHistogram::summaryOf({&first, &second});
+        const auto isAbout = [unit](double count) {
+            return testing::DoubleNear(count * unit * 1e9, count * unit * 1e7 + 1.0);
+        };
+        EXPECT_EQ(both.count, 1000U);
+        const std::pair<std::chrono::nanoseconds, double> expected[] = {{both.min, 1},    {both.p50, 500},
+                                                                        {both.p90, 900},  {both.p99, 990},
+                                                                        {both.p999, 999}, {both.max, 1000}};
+        for (const auto& [figure, count] : expected)
+            EXPECT_THAT(static_cast<double>(figure.count()), isAbout(count)) << count << " times " << unit;
+    }
+    LatencyHistogram extremes;
+    EXPECT_EQ(extremes.summary().count, 0U);
+    extremes.record(-1.0);
+    extremes.record(1e9);
+    EXPECT_EQ(extremes.summary().min, std::chrono::nanoseconds(1));
+    EXPECT_EQ(extremes.summary().max, std::chrono::hours(1));
+}
+
+TEST(FeedMetrics, HubsAreToldApartByALabelThatNobodyElseHas) {
+    const std::string text = feedOpenMetrics(twoHubs(), {{"hub", "x"}, {"app", "pricer"}});
+    EXPECT_THAT(text, HasSubstr("# TYPE tivra_feed_updates counter\n"
+                                "# HELP tivra_feed_updates Updates handed to subscriptions.\n"
+                                "tivra_feed_updates_total{app=\"pricer\",hub=\"a:1\"} 3\n"
+                                "tivra_feed_updates_total{app=\"pricer\",hub=\"b\\\"\\n:2\"} 4\n# TYPE "));
+    EXPECT_THAT(text,
+                HasSubstr("# TYPE tivra_feed_callback_seconds summary\n# UNIT tivra_feed_callback_seconds "
+                          "seconds\n"));
+    EXPECT_THAT(text, HasSubstr("\ntivra_feed_callback_seconds{app=\"pricer\",hub=\"a:1\",quantile=\"0.0\"} "
+                                "1.500000002\n"));
+    EXPECT_THAT(text, HasSubstr("\ntivra_feed_open_requests{app=\"pricer\"} 2\n"));
+    EXPECT_THAT(text,
+                testing::EndsWith("tivra_feed_request_to_answer_seconds_count{app=\"pricer\"} 0\n# EOF\n"));
+    EXPECT_THAT(feedJson(twoHubs(), {}), HasSubstr("\"hubs\":[{\"hub\":\"a:1\",\"updates_total\":3,"));
+}
+
+TEST(FeedMeasures, EachStageOfAMessageAndOfARequestIsMeasured) {
+    tivra_testkit::StartedHub hub;
+    tivra::FeedOptions options = optionsFor(hub);
+    options.latencySampling = 1;
+    Story story;
+    Feed feed = Feed::open(std::move(options));
+    const auto before = std::chrono::system_clock::now() - std::chrono::milliseconds(1);
+    auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update& update) {
+        const auto received = update.receivedAt(), decoded = update.decodedAt();
+        const bool isInOrder = before <= received && received <= decoded + std::chrono::microseconds(1) &&
+                               decoded <= std::chrono::system_clock::now() + std::chrono::milliseconds(1);
+        story.add(isInOrder ? "in order" : "out of order");
+    });
+    ASSERT_TRUE(story.waitFor("in order"));
+    static_cast<void>(feed.query({100, "AIG"}).get(std::chrono::seconds(10)));
+    const tivra::FeedStatistics figures = feed.statistics();
+    ASSERT_EQ(figures.hubs.size(), 1U);
+    EXPECT_EQ(figures.hubs[0].hub, hub.hostString());
+    EXPECT_EQ(figures.hubs[0].callback.count, 1U);
+    EXPECT_EQ(figures.decodeToCallback.count, 1U);
+    EXPECT_GE(figures.socketToDecode.count, 3U) << "the image, its end and the answer";
+    EXPECT_GT(figures.socketToDecode.min.count(), 1);
+    EXPECT_EQ(figures.requestToAnswer.count, 1U);
+}
