@@ -15,6 +15,7 @@
 #include "feed/Password.h"
 #include "feed/Record.h"
 #include "feed/Result.h"
+#include "feed/SlowCallback.h"
 #include "feed/Snapshot.h"
 #include "feed/Subscription.h"
 #include "feed/SubscriptionGroup.h"

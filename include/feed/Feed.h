@@ -36,6 +36,7 @@ struct FeedStatistics {
     std::uint64_t unwanted = 0;        ///< messages for which there is no subscription, or not any more
     std::uint64_t lateAnswers = 0;     ///< parts of answers that came after their request had ended
     std::uint64_t failedCallbacks = 0; ///< exceptions that left a callback
+    std::uint64_t slowCallbacks = 0;   ///< callbacks that took longer than FeedOptions::slowCallback
     std::size_t subscriptions = 0;     ///< open now
     std::size_t requests = 0;          ///< waiting for their answer now
 

@@ -10,6 +10,7 @@
 #include "feed/ConnectionEvent.h"
 #include "feed/Error.h"
 #include "feed/Password.h"
+#include "feed/SlowCallback.h"
 
 namespace tivra {
 
@@ -36,6 +37,10 @@ struct TIVRA_API FeedOptions {
     /// One message in so many is measured for the times of Feed::statistics, which costs some 100 ns for each
     /// of those; 1 measures all, 0 none.
     unsigned latencySampling = 64;
+    /// A callback that takes longer is reported, and counted in the statistics: to onSlowCallback and as a
+    /// warning in the log. It is noticed up to a quarter of this late, and may not be if it returns in that
+    /// time. Zero: none is.
+    std::chrono::milliseconds slowCallback{1000};
     /// The parameters of SessionConfig, ConnectionConfig and HostConfig by their names, such as
     /// {"READ_TIMEOUT_LONG", "10"}; a bool is "true" or "false", "1" or "0". docs/parameters.md lists them.
     /// WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own, and HOLD_READS_BOOL is on unless it is
@@ -47,6 +52,12 @@ struct TIVRA_API FeedOptions {
     /// What fails outside a call of the application: a callback that throws, for example. @thread any of the
     /// library
     std::function<void(const Error&)> onError{};
+    /// A callback has run for longer than slowCallback, and once more when it has returned. It is for the
+    /// application to find out which; nothing is done about it. @thread the feed's own, one call at a time
+    std::function<void(const SlowCallback&)> onSlowCallback{};
+    /// Called first on each thread that the feed starts, with the thread's name, such as "tivra-hub0": for
+    /// its affinity or priority. Other feeds and sessions are not concerned. What it throws is logged.
+    std::function<void(const std::string& name)> onThreadStart{};
 };
 
 } // namespace tivra

@@ -54,6 +54,7 @@ FeedImpl::~FeedImpl() {
 }
 
 tivra::Feed FeedImpl::open(tivra::FeedOptions options) {
+    const tp::ThreadStartHookScope hook(options.onThreadStart);
     std::shared_ptr<FeedImpl> feed;
     try {
         feed = std::make_shared<FeedImpl>(std::move(options));
@@ -62,6 +63,7 @@ tivra::Feed FeedImpl::open(tivra::FeedOptions options) {
                      std::string("a thread couldn't be made: ") + error.what(), "", "", 0, "",
                      error.code().value()});
     }
+    feed->m_registry->watchCallbacks(secondsOf(feed->m_options.slowCallback), feed->m_options.onSlowCallback);
     try {
         feed->configure();
         feed->start();

@@ -26,6 +26,8 @@ constexpr Count kCounts[] = {
      [](const FeedStatistics& figures) { return figures.lateAnswers; }},
     {"failed_callbacks", "Exceptions that left a callback.", true,
      [](const FeedStatistics& figures) { return figures.failedCallbacks; }},
+    {"slow_callbacks", "Callbacks that took longer than the feed's threshold.", true,
+     [](const FeedStatistics& figures) { return figures.slowCallbacks; }},
     {"open_subscriptions", "Subscriptions that are open.", false,
      [](const FeedStatistics& figures) -> std::uint64_t { return figures.subscriptions; }},
     {"open_requests", "Requests that wait for their answer.", false,

@@ -1,8 +1,11 @@
 #include "feed/FeedRegistry.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cmath>
 
 #include <tp/Clock.h>
+#include <tp/eprintf.h>
 
 #include "feed/AnswerState.h"
 #include "feed/FeedSender.h"
@@ -17,6 +20,8 @@ namespace {
 using tivra::Error;
 using tivra::Instrument;
 
+/// The least time between two looks for slow callbacks, in seconds.
+constexpr double kShortestLook = 0.001;
 /// How long a full queue gets, in seconds, before what nobody waits for is sent again.
 constexpr double kSendAgain = 0.1;
 
@@ -147,6 +152,46 @@ std::shared_ptr<AnswerState> FeedRegistry::request(tivra::Commands command, cons
         throw;
     }
     return answer;
+}
+
+void FeedRegistry::watchCallbacks(double threshold, std::function<void(const tivra::SlowCallback&)> onSlow) {
+    if (threshold <= 0.0)
+        return;
+    m_callbacks.watch().setThreshold(threshold);
+    m_onSlow = std::move(onSlow);
+    laterAt(0.0, [this] { lookForSlowCallbacks(); });
+}
+
+void FeedRegistry::lookForSlowCallbacks() {
+    CallbackWatch& watch = m_callbacks.watch();
+    for (const CallbackWatch::Report& report : watch.look())
+        reportSlow(report);
+    laterAt(tp::Clock::monotonic() + std::max(watch.threshold() / 4, kShortestLook),
+            [this] { lookForSlowCallbacks(); });
+}
+
+void FeedRegistry::reportSlow(const CallbackWatch::Report& report) {
+    // The callback goes on meanwhile, and its item may be gone.
+    const Target target = targetOf(report.tag);
+    const auto* const item = std::get_if<std::shared_ptr<FeedItem>>(&target);
+    const std::string_view text = item != nullptr ? (*item)->symbol() : std::string_view(report.text);
+    if (report.isRunning)
+        eprintf(EPF_WARN, "A callback of the application is slow: %s for \"%.*s\" has run for %.3f s",
+                report.function.c_str(), static_cast<int>(text.size()), text.data(), report.seconds);
+    else
+        eprintf(EPF_INFO, "A slow callback of the application has returned: %s for \"%.*s\" took %.3f s",
+                report.function.c_str(), static_cast<int>(text.size()), text.data(), report.seconds);
+    if (!m_onSlow)
+        return;
+    const auto duration = std::chrono::milliseconds(std::llround(report.seconds * 1000.0));
+    const tivra::SlowCallback slow{report.function, text, item != nullptr ? (*item)->source() : 0, duration,
+                                   report.isRunning};
+    // By itself it is not watched, or a slow one would be reported for ever.
+    const struct {
+        std::string_view name;
+        [[nodiscard]] std::string_view symbol() const { return name; }
+    } context{text};
+    m_callbacks.run("onSlowCallback", context, [&] { m_onSlow(slow); });
 }
 
 void FeedRegistry::detach() {
@@ -321,6 +366,7 @@ tivra::FeedStatistics FeedRegistry::statistics() {
     figures.unwanted = m_unwanted.load(std::memory_order_relaxed);
     figures.lateAnswers = m_late.load(std::memory_order_relaxed);
     figures.failedCallbacks = m_callbacks.failures();
+    figures.slowCallbacks = m_callbacks.watch().slowCalls();
     m_measures.describe(figures); // without the mutex, since it takes a while
     const tp::MutexLock lock(m_mutex);
     for (const auto& [hub, updates] : m_pastUpdates)

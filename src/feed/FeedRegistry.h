@@ -66,6 +66,8 @@ public:
     void laterAt(double time, LaterThread::Work work) {
         static_cast<void>(m_later.runAt(time, std::move(work)));
     }
+    /// Looks for slow callbacks from now on, on the feed's own thread, until close().
+    void watchCallbacks(double threshold, std::function<void(const tivra::SlowCallback&)> onSlow);
     /// Ends everything that stands. The streams are gone.
     void close() TP_EXCLUDES(m_mutex);
 
@@ -132,10 +134,13 @@ private:
     void removeItem(FeedItem& item) TP_REQUIRES(m_mutex);
     void unsubscribe(const std::shared_ptr<FeedItem>& item, int64_t tag) TP_EXCLUDES(m_sendMutex);
     void giveUp(SubscriptionState& subscription) TP_EXCLUDES(m_mutex);
+    void lookForSlowCallbacks();
+    void reportSlow(const CallbackWatch::Report& report);
 
     const std::shared_ptr<FieldTable> m_fields = std::make_shared<FieldTable>();
     Callbacks m_callbacks;
     FeedMeasures m_measures;
+    std::function<void(const tivra::SlowCallback&)> m_onSlow; ///< of the feed's thread, once set
     std::atomic<std::uint64_t> m_unwanted{0};
     std::atomic<std::uint64_t> m_late{0};
     std::atomic<bool> m_isDetached{false};

@@ -40,12 +40,14 @@ FeedStream::FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& f
     , m_measures(m_registry->measures().ofHub(m_hub))
     , m_fields(dictionary, m_registry->fields())
     , m_times(m_measures, m_feed.options().latencySampling) {
+    m_registry->callbacks().watch().add(m_slot);
     m_registry->addStream(*this);
 }
 
 FeedStream::~FeedStream() {
     m_registry->removeStream(*this);
     connectionLost();
+    m_registry->callbacks().watch().remove(m_slot);
 }
 
 void FeedStream::deliver(const StreamMessage& incoming) {
@@ -61,7 +63,10 @@ void FeedStream::deliver(const StreamMessage& incoming) {
     }
     m_updates.store(m_updates.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     const Update::Kind kind = incoming.message.isRefresh ? Update::Kind::Refresh : Update::Kind::Update;
-    slot->forEach([&](FeedItem& item) { item.deliver(*this, incoming.message, kind); });
+    slot->forEach([&](FeedItem& item) {
+        const CallbackSlot::Scope watched(m_slot, item.tag());
+        item.deliver(*this, incoming.message, kind);
+    });
 }
 
 const ItemTable::Slot* FeedStream::slotOf(const KVNAPI::Message& message) {
@@ -87,6 +92,7 @@ void FeedStream::deliverTagged(const StreamMessage& incoming) {
 }
 
 void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMessage& incoming) {
+    const CallbackSlot::Scope watched(m_slot, incoming.tag);
     if (!incoming.hasStatus) {
         // The updates will name it as this does.
         m_items.add(sourceOf(incoming.message), symbolOf(incoming.message), item);
@@ -104,6 +110,7 @@ void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMe
 }
 
 void FeedStream::deliverTo(const FeedRegistry::Latecomer& latecomer, const StreamMessage& incoming) {
+    const CallbackSlot::Scope watched(m_slot, latecomer.item->tag());
     if (!incoming.hasStatus) {
         latecomer.item->deliverTo(*latecomer.subscription, *this, incoming.message);
         return;
@@ -139,12 +146,18 @@ void FeedStream::connectionLost() {
     m_conflatedSince.reset(); // the loss is the longer gap
     if (m_registry->isDetached())
         return;
-    m_items.forEach([this](FeedItem& item) { item.lose(*this); });
+    m_items.forEach([this](FeedItem& item) {
+        const CallbackSlot::Scope watched(m_slot, item.tag());
+        item.lose(*this);
+    });
 }
 
 void FeedStream::connectionBegins() {
     m_fields.forgetMissing();
-    m_items.forEach([](FeedItem& item) { item.recover(); });
+    m_items.forEach([this](FeedItem& item) {
+        const CallbackSlot::Scope watched(m_slot, item.tag());
+        item.recover();
+    });
 }
 
 void FeedStream::hubDropped(std::uint64_t bytes) {
@@ -165,6 +178,7 @@ void FeedStream::tellOfGap(const tivra::Gap& gap) {
     // An item that several symbols belong to hears of it once.
     std::unordered_set<const FeedItem*> told;
     m_items.forEach([&](FeedItem& item) {
+        const CallbackSlot::Scope watched(m_slot, item.tag());
         if (item.kind() != ItemKind::Pattern || told.insert(&item).second)
             item.skip(*this, gap);
     });

@@ -10,6 +10,7 @@
 #include <feed/Update.h>
 #include <tp/Clock.h>
 
+#include "feed/CallbackSlot.h"
 #include "feed/FeedRegistry.h"
 #include "feed/HubFields.h"
 #include "feed/ItemTable.h"
@@ -66,6 +67,7 @@ private:
     const std::shared_ptr<HubMeasures> m_measures;
     HubFields m_fields;
     MessageTimes m_times;
+    CallbackSlot m_slot;
     ItemTable m_items;
     std::atomic<std::uint64_t> m_updates{0};
     std::optional<std::chrono::system_clock::time_point> m_lastDrop; ///< when the hub's drops were known

@@ -1,6 +1,7 @@
 // What a feed measures, and the texts that show it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tivra_testkit/Gate.h>
 
 #include "feed/FeedMetrics.h"
 #include "feed/LatencyHistogram.h"
@@ -94,4 +95,45 @@ TEST(FeedMeasures, EachStageOfAMessageAndOfARequestIsMeasured) {
     EXPECT_GE(figures.socketToDecode.count, 3U) << "the image, its end and the answer";
     EXPECT_GT(figures.socketToDecode.min.count(), 1);
     EXPECT_EQ(figures.requestToAnswer.count, 1U);
+}
+
+// One callback stands at a gate, the other in its answer: both are seen from outside.
+TEST(FeedMeasures, ASlowCallbackIsReportedWhileItRunsAndWhenItHasReturned) {
+    tivra_testkit::StartedHub hub;
+    tivra_testkit::Gate gate;
+    Story story;
+    tivra::FeedOptions options = optionsFor(hub);
+    options.slowCallback = std::chrono::milliseconds(20);
+    options.onSlowCallback = [&](const tivra::SlowCallback& slow) {
+        story.add(std::string(slow.function) + " " + std::string(slow.symbol) +
+                  (slow.isRunning ? " runs" : " has returned") +
+                  (slow.duration.count() >= 19 ? "" : " too early"));
+    };
+    Feed feed = Feed::open(std::move(options));
+    auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update&) { gate.wait(); });
+    ASSERT_TRUE(story.waitFor("a subscription's callback IBM runs"));
+    gate.open();
+    ASSERT_TRUE(story.waitFor("a subscription's callback IBM has returned"));
+    tivra_testkit::Gate answered;
+    tivra::Answer answer = feed.query({100, "AIG"});
+    answer.then([&](const tivra::Result<tivra::Snapshot>&) { answered.wait(); });
+    ASSERT_TRUE(story.waitFor("an answer's callback query of AIG at source 100 runs"));
+    answered.open();
+    ASSERT_TRUE(story.waitFor("an answer's callback query of AIG at source 100 has returned"));
+    EXPECT_EQ(feed.statistics().slowCallbacks, 2U);
+}
+
+TEST(FeedMeasures, EachThreadOfAFeedAndNoOtherStartsWithItsHook) {
+    tivra_testkit::StartedHub hub;
+    Story story;
+    tivra::FeedOptions options = optionsFor(hub);
+    Feed other = Feed::open(options);
+    options.onThreadStart = [&](const std::string& name) { story.add(name); };
+    Feed feed = Feed::open(options);
+    for (const char* name : {"tivra-feed", "tivra-master", "tivra-hub0", "tivra-user0"})
+        EXPECT_TRUE(story.waitFor(name)) << name;
+    const std::size_t count = story.lines().size();
+    options.onThreadStart = nullptr;
+    const Feed third = Feed::open(options);
+    EXPECT_EQ(story.lines().size(), count);
 }

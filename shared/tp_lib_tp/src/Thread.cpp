@@ -12,6 +12,7 @@ namespace tp {
 namespace {
 
 thread_local bool t_libraryThread = false;
+thread_local const ThreadStartHook* t_hook = nullptr; ///< of the scope that this thread is in
 
 // A new thread inherits its creator's mask.
 class SignalsBlocked {
@@ -42,8 +43,11 @@ struct SharedHook {
 
 std::thread startWithSignalsBlocked(std::string name, std::function<void()> body, ThreadStartHook hook) {
     const SignalsBlocked blocked;
-    return std::thread([name = std::move(name), body = std::move(body), hook = std::move(hook)] {
+    ThreadStartHook inherited = t_hook != nullptr ? *t_hook : ThreadStartHook();
+    return std::thread([name = std::move(name), body = std::move(body), hook = std::move(hook),
+                        inherited = std::move(inherited)] {
         const LibraryThreadMark mark;
+        const ThreadStartHookScope scope(inherited);
         setThreadName(name);
         if (hook)
             callOut("thread start hook", [&] { hook(name); });
@@ -67,9 +71,21 @@ void setThreadStartHook(ThreadStartHook hook) {
 }
 
 ThreadStartHook threadStartHook() {
+    if (t_hook != nullptr)
+        return *t_hook;
     SharedHook& shared = SharedHook::instance();
     const MutexLock lock(shared.mutex);
     return shared.hook;
+}
+
+ThreadStartHookScope::ThreadStartHookScope(ThreadStartHook hook) noexcept
+    : m_hook(std::move(hook)), m_before(t_hook) {
+    if (m_hook)
+        t_hook = &m_hook;
+}
+
+ThreadStartHookScope::~ThreadStartHookScope() {
+    t_hook = m_before;
 }
 
 bool onLibraryThread() noexcept {

@@ -32,7 +32,22 @@ using ThreadStartHook = std::function<void(const std::string& name)>;
 /// The hook of all threads of the process that are made from now on, unless they are given another; an empty
 /// one for none. @thread any
 void setThreadStartHook(ThreadStartHook hook);
+/// The one for threads that this thread makes.
 [[nodiscard]] ThreadStartHook threadStartHook();
+
+/// Within its scope threads that this thread makes get another hook than the process's, and so do those that
+/// they make. An empty one changes nothing.
+class ThreadStartHookScope {
+public:
+    explicit ThreadStartHookScope(ThreadStartHook hook) noexcept;
+    ~ThreadStartHookScope();
+    ThreadStartHookScope(const ThreadStartHookScope&) = delete;
+    ThreadStartHookScope& operator=(const ThreadStartHookScope&) = delete;
+
+private:
+    const ThreadStartHook m_hook;
+    const ThreadStartHook* const m_before;
+};
 
 /// One thread of the library: started with all signals blocked, so that the host's handlers run on the
 /// host's own threads, named, and marked as the library's. Owned by the thread that joins it; the body
