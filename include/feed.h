@@ -5,6 +5,7 @@
 
 #include "feed/Answer.h"
 #include "feed/ConnectionEvent.h"
+#include "feed/EntryIterator.h"
 #include "feed/Error.h"
 #include "feed/Feed.h"
 #include "feed/FeedOptions.h"

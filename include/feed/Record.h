@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstddef>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
 
 #include "TivraApi.h"
+#include "feed/EntryIterator.h"
 #include "feed/Field.h"
 #include "feed/Value.h"
 
@@ -23,7 +23,7 @@ namespace tivra {
 class TIVRA_API Record {
 public:
     using Entry = std::pair<Field, Value>;
-    class const_iterator;
+    using const_iterator = EntryIterator<Record>;
 
     /// One without symbol and fields.
     Record() = default;
@@ -50,11 +50,13 @@ public:
     }
 
     std::size_t size() const noexcept;
-    const_iterator begin() const noexcept;
-    const_iterator end() const noexcept;
+    /// The fields in the order of the message.
+    const_iterator begin() const noexcept { return {*this, 0}; }
+    const_iterator end() const noexcept { return {*this, size()}; }
 
 private:
     friend class tivra_internal::RecordData;
+    friend const_iterator;
 
     explicit Record(std::shared_ptr<const tivra_internal::RecordData> data) noexcept
         : m_data(std::move(data)) {}
@@ -64,40 +66,5 @@ private:
 
     std::shared_ptr<const tivra_internal::RecordData> m_data;
 };
-
-class Record::const_iterator {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = Record::Entry;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-    using reference = Record::Entry;
-
-    Record::Entry operator*() const { return m_record->entryAt(m_index); }
-    const_iterator& operator++() noexcept {
-        ++m_index;
-        return *this;
-    }
-    friend bool operator==(const const_iterator& a, const const_iterator& b) noexcept {
-        return a.m_index == b.m_index;
-    }
-    friend bool operator!=(const const_iterator& a, const const_iterator& b) noexcept {
-        return a.m_index != b.m_index;
-    }
-
-private:
-    friend class Record;
-    const_iterator(const Record& record, std::size_t index) noexcept : m_record(&record), m_index(index) {}
-
-    const Record* m_record;
-    std::size_t m_index;
-};
-
-inline Record::const_iterator Record::begin() const noexcept {
-    return {*this, 0};
-}
-inline Record::const_iterator Record::end() const noexcept {
-    return {*this, size()};
-}
 
 } // namespace tivra

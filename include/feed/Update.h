@@ -2,12 +2,12 @@
 
 #include <chrono>
 #include <cstddef>
-#include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
 
 #include "TivraApi.h"
+#include "feed/EntryIterator.h"
 #include "feed/Field.h"
 #include "feed/Value.h"
 
@@ -36,7 +36,7 @@ public:
 
     /// A field and its value.
     using Entry = std::pair<Field, Value>;
-    class const_iterator;
+    using const_iterator = EntryIterator<Update>;
 
     Update(const Update&) = delete;
     Update& operator=(const Update&) = delete;
@@ -80,14 +80,15 @@ public:
     /// How many fields it has.
     std::size_t size() const noexcept;
     /// The fields in the order of the message.
-    const_iterator begin() const noexcept;
-    const_iterator end() const noexcept;
+    const_iterator begin() const noexcept { return {*this, 0}; }
+    const_iterator end() const noexcept { return {*this, size()}; }
 
-    /// A copy to keep.
+    /// A copy to keep, in one block of memory, which is taken from those of records that have gone.
     Record copy() const;
 
 private:
     friend struct tivra_internal::UpdateData;
+    friend const_iterator;
 
     explicit Update(const tivra_internal::UpdateData& data) noexcept : m_data(data) {}
 
@@ -96,40 +97,5 @@ private:
 
     const tivra_internal::UpdateData& m_data;
 };
-
-class Update::const_iterator {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = Update::Entry;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-    using reference = Update::Entry;
-
-    Update::Entry operator*() const { return m_update->entryAt(m_index); }
-    const_iterator& operator++() noexcept {
-        ++m_index;
-        return *this;
-    }
-    friend bool operator==(const const_iterator& a, const const_iterator& b) noexcept {
-        return a.m_index == b.m_index;
-    }
-    friend bool operator!=(const const_iterator& a, const const_iterator& b) noexcept {
-        return a.m_index != b.m_index;
-    }
-
-private:
-    friend class Update;
-    const_iterator(const Update& update, std::size_t index) noexcept : m_update(&update), m_index(index) {}
-
-    const Update* m_update;
-    std::size_t m_index;
-};
-
-inline Update::const_iterator Update::begin() const noexcept {
-    return {*this, 0};
-}
-inline Update::const_iterator Update::end() const noexcept {
-    return {*this, size()};
-}
 
 } // namespace tivra
