@@ -25,6 +25,7 @@ PROGRAMS = {
     "wait": (30, 5),
     "road": (5, 2),
     "growth": (3, 1),
+    "hold": (11, 3),
     "request": (2, 1),
     "recovery": (8, 3),
 }

@@ -4,6 +4,7 @@
 /// The feed: connections, subscriptions and answers in one object.
 
 #include "feed/Answer.h"
+#include "feed/Board.h"
 #include "feed/ConnectionEvent.h"
 #include "feed/EntryIterator.h"
 #include "feed/Error.h"
@@ -21,4 +22,5 @@
 #include "feed/Subscription.h"
 #include "feed/SubscriptionGroup.h"
 #include "feed/Update.h"
+#include "feed/UpdateQueue.h"
 #include "feed/Value.h"

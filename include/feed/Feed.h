@@ -11,6 +11,7 @@
 
 #include "TivraApi.h"
 #include "feed/Answer.h"
+#include "feed/Board.h"
 #include "feed/ConnectionEvent.h"
 #include "feed/FeedOptions.h"
 #include "feed/Field.h"
@@ -21,6 +22,7 @@
 #include "feed/Subscription.h"
 #include "feed/SubscriptionGroup.h"
 #include "feed/Update.h"
+#include "feed/UpdateQueue.h"
 #include "request/Commands.h"
 
 namespace tivra_internal {
@@ -118,6 +120,10 @@ public:
     /// @throws Error as SubscriptionGroup::add
     [[nodiscard]] SubscriptionGroup subscribeAll(const std::vector<Instrument>& instruments,
                                                  SubscriptionHandlers handlers);
+    /// The same into a queue, which is polled.
+    [[nodiscard]] Subscription subscribe(const Instrument& instrument, const UpdateQueue& queue);
+    /// The same onto a board.
+    [[nodiscard]] Subscription subscribe(const Instrument& instrument, const Board& board);
 
     FeedStatistics statistics() const;
     /// The same as a line of JSON without a line break, in the form of StatisticsText::json: "time",

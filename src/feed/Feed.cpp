@@ -144,6 +144,14 @@ SubscriptionGroup Feed::subscribeAll(const std::vector<Instrument>& instruments,
     return group;
 }
 
+Subscription Feed::subscribe(const Instrument& instrument, const UpdateQueue& queue) {
+    return subscribe(instrument, queue.handlers());
+}
+
+Subscription Feed::subscribe(const Instrument& instrument, const Board& board) {
+    return subscribe(instrument, board.handlers());
+}
+
 FeedStatistics Feed::statistics() const {
     if (m_impl == nullptr || m_impl->registry().process().isForeign())
         return FeedStatistics();

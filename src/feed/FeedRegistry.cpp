@@ -198,6 +198,7 @@ void FeedRegistry::detach() {
     const tp::MutexLock lock(m_sendMutex);
     m_sender = nullptr;
     m_isDetached.store(true, std::memory_order_release);
+    m_hold.end();
 }
 
 void FeedRegistry::close() {

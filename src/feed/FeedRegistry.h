@@ -21,6 +21,7 @@
 #include "LockOrder.h"
 
 #include "feed/Callbacks.h"
+#include "feed/DeliveryHold.h"
 #include "feed/FeedItem.h"
 #include "feed/FeedMeasures.h"
 #include "feed/FieldTable.h"
@@ -91,6 +92,7 @@ public:
     void countLate() noexcept { m_late.fetch_add(1, std::memory_order_relaxed); }
     [[nodiscard]] Callbacks& callbacks() noexcept { return m_callbacks; }
     [[nodiscard]] FeedMeasures& measures() noexcept { return m_measures; }
+    [[nodiscard]] DeliveryHold& hold() noexcept { return m_hold; }
     [[nodiscard]] const std::shared_ptr<FieldTable>& fields() const noexcept { return m_fields; }
 
     // --- what items and answers ask ---
@@ -141,6 +143,7 @@ private:
     Callbacks m_callbacks;
     FeedMeasures m_measures;
     std::function<void(const tivra::SlowCallback&)> m_onSlow; ///< of the feed's thread, once set
+    DeliveryHold m_hold;
     std::atomic<std::uint64_t> m_unwanted{0};
     std::atomic<std::uint64_t> m_late{0};
     std::atomic<bool> m_isDetached{false};

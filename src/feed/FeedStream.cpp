@@ -52,6 +52,7 @@ FeedStream::~FeedStream() {
 
 void FeedStream::deliver(const StreamMessage& incoming) {
     m_times.begin(incoming.frame);
+    m_registry->hold().waitIfAsked();
     if (incoming.tag != 0) {
         deliverTagged(incoming);
         return;

@@ -44,14 +44,15 @@ const KVNAPI::Token* HubFields::tokenOf(const FieldEntry& field) {
 }
 
 const FieldEntry& HubFields::fieldOf(const KVNAPI::Token& token) {
-    if (token.serialId < 0)
+    const auto number = static_cast<std::size_t>(token.kvnid);
+    if (number >= kMostNumbers)
         return m_table->intern(token.name);
-    const auto serial = static_cast<std::size_t>(token.serialId);
-    if (serial >= m_entries.size())
-        m_entries.resize(serial + 1);
-    if (m_entries[serial] == nullptr)
-        m_entries[serial] = &m_table->intern(token.name);
-    return *m_entries[serial];
+    if (number >= m_entries.size())
+        m_entries.resize(number + 1);
+    Named& named = m_entries[number];
+    if (named.token != &token)
+        named = {&token, &m_table->intern(token.name)};
+    return *named.entry;
 }
 
 void HubFields::forgetMissing() {

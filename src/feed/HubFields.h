@@ -45,10 +45,17 @@ private:
         bool isMissing = false;
     };
 
+    struct Named {
+        const KVNAPI::Token* token = nullptr;
+        const FieldEntry* entry = nullptr;
+    };
+    /// Tokens of a higher number are looked up by name each time: a hub may choose any number.
+    static constexpr std::size_t kMostNumbers = 65'536;
+
     const MetaTokenMap& m_dictionary;
     const std::shared_ptr<FieldTable> m_table;
-    std::vector<Known> m_tokens;              ///< by the field's index
-    std::vector<const FieldEntry*> m_entries; ///< by the token's serial id
+    std::vector<Known> m_tokens;  ///< by the field's index
+    std::vector<Named> m_entries; ///< by the token's number
 };
 
 } // namespace tivra_internal

@@ -10,6 +10,7 @@
 #include <feed/Subscription.h>
 #include <feed/Update.h>
 
+#include "feed/Attachment.h"
 #include "feed/Callbacks.h"
 #include "feed/MeasuredCallback.h"
 #include "feed/UpdateData.h"
@@ -37,6 +38,8 @@ public:
     [[nodiscard]] tivra::DataState state() const noexcept { return m_state.load(std::memory_order_acquire); }
     [[nodiscard]] tivra::SubscriptionStatistics statistics() const;
     [[nodiscard]] std::uint64_t id() const noexcept { return m_id; }
+    /// When the last update came: seconds since the epoch, 0 before the first.
+    [[nodiscard]] double lastUpdate() const noexcept { return m_lastUpdate.load(std::memory_order_relaxed); }
     [[nodiscard]] std::int64_t imageTag() const noexcept { return m_imageTag; }
     [[nodiscard]] const std::shared_ptr<FeedItem>& item() const noexcept { return m_item; }
     [[nodiscard]] std::optional<tivra::Error> error() const;
@@ -65,7 +68,27 @@ public:
     void change(tivra::DataState to, std::string_view cause, const tivra::Error* error, Callbacks& callbacks);
     void gap(const tivra::Gap& gap, Callbacks& callbacks);
     /// It is closed and left: what the handlers hold goes.
-    void dropHandlers() { m_handlers.reset(); }
+    void dropHandlers() {
+        m_attached.reset();
+        m_handlers.reset();
+    }
+
+    // --- what handlers keep with it; in the item's turn ---
+    [[nodiscard]] static SubscriptionState& of(const tivra::SubscriptionView& view) noexcept {
+        return *view.m_state;
+    }
+    /// Null when the owner has nothing here.
+    [[nodiscard]] Attachment* attachmentOf(const void* owner) const noexcept {
+        Attachment* attached = m_attached.get();
+        while (attached != nullptr && attached->owner != owner)
+            attached = attached->next.get();
+        return attached;
+    }
+    Attachment& attach(std::unique_ptr<Attachment> attachment) noexcept {
+        attachment->next = std::move(m_attached);
+        m_attached = std::move(attachment);
+        return *m_attached;
+    }
 
 private:
     /// A counter that one thread at a time writes and others read.
@@ -75,6 +98,7 @@ private:
     }
 
     Handlers m_handlers; ///< used in the item's turn
+    std::unique_ptr<Attachment> m_attached;
     std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
     std::atomic<std::uint32_t> m_gaps{0};
     std::atomic<std::uint64_t> m_updates{0};

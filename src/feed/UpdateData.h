@@ -21,6 +21,7 @@ struct UpdateData {
     MessageTimes* times = nullptr;   ///< of the message; null where nobody knows them
 
     [[nodiscard]] tivra::Update update() const noexcept { return tivra::Update(*this); }
+    [[nodiscard]] static const UpdateData& of(const tivra::Update& update) noexcept { return update.m_data; }
 };
 
 } // namespace tivra_internal

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+namespace tivra_internal {
+
+/// What a handler of the library's own keeps with a subscription. It goes with the subscription's handlers.
+struct Attachment {
+    explicit Attachment(const void* whose) noexcept : owner(whose) {}
+    virtual ~Attachment() = default;
+    Attachment(const Attachment&) = delete;
+    Attachment& operator=(const Attachment&) = delete;
+
+    const void* const owner; ///< what the handler serves
+    std::unique_ptr<Attachment> next;
+};
+
+} // namespace tivra_internal

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <feed/Board.h>
+#include <feed/Value.h>
+
+#include "feed/FieldTable.h"
+#include "feed/ItemTurn.h"
+#include "feed/UpdateData.h"
+
+namespace tivra_internal {
+
+/// The values of one symbol of a board. Everything that a reader looks at is an atomic word: it takes a copy
+/// and finds by the version, which is odd during a write, whether the words belong together.
+class BoardLine {
+public:
+    BoardLine(int source, std::string symbol, std::uint32_t index);
+    ~BoardLine();
+    BoardLine(const BoardLine&) = delete;
+    BoardLine& operator=(const BoardLine&) = delete;
+
+    [[nodiscard]] int source() const noexcept { return m_source; }
+    [[nodiscard]] const std::string& symbol() const noexcept { return m_symbol; }
+    [[nodiscard]] std::uint32_t index() const noexcept { return m_index; }
+
+    // --- what subscriptions bring; @thread any, one waits for another ---
+    /// @param replaces  what it has
+    /// @throws tivra::Error (InvalidArgument) for the update of another feed
+    void update(const UpdateData& data, bool replaces) TP_EXCLUDES(m_turn);
+    void setState(tivra::DataState state) noexcept { m_state.store(state, std::memory_order_release); }
+    void countGap() noexcept { m_gaps.fetch_add(1, std::memory_order_relaxed); }
+    void addSubscription() noexcept { m_subscriptions.fetch_add(1, std::memory_order_relaxed); }
+    /// True when nobody is left.
+    [[nodiscard]] bool removeSubscription() noexcept {
+        return m_subscriptions.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    }
+    [[nodiscard]] bool hasSubscriptions() const noexcept {
+        return m_subscriptions.load(std::memory_order_acquire) != 0;
+    }
+    [[nodiscard]] bool isShared() const noexcept {
+        return m_subscriptions.load(std::memory_order_relaxed) > 1;
+    }
+    /// The position of its last change is at least that.
+    void setChanged(std::uint64_t position) noexcept {
+        m_lastChange.store(position, std::memory_order_release);
+    }
+
+    // --- what readers ask; @thread any ---
+    [[nodiscard]] tivra::BoardRow read() const;
+    [[nodiscard]] tivra::DataState state() const noexcept { return m_state.load(std::memory_order_acquire); }
+    [[nodiscard]] std::uint64_t lastChange() const noexcept {
+        return m_lastChange.load(std::memory_order_acquire);
+    }
+    [[nodiscard]] std::size_t bytes() const noexcept;
+
+private:
+    using Word = std::atomic<std::uint64_t>;
+
+    /// The words of the fields: two for each from the beginning, and their texts from the end. A line that
+    /// outgrows its block takes a larger one, and keeps this for readers who are in it.
+    struct Block {
+        explicit Block(std::size_t size, std::unique_ptr<Block> older);
+
+        const std::size_t size;
+        const std::unique_ptr<Word[]> words;
+        const std::unique_ptr<Block> smaller;
+    };
+    class Writing;
+
+    void write(const UpdateData& data, bool replaces) TP_REQUIRES(m_turn);
+    void put(const FieldEntry& field, const KVNAPI::Message& message, int index) TP_REQUIRES(m_turn);
+    void putText(std::size_t place, const FieldEntry& field, std::string_view text) TP_REQUIRES(m_turn);
+    [[nodiscard]] std::size_t placeOf(const FieldEntry& field) TP_REQUIRES(m_turn);
+    /// Room for so many words more. Texts may move.
+    void makeRoom(std::size_t words) TP_REQUIRES(m_turn);
+    void store(std::size_t place, std::uint64_t word) noexcept {
+        m_block.load(std::memory_order_relaxed)->words[place].store(word, std::memory_order_release);
+    }
+    [[nodiscard]] std::uint64_t load(std::size_t place) const noexcept {
+        return m_block.load(std::memory_order_relaxed)->words[place].load(std::memory_order_relaxed);
+    }
+    /// False when a write was under way.
+    [[nodiscard]] bool copyTo(std::vector<std::uint64_t>& words, tivra::BoardRow& row,
+                              std::size_t& count) const;
+
+    const int m_source;
+    const std::uint32_t m_index;
+    const std::string m_symbol;
+    std::atomic<std::uint32_t> m_version{0};
+    std::atomic<std::uint32_t> m_count{0}; ///< fields
+    std::atomic<Block*> m_block{nullptr};
+    std::atomic<double> m_lastUpdate{0.0}; ///< seconds since the epoch, 0 before the first
+    std::atomic<std::uint64_t> m_updates{0};
+    std::atomic<std::uint64_t> m_lastChange{0};
+    std::atomic<std::uint32_t> m_gaps{0};
+    std::atomic<std::uint32_t> m_subscriptions{0};
+    std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
+
+    ItemTurn m_turn;                                     ///< of writers
+    std::uint32_t m_next TP_GUARDED_BY(m_turn) = 0;      ///< the field that is looked for first
+    std::uint32_t m_textBegin TP_GUARDED_BY(m_turn) = 0; ///< in the block
+    /// What the words refer to: set before there are any.
+    std::shared_ptr<FieldTable> m_table;
+};
+
+} // namespace tivra_internal

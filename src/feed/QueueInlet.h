@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+#include <utility>
+
+#include <feed/Subscription.h>
+
+#include "feed/Attachment.h"
+#include "feed/QueueState.h"
+
+namespace tivra_internal {
+
+/// One subscription's way into a queue. When it goes the subscription has ended.
+class QueueInlet final : public Attachment {
+public:
+    QueueInlet(std::shared_ptr<QueueState> queue, const tivra::SubscriptionView& subscription)
+        : Attachment(queue.get()), m_queue(std::move(queue)), m_lane(m_queue->enter(subscription)) {}
+    ~QueueInlet() override { m_queue->leave(m_lane); }
+
+    [[nodiscard]] QueueLane& lane() noexcept { return m_lane; }
+
+private:
+    const std::shared_ptr<QueueState> m_queue;
+    QueueLane& m_lane; ///< the queue keeps it as long as this
+};
+
+} // namespace tivra_internal
