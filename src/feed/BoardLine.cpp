@@ -58,6 +58,13 @@ constexpr std::size_t kLongestText = (1U << TextPlace::kLengthBits) - 1;
     return static_cast<Value::Type>(name & kTypeMask);
 }
 
+/// Whether a field has had a value of that storage last, whose type needn't be looked up again.
+[[nodiscard]] bool isStoredAs(std::uint64_t name, unsigned storage) noexcept {
+    const Value::Type type = typeOf(name);
+    return storage == KVNAPI::Token::TY_INT ? type == Value::Type::Integer
+                                            : type == Value::Type::Double || type == Value::Type::Time;
+}
+
 /// What a record is made of: the words of a line, as they were at one moment.
 class WordContent {
 public:
@@ -168,6 +175,12 @@ void BoardLine::write(const UpdateData& data, bool replaces) {
 
 void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int index) {
     const std::size_t place = placeOf(field);
+    const KVNAPI::TVPair pair = message.readPair(index);
+    if (pair.token->storage != KVNAPI::Token::TY_STRING && isStoredAs(load(place), pair.token->storage)) {
+        store(place + 1, pair.token->storage == KVNAPI::Token::TY_INT ? static_cast<std::uint64_t>(pair.i)
+                                                                      : std::bit_cast<std::uint64_t>(pair.d));
+        return;
+    }
     const Value value = HubFields::valueOf(message, index);
     switch (value.type()) {
     case Value::Type::Text:
@@ -178,7 +191,7 @@ void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int
         break;
     case Value::Type::Double:
     case Value::Type::Time:
-        store(place + 1, std::bit_cast<std::uint64_t>(message.readPair(index).d));
+        store(place + 1, std::bit_cast<std::uint64_t>(pair.d));
         break;
     }
     store(place, nameWord(field, value.type()));
@@ -187,7 +200,9 @@ void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int
 /// Updates of one symbol repeat their fields in their order as a rule.
 std::size_t BoardLine::placeOf(const FieldEntry& field) {
     const std::uint32_t count = m_count.load(std::memory_order_relaxed);
-    const std::uint64_t wanted = nameWord(field, Value::Type::Integer);
+    const std::uint64_t wanted = nameWord(field, Value::Type::Integer); // of no type
+    if (m_next < count && (load(2 * m_next) & ~kTypeMask) == wanted)
+        return 2 * m_next++;
     for (std::uint32_t seen = 0, at = m_next; seen < count; ++seen) {
         if (at >= count)
             at = 0;

@@ -43,16 +43,15 @@ const KVNAPI::Token* HubFields::tokenOf(const FieldEntry& field) {
     return known.token;
 }
 
-const FieldEntry& HubFields::fieldOf(const KVNAPI::Token& token) {
+const FieldEntry& HubFields::enter(const KVNAPI::Token& token) {
+    const FieldEntry& entry = m_table->intern(token.name);
     const auto number = static_cast<std::size_t>(token.kvnid);
     if (number >= kMostNumbers)
-        return m_table->intern(token.name);
+        return entry;
     if (number >= m_entries.size())
         m_entries.resize(number + 1);
-    Named& named = m_entries[number];
-    if (named.token != &token)
-        named = {&token, &m_table->intern(token.name)};
-    return *named.entry;
+    m_entries[number] = {&token, &entry};
+    return entry;
 }
 
 void HubFields::forgetMissing() {

@@ -7,10 +7,10 @@
 #include <feed/Value.h>
 
 #include "feed/FieldTable.h"
+#include "kvnparse/Token.h"
 
 namespace KVNAPI {
 class Message;
-class Token;
 } // namespace KVNAPI
 
 namespace tivra_internal {
@@ -29,7 +29,12 @@ public:
     [[nodiscard]] bool has(std::string_view name) const;
     /// The token of a field, null when the hub has none of that name.
     [[nodiscard]] const KVNAPI::Token* tokenOf(const FieldEntry& field);
-    [[nodiscard]] const FieldEntry& fieldOf(const KVNAPI::Token& token);
+    [[nodiscard]] const FieldEntry& fieldOf(const KVNAPI::Token& token) {
+        const auto number = static_cast<std::size_t>(token.kvnid);
+        if (number < m_entries.size() && m_entries[number].token == &token)
+            return *m_entries[number].entry;
+        return enter(token);
+    }
     /// The hub may have got new fields since.
     void forgetMissing();
 
@@ -51,6 +56,8 @@ private:
     };
     /// Tokens of a higher number are looked up by name each time: a hub may choose any number.
     static constexpr std::size_t kMostNumbers = 65'536;
+
+    [[nodiscard]] const FieldEntry& enter(const KVNAPI::Token& token);
 
     const MetaTokenMap& m_dictionary;
     const std::shared_ptr<FieldTable> m_table;
