@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "FeedLoad.h"
 #include "GroupProcess.h"
 #include "Interleave.h"
 #include "Report.h"
@@ -107,6 +108,7 @@ struct Figures {
     std::vector<double> reconnectCpu;
     std::vector<double> oneThread;
     std::vector<double> allThreads;
+    std::vector<FeedRun> groups; ///< of kMost subscriptions, and of a million if that was run
 };
 
 void measure(Figures& figures, const Options& options) {
@@ -126,12 +128,36 @@ void measure(Figures& figures, const Options& options) {
             figures.oneThread.push_back(
                 pathShare(runRequests(group, {kPathRequests, false}), kPathRequests, 1));
         }
+        figures.groups.push_back(runSubscriptions(group, kMost));
     }
     if (options.isQuick)
         return;
     const GroupProcess group(kMillion + kGroupHubs);
     figures.loads.push_back({kMillion, {}, {}, {}, {}, {}, {}, {}, {}, {}});
     addRun(figures.loads.back(), runRequests(group, {kMillion, true}), runRequests(group, {0, true}));
+    figures.groups.push_back(runSubscriptions(group, kMillion));
+}
+
+/// The groups of a feed.
+void printGroups(const std::vector<FeedRun>& groups) {
+    std::size_t subscriptions = kMost;
+    for (const FeedRun& run : groups) {
+        const auto each = [&](double value) { return value / static_cast<double>(subscriptions); };
+        std::printf("\nA group of %zu subscriptions of a feed: all live in %.3f s and %.1f us of processor "
+                    "time each, "
+                    "`add` takes %.1f us\n          %.0f bytes of the heap each, %.0f of resident memory\n",
+                    subscriptions, run.liveSeconds, each(run.liveCpu) * 1e6, each(run.addCpu) * 1e6,
+                    each(run.heapBytes), each(run.residentBytes));
+        subscriptions *= kMillion / kMost;
+    }
+    const FeedRun& last = groups.back();
+    const double share = static_cast<double>(groups.size() == 1 ? kMost : kMillion);
+    printAim("memory of a feed's subscription, to 1 KiB", {last.heapBytes / share / 1024.0}, "below 1.0");
+    if (groups.size() == 1)
+        return;
+    const double factor = static_cast<double>(kMillion) / static_cast<double>(kMost);
+    printAim("processor time, a feed's subscription until live, 1000000 to 100000",
+             {last.liveCpu / groups.front().liveCpu / factor}, "1.0, linear");
 }
 
 void print(const Figures& figures, int rounds) {
@@ -152,6 +178,7 @@ void print(const Figures& figures, int rounds) {
     printGrowth("processor time, answer", loads.front(), last, &Load::cpuEach);
     // A replay of the fewest drowns in the hubs' return.
     printGrowth("processor time, replay", before, last, &Load::replayEach);
+    printGroups(figures.groups);
     std::printf("\nThe path of a request, from `send` to the wire; a hub thread may write %.0f a second\n",
                 kLimitPerThread);
     printGain("one hub thread, to its limit", figures.oneThread, "at least 0.95");

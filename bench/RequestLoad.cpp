@@ -4,20 +4,18 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
-#include <malloc.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <tivra.h>
 
 #include "ChildProcess.h"
 #include "GroupProcess.h"
+#include "HeapSize.h"
 
 namespace tivra_bench {
 namespace {
@@ -26,21 +24,6 @@ double now(clockid_t clock) {
     timespec time{};
     clock_gettime(clock, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-double heapBytes() {
-    const struct mallinfo2 info = mallinfo2();
-    return static_cast<double>(info.uordblks) + static_cast<double>(info.hblkhd);
-}
-
-double residentBytes() {
-    long total = 0;
-    long resident = 0;
-    std::FILE* const file = std::fopen("/proc/self/statm", "r");
-    if (file == nullptr || std::fscanf(file, "%ld %ld", &total, &resident) != 2)
-        throw std::runtime_error("no /proc/self/statm");
-    std::fclose(file);
-    return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
 /// Counts the answers of all hubs.

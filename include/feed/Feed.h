@@ -51,6 +51,18 @@ struct FeedStatistics {
     std::vector<HubStatistics> hubs;
 };
 
+/// What Feed::list can ask for.
+enum class ListOf {
+    Fields,            ///< the dictionary
+    Enumerations,      ///< the values of the enumerated fields
+    Sources,           ///< the sources with their details
+    Permissions,       ///< those of the user
+    SubscribedSymbols, ///< what the hub has subscribed for the user
+    Clients,           ///< who is connected to the hub
+    Users,             ///< whom the hub knows
+    Administration     ///< administration information of the hub
+};
+
 /// A connection to the data of one user: it finds the hubs, logs in, keeps the connections up, and brings
 /// answers and updates. Any number of feeds may be open in a process.
 ///
@@ -98,6 +110,10 @@ public:
     Answer queryWildcard(int source, const std::string& pattern);
     /// Cross references of a symbol.
     Answer queryXref(const Instrument& instrument);
+
+    /// A list of the hubs, a record for each entry. Hubs may refuse some of them to ordinary users.
+    /// @throws Error as query()
+    Answer list(ListOf what);
 
     /// The present state of a symbol, and then its updates, until the Subscription goes.
     /// @throws Error as query()

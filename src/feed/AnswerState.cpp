@@ -1,5 +1,6 @@
 #include "feed/AnswerState.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <tp/Clock.h>
@@ -39,6 +40,12 @@ void AnswerState::addRecord(tivra::Record record) {
         m_records.push_back(std::move(record));
 }
 
+void AnswerState::addFailure(Error failure) {
+    const tp::MutexLock lock(m_mutex);
+    if (!m_hasEnded)
+        m_failures.push_back(std::move(failure));
+}
+
 void AnswerState::complete() {
     measure();
     std::vector<tivra::Record> records;
@@ -47,6 +54,24 @@ void AnswerState::complete() {
         records.swap(m_records);
     }
     end(Snapshot(std::move(records)));
+}
+
+void AnswerState::refuse(const Error& error) {
+    std::vector<tivra::Record> records;
+    std::vector<Error> failures;
+    {
+        const tp::MutexLock lock(m_mutex);
+        records.swap(m_records);
+        failures.swap(m_failures);
+    }
+    // The status of several hubs is the worst, and comes with whichever answers last.
+    const auto worst = std::find_if(failures.begin(), failures.end(), [&error](const Error& failure) {
+        return failure.status() == error.status();
+    });
+    if (records.empty())
+        end(worst != failures.end() ? *worst : error);
+    else
+        end(Snapshot(std::move(records), std::move(failures)));
 }
 
 void AnswerState::fail(const Error& error) {

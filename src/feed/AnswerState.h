@@ -37,8 +37,12 @@ public:
 
     // --- what the library brings; @thread any ---
     void addRecord(tivra::Record record) TP_EXCLUDES(m_mutex);
+    /// One of the hubs that were asked gives nothing.
+    void addFailure(tivra::Error failure) TP_EXCLUDES(m_mutex);
     /// The end: with what has come, or with an error. Nothing when it has ended before.
     void complete() TP_EXCLUDES(m_mutex);
+    /// The end, with a refusal: that of all hubs, or of some while others have given records.
+    void refuse(const tivra::Error& error) TP_EXCLUDES(m_mutex);
     void fail(const tivra::Error& error) TP_EXCLUDES(m_mutex);
 
     // --- what the application does; see Answer ---
@@ -68,6 +72,7 @@ private:
     tp::ConditionVariable m_changed;
     LaterThread::Ticket m_timeOut TP_GUARDED_BY(m_mutex);
     std::vector<tivra::Record> m_records TP_GUARDED_BY(m_mutex);
+    std::vector<tivra::Error> m_failures TP_GUARDED_BY(m_mutex);
     bool m_hasEnded TP_GUARDED_BY(m_mutex) = false;
     bool m_isTaken TP_GUARDED_BY(m_mutex) =
         false; ///< somebody has got the result, or has asked for it to be handed over

@@ -1,5 +1,6 @@
 #include <feed/Feed.h>
 
+#include <iterator>
 #include <utility>
 
 #include "feed/AnswerState.h"
@@ -69,6 +70,9 @@ FeedState Feed::state() const {
 
 Field Feed::field(std::string_view name) const {
     tivra_internal::FeedRegistry& registry = impl().registry();
+    // While hubs are away nobody can tell, but for what has been asked before.
+    if (const tivra_internal::FieldEntry* const known = registry.fields()->find(name))
+        return tivra_internal::FieldTable::fieldOf(*known);
     if (!registry.isField(name))
         throw Error({Error::Code::UnknownField, Error::Phase::Request,
                      "no hub has a field \"" + std::string(name) + "\"", "see the hub's dictionary", "", 0,
@@ -105,6 +109,29 @@ Answer Feed::queryWildcard(int source, const std::string& pattern) {
 
 Answer Feed::queryXref(const Instrument& instrument) {
     return ask(QUERYXREF, "cross-reference query", instrument);
+}
+
+Answer Feed::list(ListOf what) {
+    struct Row {
+        Commands command;
+        const char* name;
+    };
+    constexpr Row kRows[] = {{LISTAVAILABLETOKENS, "list of the fields"},
+                             {LISTENUMERATION, "list of the enumerations"},
+                             {LISTEXTENDEDEXCHANGEINFO, "list of the sources"},
+                             {LISTUSERPERMISSION, "list of the permissions"},
+                             {LISTSUBSCRIBEDSYMBOLS, "list of the subscribed symbols"},
+                             {GETACTIVECLIENTSINFO, "list of the clients"},
+                             {GETALLUSERS, "list of the users"},
+                             {LISTADMINISTRATIONINFO, "list of the administration information"}};
+    const auto row = static_cast<std::size_t>(what);
+    if (row >= std::size(kRows))
+        throw Error(
+            {Error::Code::InvalidArgument, Error::Phase::Request, "there is no such list", "", "", 0, "", 0});
+    tivra_internal::FeedImpl& feed = impl();
+    return feed.registry()
+        .request(kRows[row].command, kRows[row].name, secondsOf(feed.options().requestTimeout))
+        ->handle();
 }
 
 Subscription Feed::subscribe(const Instrument& instrument, UpdateCallback onUpdate) {

@@ -137,8 +137,10 @@ bool FeedImpl::send(tivra::Commands command, const tivra::Instrument& instrument
     SessionImpl& session = HandleAccess::impl(*m_session);
     RequestImpl request(&session);
     request.setCommand(command);
-    request.add(tivra::ENUM_SRC_ID, instrument.source);
-    request.add(tivra::SYMBOL_TICKER, instrument.symbol);
+    if (instrument.source != 0)
+        request.add(tivra::ENUM_SRC_ID, instrument.source);
+    if (!instrument.symbol.empty())
+        request.add(tivra::SYMBOL_TICKER, instrument.symbol);
     if (origin != 0)
         request.add(tivra::QUERY_REF_TAG, origin);
     request.useTag(tag);

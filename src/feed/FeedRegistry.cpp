@@ -106,12 +106,12 @@ std::shared_ptr<SubscriptionState> FeedRegistry::enter(ItemKind kind, const Inst
                                                        bool& isFirst) {
     const tp::MutexLock lock(m_mutex);
     ++m_subscriptionCount;
-    const auto found = m_items.find(Key{instrument.symbol, instrument.source, kind});
+    const auto found = m_items.find(Key(instrument.symbol, instrument.source, kind));
     isFirst = found == m_items.end();
     if (!isFirst) {
-        const std::shared_ptr<FeedItem>& item = found->second;
+        const std::shared_ptr<FeedItem>& item = *found;
         auto latecomer = std::make_shared<SubscriptionState>(item, std::move(handlers), tag);
-        m_targets[tag] = Latecomer{item, latecomer};
+        m_targets[tag] = std::make_shared<const Latecomer>(Latecomer{item, latecomer});
         item->add(latecomer);
         return latecomer;
     }
@@ -119,7 +119,7 @@ std::shared_ptr<SubscriptionState> FeedRegistry::enter(ItemKind kind, const Inst
         std::make_shared<FeedItem>(shared_from_this(), kind, instrument.source, instrument.symbol, tag);
     auto subscription = std::make_shared<SubscriptionState>(item, std::move(handlers), 0);
     item->begin(subscription);
-    m_items.emplace(keyOf(*item), item);
+    m_items.insert(item);
     if (kind == ItemKind::Pattern)
         m_patterns.push_back(item);
     m_targets[tag] = item;
@@ -129,8 +129,13 @@ std::shared_ptr<SubscriptionState> FeedRegistry::enter(ItemKind kind, const Inst
 std::shared_ptr<AnswerState> FeedRegistry::request(tivra::Commands command, const char* what,
                                                    const Instrument& instrument, double timeout) {
     checkInstrument(instrument, what);
+    return ask(command, describe(what, instrument), instrument, timeout);
+}
+
+std::shared_ptr<AnswerState> FeedRegistry::ask(tivra::Commands command, std::string what,
+                                               const Instrument& instrument, double timeout) {
     const int64_t tag = nextTag();
-    auto answer = std::make_shared<AnswerState>(shared_from_this(), tag, describe(what, instrument));
+    auto answer = std::make_shared<AnswerState>(shared_from_this(), tag, std::move(what));
     {
         const tp::MutexLock lock(m_mutex);
         m_targets[tag] = answer;
@@ -207,8 +212,7 @@ void FeedRegistry::close() {
     std::vector<std::shared_ptr<AnswerState>> answers;
     {
         const tp::MutexLock lock(m_mutex);
-        for (const auto& [key, item] : m_items)
-            items.push_back(item);
+        items.assign(m_items.begin(), m_items.end());
         for (const auto& [tag, target] : m_targets)
             if (const auto* const answer = std::get_if<std::shared_ptr<AnswerState>>(&target))
                 answers.push_back(*answer);
@@ -231,8 +235,8 @@ std::vector<std::shared_ptr<FeedItem>> FeedRegistry::findItems(int source, std::
     std::vector<std::shared_ptr<FeedItem>> items;
     const tp::MutexLock lock(m_mutex);
     for (const ItemKind kind : {ItemKind::Symbol, ItemKind::OrderBook})
-        if (const auto found = m_items.find(Key{symbol, source, kind}); found != m_items.end())
-            items.push_back(found->second);
+        if (const auto found = m_items.find(Key(symbol, source, kind)); found != m_items.end())
+            items.push_back(*found);
     for (const std::shared_ptr<FeedItem>& pattern : m_patterns)
         if (pattern->source() == source && matchesWildcard(pattern->symbol(), symbol))
             items.push_back(pattern);
@@ -242,8 +246,8 @@ std::vector<std::shared_ptr<FeedItem>> FeedRegistry::findItems(int source, std::
 std::vector<std::shared_ptr<FeedItem>> FeedRegistry::itemsOf(int source) {
     std::vector<std::shared_ptr<FeedItem>> items;
     const tp::MutexLock lock(m_mutex);
-    for (const auto& [key, item] : m_items)
-        if (key.source == source)
+    for (const std::shared_ptr<FeedItem>& item : m_items)
+        if (item->source() == source)
             items.push_back(item);
     return items;
 }
@@ -298,8 +302,8 @@ void FeedRegistry::removeItem(FeedItem& item) {
     m_targets.erase(item.tag());
     if (item.kind() == ItemKind::Pattern)
         std::erase_if(m_patterns, [&item](const auto& one) { return one.get() == &item; });
-    const auto found = m_items.find(keyOf(item));
-    if (found != m_items.end() && found->second.get() == &item)
+    const auto found = m_items.find(Key(item.symbol(), item.source(), item.kind()));
+    if (found != m_items.end() && found->get() == &item)
         m_items.erase(found);
 }
 

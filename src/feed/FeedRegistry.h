@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -44,8 +45,8 @@ public:
         std::shared_ptr<SubscriptionState> subscription;
     };
     /// Who gets what comes with a tag; nobody, maybe.
-    using Target =
-        std::variant<std::monostate, std::shared_ptr<FeedItem>, std::shared_ptr<AnswerState>, Latecomer>;
+    using Target = std::variant<std::monostate, std::shared_ptr<FeedItem>, std::shared_ptr<AnswerState>,
+                                std::shared_ptr<const Latecomer>>;
 
     /// @param sender  borrowed until close()
     FeedRegistry(FeedSender& sender, std::function<void(const tivra::Error&)> onError);
@@ -60,6 +61,11 @@ public:
     /// @param timeout  in seconds
     [[nodiscard]] std::shared_ptr<AnswerState> request(tivra::Commands command, const char* what,
                                                        const tivra::Instrument& instrument, double timeout);
+    /// One that is about no instrument.
+    [[nodiscard]] std::shared_ptr<AnswerState> request(tivra::Commands command, const char* what,
+                                                       double timeout) {
+        return ask(command, what, {}, timeout);
+    }
     /// No request is accepted or sent from now on, and the loss of a hub is no news.
     void detach() TP_EXCLUDES(m_sendMutex);
     [[nodiscard]] bool isDetached() const noexcept { return m_isDetached.load(std::memory_order_acquire); }
@@ -109,23 +115,32 @@ public:
     [[nodiscard]] tivra::FeedStatistics statistics() TP_EXCLUDES(m_mutex);
 
 private:
+    /// What an item is found by.
     struct Key {
         std::string_view symbol;
         int source;
         ItemKind kind;
+        Key(std::string_view symbolText, int sourceNumber, ItemKind itemKind) noexcept
+            : symbol(symbolText), source(sourceNumber), kind(itemKind) {}
+        Key(const std::shared_ptr<FeedItem>& item) noexcept
+            : Key(item->symbol(), item->source(), item->kind()) {}
         bool operator==(const Key&) const = default;
     };
     struct KeyHash {
+        using is_transparent = void;
         [[nodiscard]] std::size_t operator()(const Key& key) const noexcept {
             return std::hash<std::string_view>()(key.symbol) * 31 +
                    (static_cast<std::size_t>(key.source) << 2 | static_cast<std::size_t>(key.kind));
         }
     };
-    [[nodiscard]] static Key keyOf(const FeedItem& item) noexcept {
-        return {item.symbol(), item.source(), item.kind()};
-    }
+    struct KeyEqual {
+        using is_transparent = void;
+        [[nodiscard]] bool operator()(const Key& a, const Key& b) const noexcept { return a == b; }
+    };
 
     [[nodiscard]] int64_t nextTag() TP_EXCLUDES(m_sendMutex);
+    [[nodiscard]] std::shared_ptr<AnswerState> ask(tivra::Commands command, std::string what,
+                                                   const tivra::Instrument& instrument, double timeout);
     void send(tivra::Commands command, const tivra::Instrument& instrument, int64_t tag, int64_t origin)
         TP_EXCLUDES(m_sendMutex);
     [[nodiscard]] std::shared_ptr<SubscriptionState> enter(ItemKind kind, const tivra::Instrument& instrument,
@@ -152,7 +167,7 @@ private:
     FeedSender* m_sender TP_GUARDED_BY(m_sendMutex); ///< null once the feed is closed
 
     tp::Mutex m_mutex{kLockFeedRegistry}; ///< guards what follows
-    std::unordered_map<Key, std::shared_ptr<FeedItem>, KeyHash> m_items TP_GUARDED_BY(m_mutex);
+    std::unordered_set<std::shared_ptr<FeedItem>, KeyHash, KeyEqual> m_items TP_GUARDED_BY(m_mutex);
     std::vector<std::shared_ptr<FeedItem>> m_patterns TP_GUARDED_BY(m_mutex); ///< those of m_items
     std::unordered_map<int64_t, Target> m_targets TP_GUARDED_BY(m_mutex);
     std::vector<FeedStream*> m_streams TP_GUARDED_BY(m_mutex);

@@ -22,6 +22,9 @@ namespace {
 using tivra::Error;
 using tivra::Update;
 
+/// Its tag and its status.
+constexpr int kPairsOfBareStatus = 2;
+
 [[nodiscard]] std::string_view symbolOf(const KVNAPI::Message& message) noexcept {
     return {message.symbol.buf, message.symbol.len};
 }
@@ -86,8 +89,9 @@ void FeedStream::deliverTagged(const StreamMessage& incoming) {
         deliverTo(*item, incoming);
     else if (const auto* const answer = std::get_if<std::shared_ptr<AnswerState>>(&target))
         deliverTo(*answer, incoming);
-    else if (const auto* const latecomer = std::get_if<FeedRegistry::Latecomer>(&target))
-        deliverTo(*latecomer, incoming);
+    else if (const auto* const latecomer =
+                 std::get_if<std::shared_ptr<const FeedRegistry::Latecomer>>(&target))
+        deliverTo(**latecomer, incoming);
     else if (!(incoming.hasStatus && isUnsubscribeCommand(incoming.command)))
         m_registry->countLate();
 }
@@ -125,12 +129,21 @@ void FeedStream::deliverTo(const FeedRegistry::Latecomer& latecomer, const Strea
 }
 
 void FeedStream::deliverTo(const std::shared_ptr<AnswerState>& answer, const StreamMessage& incoming) {
-    if (!incoming.hasStatus)
+    // The last message of some lists has the last record beside the status.
+    if (!incoming.hasStatus || incoming.message.pairCount() > kPairsOfBareStatus)
         answer->addRecord(RecordData::copyOf(incoming.message, m_fields));
-    else if (incoming.status >= 0)
+    if (!incoming.hasStatus)
+        return;
+    if (incoming.status >= 0)
         answer->complete();
     else
-        answer->fail(refusal(answer->what(), incoming.status));
+        answer->refuse(refusal(answer->what(), incoming.status));
+}
+
+void FeedStream::hubRefused(int64_t tag, int64_t status) {
+    const FeedRegistry::Target target = m_registry->targetOf(tag);
+    if (const auto* const answer = std::get_if<std::shared_ptr<AnswerState>>(&target))
+        (*answer)->addFailure(refusal((*answer)->what(), status));
 }
 
 Error FeedStream::refusal(const std::string& what, int64_t status) const {

@@ -32,6 +32,7 @@ public:
     void deliver(const StreamMessage& incoming) override;
     void connectionLost() override;
     void connectionBegins() override;
+    void hubRefused(int64_t tag, int64_t status) override;
     void hubDropped(std::uint64_t bytes) override;
     void conflationChanged(bool isConflating) override;
 

@@ -12,6 +12,12 @@ const FieldEntry& FieldTable::intern(std::string_view name) {
     return entry;
 }
 
+const FieldEntry* FieldTable::find(std::string_view name) {
+    const tp::MutexLock lock(m_mutex);
+    const auto found = m_byName.find(name);
+    return found != m_byName.end() ? found->second : nullptr;
+}
+
 } // namespace tivra_internal
 
 namespace tivra {

@@ -29,6 +29,9 @@ public:
     /// The entry of that name, made if there is none.
     [[nodiscard]] const FieldEntry& intern(std::string_view name);
 
+    /// Null when nobody has named it yet.
+    [[nodiscard]] const FieldEntry* find(std::string_view name);
+
     [[nodiscard]] static const FieldEntry* entryOf(const tivra::Field& field) noexcept {
         return field.m_entry;
     }

@@ -55,6 +55,7 @@ void QueueReadHandler::endLostRequest(const LostRequest& lost, HubClient* hub) {
     m_event->setBody(body);
     m_altids.clear();
     Incoming in{msg, lost.status, lost.tag, true, true, lost.command};
+    noteRefusal(in);
     if (m_session.suppressResponse(lost.tag, msg, m_statusTok, msg.findPair(m_statusTok), &MetaMap, hub))
         return;
     readStatus(in);

@@ -37,6 +37,9 @@ public:
     virtual void connectionLost() = 0;
     /// What follows comes over another connection.
     virtual void connectionBegins() = 0;
+    /// This hub, of those that were asked, has refused the request, or is lost before its answer. The answer
+    /// as a whole comes by deliver().
+    virtual void hubRefused(int64_t tag, int64_t status) = 0;
     /// The hub says that it has dropped so many bytes more of what was for this connection.
     virtual void hubDropped(uint64_t bytes) = 0;
     /// The hub merges updates for want of room, or has ceased to. What was merged before has been delivered.

@@ -119,6 +119,7 @@ private:
     // SystemRecords.cpp: each returns true when the record is not for the application.
     [[nodiscard]] bool consumeSystemRecord(KVNAPI::Message& msg);
     [[nodiscard]] bool consumeHeartbeat();
+    void noteRefusal(const Incoming& in);
     void takeHubStatus(const KVNAPI::Message& msg);
     /// @param sum  bytes that the hub has dropped since the connection began
     void takeHubDrops(uint64_t sum);

@@ -46,6 +46,7 @@ bool QueueReadHandler::settleResponse(Incoming& in) {
     }
     if (m_watchlistInUse && m_hubClient.handleWatchlistResponse(in.tag, in.status))
         return false;
+    noteRefusal(in);
     if (m_session.suppressResponse(in.tag, in.msg, m_statusTok, in.msg.findPair(m_statusTok), &MetaMap,
                                    m_hubClient.client()))
         return false;
@@ -56,6 +57,12 @@ bool QueueReadHandler::settleResponse(Incoming& in) {
         eprintf(EPF_DBUG, "rc=%ld (%s) for request tag %lld", static_cast<long>(in.status),
                 m_session.getRetCodeDesc(static_cast<int>(in.status)), tagForLog);
     return true;
+}
+
+/// Of the merged answer nobody can tell which hub it was.
+void QueueReadHandler::noteRefusal(const Incoming& in) {
+    if (m_stream != nullptr && in.status < 0)
+        m_stream->hubRefused(in.tag, in.status);
 }
 
 /// What the application is to see of a merged status. Not before: merging tells a hub that lacks a news item

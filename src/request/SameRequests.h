@@ -22,7 +22,7 @@ public:
     /// A newer one says the same.
     [[nodiscard]] bool isReplaced(const StandingRequest& request) const {
         const auto next = m_requests.upper_bound(&request);
-        return next != m_requests.end() && (*next)->getCompareString() == request.getCompareString();
+        return next != m_requests.end() && (*next)->saysTheSame(request);
     }
     /// The newest of those that this one has replaced, null when there is none.
     [[nodiscard]] const StandingRequest* replacedBy(const StandingRequest& request) const {
@@ -30,11 +30,11 @@ public:
         if (at == m_requests.begin())
             return nullptr;
         const StandingRequest* const before = *std::prev(at);
-        return before->getCompareString() == request.getCompareString() ? before : nullptr;
+        return before->saysTheSame(request) ? before : nullptr;
     }
 
 private:
-    std::set<const StandingRequest*, StandingRequest::CompareStringThenAgeLess> m_requests;
+    std::set<const StandingRequest*, StandingRequest::SayingThenAgeLess> m_requests;
 };
 
 } // namespace tivra_internal

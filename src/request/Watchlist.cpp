@@ -36,7 +36,8 @@ void Watchlist::add(int64_t tag, RequestInternal& request) {
         return;
     }
     request.age = ++m_lastAge;
-    entry->second = {std::make_shared<const StandingRequest>(request), request.outstandingResponses};
+    entry->second.request = std::make_shared<const StandingRequest>(request);
+    entry->second.outstandingResponses = request.outstandingResponses;
     eprintf(EPF_DBUG, "tag %lld added to watchlist", printable(tag));
 
     const StandingRequest& listed = *entry->second.request;
@@ -114,10 +115,17 @@ void Watchlist::remove(int64_t tag) {
 
 void Watchlist::addHub(int64_t tag, HubClient* hubClient) {
     tp::MutexLock lock(m_watchlist_mutex);
-    tagHubMap.emplace(tag, hubClient);
+    const auto entry = watchlistMap.find(tag);
+    if (entry != watchlistMap.end() && entry->second.hub == nullptr && tagHubMap.count({tag, hubClient}) == 0)
+        entry->second.hub = hubClient;
+    else if (entry == watchlistMap.end() || entry->second.hub != hubClient)
+        tagHubMap.emplace(tag, hubClient);
 }
 
 bool Watchlist::isHeld(int64_t tag) const {
+    const auto entry = watchlistMap.find(tag);
+    if (entry != watchlistMap.end() && entry->second.hub != nullptr)
+        return true;
     const auto first = tagHubMap.lower_bound({tag, nullptr});
     return first != tagHubMap.end() && first->first == tag;
 }
@@ -129,7 +137,11 @@ void Watchlist::removeHub(int64_t tag, HubClient* hubClient) {
                 printable(tag), static_cast<void*>(hubClient));
         return;
     }
-    tagHubMap.erase({tag, hubClient});
+    const auto entry = watchlistMap.find(tag);
+    if (entry != watchlistMap.end() && entry->second.hub == hubClient)
+        entry->second.hub = nullptr;
+    else
+        tagHubMap.erase({tag, hubClient});
     if (countResponse(tag) && !isHeld(tag))
         remove(tag);
 }
@@ -153,10 +165,16 @@ bool Watchlist::countResponse(int64_t tag) {
 void Watchlist::forgetUnsubscribed() {
     tp::MutexLock lock(m_watchlist_mutex);
     for (const int64_t tag : std::exchange(m_unsubscribed, {})) {
-        while (isHeld(tag))
-            tagHubMap.erase(tagHubMap.lower_bound({tag, nullptr}));
+        releaseAll(tag);
         remove(tag);
     }
+}
+
+void Watchlist::releaseAll(int64_t tag) {
+    if (const auto entry = watchlistMap.find(tag); entry != watchlistMap.end())
+        entry->second.hub = nullptr;
+    while (isHeld(tag))
+        tagHubMap.erase(tagHubMap.lower_bound({tag, nullptr}));
 }
 
 void Watchlist::forgetQuestions() {
@@ -166,8 +184,7 @@ void Watchlist::forgetQuestions() {
         if (isSnapCommand(entry.request->getCommand()))
             questions.push_back(tag);
     for (const int64_t tag : questions) {
-        while (isHeld(tag))
-            tagHubMap.erase(tagHubMap.lower_bound({tag, nullptr}));
+        releaseAll(tag);
         remove(tag);
     }
 }
@@ -180,6 +197,8 @@ std::set<int64_t> Watchlist::unsubscribedTags() const {
 void Watchlist::removeAllHubs() {
     tp::MutexLock lock(m_watchlist_mutex);
     tagHubMap.clear();
+    for (auto& [tag, entry] : watchlistMap)
+        entry.hub = nullptr;
 }
 
 void Watchlist::setExpectedResponses(int64_t tag, unsigned long expectedResponses) {

@@ -69,6 +69,7 @@ private:
     struct Entry {
         std::shared_ptr<const StandingRequest> request;
         uint64_t outstandingResponses = 0; ///< hubs that have still to finish the tag
+        HubClient* hub = nullptr;          ///< one that holds the tag; what more there are stand in tagHubMap
     };
 
     void unsubscribe(RequestInternal& request);
@@ -79,12 +80,14 @@ private:
     [[nodiscard]] bool countResponse(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
 
     [[nodiscard]] static std::unique_ptr<RequestInternal> makeRequest(const Entry& entry);
+    /// No hub holds the tag.
+    void releaseAll(int64_t tag) TP_REQUIRES(m_watchlist_mutex);
     /// Whether any hub holds the tag.
     [[nodiscard]] bool isHeld(int64_t tag) const TP_REQUIRES(m_watchlist_mutex);
 
     mutable tp::Mutex m_watchlist_mutex{kLockWatchlist}; ///< guards what follows
     std::map<int64_t, Entry> watchlistMap TP_GUARDED_BY(m_watchlist_mutex);
-    /// The hubs that hold a tag, a pair for each.
+    /// The hubs that hold a tag, a pair for each, but for the one that its entry has.
     std::set<std::pair<int64_t, HubClient*>> tagHubMap TP_GUARDED_BY(m_watchlist_mutex);
     SameRequests m_sameRequests TP_GUARDED_BY(m_watchlist_mutex); ///< the entries of watchlistMap
     uint64_t m_lastAge TP_GUARDED_BY(m_watchlist_mutex) = 0;      ///< of the newest entry
