@@ -257,37 +257,35 @@ void FeedRegistry::withdraw(int source) {
         item->withdraw();
 }
 
+/// Whether the hub has kept what it had to withhold nobody knows, so it is told to forget all of it first.
 void FeedRegistry::restore(int source) {
-    for (const std::shared_ptr<FeedItem>& item : itemsOf(source))
-        if (item->isWithdrawn()) {
-            item->restore();
-            askAnew(item);
-        }
+    std::vector<std::shared_ptr<FeedItem>> withdrawn = itemsOf(source);
+    std::erase_if(withdrawn, [](const auto& item) { return !item->isWithdrawn(); });
+    for (const std::shared_ptr<FeedItem>& item : withdrawn) {
+        item->restore();
+        unsubscribe(item, item->tag());
+    }
+    for (const std::shared_ptr<FeedItem>& item : withdrawn)
+        askAnew(item);
 }
 
-/// Whether the hub has kept what it had to withhold nobody knows, so it is told to forget it.
+/// Under another tag. What comes under the former one is of no use.
 void FeedRegistry::askAnew(const std::shared_ptr<FeedItem>& item) {
-    const int64_t former = item->tag();
-    int64_t tag = 0;
     try {
-        tag = nextTag();
-    } catch (const Error&) {
-        return; // closed
-    }
-    {
-        const tp::MutexLock lock(m_mutex);
-        if (item->isGone())
-            return;
-        m_targets.erase(former);
-        m_targets[tag] = item;
-        item->setTag(tag);
-    }
-    unsubscribe(item, former);
-    try {
+        const int64_t tag = nextTag();
+        {
+            const tp::MutexLock lock(m_mutex);
+            if (item->isGone())
+                return;
+            m_targets.erase(item->tag());
+            m_targets[tag] = item;
+            item->setTag(tag);
+        }
         send(subscribeCommand(item->kind()), {item->source(), std::string(item->symbol())}, tag, 0);
-    } catch (const Error&) {
-        laterAt(tp::Clock::monotonic() + kSendAgain,
-                [registry = shared_from_this(), item] { registry->askAnew(item); });
+    } catch (const Error& error) {
+        if (error.code() != Error::Code::Closed)
+            laterAt(tp::Clock::monotonic() + kSendAgain,
+                    [registry = shared_from_this(), item] { registry->askAnew(item); });
     }
 }
 
@@ -335,7 +333,10 @@ FeedItem::Subscriptions FeedRegistry::takeAdded(FeedItem& item) {
     return item.takeAdded();
 }
 
+/// On the wire it is the symbol that is unsubscribed, whatever was subscribed under it: what else there is
+/// may have gone with it, and is asked for once more.
 void FeedRegistry::release(FeedItem& item, const FeedItem::Subscriptions& leavers) {
+    std::vector<std::shared_ptr<FeedItem>> namesakes;
     {
         const tp::MutexLock lock(m_mutex);
         for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
@@ -345,8 +346,14 @@ void FeedRegistry::release(FeedItem& item, const FeedItem::Subscriptions& leaver
         if (!item.remove(leavers.size()) || item.isGone())
             return;
         removeItem(item);
+        for (const ItemKind kind : {ItemKind::Symbol, ItemKind::OrderBook, ItemKind::Pattern})
+            if (const auto found = m_items.find(Key(item.symbol(), item.source(), kind));
+                found != m_items.end())
+                namesakes.push_back(*found);
     }
     unsubscribe(item.shared_from_this(), item.tag());
+    for (const std::shared_ptr<FeedItem>& namesake : namesakes)
+        askAnew(namesake);
 }
 
 /// The hub would go on sending what nobody wants.
