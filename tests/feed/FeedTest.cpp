@@ -10,6 +10,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tivra_sim/HubGroup.h>
 #include <tivra_testkit/Gate.h>
 
 using namespace std::chrono_literals;
@@ -283,6 +284,36 @@ TEST_F(FeedTest, AnAnswerCanBeWaitedForOrHandedToACallback) {
                 }),
                 HasSubstr("Refused"));
     EXPECT_EQ(feed.statistics().requests, 0U);
+}
+
+TEST_F(FeedTest, ListsHaveARecordForEachEntry) {
+    const tivra::Snapshot fields = feed.list(tivra::ListOf::Fields).get(20s);
+    EXPECT_GT(fields.records().size(), 100U);
+    EXPECT_TRUE(fields.isComplete());
+    // The only message of this one has its record beside the status.
+    EXPECT_EQ(feed.list(tivra::ListOf::Clients).get(20s).records().size(), 1U);
+    EXPECT_FALSE(feed.list(tivra::ListOf::Sources).get(20s).isEmpty());
+}
+
+TEST(FeedAnswerTest, OfSeveralHubsThoseThatFailAreNamed) {
+    tivra_sim::GroupConfig config = tivra_sim::GroupConfig::realistic(2);
+    config.splits[100] = {{"^A", 0}, {"^[^A]", 1}};
+    tivra_sim::HubGroup group(std::move(config));
+    group.start();
+    Feed feed = Feed::open(optionsFor(group.hub(0)));
+    EXPECT_TRUE(feed.queryWildcard(100, "*").get(20s).isComplete());
+    group.hub(1).refuse("QueryWildCard", -5);
+    const tivra::Snapshot part = feed.queryWildcard(100, "*").get(20s);
+    ASSERT_EQ(part.failures().size(), 1U);
+    EXPECT_EQ(part.failures()[0].hub(), group.hub(1).hostString());
+    EXPECT_EQ(part.failures()[0].status(), -5);
+    EXPECT_FALSE(part.isEmpty());
+    // With nothing from anybody it is an error.
+    group.hub(0).refuse("QueryWildCard", -4);
+    const auto nothing = feed.queryWildcard(100, "*").wait(20s);
+    ASSERT_FALSE(nothing);
+    EXPECT_EQ(nothing.error().status(), -5);
+    EXPECT_EQ(nothing.error().hub(), group.hub(1).hostString());
 }
 
 TEST_F(FeedTest, ARequestEndsByItselfWhateverTheHubDoes) {
