@@ -64,8 +64,8 @@ struct BoardStatistics {
 /// of order books, aren't kept apart.
 ///
 /// Subscriptions enter it by Feed::subscribe or with handlers(). A row comes with the first event of its
-/// symbol, and is Closed when the last subscription has ended. All subscriptions of a board are of one feed.
-/// Feed and board may go in any order.
+/// symbol, and becomes Closed once its last subscription has ended. All subscriptions of a board are of one
+/// feed. Feed and board may go in any order.
 ///
 /// Readers never hold up the threads that deliver: a read that meets a write is repeated.
 ///
