@@ -34,11 +34,11 @@ expect() {
 start 0
 cd "$work"
 "$build/examples/example_board" "$host" demo demo 100 2 IBM AIG >board
-expect board "^IBM bid"
+expect board "^IBM"
 expect board "^AIG"
 "$build/examples/example_epoll_loop" "$host" demo demo 100 2 IBM AIG >epoll_loop
 expect epoll_loop "^IBM: the image is complete"
-expect epoll_loop "^AIG bid"
+expect epoll_loop "^AIG"
 "$build/examples/example_poll" "$host" demo demo 100 IBM AIG >poll
 expect poll "^AIG "
 if "$build/examples/example_poll" "$host" demo demo 100 IBM NOPE >poll; then
