@@ -14,6 +14,7 @@
 #include "feed/HubStatistics.h"
 #include "feed/Instrument.h"
 #include "feed/LatencySummary.h"
+#include "feed/Log.h"
 #include "feed/Password.h"
 #include "feed/Record.h"
 #include "feed/Result.h"

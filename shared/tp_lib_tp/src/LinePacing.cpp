@@ -9,16 +9,13 @@ namespace tp {
 
 namespace {
 
-constexpr double kSeconds = 10.0;
-constexpr unsigned kLinesAsTheyAre = 10;
 constexpr std::size_t kTextSize = 256;
 
-bool isOver(double begin, double now) noexcept {
-    return now < begin || now - begin >= kSeconds;
+bool isOver(double begin, double seconds, double now) noexcept {
+    return now < begin || now - begin >= seconds;
 }
 
-void noteEnd(double& due, double begin) noexcept {
-    const double end = begin + kSeconds;
+void noteEnd(double& due, double end) noexcept {
     due = due == 0.0 ? end : std::min(due, end);
 }
 
@@ -41,20 +38,21 @@ LinePacing::Slot* LinePacing::find(const Site& site) noexcept {
     return nullptr;
 }
 
-LinePacing::Verdict LinePacing::judge(const Site& site, double now) noexcept {
+LinePacing::Verdict LinePacing::judge(const Site& site, double now, const Pace& pace) noexcept {
     m_last = now;
     Slot* const slot = find(site);
     if (slot == nullptr)
         return Verdict::Write;
-    if (slot->held == 0 && isOver(slot->begin, now)) {
+    slot->pace = pace;
+    if (slot->held == 0 && isOver(slot->begin, pace.seconds, now)) {
         slot->begin = now;
         slot->written = 0;
         slot->isFlooded = false;
     }
-    if (!slot->isFlooded && slot->written < kLinesAsTheyAre)
-        return ++slot->written == kLinesAsTheyAre ? Verdict::WriteAndKeep : Verdict::Write;
+    if (!slot->isFlooded && slot->written < pace.lines)
+        return ++slot->written == pace.lines ? Verdict::WriteAndKeep : Verdict::Write;
     ++slot->held;
-    noteEnd(m_due, slot->begin);
+    noteEnd(m_due, slot->begin + pace.seconds);
     return Verdict::Hold;
 }
 
@@ -76,12 +74,12 @@ bool LinePacing::takeDue(double now, bool all, Repeats& repeats) noexcept {
         Slot& slot = m_slots[m_next];
         if (slot.held == 0)
             continue;
-        if (!all && !isOver(slot.begin, now)) {
-            noteEnd(m_nextDue, slot.begin);
+        if (!all && !isOver(slot.begin, slot.pace.seconds, now)) {
+            noteEnd(m_nextDue, slot.begin + slot.pace.seconds);
             continue;
         }
         repeats = {slot.site, slot.held, slot.text != nullptr ? slot.text : ""};
-        slot.isFlooded = slot.written + slot.held > kLinesAsTheyAre;
+        slot.isFlooded = slot.written + slot.held > slot.pace.lines;
         slot.begin = now;
         slot.held = 0;
         slot.written = 0;

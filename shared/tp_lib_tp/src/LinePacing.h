@@ -24,6 +24,13 @@ public:
         std::uint64_t count;
         const char* text;
     };
+    /// So many lines of a site are written as they are in so many seconds.
+    struct Pace {
+        double seconds;
+        unsigned lines;
+    };
+    static constexpr Pace kUsual{10.0, 10};
+    static constexpr Pace kCalm{1.0, 1};
     enum class Verdict {
         Write,
         WriteAndKeep, ///< the last one as it is: keepText() with what was written
@@ -31,7 +38,7 @@ public:
     };
 
     /// Judges one line. What is due must have been taken before.
-    [[nodiscard]] Verdict judge(const Site& site, double now) noexcept;
+    [[nodiscard]] Verdict judge(const Site& site, double now, const Pace& pace = kUsual) noexcept;
     /// Stands for the lines of the site that are held from now on.
     void keepText(const Site& site, const char* text, std::size_t length) noexcept;
 
@@ -51,6 +58,7 @@ private:
         std::uint64_t held;
         char* text; // allocated once, when the site is held back for the first time
         unsigned written;
+        Pace pace;      // that the site has had last
         bool isFlooded; // the ten seconds before were too many as well: nothing passes as it is
     };
     static constexpr std::size_t kSlots = 1024; // more than there are call sites

@@ -5,10 +5,12 @@
 
 #include <tp/Clock.h>
 #include <tp/aboveStandardStreams.h>
+#include <tp/logRoute.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace tp {
@@ -22,6 +24,10 @@ char eprintf_failed_filename[kNameSize + 16] TP_GUARDED_BY(eprintf_mutex) = "";
 int eprintf_current_file_date TP_GUARDED_BY(eprintf_mutex) = -1;
 int eprintf_fd TP_GUARDED_BY(eprintf_mutex) = -1;
 FILE* eprintf_file TP_GUARDED_BY(eprintf_mutex) = nullptr;
+char s_openName[kNameSize + 16] TP_GUARDED_BY(eprintf_mutex) = "";
+std::uint64_t s_size TP_GUARDED_BY(eprintf_mutex) = 0; ///< of the open file
+std::uint64_t s_mostBytes TP_GUARDED_BY(eprintf_mutex) = 0;
+unsigned s_keptFiles TP_GUARDED_BY(eprintf_mutex) = 0;
 
 // Reports once per name, or a log that can't be written would flood standard error.
 void reportOpenFailure(const char* name, int error) noexcept TP_REQUIRES(eprintf_mutex) {
@@ -68,6 +74,9 @@ bool openLogFile() noexcept {
         return false;
     }
     eprintf_fd = fileno(eprintf_file);
+    struct stat state {};
+    s_size = ::fstat(eprintf_fd, &state) == 0 ? static_cast<std::uint64_t>(state.st_size) : 0;
+    std::snprintf(s_openName, sizeof s_openName, "%s", name);
     eprintf_failed_filename[0] = '\0';
     return true;
 }
@@ -84,6 +93,32 @@ void rollLogFile(const tm& local) noexcept {
         return;
     closeLogFile();
     openLogFile();
+}
+
+void limitLogFile(std::size_t bytes) noexcept {
+    s_size += bytes;
+    if (s_mostBytes == 0 || s_size <= s_mostBytes || s_size == bytes || eprintf_file == nullptr)
+        return;
+    char from[sizeof s_openName + 16], to[sizeof s_openName + 16];
+    for (unsigned number = s_keptFiles; number > 0; --number) {
+        std::snprintf(to, sizeof to, "%s.%u", s_openName, number);
+        if (number > 1)
+            std::snprintf(from, sizeof from, "%s.%u", s_openName, number - 1);
+        else
+            std::snprintf(from, sizeof from, "%s", s_openName);
+        std::rename(from, to); // one that isn't there leaves what is
+    }
+    if (s_keptFiles == 0)
+        ::unlink(s_openName);
+    closeLogFile();
+    openLogFile();
+    s_size += bytes;
+}
+
+void setLogFileLimit(std::uint64_t bytes, unsigned kept) noexcept {
+    const LoggerLock lock;
+    s_mostBytes = bytes;
+    s_keptFiles = kept;
 }
 
 FILE* logFile() noexcept {

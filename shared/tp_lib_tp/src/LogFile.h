@@ -15,6 +15,9 @@ void closeLogFile() noexcept TP_REQUIRES(eprintf_mutex);
 /// Goes on to the file of the day, if that is not the open one.
 void rollLogFile(const tm& local) noexcept TP_REQUIRES(eprintf_mutex);
 
+/// Begins a new file if so many bytes more would make the open one larger than its limit.
+void limitLogFile(std::size_t bytes) noexcept TP_REQUIRES(eprintf_mutex);
+
 /// Null when none is open. Lines are written past its buffer, to logFileDescriptor().
 FILE* logFile() noexcept TP_REQUIRES(eprintf_mutex);
 int logFileDescriptor() noexcept TP_REQUIRES(eprintf_mutex);

@@ -1,11 +1,17 @@
 #include "LogLine.h"
 
 #include "LogFile.h"
+#include "LogRoute.h"
 #include "LogSinks.h"
 #include "LoggedText.h"
 #include "LoggerOptions.h"
 
+#include <tp/Clock.h>
+#include <tp/logRoute.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <syslog.h>
@@ -31,6 +37,8 @@ constexpr LevelLook kLevelLooks[] = {
 constexpr std::size_t EPF_ALLOC_SIZE = 32768;
 constexpr std::size_t kPrefixSize = kEprintfNameMax + 1;
 
+constinit std::atomic<bool> s_hasMilliseconds{false};
+
 char eprintf_prefix[kPrefixSize] TP_GUARDED_BY(eprintf_mutex) = "";
 char* eprintf_buf TP_GUARDED_BY(eprintf_mutex) = nullptr;
 std::size_t eprintf_buf_size TP_GUARDED_BY(eprintf_mutex) = 0;
@@ -42,7 +50,11 @@ bool appendTime(BoundedText& text) noexcept TP_REQUIRES(eprintf_mutex) {
         return false;
     if (hasSink(EPF_FILE))
         rollLogFile(local);
-    return text.append("%s", stamp);
+    if (!s_hasMilliseconds.load(std::memory_order_relaxed))
+        return text.append("%s", stamp);
+    const double now = Clock::now();
+    const int milliseconds = static_cast<int>((now - std::floor(now)) * 1000.0);
+    return text.append("%.*s.%03d ", static_cast<int>(std::strlen(stamp)) - 1, stamp, milliseconds);
 }
 
 bool appendFileInfo(BoundedText& text, const LineRequest& request) noexcept {
@@ -79,6 +91,8 @@ __attribute__((format(printf, 3, 0))) const char* buildLine(BoundedText& text, c
         return "8";
     if (!request.isDump && !makeLoggable(text, message))
         return "7";
+    if (!request.isDump)
+        putForCallback(request.level, request.file, text.tail(message), text.length() - message);
     if (request.keeper != nullptr)
         request.keeper->keepText(request.site(), text.tail(message), text.length() - message);
     if (hasOption(EPF_COLOR) && text.room() > 5)
@@ -101,7 +115,8 @@ void writeLine(const LineRequest& request, const char* fmt, va_list args) noexce
     text.addRoom(1);
     if (hasSink(EPF_STDOUT | EPF_STDERR | EPF_FILE))
         text.append("\n");
-    writeToSinks(text, kLevelLooks[request.level].priority);
+    if (!hasOption(EPF_MUTE)) // else it is the callback's alone
+        writeToSinks(text, kLevelLooks[request.level].priority);
 }
 
 void writeLinef(const LineRequest& request, const char* fmt, ...) noexcept {
@@ -109,6 +124,10 @@ void writeLinef(const LineRequest& request, const char* fmt, ...) noexcept {
     va_start(args, fmt);
     writeLine(request, fmt, args);
     va_end(args);
+}
+
+void setLogMilliseconds(bool isOn) noexcept {
+    s_hasMilliseconds = isOn;
 }
 
 bool allocateBuffer() noexcept {

@@ -59,8 +59,10 @@ void writeToSinks(const BoundedText& line, int priority) noexcept {
         writeWhole(STDOUT_FILENO, line.text(), line.length());
     if (hasSink(EPF_STDERR))
         writeWhole(STDERR_FILENO, line.text(), line.length());
-    if (hasSink(EPF_FILE))
+    if (hasSink(EPF_FILE)) {
+        limitLogFile(line.length());
         writeWhole(logFileDescriptor(), line.text(), line.length());
+    }
     if (hasSink(EPF_SYSLOG))
         syslog(priority, "%s", line.text());
 }

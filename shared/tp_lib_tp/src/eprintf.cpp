@@ -3,6 +3,7 @@
 #include "ErrnoKept.h"
 #include "LogFile.h"
 #include "LogLine.h"
+#include "LogRoute.h"
 #include "LogSinks.h"
 #include "LoggerDump.h"
 #include "LoggerMutex.h"
@@ -24,13 +25,6 @@ namespace {
 
 std::atomic<bool> s_isStarted{false}; ///< eprintf_init() has been called
 
-bool passesLevel(int level) noexcept {
-    if (hasOption(EPF_MUTE) || level < EPF_CRIT || level > EPF_ALWAYS_DBUG)
-        return false;
-    const int needed = level & 3;
-    return needed == EPF_CRIT || eprintf_loglvl.load(std::memory_order_relaxed) >= needed;
-}
-
 __attribute__((format(printf, 2, 0))) void logLine(LineRequest request, const char* fmt,
                                                    va_list args) noexcept {
     const LoggerLock lock;
@@ -46,7 +40,7 @@ __attribute__((format(printf, 2, 0))) void logLine(LineRequest request, const ch
 }
 
 __attribute__((format(printf, 2, 3))) void logDump(LineRequest request, const char* fmt, ...) noexcept {
-    if (!passesLevel(request.level))
+    if (!isLineWanted(request.level, request.file))
         return;
     request.isDump = true;
     va_list args;
@@ -90,7 +84,7 @@ bool eprintf_init(logsink_t sink, loglvl_t lvl, const char* format, ...) {
 }
 
 void real_eprintf(loglvl_t lvl, const char* file, int line, const char* func, const char* fmt, ...) {
-    if (!passesLevel(lvl))
+    if (!isLineWanted(lvl, file))
         return;
     const ErrnoKept errnoKept;
     va_list args;
@@ -101,7 +95,7 @@ void real_eprintf(loglvl_t lvl, const char* file, int line, const char* func, co
 
 void real_eperror(loglvl_t lvl, const char* file, int line, const char* func, int error, const char* fmt,
                   ...) {
-    if (!passesLevel(lvl))
+    if (!isLineWanted(lvl, file))
         return;
     const ErrnoKept errnoKept;
     va_list args;
