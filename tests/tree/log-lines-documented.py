@@ -14,7 +14,9 @@ CONVERSION = re.compile(r'%[-+ #0]*(?:\d+|\*)?(?:\.(?:\d+|\*))?(?:hh|h|ll|l|z|j|
 LEVEL = re.compile(r'\bEPF_(?:ALWAYS_)?(CRIT|WARN)\b')
 # Where a failed start gets its cause, which is logged elsewhere as "%s".
 CAUSE = r'(?:suspendClient\(|severe_error\(|abortStart\(|const char\* k\w+\s*=)\s*'
-LOGGER = {'shared/tp_lib_tp/include/tp/eprintf.h', 'shared/tp_lib_tp/src/eprintf.cpp'}  # they define the levels
+# They define the levels, or look at them.
+LOGGER = {'shared/tp_lib_tp/include/tp/eprintf.h', 'shared/tp_lib_tp/src/eprintf.cpp',
+          'shared/tp_lib_tp/src/LogDelivery.cpp', 'shared/tp_lib_tp/src/LogRoute.cpp'}
 FEWEST = 200  # fewer texts than that mean that the search has stopped working
 
 
