@@ -32,6 +32,8 @@ inline constexpr tp::LockRank kLockReqRespMap{180, "m_reqRespMap_mutex"};
 // Leaf mutexes: held alone, but for the pairs that the numbers below allow.
 // A dictionary is loaded under it, which takes the mutex of the data map.
 inline constexpr tp::LockRank kLockDictionaryCache{990, "dicVersionTokenMap_mutex"};
+// Names of fields are looked up under it.
+inline constexpr tp::LockRank kLockUpdateQueue{995, "QueueState::m_mutex"};
 // Events of the alarm are put into the queue of events under it.
 inline constexpr tp::LockRank kLockQueueDepth{1000, "QueueDepthAlarm::m_depth_mutex"};
 inline constexpr tp::LockRank kLockHostConfigMap{1000, "hostConfigMap_mutex"};

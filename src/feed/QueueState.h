@@ -12,15 +12,14 @@
 #include <tp/Mutex.h>
 #include <tp/Process.h>
 
+#include "LockOrder.h"
+
 #include "feed/LinkedList.h"
 #include "feed/QueueLane.h"
 #include "feed/ReadyDescriptor.h"
 #include "feed/UpdateData.h"
 
 namespace tivra_internal {
-
-/// Names of fields are looked up under it, which takes a leaf.
-inline constexpr tp::LockRank kLockUpdateQueue{995, "QueueState::m_mutex"};
 
 /// What is behind an UpdateQueue: the events in their order, and what is known of each subscription. The
 /// handlers that feed it share it. @thread any
