@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "TivraApi.h"
@@ -15,6 +16,11 @@
 namespace tivra {
 
 /// Everything that a feed is opened with. Whatever isn't set has its default.
+///
+/// What is not a callback can be read from a URL, a file and the environment too; docs/parameters.md lists
+/// the names. These can be laid over each other:
+///
+///     FeedOptions options = FeedOptions::fromFile("feed.toml").applyEnvironment();
 struct TIVRA_API FeedOptions {
     /// The hubs, or connection managers, each "host:port". At least one.
     std::vector<std::string> hosts{};
@@ -42,9 +48,9 @@ struct TIVRA_API FeedOptions {
     /// time. Zero: none is.
     std::chrono::milliseconds slowCallback{1000};
     /// The parameters of SessionConfig, ConnectionConfig and HostConfig by their names, such as
-    /// {"READ_TIMEOUT_LONG", "10"}; a bool is "true" or "false", "1" or "0". docs/parameters.md lists them.
-    /// WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own, and HOLD_READS_BOOL is on unless it is
-    /// named here.
+    /// {"READ_TIMEOUT_LONG", "10"} or {"read_timeout", "10"}; a bool is "true" or "false", "1" or "0".
+    /// docs/parameters.md lists them. WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own, and
+    /// HOLD_READS_BOOL is on unless it is named here.
     std::map<std::string, std::string> parameters{};
 
     /// What happens to the connections as a whole. @thread user
@@ -58,6 +64,28 @@ struct TIVRA_API FeedOptions {
     /// Called first on each thread that the feed starts, with the thread's name, such as "tivra-hub0": for
     /// its affinity or priority. Other feeds and sessions are not concerned. What it throws is logged.
     std::function<void(const std::string& name)> onThreadStart{};
+
+    /// tivra://user@host:port,host:port/?backup=host:port&compression=0: each part may be left out, and %XX
+    /// stands for a byte. A password may follow the user, after a colon; it is better kept in the
+    /// environment.
+    /// @throws Error (InvalidOption) for what can't be meant and for names that don't exist
+    static FeedOptions fromUrl(std::string_view url);
+    /// A file with a name that ends in ".toml" or ".json", of 64 KiB at most, with one value for each name;
+    /// lists are lists of texts.
+    /// @throws Error (InvalidOption) with the line, where it can be known
+    static FeedOptions fromFile(const std::string& path);
+    /// TIVRA_URL, and over it the other names in capitals after TIVRA_, such as TIVRA_HOSTS, TIVRA_PASSWORD
+    /// and TIVRA_READ_TIMEOUT.
+    /// @throws Error (InvalidOption), for any other variable that begins with TIVRA_ too
+    static FeedOptions fromEnvironment();
+
+    // The same over what these options have: what is named there is replaced, the rest stays. When one throws
+    // nothing has changed.
+    FeedOptions& applyUrl(std::string_view url);
+    FeedOptions& applyFile(const std::string& path);
+    FeedOptions& applyEnvironment();
+    /// One option by its name. @throws Error (InvalidOption)
+    FeedOptions& set(std::string_view name, std::string_view value);
 };
 
 } // namespace tivra

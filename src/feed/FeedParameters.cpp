@@ -1,11 +1,11 @@
 #include "feed/FeedParameters.h"
 
-#include <charconv>
-#include <cstdint>
+#include <algorithm>
+#include <cctype>
+#include <set>
 #include <string>
 #include <string_view>
 
-#include <feed/Error.h>
 #include <session/ConnectionConfig.h>
 #include <session/HostConfig.h>
 #include <session/Session.h>
@@ -13,124 +13,123 @@
 
 #include "config/ParameterTable.h"
 #include "feed/NearestName.h"
+#include "feed/OptionValue.h"
 
 namespace tivra_internal {
 namespace {
 
-using tivra::Error;
-
 /// What a feed decides by itself.
-constexpr const char* kOwn[] = {"WATCHLIST_BOOL", "END_LOST_REQUESTS_BOOL", "BACKUP_BOOL", "RECOVERY_BOOL"};
+constexpr std::string_view kOwn[] = {"WATCHLIST_BOOL", "END_LOST_REQUESTS_BOOL", "BACKUP_BOOL",
+                                     "RECOVERY_BOOL"};
 
-[[noreturn]] void refuse(std::string cause, std::string advice = {}) {
-    throw Error({Error::Code::InvalidOption, Error::Phase::Options, std::move(cause), std::move(advice), "",
-                 0, "", 0});
+constexpr std::string_view kSuffixes[] = {"_BOOL", "_LONG"};
+
+[[nodiscard]] std::string_view withoutSuffix(std::string_view name) {
+    for (const std::string_view suffix : kSuffixes)
+        if (name.size() > suffix.size() && name.substr(name.size() - suffix.size()) == suffix)
+            return name.substr(0, name.size() - suffix.size());
+    return name;
 }
 
-[[nodiscard]] std::string quoted(std::string_view text) {
-    std::string result(1, '"');
-    result.append(text).append(1, '"');
-    return result;
-}
-
-[[nodiscard]] bool parseBool(const std::string& name, std::string_view text) {
-    if (text == "true" || text == "1")
-        return true;
-    if (text == "false" || text == "0")
-        return false;
-    refuse(quoted(text) + " is no value for " + name, "give true or false");
-}
-
-[[nodiscard]] long parseLong(const ParameterInfo& parameter, std::string_view text) {
-    long value = 0;
-    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (fault != std::errc() || end != text.data() + text.size())
-        refuse(quoted(text) + " is no value for " + parameter.name, "give a whole number");
-    const bool isLimited = parameter.outOfRange != OutOfRange::Accepted;
-    if (isLimited && (value < parameter.minimum || value > parameter.maximum)) {
-        std::string range = std::to_string(parameter.minimum);
-        if (parameter.maximum == kNoMaximum)
-            range.append(" or more");
-        else
-            range.append(" to ").append(std::to_string(parameter.maximum));
-        refuse(std::string(text) + " is out of the range of " + parameter.name, "give " + range);
-    }
-    return value;
+[[nodiscard]] std::string inCapitals(std::string_view name) {
+    std::string capitals(name);
+    std::transform(capitals.begin(), capitals.end(), capitals.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return capitals;
 }
 
 template<class Table>
 [[nodiscard]] const ParameterInfo* find(const Table& table, std::string_view name) {
     for (const ParameterInfo& parameter : table)
-        if (name == parameter.name)
+        if (name == parameter.name || name == withoutSuffix(parameter.name))
             return &parameter;
     return nullptr;
 }
 
+[[nodiscard]] OptionRange rangeOf(const ParameterInfo& parameter) {
+    if (parameter.outOfRange == OutOfRange::Accepted)
+        return {};
+    return {parameter.minimum, parameter.maximum};
+}
+
 /// @tparam Which  the enumeration that the parameter is one of
 template<class Which, class Config>
-void set(Config& config, const ParameterInfo& parameter, const std::string& text) {
+void set(Config& config, const ParameterInfo& parameter, std::string_view text) {
     const auto which = static_cast<Which>(parameter.value);
     if (parameter.type == ParameterType::Bool)
         config.set(which, parseBool(parameter.name, text));
     else
-        config.set(which, parseLong(parameter, text));
+        config.set(which, parseWhole(parameter.name, text, rangeOf(parameter)));
 }
 
 [[noreturn]] void refuseUnknown(const std::string& name) {
     NearestName nearest(name);
-    for (const ParameterInfo& parameter : kSessionParameters)
-        nearest.offer(parameter.name);
-    for (const ParameterInfo& parameter : kHostParameters)
-        nearest.offer(parameter.name);
-    refuse("there is no parameter " + name, "the nearest is " + nearest.best());
+    offerParameters(nearest);
+    refuseOption("there is no parameter " + name, "the nearest is " + nearest.best());
 }
 
-void setParameter(tivra::Session& session, const std::string& name, const std::string& text) {
-    for (const char* own : kOwn)
-        if (name == own)
-            refuse(name + " is decided by the feed", "leave it out");
-    if (const ParameterInfo* const parameter = find(kSessionParameters, name))
-        set<tivra::SessionConfig::Parameters>(session.getSessionConfig(), *parameter, text);
-    else if (const ParameterInfo* const ofHosts = find(kHostParameters, name))
-        set<tivra::HostConfig::Parameters>(session.getConnectionConfig(), *ofHosts, text);
-    else
+void setParameter(tivra::Session& session, const std::string& name, std::string_view text) {
+    const NamedParameter parameter = findParameter(name);
+    if (parameter.info == nullptr)
         refuseUnknown(name);
-}
-
-/// "host:port" with both in it.
-void checkHost(const std::string& host) {
-    const std::size_t colon = host.rfind(':');
-    const std::string_view digits =
-        colon == std::string::npos ? std::string_view() : std::string_view(host).substr(colon + 1);
-    std::uint16_t port = 0;
-    const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
-    if (colon == 0 || fault != std::errc() || end != digits.data() + digits.size() || port == 0)
-        refuse(quoted(host) + " names no hub", "give host:port, with a port from 1 to 65535");
+    checkParameter(*parameter.info, text);
+    if (parameter.isOfSession)
+        set<tivra::SessionConfig::Parameters>(session.getSessionConfig(), *parameter.info, text);
+    else
+        set<tivra::HostConfig::Parameters>(session.getConnectionConfig(), *parameter.info, text);
 }
 
 void checkName(const char* option, const std::string& text) {
     if (text.empty())
-        refuse(std::string("the ") + option + " is empty");
+        refuseOption(std::string("the ") + option + " is empty");
     for (const char c : text)
         if (c == '|' || static_cast<unsigned char>(c) < ' ')
-            refuse(std::string("the ") + option + " has a '|' or a control character in it");
+            refuseOption(std::string("the ") + option + " has a '|' or a control character in it");
 }
 
 } // namespace
 
+NamedParameter findParameter(std::string_view name) {
+    const std::string capitals = inCapitals(name);
+    if (const ParameterInfo* const ofSession = find(kSessionParameters, capitals))
+        return {ofSession, true};
+    return {find(kHostParameters, capitals), false};
+}
+
+void checkParameter(const ParameterInfo& parameter, std::string_view text) {
+    for (const std::string_view own : kOwn)
+        if (own == parameter.name)
+            refuseOption(std::string(own) + " is decided by the feed", "leave it out");
+    if (parameter.type == ParameterType::Bool)
+        static_cast<void>(parseBool(parameter.name, text));
+    else
+        static_cast<void>(parseWhole(parameter.name, text, rangeOf(parameter)));
+}
+
+void offerParameters(NearestName& nearest) {
+    for (const ParameterInfo& parameter : kSessionParameters)
+        nearest.offer(parameter.name);
+    for (const ParameterInfo& parameter : kHostParameters)
+        nearest.offer(parameter.name);
+}
+
 void configureSession(const tivra::FeedOptions& options, tivra::Session& session) {
     if (options.hosts.empty())
-        refuse("no host is given", "name at least one in FeedOptions::hosts");
+        refuseOption("no host is given", "name at least one in FeedOptions::hosts");
     if (!options.backups.empty() && options.backups.size() != options.hosts.size())
-        refuse(std::to_string(options.backups.size()) + " backups for " +
-                   std::to_string(options.hosts.size()) + " hosts",
-               "give none, or one for each host");
+        refuseOption(std::to_string(options.backups.size()) + " backups for " +
+                         std::to_string(options.hosts.size()) + " hosts",
+                     "give none, or one for each host");
     checkName("user", options.user);
     checkName("password", options.password.text());
     // A slow callback holds the hub up, and loses nothing. An application may want it otherwise.
     session.getSessionConfig().set(tivra::SessionConfig::HOLD_READS_BOOL, true);
-    for (const auto& [name, text] : options.parameters)
+    std::set<const ParameterInfo*> given;
+    for (const auto& [name, text] : options.parameters) {
         setParameter(session, name, text);
+        if (!given.insert(findParameter(name).info).second)
+            refuseOption(name + " is given twice", "give it in one spelling");
+    }
     session.getSessionConfig()
         .set(tivra::SessionConfig::WATCHLIST_BOOL, true)
         .set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include <feed/FeedOptions.h>
 
 namespace tivra {
@@ -7,6 +9,23 @@ class Session;
 } // namespace tivra
 
 namespace tivra_internal {
+
+class NearestName;
+struct ParameterInfo;
+
+/// A parameter of sessions or of hosts.
+struct NamedParameter {
+    const ParameterInfo* info = nullptr; ///< null: there is none of that name
+    bool isOfSession = false;
+};
+
+/// @param name  READ_TIMEOUT_LONG or read_timeout, in capitals or not
+[[nodiscard]] NamedParameter findParameter(std::string_view name);
+/// @throws tivra::Error (InvalidOption) for a value that can't be meant, and for a parameter that is the
+/// feed's own
+void checkParameter(const ParameterInfo& parameter, std::string_view text);
+/// All names that findParameter() finds.
+void offerParameters(NearestName& nearest);
 
 /// Hands the hosts and parameters of the options to a session that isn't started.
 /// @throws tivra::Error (InvalidOption) for what can't be meant

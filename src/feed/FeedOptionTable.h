@@ -1,0 +1,61 @@
+#pragma once
+
+#include <array>
+
+/// Every option of a feed that a URL, a file or an environment variable can set beside the parameters, once:
+/// the readers and docs/parameters.md are made from it.
+namespace tivra_internal {
+
+enum class FeedOption {
+    Hosts,
+    Backups,
+    User,
+    Password,
+    LogFile,
+    LogDebug,
+    OpenTimeout,
+    RequestTimeout,
+    CloseTimeout
+};
+
+enum class FeedOptionType {
+    Text,
+    Hosts, ///< a list
+    Bool,
+    Whole,
+    Time ///< in milliseconds
+};
+
+struct FeedOptionInfo {
+    FeedOption option;
+    const char* name;
+    FeedOptionType type;
+    long minimum; ///< of a Whole or a Time, as the next
+    long maximum;
+    const char* defaultText;
+    const char* help;
+};
+
+/// A year: more than that is as good as for ever.
+inline constexpr long kLongestOptionTime = 365L * 24 * 3600 * 1000;
+
+inline constexpr std::array<FeedOptionInfo, 9> kFeedOptions{{
+    {FeedOption::Hosts, "hosts", FeedOptionType::Hosts, 0, 0, "",
+     "the hubs, or connection managers, each host:port"},
+    {FeedOption::Backups, "backup", FeedOptionType::Hosts, 0, 0, "",
+     "hubs that take over as a whole when those of `hosts` are lost; none, or one for each of them"},
+    {FeedOption::User, "user", FeedOptionType::Text, 0, 0, "", "who logs in"},
+    {FeedOption::Password, "password", FeedOptionType::Text, 0, 0, "",
+     "the user's password; best given by the environment"},
+    {FeedOption::LogFile, "log_file", FeedOptionType::Text, 0, 0, "",
+     "the base of the log file's name; none: no log"},
+    {FeedOption::LogDebug, "log_debug", FeedOptionType::Bool, 0, 0, "false", "writes the debug level too"},
+    {FeedOption::OpenTimeout, "open_timeout", FeedOptionType::Time, 0, kLongestOptionTime, "30000",
+     "the total time for opening"},
+    {FeedOption::RequestTimeout, "request_timeout", FeedOptionType::Time, 0, kLongestOptionTime, "10000",
+     "how long an answer may take"},
+    {FeedOption::CloseTimeout, "close_timeout", FeedOptionType::Time, 0, kLongestOptionTime, "10000",
+     "how long closing may wait for callbacks that run"},
+}};
+
+} // namespace tivra_internal

@@ -1,0 +1,136 @@
+#include "feed/OptionSetter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <vector>
+
+#include <feed/Error.h>
+
+#include "feed/FeedOptionTable.h"
+#include "feed/FeedParameters.h"
+#include "feed/NearestName.h"
+#include "feed/OptionValue.h"
+
+namespace tivra_internal {
+namespace {
+
+/// What a name may be called in an error: one that a hostile file gives may be of any length.
+constexpr std::size_t kLongestShownName = 60;
+
+[[nodiscard]] std::string shownName(std::string_view name) {
+    std::string shown(name.substr(0, kLongestShownName));
+    std::replace_if(
+        shown.begin(), shown.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
+    return shown;
+}
+
+[[nodiscard]] const FeedOptionInfo* findOption(std::string_view name) {
+    for (const FeedOptionInfo& option : kFeedOptions)
+        if (name == option.name)
+            return &option;
+    return nullptr;
+}
+
+[[noreturn]] void refuseUnknown(std::string_view name) {
+    const std::string shown = shownName(name);
+    NearestName nearest(shown);
+    for (const FeedOptionInfo& option : kFeedOptions)
+        nearest.offer(option.name);
+    offerParameters(nearest);
+    refuseOption(std::string("there is no option ").append(shown), "the nearest is " + nearest.best());
+}
+
+[[nodiscard]] std::vector<std::string> hostsOf(std::string_view text) {
+    std::vector<std::string> hosts;
+    while (!text.empty()) {
+        const std::string_view host = text.substr(0, text.find(','));
+        checkHost(host);
+        hosts.emplace_back(host);
+        text.remove_prefix(std::min(text.size(), host.size() + 1));
+    }
+    return hosts;
+}
+
+void checkText(std::string_view name, std::string_view text) {
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) < ' ')
+            refuseOption(std::string("there is a control character in the ").append(name));
+}
+
+} // namespace
+
+void refuseOptionAt(std::string_view where, std::string_view cause, std::string advice) {
+    refuseOption(std::string(where).append(": ").append(cause), std::move(advice));
+}
+
+void OptionSetter::set(std::string_view name, std::string_view text, std::string_view where, Form form) {
+    try {
+        setByName(name, text, form);
+    } catch (const tivra::Error& error) {
+        refuseOptionAt(where, error.cause(), error.advice());
+    }
+}
+
+void OptionSetter::setByName(std::string_view name, std::string_view text, Form form) {
+    if (const FeedOptionInfo* const option = findOption(name)) {
+        if (form == Form::List && option->type != FeedOptionType::Hosts)
+            refuseOption(std::string(name).append(" has one value"), "give no list");
+        note(option->name);
+        setOption(*option, text);
+        return;
+    }
+    const NamedParameter parameter = findParameter(name);
+    if (parameter.info == nullptr)
+        refuseUnknown(name);
+    if (form == Form::List)
+        refuseOption(std::string(name).append(" has one value"), "give no list");
+    checkParameter(*parameter.info, text);
+    note(parameter.info->name);
+    // The application may have used the other spelling.
+    std::erase_if(m_options.parameters,
+                  [&](const auto& entry) { return findParameter(entry.first).info == parameter.info; });
+    m_options.parameters[parameter.info->name] = text;
+}
+
+void OptionSetter::note(const std::string& name) {
+    if (!m_names.insert(name).second)
+        refuseOption(name + " is given twice", "give it once");
+}
+
+void OptionSetter::setOption(const FeedOptionInfo& option, std::string_view text) {
+    const OptionRange range{option.minimum, option.maximum};
+    const auto time = [&] { return parseTime(option.name, text, range); };
+    checkText(option.name, text);
+    switch (option.option) {
+    case FeedOption::Hosts:
+        m_options.hosts = hostsOf(text);
+        break;
+    case FeedOption::Backups:
+        m_options.backups = hostsOf(text);
+        break;
+    case FeedOption::User:
+        m_options.user = text;
+        break;
+    case FeedOption::Password:
+        m_options.password = std::string(text);
+        break;
+    case FeedOption::LogFile:
+        m_options.logFile = text;
+        break;
+    case FeedOption::LogDebug:
+        m_options.logDebug = parseBool(option.name, text);
+        break;
+    case FeedOption::OpenTimeout:
+        m_options.openTimeout = time();
+        break;
+    case FeedOption::RequestTimeout:
+        m_options.requestTimeout = time();
+        break;
+    case FeedOption::CloseTimeout:
+        m_options.closeTimeout = time();
+        break;
+    }
+}
+
+} // namespace tivra_internal
