@@ -15,6 +15,7 @@
 #include "feed/Instrument.h"
 #include "feed/LatencySummary.h"
 #include "feed/Log.h"
+#include "feed/Opening.h"
 #include "feed/Password.h"
 #include "feed/Record.h"
 #include "feed/Result.h"

@@ -14,7 +14,9 @@ inline constexpr tp::LockRank kLockReadHandlerPointer{50, "HubClient::m_rqh_mute
 inline constexpr tp::LockRank kLockReqQ{60, "m_reqQ_mutex"};
 inline constexpr tp::LockRank kLockRegisterHub{70, "m_registerHub_mutex"};
 inline constexpr tp::LockRank kLockQueueReset{80, "Queue::m_reset_mutex"};
-// Taken in callbacks, which run under the one before. Requests are sent under the first.
+// Taken in callbacks, which run under the one before. Hubs are asked to dial under the first; requests are
+// sent under that of the group, and under the one after it.
+inline constexpr tp::LockRank kLockFeed{81, "FeedImpl::m_mutex"};
 inline constexpr tp::LockRank kLockFeedGroup{82, "GroupState::m_mutex"};
 inline constexpr tp::LockRank kLockFeedSend{84, "FeedRegistry::m_sendMutex"};
 inline constexpr tp::LockRank kLockFeedRegistry{86, "FeedRegistry::m_mutex"};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 namespace tivra {
@@ -14,11 +15,40 @@ enum class FeedState {
 };
 
 /// The feed has come from one state to another.
-struct ConnectionEvent {
+struct FeedStateChange {
     FeedState from = FeedState::Connecting;
     FeedState to = FeedState::Connecting;
     std::string cause;
     std::chrono::system_clock::time_point time;
 };
+
+/// How far the connection to one hub is.
+enum class HubState {
+    Idle,       ///< it isn't dialled: its turn hasn't come, or the feed has gone on to other hubs
+    Resolving,  ///< a connection manager is asked for a hub
+    Connecting, ///< TCP
+    LoggingIn,
+    Downloading, ///< the hub has accepted the user, and its fields and sources are on their way
+    Ready,
+    Lost,   ///< the connection has ended or couldn't be made; the hub is dialled again
+    Refused ///< the hub has refused the user, or is of no use; it is dialled again, after longer pauses
+};
+
+/// The connection to a hub has come from one state to another.
+struct ConnectionEvent {
+    std::string hub; ///< "host:port"
+    HubState from = HubState::Idle;
+    HubState to = HubState::Idle;
+    std::string cause;      ///< for Lost and Refused, else empty
+    int systemError = 0;    ///< errno, where the system knows why
+    int status = 0;         ///< the hub's code, where it has refused the login
+    std::string statusName; ///< the name of that code
+    /// For Lost and Refused: when the hub is dialled next, if nothing else ends the pause.
+    std::optional<std::chrono::system_clock::time_point> nextAttemptAt;
+    std::chrono::system_clock::time_point time;
+};
+
+/// How the connection to a hub stands: its last event, or Idle without one.
+using HubStatus = ConnectionEvent;
 
 } // namespace tivra

@@ -32,7 +32,8 @@ public:
     enum class Phase {
         None,
         Options,     ///< before anything was connected
-        Connect,     ///< name resolution and TCP
+        Resolve,     ///< a connection manager is asked for a hub
+        Connect,     ///< TCP
         Login,       ///< the hub is asked to accept the user
         Dictionary,  ///< the hub's fields and sources are downloaded
         Request,     ///< a request is built or queued

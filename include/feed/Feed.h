@@ -32,6 +32,8 @@ enum class ItemKind : unsigned char;
 
 namespace tivra {
 
+class Opening;
+
 /// What a feed has counted since it was opened.
 struct FeedStatistics {
     std::uint64_t updates = 0;         ///< handed to subscriptions
@@ -84,6 +86,9 @@ public:
     static Feed open(FeedOptions options);
     /// The same without exceptions.
     static Result<Feed> tryOpen(FeedOptions options);
+    /// The same without waiting.
+    /// @throws Error (InvalidOption); whatever fails later comes with the result
+    [[nodiscard]] static Opening openAsync(FeedOptions options);
 
     Feed(Feed&&) noexcept;
     Feed& operator=(Feed&&) noexcept;
@@ -91,6 +96,11 @@ public:
     ~Feed();
 
     FeedState state() const;
+    /// How the connection to each hub stands: those of FeedOptions::hosts and backups, and those that they
+    /// have named. The order stays.
+    std::vector<HubStatus> hubs() const;
+    /// Dials every hub that isn't connected at once, whatever pause is left.
+    void reconnectNow();
 
     /// The field with this name, "BID" for example.
     /// @throws Error (UnknownField) when no hub knows it

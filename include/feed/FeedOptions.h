@@ -15,6 +15,16 @@
 
 namespace tivra {
 
+/// The pauses between attempts to reach a hub: the second attempt follows the first after `first`, each
+/// further one after twice the pause before, up to `longest`. By chance up to `jitterPercent` of it is added,
+/// so that clients that were lost together don't come back together. A hub that was ready and is lost is
+/// dialled at once, though no more than once a second; one that has refused the user gets a second at least.
+struct RetryPauses {
+    std::chrono::milliseconds first{250};      ///< 10 ms or more
+    std::chrono::milliseconds longest{30'000}; ///< not below `first`
+    int jitterPercent = 20;                    ///< 0 to 100
+};
+
 /// Everything that a feed is opened with. Whatever isn't set has its default.
 ///
 /// What is not a callback can be read from a URL, a file and the environment too; docs/parameters.md lists
@@ -53,7 +63,17 @@ struct TIVRA_API FeedOptions {
     /// HOLD_READS_BOOL is on unless it is named here.
     std::map<std::string, std::string> parameters{};
 
+    /// Opening is done once that many hubs are ready, though others of `hosts`, and of the hubs that those
+    /// name, fail: these go on being dialled, and the feed is Recovering until they are ready. 0: all hubs
+    /// have to be ready, as they have to be behind connection managers. Not together with `backups`.
+    int minHubs = 0;
+    /// The pauses between attempts to reach a hub. @see RetryPauses
+    RetryPauses retry{};
+
     /// What happens to the connections as a whole. @thread user
+    std::function<void(const FeedStateChange&)> onState{};
+    /// What happens to the connection of each hub, in its order. @thread of the feed, which also ends
+    /// requests at their time-out
     std::function<void(const ConnectionEvent&)> onConnection{};
     /// What fails outside a call of the application: a callback that throws, for example. @thread any of the
     /// library

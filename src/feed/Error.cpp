@@ -11,8 +11,8 @@ constexpr std::array<const char*, 12> kCodeNames{
     "TimedOut",        "Cancelled",     "Refused",      "ConnectionLost", "OpenFailed", "QueueFull"};
 constexpr const char* kSystemName = "System";
 
-constexpr std::array<const char*, 7> kPhaseNames{"None",       "Options", "Connect", "Login",
-                                                 "Dictionary", "Request", "Answer"};
+constexpr std::array<const char*, 8> kPhaseNames{"None",  "Options",    "Resolve", "Connect",
+                                                 "Login", "Dictionary", "Request", "Answer"};
 constexpr const char* kSubscriptionName = "Subscription";
 
 /// The names stand in the order of the enumerators; the last one is given apart.

@@ -68,6 +68,14 @@ FeedState Feed::state() const {
     return m_impl->state();
 }
 
+std::vector<HubStatus> Feed::hubs() const {
+    return impl().hubs().all();
+}
+
+void Feed::reconnectNow() {
+    impl().reconnectNow();
+}
+
 Field Feed::field(std::string_view name) const {
     tivra_internal::FeedRegistry& registry = impl().registry();
     // While hubs are away nobody can tell, but for what has been asked before.

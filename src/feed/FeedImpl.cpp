@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -30,18 +31,35 @@ using tivra::FeedState;
 
 constexpr const char* kApplication = "tivra-feed";
 constexpr const char* kVersion = "1";
+constexpr const char* kLoginRefused = "the hub has refused the login";
+constexpr const char* kOpenCancelled = "the opening was given up";
 constexpr const char* kOpenTimedOut = "the hubs weren't ready in time";
 /// More than that is as good as for ever, and has room in a clock.
 constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(24 * 365);
 /// After so many seconds what has been in vain is tried again.
 constexpr double kAgain = 0.05;
+/// The session's first event is on its way; it isn't worth more.
+constexpr std::chrono::seconds kFirstState(1);
 
 [[nodiscard]] double secondsOf(std::chrono::milliseconds time) {
     return std::chrono::duration<double>(time).count();
 }
 
-[[nodiscard]] bool beginsWith(const std::string& text, const char* beginning) {
-    return text.rfind(beginning, 0) == 0;
+[[nodiscard]] RetryPauses pausesOf(const tivra::RetryPauses& retry) {
+    return {secondsOf(retry.first), secondsOf(retry.longest), retry.jitterPercent / 100.0};
+}
+
+/// What can be done about a hub that isn't reached.
+[[nodiscard]] const char* adviceFor(Error::Phase phase) {
+    switch (phase) {
+    case Error::Phase::Resolve:
+    case Error::Phase::Connect:
+        return "see whether the hub is up and the address is right";
+    case Error::Phase::Login:
+        return "see user and password, and whether the user may log in";
+    default:
+        return "see the log";
+    }
 }
 
 } // namespace
@@ -54,6 +72,10 @@ FeedImpl::~FeedImpl() {
 }
 
 tivra::Feed FeedImpl::open(tivra::FeedOptions options) {
+    return bringUp(make(std::move(options)));
+}
+
+std::shared_ptr<FeedImpl> FeedImpl::make(tivra::FeedOptions options) {
     const tp::ThreadStartHookScope hook(options.onThreadStart);
     std::shared_ptr<FeedImpl> feed;
     try {
@@ -66,6 +88,16 @@ tivra::Feed FeedImpl::open(tivra::FeedOptions options) {
     feed->m_registry->watchCallbacks(secondsOf(feed->m_options.slowCallback), feed->m_options.onSlowCallback);
     try {
         feed->configure();
+    } catch (...) {
+        feed->close(feed->m_options.closeTimeout);
+        throw;
+    }
+    return feed;
+}
+
+tivra::Feed FeedImpl::bringUp(std::shared_ptr<FeedImpl> feed) {
+    const tp::ThreadStartHookScope hook(feed->m_options.onThreadStart);
+    try {
         feed->start();
     } catch (...) {
         feed->close(feed->m_options.closeTimeout);
@@ -83,7 +115,11 @@ void FeedImpl::configure() {
     m_user = HandleAccess::makeUserInfo(m_options.user, m_options.password.text(), *this);
     m_session = HandleAccess::makeSession(*m_user, *this, true);
     HandleAccess::impl(*m_session).setStreams(*this);
+    HandleAccess::impl(*m_session).setHubWatcher(m_hubs, pausesOf(m_options.retry));
+    HandleAccess::impl(*m_session).setLeastHubs(m_options.minHubs);
     configureSession(m_options, *m_session);
+    m_hubs.expect(m_options.hosts);
+    m_hubs.expect(m_options.backups);
 }
 
 void FeedImpl::start() {
@@ -96,28 +132,52 @@ void FeedImpl::start() {
     if (!m_session->start(reason))
         throw startFailure(reason);
     m_isOpen.store(true, std::memory_order_release);
+    awaitFirstState();
 }
 
-/// Too late. A session that hasn't got to its start forgets what it is told, so it is told again.
+/// The session says what it has come to soon after it has started.
+void FeedImpl::awaitFirstState() {
+    const auto end = std::chrono::steady_clock::now() + kFirstState;
+    const tp::MutexLock lock(m_mutex);
+    while (state() == FeedState::Connecting && m_changed.waitUntil(m_mutex, end)) {
+    }
+}
+
+void FeedImpl::cancelStart() {
+    m_isCancelled = true;
+    m_registry->laterAt(0.0, [this] { endStart(); });
+}
+
+/// Too late, or not wanted any more. A session that hasn't got to its start forgets what it is told, so it is
+/// told again.
 void FeedImpl::endStart() {
     if (m_isOpen.load(std::memory_order_acquire))
         return;
-    HandleAccess::impl(*m_session).abortStart(kOpenTimedOut);
+    HandleAccess::impl(*m_session).abortStart(m_isCancelled ? kOpenCancelled : kOpenTimedOut);
     m_registry->laterAt(tp::Clock::monotonic() + kAgain, [this] { endStart(); });
 }
 
-/// The session gives its reason as a text, and the login's refusal has come as an event before.
-Error FeedImpl::startFailure(const std::string& reason) {
-    const tp::MutexLock lock(m_mutex);
-    if (reason == kOpenTimedOut)
-        return Error({Error::Code::TimedOut, Error::Phase::Connect,
-                      reason + ", within " + std::to_string(m_options.openTimeout.count()) + " ms",
-                      "see whether the hubs are up, or raise FeedOptions::openTimeout", "", 0, "", 0});
-    if (m_refusal)
-        return *m_refusal;
-    const bool isConnect = beginsWith(reason, "connectHost(") || beginsWith(reason, "Connection retry limit");
-    return Error({Error::Code::OpenFailed, isConnect ? Error::Phase::Connect : Error::Phase::Login, reason,
-                  isConnect ? "see whether the hub is up and the address is right" : "", "", 0, "", 0});
+/// The session gives its reason as a text; the hubs know which of them it was, and how far it had come.
+Error FeedImpl::startFailure(const std::string& reason) const {
+    Error::Details details = m_hubs.obstacle().value_or(Error::Details());
+    const std::string last = std::exchange(details.cause, reason);
+    details.advice = adviceFor(details.phase);
+    if (reason == kOpenTimedOut) {
+        details.code = Error::Code::TimedOut;
+        details.cause += ", within " + std::to_string(m_options.openTimeout.count()) + " ms";
+        if (!last.empty())
+            details.cause += ", last: " + last;
+        details.advice += ", or raise FeedOptions::openTimeout";
+    } else if (reason == kOpenCancelled) {
+        details.code = Error::Code::Cancelled;
+        details.advice.clear();
+    } else if (details.status != 0) {
+        details.code = Error::Code::Refused;
+        details.cause = kLoginRefused;
+    } else {
+        details.code = Error::Code::OpenFailed;
+    }
+    return Error(std::move(details));
 }
 
 std::string FeedImpl::statusName(int status) const {
@@ -172,23 +232,44 @@ void FeedImpl::onSessionEvent(const tivra::SessionEvent& event) {
 void FeedImpl::onUserEvent(const tivra::UserEvent& event) {
     if (event.getType() != tivra::UserEvent::AUTHORIZATION_FAILURE)
         return;
-    const Error refusal({Error::Code::Refused, Error::Phase::Login, "the hub has refused the login",
-                         "see user and password, and whether the user may log in", "", event.getRetCode(),
-                         event.getRetCodeString(), 0});
-    {
-        const tp::MutexLock lock(m_mutex);
-        m_refusal = refusal;
-    }
+    Error::Details details;
+    if (const std::optional<Error::Details> obstacle = m_hubs.obstacle();
+        obstacle && obstacle->status == event.getRetCode())
+        details.hub = obstacle->hub;
+    details.code = Error::Code::Refused;
+    details.phase = Error::Phase::Login;
+    details.cause = kLoginRefused;
+    details.advice = adviceFor(details.phase);
+    details.status = event.getRetCode();
+    details.statusName = event.getRetCodeString();
+    const Error refusal(std::move(details));
     if (m_isOpen.load(std::memory_order_acquire) && m_options.onError)
         m_registry->callbacks().run("onError", m_options.user, [&] { m_options.onError(refusal); });
 }
 
 void FeedImpl::changeState(FeedState to, const char* cause) {
-    const FeedState from = m_state.exchange(to, std::memory_order_acq_rel);
-    if (from != to && m_options.onConnection)
-        m_registry->callbacks().run("onConnection", "", [&] {
-            m_options.onConnection({from, to, cause, wallTime()});
+    FeedState from{};
+    {
+        const tp::MutexLock lock(m_mutex);
+        from = m_state.exchange(to, std::memory_order_acq_rel);
+        m_changed.notifyAll();
+    }
+    if (from != to && m_options.onState)
+        m_registry->callbacks().run("onState", "", [&] { m_options.onState({from, to, cause, wallTime()}); });
+}
+
+/// On the feed's thread: a hub's own has its sockets to serve.
+void FeedImpl::tell(const tivra::ConnectionEvent& event) {
+    if (m_options.onConnection && !m_registry->isDetached())
+        m_registry->laterAt(0.0, [this, event] {
+            m_registry->callbacks().run("onConnection", event.hub, [&] { m_options.onConnection(event); });
         });
+}
+
+void FeedImpl::reconnectNow() {
+    const tp::MutexLock lock(m_mutex); // the session stays meanwhile
+    if (!m_isClosing)
+        HandleAccess::impl(*m_session).dialNow();
 }
 
 bool FeedImpl::close(std::chrono::milliseconds deadline) {

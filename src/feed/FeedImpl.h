@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,9 +12,12 @@
 #include <tp/Mutex.h>
 #include <user/UserEventHandler.h>
 
+#include "LockOrder.h"
+
 #include "config/HandleAccess.h"
 #include "feed/FeedRegistry.h"
 #include "feed/FeedSender.h"
+#include "feed/HubStates.h"
 #include "receive/MessageStream.h"
 
 namespace tivra_internal {
@@ -36,11 +38,18 @@ public:
 
     /// @throws tivra::Error when it can't be opened
     [[nodiscard]] static tivra::Feed open(tivra::FeedOptions options);
+    /// In two steps: configured, and then connected. Each throws tivra::Error.
+    [[nodiscard]] static std::shared_ptr<FeedImpl> make(tivra::FeedOptions options);
+    [[nodiscard]] static tivra::Feed bringUp(std::shared_ptr<FeedImpl> feed);
+    /// Has bringUp() fail soon, unless it is done.
+    void cancelStart();
 
     [[nodiscard]] const tivra::FeedOptions& options() const noexcept { return m_options; }
     [[nodiscard]] FeedRegistry& registry() noexcept { return *m_registry; }
     [[nodiscard]] tivra::FeedState state() const noexcept { return m_state.load(std::memory_order_acquire); }
     [[nodiscard]] std::string statusName(int status) const;
+    [[nodiscard]] const HubStates& hubs() const noexcept { return m_hubs; }
+    void reconnectNow() TP_EXCLUDES(m_mutex);
     /// True when it is done, false at the deadline.
     bool close(std::chrono::milliseconds deadline) TP_EXCLUDES(m_mutex);
 
@@ -61,21 +70,25 @@ private:
     void configure();
     void start();
     void endStart();
-    [[nodiscard]] tivra::Error startFailure(const std::string& reason) TP_EXCLUDES(m_mutex);
-    void changeState(tivra::FeedState to, const char* cause);
+    [[nodiscard]] tivra::Error startFailure(const std::string& reason) const;
+    void changeState(tivra::FeedState to, const char* cause) TP_EXCLUDES(m_mutex);
+    void awaitFirstState() TP_EXCLUDES(m_mutex);
+    void tell(const tivra::ConnectionEvent& event);
     void startShutDown() TP_EXCLUDES(m_mutex);
     void shutDown() TP_EXCLUDES(m_mutex);
 
     const tivra::FeedOptions m_options;
     const std::shared_ptr<FeedRegistry> m_registry;
     std::atomic<tivra::FeedState> m_state{tivra::FeedState::Connecting};
-    std::atomic<bool> m_isOpen{false}; ///< what fails from now on nobody is told by open()
+    std::atomic<bool> m_isCancelled{false}; ///< the start is to end
+    std::atomic<bool> m_isOpen{false};      ///< what fails from now on nobody is told by open()
+    HubStates m_hubs{[this](int status) { return statusName(status); },
+                     [this](const tivra::ConnectionEvent& event) { tell(event); }};
     HandlePtr<tivra::UserInfo> m_user;
     HandlePtr<tivra::Session> m_session; ///< before its user
 
-    tp::Mutex m_mutex; ///< guards what follows
+    tp::Mutex m_mutex{kLockFeed}; ///< guards what follows
     tp::ConditionVariable m_changed;
-    std::optional<tivra::Error> m_refusal TP_GUARDED_BY(m_mutex); ///< of the login, the last one
     bool m_isClosing TP_GUARDED_BY(m_mutex) = false;
     bool m_isClosed TP_GUARDED_BY(m_mutex) = false;
 };

@@ -15,7 +15,13 @@ enum class FeedOption {
     LogDebug,
     OpenTimeout,
     RequestTimeout,
-    CloseTimeout
+    CloseTimeout,
+    SlowCallback,
+    LatencySampling,
+    MinHubs,
+    RetryFirst,
+    RetryLongest,
+    RetryJitter
 };
 
 enum class FeedOptionType {
@@ -39,7 +45,7 @@ struct FeedOptionInfo {
 /// A year: more than that is as good as for ever.
 inline constexpr long kLongestOptionTime = 365L * 24 * 3600 * 1000;
 
-inline constexpr std::array<FeedOptionInfo, 9> kFeedOptions{{
+inline constexpr std::array<FeedOptionInfo, 15> kFeedOptions{{
     {FeedOption::Hosts, "hosts", FeedOptionType::Hosts, 0, 0, "",
      "the hubs, or connection managers, each host:port"},
     {FeedOption::Backups, "backup", FeedOptionType::Hosts, 0, 0, "",
@@ -56,6 +62,18 @@ inline constexpr std::array<FeedOptionInfo, 9> kFeedOptions{{
      "how long an answer may take"},
     {FeedOption::CloseTimeout, "close_timeout", FeedOptionType::Time, 0, kLongestOptionTime, "10000",
      "how long closing may wait for callbacks that run"},
+    {FeedOption::SlowCallback, "slow_callback", FeedOptionType::Time, 0, kLongestOptionTime, "1000",
+     "a callback that takes longer is reported; 0: none is"},
+    {FeedOption::LatencySampling, "latency_sampling", FeedOptionType::Whole, 0, 1'000'000'000, "64",
+     "the latency of one message in so many is measured; 0 measures none"},
+    {FeedOption::MinHubs, "min_hubs", FeedOptionType::Whole, 0, 256, "0",
+     "how many ready hubs are enough for opening; 0 means all"},
+    {FeedOption::RetryFirst, "retry_first", FeedOptionType::Time, 10, kLongestOptionTime, "250",
+     "the pause before the second attempt to reach a hub; each further one is twice as long"},
+    {FeedOption::RetryLongest, "retry_longest", FeedOptionType::Time, 10, kLongestOptionTime, "30000",
+     "the longest of these pauses"},
+    {FeedOption::RetryJitter, "retry_jitter", FeedOptionType::Whole, 0, 100, "20",
+     "how many percent of a pause may be added to it by chance"},
 }};
 
 } // namespace tivra_internal

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <set>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 #include <session/SessionConfig.h>
 
 #include "config/ParameterTable.h"
+#include "feed/FeedOptionTable.h"
 #include "feed/NearestName.h"
 #include "feed/OptionValue.h"
 
@@ -36,6 +38,14 @@ constexpr std::string_view kSuffixes[] = {"_BOOL", "_LONG"};
     std::transform(capitals.begin(), capitals.end(), capitals.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return capitals;
+}
+
+/// read_timeout of READ_TIMEOUT_LONG.
+[[nodiscard]] std::string shortName(std::string_view name) {
+    std::string lower(withoutSuffix(name));
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lower;
 }
 
 template<class Table>
@@ -87,6 +97,17 @@ void checkName(const char* option, const std::string& text) {
             refuseOption(std::string("the ") + option + " has a '|' or a control character in it");
 }
 
+void checkPauses(const tivra::RetryPauses& retry) {
+    using std::chrono::milliseconds;
+    if (retry.first < milliseconds(10) || retry.longest < retry.first ||
+        retry.longest > milliseconds(kLongestOptionTime))
+        refuseOption("the pauses between attempts can't be meant",
+                     "give a first one of 10 ms or more, and a longest one that isn't shorter");
+    if (retry.jitterPercent < 0 || retry.jitterPercent > 100)
+        refuseOption("the jitter of pauses is " + std::to_string(retry.jitterPercent) + " percent",
+                     "give 0 to 100");
+}
+
 } // namespace
 
 NamedParameter findParameter(std::string_view name) {
@@ -107,10 +128,12 @@ void checkParameter(const ParameterInfo& parameter, std::string_view text) {
 }
 
 void offerParameters(NearestName& nearest) {
-    for (const ParameterInfo& parameter : kSessionParameters)
+    const auto offer = [&nearest](const ParameterInfo& parameter) {
         nearest.offer(parameter.name);
-    for (const ParameterInfo& parameter : kHostParameters)
-        nearest.offer(parameter.name);
+        nearest.offer(shortName(parameter.name));
+    };
+    std::for_each(kSessionParameters.begin(), kSessionParameters.end(), offer);
+    std::for_each(kHostParameters.begin(), kHostParameters.end(), offer);
 }
 
 void configureSession(const tivra::FeedOptions& options, tivra::Session& session) {
@@ -120,6 +143,12 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
         refuseOption(std::to_string(options.backups.size()) + " backups for " +
                          std::to_string(options.hosts.size()) + " hosts",
                      "give none, or one for each host");
+    checkPauses(options.retry);
+    if (options.minHubs < 0)
+        refuseOption("minHubs is below 0", "give 0 for all hubs");
+    if (options.minHubs > 0 && !options.backups.empty())
+        refuseOption("minHubs and backups exclude each other",
+                     "a hub that fails changes to the backups: leave one of them out");
     checkName("user", options.user);
     checkName("password", options.password.text());
     // A slow callback holds the hub up, and loses nothing. An application may want it otherwise.

@@ -7,6 +7,7 @@
 
 #include <feed/Error.h>
 
+#include "config/ParameterTable.h"
 #include "feed/FeedOptionTable.h"
 #include "feed/FeedParameters.h"
 #include "feed/NearestName.h"
@@ -129,6 +130,24 @@ void OptionSetter::setOption(const FeedOptionInfo& option, std::string_view text
         break;
     case FeedOption::CloseTimeout:
         m_options.closeTimeout = time();
+        break;
+    case FeedOption::SlowCallback:
+        m_options.slowCallback = time();
+        break;
+    case FeedOption::LatencySampling:
+        m_options.latencySampling = static_cast<unsigned>(parseWhole(option.name, text, range));
+        break;
+    case FeedOption::MinHubs:
+        m_options.minHubs = static_cast<int>(parseWhole(option.name, text, range));
+        break;
+    case FeedOption::RetryFirst:
+        m_options.retry.first = time();
+        break;
+    case FeedOption::RetryLongest:
+        m_options.retry.longest = time();
+        break;
+    case FeedOption::RetryJitter:
+        m_options.retry.jitterPercent = static_cast<int>(parseWhole(option.name, text, range));
         break;
     }
 }

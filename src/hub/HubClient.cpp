@@ -1,7 +1,9 @@
 #include "hub/HubClient.h"
 
+#include <algorithm>
 #include <functional>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include <tp/Clock.h>
@@ -9,8 +11,10 @@
 
 #include "config/HostTable.h"
 #include "config/UserInfoImpl.h"
+#include "hub/ErrorText.h"
 #include "hub/HubEventReactor.h"
 #include "hub/HubSession.h"
+#include "hub/LnkApiErrors.h"
 #include "hub/RequestFrame.h"
 #include "receive/Queue.h"
 #include "receive/QueueReadHandler.h"
@@ -36,7 +40,7 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     , m_session(session)
     , m_options(options.withinLimits())
     , m_address(m_options)
-    , m_socket(m_address, session, m_options)
+    , m_socket(m_address, session, m_options, chanceOf(this))
     , m_lookup(session, session, user, m_options, m_address)
     , m_heartbeat(m_address, m_options.readTimeout)
     , m_handshake(*this, session, user, m_address, m_dicMetaMap, m_options, chanceOf(this))
@@ -67,6 +71,7 @@ HubClient::~HubClient() {
     }
     m_socket.close();
     m_primaryUser.deleteHub(this);
+    report(HubStage::Left);
 }
 
 SessionRequests& HubClient::getRequests() const {
@@ -155,8 +160,10 @@ HubClient::Dial HubClient::connectHost(double) {
     if (connected())
         return Dial::Connected;
     m_registration.endDial();
-    if (!inProgress())
+    if (!inProgress()) {
+        m_dialsAtOnce = false;
         m_socket.noteDial();
+    }
     switch (m_lookup.ask(isComingXref())) {
     case ManagerLookup::Outcome::NotAsked:
         break;
@@ -169,13 +176,17 @@ HubClient::Dial HubClient::connectHost(double) {
         break;
     case ManagerLookup::Outcome::Again:
         m_socket.awaitManager();
+        report(HubStage::Resolving);
         return Dial::AwaitsManager;
     case ManagerLookup::Outcome::Failed:
         m_socket.abandon();
+        m_socket.noteFailedAttempt();
+        reportFailedDial();
         return Dial::Failed;
     }
     if (m_socket.state() != HubSocket::State::Dialling) {
         m_suspension.end();
+        report(HubStage::Connecting);
         if (const HubSocket::Progress begun = m_socket.begin(); begun != HubSocket::Progress::UnderWay)
             return settle(begun);
     }
@@ -188,6 +199,7 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
         m_registration.enter(getFd());
         setInitHBTime();
         m_handshake.begin();
+        report(HubStage::LoggingIn);
         return Dial::Connected;
     case HubSocket::Progress::UnderWay:
         m_registration.awaitDial(getFd());
@@ -196,16 +208,20 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
         if (m_lookup.mayReplaceHub(isComingXref())) {
             m_socket.replaceHub();
             m_lookup.wantHub(true);
+            report(HubStage::Resolving);
             return Dial::AwaitsManager;
         }
         m_socket.giveUp(m_session.isCMconnection() && m_session.getisStarted() && isQueryXRefHUB()
                             ? "for Xref HUB "
                             : "");
+        reportFailedDial();
         return Dial::Failed;
     case HubSocket::Progress::Refused:
         m_lookup.noteLoss();
+        reportFailedDial();
         return Dial::Failed;
     case HubSocket::Progress::NoSocket:
+        reportFailedDial();
         return Dial::Failed;
     }
     return Dial::Failed;
@@ -248,6 +264,8 @@ void HubClient::readableEvent(double curtime) {
 /// What bytes that were taken have led to is looked at soon: a wait for siblings that has begun, or the end
 /// of the connection.
 void HubClient::noteChanges(bool waited) {
+    if (m_stage == HubStage::LoggingIn && isLoggedIn())
+        report(HubStage::Downloading);
     if (waitsForBoxPerms() != waited)
         m_session.hubHasChanged();
     if (m_responseQueue->sawEndOfStream() && isReady())
@@ -286,6 +304,7 @@ void HubClient::leaveAfterReadFailure() {
     eprintf(EPF_WARN, "Queue full, drop, or other error, so must close Connection to HUB: %s\n",
             getHubAddr().c_str());
     m_session.noteHubDown(this);
+    noteCloseCause("what has come can't be read, or its queue is full");
     closeConnection();
     m_lookup.noteLoss();
 }
@@ -300,6 +319,7 @@ void HubClient::becomeReady() {
     m_lookup.noteReady();
     // The queue may wait for a callback that runs, so no mutex is held here.
     m_responseQueue->reset();
+    report(HubStage::Ready); // before a start is done that has waited for it
     m_session.enterReadyHub(this);
     if (HubEventReactor* const reactor = getReactor(); isWatchlistInUse() && reactor != nullptr)
         reactor->sendWLRequests(this);
@@ -311,6 +331,46 @@ void HubClient::becomeReady() {
     eprintf(EPF_INFO, "Completed initialization of HUB %s:%d on fd=%d", address.c_str(), getHubPort(),
             getFd());
     m_socket.noteReady();
+}
+
+void HubClient::report(HubReport report) {
+    if (isDummy())
+        return;
+    m_stage = report.stage;
+    report.hub = HostTable::hostInfoOf(m_address.own(), m_address.port());
+    m_session.reportHub(report);
+}
+
+void HubClient::report(HubStage stage) {
+    if (stage == m_stage)
+        return;
+    HubReport made;
+    made.stage = stage;
+    report(std::move(made));
+}
+
+void HubClient::reportFailedDial() {
+    HubReport failed;
+    failed.stage = HubStage::Lost;
+    failed.systemError = getLnkapiErrno() == 0 ? getConnectErrno() : 0;
+    failed.cause =
+        getLnkapiErrno() != 0 ? getLnkAPIErrorString(getLnkapiErrno()) : errorText(getConnectErrno());
+    failed.nextDial = m_socket.nextDial();
+    report(std::move(failed));
+}
+
+void HubClient::dialNow() {
+    if (connected() || inProgress())
+        return;
+    m_dialsAtOnce = true;
+    ask(HubEventReactor::kSupervise);
+}
+
+std::optional<double> HubClient::pauseBeforeDial() const {
+    const std::optional<double> next = m_socket.nextDial();
+    if (!next || connected() || inProgress() || m_life.leavesForGood())
+        return std::nullopt;
+    return std::max(*next, m_handshake.nextDial()) - tp::Clock::monotonic();
 }
 
 bool HubClient::isInitTimedOut(double) const {
@@ -352,11 +412,14 @@ void HubClient::forgetConnection() {
 
 void HubClient::closeConnection() {
     const bool wasReady = isReady();
+    HubReport ending = std::exchange(m_ending, HubReport());
     if (wasReady)
         m_responseQueue->printStats(false, false, 0.0);
     if (getFd() < 0)
         return;
     m_socket.noteLoss();
+    if (!wasReady)
+        m_socket.noteFailedAttempt();
     m_registration.leave();
     m_socket.close();
     reset();
@@ -379,11 +442,27 @@ void HubClient::closeConnection() {
             handler->noteLoss();
         m_session.endOutstanding(this);
     }
+    reportEnd(std::move(ending), wasReady);
     m_session.hubHasChanged();
     ask(HubEventReactor::kSupervise);
 }
 
+void HubClient::reportEnd(HubReport ending, bool wasReady) {
+    if (ending.stage != HubStage::Refused)
+        ending.stage = HubStage::Lost;
+    if (ending.cause.empty() && wasReady)
+        ending.systemError = m_responseQueue->streamError();
+    if (ending.cause.empty())
+        ending.cause =
+            ending.systemError != 0 ? errorText(ending.systemError) : "the hub has closed the connection";
+    if (const std::optional<double> next = m_socket.nextDial())
+        ending.nextDial = std::max(*next, m_handshake.nextDial());
+    report(std::move(ending));
+}
+
 void HubClient::suspendClient(const std::string& reason) {
+    m_ending.stage = HubStage::Refused;
+    m_ending.cause = reason;
     // Closing clears a suspension, so it comes first.
     closeConnection();
     m_suspension.suspend(reason);

@@ -2,9 +2,11 @@
 
 #include <sys/time.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <tp/EventReactor.h>
@@ -20,6 +22,7 @@
 #include "hub/HubReader.h"
 #include "hub/HubReaderPort.h"
 #include "hub/HubSocket.h"
+#include "hub/HubWatcher.h"
 #include "hub/ManagerLookup.h"
 #include "hub/ReactorRegistration.h"
 #include "hub/ReadWaker.h"
@@ -89,11 +92,17 @@ public:
     /// The hub was dialled before, and hasn't been ready since. The hub's thread.
     [[nodiscard]] bool isDialRepeated() const override { return m_socket.isDialRepeated(); }
     void closeConnection() override;
+    /// Why the connection is about to be closed, unless that is the hub's doing.
+    void noteCloseCause(const std::string& cause) { m_ending.cause = cause; }
     /// A dial may begin or go on now, at the supervision's turn or between two of them. False while a hub
     /// that has refused the login is to be left alone.
     [[nodiscard]] bool mayDial(bool isTurn) const {
-        return m_handshake.mayDial() && m_socket.mayDial(isTurn);
+        return m_dialsAtOnce || (m_handshake.mayDial() && m_socket.mayDial(isTurn));
     }
+    /// The pause before the next dial ends. @thread any
+    void dialNow();
+    /// With pauses between dials: how long the present one lasts. Nothing while the hub isn't to be dialled.
+    [[nodiscard]] std::optional<double> pauseBeforeDial() const;
     /// Closes, then takes the client out of use with a reason that the application may see.
     void suspendClient(const std::string& reason) override;
 
@@ -211,6 +220,10 @@ private:
     [[nodiscard]] Dial settle(HubSocket::Progress progress);
     void ask(unsigned what) const;
     void noteChanges(bool waited);
+    void report(HubReport report);
+    void report(HubStage stage);
+    void reportFailedDial();
+    void reportEnd(HubReport ending, bool wasReady);
     [[nodiscard]] bool isHeldUp() const;
     void reset();
     void forgetConnection();
@@ -218,6 +231,7 @@ private:
     // What its handshake and its reader ask, beside what others ask too.
     [[nodiscard]] const UserHub& userHub() const override { return *this; }
     int sendLogin(const std::string& text) override;
+    void noteLoginStatus(int status) override { m_ending.status = status; }
     void heartbeatSubscribed() override { m_heartbeat.restartCheck(); }
     void setJit(int threshold) override;
     void becomeReady() override;
@@ -236,6 +250,9 @@ private:
     Suspension m_suspension;
     HubLife m_life;
     double m_last_reset_time = 0.0;
+    HubStage m_stage = HubStage::Left; ///< as reported last
+    HubReport m_ending;                ///< what is known of the end of the connection before it is closed
+    std::atomic<bool> m_dialsAtOnce{false};
 
     // Readiness.
     mutable tp::Mutex m_ready_mutex{kLockHubReady};

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
+
+#include "hub/RetryPace.h"
 
 namespace tivra_internal {
 
@@ -18,7 +21,9 @@ struct HubClientOptions {
     long connectionRetryLimit = 0;
     long readTimeout = 0;       ///< seconds; 0 turns the heartbeat and both time-out tests off
     double dialNotBefore = 0.0; ///< monotonic, in seconds
-    long queueSize = 0;         ///< megabytes
+    /// Between dials that fail; without them there is one a second.
+    std::optional<RetryPauses> pauses{};
+    long queueSize = 0; ///< megabytes
     bool compression = false;
     bool watchlistInUse = false;
     bool inlineDelivery = false; ///< the thread that reads delivers too

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <tp/Clock.h>
 #include <tp/aboveStandardStreams.h>
@@ -49,13 +50,16 @@ timespec toTimespec(const timeval& time) {
 } // namespace
 
 HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
-                     const HubClientOptions& options)
+                     const HubClientOptions& options, std::function<double()> chance)
     : m_address(address)
     , m_session(session)
     , m_connectionTimeout(options.connectionTimeout)
     , m_connectionRetryLimit(options.connectionRetryLimit)
     , m_readTimeout(options.readTimeout)
-    , m_dialNotBefore(options.dialNotBefore) {}
+    , m_dialNotBefore(options.dialNotBefore) {
+    if (options.pauses)
+        m_pace.emplace(std::move(chance), *options.pauses);
+}
 
 HubSocket::Progress HubSocket::begin() {
     m_connectErrno = 0;
@@ -85,6 +89,7 @@ bool HubSocket::openSocket() {
         eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT,
                 "HubClient::connectHost - error in socket, errno = %d\n", connectErrno());
         m_connectionRetries += 1;
+        noteFailedAttempt();
         return false;
     }
     if (const int rc = ::fcntl(m_fd.get(), F_SETFL, O_NONBLOCK); rc < 0) {
@@ -93,6 +98,7 @@ bool HubSocket::openSocket() {
                 m_fd.get(), connectErrno(), errorText(connectErrno()).c_str());
         close();
         m_connectionRetries += 1;
+        noteFailedAttempt();
         return false;
     }
     return true;
@@ -108,9 +114,23 @@ bool HubSocket::mayDial(bool isTurn) const {
         return true;
     if (secondsSince(m_dialNotBefore) < 0.0)
         return false;
+    if (const std::optional<double> next = nextDial(); next && state() != State::AwaitsManager)
+        return tp::Clock::monotonic() >= *next;
     if (!isTurn && (m_outage.isDialled() || state() == State::AwaitsManager))
         return false;
     return secondsSince(m_lastDial) >= (isTurn ? kBeforeDial : kBeforeFirstDial);
+}
+
+std::optional<double> HubSocket::nextDial() const {
+    if (!m_pace)
+        return std::nullopt;
+    const double afterReady = m_outage.isDialled() ? 0.0 : m_lastDial + kBeforeFirstDial;
+    return std::max({m_dialNotBefore, afterReady, m_pace->nextDial()});
+}
+
+void HubSocket::noteFailedAttempt() {
+    if (m_pace)
+        m_pace->refused(tp::Clock::monotonic());
 }
 
 HubSocket::Progress HubSocket::proceed() {
@@ -146,6 +166,7 @@ HubSocket::Progress HubSocket::refuse(int error) {
     noteLoss();
     close();
     m_connectionRetries += 1;
+    noteFailedAttempt();
     return Progress::Refused;
 }
 
@@ -170,6 +191,7 @@ void HubSocket::giveUp(const char* purpose) {
     noteLoss();
     close(State::TimedOut);
     m_connectionRetries += 1;
+    noteFailedAttempt();
 }
 
 // It counts like any failed dial, or a start would go on for as long as the manager has hubs to hand out.
@@ -243,6 +265,8 @@ void HubSocket::noteReady() {
         eprintf(EPF_INFO, "HUB %s:%d is back after %.1f seconds", m_address.dialled().c_str(),
                 m_address.port(), m_outage.secondsUntil(tp::Clock::monotonic()));
     m_outage.end();
+    if (m_pace)
+        m_pace->accepted();
 }
 
 int HubSocket::sendRequest(const char* text, const timeval* timeout) {

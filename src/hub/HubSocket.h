@@ -3,8 +3,11 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <functional>
+#include <optional>
 
 #include "hub/Outage.h"
+#include "hub/RetryPace.h"
 #include "hub/SocketHandle.h"
 
 namespace tivra_internal {
@@ -35,7 +38,9 @@ public:
         NoSocket
     };
 
-    HubSocket(const HubAddress& address, const SessionStanding& session, const HubClientOptions& options);
+    /// `chance` gives numbers from 0 up to 1, for the pauses between dials.
+    HubSocket(const HubAddress& address, const SessionStanding& session, const HubClientOptions& options,
+              std::function<double()> chance);
     HubSocket(const HubSocket&) = delete;
     HubSocket& operator=(const HubSocket&) = delete;
 
@@ -52,8 +57,12 @@ public:
     // --- dialling ---
     void noteDial();
     /// A dial may begin now. The first one of an outage may at once, unless the dial before is too close; the
-    /// others at the turns that the supervision makes once a second.
+    /// others after a pause, or without pauses at the turns that the supervision makes once a second.
     [[nodiscard]] bool mayDial(bool isTurn) const;
+    /// With pauses: when that is, by the monotonic clock.
+    [[nodiscard]] std::optional<double> nextDial() const;
+    /// The attempt has ended before the hub was ready.
+    void noteFailedAttempt();
     /// The hub was dialled before, and hasn't been ready since.
     [[nodiscard]] bool isDialRepeated() const { return m_outage.isDialRepeated(); }
     /// Opens a socket and begins to connect it.
@@ -117,6 +126,7 @@ private:
     std::atomic<int> m_connectErrno{0};
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready
     Outage m_outage;
+    std::optional<RetryPace> m_pace; ///< with pauses
     std::atomic<double> m_lastDial{-1e9};
     double m_connectStartTime = 0.0;
     bool m_frameCutShort = false; ///< see isOutOfStep

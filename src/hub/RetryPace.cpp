@@ -5,19 +5,12 @@
 
 namespace tivra_internal {
 
-namespace {
-
-constexpr double kFirstWait = 1.0; // seconds, as the next
-constexpr double kLongestWait = 30.0;
-constexpr double kMostAdded = 0.2;
-
-} // namespace
-
-RetryPace::RetryPace(std::function<double()> random) : m_random(std::move(random)) {}
+RetryPace::RetryPace(std::function<double()> random, RetryPauses pauses)
+    : m_random(std::move(random)), m_pauses(pauses) {}
 
 double RetryPace::refused(double now) {
-    m_wait = m_wait == 0.0 ? kFirstWait : std::min(2.0 * m_wait, kLongestWait);
-    const double wait = m_wait * (1.0 + kMostAdded * m_random());
+    m_wait = m_wait == 0.0 ? m_pauses.first : std::min(2.0 * m_wait, m_pauses.longest);
+    const double wait = m_wait * (1.0 + m_pauses.mostAdded * m_random());
     m_nextDial = now + wait;
     return wait;
 }

@@ -141,6 +141,7 @@ void Queue::reset() {
     m_suspendReadFromSocket.store(false, std::memory_order_release);
     m_wakeBelow.store(-1, std::memory_order_relaxed);
     m_sawEndOfStream = false;
+    m_streamError = 0;
     m_inputLeft = false;
     m_sawLife = false;
     m_isDeep = false;

@@ -90,6 +90,8 @@ public:
     [[nodiscard]] bool takeSignOfLife() noexcept { return std::exchange(m_sawLife, false); }
     /// The peer has closed or the socket has failed: there is nothing to watch any more.
     [[nodiscard]] bool sawEndOfStream() const noexcept { return m_sawEndOfStream; }
+    /// errno of the read that has ended the stream; 0 when the peer has closed it.
+    [[nodiscard]] int streamError() const noexcept { return m_streamError; }
     /// Compressed input waits for room in the ring.
     [[nodiscard]] bool hasInputLeft() const noexcept { return m_inputLeft; }
 
@@ -293,6 +295,7 @@ private:
     uint64_t m_bytes_in_since_last_q_check = 0;
     double m_lastReadMonotonic = kLongAgo; ///< by the clock that doesn't step
     bool m_sawEndOfStream = false;
+    int m_streamError = 0; ///< see streamError
     bool m_inputLeft = false;
     bool m_sawLife = false;
     bool m_isDeep = false;  ///< at its threshold by the last fill check

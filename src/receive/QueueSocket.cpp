@@ -173,7 +173,8 @@ bool Queue::readWithoutRoom(int fd) {
     if (got == 0) {
         m_sawEndOfStream = true;
     } else if (!isTransient(errno)) {
-        eprintf(EPF_CRIT, "read error from socket: errno=%d\n", errno);
+        m_streamError = errno;
+        eprintf(EPF_CRIT, "read error from socket: errno=%d\n", m_streamError);
         m_sawEndOfStream = true;
     }
     return false;
@@ -191,7 +192,8 @@ bool Queue::readPlain(int fd, std::size_t length, double curtime) {
     if (got == 0) {
         m_sawEndOfStream = true;
     } else if (!isTransient(errno)) {
-        eprintf(EPF_CRIT, "read error from socket: errno=%d\n", errno);
+        m_streamError = errno;
+        eprintf(EPF_CRIT, "read error from socket: errno=%d\n", m_streamError);
         m_sawEndOfStream = true;
     }
     return false;

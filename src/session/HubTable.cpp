@@ -35,6 +35,12 @@ std::vector<HubClient*> HubTable::copy() const {
     return clients;
 }
 
+void HubTable::forEach(const std::function<void(HubClient&)>& visit) const {
+    tp::MutexLock lock(m_hubClientsMap_mutex);
+    for (const auto& [index, client] : hubClientsMap)
+        visit(*client);
+}
+
 HubClient* HubTable::insert(std::size_t index, const std::string& label,
                             const std::function<std::unique_ptr<HubClient>()>& make) {
     tp::MutexLock lock(m_hubClientsMap_mutex);

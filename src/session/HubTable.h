@@ -31,6 +31,8 @@ public:
     [[nodiscard]] bool contains(std::size_t index) const { return find(index) != nullptr; }
     /// All hubs in the order of their indexes. They live until the session's worker threads have ended.
     [[nodiscard]] std::vector<HubClient*> copy() const;
+    /// Under the mutex, so that none of them goes meanwhile.
+    void forEach(const std::function<void(HubClient&)>& visit) const;
     /// Enters the client that `make` yields, which is called under the mutex. Null when there is a hub of
     /// that index, or when the table is full, which `label` reports in the log.
     [[nodiscard]] HubClient* insert(std::size_t index, const std::string& label,

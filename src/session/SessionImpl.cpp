@@ -121,6 +121,15 @@ bool SessionImpl::isFirstHub(const HubClient* hub) const {
     return m_hubs.getFirstHub() == hub;
 }
 
+void SessionImpl::reportHub(const HubReport& report) {
+    if (m_hubWatcher != nullptr)
+        m_hubWatcher->hubChanged(report);
+}
+
+void SessionImpl::dialNow() {
+    m_hubs.forEach([](HubClient& client) { client.dialNow(); });
+}
+
 void SessionImpl::noteHubDown(HubClient* client) {
     m_sources.hubStatus().noteDown(client);
 }

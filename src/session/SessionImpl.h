@@ -24,6 +24,8 @@
 #include "dictionary/DictionaryCache.h"
 #include "hub/ConnectionManagers.h"
 #include "hub/HubSession.h"
+#include "hub/HubWatcher.h"
+#include "hub/RetryPace.h"
 #include "receive/ReadHandlerSession.h"
 #include "request/TagSource.h"
 #include "request/Watchlist.h"
@@ -38,6 +40,7 @@
 #include "session/lifecycle/FirstHubSession.h"
 #include "session/lifecycle/FirstHubs.h"
 #include "session/lifecycle/HostLists.h"
+#include "session/lifecycle/PartialStart.h"
 #include "session/lifecycle/RunState.h"
 #include "session/lifecycle/StartSession.h"
 #include "session/lifecycle/StartStop.h"
@@ -129,6 +132,16 @@ public:
     /// Has streams take the messages in place of a handler, and ends each question whose hub is lost. Before
     /// the start; borrowed.
     void setStreams(MessageStreams& streams) { m_streams = &streams; }
+    /// Has someone hear of the hubs, and dials that fail be repeated after pauses. Before the start;
+    /// borrowed.
+    void setHubWatcher(HubWatcher& watcher, const RetryPauses& pauses) {
+        m_hubWatcher = &watcher;
+        m_pauses = pauses;
+    }
+    /// Has a start go on without hubs that fail, once that many are ready; 0: it needs all. Before the start.
+    void setLeastHubs(int least) { m_partialStart.require(least); }
+    /// Dials all hubs that aren't connected. @thread any
+    void dialNow();
     /// The tag of the request, or 0 when it was refused. @thread any
     [[nodiscard]] int64_t send(RequestImpl& request);
     [[nodiscard]] tivra::Session::States getState() const override { return m_check.state(); }
@@ -145,7 +158,10 @@ public:
         return m_firstHubs.isFirst(client);
     }
     [[nodiscard]] bool isNewestFirstHub(const HubClient* client) const override {
-        return m_firstHubs.newest() == client;
+        return m_firstHubs.newest() == client || isLateFirstHub(client);
+    }
+    [[nodiscard]] bool isLateFirstHub(const HubClient* client) const override {
+        return m_partialStart.isAside(client) && m_firstHubs.contains(client);
     }
     [[nodiscard]] ConnectionManagers& getConnectionManagers() override { return m_managers; }
     void disableFailover() override { m_changeOver.enableFailover(false); }
@@ -159,6 +175,7 @@ public:
     void removeXRefPort(uint16_t port) override { m_xref.removePort(port); }
     [[nodiscard]] bool areXrefHubsComing() const override { return m_xref.areHubsComing(); }
     void dropFirstHubLater(HubClient* client) override;
+    void reportHub(const HubReport& report) override;
     void noteHubDown(HubClient* client) override;
     void noteQueueDepth(int percent) override;
     void countHubLoss(HubClient* client) override;
@@ -288,9 +305,11 @@ public:
 
     // --- what the supervision of the hubs needs, beside abortStart; see SupervisorSession ---
     void stopServing(HubClient& client) override { m_reactors.removeHub(&client); }
+    [[nodiscard]] bool startWithout(HubClient& client) override;
 
     // --- what the threads do beside serving their loops; see HubThreadWork and UserThreadWork ---
     void check_hub_clients(double now, HubEventReactor& reactor, bool isTurn) override;
+    [[nodiscard]] std::optional<double> pauseBeforeDial(HubEventReactor& reactor) override;
     bool calc_hub_stats(double curtime, HubEventReactor& reactor) override;
     [[nodiscard]] bool calc_hub_queue_full_stats(double now, HubEventReactor& reactor) override;
     bool calc_user_stats(double curtime, UserEventReactor& reactor) override;
@@ -354,6 +373,8 @@ private:
     std::atomic<tivra::MessageEventHandler*> m_msgEventHandler{nullptr};
     std::atomic<tivra::StatisticsEventHandler*> statsHandler{nullptr};
     MessageStreams* m_streams = nullptr; ///< set before the start, or null
+    HubWatcher* m_hubWatcher = nullptr;  ///< the same
+    std::optional<RetryPauses> m_pauses;
 
     // Configuration.
     HostTable m_hosts;
@@ -366,6 +387,7 @@ private:
     // Start and stop.
     RunState m_run;
     StartStop m_startStop{*this, m_run};
+    PartialStart m_partialStart;
     MasterPause m_masterPause;
     ChangeOver m_changeOver{m_run, [this] { wakeMaster(); }};
     SessionEventQueue m_events;
@@ -378,8 +400,9 @@ private:
     DroppedHubs m_dropped;
     XrefConnector m_xref{*this};
     SourceRegistry m_sources;
-    StateMachine m_check{
-        *this, {m_run, m_startStop.latch(), m_firstHubs, m_newHubs, m_xref, m_managers, m_sources, m_events}};
+    StateMachine m_check{*this,
+                         {m_run, m_startStop.latch(), m_partialStart, m_firstHubs, m_newHubs, m_xref,
+                          m_managers, m_sources, m_events}};
     Supervisor m_supervisor{*this, {m_run, m_changeOver, m_managers, m_xref, m_sources.hubStatus(), m_user}};
     ReactorPool m_reactors{*this};
     std::atomic<bool> m_threadsMissing{false}; ///< the system has refused threads in a change-over

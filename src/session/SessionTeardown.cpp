@@ -47,6 +47,7 @@ void SessionImpl::cleanUpManagers() {
 void SessionImpl::reset() {
     eprintf(EPF_DBUG, "SessionImpl::reset(ENTRY)");
     m_firstHubs.reset();
+    m_partialStart.forget();
     m_dropped.reset();
     m_xref.reset();
     const bool isStop = m_run.isStopRequested();

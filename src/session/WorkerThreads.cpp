@@ -164,6 +164,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);
         options.readTimeout = host.getUsableLong(HostConfig::READ_TIMEOUT_LONG);
         options.dialNotBefore = m_changeOver.dialNotBefore();
+        options.pauses = m_pauses;
         options.queueSize = host.getUsableLong(HostConfig::QUEUE_SIZE_LONG);
         options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
         options.watchlistInUse = settings().isWatchlistOn();
@@ -181,6 +182,33 @@ void SessionImpl::check_hub_clients(double now, HubEventReactor& reactor, bool i
     // A hub that has been given up, by whom ever, is looked at by the check alone.
     if (!m_check.isInitiallyEstablished() || m_xref.areHubsComing())
         askForCheck();
+}
+
+/// A hub of which nothing is to be hoped counts for the start no more. Without enough others that one fails.
+bool SessionImpl::startWithout(HubClient& client) {
+    if (!m_partialStart.isOn() || m_check.isInitiallyEstablished() || m_managers.m_isCMconnection)
+        return false;
+    m_partialStart.setAside(client);
+    if (!m_haveEnum)
+        m_firstHubs.disclaim(&client);
+    askForCheck();
+    if (m_run.isStarted() || !m_firstHubs.areAllMade())
+        return true;
+    const std::vector<HubClient*> clients = m_hubs.copy();
+    const auto hopeful = std::count_if(clients.begin(), clients.end(), [](const HubClient* hub) {
+        return !hub->isSuspended() && !hub->isPastRetryLimit();
+    });
+    return m_partialStart.isEnough(static_cast<int>(hopeful));
+}
+
+std::optional<double> SessionImpl::pauseBeforeDial(HubEventReactor& reactor) {
+    std::optional<double> shortest;
+    if (!m_pauses)
+        return shortest;
+    for (const HubClient* client : m_reactors.hubsOf(reactor.getIndex()))
+        if (const std::optional<double> pause = client->pauseBeforeDial())
+            shortest = std::min(*pause, shortest.value_or(*pause));
+    return shortest;
 }
 
 void SessionImpl::check_user_events() {

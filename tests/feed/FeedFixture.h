@@ -24,6 +24,10 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_lines;
     }
+    void clear() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines.clear();
+    }
     [[nodiscard]] bool waitFor(const std::string& line) {
         return waitUntil([&] { return std::find(m_lines.begin(), m_lines.end(), line) != m_lines.end(); });
     }

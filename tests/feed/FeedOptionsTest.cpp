@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BadInput{"url", "tivra://u@h:99999", "names no hub"},
                     BadInput{"url", "tivra://u@h:1/path", "it has a path"},
                     BadInput{"url", "tivra://u@h:1/?compression", "an option without a value"},
-                    BadInput{"url", "tivra://u@h:1/?compresion=0", "the nearest is COMPRESSION_BOOL"},
+                    BadInput{"url", "tivra://u@h:1/?compresion=0", "the nearest is compression"},
                     BadInput{"url", "tivra://u@h:1/?user=v", "user is given twice"},
                     BadInput{"url", "tivra://h:1/?read_timeout=5&READ_TIMEOUT_LONG=5",
                              "READ_TIMEOUT_LONG is given twice"},

@@ -85,7 +85,7 @@ TEST_F(FeedTest, AHubThatStaysAwayLeavesItsDataStale) {
 TEST_F(FeedTest, TheLossOfAConnectionIsToldThoughNothingOfItHadBeenDelivered) {
     tivra_testkit::Gate gate;
     tivra::FeedOptions options = optionsFor(hub);
-    options.onConnection = [&](const tivra::ConnectionEvent& event) {
+    options.onState = [&](const tivra::FeedStateChange& event) {
         if (event.to == tivra::FeedState::Connecting)
             gate.wait();
     };

@@ -15,6 +15,7 @@
 #include "hub/ConnectionManagers.h"
 #include "hub/HubClient.h"
 #include "hub/HubSession.h"
+#include "hub/HubWatcher.h"
 #include "request/RequestInternal.h"
 #include "request/RequestSender.h"
 #include "request/Watchlist.h"
@@ -41,6 +42,7 @@ public:
 
     // --- what a test reads ---
     std::vector<std::string> told;
+    std::vector<HubReport> reports;
     std::map<int, HubClient*> routes;
     std::map<int, std::string> codes;
     std::vector<std::unique_ptr<RequestInternal>> takenBack;
@@ -78,6 +80,8 @@ public:
     }
     bool isFirstHubClient(const HubClient* client) const override { return client == first; }
     bool isNewestFirstHub(const HubClient*) const override { return everyHubIsFirst; }
+    bool isLateFirstHub(const HubClient*) const override { return false; }
+    void reportHub(const HubReport& report) override { reports.push_back(report); }
     void noteHubDown(HubClient*) override { ++down; }
     void noteQueueDepth(int) override {}
     void hubHasChanged() override {}

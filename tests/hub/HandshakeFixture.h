@@ -118,6 +118,7 @@ public:
         if (fd >= 0)
             forgetConnection();
     }
+    void noteLoginStatus(int status) override { loginStatus = status; }
     void suspendClient(const std::string& reason) override {
         closeConnection();
         suspendReason = reason;
@@ -144,6 +145,7 @@ public:
     int fd = -1;
     std::deque<std::string> requests;
     std::string suspendReason;
+    int loginStatus = 0;
     double progressTime = 0.0;
     bool heartbeats = false;
     int jitThreshold = 0;

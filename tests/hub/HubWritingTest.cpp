@@ -60,7 +60,7 @@ protected:
     FakeHubSession session;
     const HubClientOptions options{.readTimeout = 5};
     HubAddress address{options};
-    HubSocket socket{address, session, options};
+    HubSocket socket{address, session, options, [] { return 0.0; }};
     SocketPair pair{SOCK_NONBLOCK};
     const timeval timeout{0, 100};
     const std::string frame = std::string(300'000, 'q') + 'z';

@@ -13,6 +13,7 @@
 #include "session/lifecycle/FirstHubSession.h"
 #include "session/lifecycle/FirstHubs.h"
 #include "session/lifecycle/HostLists.h"
+#include "session/lifecycle/PartialStart.h"
 #include "session/lifecycle/RunState.h"
 #include "session/lifecycle/StartLatch.h"
 #include "session/lifecycle/StateSession.h"
@@ -101,9 +102,40 @@ protected:
     XrefConnector xref{noXrefHubs};
     SessionEventQueue queue{clients.session()};
     SourceRegistry sources{*this, queue};
-    StateMachine machine{*this, {run, latch, firstHubs, newHubs, xref, managers, sources, queue}};
+    PartialStart partial;
+    StateMachine machine{*this, {run, latch, partial, firstHubs, newHubs, xref, managers, sources, queue}};
     std::string why;
 };
+
+TEST_F(StateMachineTest, StartsWithoutAHubThatHasFailedAndTakesItInLater) {
+    partial.require(1);
+    partial.setAside(*up[0]);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_THAT(check(), IsEmpty());
+    ASSERT_EQ(up.size(), 2U) << "the next hub has its turn";
+    bringUp(1);
+    EXPECT_THAT(check(), ElementsAre("SESSION_RECOVERY"));
+    ASSERT_EQ(latch.wait(why), StartLatch::Outcome::Established);
+    bringUp(0);
+    EXPECT_THAT(check(), ElementsAre("SESSION_ESTABLISHED"));
+    lose(0);
+    lose(1);
+    EXPECT_THAT(check(), ElementsAre("SESSION_UNAVAILABLE"));
+    bringUp(1);
+    EXPECT_THAT(check(), ElementsAre("SESSION_RECOVERY")) << "some of the hubs are enough";
+}
+
+TEST_F(StateMachineTest, WaitsForAsManyHubsAsAPartialStartNeeds) {
+    partial.require(2);
+    partial.setAside(*up[0]);
+    static_cast<void>(check());
+    static_cast<void>(check());
+    bringUp(1);
+    EXPECT_THAT(check(), IsEmpty());
+    EXPECT_FALSE(machine.isInitiallyEstablished());
+    bringUp(0);
+    EXPECT_THAT(check(), ElementsAre("SESSION_ESTABLISHED"));
+}
 
 TEST_F(StateMachineTest, FollowsTheHubsFromTheFirstToAllAndThroughTheirLosses) {
     bringUp(0);

@@ -156,7 +156,7 @@ HandshakeSituation Handshake::situation() const {
     now.loadsEnum = m_context.hubs.isFirstHubClient(client);
     now.sessionHasEnum = m_context.dictionaries.haveEnum();
     now.isFirst = m_context.hubs.isNewestFirstHub(client);
-    now.wasEstablished = m_context.standing.isInitiallyEstablished();
+    now.wasEstablished = m_context.standing.isInitiallyEstablished() || m_context.hubs.isLateFirstHub(client);
     now.wantsHeartbeat = m_context.options.readTimeout != 0;
     now.behindManager = m_context.managers.isCMconnection();
     now.hubVersion = hubVersion();

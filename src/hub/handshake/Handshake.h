@@ -39,6 +39,7 @@ public:
     [[nodiscard]] double beginTime() const { return m_context.state.m_beginTime; }
     /// False while a hub that has refused the login is to be left alone.
     [[nodiscard]] bool mayDial() const { return m_login.mayDial(); }
+    [[nodiscard]] double nextDial() const { return m_login.nextDial(); }
 
     // --- @thread any ---
     [[nodiscard]] bool isLoggedIn() const { return m_login.isLoggedIn(); }

@@ -28,6 +28,8 @@ public:
     /// The same for the login, which no log line may show; it may close the connection.
     virtual int sendLogin(const std::string& text) = 0;
     virtual void closeConnection() = 0;
+    /// The hub has refused the login with this code; suspendClient() follows.
+    virtual void noteLoginStatus(int status) = 0;
     /// Closes, then takes the client out of use with a reason that the application may see.
     virtual void suspendClient(const std::string& reason) = 0;
     [[nodiscard]] virtual bool isSuspended() const = 0;

@@ -13,6 +13,23 @@
 #include "hub/handshake/HandshakeContext.h"
 
 namespace tivra_internal {
+namespace {
+
+/// No account is to be locked by a short pause.
+[[nodiscard]] RetryPauses pausesOfLogin(const HubClientOptions& options) {
+    RetryPauses pauses;
+    if (options.pauses) {
+        pauses.first = std::max(pauses.first, options.pauses->first);
+        pauses.longest = std::max(pauses.first, options.pauses->longest);
+        pauses.mostAdded = options.pauses->mostAdded;
+    }
+    return pauses;
+}
+
+} // namespace
+
+LoginStep::LoginStep(HandshakeContext& context, std::function<double()> chance)
+    : m_context(context), m_loginPace(std::move(chance), pausesOfLogin(context.options)) {}
 
 int LoginStep::ask() {
     if (m_context.port.getFd() < 0) {
@@ -69,6 +86,7 @@ void LoginStep::take(const KVNAPI::Message& msg) {
     }
     eprintf(EPF_CRIT, "API Unsuccessful Login to Port %d - return code = %ld: %s", m_context.address.port(),
             code, m_context.retCodeText(code));
+    m_context.port.noteLoginStatus(eventCode);
     refuse("AUTHORIZATION_FAILURE");
     m_context.user.loginResult(&m_context.port.userHub(), tivra::UserEvent::AUTHORIZATION_FAILURE, eventCode,
                                m_context.standing.getSession(), m_context.dictionaries.getRetCodeTexts());

@@ -31,8 +31,7 @@ class HandshakeContext;
 class LoginStep {
 public:
     /// `chance` gives numbers from 0 up to 1, which keep clients apart that were refused together.
-    LoginStep(HandshakeContext& context, std::function<double()> chance)
-        : m_context(context), m_loginPace(std::move(chance)) {}
+    LoginStep(HandshakeContext& context, std::function<double()> chance);
 
     /// Result 1: the login request is out; -1: it isn't.
     int ask();
@@ -44,6 +43,8 @@ public:
     [[nodiscard]] bool isLoggedIn() const { return m_logged_in.load(std::memory_order_relaxed); }
     /// False while a hub that has refused the login is to be left alone.
     [[nodiscard]] bool mayDial() const;
+    /// When it may be, by the monotonic clock.
+    [[nodiscard]] double nextDial() const { return m_loginPace.nextDial(); }
 
 private:
     void refuse(const std::string& reason);

@@ -1,5 +1,6 @@
 #include "session/lifecycle/FirstHubs.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include <tp/eprintf.h>
@@ -20,6 +21,15 @@ FirstHubs::FirstHubs(FirstHubSession& session, const HostLists& hosts, const Cha
 void FirstHubs::claim(HubClient* client) {
     HubClient* none = nullptr;
     firstHubClient.compare_exchange_strong(none, client);
+}
+
+void FirstHubs::disclaim(HubClient* client) {
+    firstHubClient.compare_exchange_strong(client, nullptr);
+}
+
+bool FirstHubs::contains(const HubClient* client) const {
+    tp::MutexLock lock(firstHubClientLst_mutex);
+    return std::find(firstHubClientLst.begin(), firstHubClientLst.end(), client) != firstHubClientLst.end();
 }
 
 HubClient* FirstHubs::newest() const {

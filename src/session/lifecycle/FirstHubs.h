@@ -27,7 +27,15 @@ public:
     // --- the hubs; @thread any ---
     /// The client becomes the first real one since the last reset, unless there is one.
     void claim(HubClient* client);
-    [[nodiscard]] bool isFirst(const HubClient* client) const { return firstHubClient == client; }
+    /// So is any while there is none.
+    [[nodiscard]] bool isFirst(const HubClient* client) const {
+        const HubClient* const first = firstHubClient;
+        return first == client || first == nullptr;
+    }
+    /// The client has failed: the next one becomes the first.
+    void disclaim(HubClient* client);
+    /// It is one of the hubs made from the list.
+    [[nodiscard]] bool contains(const HubClient* client) const;
     /// The newest first hub, which runs the dictionary and port steps of the handshake; null when there is
     /// none.
     [[nodiscard]] HubClient* newest() const;
@@ -35,7 +43,7 @@ public:
     [[nodiscard]] bool add(HubClient* client);
 
     // --- the list of hosts ---
-    /// All hosts of the list have had their turn.
+    /// All hosts of the list have had their turn. @thread any
     [[nodiscard]] bool areAllMade() const { return m_allFirstHubschecked; }
     void endList() { m_allFirstHubschecked = true; }
     /// All hubs are ready: the next check makes the next one, unless that was the last.
@@ -59,7 +67,7 @@ private:
     ConnectionManagers& m_managers;
 
     std::atomic<HubClient*> firstHubClient{nullptr};
-    bool m_allFirstHubschecked = false;
+    std::atomic<bool> m_allFirstHubschecked{false};
     bool m_createNextfirstHub = false;
 
     mutable tp::Mutex firstHubClientLst_mutex;

@@ -8,6 +8,7 @@ struct HubCounts {
     int ready = 0;    ///< hubs that have finished their conversation
     int notReady = 0; ///< hubs that have not
     int pending = 0;  ///< ready hubs that still wait for a read handler
+    int aside = 0;    ///< hubs that a start goes on without
 };
 
 /// What a session check does with its counts.

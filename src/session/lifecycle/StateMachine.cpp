@@ -10,6 +10,7 @@
 #include "session/NewHubs.h"
 #include "session/SessionEventQueue.h"
 #include "session/lifecycle/FirstHubs.h"
+#include "session/lifecycle/PartialStart.h"
 #include "session/lifecycle/RunState.h"
 #include "session/lifecycle/StartLatch.h"
 #include "session/lifecycle/StateSession.h"
@@ -109,12 +110,19 @@ HubCounts StateMachine::countHubs() {
             ++counts.ready;
         else if (isComingXref)
             isLatched = true;
+        else if (isAside(*client))
+            ++counts.aside;
         else if (!client->life().leavesForGood() && !isLatched)
             ++counts.notReady;
         if (isComingXref)
             noteComingXref(*client, isReady);
     }
     return counts;
+}
+
+/// Once the session is established the hub is one that is missing, like any other.
+bool StateMachine::isAside(const HubClient& client) const {
+    return !m_isInitiallyEstablished && m_parts.partial.isAside(&client);
 }
 
 void StateMachine::sessionDown(const HubCounts& counts) {
@@ -124,6 +132,9 @@ void StateMachine::sessionDown(const HubCounts& counts) {
     // The one hub that is missing may be the first hub, which waits for nobody any more.
     if (counts.notReady == 1)
         (void)continueFirstHub();
+    // Nothing comes of those before it at present, so the next first hub has its turn.
+    if (counts.notReady == 0 && counts.aside > 0)
+        m_parts.firstHubs.stepToNext(counts);
     if (const HubSourceStatus::StateEvent change = stateChange()) {
         m_parts.sources.hubStatus().raiseSourceEvents();
         m_parts.events.pushState(*change);
@@ -151,7 +162,9 @@ void StateMachine::lastHubMissing(HubCounts counts) {
 
 void StateMachine::sessionPartial(const HubCounts& counts) {
     const auto pending = static_cast<unsigned>(counts.pending);
-    if (m_lastState == Session::TIVRA_SESSION_UNAVAILABLE) {
+    // A partial start is content with some of the hubs, and so is what follows it.
+    const bool isPartial = m_parts.partial.isOn() && m_isInitiallyEstablished && counts.ready > 0;
+    if (m_lastState == Session::TIVRA_SESSION_UNAVAILABLE && !isPartial) {
         eprintf(EPF_DBUG, "SESSION_UNAVAILABLE: # HUBs ready=%d; notReady=%d; pending=%u", counts.ready,
                 counts.notReady, pending);
         return;
@@ -167,11 +180,16 @@ void StateMachine::allReady(const HubCounts& counts) {
         m_parts.firstHubs.stepToNext(counts);
     if (!m_parts.firstHubs.areAllMade())
         return;
+    if (counts.aside > 0 && !m_parts.partial.isEnough(counts.ready))
+        return;
+    const Session::States reached =
+        counts.aside > 0 ? Session::TIVRA_SESSION_RECOVERY : Session::TIVRA_SESSION_ESTABLISHED;
     m_session.markDroppedHubs();
     // A `start` that returns on this outcome must find the session established.
     if (m_parts.run.isStarted())
-        establish();
-    else if (!m_parts.latch.settle(StartLatch::Outcome::Established, std::string(), [this] { establish(); }))
+        establish(reached);
+    else if (!m_parts.latch.settle(StartLatch::Outcome::Established, std::string(),
+                                   [this, reached] { establish(reached); }))
         return; // the start has been given up or stopped meanwhile
     if (m_lastState != Session::TIVRA_SESSION_ESTABLISHED)
         m_parts.sources.hubStatus().noteEstablished(m_session.hubs(), m_parts.sources.entitled(),
@@ -179,8 +197,8 @@ void StateMachine::allReady(const HubCounts& counts) {
                                                     stateChange());
 }
 
-void StateMachine::establish() {
-    m_state = Session::TIVRA_SESSION_ESTABLISHED;
+void StateMachine::establish(Session::States state) {
+    m_state = state;
     m_parts.run.noteEstablished();
     m_isInitiallyEstablished = true;
 }

@@ -11,7 +11,9 @@ namespace tivra_internal {
 
 class ConnectionManagers;
 class FirstHubs;
+class HubClient;
 class NewHubs;
+class PartialStart;
 class RunState;
 class SessionEventQueue;
 class SourceRegistry;
@@ -28,6 +30,7 @@ public:
     struct Parts {
         RunState& run;
         StartLatch& latch;
+        const PartialStart& partial;
         FirstHubs& firstHubs;
         const NewHubs& newHubs;
         XrefConnector& xref;
@@ -62,7 +65,8 @@ private:
     [[nodiscard]] bool continueFirstHub();
     void sessionPartial(const HubCounts& counts);
     void allReady(const HubCounts& counts);
-    void establish();
+    void establish(tivra::Session::States state);
+    [[nodiscard]] bool isAside(const HubClient& client) const;
     void reportJitConflation();
 
     StateSession& m_session;

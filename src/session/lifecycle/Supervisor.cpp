@@ -101,6 +101,7 @@ Supervisor::Verdict Supervisor::checkFailedDial(HubClient& client, bool isComing
     // Once it is decided which of them stay, those are dialled for as long as it takes.
     if (isComing)
         XrefConnector::giveUp(client);
+    (void)m_session.startWithout(client);
     // Without another side to go to, the retry limit decides on a start, not the first failure.
     if (!refusedByManager && !m_parts.changeOver.isFailoverEnabled() &&
         (m_parts.run.isStarted() || !client.isPastRetryLimit()))
@@ -115,15 +116,21 @@ Supervisor::Verdict Supervisor::checkHealth(double now, HubClient& client, Clien
         check.timedOut = client.isInitTimedOut(now);
     if (client.isValidConnection() && !check.timedOut)
         return check.failed ? Verdict::Decide : Verdict::Next;
+    if (check.timedOut)
+        client.noteCloseCause(client.isReady() ? "nothing has come from the hub within the read time-out"
+                                               : "the hub hasn't answered within the read time-out");
     m_parts.hubStatus.noteDown(&client);
     if (!m_parts.managers.m_isCMconnection || (!client.getInitialHubDisconnected() && !client.isSuspended()))
         client.closeConnection();
+    (void)m_session.startWithout(client);
     // A client that merely lost its connection is dialled again on the next tick.
     return check.failed || check.timedOut ? Verdict::Decide : Verdict::Next;
 }
 
 /// False when the pass over the clients must end.
 bool Supervisor::decideFailure(HubClient& client, const ClientCheck& check) {
+    if (m_session.startWithout(client))
+        return true;
     std::string reason;
     const bool retry =
         !m_parts.run.isStarted() &&

@@ -23,10 +23,11 @@ HubThread::HubThread(HubEventReactor& reactor, HubThreadWork& work)
     , m_second(reactor,
                [this](double now) {
                    m_reactor.checkExit();
-                   m_work.check_hub_clients(now, m_reactor, true);
+                   supervise(now, true);
                    tp::eprintf_report_repeats();
                    return kOneSecond;
                })
+    , m_dial(reactor, [this](double now) { return dial(now); })
     , m_statistics(reactor,
                    [this](double now) {
                        return m_work.calc_hub_stats(now, m_reactor) ? kHundredMilliseconds
@@ -69,7 +70,24 @@ void HubThread::asked(unsigned what, double now) {
     if ((what & HubEventReactor::kWriteRequests) != 0)
         m_requests.runSoon();
     if ((what & HubEventReactor::kSupervise) != 0)
+        supervise(now, false);
+}
+
+void HubThread::supervise(double now, bool isTurn) {
+    m_work.check_hub_clients(now, m_reactor, isTurn);
+    m_dial.runSoon(); // it sees whether a pause has begun
+}
+
+/// Returns the pause before the next dial. One that can't be made yet is tried again soon.
+double HubThread::dial(double now) {
+    std::optional<double> pause = m_work.pauseBeforeDial(m_reactor);
+    if (pause && *pause <= 0.0) {
         m_work.check_hub_clients(now, m_reactor, false);
+        pause = m_work.pauseBeforeDial(m_reactor);
+    }
+    if (!pause)
+        return Timer::kRest;
+    return *pause > 0.0 ? *pause : kHundredMilliseconds;
 }
 
 void HubThread::sourcesReady(double now) {

@@ -25,10 +25,13 @@ private:
     void asked(unsigned what, double now) override;
     void sourcesReady(double now) override;
     [[nodiscard]] double restOr(double period) const;
+    void supervise(double now, bool isTurn);
+    [[nodiscard]] double dial(double now);
 
     HubEventReactor& m_reactor;
     HubThreadWork& m_work;
     Timer m_second;     ///< supervision
+    Timer m_dial;       ///< when the pause before a dial ends
     Timer m_statistics; ///< every 100 ms while messages come in
     Timer m_requests;   ///< every 50 ms while requests wait
     Timer m_fillLevel;  ///< every 25 ms while a queue holds anything or a hub waits for something
