@@ -122,6 +122,7 @@ private:
         ItemKind kind;
         Key(std::string_view symbolText, int sourceNumber, ItemKind itemKind) noexcept
             : symbol(symbolText), source(sourceNumber), kind(itemKind) {}
+        // NOLINTNEXTLINE(google-explicit-constructor): the set hashes and compares items
         Key(const std::shared_ptr<FeedItem>& item) noexcept
             : Key(item->symbol(), item->source(), item->kind()) {}
         bool operator==(const Key&) const = default;

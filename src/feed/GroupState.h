@@ -45,9 +45,11 @@ private:
     struct Key {
         int source;
         std::string_view symbol;
+        // NOLINTBEGIN(google-explicit-constructor): the set hashes and compares what makes one
         Key(const tivra::Instrument& instrument) noexcept
             : source(instrument.source), symbol(instrument.symbol) {}
         Key(const One& one) noexcept : source(one->source()), symbol(one->symbol()) {}
+        // NOLINTEND(google-explicit-constructor)
         bool operator==(const Key&) const = default;
     };
     struct Hash {
