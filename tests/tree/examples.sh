@@ -1,7 +1,8 @@
 #!/bin/sh
 # The examples do what they say against a hub, and end by themselves.
 set -eu
-build=$1
+root=$1
+build=$2
 work=$(mktemp -d)
 hub=
 gaps=
@@ -13,10 +14,16 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# start PORT: a hub, whose address is then in $host.
+cat >"$work/hub.json" <<END
+{"symbols": [{"source": 100, "symbol": "IBM", "fields": {"101": "184.25", "103": "184.5", "105": "N"}},
+             {"source": 100, "symbol": "AIG", "fields": {"101": "49.05", "103": "49.1", "105": "N"}}]}
+END
+
+# start PORT: a hub with quotes, whose address is then in $host. It plays the day to whoever subscribes.
 start() {
     : >"$work/listening"
-    "$build/tools/tivra-hub/tivra-hub" --port "$1" >"$work/listening" 2>&1 &
+    "$build/tools/tivra-hub/tivra-hub" --config "$work/hub.json" --port "$1" --repeat 1000 --factor 1 \
+        --playback "$root/data/sample-20131007.csv.gz" >"$work/listening" 2>&1 &
     hub=$!
     host=
     while [ -z "$host" ]; do
@@ -46,6 +53,22 @@ if "$build/examples/example_poll" "$host" demo demo 100 IBM NOPE >poll; then
     exit 1
 fi
 expect poll "NOPE Refused: "
+"$build/examples/example_depth" "$host" demo demo 100 IBM 2 >depth
+expect depth "^best 1[0-9][0-9]"
+if "$build/examples/example_depth" "$host" demo demo 100 NOPE 2 2>depth; then
+    echo "an order book that is refused must be a failure"
+    exit 1
+fi
+expect depth "^Refused: "
+if [ -x "$build/examples/example_coroutine" ]; then
+    "$build/examples/example_coroutine" "$host" demo demo 100 IBM AIG >coroutine
+    expect coroutine "^AIG [1-9]"
+fi
+if "$build/examples/example_feeds" demo demo 100 IBM "$host" 127.0.0.1:1 "$host" >feeds; then
+    echo "a hub that isn't there must be a failure"
+    exit 1
+fi
+[ "$(grep -c "^$host [1-9]" feeds)" = 2 ] || { cat feeds; exit 1; }
 if "$build/examples/example_board" "$host" demo wrong 100 1 IBM 2>board; then
     echo "a wrong password must be a failure"
     exit 1
