@@ -1,8 +1,8 @@
 // A poller as a coroutine: it asks for all symbols at once and awaits one answer after the other, without a
 // thread that waits. Needs C++20. Ends with 1 when an answer fails.
 // usage: example_coroutine HOST:PORT USER PASSWORD SOURCE SYMBOL...
-#include <cstdlib>
 #include <coroutine>
+#include <cstdlib>
 #include <exception>
 #include <future>
 #include <iostream>

@@ -64,11 +64,12 @@ if [ -x "$build/examples/example_coroutine" ]; then
     "$build/examples/example_coroutine" "$host" demo demo 100 IBM AIG >coroutine
     expect coroutine "^AIG [1-9]"
 fi
-if "$build/examples/example_feeds" demo demo 100 IBM "$host" 127.0.0.1:1 "$host" >feeds; then
-    echo "a hub that isn't there must be a failure"
+"$build/examples/example_feeds" demo demo 100 IBM "$host" "$host" >feeds
+[ "$(grep -c "^$host [1-9]" feeds)" = 2 ] || { cat feeds; exit 1; }
+if "$build/examples/example_feeds" demo demo 100 NOPE "$host" >feeds; then
+    echo "a symbol that doesn't exist must be a failure"
     exit 1
 fi
-[ "$(grep -c "^$host [1-9]" feeds)" = 2 ] || { cat feeds; exit 1; }
 if "$build/examples/example_board" "$host" demo wrong 100 1 IBM 2>board; then
     echo "a wrong password must be a failure"
     exit 1
