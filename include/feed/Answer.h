@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 #if __has_include(<coroutine>) && defined(__cpp_impl_coroutine)
 #    include <coroutine>
@@ -78,18 +79,19 @@ class Answer::Awaiter {
 public:
     explicit Awaiter(Answer&& answer) noexcept : m_answer(std::move(answer)) {}
 
-    bool await_ready() const noexcept { return false; }
+    /// One that is there is taken without a callback: the stack would grow with each in a row.
+    bool await_ready() const { return m_answer.isReady(); }
     void await_suspend(std::coroutine_handle<> waiting) {
         m_answer.then([this, waiting](Result<Snapshot> result) {
-            m_result = std::move(result);
+            m_result.emplace(std::move(result));
             waiting.resume();
         });
     }
-    Snapshot await_resume() { return std::move(m_result).value(); }
+    Snapshot await_resume() { return m_result ? std::move(*m_result).value() : m_answer.get(); }
 
 private:
     Answer m_answer;
-    Result<Snapshot> m_result{Snapshot()};
+    std::optional<Result<Snapshot>> m_result;
 };
 
 inline Answer::Awaiter Answer::operator co_await() && {
