@@ -6,6 +6,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <feed.h>
@@ -72,6 +73,18 @@ inline tivra::SubscriptionHandlers writeTo(Story& story, const tivra::Field& bid
         story.add(gap.from <= gap.to ? "gap" : "gap that ends before it begins");
     };
     return handlers;
+}
+
+/// Whether nothing is left of a feed's subscriptions. One whose close() has met a turn of another thread is
+/// dropped when that ends.
+inline bool waitUntilNoneIsLeft(const tivra::Feed& feed) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (feed.statistics().subscriptions != 0) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
 }
 
 /// A feed that is open, at a hub in the test.

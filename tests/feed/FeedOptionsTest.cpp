@@ -1,9 +1,13 @@
 // Options of a feed out of a URL, a file and the environment.
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
+
+#include <unistd.h>
 
 #include <feed/Error.h>
 #include <feed/FeedOptions.h>
@@ -19,9 +23,13 @@ using testing::Not;
 using tivra::FeedOptions;
 
 std::string write(const std::string& name, const std::string& content) {
-    const std::string path = testing::TempDir() + name;
+    // Of this process alone, since cases run side by side.
+    const auto folder =
+        std::filesystem::path(testing::TempDir()) / ("tivra-options-" + std::to_string(getpid()));
+    std::filesystem::create_directories(folder);
+    const auto path = folder / name;
     std::ofstream(path) << content;
-    return path;
+    return path.string();
 }
 
 /// What the options say, in one line.
@@ -55,6 +63,10 @@ struct BadInput {
     std::string content;
     std::string refusal;
 };
+
+void PrintTo(const BadInput& input, std::ostream* out) {
+    *out << input.kind;
+}
 
 class BadInputTest : public testing::TestWithParam<BadInput> {};
 

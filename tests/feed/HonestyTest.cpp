@@ -128,7 +128,7 @@ public:
                 << witness->standing() << " of " << m_newest[witness->symbol()];
         while (!m_open.empty())
             close(0);
-        EXPECT_EQ(m_feed.statistics().subscriptions, 0U);
+        EXPECT_TRUE(waitUntilNoneIsLeft(m_feed));
         for (const std::unique_ptr<Witness>& witness : m_witnesses)
             EXPECT_EQ(witness->faults(), std::vector<std::string>());
     }
