@@ -123,9 +123,11 @@ public:
         for (std::size_t step = 0; step < kSteps; ++step)
             act(pick(100));
         heal();
-        for (const auto& [witness, subscription] : m_open)
-            EXPECT_TRUE(waitFor([&, this] { return witness->hasCaughtUp(m_newest[witness->symbol()]); }))
-                << witness->standing() << " of " << m_newest[witness->symbol()];
+        for (const auto& open : m_open) {
+            Witness& witness = *open.first;
+            EXPECT_TRUE(waitFor([&] { return witness.hasCaughtUp(m_newest[witness.symbol()]); }))
+                << witness.standing() << " of " << m_newest[witness.symbol()];
+        }
         while (!m_open.empty())
             close(0);
         EXPECT_TRUE(waitUntilNoneIsLeft(m_feed));
