@@ -442,7 +442,7 @@ TEST(FeedOpenTest, OptionsThatCantBeMeantAndHubsThatRefuseAreErrors) {
 }
 
 TEST(FeedOpenTest, FeedsWorkSideBySide) {
-    constexpr std::size_t kFeeds = 5;
+    constexpr std::size_t kFeeds = 50;
     std::vector<std::unique_ptr<StartedHub>> hubs;
     std::vector<Feed> feeds;
     Story story;
