@@ -1,5 +1,5 @@
 // Whatever happens to hubs, rights and subscriptions, in whatever order: what a subscription says of its data
-// is true. TIVRA_HONESTY_SEEDS=N runs N seeds in place of two.
+// is true. TIVRA_TESTKIT_SEEDS=N runs N seeds in place of two.
 #include "FeedFixture.h"
 
 #include <array>
@@ -210,7 +210,7 @@ private:
 } // namespace
 
 TEST(HonestyTest, WhateverHappensASubscriptionSaysWhatIsTrue) {
-    const char* const wanted = std::getenv("TIVRA_HONESTY_SEEDS");
+    const char* const wanted = std::getenv("TIVRA_TESTKIT_SEEDS");
     const unsigned seeds = wanted != nullptr ? static_cast<unsigned>(std::atoi(wanted)) : 2;
     for (unsigned seed = 1; seed <= seeds; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
