@@ -42,7 +42,10 @@ void AnswerState::addRecord(tivra::Record record) {
 
 void AnswerState::addFailure(Error failure) {
     const tp::MutexLock lock(m_mutex);
-    if (!m_hasEnded)
+    // A hub that goes on refusing is named once.
+    const bool isKnown = std::any_of(m_failures.begin(), m_failures.end(),
+                                     [&failure](const Error& known) { return known.hub() == failure.hub(); });
+    if (!m_hasEnded && !isKnown)
         m_failures.push_back(std::move(failure));
 }
 

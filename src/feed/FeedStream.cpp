@@ -1,5 +1,6 @@
 #include "feed/FeedStream.h"
 
+#include <algorithm>
 #include <unordered_set>
 #include <utility>
 
@@ -80,7 +81,29 @@ const ItemTable::Slot* FeedStream::slotOf(const KVNAPI::Message& message) {
     if (known != nullptr && !known->isOutdated())
         return known;
     ItemTable::Items items = m_registry->findItems(source, symbol);
-    return items.empty() ? nullptr : &m_items.set(source, symbol, std::move(items));
+    if (items.empty())
+        return nullptr;
+    makeRoom();
+    return &m_items.set(source, symbol, std::move(items));
+}
+
+/// A hub may name symbols without end for a pattern.
+void FeedStream::makeRoom() {
+    if (m_items.size() < m_roomFor)
+        return;
+    m_items.forgetMet();
+    m_roomFor = std::max(kMostMet, 2 * m_items.size());
+}
+
+/// What the image of an item names its updates will name too. That of one symbol has no business with
+/// another.
+void FeedStream::meet(const std::shared_ptr<FeedItem>& item, const KVNAPI::Message& message) {
+    if (item->kind() != ItemKind::Pattern) {
+        m_items.add(item->source(), item->symbol(), item);
+        return;
+    }
+    makeRoom();
+    m_items.add(sourceOf(message), symbolOf(message), item);
 }
 
 void FeedStream::deliverTagged(const StreamMessage& incoming) {
@@ -99,8 +122,7 @@ void FeedStream::deliverTagged(const StreamMessage& incoming) {
 void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMessage& incoming) {
     const CallbackSlot::Scope watched(m_slot, incoming.tag);
     if (!incoming.hasStatus) {
-        // The updates will name it as this does.
-        m_items.add(sourceOf(incoming.message), symbolOf(incoming.message), item);
+        meet(item, incoming.message);
         item->deliver(*this, incoming.message, Update::Kind::Image);
         return;
     }

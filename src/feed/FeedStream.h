@@ -59,6 +59,8 @@ private:
     void deliverTo(const std::shared_ptr<AnswerState>& answer, const StreamMessage& incoming);
     /// Who gets the updates of the message's symbol; null when nobody does.
     [[nodiscard]] const ItemTable::Slot* slotOf(const KVNAPI::Message& message);
+    void makeRoom();
+    void meet(const std::shared_ptr<FeedItem>& item, const KVNAPI::Message& message);
     void tellOfGap(const tivra::Gap& gap);
     [[nodiscard]] tivra::Error refusal(const std::string& what, int64_t status) const;
 
@@ -69,7 +71,10 @@ private:
     HubFields m_fields;
     MessageTimes m_times;
     CallbackSlot m_slot;
+    /// So many symbols are kept in mind, or twice those that have been subscribed by name.
+    static constexpr std::size_t kMostMet = 2'000'000;
     ItemTable m_items;
+    std::size_t m_roomFor = kMostMet;
     std::atomic<std::uint64_t> m_updates{0};
     std::optional<std::chrono::system_clock::time_point> m_lastDrop; ///< when the hub's drops were known
     std::optional<std::chrono::system_clock::time_point> m_conflatedSince;

@@ -142,6 +142,8 @@ tivra::GroupStatistics GroupState::statistics() const {
 }
 
 void GroupState::close() {
+    if (m_registry->process().isForeign())
+        return; // a thread that isn't in this process may hold the mutex
     Set all;
     SubscriptionState::Handlers handlers; // what they hold goes without the mutex
     {

@@ -1,6 +1,7 @@
 #include "feed/ItemTable.h"
 
 #include <algorithm>
+#include <unordered_set>
 #include <utility>
 
 namespace tivra_internal {
@@ -41,6 +42,18 @@ void ItemTable::add(int source, std::string_view symbol, const std::shared_ptr<F
     }
     items.push_back(item);
     set(source, symbol, std::move(items));
+}
+
+void ItemTable::forgetMet() {
+    std::unordered_set<std::shared_ptr<FeedItem>> items;
+    forEach([&items](FeedItem& item) {
+        if (!item.isGone())
+            items.insert(item.shared_from_this());
+    });
+    m_slots.clear();
+    m_count = 0;
+    for (const std::shared_ptr<FeedItem>& item : items)
+        add(item->source(), item->symbol(), item);
 }
 
 void ItemTable::grow() {

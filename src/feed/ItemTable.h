@@ -101,6 +101,10 @@ public:
     /// Its updates go to that one too.
     void add(int source, std::string_view symbol, const std::shared_ptr<FeedItem>& item);
 
+    [[nodiscard]] std::size_t size() const noexcept { return m_count; }
+    /// Keeps the items, each by its own name; symbols that patterns have covered are met again.
+    void forgetMet();
+
     template<class Action>
     void forEach(Action&& action) const {
         for (const Slot& slot : m_slots)

@@ -75,6 +75,19 @@ TEST_F(SubscriptionTest, AGroupIsMadeChangedAndEndedAsOne) {
     EXPECT_THROW(group.add({{100, "GE"}}), Error);
 }
 
+TEST_F(SubscriptionTest, AnImageThatNamesAnotherSymbolBringsNoUpdatesOfThat) {
+    auto ibm = feed.subscribe({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    const auto request = hub.waitForCommand("QuerySnapAndSubscribe");
+    ASSERT_TRUE(request);
+    hub.pushToAll(
+        Record(100, "ELSE").add(token::TAG, static_cast<long long>(request->tag)).add(token::BID, 1));
+    hub.pushToAll(Record(100, "ELSE").add(token::BID, 2));
+    push("IBM", 3);
+    ASSERT_TRUE(story.waitFor("IBM update 3"));
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("ELSE update 2")));
+}
+
 TEST_F(SubscriptionTest, APatternCoversWhatMatchesNowAndWhatComesLater) {
     auto pattern = feed.subscribeWildcard(100, "I*", write());
     ASSERT_TRUE(story.waitFor("I* Live"));
