@@ -98,10 +98,13 @@ void FeedStream::makeRoom() {
 /// What the image of an item names its updates will name too. That of one symbol has no business with
 /// another.
 void FeedStream::meet(const std::shared_ptr<FeedItem>& item, const KVNAPI::Message& message) {
-    if (item->kind() != ItemKind::Pattern) {
-        m_items.add(item->source(), item->symbol(), item);
+    // A pattern may cover it that had met it before there was no room.
+    if (m_items.find(item->source(), item->symbol()) == nullptr)
+        if (ItemTable::Items all = m_registry->findItems(item->source(), item->symbol()); !all.empty())
+            m_items.set(item->source(), item->symbol(), std::move(all));
+    m_items.add(item->source(), item->symbol(), item);
+    if (item->kind() != ItemKind::Pattern)
         return;
-    }
     makeRoom();
     m_items.add(sourceOf(message), symbolOf(message), item);
 }

@@ -1,7 +1,5 @@
 #include "feed/ItemTable.h"
 
-#include <algorithm>
-#include <unordered_set>
 #include <utility>
 
 namespace tivra_internal {
@@ -44,33 +42,40 @@ void ItemTable::add(int source, std::string_view symbol, const std::shared_ptr<F
     set(source, symbol, std::move(items));
 }
 
-void ItemTable::forgetMet() {
-    std::unordered_set<std::shared_ptr<FeedItem>> items;
-    forEach([&items](FeedItem& item) {
-        if (!item.isGone())
-            items.insert(item.shared_from_this());
+void ItemTable::grow() {
+    rebuild([](const Slot& slot) {
+        bool hasAny = false;
+        slot.forEach([&](const FeedItem& item) { hasAny = hasAny || !item.isGone(); });
+        return hasAny;
     });
-    m_slots.clear();
-    m_count = 0;
-    for (const std::shared_ptr<FeedItem>& item : items)
-        add(item->source(), item->symbol(), item);
 }
 
-void ItemTable::grow() {
-    const auto isStaying = [](const Slot& slot) {
-        bool hasAny = false;
-        if (slot.m_item != nullptr)
-            slot.forEach([&](const FeedItem& item) { hasAny = hasAny || !item.isGone(); });
-        return hasAny;
-    };
-    m_count = static_cast<std::size_t>(std::count_if(m_slots.begin(), m_slots.end(), isStaying));
+void ItemTable::forgetMet() {
+    rebuild([](const Slot& slot) {
+        bool isNamed = false;
+        slot.forEach([&](const FeedItem& item) {
+            isNamed = isNamed || (!item.isGone() && Key(item.source(), item.symbol()) == slot.m_key);
+        });
+        return isNamed;
+    });
+}
+
+/// Into room for one more than stay.
+template<class Predicate>
+void ItemTable::rebuild(Predicate&& isStaying) {
+    m_count = 0;
+    for (Slot& slot : m_slots)
+        if (slot.m_item != nullptr && !isStaying(slot))
+            slot = Slot();
+        else if (slot.m_item != nullptr)
+            ++m_count;
     std::size_t size = kFirstSize;
     while (3 * size < 8 * (m_count + 1))
         size *= 2;
     std::vector<Slot> old(size);
     old.swap(m_slots);
     for (Slot& slot : old)
-        if (isStaying(slot)) {
+        if (slot.m_item != nullptr) {
             const std::size_t place =
                 placeOf(slot.m_key, slot.m_rare != nullptr ? std::string_view(slot.m_rare->symbol) : "");
             m_slots[place] = std::move(slot);

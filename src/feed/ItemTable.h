@@ -102,7 +102,7 @@ public:
     void add(int source, std::string_view symbol, const std::shared_ptr<FeedItem>& item);
 
     [[nodiscard]] std::size_t size() const noexcept { return m_count; }
-    /// Keeps the items, each by its own name; symbols that patterns have covered are met again.
+    /// Keeps what has been subscribed by name; what only patterns have covered is met again.
     void forgetMet();
 
     template<class Action>
@@ -132,6 +132,8 @@ private:
         return place;
     }
     void grow();
+    template<class Predicate>
+    void rebuild(Predicate&& isStaying);
 
     std::vector<Slot> m_slots; ///< a power of two of them, three quarters full at most
     std::size_t m_count = 0;
