@@ -21,6 +21,7 @@ constexpr std::int64_t kNanosecondsOfMicrosecond = 1000;
 } // namespace
 
 Column::Outcome Column::set(std::size_t row, std::int64_t value) {
+    find(ColumnType::Int64);
     if (m_spec.type == ColumnType::Double)
         return keep(row, std::bit_cast<std::int64_t>(static_cast<double>(value)));
     if (m_spec.type != ColumnType::Text)
@@ -31,6 +32,7 @@ Column::Outcome Column::set(std::size_t row, std::int64_t value) {
 }
 
 Column::Outcome Column::set(std::size_t row, double value) {
+    find(ColumnType::Double);
     switch (m_spec.type) {
     case ColumnType::Double:
         return keep(row, std::bit_cast<std::int64_t>(value));
@@ -47,16 +49,28 @@ Column::Outcome Column::set(std::size_t row, double value) {
         const auto result = std::to_chars(room, room + sizeof room, value);
         return keepText(row, {room, static_cast<std::size_t>(result.ptr - room)});
     }
+    case ColumnType::Found:
     case ColumnType::Int64:
         break;
     }
     return Outcome::Mismatched;
 }
 
+Column::Outcome Column::setTime(std::size_t row, std::int64_t value) {
+    find(ColumnType::Time);
+    return m_spec.type == ColumnType::Time ? keep(row, value) : Outcome::Mismatched;
+}
+
 Column::Outcome Column::set(std::size_t row, std::string_view value) {
+    find(ColumnType::Text);
     if (m_spec.type != ColumnType::Text)
         return Outcome::Mismatched;
     return keepText(row, value);
+}
+
+void Column::complete(std::size_t rows) {
+    find(ColumnType::Text);
+    padTo(rows);
 }
 
 void Column::padTo(std::size_t rows) {

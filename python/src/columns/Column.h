@@ -28,12 +28,14 @@ public:
     Outcome set(std::size_t row, std::int64_t value);
     /// Seconds since 1970-01-01 00:00 UTC in a column of times, to the nearest microsecond.
     Outcome set(std::size_t row, double value);
+    /// Nanoseconds since 1970-01-01 00:00 UTC, for a column of times.
+    Outcome setTime(std::size_t row, std::int64_t value);
     /// Bytes that are no UTF-8 become U+FFFD. Throws std::length_error when the texts of a column exceed what
     /// their 32-bit offsets can tell; isFull() says so long before.
     Outcome set(std::size_t row, std::string_view value);
 
-    /// Gives the rows behind the last value NULL.
-    void padTo(std::size_t rows);
+    /// Gives the rows behind the last value NULL, and a column without values its type.
+    void complete(std::size_t rows);
 
     [[nodiscard]] const ColumnSpec& spec() const noexcept { return m_spec; }
     [[nodiscard]] std::size_t nulls() const noexcept { return m_validity.size() - m_values; }
@@ -55,6 +57,11 @@ private:
     static constexpr std::size_t kFullText = std::size_t{1} << 30;
 
     [[nodiscard]] bool has(std::size_t row) const noexcept { return m_validity.size() > row; }
+    void find(ColumnType type) noexcept {
+        if (m_spec.type == ColumnType::Found)
+            m_spec.type = type;
+    }
+    void padTo(std::size_t rows);
     Outcome keep(std::size_t row, std::int64_t bits);
     Outcome keepText(std::size_t row, std::string_view value);
 

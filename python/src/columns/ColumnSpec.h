@@ -6,6 +6,7 @@ namespace tivra_python {
 
 /// What a column of a field holds.
 enum class ColumnType {
+    Found, ///< what the first value is; a column without any goes out as Text
     Int64,
     Double,
     Text, ///< UTF-8
@@ -15,7 +16,7 @@ enum class ColumnType {
 /// A field that gets a column.
 struct ColumnSpec {
     std::string name;
-    ColumnType type = ColumnType::Text;
+    ColumnType type = ColumnType::Found;
 };
 
 } // namespace tivra_python

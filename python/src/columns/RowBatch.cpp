@@ -12,6 +12,7 @@ const char* formatOf(ColumnType type) noexcept {
         return "l";
     case ColumnType::Double:
         return "g";
+    case ColumnType::Found:
     case ColumnType::Text:
         return "u";
     case ColumnType::Time:

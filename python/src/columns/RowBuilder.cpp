@@ -28,16 +28,15 @@ bool RowBuilder::isFull() const noexcept {
                        [](const Column& column) { return column.isFull(); });
 }
 
-std::shared_ptr<const RowBatch> RowBuilder::finish() {
+std::shared_ptr<RowBatch> RowBuilder::finish() {
     std::vector<Column> next;
     next.reserve(m_columns.size());
     for (Column& column : m_columns) {
-        column.padTo(m_head.rows());
         next.emplace_back(column.spec());
+        column.complete(m_head.rows());
     }
-    return std::make_shared<const RowBatch>(std::exchange(m_head, {}),
-                                            std::exchange(m_columns, std::move(next)),
-                                            std::exchange(m_repeated, 0), std::exchange(m_mismatched, 0));
+    return std::make_shared<RowBatch>(std::exchange(m_head, {}), std::exchange(m_columns, std::move(next)),
+                                      std::exchange(m_repeated, 0), std::exchange(m_mismatched, 0));
 }
 
 } // namespace tivra_python

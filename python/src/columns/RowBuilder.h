@@ -33,6 +33,8 @@ public:
     void set(std::size_t column, std::int64_t value) { note(m_columns[column].set(row(), value)); }
     void set(std::size_t column, double value) { note(m_columns[column].set(row(), value)); }
     void set(std::size_t column, std::string_view value) { note(m_columns[column].set(row(), value)); }
+    /// The value of a column of times, in nanoseconds since 1970-01-01 00:00 UTC.
+    void setTime(std::size_t column, std::int64_t value) { note(m_columns[column].setTime(row(), value)); }
     /// Ends the row; columns that weren't set have NULL in it.
     void end() noexcept {}
 
@@ -42,8 +44,8 @@ public:
     /// Whether the rows must be taken before their texts are too long for one batch.
     [[nodiscard]] bool isFull() const noexcept;
 
-    /// Takes all rows, perhaps none, and starts anew with the same columns.
-    [[nodiscard]] std::shared_ptr<const RowBatch> finish();
+    /// Takes all rows, perhaps none, and starts anew with the same columns; types that were found stay.
+    [[nodiscard]] std::shared_ptr<RowBatch> finish();
 
 private:
     [[nodiscard]] std::size_t row() const noexcept { return m_head.rows() - 1; }
