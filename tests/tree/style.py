@@ -14,7 +14,7 @@ from pathlib import Path
 
 ROOT = Path(sys.argv[1]).resolve()
 CODE = ["include", "src", "shared", "sim", "tools"]
-FORMATTED = CODE + ["examples", "tests", "bench", "fuzz"]
+FORMATTED = CODE + ["python", "examples", "tests", "bench", "fuzz"]
 INSTALLED = ["include", "sim/include", "sim/testkit/include"]
 INCLUDES = ["include", "src", "shared/tp_lib_tp/include", "sim/include", "sim/testkit/include", "tools"]
 
