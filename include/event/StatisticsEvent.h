@@ -27,8 +27,8 @@ public:
     enum StatsTypes : int {
         MSGS_IN = 0,                      ///< messages put into the receive queues
         MSGS_OUT = 1,                     ///< messages taken out of them
-        DROP = 2,                         ///< bytes dropped here because a queue was full or a frame was bad;
-                                          ///< not what was waiting when a connection was lost
+        DROP = 2,                         ///< bytes dropped here because a queue was full or a frame was bad,
+                                          ///< or left in the queue of a connection that was dialled again
         HUB_DROP = 3,                     ///< bytes dropped at the hubs
         PCT_FULL = 4,                     ///< percent full, the fullest queue
         PEAK_PCT_FULL = 5,                ///< its peak

@@ -33,7 +33,7 @@ constexpr Metric kMetrics[] = {
     {StatisticsEvent::NET_MSGS_OUT, "delivered_messages", kMessages, "Messages handed to the application.",
      true},
     {StatisticsEvent::DROP, "dropped_bytes", kBytes,
-     "Bytes dropped because a receive queue was full or a frame was bad.", true},
+     "Bytes dropped because a receive queue was full, a frame was bad or a connection was lost.", true},
     {StatisticsEvent::HUB_DROP, "hub_dropped_bytes", kBytes, "Bytes dropped at the hubs.", true},
     {StatisticsEvent::PCT_FULL, "queue_fill_ratio", kRatio, "Fill level of the fullest receive queue.",
      false},

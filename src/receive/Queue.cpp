@@ -122,11 +122,24 @@ void Queue::movePointersToStart() {
     m_readTimes.clear();
 }
 
+void Queue::discardContents() {
+    const char* const read = m_ReadQueue.load(std::memory_order_acquire);
+    const uint64_t held = m_WriteStream >= read ? static_cast<uint64_t>(m_WriteStream - read)
+                                                : m_size - static_cast<uint64_t>(read - m_WriteStream);
+    if (held > 0) {
+        // On the side that takes out: what came in whole has been counted as messages already.
+        m_stats.out.cum_out_dropped_bytes.add(held);
+        eprintf(EPF_WARN, "%s: Queue::discardContents: %lu bytes that waited for your callbacks are dropped",
+                getSocketDesc().c_str(), held);
+    }
+    movePointersToStart();
+}
+
 void Queue::reset() {
     {
         const Interruption interruption(m_interruptions);
         tp::MutexLock lock(m_reset_mutex);
-        movePointersToStart();
+        discardContents();
         m_numOutstandingQueries.store(0, std::memory_order_relaxed);
         m_lastJitPct = 0;
         m_startJitIndex = 0;

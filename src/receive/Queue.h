@@ -217,6 +217,8 @@ private:
     void startAfresh() TP_EXCLUDES(m_reset_mutex);
 
     // Queue.cpp
+    /// Empties the ring; what it held counts as dropped.
+    void discardContents() TP_REQUIRES(m_reset_mutex);
     void movePointersToStart() TP_REQUIRES(m_reset_mutex);
     bool popOne() TP_REQUIRES(m_reset_mutex);
     void announceRoom() TP_REQUIRES(m_reset_mutex);

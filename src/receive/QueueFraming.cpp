@@ -315,7 +315,7 @@ void Queue::publish(char* position) {
 void Queue::startAfresh() {
     const Interruption interruption(m_interruptions);
     tp::MutexLock lock(m_reset_mutex);
-    movePointersToStart();
+    discardContents();
 }
 
 } // namespace tivra_internal

@@ -88,6 +88,22 @@ TEST_F(RingTest, AFrameKnowsItsReadWhereverItLiesAndHoweverLateItIsTakenOut) {
     EXPECT_EQ(timing.times, expected);
 }
 
+TEST_F(RingTest, WhatAResetFindsInTheQueueIsDroppedAndCountedAlsoBeyondTheEndOfTheRing) {
+    for (const std::size_t distance : {kChunk, std::size_t{12}, std::size_t{3}}) {
+        goToEnd(distance);
+        feed(frameOf("1=a") + frameOf("1=b") + "\x04\x20");
+        ASSERT_TRUE(queue.PopElement());
+        const uint64_t before = droppedOut();
+        reset();
+        EXPECT_EQ(droppedOut() - before, frameOf("1=b").size() + 2) << distance;
+        reset(); // which finds nothing
+        EXPECT_EQ(droppedOut() - before, frameOf("1=b").size() + 2) << distance;
+        feed(frameOf("1=c"));
+        EXPECT_EQ(popAll(), 1U);
+        reset();
+    }
+}
+
 TEST_F(RingTest, ResetForgetsTheConnectionButNotTheCounters) {
     feed(frameOf("1=a") + "\x04\x20");
     queue.incrQueryCount();

@@ -80,6 +80,12 @@ protected:
         handler.places.clear();
     }
 
+    /// The ring begins anew.
+    void reset() {
+        queue.reset();
+        m_position = 0;
+    }
+
     [[nodiscard]] uint64_t droppedIn() const { return queue.statistics().in.cum_dropped_bytes.get(); }
     [[nodiscard]] uint64_t droppedOut() const { return queue.statistics().out.cum_out_dropped_bytes.get(); }
 
