@@ -1,5 +1,6 @@
 #include "kvnparse/Deflater.h"
 
+#include <capture/CaptureNote.h>
 #include <capture/CaptureReader.h>
 #include <capture/CaptureWriter.h>
 
@@ -254,6 +255,22 @@ TEST_F(CaptureFormat, LongBodiesAndManyBlocksComeBackAndCanBeSought) {
             EXPECT_TRUE(place.firstNanoseconds > time || place.firstNanoseconds <= message.nanoseconds)
                 << time;
     }
+}
+
+TEST(CaptureNote, AnyTextComesBackAndAnyBytesAreTakenApart) {
+    const Note hole{"hole", {{"source", "100"}, {"text", "a|b\nc=d"}, {"empty", ""}}};
+    const std::string body = hole.body();
+    EXPECT_EQ(body, "!kind=hole|source=100|text=a b c=d|empty=");
+    EXPECT_TRUE(isNote(body));
+    const Note back = noteOf(body);
+    EXPECT_EQ(back.kind, "hole");
+    EXPECT_EQ(back.value("source"), "100");
+    EXPECT_EQ(back.value("text"), "a b c=d");
+    EXPECT_EQ(back.value("none"), "");
+    for (const char* broken : {"", "!", "!|", "!kind", "!=|=|x", "!kind=|kind=x||"})
+        EXPECT_EQ(noteOf(broken).value("text"), "") << broken;
+    EXPECT_FALSE(isNote(""));
+    EXPECT_FALSE(isNote("4=100|5=!"));
 }
 
 } // namespace

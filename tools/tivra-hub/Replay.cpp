@@ -1,5 +1,6 @@
 #include "Replay.h"
 
+#include <capture/CaptureNote.h>
 #include <capture/CaptureReader.h>
 
 #include <algorithm>
@@ -40,7 +41,7 @@ std::function<bool(tivra_sim::TimedBody&)> replayOf(const std::string& path, dou
         tivra_capture::Message recorded;
         while (reader->next(recorded)) {
             isReached = isReached || recorded.nanoseconds >= from;
-            if (!isReached)
+            if (!isReached || tivra_capture::isNote(recorded.body))
                 continue;
             message.milliseconds = nanosecondsBetween(first, recorded.nanoseconds) / 1e6;
             message.body = recorded.body;
