@@ -125,17 +125,38 @@ void addIfPresent(Record& record, int token, std::string_view value) {
 
 } // namespace
 
-std::size_t readTradingDay(const std::string& path, const std::function<bool(const MarketEvent&)>& handler) {
-    LineReader reader(path);
+class TradingDayReader::Lines : public LineReader {
+public:
+    using LineReader::LineReader;
+};
+
+TradingDayReader::TradingDayReader(const std::string& path) : m_lines(std::make_unique<Lines>(path)) {
     std::string_view line;
-    if (!reader.next(line) || line != kHeader)
-        throw reader.error("the first line must be \"" + std::string(kHeader) + "\"");
+    if (!m_lines->next(line) || line != kHeader)
+        throw m_lines->error("the first line must be \"" + std::string(kHeader) + "\"");
+}
+
+TradingDayReader::TradingDayReader(TradingDayReader&&) noexcept = default;
+TradingDayReader& TradingDayReader::operator=(TradingDayReader&&) noexcept = default;
+TradingDayReader::~TradingDayReader() = default;
+
+bool TradingDayReader::next(MarketEvent& event) {
+    std::string_view line;
+    do {
+        if (!m_lines->next(line))
+            return false;
+    } while (line.empty());
+    event = toEvent(*m_lines, line);
+    return true;
+}
+
+std::size_t readTradingDay(const std::string& path, const std::function<bool(const MarketEvent&)>& handler) {
+    TradingDayReader reader(path);
+    MarketEvent event;
     std::size_t count = 0;
-    while (reader.next(line)) {
-        if (line.empty())
-            continue;
+    while (reader.next(event)) {
         ++count;
-        if (!handler(toEvent(reader, line)))
+        if (!handler(event))
             break;
     }
     return count;

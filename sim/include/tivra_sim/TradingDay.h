@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,24 @@ struct MarketEvent {
     std::string_view exchange;
     std::string_view condition;
     std::string_view suspicious;
+};
+
+/// Reads a trading-day file, gzipped or plain, event by event. Throws std::runtime_error with the file's name
+/// and the line's number when the file cannot be read or a line does not have the columns. One thread at a
+/// time.
+class TradingDayReader {
+public:
+    explicit TradingDayReader(const std::string& path);
+    TradingDayReader(TradingDayReader&& other) noexcept;
+    TradingDayReader& operator=(TradingDayReader&& other) noexcept;
+    ~TradingDayReader();
+
+    /// The next event, whose views are valid until the next call; false behind the last.
+    [[nodiscard]] bool next(MarketEvent& event);
+
+private:
+    class Lines;
+    std::unique_ptr<Lines> m_lines;
 };
 
 /// Reads a trading-day file, gzipped or plain, and calls `handler` for each event in order until it returns

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "captures/FieldScan.h"
+#include "captures/MessageSource.h"
+
+#include <capture/CaptureReader.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tivra_python {
+
+/// The messages of a capture.
+class CaptureSource final : public MessageSource {
+public:
+    /// Begins with the block that holds the first message from `start` on, when the blocks are in the order
+    /// of their times. Throws FileFault.
+    CaptureSource(const std::string& path, std::optional<std::int64_t> start);
+
+    [[nodiscard]] bool next(SourceMessage& message) override;
+
+    [[nodiscard]] bool isComplete() const { return m_reader.isComplete(); }
+    /// In the whole file.
+    [[nodiscard]] std::uint64_t messages() const { return m_reader.messages(); }
+
+private:
+    tivra_capture::CaptureReader m_reader;
+};
+
+/// Looks through all messages of a capture, up to the first fault, which its reader will meet again.
+[[nodiscard]] FieldScan scanCapture(const std::string& path);
+
+} // namespace tivra_python

@@ -1,0 +1,84 @@
+#include "captures/MessageBatches.h"
+
+#include "captures/FileFault.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tivra_python {
+
+using tivra_internal::MetaToken;
+
+namespace {
+
+/// What the numbers of a batch may take.
+constexpr std::size_t kMaxNumberBytes = std::size_t{256} << 20;
+
+std::vector<const MetaToken*> findFields(const FieldDictionary& dictionary,
+                                         const std::vector<std::string>& names) {
+    std::vector<const MetaToken*> fields;
+    for (const std::string& name : names) {
+        const MetaToken* const field = dictionary.find(name);
+        if (field == nullptr)
+            throw FileFault("the dictionary has no field \"" + name + "\"");
+        if (std::find(fields.begin(), fields.end(), field) == fields.end())
+            fields.push_back(field);
+    }
+    return fields;
+}
+
+std::vector<ColumnSpec> specsOf(const std::vector<const MetaToken*>& fields) {
+    std::vector<ColumnSpec> specs;
+    for (const MetaToken* field : fields)
+        specs.push_back({field->name, columnTypeOf(*field)});
+    return specs;
+}
+
+} // namespace
+
+MessageBatches::MessageBatches(std::unique_ptr<MessageSource> source,
+                               std::unique_ptr<FieldDictionary> dictionary,
+                               const std::vector<std::string>& fields, RowFilter filter, std::size_t maxRows)
+    : m_source(std::move(source))
+    , m_dictionary(std::move(dictionary))
+    , m_fields(findFields(*m_dictionary, fields))
+    , m_filter(std::move(filter))
+    , m_rows(specsOf(m_fields))
+    , m_decoder(*m_dictionary, m_fields)
+    , m_maxRows(std::max<std::size_t>(
+          1, std::min(maxRows, kMaxNumberBytes / ((m_fields.size() + 1) * sizeof(std::int64_t))))) {}
+
+std::shared_ptr<RowBatch> MessageBatches::next() {
+    if (!m_isAtEnd)
+        fill();
+    if (m_rows.rows() > 0)
+        return m_rows.finish();
+    if (!m_fault.empty())
+        throw FileFault(m_fault);
+    return nullptr;
+}
+
+void MessageBatches::fill() {
+    SourceMessage message;
+    try {
+        while (m_rows.rows() < m_maxRows && !m_rows.isFull()) {
+            if (!m_source->next(message)) {
+                m_isAtEnd = true;
+                return;
+            }
+            ++m_messages;
+            if (m_decoder.decode(message, m_filter, m_rows) == BodyDecoder::Outcome::Unreadable)
+                noteUnreadable();
+        }
+    } catch (const FileFault& fault) {
+        m_isAtEnd = true;
+        m_fault = fault.what();
+    }
+}
+
+void MessageBatches::noteUnreadable() {
+    if (m_unreadable++ == 0)
+        m_firstUnreadable = "message " + std::to_string(m_messages) + ": " + BodyDecoder::reason();
+}
+
+} // namespace tivra_python

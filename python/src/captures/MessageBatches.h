@@ -1,0 +1,56 @@
+#pragma once
+
+#include "captures/BodyDecoder.h"
+#include "captures/FieldDictionary.h"
+#include "captures/MessageSource.h"
+#include "captures/RowFilter.h"
+#include "columns/RowBatch.h"
+#include "columns/RowBuilder.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tivra_python {
+
+/// The messages of a source as batches of rows. One thread at a time.
+class MessageBatches {
+public:
+    /// @param fields   names or numbers of the columns; throws FileFault for one that the dictionary lacks
+    /// @param maxRows  rows of a batch, at least 1; fewer where the columns are many
+    MessageBatches(std::unique_ptr<MessageSource> source, std::unique_ptr<FieldDictionary> dictionary,
+                   const std::vector<std::string>& fields, RowFilter filter, std::size_t maxRows);
+
+    /// The next rows; null behind the last. After a fault of the file come the rows in front of it, and then
+    /// FileFault. A message that can't be decoded is left out and noted.
+    [[nodiscard]] std::shared_ptr<RowBatch> next();
+
+    /// Messages that were read so far.
+    [[nodiscard]] std::uint64_t messages() const noexcept { return m_messages; }
+    /// Messages that couldn't be decoded.
+    [[nodiscard]] std::uint64_t unreadable() const noexcept { return m_unreadable; }
+    /// Which was the first of them and why; empty without any.
+    [[nodiscard]] const std::string& firstUnreadable() const noexcept { return m_firstUnreadable; }
+    [[nodiscard]] const MessageSource& source() const noexcept { return *m_source; }
+
+private:
+    void fill();
+    void noteUnreadable();
+
+    const std::unique_ptr<MessageSource> m_source;
+    const std::unique_ptr<FieldDictionary> m_dictionary;
+    std::vector<const tivra_internal::MetaToken*> m_fields;
+    const RowFilter m_filter;
+    RowBuilder m_rows;
+    BodyDecoder m_decoder;
+    std::size_t m_maxRows;
+    std::uint64_t m_messages = 0;
+    std::uint64_t m_unreadable = 0;
+    std::string m_firstUnreadable;
+    std::string m_fault; ///< of the file, once it has been met
+    bool m_isAtEnd = false;
+};
+
+} // namespace tivra_python

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace tivra_python {
+
+/// A message as it lies in a file.
+struct SourceMessage {
+    std::int64_t received = 0; ///< nanoseconds since 1970-01-01 00:00 UTC
+    std::string_view body;     ///< valid until the next is asked for
+};
+
+/// Where messages come from. One thread at a time.
+class MessageSource {
+public:
+    virtual ~MessageSource() = default;
+
+    /// The next message; false behind the last. Throws FileFault.
+    [[nodiscard]] virtual bool next(SourceMessage& message) = 0;
+};
+
+} // namespace tivra_python
