@@ -7,4 +7,9 @@
 
 namespace tivra_python {
 
+void bindColumns(nanobind::module_& module);
+void bindDictionary(nanobind::module_& module);
+void bindBatches(nanobind::module_& module);
+void bindWriting(nanobind::module_& module);
+
 } // namespace tivra_python

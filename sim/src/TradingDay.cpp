@@ -18,6 +18,8 @@ constexpr std::string_view kHeader =
     "ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious";
 constexpr std::size_t kColumns = 12;
 constexpr std::size_t kBlockSize = std::size_t{1} << 18;
+/// So that a file without line ends, or a small one that unpacks to anything, isn't read into memory whole.
+constexpr std::size_t kLongestLine = std::size_t{1} << 16;
 
 struct GzClose {
     void operator()(gzFile file) const { gzclose(file); }
@@ -55,6 +57,8 @@ public:
 
 private:
     void refill() {
+        if (m_buffer.size() - m_position > kLongestLine)
+            throw error("a line is longer than " + std::to_string(kLongestLine) + " bytes");
         m_buffer.erase(0, m_position);
         m_position = 0;
         const std::size_t held = m_buffer.size();

@@ -72,14 +72,14 @@ std::string BodyDecoder::reason() {
 }
 
 BodyDecoder::Outcome BodyDecoder::decode(const SourceMessage& message, const RowFilter& filter,
-                                         RowBuilder& rows) {
+                                         bool isAfterGap, RowBuilder& rows) {
     if (!filter.takes(message.received))
         return Outcome::Unwanted;
     if (parse(message.body) == nullptr)
         return Outcome::Unreadable;
     if (!filter.takes(m_message.symbol.view()))
         return Outcome::Unwanted;
-    addHead(message, rows);
+    addHead(message, isAfterGap, rows);
     addFields(rows);
     addLifted(rows);
     rows.end();
@@ -97,9 +97,10 @@ const KVNAPI::Message* BodyDecoder::parse(std::string_view body) {
     return result == 0 ? &m_message : nullptr;
 }
 
-void BodyDecoder::addHead(const SourceMessage& message, RowBuilder& rows) const {
+void BodyDecoder::addHead(const SourceMessage& message, bool isAfterGap, RowBuilder& rows) const {
     RowHead head;
     head.received = message.received;
+    head.isAfterGap = isAfterGap;
     head.source = m_message.exchange != nullptr ? m_message.exchange->id : 0;
     head.symbol = m_message.symbol.view();
     if (m_message.isRefresh)

@@ -24,8 +24,8 @@ public:
     /// The dictionary must outlive it. Column i of the builder is that of field i.
     BodyDecoder(FieldDictionary& dictionary, const std::vector<const tivra_internal::MetaToken*>& fields);
 
-    /// Adds a row to the builder if the filter takes the message.
-    Outcome decode(const SourceMessage& message, const RowFilter& filter, RowBuilder& rows);
+    /// Adds a row to the builder if the filter takes the message, with the mark of a gap or without.
+    Outcome decode(const SourceMessage& message, const RowFilter& filter, bool isAfterGap, RowBuilder& rows);
 
     /// Why the last message was unreadable.
     [[nodiscard]] static std::string reason();
@@ -39,7 +39,7 @@ private:
 
     [[nodiscard]] int columnOf(const KVNAPI::Token& token) const;
     [[nodiscard]] const KVNAPI::Message* parse(std::string_view body);
-    void addHead(const SourceMessage& message, RowBuilder& rows) const;
+    void addHead(const SourceMessage& message, bool isAfterGap, RowBuilder& rows) const;
     void addFields(RowBuilder& rows) const;
     void addLifted(RowBuilder& rows) const;
 

@@ -25,7 +25,9 @@ std::string secondsText(std::int64_t nanoseconds) {
     const std::uint64_t magnitude =
         isBefore ? 0 - static_cast<std::uint64_t>(nanoseconds) : static_cast<std::uint64_t>(nanoseconds);
     const std::string fraction = std::to_string(kSecond + magnitude % kSecond);
-    return (isBefore ? "-" : "") + std::to_string(magnitude / kSecond) + "." + fraction.substr(1);
+    std::string text = isBefore ? "-" : "";
+    text.append(std::to_string(magnitude / kSecond)).append(1, '.').append(fraction, 1, std::string::npos);
+    return text;
 }
 
 ArrowCells columnNamed(const ArrowSchema& schema, const ArrowArray& array, std::string_view name,
@@ -94,15 +96,14 @@ void BodyWriter::finish() {
     }
 }
 
-int BodyWriter::numberOf(std::string_view name) const {
+int BodyWriter::numberOf(std::string_view name) {
     const tivra_internal::MetaToken* const field = m_dictionary.find(std::string(name));
     if (field == nullptr)
         throw FileFault("the dictionary has no field \"" + std::string(name) + "\", which is a column");
     return field->kvnid;
 }
 
-std::vector<BodyWriter::Field> BodyWriter::fieldsOf(const ArrowSchema& schema,
-                                                    const ArrowArray& array) const {
+std::vector<BodyWriter::Field> BodyWriter::fieldsOf(const ArrowSchema& schema, const ArrowArray& array) {
     std::vector<Field> fields;
     for (std::int64_t i = 0; i < schema.n_children; ++i) {
         const ArrowCells cells(*schema.children[i], *array.children[i]);

@@ -37,8 +37,8 @@ private:
     };
     struct Head;
 
-    [[nodiscard]] int numberOf(std::string_view name) const;
-    [[nodiscard]] std::vector<Field> fieldsOf(const ArrowSchema& schema, const ArrowArray& array) const;
+    [[nodiscard]] int numberOf(std::string_view name);
+    [[nodiscard]] std::vector<Field> fieldsOf(const ArrowSchema& schema, const ArrowArray& array);
     void addRow(const Head& head, const std::vector<Field>& fields, std::int64_t row);
     void put(int number, std::string_view value);
     void put(int number, std::int64_t value);

@@ -2,6 +2,8 @@
 
 #include "captures/FileFault.h"
 
+#include <capture/CaptureNote.h>
+
 #include <algorithm>
 
 namespace tivra_python {
@@ -50,7 +52,8 @@ FieldScan scanCapture(const std::string& path) {
     try {
         SourceMessage message;
         while (source.next(message))
-            scan.add(message.body);
+            if (!tivra_capture::isNote(message.body))
+                scan.add(message.body);
     } catch (const FileFault&) {
         // What stands in front of it is read all the same.
     }

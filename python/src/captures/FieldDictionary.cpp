@@ -18,10 +18,6 @@ namespace {
 
 constexpr const char* kStorageWords[] = {"INTEGER", "FLOAT", "STRING"};
 
-bool isNumber(std::string_view text) {
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
 } // namespace
 
 FieldDictionary::FieldDictionary(const std::vector<DictionaryField>& fields) {
@@ -29,16 +25,13 @@ FieldDictionary::FieldDictionary(const std::vector<DictionaryField>& fields) {
         static_cast<void>(add(field));
 }
 
-const MetaToken* FieldDictionary::find(const std::string& nameOrNumber) const {
+const MetaToken* FieldDictionary::find(const std::string& nameOrNumber) {
     if (const KVNAPI::Token* const named = m_map.lookupTokenViaName(nameOrNumber.c_str()); named != nullptr)
         return MetaToken::cast(named);
     int number = 0;
     const char* const end = nameOrNumber.data() + nameOrNumber.size();
-    if (!isNumber(nameOrNumber) ||
-        std::from_chars(nameOrNumber.data(), end, number) != std::from_chars_result{end, std::errc{}})
-        return nullptr;
-    const KVNAPI::Token* const token = m_map.lookupTokenViaNum(number);
-    return token != nullptr ? MetaToken::cast(token) : nullptr;
+    const auto [stop, error] = std::from_chars(nameOrNumber.data(), end, number);
+    return error == std::errc{} && stop == end && number > 0 ? findOrAdd(number) : nullptr;
 }
 
 const MetaToken* FieldDictionary::findOrAdd(int number) {

@@ -25,8 +25,8 @@ public:
     explicit FieldDictionary(const std::vector<DictionaryField>& fields);
 
     [[nodiscard]] tivra_internal::MetaTokenMap& map() noexcept { return m_map; }
-    /// The field of that name, or of that number for a text of digits; null when there is none.
-    [[nodiscard]] const tivra_internal::MetaToken* find(const std::string& nameOrNumber) const;
+    /// The field of that name, or findOrAdd() of that number for a text of digits; null when there is none.
+    [[nodiscard]] const tivra_internal::MetaToken* find(const std::string& nameOrNumber);
     /// The field of that number. One that isn't known is taken for a text, which is called by its number;
     /// null when there is no room for it.
     const tivra_internal::MetaToken* findOrAdd(int number);

@@ -14,8 +14,7 @@ namespace {
 /// What the numbers of a batch may take.
 constexpr std::size_t kMaxNumberBytes = std::size_t{256} << 20;
 
-std::vector<const MetaToken*> findFields(const FieldDictionary& dictionary,
-                                         const std::vector<std::string>& names) {
+std::vector<const MetaToken*> findFields(FieldDictionary& dictionary, const std::vector<std::string>& names) {
     std::vector<const MetaToken*> fields;
     for (const std::string& name : names) {
         const MetaToken* const field = dictionary.find(name);
@@ -25,6 +24,13 @@ std::vector<const MetaToken*> findFields(const FieldDictionary& dictionary,
             fields.push_back(field);
     }
     return fields;
+}
+
+/// Notes of one batch.
+constexpr std::size_t kMaxNotes = 100'000;
+
+bool isLoss(const tivra_capture::Note& note) {
+    return note.kind != "restored" && note.kind != "source-back";
 }
 
 std::vector<ColumnSpec> specsOf(const std::vector<const MetaToken*>& fields) {
@@ -66,14 +72,34 @@ void MessageBatches::fill() {
                 m_isAtEnd = true;
                 return;
             }
+            if (tivra_capture::isNote(message.body)) {
+                addNote(message);
+                continue;
+            }
             ++m_messages;
-            if (m_decoder.decode(message, m_filter, m_rows) == BodyDecoder::Outcome::Unreadable)
+            const std::size_t rows = m_rows.rows();
+            if (m_decoder.decode(message, m_filter, m_isAfterGap, m_rows) == BodyDecoder::Outcome::Unreadable)
                 noteUnreadable();
+            m_isAfterGap = m_isAfterGap && m_rows.rows() == rows;
         }
     } catch (const FileFault& fault) {
         m_isAtEnd = true;
         m_fault = fault.what();
     }
+}
+
+std::vector<RecordedNote> MessageBatches::takeNotes() {
+    return std::exchange(m_notes, {});
+}
+
+/// Notes are few; what a hostile file has beyond a bound only marks the rows.
+void MessageBatches::addNote(const SourceMessage& message) {
+    if (!m_filter.takes(message.received))
+        return;
+    tivra_capture::Note note = tivra_capture::noteOf(message.body);
+    m_isAfterGap = m_isAfterGap || isLoss(note);
+    if (m_notes.size() < kMaxNotes)
+        m_notes.push_back({message.received, m_rows.rows(), std::move(note)});
 }
 
 void MessageBatches::noteUnreadable() {

@@ -7,6 +7,8 @@
 #include "columns/RowBatch.h"
 #include "columns/RowBuilder.h"
 
+#include <capture/CaptureNote.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -14,6 +16,13 @@
 #include <vector>
 
 namespace tivra_python {
+
+/// A note of the recorder.
+struct RecordedNote {
+    std::int64_t received = 0; ///< nanoseconds since 1970-01-01 00:00 UTC
+    std::size_t row = 0;       ///< the row of the batch that follows it
+    tivra_capture::Note note;
+};
 
 /// The messages of a source as batches of rows. One thread at a time.
 class MessageBatches {
@@ -27,16 +36,19 @@ public:
     /// FileFault. A message that can't be decoded is left out and noted.
     [[nodiscard]] std::shared_ptr<RowBatch> next();
 
+    /// What the recorder noted among the rows of the last batch, and behind them.
+    [[nodiscard]] std::vector<RecordedNote> takeNotes();
+
     /// Messages that were read so far.
     [[nodiscard]] std::uint64_t messages() const noexcept { return m_messages; }
     /// Messages that couldn't be decoded.
     [[nodiscard]] std::uint64_t unreadable() const noexcept { return m_unreadable; }
     /// Which was the first of them and why; empty without any.
     [[nodiscard]] const std::string& firstUnreadable() const noexcept { return m_firstUnreadable; }
-    [[nodiscard]] const MessageSource& source() const noexcept { return *m_source; }
 
 private:
     void fill();
+    void addNote(const SourceMessage& message);
     void noteUnreadable();
 
     const std::unique_ptr<MessageSource> m_source;
@@ -51,6 +63,8 @@ private:
     std::string m_firstUnreadable;
     std::string m_fault; ///< of the file, once it has been met
     bool m_isAtEnd = false;
+    bool m_isAfterGap = false; ///< since the last row
+    std::vector<RecordedNote> m_notes;
 };
 
 } // namespace tivra_python

@@ -3,6 +3,8 @@
 #include "captures/CaptureSource.h"
 #include "captures/FileFault.h"
 
+#include <capture/CaptureNote.h>
+
 #include <memory>
 #include <optional>
 
@@ -19,8 +21,10 @@ tivra_sim::HubConfig configOf(const ReplayHub::Options& options) {
     config.playback.bodies = [source,
                               first = std::optional<std::int64_t>()](tivra_sim::TimedBody& body) mutable {
         SourceMessage message;
-        if (!source->next(message))
-            return false;
+        do {
+            if (!source->next(message))
+                return false;
+        } while (tivra_capture::isNote(message.body));
         first = first.value_or(message.received);
         body.milliseconds = (static_cast<double>(message.received) - static_cast<double>(*first)) / 1e6;
         body.body = message.body;

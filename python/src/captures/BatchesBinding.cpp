@@ -1,0 +1,136 @@
+#include "Bindings.h"
+
+#include "captures/CaptureSource.h"
+#include "captures/DaySource.h"
+#include "captures/FieldRows.h"
+#include "captures/FileFault.h"
+#include "captures/MessageBatches.h"
+
+#include <nanobind/nanobind.h>
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/shared_ptr.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/tuple.h>
+#include <nanobind/stl/unique_ptr.h>
+#include <nanobind/stl/vector.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace nb = nanobind;
+
+namespace tivra_python {
+
+namespace {
+
+/// The batches of one file, as Python iterates over them: threads may take turns.
+class FileBatches {
+public:
+    FileBatches(std::unique_ptr<MessageBatches> batches, bool isComplete)
+        : m_batches(std::move(batches)), m_isComplete(isComplete) {}
+
+    /// The next batch and the notes among its rows; none behind the last.
+    std::pair<std::shared_ptr<RowBatch>, std::vector<RecordedNote>> next() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        std::shared_ptr<RowBatch> batch = m_batches->next();
+        return {std::move(batch), m_batches->takeNotes()};
+    }
+    [[nodiscard]] bool isComplete() const { return m_isComplete; }
+    [[nodiscard]] std::uint64_t messages() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_batches->messages();
+    }
+    [[nodiscard]] std::uint64_t unreadable() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_batches->unreadable();
+    }
+    [[nodiscard]] std::string firstUnreadable() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_batches->firstUnreadable();
+    }
+
+private:
+    std::mutex m_mutex; ///< held for each call
+    const std::unique_ptr<MessageBatches> m_batches;
+    const bool m_isComplete;
+};
+
+/// What both kinds of files are asked for.
+struct Wanted {
+    std::vector<std::string> fields;
+    RowFilter filter;
+    std::size_t maxRows;
+};
+
+using Symbols = std::vector<std::string>;
+using Time = std::optional<std::int64_t>;
+
+Wanted wanted(std::vector<std::string> fields, const Symbols& symbols, Time start, Time end,
+              std::size_t maxRows) {
+    return {std::move(fields), {{symbols.begin(), symbols.end()}, start, end}, maxRows};
+}
+
+std::unique_ptr<FileBatches> batchesOf(std::unique_ptr<MessageSource> source, const FieldRows& dictionary,
+                                       const Wanted& wanted, bool isComplete) {
+    auto batches = std::make_unique<MessageBatches>(
+        std::move(source), std::make_unique<FieldDictionary>(fieldsOfRows(dictionary)), wanted.fields,
+        wanted.filter, wanted.maxRows);
+    return std::make_unique<FileBatches>(std::move(batches), isComplete);
+}
+
+std::unique_ptr<FileBatches> openCapture(const std::string& path, const FieldRows& dictionary,
+                                         const std::vector<std::string>& fields, const Symbols& symbols,
+                                         Time start, Time end, std::size_t maxRows) {
+    auto source = std::make_unique<CaptureSource>(path, start);
+    const bool isComplete = source->isComplete();
+    return batchesOf(std::move(source), dictionary, wanted(fields, symbols, start, end, maxRows), isComplete);
+}
+
+std::unique_ptr<FileBatches> openDay(const std::string& path, int source, std::int64_t midnight,
+                                     const std::vector<std::string>& fields, const Symbols& symbols,
+                                     Time start, Time end, std::size_t maxRows) {
+    return batchesOf(std::make_unique<DaySource>(path, source, midnight), rowsOfFields(builtinFields()),
+                     wanted(fields, symbols, start, end, maxRows), true);
+}
+
+/// Null at the end, else the columns and (time, row, kind, values) of each note. What a note says is bytes.
+nb::object nextOf(FileBatches& batches) {
+    const auto [batch, notes] = [&batches] {
+        const nb::gil_scoped_release release;
+        return batches.next();
+    }();
+    nb::list list;
+    for (const RecordedNote& note : notes) {
+        nb::dict values;
+        for (const auto& [name, value] : note.note.values)
+            values[nb::bytes(name.data(), name.size())] = nb::bytes(value.data(), value.size());
+        list.append(nb::make_tuple(note.received, note.row,
+                                   nb::bytes(note.note.kind.data(), note.note.kind.size()), values));
+    }
+    if (batch == nullptr && notes.empty())
+        return nb::none();
+    return nb::make_tuple(nb::cast(batch), list);
+}
+
+} // namespace
+
+void bindBatches(nb::module_& module) {
+    nb::class_<FileBatches>(module, "FileBatches", "The messages of a file, batch by batch.")
+        .def("next", nextOf)
+        .def_prop_ro("is_complete", &FileBatches::isComplete)
+        .def_prop_ro("messages", &FileBatches::messages)
+        .def_prop_ro("unreadable", &FileBatches::unreadable)
+        .def_prop_ro("first_unreadable", &FileBatches::firstUnreadable);
+    module.def("open_capture", openCapture, nb::arg("path"), nb::arg("dictionary"), nb::arg("fields"),
+               nb::arg("symbols"), nb::arg("start").none(), nb::arg("end").none(), nb::arg("max_rows"));
+    module.def("open_day", openDay, nb::arg("path"), nb::arg("source"), nb::arg("midnight"),
+               nb::arg("fields"), nb::arg("symbols"), nb::arg("start").none(), nb::arg("end").none(),
+               nb::arg("max_rows"));
+}
+
+} // namespace tivra_python
