@@ -7,6 +7,7 @@
 #include "feed/Board.h"
 #include "feed/ConnectionEvent.h"
 #include "feed/EntryIterator.h"
+#include "feed/Enumerations.h"
 #include "feed/Error.h"
 #include "feed/Feed.h"
 #include "feed/FeedOptions.h"

@@ -13,6 +13,7 @@
 #include "feed/Answer.h"
 #include "feed/Board.h"
 #include "feed/ConnectionEvent.h"
+#include "feed/Enumerations.h"
 #include "feed/FeedOptions.h"
 #include "feed/Field.h"
 #include "feed/HubStatistics.h"
@@ -124,6 +125,10 @@ public:
     /// A list of the hubs, a record for each entry. Hubs may refuse some of them to ordinary users.
     /// @throws Error as query()
     Answer list(ListOf what);
+
+    /// What the numbers of enumerated fields stand for, asked of a hub with two lists at once.
+    /// @throws Error as Answer::get of them
+    Enumerations enumerations();
 
     /// The present state of a symbol, and then its updates, until the Subscription goes.
     /// @throws Error as query()

@@ -142,6 +142,13 @@ Answer Feed::list(ListOf what) {
         ->handle();
 }
 
+Enumerations Feed::enumerations() {
+    Answer fields = list(ListOf::Fields);
+    Answer values = list(ListOf::Enumerations);
+    const Snapshot names = fields.get();
+    return {names, values.get()};
+}
+
 Subscription Feed::subscribe(const Instrument& instrument, UpdateCallback onUpdate) {
     SubscriptionHandlers handlers;
     handlers.onUpdate = std::move(onUpdate);

@@ -295,6 +295,31 @@ TEST_F(FeedTest, ListsHaveARecordForEachEntry) {
     EXPECT_FALSE(feed.list(tivra::ListOf::Sources).get(20s).isEmpty());
 }
 
+TEST_F(FeedTest, EnumeratedValuesHaveTheTextsOfTheDictionary) {
+    const tivra::Enumerations texts = feed.enumerations();
+    const tivra::Field type = feed.field("ENUM.INSTRUMENT.TYPE");
+    const tivra::Field trading = feed.field("ENUM.TRADING.STATUS");
+    EXPECT_GE(texts.size(), 4U);
+    EXPECT_FALSE(texts.has(bid));
+    const tivra::Snapshot ibm = feed.query({100, "IBM"}).get(20s);
+    EXPECT_EQ(texts.textIn(ibm, type), "EQUITY");
+    EXPECT_EQ(texts.textIn(ibm, trading), std::nullopt);
+    EXPECT_EQ(texts.textOf(trading, 0), "CLOSED");
+    EXPECT_EQ(texts.valueOf(trading, "HALTED"), 3);
+    EXPECT_EQ(texts.valueOf(trading, "EQUITY"), std::nullopt);
+    // A number that the dictionary doesn't list is shown as it is.
+    hub.pushRecord(Record(100, "IBM").add(158, 77));
+    std::optional<std::string> shown;
+    auto subscription = feed.subscribe({100, "IBM"}, [&](const tivra::Update& update) {
+        if (auto text = texts.textIn(update, trading))
+            shown = text;
+        story.add("seen");
+    });
+    ASSERT_TRUE(story.waitFor("seen"));
+    subscription.close();
+    EXPECT_EQ(shown, "77");
+}
+
 TEST(FeedAnswerTest, OfSeveralHubsThoseThatFailAreNamed) {
     tivra_sim::GroupConfig config = tivra_sim::GroupConfig::realistic(2);
     config.splits[100] = {{"^A", 0}, {"^[^A]", 1}};
