@@ -52,7 +52,8 @@ public:
 
     /// When the read from the socket returned that completed the message, by this machine's clock. While the
     /// application is more than a thousand reads late it may be that of a message before. A look at the clock
-    /// is all that it costs, and nothing where it isn't called.
+    /// is all that it costs, and nothing where it isn't called. With the parameter KERNEL_TIMESTAMPS_BOOL it
+    /// is when the kernel got the last packet of that read.
     std::chrono::system_clock::time_point receivedAt() const;
     /// When the message was decoded, if it is one of those that are measured (FeedOptions::latencySampling: 1
     /// for all of them); else when this was called first for the message.

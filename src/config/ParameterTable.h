@@ -37,7 +37,7 @@ struct ParameterInfo {
 inline constexpr long kNoMinimum = std::numeric_limits<long>::min();
 inline constexpr long kNoMaximum = std::numeric_limits<long>::max();
 
-inline constexpr std::array<ParameterInfo, 12> kSessionParameters{{
+inline constexpr std::array<ParameterInfo, 13> kSessionParameters{{
     {tivra::SessionConfig::RECOVERY_BOOL, "RECOVERY_BOOL", ParameterType::Bool, "", 0, 1, 1,
      OutOfRange::Impossible, "deprecated: setting it only logs a warning"},
     {tivra::SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, "MULTITHREADED_API_CONNECTIONS_BOOL",
@@ -73,6 +73,9 @@ inline constexpr std::array<ParameterInfo, 12> kSessionParameters{{
     {tivra::SessionConfig::HOLD_READS_BOOL, "HOLD_READS_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible,
      "wait for slow callbacks instead of dialling a compressed connection again when its queue is full"},
+    {tivra::SessionConfig::KERNEL_TIMESTAMPS_BOOL, "KERNEL_TIMESTAMPS_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible,
+     "count the times of messages from when the kernel got them; without compression"},
 }};
 
 inline constexpr std::array<ParameterInfo, 11> kHostParameters{{

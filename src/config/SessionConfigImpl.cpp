@@ -89,6 +89,9 @@ void SessionConfigImpl::set(SessionConfig::Parameters parameter, bool value) {
     case SessionConfig::HOLD_READS_BOOL:
         m_holdReads = value;
         break;
+    case SessionConfig::KERNEL_TIMESTAMPS_BOOL:
+        m_kernelTimestamps = value;
+        break;
     default:
         eprintf(EPF_WARN, "Invalid parameter (%d) passed to SessionConfigImpl::set(bool)",
                 static_cast<int>(parameter));

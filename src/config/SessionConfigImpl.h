@@ -32,6 +32,7 @@ public:
     [[nodiscard]] bool isDeliveringInline() const { return m_inlineCallbacks; }
     [[nodiscard]] bool isDecodingLazily() const { return m_lazyValues; }
     [[nodiscard]] bool isHoldingReads() const { return m_holdReads; }
+    [[nodiscard]] bool isStampingArrivals() const { return m_kernelTimestamps; }
     /// Percent.
     [[nodiscard]] long getQueueThreshold() const { return queueThreshold; }
 
@@ -50,6 +51,7 @@ private:
     std::atomic<bool> m_inlineCallbacks{isOnByDefault(tivra::SessionConfig::INLINE_CALLBACKS_BOOL)};
     std::atomic<bool> m_lazyValues{isOnByDefault(tivra::SessionConfig::LAZY_VALUES_BOOL)};
     std::atomic<bool> m_holdReads{isOnByDefault(tivra::SessionConfig::HOLD_READS_BOOL)};
+    std::atomic<bool> m_kernelTimestamps{isOnByDefault(tivra::SessionConfig::KERNEL_TIMESTAMPS_BOOL)};
     std::atomic<long> queueThreshold{defaultOf(tivra::SessionConfig::QUEUE_DEPTH_THRESHOLD_PERCENT_LONG)};
 };
 

@@ -58,6 +58,8 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
         m_responseQueue->setInlineDelivery();
     if (m_options.holdReads)
         m_responseQueue->setHoldReads();
+    if (m_options.stampArrivals)
+        m_responseQueue->setStampedReads();
     watchlist =
         std::make_unique<HubWatchlist>(this, *this, session.getWatchlist(), session.getRequestSender());
     if (!m_options.isDummy)

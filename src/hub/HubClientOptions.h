@@ -28,6 +28,7 @@ struct HubClientOptions {
     bool watchlistInUse = false;
     bool inlineDelivery = false; ///< the thread that reads delivers too
     bool holdReads = false;      ///< of a compressed stream, instead of closing it for want of room
+    bool stampArrivals = false;  ///< messages have the time when the kernel got them
     bool isDummy = false;        ///< a placeholder with a queue, but without socket and reactor
 
     /// The same with numbers that the client can work with.

@@ -22,6 +22,7 @@
 #include "hub/MonotonicTime.h"
 #include "hub/RequestFrame.h"
 #include "hub/SessionStanding.h"
+#include "receive/StampedRead.h"
 
 namespace tivra_internal {
 
@@ -56,7 +57,8 @@ HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
     , m_connectionTimeout(options.connectionTimeout)
     , m_connectionRetryLimit(options.connectionRetryLimit)
     , m_readTimeout(options.readTimeout)
-    , m_dialNotBefore(options.dialNotBefore) {
+    , m_dialNotBefore(options.dialNotBefore)
+    , m_stampArrivals(options.stampArrivals) {
     if (options.pauses)
         m_pace.emplace(std::move(chance), *options.pauses);
 }
@@ -101,6 +103,8 @@ bool HubSocket::openSocket() {
         noteFailedAttempt();
         return false;
     }
+    if (m_stampArrivals)
+        stampArrivals(m_fd.get());
     return true;
 }
 

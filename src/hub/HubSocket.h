@@ -120,6 +120,7 @@ private:
     const long m_connectionRetryLimit;
     const long m_readTimeout; ///< seconds
     const double m_dialNotBefore;
+    const bool m_stampArrivals; ///< by the kernel
 
     SocketHandle m_fd;
     std::atomic<State> m_state{State::Closed};

@@ -150,7 +150,7 @@ void Queue::reset() {
             m_queueReadHandler->reset();
     }
     m_lastRead.store(0.0, std::memory_order_relaxed);
-    m_lastReadMonotonic = kLongAgo;
+    m_arrivedAt = m_lastReadMonotonic = kLongAgo;
     m_suspendReadFromSocket.store(false, std::memory_order_release);
     m_wakeBelow.store(-1, std::memory_order_relaxed);
     m_sawEndOfStream = false;

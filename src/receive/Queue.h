@@ -60,6 +60,9 @@ public:
     /// From now on reads are held back for want of room whether an answer is due or not.
     /// @thread any, before the first read
     void setHoldReads() noexcept { m_holdsReads = true; }
+    /// From now on frames of a plain stream have the time when the kernel got them, if the socket has it.
+    /// @thread any, before the first read
+    void setStampedReads() noexcept { m_readsStamped = true; }
     /// The connection's name for log lines; at most 255 bytes are kept. @thread any
     void setsocketDesc(const std::string& desc) TP_EXCLUDES(m_desc_mutex);
     [[nodiscard]] std::string getSocketDesc() const TP_EXCLUDES(m_desc_mutex);
@@ -274,8 +277,9 @@ private:
     std::size_t m_size;          ///< bytes
     std::size_t m_q_check_bytes; ///< bytes framed between two fill checks
     const bool m_compression;
-    bool m_isInline = false;   ///< see setInlineDelivery
-    bool m_holdsReads = false; ///< see setHoldReads
+    bool m_isInline = false;     ///< see setInlineDelivery
+    bool m_holdsReads = false;   ///< see setHoldReads
+    bool m_readsStamped = false; ///< see setStampedReads
     QueueHub* const m_hub;
     std::unique_ptr<char, FreeBlock> m_block;
     char* m_BufferStart;
@@ -296,6 +300,7 @@ private:
     alignas(64) char* m_WriteStream; ///< where the next byte goes
     uint64_t m_bytes_in_since_last_q_check = 0;
     double m_lastReadMonotonic = kLongAgo; ///< by the clock that doesn't step
+    double m_arrivedAt = kLongAgo;         ///< what was read last, by the same clock
     bool m_sawEndOfStream = false;
     int m_streamError = 0; ///< see streamError
     bool m_inputLeft = false;

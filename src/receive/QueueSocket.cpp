@@ -11,6 +11,7 @@
 #include <tp/te_error.h>
 
 #include "kvnparse/StreamParser.h"
+#include "receive/StampedRead.h"
 
 namespace tivra_internal {
 
@@ -181,10 +182,14 @@ bool Queue::readWithoutRoom(int fd) {
 }
 
 bool Queue::readPlain(int fd, std::size_t length, double curtime) {
-    const ssize_t got = ::read(fd, m_WriteStream, length);
+    double arrivedAt = 0.0;
+    const ssize_t got = m_readsStamped ? readStamped(fd, m_WriteStream, length, arrivedAt)
+                                       : ::read(fd, m_WriteStream, length);
     if (got > 0) {
         m_WriteStream += got;
         noteRead(curtime);
+        if (m_readsStamped)
+            m_arrivedAt = arrivedAt;
         return PushMessage();
     }
     // Neither a close nor an error is acted on here: what has come is still delivered, and the supervisor
@@ -263,7 +268,7 @@ bool Queue::inflateOnce(KVNAPI::StreamParser& parser, int fd, std::size_t length
 
 void Queue::noteRead(double curtime) {
     m_lastRead.store(curtime, std::memory_order_relaxed);
-    m_lastReadMonotonic = tp::Clock::monotonic();
+    m_arrivedAt = m_lastReadMonotonic = tp::Clock::monotonic();
 }
 
 } // namespace tivra_internal

@@ -170,6 +170,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.watchlistInUse = settings().isWatchlistOn();
         options.inlineDelivery = settings().isDeliveringInline();
         options.holdReads = options.compression && settings().isHoldingReads();
+        options.stampArrivals = !options.compression && settings().isStampingArrivals();
         auto client = std::make_unique<HubClient>(m_user, *this, options);
         client->setQueryXRefHUB(role == HubRole::Xref);
         return client;

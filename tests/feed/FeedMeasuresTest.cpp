@@ -97,6 +97,38 @@ TEST(FeedMeasures, EachStageOfAMessageAndOfARequestIsMeasured) {
     EXPECT_EQ(figures.requestToAnswer.count, 1U);
 }
 
+// The thread that reads is in the callback while the second update comes.
+TEST(FeedMeasures, WithKernelTimeStampsWaitingInTheSocketShows) {
+    for (const bool isStamped : {false, true}) {
+        tivra_testkit::StartedHub hub;
+        tivra::FeedOptions options = optionsFor(hub);
+        options.parameters = {{"COMPRESSION_BOOL", "false"},
+                              {"INLINE_CALLBACKS_BOOL", "true"},
+                              {"KERNEL_TIMESTAMPS_BOOL", isStamped ? "true" : "false"}};
+        Story story;
+        Feed feed = Feed::open(std::move(options));
+        const tivra::Field bid = feed.field("BID");
+        std::chrono::system_clock::time_point returned;
+        auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update& update) {
+            const double price = update.get<double>(bid).value_or(0.0);
+            if (price == 1.0) {
+                hub.pushRecord(tivra_sim::Record(100, "IBM").add(tivra_sim::token::BID, 2));
+                EXPECT_TRUE(hub.waitFor([](const auto& figures) { return figures.updatesSent == 2; }));
+                returned = std::chrono::system_clock::now();
+                while (std::chrono::system_clock::now() < returned + std::chrono::milliseconds(20)) {
+                }
+            } else if (price == 2.0) {
+                // Half of what the callback has waited: clocks are read one after the other.
+                const auto margin = returned + std::chrono::milliseconds(10);
+                story.add(update.receivedAt() < margin ? "came before" : "came after");
+            }
+        });
+        ASSERT_TRUE(hub.waitForSubscriptions(1));
+        hub.pushRecord(tivra_sim::Record(100, "IBM").add(tivra_sim::token::BID, 1));
+        ASSERT_TRUE(story.waitFor(isStamped ? "came before" : "came after"));
+    }
+}
+
 // One callback stands at a gate, the other in its answer: both are seen from outside.
 TEST(FeedMeasures, ASlowCallbackIsReportedWhileItRunsAndWhenItHasReturned) {
     tivra_testkit::StartedHub hub;
