@@ -5,7 +5,10 @@ from .batch import Batch
 from .captures import CaptureError, CaptureWarning, Recording, open_day, read_capture
 from .dictionary import Dictionary
 from .gap import Gap
+from .replay import Replay
+from .writing import write_capture
 
 __version__ = _version()
 
-__all__ = ["Batch", "CaptureError", "CaptureWarning", "Dictionary", "Gap", "Recording", "open_day", "read_capture"]
+__all__ = ["Batch", "CaptureError", "CaptureWarning", "Dictionary", "Gap", "Recording", "Replay", "open_day",
+           "read_capture", "write_capture"]

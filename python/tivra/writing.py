@@ -1,0 +1,257 @@
+"""Batches into files: Parquet, CSV, JSON lines and captures."""
+
+from __future__ import annotations
+
+import datetime
+import json
+import os
+from abc import ABC, abstractmethod
+from collections.abc import Iterable
+from typing import Any
+
+from . import _core
+from ._optional import require
+from .captures import CaptureError
+from .dictionary import Dictionary, PathLike
+
+FORMATS = ("parquet", "csv", "jsonl")
+
+FIELDS_KEY = b"tivra.fields"
+"""Where a Parquet file has the numbers and types of its fields, so that it can be played again without a dictionary."""
+
+_ROW_GROUP = 1 << 20
+_MOST_PARTS = 256
+
+
+class Writer(ABC):
+    """Writes record batches of one schema into a file, which has its name once it is whole."""
+
+    def __init__(self, path: str) -> None:
+        self.path = path
+        self.rows = 0
+        self._part = path + ".part"
+
+    @abstractmethod
+    def write(self, batch: Any) -> None:
+        """Adds a ``pyarrow.RecordBatch``."""
+
+    @abstractmethod
+    def _finish(self) -> None:
+        """Closes the file."""
+
+    def close(self) -> None:
+        """Ends the file, in place of one that is there."""
+        self._finish()
+        os.replace(self._part, self.path)
+
+    def discard(self) -> None:
+        """Gives the file up."""
+        try:
+            self._finish()
+        finally:
+            if os.path.exists(self._part):
+                os.remove(self._part)
+
+
+class ParquetFile(Writer):
+    """Parquet with dictionaries, statistics and zstd; a million rows to a group."""
+
+    def __init__(self, path: str, schema: Any) -> None:
+        super().__init__(path)
+        pa, parquet = require("pyarrow", "Parquet"), require("pyarrow.parquet", "Parquet")
+        self._pa = pa
+        self._batches: list[Any] = []
+        self._held = 0
+        text = [column.name for column in schema if pa.types.is_dictionary(column.type) or pa.types.is_string(column.type)]
+        self._writer = parquet.ParquetWriter(self._part, schema, compression="zstd", compression_level=1,
+                                             use_dictionary=text, write_statistics=True, store_schema=True)
+
+    def write(self, batch: Any) -> None:
+        self._batches.append(batch)
+        self._held += batch.num_rows
+        self.rows += batch.num_rows
+        if self._held >= _ROW_GROUP:
+            self._write_group()
+
+    def _write_group(self) -> None:
+        table = self._pa.Table.from_batches(self._batches).unify_dictionaries()
+        self._writer.write_table(table, row_group_size=_ROW_GROUP)
+        self._batches, self._held = [], 0
+
+    def _finish(self) -> None:
+        if self._batches:
+            self._write_group()
+        self._writer.close()
+
+
+class CsvFile(Writer):
+    """CSV with a head line. NULL is nothing between two commas, an empty text is ""."""
+
+    def __init__(self, path: str, schema: Any) -> None:
+        super().__init__(path)
+        csv = require("pyarrow.csv", "CSV")
+        self._schema = plain_schema(schema)
+        self._writer = csv.CSVWriter(self._part, self._schema)
+
+    def write(self, batch: Any) -> None:
+        self._writer.write(batch.cast(self._schema))
+        self.rows += batch.num_rows
+
+    def _finish(self) -> None:
+        self._writer.close()
+
+
+class JsonLinesFile(Writer):
+    """An object per line; NULL has no entry. Times are texts of ISO 8601 with nanoseconds."""
+
+    def __init__(self, path: str, schema: Any) -> None:
+        super().__init__(path)
+        pa = require("pyarrow", "JSON lines")
+        self._schema = plain_schema(schema)
+        self._times = [index for index, column in enumerate(schema) if pa.types.is_timestamp(column.type)]
+        self._int64 = pa.int64()
+        self._file = open(self._part, "w", encoding="utf-8")
+
+    def write(self, batch: Any) -> None:
+        columns = []
+        for index, column in enumerate(batch.cast(self._schema).columns):
+            if index in self._times:
+                columns.append([_iso(value) for value in column.cast(self._int64).to_pylist()])
+            else:
+                columns.append(column.to_pylist())
+        names = self._schema.names
+        for row in zip(*columns):
+            values = {name: value for name, value in zip(names, row) if value is not None}
+            self._file.write(json.dumps(values, ensure_ascii=False) + "\n")
+        self.rows += batch.num_rows
+
+    def _finish(self) -> None:
+        self._file.close()
+
+
+_WRITERS = {"parquet": ParquetFile, "csv": CsvFile, "jsonl": JsonLinesFile}
+
+
+class SplitWriter:
+    """One file for all rows, or one for each hour or source, whose name then has it in front of its suffix."""
+
+    def __init__(self, path: str, format_: str, split: str | None, dictionary: Dictionary) -> None:
+        self._path, self._format, self._split = path, format_, split
+        self._dictionary = dictionary
+        self._parts: dict[str, Writer] = {}
+
+    @property
+    def parts(self) -> list[Writer]:
+        """The files so far, in the order of their names."""
+        return [self._parts[key] for key in sorted(self._parts)]
+
+    def write(self, batch: Any) -> None:
+        """Adds a ``pyarrow.RecordBatch``."""
+        if self._split is None:
+            self._part("", batch.schema).write(batch)
+            return
+        compute = require("pyarrow.compute", "--split")
+        if self._split == "hour":
+            keys = compute.strftime(batch.column("received"), format="%Y-%m-%dT%H")
+        else:
+            keys = batch.column("source").cast("string")
+        for key in compute.unique(keys).to_pylist():
+            self._part(key, batch.schema).write(batch.filter(compute.equal(keys, key)))
+
+    def _part(self, key: str, schema: Any) -> Writer:
+        part = self._parts.get(key)
+        if part is None:
+            if len(self._parts) >= _MOST_PARTS:
+                raise CaptureError(f"the rows would make more than {_MOST_PARTS} files; bound them by fewer hours or "
+                                   f"sources")
+            base, dot, suffix = self._path.rpartition(".")
+            path = self._path if not key else f"{base or suffix}-{key}{dot if base else ''}{suffix if base else ''}"
+            part = _WRITERS[self._format](path, with_fields(schema, self._dictionary))
+            self._parts[key] = part
+        return part
+
+    def close(self) -> None:
+        for part in self.parts:
+            part.close()
+
+    def discard(self) -> None:
+        for part in self.parts:
+            part.discard()
+
+
+def plain_schema(schema: Any) -> Any:
+    """The schema with texts in place of numbers of texts."""
+    pa = require("pyarrow", "export")
+    return pa.schema([column.with_type(pa.string()) if pa.types.is_dictionary(column.type) else column
+                      for column in schema])
+
+
+def with_fields(schema: Any, dictionary: Dictionary) -> Any:
+    """The schema with what is known of its fields."""
+    return schema.with_metadata({**(schema.metadata or {}), FIELDS_KEY: json.dumps(dictionary.fields).encode()})
+
+
+def fields_of(schema: Any) -> Dictionary | None:
+    """What with_fields has written; None for a file of others."""
+    text = (schema.metadata or {}).get(FIELDS_KEY)
+    if text is None:
+        return None
+    try:
+        return Dictionary(json.loads(text))
+    except (ValueError, TypeError):
+        raise CaptureError("what the file says of its fields can't be read") from None
+
+
+def write_capture(batches: Iterable[Any], path: PathLike, dictionary: Dictionary) -> int:
+    """Writes batches (of tivra or of pyarrow) as the messages that they came from, into a capture.
+
+    They need the columns of every batch, ``gap`` aside, and one for each field, by a name that the dictionary has.
+    Returns how many messages the capture has. Raises CaptureError with the row that can't be a message.
+    """
+    pa = require("pyarrow", "write_capture()")
+    try:
+        writer = _core.BodyWriter(os.fspath(path), dictionary.fields)
+        for batch in batches:
+            record = _writable(pa, pa.record_batch(batch))
+            writer.add(*record.__arrow_c_array__())
+        writer.finish()
+    except _core.FileFault as fault:
+        raise CaptureError(f"cannot write {os.fspath(path)}: {fault}") from None
+    return writer.messages
+
+
+def _writable(pa: Any, batch: Any) -> Any:
+    """The batch in the types that a message can be made of."""
+    head = {"received": pa.timestamp("ns", "UTC"), "source": pa.int32(), "symbol": pa.string(), "kind": pa.string(),
+            "tag": pa.int64(), "status": pa.int32()}
+    missing = [name for name in head if name not in batch.schema.names]
+    if missing:
+        raise CaptureError(f"the rows have no column {missing[0]!r}: they are not messages of a capture or a feed")
+    columns = []
+    for column in batch.schema:
+        if column.name == "gap":
+            continue
+        type_ = head.get(column.name) or _field_type(pa, column.type)
+        try:
+            columns.append((column.name, batch.column(column.name).cast(type_)))
+        except pa.ArrowException as error:
+            raise CaptureError(f"the column {column.name!r} ({column.type}) can't be a field: {error}") from None
+    return pa.record_batch([values for _, values in columns], names=[name for name, _ in columns])
+
+
+def _field_type(pa: Any, type_: Any) -> Any:
+    if pa.types.is_floating(type_):
+        return pa.float64()
+    if pa.types.is_integer(type_) or pa.types.is_boolean(type_):
+        return pa.int64()
+    if pa.types.is_timestamp(type_):
+        return pa.timestamp("ns", "UTC")
+    return pa.string()
+
+
+def _iso(nanoseconds: int | None) -> str | None:
+    if nanoseconds is None:
+        return None
+    seconds, rest = divmod(nanoseconds, 1_000_000_000)
+    time = datetime.datetime(1970, 1, 1) + datetime.timedelta(seconds=seconds)
+    return f"{time:%Y-%m-%dT%H:%M:%S}.{rest:09}Z"
