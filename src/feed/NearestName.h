@@ -20,6 +20,8 @@ public:
             m_distance = distance;
         }
     }
+    /// How many characters tell it from what was wanted.
+    [[nodiscard]] std::size_t distance() const noexcept { return m_distance; }
     /// The first of the nearest; empty when none was offered.
     [[nodiscard]] const std::string& best() const noexcept { return m_best; }
 

@@ -54,7 +54,9 @@ TEST_F(CatQuery, ValuesStandInTheOrderAndTheFormThatWasAskedFor) {
     hub.pushRecord(tivra_sim::Record(100, "TWO").add(tivra_sim::token::TRADE_PRICE, "9.5"));
     hub.pushRecord(tivra_sim::Record(100, "EVIL").add(6, "\x1b[2Jgone"));
     expect({{"tivra-cat $AT -o raw --no-summary snapshot 100:ONE", 0,
-             "3=100|4=100|5=ONE|5026=18|101=13.25|102=700|202=1381152600.5\n5026=18|5001=0\n", ""},
+             "3=100|4=100|5=ONE|5026=18|101=13.25|102=700|202=1381152600.5\n4=100|5=ONE|5026=18|5022="
+             "snapshot|5001=0\n",
+             ""},
             {"tivra-cat $AT -F size=102,price=BID/TRADE.PRICE,NO.SUCH snapshot -s 100 ONE TWO", 0,
              "source  symbol        size     price  NO.SUCH\n"
              "   100  ONE            700     13.25\n"

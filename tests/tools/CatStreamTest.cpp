@@ -4,7 +4,6 @@
 #include <csignal>
 
 using namespace tivra_sim;
-using testing::_;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -158,29 +157,6 @@ TEST_F(CatStream, ClosedPipeEndsIt) {
     close(pipe);
     hub.pushRecord(quote("IBM", "184.25", 100));
     EXPECT_EQ(tool->waitForEnd(), 8);
-}
-
-TEST_F(CatStream, GapInTheSequenceIsALoss) {
-    start("tivra-cat $AT -q --sequence-field 30 -n 3 subscribe 100:IBM");
-    ASSERT_TRUE(waitForSubscription());
-    for (const int sequence : {7, 8, 12})
-        hub.pushRecord(Record(100, "IBM").add(token::SEQUENCE, sequence));
-    EXPECT_EQ(tool->waitForEnd(), 7);
-    EXPECT_THAT(tool->error(), HasSubstr("lost 3 (output 0, sequence 3"));
-    EXPECT_EQ(tool->output(), "");
-}
-
-TEST_F(CatStream, LostHubIsToldAndWatchedSymbolsComeBack) {
-    start("tivra-cat $AT --watchlist -o raw -n 2 subscribe 100:IBM");
-    ASSERT_TRUE(waitForSubscription());
-    hub.pushRecord(quote("IBM", "184.25", 100));
-    ASSERT_TRUE(tool->waitForOutput(contains("101=184.25"))) << tool->error();
-    hub.dropConnections();
-    ASSERT_TRUE(tool->waitForError(contains("session: "))) << tool->error();
-    ASSERT_TRUE(waitForSubscription());
-    hub.pushRecord(quote("IBM", "184.5", 100));
-    EXPECT_EQ(tool->waitForEnd(), 0) << tool->error();
-    EXPECT_THAT(tool->output(), HasSubstr("101=184.5"));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "ToolFixture.h"
 
+#include <capture/CaptureNote.h>
 #include <capture/CaptureReader.h>
 #include <capture/CaptureWriter.h>
 
@@ -17,12 +18,17 @@ using Times = std::vector<std::int64_t>;
 
 class RecordReplay : public ToolFixture {
 protected:
-    Bodies bodiesOf(const std::string& name, Times* times = nullptr) const {
+    Bodies bodiesOf(const std::string& name, Times* times = nullptr) {
+        notes.clear();
         tivra_capture::CaptureReader reader(directory + "/" + name);
         EXPECT_TRUE(reader.isComplete()) << name;
         Bodies bodies;
         tivra_capture::Message message;
         while (reader.next(message)) {
+            if (tivra_capture::isNote(message.body)) {
+                notes.emplace_back(tivra_capture::noteOf(message.body).kind);
+                continue;
+            }
             bodies.emplace_back(message.body);
             if (times != nullptr)
                 times->push_back(message.nanoseconds);
@@ -44,6 +50,7 @@ protected:
     }
 
     const std::string symbols = "100:IBM 101:IBM131221C185";
+    std::vector<std::string> notes; ///< kinds of those in the capture that was read last
     std::unique_ptr<Process> replayer;
 };
 
@@ -72,15 +79,15 @@ class RoundTrip : public RecordReplay,
 protected:
     /// Starts a recording of present values and updates; all that comes is printed too.
     void startRecording(const std::string& options) {
-        start("tivra-cat -H $HUB -u demo --read-timeout 60 --queue-size 16 --watchlist -o raw subscribe "
+        start("tivra-cat -H $HUB -u demo --read-timeout 60 --queue-size 16 -o raw subscribe "
               "--snapshot " +
               symbols + " --record " + options);
     }
 
-    void stopRecording(std::size_t count) {
+    void stopRecording(std::size_t count, int code) {
         ASSERT_TRUE(tool->waitForOutput(contains("|30=2999|"))) << tool->error();
         tool->signal(SIGINT);
-        EXPECT_EQ(tool->waitForEnd(), 0) << tool->error();
+        EXPECT_EQ(tool->waitForEnd(), code) << tool->error();
         EXPECT_THAT(tool->error(), HasSubstr("recorded " + std::to_string(count) + " messages in "));
     }
 };
@@ -97,15 +104,17 @@ TEST_P(RoundTrip, WhatIsReplayedIsByteForByteWhatTheHubSent) {
     ASSERT_TRUE(hub.waitForSubscriptions(2, kPatience));
     for (auto body = half; body != sent.end(); ++body)
         hub.sendBody(*body);
-    stopRecording(sent.size());
+    stopRecording(sent.size(), 7);
     Times times;
     ASSERT_EQ(bodiesOf("first", &times), sent);
+    EXPECT_THAT(notes, testing::ElementsAre("interrupted", "restored"));
     EXPECT_TRUE(std::is_sorted(times.begin(), times.end()));
 
     replay("first --once");
     startRecording(std::string("second ") + GetParam().second);
-    stopRecording(sent.size());
+    stopRecording(sent.size(), 0);
     EXPECT_EQ(bodiesOf("second"), sent);
+    EXPECT_TRUE(notes.empty());
     EXPECT_EQ(replayer->waitForEnd(), 0);
     EXPECT_THAT(replayer->output(), HasSubstr(std::to_string(sent.size()) + " events played"));
 }
@@ -172,6 +181,7 @@ TEST_F(RecordReplay, CaptureOfASlowDiskLacksCountedMessagesAndTheRestIsWhole) {
     writeFile("kept", captured);
     const Bodies kept = bodiesOf("kept");
     EXPECT_LT(kept.size(), kCount);
+    EXPECT_THAT(notes, testing::Contains("dropped"));
     EXPECT_THAT(tool->error(),
                 HasSubstr("recorded " + std::to_string(kept.size()) + " messages in pipe, dropped " +
                           std::to_string(kCount - kept.size())));

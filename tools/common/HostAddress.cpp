@@ -16,24 +16,48 @@ namespace tivra_tools {
 
 namespace {
 
-std::string resolveName(const std::string& name, const std::string& text) {
+using Addresses = std::unique_ptr<addrinfo, void (*)(addrinfo*)>;
+
+/// The addresses of a name in one family, and getaddrinfo's code.
+Addresses lookUp(const std::string& name, int family, int& error) {
     addrinfo hints{};
-    hints.ai_family = AF_INET;
+    hints.ai_family = family;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    const int error = getaddrinfo(name.c_str(), nullptr, &hints, &found);
-    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owner(found, [](addrinfo* list) {
-        if (list != nullptr)
-            freeaddrinfo(list);
-    });
-    if (error != 0 || found == nullptr)
-        throw UsageError(fmt::format("cannot find an IPv4 address for \"{}\" of host \"{}\": {}", name, text,
-                                     gai_strerror(error)));
-    sockaddr_in address{};
-    std::memcpy(&address, found->ai_addr, sizeof address);
-    char buffer[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &address.sin_addr, buffer, sizeof buffer);
-    return buffer;
+    error = getaddrinfo(name.c_str(), nullptr, &hints, &found);
+    return {found, [](addrinfo* list) {
+                if (list != nullptr)
+                    freeaddrinfo(list);
+            }};
+}
+
+std::string resolveName(const std::string& name, const std::string& text) {
+    int error = 0;
+    const Addresses found = lookUp(name, AF_INET, error);
+    if (error == 0 && found != nullptr) {
+        sockaddr_in address{};
+        std::memcpy(&address, found->ai_addr, sizeof address);
+        char buffer[INET_ADDRSTRLEN] = "";
+        inet_ntop(AF_INET, &address.sin_addr, buffer, sizeof buffer);
+        return buffer;
+    }
+    int errorOfIpv6 = 0;
+    if (lookUp(name, AF_INET6, errorOfIpv6) != nullptr)
+        throw UsageError(fmt::format(
+            "\"{}\" of \"{}\" has IPv6 addresses only, and IPv4 is spoken here: give an IPv4 address", name,
+            text));
+    const char* const advice =
+        error == EAI_AGAIN ? "the name service doesn't answer; give an address" : "check the name";
+    throw UsageError(fmt::format("cannot find an IPv4 address for \"{}\" of host \"{}\": {}; {}", name, text,
+                                 gai_strerror(error), advice));
+}
+
+/// "[::1]:9", or what has more colons than a name and a port.
+void refuseIpv6(const std::string& text) {
+    if (text.find(':') != text.rfind(':') || text.find('[') != std::string::npos)
+        throw UsageError(fmt::format("\"{}\" is an IPv6 address, and IPv4 is spoken here: give an IPv4 "
+                                     "address, or a name that has one, as ADDRESS:PORT",
+                                     text));
 }
 
 /// -1 for what is no port.
@@ -47,6 +71,7 @@ int portOf(std::string_view text) {
 } // namespace
 
 std::string resolveHost(const std::string& text) {
+    refuseIpv6(text);
     const std::size_t colon = text.rfind(':');
     const bool hasBoth = colon != std::string::npos && colon > 0;
     const int port = hasBoth ? portOf(std::string_view(text).substr(colon + 1)) : -1;
@@ -57,6 +82,7 @@ std::string resolveHost(const std::string& text) {
 }
 
 std::string resolveListener(const std::string& text) {
+    refuseIpv6(text);
     const std::size_t colon = text.rfind(':');
     const bool hasAddress = colon != std::string::npos;
     const int port = portOf(std::string_view(text).substr(hasAddress ? colon + 1 : 0));

@@ -61,4 +61,22 @@ std::string logFileName(const std::string& wanted, const std::string& program) {
     return fmt::format("{}/{}.log", temporary, program);
 }
 
+std::string existingLogFile(const std::string& baseName) {
+    const std::filesystem::path base(baseName);
+    const std::filesystem::path folder = base.has_parent_path() ? base.parent_path() : ".";
+    const std::string begin = base.filename().string() + ".";
+    std::string latest = baseName;
+    std::filesystem::file_time_type latestTime = std::filesystem::file_time_type::min();
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        const std::filesystem::file_time_type time = entry.last_write_time(error);
+        if (error || time < latestTime ||
+            entry.path().filename().string().compare(0, begin.size(), begin) != 0)
+            continue;
+        latest = base.has_parent_path() ? entry.path().string() : entry.path().filename().string();
+        latestTime = time;
+    }
+    return latest;
+}
+
 } // namespace tivra_tools

@@ -9,4 +9,7 @@ namespace tivra_tools {
 /// library would cut.
 [[nodiscard]] std::string logFileName(const std::string& wanted, const std::string& program);
 
+/// The file that the library writes for such a name now, with its date; the name itself while there is none.
+[[nodiscard]] std::string existingLogFile(const std::string& baseName);
+
 } // namespace tivra_tools

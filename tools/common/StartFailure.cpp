@@ -1,9 +1,12 @@
 #include "common/StartFailure.h"
 
+#include "common/HostDial.h"
+#include "common/LogFile.h"
 #include "common/Printable.h"
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <string_view>
 
 namespace tivra_tools {
@@ -13,8 +16,19 @@ namespace {
 /// What a hub answers to a login whose parameters it does not know, compression among them.
 constexpr int kBadParameter = -33;
 
+/// What one more dial may take: the library's own have taken their time before.
+constexpr std::chrono::milliseconds kPatience{1000};
+
 bool contains(std::string_view text, std::string_view word) {
     return text.find(word) != std::string_view::npos;
+}
+
+/// What comes of dialling each of them now.
+std::string outcomes(const std::vector<std::string>& addresses) {
+    std::string text;
+    for (const std::string& address : addresses)
+        text += (text.empty() ? "" : ", ") + dialOutcome(address, kPatience);
+    return text;
 }
 
 } // namespace
@@ -32,15 +46,16 @@ std::string startFailureText(const StartAttempt& attempt) {
     const std::string reason = printable(attempt.reason); // a hub's words may be in it
     const std::string head = fmt::format("cannot start a session with {} as \"{}\", tried for {:.1f} s",
                                          attempt.hosts, attempt.user, attempt.seconds);
+    const std::string log = existingLogFile(attempt.logFile);
     if (contains(reason, "retry limit") || contains(reason, "connectHost"))
         return fmt::format(
-            "{}, in the connect phase: {}. Check the address and that a hub listens there{}. Log: {}", head,
-            reason, attempt.moreDials, attempt.logFile);
+            "{}, in the connect phase: {}; {}. Check the address and that a hub listens there{}. Log: {}",
+            head, reason, outcomes(attempt.addresses), attempt.moreDials, log);
     if (contains(reason, "timeout"))
         return fmt::format("{}, in the login conversation: {}. The hub took the connection and fell "
                            "silent{}. Log: {}",
-                           head, reason, attempt.morePatience, attempt.logFile);
-    return fmt::format("{}, while the session was set up: {}. Log: {}", head, reason, attempt.logFile);
+                           head, reason, attempt.morePatience, log);
+    return fmt::format("{}, while the session was set up: {}. Log: {}", head, reason, log);
 }
 
 } // namespace tivra_tools

@@ -13,7 +13,6 @@ struct Counters {
     std::atomic<std::uint64_t> imageParts{0};
     std::atomic<std::uint64_t> answers{0};
     std::atomic<std::uint64_t> outputDropped{0};   ///< messages that the output was too slow for
-    std::atomic<std::uint64_t> sequenceGaps{0};    ///< messages that --sequence-field says are missing
     std::atomic<std::int64_t> firstNanoseconds{0}; ///< steady time of the first message, 0 for none
     std::atomic<std::int64_t> lastNanoseconds{0};
 };

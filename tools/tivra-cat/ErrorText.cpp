@@ -6,6 +6,9 @@ namespace tivra_cat {
 
 namespace {
 
+/// The library's own status of a request whose hub was lost.
+constexpr int kLostBeforeAnswer = -997;
+
 std::string hostsTried(const Options& options) {
     std::string text = join(options.hosts);
     if (!options.backups.empty())
@@ -27,6 +30,8 @@ Failure startFailure(const Options& options, const std::string& reason,
                      const std::string& logFile) {
     tivra_tools::StartAttempt attempt;
     attempt.hosts = hostsTried(options);
+    attempt.addresses = options.hosts;
+    attempt.addresses.insert(attempt.addresses.end(), options.backups.begin(), options.backups.end());
     attempt.user = options.user;
     attempt.asksForCompression = options.compression.value_or(true);
     attempt.seconds = seconds;
@@ -39,7 +44,11 @@ Failure startFailure(const Options& options, const std::string& reason,
 }
 
 std::string describe(const Refusal& refusal) {
-    return fmt::format("{}: refused: {} {}", refusal.target, refusal.code, refusal.text);
+    if (refusal.code == kLostBeforeAnswer)
+        return fmt::format("{}: no answer: {} {}", refusal.target, refusal.code, refusal.text);
+    return fmt::format("{}: {}refused: {} {}", refusal.target,
+                       refusal.hasStood ? "was granted before the interruption, and is now " : "",
+                       refusal.code, refusal.text);
 }
 
 } // namespace tivra_cat

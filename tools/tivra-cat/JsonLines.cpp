@@ -54,9 +54,13 @@ void JsonLines::add(const Record& record, std::string& out) {
         line["permission"] = record.permission;
     if (record.tag != 0)
         line["tag"] = record.tag;
+    if (!record.identifier.empty())
+        line["identifier"] = record.identifier;
+    if (!record.command.empty())
+        line["command"] = record.command;
     if (record.isAnswer()) {
         line["status"] = record.statusCode;
-        line["statusText"] = record.statusText;
+        line["name"] = record.statusText;
     }
     if (!record.alternates.empty()) {
         Json& alternates = line["alternates"] = Json::object();

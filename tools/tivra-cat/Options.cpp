@@ -4,6 +4,7 @@
 #include "ExitCode.h"
 
 #include "common/HostAddress.h"
+#include "common/ParseFailure.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -21,7 +22,7 @@ constexpr const char* kFooter =
 --config reads any of the long options from an INI or TOML file, such as host=["10.1.2.3:4567"].
 
 Exit codes: 0 ended as asked, 1 internal error, 2 wrong usage, 3 no hub could be reached,
-4 login refused, 5 a request was refused, 6 no answer in time, 7 messages were lost,
+4 login refused, 5 a request was refused, 6 no answer in time, 7 something is or may be missing,
 8 the output cannot be written or served, 130 interrupted before the session or the answer was complete.)";
 
 /// What CLI11 fills before it is checked and turned into Options.
@@ -153,6 +154,9 @@ void declareLimits(CLI::App& app, Options& options) {
     app.add_option("--sequence-field", options.sequenceField,
                    "field that counts up by one from message to message; gaps count as lost")
         ->group(group);
+    app.add_flag("--strict", options.isStrict,
+                 "end with code 7 at once when a hub is lost, a sequence has a hole or data is dropped")
+        ->group(group);
 }
 
 void declareEngine(CLI::App& app, Options& options) {
@@ -169,7 +173,11 @@ void declareEngine(CLI::App& app, Options& options) {
         ->group(group);
     app.add_option("--queue-size", options.queueMegabytes, "receive queue per hub in megabytes")
         ->group(group);
-    addSwitch(app, "--watchlist", options.watchlist, "keep subscriptions and send them again after a loss")
+    addSwitch(app, "--watchlist,!--no-watchlist", options.watchlist,
+              "keep requests and send them again after a loss (default)")
+        ->group(group);
+    addSwitch(app, "--hold-reads", options.holdReads,
+              "have a compressed connection wait when the receive queue is full, in place of losing it")
         ->group(group);
     app.add_option("--conflation-type", options.conflationType,
                    "1 trade-safe, 3 just in time, 4 just in time by interval")
@@ -200,6 +208,18 @@ void declareEngine(CLI::App& app, Options& options) {
                    "base name of the library's log; default in the state directory")
         ->group(group);
     app.add_flag("--debug", options.isDebug, "write the library's debug lines into its log")->group(group);
+}
+
+/// What "list WHAT" knows.
+std::vector<std::string> listNames() {
+    constexpr std::string_view PREFIX = "list ";
+    std::vector<std::string> names;
+    for (const CommandTraits& traits : kCommands) {
+        const std::string_view name = traits.name;
+        if (name.substr(0, PREFIX.size()) == PREFIX)
+            names.emplace_back(name.substr(PREFIX.size()));
+    }
+    return names;
 }
 
 void declareCommands(CLI::App& app, Options& options, RawOptions& raw) {
@@ -262,7 +282,8 @@ void declareCommands(CLI::App& app, Options& options, RawOptions& raw) {
         const CommandTraits* traits = findList(raw.listWhat);
         if (traits == nullptr)
             throw Failure(ExitCode::Usage,
-                          fmt::format("there is no list of \"{}\"; see tivra-cat list --help", raw.listWhat));
+                          fmt::format("there is no list of \"{}\"{} (see tivra-cat list --help)",
+                                      raw.listWhat, tivra_tools::suggestion(raw.listWhat, listNames())));
         options.command = traits->command;
     });
 }
@@ -346,7 +367,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
             app.exit(error);
             return std::nullopt;
         }
-        throw Failure(ExitCode::Usage, fmt::format("{}; see tivra-cat --help", error.what()));
+        throw Failure(ExitCode::Usage,
+                      fmt::format("{} (see tivra-cat --help)", tivra_tools::parseFailureText(app, error)));
     }
     complete(options, raw);
     return options;

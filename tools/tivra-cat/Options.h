@@ -47,6 +47,7 @@ struct Options {
     std::string statsFile;                     ///< replaced at each interval; empty for standard error
     std::string statsListen;                   ///< "address:port" to serve them at, empty for none
     tivra::StatisticsText::Labels statsLabels; ///< of the forms for machines
+    bool isStrict = false;                     ///< ends at the first incident
     std::string sequenceField; ///< name or number of a field that counts up by one per message
 
     std::optional<bool> compression;
@@ -54,7 +55,8 @@ struct Options {
     std::optional<long> maxUserThreads;
     std::optional<long> maxHubThreads;
     std::optional<long> queueMegabytes;
-    std::optional<bool> watchlist;
+    std::optional<bool> watchlist; ///< unlike the library it is on unless it is said otherwise
+    std::optional<bool> holdReads;
     std::optional<long> conflationType;
     std::optional<long> conflationInterval;
     std::optional<long> jitThreshold;

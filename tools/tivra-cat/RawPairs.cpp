@@ -25,6 +25,8 @@ void RawPairs::add(const Record& record, std::string& out) {
         pair(out, tivra::SYMBOL_TICKER, printable(record.symbol));
     if (record.tag != 0)
         pair(out, kTagToken, std::to_string(record.tag));
+    if (!record.command.empty())
+        pair(out, kCommandToken, record.command);
     if (record.isAnswer())
         pair(out, kStatusToken, std::to_string(record.statusCode));
     for (const Field& field : record.fields)

@@ -55,10 +55,21 @@ void Receiver::onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::T
     const std::int64_t tag = record.tag;
     const int code = record.statusCode;
     const std::string text = record.statusText;
+    std::string target;
+    if (const std::optional<Asked> asked = m_book.asked(tag)) {
+        target = asked->target;
+        record.command = asked->command;
+        record.identifier = asked->identifier;
+        if (record.symbol.empty())
+            record.symbol = asked->symbol;
+        if (record.source == 0 && m_settings.splitsHeader)
+            record.source = asked->source;
+    }
     // The record first: once the last answer is known the main thread may end the output.
     if (m_settings.copiesMessages)
         push(std::move(record));
-    m_book.answer(tag, code, text);
+    if (m_book.answer(tag, code, text))
+        m_incidents.standingRequestEnded(target);
     m_wakeup.notify();
 }
 
@@ -101,8 +112,7 @@ Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
             continue;
         const FieldCatalog::Entry& entry = m_catalog.entryOf(token, reader);
         if (entry.isSequence && !record.isAnswer())
-            increment(m_counters.sequenceGaps,
-                      m_sequence.missingBefore(record.source, reader.getValueAsInteger()));
+            noteSequence(record.source, reader.getValueAsInteger());
         if (!entry.isSelected)
             continue;
         const tivra::ValueTypes valueType = reader.getValueType();
@@ -138,11 +148,20 @@ void Receiver::checkSequence(const tivra::MessageEvent& event) {
     tivra::MessageReader& reader = event.getReader();
     for (int token = reader.next(); token != tivra::MessageReader::END_OF_MESSAGE; token = reader.next()) {
         if (m_catalog.entryOf(token, reader).isSequence) {
-            increment(m_counters.sequenceGaps,
-                      m_sequence.missingBefore(event.getSource(), reader.getValueAsInteger()));
+            noteSequence(event.getSource(), reader.getValueAsInteger());
             return;
         }
     }
+}
+
+void Receiver::noteSequence(int source, std::int64_t number) {
+    const std::optional<SequenceCheck::Break> found = m_sequence.look(source, number);
+    if (!found)
+        return;
+    if (found->isRestart())
+        m_incidents.restart(source, found->after, found->before);
+    else
+        m_incidents.hole(source, found->after, found->before, found->missing());
 }
 
 void Receiver::push(Record&& record) {

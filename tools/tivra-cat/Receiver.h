@@ -2,6 +2,7 @@
 
 #include "Counters.h"
 #include "FieldCatalog.h"
+#include "Incidents.h"
 #include "RecordQueue.h"
 #include "Recorder.h"
 #include "RequestBook.h"
@@ -26,13 +27,15 @@ public:
     };
 
     Receiver(const Settings& settings, FieldCatalog& catalog, SequenceCheck& sequence, RecordQueue& queue,
-             RequestBook& book, Counters& counters, const Wakeup& wakeup, Recorder* recorder)
+             RequestBook& book, Counters& counters, Incidents& incidents, const Wakeup& wakeup,
+             Recorder* recorder)
         : m_settings(settings)
         , m_catalog(catalog)
         , m_sequence(sequence)
         , m_queue(queue)
         , m_book(book)
         , m_counters(counters)
+        , m_incidents(incidents)
         , m_wakeup(wakeup)
         , m_recorder(recorder) {}
 
@@ -53,6 +56,7 @@ private:
     Record copy(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
     void addHeader(Record& record, const tivra::MessageEvent& event) const;
     void checkSequence(const tivra::MessageEvent& event);
+    void noteSequence(int source, std::int64_t number);
     void push(Record&& record);
 
     const Settings m_settings;
@@ -61,6 +65,7 @@ private:
     RecordQueue& m_queue;
     RequestBook& m_book;
     Counters& m_counters;
+    Incidents& m_incidents;
     const Wakeup& m_wakeup;
     Recorder* const m_recorder; ///< null when nothing is recorded
     std::atomic<std::uint64_t> m_claimed{0};

@@ -33,6 +33,8 @@ struct Record {
     std::int64_t tag = 0;
     int statusCode = 0;
     std::string statusText;
+    std::string command;    ///< of an answer: what was asked for
+    std::string identifier; ///< of an answer: "CUSIP 459200101", when no symbol was named
     std::string symbol;
     std::vector<Field> fields;
     std::vector<Alternate> alternates;
@@ -48,6 +50,7 @@ struct Record {
 /// The fields that a Record keeps apart, beside source and symbol.
 inline constexpr int kPermissionToken = 3;
 inline constexpr int kTagToken = 5026;
+inline constexpr int kCommandToken = 5022;
 inline constexpr int kStatusToken = 5001;
 
 } // namespace tivra_cat

@@ -13,6 +13,8 @@ namespace {
 
 /// Bytes of bodies that may wait, however few messages they are.
 constexpr std::size_t kMaxWaiting = std::size_t{64} << 20;
+/// Notes that may wait beside them: a disk that takes nothing makes no more of them than that.
+constexpr std::size_t kMaxWaitingNotes = 10000;
 /// What a file that is cut off can lack at most.
 constexpr std::chrono::seconds kFlushInterval{1};
 
@@ -49,19 +51,43 @@ void Recorder::add(std::string_view body) {
         if (m_isClosed || m_waiting.entries.size() >= m_capacity ||
             m_waiting.bodies.size() + body.size() > kMaxWaiting) {
             m_dropped.fetch_add(1);
+            ++m_droppedSince;
             return;
         }
         wasEmpty = m_waiting.entries.empty();
-        // Read under the lock, so that the times stand in the order of the messages.
-        m_waiting.entries.push_back({presentNanoseconds(), body.size()});
-        m_waiting.bodies += body;
+        noteDropped();
+        append(body);
     }
     if (wasEmpty)
         m_changed.notify_one();
 }
 
+void Recorder::add(const tivra_capture::Note& note) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_isClosed || m_waitingNotes >= kMaxWaitingNotes)
+        return;
+    noteDropped();
+    append(note.body());
+    m_changed.notify_one();
+}
+
+// The time is read under the lock, so that the times stand in the order of the messages.
+void Recorder::append(std::string_view body) {
+    m_waiting.entries.push_back({presentNanoseconds(), body.size()});
+    m_waiting.bodies += body;
+    m_waitingNotes += tivra_capture::isNote(body) ? 1U : 0U;
+}
+
+void Recorder::noteDropped() {
+    if (m_droppedSince > 0)
+        append(tivra_capture::Note{"dropped", {{"messages", std::to_string(m_droppedSince)}}}.body());
+    m_droppedSince = 0;
+}
+
 void Recorder::close() {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_isClosed)
+        noteDropped();
     m_isClosed = true;
     m_changed.notify_one();
 }
@@ -99,13 +125,16 @@ bool Recorder::take(Batch& batch) {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_changed.wait_for(lock, kFlushInterval, [this] { return m_isClosed || !m_waiting.entries.empty(); });
     std::swap(batch, m_waiting);
+    m_waitingNotes = 0;
     return !batch.entries.empty() || !m_isClosed;
 }
 
 void Recorder::write(const Batch& batch) {
     std::string_view rest = batch.bodies;
     for (const Batch::Entry& entry : batch.entries) {
-        m_writer.add({entry.nanoseconds, rest.substr(0, entry.length)});
+        const std::string_view body = rest.substr(0, entry.length);
+        m_writer.add({entry.nanoseconds, body});
+        m_notes += tivra_capture::isNote(body) ? 1U : 0U;
         rest.remove_prefix(entry.length);
     }
 }

@@ -2,6 +2,7 @@
 
 #include "Wakeup.h"
 
+#include <capture/CaptureNote.h>
 #include <capture/CaptureWriter.h>
 
 #include <atomic>
@@ -29,6 +30,8 @@ public:
 
     /// Notes a message with the present time; it is counted as dropped when there is no room. @thread user
     void add(std::string_view body);
+    /// The same for a note, which takes no room that a message could have had. @thread user
+    void add(const tivra_capture::Note& note);
     /// Takes nothing more; what waits is written and the file ended. @thread application
     void close();
 
@@ -39,7 +42,7 @@ public:
     [[nodiscard]] const std::string& error() const { return m_error; }
     [[nodiscard]] std::uint64_t dropped() const { return m_dropped.load(); }
     /// Messages in the file; complete once it is finished.
-    [[nodiscard]] std::uint64_t written() const { return m_writer.messages(); }
+    [[nodiscard]] std::uint64_t written() const { return m_writer.messages() - m_notes; }
 
 private:
     /// Messages one behind the other, their lengths and times beside them.
@@ -52,6 +55,10 @@ private:
         std::string bodies;
     };
 
+    /// Puts a body behind the others. m_mutex is held.
+    void append(std::string_view body);
+    /// Notes what was dropped since the last that was taken. m_mutex is held.
+    void noteDropped();
     void run();
     void writeAll();
     [[nodiscard]] bool take(Batch& batch);
@@ -60,10 +67,13 @@ private:
     const std::size_t m_capacity;
     const Wakeup& m_wakeup;
     tivra_capture::CaptureWriter m_writer;
-    std::mutex m_mutex; ///< guards the next three
+    std::mutex m_mutex; ///< guards the next five
     std::condition_variable m_changed;
     Batch m_waiting;
     bool m_isClosed = false;
+    std::uint64_t m_droppedSince = 0; ///< messages, since the last that was taken
+    std::size_t m_waitingNotes = 0;
+    std::uint64_t m_notes = 0; ///< in the file; the recorder's thread
     std::atomic<std::uint64_t> m_dropped{0};
     std::string m_error;
     std::atomic<bool> m_hasFailed{false};

@@ -26,6 +26,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kLook{100};
 constexpr std::chrono::milliseconds kProgressInterval{500};
+/// A little longer than from one statistics event to the next.
+constexpr std::chrono::milliseconds kStatisticsPatience{1300};
 /// Further refusals are only counted.
 constexpr std::size_t kMaxRefusalsShown = 20;
 constexpr std::size_t kMaxOpenNamed = 5;
@@ -67,6 +69,14 @@ std::unique_ptr<OutputFormat> makeFormat(const Options& options, const FieldSele
     return std::make_unique<TableRows>(settings, selection);
 }
 
+SessionWatch::Settings watchSettings(const Options& options) {
+    SessionWatch::Settings settings;
+    settings.forMachines = options.statsForm != StatisticsForm::Text || !options.statsListen.empty();
+    settings.labels = options.statsLabels;
+    settings.losesHubsWhenFull = options.compression.value_or(true) && !options.holdReads.value_or(false);
+    return settings;
+}
+
 } // namespace
 
 Run::Run(const Options& options, std::string logFile)
@@ -79,17 +89,17 @@ Run::Run(const Options& options, std::string logFile)
     , m_sequence(options.sequenceField)
     , m_catalog(m_selection, m_sequence)
     , m_queue(options.bufferSize)
-    , m_watch(m_wakeup, options.statsForm != StatisticsForm::Text || !options.statsListen.empty(),
-              options.statsLabels)
+    , m_recorder(options.recordFile.empty()
+                     ? nullptr
+                     : std::make_unique<Recorder>(options.recordFile, options.bufferSize, m_wakeup))
+    , m_incidents(m_wakeup, m_recorder.get())
+    , m_watch(m_wakeup, m_incidents, watchSettings(options))
     , m_statisticsFile(options.statsFile)
     , m_statisticsServer(options.statsListen.empty()
                              ? nullptr
                              : std::make_unique<StatisticsServer>(options.statsListen, m_watch))
-    , m_recorder(options.recordFile.empty()
-                     ? nullptr
-                     : std::make_unique<Recorder>(options.recordFile, options.bufferSize, m_wakeup))
     , m_receiver({!options.isQuiet, traitsOf(options.command).carriesSymbol, options.count}, m_catalog,
-                 m_sequence, m_queue, m_book, m_counters, m_wakeup, m_recorder.get())
+                 m_sequence, m_queue, m_book, m_counters, m_incidents, m_wakeup, m_recorder.get())
     , m_begin(Clock::now()) {}
 
 Run::~Run() = default;
@@ -104,6 +114,8 @@ ExitCode Run::execute(const std::string& password) {
     m_lastStatistics = m_begin;
     subscriber.send(m_book);
     const End end = follow(writer);
+    waitForStatistics();
+    m_incidents.endCounting();
     subscriber.stop();
     waitForOutput(writer);
     return conclude(end, writer);
@@ -160,6 +172,8 @@ bool Run::isOver(const Writer& writer, End& end) {
         end = End::Signal;
     else if (writer.error() != 0 || (m_recorder != nullptr && m_recorder->hasFailed()))
         end = End::Output;
+    else if (m_options.isStrict && isIncomplete())
+        end = End::Strict;
     else if (m_receiver.isLimitReached())
         end = End::Count;
     else if (requests.refused == requests.sent)
@@ -173,6 +187,19 @@ bool Run::isOver(const Writer& writer, End& end) {
     else
         return false;
     return true;
+}
+
+bool Run::isIncomplete() const {
+    return m_counters.outputDropped > 0 || (m_recorder != nullptr && m_recorder->dropped() > 0) ||
+           m_incidents.totals().isIncomplete();
+}
+
+/// The library counts once a second: what was dropped after that belongs into the summary too.
+void Run::waitForStatistics() {
+    const auto deadline = Clock::now() + kStatisticsPatience;
+    const int before = m_signals.count();
+    while (m_isStream && m_watch.mayLackDrops() && Clock::now() < deadline && m_signals.count() == before)
+        m_signals.wait(kLook);
 }
 
 void Run::waitForOutput(const Writer& writer) {
@@ -191,13 +218,7 @@ void Run::waitForOutput(const Writer& writer) {
 void Run::report() {
     for (const std::string& notice : m_watch.takeNotices())
         m_console.line(notice);
-    for (const Refusal& refusal : m_book.takeRefusals()) {
-        if (m_refusalsShown < kMaxRefusalsShown)
-            m_console.line(describe(refusal));
-        else if (m_refusalsShown == kMaxRefusalsShown)
-            m_console.line("further refusals are only counted");
-        ++m_refusalsShown;
-    }
+    reportRefusals();
     const bool isLate = m_options.timeoutSeconds > 0.0 && secondsSince(m_begin) >= m_options.timeoutSeconds;
     if (isLate && !m_saidTimeout && m_book.totals().open() > 0) {
         m_saidTimeout = true;
@@ -205,6 +226,16 @@ void Run::report() {
             fmt::format("no answer within {} s from {} to {} requests: {}. --timeout gives them longer",
                         m_options.timeoutSeconds, join(m_options.hosts), m_book.totals().open(),
                         join(m_book.openTargets(kMaxOpenNamed))));
+    }
+}
+
+void Run::reportRefusals() {
+    for (const Refusal& refusal : m_book.takeRefusals()) {
+        if (m_refusalsShown < kMaxRefusalsShown)
+            m_console.line(describe(refusal));
+        else if (m_refusalsShown == kMaxRefusalsShown)
+            m_console.line("further refusals are only counted");
+        ++m_refusalsShown;
     }
 }
 
@@ -244,16 +275,7 @@ void Run::writeStatistics(const std::string& text) {
 
 ExitCode Run::conclude(End end, const Writer& writer) {
     const RequestBook::Totals requests = m_book.totals();
-    const SessionWatch::Statistics statistics = m_watch.statistics();
-    const std::vector<std::string> unseen = m_catalog.unseen();
-    if (!unseen.empty() && !m_options.isQuiet && m_counters.received > 0)
-        m_console.line(fmt::format("no message had the field {}", join(unseen)));
-    if (m_options.showsSummary) {
-        m_console.line(receivedText(m_counters));
-        m_console.line(outcomeText(m_counters, requests, statistics));
-    }
-    if (m_recorder != nullptr)
-        reportRecording();
+    reportSummary();
     if (writer.error() != 0) {
         if (writer.error() != EPIPE) // a reader that has seen enough is no news
             m_console.line(fmt::format("cannot write the output: {}", std::strerror(writer.error())));
@@ -261,14 +283,33 @@ ExitCode Run::conclude(End end, const Writer& writer) {
     }
     if (m_saidFileError || (m_recorder != nullptr && m_recorder->hasFailed()))
         return ExitCode::OutputFailed;
+    if (end == End::Strict) {
+        const std::string first = m_incidents.first();
+        m_console.line(fmt::format("ended by --strict: {}",
+                                   first.empty() ? "the output, or the disk, was too slow" : first));
+        return ExitCode::Lost;
+    }
     if (end == End::Signal && !m_isStream)
         return ExitCode::Interrupted;
     if (end == End::Timeout || m_saidTimeout)
         return ExitCode::NoAnswer;
     if (requests.refused > 0)
         return ExitCode::RequestRefused;
-    const bool isIncomplete = m_recorder != nullptr && m_recorder->dropped() > 0;
-    return isIncomplete || hasLosses(m_counters, statistics) ? ExitCode::Lost : ExitCode::Ended;
+    return isIncomplete() ? ExitCode::Lost : ExitCode::Ended;
+}
+
+void Run::reportSummary() {
+    const std::vector<std::string> unseen = m_catalog.unseen();
+    if (!unseen.empty() && !m_options.isQuiet && m_counters.received > 0)
+        m_console.line(fmt::format("no message had the field {}", join(unseen)));
+    if (m_options.showsSummary) {
+        const Incidents::Totals incidents = m_incidents.totals();
+        m_console.line(receivedText(m_counters));
+        m_console.line(outcomeText(m_counters, m_book.totals(), incidents));
+        m_console.line(incidentsText(incidents));
+    }
+    if (m_recorder != nullptr)
+        reportRecording();
 }
 
 void Run::reportRecording() {

@@ -5,6 +5,7 @@
 #include "ExitCode.h"
 #include "FieldCatalog.h"
 #include "FieldSelection.h"
+#include "Incidents.h"
 #include "Options.h"
 #include "Receiver.h"
 #include "RecordQueue.h"
@@ -36,15 +37,19 @@ public:
     [[nodiscard]] ExitCode execute(const std::string& password);
 
 private:
-    enum class End { AllAnswered, AllRefused, Count, Duration, Signal, Timeout, Output };
+    enum class End { AllAnswered, AllRefused, Count, Duration, Signal, Timeout, Output, Strict };
     using Clock = std::chrono::steady_clock;
 
     void start(Subscriber& subscriber);
     [[nodiscard]] End follow(const Writer& writer);
     [[nodiscard]] bool isOver(const Writer& writer, End& end);
+    [[nodiscard]] bool isIncomplete() const;
+    void waitForStatistics();
     void waitForOutput(const Writer& writer);
     void reportRecording();
     void report();
+    void reportSummary();
+    void reportRefusals();
     void showProgress();
     void showStatistics();
     void writeStatistics(const std::string& text);
@@ -63,10 +68,11 @@ private:
     RecordQueue m_queue;
     RequestBook m_book;
     Counters m_counters;
+    const std::unique_ptr<Recorder> m_recorder; ///< null when nothing is recorded
+    Incidents m_incidents;
     SessionWatch m_watch;
     StatisticsFile m_statisticsFile;
     const std::unique_ptr<StatisticsServer> m_statisticsServer; ///< null when nobody is served
-    const std::unique_ptr<Recorder> m_recorder;                 ///< null when nothing is recorded
     Receiver m_receiver;
     Clock::time_point m_begin; ///< of the phase that progress and limits count from
     Clock::time_point m_lastProgress{};

@@ -11,6 +11,8 @@ constexpr std::size_t kMaxNotices = 100;
 
 std::string describe(const tivra::SessionEvent& event) {
     switch (event.getType()) {
+    case tivra::SessionEvent::TIVRA_SESSION_ESTABLISHED:
+        return "session: all hubs are ready again";
     case tivra::SessionEvent::TIVRA_SESSION_UNAVAILABLE:
         return "session: no hub is ready";
     case tivra::SessionEvent::TIVRA_SESSION_RECOVERY:
@@ -37,19 +39,66 @@ std::string describe(const tivra::SessionEvent& event) {
 } // namespace
 
 void SessionWatch::onSessionEvent(const tivra::SessionEvent& event) {
-    if (event.getType() == tivra::SessionEvent::TIVRA_SESSION_ESTABLISHED) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_wasEstablished)
-            notice("session: all hubs are ready again");
+    using Event = tivra::SessionEvent;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (event.getType() == Event::TIVRA_SESSION_ESTABLISHED && !m_wasEstablished) {
         m_wasEstablished = true;
+        m_state = event.getType();
         return;
     }
-    std::string text = describe(event);
-    if (text.empty())
+    if (!m_wasEstablished)
         return;
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_wasEstablished)
+    std::string text = describe(event);
+    switch (event.getType()) {
+    case Event::TIVRA_SESSION_ESTABLISHED:
+    case Event::TIVRA_SESSION_RECOVERY:
+    case Event::TIVRA_SESSION_UNAVAILABLE:
+        enter(event.getType(), std::move(text));
+        return;
+    case Event::TIVRA_SESSION_RECOVERY_SOURCES:
+    case Event::TIVRA_SESSION_AVAILABLE_SOURCES:
+        noteSource(event);
+        break;
+    case Event::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD:
+    case Event::TIVRA_SESSION_RECEIVE_QUEUE_BELOW_THRESHOLD:
+        noteDepth(event.getType() == Event::TIVRA_SESSION_RECEIVE_QUEUE_ABOVE_THRESHOLD);
+        break;
+    default:
+        break;
+    }
+    if (!text.empty())
         notice(std::move(text));
+}
+
+void SessionWatch::enter(State state, std::string text) {
+    using Event = tivra::SessionEvent;
+    const bool isLoss =
+        state == Event::TIVRA_SESSION_UNAVAILABLE ||
+        (state == Event::TIVRA_SESSION_RECOVERY && m_state == Event::TIVRA_SESSION_ESTABLISHED);
+    m_state = state;
+    if (isLoss) {
+        const bool isReset = m_isDeep && m_settings.losesHubsWhenFull;
+        if (isReset)
+            text += ", since the receive queue was full";
+        m_mayLackDrops = true;
+        m_isDeep = false;
+        m_incidents.hubLost(text, isReset);
+    } else if (state == Event::TIVRA_SESSION_ESTABLISHED) {
+        m_incidents.hubsRestored(text);
+    }
+    notice(std::move(text));
+}
+
+void SessionWatch::noteSource(const tivra::SessionEvent& event) {
+    if (event.getType() == tivra::SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES)
+        m_incidents.sourceLost(event.getSourceID());
+    else
+        m_incidents.sourceRestored(event.getSourceID());
+}
+
+void SessionWatch::noteDepth(bool isDeep) {
+    m_isDeep = isDeep;
+    m_mayLackDrops = m_mayLackDrops || isDeep;
 }
 
 void SessionWatch::onUserEvent(const tivra::UserEvent& event) {
@@ -69,14 +118,18 @@ void SessionWatch::onStatisticsEvent(const tivra::StatisticsEvent& event) {
         statistics[i] = event.getStat(static_cast<tivra::StatisticsEvent::StatsTypes>(i));
     std::string json;
     std::string openMetrics;
-    if (m_forMachines) {
-        json = tivra::StatisticsText::json(event, m_labels) + "\n";
-        openMetrics = tivra::StatisticsText::openMetrics(event, m_labels);
+    if (m_settings.forMachines) {
+        json = tivra::StatisticsText::json(event, m_settings.labels) + "\n";
+        openMetrics = tivra::StatisticsText::openMetrics(event, m_settings.labels);
     }
+    m_incidents.dropped(statistics[tivra::StatisticsEvent::DROP],
+                        statistics[tivra::StatisticsEvent::HUB_DROP]);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_statistics = statistics;
     m_json = std::move(json);
     m_openMetrics = std::move(openMetrics);
+    m_mayLackDrops = m_isDeep;
+    m_wakeup.notify();
 }
 
 std::optional<tivra_tools::LoginRefusal> SessionWatch::loginRefusal() const {
@@ -94,6 +147,11 @@ std::vector<std::string> SessionWatch::takeNotices() {
 SessionWatch::Statistics SessionWatch::statistics() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_statistics;
+}
+
+bool SessionWatch::mayLackDrops() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_mayLackDrops;
 }
 
 std::string SessionWatch::machineStatistics(StatisticsForm form) const {

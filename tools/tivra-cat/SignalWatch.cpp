@@ -11,6 +11,12 @@
 
 namespace tivra_cat {
 
+namespace {
+
+constexpr std::chrono::milliseconds kSameSignal{300};
+
+} // namespace
+
 SignalWatch::SignalWatch(const Wakeup& wakeup) : m_wakeup(wakeup) {
     sigset_t signals;
     sigemptyset(&signals);
@@ -33,7 +39,15 @@ void SignalWatch::wait(std::chrono::milliseconds atMost) {
     m_wakeup.clear();
     signalfd_siginfo info{};
     while (read(m_fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info))
-        ++m_count;
+        note(std::chrono::steady_clock::now());
+}
+
+void SignalWatch::note(std::chrono::steady_clock::time_point now) {
+    if (m_count == 0)
+        m_first = now;
+    else if (now - m_first < kSameSignal)
+        return;
+    ++m_count;
 }
 
 } // namespace tivra_cat

@@ -17,13 +17,17 @@ public:
 
     /// Waits for a signal, the wakeup or the time, whichever comes first.
     void wait(std::chrono::milliseconds atMost);
-    /// How many signals have come in all.
+    /// How many signals have come in all. What comes within 300 ms of the first is that one again: timeout(1)
+    /// sends one to its child and one to the child's group.
     [[nodiscard]] int count() const { return m_count; }
 
 private:
+    void note(std::chrono::steady_clock::time_point now);
+
     const Wakeup& m_wakeup;
     int m_fd;
     int m_count = 0;
+    std::chrono::steady_clock::time_point m_first; ///< when the first came
 };
 
 } // namespace tivra_cat

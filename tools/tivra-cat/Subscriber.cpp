@@ -2,8 +2,7 @@
 
 #include "CommandTable.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
 #include <charconv>
 
 namespace tivra_cat {
@@ -29,6 +28,20 @@ void addToken(tivra::Request& request, const std::string& token) {
         request.add(tivra::KVN_TOKEN_NAME, token);
 }
 
+Asked askedOf(const Target* target, const char* command) {
+    Asked asked;
+    asked.command = asked.target = command;
+    if (target == nullptr)
+        return asked;
+    asked.source = std::max(target->source, 0);
+    if (target->kind == tivra::SYMBOL_TICKER)
+        asked.symbol = target->symbol;
+    else
+        asked.identifier = Target{-1, target->symbol, target->kind}.name();
+    asked.target += " " + target->name();
+    return asked;
+}
+
 } // namespace
 
 Subscriber::Subscriber(const Options& options, const std::string& password, const std::string& logFile,
@@ -49,7 +62,10 @@ void Subscriber::configure(const Options& options) {
     apply(session, SessionConfig::MULTITHREADED_API_CONNECTIONS_BOOL, options.isMultithreaded);
     apply(session, SessionConfig::MAX_USER_THREADS_LONG, options.maxUserThreads);
     apply(session, SessionConfig::MAX_HUB_THREADS_LONG, options.maxHubThreads);
-    apply(session, SessionConfig::WATCHLIST_BOOL, options.watchlist);
+    // What stands comes back after an interruption unless it isn't wanted.
+    session.set(SessionConfig::WATCHLIST_BOOL, options.watchlist.value_or(true));
+    session.set(SessionConfig::END_LOST_REQUESTS_BOOL, true);
+    apply(session, SessionConfig::HOLD_READS_BOOL, options.holdReads);
     tivra::ConnectionConfig& connections = m_session.getConnectionConfig();
     apply(connections, HostConfig::COMPRESSION_BOOL, options.compression);
     apply(connections, HostConfig::QUEUE_SIZE_LONG, options.queueMegabytes);
@@ -86,8 +102,7 @@ void Subscriber::sendTo(const Target* target, RequestBook& book) {
     for (const std::string& token : m_options.tokens)
         addToken(request, token);
     const std::int64_t tag = request.generateTag();
-    book.enter(tag, target == nullptr ? std::string(traits.name)
-                                      : fmt::format("{} {}", traits.name, target->name()));
+    book.enter(tag, askedOf(target, traits.name));
     if (m_session.send(request) == 0)
         book.answer(tag, -1, "the library did not take it; its log says why");
     m_session.freeRequest(request);

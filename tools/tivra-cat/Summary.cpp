@@ -13,11 +13,6 @@ double ratePerSecond(const Counters& counters) {
     return seconds > 0.0 ? static_cast<double>(counters.received - 1) / seconds : 0.0;
 }
 
-bool hasLosses(const Counters& counters, const SessionWatch::Statistics& statistics) {
-    return counters.outputDropped > 0 || counters.sequenceGaps > 0 ||
-           statistics[tivra::StatisticsEvent::DROP] > 0;
-}
-
 std::string receivedText(const Counters& counters) {
     return fmt::format("received {} messages ({} updates, {} refreshes, {} image parts) in {:.3f} s, {:.0f} "
                        "messages/s",
@@ -26,13 +21,22 @@ std::string receivedText(const Counters& counters) {
 }
 
 std::string outcomeText(const Counters& counters, const RequestBook::Totals& requests,
-                        const SessionWatch::Statistics& statistics) {
+                        const Incidents::Totals& incidents) {
+    const bool isUnknown = incidents.interruptions + incidents.sourceLosses > 0;
+    return fmt::format("{} requests: {} answered, {} refused, {} open; lost {}{} (output {}, sequence {}, "
+                       "receive queue {} bytes, hubs {} bytes)",
+                       requests.sent, requests.answered, requests.refused, requests.open(),
+                       counters.outputDropped + incidents.missing,
+                       isUnknown ? " and what came while a hub was away" : "", counters.outputDropped.load(),
+                       incidents.missing, incidents.queueBytes, incidents.hubBytes);
+}
+
+std::string incidentsText(const Incidents::Totals& incidents) {
     return fmt::format(
-        "{} requests: {} answered, {} refused, {} open; lost {} (output {}, sequence {}, receive "
-        "queue {} bytes)",
-        requests.sent, requests.answered, requests.refused, requests.open(),
-        counters.outputDropped + counters.sequenceGaps, counters.outputDropped.load(),
-        counters.sequenceGaps.load(), statistics[tivra::StatisticsEvent::DROP]);
+        "{} interruptions ({} by a full receive queue, {} sources lost); {} holes in sequences, "
+        "{} restarts of them",
+        incidents.interruptions, incidents.resets, incidents.sourceLosses, incidents.holes,
+        incidents.restarts);
 }
 
 std::string statisticsText(const SessionWatch::Statistics& statistics) {

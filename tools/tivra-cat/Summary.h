@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Counters.h"
+#include "Incidents.h"
 #include "RequestBook.h"
 #include "SessionWatch.h"
 
@@ -14,16 +15,15 @@ namespace tivra_cat {
 /// Seconds between the first message and the last.
 [[nodiscard]] double secondsOfData(const Counters& counters);
 
-/// What was lost on the way, as far as it can be known: messages that the output or --sequence-field miss,
-/// and bytes that the receive queue dropped.
-[[nodiscard]] bool hasLosses(const Counters& counters, const SessionWatch::Statistics& statistics);
-
 /// "received 40000 messages (...) in 0.1 s, 312000 messages/s".
 [[nodiscard]] std::string receivedText(const Counters& counters);
 
 /// "4 requests: 4 answered, 0 refused, 0 open; lost 0 (...)".
 [[nodiscard]] std::string outcomeText(const Counters& counters, const RequestBook::Totals& requests,
-                                      const SessionWatch::Statistics& statistics);
+                                      const Incidents::Totals& incidents);
+
+/// "1 interruptions (0 by a full receive queue, 2 sources lost), 0 holes in sequences, 0 restarts of them".
+[[nodiscard]] std::string incidentsText(const Incidents::Totals& incidents);
 
 /// The session's counters as a line of --stats.
 [[nodiscard]] std::string statisticsText(const SessionWatch::Statistics& statistics);

@@ -1,4 +1,6 @@
 #include "Options.h"
+
+#include "common/ParseFailure.h"
 #include "tivra_sim/HubGroup.h"
 
 #include <algorithm>
@@ -202,7 +204,11 @@ int main(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? ENDED : BAD_CONFIGURATION;
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        std::cerr << "tivra-hub: " << tivra_tools::parseFailureText(app, error) << " (see tivra-hub --help)"
+                  << std::endl;
+        return BAD_CONFIGURATION;
     }
     try {
         return run(options);

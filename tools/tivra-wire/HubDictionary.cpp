@@ -98,6 +98,7 @@ private:
     [[nodiscard]] std::string startError(const std::string& reason) const {
         tivra_tools::StartAttempt attempt;
         attempt.hosts = m_options.host;
+        attempt.addresses = {m_options.host};
         attempt.user = m_options.user;
         attempt.asksForCompression = m_options.hasCompression;
         attempt.seconds = std::chrono::duration<double>(Clock::now() - m_begin).count();

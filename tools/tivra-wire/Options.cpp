@@ -3,6 +3,7 @@
 #include "ExitCode.h"
 
 #include "common/HostAddress.h"
+#include "common/ParseFailure.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -140,7 +141,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
         app.exit(success);
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::Usage, fmt::format("{} (try tivra-wire --help)", error.what()));
+        throw Failure(ExitCode::Usage,
+                      fmt::format("{} (see tivra-wire --help)", tivra_tools::parseFailureText(app, error)));
     }
     if (!from.empty())
         options.from = kForms.at(from);
