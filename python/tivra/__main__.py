@@ -170,6 +170,8 @@ def _report(writer: SplitWriter, recording: Recording, dictionary: Dictionary | 
         print(f"{part.path}: {part.rows} rows")
     if not writer.parts:
         print(f"no rows: none of {recording.messages} messages was wanted, so that no file was written")
+    if recording.repeated:
+        print(f"{recording.repeated} values were left out: their message had one of the same field before")
     if recording.gaps:
         print(f"{len(recording.gaps)} gaps were noted when it was recorded:")
         for gap in recording.gaps:

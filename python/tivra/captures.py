@@ -50,6 +50,8 @@ class Recording(Iterator[Batch]):
         self.path = path
         self.gaps: list[Gap] = []
         """All that is known to be missing, as far as the file was read."""
+        self.repeated = 0
+        """Values that were left out so far because their message had one of the same field before."""
         self._batches = batches
         self._interruption: dict[str, Any] | None = None
         self._is_judged = False
@@ -80,7 +82,9 @@ class Recording(Iterator[Batch]):
         if item is None:
             self._end()
             raise StopIteration
-        return Batch(item[0], self._gaps_of(item[1]))
+        batch = Batch(item[0], self._gaps_of(item[1]))
+        self.repeated += batch.repeated
+        return batch
 
     def _end(self) -> None:
         if self._is_judged:

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace tivra_python {
 
@@ -35,7 +36,8 @@ void setValue(RowBuilder& rows, int column, const KVNAPI::TVPair& pair) {
 } // namespace
 
 BodyDecoder::BodyDecoder(FieldDictionary& dictionary, const std::vector<const MetaToken*>& fields)
-    : m_tag(dictionary.find("QUERY.TAG"))
+    : m_dictionary(dictionary)
+    , m_tag(dictionary.find("QUERY.TAG"))
     , m_status(dictionary.find("ENUM.QUERY.STATUS"))
     , m_columns(kSmall, kNone)
     , m_parser(KVNAPI::Parser::alloc("kvn", &dictionary.map(), 0)) {
@@ -52,6 +54,8 @@ BodyDecoder::BodyDecoder(FieldDictionary& dictionary, const std::vector<const Me
             m_otherColumns.emplace(fields[i]->kvnid, column);
         if (name == "PERMISSION")
             m_permission = column;
+        else if (name == kDeletedFields)
+            m_deleted = column;
         else if (name == "REFRESH")
             m_refresh = column;
         else if (name == "PART.CODE")
@@ -122,10 +126,27 @@ void BodyDecoder::addHead(const SourceMessage& message, bool isAfterGap, RowBuil
     rows.begin(head);
 }
 
-void BodyDecoder::addFields(RowBuilder& rows) const {
-    for (int i = 0; i < m_message.pairCount(); ++i)
-        if (const int column = columnOf(*m_message.tokenOf(i)); column != kNone)
+void BodyDecoder::addFields(RowBuilder& rows) {
+    m_deletedNames.clear();
+    for (int i = 0; i < m_message.pairCount(); ++i) {
+        const int column = columnOf(*m_message.tokenOf(i));
+        if (column == kNone)
+            continue;
+        if (column == m_deleted)
+            addDeleted(m_message.readPair(i).i);
+        else
             setValue(rows, column, m_message.readPair(i));
+    }
+    if (!m_deletedNames.empty())
+        rows.set(static_cast<std::size_t>(m_deleted), std::string_view(m_deletedNames));
+}
+
+void BodyDecoder::addDeleted(std::int64_t number) {
+    const tivra_internal::MetaToken* const field = number > 0 && number <= std::numeric_limits<int>::max()
+                                                       ? m_dictionary.known(static_cast<int>(number))
+                                                       : nullptr;
+    m_deletedNames.append(m_deletedNames.empty() ? "" : ",")
+        .append(field != nullptr ? field->getTokenName() : std::to_string(number));
 }
 
 void BodyDecoder::addLifted(RowBuilder& rows) const {

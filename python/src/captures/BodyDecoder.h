@@ -9,6 +9,7 @@
 #include <kvnparse/Parser.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -40,14 +41,17 @@ private:
     [[nodiscard]] int columnOf(const KVNAPI::Token& token) const;
     [[nodiscard]] const KVNAPI::Message* parse(std::string_view body);
     void addHead(const SourceMessage& message, bool isAfterGap, RowBuilder& rows) const;
-    void addFields(RowBuilder& rows) const;
+    void addFields(RowBuilder& rows);
+    void addDeleted(std::int64_t number);
     void addLifted(RowBuilder& rows) const;
 
+    FieldDictionary& m_dictionary;
     const tivra_internal::MetaToken* m_tag;
     const tivra_internal::MetaToken* m_status;
     std::vector<int> m_columns; ///< by the number of the field, for the small ones
     std::unordered_map<int, int> m_otherColumns;
     /// Columns of what the parser takes out of the fields.
+    int m_deleted = kNone;
     int m_permission = kNone;
     int m_refresh = kNone;
     int m_partCode = kNone;
@@ -55,6 +59,7 @@ private:
     std::unique_ptr<KVNAPI::Parser> m_parser;
     KVNAPI::Message m_message;
     std::string m_frame;
+    std::string m_deletedNames; ///< of the present message
 };
 
 } // namespace tivra_python

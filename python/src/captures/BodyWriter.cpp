@@ -2,6 +2,7 @@
 
 #include "captures/FileFault.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 
@@ -152,6 +153,15 @@ void BodyWriter::put(int number, std::int64_t value) {
     put(number, std::string_view(std::to_string(value)));
 }
 
+/// A number without a value takes the last one away.
+void BodyWriter::putDeleted(std::string_view names) {
+    while (!names.empty()) {
+        const std::string_view name = names.substr(0, names.find(','));
+        names.remove_prefix(std::min(names.size(), name.size() + 1));
+        put(numberOf(name), std::string_view());
+    }
+}
+
 void BodyWriter::put(const Field& field, std::int64_t row) {
     switch (field.cells.kind()) {
     case ArrowCells::Kind::Double: {
@@ -162,7 +172,10 @@ void BodyWriter::put(const Field& field, std::int64_t row) {
         break;
     }
     case ArrowCells::Kind::Text:
-        put(field.number, field.cells.text(row));
+        if (field.cells.name() == kDeletedFields)
+            putDeleted(field.cells.text(row));
+        else
+            put(field.number, field.cells.text(row));
         break;
     case ArrowCells::Kind::Time:
         put(field.number, std::string_view(secondsText(field.cells.integer(row))));

@@ -42,6 +42,7 @@ private:
     void addRow(const Head& head, const std::vector<Field>& fields, std::int64_t row);
     void put(int number, std::string_view value);
     void put(int number, std::int64_t value);
+    void putDeleted(std::string_view names);
     void put(const Field& field, std::int64_t row);
 
     FieldDictionary m_dictionary;

@@ -13,6 +13,7 @@
 
 #include <feed.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <string>
@@ -68,6 +69,13 @@ std::vector<std::string> captureFields(const std::string& path, const FieldRows&
         if (field != nullptr && !BodyDecoder::isOfHead(*field))
             names.emplace_back(field->name);
     }
+    const auto isNumber = [&dictionary](int number) {
+        const tivra_internal::MetaToken* const field = dictionary.findOrAdd(number);
+        return field != nullptr && field->storage != KVNAPI::Token::TY_STRING;
+    };
+    const bool isDeleted = std::any_of(scan.emptied().begin(), scan.emptied().end(), isNumber);
+    if (isDeleted && std::find(names.begin(), names.end(), kDeletedFields) == names.end())
+        names.emplace_back(kDeletedFields);
     return names;
 }
 

@@ -34,11 +34,15 @@ const MetaToken* FieldDictionary::find(const std::string& nameOrNumber) {
     return error == std::errc{} && stop == end && number > 0 ? findOrAdd(number) : nullptr;
 }
 
-const MetaToken* FieldDictionary::findOrAdd(int number) {
-    if (m_map.lookupTokenViaNum(number) == nullptr)
-        static_cast<void>(add({number, std::to_string(number), "STRING"}));
+const MetaToken* FieldDictionary::known(int number) const {
     const KVNAPI::Token* const token = m_map.lookupTokenViaNum(number);
     return token != nullptr ? MetaToken::cast(token) : nullptr;
+}
+
+const MetaToken* FieldDictionary::findOrAdd(int number) {
+    if (known(number) == nullptr)
+        static_cast<void>(add({number, std::to_string(number), "STRING"}));
+    return known(number);
 }
 
 bool FieldDictionary::add(const DictionaryField& field) {
@@ -51,7 +55,7 @@ bool FieldDictionary::add(const DictionaryField& field) {
 }
 
 ColumnType columnTypeOf(const MetaToken& field) noexcept {
-    if (field.storage == KVNAPI::Token::TY_STRING)
+    if (field.storage == KVNAPI::Token::TY_STRING || field.getTokenName() == kDeletedFields)
         return ColumnType::Text;
     if (field.storage == KVNAPI::Token::TY_INT)
         return ColumnType::Int64;

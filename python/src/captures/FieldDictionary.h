@@ -27,6 +27,8 @@ public:
     [[nodiscard]] tivra_internal::MetaTokenMap& map() noexcept { return m_map; }
     /// The field of that name, or findOrAdd() of that number for a text of digits; null when there is none.
     [[nodiscard]] const tivra_internal::MetaToken* find(const std::string& nameOrNumber);
+    /// The field of that number; null when there is none.
+    [[nodiscard]] const tivra_internal::MetaToken* known(int number) const;
     /// The field of that number. One that isn't known is taken for a text, which is called by its number;
     /// null when there is no room for it.
     const tivra_internal::MetaToken* findOrAdd(int number);
@@ -36,6 +38,9 @@ private:
 
     tivra_internal::MetaTokenMap m_map;
 };
+
+/// The column of the names of those fields that a message takes the value away from, with "," between them.
+inline constexpr const char* kDeletedFields = "TOKEN.DEL";
 
 /// What a column of that field holds.
 [[nodiscard]] ColumnType columnTypeOf(const tivra_internal::MetaToken& field) noexcept;

@@ -19,14 +19,17 @@ public:
 
     /// The numbers of the fields, in ascending order.
     [[nodiscard]] const std::set<int>& numbers() const noexcept { return m_numbers; }
+    /// Those that came without a value, which takes the last one of a number away.
+    [[nodiscard]] const std::set<int>& emptied() const noexcept { return m_emptied; }
     /// Whether there were more than kMaxFields.
     [[nodiscard]] bool isOverflown() const noexcept { return m_isOverflown; }
 
 private:
-    void note(int number);
+    void note(int number, bool isEmpty);
 
     std::vector<bool> m_isKnown; ///< of the small numbers, which are nearly all
     std::set<int> m_numbers;
+    std::set<int> m_emptied;
     bool m_isOverflown = false;
 };
 
