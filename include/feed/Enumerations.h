@@ -18,16 +18,16 @@ namespace tivra {
 
 class Snapshot;
 
-/// What the numbers of enumerated fields stand for, as the dictionary of a hub has it: that "ENUM.TRADING.STATUS" 3 is
-/// "HALTED", for example. Got from Feed::enumerations; a value that may be kept, and whose copies share their
-/// texts. A hub that comes back with another dictionary changes nothing in it.
+/// What the numbers of enumerated fields stand for, as the dictionary of a hub has it: that
+/// "ENUM.TRADING.STATUS" 3 is "HALTED", for example. Got from Feed::enumerations; a value that may be kept,
+/// and whose copies share their texts. A hub that comes back with another dictionary changes nothing in it.
 /// @thread any
 class TIVRA_API Enumerations {
 public:
     /// One that knows nothing.
     Enumerations();
-    /// Out of the answers to Feed::list of ListOf::Fields and of ListOf::Enumerations: for who doesn't want to
-    /// wait in Feed::enumerations. Records that aren't what such an answer has are left out.
+    /// Out of the answers to Feed::list of ListOf::Fields and of ListOf::Enumerations: for who doesn't want
+    /// to wait in Feed::enumerations. Records that aren't what such an answer has are left out.
     Enumerations(const Snapshot& fields, const Snapshot& values);
     /// Moving copies, so that one that was moved from still knows what it did.
     Enumerations(const Enumerations&) = default;
