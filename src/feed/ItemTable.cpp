@@ -1,16 +1,21 @@
 #include "feed/ItemTable.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tivra_internal {
 namespace {
 
 constexpr std::size_t kFirstSize = 64;
+/// How full the table may get, and is after it has grown, in percent. There may be a million slots of 64
+/// bytes, so it grows by a third of itself and not by the whole.
+constexpr std::size_t kFullest = 80;
+constexpr std::size_t kAfterGrowth = 60;
 
 } // namespace
 
 const ItemTable::Slot& ItemTable::set(int source, std::string_view symbol, Items items) {
-    if (4 * (m_count + 1) > 3 * m_slots.size())
+    if (100 * (m_count + 1) > kFullest * m_slots.size())
         grow();
     const Key key(source, symbol);
     Slot& slot = m_slots[placeOf(key, symbol)];
@@ -69,10 +74,7 @@ void ItemTable::rebuild(Predicate&& isStaying) {
             slot = Slot();
         else if (slot.m_item != nullptr)
             ++m_count;
-    std::size_t size = kFirstSize;
-    while (3 * size < 8 * (m_count + 1))
-        size *= 2;
-    std::vector<Slot> old(size);
+    std::vector<Slot> old(std::max(kFirstSize, 100 * (m_count + 1) / kAfterGrowth));
     old.swap(m_slots);
     for (Slot& slot : old)
         if (slot.m_item != nullptr) {

@@ -121,13 +121,13 @@ private:
     }
     /// Where it stands, or the empty slot where it would.
     [[nodiscard]] std::size_t placeOf(const Key& key, std::string_view symbol) const noexcept {
-        const std::size_t mask = m_slots.size() - 1;
-        std::size_t place = key.hash() & mask;
+        std::size_t place =
+            (key.hash() >> 32) * m_slots.size() >> 32; // even over all slots, without a division
         while (m_slots[place].m_item != nullptr) {
             const Slot& slot = m_slots[place];
             if (slot.m_key == key && (key.isWhole() || slot.m_rare->symbol == symbol))
                 break;
-            place = (place + 1) & mask;
+            place = place + 1 != m_slots.size() ? place + 1 : 0;
         }
         return place;
     }
@@ -135,7 +135,7 @@ private:
     template<class Predicate>
     void rebuild(Predicate&& isStaying);
 
-    std::vector<Slot> m_slots; ///< a power of two of them, three quarters full at most
+    std::vector<Slot> m_slots; ///< four fifths full at most, and fewer than 2^32
     std::size_t m_count = 0;
 };
 
