@@ -91,6 +91,8 @@ public:
 
     /// Whether the socket refused more bytes, and whether it is watched for room.
     bool isBlocked = false;
+    /// Bytes of a playback that were left out since it read too slowly.
+    std::uint64_t droppedBytes = 0;
     bool isWatchedForRoom = false;
     /// Whether its stream has been ended, so that nothing more is sent.
     bool isHalfClosed = false;

@@ -117,7 +117,7 @@ Playback readPlayback(const json& value, const std::string& where, Playback play
           [&](const json& v, const std::string& w) { playback.startWhenSubscriptions = count(v, w); }},
          {"maxEvents", [&](const json& v, const std::string& w) { playback.maxEvents = count(v, w); }},
          {"repeat", [&](const json& v,
-                        const std::string& w) { playback.repeat = static_cast<unsigned>(intOf(v, w, 1)); }},
+                        const std::string& w) { playback.repeat = static_cast<unsigned>(intOf(v, w, 0)); }},
          {"midnight", [&](const json& v, const std::string& w) {
               playback.midnight = integerOf(v, w, 0, 253402300799);
           }}});

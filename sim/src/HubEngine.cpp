@@ -458,6 +458,11 @@ void HubEngine::publish() {
     statistics.playbackEvents = m_playback.eventsPlayed();
     statistics.playbackSent = m_sent.playback;
     statistics.playbackLeftOut = m_playback.leftOut();
+    statistics.playbackDropped = m_playback.dropped().messages;
+    statistics.playbackDroppedBytes = m_playback.dropped().bytes;
+    statistics.slowClients = m_playback.dropped().clients;
+    statistics.playbackSeconds = m_playback.secondsPlayed(Clock::now());
+    statistics.playbackLateness = m_playback.lateness();
     statistics.playbackFinished = m_playback.isPlayedOut() && drained;
     statistics.playbackRunning = m_playback.isRunning() || (m_playback.isPlayedOut() && !drained);
     if (m_published == statistics)

@@ -126,11 +126,24 @@ std::size_t HubEngine::pushHeartbeat() {
     return publishRecord(record.body(), FrameKind::System);
 }
 
+/// What was dropped for a client is told to that one alone.
 std::size_t HubEngine::pushHubStatus() {
-    Record record(SYSTEM_SOURCE, HUB_STATUS_SYMBOL);
-    record.add(token::DROPPED_BYTES, static_cast<long long>(m_droppedBytes))
-        .add(token::IDLE_COUNT, static_cast<long long>(m_idleCount));
-    return publishRecord(record.body(), FrameKind::System);
+    const auto status = [this](std::uint64_t dropped) {
+        Record record(SYSTEM_SOURCE, HUB_STATUS_SYMBOL);
+        record
+            .add(token::DROPPED_BYTES,
+                 static_cast<long long>(m_droppedBytes) + static_cast<long long>(dropped))
+            .add(token::IDLE_COUNT, static_cast<long long>(m_idleCount));
+        return record.body();
+    };
+    SymbolEntry& entry = m_state.model.findOrAdd(SYSTEM_SOURCE, HUB_STATUS_SYMBOL);
+    HubModel::settle(entry);
+    HubModel::store(entry, status(0));
+    for (Connection* subscriber : entry.subscribers) {
+        const std::string body = status(subscriber->droppedBytes);
+        subscriber->update(entry, body, encodeFrame(body), FrameKind::System);
+    }
+    return entry.subscribers.size();
 }
 
 void HubEngine::setHubStatus(std::int64_t droppedBytes, std::int64_t idleCount) {

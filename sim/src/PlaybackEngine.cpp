@@ -30,7 +30,14 @@ void PlaybackEngine::start(Clock::time_point now) {
     m_isPlayedOut = !m_isRunning;
     m_next = 0;
     m_round = 0;
-    m_roundStart = now;
+    m_roundStart = m_start = now;
+    m_lateness = 0.0;
+}
+
+double PlaybackEngine::secondsPlayed(Clock::time_point now) const {
+    if (!m_hasStarted)
+        return 0.0;
+    return std::chrono::duration<double>((m_isPlayedOut ? m_end : now) - m_start).count();
 }
 
 void PlaybackEngine::startIfWanted(std::size_t subscriptions, Clock::time_point now) {
@@ -55,12 +62,16 @@ PlaybackEngine::Next PlaybackEngine::step(Clock::time_point now) {
     const std::size_t stop = std::min(events.size(), m_next + kBatch);
     for (; m_next < stop; ++m_next) {
         const TapeEvent& event = events[m_next];
-        if (m_playback.factor > 0.0 && dueTime(event) > now) {
-            m_resumeAt = dueTime(event);
-            return Next::AtTime;
+        if (m_playback.factor > 0.0) {
+            const Clock::time_point due = dueTime(event);
+            if (due > now) {
+                m_resumeAt = due;
+                return Next::AtTime;
+            }
+            m_lateness = std::max(m_lateness, std::chrono::duration<double>(now - due).count());
         }
         SymbolEntry& entry = *m_entries[event.symbol];
-        if (!hasRoom(entry))
+        if (!m_playback.dropsForSlow && !hasRoom(entry))
             return Next::WhenDrained;
         if (event.isForeign)
             HubModel::store(entry, event.body());
@@ -71,16 +82,28 @@ PlaybackEngine::Next PlaybackEngine::step(Clock::time_point now) {
     }
     if (m_next < events.size())
         return Next::Now;
-    if (++m_round < m_playback.repeat) {
-        for (SymbolEntry* entry : m_entries)
-            HubModel::settle(*entry);
-        m_next = 0;
-        m_roundStart = now;
+    if (goRound(now))
         return Next::Now;
-    }
     m_isRunning = false;
     m_isPlayedOut = true;
+    m_end = now;
     return Next::Idle;
+}
+
+/// A load goes on where its round should have ended, so that its rate holds.
+bool PlaybackEngine::goRound(Clock::time_point now) {
+    if (m_playback.repeat != 0 && ++m_round >= m_playback.repeat)
+        return false;
+    for (SymbolEntry* entry : m_entries)
+        HubModel::settle(*entry);
+    m_next = 0;
+    const bool hasPace = m_playback.factor > 0.0 && m_playback.load.symbols > 0;
+    if (hasPace)
+        m_roundStart += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
+            static_cast<double>(m_tape->events().size()) / m_playback.load.rate / m_playback.factor));
+    else
+        m_roundStart = now;
+    return true;
 }
 
 bool PlaybackEngine::hasRoom() const {
@@ -89,15 +112,29 @@ bool PlaybackEngine::hasRoom() const {
 }
 
 bool PlaybackEngine::hasRoom(const SymbolEntry& entry) const {
+    return std::none_of(entry.subscribers.begin(), entry.subscribers.end(),
+                        [this](Connection* subscriber) { return isFull(*subscriber); });
+}
+
+bool PlaybackEngine::isFull(Connection& subscriber) const {
     const std::size_t limit = m_state.model.config().outputLimit;
-    return std::all_of(entry.subscribers.begin(), entry.subscribers.end(), [limit](Connection* subscriber) {
-        return limit == 0 || subscriber->output().pending() < limit;
-    });
+    return limit != 0 && subscriber.output().pending() >= limit;
 }
 
 void PlaybackEngine::send(SymbolEntry& entry, const TapeEvent& event) {
-    for (Connection* subscriber : entry.subscribers)
-        subscriber->update(entry, event.body(), event.frame(), FrameKind::Playback);
+    for (Connection* subscriber : entry.subscribers) {
+        if (m_playback.dropsForSlow && isFull(*subscriber))
+            drop(*subscriber, event);
+        else
+            subscriber->update(entry, event.body(), event.frame(), FrameKind::Playback);
+    }
+}
+
+void PlaybackEngine::drop(Connection& subscriber, const TapeEvent& event) {
+    m_dropped.clients += subscriber.droppedBytes == 0 ? 1U : 0U;
+    subscriber.droppedBytes += event.length;
+    ++m_dropped.messages;
+    m_dropped.bytes += event.length;
 }
 
 } // namespace tivra_sim

@@ -38,11 +38,25 @@ public:
     [[nodiscard]] bool isRunning() const { return m_isRunning; }
     [[nodiscard]] bool isPlayedOut() const { return m_isPlayedOut; }
     [[nodiscard]] std::uint64_t eventsPlayed() const { return m_eventsPlayed; }
+    /// What was left out for clients that read too slowly.
+    struct Dropped {
+        std::uint64_t messages = 0;
+        std::uint64_t bytes = 0;
+        std::size_t clients = 0;
+    };
+    [[nodiscard]] const Dropped& dropped() const { return m_dropped; }
+    /// Seconds from the start to the end, or to `now`.
+    [[nodiscard]] double secondsPlayed(Clock::time_point now) const;
+    /// Seconds that an event was played after its time, at the most.
+    [[nodiscard]] double lateness() const { return m_lateness; }
     [[nodiscard]] std::uint64_t leftOut() const { return isLoaded() ? m_tape->leftOut() : 0; }
 
 private:
     [[nodiscard]] bool hasRoom(const SymbolEntry& entry) const;
     void send(SymbolEntry& entry, const TapeEvent& event);
+    void drop(Connection& subscriber, const TapeEvent& event);
+    [[nodiscard]] bool isFull(Connection& subscriber) const;
+    [[nodiscard]] bool goRound(Clock::time_point now);
     [[nodiscard]] Clock::time_point dueTime(const TapeEvent& event) const;
 
     HubState& m_state;
@@ -58,6 +72,10 @@ private:
     unsigned m_round = 0;
     Clock::time_point m_roundStart{};
     Clock::time_point m_resumeAt{};
+    Clock::time_point m_start{};
+    Clock::time_point m_end{};
+    double m_lateness = 0.0;
+    Dropped m_dropped;
     std::uint64_t m_eventsPlayed = 0;
 };
 

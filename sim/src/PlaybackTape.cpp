@@ -1,5 +1,7 @@
 #include "PlaybackTape.h"
 
+#include "LoadMix.h"
+
 #include "tivra_sim/TradingDay.h"
 
 #include <algorithm>
@@ -22,7 +24,9 @@ double toNumber(std::string_view text) {
 } // namespace
 
 PlaybackTape::PlaybackTape(const Playback& playback) {
-    if (playback.bodies)
+    if (playback.load.symbols > 0)
+        recordLoad(playback);
+    else if (playback.bodies)
         recordBodies(playback);
     else
         recordDay(playback);
@@ -57,6 +61,19 @@ void PlaybackTape::recordBodies(const Playback& playback) {
         taped.isForeign = true;
         taped.symbol = symbolNumber({static_cast<int>(source), std::string(symbol)});
         taped.milliseconds = message.milliseconds;
+        keep(taped, encodeFrame(message.body));
+    }
+}
+
+void PlaybackTape::recordLoad(const Playback& playback) {
+    LoadMix mix(playback);
+    for (std::size_t i = 0; i < mix.count(); ++i) {
+        const LoadMix::Message& message = mix.next();
+        TapeEvent taped;
+        taped.symbol = symbolNumber({playback.source, mix.symbolName(message.symbol)});
+        taped.milliseconds = message.milliseconds;
+        taped.isTrade = !message.isQuote;
+        taped.hasBid = taped.hasAsk = message.isQuote;
         keep(taped, encodeFrame(message.body));
     }
 }

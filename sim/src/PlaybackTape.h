@@ -56,6 +56,7 @@ public:
 private:
     void recordDay(const Playback& playback);
     void recordBodies(const Playback& playback);
+    void recordLoad(const Playback& playback);
     [[nodiscard]] std::uint32_t symbolNumber(TapeSymbol symbol);
     void keep(TapeEvent event, std::string_view frame);
 

@@ -170,6 +170,54 @@ TEST(Playback, BodiesOfYourOwnGoOutUnchangedInTheirOrderAtTheirPace) {
     EXPECT_THAT(client.ask("5022=QuerySnap|4=7|5=NEW|5026=31").at(0), HasSubstr("|101=2"));
 }
 
+/// 20 symbols of 200,000 messages a second, of which a client may leave 100,000 bytes unread.
+HubConfig loadConfig() {
+    HubConfig config = playbackConfig("", 40);
+    config.playback.load = {20, 200000.0, 50};
+    config.playback.factor = 1.0;
+    config.playback.repeat = 0;
+    config.playback.dropsForSlow = true;
+    config.outputLimit = 100000;
+    return config;
+}
+
+TEST(Load, ASlowClientLosesWhatIsCountedAndHoldsUpNobody) {
+    StartedHub hub(loadConfig());
+    LoggedIn fast(hub);
+    LoggedIn slow(hub);
+    slow.ask("5022=Subscribe|4=922|5=.HUB.STATUS|5026=31");
+    for (LoggedIn* client : {&slow, &fast})
+        client->send("5022=Subscribe|4=100|5026=30");
+    // One reads as fast as it can until the other has lost something.
+    while (hub.statistics().playbackDropped < 100)
+        ASSERT_FALSE(fast.readSome().empty());
+    hub.stopPlayback();
+    const HubStatistics total = hub.statistics();
+    EXPECT_GE(total.slowClients, 1U);
+    EXPECT_GT(total.playbackDroppedBytes, total.playbackDropped * 40);
+    // The one that has lost hears how much.
+    hub.pushHubStatus(0, 0);
+    std::string body;
+    while (body.find("5=.HUB.STATUS") == std::string::npos)
+        body = nextUpdate(slow);
+    EXPECT_GT(std::stoul(std::string(findValue(body, token::DROPPED_BYTES))), 0U) << body;
+}
+
+TEST(Load, RoundsFollowEachOtherAtTheRate) {
+    HubConfig config = loadConfig();
+    config.playback.startWhenSubscriptions = 1;
+    config.playback.load.rate = 50000.0;
+    config.outputLimit = 0;
+    StartedHub hub(config);
+    LoggedIn client(hub);
+    const auto begin = std::chrono::steady_clock::now();
+    client.send("5022=Subscribe|4=100|5026=30");
+    // A round is a second's messages.
+    while (hub.statistics().playbackEvents < 75000)
+        ASSERT_FALSE(client.readSome().empty());
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 1450ms);
+}
+
 TEST(Playback, AFileThatIsNoTradingDayIsRefusedWithItsLine) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"1000,A,Q,1,1,,,,,K,1\n", ":2: a line must have 12 columns"},

@@ -3,6 +3,8 @@
 #include "tivra_sim/GroupConfig.h"
 #include <tivra_testkit/RawClient.h>
 
+#include <csignal>
+
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -72,6 +74,31 @@ TEST_F(HubProgram, AGroupPrintsItsConfigurationAsAFileCanHaveIt) {
     EXPECT_EQ(run("tivra-hub --print-config --group " TIVRA_GROUP_FILE), 0);
     const tivra_sim::GroupConfig read = tivra_sim::GroupConfig::fromJson(tool->output());
     EXPECT_EQ(read.toJson(tivra_sim::HubConfig::Passwords::Hide) + "\n", tool->output());
+}
+
+TEST_F(HubProgram, LoadIsAMixThatEveryMessageOfWhichCanBeReadAndItsSummarySaysWhatItCost) {
+    start("tivra-hub --load 50:20000:10");
+    const std::unique_ptr<Process> hubProgram = std::move(tool);
+    dial(listeningAt(*hubProgram));
+    ASSERT_EQ(run("tivra-cat $AT -o json -n 3000 --sequence-field 30 subscribe -s 100"), 0) << tool->error();
+    std::size_t quotes = 0;
+    std::size_t trades = 0;
+    std::size_t wide = 0;
+    std::size_t texts = 0;
+    for (const nlohmann::json& line : jsonLines(tool->output())) {
+        quotes += line["fields"].contains("BID") ? 1U : 0U;
+        trades += line["fields"].contains("TRADE.PRICE") ? 1U : 0U;
+        wide += line["fields"].contains("BID") && line["fields"].contains("TRADE.PRICE") ? 1U : 0U;
+        texts += line["fields"].contains("SYMBOL.NAME") ? 1U : 0U;
+    }
+    EXPECT_GT(quotes, 2000U);
+    EXPECT_GT(trades, 400U);
+    EXPECT_GT(wide, 50U);
+    EXPECT_GT(texts, 3U);
+    hubProgram->signal(SIGTERM);
+    EXPECT_EQ(hubProgram->waitForEnd(), 0);
+    EXPECT_THAT(hubProgram->output(),
+                AllOf(HasSubstr(" of 20000 wanted"), HasSubstr("0 of 1 clients were slow")));
 }
 
 } // namespace

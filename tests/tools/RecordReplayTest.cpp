@@ -151,6 +151,27 @@ TEST_F(RecordReplay, PaceIsThatOfTheCaptureTimesTheFactorAndTheOrderStays) {
     }
 }
 
+TEST_F(RecordReplay, PieceOfACaptureIsPlayedAgainAndAgainToAllWhoAsk) {
+    {
+        tivra_capture::CaptureWriter writer(directory + "/first");
+        for (int i = 0; i < 6; ++i)
+            writer.add({1700000000000000000 + i * 100000000LL, "4=100|5=IBM|30=" + std::to_string(i)});
+        writer.finish();
+    }
+    start("tivra-hub --replay first --replay-from 0.15 --replay-to 0.35 --loop --factor 10");
+    replayer = std::move(tool);
+    dial(listeningAt(*replayer));
+    for (const char* reader : {"first reader", "second reader"}) {
+        SCOPED_TRACE(reader);
+        ASSERT_EQ(run("tivra-cat $AT -o raw -n 5 subscribe 100:IBM"), 0) << tool->error();
+        for (const char* number : {"30=2\n", "30=3\n"})
+            EXPECT_THAT(tool->output(), HasSubstr(number));
+        for (const char* number : {"30=1\n", "30=4\n"})
+            EXPECT_THAT(tool->output(), testing::Not(HasSubstr(number)));
+    }
+    stopReplay();
+}
+
 TEST_F(RecordReplay, CaptureOfASlowDiskLacksCountedMessagesAndTheRestIsWhole) {
     constexpr std::size_t kCount = 4000;
     const int pipe = makePipe("pipe");

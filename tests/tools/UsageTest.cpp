@@ -73,6 +73,12 @@ TEST_F(Usage, OfTivraHub) {
                    {"--group /no/such/group.json", 2, "/no/such/group.json"},
                    {"--group " TIVRA_GROUP_FILE " --port 1", 2, "excludes"},
                    {"--bind nowhere", 3, "\"nowhere\""},
+                   {"--load 10", 2, "SYMBOLS:RATE"},
+                   {"--load 0:5", 2, "SYMBOLS:RATE"},
+                   {"--load 10:5:0", 2, "SYMBOLS:RATE"},
+                   {"--load 10:nan", 2, "SYMBOLS:RATE"},
+                   {"--load 9:9 --replay broken", 2, "excludes"},
+                   {"--drop-slow -f " TIVRA_SAMPLE_DAY, 2, "--drop-slow needs a pace"},
                    {"--start-when 0", 2, "--start-when"},
                    {"--playback /no/such/day", 4, "/no/such/day"},
                    {"--replay broken", 4, "broken: not a capture"}});

@@ -3,9 +3,11 @@
 #include "Replay.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <string_view>
 #include <vector>
 
 using namespace tivra_sim;
@@ -51,6 +53,37 @@ void apply(Target& target, const std::optional<Value>& value) {
         target = *value;
 }
 
+/// A number between two colons, which is taken off the text; false for anything else.
+template<class Number>
+bool takeNumber(std::string_view& text, Number& number) {
+    const std::string_view piece = text.substr(0, text.find(':'));
+    const auto [end, error] = std::from_chars(piece.data(), piece.data() + piece.size(), number);
+    text.remove_prefix(std::min(text.size(), piece.size() + 1));
+    return error == std::errc{} && end == piece.data() + piece.size();
+}
+
+void applyLoad(HubConfig& config, const std::string& text) {
+    constexpr std::size_t MOST_SYMBOLS = 500000;
+    constexpr double FASTEST = 1e8;
+    Load load;
+    std::string_view rest = text;
+    bool isGood = takeNumber(rest, load.symbols) && takeNumber(rest, load.rate);
+    // What comes in a millisecond comes at once: timers are no finer than that on many machines.
+    load.burst = isGood ? static_cast<std::size_t>(std::clamp(load.rate / 1000.0, 1.0, 1e6)) : 1;
+    if (isGood && !rest.empty())
+        isGood = takeNumber(rest, load.burst) && rest.empty() && load.burst > 0;
+    if (!isGood || load.symbols < 1 || load.symbols > MOST_SYMBOLS ||
+        !(load.rate > 0.0 && load.rate <= FASTEST))
+        throw ConfigError("--load \"" + text +
+                          "\": SYMBOLS:RATE or SYMBOLS:RATE:BURST is wanted, with 1 to " +
+                          std::to_string(MOST_SYMBOLS) + " symbols and a rate above 0 and up to 100000000");
+    config.playback.file.clear();
+    config.playback.load = load;
+    config.playback.factor = 1.0;
+    config.playback.repeat = 0;
+    config.playback.dropsForSlow = true;
+}
+
 } // namespace
 
 void declare(CLI::App& app, Options& options) {
@@ -73,6 +106,18 @@ void declare(CLI::App& app, Options& options) {
                    "begin with the first message that came this many seconds after the first")
         ->check(CLI::Range(0.0, 1e9))
         ->needs(replay);
+    app.add_option("--replay-to", options.replayTo,
+                   "end before the first message that came this many seconds after the first")
+        ->check(CLI::Range(0.0, 1e9))
+        ->needs(replay);
+    app.add_option("--load", options.load,
+                   "SYMBOLS:RATE[:BURST]: make messages for so many symbols, LOAD000000 and so on, so many a "
+                   "second, BURST at once")
+        ->excludes(playback)
+        ->excludes(replay);
+    app.add_flag("--drop-slow", options.dropsForSlow,
+                 "leave out for a client what it reads too slowly, and count it, in place of waiting for it; "
+                 "--load does so");
     auto* factor = app.add_option("--factor", options.factor,
                                   "pace of the playback, 1 is the pace of the day, 0 is full speed")
                        ->check(CLI::NonNegativeNumber);
@@ -81,7 +126,9 @@ void declare(CLI::App& app, Options& options) {
                    "start the playback when that many symbols are subscribed; at the first one unless given")
         ->check(CLI::PositiveNumber);
     app.add_option("--max-events", options.maxEvents, "read no more events than this, 0 for all");
-    app.add_option("--repeat", options.repeat, "how often the file is played")->check(CLI::PositiveNumber);
+    auto* repeat = app.add_option("--repeat", options.repeat, "how often the file is played")
+                       ->check(CLI::PositiveNumber);
+    app.add_flag("--loop", options.isEndless, "play it again and again")->excludes(repeat);
     auto* user = app.add_option("-u,--user", options.user,
                                 "the one user that may log in, in place of those configured");
     auto* variable = app.add_option("--password-env", options.passwordVariable,
@@ -126,8 +173,10 @@ HubConfig makeConfig(const Options& options) {
     apply(config.playback.file, options.playbackFile);
     if (!options.replayFile.empty()) {
         config.playback.file.clear();
-        config.playback.bodies = replayOf(options.replayFile, options.replayFrom);
+        config.playback.bodies = replayOf(options.replayFile, options.replayFrom, options.replayTo);
     }
+    if (!options.load.empty())
+        applyLoad(config, options.load);
     apply(config.playback.factor, options.factor);
     if (options.isFullSpeed)
         config.playback.factor = 0.0;
@@ -135,6 +184,11 @@ HubConfig makeConfig(const Options& options) {
     startBySubscriptions(config);
     apply(config.playback.maxEvents, options.maxEvents);
     apply(config.playback.repeat, options.repeat);
+    if (options.isEndless)
+        config.playback.repeat = 0;
+    config.playback.dropsForSlow = config.playback.dropsForSlow || options.dropsForSlow;
+    if (config.playback.dropsForSlow && config.playback.factor <= 0.0)
+        throw ConfigError("--drop-slow needs a pace: at full speed every client is slow; give --factor");
     if (!options.user.empty())
         config.users = {{options.user, readPassword(options), config.boxPermissions, 0}};
     return config;

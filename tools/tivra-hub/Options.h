@@ -21,6 +21,10 @@ struct Options {
     std::optional<std::string> playbackFile;
     std::string replayFile;
     double replayFrom = 0.0;
+    double replayTo = 0.0; ///< 0 for the end
+    std::string load;      ///< SYMBOLS:RATE[:BURST], empty for none
+    bool dropsForSlow = false;
+    bool isEndless = false;
     std::optional<double> factor;
     bool isFullSpeed = false;
     std::optional<std::size_t> startWhen;

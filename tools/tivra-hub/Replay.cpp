@@ -29,18 +29,23 @@ std::int64_t later(std::int64_t time, double seconds) {
 
 } // namespace
 
-std::function<bool(tivra_sim::TimedBody&)> replayOf(const std::string& path, double fromSeconds) {
+std::function<bool(tivra_sim::TimedBody&)> replayOf(const std::string& path, double fromSeconds,
+                                                    double toSeconds) {
     const auto reader = std::make_shared<tivra_capture::CaptureReader>(path);
     if (!reader->isComplete())
         std::cerr << "tivra-hub: the capture " << path << " was cut off; its " << reader->messages()
                   << " whole messages are played" << std::endl;
     const std::int64_t first = reader->blocks().empty() ? 0 : reader->blocks().front().firstNanoseconds;
     const std::int64_t from = later(first, fromSeconds);
+    const std::int64_t to =
+        toSeconds > 0.0 ? later(first, toSeconds) : std::numeric_limits<std::int64_t>::max();
     reader->seek(from);
-    return [reader, first, from, isReached = false](tivra_sim::TimedBody& message) mutable {
+    return [reader, first, from, to, isReached = false](tivra_sim::TimedBody& message) mutable {
         tivra_capture::Message recorded;
         while (reader->next(recorded)) {
             isReached = isReached || recorded.nanoseconds >= from;
+            if (isReached && recorded.nanoseconds >= to)
+                return false;
             if (!isReached || tivra_capture::isNote(recorded.body))
                 continue;
             message.milliseconds = nanosecondsBetween(first, recorded.nanoseconds) / 1e6;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <csignal>
 #include <ctime>
+#include <iomanip>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -42,6 +43,22 @@ void printSummary(const HubStatistics& total) {
               << total.playbackEvents << " events played) in " << total.framesSent << " frames and "
               << total.bytesSent << " bytes; " << total.requests << " requests on " << total.accepted
               << " connections" << std::endl;
+}
+
+/// What a load came to, and what slow clients cost it.
+void printLoad(const HubConfig& config, const HubStatistics& total) {
+    if (config.playback.load.symbols == 0 && !config.playback.dropsForSlow)
+        return;
+    const double seconds = total.playbackSeconds;
+    std::cout << std::fixed << std::setprecision(0)
+              << "load: " << (seconds > 0.0 ? static_cast<double>(total.playbackEvents) / seconds : 0.0)
+              << " messages a second";
+    if (config.playback.load.symbols > 0)
+        std::cout << " of " << config.playback.load.rate * config.playback.factor << " wanted";
+    std::cout << std::setprecision(1) << ", for " << seconds << " s, at most " << total.playbackLateness * 1e3
+              << " ms late; " << total.slowClients << " of " << total.accepted
+              << " clients were slow, for whom " << total.playbackDropped << " messages ("
+              << total.playbackDroppedBytes << " bytes) were left out" << std::endl;
 }
 
 /// What all the hubs together have done.
@@ -141,11 +158,13 @@ int runHub(const Options& options, const sigset_t& signals) {
     printWaiting({&hub});
     const int result = serve({&hub}, options, signals);
     printNothingPlayed({&hub});
+    const HubStatistics atEnd = hub.statistics();
     hub.stop();
     if (const std::uint64_t leftOut = hub.statistics().playbackLeftOut; leftOut > 0)
         std::cerr << "tivra-hub: " << leftOut
                   << " messages of the capture have no symbol or answer a request; they were left out"
                   << std::endl;
+    printLoad(config, atEnd);
     printSummary(hub.statistics());
     return result;
 }

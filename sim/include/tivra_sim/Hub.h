@@ -37,8 +37,13 @@ struct HubStatistics {
         0; ///< events of the file played, whether or not somebody had subscribed them
     std::uint64_t playbackSent = 0;    ///< messages that these made, one per subscriber
     std::uint64_t playbackLeftOut = 0; ///< of Playback::bodies, that nobody can have subscribed
-    bool playbackRunning = false;      ///< started and not yet finished
-    bool playbackFinished = false;     ///< all played, and every byte of it taken by the sockets
+    std::uint64_t playbackDropped = 0; ///< with Playback::dropsForSlow, messages left out for slow clients
+    std::uint64_t playbackDroppedBytes = 0; ///< their bytes
+    std::size_t slowClients = 0;            ///< connections, ever, that some were left out for
+    double playbackSeconds = 0.0;           ///< from its start to its end, or to now
+    double playbackLateness = 0.0;          ///< seconds that an event was played after its time, at the most
+    bool playbackRunning = false;           ///< started and not yet finished
+    bool playbackFinished = false;          ///< all played, and every byte of it taken by the sockets
 
     [[nodiscard]] bool operator==(const HubStatistics& other) const noexcept;
 };

@@ -67,6 +67,13 @@ struct TimedBody {
     std::string_view body;     ///< what goes into the frame; must stay until the next is asked for
 };
 
+/// Messages that a hub makes by itself, to see what a client bears.
+struct Load {
+    std::size_t symbols = 0; ///< LOAD000000 and so on; 0 for no load
+    double rate = 1000.0;    ///< messages per second over all symbols, above 0
+    std::size_t burst = 1;   ///< how many of them come at once
+};
+
 /// Plays the events of a trading-day file, or messages of your own, to whoever subscribes their symbols.
 struct Playback {
     /// A gzipped (or plain) CSV file with the columns
@@ -79,6 +86,12 @@ struct Playback {
     /// without a source and a symbol have no subscribers, and one with a tag answers a request: both are left
     /// out and counted.
     std::function<bool(TimedBody&)> bodies;
+    /// Makes a mix of quotes, trades, records of many fields and long texts in place of a file, at the pace
+    /// of its own rate times `factor`.
+    Load load;
+    /// A client that reads too slowly, so that HubConfig::outputLimit bytes wait for it, doesn't hold up the
+    /// playback: what it can't take is left out for it and counted, and its hub status says how many bytes.
+    bool dropsForSlow = false;
     /// The source on which the symbols of the file are carried.
     int source = 100;
     /// 0 plays at full speed, 1 at the pace of the day, 60 an hour in a minute.
@@ -88,12 +101,12 @@ struct Playback {
     std::size_t startWhenSubscriptions = 0;
     /// Reads no more events than this; 0 reads all.
     std::size_t maxEvents = 0;
-    /// How often the file is played.
+    /// How often the file is played, 0 for ever.
     unsigned repeat = 1;
     /// Midnight of the day in seconds since the Unix epoch. The default is 7 October 2013 in New York.
     std::int64_t midnight = 1381118400;
 
-    [[nodiscard]] bool isWanted() const { return !file.empty() || bodies != nullptr; }
+    [[nodiscard]] bool isWanted() const { return !file.empty() || bodies != nullptr || load.symbols > 0; }
 };
 
 /// Everything that a hub is started with. All fields may be changed before the Hub is made; none has an

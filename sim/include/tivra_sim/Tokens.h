@@ -8,6 +8,7 @@ namespace token {
 inline constexpr int PERMISSION = 3;
 inline constexpr int SOURCE = 4;
 inline constexpr int SYMBOL = 5;
+inline constexpr int SYMBOL_NAME = 6;
 inline constexpr int REFRESH = 24;
 inline constexpr int SEQUENCE = 30;
 inline constexpr int BID = 101;
