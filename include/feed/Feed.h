@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -24,6 +25,7 @@
 #include "feed/SubscriptionGroup.h"
 #include "feed/Update.h"
 #include "feed/UpdateQueue.h"
+#include "feed/Value.h"
 #include "request/Commands.h"
 
 namespace tivra_internal {
@@ -106,6 +108,9 @@ public:
     /// The field with this name, "BID" for example.
     /// @throws Error (UnknownField) when no hub knows it
     Field field(std::string_view name) const;
+    /// The type of the values of a field with this name, by the first hub that has it; nothing when no hub
+    /// that is ready has. Hubs may differ, and a hub may come back with another dictionary.
+    std::optional<Value::Type> typeOf(std::string_view name) const;
 
     /// The present state of a symbol, once.
     /// @throws Error (InvalidArgument) for a symbol or source that can't be asked for; (QueueFull); (Closed).

@@ -42,6 +42,9 @@ struct QueueOptions {
     std::size_t maxUpdates = 100'000;
     /// Bytes that they may take, at least 1. One update is accepted whatever its size.
     std::size_t maxBytes = 64U << 20;
+    /// QueueEvent::time of an update is its Update::receivedAt(), which costs a look at the clock for each,
+    /// and not to about a millisecond.
+    bool exactTimes = false;
 };
 
 /// What a queue hands out: an update, a change of state or a gap of one subscription. Valid during the call

@@ -81,11 +81,15 @@ Field Feed::field(std::string_view name) const {
     // While hubs are away nobody can tell, but for what has been asked before.
     if (const tivra_internal::FieldEntry* const known = registry.fields()->find(name))
         return tivra_internal::FieldTable::fieldOf(*known);
-    if (!registry.isField(name))
+    if (!registry.typeOfField(name))
         throw Error({Error::Code::UnknownField, Error::Phase::Request,
                      "no hub has a field \"" + std::string(name) + "\"", "see the hub's dictionary", "", 0,
                      "", 0});
     return tivra_internal::FieldTable::fieldOf(registry.fields()->intern(name));
+}
+
+std::optional<Value::Type> Feed::typeOf(std::string_view name) const {
+    return impl().registry().typeOfField(name);
 }
 
 Answer Feed::ask(Commands command, const char* what, const Instrument& instrument) {

@@ -367,10 +367,12 @@ void FeedRegistry::unsubscribe(const std::shared_ptr<FeedItem>& item, int64_t ta
             [registry = shared_from_this(), item, tag] { registry->unsubscribe(item, tag); });
 }
 
-bool FeedRegistry::isField(std::string_view name) {
+std::optional<tivra::Value::Type> FeedRegistry::typeOfField(std::string_view name) {
     const tp::MutexLock lock(m_mutex);
-    return std::any_of(m_streams.begin(), m_streams.end(),
-                       [name](FeedStream* stream) { return stream->fields().has(name); });
+    for (FeedStream* stream : m_streams)
+        if (const std::optional<tivra::Value::Type> type = stream->fields().typeOf(name))
+            return type;
+    return std::nullopt;
 }
 
 tivra::FeedStatistics FeedRegistry::statistics() {

@@ -110,8 +110,8 @@ public:
         forgetTag(tag);
         m_later.drop(timeOut);
     }
-    /// Whether any hub has a field of that name.
-    [[nodiscard]] bool isField(std::string_view name) TP_EXCLUDES(m_mutex);
+    /// What a field of that name holds, by the first hub that has one; nothing when none has.
+    [[nodiscard]] std::optional<tivra::Value::Type> typeOfField(std::string_view name) TP_EXCLUDES(m_mutex);
     [[nodiscard]] tivra::FeedStatistics statistics() TP_EXCLUDES(m_mutex);
 
 private:

@@ -23,13 +23,25 @@ using tivra::Value;
     }
 }
 
+[[nodiscard]] Value::Type typeOfToken(const KVNAPI::Token& token) noexcept {
+    switch (token.storage) {
+    case KVNAPI::Token::TY_INT:
+        return Value::Type::Integer;
+    case KVNAPI::Token::TY_DOUBLE:
+        return isTime(MetaToken::cast(&token)->getKVNType()) ? Value::Type::Time : Value::Type::Double;
+    default:
+        return Value::Type::Text;
+    }
+}
+
 } // namespace
 
 HubFields::HubFields(const MetaTokenMap& dictionary, std::shared_ptr<FieldTable> table)
     : m_dictionary(dictionary), m_table(std::move(table)) {}
 
-bool HubFields::has(std::string_view name) const {
-    return m_dictionary.lookupTokenViaName(name) != nullptr;
+std::optional<Value::Type> HubFields::typeOf(std::string_view name) const {
+    const KVNAPI::Token* const token = m_dictionary.lookupTokenViaName(name);
+    return token != nullptr ? std::optional(typeOfToken(*token)) : std::nullopt;
 }
 
 const KVNAPI::Token* HubFields::tokenOf(const FieldEntry& field) {
@@ -61,15 +73,17 @@ void HubFields::forgetMissing() {
 
 Value HubFields::valueOf(const KVNAPI::Message& message, int index) {
     const KVNAPI::TVPair pair = message.readPair(index);
-    switch (pair.token->storage) {
-    case KVNAPI::Token::TY_INT:
+    switch (typeOfToken(*pair.token)) {
+    case Value::Type::Integer:
         return Value::ofInteger(pair.i);
-    case KVNAPI::Token::TY_DOUBLE:
-        return isTime(MetaToken::cast(pair.token)->getKVNType()) ? Value::ofTime(pair.d)
-                                                                 : Value::ofDouble(pair.d);
-    default:
-        return Value::ofText({pair.s.buf, pair.s.len});
+    case Value::Type::Double:
+        return Value::ofDouble(pair.d);
+    case Value::Type::Time:
+        return Value::ofTime(pair.d);
+    case Value::Type::Text:
+        break;
     }
+    return Value::ofText({pair.s.buf, pair.s.len});
 }
 
 } // namespace tivra_internal

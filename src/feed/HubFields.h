@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -18,15 +19,15 @@ namespace tivra_internal {
 class MetaTokenMap;
 
 /// The fields of one hub: which token of its dictionary is which field of the feed. @thread that delivers for
-/// the hub, but for has()
+/// the hub, but for typeOf()
 class HubFields {
 public:
     HubFields(const MetaTokenMap& dictionary, std::shared_ptr<FieldTable> table);
     HubFields(const HubFields&) = delete;
     HubFields& operator=(const HubFields&) = delete;
 
-    /// The hub has a field of that name. @thread any
-    [[nodiscard]] bool has(std::string_view name) const;
+    /// What a field of that name holds; nothing when the hub has none. @thread any
+    [[nodiscard]] std::optional<tivra::Value::Type> typeOf(std::string_view name) const;
     /// The token of a field, null when the hub has none of that name.
     [[nodiscard]] const KVNAPI::Token* tokenOf(const FieldEntry& field);
     [[nodiscard]] const FieldEntry& fieldOf(const KVNAPI::Token& token) {

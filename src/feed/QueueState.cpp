@@ -40,12 +40,16 @@ constexpr const char* kEnded = "the subscription has ended";
     return Kind::Update;
 }
 
-[[nodiscard]] std::unique_ptr<QueueNode> makeUpdate(const UpdateData& data) {
+[[nodiscard]] std::chrono::system_clock::time_point timeOf(const UpdateData& data, bool isExact) {
+    return isExact ? data.update().receivedAt() : toTimePoint(data.subscription->lastUpdate());
+}
+
+[[nodiscard]] std::unique_ptr<QueueNode> makeUpdate(const UpdateData& data, bool hasExactTime) {
     auto node = std::make_unique<QueueNode>();
     node->kind = kindOf(data.kind);
     node->record = RecordData::copyOf(data.message, data.fields);
     node->bytes = sizeof(QueueNode) + RecordData::bytesOf(node->record);
-    node->time = toTimePoint(data.subscription->lastUpdate());
+    node->time = timeOf(data, hasExactTime);
     return node;
 }
 
@@ -114,7 +118,7 @@ QueueLane& QueueState::enter(const tivra::SubscriptionView& subscription) {
 
 void QueueState::push(QueueLane& lane, const UpdateData& data) {
     // What is merged needs no copy as a rule; any other is made while the reader may have the mutex.
-    std::unique_ptr<QueueNode> node = isLatest() ? nullptr : makeUpdate(data);
+    std::unique_ptr<QueueNode> node = isLatest() ? nullptr : makeUpdate(data, m_options.exactTimes);
     bool isFilled = false;
     {
         const tp::MutexLock lock(m_mutex);
@@ -124,7 +128,7 @@ void QueueState::push(QueueLane& lane, const UpdateData& data) {
         ++m_figures.entered;
         if (!isLatest() || !merge(lane, symbol, data)) {
             if (node == nullptr)
-                node = makeUpdate(data);
+                node = makeUpdate(data, m_options.exactTimes);
             node->lane = &lane;
             node->symbol = &symbol;
             node->section = lane.section;
@@ -153,7 +157,7 @@ bool QueueState::merge(QueueLane& lane, QueueSymbol& symbol, const UpdateData& d
     if (node->kind != Kind::Image && data.kind != Update::Kind::Update)
         node->kind = kindOf(data.kind);
     node->bytes = sizeof(QueueNode) + RecordData::bytesOf(node->record);
-    node->time = toTimePoint(data.subscription->lastUpdate());
+    node->time = timeOf(data, m_options.exactTimes);
     m_figures.bytes += node->bytes;
     ++node->merged;
     ++symbol.merged;

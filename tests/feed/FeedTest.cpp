@@ -71,6 +71,17 @@ TEST_F(FeedTest, ALossIsToldInTheStreamAndEndsWithAGapAndANewImage) {
                                            "gap", "image 2", "Live", "update 4"));
 }
 
+TEST_F(FeedTest, TheTypeOfAFieldIsThatOfTheDictionary) {
+    using Type = tivra::Value::Type;
+    const std::vector<std::pair<const char*, std::optional<Type>>> cases{{"BID", Type::Double},
+                                                                         {"BID.SIZE", Type::Integer},
+                                                                         {"SYMBOL.NAME", Type::Text},
+                                                                         {"TRADE.DATETIME", Type::Time},
+                                                                         {"NO.SUCH.FIELD", std::nullopt}};
+    for (const auto& [name, type] : cases)
+        EXPECT_EQ(feed.typeOf(name), type) << name;
+}
+
 TEST_F(FeedTest, AHubThatStaysAwayLeavesItsDataStale) {
     auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
     ASSERT_TRUE(story.waitFor("Live"));

@@ -82,6 +82,30 @@ TEST_F(UpdateQueueTest, StatesAndGapsComeOutInOrderWithTheDataAndTheEndIsTheLast
                                                      "Live", "update 4", "Closed"));
 }
 
+TEST_F(UpdateQueueTest, ExactTimesAreThoseOfTheSocket) {
+    tivra::QueueOptions options;
+    options.exactTimes = true;
+    tivra::UpdateQueue queue(options);
+    const tivra::SubscriptionHandlers toQueue = queue.handlers();
+    tivra::SubscriptionHandlers handlers = toQueue;
+    std::vector<std::chrono::system_clock::time_point> received;
+    handlers.onUpdate = [&](const tivra::Update& update) {
+        received.push_back(update.receivedAt());
+        toQueue.onUpdate(update);
+    };
+    auto ibm = feed.subscribe({100, "IBM"}, handlers);
+    static_cast<void>(readTo(queue, "Live"));
+    received.clear();
+    for (int price = 1; price <= 5; ++price)
+        pushBid(price);
+    ASSERT_TRUE(waitForDelivery());
+    std::size_t i = 0;
+    queue.poll(10, [&](const QueueEvent& event) {
+        EXPECT_LT(std::chrono::abs(event.time - received.at(i++)), 100us) << "of a millisecond";
+    });
+    EXPECT_EQ(i, 5U);
+}
+
 TEST_F(UpdateQueueTest, TheLatestHasEachFieldsLastValueAndSaysHowManyItStandsFor) {
     tivra::UpdateQueue queue({QueuePolicy::Latest});
     auto ibm = feed.subscribe({100, "IBM"}, queue);
