@@ -7,6 +7,17 @@
 
 namespace tivra_python {
 
+void bindErrors(nanobind::module_& module);
+void bindHandOver(nanobind::module_& module);
+void bindNotifier(nanobind::module_& module);
+void bindOptions(nanobind::module_& module);
+void bindRecords(nanobind::module_& module);
+void bindAnswers(nanobind::module_& module);
+void bindEvents(nanobind::module_& module);
+void bindStreams(nanobind::module_& module);
+void bindBoards(nanobind::module_& module);
+void bindFeeds(nanobind::module_& module);
+void bindLog(nanobind::module_& module);
 void bindColumns(nanobind::module_& module);
 void bindDictionary(nanobind::module_& module);
 void bindBatches(nanobind::module_& module);

@@ -11,7 +11,12 @@ class Gap:
     """Messages that were lost, as far as it is known which."""
 
     cause: str
-    """What happened: "loss" of a connection, for example; of captures it is the kind of the note."""
+    """What happened; of captures it is the kind of the note.
+
+    Of subscriptions: "loss" (the connection was lost) and "withdrawal" (no permission for a time), which a new image
+    follows; "overrun" and "conflation" (the hub has dropped or merged updates for want of room); "overflow" (the reader
+    was so slow that rows were dropped); "unlisted" (it was so slow that `count` gaps aren't told one by one).
+    """
     source: int = 0
     """Of the messages; 0 when they may be of any."""
     symbol: str = ""
@@ -20,14 +25,16 @@ class Gap:
     """When it began, in UTC."""
     end: datetime.datetime | None = None
     """When it was over, in UTC; None when that isn't known."""
-    messages: int = 0
-    """How many messages are missing; 0 when nobody knows."""
-    bytes: int = 0
-    """How many bytes are missing; 0 when nobody knows."""
+    messages: int | None = None
+    """How many messages are missing; None when nobody knows."""
+    bytes: int | None = None
+    """How many bytes are missing; None when nobody knows."""
     row: int = 0
     """The row of the batch that follows it."""
     text: str = ""
     """What else is known."""
+    count: int = 1
+    """How many gaps it stands for."""
 
     def __str__(self) -> str:
         where = f" of source {self.source}" if self.source else ""

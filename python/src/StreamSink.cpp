@@ -1,0 +1,190 @@
+#include "StreamSink.h"
+
+#include <limits>
+#include <utility>
+
+#include "Errors.h"
+
+namespace nb = nanobind;
+
+namespace tivra_python {
+namespace {
+
+/// Before that of the queue.
+constexpr tp::LockRank kLockSink{900, "StreamSink::m_mutex"};
+constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
+
+} // namespace
+
+StreamSink::StreamSink(Options options)
+    : m_options(std::move(options))
+    , m_queue(m_options.queue)
+    , m_toQueue(m_queue.handlers())
+    , m_mutex(kLockSink) {}
+
+tivra::SubscriptionHandlers StreamSink::handlers() {
+    tivra::SubscriptionHandlers handlers;
+    const std::shared_ptr<StreamSink> self = shared_from_this();
+    if (m_options.onUpdate)
+        handlers.onUpdate = [self](const tivra::Update& update) {
+            self->m_options.onUpdate.call([&] { return nb::make_tuple(Event::ofUpdate(update)); });
+        };
+    else if (canBeDirect())
+        handlers.onUpdate = [self](const tivra::Update& update) { self->onUpdate(update); };
+    else
+        handlers.onUpdate = m_toQueue.onUpdate;
+    handlers.onState = [self](const tivra::SubscriptionView& subscription, const tivra::StateChange& change) {
+        self->onState(subscription, change);
+    };
+    handlers.onGap = [self](const tivra::SubscriptionView& subscription, const tivra::Gap& gap) {
+        self->onGap(subscription, gap);
+    };
+    return handlers;
+}
+
+bool StreamSink::canBeDirect() const noexcept {
+    return !m_options.columns.empty() && m_options.queue.policy == tivra::QueuePolicy::DropOldest;
+}
+
+void StreamSink::onUpdate(const tivra::Update& update) {
+    tp::MutexLock lock(m_mutex);
+    if (!m_isDirect) {
+        m_toQueue.onUpdate(update);
+        return;
+    }
+    m_rows->add(update);
+    tell(lock);
+}
+
+void StreamSink::onState(const tivra::SubscriptionView& subscription, const tivra::StateChange& change) {
+    {
+        tp::MutexLock lock(m_mutex);
+        // The queue forgets what has ended by this.
+        m_toQueue.onState(subscription, change);
+        if (m_isDirect)
+            drainQueue();
+        tell(lock);
+    }
+    m_options.onState.call([&] { return nb::make_tuple(Event::ofState(subscription, change)); });
+}
+
+void StreamSink::onGap(const tivra::SubscriptionView& subscription, const tivra::Gap& gap) {
+    {
+        tp::MutexLock lock(m_mutex);
+        m_toQueue.onGap(subscription, gap);
+        if (m_isDirect)
+            drainQueue();
+        tell(lock);
+    }
+    m_options.onGap.call([&] { return nb::make_tuple(Event::ofGap(subscription, gap)); });
+}
+
+/// Subscriptions that end leave their last state there without a callback.
+void StreamSink::drainQueue() {
+    m_queue.poll(kAll, [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); });
+}
+
+bool StreamSink::areThere(std::size_t rows) const {
+    return m_hasEnded || (m_rows != nullptr && (m_rows->rows() >= rows || (rows <= 1 && m_rows->hasNews())));
+}
+
+void StreamSink::tell(tp::MutexLock& lock) {
+    if (m_wanted == 0 || !areThere(m_wanted))
+        return;
+    m_wanted = 0;
+    m_condition.notifyAll();
+    const std::shared_ptr<Notifier> notifier = std::exchange(m_notifier, nullptr);
+    const std::uint64_t token = m_token;
+    lock.unlock();
+    if (notifier)
+        notifier->post(token);
+}
+
+void StreamSink::end() {
+    tp::MutexLock lock(m_mutex);
+    m_hasEnded = true;
+    tell(lock);
+}
+
+bool StreamSink::isFinished() {
+    const tp::MutexLock lock(m_mutex);
+    if (m_isDirect)
+        drainQueue();
+    return m_hasEnded && (m_rows == nullptr || !m_rows->hasNews()) && m_queue.statistics().events == 0;
+}
+
+std::size_t StreamSink::beginRows(std::size_t batchRows) {
+    const tp::MutexLock lock(m_mutex);
+    if (m_rows != nullptr)
+        return m_rows->blockRows();
+    if (m_options.columns.empty())
+        raiseInvalid("a subscription without fields has no columns to make batches of",
+                     "name them in subscribe(fields=[...])");
+    const RowBuffer::Limits limits{m_options.queue.maxUpdates, m_options.queue.maxBytes, batchRows};
+    m_rows = std::make_unique<RowBuffer>(m_options.columns, limits);
+    m_isDirect = canBeDirect();
+    if (m_isDirect)
+        drainQueue();
+    return m_rows->blockRows();
+}
+
+bool StreamSink::isDirect() {
+    const tp::MutexLock lock(m_mutex);
+    return m_isDirect;
+}
+
+std::optional<std::size_t> StreamSink::gather() {
+    const tp::MutexLock lock(m_mutex);
+    if (m_isDirect)
+        drainQueue();
+    // What is beyond a batch stays in the queue, which has its own limits.
+    else if (m_rows->rows() < m_rows->blockRows())
+        m_queue.poll(m_rows->blockRows() - m_rows->rows(),
+                     [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); });
+    return m_rows->hasNews() ? std::optional(m_rows->rows()) : std::nullopt;
+}
+
+bool StreamSink::waitForRows(std::size_t rows, std::chrono::steady_clock::time_point deadline) {
+    tp::MutexLock lock(m_mutex);
+    if (!m_isDirect) {
+        if (m_hasEnded)
+            return true;
+        lock.unlock();
+        return m_queue.wait(deadline - std::chrono::steady_clock::now());
+    }
+    while (!areThere(rows)) {
+        m_wanted = rows;
+        if (!m_condition.waitUntil(m_mutex, deadline))
+            break;
+    }
+    m_wanted = 0;
+    return areThere(rows);
+}
+
+bool StreamSink::notify(std::size_t rows, std::shared_ptr<Notifier> notifier, std::uint64_t token) {
+    const tp::MutexLock lock(m_mutex);
+    if (areThere(rows))
+        return true;
+    m_wanted = rows;
+    m_notifier = std::move(notifier);
+    m_token = token;
+    return false;
+}
+
+RowBlock StreamSink::takeRows() {
+    const tp::MutexLock lock(m_mutex);
+    return m_rows->take();
+}
+
+std::uint64_t StreamSink::dropped() {
+    const tp::MutexLock lock(m_mutex);
+    // What the queue has dropped is counted there, whether or not it has come out yet.
+    return m_queue.statistics().dropped + (m_rows != nullptr ? m_rows->dropped() : 0);
+}
+
+std::size_t StreamSink::waiting() {
+    const tp::MutexLock lock(m_mutex);
+    return m_queue.statistics().updates + (m_rows != nullptr ? m_rows->rows() : 0);
+}
+
+} // namespace tivra_python
