@@ -1,6 +1,8 @@
 #include "feed/BoardInlet.h"
 
 #include "feed/BoardState.h"
+#include "feed/FeedItem.h"
+#include "feed/SubscriptionState.h"
 #include "kvnparse/Message.h"
 
 namespace tivra_internal {
@@ -8,29 +10,41 @@ namespace tivra_internal {
 using tivra::DataState;
 
 BoardInlet::BoardInlet(std::shared_ptr<BoardState> board, const tivra::SubscriptionView& subscription)
-    : Attachment(board.get()), m_board(std::move(board)), m_source(subscription.source()) {}
+    : Attachment(board.get())
+    , m_isPattern(SubscriptionState::of(subscription).item()->kind() == ItemKind::Pattern)
+    , m_source(subscription.source())
+    , m_board(std::move(board)) {}
 
 BoardInlet::~BoardInlet() {
-    for (const auto& [symbol, fed] : m_fed)
-        if (fed.line->removeSubscription()) {
-            fed.line->setState(DataState::Closed);
-            m_board->enterChange(*fed.line);
-        }
+    forEachFed([this](Fed& fed) {
+        if (!fed.line->removeSubscription())
+            return;
+        fed.line->setState(DataState::Closed);
+        m_board->enterChange(*fed.line);
+    });
 }
 
 BoardInlet::Fed* BoardInlet::find(std::string_view symbol) {
-    if (m_current != nullptr && m_current->line->symbol() == symbol)
+    if (m_current->line != nullptr && (!m_isPattern || m_current->line->symbol() == symbol))
         return m_current;
-    const auto found = m_fed.find(symbol);
-    if (found != m_fed.end())
+    if (m_first.line == nullptr)
+        return enter(symbol, m_first) ? m_current = &m_first : nullptr;
+    if (m_first.line->symbol() == symbol)
+        return m_current = &m_first;
+    if (const auto found = m_others.find(symbol); found != m_others.end())
         return m_current = &found->second;
-    std::shared_ptr<BoardLine> line = m_board->join(m_source, symbol);
-    if (line == nullptr)
+    Fed fed;
+    if (!enter(symbol, fed))
         return nullptr;
-    if (!line->isShared())
-        line->setState(m_state);
-    const std::string_view name = line->symbol();
-    return m_current = &m_fed.emplace(name, Fed{std::move(line)}).first->second;
+    const std::string_view name = fed.line->symbol();
+    return m_current = &m_others.emplace(name, std::move(fed)).first->second;
+}
+
+bool BoardInlet::enter(std::string_view symbol, Fed& fed) {
+    fed.line = m_board->join(m_source, symbol);
+    if (fed.line != nullptr && !fed.line->isShared())
+        fed.line->setState(m_state);
+    return fed.line != nullptr;
 }
 
 void BoardInlet::update(const UpdateData& data) {
@@ -48,21 +62,21 @@ void BoardInlet::change(const tivra::StateChange& change) {
     m_state = change.to;
     if (change.to == DataState::Stale || change.to == DataState::Recovering)
         ++m_section;
-    for (const auto& [symbol, fed] : m_fed) {
+    forEachFed([&](Fed& fed) {
         // An image of its own may be refused to a subscription, while others have theirs.
         if (change.to == DataState::Refused && fed.line->isShared())
-            continue;
+            return;
         fed.line->setState(change.to);
         m_board->enterChange(*fed.line);
-    }
+    });
 }
 
 void BoardInlet::gap() {
     ++m_section;
-    for (const auto& [symbol, fed] : m_fed) {
+    forEachFed([&](Fed& fed) {
         fed.line->countGap();
         m_board->enterChange(*fed.line);
-    }
+    });
 }
 
 } // namespace tivra_internal

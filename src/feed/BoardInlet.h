@@ -35,13 +35,23 @@ private:
 
     /// Null when the board is full.
     [[nodiscard]] Fed* find(std::string_view symbol);
+    [[nodiscard]] bool enter(std::string_view symbol, Fed& fed);
+    template<class Action>
+    void forEachFed(Action&& action) {
+        if (m_first.line != nullptr)
+            action(m_first);
+        for (auto& [symbol, fed] : m_others)
+            action(fed);
+    }
 
-    const std::shared_ptr<BoardState> m_board;
-    const int m_source;
-    std::unordered_map<std::string_view, Fed> m_fed; ///< one, unless the subscription is for a pattern
-    Fed* m_current = nullptr;                        ///< the one that was used last
-    tivra::DataState m_state = tivra::DataState::Pending;
+    Fed m_first; ///< the only one, unless the subscription is for a pattern; none before the first
+    Fed* m_current = &m_first;   ///< the one that was used last
     std::uint64_t m_section = 1; ///< an image replaces what is from an earlier one
+    tivra::DataState m_state = tivra::DataState::Pending;
+    const bool m_isPattern;
+    const int m_source;
+    const std::shared_ptr<BoardState> m_board;
+    std::unordered_map<std::string_view, Fed> m_others;
 };
 
 } // namespace tivra_internal

@@ -135,14 +135,11 @@ private:
     std::atomic<std::uint32_t>& m_version;
 };
 
-BoardLine::Block::Block(std::size_t count, std::unique_ptr<Block> older)
-    : size(count), words(std::make_unique<Word[]>(count)), smaller(std::move(older)) {}
-
 BoardLine::BoardLine(int source, std::string symbol, std::uint32_t index)
-    : m_source(source), m_index(index), m_symbol(std::move(symbol)) {}
+    : m_index(index), m_source(source), m_symbol(std::move(symbol)) {}
 
 BoardLine::~BoardLine() {
-    const std::unique_ptr<Block> last(m_block.load(std::memory_order_relaxed));
+    const BoardBlock::Ptr last(m_block.load(std::memory_order_relaxed));
 }
 
 void BoardLine::update(const UpdateData& data, bool replaces) {
@@ -161,8 +158,8 @@ void BoardLine::write(const UpdateData& data, bool replaces) {
     if (replaces) {
         m_count.store(0, std::memory_order_release);
         m_next = 0;
-        if (const Block* const block = m_block.load(std::memory_order_relaxed))
-            m_textBegin = static_cast<std::uint32_t>(block->size);
+        if (const BoardBlock* const block = m_block.load(std::memory_order_relaxed))
+            m_textBegin = static_cast<std::uint32_t>(block->size());
     }
     const KVNAPI::Message& message = data.message;
     if (m_block.load(std::memory_order_relaxed) == nullptr)
@@ -245,12 +242,12 @@ void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_
 }
 
 void BoardLine::makeRoom(std::size_t words) {
-    Block* block = m_block.load(std::memory_order_relaxed);
+    BoardBlock* block = m_block.load(std::memory_order_relaxed);
     const std::size_t fields = 2 * static_cast<std::size_t>(m_count.load(std::memory_order_relaxed));
     if (block != nullptr && fields + words <= m_textBegin)
         return;
     // The texts that are left behind by longer ones go.
-    std::vector<std::uint64_t> old(block != nullptr ? block->size : 0);
+    std::vector<std::uint64_t> old(block != nullptr ? block->size() : 0);
     std::size_t texts = 0;
     for (std::size_t i = 0; i < old.size(); ++i)
         old[i] = load(i);
@@ -259,10 +256,10 @@ void BoardLine::makeRoom(std::size_t words) {
             texts += std::max(TextPlace(old[i + 1]).room, TextPlace(old[i + 1]).words());
     const std::size_t needed = fields + texts + words;
     if (needed > old.size()) {
-        block = new Block(std::max(needed, 2 * old.size()), std::unique_ptr<Block>(block));
+        block = BoardBlock::make(std::max(needed, 2 * old.size()), BoardBlock::Ptr(block)).release();
         m_block.store(block, std::memory_order_release);
     }
-    m_textBegin = static_cast<std::uint32_t>(block->size);
+    m_textBegin = static_cast<std::uint32_t>(block->size());
     for (std::size_t i = 0; i < fields; i += 2) {
         store(i, old[i]);
         store(i + 1, old[i + 1]);
@@ -288,13 +285,13 @@ bool BoardLine::copyTo(std::vector<std::uint64_t>& words, tivra::BoardRow& row, 
     row.updates = m_updates.load(std::memory_order_acquire);
     if (const double time = m_lastUpdate.load(std::memory_order_acquire); time != 0.0)
         row.lastUpdate = toTimePoint(time);
-    const Block* const block = m_block.load(std::memory_order_acquire);
-    const std::size_t size = block != nullptr ? block->size : 0;
+    const BoardBlock* const block = m_block.load(std::memory_order_acquire);
+    const std::size_t size = block != nullptr ? block->size() : 0;
     if (2 * count > size)
         return false;
     words.resize(size);
     for (std::size_t i = 0; i < 2 * count; ++i)
-        words[i] = block->words[i].load(std::memory_order_acquire);
+        words[i] = block->word(i).load(std::memory_order_acquire);
     for (std::size_t i = 0; i < 2 * count; i += 2) {
         if (typeOf(words[i]) != Value::Type::Text)
             continue;
@@ -302,7 +299,7 @@ bool BoardLine::copyTo(std::vector<std::uint64_t>& words, tivra::BoardRow& row, 
         if (text.begin < 2 * count || text.begin + text.words() > size)
             return false;
         for (std::size_t w = text.begin; w < text.begin + text.words(); ++w)
-            words[w] = block->words[w].load(std::memory_order_acquire);
+            words[w] = block->word(w).load(std::memory_order_acquire);
     }
     return m_version.load(std::memory_order_relaxed) == version;
 }
@@ -322,9 +319,9 @@ tivra::BoardRow BoardLine::read() const {
 
 std::size_t BoardLine::bytes() const noexcept {
     std::size_t sum = sizeof(BoardLine) + (m_symbol.capacity() > 15 ? m_symbol.capacity() : 0);
-    for (const Block* block = m_block.load(std::memory_order_acquire); block != nullptr;
-         block = block->smaller.get())
-        sum += sizeof(Block) + block->size * sizeof(Word);
+    for (const BoardBlock* block = m_block.load(std::memory_order_acquire); block != nullptr;
+         block = block->smaller())
+        sum += block->bytes();
     return sum;
 }
 

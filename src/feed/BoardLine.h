@@ -10,6 +10,7 @@
 #include <feed/Board.h>
 #include <feed/Value.h>
 
+#include "feed/BoardBlock.h"
 #include "feed/FieldTable.h"
 #include "feed/ItemTurn.h"
 #include "feed/UpdateData.h"
@@ -60,17 +61,6 @@ public:
     [[nodiscard]] std::size_t bytes() const noexcept;
 
 private:
-    using Word = std::atomic<std::uint64_t>;
-
-    /// The words of the fields: two for each from the beginning, and their texts from the end. A line that
-    /// outgrows its block takes a larger one, and keeps this for readers who are in it.
-    struct Block {
-        explicit Block(std::size_t size, std::unique_ptr<Block> older);
-
-        const std::size_t size;
-        const std::unique_ptr<Word[]> words;
-        const std::unique_ptr<Block> smaller;
-    };
     class Writing;
 
     void write(const UpdateData& data, bool replaces) TP_REQUIRES(m_turn);
@@ -80,33 +70,35 @@ private:
     /// Room for so many words more. Texts may move.
     void makeRoom(std::size_t words) TP_REQUIRES(m_turn);
     void store(std::size_t place, std::uint64_t word) noexcept {
-        m_block.load(std::memory_order_relaxed)->words[place].store(word, std::memory_order_release);
+        m_block.load(std::memory_order_relaxed)->word(place).store(word, std::memory_order_release);
     }
     [[nodiscard]] std::uint64_t load(std::size_t place) const noexcept {
-        return m_block.load(std::memory_order_relaxed)->words[place].load(std::memory_order_relaxed);
+        return m_block.load(std::memory_order_relaxed)->word(place).load(std::memory_order_relaxed);
     }
     /// False when a write was under way.
     [[nodiscard]] bool copyTo(std::vector<std::uint64_t>& words, tivra::BoardRow& row,
                               std::size_t& count) const;
 
-    const int m_source;
-    const std::uint32_t m_index;
-    const std::string m_symbol;
+    // What a write needs stands together, since a line of a large board isn't in the processor's cache.
+    ItemTurn m_turn; ///< of writers
+    /// The words of the fields: two for each from the beginning, and their texts from the end. A line that
+    /// outgrows its block takes a larger one, and keeps this for readers who are in it. Owned.
+    std::atomic<BoardBlock*> m_block{nullptr};
     std::atomic<std::uint32_t> m_version{0};
-    std::atomic<std::uint32_t> m_count{0}; ///< fields
-    std::atomic<Block*> m_block{nullptr};
-    std::atomic<double> m_lastUpdate{0.0}; ///< seconds since the epoch, 0 before the first
-    std::atomic<std::uint64_t> m_updates{0};
-    std::atomic<std::uint64_t> m_lastChange{0};
-    std::atomic<std::uint32_t> m_gaps{0};
-    std::atomic<std::uint32_t> m_subscriptions{0};
-    std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
-
-    ItemTurn m_turn;                                     ///< of writers
+    std::atomic<std::uint32_t> m_count{0};               ///< fields
     std::uint32_t m_next TP_GUARDED_BY(m_turn) = 0;      ///< the field that is looked for first
     std::uint32_t m_textBegin TP_GUARDED_BY(m_turn) = 0; ///< in the block
     /// What the words refer to: set before there are any.
     std::shared_ptr<FieldTable> m_table;
+    std::atomic<double> m_lastUpdate{0.0}; ///< seconds since the epoch, 0 before the first
+    std::atomic<std::uint64_t> m_updates{0};
+    std::atomic<std::uint64_t> m_lastChange{0};
+    const std::uint32_t m_index;
+    const int m_source;
+    const std::string m_symbol;
+    std::atomic<std::uint32_t> m_gaps{0};
+    std::atomic<std::uint32_t> m_subscriptions{0};
+    std::atomic<tivra::DataState> m_state{tivra::DataState::Pending};
 };
 
 } // namespace tivra_internal
