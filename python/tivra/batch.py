@@ -78,17 +78,20 @@ class Batch:
 
     def to_arrow(self) -> pyarrow.RecordBatch:
         """The same memory as a ``pyarrow.RecordBatch``."""
-        return require("pyarrow", "Batch.to_arrow()").record_batch(self._columns)
+        batch: pyarrow.RecordBatch = require("pyarrow", "Batch.to_arrow()").record_batch(self._columns)
+        return batch
 
     def to_polars(self) -> polars.DataFrame:
         """A ``polars.DataFrame``."""
-        return require("polars", "Batch.to_polars()").DataFrame(self.to_arrow())
+        frame: polars.DataFrame = require("polars", "Batch.to_polars()").DataFrame(self.to_arrow())
+        return frame
 
     def to_pandas(self) -> pandas.DataFrame:
         """A ``pandas.DataFrame``: symbols and kinds are categories, times are aware, and integers with NULLs are
         ``Int64`` rather than floating-point numbers."""
         require("pandas", "Batch.to_pandas()")
-        return frame_of(self.to_arrow())
+        frame: pandas.DataFrame = frame_of(self.to_arrow())
+        return frame
 
     def numpy(self) -> dict[str, numpy.ndarray[Any, Any]]:
         """An array for each column, by its name. Those with NULLs are masked arrays.
@@ -182,7 +185,7 @@ def html_table(rows: Iterator[dict[str, Any]], names: Sequence[str], caption: st
             f"<tbody>{body}</tbody></table>")
 
 
-def _texts(np: Any, texts: list[str | None]) -> Any:
+def _texts(np: Any, texts: Sequence[str | None]) -> Any:
     array = np.empty(len(texts), object)
     array[:] = texts
     return array

@@ -73,18 +73,16 @@ class Recording(Iterator[Batch]):
 
     def __next__(self) -> Batch:
         try:
-            item = self._batches.next()
-            while item is not None and item[0] is None:
-                self._gaps_of(item[1])
-                item = self._batches.next()
+            columns, notes = self._batches.next()
         except _core.FileFault as fault:
+            self._gaps_of(self._batches.take_notes())
             raise CaptureError(str(fault)) from None
-        if item is None:
+        gaps = self._gaps_of(notes)
+        if columns is None:
             self._end()
             raise StopIteration
-        batch = Batch(item[0], self._gaps_of(item[1]))
-        self.repeated += batch.repeated
-        return batch
+        self.repeated += columns.repeated
+        return Batch(columns, gaps)
 
     def _end(self) -> None:
         if self._is_judged:
@@ -115,7 +113,7 @@ class Recording(Iterator[Batch]):
             return Gap(**{**begun, "end": time_of(time), "row": row}) if begun else None
         if kind == "source-back":
             return None
-        about = {"cause": kind, "source": _number(values.get(b"source")), "start": time_of(time), "row": row,
+        about: dict[str, Any] = {"cause": kind, "source": _number(values.get(b"source")), "start": time_of(time), "row": row,
                  "messages": _number(values.get(b"missing", values.get(b"messages"))),
                  "bytes": _number(values.get(b"bytes")), "text": values.get(b"text", b"").decode(errors="replace")}
         if kind in ("interrupted", "reset"):
@@ -125,6 +123,10 @@ class Recording(Iterator[Batch]):
 
     def reader(self) -> pyarrow.RecordBatchReader:
         """What is left of the file, for libraries that read Arrow batch by batch. It reads the first one at once."""
+        reader: pyarrow.RecordBatchReader = self._reader()
+        return reader
+
+    def _reader(self) -> Any:
         pa = require("pyarrow", "reader()")
         first = next(self, None)
         if first is None:
@@ -139,7 +141,8 @@ class Recording(Iterator[Batch]):
         return pa.RecordBatchReader.from_batches(head.schema, batches())
 
     def __arrow_c_stream__(self, requested_schema: object = None) -> object:
-        return self.reader().__arrow_c_stream__(requested_schema)
+        stream: object = self._reader().__arrow_c_stream__(requested_schema)
+        return stream
 
     def to_arrow(self) -> pyarrow.Table:
         """What is left of the file as one table in memory."""
@@ -147,11 +150,13 @@ class Recording(Iterator[Batch]):
 
     def to_pandas(self) -> pandas.DataFrame:
         """What is left of the file as one frame; see Batch.to_pandas."""
-        return frame_of(self.to_arrow().unify_dictionaries())
+        frame: pandas.DataFrame = frame_of(self.to_arrow().unify_dictionaries())
+        return frame
 
     def to_polars(self) -> polars.DataFrame:
         """What is left of the file as one frame."""
-        return require("polars", "to_polars()").DataFrame(self.to_arrow())
+        frame: polars.DataFrame = require("polars", "to_polars()").DataFrame(self.to_arrow())
+        return frame
 
     def __repr__(self) -> str:
         return f"<tivra.Recording of {self.path}: {self.messages} messages read>"

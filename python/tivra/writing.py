@@ -6,7 +6,7 @@ import datetime
 import json
 import os
 from abc import ABC, abstractmethod
-from collections.abc import Iterable
+from collections.abc import Callable, Iterable
 from typing import Any
 
 from . import _core
@@ -26,7 +26,8 @@ _MOST_PARTS = 256
 class Writer(ABC):
     """Writes record batches of one schema into a file, which has its name once it is whole."""
 
-    def __init__(self, path: str) -> None:
+    def __init__(self, path: str, schema: Any) -> None:
+        self.schema = schema
         self.path = path
         self.rows = 0
         self._part = path + ".part"
@@ -57,7 +58,7 @@ class ParquetFile(Writer):
     """Parquet with dictionaries, statistics and zstd; a million rows to a group."""
 
     def __init__(self, path: str, schema: Any) -> None:
-        super().__init__(path)
+        super().__init__(path, schema)
         pa, parquet = require("pyarrow", "Parquet"), require("pyarrow.parquet", "Parquet")
         self._pa = pa
         self._batches: list[Any] = []
@@ -88,7 +89,7 @@ class CsvFile(Writer):
     """CSV with a head line. NULL is nothing between two commas, an empty text is ""."""
 
     def __init__(self, path: str, schema: Any) -> None:
-        super().__init__(path)
+        super().__init__(path, schema)
         csv = require("pyarrow.csv", "CSV")
         self._schema = plain_schema(schema)
         self._writer = csv.CSVWriter(self._part, self._schema)
@@ -105,7 +106,7 @@ class JsonLinesFile(Writer):
     """An object per line; NULL has no entry. Times are texts of ISO 8601 with nanoseconds."""
 
     def __init__(self, path: str, schema: Any) -> None:
-        super().__init__(path)
+        super().__init__(path, schema)
         pa = require("pyarrow", "JSON lines")
         self._schema = plain_schema(schema)
         self._times = [index for index, column in enumerate(schema) if pa.types.is_timestamp(column.type)]
@@ -129,7 +130,7 @@ class JsonLinesFile(Writer):
         self._file.close()
 
 
-_WRITERS = {"parquet": ParquetFile, "csv": CsvFile, "jsonl": JsonLinesFile}
+_WRITERS: dict[str, Callable[[str, Any], Writer]] = {"parquet": ParquetFile, "csv": CsvFile, "jsonl": JsonLinesFile}
 
 
 class SplitWriter:

@@ -40,6 +40,11 @@ public:
         std::shared_ptr<RowBatch> batch = m_batches->next();
         return {std::move(batch), m_batches->takeNotes()};
     }
+    /// Notes that no batch has come with: those in front of a fault of the file.
+    std::vector<RecordedNote> takeNotes() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_batches->takeNotes();
+    }
     [[nodiscard]] bool isComplete() const { return m_isComplete; }
     [[nodiscard]] std::uint64_t messages() {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -98,12 +103,8 @@ std::unique_ptr<FileBatches> openDay(const std::string& path, int source, std::i
                      wanted(fields, symbols, start, end, maxRows), true);
 }
 
-/// Null at the end, else the columns and (time, row, kind, values) of each note. What a note says is bytes.
-nb::object nextOf(FileBatches& batches) {
-    const auto [batch, notes] = [&batches] {
-        const nb::gil_scoped_release release;
-        return batches.next();
-    }();
+/// (time, row, kind, values) of each note. What a note says is bytes.
+nb::list listOf(const std::vector<RecordedNote>& notes) {
     nb::list list;
     for (const RecordedNote& note : notes) {
         nb::dict values;
@@ -112,16 +113,31 @@ nb::object nextOf(FileBatches& batches) {
         list.append(nb::make_tuple(note.received, note.row,
                                    nb::bytes(note.note.kind.data(), note.note.kind.size()), values));
     }
-    if (batch == nullptr && notes.empty())
-        return nb::none();
-    return nb::make_tuple(nb::cast(batch), list);
+    return list;
+}
+
+/// The columns, or None at the end, and the notes.
+nb::tuple nextOf(FileBatches& batches) {
+    const auto [batch, notes] = [&batches] {
+        const nb::gil_scoped_release release;
+        return batches.next();
+    }();
+    return nb::make_tuple(nb::cast(batch), listOf(notes));
+}
+
+nb::list takeNotes(FileBatches& batches) {
+    return listOf(batches.takeNotes());
 }
 
 } // namespace
 
 void bindBatches(nb::module_& module) {
     nb::class_<FileBatches>(module, "FileBatches", "The messages of a file, batch by batch.")
-        .def("next", nextOf)
+        .def("next", nextOf,
+             nb::sig(
+                 "def next(self) -> tuple[Columns | None, list[tuple[int, int, bytes, dict[bytes, bytes]]]]"))
+        .def("take_notes", takeNotes,
+             nb::sig("def take_notes(self) -> list[tuple[int, int, bytes, dict[bytes, bytes]]]"))
         .def_prop_ro("is_complete", &FileBatches::isComplete)
         .def_prop_ro("messages", &FileBatches::messages)
         .def_prop_ro("unreadable", &FileBatches::unreadable)

@@ -182,20 +182,26 @@ nb::tuple headAt(const RowBatch& batch, std::size_t row) {
 } // namespace
 
 void bindColumns(nb::module_& module) {
-    module.def("kind_names", kindNames);
+    module.def("kind_names", kindNames, nb::sig("def kind_names() -> list[str]"));
     nb::class_<RowBatch>(module, "Columns", "Rows in Arrow columns, which never change.")
         .def("__arrow_c_schema__", schemaOf)
         .def(
             "__arrow_c_array__",
             [](const RowBatch& batch, nb::object) { return nb::make_tuple(schemaOf(batch), arrayOf(batch)); },
-            nb::arg("requested_schema") = nb::none())
+            nb::arg("requested_schema") = nb::none(),
+            nb::sig("def __arrow_c_array__(self, requested_schema: object | None = None) -> "
+                    "tuple[object, object]"))
         .def("__len__", &RowBatch::rows)
-        .def("columns", columnsOf, "Name and type of each field's column.")
-        .def("symbols", symbolsOf)
-        .def("numbers", numbersOf, nb::arg("column"))
-        .def("values", valuesOf, nb::arg("column"), nb::arg("start"), nb::arg("stop"))
-        .def("head", headOf)
-        .def("head_at", headAt, nb::arg("row"))
+        .def("columns", columnsOf, nb::sig("def columns(self) -> list[tuple[str, str]]"),
+             "Name and type of each field's column.")
+        .def("symbols", symbolsOf, nb::sig("def symbols(self) -> list[str]"))
+        .def("numbers", numbersOf, nb::arg("column"),
+             nb::sig("def numbers(self, column: int) -> tuple[typing.Any, typing.Any]"))
+        .def("values", valuesOf, nb::arg("column"), nb::arg("start"), nb::arg("stop"),
+             nb::sig("def values(self, column: int, start: int, stop: int) -> list[typing.Any]"))
+        .def("head", headOf, nb::sig("def head(self) -> tuple[typing.Any, ...]"))
+        .def("head_at", headAt, nb::arg("row"),
+             nb::sig("def head_at(self, row: int) -> tuple[typing.Any, ...]"))
         .def_prop_ro("nbytes", &RowBatch::bytes, "Memory of the values, in bytes.")
         .def_prop_ro("repeated", &RowBatch::repeated,
                      "Values that were left out because their row had one of the same field already.")
