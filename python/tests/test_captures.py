@@ -64,7 +64,7 @@ def test_gaps_stand_where_they_were_noted(tmp_path):
     recording = tivra.read_capture(path, dictionary=BUILTIN)
     batch = next(recording)
     assert [row["gap"] for row in batch] == [False, True, False, True]
-    assert [(gap.cause, gap.row, gap.messages, gap.start.second) for gap in batch.gaps] == [("interrupted", 1, 0, 2), ("hole", 3, 4, 7)]
+    assert [(gap.cause, gap.row, gap.messages, gap.start.second) for gap in batch.gaps] == [("interrupted", 1, None, 2), ("hole", 3, 4, 7)]
     assert batch.gaps[0].end.second == 4 and "4 messages" in str(batch.gaps[1])
     assert list(recording) == [] and [gap.cause for gap in recording.gaps] == ["interrupted", "hole", "reset"]
 

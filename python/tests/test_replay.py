@@ -1,4 +1,5 @@
 import pyarrow
+import pyarrow.compute
 import pyarrow.parquet
 import pytest
 
@@ -23,6 +24,26 @@ def test_a_hub_that_replays_gives_its_dictionary(parquet):
         assert set(tivra.Dictionary.builtin().fields) <= set(dictionary.fields)
         with pytest.raises(ValueError, match="no dictionary from"):
             tivra.Dictionary.from_hub(f"127.0.0.1:{hub.port}", "demo", "wrong")
+
+
+def test_what_was_exported_comes_again_over_a_connection(parquet):
+    expected = pyarrow.parquet.read_table(parquet, columns=["symbol", "FEED.SEQUENCE", "BID", "TRADE.PRICE", "QUOTE.EXCHANGE"])
+    expected = expected.cast(pyarrow.schema([expected.schema.field(i).with_type(pyarrow.string()) if i in (0, 4)
+                                             else expected.schema.field(i) for i in range(5)]))
+    names = ["AIG", "BAC", "IBM", "SPY"]
+    with tivra.Replay(parquet, start_when=len(names)) as hub:
+        with tivra.Feed(f"127.0.0.1:{hub.port}", user="demo", password="demo") as feed:
+            sub = feed.subscribe(100, names, fields=expected.column_names[1:], max_rows=100_000, policy="block")
+            got, rows = [], 0
+            for batch in sub.batches(max_rows=10_000, max_wait=0.2):
+                assert not batch.gaps
+                arrow = batch.to_arrow()
+                updates = arrow.filter(pyarrow.compute.is_valid(arrow.column("FEED.SEQUENCE")))
+                got.append(updates.select(expected.column_names).cast(expected.schema))
+                rows += updates.num_rows
+                if rows >= expected.num_rows:
+                    break
+    assert pyarrow.Table.from_batches(got).sort_by("FEED.SEQUENCE").equals(expected.combine_chunks())
 
 
 def table(**columns):

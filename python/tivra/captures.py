@@ -12,6 +12,7 @@ from . import _core
 from ._optional import require
 from .batch import Batch, frame_of, time_of
 from .dictionary import Dictionary, PathLike
+from .errors import Error
 from .gap import Gap
 
 if TYPE_CHECKING:
@@ -30,8 +31,14 @@ DAY_MIDNIGHT = datetime.datetime(2013, 10, 7, 4, tzinfo=datetime.timezone.utc)
 """Midnight in New York of the day that comes with the simulator."""
 
 
-class CaptureError(ValueError):
+class CaptureError(Error, ValueError):
     """A file that can't be read, or isn't what it should be. The text names the file, the place and the fault."""
+
+    def __init__(self, cause: str) -> None:
+        super().__init__(cause, code="CaptureError")
+
+    def _line(self) -> str:
+        return self.cause
 
 
 class CaptureWarning(UserWarning):
@@ -114,8 +121,8 @@ class Recording(Iterator[Batch]):
         if kind == "source-back":
             return None
         about: dict[str, Any] = {"cause": kind, "source": _number(values.get(b"source")), "start": time_of(time), "row": row,
-                 "messages": _number(values.get(b"missing", values.get(b"messages"))),
-                 "bytes": _number(values.get(b"bytes")), "text": values.get(b"text", b"").decode(errors="replace")}
+                 "messages": _number(values.get(b"missing", values.get(b"messages"))) or None,
+                 "bytes": _number(values.get(b"bytes")) or None, "text": values.get(b"text", b"").decode(errors="replace")}
         if kind in ("interrupted", "reset"):
             self._interruption = self._interruption or about
             return None
