@@ -81,8 +81,7 @@ std::string Incidents::first() const {
 }
 
 void Incidents::note(const std::string& kind, tivra_capture::Note::Values values) {
-    if (m_recorder != nullptr)
-        m_recorder->add(tivra_capture::Note{kind, std::move(values)});
+    m_recordings.addNote(tivra_capture::Note{kind, std::move(values)});
 }
 
 void Incidents::raise(std::uint64_t& total, std::uint64_t now, const char* at) {

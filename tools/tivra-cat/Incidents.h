@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Recorder.h"
+#include "Recordings.h"
 #include "Wakeup.h"
 
 #include <cstdint>
@@ -30,8 +30,7 @@ public:
         }
     };
 
-    /// @param recorder  null when nothing is recorded
-    Incidents(const Wakeup& wakeup, Recorder* recorder) : m_wakeup(wakeup), m_recorder(recorder) {}
+    Incidents(const Wakeup& wakeup, Recordings& recordings) : m_wakeup(wakeup), m_recordings(recordings) {}
 
     // @thread user
     void hubLost(const std::string& text, bool isReset);
@@ -60,7 +59,7 @@ private:
     void mark(const std::string& text);
 
     const Wakeup& m_wakeup;
-    Recorder* const m_recorder;
+    Recordings& m_recordings;
     mutable std::mutex m_mutex; ///< guards all below
     Totals m_totals;
     std::string m_first;

@@ -94,6 +94,9 @@ void declareOutput(CLI::App& app, Options& options) {
                    "store the updates as they come, with their times, in this capture; tivra-hub --replay "
                    "plays it")
         ->group(group);
+    app.add_option("--record-wire", options.recordWireFile,
+                   "store all that comes, answers too, as the frames that hubs send, which tivra-wire reads")
+        ->group(group);
     app.add_option("--color", options.color,
                    "colour in tables: auto, always or never; auto respects NO_COLOR")
         ->transform(CLI::CheckedTransformer(choices).description("auto|always|never"))

@@ -31,7 +31,8 @@ struct Options {
 
     OutputKind output = OutputKind::Table;
     bool isQuiet = false;
-    std::string recordFile; ///< capture to write, empty for none
+    std::string recordFile;     ///< capture to write, empty for none
+    std::string recordWireFile; ///< frames to write, empty for none
     std::vector<std::string> fields;
     double everySeconds = 0.0; ///< table: most often that a symbol's row is printed; 0 prints every message
     Choice color = Choice::Auto;

@@ -38,9 +38,10 @@ void Receiver::onData(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
     if (!claim())
         return;
     count(type);
-    // What answers a request has a tag, which means nothing to those who see it later.
-    if (m_recorder != nullptr && type != tivra::MessageEvent::IMAGE_PART)
-        m_recorder->add(event.getBody());
+    if (type == tivra::MessageEvent::IMAGE_PART)
+        m_recordings.addAnswer(event.getBody());
+    else
+        m_recordings.addUpdate(event.getBody());
     if (m_settings.copiesMessages)
         push(copy(event, type));
     else if (m_sequence.isOn())
@@ -48,6 +49,7 @@ void Receiver::onData(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
 }
 
 void Receiver::onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {
+    m_recordings.addAnswer(event.getBody());
     Record record = copy(event, type);
     if (!record.fields.empty() && claim())
         count(type);

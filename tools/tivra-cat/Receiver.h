@@ -4,7 +4,7 @@
 #include "FieldCatalog.h"
 #include "Incidents.h"
 #include "RecordQueue.h"
-#include "Recorder.h"
+#include "Recordings.h"
 #include "RequestBook.h"
 #include "SequenceCheck.h"
 #include "Wakeup.h"
@@ -28,7 +28,7 @@ public:
 
     Receiver(const Settings& settings, FieldCatalog& catalog, SequenceCheck& sequence, RecordQueue& queue,
              RequestBook& book, Counters& counters, Incidents& incidents, const Wakeup& wakeup,
-             Recorder* recorder)
+             Recordings& recordings)
         : m_settings(settings)
         , m_catalog(catalog)
         , m_sequence(sequence)
@@ -37,7 +37,7 @@ public:
         , m_counters(counters)
         , m_incidents(incidents)
         , m_wakeup(wakeup)
-        , m_recorder(recorder) {}
+        , m_recordings(recordings) {}
 
     void onMessageEvent(const tivra::MessageEvent& event) override;
 
@@ -67,7 +67,7 @@ private:
     Counters& m_counters;
     Incidents& m_incidents;
     const Wakeup& m_wakeup;
-    Recorder* const m_recorder; ///< null when nothing is recorded
+    Recordings& m_recordings;
     std::atomic<std::uint64_t> m_claimed{0};
 };
 

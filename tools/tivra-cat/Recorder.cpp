@@ -24,9 +24,9 @@ std::int64_t presentNanoseconds() {
         .count();
 }
 
-tivra_capture::CaptureWriter opened(const std::string& path) {
+std::unique_ptr<RecordTarget> opened(const std::string& path, RecordTarget::Form form) {
     try {
-        return tivra_capture::CaptureWriter(path);
+        return RecordTarget::open(path, form);
     } catch (const tivra_capture::CaptureError& error) {
         throw Failure(ExitCode::OutputFailed, error.what());
     }
@@ -34,8 +34,14 @@ tivra_capture::CaptureWriter opened(const std::string& path) {
 
 } // namespace
 
-Recorder::Recorder(const std::string& path, std::size_t capacity, const Wakeup& wakeup)
-    : m_capacity(capacity), m_wakeup(wakeup), m_writer(opened(path)), m_thread([this] { run(); }) {
+Recorder::Recorder(const std::string& path, RecordTarget::Form form, std::size_t capacity,
+                   const Wakeup& wakeup)
+    : m_form(form)
+    , m_capacity(capacity)
+    , m_wakeup(wakeup)
+    , m_path(path)
+    , m_target(opened(path, form))
+    , m_thread([this] { run(); }) {
     pthread_setname_np(m_thread.native_handle(), "cat-recorder");
 }
 
@@ -79,7 +85,7 @@ void Recorder::append(std::string_view body) {
 }
 
 void Recorder::noteDropped() {
-    if (m_droppedSince > 0)
+    if (m_droppedSince > 0 && m_form == RecordTarget::Form::Capture)
         append(tivra_capture::Note{"dropped", {{"messages", std::to_string(m_droppedSince)}}}.body());
     m_droppedSince = 0;
 }
@@ -111,11 +117,11 @@ void Recorder::writeAll() {
         write(batch);
         const auto now = std::chrono::steady_clock::now();
         if (now - lastFlush >= kFlushInterval) {
-            m_writer.flush();
+            m_target->flush();
             lastFlush = now;
         }
     }
-    m_writer.finish();
+    m_target->finish();
 }
 
 /// Waits a second at most. False when it is closed and empty, for good.
@@ -133,8 +139,8 @@ void Recorder::write(const Batch& batch) {
     std::string_view rest = batch.bodies;
     for (const Batch::Entry& entry : batch.entries) {
         const std::string_view body = rest.substr(0, entry.length);
-        m_writer.add({entry.nanoseconds, body});
-        m_notes += tivra_capture::isNote(body) ? 1U : 0U;
+        m_target->add({entry.nanoseconds, body});
+        m_written += tivra_capture::isNote(body) ? 0U : 1U;
         rest.remove_prefix(entry.length);
     }
 }

@@ -1,13 +1,14 @@
 #pragma once
 
+#include "RecordTarget.h"
 #include "Wakeup.h"
 
 #include <capture/CaptureNote.h>
-#include <capture/CaptureWriter.h>
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -16,13 +17,13 @@
 
 namespace tivra_cat {
 
-/// Writes messages as they came into a capture, on a thread of its own. Bounded: when the disk falls behind,
+/// Writes messages as they came into a file, on a thread of its own. Bounded: when the disk falls behind,
 /// messages are refused and the callbacks never wait for it.
 class Recorder {
 public:
     /// Opens the file, in place of one that is there, and starts at once. At most `capacity` messages wait.
     /// Throws Failure when the file can't be written.
-    Recorder(const std::string& path, std::size_t capacity, const Wakeup& wakeup);
+    Recorder(const std::string& path, RecordTarget::Form form, std::size_t capacity, const Wakeup& wakeup);
     /// Closes it and waits until all has been written.
     ~Recorder();
     Recorder(const Recorder&) = delete;
@@ -42,7 +43,8 @@ public:
     [[nodiscard]] const std::string& error() const { return m_error; }
     [[nodiscard]] std::uint64_t dropped() const { return m_dropped.load(); }
     /// Messages in the file; complete once it is finished.
-    [[nodiscard]] std::uint64_t written() const { return m_writer.messages() - m_notes; }
+    [[nodiscard]] std::uint64_t written() const { return m_written; }
+    [[nodiscard]] const std::string& path() const { return m_path; }
 
 private:
     /// Messages one behind the other, their lengths and times beside them.
@@ -64,16 +66,18 @@ private:
     [[nodiscard]] bool take(Batch& batch);
     void write(const Batch& batch);
 
+    const RecordTarget::Form m_form;
     const std::size_t m_capacity;
     const Wakeup& m_wakeup;
-    tivra_capture::CaptureWriter m_writer;
+    const std::string m_path;
+    const std::unique_ptr<RecordTarget> m_target;
     std::mutex m_mutex; ///< guards the next five
     std::condition_variable m_changed;
     Batch m_waiting;
     bool m_isClosed = false;
     std::uint64_t m_droppedSince = 0; ///< messages, since the last that was taken
     std::size_t m_waitingNotes = 0;
-    std::uint64_t m_notes = 0; ///< in the file; the recorder's thread
+    std::uint64_t m_written = 0; ///< messages in the file; the recorder's thread
     std::atomic<std::uint64_t> m_dropped{0};
     std::string m_error;
     std::atomic<bool> m_hasFailed{false};

@@ -89,17 +89,15 @@ Run::Run(const Options& options, std::string logFile)
     , m_sequence(options.sequenceField)
     , m_catalog(m_selection, m_sequence)
     , m_queue(options.bufferSize)
-    , m_recorder(options.recordFile.empty()
-                     ? nullptr
-                     : std::make_unique<Recorder>(options.recordFile, options.bufferSize, m_wakeup))
-    , m_incidents(m_wakeup, m_recorder.get())
+    , m_recordings(options.recordFile, options.recordWireFile, options.bufferSize, m_wakeup)
+    , m_incidents(m_wakeup, m_recordings)
     , m_watch(m_wakeup, m_incidents, watchSettings(options))
     , m_statisticsFile(options.statsFile)
     , m_statisticsServer(options.statsListen.empty()
                              ? nullptr
                              : std::make_unique<StatisticsServer>(options.statsListen, m_watch))
     , m_receiver({!options.isQuiet, traitsOf(options.command).carriesSymbol, options.count}, m_catalog,
-                 m_sequence, m_queue, m_book, m_counters, m_incidents, m_wakeup, m_recorder.get())
+                 m_sequence, m_queue, m_book, m_counters, m_incidents, m_wakeup, m_recordings)
     , m_begin(Clock::now()) {}
 
 Run::~Run() = default;
@@ -170,7 +168,7 @@ bool Run::isOver(const Writer& writer, End& end) {
     const bool isLate = m_options.timeoutSeconds > 0.0 && seconds >= m_options.timeoutSeconds;
     if (m_signals.count() > 0)
         end = End::Signal;
-    else if (writer.error() != 0 || (m_recorder != nullptr && m_recorder->hasFailed()))
+    else if (writer.error() != 0 || m_recordings.hasFailed())
         end = End::Output;
     else if (m_options.isStrict && isIncomplete())
         end = End::Strict;
@@ -190,8 +188,7 @@ bool Run::isOver(const Writer& writer, End& end) {
 }
 
 bool Run::isIncomplete() const {
-    return m_counters.outputDropped > 0 || (m_recorder != nullptr && m_recorder->dropped() > 0) ||
-           m_incidents.totals().isIncomplete();
+    return m_counters.outputDropped > 0 || m_recordings.hasDropped() || m_incidents.totals().isIncomplete();
 }
 
 /// The library counts once a second: what was dropped after that belongs into the summary too.
@@ -204,10 +201,9 @@ void Run::waitForStatistics() {
 
 void Run::waitForOutput(const Writer& writer) {
     m_queue.close();
-    if (m_recorder != nullptr)
-        m_recorder->close();
+    m_recordings.close();
     const int before = m_signals.count();
-    while (!writer.isFinished() || (m_recorder != nullptr && !m_recorder->isFinished())) {
+    while (!writer.isFinished() || !m_recordings.isFinished()) {
         m_signals.wait(kLook);
         // The writer may hang in a write that nobody reads, so there is nothing to wait for in order.
         if (m_signals.count() > before)
@@ -281,7 +277,7 @@ ExitCode Run::conclude(End end, const Writer& writer) {
             m_console.line(fmt::format("cannot write the output: {}", std::strerror(writer.error())));
         return ExitCode::OutputFailed;
     }
-    if (m_saidFileError || (m_recorder != nullptr && m_recorder->hasFailed()))
+    if (m_saidFileError || m_recordings.hasFailed())
         return ExitCode::OutputFailed;
     if (end == End::Strict) {
         const std::string first = m_incidents.first();
@@ -308,16 +304,8 @@ void Run::reportSummary() {
         m_console.line(outcomeText(m_counters, m_book.totals(), incidents));
         m_console.line(incidentsText(incidents));
     }
-    if (m_recorder != nullptr)
-        reportRecording();
-}
-
-void Run::reportRecording() {
-    if (m_recorder->hasFailed())
-        m_console.line(m_recorder->error());
-    else if (m_options.showsSummary)
-        m_console.line(fmt::format("recorded {} messages in {}, dropped {}", m_recorder->written(),
-                                   m_options.recordFile, m_recorder->dropped()));
+    for (const std::string& line : m_recordings.report(m_options.showsSummary))
+        m_console.line(line);
 }
 
 double Run::secondsSince(Clock::time_point then) const {

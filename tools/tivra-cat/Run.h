@@ -9,7 +9,7 @@
 #include "Options.h"
 #include "Receiver.h"
 #include "RecordQueue.h"
-#include "Recorder.h"
+#include "Recordings.h"
 #include "RequestBook.h"
 #include "SequenceCheck.h"
 #include "SessionWatch.h"
@@ -46,7 +46,6 @@ private:
     [[nodiscard]] bool isIncomplete() const;
     void waitForStatistics();
     void waitForOutput(const Writer& writer);
-    void reportRecording();
     void report();
     void reportSummary();
     void reportRefusals();
@@ -68,7 +67,7 @@ private:
     RecordQueue m_queue;
     RequestBook m_book;
     Counters m_counters;
-    const std::unique_ptr<Recorder> m_recorder; ///< null when nothing is recorded
+    Recordings m_recordings;
     Incidents m_incidents;
     SessionWatch m_watch;
     StatisticsFile m_statisticsFile;

@@ -1,21 +1,25 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 namespace tivra_wire {
 
-/// How messages stand in a stream: frames with token numbers, lines with names, frames inside a zlib stream.
-enum class Form { Kvn, Vkvn, Zkvn };
+/// How messages stand in a stream: frames with token numbers, lines with names, frames inside a zlib stream,
+/// a capture; and what can only be written: a JSON object per line, CSV.
+enum class Form { Kvn, Vkvn, Zkvn, Capture, Json, Csv };
 
 /// One frame or line of a stream, whole, and where it stands.
 struct Frame {
     std::string_view bytes; ///< valid until the next one is read
     std::uint64_t offset = 0;
-    std::uint64_t number = 0; ///< the first is 1
-    bool lacksEnd = false;    ///< the last line of a file may; `bytes` has one all the same
+    std::uint64_t number = 0;                ///< the first is 1
+    std::optional<std::int64_t> nanoseconds; ///< since the Unix epoch, when it was received; of a capture
+    std::string_view note;                   ///< of a capture, in place of bytes
+    bool lacksEnd = false;                   ///< the last line of a file may; `bytes` has one all the same
 };
 
 /// What is wrong in a stream, and where: the byte at `offset` is not what the format wants there. Offsets of

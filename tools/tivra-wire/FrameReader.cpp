@@ -142,7 +142,11 @@ bool FrameReader::next(Frame& frame) {
     if (!fill(1))
         return false;
     const std::size_t length = m_form == Form::Vkvn ? lineLength() : frameLength();
-    frame = {held().substr(0, length), m_offset, ++m_frames, m_isEndAdded};
+    frame = Frame();
+    frame.bytes = held().substr(0, length);
+    frame.offset = m_offset;
+    frame.number = ++m_frames;
+    frame.lacksEnd = m_isEndAdded;
     m_begin += length;
     m_offset += length;
     return true;

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Excerpt.h"
-#include "Frame.h"
+#include "FrameSource.h"
 #include "Inflater.h"
 #include "Input.h"
 
@@ -13,7 +12,7 @@
 namespace tivra_wire {
 
 /// Cuts an input into its frames or lines. Judges their outside only.
-class FrameReader {
+class FrameReader : public FrameSource {
 public:
     /// What is longer is a fault: a header of any bytes may tell a length of four gigabytes.
     static constexpr std::size_t kMaxFrame = std::size_t{16} << 20;
@@ -21,14 +20,11 @@ public:
     /// Reads the first bytes, which tell the form unless it is given.
     FrameReader(Input& input, std::optional<Form> form);
 
-    [[nodiscard]] Form form() const { return m_form; }
-    /// The next one; false at the end. Throws Fault.
-    [[nodiscard]] bool next(Frame& frame);
-    [[nodiscard]] std::uint64_t frames() const { return m_frames; }
-    /// Bytes of all frames so far, which is where the next one begins.
-    [[nodiscard]] std::uint64_t offset() const { return m_offset; }
-    /// What is still held next to an offset of the stream, until the next frame is read.
-    [[nodiscard]] Surroundings around(std::uint64_t offset) const;
+    [[nodiscard]] Form form() const override { return m_form; }
+    [[nodiscard]] bool next(Frame& frame) override;
+    [[nodiscard]] std::uint64_t frames() const override { return m_frames; }
+    [[nodiscard]] std::uint64_t offset() const override { return m_offset; }
+    [[nodiscard]] Surroundings around(std::uint64_t offset) const override;
 
 private:
     [[nodiscard]] bool fill(std::size_t size);

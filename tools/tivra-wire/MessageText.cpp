@@ -32,7 +32,8 @@ MessageText::MessageText(const Options& options, Dictionary& dictionary, Form fr
     , m_unknownToken(dictionary.find("UNKNOWNTOKEN"))
     , m_unknownValue(dictionary.find("UNKNOWNSVALUE"))
     , m_room(4096, '\0') {
-    if (m_keepsBytes || (m_toLines && !options.hasBlanks))
+    if (m_keepsBytes || (m_toLines && !options.hasBlanks) || options.to == Form::Json ||
+        options.to == Form::Csv)
         return;
     m_encoder = KVNAPI::Encoder::alloc(m_toLines ? "vkvn" : "kvn", &dictionary.map());
     if (m_encoder == nullptr)

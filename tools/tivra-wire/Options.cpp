@@ -20,7 +20,8 @@ namespace {
 
 constexpr const char* kFooter =
     R"(kvn: frames with token numbers, as a hub sends them. zkvn: the same inside one zlib stream.
-vkvn: lines of NAME=value or NUMBER=value with | between them. A FILE of - is standard input.
+vkvn: lines of NAME=value or NUMBER=value with | between them. capture: a file of tivra-cat --record.
+json and csv are written only. A FILE of - is standard input.
 
 The password of --hub comes from TIVRA_PASSWORD, --password-file or a prompt, never from the command line.
 
@@ -28,10 +29,12 @@ Exit codes: 0 ended well, 1 internal error, 2 wrong usage or a map file that can
 3 a fault in the input, 4 the input cannot be read, 5 the output cannot be written,
 6 the hub gives no dictionary.)";
 
-const std::map<std::string, Form> kForms{{"kvn", Form::Kvn}, {"vkvn", Form::Vkvn}, {"zkvn", Form::Zkvn}};
+const std::map<std::string, Form> kForms{{"kvn", Form::Kvn},   {"vkvn", Form::Vkvn},
+                                         {"zkvn", Form::Zkvn}, {"capture", Form::Capture},
+                                         {"json", Form::Json}, {"csv", Form::Csv}};
 
 CLI::Validator formNames() {
-    return CLI::Validator(CLI::CheckedTransformer(kForms).description("kvn|vkvn|zkvn"));
+    return CLI::Validator(CLI::CheckedTransformer(kForms).description("kvn|vkvn|zkvn|capture|json|csv"));
 }
 
 void declareInput(CLI::App& app, Options& options, std::string& from) {
@@ -40,7 +43,7 @@ void declareInput(CLI::App& app, Options& options, std::string& from) {
         ->allow_extra_args(false)
         ->group(group);
     app.add_option("--from", from, "form of the input; else its first bytes tell")
-        ->check(CLI::IsMember({"kvn", "vkvn", "zkvn"}))
+        ->check(CLI::IsMember({"kvn", "vkvn", "zkvn", "capture"}))
         ->group(group);
 }
 
@@ -70,6 +73,20 @@ void declareFilters(CLI::App& app, Options& options) {
         ->group(group);
 }
 
+/// What the command line says of times, before it is read.
+struct TimeTexts {
+    std::string begin;
+    std::string end;
+};
+
+void declareTimes(CLI::App& app, TimeTexts& times) {
+    const char* const group = "Filters";
+    app.add_option("--begin", times.begin,
+                   "captures: only messages from then on, seconds after the first or 2026-11-27T02:40:00Z")
+        ->group(group);
+    app.add_option("--end", times.end, "captures: only messages before then")->group(group);
+}
+
 void declareTask(CLI::App& app, Options& options, Task task, const char* name, const char* help) {
     CLI::App* const command = app.add_subcommand(name, help);
     command->fallthrough();
@@ -82,6 +99,11 @@ void declareTask(CLI::App& app, Options& options, Task task, const char* name, c
     if (task != Task::Convert)
         return;
     command->add_option("--to", options.to, "form of the output, default vkvn")->transform(formNames());
+    command
+        ->add_option("-F,--fields", options.columns,
+                     "csv: fields that get a column each, separated by commas")
+        ->delimiter(',')
+        ->allow_extra_args(false);
     command->add_flag("--blanks", options.hasBlanks,
                       "vkvn with short names and blanks between the fields, which is not read back");
     command->add_option("--level", options.level, "level of zlib for zkvn, 0 to 9")->check(CLI::Range(0, 9));
@@ -100,12 +122,31 @@ void refuseOneFileForBoth(const Options& options) {
     }
 }
 
+/// A capture is no stream: its index stands at its end.
+void checkCaptures(const Options& options) {
+    const bool isSlice = options.task == Task::Slice;
+    const bool readsStream = options.files.empty() || std::find(options.files.begin(), options.files.end(),
+                                                                "-") != options.files.end();
+    if ((isSlice || options.from == Form::Capture) && readsStream)
+        throw Failure(ExitCode::Usage, "a capture is read from a file, not from standard input: name one");
+    const bool writesCapture = isSlice || (options.task == Task::Convert && options.to == Form::Capture);
+    if (writesCapture && options.output == "-")
+        throw Failure(ExitCode::Usage, "a capture is written to a file: name one with --output");
+    if (isSlice && !options.tokens.empty())
+        throw Failure(ExitCode::Usage, "slice knows no dictionary, so no --token; convert --to capture does");
+    if (!options.columns.empty() && options.to != Form::Csv)
+        throw Failure(ExitCode::Usage, "--fields are columns of --to csv");
+}
+
 void complete(Options& options) {
     if (options.hasBlanks && options.to != Form::Vkvn)
         throw Failure(ExitCode::Usage, "--blanks is a kind of vkvn; leave --to out");
+    checkCaptures(options);
     if (options.files.empty() && options.task != Task::Map)
         options.files.emplace_back("-");
     refuseOneFileForBoth(options);
+    if (options.task == Task::Slice)
+        return;
     if (options.hub.host.empty() && options.maps.empty())
         throw Failure(ExitCode::Usage, "no dictionary named: give a file with --map or a hub with --hub");
     if (options.hub.host.empty())
@@ -135,6 +176,11 @@ std::optional<Options> readOptions(int argc, char** argv) {
     declareTask(app, options, Task::Convert, "convert", "write the messages in another form");
     declareTask(app, options, Task::Check, "check", "read all and count");
     declareTask(app, options, Task::Map, "map", "write the dictionary as a map file");
+    declareTask(app, options, Task::Slice, "slice",
+                "copy what is wanted of captures into one, in the order of the times");
+    app.get_subcommand("slice")->alias("merge");
+    TimeTexts times;
+    declareTimes(app, times);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
@@ -146,6 +192,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     }
     if (!from.empty())
         options.from = kForms.at(from);
+    readTime("--begin", times.begin, options.range.begin, options.range.isBeginRelative);
+    readTime("--end", times.end, options.range.end, options.range.isEndRelative);
     options.hub.hasCompression = !isPlain;
     complete(options);
     return options;

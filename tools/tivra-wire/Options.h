@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Frame.h"
+#include "TimeRange.h"
 
 #include <optional>
 #include <string>
@@ -8,7 +9,7 @@
 
 namespace tivra_wire {
 
-enum class Task { Dump, Convert, Check, Map };
+enum class Task { Dump, Convert, Check, Map, Slice };
 
 /// Where a dictionary is to be had besides map files.
 struct HubOptions {
@@ -31,9 +32,11 @@ struct Options {
     std::vector<std::string> tokens; ///< names or numbers
     std::vector<int> sources;
     std::vector<std::string> symbols;
+    TimeRange range; ///< of captures
 
     Form to = Form::Vkvn;
-    bool hasBlanks = false; ///< lines with short names and blanks
+    std::vector<std::string> columns; ///< of CSV, by name or number
+    bool hasBlanks = false;           ///< lines with short names and blanks
     std::string output = "-";
     int level = 6; ///< of zlib
 };

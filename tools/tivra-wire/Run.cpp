@@ -1,14 +1,14 @@
 #include "Run.h"
 
 #include "BodyReader.h"
+#include "CaptureFrames.h"
 #include "Dictionary.h"
-#include "FrameDump.h"
 #include "FrameReader.h"
 #include "Input.h"
 #include "MapText.h"
 #include "MessageFilter.h"
-#include "MessageText.h"
-#include "Output.h"
+#include "MessageSink.h"
+#include "Slice.h"
 
 #include <fmt/format.h>
 
@@ -17,8 +17,18 @@ namespace tivra_wire {
 namespace {
 
 const char* formName(Form form) {
-    static constexpr const char* kNames[] = {"kvn", "vkvn", "zkvn"};
+    static constexpr const char* kNames[] = {"kvn", "vkvn", "zkvn", "capture", "json", "csv"};
     return kNames[static_cast<int>(form)];
+}
+
+std::unique_ptr<FrameSource> openSource(const std::string& file, const Options& options, Input& input) {
+    const bool isCapture = options.from ? options.from == Form::Capture : CaptureFrames::isCapture(file);
+    if (isCapture)
+        return std::make_unique<CaptureFrames>(file, options.range);
+    if (options.range.isWanted())
+        throw Failure(ExitCode::Usage,
+                      fmt::format("{} is no capture: --begin and --end need the times of one", input.name()));
+    return std::make_unique<FrameReader>(input, options.from);
 }
 
 class Files {
@@ -27,70 +37,84 @@ public:
         : m_options(options)
         , m_dictionary(options)
         , m_filter(options, m_dictionary)
-        , m_output(options.output, options.task == Task::Convert && options.to == Form::Zkvn
-                                       ? std::optional(options.level)
-                                       : std::nullopt) {}
+        , m_sink(options, m_dictionary) {}
 
     /// Whether all of the input is well.
     [[nodiscard]] bool process() {
         bool isWell = true;
         if (m_options.task == Task::Map)
-            m_output.write(mapText(m_dictionary));
+            m_sink.write(mapText(m_dictionary));
         try {
             for (std::size_t i = 0; i < m_options.files.size() && isWell; ++i)
                 isWell = processFile(m_options.files[i]);
         } catch (const Failure& failure) {
             if (failure.exitCode() != ExitCode::OutputFailed)
-                m_output.finish();
+                m_sink.finish();
             throw;
         }
-        m_output.finish();
+        m_sink.finish();
         return isWell;
     }
 
 private:
     bool processFile(const std::string& file) {
         // Of a live pipe is seen at once what has come.
-        Input input(file, [this] { m_output.flush(); });
-        FrameReader reader(input, m_options.from);
+        Input input(file, [this] { m_sink.flush(); });
+        const std::unique_ptr<FrameSource> source = openSource(file, m_options, input);
+        m_sink.begin(source->form());
         std::uint64_t frames = 0;
         try {
-            BodyReader body(m_dictionary, reader.form());
-            MessageText text(m_options, m_dictionary, reader.form());
-            KVNAPI::Message message;
-            std::uint64_t accepted = 0;
-            for (Frame frame; ++frames, reader.next(frame);) {
-                body.read(frame, message);
-                if (!m_filter.accepts(message))
-                    continue;
-                ++accepted;
-                if (m_options.task == Task::Dump)
-                    m_output.write(dump(frame, reader.form(), m_dictionary));
-                else if (m_options.task == Task::Convert)
-                    m_output.write(text.of(frame, message));
-            }
+            const std::uint64_t accepted = processFrames(*source, frames);
             if (m_options.task == Task::Check)
-                m_output.write(fmt::format("{}: {}, {} messages in {} bytes, {} accepted\n", input.name(),
-                                           formName(reader.form()), reader.frames(), reader.offset(),
-                                           accepted));
+                m_sink.write(fmt::format("{}: {}, {} messages in {} bytes, {} accepted{}\n", input.name(),
+                                         formName(source->form()), source->frames(), source->offset(),
+                                         accepted, m_notes == 0 ? "" : fmt::format(", {} notes", m_notes)));
             return true;
         } catch (const Fault& fault) {
             fmt::print(stderr, "tivra-wire: {}: byte {} (message {}): {}\n{}", input.name(), fault.offset(),
                        frames, fault.what(),
-                       excerpt(reader.around(fault.offset()), reader.form() == Form::Vkvn));
+                       excerpt(source->around(fault.offset()), source->form() == Form::Vkvn));
             return false;
         }
+    }
+
+    /// @param frames  the number of the one that is being read, for a fault
+    /// @return how many the filters accept.
+    std::uint64_t processFrames(FrameSource& source, std::uint64_t& frames) {
+        BodyReader body(m_dictionary, source.form());
+        KVNAPI::Message message;
+        std::uint64_t accepted = 0;
+        m_notes = 0;
+        for (Frame frame; ++frames, source.next(frame);) {
+            if (!frame.note.empty()) {
+                --frames;
+                ++m_notes;
+                m_sink.addNote(frame);
+                continue;
+            }
+            body.read(frame, message);
+            if (!m_filter.accepts(message))
+                continue;
+            ++accepted;
+            m_sink.add(frame, message);
+        }
+        return accepted;
     }
 
     const Options& m_options;
     Dictionary m_dictionary;
     MessageFilter m_filter;
-    Output m_output;
+    MessageSink m_sink;
+    std::uint64_t m_notes = 0; ///< of the present file
 };
 
 } // namespace
 
 ExitCode run(const Options& options) {
+    if (options.task == Task::Slice) {
+        slice(options);
+        return ExitCode::Ended;
+    }
     return Files(options).process() ? ExitCode::Ended : ExitCode::Fault;
 }
 
