@@ -1,4 +1,5 @@
 import datetime
+import warnings
 
 import pytest
 
@@ -72,12 +73,34 @@ def test_gaps_stand_where_they_were_noted(tmp_path):
 WHOLE = capture([(SECOND, body("A", 1)), (2 * SECOND, body("A", 2))], [(3 * SECOND, body("A", 3))])
 
 
-def test_rows_in_front_of_a_damage_come_before_the_error(tmp_path):
-    spoilt = bytearray(WHOLE)
-    spoilt[WHOLE.rindex(b"BLCK") + 40] ^= 1
-    recording = tivra.read_capture(write(tmp_path / "spoilt.cap", bytes(spoilt)), dictionary=BUILTIN)
-    assert [row["BID"] for row in next(recording)] == [1, 2]
-    with pytest.raises(tivra.CaptureError, match=r"spoilt.cap: at byte \d+: the block is damaged"):
+@pytest.mark.parametrize("ends", [True, False])
+@pytest.mark.parametrize("block, left, marked", [(1, [3, 4, 5], [3]), (2, [1, 2, 4, 5], [4]), (3, [1, 2, 3], [])])
+def test_a_damaged_block_costs_nothing_else_and_is_told(tmp_path, block, left, marked, ends):
+    data = bytearray(capture([(SECOND, body("A", 1)), (2 * SECOND, body("A", 2))], [(3 * SECOND, body("A", 3))],
+                             [(4 * SECOND, body("A", 4)), (5 * SECOND, body("A", 5))], ends=ends))
+    place = -1
+    for _ in range(block):
+        place = data.index(b"BLCK", place + 1)
+    data[place + 40] ^= 1
+    recording = tivra.read_capture(write(tmp_path / "spoilt.cap", bytes(data)), dictionary=BUILTIN)
+    batch = next(recording)
+    assert [row["BID"] for row in batch] == left
+    assert [row["BID"] for row in batch if row["gap"]] == marked
+    with warnings.catch_warnings(), pytest.raises(tivra.CaptureError, match=rf"spoilt.cap: at byte {place}: the block is damaged \(1 damaged"):
+        warnings.simplefilter("ignore", tivra.CaptureWarning)
+        next(recording)
+    assert [gap.cause for gap in recording.gaps] == ["damaged"] and f"byte {place}" in recording.gaps[0].text
+
+
+@pytest.mark.parametrize("place, text", [(WHOLE.rindex(b"INDX") + 9, "the index is damaged"),
+                                         (len(WHOLE) - 12, "the end of the file doesn't say where the index is")])
+def test_a_damaged_index_costs_no_message(tmp_path, place, text):
+    data = bytearray(WHOLE)
+    data[place] ^= 0x40
+    recording = tivra.read_capture(write(tmp_path / "spoilt.cap", bytes(data)), dictionary=BUILTIN)
+    assert [row["BID"] for row in next(recording)] == [1, 2, 3]
+    with warnings.catch_warnings(), pytest.raises(tivra.CaptureError, match=text):
+        warnings.simplefilter("ignore", tivra.CaptureWarning)
         next(recording)
 
 

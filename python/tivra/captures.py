@@ -48,9 +48,9 @@ class CaptureWarning(UserWarning):
 class Recording(Iterator[Batch]):
     """The batches of a file, one after the other: an iterator.
 
-    When the file is damaged, what stands in front of the damage comes first, and then CaptureError. Messages that can't
-    be decoded are left out and counted; behind the last batch CaptureError says so. The end of a capture that was cut
-    off is a CaptureWarning.
+    Damaged blocks of a capture and messages that can't be decoded are passed over and counted, the former as gaps too;
+    behind the last batch CaptureError says so. A wrong line of a day ends it: what stands in front comes first, and then
+    CaptureError. The end of a capture that was cut off is a CaptureWarning.
     """
 
     def __init__(self, batches: _core.FileBatches, path: str) -> None:
@@ -72,6 +72,11 @@ class Recording(Iterator[Batch]):
     def messages(self) -> int:
         """Messages that were read so far, whether wanted or not."""
         return self._batches.messages
+
+    @property
+    def damages(self) -> int:
+        """Damaged blocks of a capture that were passed over so far."""
+        return self._batches.damages
 
     @property
     def unreadable(self) -> int:
@@ -99,10 +104,15 @@ class Recording(Iterator[Batch]):
             self.gaps.append(Gap(**self._interruption))
         if not self.is_complete:
             warnings.warn(f"{self.path}: the capture was cut off; its {self.messages} whole messages were read",
-                          CaptureWarning, stacklevel=4)
+                          CaptureWarning, stacklevel=3)
+        faults = []
+        if self.damages:
+            faults.append(f"{self._batches.first_damage} ({self.damages} damaged blocks in all; what stands in others was read)")
         if self.unreadable:
-            raise CaptureError(f"{self.path}: {self.unreadable} messages can't be decoded and were left out; the first is "
-                               f"{self._batches.first_unreadable}")
+            faults.append(f"{self.path}: {self.unreadable} messages can't be decoded and were left out; the first is "
+                          f"{self._batches.first_unreadable}")
+        if faults:
+            raise CaptureError("; ".join(faults))
 
     def _gaps_of(self, notes: list[tuple[int, int, bytes, dict[bytes, bytes]]]) -> list[Gap]:
         gaps = []

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace tivra_capture {
 
@@ -23,9 +24,18 @@ std::int64_t time64(std::string_view bytes, std::size_t offset) {
 CaptureReader::CaptureReader(const std::string& path)
     : m_file(path, CaptureFile::Mode::Read), m_size(m_file.size()) {
     checkFileHeader();
-    m_isComplete = readIndex();
-    if (!m_isComplete)
-        scanBlocks();
+    try {
+        m_isComplete = readIndex();
+    } catch (const CaptureError& error) {
+        m_blocks.clear();
+        m_fault = error.what();
+    }
+    try {
+        if (!m_isComplete)
+            scanBlocks();
+    } catch (const CaptureError& error) {
+        m_fault = error.what();
+    }
 }
 
 void CaptureReader::checkFileHeader() const {
@@ -121,8 +131,11 @@ bool CaptureReader::next(Message& message) {
     while (m_messagesLeft == 0) {
         if (m_at != m_block.size())
             failAt(m_blockOffset, "the block has bytes behind its last message");
-        if (m_nextBlock == m_blocks.size())
+        if (m_nextBlock == m_blocks.size()) {
+            if (!m_fault.empty())
+                throw CaptureError(std::exchange(m_fault, {}));
             return false;
+        }
         loadBlock(m_blocks[m_nextBlock++]);
     }
     const std::size_t left = m_block.size() - m_at;
@@ -143,6 +156,10 @@ void CaptureReader::seek(std::int64_t nanoseconds) {
     while (block + 1 < m_blocks.size() && m_blocks[block + 1].firstNanoseconds <= nanoseconds)
         ++block;
     m_nextBlock = block;
+    skipBlock();
+}
+
+void CaptureReader::skipBlock() {
     m_messagesLeft = 0;
     m_block.clear();
     m_at = 0;

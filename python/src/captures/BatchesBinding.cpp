@@ -50,6 +50,14 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_batches->messages();
     }
+    [[nodiscard]] std::uint64_t damages() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_batches->damages();
+    }
+    [[nodiscard]] std::string firstDamage() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_batches->firstDamage();
+    }
     [[nodiscard]] std::uint64_t unreadable() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_batches->unreadable();
@@ -140,6 +148,8 @@ void bindBatches(nb::module_& module) {
              nb::sig("def take_notes(self) -> list[tuple[int, int, bytes, dict[bytes, bytes]]]"))
         .def_prop_ro("is_complete", &FileBatches::isComplete)
         .def_prop_ro("messages", &FileBatches::messages)
+        .def_prop_ro("damages", &FileBatches::damages)
+        .def_prop_ro("first_damage", &FileBatches::firstDamage)
         .def_prop_ro("unreadable", &FileBatches::unreadable)
         .def_prop_ro("first_unreadable", &FileBatches::firstUnreadable);
     module.def("open_capture", openCapture, nb::arg("path"), nb::arg("dictionary"), nb::arg("fields"),

@@ -49,13 +49,15 @@ bool CaptureSource::next(SourceMessage& message) {
 FieldScan scanCapture(const std::string& path) {
     FieldScan scan;
     CaptureSource source(path, std::nullopt);
-    try {
-        SourceMessage message;
-        while (source.next(message))
-            if (!tivra_capture::isNote(message.body))
+    SourceMessage message;
+    for (bool isMore = true; isMore;) {
+        try {
+            isMore = source.next(message);
+            if (isMore && !tivra_capture::isNote(message.body))
                 scan.add(message.body);
-    } catch (const FileFault&) {
-        // What stands in front of it is read all the same.
+        } catch (const FileFault&) {
+            isMore = source.goOn(); // whoever reads the file meets it again
+        }
     }
     return scan;
 }

@@ -19,6 +19,11 @@ public:
     CaptureSource(const std::string& path, std::optional<std::int64_t> start);
 
     [[nodiscard]] bool next(SourceMessage& message) override;
+    /// Passes over the damaged block.
+    [[nodiscard]] bool goOn() override {
+        m_reader.skipBlock();
+        return true;
+    }
 
     [[nodiscard]] bool isComplete() const { return m_reader.isComplete(); }
     /// In the whole file.
@@ -28,7 +33,7 @@ private:
     tivra_capture::CaptureReader m_reader;
 };
 
-/// Looks through all messages of a capture, up to the first fault, which its reader will meet again.
+/// Looks through all messages of a capture that can be read.
 [[nodiscard]] FieldScan scanCapture(const std::string& path);
 
 } // namespace tivra_python

@@ -65,27 +65,31 @@ std::shared_ptr<RowBatch> MessageBatches::next() {
 }
 
 void MessageBatches::fill() {
-    SourceMessage message;
-    try {
-        while (m_rows.rows() < m_maxRows && !m_rows.isFull()) {
-            if (!m_source->next(message)) {
-                m_isAtEnd = true;
-                return;
-            }
-            if (tivra_capture::isNote(message.body)) {
-                addNote(message);
-                continue;
-            }
-            ++m_messages;
-            const std::size_t rows = m_rows.rows();
-            if (m_decoder.decode(message, m_filter, m_isAfterGap, m_rows) == BodyDecoder::Outcome::Unreadable)
-                noteUnreadable();
-            m_isAfterGap = m_isAfterGap && m_rows.rows() == rows;
+    while (!m_isAtEnd && m_rows.rows() < m_maxRows && !m_rows.isFull()) {
+        try {
+            m_isAtEnd = !addMessage();
+        } catch (const FileFault& fault) {
+            passDamage(fault.what());
         }
-    } catch (const FileFault& fault) {
-        m_isAtEnd = true;
-        m_fault = fault.what();
     }
+}
+
+/// False behind the last.
+bool MessageBatches::addMessage() {
+    SourceMessage message;
+    if (!m_source->next(message))
+        return false;
+    m_received = message.received;
+    if (tivra_capture::isNote(message.body)) {
+        addNote(message.received, tivra_capture::noteOf(message.body));
+        return true;
+    }
+    ++m_messages;
+    const std::size_t rows = m_rows.rows();
+    if (m_decoder.decode(message, m_filter, m_isAfterGap, m_rows) == BodyDecoder::Outcome::Unreadable)
+        noteUnreadable();
+    m_isAfterGap = m_isAfterGap && m_rows.rows() == rows;
+    return true;
 }
 
 std::vector<RecordedNote> MessageBatches::takeNotes() {
@@ -93,13 +97,23 @@ std::vector<RecordedNote> MessageBatches::takeNotes() {
 }
 
 /// Notes are few; what a hostile file has beyond a bound only marks the rows.
-void MessageBatches::addNote(const SourceMessage& message) {
-    if (!m_filter.takes(message.received))
+void MessageBatches::addNote(std::int64_t received, tivra_capture::Note note) {
+    if (!m_filter.takes(received))
         return;
-    tivra_capture::Note note = tivra_capture::noteOf(message.body);
     m_isAfterGap = m_isAfterGap || isLoss(note);
     if (m_notes.size() < kMaxNotes)
-        m_notes.push_back({message.received, m_rows.rows(), std::move(note)});
+        m_notes.push_back({received, m_rows.rows(), std::move(note)});
+}
+
+void MessageBatches::passDamage(const char* what) {
+    if (!m_source->goOn()) {
+        m_isAtEnd = true;
+        m_fault = what;
+        return;
+    }
+    if (m_damages++ == 0)
+        m_firstDamage = what;
+    addNote(m_received, {"damaged", {{"text", what}}});
 }
 
 void MessageBatches::noteUnreadable() {

@@ -32,8 +32,8 @@ public:
     MessageBatches(std::unique_ptr<MessageSource> source, std::unique_ptr<FieldDictionary> dictionary,
                    const std::vector<std::string>& fields, RowFilter filter, std::size_t maxRows);
 
-    /// The next rows; null behind the last. After a fault of the file come the rows in front of it, and then
-    /// FileFault. A message that can't be decoded is left out and noted.
+    /// The next rows; null behind the last. What is damaged in the file, and messages that can't be decoded,
+    /// are left out and noted; where a source has no way on behind the damage, FileFault follows the rows.
     [[nodiscard]] std::shared_ptr<RowBatch> next();
 
     /// What the recorder noted among the rows of the last batch, and behind them.
@@ -45,11 +45,17 @@ public:
     [[nodiscard]] std::uint64_t unreadable() const noexcept { return m_unreadable; }
     /// Which was the first of them and why; empty without any.
     [[nodiscard]] const std::string& firstUnreadable() const noexcept { return m_firstUnreadable; }
+    /// Places of the file that were passed over.
+    [[nodiscard]] std::uint64_t damages() const noexcept { return m_damages; }
+    /// Which was the first of them and what is wrong there; empty without any.
+    [[nodiscard]] const std::string& firstDamage() const noexcept { return m_firstDamage; }
 
 private:
     void fill();
-    void addNote(const SourceMessage& message);
+    [[nodiscard]] bool addMessage();
     void noteUnreadable();
+    void passDamage(const char* what);
+    void addNote(std::int64_t received, tivra_capture::Note note);
 
     const std::unique_ptr<MessageSource> m_source;
     const std::unique_ptr<FieldDictionary> m_dictionary;
@@ -61,7 +67,10 @@ private:
     std::uint64_t m_messages = 0;
     std::uint64_t m_unreadable = 0;
     std::string m_firstUnreadable;
-    std::string m_fault; ///< of the file, once it has been met
+    std::uint64_t m_damages = 0;
+    std::string m_firstDamage;
+    std::int64_t m_received = 0; ///< of the last message
+    std::string m_fault;         ///< without a way on, once it has been met
     bool m_isAtEnd = false;
     bool m_isAfterGap = false; ///< since the last row
     std::vector<RecordedNote> m_notes;

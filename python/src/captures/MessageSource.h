@@ -18,6 +18,9 @@ public:
 
     /// The next message; false behind the last. Throws FileFault.
     [[nodiscard]] virtual bool next(SourceMessage& message) = 0;
+
+    /// After a fault: passes over what is damaged. False when there is no way on.
+    [[nodiscard]] virtual bool goOn() { return false; }
 };
 
 } // namespace tivra_python
