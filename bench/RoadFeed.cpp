@@ -45,6 +45,7 @@ RoadRun runFeed(const RoadTask& task) {
     options.user = "demo";
     options.password = "demo";
     options.parameters["COMPRESSION_BOOL"] = task.compressed ? "1" : "0";
+    options.parameters["INLINE_CALLBACKS_BOOL"] = task.isInline ? "1" : "0";
     options.parameters["QUEUE_SIZE_LONG"] = std::to_string(std::max<std::size_t>(64 / ports.size(), 1));
     tivra::Feed feed = tivra::Feed::open(std::move(options));
     std::vector<tivra::Subscription> subscriptions;
