@@ -24,8 +24,9 @@ struct RoadTask {
     /// burst.
     std::size_t passes = 1;
     bool paced = false;
-    bool compressed = false; ///< ask the hub for a zlib stream
-    bool isInline = false;   ///< of the library, to call back on the hub's thread
+    bool compressed = false;  ///< ask the hub for a zlib stream
+    bool isInline = false;    ///< of the library, to call back on the hub's thread
+    bool findsSymbol = false; ///< the library's callback finds out whom a message is for, as a feed does
 };
 
 /// The library, from the socket to the application's callback.

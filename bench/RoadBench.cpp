@@ -28,7 +28,7 @@ using Runner = RoadRun (*)(const RoadTask& task);
 
 /// A reader and what it is fed with, and its figures, one for each round.
 struct Road {
-    enum Trait { PLAIN = 0, COMPRESSED = 1, PACED = 2, INLINE = 4 };
+    enum Trait { PLAIN = 0, COMPRESSED = 1, PACED = 2, INLINE = 4, FINDS = 8 };
 
     Road(std::string itsName, Runner itsRunner, int itsTraits)
         : name(std::move(itsName)), run(itsRunner), traits(itsTraits) {}
@@ -52,6 +52,7 @@ RoadTask taskOf(const Road& road, RoadHub& hub) {
     RoadTask task{hub};
     task.compressed = (road.traits & Road::COMPRESSED) != 0;
     task.isInline = (road.traits & Road::INLINE) != 0;
+    task.findsSymbol = (road.traits & Road::FINDS) != 0;
     return task;
 }
 
@@ -183,6 +184,7 @@ int run(const Options& options) {
     if (libraryHasInlineCallbacks())
         onHubThread = &roads.add("library, inline", &runLibrary, Road::PACED | Road::INLINE);
     Road* feed = libraryHasFeeds() ? &roads.add("feed, socket to callback", &runFeed, Road::PLAIN) : nullptr;
+    Road& finding = roads.add("library, callback finds its symbol", &runLibrary, Road::FINDS);
     // On one thread each, what a hand-over to the other happens to cost is out of the picture.
     Road* feedOnHubThread = libraryHasFeeds() ? &roads.add("feed, inline", &runFeed, Road::INLINE) : nullptr;
 #ifdef TIVRA_HAVE_ZMQ
@@ -213,6 +215,9 @@ int run(const Options& options) {
 #endif
     if (feed != nullptr)
         printAim("processor time, feed to library", ratios(feed->cpu, library.cpu), "at most 1.03");
+    if (feed != nullptr)
+        printAim("processor time, feed to a callback that finds its symbol", ratios(feed->cpu, finding.cpu),
+                 "at most 1.03");
     if (onHubThread != nullptr)
         printAim("processor time, inline to the library's two threads", ratios(onHubThread->cpu, library.cpu),
                  "at most 0.75");

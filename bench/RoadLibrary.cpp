@@ -7,6 +7,9 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <tivra.h>
@@ -18,7 +21,12 @@ class Counter : public tivra::SessionEventHandler,
                 public tivra::UserEventHandler,
                 public tivra::MessageEventHandler {
 public:
-    explicit Counter(const RoadTask& task) : m_isPaced(task.paced), m_progress(task) {}
+    explicit Counter(const RoadTask& task)
+        : m_isPaced(task.paced), m_findsSymbol(task.findsSymbol), m_progress(task) {
+        for (std::size_t i = 0; i < task.hub.ports().size(); ++i)
+            for (const char* symbol : kSymbols)
+                m_counts[{kSource + static_cast<int>(i), symbol}] = 0;
+    }
 
     void onSessionEvent(const tivra::SessionEvent&) override {}
     void onUserEvent(const tivra::UserEvent&) override {}
@@ -26,6 +34,8 @@ public:
     void onMessageEvent(const tivra::MessageEvent& event) override {
         if (event.getType() != tivra::MessageEvent::UPDATE)
             return;
+        if (m_findsSymbol)
+            ++m_counts.find({event.getSource(), event.getSymbolView()})->second;
         if (m_isPaced && event.getReader().find(kStampToken))
             m_progress.addLatency(nowNanoseconds() - event.getReader().getValueAsInteger());
         if (m_progress.count())
@@ -47,7 +57,16 @@ private:
         m_done.notify_all();
     }
 
+    using Key = std::pair<int, std::string_view>;
+    struct Hash {
+        std::size_t operator()(const Key& key) const noexcept {
+            return std::hash<std::string_view>()(key.second) * 31 + static_cast<std::size_t>(key.first);
+        }
+    };
+
     const bool m_isPaced;
+    const bool m_findsSymbol;
+    std::unordered_map<Key, std::size_t, Hash> m_counts; ///< by source and symbol
     RoadProgress m_progress;
     std::mutex m_mutex;
     std::condition_variable m_done;
