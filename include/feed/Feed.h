@@ -106,7 +106,7 @@ public:
     void reconnectNow();
 
     /// The field with this name, "BID" for example.
-    /// @throws Error (UnknownField) when no hub knows it
+    /// @throws Error (UnknownField) when no hub knows it; (Closed)
     Field field(std::string_view name) const;
     /// The type of the values of a field with this name, by the first hub that has it; nothing when no hub
     /// that is ready has. Hubs may differ, and a hub may come back with another dictionary.

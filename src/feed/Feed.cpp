@@ -81,6 +81,8 @@ Field Feed::field(std::string_view name) const {
     // While hubs are away nobody can tell, but for what has been asked before.
     if (const tivra_internal::FieldEntry* const known = registry.fields()->find(name))
         return tivra_internal::FieldTable::fieldOf(*known);
+    if (registry.isDetached())
+        throw Error({Error::Code::Closed, Error::Phase::Request, "the feed is closed", "", "", 0, "", 0});
     if (!registry.typeOfField(name))
         throw Error({Error::Code::UnknownField, Error::Phase::Request,
                      "no hub has a field \"" + std::string(name) + "\"", "see the hub's dictionary", "", 0,

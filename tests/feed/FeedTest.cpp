@@ -368,6 +368,7 @@ TEST_F(FeedTest, ARequestEndsByItselfWhateverTheHubDoes) {
     EXPECT_TRUE(feed.close(20s));
     EXPECT_EQ(closed.wait(20s).error().code(), Error::Code::Closed);
     EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.query({100, "IBM"})); }), HasSubstr("Closed"));
+    EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.field("NEVER.ASKED.FOR")); }), HasSubstr("Closed"));
 }
 
 TEST_F(FeedTest, ARequestTimesOut) {
