@@ -3,7 +3,7 @@
 #include "captures/CaptureSource.h"
 #include "captures/DaySource.h"
 #include "captures/FieldRows.h"
-#include "captures/FileFault.h"
+#include "captures/FileBatches.h"
 #include "captures/MessageBatches.h"
 
 #include <nanobind/nanobind.h>
@@ -16,7 +16,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,51 +26,6 @@ namespace nb = nanobind;
 namespace tivra_python {
 
 namespace {
-
-/// The batches of one file, as Python iterates over them: threads may take turns.
-class FileBatches {
-public:
-    FileBatches(std::unique_ptr<MessageBatches> batches, bool isComplete)
-        : m_batches(std::move(batches)), m_isComplete(isComplete) {}
-
-    /// The next batch and the notes among its rows; none behind the last.
-    std::pair<std::shared_ptr<RowBatch>, std::vector<RecordedNote>> next() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        std::shared_ptr<RowBatch> batch = m_batches->next();
-        return {std::move(batch), m_batches->takeNotes()};
-    }
-    /// Notes that no batch has come with: those in front of a fault of the file.
-    std::vector<RecordedNote> takeNotes() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_batches->takeNotes();
-    }
-    [[nodiscard]] bool isComplete() const { return m_isComplete; }
-    [[nodiscard]] std::uint64_t messages() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_batches->messages();
-    }
-    [[nodiscard]] std::uint64_t damages() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_batches->damages();
-    }
-    [[nodiscard]] std::string firstDamage() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_batches->firstDamage();
-    }
-    [[nodiscard]] std::uint64_t unreadable() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_batches->unreadable();
-    }
-    [[nodiscard]] std::string firstUnreadable() {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        return m_batches->firstUnreadable();
-    }
-
-private:
-    std::mutex m_mutex; ///< held for each call
-    const std::unique_ptr<MessageBatches> m_batches;
-    const bool m_isComplete;
-};
 
 /// What both kinds of files are asked for.
 struct Wanted {
