@@ -31,6 +31,10 @@ DAY_MIDNIGHT = datetime.datetime(2013, 10, 7, 4, tzinfo=datetime.timezone.utc)
 """Midnight in New York of the day that comes with the simulator."""
 
 
+_LATEST = 2**63 - 10**14
+"""What 64 bits hold of nanoseconds, less a day."""
+
+
 class CaptureError(Error, ValueError):
     """A file that can't be read, or isn't what it should be. The text names the file, the place and the fault."""
 
@@ -251,8 +255,15 @@ def _positive(max_rows: int) -> int:
 
 def _nanoseconds(time: TimeLike | None, what: str) -> int | None:
     """Nanoseconds since 1970; a time without a zone could be any."""
-    if time is None or isinstance(time, int):
-        return time
+    if time is None:
+        return None
+    nanoseconds = time if isinstance(time, int) else _nanoseconds_of(time, what)
+    if abs(nanoseconds) > _LATEST:
+        raise ValueError(f"{what} is too far from 1970: {time!r}")
+    return nanoseconds
+
+
+def _nanoseconds_of(time: datetime.datetime | str, what: str) -> int:
     given = time
     if isinstance(time, str):
         try:
