@@ -5,7 +5,7 @@ from __future__ import annotations
 import datetime
 import enum
 from dataclasses import dataclass
-from typing import Optional
+from typing import Any, Optional
 
 from .errors import Error
 
@@ -101,8 +101,8 @@ def state_change(source: int, symbol: str, before: int, after: int, cause: str, 
     return StateChange(source, symbol, DATA_STATES[before], DATA_STATES[after], cause, error, time)
 
 
-def hub_status(status: dict[str, object]) -> HubStatus:
+def hub_status(status: dict[str, Any]) -> HubStatus:
     fields = dict(status)
-    fields["before"] = HUB_STATES[fields.pop("from_state")]  # type: ignore[index]
-    fields["state"] = HUB_STATES[fields["state"]]  # type: ignore[index]
-    return HubStatus(**fields)  # type: ignore[arg-type]
+    fields["before"] = HUB_STATES[fields.pop("from_state")]
+    fields["state"] = HUB_STATES[fields["state"]]
+    return HubStatus(**fields)

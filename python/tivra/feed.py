@@ -83,6 +83,7 @@ class Feed:
         self._lock = threading.Lock()
         self._board: Optional[Board] = None
         self._subscriptions: weakref.WeakSet[Subscription] = weakref.WeakSet()
+        self._kept: set[Subscription] = set()  # those with callbacks, which nobody may hold otherwise
         hosts = symbol_list(hosts)
         if hosts:
             options = {"hosts": hosts, **options}
@@ -195,7 +196,7 @@ class Feed:
                         traceback: Optional[TracebackType]) -> None:
         await self.aclose()
 
-    def _core(self) -> _core.Feed:
+    def _require_open(self) -> _core.Feed:
         if self._native is None:
             raise Closed("the feed isn't open", code="Closed", advice="open it by with, async with, open() or aopen()")
         return self._native
@@ -209,15 +210,15 @@ class Feed:
 
     def hubs(self) -> list[HubStatus]:
         """How the connection to each hub stands."""
-        return [hub_status(hub) for hub in self._core().hubs()]
+        return [hub_status(hub) for hub in self._require_open().hubs()]
 
     def reconnect_now(self) -> None:
         """Dials every hub that isn't connected at once, whatever pause is left."""
-        self._core().reconnect_now()
+        self._require_open().reconnect_now()
 
     def stats(self) -> dict[str, Any]:
         """What has been counted since the feed was opened; times are seconds."""
-        statistics: dict[str, Any] = json.loads(self._core().statistics_json())
+        statistics: dict[str, Any] = json.loads(self._require_open().statistics_json())
         return statistics
 
     def open_metrics(self, labels: Optional[Mapping[str, str]] = None) -> str:
@@ -225,7 +226,7 @@ class Feed:
 
         :param labels: names and values that tell this feed from others.
         """
-        return str(self._core().open_metrics(list((labels or {}).items())))
+        return str(self._require_open().open_metrics(list((labels or {}).items())))
 
     # --- asking ---
 
@@ -237,25 +238,25 @@ class Feed:
         :raises tivra.RequestRefused: from the answer, when the hub has said no.
         :raises tivra.Timeout: from the answer.
         """
-        return self._answer(self._core().snapshot(source, symbol), timeout, f"the snapshot of {symbol}")
+        return self._answer(self._require_open().snapshot(source, symbol), timeout, f"the snapshot of {symbol}")
 
     def snapshots(self, source: int, symbols: Iterable[str], timeout: Optional[float] = None) -> list[Answer[Snapshot]]:
         """The same for many symbols, each with an answer of its own, in their order."""
         names = symbol_list(symbols)
-        natives = self._core().snapshots(source, names)
+        natives = self._require_open().snapshots(source, names)
         return [self._answer(native, timeout, f"the snapshot of {name}") for native, name in zip(natives, names)]
 
     def depth(self, source: int, symbol: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """The order book of a symbol, a record for each line."""
-        return self._answer(self._core().depth(source, symbol), timeout, f"the order book of {symbol}")
+        return self._answer(self._require_open().depth(source, symbol), timeout, f"the order book of {symbol}")
 
     def wildcard(self, source: int, pattern: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """The present state of all symbols of a source that match: "*" for any characters, "?" for one."""
-        return self._answer(self._core().wildcard(source, pattern), timeout, f"the pattern {pattern}")
+        return self._answer(self._require_open().wildcard(source, pattern), timeout, f"the pattern {pattern}")
 
     def xref(self, source: int, symbol: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """Cross references of a symbol."""
-        return self._answer(self._core().xref(source, symbol), timeout, f"the cross references of {symbol}")
+        return self._answer(self._require_open().xref(source, symbol), timeout, f"the cross references of {symbol}")
 
     def list(self, what: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """A list of the hubs, a record for each entry. Hubs may refuse some of them to ordinary users.
@@ -263,7 +264,7 @@ class Feed:
         :param what: "fields", "enumerations", "sources", "permissions", "subscribed_symbols", "clients", "users" or
             "administration".
         """
-        return self._answer(self._core().list(_index(LISTS, what, "list")), timeout, f"the list of {what}")
+        return self._answer(self._require_open().list(_index(LISTS, what, "list")), timeout, f"the list of {what}")
 
     def _answer(self, native: _core.Answer, timeout: Optional[float], what: str) -> Answer[Snapshot]:
         return Answer(native, make_snapshot, timeout, what)
@@ -284,7 +285,8 @@ class Feed:
         :param max_bytes: memory that they may take, about.
         :param policy: what happens when there are more: "drop_oldest" (and a gap says how many), "block" (the hub is
             read no faster than this reader reads) or "latest" (updates of a symbol are merged).
-        :param on_update: called with each update as an Event, on a thread of the library, in place of a reader.
+        :param on_update: called with each update as an Event, on a thread of the library, in place of a reader. The
+            feed keeps a subscription with callbacks until it is closed; any other ends when nobody has it any more.
         :param on_state: called with each change of state as an Event, on a thread of the library.
         :param on_gap: called with each gap as an Event, on a thread of the library.
         :raises tivra.InvalidArgument: for a symbol or source that can't be asked for.
@@ -292,7 +294,7 @@ class Feed:
         """
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
         stream.add(source, symbol_list(symbols))
-        return self._enter(stream, source, on_update)
+        return self._enter(stream, source, on_update, on_state, on_gap)
 
     def subscribe_wildcard(self, source: int, pattern: str, *, fields: Optional[Iterable[str]] = None,
                            max_rows: int = 100_000, max_bytes: int = 64 << 20, policy: str = "drop_oldest",
@@ -303,7 +305,7 @@ class Feed:
         for one. States and gaps are those of the pattern as a whole. Arguments as in subscribe()."""
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
         stream.add_wildcard(source, pattern)
-        return self._enter(stream, source, on_update)
+        return self._enter(stream, source, on_update, on_state, on_gap)
 
     def subscribe_depth(self, source: int, symbol: str, *, fields: Optional[Iterable[str]] = None,
                         max_rows: int = 100_000, max_bytes: int = 64 << 20, policy: str = "drop_oldest",
@@ -313,7 +315,7 @@ class Feed:
         """The order book of a symbol, an image for each line, and then its changes. Arguments as in subscribe()."""
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
         stream.add_depth(source, symbol)
-        return self._enter(stream, source, on_update)
+        return self._enter(stream, source, on_update, on_state, on_gap)
 
     def _stream(self, fields: Optional[Iterable[str]], max_rows: int, max_bytes: int, policy: str,
                 on_update: Optional[Callable[[Event], object]], on_state: Optional[Callable[[Event], object]],
@@ -322,12 +324,15 @@ class Feed:
             raise InvalidArgument("a reader has to have room", code="InvalidArgument",
                                   advice="give max_rows and max_bytes from 1")
         names = [] if fields is None else symbol_list(fields)
-        return _core.Stream(self._core(), names, _index(POLICIES, policy, "policy"), max_rows, max_bytes, on_update,
+        return _core.Stream(self._require_open(), names, _index(POLICIES, policy, "policy"), max_rows, max_bytes, on_update,
                             on_state, on_gap)
 
-    def _enter(self, stream: _core.Stream, source: int, on_update: Optional[Callable[[Event], object]]) -> Subscription:
-        subscription = Subscription(stream, source, on_update is not None)
+    def _enter(self, stream: _core.Stream, source: int, on_update: Optional[Callable[[Event], object]],
+               *others: Optional[Callable[[Event], object]]) -> Subscription:
+        subscription = Subscription(stream, source, on_update is not None, self._kept.discard)
         self._subscriptions.add(subscription)
+        if any(callback is not None for callback in (on_update, *others)):
+            self._kept.add(subscription)
         return subscription
 
     @property
@@ -336,7 +341,7 @@ class Feed:
         ``feed.board[100, "IBM"]["BID"]``."""
         with self._lock:
             if self._board is None:
-                self._board = Board(_core.Board(self._core(), 1_000_000))
+                self._board = Board(_core.Board(self._require_open(), 1_000_000))
             return self._board
 
     def __repr__(self) -> str:

@@ -5,7 +5,7 @@ from __future__ import annotations
 import asyncio
 import datetime
 import time
-from collections.abc import AsyncIterator, Iterable, Iterator
+from collections.abc import AsyncIterator, Callable, Iterable, Iterator
 from types import TracebackType
 from typing import Optional, Union
 
@@ -38,10 +38,12 @@ class Subscription:
     Losses and failovers need nothing from the application: there is a gap, and then a new image.
     """
 
-    def __init__(self, native: _core.Stream, source: int, has_callback: bool) -> None:
+    def __init__(self, native: _core.Stream, source: int, has_callback: bool,
+                 release: Callable[[Subscription], None]) -> None:
         self._native = native
         self._source = source
         self._has_callback = has_callback
+        self._release = release
         self._readiness: Optional[Readiness] = None
         self._events: list[Event] = []  # taken and not handed out yet, the next one last
         self._is_closed = False
@@ -96,12 +98,14 @@ class Subscription:
         """Ends all subscriptions. What has come before can still be read; then iteration ends."""
         self._is_closed = True
         self._native.close()
+        self._release(self)
         self._wake()
 
     def _end(self) -> None:
         """The feed has been closed."""
         self._is_closed = True
         self._native.end()
+        self._release(self)
         self._wake()
 
     def _wake(self) -> None:
