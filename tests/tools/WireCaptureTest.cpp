@@ -20,9 +20,10 @@ constexpr std::int64_t kSecond = 1000000000;
 class WireCapture : public ToolFixture {
 protected:
     WireCapture() {
-        std::istringstream tokens("3 PERMISSION int 4 ENUM.SRC.ID int 5 SYMBOL.TICKER string 6 SYMBOL.NAME string 24 REFRESH int "
-                                  "9 PART.CODE string 30 SEQ int 101 BID double 5004 TOKEN.DEL int "
-                                  "45028 UNKNOWNTOKEN string 45029 UNKNOWNSVALUE string");
+        std::istringstream tokens(
+            "3 PERMISSION int 4 ENUM.SRC.ID int 5 SYMBOL.TICKER string 6 SYMBOL.NAME string 24 REFRESH int "
+            "9 PART.CODE string 30 SEQ int 101 BID double 5004 TOKEN.DEL int "
+            "45028 UNKNOWNTOKEN string 45029 UNKNOWNSVALUE string");
         std::string lines;
         for (std::string number, name, storage; tokens >> number >> name >> storage;)
             lines += "cmd=AddToken|name=" + name + "|token=" + number + "|storage=" + storage + "\n";

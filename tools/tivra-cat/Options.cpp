@@ -5,6 +5,7 @@
 
 #include "common/HostAddress.h"
 #include "common/ParseFailure.h"
+#include "common/ToolText.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -363,6 +364,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     declareLimits(app, options);
     declareEngine(app, options);
     declareCommands(app, options, raw);
+    if (tivra_tools::writeToolText(app, argc, argv))
+        return std::nullopt;
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

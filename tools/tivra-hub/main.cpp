@@ -1,6 +1,7 @@
 #include "Options.h"
 
 #include "common/ParseFailure.h"
+#include "common/ToolText.h"
 #include "tivra_sim/HubGroup.h"
 
 #include <algorithm>
@@ -220,6 +221,8 @@ int main(int argc, char** argv) {
         "tivra-hub");
     Options options;
     declare(app, options);
+    if (tivra_tools::writeToolText(app, argc, argv))
+        return ENDED;
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

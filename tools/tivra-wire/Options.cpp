@@ -4,6 +4,7 @@
 
 #include "common/HostAddress.h"
 #include "common/ParseFailure.h"
+#include "common/ToolText.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -181,6 +182,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     app.get_subcommand("slice")->alias("merge");
     TimeTexts times;
     declareTimes(app, times);
+    if (tivra_tools::writeToolText(app, argc, argv))
+        return std::nullopt;
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& success) {
