@@ -140,5 +140,7 @@ def test_what_cannot_be_done_says_why(tmp_path, few, monkeypatch, capsys, argume
 def test_gaps_are_reported(tmp_path, capsys):
     path = tmp_path / "gaps.cap"
     path.write_bytes(capture([(SECOND, b"4=100|5=IBM|101=1"), (2 * SECOND, b"!kind=dropped|messages=12")]))
-    assert export(path, "-o", tmp_path / "gaps.csv") == 0
+    assert export(path, "-o", tmp_path / "gaps.parquet") == 0
     assert "1 gaps were noted when it was recorded:\n  dropped: 12 messages" in capsys.readouterr().out
+    metadata = pyarrow.parquet.read_metadata(tmp_path / "gaps.parquet").metadata
+    assert [text.split(" from")[0] for text in json.loads(metadata[b"tivra.gaps"])] == ["dropped: 12 messages"]

@@ -142,7 +142,7 @@ def _export(options: argparse.Namespace) -> int:
             fault = _copy(recording, writer)
         for warning in caught:
             fault = fault or str(warning.message)
-        writer.close()
+        writer.close(recording.gaps)
     except OSError as error:
         writer.discard()
         raise Failure(NO_OUTPUT, f"cannot write {options.output}: {error.strerror or error}") from None

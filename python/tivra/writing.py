@@ -6,18 +6,22 @@ import datetime
 import json
 import os
 from abc import ABC, abstractmethod
-from collections.abc import Callable, Iterable
+from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
 from . import _core
 from ._optional import require
 from .captures import CaptureError
 from .dictionary import Dictionary, PathLike
+from .gap import Gap
 
 FORMATS = ("parquet", "csv", "jsonl")
 
 FIELDS_KEY = b"tivra.fields"
 """Where a Parquet file has the numbers and types of its fields, so that it can be played again without a dictionary."""
+
+GAPS_KEY = b"tivra.gaps"
+"""Where a Parquet file has what is known to be missing in it, as a list of texts."""
 
 _ROW_GROUP = 1 << 20
 _MOST_PARTS = 256
@@ -39,6 +43,9 @@ class Writer(ABC):
     @abstractmethod
     def _finish(self) -> None:
         """Closes the file."""
+
+    def note_gaps(self, gaps: Sequence[Gap]) -> None:
+        """Keeps what is missing, in forms that have a place for it."""
 
     def close(self) -> None:
         """Ends the file, in place of one that is there."""
@@ -73,6 +80,9 @@ class ParquetFile(Writer):
         self.rows += batch.num_rows
         if self._held >= _ROW_GROUP:
             self._write_group()
+
+    def note_gaps(self, gaps: Sequence[Gap]) -> None:
+        self._writer.add_key_value_metadata({GAPS_KEY: json.dumps([str(gap) for gap in gaps])})
 
     def _write_group(self) -> None:
         table = self._pa.Table.from_batches(self._batches).unify_dictionaries()
@@ -171,8 +181,10 @@ class SplitWriter:
             self._parts[key] = part
         return part
 
-    def close(self) -> None:
+    def close(self, gaps: Sequence[Gap] = ()) -> None:
+        """Ends all files. What is missing may be so in any of them."""
         for part in self.parts:
+            part.note_gaps(gaps)
             part.close()
 
     def discard(self) -> None:
