@@ -62,10 +62,10 @@ public:
         /// up. Default false: a full queue of a compressed connection costs the connection.
         HOLD_READS_BOOL = 11,
         /// true: tivra::Update::receivedAt, and the times from the socket in tivra::FeedStatistics, count
-        /// from
-        /// when the kernel got the last packet of what a read took, so that waiting in the socket shows. It
-        /// costs some 100 ns a read, and is for uncompressed connections: compressed ones count from the end
-        /// of the read as ever. Default false.
+        /// from when the kernel got the last packet of what a read took, so that waiting in the socket shows.
+        /// It costs some 100 ns a read. Bytes that the kernel has no time for (the first ones in a while),
+        /// and
+        /// compressed connections, count from the end of the read as ever. Default false.
         KERNEL_TIMESTAMPS_BOOL = 12
     };
 
