@@ -2,7 +2,7 @@
 
 ::
 
-    with tivra.sim.Hub() as hub, tivra.Feed(hub.address, user="demo", password="demo") as feed:
+    with tivra.sim.Hub(symbols=[(100, "IBM")]) as hub, tivra.Feed(hub.address, user="demo", password="demo") as feed:
         sub = feed.subscribe(100, "IBM")
         hub.wait_for_subscriptions(1)
         hub.publish(100, "IBM", {"BID": 189.5})
