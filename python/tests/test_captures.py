@@ -1,4 +1,6 @@
 import datetime
+import signal
+import time
 import warnings
 
 import pytest
@@ -40,6 +42,31 @@ def test_rows_are_chosen_by_symbol_and_time(tmp_path, wanted, bids):
     path = write(tmp_path / "few.cap", capture(messages[:3], messages[3:]))
     batches = tivra.read_capture(path, dictionary=BUILTIN, fields=["BID"], **wanted)
     assert [row["BID"] for batch in batches for row in batch] == bids
+
+
+@pytest.mark.parametrize("reads", [lambda path: list(tivra.read_capture(path, symbols=["nobody"])),
+                                   lambda path: list(tivra.read_capture(path, fields=["101"], symbols=["nobody"]))])
+def test_a_signal_ends_a_long_reading(tmp_path, reads):
+    class Alarm(Exception):
+        pass
+
+    def ring(*_):
+        raise Alarm
+
+    path = write(tmp_path / "long.cap", capture(*[[(SECOND, body("A", 1))] * 10_000] * 60))
+    before = signal.signal(signal.SIGALRM, ring)
+    try:
+        signal.setitimer(signal.ITIMER_REAL, 0.001)
+        begin = time.process_time()
+        with pytest.raises(Alarm):
+            reads(path)
+        interrupted = time.process_time() - begin
+    finally:
+        signal.setitimer(signal.ITIMER_REAL, 0)
+        signal.signal(signal.SIGALRM, before)
+    begin = time.process_time()
+    reads(path)
+    assert interrupted < (time.process_time() - begin) / 2
 
 
 def test_blocks_that_go_back_in_time_are_not_skipped(tmp_path):

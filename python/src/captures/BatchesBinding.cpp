@@ -5,6 +5,7 @@
 #include "captures/FieldRows.h"
 #include "captures/FileBatches.h"
 #include "captures/MessageBatches.h"
+#include "captures/Signals.h"
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/optional.h>
@@ -82,7 +83,7 @@ nb::list listOf(const std::vector<RecordedNote>& notes) {
 nb::tuple nextOf(FileBatches& batches) {
     const auto [batch, notes] = [&batches] {
         const nb::gil_scoped_release release;
-        return batches.next();
+        return batches.next(checkSignals);
     }();
     return nb::make_tuple(nb::cast(batch), listOf(notes));
 }

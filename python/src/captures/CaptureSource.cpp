@@ -46,11 +46,14 @@ bool CaptureSource::next(SourceMessage& message) {
     return true;
 }
 
-FieldScan scanCapture(const std::string& path) {
+FieldScan scanCapture(const std::string& path, const Pause& pause) {
     FieldScan scan;
     CaptureSource source(path, std::nullopt);
     SourceMessage message;
+    std::uint64_t messages = 0;
     for (bool isMore = true; isMore;) {
+        if (++messages % kPauseEvery == 0)
+            pause();
         try {
             isMore = source.next(message);
             if (isMore && !tivra_capture::isNote(message.body))

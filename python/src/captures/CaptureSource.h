@@ -34,6 +34,6 @@ private:
 };
 
 /// Looks through all messages of a capture that can be read.
-[[nodiscard]] FieldScan scanCapture(const std::string& path);
+[[nodiscard]] FieldScan scanCapture(const std::string& path, const Pause& pause);
 
 } // namespace tivra_python

@@ -5,6 +5,7 @@
 #include "captures/FieldDictionary.h"
 #include "captures/FieldRows.h"
 #include "captures/FileFault.h"
+#include "captures/Signals.h"
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
@@ -59,7 +60,7 @@ FieldRows hubFields(const std::string& host, const std::string& user, const std:
 /// Names of all fields that messages of the capture have, but for those that every row has.
 std::vector<std::string> captureFields(const std::string& path, const FieldRows& rows) {
     FieldDictionary dictionary(fieldsOfRows(rows));
-    const FieldScan scan = scanCapture(path);
+    const FieldScan scan = scanCapture(path, checkSignals);
     if (scan.isOverflown())
         throw FileFault(path + ": messages have more than " + std::to_string(FieldScan::kMaxFields) +
                         " different fields; name those that you want");

@@ -20,9 +20,9 @@ public:
         : m_batches(std::move(batches)), m_isComplete(isComplete) {}
 
     /// The next batch and the notes among its rows; none behind the last.
-    std::pair<std::shared_ptr<RowBatch>, std::vector<RecordedNote>> next() {
+    std::pair<std::shared_ptr<RowBatch>, std::vector<RecordedNote>> next(const Pause& pause) {
         const tp::MutexLock lock(m_mutex);
-        std::shared_ptr<RowBatch> batch = m_batches->next();
+        std::shared_ptr<RowBatch> batch = m_batches->next(pause);
         return {std::move(batch), m_batches->takeNotes()};
     }
     /// Notes that no batch has come with: those in front of a fault of the file.

@@ -54,9 +54,9 @@ MessageBatches::MessageBatches(std::unique_ptr<MessageSource> source,
     , m_maxRows(std::max<std::size_t>(
           1, std::min(maxRows, kMaxNumberBytes / ((m_fields.size() + 1) * sizeof(std::int64_t))))) {}
 
-std::shared_ptr<RowBatch> MessageBatches::next() {
+std::shared_ptr<RowBatch> MessageBatches::next(const Pause& pause) {
     if (!m_isAtEnd)
-        fill();
+        fill(pause);
     if (m_rows.rows() > 0)
         return m_rows.finish();
     if (!m_fault.empty())
@@ -64,8 +64,10 @@ std::shared_ptr<RowBatch> MessageBatches::next() {
     return nullptr;
 }
 
-void MessageBatches::fill() {
+void MessageBatches::fill(const Pause& pause) {
     while (!m_isAtEnd && m_rows.rows() < m_maxRows && !m_rows.isFull()) {
+        if (++m_read % kPauseEvery == 0)
+            pause();
         try {
             m_isAtEnd = !addMessage();
         } catch (const FileFault& fault) {

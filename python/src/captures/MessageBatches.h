@@ -34,7 +34,7 @@ public:
 
     /// The next rows; null behind the last. What is damaged in the file, and messages that can't be decoded,
     /// are left out and noted; where a source has no way on behind the damage, FileFault follows the rows.
-    [[nodiscard]] std::shared_ptr<RowBatch> next();
+    [[nodiscard]] std::shared_ptr<RowBatch> next(const Pause& pause);
 
     /// What the recorder noted among the rows of the last batch, and behind them.
     [[nodiscard]] std::vector<RecordedNote> takeNotes();
@@ -51,7 +51,7 @@ public:
     [[nodiscard]] const std::string& firstDamage() const noexcept { return m_firstDamage; }
 
 private:
-    void fill();
+    void fill(const Pause& pause);
     [[nodiscard]] bool addMessage();
     void noteUnreadable();
     void passDamage(const char* what);
@@ -64,6 +64,7 @@ private:
     RowBuilder m_rows;
     BodyDecoder m_decoder;
     std::size_t m_maxRows;
+    std::uint64_t m_read = 0; ///< messages and notes
     std::uint64_t m_messages = 0;
     std::uint64_t m_unreadable = 0;
     std::string m_firstUnreadable;

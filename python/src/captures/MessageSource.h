@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
 
 namespace tivra_python {
@@ -10,6 +11,12 @@ struct SourceMessage {
     std::int64_t received = 0; ///< nanoseconds since 1970-01-01 00:00 UTC
     std::string_view body;     ///< valid until the next is asked for
 };
+
+/// Called now and then while a file is read, and may end that by an exception.
+using Pause = std::function<void()>;
+
+/// Messages between two pauses; a few milliseconds.
+inline constexpr std::uint64_t kPauseEvery = 16384;
 
 /// Where messages come from. One thread at a time.
 class MessageSource {

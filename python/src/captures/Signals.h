@@ -1,0 +1,15 @@
+#pragma once
+
+#include <nanobind/nanobind.h>
+
+namespace tivra_python {
+
+/// Lets Python handle signals while the interpreter is released, so that Ctrl-C ends a long reading. Throws
+/// what a handler raises.
+inline void checkSignals() {
+    const nanobind::gil_scoped_acquire acquire;
+    if (PyErr_CheckSignals() != 0)
+        throw nanobind::python_error();
+}
+
+} // namespace tivra_python
