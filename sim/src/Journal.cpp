@@ -10,7 +10,8 @@ bool HubStatistics::operator==(const HubStatistics& other) const noexcept {
     const auto fields = [](const HubStatistics& of) {
         return std::tie(of.connections, of.loggedIn, of.subscriptions, of.accepted, of.requests,
                         of.protocolErrors, of.framesSent, of.bytesSent, of.updatesSent, of.playbackEvents,
-                        of.playbackSent, of.playbackLeftOut, of.playbackDropped, of.playbackRunning, of.playbackFinished);
+                        of.playbackSent, of.playbackLeftOut, of.playbackDropped, of.playbackRunning,
+                        of.playbackFinished);
     };
     return fields(*this) == fields(other);
 }

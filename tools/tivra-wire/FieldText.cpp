@@ -132,10 +132,10 @@ std::string FieldText::noteJson(const Frame& frame) {
 std::string FieldText::csvHeader() const {
     std::string header = "received,source,symbol";
     if (m_columns.empty())
-        return header + ",field,value\n";
+        header += ",field,value";
     for (const std::string& column : m_columns)
-        header += "," + cell(column);
-    return header + "\n";
+        header.append(1, ',').append(cell(column));
+    return header += '\n';
 }
 
 bool FieldText::isColumn(const Field& field, const std::string& column) const {
@@ -144,21 +144,29 @@ bool FieldText::isColumn(const Field& field, const std::string& column) const {
 
 std::string FieldText::csv(const Frame& frame) {
     read(frame);
-    const std::string begin =
-        (frame.nanoseconds ? timeText(*frame.nanoseconds) : "") + "," + cell(m_source) + "," + cell(m_symbol);
+    std::string begin;
+    if (frame.nanoseconds)
+        begin = timeText(*frame.nanoseconds);
+    begin.append(1, ',').append(cell(m_source)).append(1, ',').append(cell(m_symbol));
     std::string rows;
     if (m_columns.empty()) {
         for (const Field& field : m_fields)
-            rows += begin + "," + cell(field.name()) + "," + cell(field.value) + "\n";
+            rows.append(begin)
+                .append(1, ',')
+                .append(cell(field.name()))
+                .append(1, ',')
+                .append(cell(field.value)) += '\n';
         return rows;
     }
     rows = begin;
     for (const std::string& column : m_columns) {
         const auto found = std::find_if(m_fields.begin(), m_fields.end(),
                                         [&](const Field& field) { return isColumn(field, column); });
-        rows += "," + (found == m_fields.end() ? std::string() : cell(found->value));
+        rows += ',';
+        if (found != m_fields.end())
+            rows += cell(found->value);
     }
-    return rows + "\n";
+    return rows += '\n';
 }
 
 } // namespace tivra_wire
