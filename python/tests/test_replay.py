@@ -1,3 +1,6 @@
+import subprocess
+import sys
+
 import pyarrow
 import pyarrow.compute
 import pyarrow.parquet
@@ -44,6 +47,35 @@ def test_what_was_exported_comes_again_over_a_connection(parquet):
                 if rows >= expected.num_rows:
                     break
     assert pyarrow.Table.from_batches(got).sort_by("FEED.SEQUENCE").equals(expected.combine_chunks())
+
+
+def test_the_program_plays_and_ends_with_its_clients(parquet):
+    program = subprocess.Popen([sys.executable, "-m", "tivra", "replay", str(parquet), "--once"], stdout=subprocess.PIPE,
+                               stderr=subprocess.STDOUT, text=True)
+    try:
+        address = program.stdout.readline().removeprefix("listening on ").strip()
+        with tivra.Feed(address, user="demo", password="demo") as feed:
+            sub = feed.subscribe(100, "IBM", fields=["FEED.SEQUENCE"], policy="block")
+            rows = 0
+            for batch in sub.batches():
+                rows += sum(row["FEED.SEQUENCE"] is not None for row in batch)
+                if rows >= 4114:
+                    break
+        rest = program.communicate(timeout=60)[0]
+    finally:
+        program.kill()
+        program.wait()
+    assert (rest, program.returncode) == ("played 40000 messages\n", 0)
+
+
+@pytest.mark.parametrize("arguments, code, text", [
+    (["none.parquet"], 4, "cannot read none.parquet: No such file"), (["no.csv"], 4, "cannot play: no.csv:1: the first line"),
+    (["no.csv", "--port", "70000"], 2, "port must be from 0 to 65535"), (["no.csv", "--factor", "-1"], 2, "factor must be")])
+def test_what_cannot_be_played_says_why(tmp_path, monkeypatch, capsys, arguments, code, text):
+    monkeypatch.chdir(tmp_path)
+    (tmp_path / "no.csv").write_text("a,b\n")
+    assert main(["replay", *arguments]) == code
+    assert text in capsys.readouterr().err
 
 
 def table(**columns):

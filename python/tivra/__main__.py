@@ -20,7 +20,7 @@ ENDED, WRONG_USAGE, DAMAGED, NO_INPUT, NO_OUTPUT = 0, 2, 3, 4, 5
 
 _SUFFIXES = {".parquet": "parquet", ".pq": "parquet", ".csv": "csv", ".jsonl": "jsonl", ".ndjson": "jsonl"}
 _EXIT_CODES = """exit codes: 0 ended well, 2 wrong usage or a dictionary that can't be had, 3 the input is damaged or was
-cut off (what stands in front of the damage is written), 4 the input can't be read, 5 the output can't be written"""
+cut off (all that could be read is written), 4 the input can't be read, 5 the output can't be written"""
 
 
 class Failure(Exception):
@@ -181,8 +181,15 @@ def _report(writer: SplitWriter, recording: Recording, dictionary: Dictionary | 
 def _replay(options: argparse.Namespace) -> int:
     _kind_of(options.input)
     ended = threading.Event()
-    for number in (signal.SIGINT, signal.SIGTERM):
-        signal.signal(number, lambda *_: ended.set())
+    before = {number: signal.signal(number, lambda *_: ended.set()) for number in (signal.SIGINT, signal.SIGTERM)}
+    try:
+        return _play(options, ended)
+    finally:
+        for number, handler in before.items():
+            signal.signal(number, handler)
+
+
+def _play(options: argparse.Namespace, ended: threading.Event) -> int:
     try:
         hub = Replay(options.input, port=options.port, factor=options.factor, start_when=options.start_when,
                      dictionary=_dictionary(options))
