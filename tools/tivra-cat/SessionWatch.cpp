@@ -81,7 +81,6 @@ void SessionWatch::enter(State state, std::string text) {
         if (isReset)
             text += ", since the receive queue was full";
         m_mayLackDrops = true;
-        m_isDeep = false;
         m_incidents.hubLost(text, isReset);
     } else if (state == Event::TIVRA_SESSION_ESTABLISHED) {
         m_incidents.hubsRestored(text);

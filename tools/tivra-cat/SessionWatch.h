@@ -70,7 +70,7 @@ private:
     std::string m_openMetrics;
     bool m_wasEstablished = false;
     State m_state = tivra::SessionEvent::TIVRA_SESSION_UNAVAILABLE;
-    bool m_isDeep = false; ///< a receive queue is above its threshold
+    bool m_isDeep = false; ///< the last that was heard of a receive queue is that it is above its threshold
     bool m_mayLackDrops = false;
 };
 
