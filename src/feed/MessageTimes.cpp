@@ -35,7 +35,14 @@ void MessageTimes::measureEnd() noexcept {
 
 std::chrono::system_clock::time_point MessageTimes::receivedAt() noexcept {
     const double readAt = m_frame != nullptr ? m_frame->readAt() : 0.0;
-    return readAt > 0.0 ? onTheWall(readAt) : decodedAt();
+    if (readAt <= 0.0)
+        return decodedAt();
+    // Messages of one read have one time, and the clocks are looked at once for them.
+    if (readAt != m_readAt) {
+        m_readAt = readAt;
+        m_receivedAt = onTheWall(readAt);
+    }
+    return m_receivedAt;
 }
 
 std::chrono::system_clock::time_point MessageTimes::decodedAt() noexcept {

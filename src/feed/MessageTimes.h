@@ -56,6 +56,9 @@ private:
     // By the monotonic clock; 0 for what hasn't been read.
     double m_decodedAt = 0.0;
     double m_callbackAt = 0.0;
+    // The last read that was asked for, by both clocks.
+    double m_readAt = 0.0;
+    std::chrono::system_clock::time_point m_receivedAt;
 };
 
 } // namespace tivra_internal
