@@ -35,12 +35,14 @@ class Hub:
     :param factor: the pace: 1 for that of the day, 60 for an hour in a minute, 0 for full speed.
     :param start_when: how many symbols have to be subscribed for the playback to begin; 0 waits for start_playback().
     :param max_events: how many events are played; 0 for all.
+    :param repeat: how often they are played.
     :param config: in place of these, what docs/tools.md says of the configuration of a hub, as JSON or as a dict.
     """
 
     def __init__(self, *, port: int = 0, quiet: bool = True, symbols: Optional[list[tuple[int, str]]] = None,
                  playback: Union[str, os.PathLike[str], None] = None, factor: float = 0.0, start_when: int = 0,
-                 max_events: int = 0, config: Union[str, Mapping[str, Any], None] = None) -> None:
+                 max_events: int = 0, repeat: int = 1,
+                 config: Union[str, Mapping[str, Any], None] = None) -> None:
         if config is not None:
             native = _sim.HubConfig.from_json(config if isinstance(config, str) else json.dumps(dict(config)))
         else:
@@ -50,7 +52,7 @@ class Hub:
         for source, symbol in symbols or ():
             native.add_symbol(source, symbol)
         if playback is not None:
-            native.set_playback(os.fspath(playback), factor, start_when, max_events)
+            native.set_playback(os.fspath(playback), factor, start_when, max_events, repeat)
         self._native = _sim.Hub(native)
         self._fields: dict[str, tuple[int, str]] = self._native.fields()
 

@@ -38,6 +38,7 @@ struct PlaybackOptions {
     double factor;
     std::size_t startWhen;
     std::size_t maxEvents;
+    unsigned repeat;
 };
 
 void setPlayback(HubConfig& config, PlaybackOptions options) {
@@ -45,6 +46,7 @@ void setPlayback(HubConfig& config, PlaybackOptions options) {
     config.playback.factor = options.factor;
     config.playback.startWhenSubscriptions = options.startWhen;
     config.playback.maxEvents = options.maxEvents;
+    config.playback.repeat = options.repeat;
 }
 
 [[nodiscard]] Hub::Deadline deadlineOf(double seconds) {
@@ -187,8 +189,8 @@ NB_MODULE(_sim, module) {
         .def_rw("port", &HubConfig::port)
         .def("set_playback",
              [](HubConfig& self, const std::string& file, double factor, std::size_t startWhen,
-                std::size_t maxEvents) {
-                 setPlayback(self, {file, factor, startWhen, maxEvents});
+                std::size_t maxEvents, unsigned repeat) {
+                 setPlayback(self, {file, factor, startWhen, maxEvents, repeat});
              })
         .def("add_symbol", [](HubConfig& self, int source, const std::string& symbol) {
             self.symbols.push_back({source, symbol, {}});
