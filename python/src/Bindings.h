@@ -17,6 +17,7 @@ void bindEvents(nanobind::module_& module);
 void bindStreams(nanobind::module_& module);
 void bindBoards(nanobind::module_& module);
 void bindFeeds(nanobind::module_& module);
+void bindEnumerations(nanobind::module_& module);
 void bindLog(nanobind::module_& module);
 void bindColumns(nanobind::module_& module);
 void bindDictionary(nanobind::module_& module);

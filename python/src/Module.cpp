@@ -29,5 +29,6 @@ NB_MODULE(_core, module) {
     bindFeeds(module);
     bindStreams(module);
     bindBoards(module);
+    bindEnumerations(module);
     bindLog(module);
 }

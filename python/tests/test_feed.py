@@ -140,6 +140,19 @@ def test_what_can_be_asked_for(hub, feed):
         feed.list("enumeration")
 
 
+@pytest.mark.parametrize("is_async", [False, True])
+def test_enumerated_values_have_texts(feed, is_async):
+    async def ask():
+        return await feed.enumerations()
+
+    texts = asyncio.run(ask()) if is_async else feed.enumerations().get()
+    assert len(texts) >= 1 and "BID" not in texts
+    name = next(name for name in ("ENUM.TRADING.STATUS", "ENUM.INSTRUMENT.TYPE") if name in texts)
+    text = texts.text(name, 1)
+    assert not text.isdigit() and texts.value(name, text) == 1
+    assert texts.text(name, 98765) == "98765" and texts.value(name, "NO SUCH") is None and texts.text(name, None) is None
+
+
 def test_values_have_the_types_of_python(hub, feed):
     when = datetime.datetime(2013, 10, 7, 13, 30, 0, 250000, tzinfo=datetime.timezone.utc)
     hub.publish(100, "ALL", {"BID": 0.0, "BID.SIZE": 0, "SYMBOL.NAME": "Größe", "TRADE.DATETIME": when})

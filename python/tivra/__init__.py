@@ -29,6 +29,7 @@ from .batch import Batch
 from .board import Board, BoardRow
 from .captures import CaptureError, CaptureWarning, Recording, open_day, read_capture
 from .dictionary import Dictionary
+from .enumerations import Enumerations
 from .errors import (Cancelled, Closed, ConfigError, ConnectionLost, Error, InCallback, InvalidArgument, LoginRefused,
                      OpenFailed, QueueFull, RequestRefused, Timeout, UnknownField, WrongType)
 from .events import DataState, FeedState, FeedStateChange, HubState, HubStatus, StateChange
@@ -41,7 +42,7 @@ from .writing import write_capture
 __version__ = _version()
 
 __all__ = ["Answer", "Batch", "Batches", "Board", "BoardRow", "Cancelled", "CaptureError", "CaptureWarning", "Closed",
-           "ConfigError", "ConnectionLost", "DataState", "Dictionary", "Error", "Event", "Feed", "FeedState",
+           "ConfigError", "ConnectionLost", "DataState", "Dictionary", "Enumerations", "Error", "Event", "Feed", "FeedState",
            "FeedStateChange", "Gap", "HubState", "HubStatus", "InCallback", "InvalidArgument", "LoginRefused", "OpenFailed",
            "QueueFull", "Record", "Recording", "Replay", "RequestRefused", "Snapshot", "StateChange", "Subscription",
            "Timeout", "UnknownField", "WrongType", "open_day", "password_from_env", "password_from_file", "read_capture",

@@ -17,6 +17,7 @@ from ._core import Event
 from ._loop import notified
 from .answer import Answer, Snapshot, make_snapshot
 from .board import Board
+from .enumerations import Enumerations, EnumerationsAnswer
 from .errors import Closed, ConfigError, Error, InvalidArgument
 from .events import FEED_STATES, FeedState, FeedStateChange, HubStatus, hub_status
 from .subscription import POLICIES, Subscription, symbol_list
@@ -265,6 +266,10 @@ class Feed:
             "administration".
         """
         return self._answer(self._require_open().list(_index(LISTS, what, "list")), timeout, f"the list of {what}")
+
+    def enumerations(self, timeout: Optional[float] = None) -> Answer[Enumerations]:
+        """What the numbers of enumerated fields stand for: ``texts.text("ENUM.INSTRUMENT.TYPE", 1)``."""
+        return EnumerationsAnswer(self._require_open(), self.list("fields", timeout), self.list("enumerations", timeout))
 
     def _answer(self, native: _core.Answer, timeout: Optional[float], what: str) -> Answer[Snapshot]:
         return Answer(native, make_snapshot, timeout, what)
