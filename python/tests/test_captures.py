@@ -1,5 +1,6 @@
 import datetime
 import signal
+import threading
 import time
 import warnings
 
@@ -69,6 +70,19 @@ def test_a_signal_ends_a_long_reading(tmp_path, reads):
     begin = time.process_time()
     reads(path)
     assert interrupted < (time.process_time() - begin) / 2
+
+
+# A reader that takes the interpreter's lock for a moment must find it, whoever looks at its figures.
+def test_figures_can_be_watched_while_another_thread_reads(tmp_path):
+    path = write(tmp_path / "long.cap", capture(ends=False) + 200 * block([(SECOND, body("A", 1))] * 10_000))
+    recording = tivra.read_capture(path, symbols=["nobody"])
+    reader = threading.Thread(target=lambda: list(recording), daemon=True)
+    with pytest.warns(tivra.CaptureWarning):
+        reader.start()
+        while reader.is_alive():
+            assert recording.messages in (0, 2_000_000)
+        reader.join()
+    assert recording.messages == 2_000_000
 
 
 def test_blocks_that_go_back_in_time_are_not_skipped(tmp_path):

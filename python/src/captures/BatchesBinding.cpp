@@ -89,7 +89,16 @@ nb::tuple nextOf(FileBatches& batches) {
 }
 
 nb::list takeNotes(FileBatches& batches) {
-    return listOf(batches.takeNotes());
+    return listOf([&batches] {
+        const nb::gil_scoped_release release;
+        return batches.takeNotes();
+    }());
+}
+
+/// One of the figures.
+template<auto figure>
+auto figureOf(FileBatches& batches) {
+    return batches.figures().*figure;
 }
 
 } // namespace
@@ -102,11 +111,11 @@ void bindBatches(nb::module_& module) {
         .def("take_notes", takeNotes,
              nb::sig("def take_notes(self) -> list[tuple[int, int, bytes, dict[bytes, bytes]]]"))
         .def_prop_ro("is_complete", &FileBatches::isComplete)
-        .def_prop_ro("messages", &FileBatches::messages)
-        .def_prop_ro("damages", &FileBatches::damages)
-        .def_prop_ro("first_damage", &FileBatches::firstDamage)
-        .def_prop_ro("unreadable", &FileBatches::unreadable)
-        .def_prop_ro("first_unreadable", &FileBatches::firstUnreadable);
+        .def_prop_ro("messages", figureOf<&FileFigures::messages>)
+        .def_prop_ro("damages", figureOf<&FileFigures::damages>)
+        .def_prop_ro("first_damage", figureOf<&FileFigures::firstDamage>)
+        .def_prop_ro("unreadable", figureOf<&FileFigures::unreadable>)
+        .def_prop_ro("first_unreadable", figureOf<&FileFigures::firstUnreadable>);
     module.def("open_capture", openCapture, nb::arg("path"), nb::arg("dictionary"), nb::arg("fields"),
                nb::arg("symbols"), nb::arg("start").none(), nb::arg("end").none(), nb::arg("max_rows"));
     module.def("open_day", openDay, nb::arg("path"), nb::arg("source"), nb::arg("midnight"),
