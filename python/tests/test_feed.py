@@ -13,7 +13,7 @@ import pytest
 
 import tivra
 import tivra.sim
-from hubs import make_feed, wait_until
+from hubs import make_feed
 
 
 def test_a_feed_opens_closes_and_says_how_it_is(hub):
@@ -187,7 +187,7 @@ waits = {
     "events": lambda: [event for event in feed.subscribe(100, "NONE")],
     "batches": lambda: [batch for batch in feed.subscribe(100, "NONE", fields=["BID"]).batches()],
     "blocking batches": lambda: [b for b in feed.subscribe(100, "NONE", fields=["BID"], policy="block").batches()],
-    "open": lambda: tivra.Feed(sys.argv[1], user="demo", password="demo").open(),
+    "open": lambda: tivra.Feed(sys.argv[3], user="demo", password="demo").open(),
 }
 try:
     print("waiting", flush=True)
@@ -199,16 +199,18 @@ except KeyboardInterrupt:
 
 @pytest.mark.parametrize("wait", ["answer", "events", "batches", "blocking batches", "open"])
 def test_ctrl_c_interrupts_every_wait(hub, wait):
-    command = [sys.executable, "-c", _INTERRUPTED, hub.address, wait]
-    with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as child:
-        assert child.stdout.readline() == "waiting\n"
-        if wait == "open":
-            wait_until(lambda: hub.stats()["accepted"] >= 1)
-        hub.ignore("LoginUser" if wait == "open" else "QuerySnap")
-        # The interpreter may not be in the wait yet, which makes no difference.
-        child.send_signal(signal.SIGINT)
-        assert child.communicate(timeout=20)[0] == "interrupted\n"
-        assert child.returncode == 0
+    hub.ignore("QuerySnap")
+    with tivra.sim.Hub() as deaf:
+        deaf.ignore("LoginUser")
+        command = [sys.executable, "-c", _INTERRUPTED, hub.address, wait, deaf.address]
+        with subprocess.Popen(command, stdout=subprocess.PIPE, text=True) as child:
+            assert child.stdout.readline() == "waiting\n"
+            if wait == "open":
+                assert deaf.wait_for_command("LoginUser")
+            # The interpreter may not be in the wait yet, which makes no difference.
+            child.send_signal(signal.SIGINT)
+            assert child.communicate(timeout=20)[0] == "interrupted\n"
+            assert child.returncode == 0
 
 
 def test_feeds_close_from_other_threads_while_somebody_waits(hub):
