@@ -9,6 +9,7 @@
 
 #include "Bindings.h"
 #include "Errors.h"
+#include "HandOver.h"
 #include "PendingAnswer.h"
 #include "Waiting.h"
 
@@ -25,7 +26,7 @@ PendingAnswer::PendingAnswer(tivra::Answer answer) : m_answer(std::move(answer))
 PendingAnswer::~PendingAnswer() {
     if (m_result == nullptr || m_result->isReady())
         return;
-    const nb::gil_scoped_release released;
+    const Unlock released;
     m_answer.cancel();
 }
 
@@ -67,7 +68,7 @@ void bindAnswers(nb::module_& module) {
             nb::arg("seconds").none())
         .def("notify", [](const PendingAnswer& self, std::shared_ptr<Notifier> notifier,
                           std::uint64_t token) { return self.result().notify(std::move(notifier), token); })
-        .def("cancel", &PendingAnswer::cancel, nb::call_guard<nb::gil_scoped_release>())
+        .def("cancel", &PendingAnswer::cancel, nb::call_guard<Unlock>())
         .def("take", &takeAnswer);
 }
 

@@ -13,6 +13,7 @@
 
 #include "Bindings.h"
 #include "FeedHolder.h"
+#include "HandOver.h"
 #include "Values.h"
 
 namespace nb = nanobind;
@@ -20,7 +21,7 @@ namespace nb = nanobind;
 namespace tivra_python {
 namespace {
 
-using Released = nb::call_guard<nb::gil_scoped_release>;
+using Released = nb::call_guard<Unlock>;
 using tivra::BoardRow;
 using tivra::Instrument;
 
@@ -51,7 +52,7 @@ using BoardHolder = Unlocked<OwnBoard>;
 [[nodiscard]] nb::object find(const BoardHolder& self, int source, const std::string& symbol) {
     std::optional<BoardRow> row;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         row = self->board.find(source, symbol);
     }
     return row ? nb::object(toTuple(*row)) : nb::none();
@@ -62,7 +63,7 @@ using BoardHolder = Unlocked<OwnBoard>;
     std::vector<BoardRow> rows;
     tivra::BoardCursor cursor{position};
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         self->board.changedSince(cursor, [&rows](const BoardRow& row) { rows.push_back(row); });
     }
     nb::list list;
@@ -74,7 +75,7 @@ using BoardHolder = Unlocked<OwnBoard>;
 [[nodiscard]] nb::list instrumentsIn(const BoardHolder& self) {
     std::vector<Instrument> instruments;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         instruments = self->board.instruments();
     }
     nb::list list;
@@ -86,7 +87,7 @@ using BoardHolder = Unlocked<OwnBoard>;
 [[nodiscard]] nb::dict statisticsOf(const BoardHolder& self) {
     tivra::BoardStatistics figures;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         figures = self->board.statistics();
     }
     nb::dict statistics;
@@ -103,7 +104,7 @@ void bindBoards(nb::module_& module) {
     nb::class_<BoardHolder>(module, "Board", "The last values of symbols.")
         .def("__init__",
              [](BoardHolder* self, const FeedHolder& feed, std::size_t maxSymbols) {
-                 const nb::gil_scoped_release released;
+                 const Unlock released;
                  new (self) BoardHolder(std::make_shared<OwnBoard>(feed.shared(), maxSymbols));
              })
         .def(

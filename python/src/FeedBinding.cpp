@@ -16,6 +16,7 @@
 #include "Bindings.h"
 #include "Errors.h"
 #include "FeedHolder.h"
+#include "HandOver.h"
 #include "PendingAnswer.h"
 #include "Statuses.h"
 #include "Values.h"
@@ -26,7 +27,7 @@ namespace nb = nanobind;
 namespace tivra_python {
 namespace {
 
-using Released = nb::call_guard<nb::gil_scoped_release>;
+using Released = nb::call_guard<Unlock>;
 using tivra::Instrument;
 
 [[nodiscard]] FeedHolder takeFeed(OpeningHolder& self) {
@@ -39,7 +40,7 @@ using tivra::Instrument;
 [[nodiscard]] nb::list hubsOf(const FeedHolder& self) {
     std::vector<tivra::HubStatus> hubs;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         hubs = self->hubs();
     }
     nb::list list;
@@ -66,7 +67,7 @@ void bindFeeds(nb::module_& module) {
         .def("__init__",
              [](OpeningHolder* self, const tivra::FeedOptions& options) {
                  tivra::FeedOptions copy = options;
-                 const nb::gil_scoped_release released;
+                 const Unlock released;
                  new (self) OpeningHolder(std::move(copy));
              })
         .def("ready", [](const OpeningHolder& self) { return self.result().isReady(); })

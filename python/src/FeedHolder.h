@@ -9,6 +9,7 @@
 #include <feed/Feed.h>
 #include <feed/Opening.h>
 
+#include "HandOver.h"
 #include "Pending.h"
 
 namespace tivra_python {
@@ -21,7 +22,7 @@ public:
     ~Unlocked() {
         if (m_object == nullptr)
             return;
-        const nanobind::gil_scoped_release released;
+        const Unlock released;
         m_object.reset();
     }
     Unlocked(Unlocked&&) noexcept = default;

@@ -1,6 +1,10 @@
 #include "HandOver.h"
 
 #include <atomic>
+#include <chrono>
+#include <thread>
+
+#include <unistd.h>
 
 #include "Bindings.h"
 
@@ -10,6 +14,10 @@ namespace tivra_python {
 namespace {
 
 std::atomic<bool> s_isEnding{false};
+/// Threads that are about to take the lock again.
+std::atomic<int> s_returning{0};
+/// The one that ends the interpreter.
+std::atomic<std::thread::id> s_ender{};
 
 /// Gives Python's state of a thread back when the thread ends.
 class KeptState {
@@ -54,8 +62,28 @@ HandOver::~HandOver() {
         PyGILState_Release(m_before);
 }
 
+Unlock::Unlock() : m_state(PyEval_SaveThread()) {}
+
+Unlock::~Unlock() {
+    ++s_returning;
+    if (s_isEnding && s_ender.load() != std::this_thread::get_id()) {
+        --s_returning;
+        for (;;)
+            pause();
+    }
+    PyEval_RestoreThread(m_state);
+    --s_returning;
+}
+
 void endHandOvers() noexcept {
+    s_ender = std::this_thread::get_id();
     s_isEnding = true;
+    // Those that had seen no end yet get the lock; after a fork they may be of the parent.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+    PyThreadState* const state = PyEval_SaveThread();
+    while (s_returning != 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    PyEval_RestoreThread(state);
 }
 
 void bindHandOver(nb::module_& module) {

@@ -23,7 +23,22 @@ private:
     PyGILState_STATE m_before = PyGILState_UNLOCKED;
 };
 
-/// The interpreter ends: threads of the library call it no more.
+/// Gives the interpreter's lock up for a scope, on a thread of Python that waits or does something lengthy.
+/// Once the interpreter ends, a thread that would take the lock again stays here for good: what Python does
+/// with it, ending it in the middle of C++, would end the process. @thread of Python, with the lock
+class Unlock {
+public:
+    Unlock();
+    ~Unlock();
+    Unlock(const Unlock&) = delete;
+    Unlock& operator=(const Unlock&) = delete;
+
+private:
+    PyThreadState* m_state;
+};
+
+/// The interpreter ends: neither threads of the library nor those that have given its lock up call it any
+/// more. With the lock, which is given up in between.
 void endHandOvers() noexcept;
 
 } // namespace tivra_python

@@ -6,6 +6,7 @@
 
 #include "Bindings.h"
 #include "Callable.h"
+#include "HandOver.h"
 #include "Values.h"
 
 namespace nb = nanobind;
@@ -24,7 +25,7 @@ void bindLog(nb::module_& module) {
                                               toStr(line.text), toNanoseconds(line.time));
                     });
                 };
-            const nb::gil_scoped_release released;
+            const Unlock released;
             tivra::Log::setSink(std::move(sink));
         },
         nb::arg("function").none());

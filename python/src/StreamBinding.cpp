@@ -17,6 +17,7 @@
 #include "Bindings.h"
 #include "Errors.h"
 #include "FeedHolder.h"
+#include "HandOver.h"
 #include "Notices.h"
 #include "Stream.h"
 #include "Values.h"
@@ -27,7 +28,7 @@ namespace nb = nanobind;
 namespace tivra_python {
 namespace {
 
-using Released = nb::call_guard<nb::gil_scoped_release>;
+using Released = nb::call_guard<Unlock>;
 using StreamHolder = Unlocked<Stream>;
 using tivra::Instrument;
 
@@ -74,14 +75,14 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
                                 Callable(onUpdate),
                                 Callable(onState),
                                 Callable(onGap)};
-    const nb::gil_scoped_release released;
+    const Unlock released;
     options.columns = columnsOf(*feed, fields);
     new (self) StreamHolder(std::make_shared<Stream>(feed.shared(), std::move(options)));
 }
 
 [[nodiscard]] std::vector<Event> pollEvents(const StreamHolder& self, std::size_t most) {
     std::vector<Event> events;
-    const nb::gil_scoped_release released;
+    const Unlock released;
     self->sink().queue().poll(
         most, [&events](const tivra::QueueEvent& event) { events.push_back(Event::ofQueue(event)); });
     return events;
@@ -98,7 +99,7 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
 [[nodiscard]] nb::tuple takeRows(const StreamHolder& self) {
     RowBlock block;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         block = self->sink().takeRows();
     }
     nb::list gaps;
@@ -125,7 +126,7 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
     std::uint64_t merged = 0;
     std::size_t waiting = 0;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         figures = self->statistics();
         dropped = self->sink().dropped();
         merged = self->sink().merged();
@@ -149,7 +150,7 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
 [[nodiscard]] nb::object errorOf(const StreamHolder& self, int source, const std::string& symbol) {
     std::optional<tivra::Error> error;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         error = self->error({source, symbol});
     }
     return error ? makeException(*error) : nb::none();
@@ -158,7 +159,7 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
 [[nodiscard]] nb::object lastUpdateOf(const StreamHolder& self, int source, const std::string& symbol) {
     std::optional<std::chrono::system_clock::time_point> last;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         last = self->lastUpdate({source, symbol});
     }
     return last ? toDatetime(*last) : nb::none();
@@ -167,7 +168,7 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
 [[nodiscard]] nb::list instrumentsIn(const StreamHolder& self) {
     std::vector<Instrument> instruments;
     {
-        const nb::gil_scoped_release released;
+        const Unlock released;
         instruments = self->instruments();
     }
     nb::list list;

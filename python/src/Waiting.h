@@ -6,6 +6,7 @@
 
 #include <nanobind/nanobind.h>
 
+#include "HandOver.h"
 #include "Values.h"
 
 namespace tivra_python {
@@ -27,7 +28,7 @@ bool waitInterruptibly(std::optional<double> seconds, Wait&& wait) {
         const Clock::time_point pieceEnd = Clock::now() + kPiece;
         bool isThere = false;
         {
-            const nanobind::gil_scoped_release released;
+            const Unlock released;
             isThere = wait(deadline ? std::min(*deadline, pieceEnd) : pieceEnd);
         }
         if (PyErr_CheckSignals() != 0)
