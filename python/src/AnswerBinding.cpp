@@ -66,8 +66,8 @@ void bindAnswers(nb::module_& module) {
                                          [&](auto deadline) { return self.result().waitUntil(deadline); });
             },
             nb::arg("seconds").none())
-        .def("notify", [](const PendingAnswer& self, std::shared_ptr<Notifier> notifier,
-                          std::uint64_t token) { return self.result().notify(std::move(notifier), token); })
+        .def("notify", [](const PendingAnswer& self, const NotifierHolder& notifier,
+                          std::uint64_t token) { return self.result().notify(notifier.notifier, token); })
         .def("cancel", &PendingAnswer::cancel, nb::call_guard<Unlock>())
         .def("take", &takeAnswer);
 }

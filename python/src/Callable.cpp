@@ -3,9 +3,26 @@
 #include <stdexcept>
 #include <string>
 
+#include <cxxabi.h>
+
 namespace nb = nanobind;
 
 namespace tivra_python {
+namespace {
+
+/// "ValueError: the text", without the text where its own __str__ raises.
+[[nodiscard]] std::string textOf(const nb::python_error& error) {
+    std::string text = nb::str(error.type().attr("__name__")).c_str();
+    try {
+        if (error.value().is_valid())
+            text.append(": ").append(nb::str(error.value()).c_str());
+    } catch (const nb::python_error&) {
+        text += ", whose text can't be had";
+    }
+    return text;
+}
+
+} // namespace
 
 Callable::Callable(const nb::object& function) {
     if (function.is_none())
@@ -20,19 +37,25 @@ Callable::Callable(const nb::object& function) {
 }
 
 void Callable::callWith(const nb::tuple& arguments) const {
-    const nb::object result = nb::steal(PyObject_CallObject(m_function.get(), arguments.ptr()));
-    if (!result.is_valid())
+    PyObject* result = nullptr;
+    try {
+        result = PyObject_CallObject(m_function.get(), arguments.ptr());
+    } catch (const abi::__forced_unwind&) {
+        stayForGood();
+    }
+    if (result == nullptr)
         throw nb::python_error();
+    Py_DECREF(result);
 }
 
 void Callable::raise(nb::python_error& error) const {
-    std::string text = nb::str(error.type().attr("__name__")).c_str();
-    if (error.value().is_valid()) {
-        text += ": ";
-        text += nb::str(error.value()).c_str();
+    const std::string text = textOf(error);
+    try {
+        error.restore();
+        PyErr_WriteUnraisable(m_function.get());
+    } catch (const abi::__forced_unwind&) {
+        stayForGood();
     }
-    error.restore();
-    PyErr_WriteUnraisable(m_function.get());
     throw std::runtime_error(text);
 }
 

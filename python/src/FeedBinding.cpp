@@ -78,8 +78,8 @@ void bindFeeds(nb::module_& module) {
                                          [&](auto deadline) { return self.result().waitUntil(deadline); });
             },
             nb::arg("seconds").none())
-        .def("notify", [](const OpeningHolder& self, std::shared_ptr<Notifier> notifier,
-                          std::uint64_t token) { return self.result().notify(std::move(notifier), token); })
+        .def("notify", [](const OpeningHolder& self, const NotifierHolder& notifier,
+                          std::uint64_t token) { return self.result().notify(notifier.notifier, token); })
         .def("cancel", &OpeningHolder::cancel, Released())
         .def("take", &takeFeed);
 

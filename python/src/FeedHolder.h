@@ -44,8 +44,9 @@ class OpeningHolder {
 public:
     explicit OpeningHolder(tivra::FeedOptions options)
         : m_opening(std::make_shared<tivra::Opening>(tivra::Feed::openAsync(std::move(options)))) {
-        m_opening->then(
-            [result = m_result](tivra::Result<tivra::Feed> feed) { result->complete(std::move(feed)); });
+        m_opening->then([result = m_result.shared()](tivra::Result<tivra::Feed> feed) {
+            result->complete(std::move(feed));
+        });
     }
 
     [[nodiscard]] Pending<tivra::Feed>& result() const noexcept { return *m_result; }
@@ -53,7 +54,8 @@ public:
     void cancel() { m_opening->cancel(); }
 
 private:
-    std::shared_ptr<Pending<tivra::Feed>> m_result = std::make_shared<Pending<tivra::Feed>>();
+    /// With a feed, if nobody has taken it.
+    Unlocked<Pending<tivra::Feed>> m_result{std::make_shared<Pending<tivra::Feed>>()};
     Unlocked<tivra::Opening> m_opening;
 };
 

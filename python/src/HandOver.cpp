@@ -4,6 +4,7 @@
 #include <chrono>
 #include <thread>
 
+#include <cxxabi.h>
 #include <unistd.h>
 
 #include "Bindings.h"
@@ -28,12 +29,17 @@ public:
     ~KeptState() {
         if (m_state == nullptr || s_isEnding)
             return;
-        PyEval_RestoreThread(m_state);
+        try {
+            PyEval_RestoreThread(m_state);
+        } catch (const abi::__forced_unwind&) {
+            stayForGood();
+        }
         PyGILState_Release(PyGILState_UNLOCKED);
     }
 
     /// What the thread holds the lock by now.
     void keep() noexcept { m_state = PyThreadState_Get(); }
+    [[nodiscard]] bool isKept() const noexcept { return m_state != nullptr; }
 
 private:
     PyThreadState* m_state = nullptr;
@@ -43,11 +49,24 @@ thread_local KeptState t_kept;
 
 } // namespace
 
+void stayForGood() noexcept {
+    for (;;)
+        pause();
+}
+
+bool isOnLibraryThread() noexcept {
+    return t_kept.isKept();
+}
+
 HandOver::HandOver() {
     if (s_isEnding)
         return;
     m_isKept = PyGILState_GetThisThreadState() == nullptr;
-    m_before = PyGILState_Ensure();
+    try {
+        m_before = PyGILState_Ensure();
+    } catch (const abi::__forced_unwind&) {
+        stayForGood();
+    }
     if (m_isKept)
         t_kept.keep();
     m_isHeld = true;
@@ -68,10 +87,14 @@ Unlock::~Unlock() {
     ++s_returning;
     if (s_isEnding && s_ender.load() != std::this_thread::get_id()) {
         --s_returning;
-        for (;;)
-            pause();
+        stayForGood();
     }
-    PyEval_RestoreThread(m_state);
+    try {
+        PyEval_RestoreThread(m_state);
+    } catch (const abi::__forced_unwind&) {
+        --s_returning;
+        stayForGood();
+    }
     --s_returning;
 }
 

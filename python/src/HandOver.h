@@ -4,6 +4,13 @@
 
 namespace tivra_python {
 
+/// Stays for good, on a thread that Python ends in the middle of C++ since the interpreter ends: its lock,
+/// which leaving would need, isn't to be had any more. In a handler of `abi::__forced_unwind`.
+[[noreturn]] void stayForGood() noexcept;
+
+/// Whether this is a thread of the library, which has called Python.
+[[nodiscard]] bool isOnLibraryThread() noexcept;
+
 /// Lets a thread of the library call Python, as long as it lives. A thread keeps the state that Python wants
 /// for it until it ends: making one for each callback would cost more than the callback. Threads of Python
 /// may use it too. @thread any, with the interpreter's lock or without

@@ -7,7 +7,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <nanobind/stl/shared_ptr.h>
 #include <nanobind/stl/vector.h>
 
 #include <feed/Error.h>
@@ -44,10 +43,10 @@ std::vector<std::uint64_t> Notifier::drain() {
 }
 
 void bindNotifier(nb::module_& module) {
-    nb::class_<Notifier>(module, "Notifier", "Tells an event loop what has come to its end.")
+    nb::class_<NotifierHolder>(module, "Notifier", "Tells an event loop what has come to its end.")
         .def(nb::init<>())
-        .def("drain", &Notifier::drain)
-        .def("fileno", &Notifier::descriptor);
+        .def("drain", [](const NotifierHolder& self) { return self.notifier->drain(); })
+        .def("fileno", [](const NotifierHolder& self) { return self.notifier->descriptor(); });
 }
 
 } // namespace tivra_python

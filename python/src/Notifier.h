@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include <tp/Mutex.h>
@@ -27,6 +28,12 @@ private:
     int m_descriptor;
     tp::Mutex m_mutex;
     std::vector<std::uint64_t> m_tokens TP_GUARDED_BY(m_mutex);
+};
+
+/// The notifier as Python has it. What the library keeps is no object of Python: its last owner would need
+/// the interpreter's lock to drop it, on the thread that delivers.
+struct NotifierHolder {
+    std::shared_ptr<Notifier> notifier = std::make_shared<Notifier>();
 };
 
 } // namespace tivra_python

@@ -255,8 +255,8 @@ void bindReading(nb::class_<StreamHolder>& stream) {
             nb::arg("rows"), nb::arg("seconds").none())
         .def(
             "notify",
-            [](const StreamHolder& self, std::size_t rows, std::shared_ptr<Notifier> notifier,
-               std::uint64_t token) { return self->sink().notify(rows, std::move(notifier), token); },
+            [](const StreamHolder& self, std::size_t rows, const NotifierHolder& notifier,
+               std::uint64_t token) { return self->sink().notify(rows, notifier.notifier, token); },
             Released())
         .def("take_rows", &takeRows);
 }

@@ -3,6 +3,7 @@
 import asyncio
 import datetime
 import pickle
+import queue
 import signal
 import subprocess
 import sys
@@ -13,7 +14,7 @@ import pytest
 
 import tivra
 import tivra.sim
-from hubs import make_feed
+from hubs import DEADLINE, make_feed
 
 
 def test_a_feed_opens_closes_and_says_how_it_is(hub):
@@ -223,3 +224,51 @@ def test_feeds_close_from_other_threads_while_somebody_waits(hub):
         answer.get()
     closer.join(20)
     assert not closer.is_alive()
+
+
+def test_closing_in_a_coroutine_lets_callbacks_have_the_loop(hub):
+    async def one():
+        return 1
+
+    async def main():
+        loop = asyncio.get_running_loop()
+        heard = []
+        entered = threading.Event()
+        async with make_feed(hub) as feed:
+            def ask(event):
+                entered.set()
+                heard.append(asyncio.run_coroutine_threadsafe(one(), loop).result())
+
+            feed.subscribe(100, "IBM", on_update=ask)
+            entered.wait(DEADLINE)  # the loop can't answer before it is closing
+        return heard
+
+    assert asyncio.run(main()) == [1]
+
+
+def test_a_callback_cant_wait_for_what_its_thread_has_to_bring(hub, feed):
+    heard = queue.Queue()
+
+    def ask(event):
+        try:
+            feed.snapshot(100, "AIG").get()
+        except tivra.Error as error:
+            heard.put(error.code)
+
+    feed.subscribe(100, "IBM", on_update=ask)
+    assert heard.get(timeout=DEADLINE) == "InCallback"
+
+
+def test_a_feed_that_nobody_takes_goes_while_its_callbacks_run(hub):
+    states = []
+    options = tivra._core.Options()
+    options.set("hosts", hub.address)
+    options.set("user", "demo")
+    options.set_password("demo")
+    options.on_state(lambda *change: states.append(change))
+    opening = tivra._core.Opening(options)
+    assert opening.wait(DEADLINE)
+    begin = time.monotonic()
+    del opening
+    assert time.monotonic() - begin < 5  # of the 10 s that closing waits for callbacks
+    assert len(states) > 0

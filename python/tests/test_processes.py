@@ -26,6 +26,24 @@ keep = feed.subscribe(100, "SPY", on_update=print)
     "an exit in the middle": "import sys; sys.exit(0)",
     "a cycle": "class Owner: pass\nowner = Owner()\nowner.sub = feed.subscribe(100, 'SPY', on_update=lambda e: owner)\n",
     "a board and an answer": "board = feed.board; board.add(100, 'IBM'); answer = feed.snapshot(100, 'IBM')",
+    "a callback that doesn't end": """
+slow = tivra.Feed(sys.argv[1], user="demo", password="demo", close_timeout=0.2).open()
+import threading
+begun = threading.Event()
+def spin(event):
+    begun.set()
+    while True: pass
+keep = slow.subscribe(100, "AIG", on_update=spin)
+begun.wait()
+""",
+    "threads that wait": """
+import threading
+deaf = feed.snapshot(100, "AIG")
+begun = threading.Barrier(3)
+threading.Thread(target=lambda: (begun.wait(), deaf.get()), daemon=True).start()
+threading.Thread(target=lambda: (begun.wait(), tivra.Feed(sys.argv[1], user="x", password="x").open()), daemon=True).start()
+begun.wait()
+""",
     "logging": "import logging; logging.basicConfig(level=logging.DEBUG)",
 }
 

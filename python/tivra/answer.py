@@ -7,7 +7,7 @@ from typing import Any, Generic, Optional, TypeVar
 
 from ._core import Record
 from ._loop import notified
-from .errors import Error, Timeout
+from .errors import Error, InvalidArgument, Timeout
 
 T = TypeVar("T")
 
@@ -84,6 +84,8 @@ class Answer(Generic[T]):
         return self._wait().__await__()
 
     async def _wait(self) -> T:
+        if self._timeout is not None and not self._timeout >= 0:
+            raise InvalidArgument(f"a time of {self._timeout} seconds", code="InvalidArgument", advice="give one from 0")
         if not await notified(self._native.notify, self._timeout):
             self._give_up(self._timeout)
         return self._take()

@@ -95,7 +95,9 @@ class Board:
         return dict(self._native.statistics())
 
     def __contains__(self, key: object) -> bool:
-        return isinstance(key, tuple) and len(key) == 2 and self.get(*key) is not None
+        if not (isinstance(key, tuple) and len(key) == 2 and isinstance(key[0], int) and isinstance(key[1], str)):
+            return False
+        return self.get(*key) is not None
 
     def __iter__(self) -> Iterator[tuple[int, str]]:
         return iter(self._native.instruments())

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import datetime
+import functools
 import html
 import json
 import os
@@ -15,6 +16,7 @@ from typing import Any, Optional, Union
 from . import _core, log
 from ._core import Event
 from ._loop import notified
+from ._thread import finished
 from .answer import Answer, Snapshot, make_snapshot
 from .board import Board
 from .enumerations import Enumerations, EnumerationsAnswer
@@ -171,17 +173,21 @@ class Feed:
         :return: False when a callback still ran at the deadline.
         """
         self._is_closed = True
-        if self._native is None:
-            return True
-        is_done = bool(self._native.close(deadline))
+        is_done = self._native is None or bool(self._native.close(deadline))
+        self._end()
+        return is_done
+
+    def _end(self) -> None:
         for subscription in list(self._subscriptions):
             subscription._end()
         _open_feeds.discard(self)
-        return is_done
 
     async def aclose(self, deadline: Optional[float] = None) -> bool:
-        """The same in a coroutine. It holds up the event loop as long as callbacks run, but for those that need it."""
-        return self.close(deadline)
+        """The same in a coroutine. The event loop goes on meanwhile, for callbacks that wait for it."""
+        self._is_closed = True
+        is_done = self._native is None or await finished(functools.partial(self._native.close, deadline))
+        self._end()
+        return is_done
 
     def __enter__(self) -> Feed:
         return self.open()

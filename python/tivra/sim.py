@@ -16,7 +16,8 @@ from __future__ import annotations
 import datetime
 import json
 import os
-from collections.abc import Mapping
+import time
+from collections.abc import Callable, Mapping
 from types import TracebackType
 from typing import Any, Optional, Union
 
@@ -183,19 +184,28 @@ class Hub:
 
     def wait_for_connections(self, count: int, timeout: float = 10.0) -> bool:
         """Waits for exactly so many open connections. :return: False when the time has passed."""
-        return self._native.wait_for_connections(count, timeout)
+        return _in_pieces(timeout, lambda seconds: self._native.wait_for_connections(count, seconds))
 
     def wait_for_subscriptions(self, count: int, timeout: float = 10.0) -> bool:
         """Waits until so many symbols at least are subscribed. :return: False when the time has passed."""
-        return self._native.wait_for_subscriptions(count, timeout)
+        return _in_pieces(timeout, lambda seconds: self._native.wait_for_subscriptions(count, seconds))
 
     def wait_for_playback(self, timeout: float = 60.0) -> bool:
         """Waits until all of the playback is on its way. :return: False when the time has passed."""
-        return self._native.wait_for_playback(timeout)
+        return _in_pieces(timeout, self._native.wait_for_playback)
 
     def wait_for_command(self, command: str, timeout: float = 10.0) -> bool:
         """Waits for a request of that command, those that have come included. :return: False when the time has passed."""
-        return self._native.wait_for_command(command, timeout)
+        return _in_pieces(timeout, lambda seconds: self._native.wait_for_command(command, seconds))
 
     def __repr__(self) -> str:
         return f"<tivra.sim.Hub {self.address}>"
+
+
+def _in_pieces(timeout: float, wait: Callable[[float], bool]) -> bool:
+    """Waits in pieces that are short enough for Ctrl-C to be felt at once."""
+    end = time.monotonic() + timeout
+    while not wait(max(0.0, min(0.05, end - time.monotonic()))):
+        if time.monotonic() >= end:
+            return False
+    return True
