@@ -200,6 +200,34 @@ def test_one_loop_reads_many_subscriptions_and_loops_follow_each_other(hub, feed
         assert asyncio.run(asyncio.wait_for(main(bid), DEADLINE)) == ["IBM", "AIG", "SPY"]
 
 
+def test_subscriptions_of_one_loop_may_come_and_go(hub, feed):
+    # A descriptor that is closed under a loop leaves its number deaf for the next one that gets it.
+    async def collect(sub, bids):
+        async for event in sub:
+            bids.append(event.get("BID"))
+
+    async def read(number):
+        sub = feed.subscribe(100, "IBM")
+        bids = []
+        reading = asyncio.ensure_future(collect(sub, bids))
+        for bid in (number + 0.25, number + 0.5):
+            while sub.state("IBM") != "live":
+                await asyncio.sleep(0.001)
+            hub.publish(100, "IBM", {"BID": bid})
+            while bids[-1:] != [bid]:
+                await asyncio.sleep(0.001)
+        reading.cancel()
+        await asyncio.gather(reading, return_exceptions=True)
+        if number % 3 == 2:
+            sub.close()
+
+    async def main():
+        for number in range(9):
+            await asyncio.wait_for(read(number), DEADLINE)
+
+    asyncio.run(main())
+
+
 @pytest.mark.parametrize("who", ["subscription", "feed"])
 @pytest.mark.parametrize("fields", [None, ["BID"]])
 @pytest.mark.parametrize("symbols", [["IBM"], []])

@@ -9,7 +9,6 @@ import weakref
 from typing import Callable, Optional
 
 from . import _core
-from .errors import InvalidArgument
 
 
 class _LoopNotifier:
@@ -84,30 +83,44 @@ def _cancel_quietly(future: asyncio.Future[None]) -> None:
         future.set_exception(_TimeIsUp())
 
 
+class _OwnDescriptor:
+    """A second descriptor of the same file. A loop that has it as a reader keeps it open: were it closed under the
+    loop, whoever got its number next would not be heard of."""
+
+    def __init__(self, descriptor: int) -> None:
+        self._number = os.dup(descriptor)
+
+    def fileno(self) -> int:
+        return self._number
+
+    def __del__(self) -> None:
+        if hasattr(self, "_number"):
+            os.close(self._number)
+
+
 class Readiness:
     """Lets the coroutines of one loop wait until a descriptor can be read. It stays with the loop as long as that is
     what they do, since going and coming costs two system calls."""
 
-    def __init__(self, descriptor: int) -> None:
-        self._descriptor = descriptor
-        self._loop: Optional[asyncio.AbstractEventLoop] = None
+    def __init__(self, loop: asyncio.AbstractEventLoop, descriptor: int) -> None:
+        self._loop = loop
+        self._descriptor = _OwnDescriptor(descriptor)
         self._waiting: set[asyncio.Future[None]] = set()
         self._is_registered = False
 
+    def is_of(self, loop: asyncio.AbstractEventLoop) -> bool:
+        return self._loop is loop
+
+    def is_in_use(self) -> bool:
+        return bool(self._waiting) and not self._loop.is_closed()
+
     async def wait(self, timeout: Optional[float] = None) -> bool:
-        loop = asyncio.get_running_loop()
-        if self._loop is not loop:
-            if self._loop is not None and self._waiting and not self._loop.is_closed():
-                raise InvalidArgument("another event loop reads this subscription", code="InvalidArgument",
-                                      advice="read it in one loop")
-            self._loop = loop
-            self._is_registered = False
         if not self._is_registered:
-            loop.add_reader(self._descriptor, self._wake)
+            self._loop.add_reader(self._descriptor, self._wake)
             self._is_registered = True
-        future: asyncio.Future[None] = loop.create_future()
+        future: asyncio.Future[None] = self._loop.create_future()
         self._waiting.add(future)
-        timer = loop.call_later(timeout, _cancel_quietly, future) if timeout is not None else None
+        timer = self._loop.call_later(timeout, _cancel_quietly, future) if timeout is not None else None
         try:
             await future
         except _TimeIsUp:
@@ -126,19 +139,16 @@ class Readiness:
                 future.set_result(None)
 
     def _leave(self) -> None:
-        if self._is_registered and self._loop is not None and not self._loop.is_closed():
+        if self._is_registered and not self._loop.is_closed():
             self._loop.remove_reader(self._descriptor)
         self._is_registered = False
 
-    def wake_from_anywhere(self) -> None:
-        """The descriptor's owner closes: nobody must wait any longer. On any thread."""
-        loop = self._loop
-        if loop is None or loop.is_closed():
-            return
+    def end(self) -> None:
+        """Nobody must wait any longer, and the loop forgets the descriptor. On any thread."""
         try:
-            loop.call_soon_threadsafe(self._end)
+            self._loop.call_soon_threadsafe(self._end)
         except RuntimeError:
-            pass  # it has been closed meanwhile
+            pass  # the loop is closed, and has forgotten it
 
     def _end(self) -> None:
         self._wake()

@@ -44,7 +44,7 @@ class Subscription:
         self._source = source
         self._has_callback = has_callback
         self._release = release
-        self._readiness: Optional[Readiness] = None
+        self._readiness: Optional[Readiness] = None  # of the loop that has read last
         self._events: list[Event] = []  # taken and not handed out yet, the next one last
         self._is_closed = False
         self._reads_rows = False
@@ -110,7 +110,11 @@ class Subscription:
 
     def _wake(self) -> None:
         if self._readiness is not None:
-            self._readiness.wake_from_anywhere()
+            self._readiness.end()
+
+    def __del__(self) -> None:
+        # The loop must not keep the descriptor of what is no more.
+        self._wake()
 
     def __enter__(self) -> Subscription:
         return self
@@ -194,8 +198,13 @@ class Subscription:
             await self._wait_async(None)
 
     async def _wait_async(self, timeout: Optional[float]) -> bool:
-        if self._readiness is None:
-            self._readiness = Readiness(self._native.descriptor())
+        loop = asyncio.get_running_loop()
+        if self._readiness is None or not self._readiness.is_of(loop):
+            if self._readiness is not None and self._readiness.is_in_use():
+                raise InvalidArgument("another event loop reads this subscription", code="InvalidArgument",
+                                      advice="read it in one loop")
+            self._wake()
+            self._readiness = Readiness(loop, self._native.descriptor())
         return await self._readiness.wait(timeout)
 
     def __repr__(self) -> str:
