@@ -298,8 +298,13 @@ def test_readers_that_cant_be(feed):
         with pytest.raises(tivra.InvalidArgument):
             sub.batches(**wrong)
     sub.batches()
-    with pytest.raises(tivra.InvalidArgument):
-        iter(sub)
+    for read in (iter, next):
+        with pytest.raises(tivra.InvalidArgument):
+            read(sub)
+    events = feed.subscribe(100, "IBM", fields=["BID"])
+    next(events)
+    with pytest.raises(tivra.InvalidArgument, match="events"):
+        events.batches()
     with pytest.raises(tivra.InvalidArgument):
         feed.subscribe(100, ["IBM", "A|B"])
     with pytest.raises(TypeError):

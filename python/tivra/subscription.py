@@ -48,6 +48,7 @@ class Subscription:
         self._events: list[Event] = []  # taken and not handed out yet, the next one last
         self._is_closed = False
         self._reads_rows = False
+        self._reads_events = False
 
     # --- symbols ---
 
@@ -148,6 +149,9 @@ class Subscription:
             raise InvalidArgument(f"a wait of {max_wait} seconds can't be meant", code="InvalidArgument",
                                   advice="give max_wait from 0")
         self._check_reader()
+        if self._reads_events:
+            raise InvalidArgument("events of this subscription have been read", code="InvalidArgument",
+                                  advice="use one of the two ways, or subscribe twice")
         self._reads_rows = True
         return Batches(self, self._native, max_rows, max_wait)
 
@@ -164,6 +168,8 @@ class Subscription:
 
     def _next_event(self) -> Optional[Event]:
         if not self._events:
+            self._begin_events()
+            self._reads_events = True
             self._events = self._native.take_events(_EVENTS_AT_ONCE)
             self._events.reverse()
         return self._events.pop() if self._events else None
