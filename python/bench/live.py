@@ -5,12 +5,16 @@ usage: live.py HANDLER [--runs N]     HANDLER is the program of handler.cpp
 A hub in another process plays the sample day. Rates are updates for each second of processor time that the whole client
 process takes, all threads together; the ratio is to the C++ handler's. Latency is from the read of the socket to the
 coroutine, at 10,000 updates a second, in batches of what is there.
+
+The row of nats-py needs that package, and nats-server on the path (`scripts/install-packages nats`).
 """
 
 import argparse
 import asyncio
 import contextlib
+import json
 import pathlib
+import socket
 import statistics
 import subprocess
 import sys
@@ -105,6 +109,61 @@ def callbacks():
     return in_process(read, on_update=on_update)
 
 
+_PUBLISHER = """
+import asyncio, csv, gzip, json, sys, nats
+async def main():
+    bus = await nats.connect(sys.argv[1])
+    with gzip.open(sys.argv[2], "rt") as file:
+        rows = [row for row in csv.DictReader(file) if row["kind"] == "Q"][:20_000]
+    bodies = [json.dumps({"symbol": row["symbol"], "BID": float(row["bid"] or 0), "BID.SIZE": int(row["bid_size"] or 0),
+                          "ASK": float(row["ask"] or 0), "ASK.SIZE": int(row["ask_size"] or 0)}).encode() for row in rows]
+    sys.stdin.readline()
+    for number in range(int(sys.argv[3])):
+        await bus.publish("ticks", bodies[number % len(bodies)])
+        if number % 1000 == 999:
+            await bus.flush(60)
+    await bus.flush(60)
+asyncio.run(main())
+"""
+_NATS_EVENTS = 200_000
+
+
+def nats_client():
+    """The rate of a subscriber of nats-py that decodes quotes from JSON; 0 where it isn't installed."""
+    try:
+        import nats
+    except ImportError:
+        return 0.0
+
+    async def read(address, process):
+        bus = await nats.connect(address)
+        sub = await bus.subscribe("ticks", pending_msgs_limit=_NATS_EVENTS, pending_bytes_limit=1 << 30)
+        await bus.flush(60)
+        process.stdin.write("go\n")
+        process.stdin.flush()
+        before = time.process_time()
+        for _ in range(_NATS_EVENTS):
+            json.loads((await sub.next_msg(60)).data)
+        seconds = time.process_time() - before
+        await bus.close()
+        return _NATS_EVENTS / seconds
+
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+    address = f"nats://127.0.0.1:{port}"
+    with subprocess.Popen(["nats-server", "-a", "127.0.0.1", "-p", str(port)], stderr=subprocess.PIPE, text=True) as server:
+        try:
+            for line in server.stderr:
+                if "Server is ready" in line:
+                    break
+            command = [sys.executable, "-c", _PUBLISHER, address, str(SAMPLE), str(_NATS_EVENTS)]
+            with subprocess.Popen(command, stdin=subprocess.PIPE, text=True) as process:
+                return asyncio.run(read(address, process))
+        finally:
+            server.terminate()
+
+
 def latency():
     """Microseconds from the socket to the coroutine: (p50, p99)."""
     seen = []
@@ -136,6 +195,7 @@ def main():
         "batches, policy block": lambda: in_process(batches, fields=FIELDS, policy="block"),
         "events": lambda: in_process(events),
         "callbacks": callbacks,
+        "nats-py, JSON": nats_client,
     }
     rates = {name: [] for name in rows}
     for _ in range(arguments.runs):
@@ -145,6 +205,9 @@ def main():
     print(f"{'':24}{'updates/cpu-s':>14}{'ratio':>8}{'noise':>8}")
     for name, values in rates.items():
         middle = statistics.median(values)
+        if middle == 0:
+            print(f"{name}: not installed, left out")
+            continue
         print(f"{name:24}{middle:14,.0f}{middle / base:8.2f}{(max(values) - min(values)) / middle:8.0%}")
     times = [latency() for _ in range(arguments.runs)]
     print(f"asyncio, event by event, 10,000/s: p50 {statistics.median(t[0] for t in times):.0f} us, "

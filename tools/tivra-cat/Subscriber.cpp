@@ -38,7 +38,7 @@ Asked askedOf(const Target* target, const char* command) {
         asked.symbol = target->symbol;
     else
         asked.identifier = Target{-1, target->symbol, target->kind}.name();
-    asked.target += " " + target->name();
+    asked.target.append(" ").append(target->name());
     return asked;
 }
 
