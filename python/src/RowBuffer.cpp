@@ -25,7 +25,7 @@ constexpr std::size_t kBlocks = 4;
 }
 
 /// Whoever waits for data has to know: it may be all that comes.
-[[nodiscard]] bool isUrgent(const Event& notice) noexcept {
+[[nodiscard]] bool isUrgentNotice(const Event& notice) noexcept {
     return notice.gap || (notice.state && notice.state->to == tivra::DataState::Refused);
 }
 
@@ -47,7 +47,7 @@ void RowBuffer::addRow(const RowHead& head, const Values& values) {
         m_waiting += m_blocks.back().rows->rows();
         m_bytes += m_blocks.back().rows->bytes();
     }
-    while ((rows() > m_limits.rows || m_bytes > m_limits.bytes) && !m_blocks.empty())
+    while (m_limits.mayDrop && (rows() > m_limits.rows || m_bytes > m_limits.bytes) && !m_blocks.empty())
         dropOldest();
 }
 
@@ -91,9 +91,11 @@ void RowBuffer::add(const tivra::QueueEvent& event) {
 void RowBuffer::add(Event notice) {
     // Of what nobody reads for long, states are told by the subscriptions, and gaps are counted.
     constexpr std::size_t kMostNotices = 100'000;
-    m_isUrgent = m_isUrgent || isUrgent(notice);
     if (m_noticeCount < kMostNotices) {
+        const std::size_t urgent = isUrgentNotice(notice) ? 1 : 0;
         m_open.notices.push_back({m_filler.rows(), std::move(notice)});
+        m_open.urgent += urgent;
+        m_urgentCount += urgent;
         ++m_noticeCount;
     } else if (notice.gap) {
         ++m_open.loss.gaps;
@@ -126,10 +128,10 @@ void RowBuffer::dropOldest() {
         notice.row = 0;
     next.notices.insert(next.notices.begin(), std::make_move_iterator(oldest.notices.begin()),
                         std::make_move_iterator(oldest.notices.end()));
+    next.urgent += oldest.urgent;
 }
 
 RowBlock RowBuffer::take() {
-    m_isUrgent = false;
     RowBlock block;
     if (m_blocks.empty()) {
         block = cut();
@@ -140,6 +142,7 @@ RowBlock RowBuffer::take() {
         m_bytes -= block.rows->bytes();
     }
     m_noticeCount -= block.notices.size();
+    m_urgentCount -= block.urgent;
     return block;
 }
 

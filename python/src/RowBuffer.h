@@ -30,6 +30,7 @@ struct RowBlock {
     };
     std::shared_ptr<RowBatch> rows;
     std::vector<Notice> notices;
+    std::size_t urgent = 0; ///< notices that a reader has to hear of without any row
     Loss loss;
     std::int64_t first = 0; ///< when the first and the last row came
     std::int64_t last = 0;
@@ -44,6 +45,7 @@ public:
         std::size_t rows;  ///< that may wait
         std::size_t bytes; ///< that they may take, about
         std::size_t batchRows;
+        bool mayDrop; ///< or else whoever adds asks isBatchDue(), and keeps to the limits
     };
 
     RowBuffer(const std::vector<FieldColumn>& columns, const Limits& limits);
@@ -55,7 +57,11 @@ public:
 
     [[nodiscard]] std::size_t rows() const noexcept { return m_waiting + m_filler.rows(); }
     /// Rows wait, or something that a reader has to hear of without any.
-    [[nodiscard]] bool hasNews() const noexcept { return rows() != 0 || m_isUrgent; }
+    [[nodiscard]] bool hasNews() const noexcept { return rows() != 0 || isUrgent(); }
+    /// There is nothing at all, states of symbols included.
+    [[nodiscard]] bool isEmpty() const noexcept { return !hasNews() && m_noticeCount == 0; }
+    /// A batch is complete, or the reader has to hear of something at once.
+    [[nodiscard]] bool isBatchDue() const noexcept { return !m_blocks.empty() || isUrgent(); }
     [[nodiscard]] std::size_t blockRows() const noexcept { return m_blockRows; }
     /// Rows that were dropped here.
     [[nodiscard]] std::uint64_t dropped() const noexcept { return m_dropped; }
@@ -66,6 +72,9 @@ private:
     template<class Values>
     void addRow(const RowHead& head, const Values& values);
     [[nodiscard]] bool isBlockComplete() const noexcept;
+    [[nodiscard]] bool isUrgent() const noexcept {
+        return m_urgentCount != 0 || m_open.loss.rows != 0 || m_open.loss.gaps != 0;
+    }
     [[nodiscard]] RowBlock cut();
     void dropOldest();
 
@@ -73,11 +82,11 @@ private:
     const std::size_t m_blockRows;
     RowFiller m_filler;
     RowBlock m_open; ///< what comes with the filler's rows
-    bool m_isUrgent = false;
     std::deque<RowBlock> m_blocks;
     std::size_t m_waiting = 0; ///< rows of the blocks
     std::size_t m_bytes = 0;   ///< that they take
     std::size_t m_noticeCount = 0;
+    std::size_t m_urgentCount = 0; ///< of them
     std::uint64_t m_dropped = 0;
 };
 

@@ -1,5 +1,6 @@
 #include "StreamSink.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -84,8 +85,21 @@ void StreamSink::drainQueue() {
     m_queue.poll(kAll, [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); });
 }
 
+void StreamSink::fillBatch() {
+    // Few at a time, for a batch of long rows is complete before it has its number of them.
+    constexpr std::size_t kStep = 64;
+    const auto add = [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); };
+    while (!m_rows->isBatchDue() && m_rows->rows() < m_rows->blockRows())
+        if (m_queue.poll(std::min(kStep, m_rows->blockRows() - m_rows->rows()), add) == 0)
+            return;
+}
+
 bool StreamSink::areThere(std::size_t rows) const {
-    return m_hasEnded || (m_rows != nullptr && (m_rows->rows() >= rows || (rows <= 1 && m_rows->hasNews())));
+    if (m_hasEnded)
+        return true;
+    if (m_rows == nullptr)
+        return false;
+    return m_rows->rows() >= rows || m_rows->isBatchDue();
 }
 
 void StreamSink::tell(tp::MutexLock& lock) {
@@ -110,7 +124,7 @@ bool StreamSink::isFinished() {
     const tp::MutexLock lock(m_mutex);
     if (m_isDirect)
         drainQueue();
-    return m_hasEnded && (m_rows == nullptr || !m_rows->hasNews()) && m_queue.statistics().events == 0;
+    return m_hasEnded && (m_rows == nullptr || m_rows->isEmpty()) && m_queue.statistics().events == 0;
 }
 
 std::size_t StreamSink::beginRows(std::size_t batchRows) {
@@ -120,9 +134,10 @@ std::size_t StreamSink::beginRows(std::size_t batchRows) {
     if (m_options.columns.empty())
         raiseInvalid("a subscription without fields has no columns to make batches of",
                      "name them in subscribe(fields=[...])");
-    const RowBuffer::Limits limits{m_options.queue.maxUpdates, m_options.queue.maxBytes, batchRows};
-    m_rows = std::make_unique<RowBuffer>(m_options.columns, limits);
     m_isDirect = canBeDirect();
+    const RowBuffer::Limits limits{m_options.queue.maxUpdates, m_options.queue.maxBytes, batchRows,
+                                   m_isDirect};
+    m_rows = std::make_unique<RowBuffer>(m_options.columns, limits);
     if (m_isDirect)
         drainQueue();
     return m_rows->blockRows();
@@ -137,11 +152,13 @@ std::optional<std::size_t> StreamSink::gather() {
     const tp::MutexLock lock(m_mutex);
     if (m_isDirect)
         drainQueue();
-    // What is beyond a batch stays in the queue, which has its own limits.
-    else if (m_rows->rows() < m_rows->blockRows())
-        m_queue.poll(m_rows->blockRows() - m_rows->rows(),
-                     [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); });
-    return m_rows->hasNews() ? std::optional(m_rows->rows()) : std::nullopt;
+    else
+        fillBatch();
+    if (m_rows->isBatchDue())
+        return m_rows->blockRows();
+    // The last states are all that can come.
+    const bool hasNews = m_rows->hasNews() || (m_hasEnded && !m_rows->isEmpty());
+    return hasNews ? std::optional(m_rows->rows()) : std::nullopt;
 }
 
 bool StreamSink::waitForRows(std::size_t rows, std::chrono::steady_clock::time_point deadline) {

@@ -51,7 +51,8 @@ public:
     /// Rows are made on the thread that delivers, and notify() is for them.
     [[nodiscard]] bool isDirect() TP_EXCLUDES(m_mutex);
     /// Moves what waits in the queue into rows, where rows are made so.
-    /// @return how many rows wait; nothing when none does, and no gap or refusal
+    /// @return how many rows wait, or as many as a batch has when one is due; nothing when none does, and no
+    /// gap or refusal
     [[nodiscard]] std::optional<std::size_t> gather() TP_EXCLUDES(m_mutex);
     /// Waits for that many rows, or anything, or the end.
     bool waitForRows(std::size_t rows, std::chrono::steady_clock::time_point deadline) TP_EXCLUDES(m_mutex);
@@ -72,6 +73,8 @@ private:
     void onGap(const tivra::SubscriptionView& subscription, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
     [[nodiscard]] bool canBeDirect() const noexcept;
     void drainQueue() TP_REQUIRES(m_mutex);
+    /// What is beyond a batch stays in the queue, which has its own limits.
+    void fillBatch() TP_REQUIRES(m_mutex);
     [[nodiscard]] bool areThere(std::size_t rows) const TP_REQUIRES(m_mutex);
     /// A reader who waits for what is there now is told, once. The lock may be given up for it.
     void tell(tp::MutexLock& lock) TP_NO_THREAD_SAFETY_ANALYSIS;

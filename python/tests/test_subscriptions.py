@@ -3,6 +3,7 @@
 import asyncio
 import sys
 import threading
+import time
 
 import pytest
 
@@ -134,6 +135,39 @@ def test_a_reader_that_blocks_the_hub_loses_nothing(hub, feed):
     wait_until(lambda: sub.stats()["waiting"] >= 9)
     found, gaps = read_bids(sub.batches(max_rows=5), 499.0)
     assert found == [float(number) for number in range(500)] and not gaps
+
+
+def test_a_reader_that_blocks_the_hub_loses_no_row_for_want_of_bytes(hub, feed):
+    sub = feed.subscribe(100, "IBM", fields=["BID"], max_bytes=20_000, policy="block")
+    wait_live(sub, "IBM")
+    writer = threading.Thread(target=publish_bids, args=(hub, 5000))
+    writer.start()
+    found, gaps = read_bids(sub.batches(), 4999.0)
+    writer.join()
+    assert found == [float(number) for number in range(5000)] and not gaps
+
+
+@pytest.mark.parametrize("policy", ["drop_oldest", "block"])
+@pytest.mark.parametrize("max_rows", [1, 1000])
+def test_a_gap_is_told_at_once_whatever_waits(hub, feed, policy, max_rows):
+    sub = feed.subscribe(100, "IBM", fields=["BID"], policy=policy)
+    batches = sub.batches(max_rows=max_rows, max_wait=DEADLINE)
+    wait_live(sub, "IBM")
+    publish_bids(hub, 2)
+    hub._native.overrun(1000, 0)
+    wait_until(lambda: sub.stats()["gaps"] == 1)
+    start = time.monotonic()
+    found, gaps, states = [], [], []
+    while not gaps:
+        batch = next(batches)
+        found += bids_of(batch)
+        gaps += batch.gaps
+        states += batch.states
+    assert time.monotonic() - start < DEADLINE / 2
+    assert found[-2:] == [0.0, 1.0] and [gap.cause for gap in gaps] == ["overrun"]
+    sub.close()
+    states += [state for batch in batches for state in batch.states]
+    assert [str(state.after) for state in states] == ["live", "closed"]
 
 
 def test_a_loss_is_a_gap_before_the_new_image(hub, feed):
