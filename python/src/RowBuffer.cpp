@@ -42,6 +42,7 @@ void RowBuffer::addRow(const RowHead& head, const Values& values) {
         m_open.first = head.received;
     m_open.last = head.received;
     m_filler.add(head, values);
+    m_isAfterLoss = false;
     if (isBlockComplete()) {
         m_blocks.push_back(cut());
         m_waiting += m_blocks.back().rows->rows();
@@ -64,11 +65,13 @@ void RowBuffer::add(const tivra::Update& update) {
     head.source = update.source();
     head.symbol = update.symbol();
     head.kind = rowKindOf(update.kind());
+    head.isAfterGap = m_isAfterLoss || (!m_afterGap.empty() && takeGapMark(update.subscription().id()));
     addRow(head, update);
 }
 
 void RowBuffer::add(const tivra::QueueEvent& event) {
     if (event.state != nullptr || event.gap != nullptr) {
+        noteGap(event);
         add(Event::ofQueue(event));
         return;
     }
@@ -84,8 +87,19 @@ void RowBuffer::add(const tivra::QueueEvent& event) {
     head.source = event.source;
     head.symbol = event.symbol;
     head.kind = rowKindOf(event.kind);
-    head.isAfterGap = event.dropped != 0;
+    head.isAfterGap = takeGapMark(event.subscription) || event.dropped != 0 || m_isAfterLoss;
     addRow(head, event.record);
+}
+
+bool RowBuffer::takeGapMark(std::uint64_t subscription) {
+    return m_afterGap.erase(subscription) != 0;
+}
+
+void RowBuffer::noteGap(const tivra::QueueEvent& event) {
+    if (event.gap != nullptr || event.dropped != 0)
+        m_afterGap.insert(event.subscription);
+    else if (event.state->to == tivra::DataState::Closed)
+        m_afterGap.erase(event.subscription);
 }
 
 void RowBuffer::add(Event notice) {
@@ -140,6 +154,12 @@ RowBlock RowBuffer::take() {
         m_blocks.pop_front();
         m_waiting -= block.rows->rows();
         m_bytes -= block.rows->bytes();
+    }
+    if (block.loss.rows != 0) {
+        if (block.rows->rows() != 0)
+            block.rows->markGapAtStart();
+        else
+            m_isAfterLoss = true;
     }
     m_noticeCount -= block.notices.size();
     m_urgentCount -= block.urgent;

@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include <feed/Update.h>
@@ -75,6 +76,8 @@ private:
     [[nodiscard]] bool isUrgent() const noexcept {
         return m_urgentCount != 0 || m_open.loss.rows != 0 || m_open.loss.gaps != 0;
     }
+    [[nodiscard]] bool takeGapMark(std::uint64_t subscription);
+    void noteGap(const tivra::QueueEvent& event);
     [[nodiscard]] RowBlock cut();
     void dropOldest();
 
@@ -88,6 +91,8 @@ private:
     std::size_t m_noticeCount = 0;
     std::size_t m_urgentCount = 0; ///< of them
     std::uint64_t m_dropped = 0;
+    std::unordered_set<std::uint64_t> m_afterGap; ///< subscriptions whose next row has a gap in front of it
+    bool m_isAfterLoss = false;                   ///< the next row of any has
 };
 
 } // namespace tivra_python

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -46,11 +47,15 @@ using tivra::Instrument;
     return ColumnType::Text;
 }
 
-/// Types come from the hub's dictionary, so that all batches have the same.
+/// Types come from the hub's dictionary, so that all batches have the same. A field has one column, however
+/// often it is named.
 [[nodiscard]] std::vector<FieldColumn> columnsOf(const tivra::Feed& feed,
                                                  const std::vector<std::string>& names) {
     std::vector<FieldColumn> columns;
     for (const std::string& name : names) {
+        if (std::any_of(columns.begin(), columns.end(),
+                        [&name](const FieldColumn& column) { return column.spec.name == name; }))
+            continue;
         const tivra::Field field = feed.field(name);
         const std::optional<tivra::Value::Type> type = feed.typeOf(name);
         columns.push_back({field, {name, type ? typeOf(*type) : ColumnType::Found}});

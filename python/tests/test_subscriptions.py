@@ -187,6 +187,34 @@ def test_a_loss_is_a_gap_before_the_new_image(hub, feed):
     assert [event.gap.cause for event in gaps] == ["loss"]
 
 
+@pytest.mark.parametrize("policy", ["drop_oldest", "block"])
+def test_the_first_row_behind_a_gap_is_marked(hub, feed, policy):
+    sub = feed.subscribe(100, ["IBM", "AIG"], fields=["BID", "BID"], policy=policy)
+    wait_live(sub, "IBM", "AIG")
+    publish_bids(hub, 2)
+    hub._native.overrun(1000, 0)
+    wait_until(lambda: sub.stats()["gaps"] == 2)
+    for symbol in ("IBM", "AIG", "IBM"):
+        hub.publish(100, symbol, {"BID": 5.0})
+    wait_until(lambda: sub.stats()["updates"] == 7)
+    rows = list(next(sub.batches(max_wait=0)))
+    assert [row["gap"] for row in rows] == [False] * 4 + [True, True, False]
+    assert [row["symbol"] for row in rows[4:]] == ["IBM", "AIG", "IBM"]
+    assert list(rows[0])[7:] == ["BID"]
+
+
+def test_the_first_row_behind_what_a_slow_reader_lost_is_marked(hub, feed):
+    sub = feed.subscribe(100, "IBM", fields=["BID"], max_rows=20)
+    wait_live(sub, "IBM")
+    batches = sub.batches(max_rows=5, max_wait=0)
+    publish_bids(hub, 100)
+    wait_until(lambda: sub.stats()["updates"] == 101)
+    batch = next(batches)
+    assert [gap.cause for gap in batch.gaps] == ["overflow"]
+    assert [row["gap"] for row in batch] == [True, False, False, False, False]
+    assert not any(row["gap"] for row in next(batches))
+
+
 def test_cancelled_reads_lose_no_row(hub, feed):
     sub = feed.subscribe(100, "IBM", fields=["BID"])
     wait_live(sub, "IBM")

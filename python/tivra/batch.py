@@ -33,7 +33,7 @@ class Batch:
 
     Every batch has the columns ``received`` (when the message came, in UTC), ``source``, ``symbol``, ``kind`` ("image",
     "update", "refresh" or "status"), ``tag`` and ``status`` (of answers), and ``gap`` (whether messages are missing in
-    front of the row), and behind them one for each field. Where a message doesn't have a field, its row has NULL.
+    front of the row: of its symbol, or of any where a slow reader lost rows), and behind them one for each field. Where a message doesn't have a field, its row has NULL.
 
     A batch goes to pyarrow, polars, pandas or duckdb without a copy of its values: they take it as it is (it has the
     methods of Arrow's PyCapsule interface), or by ``to_arrow()``, ``to_polars()`` and ``to_pandas()``. ``numpy()`` gives

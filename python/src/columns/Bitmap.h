@@ -24,6 +24,10 @@ public:
         m_size = size;
     }
 
+    void set(std::size_t i) noexcept {
+        m_bytes[i / 8] = static_cast<std::uint8_t>(m_bytes[i / 8] | 1U << i % 8);
+    }
+
     [[nodiscard]] std::size_t size() const noexcept { return m_size; }
     [[nodiscard]] bool operator[](std::size_t i) const noexcept { return (m_bytes[i / 8] >> i % 8 & 1) != 0; }
     [[nodiscard]] const std::uint8_t* data() const noexcept { return m_bytes.data(); }

@@ -12,8 +12,8 @@
 
 namespace tivra_python {
 
-/// Rows that are complete and never change again. Shared: what was exported of it keeps it alive, whatever
-/// becomes of the feed or the file that it came from.
+/// Rows that are complete and never change again once others have them. Shared: what was exported of it keeps
+/// it alive, whatever becomes of the feed or the file that it came from.
 /// @thread any
 class RowBatch : public std::enable_shared_from_this<RowBatch> {
 public:
@@ -29,13 +29,17 @@ public:
     /// Values that are NULL because they weren't of their column's type.
     [[nodiscard]] std::uint64_t mismatched() const noexcept { return m_mismatched; }
 
+    /// Notes that messages are missing in front of the first row, of which there must be one. Before others
+    /// have the batch.
+    void markGapAtStart() noexcept { m_head.gap.set(0); }
+
     /// Fills a structure whose holder releases it; as often as wanted, and without a copy of the values. The
     /// array is a struct array, whose children are the columns.
     void exportArray(ArrowArray* out) const;
     void exportSchema(ArrowSchema* out) const;
 
 private:
-    const HeadColumns m_head;
+    HeadColumns m_head;
     const std::vector<Column> m_columns;
     const std::uint64_t m_repeated;
     const std::uint64_t m_mismatched;
