@@ -6,9 +6,13 @@
 /// The version of these headers, as macros, and that of the library behind them. The build reads it from
 /// here.
 
+/// Changes with what breaks programs or their binaries; the name of the shared library ends with it.
 #define TIVRA_VERSION_MAJOR 1
+/// Changes with what is added.
 #define TIVRA_VERSION_MINOR 7
+/// Changes with corrections.
 #define TIVRA_VERSION_PATCH 0
+/// The fourth part of the version.
 #define TIVRA_VERSION_BUILD 1
 /// The day of the version as "YYYYMMDD".
 #define TIVRA_VERSION_DATE "20250210"

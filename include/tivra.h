@@ -16,6 +16,9 @@
 ///  7. tivra::Session::stop, then tivra::APIFactory::destroySession,
 ///     tivra::APIFactory::destroyUserInfo and tivra::APIFactory::uninitialize.
 
+/// @namespace tivra
+/// All that the library offers to applications.
+
 #include "APIFactory.h"
 #include "TivraApi.h"
 #include "TivraVersion.h"

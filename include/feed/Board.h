@@ -22,6 +22,7 @@ class BoardState;
 
 namespace tivra {
 
+/// How much a board may keep.
 struct BoardOptions {
     /// Symbols that it takes, at least 1. What comes for more is counted and not kept.
     std::size_t maxSymbols = 1'000'000;
@@ -51,6 +52,7 @@ struct BoardCursor {
     std::uint64_t position = 0;
 };
 
+/// How much a board holds, and what has come to it.
 struct BoardStatistics {
     std::size_t symbols = 0;
     std::size_t bytes = 0;     ///< that they take, some 500 for a symbol of ten fields

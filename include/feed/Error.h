@@ -12,6 +12,7 @@ namespace tivra {
 /// @thread any; it is a value that may be kept.
 class TIVRA_API Error : public std::runtime_error {
 public:
+    /// What kind of failure it is: for programs to decide by.
     enum class Code {
         InvalidArgument, ///< a value in the call can't be meant
         InvalidOption,   ///< an option of the feed, in a struct, a URL, a file or the environment
@@ -41,6 +42,7 @@ public:
         Subscription ///< updates flow
     };
 
+    /// What an Error is made of.
     struct Details {
         Code code = Code::System;
         Phase phase = Phase::None;

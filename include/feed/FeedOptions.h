@@ -85,7 +85,7 @@ struct TIVRA_API FeedOptions {
     /// its affinity or priority. Other feeds and sessions are not concerned. What it throws is logged.
     std::function<void(const std::string& name)> onThreadStart{};
 
-    /// tivra://user@host:port,host:port/?backup=host:port&compression=0: each part may be left out, and %XX
+    /// tivra://user\@host:port,host:port/?backup=host:port&compression=0: each part may be left out, and %XX
     /// stands for a byte. A password may follow the user, after a colon; it is better kept in the
     /// environment.
     /// @throws Error (InvalidOption) for what can't be meant and for names that don't exist

@@ -43,6 +43,7 @@ struct StateChange {
 /// A time of which a subscription has missed what was sent. It stands in the stream: it comes after the last
 /// update before it, and before the image that follows it, if one does.
 struct Gap {
+    /// Why data was missed.
     enum class Cause : unsigned char {
         Loss,       ///< the connection to the hub was lost, or the session was rebuilt
         Withdrawal, ///< the user was not entitled to the source for a time
@@ -68,6 +69,7 @@ struct SubscriptionHandlers {
     std::function<void(const SubscriptionView&, const Gap&)> onGap{};
 };
 
+/// What has come for a subscription since it was made.
 struct SubscriptionStatistics {
     std::uint64_t updates = 0; ///< handed to onUpdate, images included
     std::uint64_t gaps = 0;

@@ -28,6 +28,7 @@ class SubscriptionView;
 /// @thread user
 class TIVRA_API Update {
 public:
+    /// What an update says of its symbol.
     enum class Kind {
         Image,  ///< a part of the present state, after subscribing and after each gap
         Update, ///< what has changed

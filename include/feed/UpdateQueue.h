@@ -36,6 +36,7 @@ enum class QueuePolicy {
     Latest
 };
 
+/// How much a queue holds, and what it does when it is full.
 struct QueueOptions {
     QueuePolicy policy = QueuePolicy::Block;
     /// Updates that may wait, at least 1. With Block, states and gaps count too.
@@ -50,6 +51,7 @@ struct QueueOptions {
 /// What a queue hands out: an update, a change of state or a gap of one subscription. Valid during the call
 /// that it is handed to; the record may be kept.
 struct QueueEvent {
+    /// What has come.
     enum class Kind {
         Image,   ///< a part of the present state
         Update,  ///< what has changed
@@ -77,6 +79,7 @@ struct QueueEvent {
     }
 };
 
+/// How a queue is doing: what waits, and what has become of the rest.
 struct QueueStatistics {
     std::size_t events = 0;    ///< that wait
     std::size_t updates = 0;   ///< those of them that aren't states or gaps

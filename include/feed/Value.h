@@ -19,6 +19,7 @@ using TimePoint = std::chrono::time_point<std::chrono::system_clock, std::chrono
 /// long.
 class TIVRA_API Value {
 public:
+    /// How the feed's dictionary types a value; as() says which C++ types each can be read as.
     enum class Type { Integer, Double, Text, Time };
 
     Value() noexcept : m_type(Type::Integer) { m_content.integer = 0; }
@@ -51,6 +52,7 @@ private:
     template<class T>
     T toInteger() const;
 
+    /// @cond
     struct Text {
         const char* begin;
         std::size_t length;
@@ -60,6 +62,7 @@ private:
         double number;
         Text text;
     };
+    /// @endcond
     Type m_type;
     Content m_content;
 };
