@@ -105,6 +105,7 @@ void FeedItem::finishImage(FeedStream& stream) {
 
 void FeedItem::refuse(const tivra::Error& error) {
     const Turn turn(*this);
+    recoverNow(); // it has answered
     m_state = DataState::Refused;
     changeAll(DataState::Refused, kRefused, &error);
 }
@@ -118,7 +119,9 @@ void FeedItem::finishImageOf(SubscriptionState& latecomer) {
 
 void FeedItem::refuse(SubscriptionState& latecomer, const tivra::Error& error) {
     const Turn turn(*this);
-    latecomer.change(DataState::Refused, kRefused, &error, m_registry->callbacks());
+    // An image of its item, after a loss, has served it meanwhile, or will: then it needs none of its own.
+    if (latecomer.state() == DataState::Pending)
+        latecomer.change(DataState::Refused, kRefused, &error, m_registry->callbacks());
 }
 
 void FeedItem::lose(const FeedStream& stream) {
@@ -132,6 +135,10 @@ void FeedItem::lose(const FeedStream& stream) {
 
 void FeedItem::recover() {
     const Turn turn(*this);
+    recoverNow();
+}
+
+void FeedItem::recoverNow() {
     if (m_state != DataState::Stale)
         return;
     m_state = DataState::Recovering;
@@ -175,10 +182,7 @@ void FeedItem::beginGap(tivra::Gap::Cause cause) {
 
 /// What comes now follows a gap, if there was one.
 void FeedItem::beginImage() {
-    if (m_state == DataState::Stale) {
-        m_state = DataState::Recovering;
-        changeAll(DataState::Recovering, kBack);
-    }
+    recoverNow();
     if (m_gapFrom == 0.0)
         return;
     const tivra::Gap gap{m_gapCause, toTimePoint(m_gapFrom), wallTime(), std::nullopt, std::nullopt};

@@ -99,6 +99,8 @@ private:
     /// True when nothing of that stream had come before.
     bool addHome(const FeedStream& stream) TP_REQUIRES(m_turn);
     [[nodiscard]] bool removeHome(const FeedStream& stream) TP_REQUIRES(m_turn);
+    /// Whoever brings its data is there again.
+    void recoverNow() TP_REQUIRES(m_turn);
     void beginImage() TP_REQUIRES(m_turn);
     void beginGap(tivra::Gap::Cause cause) TP_REQUIRES(m_turn);
     void changeAll(tivra::DataState to, std::string_view cause, const tivra::Error* error = nullptr)
