@@ -216,16 +216,15 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
         m_socket.giveUp(m_session.isCMconnection() && m_session.getisStarted() && isQueryXRefHUB()
                             ? "for Xref HUB "
                             : "");
-        reportFailedDial();
-        return Dial::Failed;
+        break;
     case HubSocket::Progress::Refused:
         m_lookup.noteLoss();
-        reportFailedDial();
-        return Dial::Failed;
+        break;
     case HubSocket::Progress::NoSocket:
-        reportFailedDial();
-        return Dial::Failed;
+        break;
     }
+    reportFailedDial();
+    m_socket.countFailedDial();
     return Dial::Failed;
 }
 

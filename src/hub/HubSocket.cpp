@@ -82,15 +82,13 @@ HubSocket::Progress HubSocket::begin() {
     return Progress::UnderWay;
 }
 
-// A socket that blocks nobody and isn't inherited. Without one the cause is stored and the dial has been
-// counted.
+// A socket that blocks nobody and isn't inherited. Without one the cause is stored.
 bool HubSocket::openSocket() {
     m_fd.assign(tp::aboveStandardStreams(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)));
     if (m_fd.get() < 0) {
         m_connectErrno = errno;
         eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT,
                 "HubClient::connectHost - error in socket, errno = %d\n", connectErrno());
-        m_connectionRetries += 1;
         noteFailedAttempt();
         return false;
     }
@@ -99,7 +97,6 @@ bool HubSocket::openSocket() {
         eprintf(EPF_CRIT, "HubClient::connectHost - Error %d on set non-blocking FD %d: (%d)%s", rc,
                 m_fd.get(), connectErrno(), errorText(connectErrno()).c_str());
         close();
-        m_connectionRetries += 1;
         noteFailedAttempt();
         return false;
     }
@@ -169,7 +166,6 @@ HubSocket::Progress HubSocket::refuse(int error) {
             m_address.shown().c_str(), fd(), error, errorText(error).c_str());
     noteLoss();
     close();
-    m_connectionRetries += 1;
     noteFailedAttempt();
     return Progress::Refused;
 }
@@ -194,7 +190,6 @@ void HubSocket::giveUp(const char* purpose) {
             errorText(ETIMEDOUT).c_str());
     noteLoss();
     close(State::TimedOut);
-    m_connectionRetries += 1;
     noteFailedAttempt();
 }
 

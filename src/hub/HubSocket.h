@@ -82,6 +82,8 @@ public:
     [[nodiscard]] bool isPastRetryLimit() const;
     [[nodiscard]] long retryLimit() const { return m_connectionRetryLimit; }
     void restartRetries() { m_connectionRetries = 0; }
+    /// The dial has failed, and who wants to know has been told: a start may end on this very count.
+    void countFailedDial() { m_connectionRetries += 1; }
 
     // --- the connection ---
     /// False when the peer has closed. `bytesAreLeft`: what has come is not taken at present.
