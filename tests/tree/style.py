@@ -13,10 +13,10 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 ROOT = Path(sys.argv[1]).resolve()
-CODE = ["include", "src", "shared", "sim", "tools"]
+CODE = ["include", "src", "shared", "sim", "tools", "bridge"]
 FORMATTED = CODE + ["python", "examples", "tests", "bench", "fuzz"]
 INSTALLED = ["include", "sim/include", "sim/testkit/include"]
-INCLUDES = ["include", "src", "shared/tp_lib_tp/include", "sim/include", "sim/testkit/include", "tools"]
+INCLUDES = ["include", "src", "shared/tp_lib_tp/include", "sim/include", "sim/testkit/include", "tools", "bridge"]
 
 
 def files(folders, *suffixes):

@@ -1,0 +1,48 @@
+#include "bus/BatchHeader.h"
+
+#include "bus/JsonReading.h"
+#include "bus/SubjectNames.h"
+
+#include <climits>
+
+namespace tivra_bus {
+
+namespace {
+
+/// The longest line that is looked at: ours have some 160 bytes.
+constexpr std::size_t kMostHeader = 4096;
+constexpr std::uint64_t kMostRecords = 1U << 24;
+
+} // namespace
+
+std::string headerLine(const BatchHeader& header) {
+    return fmt::format(R"({{"tivra":{},"payload":"{}","partition":{},"epoch":{},"batch":{},"records":{},)"
+                       R"("dictionary":{},"time":"{}"}})"
+                       "\n",
+                       kLayoutVersion, header.payload, header.partition, header.epoch, header.batch,
+                       header.records, header.dictionary, header.time);
+}
+
+BatchHeader readHeader(std::string_view bytes, std::size_t& length) {
+    const std::size_t end = bytes.substr(0, kMostHeader).find('\n');
+    if (end == std::string_view::npos)
+        throw BatchError(fmt::format("a batch: a first line of at most {} bytes was wanted", kMostHeader));
+    const JsonReading line(bytes.substr(0, end), "a batch, line 1");
+    if (const std::uint64_t version = line.number("tivra"); version != kLayoutVersion)
+        throw BatchError(
+            fmt::format("a batch, line 1: this is layout {}, and this program reads {}: use the release "
+                        "of the bridge that has written it",
+                        version, kLayoutVersion));
+    BatchHeader header;
+    header.payload = line.text("payload");
+    header.partition = static_cast<unsigned>(line.number("partition", UINT_MAX));
+    header.epoch = line.number("epoch");
+    header.batch = line.number("batch");
+    header.records = line.number("records", kMostRecords);
+    header.dictionary = line.number("dictionary");
+    header.time = line.text("time");
+    length = end + 1;
+    return header;
+}
+
+} // namespace tivra_bus

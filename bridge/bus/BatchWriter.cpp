@@ -1,0 +1,70 @@
+#include "bus/BatchWriter.h"
+
+#include <utility>
+
+namespace tivra_bus {
+
+void BatchWriter::begin(RecordType type, const RecordKey* key) {
+    m_last = m_records.size();
+    m_records += R"({"type":")";
+    m_records += nameOf(type);
+    m_records += '"';
+    if (key == nullptr)
+        return;
+    m_records += R"(,"source":)";
+    appendNumber(m_records, static_cast<std::uint64_t>(key->source));
+    m_records += R"(,"symbol":)";
+    appendQuoted(m_records, key->symbol);
+    m_records += R"(,"n":)";
+    appendNumber(m_records, key->number);
+}
+
+void BatchWriter::end() {
+    m_records += "}\n";
+    ++m_count;
+}
+
+void BatchWriter::addState(const RecordKey& key, std::string_view state, std::string_view cause) {
+    begin(RecordType::State, &key);
+    m_records += R"(,"state":)";
+    appendQuoted(m_records, state);
+    m_records += R"(,"cause":)";
+    appendQuoted(m_records, cause);
+    end();
+}
+
+void BatchWriter::addGap(const RecordKey* key, const BusGap& gap) {
+    begin(RecordType::Gap, key);
+    const auto addText = [this](const char* name, std::string_view text) {
+        m_records += name;
+        appendQuoted(m_records, text);
+    };
+    addText(R"(,"cause":)", gap.cause);
+    addText(R"(,"from":)", gap.from);
+    addText(R"(,"to":)", gap.to);
+    if (gap.messages) {
+        m_records += R"(,"messages":)";
+        appendNumber(m_records, *gap.messages);
+    }
+    if (gap.bytes) {
+        m_records += R"(,"bytes":)";
+        appendNumber(m_records, *gap.bytes);
+    }
+    end();
+}
+
+void BatchWriter::removeLast() {
+    m_records.resize(m_last);
+    --m_count;
+}
+
+std::string BatchWriter::close(BatchHeader header) {
+    header.records = std::exchange(m_count, 0);
+    std::string message = headerLine(header);
+    message += m_records;
+    m_records.clear();
+    m_last = 0;
+    return message;
+}
+
+} // namespace tivra_bus

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "bus/BatchHeader.h"
+#include "bus/BusRecord.h"
+#include "bus/FieldsText.h"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tivra_bus {
+
+/// Whose record it is.
+struct RecordKey {
+    int source = 0;
+    std::string_view symbol;
+    std::uint64_t number = 0; ///< see BusRecord::number
+};
+
+/// Collects records until the batch is closed. @thread one at a time
+class BatchWriter {
+public:
+    /// An update, image or refresh: the fields of a tivra::Update or tivra::Record.
+    template<class Values>
+    void add(RecordType type, const RecordKey& key, const Values& values) {
+        begin(type, &key);
+        m_records += R"(,"fields":)";
+        appendFields(m_records, values);
+        end();
+    }
+    void addState(const RecordKey& key, std::string_view state, std::string_view cause);
+    /// @param key  null for a gap of all symbols of the partition
+    void addGap(const RecordKey* key, const BusGap& gap);
+
+    /// Takes the last record out again. Only once after each.
+    void removeLast();
+
+    [[nodiscard]] std::size_t bytes() const { return m_records.size(); }
+    [[nodiscard]] std::size_t lastBytes() const { return m_records.size() - m_last; }
+    [[nodiscard]] std::size_t count() const { return m_count; }
+
+    /// The message, whose header gets the number of records. The writer is empty again.
+    [[nodiscard]] std::string close(BatchHeader header);
+
+private:
+    void begin(RecordType type, const RecordKey* key);
+    void end();
+
+    std::string m_records;
+    std::size_t m_last = 0; ///< where the last record begins
+    std::size_t m_count = 0;
+};
+
+/// The message with a symbol's last values.
+template<class Values>
+[[nodiscard]] std::string lastMessage(const RecordKey& key, std::uint64_t epoch, std::string_view state,
+                                      std::string_view time, const Values& values) {
+    std::string text = fmt::format(R"({{"tivra":1,"source":{},"symbol":)", key.source);
+    appendQuoted(text, key.symbol);
+    text += fmt::format(R"(,"epoch":{},"n":{},"state":"{}","time":"{}","fields":)", epoch, key.number, state,
+                        time);
+    appendFields(text, values);
+    text += '}';
+    return text;
+}
+
+} // namespace tivra_bus

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace tivra_bus {
+
+/// Something of the bus can't be used: what() says what was attempted, what is wrong and what to do.
+class BusError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// A message that isn't what the layout says: what() says where in it, and what was wanted.
+class BatchError : public BusError {
+public:
+    using BusError::BusError;
+};
+
+} // namespace tivra_bus
