@@ -40,6 +40,8 @@ public:
 
     [[nodiscard]] std::size_t bytes() const { return m_records.size(); }
     [[nodiscard]] std::size_t lastBytes() const { return m_records.size() - m_last; }
+    /// The last record, its line end included; valid until the next.
+    [[nodiscard]] std::string_view lastRecord() const { return std::string_view(m_records).substr(m_last); }
     [[nodiscard]] std::size_t count() const { return m_count; }
 
     /// The message, whose header gets the number of records. The writer is empty again.

@@ -15,7 +15,7 @@ template<class Values, class Field>
 std::size_t countOf(const Values& values, const Field& field) {
     std::size_t count = 0;
     for (const auto& entry : values)
-        count += entry.first == field ? 1 : 0;
+        count += entry.first == field ? 1U : 0U;
     return count;
 }
 

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tivra_bus {
+
+/// How the engine is reached. Secrets are in files alone.
+struct NatsAddress {
+    std::vector<std::string> servers; ///< "nats://host:port"
+    std::string name;                 ///< under which the servers list the connection
+    std::string credentialsFile;      ///< of a user, with its key; empty for none
+    std::string caFile;               ///< certificates that servers are checked with; turns TLS on
+    std::string certificateFile;      ///< of this client, with keyFile
+    std::string keyFile;
+    int answerMilliseconds = 2000; ///< that an answer of the engine may take
+};
+
+/// The servers of "nats://a,b:4222,c". @throws BusError for another form, and for a password in it
+[[nodiscard]] std::vector<std::string> natsServersOf(const std::string& url);
+
+} // namespace tivra_bus

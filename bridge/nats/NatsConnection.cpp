@@ -1,0 +1,112 @@
+#include "nats/NatsConnection.h"
+
+#include "bus/BusError.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <utility>
+
+namespace tivra_bus {
+
+namespace {
+
+constexpr int kReconnectBytes = 8 << 20;
+constexpr int kPendingMessages = 1 << 20;
+
+void require(natsStatus status, const std::string& attempt) {
+    if (status != NATS_OK)
+        throw BusError(fmt::format("{}: {}", attempt, natsStatus_GetText(status)));
+}
+
+NatsOptions optionsOf(const NatsAddress& address) {
+    natsOptions* raw = nullptr;
+    require(natsOptions_Create(&raw), "options of the engine");
+    NatsOptions options(raw);
+    std::vector<const char*> servers;
+    for (const std::string& server : address.servers)
+        servers.push_back(server.c_str());
+    require(natsOptions_SetServers(raw, servers.data(), static_cast<int>(servers.size())),
+            fmt::format("the engine's address {}", fmt::join(address.servers, ", ")));
+    natsOptions_SetName(raw, address.name.c_str());
+    natsOptions_SetTimeout(raw, address.answerMilliseconds);
+    // For ever: the client adds jitter to each pause.
+    natsOptions_SetMaxReconnect(raw, -1);
+    natsOptions_SetReconnectWait(raw, 250);
+    natsOptions_SetReconnectJitter(raw, 250, 250);
+    natsOptions_SetReconnectBufSize(raw, kReconnectBytes);
+    natsOptions_SetMaxPendingMsgs(raw, kPendingMessages);
+    natsOptions_SetPingInterval(raw, 2000);
+    if (!address.credentialsFile.empty())
+        require(natsOptions_SetUserCredentialsFromFiles(raw, address.credentialsFile.c_str(), nullptr),
+                "the credentials file " + address.credentialsFile);
+    if (!address.caFile.empty()) {
+        require(natsOptions_SetSecure(raw, true), "TLS to the engine");
+        require(natsOptions_LoadCATrustedCertificates(raw, address.caFile.c_str()),
+                "the file of trusted certificates " + address.caFile);
+    }
+    if (!address.certificateFile.empty())
+        require(
+            natsOptions_LoadCertificatesChain(raw, address.certificateFile.c_str(), address.keyFile.c_str()),
+            "the certificate " + address.certificateFile + " with the key " + address.keyFile);
+    return options;
+}
+
+} // namespace
+
+NatsConnection::NatsConnection(const NatsAddress& address) {
+    const NatsOptions options = optionsOf(address);
+    natsOptions_SetErrorHandler(options.get(), onError, this);
+    const std::string attempt = fmt::format("the engine at {}", fmt::join(address.servers, ", "));
+    if (const natsStatus status = natsConnection_Connect(&m_connection, options.get()); status != NATS_OK)
+        throw BusError(fmt::format("{}: {}: see that it runs and that address, credentials and certificates "
+                                   "are right",
+                                   attempt, natsStatus_GetText(status)));
+    jsOptions settings;
+    jsOptions_Init(&settings);
+    settings.Wait = address.answerMilliseconds;
+    jsCtx* context = nullptr;
+    const natsStatus status = natsConnection_JetStream(&context, m_connection, &settings);
+    m_context.reset(context);
+    if (status != NATS_OK) {
+        natsConnection_Destroy(m_connection);
+        require(status, attempt);
+    }
+}
+
+NatsConnection::~NatsConnection() {
+    m_context.reset();
+    natsConnection_Close(m_connection);
+    natsConnection_Destroy(m_connection);
+}
+
+bool NatsConnection::isConnected() const {
+    return natsConnection_Status(m_connection) == NATS_CONN_STATUS_CONNECTED;
+}
+
+void NatsConnection::check(natsStatus status, const std::string& attempt) const {
+    if (status == NATS_OK)
+        return;
+    const char* advice = "";
+    if (status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS)
+        advice =
+            ": see that the server has JetStream on, that its cluster has a leader and that this user may "
+            "use $JS.API.>";
+    std::string said;
+    {
+        const tp::MutexLock lock(m_mutex);
+        said = std::exchange(m_lastError, {});
+    }
+    throw BusError(fmt::format("{}: {}{}{}{}", attempt, natsStatus_GetText(status), said.empty() ? "" : ", ",
+                               said, advice));
+}
+
+void NatsConnection::onError(natsConnection* connection, natsSubscription*, natsStatus status, void* self) {
+    const char* text = nullptr;
+    natsConnection_GetLastError(connection, &text);
+    auto& own = *static_cast<NatsConnection*>(self);
+    const tp::MutexLock lock(own.m_mutex);
+    own.m_lastError = text != nullptr && *text != '\0' ? text : natsStatus_GetText(status);
+}
+
+} // namespace tivra_bus

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "nats/NatsAddress.h"
+#include "nats/NatsHandles.h"
+
+#include <tp/Mutex.h>
+
+#include <string>
+
+namespace tivra_bus {
+
+/// A connection to the engine, which is kept up for as long as the object lives.
+/// @thread any
+class NatsConnection {
+public:
+    /// Connects. @throws BusError when no server can be reached, or it refuses
+    explicit NatsConnection(const NatsAddress& address);
+    ~NatsConnection();
+    NatsConnection(const NatsConnection&) = delete;
+    NatsConnection& operator=(const NatsConnection&) = delete;
+
+    [[nodiscard]] natsConnection* get() const { return m_connection; }
+    [[nodiscard]] jsCtx* context() const { return m_context.get(); }
+    [[nodiscard]] bool isConnected() const;
+    /// @throws BusError for anything but NATS_OK, with what the server has said of late
+    void check(natsStatus status, const std::string& attempt) const;
+
+private:
+    static void onError(natsConnection*, natsSubscription*, natsStatus status, void* self);
+
+    mutable tp::Mutex m_mutex;
+    mutable std::string m_lastError TP_GUARDED_BY(m_mutex);
+    natsConnection* m_connection = nullptr;
+    NatsContext m_context;
+};
+
+} // namespace tivra_bus

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "nats/NatsAddress.h"
+#include "run/Bridge.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tivra_bus {
+
+/// What the command line says.
+struct ProgramOptions {
+    std::vector<std::string> hosts; ///< "address:port", resolved
+    std::vector<std::string> backups;
+    std::string user;
+    std::string passwordFile;
+    std::string logFile;
+    NatsAddress engine;
+    BridgeOptions bridge;
+    std::string statsListen; ///< "address:port", empty for none
+};
+
+/// Reads the command line and the files that it names. Throws UsageError or BusError for what is wrong.
+/// @return nothing when there is nothing to do but end well (--help, --version)
+[[nodiscard]] std::optional<ProgramOptions> readOptions(int argc, char** argv);
+
+} // namespace tivra_bus

@@ -1,0 +1,95 @@
+#include "program/Options.h"
+
+#include "bus/BusError.h"
+#include "nats/NatsConnection.h"
+#include "nats/NatsLeaseTable.h"
+#include "nats/NatsPublisher.h"
+#include "run/Bridge.h"
+
+#include "common/Password.h"
+#include "common/Printable.h"
+#include "common/UsageError.h"
+
+#include <feed/Feed.h>
+
+#include <fmt/format.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+using namespace tivra_bus;
+
+enum ExitCode { ENDED = 0, INTERNAL = 1, BAD_USAGE = 2, NO_HUB = 3, NO_ENGINE = 4 };
+
+void log(const std::string& line) {
+    std::string time;
+    appendTime(time, std::chrono::system_clock::now());
+    fmt::print(stderr, "{} tivra-bridge: {}\n", time, tivra_tools::printableLines(line));
+}
+
+tivra::FeedOptions feedOptions(const ProgramOptions& options) {
+    tivra::FeedOptions feed;
+    feed.hosts = options.hosts;
+    feed.backups = options.backups;
+    feed.user = options.user;
+    feed.password = tivra_tools::obtainPassword(options.user, options.passwordFile, "tivra-bridge");
+    feed.logFile = options.logFile;
+    feed.onState = [](const tivra::FeedStateChange& change) {
+        if (change.to != tivra::FeedState::Closed)
+            log(fmt::format("hubs: {}{}",
+                            change.to == tivra::FeedState::Established ? "established" : "not all there",
+                            change.cause.empty() ? "" : ": " + change.cause));
+    };
+    feed.onError = [](const tivra::Error& error) { log(error.what()); };
+    return feed;
+}
+
+int run(const ProgramOptions& options) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    // Blocked before any thread starts, so that only the wait takes them.
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    tivra::Feed feed = tivra::Feed::open(feedOptions(options));
+    const NatsConnection connection(options.engine);
+    NatsPublisher publisher(connection, std::chrono::milliseconds(options.engine.answerMilliseconds));
+    NatsLeaseTable leases(connection);
+    {
+        const Bridge bridge(options.bridge, feed, publisher, leases, log);
+        log(fmt::format("{}: {} symbols, {} partitions, ready", options.bridge.name,
+                        options.bridge.instruments.size(), options.bridge.layout.partitions));
+        int signal = 0;
+        while (sigwait(&signals, &signal) != 0) {
+        }
+        log("ending");
+    }
+    return ENDED;
+}
+
+int failed(int code, const char* text) {
+    log(text);
+    return code;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // A closed pipe is the writer's error, not the end of the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        const std::optional<ProgramOptions> options = readOptions(argc, argv);
+        return options ? run(*options) : ENDED;
+    } catch (const tivra_tools::UsageError& error) {
+        return failed(BAD_USAGE, error.what());
+    } catch (const tivra::Error& error) {
+        return failed(NO_HUB, error.what());
+    } catch (const BusError& error) {
+        return failed(NO_ENGINE, error.what());
+    } catch (const std::exception& error) {
+        return failed(INTERNAL, error.what());
+    }
+}
