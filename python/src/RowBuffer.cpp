@@ -31,10 +31,10 @@ constexpr std::size_t kBlocks = 4;
 
 } // namespace
 
-RowBuffer::RowBuffer(const std::vector<FieldColumn>& columns, const Limits& limits)
+RowBuffer::RowBuffer(const RowFields& fields, const Limits& limits)
     : m_limits(limits)
     , m_blockRows(std::min(limits.batchRows, std::max<std::size_t>(limits.rows / kBlocks, 1)))
-    , m_filler(columns) {}
+    , m_filler(fields) {}
 
 template<class Values>
 void RowBuffer::addRow(const RowHead& head, const Values& values) {

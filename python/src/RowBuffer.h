@@ -49,7 +49,7 @@ public:
         bool mayDrop; ///< or else whoever adds asks isBatchDue(), and keeps to the limits
     };
 
-    RowBuffer(const std::vector<FieldColumn>& columns, const Limits& limits);
+    RowBuffer(const RowFields& fields, const Limits& limits);
 
     void add(const tivra::Update& update);
     /// An event of a queue.

@@ -14,9 +14,38 @@ namespace {
 
 } // namespace
 
-RowFiller::RowFiller(const std::vector<FieldColumn>& columns) : m_builder(specsOf(columns)) {
-    for (const FieldColumn& column : columns)
+RowFiller::RowFiller(const RowFields& fields) : m_tag(fields.tag), m_builder(specsOf(fields.columns)) {
+    for (const FieldColumn& column : fields.columns) {
+        if (column.head != HeadField::None)
+            m_headColumns.push_back({m_fields.size(), column.head});
         m_fields.push_back(column.field);
+    }
+}
+
+void RowFiller::setTag(RowHead& head, const tivra::Value& value) {
+    if (value.type() != tivra::Value::Type::Integer)
+        return;
+    head.tag = value.as<std::int64_t>();
+    head.hasTag = true;
+}
+
+void RowFiller::set(const HeadColumn& column, const RowHead& head) {
+    switch (column.field) {
+    case HeadField::Source:
+        if (head.source != 0)
+            m_builder.set(column.index, std::int64_t{head.source});
+        break;
+    case HeadField::Symbol:
+        if (!head.symbol.empty())
+            m_builder.set(column.index, head.symbol);
+        break;
+    case HeadField::Refresh:
+        if (head.kind == RowKind::Refresh)
+            m_builder.set(column.index, std::int64_t{1});
+        break;
+    case HeadField::None:
+        break;
+    }
 }
 
 void RowFiller::set(std::size_t column, const tivra::Value& value) {

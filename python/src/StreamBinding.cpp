@@ -47,20 +47,30 @@ using tivra::Instrument;
     return ColumnType::Text;
 }
 
+[[nodiscard]] HeadField headFieldOf(const std::string& name) noexcept {
+    if (name == "ENUM.SRC.ID")
+        return HeadField::Source;
+    if (name == "SYMBOL.TICKER")
+        return HeadField::Symbol;
+    return name == "REFRESH" ? HeadField::Refresh : HeadField::None;
+}
+
 /// Types come from the hub's dictionary, so that all batches have the same. A field has one column, however
 /// often it is named.
-[[nodiscard]] std::vector<FieldColumn> columnsOf(const tivra::Feed& feed,
-                                                 const std::vector<std::string>& names) {
-    std::vector<FieldColumn> columns;
+[[nodiscard]] RowFields rowFieldsOf(const tivra::Feed& feed, const std::vector<std::string>& names) {
+    RowFields fields;
+    if (feed.typeOf("QUERY.TAG"))
+        fields.tag = feed.field("QUERY.TAG");
+    std::vector<FieldColumn>& columns = fields.columns;
     for (const std::string& name : names) {
         if (std::any_of(columns.begin(), columns.end(),
                         [&name](const FieldColumn& column) { return column.spec.name == name; }))
             continue;
         const tivra::Field field = feed.field(name);
         const std::optional<tivra::Value::Type> type = feed.typeOf(name);
-        columns.push_back({field, {name, type ? typeOf(*type) : ColumnType::Found}});
+        columns.push_back({field, {name, type ? typeOf(*type) : ColumnType::Found}, headFieldOf(name)});
     }
-    return columns;
+    return fields;
 }
 
 [[nodiscard]] std::vector<Instrument> instrumentsOf(int source, const std::vector<std::string>& symbols) {
@@ -81,7 +91,7 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
                                 Callable(onState),
                                 Callable(onGap)};
     const Unlock released;
-    options.columns = columnsOf(*feed, fields);
+    options.fields = rowFieldsOf(*feed, fields);
     new (self) StreamHolder(std::make_shared<Stream>(feed.shared(), std::move(options)));
 }
 

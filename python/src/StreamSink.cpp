@@ -44,7 +44,7 @@ tivra::SubscriptionHandlers StreamSink::handlers() {
 }
 
 bool StreamSink::canBeDirect() const noexcept {
-    return !m_options.columns.empty() && m_options.queue.policy == tivra::QueuePolicy::DropOldest;
+    return !m_options.fields.columns.empty() && m_options.queue.policy == tivra::QueuePolicy::DropOldest;
 }
 
 void StreamSink::onUpdate(const tivra::Update& update) {
@@ -131,13 +131,13 @@ std::size_t StreamSink::beginRows(std::size_t batchRows) {
     const tp::MutexLock lock(m_mutex);
     if (m_rows != nullptr)
         return m_rows->blockRows();
-    if (m_options.columns.empty())
+    if (m_options.fields.columns.empty())
         raiseInvalid("a subscription without fields has no columns to make batches of",
                      "name them in subscribe(fields=[...])");
     m_isDirect = canBeDirect();
     const RowBuffer::Limits limits{m_options.queue.maxUpdates, m_options.queue.maxBytes, batchRows,
                                    m_isDirect};
-    m_rows = std::make_unique<RowBuffer>(m_options.columns, limits);
+    m_rows = std::make_unique<RowBuffer>(m_options.fields, limits);
     if (m_isDirect)
         drainQueue();
     return m_rows->blockRows();

@@ -25,7 +25,7 @@ class StreamSink : public std::enable_shared_from_this<StreamSink> {
 public:
     struct Options {
         tivra::QueueOptions queue;
-        std::vector<FieldColumn> columns;
+        RowFields fields;  ///< no columns for no rows
         Callable onUpdate; ///< takes the updates, so that no reader gets them
         Callable onState;
         Callable onGap;

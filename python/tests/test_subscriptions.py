@@ -8,6 +8,7 @@ import time
 import pytest
 
 import tivra
+from capturefile import capture
 from hubs import DEADLINE, make_feed, wait_live, wait_until
 
 
@@ -98,6 +99,28 @@ def test_batches_have_every_row_in_order(hub, feed, policy, is_async):
     found = asyncio.run(read()) if is_async else read_bids(batches, 999.0)[0]
     writer.join()
     assert found == [float(number) for number in range(1000)]
+
+
+@pytest.mark.parametrize("policy", ["drop_oldest", "block"])
+def test_live_rows_and_those_of_a_capture_are_alike(hub, feed, tmp_path, policy):
+    fields = ["BID", "SYMBOL.TICKER", "ENUM.SRC.ID", "QUERY.TAG", "REFRESH"]
+    sub = feed.subscribe(100, "IBM", fields=fields, policy=policy)
+    wait_live(sub, "IBM")
+    publish_bids(hub, 1)
+    hub.refresh(100, "IBM")
+    live = []
+    for batch in sub.batches(max_rows=1):
+        live += batch.to_arrow().to_pylist()
+        if live and live[-1]["kind"] == "refresh":
+            break
+    tag = live[0]["tag"]
+    assert tag > 0 and [(row["kind"], row["tag"], row["status"]) for row in live] == [
+        ("image", tag, None), ("update", None, None), ("refresh", None, None)]
+    bodies = [b"4=100|5=IBM|5026=%d" % tag, b"4=100|5=IBM|101=0", b"4=100|5=IBM|101=0|24=1"]
+    path = tmp_path / "same.cap"
+    path.write_bytes(capture([(1, body) for body in bodies]))
+    recorded = tivra.read_capture(path, fields=fields, dictionary=tivra.Dictionary.builtin()).to_arrow()
+    assert [{**row, "received": None} for row in recorded.to_pylist()] == [{**row, "received": None} for row in live]
 
 
 def test_rows_before_the_first_batches_are_not_lost(hub, feed):

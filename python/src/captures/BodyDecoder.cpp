@@ -52,7 +52,11 @@ BodyDecoder::BodyDecoder(FieldDictionary& dictionary, const std::vector<const Me
             m_columns[number] = column;
         else
             m_otherColumns.emplace(fields[i]->kvnid, column);
-        if (name == "PERMISSION")
+        if (name == "ENUM.SRC.ID")
+            m_source = column;
+        else if (name == "SYMBOL.TICKER")
+            m_symbol = column;
+        else if (name == "PERMISSION")
             m_permission = column;
         else if (name == kDeletedFields)
             m_deleted = column;
@@ -151,6 +155,10 @@ void BodyDecoder::addDeleted(std::int64_t number) {
 
 void BodyDecoder::addLifted(RowBuilder& rows) const {
     const auto set = [&rows](int column, auto value) { rows.set(static_cast<std::size_t>(column), value); };
+    if (m_source != kNone && m_message.exchange != nullptr)
+        set(m_source, std::int64_t{m_message.exchange->id});
+    if (m_symbol != kNone && m_message.symbol.len != 0)
+        set(m_symbol, m_message.symbol.view());
     if (m_permission != kNone && m_message.permission != nullptr)
         set(m_permission, std::int64_t{m_message.permission->id});
     if (m_refresh != kNone && m_message.isRefresh)

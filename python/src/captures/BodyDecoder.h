@@ -52,6 +52,8 @@ private:
     std::unordered_map<int, int> m_otherColumns;
     /// Columns of what the parser takes out of the fields.
     int m_deleted = kNone;
+    int m_source = kNone;
+    int m_symbol = kNone;
     int m_permission = kNone;
     int m_refresh = kNone;
     int m_partCode = kNone;
