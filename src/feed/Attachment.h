@@ -11,6 +11,10 @@ struct Attachment {
     Attachment(const Attachment&) = delete;
     Attachment& operator=(const Attachment&) = delete;
 
+    /// The subscription has been closed: nothing more comes for it. In the item's turn, so that whoever waits
+    /// for that to close it finds this done.
+    virtual void end() noexcept {}
+
     const void* const owner; ///< what the handler serves
     std::unique_ptr<Attachment> next;
 };

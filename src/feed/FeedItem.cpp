@@ -264,6 +264,8 @@ void FeedItem::endTurn() {
     }
     const std::shared_ptr<FeedItem> keep = shared_from_this();
     const Subscriptions leavers = dropClosed();
+    for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
+        leaver->end();
     m_turn.unlock();
     for (const std::shared_ptr<SubscriptionState>& leaver : leavers)
         leaver->dropHandlers();

@@ -10,18 +10,23 @@
 
 namespace tivra_internal {
 
-/// One subscription's way into a queue. When it goes the subscription has ended.
+/// One subscription's way into a queue, which has the last state of the subscription once this has ended.
 class QueueInlet final : public Attachment {
 public:
     QueueInlet(std::shared_ptr<QueueState> queue, const tivra::SubscriptionView& subscription)
-        : Attachment(queue.get()), m_queue(std::move(queue)), m_lane(m_queue->enter(subscription)) {}
-    ~QueueInlet() override { m_queue->leave(m_lane); }
+        : Attachment(queue.get()), m_queue(std::move(queue)), m_lane(&m_queue->enter(subscription)) {}
+    ~QueueInlet() override { QueueInlet::end(); }
 
-    [[nodiscard]] QueueLane& lane() noexcept { return m_lane; }
+    void end() noexcept override {
+        if (QueueLane* const lane = std::exchange(m_lane, nullptr))
+            m_queue->leave(*lane);
+    }
+    /// Before end().
+    [[nodiscard]] QueueLane& lane() noexcept { return *m_lane; }
 
 private:
     const std::shared_ptr<QueueState> m_queue;
-    QueueLane& m_lane; ///< the queue keeps it as long as this
+    QueueLane* m_lane; ///< the queue keeps it until end(); null after that
 };
 
 } // namespace tivra_internal

@@ -67,7 +67,12 @@ public:
     /// Nothing when it is in that state, refused or closed.
     void change(tivra::DataState to, std::string_view cause, const tivra::Error* error, Callbacks& callbacks);
     void gap(const tivra::Gap& gap, Callbacks& callbacks);
-    /// It is closed and left: what the handlers hold goes.
+    /// It is closed, and nothing more is told to its handlers.
+    void end() noexcept {
+        for (Attachment* attached = m_attached.get(); attached != nullptr; attached = attached->next.get())
+            attached->end();
+    }
+    /// What the handlers hold goes. After the item's turn, once end() has been called.
     void dropHandlers() {
         m_attached.reset();
         m_handlers.reset();

@@ -1,6 +1,11 @@
 // What a queue hands out of a feed whose reader is slower than its hub.
 #include "FeedFixture.h"
 
+#include <future>
+#include <memory>
+#include <thread>
+#include <utility>
+
 #include <poll.h>
 
 #include <gmock/gmock.h>
@@ -80,6 +85,36 @@ TEST_F(UpdateQueueTest, StatesAndGapsComeOutInOrderWithTheDataAndTheEndIsTheLast
     ibm.close();
     EXPECT_THAT(readTo(queue, "Closed"), ElementsAre("update 2", "Stale", "Recovering", "gap", "image 2",
                                                      "Live", "update 4", "Closed"));
+}
+
+// The thread that delivers may be the one that ends it, and be held up by what other handlers leave behind.
+TEST_F(UpdateQueueTest, TheEndIsThereWhenCloseReturnsWhoeverHasTheSubscriptionInHand) {
+    tivra::UpdateQueue queue;
+    std::promise<void> isInCallback;
+    std::promise<void> mayGo;
+    tivra::Subscription ibm;
+    tivra::Subscription other;
+    auto held = std::shared_ptr<void>(nullptr, [gone = mayGo.get_future().share()](void*) {
+        EXPECT_EQ(gone.wait_for(20s), std::future_status::ready);
+    });
+    tivra::SubscriptionHandlers handlers;
+    handlers.onUpdate = [&, held = std::exchange(held, nullptr)](const tivra::Update& update) {
+        if (update.get<double>(bid) != 2.0)
+            return;
+        isInCallback.set_value();
+        const auto end = std::chrono::steady_clock::now() + 20s;
+        while (ibm.state() != tivra::DataState::Closed && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+        update.subscription().close();
+    };
+    other = feed.subscribe({100, "IBM"}, std::move(handlers));
+    ibm = feed.subscribe({100, "IBM"}, queue);
+    static_cast<void>(readTo(queue, "Live"));
+    pushBid(2);
+    ASSERT_EQ(isInCallback.get_future().wait_for(20s), std::future_status::ready);
+    ibm.close();
+    EXPECT_THAT(drain(queue), testing::Contains("Closed"));
+    mayGo.set_value();
 }
 
 TEST_F(UpdateQueueTest, ExactTimesAreThoseOfTheSocket) {
