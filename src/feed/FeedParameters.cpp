@@ -11,10 +11,10 @@
 #include <session/HostConfig.h>
 #include <session/Session.h>
 #include <session/SessionConfig.h>
+#include <tp/NearestName.h>
 
 #include "config/ParameterTable.h"
 #include "feed/FeedOptionTable.h"
-#include "feed/NearestName.h"
 #include "feed/OptionValue.h"
 
 namespace tivra_internal {
@@ -73,7 +73,7 @@ void set(Config& config, const ParameterInfo& parameter, std::string_view text) 
 }
 
 [[noreturn]] void refuseUnknown(const std::string& name) {
-    NearestName nearest(name);
+    tp::NearestName nearest(name);
     offerParameters(nearest);
     refuseOption("there is no parameter " + name, "the nearest is " + nearest.best());
 }
@@ -127,7 +127,7 @@ void checkParameter(const ParameterInfo& parameter, std::string_view text) {
         static_cast<void>(parseWhole(parameter.name, text, rangeOf(parameter)));
 }
 
-void offerParameters(NearestName& nearest) {
+void offerParameters(tp::NearestName& nearest) {
     const auto offer = [&nearest](const ParameterInfo& parameter) {
         nearest.offer(parameter.name);
         nearest.offer(shortName(parameter.name));
@@ -164,7 +164,8 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
         .set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);
     for (const std::string& host : options.hosts) {
         checkHost(host);
-        session.getConnectionConfig().getHostConfig(host);
+        // What a host doesn't know of itself is asked of all connections, where this is no parameter.
+        session.getConnectionConfig().getHostConfig(host).set(tivra::HostConfig::BACKUP_BOOL, false);
     }
     for (const std::string& host : options.backups) {
         checkHost(host);

@@ -8,9 +8,14 @@ namespace tivra {
 class Session;
 } // namespace tivra
 
-namespace tivra_internal {
+namespace tp {
 
 class NearestName;
+
+} // namespace tp
+
+namespace tivra_internal {
+
 struct ParameterInfo;
 
 /// A parameter of sessions or of hosts.
@@ -25,7 +30,7 @@ struct NamedParameter {
 /// feed's own
 void checkParameter(const ParameterInfo& parameter, std::string_view text);
 /// All names that findParameter() finds.
-void offerParameters(NearestName& nearest);
+void offerParameters(tp::NearestName& nearest);
 
 /// Hands the hosts and parameters of the options to a session that isn't started.
 /// @throws tivra::Error (InvalidOption) for what can't be meant

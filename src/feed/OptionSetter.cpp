@@ -6,11 +6,11 @@
 #include <vector>
 
 #include <feed/Error.h>
+#include <tp/NearestName.h>
 
 #include "config/ParameterTable.h"
 #include "feed/FeedOptionTable.h"
 #include "feed/FeedParameters.h"
-#include "feed/NearestName.h"
 #include "feed/OptionValue.h"
 
 namespace tivra_internal {
@@ -35,7 +35,7 @@ constexpr std::size_t kLongestShownName = 60;
 
 [[noreturn]] void refuseUnknown(std::string_view name) {
     const std::string shown = shownName(name);
-    NearestName nearest(shown);
+    tp::NearestName nearest(shown);
     for (const FeedOptionInfo& option : kFeedOptions)
         nearest.offer(option.name);
     offerParameters(nearest);

@@ -1,6 +1,6 @@
 #include "common/ParseFailure.h"
 
-#include "feed/NearestName.h"
+#include <tp/NearestName.h>
 
 #include <algorithm>
 
@@ -43,7 +43,7 @@ std::string unknownOption(const CLI::App& app, const std::string& word) {
 } // namespace
 
 std::string suggestion(const std::string& wanted, const std::vector<std::string>& names) {
-    tivra_internal::NearestName nearest(wanted);
+    tp::NearestName nearest(wanted);
     for (const std::string& name : names)
         nearest.offer(name);
     const std::size_t most = std::max<std::size_t>(2, wanted.size() / 3);

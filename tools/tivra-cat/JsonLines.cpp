@@ -2,6 +2,8 @@
 
 #include "ValueText.h"
 
+#include "common/JsonFields.h"
+
 #include <nlohmann/json.hpp>
 
 #include <charconv>
@@ -12,6 +14,7 @@ namespace tivra_cat {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using tivra_tools::putField;
 
 Json valueOf(const Field& field) {
     switch (field.type) {
@@ -27,17 +30,6 @@ Json valueOf(const Field& field) {
     default:
         return field.text;
     }
-}
-
-/// A name that comes again turns its value into an array, so that nothing gets lost.
-void put(Json& object, const std::string& name, Json value) {
-    const auto found = object.find(name);
-    if (found == object.end())
-        object[name] = std::move(value);
-    else if (found->is_array())
-        found->push_back(std::move(value));
-    else
-        *found = Json::array({*found, std::move(value)});
 }
 
 } // namespace
@@ -65,11 +57,11 @@ void JsonLines::add(const Record& record, std::string& out) {
     if (!record.alternates.empty()) {
         Json& alternates = line["alternates"] = Json::object();
         for (const Alternate& alternate : record.alternates)
-            put(alternates, alternate.name, alternate.value);
+            putField(alternates, alternate.name, alternate.value);
     }
     Json& fields = line["fields"] = Json::object();
     for (const Field& field : record.fields)
-        put(fields, *field.name, valueOf(field));
+        putField(fields, *field.name, valueOf(field));
     out += line.dump(-1, ' ', false, Json::error_handler_t::replace);
     out += '\n';
 }

@@ -4,6 +4,8 @@
 
 #include "kvnparse/FrameFormat.h"
 
+#include "common/JsonFields.h"
+
 #include <capture/CaptureNote.h>
 #include <nlohmann/json.hpp>
 
@@ -16,6 +18,7 @@ namespace tivra_wire {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using tivra_tools::putField;
 
 constexpr int kSourceToken = 4;
 constexpr int kSymbolToken = 5;
@@ -36,17 +39,6 @@ Json valueOf(const KVNAPI::Token* token, std::string_view text) {
     if (token == nullptr || token->storage == KVNAPI::Token::TY_STRING)
         return text;
     return token->storage == KVNAPI::Token::TY_INT ? numberOf<std::int64_t>(text) : numberOf<double>(text);
-}
-
-/// A name that comes again turns its value into an array, so that nothing gets lost.
-void put(Json& object, const std::string& name, Json value) {
-    const auto found = object.find(name);
-    if (found == object.end())
-        object[name] = std::move(value);
-    else if (found->is_array())
-        found->push_back(std::move(value));
-    else
-        *found = Json::array({*found, std::move(value)});
 }
 
 std::string lineOf(const Json& object) {
@@ -114,7 +106,7 @@ std::string FieldText::json(const Frame& frame) {
         line["symbol"] = m_symbol;
     Json& fields = line["fields"] = Json::object();
     for (const Field& field : m_fields)
-        put(fields, field.name(), field.isDeleted() ? Json() : valueOf(field.token, field.value));
+        putField(fields, field.name(), field.isDeleted() ? Json() : valueOf(field.token, field.value));
     return lineOf(line);
 }
 
@@ -125,7 +117,7 @@ std::string FieldText::noteJson(const Frame& frame) {
     line["received"] = timeText(frame.nanoseconds.value_or(0));
     line["kind"] = note.kind;
     for (const auto& [name, value] : note.values)
-        put(line, name, numberOf<std::int64_t>(value));
+        putField(line, name, numberOf<std::int64_t>(value));
     return lineOf(line);
 }
 

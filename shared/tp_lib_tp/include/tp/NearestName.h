@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tivra_internal {
+namespace tp {
 
 /// Of the names that are offered, the one that a name which doesn't exist was most likely meant for.
 class NearestName {
@@ -48,4 +48,4 @@ private:
     std::size_t m_distance = 0;
 };
 
-} // namespace tivra_internal
+} // namespace tp
