@@ -1,7 +1,7 @@
 # What gets built beside the library. A project that embeds tivra gets the library alone.
 set(_top ${PROJECT_IS_TOP_LEVEL})
 option(TIVRA_BUILD_SIM "Build the hub simulator library" ${_top})
-option(TIVRA_BUILD_TOOLS "Build tivra-hub, tivra-cat and tivra-wire" ${_top})
+option(TIVRA_BUILD_TOOLS "Build tivra-hub, tivra-cat, tivra-top and tivra-wire" ${_top})
 option(TIVRA_BUILD_EXAMPLES "Build the examples" ${_top})
 option(TIVRA_BUILD_TESTS "Build the tests" ${_top})
 find_path(TIVRA_NATS_INCLUDE_DIR nats/nats.h)

@@ -65,7 +65,8 @@ TEST_P(ToolText, NamesEachOptionAndCommandOfTheHelp) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Programs, ToolText, testing::Values("tivra-cat", "tivra-hub", "tivra-wire"));
+INSTANTIATE_TEST_SUITE_P(Programs, ToolText,
+                         testing::Values("tivra-cat", "tivra-hub", "tivra-top", "tivra-wire"));
 
 struct Typed {
     const char* words;    ///< the last is what is completed

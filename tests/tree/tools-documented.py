@@ -9,7 +9,7 @@ import sys
 
 # The commands with options of their own.
 COMMANDS = {'tivra-cat': ['snapshot', 'subscribe', 'depth', 'wildcard', 'list'], 'tivra-hub': [],
-            'tivra-wire': ['dump', 'convert', 'map']}
+            'tivra-top': [], 'tivra-wire': ['dump', 'convert', 'map']}
 
 
 def helps_of(program):

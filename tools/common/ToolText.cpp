@@ -88,9 +88,9 @@ std::string manualPage(const CLI::App& app) {
         text += ".SH COMMANDS\n";
     for (const CLI::App* command : commands)
         text += commandText(*command);
-    text +=
-        ".SH OPTIONS\n" + optionSections(app) + footerText(app) +
-        ".SH SEE ALSO\n.BR tivra (7),\n.BR tivra\\-cat (1),\n.BR tivra\\-hub (1),\n.BR tivra\\-wire (1)\n";
+    text += ".SH OPTIONS\n" + optionSections(app) + footerText(app) +
+            ".SH SEE ALSO\n.BR tivra (7),\n.BR tivra\\-cat (1),\n.BR tivra\\-hub (1),\n.BR tivra\\-top "
+            "(1),\n.BR tivra\\-wire (1)\n";
     return text;
 }
 

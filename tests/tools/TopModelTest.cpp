@@ -1,0 +1,152 @@
+// What tivra-top shows of a picture: rows, order and filter, in windows of any size.
+#include <tivra-top/Painter.h>
+#include <tivra-top/RowTable.h>
+
+#include <gmock/gmock.h>
+
+using namespace tivra_top;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+const TimePoint kNow{1'700'000'000s};
+
+Row row(const char* name, double bid, tivra::DataState state = tivra::DataState::Live) {
+    Row made;
+    made.name = name;
+    made.state = state;
+    made.lastUpdate = kNow - 5s;
+    made.cells = {{std::to_string(static_cast<int>(bid)), bid, 0}};
+    return made;
+}
+
+Picture picture() {
+    Picture made;
+    made.time = kNow;
+    made.title = "hub:1";
+    made.state = tivra::FeedState::Established;
+    made.columns = {"BID"};
+    made.rows = {row("1:AAA", 30), row("1:BBB", 9), row("1:Cab", 100, tivra::DataState::Stale)};
+    HubLine hub;
+    hub.status.hub = "10.1.2.3:4567";
+    hub.status.to = tivra::HubState::Lost;
+    hub.status.cause = "reset by peer";
+    made.hubs = {hub};
+    made.log = {{kNow, true, "hub lost"}};
+    return made;
+}
+
+std::vector<std::string> linesOf(const Canvas& canvas) {
+    std::vector<std::string> lines;
+    for (std::size_t y = 0; y < canvas.height(); ++y)
+        lines.push_back(canvas.line(y));
+    return lines;
+}
+
+std::string textOf(const Canvas& canvas) {
+    std::string text;
+    for (const std::string& line : linesOf(canvas))
+        text += line + "\n";
+    return text;
+}
+
+std::vector<std::string> namesIn(const View& view) {
+    const Picture shown = picture();
+    std::vector<std::string> names;
+    for (const Row* each : view.rowsOf(shown))
+        names.push_back(each->name);
+    return names;
+}
+
+void type(View& view, const std::string& text) {
+    for (const char c : text)
+        view.press(Key::Character, c);
+}
+
+TEST(TopView, SortsByAnyColumnEitherWay) {
+    View view;
+    EXPECT_THAT(namesIn(view), ElementsAre("1:AAA", "1:BBB", "1:Cab"));
+    view.press(Key::Right); // by number, not by text
+    EXPECT_THAT(namesIn(view), ElementsAre("1:BBB", "1:AAA", "1:Cab"));
+    type(view, "r");
+    EXPECT_THAT(namesIn(view), ElementsAre("1:Cab", "1:AAA", "1:BBB"));
+    for (int i = 0; i < 3; ++i)
+        view.press(Key::Right); // to the state
+    EXPECT_THAT(namesIn(view), ElementsAre("1:Cab", "1:BBB", "1:AAA"));
+}
+
+TEST(TopView, FiltersByWhatIsTypedAndTakesNoLetterForACommand) {
+    View view;
+    type(view, "/abq");
+    EXPECT_FALSE(view.hasEnded());
+    EXPECT_THAT(namesIn(view), ElementsAre());
+    view.press(Key::Backspace);
+    EXPECT_THAT(namesIn(view), ElementsAre("1:Cab"));
+    view.press(Key::Enter);
+    type(view, "r");
+    EXPECT_EQ(view.filter(), "ab");
+    view.press(Key::Escape);
+    EXPECT_EQ(namesIn(view).size(), 3U);
+    type(view, "q");
+    EXPECT_TRUE(view.hasEnded());
+}
+
+TEST(TopPainter, FitsIntoAWindowOfAnySize) {
+    const Picture shown = picture();
+    for (std::size_t width = 1; width <= 200; ++width)
+        for (const std::size_t height : {1U, 2U, 3U, 4U, 5U, 10U, 24U, 60U})
+            for (int panel = 0; panel < 4; ++panel) {
+                View view;
+                for (int i = 0; i < panel; ++i)
+                    view.press(Key::Tab);
+                for (int i = 0; i < 30; ++i)
+                    view.press(Key::Down); // beyond the last
+                EXPECT_EQ(linesOf(paint(shown, view, width, height)).size(), height);
+            }
+    EXPECT_THAT(textOf(paint(shown, View(), 80, 1)), HasSubstr("established"));
+    EXPECT_THAT(textOf(paint(shown, View(), 40, 10)), testing::AllOf(HasSubstr("1:AAA"), HasSubstr("30")));
+    EXPECT_THAT(textOf(paint(shown, View(), 80, 24)),
+                testing::AllOf(HasSubstr("stale"), HasSubstr("reset by peer"), HasSubstr("hub lost"),
+                               HasSubstr(" 5s ")));
+}
+
+TEST(TopPainter, StaleValuesAreGreyAndNeverShownAsMoved) {
+    Picture shown = picture();
+    shown.rows[0].cells[0].move = 1;
+    shown.rows[2].cells[0].move = 1;
+    const Canvas canvas = paint(shown, View(), 40, 10);
+    EXPECT_EQ(canvas.at(23, 2).style, Style::Up);
+    EXPECT_EQ(canvas.at(23, 4).style, Style::Stale);
+}
+
+TEST(TopRows, MoveShowsForTwoSecondsAndRatesSurviveARestartOfTheCounter) {
+    RowTable table;
+    Row first = row("1:AAA", 10);
+    first.updates = 100;
+    table.put(first, kNow);
+    EXPECT_EQ(table.rows(kNow)[0].rate, 0.0);
+    Row second = row("1:AAA", 9);
+    second.updates = 150;
+    table.put(second, kNow + 1s);
+    EXPECT_EQ(table.rows(kNow + 2s)[0].cells[0].move, -1);
+    EXPECT_EQ(table.rows(kNow + 2s)[0].rate, 25.0);
+    EXPECT_EQ(table.rows(kNow + 4s)[0].cells[0].move, 0);
+    second.updates = 3;
+    table.put(second, kNow + 5s);
+    EXPECT_EQ(table.rows(kNow + 6s)[0].rate, 0.0);
+}
+
+TEST(TopPainter, DistributionLiesOnItsScale) {
+    tivra::LatencySummary times;
+    EXPECT_EQ(distributionText(times, 7), "       ");
+    times = {4, 1us, 1ms, 1ms, 100ms, 1s, 1h};
+    EXPECT_EQ(distributionText(times, 7), "---|==-");
+    EXPECT_EQ(durationText(999us), "999us");
+    EXPECT_EQ(durationText(9999us), "9.9ms");
+    EXPECT_EQ(durationText(100h), "100h");
+}
+
+} // namespace

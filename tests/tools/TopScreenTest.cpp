@@ -1,0 +1,132 @@
+// tivra-top on a real terminal, which tmux is.
+#include "ToolFixture.h"
+
+#include <cstdio>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+class TopScreen : public ToolFixture {
+protected:
+    void SetUp() override {
+        if (access("/usr/bin/tmux", X_OK) != 0)
+            GTEST_SKIP() << "tmux isn't installed";
+    }
+
+    void TearDown() override { tmux("kill-server"); }
+
+    std::string tmux(const std::string& words) const {
+        const std::string line =
+            "env -u TMUX TMUX_TMPDIR=" + directory + " LC_ALL=C.UTF-8 tmux -f /dev/null " + words + " 2>&1";
+        FILE* const pipe = popen(line.c_str(), "r");
+        std::string text;
+        char piece[4096];
+        for (std::size_t got = 0; (got = fread(piece, 1, sizeof piece, pipe)) > 0;)
+            text.append(piece, got);
+        pclose(pipe);
+        return text;
+    }
+
+    /// Starts it in a window; the window stays at the end, and shows the exit code.
+    void open(int width, int height, const std::string& environment = "") {
+        tmux("new-session -d -x " + std::to_string(width) + " -y " + std::to_string(height) + " \"env " +
+             environment + " tivra-top -H " + hub.hostString() +
+             " -u demo --no-compression -s 100 IBM AIG; echo code $?; cat\"");
+    }
+
+    [[nodiscard]] std::string screen(const char* with = "") const {
+        return tmux(std::string("capture-pane -p ") + with);
+    }
+
+    [[nodiscard]] bool shows(const std::string& word, const char* with = "") const {
+        return comesTrue([&] { return screen(with).find(word) != std::string::npos; });
+    }
+
+    /// The line with a word.
+    [[nodiscard]] std::string lineWith(const std::string& word) const {
+        std::istringstream lines(screen());
+        for (std::string line; std::getline(lines, line);)
+            if (line.find(word) != std::string::npos)
+                return line;
+        return {};
+    }
+};
+
+TEST_F(TopScreen, ShowsValuesAndGoesWithTheWindow) {
+    open(80, 24);
+    ASSERT_TRUE(shows("100:IBM")) << screen();
+    ASSERT_TRUE(hub.waitForSubscriptions(2, kPatience));
+    hub.pushRecord(quote("IBM", "184.25", 300));
+    ASSERT_TRUE(shows("184.25")) << screen();
+    EXPECT_THAT(screen(),
+                AllOf(StartsWith("established"), HasSubstr("ready"), HasSubstr("LOG"), HasSubstr("q quit")));
+    hub.pushRecord(quote("IBM", "185.5", 300));
+    ASSERT_TRUE(shows("\x1b[32m185.5", "-e")) << "green: " << screen("-e");
+
+    tmux("resize-window -x 40 -y 10");
+    ASSERT_TRUE(comesTrue([&] { return lineWith("100:IBM").size() <= 40; }));
+    ASSERT_TRUE(shows("q quit  Tab panel  / filter  left,right")) << screen();
+    tmux("resize-window -x 80 -y 1");
+    ASSERT_TRUE(comesTrue([&] { return screen().rfind("established", 0) == 0; })) << screen();
+    tmux("resize-window -x 80 -y 24");
+    ASSERT_TRUE(shows("LOG")) << screen();
+
+    tmux("send-keys / A I G");
+    ASSERT_TRUE(shows("filter: AIG_")) << screen();
+    EXPECT_EQ(lineWith("100:IBM"), "") << screen();
+    tmux("send-keys Enter q");
+    ASSERT_TRUE(shows("code 0")) << screen();
+}
+
+TEST_F(TopScreen, LossTurnsValuesStaleAndGrey) {
+    open(80, 24);
+    ASSERT_TRUE(hub.waitForSubscriptions(2, kPatience));
+    hub.pushRecord(quote("IBM", "184.25", 300));
+    ASSERT_TRUE(shows("184.25")) << screen();
+    hub.stop();
+    ASSERT_TRUE(comesTrue([&] { return lineWith("100:IBM").find("stale") != std::string::npos; }))
+        << screen();
+    EXPECT_THAT(screen(), AllOf(HasSubstr("lost"), HasSubstr("184.25")));
+    EXPECT_THAT(screen("-e"), HasSubstr("\x1b[1m\x1b[30m"));
+    tmux("send-keys C-c");
+    ASSERT_TRUE(shows("code 0")) << screen();
+}
+
+TEST_F(TopScreen, WithoutColourRisingIsBold) {
+    open(80, 24, "NO_COLOR=1");
+    ASSERT_TRUE(hub.waitForSubscriptions(2, kPatience));
+    hub.pushRecord(quote("IBM", "184.25", 300));
+    ASSERT_TRUE(shows("184.25"));
+    hub.pushRecord(quote("IBM", "185.5", 300));
+    ASSERT_TRUE(shows("\x1b[1m185.5", "-e")) << screen("-e");
+    EXPECT_EQ(screen("-e").find("\x1b[32m"), std::string::npos);
+}
+
+class Top : public ToolFixture {};
+
+TEST_F(Top, OnceAndWhatCannotBeShown) {
+    using testing::_;
+    expect(
+        {{"tivra-top -H $HUB -u demo --no-compression --once -s 100 IBM", 0,
+          AllOf(StartsWith("established "), HasSubstr("\n100:IBM"), HasSubstr(" live\n")), ""},
+         {"tivra-top -H $HUB -u demo --no-compression --once -s 100 'I*' -F BID", 0,
+          AllOf(HasSubstr(" BID "), HasSubstr("\n100:IBM")), ""},
+         {"tivra-top -H $HUB -u demo --no-compression --once -F NOPE -s 100 IBM", 2, "", HasSubstr("NOPE")},
+         {"tivra-top -H $HUB -u demo --no-compression --once IBM", 2, "",
+          HasSubstr("of which source is IBM?")},
+         {"tivra-top -H $HUB -u demo --no-compression --onec", 2, "", HasSubstr("--once")},
+         {"tivra-top -H $CLOSED -u demo -t 1 --once", 3, "", HasSubstr(closedHost)},
+         {"TIVRA_PASSWORD=wrong tivra-top -H $HUB -u demo --no-compression --once", 4, "",
+          HasSubstr("refused the login")},
+         {"tivra-top -H $HUB -u demo --no-compression", 8, "", HasSubstr("no terminal; --once prints")}});
+    expect({{"TERM=dumb tivra-top -H $HUB -u demo --no-compression", 8,
+             HasSubstr("TERM=dumb can't move its cursor"), ""},
+            {"TERM=nonsense tivra-top -H $HUB -u demo --no-compression", 8,
+             HasSubstr("TERM=nonsense isn't known"), ""}},
+           Process::Place::Terminal);
+}
+
+} // namespace

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <feed/Instrument.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tivra_top {
+
+/// What the command line asks for, checked.
+struct Options {
+    std::vector<std::string> hosts;
+    std::vector<std::string> backups;
+    std::string user;
+    std::string passwordFile;
+    std::vector<tivra::Instrument> symbols;
+    std::vector<tivra::Instrument> patterns;
+    std::vector<std::string> fields;
+    double timeoutSeconds = 30.0;
+    bool hasCompression = true;
+    std::string logFile;
+    bool isDebug = false;
+    bool isOnce = false;
+    bool hasColor = true;
+};
+
+/// Nothing when all is done, for --help.
+[[nodiscard]] std::optional<Options> readOptions(int argc, char** argv);
+
+} // namespace tivra_top

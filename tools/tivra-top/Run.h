@@ -1,0 +1,13 @@
+#pragma once
+
+#include "ExitCode.h"
+#include "FeedWatch.h"
+
+namespace tivra_top {
+
+/// The screen, until somebody ends it.
+[[nodiscard]] ExitCode runScreen(const Options& options, FeedWatch& watch, Signals& signals);
+/// One picture as text on standard output.
+[[nodiscard]] ExitCode runOnce(const Options& options, FeedWatch& watch, Signals& signals);
+
+} // namespace tivra_top
