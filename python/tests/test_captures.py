@@ -169,7 +169,7 @@ def test_messages_that_cannot_be_decoded_are_counted_and_the_others_kept(tmp_pat
     (lambda path: tivra.read_capture(path, fields="BID"), TypeError, "a list of names"),
     (lambda path: tivra.read_capture(path, symbols="IBM"), TypeError, "a list of names"),
     (lambda path: tivra.read_capture(path, symbols=[]), ValueError, "no symbols named"),
-    (lambda path: tivra.read_capture(path, max_rows=0), ValueError, "max_rows must be"),
+    (lambda path: tivra.read_capture(path, max_rows=0), ValueError, "max_rows can't be 0; give one from 1"),
     (lambda path: tivra.read_capture(path, start=datetime.datetime(2013, 10, 7)), ValueError, "start has no time zone"),
     (lambda path: tivra.read_capture(path, end="tomorrow"), ValueError, "end is no time of ISO 8601"),
     (lambda path: tivra.read_capture(path, start="3000-01-01T00:00:00Z"), ValueError, "start is too far from 1970"),

@@ -5,9 +5,10 @@ from __future__ import annotations
 from collections.abc import Generator, Iterator
 from typing import Any, Generic, Optional, TypeVar
 
+from . import _arguments
 from ._core import Record
 from ._loop import notified
-from .errors import Error, InvalidArgument, Timeout
+from .errors import Error, Timeout
 
 T = TypeVar("T")
 
@@ -75,7 +76,7 @@ class Answer(Generic[T]):
         :param timeout: seconds, in place of those of the call.
         :raises tivra.Timeout: when they have passed; the request has been given up.
         """
-        seconds = self._timeout if timeout is None else timeout
+        seconds = self._timeout if timeout is None else _arguments.seconds("timeout", timeout)
         if not self._native.wait(seconds):
             self._give_up(seconds)
         return self._take()
@@ -84,8 +85,6 @@ class Answer(Generic[T]):
         return self._wait().__await__()
 
     async def _wait(self) -> T:
-        if self._timeout is not None and not self._timeout >= 0:
-            raise InvalidArgument(f"a time of {self._timeout} seconds", code="InvalidArgument", advice="give one from 0")
         if not await notified(self._native.notify, self._timeout):
             self._give_up(self._timeout)
         return self._take()

@@ -8,10 +8,9 @@ from collections.abc import Iterable, Iterator
 from dataclasses import dataclass
 from typing import Any, Optional, Union
 
-from . import _core
+from . import _arguments, _core
 from ._core import Record
 from .events import DATA_STATES, DataState
-from .subscription import symbol_list
 
 
 @dataclass(frozen=True)
@@ -68,13 +67,15 @@ class Board:
 
     def add(self, source: int, symbols: Union[str, Iterable[str]]) -> int:
         """Subscribes symbols for the board. :return: how many are new."""
-        return int(self._native.add(source, symbol_list(symbols)))
+        return int(self._native.add(_arguments.integer("source", source), _arguments.texts("symbols", symbols)))
 
     def remove(self, source: int, symbols: Union[str, Iterable[str]]) -> int:
         """Ends their subscriptions; their rows stay, as CLOSED. :return: how many have ended."""
-        return int(self._native.remove(source, symbol_list(symbols)))
+        return int(self._native.remove(_arguments.integer("source", source), _arguments.texts("symbols", symbols)))
 
     def __getitem__(self, key: tuple[int, str]) -> BoardRow:
+        if not isinstance(key, tuple) or len(key) != 2:
+            raise TypeError(f"a row is asked for by its source and symbol, not by {key!r}")
         row = self.get(*key)
         if row is None:
             raise KeyError(key)
@@ -82,7 +83,7 @@ class Board:
 
     def get(self, source: int, symbol: str) -> Optional[BoardRow]:
         """The present row of a symbol; None when it has none."""
-        found = self._native.find(source, symbol)
+        found = self._native.find(_arguments.integer("source", source), _arguments.text("symbol", symbol))
         return None if found is None else _row(found)
 
     def changes(self) -> list[BoardRow]:

@@ -8,7 +8,7 @@ import warnings
 from collections.abc import Iterable, Iterator, Sequence
 from typing import TYPE_CHECKING, Any, Union
 
-from . import _core
+from . import _arguments, _core
 from ._optional import require
 from .batch import Batch, frame_of, time_of
 from .dictionary import Dictionary, PathLike
@@ -220,10 +220,11 @@ def open_day(csv: PathLike, fields: Sequence[str] | None = None, symbols: Iterab
     name = os.fspath(csv)
     moment = _nanoseconds(midnight, "midnight")
     assert moment is not None
+    number = _arguments.integer("source", source)
     wanted = _symbols(symbols)
     from_, to = _nanoseconds(start, "start"), _nanoseconds(end, "end")
     try:
-        batches = _core.open_day(name, source, moment // 1_000_000_000, _names(DAY_FIELDS if fields is None else fields),
+        batches = _core.open_day(name, number, moment // 1_000_000_000, _names(DAY_FIELDS if fields is None else fields),
                                  wanted, from_, to, _positive(max_rows))
     except _core.FileFault as fault:
         raise CaptureError(str(fault)) from None
@@ -233,7 +234,7 @@ def open_day(csv: PathLike, fields: Sequence[str] | None = None, symbols: Iterab
 def _names(fields: Sequence[str]) -> list[str]:
     if isinstance(fields, str):
         raise TypeError("fields must be a list of names, not one text")
-    return [str(field) for field in fields]
+    return _arguments.texts("fields", fields)
 
 
 def _symbols(symbols: Iterable[str] | None) -> list[str]:
@@ -241,16 +242,14 @@ def _symbols(symbols: Iterable[str] | None) -> list[str]:
         raise TypeError("symbols must be a list of names, not one text")
     if symbols is None:
         return []
-    wanted = [str(symbol) for symbol in symbols]
+    wanted = _arguments.texts("symbols", symbols)
     if not wanted:
         raise ValueError("no symbols named: leave symbols out to have all of them")
     return wanted
 
 
 def _positive(max_rows: int) -> int:
-    if not 0 < max_rows <= 2**31 - 1:
-        raise ValueError(f"max_rows must be from 1 to 2147483647, not {max_rows}")
-    return max_rows
+    return _arguments.integer("max_rows", max_rows, 1)
 
 
 def _nanoseconds(time: TimeLike | None, what: str) -> int | None:

@@ -7,13 +7,14 @@ import functools
 import html
 import json
 import os
+import sys
 import threading
 import weakref
 from collections.abc import Callable, Iterable, Mapping
 from types import TracebackType
 from typing import Any, Optional, Union
 
-from . import _core, log
+from . import _arguments, _core, log
 from ._core import Event
 from ._loop import notified
 from ._thread import finished
@@ -22,7 +23,7 @@ from .board import Board
 from .enumerations import Enumerations, EnumerationsAnswer
 from .errors import Closed, ConfigError, Error, InvalidArgument
 from .events import FEED_STATES, FeedState, FeedStateChange, HubStatus, hub_status
-from .subscription import POLICIES, Subscription, symbol_list
+from .subscription import POLICIES, Subscription
 
 OptionValue = Union[str, int, float, bool, datetime.timedelta, Iterable[str]]
 
@@ -87,15 +88,18 @@ class Feed:
         self._board: Optional[Board] = None
         self._subscriptions: weakref.WeakSet[Subscription] = weakref.WeakSet()
         self._kept: set[Subscription] = set()  # those with callbacks, which nobody may hold otherwise
-        hosts = symbol_list(hosts)
-        if hosts:
-            options = {"hosts": hosts, **options}
+        names = _arguments.texts("hosts", hosts)
+        if names:
+            options = {"hosts": names, **options}
         if user is not None:
-            options["user"] = user
+            options["user"] = _arguments.text("user", user)
         for name, value in options.items():
             self._options.set(name, _option_text(name, value))
         if password is not None:
-            self._options.set_password(password)
+            self._options.set_password(_arguments.text("password", password))
+        for name, callback in (("on_state", on_state), ("on_connection", on_connection), ("on_error", on_error),
+                               ("on_slow_callback", on_slow_callback)):
+            _arguments.function(name, callback)
         if on_state is not None:
             self._options.on_state(_state_caller(on_state))
         if on_connection is not None:
@@ -108,7 +112,7 @@ class Feed:
     @classmethod
     def from_url(cls, url: str, **options: Any) -> Feed:
         """A feed from "tivra://user@host:port,host:port/?compression=0", and over it what Feed() takes by name."""
-        return cls._over(lambda native: native.apply_url(url), options)
+        return cls._over(lambda native: native.apply_url(_arguments.text("url", url)), options)
 
     @classmethod
     def from_file(cls, path: Union[str, os.PathLike[str]], **options: Any) -> Feed:
@@ -172,6 +176,7 @@ class Feed:
         :param deadline: seconds; ``close_timeout`` unless given.
         :return: False when a callback still ran at the deadline.
         """
+        deadline = _arguments.optional_seconds("deadline", deadline)
         self._is_closed = True
         is_done = self._native is None or bool(self._native.close(deadline))
         self._end()
@@ -184,6 +189,7 @@ class Feed:
 
     async def aclose(self, deadline: Optional[float] = None) -> bool:
         """The same in a coroutine. The event loop goes on meanwhile, for callbacks that wait for it."""
+        deadline = _arguments.optional_seconds("deadline", deadline)
         self._is_closed = True
         is_done = self._native is None or await finished(functools.partial(self._native.close, deadline))
         self._end()
@@ -245,25 +251,27 @@ class Feed:
         :raises tivra.RequestRefused: from the answer, when the hub has said no.
         :raises tivra.Timeout: from the answer.
         """
-        return self._answer(self._require_open().snapshot(source, symbol), timeout, f"the snapshot of {symbol}")
+        return self._answer(self._require_open().snapshot(*_instrument(source, symbol)), timeout, f"the snapshot of {symbol}")
 
     def snapshots(self, source: int, symbols: Iterable[str], timeout: Optional[float] = None) -> list[Answer[Snapshot]]:
         """The same for many symbols, each with an answer of its own, in their order."""
-        names = symbol_list(symbols)
-        natives = self._require_open().snapshots(source, names)
+        names = _arguments.texts("symbols", symbols)
+        natives = self._require_open().snapshots(_arguments.integer("source", source), names)
         return [self._answer(native, timeout, f"the snapshot of {name}") for native, name in zip(natives, names)]
 
     def depth(self, source: int, symbol: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """The order book of a symbol, a record for each line."""
-        return self._answer(self._require_open().depth(source, symbol), timeout, f"the order book of {symbol}")
+        return self._answer(self._require_open().depth(*_instrument(source, symbol)), timeout, f"the order book of {symbol}")
 
     def wildcard(self, source: int, pattern: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """The present state of all symbols of a source that match: "*" for any characters, "?" for one."""
-        return self._answer(self._require_open().wildcard(source, pattern), timeout, f"the pattern {pattern}")
+        number, pattern = _arguments.integer("source", source), _arguments.text("pattern", pattern)
+        return self._answer(self._require_open().wildcard(number, pattern), timeout, f"the pattern {pattern}")
 
     def xref(self, source: int, symbol: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """Cross references of a symbol."""
-        return self._answer(self._require_open().xref(source, symbol), timeout, f"the cross references of {symbol}")
+        native = self._require_open().xref(*_instrument(source, symbol))
+        return self._answer(native, timeout, f"the cross references of {symbol}")
 
     def list(self, what: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """A list of the hubs, a record for each entry. Hubs may refuse some of them to ordinary users.
@@ -278,7 +286,7 @@ class Feed:
         return EnumerationsAnswer(self._require_open(), self.list("fields", timeout), self.list("enumerations", timeout))
 
     def _answer(self, native: _core.Answer, timeout: Optional[float], what: str) -> Answer[Snapshot]:
-        return Answer(native, make_snapshot, timeout, what)
+        return Answer(native, make_snapshot, _arguments.optional_seconds("timeout", timeout), what)
 
     # --- subscribing ---
 
@@ -303,8 +311,9 @@ class Feed:
         :raises tivra.InvalidArgument: for a symbol or source that can't be asked for.
         :raises tivra.UnknownField: for a field that no hub has.
         """
+        names = _arguments.texts("symbols", symbols)
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
-        stream.add(source, symbol_list(symbols))
+        stream.add(_arguments.integer("source", source), names)
         return self._enter(stream, source, on_update, on_state, on_gap)
 
     def subscribe_wildcard(self, source: int, pattern: str, *, fields: Optional[Iterable[str]] = None,
@@ -314,8 +323,9 @@ class Feed:
                            on_gap: Optional[Callable[[Event], object]] = None) -> Subscription:
         """All symbols of a source that match, those that the hub lists later included: "*" for any characters, "?"
         for one. States and gaps are those of the pattern as a whole. Arguments as in subscribe()."""
+        number, pattern = _arguments.integer("source", source), _arguments.text("pattern", pattern)
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
-        stream.add_wildcard(source, pattern)
+        stream.add_wildcard(number, pattern)
         return self._enter(stream, source, on_update, on_state, on_gap)
 
     def subscribe_depth(self, source: int, symbol: str, *, fields: Optional[Iterable[str]] = None,
@@ -324,17 +334,19 @@ class Feed:
                         on_state: Optional[Callable[[Event], object]] = None,
                         on_gap: Optional[Callable[[Event], object]] = None) -> Subscription:
         """The order book of a symbol, an image for each line, and then its changes. Arguments as in subscribe()."""
+        number, symbol = _instrument(source, symbol)
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
-        stream.add_depth(source, symbol)
+        stream.add_depth(number, symbol)
         return self._enter(stream, source, on_update, on_state, on_gap)
 
     def _stream(self, fields: Optional[Iterable[str]], max_rows: int, max_bytes: int, policy: str,
                 on_update: Optional[Callable[[Event], object]], on_state: Optional[Callable[[Event], object]],
                 on_gap: Optional[Callable[[Event], object]]) -> _core.Stream:
-        if max_rows < 1 or max_bytes < 1:
-            raise InvalidArgument("a reader has to have room", code="InvalidArgument",
-                                  advice="give max_rows and max_bytes from 1")
-        names = [] if fields is None else symbol_list(fields)
+        max_rows = _arguments.integer("max_rows", max_rows, 1, _arguments.INT64)
+        max_bytes = _arguments.integer("max_bytes", max_bytes, 1, _arguments.INT64)
+        for name, callback in (("on_update", on_update), ("on_state", on_state), ("on_gap", on_gap)):
+            _arguments.function(name, callback)
+        names = [] if fields is None else _arguments.texts("fields", fields)
         return _core.Stream(self._require_open(), names, _index(POLICIES, policy, "policy"), max_rows, max_bytes, on_update,
                             on_state, on_gap)
 
@@ -366,8 +378,12 @@ class Feed:
                 f"</thead><tbody>{lines}</tbody></table>")
 
 
+def _instrument(source: Any, symbol: Any) -> tuple[int, str]:
+    return _arguments.integer("source", source), _arguments.text("symbol", symbol)
+
+
 def _index(names: tuple[str, ...], name: str, what: str) -> int:
-    if name not in names:
+    if _arguments.text(what, name) not in names:
         raise InvalidArgument(f"there is no {what} {name!r}", code="InvalidArgument", advice=f"it is one of {', '.join(names)}")
     return names.index(name)
 
@@ -414,3 +430,5 @@ def close_all() -> None:
             pass  # a child that was forked closes nothing
     log.disconnect()
     _core.end_hand_overs()
+    if sim := sys.modules.get("tivra._sim"):
+        sim.end_hand_overs()

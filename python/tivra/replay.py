@@ -7,7 +7,7 @@ import tempfile
 from types import TracebackType
 from typing import Any
 
-from . import _core
+from . import _arguments, _core
 from ._optional import require
 from .captures import CaptureError, open_day
 from .dictionary import Dictionary, PathLike
@@ -31,8 +31,11 @@ class Replay:
         that don't say what their fields are.
 
         Raises CaptureError for a file that can't be played, or a port that can't be had."""
-        if not 0 <= port <= 65535:
+        if not 0 <= _arguments.integer("port", port) <= 65535:
             raise ValueError(f"port must be from 0 to 65535, not {port}")
+        start_when = _arguments.integer("start_when", start_when, 0)
+        if not isinstance(factor, (int, float)):
+            raise TypeError(f"factor must be a number, not {type(factor).__name__} ({factor!r})")
         if not 0 <= factor < float("inf"):
             raise ValueError(f"factor must be a number of 0 or more, not {factor}")
         name = os.fspath(path)

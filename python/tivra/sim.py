@@ -14,16 +14,32 @@ of more than 200 fields, and some symbols. It runs on a thread of its own with r
 from __future__ import annotations
 
 import datetime
+import contextlib
 import json
 import os
 import time
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Iterator, Mapping
 from types import TracebackType
 from typing import Any, Optional, Union
 
-from . import _sim
+from . import _arguments, _sim
+from .errors import Error
 
 FieldValue = Union[str, int, float, datetime.datetime]
+
+
+class HubError(Error):
+    """The hub can't listen, or can't have what it is configured with."""
+
+
+@contextlib.contextmanager
+def _hub_errors(attempt: str) -> Iterator[None]:
+    try:
+        yield
+    except (RuntimeError, ValueError) as error:
+        if isinstance(error, Error):
+            raise
+        raise HubError(f"{attempt}: {error}", code="Hub") from None
 
 
 class Hub:
@@ -44,24 +60,29 @@ class Hub:
                  playback: Union[str, os.PathLike[str], None] = None, factor: float = 0.0, start_when: int = 0,
                  max_events: int = 0, repeat: int = 1,
                  config: Union[str, Mapping[str, Any], None] = None) -> None:
-        if config is not None:
-            native = _sim.HubConfig.from_json(config if isinstance(config, str) else json.dumps(dict(config)))
-        else:
-            native = _sim.HubConfig.quiet() if quiet else _sim.HubConfig.realistic()
-        if port:
-            native.port = port
-        for source, symbol in symbols or ():
-            native.add_symbol(source, symbol)
-        if playback is not None:
-            native.set_playback(os.fspath(playback), factor, start_when, max_events, repeat)
-        self._native = _sim.Hub(native)
+        port = _arguments.integer("port", port, 0, 65535)
+        with _hub_errors("a hub can't be made of that"):
+            if config is not None:
+                native = _sim.HubConfig.from_json(config if isinstance(config, str) else json.dumps(dict(config)))
+            else:
+                native = _sim.HubConfig.quiet() if quiet else _sim.HubConfig.realistic()
+            if port:
+                native.port = port
+            for one in symbols or ():
+                native.add_symbol(*_instrument(one))
+            if playback is not None:
+                native.set_playback(os.fspath(playback), float(factor), _arguments.integer("start_when", start_when, 0),
+                                    _arguments.integer("max_events", max_events, 0, _arguments.INT64),
+                                    _arguments.integer("repeat", repeat, 0))
+            self._native = _sim.Hub(native)
         self._fields: dict[str, tuple[int, str]] = self._native.fields()
 
     # --- life ---
 
     def start(self) -> Hub:
-        """Listens and serves. :return: the hub itself."""
-        self._native.start()
+        """Listens and serves. :return: the hub itself. :raises HubError: when the port can't be had, for example."""
+        with _hub_errors("the hub can't be started"):
+            self._native.start()
         return self
 
     def stop(self) -> None:
@@ -70,7 +91,8 @@ class Hub:
 
     def restart(self) -> None:
         """Stops and starts on the same port, with its values kept."""
-        self._native.restart()
+        with _hub_errors("the hub can't be started again"):
+            self._native.restart()
 
     def __enter__(self) -> Hub:
         return self.start()
@@ -97,8 +119,10 @@ class Hub:
         :return: how many got them.
         :raises KeyError: for a field that the hub's dictionary doesn't have.
         """
+        if not isinstance(values, Mapping):
+            raise TypeError(f"values must be a dict of field names and values, not {type(values).__name__}")
         pairs = [(self._fields[name][0], self._text(name, value)) for name, value in values.items()]
-        return self._native.publish(source, symbol, pairs)
+        return self._native.publish(*_instrument((source, symbol)), pairs)
 
     def _text(self, name: str, value: FieldValue) -> str:
         if isinstance(value, bool):
@@ -109,7 +133,7 @@ class Hub:
 
     def refresh(self, source: int, symbol: str) -> int:
         """Sends the last values of a symbol as a refresh. :return: how many got it."""
-        return self._native.refresh(source, symbol)
+        return self._native.refresh(*_instrument((source, symbol)))
 
     def start_playback(self) -> None:
         """Plays the file from its beginning, whatever is subscribed."""
@@ -121,11 +145,11 @@ class Hub:
 
     def grant(self, source: int) -> None:
         """Gives all users the permission for a source, and tells them."""
-        self._native.grant(source)
+        self._native.grant(_arguments.integer("source", source))
 
     def withdraw(self, source: int) -> None:
         """Takes the permission for a source from all users, and tells them."""
-        self._native.withdraw(source)
+        self._native.withdraw(_arguments.integer("source", source))
 
     # --- faults ---
 
@@ -138,7 +162,7 @@ class Hub:
 
     def drop_after_frames(self, frames: int, reset: bool = False) -> None:
         """Closes each connection that is open now once that many more messages have gone out on it."""
-        self._native.drop_after_frames(frames, reset)
+        self._native.drop_after_frames(_arguments.integer("frames", frames, 0, _arguments.INT64), reset)
 
     def set_accepting(self, on: bool) -> None:
         """Closes new connections at once while off."""
@@ -150,7 +174,7 @@ class Hub:
 
     def set_answer_delay(self, seconds: float) -> None:
         """Sends every answer that much later."""
-        self._native.set_answer_delay(seconds)
+        self._native.set_answer_delay(_arguments.seconds("seconds", seconds))
 
     def refuse(self, command: str, status: int, times: int = 0) -> None:
         """Answers a command, "*" for all but a login, with a status and nothing else.
@@ -158,11 +182,12 @@ class Hub:
         :param command: "LoginUser", "QuerySnap" or "Subscribe", for example.
         :param times: how often; 0 for good.
         """
-        self._native.refuse(command, status, times)
+        self._native.refuse(_arguments.text("command", command), _arguments.integer("status", status),
+                            _arguments.integer("times", times, 0))
 
     def ignore(self, command: str, times: int = 0) -> None:
         """Leaves a command without an answer."""
-        self._native.ignore(command, times)
+        self._native.ignore(_arguments.text("command", command), _arguments.integer("times", times, 0))
 
     def clear_refusals(self) -> None:
         """Ends every refuse() and ignore()."""
@@ -170,6 +195,8 @@ class Hub:
 
     def send_body(self, body: bytes) -> None:
         """Sends the body of a message as it is to every connection."""
+        if not isinstance(body, bytes):
+            raise TypeError(f"body must be bytes, not {type(body).__name__}")
         self._native.send_body(body)
 
     # --- what has happened ---
@@ -184,11 +211,13 @@ class Hub:
 
     def wait_for_connections(self, count: int, timeout: float = 10.0) -> bool:
         """Waits for exactly so many open connections. :return: False when the time has passed."""
-        return _in_pieces(timeout, lambda seconds: self._native.wait_for_connections(count, seconds))
+        wanted = _arguments.integer("count", count, 0)
+        return _in_pieces(timeout, lambda seconds: self._native.wait_for_connections(wanted, seconds))
 
     def wait_for_subscriptions(self, count: int, timeout: float = 10.0) -> bool:
         """Waits until so many symbols at least are subscribed. :return: False when the time has passed."""
-        return _in_pieces(timeout, lambda seconds: self._native.wait_for_subscriptions(count, seconds))
+        wanted = _arguments.integer("count", count, 0)
+        return _in_pieces(timeout, lambda seconds: self._native.wait_for_subscriptions(wanted, seconds))
 
     def wait_for_playback(self, timeout: float = 60.0) -> bool:
         """Waits until all of the playback is on its way. :return: False when the time has passed."""
@@ -196,15 +225,22 @@ class Hub:
 
     def wait_for_command(self, command: str, timeout: float = 10.0) -> bool:
         """Waits for a request of that command, those that have come included. :return: False when the time has passed."""
-        return _in_pieces(timeout, lambda seconds: self._native.wait_for_command(command, seconds))
+        wanted = _arguments.text("command", command)
+        return _in_pieces(timeout, lambda seconds: self._native.wait_for_command(wanted, seconds))
 
     def __repr__(self) -> str:
         return f"<tivra.sim.Hub {self.address}>"
 
 
+def _instrument(given: Any) -> tuple[int, str]:
+    if not isinstance(given, (tuple, list)) or len(given) != 2:
+        raise TypeError(f"a symbol must be given as (source, symbol), not as {given!r}")
+    return _arguments.integer("source", given[0]), _arguments.text("symbol", given[1])
+
+
 def _in_pieces(timeout: float, wait: Callable[[float], bool]) -> bool:
     """Waits in pieces that are short enough for Ctrl-C to be felt at once."""
-    end = time.monotonic() + timeout
+    end = time.monotonic() + _arguments.seconds("timeout", timeout)
     while not wait(max(0.0, min(0.05, end - time.monotonic()))):
         if time.monotonic() >= end:
             return False

@@ -9,7 +9,7 @@ from collections.abc import AsyncIterator, Callable, Iterable, Iterator
 from types import TracebackType
 from typing import Optional, Union
 
-from . import _core
+from . import _arguments, _core
 from ._core import Event
 from ._loop import Readiness, notified
 from .batch import Batch
@@ -20,10 +20,6 @@ from .events import DATA_STATES, DataState
 POLICIES = ("block", "drop_oldest", "latest")
 
 _EVENTS_AT_ONCE = 256
-
-
-def symbol_list(symbols: Union[str, Iterable[str]]) -> list[str]:
-    return [symbols] if isinstance(symbols, str) else list(symbols)
 
 
 class Subscription:
@@ -57,14 +53,14 @@ class Subscription:
 
         :return: how many are new.
         """
-        return int(self._native.add(self._source if source is None else source, symbol_list(symbols)))
+        return int(self._native.add(self._source_of(source), _arguments.texts("symbols", symbols)))
 
     def remove(self, symbols: Union[str, Iterable[str]], source: Optional[int] = None) -> int:
         """Ends the subscriptions of these symbols; others are passed over.
 
         :return: how many have ended.
         """
-        return int(self._native.remove(self._source if source is None else source, symbol_list(symbols)))
+        return int(self._native.remove(self._source_of(source), _arguments.texts("symbols", symbols)))
 
     @property
     def symbols(self) -> list[tuple[int, str]]:
@@ -73,20 +69,23 @@ class Subscription:
 
     def state(self, symbol: str, source: Optional[int] = None) -> DataState:
         """How far what comes for a symbol can be relied on; CLOSED for one that isn't subscribed here."""
-        number = self._native.state(self._source if source is None else source, symbol)
+        number = self._native.state(self._source_of(source), _arguments.text("symbol", symbol))
         return DataState.CLOSED if number is None else DATA_STATES[number]
 
     def error(self, symbol: str, source: Optional[int] = None) -> Optional[Error]:
         """Why the hub has refused a symbol; None in any other case."""
-        found: Optional[Error] = self._native.error(self._source if source is None else source, symbol)
+        found: Optional[Error] = self._native.error(self._source_of(source), _arguments.text("symbol", symbol))
         return found
 
     def age(self, symbol: str, source: Optional[int] = None) -> Optional[float]:
         """Seconds since the last update of a symbol; None before the first."""
-        last = self._native.last_update(self._source if source is None else source, symbol)
+        last = self._native.last_update(self._source_of(source), _arguments.text("symbol", symbol))
         if last is None:
             return None
         return max(0.0, (datetime.datetime.now(datetime.timezone.utc) - last).total_seconds())
+
+    def _source_of(self, source: Optional[int]) -> int:
+        return self._source if source is None else _arguments.integer("source", source)
 
     def stats(self) -> dict[str, int]:
         """What has been counted: subscriptions in each state; updates and gaps in all; events or rows that wait for
@@ -142,12 +141,8 @@ class Subscription:
         :param max_rows: rows of a batch at most; no more than a quarter of what may wait in all.
         :param max_wait: seconds; 0 for what is there at once.
         """
-        if max_rows < 1:
-            raise InvalidArgument(f"a batch of {max_rows} rows can't be meant", code="InvalidArgument",
-                                  advice="give max_rows from 1")
-        if not max_wait >= 0:
-            raise InvalidArgument(f"a wait of {max_wait} seconds can't be meant", code="InvalidArgument",
-                                  advice="give max_wait from 0")
+        max_rows = _arguments.integer("max_rows", max_rows, 1, _arguments.INT64)
+        max_wait = _arguments.seconds("max_wait", max_wait)
         self._check_reader()
         if self._reads_events:
             raise InvalidArgument("events of this subscription have been read", code="InvalidArgument",

@@ -1,4 +1,5 @@
 #include "Bindings.h"
+#include "HandOver.h"
 
 #include "captures/CaptureSource.h"
 #include "captures/DaySource.h"
@@ -82,7 +83,7 @@ nb::list listOf(const std::vector<RecordedNote>& notes) {
 /// The columns, or None at the end, and the notes.
 nb::tuple nextOf(FileBatches& batches) {
     const auto [batch, notes] = [&batches] {
-        const nb::gil_scoped_release release;
+        const Unlock released;
         return batches.next(checkSignals);
     }();
     return nb::make_tuple(nb::cast(batch), listOf(notes));
@@ -90,7 +91,7 @@ nb::tuple nextOf(FileBatches& batches) {
 
 nb::list takeNotes(FileBatches& batches) {
     return listOf([&batches] {
-        const nb::gil_scoped_release release;
+        const Unlock released;
         return batches.takeNotes();
     }());
 }

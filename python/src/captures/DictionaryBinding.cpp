@@ -1,4 +1,5 @@
 #include "Bindings.h"
+#include "HandOver.h"
 
 #include "captures/BodyDecoder.h"
 #include "captures/CaptureSource.h"
@@ -85,11 +86,11 @@ std::vector<std::string> captureFields(const std::string& path, const FieldRows&
 void bindDictionary(nb::module_& module) {
     nb::exception<FileFault>(module, "FileFault", PyExc_ValueError);
     module.def("hub_fields", hubFields, nb::arg("host"), nb::arg("user"), nb::arg("password"),
-               nb::arg("timeout"), nb::call_guard<nb::gil_scoped_release>());
+               nb::arg("timeout"), nb::call_guard<Unlock>());
     module.def("builtin_fields", [] { return rowsOfFields(builtinFields()); });
     module.def("map_fields", mapFields, nb::arg("text"), nb::arg("name"));
     module.def("capture_fields", captureFields, nb::arg("path"), nb::arg("dictionary"),
-               nb::call_guard<nb::gil_scoped_release>());
+               nb::call_guard<Unlock>());
 }
 
 } // namespace tivra_python

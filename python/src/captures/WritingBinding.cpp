@@ -1,4 +1,5 @@
 #include "Bindings.h"
+#include "HandOver.h"
 
 #include "captures/BodyWriter.h"
 #include "captures/FieldRows.h"
@@ -39,7 +40,7 @@ void add(BodyWriter& writer, const nb::capsule& schema, const nb::capsule& array
 
 std::unique_ptr<ReplayHub> startHub(const std::string& path, std::uint16_t port, double factor,
                                     std::size_t startWhen) {
-    const nb::gil_scoped_release release;
+    const Unlock released;
     try {
         return std::make_unique<ReplayHub>(ReplayHub::Options{path, port, factor, startWhen});
     } catch (const std::system_error& error) {
@@ -61,7 +62,7 @@ void bindWriting(nb::module_& module) {
         .def("finish", &BodyWriter::finish)
         .def_prop_ro("messages", &BodyWriter::messages);
     nb::class_<ReplayHub>(module, "ReplayHub", "A hub that plays a capture.")
-        .def("stop", &ReplayHub::stop, nb::call_guard<nb::gil_scoped_release>())
+        .def("stop", &ReplayHub::stop, nb::call_guard<Unlock>())
         .def_prop_ro("port", &ReplayHub::port)
         .def_prop_ro("is_played_out", &ReplayHub::isPlayedOut)
         .def_prop_ro("played", &ReplayHub::played)

@@ -12,11 +12,14 @@
 
 #include <tivra_sim/Hub.h>
 
+#include "Bindings.h"
+#include "HandOver.h"
+
 namespace nb = nanobind;
 
 namespace {
 
-using Released = nb::call_guard<nb::gil_scoped_release>;
+using Released = nb::call_guard<tivra_python::Unlock>;
 using tivra_sim::Hub;
 using tivra_sim::HubConfig;
 
@@ -24,7 +27,7 @@ using tivra_sim::HubConfig;
 struct OwnHub {
     explicit OwnHub(HubConfig config) : hub(std::make_unique<Hub>(std::move(config))) {}
     ~OwnHub() {
-        const nb::gil_scoped_release released;
+        const tivra_python::Unlock released;
         hub.reset();
     }
     OwnHub(const OwnHub&) = delete;
@@ -147,7 +150,7 @@ void bindFaults(nb::class_<OwnHub>& hub) {
             "clear_refusals", [](const OwnHub& self) { self.hub->clearRefusals(); }, Released())
         .def("send_body", [](const OwnHub& self, const nb::bytes& body) {
             const std::string bytes(body.c_str(), body.size());
-            const nb::gil_scoped_release released;
+            const tivra_python::Unlock released;
             self.hub->sendBody(bytes);
         });
 }
@@ -182,6 +185,7 @@ void bindWaiting(nb::class_<OwnHub>& hub) {
 NB_MODULE(_sim, module) {
     nb::set_leak_warnings(false);
     module.doc() = "The simulator behind tivra.sim.";
+    tivra_python::bindHandOver(module);
     nb::class_<HubConfig>(module, "HubConfig", "What a hub is started with.")
         .def_static("realistic", &HubConfig::realistic)
         .def_static("quiet", &HubConfig::quiet)
