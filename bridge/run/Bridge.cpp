@@ -80,7 +80,7 @@ void Bridge::send() {
             nextLast = now + m_options.lastEvery;
         for (const auto& [writer, lastValues] : writers) {
             writer->pump(now);
-            if (isLastDue)
+            if (isLastDue || lastValues->isSettling())
                 lastValues->pump();
         }
         m_publisher.flush();
@@ -198,7 +198,9 @@ void Bridge::release(unsigned partition) {
     Tenure& tenure = m_tenures.at(partition);
     tenure.group.close();
     const Clock::time_point deadline = Clock::now() + kDrainWithin;
-    while (!tenure.writer->isDrained() && Clock::now() < deadline) {
+    tenure.lastValues->settle();
+    while (!(tenure.writer->isDrained() && (tenure.writer->isFenced() || tenure.lastValues->isSettled())) &&
+           Clock::now() < deadline) {
         if (tenure.writer->needsLook())
             tenure.writer->looked(m_publisher.endOf(partition));
         const tp::MutexLock lock(m_mutex);

@@ -41,19 +41,40 @@ void LastValuesWriter::pump() {
     if (!m_writer->isEstablished() || m_writer->needsLook() || !m_publisher.isConnected())
         return;
     std::vector<tivra::Instrument> changed;
+    bool isWaiting = false;
     {
         const tp::MutexLock lock(m_mutex);
-        for (const auto& [instrument, symbol] : m_symbols)
+        for (const auto& [instrument, symbol] : m_symbols) {
+            isWaiting = isWaiting || symbol.isSending;
             if (symbol.isChanged && !symbol.isSending)
                 changed.push_back(instrument);
+        }
     }
     const tivra::Board& board = m_writer->board();
     for (const tivra::Instrument& instrument : changed)
         if (const std::optional<tivra::BoardRow> row = board.find(instrument))
             send(instrument, *row);
-    board.changedSince(m_cursor, [this](const tivra::BoardRow& row) {
+    const std::size_t found = board.changedSince(m_cursor, [this](const tivra::BoardRow& row) {
         send({row.values.source(), std::string(row.values.symbol())}, row);
     });
+    const tp::MutexLock lock(m_mutex);
+    m_isSettled = m_isSettling && !isWaiting && changed.empty() && found == 0;
+}
+
+void LastValuesWriter::settle() {
+    const tp::MutexLock lock(m_mutex);
+    m_isSettling = true;
+    m_isSettled = false;
+}
+
+bool LastValuesWriter::isSettling() const {
+    const tp::MutexLock lock(m_mutex);
+    return m_isSettling;
+}
+
+bool LastValuesWriter::isSettled() const {
+    const tp::MutexLock lock(m_mutex);
+    return m_isSettled;
 }
 
 void LastValuesWriter::answered(const tivra::Instrument& instrument, const SendResult& result) {

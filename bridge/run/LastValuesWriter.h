@@ -26,6 +26,10 @@ public:
 
     /// Sends what has changed since the last call, and what has failed.
     void pump();
+    /// Has everything sent at once. isSettled() is true when it is stored, if nothing has come since.
+    void settle();
+    [[nodiscard]] bool isSettling() const;
+    [[nodiscard]] bool isSettled() const;
 
 private:
     struct Symbol {
@@ -45,8 +49,10 @@ private:
     WriterCounters& m_counters;
     tivra::BoardCursor m_cursor; ///< of the thread that sends
 
-    tp::Mutex m_mutex{tp::LockRank{11, "last values"}};
+    mutable tp::Mutex m_mutex{tp::LockRank{11, "last values"}};
     std::map<tivra::Instrument, Symbol> m_symbols TP_GUARDED_BY(m_mutex);
+    bool m_isSettling TP_GUARDED_BY(m_mutex) = false;
+    bool m_isSettled TP_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace tivra_bus
