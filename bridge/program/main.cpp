@@ -1,4 +1,5 @@
 #include "program/Options.h"
+#include "program/StatusServer.h"
 
 #include "bus/BusError.h"
 #include "nats/NatsConnection.h"
@@ -17,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 
 namespace {
 
@@ -62,6 +64,11 @@ int run(const ProgramOptions& options) {
         const Bridge bridge(options.bridge, feed, publisher, leases, log);
         log(fmt::format("{}: {} symbols, {} partitions, ready", options.bridge.name,
                         options.bridge.instruments.size(), options.bridge.layout.partitions));
+        std::unique_ptr<StatusServer> server;
+        if (!options.statsListen.empty()) {
+            server = std::make_unique<StatusServer>(options.statsListen, bridge, feed);
+            log(fmt::format("statistics at http://{}/metrics", server->address()));
+        }
         int signal = 0;
         while (sigwait(&signals, &signal) != 0) {
         }

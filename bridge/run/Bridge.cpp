@@ -104,8 +104,10 @@ void Bridge::manage() {
             if (Clock::now() >= nextLeases) {
                 nextLeases = Clock::now() + kLeasesEvery;
                 manageLeases();
+                if (!lastFailure.empty())
+                    m_log("the engine answers again");
+                lastFailure.clear();
             }
-            lastFailure.clear();
         } catch (const std::exception& error) {
             if (lastFailure != error.what())
                 m_log(fmt::format("the engine: {}; tried again", error.what()));

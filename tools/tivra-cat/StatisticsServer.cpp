@@ -2,128 +2,51 @@
 
 #include "ExitCode.h"
 
-#include <fmt/format.h>
+#include "common/PageServer.h"
+#include "common/UsageError.h"
 
-#include <microhttpd.h>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <string_view>
+#include <stdexcept>
 
 namespace tivra_cat {
 
 namespace {
 
-constexpr unsigned kMaxConnections = 16;
-/// A request has to fit in with its headers, and its answer is beside it.
-constexpr std::size_t kConnectionMemory = 16384;
-constexpr unsigned kIdleSeconds = 10;
-
-constexpr const char* kPlain = "text/plain; charset=utf-8";
-
-struct Answer {
-    unsigned status = MHD_HTTP_OK;
-    const char* type = kPlain;
-    std::string text;
-};
-
-[[noreturn]] void fail(const std::string& address, int error) {
-    throw Failure(ExitCode::OutputFailed,
-                  fmt::format("cannot serve statistics at {}: {}", address, std::strerror(error)));
-}
-
-sockaddr_in addressOf(const std::string& text) {
-    const std::size_t colon = text.rfind(':');
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(text.c_str() + colon + 1)));
-    if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1)
-        fail(text, EINVAL);
-    return address;
-}
-
-/// A socket that listens; `text` becomes the address that it has.
-int listenAt(std::string& text) {
-    sockaddr_in address = addressOf(text);
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    socklen_t length = sizeof address;
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const int on = 1;
-    if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(fd, plain, length) != 0 || listen(fd, static_cast<int>(kMaxConnections)) != 0 ||
-        getsockname(fd, plain, &length) != 0) {
-        const int error = errno;
-        if (fd >= 0)
-            close(fd);
-        fail(text, error);
-    }
-    text = fmt::format("{}:{}", text.substr(0, text.rfind(':')), ntohs(address.sin_port));
-    return fd;
-}
-
-Answer answerTo(const SessionWatch& watch, std::string_view method, std::string_view path) {
+tivra_tools::Page pageAt(const SessionWatch& watch, std::string_view path) {
     const bool wantsMetrics = path == "/metrics";
-    if (!wantsMetrics && path != "/stats.json")
-        return {MHD_HTTP_NOT_FOUND, kPlain, "There are /metrics and /stats.json.\n"};
-    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD)
-        return {MHD_HTTP_METHOD_NOT_ALLOWED, kPlain, "Only GET and HEAD are understood.\n"};
-    std::string text =
-        watch.machineStatistics(wantsMetrics ? StatisticsForm::OpenMetrics : StatisticsForm::Json);
-    if (text.empty())
-        return {MHD_HTTP_SERVICE_UNAVAILABLE, kPlain, "There are no statistics yet.\n"};
-    return {MHD_HTTP_OK,
-            wantsMetrics ? "application/openmetrics-text; version=1.0.0; charset=utf-8" : "application/json",
-            std::move(text)};
-}
-
-MHD_Result send(MHD_Connection* connection, const Answer& answer) {
-    MHD_Response* const response = MHD_create_response_from_buffer(
-        answer.text.size(), const_cast<char*>(answer.text.data()), MHD_RESPMEM_MUST_COPY);
-    if (response == nullptr)
-        return MHD_NO;
-    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, answer.type);
-    if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED)
-        MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
-    const MHD_Result result = MHD_queue_response(connection, answer.status, response);
-    MHD_destroy_response(response);
-    return result;
-}
-
-/// Answers at once, also where a body would follow: the connection is closed then.
-MHD_Result onRequest(void* watch, MHD_Connection* connection, const char* path, const char* method,
-                     const char*, const char*, std::size_t*, void**) {
-    try {
-        return send(connection, answerTo(*static_cast<const SessionWatch*>(watch), method, path));
-    } catch (const std::exception&) { // no memory, and no exception may pass through the library
-        return MHD_NO;
+    tivra_tools::Page page;
+    if (!wantsMetrics && path != "/stats.json") {
+        page.status = 404;
+        page.text = "There are /metrics and /stats.json.\n";
+        return page;
     }
+    page.text = watch.machineStatistics(wantsMetrics ? StatisticsForm::OpenMetrics : StatisticsForm::Json);
+    if (page.text.empty()) {
+        page.status = 503;
+        page.text = "There are no statistics yet.\n";
+        return page;
+    }
+    page.type =
+        wantsMetrics ? "application/openmetrics-text; version=1.0.0; charset=utf-8" : "application/json";
+    return page;
 }
 
 } // namespace
 
-StatisticsServer::StatisticsServer(const std::string& address, const SessionWatch& watch)
-    : m_address(address) {
-    const int fd = listenAt(m_address);
-    m_daemon =
-        MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD, 0, nullptr, nullptr, onRequest,
-                         const_cast<SessionWatch*>(&watch), MHD_OPTION_LISTEN_SOCKET, fd,
-                         MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                         kConnectionMemory, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
-    if (m_daemon == nullptr) {
-        const int error = errno;
-        close(fd);
-        fail(m_address, error);
+StatisticsServer::StatisticsServer(const std::string& address, const SessionWatch& watch) {
+    try {
+        m_server = std::make_unique<tivra_tools::PageServer>(
+            address, [&watch](std::string_view path) { return pageAt(watch, path); });
+    } catch (const tivra_tools::UsageError&) {
+        throw;
+    } catch (const std::runtime_error& error) {
+        throw Failure(ExitCode::OutputFailed, error.what());
     }
 }
 
-StatisticsServer::~StatisticsServer() {
-    MHD_stop_daemon(m_daemon);
+StatisticsServer::~StatisticsServer() = default;
+
+const std::string& StatisticsServer::address() const {
+    return m_server->address();
 }
 
 } // namespace tivra_cat

@@ -5,7 +5,9 @@
 #include <memory>
 #include <string>
 
-struct MHD_Daemon;
+namespace tivra_tools {
+class PageServer;
+} // namespace tivra_tools
 
 namespace tivra_cat {
 
@@ -22,11 +24,10 @@ public:
     StatisticsServer& operator=(const StatisticsServer&) = delete;
 
     /// Where it listens.
-    [[nodiscard]] const std::string& address() const { return m_address; }
+    [[nodiscard]] const std::string& address() const;
 
 private:
-    std::string m_address;
-    MHD_Daemon* m_daemon = nullptr;
+    std::unique_ptr<tivra_tools::PageServer> m_server;
 };
 
 } // namespace tivra_cat
