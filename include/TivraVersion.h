@@ -22,8 +22,10 @@
     (TIVRA_VERSION_MAJOR * 1000000 + TIVRA_VERSION_MINOR * 10000 + TIVRA_VERSION_PATCH * 100 +               \
      TIVRA_VERSION_BUILD)
 
+/// @cond
 #define TIVRA_VERSION_JOIN_(major, minor, patch, build) #major "." #minor "." #patch "." #build
 #define TIVRA_VERSION_TEXT_(major, minor, patch, build) TIVRA_VERSION_JOIN_(major, minor, patch, build)
+/// @endcond
 /// The version as a literal, such as "1.7.0.1".
 #define TIVRA_VERSION_STRING                                                                                 \
     TIVRA_VERSION_TEXT_(TIVRA_VERSION_MAJOR, TIVRA_VERSION_MINOR, TIVRA_VERSION_PATCH, TIVRA_VERSION_BUILD)

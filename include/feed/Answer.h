@@ -29,11 +29,17 @@ namespace tivra {
 /// @thread any, one at a time
 class TIVRA_API Answer {
 public:
+    /// What then() calls: with the answer, or with the Error that the request has ended with.
     using Callback = std::function<void(Result<Snapshot>)>;
 
+    /// An answer to nothing, as is one that was moved from: it is never ready, and asking for its result
+    /// throws Error (InvalidArgument).
     Answer() = default;
+    /// Takes the answer over; a wait or a callback goes on with it.
     Answer(Answer&&) noexcept;
+    /// The same; the answer that was here before is dropped as in the destructor.
     Answer& operator=(Answer&&) noexcept;
+    /// Never waits. The request is given up, unless then() has a callback waiting for it.
     ~Answer();
 
     /// Waits for the answer and takes it.
@@ -63,6 +69,7 @@ public:
 #if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)
     /// co_await gives the Snapshot or throws the Error. The coroutine goes on on a thread of the library.
     class Awaiter;
+    /// Awaits the answer, which goes into the awaiter.
     Awaiter operator co_await() &&;
 #endif
 
@@ -75,18 +82,22 @@ private:
 };
 
 #if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)
+/// What co_await makes of an Answer; the compiler alone calls it.
 class Answer::Awaiter {
 public:
+    /// Takes the answer over.
     explicit Awaiter(Answer&& answer) noexcept : m_answer(std::move(answer)) {}
 
     /// One that is there is taken without a callback: the stack would grow with each in a row.
     bool await_ready() const { return m_answer.isReady(); }
+    /// Resumes the coroutine on a thread of the library.
     void await_suspend(std::coroutine_handle<> waiting) {
         m_answer.then([this, waiting](Result<Snapshot> result) {
             m_result.emplace(std::move(result));
             waiting.resume();
         });
     }
+    /// @throws Error when the request has failed
     Snapshot await_resume() { return m_result ? std::move(*m_result).value() : m_answer.get(); }
 
 private:

@@ -32,15 +32,18 @@ struct BoardOptions {
 struct BoardRow {
     /// Source, symbol, and the last value of each field.
     Record values;
+    /// That of the subscriptions that feed the row; Closed once the last of them has ended.
     DataState state = DataState::Pending;
     /// When the last update came, to about a millisecond; nothing before the first.
     std::optional<std::chrono::system_clock::time_point> lastUpdate;
     std::uint64_t updates = 0; ///< images included
-    std::uint64_t gaps = 0;
+    std::uint64_t gaps = 0;    ///< times of which updates of this symbol may have been missed
 
     /// What values there are are old: after a loss and until the new image has come, or when the subscription
     /// has ended.
     bool isStale() const noexcept { return state != DataState::Pending && state != DataState::Live; }
+    /// The last value of a field; nothing where none has come. As Record::get.
+    /// @throws Error (WrongType) when the field holds another type
     template<class T>
     std::optional<T> get(const Field& field) const {
         return values.get<T>(field);
@@ -49,12 +52,12 @@ struct BoardRow {
 
 /// How far somebody has looked at the changes of a board; the beginning, unless it comes from changedSince().
 struct BoardCursor {
-    std::uint64_t position = 0;
+    std::uint64_t position = 0; ///< of the board's changes, from 0; it means nothing to another board
 };
 
 /// How much a board holds, and what has come to it.
 struct BoardStatistics {
-    std::size_t symbols = 0;
+    std::size_t symbols = 0;   ///< rows, those that are Closed included
     std::size_t bytes = 0;     ///< that they take, some 500 for a symbol of ten fields
     std::uint64_t changes = 0; ///< of values and states
     std::uint64_t refused = 0; ///< updates of symbols above BoardOptions::maxSymbols
@@ -74,11 +77,15 @@ struct BoardStatistics {
 /// @thread any
 class TIVRA_API Board {
 public:
+    /// What changedSince() calls with each row. What it throws comes out of changedSince().
     using Handler = std::function<void(const BoardRow&)>;
 
     /// @throws Error (InvalidArgument) for a limit of 0
     explicit Board(BoardOptions options = {});
+    /// Takes the rows over; subscriptions go on into this one. A board that was moved from has no rows and
+    /// handlers that do nothing.
     Board(Board&&) noexcept;
+    /// The same; what fed the board that was here goes on, to nobody.
     Board& operator=(Board&&) noexcept;
     /// Subscriptions go on, to nobody.
     ~Board();
@@ -88,6 +95,7 @@ public:
 
     /// The present row of a symbol; nothing when it has none.
     std::optional<BoardRow> find(int source, std::string_view symbol) const;
+    /// The same.
     std::optional<BoardRow> find(const Instrument& instrument) const;
 
     /// Calls the handler, on the calling thread, with each symbol whose values or state have changed since
@@ -96,9 +104,12 @@ public:
     /// @return how many symbols there were
     std::size_t changedSince(BoardCursor& cursor, const Handler& handler) const;
 
+    /// The symbols that have rows, in no particular order. It takes time by their number.
     std::vector<Instrument> instruments() const;
     /// Drops the rows that are Closed. @return how many there were
     std::size_t forgetClosed();
+    /// What the board holds now. It takes time by the number of rows. All zero in a child that the process
+    /// has forked.
     BoardStatistics statistics() const;
 
 private:

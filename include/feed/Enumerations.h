@@ -31,6 +31,7 @@ public:
     Enumerations(const Snapshot& fields, const Snapshot& values);
     /// Moving copies, so that one that was moved from still knows what it did.
     Enumerations(const Enumerations&) = default;
+    /// Shares the texts of the other one; texts that textOf() gave of the former ones may go.
     Enumerations& operator=(const Enumerations&) = default;
     ~Enumerations() = default;
 

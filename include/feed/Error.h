@@ -31,7 +31,7 @@ public:
 
     /// Where on its way a request or a connection was.
     enum class Phase {
-        None,
+        None,        ///< no request or connection is concerned
         Options,     ///< before anything was connected
         Resolve,     ///< a connection manager is asked for a hub
         Connect,     ///< TCP
@@ -44,32 +44,44 @@ public:
 
     /// What an Error is made of.
     struct Details {
-        Code code = Code::System;
-        Phase phase = Phase::None;
-        std::string cause;      ///< what happened, without code and phase
-        std::string advice;     ///< what the reader can do about it; may be empty
-        std::string hub;        ///< "host:port"; empty when no hub is concerned, or which one isn't known
-        int status = 0;         ///< the hub's code; 0 when the error isn't an answer
-        std::string statusName; ///< the name of that code
-        int systemError = 0;    ///< errno; 0 when the system has no part in it
+        Code code = Code::System;  ///< the kind of failure
+        Phase phase = Phase::None; ///< where it happened
+        std::string cause;         ///< what happened, without code and phase
+        std::string advice;        ///< what the reader can do about it; may be empty
+        std::string hub;           ///< "host:port"; empty when no hub is concerned, or which one isn't known
+        int status = 0;            ///< the hub's code; 0 when the error isn't an answer
+        std::string statusName;    ///< the name of that code
+        int systemError = 0;       ///< errno; 0 when the system has no part in it
     };
 
+    /// Makes what() out of the details: code, hub, cause, status and advice. Tests of an application can make
+    /// errors of their own with it.
     explicit Error(Details details);
+    /// The copy shares nothing with this one, so each may go to a thread of its own.
     Error(const Error&);
+    /// The same.
     Error& operator=(const Error&);
     ~Error() override;
 
+    /// The kind of failure.
     Code code() const noexcept { return m_details.code; }
     /// The name of the code, "TimedOut" for example.
     const char* name() const noexcept;
+    /// Where it happened.
     Phase phase() const noexcept { return m_details.phase; }
     /// The name of the phase, "Login" for example.
     const char* phaseName() const noexcept;
+    /// What happened, in words, without code and phase. Texts live as long as the error.
     const std::string& cause() const noexcept { return m_details.cause; }
+    /// What the reader can do about it; may be empty.
     const std::string& advice() const noexcept { return m_details.advice; }
+    /// "host:port"; empty when no hub is concerned, or which one isn't known.
     const std::string& hub() const noexcept { return m_details.hub; }
+    /// The hub's code; 0 when the error isn't an answer of a hub.
     int status() const noexcept { return m_details.status; }
+    /// The name of status(); empty when that is 0 or has none.
     const std::string& statusName() const noexcept { return m_details.statusName; }
+    /// errno; 0 when the operating system has no part in it.
     int systemError() const noexcept { return m_details.systemError; }
     /// Whether the same call may succeed later without anybody changing anything.
     bool isRetryable() const noexcept;

@@ -48,12 +48,12 @@ struct FeedStatistics {
     std::size_t requests = 0;          ///< waiting for their answer now
 
     // Of all hubs together; HubStatistics says what they are, and of how many messages.
-    LatencySummary socketToDecode;
-    LatencySummary decodeToCallback;
-    LatencySummary callback;
+    LatencySummary socketToDecode;   ///< from the read that completed a message until it was decoded
+    LatencySummary decodeToCallback; ///< from there until its first onUpdate was called
+    LatencySummary callback;         ///< how long onUpdate took
     LatencySummary
         requestToAnswer; ///< of each request, from the call until its answer is complete or refused
-    std::vector<HubStatistics> hubs;
+    std::vector<HubStatistics> hubs; ///< each hub that the feed has had, those that have gone included
 };
 
 /// What Feed::list can ask for.
@@ -80,6 +80,7 @@ enum class ListOf {
 /// @thread any; calls of several threads may overlap
 class TIVRA_API Feed {
 public:
+    /// What a subscription without other handlers calls with what comes: SubscriptionHandlers::onUpdate.
     using UpdateCallback = std::function<void(const Update&)>;
     /// Names and values that tell this feed from others; see StatisticsText::Labels.
     using StatisticsLabels = std::vector<std::pair<std::string, std::string>>;
@@ -93,11 +94,15 @@ public:
     /// @throws Error (InvalidOption); whatever fails later comes with the result
     [[nodiscard]] static Opening openAsync(FeedOptions options);
 
+    /// Takes the connections over; callbacks and what the feed has given out go on. On a feed that was moved
+    /// from, state() is Closed, close() does nothing, and other calls throw Error (Closed).
     Feed(Feed&&) noexcept;
+    /// The same; the feed that was here closes, as in the destructor.
     Feed& operator=(Feed&&) noexcept;
     /// Closes, within FeedOptions::closeTimeout.
     ~Feed();
 
+    /// The state now; Closed in a child that the process has forked. Never waits.
     FeedState state() const;
     /// How the connection to each hub stands: those of FeedOptions::hosts and backups, and those that they
     /// have named. The order stays.
@@ -138,6 +143,7 @@ public:
     /// The present state of a symbol, and then its updates, until the Subscription goes.
     /// @throws Error as query()
     [[nodiscard]] Subscription subscribe(const Instrument& instrument, UpdateCallback onUpdate);
+    /// The same for who wants to hear of states and gaps too.
     [[nodiscard]] Subscription subscribe(const Instrument& instrument, SubscriptionHandlers handlers);
     /// The order book of a symbol, an update of kind Image for each line, and then its changes. A hub doesn't
     /// say which subscription a change is for: who has subscribed the order book and the symbol itself gets
@@ -161,6 +167,8 @@ public:
     /// The same onto a board.
     [[nodiscard]] Subscription subscribe(const Instrument& instrument, const Board& board);
 
+    /// What the feed has counted up to now.
+    /// @throws Error (Closed) in a child that the process has forked
     FeedStatistics statistics() const;
     /// The same as a line of JSON without a line break, in the form of StatisticsText::json: "time",
     /// "labels", counters, and times in seconds with the keys "count", "min", "p50", "p90", "p99", "p999" and
@@ -178,6 +186,7 @@ public:
     /// once
     ///         it has returned. So it is when this is called inside a callback.
     bool close(std::chrono::milliseconds deadline);
+    /// The same within FeedOptions::closeTimeout.
     bool close();
 
 private:

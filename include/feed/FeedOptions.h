@@ -36,7 +36,9 @@ struct TIVRA_API FeedOptions {
     std::vector<std::string> hosts{};
     /// Hubs that take over as a whole when those of `hosts` are lost; none, or one for each of `hosts`.
     std::vector<std::string> backups{};
+    /// Who logs in, at every hub: one character or more, none of them "|" or a control character.
     std::string user{};
+    /// The user's password, under the same rule; see Password for where to take it from.
     Password password{};
     /// The base of the log file's name; ".%m%d%Y" of the local date follows. Empty: the feed sets up no log,
     /// so that there is none unless another feed or APIFactory::initialize has. One log serves the whole
@@ -99,10 +101,12 @@ struct TIVRA_API FeedOptions {
     /// @throws Error (InvalidOption), for any other variable that begins with TIVRA_ too
     static FeedOptions fromEnvironment();
 
-    // The same over what these options have: what is named there is replaced, the rest stays. When one throws
-    // nothing has changed.
+    /// fromUrl() over what these options have: what is named there is replaced, the rest stays. When it
+    /// throws nothing has changed.
     FeedOptions& applyUrl(std::string_view url);
+    /// fromFile() in the same way.
     FeedOptions& applyFile(const std::string& path);
+    /// fromEnvironment() in the same way.
     FeedOptions& applyEnvironment();
     /// One option by its name. @throws Error (InvalidOption)
     FeedOptions& set(std::string_view name, std::string_view value);

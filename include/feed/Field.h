@@ -23,7 +23,9 @@ public:
     /// Empty for a field that nothing has.
     const std::string& name() const noexcept;
 
+    /// Whether both are the same field of the same feed; those of two feeds differ, whatever their names.
     friend bool operator==(const Field& a, const Field& b) noexcept { return a.m_entry == b.m_entry; }
+    /// The opposite.
     friend bool operator!=(const Field& a, const Field& b) noexcept { return a.m_entry != b.m_entry; }
 
 private:

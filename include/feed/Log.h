@@ -9,17 +9,31 @@
 
 namespace tivra {
 
-enum class LogLevel { Critical, Warning, Information, Debug };
+/// How much a line of the log matters, from the gravest; a level that is set lets those above it pass too.
+enum class LogLevel {
+    Critical,    ///< something is refused or can't go on; somebody has to look
+    Warning,     ///< something was lost, or isn't as it should be; the library goes on
+    Information, ///< the course of things: connections, logins, states
+    Debug        ///< retries, requests and single steps
+};
 
 /// What a line of the log is about.
-enum class LogArea { Other, Connection, Login, Dictionary, Requests, Queue, Statistics };
+enum class LogArea {
+    Other,      ///< none of those below: configuration and feeds, for example
+    Connection, ///< dialling, connections and their loss, the states of hubs and session
+    Login,      ///< users and entitlements
+    Dictionary, ///< fields, sources and enumerations of the hubs
+    Requests,   ///< what is asked for, its routes, and what stands
+    Queue,      ///< receive queues, and what is read into them
+    Statistics  ///< counters
+};
 
 /// A line of the log, for the sink. Passwords in it are masked. Valid during the call.
 struct LogLine {
-    LogLevel level = LogLevel::Information;
-    LogArea area = LogArea::Other;
-    std::chrono::system_clock::time_point time;
-    std::string_view text; ///< without time, level and prefix
+    LogLevel level = LogLevel::Information;     ///< how much it matters
+    LogArea area = LogArea::Other;              ///< by the place in the library that wrote it
+    std::chrono::system_clock::time_point time; ///< when it was written, by this machine's clock
+    std::string_view text;                      ///< without time, level and prefix
 };
 
 /// The log of the process, which all feeds and sessions share. Its file is named by FeedOptions::logFile or
@@ -27,6 +41,7 @@ struct LogLine {
 /// @thread any
 class TIVRA_API Log {
 public:
+    /// What gets the lines; see setSink().
     using Sink = std::function<void(const LogLine&)>;
 
     Log() = delete;

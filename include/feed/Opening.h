@@ -29,11 +29,17 @@ namespace tivra {
 /// @thread any, one at a time
 class TIVRA_API Opening {
 public:
+    /// What then() calls: with the feed, or with the Error that the opening has ended with.
     using Callback = std::function<void(Result<Feed>)>;
 
+    /// Opens nothing, as one that was moved from: it is never ready, and asking for its result throws Error
+    /// (Closed).
     Opening() = default;
+    /// Takes the opening over.
     Opening(Opening&&) noexcept;
+    /// The same; the opening that was here is given up as in the destructor.
     Opening& operator=(Opening&&) noexcept;
+    /// Gives the opening up unless its result was taken, as cancel() does.
     ~Opening();
 
     /// Waits for the feed and takes it. @throws Error as Feed::open
@@ -58,6 +64,7 @@ public:
 #if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)
     /// co_await gives the Feed or throws the Error. The coroutine goes on on the thread that opens.
     class Awaiter;
+    /// Awaits the feed; the opening goes into the awaiter.
     Awaiter operator co_await() &&;
 #endif
 
@@ -70,17 +77,22 @@ private:
 };
 
 #if defined(__cpp_impl_coroutine) && __has_include(<coroutine>)
+/// What co_await makes of an Opening; the compiler alone calls it.
 class Opening::Awaiter {
 public:
+    /// Takes the opening over.
     explicit Awaiter(Opening&& opening) noexcept : m_opening(std::move(opening)) {}
 
+    /// The coroutine goes on on the thread that opens, whether the feed is there or not.
     bool await_ready() const noexcept { return false; }
+    /// Resumes the coroutine on the thread that opens.
     void await_suspend(std::coroutine_handle<> waiting) {
         m_opening.then([this, waiting](Result<Feed> result) {
             m_result.emplace(std::move(result));
             waiting.resume();
         });
     }
+    /// @throws Error as Feed::open
     Feed await_resume() { return std::move(*m_result).value(); }
 
 private:

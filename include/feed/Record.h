@@ -22,12 +22,15 @@ namespace tivra {
 /// @thread any
 class TIVRA_API Record {
 public:
+    /// A field and its value.
     using Entry = std::pair<Field, Value>;
+    /// Walks over the entries; valid as long as the record it came from.
     using const_iterator = EntryIterator<Record>;
 
     /// One without symbol and fields.
     Record() = default;
 
+    /// Empty when the message had none. It lives as long as any copy of the record.
     std::string_view symbol() const noexcept;
     /// The number of the source; 0 when the message had none.
     int source() const noexcept;
@@ -42,6 +45,7 @@ public:
             return std::nullopt;
         return value.as<T>();
     }
+    /// The same without its type; for a field that is there several times, the first.
     std::optional<Value> get(const Field& field) const {
         Value value;
         if (!find(field, value))
@@ -49,9 +53,11 @@ public:
         return value;
     }
 
+    /// How many fields it has.
     std::size_t size() const noexcept;
     /// The fields in the order of the message.
     const_iterator begin() const noexcept { return {*this, 0}; }
+    /// Behind the last field.
     const_iterator end() const noexcept { return {*this, size()}; }
 
 private:

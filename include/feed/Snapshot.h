@@ -18,11 +18,15 @@ namespace tivra {
 /// @thread any; a value that may be kept
 class Snapshot {
 public:
+    /// No record, no failure.
     Snapshot() = default;
+    /// For tests of an application, which can make answers of their own.
     explicit Snapshot(std::vector<Record> records, std::vector<Error> failures = {})
         : m_records(std::move(records)), m_failures(std::move(failures)) {}
 
+    /// All of them, in the hub's order; they live as long as the snapshot, and copies of them longer.
     const std::vector<Record>& records() const noexcept { return m_records; }
+    /// Whether no record has come: the hubs have nothing, unless failures() says more.
     bool isEmpty() const noexcept { return m_records.empty(); }
 
     /// Whether all hubs that were asked have given what they have. Of several hubs some may fail, for a

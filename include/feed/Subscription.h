@@ -33,11 +33,11 @@ enum class DataState {
 
 /// A subscription has come from one state to another.
 struct StateChange {
-    DataState from = DataState::Pending;
-    DataState to = DataState::Pending;
-    std::string_view cause;       ///< valid during the callback
-    const Error* error = nullptr; ///< for Refused, else null; valid during the callback
-    std::chrono::system_clock::time_point time;
+    DataState from = DataState::Pending;        ///< before
+    DataState to = DataState::Pending;          ///< now
+    std::string_view cause;                     ///< in words for a log; valid during the callback
+    const Error* error = nullptr;               ///< for Refused, else null; valid during the callback
+    std::chrono::system_clock::time_point time; ///< when it happened, by this machine's clock
 };
 
 /// A time of which a subscription has missed what was sent. It stands in the stream: it comes after the last
@@ -54,7 +54,7 @@ struct Gap {
         /// in between is missing.
         Conflation
     };
-    Cause cause = Cause::Loss;
+    Cause cause = Cause::Loss;                  ///< why data was missed
     std::chrono::system_clock::time_point from; ///< when the loss was noticed
     std::chrono::system_clock::time_point to;   ///< when the next data came
     std::optional<std::uint64_t> messages;      ///< how many were missed, where that can be known
@@ -64,15 +64,18 @@ struct Gap {
 /// Who hears of what comes for a subscription. Each may be left out. Calls for one symbol come one at a time
 /// and in order. @thread user
 struct SubscriptionHandlers {
+    /// Images and updates, as the hub sends them.
     std::function<void(const Update&)> onUpdate{};
+    /// The subscription has come to another state. Closed is not reported: the application has closed it.
     std::function<void(const SubscriptionView&, const StateChange&)> onState{};
+    /// Something was missed. It comes before the image that makes up for it, if there is one.
     std::function<void(const SubscriptionView&, const Gap&)> onGap{};
 };
 
 /// What has come for a subscription since it was made.
 struct SubscriptionStatistics {
     std::uint64_t updates = 0; ///< handed to onUpdate, images included
-    std::uint64_t gaps = 0;
+    std::uint64_t gaps = 0;    ///< reported to onGap
     /// When the last update came, to about a millisecond; nothing before the first.
     std::optional<std::chrono::system_clock::time_point> lastUpdate;
 };
@@ -82,10 +85,13 @@ struct SubscriptionStatistics {
 /// @thread any
 class TIVRA_API SubscriptionView {
 public:
+    /// The number of the source that was subscribed.
     int source() const noexcept;
     /// What was subscribed: a symbol, or a pattern. An update has its own symbol.
     std::string_view symbol() const noexcept;
+    /// The state now.
     DataState state() const noexcept;
+    /// What has come up to now.
     SubscriptionStatistics statistics() const;
     /// A number that no other subscription of the process has had.
     std::uint64_t id() const noexcept;
@@ -107,21 +113,30 @@ private:
 /// @thread any, one at a time
 class TIVRA_API Subscription {
 public:
+    /// No subscription, as an object that was moved from.
     Subscription() = default;
+    /// Takes the subscription over; callbacks go on.
     Subscription(Subscription&&) noexcept;
+    /// The same; the subscription that was here is closed.
     Subscription& operator=(Subscription&&) noexcept;
+    /// Closes: see close() for whom that waits for.
     ~Subscription();
 
     /// Whether this is a subscription, open or closed; false for an object that was moved from.
     explicit operator bool() const noexcept { return m_state != nullptr; }
 
+    /// The number of the source that was subscribed; 0 for an object without a subscription.
     int source() const noexcept;
     /// What was subscribed: a symbol, or a pattern.
     std::string_view symbol() const noexcept;
+    /// The state now; Closed for an object without a subscription.
     DataState state() const noexcept;
     /// Why the hub has refused it; nothing in any other state.
     std::optional<Error> error() const;
+    /// What has come up to now; it stays readable after close().
     SubscriptionStatistics statistics() const;
+    /// A number that no other subscription of the process has had, as in SubscriptionView::id and
+    /// QueueEvent::subscription; 0 for an object without a subscription.
     std::uint64_t id() const noexcept;
 
     /// Ends the subscription. When this returns no callback of it runs and none will come; one that runs on

@@ -22,13 +22,13 @@ namespace tivra {
 /// How many subscriptions of a group are in which state.
 struct GroupStatistics {
     std::size_t subscriptions = 0; ///< all of them
-    std::size_t pending = 0;
-    std::size_t live = 0;
-    std::size_t stale = 0;
-    std::size_t recovering = 0;
-    std::size_t refused = 0;
-    std::uint64_t updates = 0; ///< handed to them in all, images included
-    std::uint64_t gaps = 0;
+    std::size_t pending = 0;       ///< those in DataState::Pending
+    std::size_t live = 0;          ///< those in DataState::Live
+    std::size_t stale = 0;         ///< those in DataState::Stale
+    std::size_t recovering = 0;    ///< those in DataState::Recovering
+    std::size_t refused = 0;       ///< those in DataState::Refused
+    std::uint64_t updates = 0;     ///< handed to them in all, images included
+    std::uint64_t gaps = 0;        ///< reported to them in all
 };
 
 /// Subscriptions of many symbols that share their handlers, and are made and ended together. Each has a state
@@ -37,8 +37,11 @@ struct GroupStatistics {
 /// @thread any; calls of several threads may overlap
 class TIVRA_API SubscriptionGroup {
 public:
+    /// No group, as one that was moved from: it is empty, and add() throws Error (Closed).
     SubscriptionGroup() = default;
+    /// Takes the subscriptions over; callbacks go on.
     SubscriptionGroup(SubscriptionGroup&&) noexcept;
+    /// The same; the group that was here is closed.
     SubscriptionGroup& operator=(SubscriptionGroup&&) noexcept;
     /// Closes.
     ~SubscriptionGroup();
@@ -54,7 +57,9 @@ public:
     /// @return how many have ended
     std::size_t remove(const std::vector<Instrument>& instruments);
 
+    /// How many subscriptions are in the group, those that a hub has refused included.
     std::size_t size() const;
+    /// Whether the symbol was added and not removed, whatever its state.
     bool contains(const Instrument& instrument) const;
     /// Nothing for a symbol that isn't in the group.
     std::optional<DataState> state(const Instrument& instrument) const;

@@ -37,12 +37,15 @@ public:
 
     /// A field and its value.
     using Entry = std::pair<Field, Value>;
+    /// Walks over the entries; valid during the callback.
     using const_iterator = EntryIterator<Update>;
 
     Update(const Update&) = delete;
     Update& operator=(const Update&) = delete;
 
+    /// What the update says of its symbol.
     Kind kind() const noexcept;
+    /// Which symbol it is, also for a subscription by pattern. It lives as long as the update.
     std::string_view symbol() const noexcept;
     /// The number of the source; 0 when the message has none.
     int source() const noexcept;
@@ -83,6 +86,7 @@ public:
     std::size_t size() const noexcept;
     /// The fields in the order of the message.
     const_iterator begin() const noexcept { return {*this, 0}; }
+    /// Behind the last field.
     const_iterator end() const noexcept { return {*this, size()}; }
 
     /// A copy to keep, in one block of memory, which is taken from those of records that have gone.

@@ -38,6 +38,7 @@ enum class QueuePolicy {
 
 /// How much a queue holds, and what it does when it is full.
 struct QueueOptions {
+    /// What happens when maxUpdates or maxBytes is reached.
     QueuePolicy policy = QueuePolicy::Block;
     /// Updates that may wait, at least 1. With Block, states and gaps count too.
     std::size_t maxUpdates = 100'000;
@@ -59,13 +60,13 @@ struct QueueEvent {
         State,   ///< see `state`
         Gap      ///< see `gap`
     };
-    Kind kind = Kind::Update;
-    std::uint64_t subscription = 0; ///< see Subscription::id
-    int source = 0;
-    std::string_view symbol;
-    Record record;                                ///< of an update; empty for State and Gap
-    const StateChange* state = nullptr;           ///< of State, else null
-    const Gap* gap = nullptr;                     ///< of Gap, else null
+    Kind kind = Kind::Update;           ///< what it is
+    std::uint64_t subscription = 0;     ///< see Subscription::id
+    int source = 0;                     ///< the number of the source
+    std::string_view symbol;            ///< that of the update; of a state or a gap, what was subscribed
+    Record record;                      ///< of an update; empty for State and Gap
+    const StateChange* state = nullptr; ///< of State, else null
+    const Gap* gap = nullptr;           ///< of Gap, else null
     std::chrono::system_clock::time_point time{}; ///< when it came, or the last that is merged into it
     /// Messages of this symbol that have been dropped since its last event.
     std::uint64_t dropped = 0;
@@ -73,6 +74,8 @@ struct QueueEvent {
     /// Messages that have been merged into this one. Of a state or a gap: how many more it stands for.
     std::uint64_t merged = 0;
 
+    /// The value of a field of the record, if it has it: Record::get.
+    /// @throws Error (WrongType) when the field holds another type
     template<class T>
     std::optional<T> get(const Field& field) const {
         return record.get<T>(field);
@@ -81,23 +84,23 @@ struct QueueEvent {
 
 /// How a queue is doing: what waits, and what has become of the rest.
 struct QueueStatistics {
-    std::size_t events = 0;    ///< that wait
-    std::size_t updates = 0;   ///< those of them that aren't states or gaps
-    std::size_t bytes = 0;     ///< that the updates take
-    std::uint64_t entered = 0; ///< updates: each has been taken, waits, or was merged or dropped
-    std::uint64_t taken = 0;
-    std::uint64_t merged = 0;
-    std::uint64_t dropped = 0;
-    std::uint64_t droppedBytes = 0;
+    std::size_t events = 0;         ///< that wait
+    std::size_t updates = 0;        ///< those of them that aren't states or gaps
+    std::size_t bytes = 0;          ///< that the updates take
+    std::uint64_t entered = 0;      ///< updates: each has been taken, waits, or was merged or dropped
+    std::uint64_t taken = 0;        ///< updates that poll() has handed out
+    std::uint64_t merged = 0;       ///< updates that were merged into another one
+    std::uint64_t dropped = 0;      ///< updates that made room for others, with those merged into them
+    std::uint64_t droppedBytes = 0; ///< the memory that they took
 };
 
 /// What a queue has dropped and merged of one symbol of a subscription.
 struct QueueCounts {
-    std::uint64_t subscription = 0;
-    int source = 0;
-    std::string symbol;
-    std::uint64_t dropped = 0;
-    std::uint64_t merged = 0;
+    std::uint64_t subscription = 0; ///< see Subscription::id
+    int source = 0;                 ///< the number of the source
+    std::string symbol;             ///< that of the updates
+    std::uint64_t dropped = 0;      ///< updates that made room for others
+    std::uint64_t merged = 0;       ///< updates that were merged into another one
 };
 
 /// Takes what comes for subscriptions and hands it out on a thread of the application, when that asks for it.
@@ -116,11 +119,15 @@ struct QueueCounts {
 /// @thread any; with one thread that polls, events are handled in order
 class TIVRA_API UpdateQueue {
 public:
+    /// What poll() calls with each event, which is valid during the call.
     using Handler = std::function<void(const QueueEvent&)>;
 
     /// @throws Error (InvalidArgument) for a limit of 0
     explicit UpdateQueue(QueueOptions options = {});
+    /// Takes over what waits; subscriptions go on into this one. A queue that was moved from is empty, and
+    /// its handlers do nothing.
     UpdateQueue(UpdateQueue&&) noexcept;
+    /// The same; the queue that was here is dropped as in the destructor.
     UpdateQueue& operator=(UpdateQueue&&) noexcept;
     /// Drops what waits. Subscriptions go on, to nobody.
     ~UpdateQueue();
@@ -142,6 +149,8 @@ public:
     /// @throws Error (System) when the system refuses one
     int descriptor() const;
 
+    /// How the queue is doing now: all figures are of one moment. All zero in a child that the process has
+    /// forked.
     QueueStatistics statistics() const;
     /// Of the subscriptions that are open or have events that wait: symbols of which something was dropped or
     /// merged.

@@ -20,15 +20,26 @@ using TimePoint = std::chrono::time_point<std::chrono::system_clock, std::chrono
 class TIVRA_API Value {
 public:
     /// How the feed's dictionary types a value; as() says which C++ types each can be read as.
-    enum class Type { Integer, Double, Text, Time };
+    enum class Type {
+        Integer, ///< signed, of 64 bits; flags and enumerated fields too
+        Double,  ///< a floating-point number
+        Text,    ///< bytes as the hub has sent them
+        Time     ///< a date, a time or both, in UTC
+    };
 
+    /// The Integer 0.
     Value() noexcept : m_type(Type::Integer) { m_content.integer = 0; }
+    /// An Integer.
     static Value ofInteger(std::int64_t value) noexcept;
+    /// A Double.
     static Value ofDouble(double value) noexcept;
+    /// A Text, which isn't copied: it has to live as long as the value and its copies.
     static Value ofText(std::string_view value) noexcept;
+    /// A Time.
     /// @param seconds  since 1970-01-01 00:00 UTC
     static Value ofTime(double seconds) noexcept;
 
+    /// Which type it has.
     Type type() const noexcept { return m_type; }
 
     /// The value as a C++ type:

@@ -25,9 +25,13 @@ class MessageEvent;
 /// The library never deletes a handler; it must outlive the session that it was registered with.
 class TIVRA_API MessageEventHandler {
 public:
+    /// For derived classes.
     MessageEventHandler() = default;
+    /// The copy is another handler, which has to be registered itself.
     MessageEventHandler(const MessageEventHandler&) = default;
+    /// Changes nothing in which of them is registered.
     MessageEventHandler& operator=(const MessageEventHandler&) = default;
+    /// Not while the library may still call it; see above.
     virtual ~MessageEventHandler();
 
     /// Called once per message, in the order in which the hub sent them.

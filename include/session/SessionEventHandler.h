@@ -21,9 +21,13 @@ class SessionEvent;
 /// The library never deletes a handler; it must outlive the session that it was given to.
 class TIVRA_API SessionEventHandler {
 public:
+    /// For derived classes.
     SessionEventHandler() = default;
+    /// The copy is another handler, which has to be given to a session itself.
     SessionEventHandler(const SessionEventHandler&) = default;
+    /// Changes nothing in which of them is given to a session.
     SessionEventHandler& operator=(const SessionEventHandler&) = default;
+    /// Not while the library may still call it; see above.
     virtual ~SessionEventHandler();
 
     /// Called once per event, in the order in which the events came up.

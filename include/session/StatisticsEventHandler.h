@@ -19,9 +19,13 @@ class StatisticsEvent;
 /// The library never deletes a handler; it must outlive the session that it was registered with.
 class TIVRA_API StatisticsEventHandler {
 public:
+    /// For derived classes.
     StatisticsEventHandler() = default;
+    /// The copy is another handler, which has to be registered itself.
     StatisticsEventHandler(const StatisticsEventHandler&) = default;
+    /// Changes nothing in which of them is registered.
     StatisticsEventHandler& operator=(const StatisticsEventHandler&) = default;
+    /// Not while the library may still call it; see above.
     virtual ~StatisticsEventHandler();
 
     /// Called once per interval given to Session::registerStatisticsEventHandler.

@@ -19,9 +19,13 @@ class UserEvent;
 /// The library never deletes a handler; it must outlive the user that it was given to.
 class TIVRA_API UserEventHandler {
 public:
+    /// For derived classes.
     UserEventHandler() = default;
+    /// The copy is another handler, which has to be given to a user itself.
     UserEventHandler(const UserEventHandler&) = default;
+    /// Changes nothing in which of them is given to a user.
     UserEventHandler& operator=(const UserEventHandler&) = default;
+    /// Not while the library may still call it; see above.
     virtual ~UserEventHandler();
 
     /// Called when the login result of the user changes, not once per hub.
