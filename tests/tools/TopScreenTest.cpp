@@ -121,6 +121,8 @@ TEST_F(Top, OnceAndWhatCannotBeShown) {
          {"tivra-top -H $CLOSED -u demo -t 1 --once", 3, "", HasSubstr(closedHost)},
          {"TIVRA_PASSWORD=wrong tivra-top -H $HUB -u demo --no-compression --once", 4, "",
           HasSubstr("refused the login")},
+         {"tivra-top -H $HUB -u demo --serve $HUB", 8, "", HasSubstr("cannot serve the page at 127.0.0.1:")},
+         {"tivra-top -H $HUB -u demo --serve no:port", 2, "", HasSubstr("nothing to listen at")},
          {"tivra-top -H $HUB -u demo --no-compression", 8, "", HasSubstr("no terminal; --once prints")}});
     expect({{"TERM=dumb tivra-top -H $HUB -u demo --no-compression", 8,
              HasSubstr("TERM=dumb can't move its cursor"), ""},

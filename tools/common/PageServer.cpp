@@ -1,18 +1,17 @@
 #include "common/PageServer.h"
 
+#include "common/Listener.h"
+
 #include <fmt/format.h>
 
 #include <microhttpd.h>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace tivra_tools {
@@ -26,35 +25,6 @@ constexpr unsigned kIdleSeconds = 10;
 
 [[noreturn]] void fail(const std::string& address, int error) {
     throw std::runtime_error(fmt::format("cannot serve statistics at {}: {}", address, std::strerror(error)));
-}
-
-sockaddr_in addressOf(const std::string& text) {
-    const std::size_t colon = text.rfind(':');
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(text.c_str() + colon + 1)));
-    if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1)
-        fail(text, EINVAL);
-    return address;
-}
-
-/// A socket that listens; `text` becomes the address that it has.
-int listenAt(std::string& text) {
-    sockaddr_in address = addressOf(text);
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    socklen_t length = sizeof address;
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const int on = 1;
-    if (fd < 0 || setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(fd, plain, length) != 0 || listen(fd, static_cast<int>(kMaxConnections)) != 0 ||
-        getsockname(fd, plain, &length) != 0) {
-        const int error = errno;
-        if (fd >= 0)
-            close(fd);
-        fail(text, error);
-    }
-    text = fmt::format("{}:{}", text.substr(0, text.rfind(':')), ntohs(address.sin_port));
-    return fd;
 }
 
 Page pageFor(const PageServer::Pages& pages, std::string_view method, std::string_view path) {
@@ -91,7 +61,12 @@ MHD_Result onRequest(void* pages, MHD_Connection* connection, const char* path, 
 
 PageServer::PageServer(const std::string& address, Pages pages)
     : m_address(address), m_pages(std::move(pages)) {
-    const int fd = listenAt(m_address);
+    int fd = -1;
+    try {
+        fd = listenAt(m_address, static_cast<int>(kMaxConnections));
+    } catch (const std::system_error& error) {
+        fail(address, error.code().value());
+    }
     m_daemon =
         MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD, 0, nullptr, nullptr, onRequest,
                          &m_pages, MHD_OPTION_LISTEN_SOCKET, fd, MHD_OPTION_CONNECTION_LIMIT, kMaxConnections,

@@ -24,7 +24,7 @@ by, r turns the order round; / begins a filter of symbols, Esc ends it; up and d
 picture; q ends.
 
 Exit codes: 0 ended as asked, 1 internal error, 2 wrong usage, 3 no hub could be reached,
-4 login refused, 6 no answer in time with --once, 8 no terminal,
+4 login refused, 6 no answer in time with --once, 8 no terminal, or the page cannot be served,
 130 interrupted before the connection stood.)";
 
 /// What is checked before it becomes Options.
@@ -33,6 +33,7 @@ struct RawOptions {
     std::vector<std::string> symbols;
     bool isPlain = false;
     bool isColorless = false;
+    std::string serve;
 };
 
 void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
@@ -69,7 +70,13 @@ void declareOutput(CLI::App& app, Options& options, RawOptions& raw) {
         ->delimiter(',')
         ->allow_extra_args(false)
         ->group(group);
-    app.add_flag("--once", options.isOnce, "print one picture as text and end, without a terminal")
+    CLI::Option* const once =
+        app.add_flag("--once", options.isOnce, "print one picture as text and end, without a terminal")
+            ->group(group);
+    app.add_option("--serve", raw.serve,
+                   "[ADDRESS:]PORT of a page for browsers in place of the screen; without an address "
+                   "127.0.0.1, port 0 is a free one")
+        ->excludes(once)
         ->group(group);
     app.add_flag("--no-color", raw.isColorless, "no colour; NO_COLOR in the environment does the same")
         ->group(group);
@@ -116,6 +123,8 @@ void complete(Options& options, RawOptions& raw) {
         addSymbol(options, raw.sources, symbol);
     options.hasCompression = !raw.isPlain;
     const char* const noColor = std::getenv("NO_COLOR");
+    if (!raw.serve.empty())
+        options.serve = tivra_tools::resolveListener(raw.serve);
     options.hasColor = !raw.isColorless && (noColor == nullptr || *noColor == '\0');
 }
 
@@ -123,7 +132,8 @@ void complete(Options& options, RawOptions& raw) {
 
 std::optional<Options> readOptions(int argc, char** argv) {
     tivra_tools::refusePasswordArgument(argc, argv);
-    CLI::App app("Shows a market-data feed as it is now on the whole screen: values, hubs and the log.",
+    CLI::App app("Shows a market-data feed as it is now, on the whole screen or in a browser: values, hubs "
+                 "and the log.",
                  "tivra-top");
     app.footer(kFooter);
     app.set_version_flag("--version", std::string("tivra-top ") + TIVRA_TOP_VERSION);

@@ -23,6 +23,7 @@ struct Options {
     bool isDebug = false;
     bool isOnce = false;
     bool hasColor = true;
+    std::string serve; ///< "address:port", empty for none
 };
 
 /// Nothing when all is done, for --help.

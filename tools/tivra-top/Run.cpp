@@ -1,5 +1,6 @@
 #include "Run.h"
 
+#include "EventServer.h"
 #include "Painter.h"
 #include "Terminal.h"
 
@@ -8,6 +9,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -18,6 +20,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kFrame{250};
+/// How often the page gets what has changed.
+constexpr std::chrono::milliseconds kPagePace{500};
 constexpr std::chrono::milliseconds kOnceSlice{20};
 /// Rates need a second, and a little more.
 constexpr std::chrono::milliseconds kRateSpan{1050};
@@ -82,6 +86,22 @@ ExitCode runOnce(const Options& options, FeedWatch& watch, Signals& signals) {
     if (!isAnswered)
         fmt::print(stderr, "tivra-top: not all was answered in {} s\n", options.timeoutSeconds);
     return isAnswered ? ExitCode::Ended : ExitCode::NoAnswer;
+}
+
+ExitCode runPage(const Options& options, FeedWatch& watch, Signals& signals) {
+    EventServer server(options.serve);
+    fmt::print("tivra-top: page on http://{}/\n", server.address());
+    std::fflush(stdout);
+    Clock::time_point next = Clock::now();
+    while (!signals.hasEnd()) {
+        server.publish(watch.picture());
+        next = std::max(next + kPagePace, Clock::now());
+        if (!rest(signals, next - Clock::now()))
+            break;
+    }
+    fmt::print("tivra-top: {} viewers, {} of them dropped for being slow\n", server.viewers(),
+               server.dropped());
+    return ExitCode::Ended;
 }
 
 } // namespace tivra_top

@@ -10,4 +10,7 @@ namespace tivra_top {
 /// One picture as text on standard output.
 [[nodiscard]] ExitCode runOnce(const Options& options, FeedWatch& watch, Signals& signals);
 
+/// The page for browsers, until a signal ends it.
+[[nodiscard]] ExitCode runPage(const Options& options, FeedWatch& watch, Signals& signals);
+
 } // namespace tivra_top

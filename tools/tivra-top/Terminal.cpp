@@ -20,7 +20,7 @@ namespace tivra_top {
 
 namespace {
 
-constexpr const char* kInstead = "; --once prints one picture as text";
+constexpr const char* kInstead = "; --once prints one picture as text, --serve shows it in a browser";
 
 short pairOf(Style style) {
     return static_cast<short>(static_cast<int>(style) + 1);

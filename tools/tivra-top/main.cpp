@@ -23,15 +23,15 @@ int runProgram(int argc, char** argv) {
     const std::optional<Options> options = readOptions(argc, argv);
     if (!options)
         return static_cast<int>(ExitCode::Ended);
-    if (!options->isOnce)
+    const bool hasScreen = !options->isOnce && options->serve.empty();
+    if (hasScreen)
         Terminal::check();
     const std::string logFile = tivra_tools::logFileName(options->logFile, kProgram);
     const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile, kProgram);
     Signals signals;
     FeedWatch watch(*options, password, logFile, signals);
-    const ExitCode code =
-        options->isOnce ? runOnce(*options, watch, signals) : runScreen(*options, watch, signals);
-    return static_cast<int>(code);
+    const auto shown = hasScreen ? runScreen : options->isOnce ? runOnce : runPage;
+    return static_cast<int>(shown(*options, watch, signals));
 }
 
 } // namespace

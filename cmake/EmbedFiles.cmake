@@ -1,0 +1,15 @@
+# Makes a source file that holds other files: cmake -DOUT=FILE -DFILES=PATH;TYPE;FILE;PATH;TYPE;FILE... -P EmbedFiles.cmake
+set(text "#include \"Assets.h\"\n\nnamespace tivra_top {\n\nnamespace {\n\n")
+set(table "")
+set(count 0)
+while(FILES)
+  list(POP_FRONT FILES path type file)
+  file(READ ${file} hex HEX)
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
+  string(APPEND text "constexpr unsigned char kFile${count}[] = {${bytes}};\n")
+  string(APPEND table "    {\"${path}\", \"${type}\", kFile${count}, sizeof kFile${count}},\n")
+  math(EXPR count "${count} + 1")
+endwhile()
+string(APPEND text "\nconst Asset kAssets[] = {\n${table}};\n\n} // namespace\n\n"
+  "std::span<const Asset> assets() {\n    return kAssets;\n}\n\n} // namespace tivra_top\n")
+file(WRITE ${OUT} "${text}")
