@@ -11,6 +11,7 @@ import tivra
 from capturefile import capture
 from days import SAMPLE, whole_day
 from tivra.__main__ import main
+from tivra.writing import _WRITERS
 
 SECOND = 1_000_000_000
 MESSAGES = [(time * SECOND, f"4={100 + time % 2}|5=IBM|101={time}|105=|202={time}.5".encode()) for time in range(1, 5)]
@@ -80,7 +81,42 @@ def test_csv_and_json_lines_keep_null_from_empty(tmp_path, few):
     assert lines[0] == {"received": "1970-01-01T00:00:01.000000000Z", "source": 101, "symbol": "IBM", "kind": "update",
                         "gap": False, "BID": 1.0, "QUOTE.EXCHANGE": "", "QUOTE.DATETIME": "1970-01-01T00:00:01.500000000Z"}
     text = (tmp_path / "few.csv").read_text().splitlines()
-    assert text[1] == '1970-01-01 00:00:01.000000000Z,101,"IBM","update",,,false,1,"",1970-01-01 00:00:01.500000000Z'
+    assert text[1] == '"1970-01-01 00:00:01.000000000Z",101,"IBM","update",,,false,1,"","1970-01-01 00:00:01.500000000Z"'
+
+
+@pytest.mark.parametrize("name", ["odd.csv", "odd.jsonl"])
+def test_values_that_are_hard_to_write_come_back(tmp_path, name):
+    texts = ['"', "\\", "a,b", "\u00e9", "\x01", "\x0b", ""]
+    numbers = [0.1, -1e300, 5e-324, 1e22, 123456789.125, -0.0, 3.0]
+    times = [-1, 0, 999_999_999, 951_782_399_000_000_001, 4_102_444_800_000_000_000, None, -62_000_000_000_000_000]
+    table = pyarrow.record_batch({"text": texts, "number": numbers, "time": pyarrow.array(times, pyarrow.timestamp("ns", "UTC")),
+                                  "flag": [True, None] * 3 + [False], "count": [2**63 - 1, -2**63, *range(5)]})
+    writer = _WRITERS[name[4:]](str(tmp_path / name), table.schema)
+    for part in (table.slice(0, 3), table.slice(3)):
+        writer.write(part)
+    writer.close()
+    if name == "odd.csv":
+        types = pyarrow.csv.ConvertOptions(column_types=table.schema, strings_can_be_null=True, quoted_strings_can_be_null=False)
+        assert pyarrow.csv.read_csv(tmp_path / name, convert_options=types).to_batches()[0].equals(table)
+    else:
+        lines = [json.loads(line) for line in (tmp_path / name).read_text(encoding="utf-8").splitlines()]
+        assert [[line[column] for line in lines] for column in ("text", "number", "count")] == [
+            texts, numbers, table["count"].to_pylist()]
+        assert [line.get("flag") for line in lines] == table["flag"].to_pylist()
+        whens = pyarrow.array([line.get("time") for line in lines]).cast(pyarrow.timestamp("ns", "UTC"))
+        assert whens.equals(table["time"])
+
+
+def test_long_texts_are_held_in_bounds(tmp_path, monkeypatch):
+    path = tmp_path / "long.cap"
+    path.write_bytes(capture(*[[(SECOND, b"4=%d|5=IBM|105=" % (100 + part % 2) + b"x" * 1_000_000)] * 2 for part in range(36)]))
+    batches = tivra.read_capture(path, dictionary=tivra.Dictionary.builtin())
+    assert [len(batch) for batch in batches] == [68, 4]
+    monkeypatch.setattr("tivra.writing._MOST_HELD", 10_000_000)
+    assert export(path, "-o", tmp_path / "long.parquet", "--split", "source") == 0
+    for source in (100, 101):
+        with pyarrow.parquet.ParquetFile(tmp_path / f"long-{source}.parquet") as file:
+            assert file.metadata.num_rows == 36 and file.metadata.num_row_groups == 2
 
 
 @pytest.mark.parametrize("split, names", [("source", ["few-100.parquet", "few-101.parquet"]),

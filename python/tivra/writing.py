@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import datetime
 import json
 import os
 from abc import ABC, abstractmethod
@@ -24,6 +23,9 @@ GAPS_KEY = b"tivra.gaps"
 """Where a Parquet file has what is known to be missing in it, as a list of texts."""
 
 _ROW_GROUP = 1 << 20
+_MOST_HELD = 256 << 20
+"""Bytes that wait to be written, in all files of an export."""
+_TIME_LENGTH = 30
 _MOST_PARTS = 256
 
 
@@ -34,11 +36,15 @@ class Writer(ABC):
         self.schema = schema
         self.path = path
         self.rows = 0
+        self.held_bytes = 0  #: of what write_held() would write
         self._part = path + ".part"
 
     @abstractmethod
     def write(self, batch: Any) -> None:
         """Adds a ``pyarrow.RecordBatch``."""
+
+    def write_held(self) -> None:
+        """Gives up what waits in memory for more."""
 
     @abstractmethod
     def _finish(self) -> None:
@@ -77,21 +83,23 @@ class ParquetFile(Writer):
     def write(self, batch: Any) -> None:
         self._batches.append(batch)
         self._held += batch.num_rows
+        self.held_bytes += batch.nbytes
         self.rows += batch.num_rows
         if self._held >= _ROW_GROUP:
-            self._write_group()
+            self.write_held()
 
     def note_gaps(self, gaps: Sequence[Gap]) -> None:
         self._writer.add_key_value_metadata({GAPS_KEY: json.dumps([str(gap) for gap in gaps])})
 
-    def _write_group(self) -> None:
+    def write_held(self) -> None:
+        if not self._batches:
+            return
         table = self._pa.Table.from_batches(self._batches).unify_dictionaries()
         self._writer.write_table(table, row_group_size=_ROW_GROUP)
-        self._batches, self._held = [], 0
+        self._batches, self._held, self.held_bytes = [], 0, 0
 
     def _finish(self) -> None:
-        if self._batches:
-            self._write_group()
+        self.write_held()
         self._writer.close()
 
 
@@ -100,13 +108,28 @@ class CsvFile(Writer):
 
     def __init__(self, path: str, schema: Any) -> None:
         super().__init__(path, schema)
-        csv = require("pyarrow.csv", "CSV")
-        self._schema = plain_schema(schema)
+        self._pa, csv = require("pyarrow", "CSV"), require("pyarrow.csv", "CSV")
+        self._plain = plain_schema(schema)
+        self._times = [index for index, column in enumerate(schema) if self._pa.types.is_timestamp(column.type)]
+        self._schema = self._plain
+        for index in self._times:
+            self._schema = self._schema.set(index, self._plain.field(index).with_type(self._pa.string()))
         self._writer = csv.CSVWriter(self._part, self._schema)
 
     def write(self, batch: Any) -> None:
-        self._writer.write(batch.cast(self._schema))
+        columns = batch.cast(self._plain).columns
+        for index in self._times:
+            columns[index] = self._texts_of(columns[index])
+        self._writer.write(self._pa.record_batch(columns, schema=self._schema))
         self.rows += batch.num_rows
+
+    def _texts_of(self, times: Any) -> Any:
+        """The same as pyarrow's own, of times that have different seconds seldom."""
+        pa = self._pa
+        texts = pa.py_buffer(_core.time_texts(*times.__arrow_c_array__(), " "))
+        offsets = pa.array(range(0, (len(times) + 1) * _TIME_LENGTH, _TIME_LENGTH), pa.int32()).buffers()[1]
+        validity = times.is_valid().buffers()[1] if times.null_count else None
+        return pa.Array.from_buffers(pa.string(), len(times), [validity, offsets, texts])
 
     def _finish(self) -> None:
         self._writer.close()
@@ -117,23 +140,12 @@ class JsonLinesFile(Writer):
 
     def __init__(self, path: str, schema: Any) -> None:
         super().__init__(path, schema)
-        pa = require("pyarrow", "JSON lines")
         self._schema = plain_schema(schema)
-        self._times = [index for index, column in enumerate(schema) if pa.types.is_timestamp(column.type)]
-        self._int64 = pa.int64()
-        self._file = open(self._part, "w", encoding="utf-8")
+        self._lines = _core.JsonLines()
+        self._file = open(self._part, "wb")
 
     def write(self, batch: Any) -> None:
-        columns = []
-        for index, column in enumerate(batch.cast(self._schema).columns):
-            if index in self._times:
-                columns.append([_iso(value) for value in column.cast(self._int64).to_pylist()])
-            else:
-                columns.append(column.to_pylist())
-        names = self._schema.names
-        for row in zip(*columns):
-            values = {name: value for name, value in zip(names, row) if value is not None}
-            self._file.write(json.dumps(values, ensure_ascii=False) + "\n")
+        self._file.write(self._lines.write(*batch.cast(self._schema).__arrow_c_array__()))
         self.rows += batch.num_rows
 
     def _finish(self) -> None:
@@ -160,7 +172,12 @@ class SplitWriter:
         """Adds a ``pyarrow.RecordBatch``."""
         if self._split is None:
             self._part("", batch.schema).write(batch)
-            return
+        else:
+            self._write_split(batch)
+        while sum(part.held_bytes for part in self._parts.values()) > _MOST_HELD:
+            max(self._parts.values(), key=lambda part: part.held_bytes).write_held()
+
+    def _write_split(self, batch: Any) -> None:
         compute = require("pyarrow.compute", "--split")
         if self._split == "hour":
             keys = compute.strftime(batch.column("received"), format="%Y-%m-%dT%H")
@@ -260,11 +277,3 @@ def _field_type(pa: Any, type_: Any) -> Any:
     if pa.types.is_timestamp(type_):
         return pa.timestamp("ns", "UTC")
     return pa.string()
-
-
-def _iso(nanoseconds: int | None) -> str | None:
-    if nanoseconds is None:
-        return None
-    seconds, rest = divmod(nanoseconds, 1_000_000_000)
-    time = datetime.datetime(1970, 1, 1) + datetime.timedelta(seconds=seconds)
-    return f"{time:%Y-%m-%dT%H:%M:%S}.{rest:09}Z"

@@ -8,11 +8,11 @@
 
 namespace tivra_python {
 
-/// Looks at one column of an array that somebody else holds: integers of 32 or 64 bits, doubles, texts with
-/// 32-bit offsets and times in nanoseconds.
+/// Looks at one column of an array that somebody else holds: integers of 32 or 64 bits, doubles, truth
+/// values, texts with 32-bit offsets and times in nanoseconds.
 class ArrowCells {
 public:
-    enum class Kind { Int32, Int64, Double, Text, Time, Other };
+    enum class Kind { Int32, Int64, Double, Bool, Text, Time, Other };
 
     ArrowCells(const ArrowSchema& schema, const ArrowArray& array)
         : m_kind(kindOf(schema.format)), m_name(schema.name != nullptr ? schema.name : ""), m_array(&array) {}
@@ -21,10 +21,9 @@ public:
     [[nodiscard]] std::string_view name() const noexcept { return m_name; }
 
     [[nodiscard]] bool isNull(std::int64_t row) const {
-        const auto* const validity = static_cast<const std::uint8_t*>(m_array->buffers[0]);
-        const std::int64_t bit = m_array->offset + row;
-        return validity != nullptr && (validity[bit / 8] >> bit % 8 & 1) == 0;
+        return m_array->buffers[0] != nullptr && !bit(0, row);
     }
+    [[nodiscard]] bool boolean(std::int64_t row) const { return bit(1, row); }
     [[nodiscard]] std::int64_t integer(std::int64_t row) const {
         return m_kind == Kind::Int32 ? value<std::int32_t>(row) : value<std::int64_t>(row);
     }
@@ -40,9 +39,15 @@ private:
         return format == "i"                ? Kind::Int32
                : format == "l"              ? Kind::Int64
                : format == "g"              ? Kind::Double
+               : format == "b"              ? Kind::Bool
                : format == "u"              ? Kind::Text
                : format.starts_with("tsn:") ? Kind::Time
                                             : Kind::Other;
+    }
+    [[nodiscard]] bool bit(int buffer, std::int64_t row) const {
+        const std::int64_t position = m_array->offset + row;
+        return (static_cast<const std::uint8_t*>(m_array->buffers[buffer])[position / 8] >> position % 8 &
+                1) != 0;
     }
     template<class T>
     [[nodiscard]] T value(std::int64_t row) const {

@@ -13,6 +13,8 @@ namespace {
 
 /// What the numbers of a batch may take.
 constexpr std::size_t kMaxNumberBytes = std::size_t{256} << 20;
+/// And the messages that its rows are made of, whose texts it has.
+constexpr std::size_t kMaxMessageBytes = std::size_t{64} << 20;
 
 std::vector<const MetaToken*> findFields(FieldDictionary& dictionary, const std::vector<std::string>& names) {
     std::vector<const MetaToken*> fields;
@@ -65,7 +67,8 @@ std::shared_ptr<RowBatch> MessageBatches::next(const Pause& pause) {
 }
 
 void MessageBatches::fill(const Pause& pause) {
-    while (!m_isAtEnd && m_rows.rows() < m_maxRows && !m_rows.isFull()) {
+    m_batchBytes = 0;
+    while (!m_isAtEnd && m_rows.rows() < m_maxRows && m_batchBytes < kMaxMessageBytes && !m_rows.isFull()) {
         if (++m_read % kPauseEvery == 0)
             pause();
         try {
@@ -90,7 +93,10 @@ bool MessageBatches::addMessage() {
     const std::size_t rows = m_rows.rows();
     if (m_decoder.decode(message, m_filter, m_isAfterGap, m_rows) == BodyDecoder::Outcome::Unreadable)
         noteUnreadable();
-    m_isAfterGap = m_isAfterGap && m_rows.rows() == rows;
+    if (m_rows.rows() != rows) {
+        m_batchBytes += message.body.size();
+        m_isAfterGap = false;
+    }
     return true;
 }
 

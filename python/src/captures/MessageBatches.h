@@ -28,7 +28,7 @@ struct RecordedNote {
 class MessageBatches {
 public:
     /// @param fields   names or numbers of the columns; throws FileFault for one that the dictionary lacks
-    /// @param maxRows  rows of a batch, at least 1; fewer where the columns are many
+    /// @param maxRows  rows of a batch, at least 1; fewer where columns are many or messages long
     MessageBatches(std::unique_ptr<MessageSource> source, std::unique_ptr<FieldDictionary> dictionary,
                    const std::vector<std::string>& fields, RowFilter filter, std::size_t maxRows);
 
@@ -64,7 +64,8 @@ private:
     RowBuilder m_rows;
     BodyDecoder m_decoder;
     std::size_t m_maxRows;
-    std::uint64_t m_read = 0; ///< messages and notes
+    std::size_t m_batchBytes = 0; ///< of the messages of this batch
+    std::uint64_t m_read = 0;     ///< messages and notes
     std::uint64_t m_messages = 0;
     std::uint64_t m_unreadable = 0;
     std::string m_firstUnreadable;

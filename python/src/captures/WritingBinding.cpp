@@ -4,7 +4,9 @@
 #include "captures/BodyWriter.h"
 #include "captures/FieldRows.h"
 #include "captures/FileFault.h"
+#include "captures/JsonLines.h"
 #include "captures/ReplayHub.h"
+#include "captures/TimeText.h"
 
 #include <nanobind/nanobind.h>
 #include <nanobind/stl/string.h>
@@ -38,6 +40,26 @@ void add(BodyWriter& writer, const nb::capsule& schema, const nb::capsule& array
     writer.add(contentOf<ArrowSchema>(schema, "arrow_schema"), contentOf<ArrowArray>(array, "arrow_array"));
 }
 
+nb::bytes linesOf(JsonLines& lines, const nb::capsule& schema, const nb::capsule& array) {
+    const std::string& text = lines.write(contentOf<ArrowSchema>(schema, "arrow_schema"),
+                                          contentOf<ArrowArray>(array, "arrow_array"));
+    return nb::bytes(text.data(), text.size());
+}
+
+/// The bytes of the texts, all of TimeText::kLength; those of NULLs as they come.
+nb::bytes timeTexts(const nb::capsule& schema, const nb::capsule& array, char separator) {
+    const ArrowArray& times = contentOf<ArrowArray>(array, "arrow_array");
+    const ArrowCells cells(contentOf<ArrowSchema>(schema, "arrow_schema"), times);
+    if (cells.kind() != ArrowCells::Kind::Time)
+        throw FileFault("the column has no times");
+    TimeText time(separator);
+    std::string text;
+    text.reserve(static_cast<std::size_t>(times.length) * TimeText::kLength);
+    for (std::int64_t row = 0; row < times.length; ++row)
+        text.append(time.of(cells.integer(row)), TimeText::kLength);
+    return nb::bytes(text.data(), text.size());
+}
+
 std::unique_ptr<ReplayHub> startHub(const std::string& path, std::uint16_t port, double factor,
                                     std::size_t startWhen) {
     const Unlock released;
@@ -61,6 +83,10 @@ void bindWriting(nb::module_& module) {
         .def("add", add, nb::arg("schema"), nb::arg("array"))
         .def("finish", &BodyWriter::finish)
         .def_prop_ro("messages", &BodyWriter::messages);
+    nb::class_<JsonLines>(module, "JsonLines", "Writes rows as JSON, an object per line.")
+        .def(nb::init<>())
+        .def("write", linesOf, nb::arg("schema"), nb::arg("array"));
+    module.def("time_texts", timeTexts, nb::arg("schema"), nb::arg("array"), nb::arg("separator"));
     nb::class_<ReplayHub>(module, "ReplayHub", "A hub that plays a capture.")
         .def("stop", &ReplayHub::stop, nb::call_guard<Unlock>())
         .def_prop_ro("port", &ReplayHub::port)
