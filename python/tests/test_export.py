@@ -109,14 +109,14 @@ def test_values_that_are_hard_to_write_come_back(tmp_path, name):
 
 def test_long_texts_are_held_in_bounds(tmp_path, monkeypatch):
     path = tmp_path / "long.cap"
-    path.write_bytes(capture(*[[(SECOND, b"4=%d|5=IBM|105=" % (100 + part % 2) + b"x" * 1_000_000)] * 2 for part in range(36)]))
+    path.write_bytes(capture(*[[(SECOND, b"4=%d|5=IBM|105=" % (100 + part % 2) + b"x" * 250_000)] for part in range(290)]))
     batches = tivra.read_capture(path, dictionary=tivra.Dictionary.builtin())
-    assert [len(batch) for batch in batches] == [68, 4]
+    assert [len(batch) for batch in batches] == [269, 21]
     monkeypatch.setattr("tivra.writing._MOST_HELD", 10_000_000)
     assert export(path, "-o", tmp_path / "long.parquet", "--split", "source") == 0
     for source in (100, 101):
         with pyarrow.parquet.ParquetFile(tmp_path / f"long-{source}.parquet") as file:
-            assert file.metadata.num_rows == 36 and file.metadata.num_row_groups == 2
+            assert file.metadata.num_rows == 145 and file.metadata.num_row_groups == 2
 
 
 @pytest.mark.parametrize("split, names", [("source", ["few-100.parquet", "few-101.parquet"]),

@@ -126,7 +126,8 @@ class CsvFile(Writer):
     def _texts_of(self, times: Any) -> Any:
         """The same as pyarrow's own, of times that have different seconds seldom."""
         pa = self._pa
-        texts = pa.py_buffer(_core.time_texts(*times.__arrow_c_array__(), " "))
+        schema, array = times.__arrow_c_array__()
+        texts = pa.py_buffer(_core.time_texts(schema, array, " "))
         offsets = pa.array(range(0, (len(times) + 1) * _TIME_LENGTH, _TIME_LENGTH), pa.int32()).buffers()[1]
         validity = times.is_valid().buffers()[1] if times.null_count else None
         return pa.Array.from_buffers(pa.string(), len(times), [validity, offsets, texts])
