@@ -121,6 +121,15 @@ std::size_t Hub::pushRecord(const Record& record) {
     return count;
 }
 
+std::size_t Hub::pushRecords(const std::vector<Record>& records) {
+    std::size_t count = 0;
+    m_engine->run([&] {
+        for (const Record& record : records)
+            count += m_engine->publishRecord(record.body(), FrameKind::Update);
+    });
+    return count;
+}
+
 std::size_t Hub::pushRefresh(int source, std::string_view symbol) {
     std::size_t count = 0;
     m_engine->run([&] {

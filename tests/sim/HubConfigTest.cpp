@@ -82,8 +82,8 @@ TEST(HubConfig, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
           "\"enumerations[0].values[0].value\""}});
     expectRefused<GroupConfig>(
         {{"[]", "configuration: must be an object"},
-         {"{}", "1 to 8 members, not 0"},
-         {R"({"size": 9})", "\"size\": must be a whole number from 1 to 8"},
+         {"{}", "1 to 16 members, not 0"},
+         {R"({"size": 17})", "\"size\": must be a whole number from 1 to 16"},
          {R"({"size": 1, "members": [{}, {}]})", "\"members\": must not be more than"},
          {R"({"members": {}})", "\"members\": must be a list"},
          {R"({"members": [{}, {"prot": 1}]})", "\"members[1].prot\": unknown key"},

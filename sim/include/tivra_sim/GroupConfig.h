@@ -50,7 +50,7 @@ struct GroupConfig {
     /// Patterns (extended regular expressions, in any case) and the members that have what they match. Where
     /// several match, the first in the order of the texts decides.
     using Split = std::map<std::string, std::size_t>;
-    static constexpr std::size_t MOST_MEMBERS = 8;
+    static constexpr std::size_t MOST_MEMBERS = 16;
 
     std::vector<GroupMember> members;
     /// Split sources; a member that has a pattern carries the source too.

@@ -138,6 +138,8 @@ public:
     /// Stores the record's values for its source and symbol (which it makes known) and sends it to its
     /// subscribers. Returns how many got it.
     std::size_t pushRecord(const Record& record);
+    /// The same with many, in their order, for one look of the hub's thread. Returns how many went out.
+    std::size_t pushRecords(const std::vector<Record>& records);
     /// Sends the last values of a symbol as a refresh record to its subscribers. Returns how many got it.
     std::size_t pushRefresh(int source, std::string_view symbol);
     /// Sends a record to every connection that is logged in, subscribed or not. Returns how many got it.

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+
+namespace tivra_soak {
+
+/// What the process has taken of its machine.
+struct Footprint {
+    double residentBytes = 0.0;
+    std::size_t descriptors = 0;
+    std::size_t threads = 0;
+    std::uint64_t logBytes = 0;
+    double cpuSeconds = 0.0;
+
+    /// @param logs  the folder whose files are the log
+    [[nodiscard]] static Footprint now(const std::filesystem::path& logs);
+};
+
+} // namespace tivra_soak
