@@ -147,6 +147,21 @@ except Exception as error:
     assert "subinterpreter" in done.stdout, done.stdout + done.stderr
 
 
+@pytest.mark.parametrize("is_on, shown", [(True, "fine"), (False, "needs Python's global lock, which is off: leave out PYTHON_GIL=0")])
+def test_an_interpreter_without_its_lock_is_refused(is_on, shown):
+    code = f"""
+import sys
+sys._is_gil_enabled = lambda: {is_on}
+try:
+    import tivra
+    print("fine")
+except ImportError as error:
+    print(error)
+"""
+    done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, timeout=60)
+    assert shown in done.stdout, done.stdout + done.stderr
+
+
 def test_the_package_has_the_librarys_version_and_library():
     import importlib.metadata
 

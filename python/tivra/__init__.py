@@ -22,6 +22,7 @@ Without asyncio the same is ``with tivra.Feed(...) as feed``, ``feed.snapshot(..
 
 import atexit as _atexit
 
+from . import _interpreter
 from ._core import Event, Record
 from ._core import version as _version
 from .answer import Answer, Snapshot
@@ -38,6 +39,8 @@ from .gap import Gap
 from .replay import Replay
 from .subscription import Batches, Subscription
 from .writing import write_capture
+
+_interpreter.check()
 
 __version__ = _version()
 
