@@ -78,7 +78,7 @@ std::string Value::toText() const {
 
 TimePoint Value::toTimePoint() const {
     const double micros = std::round(m_content.number * kMicroseconds);
-    constexpr auto kMost = static_cast<double>(std::numeric_limits<std::int64_t>::max() / 2);
+    constexpr auto kMost = static_cast<double>(std::numeric_limits<std::int64_t>::max()) / 2;
     const bool fits = micros > -kMost && micros < kMost; // not for NaN either
     return TimePoint(std::chrono::microseconds(fits ? static_cast<std::int64_t>(micros) : 0));
 }

@@ -113,8 +113,8 @@ int HubEventReactor::handle_hub_requests(unsigned budget) {
 int HubEventReactor::write(unsigned& budget, double now) {
     const double start = tp::Clock::monotonic();
     Pass pass{budget, now, 0, false, {}, {}};
-    double locked = start;
-    double done = start;
+    double locked = 0.0;
+    double done = 0.0;
     {
         const tp::MutexLock lock(m_request_mutex);
         locked = tp::Clock::monotonic();

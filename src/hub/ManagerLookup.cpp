@@ -36,11 +36,13 @@ LnkApplicationVersion applicationVersion() {
     LnkApplicationVersion version{};
     std::strncpy(version.szProgramName, kProgramName, sizeof version.szProgramName - 1);
     // The date is written YYYYMMDD, the version begins with a letter and the number of the build.
+    // NOLINTBEGIN(cert-err34-c): both are our own
     const int date = std::atoi(kVersionDate);
     version.sDate.nYear = static_cast<uint16_t>(date / 10'000);
     version.sDate.nMonth = static_cast<uint8_t>(date / 100 % 100);
     version.sDate.nDay = static_cast<uint8_t>(date % 100);
     version.wBuildNumber = static_cast<uint16_t>(std::atoi(kVersion + 1));
+    // NOLINTEND(cert-err34-c)
     return version;
 }
 

@@ -145,8 +145,10 @@ void dumpLogFile(BoundedText& text) noexcept {
                    eprintf_current_file_date);
     text.appendCut("%p: static int eprintf_fd sizeof=%zu %d\n", address(&eprintf_fd), sizeof eprintf_fd,
                    eprintf_fd);
+    // NOLINTBEGIN(bugprone-sizeof-expression): the size of the variable is meant
     text.appendCut("%p: static FILE* eprintf_file sizeof=%zu %p\n", address(&eprintf_file),
                    sizeof eprintf_file, address(eprintf_file));
+    // NOLINTEND(bugprone-sizeof-expression)
 }
 
 } // namespace tp
