@@ -7,6 +7,7 @@
 #include "feed/FeedImpl.h"
 #include "feed/FeedMetrics.h"
 #include "feed/GroupState.h"
+#include "feed/LeaveAlive.h"
 #include "feed/SubscriptionState.h"
 
 namespace tivra {
@@ -36,7 +37,7 @@ Feed::~Feed() {
     close();
     // In a child of the process that opened it there is no thread to wait for: what is inside stays.
     if (m_impl->registry().process().isForeign())
-        static_cast<void>(new std::shared_ptr<tivra_internal::FeedImpl>(m_impl));
+        tivra_internal::leaveAlive(m_impl);
 }
 
 Feed Feed::open(FeedOptions options) {

@@ -8,6 +8,7 @@
 #include <tp/Thread.h>
 
 #include "feed/FeedImpl.h"
+#include "feed/LeaveAlive.h"
 
 namespace tivra_internal {
 namespace {
@@ -171,7 +172,7 @@ Opening::~Opening() {
         return;
     // In a child of the process that opens there is no thread to wait for: what is inside stays.
     if (m_state->isForeign())
-        static_cast<void>(new std::shared_ptr<tivra_internal::OpeningState>(m_state));
+        tivra_internal::leaveAlive(m_state);
     else
         m_state->cancel();
 }
