@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -27,6 +28,8 @@ Footprint Footprint::now(const std::filesystem::path& logs) {
     double pages = 0.0;
     file >> pages >> pages;
     now.residentBytes = pages * static_cast<double>(sysconf(_SC_PAGESIZE));
+    const struct mallinfo2 heap = mallinfo2();
+    now.heapBytes = static_cast<double>(heap.uordblks + heap.hblkhd);
     now.descriptors = entriesOf("/proc/self/fd") - 1; // not the one that looks
     now.threads = entriesOf("/proc/self/task");
     for (const auto& entry : std::filesystem::directory_iterator(logs))

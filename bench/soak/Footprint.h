@@ -9,6 +9,7 @@ namespace tivra_soak {
 /// What the process has taken of its machine.
 struct Footprint {
     double residentBytes = 0.0;
+    double heapBytes = 0.0; ///< allocated and not freed
     std::size_t descriptors = 0;
     std::size_t threads = 0;
     std::uint64_t logBytes = 0;

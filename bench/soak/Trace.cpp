@@ -19,7 +19,7 @@ constexpr double kLogMegabytesAnHour = 100.0;
 Trace::Trace(const std::filesystem::path& file) : m_file(file) {
     if (!m_file)
         throw std::runtime_error("cannot write " + file.string());
-    m_file << "seconds,updates,rate,gaps,faults,resident_mb,threads,descriptors,log_mb,cpu_seconds\n";
+    m_file << "seconds,updates,rate,gaps,faults,resident_mb,heap_mb,threads,descriptors,log_mb,cpu_seconds\n";
 }
 
 void Trace::add(double seconds, const std::vector<std::unique_ptr<Reader>>& readers,
@@ -35,10 +35,10 @@ void Trace::add(double seconds, const std::vector<std::unique_ptr<Reader>>& read
     const double rate = passed > 0.0 ? static_cast<double>(updates - m_lastUpdates) / passed : 0.0;
     m_lastUpdates = updates;
     m_looks.push_back({seconds, footprint});
-    const std::string line =
-        fmt::format("{:.0f},{},{:.0f},{},{},{:.1f},{},{},{:.2f},{:.1f}", seconds, updates, rate, gaps, faults,
-                    footprint.residentBytes / kMegabyte, footprint.threads, footprint.descriptors,
-                    static_cast<double>(footprint.logBytes) / kMegabyte, footprint.cpuSeconds);
+    const std::string line = fmt::format(
+        "{:.0f},{},{:.0f},{},{},{:.1f},{:.1f},{},{},{:.2f},{:.1f}", seconds, updates, rate, gaps, faults,
+        footprint.residentBytes / kMegabyte, footprint.heapBytes / kMegabyte, footprint.threads,
+        footprint.descriptors, static_cast<double>(footprint.logBytes) / kMegabyte, footprint.cpuSeconds);
     m_file << line << std::endl; // whoever looks on wants it now
     fmt::print("{}\n", line);
     std::fflush(stdout);
@@ -68,6 +68,7 @@ bool Trace::judge() const {
         isBounded = isBounded && isWell;
     };
     compare("resident MB", kSlackMegabytes, [](const Footprint& at) { return at.residentBytes / kMegabyte; });
+    compare("heap MB", kSlackMegabytes, [](const Footprint& at) { return at.heapBytes / kMegabyte; });
     compare("threads", 24.0, [](const Footprint& at) { return static_cast<double>(at.threads); });
     compare("descriptors", 24.0, [](const Footprint& at) { return static_cast<double>(at.descriptors); });
     const double hours = m_looks.back().seconds / 3600.0;
