@@ -1,4 +1,5 @@
 // What tivra-top shows of a picture: rows, order and filter, in windows of any size.
+#include <tivra-top/OpenMetrics.h>
 #include <tivra-top/Painter.h>
 #include <tivra-top/RowTable.h>
 
@@ -147,6 +148,21 @@ TEST(TopPainter, DistributionLiesOnItsScale) {
     EXPECT_EQ(durationText(999us), "999us");
     EXPECT_EQ(durationText(9999us), "9.9ms");
     EXPECT_EQ(durationText(100h), "100h");
+}
+
+TEST(TopOpenMetrics, TakesSamplesAndCountsWhatIsNone) {
+    std::size_t faults = 0;
+    const auto metrics = parseOpenMetrics("# TYPE a counter\na_total{x=\"}\\\" 1\",y=\"\"} 5 1700000000\r\nb "
+                                          "-0.25\nc\nd{x=\"1 2\n{} 1\ne nan\nf 1x\n# EOF\nlast 7",
+                                          10, faults);
+    ASSERT_EQ(metrics.size(), 3U);
+    EXPECT_EQ(metrics[0].labels, "{x=\"}\\\" 1\",y=\"\"}");
+    EXPECT_EQ(metrics[0].value, 5.0);
+    EXPECT_TRUE(metrics[0].isCounter());
+    EXPECT_EQ(metrics[1].value, -0.25);
+    EXPECT_EQ(metrics[2].name, "last");
+    EXPECT_EQ(faults, 5U);
+    EXPECT_EQ(parseOpenMetrics("a 1\nb 2\nc 3\n", 2, faults).size(), 2U) << "bounded";
 }
 
 } // namespace

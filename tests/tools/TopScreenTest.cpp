@@ -131,4 +131,19 @@ TEST_F(Top, OnceAndWhatCannotBeShown) {
            Process::Place::Terminal);
 }
 
+TEST_F(Top, WatchesAnApplicationByItsStatistics) {
+    start("tivra-cat $AT --stats-listen 0 -q subscribe 100:IBM");
+    ASSERT_TRUE(tool->waitForError(contains("/metrics\n")));
+    const std::string told = tool->error();
+    const std::string url =
+        told.substr(told.find("http://"), told.find("/metrics") + 8 - told.find("http://"));
+    const std::unique_ptr<Process> application = std::move(tool);
+    expect(
+        {{"tivra-top --once --watch " + url, 0,
+          AllOf(StartsWith("established "), HasSubstr("\nin_messages_"), HasSubstr(" live\n")), ""},
+         {"tivra-top --once -t 1 --watch http://$CLOSED/metrics", 6,
+          AllOf(StartsWith("connecting "), HasSubstr("the endpoint: ")), HasSubstr("not all was answered")},
+         {"tivra-top --once -s 100 --watch " + url, 2, "", HasSubstr("no host, source or symbol")}});
+}
+
 } // namespace

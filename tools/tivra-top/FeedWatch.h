@@ -5,6 +5,7 @@
 #include "Picture.h"
 #include "RowTable.h"
 #include "Signals.h"
+#include "Watch.h"
 
 #include <feed/Board.h>
 #include <feed/Feed.h>
@@ -15,18 +16,16 @@ namespace tivra_top {
 
 /// A feed with all that is to be shown of it. Used by the main thread: the feed's own threads write on a
 /// board and into a bounded tail of the log, and never wait for who looks at them.
-class FeedWatch {
+class FeedWatch final : public Watch {
 public:
     /// Connects and subscribes. Throws Failure when that can't be done, or when a signal ends it.
     FeedWatch(const Options& options, const std::string& password, const std::string& logFile,
               Signals& signals);
-    ~FeedWatch();
-    FeedWatch(const FeedWatch&) = delete;
-    FeedWatch& operator=(const FeedWatch&) = delete;
+    ~FeedWatch() override;
 
-    [[nodiscard]] Picture picture();
+    [[nodiscard]] Picture picture() override;
     /// Whether each symbol that was named has its present values, or a refusal.
-    [[nodiscard]] bool isAnswered();
+    [[nodiscard]] bool isAnswered() override;
 
 private:
     void chooseFields(const std::vector<std::string>& wanted);

@@ -44,6 +44,10 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     app.add_option("-B,--backup", options.backups, "backup hub, used when the others are lost; repeatable")
         ->allow_extra_args(false)
         ->group(group);
+    app.add_option(
+           "--watch", options.endpoint,
+           "in place of a hub an application that runs: URL of its statistics in the OpenMetrics form")
+        ->group(group);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
         ->allow_extra_args(false)
@@ -111,9 +115,14 @@ void addSymbol(Options& options, const std::vector<int>& sources, std::string sy
 }
 
 void complete(Options& options, RawOptions& raw) {
-    tivra_tools::checkUser(options.user);
-    if (options.hosts.empty())
-        throw Failure(ExitCode::Usage, "no hub named: give --host ADDRESS:PORT");
+    const bool hasEndpoint = !options.endpoint.empty();
+    if (hasEndpoint && (!options.hosts.empty() || !raw.symbols.empty() || !raw.sources.empty()))
+        throw Failure(ExitCode::Usage,
+                      "--watch looks at an application: it goes with no host, source or symbol");
+    if (!hasEndpoint)
+        tivra_tools::checkUser(options.user);
+    if (!hasEndpoint && options.hosts.empty())
+        throw Failure(ExitCode::Usage, "no hub named: give --host ADDRESS:PORT, or --watch URL");
     for (std::vector<std::string>* hosts : {&options.hosts, &options.backups})
         for (std::string& host : *hosts)
             host = tivra_tools::resolveHost(host);

@@ -14,6 +14,7 @@ struct Options {
     std::vector<std::string> backups;
     std::string user;
     std::string passwordFile;
+    std::string endpoint; ///< URL of an application's statistics in place of hosts, empty for none
     std::vector<tivra::Instrument> symbols;
     std::vector<tivra::Instrument> patterns;
     std::vector<std::string> fields;

@@ -14,6 +14,7 @@ public:
     void put(Row row, TimePoint now);
     /// All rows as they are now.
     [[nodiscard]] std::vector<Row> rows(TimePoint now);
+    [[nodiscard]] std::size_t size() const { return m_entries.size(); }
     [[nodiscard]] bool has(const std::string& name) const { return m_entries.count(name) > 0; }
 
 private:

@@ -45,7 +45,7 @@ bool rest(Signals& signals, Clock::duration time) {
 
 } // namespace
 
-ExitCode runScreen(const Options& options, FeedWatch& watch, Signals& signals) {
+ExitCode runScreen(const Options& options, Watch& watch, Signals& signals) {
     Terminal terminal(options.hasColor);
     View view;
     Picture picture = watch.picture();
@@ -66,7 +66,7 @@ ExitCode runScreen(const Options& options, FeedWatch& watch, Signals& signals) {
     return ExitCode::Ended;
 }
 
-ExitCode runOnce(const Options& options, FeedWatch& watch, Signals& signals) {
+ExitCode runOnce(const Options& options, Watch& watch, Signals& signals) {
     const auto deadline = Clock::now() + std::chrono::duration<double>(options.timeoutSeconds);
     while (!watch.isAnswered() && Clock::now() < deadline)
         if (!rest(signals, kOnceSlice))
@@ -88,7 +88,7 @@ ExitCode runOnce(const Options& options, FeedWatch& watch, Signals& signals) {
     return isAnswered ? ExitCode::Ended : ExitCode::NoAnswer;
 }
 
-ExitCode runPage(const Options& options, FeedWatch& watch, Signals& signals) {
+ExitCode runPage(const Options& options, Watch& watch, Signals& signals) {
     EventServer server(options.serve);
     fmt::print("tivra-top: page on http://{}/\n", server.address());
     std::fflush(stdout);

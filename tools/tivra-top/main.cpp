@@ -1,4 +1,6 @@
+#include "EndpointWatch.h"
 #include "ExitCode.h"
+#include "FeedWatch.h"
 #include "Options.h"
 #include "Run.h"
 #include "Terminal.h"
@@ -13,10 +15,19 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 
 namespace {
 
 const std::string kProgram = "tivra-top";
+
+std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, tivra_top::Signals& signals) {
+    if (!options.endpoint.empty())
+        return std::make_unique<tivra_top::EndpointWatch>(options.endpoint);
+    const std::string logFile = tivra_tools::logFileName(options.logFile, kProgram);
+    const std::string password = tivra_tools::obtainPassword(options.user, options.passwordFile, kProgram);
+    return std::make_unique<tivra_top::FeedWatch>(options, password, logFile, signals);
+}
 
 int runProgram(int argc, char** argv) {
     using namespace tivra_top;
@@ -26,12 +37,10 @@ int runProgram(int argc, char** argv) {
     const bool hasScreen = !options->isOnce && options->serve.empty();
     if (hasScreen)
         Terminal::check();
-    const std::string logFile = tivra_tools::logFileName(options->logFile, kProgram);
-    const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile, kProgram);
     Signals signals;
-    FeedWatch watch(*options, password, logFile, signals);
+    const std::unique_ptr<Watch> watch = makeWatch(*options, signals);
     const auto shown = hasScreen ? runScreen : options->isOnce ? runOnce : runPage;
-    return static_cast<int>(shown(*options, watch, signals));
+    return static_cast<int>(shown(*options, *watch, signals));
 }
 
 } // namespace
