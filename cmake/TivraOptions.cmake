@@ -22,6 +22,8 @@ option(TIVRA_QUICK_TESTS "Build only the tests of what an optimiser may break" O
 option(TIVRA_PRECOMPILE "Precompile the headers that tests and tools share; without it each file must include what it needs" OFF)
 set(TIVRA_ISAL AUTO CACHE STRING "Inflate compressed connections by ISA-L: ON, OFF (by zlib), or AUTO, where it is found")
 set_property(CACHE TIVRA_ISAL PROPERTY STRINGS AUTO ON OFF)
+set(TIVRA_TLS AUTO CACHE STRING "Encrypt connections by OpenSSL: ON, OFF, or AUTO, where it is found")
+set_property(CACHE TIVRA_TLS PROPERTY STRINGS AUTO ON OFF)
 set(TIVRA_PGO "" CACHE STRING "USE optimises the library by a profile of the sample day, which it makes (g++ only)")
 set_property(CACHE TIVRA_PGO PROPERTY STRINGS "" USE)
 set(TIVRA_SANITIZE "" CACHE STRING "Value of -fsanitize= for everything built here, empty for none")

@@ -41,6 +41,8 @@ inline constexpr tp::LockRank kLockQueueDepth{1000, "QueueDepthAlarm::m_depth_mu
 inline constexpr tp::LockRank kLockHostConfigMap{1000, "hostConfigMap_mutex"};
 inline constexpr tp::LockRank kLockHost{1010, "m_host_mutex"};
 inline constexpr tp::LockRank kLockParameters{1020, "HostConfigImpl's parameter mutex"};
+// Of a value of a host, which hosts that inherit from each other share, and of those of all connections.
+inline constexpr tp::LockRank kLockParameterTexts{1025, "the texts of parameters"};
 inline constexpr tp::LockRank kLockSessionEvent{1010, "m_session_event_mutex"};
 inline constexpr tp::LockRank kLockThreadVector{1010, "m_threadVector_mutex"};
 inline constexpr tp::LockRank kLockAbort{1010, "m_abort_mutex"};

@@ -37,7 +37,7 @@ tivra::FeedOptions feedOptions(const ProgramOptions& options) {
     feed.hosts = options.hosts;
     feed.backups = options.backups;
     feed.user = options.user;
-    feed.password = tivra_tools::obtainPassword(options.user, options.passwordFile, "tivra-bridge");
+    feed.password = tivra_tools::obtainPassword(options.user, options.passwordFile);
     feed.logFile = options.logFile;
     feed.onState = [](const tivra::FeedStateChange& change) {
         if (change.to != tivra::FeedState::Closed)

@@ -88,8 +88,8 @@ struct TIVRA_API FeedOptions {
     std::function<void(const std::string& name)> onThreadStart{};
 
     /// tivra://user\@host:port,host:port/?backup=host:port&compression=0: each part may be left out, and %XX
-    /// stands for a byte. A password may follow the user, after a colon; it is better kept in the
-    /// environment.
+    /// stands for a byte; with tls:// in the place of tivra:// the connections are encrypted. A password may
+    /// follow the user, after a colon; it is better kept in the environment.
     /// @throws Error (InvalidOption) for what can't be meant and for names that don't exist
     static FeedOptions fromUrl(std::string_view url);
     /// A file with a name that ends in ".toml" or ".json", of 64 KiB at most, with one value for each name;

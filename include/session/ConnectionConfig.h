@@ -32,11 +32,13 @@ public:
     ConnectionConfig& set(HostConfig::Parameters parameter, int value) {
         return set(parameter, static_cast<long>(value));
     }
-    /// Sets HostConfig::COMPRESSION_BOOL or HostConfig::CONFLATION_INDICATOR_BOOL for all connections.
-    /// HostConfig::BACKUP_BOOL is refused: being a backup is a property of one host.
+    /// Sets a parameter whose name ends in _BOOL for all connections. HostConfig::BACKUP_BOOL is refused:
+    /// being a backup is a property of one host.
     ConnectionConfig& set(HostConfig::Parameters parameter, bool value);
     /// Keeps a pointer (a text, say) from passing as a bool.
     ConnectionConfig& set(HostConfig::Parameters parameter, const void* value) = delete;
+    /// Sets a parameter whose name ends in _STRING for all connections.
+    ConnectionConfig& setText(HostConfig::Parameters parameter, const std::string& value);
 
     /// Names a host, and makes it on the first call with that text. The order in which hosts are named is the
     /// order in which they are tried.

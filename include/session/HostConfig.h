@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "TivraApi.h"
 
 namespace tivra_internal {
@@ -14,14 +16,15 @@ namespace tivra {
 ///
 /// No setter fails; a wrong parameter is logged at the warning level and changes nothing. Setters return the
 /// object itself, so that calls chain. The first value given to a _LONG parameter of a host stays in force;
-/// later ones are ignored. A _BOOL parameter can be set again.
+/// later ones are ignored. A _BOOL or a _STRING parameter can be set again.
 ///
 /// Long values are stored as given and brought into range where they are used.
 ///
 /// @thread application, before Session::start; lives as long as its session.
 class TIVRA_API HostConfig {
 public:
-    /// The parameters of a connection. The end of a name tells the type that `set` must be called with.
+    /// The parameters of a connection. The end of a name tells the type that `set` must be called
+    /// with; those that end in _STRING are for `setText`.
     enum Parameters : int {
         /// This host is a backup: used when the primary hosts are lost. Per host only; default false.
         BACKUP_BOOL = 0,
@@ -52,7 +55,30 @@ public:
         CONFLATION_TYPE_LONG = 9,
         /// How full the receive queue must be, in percent, for just-in-time conflation to begin; used within
         /// 1 to 75; default 25.
-        JIT_CONFLATION_THRESHOLD_PERCENT_LONG = 10
+        JIT_CONFLATION_THRESHOLD_PERCENT_LONG = 10,
+        /// Encrypt the connection by TLS, its handshake a part of CONNECTION_TIMEOUT_LONG. The hub's
+        /// certificate is always checked. A connection manager can't be asked over TLS, so the host has to be
+        /// a hub. Default false.
+        TLS_BOOL = 11,
+        /// Make no connection without TLS, be it to a host or to a hub that hubs name. Default false.
+        REQUIRE_TLS_BOOL = 12,
+        /// File (PEM) of the certificates that may vouch for the hub's; empty, the default, for the system's.
+        TLS_CA_FILE_STRING = 13,
+        /// File (PEM) of revocation lists, one of each issuer; empty, the default, for none.
+        TLS_CRL_FILE_STRING = 14,
+        /// The name, or the address, that the hub's certificate has to be for; empty, the default, for the
+        /// address by which the hub is configured or named.
+        TLS_SERVER_NAME_STRING = 15,
+        /// The only public keys that the hub may have, whoever vouches for them: "sha256/" and the Base64 of
+        /// the SHA-256 of the key (DER), several after commas; empty, the default, for any.
+        TLS_PINNED_KEY_STRING = 16,
+        /// File (PEM) of this client's certificate and the chain above it; empty, the default, for none.
+        TLS_CERTIFICATE_FILE_STRING = 17,
+        /// File (PEM) of its key, which others than owner and group mustn't be able to read, not encrypted;
+        /// empty, the default, for that of the certificate.
+        TLS_KEY_FILE_STRING = 18,
+        /// The least version of TLS: "1.2", the default, or "1.3".
+        TLS_MIN_VERSION_STRING = 19
     };
 
     HostConfig(const HostConfig&) = delete;
@@ -66,6 +92,8 @@ public:
     HostConfig& set(Parameters parameter, bool value);
     /// Keeps a pointer (a text, say) from passing as a bool.
     HostConfig& set(Parameters parameter, const void* value) = delete;
+    /// Sets a parameter whose name ends in _STRING for this host.
+    HostConfig& setText(Parameters parameter, const std::string& value);
 
 private:
     friend class tivra_internal::HandleAccess;

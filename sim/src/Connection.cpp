@@ -1,5 +1,6 @@
 #include "Connection.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +35,10 @@ Connection::~Connection() {
         std::vector<Connection*>& subscribers = covered.first->subscribers;
         subscribers.erase(std::remove(subscribers.begin(), subscribers.end(), this), subscribers.end());
     }
+}
+
+ssize_t Connection::receive(void* into, std::size_t length) {
+    return m_tls ? m_tls->receive(into, length) : ::recv(fd(), into, length, MSG_DONTWAIT);
 }
 
 void Connection::answer(std::string frame, Clock::time_point due) {

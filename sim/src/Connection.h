@@ -4,17 +4,20 @@
 #include "Descriptor.h"
 #include "HubModel.h"
 #include "OutputQueue.h"
+#include "TlsServer.h"
 #include "tivra_sim/Hub.h"
 
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tivra_sim {
@@ -53,6 +56,11 @@ public:
 
     [[nodiscard]] std::uint64_t id() const { return m_id; }
     [[nodiscard]] int fd() const { return m_socket.get(); }
+    /// Null for a plain connection.
+    [[nodiscard]] TlsSession* tls() const { return m_tls.get(); }
+    void encrypt(std::unique_ptr<TlsSession> session) { m_tls = std::move(session); }
+    /// As ::recv.
+    [[nodiscard]] ssize_t receive(void* into, std::size_t length);
     [[nodiscard]] const std::string& localAddress() const { return m_localAddress; }
     [[nodiscard]] const std::string& peerAddress() const { return m_peerAddress; }
     [[nodiscard]] std::uint16_t peerPort() const { return m_peerPort; }
@@ -116,6 +124,7 @@ private:
 
     std::uint64_t m_id;
     Descriptor m_socket;
+    std::unique_ptr<TlsSession> m_tls;
     std::string m_localAddress;
     std::string m_peerAddress;
     std::uint16_t m_peerPort;

@@ -84,7 +84,11 @@ void HubEngine::start() {
     std::shared_ptr<const PlaybackTape> tape;
     if (m_config.playback.isWanted() && !m_playback.isLoaded())
         tape = std::make_shared<PlaybackTape>(m_config.playback);
+    std::unique_ptr<TlsServer> tls;
+    if (!m_config.tls.certificateFile.empty())
+        tls = TlsServer::make(m_config.tls);
     const std::lock_guard<std::mutex> lock(m_taskMutex);
+    m_tls = std::move(tls);
     if (tape)
         m_playback.load(std::move(tape));
     listen();
@@ -268,6 +272,8 @@ void HubEngine::admit(Descriptor socket) {
     const int fd = socket.get();
     auto connection = std::make_unique<Connection>(
         m_nextConnection++, std::move(socket), addressText(local).first, std::move(peerAddress), peerPort);
+    if (m_tls)
+        connection->encrypt(m_tls->accept(fd));
     connection->output().setShape(m_misbehaviour.shape);
     if (m_config.conflation)
         connection->conflator().emplace();
@@ -279,7 +285,7 @@ void HubEngine::admit(Descriptor socket) {
 
 void HubEngine::readFrom(Connection& connection) {
     std::array<char, 65536> bytes;
-    const ssize_t count = ::recv(connection.fd(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    const ssize_t count = connection.receive(bytes.data(), bytes.size());
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
         return;
     if (count <= 0) {
@@ -388,7 +394,7 @@ void HubEngine::flush(Connection& connection, Clock::time_point now) {
         return;
     OutputQueue::Result result = OutputQueue::Result::Empty;
     if (!m_misbehaviour.isSilent && !connection.isHalfClosed)
-        result = connection.output().flush(connection.fd(), now);
+        result = connection.output().flush(connection.fd(), connection.tls(), now);
     m_sent += connection.output().takeCounters();
     if (result == OutputQueue::Result::Finished)
         closeConnection(connection, connection.output().mustFinish() ? m_dropHow : Hub::Close::Orderly);
@@ -423,6 +429,8 @@ void HubEngine::removeClosed() {
             const linger now{1, 0};
             ::setsockopt(fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);
         } else {
+            if (TlsSession* const tls = (*found)->tls(); tls != nullptr && how == Hub::Close::Orderly)
+                tls->end();
             discardInput(fd);
         }
         // Closing alone doesn't do it while a child that was just forked still holds the socket, and the

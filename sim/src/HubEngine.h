@@ -122,6 +122,7 @@ private:
     HubState m_state;
     Responder m_responder;
     PlaybackEngine m_playback;
+    std::unique_ptr<TlsServer> m_tls; ///< null for plain connections
     Misbehaviour m_misbehaviour;
 
     Descriptor m_epoll;

@@ -92,7 +92,7 @@ void OutputQueue::compressNext() {
     m_compressedFrom = length;
 }
 
-OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
+OutputQueue::Result OutputQueue::flush(int fd, TlsSession* tls, Clock::time_point now) {
     if (mustFinish())
         return Result::Finished;
     if (now < m_resumeAt)
@@ -105,7 +105,9 @@ OutputQueue::Result OutputQueue::flush(int fd, Clock::time_point now) {
             continue;
         }
         const std::string_view piece = nextPiece();
-        const ssize_t count = ::send(fd, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t count = tls != nullptr
+                                  ? tls->send(piece.data(), piece.size())
+                                  : ::send(fd, piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count < 0) {
             if (errno == EINTR)
                 continue;

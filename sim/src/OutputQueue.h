@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "StreamCompressor.h"
+#include "TlsServer.h"
 
 namespace tivra_sim {
 
@@ -65,8 +66,8 @@ public:
     void startCompression(int level, Flush flush);
     [[nodiscard]] bool isCompressed() const { return m_compressor != nullptr; }
 
-    /// Writes what may be written at `now`.
-    [[nodiscard]] Result flush(int fd, Clock::time_point now);
+    /// Writes what may be written at `now`, to the socket or encrypted.
+    [[nodiscard]] Result flush(int fd, TlsSession* tls, Clock::time_point now);
 
     /// Ends a pause as well.
     void setShape(const WriteShape& shape) {

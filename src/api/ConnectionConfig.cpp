@@ -33,6 +33,12 @@ ConnectionConfig& ConnectionConfig::set(HostConfig::Parameters parameter, bool v
     return *this;
 }
 
+ConnectionConfig& ConnectionConfig::setText(HostConfig::Parameters parameter, const std::string& value) {
+    if (!connectionConfigImpl->process().refuses("ConnectionConfig::setText"))
+        connectionConfigImpl->set(parameter, value);
+    return *this;
+}
+
 HostConfig& ConnectionConfig::getHostConfig(std::string hostInfoString) {
     if (connectionConfigImpl->process().refuses("ConnectionConfig::getHostConfig"))
         return tivra_internal::standInHostConfig();

@@ -22,4 +22,10 @@ HostConfig& HostConfig::set(Parameters parameter, bool value) {
     return *this;
 }
 
+HostConfig& HostConfig::setText(Parameters parameter, const std::string& value) {
+    if (!hostCfgImpl->process().refuses("HostConfig::setText"))
+        hostCfgImpl->set(parameter, value);
+    return *this;
+}
+
 } // namespace tivra

@@ -65,6 +65,10 @@ const std::atomic<bool>* ConnectionConfigImpl::boolField(HostConfig::Parameters 
         return &compression;
     case HostConfig::CONFLATION_INDICATOR_BOOL:
         return &conflationIndicator;
+    case HostConfig::TLS_BOOL:
+        return &m_tls;
+    case HostConfig::REQUIRE_TLS_BOOL:
+        return &m_requireTls;
     default:
         return nullptr;
     }
@@ -90,6 +94,25 @@ void ConnectionConfigImpl::set(HostConfig::Parameters parameter, bool value) {
     }
     *field = value;
     eprintf(EPF_INFO, "%s=%d", HostConfigImpl::getParameterName(parameter), value ? 1 : 0);
+}
+
+void ConnectionConfigImpl::set(HostConfig::Parameters parameter, const std::string& value) {
+    if (findParameter(parameter, ParameterType::String) == nullptr) {
+        eprintf(EPF_WARN, "Invalid parameter (%d) passed to ConnectionConfig::setText",
+                static_cast<int>(parameter));
+        return;
+    }
+    {
+        const tp::MutexLock lock(m_texts_mutex);
+        m_texts[parameter] = value;
+    }
+    eprintf(EPF_INFO, "%s=%s", HostConfigImpl::getParameterName(parameter), value.c_str());
+}
+
+std::string ConnectionConfigImpl::getString(HostConfig::Parameters parameter) const {
+    const tp::MutexLock lock(m_texts_mutex);
+    const auto found = m_texts.find(parameter);
+    return found == m_texts.end() ? std::string() : found->second;
 }
 
 long ConnectionConfigImpl::getLong(HostConfig::Parameters parameter, long defaultValue) const {

@@ -32,11 +32,16 @@ public:
 
     void set(tivra::HostConfig::Parameters parameter, long value);
     void set(tivra::HostConfig::Parameters parameter, bool value);
+    void set(tivra::HostConfig::Parameters parameter, const std::string& value) TP_EXCLUDES(m_texts_mutex);
 
     /// The value as it was set; `defaultValue` for a parameter that has no connection-wide long value.
     [[nodiscard]] long getLong(tivra::HostConfig::Parameters parameter, long defaultValue) const;
     /// The value as it was set; `defaultValue` for a parameter that has no connection-wide bool value.
     [[nodiscard]] bool getBoolean(tivra::HostConfig::Parameters parameter, bool defaultValue) const;
+
+    /// The text as it was set, empty when none was.
+    [[nodiscard]] std::string getString(tivra::HostConfig::Parameters parameter) const
+        TP_EXCLUDES(m_texts_mutex);
 
     /// Finds a host or makes it. `isExternal` tells whether the application has named it or the library.
     tivra::HostConfig& getHostConfig(const std::string& hostInfoString,
@@ -69,6 +74,11 @@ private:
         defaultOf(tivra::HostConfig::BLOCKING_CONNECTION_TIME_LIMIT_LONG)};
     std::atomic<long> conflationType{defaultOf(tivra::HostConfig::CONFLATION_TYPE_LONG)};
     std::atomic<long> jitThreshold{defaultOf(tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG)};
+
+    std::atomic<bool> m_tls{isOnByDefault(tivra::HostConfig::TLS_BOOL)};
+    std::atomic<bool> m_requireTls{isOnByDefault(tivra::HostConfig::REQUIRE_TLS_BOOL)};
+    mutable tp::Mutex m_texts_mutex{kLockParameterTexts};
+    std::map<tivra::HostConfig::Parameters, std::string> m_texts TP_GUARDED_BY(m_texts_mutex);
 
     HostTable& m_hostTable;
     tp::Mutex m_host_mutex{kLockHost};

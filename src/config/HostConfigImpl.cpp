@@ -52,6 +52,19 @@ void HostConfigImpl::set(HostConfig::Parameters parameter, bool value) {
             value ? "true" : "false");
 }
 
+void HostConfigImpl::set(HostConfig::Parameters parameter, std::string value) {
+    if (findParameter(parameter, ParameterType::String) == nullptr) {
+        eprintf(EPF_WARN, "Invalid parameter (%d) passed to HostConfig::setText",
+                static_cast<int>(parameter));
+        return;
+    }
+    const tp::MutexLock lock(m_parameters_mutex);
+    eprintf(EPF_INFO, "%s:%zu: %s=%s", ipAddr.c_str(), port, getParameterName(parameter), value.c_str());
+    ParameterValue& target = writableValue(parameter).value;
+    const tp::MutexLock textLock(target.text_mutex);
+    target.text = std::move(value);
+}
+
 std::shared_ptr<const ParameterValue> HostConfigImpl::findValue(HostConfig::Parameters parameter) const {
     const tp::MutexLock lock(m_parameters_mutex);
     const auto it = parameterValueMap.find(parameter);
@@ -75,6 +88,19 @@ bool HostConfigImpl::getBoolean(HostConfig::Parameters parameter, bool defaultVa
     eprintf(EPF_WARN, "Invalid parameter (%d) passed to ConnectionConfigImpl::getBoolean",
             static_cast<int>(parameter));
     return defaultValue;
+}
+
+std::string HostConfigImpl::getString(HostConfig::Parameters parameter) const {
+    if (findParameter(parameter, ParameterType::String) == nullptr) {
+        eprintf(EPF_WARN, "Invalid parameter (%d) passed to HostConfig::getString",
+                static_cast<int>(parameter));
+        return {};
+    }
+    if (const auto value = findValue(parameter)) {
+        const tp::MutexLock lock(value->text_mutex);
+        return value->text;
+    }
+    return HandleAccess::impl(*getConnectionConfig()).getString(parameter);
 }
 
 long HostConfigImpl::getUsableLong(HostConfig::Parameters parameter) const {

@@ -22,6 +22,8 @@ namespace tivra_internal {
 struct ParameterValue {
     std::atomic<bool> boolValue{false};
     std::atomic<long> longValue{0};
+    mutable tp::Mutex text_mutex{kLockParameterTexts};
+    std::string text TP_GUARDED_BY(text_mutex);
 };
 
 /// One host: where it is, and its deviations from the settings of all connections. The application writes it
@@ -37,11 +39,14 @@ public:
 
     void set(tivra::HostConfig::Parameters parameter, long value);
     void set(tivra::HostConfig::Parameters parameter, bool value);
+    void set(tivra::HostConfig::Parameters parameter, std::string value);
 
     /// This host's value, else that of all connections, as it was set.
     [[nodiscard]] long getLong(tivra::HostConfig::Parameters parameter, long defaultValue) const;
     /// This host's value, else that of all connections.
     [[nodiscard]] bool getBoolean(tivra::HostConfig::Parameters parameter, bool defaultValue) const;
+    /// This host's value, else that of all connections.
+    [[nodiscard]] std::string getString(tivra::HostConfig::Parameters parameter) const;
     /// getLong() with the parameter's default, brought into the limits in which the value can be used.
     [[nodiscard]] long getUsableLong(tivra::HostConfig::Parameters parameter) const;
 

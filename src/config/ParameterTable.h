@@ -11,17 +11,18 @@
 /// the tools are made from it.
 namespace tivra_internal {
 
-enum class ParameterType { Bool, Long };
+enum class ParameterType { Bool, Long, String };
 
 /// What a setter or a reader does with a long value below `minimum` or above `maximum`.
 enum class OutOfRange {
-    Impossible,       ///< a bool
+    Impossible,       ///< a bool or a text
     CorrectedWhenSet, ///< corrected, with a warning in the log
     ClampedWhenUsed,  ///< stored as given
     Accepted          ///< any value goes to the hub
 };
 
-/// One parameter. A bool has 0 and 1 for its limits and its default.
+/// One parameter. A bool has 0 and 1 for its limits and its default; a text has none, and is empty by
+/// default.
 struct ParameterInfo {
     int value;
     const char* name;
@@ -78,7 +79,7 @@ inline constexpr std::array<ParameterInfo, 13> kSessionParameters{{
      "count the times of messages from when the kernel got them; without compression"},
 }};
 
-inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
+inline constexpr std::array<ParameterInfo, 20> kHostParameters{{
     {tivra::HostConfig::BACKUP_BOOL, "BACKUP_BOOL", ParameterType::Bool, "", 0, 1, 0, OutOfRange::Impossible,
      "this host is a backup, used when the primary hosts are lost; per host only"},
     {tivra::HostConfig::COMPRESSION_BOOL, "COMPRESSION_BOOL", ParameterType::Bool, "", 0, 1, 1,
@@ -108,6 +109,29 @@ inline constexpr std::array<ParameterInfo, 11> kHostParameters{{
     {tivra::HostConfig::JIT_CONFLATION_THRESHOLD_PERCENT_LONG, "JIT_CONFLATION_THRESHOLD_PERCENT_LONG",
      ParameterType::Long, "percent", 1, 75, 25, OutOfRange::ClampedWhenUsed,
      "how full the receive queue must be for just-in-time conflation to begin"},
+    {tivra::HostConfig::TLS_BOOL, "TLS_BOOL", ParameterType::Bool, "", 0, 1, 0, OutOfRange::Impossible,
+     "encrypt the connection by TLS; the host has to be a hub then, not a connection manager"},
+    {tivra::HostConfig::REQUIRE_TLS_BOOL, "REQUIRE_TLS_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible, "make no connection without TLS, be it to a hub that hubs name"},
+    {tivra::HostConfig::TLS_CA_FILE_STRING, "TLS_CA_FILE_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible,
+     "file (PEM) of the certificates that may vouch for the hub's; empty for those of the system"},
+    {tivra::HostConfig::TLS_CRL_FILE_STRING, "TLS_CRL_FILE_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible, "file (PEM) of revocation lists, one of each issuer; empty for none"},
+    {tivra::HostConfig::TLS_SERVER_NAME_STRING, "TLS_SERVER_NAME_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible,
+     "the name or address that the hub's certificate has to be for; empty for the hub's address"},
+    {tivra::HostConfig::TLS_PINNED_KEY_STRING, "TLS_PINNED_KEY_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible,
+     "the only public keys that the hub may have, each `sha256/` and Base64, after commas; empty for any"},
+    {tivra::HostConfig::TLS_CERTIFICATE_FILE_STRING, "TLS_CERTIFICATE_FILE_STRING", ParameterType::String, "",
+     0, 0, 0, OutOfRange::Impossible,
+     "file (PEM) of this client's certificate and the chain above it; empty for none"},
+    {tivra::HostConfig::TLS_KEY_FILE_STRING, "TLS_KEY_FILE_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible,
+     "file (PEM) of its key, which not everybody may be able to read; empty for that of the certificate"},
+    {tivra::HostConfig::TLS_MIN_VERSION_STRING, "TLS_MIN_VERSION_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible, "the least version of TLS, 1.2 or 1.3; empty for 1.2"},
 }};
 
 namespace parameter_table {

@@ -24,7 +24,7 @@ namespace {
 constexpr std::string_view kOwn[] = {"WATCHLIST_BOOL", "END_LOST_REQUESTS_BOOL", "BACKUP_BOOL",
                                      "RECOVERY_BOOL"};
 
-constexpr std::string_view kSuffixes[] = {"_BOOL", "_LONG"};
+constexpr std::string_view kSuffixes[] = {"_BOOL", "_LONG", "_STRING"};
 
 [[nodiscard]] std::string_view withoutSuffix(std::string_view name) {
     for (const std::string_view suffix : kSuffixes)
@@ -62,12 +62,27 @@ template<class Table>
     return {parameter.minimum, parameter.maximum};
 }
 
+void checkText(const char* parameter, std::string_view text) {
+    for (const char c : text)
+        if (static_cast<unsigned char>(c) < ' ')
+            refuseOption(std::string(parameter) + " has a control character in it");
+}
+
+void setText(tivra::ConnectionConfig& config, tivra::HostConfig::Parameters which, std::string_view text) {
+    config.setText(which, std::string(text));
+}
+
+/// No parameter of a session is a text.
+void setText(tivra::SessionConfig&, tivra::SessionConfig::Parameters, std::string_view) {}
+
 /// @tparam Which  the enumeration that the parameter is one of
 template<class Which, class Config>
 void set(Config& config, const ParameterInfo& parameter, std::string_view text) {
     const auto which = static_cast<Which>(parameter.value);
     if (parameter.type == ParameterType::Bool)
         config.set(which, parseBool(parameter.name, text));
+    else if (parameter.type == ParameterType::String)
+        setText(config, which, text);
     else
         config.set(which, parseWhole(parameter.name, text, rangeOf(parameter)));
 }
@@ -123,6 +138,8 @@ void checkParameter(const ParameterInfo& parameter, std::string_view text) {
             refuseOption(std::string(own) + " is decided by the feed", "leave it out");
     if (parameter.type == ParameterType::Bool)
         static_cast<void>(parseBool(parameter.name, text));
+    else if (parameter.type == ParameterType::String)
+        checkText(parameter.name, text);
     else
         static_cast<void>(parseWhole(parameter.name, text, rangeOf(parameter)));
 }

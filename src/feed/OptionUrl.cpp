@@ -10,6 +10,8 @@ namespace tivra_internal {
 namespace {
 
 constexpr std::string_view kScheme = "tivra://";
+/// The same with TLS.
+constexpr std::string_view kTlsScheme = "tls://";
 constexpr const char* kWhere = "the URL";
 constexpr std::size_t kLongestUrl = 8192;
 
@@ -62,11 +64,15 @@ void readQuery(std::string_view query, OptionSetter& setter) {
 } // namespace
 
 void readUrl(std::string_view url, OptionSetter& setter) {
-    if (url.substr(0, kScheme.size()) != kScheme)
-        refuseOptionAt(kWhere, "it doesn't begin with tivra://", "give tivra://user@host:port");
+    const bool isTls = url.substr(0, kTlsScheme.size()) == kTlsScheme;
+    if (!isTls && url.substr(0, kScheme.size()) != kScheme)
+        refuseOptionAt(kWhere, "it doesn't begin with tivra://, or with tls://",
+                       "give tivra://user@host:port");
     if (url.size() > kLongestUrl)
         refuseOptionAt(kWhere, "it is too long", "give 8192 characters at most");
-    url.remove_prefix(kScheme.size());
+    url.remove_prefix(isTls ? kTlsScheme.size() : kScheme.size());
+    if (isTls)
+        setter.set("tls", "true", kWhere);
 
     std::string_view hosts = url.substr(0, url.find_first_of("/?#"));
     const std::string_view rest = url.substr(hosts.size());

@@ -204,7 +204,7 @@ HubClient::Dial HubClient::settle(HubSocket::Progress progress) {
         report(HubStage::LoggingIn);
         return Dial::Connected;
     case HubSocket::Progress::UnderWay:
-        m_registration.awaitDial(getFd());
+        m_registration.awaitDial(getFd(), m_socket.dialAwaitsBytes());
         return Dial::UnderWay;
     case HubSocket::Progress::TimedOut:
         if (m_lookup.mayReplaceHub(isComingXref())) {
@@ -278,11 +278,16 @@ void HubClient::continueHeldReads(double curtime) {
     noteChanges(waitsForBoxPerms());
 }
 
-void HubClient::writableEvent(double) {
+void HubClient::writableEvent(double curtime) {
     if (inProgress()) {
         // The dial has come to an end: the supervision takes its outcome.
         m_registration.endDial();
         ask(HubEventReactor::kSupervise);
+        return;
+    }
+    if (m_socket.readAwaitsRoom()) {
+        m_registration.watchReads();
+        readableEvent(curtime);
         return;
     }
     (void)m_reader.prepare();
@@ -291,7 +296,7 @@ void HubClient::writableEvent(double) {
 bool HubClient::twentyFiveMsTick(double now) {
     const bool waited = waitsForBoxPerms();
     m_handshake.tick();
-    m_reader.readLeftOver();
+    m_reader.readLeftOver(now);
     noteChanges(waited);
     continueHeldReads(now);
     return isReady() ? m_reader.holdsReads() || !m_responseQueue->isQuiet() : connected();
@@ -308,6 +313,10 @@ void HubClient::leaveAfterReadFailure() {
     noteCloseCause("what has come can't be read, or its queue is full");
     closeConnection();
     m_lookup.noteLoss();
+}
+
+void HubClient::continueSoon() {
+    ask(HubEventReactor::kContinue);
 }
 
 void HubClient::setJit(int threshold) {
@@ -354,8 +363,7 @@ void HubClient::reportFailedDial() {
     HubReport failed;
     failed.stage = HubStage::Lost;
     failed.systemError = getLnkapiErrno() == 0 ? getConnectErrno() : 0;
-    failed.cause =
-        getLnkapiErrno() != 0 ? getLnkAPIErrorString(getLnkapiErrno()) : errorText(getConnectErrno());
+    failed.cause = getLnkapiErrno() != 0 ? getLnkAPIErrorString(getLnkapiErrno()) : connectFault();
     failed.nextDial = m_socket.nextDial();
     report(std::move(failed));
 }
@@ -413,11 +421,16 @@ void HubClient::forgetConnection() {
 
 void HubClient::closeConnection() {
     const bool wasReady = isReady();
+    const bool wasHeard = m_reader.hasHeard();
     HubReport ending = std::exchange(m_ending, HubReport());
     if (wasReady)
         m_responseQueue->printStats(false, false, 0.0);
     if (getFd() < 0)
         return;
+    if (const std::string fault = m_socket.streamFault(); !fault.empty() && ending.cause.empty()) {
+        eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN, "%s: %s", getHubAddr().c_str(), fault.c_str());
+        ending.cause = fault;
+    }
     m_socket.noteLoss();
     if (!wasReady)
         m_socket.noteFailedAttempt();
@@ -443,16 +456,20 @@ void HubClient::closeConnection() {
             handler->noteLoss();
         m_session.endOutstanding(this);
     }
-    reportEnd(std::move(ending), wasReady);
+    reportEnd(std::move(ending), wasReady, wasHeard);
     m_session.hubHasChanged();
     ask(HubEventReactor::kSupervise);
 }
 
-void HubClient::reportEnd(HubReport ending, bool wasReady) {
+void HubClient::reportEnd(HubReport ending, bool wasReady, bool wasHeard) {
     if (ending.stage != HubStage::Refused)
         ending.stage = HubStage::Lost;
     if (ending.cause.empty() && wasReady)
         ending.systemError = m_responseQueue->streamError();
+    if (ending.cause.empty() && !wasReady && !wasHeard && !m_options.tls.isOn)
+        ending.cause =
+            "the hub has closed the connection before it said anything; if it speaks TLS alone, set "
+            "TLS_BOOL";
     if (ending.cause.empty())
         ending.cause =
             ending.systemError != 0 ? errorText(ending.systemError) : "the hub has closed the connection";

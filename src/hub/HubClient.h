@@ -131,6 +131,8 @@ public:
     [[nodiscard]] int getFd() const override { return m_socket.fd(); }
     /// The system's code of the last failed dial, 0 when there was none.
     [[nodiscard]] int getConnectErrno() const { return m_socket.connectErrno(); }
+    /// The same for people. @thread hub
+    [[nodiscard]] std::string connectFault() const { return m_socket.connectFault(); }
     [[nodiscard]] std::size_t getIndex() const { return m_options.index; }
     [[nodiscard]] std::string getHubAddr() const override { return m_address.shown(); }
     [[nodiscard]] uint16_t getHubPort() const { return m_address.port(); }
@@ -223,7 +225,7 @@ private:
     void report(HubReport report);
     void report(HubStage stage);
     void reportFailedDial();
-    void reportEnd(HubReport ending, bool wasReady);
+    void reportEnd(HubReport ending, bool wasReady, bool wasHeard);
     [[nodiscard]] bool isHeldUp() const;
     void reset();
     void forgetConnection();
@@ -236,6 +238,7 @@ private:
     void setJit(int threshold) override;
     void becomeReady() override;
     void leaveAfterReadFailure() override;
+    void continueSoon() override;
 
     // Built with.
     UserInfoImpl& m_primaryUser;

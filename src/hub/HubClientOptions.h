@@ -5,6 +5,7 @@
 #include <string>
 
 #include "hub/RetryPace.h"
+#include "tls/TlsSettings.h"
 
 namespace tivra_internal {
 
@@ -25,6 +26,7 @@ struct HubClientOptions {
     std::optional<RetryPauses> pauses{};
     long queueSize = 0; ///< megabytes
     bool compression = false;
+    TlsSettings tls{};
     bool watchlistInUse = false;
     bool inlineDelivery = false; ///< the thread that reads delivers too
     bool holdReads = false;      ///< of a compressed stream, instead of closing it for want of room

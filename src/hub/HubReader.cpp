@@ -33,6 +33,8 @@ constexpr int kParserBufferSize = KVNAPI::kKvnMaxBody;
 /// The most messages of a compressed handshake that are taken at one go: a few bytes can hold very many,
 /// and the thread serves other hubs too.
 constexpr int kMaxMessages = 10'000;
+/// The most reads at one go of what an encryption has taken in: the thread serves other hubs too.
+constexpr int kMaxReads = 8;
 
 bool isNoError(int error) {
     return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
@@ -61,13 +63,32 @@ HubReader::~HubReader() = default;
 void HubReader::read(double curtime) {
     if (!prepare())
         return;
+    readOnce(curtime);
+    readMore(curtime);
+    m_port.closeIfOutOfStep();
+}
+
+// What has been decrypted or lies encrypted in memory wakes nobody.
+void HubReader::readMore(double curtime) {
+    for (int i = 0; i < kMaxReads && isMoreAtHand(); ++i)
+        readOnce(curtime);
+    if (isMoreAtHand())
+        m_port.continueSoon();
+    if (m_socket.readAwaitsRoom() && m_phase != Phase::Held)
+        m_registration.awaitRoom();
+}
+
+bool HubReader::isMoreAtHand() const {
+    return m_phase == Phase::Open && m_socket.stream().hasUnread() && !m_responseQueue.readsSuspended();
+}
+
+void HubReader::readOnce(double curtime) {
     if (m_port.isReady())
         readIntoQueue(curtime);
     else if (m_compression)
         readCompressed();
     else
         readFramed();
-    m_port.closeIfOutOfStep();
 }
 
 bool HubReader::prepare() {
@@ -80,6 +101,7 @@ bool HubReader::prepare() {
 
 void HubReader::forget() {
     m_phase = Phase::Fresh;
+    m_hasHeard = false;
     if (zkvnParser != nullptr)
         zkvnParser->reset();
     if (kvnParser != nullptr)
@@ -88,9 +110,11 @@ void HubReader::forget() {
         framer->reset();
 }
 
-void HubReader::readLeftOver() {
+void HubReader::readLeftOver(double curtime) {
     if (m_phase == Phase::MessagesLeft)
         pullCompressed(false);
+    if (isMoreAtHand())
+        readMore(curtime);
 }
 
 // False when a parser can't be had, which has taken the client out of use.
@@ -120,7 +144,7 @@ bool HubReader::prepareParsers() {
 }
 
 void HubReader::readIntoQueue(double curtime) {
-    if (!m_responseQueue.readFromSocketThenWriteToQueue(m_socket.fd(), zkvnParser.get(), curtime)) {
+    if (!m_responseQueue.readFromSocketThenWriteToQueue(m_socket.stream(), zkvnParser.get(), curtime)) {
         noteSignOfLife();
         if (!m_port.closeIfOutOfStep())
             holdReads();
@@ -154,7 +178,7 @@ void HubReader::continueHeldReads(double curtime) {
     if (holdsReads() && m_port.isReady())
         retryHeldReads(curtime);
     if (m_port.isReady() && m_responseQueue.hasInputLeft()) {
-        if (m_responseQueue.continueInflating(m_socket.fd(), zkvnParser.get(), curtime))
+        if (m_responseQueue.continueInflating(m_socket.stream(), zkvnParser.get(), curtime))
             m_port.leaveAfterReadFailure();
         else
             holdReads(); // input that is left waits for room too, though no byte may wait in the socket
@@ -169,7 +193,8 @@ void HubReader::retryHeldReads(double curtime) {
     if (m_responseQueue.readsSuspended()) {
         pollfd watched{m_socket.fd(), POLLIN, 0};
         // What is left of a connection that has ended is not waited for: the supervisor closes it.
-        if (::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLERR)) == 0) {
+        const bool isSignalled = ::poll(&watched, 1, 0) > 0;
+        if (isSignalled ? (watched.revents & (POLLHUP | POLLERR)) == 0 : m_socket.stream().hasUnread()) {
             m_heartbeat.setSeen(true); // silence means nothing while bytes are left where they are
             readIntoQueue(curtime);
         }
@@ -178,6 +203,8 @@ void HubReader::retryHeldReads(double curtime) {
         return;
     m_phase = Phase::Open;
     m_registration.resume(m_socket.fd());
+    if (isMoreAtHand())
+        m_port.continueSoon();
 }
 
 void HubReader::closedByPeer() {
@@ -188,7 +215,7 @@ void HubReader::closedByPeer() {
 
 void HubReader::readCompressed() {
     std::size_t space = 0;
-    const int64_t got = zkvnParser->push(m_socket.fd(), &space);
+    const int64_t got = zkvnParser->push(m_socket.stream(), &space);
     const int error = errno;
     // Without space there was no read.
     const bool inputFull = space == 0;
@@ -227,6 +254,7 @@ void HubReader::pullCompressed(bool inputFull) {
             m_port.suspendClient("Error decompressing/parsing response from HUB: " + text);
             return;
         }
+        m_hasHeard = true;
         m_handshake.take(message);
     }
     if (inputFull && taken == 0)
@@ -250,7 +278,7 @@ void HubReader::settleStream() {
 }
 
 void HubReader::readFramed() {
-    const int got = framer->push(m_socket.fd());
+    const int got = framer->push(m_socket.stream());
     if (got < 0) {
         if (isNoError(errno))
             return;
@@ -291,6 +319,7 @@ void HubReader::takeFrame(KVNAPI::bufref frame) {
         if (rc > 0)
             return;
         if (rc == 0) {
+            m_hasHeard = true;
             m_handshake.take(message);
             continue;
         }

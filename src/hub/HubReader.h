@@ -35,12 +35,14 @@ public:
     void read(double curtime);
     /// The first event of a connection; false when a parser can't be had, which has closed it.
     bool prepare();
-    /// Messages that were left over at the last read.
-    void readLeftOver();
+    /// Messages that were left over at the last read, and bytes that the socket doesn't show any more.
+    void readLeftOver(double curtime);
     /// Goes on with what has waited for space in the queue.
     void continueHeldReads(double curtime);
     /// Bytes are left where they are until the queue takes more.
     [[nodiscard]] bool holdsReads() const { return m_phase == Phase::Held; }
+    /// The peer of this connection has sent a message.
+    [[nodiscard]] bool hasHeard() const { return m_hasHeard; }
     /// The connection is closed.
     void forget();
 
@@ -53,6 +55,9 @@ private:
     };
 
     [[nodiscard]] bool prepareParsers();
+    void readOnce(double curtime);
+    [[nodiscard]] bool isMoreAtHand() const;
+    void readMore(double curtime);
     void readIntoQueue(double curtime);
     void noteSignOfLife();
     void holdReads();
@@ -75,6 +80,7 @@ private:
     const bool m_compression;
 
     Phase m_phase = Phase::Fresh;
+    bool m_hasHeard = false;
     std::unique_ptr<KVNAPI::StreamFramer> framer;
     std::unique_ptr<KVNAPI::Parser> kvnParser;
     std::unique_ptr<KVNAPI::StreamParser> zkvnParser;

@@ -10,6 +10,8 @@ public:
     virtual ~HubReaderPort() = default;
 
     [[nodiscard]] virtual bool isReady() const = 0;
+    /// HubReader::readLeftOver is to be called soon.
+    virtual void continueSoon() = 0;
     virtual void closeConnection() = 0;
     /// Closes, then takes the client out of use with a reason that the application may see.
     virtual void suspendClient(const std::string& reason) = 0;

@@ -23,6 +23,7 @@
 #include "hub/RequestFrame.h"
 #include "hub/SessionStanding.h"
 #include "receive/StampedRead.h"
+#include "tls/TlsClient.h"
 
 namespace tivra_internal {
 
@@ -58,14 +59,24 @@ HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
     , m_connectionRetryLimit(options.connectionRetryLimit)
     , m_readTimeout(options.readTimeout)
     , m_dialNotBefore(options.dialNotBefore)
-    , m_stampArrivals(options.stampArrivals) {
+    , m_stampArrivals(options.stampArrivals)
+    , m_tlsSettings(options.tls)
+    , m_tls(options.tls.isOn ? TlsClient::make(options.tls) : nullptr) {
     if (options.pauses)
         m_pace.emplace(std::move(chance), *options.pauses);
 }
 
+HubSocket::~HubSocket() = default;
+
 HubSocket::Progress HubSocket::begin() {
     m_connectErrno = 0;
+    m_connectFault.clear();
     m_state = State::Closed;
+    if (m_tlsSettings.isRequired && !m_tlsSettings.isOn)
+        return refuse(EPERM, "REQUIRE_TLS_BOOL allows no plain connection: set TLS_BOOL, or give tls://");
+    if (m_tlsSettings.isOn && m_tls == nullptr)
+        return refuse(EPROTONOSUPPORT, "this library has been built without TLS: build it with "
+                                       "-DTIVRA_TLS=ON, or set TLS_BOOL to false");
     sockaddr_in peer{};
     if (!m_address.toSocketAddress(peer))
         return refuse(EINVAL);
@@ -75,7 +86,7 @@ HubSocket::Progress HubSocket::begin() {
             m_address.shown().c_str(), m_connectionTimeout);
     m_connectStartTime = tp::Clock::monotonic();
     if (::connect(fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0)
-        return finish();
+        return encrypt();
     if (errno != EINPROGRESS)
         return refuse(errno);
     m_state = State::Dialling;
@@ -135,13 +146,15 @@ void HubSocket::noteFailedAttempt() {
 }
 
 HubSocket::Progress HubSocket::proceed() {
+    if (m_stream != nullptr)
+        return encrypt();
     pollfd watched{fd(), POLLOUT, 0};
     const bool signalled = ::poll(&watched, 1, 0) > 0;
     sockaddr_in peer{};
     socklen_t length = sizeof(peer);
     if (::getpeername(fd(), reinterpret_cast<sockaddr*>(&peer), &length) != 0)
         return notDone(signalled);
-    return finish();
+    return encrypt();
 }
 
 HubSocket::Progress HubSocket::notDone(bool signalled) {
@@ -170,6 +183,43 @@ HubSocket::Progress HubSocket::refuse(int error) {
     return Progress::Refused;
 }
 
+HubSocket::Progress HubSocket::refuse(int error, std::string fault) {
+    m_connectErrno = error;
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) no secure connection: %s",
+            m_address.shown().c_str(), fault.c_str());
+    m_connectFault = std::move(fault);
+    noteLoss();
+    close();
+    m_connectionRetries += 1;
+    noteFailedAttempt();
+    return Progress::Refused;
+}
+
+std::string HubSocket::connectFault() const {
+    return m_connectFault.empty() ? errorText(connectErrno()) : m_connectFault;
+}
+
+// The connection is up; the dial is done once it is encrypted too, where that is wanted.
+HubSocket::Progress HubSocket::encrypt() {
+    if (m_tls == nullptr)
+        return finish();
+    m_state = State::Dialling;
+    std::string fault;
+    if (m_stream == nullptr)
+        m_stream = m_tls->open(fd(), m_address.own(), fault);
+    if (m_stream == nullptr)
+        return refuse(EPROTO, std::move(fault));
+    const TlsStream::Step step = m_stream->handshake();
+    m_handshakeAwaitsBytes = step == TlsStream::Step::AwaitsBytes;
+    if (step == TlsStream::Step::Failed)
+        return refuse(EPROTO, m_stream->fault());
+    if (step != TlsStream::Step::Done)
+        return notDone(false);
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "The connection to %s is encrypted: %s",
+            m_address.shown().c_str(), m_stream->description().c_str());
+    return finish();
+}
+
 HubSocket::Progress HubSocket::finish() {
     const double elapsed = secondsSince(m_connectStartTime);
     eprintf(
@@ -183,6 +233,9 @@ HubSocket::Progress HubSocket::finish() {
 
 void HubSocket::giveUp(const char* purpose) {
     m_connectErrno = ETIMEDOUT;
+    if (m_stream != nullptr)
+        m_connectFault = "the peer hasn't finished the TLS handshake within the connection time-out: it may "
+                         "speak no TLS, or be overloaded";
     const std::string address = m_address.dialled();
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN,
             "HubClient::connectHost -(%s:%u) Connection timed out %s%d: (%d)%s",
@@ -210,6 +263,10 @@ void HubSocket::awaitManager() {
 
 void HubSocket::close(State state) {
     m_state = state;
+    if (m_stream != nullptr)
+        m_stream->end();
+    m_stream.reset();
+    m_handshakeAwaitsBytes = false;
     // A child that the host has forked may hold the descriptor too: the connection ends all the same.
     if (fd() >= 0)
         ::shutdown(fd(), SHUT_RDWR);
@@ -228,6 +285,11 @@ bool HubSocket::isPastRetryLimit() const {
 }
 
 bool HubSocket::isValid(bool bytesAreLeft) const {
+    if (m_stream != nullptr && m_stream->hasEnded() && !m_stream->hasUnread()) {
+        eprintf(m_outage.isUnderWay() ? EPF_DBUG : EPF_CRIT, "Lost Connection to HUB: %s\n",
+                m_address.shown().c_str());
+        return false;
+    }
     pollfd watched{fd(), POLLIN | POLLHUP, 0};
     if (::poll(&watched, 1, 0) <= 0)
         return true;
@@ -252,7 +314,19 @@ bool HubSocket::isValid(bool bytesAreLeft) const {
 
 bool HubSocket::hasUnreadBytes() const {
     int count = 0;
-    return ::ioctl(fd(), FIONREAD, &count) == 0 && count > 0;
+    return stream().hasUnread() || (::ioctl(fd(), FIONREAD, &count) == 0 && count > 0);
+}
+
+tp::ByteStream HubSocket::stream() const {
+    return {fd(), m_stream.get()};
+}
+
+bool HubSocket::readAwaitsRoom() const {
+    return m_stream != nullptr && m_stream->readAwaitsRoom();
+}
+
+std::string HubSocket::streamFault() const {
+    return m_stream != nullptr ? m_stream->fault() : std::string();
 }
 
 void HubSocket::noteLoss() {
@@ -296,18 +370,20 @@ int HubSocket::writen(int fd, const char* buf, int n, const timeval* timeout) {
     // A stream that is out of step takes nothing more.
     if (fd < 0 || m_frameCutShort)
         return -1;
+    const tp::ByteStream stream(fd, m_stream.get());
     int written = 0;
     int result = 0;
     while (written < n) {
         // Only a frame that has not been begun may be given up for lack of time.
-        const Wait wait = written == 0 && timeout != nullptr ? waitWritable(fd, timeout, n - written, written)
-                                                             : waitForPeer(fd, n - written, written);
+        const Wait wait = timeout != nullptr && !hasBegunWrite(written)
+                              ? waitWritable(fd, timeout, n - written, written)
+                              : waitForPeer(fd, n - written, written);
         if (wait == Wait::TimedOut)
             return -2;
         result = -1;
         if (wait == Wait::Failed)
             break;
-        const ssize_t sent = ::send(fd, buf + written, static_cast<std::size_t>(n - written), MSG_NOSIGNAL);
+        const ssize_t sent = stream.write(buf + written, static_cast<std::size_t>(n - written));
         if (sent < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK))
             continue;
         if (sent <= 0) {
@@ -317,9 +393,14 @@ int HubSocket::writen(int fd, const char* buf, int n, const timeval* timeout) {
         written += static_cast<int>(sent);
         result = written;
     }
-    if (written > 0 && written < n)
+    if (written < n && hasBegunWrite(written))
         m_frameCutShort = true;
     return result;
+}
+
+// The peer may have got a part of it, which an encryption doesn't count before it has gone out whole.
+bool HubSocket::hasBegunWrite(int written) const {
+    return written > 0 || (m_stream != nullptr && m_stream->isWriting());
 }
 
 // One wait of the caller's length, taken up again when a signal cuts it short.

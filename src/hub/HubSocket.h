@@ -4,20 +4,27 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <string>
+
+#include <tp/ByteStream.h>
 
 #include "hub/Outage.h"
 #include "hub/RetryPace.h"
 #include "hub/SocketHandle.h"
+#include "tls/TlsSettings.h"
 
 namespace tivra_internal {
 
 class HubAddress;
 class SessionStanding;
+class TlsClient;
+class TlsStream;
 struct HubClientOptions;
 
-/// The TCP connection to one hub: it dials, counts the dials, tests whether the peer is there, and writes
-/// frames.
+/// The TCP connection to one hub, with the encryption over it where that is wanted: it dials, counts the
+/// dials, tests whether the peer is there, and writes frames.
 /// @thread hub, but for the getters that say otherwise. Differences of times are taken from the monotonic
 /// clock.
 class HubSocket {
@@ -41,6 +48,7 @@ public:
     /// `chance` gives numbers from 0 up to 1, for the pauses between dials.
     HubSocket(const HubAddress& address, const SessionStanding& session, const HubClientOptions& options,
               std::function<double()> chance);
+    ~HubSocket();
     HubSocket(const HubSocket&) = delete;
     HubSocket& operator=(const HubSocket&) = delete;
 
@@ -53,6 +61,8 @@ public:
     }
     /// The system's code of the last failed dial, 0 when there was none.
     [[nodiscard]] int connectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
+    /// The same for people. @thread hub
+    [[nodiscard]] std::string connectFault() const;
 
     // --- dialling ---
     void noteDial();
@@ -69,6 +79,8 @@ public:
     [[nodiscard]] Progress begin();
     /// Looks for the hub's answer.
     [[nodiscard]] Progress proceed();
+    /// A dial under way waits for bytes, not for the socket to be writable.
+    [[nodiscard]] bool dialAwaitsBytes() const { return m_handshakeAwaitsBytes; }
     /// The dial that has timed out goes on with another hub, which a connection manager is asked for.
     void replaceHub();
     /// The dial that has timed out has failed. `purpose` stands in the log line, which names no other.
@@ -86,6 +98,12 @@ public:
     void countFailedDial() { m_connectionRetries += 1; }
 
     // --- the connection ---
+    /// What is to be read. Whoever gets it uses it before the socket is closed.
+    [[nodiscard]] tp::ByteStream stream() const;
+    /// A read goes on only once the socket takes bytes.
+    [[nodiscard]] bool readAwaitsRoom() const;
+    /// What was wrong with the encryption of what has come; empty when nothing was.
+    [[nodiscard]] std::string streamFault() const;
     /// False when the peer has closed. `bytesAreLeft`: what has come is not taken at present.
     [[nodiscard]] bool isValid(bool bytesAreLeft) const;
     /// The peer has sent bytes that have not been read yet.
@@ -110,9 +128,12 @@ private:
 
     [[nodiscard]] bool openSocket();
     [[nodiscard]] Progress refuse(int error);
+    [[nodiscard]] Progress refuse(int error, std::string fault);
+    [[nodiscard]] Progress encrypt();
     [[nodiscard]] Progress finish();
     [[nodiscard]] Progress notDone(bool signalled);
     void close(State state);
+    [[nodiscard]] bool hasBegunWrite(int written) const;
     [[nodiscard]] Wait waitWritable(int fd, const timeval* timeout, int left, int total) const;
     [[nodiscard]] Wait waitForPeer(int fd, int left, int total) const;
 
@@ -123,8 +144,13 @@ private:
     const long m_readTimeout; ///< seconds
     const double m_dialNotBefore;
     const bool m_stampArrivals; ///< by the kernel
+    const TlsSettings m_tlsSettings;
 
     SocketHandle m_fd;
+    std::unique_ptr<TlsClient> m_tls;    ///< null without encryption
+    std::unique_ptr<TlsStream> m_stream; ///< over m_fd; null for a plain connection
+    bool m_handshakeAwaitsBytes = false;
+    std::string m_connectFault; ///< where m_connectErrno doesn't say it all
     std::atomic<State> m_state{State::Closed};
     std::atomic<int> m_connectErrno{0};
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready

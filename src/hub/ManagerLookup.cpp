@@ -55,6 +55,7 @@ ManagerLookup::ManagerLookup(SessionManagers& managers, const SessionStanding& s
     , m_user(user)
     , m_hostConfig(options.host)
     , m_connectionTimeout(options.connectionTimeout)
+    , m_isEncrypted(options.tls.isOn || options.tls.isRequired)
     , m_retryLimit(options.connectionRetryLimit)
     , m_address(address)
     , m_requestHUBFromCM(!options.isDummy && managers.isCMconnection()) {}
@@ -68,6 +69,9 @@ ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
     const bool isManagerItself = !isKnownManager && managers.isManager(m_address.configured());
     if ((isKnownManager || managers.m_CMcheckDone) && !isManagerItself && !m_requestHUBFromCM)
         return Outcome::NotAsked;
+    // The question, with the user's password, would go out in clear.
+    if (m_isEncrypted)
+        return unasked(managers, "A connection manager can't be asked over TLS; connecting to HUB directly");
     if (!LnkApi::instance().load())
         return libraryMissing(managers);
     // What can't be asked is dialled itself: its dials alone decide when it has failed.
@@ -103,7 +107,11 @@ ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
 ManagerLookup::Outcome ManagerLookup::libraryMissing(ConnectionManagers& managers) {
     if (managers.m_isCMconnection)
         return giveUp(LNKAPI_ERROR_NOT_INITIALIZED);
-    eprintf(EPF_INFO, "Connection manager library not found; connecting to HUB directly");
+    return unasked(managers, "Connection manager library not found; connecting to HUB directly");
+}
+
+ManagerLookup::Outcome ManagerLookup::unasked(ConnectionManagers& managers, const char* line) {
+    eprintf(EPF_INFO, "%s", line);
     managers.m_CMcheckDone = true;
     m_requestHUBFromCM = false;
     return Outcome::NotAsked;

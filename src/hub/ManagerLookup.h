@@ -52,6 +52,7 @@ public:
 
 private:
     [[nodiscard]] Outcome libraryMissing(ConnectionManagers& managers);
+    [[nodiscard]] Outcome unasked(ConnectionManagers& managers, const char* line);
     [[nodiscard]] bool initializeLibrary(ConnectionManagers& managers);
     [[nodiscard]] Outcome giveUp(int rc);
     [[nodiscard]] Outcome firstLookupFailed(ConnectionManagers& managers, const std::string& cmAddr, int rc);
@@ -71,6 +72,7 @@ private:
     const UserInfoImpl& m_user;
     HostConfigImpl* const m_hostConfig; ///< may be null
     const long m_connectionTimeout;     ///< seconds
+    const bool m_isEncrypted;           ///< or has to be
     const long m_retryLimit;
     HubAddress& m_address;
 

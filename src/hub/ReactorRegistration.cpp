@@ -21,12 +21,15 @@ int ReactorRegistration::index() const {
     return m_eventReactorIndex;
 }
 
-void ReactorRegistration::awaitDial(int fd) {
+void ReactorRegistration::awaitDial(int fd, bool forBytes) {
     const tp::MutexLock lock(m_huber_mutex);
     if (m_HUB_Event_Reactor == nullptr)
         return;
     m_HUB_Event_Reactor->regSocket(&m_event, fd);
-    m_HUB_Event_Reactor->watchWrites(&m_event);
+    if (forBytes)
+        m_HUB_Event_Reactor->watchReads(&m_event);
+    else
+        m_HUB_Event_Reactor->watchWrites(&m_event);
 }
 
 void ReactorRegistration::endDial() {
@@ -53,6 +56,14 @@ void ReactorRegistration::leave() {
     m_HUB_Event_Reactor->unRegSocket(&m_event);
     m_readWaker.leave(*m_HUB_Event_Reactor);
     m_HUB_Event_Reactor->unRegActivity(&m_event);
+}
+
+void ReactorRegistration::awaitRoom() {
+    const tp::MutexLock lock(m_huber_mutex);
+    if (m_HUB_Event_Reactor == nullptr)
+        return;
+    m_HUB_Event_Reactor->unWatchReads(&m_event);
+    m_HUB_Event_Reactor->watchWrites(&m_event);
 }
 
 void ReactorRegistration::watchReads() {

@@ -27,14 +27,16 @@ public:
     [[nodiscard]] HubEventReactor* reactor() const TP_EXCLUDES(m_huber_mutex);
     [[nodiscard]] int index() const TP_EXCLUDES(m_huber_mutex); ///< any
 
-    /// A dial is under way: its outcome is waited for, as an event to write or of a hang-up.
-    void awaitDial(int fd) TP_EXCLUDES(m_huber_mutex);
+    /// A dial is under way: what it waits for next is an event to write, or to read, or a hang-up.
+    void awaitDial(int fd, bool forBytes) TP_EXCLUDES(m_huber_mutex);
     /// The outcome is known, or isn't waited for any more.
     void endDial() TP_EXCLUDES(m_huber_mutex);
     /// A connection is up: its bytes are waited for.
     void enter(int fd) TP_EXCLUDES(m_huber_mutex);
     void leave() TP_EXCLUDES(m_huber_mutex);
-    /// The first event has come.
+    /// A read has to wait until the socket takes bytes.
+    void awaitRoom() TP_EXCLUDES(m_huber_mutex);
+    /// The first event has come, or that room.
     void watchReads() TP_EXCLUDES(m_huber_mutex);
     /// The socket leaves the reactor, with a call back once the queue has space, or for good at its end.
     /// False without a reactor.

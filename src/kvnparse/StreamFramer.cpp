@@ -2,8 +2,6 @@
 
 #include <tp/te_error.h>
 
-#include <unistd.h>
-
 #include <utility>
 
 namespace KVNAPI {
@@ -23,12 +21,12 @@ std::unique_ptr<StreamFramer> StreamFramer::alloc(const char* name, int size) {
     return std::make_unique<StreamFramer>(std::move(framer), std::move(buffer), size);
 }
 
-int StreamFramer::push(int fd) {
+int StreamFramer::push(const tp::ByteStream& stream) {
     m_read = m_frame->moveRemaining(bufref(m_buf.get(), static_cast<bufref_len_t>(m_maxBufSize)));
     const std::int32_t room = m_maxBufSize - m_read;
     if (room == 0)
         return 1;
-    const ssize_t count = ::read(fd, m_buf.get() + m_read, static_cast<std::size_t>(room));
+    const ssize_t count = stream.read(m_buf.get() + m_read, static_cast<std::size_t>(room));
     if (count <= 0)
         return static_cast<int>(count);
     m_read += static_cast<std::int32_t>(count);

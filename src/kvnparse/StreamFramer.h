@@ -6,10 +6,12 @@
 #include <cstdlib>
 #include <memory>
 
+#include <tp/ByteStream.h>
+
 namespace KVNAPI {
 
-/// Reads a socket and cuts what comes into frames. Used by one thread; owns its framer and its buffer, and
-/// borrows the descriptor.
+/// Reads a connection and cuts what comes into frames. Used by one thread; owns its framer and its buffer,
+/// and borrows the stream.
 class StreamFramer {
 public:
     struct Free {
@@ -26,7 +28,7 @@ public:
 
     /// One read cycle. Returns what `read` gave: the count, 0 when the peer has closed, -1 with `errno`. With
     /// no room left it returns 1 without reading, and `pull` then reports the block as too large.
-    [[nodiscard]] int push(int fd);
+    [[nodiscard]] int push(const tp::ByteStream& stream);
 
     /// As Framer::pull; the caller loops until it doesn't return 0. A frame stays valid until the next push.
     [[nodiscard]] int pull(bufref* out) { return m_frame->pull(out); }

@@ -6,8 +6,6 @@
 #include <new>
 #include <utility>
 
-#include <unistd.h>
-
 namespace KVNAPI {
 
 std::unique_ptr<StreamParser> StreamParser::alloc(const char* name, DataMap* map, int size) {
@@ -23,16 +21,16 @@ std::unique_ptr<StreamParser> StreamParser::alloc(const char* name, DataMap* map
     return std::unique_ptr<StreamParser>(new StreamParser(std::move(parser), std::move(buffer), size));
 }
 
-std::int64_t StreamParser::push(int fd, std::size_t* count) {
+std::int64_t StreamParser::push(const tp::ByteStream& stream, std::size_t* count) {
     read_ = parser_->moveRemaining(bufref(buf_.get(), static_cast<bufref_len_t>(maxBufferSize_)));
     const auto room = static_cast<std::size_t>(maxBufferSize_ - read_);
     if (count != nullptr)
         *count = room;
     // A read of no bytes would look like the end of the stream.
-    const std::int64_t result = room > 0 ? ::read(fd, buf_.get() + read_, room) : 1;
+    const std::int64_t result = room > 0 ? stream.read(buf_.get() + read_, room) : 1;
     if (result < 1)
-        eprintf(EPF_DBUG, "(fd=%d): read/recv failed with ret=%ld; count=%zu", fd, static_cast<long>(result),
-                room);
+        eprintf(EPF_DBUG, "(fd=%d): read/recv failed with ret=%ld; count=%zu", stream.fd(),
+                static_cast<long>(result), room);
     else if (room > 0)
         read_ += static_cast<std::int32_t>(result);
     parser_->push(bufref(buf_.get(), static_cast<bufref_len_t>(read_)));

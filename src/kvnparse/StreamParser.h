@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <memory>
 
+#include <tp/ByteStream.h>
+
 namespace KVNAPI {
 
 /// A parser with the buffer that a socket is read into. Owns both; used by one thread.
@@ -21,7 +23,7 @@ public:
     /// the result of a read that brought none with `errno` as the read left it; frames of earlier reads can
     /// still be pulled then. Returns 1 without a read when the buffer is full, so that the next pull says
     /// why.
-    [[nodiscard]] std::int64_t push(int fd, std::size_t* count);
+    [[nodiscard]] std::int64_t push(const tp::ByteStream& stream, std::size_t* count);
 
     [[nodiscard]] int setMetaMap(DataMap* map) { return parser_->setMetaMap(map); }
     [[nodiscard]] int setOption(const char* name, const char* value) {

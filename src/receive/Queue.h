@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include <tp/ByteStream.h>
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
@@ -70,9 +71,11 @@ public:
     // --- producer; @thread hub ---
     /// One read cycle, with the callbacks for what has come where delivery is inline. True when the
     /// connection must be closed.
-    [[nodiscard]] bool readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser, double curtime);
+    [[nodiscard]] bool readFromSocketThenWriteToQueue(const tp::ByteStream& stream,
+                                                      KVNAPI::StreamParser* parser, double curtime);
     /// Goes on with input that had to wait for room (hasInputLeft). True when the connection must be closed.
-    [[nodiscard]] bool continueInflating(int fd, KVNAPI::StreamParser* parser, double curtime);
+    [[nodiscard]] bool continueInflating(const tp::ByteStream& stream, KVNAPI::StreamParser* parser,
+                                         double curtime);
     /// Takes over bytes of the stream that were read before the queue got the socket. True when the
     /// connection must be closed.
     [[nodiscard]] bool takeOver(KVNAPI::bufref bytes);
@@ -245,16 +248,16 @@ private:
     void wakeConsumer() TP_EXCLUDES(m_write_mutex);
 
     // QueueSocket.cpp
-    [[nodiscard]] bool readOnce(int fd, KVNAPI::StreamParser* parser, double curtime);
+    [[nodiscard]] bool readOnce(const tp::ByteStream& stream, KVNAPI::StreamParser* parser, double curtime);
     [[nodiscard]] ReadMode chooseReadMode(double curtime) const;
     [[nodiscard]] Room findRoom(ReadMode mode);
     [[nodiscard]] Room roomAt(const char* read) const;
     [[nodiscard]] std::size_t mostOfARead() const;
     void leaveEnd(const char* read);
-    [[nodiscard]] bool readWithoutRoom(int fd);
-    [[nodiscard]] bool readPlain(int fd, std::size_t length, double curtime);
-    [[nodiscard]] bool readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode,
-                                      double curtime);
+    [[nodiscard]] bool readWithoutRoom(const tp::ByteStream& stream);
+    [[nodiscard]] bool readPlain(const tp::ByteStream& stream, std::size_t length, double curtime);
+    [[nodiscard]] bool readCompressed(const tp::ByteStream& stream, KVNAPI::StreamParser& parser, Room room,
+                                      ReadMode mode, double curtime);
     [[nodiscard]] bool inflateOnce(KVNAPI::StreamParser& parser, int fd, std::size_t length, double curtime,
                                    std::size_t& produced);
     void noteRead(double curtime);

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <unistd.h>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
@@ -35,21 +34,22 @@ bool isTransient(int error) {
 
 } // namespace
 
-bool Queue::readFromSocketThenWriteToQueue(int fd, KVNAPI::StreamParser* parser, double curtime) {
+bool Queue::readFromSocketThenWriteToQueue(const tp::ByteStream& stream, KVNAPI::StreamParser* parser,
+                                           double curtime) {
     beginInlineRead();
-    const bool mustClose = readOnce(fd, parser, curtime);
+    const bool mustClose = readOnce(stream, parser, curtime);
     endInlineRead();
     return mustClose;
 }
 
-bool Queue::readOnce(int fd, KVNAPI::StreamParser* parser, double curtime) {
+bool Queue::readOnce(const tp::ByteStream& stream, KVNAPI::StreamParser* parser, double curtime) {
     const ReadMode mode = chooseReadMode(curtime);
     if (mode == ReadMode::Refused)
         return false;
     Room room = findRoom(mode);
     if (room.available < MIN_AVAIL_LEN) {
         if (mode == ReadMode::Normal && !mayHoldReads())
-            return readWithoutRoom(fd);
+            return readWithoutRoom(stream);
         if (mode == ReadMode::Normal) {
             // Whatever the threshold: what is dropped now might be an answer, or a part of one.
             changeSuspension(true);
@@ -70,18 +70,18 @@ bool Queue::readOnce(int fd, KVNAPI::StreamParser* parser, double curtime) {
         room.length = 1;
     }
     if (!m_compression)
-        return readPlain(fd, std::min(room.length, mostOfARead()), curtime);
-    return parser == nullptr || readCompressed(fd, *parser, room, mode, curtime);
+        return readPlain(stream, std::min(room.length, mostOfARead()), curtime);
+    return parser == nullptr || readCompressed(stream, *parser, room, mode, curtime);
 }
 
-bool Queue::continueInflating(int fd, KVNAPI::StreamParser* parser, double curtime) {
+bool Queue::continueInflating(const tp::ByteStream& stream, KVNAPI::StreamParser* parser, double curtime) {
     if (!m_inputLeft || parser == nullptr)
         return false;
     const ReadMode mode = chooseReadMode(curtime);
     if (mode == ReadMode::Refused)
         return false;
     const Room room = findRoom(mode);
-    return room.available >= MIN_AVAIL_LEN && readCompressed(fd, *parser, room, mode, curtime);
+    return room.available >= MIN_AVAIL_LEN && readCompressed(stream, *parser, room, mode, curtime);
 }
 
 bool Queue::takeOver(KVNAPI::bufref bytes) {
@@ -156,17 +156,17 @@ Queue::Room Queue::findRoom(ReadMode mode) {
 
 // The consumer is behind. A plain stream goes on with what comes later; a compressed one is worth nothing
 // after a gap.
-bool Queue::readWithoutRoom(int fd) {
+bool Queue::readWithoutRoom(const tp::ByteStream& stream) {
     eprintf(EPF_WARN, "%s: Queue::readFromSocketThenWriteToQueue: queue is full; this read will be dropped",
             getSocketDesc().c_str());
     if (m_compression) {
         calcQueueFullStats(); // the application hears of the queue before it hears of the loss
         eprintf(EPF_WARN, "%s: === Queue is full - Connection will be Reset ===; fd=%d",
-                getSocketDesc().c_str(), fd);
+                getSocketDesc().c_str(), stream.fd());
         return true;
     }
     char dropped[MIN_AVAIL_LEN];
-    const ssize_t got = ::read(fd, dropped, sizeof dropped);
+    const ssize_t got = stream.read(dropped, sizeof dropped);
     if (got > 0) {
         m_stats.in.cum_dropped_bytes.add(static_cast<uint64_t>(got));
         return judgeDropped({dropped, dropped + got});
@@ -181,14 +181,16 @@ bool Queue::readWithoutRoom(int fd) {
     return false;
 }
 
-bool Queue::readPlain(int fd, std::size_t length, double curtime) {
+bool Queue::readPlain(const tp::ByteStream& stream, std::size_t length, double curtime) {
     double arrivedAt = 0.0;
-    const ssize_t got = m_readsStamped ? readStamped(fd, m_WriteStream, length, arrivedAt)
-                                       : ::read(fd, m_WriteStream, length);
+    // What a layer hands out has come to this machine in other pieces.
+    const bool isStamped = m_readsStamped && !stream.isLayered();
+    const ssize_t got = isStamped ? readStamped(stream.fd(), m_WriteStream, length, arrivedAt)
+                                  : stream.read(m_WriteStream, length);
     if (got > 0) {
         m_WriteStream += got;
         noteRead(curtime);
-        if (m_readsStamped)
+        if (isStamped)
             m_arrivedAt = arrivedAt;
         return PushMessage();
     }
@@ -204,15 +206,16 @@ bool Queue::readPlain(int fd, std::size_t length, double curtime) {
     return false;
 }
 
-bool Queue::readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, ReadMode mode, double curtime) {
+bool Queue::readCompressed(const tp::ByteStream& stream, KVNAPI::StreamParser& parser, Room room,
+                           ReadMode mode, double curtime) {
     bool inputLeft = m_inputLeft;
     for (std::size_t total = 0;;) {
         m_inputLeft = false;
         std::size_t space = 0;
-        const auto got = parser.push(fd, &space);
+        const auto got = parser.push(stream, &space);
         if (got < 0 && !isTransient(errno)) {
             eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s - Connection will be Reset ===; fd=%d",
-                    tp::te_geterror(), fd);
+                    tp::te_geterror(), stream.fd());
             return true;
         }
         const bool inputFull = space == 0;
@@ -220,11 +223,12 @@ bool Queue::readCompressed(int fd, KVNAPI::StreamParser& parser, Room room, Read
         if (got > 0 && !inputFull)
             m_stats.in.m_compressed_bytes_in.add(static_cast<uint64_t>(got));
         if (closed && !inputLeft) {
-            eprintf(EPF_WARN, "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", fd);
+            eprintf(EPF_WARN, "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d",
+                    stream.fd());
             return true;
         }
         std::size_t produced = 0;
-        if (inflateOnce(parser, fd, room.length, curtime, produced))
+        if (inflateOnce(parser, stream.fd(), room.length, curtime, produced))
             return true;
         // A full input that yields nothing will never yield anything.
         if (inputFull && produced == 0)

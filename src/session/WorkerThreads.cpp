@@ -32,6 +32,21 @@ constexpr double kSecondsBetweenThreadAttempts = 1.0;
 
 constexpr std::size_t kEventsPerCheck = 500;
 
+TlsSettings tlsSettingsOf(const HostConfigImpl& host) {
+    using tivra::HostConfig;
+    TlsSettings settings;
+    settings.isOn = host.getBoolean(HostConfig::TLS_BOOL, false);
+    settings.isRequired = host.getBoolean(HostConfig::REQUIRE_TLS_BOOL, false);
+    settings.caFile = host.getString(HostConfig::TLS_CA_FILE_STRING);
+    settings.crlFile = host.getString(HostConfig::TLS_CRL_FILE_STRING);
+    settings.serverName = host.getString(HostConfig::TLS_SERVER_NAME_STRING);
+    settings.pinnedKeys = host.getString(HostConfig::TLS_PINNED_KEY_STRING);
+    settings.certificateFile = host.getString(HostConfig::TLS_CERTIFICATE_FILE_STRING);
+    settings.keyFile = host.getString(HostConfig::TLS_KEY_FILE_STRING);
+    settings.minVersion = host.getString(HostConfig::TLS_MIN_VERSION_STRING);
+    return settings;
+}
+
 } // namespace
 
 void SessionImpl::startWorkerThreads(bool startBackup) {
@@ -171,6 +186,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.inlineDelivery = settings().isDeliveringInline();
         options.holdReads = options.compression && settings().isHoldingReads();
         options.stampArrivals = !options.compression && settings().isStampingArrivals();
+        options.tls = tlsSettingsOf(host);
         auto client = std::make_unique<HubClient>(m_user, *this, options);
         client->setQueryXRefHUB(role == HubRole::Xref);
         return client;

@@ -19,6 +19,9 @@ TEST(ConnectionConfig, EachParameterStartsAtItsDefaultAndKeepsItsOwnValue) {
             if (info.type == ParameterType::Long) {
                 EXPECT_EQ(config.getLong(parameter, -77), isSet ? -123L - info.value : info.defaultValue);
                 config.set(parameter, -123L - info.value);
+            } else if (info.type == ParameterType::String) {
+                EXPECT_EQ(config.getString(parameter), isSet ? info.name : "");
+                config.set(parameter, std::string(info.name));
             } else if (parameter != HostConfig::BACKUP_BOOL) {
                 EXPECT_EQ(config.getBoolean(parameter, !isOn), isOn) << info.name;
                 config.set(parameter, info.defaultValue == 0);

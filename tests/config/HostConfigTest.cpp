@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "HostFixture.h"
+#include "config/ParameterTable.h"
 #include "support/LogCapture.h"
 
 using tivra::HostConfig;
@@ -34,7 +35,7 @@ TEST(HostConfig, FirstLongStaysLastBoolCountsAndWrongEnumeratorsChangeNothing) {
     host.set(HostConfig::BACKUP_BOOL, true);
     host.set(HostConfig::BACKUP_BOOL, false);
     LogCapture log;
-    for (const int wrong : {-1, 11}) {
+    for (const int wrong : {-1, static_cast<int>(kHostParameters.size())}) {
         host.set(static_cast<HostConfig::Parameters>(wrong), 1L);
         fixture.connections.set(static_cast<HostConfig::Parameters>(wrong), 1L);
         EXPECT_TRUE(host.getBoolean(static_cast<HostConfig::Parameters>(wrong), true));

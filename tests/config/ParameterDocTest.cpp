@@ -14,6 +14,8 @@ using namespace tivra_internal;
 std::string limitText(const ParameterInfo& info) {
     if (info.type == ParameterType::Bool)
         return "false, true";
+    if (info.type == ParameterType::String)
+        return "a text";
     if (info.minimum == kNoMinimum && info.maximum == kNoMaximum)
         return "any";
     if (info.maximum == kNoMaximum)
@@ -37,6 +39,8 @@ std::string outOfRangeText(const ParameterInfo& info) {
 std::string defaultText(const ParameterInfo& info) {
     if (info.type == ParameterType::Bool)
         return info.defaultValue != 0 ? "true" : "false";
+    if (info.type == ParameterType::String)
+        return "";
     return std::to_string(info.defaultValue);
 }
 

@@ -25,7 +25,7 @@ TEST_F(CatSetup, PasswordComesFromAFileOrTheEnvironmentAndNeverFromTheCommandLin
             {"TIVRA_PASSWORD=wrong tivra-cat $AT --password-file password snapshot 100:IBM", 0, _,
              Not(HasSubstr("others can read"))},
             {"TIVRA_PASSWORD=wrong tivra-cat $AT --password-file - snapshot 100:IBM < password", 0, _, _},
-            {"tivra-cat $AT --password-file open snapshot 100:IBM", 0, _, HasSubstr("others can read")},
+            {"tivra-cat $AT --password-file open snapshot 100:IBM", 2, "", HasSubstr("others can read")},
             {"tivra-cat $AT --password-file empty snapshot 100:IBM", 2, "", HasSubstr("is empty")},
             {"-u TIVRA_PASSWORD tivra-cat $AT snapshot 100:IBM", 2, "",
              AllOf(HasSubstr("TIVRA_PASSWORD"), HasSubstr("--password-file"))},

@@ -2,7 +2,7 @@
 # Includes point downward only: each room may include itself, the rooms before it and the public headers.
 set -eu
 cd "$1"
-rooms="kvnparse dictionary config request receive hub session api feed"
+rooms="kvnparse dictionary config request receive tls hub session api feed"
 status=0
 below=
 for room in $rooms; do
@@ -19,16 +19,16 @@ for room in $rooms; do
     done
 done
 # The runtime knows nobody, the simulator only itself; public headers are compiled with nothing else around.
-if grep -nE '^#[[:space:]]*include "(kvnparse|dictionary|config|request|receive|hub|session|api|feed)/' -r shared/tp_lib_tp; then
+if grep -nE '^#[[:space:]]*include "(kvnparse|dictionary|config|request|receive|tls|hub|session|api|feed)/' -r shared/tp_lib_tp; then
     echo "the runtime includes a room"
     status=1
 fi
-if grep -nE '^#[[:space:]]*include [<"](tp/|kvnparse/|dictionary/|config/|request/|receive/|hub/|session/|api/|feed/|tivra\.h)' -r sim/include sim/src sim/lnkapi; then
+if grep -nE '^#[[:space:]]*include [<"](tp/|kvnparse/|dictionary/|config/|request/|receive/|tls/|hub/|session/|api/|feed/|tivra\.h)' -r sim/include sim/src sim/lnkapi; then
     echo "the simulator judges the library, so it must not use it"
     status=1
 fi
 # The test kit is a user of both.
-if grep -nE '^#[[:space:]]*include [<"](tp|kvnparse|dictionary|config|request|receive|hub|session|api|feed)/' -r sim/testkit; then
+if grep -nE '^#[[:space:]]*include [<"](tp|kvnparse|dictionary|config|request|receive|tls|hub|session|api|feed)/' -r sim/testkit; then
     echo "the test kit knows the public headers alone"
     status=1
 fi

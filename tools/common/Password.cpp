@@ -60,7 +60,7 @@ private:
     termios m_saved{};
 };
 
-std::string readFile(const std::string& path, const std::string& program) {
+std::string readFile(const std::string& path) {
     std::string password;
     if (path == "-") {
         if (!std::getline(std::cin, password))
@@ -71,8 +71,8 @@ std::string readFile(const std::string& path, const std::string& program) {
             throw UsageError(fmt::format("cannot read a password from the first line of \"{}\"", path));
         struct stat status {};
         if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0077) != 0)
-            fmt::print(stderr, "{}: note: others can read the password file \"{}\"; chmod 600 ends that\n",
-                       program, path);
+            throw UsageError(
+                fmt::format("others can read the password file \"{}\"; chmod 600 ends that", path));
     }
     if (!password.empty() && password.back() == '\r')
         password.pop_back();
@@ -91,11 +91,10 @@ std::optional<std::string> ask(const std::string& user) {
 
 } // namespace
 
-std::string obtainPassword(const std::string& user, const std::string& passwordFile,
-                           const std::string& program) {
+std::string obtainPassword(const std::string& user, const std::string& passwordFile) {
     std::string password;
     if (!passwordFile.empty()) {
-        password = readFile(passwordFile, program);
+        password = readFile(passwordFile);
     } else if (const char* value = std::getenv(kVariable); value != nullptr) {
         password = value;
     } else if (const std::optional<std::string> answer = ask(user)) {

@@ -57,6 +57,7 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
         ->allow_extra_args(false)
         ->group(group);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
+    tivra_tools::declareTls(app, group, options.tls);
     app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
         ->allow_extra_args(false)
         ->check(CLI::PositiveNumber)

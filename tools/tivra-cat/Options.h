@@ -2,6 +2,8 @@
 
 #include "Targets.h"
 
+#include "common/TlsOptions.h"
+
 #include <tivra.h>
 
 #include <cstdint>
@@ -24,6 +26,7 @@ struct Options {
     std::vector<std::string> backups; ///< the same
     std::string user;
     std::string passwordFile;
+    tivra_tools::TlsOptions tls;
 
     std::vector<Target> targets;
     std::vector<std::string> tokens; ///< names or numbers, for lists of tokens and enumerations

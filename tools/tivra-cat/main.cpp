@@ -23,7 +23,7 @@ int runProgram(int argc, char** argv) {
     if (!options)
         return static_cast<int>(ExitCode::Ended);
     const std::string logFile = tivra_tools::logFileName(options->logFile, kProgram);
-    const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile, kProgram);
+    const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile);
     Run run(*options, logFile);
     return static_cast<int>(run.execute(password));
 }

@@ -137,6 +137,17 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--password-file", options.passwordFile, "file whose first line is the user's password")
         ->needs(user)
         ->excludes(variable);
+    auto* certificate =
+        app.add_option("--tls-cert", options.tlsCertificate,
+                       "file (PEM) of the hub's certificate and the chain above it: clients have to use TLS")
+            ->check(CLI::ExistingFile);
+    app.add_option("--tls-key", options.tlsKey, "file (PEM) of its key; that of the certificate unless given")
+        ->check(CLI::ExistingFile)
+        ->needs(certificate);
+    app.add_option("--tls-client-ca", options.tlsClientCa,
+                   "file (PEM) of the certificates that may vouch for clients, which need one then")
+        ->check(CLI::ExistingFile)
+        ->needs(certificate);
     // A group has all of this in its file.
     const std::vector<CLI::Option*> ofOneHub =
         app.get_options([&app](const CLI::Option* option) { return option != app.get_help_ptr(); });
@@ -189,6 +200,8 @@ HubConfig makeConfig(const Options& options) {
     config.playback.dropsForSlow = config.playback.dropsForSlow || options.dropsForSlow;
     if (config.playback.dropsForSlow && config.playback.factor <= 0.0)
         throw ConfigError("--drop-slow needs a pace: at full speed every client is slow; give --factor");
+    if (!options.tlsCertificate.empty())
+        config.tls = {options.tlsCertificate, options.tlsKey, options.tlsClientCa};
     if (!options.user.empty())
         config.users = {{options.user, readPassword(options), config.boxPermissions, 0}};
     return config;

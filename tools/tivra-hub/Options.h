@@ -33,6 +33,9 @@ struct Options {
     std::string user;
     std::string passwordVariable;
     std::string passwordFile;
+    std::string tlsCertificate;
+    std::string tlsKey;
+    std::string tlsClientCa;
     int verbosity = 0;
     bool endsAfterPlayback = false;
     bool printsConfig = false;

@@ -25,7 +25,7 @@ std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, t
     if (!options.endpoint.empty())
         return std::make_unique<tivra_top::EndpointWatch>(options.endpoint);
     const std::string logFile = tivra_tools::logFileName(options.logFile, kProgram);
-    const std::string password = tivra_tools::obtainPassword(options.user, options.passwordFile, kProgram);
+    const std::string password = tivra_tools::obtainPassword(options.user, options.passwordFile);
     return std::make_unique<tivra_top::FeedWatch>(options, password, logFile, signals);
 }
 

@@ -44,8 +44,8 @@ std::string reason() {
 
 Dictionary::Dictionary(const Options& options) {
     if (!options.hub.host.empty())
-        add(fetchDictionary(options.hub, tivra_tools::obtainPassword(
-                                             options.hub.user, options.hub.passwordFile, "tivra-wire")));
+        add(fetchDictionary(options.hub,
+                            tivra_tools::obtainPassword(options.hub.user, options.hub.passwordFile)));
     for (const std::string& file : options.maps)
         load(file);
 }

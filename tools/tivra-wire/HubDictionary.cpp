@@ -35,6 +35,7 @@ public:
         connections.set(tivra::HostConfig::QUEUE_SIZE_LONG, kListMegabytes);
         if (!options.hasCompression)
             connections.set(tivra::HostConfig::COMPRESSION_BOOL, false);
+        tivra_tools::applyTls(options.tls, connections);
         connections.getHostConfig(options.host);
     }
 

@@ -3,6 +3,8 @@
 #include "Frame.h"
 #include "TimeRange.h"
 
+#include "common/TlsOptions.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +18,7 @@ struct HubOptions {
     std::string host; ///< "address:port", resolved; empty for no hub
     std::string user;
     std::string passwordFile;
+    tivra_tools::TlsOptions tls;
     bool hasCompression = true;
     double timeoutSeconds = 30.0; ///< for the login and the whole list
     std::string logFile;

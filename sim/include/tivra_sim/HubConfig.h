@@ -109,6 +109,14 @@ struct Playback {
     [[nodiscard]] bool isWanted() const { return !file.empty() || bodies != nullptr || load.symbols > 0; }
 };
 
+/// How a hub encrypts its connections: by TLS alone once it has a certificate. The files are PEM.
+struct Tls {
+    std::string certificateFile; ///< with the chain above it; empty for plain connections
+    std::string keyFile;         ///< empty for the file of the certificate
+    std::string clientCaFile;    ///< who may vouch for clients, which then need a certificate; empty for none
+    bool isOldVersion = false;   ///< speaks nothing later than 1.2
+};
+
 /// Everything that a hub is started with. All fields may be changed before the Hub is made; none has an
 /// effect later.
 struct HubConfig {
@@ -116,6 +124,7 @@ struct HubConfig {
     std::string bindAddress = "127.0.0.1";
     /// Port to listen on; 0 takes a free one, see Hub::port().
     std::uint16_t port = 0;
+    Tls tls;
     /// Address given out in the answers to GetPort; empty gives the address that the client connected to.
     std::string advertisedHost;
 

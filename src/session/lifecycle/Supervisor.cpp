@@ -6,7 +6,6 @@
 
 #include "config/UserInfoImpl.h"
 #include "hub/ConnectionManagers.h"
-#include "hub/ErrorText.h"
 #include "hub/HubClient.h"
 #include "hub/LnkApiErrors.h"
 #include "session/lifecycle/ChangeOver.h"
@@ -25,7 +24,7 @@ std::string connectFailure(const HubClient& client) {
     const int error = status != 0 ? status : client.getConnectErrno();
     char message[kMessageSize];
     std::snprintf(message, sizeof message, "connectHost(%s) failed %d: %s", client.getHubAddr().c_str(),
-                  error, (status != 0 ? getLnkAPIErrorString(status) : errorText(error)).c_str());
+                  error, (status != 0 ? getLnkAPIErrorString(status) : client.connectFault()).c_str());
     return message;
 }
 

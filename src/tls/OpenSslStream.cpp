@@ -1,0 +1,156 @@
+#include "tls/OpenSslStream.h"
+
+#include <cerrno>
+#include <utility>
+
+#include <openssl/err.h>
+
+#include "tls/TlsFault.h"
+
+namespace tivra_internal {
+
+OpenSslStream::OpenSslStream(SslHandle ssl, std::string expectedName, const PinnedKeys& pins)
+    : m_ssl(std::move(ssl)), m_expectedName(std::move(expectedName)), m_pins(pins) {}
+
+TlsStream::Step OpenSslStream::handshake() {
+    if (m_state == State::Open)
+        return Step::Done;
+    if (m_state == State::Ended)
+        return Step::Failed;
+    ERR_clear_error();
+    const int result = SSL_connect(m_ssl.get());
+    const int systemError = errno;
+    if (result == 1)
+        return checkKey();
+    switch (SSL_get_error(m_ssl.get(), result)) {
+    case SSL_ERROR_WANT_READ:
+        return Step::AwaitsBytes;
+    case SSL_ERROR_WANT_WRITE:
+        return Step::AwaitsRoom;
+    case SSL_ERROR_SYSCALL:
+        m_readError = systemError;
+        return fail(closedInHandshake());
+    default:
+        break;
+    }
+    if (const long verified = SSL_get_verify_result(m_ssl.get()); verified != X509_V_OK)
+        return fail(certificateFault(verified, m_expectedName));
+    return fail(handshakeFault());
+}
+
+TlsStream::Step OpenSslStream::checkKey() {
+    if (std::string found; !m_pins.accept(SSL_get0_peer_certificate(m_ssl.get()), found))
+        return fail(pinMismatch(found));
+    m_state = State::Open;
+    return Step::Done;
+}
+
+TlsStream::Step OpenSslStream::fail(std::string fault) {
+    ERR_clear_error();
+    m_state = State::Ended;
+    m_fault = std::move(fault);
+    return Step::Failed;
+}
+
+std::string OpenSslStream::description() const {
+    std::string text = SSL_get_version(m_ssl.get());
+    text += std::string(", ") + SSL_get_cipher_name(m_ssl.get());
+    if (SSL_session_reused(m_ssl.get()) == 1)
+        text += ", resumed";
+    return text;
+}
+
+void OpenSslStream::end() {
+    if (m_state != State::Open || m_isWriting)
+        return;
+    ERR_clear_error();
+    (void)SSL_shutdown(m_ssl.get());
+    ERR_clear_error();
+    m_state = State::Ended;
+    m_hasUnread = false;
+}
+
+// Record after record, as long as there is room: what stays behind in here wakes nobody.
+ssize_t OpenSslStream::read(void* into, std::size_t length) {
+    if (m_state != State::Open)
+        return endOfReading();
+    m_readAwaitsRoom = false;
+    m_hasUnread = false;
+    std::size_t filled = 0;
+    while (filled < length) {
+        std::size_t got = 0;
+        ERR_clear_error();
+        const int result = SSL_read_ex(m_ssl.get(), static_cast<char*>(into) + filled, length - filled, &got);
+        const int systemError = errno;
+        if (result == 1) {
+            filled += got;
+            // A look at the socket would cost a system call, and find nothing as a rule.
+            if (SSL_has_pending(m_ssl.get()) == 0)
+                return static_cast<ssize_t>(filled);
+            continue;
+        }
+        const int reason = SSL_get_error(m_ssl.get(), result);
+        if (reason == SSL_ERROR_WANT_READ || reason == SSL_ERROR_WANT_WRITE) {
+            m_readAwaitsRoom = reason == SSL_ERROR_WANT_WRITE;
+            errno = EAGAIN;
+            return filled > 0 ? static_cast<ssize_t>(filled) : -1;
+        }
+        const ssize_t end = closeReading(reason, systemError);
+        m_hasUnread = filled > 0; // the end itself
+        return filled > 0 ? static_cast<ssize_t>(filled) : end;
+    }
+    m_hasUnread = SSL_has_pending(m_ssl.get()) != 0;
+    return static_cast<ssize_t>(filled);
+}
+
+ssize_t OpenSslStream::closeReading(int reason, int systemError) {
+    m_state = State::Ended;
+    if (reason == SSL_ERROR_SYSCALL) {
+        m_readError = systemError != 0 ? systemError : ECONNRESET;
+        ERR_clear_error();
+    } else if (reason != SSL_ERROR_ZERO_RETURN) {
+        m_readError = EPROTO;
+        const unsigned long error = ERR_peek_error();
+        const bool isCut =
+            ERR_GET_LIB(error) == ERR_LIB_SSL && ERR_GET_REASON(error) == SSL_R_UNEXPECTED_EOF_WHILE_READING;
+        // A hub may judge this client's certificate once the handshake is over here.
+        m_fault = alertFault();
+        if (isCut)
+            m_fault =
+                "the connection has ended without the end that TLS demands: the hub has gone, or somebody "
+                "has cut it";
+        else if (m_fault.empty())
+            m_fault = "what has come over TLS is damaged or forged: " + queuedError();
+        ERR_clear_error();
+    }
+    return endOfReading();
+}
+
+ssize_t OpenSslStream::endOfReading() {
+    m_hasUnread = false;
+    if (m_readError == 0 && m_fault.empty())
+        return 0;
+    errno = m_readError != 0 ? m_readError : EPROTO;
+    return -1;
+}
+
+ssize_t OpenSslStream::write(const void* bytes, std::size_t length) {
+    if (m_state != State::Open) {
+        errno = EPIPE;
+        return -1;
+    }
+    std::size_t sent = 0;
+    ERR_clear_error();
+    const int result = SSL_write_ex(m_ssl.get(), bytes, length, &sent);
+    const int systemError = errno;
+    m_isWriting = false;
+    if (result == 1)
+        return static_cast<ssize_t>(sent);
+    const int reason = SSL_get_error(m_ssl.get(), result);
+    ERR_clear_error();
+    m_isWriting = reason == SSL_ERROR_WANT_WRITE;
+    errno = m_isWriting ? EAGAIN : reason == SSL_ERROR_SYSCALL && systemError != 0 ? systemError : EPROTO;
+    return -1;
+}
+
+} // namespace tivra_internal

@@ -1,0 +1,438 @@
+// The client's end of TLS against a peer in memory: whom it trusts, and what it makes of damage.
+#include <cerrno>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tls/TlsClient.h"
+#include "tls/TlsPeer.h"
+
+namespace {
+
+using namespace tivra_internal;
+using Step = TlsStream::Step;
+using testing::HasSubstr;
+
+CertificateText issuerText(const char* name) {
+    CertificateText text;
+    text.name = name;
+    text.isIssuer = true;
+    text.keyUsage = "critical,keyCertSign,cRLSign";
+    return text;
+}
+
+template<class Change>
+CertificateText with(CertificateText text, Change change) {
+    change(text);
+    return text;
+}
+
+/// What a hub shows and what a client demands; as it stands, all is well.
+struct Scene {
+    CertificateFiles files;
+    Certificate root{issuerText("root"), nullptr};
+    Certificate between{issuerText("between"), &root};
+    CertificateText hubText{};
+    const Certificate* hubIssuer = &between;
+    std::vector<const Certificate*> chain{&between};
+    TlsSettings settings{};
+    std::unique_ptr<Certificate> hub{};
+
+    Scene() {
+        settings.isOn = true;
+        settings.caFile = files.write("ca.pem", root.pem());
+    }
+    void issue() {
+        if (hub == nullptr)
+            hub = std::make_unique<Certificate>(hubText, hubIssuer);
+    }
+    /// The fault of a connection to such a hub, empty when it comes about.
+    std::string fault() {
+        issue();
+        TlsPeer peer(*hub, chain);
+        peer.connect();
+        const auto client = TlsClient::make(settings);
+        std::string text;
+        const auto stream = client->open(peer.fd(), "127.0.0.1", text);
+        if (stream == nullptr)
+            return text;
+        const Step step = greet(*stream, peer);
+        EXPECT_EQ(step == Step::Done, stream->fault().empty());
+        return step == Step::AwaitsBytes ? "it hangs" : stream->fault();
+    }
+};
+
+struct Fault {
+    const char* name;
+    void (*prepare)(Scene&);
+    const char* text; ///< empty: the connection comes about
+};
+
+void PrintTo(const Fault& fault, std::ostream* out) {
+    *out << fault.name;
+}
+
+const Fault kFaults[] = {
+    {"None", [](Scene&) {}, ""},
+    {"NameInTheSettings", [](Scene& s) { s.settings.serverName = "hub.example.org"; }, ""},
+    {"Wildcard",
+     [](Scene& s) {
+         s.hubText.alternativeNames = "DNS:*.example.org";
+         s.settings.serverName = "hub.example.org";
+     },
+     ""},
+    {"OwnKeyPinned",
+     [](Scene& s) {
+         s.issue();
+         s.settings.pinnedKeys = s.root.pin() + ',' + s.hub->pin();
+     },
+     ""},
+    {"ListWithoutTheHub",
+     [](Scene& s) {
+         s.settings.crlFile =
+             s.files.write("crl.pem", s.root.revocations(nullptr) + s.between.revocations(nullptr));
+     },
+     ""},
+    {"SelfSignedAndTrusted",
+     [](Scene& s) {
+         s.hubIssuer = nullptr;
+         s.chain.clear();
+         s.issue();
+         s.settings.caFile = s.files.write("hub.pem", s.hub->pem());
+     },
+     ""},
+    {"Expired", [](Scene& s) { s.hubText.validTo = -60; }, "has expired"},
+    {"NotYetValid", [](Scene& s) { s.hubText.validFrom = 600; }, "not valid yet"},
+    {"IssuerExpired",
+     [](Scene& s) {
+         s.between = Certificate(with(issuerText("between"), [](auto& t) { t.validTo = -60; }), &s.root);
+     },
+     "has expired"},
+    {"OtherAddress", [](Scene& s) { s.hubText.alternativeNames = "IP:127.0.0.2"; }, "is not for 127.0.0.1"},
+    {"OtherName", [](Scene& s) { s.settings.serverName = "other.example.org"; }, "is not for other.example"},
+    {"NameInTheSubjectAlone",
+     [](Scene& s) {
+         s.hubText.name = "hub.example.org";
+         s.hubText.alternativeNames = "";
+         s.settings.serverName = "hub.example.org";
+     },
+     "is not for hub.example.org"},
+    {"WildcardOverTwoLabels",
+     [](Scene& s) {
+         s.hubText.alternativeNames = "DNS:*.org";
+         s.settings.serverName = "hub.example.org";
+     },
+     "is not for hub.example.org"},
+    {"WildcardInsideALabel",
+     [](Scene& s) {
+         s.hubText.alternativeNames = "DNS:h*b.example.org";
+         s.settings.serverName = "hub.example.org";
+     },
+     "is not for hub.example.org"},
+    {"WildcardForAnAddress", [](Scene& s) { s.hubText.alternativeNames = "DNS:127.0.0.*,DNS:127.0.0.1"; },
+     "is not for 127.0.0.1"},
+    {"NameWithMoreBehindIt",
+     [](Scene& s) {
+         s.hubText.alternativeNames = "DNS:hub.example.org.evil.net";
+         s.settings.serverName = "hub.example.org";
+     },
+     "is not for hub.example.org"},
+    {"SelfSigned",
+     [](Scene& s) {
+         s.hubIssuer = nullptr;
+         s.chain.clear();
+     },
+     "signed by itself alone"},
+    {"UnknownIssuer",
+     [](Scene& s) {
+         s.settings.caFile = s.files.write("ca.pem", Certificate(issuerText("other"), nullptr).pem());
+     },
+     "issuer"},
+    {"UnknownIssuerInTheChain",
+     [](Scene& s) {
+         s.chain.push_back(&s.root);
+         s.settings.caFile = s.files.write("ca.pem", Certificate(issuerText("other"), nullptr).pem());
+     },
+     "ends at an issuer that isn't trusted"},
+    {"SameNameAsTheIssuer",
+     [](Scene& s) {
+         s.settings.caFile = s.files.write("ca.pem", Certificate(issuerText("root"), nullptr).pem());
+     },
+     "hub's chain"},
+    {"BrokenChain", [](Scene& s) { s.chain.clear(); }, "have the hub send the certificates between"},
+    {"Revoked",
+     [](Scene& s) {
+         s.issue();
+         s.settings.crlFile =
+             s.files.write("crl.pem", s.root.revocations(nullptr) + s.between.revocations(s.hub.get()));
+     },
+     "has been revoked"},
+    {"IssuerRevoked",
+     [](Scene& s) {
+         s.settings.crlFile =
+             s.files.write("crl.pem", s.root.revocations(&s.between) + s.between.revocations(nullptr));
+     },
+     "has been revoked"},
+    {"ListOfOneIssuerMissing",
+     [](Scene& s) { s.settings.crlFile = s.files.write("crl.pem", s.root.revocations(nullptr)); },
+     "has no revocation list"},
+    {"ListExpired",
+     [](Scene& s) {
+         s.settings.crlFile =
+             s.files.write("crl.pem", s.root.revocations(nullptr) + s.between.revocations(nullptr, -60));
+     },
+     "revocation list in TLS_CRL_FILE_STRING has expired"},
+    {"ShortKey", [](Scene& s) { s.hubText.rsaBits = 1024; }, "too short to be safe"},
+    {"WeakDigest", [](Scene& s) { s.hubText.isSha1 = true; }, "digest that is no longer safe"},
+    {"ForClientsAlone", [](Scene& s) { s.hubText.extendedUsage = "clientAuth"; }, "not meant for servers"},
+    {"ForCodeAlone", [](Scene& s) { s.hubText.extendedUsage = "codeSigning"; }, "not meant for servers"},
+    {"IssuerIsNone",
+     [](Scene& s) {
+         s.between = Certificate(with(issuerText("between"),
+                                      [](auto& t) {
+                                          t.constraints = "critical,CA:FALSE";
+                                          t.keyUsage = "";
+                                      }),
+                                 &s.root);
+     },
+     "is no issuer's"},
+    {"IssuerMayNotSign",
+     [](Scene& s) {
+         s.between = Certificate(
+             with(issuerText("between"), [](auto& t) { t.keyUsage = "critical,cRLSign"; }), &s.root);
+     },
+     "issuer"},
+    {"ChainTooDeepForItsIssuer",
+     [](Scene& s) {
+         s.root = Certificate(
+             with(issuerText("root"), [](auto& t) { t.constraints = "critical,CA:TRUE,pathlen:0"; }),
+             nullptr);
+         s.between = Certificate(issuerText("between"), &s.root);
+         s.settings.caFile = s.files.write("ca.pem", s.root.pem());
+     },
+     "may not have issuers below it"},
+    {"NameTheIssuerMayNotGive",
+     [](Scene& s) {
+         s.between =
+             Certificate(with(issuerText("between"),
+                              [](auto& t) { t.nameConstraints = "critical,permitted;DNS:example.net"; }),
+                         &s.root);
+         s.hubText.alternativeNames = "DNS:hub.example.org";
+         s.settings.serverName = "hub.example.org";
+     },
+     "may not issue certificates for this name"},
+    {"UnknownCriticalExtension", [](Scene& s) { s.hubText.hasUnknownCritical = true; },
+     "critical extension that is unknown"},
+    {"WrongSignature",
+     [](Scene& s) {
+         s.issue();
+         s.hub->spoilSignature();
+     },
+     "signature in the hub's chain is wrong"},
+    {"OtherKeyPinned", [](Scene& s) { s.settings.pinnedKeys = s.root.pin(); }, "doesn't list"},
+    {"PinIsNone", [](Scene& s) { s.settings.pinnedKeys = "sha256/abc"; }, "TLS_PINNED_KEY_STRING can't be"},
+    {"NoIssuersFile", [](Scene& s) { s.settings.caFile = "/nonexistent"; }, "TLS_CA_FILE_STRING /nonex"},
+    {"NoListFile", [](Scene& s) { s.settings.crlFile = "/nonexistent"; }, "TLS_CRL_FILE_STRING /nonex"},
+    {"NoCertificateFile", [](Scene& s) { s.settings.certificateFile = "/nonexistent"; },
+     "TLS_CERTIFICATE_FILE_STRING /nonex"},
+    {"KeyOfAnother",
+     [](Scene& s) {
+         s.settings.certificateFile = s.files.write("client.pem", s.root.pem());
+         s.settings.keyFile = s.files.write("client.key", s.between.keyPem());
+     },
+     "no key for this client's certificate"},
+    {"NoSuchVersion", [](Scene& s) { s.settings.minVersion = "1.1"; }, "no version 1.1 of TLS to demand"},
+};
+
+class TlsTrust : public testing::TestWithParam<Fault> {};
+
+TEST_P(TlsTrust, EachFaultHasItsText) {
+    Scene scene;
+    GetParam().prepare(scene);
+    const std::string fault = scene.fault();
+    if (*GetParam().text == '\0')
+        EXPECT_EQ(fault, "");
+    else
+        EXPECT_THAT(fault, HasSubstr(GetParam().text));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, TlsTrust, testing::ValuesIn(kFaults),
+                         [](const auto& fault) { return fault.param.name; });
+
+/// A connection to a good hub, which may misbehave from then on.
+struct Connection {
+    Scene scene;
+    std::unique_ptr<TlsPeer> peer;
+    std::unique_ptr<TlsClient> client;
+    std::unique_ptr<TlsStream> stream;
+
+    Connection() {
+        scene.issue();
+        peer = std::make_unique<TlsPeer>(*scene.hub, scene.chain);
+    }
+    Step open() {
+        if (client == nullptr)
+            client = TlsClient::make(scene.settings);
+        stream.reset();
+        peer->connect();
+        std::string fault;
+        stream = client->open(peer->fd(), "127.0.0.1", fault);
+        EXPECT_NE(stream, nullptr) << fault;
+        return greet(*stream, *peer);
+    }
+};
+
+/// Every byte from the first of the hub's greeting to the last of its data is another once, and the
+/// connection ends before it once: there is an error, and whatever is handed out is what the hub has sent.
+TEST(TlsDamage, IsFoundAtEveryByte) {
+    const std::string text = "what the hub has to say";
+    for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+        Connection connection;
+        SSL_CTX_set_max_proto_version(connection.peer->context(), version);
+        ASSERT_EQ(connection.open(), Step::Done);
+        connection.peer->send(text);
+        // Signatures differ in their lengths by a few bytes.
+        const std::size_t length = connection.peer->sent() - 16;
+        ASSERT_GT(length, 800U);
+        for (std::size_t at = 0; at < length; ++at) {
+            for (std::size_t TlsPeer::*kind : {&TlsPeer::spoilAt, &TlsPeer::cutAt}) {
+                TlsPeer& peer = *connection.peer;
+                connection.client.reset(); // no session to resume
+                peer.*kind = at;
+                const Step step = connection.open();
+                int error = EAGAIN;
+                std::string heard;
+                if (step == Step::Done) {
+                    if (SSL_is_init_finished(peer.ssl()) != 0)
+                        peer.send(text);
+                    heard = readAll(*connection.stream, error);
+                }
+                peer.*kind = TlsPeer::kNever;
+                // A length that is another may ask for more than comes: that is for the time-out.
+                const bool waits = step == Step::AwaitsBytes || (step == Step::Done && error == EAGAIN);
+                EXPECT_TRUE(waits || !connection.stream->fault().empty()) << at;
+                EXPECT_TRUE(heard.empty() || heard == text) << at;
+                EXPECT_FALSE(kind == &TlsPeer::cutAt && waits) << at;
+            }
+        }
+    }
+}
+
+TEST(TlsRead, HandsOutWhatComesInPiecesOfAnySizeAndTellsOfWhatIsLeft) {
+    Connection connection;
+    ASSERT_EQ(connection.open(), Step::Done);
+    std::string text(60'000, '\0');
+    for (std::size_t i = 0; i < text.size(); ++i)
+        text[i] = static_cast<char>(i * 7 + i / 251);
+    connection.peer->send(text);
+    std::string heard;
+    std::vector<char> room(1000);
+    ssize_t got = connection.stream->read(room.data(), room.size());
+    for (; got > 0; got = connection.stream->read(room.data(), room.size())) {
+        heard.append(room.data(), static_cast<std::size_t>(got));
+        EXPECT_EQ(connection.stream->hasUnread(), heard.size() < text.size());
+    }
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(heard, text);
+}
+
+TEST(TlsEnd, InOrderIsAnEndAndWithoutNoticeAFault) {
+    Connection connection;
+    for (const bool withNotice : {true, false}) {
+        ASSERT_EQ(connection.open(), Step::Done);
+        connection.peer->send("last words");
+        connection.peer->close(withNotice);
+        int error = EAGAIN;
+        EXPECT_EQ(readAll(*connection.stream, error), "last words");
+        EXPECT_EQ(error == 0, withNotice);
+        EXPECT_TRUE(connection.stream->hasEnded());
+        EXPECT_FALSE(connection.stream->hasUnread());
+        if (withNotice)
+            EXPECT_EQ(connection.stream->fault(), "");
+        else
+            EXPECT_THAT(connection.stream->fault(), HasSubstr("without the end that TLS demands"));
+    }
+}
+
+TEST(TlsWrite, GoesOnWithTheSameBytesOnceThereIsRoom) {
+    Connection connection;
+    ASSERT_EQ(connection.open(), Step::Done);
+    const std::string piece(16'000, 'x');
+    std::size_t written = 0;
+    while (!connection.stream->isWriting()) {
+        const ssize_t sent = connection.stream->write(piece.data(), piece.size());
+        ASSERT_TRUE(sent > 0 || errno == EAGAIN);
+        written += sent > 0 ? static_cast<std::size_t>(sent) : 0;
+        ASSERT_LT(written, 100'000'000U);
+    }
+    connection.peer->move();
+    const std::string copy = piece; // it may have moved
+    EXPECT_EQ(connection.stream->write(copy.data(), copy.size()), static_cast<ssize_t>(copy.size()));
+    connection.peer->move();
+    EXPECT_EQ(connection.peer->received(), std::string(written + copy.size(), 'x'));
+}
+
+TEST(TlsSession, IsResumedUntilTheFilesChange) {
+    Connection connection;
+    const auto isResumed = [&] {
+        EXPECT_EQ(connection.open(), Step::Done);
+        connection.peer->send("a ticket goes with it");
+        int error = 0;
+        static_cast<void>(readAll(*connection.stream, error));
+        const bool resumed = connection.stream->description().find("resumed") != std::string::npos;
+        connection.stream->end();
+        return resumed;
+    };
+    for (const int version : {TLS1_3_VERSION, TLS1_2_VERSION}) {
+        SSL_CTX_set_max_proto_version(connection.peer->context(), version);
+        connection.client.reset();
+        EXPECT_FALSE(isResumed());
+        EXPECT_TRUE(isResumed());
+        EXPECT_TRUE(isResumed());
+        connection.scene.files.write("ca.pem", connection.scene.root.pem() + '\n');
+        EXPECT_FALSE(isResumed());
+    }
+}
+
+TEST(TlsRenegotiation, IsRefusedAndCostsNothing) {
+    Connection connection;
+    SSL_CTX_set_max_proto_version(connection.peer->context(), TLS1_2_VERSION);
+    ASSERT_EQ(connection.open(), Step::Done);
+    connection.peer->send("before");
+    ASSERT_EQ(SSL_renegotiate(connection.peer->ssl()), 1);
+    SSL_do_handshake(connection.peer->ssl());
+    connection.peer->move();
+    int error = 0;
+    EXPECT_EQ(readAll(*connection.stream, error), "before");
+    EXPECT_FALSE(connection.stream->hasEnded());
+    EXPECT_EQ(connection.stream->write("after", 5), 5);
+}
+
+TEST(TlsVersion, OfThePeerMayBeTooOld) {
+    Connection connection;
+    SSL_CTX_set_max_proto_version(connection.peer->context(), TLS1_2_VERSION);
+    connection.scene.settings.minVersion = "1.3";
+    EXPECT_EQ(connection.open(), Step::Failed);
+    EXPECT_THAT(connection.stream->fault(), HasSubstr("no version of TLS that is allowed"));
+}
+
+/// What isn't TLS is named as such.
+TEST(TlsGreeting, OfAPlainPeerIsNoTls) {
+    for (const char* words :
+         {"HTTP/1.1 400 Bad Request\r\n\r\n", "\x02\x01\x02\x03status=0\x03 more of it"}) {
+        Connection connection;
+        connection.client = TlsClient::make(connection.scene.settings);
+        connection.peer->connect();
+        std::string fault;
+        connection.stream = connection.client->open(connection.peer->fd(), "127.0.0.1", fault);
+        ASSERT_EQ(connection.stream->handshake(), Step::AwaitsBytes);
+        connection.peer->sayPlainly(words);
+        EXPECT_EQ(connection.stream->handshake(), Step::Failed);
+        EXPECT_THAT(connection.stream->fault(), HasSubstr("doesn't speak TLS"));
+    }
+}
+
+} // namespace
