@@ -190,7 +190,6 @@ HubSocket::Progress HubSocket::refuse(int error, std::string fault) {
     m_connectFault = std::move(fault);
     noteLoss();
     close();
-    m_connectionRetries += 1;
     noteFailedAttempt();
     return Progress::Refused;
 }

@@ -369,7 +369,7 @@ TEST(TlsWrite, GoesOnWithTheSameBytesOnceThereIsRoom) {
         ASSERT_LT(written, 100'000'000U);
     }
     connection.peer->move();
-    const std::string copy = piece; // it may have moved
+    const std::string copy(piece.data(), piece.size()); // it may have moved
     EXPECT_EQ(connection.stream->write(copy.data(), copy.size()), static_cast<ssize_t>(copy.size()));
     connection.peer->move();
     EXPECT_EQ(connection.peer->received(), std::string(written + copy.size(), 'x'));
