@@ -40,9 +40,12 @@ std::int64_t onRead(void* viewer, std::uint64_t, char* buffer, std::size_t room)
     return reading.server->read(reading, buffer, room);
 }
 
-void onLeave(void* viewer) {
-    auto* const leaving = static_cast<EventServer::Viewer*>(viewer);
-    leaving->server->leave(leaving);
+/// Ends a stream's viewer, whatever ended the connection.
+void onCompleted(void* server, MHD_Connection*, void** viewer, MHD_RequestTerminationCode cause) {
+    if (*viewer != nullptr)
+        static_cast<EventServer*>(server)->leave(static_cast<EventServer::Viewer*>(*viewer),
+                                                 cause == MHD_REQUEST_TERMINATED_TIMEOUT_REACHED);
+    *viewer = nullptr;
 }
 
 void addHeaders(MHD_Response* response, const std::string& type) {
@@ -69,21 +72,20 @@ MHD_Result send(MHD_Connection* connection, const EventServer::Reply& reply) {
                  reply.type);
 }
 
-MHD_Result stream(MHD_Connection* connection, EventServer& server) {
+MHD_Result stream(MHD_Connection* connection, EventServer& server, void** context) {
     EventServer::Viewer* const viewer = server.join(connection);
     if (viewer == nullptr)
         return send(connection,
                     {MHD_HTTP_SERVICE_UNAVAILABLE, kPlain, "As many as may look do so already.\n"});
-    MHD_Response* const response =
-        MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlock, onRead, viewer, onLeave);
-    if (response == nullptr)
-        server.leave(viewer);
-    return queue(connection, MHD_HTTP_OK, response, "text/event-stream");
+    *context = viewer;
+    return queue(connection, MHD_HTTP_OK,
+                 MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, kBlock, onRead, viewer, nullptr),
+                 "text/event-stream");
 }
 
-MHD_Result onRequest(void* context, MHD_Connection* connection, const char* path, const char* method,
-                     const char*, const char*, std::size_t*, void**) {
-    EventServer& server = *static_cast<EventServer*>(context);
+MHD_Result onRequest(void* asked, MHD_Connection* connection, const char* path, const char* method,
+                     const char*, const char*, std::size_t*, void** context) {
+    EventServer& server = *static_cast<EventServer*>(asked);
     try {
         if (std::string_view(method) != MHD_HTTP_METHOD_GET)
             return send(connection, {MHD_HTTP_METHOD_NOT_ALLOWED, kPlain, "Only GET is understood.\n"});
@@ -91,7 +93,7 @@ MHD_Result onRequest(void* context, MHD_Connection* connection, const char* path
                 MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST)))
             return send(connection, {MHD_HTTP_FORBIDDEN, kPlain, "Ask for 127.0.0.1 or localhost.\n"});
         if (std::string_view(path) == "/events")
-            return stream(connection, server);
+            return stream(connection, server, context);
         return send(connection, server.reply(path, MHD_lookup_connection_value(
                                                        connection, MHD_GET_ARGUMENT_KIND, "name")));
     } catch (const std::exception&) { // no memory, and no exception may pass through the library
@@ -109,11 +111,11 @@ EventServer::EventServer(const std::string& address) : m_address(address) {
         throw Failure(ExitCode::OutputFailed, fmt::format("cannot serve the page at {}: {}", address,
                                                           std::strerror(error.code().value())));
     }
-    m_daemon =
-        MHD_start_daemon(MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_ALLOW_SUSPEND_RESUME, 0,
-                         nullptr, nullptr, onRequest, this, MHD_OPTION_LISTEN_SOCKET, fd,
-                         MHD_OPTION_CONNECTION_LIMIT, kMostConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
-                         kConnectionMemory, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
+    m_daemon = MHD_start_daemon(
+        MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr,
+        onRequest, this, MHD_OPTION_LISTEN_SOCKET, fd, MHD_OPTION_CONNECTION_LIMIT, kMostConnections,
+        MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
+        MHD_OPTION_NOTIFY_COMPLETED, onCompleted, this, MHD_OPTION_END);
     if (m_daemon == nullptr) {
         const int error = errno;
         close(fd);
@@ -189,8 +191,10 @@ EventServer::Viewer* EventServer::join(MHD_Connection* connection) {
     return &viewer;
 }
 
-void EventServer::leave(Viewer* viewer) {
+void EventServer::leave(Viewer* viewer, bool isStuck) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    // A connection that took nothing for so long may end before events have piled up for it.
+    m_dropped += isStuck && !viewer->isDropped ? 1 : 0;
     m_viewers.erase(std::remove_if(m_viewers.begin(), m_viewers.end(),
                                    [viewer](const auto& each) { return each.get() == viewer; }),
                     m_viewers.end());

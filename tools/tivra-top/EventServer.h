@@ -54,7 +54,8 @@ public:
     [[nodiscard]] bool isHostAllowed(const char* host) const;
     /// Null when there are as many as there may be.
     [[nodiscard]] Viewer* join(MHD_Connection* connection);
-    void leave(Viewer* viewer);
+    /// @param isStuck  whether the connection ended because the browser took nothing any more
+    void leave(Viewer* viewer, bool isStuck);
     /// The next bytes of a stream: as of MHD_ContentReaderCallback.
     [[nodiscard]] std::int64_t read(Viewer& viewer, char* buffer, std::size_t room);
 
