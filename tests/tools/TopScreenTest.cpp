@@ -34,7 +34,7 @@ protected:
     void open(int width, int height, const std::string& environment = "") {
         tmux("new-session -d -x " + std::to_string(width) + " -y " + std::to_string(height) + " \"env " +
              environment + " tivra-top -H " + hub.hostString() +
-             " -u demo --no-compression -s 100 IBM AIG; echo code $?; cat\"");
+             " -u demo --no-compression --read-timeout 60 -s 100 IBM AIG; echo code $?; cat\"");
     }
 
     [[nodiscard]] std::string screen(const char* with = "") const {
@@ -43,6 +43,15 @@ protected:
 
     [[nodiscard]] bool shows(const std::string& word, const char* with = "") const {
         return comesTrue([&] { return screen(with).find(word) != std::string::npos; });
+    }
+
+    /// Whether a bid that rises at each look is shown in this style, which it keeps for two seconds only.
+    [[nodiscard]] bool showsRiseAs(const std::string& style) {
+        int bid = 70000;
+        return comesTrue([&] {
+            hub.pushRecord(quote("IBM", std::to_string(++bid).c_str(), 300));
+            return screen("-e").find(style + "70") != std::string::npos;
+        });
     }
 
     /// The line with a word.
@@ -63,11 +72,11 @@ TEST_F(TopScreen, ShowsValuesAndGoesWithTheWindow) {
     ASSERT_TRUE(shows("184.25")) << screen();
     EXPECT_THAT(screen(),
                 AllOf(StartsWith("established"), HasSubstr("ready"), HasSubstr("LOG"), HasSubstr("q quit")));
-    hub.pushRecord(quote("IBM", "185.5", 300));
-    ASSERT_TRUE(shows("\x1b[32m185.5", "-e")) << "green: " << screen("-e");
+    ASSERT_TRUE(showsRiseAs("\x1b[32m")) << "green: " << screen("-e");
 
     tmux("resize-window -x 40 -y 10");
-    ASSERT_TRUE(comesTrue([&] { return lineWith("100:IBM").size() <= 40; }));
+    // Before it is drawn anew the state is beyond the edge.
+    ASSERT_TRUE(comesTrue([&] { return lineWith("100:IBM").find("live") != std::string::npos; })) << screen();
     ASSERT_TRUE(shows("q quit  Tab panel  / filter  left,right")) << screen();
     tmux("resize-window -x 80 -y 1");
     ASSERT_TRUE(comesTrue([&] { return screen().rfind("established", 0) == 0; })) << screen();
@@ -89,8 +98,9 @@ TEST_F(TopScreen, LossTurnsValuesStaleAndGrey) {
     hub.stop();
     ASSERT_TRUE(comesTrue([&] { return lineWith("100:IBM").find("stale") != std::string::npos; }))
         << screen();
-    EXPECT_THAT(screen(), AllOf(HasSubstr("lost"), HasSubstr("184.25")));
-    EXPECT_THAT(screen("-e"), HasSubstr("\x1b[1m\x1b[30m"));
+    EXPECT_TRUE(shows("lost")) << screen();
+    EXPECT_TRUE(shows("\x1b[1m\x1b[30m", "-e")) << "grey: " << screen("-e");
+    EXPECT_THAT(lineWith("100:IBM"), HasSubstr("184.25"));
     tmux("send-keys C-c");
     ASSERT_TRUE(shows("code 0")) << screen();
 }
@@ -100,8 +110,7 @@ TEST_F(TopScreen, WithoutColourRisingIsBold) {
     ASSERT_TRUE(hub.waitForSubscriptions(2, kPatience));
     hub.pushRecord(quote("IBM", "184.25", 300));
     ASSERT_TRUE(shows("184.25"));
-    hub.pushRecord(quote("IBM", "185.5", 300));
-    ASSERT_TRUE(shows("\x1b[1m185.5", "-e")) << screen("-e");
+    ASSERT_TRUE(showsRiseAs("\x1b[1m")) << screen("-e");
     EXPECT_EQ(screen("-e").find("\x1b[32m"), std::string::npos);
 }
 
@@ -110,24 +119,20 @@ class Top : public ToolFixture {};
 TEST_F(Top, OnceAndWhatCannotBeShown) {
     using testing::_;
     expect(
-        {{"tivra-top -H $HUB -u demo --no-compression --once -s 100 IBM", 0,
+        {{"tivra-top $AT --once -s 100 IBM", 0,
           AllOf(StartsWith("established "), HasSubstr("\n100:IBM"), HasSubstr(" live\n")), ""},
-         {"tivra-top -H $HUB -u demo --no-compression --once -s 100 'I*' -F BID", 0,
-          AllOf(HasSubstr(" BID "), HasSubstr("\n100:IBM")), ""},
-         {"tivra-top -H $HUB -u demo --no-compression --once -F NOPE -s 100 IBM", 2, "", HasSubstr("NOPE")},
-         {"tivra-top -H $HUB -u demo --no-compression --once IBM", 2, "",
-          HasSubstr("of which source is IBM?")},
-         {"tivra-top -H $HUB -u demo --no-compression --onec", 2, "", HasSubstr("--once")},
+         {"tivra-top $AT --once -s 100 'I*' -F BID", 0, AllOf(HasSubstr(" BID "), HasSubstr("\n100:IBM")),
+          ""},
+         {"tivra-top $AT --once -F NOPE -s 100 IBM", 2, "", HasSubstr("NOPE")},
+         {"tivra-top $AT --once IBM", 2, "", HasSubstr("of which source is IBM?")},
+         {"tivra-top $AT --onec", 2, "", HasSubstr("--once")},
          {"tivra-top -H $CLOSED -u demo -t 1 --once", 3, "", HasSubstr(closedHost)},
-         {"TIVRA_PASSWORD=wrong tivra-top -H $HUB -u demo --no-compression --once", 4, "",
-          HasSubstr("refused the login")},
+         {"TIVRA_PASSWORD=wrong tivra-top $AT --once", 4, "", HasSubstr("refused the login")},
          {"tivra-top -H $HUB -u demo --serve $HUB", 8, "", HasSubstr("cannot serve the page at 127.0.0.1:")},
          {"tivra-top -H $HUB -u demo --serve no:port", 2, "", HasSubstr("nothing to listen at")},
-         {"tivra-top -H $HUB -u demo --no-compression", 8, "", HasSubstr("no terminal; --once prints")}});
-    expect({{"TERM=dumb tivra-top -H $HUB -u demo --no-compression", 8,
-             HasSubstr("TERM=dumb can't move its cursor"), ""},
-            {"TERM=nonsense tivra-top -H $HUB -u demo --no-compression", 8,
-             HasSubstr("TERM=nonsense isn't known"), ""}},
+         {"tivra-top $AT", 8, "", HasSubstr("no terminal; --once prints")}});
+    expect({{"TERM=dumb tivra-top $AT", 8, HasSubstr("TERM=dumb can't move its cursor"), ""},
+            {"TERM=nonsense tivra-top $AT", 8, HasSubstr("TERM=nonsense isn't known"), ""}},
            Process::Place::Terminal);
 }
 

@@ -37,6 +37,8 @@ tivra::FeedOptions feedOptions(const Options& options, const std::string& passwo
     feed.latencySampling = 16;
     if (!options.hasCompression)
         feed.set("compression", "0");
+    if (options.readTimeout)
+        feed.set("read_timeout", std::to_string(*options.readTimeout));
     // A hub that is down is something to look at.
     if (options.hosts.size() > 1 && options.backups.empty())
         feed.minHubs = 1;

@@ -60,6 +60,10 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
                    "seconds that connecting, and with --once the answers, may take; default 30")
         ->check(CLI::Range(0.001, 86400.0))
         ->group(group);
+    app.add_option("--read-timeout", options.readTimeout,
+                   "seconds of silence after which a hub counts as lost, 0 for never")
+        ->check(CLI::NonNegativeNumber)
+        ->group(group);
     app.add_flag("--no-compression", raw.isPlain, "ask the hub for a plain stream")->group(group);
     app.add_option("--log-file", options.logFile,
                    "base name of the library's log; default in the state directory")

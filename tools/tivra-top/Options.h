@@ -19,6 +19,7 @@ struct Options {
     std::vector<tivra::Instrument> patterns;
     std::vector<std::string> fields;
     double timeoutSeconds = 30.0;
+    std::optional<long> readTimeout; ///< seconds
     bool hasCompression = true;
     std::string logFile;
     bool isDebug = false;
