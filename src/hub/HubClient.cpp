@@ -421,7 +421,7 @@ void HubClient::forgetConnection() {
 
 void HubClient::closeConnection() {
     const bool wasReady = isReady();
-    const bool wasHeard = m_reader.hasHeard();
+    const bool isUnheard = m_reader.isClosedUnheard();
     HubReport ending = std::exchange(m_ending, HubReport());
     if (wasReady)
         m_responseQueue->printStats(false, false, 0.0);
@@ -456,17 +456,17 @@ void HubClient::closeConnection() {
             handler->noteLoss();
         m_session.endOutstanding(this);
     }
-    reportEnd(std::move(ending), wasReady, wasHeard);
+    reportEnd(std::move(ending), wasReady, isUnheard);
     m_session.hubHasChanged();
     ask(HubEventReactor::kSupervise);
 }
 
-void HubClient::reportEnd(HubReport ending, bool wasReady, bool wasHeard) {
+void HubClient::reportEnd(HubReport ending, bool wasReady, bool isUnheard) {
     if (ending.stage != HubStage::Refused)
         ending.stage = HubStage::Lost;
     if (ending.cause.empty() && wasReady)
         ending.systemError = m_responseQueue->streamError();
-    if (ending.cause.empty() && !wasReady && !wasHeard && !m_options.tls.isOn)
+    if (ending.cause.empty() && isUnheard && !m_options.tls.isOn)
         ending.cause =
             "the hub has closed the connection before it said anything; if it speaks TLS alone, set "
             "TLS_BOOL";

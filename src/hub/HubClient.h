@@ -225,7 +225,7 @@ private:
     void report(HubReport report);
     void report(HubStage stage);
     void reportFailedDial();
-    void reportEnd(HubReport ending, bool wasReady, bool wasHeard);
+    void reportEnd(HubReport ending, bool wasReady, bool isUnheard);
     [[nodiscard]] bool isHeldUp() const;
     void reset();
     void forgetConnection();

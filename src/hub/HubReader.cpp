@@ -102,6 +102,7 @@ bool HubReader::prepare() {
 void HubReader::forget() {
     m_phase = Phase::Fresh;
     m_hasHeard = false;
+    m_isClosedByPeer = false;
     if (zkvnParser != nullptr)
         zkvnParser->reset();
     if (kvnParser != nullptr)
@@ -208,6 +209,7 @@ void HubReader::retryHeldReads(double curtime) {
 }
 
 void HubReader::closedByPeer() {
+    m_isClosedByPeer = true;
     eprintf(m_socket.isDialRepeated() ? EPF_DBUG : EPF_INFO,
             "=== Socket Close Detected on Read - Connection will be Reset ===; fd=%d", m_socket.fd());
     m_port.closeConnection();

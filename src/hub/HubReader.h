@@ -41,8 +41,8 @@ public:
     void continueHeldReads(double curtime);
     /// Bytes are left where they are until the queue takes more.
     [[nodiscard]] bool holdsReads() const { return m_phase == Phase::Held; }
-    /// The peer of this connection has sent a message.
-    [[nodiscard]] bool hasHeard() const { return m_hasHeard; }
+    /// The peer has closed the connection and had sent no message.
+    [[nodiscard]] bool isClosedUnheard() const { return m_isClosedByPeer && !m_hasHeard; }
     /// The connection is closed.
     void forget();
 
@@ -81,6 +81,7 @@ private:
 
     Phase m_phase = Phase::Fresh;
     bool m_hasHeard = false;
+    bool m_isClosedByPeer = false;
     std::unique_ptr<KVNAPI::StreamFramer> framer;
     std::unique_ptr<KVNAPI::Parser> kvnParser;
     std::unique_ptr<KVNAPI::StreamParser> zkvnParser;
