@@ -55,7 +55,8 @@ std::atomic<long> serial{1};
 } // namespace
 
 Certificate::Certificate(const CertificateText& text, const Certificate* issuer)
-    : m_key(text.rsaBits > 0 ? EVP_RSA_gen(static_cast<unsigned>(text.rsaBits)) : EVP_EC_gen("P-256"),
+    : m_key(text.rsaBits > 0 ? EVP_RSA_gen(static_cast<unsigned>(text.rsaBits))
+                             : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"),
             EVP_PKEY_free)
     , m_certificate(X509_new(), X509_free) {
     check(m_key != nullptr && m_certificate != nullptr);

@@ -95,11 +95,11 @@ void paintBoardHead(const Picture& picture, const View& view, Canvas& canvas, st
     };
     std::string text = left(head("SYMBOL", 0), kName);
     for (std::size_t i = 0; i < cells; ++i)
-        text += " " + right(head(picture.columns[i], i + 1), kCell - 1);
+        text.append(" ").append(right(head(picture.columns[i], i + 1), kCell - 1));
     const std::size_t own = picture.columns.size() + 1;
     if (figuresWidth(canvas.width()) > 0)
         text += right(head("RATE", own), kShort) + right(head("AGE", own + 1), kShort);
-    text += " " + head("STATE", own + 2);
+    text.append(" ").append(head("STATE", own + 2));
     canvas.fill(y, Style::Head);
     canvas.put(0, y, text, Style::Head);
 }
