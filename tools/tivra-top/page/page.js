@@ -174,8 +174,15 @@ function take(event, isAll) {
 byId("filter").oninput = order;
 addEventListener("resize", () => [[rates, "rates"], [latency, "latency"], [symbolPlot, "symbol"]].forEach(([each, id]) =>
     each && each.setSize({width: byId(id).clientWidth, height: 160})));
-const source = new EventSource("/events");
-source.addEventListener("all", event => { text(byId("link"), ""); take(event, true); });
-source.addEventListener("change", event => take(event, false));
-// The browser dials again by itself.
-source.onerror = () => text(byId("link"), "tivra-top doesn't answer; what is shown is old", "bad");
+function dial() {
+    const source = new EventSource("/events");
+    source.addEventListener("all", event => { text(byId("link"), ""); take(event, true); });
+    source.addEventListener("change", event => take(event, false));
+    source.onerror = () => {
+        // The browser dials again by itself, but not after a refusal.
+        const isRefused = source.readyState === EventSource.CLOSED;
+        text(byId("link"), `tivra-top ${isRefused ? "has as many viewers as it takes" : "doesn't answer"}; what is shown is old`, "bad");
+        if (isRefused) setTimeout(dial, 2000);
+    };
+}
+dial();
