@@ -37,11 +37,17 @@ keep = slow.subscribe(100, "AIG", on_update=spin)
 begun.wait()
 """,
     "threads that wait": """
-import threading
+import contextlib, threading
 deaf = feed.snapshot(100, "AIG")
 begun = threading.Barrier(3)
-threading.Thread(target=lambda: (begun.wait(), deaf.get()), daemon=True).start()
-threading.Thread(target=lambda: (begun.wait(), tivra.Feed(sys.argv[1], user="x", password="x").open()), daemon=True).start()
+
+def wait_for(what):
+    begun.wait()
+    with contextlib.suppress(tivra.Error):  # the feed may be closed before the thread is stopped
+        what()
+
+threading.Thread(target=wait_for, args=(deaf.get,), daemon=True).start()
+threading.Thread(target=wait_for, args=(tivra.Feed(sys.argv[1], user="x", password="x").open,), daemon=True).start()
 begun.wait()
 """,
     "logging": "import logging; logging.basicConfig(level=logging.DEBUG)",
