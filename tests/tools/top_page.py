@@ -114,7 +114,10 @@ def refuses(address):
             return error.code
 
     assert status("/") == 200 and status("/no") == 404
-    assert status("/symbol?name=100:LOAD000001", Host="evil.example") == 403
+    for name in ("evil.example", "127.0.0.1.evil.example", "127.0.0.1.evil.example:80", ""):
+        assert status("/symbol?name=100:LOAD000001", Host=name) == 403, name
+    for name in ("localhost", "localhost:80", "127.0.0.1", "10.1.2.3:80"):
+        assert status("/symbol?name=100:LOAD000001", Host=name) == 200, name
     slow = []
     for _ in range(40):
         connection = socket.socket()

@@ -9,6 +9,7 @@
 
 #include <microhttpd.h>
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -72,6 +73,14 @@ MHD_Result send(MHD_Connection* connection, const EventServer::Reply& reply) {
                  reply.type);
 }
 
+/// A name that somebody has pointed at this machine would let any page of the browser read the data.
+bool isHostAllowed(const char* host) {
+    std::string name = host == nullptr ? "" : host;
+    name.resize(std::min(name.size(), name.rfind(':')));
+    in_addr address{};
+    return name == "localhost" || inet_pton(AF_INET, name.c_str(), &address) == 1;
+}
+
 MHD_Result stream(MHD_Connection* connection, EventServer& server, void** context) {
     EventServer::Viewer* const viewer = server.join(connection);
     if (viewer == nullptr)
@@ -89,9 +98,9 @@ MHD_Result onRequest(void* asked, MHD_Connection* connection, const char* path, 
     try {
         if (std::string_view(method) != MHD_HTTP_METHOD_GET)
             return send(connection, {MHD_HTTP_METHOD_NOT_ALLOWED, kPlain, "Only GET is understood.\n"});
-        if (!server.isHostAllowed(
-                MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST)))
-            return send(connection, {MHD_HTTP_FORBIDDEN, kPlain, "Ask for 127.0.0.1 or localhost.\n"});
+        if (!isHostAllowed(MHD_lookup_connection_value(connection, MHD_HEADER_KIND, MHD_HTTP_HEADER_HOST)))
+            return send(connection,
+                        {MHD_HTTP_FORBIDDEN, kPlain, "Ask for localhost, or for an address in numbers.\n"});
         if (std::string_view(path) == "/events")
             return stream(connection, server, context);
         return send(connection, server.reply(path, MHD_lookup_connection_value(
@@ -167,14 +176,6 @@ EventServer::Reply EventServer::reply(const std::string& path, const char* symbo
             return {MHD_HTTP_OK, asset.type,
                     std::string(reinterpret_cast<const char*>(asset.bytes), asset.size)};
     return {MHD_HTTP_NOT_FOUND, kPlain, "There is the page at /, and nothing else for people.\n"};
-}
-
-bool EventServer::isHostAllowed(const char* host) const {
-    // A name that somebody has pointed at this machine would let any page of the browser read the data.
-    if (m_address.rfind("127.", 0) != 0)
-        return true;
-    const std::string_view name = host == nullptr ? "" : host;
-    return name.rfind("127.", 0) == 0 || name == "localhost" || name.rfind("localhost:", 0) == 0;
 }
 
 EventServer::Viewer* EventServer::join(MHD_Connection* connection) {

@@ -51,7 +51,6 @@ public:
         std::string text;
     };
     [[nodiscard]] Reply reply(const std::string& path, const char* symbol) const;
-    [[nodiscard]] bool isHostAllowed(const char* host) const;
     /// Null when there are as many as there may be.
     [[nodiscard]] Viewer* join(MHD_Connection* connection);
     /// @param isStuck  whether the connection ended because the browser took nothing any more
