@@ -10,6 +10,7 @@
 #include <term.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 // Both are macros with common names.
@@ -20,6 +21,8 @@ namespace tivra_top {
 
 namespace {
 
+/// What a terminal may say of its size; more would be memory that nobody looks at.
+constexpr unsigned short kMostCells = 1000;
 constexpr const char* kInstead = "; --once prints one picture as text, --serve shows it in a browser";
 
 short pairOf(Style style) {
@@ -135,9 +138,12 @@ Terminal::~Terminal() {
 
 std::pair<std::size_t, std::size_t> Terminal::size() {
     winsize window{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_row > 0 && window.ws_col > 0 &&
-        (window.ws_row != LINES || window.ws_col != COLS))
-        resizeterm(window.ws_row, window.ws_col);
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &window) == 0 && window.ws_row > 0 && window.ws_col > 0) {
+        const int lines = std::min(window.ws_row, kMostCells);
+        const int columns = std::min(window.ws_col, kMostCells);
+        if (lines != LINES || columns != COLS)
+            resizeterm(lines, columns);
+    }
     return {static_cast<std::size_t>(COLS), static_cast<std::size_t>(LINES)};
 }
 
