@@ -1,6 +1,7 @@
 // tivra-top on a real terminal, which tmux is.
 #include "ToolFixture.h"
 
+#include <csignal>
 #include <cstdio>
 
 using testing::AllOf;
@@ -32,8 +33,8 @@ protected:
 
     /// Starts it in a window; the window stays at the end, and shows the exit code.
     void open(int width, int height, const std::string& environment = "") {
-        tmux("new-session -d -x " + std::to_string(width) + " -y " + std::to_string(height) + " \"env " +
-             environment + " tivra-top -H " + hub.hostString() +
+        tmux("new-session -d -x " + std::to_string(width) + " -y " + std::to_string(height) +
+             " \"trap : QUIT; env " + environment + " tivra-top -H " + hub.hostString() +
              " -u demo --no-compression --read-timeout 60 -s 100 IBM AIG; echo code $?; cat\"");
     }
 
@@ -101,8 +102,8 @@ TEST_F(TopScreen, LossTurnsValuesStaleAndGrey) {
     EXPECT_TRUE(shows("lost")) << screen();
     EXPECT_TRUE(shows("\x1b[1m\x1b[30m", "-e")) << "grey: " << screen("-e");
     EXPECT_THAT(lineWith("100:IBM"), HasSubstr("184.25"));
-    tmux("send-keys C-c");
-    ASSERT_TRUE(shows("code 0")) << screen();
+    tmux("send-keys 'C-\\'");
+    ASSERT_TRUE(shows("code 0")) << "the terminal is given back: " << screen();
 }
 
 TEST_F(TopScreen, WithoutColourRisingIsBold) {
@@ -134,6 +135,13 @@ TEST_F(Top, OnceAndWhatCannotBeShown) {
     expect({{"TERM=dumb tivra-top $AT", 8, HasSubstr("TERM=dumb can't move its cursor"), ""},
             {"TERM=nonsense tivra-top $AT", 8, HasSubstr("TERM=nonsense isn't known"), ""}},
            Process::Place::Terminal);
+}
+
+TEST_F(Top, InterruptEndsThePromptForThePassword) {
+    start("-u TIVRA_PASSWORD tivra-top $AT", Process::Place::Terminal);
+    ASSERT_TRUE(tool->waitForOutput(contains("Password of demo:")));
+    tool->signal(SIGINT);
+    EXPECT_EQ(tool->waitForEnd(), 1000 + SIGINT);
 }
 
 TEST_F(Top, WatchesAnApplicationByItsStatistics) {

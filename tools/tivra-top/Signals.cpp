@@ -14,7 +14,7 @@ namespace tivra_top {
 Signals::Signals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH})
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGWINCH})
         sigaddset(&signals, signal);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     m_fd = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);

@@ -21,11 +21,11 @@ namespace {
 
 const std::string kProgram = "tivra-top";
 
-std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, tivra_top::Signals& signals) {
+std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, const std::string& password,
+                                            tivra_top::Signals& signals) {
     if (!options.endpoint.empty())
         return std::make_unique<tivra_top::EndpointWatch>(options.endpoint);
     const std::string logFile = tivra_tools::logFileName(options.logFile, kProgram);
-    const std::string password = tivra_tools::obtainPassword(options.user, options.passwordFile);
     return std::make_unique<tivra_top::FeedWatch>(options, password, logFile, signals);
 }
 
@@ -37,8 +37,12 @@ int runProgram(int argc, char** argv) {
     const bool hasScreen = !options->isOnce && options->serve.empty();
     if (hasScreen)
         Terminal::check();
+    // Before the signals are held back, so that they end the prompt.
+    const std::string password = options->endpoint.empty()
+                                     ? tivra_tools::obtainPassword(options->user, options->passwordFile)
+                                     : std::string();
     Signals signals;
-    const std::unique_ptr<Watch> watch = makeWatch(*options, signals);
+    const std::unique_ptr<Watch> watch = makeWatch(*options, password, signals);
     const auto shown = hasScreen ? runScreen : options->isOnce ? runOnce : runPage;
     return static_cast<int>(shown(*options, *watch, signals));
 }
