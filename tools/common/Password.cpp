@@ -4,10 +4,15 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -19,6 +24,42 @@ namespace tivra_tools {
 namespace {
 
 constexpr const char* kVariable = "TIVRA_PASSWORD";
+
+/// Holds back the signals that end a program, so that the terminal is itself again when they do.
+class HeldSignals {
+public:
+    HeldSignals() {
+        sigset_t held;
+        sigemptyset(&held);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            struct sigaction action {};
+            if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN)
+                sigaddset(&held, signal);
+        }
+        pthread_sigmask(SIG_BLOCK, &held, &m_before);
+        m_fd = signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK);
+    }
+    ~HeldSignals() {
+        if (m_fd >= 0)
+            close(m_fd);
+        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+    }
+    HeldSignals(const HeldSignals&) = delete;
+    HeldSignals& operator=(const HeldSignals&) = delete;
+
+    /// Waits for something to read. @return false for a signal, which is still to come to the program
+    [[nodiscard]] bool waitFor(int fd) const {
+        pollfd watched[] = {{m_fd, POLLIN, 0}, {fd, POLLIN, 0}};
+        while (poll(watched, 2, -1) < 0)
+            if (errno != EINTR)
+                return false;
+        return watched[0].revents == 0;
+    }
+
+private:
+    int m_fd = -1;
+    sigset_t m_before{};
+};
 
 /// The terminal with its echo off for as long as the object lives.
 class SilentTerminal {
@@ -46,12 +87,15 @@ public:
             throw UsageError("cannot ask for the password: the terminal takes no text");
     }
 
-    [[nodiscard]] std::string readLine() const {
+    /// Nothing when a signal came first.
+    [[nodiscard]] std::optional<std::string> readLine(const HeldSignals& signals) const {
         std::string line;
-        char c = '\0';
-        while (read(m_fd, &c, 1) == 1 && c != '\n' && c != '\r')
+        for (char c = '\0'; signals.waitFor(m_fd);) {
+            if (read(m_fd, &c, 1) != 1 || c == '\n' || c == '\r')
+                return line;
             line.push_back(c);
-        return line;
+        }
+        return std::nullopt;
     }
 
 private:
@@ -80,12 +124,19 @@ std::string readFile(const std::string& path) {
 }
 
 std::optional<std::string> ask(const std::string& user) {
-    const SilentTerminal terminal;
-    if (!terminal.isUsable())
-        return std::nullopt;
-    terminal.show(fmt::format("Password of {}: ", user));
-    std::string password = terminal.readLine();
-    terminal.show("\n");
+    std::optional<std::string> password;
+    {
+        const HeldSignals signals;
+        const SilentTerminal terminal;
+        if (!terminal.isUsable())
+            return std::nullopt;
+        terminal.show(fmt::format("Password of {}: ", user));
+        password = terminal.readLine(signals);
+        terminal.show("\n");
+    }
+    // Here a signal that came has ended the program, unless the program wants to do that itself.
+    if (!password)
+        throw UsageError("interrupted while asking for the password");
     return password;
 }
 
