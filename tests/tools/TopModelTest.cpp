@@ -54,6 +54,11 @@ std::string textOf(const Canvas& canvas) {
     return text;
 }
 
+std::string screenOf(const Picture& picture, std::size_t width, std::size_t height) {
+    View view;
+    return textOf(paint(picture, view, width, height));
+}
+
 std::vector<std::string> namesIn(const View& view) {
     const Picture shown = picture();
     std::vector<std::string> names;
@@ -111,18 +116,18 @@ TEST(TopPainter, FitsIntoAWindowOfAnySize) {
                     EXPECT_THAT(textOf(canvas), HasSubstr("1:Cab")) << "the last row";
                 }
             }
-    EXPECT_THAT(textOf(paint(shown, View(), 80, 1)), HasSubstr("established"));
-    EXPECT_THAT(textOf(paint(shown, View(), 40, 10)), testing::AllOf(HasSubstr("1:AAA"), HasSubstr("30")));
-    EXPECT_THAT(textOf(paint(shown, View(), 80, 24)),
-                testing::AllOf(HasSubstr("stale"), HasSubstr("reset by peer"), HasSubstr("hub lost"),
-                               HasSubstr(" 5s ")));
+    EXPECT_THAT(screenOf(shown, 80, 1), HasSubstr("established"));
+    EXPECT_THAT(screenOf(shown, 40, 10), testing::AllOf(HasSubstr("1:AAA"), HasSubstr("30")));
+    EXPECT_THAT(screenOf(shown, 80, 24), testing::AllOf(HasSubstr("stale"), HasSubstr("reset by peer"),
+                                                        HasSubstr("hub lost"), HasSubstr(" 5s ")));
 }
 
 TEST(TopPainter, StaleValuesAreGreyAndNeverShownAsMoved) {
     Picture shown = picture();
     shown.rows[0].cells[0].move = 1;
     shown.rows[2].cells[0].move = 1;
-    const Canvas canvas = paint(shown, View(), 40, 10);
+    View view;
+    const Canvas canvas = paint(shown, view, 40, 10);
     EXPECT_EQ(canvas.at(23, 2).style, Style::Up);
     EXPECT_EQ(canvas.at(23, 4).style, Style::Stale);
 }
@@ -132,16 +137,67 @@ TEST(TopRows, MoveShowsForTwoSecondsAndRatesSurviveARestartOfTheCounter) {
     Row first = row("1:AAA", 10);
     first.updates = 100;
     table.put(first, kNow);
+    table.measure(kNow);
     EXPECT_EQ(table.rows(kNow)[0].rate, 0.0);
     Row second = row("1:AAA", 9);
     second.updates = 150;
     table.put(second, kNow + 1s);
+    table.measure(kNow + 2s);
     EXPECT_EQ(table.rows(kNow + 2s)[0].cells[0].move, -1);
     EXPECT_EQ(table.rows(kNow + 2s)[0].rate, 25.0);
     EXPECT_EQ(table.rows(kNow + 4s)[0].cells[0].move, 0);
     second.updates = 3;
     table.put(second, kNow + 5s);
+    table.measure(kNow + 6s);
     EXPECT_EQ(table.rows(kNow + 6s)[0].rate, 0.0);
+}
+
+TEST(TopRows, RowsThatAreNotAmongAllGoAndOthersKeepTheirRates) {
+    RowTable table;
+    Row kept = row("1:AAA", 10);
+    table.replaceAll({kept, row("1:BBB", 1)}, kNow);
+    table.measure(kNow);
+    kept.updates = 30;
+    table.replaceAll({kept}, kNow + 2s);
+    table.measure(kNow + 2s);
+    ASSERT_EQ(table.rows(kNow + 3s).size(), 1U);
+    EXPECT_EQ(table.rows(kNow + 3s)[0].rate, 15.0) << "whenever it is looked at";
+}
+
+TEST(TopView, ScrollingStopsAtTheEndsAndALogScrollsBackwards) {
+    Picture shown = picture();
+    for (int i = 0; i < 20; ++i)
+        shown.log.push_back({kNow, false, "line " + std::to_string(i)});
+    View view;
+    view.press(Key::Tab); // to the board
+    for (int i = 0; i < 9; ++i)
+        view.press(Key::PageDown);
+    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("1:Cab"));
+    view.press(Key::Up);
+    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("1:BBB"));
+    view.press(Key::Tab);
+    view.press(Key::Tab); // to the log
+    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("line 19"));
+    view.press(Key::Up);
+    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("line 18"));
+    view.press(Key::Home);
+    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("hub lost"));
+    view.press(Key::Down);
+    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("line 0"));
+}
+
+TEST(TopPainter, ClaimsNothingThatIsUnknownAndCutsNoNameOrNumberThatFits) {
+    Picture shown = picture();
+    shown.hubs.clear();
+    shown.rows[0].name = "feed_callback_seconds{quantile=\"0.99\"}";
+    shown.rows[0].cells = {{"-1234567890.25", -1234567890.25, 0}};
+    shown.rows[1].cells = {{"0.1234567890123", 0.1234567890123, 0}};
+    EXPECT_THAT(screenOf(shown, 80, 24),
+                testing::AllOf(HasSubstr(shown.rows[0].name + " "), HasSubstr(" -1.23e+09 "),
+                               HasSubstr(" 0.1234568 "), Not(HasSubstr("gaps")), Not(HasSubstr("hubs")),
+                               Not(HasSubstr("HUB"))));
+    shown.gaps = 0;
+    EXPECT_THAT(screenOf(shown, 80, 24), HasSubstr("gaps 0"));
 }
 
 TEST(TopPainter, DistributionLiesOnItsScale) {

@@ -43,6 +43,38 @@ TEST(TopPageFeed, SendsWhatHasChangedAndNothingWhenNothingHas) {
     EXPECT_EQ(json::parse(feed.next(next))["rows"][0]["isStale"], true);
 }
 
+TEST(TopPageFeed, GaugesChangeWithoutACountAndVanishedRowsGo) {
+    PageFeed feed;
+    Picture picture = pictureOf(2, 0, 0ms);
+    EXPECT_NE(feed.next(picture), "");
+    picture.rows[0].cells = {{"7", 7.0, 0}};
+    EXPECT_EQ(json::parse(feed.next(picture))["rows"].size(), 1U);
+    EXPECT_EQ(json::parse(feed.symbol("1:10000"))["points"].size(), 2U);
+    picture.columns = {"BID", "ASK"};
+    EXPECT_EQ(json::parse(feed.next(picture))["rows"].size(), 2U) << "with the new column's cells";
+    picture.rows.erase(picture.rows.begin());
+    const json change = json::parse(feed.next(picture));
+    EXPECT_EQ(change["gone"], json({"1:10000"}));
+    EXPECT_EQ(json::parse(feed.everything())["rows"].size(), 1U);
+    EXPECT_EQ(json::parse(feed.symbol("1:10000"))["points"].size(), 0U);
+    EXPECT_EQ(feed.next(picture), "");
+}
+
+TEST(TopPageFeed, RowsOnThePageStayThereWhenNamesBeforeThemCome) {
+    PageFeed feed;
+    Picture picture = pictureOf(PageFeed::kMostRows, 1, 0ms);
+    EXPECT_NE(feed.next(picture), "");
+    Row early = picture.rows.front();
+    early.name = "1:00000";
+    picture.rows.insert(picture.rows.begin(), early);
+    picture.rows.back().updates = 2;
+    const std::string last = picture.rows.back().name;
+    const json change = json::parse(feed.next(picture));
+    ASSERT_EQ(change["rows"].size(), 1U);
+    EXPECT_EQ(change["rows"][0]["name"], last);
+    EXPECT_EQ(json::parse(feed.everything())["rows"].back()["name"], last);
+}
+
 TEST(TopPageFeed, KeepsABoundedPast) {
     PageFeed feed;
     for (std::uint64_t i = 0; i < History::kMostFigures + 10; ++i) {

@@ -28,7 +28,7 @@ if not shutil.which("chromium") or not shutil.which("chromedriver"):
 
 HUB, TOP, FOLDER = sys.argv[1], sys.argv[2], Path(sys.argv[3])
 PATIENCE = 60
-COLOURS = {"30": "#888", "31": "#f66", "32": "#5d8", "33": "#fb4"}
+COLOURS = {"90": "#888", "31": "#f66", "32": "#5d8", "33": "#fb4"}
 
 
 def wait_for(what, condition):
@@ -76,6 +76,7 @@ def look_at_page(driver, address):
     driver.get(f"http://{address}/")
     wait = WebDriverWait(driver, PATIENCE)
     wait.until(lambda d: text(d, "#state") == "established")
+    wait.until(lambda d: re.search(r"^\d+s$", text(d, "#board td:nth-last-child(2)"), re.M))
     wait.until(lambda d: re.match(r"[1-9]\d*/s", text(d, "#rate")))
     assert "ready" in text(driver, "#hubs") and "100:LOAD000000" in text(driver, "#board")
     before = text(driver, "#board")
@@ -89,6 +90,11 @@ def look_at_page(driver, address):
                return new Set(c.getContext("2d").getImageData(0, 0, c.width, c.height).data).size > 20"""
     for plot in ("#rates", "#latency", "#symbol"):
         wait.until(lambda d, plot=plot: d.execute_script(drawn, plot))
+    assert driver.execute_script("return [moveOf('12:00:01', '12:00:02'), moveOf('', '1'), moveOf('10', '9')].join()") == "0,0,-1"
+    driver.execute_script("const whole = fetch; fetch = () => Promise.reject(new Error('gone')); choose('100:LOAD000002'); fetch = whole")
+    wait.until(lambda d: "no answer" in text(d, "#chartname"))
+    driver.find_element(By.CSS_SELECTOR, "#board tr").click()
+    wait.until(lambda d: d.execute_script(drawn, "#symbol"))
     driver.execute_script("document.getElementById('filter').value = ''; document.getElementById('filter').oninput()")
     for width in (1100, 400):
         driver.set_window_size(width, 1000)

@@ -47,6 +47,19 @@ std::string fetch(CURL* handle, std::string& text) {
     return status == 200 ? std::string() : fmt::format("answers with HTTP status {}", status);
 }
 
+/// The URL as it may be shown, without a user and a password.
+std::string withoutUser(const std::string& url) {
+    const std::unique_ptr<CURLU, void (*)(CURLU*)> parts(curl_url(), curl_url_cleanup);
+    char* text = nullptr;
+    if (curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), CURLU_GUESS_SCHEME) != CURLUE_OK ||
+        curl_url_set(parts.get(), CURLUPART_USER, nullptr, 0) != CURLUE_OK ||
+        curl_url_set(parts.get(), CURLUPART_PASSWORD, nullptr, 0) != CURLUE_OK ||
+        curl_url_get(parts.get(), CURLUPART_URL, &text, 0) != CURLUE_OK)
+        return "not a URL";
+    const std::unique_ptr<char, void (*)(void*)> owned(text, curl_free);
+    return owned.get();
+}
+
 } // namespace
 
 EndpointWatch::EndpointWatch(std::string url) : m_url(std::move(url)), m_thread([this] { ask(); }) {}
@@ -67,6 +80,9 @@ void EndpointWatch::ask() {
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(curl, CURLOPT_PROXY, ""); // it is a machine of the house
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+#if LIBCURL_VERSION_NUM >= 0x075700
+    curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L); // a resolver that hangs must not hold up the end
+#endif
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, kSecondsForAnAnswer);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, onData);
     curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
@@ -81,54 +97,53 @@ void EndpointWatch::ask() {
                 {std::chrono::system_clock::now(), !fault.empty(),
                  fault.empty() ? "the endpoint answers" : "the endpoint: " + tivra_tools::printable(fault)});
         before = fault;
+        if (fault.empty())
+            take(text, std::chrono::system_clock::now());
         std::unique_lock<std::mutex> lock(m_mutex);
         m_isThere = fault.empty();
-        if (m_isThere)
-            m_text = std::move(text);
         m_closing.wait_for(lock, std::chrono::seconds(1), [this] { return m_isClosing.load(); });
     }
 }
 
 bool EndpointWatch::isAnswered() {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_isThere;
+    return m_isThere && m_answers >= 2;
 }
 
-void EndpointWatch::takeText(Picture& picture, const std::string& text) {
+void EndpointWatch::take(const std::string& text, TimePoint arrival) {
     std::size_t faults = 0;
     double total = 0.0;
+    std::vector<Row> rows;
     for (const Metric& metric : parseOpenMetrics(text, kMostRows, faults)) {
         Row row;
         row.name = tivra_tools::printable(
             (metric.name.rfind("tivra_", 0) == 0 ? metric.name.substr(6) : metric.name) + metric.labels);
-        row.state = m_isLost ? tivra::DataState::Stale : tivra::DataState::Live;
         row.cells = {{metric.text, metric.value, 0}};
         if (metric.isCounter() && metric.value >= 0.0 && metric.value < 1e18)
             row.updates = static_cast<std::uint64_t>(metric.value);
         if (metric.name == "tivra_feed_updates_total" || metric.name == "tivra_in_messages_total")
             total += metric.value;
-        if (m_rows.has(row.name) || m_rows.size() < kMostRows)
-            m_rows.put(std::move(row), picture.time);
+        rows.push_back(std::move(row));
     }
-    picture.leftOut = faults;
-    picture.updates = total >= 0.0 && total < 1e18 ? static_cast<std::uint64_t>(total) : 0;
-    picture.rate = m_rate.take(picture.time, picture.updates);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_rows.replaceAll(std::move(rows), arrival);
+    m_rows.measure(arrival);
+    m_figures.leftOut = faults;
+    m_figures.updates = total >= 0.0 && total < 1e18 ? static_cast<std::uint64_t>(total) : 0;
+    m_figures.rate = m_meter.take(arrival, m_figures.updates);
+    ++m_answers;
 }
 
 Picture EndpointWatch::picture() {
-    Picture picture;
-    std::string text;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        text = m_text;
-        m_isLost = !m_isThere;
-    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    Picture picture = m_figures;
     picture.time = std::chrono::system_clock::now();
-    picture.title = tivra_tools::printable(m_url);
-    picture.state = m_isLost ? tivra::FeedState::Connecting : tivra::FeedState::Established;
+    picture.title = tivra_tools::printable(withoutUser(m_url));
+    picture.state = m_isThere ? tivra::FeedState::Established : tivra::FeedState::Connecting;
     picture.columns = {"VALUE"};
-    takeText(picture, text);
     picture.rows = m_rows.rows(picture.time);
+    for (Row& row : picture.rows)
+        row.state = m_isThere ? tivra::DataState::Live : tivra::DataState::Stale;
     picture.log = m_log.entries();
     return picture;
 }

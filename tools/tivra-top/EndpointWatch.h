@@ -19,24 +19,24 @@ public:
     ~EndpointWatch() override;
 
     [[nodiscard]] Picture picture() override;
-    /// Whether the endpoint has answered.
+    /// Whether the endpoint answers, and has done so twice, which rates need.
     [[nodiscard]] bool isAnswered() override;
 
 private:
     void ask();
-    void takeText(Picture& picture, const std::string& text);
+    void take(const std::string& text, TimePoint arrival);
 
     const std::string m_url;
     LogTail m_log;
-    RowTable m_rows;
-    RateMeter m_rate;
     std::atomic<bool> m_isClosing{false};
-    std::mutex m_mutex; ///< guards the three below
+    std::mutex m_mutex; ///< guards all below but the thread
     std::condition_variable m_closing;
-    std::string m_text;     ///< the last answer
-    bool m_isThere = false; ///< whether the last question had an answer
-    bool m_isLost = false;  ///< as it is shown, of the main thread
-    std::thread m_thread;   ///< begins last
+    RowTable m_rows;
+    RateMeter m_meter;
+    Picture m_figures;         ///< those of the whole, as the last answer has them
+    std::size_t m_answers = 0; ///< how many there have been
+    bool m_isThere = false;    ///< whether the last question had an answer
+    std::thread m_thread;      ///< begins last
 };
 
 } // namespace tivra_top

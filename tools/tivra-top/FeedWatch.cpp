@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <numeric>
 
 namespace tivra_top {
 
@@ -147,6 +148,7 @@ std::vector<Cell> FeedWatch::cellsOf(const tivra::BoardRow& row) {
 }
 
 void FeedWatch::takeChanges(TimePoint now) {
+    const std::size_t fields = m_fields.size();
     m_board.changedSince(m_seen, [this, now](const tivra::BoardRow& changed) {
         Row row;
         row.name = nameOf(changed.values.source(), changed.values.symbol());
@@ -157,6 +159,11 @@ void FeedWatch::takeChanges(TimePoint now) {
         row.cells = cellsOf(changed);
         m_rows.put(std::move(row), now);
     });
+    if (m_fields.size() == fields)
+        return;
+    // Symbols that came before the new fields may have values for them.
+    m_seen = {};
+    takeChanges(now);
 }
 
 void FeedWatch::takeStatistics(Picture& picture) {
@@ -185,9 +192,10 @@ Picture FeedWatch::picture() {
     picture.leftOut = m_board.statistics().refused;
     takeStatistics(picture);
     takeChanges(picture.time);
+    m_rows.measure(picture.time);
     picture.rows = m_rows.rows(picture.time);
-    for (const Row& row : picture.rows)
-        picture.gaps += row.gaps;
+    picture.gaps = std::accumulate(picture.rows.begin(), picture.rows.end(), std::uint64_t{0},
+                                   [](std::uint64_t sum, const Row& row) { return sum + row.gaps; });
     for (const tivra::Field& field : m_fields)
         picture.columns.push_back(tivra_tools::printable(field.name()));
     picture.log = m_log.entries();

@@ -1,5 +1,7 @@
 #include "History.h"
 
+#include <algorithm>
+
 namespace tivra_top {
 
 namespace {
@@ -9,6 +11,11 @@ void append(std::deque<T>& queue, T value, std::size_t most) {
     if (queue.size() >= most)
         queue.pop_front();
     queue.push_back(std::move(value));
+}
+
+bool isEmpty(const History::Values& values) {
+    return std::none_of(values.numbers.begin(), values.numbers.end(),
+                        [](const std::optional<double>& number) { return number.has_value(); });
 }
 
 } // namespace
@@ -25,6 +32,8 @@ void History::add(const Picture& picture) {
         known->second = hub.status.to;
         append(m_changes, {picture.time, hub.status.hub, hub.status.to}, kMostChanges);
     }
+    const std::unordered_set<std::string_view> present = namesIn(picture);
+    std::erase_if(m_symbols, [&present](const auto& each) { return present.count(each.first) == 0; });
     for (const Row& row : picture.rows)
         addRow(row, picture.time);
 }
@@ -37,12 +46,15 @@ void History::addRow(const Row& row, TimePoint now) {
         found = m_symbols.emplace(row.name, Symbol{}).first;
     }
     Symbol& symbol = found->second;
-    if (row.updates == symbol.updates)
-        return;
-    symbol.updates = row.updates;
     Values values{now, {}};
     for (const Cell& cell : row.cells)
         values.numbers.push_back(cell.number);
+    // A gauge changes without a count of its changes.
+    const bool isSame =
+        symbol.values.empty() ? isEmpty(values) : symbol.values.back().numbers == values.numbers;
+    if (row.updates == symbol.updates && isSame)
+        return;
+    symbol.updates = row.updates;
     append(symbol.values, std::move(values), kMostValues);
 }
 

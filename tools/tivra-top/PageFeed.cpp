@@ -2,7 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <cmath>
 
 namespace tivra_top {
@@ -33,9 +32,13 @@ json jsonOf(const Row& row) {
 
 json jsonOf(const HubLine& hub) {
     const tivra::LatencySummary& latency = hub.statistics.socketToDecode;
-    return {{"name", hub.status.hub},           {"state", nameOf(hub.status.to)},
-            {"cause", hub.status.cause},        {"rate", std::round(hub.rate)},
-            {"p50", microseconds(latency.p50)}, {"p99", microseconds(latency.p99)}};
+    return {{"name", hub.status.hub},
+            {"state", nameOf(hub.status.to)},
+            {"cause", hub.status.cause},
+            {"rate", std::round(hub.rate)},
+            {"p50", microseconds(latency.p50)},
+            {"p99", microseconds(latency.p99)},
+            {"queued", microseconds(hub.statistics.decodeToCallback.p99)}};
 }
 
 json jsonOf(const History::Figures& figures) {
@@ -54,7 +57,7 @@ json frameOf(const Picture& picture) {
             {{"time", milliseconds(entry.time)}, {"isWarning", entry.isWarning}, {"text", entry.text}});
     return {{"title", picture.title},
             {"state", nameOf(picture.state)},
-            {"gaps", picture.gaps},
+            {"gaps", picture.gaps ? json(*picture.gaps) : json()},
             {"leftOut", picture.leftOut},
             {"columns", picture.columns},
             {"symbols", picture.rows.size()},
@@ -68,24 +71,59 @@ std::string textOf(const json& object) {
 
 } // namespace
 
+PageFeed::Version PageFeed::versionOf(const Row& row) {
+    Version version{row.updates, row.gaps, row.state, std::round(row.rate), {}};
+    for (const Cell& cell : row.cells)
+        version.cells.push_back(cell.text);
+    return version;
+}
+
+std::vector<std::string> PageFeed::takeGone() {
+    const std::unordered_set<std::string_view> present = namesIn(m_picture);
+    std::vector<std::string> gone;
+    for (auto each = m_sent.begin(); each != m_sent.end();) {
+        if (present.count(each->first) > 0) {
+            ++each;
+            continue;
+        }
+        gone.push_back(each->first);
+        each = m_sent.erase(each);
+    }
+    return gone;
+}
+
+std::vector<const Row*> PageFeed::takeChanged(bool wantsAll) {
+    std::vector<const Row*> changed;
+    for (const Row& row : m_picture.rows) {
+        auto sent = m_sent.find(row.name);
+        const bool isNew = sent == m_sent.end();
+        if (isNew && m_sent.size() >= kMostRows)
+            continue;
+        if (isNew)
+            sent = m_sent.emplace(row.name, Version{}).first;
+        Version version = versionOf(row);
+        if (isNew || wantsAll || !(sent->second == version))
+            changed.push_back(&row);
+        sent->second = std::move(version);
+    }
+    return changed;
+}
+
 std::string PageFeed::next(Picture picture) {
+    const bool hasNewColumns = picture.columns != m_picture.columns;
     m_history.add(picture);
     m_picture = std::move(picture);
-    json rows = json::array();
-    for (std::size_t i = 0; i < std::min(m_picture.rows.size(), kMostRows); ++i) {
-        const Row& row = m_picture.rows[i];
-        const Version version{row.updates, row.gaps, row.state, std::round(row.rate)};
-        if (Version& sent = m_sent[row.name]; !(sent == version)) {
-            sent = version;
-            rows.push_back(jsonOf(row));
-        }
-    }
+    const std::vector<std::string> gone = takeGone();
+    const std::vector<const Row*> changed = takeChanged(hasNewColumns);
     json change = frameOf(m_picture);
     std::string frame = textOf(change);
-    if (rows.empty() && frame == m_frame)
+    if (changed.empty() && gone.empty() && frame == m_frame)
         return {};
     m_frame = std::move(frame);
-    change["rows"] = std::move(rows);
+    change["gone"] = gone;
+    change["rows"] = json::array();
+    for (const Row* row : changed)
+        change["rows"].push_back(jsonOf(*row));
     change["figures"] = jsonOf(m_history.figures().back());
     return textOf(change);
 }
@@ -93,8 +131,9 @@ std::string PageFeed::next(Picture picture) {
 std::string PageFeed::everything() const {
     json all = frameOf(m_picture);
     all["rows"] = json::array();
-    for (std::size_t i = 0; i < std::min(m_picture.rows.size(), kMostRows); ++i)
-        all["rows"].push_back(jsonOf(m_picture.rows[i]));
+    for (const Row& row : m_picture.rows)
+        if (m_sent.count(row.name) > 0)
+            all["rows"].push_back(jsonOf(row));
     all["history"] = json::array();
     for (const History::Figures& figures : m_history.figures())
         all["history"].push_back(jsonOf(figures));

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kName = 14;
 constexpr std::size_t kCell = 10;
 constexpr std::size_t kShort = 7;
-constexpr std::size_t kScale = 24;
+constexpr std::size_t kScale = 17;
 constexpr std::size_t kState = 10;
 constexpr std::size_t kNarrow = 60;
 
@@ -53,8 +53,9 @@ void paintHeader(const Picture& picture, const View& view, Canvas& canvas) {
         ready += hub.status.to == tivra::HubState::Ready ? 1 : 0;
     canvas.fill(0, Style::Head);
     canvas.put(0, 0,
-               fmt::format("{} {:.0f}/s hubs {}/{} symbols {} gaps {}{}{}  {}  {} UTC", nameOf(picture.state),
-                           picture.rate, ready, picture.hubs.size(), picture.rows.size(), picture.gaps,
+               fmt::format("{} {:.0f}/s{} symbols {}{}{}{}  {}  {} UTC", nameOf(picture.state), picture.rate,
+                           picture.hubs.empty() ? "" : fmt::format(" hubs {}/{}", ready, picture.hubs.size()),
+                           picture.rows.size(), picture.gaps ? fmt::format(" gaps {}", *picture.gaps) : "",
                            picture.leftOut > 0 ? fmt::format(" left out {}", picture.leftOut) : "",
                            view.isPaused() ? " PAUSED" : "", picture.title, timeText(picture.time)),
                picture.state == tivra::FeedState::Established ? Style::Head : Style::Warning);
@@ -87,13 +88,32 @@ std::size_t cellsThatFit(const Picture& picture, std::size_t width) {
     return std::min(picture.columns.size(), width > taken ? (width - taken) / kCell : 0);
 }
 
+/// Names get the width that is left, as far as they need it.
+std::size_t nameWidth(const Picture& picture, std::size_t width) {
+    const std::size_t taken = kName + figuresWidth(width) + 1 + kState + cellsThatFit(picture, width) * kCell;
+    std::size_t wanted = kName;
+    for (const Row& row : picture.rows)
+        wanted = std::max(wanted, row.name.size() + 1);
+    return std::min(wanted, kName + (width > taken ? width - taken : 0));
+}
+
+/// As many digits of a number as fit; other text is cut.
+std::string cellText(const Cell& cell, std::size_t width) {
+    for (int digits = static_cast<int>(width); cell.number && cell.text.size() > width && digits > 0;
+         --digits)
+        if (std::string text = fmt::format("{:.{}g}", *cell.number, digits); text.size() <= width)
+            return text;
+    return left(cell.text, std::min(cell.text.size(), width));
+}
+
 void paintBoardHead(const Picture& picture, const View& view, Canvas& canvas, std::size_t y) {
     const std::size_t cells = cellsThatFit(picture, canvas.width());
+    const std::size_t name = nameWidth(picture, canvas.width());
     const std::size_t sorted = view.sortColumn(picture);
-    const auto head = [&](const std::string& name, std::size_t column) {
-        return headOf(name, column == sorted, view.isDescending());
+    const auto head = [&](const std::string& title, std::size_t column) {
+        return headOf(title, column == sorted, view.isDescending());
     };
-    std::string text = left(head("SYMBOL", 0), kName);
+    std::string text = left(head("SYMBOL", 0), name);
     for (std::size_t i = 0; i < cells; ++i)
         text.append(" ").append(right(head(picture.columns[i], i + 1), kCell - 1));
     const std::size_t own = picture.columns.size() + 1;
@@ -106,14 +126,14 @@ void paintBoardHead(const Picture& picture, const View& view, Canvas& canvas, st
 
 /// The text ends before `end`; blanks beside it have no style, which would be seen as lines.
 void paintCell(const Row& row, const Cell& cell, Canvas& canvas, std::size_t end, std::size_t y) {
-    const std::string text = left(cell.text, std::min(cell.text.size(), kCell - 1));
+    const std::string text = cellText(cell, kCell - 1);
     canvas.put(end - text.size(), y, text, styleOf(row, cell));
 }
 
-void paintRow(const Picture& picture, const Row& row, Canvas& canvas, std::size_t y) {
+void paintRow(const Picture& picture, const Row& row, std::size_t name, Canvas& canvas, std::size_t y) {
     const Style style = isStale(row.state) ? Style::Stale : Style::Plain;
-    std::size_t x = kName;
-    canvas.put(0, y, left(row.name, kName), style);
+    std::size_t x = name;
+    canvas.put(0, y, left(row.name, name), style);
     for (std::size_t i = 0; i < cellsThatFit(picture, canvas.width()); ++i, x += kCell)
         if (i < row.cells.size())
             paintCell(row, row.cells[i], canvas, x + kCell, y);
@@ -126,24 +146,26 @@ void paintRow(const Picture& picture, const Row& row, Canvas& canvas, std::size_
                row.state == tivra::DataState::Refused ? Style::Warning : style);
 }
 
-void paintBoard(const Picture& picture, const View& view, Canvas& canvas, Region region) {
+void paintBoard(const Picture& picture, View& view, Canvas& canvas, Region region) {
     if (region.lines == 0)
         return;
     paintBoardHead(picture, view, canvas, region.top);
     const std::vector<const Row*> rows = view.rowsOf(picture);
+    const std::size_t name = nameWidth(picture, canvas.width());
     const std::size_t room = region.lines - 1;
     const std::size_t first = view.firstOf(rows.size(), room);
     for (std::size_t i = 0; i < room && first + i < rows.size(); ++i)
-        paintRow(picture, *rows[first + i], canvas, region.top + 1 + i);
+        paintRow(picture, *rows[first + i], name, canvas, region.top + 1 + i);
 }
 
-void paintHubs(const Picture& picture, const View& view, Canvas& canvas, Region region) {
+void paintHubs(const Picture& picture, View& view, Canvas& canvas, Region region) {
     if (region.lines == 0)
         return;
     canvas.fill(region.top, Style::Head);
     canvas.put(0, region.top,
                left("HUB", 22) + left("STATE", 12) + right("RATE", kShort) + right("P50", kShort) +
-                   right("P99", kShort) + " " + left("1us    1ms    1s", kScale) + " CAUSE",
+                   right("P99", kShort) + right("QUEUED", kShort) + " " + left("1us    1ms     1s", kScale) +
+                   " CAUSE",
                Style::Head);
     const std::size_t room = region.lines - 1;
     const std::size_t first = view.panel() == Panel::Hubs ? view.firstOf(picture.hubs.size(), room) : 0;
@@ -152,9 +174,11 @@ void paintHubs(const Picture& picture, const View& view, Canvas& canvas, Region 
         const tivra::LatencySummary& latency = hub.statistics.socketToDecode;
         const bool isReady = hub.status.to == tivra::HubState::Ready;
         const bool hasLatency = latency.count > 0;
+        const tivra::LatencySummary& queued = hub.statistics.decodeToCallback;
         const std::string figures = right(fmt::format("{:.0f}", hub.rate), kShort) +
                                     right(hasLatency ? durationText(latency.p50) : "-", kShort) +
-                                    right(hasLatency ? durationText(latency.p99) : "-", kShort) + " ";
+                                    right(hasLatency ? durationText(latency.p99) : "-", kShort) +
+                                    right(queued.count > 0 ? durationText(queued.p99) : "-", kShort) + " ";
         // Why a hub isn't there matters more than how fast it was.
         const std::string rest =
             hub.status.cause.empty() || isReady ? distributionText(latency, kScale) : hub.status.cause;
@@ -165,7 +189,7 @@ void paintHubs(const Picture& picture, const View& view, Canvas& canvas, Region 
 }
 
 /// The last lines, or earlier ones by scrolling.
-void paintLog(const Picture& picture, const View& view, Canvas& canvas, Region region) {
+void paintLog(const Picture& picture, View& view, Canvas& canvas, Region region) {
     if (region.lines == 0)
         return;
     canvas.fill(region.top, Style::Head);
@@ -181,8 +205,9 @@ void paintLog(const Picture& picture, const View& view, Canvas& canvas, Region r
 }
 
 /// Board, hubs and log one below the other; a low window has the board alone.
-void paintOverview(const Picture& picture, const View& view, Canvas& canvas, Region region) {
-    const std::size_t hubs = region.lines < 6 ? 0 : std::min(picture.hubs.size() + 1, region.lines / 3);
+void paintOverview(const Picture& picture, View& view, Canvas& canvas, Region region) {
+    const std::size_t hubs =
+        region.lines < 6 || picture.hubs.empty() ? 0 : std::min(picture.hubs.size() + 1, region.lines / 3);
     const std::size_t log = region.lines < 14 ? 0 : region.lines / 4;
     const std::size_t board = region.lines - hubs - log;
     paintBoard(picture, view, canvas, {region.top, board});
@@ -228,7 +253,7 @@ std::string distributionText(const tivra::LatencySummary& summary, std::size_t w
     return text;
 }
 
-Canvas paint(const Picture& picture, const View& view, std::size_t width, std::size_t height) {
+Canvas paint(const Picture& picture, View& view, std::size_t width, std::size_t height) {
     Canvas canvas(width, height);
     if (width == 0 || height == 0)
         return canvas;

@@ -7,8 +7,8 @@
 namespace tivra_top {
 
 /// Fits a picture into a window of any size: what matters most stands in the first line, which is there even
-/// when there is no other.
-[[nodiscard]] Canvas paint(const Picture& picture, const View& view, std::size_t width, std::size_t height);
+/// when there is no other. The view scrolls no further than there is something to see.
+[[nodiscard]] Canvas paint(const Picture& picture, View& view, std::size_t width, std::size_t height);
 
 /// "812us", "4.1ms", "2s", for at most five characters.
 [[nodiscard]] std::string durationText(std::chrono::nanoseconds time);

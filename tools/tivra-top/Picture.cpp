@@ -29,6 +29,13 @@ const char* nameOf(tivra::DataState state) {
     return index < std::size(NAMES) ? NAMES[index] : "?";
 }
 
+std::unordered_set<std::string_view> namesIn(const Picture& picture) {
+    std::unordered_set<std::string_view> names;
+    for (const Row& row : picture.rows)
+        names.insert(row.name);
+    return names;
+}
+
 bool isStale(tivra::DataState state) {
     return state != tivra::DataState::Pending && state != tivra::DataState::Live;
 }

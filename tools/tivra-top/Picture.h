@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace tivra_top {
@@ -53,13 +55,13 @@ struct Picture {
     tivra::FeedState state = tivra::FeedState::Connecting;
     double rate = 0.0; ///< updates a second of all hubs
     std::uint64_t updates = 0;
-    std::uint64_t gaps = 0;
-    std::uint64_t leftOut = 0; ///< updates of symbols for which there is no room
+    std::optional<std::uint64_t> gaps; ///< of all rows, nothing where nobody counts them
+    std::uint64_t leftOut = 0;         ///< updates of symbols for which there is no room
     tivra::LatencySummary socketToDecode;
     tivra::LatencySummary decodeToCallback;
     std::vector<std::string> columns; ///< names of the cells of each row
     std::vector<Row> rows;
-    std::vector<HubLine> hubs;
+    std::vector<HubLine> hubs; ///< empty where none is known
     std::vector<LogEntry> log;
 };
 
@@ -68,6 +70,8 @@ struct Picture {
 [[nodiscard]] const char* nameOf(tivra::HubState state);
 /// "live".
 [[nodiscard]] const char* nameOf(tivra::DataState state);
+/// Of its rows, for as long as they stay.
+[[nodiscard]] std::unordered_set<std::string_view> namesIn(const Picture& picture);
 /// Whether values of a row are old.
 [[nodiscard]] bool isStale(tivra::DataState state);
 

@@ -1,5 +1,7 @@
 #include "RowTable.h"
 
+#include <utility>
+
 namespace tivra_top {
 
 namespace {
@@ -25,11 +27,25 @@ void RowTable::put(Row row, TimePoint now) {
     entry.row = std::move(row);
 }
 
+void RowTable::replaceAll(std::vector<Row> rows, TimePoint now) {
+    std::map<std::string, Entry> before = std::exchange(m_entries, {});
+    for (Row& row : rows) {
+        if (auto known = before.extract(row.name))
+            m_entries.insert(std::move(known));
+        put(std::move(row), now);
+    }
+}
+
+void RowTable::measure(TimePoint then) {
+    for (auto& [name, entry] : m_entries)
+        entry.rate = entry.meter.take(then, entry.row.updates);
+}
+
 std::vector<Row> RowTable::rows(TimePoint now) {
     std::vector<Row> rows;
     rows.reserve(m_entries.size());
     for (auto& [name, entry] : m_entries) {
-        entry.row.rate = entry.meter.take(now, entry.row.updates);
+        entry.row.rate = entry.rate;
         for (std::size_t i = 0; i < entry.movedAt.size(); ++i)
             if (now - entry.movedAt[i] >= kShown)
                 entry.row.cells[i].move = 0;

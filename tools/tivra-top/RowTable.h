@@ -12,15 +12,18 @@ class RowTable {
 public:
     /// Replaces the row of that name, or adds it; its rate and its moves are worked out here.
     void put(Row row, TimePoint now);
+    /// The same for rows that are all there are: others go.
+    void replaceAll(std::vector<Row> rows, TimePoint now);
+    /// Takes the rates from the counts that the rows had at that time.
+    void measure(TimePoint then);
     /// All rows as they are now.
     [[nodiscard]] std::vector<Row> rows(TimePoint now);
-    [[nodiscard]] std::size_t size() const { return m_entries.size(); }
-    [[nodiscard]] bool has(const std::string& name) const { return m_entries.count(name) > 0; }
 
 private:
     struct Entry {
         Row row;
         RateMeter meter;
+        double rate = 0.0;
         std::vector<TimePoint> movedAt; ///< of each cell
     };
 

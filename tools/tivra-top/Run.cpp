@@ -77,7 +77,8 @@ ExitCode runOnce(const Options& options, Watch& watch, Signals& signals) {
         return ExitCode::Interrupted;
     picture = watch.picture();
     const std::size_t height = 24;
-    const Canvas canvas = paint(picture, View(), textWidth(), height);
+    View view;
+    const Canvas canvas = paint(picture, view, textWidth(), height);
     for (std::size_t y = 0; y + 1 < height; ++y) // the last line is for keys
         if (std::fputs((canvas.line(y) + "\n").c_str(), stdout) < 0)
             throw Failure(ExitCode::OutputFailed, "standard output cannot be written");

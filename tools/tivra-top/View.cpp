@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 
 namespace tivra_top {
 
 namespace {
 
-constexpr std::size_t kPage = 10;
+constexpr std::ptrdiff_t kPage = 10;
+/// Beyond the first of whatever there is.
+constexpr std::ptrdiff_t kFar = 1'000'000;
 constexpr std::size_t kLongestFilter = 40;
 /// Name, rate, age and state.
 constexpr std::size_t kOwnColumns = 4;
@@ -75,8 +78,15 @@ std::vector<const Row*> View::rowsOf(const Picture& picture) const {
     return rows;
 }
 
-std::size_t View::firstOf(std::size_t count, std::size_t room) const {
-    return std::min(m_scroll, count > room ? count - room : 0);
+std::size_t View::firstOf(std::size_t count, std::size_t room) {
+    m_scroll = std::min(m_scroll, count > room ? count - room : 0);
+    return m_scroll;
+}
+
+void View::scroll(std::ptrdiff_t lines) {
+    const std::ptrdiff_t away = m_panel == Panel::Log ? -lines : lines;
+    const auto count = static_cast<std::size_t>(std::abs(away));
+    m_scroll = away > 0 ? m_scroll + count : m_scroll - std::min(m_scroll, count);
 }
 
 void View::press(Key key, char character) {
@@ -85,19 +95,19 @@ void View::press(Key key, char character) {
         return type(key, character);
     switch (key) {
     case Key::Up:
-        m_scroll -= std::min<std::size_t>(m_scroll, 1);
+        scroll(-1);
         break;
     case Key::Down:
-        ++m_scroll;
+        scroll(1);
         break;
     case Key::PageUp:
-        m_scroll -= std::min(m_scroll, kPage);
+        scroll(-kPage);
         break;
     case Key::PageDown:
-        m_scroll += kPage;
+        scroll(kPage);
         break;
     case Key::Home:
-        m_scroll = 0;
+        scroll(-kFar);
         break;
     case Key::Left:
         m_sort -= std::min<std::size_t>(m_sort, 1);

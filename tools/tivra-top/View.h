@@ -24,11 +24,13 @@ public:
     [[nodiscard]] std::size_t sortColumn(const Picture& picture) const;
     /// The rows that pass the filter, in their order.
     [[nodiscard]] std::vector<const Row*> rowsOf(const Picture& picture) const;
-    /// The first of `count` things to show where `room` fit.
-    [[nodiscard]] std::size_t firstOf(std::size_t count, std::size_t room) const;
+    /// The first of `count` things to show where `room` fit, of a log counted from its end. Scrolling beyond
+    /// the last is taken back.
+    [[nodiscard]] std::size_t firstOf(std::size_t count, std::size_t room);
 
 private:
     void type(Key key, char character);
+    void scroll(std::ptrdiff_t lines);
     void command(char character);
 
     Panel m_panel = Panel::Overview;

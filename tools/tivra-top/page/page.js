@@ -1,8 +1,9 @@
 "use strict";
 // The picture as the events bring it: "all" once after connecting, then "change" for what has changed.
-const MINUTES = 10, MOST_POINTS = 1200;
+const MINUTES = 10, MOST_POINTS = 1200, MOST_CHANGES = 500;
 const byId = id => document.getElementById(id);
 const rows = new Map();
+let clock = {server: 0, own: 0}; // the server's time of the last picture, and this browser's then
 let columns = [], history = [[], [], [], [], []], changes = [], hubs = [], sort = 0, descending = false, shown = null;
 
 function plot(id, series, log) {
@@ -36,13 +37,25 @@ function drawFigures() {
     latency.setData([history[0], history[2], history[3], history[4]]);
 }
 
+function ageOf(row) {
+    if (row.time === null) return "-";
+    const seconds = Math.max(0, Math.floor((clock.server + performance.now() - clock.own - row.time) / 1000));
+    return seconds < 600 ? seconds + "s" : seconds < 36000 ? Math.floor(seconds / 60) + "m" : Math.floor(seconds / 3600) + "h";
+}
+
+/// 1 or -1 for a number that has risen or fallen, else 0.
+function moveOf(before, value) {
+    if (!before || !value || !Number.isFinite(Number(before)) || !Number.isFinite(Number(value))) return 0;
+    return Math.sign(Number(value) - Number(before));
+}
+
 function cell(tr, index) {
     while (tr.cells.length <= index) tr.insertCell();
     return tr.cells[index];
 }
 
 function head() {
-    const names = ["Symbol", ...columns, "Rate", "State"];
+    const names = ["Symbol", ...columns, "Rate", "Age", "State"];
     const tr = document.createElement("tr");
     names.forEach((name, i) => {
         const th = document.createElement("th");
@@ -54,28 +67,29 @@ function head() {
     byId("columns").replaceChildren(tr);
 }
 
-function showRow(row) {
+function showRow(row, now) {
     const known = rows.get(row.name);
     const tr = known ? known.tr : document.createElement("tr");
     if (!known) tr.onclick = () => choose(row.name);
     text(cell(tr, 0), row.name);
     columns.forEach((_, i) => {
-        const value = row.cells[i] ?? "", before = known ? known.row.cells[i] ?? "" : value;
-        const kind = row.isStale || value === before || !before ? "n" : Number(value) > Number(before) ? "n up" : "n down";
+        const value = row.cells[i] ?? "", move = row.isStale || !known ? 0 : moveOf(known.row.cells[i], value);
+        const kind = move > 0 ? "n up" : move < 0 ? "n down" : "n";
         text(cell(tr, i + 1), value, kind);
     });
     text(cell(tr, columns.length + 1), String(row.rate), "n");
-    text(cell(tr, columns.length + 2), row.state, row.state === "refused" ? "bad" : "");
+    text(cell(tr, columns.length + 2), ageOf(row), "n");
+    text(cell(tr, columns.length + 3), row.state, row.state === "refused" ? "bad" : "");
     tr.className = row.isStale ? "stale" : "";
     rows.set(row.name, {row, tr});
-    if (symbolData && shown === row.name) addValues(row);
+    if (symbolData && shown === row.name) addValues(row, now);
     return !known;
 }
 
 function value(row, column) {
     if (column === 0) return row.name;
     if (column <= columns.length) { const number = parseFloat(row.cells[column - 1]); return isNaN(number) ? -Infinity : number; }
-    return column === columns.length + 1 ? row.rate : row.state;
+    return [row.rate, row.time === null ? Infinity : -row.time, row.state][column - columns.length - 1];
 }
 
 function order() {
@@ -107,9 +121,9 @@ function timeline(name, now) {
 function showHubs(now) {
     byId("hubs").replaceChildren(...hubs.map(hub => {
         const tr = document.createElement("tr");
-        [hub.name, hub.state, hub.rate, hub.p50.toFixed(0), hub.p99.toFixed(0)].forEach((each, i) => text(cell(tr, i), String(each), i > 1 ? "n" : i === 1 ? hub.state : ""));
-        cell(tr, 5).append(timeline(hub.name, now));
-        text(cell(tr, 6), hub.state === "ready" ? "" : hub.cause);
+        [hub.name, hub.state, hub.rate, hub.p50.toFixed(0), hub.p99.toFixed(0), hub.queued.toFixed(0)].forEach((each, i) => text(cell(tr, i), String(each), i > 1 ? "n" : i === 1 ? hub.state : ""));
+        cell(tr, 6).append(timeline(hub.name, now));
+        text(cell(tr, 7), hub.state === "ready" ? "" : hub.cause);
         return tr;
     }));
 }
@@ -117,11 +131,12 @@ function showHubs(now) {
 function showFrame(picture, now) {
     text(byId("state"), picture.state, picture.state === "established" ? "" : "bad");
     text(byId("rate"), (history[1].at(-1) ?? 0) + "/s");
-    text(byId("counts"), `${picture.symbols} symbols, ${picture.gaps} gaps` + (picture.leftOut ? `, ${picture.leftOut} updates left out` : "") +
+    text(byId("counts"), `${picture.symbols} symbols` + (picture.gaps === null ? "" : `, ${picture.gaps} gaps`) + (picture.leftOut ? `, ${picture.leftOut} updates left out` : "") +
         (picture.symbols > rows.size ? `, ${picture.symbols - rows.size} not on the page` : ""));
     text(byId("title"), picture.title);
     document.title = `${picture.state} - tivra-top`;
     hubs = picture.hubs;
+    byId("hubsection").hidden = hubs.length === 0;
     showHubs(now);
     text(byId("log"), picture.log.map(line => new Date(line.time).toISOString().slice(11, 19) + " " + line.text).reverse().join("\n"));
     drawFigures();
@@ -129,21 +144,28 @@ function showFrame(picture, now) {
 
 async function choose(name) {
     shown = name;
-    const answer = await (await fetch("/symbol?name=" + encodeURIComponent(name))).json();
+    // Values that come meanwhile are not of the symbol that is drawn.
+    symbolData = null;
+    let answer = null;
+    try {
+        answer = await (await fetch("/symbol?name=" + encodeURIComponent(name))).json();
+    } catch (error) { /* said below */ }
     if (shown !== name) return;
     byId("chart").hidden = false;
-    text(byId("chartname"), name + ": last minutes");
+    text(byId("chartname"), name + (answer ? ": last minutes" : ": no answer; click again"));
+    if (symbolPlot) symbolPlot.destroy();
+    symbolPlot = null;
+    if (!answer) return;
     // Sizes would press prices flat.
     const wanted = answer.columns.map((column, i) => [column, i + 1]).filter(each => !each[0].endsWith(".SIZE"));
-    symbolData = {indexes: wanted.map(each => each[1]), data: [answer.points.map(point => point[0] / 1000), ...wanted.map(each => answer.points.map(point => point[each[1]]))]};
-    if (symbolPlot) symbolPlot.destroy();
+    symbolData = {indexes: wanted.map(each => each[1]), data: [answer.points.map(point => point[0] / 1000), ...wanted.map(each => answer.points.map(point => point[each[1]] ?? null))]};
     symbolPlot = plot("symbol", wanted.map(each => each[0]));
     symbolPlot.setData(symbolData.data);
 }
 
-function addValues(row) {
+function addValues(row, now) {
     const data = symbolData.data;
-    data[0].push(Date.now() / 1000);
+    data[0].push(now / 1000);
     symbolData.indexes.forEach((index, i) => { const number = parseFloat(row.cells[index - 1]); data[i + 1].push(isNaN(number) ? null : number); });
     if (data[0].length > 600) data.forEach(each => each.shift());
     symbolPlot.setData(data);
@@ -160,18 +182,22 @@ function take(event, isAll) {
         addFigures(picture.figures);
     }
     const now = isAll ? picture.now : picture.figures[0];
+    clock = {server: now, own: performance.now()};
     if (isAll || picture.columns.join() !== columns.join()) { columns = picture.columns; head(); }
     if (!isAll)
         picture.hubs.forEach(hub => {
             const last = changes.filter(each => each[1] === hub.name).at(-1);
             if (!last || last[2] !== hub.state) changes.push([now, hub.name, hub.state]);
         });
-    const isNew = picture.rows.map(showRow).includes(true);
-    if (isAll || isNew || sort > 0) order();
+    changes.splice(0, changes.length - MOST_CHANGES);
+    (picture.gone ?? []).forEach(name => rows.delete(name));
+    const isNew = picture.rows.map(row => showRow(row, now)).includes(true);
+    if (isAll || isNew || picture.gone.length > 0 || sort > 0) order();
     showFrame(picture, now);
 }
 
 byId("filter").oninput = order;
+setInterval(() => rows.forEach(({row, tr}) => text(cell(tr, columns.length + 2), ageOf(row))), 1000);
 addEventListener("resize", () => [[rates, "rates"], [latency, "latency"], [symbolPlot, "symbol"]].forEach(([each, id]) =>
     each && each.setSize({width: byId(id).clientWidth, height: 160})));
 function dial() {
