@@ -23,6 +23,8 @@ namespace {
 
 /// What a terminal may say of its size; more would be memory that nobody looks at.
 constexpr unsigned short kMostCells = 1000;
+/// Bright black, which a terminal of eight colours hasn't.
+constexpr int kGrey = 8;
 constexpr const char* kInstead = "; --once prints one picture as text, --serve shows it in a browser";
 
 short pairOf(Style style) {
@@ -40,7 +42,7 @@ attr_t attributesOf(Style style, bool hasColor) {
     case Style::Down:
         return hasColor ? color : A_UNDERLINE;
     case Style::Stale:
-        return hasColor ? color | A_BOLD : A_DIM;
+        return hasColor && COLORS > kGrey ? color : A_DIM;
     case Style::Warning:
         return color | A_BOLD;
     case Style::Plain:
@@ -54,8 +56,7 @@ void startColors() {
     use_default_colors();
     for (const auto& [style, color] :
          {std::pair(Style::Up, COLOR_GREEN), std::pair(Style::Down, COLOR_RED),
-          // Bold black is grey.
-          std::pair(Style::Stale, COLOR_BLACK), std::pair(Style::Warning, COLOR_YELLOW)})
+          std::pair(Style::Stale, COLORS > kGrey ? kGrey : -1), std::pair(Style::Warning, COLOR_YELLOW)})
         init_pair(pairOf(style), static_cast<short>(color), -1);
 }
 
