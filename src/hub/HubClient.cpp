@@ -299,7 +299,8 @@ bool HubClient::twentyFiveMsTick(double now) {
     m_reader.readLeftOver(now);
     noteChanges(waited);
     continueHeldReads(now);
-    return isReady() ? m_reader.holdsReads() || !m_responseQueue->isQuiet() : connected();
+    return isReady() ? m_reader.holdsReads() || m_socket.stream().hasUnread() || !m_responseQueue->isQuiet()
+                     : connected();
 }
 
 void HubClient::leaveAfterReadFailure() {
@@ -310,7 +311,8 @@ void HubClient::leaveAfterReadFailure() {
     eprintf(EPF_WARN, "Queue full, drop, or other error, so must close Connection to HUB: %s\n",
             getHubAddr().c_str());
     m_session.noteHubDown(this);
-    noteCloseCause("what has come can't be read, or its queue is full");
+    const std::string fault = m_socket.streamFault();
+    noteCloseCause(fault.empty() ? "what has come can't be read, or its queue is full" : fault);
     closeConnection();
     m_lookup.noteLoss();
 }
@@ -427,9 +429,10 @@ void HubClient::closeConnection() {
         m_responseQueue->printStats(false, false, 0.0);
     if (getFd() < 0)
         return;
-    if (const std::string fault = m_socket.streamFault(); !fault.empty() && ending.cause.empty()) {
+    if (const std::string fault = m_socket.streamFault(); !fault.empty()) {
         eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN, "%s: %s", getHubAddr().c_str(), fault.c_str());
-        ending.cause = fault;
+        if (ending.cause.empty())
+            ending.cause = fault;
     }
     m_socket.noteLoss();
     if (!wasReady)

@@ -8,6 +8,7 @@
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
+#include <tp/isTransient.h>
 #include <tp/te_error.h>
 
 #include "dictionary/MetaTokenMap.h"
@@ -35,10 +36,6 @@ constexpr int kParserBufferSize = KVNAPI::kKvnMaxBody;
 constexpr int kMaxMessages = 10'000;
 /// The most reads at one go of what an encryption has taken in: the thread serves other hubs too.
 constexpr int kMaxReads = 8;
-
-bool isNoError(int error) {
-    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
-}
 
 std::string lastParserError() {
     return std::string(tp::te_geterror()).substr(0, kMaxLoggedText);
@@ -72,6 +69,10 @@ void HubReader::read(double curtime) {
 void HubReader::readMore(double curtime) {
     for (int i = 0; i < kMaxReads && isMoreAtHand(); ++i)
         readOnce(curtime);
+    awaitRest();
+}
+
+void HubReader::awaitRest() {
     if (isMoreAtHand())
         m_port.continueSoon();
     if (m_socket.readAwaitsRoom() && m_phase != Phase::Held)
@@ -185,7 +186,8 @@ void HubReader::continueHeldReads(double curtime) {
             holdReads(); // input that is left waits for room too, though no byte may wait in the socket
     }
     noteSignOfLife();
-    m_port.closeIfOutOfStep();
+    if (!m_port.closeIfOutOfStep())
+        awaitRest();
 }
 
 // Does the refused, or after a while forced, read in the event's place; ends the hold once the queue takes
@@ -204,8 +206,6 @@ void HubReader::retryHeldReads(double curtime) {
         return;
     m_phase = Phase::Open;
     m_registration.resume(m_socket.fd());
-    if (isMoreAtHand())
-        m_port.continueSoon();
 }
 
 void HubReader::closedByPeer() {
@@ -225,7 +225,7 @@ void HubReader::readCompressed() {
         closedByPeer();
         return;
     }
-    if (got < 0 && !isNoError(error)) {
+    if (got < 0 && !tp::isTransient(error)) {
         eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s", lastParserError().c_str());
         closedByPeer();
         return;
@@ -282,7 +282,7 @@ void HubReader::settleStream() {
 void HubReader::readFramed() {
     const int got = framer->push(m_socket.stream());
     if (got < 0) {
-        if (isNoError(errno))
+        if (tp::isTransient(errno))
             return;
         eprintf(EPF_WARN, "KVNAPI::Framer error: rc=%d", errno);
     }

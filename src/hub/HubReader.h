@@ -58,6 +58,7 @@ private:
     void readOnce(double curtime);
     [[nodiscard]] bool isMoreAtHand() const;
     void readMore(double curtime);
+    void awaitRest();
     void readIntoQueue(double curtime);
     void noteSignOfLife();
     void holdReads();

@@ -294,9 +294,11 @@ bool HubSocket::isValid(bool bytesAreLeft) const {
         return true;
     char byte = 0;
     const ssize_t got = ::recv(fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    // The peer has ended, but what came before lies in the encryption still.
+    const bool hasEnded = got == 0 && !stream().hasUnread();
     // Bytes that nobody takes would hide a hang-up for as long as reads are held.
     const bool isHungUp = bytesAreLeft && (watched.revents & (POLLHUP | POLLERR)) != 0;
-    if (got == 0 || isHungUp) {
+    if (hasEnded || isHungUp) {
         eprintf(EPF_DBUG, "pfd.revents=%x; POLLIN=%x; POLLHUP=%x\n", static_cast<unsigned>(watched.revents),
                 static_cast<unsigned>(POLLIN), static_cast<unsigned>(POLLHUP));
         eprintf(m_outage.isUnderWay() ? EPF_DBUG : EPF_CRIT, "Lost Connection to HUB: %s\n",

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include <tp/eprintf.h>
 
@@ -69,9 +70,8 @@ ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
     const bool isManagerItself = !isKnownManager && managers.isManager(m_address.configured());
     if ((isKnownManager || managers.m_CMcheckDone) && !isManagerItself && !m_requestHUBFromCM)
         return Outcome::NotAsked;
-    // The question, with the user's password, would go out in clear.
     if (m_isEncrypted)
-        return unasked(managers, "A connection manager can't be asked over TLS; connecting to HUB directly");
+        return unaskedInClear();
     if (!LnkApi::instance().load())
         return libraryMissing(managers);
     // What can't be asked is dialled itself: its dials alone decide when it has failed.
@@ -102,6 +102,15 @@ ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
     return firstLookupFailed(managers, cmAddr,
                              managers.isManager(m_address.configured()) ? LNKAPI_ERROR_SERVER_NOT_AVAILABLE
                                                                         : rc);
+}
+
+// The question, with the user's password, would go out in clear. A host without encryption may ask all the
+// same.
+ManagerLookup::Outcome ManagerLookup::unaskedInClear() {
+    if (!std::exchange(m_isUnaskedKnown, true))
+        eprintf(EPF_INFO, "A connection manager can't be asked over TLS; connecting to HUB directly");
+    m_requestHUBFromCM = false;
+    return Outcome::NotAsked;
 }
 
 ManagerLookup::Outcome ManagerLookup::libraryMissing(ConnectionManagers& managers) {

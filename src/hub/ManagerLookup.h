@@ -51,6 +51,7 @@ public:
     void resetLnkapiErrno() { m_lnkapiErrno.store(0); }
 
 private:
+    [[nodiscard]] Outcome unaskedInClear();
     [[nodiscard]] Outcome libraryMissing(ConnectionManagers& managers);
     [[nodiscard]] Outcome unasked(ConnectionManagers& managers, const char* line);
     [[nodiscard]] bool initializeLibrary(ConnectionManagers& managers);
@@ -79,6 +80,7 @@ private:
     std::atomic<bool> m_requestHUBFromCM{false};
     std::atomic<long> m_CMconnectionRetries{0}; ///< look-ups since the last success
     std::atomic<int> m_lnkapiErrno{0};
+    bool m_isUnaskedKnown = false; ///< the log has said why none is asked
 };
 
 } // namespace tivra_internal

@@ -7,6 +7,7 @@
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
+#include <tp/isTransient.h>
 #include <tp/te_error.h>
 
 #include "kvnparse/StreamParser.h"
@@ -27,10 +28,6 @@ constexpr std::size_t kMaxInflated = 16U << 20;
 /// The most that a read brings whose callbacks the same thread runs: they find it in the processor's cache,
 /// other hubs don't wait for long, and little piles up in the ring while callbacks are slow.
 constexpr std::size_t kInlineRead = 262144;
-
-bool isTransient(int error) {
-    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
-}
 
 } // namespace
 
@@ -173,7 +170,7 @@ bool Queue::readWithoutRoom(const tp::ByteStream& stream) {
     }
     if (got == 0) {
         m_sawEndOfStream = true;
-    } else if (!isTransient(errno)) {
+    } else if (!tp::isTransient(errno)) {
         m_streamError = errno;
         eprintf(EPF_CRIT, "read error from socket: errno=%d\n", m_streamError);
         m_sawEndOfStream = true;
@@ -198,7 +195,7 @@ bool Queue::readPlain(const tp::ByteStream& stream, std::size_t length, double c
     // finds the connection gone.
     if (got == 0) {
         m_sawEndOfStream = true;
-    } else if (!isTransient(errno)) {
+    } else if (!tp::isTransient(errno)) {
         m_streamError = errno;
         eprintf(EPF_CRIT, "read error from socket: errno=%d\n", m_streamError);
         m_sawEndOfStream = true;
@@ -213,7 +210,7 @@ bool Queue::readCompressed(const tp::ByteStream& stream, KVNAPI::StreamParser& p
         m_inputLeft = false;
         std::size_t space = 0;
         const auto got = parser.push(stream, &space);
-        if (got < 0 && !isTransient(errno)) {
+        if (got < 0 && !tp::isTransient(errno)) {
             eprintf(EPF_WARN, "KVNAPI::StreamParser error: %s - Connection will be Reset ===; fd=%d",
                     tp::te_geterror(), stream.fd());
             return true;

@@ -11,6 +11,8 @@
 #include <openssl/x509_vfy.h>
 #include <openssl/x509v3.h>
 
+#include <tp/Clock.h>
+
 #include "tls/OpenSslStream.h"
 #include "tls/SocketBio.h"
 #include "tls/TlsFault.h"
@@ -22,6 +24,9 @@ namespace {
 constexpr int kSecurityLevel = 2;
 /// What one look at the socket brings at most: several records.
 constexpr std::size_t kReadAhead = 65536;
+/// How long issuers are taken as they have been read, and so how long a chain that has been verified may go
+/// unverified while its session is resumed: the system's store changes, and certificates expire.
+constexpr double kTrustSeconds = 3600.0;
 
 [[nodiscard]] bool isAddress(const std::string& text) {
     in6_addr address{};
@@ -111,7 +116,8 @@ bool OpenSslClient::prepare(std::string& fault) {
     const bool isCurrent =
         std::equal(stamps.begin(), stamps.end(), m_stamps.begin(),
                    [](const FileStamp& now, const FileStamp& then) { return now.isSameAs(then); });
-    if (m_context != nullptr && isCurrent)
+    const bool isRecent = tp::Clock::monotonic() - m_preparedAt < kTrustSeconds;
+    if (m_context != nullptr && isCurrent && isRecent)
         return true;
     m_session.reset(); // what it rests on may not hold any more
     m_context.reset();
@@ -130,7 +136,6 @@ bool OpenSslClient::prepare(std::string& fault) {
     SSL_CTX_set_verify(made, SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_options(made, SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_COMPRESSION);
     SSL_CTX_set_mode(made, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
-    SSL_CTX_set_read_ahead(made, 1);
     SSL_CTX_set_default_read_buffer_len(made, kReadAhead);
     SSL_CTX_set_default_passwd_cb(made, refuseKeyPassword);
     SSL_CTX_set_session_cache_mode(made, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
@@ -141,6 +146,7 @@ bool OpenSslClient::prepare(std::string& fault) {
         return false;
     m_context = std::move(context);
     m_stamps = stamps;
+    m_preparedAt = tp::Clock::monotonic();
     return true;
 }
 
@@ -211,7 +217,9 @@ bool OpenSslClient::takeIdentity(SSL_CTX* context, std::string& fault) const {
 
 void OpenSslClient::offerSession(SSL* ssl, const std::string& expectedName) {
     const SslSessionHandle session = std::move(m_session);
-    if (session != nullptr && m_sessionName == expectedName && isStillValid(session.get()))
+    // Revocation is looked at in a full handshake alone.
+    if (session != nullptr && m_settings.crlFile.empty() && m_sessionName == expectedName &&
+        isStillValid(session.get()))
         SSL_set_session(ssl, session.get());
 }
 

@@ -48,6 +48,7 @@ private:
     PinnedKeys m_pins;
     SslContextHandle m_context;
     FileStamps m_stamps{};      ///< of the files that the context has been made from
+    double m_preparedAt = 0.0;  ///< by the monotonic clock
     SslSessionHandle m_session; ///< for the next connection
     std::string m_expectedName; ///< of the present connection
     std::string m_sessionName;  ///< of the one that the session comes from

@@ -5,9 +5,28 @@
 
 #include <openssl/err.h>
 
+#include <tp/isTransient.h>
+
+#include "tls/SocketBio.h"
 #include "tls/TlsFault.h"
 
 namespace tivra_internal {
+namespace {
+
+/// A read takes in what one look at the socket brings, which is several records: whatever is left wakes the
+/// thread again, and other hubs have their turn before.
+constexpr int kReadsOfARead = 1;
+/// A handshake takes two looks for a record.
+constexpr int kReadsOfAHandshake = 64;
+/// The most messages of the encryption itself, such as new keys, that may come without data between them.
+constexpr int kMaxMessagesWithoutData = 32;
+
+// A failure that isn't the system's leaves what `errno` was before.
+int asLoss(int systemError) {
+    return systemError == 0 || tp::isTransient(systemError) ? ECONNRESET : systemError;
+}
+
+} // namespace
 
 OpenSslStream::OpenSslStream(SslHandle ssl, std::string expectedName, const PinnedKeys& pins)
     : m_ssl(std::move(ssl)), m_expectedName(std::move(expectedName)), m_pins(pins) {}
@@ -18,6 +37,7 @@ TlsStream::Step OpenSslStream::handshake() {
     if (m_state == State::Ended)
         return Step::Failed;
     ERR_clear_error();
+    allowReads(SSL_get_rbio(m_ssl.get()), kReadsOfAHandshake);
     const int result = SSL_connect(m_ssl.get());
     const int systemError = errno;
     if (result == 1)
@@ -28,7 +48,7 @@ TlsStream::Step OpenSslStream::handshake() {
     case SSL_ERROR_WANT_WRITE:
         return Step::AwaitsRoom;
     case SSL_ERROR_SYSCALL:
-        m_readError = systemError;
+        m_readError = asLoss(systemError);
         return fail(closedInHandshake());
     default:
         break;
@@ -41,8 +61,17 @@ TlsStream::Step OpenSslStream::handshake() {
 TlsStream::Step OpenSslStream::checkKey() {
     if (std::string found; !m_pins.accept(SSL_get0_peer_certificate(m_ssl.get()), found))
         return fail(pinMismatch(found));
+    // Not before: what the handshake had read beyond its end would lie in memory and wake nobody.
+    SSL_set_read_ahead(m_ssl.get(), 1);
+    SSL_set_msg_callback(m_ssl.get(), noteMessage);
+    SSL_set_msg_callback_arg(m_ssl.get(), this);
     m_state = State::Open;
     return Step::Done;
+}
+
+void OpenSslStream::noteMessage(int isSent, int, int type, const void*, std::size_t, SSL*, void* stream) {
+    if (isSent == 0 && type == SSL3_RT_HANDSHAKE)
+        ++static_cast<OpenSslStream*>(stream)->m_messagesWithoutData;
 }
 
 TlsStream::Step OpenSslStream::fail(std::string fault) {
@@ -76,13 +105,20 @@ ssize_t OpenSslStream::read(void* into, std::size_t length) {
         return endOfReading();
     m_readAwaitsRoom = false;
     m_hasUnread = false;
+    allowReads(SSL_get_rbio(m_ssl.get()), kReadsOfARead);
     std::size_t filled = 0;
     while (filled < length) {
         std::size_t got = 0;
         ERR_clear_error();
         const int result = SSL_read_ex(m_ssl.get(), static_cast<char*>(into) + filled, length - filled, &got);
         const int systemError = errno;
+        if (m_messagesWithoutData > kMaxMessagesWithoutData) {
+            const ssize_t end = endFlood();
+            m_hasUnread = filled > 0; // the end itself
+            return filled > 0 ? static_cast<ssize_t>(filled) : end;
+        }
         if (result == 1) {
+            m_messagesWithoutData = 0;
             filled += got;
             // A look at the socket would cost a system call, and find nothing as a rule.
             if (SSL_has_pending(m_ssl.get()) == 0)
@@ -106,7 +142,7 @@ ssize_t OpenSslStream::read(void* into, std::size_t length) {
 ssize_t OpenSslStream::closeReading(int reason, int systemError) {
     m_state = State::Ended;
     if (reason == SSL_ERROR_SYSCALL) {
-        m_readError = systemError != 0 ? systemError : ECONNRESET;
+        m_readError = asLoss(systemError);
         ERR_clear_error();
     } else if (reason != SSL_ERROR_ZERO_RETURN) {
         m_readError = EPROTO;
@@ -123,6 +159,14 @@ ssize_t OpenSslStream::closeReading(int reason, int systemError) {
             m_fault = "what has come over TLS is damaged or forged: " + queuedError();
         ERR_clear_error();
     }
+    return endOfReading();
+}
+
+ssize_t OpenSslStream::endFlood() {
+    m_state = State::Ended;
+    m_readError = EPROTO;
+    m_fault = "the hub sends messages of TLS itself without end and no data: it is hostile or broken";
+    ERR_clear_error();
     return endOfReading();
 }
 
@@ -149,7 +193,7 @@ ssize_t OpenSslStream::write(const void* bytes, std::size_t length) {
     const int reason = SSL_get_error(m_ssl.get(), result);
     ERR_clear_error();
     m_isWriting = reason == SSL_ERROR_WANT_WRITE;
-    errno = m_isWriting ? EAGAIN : reason == SSL_ERROR_SYSCALL && systemError != 0 ? systemError : EPROTO;
+    errno = m_isWriting ? EAGAIN : reason == SSL_ERROR_SYSCALL ? asLoss(systemError) : EPROTO;
     return -1;
 }
 

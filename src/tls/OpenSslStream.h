@@ -33,7 +33,10 @@ private:
     [[nodiscard]] Step fail(std::string fault);
     [[nodiscard]] Step checkKey();
     [[nodiscard]] ssize_t closeReading(int reason, int systemError);
+    [[nodiscard]] ssize_t endFlood();
     [[nodiscard]] ssize_t endOfReading();
+    static void noteMessage(int isSent, int version, int type, const void* bytes, std::size_t length,
+                            SSL* ssl, void* stream);
 
     SslHandle m_ssl;
     const std::string m_expectedName;
@@ -41,6 +44,7 @@ private:
     State m_state = State::Greeting;
     std::string m_fault;
     int m_readError = 0; ///< what reads fail with from now on; 0 after an end in order
+    int m_messagesWithoutData = 0;
     bool m_hasUnread = false;
     bool m_isWriting = false;
     bool m_readAwaitsRoom = false;

@@ -5,7 +5,10 @@
 namespace tivra_internal {
 
 /// OpenSSL's way to a socket, which is borrowed. Unlike its own one it raises no SIGPIPE, which would end the
-/// host's process. Null when there is no memory.
+/// host's process; and it reads no more often than it is allowed to, so that a peer whose records hold no
+/// data can't keep the thread. Null when there is no memory.
 [[nodiscard]] BIO* makeSocketBio(int fd);
+/// How often it may read from now on; then it is as if the socket had no bytes.
+void allowReads(BIO* bio, int count);
 
 } // namespace tivra_internal

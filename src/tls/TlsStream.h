@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <tp/ByteStream.h>
+#include <tp/StreamLayer.h>
 
 namespace tivra_internal {
 

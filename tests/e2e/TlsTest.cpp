@@ -238,6 +238,25 @@ TEST(TlsHandshake, ThatStallsIsAPartOfTheConnectionTimeOut) {
     ::close(listener);
 }
 
+/// The transport ends, but not the stream over it: that is no end in order, compressed or not.
+TEST(TlsCut, IsTheCauseOfTheLoss) {
+    const Papers papers;
+    for (const bool isCompressed : {false, true}) {
+        StartedHub hub(papers.hubConfig());
+        RecordingRelay relay(hub.port());
+        Client client(relay.host());
+        client.connections()
+            .addNATPair("127.0.0.1", "127.0.0.2")
+            .set(HostConfig::COMPRESSION_BOOL, isCompressed);
+        papers.trust(client);
+        ASSERT_TRUE(client.startAndWait());
+        static_cast<void>(relay.end());
+        EXPECT_TRUE(client.waitUntil([&] {
+            return client.log().find("without the end that TLS demands") != std::string::npos;
+        })) << client.log();
+    }
+}
+
 TEST(TlsReturn, OfALostHubIsEncryptedToo) {
     const Papers papers;
     StartedHub hub(papers.hubConfig());

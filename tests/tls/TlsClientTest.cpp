@@ -1,4 +1,6 @@
 // The client's end of TLS against a peer in memory: whom it trusts, and what it makes of damage.
+#include <sys/ioctl.h>
+
 #include <cerrno>
 #include <ostream>
 #include <string>
@@ -6,6 +8,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tp/Clock.h>
 
 #include "tls/TlsClient.h"
 #include "tls/TlsPeer.h"
@@ -308,7 +311,7 @@ TEST(TlsDamage, IsFoundAtEveryByte) {
                 if (step == Step::Done) {
                     if (SSL_is_init_finished(peer.ssl()) != 0)
                         peer.send(text);
-                    heard = readAll(*connection.stream, error);
+                    heard = readAll(*connection.stream, *connection.peer, error);
                 }
                 peer.*kind = TlsPeer::kNever;
                 // A length that is another may ask for more than comes: that is for the time-out.
@@ -346,7 +349,7 @@ TEST(TlsEnd, InOrderIsAnEndAndWithoutNoticeAFault) {
         connection.peer->send("last words");
         connection.peer->close(withNotice);
         int error = EAGAIN;
-        EXPECT_EQ(readAll(*connection.stream, error), "last words");
+        EXPECT_EQ(readAll(*connection.stream, *connection.peer, error), "last words");
         EXPECT_EQ(error == 0, withNotice);
         EXPECT_TRUE(connection.stream->hasEnded());
         EXPECT_FALSE(connection.stream->hasUnread());
@@ -355,6 +358,45 @@ TEST(TlsEnd, InOrderIsAnEndAndWithoutNoticeAFault) {
         else
             EXPECT_THAT(connection.stream->fault(), HasSubstr("without the end that TLS demands"));
     }
+}
+
+/// Keys that change again and again: no read goes on for long, and the stream ends.
+TEST(TlsRead, EndsAStreamOfMessagesWithoutData) {
+    Connection connection;
+    ASSERT_EQ(connection.open(), Step::Done);
+    const auto changeKeys = [&](int times) {
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(SSL_key_update(connection.peer->ssl(), SSL_KEY_UPDATE_NOT_REQUESTED), 1);
+            ASSERT_EQ(SSL_do_handshake(connection.peer->ssl()), 1);
+        }
+        connection.peer->move();
+    };
+    int error = 0;
+    for (int i = 0; i < 3; ++i) {
+        changeKeys(20);
+        connection.peer->send("data");
+        EXPECT_EQ(readAll(*connection.stream, *connection.peer, error), "data");
+        EXPECT_EQ(error, EAGAIN) << connection.stream->fault();
+    }
+    changeKeys(40);
+    EXPECT_EQ(readAll(*connection.stream, *connection.peer, error), "");
+    EXPECT_EQ(error, EPROTO);
+    EXPECT_THAT(connection.stream->fault(), HasSubstr("and no data"));
+}
+
+/// More than one look at the socket brings waits there, where a poll finds it.
+TEST(TlsRead, LooksAtTheSocketOnce) {
+    Connection connection;
+    ASSERT_EQ(connection.open(), Step::Done);
+    connection.peer->send(std::string(150'000, 'x'));
+    std::vector<char> room(200'000);
+    ssize_t got = connection.stream->read(room.data(), room.size());
+    EXPECT_GT(got, 0);
+    EXPECT_LE(got, 65536);
+    EXPECT_FALSE(connection.stream->hasUnread());
+    int left = 0;
+    EXPECT_EQ(::ioctl(connection.peer->fd(), FIONREAD, &left), 0);
+    EXPECT_GT(left, 80'000);
 }
 
 TEST(TlsWrite, GoesOnWithTheSameBytesOnceThereIsRoom) {
@@ -375,13 +417,13 @@ TEST(TlsWrite, GoesOnWithTheSameBytesOnceThereIsRoom) {
     EXPECT_EQ(connection.peer->received(), std::string(written + copy.size(), 'x'));
 }
 
-TEST(TlsSession, IsResumedUntilTheFilesChange) {
+TEST(TlsSession, IsResumedUntilTheFilesChangeOrAnHourHasPassed) {
     Connection connection;
     const auto isResumed = [&] {
         EXPECT_EQ(connection.open(), Step::Done);
         connection.peer->send("a ticket goes with it");
         int error = 0;
-        static_cast<void>(readAll(*connection.stream, error));
+        static_cast<void>(readAll(*connection.stream, *connection.peer, error));
         const bool resumed = connection.stream->description().find("resumed") != std::string::npos;
         connection.stream->end();
         return resumed;
@@ -394,6 +436,25 @@ TEST(TlsSession, IsResumedUntilTheFilesChange) {
         EXPECT_TRUE(isResumed());
         connection.scene.files.write("ca.pem", connection.scene.root.pem() + '\n');
         EXPECT_FALSE(isResumed());
+        EXPECT_TRUE(isResumed());
+        tp::Clock::advance(3700.0);
+        EXPECT_FALSE(isResumed()) << "an hour after the chain was verified";
+        EXPECT_TRUE(isResumed());
+    }
+}
+
+TEST(TlsSession, IsNotResumedPastARevocationList) {
+    Connection connection;
+    Scene& scene = connection.scene;
+    scene.settings.crlFile =
+        scene.files.write("crl.pem", scene.root.revocations(nullptr) + scene.between.revocations(nullptr));
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(connection.open(), Step::Done);
+        connection.peer->send("a ticket goes with it");
+        int error = 0;
+        static_cast<void>(readAll(*connection.stream, *connection.peer, error));
+        EXPECT_EQ(connection.stream->description().find("resumed"), std::string::npos);
+        connection.stream->end();
     }
 }
 
@@ -406,7 +467,7 @@ TEST(TlsRenegotiation, IsRefusedAndCostsNothing) {
     SSL_do_handshake(connection.peer->ssl());
     connection.peer->move();
     int error = 0;
-    EXPECT_EQ(readAll(*connection.stream, error), "before");
+    EXPECT_EQ(readAll(*connection.stream, *connection.peer, error), "before");
     EXPECT_FALSE(connection.stream->hasEnded());
     EXPECT_EQ(connection.stream->write("after", 5), 5);
 }

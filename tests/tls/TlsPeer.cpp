@@ -1,6 +1,7 @@
 #include "tls/TlsPeer.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,6 +44,16 @@ void TlsPeer::connect() {
         throw std::runtime_error("no socket pair");
     m_clientEnd = ends[0];
     m_ownEnd = ends[1];
+    start();
+}
+
+void TlsPeer::accept(int fd) {
+    closeEnds();
+    m_ownEnd = fd;
+    start();
+}
+
+void TlsPeer::start() {
     m_received.clear();
     m_sent = 0;
     m_ssl.reset(SSL_new(m_context.get()));
@@ -106,14 +117,17 @@ TlsStream::Step greet(TlsStream& stream, TlsPeer& peer) {
     return step;
 }
 
-std::string readAll(TlsStream& stream, int& error, std::size_t roomOfARead) {
+std::string readAll(TlsStream& stream, const TlsPeer& peer, int& error) {
     std::string all;
-    std::vector<char> room(roomOfARead);
+    std::vector<char> room(65536);
     for (;;) {
         const ssize_t got = stream.read(room.data(), room.size());
         error = got < 0 ? errno : 0;
-        if (got <= 0)
+        pollfd watched{peer.fd(), POLLIN, 0};
+        // One read takes no more than one look brings.
+        if (got == 0 || (got < 0 && (error != EAGAIN || ::poll(&watched, 1, 0) == 0)))
             return all;
-        all.append(room.data(), static_cast<std::size_t>(got));
+        if (got > 0)
+            all.append(room.data(), static_cast<std::size_t>(got));
     }
 }

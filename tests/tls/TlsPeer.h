@@ -20,6 +20,8 @@ public:
 
     /// The peer as the client meets it next; what is set here before holds for all connections.
     void connect();
+    /// The same with a socket that a client has connected; takes it over.
+    void accept(int fd);
     /// The client's end.
     [[nodiscard]] int fd() const { return m_clientEnd; }
     [[nodiscard]] SSL_CTX* context() const { return m_context.get(); }
@@ -49,6 +51,7 @@ private:
     };
 
     void closeEnds();
+    void start();
 
     std::unique_ptr<SSL_CTX, Free<&SSL_CTX_free>> m_context;
     std::unique_ptr<SSL, Free<&SSL_free>> m_ssl;
@@ -61,4 +64,4 @@ private:
 /// Goes on with the handshake of both until it is done or has failed.
 tivra_internal::TlsStream::Step greet(tivra_internal::TlsStream& stream, TlsPeer& peer);
 /// Reads all that is there; `error` gets 0 for an end in order, EAGAIN for none, else the errno.
-std::string readAll(tivra_internal::TlsStream& stream, int& error, std::size_t roomOfARead = 65536);
+std::string readAll(tivra_internal::TlsStream& stream, const TlsPeer& peer, int& error);

@@ -124,7 +124,6 @@ struct HubConfig {
     std::string bindAddress = "127.0.0.1";
     /// Port to listen on; 0 takes a free one, see Hub::port().
     std::uint16_t port = 0;
-    Tls tls;
     /// Address given out in the answers to GetPort; empty gives the address that the client connected to.
     std::string advertisedHost;
 
@@ -159,6 +158,8 @@ struct HubConfig {
     std::size_t outputLimit = std::size_t{4} << 20;
     /// Requests that are remembered; older ones are forgotten.
     std::size_t requestLogLimit = 1000000;
+
+    Tls tls;
 
     /// Nothing but the bindings: no user, dictionary, permission or symbol.
     [[nodiscard]] static HubConfig empty() { return HubConfig{}; }
