@@ -22,12 +22,21 @@ double secondsOf(const timeval& time) {
 
 } // namespace
 
-Footprint Footprint::now(const std::filesystem::path& logs) {
-    Footprint now;
+double Footprint::resident() {
     std::ifstream file("/proc/self/statm");
     double pages = 0.0;
     file >> pages >> pages;
-    now.residentBytes = pages * static_cast<double>(sysconf(_SC_PAGESIZE));
+    return pages * static_cast<double>(sysconf(_SC_PAGESIZE));
+}
+
+double Footprint::residentInUse() {
+    malloc_trim(0);
+    return resident();
+}
+
+Footprint Footprint::now(const std::filesystem::path& logs) {
+    Footprint now;
+    now.residentBytes = resident();
     const struct mallinfo2 heap = mallinfo2();
     now.heapBytes = static_cast<double>(heap.uordblks + heap.hblkhd);
     now.descriptors = entriesOf("/proc/self/fd") - 1; // not the one that looks

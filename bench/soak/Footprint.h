@@ -17,6 +17,9 @@ struct Footprint {
 
     /// @param logs  the folder whose files are the log
     [[nodiscard]] static Footprint now(const std::filesystem::path& logs);
+    [[nodiscard]] static double resident();
+    /// What is resident once the allocator has given back what is free.
+    [[nodiscard]] static double residentInUse();
 };
 
 } // namespace tivra_soak

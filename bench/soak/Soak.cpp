@@ -87,6 +87,7 @@ bool soak(const Options& options) {
     const Footprint before = Footprint::now(logs);
     std::size_t behind = 0;
     std::uint64_t faults = 0;
+    double residentInUse = 0.0;
     {
         const tivra::FeedOptions feeds = feedOptions(hubs, logs);
         Readers readers = openReaders(feeds, options.weather.symbols);
@@ -113,6 +114,7 @@ bool soak(const Options& options) {
             print(*reader, newest);
             faults += reader->ledger().counts().faults;
         }
+        residentInUse = Footprint::residentInUse();
     }
     // What a feed leaves behind ends by itself, and soon.
     Footprint after = Footprint::now(logs);
@@ -123,7 +125,7 @@ bool soak(const Options& options) {
     fmt::print("subscriptions that aren't live with the last value at the end: {}\n", behind);
     fmt::print("threads before {} after {}; descriptors before {} after {}\n", before.threads, after.threads,
                before.descriptors, after.descriptors);
-    const bool isBounded = trace.judge();
+    const bool isBounded = trace.judge(residentInUse);
     const bool isTidy =
         after.threads == before.threads && after.descriptors <= before.descriptors + kKeptByTheLog;
     return behind == 0 && faults == 0 && isBounded && isTidy;

@@ -19,8 +19,9 @@ public:
 
     void add(double seconds, const std::vector<std::unique_ptr<Reader>>& readers, const Footprint& footprint);
     /// Prints how memory, threads, descriptors and the log have grown.
+    /// @param residentInUse  bytes at the end without those that the allocator keeps
     /// @return whether all of that is bounded
-    [[nodiscard]] bool judge() const;
+    [[nodiscard]] bool judge(double residentInUse) const;
 
 private:
     struct Look {

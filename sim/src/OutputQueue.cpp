@@ -12,8 +12,11 @@ namespace {
 
 constexpr unsigned kKindShift = 29;
 constexpr std::uint32_t kLengthMask = (std::uint32_t{1} << kKindShift) - 1;
-/// Written bytes are cut off the buffer once they are that many.
+/// Written bytes are cut off the buffer once they are that many and no fewer than those that wait, which the
+/// cut moves.
 constexpr std::size_t kCompactSize = std::size_t{1} << 20;
+/// An empty buffer gives its memory back once it has grown beyond this for a peer that was slow.
+constexpr std::size_t kKeptSize = std::size_t{4} << 20;
 /// Bytes that are compressed at once, unless a single frame is longer: each time costs a flush.
 constexpr std::size_t kCompressionBatch = std::size_t{1} << 18;
 
@@ -123,6 +126,8 @@ OutputQueue::Result OutputQueue::flush(int fd, TlsSession* tls, Clock::time_poin
         }
     }
     m_bytes.clear();
+    if (m_bytes.capacity() > kKeptSize)
+        m_bytes.shrink_to_fit();
     m_head = 0;
     return Result::Empty;
 }
@@ -161,11 +166,12 @@ void OutputQueue::retire(std::size_t count) {
         if (m_framesLeft > 0)
             --m_framesLeft;
     }
-    if (m_firstFrame == m_frames.size() || m_firstFrame >= kCompactSize) {
+    const std::size_t framesLeft = m_frames.size() - m_firstFrame;
+    if (framesLeft == 0 || (m_firstFrame >= kCompactSize && m_firstFrame >= framesLeft)) {
         m_frames.erase(m_frames.begin(), m_frames.begin() + static_cast<std::ptrdiff_t>(m_firstFrame));
         m_firstFrame = 0;
     }
-    if (m_head >= kCompactSize) {
+    if (m_head >= kCompactSize && m_head >= pending()) {
         m_bytes.erase(0, m_head);
         m_head = 0;
     }
