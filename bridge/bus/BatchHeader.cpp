@@ -12,6 +12,8 @@ namespace {
 /// The longest line that is looked at: ours have some 160 bytes.
 constexpr std::size_t kMostHeader = 4096;
 constexpr std::uint64_t kMostRecords = 1U << 24;
+/// The writer's time, as text.
+constexpr std::size_t kMostTime = 64;
 
 } // namespace
 
@@ -36,11 +38,13 @@ BatchHeader readHeader(std::string_view bytes, std::size_t& length) {
     BatchHeader header;
     header.payload = line.text("payload");
     header.partition = static_cast<unsigned>(line.number("partition", UINT_MAX));
-    header.epoch = line.number("epoch");
+    header.epoch = line.number("epoch", kMostEpoch);
     header.batch = line.number("batch");
     header.records = line.number("records", kMostRecords);
     header.dictionary = line.number("dictionary");
     header.time = line.text("time");
+    if (header.time.size() > kMostTime)
+        line.fail("time", "a time");
     length = end + 1;
     return header;
 }

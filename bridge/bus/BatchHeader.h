@@ -6,6 +6,9 @@
 
 namespace tivra_bus {
 
+/// The highest epoch: readers in any language have it exactly, and there is room above it for no mistake.
+inline constexpr std::uint64_t kMostEpoch = std::uint64_t{1} << 53;
+
 /// The first line of each batch, whatever follows it: a JSON object.
 ///
 /// Epoch and batch number order all batches of a partition: the writer of a higher epoch has taken over from
@@ -13,7 +16,7 @@ namespace tivra_bus {
 struct BatchHeader {
     std::string payload = "json"; ///< how the records after it are written
     unsigned partition = 0;
-    std::uint64_t epoch = 0;      ///< of the writer, from 1
+    std::uint64_t epoch = 0;      ///< of the writer, from 1 to kMostEpoch
     std::uint64_t batch = 0;      ///< within the epoch, from 1
     std::size_t records = 0;      ///< that follow
     std::uint64_t dictionary = 0; ///< the revision of the dictionary in its bucket; 0 when there is none

@@ -137,7 +137,7 @@ LastValues readLastValues(std::string_view message) {
     LastValues last;
     last.source = static_cast<int>(line.number("source", INT_MAX));
     last.symbol = line.text("symbol");
-    last.epoch = line.number("epoch");
+    last.epoch = line.number("epoch", kMostEpoch);
     last.number = line.number("n");
     last.state = line.text("state");
     last.time = line.text("time");

@@ -1,8 +1,22 @@
 #include "bus/BatchWriter.h"
 
+#include "bus/BusError.h"
+
 #include <utility>
 
 namespace tivra_bus {
+
+BatchWriter::BatchWriter(std::size_t bytes) : m_expected(bytes) {
+    reset();
+}
+
+void BatchWriter::reset() {
+    m_records = {};
+    m_records.reserve(kHeaderRoom + m_expected);
+    m_records.resize(kHeaderRoom);
+    m_last = kHeaderRoom;
+    m_count = 0;
+}
 
 void BatchWriter::begin(RecordType type, const RecordKey* key) {
     m_last = m_records.size();
@@ -53,18 +67,29 @@ void BatchWriter::addGap(const RecordKey* key, const BusGap& gap) {
     end();
 }
 
+void BatchWriter::addAgain(std::string_view record) {
+    m_last = m_records.size();
+    m_records += record;
+    ++m_count;
+}
+
 void BatchWriter::removeLast() {
     m_records.resize(m_last);
     --m_count;
 }
 
-std::string BatchWriter::close(BatchHeader header) {
-    header.records = std::exchange(m_count, 0);
-    std::string message = headerLine(header);
-    message += m_records;
-    m_records.clear();
-    m_last = 0;
-    return message;
+ClosedBatch BatchWriter::close(BatchHeader header) {
+    header.records = m_count;
+    const std::string line = headerLine(header);
+    if (line.size() > kHeaderRoom)
+        throw BatchError(
+            fmt::format("a batch: its header has {} bytes, and {} are most", line.size(), kHeaderRoom));
+    ClosedBatch batch;
+    batch.begin = kHeaderRoom - line.size();
+    batch.buffer = std::move(m_records);
+    batch.buffer.replace(batch.begin, line.size(), line);
+    reset();
+    return batch;
 }
 
 } // namespace tivra_bus

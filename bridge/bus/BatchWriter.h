@@ -2,6 +2,7 @@
 
 #include "bus/BatchHeader.h"
 #include "bus/BusRecord.h"
+#include "bus/ClosedBatch.h"
 #include "bus/FieldsText.h"
 
 #include <fmt/format.h>
@@ -23,6 +24,12 @@ struct RecordKey {
 /// Collects records until the batch is closed. @thread one at a time
 class BatchWriter {
 public:
+    /// Room in front of the records, which any header fits into.
+    static constexpr std::size_t kHeaderRoom = 512;
+
+    /// @param bytes  that a batch is expected to have
+    explicit BatchWriter(std::size_t bytes = 0);
+
     /// An update, image or refresh: the fields of a tivra::Update or tivra::Record.
     template<class Values>
     void add(RecordType type, const RecordKey& key, const Values& values) {
@@ -35,24 +42,30 @@ public:
     /// @param key  null for a gap of all symbols of the partition
     void addGap(const RecordKey* key, const BusGap& gap);
 
+    /// A record as lastRecord() gave it.
+    void addAgain(std::string_view record);
+
     /// Takes the last record out again. Only once after each.
     void removeLast();
 
-    [[nodiscard]] std::size_t bytes() const { return m_records.size(); }
+    [[nodiscard]] std::size_t bytes() const { return m_records.size() - kHeaderRoom; }
     [[nodiscard]] std::size_t lastBytes() const { return m_records.size() - m_last; }
     /// The last record, its line end included; valid until the next.
     [[nodiscard]] std::string_view lastRecord() const { return std::string_view(m_records).substr(m_last); }
     [[nodiscard]] std::size_t count() const { return m_count; }
 
     /// The message, whose header gets the number of records. The writer is empty again.
-    [[nodiscard]] std::string close(BatchHeader header);
+    /// @throws BatchError for a header that no room is kept for
+    [[nodiscard]] ClosedBatch close(BatchHeader header);
 
 private:
+    void reset();
     void begin(RecordType type, const RecordKey* key);
     void end();
 
+    std::size_t m_expected;
     std::string m_records;
-    std::size_t m_last = 0; ///< where the last record begins
+    std::size_t m_last = kHeaderRoom; ///< where the last record begins
     std::size_t m_count = 0;
 };
 

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "bus/SendResult.h"
+
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,32 +18,19 @@ struct BusLayout {
     std::int64_t maxBytes = 1LL << 30;      ///< of a partition
 };
 
-/// What has become of a message that was sent.
-struct SendResult {
-    enum class Outcome {
-        Stored,   ///< the engine has acknowledged it
-        Conflict, ///< something else is at the end of the stream than was expected
-        Failed    ///< refused, or no answer in time: it may be stored or not
-    };
-    Outcome outcome = Outcome::Failed;
-    std::uint64_t position = 0; ///< where it is stored
-    std::string cause;          ///< of Failed
-};
-
 /// Where the stream of a partition ends.
 struct StreamEnd {
     std::uint64_t position = 0; ///< of its last message; 0 for none
-    std::uint64_t epoch = 0;    ///< that the last batch was written in
+    std::uint64_t epoch = 0; ///< that the last batch was written in; 0 where the last message isn't a batch
     std::uint64_t batch = 0;
+    std::string time; ///< when the last batch was closed; empty for none
 };
 
-/// Writes to an engine. What is sent is answered later, once, on a thread of the publisher, whose callbacks
-/// must not wait.
+/// Writes to an engine. What is sent with a ticket is answered later, once, on a thread of the publisher.
+/// Sending may wait for as long as a write to the engine's socket may take, so no callback of a feed sends.
 /// @thread any
 class BusPublisher {
 public:
-    using Completion = std::function<void(const SendResult&)>;
-
     virtual ~BusPublisher() = default;
 
     /// Creates what is missing and checks what is there. Waits for the engine.
@@ -53,21 +41,24 @@ public:
 
     /// Sends a batch that has to come directly after `expected`, the position of the stream's last message.
     virtual void sendBatch(unsigned partition, std::string_view batch, std::uint64_t expected,
-                           Completion done) = 0;
-    /// Sends a symbol's last values in place of those at `expected`; nothing replaces whatever is there.
+                           SendTicket ticket) = 0;
+    /// Asks for position and epoch of a symbol's last values, as SendResult has them: Stored with position 0
+    /// when there are none.
+    virtual void findLast(int source, std::string_view symbol, SendTicket ticket) = 0;
+    /// Sends a symbol's last values in place of those at `expected`; 0 when there may be none.
     virtual void sendLast(int source, std::string_view symbol, std::string_view message,
-                          std::optional<std::uint64_t> expected, Completion done) = 0;
+                          std::uint64_t expected, SendTicket ticket) = 0;
     /// Sends the state of a source, which stays to be read.
     virtual void sendStatus(int source, std::string_view message) = 0;
     /// Sends a single record to whoever listens now.
     virtual void sendLive(int source, std::string_view symbol, std::string_view record) = 0;
-    /// Puts what is sent on its way.
+    /// Puts what is sent on its way, and ends what has waited too long for its answer.
     virtual void flush() = 0;
 
     /// Stores what the hubs' dictionary says. @return its revision. @throws BusError
     [[nodiscard]] virtual std::uint64_t storeDictionary(const std::string& text) = 0;
 
-    /// Whether there is a connection to the engine now.
+    /// Whether there is a connection to the engine now. It never waits.
     [[nodiscard]] virtual bool isConnected() const = 0;
     /// The largest message that the engine takes.
     [[nodiscard]] virtual std::size_t maxMessage() const = 0;

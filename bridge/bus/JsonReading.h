@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -16,8 +18,10 @@ class JsonReading {
 public:
     using Json = nlohmann::ordered_json;
 
-    JsonReading(std::string_view text, std::string place)
-        : m_place(std::move(place)), m_object(Json::parse(text, nullptr, false)) {
+    JsonReading(std::string_view text, std::string place) : m_place(std::move(place)) {
+        if (countKeys(text) > kMostKeys)
+            throw BatchError(fmt::format("{}: at most {} members were wanted", m_place, kMostKeys));
+        m_object = Json::parse(text, nullptr, false);
         if (!m_object.is_object())
             throw BatchError(m_place + ": a JSON object was wanted");
     }
@@ -49,6 +53,17 @@ public:
     }
 
 private:
+    /// Each member is compared with all before it.
+    static constexpr std::size_t kMostKeys = 4096;
+
+    /// At least as many as there are members.
+    [[nodiscard]] static std::size_t countKeys(std::string_view text) {
+        std::size_t count = 0;
+        for (std::size_t at = text.find("\":"); at != std::string_view::npos; at = text.find("\":", at + 2))
+            ++count;
+        return count;
+    }
+
     std::string m_place;
     Json m_object;
 };

@@ -7,7 +7,7 @@
 
 namespace tivra_bus {
 
-/// An entry of the table of leases.
+/// An entry of the table of leases. One that was taken out has no value, and may still have a revision.
 struct LeaseEntry {
     std::string key;
     std::string value;

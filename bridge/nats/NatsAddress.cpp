@@ -5,10 +5,11 @@
 #include <fmt/format.h>
 
 #include <sstream>
+#include <utility>
 
 namespace tivra_bus {
 
-std::vector<std::string> natsServersOf(const std::string& url) {
+void setNatsServers(NatsAddress& address, const std::string& url) {
     const std::size_t scheme = url.find("://");
     const std::string kind = url.substr(0, scheme);
     if (scheme == std::string::npos || (kind != "nats" && kind != "tls"))
@@ -24,7 +25,8 @@ std::vector<std::string> natsServersOf(const std::string& url) {
             servers.push_back(kind + "://" + server);
     if (servers.empty())
         throw BusError(fmt::format("\"{}\" names no server", url));
-    return servers;
+    address.servers = std::move(servers);
+    address.isSecure = address.isSecure || kind == "tls";
 }
 
 } // namespace tivra_bus

@@ -8,6 +8,7 @@ namespace tivra_bus {
 /// How the engine is reached. Secrets are in files alone.
 struct NatsAddress {
     std::vector<std::string> servers; ///< "nats://host:port"
+    bool isSecure = false;            ///< by TLS, or not at all
     std::string name;                 ///< under which the servers list the connection
     std::string credentialsFile;      ///< of a user, with its key; empty for none
     std::string caFile;               ///< certificates that servers are checked with; turns TLS on
@@ -16,7 +17,8 @@ struct NatsAddress {
     int answerMilliseconds = 2000; ///< that an answer of the engine may take
 };
 
-/// The servers of "nats://a,b:4222,c". @throws BusError for another form, and for a password in it
-[[nodiscard]] std::vector<std::string> natsServersOf(const std::string& url);
+/// Takes over the servers of "nats://a,b:4222,c", or of "tls://..." for connections by TLS alone.
+/// @throws BusError for another form, and for a password in it
+void setNatsServers(NatsAddress& address, const std::string& url);
 
 } // namespace tivra_bus

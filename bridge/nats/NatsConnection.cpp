@@ -13,10 +13,26 @@ namespace {
 
 constexpr int kReconnectBytes = 8 << 20;
 constexpr int kPendingMessages = 1 << 20;
+/// A server that takes nothing for so long is left for another.
+constexpr std::int64_t kWriteMilliseconds = 1000;
 
 void require(natsStatus status, const std::string& attempt) {
     if (status != NATS_OK)
         throw BusError(fmt::format("{}: {}", attempt, natsStatus_GetText(status)));
+}
+
+/// Whoever names certificates wants no plain connection.
+void setTls(natsOptions* options, const NatsAddress& address) {
+    if (!address.isSecure && address.caFile.empty() && address.certificateFile.empty())
+        return;
+    require(natsOptions_SetSecure(options, true), "TLS to the engine");
+    if (!address.caFile.empty())
+        require(natsOptions_LoadCATrustedCertificates(options, address.caFile.c_str()),
+                "the file of trusted certificates " + address.caFile);
+    if (!address.certificateFile.empty())
+        require(natsOptions_LoadCertificatesChain(options, address.certificateFile.c_str(),
+                                                  address.keyFile.c_str()),
+                "the certificate " + address.certificateFile + " with the key " + address.keyFile);
 }
 
 NatsOptions optionsOf(const NatsAddress& address) {
@@ -37,18 +53,11 @@ NatsOptions optionsOf(const NatsAddress& address) {
     natsOptions_SetReconnectBufSize(raw, kReconnectBytes);
     natsOptions_SetMaxPendingMsgs(raw, kPendingMessages);
     natsOptions_SetPingInterval(raw, 2000);
+    natsOptions_SetWriteDeadline(raw, kWriteMilliseconds);
     if (!address.credentialsFile.empty())
         require(natsOptions_SetUserCredentialsFromFiles(raw, address.credentialsFile.c_str(), nullptr),
                 "the credentials file " + address.credentialsFile);
-    if (!address.caFile.empty()) {
-        require(natsOptions_SetSecure(raw, true), "TLS to the engine");
-        require(natsOptions_LoadCATrustedCertificates(raw, address.caFile.c_str()),
-                "the file of trusted certificates " + address.caFile);
-    }
-    if (!address.certificateFile.empty())
-        require(
-            natsOptions_LoadCertificatesChain(raw, address.certificateFile.c_str(), address.keyFile.c_str()),
-            "the certificate " + address.certificateFile + " with the key " + address.keyFile);
+    setTls(raw, address);
     return options;
 }
 
@@ -57,6 +66,9 @@ NatsOptions optionsOf(const NatsAddress& address) {
 NatsConnection::NatsConnection(const NatsAddress& address) {
     const NatsOptions options = optionsOf(address);
     natsOptions_SetErrorHandler(options.get(), onError, this);
+    natsOptions_SetDisconnectedCB(options.get(), onDisconnected, this);
+    natsOptions_SetReconnectedCB(options.get(), onReconnected, this);
+    natsOptions_SetClosedCB(options.get(), onClosed, this);
     const std::string attempt = fmt::format("the engine at {}", fmt::join(address.servers, ", "));
     if (const natsStatus status = natsConnection_Connect(&m_connection, options.get()); status != NATS_OK)
         throw BusError(fmt::format("{}: {}: see that it runs and that address, credentials and certificates "
@@ -69,19 +81,41 @@ NatsConnection::NatsConnection(const NatsAddress& address) {
     const natsStatus status = natsConnection_JetStream(&context, m_connection, &settings);
     m_context.reset(context);
     if (status != NATS_OK) {
-        natsConnection_Destroy(m_connection);
+        close();
         require(status, attempt);
     }
 }
 
 NatsConnection::~NatsConnection() {
+    close();
+}
+
+void NatsConnection::close() {
     m_context.reset();
     natsConnection_Close(m_connection);
+    {
+        // It comes after all others, on the thread that they come on.
+        const tp::MutexLock lock(m_mutex);
+        while (!m_isClosed)
+            m_changed.wait(m_mutex);
+    }
     natsConnection_Destroy(m_connection);
 }
 
-bool NatsConnection::isConnected() const {
-    return natsConnection_Status(m_connection) == NATS_CONN_STATUS_CONNECTED;
+void NatsConnection::onDisconnected(natsConnection*, void* self) {
+    static_cast<NatsConnection*>(self)->m_isConnected = false;
+}
+
+void NatsConnection::onReconnected(natsConnection*, void* self) {
+    static_cast<NatsConnection*>(self)->m_isConnected = true;
+}
+
+void NatsConnection::onClosed(natsConnection*, void* self) {
+    auto& own = *static_cast<NatsConnection*>(self);
+    own.m_isConnected = false;
+    const tp::MutexLock lock(own.m_mutex);
+    own.m_isClosed = true;
+    own.m_changed.notifyAll();
 }
 
 void NatsConnection::check(natsStatus status, const std::string& attempt) const {

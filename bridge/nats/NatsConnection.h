@@ -5,6 +5,7 @@
 
 #include <tp/Mutex.h>
 
+#include <atomic>
 #include <string>
 
 namespace tivra_bus {
@@ -21,14 +22,23 @@ public:
 
     [[nodiscard]] natsConnection* get() const { return m_connection; }
     [[nodiscard]] jsCtx* context() const { return m_context.get(); }
-    [[nodiscard]] bool isConnected() const;
+    /// It never waits, whatever the connection is doing.
+    [[nodiscard]] bool isConnected() const { return m_isConnected.load(std::memory_order_relaxed); }
     /// @throws BusError for anything but NATS_OK, with what the server has said of late
     void check(natsStatus status, const std::string& attempt) const;
 
 private:
     static void onError(natsConnection*, natsSubscription*, natsStatus status, void* self);
+    static void onDisconnected(natsConnection*, void* self);
+    static void onReconnected(natsConnection*, void* self);
+    static void onClosed(natsConnection*, void* self);
+    /// Waits until the client library calls back no more.
+    void close();
 
+    std::atomic<bool> m_isConnected{true};
     mutable tp::Mutex m_mutex;
+    tp::ConditionVariable m_changed;
+    bool m_isClosed TP_GUARDED_BY(m_mutex) = false;
     mutable std::string m_lastError TP_GUARDED_BY(m_mutex);
     natsConnection* m_connection = nullptr;
     NatsContext m_context;

@@ -17,6 +17,7 @@ using NatsHandle = std::unique_ptr<T, NatsDestroy<T, DESTROY>>;
 using NatsMessage = NatsHandle<natsMsg, natsMsg_Destroy>;
 using NatsOptions = NatsHandle<natsOptions, natsOptions_Destroy>;
 using NatsSubscription = NatsHandle<natsSubscription, natsSubscription_Destroy>;
+using NatsAcknowledgement = NatsHandle<jsPubAck, jsPubAck_Destroy>;
 using NatsStreamInfo = NatsHandle<jsStreamInfo, jsStreamInfo_Destroy>;
 using NatsContext = NatsHandle<jsCtx, jsCtx_Destroy>;
 using NatsBucket = NatsHandle<kvStore, kvStore_Destroy>;

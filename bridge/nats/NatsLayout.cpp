@@ -33,6 +33,8 @@ void checkStream(const jsStreamInfo& info, const StreamPlan& plan) {
         throw BusError(
             fmt::format("the stream {} keeps {} messages of a subject, and {} are wanted: delete it",
                         plan.name, config.MaxMsgsPerSubject, plan.maxPerSubject));
+    if (!config.AllowDirect)
+        throw BusError(fmt::format("the stream {} doesn't allow direct gets: set allow_direct", plan.name));
 }
 
 void ensureStream(const NatsConnection& connection, const StreamPlan& plan) {

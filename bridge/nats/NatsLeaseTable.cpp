@@ -1,5 +1,9 @@
 #include "nats/NatsLeaseTable.h"
 
+#include "nats/NatsAnswer.h"
+
+#include <fmt/format.h>
+
 namespace tivra_bus {
 
 namespace {
@@ -22,7 +26,6 @@ std::vector<LeaseEntry> NatsLeaseTable::entries() {
     kvWatcher* raw = nullptr;
     kvWatchOptions options;
     kvWatchOptions_Init(&options);
-    options.IgnoreDeletes = true;
     m_connection.check(kvStore_WatchAll(&raw, bucket(), &options), "reading the table of leases");
     const NatsWatcher watcher(raw);
     std::vector<LeaseEntry> entries;
@@ -32,6 +35,7 @@ std::vector<LeaseEntry> NatsLeaseTable::entries() {
         if (entry == nullptr) // all that were there have come
             return entries;
         const NatsEntry owner(entry);
+        // One that was deleted keeps its revision, which the next to write it has to know.
         entries.push_back({kvEntry_Key(entry),
                            {static_cast<const char*>(kvEntry_Value(entry)),
                             static_cast<std::size_t>(kvEntry_ValueLen(entry))},
@@ -41,16 +45,26 @@ std::vector<LeaseEntry> NatsLeaseTable::entries() {
 
 std::optional<std::uint64_t> NatsLeaseTable::write(const std::string& key, const std::string& value,
                                                    std::uint64_t revision) {
-    std::uint64_t written = 0;
-    const natsStatus status =
-        revision == 0 ? kvStore_CreateString(&written, bucket(), key.c_str(), value.c_str())
-                      : kvStore_UpdateString(&written, bucket(), key.c_str(), value.c_str(), revision);
+    // The client library's own call doesn't give the server's code, which tells "somebody else was first"
+    // from every other refusal.
+    const std::string attempt = "writing the lease " + key;
+    natsMsg* raw = nullptr;
+    m_connection.check(natsMsg_Create(&raw, fmt::format("$KV.{}.{}", kBucket, key).c_str(), nullptr,
+                                      value.data(), static_cast<int>(value.size())),
+                       attempt);
+    const NatsMessage message(raw);
+    m_connection.check(
+        natsMsgHeader_Set(raw, "Nats-Expected-Last-Subject-Sequence", std::to_string(revision).c_str()),
+        attempt);
+    jsPubAck* ack = nullptr;
+    jsErrCode code{};
+    const natsStatus status = js_PublishMsg(&ack, m_connection.context(), raw, nullptr, &code);
+    const NatsAcknowledgement owner(ack);
     if (status == NATS_OK)
-        return written;
-    // That the revision isn't the expected one is the server's only answer of its own.
-    if (status == NATS_ERR)
+        return ack->Sequence;
+    if (isConflict(static_cast<int>(code)))
         return std::nullopt;
-    m_connection.check(status, "writing the lease " + key);
+    m_connection.check(status, attempt);
     return std::nullopt;
 }
 

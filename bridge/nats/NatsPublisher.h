@@ -14,14 +14,16 @@ class NatsPublisher : public BusPublisher {
 public:
     /// The connection has to stay. @throws BusError
     NatsPublisher(const NatsConnection& connection, std::chrono::milliseconds patience);
+    /// Waits until no callback runs.
     ~NatsPublisher() override;
 
     void prepare(const BusLayout& layout) override;
     [[nodiscard]] StreamEnd endOf(unsigned partition) override;
     void sendBatch(unsigned partition, std::string_view batch, std::uint64_t expected,
-                   Completion done) override;
-    void sendLast(int source, std::string_view symbol, std::string_view message,
-                  std::optional<std::uint64_t> expected, Completion done) override;
+                   SendTicket ticket) override;
+    void findLast(int source, std::string_view symbol, SendTicket ticket) override;
+    void sendLast(int source, std::string_view symbol, std::string_view message, std::uint64_t expected,
+                  SendTicket ticket) override;
     void sendStatus(int source, std::string_view message) override;
     void sendLive(int source, std::string_view symbol, std::string_view record) override;
     void flush() override;
@@ -31,13 +33,19 @@ public:
 
 private:
     static void onAnswer(natsConnection*, natsSubscription*, natsMsg* message, void* self);
-    void send(const std::string& subject, std::string_view bytes, const char* header,
-              const std::string& value, Completion done);
+    static void onAnswersEnded(void* self);
+    /// @param header  null for none
+    void send(const std::string& subject, std::string_view bytes, const char* header, std::uint64_t value,
+              SendTicket ticket);
 
     const NatsConnection& m_connection;
     PendingSends m_pending;
-    std::string m_inbox; ///< acknowledgements come to it, "." and a number added
+    std::string m_inbox; ///< answers come to it, a number added
     NatsSubscription m_answers;
+
+    tp::Mutex m_mutex;
+    tp::ConditionVariable m_changed;
+    bool m_haveAnswersEnded TP_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace tivra_bus

@@ -1,91 +1,68 @@
 #include "nats/PendingSends.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
+#include <utility>
 
 namespace tivra_bus {
 
-namespace {
-
-constexpr std::chrono::milliseconds kLookEvery{10};
-/// The server's code for a last sequence that isn't the expected one.
-constexpr int kWrongLastSequence = 10071;
-
-SendResult resultOf(std::string_view text) {
-    using Json = nlohmann::json;
-    using Outcome = SendResult::Outcome;
-    const Json answer = Json::parse(text, nullptr, false);
-    if (answer.is_object()) {
-        if (const auto error = answer.find("error"); error != answer.end() && error->is_object()) {
-            const auto code = error->find("err_code");
-            if (code != error->end() && code->is_number_integer() && code->get<int>() == kWrongLastSequence)
-                return {Outcome::Conflict, 0, {}};
-            const auto cause = error->find("description");
-            return {Outcome::Failed, 0,
-                    cause != error->end() && cause->is_string() ? cause->get<std::string>() : "refused"};
-        }
-        if (const auto position = answer.find("seq");
-            position != answer.end() && position->is_number_unsigned())
-            return {Outcome::Stored, position->get<std::uint64_t>(), {}};
-    }
-    return {Outcome::Failed, 0, "the engine's answer can't be read; see that JetStream is on"};
-}
-
-} // namespace
-
-std::uint64_t PendingSends::add(BusPublisher::Completion done) {
+std::uint64_t PendingSends::add(SendTicket ticket) {
     const tp::MutexLock lock(m_mutex);
-    m_pending[++m_last] = {std::move(done), Clock::now() + m_patience, "no acknowledgement in time"};
-    return m_last;
+    m_pending.push_back({std::move(ticket), Clock::now() + m_patience});
+    return m_first + m_pending.size() - 1;
 }
 
-void PendingSends::answer(std::uint64_t number, std::string_view text) {
-    BusPublisher::Completion done;
+bool PendingSends::take(std::uint64_t number, SendTicket& ticket) {
+    if (number < m_first || number - m_first >= m_pending.size() || m_pending[number - m_first].isEnded)
+        return false;
+    Pending& pending = m_pending[number - m_first];
+    ticket = std::move(pending.ticket);
+    pending.isEnded = true;
+    for (; !m_pending.empty() && m_pending.front().isEnded; ++m_first)
+        m_pending.pop_front();
+    return true;
+}
+
+void PendingSends::end(std::uint64_t number, const SendResult& result) {
+    SendTicket ticket;
     {
         const tp::MutexLock lock(m_mutex);
-        const auto found = m_pending.find(number);
-        if (found == m_pending.end())
+        if (!take(number, ticket))
             return;
-        done = std::move(found->second.done);
-        m_pending.erase(found);
     }
-    done(resultOf(text));
+    ticket.end(result);
 }
 
-void PendingSends::failed(std::uint64_t number, std::string cause) {
+void PendingSends::failed(std::uint64_t number, SendResult result) {
     const tp::MutexLock lock(m_mutex);
-    const auto found = m_pending.find(number);
-    if (found == m_pending.end())
-        return;
-    found->second.deadline = Clock::time_point::min();
-    found->second.cause = std::move(cause);
+    if (SendTicket ticket; take(number, ticket))
+        m_failed.emplace_back(std::move(ticket), std::move(result));
 }
 
 void PendingSends::expire() {
-    std::vector<Pending> ended;
+    std::vector<std::pair<SendTicket, SendResult>> ended;
     {
         const tp::MutexLock lock(m_mutex);
+        ended = std::exchange(m_failed, {});
+        // All wait equally long, so those in front are over first.
         const Clock::time_point now = Clock::now();
-        if (now < m_nextLook)
-            return;
-        m_nextLook = now + kLookEvery;
-        for (auto each = m_pending.begin(); each != m_pending.end();) {
-            if (each->second.deadline > now) {
-                ++each;
-                continue;
-            }
-            ended.push_back(std::move(each->second));
-            each = m_pending.erase(each);
+        for (; !m_pending.empty() && (m_pending.front().isEnded || m_pending.front().deadline <= now);
+             ++m_first) {
+            if (!m_pending.front().isEnded)
+                ended.emplace_back(
+                    std::move(m_pending.front().ticket),
+                    SendResult{SendResult::Outcome::Failed, 0, 0, "no acknowledgement in time"});
+            m_pending.pop_front();
         }
     }
-    for (const Pending& each : ended)
-        each.done({SendResult::Outcome::Failed, 0, each.cause});
+    for (const auto& [ticket, result] : ended)
+        ticket.end(result);
 }
 
 std::size_t PendingSends::count() const {
     const tp::MutexLock lock(m_mutex);
-    return m_pending.size();
+    return m_failed.size() +
+           static_cast<std::size_t>(std::count_if(m_pending.begin(), m_pending.end(),
+                                                  [](const Pending& pending) { return !pending.isEnded; }));
 }
 
 } // namespace tivra_bus

@@ -169,7 +169,7 @@ void complete(ProgramOptions& options, const RawOptions& raw) {
                    tivra_tools::resolveHost);
     if (!options.statsListen.empty())
         options.statsListen = tivra_tools::resolveListener(options.statsListen);
-    options.engine.servers = natsServersOf(raw.engine);
+    setNatsServers(options.engine, raw.engine);
     BridgeOptions& bridge = options.bridge;
     if (bridge.name.empty()) {
         bridge.name = madeName();

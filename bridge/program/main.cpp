@@ -69,12 +69,13 @@ int run(const ProgramOptions& options) {
             server = std::make_unique<StatusServer>(options.statsListen, bridge, feed);
             log(fmt::format("statistics at http://{}/metrics", server->address()));
         }
-        int signal = 0;
-        while (sigwait(&signals, &signal) != 0) {
-        }
+        const timespec pause{0, 200'000'000};
+        std::string end;
+        while (end.empty() && sigtimedwait(&signals, nullptr, &pause) < 0)
+            end = bridge.status().end;
         log("ending");
+        return end.empty() ? ENDED : BAD_USAGE;
     }
-    return ENDED;
 }
 
 int failed(int code, const char* text) {

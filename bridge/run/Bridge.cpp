@@ -2,13 +2,13 @@
 
 #include "bus/BusError.h"
 #include "bus/SubjectNames.h"
-#include "run/DictionaryText.h"
 #include "run/StateNames.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <exception>
+#include <random>
 
 namespace tivra_bus {
 
@@ -21,7 +21,15 @@ constexpr milliseconds kLookEvery{20};
 constexpr milliseconds kRenewEvery{1000};
 constexpr milliseconds kLeasesEvery{250};
 constexpr milliseconds kStatusEvery{1000};
+/// For all partitions together: a bridge that ends or gives partitions away holds nobody up for longer.
 constexpr milliseconds kDrainWithin{2000};
+/// Hubs that come back within that time cost nobody a partition.
+constexpr milliseconds kHubPatience{3000};
+
+std::string newNonce() {
+    std::random_device chance;
+    return fmt::format("{:08x}{:08x}", chance(), chance());
+}
 
 } // namespace
 
@@ -33,12 +41,13 @@ Bridge::Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher
     , m_log(std::move(log))
     , m_instruments(m_options.layout.partitions)
     , m_writerOptions(m_options.writer)
-    , m_book(m_options.name, m_options.layout.partitions, m_options.lease) {
+    , m_book({m_options.name, newNonce()}, m_options.layout.partitions, m_options.lease)
+    , m_dictionary(feed) {
     for (const tivra::Instrument& instrument : m_options.instruments)
         m_instruments[partitionOf(instrument.source, instrument.symbol, m_options.layout.partitions)]
             .push_back(instrument);
     m_publisher.prepare(m_options.layout);
-    m_writerOptions.dictionary = m_publisher.storeDictionary(dictionaryText(m_feed));
+    m_dictionaryRevision = m_publisher.storeDictionary(m_dictionary.get());
     m_writerOptions.maxMessage = m_publisher.maxMessage();
     m_sender = std::thread([this] { send(); });
     m_manager = std::thread([this] { manage(); });
@@ -65,11 +74,11 @@ void Bridge::send() {
     Clock::time_point nextLast{};
     for (;;) {
         std::vector<std::pair<std::shared_ptr<PartitionWriter>, std::shared_ptr<LastValuesWriter>>> writers;
+        m_bell->wait(kSendEvery);
         {
             const tp::MutexLock lock(m_mutex);
-            m_ending.waitFor(m_mutex, kSendEvery);
             // The thread that manages lets what waits be sent first.
-            if (m_isEnding && m_writers.empty())
+            if (m_hasEnded)
                 return;
             for (const auto& [partition, pair] : m_writers)
                 writers.push_back(pair);
@@ -80,70 +89,104 @@ void Bridge::send() {
             nextLast = now + m_options.lastEvery;
         for (const auto& [writer, lastValues] : writers) {
             writer->pump(now);
-            if (isLastDue || lastValues->isSettling())
-                lastValues->pump();
+            lastValues->pump(now, isLastDue);
         }
         m_publisher.flush();
     }
 }
 
 void Bridge::manage() {
-    Clock::time_point nextLeases{};
-    std::string lastFailure;
     for (;;) {
         {
             const tp::MutexLock lock(m_mutex);
-            if (!m_isEnding)
+            if (!m_isEnding && m_end.empty())
                 m_ending.waitFor(m_mutex, kLookEvery);
-            if (m_isEnding)
+            if (m_isEnding || !m_end.empty())
                 break;
         }
-        try {
-            look();
-            sendStatus();
-            if (Clock::now() >= nextLeases) {
-                nextLeases = Clock::now() + kLeasesEvery;
-                manageLeases();
-                if (!lastFailure.empty())
-                    m_log("the engine answers again");
-                lastFailure.clear();
-            }
-        } catch (const std::exception& error) {
-            if (lastFailure != error.what())
-                m_log(fmt::format("the engine: {}; tried again", error.what()));
-            lastFailure = error.what();
-            // The engine's own time-outs are the pauses, and this where it refuses at once.
-            nextLeases = Clock::now() + kRenewEvery;
-        }
+        manageOnce();
     }
-    for (const unsigned partition : held()) {
-        try {
-            release(partition);
-        } catch (const std::exception& error) {
-            m_log(fmt::format("partition {}: its lease couldn't be given back: {}", partition, error.what()));
-            drop(partition, "end");
-        }
-    }
+    end();
+}
+
+void Bridge::manageOnce() {
     try {
-        m_table.remove(m_book.memberKey());
+        look();
+        updateDictionary();
+        sendStatus();
+        const Clock::time_point now = Clock::now();
+        if (now < m_nextLeases || !m_engineTrouble.isDue(now))
+            return;
+        m_nextLeases = now + kLeasesEvery;
+        manageLeases();
+        if (m_engineTrouble.ended())
+            m_log("the engine answers again");
+    } catch (const std::exception& error) {
+        if (m_engineTrouble.failed(error.what(), Clock::now()))
+            m_log(fmt::format("the engine: {}; tried again", error.what()));
+    }
+}
+
+void Bridge::end() {
+    std::vector<unsigned> partitions;
+    for (const auto& [partition, tenure] : m_tenures)
+        partitions.push_back(partition);
+    release(partitions);
+    try {
+        if (m_book.mayUseName(Clock::now()) && m_book.memberRevision() > 0)
+            m_table.remove(m_book.memberKey());
     } catch (const std::exception&) {
         // It is taken for dead when the lease is over.
     }
+    const tp::MutexLock lock(m_mutex);
+    m_hasEnded = true;
+}
+
+void Bridge::endAs(const std::string& why) {
+    m_log(why);
+    const tp::MutexLock lock(m_mutex);
+    m_end = why;
+}
+
+bool Bridge::isReady() {
+    const Clock::time_point now = Clock::now();
+    if (m_feed.state() == tivra::FeedState::Established)
+        m_established = now;
+    return now - m_established < kHubPatience;
 }
 
 void Bridge::renew() {
     const Clock::time_point now = Clock::now();
-    if (now < m_nextRenewal)
+    if (now < m_nextRenewal || !m_book.mayUseName(now))
         return;
     m_nextRenewal = now + kRenewEvery;
-    (void)m_table.write(m_book.memberKey(), fmt::format(R"({{"partitions":{}}})", m_tenures.size()),
-                        m_book.memberRevision());
+    const bool ready = isReady();
+    const auto revision =
+        m_table.write(m_book.memberKey(), m_book.memberValue(ready), m_book.memberRevision());
+    if (!revision) {
+        // Somebody else has written it, or its own write before was stored without an answer: the table says
+        // which.
+        m_nextRenewal = {};
+        m_nextLeases = {};
+        throw BusError("the entry under the name " + m_options.name + " was changed by somebody else");
+    }
+    m_book.wroteMember(*revision, ready, now);
     const tp::MutexLock lock(m_mutex);
     m_renewed = now;
 }
 
 void Bridge::manageLeases() {
     m_book.read(m_table.entries(), Clock::now());
+    if (m_book.isNameTaken()) {
+        endAs(fmt::format("another bridge has the name {}: give each a --name of its own", m_options.name));
+        return;
+    }
+    if (!m_book.mayUseName(Clock::now())) {
+        // One that has died and was started again has to wait for its own entry to grow old.
+        for (const unsigned partition : held())
+            drop(partition, "another bridge has this one's name");
+        return;
+    }
     renew();
     const Clock::time_point now = Clock::now();
     const LeaseDecision decision = m_book.decide(held(), now);
@@ -153,23 +196,54 @@ void Bridge::manageLeases() {
     }
     for (const unsigned partition : decision.lost)
         drop(partition, "another bridge has its lease");
-    for (const unsigned partition : decision.release)
-        release(partition);
-    for (const unsigned partition : decision.take)
-        take(partition);
+    release(decision.release);
+    for (const unsigned partition : decision.giveBack)
+        attempt(partition, [&] { giveBack(partition); });
+    for (const unsigned partition : decision.take) {
+        attempt(partition, [&] { take(partition); });
+        renew();
+    }
     for (const std::string& key : m_book.deadMembers(now))
         m_table.remove(key);
+}
+
+bool Bridge::attempt(unsigned partition, const std::function<void()>& action) {
+    if (!m_troubles[partition].isDue(Clock::now()))
+        return false;
+    try {
+        action();
+    } catch (const std::exception& error) {
+        noteTrouble(partition, error.what());
+        return false;
+    }
+    noteTrouble(partition, {});
+    return true;
+}
+
+void Bridge::noteTrouble(unsigned partition, const std::string& text) {
+    RepeatedTrouble& trouble = m_troubles[partition];
+    if (text.empty() ? trouble.ended() : trouble.failed(text, Clock::now()))
+        m_log(
+            fmt::format("partition {}: {}", partition, text.empty() ? "well again" : text + "; tried again"));
+    const auto count = std::count_if(m_troubles.begin(), m_troubles.end(),
+                                     [](const auto& each) { return each.second.isTroubled(); });
+    const tp::MutexLock lock(m_mutex);
+    m_troubled = static_cast<std::size_t>(count);
 }
 
 void Bridge::take(unsigned partition) {
     const Lease lease = m_book.lease(partition);
     const StreamEnd end = m_publisher.endOf(partition);
     const std::uint64_t epoch = std::max(lease.epoch, end.epoch) + 1;
-    if (!m_table.write(LeaseBook::leaseKey(partition), m_book.leaseValue(epoch), lease.revision))
+    const auto revision = m_table.write(LeaseBook::leaseKey(partition),
+                                        LeaseBook::leaseValue(m_book.self(), epoch), lease.revision);
+    if (!revision)
         return; // somebody else was first
+    m_book.wroteLease(partition, m_book.self(), epoch, *revision);
     Tenure tenure;
-    tenure.writer =
-        std::make_shared<PartitionWriter>(partition, epoch, end, m_publisher, m_writerOptions, m_counters);
+    tenure.writer = std::make_shared<PartitionWriter>(partition, epoch, end, m_publisher, m_writerOptions,
+                                                      m_counters, m_bell);
+    tenure.writer->setDictionary(m_dictionaryRevision);
     tenure.lastValues = std::make_shared<LastValuesWriter>(tenure.writer, m_publisher, m_counters);
     tenure.group = m_feed.subscribeAll(m_instruments[partition], tenure.writer->handlers());
     {
@@ -177,13 +251,20 @@ void Bridge::take(unsigned partition) {
         m_writers[partition] = {tenure.writer, tenure.lastValues};
     }
     m_tenures[partition] = std::move(tenure);
-    m_counters.takeovers.fetch_add(1, std::memory_order_relaxed);
+    shareRoom();
+    m_counters->takeovers.fetch_add(1, std::memory_order_relaxed);
     m_log(fmt::format("partition {}: taken{}, epoch {}, {} symbols", partition,
-                      lease.holder.empty() ? "" : " over from " + lease.holder, epoch,
+                      lease.holder.name.empty() ? "" : " over from " + lease.holder.name, epoch,
                       m_instruments[partition].size()));
 }
 
-void Bridge::drop(unsigned partition, const char* why) {
+void Bridge::shareRoom() {
+    const std::size_t each = m_writerOptions.bufferBytes / std::max<std::size_t>(m_tenures.size(), 1);
+    for (const auto& [partition, tenure] : m_tenures)
+        tenure.writer->setRoom(std::max(each, 2 * m_writerOptions.batchBytes));
+}
+
+void Bridge::drop(unsigned partition, const std::string& why) {
     const auto found = m_tenures.find(partition);
     if (found == m_tenures.end())
         return;
@@ -193,37 +274,83 @@ void Bridge::drop(unsigned partition, const char* why) {
     }
     found->second.group.close();
     m_tenures.erase(found);
+    shareRoom();
     m_log(fmt::format("partition {}: dropped: {}", partition, why));
 }
 
-void Bridge::release(unsigned partition) {
-    Tenure& tenure = m_tenures.at(partition);
-    tenure.group.close();
+void Bridge::release(const std::vector<unsigned>& partitions) {
+    for (const unsigned partition : partitions) {
+        Tenure& tenure = m_tenures.at(partition);
+        tenure.group.close();
+        tenure.lastValues->settle();
+    }
+    drain(partitions);
+    for (const unsigned partition : partitions) {
+        const bool isStored = m_tenures.at(partition).writer->isDrained();
+        drop(partition, isStored ? "given back" : "given back, and not all of it was stored in time");
+        attempt(partition, [&] { giveBack(partition); });
+    }
+}
+
+void Bridge::drain(const std::vector<unsigned>& partitions) {
     const Clock::time_point deadline = Clock::now() + kDrainWithin;
-    tenure.lastValues->settle();
-    while (!(tenure.writer->isDrained() && (tenure.writer->isFenced() || tenure.lastValues->isSettled())) &&
-           Clock::now() < deadline) {
-        if (tenure.writer->needsLook())
-            tenure.writer->looked(m_publisher.endOf(partition));
+    const auto isDone = [this](unsigned partition) {
+        const Tenure& tenure = m_tenures.at(partition);
+        return tenure.writer->isFenced() || (tenure.writer->isDrained() && tenure.lastValues->isSettled());
+    };
+    while (!std::all_of(partitions.begin(), partitions.end(), isDone) && Clock::now() < deadline) {
+        for (const unsigned partition : partitions) {
+            PartitionWriter& writer = *m_tenures.at(partition).writer;
+            if (writer.needsLook() && Clock::now() < deadline)
+                attempt(partition, [&] { writer.looked(m_publisher.endOf(partition)); });
+        }
+        try {
+            renew();
+        } catch (const BusError&) {
+            // Those who think that it is dead take what is given away anyway.
+        }
         const tp::MutexLock lock(m_mutex);
         m_ending.waitFor(m_mutex, kSendEvery);
     }
-    const std::uint64_t epoch = tenure.writer->epoch();
-    drop(partition, "given back");
-    if (const Lease& lease = m_book.lease(partition); lease.epoch == epoch)
-        (void)m_table.write(LeaseBook::leaseKey(partition), LeaseBook::freeValue(epoch), lease.revision);
+}
+
+void Bridge::giveBack(unsigned partition) {
+    const Lease lease = m_book.lease(partition);
+    if (lease.holder != m_book.self())
+        return;
+    if (const auto revision = m_table.write(LeaseBook::leaseKey(partition),
+                                            LeaseBook::leaseValue({}, lease.epoch), lease.revision))
+        m_book.wroteLease(partition, {}, lease.epoch, *revision);
 }
 
 void Bridge::look() {
-    std::vector<unsigned> fenced;
+    std::vector<std::pair<unsigned, std::string>> fenced;
     for (auto& [partition, tenure] : m_tenures) {
-        if (tenure.writer->needsLook())
-            tenure.writer->looked(m_publisher.endOf(partition));
-        if (tenure.writer->isFenced())
-            fenced.push_back(partition);
+        PartitionWriter& writer = *tenure.writer;
+        if (writer.needsLook()) {
+            attempt(partition,
+                    [&writer, partition = partition, this] { writer.looked(m_publisher.endOf(partition)); });
+            renew();
+        }
+        const std::string trouble = writer.trouble();
+        if (writer.isFenced())
+            fenced.emplace_back(partition, trouble);
+        else if (!writer.needsLook() && trouble != tenure.trouble)
+            noteTrouble(partition, tenure.trouble = trouble);
     }
-    for (const unsigned partition : fenced)
-        drop(partition, "another bridge writes it");
+    for (const auto& [partition, why] : fenced) {
+        m_counters->fenced.fetch_add(1, std::memory_order_relaxed);
+        drop(partition, why);
+    }
+}
+
+void Bridge::updateDictionary() {
+    const std::optional<std::string> text = m_dictionary.poll();
+    if (!text)
+        return;
+    m_dictionaryRevision = m_publisher.storeDictionary(*text);
+    for (const auto& [partition, tenure] : m_tenures)
+        tenure.writer->setDictionary(m_dictionaryRevision);
 }
 
 void Bridge::sendStatus() {
@@ -257,6 +384,8 @@ BridgeStatus Bridge::status() const {
         status.partitions.push_back(partition);
     status.members = m_members;
     status.leaseAge = std::chrono::duration<double>(Clock::now() - m_renewed).count();
+    status.troubled = m_troubled;
+    status.end = m_end;
     return status;
 }
 

@@ -2,8 +2,11 @@
 
 #include "bus/BusPublisher.h"
 #include "bus/LeaseTable.h"
+#include "run/HubDictionary.h"
 #include "run/LastValuesWriter.h"
 #include "run/PartitionWriter.h"
+#include "run/RepeatedTrouble.h"
+#include "run/SendBell.h"
 #include "run/WriterCounters.h"
 #include "run/WriterOptions.h"
 #include "share/LeaseBook.h"
@@ -12,10 +15,11 @@
 
 #include <tp/Mutex.h>
 
-#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,7 +42,9 @@ struct BridgeStatus {
     std::size_t members = 0;          ///< bridges that are alive, this one included
     bool isConnected = false;         ///< to the engine
     tivra::FeedState feed = tivra::FeedState::Connecting;
-    double leaseAge = 0.0; ///< seconds since this bridge has last shown that it is alive
+    double leaseAge = 0.0;    ///< seconds since this bridge has last shown that it is alive
+    std::size_t troubled = 0; ///< partitions that the engine doesn't take or doesn't answer for
+    std::string end;          ///< why it can't go on, once it can't
 };
 
 /// Holds leases for its share of the partitions and writes those: subscriptions, batches and last values of
@@ -56,7 +62,7 @@ public:
     Bridge& operator=(const Bridge&) = delete;
 
     [[nodiscard]] BridgeStatus status() const;
-    [[nodiscard]] const WriterCounters& counters() const { return m_counters; }
+    [[nodiscard]] const WriterCounters& counters() const { return *m_counters; }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -66,18 +72,33 @@ private:
         std::shared_ptr<PartitionWriter> writer;
         std::shared_ptr<LastValuesWriter> lastValues;
         tivra::SubscriptionGroup group;
+        std::string trouble; ///< of the writer, as it was logged last
     };
 
     void send();
     void manage();
+    /// One round over what is held and over the leases.
+    void manageOnce();
     /// One round over the leases. @throws BusError
     void manageLeases();
+    /// Shows that this bridge is alive, when that is due. Called between any two steps that may wait.
     void renew();
+    [[nodiscard]] bool isReady();
+    /// Does it, and notes what it throws as the partition's trouble. @return whether it hasn't thrown
+    bool attempt(unsigned partition, const std::function<void()>& action);
+    void noteTrouble(unsigned partition, const std::string& text);
     void take(unsigned partition);
-    void release(unsigned partition);
-    void drop(unsigned partition, const char* why);
+    void release(const std::vector<unsigned>& partitions);
+    /// Waits until all that was taken is stored, or the time is over.
+    void drain(const std::vector<unsigned>& partitions);
+    void giveBack(unsigned partition);
+    void drop(unsigned partition, const std::string& why);
     void look();
+    void shareRoom();
     void sendStatus();
+    void updateDictionary();
+    void endAs(const std::string& why);
+    void end();
     [[nodiscard]] std::set<unsigned> held() const;
 
     const BridgeOptions m_options;
@@ -87,11 +108,20 @@ private:
     const Log m_log;
     std::vector<std::vector<tivra::Instrument>> m_instruments; ///< by partition
     WriterOptions m_writerOptions;
-    WriterCounters m_counters;
+    const std::shared_ptr<WriterCounters> m_counters = std::make_shared<WriterCounters>();
+    const std::shared_ptr<SendBell> m_bell = std::make_shared<SendBell>();
+
+    // Of the thread that manages.
     LeaseBook m_book;
-    std::map<unsigned, Tenure> m_tenures; ///< of the thread that manages
+    HubDictionary m_dictionary;
+    std::uint64_t m_dictionaryRevision = 0;
+    std::map<unsigned, Tenure> m_tenures;
+    std::map<unsigned, RepeatedTrouble> m_troubles; ///< by partition
+    RepeatedTrouble m_engineTrouble;
     Clock::time_point m_nextRenewal{};
+    Clock::time_point m_nextLeases{};
     Clock::time_point m_nextStatus{};
+    Clock::time_point m_established = Clock::now(); ///< when the hubs were all there last
     std::string m_lastStatus;
     std::string m_statusSince;
 
@@ -100,8 +130,11 @@ private:
     std::map<unsigned, std::pair<std::shared_ptr<PartitionWriter>, std::shared_ptr<LastValuesWriter>>>
         m_writers TP_GUARDED_BY(m_mutex);
     std::size_t m_members TP_GUARDED_BY(m_mutex) = 1;
+    std::size_t m_troubled TP_GUARDED_BY(m_mutex) = 0;
     Clock::time_point m_renewed TP_GUARDED_BY(m_mutex) = Clock::now();
+    std::string m_end TP_GUARDED_BY(m_mutex);
     bool m_isEnding TP_GUARDED_BY(m_mutex) = false;
+    bool m_hasEnded TP_GUARDED_BY(m_mutex) = false; ///< the leases are given back
     tp::ConditionVariable m_ending;
 
     std::thread m_manager;

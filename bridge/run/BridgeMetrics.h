@@ -10,7 +10,8 @@ namespace tivra_bus {
 [[nodiscard]] std::string bridgeMetrics(const Bridge& bridge);
 /// The status as a JSON object.
 [[nodiscard]] std::string bridgeHealth(const Bridge& bridge);
-/// Whether it does what it should: it is connected on both sides and its leases are renewed.
+/// Whether it does what it should: it is connected on both sides, its leases are renewed and the
+/// engine takes what it writes.
 [[nodiscard]] bool isHealthy(const BridgeStatus& status);
 
 } // namespace tivra_bus

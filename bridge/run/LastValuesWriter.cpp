@@ -2,63 +2,130 @@
 
 #include "run/StateNames.h"
 
-#include <vector>
+#include <algorithm>
+#include <utility>
 
 namespace tivra_bus {
 
+namespace {
+
+using std::chrono::milliseconds;
+
+/// Of a partition: the engine answers them one after the other, and what waits here can still change.
+constexpr std::size_t kMostInFlight = 256;
+constexpr milliseconds kFirstPause{100};
+constexpr int kMostDoublings = 6;
+
+} // namespace
+
 LastValuesWriter::LastValuesWriter(std::shared_ptr<PartitionWriter> writer, BusPublisher& publisher,
-                                   WriterCounters& counters)
-    : m_writer(std::move(writer)), m_publisher(publisher), m_counters(counters) {}
+                                   std::shared_ptr<WriterCounters> counters)
+    : m_writer(std::move(writer)), m_publisher(publisher), m_counters(std::move(counters)) {}
 
-bool LastValuesWriter::start(const tivra::Instrument& instrument, std::optional<std::uint64_t>& expected) {
+void LastValuesWriter::wait(std::uint32_t index) {
+    if (!m_symbols[index].isBusy)
+        m_waiting.push_back(index);
+}
+
+void LastValuesWriter::note(int source, std::string_view symbol) {
+    auto& [key, index] = m_indexes[{source, symbol}];
+    if (!index) {
+        index = static_cast<std::uint32_t>(m_symbols.size());
+        m_symbols.emplace_back().key = &key;
+    }
+    if (!std::exchange(m_symbols[*index].isChanged, true))
+        wait(*index);
+}
+
+std::vector<std::uint32_t> LastValuesWriter::start(Clock::time_point now) {
+    std::vector<std::uint32_t> started;
     const tp::MutexLock lock(m_mutex);
-    Symbol& symbol = m_symbols[instrument];
-    symbol.isChanged = symbol.isSending;
-    if (symbol.isSending)
-        return false;
-    symbol.isSending = true;
-    expected = symbol.position;
-    return true;
-}
-
-void LastValuesWriter::send(const tivra::Instrument& instrument, const tivra::BoardRow& row) {
-    std::optional<std::uint64_t> expected;
-    if (!start(instrument, expected))
-        return;
-    std::string time;
-    appendTime(time, row.lastUpdate.value_or(std::chrono::system_clock::now()));
-    const std::string message = lastMessage({instrument.source, instrument.symbol, row.updates},
-                                            m_writer->epoch(), nameOf(row.state), time, row.values);
-    m_publisher.sendLast(instrument.source, instrument.symbol, message, expected,
-                         [weak = weak_from_this(), instrument](const SendResult& result) {
-                             if (const std::shared_ptr<LastValuesWriter> self = weak.lock())
-                                 self->answered(instrument, result);
-                         });
-}
-
-void LastValuesWriter::pump() {
     // Before its own first batch is stored, the writer before may still be writing.
-    if (!m_writer->isEstablished() || m_writer->needsLook() || !m_publisher.isConnected())
-        return;
-    std::vector<tivra::Instrument> changed;
-    bool isWaiting = false;
+    if (now < m_sendAfter || !m_writer->isEstablished() || m_writer->needsLook())
+        return started;
+    for (; m_inFlight < kMostInFlight && !m_waiting.empty(); m_waiting.pop_front()) {
+        Symbol& symbol = m_symbols[m_waiting.front()];
+        symbol.isBusy = true;
+        symbol.isFinding = !symbol.position;
+        // What changes from now on is sent once more.
+        symbol.isChanged = symbol.isFinding;
+        ++m_inFlight;
+        started.push_back(m_waiting.front());
+    }
+    return started;
+}
+
+void LastValuesWriter::send(std::uint32_t index) {
+    const SymbolKey* key = nullptr;
+    std::optional<std::uint64_t> expected;
     {
         const tp::MutexLock lock(m_mutex);
-        for (const auto& [instrument, symbol] : m_symbols) {
-            isWaiting = isWaiting || symbol.isSending;
-            if (symbol.isChanged && !symbol.isSending)
-                changed.push_back(instrument);
-        }
+        key = m_symbols[index].key;
+        expected = m_symbols[index].position;
     }
-    const tivra::Board& board = m_writer->board();
-    for (const tivra::Instrument& instrument : changed)
-        if (const std::optional<tivra::BoardRow> row = board.find(instrument))
-            send(instrument, *row);
-    const std::size_t found = board.changedSince(m_cursor, [this](const tivra::BoardRow& row) {
-        send({row.values.source(), std::string(row.values.symbol())}, row);
-    });
+    const SendTicket ticket{weak_from_this(), index};
+    if (!expected) {
+        m_publisher.findLast(key->source, key->symbol, ticket);
+        return;
+    }
+    // Whatever has changed has a row, and rows stay.
+    const tivra::BoardRow row = m_writer->board().find(key->source, key->symbol).value_or(tivra::BoardRow{});
+    std::string time;
+    appendTime(time, row.lastUpdate.value_or(std::chrono::system_clock::now()));
+    m_publisher.sendLast(key->source, key->symbol,
+                         lastMessage({key->source, key->symbol, row.updates}, m_writer->epoch(),
+                                     nameOf(row.state), time, row.values),
+                         *expected, ticket);
+}
+
+void LastValuesWriter::pump(Clock::time_point now, bool isDue) {
+    if (!m_writer->isEstablished() || !m_publisher.isConnected())
+        return;
+    bool isSettling = false;
+    {
+        const tp::MutexLock lock(m_mutex);
+        isSettling = m_isSettling;
+    }
+    if (isDue || isSettling)
+        m_writer->board().changedSince(m_cursor, [this](const tivra::BoardRow& row) {
+            // One that only has a state has no values that may take the place of others.
+            const tp::MutexLock lock(m_mutex);
+            if (row.updates > 0)
+                note(row.values.source(), row.values.symbol());
+        });
+    for (const std::uint32_t index : start(now))
+        send(index);
     const tp::MutexLock lock(m_mutex);
-    m_isSettled = m_isSettling && !isWaiting && changed.empty() && found == 0;
+    m_isSettled = isSettling && m_inFlight == 0 && m_waiting.empty();
+}
+
+void LastValuesWriter::sent(std::uint64_t tag, const SendResult& result) {
+    using Outcome = SendResult::Outcome;
+    // If the stream is still this writer's then, what stands there is of a stream that is gone, and is
+    // replaced.
+    if (result.outcome == Outcome::Stored && result.epoch > m_writer->epoch())
+        m_writer->askForLook();
+    const tp::MutexLock lock(m_mutex);
+    if (tag >= m_symbols.size() || !m_symbols[tag].isBusy)
+        return;
+    Symbol& symbol = m_symbols[tag];
+    symbol.isBusy = false;
+    --m_inFlight;
+    m_failures = result.outcome == Outcome::Failed ? m_failures + 1 : 0;
+    const bool isStored = result.outcome == Outcome::Stored;
+    if (isStored)
+        symbol.position = result.position;
+    else if (result.outcome == Outcome::Conflict)
+        symbol.position.reset();                // it is looked at before it is replaced
+    else if (result.outcome == Outcome::Failed) // stored or not; if it is, the next one meets a conflict
+        m_sendAfter = Clock::now() + kFirstPause * (1 << std::min(m_failures - 1, kMostDoublings));
+    symbol.isChanged = symbol.isChanged || !(isStored || result.outcome == Outcome::TooBig);
+    if (symbol.isChanged)
+        wait(static_cast<std::uint32_t>(tag));
+    if (!isStored)
+        m_counters->lastRefused.fetch_add(1, std::memory_order_relaxed);
+    else if (!symbol.isFinding)
+        m_counters->lastValues.fetch_add(1, std::memory_order_relaxed);
 }
 
 void LastValuesWriter::settle() {
@@ -67,30 +134,9 @@ void LastValuesWriter::settle() {
     m_isSettled = false;
 }
 
-bool LastValuesWriter::isSettling() const {
-    const tp::MutexLock lock(m_mutex);
-    return m_isSettling;
-}
-
 bool LastValuesWriter::isSettled() const {
     const tp::MutexLock lock(m_mutex);
     return m_isSettled;
-}
-
-void LastValuesWriter::answered(const tivra::Instrument& instrument, const SendResult& result) {
-    const bool isStored = result.outcome == SendResult::Outcome::Stored;
-    (isStored ? m_counters.lastValues : m_counters.lastRefused).fetch_add(1, std::memory_order_relaxed);
-    {
-        const tp::MutexLock lock(m_mutex);
-        Symbol& symbol = m_symbols[instrument];
-        symbol.isSending = false;
-        // One that failed may be stored or not, so the next replaces whatever is there.
-        symbol.position = isStored ? std::optional<std::uint64_t>(result.position) : std::nullopt;
-        symbol.isChanged = symbol.isChanged || !isStored;
-    }
-    // Somebody else has written it: if the stream is still ours, ours takes its place again.
-    if (result.outcome == SendResult::Outcome::Conflict)
-        m_writer->askForLook();
 }
 
 } // namespace tivra_bus

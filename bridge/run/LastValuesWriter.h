@@ -2,55 +2,66 @@
 
 #include "bus/BusPublisher.h"
 #include "run/PartitionWriter.h"
+#include "run/SymbolMap.h"
 
 #include <feed/Board.h>
-#include <feed/Instrument.h>
 
 #include <tp/Mutex.h>
 
+#include <chrono>
 #include <cstdint>
-#include <map>
+#include <deque>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace tivra_bus {
 
 /// Publishes the last values of a partition's symbols, each at most once in a time, however often it changes.
-/// The first message of a symbol replaces whatever is there; each further one only the one before, so that a
-/// writer that has lost the partition without noticing overwrites nothing.
+/// Each message replaces one that was looked at before, so that a writer that has lost the partition without
+/// noticing overwrites nothing.
 /// @thread pump(): one that sends
-class LastValuesWriter : public std::enable_shared_from_this<LastValuesWriter> {
+class LastValuesWriter : public SendListener, public std::enable_shared_from_this<LastValuesWriter> {
 public:
-    LastValuesWriter(std::shared_ptr<PartitionWriter> writer, BusPublisher& publisher,
-                     WriterCounters& counters);
+    using Clock = std::chrono::steady_clock;
 
-    /// Sends what has changed since the last call, and what has failed.
-    void pump();
+    LastValuesWriter(std::shared_ptr<PartitionWriter> writer, BusPublisher& publisher,
+                     std::shared_ptr<WriterCounters> counters);
+
+    /// Sends what waits and, where that is due, what has changed since the last time.
+    void pump(Clock::time_point now, bool isDue);
+    void sent(std::uint64_t tag, const SendResult& result) override;
     /// Has everything sent at once. isSettled() is true when it is stored, if nothing has come since.
     void settle();
-    [[nodiscard]] bool isSettling() const;
     [[nodiscard]] bool isSettled() const;
 
 private:
     struct Symbol {
-        std::optional<std::uint64_t> position; ///< of the present message; nothing while it isn't ours
-        bool isSending = false;
-        bool isChanged = false; ///< since what is on its way
+        const SymbolKey* key = nullptr;
+        std::optional<std::uint64_t> position; ///< of the present message; nothing until it is looked at
+        bool isBusy = false;                   ///< something is on its way
+        bool isFinding = false;                ///< that is a look
+        bool isChanged = false;                ///< it is among those that wait, or will be once it isn't busy
     };
 
-    void send(const tivra::Instrument& instrument, const tivra::BoardRow& row) TP_EXCLUDES(m_mutex);
-    void answered(const tivra::Instrument& instrument, const SendResult& result) TP_EXCLUDES(m_mutex);
-    /// Whether it may be sent now; notes the change if it may not.
-    [[nodiscard]] bool start(const tivra::Instrument& instrument, std::optional<std::uint64_t>& expected)
-        TP_EXCLUDES(m_mutex);
+    void note(int source, std::string_view symbol) TP_REQUIRES(m_mutex);
+    /// What can be sent now; it is busy then.
+    [[nodiscard]] std::vector<std::uint32_t> start(Clock::time_point now) TP_EXCLUDES(m_mutex);
+    void send(std::uint32_t index) TP_EXCLUDES(m_mutex);
+    void wait(std::uint32_t index) TP_REQUIRES(m_mutex);
 
     const std::shared_ptr<PartitionWriter> m_writer;
     BusPublisher& m_publisher;
-    WriterCounters& m_counters;
+    const std::shared_ptr<WriterCounters> m_counters;
     tivra::BoardCursor m_cursor; ///< of the thread that sends
 
-    mutable tp::Mutex m_mutex{tp::LockRank{11, "last values"}};
-    std::map<tivra::Instrument, Symbol> m_symbols TP_GUARDED_BY(m_mutex);
+    mutable tp::Mutex m_mutex{tp::LockRank{9, "last values"}};
+    SymbolMap<std::optional<std::uint32_t>> m_indexes TP_GUARDED_BY(m_mutex);
+    std::deque<Symbol> m_symbols TP_GUARDED_BY(m_mutex);
+    std::deque<std::uint32_t> m_waiting TP_GUARDED_BY(m_mutex); ///< that are changed and not busy
+    std::size_t m_inFlight TP_GUARDED_BY(m_mutex) = 0;
+    int m_failures TP_GUARDED_BY(m_mutex) = 0; ///< in a row
+    Clock::time_point m_sendAfter TP_GUARDED_BY(m_mutex){};
     bool m_isSettling TP_GUARDED_BY(m_mutex) = false;
     bool m_isSettled TP_GUARDED_BY(m_mutex) = false;
 };

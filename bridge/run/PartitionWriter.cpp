@@ -3,6 +3,7 @@
 #include "run/StateNames.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace tivra_bus {
 
@@ -14,6 +15,8 @@ constexpr milliseconds kFirstPause{100};
 constexpr int kMostDoublings = 6;
 /// Kept free of the largest message, for header and headers.
 constexpr std::size_t kHeaderRoom = 1024;
+/// Present values that are written in one go, so that the thread that sends has other work done too.
+constexpr int kRepairsAtOnce = 256;
 
 std::string timeText(std::chrono::system_clock::time_point time = std::chrono::system_clock::now()) {
     std::string text;
@@ -21,28 +24,37 @@ std::string timeText(std::chrono::system_clock::time_point time = std::chrono::s
     return text;
 }
 
+WriterOptions fitting(WriterOptions options) {
+    options.maxMessage = std::max(options.maxMessage, 2 * kHeaderRoom) - kHeaderRoom;
+    options.batchBytes = std::min(options.batchBytes, options.maxMessage);
+    return options;
+}
+
 } // namespace
 
 PartitionWriter::PartitionWriter(unsigned partition, std::uint64_t epoch, const StreamEnd& end,
                                  BusPublisher& publisher, const WriterOptions& options,
-                                 WriterCounters& counters)
+                                 std::shared_ptr<WriterCounters> counters, std::shared_ptr<SendBell> bell)
     : m_partition(partition)
     , m_epoch(epoch)
     , m_publisher(publisher)
-    , m_options(options)
-    , m_counters(counters)
+    , m_options(fitting(options))
+    , m_counters(std::move(counters))
+    , m_bell(std::move(bell))
+    , m_room(options.bufferBytes)
+    , m_open(m_options.batchBytes)
     , m_position(end.position)
     , m_chance(static_cast<unsigned>(epoch * 31 + partition)) {
     const tp::MutexLock lock(m_mutex);
     // What the writer before has still got, and whether there was one, nobody knows.
     const std::string now = timeText();
-    addGap(nullptr, {"takeover", now, now, std::nullopt, std::nullopt});
+    addGap(nullptr, {"takeover", end.time.empty() ? now : end.time, now, std::nullopt, std::nullopt});
     closeBatch();
 }
 
 PartitionWriter::~PartitionWriter() {
     const tp::MutexLock lock(m_mutex);
-    fence();
+    fence("it is ended");
 }
 
 tivra::SubscriptionHandlers PartitionWriter::handlers() {
@@ -64,173 +76,273 @@ tivra::SubscriptionHandlers PartitionWriter::handlers() {
     return handlers;
 }
 
-std::uint64_t& PartitionWriter::numberOf(int source, std::string_view symbol) {
-    const auto found = m_numbers.find(SymbolLook{source, symbol});
-    if (found != m_numbers.end())
-        return found->second;
-    return m_numbers.emplace(SymbolKey{source, std::string(symbol)}, 0).first->second;
-}
-
-bool PartitionWriter::isFull() const {
-    return m_counters.waitingBytes.load(std::memory_order_relaxed) >= m_options.bufferBytes;
-}
-
 void PartitionWriter::take(const tivra::Update& update) {
     const tp::MutexLock lock(m_mutex);
-    m_counters.updates.fetch_add(1, std::memory_order_relaxed);
-    const RecordKey key{update.source(), update.symbol(), ++numberOf(update.source(), update.symbol())};
+    m_counters->updates.fetch_add(1, std::memory_order_relaxed);
+    Entry& entry = m_symbols[{update.source(), update.symbol()}];
+    Symbol& symbol = entry.second;
+    const RecordKey key{update.source(), update.symbol(), ++symbol.number};
+    RecordType type = RecordType::Update;
+    if (update.kind() == tivra::Update::Kind::Refresh)
+        type = RecordType::Refresh;
+    else if (update.kind() == tivra::Update::Kind::Image && !std::exchange(symbol.hasImage, true))
+        type = RecordType::Image;
     if (m_isFenced)
         return;
-    if (m_leftOut > 0 || isFull()) {
-        leaveOut(key.source, key.symbol);
+    if (m_isOverflowing || isFull()) {
+        leaveOut(entry, 1);
         return;
     }
-    constexpr RecordType kTypes[]{RecordType::Image, RecordType::Update, RecordType::Refresh};
-    m_open.add(kTypes[static_cast<int>(update.kind())], key, update);
-    if (m_options.sendsLive)
-        m_publisher.sendLive(key.source, key.symbol, m_open.lastRecord());
+    if (symbol.isLeftOut)
+        repair(entry, key.number - 1);
+    m_open.add(type, key, update);
+    if (m_options.sendsLive && !m_live.add(key.source, key.symbol, m_open.lastRecord()))
+        m_counters->liveDropped.fetch_add(1, std::memory_order_relaxed);
     added(key);
+}
+
+bool PartitionWriter::makeWay(Entry& entry) {
+    if (m_isFenced || m_isOverflowing || isFull())
+        return false;
+    if (entry.second.isLeftOut)
+        repair(entry, entry.second.number);
+    return true;
 }
 
 void PartitionWriter::take(const tivra::SubscriptionView& view, const tivra::StateChange& change) {
     const tp::MutexLock lock(m_mutex);
-    if (m_isFenced)
+    Entry& entry = m_symbols[{view.source(), view.symbol()}];
+    // The next image replaces what came before, as it does for whoever reads the hub.
+    if (change.to == tivra::DataState::Stale || change.to == tivra::DataState::Recovering)
+        entry.second.hasImage = false;
+    if (!makeWay(entry)) {
+        leaveOut(entry, 0);
         return;
-    const RecordKey key{view.source(), view.symbol(), numberOf(view.source(), view.symbol())};
+    }
+    const RecordKey key{view.source(), view.symbol(), entry.second.number};
     m_open.addState(key, nameOf(change.to), change.cause);
     added(key);
 }
 
 void PartitionWriter::take(const tivra::SubscriptionView& view, const tivra::Gap& gap) {
     const tp::MutexLock lock(m_mutex);
-    if (m_isFenced)
+    Entry& entry = m_symbols[{view.source(), view.symbol()}];
+    entry.second.hasImage = false;
+    if (!makeWay(entry)) {
+        leaveOut(entry, gap.messages);
         return;
-    const RecordKey key{view.source(), view.symbol(), numberOf(view.source(), view.symbol())};
+    }
+    const RecordKey key{view.source(), view.symbol(), entry.second.number};
     addGap(&key, {nameOf(gap.cause), timeText(gap.from), timeText(gap.to), gap.messages, gap.bytes});
 }
 
 void PartitionWriter::addGap(const RecordKey* key, const BusGap& gap) {
     m_open.addGap(key, gap);
-    m_counters.gaps.fetch_add(1, std::memory_order_relaxed);
+    m_counters->gaps.fetch_add(1, std::memory_order_relaxed);
     added(key != nullptr ? *key : RecordKey{});
 }
 
 void PartitionWriter::added(const RecordKey& key) {
-    if (m_open.lastBytes() + kHeaderRoom > m_options.maxMessage) {
-        // No message can hold it, so its place is told.
+    if (m_open.lastBytes() > m_options.maxMessage) {
+        // No message can hold it, so a gap stands in its place.
         m_open.removeLast();
         const std::string now = timeText();
-        m_counters.dropped.fetch_add(1, std::memory_order_relaxed);
+        m_counters->dropped.fetch_add(1, std::memory_order_relaxed);
         addGap(&key, {"overflow", now, now, 1, std::nullopt});
         return;
     }
+    countBytes(m_open.lastBytes(), 0);
+    if (m_open.bytes() > m_options.maxMessage) {
+        const std::string last(m_open.lastRecord());
+        m_open.removeLast();
+        closeBatch();
+        m_open.addAgain(last);
+    }
     if (m_open.count() == 1)
         m_openSince = Clock::now();
-    m_counters.waitingBytes.fetch_add(m_open.lastBytes(), std::memory_order_relaxed);
-    if (m_open.bytes() >= m_options.batchBytes) {
+    if (m_open.bytes() >= m_options.batchBytes)
         closeBatch();
-        sendNext(Clock::now());
-    }
 }
 
-void PartitionWriter::leaveOut(int source, std::string_view symbol) {
-    if (m_leftOut++ == 0)
+void PartitionWriter::countBytes(std::size_t added, std::size_t removed) {
+    m_waitingBytes += added;
+    m_waitingBytes -= removed;
+    m_counters->waitingBytes.fetch_add(added, std::memory_order_relaxed);
+    m_counters->waitingBytes.fetch_sub(removed, std::memory_order_relaxed);
+}
+
+bool PartitionWriter::isFull() const {
+    return m_waitingBytes >= m_room.load(std::memory_order_relaxed);
+}
+
+void PartitionWriter::leaveOut(Entry& entry, std::optional<std::uint64_t> messages) {
+    if (m_isFenced)
+        return;
+    if (!std::exchange(m_isOverflowing, true))
         m_leftOutSince = timeText();
-    m_counters.dropped.fetch_add(1, std::memory_order_relaxed);
-    m_leftOutSymbols.emplace(source, symbol);
+    m_counters->dropped.fetch_add(messages.value_or(0), std::memory_order_relaxed);
+    if (m_leftOut)
+        m_leftOut = messages ? std::optional(*m_leftOut + *messages) : std::nullopt;
+    queueRepair(entry);
+}
+
+void PartitionWriter::queueRepair(Entry& entry) {
+    entry.second.isLeftOut = true;
+    if (!std::exchange(entry.second.isQueued, true))
+        m_unrepaired.push_back(&entry);
 }
 
 void PartitionWriter::endOverflow() {
-    const std::uint64_t messages = std::exchange(m_leftOut, 0);
-    addGap(nullptr, {"overflow", m_leftOutSince, timeText(), messages, std::nullopt});
-    for (const auto& [source, symbol] : std::exchange(m_leftOutSymbols, {})) {
-        const std::optional<tivra::BoardRow> row = m_board.find(source, symbol);
-        if (!row)
-            continue;
-        const RecordKey key{source, symbol, row->updates};
-        m_open.add(RecordType::Refresh, key, row->values);
-        added(key);
+    m_isOverflowing = false;
+    addGap(nullptr, {"overflow", m_leftOutSince, timeText(), std::exchange(m_leftOut, 0), std::nullopt});
+}
+
+void PartitionWriter::repair(Entry& entry, std::uint64_t number) {
+    entry.second.isLeftOut = false;
+    const std::optional<tivra::BoardRow> row = m_board.find(entry.first.source, entry.first.symbol);
+    if (!row)
+        return;
+    const RecordKey key{entry.first.source, entry.first.symbol, number};
+    m_open.addState(key, nameOf(row->state), "after an overflow");
+    added(key);
+    if (row->values.size() == 0)
+        return;
+    m_open.add(RecordType::Image, key, row->values);
+    added(key);
+}
+
+void PartitionWriter::repairSome() {
+    for (int i = 0; i < kRepairsAtOnce; ++i) {
+        const tp::MutexLock lock(m_mutex);
+        if (m_isOverflowing || m_unrepaired.empty() || m_isFenced || isFull())
+            return;
+        Entry& entry = *m_unrepaired.front();
+        m_unrepaired.pop_front();
+        entry.second.isQueued = false;
+        if (entry.second.isLeftOut)
+            repair(entry, entry.second.number);
     }
 }
 
-void PartitionWriter::closeBatch() {
+PartitionWriter::Closed PartitionWriter::closed(BatchWriter& records, std::uint64_t number) const {
     Closed closed;
-    closed.bytes = m_open.bytes();
-    closed.records = m_open.count();
-    closed.number = ++m_lastBatch;
+    closed.bytes = records.bytes();
+    closed.records = records.count();
+    closed.number = number;
     BatchHeader header;
     header.partition = m_partition;
     header.epoch = m_epoch;
-    header.batch = closed.number;
-    header.dictionary = m_options.dictionary;
+    header.batch = number;
+    header.dictionary = m_dictionary.load(std::memory_order_relaxed);
     header.time = timeText();
-    closed.message = m_open.close(std::move(header));
-    m_closed.push_back(std::move(closed));
+    closed.batch = std::make_shared<const ClosedBatch>(records.close(std::move(header)));
+    return closed;
 }
 
-void PartitionWriter::sendNext(Clock::time_point now) {
-    if (m_isSending || m_needsLook || m_isFenced || m_closed.empty() || now < m_sendAfter)
-        return;
+void PartitionWriter::closeBatch() {
+    m_closed.push_back(closed(m_open, ++m_lastBatch));
+}
+
+void PartitionWriter::replaceFront() {
+    const Closed front = std::move(m_closed.front());
+    const std::string now = timeText();
+    BatchWriter records;
+    records.addGap(nullptr, {"overflow", now, now, front.records, std::nullopt});
+    m_closed.front() = closed(records, front.number);
+    countBytes(m_closed.front().bytes, front.bytes);
+    m_counters->dropped.fetch_add(front.records, std::memory_order_relaxed);
+    m_counters->gaps.fetch_add(1, std::memory_order_relaxed);
+    // Which symbols were in it isn't kept.
+    for (Entry& entry : m_symbols)
+        queueRepair(entry);
+}
+
+PartitionWriter::Sending PartitionWriter::nextToSend(Clock::time_point now) {
+    if (m_isSending || m_needsLook || m_closed.empty() || now < m_sendAfter)
+        return {};
     m_isSending = true;
     if (m_failures > 0)
-        m_counters.resent.fetch_add(1, std::memory_order_relaxed);
-    const Closed& batch = m_closed.front();
-    m_publisher.sendBatch(m_partition, batch.message, m_position,
-                          [weak = weak_from_this(), number = batch.number](const SendResult& result) {
-                              if (const std::shared_ptr<PartitionWriter> self = weak.lock())
-                                  self->answered(number, result);
-                          });
+        m_counters->resent.fetch_add(1, std::memory_order_relaxed);
+    return {m_closed.front().batch, m_closed.front().number, m_position};
 }
 
 void PartitionWriter::pump(Clock::time_point now) {
-    const tp::MutexLock lock(m_mutex);
-    if (m_isFenced)
-        return;
-    if (m_leftOut > 0 && m_counters.waitingBytes.load(std::memory_order_relaxed) < m_options.bufferBytes / 2)
-        endOverflow();
-    if (m_closed.empty() && m_open.count() > 0 && now - m_openSince >= m_options.linger)
-        closeBatch();
-    sendNext(now);
+    Sending sending;
+    std::vector<LiveRecords::Record> live;
+    // What can't be written anywhere would only be kept by the connection, and come late.
+    const bool isConnected = m_publisher.isConnected();
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (m_isFenced)
+            return;
+        if (m_isOverflowing && m_waitingBytes < m_room.load(std::memory_order_relaxed) / 2)
+            endOverflow();
+        if (m_closed.empty() && m_open.count() > 0 && now - m_openSince >= m_options.linger)
+            closeBatch();
+        if (isConnected)
+            sending = nextToSend(now);
+        live = m_live.takeAll();
+    }
+    repairSome();
+    if (sending.batch != nullptr)
+        m_publisher.sendBatch(m_partition, sending.batch->message(), sending.expected,
+                              {weak_from_this(), sending.number});
+    for (const LiveRecords::Record& record : live)
+        if (isConnected)
+            m_publisher.sendLive(record.source, record.symbol, record.text);
+        else
+            m_counters->liveDropped.fetch_add(1, std::memory_order_relaxed);
 }
 
 void PartitionWriter::stored(std::uint64_t position) {
-    const Closed& batch = m_closed.front();
+    const Closed& front = m_closed.front();
     m_position = position;
-    m_storedBatch = batch.number;
-    m_counters.batches.fetch_add(1, std::memory_order_relaxed);
-    m_counters.records.fetch_add(batch.records, std::memory_order_relaxed);
-    m_counters.bytes.fetch_add(batch.message.size(), std::memory_order_relaxed);
-    m_counters.waitingBytes.fetch_sub(batch.bytes, std::memory_order_relaxed);
+    m_storedBatch = front.number;
+    m_counters->batches.fetch_add(1, std::memory_order_relaxed);
+    m_counters->records.fetch_add(front.records, std::memory_order_relaxed);
+    m_counters->bytes.fetch_add(front.batch->message().size(), std::memory_order_relaxed);
+    countBytes(0, front.bytes);
     m_closed.pop_front();
     m_isSending = false;
     m_failures = 0;
+    m_trouble.clear();
     m_sendAfter = {};
 }
 
-void PartitionWriter::answered(std::uint64_t number, const SendResult& result) {
-    const tp::MutexLock lock(m_mutex);
-    if (!m_isSending || m_closed.empty() || m_closed.front().number != number)
-        return;
-    const Clock::time_point now = Clock::now();
-    switch (result.outcome) {
-    case SendResult::Outcome::Stored:
-        stored(result.position);
-        if (m_closed.empty() && m_open.count() > 0 && now - m_openSince >= m_options.linger)
-            closeBatch();
-        sendNext(now);
-        break;
-    case SendResult::Outcome::Conflict:
-        m_counters.conflicts.fetch_add(1, std::memory_order_relaxed);
-        m_isSending = false;
-        m_needsLook = true;
-        break;
-    case SendResult::Outcome::Failed: {
-        m_isSending = false;
-        const milliseconds pause = kFirstPause * (1 << std::min(m_failures++, kMostDoublings));
-        m_sendAfter = now + pause + pause * static_cast<int>(m_chance() % 50) / 100;
-        break;
+void PartitionWriter::failed(const SendResult& result) {
+    m_isSending = false;
+    m_trouble = "the engine doesn't take a batch: " + result.cause;
+    const milliseconds pause = kFirstPause * (1 << std::min(m_failures++, kMostDoublings));
+    m_sendAfter = Clock::now() + pause + pause * static_cast<int>(m_chance() % 50) / 100;
+}
+
+void PartitionWriter::sent(std::uint64_t tag, const SendResult& result) {
+    bool isMoreWaiting = false;
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (!m_isSending || m_closed.empty() || m_closed.front().number != tag)
+            return;
+        switch (result.outcome) {
+        case SendResult::Outcome::Stored:
+            stored(result.position);
+            isMoreWaiting = !m_closed.empty();
+            break;
+        case SendResult::Outcome::Conflict:
+            m_counters->conflicts.fetch_add(1, std::memory_order_relaxed);
+            m_isSending = false;
+            m_needsLook = true;
+            break;
+        case SendResult::Outcome::TooBig:
+            failed(result);
+            replaceFront();
+            break;
+        case SendResult::Outcome::Failed:
+            failed(result);
+            break;
+        }
     }
-    }
+    if (isMoreWaiting)
+        m_bell->ring();
 }
 
 bool PartitionWriter::needsLook() const {
@@ -247,32 +359,44 @@ void PartitionWriter::looked(const StreamEnd& end) {
     const tp::MutexLock lock(m_mutex);
     m_wantsLook = false;
     const bool wasWaiting = std::exchange(m_needsLook, false);
-    if (end.epoch > m_epoch) {
-        m_counters.fenced.fetch_add(1, std::memory_order_relaxed);
-        fence();
+    const auto isEnd = [&end, this](std::uint64_t batch) {
+        return end.epoch == m_epoch && end.batch == batch;
+    };
+    if (m_isFenced) {
+        return;
+    } else if (end.epoch > m_epoch) {
+        fence("another bridge writes it");
     } else if (!wasWaiting) {
         return; // what is on its way is still expected where it belongs
-    } else if (end.epoch == m_epoch && !m_closed.empty() && end.batch == m_closed.front().number) {
+    } else if (!m_closed.empty() && isEnd(m_closed.front().number)) {
         stored(end.position); // its acknowledgement was lost
+    } else if (m_storedBatch > 0 && !isEnd(m_storedBatch)) {
+        // What was acknowledged is gone, or something else has come after it.
+        fence("its stream doesn't end with the batch that was acknowledged last");
     } else {
         m_position = end.position;
     }
-    sendNext(Clock::now());
 }
 
-void PartitionWriter::fence() {
-    m_isFenced = true;
-    std::size_t bytes = m_open.bytes();
-    for (const Closed& batch : m_closed)
-        bytes += batch.bytes;
-    m_counters.waitingBytes.fetch_sub(bytes, std::memory_order_relaxed);
+void PartitionWriter::fence(std::string why) {
+    if (std::exchange(m_isFenced, true))
+        return;
+    m_trouble = std::move(why);
+    countBytes(0, m_waitingBytes);
     m_closed.clear();
-    m_open = {};
+    m_unrepaired.clear();
+    m_open = BatchWriter();
+    (void)m_live.takeAll();
 }
 
 bool PartitionWriter::isFenced() const {
     const tp::MutexLock lock(m_mutex);
     return m_isFenced;
+}
+
+std::string PartitionWriter::trouble() const {
+    const tp::MutexLock lock(m_mutex);
+    return m_trouble;
 }
 
 bool PartitionWriter::isEstablished() const {
@@ -282,7 +406,9 @@ bool PartitionWriter::isEstablished() const {
 
 bool PartitionWriter::isDrained() const {
     const tp::MutexLock lock(m_mutex);
-    return m_isFenced || (m_closed.empty() && m_open.count() == 0 && m_leftOut == 0);
+    const auto isRepaired = [](const Entry* entry) { return !entry->second.isLeftOut; };
+    return m_isFenced || (m_closed.empty() && m_open.count() == 0 && !m_isOverflowing &&
+                          std::all_of(m_unrepaired.begin(), m_unrepaired.end(), isRepaired));
 }
 
 } // namespace tivra_bus

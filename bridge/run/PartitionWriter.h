@@ -2,6 +2,9 @@
 
 #include "bus/BatchWriter.h"
 #include "bus/BusPublisher.h"
+#include "run/LiveRecords.h"
+#include "run/SendBell.h"
+#include "run/SymbolMap.h"
 #include "run/WriterCounters.h"
 #include "run/WriterOptions.h"
 
@@ -11,15 +14,12 @@
 
 #include <tp/Mutex.h>
 
+#include <atomic>
 #include <chrono>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <random>
-#include <set>
 #include <string>
-#include <unordered_map>
-#include <vector>
 
 namespace tivra_bus {
 
@@ -27,15 +27,18 @@ namespace tivra_bus {
 /// a time, each expected directly after the one before. A batch that isn't acknowledged is sent again as it
 /// is. What there is no room for is counted, and a gap and the present values stand in its place.
 ///
-/// @thread take(): those that deliver; pump(): one that sends; looked(): one that may wait for the engine
-class PartitionWriter : public std::enable_shared_from_this<PartitionWriter> {
+/// @thread take(): those that deliver, which only append; pump(): one that sends; looked(): one that may wait
+/// for the engine
+class PartitionWriter : public SendListener, public std::enable_shared_from_this<PartitionWriter> {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// @param end  of the stream; a gap begins what is written when there was another writer
+    /// @param end  of the stream; a gap from there begins what is written
+    /// @param bell  rung when the next batch can be sent at once
     PartitionWriter(unsigned partition, std::uint64_t epoch, const StreamEnd& end, BusPublisher& publisher,
-                    const WriterOptions& options, WriterCounters& counters);
-    ~PartitionWriter();
+                    const WriterOptions& options, std::shared_ptr<WriterCounters> counters,
+                    std::shared_ptr<SendBell> bell);
+    ~PartitionWriter() override;
 
     /// The handlers of this partition's subscriptions, which keep it alive.
     [[nodiscard]] tivra::SubscriptionHandlers handlers();
@@ -44,6 +47,11 @@ public:
 
     /// Closes and sends what is due.
     void pump(Clock::time_point now);
+    void sent(std::uint64_t tag, const SendResult& result) override;
+
+    /// How many bytes may wait, and the dictionary of what is written from now on.
+    void setRoom(std::size_t bytes) { m_room.store(bytes, std::memory_order_relaxed); }
+    void setDictionary(std::uint64_t revision) { m_dictionary.store(revision, std::memory_order_relaxed); }
 
     /// Whether it has to be looked where the stream ends.
     [[nodiscard]] bool needsLook() const;
@@ -52,8 +60,10 @@ public:
     /// Where it ends.
     void looked(const StreamEnd& end);
 
-    /// Another writer has the partition: nothing is sent any more.
+    /// It has given up: the stream isn't as it was left.
     [[nodiscard]] bool isFenced() const;
+    /// Why it has given up, or why the engine doesn't take what is sent; empty while all is well.
+    [[nodiscard]] std::string trouble() const;
     /// Whether its first batch is stored, so that no writer before it can write.
     [[nodiscard]] bool isEstablished() const;
     [[nodiscard]] bool isDrained() const;
@@ -61,68 +71,72 @@ public:
     [[nodiscard]] std::uint64_t epoch() const { return m_epoch; }
 
 private:
-    struct SymbolKey {
-        int source;
-        std::string symbol;
+    struct Symbol {
+        std::uint64_t number = 0; ///< of the last record
+        bool hasImage = false;    ///< a part of the present one has come, so that others add to it
+        bool isLeftOut = false;   ///< its present values have to be written before anything else
+        bool isQueued = false;    ///< among those that are repaired in turn
     };
-    struct SymbolLook {
-        int source;
-        std::string_view symbol;
-    };
-    struct SymbolHash {
-        using is_transparent = void;
-        std::size_t operator()(const SymbolKey& key) const {
-            return (*this)(SymbolLook{key.source, key.symbol});
-        }
-        std::size_t operator()(const SymbolLook& key) const {
-            return std::hash<std::string_view>()(key.symbol) + static_cast<std::size_t>(key.source);
-        }
-    };
-    struct SymbolEqual {
-        using is_transparent = void;
-        template<class A, class B>
-        bool operator()(const A& a, const B& b) const {
-            return a.source == b.source && a.symbol == b.symbol;
-        }
-    };
+    using Entry = SymbolMap<Symbol>::Entry;
     /// A batch that is closed, with how much of the buffer it takes.
     struct Closed {
-        std::string message;
+        std::shared_ptr<const ClosedBatch> batch;
         std::size_t bytes = 0;
         std::size_t records = 0;
         std::uint64_t number = 0;
+    };
+    /// What has to be sent outside of the lock.
+    struct Sending {
+        std::shared_ptr<const ClosedBatch> batch; ///< null for nothing
+        std::uint64_t number = 0;
+        std::uint64_t expected = 0;
     };
 
     void take(const tivra::Update& update) TP_EXCLUDES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::StateChange& change) TP_EXCLUDES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
-    [[nodiscard]] std::uint64_t& numberOf(int source, std::string_view symbol) TP_REQUIRES(m_mutex);
+    /// Whether a record of the symbol can be written now; if not, that is noted.
+    [[nodiscard]] bool makeWay(Entry& entry) TP_REQUIRES(m_mutex);
+    [[nodiscard]] bool isFull() const TP_REQUIRES(m_mutex);
+    void queueRepair(Entry& entry) TP_REQUIRES(m_mutex);
+    void leaveOut(Entry& entry, std::optional<std::uint64_t> messages) TP_REQUIRES(m_mutex);
+    /// Says what was left out.
+    void endOverflow() TP_REQUIRES(m_mutex);
+    /// Writes state and present values of a symbol that was left out, as of `number`.
+    void repair(Entry& entry, std::uint64_t number) TP_REQUIRES(m_mutex);
+    void repairSome() TP_EXCLUDES(m_mutex);
     /// After a record was added.
     void added(const RecordKey& key) TP_REQUIRES(m_mutex);
     void addGap(const RecordKey* key, const BusGap& gap) TP_REQUIRES(m_mutex);
-    /// Notes what there is no room for.
-    void leaveOut(int source, std::string_view symbol) TP_REQUIRES(m_mutex);
-    [[nodiscard]] bool isFull() const;
-    /// Says what was left out, once there is room again.
-    void endOverflow() TP_REQUIRES(m_mutex);
     void closeBatch() TP_REQUIRES(m_mutex);
-    void sendNext(Clock::time_point now) TP_REQUIRES(m_mutex);
-    void answered(std::uint64_t number, const SendResult& result) TP_EXCLUDES(m_mutex);
+    [[nodiscard]] Closed closed(BatchWriter& records, std::uint64_t number) const;
+    /// A gap in the place of a batch that the engine never takes.
+    void replaceFront() TP_REQUIRES(m_mutex);
+    [[nodiscard]] Sending nextToSend(Clock::time_point now) TP_REQUIRES(m_mutex);
+    void countBytes(std::size_t added, std::size_t removed) TP_REQUIRES(m_mutex);
     void stored(std::uint64_t position) TP_REQUIRES(m_mutex);
-    void fence() TP_REQUIRES(m_mutex);
+    void failed(const SendResult& result) TP_REQUIRES(m_mutex);
+    void fence(std::string why) TP_REQUIRES(m_mutex);
 
     const unsigned m_partition;
     const std::uint64_t m_epoch;
     BusPublisher& m_publisher;
     const WriterOptions m_options;
-    WriterCounters& m_counters;
+    // The publisher may still call when nobody else has the writer.
+    const std::shared_ptr<WriterCounters> m_counters;
+    const std::shared_ptr<SendBell> m_bell;
     tivra::Board m_board;
+    std::atomic<std::size_t> m_room;
+    std::atomic<std::uint64_t> m_dictionary{0};
 
     mutable tp::Mutex m_mutex{tp::LockRank{10, "partition writer"}};
-    std::unordered_map<SymbolKey, std::uint64_t, SymbolHash, SymbolEqual> m_numbers TP_GUARDED_BY(m_mutex);
+    SymbolMap<Symbol> m_symbols TP_GUARDED_BY(m_mutex);
     BatchWriter m_open TP_GUARDED_BY(m_mutex);
     Clock::time_point m_openSince TP_GUARDED_BY(m_mutex){};
-    std::deque<Closed> m_closed TP_GUARDED_BY(m_mutex); ///< the first may be on its way
+    std::deque<Closed> m_closed TP_GUARDED_BY(m_mutex);    ///< the first may be on its way
+    std::size_t m_waitingBytes TP_GUARDED_BY(m_mutex) = 0; ///< of records that aren't acknowledged
+    LiveRecords m_live TP_GUARDED_BY(m_mutex);
+
     bool m_isSending TP_GUARDED_BY(m_mutex) = false;
     bool m_needsLook TP_GUARDED_BY(m_mutex) = false; ///< nothing may be sent before
     bool m_wantsLook TP_GUARDED_BY(m_mutex) = false; ///< there may be another writer
@@ -131,12 +145,15 @@ private:
     std::uint64_t m_lastBatch TP_GUARDED_BY(m_mutex) = 0; ///< the number of the last one closed
     std::uint64_t m_storedBatch TP_GUARDED_BY(m_mutex) = 0;
     int m_failures TP_GUARDED_BY(m_mutex) = 0; ///< of the batch on its way
+    std::string m_trouble TP_GUARDED_BY(m_mutex);
     Clock::time_point m_sendAfter TP_GUARDED_BY(m_mutex){};
     std::minstd_rand m_chance TP_GUARDED_BY(m_mutex);
 
-    std::uint64_t m_leftOut TP_GUARDED_BY(m_mutex) = 0; ///< updates, since the buffer is full
+    bool m_isOverflowing TP_GUARDED_BY(m_mutex) = false;
+    /// Left out since the buffer was full; nothing when that isn't known.
+    std::optional<std::uint64_t> m_leftOut TP_GUARDED_BY(m_mutex) = 0;
     std::string m_leftOutSince TP_GUARDED_BY(m_mutex);
-    std::set<std::pair<int, std::string>> m_leftOutSymbols TP_GUARDED_BY(m_mutex);
+    std::deque<Entry*> m_unrepaired TP_GUARDED_BY(m_mutex); ///< some of them may have been repaired
 };
 
 } // namespace tivra_bus

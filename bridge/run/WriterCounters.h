@@ -18,8 +18,10 @@ struct WriterCounters {
     std::atomic<std::uint64_t> gaps{0};        ///< that stand in the streams
     std::atomic<std::uint64_t> lastValues{0};  ///< acknowledged
     std::atomic<std::uint64_t> lastRefused{0}; ///< failed or overtaken, and sent again
+    std::atomic<std::uint64_t> liveDropped{0}; ///< single records that nobody was sent
     std::atomic<std::uint64_t> takeovers{0};
-    std::atomic<std::uint64_t> fenced{0};     ///< partitions that another writer had taken
+    std::atomic<std::uint64_t> fenced{
+        0}; ///< partitions that were given up, since the stream wasn't as it was left
     std::atomic<std::size_t> waitingBytes{0}; ///< of records that aren't acknowledged
 };
 

@@ -10,9 +10,8 @@ namespace tivra_bus {
 struct WriterOptions {
     std::size_t batchBytes = 32U << 10;  ///< a batch is closed when its records have that many
     std::chrono::milliseconds linger{5}; ///< or the first of them is so old
-    std::size_t bufferBytes = 64U << 20; ///< of records that wait for the engine, of all partitions
+    std::size_t bufferBytes = 64U << 20; ///< of records that wait for the engine, of all partitions together
     std::size_t maxMessage = 1U << 20;   ///< that the engine takes
-    std::uint64_t dictionary = 0;        ///< its revision
     bool sendsLive = false;              ///< single records too
 };
 

@@ -29,7 +29,7 @@ std::string batchOf(const FakeValues& values) {
     writer.addState({100, "IBM", 7}, "live", "");
     const BusGap gap{"overflow", "a", "b", 12, std::nullopt};
     writer.addGap(nullptr, gap);
-    return writer.close({"json", 3, 5, 9, 0, 2, "now"});
+    return std::string(writer.close({"json", 3, 5, 9, 0, 2, "now"}).message());
 }
 
 } // namespace
@@ -81,6 +81,7 @@ TEST(Batch, EachFaultIsNamedWithItsLine) {
         {"x\n", "line 1: a JSON object"},
         {changed("\"tivra\":1", "\"tivra\":2"), "layout 2"},
         {changed("\"epoch\":5", "\"epoch\":-5"), "\"epoch\""},
+        {changed("\"epoch\":5", "\"epoch\":18446744073709551615"), "\"epoch\""},
         {changed("\"records\":3", "\"records\":4"), "line 5: it ends"},
         {changed("\"records\":3", "\"records\":2"), "are left"},
         {changed("image", "imago"), "line 2: \"type\""},

@@ -20,30 +20,36 @@ constexpr milliseconds kLease{3000};
 /// The table of leases, and a clock that only tests move.
 class LeaseBookTest : public testing::Test {
 protected:
-    void write(const std::string& key, const std::string& value) {
+    static LeaseHolder holder(const std::string& name) { return {name, name + "1"}; }
+    std::uint64_t write(const std::string& key, const std::string& value) {
         m_entries[key] = {key, value, ++m_revision};
+        return m_revision;
     }
-    void renew(const std::string& name) { write("member." + name, "{}"); }
-    void read(LeaseBook& book) {
+    void renew(const LeaseBook& book) { write(book.memberKey(), book.memberValue(true)); }
+    void writeLease(unsigned partition, const LeaseHolder& holder, std::uint64_t epoch = 1) {
+        write(LeaseBook::leaseKey(partition), LeaseBook::leaseValue(holder, epoch));
+    }
+    [[nodiscard]] std::vector<LeaseEntry> entries() const {
         std::vector<LeaseEntry> entries;
         for (const auto& [key, entry] : m_entries)
             entries.push_back(entry);
-        book.read(entries, m_now);
+        return entries;
     }
+    void read(LeaseBook& book) { book.read(entries(), m_now); }
     /// One round of a bridge: what it holds afterwards.
     void round(LeaseBook& book, std::set<unsigned>& held) {
-        renew(book.memberKey().substr(7));
+        renew(book);
         read(book);
         const LeaseDecision decision = book.decide(held, m_now);
         for (const unsigned partition : decision.lost)
             held.erase(partition);
         for (const unsigned partition : decision.release) {
-            write(LeaseBook::leaseKey(partition), LeaseBook::freeValue(1));
+            writeLease(partition, {});
             held.erase(partition);
             ++m_moves;
         }
         for (const unsigned partition : decision.take) {
-            write(LeaseBook::leaseKey(partition), book.leaseValue(1));
+            writeLease(partition, book.self());
             held.insert(partition);
         }
     }
@@ -57,7 +63,7 @@ protected:
 } // namespace
 
 TEST_F(LeaseBookTest, ANewBridgeGetsItsShareAndNothingElseMoves) {
-    LeaseBook a("a", 16, kLease), b("b", 16, kLease), c("c", 16, kLease);
+    LeaseBook a(holder("a"), 16, kLease), b(holder("b"), 16, kLease), c(holder("c"), 16, kLease);
     std::set<unsigned> ofA, ofB, ofC;
     round(a, ofA);
     EXPECT_THAT(ofA, SizeIs(16));
@@ -78,41 +84,71 @@ TEST_F(LeaseBookTest, ANewBridgeGetsItsShareAndNothingElseMoves) {
     EXPECT_EQ(m_moves, 12);
 }
 
-TEST_F(LeaseBookTest, ADeadBridgeIsReplacedAfterItsLeaseAndNotBefore) {
-    LeaseBook b("b", 2, kLease);
-    renew("a");
-    write("lease.0", R"({"holder":"a","epoch":4})");
-    write("lease.1", R"({"holder":"a","epoch":4})");
+TEST_F(LeaseBookTest, ADeadBridgeIsReplacedAfterItsLeaseAndAPauseOfTheTableKillsNobody) {
+    LeaseBook a(holder("a"), 2, kLease), b(holder("b"), 2, kLease);
+    renew(a);
+    writeLease(0, a.self(), 4);
+    writeLease(1, a.self(), 4);
     std::set<unsigned> held;
     read(b);
-    m_now += kLease - milliseconds(1);
+    m_now += 2 * kLease; // the table couldn't be read
     round(b, held);
     EXPECT_THAT(held, IsEmpty());
-    m_now += milliseconds(1);
+    for (int i = 0; i < 4; ++i) {
+        m_now += kLease / 4 - milliseconds(1);
+        round(b, held);
+        EXPECT_THAT(held, IsEmpty());
+    }
+    m_now += milliseconds(4);
     round(b, held);
     EXPECT_THAT(held, ElementsAre(0, 1));
-    EXPECT_EQ(b.lease(0).epoch, 4U);
 }
 
-TEST_F(LeaseBookTest, AWriterLearnsThatItsLeaseIsTaken) {
-    LeaseBook a("a", 1, kLease);
+TEST_F(LeaseBookTest, ACopyOfTheTableThatLagsTakesNothingAway) {
+    LeaseBook a(holder("a"), 1, kLease);
     std::set<unsigned> held;
     round(a, held);
-    ASSERT_THAT(held, ElementsAre(0));
-    renew("b");
-    write("lease.0", R"({"holder":"b","epoch":2})");
+    m_entries.erase(LeaseBook::leaseKey(0));
+    const std::vector<LeaseEntry> old = entries();
+    writeLease(0, a.self(), 7);
     read(a);
-    EXPECT_THAT(a.decide(held, m_now).lost, ElementsAre(0));
-    EXPECT_THAT(a.decide(held, m_now).take, IsEmpty());
+    a.wroteMember(write(a.memberKey(), a.memberValue(true)), true, m_now);
+    a.read(old, m_now);
+    EXPECT_THAT(a.decide({0}, m_now).lost, IsEmpty());
+    EXPECT_EQ(a.lease(0).epoch, 7U);
+    EXPECT_EQ(a.memberRevision(), m_revision);
+    // One that stays so isn't a copy.
+    m_now += kLease;
+    a.read(old, m_now);
+    EXPECT_THAT(a.decide({0}, m_now).lost, ElementsAre(0));
+}
+
+TEST_F(LeaseBookTest, ANameIsFreeWhenItsProcessIsDeadAndTakenWhenItLives) {
+    LeaseBook old({"a", "old"}, 1, kLease), fresh({"a", "new"}, 1, kLease);
+    renew(old);
+    read(fresh);
+    EXPECT_FALSE(fresh.mayUseName(m_now));
+    m_now += kLease;
+    EXPECT_TRUE(fresh.mayUseName(m_now));
+    EXPECT_FALSE(fresh.isNameTaken());
+    renew(old);
+    read(fresh);
+    EXPECT_TRUE(fresh.isNameTaken());
+    read(old);
+    EXPECT_FALSE(old.isNameTaken());
 }
 
 TEST_F(LeaseBookTest, EntriesThatNobodyOfUsHasWrittenDoNoHarm) {
-    LeaseBook a("a", 2, kLease);
+    LeaseBook a(holder("a"), 2, kLease);
     for (const char* key : {"lease.", "lease.x", "lease.99", "lease.-1", "other"})
         write(key, R"({"holder":"b","epoch":2})");
     write("lease.0", "not JSON");
     write("lease.1", R"({"holder":7,"epoch":-2})");
+    write("member.b", "not JSON either");
+    m_now += kLease;
     std::set<unsigned> held;
     round(a, held);
-    EXPECT_THAT(held, ElementsAre(0, 1));
+    m_now += kLease / 3;
+    round(a, held);
+    EXPECT_THAT(held, SizeIs(1)) << "b may be alive";
 }

@@ -1,14 +1,30 @@
 #include "nats/PendingSends.h"
+#include "nats/NatsAnswer.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <thread>
 #include <vector>
 
 using namespace tivra_bus;
 using Outcome = SendResult::Outcome;
 
-TEST(PendingSends, EachAnswerOfAServerIsUnderstood) {
+namespace {
+
+/// Keeps what it is told.
+class Results : public SendListener {
+public:
+    void sent(std::uint64_t tag, const SendResult& result) override {
+        results.emplace_back(tag, result.outcome);
+    }
+
+    std::vector<std::pair<std::uint64_t, Outcome>> results;
+};
+
+} // namespace
+
+TEST(NatsAnswer, EachAnswerOfAServerIsUnderstood) {
     struct Case {
         const char* answer;
         Outcome outcome;
@@ -16,34 +32,49 @@ TEST(PendingSends, EachAnswerOfAServerIsUnderstood) {
     };
     for (const Case& each :
          {Case{R"({"stream":"S","seq":7})", Outcome::Stored, 7},
-          Case{R"({"error":{"code":400,"err_code":10071,"description":"wrong last sequence: 3"}})",
+          Case{R"({"seq": 8 ,"x":[]})", Outcome::Stored, 8},
+          Case{R"({"error":{"code":400,"err_code":10071,"description":"wrong last sequence: 3"},"seq":0})",
                Outcome::Conflict, 0},
           Case{R"({"error":{"code":503,"err_code":10077,"description":"full"}})", Outcome::Failed, 0},
+          Case{R"({"error":{"code":400,"err_code":10054,"description":"too big"}})", Outcome::TooBig, 0},
           Case{R"({"error":7})", Outcome::Failed, 0}, Case{R"({"seq":-1})", Outcome::Failed, 0},
-          Case{"", Outcome::Failed, 0}, Case{"\xff{", Outcome::Failed, 0}}) {
-        PendingSends sends(std::chrono::seconds(60));
-        std::vector<SendResult> results;
-        const std::uint64_t number = sends.add([&](const SendResult& result) { results.push_back(result); });
-        sends.answer(number + 1, each.answer);
-        EXPECT_TRUE(results.empty());
-        sends.answer(number, each.answer);
-        sends.answer(number, each.answer);
-        ASSERT_EQ(results.size(), 1U) << each.answer;
-        EXPECT_EQ(results[0].outcome, each.outcome) << each.answer;
-        EXPECT_EQ(results[0].position, each.position) << each.answer;
+          Case{R"({"seq":7)", Outcome::Failed, 0}, Case{"", Outcome::Failed, 0},
+          Case{"\xff{", Outcome::Failed, 0}}) {
+        const SendResult result = acknowledgementOf(each.answer);
+        EXPECT_EQ(result.outcome, each.outcome) << each.answer;
+        EXPECT_EQ(result.position, each.position) << each.answer;
     }
+}
+
+TEST(PendingSends, EachIsEndedOnceInWhateverOrderAnswersCome) {
+    PendingSends sends(std::chrono::seconds(60));
+    const auto listener = std::make_shared<Results>();
+    std::vector<std::uint64_t> numbers;
+    for (std::uint64_t tag = 0; tag < 4; ++tag)
+        numbers.push_back(sends.add({listener, tag}));
+    for (const std::size_t i : {2U, 0U, 2U, 0U, 1U})
+        sends.end(numbers[i], {Outcome::Stored, 1, 0, {}});
+    sends.end(numbers[3] + 1, {});
+    sends.failed(numbers[3], {Outcome::TooBig, 0, 0, {}});
+    EXPECT_EQ(sends.count(), 1U);
+    sends.expire();
+    sends.expire();
+    const std::vector<std::pair<std::uint64_t, Outcome>> wanted{
+        {2, Outcome::Stored}, {0, Outcome::Stored}, {1, Outcome::Stored}, {3, Outcome::TooBig}};
+    EXPECT_EQ(listener->results, wanted);
+    EXPECT_EQ(sends.count(), 0U);
 }
 
 TEST(PendingSends, WhatIsNeverAnsweredFailsOnce) {
     PendingSends sends(std::chrono::milliseconds(1));
-    int failures = 0;
-    (void)sends.add([&](const SendResult& result) { failures += result.outcome == Outcome::Failed ? 1 : 0; });
+    const auto listener = std::make_shared<Results>();
+    (void)sends.add({listener, 0});
     const auto deadline = PendingSends::Clock::now() + std::chrono::seconds(30);
-    while (failures == 0 && PendingSends::Clock::now() < deadline) {
+    while (listener->results.empty() && PendingSends::Clock::now() < deadline) {
         sends.expire();
         std::this_thread::yield();
     }
     sends.expire();
-    EXPECT_EQ(failures, 1);
-    EXPECT_EQ(sends.count(), 0U);
+    ASSERT_EQ(listener->results.size(), 1U);
+    EXPECT_EQ(listener->results[0].second, Outcome::Failed);
 }

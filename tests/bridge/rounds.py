@@ -1,5 +1,5 @@
 """Rounds of three bridges, a hub and a server, in which something is killed, stopped or restarted; each is judged by
-stream_check. A round is made again by its seed.
+stream_check. The hub plays a day that ends, and half of its symbols go quiet before. A round is made again by its seed.
 usage: rounds.py PROGRAMS ROUNDS [SEED]     PROGRAMS is the build folder
 """
 import asyncio
@@ -18,10 +18,13 @@ from pathlib import Path
 
 import nats
 
-from stream_check import SEQUENCE, Partition
+from stream_check import SEQUENCE, Partition, seconds
 
 PARTITIONS, SYMBOLS, BRIDGES = 4, 60, 3
-DEADLINE = 30.0
+SETTLE = 10.0  # seconds within which last values have to be right
+FAULTS = ["kill", "stop", "restart", "pause", "steal", "double"]
+RATE = 30  # updates a second of each symbol
+DEADLINE = 60.0
 
 
 def free_port():
@@ -66,35 +69,56 @@ class Round:
     def __init__(self, programs, seed):
         self.chance, self.seed = random.Random(seed), seed
         self.folder = Path(tempfile.mkdtemp(prefix="tivra-bridge-"))
-        self.programs = Path(programs)
+        self.programs = Path(programs).resolve()
         self.processes = []
         self.port = free_port()
         self.url = f"nats://127.0.0.1:{self.port}"
+        self.symbols = [f"Q{number:03d}" for number in range(SYMBOLS)]
+        self.plan = [(self.chance.uniform(0.3, 1.5), self.chance.choice(FAULTS), self.chance.uniform(0.2, 6.0))
+                     for _ in range(self.chance.choice([1, 1, 2]))]
+        self.away = defaultdict(list)  # bridge -> times in which it was stopped or dead
 
     def run(self, name, *command):
         process = Process(self.folder, name, *command)
         self.processes.append(process)
         return process
 
+    def write_day(self):
+        """Each symbol's bid sizes count its updates; every second one ends somewhere in the middle."""
+        length = sum(pause + 4.0 for pause, _, _ in self.plan)
+        events = []
+        self.updates = {}
+        for number, symbol in enumerate(self.symbols):
+            end = length if number % 2 == 0 else self.chance.uniform(0.1, length)
+            times = sorted(self.chance.uniform(0.0, end) for _ in range(int(end * RATE) + 1))
+            self.updates[symbol] = len(times)
+            events += [(time, symbol, count) for count, time in enumerate(times, 1)]
+        day = self.folder / "day.csv"
+        with open(day, "w") as file:
+            file.write("ms,symbol,kind,bid,bid_size,ask,ask_size,price,size,exchange,condition,suspicious\n")
+            for time, symbol, count in sorted(events):
+                file.write(f"{34200000 + int(time * 1000)},{symbol},Q,{10 + count / 100:.2f},{count},,,,,K,1,0\n")
+        return day
+
     def begin(self):
         server = shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin")
         self.server = self.run("server", server, "-a", "127.0.0.1", "-p", self.port, "-js", "-sd", self.folder / "js")
         self.wait_for_server()
         tools = self.programs / "tools"
-        # One round of the load is longer than the test, so that no sequence number comes twice.
-        self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--load", f"{SYMBOLS}:100000",
-                            "--factor", "0.02", "--start-when", SYMBOLS + 1)
+        # The bridges' symbols are one each, so this many are subscribed when the reader of the truth has come too.
+        self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--playback", self.write_day(),
+                            "--factor", 1, "--start-when", 2 * SYMBOLS)
         wait_until("a hub", lambda: self.hub.says("listening on "))
         hub = self.hub.log.read_text().split("listening on ")[1].split()[0]
         symbols = self.folder / "symbols"
-        symbols.write_text("".join(f"LOAD{number:06d}\n" for number in range(SYMBOLS)))
+        symbols.write_text("".join(symbol + "\n" for symbol in self.symbols))
+        buffer = self.chance.choice([1, 64])
         self.bridges = [self.run(f"bridge{i}", self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo",
                                  "-s", 100, "-f", symbols, "--to", self.url, "--partitions", PARTITIONS,
-                                 "--name", f"bridge{i}", "--buffer-megabytes", self.chance.choice([1, 64]))
+                                 "--name", f"bridge{i}", "--buffer-megabytes", buffer)
                         for i in range(BRIDGES)]
-        wait_until("all partitions", lambda: sum(
-            bridge.log.read_text().count(": taken") for bridge in self.bridges) >= PARTITIONS)
-        # The truth subscribes last and sets the load going.
+        wait_until("all partitions", lambda: len(self.holders()) == PARTITIONS)
+        # The truth subscribes last and sets the day going.
         self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", hub, "--user", "demo", "-s", 100,
                               "-o", "json", "--no-summary", "subscribe", "-f", symbols)
         wait_until("updates", lambda: self.truth.says(SEQUENCE))
@@ -105,40 +129,80 @@ class Round:
                 return probe.connect_ex(("127.0.0.1", self.port)) == 0
         wait_until("a server", answers)
 
-    def fault(self):
-        kind = self.chance.choice(["kill", "stop", "restart", "pause", "steal"])
-        victim = self.chance.choice(self.bridges)
-        seconds = self.chance.uniform(0.2, 6.0)
+    def lines(self):
+        """Of the bridges that are left, in order: time, bridge, text."""
+        lines = []
+        for bridge in self.bridges:
+            for line in bridge.log.read_text(errors="replace").splitlines():
+                time, _, text = line.partition(" tivra-bridge: ")
+                if text:
+                    lines.append((seconds(time), bridge, text))
+        return sorted(lines, key=lambda line: line[0])
+
+    def holders(self):
+        """Which bridge has which partition, as far as the bridges know that are alive."""
+        holders = {}
+        for _, bridge, text in self.lines():
+            words = text.split()
+            if words[0] != "partition" or bridge.child.poll() is not None:
+                continue
+            if "taken" in words[2]:
+                holders[words[1]] = bridge
+            elif "dropped:" in words[2] and holders.get(words[1]) is bridge:
+                del holders[words[1]]
+        return holders
+
+    def fault(self, kind, duration):
+        victim = self.chance.choice(self.alive())
         if kind == "kill":
+            self.away[victim.name].append((time.time(), float("inf")))
             victim.end(signal.SIGKILL)
         elif kind == "stop":  # longer than a lease or shorter: it wakes up believing that it holds its own
+            began = time.time()
             victim.send(signal.SIGSTOP)
-            time.sleep(seconds)
+            time.sleep(duration)
             victim.send(signal.SIGCONT)
+            self.away[victim.name].append((began, time.time()))
         elif kind == "restart":
             self.server.end(self.chance.choice([signal.SIGKILL, signal.SIGTERM]))
-            time.sleep(seconds / 3)
+            time.sleep(duration / 3)
             self.server.start()
             self.wait_for_server()
         elif kind == "pause":
             self.server.send(signal.SIGSTOP)
-            time.sleep(seconds)
+            time.sleep(duration)
             self.server.send(signal.SIGCONT)
         else:
-            asyncio.run(self.steal())
-        return f"{kind} {victim.name if kind in ('kill', 'stop') else ''} {seconds:.1f}".replace("  ", " ")
+            asyncio.run(self.change_lease(kind, victim))
+        return f"{kind} {victim.name if kind in ('kill', 'stop') else ''} {duration:.1f}".replace("  ", " ")
 
-    async def steal(self):
-        """Gives a lease to another bridge, which its holder doesn't know."""
+    async def change_lease(self, kind, other):
+        """Takes a lease from its holder, which doesn't know, or has another one believe that it is its own."""
         client = await nats.connect(self.url)
         bucket = await client.jetstream().key_value("TIVRA_LEASES")
         key = f"lease.{self.chance.randrange(PARTITIONS)}"
-        entry = json.loads((await bucket.get(key)).value)
-        await bucket.put(key, json.dumps({"holder": "", "epoch": entry["epoch"]}).encode())
+        lease = json.loads((await bucket.get(key)).value)
+        if kind == "double":
+            nonce = json.loads((await bucket.get(f"member.{other.name}")).value)["nonce"]
+            lease.update(holder=other.name, nonce=nonce)
+        else:
+            lease.update(holder="", nonce="")
+        await bucket.put(key, json.dumps(lease).encode())
         await client.close()
 
     def alive(self):
         return [bridge for bridge in self.bridges if bridge.child.poll() is None]
+
+    def needless(self):
+        """Partitions that were taken from bridges that nothing had happened to."""
+        found = []
+        for when, bridge, text in self.lines():
+            if " taken over from " not in text:
+                continue
+            former = text.split(" taken over from ")[1].split(",")[0]
+            if former != bridge.name and not any(begin < when < end + 4.0 for begin, end in self.away[former]):
+                found.append(f"{bridge.name} at {when:.1f}: {text}")
+        return found
 
     async def judge(self, truth):
         client = await nats.connect(self.url)
@@ -146,33 +210,30 @@ class Round:
         parts = []
         for number in range(PARTITIONS):
             part = Partition(number, PARTITIONS)
-            name = f"TIVRA_TICK_{number}"
-            last = (await stream.stream_info(name)).state.last_seq
+            last = (await stream.stream_info(f"TIVRA_TICK_{number}")).state.last_seq
             reader = await stream.subscribe(f"tivra.v1.tick.{number}", ordered_consumer=True)
             for _ in range(last):
                 part.message((await reader.next_msg(timeout=DEADLINE)).data)
             await reader.unsubscribe()
-            part.close_epoch()
-            part.missing = part.against(truth)
+            part.end_epoch(is_last=True)
+            part.against(truth)
             parts.append(part)
-        for symbol in truth:
-            part = next(p for p in parts if symbol in p.last_n or symbol in p.history)
+        for symbol, times in truth.items():
             message = await stream.get_last_msg("TIVRA_LAST", f"tivra.v1.last.100.{symbol}")
-            part.last_values(symbol, json.loads(message.data))
+            next(p for p in parts if symbol in p.symbols).last_values(symbol, json.loads(message.data), times)
         await client.close()
         return parts
 
     async def settle(self):
-        """Waits until every partition is written again, and says how long the longest pause of one was."""
+        """Waits until last values are the hub's last. @return how long that took"""
         client = await nats.connect(self.url)
         stream = client.jetstream()
         began = time.monotonic()
-        for number in range(PARTITIONS):
-            name = f"TIVRA_TICK_{number}"
-            before = (await stream.stream_info(name)).state.last_seq
-            while (await stream.stream_info(name)).state.last_seq < before + 3:
-                if time.monotonic() - began > DEADLINE:
-                    raise TimeoutError(f"nobody writes partition {number}")
+        for symbol, updates in self.updates.items():
+            while True:
+                message = await stream.get_last_msg("TIVRA_LAST", f"tivra.v1.last.100.{symbol}")
+                if json.loads(message.data)["fields"].get(SEQUENCE) == updates or time.monotonic() > began + SETTLE:
+                    break
                 await asyncio.sleep(0.02)
         await client.close()
         return time.monotonic() - began
@@ -180,30 +241,27 @@ class Round:
     def sent(self):
         truth = defaultdict(list)
         for line in self.truth.log.read_text(errors="replace").splitlines():
-            if line.startswith("{") and line.endswith("}"):
+            if line.startswith('{"type":"update"') and line.endswith("}"):
                 record = json.loads(line)
-                if record["type"] == "update" and SEQUENCE in record["fields"]:
-                    truth[record["symbol"]].append(record["fields"][SEQUENCE])
+                truth[record["symbol"]].append(seconds(record["received"]))
         return truth
 
     def play(self):
         self.begin()
-        faults, recovered = [], 0.0
-        for _ in range(self.chance.choice([1, 1, 2])):
-            time.sleep(self.chance.uniform(0.3, 1.5))
-            if len(self.alive()) == 1:
-                break
-            faults.append(self.fault())
-            recovered = max(recovered, asyncio.run(self.settle()))
-        self.hub_stops()
-        parts = asyncio.run(self.judge(self.sent()))
-        return faults, recovered, parts
-
-    def hub_stops(self):
-        """What the bridges have is written, and they end while the hub is still there."""
+        faults = []
+        for pause, kind, duration in self.plan:
+            time.sleep(pause)
+            if len(self.alive()) > 1:
+                faults.append(self.fault(kind, duration))
+        wait_until("the day's end", lambda: {s: len(times) for s, times in self.sent().items()} == self.updates)
+        wait_until("all partitions", lambda: len(self.holders()) == PARTITIONS)
+        recovered = asyncio.run(self.settle())
+        needless = self.needless()
+        # What the bridges have is written, and they end while the hub is still there.
         self.truth.end()
         for bridge in self.alive():
             bridge.end()
+        return faults, recovered, needless, asyncio.run(self.judge(self.sent()))
 
     def end(self):
         for process in self.processes:
@@ -211,34 +269,39 @@ class Round:
                 process.end(signal.SIGKILL)
 
 
+def play(number, programs, total):
+    """@return whether it was good"""
+    this = Round(programs, number)
+    faults, recovered, needless, parts, problems = [], 0.0, [], [], []
+    try:
+        faults, recovered, needless, parts = this.play()
+        problems = [problem for part in parts for problem in part.problems]
+    except Exception as error:  # whatever it is, the round has failed and the next one is played
+        problems = [f"{type(error).__name__}: {error}"]
+    finally:
+        this.end()
+    problems += [f"taken without need: {text}" for text in needless]
+    causes = sum((Counter(part.causes) for part in parts), Counter())
+    records, missing = sum(p.records for p in parts), sum(p.missing for p in parts)
+    total.update(records=records, missing=missing, gaps=sum(causes.values()), needless=len(needless))
+    total.update(fault.split()[0] for fault in faults)
+    print(f"round {number}: {', '.join(faults) or 'none'}: last values right after {recovered:.1f} s, {records} records, "
+          f"{missing} missing, gaps {dict(causes)}: {'bad' if problems else 'good'}", flush=True)
+    for problem in problems[:10]:
+        print("    " + problem)
+    if problems:
+        print(f"    its logs are in {this.folder}")
+    else:
+        shutil.rmtree(this.folder)
+    return not problems
+
+
 def main():
     programs, rounds = sys.argv[1], int(sys.argv[2])
     seed = int(sys.argv[3]) if len(sys.argv) > 3 else 1
-    total, bad, slowest = Counter(), 0, 0.0
-    for number in range(seed, seed + rounds):
-        this = Round(programs, number)
-        try:
-            faults, recovered, parts = this.play()
-            problems = [problem for part in parts for problem in part.problems]
-        except Exception as error:  # whatever it is, the round has failed and the next one is played
-            faults, recovered, parts, problems = [], 0.0, [], [f"{type(error).__name__}: {error}"]
-        finally:
-            this.end()
-        causes = sum((Counter(part.causes) for part in parts), Counter())
-        records, missing = sum(p.records for p in parts), sum(p.missing for p in parts)
-        total.update(records=records, missing=missing, gaps=sum(causes.values()))
-        total.update(fault.split()[0] for fault in faults)
-        slowest = max(slowest, recovered)
-        print(f"round {number}: {', '.join(faults) or 'none'}: written again after {recovered:.1f} s, {records} records, "
-              f"{missing} missing, gaps {dict(causes)}: {'bad' if problems else 'good'}", flush=True)
-        for problem in problems[:10]:
-            print("    " + problem)
-        if problems:
-            bad += 1
-            print(f"    its logs are in {this.folder}")
-        else:
-            shutil.rmtree(this.folder)
-    print(f"{rounds} rounds, {bad} bad; slowest recovery {slowest:.1f} s; {dict(total)}")
+    total = Counter()
+    bad = sum(not play(number, programs, total) for number in range(seed, seed + rounds))
+    print(f"{rounds} rounds, {bad} bad; {dict(total)}")
     return 1 if bad else 0
 
 

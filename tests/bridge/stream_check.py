@@ -1,12 +1,15 @@
 """Reads what bridges have written, with nothing of theirs but the description in docs/bridge.md, and judges it.
 
-What a hub has sent is known from a reader of its own: a symbol's list of sequence numbers.
+What a hub has sent is known from a reader of its own: for each symbol the times at which its updates came, whose
+sequence numbers are 1, 2 and so on in the field SEQUENCE.
 """
 import json
 from collections import defaultdict
+from datetime import datetime
 
-SEQUENCE = "FEED.SEQUENCE"
+SEQUENCE = "BID.SIZE"
 VALUES = ("update", "image", "refresh")
+SLACK = 1.0  # seconds between a machine's clock at one process and at another, when all are busy
 
 
 def partition_of(source, symbol, partitions):
@@ -16,22 +19,41 @@ def partition_of(source, symbol, partitions):
     return value % partitions
 
 
+def seconds(text):
+    return datetime.fromisoformat(text.replace("Z", "+00:00")).timestamp()
+
+
+class Gap:
+    def __init__(self, record):
+        self.cause, self.told = record["cause"], record.get("messages")
+        self.begin, self.end = seconds(record["from"]) - SLACK, seconds(record["to"]) + SLACK
+
+    def covers(self, time):
+        return self.begin <= time <= self.end
+
+
+class Symbol:
+    """What the stream has of a symbol."""
+
+    def __init__(self):
+        self.items = []  # ("update" or "image", sequence) and gaps, in order
+        self.fields = {}  # as they are after the last record, for a reader of the present epoch
+        self.history = {}  # (epoch, n) -> fields
+        self.n = 0  # of the present epoch
+        self.is_repaired = False  # the next image follows an overflow
+
+
 class Partition:
     """Goes over one stream in its order. `problems` is what it finds."""
 
     def __init__(self, number, partitions):
         self.number, self.partitions = number, partitions
         self.problems = []
-        self.epoch = self.batch = 0
-        self.records = self.gaps = self.left_out = 0
-        self.epochs = []
-        self.last_n = {}  # of the present epoch
-        self.skipped = 0  # numbers that don't appear in this epoch
-        self.excused = 0  # of those that gaps tell
-        self.images = defaultdict(dict)  # of the present epoch, by symbol
-        self.history = defaultdict(dict)  # symbol -> n -> image then
-        self.seen = defaultdict(list)  # symbol -> items: a sequence, or None for a gap
+        self.epoch = self.batch = self.records = self.missing = 0
+        self.skipped = self.told = 0  # numbers of this epoch that don't appear, and what its gaps tell of them
+        self.symbols = defaultdict(Symbol)
         self.causes = defaultdict(int)
+        self.partition_gaps = []
 
     def fail(self, text):
         self.problems.append(f"partition {self.number}, epoch {self.epoch}, batch {self.batch}: {text}")
@@ -52,90 +74,108 @@ class Partition:
             self.record(json.loads(line))
 
     def begin(self, header, first):
-        self.close_epoch()
+        self.end_epoch(is_last=False)
         if header["epoch"] < self.epoch:
             self.fail(f"is followed by epoch {header['epoch']}")
         if header["batch"] != 1 or first["type"] != "gap" or first["cause"] != "takeover":
             self.fail(f"epoch {header['epoch']} begins with batch {header['batch']} and {first}")
         self.epoch = header["epoch"]
-        self.epochs.append((self.epoch, header["time"]))
-        self.last_n.clear()
-        self.images.clear()
+        for symbol in self.symbols.values():
+            symbol.n, symbol.fields = 0, {}
 
-    def close_epoch(self):
-        if self.skipped > self.excused:
-            self.fail(f"{self.skipped} numbers are left out, and gaps tell {self.excused}")
-        self.skipped = self.excused = 0
+    def end_epoch(self, is_last):
+        """A writer that was lost may not have come to saying what it had left out, and has written none of it."""
+        if self.skipped > self.told or is_last and self.skipped != self.told:
+            self.fail(f"{self.skipped} numbers are left out, and gaps tell {self.told}")
+        self.skipped = self.told = 0
 
     def record(self, record):
         self.records += 1
         if record["type"] == "gap":
             return self.gap(record)
-        symbol, n = record["symbol"], record["n"]
-        if partition_of(record["source"], symbol, self.partitions) != self.number:
-            self.fail(f"{symbol} belongs elsewhere")
-        last = self.last_n.get(symbol, 0)
-        if record["type"] not in VALUES:
-            return None
-        if record["type"] == "refresh" and n in (last, last + 1):
-            pass
-        elif n <= last:
-            return None  # the header of the layout shows it: a reader leaves it out
-        self.skipped += max(0, n - last - 1)
-        self.last_n[symbol] = n
-        if record["type"] == "image" or record["type"] == "refresh" and n > last + 1:
-            self.images[symbol] = {}
-        self.images[symbol] = {**self.images[symbol], **record["fields"]}
-        self.history[symbol][(self.epoch, n)] = self.images[symbol]
-        if record["type"] == "update" and SEQUENCE in record["fields"]:
-            self.seen[symbol].append(record["fields"][SEQUENCE])
+        symbol, n = self.symbols[record["symbol"]], record["n"]
+        if partition_of(record["source"], record["symbol"], self.partitions) != self.number:
+            self.fail(f"{record['symbol']} belongs elsewhere")
+        if record["type"] == "state":
+            symbol.is_repaired = record["cause"] == "after an overflow"
+        elif symbol.is_repaired and record["type"] == "image":
+            self.skipped += n - symbol.n  # this image has the number of the last that was left out
+            symbol.is_repaired = False
+            self.values(symbol, record)
+        elif n == symbol.n + 1:
+            self.values(symbol, record)
+        else:
+            self.fail(f"{record['symbol']}: {record['type']} {n} comes after {symbol.n}")
         return None
 
+    def values(self, symbol, record):
+        symbol.n = record["n"]
+        kept = {} if record["type"] == "image" else symbol.fields
+        symbol.fields = {**kept, **record["fields"]}
+        symbol.history[(self.epoch, symbol.n)] = symbol.fields
+        if SEQUENCE in record["fields"]:
+            symbol.items.append((record["type"], record["fields"][SEQUENCE]))
+
     def gap(self, record):
-        self.gaps += 1
         self.causes[record["cause"]] += 1
+        gap = Gap(record)
         if record["cause"] == "overflow":
-            self.left_out += record["messages"]
-            self.excused += record["messages"]
+            self.told += record["messages"]
         if "symbol" in record:
-            self.seen[record["symbol"]].append(None)
-        else:
-            for items in self.seen.values():
-                items.append(None)
+            self.symbols[record["symbol"]].items.append(gap)
+            return
+        self.partition_gaps.append(gap)
+        for symbol in self.symbols.values():
+            symbol.items.append(gap)
 
     def against(self, truth):
         """Each symbol's sequences against those that the hub has sent."""
-        missing = 0
-        for symbol, sent in truth.items():
-            if partition_of(100, symbol, self.partitions) != self.number:
+        told = sum(gap.told for gap in self.partition_gaps if gap.cause == "overflow")
+        overflown = 0
+        for name, times in truth.items():
+            if partition_of(100, name, self.partitions) != self.number:
                 continue
-            place = {sequence: index for index, sequence in enumerate(sent)}
-            before, has_gap = None, False
-            for item in self.seen.get(symbol, []):
-                if item is None:
-                    has_gap = True
+            # A gap before the symbol's first record is about it too.
+            items = self.symbols[name].items
+            gaps = [gap for gap in self.partition_gaps if gap not in items]
+            place = 0
+            for item in items:
+                if isinstance(item, Gap):
+                    gaps.append(item)
                     continue
-                if item not in place:
-                    continue  # came after the other reader had ended
-                if before is not None and place[item] <= before and not has_gap:
-                    self.fail(f"{symbol}: {item} comes after a later one")
-                lost = 0 if before is None else place[item] - before - 1
-                if lost > 0 and not has_gap:
-                    self.fail(f"{symbol}: {lost} updates before {item} are missing without a gap")
-                missing += max(0, lost)
-                before, has_gap = max(place[item], before or 0), False
-        return missing
+                kind, sequence = item
+                if sequence <= place and kind == "update" and not any(gap.cause == "takeover" for gap in gaps):
+                    self.fail(f"{name}: {sequence} comes after {place}")
+                # What an image shows needn't have come as an update of its own: it has if no gap is before it.
+                lost = range(place + 1, sequence if kind == "update" else sequence + 1)
+                overflown += self.excuse(name, lost, gaps, times)
+                place, gaps = sequence, [gap for gap in gaps if kind != "update" and gap.cause == "takeover"]
+            if place != len(times):
+                self.fail(f"{name} ends with {place}, and the hub's last is {len(times)}")
+        if overflown > told:
+            self.fail(f"{overflown} updates are missing for an overflow, and gaps tell {told}")
 
-    def last_values(self, symbol, message):
-        """What is kept as last values is what the stream comes to at the same number."""
-        if message["epoch"] != self.epoch:
-            self.fail(f"{symbol}: last values of epoch {message['epoch']}")
-            return
-        image = self.history[symbol].get((message["epoch"], message["n"]))
-        if message["n"] > 0 and image is None:
-            self.fail(f"{symbol}: last values of {message['n']}, which the stream doesn't have")
-        elif image is not None and image != message["fields"]:
-            different = {k for k in image.keys() | message["fields"].keys() if image.get(k) != message["fields"].get(k)}
-            self.fail(f"{symbol}: last values at {message['n']} differ in {different}")
-        if message["n"] < self.last_n.get(symbol, 0):
-            self.fail(f"{symbol}: last values of {message['n']}, and the stream has {self.last_n[symbol]}")
+    def excuse(self, name, lost, gaps, times):
+        """@return how many of them an overflow excuses and nothing else does"""
+        overflown = 0
+        for sequence in lost:
+            causes = {gap.cause for gap in gaps if gap.covers(times[sequence - 1])}
+            if not causes:
+                said = ", ".join(f"{gap.cause} {gap.begin:.3f}-{gap.end:.3f}" for gap in gaps)
+                self.fail(f"{name}: {sequence} of {times[sequence - 1]:.3f} is missing, and no gap tells it ({said})")
+                break
+            overflown += causes == {"overflow"}
+        self.missing += len(lost)
+        return overflown
+
+    def last_values(self, name, message, times):
+        """What is kept as last values is the hub's last, and what the stream comes to at the same number."""
+        symbol = self.symbols[name]
+        if message["fields"].get(SEQUENCE) != len(times):
+            self.fail(f"{name}: last values of {message['fields'].get(SEQUENCE)}, and the hub's last is {len(times)}")
+        fields = symbol.history.get((message["epoch"], message["n"]))
+        if fields is None:
+            self.fail(f"{name}: last values of {message['epoch']}, {message['n']}, which the stream doesn't have")
+        elif fields != message["fields"]:
+            different = {k for k in fields.keys() | message["fields"].keys() if fields.get(k) != message["fields"].get(k)}
+            self.fail(f"{name}: last values at {message['n']} differ in {different}")

@@ -1,0 +1,108 @@
+// A bridge with an engine in memory, of which a part fails.
+#include "run/Bridge.h"
+#include "bridge/FakeBus.h"
+#include "feed/FeedFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <optional>
+#include <string>
+
+using namespace tivra_bus;
+using bridge_test::FakeBus;
+using testing::HasSubstr;
+
+namespace {
+
+/// The table of leases, to which the test writes too.
+class FakeTable : public LeaseTable {
+public:
+    std::vector<LeaseEntry> entries() override {
+        const tp::MutexLock lock(m_mutex);
+        std::vector<LeaseEntry> entries;
+        for (const auto& [key, entry] : m_entries)
+            entries.push_back(entry);
+        return entries;
+    }
+    std::optional<std::uint64_t> write(const std::string& key, const std::string& value,
+                                       std::uint64_t revision) override {
+        const tp::MutexLock lock(m_mutex);
+        LeaseEntry& entry = m_entries[key];
+        if (entry.revision != revision)
+            return std::nullopt;
+        entry = {key, value, ++m_revision};
+        return m_revision;
+    }
+    void remove(const std::string& key) override { put(key, ""); }
+    void put(const std::string& key, const std::string& value) {
+        const tp::MutexLock lock(m_mutex);
+        m_entries[key] = {key, value, ++m_revision};
+    }
+    [[nodiscard]] LeaseEntry entry(const std::string& key) const {
+        const tp::MutexLock lock(m_mutex);
+        const auto found = m_entries.find(key);
+        return found == m_entries.end() ? LeaseEntry{} : found->second;
+    }
+
+private:
+    mutable tp::Mutex m_mutex;
+    std::map<std::string, LeaseEntry> m_entries TP_GUARDED_BY(m_mutex);
+    std::uint64_t m_revision TP_GUARDED_BY(m_mutex) = 0;
+};
+
+class BridgeTest : public FeedTest {
+protected:
+    static constexpr unsigned kPartitions = 4;
+
+    static BridgeOptions options() {
+        BridgeOptions options;
+        options.name = "a";
+        options.layout.partitions = kPartitions;
+        options.instruments = {{100, "IBM"}, {100, "AIG"}, {100, "BAC"}};
+        return options;
+    }
+    static bool waitUntil(const std::function<bool()>& condition) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline)
+                return false;
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
+    FakeBus bus;
+    FakeTable table;
+};
+
+} // namespace
+
+TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
+    bus.makeUnreadable(1);
+    bus.setStream(2, {"hello"});
+    {
+        const Bridge bridge(options(), feed, bus, table,
+                            [this](const std::string& line) { story.add(line); });
+        EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions == std::vector<unsigned>{0, 2, 3}; }));
+        EXPECT_TRUE(story.waitFor("partition 1: its end can't be read; tried again"));
+        EXPECT_EQ(bridge.status().troubled, 1U);
+        const std::uint64_t before = table.entry("member.a").revision;
+        EXPECT_TRUE(waitUntil([&] { return table.entry("member.a").revision > before; }));
+        EXPECT_TRUE(waitUntil([&] { return bus.stream(2).size() >= 2; }));
+    }
+    EXPECT_EQ(table.entry("member.a").value, "");
+    for (const unsigned partition : {0U, 2U, 3U})
+        EXPECT_THAT(table.entry(LeaseBook::leaseKey(partition)).value, HasSubstr(R"("holder":"")"));
+}
+
+TEST_F(BridgeTest, OneWhoseNameAnotherLiveProcessHasGivesUp) {
+    table.put("member.a", R"({"nonce":"other"})");
+    const Bridge bridge(options(), feed, bus, table, [this](const std::string& line) { story.add(line); });
+    EXPECT_TRUE(waitUntil([&] {
+        table.put("member.a", R"({"nonce":"other"})");
+        return !bridge.status().end.empty();
+    }));
+    EXPECT_TRUE(bridge.status().partitions.empty());
+    EXPECT_THAT(table.entry("member.a").value, HasSubstr("other"));
+}
