@@ -4,6 +4,7 @@
 #include "bus/SubjectNames.h"
 
 #include <array>
+#include <charconv>
 #include <climits>
 
 namespace tivra_bus {
@@ -53,6 +54,24 @@ std::vector<std::pair<std::string, BusValue>> fieldsOf(const JsonReading& line) 
     return fields;
 }
 
+/// Whether a line begins as bridges write it, with a symbol that isn't wanted.
+bool isOfOther(std::string_view line, const std::function<bool(int, std::string_view)>& isWanted) {
+    constexpr std::string_view kSource = R"(","source":)";
+    constexpr std::string_view kSymbol = R"(,"symbol":")";
+    const std::size_t source = line.substr(0, 32).find(kSource);
+    if (source == std::string_view::npos)
+        return false;
+    const char* const end = line.data() + line.size();
+    int number = 0;
+    const auto [after, error] = std::from_chars(line.data() + source + kSource.size(), end, number);
+    std::string_view rest(after, static_cast<std::size_t>(end - after));
+    if (error != std::errc() || rest.substr(0, kSymbol.size()) != kSymbol)
+        return false;
+    rest.remove_prefix(kSymbol.size());
+    const std::string_view symbol = rest.substr(0, rest.find('"'));
+    return symbol.find('\\') == std::string_view::npos && !isWanted(number, symbol);
+}
+
 BusGap gapOf(const JsonReading& line) {
     BusGap gap;
     gap.cause = line.text("cause");
@@ -94,21 +113,30 @@ BatchReader::BatchReader(std::string_view bytes) {
     m_rest = bytes.substr(length);
 }
 
-bool BatchReader::next(BusRecord& record) {
-    if (m_line > m_header.records) {
-        if (!m_rest.empty())
-            throw BatchError(
-                fmt::format("a batch, line {}: {} bytes are left after the {} records of its header",
-                            m_line + 1, m_rest.size(), m_header.records));
-        return false;
-    }
+std::string_view BatchReader::nextLine() {
     ++m_line;
     const std::size_t end = m_rest.find('\n');
     if (end == std::string_view::npos)
         throw BatchError(fmt::format("a batch, line {}: it ends before the {} records of its header", m_line,
                                      m_header.records));
-    const JsonReading line(m_rest.substr(0, end), fmt::format("a batch, line {}", m_line));
+    const std::string_view text = m_rest.substr(0, end);
     m_rest.remove_prefix(end + 1);
+    return text;
+}
+
+bool BatchReader::next(BusRecord& record, const std::function<bool(int, std::string_view)>& isWanted) {
+    std::string_view text;
+    do {
+        if (m_line > m_header.records) {
+            if (!m_rest.empty())
+                throw BatchError(
+                    fmt::format("a batch, line {}: {} bytes are left after the {} records of its header",
+                                m_line + 1, m_rest.size(), m_header.records));
+            return false;
+        }
+        text = nextLine();
+    } while (isOfOther(text, isWanted));
+    const JsonReading line(text, fmt::format("a batch, line {}", m_line));
     record = {};
     record.type = typeOf(line);
     const bool isOfAll = record.type == RecordType::Gap && line.find("symbol") == nullptr;

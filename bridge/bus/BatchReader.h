@@ -3,6 +3,7 @@
 #include "bus/BatchHeader.h"
 #include "bus/BusRecord.h"
 
+#include <functional>
 #include <string_view>
 
 namespace tivra_bus {
@@ -19,9 +20,16 @@ public:
 
     /// @return false at the end, after as many records as the header says
     /// @throws BatchError with the line, where it isn't a record, and where lines are missing or left over
-    [[nodiscard]] bool next(BusRecord& record);
+    [[nodiscard]] bool next(BusRecord& record) {
+        return next(record, [](int, std::string_view) { return true; });
+    }
+    /// The same of the symbols that `isWanted` says yes to, and of gaps of all symbols. Others are passed
+    /// over without being read where they are written as bridges write them, so they aren't checked.
+    [[nodiscard]] bool next(BusRecord& record, const std::function<bool(int, std::string_view)>& isWanted);
 
 private:
+    [[nodiscard]] std::string_view nextLine();
+
     BatchHeader m_header;
     std::string_view m_rest;
     std::size_t m_line = 1;

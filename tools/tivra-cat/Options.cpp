@@ -22,7 +22,7 @@ constexpr const char* kFooter =
     R"(The password comes from TIVRA_PASSWORD, --password-file or a prompt, never from the command line.
 --config reads any of the long options from an INI or TOML file, such as host=["10.1.2.3:4567"].
 
-Exit codes: 0 ended as asked, 1 internal error, 2 wrong usage, 3 no hub could be reached,
+Exit codes: 0 ended as asked, 1 internal error, 2 wrong usage, 3 no hub or engine could be reached,
 4 login refused, 5 a request was refused, 6 no answer in time, 7 something is or may be missing,
 8 the output cannot be written or served, 130 interrupted before the session or the answer was complete.)";
 
@@ -58,6 +58,15 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
         ->group(group);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     tivra_tools::declareTls(app, group, options.tls);
+    CLI::Option* from =
+        app.add_option("--from", options.from,
+                       "read snapshot and subscribe from what tivra-bridge has published, not from a hub: "
+                       "nats://HOST[:PORT],... or tls://HOST[:PORT],...")
+            ->group(group);
+    app.add_option("--credentials", options.credentialsFile, "credentials file of a user of that engine")
+        ->check(CLI::ExistingFile)
+        ->needs(from)
+        ->group(group);
     app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
         ->allow_extra_args(false)
         ->check(CLI::PositiveNumber)
@@ -315,9 +324,11 @@ void complete(Options& options, const RawOptions& raw) {
         throw Failure(ExitCode::Usage, "--stats-label requires --stats or --stats-listen");
     if (!options.statsListen.empty())
         options.statsListen = tivra_tools::resolveListener(options.statsListen);
-    if (options.hosts.empty())
-        throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
-    tivra_tools::checkUser(options.user);
+    if (options.from.empty()) {
+        if (options.hosts.empty())
+            throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
+        tivra_tools::checkUser(options.user);
+    }
     std::transform(options.hosts.begin(), options.hosts.end(), options.hosts.begin(),
                    tivra_tools::resolveHost);
     std::transform(options.backups.begin(), options.backups.end(), options.backups.begin(),

@@ -27,6 +27,8 @@ struct Options {
     std::string user;
     std::string passwordFile;
     tivra_tools::TlsOptions tls;
+    std::string from; ///< "nats://host:port,...", in place of hubs; empty for hubs
+    std::string credentialsFile;
 
     std::vector<Target> targets;
     std::vector<std::string> tokens; ///< names or numbers, for lists of tokens and enumerations

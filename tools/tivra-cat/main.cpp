@@ -1,3 +1,4 @@
+#include "BusRun.h"
 #include "ExitCode.h"
 #include "Options.h"
 #include "Run.h"
@@ -22,6 +23,8 @@ int runProgram(int argc, char** argv) {
     const std::optional<Options> options = readOptions(argc, argv);
     if (!options)
         return static_cast<int>(ExitCode::Ended);
+    if (!options->from.empty())
+        return static_cast<int>(runFromBus(*options));
     const std::string logFile = tivra_tools::logFileName(options->logFile, kProgram);
     const std::string password = tivra_tools::obtainPassword(options->user, options->passwordFile);
     Run run(*options, logFile);

@@ -1,0 +1,150 @@
+#include "reader/BusReader.h"
+
+#include "bus/BusError.h"
+#include "nats/NatsSource.h"
+#include "reader/ReaderThread.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace tivra {
+
+namespace {
+
+using tivra_bus::NatsAddress;
+using tivra_bus::NatsSource;
+using tivra_bus::ReaderThread;
+
+constexpr std::size_t kLongestSymbol = 32;
+
+Error errorOf(Error::Code code, Error::Phase phase, const std::string& cause, const char* advice = "") {
+    Error::Details details;
+    details.code = code;
+    details.phase = phase;
+    details.cause = cause;
+    details.advice = advice;
+    return Error(details);
+}
+
+NatsAddress addressOf(const BusOptions& options) {
+    NatsAddress address;
+    try {
+        address.servers = tivra_bus::natsServersOf(options.url);
+    } catch (const tivra_bus::BusError& error) {
+        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options, error.what());
+    }
+    if (options.certificateFile.empty() != options.keyFile.empty())
+        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options,
+                      "a certificate and its key go together", "give both files or none");
+    if (options.answerTimeout < std::chrono::milliseconds(100) ||
+        options.answerTimeout > std::chrono::minutes(10))
+        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options,
+                      "answerTimeout has to be 100 ms to 10 minutes");
+    address.name = options.name;
+    address.credentialsFile = options.credentialsFile;
+    address.caFile = options.caFile;
+    address.certificateFile = options.certificateFile;
+    address.keyFile = options.keyFile;
+    address.answerMilliseconds = static_cast<int>(options.answerTimeout.count());
+    return address;
+}
+
+void check(const Instrument& instrument) {
+    const std::string& symbol = instrument.symbol;
+    const bool isBad = std::any_of(symbol.begin(), symbol.end(), [](char c) {
+        return c == '|' || c == '=' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+    });
+    if (instrument.source < 1 || symbol.empty() || symbol.size() > kLongestSymbol || isBad)
+        throw errorOf(Error::Code::InvalidArgument, Error::Phase::Request,
+                      fmt::format("source {} and a symbol of {} characters can't be subscribed",
+                                  instrument.source, symbol.size()),
+                      "a source is 1 or more, a symbol has 1 to 32 characters without \"|\" and \"=\"");
+}
+
+} // namespace
+
+BusReader::BusReader(std::shared_ptr<ReaderThread> thread) noexcept : m_thread(std::move(thread)) {}
+
+BusReader BusReader::open(BusOptions options, std::unique_ptr<tivra_bus::BusSource> source) {
+    try {
+        auto thread = std::make_shared<ReaderThread>(std::move(options), std::move(source));
+        thread->begin();
+        return BusReader(std::move(thread));
+    } catch (const tivra_bus::BusError& error) {
+        throw errorOf(Error::Code::OpenFailed, Error::Phase::Connect, error.what());
+    }
+}
+
+BusReader BusReader::open(BusOptions options) {
+    const NatsAddress address = addressOf(options);
+    std::unique_ptr<tivra_bus::BusSource> source;
+    try {
+        source = std::make_unique<NatsSource>(address);
+    } catch (const tivra_bus::BusError& error) {
+        throw errorOf(Error::Code::OpenFailed, Error::Phase::Connect, error.what());
+    }
+    return open(std::move(options), std::move(source));
+}
+
+Result<BusReader> BusReader::tryOpen(BusOptions options) {
+    try {
+        return open(std::move(options));
+    } catch (const Error& error) {
+        return error;
+    }
+}
+
+BusReader::BusReader(BusReader&&) noexcept = default;
+
+BusReader& BusReader::operator=(BusReader&& other) noexcept {
+    if (this != &other) {
+        close();
+        m_thread = std::move(other.m_thread);
+    }
+    return *this;
+}
+
+BusReader::~BusReader() {
+    close();
+}
+
+ReaderThread& BusReader::thread() const {
+    if (m_thread == nullptr)
+        throw errorOf(Error::Code::Closed, Error::Phase::None, "this reader was moved from");
+    return *m_thread;
+}
+
+BusSubscription BusReader::subscribe(const std::vector<Instrument>& instruments, BusHandlers handlers,
+                                     std::vector<std::string> fields) {
+    std::for_each(instruments.begin(), instruments.end(), check);
+    return BusSubscription(thread().subscribe(instruments, std::move(handlers), std::move(fields)));
+}
+
+BusSubscription BusReader::subscribe(int source, const std::vector<std::string>& symbols,
+                                     BusHandlers handlers, std::vector<std::string> fields) {
+    std::vector<Instrument> instruments;
+    instruments.reserve(symbols.size());
+    for (const std::string& symbol : symbols)
+        instruments.emplace_back(source, symbol);
+    return subscribe(instruments, std::move(handlers), std::move(fields));
+}
+
+FeedState BusReader::state() const {
+    return m_thread == nullptr ? FeedState::Closed : m_thread->state();
+}
+
+unsigned BusReader::partitions() const {
+    return thread().partitions();
+}
+
+BusStatistics BusReader::statistics() const {
+    return thread().statistics();
+}
+
+void BusReader::close() {
+    if (m_thread != nullptr)
+        m_thread->close();
+}
+
+} // namespace tivra

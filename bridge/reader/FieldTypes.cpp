@@ -1,0 +1,91 @@
+#include "reader/FieldTypes.h"
+
+#include "bus/JsonReading.h"
+
+#include <array>
+#include <charconv>
+#include <limits>
+
+namespace tivra_bus {
+
+namespace {
+
+using tivra::Value;
+
+/// Reads digits from the front of `text`, and what follows them.
+bool take(std::string_view& text, std::size_t least, std::string_view after, int& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto length = static_cast<std::size_t>(end - text.data());
+    if (error != std::errc() || length < least || text.substr(length, after.size()) != after)
+        return false;
+    text.remove_prefix(length + after.size());
+    return true;
+}
+
+std::optional<double> numberOf(std::string_view text) {
+    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    if (text == "nan")
+        return std::numeric_limits<double>::quiet_NaN();
+    if (text == "inf")
+        return kInfinity;
+    if (text == "-inf")
+        return -kInfinity;
+    return std::nullopt;
+}
+
+std::optional<Value::Type> typeNamed(const std::string& name) {
+    constexpr std::array kNames{std::pair("integer", Value::Type::Integer),
+                                std::pair("double", Value::Type::Double),
+                                std::pair("text", Value::Type::Text), std::pair("time", Value::Type::Time)};
+    for (const auto& [known, type] : kNames)
+        if (name == known)
+            return type;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<std::chrono::system_clock::time_point> timeOf(std::string_view text) {
+    using namespace std::chrono;
+    int years = 0, months = 0, days = 0, hour = 0, minute = 0, second = 0, micros = 0;
+    if (!take(text, 4, "-", years) || !take(text, 2, "-", months) || !take(text, 2, "T", days) ||
+        !take(text, 2, ":", hour) || !take(text, 2, ":", minute) || !take(text, 2, ".", second) ||
+        !take(text, 6, "Z", micros) || !text.empty())
+        return std::nullopt;
+    const year_month_day date(year(years), month(static_cast<unsigned>(months)),
+                              day(static_cast<unsigned>(days)));
+    // Beyond these years the clock has no such time.
+    if (!date.ok() || years < 1700 || years > 2260)
+        return std::nullopt;
+    return sys_days(date) + hours(hour) + minutes(minute) + seconds(second) + microseconds(micros);
+}
+
+FieldTypes::FieldTypes(const std::string& dictionary) {
+    const JsonReading reading(dictionary, "the dictionary of the bus");
+    const JsonReading::Json* const fields = reading.find("fields");
+    if (fields == nullptr || !fields->is_object())
+        reading.fail("fields", "an object");
+    for (const auto& [name, type] : fields->items())
+        if (type.is_string())
+            if (const auto known = typeNamed(type.get<std::string>()))
+                m_types.emplace(name, *known);
+}
+
+Value FieldTypes::valueOf(const std::string& field, const BusValue& value) const {
+    if (const auto* integer = std::get_if<std::int64_t>(&value))
+        return Value::ofInteger(*integer);
+    if (const auto* number = std::get_if<double>(&value))
+        return Value::ofDouble(*number);
+    const std::string& text = std::get<std::string>(value);
+    if (const auto found = m_types.find(field); found != m_types.end()) {
+        if (found->second == Value::Type::Time)
+            if (const auto time = timeOf(text))
+                return Value::ofTime(std::chrono::duration<double>(time->time_since_epoch()).count());
+        if (found->second == Value::Type::Double)
+            if (const auto number = numberOf(text))
+                return Value::ofDouble(*number);
+    }
+    return Value::ofText(text);
+}
+
+} // namespace tivra_bus

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "bus/BusRecord.h"
+
+#include <feed/Value.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace tivra_bus {
+
+/// A time as appendTime() writes it; nothing for another text.
+[[nodiscard]] std::optional<std::chrono::system_clock::time_point> timeOf(std::string_view text);
+
+/// What the dictionary says of fields, by which values get the types that the hub gave them.
+class FieldTypes {
+public:
+    /// Knows nothing: values have the types of their JSON.
+    FieldTypes() = default;
+    /// @throws BatchError for a text that isn't a dictionary
+    explicit FieldTypes(const std::string& dictionary);
+
+    /// The value, whose text is that of `value`.
+    [[nodiscard]] tivra::Value valueOf(const std::string& field, const BusValue& value) const;
+
+private:
+    std::unordered_map<std::string, tivra::Value::Type> m_types;
+};
+
+} // namespace tivra_bus

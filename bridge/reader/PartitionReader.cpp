@@ -1,0 +1,225 @@
+#include "reader/PartitionReader.h"
+
+#include "bus/BatchReader.h"
+#include "bus/BusError.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace tivra_bus {
+
+namespace {
+
+using Cause = tivra::BusGap::Cause;
+using std::chrono::seconds;
+
+/// A consumer gives a sign of life each second.
+constexpr seconds kSilence{4};
+/// Messages that a reader may be behind and still be said to be at the end, since there is always one on its
+/// way.
+constexpr std::uint64_t kNearEnd = 16;
+
+} // namespace
+
+void PartitionReader::add(std::unique_ptr<SymbolTrack> track) {
+    m_needsStart = true;
+    m_joining.push_back(track.get());
+    const tivra::Instrument& instrument = track->instrument();
+    m_tracks[{instrument.source, instrument.symbol}].push_back(std::move(track));
+}
+
+bool PartitionReader::dropClosed() {
+    const auto isClosed = [](const auto& track) { return track->isClosed(); };
+    std::erase_if(m_joining, isClosed);
+    for (auto each = m_tracks.begin(); each != m_tracks.end();) {
+        std::erase_if(each->second, isClosed);
+        each = each->second.empty() ? m_tracks.erase(each) : std::next(each);
+    }
+    return m_tracks.empty();
+}
+
+void PartitionReader::forEach(const std::function<void(SymbolTrack&)>& call) {
+    for (const auto& [key, tracks] : m_tracks)
+        for (const auto& track : tracks)
+            call(*track);
+}
+
+void PartitionReader::missAll(Cause cause) {
+    forEach([cause](SymbolTrack& track) { track.miss(cause); });
+}
+
+bool PartitionReader::needsStart(Clock::time_point now) const {
+    return m_needsStart || now - m_heard > kSilence;
+}
+
+void PartitionReader::prepare() {
+    m_span = m_around.source.spanOf(m_partition);
+    if (m_highest > m_span->last) { // it was deleted, or a server has lost its end
+        forEach([](SymbolTrack& track) { track.beginAnew(); });
+        m_position = m_highest = m_epoch = m_batch = 0;
+        m_recent.clear();
+    }
+    for (SymbolTrack* const track : m_joining)
+        track->joinAt(m_span->last);
+}
+
+StreamStart PartitionReader::startOf(Clock::time_point now) {
+    const StreamSpan& span = *m_span;
+    if (m_position == 0 && m_highest == 0) {
+        if (span.first > span.last || span.last == 0)
+            return span.last + 1;
+        return span.lastTime - m_around.lookBack;
+    }
+    std::uint64_t next = m_position + 1;
+    forEach([this](SymbolTrack& track) { track.hasRead(m_position); });
+    for (SymbolTrack* const track : m_joining)
+        track->beginReading();
+    while (!m_recent.empty() && now - m_recent.front().first > m_around.lookBack)
+        m_recent.pop_front();
+    if (!m_joining.empty() && !m_recent.empty())
+        next = std::min(next, m_recent.front().second);
+    return next;
+}
+
+void PartitionReader::start(Clock::time_point now) {
+    if (!m_span)
+        return;
+    const StreamStart start = startOf(now);
+    m_span.reset();
+    m_joining.clear();
+    if (m_generation > 0)
+        m_around.counters.restarts.fetch_add(1, std::memory_order_relaxed);
+    const std::uint64_t generation = ++m_generation;
+    m_consumer.reset();
+    m_order = 0;
+    if (const auto* const position = std::get_if<std::uint64_t>(&start))
+        m_position = *position - 1;
+    // Until it is there, it is to be started.
+    m_needsStart = true;
+    // Nothing of this object: the engine's thread may still be in it when this is gone.
+    m_consumer = m_around.source.follow(
+        m_partition, start,
+        [onMessage = m_around.onMessage, partition = m_partition, generation](StreamMessage&& message) {
+            onMessage(partition, generation, std::move(message));
+        });
+    m_needsStart = false;
+    m_heard = now;
+    setBehind(m_consumer->behind(), now);
+}
+
+void PartitionReader::lose() {
+    m_consumer.reset();
+    m_needsStart = true;
+    if (m_isBehind)
+        return;
+    m_isBehind = true;
+    m_atEndSince.reset();
+    forEach([](SymbolTrack& track) { track.setBehind(true); });
+}
+
+void PartitionReader::setBehind(std::uint64_t behind, Clock::time_point now) {
+    if (behind > kNearEnd) {
+        m_atEndSince.reset();
+        return;
+    }
+    if (!m_atEndSince)
+        m_atEndSince = now;
+    if (std::exchange(m_isBehind, false))
+        forEach([](SymbolTrack& track) { track.setBehind(false); });
+}
+
+bool PartitionReader::isAtEnd(Clock::time_point now) const {
+    return m_atEndSince && now - *m_atEndSince >= m_around.lookBack;
+}
+
+void PartitionReader::addWanting(std::vector<SymbolTrack*>& tracks, Clock::time_point now) const {
+    const bool isEnd = isAtEnd(now);
+    for (const auto& [key, each] : m_tracks)
+        for (const auto& track : each)
+            if (track->wantsLastValues(isEnd, now))
+                tracks.push_back(track.get());
+}
+
+void PartitionReader::settle(Clock::time_point now) {
+    if (isAtEnd(now))
+        forEach([this, now](SymbolTrack& track) { track.settle(m_around.lookBack, *m_types, now); });
+}
+
+void PartitionReader::take(const StreamMessage& message, std::uint64_t generation, Clock::time_point now) {
+    if (generation != m_generation || !m_consumer)
+        return;
+    m_heard = now;
+    if (message.position == 0)
+        return;
+    if (message.order != m_order + 1) {
+        // The client library had no room, or the connection was lost: the stream still has it.
+        m_needsStart = true;
+        m_consumer.reset();
+        return;
+    }
+    m_order = message.order;
+    if (m_position > 0 && message.position > m_position + 1)
+        missAll(Cause::Expired);
+    m_position = message.position;
+    read(message);
+    m_highest = std::max(m_highest, m_position);
+    m_recent.emplace_back(now, m_position);
+    while (now - m_recent.front().first > m_around.lookBack)
+        m_recent.pop_front();
+    setBehind(message.behind, now);
+}
+
+bool PartitionReader::isNew(const BatchHeader& header, std::uint64_t position) {
+    if (position <= m_highest)
+        return true; // read again, for those who weren't there
+    const auto place = std::pair(header.epoch, header.batch);
+    if (place <= std::pair(m_epoch, m_batch)) {
+        m_around.counters.duplicates.fetch_add(1, std::memory_order_relaxed);
+        return false;
+    }
+    if (m_epoch > 0 && header.batch != (header.epoch == m_epoch ? m_batch + 1 : 1))
+        missAll(Cause::Missing);
+    m_epoch = header.epoch;
+    m_batch = header.batch;
+    return true;
+}
+
+void PartitionReader::read(const StreamMessage& message) {
+    m_around.counters.batches.fetch_add(1, std::memory_order_relaxed);
+    try {
+        BatchReader reader(message.bytes);
+        const BatchHeader& header = reader.header();
+        if (header.partition != m_partition)
+            throw BatchError(fmt::format("a batch, line 1: it is of partition {}", header.partition));
+        if (!isNew(header, message.position))
+            return;
+        m_types = &m_around.typesOf(header.dictionary);
+        const auto isWanted = [this](int source, std::string_view symbol) {
+            return m_tracks.find(Look{source, symbol}) != m_tracks.end();
+        };
+        BusRecord record;
+        while (reader.next(record, isWanted))
+            dispatch(record, header, message.position, *m_types);
+    } catch (const BatchError& error) {
+        m_around.onProblem({tivra::BusProblem::Kind::Batch, static_cast<int>(m_partition), message.position,
+                            fmt::format("partition {}, message {}: {}: what it holds is left out",
+                                        m_partition, message.position, error.what())});
+        // Who has read it before has it.
+        forEach([&message](SymbolTrack& track) { track.missAt(Cause::Unreadable, message.position); });
+    }
+}
+
+void PartitionReader::dispatch(const BusRecord& record, const BatchHeader& header, std::uint64_t position,
+                               const FieldTypes& types) {
+    if (record.type == RecordType::Gap && record.symbol.empty()) {
+        forEach([&](SymbolTrack& track) { track.take(record, header, position, types); });
+        return;
+    }
+    const auto found = m_tracks.find(Look{record.source, record.symbol});
+    if (found != m_tracks.end())
+        for (const auto& track : found->second)
+            track->take(record, header, position, types);
+}
+
+} // namespace tivra_bus

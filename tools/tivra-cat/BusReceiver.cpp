@@ -1,0 +1,193 @@
+#include "BusReceiver.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+
+namespace tivra_cat {
+
+namespace {
+
+using Type = tivra::MessageEvent;
+
+/// Further ones are only counted by the library.
+constexpr std::size_t kMostNotices = 100;
+
+tivra::ValueTypes typeOf(tivra::Value::Type type) {
+    switch (type) {
+    case tivra::Value::Type::Integer:
+        return tivra::INT64;
+    case tivra::Value::Type::Double:
+        return tivra::DOUBLE;
+    case tivra::Value::Type::Text:
+        return tivra::STRING;
+    case tivra::Value::Type::Time:
+        return tivra::DATETIME;
+    }
+    return tivra::UNKNOWN;
+}
+
+double numberOf(const tivra::Value& value) {
+    if (value.type() == tivra::Value::Type::Double)
+        return value.as<double>();
+    if (value.type() == tivra::Value::Type::Time)
+        return std::chrono::duration<double>(value.as<tivra::TimePoint>().time_since_epoch()).count();
+    return 0.0;
+}
+
+Type::Types typeOf(tivra::Update::Kind kind) {
+    return kind == tivra::Update::Kind::Image     ? Type::IMAGE_PART
+           : kind == tivra::Update::Kind::Refresh ? Type::REFRESH
+                                                  : Type::UPDATE;
+}
+
+} // namespace
+
+tivra::BusHandlers BusReceiver::handlers() {
+    tivra::BusHandlers handlers;
+    handlers.onUpdate = [this](const tivra::BusUpdate& update) { onUpdate(update); };
+    handlers.onGap = [this](const tivra::Instrument& instrument, const tivra::BusGap& gap) {
+        onGap(instrument, gap);
+    };
+    return handlers;
+}
+
+void BusReceiver::onUpdate(const tivra::BusUpdate& update) {
+    const Type::Types type = typeOf(update.kind());
+    bool isFirst = false;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        isFirst = m_answered.insert(update.instrument()).second;
+    }
+    const bool isWanted = isFirst ? m_settings.takesImages : m_settings.takesUpdates;
+    if (isWanted && claim()) {
+        count(type);
+        if (m_settings.copiesMessages && !m_queue.push(copy(update, type)))
+            m_counters.outputDropped.fetch_add(1, std::memory_order_relaxed);
+    }
+    if (isFirst)
+        m_wakeup.notify();
+}
+
+bool BusReceiver::claim() {
+    if (m_settings.limit == 0)
+        return true;
+    const std::uint64_t before = m_claimed.fetch_add(1, std::memory_order_relaxed);
+    if (before + 1 == m_settings.limit)
+        m_wakeup.notify();
+    return before < m_settings.limit;
+}
+
+void BusReceiver::count(Type::Types type) {
+    const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                 std::chrono::steady_clock::now().time_since_epoch())
+                                 .count();
+    std::int64_t none = 0;
+    m_counters.firstNanoseconds.compare_exchange_strong(none, now, std::memory_order_relaxed);
+    m_counters.lastNanoseconds.store(now, std::memory_order_relaxed);
+    const auto increment = [](std::atomic<std::uint64_t>& counter) {
+        counter.fetch_add(1, std::memory_order_relaxed);
+    };
+    increment(m_counters.received);
+    increment(type == Type::UPDATE    ? m_counters.updates
+              : type == Type::REFRESH ? m_counters.refreshes
+                                      : m_counters.imageParts);
+}
+
+Record BusReceiver::copy(const tivra::BusUpdate& update, Type::Types type) {
+    Record record;
+    record.type = type;
+    record.received =
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    record.source = update.source();
+    record.symbol = update.symbol();
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    for (const auto& [name, value] : update) {
+        auto found = m_names.find(std::string(name));
+        if (found == m_names.end()) {
+            const int token = -1 - static_cast<int>(m_names.size());
+            Name entry{std::string(name), token, m_selection.contains(token, std::string(name))};
+            found = m_names.emplace(entry.text, std::move(entry)).first;
+        }
+        if (found->second.isSelected)
+            record.fields.push_back({found->second.token, &found->second.text, typeOf(value.type()),
+                                     value.as<std::string>(), numberOf(value)});
+    }
+    return record;
+}
+
+void BusReceiver::onGap(const tivra::Instrument& instrument, const tivra::BusGap& gap) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    auto& [symbols, messages] = m_gaps[gap.cause];
+    ++symbols;
+    messages += gap.messages.value_or(0);
+    mark(fmt::format("gap of {}:{}: {}", instrument.source, instrument.symbol, nameOf(gap.cause)));
+}
+
+void BusReceiver::onState(const tivra::FeedStateChange& change) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_notices.push_back(change.cause);
+    if (change.to != tivra::FeedState::Established)
+        mark(change.cause);
+}
+
+void BusReceiver::onProblem(const tivra::BusProblem& problem) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_notices.size() < kMostNotices)
+        m_notices.push_back(problem.text);
+    if (problem.kind != tivra::BusProblem::Kind::Engine)
+        mark(problem.text);
+}
+
+void BusReceiver::mark(const std::string& text) {
+    if (m_first.empty())
+        m_first = text;
+    m_wakeup.notify();
+}
+
+std::size_t BusReceiver::answered() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_answered.size();
+}
+
+std::vector<std::string> BusReceiver::open(const std::vector<tivra::Instrument>& instruments,
+                                           std::size_t limit) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> names;
+    for (const tivra::Instrument& instrument : instruments)
+        if (names.size() < limit && m_answered.count(instrument) == 0)
+            names.push_back(fmt::format("{}:{}", instrument.source, instrument.symbol));
+    return names;
+}
+
+std::vector<std::string> BusReceiver::takeNotices() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> notices;
+    notices.swap(m_notices);
+    for (const auto& [cause, counts] : m_gaps)
+        notices.push_back(fmt::format("gap: {} of {} symbols, {} updates are known to be missing",
+                                      nameOf(cause), counts.first, counts.second));
+    m_gaps.clear();
+    return notices;
+}
+
+std::string BusReceiver::firstIncident() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_first;
+}
+
+std::vector<std::string> BusReceiver::unseen() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> labels;
+    for (const FieldChoice& choice : m_selection.choices()) {
+        const bool isSeen = std::any_of(m_names.begin(), m_names.end(), [&](const auto& entry) {
+            return choice.rankOf(entry.second.token, entry.second.text) >= 0;
+        });
+        if (!isSeen && !choice.isReceived())
+            labels.push_back(choice.label);
+    }
+    return labels;
+}
+
+} // namespace tivra_cat
