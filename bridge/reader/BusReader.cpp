@@ -30,7 +30,7 @@ Error errorOf(Error::Code code, Error::Phase phase, const std::string& cause, co
 NatsAddress addressOf(const BusOptions& options) {
     NatsAddress address;
     try {
-        address.servers = tivra_bus::natsServersOf(options.url);
+        setNatsServers(address, options.url);
     } catch (const tivra_bus::BusError& error) {
         throw errorOf(Error::Code::InvalidOption, Error::Phase::Options, error.what());
     }

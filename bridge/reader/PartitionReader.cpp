@@ -159,8 +159,10 @@ void PartitionReader::take(const StreamMessage& message, std::uint64_t generatio
         return;
     }
     m_order = message.order;
-    if (m_position > 0 && message.position > m_position + 1)
+    if (m_highest > 0 && message.position > m_position + 1) {
         missAll(Cause::Expired);
+        m_hasMissed = true;
+    }
     m_position = message.position;
     read(message);
     m_highest = std::max(m_highest, m_position);
@@ -178,7 +180,8 @@ bool PartitionReader::isNew(const BatchHeader& header, std::uint64_t position) {
         m_around.counters.duplicates.fetch_add(1, std::memory_order_relaxed);
         return false;
     }
-    if (m_epoch > 0 && header.batch != (header.epoch == m_epoch ? m_batch + 1 : 1))
+    if (!std::exchange(m_hasMissed, false) && m_epoch > 0 &&
+        header.batch != (header.epoch == m_epoch ? m_batch + 1 : 1))
         missAll(Cause::Missing);
     m_epoch = header.epoch;
     m_batch = header.batch;
@@ -205,6 +208,7 @@ void PartitionReader::read(const StreamMessage& message) {
         m_around.onProblem({tivra::BusProblem::Kind::Batch, static_cast<int>(m_partition), message.position,
                             fmt::format("partition {}, message {}: {}: what it holds is left out",
                                         m_partition, message.position, error.what())});
+        m_hasMissed = true;
         // Who has read it before has it.
         forEach([&message](SymbolTrack& track) { track.missAt(Cause::Unreadable, message.position); });
     }

@@ -104,6 +104,7 @@ private:
     std::uint64_t m_highest = 0;  ///< that was ever read
     std::uint64_t m_epoch = 0;    ///< of the batch there
     std::uint64_t m_batch = 0;
+    bool m_hasMissed = false; ///< batches, which has been told, so that numbers may be left out once
     std::deque<std::pair<Clock::time_point, std::uint64_t>> m_recent; ///< when positions were read, of late
     bool m_isBehind = false; ///< after a loss, until the end of the stream
     std::optional<Clock::time_point> m_atEndSince;

@@ -21,7 +21,9 @@ struct RecordPlace {
     std::uint64_t number = 0;
 
     friend bool operator==(const RecordPlace& a, const RecordPlace& b) = default;
-    friend auto operator<=>(const RecordPlace& a, const RecordPlace& b) = default;
+    friend auto operator<=>(const RecordPlace& a, const RecordPlace& b) {
+        return std::pair(a.epoch, a.number) <=> std::pair(b.epoch, b.number);
+    }
 };
 
 /// A symbol of a subscription: it brings last values and stream together, so that nothing between them is
