@@ -81,9 +81,11 @@ HandOver::~HandOver() {
         PyGILState_Release(m_before);
 }
 
-Unlock::Unlock() : m_state(PyEval_SaveThread()) {}
+Unlock::Unlock() : m_state(PyGILState_Check() != 0 ? PyEval_SaveThread() : nullptr) {}
 
 Unlock::~Unlock() {
+    if (m_state == nullptr)
+        return;
     ++s_returning;
     if (s_isEnding && s_ender.load() != std::this_thread::get_id()) {
         --s_returning;

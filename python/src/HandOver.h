@@ -32,7 +32,7 @@ private:
 
 /// Gives the interpreter's lock up for a scope, on a thread of Python that waits or does something lengthy.
 /// Once the interpreter ends, a thread that would take the lock again stays here for good: what Python does
-/// with it, ending it in the middle of C++, would end the process. @thread of Python, with the lock
+/// with it, ending it in the middle of C++, would end the process. Nested it does nothing. @thread of Python
 class Unlock {
 public:
     Unlock();
@@ -41,7 +41,7 @@ public:
     Unlock& operator=(const Unlock&) = delete;
 
 private:
-    PyThreadState* m_state;
+    PyThreadState* m_state; ///< null of a nested one
 };
 
 /// The interpreter ends: neither threads of the library nor those that have given its lock up call it any

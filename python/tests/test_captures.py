@@ -4,6 +4,7 @@ import threading
 import time
 import warnings
 
+import numpy
 import pytest
 
 import tivra
@@ -36,6 +37,8 @@ def test_a_capture_of_the_day_has_the_rows_of_the_day(tmp_path):
     ({"start": 3 * SECOND}, [3, 4, 5]),
     ({"end": datetime.datetime(1970, 1, 1, 0, 0, 3, tzinfo=datetime.timezone.utc)}, [1, 2]),
     ({"start": "1970-01-01T01:00:02+01:00", "end": "1970-01-01T00:00:05Z", "symbols": {"A", "C"}}, [3]),
+    ({"start": numpy.int64(3 * SECOND + 1), "end": "1970-01-01T00:00:05.000000001Z"}, [4, 5]),
+    ({"start": "1970-01-01T00:00:04.000000001+00:00"}, [5]),
     ({"symbols": ["nobody"]}, []),
 ])
 def test_rows_are_chosen_by_symbol_and_time(tmp_path, wanted, bids):

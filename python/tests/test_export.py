@@ -1,4 +1,5 @@
 import json
+import resource
 
 import duckdb
 import polars
@@ -119,13 +120,17 @@ def test_long_texts_are_held_in_bounds(tmp_path, monkeypatch):
             assert file.metadata.num_rows == 145 and file.metadata.num_row_groups == 2
 
 
-@pytest.mark.parametrize("split, names", [("source", ["few-100.parquet", "few-101.parquet"]),
-                                          ("hour", ["few-1970-01-01T00.parquet"])])
-def test_rows_are_split_over_files(tmp_path, few, split, names):
-    assert export(few, "-o", tmp_path / "few.parquet", "--split", split) == 0
-    made = sorted(path.name for path in tmp_path.glob("*.parquet"))
-    assert made == names
-    assert sum(pyarrow.parquet.read_table(tmp_path / name).num_rows for name in names) == 4
+@pytest.mark.parametrize("split, target, names", [
+    ("source", "few.parquet", ["few-100.parquet", "few-101.parquet"]),
+    ("source", "v1.0/few", ["few-100", "few-101"]),
+    ("hour", "few.parquet", ["few-1970-01-01T00.parquet"]),
+])
+def test_rows_are_split_over_files(tmp_path, few, split, target, names):
+    folder = (tmp_path / target).parent
+    folder.mkdir(exist_ok=True)
+    assert export(few, "-o", tmp_path / target, "--format", "parquet", "--split", split) == 0
+    assert sorted(path.name for path in folder.glob("few-*")) == names
+    assert sum(pyarrow.parquet.read_table(folder / name).num_rows for name in names) == 4
 
 
 def spoilt(path):
@@ -180,3 +185,31 @@ def test_gaps_are_reported(tmp_path, capsys):
     assert "1 gaps were noted when it was recorded:\n  dropped: 12 messages" in capsys.readouterr().out
     metadata = pyarrow.parquet.read_metadata(tmp_path / "gaps.parquet").metadata
     assert [text.split(" from")[0] for text in json.loads(metadata[b"tivra.gaps"])] == ["dropped: 12 messages"]
+
+
+@pytest.mark.parametrize("suffix", _WRITERS)
+def test_a_disk_that_is_full_leaves_nothing_behind(tmp_path, capsys, suffix):
+    target = tmp_path / f"day.{suffix}"
+    before = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (10_000, before[1]))
+    try:
+        assert export(SAMPLE, "-o", target, "--split", "source") == 5
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, before)
+    assert "cannot write" in capsys.readouterr().err
+    assert list(tmp_path.iterdir()) == []
+
+
+def test_the_input_is_never_the_output(few, capsys):
+    before = few.read_bytes()
+    assert export(few, "-o", few, "--format", "csv") == 2
+    assert "is the input itself" in capsys.readouterr().err and few.read_bytes() == before
+
+
+def test_ctrl_c_ends_quietly_and_leaves_nothing_behind(tmp_path, few, monkeypatch, capsys):
+    def interrupt(writer, batch):
+        raise KeyboardInterrupt
+
+    monkeypatch.setattr("tivra.writing.JsonLinesFile.write", interrupt)
+    assert export(few, "-o", tmp_path / "few.jsonl") == 130
+    assert capsys.readouterr().err == "" and list(tmp_path.glob("*.jsonl*")) == []

@@ -66,11 +66,13 @@ def test_options_come_from_elsewhere_and_keywords_go_over_them(hub, make, tmp_pa
         ({"open_timeout": -1}, "open_timeout"),
         ({"min_hubs": "many"}, "min_hubs"),
         ({"compression": object()}, "compression"),
+        ({"user": "demo", "password": ""}, "password"),
+        ({"hosts": [], "user": "demo", "password": "demo"}, "host"),
     ],
 )
 def test_an_option_that_cant_be_meant_is_named(options, part):
     with pytest.raises(tivra.ConfigError, match=part) as raised:
-        tivra.Feed("127.0.0.1:1", **options).open()
+        tivra.Feed(**{"hosts": "127.0.0.1:1", **options}).open()
     assert raised.value.code == "InvalidOption" and not raised.value.retry
     assert isinstance(raised.value, ValueError)
 

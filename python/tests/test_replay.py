@@ -70,7 +70,7 @@ def test_the_program_plays_and_ends_with_its_clients(parquet):
 
 @pytest.mark.parametrize("arguments, code, text", [
     (["none.parquet"], 4, "cannot read none.parquet: No such file"), (["no.csv"], 4, "cannot play: no.csv:1: the first line"),
-    (["no.csv", "--port", "70000"], 2, "port must be from 0 to 65535"), (["no.csv", "--factor", "-1"], 2, "factor must be")])
+    (["no.csv", "--port", "70000"], 2, "port can't be 70000; give one from 0 to 65535"), (["no.csv", "--factor", "-1"], 2, "factor can't be -1")])
 def test_what_cannot_be_played_says_why(tmp_path, monkeypatch, capsys, arguments, code, text):
     monkeypatch.chdir(tmp_path)
     (tmp_path / "no.csv").write_text("a,b\n")

@@ -16,11 +16,12 @@ from .dictionary import Dictionary
 from .replay import Replay, kind_of
 from .writing import FORMATS, SplitWriter
 
-ENDED, WRONG_USAGE, DAMAGED, NO_INPUT, NO_OUTPUT = 0, 2, 3, 4, 5
+ENDED, WRONG_USAGE, DAMAGED, NO_INPUT, NO_OUTPUT, INTERRUPTED = 0, 2, 3, 4, 5, 130
 
 _SUFFIXES = {".parquet": "parquet", ".pq": "parquet", ".csv": "csv", ".jsonl": "jsonl", ".ndjson": "jsonl"}
 _EXIT_CODES = """exit codes: 0 ended well, 2 wrong usage or a dictionary that can't be had, 3 the input is damaged or was
-cut off (all that could be read is written), 4 the input can't be read, 5 the output can't be written"""
+cut off (all that could be read is written), 4 the input can't be read, 5 the output can't be written, 130 ended by
+Ctrl-C, which leaves no output"""
 
 
 class Failure(Exception):
@@ -49,6 +50,8 @@ def main(arguments: Sequence[str] | None = None) -> int:
     except ImportError as error:
         print(f"tivra: {error}", file=sys.stderr)
         return WRONG_USAGE
+    except KeyboardInterrupt:
+        return INTERRUPTED
 
 
 def _declare_dictionary(parser: argparse.ArgumentParser) -> None:
@@ -131,6 +134,9 @@ def _export(options: argparse.Namespace) -> int:
     format_ = options.format or _SUFFIXES.get(os.path.splitext(options.output)[1].lower())
     if format_ is None:
         raise Failure(WRONG_USAGE, f"the suffix of {options.output} says no form: give --format {'|'.join(FORMATS)}")
+    _kind_of(options.input)
+    if os.path.exists(options.output) and os.path.samefile(options.input, options.output):
+        raise Failure(WRONG_USAGE, f"{options.output} is the input itself: name another file")
     dictionary = _dictionary(options)
     recording = _open(options, dictionary)
     known = Dictionary.builtin() if _kind_of(options.input) == "day" else dictionary or Dictionary()

@@ -4,7 +4,8 @@ from __future__ import annotations
 
 import datetime
 import operator
-from collections.abc import Callable, Iterable
+import os
+from collections.abc import Callable, Iterable, Mapping
 from typing import Any, Optional, TypeVar, Union
 
 from .errors import InvalidArgument
@@ -39,6 +40,39 @@ def text(name: str, value: Any) -> str:
     return value
 
 
+def path(name: str, value: Any) -> str:
+    try:
+        return text(name, os.fsdecode(value))
+    except TypeError:
+        raise _wrong(name, "a path", value) from None
+
+
+def number(name: str, value: Any, low: float = 0.0, below: float = float("inf")) -> float:
+    """A number from ``low`` that is less than ``below``, of NumPy too."""
+    if isinstance(value, (str, bytes, bytearray)):
+        raise _wrong(name, "a number", value)
+    try:
+        given = float(value)
+    except (TypeError, ValueError):
+        raise _wrong(name, "a number", value) from None
+    if not low <= given < below:
+        raise InvalidArgument(f"{name} can't be {given:g}", code="InvalidArgument", advice=f"give a number from {low:g}")
+    return given
+
+
+def truth(name: str, value: Any) -> bool:
+    if not isinstance(value, bool):
+        raise _wrong(name, "True or False", value)
+    return value
+
+
+def instance(name: str, value: Any, kind: type[T]) -> T:
+    """An object of a class of this package."""
+    if not isinstance(value, kind):
+        raise _wrong(name, f"a tivra.{kind.__name__}", value)
+    return value
+
+
 def texts(name: str, value: Any) -> list[str]:
     """One text or several."""
     if isinstance(value, str):
@@ -46,6 +80,18 @@ def texts(name: str, value: Any) -> list[str]:
     if not isinstance(value, Iterable) or isinstance(value, (bytes, bytearray)):
         raise _wrong(name, "a text or a list of texts", value)
     return [text(f"each of {name}", one) for one in value]
+
+
+def iterable(name: str, value: Iterable[T]) -> Iterable[T]:
+    if not isinstance(value, Iterable):
+        raise _wrong(name, "a sequence", value)
+    return value
+
+
+def mapping(name: str, value: Any) -> Mapping[Any, Any]:
+    if not isinstance(value, Mapping):
+        raise _wrong(name, "a dict", value)
+    return value
 
 
 def seconds(name: str, value: Any) -> float:

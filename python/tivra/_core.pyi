@@ -42,7 +42,6 @@ class Columns:
 class FileFault(ValueError):
     pass
 
-def hub_fields(host: str, user: str, password: str, timeout: float) -> list[tuple[int, str, str]]: ...
 
 def builtin_fields() -> list[tuple[int, str, str]]: ...
 

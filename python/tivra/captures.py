@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 import datetime
-import os
+import operator
+import re
 import warnings
 from collections.abc import Iterable, Iterator, Sequence
 from typing import TYPE_CHECKING, Any, Union
@@ -196,8 +197,8 @@ def read_capture(path: PathLike, fields: Sequence[str] | None = None, symbols: I
 
     Raises CaptureError for a file that isn't a capture, and ValueError for what can't be asked for.
     """
-    name = os.fspath(path)
-    rows = dictionary.fields if dictionary is not None else []
+    name = _arguments.path("path", path)
+    rows = _arguments.instance("dictionary", dictionary, Dictionary).fields if dictionary is not None else []
     wanted = _symbols(symbols)
     from_, to = _nanoseconds(start, "start"), _nanoseconds(end, "end")
     try:
@@ -217,7 +218,7 @@ def open_day(csv: PathLike, fields: Sequence[str] | None = None, symbols: Iterab
     The times of the file count from ``midnight``, an aware datetime; ``source`` is the number that the rows get. The
     rest is as read_capture has it.
     """
-    name = os.fspath(csv)
+    name = _arguments.path("csv", csv)
     moment = _nanoseconds(midnight, "midnight")
     assert moment is not None
     number = _arguments.integer("source", source)
@@ -256,27 +257,38 @@ def _nanoseconds(time: TimeLike | None, what: str) -> int | None:
     """Nanoseconds since 1970; a time without a zone could be any."""
     if time is None:
         return None
-    nanoseconds = time if isinstance(time, int) else _nanoseconds_of(time, what)
+    nanoseconds = _nanoseconds_of(time, what)
     if abs(nanoseconds) > _LATEST:
         raise ValueError(f"{what} is too far from 1970: {time!r}")
     return nanoseconds
 
 
-def _nanoseconds_of(time: datetime.datetime | str, what: str) -> int:
-    given = time
+def _nanoseconds_of(time: TimeLike, what: str) -> int:
+    given, fraction = time, 0
     if isinstance(time, str):
-        try:
-            time = datetime.datetime.fromisoformat(time.replace("Z", "+00:00"))
-        except ValueError:
-            raise ValueError(f"{what} is no time of ISO 8601: {given!r}") from None
+        time, fraction = _time_of(time, what)
     if not isinstance(time, datetime.datetime):
-        raise TypeError(f"{what} must be a datetime, a text or nanoseconds, not {type(given).__name__}")
+        try:
+            return operator.index(time)
+        except TypeError:
+            raise TypeError(f"{what} must be a datetime, a text or nanoseconds, not {type(given).__name__}") from None
     if time.tzinfo is None:
         raise ValueError(f"{what} has no time zone: {given!r}")
     if hasattr(time, "value"):  # pandas' times know nanoseconds
         return int(time.value)
     since = time - datetime.datetime(1970, 1, 1, tzinfo=datetime.timezone.utc)
-    return ((since.days * 86400 + since.seconds) * 1_000_000 + since.microseconds) * 1000
+    return ((since.days * 86400 + since.seconds) * 1_000_000 + since.microseconds) * 1000 + fraction
+
+
+def _time_of(text: str, what: str) -> tuple[datetime.datetime, int]:
+    """The time of a text to the second, and nanoseconds: datetime has no more than microseconds."""
+    fraction = re.search(r"(?<=:\d\d:\d\d)[.,](\d+)", text)
+    whole = text[:fraction.start()] + text[fraction.end():] if fraction else text
+    try:
+        time = datetime.datetime.fromisoformat(whole.replace("Z", "+00:00"))
+    except ValueError:
+        raise ValueError(f"{what} is no time of ISO 8601: {text!r}") from None
+    return time, int(fraction[1][:9].ljust(9, "0")) if fraction else 0
 
 
 def _number(value: bytes | None) -> int:

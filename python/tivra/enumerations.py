@@ -5,7 +5,7 @@ from __future__ import annotations
 from collections.abc import Generator
 from typing import Any, Optional
 
-from . import _core
+from . import _arguments, _core
 from .answer import Answer, Snapshot
 
 
@@ -27,11 +27,12 @@ class Enumerations:
         """What a number stands for in a field; the number as a text where the dictionary has none, None for None."""
         if value is None:
             return None
-        return self._native.text(self._feed, name, value) or str(value)
+        number = _arguments.integer("value", value, -_arguments.INT64 - 1, _arguments.INT64)
+        return self._native.text(self._feed, _arguments.text("name", name), number) or str(number)
 
     def value(self, name: str, text: str) -> Optional[int]:
         """The number of a text, as the dictionary writes it; None for a text that it doesn't have."""
-        return self._native.value(self._feed, name, text)
+        return self._native.value(self._feed, _arguments.text("name", name), _arguments.text("text", text))
 
 
 class EnumerationsAnswer(Answer[Enumerations]):

@@ -36,12 +36,12 @@ _open_feeds: weakref.WeakSet[Feed] = weakref.WeakSet()
 
 def password_from_env(name: str = "TIVRA_PASSWORD") -> str:
     """The password in an environment variable. :raises tivra.ConfigError: when it isn't set."""
-    return str(_core.password_from_environment(name))
+    return str(_core.password_from_environment(_arguments.text("name", name)))
 
 
 def password_from_file(path: Union[str, os.PathLike[str]]) -> str:
     """The first line of a file. :raises tivra.ConfigError: when it can't be read."""
-    return str(_core.password_from_file(os.fspath(path)))
+    return str(_core.password_from_file(_arguments.path("path", path)))
 
 
 class Feed:
@@ -117,7 +117,7 @@ class Feed:
     @classmethod
     def from_file(cls, path: Union[str, os.PathLike[str]], **options: Any) -> Feed:
         """A feed from a file whose name ends in ".toml" or ".json", and over it what Feed() takes by name."""
-        return cls._over(lambda native: native.apply_file(os.fspath(path)), options)
+        return cls._over(lambda native: native.apply_file(_arguments.path("path", path)), options)
 
     @classmethod
     def from_env(cls, **options: Any) -> Feed:
@@ -239,7 +239,9 @@ class Feed:
 
         :param labels: names and values that tell this feed from others.
         """
-        return str(self._require_open().open_metrics(list((labels or {}).items())))
+        pairs = [(_arguments.text("each name of labels", name), _arguments.text("each value of labels", value))
+                 for name, value in _arguments.mapping("labels", labels or {}).items()]
+        return str(self._require_open().open_metrics(pairs))
 
     # --- asking ---
 

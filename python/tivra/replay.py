@@ -31,14 +31,12 @@ class Replay:
         that don't say what their fields are.
 
         Raises CaptureError for a file that can't be played, or a port that can't be had."""
-        if not 0 <= _arguments.integer("port", port) <= 65535:
-            raise ValueError(f"port must be from 0 to 65535, not {port}")
+        port = _arguments.integer("port", port, 0, 65535)
         start_when = _arguments.integer("start_when", start_when, 0)
-        if not isinstance(factor, (int, float)):
-            raise TypeError(f"factor must be a number, not {type(factor).__name__} ({factor!r})")
-        if not 0 <= factor < float("inf"):
-            raise ValueError(f"factor must be a number of 0 or more, not {factor}")
-        name = os.fspath(path)
+        factor = _arguments.number("factor", factor)
+        name = _arguments.path("path", path)
+        if dictionary is not None:
+            _arguments.instance("dictionary", dictionary, Dictionary)
         with tempfile.TemporaryDirectory(prefix="tivra-replay-") as folder:
             capture = _capture_of(name, os.path.join(folder, "day.cap"), dictionary)
             try:

@@ -61,17 +61,21 @@ class Hub:
                  max_events: int = 0, repeat: int = 1,
                  config: Union[str, Mapping[str, Any], None] = None) -> None:
         port = _arguments.integer("port", port, 0, 65535)
+        instruments = [_instrument(one) for one in _arguments.iterable("symbols", symbols or ())]
+        if playback is not None:
+            playback = _arguments.path("playback", playback)
+        factor = _arguments.number("factor", factor)
         with _hub_errors("a hub can't be made of that"):
             if config is not None:
-                native = _sim.HubConfig.from_json(config if isinstance(config, str) else json.dumps(dict(config)))
+                native = _sim.HubConfig.from_json(config if isinstance(config, str) else json.dumps(dict(_arguments.mapping("config", config))))
             else:
                 native = _sim.HubConfig.quiet() if quiet else _sim.HubConfig.realistic()
             if port:
                 native.port = port
-            for one in symbols or ():
-                native.add_symbol(*_instrument(one))
+            for source, symbol in instruments:
+                native.add_symbol(source, symbol)
             if playback is not None:
-                native.set_playback(os.fspath(playback), float(factor), _arguments.integer("start_when", start_when, 0),
+                native.set_playback(playback, factor, _arguments.integer("start_when", start_when, 0),
                                     _arguments.integer("max_events", max_events, 0, _arguments.INT64),
                                     _arguments.integer("repeat", repeat, 0))
             self._native = _sim.Hub(native)
@@ -119,9 +123,8 @@ class Hub:
         :return: how many got them.
         :raises KeyError: for a field that the hub's dictionary doesn't have.
         """
-        if not isinstance(values, Mapping):
-            raise TypeError(f"values must be a dict of field names and values, not {type(values).__name__}")
-        pairs = [(self._fields[name][0], self._text(name, value)) for name, value in values.items()]
+        pairs = [(self._fields[name][0], self._text(name, value))
+                 for name, value in _arguments.mapping("values", values).items()]
         return self._native.publish(*_instrument((source, symbol)), pairs)
 
     def _text(self, name: str, value: FieldValue) -> str:
@@ -158,19 +161,19 @@ class Hub:
 
         :param reset: whether they are reset, and not closed in order.
         """
-        self._native.drop_connections(reset)
+        self._native.drop_connections(_arguments.truth("reset", reset))
 
     def drop_after_frames(self, frames: int, reset: bool = False) -> None:
         """Closes each connection that is open now once that many more messages have gone out on it."""
-        self._native.drop_after_frames(_arguments.integer("frames", frames, 0, _arguments.INT64), reset)
+        self._native.drop_after_frames(_arguments.integer("frames", frames, 0, _arguments.INT64), _arguments.truth("reset", reset))
 
     def set_accepting(self, on: bool) -> None:
         """Closes new connections at once while off."""
-        self._native.set_accepting(on)
+        self._native.set_accepting(_arguments.truth("on", on))
 
     def set_silent(self, on: bool) -> None:
         """Keeps everything that should be sent until it is switched off."""
-        self._native.set_silent(on)
+        self._native.set_silent(_arguments.truth("on", on))
 
     def set_answer_delay(self, seconds: float) -> None:
         """Sends every answer that much later."""

@@ -8,7 +8,7 @@ from abc import ABC, abstractmethod
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any
 
-from . import _core
+from . import _arguments, _core
 from ._optional import require
 from .captures import CaptureError
 from .dictionary import Dictionary, PathLike
@@ -62,6 +62,8 @@ class Writer(ABC):
         """Gives the file up."""
         try:
             self._finish()
+        except (OSError, ValueError):
+            pass  # after a failure nothing can be written; pyarrow's exceptions are a ValueError
         finally:
             if os.path.exists(self._part):
                 os.remove(self._part)
@@ -193,8 +195,8 @@ class SplitWriter:
             if len(self._parts) >= _MOST_PARTS:
                 raise CaptureError(f"the rows would make more than {_MOST_PARTS} files; bound them by fewer hours or "
                                    f"sources")
-            base, dot, suffix = self._path.rpartition(".")
-            path = self._path if not key else f"{base or suffix}-{key}{dot if base else ''}{suffix if base else ''}"
+            base, suffix = os.path.splitext(self._path)
+            path = f"{base}-{key}{suffix}" if key else self._path
             part = _WRITERS[self._format](path, with_fields(schema, self._dictionary))
             self._parts[key] = part
         return part
@@ -239,16 +241,26 @@ def write_capture(batches: Iterable[Any], path: PathLike, dictionary: Dictionary
     They need the columns of every batch, ``gap`` aside, and one for each field, by a name that the dictionary has.
     Returns how many messages the capture has. Raises CaptureError with the row that can't be a message.
     """
+    name = _arguments.path("path", path)
+    fields = _arguments.instance("dictionary", dictionary, Dictionary).fields
+    batches = _arguments.iterable("batches", batches)
     pa = require("pyarrow", "write_capture()")
     try:
-        writer = _core.BodyWriter(os.fspath(path), dictionary.fields)
+        writer = _core.BodyWriter(name, fields)
         for batch in batches:
-            record = _writable(pa, pa.record_batch(batch))
+            record = _writable(pa, _record_batch(pa, batch))
             writer.add(*record.__arrow_c_array__())
         writer.finish()
     except _core.FileFault as fault:
-        raise CaptureError(f"cannot write {os.fspath(path)}: {fault}") from None
+        raise CaptureError(f"cannot write {name}: {fault}") from None
     return writer.messages
+
+
+def _record_batch(pa: Any, batch: Any) -> Any:
+    try:
+        return pa.record_batch(batch)
+    except TypeError:
+        raise TypeError(f"each of batches must be a batch of tivra, pyarrow, pandas or polars, not {type(batch).__name__}") from None
 
 
 def _writable(pa: Any, batch: Any) -> Any:

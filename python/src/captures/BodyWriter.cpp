@@ -137,6 +137,8 @@ void BodyWriter::addRow(const Head& head, const std::vector<Field>& fields, std:
             put(field, row);
     if (m_body.size() > tivra_capture::kMaxBody)
         throw FileFault("it is longer than any message can be");
+    if (head.received.isNull(row))
+        throw FileFault("it has no time of receipt");
     m_writer.add({head.received.integer(row), m_body});
 }
 

@@ -13,11 +13,7 @@
 #include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
 
-#include <feed.h>
-
 #include <algorithm>
-#include <chrono>
-#include <cmath>
 #include <string>
 #include <string_view>
 
@@ -29,33 +25,6 @@ namespace {
 
 FieldRows mapFields(const nb::bytes& text, const std::string& name) {
     return rowsOfFields(fieldsOfMap(std::string_view(text.c_str(), text.size()), name));
-}
-
-/// The dictionary of a hub, as it lists it.
-FieldRows hubFields(const std::string& host, const std::string& user, const std::string& password,
-                    double timeout) {
-    FieldRows rows;
-    try {
-        tivra::FeedOptions options;
-        options.hosts = {host};
-        options.user = user;
-        options.password = password;
-        options.openTimeout = std::chrono::milliseconds(std::llround(timeout * 1000));
-        options.requestTimeout = options.openTimeout;
-        tivra::Feed feed = tivra::Feed::open(options);
-        const tivra::Field number = feed.field("KVN.TOKEN.NUM");
-        const tivra::Field name = feed.field("KVN.TOKEN.NAME");
-        const tivra::Field type = feed.field("KVN.TOKEN.TYPE");
-        const tivra::Snapshot list = feed.list(tivra::ListOf::Fields).get();
-        for (const tivra::Record& record : list.records())
-            if (record.get(number) && record.get(name))
-                rows.emplace_back(record.get<int>(number).value_or(0),
-                                  record.get<std::string>(name).value_or(""),
-                                  record.get<std::string>(type).value_or(""));
-    } catch (const tivra::Error& error) {
-        throw FileFault("no dictionary from " + host + ": " + error.what());
-    }
-    return rows;
 }
 
 /// Names of all fields that messages of the capture have, but for those that every row has.
@@ -85,8 +54,6 @@ std::vector<std::string> captureFields(const std::string& path, const FieldRows&
 
 void bindDictionary(nb::module_& module) {
     nb::exception<FileFault>(module, "FileFault", PyExc_ValueError);
-    module.def("hub_fields", hubFields, nb::arg("host"), nb::arg("user"), nb::arg("password"),
-               nb::arg("timeout"), nb::call_guard<Unlock>());
     module.def("builtin_fields", [] { return rowsOfFields(builtinFields()); });
     module.def("map_fields", mapFields, nb::arg("text"), nb::arg("name"));
     module.def("capture_fields", captureFields, nb::arg("path"), nb::arg("dictionary"),

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -53,7 +54,8 @@ void setPlayback(HubConfig& config, PlaybackOptions options) {
 }
 
 [[nodiscard]] Hub::Deadline deadlineOf(double seconds) {
-    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+    constexpr double kLongest = 1e9; // what fits
+    return std::chrono::milliseconds(static_cast<std::int64_t>(std::min(seconds, kLongest) * 1000));
 }
 
 [[nodiscard]] Hub::Close closeOf(bool isReset) noexcept {
