@@ -127,7 +127,26 @@ void LeaseBook::read(const std::vector<LeaseEntry>& entries, Clock::time_point n
         else
             readLease(entry);
     }
+    keepUnseen(entries, now, members);
     m_members = std::move(members);
+}
+
+void LeaseBook::keepUnseen(const std::vector<LeaseEntry>& entries, Clock::time_point now,
+                           std::map<std::string, Member>& members) const {
+    std::set<std::string> removed;
+    for (const LeaseEntry& entry : entries)
+        if (entry.value.empty() && entry.key.starts_with(kMemberPrefix))
+            removed.insert(entry.key.substr(kMemberPrefix.size()));
+    for (const auto& [name, member] : m_members)
+        if (removed.count(name) == 0)
+            members.emplace(name, member);
+    for (const Lease& lease : m_leases) {
+        const auto known = m_members.find(lease.holder.name);
+        if (!lease.holder.name.empty())
+            members.emplace(lease.holder.name, known != m_members.end()
+                                                   ? known->second
+                                                   : Member{lease.holder.nonce, true, 0, now});
+    }
 }
 
 void LeaseBook::wroteMember(std::uint64_t revision, bool isReady, Clock::time_point now) {

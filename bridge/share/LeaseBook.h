@@ -56,6 +56,10 @@ private:
     /// Whether the table is older than what is known of these entries.
     [[nodiscard]] bool lags(const std::vector<LeaseEntry>& entries) const;
     void readLease(const LeaseEntry& entry);
+    /// Adds those that were known or hold a lease: one who writes while the table is read may be missing in
+    /// it.
+    void keepUnseen(const std::vector<LeaseEntry>& entries, Clock::time_point now,
+                    std::map<std::string, Member>& members) const;
     void readMember(const LeaseEntry& entry, Clock::time_point now, std::map<std::string, Member>& members);
 
     const LeaseHolder m_self;

@@ -123,6 +123,25 @@ TEST_F(LeaseBookTest, ACopyOfTheTableThatLagsTakesNothingAway) {
     EXPECT_THAT(a.decide({0}, m_now).lost, ElementsAre(0));
 }
 
+TEST_F(LeaseBookTest, AHolderThatIsMissingWhereItIsJustBeingWrittenIsNotDead) {
+    LeaseBook a(holder("a"), 2, kLease), b(holder("b"), 2, kLease);
+    writeLease(0, a.self());
+    writeLease(1, a.self());
+    std::set<unsigned> held;
+    for (int i = 0; i < 3; ++i) { // missing, there and missing again
+        round(b, held);
+        EXPECT_THAT(held, IsEmpty());
+        m_now += kLease / 4;
+        renew(a);
+        if (i == 1)
+            m_entries.erase(a.memberKey());
+    }
+    m_entries.erase(a.memberKey());
+    for (int i = 0; i < 4; ++i, m_now += kLease / 4)
+        round(b, held);
+    EXPECT_THAT(held, SizeIs(2));
+}
+
 TEST_F(LeaseBookTest, ANameIsFreeWhenItsProcessIsDeadAndTakenWhenItLives) {
     LeaseBook old({"a", "old"}, 1, kLease), fresh({"a", "new"}, 1, kLease);
     renew(old);
