@@ -50,8 +50,10 @@ Board::Board(BoardOptions options) : m_state(std::make_shared<BoardState>(option
 Board::Board(Board&&) noexcept = default;
 
 Board& Board::operator=(Board&& other) noexcept {
-    const Board old(std::move(*this));
-    m_state = std::move(other.m_state);
+    if (this != &other) {
+        const Board old(std::move(*this));
+        m_state = std::move(other.m_state);
+    }
     return *this;
 }
 

@@ -67,8 +67,10 @@ UpdateQueue::UpdateQueue(QueueOptions options) : m_state(std::make_shared<QueueS
 UpdateQueue::UpdateQueue(UpdateQueue&&) noexcept = default;
 
 UpdateQueue& UpdateQueue::operator=(UpdateQueue&& other) noexcept {
-    const UpdateQueue old(std::move(*this));
-    m_state = std::move(other.m_state);
+    if (this != &other) {
+        const UpdateQueue old(std::move(*this));
+        m_state = std::move(other.m_state);
+    }
     return *this;
 }
 

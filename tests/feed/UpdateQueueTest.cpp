@@ -73,6 +73,17 @@ private:
 
 } // namespace
 
+TEST(KeepersTest, WhatIsAssignedToItselfGoesOnTakingUpdates) {
+    tivra::UpdateQueue queue;
+    tivra::UpdateQueue& sameQueue = queue;
+    queue = std::move(sameQueue);
+    EXPECT_TRUE(queue.handlers().onUpdate);
+    tivra::Board board;
+    tivra::Board& sameBoard = board;
+    board = std::move(sameBoard);
+    EXPECT_TRUE(board.handlers().onUpdate);
+}
+
 TEST_F(UpdateQueueTest, StatesAndGapsComeOutInOrderWithTheDataAndTheEndIsTheLast) {
     tivra::UpdateQueue queue;
     auto ibm = feed.subscribe({100, "IBM"}, queue);
