@@ -3,15 +3,15 @@
 #include "CommandTable.h"
 #include "ExitCode.h"
 
+#include "common/CommandLine.h"
 #include "common/HostAddress.h"
 #include "common/ParseFailure.h"
-#include "common/ToolText.h"
+#include "common/SessionOptions.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <map>
 
 namespace tivra_cat {
@@ -50,12 +50,7 @@ CLI::Option* addSwitch(CLI::App& app, const std::string& names, std::optional<bo
 
 void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     const char* const group = "Where and who";
-    app.add_option("-H,--host", options.hosts, "hub as ADDRESS:PORT; repeat it for more hubs")
-        ->allow_extra_args(false)
-        ->group(group);
-    app.add_option("-B,--backup", options.backups, "backup hub, used when the others are lost; repeatable")
-        ->allow_extra_args(false)
-        ->group(group);
+    tivra_tools::declareHosts(app, group, options.hosts, options.backups);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     tivra_tools::declareTls(app, group, options.tls);
     CLI::Option* from =
@@ -207,10 +202,7 @@ void declareEngine(CLI::App& app, Options& options) {
     addSwitch(app, "--conflation-indicator", options.conflationIndicator,
               "ask hubs to mark what they may conflate")
         ->group(group);
-    app.add_option("--read-timeout", options.readTimeout,
-                   "seconds of silence after which a hub counts as lost, 0 for never")
-        ->check(CLI::NonNegativeNumber)
-        ->group(group);
+    tivra_tools::declareReadTimeout(app, group, options.readTimeout);
     app.add_option("--connect-timeout", options.connectTimeout,
                    "seconds that one attempt to connect may take")
         ->check(CLI::NonNegativeNumber)
@@ -218,9 +210,7 @@ void declareEngine(CLI::App& app, Options& options) {
     app.add_option("--retries", options.retries, "failed attempts after which a hub is given up")
         ->check(CLI::NonNegativeNumber)
         ->group(group);
-    app.add_option("--log-file", options.logFile,
-                   "base name of the library's log; default in the state directory")
-        ->group(group);
+    tivra_tools::declareLogFile(app, group, options.logFile);
     app.add_flag("--debug", options.isDebug, "write the library's debug lines into its log")->group(group);
 }
 
@@ -329,15 +319,7 @@ void complete(Options& options, const RawOptions& raw) {
             throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
         tivra_tools::checkUser(options.user);
     }
-    std::transform(options.hosts.begin(), options.hosts.end(), options.hosts.begin(),
-                   tivra_tools::resolveHost);
-    std::transform(options.backups.begin(), options.backups.end(), options.backups.begin(),
-                   tivra_tools::resolveHost);
-    for (const std::string& backup : options.backups) {
-        if (std::find(options.hosts.begin(), options.hosts.end(), backup) != options.hosts.end())
-            throw Failure(ExitCode::Usage,
-                          fmt::format("{} is named both as a hub and as its backup", backup));
-    }
+    tivra_tools::resolveHosts(options.hosts, options.backups);
     std::vector<std::string> symbols = raw.symbols;
     symbols.insert(symbols.end(), raw.positionalSymbols.begin(), raw.positionalSymbols.end());
     if (!raw.symbolsFile.empty()) {
@@ -376,18 +358,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     declareLimits(app, options);
     declareEngine(app, options);
     declareCommands(app, options, raw);
-    if (tivra_tools::writeToolText(app, argc, argv))
+    if (!tivra_tools::readCommandLine(app, argc, argv))
         return std::nullopt;
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {
-            app.exit(error);
-            return std::nullopt;
-        }
-        throw Failure(ExitCode::Usage,
-                      fmt::format("{} (see tivra-cat --help)", tivra_tools::parseFailureText(app, error)));
-    }
     complete(options, raw);
     return options;
 }

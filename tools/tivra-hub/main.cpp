@@ -1,7 +1,7 @@
 #include "Options.h"
 
-#include "common/ParseFailure.h"
-#include "common/ToolText.h"
+#include "common/CommandLine.h"
+#include "common/UsageError.h"
 #include "tivra_sim/HubGroup.h"
 
 #include <algorithm>
@@ -221,19 +221,11 @@ int main(int argc, char** argv) {
         "tivra-hub");
     Options options;
     declare(app, options);
-    if (tivra_tools::writeToolText(app, argc, argv))
-        return ENDED;
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app.exit(error);
-        std::cerr << "tivra-hub: " << tivra_tools::parseFailureText(app, error) << " (see tivra-hub --help)"
-                  << std::endl;
+        return tivra_tools::readCommandLine(app, argc, argv) ? run(options) : ENDED;
+    } catch (const tivra_tools::UsageError& error) {
+        std::cerr << "tivra-hub: " << error.what() << std::endl;
         return BAD_CONFIGURATION;
-    }
-    try {
-        return run(options);
     } catch (const ConfigError& error) {
         std::cerr << "tivra-hub: cannot start with this configuration: " << error.what() << std::endl;
         return BAD_CONFIGURATION;

@@ -2,9 +2,9 @@
 
 #include "ExitCode.h"
 
+#include "common/CommandLine.h"
 #include "common/HostAddress.h"
-#include "common/ParseFailure.h"
-#include "common/ToolText.h"
+#include "common/SessionOptions.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -38,12 +38,7 @@ struct RawOptions {
 
 void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     const char* const group = "Where and who";
-    app.add_option("-H,--host", options.hosts, "hub as ADDRESS:PORT; repeat it for more hubs")
-        ->allow_extra_args(false)
-        ->group(group);
-    app.add_option("-B,--backup", options.backups, "backup hub, used when the others are lost; repeatable")
-        ->allow_extra_args(false)
-        ->group(group);
+    tivra_tools::declareHosts(app, group, options.hosts, options.backups);
     app.add_option(
            "--watch", options.endpoint,
            "in place of a hub an application that runs: URL of its statistics in the OpenMetrics form")
@@ -60,14 +55,9 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
                    "seconds that connecting, and with --once the answers, may take; default 30")
         ->check(CLI::Range(0.001, 86400.0))
         ->group(group);
-    app.add_option("--read-timeout", options.readTimeout,
-                   "seconds of silence after which a hub counts as lost, 0 for never")
-        ->check(CLI::NonNegativeNumber)
-        ->group(group);
+    tivra_tools::declareReadTimeout(app, group, options.readTimeout);
     app.add_flag("--no-compression", raw.isPlain, "ask the hub for a plain stream")->group(group);
-    app.add_option("--log-file", options.logFile,
-                   "base name of the library's log; default in the state directory")
-        ->group(group);
+    tivra_tools::declareLogFile(app, group, options.logFile);
     app.add_flag("--debug", options.isDebug, "the library's debug lines too, in its log and on the screen")
         ->group(group);
 }
@@ -127,9 +117,7 @@ void complete(Options& options, RawOptions& raw) {
         tivra_tools::checkUser(options.user);
     if (!hasEndpoint && options.hosts.empty())
         throw Failure(ExitCode::Usage, "no hub named: give --host ADDRESS:PORT, or --watch URL");
-    for (std::vector<std::string>* hosts : {&options.hosts, &options.backups})
-        for (std::string& host : *hosts)
-            host = tivra_tools::resolveHost(host);
+    tivra_tools::resolveHosts(options.hosts, options.backups);
     if (raw.symbols.empty() && !raw.sources.empty())
         raw.symbols.emplace_back("*");
     for (const std::string& symbol : raw.symbols)
@@ -154,17 +142,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     RawOptions raw;
     declareWho(app, options, raw);
     declareOutput(app, options, raw);
-    if (tivra_tools::writeToolText(app, argc, argv))
+    if (!tivra_tools::readCommandLine(app, argc, argv))
         return std::nullopt;
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        app.exit(success);
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::Usage,
-                      fmt::format("{} (see tivra-top --help)", tivra_tools::parseFailureText(app, error)));
-    }
     complete(options, raw);
     return options;
 }

@@ -7,14 +7,8 @@
 
 #include "common/LogFile.h"
 #include "common/Password.h"
-#include "common/Printable.h"
-#include "common/UsageError.h"
+#include "common/ProgramMain.h"
 
-#include <fmt/format.h>
-
-#include <csignal>
-#include <cstdio>
-#include <exception>
 #include <memory>
 
 namespace {
@@ -29,11 +23,11 @@ std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, c
     return std::make_unique<tivra_top::FeedWatch>(options, password, logFile, signals);
 }
 
-int runProgram(int argc, char** argv) {
+tivra_top::ExitCode runProgram(int argc, char** argv) {
     using namespace tivra_top;
     const std::optional<Options> options = readOptions(argc, argv);
     if (!options)
-        return static_cast<int>(ExitCode::Ended);
+        return ExitCode::Ended;
     const bool hasScreen = !options->isOnce && options->serve.empty();
     if (hasScreen)
         Terminal::check();
@@ -44,24 +38,11 @@ int runProgram(int argc, char** argv) {
     Signals signals;
     const std::unique_ptr<Watch> watch = makeWatch(*options, password, signals);
     const auto shown = hasScreen ? runScreen : options->isOnce ? runOnce : runPage;
-    return static_cast<int>(shown(*options, *watch, signals));
+    return shown(*options, *watch, signals);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    // A closed pipe is the writer's error, not the end of the process.
-    std::signal(SIGPIPE, SIG_IGN);
-    try {
-        return runProgram(argc, argv);
-    } catch (const tivra_top::Failure& failure) {
-        fmt::print(stderr, "tivra-top: {}\n", tivra_tools::printableLines(failure.what()));
-        return static_cast<int>(failure.exitCode());
-    } catch (const tivra_tools::UsageError& error) {
-        fmt::print(stderr, "tivra-top: {}\n", tivra_tools::printableLines(error.what()));
-        return static_cast<int>(tivra_top::ExitCode::Usage);
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "tivra-top: internal error: {}\n", tivra_tools::printableLines(error.what()));
-        return static_cast<int>(tivra_top::ExitCode::Internal);
-    }
+    return tivra_tools::runMain("tivra-top", runProgram, argc, argv);
 }

@@ -2,9 +2,9 @@
 
 #include "ExitCode.h"
 
+#include "common/CommandLine.h"
 #include "common/HostAddress.h"
-#include "common/ParseFailure.h"
-#include "common/ToolText.h"
+#include "common/SessionOptions.h"
 #include "common/UserOptions.h"
 
 #include <CLI/CLI.hpp>
@@ -57,9 +57,7 @@ void declareHub(CLI::App& app, HubOptions& hub, bool& isPlain) {
         ->check(CLI::Range(0.001, 86400.0))
         ->group(group);
     app.add_flag("--no-compression", isPlain, "ask the hub for a plain stream")->group(group);
-    app.add_option("--log-file", hub.logFile,
-                   "base name of the library's log; default in the state directory")
-        ->group(group);
+    tivra_tools::declareLogFile(app, group, hub.logFile);
 }
 
 void declareFilters(CLI::App& app, Options& options) {
@@ -183,17 +181,8 @@ std::optional<Options> readOptions(int argc, char** argv) {
     app.get_subcommand("slice")->alias("merge");
     TimeTexts times;
     declareTimes(app, times);
-    if (tivra_tools::writeToolText(app, argc, argv))
+    if (!tivra_tools::readCommandLine(app, argc, argv))
         return std::nullopt;
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        app.exit(success);
-        return std::nullopt;
-    } catch (const CLI::ParseError& error) {
-        throw Failure(ExitCode::Usage,
-                      fmt::format("{} (see tivra-wire --help)", tivra_tools::parseFailureText(app, error)));
-    }
     if (!from.empty())
         options.from = kForms.at(from);
     readTime("--begin", times.begin, options.range.begin, options.range.isBeginRelative);
