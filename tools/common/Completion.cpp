@@ -1,6 +1,8 @@
 #include "common/OptionWords.h"
 #include "common/ToolText.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace tivra_tools {
@@ -126,7 +128,7 @@ std::string zshCompletion(const CLI::App& app) {
                                       ? std::string(":value:") + (option.takesFile ? "_files" : "")
                                       : ":value:(" + wordList(option.choices) + ")";
         for (const std::string& name : option.names)
-            text += "    '*" + name + "[" + zshText(option.help) + "]" + value + "' \\\n";
+            text += fmt::format("    '*{}[{}]{}' \\\n", name, zshText(option.help), value);
     }
     const std::vector<const CLI::App*> commands = commandsOf(app);
     if (commands.empty())

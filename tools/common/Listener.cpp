@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
+#include <charconv>
 #include <system_error>
 
 namespace tivra_tools {
@@ -22,9 +22,12 @@ sockaddr_in addressOf(const std::string& text) {
     const std::size_t colon = text.rfind(':');
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(std::atoi(text.c_str() + colon + 1)));
-    if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1)
+    std::uint16_t port = 0;
+    const auto [end, error] = std::from_chars(text.data() + colon + 1, text.data() + text.size(), port);
+    if (error != std::errc{} || end != text.data() + text.size() ||
+        inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1)
         fail(EINVAL);
+    address.sin_port = htons(port);
     return address;
 }
 
