@@ -1,4 +1,5 @@
-// Whether a message costs the same however much of everything there is: symbols, hubs, bytes in a frame.
+// Whether a message costs the same however much of everything there is: symbols, hubs, sessions, bytes in a
+// frame, messages a second.
 // usage: tivra_growth_bench [ROUNDS] [--quick] [--json FILE]
 #include "Interleave.h"
 #include "Report.h"
@@ -18,12 +19,15 @@ namespace {
 /// Of all hubs in a pass.
 constexpr std::size_t kBytes = std::size_t{48} << 20;
 constexpr std::size_t kPasses = 3;
+/// Of each point of the curve of messages a second.
+constexpr std::size_t kPacedSeconds = 2;
 
 /// One point of a curve.
 struct Point {
     std::string name;
     RoadLoad load;
     bool hasRaw = false; ///< two threads with the parser alone are measured too
+    RoadRun (*reader)(const RoadTask&) = &runLibrary;
     std::size_t messages = 0;
     std::vector<double> library{}; ///< nanoseconds a message, one value for each round
     std::vector<double> raw{};
@@ -32,7 +36,8 @@ struct Point {
 
 struct Curve {
     std::string name;
-    std::vector<Point> points;
+    std::vector<Point> points{};
+    bool isOverhead = false; ///< flat is to be what the library adds to the two threads
 };
 
 RoadLoad load(const Shape& shape, std::size_t hubs = 1) {
@@ -54,7 +59,7 @@ double nanoseconds(const Point& point, RoadRun (*reader)(const RoadTask&)) {
 void measure(Point& point) {
     if (point.messages == 0)
         point.messages = shapedMessages(point.load) * point.load.hubs;
-    point.library.push_back(nanoseconds(point, &runLibrary));
+    point.library.push_back(nanoseconds(point, point.reader));
     if (!point.hasRaw)
         return;
     point.raw.push_back(nanoseconds(point, &runTwoThreads));
@@ -62,17 +67,22 @@ void measure(Point& point) {
 }
 
 std::vector<Curve> curves(bool isQuick) {
-    std::vector<Curve> made(3);
-    made[0].name = "symbols";
-    for (const unsigned symbols : {4U, 100U, 10000U, 100000U})
-        made[0].points.push_back({std::to_string(symbols), load({Shape::NUMBERS, 129, 0, 1, symbols})});
-    made[1].name = "hubs";
-    for (const std::size_t hubs : {1U, 8U, isQuick ? 16U : 64U})
-        made[1].points.push_back({std::to_string(hubs), load({Shape::NUMBERS, 129, 0, 1, 4}, hubs)});
-    made[2].name = "bytes of a frame";
+    Curve symbols{"symbols"};
+    for (const unsigned count : {4U, 100U, 10000U, 100000U})
+        symbols.points.push_back(
+            {std::to_string(count), load({Shape::NUMBERS, 129, 0, 1, count}), true, &runLibrary});
+    Curve hubs{"hubs"};
+    for (const std::size_t count : {1U, 8U, isQuick ? 16U : 64U})
+        hubs.points.push_back({std::to_string(count), load({Shape::NUMBERS, 129, 0, 1, 4}, count)});
+    Curve sessions{"sessions"};
+    for (const std::size_t count : {1U, 4U, isQuick ? 8U : 32U})
+        sessions.points.push_back(
+            {std::to_string(count), load({Shape::NUMBERS, 129, 0, 1, 4}, count), false, &runSessions});
+    // Longer frames hold more to decode.
+    Curve bytes{"bytes of a frame", {}, true};
     for (const std::size_t length : {32U, 129U, 515U, 2048U, 16384U})
-        made[2].points.push_back({std::to_string(length), load({Shape::NUMBERS, length, 0, 1, 4}), true});
-    return made;
+        bytes.points.push_back({std::to_string(length), load({Shape::NUMBERS, length, 0, 1, 4}), true});
+    return {symbols, hubs, sessions, bytes};
 }
 
 void print(const Curve& curve) {
@@ -81,15 +91,63 @@ void print(const Curve& curve) {
     std::printf("\n%s\n", curve.name.c_str());
     for (const Point& point : curve.points) {
         report.print(point.name, point.library, "ns/message");
-        if (point.hasRaw)
-            report.print(point.name + ", library to two threads", point.overhead, "ratio");
+        if (!point.hasRaw)
+            continue;
+        report.print(point.name + ", two threads", point.raw, "ns/message");
+        report.print(point.name + ", library to two threads", point.overhead, "ratio");
     }
     const Point& first = curve.points.front();
     const Point& last = curve.points.back();
-    // Longer frames hold more to decode: flat is what the library adds to that.
     printAim(last.name + " to " + first.name,
-             first.hasRaw ? ratios(last.overhead, first.overhead) : ratios(last.library, first.library),
+             curve.isOverhead ? ratios(last.overhead, first.overhead) : ratios(last.library, first.library),
              "at most 1.10");
+}
+
+/// The age of messages that come at a pace.
+struct Pace {
+    std::string name;
+    RoadRun (*reader)(const RoadTask&);
+    RoadLoad load;
+    std::vector<double> p50{}; ///< microseconds
+    std::vector<double> p99{};
+};
+
+void measure(Pace& pace) {
+    RoadHub hub(pace.load);
+    RoadTask task{hub};
+    task.messages = pace.load.paced;
+    task.paced = true;
+    const RoadRun run = pace.reader(task);
+    const std::vector<double> ages(run.latencies.begin(), run.latencies.end());
+    pace.p50.push_back(quantile(ages, 0.50) / 1000.0);
+    pace.p99.push_back(quantile(ages, 0.99) / 1000.0);
+}
+
+std::vector<Pace> paces(bool isQuick) {
+    std::vector<Pace> made;
+    for (const std::size_t perSecond : {1000U, 10000U, isQuick ? 20000U : 50000U, 100000U}) {
+        RoadLoad load;
+        load.perSecond = perSecond;
+        load.paced = perSecond * kPacedSeconds;
+        const std::string name = std::to_string(perSecond);
+        made.push_back({name + ", library", &runLibrary, load});
+        made.push_back({name + ", two threads", &runTwoThreads, load});
+#ifdef TIVRA_HAVE_ZMQ
+        load.through = RoadLoad::ZMQ_PUSH;
+        made.push_back({name + ", ZeroMQ", &runZmq, load});
+#endif
+    }
+    return made;
+}
+
+void print(const std::vector<Pace>& all) {
+    Report& report = Report::get();
+    report.setSection("Growth, messages a second");
+    std::printf("\nThe age of a message as there are more a second, from a sender that sleeps in between\n");
+    for (const Pace& pace : all) {
+        report.print(pace.name + ", p50", pace.p50, "us");
+        report.print(pace.name + ", p99", pace.p99, "us");
+    }
 }
 
 } // namespace
@@ -98,13 +156,18 @@ int main(int argc, char** argv) {
     try {
         const Options options(argc, argv, 3);
         std::vector<Curve> all = curves(options.isQuick);
-        for (int round = 0; round < options.rounds; ++round)
+        std::vector<Pace> paced = paces(options.isQuick);
+        for (int round = 0; round < options.rounds; ++round) {
             for (Curve& curve : all)
                 for (Point& point : curve.points)
                     measure(point);
+            for (Pace& pace : paced)
+                measure(pace);
+        }
         std::printf("Processor time of a message from the socket to the callback, as the feed grows\n");
         for (const Curve& curve : all)
             print(curve);
+        print(paced);
         Report::get().finish();
         return 0;
     } catch (const std::exception& error) {

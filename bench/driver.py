@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Builds and runs the benchmarks, and prints one table. usage: ./run-bench [--quick] [--only NAME ...] [--compare COMMIT]
+"""Builds and runs the benchmarks, and prints one table. usage: ./run-bench [--quick] [--only NAME ...] [--compare COMMIT] | --report
 
 Every program interleaves what it compares; this one puts their figures beside the aims of aims.json, or beside those of
 another commit, whose library is built with the same benchmarks.
@@ -16,6 +16,7 @@ from pathlib import Path
 
 from judging import compare, judge
 from plot import plot_growth
+import report
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "bench"
@@ -49,9 +50,9 @@ def program(build, name):
     return build / "bench" / f"tivra_{name}_bench"
 
 
-def run(build, name, quick):
+def run(build, name, quick, rounds=None):
     """The rows of one run of a program; none when it fails, which is said."""
-    rounds = PROGRAMS[name][1 if quick else 0]
+    rounds = rounds or PROGRAMS[name][1 if quick else 0]
     figures, text = build / f"{name}.json", build / f"{name}.txt"
     figures.unlink(missing_ok=True)
     words = [str(program(build, name)), str(rounds), "--json", str(figures)] + (["--quick"] if quick else [])
@@ -115,6 +116,19 @@ def measure(names, quick, about):
                                                     "aims": verdicts}, indent=1) + "\n")
     print("build/bench/results.json holds every figure, build/bench/growth.svg draws how they grow")
     return 1 if failed else 0
+
+
+def write_report(about):
+    """The page of figures, of the programs that it needs; each of them has to do its part."""
+    rows = {}
+    for name, rounds in report.PROGRAMS.items():
+        got = run(BUILD, name, name != "growth", rounds)
+        if got is None:
+            return 1
+        rows.update(got)
+    report.write_report(rows, about, ROOT)
+    print("docs/performance.md and docs/pictures/performance-*.svg are written")
+    return 0
 
 
 def build_other(commit, names):
@@ -192,14 +206,19 @@ def main():
     parser.add_argument("--quick", action="store_true", help="fewer rounds, for a look")
     parser.add_argument("--only", nargs="+", choices=PROGRAMS, default=list(PROGRAMS), help="only these programs")
     parser.add_argument("--compare", metavar="COMMIT", help="what has changed since that commit, row by row")
+    parser.add_argument("--report", action="store_true", help="write docs/performance.md and its plots")
     options = parser.parse_args()
+    if options.report and (options.quick or options.compare or options.only != list(PROGRAMS)):
+        parser.error("--report goes with no other option")
     subprocess.run([str(ROOT / "scripts" / "build-preset"), "bench"], check=True)
     about = machine()
     print(f"{about['processor']}, {about['cores']} cores, Linux {about['kernel']}, {about['time']}")
     if about["load"] > about["cores"] / 4:
         print(f"The machine is busy (load {about['load']:.1f}): expect noise.")
     begin = time.monotonic()
-    if options.compare:
+    if options.report:
+        status = write_report(about)
+    elif options.compare:
         status = measure_change(options.only, options.quick, about, options.compare)
     else:
         status = measure(options.only, options.quick, about)
