@@ -198,7 +198,8 @@ void AnswerState::cancel() {
     dropped.swap(m_callback);
     m_records.clear();
     if (!std::exchange(m_hasEnded, true)) {
-        m_result = answerError(Error::Code::Cancelled, "the " + m_what + " has been cancelled");
+        if (!m_isTaken)
+            m_result = answerError(Error::Code::Cancelled, "the " + m_what + " has been cancelled");
         m_changed.notifyAll();
     }
     // Two callbacks that cancel each other's requests must not wait for each other.
@@ -215,6 +216,8 @@ void AnswerState::abandon() {
         const tp::MutexLock lock(m_mutex);
         if (m_hasEnded || m_isTaken)
             return;
+        // Nobody is left to ask why it has ended: no text is made, for which there may be no memory.
+        m_isTaken = true;
     }
     cancel();
 }

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <future>
+#include <optional>
 #include <thread>
 
 #include <sys/wait.h>
@@ -12,6 +13,8 @@
 #include <gtest/gtest.h>
 #include <tivra_sim/HubGroup.h>
 #include <tivra_testkit/Gate.h>
+
+#include "support/HeapControl.h"
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
@@ -369,6 +372,16 @@ TEST_F(FeedTest, ARequestEndsByItselfWhateverTheHubDoes) {
     EXPECT_EQ(closed.wait(20s).error().code(), Error::Code::Closed);
     EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.query({100, "IBM"})); }), HasSubstr("Closed"));
     EXPECT_THAT(thrownBy([&] { static_cast<void>(feed.field("NEVER.ASKED.FOR")); }), HasSubstr("Closed"));
+}
+
+TEST_F(FeedTest, AnAnswerThatNobodyWantsGoesThoughThereIsNoMemory) {
+    hub.ignore("QuerySnap");
+    for (long allocations = 0; allocations < 4; ++allocations) {
+        std::optional<tivra::Answer> answer = feed.query({100, "IBM"});
+        const FailedAllocation fails(allocations);
+        answer.reset();
+    }
+    EXPECT_EQ(feed.statistics().requests, 0U);
 }
 
 TEST_F(FeedTest, ARequestTimesOut) {
