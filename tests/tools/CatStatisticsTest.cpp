@@ -5,6 +5,11 @@
 #include <csignal>
 #include <thread>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 using testing::_;
 using testing::AllOf;
 using testing::EndsWith;
@@ -80,8 +85,9 @@ protected:
     }
 
     /// Starts a subscription with a server.
-    void startServing() {
-        start("tivra-cat $AT --stats-listen 0 --stats-label 'application=a \"b\"' -q subscribe 100:IBM");
+    void startServing(const std::string& options = "") {
+        start("tivra-cat $AT --stats-listen 0 --stats-label 'application=a \"b\"' -q " + options +
+              " subscribe 100:IBM");
         const std::string head = "tivra-cat: statistics on http://127.0.0.1:";
         EXPECT_TRUE(tool->waitForError(contains("/metrics\n"))) << tool->error();
         EXPECT_THAT(tool->error(), StartsWith(head));
@@ -155,6 +161,26 @@ TEST_F(CatStatisticsServer, BadClientsHoldUpNeitherOthersNorTheEnd) {
     tool->signal(SIGTERM);
     EXPECT_EQ(tool->waitForEnd(), 0);
     dripping.join();
+}
+
+TEST_F(CatStatisticsServer, AThousandClientsThatSayNothingCostTheStreamNothing) {
+    startServing("--count 1");
+    std::vector<int> clients;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    for (int i = 0; i < 1000; ++i) {
+        clients.push_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        ASSERT_GE(clients.back(), 0) << "after " << i;
+        // As far as there is room for it, the connection stands.
+        connect(clients.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    }
+    hub.pushRecord(quote("IBM", "184.25", 1));
+    EXPECT_EQ(tool->waitForEnd(), 0) << tool->error();
+    EXPECT_THAT(tool->error(), HasSubstr("received 1 messages"));
+    for (const int client : clients)
+        close(client);
 }
 
 TEST_F(CatStatisticsServer, PortThatCannotBeHadEndsTheRunWithEight) {

@@ -126,6 +126,8 @@ TEST_F(Top, OnceAndWhatCannotBeShown) {
          {"tivra-top $AT --once -s 100 'I*' -F BID", 0, AllOf(HasSubstr(" BID "), HasSubstr("\n100:IBM")),
           ""},
          {"tivra-top $AT --once -F NOPE -s 100 IBM", 2, "", HasSubstr("NOPE")},
+         {"tivra-top $AT --once -s 100 IBM >/dev/full", 8, "",
+          HasSubstr("standard output cannot be written")},
          {"tivra-top $AT --once IBM", 2, "", HasSubstr("of which source is IBM?")},
          {"tivra-top $AT --onec", 2, "", HasSubstr("--once")},
          {"tivra-top -H $CLOSED -u demo -t 1 --once", 3, "", HasSubstr(closedHost)},

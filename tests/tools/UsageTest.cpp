@@ -54,6 +54,7 @@ TEST_F(Usage, OfTivraCat) {
          {"$AT -F BID//ASK snapshot IBM", 2, "--fields"},
          {"$AT -f /no/such/file snapshot", 2, "/no/such/file"},
          {"$AT --password-file /no/such/file snapshot IBM", 2, "/no/such/file"},
+         {"$AT snapshot 100:IBM >/dev/full", 8, "cannot write the output: No space left on device"},
          {"$AT --record none/file subscribe 100:IBM", 8, "cannot write the capture none/file"},
          // The disk is full at the first byte.
          {"$AT --record /dev/full subscribe 100:IBM", 8,
