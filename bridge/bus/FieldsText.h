@@ -2,6 +2,8 @@
 
 #include "bus/JsonText.h"
 
+#include "common/JsonFields.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
@@ -26,15 +28,7 @@ void appendRepeatedFields(std::string& out, const Values& values) {
     for (const auto& entry : values) {
         std::string text;
         appendValue(text, entry.second);
-        const std::string& name = entry.first.name();
-        nlohmann::ordered_json value = nlohmann::ordered_json::parse(text);
-        const auto found = object.find(name);
-        if (found == object.end())
-            object[name] = std::move(value);
-        else if (found->is_array())
-            found->push_back(std::move(value));
-        else
-            *found = nlohmann::ordered_json::array({*found, std::move(value)});
+        tivra_tools::putField(object, entry.first.name(), nlohmann::ordered_json::parse(text));
     }
     out += object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
