@@ -2,7 +2,7 @@
 #include "Road.h"
 #include "RoadHub.h"
 
-#include <atomic>
+#include <algorithm>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -50,10 +50,13 @@ public:
         , m_factory(*tivra::APIFactory::getInstance())
         , m_user(m_factory.createUserInfo("demo", "demo", *this))
         , m_session(m_factory.createSession(m_user, *this)) {
+        // A ring holds a whole pass of its hub.
+        const std::vector<std::uint16_t>& ports = task.hub.ports();
         m_session.getConnectionConfig()
             .set(tivra::HostConfig::COMPRESSION_BOOL, false)
-            .set(tivra::HostConfig::QUEUE_SIZE_LONG, 8L)
-            .getHostConfig("127.0.0.1:" + std::to_string(task.hub.ports()[index]));
+            .set(tivra::HostConfig::QUEUE_SIZE_LONG,
+                 static_cast<long>(std::max<std::size_t>(64 / ports.size(), 1)))
+            .getHostConfig("127.0.0.1:" + std::to_string(ports[index]));
         m_session.registerMessageEventHandler(this);
         std::string reason;
         if (!m_session.start(reason))

@@ -78,7 +78,7 @@ std::string footerText(const CLI::App& app) {
 } // namespace
 
 std::string manualPage(const CLI::App& app) {
-    const std::string name = app.get_name();
+    const std::string& name = app.get_name();
     const std::vector<const CLI::App*> commands = commandsOf(app);
     std::string text = ".TH " + upper(name) + " 1 \"\" \"tivra\" \"User Commands\"\n.SH NAME\n" +
                        troff(name) + " \\- " + troff(app.get_description()) + "\n.SH SYNOPSIS\n.B " +
