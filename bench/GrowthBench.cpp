@@ -1,4 +1,4 @@
-// Whether a message costs the same however much of everything there is: symbols, hubs, sessions, bytes in a
+// Whether a message costs the same however much of everything there is: symbols, hubs, feeds, bytes in a
 // frame, messages a second.
 // usage: tivra_growth_bench [ROUNDS] [--quick] [--json FILE]
 #include "Interleave.h"
@@ -74,15 +74,15 @@ std::vector<Curve> curves(bool isQuick) {
     Curve hubs{"hubs"};
     for (const std::size_t count : {1U, 8U, isQuick ? 16U : 64U})
         hubs.points.push_back({std::to_string(count), load({Shape::NUMBERS, 129, 0, 1, 4}, count)});
-    Curve sessions{"sessions"};
+    Curve feeds{"feeds"};
     for (const std::size_t count : {1U, 4U, isQuick ? 8U : 32U})
-        sessions.points.push_back(
-            {std::to_string(count), load({Shape::NUMBERS, 129, 0, 1, 4}, count), false, &runSessions});
+        feeds.points.push_back(
+            {std::to_string(count), load({Shape::NUMBERS, 129, 0, 1, 4}, count), false, &runFeeds});
     // Longer frames hold more to decode.
     Curve bytes{"bytes of a frame", {}, true};
     for (const std::size_t length : {32U, 129U, 515U, 2048U, 16384U})
         bytes.points.push_back({std::to_string(length), load({Shape::NUMBERS, length, 0, 1, 4}), true});
-    return {symbols, hubs, sessions, bytes};
+    return {symbols, hubs, feeds, bytes};
 }
 
 void print(const Curve& curve) {

@@ -33,8 +33,8 @@ struct RoadTask {
 [[nodiscard]] RoadRun runLibrary(const RoadTask& task);
 /// Whether it can call back on the hub's thread.
 [[nodiscard]] bool libraryHasInlineCallbacks();
-/// The same with a session for each hub. At least two passes.
-[[nodiscard]] RoadRun runSessions(const RoadTask& task);
+/// The same through a feed for each hub. At least two passes.
+[[nodiscard]] RoadRun runFeeds(const RoadTask& task);
 /// The same through a feed and its subscriptions.
 [[nodiscard]] RoadRun runFeed(const RoadTask& task);
 /// Whether it has feeds.

@@ -60,7 +60,7 @@ def plot_growth(rows, path):
     patterns = {
         "message, by symbols": r"Growth, symbols: (\d+)$",
         "message, by hubs": r"Growth, hubs: (\d+)$",
-        "message, by sessions": r"Growth, sessions: (\d+)$",
+        "message, by feeds": r"Growth, feeds: (\d+)$",
         "message to two threads, by bytes": r"Growth, bytes of a frame: (\d+), library to two threads$",
         "send, by standing requests": r"Requests, (\d+): send, processor time$",
         "answer, by standing requests": r"Requests, (\d+): processor time until answered$",

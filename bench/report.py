@@ -2,15 +2,16 @@
 from plot import curve, draw_bars, draw_curves
 
 # The programs that a report needs, and their rounds: all of them together take less than ten minutes.
-PROGRAMS = {"parser": 3, "road": 2, "growth": 1, "request": 1}
+PROGRAMS = {"parser": 3, "road": 3, "growth": 1, "request": 1}
 
 HEAD = """# Performance
 
 Made by `./run-bench --report`, which writes this page and its plots; nothing here is typed by hand. What each figure is measured
 against, and what stands behind it, is in [bench/README.md](../bench/README.md).
 
-{machine}. The readers of a plot took turns in one run, so whatever else the machine did met them alike: trust
-ratios more than times.{busy}
+{machine}.
+
+The readers of a plot took turns in one run, so whatever else the machine did met them alike: trust ratios more than times.{busy}
 
 """
 
@@ -45,9 +46,9 @@ slowest of a hundred, and half of them):
 
 {symbols}
 
-**Hubs** of one session, over which the same messages are spread, **and sessions** of one process, each with a hub of its own:
+**Hubs** of one session, over which the same messages are spread, **and feeds** of one process, each with a hub of its own:
 
-![Processor time by hubs and sessions](pictures/performance-hubs.svg)
+![Processor time by hubs and feeds](pictures/performance-hubs.svg)
 
 {hubs}
 
@@ -78,6 +79,11 @@ def number(value):
     return f"{value:,.0f}" if abs(value) >= 1000 else f"{value:.3g}"
 
 
+def noise(row):
+    """Nothing where there are too few rounds to say."""
+    return f"{row['noise'] * 100:.0f} %" if row["count"] > 2 else "-"
+
+
 def table(head, lines):
     texts = [head, ["---"] + ["---:"] * (len(head) - 1), *lines]
     return "\n".join("| " + " | ".join(str(cell) for cell in line) + " |" for line in texts)
@@ -90,7 +96,7 @@ def beside(rows, names):
         return "Not measured."
     first = there[0][1]["value"]
     return table(["", "ns a message", "noise", "ratio"],
-                 [[label, number(row["value"]), f"{row['noise'] * 100:.0f} %", f"{row['value'] / first:.2f}"]
+                 [[label, number(row["value"]), noise(row), f"{row['value'] / first:.2f}"]
                   for label, row in there])
 
 
@@ -121,7 +127,7 @@ def write_report(rows, about, root):
             for label, words in readers.items() for share in ("p99", "p50")}
     ages = {label: points for label, points in ages.items() if points}
     symbols = curves_of(rows, r"Growth, symbols: (\d+)", {"library": "", "two threads": ", two threads"})
-    hubs = {label: curve(rows, rf"Growth, {label}: (\d+)$") for label in ("hubs", "sessions")}
+    hubs = {label: curve(rows, rf"Growth, {label}: (\d+)$") for label in ("hubs", "feeds")}
     requests = curves_of(rows, r"Requests, (\d+): ", {"send": "send, processor time", "answer": "processor time until answered"})
     peers = [(label, rows[name]["value"]) for label, name in PEER_ROWS if name in rows]
     draw_bars(pictures / "performance-peers.svg", "Processor time of a message", "ns", peers)
@@ -129,7 +135,8 @@ def write_report(rows, about, root):
     draw_curves(pictures / "performance-symbols.svg", "Processor time of a message", "symbols", "ns", symbols)
     draw_curves(pictures / "performance-hubs.svg", "Processor time of a message", "how many", "ns", hubs)
     draw_curves(pictures / "performance-requests.svg", "Processor time of a standing request", "standing requests", "us", requests)
-    busy = (f" The machine was busy with other work (load {about['load']:.0f}): on an idle one all times are shorter."
+    busy = (f" The machine was busy with other work (load {about['load']:.0f}): on an idle "
+            "one all times are shorter, and ages of messages, most of which are waits for a processor here, very much so."
             if about["load"] > about["cores"] / 4 else "")
     (root / "docs" / "performance.md").write_text(
         HEAD.format(machine=machine_text(about), busy=busy)
