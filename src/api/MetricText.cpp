@@ -44,6 +44,10 @@ std::string join(std::initializer_list<std::string_view> pieces) {
     return text;
 }
 
+std::string ratioText(std::uint64_t percent) {
+    return join({std::to_string(percent / 100), ".", std::to_string(100 + percent % 100).substr(1)});
+}
+
 std::string jsonEscaped(std::string_view text) {
     std::string out;
     for (const char c : text) {

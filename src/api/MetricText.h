@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -19,6 +20,9 @@ using MetricLabels = std::vector<std::pair<std::string, std::string>>;
 
 /// The text between the quotes of a JSON string.
 [[nodiscard]] std::string jsonEscaped(std::string_view text);
+
+/// A share of so many percent, from 0.00 to 1.00, in any locale.
+[[nodiscard]] std::string ratioText(std::uint64_t percent);
 
 /// `name="value",...` for OpenMetrics, of the labels whose names can be used.
 [[nodiscard]] std::string labelPairs(const MetricLabels& labels);

@@ -74,7 +74,7 @@ std::string valueText(const StatisticsEvent& event, const Metric& metric) {
     const uint64_t value = event.getStat(metric.type);
     if (metric.unit != kRatio)
         return std::to_string(value);
-    return join({std::to_string(value / 100), ".", std::to_string(100 + value % 100).substr(1)});
+    return tivra_internal::ratioText(value);
 }
 
 } // namespace

@@ -184,8 +184,9 @@ std::string FeedImpl::statusName(int status) const {
     return HandleAccess::impl(*m_session).getRetCodeDesc(status);
 }
 
-std::unique_ptr<MessageStream> FeedImpl::open(const MetaTokenMap& dictionary, const std::string& hub) {
-    return std::make_unique<FeedStream>(m_registry, *this, dictionary, hub);
+std::unique_ptr<MessageStream> FeedImpl::open(const MetaTokenMap& dictionary, const std::string& hub,
+                                              const Queue& queue) {
+    return std::make_unique<FeedStream>(m_registry, *this, dictionary, hub, queue);
 }
 
 int64_t FeedImpl::nextTag() {

@@ -54,8 +54,8 @@ public:
     bool close(std::chrono::milliseconds deadline) TP_EXCLUDES(m_mutex);
 
     // --- MessageStreams ---
-    [[nodiscard]] std::unique_ptr<MessageStream> open(const MetaTokenMap& dictionary,
-                                                      const std::string& hub) override;
+    [[nodiscard]] std::unique_ptr<MessageStream> open(const MetaTokenMap& dictionary, const std::string& hub,
+                                                      const Queue& queue) override;
 
     // --- FeedSender ---
     [[nodiscard]] int64_t nextTag() override;

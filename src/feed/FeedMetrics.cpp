@@ -1,6 +1,7 @@
 #include "feed/FeedMetrics.h"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 #include "api/MetricText.h"
@@ -75,6 +76,10 @@ constexpr Quantile kQuantiles[] = {
 
 // --- JSON ---
 
+[[nodiscard]] std::string fillText(const HubStatistics& hub) {
+    return ratioText(static_cast<std::uint64_t>(std::lround(hub.queueFill * 100.0)));
+}
+
 [[nodiscard]] std::string jsonTime(std::string_view name, const LatencySummary& time) {
     std::string text = join({"\"", name, "_seconds\":{\"count\":", std::to_string(time.count)});
     for (const Quantile& quantile : kQuantiles)
@@ -83,8 +88,8 @@ constexpr Quantile kQuantiles[] = {
 }
 
 [[nodiscard]] std::string jsonHub(const HubStatistics& hub) {
-    std::string text =
-        join({R"({"hub":")", jsonEscaped(hub.hub), R"(","updates_total":)", std::to_string(hub.updates)});
+    std::string text = join({R"({"hub":")", jsonEscaped(hub.hub), R"(","updates_total":)",
+                             std::to_string(hub.updates), ",\"queue_fill_ratio\":", fillText(hub)});
     for (const HubTime& time : kHubTimes)
         text += join({",", jsonTime(time.name, hub.*time.ofHub)});
     return text + "}";
@@ -133,6 +138,10 @@ constexpr Quantile kQuantiles[] = {
     std::string text = head(updates, "counter", "", "Updates handed to subscriptions.");
     for (const HubStatistics& hub : figures.hubs)
         text += sample(updates + "_total", braced({own, hubPair(hub)}), hub.updates);
+    const std::string_view fill = "tivra_feed_queue_fill_ratio";
+    text += head(fill, "gauge", "ratio", "Fill level of the hub's receive queue.");
+    for (const HubStatistics& hub : figures.hubs)
+        text += join({fill, braced({own, hubPair(hub)}), " ", fillText(hub), "\n"});
     for (const HubTime& time : kHubTimes) {
         const std::string family = join({"tivra_feed_", time.name, "_seconds"});
         text += head(family, "summary", "seconds", time.help);

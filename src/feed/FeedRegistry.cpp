@@ -49,6 +49,13 @@ void addUpdates(tivra::FeedStatistics& figures, const std::string& hub, std::uin
             entry.updates += updates;
 }
 
+/// Two connections to one hub have a queue each.
+void addQueue(tivra::FeedStatistics& figures, const std::string& hub, double fill) {
+    for (tivra::HubStatistics& entry : figures.hubs)
+        if (entry.hub == hub)
+            entry.queueFill = std::max(entry.queueFill, fill);
+}
+
 } // namespace
 
 FeedRegistry::FeedRegistry(FeedSender& sender, std::function<void(const Error&)> onError)
@@ -385,8 +392,10 @@ tivra::FeedStatistics FeedRegistry::statistics() {
     const tp::MutexLock lock(m_mutex);
     for (const auto& [hub, updates] : m_pastUpdates)
         addUpdates(figures, hub, updates);
-    for (const FeedStream* stream : m_streams)
+    for (const FeedStream* stream : m_streams) {
         addUpdates(figures, stream->measures().hub, stream->updates());
+        addQueue(figures, stream->measures().hub, stream->queueFill());
+    }
     figures.subscriptions = m_subscriptionCount;
     figures.requests = m_requestCount;
     return figures;

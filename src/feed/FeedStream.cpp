@@ -15,6 +15,7 @@
 #include "kvnparse/Exchange.h"
 #include "kvnparse/Message.h"
 #include "receive/LibraryTags.h"
+#include "receive/Queue.h"
 #include "request/CommandClasses.h"
 
 namespace tivra_internal {
@@ -37,10 +38,11 @@ constexpr int kPairsOfBareStatus = 2;
 } // namespace
 
 FeedStream::FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& feed,
-                       const MetaTokenMap& dictionary, std::string hub)
+                       const MetaTokenMap& dictionary, std::string hub, const Queue& queue)
     : m_registry(std::move(registry))
     , m_feed(feed)
     , m_hub(std::move(hub))
+    , m_queue(queue)
     , m_measures(m_registry->measures().ofHub(m_hub))
     , m_fields(dictionary, m_registry->fields())
     , m_times(m_measures, m_feed.options().latencySampling) {
@@ -52,6 +54,10 @@ FeedStream::~FeedStream() {
     m_registry->removeStream(*this);
     connectionLost();
     m_registry->callbacks().watch().remove(m_slot);
+}
+
+double FeedStream::queueFill() const noexcept {
+    return m_queue.getPctFull() / 100.0;
 }
 
 void FeedStream::deliver(const StreamMessage& incoming) {

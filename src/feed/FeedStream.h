@@ -26,7 +26,7 @@ class FeedImpl;
 class FeedStream final : public MessageStream {
 public:
     FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& feed, const MetaTokenMap& dictionary,
-               std::string hub);
+               std::string hub, const Queue& queue);
     ~FeedStream() override;
 
     void deliver(const StreamMessage& incoming) override;
@@ -49,6 +49,8 @@ public:
         }
         return m_now;
     }
+    /// How full the hub's receive queue was when it was looked at last, from 0 to 1. @thread any
+    [[nodiscard]] double queueFill() const noexcept;
     /// Messages that have found their item. @thread any
     [[nodiscard]] std::uint64_t updates() const noexcept { return m_updates.load(std::memory_order_relaxed); }
 
@@ -67,6 +69,7 @@ private:
     const std::shared_ptr<FeedRegistry> m_registry;
     const FeedImpl& m_feed;
     const std::string m_hub;
+    const Queue& m_queue;
     const std::shared_ptr<HubMeasures> m_measures;
     HubFields m_fields;
     MessageTimes m_times;

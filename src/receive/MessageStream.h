@@ -14,6 +14,7 @@ namespace tivra_internal {
 
 class FrameTime;
 class MetaTokenMap;
+class Queue;
 
 /// A message for the application, with what the library has taken out of it.
 struct StreamMessage {
@@ -54,8 +55,9 @@ public:
     /// @param dictionary  the hub's, which lives as long as the stream
     /// @param hub         "host:port"; empty for the pseudo connection that carries the library's own
     /// messages
+    /// @param queue       what the hub's messages wait in, which lives as long as the stream
     [[nodiscard]] virtual std::unique_ptr<MessageStream> open(const MetaTokenMap& dictionary,
-                                                              const std::string& hub) = 0;
+                                                              const std::string& hub, const Queue& queue) = 0;
 };
 
 } // namespace tivra_internal

@@ -66,7 +66,8 @@ QueueReadHandler::QueueReadHandler(Queue* queue, ReadHandlerSession& session,
     , m_hubDropTok(requireToken("DROPPED.BYTES"))
     , m_idleCntTok(requireToken("IDLE.COUNT"))
     , m_conflationTok(requireToken("CONFLATION"))
-    , m_stream(session.openStream(MetaMap, hub.isDummy() ? std::string() : hub.getHubAddr())) {
+    , m_stream(
+          session.openStream(MetaMap, hub.isDummy() ? std::string() : hub.getHubAddr(), *m_responseQueue)) {
     auto event = std::make_unique<MessageEventImpl>(session, hostConfig);
     event->setDicMap(&MetaMap);
     m_event = event.get();

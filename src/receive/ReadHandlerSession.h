@@ -73,7 +73,8 @@ public:
     virtual void beginAddNewEntitlement(int src) = 0;
 
     /// Who takes the hub's messages; null for the session's message handler.
-    [[nodiscard]] virtual std::unique_ptr<MessageStream> openStream(const MetaTokenMap&, const std::string&) {
+    [[nodiscard]] virtual std::unique_ptr<MessageStream> openStream(const MetaTokenMap&, const std::string&,
+                                                                    const Queue&) {
         return nullptr;
     }
 };

@@ -239,9 +239,9 @@ public:
     void addNewEntitlement(int src, HubClient* hub) override { m_sources.addNewEntitlement(src, hub); }
     void deleteEntitlement(int src, HubClient* hub) override { m_sources.deleteEntitlement(src, hub); }
     void beginAddNewEntitlement(int src) override { m_sources.beginAddNewEntitlement(src); }
-    [[nodiscard]] std::unique_ptr<MessageStream> openStream(const MetaTokenMap& dictionary,
-                                                            const std::string& hub) override {
-        return m_streams != nullptr ? m_streams->open(dictionary, hub) : nullptr;
+    [[nodiscard]] std::unique_ptr<MessageStream>
+    openStream(const MetaTokenMap& dictionary, const std::string& hub, const Queue& queue) override {
+        return m_streams != nullptr ? m_streams->open(dictionary, hub, queue) : nullptr;
     }
 
     // --- TagSource ---

@@ -27,6 +27,7 @@ tivra::FeedStatistics twoHubs() {
     figures.hubs.resize(2);
     figures.hubs[0].hub = "a:1";
     figures.hubs[0].updates = 3;
+    figures.hubs[0].queueFill = 0.25;
     figures.hubs[0].callback = {1, std::chrono::nanoseconds(1'500'000'002), {}, {}, {}, {}, {}};
     figures.hubs[1].hub = "b\"\n:2";
     figures.hubs[1].updates = 4;
@@ -73,7 +74,9 @@ TEST(FeedMetrics, HubsAreToldApartByALabelThatNobodyElseHas) {
     EXPECT_THAT(text, HasSubstr("\ntivra_feed_open_requests{app=\"pricer\"} 2\n"));
     EXPECT_THAT(text,
                 testing::EndsWith("tivra_feed_request_to_answer_seconds_count{app=\"pricer\"} 0\n# EOF\n"));
-    EXPECT_THAT(feedJson(twoHubs(), {}), HasSubstr("\"hubs\":[{\"hub\":\"a:1\",\"updates_total\":3,"));
+    EXPECT_THAT(text, HasSubstr("\ntivra_feed_queue_fill_ratio{app=\"pricer\",hub=\"a:1\"} 0.25\n"));
+    EXPECT_THAT(feedJson(twoHubs(), {}),
+                HasSubstr("\"hubs\":[{\"hub\":\"a:1\",\"updates_total\":3,\"queue_fill_ratio\":0.25,"));
 }
 
 TEST(FeedMeasures, EachStageOfAMessageAndOfARequestIsMeasured) {
@@ -99,6 +102,30 @@ TEST(FeedMeasures, EachStageOfAMessageAndOfARequestIsMeasured) {
     EXPECT_GE(figures.socketToDecode.count, 3U) << "the image, its end and the answer";
     EXPECT_GT(figures.socketToDecode.min.count(), 1);
     EXPECT_EQ(figures.requestToAnswer.count, 1U);
+}
+
+TEST(FeedMeasures, TheQueueFillsBehindACallbackThatTakesItsTimeAndEmptiesAfterIt) {
+    tivra_testkit::StartedHub hub;
+    tivra::FeedOptions options = optionsFor(hub);
+    options.parameters = {{"COMPRESSION_BOOL", "false"}, {"QUEUE_SIZE_LONG", "1"}};
+    Feed feed = Feed::open(std::move(options));
+    tivra_testkit::Gate gate;
+    auto ibm = feed.subscribe({100, "IBM"}, [&gate](const tivra::Update&) { gate.wait(); });
+    const auto waitForFill = [&feed](double least, double most) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        double fill = -1.0;
+        while ((fill < least || fill > most) && std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+            fill = feed.statistics().hubs.at(0).queueFill;
+        }
+        return fill;
+    };
+    const std::string text(10'000, 'x');
+    for (int i = 0; i < 40; ++i)
+        hub.sendBody("4=100|5=IBM|3974=" + text);
+    EXPECT_GE(waitForFill(0.2, 1.0), 0.2);
+    gate.open();
+    EXPECT_EQ(waitForFill(0.0, 0.0), 0.0);
 }
 
 // The thread that reads is in the callback while the second update of a pair comes. Where it isn't, since

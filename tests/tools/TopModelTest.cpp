@@ -35,6 +35,7 @@ Picture picture() {
     hub.status.hub = "10.1.2.3:4567";
     hub.status.to = tivra::HubState::Lost;
     hub.status.cause = "reset by peer";
+    hub.statistics.queueFill = 0.42;
     made.hubs = {hub};
     made.log = {{kNow, true, "hub lost"}};
     return made;
@@ -118,8 +119,9 @@ TEST(TopPainter, FitsIntoAWindowOfAnySize) {
             }
     EXPECT_THAT(screenOf(shown, 80, 1), HasSubstr("established"));
     EXPECT_THAT(screenOf(shown, 40, 10), testing::AllOf(HasSubstr("1:AAA"), HasSubstr("30")));
-    EXPECT_THAT(screenOf(shown, 80, 24), testing::AllOf(HasSubstr("stale"), HasSubstr("reset by peer"),
-                                                        HasSubstr("hub lost"), HasSubstr(" 5s ")));
+    EXPECT_THAT(screenOf(shown, 80, 24),
+                testing::AllOf(HasSubstr("stale"), HasSubstr("reset by peer"), HasSubstr("hub lost"),
+                               HasSubstr(" 42% "), HasSubstr(" 5s ")));
 }
 
 TEST(TopPainter, StaleValuesAreGreyAndNeverShownAsMoved) {

@@ -38,7 +38,8 @@ json jsonOf(const HubLine& hub) {
             {"rate", std::round(hub.rate)},
             {"p50", microseconds(latency.p50)},
             {"p99", microseconds(latency.p99)},
-            {"queued", microseconds(hub.statistics.decodeToCallback.p99)}};
+            {"queued", microseconds(hub.statistics.decodeToCallback.p99)},
+            {"fill", std::round(hub.statistics.queueFill * 100.0)}};
 }
 
 json jsonOf(const History::Figures& figures) {

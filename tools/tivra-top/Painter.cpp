@@ -12,7 +12,8 @@ namespace {
 constexpr std::size_t kName = 14;
 constexpr std::size_t kCell = 10;
 constexpr std::size_t kShort = 7;
-constexpr std::size_t kScale = 17;
+constexpr std::size_t kTime = 6;
+constexpr std::size_t kScale = 14;
 constexpr std::size_t kState = 10;
 constexpr std::size_t kNarrow = 60;
 
@@ -158,14 +159,26 @@ void paintBoard(const Picture& picture, View& view, Canvas& canvas, Region regio
         paintRow(picture, *rows[first + i], name, canvas, region.top + 1 + i);
 }
 
+/// The columns from the rate to the queue.
+std::string figuresText(const HubLine& hub) {
+    const tivra::LatencySummary& latency = hub.statistics.socketToDecode;
+    const tivra::LatencySummary& queued = hub.statistics.decodeToCallback;
+    const bool hasLatency = latency.count > 0;
+    return right(fmt::format("{:.0f}", hub.rate), kShort) +
+           right(hasLatency ? durationText(latency.p50) : "-", kTime) +
+           right(hasLatency ? durationText(latency.p99) : "-", kTime) +
+           right(queued.count > 0 ? durationText(queued.p99) : "-", kShort) +
+           right(fmt::format("{:.0f}%", hub.statistics.queueFill * 100.0), 5) + " ";
+}
+
 void paintHubs(const Picture& picture, View& view, Canvas& canvas, Region region) {
     if (region.lines == 0)
         return;
     canvas.fill(region.top, Style::Head);
     canvas.put(0, region.top,
-               left("HUB", 22) + left("STATE", 12) + right("RATE", kShort) + right("P50", kShort) +
-                   right("P99", kShort) + right("QUEUED", kShort) + " " + left("1us    1ms     1s", kScale) +
-                   " CAUSE",
+               left("HUB", 22) + left("STATE", 12) + right("RATE", kShort) + right("P50", kTime) +
+                   right("P99", kTime) + right("QUEUED", kShort) + right("FULL", 5) + " " +
+                   left("1us   1ms   1s", kScale) + " CAUSE",
                Style::Head);
     const std::size_t room = region.lines - 1;
     const std::size_t first = view.panel() == Panel::Hubs ? view.firstOf(picture.hubs.size(), room) : 0;
@@ -173,17 +186,11 @@ void paintHubs(const Picture& picture, View& view, Canvas& canvas, Region region
         const HubLine& hub = picture.hubs[first + i];
         const tivra::LatencySummary& latency = hub.statistics.socketToDecode;
         const bool isReady = hub.status.to == tivra::HubState::Ready;
-        const bool hasLatency = latency.count > 0;
-        const tivra::LatencySummary& queued = hub.statistics.decodeToCallback;
-        const std::string figures = right(fmt::format("{:.0f}", hub.rate), kShort) +
-                                    right(hasLatency ? durationText(latency.p50) : "-", kShort) +
-                                    right(hasLatency ? durationText(latency.p99) : "-", kShort) +
-                                    right(queued.count > 0 ? durationText(queued.p99) : "-", kShort) + " ";
         // Why a hub isn't there matters more than how fast it was.
         const std::string rest =
             hub.status.cause.empty() || isReady ? distributionText(latency, kScale) : hub.status.cause;
         canvas.put(0, region.top + 1 + i,
-                   left(hub.status.hub, 22) + left(nameOf(hub.status.to), 12) + figures + rest,
+                   left(hub.status.hub, 22) + left(nameOf(hub.status.to), 12) + figuresText(hub) + rest,
                    isReady ? Style::Plain : Style::Warning);
     }
 }
@@ -199,7 +206,7 @@ void paintLog(const Picture& picture, View& view, Canvas& canvas, Region region)
     const std::size_t back = view.panel() == Panel::Log ? view.firstOf(picture.log.size(), room) : 0;
     for (std::size_t i = 0; i < count; ++i) {
         const LogEntry& entry = picture.log[picture.log.size() - back - count + i];
-        canvas.put(0, region.top + 1 + i, timeText(entry.time) + " " + entry.text,
+        canvas.put(0, region.top + 1 + i, fmt::format("{} {}", timeText(entry.time), entry.text),
                    entry.isWarning ? Style::Warning : Style::Plain);
     }
 }

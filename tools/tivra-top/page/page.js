@@ -121,9 +121,9 @@ function timeline(name, now) {
 function showHubs(now) {
     byId("hubs").replaceChildren(...hubs.map(hub => {
         const tr = document.createElement("tr");
-        [hub.name, hub.state, hub.rate, hub.p50.toFixed(0), hub.p99.toFixed(0), hub.queued.toFixed(0)].forEach((each, i) => text(cell(tr, i), String(each), i > 1 ? "n" : i === 1 ? hub.state : ""));
-        cell(tr, 6).append(timeline(hub.name, now));
-        text(cell(tr, 7), hub.state === "ready" ? "" : hub.cause);
+        [hub.name, hub.state, hub.rate, hub.p50.toFixed(0), hub.p99.toFixed(0), hub.queued.toFixed(0), hub.fill + "%"].forEach((each, i) => text(cell(tr, i), String(each), i > 1 ? "n" : i === 1 ? hub.state : ""));
+        cell(tr, 7).append(timeline(hub.name, now));
+        text(cell(tr, 8), hub.state === "ready" ? "" : hub.cause);
         return tr;
     }));
 }
