@@ -133,7 +133,7 @@ void Bridge::end() {
         partitions.push_back(partition);
     release(partitions);
     try {
-        if (m_book.mayUseName(Clock::now()) && m_book.memberRevision() > 0)
+        if (m_answersAtEnd && m_book.mayUseName(Clock::now()) && m_book.memberRevision() > 0)
             m_table.remove(m_book.memberKey());
     } catch (const std::exception&) {
         // It is taken for dead when the lease is over.
@@ -285,11 +285,14 @@ void Bridge::release(const std::vector<unsigned>& partitions) {
         tenure.lastValues->settle();
     }
     drain(partitions);
+    // An engine that doesn't answer is asked once: the leases are over soon without it.
+    bool answers = true;
     for (const unsigned partition : partitions) {
         const bool isStored = m_tenures.at(partition).writer->isDrained();
         drop(partition, isStored ? "given back" : "given back, and not all of it was stored in time");
-        attempt(partition, [&] { giveBack(partition); });
+        answers = answers && m_publisher.isConnected() && attempt(partition, [&] { giveBack(partition); });
     }
+    m_answersAtEnd = answers;
 }
 
 void Bridge::drain(const std::vector<unsigned>& partitions) {

@@ -118,6 +118,7 @@ private:
     std::map<unsigned, Tenure> m_tenures;
     std::map<unsigned, RepeatedTrouble> m_troubles; ///< by partition
     RepeatedTrouble m_engineTrouble;
+    bool m_answersAtEnd = true; ///< the engine, when leases were given back last
     Clock::time_point m_nextRenewal{};
     Clock::time_point m_nextLeases{};
     Clock::time_point m_nextStatus{};

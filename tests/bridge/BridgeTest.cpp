@@ -28,6 +28,10 @@ public:
     std::optional<std::uint64_t> write(const std::string& key, const std::string& value,
                                        std::uint64_t revision) override {
         const tp::MutexLock lock(m_mutex);
+        if (m_isDown) {
+            m_vainWrites += key.starts_with("lease.") ? 1 : 0;
+            throw BusError("no answer");
+        }
         LeaseEntry& entry = m_entries[key];
         if (entry.revision != revision)
             return std::nullopt;
@@ -39,6 +43,16 @@ public:
         const tp::MutexLock lock(m_mutex);
         m_entries[key] = {key, value, ++m_revision};
     }
+    /// From now on every write waits in vain.
+    void takeDown() {
+        const tp::MutexLock lock(m_mutex);
+        m_isDown = true;
+    }
+    /// To leases.
+    [[nodiscard]] int vainWrites() const {
+        const tp::MutexLock lock(m_mutex);
+        return m_vainWrites;
+    }
     [[nodiscard]] LeaseEntry entry(const std::string& key) const {
         const tp::MutexLock lock(m_mutex);
         const auto found = m_entries.find(key);
@@ -49,6 +63,8 @@ private:
     mutable tp::Mutex m_mutex;
     std::map<std::string, LeaseEntry> m_entries TP_GUARDED_BY(m_mutex);
     std::uint64_t m_revision TP_GUARDED_BY(m_mutex) = 0;
+    bool m_isDown TP_GUARDED_BY(m_mutex) = false;
+    int m_vainWrites TP_GUARDED_BY(m_mutex) = 0;
 };
 
 class BridgeTest : public FeedTest {
@@ -94,6 +110,15 @@ TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
     EXPECT_EQ(table.entry("member.a").value, "");
     for (const unsigned partition : {0U, 2U, 3U})
         EXPECT_THAT(table.entry(LeaseBook::leaseKey(partition)).value, HasSubstr(R"("holder":"")"));
+}
+
+TEST_F(BridgeTest, AnEngineThatDoesNotAnswerIsNotWaitedForByEachPartitionAtTheEnd) {
+    {
+        const Bridge bridge(options(), feed, bus, table, [](const std::string&) {});
+        EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions.size() == kPartitions; }));
+        table.takeDown();
+    }
+    EXPECT_EQ(table.vainWrites(), 1);
 }
 
 TEST_F(BridgeTest, OneWhoseNameAnotherLiveProcessHasGivesUp) {
