@@ -176,6 +176,8 @@ Error FeedImpl::startFailure(const std::string& reason) const {
         details.cause = kLoginRefused;
     } else {
         details.code = Error::Code::OpenFailed;
+        if (!last.empty() && reason.find(last) == std::string::npos)
+            details.cause += ", last: " + last;
     }
     return Error(std::move(details));
 }

@@ -431,6 +431,7 @@ void HubClient::closeConnection() {
         return;
     if (const std::string fault = m_socket.streamFault(); !fault.empty()) {
         eprintf(isDialRepeated() ? EPF_DBUG : EPF_WARN, "%s: %s", getHubAddr().c_str(), fault.c_str());
+        m_socket.noteEncryptionFault(fault);
         if (ending.cause.empty())
             ending.cause = fault;
     }

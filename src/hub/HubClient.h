@@ -133,6 +133,8 @@ public:
     [[nodiscard]] int getConnectErrno() const { return m_socket.connectErrno(); }
     /// The same for people. @thread hub
     [[nodiscard]] std::string connectFault() const { return m_socket.connectFault(); }
+    /// See HubSocket. @thread hub
+    [[nodiscard]] const std::string& encryptionFault() const { return m_socket.encryptionFault(); }
     [[nodiscard]] std::size_t getIndex() const { return m_options.index; }
     [[nodiscard]] std::string getHubAddr() const override { return m_address.shown(); }
     [[nodiscard]] uint16_t getHubPort() const { return m_address.port(); }

@@ -63,6 +63,11 @@ public:
     [[nodiscard]] int connectErrno() const { return m_connectErrno.load(std::memory_order_relaxed); }
     /// The same for people. @thread hub
     [[nodiscard]] std::string connectFault() const;
+    /// What the encryption, or the want of one, has ended the last attempt with; empty for any other end.
+    /// @thread hub
+    [[nodiscard]] const std::string& encryptionFault() const { return m_connectFault; }
+    /// The same of a connection that came to its end before it was of use. @thread hub
+    void noteEncryptionFault(const std::string& fault) { m_connectFault = fault; }
 
     // --- dialling ---
     void noteDial();

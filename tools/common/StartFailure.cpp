@@ -47,6 +47,9 @@ std::string startFailureText(const StartAttempt& attempt) {
     const std::string head = fmt::format("cannot start a session with {} as \"{}\", tried for {:.1f} s",
                                          attempt.hosts, attempt.user, attempt.seconds);
     const std::string log = existingLogFile(attempt.logFile);
+    // After the address the library says why there is no encryption, which one more dial wouldn't.
+    if (contains(reason, "retry limit") && contains(reason, ": "))
+        return fmt::format("{}, in the connect phase: {}. Log: {}", head, reason, log);
     if (contains(reason, "retry limit") || contains(reason, "connectHost"))
         return fmt::format(
             "{}, in the connect phase: {}; {}. Check the address and that a hub listens there{}. Log: {}",

@@ -163,7 +163,8 @@ void Supervisor::abortStartFor(HubClient& client, const ClientCheck& check, cons
     else if (check.timedOut)
         reason = "Read timeout waiting for response for request from " + client.getHubAddr();
     else if (client.isPastRetryLimit())
-        reason = "Connection retry limit exceeded for " + client.getHubAddr();
+        reason = "Connection retry limit exceeded for " + client.getHubAddr() +
+                 (client.encryptionFault().empty() ? "" : ": " + client.encryptionFault());
     m_session.abortStart(reason);
 }
 
