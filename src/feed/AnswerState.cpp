@@ -5,9 +5,11 @@
 
 #include <tp/Clock.h>
 #include <tp/Thread.h>
+#include <tp/eprintf.h>
 
 #include "feed/Callbacks.h"
 #include "feed/FeedRegistry.h"
+#include "feed/RecordData.h"
 
 namespace tivra_internal {
 
@@ -23,10 +25,12 @@ namespace {
 
 } // namespace
 
-AnswerState::AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what)
+AnswerState::AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what,
+                         std::size_t maxBytes)
     : m_registry(std::move(registry))
     , m_tag(tag)
     , m_what(std::move(what))
+    , m_maxBytes(maxBytes)
     , m_askedAt(tp::Clock::monotonic()) {}
 
 void AnswerState::setTimeOut(const LaterThread::Ticket& timeOut) {
@@ -35,9 +39,22 @@ void AnswerState::setTimeOut(const LaterThread::Ticket& timeOut) {
 }
 
 void AnswerState::addRecord(tivra::Record record) {
-    const tp::MutexLock lock(m_mutex);
-    if (!m_hasEnded)
-        m_records.push_back(std::move(record));
+    {
+        const tp::MutexLock lock(m_mutex);
+        if (m_hasEnded)
+            return;
+        m_bytes += sizeof record + RecordData::bytesOf(record);
+        if (m_bytes <= m_maxBytes) {
+            m_records.push_back(std::move(record));
+            return;
+        }
+    }
+    eprintf(EPF_WARN, "The answer to the %s takes more than %zu bytes; it is given up", m_what.c_str(),
+            m_maxBytes);
+    end(answerError(Error::Code::Refused,
+                    "the answer to the " + m_what + " takes more than " + std::to_string(m_maxBytes) +
+                        " bytes",
+                    "ask for less at a time"));
 }
 
 void AnswerState::addFailure(Error failure) {

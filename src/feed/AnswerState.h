@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -23,8 +24,12 @@ class AnswerState : public std::enable_shared_from_this<AnswerState> {
 public:
     using Result = tivra::Result<tivra::Snapshot>;
 
+    /// A hub may answer without end: what it has sent by then is given up.
+    static constexpr std::size_t kMaxBytes = std::size_t{4} << 30;
+
     /// @param what  the request for error texts, `query of IBM at source 100` for example
-    AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what);
+    AnswerState(std::shared_ptr<FeedRegistry> registry, int64_t tag, std::string what,
+                std::size_t maxBytes = kMaxBytes);
     AnswerState(const AnswerState&) = delete;
     AnswerState& operator=(const AnswerState&) = delete;
 
@@ -66,12 +71,14 @@ private:
     const std::shared_ptr<FeedRegistry> m_registry;
     const int64_t m_tag;
     const std::string m_what;
-    const double m_askedAt; ///< by the monotonic clock
+    const std::size_t m_maxBytes; ///< of the records
+    const double m_askedAt;       ///< by the monotonic clock
 
     tp::Mutex m_mutex; ///< guards what follows
     tp::ConditionVariable m_changed;
     LaterThread::Ticket m_timeOut TP_GUARDED_BY(m_mutex);
     std::vector<tivra::Record> m_records TP_GUARDED_BY(m_mutex);
+    std::size_t m_bytes TP_GUARDED_BY(m_mutex) = 0;
     std::vector<tivra::Error> m_failures TP_GUARDED_BY(m_mutex);
     bool m_hasEnded TP_GUARDED_BY(m_mutex) = false;
     bool m_isTaken TP_GUARDED_BY(m_mutex) =

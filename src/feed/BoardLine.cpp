@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <limits>
 #include <string_view>
 #include <thread>
 #include <utility>
 
 #include <feed/Error.h>
+#include <tp/eprintf.h>
 
 #include "feed/ClockTime.h"
 #include "feed/HubFields.h"
@@ -64,6 +66,11 @@ constexpr std::size_t kLongestText = (1U << TextPlace::kLengthBits) - 1;
     return storage == KVNAPI::Token::TY_INT ? type == Value::Type::Integer
                                             : type == Value::Type::Double || type == Value::Type::Time;
 }
+
+/// A hub may send fields and texts without end; no line is larger, and every place in one has room in the
+/// word of its field.
+constexpr std::size_t kMostWords = (4U << 20) / sizeof(std::uint64_t);
+constexpr std::size_t kNowhere = std::numeric_limits<std::size_t>::max();
 
 /// What a record is made of: the words of a line, as they were at one moment.
 class WordContent {
@@ -163,7 +170,7 @@ void BoardLine::write(const UpdateData& data, bool replaces) {
     }
     const KVNAPI::Message& message = data.message;
     if (m_block.load(std::memory_order_relaxed) == nullptr)
-        makeRoom(2 * static_cast<std::size_t>(message.pairCount()));
+        static_cast<void>(makeRoom(2 * static_cast<std::size_t>(message.pairCount())));
     for (int i = 0; i < message.pairCount(); ++i)
         put(data.fields.fieldOf(*message.tokenOf(i)), message, i);
     m_lastUpdate.store(data.subscription->lastUpdate(), std::memory_order_release);
@@ -172,6 +179,8 @@ void BoardLine::write(const UpdateData& data, bool replaces) {
 
 void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int index) {
     const std::size_t place = placeOf(field);
+    if (place == kNowhere)
+        return;
     const KVNAPI::TVPair pair = message.readPair(index);
     if (pair.token->storage != KVNAPI::Token::TY_STRING && isStoredAs(load(place), pair.token->storage)) {
         store(place + 1, pair.token->storage == KVNAPI::Token::TY_INT ? static_cast<std::uint64_t>(pair.i)
@@ -209,7 +218,10 @@ std::size_t BoardLine::placeOf(const FieldEntry& field) {
         }
         ++at;
     }
-    makeRoom(2);
+    if (!makeRoom(2)) {
+        leaveOut(field);
+        return kNowhere;
+    }
     store(2 * count, wanted);
     store(2 * count + 1, 0);
     m_count.store(count + 1, std::memory_order_release);
@@ -228,7 +240,12 @@ void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_
         store(place + 1, 0);
         // One that grows may do so again.
         const std::size_t room = target.room != 0 ? std::bit_ceil(words) : words;
-        makeRoom(room);
+        if (!makeRoom(room)) {
+            store(place, nameWord(field, Value::Type::Text)); // an old value would be taken for a new one
+            store(place + 1, TextPlace(m_block.load(std::memory_order_relaxed)->size(), 0, 0).word());
+            leaveOut(field);
+            return;
+        }
         m_textBegin -= static_cast<std::uint32_t>(room);
         target = TextPlace(m_textBegin, room, text.size());
     }
@@ -241,11 +258,17 @@ void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_
     store(place + 1, target.word());
 }
 
-void BoardLine::makeRoom(std::size_t words) {
+void BoardLine::leaveOut(const FieldEntry& field) {
+    countGap();
+    eprintf(EPF_WARN, "A row of a board, source %d, has no room for the field %s, whose value is left out",
+            m_source, field.name.c_str());
+}
+
+bool BoardLine::makeRoom(std::size_t words) {
     BoardBlock* block = m_block.load(std::memory_order_relaxed);
     const std::size_t fields = 2 * static_cast<std::size_t>(m_count.load(std::memory_order_relaxed));
     if (block != nullptr && fields + words <= m_textBegin)
-        return;
+        return true;
     // The texts that are left behind by longer ones go.
     std::vector<std::uint64_t> old(block != nullptr ? block->size() : 0);
     std::size_t texts = 0;
@@ -255,6 +278,8 @@ void BoardLine::makeRoom(std::size_t words) {
         if (typeOf(old[i]) == Value::Type::Text)
             texts += std::max(TextPlace(old[i + 1]).room, TextPlace(old[i + 1]).words());
     const std::size_t needed = fields + texts + words;
+    if (needed > kMostWords)
+        return false;
     if (needed > old.size()) {
         block = BoardBlock::make(std::max(needed, 2 * old.size()), BoardBlock::Ptr(block)).release();
         m_block.store(block, std::memory_order_release);
@@ -273,6 +298,7 @@ void BoardLine::makeRoom(std::size_t words) {
             store(text.begin + w, old[from + w]);
         store(i + 1, text.word());
     }
+    return true;
 }
 
 /// What it looks at may be half written: no word is trusted before the version has been seen again, but for

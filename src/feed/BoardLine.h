@@ -66,9 +66,11 @@ private:
     void write(const UpdateData& data, bool replaces) TP_REQUIRES(m_turn);
     void put(const FieldEntry& field, const KVNAPI::Message& message, int index) TP_REQUIRES(m_turn);
     void putText(std::size_t place, const FieldEntry& field, std::string_view text) TP_REQUIRES(m_turn);
+    /// kNowhere for a new field that there is no room for.
     [[nodiscard]] std::size_t placeOf(const FieldEntry& field) TP_REQUIRES(m_turn);
-    /// Room for so many words more. Texts may move.
-    void makeRoom(std::size_t words) TP_REQUIRES(m_turn);
+    /// Room for so many words more. Texts may move. False when the line would become larger than any may be.
+    [[nodiscard]] bool makeRoom(std::size_t words) TP_REQUIRES(m_turn);
+    void leaveOut(const FieldEntry& field) TP_REQUIRES(m_turn);
     void store(std::size_t place, std::uint64_t word) noexcept {
         m_block.load(std::memory_order_relaxed)->word(place).store(word, std::memory_order_release);
     }

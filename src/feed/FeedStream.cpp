@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <tp/Clock.h>
+#include <tp/eprintf.h>
 
 #include "feed/AnswerState.h"
 #include "feed/ClockTime.h"
@@ -26,6 +27,9 @@ using tivra::Update;
 
 /// Its tag and its status.
 constexpr int kPairsOfBareStatus = 2;
+/// In bytes. What is subscribed by its name is far shorter, and for a pattern a hub may name symbols without
+/// end, each as long as a frame.
+constexpr std::size_t kLongestSymbol = 256;
 
 [[nodiscard]] std::string_view symbolOf(const KVNAPI::Message& message) noexcept {
     return {message.symbol.buf, message.symbol.len};
@@ -63,6 +67,12 @@ double FeedStream::queueFill() const noexcept {
 void FeedStream::deliver(const StreamMessage& incoming) {
     m_times.begin(incoming.frame);
     m_registry->hold().waitIfAsked();
+    if (!incoming.hasStatus && symbolOf(incoming.message).size() > kLongestSymbol) {
+        eprintf(EPF_WARN, "%s: a symbol of %zu bytes is longer than any may be; its message is ignored",
+                m_hub.c_str(), symbolOf(incoming.message).size());
+        m_registry->countUnwanted();
+        return;
+    }
     if (incoming.tag != 0) {
         deliverTagged(incoming);
         return;

@@ -1,9 +1,24 @@
 #include "feed/FieldTable.h"
 
+#include <tp/eprintf.h>
+
 namespace tivra_internal {
 
 const FieldEntry& FieldTable::intern(std::string_view name) {
     const tp::MutexLock lock(m_mutex);
+    return internLocked(name);
+}
+
+const FieldEntry& FieldTable::internOfHub(std::string_view name) {
+    const tp::MutexLock lock(m_mutex);
+    if (m_entries.size() < kMostNames || m_byName.count(name) != 0)
+        return internLocked(name);
+    eprintf(EPF_WARN, "Hubs have named more than %zu fields; %.64s goes without its name", kMostNames,
+            std::string(name).c_str());
+    return internLocked("");
+}
+
+const FieldEntry& FieldTable::internLocked(std::string_view name) {
     if (const auto found = m_byName.find(name); found != m_byName.end())
         return *found->second;
     const FieldEntry& entry = m_entries.emplace_back(

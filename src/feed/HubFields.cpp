@@ -56,7 +56,7 @@ const KVNAPI::Token* HubFields::tokenOf(const FieldEntry& field) {
 }
 
 const FieldEntry& HubFields::enter(const KVNAPI::Token& token) {
-    const FieldEntry& entry = m_table->intern(token.name);
+    const FieldEntry& entry = m_table->internOfHub(token.name);
     const auto number = static_cast<std::size_t>(token.kvnid);
     if (number >= kMostNumbers)
         return entry;

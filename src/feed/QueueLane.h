@@ -84,6 +84,8 @@ struct QueueLane {
     std::uint64_t section = 0;
     Symbols symbols; ///< one, unless the subscription is for a pattern
     std::size_t sweepAt = 1024;
+    std::uint64_t droppedSince = 0; ///< of symbols that have been forgotten; see kMostSymbols
+    std::uint64_t droppedBytesSince = 0;
     Symbols::value_type* current = nullptr; ///< the one that was used last
     LinkedList<QueueNode, &QueueNode::inLane> events;
     std::size_t states = 0; ///< that wait
@@ -97,12 +99,22 @@ struct QueueLane {
     }
 
 private:
+    /// A hub may name symbols without end for a pattern, and drops of each would be kept. Above so many the
+    /// next event of the subscription reports them.
+    static constexpr std::size_t kMostSymbols = 1'000'000;
+
     [[nodiscard]] Symbols::value_type& find(std::string_view name) {
         if (const auto found = symbols.find(name); found != symbols.end())
             return *found;
         if (symbols.size() >= sweepAt) { // the symbols of a pattern have no end
-            std::erase_if(symbols, [](const Symbols::value_type& one) {
-                return one.second.waiting == 0 && one.second.droppedSince == 0;
+            const bool isCrowded = symbols.size() >= kMostSymbols;
+            std::erase_if(symbols, [this, isCrowded](const Symbols::value_type& one) {
+                const QueueSymbol& known = one.second;
+                if (known.waiting != 0 || (known.droppedSince != 0 && !isCrowded))
+                    return false;
+                droppedSince += known.droppedSince;
+                droppedBytesSince += known.droppedBytesSince;
+                return true;
             });
             sweepAt = 2 * symbols.size() + 1024;
         }

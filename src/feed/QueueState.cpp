@@ -148,8 +148,11 @@ bool QueueState::merge(QueueLane& lane, QueueSymbol& symbol, const UpdateData& d
     QueueNode* const node = symbol.open;
     if (node == nullptr || node->section != lane.section)
         return false;
-    m_figures.bytes -= node->bytes;
     const bool isNewImage = data.kind == Update::Kind::Image && lane.expectsImage;
+    // One record mustn't outgrow the queue: the queue then drops it as its oldest, and counts it.
+    if (!isNewImage && node->bytes >= m_options.maxBytes)
+        return false;
+    m_figures.bytes -= node->bytes;
     if (isNewImage)
         node->record = RecordData::copyOf(data.message, data.fields);
     else
@@ -341,6 +344,8 @@ std::unique_ptr<QueueNode> QueueState::take() {
         ++m_figures.taken;
     node->dropped += std::exchange(node->symbol->droppedSince, 0);
     node->droppedBytes += std::exchange(node->symbol->droppedBytesSince, 0);
+    node->dropped += std::exchange(node->lane->droppedSince, 0);
+    node->droppedBytes += std::exchange(node->lane->droppedBytesSince, 0);
     if (m_events.first() == nullptr)
         m_descriptor.set(false);
     if (hasRoom())

@@ -25,10 +25,17 @@ std::string withDetail(const char* opening, const std::string& detail) {
 } // namespace
 
 bool SessionEventQueue::mayDrop(tivra::SessionEvent::Types type) const {
-    if (type != tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED &&
-        type != tivra::SessionEvent::TIVRA_SESSION_SOURCE_REMOVED)
+    using tivra::SessionEvent;
+    switch (type) {
+    case SessionEvent::TIVRA_SESSION_SOURCE_ADDED:
+    case SessionEvent::TIVRA_SESSION_SOURCE_REMOVED:
+    case SessionEvent::TIVRA_SESSION_AVAILABLE_ALLSOURCES:
+    case SessionEvent::TIVRA_SESSION_AVAILABLE_SOURCES:
+    case SessionEvent::TIVRA_SESSION_RECOVERY_SOURCES:
+        return eventQueue.size() >= kMaxQueuedEvents;
+    default:
         return false;
-    return eventQueue.size() >= kMaxQueuedEvents;
+    }
 }
 
 void SessionEventQueue::push(tivra::SessionEvent::Types type, const std::string& dicVersion, int sourceID,

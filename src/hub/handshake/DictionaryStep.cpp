@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 #include <event/SessionEvent.h>
 #include <tp/eprintf.h>
@@ -46,6 +47,7 @@ void fillRow(TmpToken& row, int number, const MessageField& name, const MessageF
 } // namespace
 
 int DictionaryStep::ask() {
+    m_isFull = false;
     return m_context.ask(GET_DIC, "5026=%d|5022=ListInternalTokens", GET_DIC);
 }
 
@@ -75,6 +77,9 @@ void DictionaryStep::take(const KVNAPI::Message& msg) {
     const TokenRows::Added added = m_context.known.m_useLocalMap
                                        ? tmpTokenMap.add(kvnid, fill)
                                        : cache.addRow(m_context.known.m_dicVersion, kvnid, fill);
+    if (added == TokenRows::Added::Full && !std::exchange(m_isFull, true))
+        eprintf(EPF_WARN, "%s: the dictionary has more than %zu rows; the others are ignored",
+                m_context.address.shown().c_str(), TokenRows::kMaxRows);
     if (added == TokenRows::Added::Duplicate)
         eprintf(EPF_DBUG, "HubClient::process_dic: skipping dup for kvnid %d", kvnid);
 }

@@ -65,8 +65,14 @@ void ReturnCodesStep::addReturnCode(int64_t code, const KVNAPI::Message& msg) {
         eprintf(EPF_WARN, "HubClient::process_enum: %s missing from message", "KVN.ENUM.DESC");
         return;
     }
-    if (code < INT_MIN || code > INT_MAX || ++m_context.state.m_enumRows > kMaxEnumRows)
+    if (code < INT_MIN || code > INT_MAX)
         return;
+    if (++m_context.state.m_enumRows > kMaxEnumRows) {
+        if (m_context.state.m_enumRows == kMaxEnumRows + 1)
+            eprintf(EPF_WARN, "%s: the hub lists more than %ld return codes; the others are ignored",
+                    m_context.address.shown().c_str(), kMaxEnumRows);
+        return;
+    }
     const std::string text = loggable(desc.text());
     m_context.dictionaries.setRetCodeDesc(static_cast<int>(code), text.data(),
                                           static_cast<long>(text.size()));

@@ -126,6 +126,7 @@ private:
 
     HandshakeContext& m_context;
     TokenRows tmpTokenMap; ///< rows of a dictionary version that is this hub's alone
+    bool m_isFull = false; ///< a row of this download has been ignored for want of room
 };
 
 /// The first look-up of a port, whose answer says what the group around a hub looks like: the hub alone, an

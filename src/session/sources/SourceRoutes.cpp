@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include <tp/eprintf.h>
+
 #include "session/routing/RoutingTarget.h"
 
 namespace tivra_internal {
@@ -10,6 +12,10 @@ namespace {
 
 // Far above any real list of sources, and a bound on what hostile lists can make the process hold.
 constexpr std::size_t kMaxSources = 100000;
+
+void warnOfSource(int src) {
+    eprintf(EPF_WARN, "Hubs list more than %zu sources; source %d is ignored", kMaxSources, src);
+}
 
 } // namespace
 
@@ -21,8 +27,10 @@ HubClient* SourceRoutes::find(int src) const {
 
 void SourceRoutes::addBoxSource(int src, HubClient* client) {
     tp::MutexLock lock(m_srcClientMap_mutex);
-    if (srcClientMap.size() >= kMaxSources && srcClientMap.count(src) == 0)
+    if (srcClientMap.size() >= kMaxSources && srcClientMap.count(src) == 0) {
+        warnOfSource(src);
         return;
+    }
     srcClientMap.emplace(src, client);
     hubClientSrcMap[client].insert(src);
 }
@@ -31,8 +39,10 @@ HubClient* SourceRoutes::addUserSource(int src, HubClient* entHub, bool& had) {
     tp::MutexLock lock(m_srcClientMap_mutex);
     const auto found = srcClientMap.find(src);
     had = found != srcClientMap.end();
-    if (!had && srcClientMap.size() >= kMaxSources)
+    if (!had && srcClientMap.size() >= kMaxSources) {
+        warnOfSource(src);
         return nullptr;
+    }
     if (!had)
         srcClientMap.emplace(src, entHub);
     if (entHub != nullptr)

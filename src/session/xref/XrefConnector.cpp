@@ -9,6 +9,7 @@
 
 #include "hub/HubClient.h"
 #include "request/RequestInternal.h"
+#include "session/HubTable.h"
 #include "session/xref/XrefSession.h"
 
 namespace tivra_internal {
@@ -28,7 +29,11 @@ bool XrefConnector::isComing(const HubClient& client) const {
 
 void XrefConnector::addPort(uint16_t port) {
     tp::MutexLock lock(m_queryXRefPortLst_mutex);
-    m_queryXRefPortLst.insert(port);
+    if (m_queryXRefPortLst.size() >= HubTable::kMaxHubs && m_queryXRefPortLst.count(port) == 0)
+        eprintf(EPF_WARN, "A hub names more than %zu ports for cross references; port %d is left out",
+                HubTable::kMaxHubs, int{port});
+    else
+        m_queryXRefPortLst.insert(port);
 }
 
 void XrefConnector::removePort(uint16_t port) {
