@@ -51,6 +51,7 @@ void declareHubs(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
     app.add_option("-B,--backup", options.backups, "backup hub, used when the others are lost; repeatable")
         ->allow_extra_args(false)
         ->group(group);
+    tivra_tools::declareTls(app, group, options.hubTls, "--hub-tls");
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     app.add_option("-s,--source", raw.sources, "source of symbols that name none; repeat it for more")
         ->allow_extra_args(false)
@@ -140,6 +141,7 @@ void declareWriting(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
                    "[ADDRESS:]PORT of an HTTP server with /metrics (OpenMetrics), /health and /stats.json; "
                    "without an address 127.0.0.1, port 0 is a free one")
         ->group("Operation");
+    tivra_tools::declarePageProtection(app, "Operation", options.statsProtection);
     app.add_option("--log", options.logFile, "base name of the library's log file; the date is added")
         ->group("Operation");
 }

@@ -3,6 +3,9 @@
 #include "nats/NatsAddress.h"
 #include "run/Bridge.h"
 
+#include "common/PageProtection.h"
+#include "common/TlsOptions.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,10 +18,12 @@ struct ProgramOptions {
     std::vector<std::string> backups;
     std::string user;
     std::string passwordFile;
+    tivra_tools::TlsOptions hubTls;
     std::string logFile;
     NatsAddress engine;
     BridgeOptions bridge;
     std::string statsListen; ///< "address:port", empty for none
+    tivra_tools::PageProtection statsProtection;
 };
 
 /// Reads the command line and the files that it names. Throws UsageError or BusError for what is wrong.

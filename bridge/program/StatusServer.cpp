@@ -38,10 +38,12 @@ tivra_tools::Page pageAt(const Bridge& bridge, const tivra::Feed& feed, std::str
 
 } // namespace
 
-StatusServer::StatusServer(const std::string& address, const Bridge& bridge, const tivra::Feed& feed) {
+StatusServer::StatusServer(const std::string& address, const tivra_tools::PageProtection& protection,
+                           const Bridge& bridge, const tivra::Feed& feed) {
     try {
         m_server = std::make_unique<tivra_tools::PageServer>(
-            address, [&bridge, &feed](std::string_view path) { return pageAt(bridge, feed, path); });
+            address, protection,
+            [&bridge, &feed](std::string_view path) { return pageAt(bridge, feed, path); });
     } catch (const std::runtime_error& error) {
         throw tivra_tools::UsageError(error.what());
     }

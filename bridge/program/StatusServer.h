@@ -2,6 +2,8 @@
 
 #include "run/Bridge.h"
 
+#include "common/PageProtection.h"
+
 #include <feed/Feed.h>
 
 #include <memory>
@@ -18,7 +20,8 @@ class StatusServer {
 public:
     /// Bridge and feed have to stay. Throws UsageError when it can't listen, or when this program was built
     /// without the library for it.
-    StatusServer(const std::string& address, const Bridge& bridge, const tivra::Feed& feed);
+    StatusServer(const std::string& address, const tivra_tools::PageProtection& protection,
+                 const Bridge& bridge, const tivra::Feed& feed);
     ~StatusServer();
 
     [[nodiscard]] const std::string& address() const;

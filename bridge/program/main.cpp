@@ -39,6 +39,7 @@ tivra::FeedOptions feedOptions(const ProgramOptions& options) {
     feed.user = options.user;
     feed.password = tivra_tools::obtainPassword(options.user, options.passwordFile);
     feed.logFile = options.logFile;
+    tivra_tools::applyTls(options.hubTls, feed);
     feed.onState = [](const tivra::FeedStateChange& change) {
         if (change.to != tivra::FeedState::Closed)
             log(fmt::format("hubs: {}{}",
@@ -66,8 +67,10 @@ int run(const ProgramOptions& options) {
                         options.bridge.instruments.size(), options.bridge.layout.partitions));
         std::unique_ptr<StatusServer> server;
         if (!options.statsListen.empty()) {
-            server = std::make_unique<StatusServer>(options.statsListen, bridge, feed);
-            log(fmt::format("statistics at http://{}/metrics", server->address()));
+            server =
+                std::make_unique<StatusServer>(options.statsListen, options.statsProtection, bridge, feed);
+            log(fmt::format("statistics at {}://{}/metrics", options.statsProtection.scheme(),
+                            server->address()));
         }
         const timespec pause{0, 200'000'000};
         std::string end;

@@ -40,6 +40,22 @@ SystemRecord readSystemRecord(const json& value, const std::string& where, Syste
     return record;
 }
 
+Tls readTls(const json& value, const std::string& where) {
+    Tls tls;
+    const auto pathReader = [](std::string& path) {
+        return [&path](const json& v, const std::string& w) { path = textOf(v, w); };
+    };
+    readObject(
+        value, where,
+        {{"certificateFile", pathReader(tls.certificateFile)},
+         {"keyFile", pathReader(tls.keyFile)},
+         {"clientCaFile", pathReader(tls.clientCaFile)},
+         {"isOldVersion", [&](const json& v, const std::string& w) { tls.isOldVersion = boolOf(v, w); }}});
+    if (tls.certificateFile.empty() && (!tls.keyFile.empty() || !tls.clientCaFile.empty()))
+        fail(inside(where, "certificateFile"), "is missing");
+    return tls;
+}
+
 Symbol readSymbol(const json& value, const std::string& where) {
     Symbol symbol;
     const auto readFields = [&](const json& v, const std::string& w) {
@@ -192,6 +208,7 @@ std::map<std::string, Reader> hubReaders(HubConfig& config) {
          [&](const json& v, const std::string& w) { config.playback = readPlayback(v, w, config.playback); }},
         {"refreshOnSubscribe",
          [&](const json& v, const std::string& w) { config.refreshOnSubscribe = boolOf(v, w); }},
+        {"tls", [&](const json& v, const std::string& w) { config.tls = readTls(v, w); }},
         {"outputLimit", limit(config.outputLimit)},
         {"requestLogLimit", limit(config.requestLogLimit)}};
 }
@@ -214,6 +231,13 @@ namespace {
 
 ordered systemRecordJson(const SystemRecord& record) {
     return {{"enabled", record.enabled}, {"intervalMs", record.interval.count()}};
+}
+
+ordered tlsJson(const Tls& tls) {
+    return {{"certificateFile", tls.certificateFile},
+            {"keyFile", tls.keyFile},
+            {"clientCaFile", tls.clientCaFile},
+            {"isOldVersion", tls.isOldVersion}};
 }
 
 ordered dictionaryJson(const std::vector<DictionaryRow>& dictionary) {
@@ -302,6 +326,7 @@ ordered hubJson(const HubConfig& config, HubConfig::Passwords passwords) {
             {"refreshOnSubscribe", config.refreshOnSubscribe},
             {"outputLimit", config.outputLimit},
             {"requestLogLimit", config.requestLogLimit},
+            {"tls", tlsJson(config.tls)},
             {"symbols", symbolsJson(config.symbols)},
             {"enumerations", enumerationsJson(config.enumerations)},
             {"dictionary", dictionaryJson(config.dictionary)}};

@@ -34,7 +34,10 @@ TEST(HubConfig, JsonChangesWhatItNamesAndKeepsTheRest) {
         "users": [{"name": "eve", "password": "secret", "permissions": [922, 100], "maxLogins": 2}],
         "heartbeat": {"intervalMs": 250}, "hubStatus": {"enabled": false},
         "symbols": [{"source": 100, "symbol": "X", "fields": {"101": "1.5", "102": 7}}],
-        "playback": {"file": "day.csv.gz", "speed": 60, "startWhenSubscriptions": 3}})");
+        "playback": {"file": "day.csv.gz", "speed": 60, "startWhenSubscriptions": 3},
+        "tls": {"certificateFile": "hub.pem", "keyFile": "hub.key", "clientCaFile": "issuer.pem"}})");
+    EXPECT_EQ(config.tls.certificateFile + config.tls.keyFile + config.tls.clientCaFile,
+              "hub.pemhub.keyissuer.pem");
     EXPECT_EQ(config.port, 4711);
     EXPECT_EQ(config.topology, Topology::Aggregating);
     EXPECT_FALSE(config.compression);

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 
+using testing::_;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
@@ -164,6 +165,40 @@ TEST_F(Top, WatchesAnApplicationByItsStatistics) {
          {"tivra-top --once -t 1 --watch http://$CLOSED/metrics", 6,
           AllOf(StartsWith("connecting "), HasSubstr("the endpoint: ")), HasSubstr("not all was answered")},
          {"tivra-top --once -s 100 --watch " + url, 2, "", HasSubstr("no host, source or symbol")}});
+}
+
+/// The programs' own certificate, and a token: what the endpoint needs, and what the program that asks has to
+/// have.
+TEST_F(Top, WatchesOverHttpsWithATokenAlone) {
+    if (!TIVRA_CAT_HAS_SERVER || access("/usr/bin/openssl", X_OK) != 0)
+        GTEST_SKIP() << "there is no server, or no openssl to make certificates with";
+    ASSERT_EQ(run("sh -c 'umask 077; echo s3cret >token; openssl req -x509 -newkey ec -pkeyopt "
+                  "ec_paramgen_curve:P-256 "
+                  "-nodes -subj /CN=here -addext subjectAltName=IP:127.0.0.1 -keyout key.pem -out cert.pem "
+                  "2>/dev/null; "
+                  "echo other >others; cp token open; chmod 644 open'"),
+              0);
+    const std::string serve = "tivra-cat $AT --stats-listen 0 --stats-cert cert.pem --stats-key key.pem ";
+    expect({{serve + "--stats-token-file open -q subscribe 100:IBM", 2, "",
+             HasSubstr("others can read the token file")},
+            {"tivra-cat $AT --stats-listen 0 --stats-cert token -q subscribe 100:IBM", 2, "",
+             HasSubstr("over HTTPS with the certificate \"token\"")}});
+    start(serve + "--stats-token-file token -q subscribe 100:IBM");
+    ASSERT_TRUE(tool->waitForError(contains("/metrics\n"))) << tool->error();
+    const std::string told = tool->error();
+    const std::string url =
+        told.substr(told.find("https://"), told.find("/metrics") + 8 - told.find("https://"));
+    const std::unique_ptr<Process> application = std::move(tool);
+    const std::string watch = "tivra-top --once -t 3 --watch " + url + " ";
+    expect({{watch + "--watch-ca cert.pem --watch-token-file token", 0,
+             AllOf(StartsWith("established "), HasSubstr("\nin_messages_total ")), ""},
+            {watch + "--watch-ca cert.pem", 6, HasSubstr("HTTP status 401"), _},
+            {watch + "--watch-ca cert.pem --watch-token-file others", 6, HasSubstr("HTTP status 401"), _},
+            {watch + "--watch-token-file token", 6, HasSubstr("certificate"), _},
+            {"tivra-top --once -s 100 --watch-token-file token -H 127.0.0.1:1 -u demo", 2, "",
+             HasSubstr("go with --watch")}});
+    application->signal(SIGINT);
+    EXPECT_EQ(application->waitForEnd(), 0);
 }
 
 } // namespace

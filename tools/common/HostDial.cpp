@@ -59,7 +59,7 @@ std::string dialOutcome(const std::string& host, std::chrono::milliseconds patie
     address.sin_port = htons(static_cast<std::uint16_t>(std::strtoul(host.c_str() + colon + 1, nullptr, 10)));
     const int error = dial(address, patience);
     if (error == 0)
-        return fmt::format("{} takes connections now", host);
+        return fmt::format("{} takes connections now; if it speaks TLS alone, give --tls", host);
     const char* const name = strerrorname_np(error);
     return fmt::format("{} {} ({}, errno {})", host, meaning(error), name == nullptr ? "?" : name, error);
 }

@@ -5,7 +5,7 @@
 
 namespace tivra_tools {
 
-PageServer::PageServer(const std::string&, Pages) {
+PageServer::PageServer(const std::string&, const PageProtection&, Pages) {
     throw UsageError("--stats-listen: this program was built without libmicrohttpd");
 }
 

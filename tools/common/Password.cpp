@@ -105,19 +105,11 @@ private:
 };
 
 std::string readFile(const std::string& path) {
+    if (path != "-")
+        return readSecret(path, "password");
     std::string password;
-    if (path == "-") {
-        if (!std::getline(std::cin, password))
-            throw UsageError("cannot read a password from standard input");
-    } else {
-        std::ifstream file(path);
-        if (!std::getline(file, password))
-            throw UsageError(fmt::format("cannot read a password from the first line of \"{}\"", path));
-        struct stat status {};
-        if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0077) != 0)
-            throw UsageError(
-                fmt::format("others can read the password file \"{}\"; chmod 600 ends that", path));
-    }
+    if (!std::getline(std::cin, password))
+        throw UsageError("cannot read a password from standard input");
     if (!password.empty() && password.back() == '\r')
         password.pop_back();
     return password;
@@ -141,6 +133,19 @@ std::optional<std::string> ask(const std::string& user) {
 }
 
 } // namespace
+
+std::string readSecret(const std::string& path, const char* what) {
+    std::string secret;
+    std::ifstream file(path);
+    if (!std::getline(file, secret))
+        throw UsageError(fmt::format("cannot read a {} from the first line of \"{}\"", what, path));
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0077) != 0)
+        throw UsageError(fmt::format("others can read the {} file \"{}\"; chmod 600 ends that", what, path));
+    if (!secret.empty() && secret.back() == '\r')
+        secret.pop_back();
+    return secret;
+}
 
 std::string obtainPassword(const std::string& user, const std::string& passwordFile) {
     std::string password;

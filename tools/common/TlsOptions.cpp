@@ -2,28 +2,34 @@
 
 namespace tivra_tools {
 
-void declareTls(CLI::App& app, const std::string& group, TlsOptions& options) {
-    app.add_flag("--tls", options.isOn, "encrypt all connections by TLS")->group(group);
-    const auto add = [&](const char* name, std::string& value, const char* help) {
-        return app.add_option(name, value, help)->group(group);
+namespace {
+
+bool isWanted(const TlsOptions& options) {
+    return options.isOn || !options.caFile.empty() || !options.serverName.empty() || !options.pin.empty() ||
+           !options.certificate.empty() || !options.key.empty();
+}
+
+} // namespace
+
+void declareTls(CLI::App& app, const std::string& group, TlsOptions& options, const std::string& name) {
+    app.add_flag(name, options.isOn, "encrypt all connections to hubs by TLS")->group(group);
+    const auto add = [&](const char* suffix, std::string& value, const char* help) {
+        return app.add_option(name + suffix, value, help)->group(group);
     };
-    add("--tls-ca", options.caFile,
+    add("-ca", options.caFile,
         "file (PEM) of the certificates that may vouch for the hub's; the system's unless given")
         ->check(CLI::ExistingFile);
-    add("--tls-name", options.serverName,
+    add("-name", options.serverName,
         "name or address that the hub's certificate has to be for; the hub's address unless given");
-    add("--tls-pin", options.pin, "the only key that the hub may have, sha256/ and Base64");
-    add("--tls-cert", options.certificate, "file (PEM) of this client's certificate")
-        ->check(CLI::ExistingFile);
-    add("--tls-key", options.key, "file (PEM) of its key; that of the certificate unless given")
+    add("-pin", options.pin, "the only key that the hub may have, sha256/ and Base64");
+    add("-cert", options.certificate, "file (PEM) of this client's certificate")->check(CLI::ExistingFile);
+    add("-key", options.key, "file (PEM) of its key; that of the certificate unless given")
         ->check(CLI::ExistingFile);
 }
 
 void applyTls(const TlsOptions& options, tivra::ConnectionConfig& connections) {
     using tivra::HostConfig;
-    const bool isNamed = !options.caFile.empty() || !options.serverName.empty() || !options.pin.empty() ||
-                         !options.certificate.empty() || !options.key.empty();
-    if (!options.isOn && !isNamed)
+    if (!isWanted(options))
         return;
     connections.set(HostConfig::TLS_BOOL, true)
         .set(HostConfig::REQUIRE_TLS_BOOL, true)
@@ -32,6 +38,18 @@ void applyTls(const TlsOptions& options, tivra::ConnectionConfig& connections) {
         .setText(HostConfig::TLS_PINNED_KEY_STRING, options.pin)
         .setText(HostConfig::TLS_CERTIFICATE_FILE_STRING, options.certificate)
         .setText(HostConfig::TLS_KEY_FILE_STRING, options.key);
+}
+
+void applyTls(const TlsOptions& options, tivra::FeedOptions& feed) {
+    if (!isWanted(options))
+        return;
+    feed.set("tls", "true")
+        .set("require_tls", "true")
+        .set("tls_ca_file", options.caFile)
+        .set("tls_server_name", options.serverName)
+        .set("tls_pinned_key", options.pin)
+        .set("tls_certificate_file", options.certificate)
+        .set("tls_key_file", options.key);
 }
 
 } // namespace tivra_tools

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <feed/FeedOptions.h>
 #include <tivra.h>
 
 #include <string>
@@ -18,9 +19,13 @@ struct TlsOptions {
 };
 
 /// Declares --tls and what belongs to it, each of which says --tls too.
-void declareTls(CLI::App& app, const std::string& group, TlsOptions& options);
+/// @param name  in its place, for a program that has a --tls of another kind
+void declareTls(CLI::App& app, const std::string& group, TlsOptions& options,
+                const std::string& name = "--tls");
 
 /// Before the session starts. Hubs that the named ones name get the same, and none is dialled without TLS.
 void applyTls(const TlsOptions& options, tivra::ConnectionConfig& connections);
+/// The same for a feed.
+void applyTls(const TlsOptions& options, tivra::FeedOptions& feed);
 
 } // namespace tivra_tools

@@ -144,6 +144,7 @@ void declareStatistics(CLI::App& app, Options& options, RawOptions& raw) {
                    "[ADDRESS:]PORT of an HTTP server with /metrics (openmetrics) and /stats.json; without an "
                    "address 127.0.0.1, port 0 is a free one")
         ->group(group);
+    tivra_tools::declarePageProtection(app, group, options.statsProtection);
     app.add_option("--stats-label", raw.statsLabels,
                    "NAME=VALUE that stands with them in json and openmetrics; repeatable")
         ->allow_extra_args(false)

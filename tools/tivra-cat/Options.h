@@ -2,6 +2,7 @@
 
 #include "Targets.h"
 
+#include "common/PageProtection.h"
 #include "common/TlsOptions.h"
 
 #include <tivra.h>
@@ -50,8 +51,9 @@ struct Options {
     double timeoutSeconds = 30.0; ///< time that answers may take, 0 for no limit
     double statsSeconds = 0.0;    ///< interval between statistics, 0 for none
     StatisticsForm statsForm = StatisticsForm::Text;
-    std::string statsFile;                     ///< replaced at each interval; empty for standard error
-    std::string statsListen;                   ///< "address:port" to serve them at, empty for none
+    std::string statsFile;   ///< replaced at each interval; empty for standard error
+    std::string statsListen; ///< "address:port" to serve them at, empty for none
+    tivra_tools::PageProtection statsProtection;
     tivra::StatisticsText::Labels statsLabels; ///< of the forms for machines
     bool isStrict = false;                     ///< ends at the first incident
     std::string sequenceField; ///< name or number of a field that counts up by one per message

@@ -52,9 +52,10 @@ Run::Run(const Options& options, std::string logFile)
     , m_incidents(m_wakeup, m_recordings)
     , m_watch(m_wakeup, m_incidents, watchSettings(options))
     , m_statisticsFile(options.statsFile)
-    , m_statisticsServer(options.statsListen.empty()
-                             ? nullptr
-                             : std::make_unique<StatisticsServer>(options.statsListen, m_watch))
+    , m_statisticsServer(
+          options.statsListen.empty()
+              ? nullptr
+              : std::make_unique<StatisticsServer>(options.statsListen, options.statsProtection, m_watch))
     , m_receiver({!options.isQuiet, traitsOf(options.command).carriesSymbol, options.count}, m_catalog,
                  m_sequence, m_queue, m_book, m_counters, m_incidents, m_wakeup, m_recordings)
     , m_begin(Clock::now()) {}
@@ -63,7 +64,8 @@ Run::~Run() = default;
 
 ExitCode Run::execute(const std::string& password) {
     if (m_statisticsServer != nullptr)
-        m_console.line(fmt::format("statistics on http://{}/metrics", m_statisticsServer->address()));
+        m_console.line(fmt::format("statistics on {}://{}/metrics", m_options.statsProtection.scheme(),
+                                   m_statisticsServer->address()));
     Writer writer(m_queue, makeFormat(m_options, m_selection), STDOUT_FILENO, m_wakeup);
     Subscriber subscriber(m_options, password, m_logFile, m_watch, m_receiver);
     start(subscriber);

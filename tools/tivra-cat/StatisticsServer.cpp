@@ -32,10 +32,11 @@ tivra_tools::Page pageAt(const SessionWatch& watch, std::string_view path) {
 
 } // namespace
 
-StatisticsServer::StatisticsServer(const std::string& address, const SessionWatch& watch) {
+StatisticsServer::StatisticsServer(const std::string& address, const tivra_tools::PageProtection& protection,
+                                   const SessionWatch& watch) {
     try {
         m_server = std::make_unique<tivra_tools::PageServer>(
-            address, [&watch](std::string_view path) { return pageAt(watch, path); });
+            address, protection, [&watch](std::string_view path) { return pageAt(watch, path); });
     } catch (const tivra_tools::UsageError&) {
         throw;
     } catch (const std::runtime_error& error) {

@@ -2,6 +2,8 @@
 
 #include "SessionWatch.h"
 
+#include "common/PageProtection.h"
+
 #include <memory>
 #include <string>
 
@@ -17,7 +19,8 @@ class StatisticsServer {
 public:
     /// Listens at "IPv4 address:port", with port 0 at a free one. Throws Failure when it can't, or when this
     /// program was built without the library for it.
-    StatisticsServer(const std::string& address, const SessionWatch& watch);
+    StatisticsServer(const std::string& address, const tivra_tools::PageProtection& protection,
+                     const SessionWatch& watch);
     /// Closes all connections, whatever they wait for.
     ~StatisticsServer();
     StatisticsServer(const StatisticsServer&) = delete;

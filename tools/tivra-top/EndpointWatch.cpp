@@ -62,7 +62,8 @@ std::string withoutUser(const std::string& url) {
 
 } // namespace
 
-EndpointWatch::EndpointWatch(std::string url) : m_url(std::move(url)), m_thread([this] { ask(); }) {}
+EndpointWatch::EndpointWatch(Endpoint endpoint)
+    : m_endpoint(std::move(endpoint)), m_thread([this] { ask(); }) {}
 
 EndpointWatch::~EndpointWatch() {
     {
@@ -76,8 +77,14 @@ EndpointWatch::~EndpointWatch() {
 void EndpointWatch::ask() {
     const Handle handle(curl_easy_init(), [](CURL* each) { curl_easy_cleanup(each); });
     CURL* const curl = handle.get();
-    curl_easy_setopt(curl, CURLOPT_URL, m_url.c_str());
+    curl_easy_setopt(curl, CURLOPT_URL, m_endpoint.url.c_str());
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+    if (!m_endpoint.caFile.empty())
+        curl_easy_setopt(curl, CURLOPT_CAINFO, m_endpoint.caFile.c_str());
+    if (!m_endpoint.token.empty()) {
+        curl_easy_setopt(curl, CURLOPT_HTTPAUTH, CURLAUTH_BEARER);
+        curl_easy_setopt(curl, CURLOPT_XOAUTH2_BEARER, m_endpoint.token.c_str());
+    }
     curl_easy_setopt(curl, CURLOPT_PROXY, ""); // it is a machine of the house
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
 #if LIBCURL_VERSION_NUM >= 0x075700
@@ -138,7 +145,7 @@ Picture EndpointWatch::picture() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     Picture picture = m_figures;
     picture.time = std::chrono::system_clock::now();
-    picture.title = tivra_tools::printable(withoutUser(m_url));
+    picture.title = tivra_tools::printable(withoutUser(m_endpoint.url));
     picture.state = m_isThere ? tivra::FeedState::Established : tivra::FeedState::Connecting;
     picture.columns = {"VALUE"};
     picture.rows = m_rows.rows(picture.time);

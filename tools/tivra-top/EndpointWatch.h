@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace tivra_top {
@@ -15,7 +16,14 @@ namespace tivra_top {
 /// that a slow endpoint holds up nobody.
 class EndpointWatch final : public Watch {
 public:
-    explicit EndpointWatch(std::string url);
+    /// Whom to ask, and how.
+    struct Endpoint {
+        std::string url;
+        std::string caFile; ///< of the certificates that may vouch for it; empty for the system's
+        std::string token;  ///< that it wants; empty for none
+    };
+
+    explicit EndpointWatch(Endpoint endpoint);
     ~EndpointWatch() override;
 
     [[nodiscard]] Picture picture() override;
@@ -26,7 +34,7 @@ private:
     void ask();
     void take(const std::string& text, TimePoint arrival);
 
-    const std::string m_url;
+    const Endpoint m_endpoint;
     LogTail m_log;
     std::atomic<bool> m_isClosing{false};
     std::mutex m_mutex; ///< guards all below but the thread

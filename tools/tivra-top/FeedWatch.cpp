@@ -38,6 +38,7 @@ tivra::FeedOptions feedOptions(const Options& options, const std::string& passwo
     feed.latencySampling = 16;
     if (!options.hasCompression)
         feed.set("compression", "0");
+    tivra_tools::applyTls(options.tls, feed);
     if (options.readTimeout)
         feed.set("read_timeout", std::to_string(*options.readTimeout));
     // A hub that is down is something to look at.

@@ -43,6 +43,16 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
            "--watch", options.endpoint,
            "in place of a hub an application that runs: URL of its statistics in the OpenMetrics form")
         ->group(group);
+    app.add_option(
+           "--watch-ca", options.endpointCa,
+           "file (PEM) of the certificates that may vouch for an https URL; the system's unless given")
+        ->check(CLI::ExistingFile)
+        ->group(group);
+    app.add_option("--watch-token-file", options.endpointTokenFile,
+                   "file of the bearer token that the endpoint wants; nobody else may be able to read it")
+        ->check(CLI::ExistingFile)
+        ->group(group);
+    tivra_tools::declareTls(app, group, options.tls);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
         ->allow_extra_args(false)
@@ -113,6 +123,8 @@ void complete(Options& options, RawOptions& raw) {
     if (hasEndpoint && (!options.hosts.empty() || !raw.symbols.empty() || !raw.sources.empty()))
         throw Failure(ExitCode::Usage,
                       "--watch looks at an application: it goes with no host, source or symbol");
+    if (!hasEndpoint && (!options.endpointCa.empty() || !options.endpointTokenFile.empty()))
+        throw Failure(ExitCode::Usage, "--watch-ca and --watch-token-file go with --watch");
     if (!hasEndpoint)
         tivra_tools::checkUser(options.user);
     if (!hasEndpoint && options.hosts.empty())

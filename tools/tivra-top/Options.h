@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/TlsOptions.h"
+
 #include <feed/Instrument.h>
 
 #include <optional>
@@ -14,7 +16,10 @@ struct Options {
     std::vector<std::string> backups;
     std::string user;
     std::string passwordFile;
-    std::string endpoint; ///< URL of an application's statistics in place of hosts, empty for none
+    tivra_tools::TlsOptions tls;
+    std::string endpoint;          ///< URL of an application's statistics in place of hosts, empty for none
+    std::string endpointCa;        ///< file of the certificates that may vouch for it; empty for the system's
+    std::string endpointTokenFile; ///< of the token that it wants; empty for none
     std::vector<tivra::Instrument> symbols;
     std::vector<tivra::Instrument> patterns;
     std::vector<std::string> fields;

@@ -18,7 +18,10 @@ const std::string kProgram = "tivra-top";
 std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, const std::string& password,
                                             tivra_top::Signals& signals) {
     if (!options.endpoint.empty())
-        return std::make_unique<tivra_top::EndpointWatch>(options.endpoint);
+        return std::make_unique<tivra_top::EndpointWatch>(tivra_top::EndpointWatch::Endpoint{
+            options.endpoint, options.endpointCa,
+            options.endpointTokenFile.empty() ? std::string()
+                                              : tivra_tools::readSecret(options.endpointTokenFile, "token")});
     const std::string logFile = tivra_tools::logFileName(options.logFile, kProgram);
     return std::make_unique<tivra_top::FeedWatch>(options, password, logFile, signals);
 }
