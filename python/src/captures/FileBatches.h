@@ -25,6 +25,9 @@ struct FileFigures {
     std::string firstUnreadable;
 };
 
+/// Before that of the figures.
+inline constexpr tp::LockRank kLockReading{900, "FileBatches::m_mutex"};
+
 /// The batches of one file, as Python iterates over them: threads may take turns. None of the interpreter's
 /// may wait for a turn with the interpreter's lock, which a pause of the reader needs.
 class FileBatches {
@@ -80,7 +83,7 @@ private:
         m_figures = std::move(figures);
     }
 
-    tp::Mutex m_mutex; ///< held while the file is read
+    tp::Mutex m_mutex{kLockReading}; ///< held while the file is read
     const std::unique_ptr<MessageBatches> m_batches TP_PT_GUARDED_BY(m_mutex);
     std::atomic<std::thread::id> m_reader{}; ///< the thread that has the turn
     const bool m_isComplete;
