@@ -6,6 +6,7 @@
 
 namespace tivra {
 
+class PasswordHandler;
 class Session;
 class SessionEventHandler;
 class UserEventHandler;
@@ -61,6 +62,11 @@ public:
     /// @param userHandler   told of login results; stays the application's and must outlive the user.
     /// @return valid until destroyUserInfo().
     UserInfo& createUserInfo(const std::string& userName, const std::string& password,
+                             UserEventHandler& userHandler);
+
+    /// The same for a password that is asked for at each login.
+    /// @param passwords     stays the application's and must outlive the user.
+    UserInfo& createUserInfo(const std::string& userName, PasswordHandler& passwords,
                              UserEventHandler& userHandler);
 
     /// Destroys a user. A user that a live session refers to is kept and a critical line is logged; so it is

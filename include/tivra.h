@@ -42,5 +42,6 @@
 #include "session/SessionConfig.h"
 #include "session/SessionEventHandler.h"
 #include "session/StatisticsEventHandler.h"
+#include "user/PasswordHandler.h"
 #include "user/UserEventHandler.h"
 #include "user/UserInfo.h"

@@ -23,6 +23,8 @@ inline constexpr tp::LockRank kLockFeedRegistry{86, "FeedRegistry::m_mutex"};
 inline constexpr tp::LockRank kLockXRefHubLst{90, "m_XRefHubLst_mutex"};
 inline constexpr tp::LockRank kLockHubSourceStatus{100, "m_hubSourceStatus_mutex"};
 inline constexpr tp::LockRank kLockHubClientsMap{110, "m_hubClientsMap_mutex"};
+// Whoever waits for a password is woken under it.
+inline constexpr tp::LockRank kLockPasswordQuestion{115, "PasswordQuestion::m_mutex"};
 inline constexpr tp::LockRank kLockHubClient{120, "a mutex of HubClient"};
 inline constexpr tp::LockRank kLockHubER{130, "m_hubER_mutex"};
 inline constexpr tp::LockRank kLockSessionRequest{140, "RequestQueue::m_request_mutex"};

@@ -38,7 +38,8 @@ struct TIVRA_API FeedOptions {
     std::vector<std::string> backups{};
     /// Who logs in, at every hub: one character or more, none of them "|" or a control character.
     std::string user{};
-    /// The user's password, under the same rule; see Password for where to take it from.
+    /// The user's password, under the same rule; see Password for where to take it from. It stays in memory
+    /// as long as these options and the feed. Empty together with onPassword.
     Password password{};
     /// The base of the log file's name; ".%m%d%Y" of the local date follows. Empty: the feed sets up no log,
     /// so that there is none unless another feed or APIFactory::initialize has. One log serves the whole
@@ -71,12 +72,21 @@ struct TIVRA_API FeedOptions {
     int minHubs = 0;
     /// The pauses between attempts to reach a hub. @see RetryPauses
     RetryPauses retry{};
+    /// Addresses (IPv4) by which hubs name hubs, each with the one by which it is reached from here: behind
+    /// an address translation, or a tunnel. No address twice.
+    std::map<std::string, std::string> nat{};
 
     /// What happens to the connections as a whole. @thread user
     std::function<void(const FeedStateChange&)> onState{};
     /// What happens to the connection of each hub, in its order. @thread of the feed, which also ends
     /// requests at their time-out
     std::function<void(const ConnectionEvent&)> onConnection{};
+    /// Asked for the password at each login, and each time that a connection manager is asked for a hub,
+    /// instead of `password`; with "host:port" of who is to get it. What it returns is overwritten once the
+    /// login is on its way, so that the process keeps no copy. It may take as long as it takes: no hub that
+    /// serves is held up, and only the time of opening goes on. When it throws, or returns none, the login
+    /// counts as refused. PasswordHandler says more. @thread "tivra-login", one call at a time
+    std::function<Password(const std::string& hub)> onPassword{};
     /// What fails outside a call of the application: a callback that throws, for example. @thread any of the
     /// library
     std::function<void(const Error&)> onError{};

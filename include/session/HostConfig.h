@@ -78,7 +78,18 @@ public:
         /// empty, the default, for that of the certificate.
         TLS_KEY_FILE_STRING = 18,
         /// The least version of TLS: "1.2", the default, or "1.3".
-        TLS_MIN_VERSION_STRING = 19
+        TLS_MIN_VERSION_STRING = 19,
+        /// Dial a hub that has refused the login no more before the session starts again, or
+        /// tivra::Feed::reconnectNow is called. Default false: it is dialled after 1, 2, 4 ... 30 seconds.
+        STOP_AFTER_REFUSAL_BOOL = 20,
+        /// Where hubs may be that hubs or connection managers name: addresses, networks such as 10.1.0.0/16,
+        /// and names, which are looked up at the start; with commas between. Hosts that are configured, and
+        /// what addNATPair names, may always be dialled. Empty, the default: the networks of these too, which
+        /// are taken to be the 256 addresses around each, or all loopback addresses. A hub elsewhere is a
+        /// warning in the log. For all connections only.
+        ALLOWED_HUBS_STRING = 21,
+        /// Don't dial a hub elsewhere at all: no login goes there. Default false.
+        ONLY_ALLOWED_HUBS_BOOL = 22
     };
 
     HostConfig(const HostConfig&) = delete;

@@ -11,9 +11,10 @@ class UserInfoImpl;
 
 namespace tivra {
 
+class PasswordHandler;
 class UserEventHandler;
 
-/// An application's identity: a user name, a password, and what the hubs said of them.
+/// An application's identity: a user name, a password or where to ask for it, and what the hubs said of them.
 ///
 /// Made by APIFactory::createUserInfo, destroyed by APIFactory::destroyUserInfo after every session that was
 /// made with it.
@@ -36,6 +37,7 @@ private:
     friend class tivra_internal::HandleAccess;
 
     UserInfo(const std::string& userName, const std::string& password, UserEventHandler& userHandler);
+    UserInfo(const std::string& userName, PasswordHandler& passwords, UserEventHandler& userHandler);
     ~UserInfo();
 
     tivra_internal::UserInfoImpl* userInfoImpl;

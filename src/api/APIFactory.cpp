@@ -93,6 +93,11 @@ UserInfo& APIFactory::createUserInfo(const std::string& userName, const std::str
     return LiveObjects::instance().addUser(HandleAccess::makeUserInfo(userName, password, userHandler));
 }
 
+UserInfo& APIFactory::createUserInfo(const std::string& userName, PasswordHandler& passwords,
+                                     UserEventHandler& userHandler) {
+    return LiveObjects::instance().addUser(HandleAccess::makeUserInfo(userName, passwords, userHandler));
+}
+
 void APIFactory::destroyUserInfo(UserInfo& userInfo) {
     eprintf(EPF_INFO, "destroyUserInfo called");
     if (isRefusedHere("destroyUserInfo"))

@@ -7,6 +7,9 @@ namespace tivra {
 UserInfo::UserInfo(const std::string& userName, const std::string& password, UserEventHandler& userHandler)
     : userInfoImpl(new tivra_internal::UserInfoImpl(userName, password, userHandler, *this)) {}
 
+UserInfo::UserInfo(const std::string& userName, PasswordHandler& passwords, UserEventHandler& userHandler)
+    : userInfoImpl(new tivra_internal::UserInfoImpl(userName, passwords, userHandler, *this)) {}
+
 UserInfo::~UserInfo() {
     if (!userInfoImpl->process().isForeign())
         delete userInfoImpl;

@@ -2,9 +2,11 @@
 
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include <tp/eprintf.h>
 
+#include "config/AllowedHubs.h"
 #include "config/HandleAccess.h"
 #include "config/HostConfigImpl.h"
 #include "config/HostTable.h"
@@ -69,6 +71,10 @@ const std::atomic<bool>* ConnectionConfigImpl::boolField(HostConfig::Parameters 
         return &m_tls;
     case HostConfig::REQUIRE_TLS_BOOL:
         return &m_requireTls;
+    case HostConfig::STOP_AFTER_REFUSAL_BOOL:
+        return &m_stopAfterRefusal;
+    case HostConfig::ONLY_ALLOWED_HUBS_BOOL:
+        return &m_onlyAllowedHubs;
     default:
         return nullptr;
     }
@@ -183,6 +189,20 @@ std::string ConnectionConfigImpl::getHublIp(const std::string& localIp) const {
     if (hub.empty())
         eprintf(EPF_DBUG, "No HUB NAT address found for %s", localIp.c_str());
     return hub;
+}
+
+std::shared_ptr<const AllowedHubs> ConnectionConfigImpl::makeAllowedHubs() const {
+    std::vector<std::string> configured;
+    m_hostTable.forEachNamed([&configured](const std::string&, const HostConfigImpl* host) {
+        if (host != nullptr && host->isExternal())
+            configured.push_back(host->getOriginalAddr());
+    });
+    {
+        const tp::MutexLock lock(m_nat_mutex);
+        for (const auto& [hubIp, localIp] : natMap)
+            configured.insert(configured.end(), {hubIp, localIp});
+    }
+    return std::make_shared<const AllowedHubs>(configured, getString(HostConfig::ALLOWED_HUBS_STRING));
 }
 
 std::string ConnectionConfigImpl::trimString(const std::string& text) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 
 #include <session/ConnectionConfig.h>
@@ -16,6 +17,7 @@
 
 namespace tivra_internal {
 
+class AllowedHubs;
 class HostTable;
 
 /// The settings of all connections, the indexes of the hosts and the NAT pairs. The application writes it
@@ -56,6 +58,10 @@ public:
     /// The address that hubs know a local address by; empty when no pair says so.
     [[nodiscard]] std::string getHublIp(const std::string& localIp) const;
 
+    /// Of the hosts that the application has named, the NAT pairs and ALLOWED_HUBS_STRING. It may look up
+    /// names, and take its time for it.
+    [[nodiscard]] std::shared_ptr<const AllowedHubs> makeAllowedHubs() const;
+
     /// Without the white space at both ends.
     [[nodiscard]] static std::string trimString(const std::string& text);
 
@@ -77,6 +83,8 @@ private:
 
     std::atomic<bool> m_tls{isOnByDefault(tivra::HostConfig::TLS_BOOL)};
     std::atomic<bool> m_requireTls{isOnByDefault(tivra::HostConfig::REQUIRE_TLS_BOOL)};
+    std::atomic<bool> m_stopAfterRefusal{isOnByDefault(tivra::HostConfig::STOP_AFTER_REFUSAL_BOOL)};
+    std::atomic<bool> m_onlyAllowedHubs{isOnByDefault(tivra::HostConfig::ONLY_ALLOWED_HUBS_BOOL)};
     mutable tp::Mutex m_texts_mutex{kLockParameterTexts};
     std::map<tivra::HostConfig::Parameters, std::string> m_texts TP_GUARDED_BY(m_texts_mutex);
 

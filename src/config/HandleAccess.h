@@ -63,6 +63,11 @@ public:
                                                    tivra::UserEventHandler& handler) {
         return HandlePtr<tivra::UserInfo>(new tivra::UserInfo(userName, password, handler));
     }
+    static HandlePtr<tivra::UserInfo> makeUserInfo(const std::string& userName,
+                                                   tivra::PasswordHandler& passwords,
+                                                   tivra::UserEventHandler& handler) {
+        return HandlePtr<tivra::UserInfo>(new tivra::UserInfo(userName, passwords, handler));
+    }
 
 private:
     friend struct HandleDeleter;

@@ -58,6 +58,11 @@ void HostConfigImpl::set(HostConfig::Parameters parameter, std::string value) {
                 static_cast<int>(parameter));
         return;
     }
+    if (parameter == HostConfig::ALLOWED_HUBS_STRING) {
+        eprintf(EPF_WARN, "%s is for all connections: ConnectionConfig::setText takes it",
+                getParameterName(parameter));
+        return;
+    }
     const tp::MutexLock lock(m_parameters_mutex);
     eprintf(EPF_INFO, "%s:%zu: %s=%s", ipAddr.c_str(), port, getParameterName(parameter), value.c_str());
     ParameterValue& target = writableValue(parameter).value;

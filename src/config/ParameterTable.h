@@ -79,7 +79,7 @@ inline constexpr std::array<ParameterInfo, 13> kSessionParameters{{
      "count the times of messages from when the kernel got them; without compression"},
 }};
 
-inline constexpr std::array<ParameterInfo, 20> kHostParameters{{
+inline constexpr std::array<ParameterInfo, 23> kHostParameters{{
     {tivra::HostConfig::BACKUP_BOOL, "BACKUP_BOOL", ParameterType::Bool, "", 0, 1, 0, OutOfRange::Impossible,
      "this host is a backup, used when the primary hosts are lost; per host only"},
     {tivra::HostConfig::COMPRESSION_BOOL, "COMPRESSION_BOOL", ParameterType::Bool, "", 0, 1, 1,
@@ -132,6 +132,14 @@ inline constexpr std::array<ParameterInfo, 20> kHostParameters{{
      "file (PEM) of its key, which not everybody may be able to read; empty for that of the certificate"},
     {tivra::HostConfig::TLS_MIN_VERSION_STRING, "TLS_MIN_VERSION_STRING", ParameterType::String, "", 0, 0, 0,
      OutOfRange::Impossible, "the least version of TLS, 1.2 or 1.3; empty for 1.2"},
+    {tivra::HostConfig::STOP_AFTER_REFUSAL_BOOL, "STOP_AFTER_REFUSAL_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible, "dial a hub that has refused the login no more"},
+    {tivra::HostConfig::ALLOWED_HUBS_STRING, "ALLOWED_HUBS_STRING", ParameterType::String, "", 0, 0, 0,
+     OutOfRange::Impossible,
+     "addresses, networks such as 10.1.0.0/16 and names, after commas, where hubs may be that hubs or "
+     "connection managers name; empty for the networks of the hosts. For all connections only"},
+    {tivra::HostConfig::ONLY_ALLOWED_HUBS_BOOL, "ONLY_ALLOWED_HUBS_BOOL", ParameterType::Bool, "", 0, 1, 0,
+     OutOfRange::Impossible, "don't dial hubs elsewhere, in place of a warning"},
 }};
 
 namespace parameter_table {

@@ -27,11 +27,19 @@ bool canBeSent(const char* what, const std::string& text) {
 using tivra::UserEvent;
 using tivra::UserInfo;
 
-UserInfoImpl::UserInfoImpl(std::string name, std::string word, tivra::UserEventHandler& handler,
+UserInfoImpl::UserInfoImpl(std::string name, tivra::Password word, tivra::UserEventHandler& handler,
                            UserInfo& handle)
     : userName(std::move(name))
-    , password(std::move(word))
-    , m_isUsable(canBeSent("user name", userName) && canBeSent("password", password))
+    , m_passwords(std::move(word))
+    , m_isUsable(canBeSent("user name", userName) && canBeSent("password", m_passwords.kept()->text()))
+    , userHandler(handler)
+    , userInfo(handle) {}
+
+UserInfoImpl::UserInfoImpl(std::string name, tivra::PasswordHandler& passwords,
+                           tivra::UserEventHandler& handler, UserInfo& handle)
+    : userName(std::move(name))
+    , m_passwords(passwords)
+    , m_isUsable(canBeSent("user name", userName))
     , userHandler(handler)
     , userInfo(handle) {}
 

@@ -14,9 +14,11 @@
 
 #include "LockOrder.h"
 #include "config/HandleAccess.h"
+#include "config/PasswordSource.h"
 
 namespace tivra {
 class Session;
+class PasswordHandler;
 class UserEventHandler;
 } // namespace tivra
 
@@ -40,15 +42,17 @@ struct AuthState {
 /// report to it, the first user thread delivers from it; its handle owns it.
 class UserInfoImpl : public tp::OfOneProcess {
 public:
-    UserInfoImpl(std::string userName, std::string password, tivra::UserEventHandler& userHandler,
+    UserInfoImpl(std::string userName, tivra::Password password, tivra::UserEventHandler& userHandler,
                  tivra::UserInfo& userInfo);
+    UserInfoImpl(std::string userName, tivra::PasswordHandler& passwords,
+                 tivra::UserEventHandler& userHandler, tivra::UserInfo& userInfo);
     ~UserInfoImpl();
     UserInfoImpl(const UserInfoImpl&) = delete;
     UserInfoImpl& operator=(const UserInfoImpl&) = delete;
 
     [[nodiscard]] const std::string& getUserName() const { return userName; }
-    [[nodiscard]] const std::string& getPassword() const { return password; }
-    /// Name and password can go to a hub; if not, a warning has been logged. @thread any
+    [[nodiscard]] PasswordSource& passwords() { return m_passwords; }
+    /// Name and password, where that is kept, can go to a hub; if not, a warning has been logged. @thread any
     [[nodiscard]] bool isUsable() const noexcept { return m_isUsable; }
     /// @thread any
     [[nodiscard]] tivra::UserInfo::States getState() const { return userState; }
@@ -79,7 +83,7 @@ private:
     Standing storeLoginResult(const UserHub* hub, tivra::UserEvent::Types type, int rc);
 
     const std::string userName;
-    const std::string password;
+    PasswordSource m_passwords;
     const bool m_isUsable;
     tivra::UserEventHandler& userHandler;
     tivra::UserInfo& userInfo;

@@ -112,7 +112,9 @@ void FeedImpl::configure() {
     else
         tivra::APIFactory::getInstance()->initialize(kApplication, kVersion, m_options.logDebug,
                                                      m_options.logFile);
-    m_user = HandleAccess::makeUserInfo(m_options.user, m_options.password.text(), *this);
+    m_user = m_options.onPassword
+                 ? HandleAccess::makeUserInfo(m_options.user, *this, *this)
+                 : HandleAccess::makeUserInfo(m_options.user, m_options.password.text(), *this);
     m_session = HandleAccess::makeSession(*m_user, *this, true);
     HandleAccess::impl(*m_session).setStreams(*this);
     HandleAccess::impl(*m_session).setHubWatcher(m_hubs, pausesOf(m_options.retry));
@@ -248,6 +250,10 @@ void FeedImpl::onUserEvent(const tivra::UserEvent& event) {
     const Error refusal(std::move(details));
     if (m_isOpen.load(std::memory_order_acquire) && m_options.onError)
         m_registry->callbacks().run("onError", m_options.user, [&] { m_options.onError(refusal); });
+}
+
+tivra::Password FeedImpl::onPassword(const std::string& hub) {
+    return m_options.onPassword(hub);
 }
 
 void FeedImpl::changeState(FeedState to, const char* cause) {

@@ -10,6 +10,7 @@
 #include <feed/Feed.h>
 #include <session/SessionEventHandler.h>
 #include <tp/Mutex.h>
+#include <user/PasswordHandler.h>
 #include <user/UserEventHandler.h>
 
 #include "LockOrder.h"
@@ -28,7 +29,8 @@ class FeedImpl final : public std::enable_shared_from_this<FeedImpl>,
                        public MessageStreams,
                        public FeedSender,
                        public tivra::SessionEventHandler,
-                       public tivra::UserEventHandler {
+                       public tivra::UserEventHandler,
+                       public tivra::PasswordHandler {
 public:
     /// @throws tivra::Error when the options can't be meant
     explicit FeedImpl(tivra::FeedOptions options);
@@ -65,6 +67,9 @@ public:
     // --- the session's events; @thread first user ---
     void onSessionEvent(const tivra::SessionEvent& event) override;
     void onUserEvent(const tivra::UserEvent& event) override;
+
+    // --- @thread login ---
+    [[nodiscard]] tivra::Password onPassword(const std::string& hub) override;
 
 private:
     void configure();

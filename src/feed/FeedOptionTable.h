@@ -11,6 +11,7 @@ enum class FeedOption {
     Backups,
     User,
     Password,
+    PasswordFile,
     LogFile,
     LogDebug,
     OpenTimeout,
@@ -21,7 +22,8 @@ enum class FeedOption {
     MinHubs,
     RetryFirst,
     RetryLongest,
-    RetryJitter
+    RetryJitter,
+    Nat
 };
 
 enum class FeedOptionType {
@@ -45,7 +47,7 @@ struct FeedOptionInfo {
 /// A year: more than that is as good as for ever.
 inline constexpr long kLongestOptionTime = 365L * 24 * 3600 * 1000;
 
-inline constexpr std::array<FeedOptionInfo, 15> kFeedOptions{{
+inline constexpr std::array<FeedOptionInfo, 17> kFeedOptions{{
     {FeedOption::Hosts, "hosts", FeedOptionType::Hosts, 0, 0, "",
      "the hubs, or connection managers, each host:port"},
     {FeedOption::Backups, "backup", FeedOptionType::Hosts, 0, 0, "",
@@ -53,6 +55,8 @@ inline constexpr std::array<FeedOptionInfo, 15> kFeedOptions{{
     {FeedOption::User, "user", FeedOptionType::Text, 0, 0, "", "who logs in"},
     {FeedOption::Password, "password", FeedOptionType::Text, 0, 0, "",
      "the user's password; best given by the environment"},
+    {FeedOption::PasswordFile, "password_file", FeedOptionType::Text, 0, 0, "",
+     "in its place a file whose first line is the password, read at each login; others mustn't be able to"},
     {FeedOption::LogFile, "log_file", FeedOptionType::Text, 0, 0, "",
      "the base of the log file's name; none: no log"},
     {FeedOption::LogDebug, "log_debug", FeedOptionType::Bool, 0, 0, "false", "writes the debug level too"},
@@ -74,6 +78,9 @@ inline constexpr std::array<FeedOptionInfo, 15> kFeedOptions{{
      "the longest of these pauses"},
     {FeedOption::RetryJitter, "retry_jitter", FeedOptionType::Whole, 0, 100, "20",
      "how many percent of a pause may be added to it by chance"},
+    {FeedOption::Nat, "nat", FeedOptionType::Text, 0, 0, "",
+     "addresses by which hubs name hubs, and those by which they are reached from here: hub=local, after "
+     "commas"},
 }};
 
 } // namespace tivra_internal

@@ -1,5 +1,7 @@
 #include "feed/FeedParameters.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -13,6 +15,7 @@
 #include <session/SessionConfig.h>
 #include <tp/NearestName.h>
 
+#include "config/AllowedHubs.h"
 #include "config/ParameterTable.h"
 #include "feed/FeedOptionTable.h"
 #include "feed/OptionValue.h"
@@ -68,6 +71,14 @@ void checkText(const char* parameter, std::string_view text) {
             refuseOption(std::string(parameter) + " has a control character in it");
 }
 
+void checkTextOf(const ParameterInfo& parameter, std::string_view text) {
+    checkText(parameter.name, text);
+    if (&parameter != &kHostParameters[tivra::HostConfig::ALLOWED_HUBS_STRING])
+        return;
+    if (const std::string fault = AllowedHubs::faultOf(text); !fault.empty())
+        refuseOption(parameter.name + (": " + fault));
+}
+
 void setText(tivra::ConnectionConfig& config, tivra::HostConfig::Parameters which, std::string_view text) {
     config.setText(which, std::string(text));
 }
@@ -112,6 +123,19 @@ void checkName(const char* option, const std::string& text) {
             refuseOption(std::string("the ") + option + " has a '|' or a control character in it");
 }
 
+void setNat(const tivra::FeedOptions& options, tivra::ConnectionConfig& connections) {
+    std::set<std::string> reached;
+    for (const auto& [hub, local] : options.nat) {
+        for (const std::string& address : {hub, local})
+            if (in_addr parsed{}; ::inet_pton(AF_INET, address.c_str(), &parsed) != 1)
+                refuseOption("nat has \"" + address + "\" in it, which is no IPv4 address",
+                             "give hub=local, two addresses without a port");
+        if (!reached.insert(local).second)
+            refuseOption("nat has " + local + " for two hubs", "give each a local address of its own");
+        connections.addNATPair(hub, local);
+    }
+}
+
 void checkPauses(const tivra::RetryPauses& retry) {
     using std::chrono::milliseconds;
     if (retry.first < milliseconds(10) || retry.longest < retry.first ||
@@ -139,7 +163,7 @@ void checkParameter(const ParameterInfo& parameter, std::string_view text) {
     if (parameter.type == ParameterType::Bool)
         static_cast<void>(parseBool(parameter.name, text));
     else if (parameter.type == ParameterType::String)
-        checkText(parameter.name, text);
+        checkTextOf(parameter, text);
     else
         static_cast<void>(parseWhole(parameter.name, text, rangeOf(parameter)));
 }
@@ -167,7 +191,10 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
         refuseOption("minHubs and backups exclude each other",
                      "a hub that fails changes to the backups: leave one of them out");
     checkName("user", options.user);
-    checkName("password", options.password.text());
+    if (!options.onPassword)
+        checkName("password", options.password.text());
+    else if (!options.password.isEmpty())
+        refuseOption("there is a password, and a callback to ask for one", "leave one of them out");
     // A slow callback holds the hub up, and loses nothing. An application may want it otherwise.
     session.getSessionConfig().set(tivra::SessionConfig::HOLD_READS_BOOL, true);
     std::set<const ParameterInfo*> given;
@@ -176,6 +203,7 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
         if (!given.insert(findParameter(name).info).second)
             refuseOption(name + " is given twice", "give it in one spelling");
     }
+    setNat(options, session.getConnectionConfig());
     session.getSessionConfig()
         .set(tivra::SessionConfig::WATCHLIST_BOOL, true)
         .set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -51,6 +52,20 @@ constexpr std::size_t kLongestShownName = 60;
         text.remove_prefix(std::min(text.size(), host.size() + 1));
     }
     return hosts;
+}
+
+[[nodiscard]] std::map<std::string, std::string> natOf(std::string_view text) {
+    std::map<std::string, std::string> pairs;
+    while (!text.empty()) {
+        const std::string_view pair = text.substr(0, text.find(','));
+        text.remove_prefix(std::min(text.size(), pair.size() + 1));
+        const std::size_t sign = pair.find('=');
+        if (sign == std::string_view::npos)
+            refuseOption(std::string("nat has ").append(shownName(pair)) + " in it, which is no pair",
+                         "give hub=local, two addresses");
+        pairs.emplace(pair.substr(0, sign), pair.substr(sign + 1));
+    }
+    return pairs;
 }
 
 void checkText(std::string_view name, std::string_view text) {
@@ -115,6 +130,13 @@ void OptionSetter::setOption(const FeedOptionInfo& option, std::string_view text
         break;
     case FeedOption::Password:
         m_options.password = std::string(text);
+        m_options.onPassword = nullptr;
+        break;
+    case FeedOption::PasswordFile:
+        m_options.password = tivra::Password();
+        m_options.onPassword = [path = std::string(text)](const std::string&) {
+            return tivra::Password::fromFile(path);
+        };
         break;
     case FeedOption::LogFile:
         m_options.logFile = text;
@@ -148,6 +170,9 @@ void OptionSetter::setOption(const FeedOptionInfo& option, std::string_view text
         break;
     case FeedOption::RetryJitter:
         m_options.retry.jitterPercent = static_cast<int>(parseWhole(option.name, text, range));
+        break;
+    case FeedOption::Nat:
+        m_options.nat = natOf(text);
         break;
     }
 }

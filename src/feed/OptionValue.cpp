@@ -95,6 +95,9 @@ void checkHost(std::string_view host) {
         colon == std::string_view::npos ? std::string_view() : host.substr(colon + 1);
     std::uint16_t port = 0;
     const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
+    if (host.find(':') != colon || host.find('[') != std::string_view::npos)
+        refuseOption(quoted(host).append(" is an IPv6 address"),
+                     "give an IPv4 address: hubs name themselves and each other by those alone");
     if (colon == 0 || fault != std::errc() || end != digits.data() + digits.size() || port == 0)
         refuseOption(quoted(host).append(" names no hub"), "give host:port, with a port from 1 to 65535");
 }

@@ -4,10 +4,10 @@
 #include <functional>
 #include <random>
 #include <utility>
-#include <vector>
 
 #include <tp/Clock.h>
 #include <tp/eprintf.h>
+#include <tp/wipe.h>
 
 #include "config/HostTable.h"
 #include "config/UserInfoImpl.h"
@@ -67,6 +67,7 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
 }
 
 HubClient::~HubClient() {
+    m_handshake.dropLogin();
     if (HubEventReactor* const reactor = getReactor(); reactor != nullptr) {
         reactor->forgetClient(this);
         m_registration.leave();
@@ -236,7 +237,8 @@ int HubClient::sendRequest(const char* text, timeval* timeout) {
 }
 
 int HubClient::sendLogin(const std::string& text) {
-    std::vector<char> frame(text.size() + kFrameOverhead);
+    std::string frame(text.size() + kFrameOverhead, '\0');
+    const tp::WipedAtEnd wiped(frame);
     const int size = buildKvnMsg(text.data(), text.size(), frame.data());
     const int written = m_socket.writen(getFd(), frame.data(), size, nullptr);
     if (written == size)
@@ -379,13 +381,14 @@ void HubClient::dialNow() {
 
 std::optional<double> HubClient::pauseBeforeDial() const {
     const std::optional<double> next = m_socket.nextDial();
-    if (!next || connected() || inProgress() || m_life.leavesForGood())
+    if (!next || connected() || inProgress() || m_life.leavesForGood() || m_handshake.isBarred())
         return std::nullopt;
     return std::max(*next, m_handshake.nextDial()) - tp::Clock::monotonic();
 }
 
 bool HubClient::isInitTimedOut(double) const {
-    return connected() && m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime(), isHeldUp());
+    return connected() && !m_handshake.awaitsPassword() &&
+           m_heartbeat.isHandshakeTimedOut(m_handshake.beginTime(), isHeldUp());
 }
 
 // Where callbacks run on this thread, bytes that wait show that it was the thread that didn't listen.
@@ -477,7 +480,7 @@ void HubClient::reportEnd(HubReport ending, bool wasReady, bool isUnheard) {
     if (ending.cause.empty())
         ending.cause =
             ending.systemError != 0 ? errorText(ending.systemError) : "the hub has closed the connection";
-    if (const std::optional<double> next = m_socket.nextDial())
+    if (const std::optional<double> next = m_socket.nextDial(); next && !m_handshake.isBarred())
         ending.nextDial = std::max(*next, m_handshake.nextDial());
     report(std::move(ending));
 }
@@ -505,6 +508,7 @@ void HubClient::startAnew() {
     m_socket.abandon();
     m_socket.restartRetries();
     m_lookup.startAnew();
+    m_handshake.lift();
     // Suspended, it would be taken out again by the session check before it is dialled.
     m_suspension.end();
     m_primaryUser.newHub(this);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,7 @@
 
 namespace tivra_internal {
 
+class AllowedHubs;
 class HostConfigImpl;
 
 /// What a hub client is made from.
@@ -27,6 +29,9 @@ struct HubClientOptions {
     long queueSize = 0; ///< megabytes
     bool compression = false;
     TlsSettings tls{};
+    bool stopAfterRefusal = false;                    ///< of the login
+    std::shared_ptr<const AllowedHubs> allowedHubs{}; ///< null: all are
+    bool onlyAllowedHubs = false;                     ///< others are not dialled, instead of a warning
     bool watchlistInUse = false;
     bool inlineDelivery = false; ///< the thread that reads delivers too
     bool holdReads = false;      ///< of a compressed stream, instead of closing it for want of room

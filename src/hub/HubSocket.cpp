@@ -16,6 +16,7 @@
 #include <tp/aboveStandardStreams.h>
 #include <tp/eprintf.h>
 
+#include "config/AllowedHubs.h"
 #include "hub/ErrorText.h"
 #include "hub/HubAddress.h"
 #include "hub/HubClientOptions.h"
@@ -61,6 +62,8 @@ HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
     , m_dialNotBefore(options.dialNotBefore)
     , m_stampArrivals(options.stampArrivals)
     , m_tlsSettings(options.tls)
+    , m_allowedHubs(options.allowedHubs)
+    , m_onlyAllowedHubs(options.onlyAllowedHubs)
     , m_tls(options.tls.isOn ? TlsClient::make(options.tls) : nullptr) {
     if (options.pauses)
         m_pace.emplace(std::move(chance), *options.pauses);
@@ -73,13 +76,18 @@ HubSocket::Progress HubSocket::begin() {
     m_connectFault.clear();
     m_state = State::Closed;
     if (m_tlsSettings.isRequired && !m_tlsSettings.isOn)
-        return refuse(EPERM, "REQUIRE_TLS_BOOL allows no plain connection: set TLS_BOOL, or give tls://");
+        return refuseSecurely(EPERM,
+                              "REQUIRE_TLS_BOOL allows no plain connection: set TLS_BOOL, or give tls://");
     if (m_tlsSettings.isOn && m_tls == nullptr)
-        return refuse(EPROTONOSUPPORT, "this library has been built without TLS: build it with "
-                                       "-DTIVRA_TLS=ON, or set TLS_BOOL to false");
+        return refuseSecurely(EPROTONOSUPPORT, "this library has been built without TLS: build it with "
+                                               "-DTIVRA_TLS=ON, or set TLS_BOOL to false");
     sockaddr_in peer{};
     if (!m_address.toSocketAddress(peer))
         return refuse(EINVAL);
+    if (!mayBeDialled())
+        return refuse(EACCES, "not dialled",
+                      "ONLY_ALLOWED_HUBS_BOOL is set, and the address is none that is configured or allowed: "
+                      "ALLOWED_HUBS_STRING can name it");
     if (!openSocket())
         return Progress::NoSocket;
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "Connecting to %s with connection timeout=%ld seconds",
@@ -91,6 +99,21 @@ HubSocket::Progress HubSocket::begin() {
         return refuse(errno);
     m_state = State::Dialling;
     return Progress::UnderWay;
+}
+
+// A hub may name others at any address, and whoever is dialled gets the login.
+bool HubSocket::mayBeDialled() {
+    const std::string own = m_address.own();
+    if (m_allowedHubs == nullptr || m_allowedHubs->contain(own) ||
+        m_allowedHubs->contain(m_address.dialled()))
+        return true;
+    if (!m_onlyAllowedHubs && std::exchange(m_warnedOf, own) != own)
+        eprintf(
+            EPF_WARN,
+            "HUB %s has been named by others and is elsewhere than the hosts: it is dialled all the same, "
+            "and gets the login. ALLOWED_HUBS_STRING can name it, ONLY_ALLOWED_HUBS_BOOL keep it out",
+            m_address.shown().c_str());
+    return !m_onlyAllowedHubs;
 }
 
 // A socket that blocks nobody and isn't inherited. Without one the cause is stored.
@@ -183,10 +206,10 @@ HubSocket::Progress HubSocket::refuse(int error) {
     return Progress::Refused;
 }
 
-HubSocket::Progress HubSocket::refuse(int error, std::string fault) {
+HubSocket::Progress HubSocket::refuse(int error, const char* head, std::string fault) {
     m_connectErrno = error;
-    eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) no secure connection: %s",
-            m_address.shown().c_str(), fault.c_str());
+    eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) %s: %s",
+            m_address.shown().c_str(), head, fault.c_str());
     m_connectFault = std::move(fault);
     noteLoss();
     close();
@@ -207,11 +230,11 @@ HubSocket::Progress HubSocket::encrypt() {
     if (m_stream == nullptr)
         m_stream = m_tls->open(fd(), m_address.own(), fault);
     if (m_stream == nullptr)
-        return refuse(EPROTO, std::move(fault));
+        return refuseSecurely(EPROTO, std::move(fault));
     const TlsStream::Step step = m_stream->handshake();
     m_handshakeAwaitsBytes = step == TlsStream::Step::AwaitsBytes;
     if (step == TlsStream::Step::Failed)
-        return refuse(EPROTO, m_stream->fault());
+        return refuseSecurely(EPROTO, m_stream->fault());
     if (step != TlsStream::Step::Done)
         return notDone(false);
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "The connection to %s is encrypted: %s",

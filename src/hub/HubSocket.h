@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <tp/ByteStream.h>
 
@@ -17,6 +18,7 @@
 
 namespace tivra_internal {
 
+class AllowedHubs;
 class HubAddress;
 class SessionStanding;
 class TlsClient;
@@ -131,9 +133,14 @@ public:
 private:
     enum class Wait { Writable, TimedOut, Failed };
 
+    [[nodiscard]] bool mayBeDialled();
     [[nodiscard]] bool openSocket();
     [[nodiscard]] Progress refuse(int error);
-    [[nodiscard]] Progress refuse(int error, std::string fault);
+    /// `head` begins the line of the log.
+    [[nodiscard]] Progress refuse(int error, const char* head, std::string fault);
+    [[nodiscard]] Progress refuseSecurely(int error, std::string fault) {
+        return refuse(error, "no secure connection", std::move(fault));
+    }
     [[nodiscard]] Progress encrypt();
     [[nodiscard]] Progress finish();
     [[nodiscard]] Progress notDone(bool signalled);
@@ -150,12 +157,15 @@ private:
     const double m_dialNotBefore;
     const bool m_stampArrivals; ///< by the kernel
     const TlsSettings m_tlsSettings;
+    const std::shared_ptr<const AllowedHubs> m_allowedHubs; ///< null: all are
+    const bool m_onlyAllowedHubs;
 
     SocketHandle m_fd;
     std::unique_ptr<TlsClient> m_tls;    ///< null without encryption
     std::unique_ptr<TlsStream> m_stream; ///< over m_fd; null for a plain connection
     bool m_handshakeAwaitsBytes = false;
     std::string m_connectFault; ///< where m_connectErrno doesn't say it all
+    std::string m_warnedOf;     ///< the last address elsewhere that the log knows of
     std::atomic<State> m_state{State::Closed};
     std::atomic<int> m_connectErrno{0};
     std::atomic<long> m_connectionRetries{0}; ///< dials since the last ready

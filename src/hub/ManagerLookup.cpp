@@ -11,6 +11,7 @@
 
 #include "config/HostConfigImpl.h"
 #include "config/HostTable.h"
+#include "config/PasswordQuestion.h"
 #include "config/UserInfoImpl.h"
 #include "hub/ConnectionManagers.h"
 #include "hub/HubAddress.h"
@@ -49,8 +50,8 @@ LnkApplicationVersion applicationVersion() {
 
 } // namespace
 
-ManagerLookup::ManagerLookup(SessionManagers& managers, const SessionStanding& session,
-                             const UserInfoImpl& user, const HubClientOptions& options, HubAddress& address)
+ManagerLookup::ManagerLookup(SessionManagers& managers, const SessionStanding& session, UserInfoImpl& user,
+                             const HubClientOptions& options, HubAddress& address)
     : m_managers(managers)
     , m_session(session)
     , m_user(user)
@@ -61,6 +62,16 @@ ManagerLookup::ManagerLookup(SessionManagers& managers, const SessionStanding& s
     , m_address(address)
     , m_requestHUBFromCM(!options.isDummy && managers.isCMconnection()) {}
 
+ManagerLookup::~ManagerLookup() {
+    dropQuestion();
+}
+
+void ManagerLookup::dropQuestion() {
+    if (m_question != nullptr)
+        m_question->drop();
+    m_question.reset();
+}
+
 // The first connect of a session asks whether its host is a manager; with one, every connect that wants
 // another hub asks again.
 ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
@@ -68,8 +79,10 @@ ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
     const bool isKnownManager = managers.m_isCMconnection;
     // A host that has answered as a manager is no hub, though it had none to hand out.
     const bool isManagerItself = !isKnownManager && managers.isManager(m_address.configured());
-    if ((isKnownManager || managers.m_CMcheckDone) && !isManagerItself && !m_requestHUBFromCM)
+    if ((isKnownManager || managers.m_CMcheckDone) && !isManagerItself && !m_requestHUBFromCM) {
+        dropQuestion();
         return Outcome::NotAsked;
+    }
     if (m_isEncrypted)
         return unaskedInClear();
     if (!LnkApi::instance().load())
@@ -78,9 +91,11 @@ ManagerLookup::Outcome ManagerLookup::ask(bool isComingXref) {
     if (!managers.m_isLnkapiInitialized && !initializeLibrary(managers))
         return Outcome::NotAsked;
 
+    if (!havePassword())
+        return Outcome::Again;
     std::string cmAddr;
     std::string hubIp;
-    const int rc = getHUBFromCM(cmAddr, hubIp, isKnownManager ? m_address.port() : 0);
+    const int rc = askManagers(cmAddr, hubIp, isKnownManager);
     // A walk that a stop has cut short says nothing about the hosts.
     if (rc == LNKAPI_ERROR_NOTCONNECTED && m_session.isStopping())
         return giveUp(rc);
@@ -257,11 +272,36 @@ void ManagerLookup::useHub(ConnectionManagers& managers, const std::string& cmAd
             name.c_str(), LNKAPI_SUCCESS, getLnkAPIErrorString(LNKAPI_SUCCESS).c_str());
 }
 
+bool ManagerLookup::havePassword() {
+    PasswordSource& passwords = m_user.passwords();
+    if (passwords.kept() != nullptr)
+        return true;
+    if (m_question == nullptr)
+        m_question =
+            passwords.ask(HostTable::hostInfoOf(m_address.configured(), m_address.configuredPort()), nullptr);
+    if (!m_question->isAnswered())
+        return false;
+    if (const std::string fault = m_question->fault(); !fault.empty())
+        eprintf(EPF_WARN, "No connection manager is asked for a HUB: %s", fault.c_str());
+    m_password = std::exchange(m_question, nullptr)->take();
+    return true;
+}
+
+int ManagerLookup::askManagers(std::string& cmAddr, std::string& hubIp, bool isKnownManager) {
+    if (m_user.passwords().kept() == nullptr && m_password.isEmpty())
+        return LNKAPI_ERROR_WRONG_USERNAMEPASSWORD;
+    const int rc = getHUBFromCM(cmAddr, hubIp, isKnownManager ? m_address.port() : 0);
+    m_password = tivra::Password();
+    return rc;
+}
+
 int ManagerLookup::lookUp(const std::string& managerAddr, std::string& hubIp) {
     // A look-up may last as long as the connection time-out, which the log must explain.
     eprintf(levelOf(m_CMconnectionRetries, 0), "getHUBFromCM: asking %s for the address of a HUB",
             managerAddr.c_str());
-    return LnkApi::instance().getServerIP(managerAddr, m_user.getUserName(), m_user.getPassword(), hubIp,
+    const tivra::Password* const kept = m_user.passwords().kept();
+    return LnkApi::instance().getServerIP(managerAddr, m_user.getUserName(),
+                                          (kept != nullptr ? *kept : m_password).text(), hubIp,
                                           [this] { return m_session.isStopping(); });
 }
 

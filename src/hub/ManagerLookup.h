@@ -1,13 +1,17 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <string>
+
+#include <feed/Password.h>
 
 namespace tivra_internal {
 
 class ConnectionManagers;
 class HostConfigImpl;
 class HubAddress;
+class PasswordQuestion;
 class SessionManagers;
 class SessionStanding;
 class UserInfoImpl;
@@ -21,12 +25,13 @@ public:
         NotAsked,  ///< the address stands, as does a dial that is under way
         NoManager, ///< the host that is configured is dialled itself
         Found,     ///< the address is that of the hub which the manager has handed out
-        Again,     ///< the manager is asked again at the next tick
+        Again,     ///< the manager is asked, or asked again, at the next tick
         Failed
     };
 
-    ManagerLookup(SessionManagers& managers, const SessionStanding& session, const UserInfoImpl& user,
+    ManagerLookup(SessionManagers& managers, const SessionStanding& session, UserInfoImpl& user,
                   const HubClientOptions& options, HubAddress& address);
+    ~ManagerLookup();
     ManagerLookup(const ManagerLookup&) = delete;
     ManagerLookup& operator=(const ManagerLookup&) = delete;
 
@@ -61,6 +66,11 @@ private:
     [[nodiscard]] Outcome takeHub(ConnectionManagers& managers, std::string cmAddr, const std::string& hubIp);
     [[nodiscard]] bool acceptManagers(ConnectionManagers& managers);
     void useHub(ConnectionManagers& managers, const std::string& cmAddr, const std::string& hubIp);
+    /// False as long as the application is asked for the password.
+    [[nodiscard]] bool havePassword();
+    /// Another client has found out meanwhile that none is to be asked.
+    void dropQuestion();
+    [[nodiscard]] int askManagers(std::string& cmAddr, std::string& hubIp, bool isKnownManager);
     [[nodiscard]] int lookUp(const std::string& managerAddr, std::string& hubIp);
     /// The address of a hub from the known managers. `port` 0: each is asked at its own port, otherwise at
     /// the hub's. The result is the status of the last look-up.
@@ -70,7 +80,7 @@ private:
 
     SessionManagers& m_managers;
     const SessionStanding& m_session;
-    const UserInfoImpl& m_user;
+    UserInfoImpl& m_user;
     HostConfigImpl* const m_hostConfig; ///< may be null
     const long m_connectionTimeout;     ///< seconds
     const bool m_isEncrypted;           ///< or has to be
@@ -80,7 +90,9 @@ private:
     std::atomic<bool> m_requestHUBFromCM{false};
     std::atomic<long> m_CMconnectionRetries{0}; ///< look-ups since the last success
     std::atomic<int> m_lnkapiErrno{0};
-    bool m_isUnaskedKnown = false; ///< the log has said why none is asked
+    std::shared_ptr<PasswordQuestion> m_question; ///< while it is open
+    tivra::Password m_password;                   ///< of one walk over the managers, where it is asked for
+    bool m_isUnaskedKnown = false;                ///< the log has said why none is asked
 };
 
 } // namespace tivra_internal

@@ -83,8 +83,10 @@ SessionConfigImpl& SessionImpl::settings() {
 
 void SessionImpl::readConfiguration(bool isRunning) {
     m_queueDepthThreshold = static_cast<int>(settings().getQueueThreshold());
-    if (!isRunning)
-        m_hostLists.read(m_hosts, m_managers);
+    if (isRunning)
+        return;
+    m_hostLists.read(m_hosts, m_managers);
+    m_allowedHubs = HandleAccess::impl(getConnectionConfig()).makeAllowedHubs();
 }
 
 const char* SessionImpl::reasonAgainstStart() {

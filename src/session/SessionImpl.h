@@ -79,6 +79,7 @@ class UserInfo;
 
 namespace tivra_internal {
 
+class AllowedHubs;
 class HubClient;
 class HubEventReactor;
 class RequestImpl;
@@ -375,6 +376,7 @@ private:
     MessageStreams* m_streams = nullptr; ///< set before the start, or null
     HubWatcher* m_hubWatcher = nullptr;  ///< the same
     std::optional<RetryPauses> m_pauses;
+    std::shared_ptr<const AllowedHubs> m_allowedHubs; ///< made before the threads are
 
     // Configuration.
     HostTable m_hosts;

@@ -187,6 +187,9 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.holdReads = options.compression && settings().isHoldingReads();
         options.stampArrivals = !options.compression && settings().isStampingArrivals();
         options.tls = tlsSettingsOf(host);
+        options.stopAfterRefusal = host.getBoolean(HostConfig::STOP_AFTER_REFUSAL_BOOL, false);
+        options.allowedHubs = m_allowedHubs;
+        options.onlyAllowedHubs = host.getBoolean(HostConfig::ONLY_ALLOWED_HUBS_BOOL, false);
         auto client = std::make_unique<HubClient>(m_user, *this, options);
         client->setQueryXRefHUB(role == HubRole::Xref);
         return client;

@@ -521,4 +521,35 @@ TEST(Group, AMemberThatIsDownIsWaitedFor) {
     market.settle();
 }
 
+/// A group names a hub at an address that nobody has allowed.
+struct Elsewhere {
+    std::string allowed;
+    bool isOnlyAllowed;
+    bool isDialled;
+    bool isWarnedOf;
+};
+
+TEST(GroupElsewhere, IsDialledWithAWarningOrNotAtAllAndGetsNoLogin) {
+    for (const Elsewhere& way : {Elsewhere{"", true, true, false}, Elsewhere{"127.0.0.1", false, true, true},
+                                 Elsewhere{"127.0.0.1", true, false, false},
+                                 Elsewhere{"localhost,127.0.0.2/31", true, true, false}}) {
+        SCOPED_TRACE(way.allowed + (way.isOnlyAllowed ? " alone" : ""));
+        GroupConfig config = GroupConfig::realistic(2);
+        config.members[1].hub.bindAddress = "127.0.0.2";
+        Market market(config);
+        Client& client = market.client();
+        client.connections()
+            .setText(tivra::HostConfig::ALLOWED_HUBS_STRING, way.allowed)
+            .set(tivra::HostConfig::ONLY_ALLOWED_HUBS_BOOL, way.isOnlyAllowed)
+            .set(tivra::HostConfig::CONNECTION_RETRY_LIMIT_LONG, 0);
+        static_cast<void>(client.start());
+        EXPECT_EQ(client.isStarted, way.isDialled);
+        EXPECT_EQ(market.group.hub(1).statistics().accepted, way.isDialled ? 1U : 0U);
+        const std::string log = client.log();
+        EXPECT_EQ(log.find("is elsewhere than the hosts") != std::string::npos, way.isWarnedOf) << log;
+        EXPECT_EQ(log.find("not dialled: ONLY_ALLOWED_HUBS_BOOL") != std::string::npos, !way.isDialled)
+            << log;
+    }
+}
+
 } // namespace

@@ -124,6 +124,7 @@ public:
         suspendReason = reason;
     }
     bool isSuspended() const override { return !suspendReason.empty(); }
+    void continueSoon() override {}
     void setInitHBTime() override { progressTime = tp::Clock::monotonic(); }
     void heartbeatSubscribed() override { heartbeats = true; }
     void setJit(int threshold) override { jitThreshold = threshold; }

@@ -1,5 +1,8 @@
 // How a client finds its hub through a connection manager.
+#include <chrono>
 #include <cstring>
+
+#include <user/PasswordHandler.h>
 
 #include "hub/HubFixture.h"
 #include "hub/LnkApi.h"
@@ -67,6 +70,30 @@ TEST_F(HubManagerTest, TheHubThatTheManagerHandsOutIsDialled) {
         ASSERT_TRUE(dial(*client));
         EXPECT_EQ(g_asked.size(), isRefused ? 3U : 2U);
     }
+}
+
+/// Gives out "word1", "word2" and so on.
+struct Vault : tivra::PasswordHandler {
+    tivra::Password onPassword(const std::string&) override { return "word" + std::to_string(++count); }
+    int count = 0;
+};
+
+TEST_F(HubManagerTest, ThePasswordIsAskedForBeforeTheManagerIsAndAgainAtTheLogin) {
+    Vault vault;
+    userHandle = HandleAccess::makeUserInfo("jane", vault, handler);
+    makeManaged({{0, "127.0.0.1"}});
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    HubClient::Dial dialled = HubClient::Dial::AwaitsManager;
+    while (dialled != HubClient::Dial::Connected && std::chrono::steady_clock::now() < end)
+        dialled = client->connectHost(1.0);
+    EXPECT_THAT(g_asked, ElementsAre(HasSubstr(" jane word1")));
+    hub.accept();
+    EXPECT_EQ(client->login(), 1);
+    while (!hub.hasRequest() && std::chrono::steady_clock::now() < end)
+        client->twentyFiveMsTick(1.0);
+    EXPECT_THAT(hub.readRequest(), HasSubstr("|5029=word2|"));
+    client.reset();
+    userHandle.reset();
 }
 
 TEST_F(HubManagerTest, BehindATranslationTheHostTableKnowsAHubByItsOwnAddress) {

@@ -53,6 +53,7 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     tivra_tools::declareHosts(app, group, options.hosts, options.backups);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     tivra_tools::declareTls(app, group, options.tls);
+    tivra_tools::declareAddresses(app, group, options.addresses);
     CLI::Option* from =
         app.add_option("--from", options.from,
                        "read snapshot and subscribe from what tivra-bridge has published, not from a hub: "

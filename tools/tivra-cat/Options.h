@@ -2,6 +2,7 @@
 
 #include "Targets.h"
 
+#include "common/AddressOptions.h"
 #include "common/PageProtection.h"
 #include "common/TlsOptions.h"
 
@@ -28,6 +29,7 @@ struct Options {
     std::string user;
     std::string passwordFile;
     tivra_tools::TlsOptions tls;
+    tivra_tools::AddressOptions addresses;
     std::string from; ///< "nats://host:port,...", in place of hubs; empty for hubs
     std::string credentialsFile;
 

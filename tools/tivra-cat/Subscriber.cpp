@@ -77,6 +77,7 @@ void Subscriber::configure(const Options& options) {
     apply(connections, HostConfig::CONNECTION_TIMEOUT_LONG, options.connectTimeout);
     apply(connections, HostConfig::CONNECTION_RETRY_LIMIT_LONG, options.retries);
     tivra_tools::applyTls(options.tls, connections);
+    tivra_tools::applyAddresses(options.addresses, connections);
     for (const std::string& host : options.hosts)
         connections.getHostConfig(host);
     for (const std::string& host : options.backups)

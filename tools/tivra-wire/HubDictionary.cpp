@@ -36,6 +36,7 @@ public:
         if (!options.hasCompression)
             connections.set(tivra::HostConfig::COMPRESSION_BOOL, false);
         tivra_tools::applyTls(options.tls, connections);
+        tivra_tools::applyAddresses(options.addresses, connections);
         connections.getHostConfig(options.host);
     }
 

@@ -53,6 +53,7 @@ void declareHub(CLI::App& app, HubOptions& hub, bool& isPlain) {
     app.add_option("--hub", hub.host, "hub as ADDRESS:PORT that is asked for its dictionary")->group(group);
     tivra_tools::declareUser(app, group, hub.user, hub.passwordFile);
     tivra_tools::declareTls(app, group, hub.tls);
+    tivra_tools::declareAddresses(app, group, hub.addresses);
     app.add_option("-t,--timeout", hub.timeoutSeconds, "seconds that the hub may take for all; default 30")
         ->check(CLI::Range(0.001, 86400.0))
         ->group(group);

@@ -3,6 +3,7 @@
 #include "Frame.h"
 #include "TimeRange.h"
 
+#include "common/AddressOptions.h"
 #include "common/TlsOptions.h"
 
 #include <optional>
@@ -19,6 +20,7 @@ struct HubOptions {
     std::string user;
     std::string passwordFile;
     tivra_tools::TlsOptions tls;
+    tivra_tools::AddressOptions addresses;
     bool hasCompression = true;
     double timeoutSeconds = 30.0; ///< for the login and the whole list
     std::string logFile;

@@ -48,6 +48,11 @@ void Handshake::forget() {
     m_login.forget();
 }
 
+void Handshake::tick() {
+    m_login.tick();
+    m_entitlements.tick();
+}
+
 void Handshake::hubReplaced() {
     if (m_context.known.m_kind == HubKind::Aggregating)
         m_context.known.m_kind = HubKind::Member;

@@ -25,8 +25,12 @@ public:
     int login() { return m_login.ask(); }
     /// Takes what the hub has sent and asks for what comes next.
     void take(const KVNAPI::Message& msg);
-    /// Goes on when the wait for the siblings has ended.
-    void tick() { m_entitlements.tick(); }
+    /// Goes on when the wait for the password or for the siblings has ended.
+    void tick();
+    /// The application is asked for the password.
+    [[nodiscard]] bool awaitsPassword() const { return m_login.awaitsPassword(); }
+    /// Nobody waits for it any more: the connection goes for good.
+    void dropLogin() { m_login.forget(); }
     /// The connection is closed.
     void forget();
     /// The address is another hub's, which a connection manager has handed out.
@@ -35,11 +39,15 @@ public:
     int subscribeHeartbeat() { return m_subscriptions.askHeartbeat(); }
     int subscribeHubStatus() { return m_subscriptions.askHubStatus(); }
 
-    /// Of the connection, later by what it has waited for siblings; monotonic.
+    /// Of the connection, later by what it has waited for siblings and for the password; monotonic.
     [[nodiscard]] double beginTime() const { return m_context.state.m_beginTime; }
     /// False while a hub that has refused the login is to be left alone.
     [[nodiscard]] bool mayDial() const { return m_login.mayDial(); }
     [[nodiscard]] double nextDial() const { return m_login.nextDial(); }
+    /// The hub has refused the login, and isn't dialled before somebody asks for it.
+    [[nodiscard]] bool isBarred() const { return m_login.isBarred(); }
+    /// As if it had refused none.
+    void lift() { m_login.lift(); }
 
     // --- @thread any ---
     [[nodiscard]] bool isLoggedIn() const { return m_login.isLoggedIn(); }

@@ -34,6 +34,8 @@ public:
     virtual void suspendClient(const std::string& reason) = 0;
     [[nodiscard]] virtual bool isSuspended() const = 0;
 
+    /// tick() is to be called soon. @thread any
+    virtual void continueSoon() = 0;
     /// The handshake goes on: the time-out starts anew.
     virtual void setInitHBTime() = 0;
     /// The hub sends heartbeats from now on.

@@ -9,7 +9,7 @@ namespace tivra_internal {
 /// How far the handshake of the present connection has come; a close forgets all of it.
 struct HandshakeState {
     double m_beginTime = 0.0; ///< of the connection, later by what it has waited for siblings; monotonic
-    double m_waitTime = 0.0;  ///< since when it waits for them; monotonic
+    double m_waitTime = 0.0;  ///< since when it waits for them, or for the password; monotonic
     bool m_conflationIntervalSet = false;
     bool m_conflationTypeSet = false;
     bool m_haveAdmin = false;

@@ -3,11 +3,14 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <feed/Password.h>
 
 #include "dictionary/TokenRows.h"
 #include "hub/HubVersion.h"
@@ -22,6 +25,7 @@ namespace tivra_internal {
 struct MessageField;
 class DictionaryStep;
 class HandshakeContext;
+class PasswordQuestion;
 
 // The steps of a handshake, in their order; nextHandshakeStep chooses. Each asks the hub for one thing and
 // takes the answer, and stands in a source file of its own.
@@ -33,24 +37,39 @@ public:
     /// `chance` gives numbers from 0 up to 1, which keep clients apart that were refused together.
     LoginStep(HandshakeContext& context, std::function<double()> chance);
 
-    /// Result 1: the login request is out; -1: it isn't.
+    ~LoginStep();
+    LoginStep(const LoginStep&) = delete;
+    LoginStep& operator=(const LoginStep&) = delete;
+
+    /// Result 1: the login request is out, or will be once the application has given the password; -1: it
+    /// isn't.
     int ask();
+    /// Goes on when the password has come.
+    void tick();
     void take(const KVNAPI::Message& msg);
     /// The connection is closed.
-    void forget() { m_logged_in = false; }
+    void forget();
+    /// The application is asked for the password.
+    [[nodiscard]] bool awaitsPassword() const { return m_question != nullptr; }
 
     /// @thread any
     [[nodiscard]] bool isLoggedIn() const { return m_logged_in.load(std::memory_order_relaxed); }
     /// False while a hub that has refused the login is to be left alone.
     [[nodiscard]] bool mayDial() const;
+    /// A hub that has refused the login is not to be dialled again, until somebody asks for it.
+    [[nodiscard]] bool isBarred() const { return m_isBarred.load(std::memory_order_relaxed); }
+    void lift() { m_isBarred = false; }
     /// When it may be, by the monotonic clock.
     [[nodiscard]] double nextDial() const { return m_loginPace.nextDial(); }
 
 private:
+    int send(const tivra::Password& password);
     void refuse(const std::string& reason);
 
     HandshakeContext& m_context;
     RetryPace m_loginPace;
+    std::atomic<bool> m_isBarred{false};
+    std::shared_ptr<PasswordQuestion> m_question; ///< while it is open
     std::atomic<bool> m_logged_in{false};
 };
 
