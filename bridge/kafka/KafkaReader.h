@@ -1,0 +1,41 @@
+#pragma once
+
+#include "kafka/KafkaClient.h"
+
+#include <tp/Mutex.h>
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace tivra_bus {
+
+/// Reads messages that are stored already, by their offsets, outside any consumer group.
+/// @thread any, one after the other
+class KafkaReader {
+public:
+    /// Where a partition's messages begin, and the offset after its last.
+    struct Extent {
+        std::int64_t first = 0;
+        std::int64_t end = 0;
+    };
+
+    /// @throws BusError for a property that the client library refuses
+    explicit KafkaReader(const KafkaAddress& address);
+
+    /// @throws BusError
+    [[nodiscard]] Extent extentOf(const std::string& topic, unsigned partition);
+    /// Hands over the last messages of a partition, at most so many, in their order.
+    /// @return where the partition ends. @throws BusError, also when they don't come in time
+    Extent readLast(const std::string& topic, unsigned partition, std::int64_t most,
+                    const std::function<void(const rd_kafka_message_t&)>& take);
+
+private:
+    void read(const std::string& topic, unsigned partition, std::int64_t from, std::int64_t end,
+              const std::function<void(const rd_kafka_message_t&)>& take) TP_REQUIRES(m_mutex);
+
+    tp::Mutex m_mutex;
+    KafkaClient m_client;
+};
+
+} // namespace tivra_bus

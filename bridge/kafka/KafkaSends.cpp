@@ -1,0 +1,143 @@
+#include "kafka/KafkaSends.h"
+
+#include "bus/BusError.h"
+#include "kafka/KafkaNames.h"
+
+#include <utility>
+
+namespace tivra_bus {
+
+namespace {
+
+constexpr int kPollMilliseconds = 50;
+constexpr int kProbeMilliseconds = 500;
+/// A message that isn't acknowledged so long is given back, to be sent again.
+constexpr const char* kSendMilliseconds = "10000";
+constexpr const char* kMostWaiting = "200000";
+constexpr const char* kMostWaitingKilobytes = "262144";
+/// As much as the broker's default, 1 MiB and what a batch's own header takes.
+constexpr const char* kMostMessageBytes = "1048588";
+
+} // namespace
+
+KafkaSends::KafkaSends(const KafkaAddress& address, std::string writer)
+    : m_address(address), m_writer(std::move(writer)), m_client(makeClient()) {
+    m_poller = std::thread([this] { poll(); });
+}
+
+KafkaSends::~KafkaSends() {
+    m_isEnding.store(true);
+    m_poller.join();
+    const std::shared_ptr<KafkaClient> last = client();
+    rd_kafka_purge(last->get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
+    rd_kafka_flush(last->get(), kProbeMilliseconds);
+    endRefused();
+}
+
+std::shared_ptr<KafkaClient> KafkaSends::makeClient() const {
+    return std::make_shared<KafkaClient>(
+        KafkaClient::Role::Producer, m_address,
+        KafkaClient::Setup{{{"enable.idempotence", "true"},
+                            {"acks", "all"},
+                            {"message.timeout.ms", kSendMilliseconds},
+                            {"message.max.bytes", kMostMessageBytes},
+                            {"queue.buffering.max.messages", kMostWaiting},
+                            {"queue.buffering.max.kbytes", kMostWaitingKilobytes},
+                            {"linger.ms", "0"}},
+                           onDelivery,
+                           {}});
+}
+
+std::shared_ptr<KafkaClient> KafkaSends::client() const {
+    const tp::MutexLock lock(m_mutex);
+    return m_client;
+}
+
+void KafkaSends::send(const KafkaSend& send, Completion done) {
+    const std::shared_ptr<KafkaClient> to = client();
+    auto flight = std::make_unique<Flight>(Flight{std::move(done)});
+    // The client library only reads what it is given as void*, and copies it.
+    const auto bytes = [](std::string_view text) { return const_cast<char*>(text.data()); };
+    rd_kafka_vu_t parts[7] = {};
+    parts[0].vtype = RD_KAFKA_VTYPE_TOPIC;
+    parts[0].u.cstr = send.topic;
+    parts[1].vtype = RD_KAFKA_VTYPE_PARTITION;
+    parts[1].u.i32 = static_cast<std::int32_t>(send.partition);
+    parts[2].vtype = RD_KAFKA_VTYPE_KEY;
+    parts[2].u.mem = {bytes(send.key), send.key.size()};
+    parts[3].vtype = RD_KAFKA_VTYPE_VALUE;
+    parts[3].u.mem = {bytes(send.bytes), send.bytes.size()};
+    parts[4].vtype = RD_KAFKA_VTYPE_HEADER;
+    parts[4].u.header = {kWriterHeader, m_writer.data(), static_cast<ssize_t>(m_writer.size())};
+    parts[5].vtype = RD_KAFKA_VTYPE_MSGFLAGS;
+    parts[5].u.i = RD_KAFKA_MSG_F_COPY;
+    parts[6].vtype = RD_KAFKA_VTYPE_OPAQUE;
+    parts[6].u.ptr = flight.get();
+    rd_kafka_error_t* error = rd_kafka_produceva(to->get(), parts, std::size(parts));
+    if (error == nullptr) {
+        (void)flight.release(); // its delivery report takes it again
+        return;
+    }
+    const std::string cause = rd_kafka_error_string(error);
+    rd_kafka_error_destroy(error);
+    const tp::MutexLock lock(m_mutex);
+    m_refused.push_back({std::move(flight->done), cause});
+}
+
+void KafkaSends::onDelivery(rd_kafka_t* handle, const rd_kafka_message_t* message, void* self) {
+    const std::unique_ptr<Flight> flight(static_cast<Flight*>(message->_private));
+    if (message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
+        static_cast<KafkaClient*>(self)->answered();
+        flight->done({SendResult::Outcome::Stored, static_cast<std::uint64_t>(message->offset) + 1, {}});
+        return;
+    }
+    char fatal[256] = {};
+    const bool isFatal = rd_kafka_fatal_error(handle, fatal, sizeof fatal) != RD_KAFKA_RESP_ERR_NO_ERROR;
+    flight->done({SendResult::Outcome::Failed, 0, isFatal ? fatal : rd_kafka_err2str(message->err)});
+}
+
+void KafkaSends::endRefused() {
+    std::vector<Refused> refused;
+    {
+        const tp::MutexLock lock(m_mutex);
+        refused.swap(m_refused);
+    }
+    for (const Refused& each : refused)
+        each.done({SendResult::Outcome::Failed, 0, each.cause});
+}
+
+void KafkaSends::lookForServer(KafkaClient& client) {
+    const rd_kafka_metadata_t* raw = nullptr;
+    if (rd_kafka_metadata(client.get(), 0, nullptr, &raw, kProbeMilliseconds) == RD_KAFKA_RESP_ERR_NO_ERROR) {
+        const KafkaMetadata metadata(raw);
+        client.answered();
+    }
+}
+
+void KafkaSends::poll() {
+    while (!m_isEnding.load()) {
+        const std::shared_ptr<KafkaClient> present = client();
+        rd_kafka_poll(present->get(), kPollMilliseconds);
+        endRefused();
+        if (!present->isConnected())
+            lookForServer(*present);
+        if (rd_kafka_fatal_error(present->get(), nullptr, 0) == RD_KAFKA_RESP_ERR_NO_ERROR)
+            continue;
+        replace(*present);
+    }
+}
+
+void KafkaSends::replace(const KafkaClient& present) {
+    // It can't know any more what it has stored: what is on its way is sent again, by another one.
+    rd_kafka_purge(present.get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
+    rd_kafka_flush(present.get(), kProbeMilliseconds);
+    try {
+        std::shared_ptr<KafkaClient> next = makeClient();
+        const tp::MutexLock lock(m_mutex);
+        m_client.swap(next);
+    } catch (const BusError&) {
+        // No room for its threads, say: what is sent meanwhile fails, and the next round tries again.
+    }
+}
+
+} // namespace tivra_bus

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "bus/BusPublisher.h"
+#include "kafka/KafkaClient.h"
+
+#include <tp/Mutex.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace tivra_bus {
+
+/// A message of a topic.
+struct KafkaSend {
+    const char* topic = nullptr;
+    unsigned partition = 0;
+    std::string_view key;
+    std::string_view bytes;
+};
+
+/// Sends messages and ends each once, with the offset that it got or the cause why it has none. What is on
+/// its way is bounded by the client library's queue; what is beyond ends at once, as failed. A producer that
+/// can't go on is replaced.
+/// @thread any; completions run on a thread of its own
+class KafkaSends {
+public:
+    using Completion = BusPublisher::Completion;
+
+    /// @throws BusError for a property that the client library refuses
+    KafkaSends(const KafkaAddress& address, std::string writer);
+    /// Ends what is still on its way as failed.
+    ~KafkaSends();
+    KafkaSends(const KafkaSends&) = delete;
+    KafkaSends& operator=(const KafkaSends&) = delete;
+
+    /// SendResult::position is the offset after the message's own.
+    void send(const KafkaSend& send, Completion done);
+    /// For what isn't sent itself.
+    [[nodiscard]] std::shared_ptr<KafkaClient> client() const;
+
+private:
+    /// Goes with a message as long as it is on its way.
+    struct Flight {
+        Completion done;
+    };
+    struct Refused {
+        Completion done;
+        std::string cause;
+    };
+
+    static void onDelivery(rd_kafka_t*, const rd_kafka_message_t* message, void* self);
+    [[nodiscard]] std::shared_ptr<KafkaClient> makeClient() const;
+    void poll();
+    /// Puts another producer in the place of one that can't go on.
+    void replace(const KafkaClient& present);
+    /// Ends what was refused.
+    void endRefused();
+    /// Asks whether a server is back.
+    void lookForServer(KafkaClient& client);
+
+    const KafkaAddress m_address;
+    const std::string m_writer;
+    mutable tp::Mutex m_mutex;
+    std::shared_ptr<KafkaClient> m_client TP_GUARDED_BY(m_mutex);
+    std::vector<Refused> m_refused TP_GUARDED_BY(m_mutex);
+    std::atomic<bool> m_isEnding{false};
+    std::thread m_poller;
+};
+
+} // namespace tivra_bus

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "kafka/KafkaClient.h"
+#include "share/PartitionShare.h"
+
+#include <tp/Mutex.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <thread>
+
+namespace tivra_bus {
+
+/// Shares partitions as the members of a consumer group do, of which each writes what it is assigned and
+/// consumes nothing. The broker takes a member for dead that it hasn't heard for 6 seconds, and a partition
+/// moves only when its writer has let it go.
+///
+/// The epoch of a writer stands in the group's committed offset of its partition. The broker takes it from
+/// present members alone, so that two who believe they have a partition never get the same epoch from here.
+class KafkaShare : public PartitionShare {
+public:
+    /// Joins the group. @throws BusError
+    KafkaShare(const KafkaAddress& address, unsigned partitions);
+    ~KafkaShare() override;
+
+    [[nodiscard]] ShareDecision decide(const std::set<unsigned>& held) override;
+    [[nodiscard]] Before before(unsigned partition) override;
+    [[nodiscard]] bool claim(unsigned partition, std::uint64_t epoch) override;
+    void giveBack(unsigned partition, std::uint64_t epoch) override;
+    void leave() override;
+    [[nodiscard]] std::size_t members() const override { return m_members.load(); }
+    [[nodiscard]] Clock::time_point confirmed() const override;
+
+private:
+    enum class Commit { Done, Refused, Postponed };
+
+    void poll();
+    void rebalance(rd_kafka_resp_err_t event, rd_kafka_topic_partition_list_t* partitions);
+    void assigned(rd_kafka_topic_partition_list_t* partitions) TP_EXCLUDES(m_mutex);
+    void revoked(rd_kafka_topic_partition_list_t* partitions) TP_EXCLUDES(m_mutex);
+    /// Whether any of them is still written.
+    [[nodiscard]] bool isClaimed(const std::set<unsigned>& partitions) const TP_REQUIRES(m_mutex);
+    /// Has the group keep epochs. @throws BusError
+    [[nodiscard]] Commit commit(const std::map<unsigned, std::uint64_t>& epochs);
+    /// Shows once a second that the broker still knows this member.
+    void confirm();
+    void countMembers();
+
+    const unsigned m_partitions;
+    const std::string m_name;
+    Clock::time_point m_nextConfirmation{};
+    Clock::time_point m_nextCount{};
+    std::atomic<std::size_t> m_members{1};
+    std::atomic<bool> m_isEnding{false};
+
+    mutable tp::Mutex m_mutex;
+    tp::ConditionVariable m_changed;
+    std::set<unsigned> m_assigned TP_GUARDED_BY(m_mutex);
+    std::set<unsigned> m_wanted TP_GUARDED_BY(m_mutex);                 ///< that the group wants back
+    std::map<unsigned, std::uint64_t> m_claimed TP_GUARDED_BY(m_mutex); ///< with their epochs
+    Clock::time_point m_confirmed TP_GUARDED_BY(m_mutex) = Clock::now();
+
+    KafkaClient m_client;
+    std::thread m_poller;
+};
+
+} // namespace tivra_bus

@@ -1,0 +1,42 @@
+#include "kafka/KafkaTail.h"
+
+#include "bus/BatchHeader.h"
+#include "bus/BusError.h"
+
+#include <algorithm>
+
+namespace tivra_bus {
+
+namespace {
+
+/// A higher one is none of ours: it would leave no room for those that follow.
+constexpr std::uint64_t kHighestEpoch = 1ULL << 53;
+
+} // namespace
+
+void KafkaTail::take(std::string_view message, std::string_view writer) {
+    BatchHeader header;
+    try {
+        std::size_t length = 0;
+        header = readHeader(message, length);
+    } catch (const BatchError&) {
+        return; // whoever has written that, readers leave it out too
+    }
+    if (header.epoch < m_epoch || header.epoch > kHighestEpoch)
+        return;
+    if (header.epoch > m_epoch) {
+        m_epoch = header.epoch;
+        m_batch = 0;
+        m_isOurs = m_isAnothers = false;
+    }
+    m_batch = std::max(m_batch, header.batch);
+    (writer == m_writer ? m_isOurs : m_isAnothers) = true;
+}
+
+StreamEnd KafkaTail::end(std::uint64_t position) const {
+    if (m_isOurs && m_isAnothers)
+        return {position, m_epoch + 1, 0};
+    return {position, m_epoch, m_batch};
+}
+
+} // namespace tivra_bus
