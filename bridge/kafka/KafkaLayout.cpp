@@ -6,9 +6,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <map>
-#include <string_view>
+#include <thread>
 #include <vector>
 
 namespace tivra_bus {
@@ -22,6 +23,7 @@ constexpr std::size_t kMostMessageBytes = 1'048'588;
 /// Of a message's header, the key and the frame round it.
 constexpr std::size_t kFrameBytes = 512;
 constexpr int kErrorBytes = 512;
+constexpr milliseconds kLookEvery{100};
 
 struct TopicPlan {
     std::string name;
@@ -56,6 +58,22 @@ std::map<std::string, int> presentTopics(const KafkaClient& client) {
         if (raw->topics[i].err == RD_KAFKA_RESP_ERR_NO_ERROR)
             topics[raw->topics[i].topic] = raw->topics[i].partition_cnt;
     return topics;
+}
+
+/// Waits until the brokers have heard of all of them: a topic that was created isn't everywhere at once.
+std::map<std::string, int> awaitTopics(const KafkaClient& client, const std::vector<TopicPlan>& plans) {
+    const auto deadline = std::chrono::steady_clock::now() + milliseconds(client.patience());
+    for (;;) {
+        std::map<std::string, int> topics = presentTopics(client);
+        const auto missing = std::find_if(plans.begin(), plans.end(), [&topics](const TopicPlan& plan) {
+            return topics.count(plan.name) == 0;
+        });
+        if (missing == plans.end())
+            return topics;
+        if (std::chrono::steady_clock::now() > deadline)
+            throw BusError(fmt::format("the topic {} was created, and no broker shows it", missing->name));
+        std::this_thread::sleep_for(kLookEvery);
+    }
 }
 
 KafkaAdminOptions optionsOf(const KafkaClient& client, rd_kafka_admin_op_t operation) {
@@ -157,24 +175,21 @@ void checkSettings(const TopicPlan& plan, const std::map<std::string, std::strin
 } // namespace
 
 std::size_t prepareKafka(const KafkaClient& client, const BusLayout& layout) {
-    std::map<std::string, int> present = presentTopics(client);
-    std::size_t maxMessage = kMostMessageBytes;
-    for (const TopicPlan& plan : plansOf(layout)) {
+    const std::vector<TopicPlan> plans = plansOf(layout);
+    const std::map<std::string, int> present = presentTopics(client);
+    for (const TopicPlan& plan : plans)
         if (present.count(plan.name) == 0)
             createTopic(client, plan, layout.replicas);
-        else
-            checkPartitions(plan, present.at(plan.name));
+    std::size_t maxMessage = kMostMessageBytes;
+    const std::map<std::string, int> complete = awaitTopics(client, plans);
+    for (const TopicPlan& plan : plans) {
+        checkPartitions(plan, complete.at(plan.name));
         const std::map<std::string, std::string> settings = settingsOf(client, plan.name);
         checkSettings(plan, settings);
         if (const auto most = settings.find("max.message.bytes"); most != settings.end())
             maxMessage = std::min(maxMessage,
                                   static_cast<std::size_t>(std::strtoull(most->second.c_str(), nullptr, 10)));
     }
-    // One that another bridge has created in the meantime may differ from what was wanted.
-    present = presentTopics(client);
-    for (const TopicPlan& plan : plansOf(layout))
-        if (const auto topic = present.find(plan.name); topic != present.end())
-            checkPartitions(plan, topic->second);
     return maxMessage > 2 * kFrameBytes ? maxMessage - kFrameBytes : kFrameBytes;
 }
 

@@ -64,26 +64,32 @@ void KafkaPublisher::rolledBack(unsigned partition) {
 }
 
 void KafkaPublisher::sendBatch(unsigned partition, std::string_view batch, std::uint64_t expected,
-                               Completion done) {
+                               SendTicket ticket) {
     // A batch holds many symbols, so its key is the partition: what copies the topic keeps them together by
     // it.
     const std::string key = std::to_string(partition);
     m_sends.send({kTickTopic, partition, key, batch},
-                 [this, partition, expected, done = std::move(done)](const SendResult& result) {
+                 [this, partition, expected, ticket = std::move(ticket)](const SendResult& result) {
                      const bool isStored = result.outcome == SendResult::Outcome::Stored;
                      if (isStored && result.position <= expected)
                          rolledBack(partition);
                      if (isStored && result.position != expected + 1)
-                         done({SendResult::Outcome::Conflict, 0, {}});
+                         ticket.end({SendResult::Outcome::Conflict, 0, 0, {}});
                      else
-                         done(result);
+                         ticket.end(result);
                  });
 }
 
-void KafkaPublisher::sendLast(int source, std::string_view symbol, std::string_view message,
-                              std::optional<std::uint64_t>, Completion done) {
+void KafkaPublisher::findLast(int, std::string_view, SendTicket ticket) {
+    m_sends.end([ticket = std::move(ticket)](const SendResult& result) { ticket.end(result); },
+                {SendResult::Outcome::Stored, 0, 0, {}});
+}
+
+void KafkaPublisher::sendLast(int source, std::string_view symbol, std::string_view message, std::uint64_t,
+                              SendTicket ticket) {
     const std::string key = fmt::format("{}:{}", source, symbol);
-    m_sends.send({kLastTopic, partitionOf(source, symbol, m_partitions), key, message}, std::move(done));
+    m_sends.send({kLastTopic, partitionOf(source, symbol, m_partitions), key, message},
+                 [ticket = std::move(ticket)](const SendResult& result) { ticket.end(result); });
 }
 
 void KafkaPublisher::sendStatus(int source, std::string_view message) {

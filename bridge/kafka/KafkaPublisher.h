@@ -30,10 +30,11 @@ public:
     /// gone back behind what it had acknowledged.
     [[nodiscard]] StreamEnd endOf(unsigned partition) override;
     void sendBatch(unsigned partition, std::string_view batch, std::uint64_t expected,
-                   Completion done) override;
-    /// Replaces whatever is there: Kafka knows no condition.
-    void sendLast(int source, std::string_view symbol, std::string_view message,
-                  std::optional<std::uint64_t> expected, Completion done) override;
+                   SendTicket ticket) override;
+    /// Finds none: sendLast() replaces whatever is there, since Kafka knows no condition.
+    void findLast(int source, std::string_view symbol, SendTicket ticket) override;
+    void sendLast(int source, std::string_view symbol, std::string_view message, std::uint64_t expected,
+                  SendTicket ticket) override;
     void sendStatus(int source, std::string_view message) override;
     /// Does nothing: everything that is sent is stored.
     void sendLive(int source, std::string_view symbol, std::string_view record) override;

@@ -9,7 +9,7 @@ namespace tivra_bus {
 
 namespace {
 
-constexpr int kPollMilliseconds = 50;
+constexpr int kPollMilliseconds = 20;
 constexpr int kProbeMilliseconds = 500;
 /// A message that isn't acknowledged so long is given back, to be sent again.
 constexpr const char* kSendMilliseconds = "10000";
@@ -17,6 +17,11 @@ constexpr const char* kMostWaiting = "200000";
 constexpr const char* kMostWaitingKilobytes = "262144";
 /// As much as the broker's default, 1 MiB and what a batch's own header takes.
 constexpr const char* kMostMessageBytes = "1048588";
+
+SendResult::Outcome outcomeOf(rd_kafka_resp_err_t error) {
+    return error == RD_KAFKA_RESP_ERR_MSG_SIZE_TOO_LARGE ? SendResult::Outcome::TooBig
+                                                         : SendResult::Outcome::Failed;
+}
 
 } // namespace
 
@@ -31,7 +36,7 @@ KafkaSends::~KafkaSends() {
     const std::shared_ptr<KafkaClient> last = client();
     rd_kafka_purge(last->get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
     rd_kafka_flush(last->get(), kProbeMilliseconds);
-    endRefused();
+    callEnded();
 }
 
 std::shared_ptr<KafkaClient> KafkaSends::makeClient() const {
@@ -78,32 +83,36 @@ void KafkaSends::send(const KafkaSend& send, Completion done) {
         (void)flight.release(); // its delivery report takes it again
         return;
     }
-    const std::string cause = rd_kafka_error_string(error);
+    const SendResult result{outcomeOf(rd_kafka_error_code(error)), 0, 0, rd_kafka_error_string(error)};
     rd_kafka_error_destroy(error);
+    end(std::move(flight->done), result);
+}
+
+void KafkaSends::end(Completion done, SendResult result) {
     const tp::MutexLock lock(m_mutex);
-    m_refused.push_back({std::move(flight->done), cause});
+    m_ended.push_back({std::move(done), std::move(result)});
 }
 
 void KafkaSends::onDelivery(rd_kafka_t* handle, const rd_kafka_message_t* message, void* self) {
     const std::unique_ptr<Flight> flight(static_cast<Flight*>(message->_private));
     if (message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
         static_cast<KafkaClient*>(self)->answered();
-        flight->done({SendResult::Outcome::Stored, static_cast<std::uint64_t>(message->offset) + 1, {}});
+        flight->done({SendResult::Outcome::Stored, static_cast<std::uint64_t>(message->offset) + 1, 0, {}});
         return;
     }
     char fatal[256] = {};
     const bool isFatal = rd_kafka_fatal_error(handle, fatal, sizeof fatal) != RD_KAFKA_RESP_ERR_NO_ERROR;
-    flight->done({SendResult::Outcome::Failed, 0, isFatal ? fatal : rd_kafka_err2str(message->err)});
+    flight->done({outcomeOf(message->err), 0, 0, isFatal ? fatal : rd_kafka_err2str(message->err)});
 }
 
-void KafkaSends::endRefused() {
-    std::vector<Refused> refused;
+void KafkaSends::callEnded() {
+    std::vector<Ended> ended;
     {
         const tp::MutexLock lock(m_mutex);
-        refused.swap(m_refused);
+        ended.swap(m_ended);
     }
-    for (const Refused& each : refused)
-        each.done({SendResult::Outcome::Failed, 0, each.cause});
+    for (const Ended& each : ended)
+        each.done(each.result);
 }
 
 void KafkaSends::lookForServer(KafkaClient& client) {
@@ -118,7 +127,7 @@ void KafkaSends::poll() {
     while (!m_isEnding.load()) {
         const std::shared_ptr<KafkaClient> present = client();
         rd_kafka_poll(present->get(), kPollMilliseconds);
-        endRefused();
+        callEnded();
         if (!present->isConnected())
             lookForServer(*present);
         if (rd_kafka_fatal_error(present->get(), nullptr, 0) == RD_KAFKA_RESP_ERR_NO_ERROR)

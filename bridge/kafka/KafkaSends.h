@@ -1,11 +1,12 @@
 #pragma once
 
-#include "bus/BusPublisher.h"
+#include "bus/SendResult.h"
 #include "kafka/KafkaClient.h"
 
 #include <tp/Mutex.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -28,7 +29,7 @@ struct KafkaSend {
 /// @thread any; completions run on a thread of its own
 class KafkaSends {
 public:
-    using Completion = BusPublisher::Completion;
+    using Completion = std::function<void(const SendResult&)>;
 
     /// @throws BusError for a property that the client library refuses
     KafkaSends(const KafkaAddress& address, std::string writer);
@@ -39,6 +40,8 @@ public:
 
     /// SendResult::position is the offset after the message's own.
     void send(const KafkaSend& send, Completion done);
+    /// Ends what isn't sent, on the thread of completions.
+    void end(Completion done, SendResult result);
     /// For what isn't sent itself.
     [[nodiscard]] std::shared_ptr<KafkaClient> client() const;
 
@@ -47,9 +50,9 @@ private:
     struct Flight {
         Completion done;
     };
-    struct Refused {
+    struct Ended {
         Completion done;
-        std::string cause;
+        SendResult result;
     };
 
     static void onDelivery(rd_kafka_t*, const rd_kafka_message_t* message, void* self);
@@ -57,8 +60,7 @@ private:
     void poll();
     /// Puts another producer in the place of one that can't go on.
     void replace(const KafkaClient& present);
-    /// Ends what was refused.
-    void endRefused();
+    void callEnded();
     /// Asks whether a server is back.
     void lookForServer(KafkaClient& client);
 
@@ -66,7 +68,7 @@ private:
     const std::string m_writer;
     mutable tp::Mutex m_mutex;
     std::shared_ptr<KafkaClient> m_client TP_GUARDED_BY(m_mutex);
-    std::vector<Refused> m_refused TP_GUARDED_BY(m_mutex);
+    std::vector<Ended> m_ended TP_GUARDED_BY(m_mutex);
     std::atomic<bool> m_isEnding{false};
     std::thread m_poller;
 };

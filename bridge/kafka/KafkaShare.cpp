@@ -34,9 +34,9 @@ std::set<unsigned> numbersOf(const rd_kafka_topic_partition_list_t* partitions) 
 
 } // namespace
 
-KafkaShare::KafkaShare(const KafkaAddress& address, unsigned partitions)
+KafkaShare::KafkaShare(const KafkaAddress& address, std::string name, unsigned partitions)
     : m_partitions(partitions)
-    , m_name(address.name)
+    , m_name(std::move(name))
     , m_client(KafkaClient::Role::Consumer, address,
                {{{"group.id", kBridgeGroup},
                  {"partition.assignment.strategy", "cooperative-sticky"},
@@ -48,7 +48,9 @@ KafkaShare::KafkaShare(const KafkaAddress& address, unsigned partitions)
                 nullptr,
                 [this](rd_kafka_resp_err_t event, rd_kafka_topic_partition_list_t* list) {
                     rebalance(event, list);
-                }}) {
+                }}) {}
+
+void KafkaShare::join() {
     const KafkaPartitions topics(rd_kafka_topic_partition_list_new(1));
     rd_kafka_topic_partition_list_add(topics.get(), kTickTopic, RD_KAFKA_PARTITION_UA);
     m_client.check(rd_kafka_subscribe(m_client.get(), topics.get()), "joining the group of bridges");
@@ -126,10 +128,12 @@ void KafkaShare::revoked(rd_kafka_topic_partition_list_t* partitions) {
         rd_kafka_error_destroy(error);
 }
 
-ShareDecision KafkaShare::decide(const std::set<unsigned>& held) {
-    confirm();
+LeaseDecision KafkaShare::decide(const std::set<unsigned>& held, bool isReady) {
+    if (!m_poller.joinable())
+        join();
+    renew(isReady);
     countMembers();
-    ShareDecision decision;
+    LeaseDecision decision;
     const tp::MutexLock lock(m_mutex);
     for (const unsigned partition : held) {
         if (m_claimed.count(partition) == 0)
@@ -182,6 +186,7 @@ KafkaShare::Commit KafkaShare::commit(const std::map<unsigned, std::uint64_t>& e
         event ? rd_kafka_event_error(event.get()) : RD_KAFKA_RESP_ERR__TIMED_OUT;
     switch (error) {
     case RD_KAFKA_RESP_ERR_NO_ERROR: {
+        m_client.answered();
         const tp::MutexLock lock(m_mutex);
         m_confirmed = Clock::now();
         return Commit::Done;
@@ -198,7 +203,7 @@ KafkaShare::Commit KafkaShare::commit(const std::map<unsigned, std::uint64_t>& e
     }
 }
 
-void KafkaShare::confirm() {
+void KafkaShare::renew(bool) {
     const Clock::time_point now = Clock::now();
     std::map<unsigned, std::uint64_t> claimed;
     {
@@ -245,7 +250,7 @@ bool KafkaShare::claim(unsigned partition, std::uint64_t epoch) {
     return true;
 }
 
-void KafkaShare::giveBack(unsigned partition, std::uint64_t) {
+void KafkaShare::giveBack(unsigned partition) {
     {
         const tp::MutexLock lock(m_mutex);
         m_claimed.erase(partition);

@@ -22,21 +22,26 @@ namespace tivra_bus {
 /// present members alone, so that two who believe they have a partition never get the same epoch from here.
 class KafkaShare : public PartitionShare {
 public:
-    /// Joins the group. @throws BusError
-    KafkaShare(const KafkaAddress& address, unsigned partitions);
+    /// Joins the group with the first decide(), when there are topics. @throws BusError
+    /// @param name  of this bridge
+    KafkaShare(const KafkaAddress& address, std::string name, unsigned partitions);
     ~KafkaShare() override;
 
-    [[nodiscard]] ShareDecision decide(const std::set<unsigned>& held) override;
+    /// One that hasn't got its hubs keeps what it has.
+    [[nodiscard]] LeaseDecision decide(const std::set<unsigned>& held, bool isReady) override;
+    void renew(bool isReady) override;
     [[nodiscard]] Before before(unsigned partition) override;
     [[nodiscard]] bool claim(unsigned partition, std::uint64_t epoch) override;
-    void giveBack(unsigned partition, std::uint64_t epoch) override;
+    void giveBack(unsigned partition) override;
     void leave() override;
+    [[nodiscard]] std::string end() const override { return {}; }
     [[nodiscard]] std::size_t members() const override { return m_members.load(); }
     [[nodiscard]] Clock::time_point confirmed() const override;
 
 private:
     enum class Commit { Done, Refused, Postponed };
 
+    void join();
     void poll();
     void rebalance(rd_kafka_resp_err_t event, rd_kafka_topic_partition_list_t* partitions);
     void assigned(rd_kafka_topic_partition_list_t* partitions) TP_EXCLUDES(m_mutex);
@@ -45,8 +50,6 @@ private:
     [[nodiscard]] bool isClaimed(const std::set<unsigned>& partitions) const TP_REQUIRES(m_mutex);
     /// Has the group keep epochs. @throws BusError
     [[nodiscard]] Commit commit(const std::map<unsigned, std::uint64_t>& epochs);
-    /// Shows once a second that the broker still knows this member.
-    void confirm();
     void countMembers();
 
     const unsigned m_partitions;

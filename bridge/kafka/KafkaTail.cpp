@@ -7,13 +7,6 @@
 
 namespace tivra_bus {
 
-namespace {
-
-/// A higher one is none of ours: it would leave no room for those that follow.
-constexpr std::uint64_t kHighestEpoch = 1ULL << 53;
-
-} // namespace
-
 void KafkaTail::take(std::string_view message, std::string_view writer) {
     BatchHeader header;
     try {
@@ -22,21 +15,23 @@ void KafkaTail::take(std::string_view message, std::string_view writer) {
     } catch (const BatchError&) {
         return; // whoever has written that, readers leave it out too
     }
-    if (header.epoch < m_epoch || header.epoch > kHighestEpoch)
+    if (header.epoch < m_epoch)
         return;
     if (header.epoch > m_epoch) {
         m_epoch = header.epoch;
         m_batch = 0;
+        m_time.clear();
         m_isOurs = m_isAnothers = false;
     }
     m_batch = std::max(m_batch, header.batch);
+    m_time = std::max(m_time, header.time);
     (writer == m_writer ? m_isOurs : m_isAnothers) = true;
 }
 
 StreamEnd KafkaTail::end(std::uint64_t position) const {
     if (m_isOurs && m_isAnothers)
-        return {position, m_epoch + 1, 0};
-    return {position, m_epoch, m_batch};
+        return {position, m_epoch + 1, 0, m_time};
+    return {position, m_epoch, m_batch, m_time};
 }
 
 } // namespace tivra_bus

@@ -32,7 +32,6 @@ refused, 4 the engine could not be reached or is laid out for something else.)";
 struct RawOptions {
     std::vector<int> sources;
     std::string symbolsFile;
-    std::string engine;
     std::chrono::milliseconds::rep lastEvery = 100;
     std::chrono::milliseconds::rep linger = 5;
     std::size_t batchKilobytes = 32;
@@ -66,11 +65,13 @@ void declareHubs(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
 void declareEngine(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
     const char* const group = "Engine";
     BusLayout& layout = options.bridge.layout;
-    app.add_option("--to", raw.engine, "nats://HOST[:PORT],... or tls://HOST[:PORT],...")
+    app.add_option("--to", options.engine.url,
+                   "nats://HOST[:PORT],..., tls://HOST[:PORT],... or kafka://HOST[:PORT],...")
         ->required()
         ->group(group);
     app.add_option("--credentials", options.engine.credentialsFile,
-                   "credentials file of a user of the engine")
+                   "credentials file of a user of the engine; with kafka:// a file of the client library's "
+                   "properties, such as sasl.username=NAME")
         ->check(CLI::ExistingFile)
         ->group(group);
     app.add_option("--tls-ca", options.engine.caFile,
@@ -171,7 +172,6 @@ void complete(ProgramOptions& options, const RawOptions& raw) {
                    tivra_tools::resolveHost);
     if (!options.statsListen.empty())
         options.statsListen = tivra_tools::resolveListener(options.statsListen);
-    setNatsServers(options.engine, raw.engine);
     BridgeOptions& bridge = options.bridge;
     if (bridge.name.empty()) {
         bridge.name = madeName();
@@ -179,6 +179,11 @@ void complete(ProgramOptions& options, const RawOptions& raw) {
     }
     checkName(bridge.name);
     options.engine.name = "tivra-bridge " + bridge.name;
+    checkEngine(options.engine);
+    if (bridge.writer.sendsLive && options.engine.url.starts_with("kafka://"))
+        throw tivra_tools::UsageError(
+            "--live: Kafka stores everything that is sent, so that there is no topic "
+            "for single records");
     bridge.instruments = readSymbols(raw.symbolsFile, raw.sources);
     bridge.lastEvery = std::chrono::milliseconds(raw.lastEvery);
     bridge.layout.maxAge = std::chrono::hours(raw.maxAgeHours);
@@ -194,8 +199,9 @@ std::optional<ProgramOptions> readOptions(int argc, char** argv) {
     tivra_tools::refusePasswordArgument(argc, argv);
     ProgramOptions options;
     RawOptions raw;
-    CLI::App app("Publishes what market-data hubs send onto NATS JetStream, for any number of readers.",
-                 "tivra-bridge");
+    CLI::App app(
+        "Publishes what market-data hubs send onto NATS JetStream or Kafka, for any number of readers.",
+        "tivra-bridge");
     app.set_version_flag("--version", std::string("tivra-bridge ") + TIVRA_BRIDGE_VERSION);
     app.set_config("--config", "", "read options from this file");
     app.allow_config_extras(CLI::config_extras_mode::error);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "nats/NatsAddress.h"
+#include "program/Engine.h"
 #include "run/Bridge.h"
 
 #include "common/PageProtection.h"
@@ -20,7 +20,7 @@ struct ProgramOptions {
     std::string passwordFile;
     tivra_tools::TlsOptions hubTls;
     std::string logFile;
-    NatsAddress engine;
+    EngineOptions engine;
     BridgeOptions bridge;
     std::string statsListen; ///< "address:port", empty for none
     tivra_tools::PageProtection statsProtection;

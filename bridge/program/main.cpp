@@ -1,10 +1,8 @@
+#include "program/Engine.h"
 #include "program/Options.h"
 #include "program/StatusServer.h"
 
 #include "bus/BusError.h"
-#include "nats/NatsConnection.h"
-#include "nats/NatsLeaseTable.h"
-#include "nats/NatsPublisher.h"
 #include "run/Bridge.h"
 
 #include "common/Password.h"
@@ -58,11 +56,10 @@ int run(const ProgramOptions& options) {
     // Blocked before any thread starts, so that only the wait takes them.
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     tivra::Feed feed = tivra::Feed::open(feedOptions(options));
-    const NatsConnection connection(options.engine);
-    NatsPublisher publisher(connection, std::chrono::milliseconds(options.engine.answerMilliseconds));
-    NatsLeaseTable leases(connection);
+    const std::unique_ptr<Engine> engine =
+        openEngine(options.engine, options.bridge.name, options.bridge.layout.partitions);
     {
-        const Bridge bridge(options.bridge, feed, publisher, leases, log);
+        const Bridge bridge(options.bridge, feed, engine->publisher(), engine->share(), log);
         log(fmt::format("{}: {} symbols, {} partitions, ready", options.bridge.name,
                         options.bridge.instruments.size(), options.bridge.layout.partitions));
         std::unique_ptr<StatusServer> server;

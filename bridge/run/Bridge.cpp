@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <random>
 
 namespace tivra_bus {
 
@@ -18,7 +17,6 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kSendEvery{1};
 constexpr milliseconds kLookEvery{20};
-constexpr milliseconds kRenewEvery{1000};
 constexpr milliseconds kLeasesEvery{250};
 constexpr milliseconds kStatusEvery{1000};
 /// For all partitions together: a bridge that ends or gives partitions away holds nobody up for longer.
@@ -26,22 +24,17 @@ constexpr milliseconds kDrainWithin{2000};
 /// Hubs that come back within that time cost nobody a partition.
 constexpr milliseconds kHubPatience{3000};
 
-std::string newNonce() {
-    std::random_device chance;
-    return fmt::format("{:08x}{:08x}", chance(), chance());
-}
-
 } // namespace
 
-Bridge::Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher, LeaseTable& leases, Log log)
+Bridge::Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher, PartitionShare& share,
+               Log log)
     : m_options(std::move(options))
     , m_feed(feed)
     , m_publisher(publisher)
-    , m_table(leases)
+    , m_share(share)
     , m_log(std::move(log))
     , m_instruments(m_options.layout.partitions)
     , m_writerOptions(m_options.writer)
-    , m_book({m_options.name, newNonce()}, m_options.layout.partitions, m_options.lease)
     , m_dictionary(feed) {
     for (const tivra::Instrument& instrument : m_options.instruments)
         m_instruments[partitionOf(instrument.source, instrument.symbol, m_options.layout.partitions)]
@@ -132,12 +125,8 @@ void Bridge::end() {
     for (const auto& [partition, tenure] : m_tenures)
         partitions.push_back(partition);
     release(partitions);
-    try {
-        if (m_answersAtEnd && m_book.mayUseName(Clock::now()) && m_book.memberRevision() > 0)
-            m_table.remove(m_book.memberKey());
-    } catch (const std::exception&) {
-        // It is taken for dead when the lease is over.
-    }
+    if (m_answersAtEnd)
+        m_share.leave();
     const tp::MutexLock lock(m_mutex);
     m_hasEnded = true;
 }
@@ -156,55 +145,31 @@ bool Bridge::isReady() {
 }
 
 void Bridge::renew() {
-    const Clock::time_point now = Clock::now();
-    if (now < m_nextRenewal || !m_book.mayUseName(now))
-        return;
-    m_nextRenewal = now + kRenewEvery;
-    const bool ready = isReady();
-    const auto revision =
-        m_table.write(m_book.memberKey(), m_book.memberValue(ready), m_book.memberRevision());
-    if (!revision) {
-        // Somebody else has written it, or its own write before was stored without an answer: the table says
-        // which.
-        m_nextRenewal = {};
-        m_nextLeases = {};
-        throw BusError("the entry under the name " + m_options.name + " was changed by somebody else");
-    }
-    m_book.wroteMember(*revision, ready, now);
+    m_share.renew(isReady());
     const tp::MutexLock lock(m_mutex);
-    m_renewed = now;
+    m_renewed = m_share.confirmed();
 }
 
 void Bridge::manageLeases() {
-    m_book.read(m_table.entries(), Clock::now());
-    if (m_book.isNameTaken()) {
-        endAs(fmt::format("another bridge has the name {}: give each a --name of its own", m_options.name));
+    const LeaseDecision decision = m_share.decide(held(), isReady());
+    if (const std::string why = m_share.end(); !why.empty()) {
+        endAs(why);
         return;
     }
-    if (!m_book.mayUseName(Clock::now())) {
-        // One that has died and was started again has to wait for its own entry to grow old.
-        for (const unsigned partition : held())
-            drop(partition, "another bridge has this one's name");
-        return;
-    }
-    renew();
-    const Clock::time_point now = Clock::now();
-    const LeaseDecision decision = m_book.decide(held(), now);
     {
         const tp::MutexLock lock(m_mutex);
-        m_members = m_book.liveMembers(now);
+        m_members = m_share.members();
+        m_renewed = m_share.confirmed();
     }
     for (const unsigned partition : decision.lost)
         drop(partition, "another bridge has its lease");
     release(decision.release);
     for (const unsigned partition : decision.giveBack)
-        attempt(partition, [&] { giveBack(partition); });
+        attempt(partition, [&] { m_share.giveBack(partition); });
     for (const unsigned partition : decision.take) {
         attempt(partition, [&] { take(partition); });
         renew();
     }
-    for (const std::string& key : m_book.deadMembers(now))
-        m_table.remove(key);
 }
 
 bool Bridge::attempt(unsigned partition, const std::function<void()>& action) {
@@ -232,14 +197,11 @@ void Bridge::noteTrouble(unsigned partition, const std::string& text) {
 }
 
 void Bridge::take(unsigned partition) {
-    const Lease lease = m_book.lease(partition);
+    const PartitionShare::Before before = m_share.before(partition);
     const StreamEnd end = m_publisher.endOf(partition);
-    const std::uint64_t epoch = std::max(lease.epoch, end.epoch) + 1;
-    const auto revision = m_table.write(LeaseBook::leaseKey(partition),
-                                        LeaseBook::leaseValue(m_book.self(), epoch), lease.revision);
-    if (!revision)
+    const std::uint64_t epoch = std::max(before.epoch, end.epoch) + 1;
+    if (!m_share.claim(partition, epoch))
         return; // somebody else was first
-    m_book.wroteLease(partition, m_book.self(), epoch, *revision);
     Tenure tenure;
     tenure.writer = std::make_shared<PartitionWriter>(partition, epoch, end, m_publisher, m_writerOptions,
                                                       m_counters, m_bell);
@@ -254,7 +216,7 @@ void Bridge::take(unsigned partition) {
     shareRoom();
     m_counters->takeovers.fetch_add(1, std::memory_order_relaxed);
     m_log(fmt::format("partition {}: taken{}, epoch {}, {} symbols", partition,
-                      lease.holder.name.empty() ? "" : " over from " + lease.holder.name, epoch,
+                      before.holder.empty() ? "" : " over from " + before.holder, epoch,
                       m_instruments[partition].size()));
 }
 
@@ -290,7 +252,8 @@ void Bridge::release(const std::vector<unsigned>& partitions) {
     for (const unsigned partition : partitions) {
         const bool isStored = m_tenures.at(partition).writer->isDrained();
         drop(partition, isStored ? "given back" : "given back, and not all of it was stored in time");
-        answers = answers && m_publisher.isConnected() && attempt(partition, [&] { giveBack(partition); });
+        answers =
+            answers && m_publisher.isConnected() && attempt(partition, [&] { m_share.giveBack(partition); });
     }
     m_answersAtEnd = answers;
 }
@@ -315,15 +278,6 @@ void Bridge::drain(const std::vector<unsigned>& partitions) {
         const tp::MutexLock lock(m_mutex);
         m_ending.waitFor(m_mutex, kSendEvery);
     }
-}
-
-void Bridge::giveBack(unsigned partition) {
-    const Lease lease = m_book.lease(partition);
-    if (lease.holder != m_book.self())
-        return;
-    if (const auto revision = m_table.write(LeaseBook::leaseKey(partition),
-                                            LeaseBook::leaseValue({}, lease.epoch), lease.revision))
-        m_book.wroteLease(partition, {}, lease.epoch, *revision);
 }
 
 void Bridge::look() {

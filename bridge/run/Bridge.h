@@ -1,7 +1,6 @@
 #pragma once
 
 #include "bus/BusPublisher.h"
-#include "bus/LeaseTable.h"
 #include "run/HubDictionary.h"
 #include "run/LastValuesWriter.h"
 #include "run/PartitionWriter.h"
@@ -9,7 +8,7 @@
 #include "run/SendBell.h"
 #include "run/WriterCounters.h"
 #include "run/WriterOptions.h"
-#include "share/LeaseBook.h"
+#include "share/PartitionShare.h"
 
 #include <feed/Feed.h>
 
@@ -33,7 +32,6 @@ struct BridgeOptions {
     BusLayout layout;
     WriterOptions writer;
     std::chrono::milliseconds lastEvery{100};
-    std::chrono::milliseconds lease{3000};
 };
 
 /// How a bridge is doing.
@@ -55,7 +53,7 @@ public:
     using Log = std::function<void(const std::string& line)>;
 
     /// Everything that it is given has to stay. @throws BusError, tivra::Error
-    Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher, LeaseTable& leases, Log log);
+    Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher, PartitionShare& share, Log log);
     /// Gives its leases back.
     ~Bridge();
     Bridge(const Bridge&) = delete;
@@ -91,7 +89,6 @@ private:
     void release(const std::vector<unsigned>& partitions);
     /// Waits until all that was taken is stored, or the time is over.
     void drain(const std::vector<unsigned>& partitions);
-    void giveBack(unsigned partition);
     void drop(unsigned partition, const std::string& why);
     void look();
     void shareRoom();
@@ -104,7 +101,7 @@ private:
     const BridgeOptions m_options;
     tivra::Feed& m_feed;
     BusPublisher& m_publisher;
-    LeaseTable& m_table;
+    PartitionShare& m_share;
     const Log m_log;
     std::vector<std::vector<tivra::Instrument>> m_instruments; ///< by partition
     WriterOptions m_writerOptions;
@@ -112,14 +109,12 @@ private:
     const std::shared_ptr<SendBell> m_bell = std::make_shared<SendBell>();
 
     // Of the thread that manages.
-    LeaseBook m_book;
     HubDictionary m_dictionary;
     std::uint64_t m_dictionaryRevision = 0;
     std::map<unsigned, Tenure> m_tenures;
     std::map<unsigned, RepeatedTrouble> m_troubles; ///< by partition
     RepeatedTrouble m_engineTrouble;
     bool m_answersAtEnd = true; ///< the engine, when leases were given back last
-    Clock::time_point m_nextRenewal{};
     Clock::time_point m_nextLeases{};
     Clock::time_point m_nextStatus{};
     Clock::time_point m_established = Clock::now(); ///< when the hubs were all there last
