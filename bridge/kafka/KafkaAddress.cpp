@@ -111,9 +111,12 @@ std::map<std::string, std::string> securityOf(const KafkaAddress& address) {
     if (security.count("security.protocol") != 0)
         return security;
     const bool hasTls = security.count("ssl.ca.location") + security.count("ssl.certificate.location") != 0;
-    const auto mechanism = security.find("sasl.mechanism");
-    const bool hasSasl = mechanism != security.end() || security.count("sasl.mechanisms") != 0;
-    if (hasSasl && !hasTls && mechanism != security.end() && mechanism->second == "PLAIN")
+    const bool hasSasl = security.count("sasl.mechanism") + security.count("sasl.mechanisms") != 0;
+    const auto is = [&security](const char* name, const char* value) {
+        const auto found = security.find(name);
+        return found != security.end() && found->second == value;
+    };
+    if (!hasTls && (is("sasl.mechanism", "PLAIN") || is("sasl.mechanisms", "PLAIN")))
         throw BusError("sasl.mechanism=PLAIN would send the password in plain text: name the certificates "
                        "with --tls-ca, "
                        "or write security.protocol=SASL_PLAINTEXT into the credentials file");

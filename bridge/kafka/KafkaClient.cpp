@@ -30,6 +30,7 @@ KafkaClient::KafkaClient(Role role, const KafkaAddress& address, Setup setup)
     set(conf.get(), "reconnect.backoff.ms", "100"); // the client library adds jitter and doubles it
     set(conf.get(), "reconnect.backoff.max.ms", "5000");
     set(conf.get(), "topic.metadata.refresh.interval.ms", "30000");
+    set(conf.get(), "socket.nagle.disable", "true"); // each batch is waited for
     for (const auto& [name, value] : securityOf(address))
         set(conf.get(), name, value);
     set(conf.get(), "bootstrap.servers", m_servers);

@@ -125,7 +125,6 @@ void createTopic(const KafkaClient& client, const TopicPlan& plan, int replicas)
     }
 }
 
-/// The settings of a topic; none where the broker doesn't tell them.
 std::map<std::string, std::string> settingsOf(const KafkaClient& client, const std::string& topic) {
     const std::string attempt = "the settings of the topic " + topic;
     const KafkaConfigResource resource(rd_kafka_ConfigResource_new(RD_KAFKA_RESOURCE_TOPIC, topic.c_str()));
@@ -133,10 +132,7 @@ std::map<std::string, std::string> settingsOf(const KafkaClient& client, const s
     rd_kafka_ConfigResource_t* resources[] = {resource.get()};
     const KafkaAdminOptions options = optionsOf(client, RD_KAFKA_ADMIN_OP_DESCRIBECONFIGS);
     rd_kafka_DescribeConfigs(client.get(), resources, 1, options.get(), queue.get());
-    const KafkaEvent event(rd_kafka_queue_poll(queue.get(), 2 * client.patience()));
-    if (event && rd_kafka_event_error(event.get()) == RD_KAFKA_RESP_ERR__UNSUPPORTED_FEATURE)
-        return {};
-    client.check(event ? rd_kafka_event_error(event.get()) : RD_KAFKA_RESP_ERR__TIMED_OUT, attempt);
+    const KafkaEvent event = answerOf(client, queue.get(), attempt);
     std::size_t count = 0;
     const rd_kafka_ConfigResource_t** results =
         rd_kafka_DescribeConfigs_result_resources(rd_kafka_event_DescribeConfigs_result(event.get()), &count);
@@ -182,8 +178,9 @@ std::size_t prepareKafka(const KafkaClient& client, const BusLayout& layout) {
             createTopic(client, plan, layout.replicas);
     std::size_t maxMessage = kMostMessageBytes;
     const std::map<std::string, int> complete = awaitTopics(client, plans);
-    for (const TopicPlan& plan : plans) {
+    for (const TopicPlan& plan : plans)
         checkPartitions(plan, complete.at(plan.name));
+    for (const TopicPlan& plan : plans) {
         const std::map<std::string, std::string> settings = settingsOf(client, plan.name);
         checkSettings(plan, settings);
         if (const auto most = settings.find("max.message.bytes"); most != settings.end())

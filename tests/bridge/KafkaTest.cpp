@@ -1,0 +1,223 @@
+#include "MockKafka.h"
+
+#include "bus/BatchHeader.h"
+#include "bus/BusError.h"
+#include "kafka/KafkaNames.h"
+#include "kafka/KafkaPublisher.h"
+#include "kafka/KafkaShare.h"
+#include "kafka/KafkaTail.h"
+
+#include <tp/Mutex.h>
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <map>
+#include <set>
+#include <vector>
+
+using namespace tivra_bus;
+using bridge_test::MockKafka;
+using testing::HasSubstr;
+using Clock = std::chrono::steady_clock;
+using Outcome = SendResult::Outcome;
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{60};
+
+std::string batch(std::uint64_t epoch, std::uint64_t number) {
+    BatchHeader header;
+    header.epoch = epoch;
+    header.batch = number;
+    header.time = "2026-11-27T06:00:00.000000Z";
+    return headerLine(header);
+}
+
+/// Keeps what becomes of what is sent.
+class Listener : public SendListener {
+public:
+    void sent(std::uint64_t tag, const SendResult& result) override {
+        const tp::MutexLock lock(m_mutex);
+        m_results[tag] = result;
+        m_changed.notifyAll();
+    }
+    SendResult await(std::uint64_t tag) {
+        const Clock::time_point deadline = Clock::now() + kPatience;
+        const tp::MutexLock lock(m_mutex);
+        while (m_results.count(tag) == 0)
+            if (!m_changed.waitUntil(m_mutex, deadline))
+                return {Outcome::Failed, 0, 0, "no answer at all"};
+        return m_results[tag];
+    }
+
+private:
+    tp::Mutex m_mutex;
+    tp::ConditionVariable m_changed;
+    std::map<std::uint64_t, SendResult> m_results TP_GUARDED_BY(m_mutex);
+};
+
+/// A writer of partition 0.
+class Writer {
+public:
+    Writer(const MockKafka& kafka, const std::string& name) : m_publisher(kafka.address(), name) {}
+
+    SendResult send(const std::string& message, std::uint64_t expected) {
+        m_publisher.sendBatch(0, message, expected, {m_listener, ++m_tag});
+        return m_listener->await(m_tag);
+    }
+    [[nodiscard]] StreamEnd end() { return m_publisher.endOf(0); }
+    [[nodiscard]] KafkaPublisher& publisher() { return m_publisher; }
+
+private:
+    std::shared_ptr<Listener> m_listener = std::make_shared<Listener>();
+    std::uint64_t m_tag = 0;
+    KafkaPublisher m_publisher;
+};
+
+/// A bridge that takes and gives back what it is told to.
+class GroupMember {
+public:
+    GroupMember(const MockKafka& kafka, const std::string& name, unsigned partitions)
+        : m_share(kafka.address(), name, partitions) {}
+
+    /// One round. @return whether nothing moved
+    void round() {
+        const LeaseDecision decision = m_share.decide(m_held, true);
+        for (const unsigned partition : decision.lost)
+            m_held.erase(partition);
+        for (const unsigned partition : decision.release) {
+            m_held.erase(partition);
+            m_share.giveBack(partition);
+        }
+        for (const unsigned partition : decision.take) {
+            const std::uint64_t epoch = m_share.before(partition).epoch + 1;
+            if (!m_share.claim(partition, epoch))
+                continue;
+            m_held.insert(partition);
+            m_epochs[partition] = epoch;
+        }
+    }
+    void leave() {
+        for (const unsigned partition : m_held)
+            m_share.giveBack(partition);
+        m_held.clear();
+        m_share.leave();
+    }
+    [[nodiscard]] const std::set<unsigned>& held() const { return m_held; }
+    [[nodiscard]] std::uint64_t epoch(unsigned partition) { return m_epochs[partition]; }
+
+private:
+    std::set<unsigned> m_held;
+    std::map<unsigned, std::uint64_t> m_epochs;
+    KafkaShare m_share;
+};
+
+/// Lets members go round until it is so. @return whether it has come to that in time
+template<class Condition>
+bool goRound(std::vector<GroupMember*> members, const Condition& condition) {
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    while (!condition()) {
+        if (Clock::now() > deadline)
+            return false;
+        for (GroupMember* member : members)
+            member->round();
+    }
+    return true;
+}
+
+} // namespace
+
+TEST(KafkaTail, TheHighestEpochCountsAndIsOverWhenTwoHaveWrittenInIt) {
+    struct Case {
+        std::vector<std::pair<std::string, std::string>> messages; ///< with their writers
+        std::uint64_t epoch;
+        std::uint64_t batch;
+    };
+    for (const Case& each : {
+             Case{{}, 0, 0}, Case{{{batch(3, 8), "me"}, {batch(3, 9), "me"}}, 3, 9},
+             Case{{{batch(3, 9), "me"}, {batch(3, 9), "me"}}, 3, 9},           // sent twice
+             Case{{{batch(4, 1), "other"}, {batch(3, 9), "me"}}, 4, 1},        // ours came too late
+             Case{{{batch(4, 7), "me"}, {batch(3, 9), "other"}}, 4, 7},        // theirs did
+             Case{{{batch(4, 1), "other"}, {batch(4, 1), "me"}}, 5, 0},        // both have taken over
+             Case{{{"hello", ""}, {batch(2, 1), "me"}, {"\xff\n", ""}}, 2, 1}, // of somebody else
+         }) {
+        KafkaTail tail("me");
+        for (const auto& [message, writer] : each.messages)
+            tail.take(message, writer);
+        EXPECT_EQ(tail.end(10).epoch, each.epoch);
+        EXPECT_EQ(tail.end(10).batch, each.batch);
+        EXPECT_EQ(tail.end(10).position, 10U);
+    }
+}
+
+TEST(KafkaPublisher, ABatchThatDoesNotComeDirectlyAfterTheExpectedOneIsAConflict) {
+    MockKafka kafka;
+    Writer old(kafka, "old"), young(kafka, "young");
+    EXPECT_EQ(old.end().position, 0U);
+    const SendResult first = old.send(batch(1, 1), 0);
+    ASSERT_EQ(first.outcome, Outcome::Stored) << first.cause;
+    EXPECT_EQ(first.position, 1U);
+    // Another takes over, and the old one hears of it with its next batch.
+    ASSERT_EQ(young.end().epoch, 1U);
+    EXPECT_EQ(young.send(batch(2, 1), 1).position, 2U);
+    EXPECT_EQ(old.send(batch(1, 2), 1).outcome, Outcome::Conflict);
+    EXPECT_EQ(old.end().epoch, 2U);
+    // The new one finds its own batch behind that of the old, and goes on after both.
+    EXPECT_EQ(young.send(batch(2, 2), 2).outcome, Outcome::Conflict);
+    const StreamEnd end = young.end();
+    EXPECT_EQ(end.epoch, 2U);
+    EXPECT_EQ(end.batch, 2U);
+    EXPECT_EQ(young.send(batch(2, 3), end.position).outcome, Outcome::Stored);
+}
+
+TEST(KafkaPublisher, NobodyGoesOnBehindWhatTheBrokerHasLost) {
+    MockKafka kafka;
+    Writer writer(kafka, "me");
+    ASSERT_EQ(writer.send(batch(1, 1), 0).outcome, Outcome::Stored);
+    // As if five had been acknowledged.
+    EXPECT_EQ(writer.send(batch(1, 6), 5).outcome, Outcome::Conflict);
+    EXPECT_GT(writer.end().epoch, 1U);
+    EXPECT_EQ(writer.end().epoch, 1U) << "whoever takes it anew goes on from there";
+}
+
+TEST(KafkaPublisher, WhatTheBrokerRefusesEndsWithItsCause) {
+    MockKafka kafka;
+    Writer writer(kafka, "me");
+    kafka.refuseNextProduce(RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED);
+    const SendResult refused = writer.send(batch(1, 1), 0);
+    EXPECT_EQ(refused.outcome, Outcome::Failed);
+    EXPECT_THAT(refused.cause, HasSubstr("authorization"));
+    EXPECT_EQ(writer.send(std::string(2U << 20, 'x'), 0).outcome, Outcome::TooBig);
+    EXPECT_EQ(writer.send(batch(1, 1), writer.end().position).outcome, Outcome::Stored);
+}
+
+TEST(KafkaPublisher, AnotherLayoutIsRefusedWithWhatToDo) {
+    MockKafka kafka;
+    KafkaPublisher publisher(kafka.address(), "me");
+    BusLayout layout;
+    layout.partitions = 16;
+    try {
+        publisher.prepare(layout);
+        FAIL() << "two partitions in place of sixteen are taken";
+    } catch (const BusError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("--partitions 2"));
+    }
+}
+
+TEST(KafkaShare, PartitionsMoveOnlyWhenTheirWriterHasLetThemGo) {
+    MockKafka kafka;
+    GroupMember a(kafka, "a", MockKafka::kPartitions), b(kafka, "b", MockKafka::kPartitions);
+    ASSERT_TRUE(goRound({&a}, [&a] { return a.held().size() == 2; }));
+    const auto isShared = [&a, &b] {
+        // Never does a partition have two writers.
+        for (const unsigned partition : a.held())
+            EXPECT_EQ(b.held().count(partition), 0U);
+        return a.held().size() == 1 && b.held().size() == 1;
+    };
+    ASSERT_TRUE(goRound({&a, &b}, isShared));
+    const unsigned moved = *b.held().begin();
+    EXPECT_EQ(b.epoch(moved), 2U) << "of the group's own record, without any batch";
+    a.leave();
+    EXPECT_TRUE(goRound({&b}, [&b] { return b.held().size() == 2; }));
+}
