@@ -34,7 +34,7 @@ private:
     void read(const std::string& topic, unsigned partition, std::int64_t from, std::int64_t end,
               const std::function<void(const rd_kafka_message_t&)>& take) TP_REQUIRES(m_mutex);
 
-    tp::Mutex m_mutex;
+    tp::Mutex m_mutex{tp::LockRank{20, "kafka reader"}};
     KafkaClient m_client;
 };
 

@@ -25,6 +25,13 @@ constexpr milliseconds kLetGoWithin{5000};
 constexpr const char* kSessionMilliseconds = "6000";
 constexpr const char* kHeartbeatMilliseconds = "500";
 
+/// Brokers may allow less, which the user's properties say then.
+KafkaAddress withSession(KafkaAddress address) {
+    address.properties.emplace("session.timeout.ms", kSessionMilliseconds);
+    address.properties.emplace("heartbeat.interval.ms", kHeartbeatMilliseconds);
+    return address;
+}
+
 std::set<unsigned> numbersOf(const rd_kafka_topic_partition_list_t* partitions) {
     std::set<unsigned> numbers;
     for (int i = 0; i < partitions->cnt; ++i)
@@ -37,11 +44,9 @@ std::set<unsigned> numbersOf(const rd_kafka_topic_partition_list_t* partitions) 
 KafkaShare::KafkaShare(const KafkaAddress& address, std::string name, unsigned partitions)
     : m_partitions(partitions)
     , m_name(std::move(name))
-    , m_client(KafkaClient::Role::Consumer, address,
+    , m_client(KafkaClient::Role::Consumer, withSession(address),
                {{{"group.id", kBridgeGroup},
                  {"partition.assignment.strategy", "cooperative-sticky"},
-                 {"session.timeout.ms", kSessionMilliseconds},
-                 {"heartbeat.interval.ms", kHeartbeatMilliseconds},
                  {"enable.auto.commit", "false"},
                  {"enable.auto.offset.store", "false"},
                  {"auto.offset.reset", "latest"}},
