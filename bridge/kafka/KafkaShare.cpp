@@ -220,10 +220,10 @@ void KafkaShare::renew(bool) {
     m_nextConfirmation = now + kConfirmEvery;
     if (commit(claimed) != Commit::Refused)
         return;
-    // The group has gone on without this member, which hears of it later itself.
+    // The group has gone on without this member, which hears of it later itself. What it is still assigned by
+    // then it has to claim anew.
     const tp::MutexLock lock(m_mutex);
     m_claimed.clear();
-    m_assigned.clear();
 }
 
 void KafkaShare::countMembers() {

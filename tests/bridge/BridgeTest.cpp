@@ -2,6 +2,7 @@
 #include "run/Bridge.h"
 #include "bridge/FakeBus.h"
 #include "feed/FeedFixture.h"
+#include "share/LeaseShare.h"
 
 #include <gmock/gmock.h>
 
@@ -90,6 +91,7 @@ protected:
 
     FakeBus bus;
     FakeTable table;
+    LeaseShare share{table, "a", kPartitions, std::chrono::seconds(3)};
 };
 
 } // namespace
@@ -98,7 +100,7 @@ TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
     bus.makeUnreadable(1);
     bus.setStream(2, {"hello"});
     {
-        const Bridge bridge(options(), feed, bus, table,
+        const Bridge bridge(options(), feed, bus, share,
                             [this](const std::string& line) { story.add(line); });
         EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions == std::vector<unsigned>{0, 2, 3}; }));
         EXPECT_TRUE(story.waitFor("partition 1: its end can't be read; tried again"));
@@ -123,7 +125,7 @@ TEST_F(BridgeTest, AnEngineThatDoesNotAnswerIsNotWaitedForByEachPartitionAtTheEn
 
 TEST_F(BridgeTest, OneWhoseNameAnotherLiveProcessHasGivesUp) {
     table.put("member.a", R"({"nonce":"other"})");
-    const Bridge bridge(options(), feed, bus, table, [this](const std::string& line) { story.add(line); });
+    const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
     EXPECT_TRUE(waitUntil([&] {
         table.put("member.a", R"({"nonce":"other"})");
         return !bridge.status().end.empty();

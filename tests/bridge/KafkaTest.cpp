@@ -4,7 +4,6 @@
 #include "bus/BusError.h"
 #include "kafka/KafkaNames.h"
 #include "kafka/KafkaPublisher.h"
-#include "kafka/KafkaShare.h"
 #include "kafka/KafkaTail.h"
 
 #include <tp/Mutex.h>
@@ -13,7 +12,6 @@
 
 #include <chrono>
 #include <map>
-#include <set>
 #include <vector>
 
 using namespace tivra_bus;
@@ -74,57 +72,6 @@ private:
     std::uint64_t m_tag = 0;
     KafkaPublisher m_publisher;
 };
-
-/// A bridge that takes and gives back what it is told to.
-class GroupMember {
-public:
-    GroupMember(const MockKafka& kafka, const std::string& name, unsigned partitions)
-        : m_share(kafka.address(), name, partitions) {}
-
-    /// One round. @return whether nothing moved
-    void round() {
-        const LeaseDecision decision = m_share.decide(m_held, true);
-        for (const unsigned partition : decision.lost)
-            m_held.erase(partition);
-        for (const unsigned partition : decision.release) {
-            m_held.erase(partition);
-            m_share.giveBack(partition);
-        }
-        for (const unsigned partition : decision.take) {
-            const std::uint64_t epoch = m_share.before(partition).epoch + 1;
-            if (!m_share.claim(partition, epoch))
-                continue;
-            m_held.insert(partition);
-            m_epochs[partition] = epoch;
-        }
-    }
-    void leave() {
-        for (const unsigned partition : m_held)
-            m_share.giveBack(partition);
-        m_held.clear();
-        m_share.leave();
-    }
-    [[nodiscard]] const std::set<unsigned>& held() const { return m_held; }
-    [[nodiscard]] std::uint64_t epoch(unsigned partition) { return m_epochs[partition]; }
-
-private:
-    std::set<unsigned> m_held;
-    std::map<unsigned, std::uint64_t> m_epochs;
-    KafkaShare m_share;
-};
-
-/// Lets members go round until it is so. @return whether it has come to that in time
-template<class Condition>
-bool goRound(std::vector<GroupMember*> members, const Condition& condition) {
-    const Clock::time_point deadline = Clock::now() + kPatience;
-    while (!condition()) {
-        if (Clock::now() > deadline)
-            return false;
-        for (GroupMember* member : members)
-            member->round();
-    }
-    return true;
-}
 
 } // namespace
 
@@ -203,21 +150,4 @@ TEST(KafkaPublisher, AnotherLayoutIsRefusedWithWhatToDo) {
     } catch (const BusError& error) {
         EXPECT_THAT(error.what(), HasSubstr("--partitions 2"));
     }
-}
-
-TEST(KafkaShare, PartitionsMoveOnlyWhenTheirWriterHasLetThemGo) {
-    MockKafka kafka;
-    GroupMember a(kafka, "a", MockKafka::kPartitions), b(kafka, "b", MockKafka::kPartitions);
-    ASSERT_TRUE(goRound({&a}, [&a] { return a.held().size() == 2; }));
-    const auto isShared = [&a, &b] {
-        // Never does a partition have two writers.
-        for (const unsigned partition : a.held())
-            EXPECT_EQ(b.held().count(partition), 0U);
-        return a.held().size() == 1 && b.held().size() == 1;
-    };
-    ASSERT_TRUE(goRound({&a, &b}, isShared));
-    const unsigned moved = *b.held().begin();
-    EXPECT_EQ(b.epoch(moved), 2U) << "of the group's own record, without any batch";
-    a.leave();
-    EXPECT_TRUE(goRound({&b}, [&b] { return b.held().size() == 2; }));
 }
