@@ -116,7 +116,7 @@ TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
 
 TEST_F(BridgeTest, AnEngineThatDoesNotAnswerIsNotWaitedForByEachPartitionAtTheEnd) {
     {
-        const Bridge bridge(options(), feed, bus, table, [](const std::string&) {});
+        const Bridge bridge(options(), feed, bus, share, [](const std::string&) {});
         EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions.size() == kPartitions; }));
         table.takeDown();
     }

@@ -50,7 +50,8 @@ TEST(KafkaAddress, ServersGetTheirPortsAndOtherFormsAreRefused) {
               (std::vector<std::string>{"a:9092", "b:9093", "[::1]:9092"}));
     for (const char* url : {"a:9092", "nats://a", "kafka://", "kafka://,", "kafka://user:secret@a"})
         EXPECT_THROW((void)kafkaServersOf(url), BusError) << url;
-    EXPECT_THAT(refusal([] { (void)kafkaServersOf("kafka://user:secret@a"); }), testing::Not(HasSubstr("secret")));
+    EXPECT_THAT(refusal([] { (void)kafkaServersOf("kafka://user:secret@a"); }),
+                testing::Not(HasSubstr("secret")));
 }
 
 TEST(KafkaAddress, CredentialsArePropertiesAndNoneOfTheBridgesOwn) {
