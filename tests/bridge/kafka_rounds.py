@@ -8,15 +8,15 @@ import shutil
 import signal
 import subprocess
 import sys
-import tempfile
 import time
-from collections import Counter, defaultdict
+from collections import Counter
 from pathlib import Path
 
-from rounds import Process, free_port, wait_until
+from rounds import PARTITIONS, SYMBOLS, Round, free_port, wait_until
 from stream_check import SEQUENCE, Partition
 
-PARTITIONS, SYMBOLS = 4, 60
+DAY = 25.0  # seconds that the hub plays
+PATIENCE = 90.0
 FAULTS = ("end", "kill", "stop", "restart")
 SCRIPT = Path(__file__).resolve().parents[2] / "scripts/kafka-broker"
 
@@ -46,42 +46,36 @@ def accepted(batches, counts):
         yield data
 
 
-class Round:
+class KafkaRound(Round):
     def __init__(self, programs):
-        self.folder, self.programs = Path(tempfile.mkdtemp(prefix="tivra-kafka-")), Path(programs)
-        self.processes, self.port, self.controller = [], free_port(), free_port()
+        super().__init__(programs, seed=1)
+        self.plan, self.megabytes = [(DAY - 4.0, "", 0.0)], 64
+        self.controller = free_port()
         self.servers = f"127.0.0.1:{self.port}"
-
-    def run(self, name, *command):
-        process = Process(self.folder, name, *command)
-        self.processes.append(process)
-        return process
 
     def begin(self):
         self.broker = self.run("broker", SCRIPT, "run", self.folder / "broker", self.port, self.controller)
         self.await_broker()
         tools = self.programs / "tools"
-        self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--load", f"{SYMBOLS}:100000",
-                            "--factor", "0.005", "--start-when", SYMBOLS + 1)
+        self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--playback", self.write_day(),
+                            "--factor", 1, "--start-when", 2 * SYMBOLS)
         wait_until("a hub", lambda: self.hub.says("listening on "))
-        self.address = self.hub.log.read_text().split("listening on ")[1].split()[0]
-        self.symbols = self.folder / "symbols"
-        self.symbols.write_text("".join(f"LOAD{number:06d}\n" for number in range(SYMBOLS)))
-        self.bridges = [self.bridge(name) for name in ("one", "two")]
-        wait_until("a share for each", lambda: all(len(self.held(bridge)) == 2 for bridge in self.bridges), 90)
-        # The truth subscribes last and sets the load going.
-        self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", self.address, "--user", "demo", "-s", 100,
-                              "-o", "json", "--no-summary", "subscribe", "-f", self.symbols)
+        hub = self.hub.log.read_text().split("listening on ")[1].split()[0]
+        symbols = self.folder / "symbols"
+        symbols.write_text("".join(symbol + "\n" for symbol in self.symbols))
+        self.bridges = [self.run(name, self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo", "-s", 100,
+                                 "-f", symbols, "--to", f"kafka://{self.servers}", "--partitions", PARTITIONS,
+                                 "--name", name) for name in ("one", "two")]
+        wait_until("a share for each", lambda: all(len(self.held(bridge)) == 2 for bridge in self.bridges), PATIENCE)
+        # The truth subscribes last and sets the day going.
+        self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", hub, "--user", "demo", "-s", 100,
+                              "-o", "json", "--no-summary", "subscribe", "-f", symbols)
         wait_until("updates", lambda: self.truth.says(SEQUENCE))
-
-    def bridge(self, name):
-        return self.run(name, self.programs / "bridge/tivra-bridge", "-H", self.address, "--user", "demo", "-s", 100,
-                        "-f", self.symbols, "--to", f"kafka://{self.servers}", "--partitions", PARTITIONS, "--name", name)
 
     def await_broker(self):
         def answers():
             return subprocess.run(["kcat", "-b", self.servers, "-L", "-m", "2"], capture_output=True).returncode == 0
-        wait_until("a broker", answers, 90)
+        wait_until("a broker", answers, PATIENCE)
 
     @staticmethod
     def held(bridge):
@@ -90,17 +84,6 @@ class Round:
         for number, what in re.findall(r"partition (\d+): (taken|dropped)", bridge.log.read_text(errors="replace")):
             (held.add if what == "taken" else held.discard)(number)
         return held
-
-    def offsets(self):
-        ends = subprocess.run(["kcat", "-b", self.servers, "-Q"] + [word for p in range(PARTITIONS)
-                              for word in ("-t", f"tivra.tick:{p}:-1")], capture_output=True, text=True, timeout=60)
-        return [int(line.rsplit(" ", 1)[1]) for line in ends.stdout.splitlines() if "offset" in line]
-
-    def settle(self):
-        """Waits until every partition is written again."""
-        before = self.offsets()
-        wait_until("all partitions are written", lambda: all(
-            now >= then + 3 for now, then in zip(self.offsets(), before)), 90)
 
     def fault(self, kind):
         victim, other = self.bridges
@@ -116,60 +99,46 @@ class Round:
             self.broker.start()
             self.await_broker()
         if kind != "restart":
-            wait_until("a takeover", lambda: len(self.held(other)) == PARTITIONS, 90)
+            wait_until("a takeover", lambda: len(self.held(other)) == PARTITIONS, PATIENCE)
         taken = time.monotonic() - began
         victim.send(signal.SIGCONT)
-        self.settle()
         if kind == "stop":
-            wait_until("a share for each", lambda: all(len(self.held(bridge)) == 2 for bridge in self.bridges), 90)
+            wait_until("a share for each", lambda: all(len(self.held(bridge)) == 2 for bridge in self.bridges), PATIENCE)
         return taken
 
-    def sent(self):
-        truth = defaultdict(list)
-        for line in self.truth.log.read_text(errors="replace").splitlines():
-            if line.startswith("{") and line.endswith("}"):
-                record = json.loads(line)
-                if record["type"] == "update" and SEQUENCE in record["fields"]:
-                    truth[record["symbol"]].append(record["fields"][SEQUENCE])
-        return truth
-
-    def judge(self):
-        truth, counts, problems = self.sent(), Counter(), []
+    def judge(self, truth):
+        counts, problems = Counter(), []
         for number in range(PARTITIONS):
             part = Partition(number, PARTITIONS)
             for data in accepted(messages(self.servers, "tivra.tick", number), counts):
                 part.message(data)
-            part.close_epoch()
-            counts["missing"] += part.against(truth)
-            counts["records"] += part.records
+            part.end_epoch(is_last=True)
+            part.against(truth)
+            counts.update(missing=part.missing, records=part.records)
             counts.update({f"gaps of {cause}": count for cause, count in part.causes.items()})
             last = {key: json.loads(data) for _, key, data in messages(self.servers, "tivra.last", number)}
-            if not last.keys() >= {f"100:{symbol}" for symbol in part.last_n}:
-                part.fail("symbols have no last values")
-            for key, message in last.items():
-                part.last_values(key.split(":", 1)[1], message)
+            for symbol in part.symbols:
+                part.last_values(symbol, last[f"100:{symbol}"], truth[symbol])
             problems += part.problems
         return counts, problems
 
     def play(self, kind):
         self.begin()
         taken = self.fault(kind)
+        whole = sum(self.updates.values())
+        wait_until("the day's end", lambda: self.truth.log.read_bytes().count(b'"type":"update"') >= whole)
+        alive = [bridge for bridge in self.bridges if bridge.child.poll() is None]
+        wait_until("all partitions", lambda: sum(len(self.held(bridge)) for bridge in alive) == PARTITIONS, PATIENCE)
         self.truth.end()
-        for bridge in self.bridges:
-            if bridge.child.poll() is None:
-                bridge.end()
-        return taken, *self.judge()
-
-    def end(self):
-        for process in self.processes:
-            if process.child.poll() is None:
-                process.end(signal.SIGKILL)
+        for bridge in alive:
+            bridge.end()
+        return taken, *self.judge(self.sent())
 
 
 def main():
     bad = 0
     for kind in sys.argv[2:] or FAULTS:
-        this = Round(sys.argv[1])
+        this = KafkaRound(sys.argv[1])
         try:
             taken, counts, problems = this.play(kind)
         except Exception as error:  # whatever it is, the round has failed and the next one is played
