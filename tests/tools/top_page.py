@@ -87,7 +87,7 @@ def look_at_page(driver, address):
     wait.until(lambda d: text(d, "#chartname").startswith("100:LOAD000001"))
     # What is drawn, not only that there is something to draw on.
     drawn = """const c = document.querySelector(arguments[0] + " canvas");
-               return new Set(c.getContext("2d").getImageData(0, 0, c.width, c.height).data).size > 20"""
+               return c !== null && new Set(c.getContext("2d").getImageData(0, 0, c.width, c.height).data).size > 20"""
     for plot in ("#rates", "#latency", "#symbol"):
         wait.until(lambda d, plot=plot: d.execute_script(drawn, plot))
     assert driver.execute_script("return [moveOf('12:00:01', '12:00:02'), moveOf('', '1'), moveOf('10', '9')].join()") == "0,0,-1"
