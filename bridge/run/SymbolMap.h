@@ -20,8 +20,8 @@ struct SymbolLook {
     std::string_view symbol;
 
     SymbolLook(int ofSource, std::string_view ofSymbol) : source(ofSource), symbol(ofSymbol) {}
-    SymbolLook(const SymbolKey& key)
-        : source(key.source), symbol(key.symbol) {} // NOLINT(google-explicit-constructor)
+    // NOLINTNEXTLINE(google-explicit-constructor): keys are compared with looks
+    SymbolLook(const SymbolKey& key) : source(key.source), symbol(key.symbol) {}
     friend bool operator==(const SymbolLook&, const SymbolLook&) = default;
 };
 

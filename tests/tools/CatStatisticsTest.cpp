@@ -2,6 +2,7 @@
 
 #include <tivra_testkit/RawClient.h>
 
+#include <chrono>
 #include <csignal>
 #include <thread>
 
@@ -176,8 +177,10 @@ TEST_F(CatStatisticsServer, AThousandClientsThatSayNothingCostTheStreamNothing) 
         // As far as there is room for it, the connection stands.
         connect(clients.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     }
+    const auto begin = std::chrono::steady_clock::now();
     hub.pushRecord(quote("IBM", "184.25", 1));
     EXPECT_EQ(tool->waitForEnd(), 0) << tool->error();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8)) << "it waits for a client";
     EXPECT_THAT(tool->error(), HasSubstr("received 1 messages"));
     for (const int client : clients)
         close(client);

@@ -103,7 +103,10 @@ PageServer::PageServer(const std::string& address, const PageProtection& protect
         m_authorization = "Bearer " + readSecret(protection.tokenFile, "token");
     std::string certificate;
     std::string key;
-    unsigned flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD;
+    // Without a channel of its own the thread is woken by its listening socket, which it doesn't look at
+    // while there are as many connections as may be, so that the end would wait for the first that idles for
+    // too long.
+    unsigned flags = MHD_USE_AUTO | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_ITC;
     std::vector<MHD_OptionItem> more;
     if (!protection.certificateFile.empty()) {
         certificate = contentsOf(protection.certificateFile);
