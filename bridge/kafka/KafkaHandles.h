@@ -18,6 +18,7 @@ using KafkaAdminOptions = KafkaHandle<rd_kafka_AdminOptions_t, rd_kafka_AdminOpt
 using KafkaConf = KafkaHandle<rd_kafka_conf_t, rd_kafka_conf_destroy>;
 using KafkaConfigResource = KafkaHandle<rd_kafka_ConfigResource_t, rd_kafka_ConfigResource_destroy>;
 using KafkaEvent = KafkaHandle<rd_kafka_event_t, rd_kafka_event_destroy>;
+using KafkaHeaders = KafkaHandle<rd_kafka_headers_t, rd_kafka_headers_destroy>;
 using KafkaMessage = KafkaHandle<rd_kafka_message_t, rd_kafka_message_destroy>;
 using KafkaMetadata = KafkaHandle<const rd_kafka_metadata_t, rd_kafka_metadata_destroy>;
 using KafkaNewTopic = KafkaHandle<rd_kafka_NewTopic_t, rd_kafka_NewTopic_destroy>;

@@ -72,15 +72,21 @@ void KafkaSends::send(const KafkaSend& send, Completion done) {
     parts[2].u.mem = {bytes(send.key), send.key.size()};
     parts[3].vtype = RD_KAFKA_VTYPE_VALUE;
     parts[3].u.mem = {bytes(send.bytes), send.bytes.size()};
-    parts[4].vtype = RD_KAFKA_VTYPE_HEADER;
-    parts[4].u.header = {kWriterHeader, m_writer.data(), static_cast<ssize_t>(m_writer.size())};
+    // Headers of our own: the client library frees those that it makes itself twice when it refuses a
+    // message.
+    KafkaHeaders headers(rd_kafka_headers_new(1));
+    rd_kafka_header_add(headers.get(), kWriterHeader, -1, m_writer.data(),
+                        static_cast<ssize_t>(m_writer.size()));
+    parts[4].vtype = RD_KAFKA_VTYPE_HEADERS;
+    parts[4].u.headers = headers.get();
     parts[5].vtype = RD_KAFKA_VTYPE_MSGFLAGS;
     parts[5].u.i = RD_KAFKA_MSG_F_COPY;
     parts[6].vtype = RD_KAFKA_VTYPE_OPAQUE;
     parts[6].u.ptr = flight.get();
     rd_kafka_error_t* error = rd_kafka_produceva(to->get(), parts, std::size(parts));
     if (error == nullptr) {
-        (void)flight.release(); // its delivery report takes it again
+        (void)headers.release(); // the message has them
+        (void)flight.release();  // its delivery report takes it again
         return;
     }
     const SendResult result{outcomeOf(rd_kafka_error_code(error)), 0, 0, rd_kafka_error_string(error)};

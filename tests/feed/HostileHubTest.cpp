@@ -104,6 +104,7 @@ void pushMerged(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void
     latest.maxBytes = kMegabyte;
     const tivra::UpdateQueue queue(latest);
     const tivra::Subscription ibm = feed.subscribe({100, "IBM"}, queue);
+    settle();
     pushTexts(hub);
     settle();
     EXPECT_LE(queue.statistics().bytes, 2 * kMegabyte);
@@ -113,6 +114,7 @@ void pushMerged(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void
 void pushRow(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void()>& settle) {
     const tivra::Board board;
     const tivra::Subscription ibm = feed.subscribe({100, "IBM"}, board);
+    settle(); // the image, which replaces whatever came before it
     pushTexts(hub);
     settle();
     const std::optional<tivra::BoardRow> row = board.find(100, "IBM");
