@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <string>
 #include <vector>
 
 namespace tivra_bench {
@@ -27,6 +29,10 @@ struct RoadTask {
     bool compressed = false;  ///< ask the hub for a zlib stream
     bool isInline = false;    ///< of the library, to call back on the hub's thread
     bool findsSymbol = false; ///< the library's callback finds out whom a message is for, as a feed does
+    std::string issuer{}; ///< file of who vouches for the hub, to have the library encrypt; empty for plain
+    bool isTunnelled = false; ///< the hub is reached by its port at 127.0.0.2
+    std::function<double()>
+        beside{}; ///< processor seconds of what belongs to the reader besides; none without
 };
 
 /// The library, from the socket to the application's callback.
@@ -80,6 +86,7 @@ public:
 private:
     bool endPass();
     void beginMeasuring();
+    [[nodiscard]] double cpuSeconds() const;
 
     const RoadTask m_task;
     RoadRun m_run;

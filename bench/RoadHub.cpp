@@ -154,6 +154,7 @@ void serve(const RoadLoad& load, const ChildProcess::Ends& parent) {
         config.playback.startWhenSubscriptions = std::size(kSymbols);
     }
     config.heartbeat.enabled = config.hubStatus.enabled = load.paced == 0;
+    config.tls.certificateFile = load.certificate;
     tivra_sim::Hub hub(config);
     hub.start();
     const std::uint16_t port = hub.port();

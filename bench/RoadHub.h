@@ -28,6 +28,7 @@ struct RoadLoad {
     enum Through { HUB, ZMQ_PUSH, NATS } through = HUB; ///< who sends; the others only carry the frames
     Shape shape;                                        ///< of messages in place of the day's
     std::size_t shapedBytes = 0; ///< of them in a pass from each hub, sent past the hub's own thread
+    std::string certificate{};   ///< with its key, for a hub that encrypts; empty for plain
     std::size_t hubs = 1;        ///< the sources of the others follow `kSource`
 };
 

@@ -88,6 +88,17 @@ void setInlineCallbacks(Config& config) {
         config.set(Config::INLINE_CALLBACKS_BOOL, true);
 }
 
+/// The same of encryption.
+template<class Config>
+concept HasTls = requires {
+    Config::TLS_BOOL;
+};
+template<class Config>
+void encrypt(tivra::ConnectionConfig& connections, const std::string& issuer) {
+    if constexpr (HasTls<Config>)
+        connections.set(Config::TLS_BOOL, true).setText(Config::TLS_CA_FILE_STRING, issuer);
+}
+
 void subscribe(tivra::Session& session, const RoadTask& task, int source) {
     tivra::Request& request = session.createRequest();
     for (const char* symbol : kSymbols) {
@@ -119,8 +130,14 @@ RoadRun runLibrary(const RoadTask& task) {
         .set(tivra::HostConfig::COMPRESSION_BOOL, task.compressed)
         .set(tivra::HostConfig::QUEUE_SIZE_LONG,
              static_cast<long>(std::max<std::size_t>(64 / ports.size(), 1)));
+    if (!task.issuer.empty())
+        encrypt<tivra::HostConfig>(session.getConnectionConfig(), task.issuer);
+    // A hub names its own address.
+    if (task.isTunnelled)
+        session.getConnectionConfig().addNATPair("127.0.0.1", "127.0.0.2");
     for (const std::uint16_t port : ports)
-        session.getConnectionConfig().getHostConfig("127.0.0.1:" + std::to_string(port));
+        session.getConnectionConfig().getHostConfig((task.isTunnelled ? "127.0.0.2:" : "127.0.0.1:") +
+                                                    std::to_string(port));
     if (task.isInline)
         setInlineCallbacks(session.getSessionConfig());
     session.registerMessageEventHandler(&counter);

@@ -28,7 +28,7 @@ RoadProgress::RoadProgress(const RoadTask& task) : m_task(task) {
 
 bool RoadProgress::endPass() {
     if (++m_passesDone == m_task.passes) {
-        m_run.cpuSeconds = processorSeconds() - m_cpu;
+        m_run.cpuSeconds = cpuSeconds() - m_cpu;
         m_run.wallSeconds = wallSeconds() - m_wall;
         return true;
     }
@@ -41,8 +41,12 @@ bool RoadProgress::endPass() {
     return false;
 }
 
+double RoadProgress::cpuSeconds() const {
+    return processorSeconds() + (m_task.beside ? m_task.beside() : 0.0);
+}
+
 void RoadProgress::beginMeasuring() {
-    m_cpu = processorSeconds();
+    m_cpu = cpuSeconds();
     m_wall = wallSeconds();
 }
 

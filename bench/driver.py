@@ -29,6 +29,7 @@ PROGRAMS = {
     "hold": (11, 3),
     "request": (2, 1),
     "recovery": (8, 3),
+    "tls": (7, 3),
 }
 PAIRS = (5, 3)  # of runs that are compared, and in a quick comparison
 LONGEST = 600  # seconds that a program may take
