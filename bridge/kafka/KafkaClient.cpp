@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <utility>
+
 namespace tivra_bus {
 
 namespace {
@@ -44,6 +46,8 @@ KafkaClient::KafkaClient(Role role, const KafkaAddress& address, Setup setup)
         rd_kafka_conf_set_dr_msg_cb(conf.get(), m_setup.onDelivery);
     if (m_setup.onRebalance)
         rd_kafka_conf_set_rebalance_cb(conf.get(), onRebalance);
+    if (m_setup.group != nullptr)
+        m_setup.group->watch(conf.get());
     char error[kErrorBytes] = {};
     m_handle = rd_kafka_new(role == Role::Producer ? RD_KAFKA_PRODUCER : RD_KAFKA_CONSUMER, conf.get(), error,
                             sizeof error);
@@ -96,7 +100,7 @@ void KafkaClient::check(rd_kafka_resp_err_t error, const std::string& attempt) c
     std::string said;
     {
         const tp::MutexLock lock(m_mutex);
-        said = m_lastError;
+        said = std::exchange(m_lastError, {});
     }
     throw BusError(fmt::format("the engine at {}: {}: {}{}{}{}", m_servers, attempt, rd_kafka_err2str(error),
                                said.empty() ? "" : ", lately: ", said, advice));

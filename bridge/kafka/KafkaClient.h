@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kafka/KafkaAddress.h"
+#include "kafka/KafkaGroupWatch.h"
 #include "kafka/KafkaHandles.h"
 
 #include <tp/Mutex.h>
@@ -23,6 +24,7 @@ public:
         std::vector<std::pair<std::string, std::string>> properties;
         void (*onDelivery)(rd_kafka_t*, const rd_kafka_message_t*, void*) = nullptr;
         std::function<void(rd_kafka_resp_err_t, rd_kafka_topic_partition_list_t*)> onRebalance;
+        KafkaGroupWatch* group = nullptr; ///< which has to stay
     };
 
     /// Doesn't wait for the engine. @throws BusError for a property that the client library refuses

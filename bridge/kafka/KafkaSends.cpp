@@ -146,6 +146,8 @@ void KafkaSends::replace(const KafkaClient& present) {
     // It can't know any more what it has stored: what is on its way is sent again, by another one.
     rd_kafka_purge(present.get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
     rd_kafka_flush(present.get(), kProbeMilliseconds);
+    if (rd_kafka_outq_len(present.get()) > 0)
+        return; // what goes with the handle would never be answered, and its writer would wait for ever
     try {
         std::shared_ptr<KafkaClient> next = makeClient();
         const tp::MutexLock lock(m_mutex);

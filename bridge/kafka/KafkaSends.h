@@ -58,7 +58,7 @@ private:
     static void onDelivery(rd_kafka_t*, const rd_kafka_message_t* message, void* self);
     [[nodiscard]] std::shared_ptr<KafkaClient> makeClient() const;
     void poll();
-    /// Puts another producer in the place of one that can't go on.
+    /// Puts another producer in the place of one that can't go on, once all that it had is answered.
     void replace(const KafkaClient& present);
     void callEnded();
     /// Asks whether a server is back.

@@ -17,7 +17,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr int kPollMilliseconds = 100;
-constexpr milliseconds kConfirmEvery{1000};
 constexpr milliseconds kCountEvery{5000};
 /// How long a writer may take to let a partition go.
 constexpr milliseconds kLetGoWithin{5000};
@@ -53,7 +52,8 @@ KafkaShare::KafkaShare(const KafkaAddress& address, std::string name, unsigned p
                 nullptr,
                 [this](rd_kafka_resp_err_t event, rd_kafka_topic_partition_list_t* list) {
                     rebalance(event, list);
-                }}) {}
+                },
+                &m_group}) {}
 
 void KafkaShare::join() {
     const KafkaPartitions topics(rd_kafka_topic_partition_list_new(1));
@@ -103,7 +103,6 @@ void KafkaShare::assigned(rd_kafka_topic_partition_list_t* partitions) {
         m_assigned.insert(partition);
         m_wanted.erase(partition);
     }
-    m_confirmed = Clock::now();
 }
 
 bool KafkaShare::isClaimed(const std::set<unsigned>& partitions) const {
@@ -133,19 +132,23 @@ void KafkaShare::revoked(rd_kafka_topic_partition_list_t* partitions) {
         rd_kafka_error_destroy(error);
 }
 
-LeaseDecision KafkaShare::decide(const std::set<unsigned>& held, bool isReady) {
+LeaseDecision KafkaShare::decide(const std::set<unsigned>& held, bool) {
     if (!m_poller.joinable())
         join();
-    renew(isReady);
     countMembers();
     LeaseDecision decision;
     const tp::MutexLock lock(m_mutex);
+    // What the bridge has dropped itself isn't waited for.
+    std::erase_if(m_claimed, [&held](unsigned partition) { return held.count(partition) == 0; });
+    m_changed.notifyAll();
     for (const unsigned partition : held) {
         if (m_claimed.count(partition) == 0)
             decision.lost.push_back(partition);
         else if (m_wanted.count(partition) != 0)
             decision.release.push_back(partition);
     }
+    if (m_group.isForming())
+        return decision;
     for (const unsigned partition : m_assigned)
         if (partition < m_partitions && held.count(partition) == 0 && m_wanted.count(partition) == 0)
             decision.take.push_back(partition);
@@ -171,18 +174,14 @@ PartitionShare::Before KafkaShare::before(unsigned partition) {
     return before;
 }
 
-KafkaShare::Commit KafkaShare::commit(const std::map<unsigned, std::uint64_t>& epochs) {
-    const KafkaPartitions list(rd_kafka_topic_partition_list_new(static_cast<int>(epochs.size())));
-    std::vector<std::string> texts;
-    texts.reserve(epochs.size());
-    for (const auto& [partition, epoch] : epochs) {
-        texts.push_back(fmt::format(R"({{"epoch":{},"bridge":"{}"}})", epoch, m_name));
-        rd_kafka_topic_partition_t* entry =
-            rd_kafka_topic_partition_list_add(list.get(), kTickTopic, static_cast<int>(partition));
-        entry->offset = 0;                              // the group consumes nothing
-        entry->metadata = strdup(texts.back().c_str()); // freed with the list
-        entry->metadata_size = texts.back().size();
-    }
+bool KafkaShare::commit(unsigned partition, std::uint64_t epoch) {
+    const std::string text = fmt::format(R"({{"epoch":{},"bridge":"{}"}})", epoch, m_name);
+    const KafkaPartitions list(rd_kafka_topic_partition_list_new(1));
+    rd_kafka_topic_partition_t* entry =
+        rd_kafka_topic_partition_list_add(list.get(), kTickTopic, static_cast<int>(partition));
+    entry->offset = 0;                      // the group consumes nothing
+    entry->metadata = strdup(text.c_str()); // freed with the list
+    entry->metadata_size = text.size();
     const KafkaQueue queue(rd_kafka_queue_new(m_client.get()));
     const std::string attempt = "the epoch in the group of bridges";
     m_client.check(rd_kafka_commit_queue(m_client.get(), list.get(), queue.get(), nullptr, nullptr), attempt);
@@ -190,40 +189,15 @@ KafkaShare::Commit KafkaShare::commit(const std::map<unsigned, std::uint64_t>& e
     const rd_kafka_resp_err_t error =
         event ? rd_kafka_event_error(event.get()) : RD_KAFKA_RESP_ERR__TIMED_OUT;
     switch (error) {
-    case RD_KAFKA_RESP_ERR_NO_ERROR: {
-        m_client.answered();
-        const tp::MutexLock lock(m_mutex);
-        m_confirmed = Clock::now();
-        return Commit::Done;
-    }
     case RD_KAFKA_RESP_ERR_ILLEGAL_GENERATION:
     case RD_KAFKA_RESP_ERR_UNKNOWN_MEMBER_ID:
     case RD_KAFKA_RESP_ERR_FENCED_INSTANCE_ID:
-        return Commit::Refused;
     case RD_KAFKA_RESP_ERR_REBALANCE_IN_PROGRESS:
-        return Commit::Postponed;
+        return false; // the group has gone on, which this member hears of itself
     default:
         m_client.check(error, attempt);
-        return Commit::Postponed;
+        return true;
     }
-}
-
-void KafkaShare::renew(bool) {
-    const Clock::time_point now = Clock::now();
-    std::map<unsigned, std::uint64_t> claimed;
-    {
-        const tp::MutexLock lock(m_mutex);
-        claimed = m_claimed;
-    }
-    if (claimed.empty() || now < m_nextConfirmation)
-        return;
-    m_nextConfirmation = now + kConfirmEvery;
-    if (commit(claimed) != Commit::Refused)
-        return;
-    // The group has gone on without this member, which hears of it later itself. What it is still assigned by
-    // then it has to claim anew.
-    const tp::MutexLock lock(m_mutex);
-    m_claimed.clear();
 }
 
 void KafkaShare::countMembers() {
@@ -240,18 +214,18 @@ void KafkaShare::countMembers() {
     rd_kafka_group_list_destroy(groups);
 }
 
+bool KafkaShare::isToBeWritten(unsigned partition) const {
+    const tp::MutexLock lock(m_mutex);
+    return m_assigned.count(partition) != 0 && m_wanted.count(partition) == 0;
+}
+
 bool KafkaShare::claim(unsigned partition, std::uint64_t epoch) {
-    {
-        const tp::MutexLock lock(m_mutex);
-        if (m_assigned.count(partition) == 0 || m_wanted.count(partition) != 0)
-            return false;
-    }
-    if (commit({{partition, epoch}}) != Commit::Done)
+    if (m_group.isForming() || !isToBeWritten(partition) || !commit(partition, epoch))
         return false;
     const tp::MutexLock lock(m_mutex);
     if (m_assigned.count(partition) == 0 || m_wanted.count(partition) != 0)
         return false; // taken away in the meantime
-    m_claimed[partition] = epoch;
+    m_claimed.insert(partition);
     return true;
 }
 
@@ -261,11 +235,6 @@ void KafkaShare::giveBack(unsigned partition) {
         m_claimed.erase(partition);
     }
     m_changed.notifyAll();
-}
-
-PartitionShare::Clock::time_point KafkaShare::confirmed() const {
-    const tp::MutexLock lock(m_mutex);
-    return m_claimed.empty() && m_client.isConnected() ? Clock::now() : m_confirmed;
 }
 
 } // namespace tivra_bus

@@ -1,13 +1,13 @@
 #pragma once
 
 #include "kafka/KafkaClient.h"
+#include "kafka/KafkaGroupWatch.h"
 #include "share/PartitionShare.h"
 
 #include <tp/Mutex.h>
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <set>
 #include <string>
 #include <thread>
@@ -29,18 +29,17 @@ public:
 
     /// One that hasn't got its hubs keeps what it has.
     [[nodiscard]] LeaseDecision decide(const std::set<unsigned>& held, bool isReady) override;
-    void renew(bool isReady) override;
+    /// The client library shows it by itself.
+    void renew(bool) override {}
     [[nodiscard]] Before before(unsigned partition) override;
     [[nodiscard]] bool claim(unsigned partition, std::uint64_t epoch) override;
     void giveBack(unsigned partition) override;
     void leave() override;
     [[nodiscard]] std::string end() const override { return {}; }
     [[nodiscard]] std::size_t members() const override { return m_members.load(); }
-    [[nodiscard]] Clock::time_point confirmed() const override;
+    [[nodiscard]] Clock::time_point confirmed() const override { return m_group.heard(); }
 
 private:
-    enum class Commit { Done, Refused, Postponed };
-
     void join();
     void poll();
     void rebalance(rd_kafka_resp_err_t event, rd_kafka_topic_partition_list_t* partitions);
@@ -48,13 +47,14 @@ private:
     void revoked(rd_kafka_topic_partition_list_t* partitions) TP_EXCLUDES(m_mutex);
     /// Whether any of them is still written.
     [[nodiscard]] bool isClaimed(const std::set<unsigned>& partitions) const TP_REQUIRES(m_mutex);
-    /// Has the group keep epochs. @throws BusError
-    [[nodiscard]] Commit commit(const std::map<unsigned, std::uint64_t>& epochs);
+    /// Has the group keep an epoch. @return whether this is a present member. @throws BusError
+    [[nodiscard]] bool commit(unsigned partition, std::uint64_t epoch);
+    /// A partition is assigned and nobody wants it back.
+    [[nodiscard]] bool isToBeWritten(unsigned partition) const TP_EXCLUDES(m_mutex);
     void countMembers();
 
     const unsigned m_partitions;
     const std::string m_name;
-    Clock::time_point m_nextConfirmation{};
     Clock::time_point m_nextCount{};
     std::atomic<std::size_t> m_members{1};
     std::atomic<bool> m_isEnding{false};
@@ -62,10 +62,10 @@ private:
     mutable tp::Mutex m_mutex;
     tp::ConditionVariable m_changed;
     std::set<unsigned> m_assigned TP_GUARDED_BY(m_mutex);
-    std::set<unsigned> m_wanted TP_GUARDED_BY(m_mutex);                 ///< that the group wants back
-    std::map<unsigned, std::uint64_t> m_claimed TP_GUARDED_BY(m_mutex); ///< with their epochs
-    Clock::time_point m_confirmed TP_GUARDED_BY(m_mutex) = Clock::now();
+    std::set<unsigned> m_wanted TP_GUARDED_BY(m_mutex);  ///< that the group wants back
+    std::set<unsigned> m_claimed TP_GUARDED_BY(m_mutex); ///< that this bridge writes
 
+    KafkaGroupWatch m_group;
     KafkaClient m_client;
     std::thread m_poller;
 };

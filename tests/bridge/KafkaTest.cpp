@@ -4,6 +4,7 @@
 #include "bus/BusError.h"
 #include "kafka/KafkaNames.h"
 #include "kafka/KafkaPublisher.h"
+#include "kafka/KafkaShare.h"
 #include "kafka/KafkaTail.h"
 
 #include <tp/Mutex.h>
@@ -12,6 +13,7 @@
 
 #include <chrono>
 #include <map>
+#include <set>
 #include <vector>
 
 using namespace tivra_bus;
@@ -72,6 +74,66 @@ private:
     std::uint64_t m_tag = 0;
     KafkaPublisher m_publisher;
 };
+
+/// A bridge that takes and gives back what it is told to.
+class GroupMember {
+public:
+    GroupMember(const MockKafka& kafka, const std::string& name)
+        : m_share(addressOf(kafka), name, MockKafka::kPartitions) {}
+
+    void round() {
+        const LeaseDecision decision = m_share.decide(m_held, true);
+        m_lost += decision.lost.size();
+        for (const unsigned partition : decision.lost)
+            m_held.erase(partition);
+        for (const unsigned partition : decision.release) {
+            m_held.erase(partition);
+            m_share.giveBack(partition);
+        }
+        for (const unsigned partition : decision.take) {
+            const std::uint64_t epoch = m_share.before(partition).epoch + 1;
+            if (m_share.claim(partition, epoch)) {
+                m_held.insert(partition);
+                m_epochs[partition] = epoch;
+            }
+        }
+    }
+    void leave() {
+        for (const unsigned partition : m_held)
+            m_share.giveBack(partition);
+        m_held.clear();
+        m_share.leave();
+    }
+    [[nodiscard]] const std::set<unsigned>& held() const { return m_held; }
+    [[nodiscard]] std::uint64_t epoch(unsigned partition) { return m_epochs[partition]; }
+    [[nodiscard]] std::size_t lost() const { return m_lost; }
+
+private:
+    static KafkaAddress addressOf(const MockKafka& kafka) {
+        KafkaAddress address = kafka.address();
+        // That broker waits for a second less before it closes a round of the group.
+        address.properties["session.timeout.ms"] = "4000";
+        return address;
+    }
+
+    std::set<unsigned> m_held;
+    std::map<unsigned, std::uint64_t> m_epochs;
+    std::size_t m_lost = 0;
+    KafkaShare m_share;
+};
+
+/// Lets members go round until it is so. @return whether it has come to that in time
+template<class Condition>
+bool goRound(const std::vector<GroupMember*>& members, const Condition& condition) {
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    while (!condition()) {
+        if (Clock::now() > deadline)
+            return false;
+        for (GroupMember* const member : members)
+            member->round();
+    }
+    return true;
+}
 
 } // namespace
 
@@ -150,4 +212,21 @@ TEST(KafkaPublisher, AnotherLayoutIsRefusedWithWhatToDo) {
     } catch (const BusError& error) {
         EXPECT_THAT(error.what(), HasSubstr("--partitions 2"));
     }
+}
+
+TEST(KafkaShare, APartitionMovesWhenItsWriterHasLetItGoAndTheOthersStay) {
+    MockKafka kafka;
+    GroupMember a(kafka, "a"), b(kafka, "b");
+    ASSERT_TRUE(goRound({&a}, [&a] { return a.held().size() == 2; }));
+    const auto isShared = [&a, &b] {
+        for (const unsigned partition : a.held())
+            EXPECT_EQ(b.held().count(partition), 0U) << "two write it";
+        return a.held().size() == 1 && b.held().size() == 1;
+    };
+    ASSERT_TRUE(goRound({&a, &b}, isShared));
+    EXPECT_EQ(a.epoch(*a.held().begin()), 1U) << "it has stayed where it was";
+    EXPECT_EQ(b.epoch(*b.held().begin()), 2U) << "of the group's own record, without any batch";
+    a.leave();
+    EXPECT_TRUE(goRound({&b}, [&b] { return b.held().size() == 2; }));
+    EXPECT_EQ(a.lost() + b.lost(), 0U) << "all was let go, and nothing taken away";
 }
