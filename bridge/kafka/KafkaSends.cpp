@@ -33,9 +33,11 @@ KafkaSends::KafkaSends(const KafkaAddress& address, std::string writer)
 KafkaSends::~KafkaSends() {
     m_isEnding.store(true);
     m_poller.join();
-    const std::shared_ptr<KafkaClient> last = client();
-    rd_kafka_purge(last->get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
-    rd_kafka_flush(last->get(), kProbeMilliseconds);
+    m_retired.push_back(client());
+    for (const std::shared_ptr<KafkaClient>& each : m_retired) {
+        rd_kafka_purge(each->get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
+        rd_kafka_flush(each->get(), kProbeMilliseconds);
+    }
     callEnded();
 }
 
@@ -136,25 +138,32 @@ void KafkaSends::poll() {
         callEnded();
         if (!present->isConnected())
             lookForServer(*present);
-        if (rd_kafka_fatal_error(present->get(), nullptr, 0) == RD_KAFKA_RESP_ERR_NO_ERROR)
-            continue;
-        replace(*present);
+        if (rd_kafka_fatal_error(present->get(), nullptr, 0) != RD_KAFKA_RESP_ERR_NO_ERROR)
+            replace();
+        endRetired();
     }
 }
 
-void KafkaSends::replace(const KafkaClient& present) {
-    // It can't know any more what it has stored: what is on its way is sent again, by another one.
-    rd_kafka_purge(present.get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
-    rd_kafka_flush(present.get(), kProbeMilliseconds);
-    if (rd_kafka_outq_len(present.get()) > 0)
-        return; // what goes with the handle would never be answered, and its writer would wait for ever
+void KafkaSends::replace() {
     try {
         std::shared_ptr<KafkaClient> next = makeClient();
         const tp::MutexLock lock(m_mutex);
         m_client.swap(next);
+        m_retired.push_back(std::move(next));
     } catch (const BusError&) {
         // No room for its threads, say: what is sent meanwhile fails, and the next round tries again.
     }
+}
+
+void KafkaSends::endRetired() {
+    std::erase_if(m_retired, [](const std::shared_ptr<KafkaClient>& each) {
+        // Whoever has it from before may still be sending.
+        const bool isUsed = each.use_count() > 1;
+        // It can't know any more what it has stored: what is on its way is sent again, by another one.
+        rd_kafka_purge(each->get(), RD_KAFKA_PURGE_F_QUEUE | RD_KAFKA_PURGE_F_INFLIGHT);
+        rd_kafka_poll(each->get(), 0);
+        return !isUsed && rd_kafka_outq_len(each->get()) == 0;
+    });
 }
 
 } // namespace tivra_bus

@@ -58,8 +58,11 @@ private:
     static void onDelivery(rd_kafka_t*, const rd_kafka_message_t* message, void* self);
     [[nodiscard]] std::shared_ptr<KafkaClient> makeClient() const;
     void poll();
-    /// Puts another producer in the place of one that can't go on, once all that it had is answered.
-    void replace(const KafkaClient& present);
+    /// Puts another producer in the place of one that can't go on.
+    void replace();
+    /// Lets go of those that nobody sends with and that have ended all they had: what is still with a
+    /// producer when it goes is never ended.
+    void endRetired();
     void callEnded();
     /// Asks whether a server is back.
     void lookForServer(KafkaClient& client);
@@ -69,6 +72,7 @@ private:
     mutable tp::Mutex m_mutex;
     std::shared_ptr<KafkaClient> m_client TP_GUARDED_BY(m_mutex);
     std::vector<Ended> m_ended TP_GUARDED_BY(m_mutex);
+    std::vector<std::shared_ptr<KafkaClient>> m_retired; ///< of the thread that polls
     std::atomic<bool> m_isEnding{false};
     std::thread m_poller;
 };

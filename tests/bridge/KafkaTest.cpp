@@ -201,6 +201,31 @@ TEST(KafkaPublisher, WhatTheBrokerRefusesEndsWithItsCause) {
     EXPECT_EQ(writer.send(batch(1, 1), writer.end().position).outcome, Outcome::Stored);
 }
 
+TEST(KafkaSends, AProducerThatCannotGoOnIsReplacedAndAllThatItHadEnds) {
+    MockKafka kafka;
+    KafkaSends sends(kafka.address(), "me");
+    const auto listener = std::make_shared<Listener>();
+    const auto send = [&](std::uint64_t tag) {
+        sends.send({kTickTopic, 0, "0", batch(1, tag)},
+                   [listener, tag](const SendResult& result) { listener->sent(tag, result); });
+    };
+    send(1);
+    ASSERT_EQ(listener->await(1).outcome, Outcome::Stored);
+    kafka.delay(kPatience);
+    for (std::uint64_t tag = 2; tag < 50; ++tag)
+        send(tag);
+    rd_kafka_test_fatal_error(sends.client()->get(), RD_KAFKA_RESP_ERR_OUT_OF_ORDER_SEQUENCE_NUMBER,
+                              "a hole");
+    for (std::uint64_t tag = 2; tag < 50; ++tag)
+        EXPECT_EQ(listener->await(tag).outcome, Outcome::Failed);
+    kafka.delay({});
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    std::uint64_t tag = 50;
+    for (send(tag); listener->await(tag).outcome != Outcome::Stored && Clock::now() < deadline; send(++tag)) {
+    }
+    EXPECT_EQ(listener->await(tag).outcome, Outcome::Stored);
+}
+
 TEST(KafkaPublisher, AnotherLayoutIsRefusedWithWhatToDo) {
     MockKafka kafka;
     KafkaPublisher publisher(kafka.address(), "me");

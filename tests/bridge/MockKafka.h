@@ -6,6 +6,7 @@
 #include <librdkafka/rdkafka.h>
 #include <librdkafka/rdkafka_mock.h>
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 
@@ -44,6 +45,10 @@ public:
     void refuseNextProduce(rd_kafka_resp_err_t error) {
         constexpr std::int16_t kProduce = 0;
         rd_kafka_mock_push_request_errors(m_cluster, kProduce, 1, error);
+    }
+    /// Each answer takes so long.
+    void delay(std::chrono::milliseconds time) {
+        rd_kafka_mock_broker_set_rtt(m_cluster, 1, static_cast<int>(time.count()));
     }
 
 private:
