@@ -8,19 +8,20 @@
 #include <cstddef>
 #include <deque>
 #include <string>
+#include <utility>
 
 namespace tivra_bus {
 
-/// What an engine has brought, or a wish to be looked at.
+/// A message that an engine has brought.
 struct InboxItem {
-    int partition = -1;           ///< of a message; -1 for the state of a source
+    unsigned partition = 0;
     std::uint64_t generation = 0; ///< of the consumer that it comes from
     StreamMessage message;
-    std::string status;
 };
 
 /// Hands what comes on the engine's threads to the reader's. Bounded: when it is full, those threads wait,
-/// and the engine is read no faster than the handlers are.
+/// and the engine is read no faster than the handlers are. States of sources have a way of their own, since
+/// nobody may be taken for silent whose words wait behind what handlers are slow with.
 /// @thread any
 class Inbox {
 public:
@@ -36,6 +37,17 @@ public:
         m_bytes += sizeOf(item);
         m_items.push_back(std::move(item));
         m_come.notifyOne();
+    }
+    /// The state of a source, as it is told again and again: of too many the oldest go.
+    void pushStatus(std::string&& status) {
+        const tp::MutexLock lock(m_mutex);
+        if (m_statuses.size() == kMostStatuses)
+            m_statuses.pop_front();
+        m_statuses.push_back(std::move(status));
+    }
+    [[nodiscard]] std::deque<std::string> takeStatuses() {
+        const tp::MutexLock lock(m_mutex);
+        return std::exchange(m_statuses, {});
     }
     /// Has a take() return.
     void wake() {
@@ -70,15 +82,16 @@ public:
     }
 
 private:
-    static std::size_t sizeOf(const InboxItem& item) {
-        return sizeof item + item.message.bytes.capacity() + item.status.capacity();
-    }
+    static constexpr std::size_t kMostStatuses = 4096;
+
+    static std::size_t sizeOf(const InboxItem& item) { return sizeof item + item.message.bytes.capacity(); }
 
     const std::size_t m_capacity;
     mutable tp::Mutex m_mutex;
     tp::ConditionVariable m_come;
     tp::ConditionVariable m_room;
     std::deque<InboxItem> m_items TP_GUARDED_BY(m_mutex);
+    std::deque<std::string> m_statuses TP_GUARDED_BY(m_mutex);
     std::size_t m_bytes TP_GUARDED_BY(m_mutex) = 0;
     bool m_isWoken TP_GUARDED_BY(m_mutex) = false;
     bool m_isClosed TP_GUARDED_BY(m_mutex) = false;

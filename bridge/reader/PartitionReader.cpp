@@ -50,27 +50,47 @@ void PartitionReader::missAll(Cause cause) {
 }
 
 bool PartitionReader::needsStart(Clock::time_point now) const {
-    return m_needsStart || now - m_heard > kSilence;
+    return m_trouble.isDue(now) && (m_needsStart || m_pulse->isSilent(kSilence));
+}
+
+bool PartitionReader::attempt(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const BusError& error) {
+        const std::string text = fmt::format("partition {}: {}", m_partition, error.what());
+        if (m_trouble.failed(text, Clock::now()))
+            m_around.onProblem({tivra::BusProblem::Kind::Engine, static_cast<int>(m_partition), 0,
+                                text + "; it is tried again"});
+        return false;
+    }
+    return true;
 }
 
 void PartitionReader::prepare() {
     m_span = m_around.source.spanOf(m_partition);
-    if (m_highest > m_span->last) { // it was deleted, or a server has lost its end
+    if (std::max(m_highest, m_beginning) > m_span->last) { // it was deleted, or a server has lost its end
         forEach([](SymbolTrack& track) { track.beginAnew(); });
         m_position = m_highest = m_epoch = m_batch = 0;
         m_recent.clear();
+        m_hasBegun = false;
     }
+    if (!std::exchange(m_hasBegun, true))
+        beginAt(*m_span);
     for (SymbolTrack* const track : m_joining)
         track->joinAt(m_span->last);
 }
 
+void PartitionReader::beginAt(const StreamSpan& span) {
+    m_beginning = span.last;
+    if (span.first > span.last || span.last == 0)
+        m_firstStart = span.last + 1;
+    else
+        m_firstStart = span.lastTime - m_around.lookBack;
+}
+
 StreamStart PartitionReader::startOf(Clock::time_point now) {
-    const StreamSpan& span = *m_span;
-    if (m_position == 0 && m_highest == 0) {
-        if (span.first > span.last || span.last == 0)
-            return span.last + 1;
-        return span.lastTime - m_around.lookBack;
-    }
+    if (m_highest == 0)
+        return m_firstStart;
     std::uint64_t next = m_position + 1;
     forEach([this](SymbolTrack& track) { track.hasRead(m_position); });
     for (SymbolTrack* const track : m_joining)
@@ -86,6 +106,7 @@ void PartitionReader::start(Clock::time_point now) {
     if (!m_span)
         return;
     const StreamStart start = startOf(now);
+    const std::uint64_t first = m_span->first;
     m_span.reset();
     m_joining.clear();
     if (m_generation > 0)
@@ -95,62 +116,79 @@ void PartitionReader::start(Clock::time_point now) {
     m_order = 0;
     if (const auto* const position = std::get_if<std::uint64_t>(&start))
         m_position = *position - 1;
+    // The engine only says so itself when something comes.
+    if (first > 0)
+        passTo(first - 1);
     // Until it is there, it is to be started.
     m_needsStart = true;
     // Nothing of this object: the engine's thread may still be in it when this is gone.
-    m_consumer = m_around.source.follow(
-        m_partition, start,
-        [onMessage = m_around.onMessage, partition = m_partition, generation](StreamMessage&& message) {
-            onMessage(partition, generation, std::move(message));
-        });
+    m_pulse = std::make_shared<ConsumerPulse>();
+    m_consumer = m_around.source.follow(m_partition, start,
+                                        [onMessage = m_around.onMessage, partition = m_partition, generation,
+                                         pulse = m_pulse](StreamMessage&& message) {
+                                            const ConsumerPulse::Beat beat(*pulse);
+                                            if (message.position > 0)
+                                                onMessage(partition, generation, std::move(message));
+                                        });
     m_needsStart = false;
-    m_heard = now;
-    setBehind(m_consumer->behind(), now);
+    (void)m_trouble.ended();
+    setBehind(m_consumer->behind());
 }
 
 void PartitionReader::lose() {
     m_consumer.reset();
     m_needsStart = true;
+    (void)m_trouble.ended();
     if (m_isBehind)
         return;
     m_isBehind = true;
-    m_atEndSince.reset();
     forEach([](SymbolTrack& track) { track.setBehind(true); });
 }
 
-void PartitionReader::setBehind(std::uint64_t behind, Clock::time_point now) {
-    if (behind > kNearEnd) {
-        m_atEndSince.reset();
-        return;
-    }
-    if (!m_atEndSince)
-        m_atEndSince = now;
-    if (std::exchange(m_isBehind, false))
+void PartitionReader::setBehind(std::uint64_t behind) {
+    if (behind <= kNearEnd && std::exchange(m_isBehind, false))
         forEach([](SymbolTrack& track) { track.setBehind(false); });
 }
 
-bool PartitionReader::isAtEnd(Clock::time_point now) const {
-    return m_atEndSince && now - *m_atEndSince >= m_around.lookBack;
-}
-
 void PartitionReader::addWanting(std::vector<SymbolTrack*>& tracks, Clock::time_point now) const {
-    const bool isEnd = isAtEnd(now);
     for (const auto& [key, each] : m_tracks)
         for (const auto& track : each)
-            if (track->wantsLastValues(isEnd, now))
+            if (track->wantsLastValues(m_around.lookBack, now))
                 tracks.push_back(track.get());
 }
 
-void PartitionReader::settle(Clock::time_point now) {
-    if (isAtEnd(now))
-        forEach([this, now](SymbolTrack& track) { track.settle(m_around.lookBack, *m_types, now); });
+bool PartitionReader::needsBound(Clock::time_point now) const {
+    if (m_consumer == nullptr || !m_trouble.isDue(now))
+        return false;
+    for (const auto& [key, each] : m_tracks)
+        for (const auto& track : each)
+            if (track->wantsBound(m_around.lookBack, now))
+                return true;
+    return false;
+}
+
+void PartitionReader::bound(Clock::time_point now) {
+    const std::uint64_t end = m_around.source.spanOf(m_partition).last;
+    forEach([this, end, now](SymbolTrack& track) {
+        if (track.wantsBound(m_around.lookBack, now))
+            track.boundAt(end);
+    });
+}
+
+void PartitionReader::settle() {
+    forEach([this](SymbolTrack& track) { track.settle(m_position, *m_types); });
+}
+
+void PartitionReader::passTo(std::uint64_t position) {
+    if (position > std::max({m_position, m_highest, m_beginning})) {
+        missAll(Cause::Expired);
+        m_hasMissed = true;
+    }
+    m_position = std::max(m_position, position);
 }
 
 void PartitionReader::take(const StreamMessage& message, std::uint64_t generation, Clock::time_point now) {
     if (generation != m_generation || !m_consumer)
-        return;
-    m_heard = now;
-    if (message.position == 0)
         return;
     if (message.order != m_order + 1) {
         // The client library had no room, or the connection was lost: the stream still has it.
@@ -159,17 +197,14 @@ void PartitionReader::take(const StreamMessage& message, std::uint64_t generatio
         return;
     }
     m_order = message.order;
-    if (m_highest > 0 && message.position > m_position + 1) {
-        missAll(Cause::Expired);
-        m_hasMissed = true;
-    }
+    passTo(message.position - 1);
     m_position = message.position;
     read(message);
     m_highest = std::max(m_highest, m_position);
     m_recent.emplace_back(now, m_position);
     while (now - m_recent.front().first > m_around.lookBack)
         m_recent.pop_front();
-    setBehind(message.behind, now);
+    setBehind(message.behind);
 }
 
 bool PartitionReader::isNew(const BatchHeader& header, std::uint64_t position) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "bus/RepeatedTrouble.h"
 #include "reader/BusProblem.h"
 #include "reader/BusSource.h"
+#include "reader/ConsumerPulse.h"
 #include "reader/ReaderCounters.h"
 #include "reader/SymbolTrack.h"
 
@@ -46,6 +48,10 @@ public:
     /// What a consumer has brought.
     void take(const StreamMessage& message, std::uint64_t generation, Clock::time_point now);
 
+    /// Does what asks the engine. What it throws is reported, and nothing of the partition is asked until
+    /// some time has passed. @return whether it hasn't thrown
+    bool attempt(const std::function<void()>& action);
+
     // The reading begins in this order, so that nothing is between last values and stream: prepare(), last
     // values of wanting(), start().
     [[nodiscard]] bool needsStart(Clock::time_point now) const;
@@ -56,8 +62,12 @@ public:
     /// @throws BusError
     void start(Clock::time_point now);
 
-    /// Ends waits that are over.
-    void settle(Clock::time_point now);
+    /// Looks how far the stream has to be read until last values that it hasn't come to can't come in it.
+    [[nodiscard]] bool needsBound(Clock::time_point now) const;
+    /// @throws BusError
+    void bound(Clock::time_point now);
+    /// Hands out last values that the stream has been read past.
+    void settle();
     /// The engine is lost: start() is needed when it is back.
     void lose();
     void forEach(const std::function<void(SymbolTrack&)>& call);
@@ -84,9 +94,12 @@ private:
     void dispatch(const BusRecord& record, const BatchHeader& header, std::uint64_t position,
                   const FieldTypes& types);
     void missAll(tivra::BusGap::Cause cause);
-    void setBehind(std::uint64_t behind, Clock::time_point now);
-    [[nodiscard]] bool isAtEnd(Clock::time_point now) const;
+    /// The stream has nothing more up to there.
+    void passTo(std::uint64_t position);
+    void setBehind(std::uint64_t behind);
     [[nodiscard]] StreamStart startOf(Clock::time_point now);
+    /// Notes where the stream ends whose reading begins.
+    void beginAt(const StreamSpan& span);
 
     const unsigned m_partition;
     const Surroundings& m_around;
@@ -96,8 +109,13 @@ private:
     std::unique_ptr<BusConsumer> m_consumer;
     std::uint64_t m_generation = 0;
     bool m_needsStart = false;
-    std::optional<StreamSpan> m_span; ///< between prepare() and start()
-    Clock::time_point m_heard{};      ///< when the consumer was last heard of
+    std::optional<StreamSpan> m_span;       ///< between prepare() and start()
+    std::shared_ptr<ConsumerPulse> m_pulse; ///< of the consumer
+    RepeatedTrouble m_trouble;
+
+    StreamStart m_firstStart;      ///< where the reading begins until something has been read
+    std::uint64_t m_beginning = 0; ///< where the stream ended when last values were first asked for
+    bool m_hasBegun = false;
 
     std::uint64_t m_order = 0;    ///< of the last message of this consumer
     std::uint64_t m_position = 0; ///< of the last that was read; 0 before the first
@@ -107,7 +125,6 @@ private:
     bool m_hasMissed = false; ///< batches, which has been told, so that numbers may be left out once
     std::deque<std::pair<Clock::time_point, std::uint64_t>> m_recent; ///< when positions were read, of late
     bool m_isBehind = false; ///< after a loss, until the end of the stream
-    std::optional<Clock::time_point> m_atEndSince;
     FieldTypes m_noTypes;
     const FieldTypes* m_types = &m_noTypes;
 };

@@ -3,6 +3,7 @@
 #include "bus/BusError.h"
 #include "bus/JsonReading.h"
 #include "bus/SubjectNames.h"
+#include "reader/EndingThreads.h"
 
 #include <algorithm>
 #include <climits>
@@ -16,10 +17,10 @@ using std::chrono::seconds;
 
 constexpr std::size_t kInboxBytes = 64U << 20;
 constexpr milliseconds kLookEvery{20};
+/// When messages come all the time.
+constexpr milliseconds kLookBetween{100};
 /// Bridges say each second how sources are, and a takeover takes 3 to 5.
 constexpr seconds kSilence{7};
-constexpr milliseconds kFirstPause{100};
-constexpr int kMostDoublings = 5;
 constexpr std::uint64_t kMostPartitions = 1024;
 /// Symbols whose last values are asked for in one round.
 constexpr std::size_t kRound = 10'000;
@@ -36,7 +37,7 @@ ReaderThread::ReaderThread(tivra::BusOptions options, std::unique_ptr<BusSource>
                [this](tivra::BusProblem&& problem) { report(std::move(problem)); },
                [this](std::uint64_t revision) -> const FieldTypes& { return typesOf(revision); },
                [inbox = m_inbox](unsigned partition, std::uint64_t generation, StreamMessage&& message) {
-                   inbox->push({static_cast<int>(partition), generation, std::move(message), {}});
+                   inbox->push({partition, generation, std::move(message)});
                }} {
     const JsonReading layout(m_source->layout(), "the layout of the bus");
     if (layout.number("tivra") != kLayoutVersion)
@@ -53,30 +54,42 @@ ReaderThread::~ReaderThread() {
 }
 
 void ReaderThread::begin() {
+    (void)EndingThreads::instance();
+    const tp::MutexLock lock(m_mutex);
     // The thread keeps this alive when it is closed in a handler of its own.
     m_thread = std::thread([self = shared_from_this()]() mutable {
         self->run();
         self.reset();
     });
+    m_threadId = m_thread.get_id();
 }
 
 void ReaderThread::close() {
     m_isEnding = true;
     std::vector<std::weak_ptr<SubscriptionState>> subscriptions;
+    std::thread thread;
+    bool isOwn = false;
     {
         const tp::MutexLock lock(m_mutex);
         subscriptions.swap(m_subscriptions);
+        thread.swap(m_thread);
+        isOwn = m_threadId == std::this_thread::get_id();
     }
     for (const auto& each : subscriptions)
         if (const auto subscription = each.lock())
             subscription->close();
     m_inbox->close();
-    if (!m_thread.joinable())
+    if (isOwn) {
+        if (thread.joinable())
+            EndingThreads::instance().add(std::move(thread));
         return;
-    if (m_thread.get_id() == std::this_thread::get_id())
-        m_thread.detach();
-    else
-        m_thread.join();
+    }
+    if (thread.joinable())
+        thread.join();
+    // It may be somebody else who waits for the thread itself.
+    const tp::MutexLock lock(m_mutex);
+    while (!m_hasEnded && m_threadId != std::thread::id())
+        m_ended.wait(m_mutex);
 }
 
 std::shared_ptr<SubscriptionState> ReaderThread::subscribe(const std::vector<tivra::Instrument>& instruments,
@@ -121,17 +134,26 @@ tivra::BusStatistics ReaderThread::statistics() const {
 void ReaderThread::run() {
     while (!m_isEnding) {
         const std::deque<InboxItem> items = m_inbox->take(Clock::now() + kLookEvery);
+        Clock::time_point lookAt = Clock::now() + kLookBetween;
         for (const InboxItem& item : items) {
             if (m_isEnding)
                 break;
             takeItem(item, Clock::now());
             m_inbox->release(item);
+            // Slow handlers hold up neither what is subscribed meanwhile nor what is to be noticed.
+            if (Clock::now() >= lookAt && !m_isEnding) {
+                work(Clock::now());
+                lookAt = Clock::now() + kLookBetween;
+            }
         }
         if (!m_isEnding)
             work(Clock::now());
     }
     // Consumers end on the thread that has made them.
     m_partitions.clear();
+    const tp::MutexLock lock(m_mutex);
+    m_hasEnded = true;
+    m_ended.notifyAll();
 }
 
 void ReaderThread::work(Clock::time_point now) {
@@ -139,26 +161,22 @@ void ReaderThread::work(Clock::time_point now) {
     for (auto each = m_partitions.begin(); each != m_partitions.end();)
         each = each->second->dropClosed() ? m_partitions.erase(each) : std::next(each);
     m_counters.partitions = m_partitions.size();
+    for (const std::string& status : m_inbox->takeStatuses())
+        takeStatus(status, now);
     followConnection();
     showStale(now);
-    if (m_wasConnected && now >= m_askAfter) {
+    if (m_wasConnected && m_trouble.isDue(now)) {
         try {
             askEngine(now);
-            m_failures = 0;
-            m_lastFailure.clear();
+            (void)m_trouble.ended();
         } catch (const BusError& error) {
-            failed(error.what(), now);
+            if (m_trouble.failed(error.what(), now))
+                report({tivra::BusProblem::Kind::Engine, -1, 0,
+                        std::string(error.what()) + "; it is tried again"});
         }
     }
     for (const auto& [number, partition] : m_partitions)
-        partition->settle(now);
-}
-
-void ReaderThread::failed(const std::string& text, Clock::time_point now) {
-    const milliseconds pause = kFirstPause * (1 << std::min(m_failures++, kMostDoublings));
-    m_askAfter = now + pause + pause * static_cast<int>(m_chance() % 50) / 100;
-    if (std::exchange(m_lastFailure, text) != text)
-        report({tivra::BusProblem::Kind::Engine, -1, 0, text + "; it is tried again"});
+        partition->settle();
 }
 
 void ReaderThread::takeSubscriptions() {
@@ -179,11 +197,7 @@ void ReaderThread::takeSubscriptions() {
 }
 
 void ReaderThread::takeItem(const InboxItem& item, Clock::time_point now) {
-    if (item.partition < 0) {
-        takeStatus(item.status, now);
-        return;
-    }
-    const auto found = m_partitions.find(static_cast<unsigned>(item.partition));
+    const auto found = m_partitions.find(item.partition);
     if (found != m_partitions.end())
         found->second->take(item.message, item.generation, now);
 }
@@ -221,6 +235,9 @@ void ReaderThread::followConnection() {
         } catch (const std::exception& error) {
             report({tivra::BusProblem::Kind::Callback, -1, 0,
                     fmt::format("onState of a reader has thrown: {}", error.what())});
+        } catch (...) {
+            report({tivra::BusProblem::Kind::Callback, -1, 0,
+                    "onState of a reader has thrown an exception that is no std::exception"});
         }
     }
 }
@@ -249,24 +266,37 @@ void ReaderThread::showStale(Clock::time_point now) {
 
 void ReaderThread::askEngine(Clock::time_point now) {
     if (!m_followsStatus) {
-        m_source->followStatus([inbox = m_inbox](std::string&& text) {
-            inbox->push({-1, 0, {}, std::move(text)});
-        });
+        m_source->followStatus([inbox = m_inbox](std::string&& text) { inbox->pushStatus(std::move(text)); });
         m_followsStatus = true;
     }
     askStatus(now);
+    startPartitions(now);
+    for (const auto& [number, each] : m_partitions) {
+        PartitionReader& partition = *each;
+        if (partition.needsBound(now) && !partition.attempt([&] { partition.bound(now); }))
+            return;
+    }
+}
+
+void ReaderThread::startPartitions(Clock::time_point now) {
     std::vector<PartitionReader*> starting;
-    for (const auto& [number, partition] : m_partitions)
-        if (partition->needsStart(now)) {
-            partition->prepare();
-            starting.push_back(partition.get());
-        }
+    // One that the engine doesn't answer for holds up the others once at a time.
+    bool hasFailed = false;
+    for (const auto& [number, each] : m_partitions) {
+        PartitionReader& partition = *each;
+        if (hasFailed || !partition.needsStart(now))
+            continue;
+        hasFailed = !partition.attempt([&partition] { partition.prepare(); });
+        if (!hasFailed)
+            starting.push_back(&partition);
+    }
     std::vector<SymbolTrack*> wanting;
     for (const auto& [number, partition] : m_partitions)
         partition->addWanting(wanting, now);
     askLastValues(wanting, now);
     for (PartitionReader* const partition : starting)
-        partition->start(now);
+        if (!hasFailed)
+            hasFailed = !partition->attempt([&] { partition->start(now); });
 }
 
 void ReaderThread::askStatus(Clock::time_point now) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/RepeatedTrouble.h"
 #include "reader/BusOptions.h"
 #include "reader/BusReader.h"
 #include "reader/BusSource.h"
@@ -12,7 +13,6 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,6 +34,7 @@ public:
     [[nodiscard]] std::shared_ptr<SubscriptionState>
     subscribe(const std::vector<tivra::Instrument>& instruments, tivra::BusHandlers handlers,
               std::vector<std::string> fields);
+    /// Waits until the thread has done its last, unless it is called on it.
     void close() TP_EXCLUDES(m_mutex);
 
     [[nodiscard]] tivra::FeedState state() const;
@@ -57,13 +58,14 @@ private:
     void takeStatus(const std::string& text, Clock::time_point now);
     void followConnection();
     void showStale(Clock::time_point now);
-    /// Starts what has to be, and asks for last values. @throws BusError
+    /// Asks for all that is wanted of it. @throws BusError
     void askEngine(Clock::time_point now);
     void askLastValues(std::vector<SymbolTrack*>& tracks, Clock::time_point now);
     void askStatus(Clock::time_point now);
+    /// Starts the reading of partitions that want it. @throws BusError
+    void startPartitions(Clock::time_point now);
     [[nodiscard]] const FieldTypes& typesOf(std::uint64_t revision);
     void report(tivra::BusProblem&& problem);
-    void failed(const std::string& text, Clock::time_point now);
 
     const tivra::BusOptions m_options;
     const std::shared_ptr<Inbox> m_inbox;
@@ -80,16 +82,16 @@ private:
     Clock::time_point m_typesAfter{};
     bool m_wasConnected = true;
     bool m_followsStatus = false;
-    Clock::time_point m_askAfter{};
-    int m_failures = 0;
-    std::string m_lastFailure;
-    std::minstd_rand m_chance{std::random_device()()};
+    RepeatedTrouble m_trouble; ///< with what isn't of one partition
 
     mutable tp::Mutex m_mutex;
     std::vector<std::shared_ptr<SubscriptionState>> m_new TP_GUARDED_BY(m_mutex);
     std::vector<std::weak_ptr<SubscriptionState>> m_subscriptions TP_GUARDED_BY(m_mutex);
     std::atomic<bool> m_isEnding{false};
-    std::thread m_thread;
+    tp::ConditionVariable m_ended;
+    bool m_hasEnded TP_GUARDED_BY(m_mutex) = false; ///< nothing is called any more
+    std::thread::id m_threadId TP_GUARDED_BY(m_mutex);
+    std::thread m_thread TP_GUARDED_BY(m_mutex); ///< until somebody closes
 };
 
 } // namespace tivra_bus

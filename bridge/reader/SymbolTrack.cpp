@@ -51,10 +51,12 @@ system_clock::time_point timeOr(const std::string& text, system_clock::time_poin
 SymbolTrack::SymbolTrack(tivra::Instrument instrument, std::shared_ptr<SubscriptionState> subscription)
     : m_instrument(std::move(instrument)), m_subscription(std::move(subscription)), m_pause(kFirstPause) {}
 
-bool SymbolTrack::wantsLastValues(bool isAtEnd, Clock::time_point now) const {
+bool SymbolTrack::wantsLastValues(milliseconds lookBack, Clock::time_point now) const {
     if (m_kept || now < m_askAfter)
         return false;
-    return !m_isJoined || m_isPartial || (m_missed && isAtEnd);
+    // Of one that goes on the numbers show what is missing; before those of a quiet one are asked for, they
+    // have to be as late as what is missing.
+    return !m_isJoined || m_isPartial || (m_missed && now - m_missedSince >= lookBack);
 }
 
 void SymbolTrack::takeLastValues(const LastValues* last, const FieldTypes& types, Clock::time_point now) {
@@ -71,6 +73,7 @@ void SymbolTrack::takeLastValues(const LastValues* last, const FieldTypes& types
     } else if (place >= m_place) {
         m_kept = *last;
         m_keptSince = now;
+        m_keptTo.reset();
         reach(types);
     }
 }
@@ -173,10 +176,12 @@ void SymbolTrack::reach(const FieldTypes& types) {
         tellMissing(place, 0);
     if (m_isPartial)
         replaceByLast(last, Kind::Refresh, types);
+    else
+        show("");
 }
 
-void SymbolTrack::settle(std::chrono::milliseconds patience, const FieldTypes& types, Clock::time_point now) {
-    if (!m_kept || now - m_keptSince < patience)
+void SymbolTrack::settle(std::uint64_t position, const FieldTypes& types) {
+    if (!m_kept || !m_keptTo || position < *m_keptTo)
         return;
     const LastValues last = std::move(*m_kept);
     m_kept.reset();
@@ -210,8 +215,10 @@ void SymbolTrack::miss(Cause cause) {
         return;
     const system_clock::time_point now = system_clock::now();
     m_missed = tivra::BusGap{cause, now, now, {}, {}};
+    m_missedSince = Clock::now();
     m_askAfter = {};
     m_pause = kFirstPause;
+    show("something may be missing");
 }
 
 void SymbolTrack::beginAnew() {
@@ -252,7 +259,7 @@ DataState SymbolTrack::shown() const {
         return m_told == DataState::Refused ? DataState::Refused : DataState::Pending;
     if (!m_staleCause.empty())
         return DataState::Stale;
-    if (m_told == DataState::Live && (m_isBehind || m_isPartial))
+    if (m_told == DataState::Live && (m_isBehind || m_isPartial || m_missed))
         return DataState::Recovering;
     return m_told == DataState::Pending ? DataState::Recovering : m_told;
 }

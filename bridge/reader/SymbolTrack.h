@@ -41,9 +41,8 @@ public:
     [[nodiscard]] const std::shared_ptr<SubscriptionState>& subscription() const { return m_subscription; }
     [[nodiscard]] const tivra::Instrument& instrument() const { return m_instrument; }
 
-    /// Whether last values would be of use now. @param isAtEnd  the stream has been read to its end for a
-    /// while
-    [[nodiscard]] bool wantsLastValues(bool isAtEnd, Clock::time_point now) const;
+    /// Whether last values would be of use now. @param lookBack  how late they may be behind the stream
+    [[nodiscard]] bool wantsLastValues(std::chrono::milliseconds lookBack, Clock::time_point now) const;
     /// The answer; null when there are none.
     void takeLastValues(const LastValues* last, const FieldTypes& types, Clock::time_point now);
     /// A record of the symbol, or a gap of all symbols.
@@ -56,8 +55,14 @@ public:
         if (position > m_readTo)
             miss(cause);
     }
-    /// The stream has been read to its end: last values that it hasn't come to in so long are handed out.
-    void settle(std::chrono::milliseconds patience, const FieldTypes& types, Clock::time_point now);
+    /// Whether last values are kept for so long that the stream has their place by now, if it ever has it.
+    [[nodiscard]] bool wantsBound(std::chrono::milliseconds lookBack, Clock::time_point now) const {
+        return m_kept && !m_keptTo && now - m_keptSince >= lookBack;
+    }
+    /// Where the stream ends now.
+    void boundAt(std::uint64_t end) { m_keptTo = end; }
+    /// The stream has been read up to there: last values that it hasn't come to are handed out.
+    void settle(std::uint64_t position, const FieldTypes& types);
     /// What the stream has up to there was written before last values were asked for.
     void joinAt(std::uint64_t end) { m_joinEnd = end; }
     /// What the stream has up to there has been read by this track, and may come again.
@@ -103,8 +108,10 @@ private:
     bool m_isPartial = false;              ///< values may be missing until an image
     bool m_isExcused = false;              ///< a gap was told since the last values
     std::optional<tivra::BusGap> m_missed; ///< not told yet, since its count isn't known
-    std::optional<LastValues> m_kept;      ///< ahead of the stream
+    Clock::time_point m_missedSince{};
+    std::optional<LastValues> m_kept; ///< ahead of the stream
     Clock::time_point m_keptSince{};
+    std::optional<std::uint64_t> m_keptTo; ///< see boundAt()
 
     tivra::DataState m_told = tivra::DataState::Live; ///< by the bridge
     bool m_isBehind = false;

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "bus/BusPublisher.h"
+#include "bus/RepeatedTrouble.h"
 #include "run/HubDictionary.h"
 #include "run/LastValuesWriter.h"
 #include "run/PartitionWriter.h"
-#include "run/RepeatedTrouble.h"
 #include "run/SendBell.h"
 #include "run/WriterCounters.h"
 #include "run/WriterOptions.h"

@@ -53,7 +53,9 @@ public:
     [[nodiscard]] std::string take() {
         return std::string(m_records.close({"json", 0, m_epoch, ++m_batch, 0, 0, "now"}).message());
     }
-    void close() { m_engine.append(take()); }
+    void close() { (void)closeAt(); }
+    /// @return the batch's position
+    std::uint64_t closeAt() { return m_engine.append(take()); }
     /// In place of the batch that is open.
     void closeAs(const std::string& bytes) {
         (void)take();
@@ -118,11 +120,11 @@ private:
 
 class BusReader : public testing::Test {
 protected:
-    tivra::BusReader open() {
+    tivra::BusReader open(unsigned partitions = 1) {
         tivra::BusOptions options;
         options.lookBack = milliseconds(100);
         options.onProblem = [this](const tivra::BusProblem& problem) { problems.add(problem.text); };
-        return tivra::BusReader::open(options, std::make_unique<FakeSource>(engine));
+        return tivra::BusReader::open(options, std::make_unique<FakeSource>(engine, partitions));
     }
     tivra::BusSubscription subscribe() { return reader.subscribe(100, {"IBM"}, seen.handlers()); }
 
@@ -279,6 +281,99 @@ TEST_F(BusReader, AnEngineThatWasAwayIsReadFromWhereItWasLeftAndWhatItHasDropped
     EXPECT_EQ(seen.upTo("refresh 9"),
               Lines{"image 1"} + updates(2, 3) + Lines{"gap expired 4"} + updates(8, 9) + Lines{"refresh 9"});
     EXPECT_EQ(subscription.statistics().missing, 4U);
+}
+
+TEST_F(BusReader, AQuietSymbolGetsItsValuesThoughTheStreamIsNeverReadToItsEnd) {
+    for (const bool isAllDropped : {false, true}) {
+        Seen own;
+        Writer each(engine, isAllDropped ? 3 : 2);
+        const std::uint64_t image = each.image(1).closeAt();
+        each.last(1);
+        const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, own.handlers());
+        (void)own.upTo("image 1");
+        each.updates(2, 4);
+        engine.setLag(1000);
+        engine.setConnected(false);
+        (void)own.upTo("stale", true);
+        const std::uint64_t dropped = each.closeAt();
+        EXPECT_EQ(dropped, image + 1);
+        if (!isAllDropped)
+            each.close();
+        each.last(4);
+        engine.dropTo(dropped);
+        engine.setConnected(true);
+        EXPECT_EQ(own.upTo("image 4"), (Lines{"image 1", "gap expired 3", "image 4"}));
+    }
+}
+
+TEST_F(BusReader, WhatTheStreamStillBringsIsNotCountedAsMissing) {
+    const std::uint64_t image = writer.image(1).closeAt();
+    writer.last(1);
+    const tivra::BusSubscription subscription = subscribe();
+    (void)seen.upTo("image 1");
+    engine.setConnected(false);
+    (void)seen.upTo("stale", true);
+    writer.updates(2, 4).close();
+    writer.close();
+    engine.dropTo(image + 1);
+    engine.hold();
+    writer.updates(5, 6).close();
+    writer.last(6);
+    engine.setConnected(true);
+    // To begin again, and then to know how far it has to be read before the last values that the reader has
+    // by then are taken.
+    engine.releaseWhenAsked(2);
+    EXPECT_EQ(seen.upTo("refresh 6"),
+              Lines({"image 1", "gap expired 3"}) + updates(5, 6) + Lines{"refresh 6"});
+}
+
+TEST_F(BusReader, APartitionThatTheEngineDoesNotAnswerForHoldsUpNoOther) {
+    tivra::BusReader two = open(2);
+    const tivra::BusSubscription lost = two.subscribe(100, {"AIG"}, {});
+    writer.image(1).close();
+    writer.last(1);
+    const tivra::BusSubscription subscription = two.subscribe(100, {"IBM"}, seen.handlers());
+    (void)problems.upTo("partition 1: no leader; it is tried again");
+    writer.updates(2, 3).close();
+    EXPECT_EQ(seen.upTo("update 3"), Lines{"image 1"} + updates(2, 3));
+}
+
+namespace {
+
+std::atomic<bool> g_isEnding{false}, g_isDestroyed{false};
+
+/// A reader that its own handler closes, in a process that ends while the handler still runs.
+[[noreturn]] void endWhileAHandlerRuns(FakeEngine& engine) {
+    struct Probe {
+        ~Probe() { g_isDestroyed = true; }
+    };
+    static const Probe probe;
+    static std::atomic<bool> isClosed{false};
+    static tivra::BusReader reader =
+        tivra::BusReader::open(tivra::BusOptions{}, std::make_unique<FakeSource>(engine));
+    tivra::BusHandlers handlers;
+    handlers.onUpdate = [](const tivra::BusUpdate&) {
+        reader.close();
+        isClosed = true;
+        const auto deadline = std::chrono::steady_clock::now() + milliseconds(300);
+        while (!g_isDestroyed && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        if (g_isDestroyed)
+            std::_Exit(9);
+    };
+    static const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, handlers);
+    while (!isClosed)
+        std::this_thread::yield();
+    std::exit(0);
+}
+
+} // namespace
+
+TEST_F(BusReader, AProcessEndsAfterTheHandlerThatHasClosedItsReader) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    writer.image(1).close();
+    writer.last(1);
+    EXPECT_EXIT(endWhileAHandlerRuns(engine), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(BusReader, AHandlerMayThrowAndMayCloseItsSubscription) {

@@ -4,6 +4,8 @@
 #include "reader/BusSource.h"
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <string>
@@ -32,6 +34,25 @@ public:
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_dropped = position;
     }
+    /// Others write so much that the stream is never read to its end.
+    void setLag(std::uint64_t messages) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_lag = messages;
+    }
+    /// Messages that come from now on stay with the engine, which says where they end.
+    void hold() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isHeld = true;
+        m_asked = 0;
+    }
+    /// Sends them once somebody has asked so often for their end.
+    void releaseWhenAsked(std::size_t times) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_asked >= times; });
+        m_isHeld = false;
+        for (auto& [number, consumer] : m_consumers)
+            send(consumer);
+    }
     void setConnected(bool isConnected) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_isConnected = isConnected;
@@ -52,6 +73,8 @@ public:
     [[nodiscard]] tivra_bus::StreamSpan span() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         requireConnection();
+        ++m_asked;
+        m_changed.notify_all();
         return {m_dropped + 1, m_stream.size(), {}};
     }
     std::uint64_t follow(const tivra_bus::StreamStart& start, tivra_bus::BusSource::OnMessage onMessage) {
@@ -63,6 +86,10 @@ public:
         consumer = {std::max(position != nullptr ? *position : 0, m_dropped + 1), 0, std::move(onMessage)};
         send(consumer);
         return m_lastConsumer;
+    }
+    [[nodiscard]] std::uint64_t lag() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_lag;
     }
     void forget(std::uint64_t consumer) {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -77,8 +104,8 @@ private:
     };
 
     void send(Consumer& consumer) {
-        for (; consumer.next <= m_stream.size(); ++consumer.next)
-            consumer.onMessage({consumer.next, ++consumer.order, m_stream.size() - consumer.next,
+        for (; !m_isHeld && consumer.next <= m_stream.size(); ++consumer.next)
+            consumer.onMessage({consumer.next, ++consumer.order, m_stream.size() - consumer.next + m_lag,
                                 m_stream[consumer.next - 1]});
     }
     void requireConnection() const {
@@ -87,20 +114,27 @@ private:
     }
 
     std::mutex m_mutex;
+    std::condition_variable m_changed;
     std::vector<std::string> m_stream;
     std::map<std::string, std::string> m_last;
     std::map<std::uint64_t, Consumer> m_consumers;
     std::uint64_t m_lastConsumer = 0;
     std::uint64_t m_dropped = 0;
+    std::uint64_t m_lag = 0;
+    std::size_t m_asked = 0; ///< for the end
+    bool m_isHeld = false;
     bool m_isConnected = true;
 };
 
-/// A reader's connection to it.
+/// A reader's connection to it. Of the partitions only the first has a stream that answers.
 class FakeSource : public tivra_bus::BusSource {
 public:
-    explicit FakeSource(FakeEngine& engine) : m_engine(engine) {}
+    explicit FakeSource(FakeEngine& engine, unsigned partitions = 1)
+        : m_engine(engine), m_partitions(partitions) {}
 
-    std::string layout() override { return R"({"tivra":1,"partitions":1})"; }
+    std::string layout() override {
+        return R"({"tivra":1,"partitions":)" + std::to_string(m_partitions) + "}";
+    }
     std::string dictionary() override { return R"({"tivra":1,"fields":{"TIME":"time"}})"; }
     std::vector<std::optional<std::string>>
     lastValues(const std::vector<tivra::Instrument>& instruments) override {
@@ -111,7 +145,11 @@ public:
     }
     std::optional<std::string> status(int) override { return R"({"tivra":1,"source":100,"state":"up"})"; }
     void followStatus(OnStatus) override {}
-    tivra_bus::StreamSpan spanOf(unsigned) override { return m_engine.span(); }
+    tivra_bus::StreamSpan spanOf(unsigned partition) override {
+        if (partition > 0)
+            throw tivra_bus::BusError("no leader");
+        return m_engine.span();
+    }
     std::unique_ptr<tivra_bus::BusConsumer> follow(unsigned, const tivra_bus::StreamStart& start,
                                                    OnMessage onMessage) override {
         return std::make_unique<Consumer>(m_engine, m_engine.follow(start, std::move(onMessage)));
@@ -122,12 +160,13 @@ private:
     struct Consumer : tivra_bus::BusConsumer {
         Consumer(FakeEngine& consumed, std::uint64_t ownNumber) : engine(consumed), number(ownNumber) {}
         ~Consumer() override { engine.forget(number); }
-        std::uint64_t behind() const override { return 0; }
+        std::uint64_t behind() const override { return engine.lag(); }
         FakeEngine& engine;
         const std::uint64_t number;
     };
 
     FakeEngine& m_engine;
+    const unsigned m_partitions;
 };
 
 } // namespace bridge_test

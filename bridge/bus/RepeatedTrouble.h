@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <random>
 #include <string>
 #include <utility>
 
@@ -15,7 +16,8 @@ public:
 
     /// @return whether nobody has heard of this cause yet
     [[nodiscard]] bool failed(const std::string& cause, Clock::time_point now) {
-        m_next = now + kFirstPause * (1 << std::min(m_count++, kMostDoublings));
+        const auto pause = kFirstPause * (1 << std::min(m_count++, kMostDoublings));
+        m_next = now + pause + pause * static_cast<int>(m_chance() % 50) / 100;
         return std::exchange(m_cause, cause) != cause;
     }
     /// @return whether it had failed
@@ -34,6 +36,7 @@ private:
     std::string m_cause;
     int m_count = 0;
     Clock::time_point m_next{};
+    std::minstd_rand m_chance{std::random_device()()};
 };
 
 } // namespace tivra_bus
