@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
@@ -81,13 +80,10 @@ std::vector<std::optional<std::string>> NatsSource::lastMessages(const std::stri
                                (inbox + std::to_string(i)).c_str(), nullptr, 0),
                            attempt);
     std::vector<std::optional<std::string>> found(subjects.size());
-    const auto deadline = std::chrono::steady_clock::now() + m_patience;
     for (std::size_t missing = subjects.size(); missing > 0; --missing) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
         natsMsg* message = nullptr;
-        m_connection.check(natsSubscription_NextMsg(&message, raw, std::max<std::int64_t>(left.count(), 1)),
-                           attempt);
+        // For each: all of them may well take a busy engine longer.
+        m_connection.check(natsSubscription_NextMsg(&message, raw, m_patience.count()), attempt);
         const NatsMessage owner(message);
         const int status = statusOf(message);
         if (status == 503)

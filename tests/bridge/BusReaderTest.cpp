@@ -5,11 +5,14 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <numeric>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace tivra_bus;
@@ -125,6 +128,11 @@ protected:
         options.lookBack = milliseconds(100);
         options.onProblem = [this](const tivra::BusProblem& problem) { problems.add(problem.text); };
         return tivra::BusReader::open(options, std::make_unique<FakeSource>(engine, partitions));
+    }
+    void awaitBatches(std::uint64_t count) const {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (reader.statistics().batches < count && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
     }
     tivra::BusSubscription subscribe() { return reader.subscribe(100, {"IBM"}, seen.handlers()); }
 
@@ -311,18 +319,19 @@ TEST_F(BusReader, WhatTheStreamStillBringsIsNotCountedAsMissing) {
     writer.last(1);
     const tivra::BusSubscription subscription = subscribe();
     (void)seen.upTo("image 1");
+    awaitBatches(image);
     engine.setConnected(false);
     (void)seen.upTo("stale", true);
     writer.updates(2, 4).close();
     writer.close();
     engine.dropTo(image + 1);
+    engine.setConnected(true);
+    awaitBatches(image + 1);
     engine.hold();
     writer.updates(5, 6).close();
     writer.last(6);
-    engine.setConnected(true);
-    // To begin again, and then to know how far it has to be read before the last values that the reader has
-    // by then are taken.
-    engine.releaseWhenAsked(2);
+    // How far it has to be read before the last values that the reader has by then are taken.
+    engine.releaseWhenAsked();
     EXPECT_EQ(seen.upTo("refresh 6"),
               Lines({"image 1", "gap expired 3"}) + updates(5, 6) + Lines{"refresh 6"});
 }
@@ -340,20 +349,23 @@ TEST_F(BusReader, APartitionThatTheEngineDoesNotAnswerForHoldsUpNoOther) {
 
 namespace {
 
-std::atomic<bool> g_isEnding{false}, g_isDestroyed{false};
+std::atomic<bool> g_isDestroyed{false};
+
+/// Goes when the process ends.
+const struct Probe {
+    Probe() = default;
+    ~Probe() { g_isDestroyed = true; }
+} g_probe;
 
 /// A reader that its own handler closes, in a process that ends while the handler still runs.
 [[noreturn]] void endWhileAHandlerRuns(FakeEngine& engine) {
-    struct Probe {
-        ~Probe() { g_isDestroyed = true; }
-    };
-    static const Probe probe;
     static std::atomic<bool> isClosed{false};
-    static tivra::BusReader reader =
-        tivra::BusReader::open(tivra::BusOptions{}, std::make_unique<FakeSource>(engine));
+    // Nobody destroys it, and so waits for what runs.
+    static auto* const reader = new tivra::BusReader(
+        tivra::BusReader::open(tivra::BusOptions{}, std::make_unique<FakeSource>(engine)));
     tivra::BusHandlers handlers;
     handlers.onUpdate = [](const tivra::BusUpdate&) {
-        reader.close();
+        reader->close();
         isClosed = true;
         const auto deadline = std::chrono::steady_clock::now() + milliseconds(300);
         while (!g_isDestroyed && std::chrono::steady_clock::now() < deadline)
@@ -361,8 +373,9 @@ std::atomic<bool> g_isEnding{false}, g_isDestroyed{false};
         if (g_isDestroyed)
             std::_Exit(9);
     };
-    static const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, handlers);
-    while (!isClosed)
+    static const auto* const subscription =
+        new tivra::BusSubscription(reader->subscribe(100, {"IBM"}, handlers));
+    while (!isClosed || subscription == nullptr)
         std::this_thread::yield();
     std::exit(0);
 }

@@ -45,10 +45,10 @@ public:
         m_isHeld = true;
         m_asked = 0;
     }
-    /// Sends them once somebody has asked so often for their end.
-    void releaseWhenAsked(std::size_t times) {
+    /// Sends them once somebody has asked for their end.
+    void releaseWhenAsked() {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_asked >= times; });
+        m_changed.wait_for(lock, std::chrono::seconds(20), [&] { return m_asked > 0; });
         m_isHeld = false;
         for (auto& [number, consumer] : m_consumers)
             send(consumer);
