@@ -1,27 +1,19 @@
 #pragma once
 
-#include <nats/nats.h>
+#include "bus/Handle.h"
 
-#include <memory>
+#include <nats/nats.h>
 
 namespace tivra_bus {
 
-/// Owns what the client library gives out.
-template<class T, auto DESTROY>
-struct NatsDestroy {
-    void operator()(T* handle) const noexcept { DESTROY(handle); }
-};
-template<class T, auto DESTROY>
-using NatsHandle = std::unique_ptr<T, NatsDestroy<T, DESTROY>>;
-
-using NatsMessage = NatsHandle<natsMsg, natsMsg_Destroy>;
-using NatsOptions = NatsHandle<natsOptions, natsOptions_Destroy>;
-using NatsSubscription = NatsHandle<natsSubscription, natsSubscription_Destroy>;
-using NatsAcknowledgement = NatsHandle<jsPubAck, jsPubAck_Destroy>;
-using NatsStreamInfo = NatsHandle<jsStreamInfo, jsStreamInfo_Destroy>;
-using NatsContext = NatsHandle<jsCtx, jsCtx_Destroy>;
-using NatsBucket = NatsHandle<kvStore, kvStore_Destroy>;
-using NatsEntry = NatsHandle<kvEntry, kvEntry_Destroy>;
-using NatsWatcher = NatsHandle<kvWatcher, kvWatcher_Destroy>;
+using NatsMessage = Handle<natsMsg, natsMsg_Destroy>;
+using NatsOptions = Handle<natsOptions, natsOptions_Destroy>;
+using NatsSubscription = Handle<natsSubscription, natsSubscription_Destroy>;
+using NatsAcknowledgement = Handle<jsPubAck, jsPubAck_Destroy>;
+using NatsStreamInfo = Handle<jsStreamInfo, jsStreamInfo_Destroy>;
+using NatsContext = Handle<jsCtx, jsCtx_Destroy>;
+using NatsBucket = Handle<kvStore, kvStore_Destroy>;
+using NatsEntry = Handle<kvEntry, kvEntry_Destroy>;
+using NatsWatcher = Handle<kvWatcher, kvWatcher_Destroy>;
 
 } // namespace tivra_bus

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
@@ -13,6 +14,9 @@
 namespace tivra_bus {
 
 namespace {
+
+/// How many times as long as one all answers of a round may take, of an engine that is busy.
+constexpr int kRoundPatience = 5;
 
 std::string_view bytesOf(natsMsg* message) {
     return {natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message))};
@@ -80,10 +84,14 @@ std::vector<std::optional<std::string>> NatsSource::lastMessages(const std::stri
                                (inbox + std::to_string(i)).c_str(), nullptr, 0),
                            attempt);
     std::vector<std::optional<std::string>> found(subjects.size());
+    const auto deadline = std::chrono::steady_clock::now() + kRoundPatience * m_patience;
     for (std::size_t missing = subjects.size(); missing > 0; --missing) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         natsMsg* message = nullptr;
-        // For each: all of them may well take a busy engine longer.
-        m_connection.check(natsSubscription_NextMsg(&message, raw, m_patience.count()), attempt);
+        m_connection.check(natsSubscription_NextMsg(
+                               &message, raw, std::clamp<std::int64_t>(left.count(), 1, m_patience.count())),
+                           attempt);
         const NatsMessage owner(message);
         const int status = statusOf(message);
         if (status == 503)

@@ -4,7 +4,6 @@ usage: kafka_rounds.py PROGRAMS [FAULT...]     PROGRAMS is the build folder; wit
 """
 import json
 import re
-import shutil
 import signal
 import subprocess
 import sys
@@ -12,8 +11,8 @@ import time
 from collections import Counter
 from pathlib import Path
 
-from rounds import PARTITIONS, SYMBOLS, Round, free_port, wait_until
-from stream_check import SEQUENCE, Partition
+from rounds import PARTITIONS, Round, free_port, report, wait_until
+from stream_check import Partition
 
 DAY = 25.0  # seconds that the hub plays
 PATIENCE = 90.0
@@ -52,25 +51,14 @@ class KafkaRound(Round):
         self.plan, self.megabytes = [(DAY - 4.0, "", 0.0)], 64
         self.controller = free_port()
         self.servers = f"127.0.0.1:{self.port}"
+        self.url, self.names = f"kafka://{self.servers}", ["one", "two"]
 
-    def begin(self):
+    def begin_engine(self):
         self.broker = self.run("broker", SCRIPT, "run", self.folder / "broker", self.port, self.controller)
         self.await_broker()
-        tools = self.programs / "tools"
-        self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--playback", self.write_day(),
-                            "--factor", 1, "--start-when", 2 * SYMBOLS)
-        wait_until("a hub", lambda: self.hub.says("listening on "))
-        hub = self.hub.log.read_text().split("listening on ")[1].split()[0]
-        symbols = self.folder / "symbols"
-        symbols.write_text("".join(symbol + "\n" for symbol in self.symbols))
-        self.bridges = [self.run(name, self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo", "-s", 100,
-                                 "-f", symbols, "--to", f"kafka://{self.servers}", "--partitions", PARTITIONS,
-                                 "--name", name) for name in ("one", "two")]
+
+    def await_shares(self):
         wait_until("a share for each", lambda: all(len(self.held(bridge)) == 2 for bridge in self.bridges), PATIENCE)
-        # The truth subscribes last and sets the day going.
-        self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", hub, "--user", "demo", "-s", 100,
-                              "-o", "json", "--no-summary", "subscribe", "-f", symbols)
-        wait_until("updates", lambda: self.truth.says(SEQUENCE))
 
     def await_broker(self):
         def answers():
@@ -103,7 +91,7 @@ class KafkaRound(Round):
         taken = time.monotonic() - began
         victim.send(signal.SIGCONT)
         if kind == "stop":
-            wait_until("a share for each", lambda: all(len(self.held(bridge)) == 2 for bridge in self.bridges), PATIENCE)
+            self.await_shares()
         return taken
 
     def judge(self, truth):
@@ -145,14 +133,7 @@ def main():
             taken, counts, problems = 0.0, {}, [f"{type(error).__name__}: {error}"]
         finally:
             this.end()
-        print(f"{kind}: over after {taken:.1f} s, {dict(counts)}: {'bad' if problems else 'good'}", flush=True)
-        for problem in problems[:10]:
-            print("    " + problem)
-        if problems:
-            bad += 1
-            print(f"    its logs are in {this.folder}")
-        else:
-            shutil.rmtree(this.folder)
+        bad += not report(this, f"{kind}: over after {taken:.1f} s, {dict(counts)}", problems)
     return 1 if bad else 0
 
 

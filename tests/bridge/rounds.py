@@ -73,6 +73,7 @@ class Round:
         self.processes = []
         self.port = free_port()
         self.url = f"nats://127.0.0.1:{self.port}"
+        self.names = [f"bridge{i}" for i in range(BRIDGES)]
         self.symbols = [f"Q{number:03d}" for number in range(SYMBOLS)]
         self.plan = [(self.chance.uniform(0.3, 1.5), self.chance.choice(FAULTS), self.chance.uniform(0.2, 6.0))
                      for _ in range(self.chance.choice([1, 1, 2]))]
@@ -102,9 +103,7 @@ class Round:
         return day
 
     def begin(self):
-        server = shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin")
-        self.server = self.run("server", server, "-a", "127.0.0.1", "-p", self.port, "-js", "-sd", self.folder / "js")
-        self.wait_for_server()
+        self.begin_engine()
         tools = self.programs / "tools"
         # The bridges' symbols are one each, so this many are subscribed when the reader of the truth has come too.
         self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--playback", self.write_day(),
@@ -113,15 +112,22 @@ class Round:
         hub = self.hub.log.read_text().split("listening on ")[1].split()[0]
         symbols = self.folder / "symbols"
         symbols.write_text("".join(symbol + "\n" for symbol in self.symbols))
-        self.bridges = [self.run(f"bridge{i}", self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo",
-                                 "-s", 100, "-f", symbols, "--to", self.url, "--partitions", PARTITIONS,
-                                 "--name", f"bridge{i}", "--buffer-megabytes", self.megabytes)
-                        for i in range(BRIDGES)]
-        wait_until("all partitions", lambda: len(self.holders()) == PARTITIONS)
+        self.bridges = [self.run(name, self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo", "-s", 100,
+                                 "-f", symbols, "--to", self.url, "--partitions", PARTITIONS, "--name", name,
+                                 "--buffer-megabytes", self.megabytes) for name in self.names]
+        self.await_shares()
         # The truth subscribes last and sets the day going.
         self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", hub, "--user", "demo", "-s", 100,
                               "-o", "json", "--no-summary", "subscribe", "-f", symbols)
         wait_until("updates", lambda: self.truth.says(SEQUENCE))
+
+    def begin_engine(self):
+        server = shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin")
+        self.server = self.run("server", server, "-a", "127.0.0.1", "-p", self.port, "-js", "-sd", self.folder / "js")
+        self.wait_for_server()
+
+    def await_shares(self):
+        wait_until("all partitions", lambda: len(self.holders()) == PARTITIONS)
 
     def wait_for_server(self):
         def answers():
@@ -270,6 +276,18 @@ class Round:
                 process.end(signal.SIGKILL)
 
 
+def report(this, text, problems):
+    """Says how a round was, and keeps its logs if it was bad. @return whether it was good"""
+    print(f"{text}: {'bad' if problems else 'good'}", flush=True)
+    for problem in problems[:10]:
+        print("    " + problem)
+    if problems:
+        print(f"    its logs are in {this.folder}")
+    else:
+        shutil.rmtree(this.folder)
+    return not problems
+
+
 def play(number, programs, total):
     """@return whether it was good"""
     this = Round(programs, number)
@@ -286,15 +304,8 @@ def play(number, programs, total):
     records, missing = sum(p.records for p in parts), sum(p.missing for p in parts)
     total.update(records=records, missing=missing, gaps=sum(causes.values()), needless=len(needless))
     total.update(fault.split()[0] for fault in faults)
-    print(f"round {number}: {', '.join(faults) or 'none'}: last values right after {recovered:.1f} s, {records} records, "
-          f"{missing} missing, gaps {dict(causes)}: {'bad' if problems else 'good'}", flush=True)
-    for problem in problems[:10]:
-        print("    " + problem)
-    if problems:
-        print(f"    its logs are in {this.folder}")
-    else:
-        shutil.rmtree(this.folder)
-    return not problems
+    return report(this, f"round {number}: {', '.join(faults) or 'none'}: last values right after {recovered:.1f} s, "
+                        f"{records} records, {missing} missing, gaps {dict(causes)}", problems)
 
 
 def main():

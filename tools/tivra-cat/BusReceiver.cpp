@@ -61,38 +61,13 @@ void BusReceiver::onUpdate(const tivra::BusUpdate& update) {
         isFirst = m_answered.insert(update.instrument()).second;
     }
     const bool isWanted = isFirst ? m_settings.takesImages : m_settings.takesUpdates;
-    if (isWanted && claim()) {
-        count(type);
+    if (isWanted && m_count.claim()) {
+        m_count.count(type);
         if (m_settings.copiesMessages && !m_queue.push(copy(update, type)))
             m_counters.outputDropped.fetch_add(1, std::memory_order_relaxed);
     }
     if (isFirst)
         m_wakeup.notify();
-}
-
-bool BusReceiver::claim() {
-    if (m_settings.limit == 0)
-        return true;
-    const std::uint64_t before = m_claimed.fetch_add(1, std::memory_order_relaxed);
-    if (before + 1 == m_settings.limit)
-        m_wakeup.notify();
-    return before < m_settings.limit;
-}
-
-void BusReceiver::count(Type::Types type) {
-    const std::int64_t now = std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                 std::chrono::steady_clock::now().time_since_epoch())
-                                 .count();
-    std::int64_t none = 0;
-    m_counters.firstNanoseconds.compare_exchange_strong(none, now, std::memory_order_relaxed);
-    m_counters.lastNanoseconds.store(now, std::memory_order_relaxed);
-    const auto increment = [](std::atomic<std::uint64_t>& counter) {
-        counter.fetch_add(1, std::memory_order_relaxed);
-    };
-    increment(m_counters.received);
-    increment(type == Type::UPDATE    ? m_counters.updates
-              : type == Type::REFRESH ? m_counters.refreshes
-                                      : m_counters.imageParts);
 }
 
 Record BusReceiver::copy(const tivra::BusUpdate& update, Type::Types type) {

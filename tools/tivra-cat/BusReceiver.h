@@ -2,12 +2,12 @@
 
 #include "Counters.h"
 #include "FieldSelection.h"
+#include "MessageCount.h"
 #include "RecordQueue.h"
 #include "Wakeup.h"
 
 #include <reader/BusReader.h>
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -35,16 +35,15 @@ public:
         , m_selection(selection)
         , m_queue(queue)
         , m_counters(counters)
-        , m_wakeup(wakeup) {}
+        , m_wakeup(wakeup)
+        , m_count(settings.limit, counters, wakeup) {}
 
     /// They have to be gone before this.
     [[nodiscard]] tivra::BusHandlers handlers();
     void onState(const tivra::FeedStateChange& change);
     void onProblem(const tivra::BusProblem& problem);
 
-    [[nodiscard]] bool isLimitReached() const {
-        return m_settings.limit > 0 && m_claimed.load(std::memory_order_relaxed) >= m_settings.limit;
-    }
+    [[nodiscard]] bool isLimitReached() const { return m_count.isLimitReached(); }
     /// Symbols whose last values have come.
     [[nodiscard]] std::size_t answered() const;
     /// Names of at most `limit` of these whose last values haven't.
@@ -66,9 +65,7 @@ private:
 
     void onUpdate(const tivra::BusUpdate& update);
     void onGap(const tivra::Instrument& instrument, const tivra::BusGap& gap);
-    [[nodiscard]] bool claim();
     [[nodiscard]] Record copy(const tivra::BusUpdate& update, tivra::MessageEvent::Types type);
-    void count(tivra::MessageEvent::Types type);
     void mark(const std::string& text);
 
     const Settings m_settings;
@@ -76,7 +73,7 @@ private:
     RecordQueue& m_queue;
     Counters& m_counters;
     const Wakeup& m_wakeup;
-    std::atomic<std::uint64_t> m_claimed{0};
+    MessageCount m_count;
 
     mutable std::mutex m_mutex;                    ///< guards all below
     std::unordered_map<std::string, Name> m_names; ///< whose texts stay where they are

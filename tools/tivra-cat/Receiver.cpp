@@ -14,14 +14,8 @@ double secondsSinceEpoch() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
-std::int64_t steadyNanoseconds() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-void increment(std::atomic<std::uint64_t>& counter, std::uint64_t by = 1) {
-    counter.fetch_add(by, std::memory_order_relaxed);
+void increment(std::atomic<std::uint64_t>& counter) {
+    counter.fetch_add(1, std::memory_order_relaxed);
 }
 
 } // namespace
@@ -35,9 +29,9 @@ void Receiver::onMessageEvent(const tivra::MessageEvent& event) {
 }
 
 void Receiver::onData(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {
-    if (!claim())
+    if (!m_count.claim())
         return;
-    count(type);
+    m_count.count(type);
     if (type == tivra::MessageEvent::IMAGE_PART)
         m_recordings.addAnswer(event.getBody());
     else
@@ -51,8 +45,8 @@ void Receiver::onData(const tivra::MessageEvent& event, tivra::MessageEvent::Typ
 void Receiver::onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {
     m_recordings.addAnswer(event.getBody());
     Record record = copy(event, type);
-    if (!record.fields.empty() && claim())
-        count(type);
+    if (!record.fields.empty() && m_count.claim())
+        m_count.count(type);
     increment(m_counters.answers);
     const std::int64_t tag = record.tag;
     const int code = record.statusCode;
@@ -73,29 +67,6 @@ void Receiver::onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::T
     if (m_book.answer(tag, code, text))
         m_incidents.standingRequestEnded(target);
     m_wakeup.notify();
-}
-
-bool Receiver::claim() {
-    if (m_settings.limit == 0)
-        return true;
-    const std::uint64_t before = m_claimed.fetch_add(1, std::memory_order_relaxed);
-    if (before + 1 == m_settings.limit)
-        m_wakeup.notify();
-    return before < m_settings.limit;
-}
-
-void Receiver::count(tivra::MessageEvent::Types type) {
-    const std::int64_t now = steadyNanoseconds();
-    std::int64_t none = 0;
-    m_counters.firstNanoseconds.compare_exchange_strong(none, now, std::memory_order_relaxed);
-    m_counters.lastNanoseconds.store(now, std::memory_order_relaxed);
-    increment(m_counters.received);
-    if (type == tivra::MessageEvent::UPDATE)
-        increment(m_counters.updates);
-    else if (type == tivra::MessageEvent::REFRESH)
-        increment(m_counters.refreshes);
-    else if (type == tivra::MessageEvent::IMAGE_PART)
-        increment(m_counters.imageParts);
 }
 
 Record Receiver::copy(const tivra::MessageEvent& event, tivra::MessageEvent::Types type) {

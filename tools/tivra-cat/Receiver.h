@@ -3,6 +3,7 @@
 #include "Counters.h"
 #include "FieldCatalog.h"
 #include "Incidents.h"
+#include "MessageCount.h"
 #include "RecordQueue.h"
 #include "Recordings.h"
 #include "RequestBook.h"
@@ -11,7 +12,6 @@
 
 #include <tivra.h>
 
-#include <atomic>
 #include <cstdint>
 
 namespace tivra_cat {
@@ -37,20 +37,16 @@ public:
         , m_counters(counters)
         , m_incidents(incidents)
         , m_wakeup(wakeup)
-        , m_recordings(recordings) {}
+        , m_recordings(recordings)
+        , m_count(settings.limit, counters, wakeup) {}
 
     void onMessageEvent(const tivra::MessageEvent& event) override;
 
-    [[nodiscard]] bool isLimitReached() const {
-        return m_settings.limit > 0 && m_claimed.load(std::memory_order_relaxed) >= m_settings.limit;
-    }
+    [[nodiscard]] bool isLimitReached() const { return m_count.isLimitReached(); }
 
 private:
     void onData(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
     void onAnswer(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
-    /// Whether one more message is wanted; the message is taken then.
-    bool claim();
-    void count(tivra::MessageEvent::Types type);
     /// Copies the header and all selected fields but tag and status. The reader stands behind the last field
     /// afterwards.
     Record copy(const tivra::MessageEvent& event, tivra::MessageEvent::Types type);
@@ -68,7 +64,7 @@ private:
     Incidents& m_incidents;
     const Wakeup& m_wakeup;
     Recordings& m_recordings;
-    std::atomic<std::uint64_t> m_claimed{0};
+    MessageCount m_count;
 };
 
 } // namespace tivra_cat
