@@ -88,6 +88,10 @@ void OptionSetter::set(std::string_view name, std::string_view text, std::string
     }
 }
 
+bool OptionSetter::hasPassword() const {
+    return m_names.count("password") != 0;
+}
+
 void OptionSetter::setByName(std::string_view name, std::string_view text, Form form) {
     if (const FeedOptionInfo* const option = findOption(name)) {
         if (form == Form::List && option->type != FeedOptionType::Hosts)

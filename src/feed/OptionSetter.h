@@ -28,6 +28,8 @@ public:
     /// @throws tivra::Error (InvalidOption) for a name that doesn't exist or has been set, and for a value
     ///         that can't be meant
     void set(std::string_view name, std::string_view text, std::string_view where, Form form = Form::Single);
+    /// Whether the password itself has been set.
+    [[nodiscard]] bool hasPassword() const;
 
 private:
     void setByName(std::string_view name, std::string_view text, Form form);

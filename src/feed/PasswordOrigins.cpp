@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +7,7 @@
 #include <feed/Password.h>
 #include <tp/wipe.h>
 
+#include "feed/OpenFile.h"
 #include "feed/OthersRead.h"
 
 namespace tivra {
@@ -21,22 +20,6 @@ constexpr std::size_t kLongestLine = 8192;
     throw Error({Error::Code::InvalidOption, Error::Phase::Options, std::move(cause), std::move(advice), "",
                  0, "", systemError});
 }
-
-class OpenFile {
-public:
-    explicit OpenFile(const std::string& path) : m_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~OpenFile() {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-
-    [[nodiscard]] int fd() const { return m_fd; }
-
-private:
-    const int m_fd;
-};
 
 /// Byte after byte into one place, since a stream would leave a copy in its buffer.
 /// @return errno, 0 for success
@@ -65,7 +48,7 @@ Password Password::fromEnvironment(const char* name) {
 }
 
 Password Password::fromFile(const std::string& path) {
-    const OpenFile file(path);
+    const tivra_internal::OpenFile file(path);
     std::string line;
     const tp::WipedAtEnd wiped(line);
     line.reserve(kLongestLine);

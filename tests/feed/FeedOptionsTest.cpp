@@ -29,6 +29,8 @@ std::string write(const std::string& name, const std::string& content) {
     std::filesystem::create_directories(folder);
     const auto path = folder / name;
     std::ofstream(path) << content;
+    std::filesystem::permissions(path,
+                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     return path.string();
 }
 
@@ -161,6 +163,27 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(FeedOptionsTest, WhatIsNoFileIsRefusedWithItsCause) {
     EXPECT_THROW(FeedOptions::fromFile("/dev/zero.toml"), tivra::Error);
     EXPECT_THROW(FeedOptions::fromFile(testing::TempDir() + "no-such.json"), tivra::Error);
+}
+
+TEST(FeedOptionsTest, AFileWithAPasswordIsForItsOwnerAlone) {
+    using std::filesystem::perms;
+    for (const char* name : {"open.toml", "open.json"}) {
+        const bool isToml = std::string(name) == "open.toml";
+        const std::string path = write(name, isToml ? "password = 's3cret'" : R"({"password": "s3cret"})");
+        for (const perms mode : {perms(0640), perms(0604), perms(0602)}) {
+            std::filesystem::permissions(path, mode);
+            try {
+                FeedOptions::fromFile(path);
+                ADD_FAILURE() << name << " is taken";
+            } catch (const tivra::Error& error) {
+                EXPECT_THAT(error.what(), AllOf(HasSubstr("others can read the file"), HasSubstr(name),
+                                                Not(HasSubstr("s3cret"))));
+            }
+        }
+        write(name, isToml ? "password_file = 'p'" : R"({"password_file": "p"})");
+        std::filesystem::permissions(path, perms(0644));
+        EXPECT_NO_THROW(FeedOptions::fromFile(path)) << "what it names is looked at by itself";
+    }
 }
 
 TEST(FeedOptionsTest, TheDocumentHasTheTableAsItStands) {
