@@ -1,16 +1,15 @@
 #include "config/AllowedHubs.h"
 
 #include <arpa/inet.h>
-#include <netdb.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <charconv>
-#include <memory>
 #include <optional>
 
 #include <tp/eprintf.h>
+
+#include "config/NameLookup.h"
 
 namespace tivra_internal {
 
@@ -117,21 +116,12 @@ void AllowedHubs::addListed(const std::string& item) {
 }
 
 void AllowedHubs::addName(const std::string& name) {
-    addrinfo wanted{};
-    wanted.ai_family = AF_INET;
-    wanted.ai_socktype = SOCK_STREAM;
-    addrinfo* found = nullptr;
-    const int fault = ::getaddrinfo(name.c_str(), nullptr, &wanted, &found);
-    if (fault != 0) {
+    const NameLookup found(name);
+    if (!found.fault.empty())
         eprintf(EPF_WARN, "ALLOWED_HUBS_STRING: %s can't be looked up: %s", name.c_str(),
-                ::gai_strerror(fault));
-        return;
-    }
-    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owned(found, ::freeaddrinfo);
-    for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
-        const auto* const address = reinterpret_cast<const sockaddr_in*>(entry->ai_addr);
-        m_networks.push_back({ntohl(address->sin_addr.s_addr), kOneAddress});
-    }
+                found.fault.c_str());
+    for (const std::uint32_t address : found.addresses)
+        m_networks.push_back({address, kOneAddress});
 }
 
 bool AllowedHubs::contain(const std::string& text) const {

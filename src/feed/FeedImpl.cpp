@@ -120,8 +120,6 @@ void FeedImpl::configure() {
     HandleAccess::impl(*m_session).setHubWatcher(m_hubs, pausesOf(m_options.retry));
     HandleAccess::impl(*m_session).setLeastHubs(m_options.minHubs);
     configureSession(m_options, *m_session);
-    m_hubs.expect(m_options.hosts);
-    m_hubs.expect(m_options.backups);
 }
 
 void FeedImpl::start() {
@@ -130,6 +128,7 @@ void FeedImpl::start() {
                      "a feed can't be opened on a thread of the library", "open it on a thread of your own",
                      "", 0, "", 0});
     m_registry->laterAt(tp::Clock::monotonic() + secondsOf(m_options.openTimeout), [this] { endStart(); });
+    m_hubs.expect(configureHosts(m_options, *m_session)); // here, on the thread that may wait
     std::string reason;
     if (!m_session->start(reason))
         throw startFailure(reason);

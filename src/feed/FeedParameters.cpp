@@ -16,8 +16,11 @@
 #include <tp/NearestName.h>
 
 #include "config/AllowedHubs.h"
+#include "config/HandleAccess.h"
+#include "config/HostConfigImpl.h"
 #include "config/ParameterTable.h"
 #include "feed/FeedOptionTable.h"
+#include "feed/HostPlace.h"
 #include "feed/OptionValue.h"
 
 namespace tivra_internal {
@@ -207,15 +210,32 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
     session.getSessionConfig()
         .set(tivra::SessionConfig::WATCHLIST_BOOL, true)
         .set(tivra::SessionConfig::END_LOST_REQUESTS_BOOL, true);
-    for (const std::string& host : options.hosts) {
+    for (const std::string& host : options.hosts)
         checkHost(host);
+    for (const std::string& host : options.backups)
+        checkHost(host);
+}
+
+std::vector<std::string> configureHosts(const tivra::FeedOptions& options, tivra::Session& session) {
+    using tivra::HostConfig;
+    // First all of them: a session without some is none to begin with.
+    std::vector<HostPlace> places;
+    for (const std::vector<std::string>& side : {options.hosts, options.backups})
+        for (const std::string& host : side)
+            places.emplace_back(host, options.minHubs > 0);
+    std::vector<std::string> hosts;
+    for (const HostPlace& place : places) {
+        HostConfig& host = session.getConnectionConfig().getHostConfig(place.host);
         // What a host doesn't know of itself is asked of all connections, where this is no parameter.
-        session.getConnectionConfig().getHostConfig(host).set(tivra::HostConfig::BACKUP_BOOL, false);
+        host.set(HostConfig::BACKUP_BOOL, hosts.size() >= options.hosts.size());
+        const HostConfigImpl& known = HandleAccess::impl(host);
+        const bool isNameUnchecked = !place.name.empty() && known.getBoolean(HostConfig::TLS_BOOL, false) &&
+                                     known.getString(HostConfig::TLS_SERVER_NAME_STRING).empty();
+        if (isNameUnchecked)
+            host.setText(HostConfig::TLS_SERVER_NAME_STRING, place.name);
+        hosts.push_back(place.host);
     }
-    for (const std::string& host : options.backups) {
-        checkHost(host);
-        session.getConnectionConfig().getHostConfig(host).set(tivra::HostConfig::BACKUP_BOOL, true);
-    }
+    return hosts;
 }
 
 } // namespace tivra_internal

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include <feed/FeedOptions.h>
 
@@ -32,8 +34,14 @@ void checkParameter(const ParameterInfo& parameter, std::string_view text);
 /// All names that findParameter() finds.
 void offerParameters(tp::NearestName& nearest);
 
-/// Hands the hosts and parameters of the options to a session that isn't started.
-/// @throws tivra::Error (InvalidOption) for what can't be meant
+/// Hands the parameters of the options to a session that isn't started.
+/// @throws tivra::Error (InvalidOption) for what can't be meant, in the hosts too
 void configureSession(const tivra::FeedOptions& options, tivra::Session& session);
+/// Hands it the hosts and the backups, of which names are looked up: this may take as long as the system's
+/// resolver does.
+/// @return all of them, with addresses
+/// @throws tivra::Error (OpenFailed) for a name that has none, unless the feed may open without some hubs
+[[nodiscard]] std::vector<std::string> configureHosts(const tivra::FeedOptions& options,
+                                                      tivra::Session& session);
 
 } // namespace tivra_internal

@@ -139,6 +139,26 @@ TEST(FeedConnectionTest, AHubThatRefusesTheUserSaysSoWithItsCode) {
     EXPECT_GT(*refused.nextAttemptAt - refused.time, 500ms); // of a second, some of which has passed
 }
 
+TEST(FeedConnectionTest, AHostMayBeGivenByItsNameAndOneWithoutAnAddressSaysSo) {
+    const StartedHub hub;
+    const std::string port = hub.hostString().substr(hub.hostString().find(':'));
+    tivra::FeedOptions options = optionsFor(hub);
+    options.hosts = {"localhost" + port};
+    {
+        const Feed feed = Feed::open(options);
+        ASSERT_EQ(feed.hubs().size(), 1U);
+        EXPECT_EQ(feed.hubs().front().hub, hub.hostString());
+    }
+    options.hosts.emplace_back("no-such.invalid:9100");
+    const tivra::Result<Feed> refused = Feed::tryOpen(options);
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code(), Error::Code::OpenFailed);
+    EXPECT_EQ(refused.error().hub(), "no-such.invalid:9100");
+    EXPECT_THAT(refused.error().cause(), HasSubstr("no-such.invalid can't be looked up"));
+    options.minHubs = 1;
+    EXPECT_TRUE(Feed::tryOpen(options)) << "the others serve without it";
+}
+
 TEST(FeedConnectionTest, AHubThatIsDownDoesntRefuseTheOthers) {
     StartedHub first, second, third;
     third.stop();
