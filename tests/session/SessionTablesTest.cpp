@@ -151,7 +151,7 @@ TEST(SourceRoutes, FirstHubKeepsASourceAndTheUnservedOnesAreFoundInOrder) {
     bool last = true;
     EXPECT_EQ(routes.nextWithoutHub(-1, hub(0), last), 20);
     EXPECT_FALSE(last);
-    routes.assign(20, hub(1));
+    EXPECT_TRUE(routes.assign(20, hub(1)));
     EXPECT_EQ(routes.nextWithoutHub(20, hub(0), last), 30);
     EXPECT_TRUE(last);
     EXPECT_EQ(routes.find(5000), hub(0)) << "news is never asked about";

@@ -9,6 +9,7 @@
 #include "session/SessionEventQueue.h"
 #include "session/lifecycle/SessionCheckDecision.h"
 #include "session/sources/SourceSession.h"
+#include "support/LogCapture.h"
 
 using namespace tivra_internal;
 using testing::ElementsAre;
@@ -62,6 +63,24 @@ TEST_F(SourceRegistryTest, SourcesComeAndGoWithTheHubThatServesThem) {
     EXPECT_THAT(events(), ElementsAre("TIVRA_SESSION_SOURCE_ADDED(555)"));
     registry.forgetRoutes(hubs[1]);
     EXPECT_EQ(registry.routes().find(200), nullptr);
+}
+
+TEST_F(SourceRegistryTest, BeyondTheMostOfASessionSourcesAreIgnoredWhoeverNamesThem) {
+    LogCapture log;
+    registry.addBoxSource(500, hubs[0]);
+    for (int source = 100'000; source < 200'000; ++source)
+        registry.addBoxSource(source, hubs[0]);
+    EXPECT_NE(registry.routes().find(199'996), nullptr);
+    EXPECT_EQ(registry.routes().find(199'997), nullptr) << "with the three of before it is one too many";
+    EXPECT_TRUE(log.has("WARN: Hubs list more than 100000 sources; source 199997 is ignored"));
+    EXPECT_FALSE(registry.addUserSource(300, hubs[0]));
+    registry.addNewEntitlement(301, hubs[0]);
+    EXPECT_TRUE(log.has("WARN: Hubs list more than 100000 sources; source 301 is ignored"));
+    EXPECT_THAT(events(), IsEmpty());
+    EXPECT_EQ(registry.entitled().copy().count(301), 0U);
+    registry.addNewEntitlement(500, hubs[0]);
+    EXPECT_THAT(events(), ElementsAre("TIVRA_SESSION_SOURCE_ADDED(500)"))
+        << "one that is known has its place";
 }
 
 TEST_F(SourceRegistryTest, TheSourcesOfALostHubGoAndComeBackAfterTheStateThatItLeads) {

@@ -13,6 +13,7 @@
 #include "request/RequestImpl.h"
 #include "session/HubClients.h"
 #include "session/xref/XrefSession.h"
+#include "support/LogCapture.h"
 
 using namespace tivra_internal;
 using testing::ElementsAre;
@@ -119,6 +120,20 @@ TEST_F(XrefConnectorTest, AnAttemptEndsWhenTheFateOfEachHubIsKnownOrNobodyWillRe
         EXPECT_EQ(asked(), row.asked);
         EXPECT_FALSE(connector.mayBeNeeded()) << "it is the first need that connects them";
     }
+}
+
+TEST_F(XrefConnectorTest, OfMorePortsThanASessionMayHaveHubsTheFurtherOnesAreLeftOut) {
+    LogCapture log;
+    for (int port = 3; port <= 256; ++port)
+        connector.addPort(static_cast<uint16_t>(port));
+    connector.addPort(256);
+    EXPECT_TRUE(log.linesAboveDebug().empty());
+    connector.addPort(257);
+    EXPECT_TRUE(log.has("WARN: A hub names more than 256 ports for cross references; port 257 is left out"));
+    connector.removePort(256);
+    log.forget();
+    connector.addPort(257);
+    EXPECT_TRUE(log.linesAboveDebug().empty()) << "there is room for it";
 }
 
 TEST_F(XrefConnectorTest, AHubThatCannotBeMadeFailsTheAttemptForThoseThatAreNotUp) {

@@ -28,8 +28,11 @@ void SourceRegistry::addNewEntitlement(int src, HubClient* hub) {
     }
     if (src < 1 || src > kLastSource || !m_entitled.add(src, hub))
         return;
+    if (!m_routes.assign(src, hub)) {
+        m_entitled.remove(src);
+        return;
+    }
     m_hubStatus.addSource(hub, src);
-    m_routes.assign(src, hub);
     m_events.pushSource(tivra::SessionEvent::TIVRA_SESSION_SOURCE_ADDED, src);
     eprintf(EPF_DBUG, "Entitlement for src %d added to HUB(%s)", src, hub->getHubAddr().c_str());
 }

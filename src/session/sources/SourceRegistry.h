@@ -26,7 +26,9 @@ public:
     // --- what hubs list; see SessionSources ---
     void addBoxSource(int src, HubClient* client) { m_routes.addBoxSource(src, client); }
     bool addUserSource(int src, HubClient* entHub);
-    void assignSource(int src, HubClient* client) { m_routes.assign(src, client); }
+    void assignSource(int src, HubClient* client) {
+        static_cast<void>(m_routes.assign(src, client)); // without room it has been warned of
+    }
     [[nodiscard]] int nextWithoutHub(int after, HubClient* newsHub, bool& last) {
         return m_routes.nextWithoutHub(after, newsHub, last);
     }

@@ -50,10 +50,14 @@ HubClient* SourceRoutes::addUserSource(int src, HubClient* entHub, bool& had) {
     return had ? found->second : entHub;
 }
 
-void SourceRoutes::assign(int src, HubClient* client) {
+bool SourceRoutes::assign(int src, HubClient* client) {
     tp::MutexLock lock(m_srcClientMap_mutex);
-    if (srcClientMap.size() < kMaxSources || srcClientMap.count(src) != 0)
-        srcClientMap[src] = client;
+    if (srcClientMap.size() >= kMaxSources && srcClientMap.count(src) == 0) {
+        warnOfSource(src);
+        return false;
+    }
+    srcClientMap[src] = client;
+    return true;
 }
 
 void SourceRoutes::forget(HubClient* client) {

@@ -21,7 +21,8 @@ public:
     /// A source of the user's list, served by `entHub` (may be null) unless a hub has it. `had` tells whether
     /// it had an entry; the result is the hub that serves it now.
     HubClient* addUserSource(int src, HubClient* entHub, bool& had);
-    void assign(int src, HubClient* client);
+    /// False, with a warning, when that is one source more than a session may have.
+    [[nodiscard]] bool assign(int src, HubClient* client);
 
     /// The hub leaves the session: its sources become another's that offers them too, or nobody's.
     void forget(HubClient* client);
