@@ -51,6 +51,7 @@ void declareHubs(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
         ->allow_extra_args(false)
         ->group(group);
     tivra_tools::declareTls(app, group, options.hubTls, "--hub-tls");
+    tivra_tools::declareAddresses(app, group, options.addresses);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     app.add_option("-s,--source", raw.sources, "source of symbols that name none; repeat it for more")
         ->allow_extra_args(false)

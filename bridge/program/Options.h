@@ -3,6 +3,7 @@
 #include "program/Engine.h"
 #include "run/Bridge.h"
 
+#include "common/AddressOptions.h"
 #include "common/PageProtection.h"
 #include "common/TlsOptions.h"
 
@@ -19,6 +20,7 @@ struct ProgramOptions {
     std::string user;
     std::string passwordFile;
     tivra_tools::TlsOptions hubTls;
+    tivra_tools::AddressOptions addresses;
     std::string logFile;
     EngineOptions engine;
     BridgeOptions bridge;

@@ -38,6 +38,7 @@ tivra::FeedOptions feedOptions(const ProgramOptions& options) {
     feed.password = tivra_tools::obtainPassword(options.user, options.passwordFile);
     feed.logFile = options.logFile;
     tivra_tools::applyTls(options.hubTls, feed);
+    tivra_tools::applyAddresses(options.addresses, feed);
     feed.onState = [](const tivra::FeedStateChange& change) {
         if (change.to != tivra::FeedState::Closed)
             log(fmt::format("hubs: {}{}",

@@ -176,11 +176,13 @@ TEST_F(Top, WatchesOverHttpsWithATokenAlone) {
                   "ec_paramgen_curve:P-256 "
                   "-nodes -subj /CN=here -addext subjectAltName=IP:127.0.0.1 -keyout key.pem -out cert.pem "
                   "2>/dev/null; "
-                  "echo other >others; cp token open; chmod 644 open'"),
+                  "echo other >others; echo >empty; cp token open; chmod 644 open'"),
               0);
     const std::string serve = "tivra-cat $AT --stats-listen 0 --stats-cert cert.pem --stats-key key.pem ";
     expect({{serve + "--stats-token-file open -q subscribe 100:IBM", 2, "",
              HasSubstr("others can read the token file")},
+            {serve + "--stats-token-file empty -q subscribe 100:IBM", 2, "",
+             HasSubstr("the token in the first line of \"empty\" is empty")},
             {"tivra-cat $AT --stats-listen 0 --stats-cert token -q subscribe 100:IBM", 2, "",
              HasSubstr("over HTTPS with the certificate \"token\"")}});
     start(serve + "--stats-token-file token -q subscribe 100:IBM");
@@ -195,6 +197,9 @@ TEST_F(Top, WatchesOverHttpsWithATokenAlone) {
             {watch + "--watch-ca cert.pem", 6, HasSubstr("HTTP status 401"), _},
             {watch + "--watch-ca cert.pem --watch-token-file others", 6, HasSubstr("HTTP status 401"), _},
             {watch + "--watch-token-file token", 6, HasSubstr("certificate"), _},
+            {"openssl s_client -tls1_1 -cipher DEFAULT@SECLEVEL=0 -connect " +
+                 url.substr(8, url.find("/metrics") - 8),
+             1, HasSubstr("Cipher is (NONE)"), _},
             {"tivra-top --once -s 100 --watch-token-file token -H 127.0.0.1:1 -u demo", 2, "",
              HasSubstr("go with --watch")}});
     application->signal(SIGINT);

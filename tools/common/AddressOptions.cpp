@@ -1,9 +1,11 @@
 #include "common/AddressOptions.h"
 
 #include <arpa/inet.h>
+#include <feed/Error.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string_view>
 
 namespace tivra_tools {
 
@@ -34,6 +36,19 @@ void addPair(AddressOptions& options, const std::string& text) {
     options.nat.emplace(hub, local);
 }
 
+/// The library's own words for what can't be meant, without what they begin with.
+std::string faultOfAllowed(const std::string& text) {
+    constexpr std::string_view kParameter = "ALLOWED_HUBS_STRING: ";
+    try {
+        tivra::FeedOptions().set("allowed_hubs", text);
+        return {};
+    } catch (const tivra::Error& error) {
+        const std::string& cause = error.cause();
+        const std::size_t parameter = cause.find(kParameter);
+        return parameter == std::string::npos ? cause : cause.substr(parameter + kParameter.size());
+    }
+}
+
 } // namespace
 
 void declareAddresses(CLI::App& app, const std::string& group, AddressOptions& options) {
@@ -49,6 +64,7 @@ void declareAddresses(CLI::App& app, const std::string& group, AddressOptions& o
     app.add_option("--allow-hubs", options.allowed,
                    "addresses, networks (10.1.0.0/16) and names, after commas, where hubs may be that hubs "
                    "name; the hosts' networks unless given")
+        ->check(faultOfAllowed)
         ->group(group);
     app.add_flag("--only-allowed-hubs", options.isOnlyAllowed,
                  "do not dial hubs elsewhere, in place of a warning in the log")
@@ -63,6 +79,14 @@ void applyAddresses(const AddressOptions& options, tivra::ConnectionConfig& conn
         connections.setText(HostConfig::ALLOWED_HUBS_STRING, options.allowed);
     if (options.isOnlyAllowed)
         connections.set(HostConfig::ONLY_ALLOWED_HUBS_BOOL, true);
+}
+
+void applyAddresses(const AddressOptions& options, tivra::FeedOptions& feed) {
+    feed.nat = options.nat;
+    if (!options.allowed.empty())
+        feed.set("allowed_hubs", options.allowed);
+    if (options.isOnlyAllowed)
+        feed.set("only_allowed_hubs", "true");
 }
 
 } // namespace tivra_tools

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <feed/FeedOptions.h>
 #include <tivra.h>
 
 #include <map>
@@ -17,10 +18,12 @@ struct AddressOptions {
 };
 
 /// Declares --nat, --allow-hubs and --only-allowed-hubs. A parse ends with a fault for a --nat that is no
-/// pair of addresses, or has one that another has.
+/// pair of addresses, or has one that another has, and for what can't be meant in a list.
 void declareAddresses(CLI::App& app, const std::string& group, AddressOptions& options);
 
 /// Before the session starts.
 void applyAddresses(const AddressOptions& options, tivra::ConnectionConfig& connections);
+/// Before the feed opens.
+void applyAddresses(const AddressOptions& options, tivra::FeedOptions& feed);
 
 } // namespace tivra_tools

@@ -27,6 +27,8 @@ constexpr unsigned kMaxConnections = 16;
 /// A request has to fit in with its headers, and its answer is beside it.
 constexpr std::size_t kConnectionMemory = 16384;
 constexpr unsigned kIdleSeconds = 10;
+/// As for connections to hubs: what came before 1.2 is broken.
+constexpr const char* kVersions = "NORMAL:-VERS-ALL:+VERS-TLS1.2:+VERS-TLS1.3";
 
 [[noreturn]] void fail(const std::string& address, int error) {
     throw std::runtime_error(fmt::format("cannot serve statistics at {}: {}", address, std::strerror(error)));
@@ -100,7 +102,7 @@ private:
 PageServer::PageServer(const std::string& address, const PageProtection& protection, Pages pages)
     : m_address(address), m_pages(std::move(pages)) {
     if (!protection.tokenFile.empty())
-        m_authorization = "Bearer " + readSecret(protection.tokenFile, "token");
+        m_authorization = "Bearer " + readToken(protection.tokenFile);
     std::string certificate;
     std::string key;
     // Without a channel of its own the thread is woken by its listening socket, which it doesn't look at
@@ -113,7 +115,8 @@ PageServer::PageServer(const std::string& address, const PageProtection& protect
         key = protection.keyFile.empty() ? certificate : contentsOf(protection.keyFile);
         flags |= MHD_USE_TLS;
         more = {{MHD_OPTION_HTTPS_MEM_CERT, 0, certificate.data()},
-                {MHD_OPTION_HTTPS_MEM_KEY, 0, key.data()}};
+                {MHD_OPTION_HTTPS_MEM_KEY, 0, key.data()},
+                {MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(kVersions)}};
     }
     more.push_back({MHD_OPTION_END, 0, nullptr});
     int fd = -1;

@@ -11,12 +11,13 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
+#include <memory>
 #include <optional>
 
 namespace tivra_tools {
@@ -24,6 +25,8 @@ namespace tivra_tools {
 namespace {
 
 constexpr const char* kVariable = "TIVRA_PASSWORD";
+/// No hub takes one of half that length.
+constexpr std::size_t kLongestSecret = 8192;
 
 /// Holds back the signals that end a program, so that the terminal is itself again when they do.
 class HeldSignals {
@@ -104,6 +107,32 @@ private:
     termios m_saved{};
 };
 
+/// Whether others than those who are meant can read or write it: everybody, or the group of a file that is
+/// the user's own. Pipes and the like are nobody's.
+bool canOthersRead(std::FILE* file) {
+    struct stat status {};
+    if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
+    const mode_t others = status.st_uid == geteuid() ? S_IRWXG | S_IRWXO : S_IRWXO;
+    return (status.st_mode & others) != 0;
+}
+
+/// The first line of a file that holds a `what`.
+std::string readSecret(const std::string& path, const char* what) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "re"), std::fclose);
+    if (file != nullptr && canOthersRead(file.get()))
+        throw UsageError(fmt::format("others can read the {} file \"{}\"; chmod 600 ends that", what, path));
+    std::string secret;
+    int c = file == nullptr ? EOF : std::fgetc(file.get());
+    if (c == EOF)
+        throw UsageError(fmt::format("cannot read a {} from the first line of \"{}\"", what, path));
+    for (; c != EOF && c != '\n' && secret.size() < kLongestSecret; c = std::fgetc(file.get()))
+        secret.push_back(static_cast<char>(c));
+    if (!secret.empty() && secret.back() == '\r')
+        secret.pop_back();
+    return secret;
+}
+
 std::string readFile(const std::string& path) {
     if (path != "-")
         return readSecret(path, "password");
@@ -134,17 +163,15 @@ std::optional<std::string> ask(const std::string& user) {
 
 } // namespace
 
-std::string readSecret(const std::string& path, const char* what) {
-    std::string secret;
-    std::ifstream file(path);
-    if (!std::getline(file, secret))
-        throw UsageError(fmt::format("cannot read a {} from the first line of \"{}\"", what, path));
-    struct stat status {};
-    if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && (status.st_mode & 0077) != 0)
-        throw UsageError(fmt::format("others can read the {} file \"{}\"; chmod 600 ends that", what, path));
-    if (!secret.empty() && secret.back() == '\r')
-        secret.pop_back();
-    return secret;
+std::string readToken(const std::string& path) {
+    std::string token = readSecret(path, "token");
+    const auto isOfTokens = [](char c) { return c > ' ' && c <= '~'; };
+    if (token.empty() || !std::all_of(token.begin(), token.end(), isOfTokens))
+        throw UsageError(
+            fmt::format("the token in the first line of \"{}\" is empty, or holds a space or what "
+                        "isn't ASCII",
+                        path));
+    return token;
 }
 
 std::string obtainPassword(const std::string& user, const std::string& passwordFile) {

@@ -9,8 +9,8 @@ namespace tivra_tools {
 /// them gives one, and for a file that others can read.
 [[nodiscard]] std::string obtainPassword(const std::string& user, const std::string& passwordFile);
 
-/// The first line of a file that holds a `what`, such as a password. Throws UsageError when there is none,
-/// and for a file that others can read.
-[[nodiscard]] std::string readSecret(const std::string& path, const char* what);
+/// The bearer token in the first line of a file. Throws UsageError when there is none that a request could
+/// carry, and for a file that others can read.
+[[nodiscard]] std::string readToken(const std::string& path);
 
 } // namespace tivra_tools

@@ -39,6 +39,7 @@ tivra::FeedOptions feedOptions(const Options& options, const std::string& passwo
     if (!options.hasCompression)
         feed.set("compression", "0");
     tivra_tools::applyTls(options.tls, feed);
+    tivra_tools::applyAddresses(options.addresses, feed);
     if (options.readTimeout)
         feed.set("read_timeout", std::to_string(*options.readTimeout));
     // A hub that is down is something to look at.

@@ -53,6 +53,7 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
         ->check(CLI::ExistingFile)
         ->group(group);
     tivra_tools::declareTls(app, group, options.tls);
+    tivra_tools::declareAddresses(app, group, options.addresses);
     tivra_tools::declareUser(app, group, options.user, options.passwordFile);
     app.add_option("-s,--source", raw.sources, "source number; repeat it for more")
         ->allow_extra_args(false)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/AddressOptions.h"
 #include "common/TlsOptions.h"
 
 #include <feed/Instrument.h>
@@ -17,6 +18,7 @@ struct Options {
     std::string user;
     std::string passwordFile;
     tivra_tools::TlsOptions tls;
+    tivra_tools::AddressOptions addresses;
     std::string endpoint;          ///< URL of an application's statistics in place of hosts, empty for none
     std::string endpointCa;        ///< file of the certificates that may vouch for it; empty for the system's
     std::string endpointTokenFile; ///< of the token that it wants; empty for none

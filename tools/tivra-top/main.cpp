@@ -21,7 +21,7 @@ std::unique_ptr<tivra_top::Watch> makeWatch(const tivra_top::Options& options, c
         return std::make_unique<tivra_top::EndpointWatch>(tivra_top::EndpointWatch::Endpoint{
             options.endpoint, options.endpointCa,
             options.endpointTokenFile.empty() ? std::string()
-                                              : tivra_tools::readSecret(options.endpointTokenFile, "token")});
+                                              : tivra_tools::readToken(options.endpointTokenFile)});
     const std::string logFile = tivra_tools::logFileName(options.logFile, kProgram);
     return std::make_unique<tivra_top::FeedWatch>(options, password, logFile, signals);
 }
