@@ -302,10 +302,21 @@ void Bridge::look() {
 }
 
 void Bridge::updateDictionary() {
-    const std::optional<std::string> text = m_dictionary.poll();
-    if (!text)
+    if (std::optional<std::string> text = m_dictionary.poll())
+        m_unstored = std::move(text);
+    if (!m_unstored || !m_dictionaryTrouble.isDue(Clock::now()))
         return;
-    m_dictionaryRevision = m_publisher.storeDictionary(*text);
+    try {
+        m_dictionaryRevision = m_publisher.storeDictionary(*m_unstored);
+    } catch (const BusError& error) {
+        // Nothing else waits for it: what is written names the dictionary before.
+        if (m_dictionaryTrouble.failed(error.what(), Clock::now()))
+            m_log(fmt::format("{}; tried again", error.what()));
+        return;
+    }
+    m_unstored.reset();
+    if (m_dictionaryTrouble.ended())
+        m_log("the dictionary is stored");
     for (const auto& [partition, tenure] : m_tenures)
         tenure.writer->setDictionary(m_dictionaryRevision);
 }

@@ -111,6 +111,8 @@ private:
     // Of the thread that manages.
     HubDictionary m_dictionary;
     std::uint64_t m_dictionaryRevision = 0;
+    std::optional<std::string> m_unstored; ///< the hubs' present dictionary, until the engine has it
+    RepeatedTrouble m_dictionaryTrouble;
     std::map<unsigned, Tenure> m_tenures;
     std::map<unsigned, RepeatedTrouble> m_troubles; ///< by partition
     RepeatedTrouble m_engineTrouble;

@@ -114,6 +114,19 @@ TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
         EXPECT_THAT(table.entry(LeaseBook::leaseKey(partition)).value, HasSubstr(R"("holder":"")"));
 }
 
+TEST_F(BridgeTest, ADictionaryThatIsNotStoredHoldsUpNothingAndIsTriedAgain) {
+    const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
+    EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions.size() == kPartitions; }));
+    bus.refuseDictionary(true);
+    // It is asked for again when the hub is back.
+    hub.dropConnections();
+    EXPECT_TRUE(story.waitFor("the dictionary can't be stored; tried again"));
+    const std::uint64_t before = table.entry("member.a").revision;
+    EXPECT_TRUE(waitUntil([&] { return table.entry("member.a").revision > before + 1; }));
+    bus.refuseDictionary(false);
+    EXPECT_TRUE(waitUntil([&] { return bus.dictionary() == 2; }));
+}
+
 TEST_F(BridgeTest, AnEngineThatDoesNotAnswerIsNotWaitedForByEachPartitionAtTheEnd) {
     {
         const Bridge bridge(options(), feed, bus, share, [](const std::string&) {});

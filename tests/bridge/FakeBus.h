@@ -89,10 +89,24 @@ public:
     void sendStatus(int, std::string_view) override {}
     void sendLive(int, std::string_view, std::string_view) override {}
     void flush() override {}
-    std::uint64_t storeDictionary(const std::string&) override { return 1; }
+    std::uint64_t storeDictionary(const std::string&) override {
+        const tp::MutexLock lock(m_mutex);
+        if (m_refusesDictionary)
+            throw tivra_bus::BusError("the dictionary can't be stored");
+        return ++m_dictionary;
+    }
     bool isConnected() const override { return true; }
     std::size_t maxMessage() const override { return std::size_t{1} << 20; }
 
+    void refuseDictionary(bool refuses) {
+        const tp::MutexLock lock(m_mutex);
+        m_refusesDictionary = refuses;
+    }
+    /// The revision of the last one stored.
+    [[nodiscard]] std::uint64_t dictionary() const {
+        const tp::MutexLock lock(m_mutex);
+        return m_dictionary;
+    }
     /// What becomes of the next messages, in turn.
     void script(std::deque<Deed> deeds) {
         const tp::MutexLock lock(m_mutex);
@@ -155,6 +169,8 @@ private:
     Deed m_always TP_GUARDED_BY(m_mutex) = Deed::Store;
     Deed m_deed TP_GUARDED_BY(m_mutex) = Deed::Store; ///< of the message at hand: one thread sends
     std::set<unsigned> m_unreadable TP_GUARDED_BY(m_mutex);
+    bool m_refusesDictionary TP_GUARDED_BY(m_mutex) = false;
+    std::uint64_t m_dictionary TP_GUARDED_BY(m_mutex) = 0;
     std::map<unsigned, std::vector<std::string>> m_streams TP_GUARDED_BY(m_mutex);
     std::map<std::string, Last> m_last TP_GUARDED_BY(m_mutex);
     std::uint64_t m_lastPosition TP_GUARDED_BY(m_mutex) = 0;
