@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/FieldNames.h"
 #include "bus/JsonText.h"
 
 #include "common/JsonFields.h"
@@ -7,19 +8,10 @@
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace tivra_bus {
-
-/// How often a field comes.
-template<class Values, class Field>
-std::size_t countOf(const Values& values, const Field& field) {
-    std::size_t count = 0;
-    for (const auto& entry : values)
-        count += entry.first == field ? 1U : 0U;
-    return count;
-}
 
 /// The fields of a message of which one comes more than once: its values are in an array.
 template<class Values>
@@ -36,24 +28,24 @@ void appendRepeatedFields(std::string& out, const Values& values) {
 /// The fields of a tivra::Update or tivra::Record as a JSON object.
 template<class Values>
 void appendFields(std::string& out, const Values& values) {
+    FieldNames& names = FieldNames::ofThread();
+    names.begin();
     const std::size_t begin = out.size();
-    std::uint64_t seen = 0; // which remainders of the fields' names have come
-    out += '{';
     for (const auto& entry : values) {
-        const std::string& name = entry.first.name();
-        const std::uint64_t bit = std::uint64_t{1} << (reinterpret_cast<std::uintptr_t>(&name) / 16 % 61);
-        if ((seen & bit) != 0 && countOf(values, entry.first) > 1) {
+        const std::string_view name = names.next(entry.first.name());
+        if (name.empty()) {
             out.resize(begin);
             appendRepeatedFields(out, values);
             return;
         }
-        if (seen != 0)
-            out += ',';
-        seen |= bit;
-        appendQuoted(out, name);
-        out += ':';
+        out += name;
         appendValue(out, entry.second);
     }
+    // In place of the first one's comma.
+    if (out.size() == begin)
+        out += '{';
+    else
+        out[begin] = '{';
     out += '}';
 }
 

@@ -11,6 +11,12 @@ namespace tivra_bus {
 
 namespace {
 
+constexpr int kPriceDecimals = 4;
+constexpr std::uint64_t kPriceUnits = 10'000;
+constexpr double kPriceScale = 1e4;
+/// Fifteen digits: no two texts of so many are the same double.
+constexpr double kMostScaled = 1e15;
+
 bool isPlain(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte >= 0x20 && byte < 0x80 && c != '"' && c != '\\';
@@ -23,7 +29,37 @@ void appendDigits(std::string& out, Number number) {
     out.append(text, end);
 }
 
+/// `number` with so many digits.
+void appendPadded(std::string& out, unsigned number, int digits) {
+    char text[10];
+    for (int i = digits - 1; i >= 0; --i, number /= 10)
+        text[i] = static_cast<char>('0' + number % 10);
+    out.append(text, static_cast<std::size_t>(digits));
+}
+
+/// Appends a number of few decimals, as prices are: nothing else has to be tried for it, since only one
+/// number of so few digits is this one.
+bool appendPrice(std::string& out, double number) {
+    const double scaled = number * kPriceScale;
+    if (!(std::abs(scaled) < kMostScaled) || number == 0.0)
+        return false;
+    const auto whole = static_cast<std::int64_t>(std::llrint(scaled));
+    if (static_cast<double>(whole) / kPriceScale != number)
+        return false;
+    const auto digits = static_cast<std::uint64_t>(whole < 0 ? -whole : whole);
+    if (whole < 0)
+        out += '-';
+    appendDigits(out, digits / kPriceUnits);
+    out += '.';
+    appendPadded(out, static_cast<unsigned>(digits % kPriceUnits), kPriceDecimals);
+    while (out.back() == '0' && out[out.size() - 2] != '.')
+        out.pop_back();
+    return true;
+}
+
 void appendDouble(std::string& out, double number) {
+    if (appendPrice(out, number))
+        return;
     if (!std::isfinite(number)) {
         out += std::isnan(number) ? "\"nan\"" : number > 0 ? "\"inf\"" : "\"-inf\"";
         return;
@@ -34,12 +70,27 @@ void appendDouble(std::string& out, double number) {
         out += ".0";
 }
 
-/// `number` with so many digits.
-void appendPadded(std::string& out, unsigned number, int digits) {
-    char text[10];
-    for (int i = digits - 1; i >= 0; --i, number /= 10)
-        text[i] = static_cast<char>('0' + number % 10);
-    out.append(text, static_cast<std::size_t>(digits));
+/// "2013-10-07T13:30:00".
+std::string secondText(std::chrono::sys_seconds second) {
+    using namespace std::chrono;
+    const sys_days day = floor<days>(second);
+    const year_month_day date(day);
+    const hh_mm_ss clock(second - day);
+    std::string text;
+    if (const int year = static_cast<int>(date.year()); year >= 0 && year <= 9999)
+        appendPadded(text, static_cast<unsigned>(year), 4);
+    else
+        appendDigits(text, year);
+    const auto part = [&text](char lead, auto number) {
+        text += lead;
+        appendPadded(text, static_cast<unsigned>(number), 2);
+    };
+    part('-', static_cast<unsigned>(date.month()));
+    part('-', static_cast<unsigned>(date.day()));
+    part('T', clock.hours().count());
+    part(':', clock.minutes().count());
+    part(':', clock.seconds().count());
+    return text;
 }
 
 } // namespace
@@ -60,23 +111,17 @@ void appendNumber(std::string& out, std::uint64_t number) {
 
 void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
     using namespace std::chrono;
-    const sys_days day = floor<days>(time);
-    const year_month_day date(day);
-    const hh_mm_ss clock(floor<microseconds>(time - day));
-    if (const int year = static_cast<int>(date.year()); year >= 0 && year <= 9999)
-        appendPadded(out, static_cast<unsigned>(year), 4);
-    else
-        appendDigits(out, year);
-    const auto part = [&out](char lead, auto number, int digits) {
-        out += lead;
-        appendPadded(out, static_cast<unsigned>(number), digits);
-    };
-    part('-', static_cast<unsigned>(date.month()), 2);
-    part('-', static_cast<unsigned>(date.day()), 2);
-    part('T', clock.hours().count(), 2);
-    part(':', clock.minutes().count(), 2);
-    part(':', clock.seconds().count(), 2);
-    part('.', clock.subseconds().count(), 6);
+    const sys_seconds second = floor<seconds>(time);
+    // What comes one after the other is of the same second as a rule.
+    thread_local sys_seconds last = sys_seconds::min();
+    thread_local std::string text;
+    if (second != last) {
+        text = secondText(second);
+        last = second;
+    }
+    out += text;
+    out += '.';
+    appendPadded(out, static_cast<unsigned>(floor<microseconds>(time - second).count()), 6);
     out += 'Z';
 }
 

@@ -4,8 +4,14 @@
 #include "bus/BusError.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+#include <deque>
 #include <limits>
+#include <random>
 #include <string>
 
 using namespace tivra_bus;
@@ -67,6 +73,68 @@ TEST(Batch, AFieldThatComesTwiceKeepsBothValues) {
     ASSERT_EQ(record.fields.size(), 3U);
     EXPECT_EQ(record.fields[0], (std::pair<std::string, BusValue>("BID", 1.0)));
     EXPECT_EQ(record.fields[1], (std::pair<std::string, BusValue>("BID", 2.0)));
+}
+
+TEST(Batch, NumbersComeBackAsTheyWereAndStayShort) {
+    const auto textOf = [](double number) {
+        std::string text;
+        appendValue(text, tivra::Value::ofDouble(number));
+        return text;
+    };
+    std::vector<double> numbers{-0.0, 0.1 + 0.2, 5e-324,           1e300,  0.00005,   1e11,
+                                1e15, 1e22,      99999999999.9999, 2.5e-4, -143.8901, 1.0 / 3};
+    std::minstd_rand chance(7);
+    for (int i = 0; i < 20'000; ++i)
+        numbers.push_back(static_cast<int>(chance() - chance()) / std::pow(10.0, chance() % 8));
+    for (const double number : numbers) {
+        const std::string text = textOf(number);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(std::strtod(text.c_str(), nullptr)),
+                  std::bit_cast<std::uint64_t>(number))
+            << text;
+        EXPECT_NE(text.find_first_of(".e"), std::string::npos) << text;
+        EXPECT_LE(text.size(), fmt::format("{}", number).size() + 10) << text;
+    }
+    EXPECT_EQ(textOf(181.52), "181.52");
+    EXPECT_EQ(textOf(-0.25), "-0.25");
+    EXPECT_EQ(textOf(12), "12.0");
+}
+
+TEST(Batch, TimesOfOneSecondAndOfAnotherAreToldApart) {
+    std::string text;
+    for (const double time : {1.5, 1.000001, -0.5, 86'399.0, 1.5}) {
+        appendValue(text, tivra::Value::ofTime(time));
+        text += ' ';
+    }
+    EXPECT_EQ(text, R"("1970-01-01T00:00:01.500000Z" "1970-01-01T00:00:01.000001Z" )"
+                    R"("1969-12-31T23:59:59.500000Z" "1970-01-01T23:59:59.000000Z" )"
+                    R"("1970-01-01T00:00:01.500000Z" )");
+}
+
+TEST(Batch, FieldsHaveTheirNamesHoweverManyThereAreAndWhereverTheyStand) {
+    std::deque<std::string> names;
+    FakeValues values;
+    for (int i = 0; i < 9000; ++i) {
+        names.push_back(fmt::format("F{}", i));
+        values.push_back({{&names.back()}, tivra::Value::ofInteger(i)});
+    }
+    for (int round = 0; round < 2; ++round) {
+        std::string text;
+        appendFields(text, values);
+        const auto object = nlohmann::json::parse(text);
+        ASSERT_EQ(object.size(), values.size());
+        for (const auto& [field, value] : values)
+            ASSERT_EQ(object[field.name()], value.as<int>());
+        for (std::string& name : names)
+            name += 'X'; // another name where one was
+    }
+    values.resize(2);
+    values.push_back({{&names.front()}, tivra::Value::ofInteger(-1)});
+    std::string text;
+    appendFields(text, values);
+    EXPECT_THAT(text, HasSubstr(R"("F0XX":[0,-1])"));
+    text.clear();
+    appendFields(text, FakeValues{});
+    EXPECT_EQ(text, "{}");
 }
 
 TEST(Batch, EachFaultIsNamedWithItsLine) {
