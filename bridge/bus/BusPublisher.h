@@ -26,7 +26,8 @@ struct StreamEnd {
     std::string time; ///< when the last batch was closed; empty for none
 };
 
-/// Writes to an engine. What is sent with a ticket is answered later, once, on a thread of the publisher.
+/// Writes to an engine. What is sent with a ticket is answered later, once, on a thread of the publisher or
+/// the one that calls flush().
 /// Sending may wait for as long as a write to the engine's socket may take, so no callback of a feed sends.
 /// @thread any
 class BusPublisher {
@@ -39,7 +40,8 @@ public:
     /// Waits for the engine. @throws BusError
     [[nodiscard]] virtual StreamEnd endOf(unsigned partition) = 0;
 
-    /// Sends a batch that has to come directly after `expected`, the position of the stream's last message.
+    /// Sends a batch, of a partition that was prepared, that has to come directly after `expected`, the
+    /// position of the stream's last message.
     virtual void sendBatch(unsigned partition, std::string_view batch, std::uint64_t expected,
                            SendTicket ticket) = 0;
     /// Asks for position and epoch of a symbol's last values, as SendResult has them: Stored with position 0
@@ -52,7 +54,7 @@ public:
     virtual void sendStatus(int source, std::string_view message) = 0;
     /// Sends a single record to whoever listens now.
     virtual void sendLive(int source, std::string_view symbol, std::string_view record) = 0;
-    /// Puts what is sent on its way, and ends what has waited too long for its answer.
+    /// Puts what is sent on its way, and ends what is answered or has waited too long. One thread at a time.
     virtual void flush() = 0;
 
     /// Stores what the hubs' dictionary says. @return its revision. @throws BusError

@@ -2,9 +2,11 @@
 
 #include "bus/BusPublisher.h"
 #include "nats/NatsConnection.h"
-#include "nats/PendingSends.h"
+#include "nats/NatsInbox.h"
 
-#include <string>
+#include <chrono>
+#include <memory>
+#include <vector>
 
 namespace tivra_bus {
 
@@ -14,9 +16,6 @@ class NatsPublisher : public BusPublisher {
 public:
     /// The connection has to stay. @throws BusError
     NatsPublisher(const NatsConnection& connection, std::chrono::milliseconds patience);
-    /// Waits until no callback runs.
-    ~NatsPublisher() override;
-
     void prepare(const BusLayout& layout) override;
     [[nodiscard]] StreamEnd endOf(unsigned partition) override;
     void sendBatch(unsigned partition, std::string_view batch, std::uint64_t expected,
@@ -32,20 +31,10 @@ public:
     [[nodiscard]] std::size_t maxMessage() const override;
 
 private:
-    static void onAnswer(natsConnection*, natsSubscription*, natsMsg* message, void* self);
-    static void onAnswersEnded(void* self);
-    /// @param header  null for none
-    void send(const std::string& subject, std::string_view bytes, const char* header, std::uint64_t value,
-              SendTicket ticket);
-
     const NatsConnection& m_connection;
-    PendingSends m_pending;
-    std::string m_inbox; ///< answers come to it, a number added
-    NatsSubscription m_answers;
-
-    tp::Mutex m_mutex;
-    tp::ConditionVariable m_changed;
-    bool m_haveAnswersEnded TP_GUARDED_BY(m_mutex) = false;
+    const std::chrono::milliseconds m_patience;
+    std::vector<std::unique_ptr<NatsInbox>> m_batches; ///< by partition, of which each is a stream
+    NatsInbox m_last;
 };
 
 } // namespace tivra_bus

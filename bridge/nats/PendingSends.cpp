@@ -38,6 +38,15 @@ void PendingSends::failed(std::uint64_t number, SendResult result) {
         m_failed.emplace_back(std::move(ticket), std::move(result));
 }
 
+void PendingSends::failAll(const SendResult& result) {
+    const tp::MutexLock lock(m_mutex);
+    for (Pending& pending : m_pending)
+        if (!pending.isEnded)
+            m_failed.emplace_back(std::move(pending.ticket), result);
+    m_first += m_pending.size();
+    m_pending.clear();
+}
+
 void PendingSends::expire() {
     std::vector<std::pair<SendTicket, SendResult>> ended;
     {

@@ -27,6 +27,8 @@ public:
     void end(std::uint64_t number, const SendResult& result);
     /// Sending has failed already: ended by the next expire(), so that whoever sends isn't called back.
     void failed(std::uint64_t number, SendResult result);
+    /// The same of all that wait.
+    void failAll(const SendResult& result);
     /// Ends what has failed and what has waited too long.
     void expire();
     [[nodiscard]] std::size_t count() const;

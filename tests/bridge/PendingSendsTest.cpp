@@ -78,3 +78,21 @@ TEST(PendingSends, WhatIsNeverAnsweredFailsOnce) {
     ASSERT_EQ(listener->results.size(), 1U);
     EXPECT_EQ(listener->results[0].second, Outcome::Failed);
 }
+
+TEST(PendingSends, WhatFailsTogetherIsEndedOnceAndLeavesOutWhatWasAnswered) {
+    PendingSends sends(std::chrono::seconds(60));
+    const auto listener = std::make_shared<Results>();
+    std::vector<std::uint64_t> numbers;
+    for (std::uint64_t tag = 0; tag < 3; ++tag)
+        numbers.push_back(sends.add({listener, tag}));
+    sends.end(numbers[1], {Outcome::Stored, 1, 0, {}});
+    sends.failAll({Outcome::Failed, 0, 0, "nobody"});
+    numbers.push_back(sends.add({listener, 3}));
+    sends.end(numbers[0], {Outcome::Stored, 1, 0, {}}); // its answer comes after all
+    sends.end(numbers[3], {Outcome::Stored, 2, 0, {}});
+    sends.expire();
+    const std::vector<std::pair<std::uint64_t, Outcome>> wanted{
+        {1, Outcome::Stored}, {3, Outcome::Stored}, {0, Outcome::Failed}, {2, Outcome::Failed}};
+    EXPECT_EQ(listener->results, wanted);
+    EXPECT_EQ(sends.count(), 0U);
+}
