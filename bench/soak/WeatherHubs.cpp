@@ -85,6 +85,7 @@ private:
         std::function<void()> end;
     };
     static constexpr milliseconds kBeforeStorms{5000};
+    static constexpr milliseconds kUntilCalm{60'000}; ///< by when all readers are back
 
     void add(std::size_t index) {
         const std::size_t member = index % kHubs;
@@ -108,6 +109,10 @@ private:
         const std::size_t member = pick(kHubs);
         if (m_storms.count(member) != 0)
             return;
+        // Of a source that is withdrawn before they are back, readers hear no word, but that they are
+        // refused.
+        const bool isCalm = Clock::now() > m_calmAt[member];
+        m_calmAt[member] = Clock::now() + kUntilCalm;
         Hub& hub = m_group.hub(member);
         const int source = sourceOfHub(member);
         switch (pick(10)) {
@@ -132,6 +137,8 @@ private:
             hub.setSilent(true);
             return last(member, between(500, 15'000), [&hub] { hub.setSilent(false); });
         case 7:
+            if (!isCalm)
+                return;
             m_group.withdraw("demo", source);
             return last(member, between(500, 8000),
                         [this, member, source] { m_group.grant("demo", source); });
@@ -153,6 +160,7 @@ private:
                 continue;
             }
             storm->second.end();
+            m_calmAt[storm->first] = Clock::now() + kUntilCalm;
             storm = m_storms.erase(storm);
         }
     }
@@ -170,6 +178,7 @@ private:
     std::vector<std::int32_t> m_newest;
     std::array<std::vector<Record>, kHubs> m_next; ///< of the present tick
     std::map<std::size_t, Storm> m_storms;         ///< by hub, one at a time
+    std::array<Clock::time_point, kHubs> m_calmAt{};
     std::set<std::size_t> m_down;
 };
 

@@ -99,12 +99,15 @@ void FeedItem::finishImage(FeedStream& stream) {
         addHome(stream);
     beginImage();
     m_isWithdrawn.store(false, std::memory_order_relaxed);
+    m_wasLive.store(true, std::memory_order_relaxed);
     m_state = DataState::Live;
     changeAll(DataState::Live, kComplete);
 }
 
 void FeedItem::refuse(const tivra::Error& error) {
     const Turn turn(*this);
+    if (isWithdrawn())
+        return;   // it is asked for once more when the source comes back
     recoverNow(); // it has answered
     m_state = DataState::Refused;
     changeAll(DataState::Refused, kRefused, &error);

@@ -52,7 +52,7 @@ public:
     void deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message)
         TP_EXCLUDES(m_turn);
     void finishImage(FeedStream& stream) TP_EXCLUDES(m_turn);
-    /// The hub has refused it.
+    /// The hub has refused it. Of a source that is withdrawn that is no news.
     void refuse(const tivra::Error& error) TP_EXCLUDES(m_turn);
     void finishImageOf(SubscriptionState& latecomer) TP_EXCLUDES(m_turn);
     void refuse(SubscriptionState& latecomer, const tivra::Error& error) TP_EXCLUDES(m_turn);
@@ -67,6 +67,9 @@ public:
     /// The user may see it again, and it is asked for anew.
     void restore() TP_EXCLUDES(m_turn);
     [[nodiscard]] bool isWithdrawn() const noexcept { return m_isWithdrawn.load(std::memory_order_relaxed); }
+
+    /// A hub has served it before.
+    [[nodiscard]] bool wasLive() const noexcept { return m_wasLive.load(std::memory_order_relaxed); }
 
     // --- what the application does; @thread any ---
     /// Ends a subscription: when this returns nothing of it runs, but for the callback that this is called
@@ -123,6 +126,7 @@ private:
     std::atomic<bool> m_hasAdded{false};  ///< see m_added
     std::atomic<bool> m_hasClosed{false}; ///< some of the subscriptions have been closed
     std::atomic<bool> m_isWithdrawn{false};
+    std::atomic<bool> m_wasLive{false};
     tivra::Gap::Cause m_gapCause TP_GUARDED_BY(m_turn) = tivra::Gap::Cause::Loss; ///< of the gap that is open
     tivra::DataState m_state TP_GUARDED_BY(m_turn) = tivra::DataState::Pending;
     ItemTurn m_turn;

@@ -24,6 +24,7 @@ using tivra::Instrument;
 constexpr double kShortestLook = 0.001;
 /// How long a full queue gets, in seconds, before what nobody waits for is sent again.
 constexpr double kSendAgain = 0.1;
+constexpr double kUntilWithdrawalIsKnown = 2.0;
 
 [[nodiscard]] Error requestError(Error::Code code, std::string cause, std::string advice = {}) {
     return Error({code, Error::Phase::Request, std::move(cause), std::move(advice), "", 0, "", 0});
@@ -294,6 +295,23 @@ void FeedRegistry::askAnew(const std::shared_ptr<FeedItem>& item) {
             laterAt(tp::Clock::monotonic() + kSendAgain,
                     [registry = shared_from_this(), item] { registry->askAnew(item); });
     }
+}
+
+/// A hub refuses what it is asked for once more after it has withdrawn the source, and its answer takes
+/// another way than the word of the withdrawal: either may come first.
+void FeedRegistry::refuse(const std::shared_ptr<FeedItem>& item, int64_t tag, const Error& error) {
+    if (!item->wasLive())
+        refuseNow(*item, tag, error);
+    else
+        laterAt(tp::Clock::monotonic() + kUntilWithdrawalIsKnown,
+                [this, item, tag, error] { refuseNow(*item, tag, error); });
+}
+
+void FeedRegistry::refuseNow(FeedItem& item, int64_t tag, const Error& error) {
+    if (item.isWithdrawn() || item.isGone() || item.tag() != tag)
+        return; // it is asked for once more when the source comes back, or has been meanwhile
+    forgetItem(item);
+    item.refuse(error);
 }
 
 void FeedRegistry::forgetItem(FeedItem& item) {

@@ -89,8 +89,9 @@ public:
     /// Whoever has subscribed that symbol, its order book, or a pattern that it matches.
     [[nodiscard]] std::vector<std::shared_ptr<FeedItem>> findItems(int source, std::string_view symbol)
         TP_EXCLUDES(m_mutex);
-    /// The hub has refused the item.
-    void forgetItem(FeedItem& item) TP_EXCLUDES(m_mutex);
+    /// The hub has refused the item's request of that tag.
+    void refuse(const std::shared_ptr<FeedItem>& item, int64_t tag, const tivra::Error& error)
+        TP_EXCLUDES(m_mutex);
     void forgetTag(int64_t tag) TP_EXCLUDES(m_mutex);
     void addStream(FeedStream& stream) TP_EXCLUDES(m_mutex);
     void removeStream(FeedStream& stream) TP_EXCLUDES(m_mutex);
@@ -149,6 +150,8 @@ private:
                                                            bool& isFirst) TP_EXCLUDES(m_mutex);
     [[nodiscard]] std::vector<std::shared_ptr<FeedItem>> itemsOf(int source) TP_EXCLUDES(m_mutex);
     void askAnew(const std::shared_ptr<FeedItem>& item) TP_EXCLUDES(m_mutex, m_sendMutex);
+    void refuseNow(FeedItem& item, int64_t tag, const tivra::Error& error) TP_EXCLUDES(m_mutex);
+    void forgetItem(FeedItem& item) TP_EXCLUDES(m_mutex);
     void removeItem(FeedItem& item) TP_REQUIRES(m_mutex);
     void unsubscribe(const std::shared_ptr<FeedItem>& item, int64_t tag) TP_EXCLUDES(m_sendMutex);
     void giveUp(SubscriptionState& subscription) TP_EXCLUDES(m_mutex);

@@ -151,8 +151,8 @@ void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMe
         item->finishImage(*this);
         return;
     }
-    m_registry->forgetItem(*item);
-    item->refuse(refusal("subscription of " + std::string(item->symbol()), incoming.status));
+    m_registry->refuse(item, incoming.tag,
+                       refusal("subscription of " + std::string(item->symbol()), incoming.status));
 }
 
 void FeedStream::deliverTo(const FeedRegistry::Latecomer& latecomer, const StreamMessage& incoming) {

@@ -156,6 +156,34 @@ TEST_F(SubscriptionTest, AWithdrawnSourceIsStaleUntilItIsGrantedAgain) {
     EXPECT_TRUE(waitForSubscribed(0));
 }
 
+TEST_F(SubscriptionTest, WhatAWithdrawnSourceIsRefusedForComesBackWithIt) {
+    auto ibm = feed.subscribe({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    // The word of the withdrawal, then the refusal of what is asked for again.
+    hub.withdraw("demo", 100);
+    ASSERT_TRUE(story.waitFor("IBM Stale"));
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    ASSERT_TRUE(hub.waitForConnections(1));
+    hub.grant("demo", 100);
+    ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
+    // The refusal first.
+    hub.refuse("QuerySnapAndSubscribe", tivra_sim::status::NO_PERMISSION, 1);
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    hub.withdraw("demo", 100);
+    hub.grant("demo", 100);
+    ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
+    push("IBM", 6);
+    EXPECT_TRUE(story.waitFor("IBM update 6"));
+    // No withdrawal explains this one.
+    hub.refuse("QuerySnapAndSubscribe", tivra_sim::status::UNKNOWN_SYMBOL, 1);
+    hub.dropConnections();
+    EXPECT_TRUE(story.waitFor("IBM Refused"));
+}
+
 TEST_F(SubscriptionTest, WhatTheHubLeavesOutIsAGapInItsPlace) {
     auto ibm = feed.subscribe({100, "IBM"}, write());
     ASSERT_TRUE(story.waitFor("IBM Live"));
