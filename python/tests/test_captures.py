@@ -32,6 +32,19 @@ def test_a_capture_of_the_day_has_the_rows_of_the_day(tmp_path):
     assert recording.messages == 40000 and recording.is_complete
 
 
+def test_a_capture_that_cannot_be_written_leaves_the_one_before(tmp_path):
+    path = write(tmp_path / "few.cap", capture([(SECOND, body("A", 1))]))
+    before = path.read_bytes()
+
+    def batches():
+        yield from tivra.read_capture(path, dictionary=BUILTIN)
+        raise RuntimeError("the source ends badly")
+
+    with pytest.raises(RuntimeError):
+        tivra.write_capture(batches(), path, BUILTIN)
+    assert [(each.name, each.read_bytes()) for each in tmp_path.iterdir()] == [("few.cap", before)]
+
+
 @pytest.mark.parametrize("wanted, bids", [
     ({"symbols": ["B"]}, [2, 4]),
     ({"start": 3 * SECOND}, [3, 4, 5]),

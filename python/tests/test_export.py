@@ -1,4 +1,6 @@
+import concurrent.futures
 import json
+import os
 import resource
 
 import duckdb
@@ -165,6 +167,7 @@ def test_what_can_be_read_of_a_damaged_capture_is_written_with_exit_code_3(tmp_p
     (["few.cap", "-o", "few.csv", "--dictionary", "127.0.0.1:1"], 2, "no user named"),
     (["few.cap", "-o", "few.csv", "--dictionary", "127.0.0.1:1", "--user", "demo"], 2, "no dictionary from 127.0.0.1:1"),
     (["few.cap", "-o", "few.csv", "--dictionary", "few.cap"], 2, "few.cap:1: "),
+    (["few.cap", "-o", "/dev/null", "--format", "parquet"], 2, "/dev/null is no file, and Parquet can't be written"),
     (["few.cap", "-o", "few.csv", "--start", "noon"], 2, "start is no time"),
     (["few.cap", "-o", "few.csv", "--fields", "BIDD"], 4, 'no field "BIDD"'),
     (["none.cap", "-o", "few.csv"], 4, "cannot read none.cap: No such file"),
@@ -198,6 +201,18 @@ def test_a_disk_that_is_full_leaves_nothing_behind(tmp_path, capsys, suffix):
         resource.setrlimit(resource.RLIMIT_FSIZE, before)
     assert "cannot write" in capsys.readouterr().err
     assert list(tmp_path.iterdir()) == []
+
+
+@pytest.mark.parametrize("suffix", ["csv", "jsonl"])
+def test_a_pipe_stays_a_pipe_and_a_link_a_link(tmp_path, few, suffix):
+    file, link, pipe = tmp_path / f"file.{suffix}", tmp_path / f"link.{suffix}", tmp_path / f"pipe.{suffix}"
+    link.symlink_to(file)
+    assert export(few, "-o", link) == 0 and link.is_symlink()
+    os.mkfifo(pipe)
+    with concurrent.futures.ThreadPoolExecutor() as reader:
+        read = reader.submit(pipe.read_bytes)
+        assert export(few, "-o", pipe) == 0
+        assert read.result(20) == file.read_bytes() and pipe.is_fifo()
 
 
 def test_the_input_is_never_the_output(few, capsys):

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import argparse
+import contextlib
 import os
 import signal
 import sys
@@ -137,9 +138,13 @@ def _export(options: argparse.Namespace) -> int:
     _kind_of(options.input)
     if os.path.exists(options.output) and os.path.samefile(options.input, options.output):
         raise Failure(WRONG_USAGE, f"{options.output} is the input itself: name another file")
+    if format_ == "parquet" and os.path.exists(options.output) and not os.path.isfile(options.output):
+        raise Failure(WRONG_USAGE, f"{options.output} is no file, and Parquet can't be written into anything else: "
+                                   f"take --format csv or jsonl")
     dictionary = _dictionary(options)
     recording = _open(options, dictionary)
     known = Dictionary.builtin() if _kind_of(options.input) == "day" else dictionary or Dictionary()
+    report = sys.stderr if _is_stdout(options.output) else sys.stdout
     writer = SplitWriter(options.output, format_, options.split, known)
     fault = ""
     try:
@@ -155,10 +160,15 @@ def _export(options: argparse.Namespace) -> int:
     except BaseException:
         writer.discard()
         raise
-    _report(writer, recording, dictionary)
+    with contextlib.redirect_stdout(report):
+        _report(writer, recording, dictionary)
     if fault:
         raise Failure(DAMAGED, fault)
     return ENDED
+
+
+def _is_stdout(path: str) -> bool:
+    return os.path.exists(path) and os.path.samefile(path, "/dev/stdout")
 
 
 def _copy(recording: Recording, writer: SplitWriter) -> str:

@@ -10,6 +10,7 @@ from typing import Any
 
 from . import _arguments, _core
 from ._optional import require
+from ._target import Target
 from .captures import CaptureError
 from .dictionary import Dictionary, PathLike
 from .gap import Gap
@@ -37,7 +38,8 @@ class Writer(ABC):
         self.path = path
         self.rows = 0
         self.held_bytes = 0  #: of what write_held() would write
-        self._part = path + ".part"
+        self._target = Target(path)
+        self._part = self._target.part
 
     @abstractmethod
     def write(self, batch: Any) -> None:
@@ -56,7 +58,7 @@ class Writer(ABC):
     def close(self) -> None:
         """Ends the file, in place of one that is there."""
         self._finish()
-        os.replace(self._part, self.path)
+        self._target.keep()
 
     def discard(self) -> None:
         """Gives the file up."""
@@ -65,8 +67,7 @@ class Writer(ABC):
         except (OSError, ValueError):
             pass  # after a failure nothing can be written; pyarrow's exceptions are a ValueError
         finally:
-            if os.path.exists(self._part):
-                os.remove(self._part)
+            self._target.discard()
 
 
 class ParquetFile(Writer):
@@ -239,20 +240,27 @@ def write_capture(batches: Iterable[Any], path: PathLike, dictionary: Dictionary
     """Writes batches (of tivra or of pyarrow) as the messages that they came from, into a capture.
 
     They need the columns of every batch, ``gap`` aside, and one for each field, by a name that the dictionary has.
-    Returns how many messages the capture has. Raises CaptureError with the row that can't be a message.
+    Returns how many messages the capture has. Raises CaptureError with the row that can't be a message; a capture that
+    was there is then as before.
     """
     name = _arguments.path("path", path)
     fields = _arguments.instance("dictionary", dictionary, Dictionary).fields
     batches = _arguments.iterable("batches", batches)
     pa = require("pyarrow", "write_capture()")
+    target = Target(name)
     try:
-        writer = _core.BodyWriter(name, fields)
+        writer = _core.BodyWriter(target.part, fields)
         for batch in batches:
             record = _writable(pa, _record_batch(pa, batch))
             writer.add(*record.__arrow_c_array__())
         writer.finish()
+        target.keep()
     except _core.FileFault as fault:
+        target.discard()
         raise CaptureError(f"cannot write {name}: {fault}") from None
+    except BaseException:
+        target.discard()
+        raise
     return writer.messages
 
 
