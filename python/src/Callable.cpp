@@ -36,7 +36,7 @@ Callable::Callable(const nb::object& function) {
     });
 }
 
-void Callable::callWith(const nb::tuple& arguments) const {
+nb::object Callable::resultOf(const nb::tuple& arguments) const {
     PyObject* result = nullptr;
     try {
         result = PyObject_CallObject(m_function.get(), arguments.ptr());
@@ -45,7 +45,7 @@ void Callable::callWith(const nb::tuple& arguments) const {
     }
     if (result == nullptr)
         throw nb::python_error();
-    Py_DECREF(result);
+    return nb::steal(result);
 }
 
 void Callable::raise(nb::python_error& error) const {

@@ -23,6 +23,13 @@ public:
     /// @throws std::runtime_error when the function raises
     template<class Make>
     void call(Make&& makeArguments) const {
+        ask(std::forward<Make>(makeArguments), [](const nanobind::object&) {});
+    }
+
+    /// The same of a function whose result counts.
+    /// @param takeResult  gets it with the interpreter's lock, unless there is no interpreter any more
+    template<class Make, class Take>
+    void ask(Make&& makeArguments, Take&& takeResult) const {
         if (!m_function)
             return;
         const HandOver hand;
@@ -30,14 +37,15 @@ public:
             return;
         try {
             const nanobind::tuple arguments = std::forward<Make>(makeArguments)();
-            callWith(arguments);
+            const nanobind::object result = resultOf(arguments);
+            std::forward<Take>(takeResult)(result);
         } catch (nanobind::python_error& error) {
             raise(error);
         }
     }
 
 private:
-    void callWith(const nanobind::tuple& arguments) const;
+    [[nodiscard]] nanobind::object resultOf(const nanobind::tuple& arguments) const;
     [[noreturn]] void raise(nanobind::python_error& error) const;
 
     std::shared_ptr<PyObject> m_function;

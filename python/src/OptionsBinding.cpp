@@ -53,6 +53,26 @@ void onSlowCallback(FeedOptions& options, const nb::object& function) {
     };
 }
 
+/// What it gives stays in Python's memory as long as Python keeps it.
+void onPassword(FeedOptions& options, const nb::object& function) {
+    options.password = tivra::Password();
+    options.onPassword = [call = Callable(function)](const std::string& hub) {
+        tivra::Password password;
+        call.ask([&] { return nb::make_tuple(toStr(hub)); },
+                 [&](const nb::object& result) {
+                     Py_ssize_t length = 0;
+                     if (PyUnicode_Check(result.ptr()) == 0)
+                         PyErr_Format(PyExc_TypeError, "the password has to be a text, not %.100s",
+                                      Py_TYPE(result.ptr())->tp_name);
+                     else if (const char* const text = PyUnicode_AsUTF8AndSize(result.ptr(), &length))
+                         password = tivra::Password(std::string(text, static_cast<std::size_t>(length)));
+                     if (PyErr_Occurred() != nullptr)
+                         throw nb::python_error();
+                 });
+        return password;
+    };
+}
+
 } // namespace
 
 nb::dict toHubDict(const tivra::ConnectionEvent& event) {
@@ -75,7 +95,11 @@ void bindOptions(nb::module_& module) {
         .def("set", [](FeedOptions& self, const std::string& name,
                        const std::string& value) { self.set(name, value); })
         .def("set_password",
-             [](FeedOptions& self, const std::string& text) { self.password = tivra::Password(text); })
+             [](FeedOptions& self, const std::string& text) {
+                 self.password = tivra::Password(text);
+                 self.onPassword = nullptr;
+             })
+        .def("on_password", &onPassword)
         .def("apply_url", [](FeedOptions& self, const std::string& url) { self.applyUrl(url); })
         .def("apply_file", [](FeedOptions& self, const std::string& path) { self.applyFile(path); })
         .def("apply_environment", [](FeedOptions& self) { self.applyEnvironment(); })

@@ -49,6 +49,7 @@ def test_options_come_from_elsewhere_and_keywords_go_over_them(hub, make, tmp_pa
     elif make == "file":
         path = tmp_path / "feed.toml"
         path.write_text(f'hosts = ["{hub.address}"]\nuser = "nobody"\npassword = "demo"\n')
+        path.chmod(0o600)
         feed = tivra.Feed.from_file(path, user="demo")
     else:
         monkeypatch.setenv("TIVRA_HOSTS", hub.address)
@@ -81,6 +82,29 @@ def test_a_password_that_isnt_there_is_a_config_error(monkeypatch):
     monkeypatch.delenv("TIVRA_PASSWORD", raising=False)
     with pytest.raises(tivra.ConfigError, match="TIVRA_PASSWORD"):
         tivra.password_from_env()
+
+
+def test_a_function_is_asked_for_the_password_at_each_login(hub):
+    asked = queue.Queue()
+    with tivra.Feed(hub.address, user="demo", password=lambda who: asked.put(who) or "demo") as feed:
+        assert asked.get(timeout=DEADLINE) == hub.address
+        hub.drop_connections()
+        assert asked.get(timeout=DEADLINE) == hub.address
+        assert feed.snapshot(100, "IBM").get(DEADLINE)["ISIN"] == "US4592001014"
+
+
+@pytest.mark.parametrize("answer, text", [(lambda who: 5, "TypeError: the password has to be a text, not int"),
+                                          (lambda who: "", "returned none"),
+                                          (lambda who: "a\ud800", "UnicodeEncodeError"),
+                                          (lambda who: {}[who], "KeyError")])
+def test_a_function_without_a_password_opens_nothing_and_says_why(hub, answer, text, monkeypatch):
+    told = []
+    monkeypatch.setattr(sys, "unraisablehook", lambda it: told.append(f"{it.exc_type.__name__}: {it.exc_value}"))
+    with pytest.raises(tivra.Error) as raised:
+        tivra.Feed(hub.address, user="demo", password=answer, open_timeout=5).open()
+    assert "the callback for the password has" in str(raised.value)
+    assert text in str(raised.value) + str(told)
+    assert not [request for request in hub.requests() if "Login" in request]
 
 
 def test_a_refused_login_says_who_and_why(hub):

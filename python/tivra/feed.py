@@ -57,7 +57,9 @@ class Feed:
 
     :param hosts: the hubs, or connection managers, each "host:port"; one text or several.
     :param user: who logs in.
-    :param password: the user's password; see password_from_env() and password_from_file().
+    :param password: the user's password; see password_from_env() and password_from_file(). Or a function that is asked for
+        it at each login, with the "host:port" of who is to get it, on a thread of the library; when it raises, that
+        login counts as refused and sys.unraisablehook gets the exception.
     :param on_state: called with a FeedStateChange, on a thread of the library.
     :param on_connection: called with the HubStatus of a hub whenever that changes, on a thread of the library.
     :param on_error: called with a tivra.Error for what fails outside a call: a callback that raises, for example.
@@ -68,7 +70,8 @@ class Feed:
     """
 
     def __init__(self, hosts: Union[str, Iterable[str]] = (), *, user: Optional[str] = None,
-                 password: Optional[str] = None, on_state: Optional[Callable[[FeedStateChange], object]] = None,
+                 password: Union[str, Callable[[str], str], None] = None,
+                 on_state: Optional[Callable[[FeedStateChange], object]] = None,
                  on_connection: Optional[Callable[[HubStatus], object]] = None,
                  on_error: Optional[Callable[[Error], object]] = None,
                  on_slow_callback: Optional[Callable[[dict[str, Any]], object]] = None,
@@ -77,7 +80,8 @@ class Feed:
                     on_connection=on_connection, on_error=on_error, on_slow_callback=on_slow_callback, **options)
 
     def _setup(self, native: _core.Options, hosts: Union[str, Iterable[str]] = (), *, user: Optional[str] = None,
-               password: Optional[str] = None, on_state: Optional[Callable[[FeedStateChange], object]] = None,
+               password: Union[str, Callable[[str], str], None] = None,
+               on_state: Optional[Callable[[FeedStateChange], object]] = None,
                on_connection: Optional[Callable[[HubStatus], object]] = None,
                on_error: Optional[Callable[[Error], object]] = None,
                on_slow_callback: Optional[Callable[[dict[str, Any]], object]] = None, **options: OptionValue) -> None:
@@ -95,7 +99,9 @@ class Feed:
             options["user"] = _arguments.text("user", user)
         for name, value in options.items():
             self._options.set(name, _option_text(name, value))
-        if password is not None:
+        if callable(password):
+            self._options.on_password(password)
+        elif password is not None:
             self._options.set_password(_arguments.text("password", password))
         for name, callback in (("on_state", on_state), ("on_connection", on_connection), ("on_error", on_error),
                                ("on_slow_callback", on_slow_callback)):
