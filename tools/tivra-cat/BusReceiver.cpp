@@ -103,7 +103,8 @@ void BusReceiver::onGap(const tivra::Instrument& instrument, const tivra::BusGap
 void BusReceiver::onState(const tivra::FeedStateChange& change) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     // No incident: what is lost with it, if anything, is a gap.
-    m_notices.push_back(change.cause);
+    if (m_notices.size() < kMostNotices)
+        m_notices.push_back(change.cause);
 }
 
 void BusReceiver::onProblem(const tivra::BusProblem& problem) {
