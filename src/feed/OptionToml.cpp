@@ -1,6 +1,7 @@
 #include "feed/OptionFile.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 
 #define TOML_HEADER_ONLY 1
@@ -15,10 +16,42 @@ namespace {
     return path + ':' + std::to_string(region.begin.line);
 }
 
+constexpr char kMark = '~';
+
+/// The text in ASCII: a mark and two digits stand for each byte beyond it, and for the mark. The library that
+/// reads TOML runs into what it takes for impossible where letters beyond ASCII stand outside of texts, and
+/// refuses a mark there.
+[[nodiscard]] std::string inAscii(std::string_view text) {
+    constexpr const char* kDigits = "0123456789ABCDEF";
+    std::string ascii;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x80 && c != kMark)
+            ascii += c;
+        else
+            ascii.append({kMark, kDigits[byte >> 4U], kDigits[byte & 0xFU]});
+    }
+    return ascii;
+}
+
+/// What inAscii() was made of.
+[[nodiscard]] std::string asItWas(std::string_view ascii) {
+    std::string text;
+    for (std::size_t i = 0; i < ascii.size(); ++i) {
+        unsigned byte = 0;
+        const char* const digits = ascii.data() + i + 1;
+        const bool isMarked = ascii[i] == kMark && i + 2 < ascii.size() &&
+                              std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+        text += isMarked ? static_cast<char>(byte) : ascii[i];
+        i += isMarked ? 2 : 0;
+    }
+    return text;
+}
+
 /// The text by which a URL or a variable would give the value.
 [[nodiscard]] std::string textOf(const toml::node& value, const std::string& where) {
     if (const auto text = value.value_exact<std::string>())
-        return *text;
+        return asItWas(*text);
     if (const auto whole = value.value_exact<std::int64_t>())
         return std::to_string(*whole);
     if (const auto flag = value.value_exact<bool>())
@@ -32,7 +65,7 @@ namespace {
         const auto text = member.value_exact<std::string>();
         if (!text)
             refuseOptionAt(where, "a member of the list is no text");
-        joined.append(joined.empty() ? "" : ",").append(*text);
+        joined.append(joined.empty() ? "" : ",").append(asItWas(*text));
     }
     return joined;
 }
@@ -50,18 +83,22 @@ namespace {
 } // namespace
 
 void readToml(std::string_view text, const std::string& path, OptionSetter& setter) {
+    constexpr std::string_view kByteOrder = "\xEF\xBB\xBF"; // which an editor may put first
+    if (text.substr(0, kByteOrder.size()) == kByteOrder)
+        text.remove_prefix(kByteOrder.size());
     toml::table table;
     try {
-        table = toml::parse(text, path);
+        table = toml::parse(inAscii(text), path);
     } catch (const toml::parse_error& error) {
         refuseOptionAt(placeOf(path, error.source()), describe(error, text), "give TOML");
     }
     for (const auto& [key, value] : table) {
         const std::string where = placeOf(path, key.source());
+        const std::string name = asItWas(key.str());
         if (const toml::array* const list = value.as_array())
-            setter.set(key.str(), listOf(*list, where), where, OptionSetter::Form::List);
+            setter.set(name, listOf(*list, where), where, OptionSetter::Form::List);
         else
-            setter.set(key.str(), textOf(value, where), where);
+            setter.set(name, textOf(value, where), where);
     }
 }
 

@@ -148,6 +148,9 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"toml", "user = ['u', 'v']\n", "user has one value"},
         BadInput{"toml", "[feed]\nuser = 'u'\n", "bad.toml:1: a value is neither"},
         BadInput{"toml", "\npassword = s3cret\n", "bad.toml:2: there is no TOML"},
+        BadInput{"toml", "user = 'u'\ngr\u00f6\u00dfe = 1\n", "bad.toml:2: "},
+        BadInput{"toml", "user = 'u' \u00e9\n", "bad.toml:1: "},
+        BadInput{"toml", "hosts = [0.\"\u00bd\"]\n", "bad.toml:1: "},
         BadInput{"toml", std::string(70'000, '#'), "the file is too large"},
         BadInput{"toml", "hosts = " + std::string(5'000, '['), "bad.toml:1: "},
         BadInput{"json", "{\n\"user\": \"u\",\n\"user\": \"v\"}", "bad.json:3: user is given twice"},
@@ -159,6 +162,14 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"json", "{\"user\": \"a\\u0000b\"}", "a control character in the user"},
         BadInput{"json", std::string(60'000, '['), "a list can't be meant there"},
         BadInput{"yaml", "user: u", "neither .toml nor .json"}));
+
+TEST(FeedOptionsTest, TextsAndCommentsOfAFileMayHaveLettersOfAnyLanguage) {
+    const FeedOptions options = FeedOptions::fromFile(
+        write("letters.toml",
+              "\xEF\xBB\xBF# gr\u00f6\u00dfer\nuser = \"J\\\"\u00f6rg~41\" # \u00e9\npassword = '\u00e9'\n"));
+    EXPECT_EQ(options.user, "J\"\u00f6rg~41");
+    EXPECT_EQ(options.password.text(), "\u00e9");
+}
 
 TEST(FeedOptionsTest, WhatIsNoFileIsRefusedWithItsCause) {
     EXPECT_THROW(FeedOptions::fromFile("/dev/zero.toml"), tivra::Error);
