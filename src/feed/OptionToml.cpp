@@ -80,12 +80,25 @@ constexpr char kMark = '~';
     return isSecret ? "there is no TOML from here on" : std::string(error.description());
 }
 
+/// Options have no tables, and the library that reads TOML takes for granted that their heads are well
+/// formed.
+void refuseTables(std::string_view text, const std::string& path) {
+    for (std::size_t line = 1, begin = 0; begin < text.size(); ++line) {
+        const std::size_t first = text.find_first_not_of(" \t", begin);
+        if (first != std::string_view::npos && text[first] == '[')
+            refuseOptionAt(path + ':' + std::to_string(line), "a table can't be meant there",
+                           "give options alone, and lists on the line of their name");
+        begin = std::min(text.find('\n', begin), text.size() - 1) + 1;
+    }
+}
+
 } // namespace
 
 void readToml(std::string_view text, const std::string& path, OptionSetter& setter) {
     constexpr std::string_view kByteOrder = "\xEF\xBB\xBF"; // which an editor may put first
     if (text.substr(0, kByteOrder.size()) == kByteOrder)
         text.remove_prefix(kByteOrder.size());
+    refuseTables(text, path);
     toml::table table;
     try {
         table = toml::parse(inAscii(text), path);
