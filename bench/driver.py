@@ -56,7 +56,8 @@ def run(build, name, quick, rounds=None):
     rounds = rounds or PROGRAMS[name][1 if quick else 0]
     figures, text = build / f"{name}.json", build / f"{name}.txt"
     figures.unlink(missing_ok=True)
-    words = [str(program(build, name)), str(rounds), "--json", str(figures)] + (["--quick"] if quick else [])
+    start = [sys.executable, "-B", str(SCRIPTS[name])] if name in SCRIPTS else [str(program(build, name))]
+    words = start + [str(rounds), "--json", str(figures)] + (["--quick"] if quick else [])
     begin = time.monotonic()
     with open(text, "w") as out:
         try:
@@ -212,6 +213,8 @@ def main():
     if options.report and (options.quick or options.compare or options.only != list(PROGRAMS)):
         parser.error("--report goes with no other option")
     subprocess.run([str(ROOT / "scripts" / "build-preset"), "bench"], check=True)
+    if not options.compare and not options.report and SCRIPTS.keys() & set(options.only):
+        subprocess.run([str(ROOT / "scripts" / "build-preset"), "release"], check=True)
     about = machine()
     print(f"{about['processor']}, {about['cores']} cores, Linux {about['kernel']}, {about['time']}")
     if about["load"] > about["cores"] / 4:

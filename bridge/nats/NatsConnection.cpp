@@ -54,8 +54,6 @@ NatsOptions optionsOf(const NatsAddress& address) {
     natsOptions_SetMaxPendingMsgs(raw, kPendingMessages);
     natsOptions_SetPingInterval(raw, 2000);
     natsOptions_SetWriteDeadline(raw, kWriteMilliseconds);
-    // Else each message wakes a thread that writes it, and both want the same lock.
-    natsOptions_SetSendAsap(raw, true);
     if (!address.credentialsFile.empty())
         require(natsOptions_SetUserCredentialsFromFiles(raw, address.credentialsFile.c_str(), nullptr),
                 "the credentials file " + address.credentialsFile);
