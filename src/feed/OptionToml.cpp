@@ -5,6 +5,24 @@
 #include <cstdint>
 
 #define TOML_HEADER_ONLY 1
+#include <toml++/impl/preprocessor.h>
+
+namespace {
+
+/// The library that reads TOML has met what it takes for impossible.
+struct NoToml {};
+
+[[noreturn]] void refuseToml() {
+    throw NoToml();
+}
+
+} // namespace
+
+// It would end the process, or go on at random: some wrong files lead there.
+#undef TOML_ASSERT
+#undef TOML_ASSERT_ASSUME
+#define TOML_ASSERT(expression) ((expression) ? static_cast<void>(0) : refuseToml())
+#define TOML_ASSERT_ASSUME(expression) TOML_ASSERT(expression)
 #include <toml++/toml.h>
 
 #include "feed/OptionSetter.h"
@@ -104,6 +122,8 @@ void readToml(std::string_view text, const std::string& path, OptionSetter& sett
         table = toml::parse(inAscii(text), path);
     } catch (const toml::parse_error& error) {
         refuseOptionAt(placeOf(path, error.source()), describe(error, text), "give TOML");
+    } catch (const NoToml&) {
+        refuseOptionAt(path, "there is no TOML in it", "give a name, = and a value in each line");
     }
     for (const auto& [key, value] : table) {
         const std::string where = placeOf(path, key.source());

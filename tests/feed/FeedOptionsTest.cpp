@@ -148,6 +148,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadInput{"toml", "user = ['u', 'v']\n", "user has one value"},
         BadInput{"toml", "[feed]\nuser = 'u'\n", "bad.toml:1: a table can't be meant there"},
         BadInput{"toml", "user = 'u'\n \t[!", "bad.toml:2: a table can't be meant there"},
+        BadInput{"toml", "hosts = ['h:1',}", "bad.toml: there is no TOML in it"},
         BadInput{"toml", "user = {a = 1}\n", "bad.toml:1: a value is neither"},
         BadInput{"toml", "\npassword = s3cret\n", "bad.toml:2: there is no TOML"},
         BadInput{"toml", "user = 'u'\ngr\u00f6\u00dfe = 1\n", "bad.toml:2: "},
