@@ -82,7 +82,7 @@ std::set<int> sourcesOf(const json& value, const std::string& where) {
 json parsed(std::string_view text) {
     try {
         return json::parse(text);
-    } catch (const json::parse_error& error) {
+    } catch (const json::exception& error) { // a number that none can hold is no parse_error
         throw ConfigError(std::string("configuration is not JSON: ") + error.what());
     }
 }

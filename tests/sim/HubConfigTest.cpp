@@ -65,6 +65,7 @@ TEST(HubConfig, EffectiveJsonReadsBackTheSameAndHidesPasswordsWhenAsked) {
 TEST(HubConfig, WrongJsonIsRefusedWithTheKeyAndWhatWasExpected) {
     expectRefused<HubConfig>(
         {{"{\"port\": ", "not JSON"},
+         {R"({"port": 1e999})", "not JSON"},
          {"[]", "configuration: must be an object"},
          {R"({"prot": 1})", "\"prot\": unknown key; known here: advertisedHost"},
          {R"({"port": 65536})", "\"port\": must be a whole number from 0 to 65535"},
