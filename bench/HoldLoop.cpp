@@ -13,7 +13,7 @@ using namespace tivra_internal;
 HoldLoop::HoldLoop(std::size_t symbols, const tivra::SubscriptionHandlers& handlers)
     : m_registry(std::make_shared<FeedRegistry>(m_sender, nullptr))
     , m_feed(std::make_unique<FeedImpl>(tivra::FeedOptions()))
-    , m_stream(std::make_unique<FeedStream>(m_registry, *m_feed, m_dictionary, "bench")) {
+    , m_stream(std::make_unique<FeedStream>(m_registry, *m_feed, m_dictionary, "bench", m_queue)) {
     addField(101, "BID", "FLOAT");
     addField(102, "BID.SIZE", "INTEGER");
     addField(103, "ASK", "FLOAT");

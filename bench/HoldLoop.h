@@ -13,6 +13,7 @@
 #include "feed/FeedSender.h"
 #include "feed/FeedStream.h"
 #include "kvnparse/Message.h"
+#include "receive/Queue.h"
 
 namespace tivra_bench {
 
@@ -47,6 +48,7 @@ private:
     Sender m_sender;
     std::shared_ptr<tivra_internal::FeedRegistry> m_registry;
     std::unique_ptr<tivra_internal::FeedImpl> m_feed; ///< never opened
+    tivra_internal::Queue m_queue{1, false, nullptr, 0};
     std::unique_ptr<tivra_internal::FeedStream> m_stream;
     std::vector<std::string> m_symbols;
     std::vector<std::shared_ptr<tivra_internal::SubscriptionState>> m_subscriptions;
