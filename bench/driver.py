@@ -215,10 +215,10 @@ def main():
     options = parser.parse_args()
     if options.report and (options.quick or options.compare or options.only != list(PROGRAMS)):
         parser.error("--report goes with no other option")
+    about = machine()  # before the build makes a load of its own
     subprocess.run([str(ROOT / "scripts" / "build-preset"), "bench"], check=True)
     if not options.compare and not options.report and SCRIPTS.keys() & set(options.only):
         subprocess.run([str(ROOT / "scripts" / "build-preset"), "release"], check=True)
-    about = machine()
     print(f"{about['processor']}, {about['cores']} cores, Linux {about['kernel']}, {about['time']}")
     if about["load"] > about["cores"] / 4:
         print(f"The machine is busy (load {about['load']:.1f}): expect noise.")
