@@ -268,6 +268,8 @@ void FeedImpl::changeState(FeedState to, const char* cause) {
 
 /// On the feed's thread: a hub's own has its sockets to serve.
 void FeedImpl::tell(const tivra::ConnectionEvent& event) {
+    if (event.to == tivra::HubState::Ready && !m_registry->isDetached())
+        m_registry->laterAt(0.0, [this] { m_registry->askWithdrawn(); });
     if (m_options.onConnection && !m_registry->isDetached())
         m_registry->laterAt(0.0, [this, event] {
             m_registry->callbacks().run("onConnection", event.hub, [&] { m_options.onConnection(event); });

@@ -71,6 +71,12 @@ public:
     /// A hub has served it before.
     [[nodiscard]] bool wasLive() const noexcept { return m_wasLive.load(std::memory_order_relaxed); }
 
+    /// Its request has been refused while it was withdrawn, so that none stands. True once for each time.
+    [[nodiscard]] bool takeUnasked() noexcept {
+        return m_isUnasked.exchange(false, std::memory_order_relaxed);
+    }
+    void setUnasked() noexcept { m_isUnasked.store(true, std::memory_order_relaxed); }
+
     // --- what the application does; @thread any ---
     /// Ends a subscription: when this returns nothing of it runs, but for the callback that this is called
     /// in. On a thread of the library it waits for nobody.
@@ -127,6 +133,7 @@ private:
     std::atomic<bool> m_hasClosed{false}; ///< some of the subscriptions have been closed
     std::atomic<bool> m_isWithdrawn{false};
     std::atomic<bool> m_wasLive{false};
+    std::atomic<bool> m_isUnasked{false};
     tivra::Gap::Cause m_gapCause TP_GUARDED_BY(m_turn) = tivra::Gap::Cause::Loss; ///< of the gap that is open
     tivra::DataState m_state TP_GUARDED_BY(m_turn) = tivra::DataState::Pending;
     ItemTurn m_turn;

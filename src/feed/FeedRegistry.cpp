@@ -277,6 +277,20 @@ void FeedRegistry::restore(int source) {
         askAnew(item);
 }
 
+void FeedRegistry::askWithdrawn() {
+    if (!m_hasUnasked.exchange(false))
+        return;
+    std::vector<std::shared_ptr<FeedItem>> unasked;
+    {
+        const tp::MutexLock lock(m_mutex);
+        for (const std::shared_ptr<FeedItem>& item : m_items)
+            if (item->takeUnasked() && item->isWithdrawn())
+                unasked.push_back(item);
+    }
+    for (const std::shared_ptr<FeedItem>& item : unasked)
+        askAnew(item);
+}
+
 /// Under another tag. What comes under the former one is of no use.
 void FeedRegistry::askAnew(const std::shared_ptr<FeedItem>& item) {
     try {
@@ -300,7 +314,7 @@ void FeedRegistry::askAnew(const std::shared_ptr<FeedItem>& item) {
 /// A hub refuses what it is asked for once more after it has withdrawn the source, and its answer takes
 /// another way than the word of the withdrawal: either may come first.
 void FeedRegistry::refuse(const std::shared_ptr<FeedItem>& item, int64_t tag, const Error& error) {
-    if (!item->wasLive())
+    if (!item->wasLive() || item->isWithdrawn())
         refuseNow(*item, tag, error);
     else
         laterAt(tp::Clock::monotonic() + kUntilWithdrawalIsKnown,
@@ -308,8 +322,13 @@ void FeedRegistry::refuse(const std::shared_ptr<FeedItem>& item, int64_t tag, co
 }
 
 void FeedRegistry::refuseNow(FeedItem& item, int64_t tag, const Error& error) {
-    if (item.isWithdrawn() || item.isGone() || item.tag() != tag)
-        return; // it is asked for once more when the source comes back, or has been meanwhile
+    if (item.isGone() || item.tag() != tag)
+        return; // it has been asked for once more meanwhile
+    if (item.isWithdrawn()) {
+        item.setUnasked(); // until the source comes back, or another connection
+        m_hasUnasked.store(true);
+        return;
+    }
     forgetItem(item);
     item.refuse(error);
 }

@@ -83,6 +83,8 @@ public:
     void withdraw(int source) TP_EXCLUDES(m_mutex);
     /// The user may see it again: what stood is asked for anew.
     void restore(int source) TP_EXCLUDES(m_mutex);
+    /// A hub is ready, which may grant again what was withdrawn before, without a word of it.
+    void askWithdrawn() TP_EXCLUDES(m_mutex);
 
     // --- what the streams ask ---
     [[nodiscard]] Target targetOf(int64_t tag) TP_EXCLUDES(m_mutex);
@@ -166,6 +168,7 @@ private:
     std::atomic<std::uint64_t> m_unwanted{0};
     std::atomic<std::uint64_t> m_late{0};
     std::atomic<bool> m_isDetached{false};
+    std::atomic<bool> m_hasUnasked{false}; ///< some item
 
     tp::Mutex m_sendMutex{kLockFeedSend};
     FeedSender* m_sender TP_GUARDED_BY(m_sendMutex); ///< null once the feed is closed

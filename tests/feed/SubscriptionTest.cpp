@@ -168,6 +168,16 @@ TEST_F(SubscriptionTest, WhatAWithdrawnSourceIsRefusedForComesBackWithIt) {
     ASSERT_TRUE(hub.waitForConnections(1));
     hub.grant("demo", 100);
     ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
+    // The permission comes back while nobody is there to hear of it.
+    hub.withdraw("demo", 100);
+    ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Stale; }));
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    hub.stop();
+    hub.grant("demo", 100);
+    hub.start();
+    ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
     // The refusal first.
     hub.refuse("QuerySnapAndSubscribe", tivra_sim::status::NO_PERMISSION, 1);
     hub.clearRequests();
