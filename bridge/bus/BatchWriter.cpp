@@ -1,6 +1,9 @@
 #include "bus/BatchWriter.h"
 
 #include "bus/BusError.h"
+#include "bus/JsonText.h"
+
+#include <fmt/format.h>
 
 #include <utility>
 
@@ -11,7 +14,8 @@ BatchWriter::BatchWriter(std::size_t bytes) : m_expected(bytes) {
 }
 
 void BatchWriter::reset() {
-    m_records = {};
+    // Memory that is new costs the kernel a fault for each page.
+    m_records = std::exchange(m_spare, {});
     m_records.reserve(kHeaderRoom + m_expected);
     m_records.resize(kHeaderRoom);
     m_last = kHeaderRoom;
@@ -35,6 +39,12 @@ void BatchWriter::begin(RecordType type, const RecordKey* key) {
 
 void BatchWriter::end() {
     m_records += "}\n";
+    ++m_count;
+}
+
+void BatchWriter::add(const RecordWriter& writer, const ValuesRecord& record) {
+    m_last = m_records.size();
+    writer.append(m_records, record);
     ++m_count;
 }
 
@@ -90,6 +100,11 @@ ClosedBatch BatchWriter::close(BatchHeader header) {
     batch.buffer.replace(batch.begin, line.size(), line);
     reset();
     return batch;
+}
+
+void BatchWriter::reuse(std::string buffer) {
+    if (buffer.capacity() <= 2 * (kHeaderRoom + m_expected))
+        m_spare = std::move(buffer);
 }
 
 } // namespace tivra_bus

@@ -3,9 +3,7 @@
 #include "bus/BatchHeader.h"
 #include "bus/BusRecord.h"
 #include "bus/ClosedBatch.h"
-#include "bus/FieldsText.h"
-
-#include <fmt/format.h>
+#include "bus/RecordWriter.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -30,14 +28,7 @@ public:
     /// @param bytes  that a batch is expected to have
     explicit BatchWriter(std::size_t bytes = 0);
 
-    /// An update, image or refresh: the fields of a tivra::Update or tivra::Record.
-    template<class Values>
-    void add(RecordType type, const RecordKey& key, const Values& values) {
-        begin(type, &key);
-        m_records += R"(,"fields":)";
-        appendFields(m_records, values);
-        end();
-    }
+    void add(const RecordWriter& writer, const ValuesRecord& record);
     void addState(const RecordKey& key, std::string_view state, std::string_view cause);
     /// @param key  null for a gap of all symbols of the partition
     void addGap(const RecordKey* key, const BusGap& gap);
@@ -57,6 +48,8 @@ public:
     /// The message, whose header gets the number of records. The writer is empty again.
     /// @throws BatchError for a header that no room is kept for
     [[nodiscard]] ClosedBatch close(BatchHeader header);
+    /// Gives the memory of a batch that is done with to the next one.
+    void reuse(std::string buffer);
 
 private:
     void reset();
@@ -65,21 +58,9 @@ private:
 
     std::size_t m_expected;
     std::string m_records;
+    std::string m_spare;              ///< memory for the next batch
     std::size_t m_last = kHeaderRoom; ///< where the last record begins
     std::size_t m_count = 0;
 };
-
-/// The message with a symbol's last values.
-template<class Values>
-[[nodiscard]] std::string lastMessage(const RecordKey& key, std::uint64_t epoch, std::string_view state,
-                                      std::string_view time, const Values& values) {
-    std::string text = fmt::format(R"({{"tivra":1,"source":{},"symbol":)", key.source);
-    appendQuoted(text, key.symbol);
-    text += fmt::format(R"(,"epoch":{},"n":{},"state":"{}","time":"{}","fields":)", epoch, key.number, state,
-                        time);
-    appendFields(text, values);
-    text += '}';
-    return text;
-}
 
 } // namespace tivra_bus

@@ -22,52 +22,55 @@ bool isPlain(char c) {
     return byte >= 0x20 && byte < 0x80 && c != '"' && c != '\\';
 }
 
+/// The most bytes of a number, of a time in quotes, and of a byte of a text that has to be escaped.
+constexpr std::size_t kMostNumber = 32;
+constexpr std::size_t kMostTime = 40;
+constexpr std::size_t kMostEscape = 6;
+
 template<class Number>
-void appendDigits(std::string& out, Number number) {
-    char text[32];
-    const auto end = std::to_chars(text, text + sizeof text, number).ptr;
-    out.append(text, end);
+char* putDigits(char* to, Number number) {
+    return std::to_chars(to, to + kMostNumber, number).ptr;
+}
+
+char* putText(char* to, std::string_view text) {
+    return std::copy(text.begin(), text.end(), to);
 }
 
 /// `number` with so many digits.
-void appendPadded(std::string& out, unsigned number, int digits) {
-    char text[10];
+char* putPadded(char* to, unsigned number, int digits) {
     for (int i = digits - 1; i >= 0; --i, number /= 10)
-        text[i] = static_cast<char>('0' + number % 10);
-    out.append(text, static_cast<std::size_t>(digits));
+        to[i] = static_cast<char>('0' + number % 10);
+    return to + digits;
 }
 
-/// Appends a number of few decimals, as prices are: nothing else has to be tried for it, since only one
-/// number of so few digits is this one.
-bool appendPrice(std::string& out, double number) {
+/// Puts a number of few decimals, as prices are: nothing else has to be tried for it, since only one number
+/// of so few digits is this one. @return null for another
+char* putPrice(char* to, double number) {
     const double scaled = number * kPriceScale;
     if (!(std::abs(scaled) < kMostScaled) || number == 0.0)
-        return false;
+        return nullptr;
     const auto whole = static_cast<std::int64_t>(std::llrint(scaled));
     if (static_cast<double>(whole) / kPriceScale != number)
-        return false;
+        return nullptr;
     const auto digits = static_cast<std::uint64_t>(whole < 0 ? -whole : whole);
     if (whole < 0)
-        out += '-';
-    appendDigits(out, digits / kPriceUnits);
-    out += '.';
-    appendPadded(out, static_cast<unsigned>(digits % kPriceUnits), kPriceDecimals);
-    while (out.back() == '0' && out[out.size() - 2] != '.')
-        out.pop_back();
-    return true;
+        *to++ = '-';
+    to = putDigits(to, digits / kPriceUnits);
+    *to++ = '.';
+    to = putPadded(to, static_cast<unsigned>(digits % kPriceUnits), kPriceDecimals);
+    while (to[-1] == '0' && to[-2] != '.')
+        --to;
+    return to;
 }
 
-void appendDouble(std::string& out, double number) {
-    if (appendPrice(out, number))
-        return;
-    if (!std::isfinite(number)) {
-        out += std::isnan(number) ? "\"nan\"" : number > 0 ? "\"inf\"" : "\"-inf\"";
-        return;
-    }
-    const std::size_t begin = out.size();
-    appendDigits(out, number);
-    if (out.find_first_of(".e", begin) == std::string::npos)
-        out += ".0";
+char* putDouble(char* to, double number) {
+    if (char* const end = putPrice(to, number))
+        return end;
+    if (!std::isfinite(number))
+        return putText(to, std::isnan(number) ? "\"nan\"" : number > 0 ? "\"inf\"" : "\"-inf\"");
+    char* const end = putDigits(to, number);
+    const std::string_view digits(to, static_cast<std::size_t>(end - to));
+    return digits.find_first_of(".e") == std::string_view::npos ? putText(end, ".0") : end;
 }
 
 /// "2013-10-07T13:30:00".
@@ -76,40 +79,23 @@ std::string secondText(std::chrono::sys_seconds second) {
     const sys_days day = floor<days>(second);
     const year_month_day date(day);
     const hh_mm_ss clock(second - day);
-    std::string text;
-    if (const int year = static_cast<int>(date.year()); year >= 0 && year <= 9999)
-        appendPadded(text, static_cast<unsigned>(year), 4);
-    else
-        appendDigits(text, year);
-    const auto part = [&text](char lead, auto number) {
-        text += lead;
-        appendPadded(text, static_cast<unsigned>(number), 2);
+    char text[kMostTime];
+    const int year = static_cast<int>(date.year());
+    char* to =
+        year >= 0 && year <= 9999 ? putPadded(text, static_cast<unsigned>(year), 4) : putDigits(text, year);
+    const auto part = [&to](char lead, auto number) {
+        *to++ = lead;
+        to = putPadded(to, static_cast<unsigned>(number), 2);
     };
     part('-', static_cast<unsigned>(date.month()));
     part('-', static_cast<unsigned>(date.day()));
     part('T', clock.hours().count());
     part(':', clock.minutes().count());
     part(':', clock.seconds().count());
-    return text;
+    return {text, to};
 }
 
-} // namespace
-
-void appendQuoted(std::string& out, std::string_view text) {
-    if (!std::all_of(text.begin(), text.end(), isPlain)) {
-        out += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-        return;
-    }
-    out += '"';
-    out += text;
-    out += '"';
-}
-
-void appendNumber(std::string& out, std::uint64_t number) {
-    appendDigits(out, number);
-}
-
-void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
+char* putTime(char* to, std::chrono::system_clock::time_point time) {
     using namespace std::chrono;
     const sys_seconds second = floor<seconds>(time);
     // What comes one after the other is of the same second as a rule.
@@ -119,29 +105,86 @@ void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
         text = secondText(second);
         last = second;
     }
+    to = putText(to, text);
+    *to++ = '.';
+    to = putPadded(to, static_cast<unsigned>(floor<microseconds>(time - second).count()), 6);
+    *to++ = 'Z';
+    return to;
+}
+
+std::string escaped(std::string_view text) {
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+char* putQuoted(char* to, std::string_view text) {
+    if (!std::all_of(text.begin(), text.end(), isPlain))
+        return putText(to, escaped(text));
+    *to++ = '"';
+    to = putText(to, text);
+    *to++ = '"';
+    return to;
+}
+
+} // namespace
+
+void appendQuoted(std::string& out, std::string_view text) {
+    if (!std::all_of(text.begin(), text.end(), isPlain)) {
+        out += escaped(text);
+        return;
+    }
+    out += '"';
     out += text;
-    out += '.';
-    appendPadded(out, static_cast<unsigned>(floor<microseconds>(time - second).count()), 6);
-    out += 'Z';
+    out += '"';
+}
+
+char* putNumber(char* to, std::uint64_t number) {
+    return putDigits(to, number);
+}
+
+void appendNumber(std::string& out, std::uint64_t number) {
+    char text[kMostNumber];
+    out.append(text, putNumber(text, number));
+}
+
+void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
+    char text[kMostTime];
+    out.append(text, putTime(text, time));
+}
+
+std::size_t mostBytes(const tivra::Value& value) {
+    switch (value.type()) {
+    case tivra::Value::Type::Text:
+        return 2 + kMostEscape * value.as<std::string_view>().size();
+    case tivra::Value::Type::Time:
+        return kMostTime;
+    case tivra::Value::Type::Integer:
+    case tivra::Value::Type::Double:
+        break;
+    }
+    return kMostNumber;
+}
+
+char* putValue(char* to, const tivra::Value& value) {
+    switch (value.type()) {
+    case tivra::Value::Type::Integer:
+        return putDigits(to, value.as<std::int64_t>());
+    case tivra::Value::Type::Double:
+        return putDouble(to, value.as<double>());
+    case tivra::Value::Type::Text:
+        return putQuoted(to, value.as<std::string_view>());
+    case tivra::Value::Type::Time:
+        break;
+    }
+    *to++ = '"';
+    to = putTime(to, value.as<tivra::TimePoint>());
+    *to++ = '"';
+    return to;
 }
 
 void appendValue(std::string& out, const tivra::Value& value) {
-    switch (value.type()) {
-    case tivra::Value::Type::Integer:
-        appendDigits(out, value.as<std::int64_t>());
-        break;
-    case tivra::Value::Type::Double:
-        appendDouble(out, value.as<double>());
-        break;
-    case tivra::Value::Type::Text:
-        appendQuoted(out, value.as<std::string_view>());
-        break;
-    case tivra::Value::Type::Time:
-        out += '"';
-        appendTime(out, value.as<tivra::TimePoint>());
-        out += '"';
-        break;
-    }
+    const std::size_t begin = out.size();
+    out.resize(begin + mostBytes(value));
+    out.resize(static_cast<std::size_t>(putValue(out.data() + begin, value) - out.data()));
 }
 
 } // namespace tivra_bus

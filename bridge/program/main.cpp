@@ -3,6 +3,7 @@
 #include "program/StatusServer.h"
 
 #include "bus/BusError.h"
+#include "bus/JsonText.h"
 #include "run/Bridge.h"
 
 #include "common/Password.h"

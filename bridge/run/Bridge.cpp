@@ -1,6 +1,7 @@
 #include "run/Bridge.h"
 
 #include "bus/BusError.h"
+#include "bus/JsonText.h"
 #include "bus/SubjectNames.h"
 #include "run/StateNames.h"
 
@@ -204,7 +205,7 @@ void Bridge::take(unsigned partition) {
         return; // somebody else was first
     Tenure tenure;
     tenure.writer = std::make_shared<PartitionWriter>(partition, epoch, end, m_publisher, m_writerOptions,
-                                                      m_counters, m_bell);
+                                                      m_counters, m_names, m_bell);
     tenure.writer->setDictionary(m_dictionaryRevision);
     tenure.lastValues = std::make_shared<LastValuesWriter>(tenure.writer, m_publisher, m_counters);
     tenure.group = m_feed.subscribeAll(m_instruments[partition], tenure.writer->handlers());
@@ -244,6 +245,7 @@ void Bridge::release(const std::vector<unsigned>& partitions) {
     for (const unsigned partition : partitions) {
         Tenure& tenure = m_tenures.at(partition);
         tenure.group.close();
+        tenure.writer->setClosed();
         tenure.lastValues->settle();
     }
     drain(partitions);

@@ -106,6 +106,7 @@ private:
     std::vector<std::vector<tivra::Instrument>> m_instruments; ///< by partition
     WriterOptions m_writerOptions;
     const std::shared_ptr<WriterCounters> m_counters = std::make_shared<WriterCounters>();
+    const std::shared_ptr<FieldNames> m_names = std::make_shared<FieldNames>();
     const std::shared_ptr<SendBell> m_bell = std::make_shared<SendBell>();
 
     // Of the thread that manages.

@@ -1,7 +1,5 @@
 #include "run/LastValuesWriter.h"
 
-#include "run/StateNames.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -27,14 +25,11 @@ void LastValuesWriter::wait(std::uint32_t index) {
         m_waiting.push_back(index);
 }
 
-void LastValuesWriter::note(int source, std::string_view symbol) {
-    auto& [key, index] = m_indexes[{source, symbol}];
-    if (!index) {
-        index = static_cast<std::uint32_t>(m_symbols.size());
-        m_symbols.emplace_back().key = &key;
-    }
-    if (!std::exchange(m_symbols[*index].isChanged, true))
-        wait(*index);
+void LastValuesWriter::note(std::uint32_t index) {
+    if (index >= m_symbols.size())
+        m_symbols.resize(index + 1);
+    if (!std::exchange(m_symbols[index].isChanged, true))
+        wait(index);
 }
 
 std::vector<std::uint32_t> LastValuesWriter::start(Clock::time_point now) {
@@ -56,26 +51,22 @@ std::vector<std::uint32_t> LastValuesWriter::start(Clock::time_point now) {
 }
 
 void LastValuesWriter::send(std::uint32_t index) {
-    const SymbolKey* key = nullptr;
+    const SymbolName& name = m_writer->nameAt(index);
     std::optional<std::uint64_t> expected;
     {
         const tp::MutexLock lock(m_mutex);
-        key = m_symbols[index].key;
         expected = m_symbols[index].position;
     }
     const SendTicket ticket{weak_from_this(), index};
     if (!expected) {
-        m_publisher.findLast(key->source, key->symbol, ticket);
+        m_publisher.findLast(name.source, name.symbol, ticket);
         return;
     }
-    // Whatever has changed has a row, and rows stay.
-    const tivra::BoardRow row = m_writer->board().find(key->source, key->symbol).value_or(tivra::BoardRow{});
-    std::string time;
-    appendTime(time, row.lastUpdate.value_or(std::chrono::system_clock::now()));
-    m_publisher.sendLast(key->source, key->symbol,
-                         lastMessage({key->source, key->symbol, row.updates}, m_writer->epoch(),
-                                     nameOf(row.state), time, row.values),
-                         *expected, ticket);
+    const std::string message = m_writer->lastValuesAt(index);
+    if (message.empty())
+        sent(index, {SendResult::Outcome::TooBig, 0, 0, {}});
+    else
+        m_publisher.sendLast(name.source, name.symbol, message, *expected, ticket);
 }
 
 void LastValuesWriter::pump(Clock::time_point now, bool isDue) {
@@ -86,13 +77,12 @@ void LastValuesWriter::pump(Clock::time_point now, bool isDue) {
         const tp::MutexLock lock(m_mutex);
         isSettling = m_isSettling;
     }
-    if (isDue || isSettling)
-        m_writer->board().changedSince(m_cursor, [this](const tivra::BoardRow& row) {
-            // One that only has a state has no values that may take the place of others.
-            const tp::MutexLock lock(m_mutex);
-            if (row.updates > 0)
-                note(row.values.source(), row.values.symbol());
-        });
+    if (isDue || isSettling) {
+        const std::vector<std::uint32_t> changed = m_writer->takeChanged();
+        const tp::MutexLock lock(m_mutex);
+        for (const std::uint32_t index : changed)
+            note(index);
+    }
     for (const std::uint32_t index : start(now))
         send(index);
     const tp::MutexLock lock(m_mutex);

@@ -2,9 +2,6 @@
 
 #include "bus/BusPublisher.h"
 #include "run/PartitionWriter.h"
-#include "run/SymbolMap.h"
-
-#include <feed/Board.h>
 
 #include <tp/Mutex.h>
 
@@ -37,14 +34,14 @@ public:
 
 private:
     struct Symbol {
-        const SymbolKey* key = nullptr;
         std::optional<std::uint64_t> position; ///< of the present message; nothing until it is looked at
         bool isBusy = false;                   ///< something is on its way
         bool isFinding = false;                ///< that is a look
         bool isChanged = false;                ///< it is among those that wait, or will be once it isn't busy
     };
 
-    void note(int source, std::string_view symbol) TP_REQUIRES(m_mutex);
+    /// It has changed.
+    void note(std::uint32_t index) TP_REQUIRES(m_mutex);
     /// What can be sent now; it is busy then.
     [[nodiscard]] std::vector<std::uint32_t> start(Clock::time_point now) TP_EXCLUDES(m_mutex);
     void send(std::uint32_t index) TP_EXCLUDES(m_mutex);
@@ -53,11 +50,9 @@ private:
     const std::shared_ptr<PartitionWriter> m_writer;
     BusPublisher& m_publisher;
     const std::shared_ptr<WriterCounters> m_counters;
-    tivra::BoardCursor m_cursor; ///< of the thread that sends
 
     mutable tp::Mutex m_mutex{tp::LockRank{9, "last values"}};
-    SymbolMap<std::optional<std::uint32_t>> m_indexes TP_GUARDED_BY(m_mutex);
-    std::deque<Symbol> m_symbols TP_GUARDED_BY(m_mutex);
+    std::vector<Symbol> m_symbols TP_GUARDED_BY(m_mutex);       ///< by the index of the writer's slot
     std::deque<std::uint32_t> m_waiting TP_GUARDED_BY(m_mutex); ///< that are changed and not busy
     std::size_t m_inFlight TP_GUARDED_BY(m_mutex) = 0;
     int m_failures TP_GUARDED_BY(m_mutex) = 0; ///< in a row

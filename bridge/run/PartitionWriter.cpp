@@ -1,5 +1,7 @@
 #include "run/PartitionWriter.h"
 
+#include "bus/JsonRecords.h"
+#include "bus/JsonText.h"
 #include "run/StateNames.h"
 
 #include <algorithm>
@@ -34,12 +36,14 @@ WriterOptions fitting(WriterOptions options) {
 
 PartitionWriter::PartitionWriter(unsigned partition, std::uint64_t epoch, const StreamEnd& end,
                                  BusPublisher& publisher, const WriterOptions& options,
-                                 std::shared_ptr<WriterCounters> counters, std::shared_ptr<SendBell> bell)
+                                 std::shared_ptr<WriterCounters> counters, std::shared_ptr<FieldNames> names,
+                                 std::shared_ptr<SendBell> bell)
     : m_partition(partition)
     , m_epoch(epoch)
     , m_publisher(publisher)
     , m_options(fitting(options))
     , m_counters(std::move(counters))
+    , m_names(std::move(names))
     , m_bell(std::move(bell))
     , m_room(options.bufferBytes)
     , m_open(m_options.batchBytes)
@@ -59,80 +63,123 @@ PartitionWriter::~PartitionWriter() {
 
 tivra::SubscriptionHandlers PartitionWriter::handlers() {
     const std::shared_ptr<PartitionWriter> self = shared_from_this();
-    const tivra::SubscriptionHandlers board = m_board.handlers();
     tivra::SubscriptionHandlers handlers;
-    handlers.onUpdate = [self, board](const tivra::Update& update) {
-        board.onUpdate(update);
-        self->take(update);
-    };
-    handlers.onState = [self, board](const tivra::SubscriptionView& view, const tivra::StateChange& change) {
-        board.onState(view, change);
+    handlers.onUpdate = [self](const tivra::Update& update) { self->take(update); };
+    handlers.onState = [self](const tivra::SubscriptionView& view, const tivra::StateChange& change) {
         self->take(view, change);
     };
-    handlers.onGap = [self, board](const tivra::SubscriptionView& view, const tivra::Gap& gap) {
-        board.onGap(view, gap);
+    handlers.onGap = [self](const tivra::SubscriptionView& view, const tivra::Gap& gap) {
         self->take(view, gap);
     };
     return handlers;
 }
 
 void PartitionWriter::take(const tivra::Update& update) {
+    const tivra::SubscriptionView subscription = update.subscription();
     const tp::MutexLock lock(m_mutex);
     m_counters->updates.fetch_add(1, std::memory_order_relaxed);
-    Entry& entry = m_symbols[{update.source(), update.symbol()}];
-    Symbol& symbol = entry.second;
-    const RecordKey key{update.source(), update.symbol(), ++symbol.number};
+    SymbolSlot& slot = m_slots.of(subscription);
+    ++slot.number;
+    slot.lastUpdate = subscription.statistics().lastUpdate;
     RecordType type = RecordType::Update;
     if (update.kind() == tivra::Update::Kind::Refresh)
         type = RecordType::Refresh;
-    else if (update.kind() == tivra::Update::Kind::Image && !std::exchange(symbol.hasImage, true))
+    else if (update.kind() == tivra::Update::Kind::Image && !std::exchange(slot.hasImage, true))
         type = RecordType::Image;
+    slot.image.apply(update, type == RecordType::Image, m_options.maxMessage, *m_names, m_change);
+    noteChange(slot);
     if (m_isFenced)
         return;
-    if (m_isOverflowing || isFull()) {
-        leaveOut(entry, 1);
-        return;
-    }
-    if (symbol.isLeftOut)
-        repair(entry, key.number - 1);
-    m_open.add(type, key, update);
+    if (m_isOverflowing || isFull())
+        leaveOut(slot, 1);
+    else
+        add(type, slot, update);
+}
+
+void PartitionWriter::add(RecordType type, SymbolSlot& slot, const tivra::Update& update) {
+    if (slot.isLeftOut)
+        repair(slot, slot.number - 1);
+    const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
+    m_open.add(*m_options.records, {type, slot.name, slot.number, slot.image, &m_change, &update});
     if (m_options.sendsLive && !m_live.add(key.source, key.symbol, m_open.lastRecord()))
         m_counters->liveDropped.fetch_add(1, std::memory_order_relaxed);
     added(key);
 }
 
-bool PartitionWriter::makeWay(Entry& entry) {
+void PartitionWriter::noteChange(SymbolSlot& slot) {
+    if (slot.number > 0 && !std::exchange(slot.isChanged, true))
+        m_changed.push_back(slot.index);
+}
+
+std::vector<std::uint32_t> PartitionWriter::takeChanged() {
+    const tp::MutexLock lock(m_mutex);
+    for (const std::uint32_t index : m_changed)
+        m_slots[index].isChanged = false;
+    return std::exchange(m_changed, {});
+}
+
+const SymbolName& PartitionWriter::nameAt(std::uint32_t index) {
+    const tp::MutexLock lock(m_mutex);
+    return m_slots[index].name;
+}
+
+std::string PartitionWriter::lastValuesAt(std::uint32_t index) {
+    const tp::MutexLock lock(m_mutex);
+    const SymbolSlot& slot = m_slots[index];
+    if (slot.image.isCut())
+        return {};
+    return lastMessage(slot.name, slot.number, m_epoch, nameOf(slot.state),
+                       timeText(slot.lastUpdate.value_or(std::chrono::system_clock::now())), slot.image);
+}
+
+std::optional<tivra::DataState> PartitionWriter::stateOf(int source, std::string_view symbol) const {
+    const tp::MutexLock lock(m_mutex);
+    const SymbolSlot* const slot = m_slots.find(source, symbol);
+    return slot != nullptr ? std::optional(slot->state) : std::nullopt;
+}
+
+void PartitionWriter::setClosed() {
+    const tp::MutexLock lock(m_mutex);
+    for (SymbolSlot& slot : m_slots) {
+        slot.state = tivra::DataState::Closed;
+        noteChange(slot);
+    }
+}
+
+bool PartitionWriter::makeWay(SymbolSlot& slot) {
     if (m_isFenced || m_isOverflowing || isFull())
         return false;
-    if (entry.second.isLeftOut)
-        repair(entry, entry.second.number);
+    if (slot.isLeftOut)
+        repair(slot, slot.number);
     return true;
 }
 
 void PartitionWriter::take(const tivra::SubscriptionView& view, const tivra::StateChange& change) {
     const tp::MutexLock lock(m_mutex);
-    Entry& entry = m_symbols[{view.source(), view.symbol()}];
+    SymbolSlot& slot = m_slots.of(view);
+    slot.state = change.to;
+    noteChange(slot);
     // The next image replaces what came before, as it does for whoever reads the hub.
     if (change.to == tivra::DataState::Stale || change.to == tivra::DataState::Recovering)
-        entry.second.hasImage = false;
-    if (!makeWay(entry)) {
-        leaveOut(entry, 0);
+        slot.hasImage = false;
+    if (!makeWay(slot)) {
+        leaveOut(slot, 0);
         return;
     }
-    const RecordKey key{view.source(), view.symbol(), entry.second.number};
+    const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
     m_open.addState(key, nameOf(change.to), change.cause);
     added(key);
 }
 
 void PartitionWriter::take(const tivra::SubscriptionView& view, const tivra::Gap& gap) {
     const tp::MutexLock lock(m_mutex);
-    Entry& entry = m_symbols[{view.source(), view.symbol()}];
-    entry.second.hasImage = false;
-    if (!makeWay(entry)) {
-        leaveOut(entry, gap.messages);
+    SymbolSlot& slot = m_slots.of(view);
+    slot.hasImage = false;
+    if (!makeWay(slot)) {
+        leaveOut(slot, gap.messages);
         return;
     }
-    const RecordKey key{view.source(), view.symbol(), entry.second.number};
+    const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
     addGap(&key, {nameOf(gap.cause), timeText(gap.from), timeText(gap.to), gap.messages, gap.bytes});
 }
 
@@ -151,7 +198,7 @@ void PartitionWriter::added(const RecordKey& key) {
         addGap(&key, {"overflow", now, now, 1, std::nullopt});
         return;
     }
-    countBytes(m_open.lastBytes(), 0);
+    addBytes(m_open.lastBytes());
     if (m_open.bytes() > m_options.maxMessage) {
         const std::string last(m_open.lastRecord());
         m_open.removeLast();
@@ -164,18 +211,21 @@ void PartitionWriter::added(const RecordKey& key) {
         closeBatch();
 }
 
-void PartitionWriter::countBytes(std::size_t added, std::size_t removed) {
-    m_waitingBytes += added;
-    m_waitingBytes -= removed;
-    m_counters->waitingBytes.fetch_add(added, std::memory_order_relaxed);
-    m_counters->waitingBytes.fetch_sub(removed, std::memory_order_relaxed);
+void PartitionWriter::addBytes(std::size_t bytes) {
+    m_waitingBytes += bytes;
+    m_counters->waitingBytes.fetch_add(bytes, std::memory_order_relaxed);
+}
+
+void PartitionWriter::removeBytes(std::size_t bytes) {
+    m_waitingBytes -= bytes;
+    m_counters->waitingBytes.fetch_sub(bytes, std::memory_order_relaxed);
 }
 
 bool PartitionWriter::isFull() const {
     return m_waitingBytes >= m_room.load(std::memory_order_relaxed);
 }
 
-void PartitionWriter::leaveOut(Entry& entry, std::optional<std::uint64_t> messages) {
+void PartitionWriter::leaveOut(SymbolSlot& slot, std::optional<std::uint64_t> messages) {
     if (m_isFenced)
         return;
     if (!std::exchange(m_isOverflowing, true))
@@ -183,13 +233,13 @@ void PartitionWriter::leaveOut(Entry& entry, std::optional<std::uint64_t> messag
     m_counters->dropped.fetch_add(messages.value_or(0), std::memory_order_relaxed);
     if (m_leftOut)
         m_leftOut = messages ? std::optional(*m_leftOut + *messages) : std::nullopt;
-    queueRepair(entry);
+    queueRepair(slot);
 }
 
-void PartitionWriter::queueRepair(Entry& entry) {
-    entry.second.isLeftOut = true;
-    if (!std::exchange(entry.second.isQueued, true))
-        m_unrepaired.push_back(&entry);
+void PartitionWriter::queueRepair(SymbolSlot& slot) {
+    slot.isLeftOut = true;
+    if (!std::exchange(slot.isQueued, true))
+        m_unrepaired.push_back(&slot);
 }
 
 void PartitionWriter::endOverflow() {
@@ -197,18 +247,19 @@ void PartitionWriter::endOverflow() {
     addGap(nullptr, {"overflow", m_leftOutSince, timeText(), std::exchange(m_leftOut, 0), std::nullopt});
 }
 
-void PartitionWriter::repair(Entry& entry, std::uint64_t number) {
-    entry.second.isLeftOut = false;
-    const std::optional<tivra::BoardRow> row = m_board.find(entry.first.source, entry.first.symbol);
-    if (!row)
-        return;
-    const RecordKey key{entry.first.source, entry.first.symbol, number};
-    m_open.addState(key, nameOf(row->state), "after an overflow");
+void PartitionWriter::repair(SymbolSlot& slot, std::uint64_t number) {
+    slot.isLeftOut = false;
+    const RecordKey key{slot.name.source, slot.name.symbol, number};
+    m_open.addState(key, nameOf(slot.state), "after an overflow");
     added(key);
-    if (row->values.size() == 0)
-        return;
-    m_open.add(RecordType::Image, key, row->values);
-    added(key);
+    if (slot.image.isCut()) {
+        // Nor does the engine take all of it in one message.
+        const std::string now = timeText();
+        addGap(&key, {"overflow", now, now, std::nullopt, std::nullopt});
+    } else if (!slot.image.entries().empty()) {
+        m_open.add(*m_options.records, {RecordType::Image, slot.name, number, slot.image});
+        added(key);
+    }
 }
 
 void PartitionWriter::repairSome() {
@@ -216,11 +267,11 @@ void PartitionWriter::repairSome() {
         const tp::MutexLock lock(m_mutex);
         if (m_isOverflowing || m_unrepaired.empty() || m_isFenced || isFull())
             return;
-        Entry& entry = *m_unrepaired.front();
+        SymbolSlot& slot = *m_unrepaired.front();
         m_unrepaired.pop_front();
-        entry.second.isQueued = false;
-        if (entry.second.isLeftOut)
-            repair(entry, entry.second.number);
+        slot.isQueued = false;
+        if (slot.isLeftOut)
+            repair(slot, slot.number);
     }
 }
 
@@ -230,12 +281,13 @@ PartitionWriter::Closed PartitionWriter::closed(BatchWriter& records, std::uint6
     closed.records = records.count();
     closed.number = number;
     BatchHeader header;
+    header.payload = m_options.records->payload();
     header.partition = m_partition;
     header.epoch = m_epoch;
     header.batch = number;
     header.dictionary = m_dictionary.load(std::memory_order_relaxed);
     header.time = timeText();
-    closed.batch = std::make_shared<const ClosedBatch>(records.close(std::move(header)));
+    closed.batch = std::make_shared<ClosedBatch>(records.close(std::move(header)));
     return closed;
 }
 
@@ -249,12 +301,13 @@ void PartitionWriter::replaceFront() {
     BatchWriter records;
     records.addGap(nullptr, {"overflow", now, now, front.records, std::nullopt});
     m_closed.front() = closed(records, front.number);
-    countBytes(m_closed.front().bytes, front.bytes);
+    addBytes(m_closed.front().bytes);
+    removeBytes(front.bytes);
     m_counters->dropped.fetch_add(front.records, std::memory_order_relaxed);
     m_counters->gaps.fetch_add(1, std::memory_order_relaxed);
     // Which symbols were in it isn't kept.
-    for (Entry& entry : m_symbols)
-        queueRepair(entry);
+    for (SymbolSlot& slot : m_slots)
+        queueRepair(slot);
 }
 
 PartitionWriter::Sending PartitionWriter::nextToSend(Clock::time_point now) {
@@ -295,13 +348,15 @@ void PartitionWriter::pump(Clock::time_point now) {
 }
 
 void PartitionWriter::stored(std::uint64_t position) {
-    const Closed& front = m_closed.front();
+    Closed& front = m_closed.front();
     m_position = position;
     m_storedBatch = front.number;
     m_counters->batches.fetch_add(1, std::memory_order_relaxed);
     m_counters->records.fetch_add(front.records, std::memory_order_relaxed);
     m_counters->bytes.fetch_add(front.batch->message().size(), std::memory_order_relaxed);
-    countBytes(0, front.bytes);
+    removeBytes(front.bytes);
+    if (front.batch.use_count() == 1)
+        m_open.reuse(std::move(front.batch->buffer));
     m_closed.pop_front();
     m_isSending = false;
     m_failures = 0;
@@ -382,7 +437,7 @@ void PartitionWriter::fence(std::string why) {
     if (std::exchange(m_isFenced, true))
         return;
     m_trouble = std::move(why);
-    countBytes(0, m_waitingBytes);
+    removeBytes(m_waitingBytes);
     m_closed.clear();
     m_unrepaired.clear();
     m_open = BatchWriter();
@@ -406,7 +461,7 @@ bool PartitionWriter::isEstablished() const {
 
 bool PartitionWriter::isDrained() const {
     const tp::MutexLock lock(m_mutex);
-    const auto isRepaired = [](const Entry* entry) { return !entry->second.isLeftOut; };
+    const auto isRepaired = [](const SymbolSlot* slot) { return !slot->isLeftOut; };
     return m_isFenced || (m_closed.empty() && m_open.count() == 0 && !m_isOverflowing &&
                           std::all_of(m_unrepaired.begin(), m_unrepaired.end(), isRepaired));
 }

@@ -4,11 +4,10 @@
 #include "bus/BusPublisher.h"
 #include "run/LiveRecords.h"
 #include "run/SendBell.h"
-#include "run/SymbolMap.h"
+#include "run/SlotTable.h"
 #include "run/WriterCounters.h"
 #include "run/WriterOptions.h"
 
-#include <feed/Board.h>
 #include <feed/Subscription.h>
 #include <feed/Update.h>
 
@@ -34,16 +33,28 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// @param end  of the stream; a gap from there begins what is written
+    /// @param names  of the feed's fields
     /// @param bell  rung when the next batch can be sent at once
     PartitionWriter(unsigned partition, std::uint64_t epoch, const StreamEnd& end, BusPublisher& publisher,
                     const WriterOptions& options, std::shared_ptr<WriterCounters> counters,
-                    std::shared_ptr<SendBell> bell);
+                    std::shared_ptr<FieldNames> names, std::shared_ptr<SendBell> bell);
     ~PartitionWriter() override;
 
     /// The handlers of this partition's subscriptions, which keep it alive.
     [[nodiscard]] tivra::SubscriptionHandlers handlers();
-    /// Last values, each with the number of its last record as BoardRow::updates.
-    [[nodiscard]] const tivra::Board& board() const { return m_board; }
+
+    /// The symbols whose values or states have changed since the last call, by the index of their slot. One
+    /// that only has a state isn't among them: it has no values that may take the place of others.
+    [[nodiscard]] std::vector<std::uint32_t> takeChanged();
+    /// It stays.
+    [[nodiscard]] const SymbolName& nameAt(std::uint32_t index);
+    /// The message with a symbol's last values, as of its last record; empty when they are more than the
+    /// engine takes.
+    [[nodiscard]] std::string lastValuesAt(std::uint32_t index);
+    /// Nothing for a symbol that nothing has come for.
+    [[nodiscard]] std::optional<tivra::DataState> stateOf(int source, std::string_view symbol) const;
+    /// The subscriptions have ended: last values say so.
+    void setClosed();
 
     /// Closes and sends what is due.
     void pump(Clock::time_point now);
@@ -71,16 +82,9 @@ public:
     [[nodiscard]] std::uint64_t epoch() const { return m_epoch; }
 
 private:
-    struct Symbol {
-        std::uint64_t number = 0; ///< of the last record
-        bool hasImage = false;    ///< a part of the present one has come, so that others add to it
-        bool isLeftOut = false;   ///< its present values have to be written before anything else
-        bool isQueued = false;    ///< among those that are repaired in turn
-    };
-    using Entry = SymbolMap<Symbol>::Entry;
     /// A batch that is closed, with how much of the buffer it takes.
     struct Closed {
-        std::shared_ptr<const ClosedBatch> batch;
+        std::shared_ptr<ClosedBatch> batch; ///< not changed while anybody else has it
         std::size_t bytes = 0;
         std::size_t records = 0;
         std::uint64_t number = 0;
@@ -93,18 +97,21 @@ private:
     };
 
     void take(const tivra::Update& update) TP_EXCLUDES(m_mutex);
+    /// Values that the slot has got already.
+    void add(RecordType type, SymbolSlot& slot, const tivra::Update& update) TP_REQUIRES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::StateChange& change) TP_EXCLUDES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
     /// Whether a record of the symbol can be written now; if not, that is noted.
-    [[nodiscard]] bool makeWay(Entry& entry) TP_REQUIRES(m_mutex);
+    [[nodiscard]] bool makeWay(SymbolSlot& slot) TP_REQUIRES(m_mutex);
     [[nodiscard]] bool isFull() const TP_REQUIRES(m_mutex);
-    void queueRepair(Entry& entry) TP_REQUIRES(m_mutex);
-    void leaveOut(Entry& entry, std::optional<std::uint64_t> messages) TP_REQUIRES(m_mutex);
+    void queueRepair(SymbolSlot& slot) TP_REQUIRES(m_mutex);
+    void leaveOut(SymbolSlot& slot, std::optional<std::uint64_t> messages) TP_REQUIRES(m_mutex);
     /// Says what was left out.
     void endOverflow() TP_REQUIRES(m_mutex);
     /// Writes state and present values of a symbol that was left out, as of `number`.
-    void repair(Entry& entry, std::uint64_t number) TP_REQUIRES(m_mutex);
+    void repair(SymbolSlot& slot, std::uint64_t number) TP_REQUIRES(m_mutex);
     void repairSome() TP_EXCLUDES(m_mutex);
+    void noteChange(SymbolSlot& slot) TP_REQUIRES(m_mutex);
     /// After a record was added.
     void added(const RecordKey& key) TP_REQUIRES(m_mutex);
     void addGap(const RecordKey* key, const BusGap& gap) TP_REQUIRES(m_mutex);
@@ -113,7 +120,8 @@ private:
     /// A gap in the place of a batch that the engine never takes.
     void replaceFront() TP_REQUIRES(m_mutex);
     [[nodiscard]] Sending nextToSend(Clock::time_point now) TP_REQUIRES(m_mutex);
-    void countBytes(std::size_t added, std::size_t removed) TP_REQUIRES(m_mutex);
+    void addBytes(std::size_t bytes) TP_REQUIRES(m_mutex);
+    void removeBytes(std::size_t bytes) TP_REQUIRES(m_mutex);
     void stored(std::uint64_t position) TP_REQUIRES(m_mutex);
     void failed(const SendResult& result) TP_REQUIRES(m_mutex);
     void fence(std::string why) TP_REQUIRES(m_mutex);
@@ -124,13 +132,16 @@ private:
     const WriterOptions m_options;
     // The publisher may still call when nobody else has the writer.
     const std::shared_ptr<WriterCounters> m_counters;
+    const std::shared_ptr<FieldNames> m_names;
     const std::shared_ptr<SendBell> m_bell;
-    tivra::Board m_board;
     std::atomic<std::size_t> m_room;
     std::atomic<std::uint64_t> m_dictionary{0};
 
     mutable tp::Mutex m_mutex{tp::LockRank{10, "partition writer"}};
-    SymbolMap<Symbol> m_symbols TP_GUARDED_BY(m_mutex);
+    SlotTable m_slots TP_GUARDED_BY(m_mutex);
+    std::vector<std::uint32_t>
+        m_changed TP_GUARDED_BY(m_mutex);                ///< slots, in the order of their first change
+    SymbolImage::Change m_change TP_GUARDED_BY(m_mutex); ///< of the update at hand
     BatchWriter m_open TP_GUARDED_BY(m_mutex);
     Clock::time_point m_openSince TP_GUARDED_BY(m_mutex){};
     std::deque<Closed> m_closed TP_GUARDED_BY(m_mutex);    ///< the first may be on its way
@@ -153,7 +164,7 @@ private:
     /// Left out since the buffer was full; nothing when that isn't known.
     std::optional<std::uint64_t> m_leftOut TP_GUARDED_BY(m_mutex) = 0;
     std::string m_leftOutSince TP_GUARDED_BY(m_mutex);
-    std::deque<Entry*> m_unrepaired TP_GUARDED_BY(m_mutex); ///< some of them may have been repaired
+    std::deque<SymbolSlot*> m_unrepaired TP_GUARDED_BY(m_mutex); ///< some of them may have been repaired
 };
 
 } // namespace tivra_bus

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "bus/JsonRecords.h"
+#include "bus/RecordWriter.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 namespace tivra_bus {
 
@@ -13,6 +17,8 @@ struct WriterOptions {
     std::size_t bufferBytes = 64U << 20; ///< of records that wait for the engine, of all partitions together
     std::size_t maxMessage = 1U << 20;   ///< that the engine takes
     bool sendsLive = false;              ///< single records too
+    /// How values are written.
+    std::shared_ptr<const RecordWriter> records = std::make_shared<JsonRecords>();
 };
 
 } // namespace tivra_bus

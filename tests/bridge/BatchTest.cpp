@@ -2,20 +2,28 @@
 #include "bus/BatchReader.h"
 #include "bus/BatchWriter.h"
 #include "bus/BusError.h"
+#include "bus/FieldsText.h"
+#include "bus/JsonText.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdlib>
 #include <deque>
 #include <limits>
+#include <map>
 #include <random>
 #include <string>
 
 using namespace tivra_bus;
+using bridge_test::addRecord;
+using bridge_test::FakeImage;
 using bridge_test::FakeValues;
+using bridge_test::lastMessageOf;
 using testing::HasSubstr;
 
 namespace {
@@ -31,7 +39,7 @@ FakeValues someValues() {
 
 std::string batchOf(const FakeValues& values) {
     BatchWriter writer;
-    writer.add(RecordType::Image, {100, "IBM", 7}, values);
+    addRecord(writer, RecordType::Image, {100, "IBM", 7}, values);
     writer.addState({100, "IBM", 7}, "live", "");
     const BusGap gap{"overflow", "a", "b", 12, std::nullopt};
     writer.addGap(nullptr, gap);
@@ -64,10 +72,14 @@ TEST(Batch, WhatIsWrittenIsReadWithItsTypes) {
 }
 
 TEST(Batch, AFieldThatComesTwiceKeepsBothValues) {
-    const std::string batch = batchOf({{{&kBid}, tivra::Value::ofDouble(1)},
-                                       {{&kName}, tivra::Value::ofText("x")},
-                                       {{&kBid}, tivra::Value::ofDouble(2)}});
-    BatchReader reader(batch);
+    std::string line = R"({"type":"update","source":100,"symbol":"IBM","n":1,"fields":)";
+    appendFields(line, FakeValues{{{&kBid}, tivra::Value::ofDouble(1)},
+                                  {{&kName}, tivra::Value::ofText("x")},
+                                  {{&kBid}, tivra::Value::ofDouble(2)}});
+    BatchWriter writer;
+    writer.addAgain(line + "}\n");
+    const ClosedBatch batch = writer.close({});
+    BatchReader reader(batch.message());
     BusRecord record;
     ASSERT_TRUE(reader.next(record));
     ASSERT_EQ(record.fields.size(), 3U);
@@ -110,31 +122,57 @@ TEST(Batch, TimesOfOneSecondAndOfAnotherAreToldApart) {
                     R"("1970-01-01T00:00:01.500000Z" )");
 }
 
-TEST(Batch, FieldsHaveTheirNamesHoweverManyThereAreAndWhereverTheyStand) {
+TEST(Batch, AnImageKeepsTheLastOfEachFieldHoweverManyThereAreAndInWhateverOrder) {
+    constexpr std::size_t kMost = std::size_t{1} << 20;
     std::deque<std::string> names;
     FakeValues values;
-    for (int i = 0; i < 9000; ++i) {
+    for (int i = 0; i < 900; ++i) {
         names.push_back(fmt::format("F{}", i));
-        values.push_back({{&names.back()}, tivra::Value::ofInteger(i)});
+        values.push_back(
+            {{&names.back()}, i % 3 == 0 ? tivra::Value::ofText(names.back()) : tivra::Value::ofInteger(i)});
     }
-    for (int round = 0; round < 2; ++round) {
-        std::string text;
-        appendFields(text, values);
-        const auto object = nlohmann::json::parse(text);
-        ASSERT_EQ(object.size(), values.size());
-        for (const auto& [field, value] : values)
-            ASSERT_EQ(object[field.name()], value.as<int>());
-        for (std::string& name : names)
-            name += 'X'; // another name where one was
+    std::minstd_rand chance(7);
+    for (const std::size_t fields : {std::size_t{5}, std::size_t{64}, std::size_t{65}, values.size()}) {
+        const FakeValues first(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(fields));
+        FieldNames cache;
+        SymbolImage image;
+        SymbolImage::Change change;
+        image.apply(first, true, kMost, cache, change);
+        std::map<std::string, std::int64_t> wanted;
+        for (int round = 0; round < 20; ++round) {
+            FakeValues some(first);
+            std::shuffle(some.begin(), some.end(), chance);
+            some.resize(1 + chance() % fields);
+            for (auto& [field, value] : some)
+                value = tivra::Value::ofInteger(wanted[field.name()] = static_cast<int>(chance() % 1000));
+            image.apply(some, false, kMost, cache, change);
+            ASSERT_TRUE(change.isWhole);
+            ASSERT_EQ(change.fields.size(), some.size());
+            for (std::size_t i = 0; i < some.size(); ++i)
+                ASSERT_EQ(image.entries()[change.fields[i]].name->name, some[i].first.name());
+        }
+        ASSERT_EQ(image.entries().size(), fields);
+        for (const SymbolImage::Entry& entry : image.entries()) {
+            if (const auto found = wanted.find(entry.name->name); found != wanted.end()) {
+                EXPECT_EQ(entry.value.as<std::int64_t>(), found->second);
+            } else if (entry.value.type() == tivra::Value::Type::Text) {
+                EXPECT_EQ(entry.value.as<std::string>(), entry.name->name);
+            }
+        }
+        image.apply(FakeValues{}, true, kMost, cache, change);
+        EXPECT_TRUE(image.entries().empty());
     }
-    values.resize(2);
-    values.push_back({{&names.front()}, tivra::Value::ofInteger(-1)});
-    std::string text;
-    appendFields(text, values);
-    EXPECT_THAT(text, HasSubstr(R"("F0XX":[0,-1])"));
-    text.clear();
-    appendFields(text, FakeValues{});
-    EXPECT_EQ(text, "{}");
+}
+
+TEST(Batch, AnImageSaysWhenItIsNotTheWholeMessage) {
+    const FakeValues twice{{{&kBid}, tivra::Value::ofDouble(1)}, {{&kBid}, tivra::Value::ofDouble(2)}};
+    const FakeImage repeated(twice);
+    EXPECT_FALSE(repeated.change.isWhole);
+    EXPECT_FALSE(repeated.image.isCut());
+    const std::string large(1 << 20, 'x');
+    const FakeImage cut(FakeValues{{{&kName}, tivra::Value::ofText(large)}});
+    EXPECT_FALSE(cut.change.isWhole);
+    EXPECT_TRUE(cut.image.isCut());
 }
 
 TEST(Batch, EachFaultIsNamedWithItsLine) {
@@ -171,7 +209,7 @@ TEST(Batch, EachFaultIsNamedWithItsLine) {
 }
 
 TEST(Batch, LastValuesAreReadWithTheirPlaceInTheStream) {
-    const LastValues last = readLastValues(lastMessage({100, "BRK.B", 8}, 6, "stale", "now", someValues()));
+    const LastValues last = readLastValues(lastMessageOf({100, "BRK.B", 8}, 6, "stale", someValues()));
     EXPECT_EQ(last.symbol, "BRK.B");
     EXPECT_EQ(last.epoch, 6U);
     EXPECT_EQ(last.number, 8U);

@@ -16,9 +16,11 @@
 #include <vector>
 
 using namespace tivra_bus;
+using bridge_test::addRecord;
 using bridge_test::FakeEngine;
 using bridge_test::FakeSource;
 using bridge_test::FakeValues;
+using bridge_test::lastMessageOf;
 using std::chrono::milliseconds;
 using testing::AllOf;
 using testing::Contains;
@@ -43,13 +45,13 @@ public:
     }
 
     Writer& image(std::uint64_t n) {
-        m_records.add(RecordType::Image, {100, "IBM", n}, bid(n));
+        addRecord(m_records, RecordType::Image, {100, "IBM", n}, bid(n));
         m_records.addState({100, "IBM", n}, "live", "");
         return *this;
     }
     Writer& updates(std::uint64_t first, std::uint64_t last) {
         for (std::uint64_t n = first; n <= last; ++n)
-            m_records.add(RecordType::Update, {100, "IBM", n}, bid(n));
+            addRecord(m_records, RecordType::Update, {100, "IBM", n}, bid(n));
         return *this;
     }
     /// The batch that is open, without putting it into the stream.
@@ -65,7 +67,7 @@ public:
         m_engine.append(bytes);
     }
     void last(std::uint64_t n) const {
-        m_engine.setLast("IBM", lastMessage({100, "IBM", n}, m_epoch, "live", "now", bid(n)));
+        m_engine.setLast("IBM", lastMessageOf({100, "IBM", n}, m_epoch, "live", bid(n)));
     }
 
 private:

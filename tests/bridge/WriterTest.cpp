@@ -17,6 +17,7 @@
 using namespace tivra_bus;
 using bridge_test::FakeBus;
 using bridge_test::FakeValues;
+using bridge_test::lastMessageOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using Deed = FakeBus::Deed;
@@ -38,15 +39,15 @@ class WriterTest : public FeedTest {
 protected:
     void begin(const WriterOptions& options = {}) {
         writer = std::make_shared<PartitionWriter>(kPartition, kEpoch, bus.endOf(kPartition), bus, options,
-                                                   counters, std::make_shared<SendBell>());
+                                                   counters, std::make_shared<FieldNames>(),
+                                                   std::make_shared<SendBell>());
         lastValues = std::make_shared<LastValuesWriter>(writer, bus, counters);
     }
     void subscribe() {
         const std::uint64_t before = counters->updates;
         group = feed.subscribeAll({{100, "IBM"}}, writer->handlers());
         waitUntil([&] {
-            const auto row = writer->board().find(100, "IBM");
-            return row && row->state == tivra::DataState::Live && counters->updates > before;
+            return writer->stateOf(100, "IBM") == tivra::DataState::Live && counters->updates > before;
         });
     }
     /// Prices from `first` to `last`, which the writer has when it returns.
@@ -181,7 +182,7 @@ TEST_F(WriterTest, WhatThereIsNoRoomForIsCountedAndFollowedByThePresentState) {
     pumpAll();
     EXPECT_THAT(writer->trouble(), HasSubstr("refused"));
     hub.stop(); // a state and perhaps a gap, which take no room either
-    waitUntil([&] { return writer->board().find(100, "IBM")->isStale(); });
+    waitUntil([&] { return writer->stateOf(100, "IBM") == tivra::DataState::Stale; });
     EXPECT_LT(counters->waitingBytes, 4096U);
     bus.always(Deed::Store);
     writer->setRoom(1 << 20);
@@ -232,7 +233,7 @@ TEST_F(WriterTest, NoBatchIsLargerThanTheEngineTakesWhateverIsAskedFor) {
     subscribe();
     push(1, 300);
     pumpAll();
-    EXPECT_EQ(records(options.maxMessage).back().number, writer->board().find(100, "IBM")->updates);
+    EXPECT_EQ(records(options.maxMessage).back().number, counters->updates);
     EXPECT_EQ(prices(), upTo(300));
 }
 
@@ -250,7 +251,7 @@ TEST_F(WriterTest, LastValuesOfAnotherAreReplacedOnlyByTheWriterOfTheStream) {
         begin();
         subscribe();
         writer->pump(PartitionWriter::Clock::now()); // the first batch is stored
-        bus.setLast(100, "IBM", lastMessage({100, "IBM", 9}, each.lastEpoch, "live", "then", FakeValues{}));
+        bus.setLast(100, "IBM", lastMessageOf({100, "IBM", 9}, each.lastEpoch, "live", FakeValues{}));
         const std::string before = bus.last(100, "IBM").message;
         std::vector<std::string> stream = bus.stream(kPartition);
         if (each.hasSuccessor)

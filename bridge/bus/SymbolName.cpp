@@ -1,0 +1,17 @@
+#include "bus/SymbolName.h"
+
+#include "bus/JsonText.h"
+
+#include <cstdint>
+
+namespace tivra_bus {
+
+SymbolName::SymbolName(int ofSource, std::string_view ofSymbol) : source(ofSource), symbol(ofSymbol) {
+    text = R"(,"source":)";
+    appendNumber(text, static_cast<std::uint64_t>(source));
+    text += R"(,"symbol":)";
+    appendQuoted(text, symbol);
+    text += R"(,"n":)";
+}
+
+} // namespace tivra_bus
