@@ -4,6 +4,7 @@
 
 #include "common/HostAddress.h"
 #include "common/ParseFailure.h"
+#include "common/SessionOptions.h"
 #include "common/ToolText.h"
 #include "common/UsageError.h"
 #include "common/UserOptions.h"
@@ -167,10 +168,7 @@ void checkName(const std::string& name) {
 
 void complete(ProgramOptions& options, const RawOptions& raw) {
     tivra_tools::checkUser(options.user);
-    std::transform(options.hosts.begin(), options.hosts.end(), options.hosts.begin(),
-                   tivra_tools::resolveHost);
-    std::transform(options.backups.begin(), options.backups.end(), options.backups.begin(),
-                   tivra_tools::resolveHost);
+    tivra_tools::checkHosts(options.hosts, options.backups);
     if (!options.statsListen.empty())
         options.statsListen = tivra_tools::resolveListener(options.statsListen);
     BridgeOptions& bridge = options.bridge;

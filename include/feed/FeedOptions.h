@@ -32,7 +32,8 @@ struct RetryPauses {
 ///
 ///     FeedOptions options = FeedOptions::fromFile("feed.toml").applyEnvironment();
 struct TIVRA_API FeedOptions {
-    /// The hubs, or connection managers, each "host:port"; a name is looked up at opening. At least one.
+    /// The hubs, or connection managers, each "host:port". A name is looked up at opening, for as long as the
+    /// system's resolver takes, and all its IPv4 addresses are dialled in turn. At least one.
     std::vector<std::string> hosts{};
     /// Hubs that take over as a whole when those of `hosts` are lost; none, or one for each of `hosts`.
     std::vector<std::string> backups{};

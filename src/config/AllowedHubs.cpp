@@ -56,16 +56,6 @@ std::optional<AddressAndMask> rangeOf(const std::string& text) {
     return AddressAndMask{*address & mask, mask};
 }
 
-bool looksLikeName(const std::string& text) {
-    const auto isOfNames = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-               c == '-' || c == '_';
-    };
-    // What has digits and points alone is an address, or a misprint of one.
-    return std::all_of(text.begin(), text.end(), isOfNames) &&
-           text.find_first_not_of("0123456789.") != std::string::npos;
-}
-
 std::vector<std::string> itemsOf(std::string_view listed) {
     std::vector<std::string> items;
     while (!listed.empty()) {
@@ -116,7 +106,7 @@ void AllowedHubs::addListed(const std::string& item) {
 }
 
 void AllowedHubs::addName(const std::string& name) {
-    const NameLookup found(name);
+    const NameLookup found = lookUpName(name);
     if (!found.fault.empty())
         eprintf(EPF_WARN, "ALLOWED_HUBS_STRING: %s can't be looked up: %s", name.c_str(),
                 found.fault.c_str());

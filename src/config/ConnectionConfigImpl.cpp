@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <tp/eprintf.h>
@@ -10,6 +11,7 @@
 #include "config/HandleAccess.h"
 #include "config/HostConfigImpl.h"
 #include "config/HostTable.h"
+#include "config/NameLookup.h"
 #include "config/ParameterTable.h"
 
 namespace tivra_internal {
@@ -29,6 +31,13 @@ AddressAndPort splitHostInfo(const std::string& hostInfo) {
     if (colon == std::string::npos)
         return {hostInfo, 0};
     return {hostInfo.substr(0, colon), std::strtoul(hostInfo.c_str() + colon + 1, nullptr, 10)};
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+    std::string all;
+    for (const std::string& text : texts)
+        all.append(all.empty() ? "" : ", ").append(text);
+    return all;
 }
 
 std::string findOrEmpty(const std::map<std::string, std::string>& map, const std::string& key) {
@@ -156,6 +165,37 @@ bool ConnectionConfigImpl::removeHost(const std::string& hostInfoString,
     return m_hostTable.removeHost(hostInfoString, isInUse);
 }
 
+std::vector<ConnectionConfigImpl::LostName> ConnectionConfigImpl::lookUpNames() {
+    // The hosts stay while they are asked for: only a session that is destroyed takes them away.
+    std::vector<std::pair<std::string, HostConfigImpl*>> named;
+    m_hostTable.forEachNamed([&named](const std::string& hostInfo, HostConfigImpl* host) {
+        if (host != nullptr && host->isExternal() && !isAddress(host->getGiven()))
+            named.emplace_back(hostInfo, host);
+    });
+    std::vector<LostName> lost;
+    for (const auto& [hostInfo, host] : named) {
+        if (std::string fault = host->lookUp(); !fault.empty()) {
+            lost.push_back({hostInfo, host->getGiven(), std::move(fault)});
+            continue;
+        }
+        eprintf(EPF_INFO, "The host %s is %s", hostInfo.c_str(), joined(host->getAddresses()).c_str());
+        const bool isUnchecked = host->getBoolean(HostConfig::TLS_BOOL, false) &&
+                                 host->getString(HostConfig::TLS_SERVER_NAME_STRING).empty();
+        if (isUnchecked)
+            host->set(HostConfig::TLS_SERVER_NAME_STRING, host->getGiven());
+    }
+    m_namesAreFresh = true;
+    return lost;
+}
+
+void ConnectionConfigImpl::lookUpNamesOnce() {
+    if (!m_namesAreFresh)
+        for (const LostName& each : lookUpNames())
+            eprintf(EPF_WARN, "The address of the host %s can't be looked up: %s", each.name.c_str(),
+                    each.fault.c_str());
+    m_namesAreFresh = false;
+}
+
 void ConnectionConfigImpl::addNATPair(const std::string& hubIp, const std::string& localIp) {
     const std::string hub = trimString(hubIp);
     const std::string local = trimString(localIp);
@@ -194,8 +234,11 @@ std::string ConnectionConfigImpl::getHublIp(const std::string& localIp) const {
 std::shared_ptr<const AllowedHubs> ConnectionConfigImpl::makeAllowedHubs() const {
     std::vector<std::string> configured;
     m_hostTable.forEachNamed([&configured](const std::string&, const HostConfigImpl* host) {
-        if (host != nullptr && host->isExternal())
-            configured.push_back(host->getOriginalAddr());
+        if (host == nullptr || !host->isExternal())
+            return;
+        configured.push_back(host->getOriginalAddr());
+        for (std::string& address : host->getAddresses())
+            configured.push_back(std::move(address));
     });
     {
         const tp::MutexLock lock(m_nat_mutex);

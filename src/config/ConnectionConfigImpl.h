@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <session/ConnectionConfig.h>
 #include <session/HostConfig.h>
@@ -52,6 +53,18 @@ public:
     [[nodiscard]] bool removeHost(const std::string& hostInfoString,
                                   const std::function<bool(std::size_t index)>& isInUse);
 
+    /// A host whose name stands for no address.
+    struct LostName {
+        std::string host; ///< as it is configured
+        std::string name;
+        std::string fault; ///< in words for an error
+    };
+    /// Looks up the names among the hosts that the application has named, which may take as long as the
+    /// system's resolver does. Where nothing else says whom a certificate has to be for, it is the name.
+    std::vector<LostName> lookUpNames();
+    /// The same for a start, unless it has just been done; what is lost is logged.
+    void lookUpNamesOnce();
+
     void addNATPair(const std::string& hubIp, const std::string& localIp);
     /// The address under which a hub's address is reached from here; empty when no pair says so.
     [[nodiscard]] std::string getLocalIp(const std::string& hubIp) const;
@@ -89,6 +102,7 @@ private:
     std::map<tivra::HostConfig::Parameters, std::string> m_texts TP_GUARDED_BY(m_texts_mutex);
 
     HostTable& m_hostTable;
+    std::atomic<bool> m_namesAreFresh{false}; ///< looked up since the last start
     tp::Mutex m_host_mutex{kLockHost};
     std::size_t next_host_index TP_GUARDED_BY(m_host_mutex) = 0;
 

@@ -6,6 +6,7 @@
 
 #include "config/ConnectionConfigImpl.h"
 #include "config/HandleAccess.h"
+#include "config/NameLookup.h"
 #include "config/ParameterTable.h"
 
 namespace tivra_internal {
@@ -14,7 +15,7 @@ using tivra::HostConfig;
 
 HostConfigImpl::HostConfigImpl(std::string ip, std::size_t hostPort, tivra::ConnectionConfig* config,
                                std::size_t hostIndex)
-    : m_originalAddr(ip), port(hostPort), index(hostIndex), ipAddr(std::move(ip)), connectionConfig(config) {}
+    : m_given(ip), port(hostPort), index(hostIndex), ipAddr(std::move(ip)), connectionConfig(config) {}
 
 HostConfigImpl::WritableValue HostConfigImpl::writableValue(HostConfig::Parameters parameter) {
     Entry& entry = parameterValueMap[parameter];
@@ -122,6 +123,34 @@ std::string HostConfigImpl::getAddr() const {
 void HostConfigImpl::setAddr(const std::string& addr) {
     const tp::MutexLock lock(m_parameters_mutex);
     ipAddr = addr;
+}
+
+std::string HostConfigImpl::getOriginalAddr() const {
+    const tp::MutexLock lock(m_parameters_mutex);
+    return m_addresses.empty() ? m_given : m_addresses.front();
+}
+
+std::string HostConfigImpl::lookUp() {
+    NameLookup found = lookUpName(m_given);
+    const tp::MutexLock lock(m_parameters_mutex);
+    if (found.fault.empty()) {
+        m_addresses.clear();
+        for (const std::uint32_t address : found.addresses)
+            m_addresses.push_back(addressText(address));
+    }
+    if (!m_addresses.empty())
+        ipAddr = m_addresses.front();
+    return std::move(found.fault);
+}
+
+bool HostConfigImpl::hasAddressesOfName() const {
+    const tp::MutexLock lock(m_parameters_mutex);
+    return !m_addresses.empty();
+}
+
+std::vector<std::string> HostConfigImpl::getAddresses() const {
+    const tp::MutexLock lock(m_parameters_mutex);
+    return m_addresses;
 }
 
 tivra::ConnectionConfig* HostConfigImpl::getConnectionConfig() const {

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <session/HostConfig.h>
 #include <tp/Mutex.h>
@@ -30,7 +31,7 @@ struct ParameterValue {
 /// before the start, hub threads read it; the host table owns it through its handle.
 class HostConfigImpl : public tp::OfOneProcess {
 public:
-    /// @param ip    address text as the application or a hub has given it, not checked here
+    /// @param ip    address or name as the application or a hub has given it, not checked here
     /// @param port  TCP port as given; 0 and above 65535 make every attempt to connect fail
     HostConfigImpl(std::string ip, std::size_t port, tivra::ConnectionConfig* connectionConfig,
                    std::size_t index);
@@ -55,12 +56,24 @@ public:
     [[nodiscard]] std::string getAddr() const;
     void setAddr(const std::string& addr);
     [[nodiscard]] std::size_t getPort() const { return port; }
-    /// The address that the host was made with, whatever setAddr() has done since.
-    [[nodiscard]] const std::string& getOriginalAddr() const { return m_originalAddr; }
-    /// True for the address and port that the host was made with, whatever setAddr() has done since.
+    /// The address that the host was made with, or the first one of its name, whatever setAddr() has done
+    /// since.
+    [[nodiscard]] std::string getOriginalAddr() const;
+    /// True for that address and the host's port.
     [[nodiscard]] bool isOriginally(const std::string& addr, std::size_t wantedPort) const {
-        return port == wantedPort && m_originalAddr == addr;
+        return port == wantedPort && getOriginalAddr() == addr;
     }
+
+    /// The address or the name that it was made with.
+    [[nodiscard]] const std::string& getGiven() const { return m_given; }
+    /// Asks the resolver for the addresses of the host's name, and takes the first. Those of before stay when
+    /// there are none now.
+    /// @return why there are none, in words for an error; empty when there are some
+    std::string lookUp();
+    /// lookUp() has found some.
+    [[nodiscard]] bool hasAddressesOfName() const;
+    /// What it has found.
+    [[nodiscard]] std::vector<std::string> getAddresses() const;
     [[nodiscard]] tivra::ConnectionConfig* getConnectionConfig() const;
     /// True when the application has named this host, false when the library has added it.
     [[nodiscard]] bool isExternal() const { return isExternallyGenerated; }
@@ -94,13 +107,14 @@ private:
     [[nodiscard]] std::shared_ptr<const ParameterValue>
     findValue(tivra::HostConfig::Parameters parameter) const;
 
-    const std::string m_originalAddr;
+    const std::string m_given; ///< an address, or a name
     const std::size_t port;
     const std::size_t index;
     std::atomic<bool> isExternallyGenerated{false};
 
     mutable tp::Mutex m_parameters_mutex{kLockParameters};
     std::string ipAddr TP_GUARDED_BY(m_parameters_mutex);
+    std::vector<std::string> m_addresses TP_GUARDED_BY(m_parameters_mutex); ///< of the name
     tivra::ConnectionConfig* connectionConfig TP_GUARDED_BY(m_parameters_mutex);
     ParameterValueMapType parameterValueMap TP_GUARDED_BY(m_parameters_mutex);
 };

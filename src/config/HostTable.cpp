@@ -10,8 +10,8 @@ namespace tivra_internal {
 
 tivra::HostConfig& HostTable::findOrAdd(const std::string& hostInfo, const Maker& make) {
     const tp::MutexLock lock(hostConfigMap_mutex);
-    if (const auto it = hostConfigMap.find(hostInfo); it != hostConfigMap.end())
-        return *it->second;
+    if (tivra::HostConfig* const known = locate(hostInfo); known != nullptr)
+        return *known;
 
     tivra::HostConfig& host = *hostConfigMap.emplace(hostInfo, make()).first->second;
     eprintf(EPF_DBUG, "new hostConfigMap entry for (%s); hostConfigMap.size()=%zu", hostInfo.c_str(),
@@ -36,8 +36,38 @@ bool HostTable::removeHost(const std::string& hostInfo,
 
 HostConfigImpl* HostTable::find(const std::string& hostInfo) const {
     const tp::MutexLock lock(hostConfigMap_mutex);
-    const auto it = hostConfigMap.find(hostInfo);
-    return it == hostConfigMap.end() ? nullptr : &HandleAccess::impl(*it->second);
+    tivra::HostConfig* const host = locate(hostInfo);
+    return host == nullptr ? nullptr : &HandleAccess::impl(*host);
+}
+
+tivra::HostConfig* HostTable::locate(const std::string& hostInfo) const {
+    if (const auto it = hostConfigMap.find(hostInfo); it != hostConfigMap.end())
+        return it->second.get();
+    for (const auto& [text, handle] : hostConfigMap) {
+        const HostConfigImpl& host = HandleAccess::impl(*handle);
+        if (host.hasAddressesOfName() && hostInfoOf(host.getAddr(), host.getPort()) == hostInfo)
+            return handle.get();
+    }
+    return nullptr;
+}
+
+HostConfigImpl* HostTable::findByName(const std::string& addr, std::size_t port) const {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    for (const auto& [text, handle] : hostConfigMap) {
+        HostConfigImpl& host = HandleAccess::impl(*handle);
+        if (host.hasAddressesOfName() && host.isOriginally(addr, port))
+            return &host;
+    }
+    return nullptr;
+}
+
+bool HostTable::move(HostConfigImpl& host, const std::string& addr) {
+    const tp::MutexLock lock(hostConfigMap_mutex);
+    const tivra::HostConfig* const other = locate(hostInfoOf(addr, host.getPort()));
+    if (other != nullptr && &HandleAccess::impl(*other) != &host)
+        return false;
+    host.setAddr(addr);
+    return true;
 }
 
 HostConfigImpl* HostTable::findByAddress(const std::string& addr, std::size_t port) const {
@@ -77,7 +107,8 @@ void HostTable::rekeyByPort(const std::string& addr, std::size_t port, RekeyKind
         return;
     eprintf(EPF_DBUG, "CMport=%zu; host addr/port=%s", port, it->first.c_str());
     const std::string wanted = hostInfoOf(addr, port);
-    if (it->first != wanted) {
+    // The text with the name stays: it is the one that the application knows.
+    if (it->first != wanted && !HandleAccess::impl(*it->second).hasAddressesOfName()) {
         if (hostConfigMap.count(wanted) != 0)
             return;
         auto node = hostConfigMap.extract(it);

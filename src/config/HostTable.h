@@ -41,10 +41,17 @@ public:
     [[nodiscard]] bool removeHost(const std::string& hostInfo,
                                   const std::function<bool(std::size_t index)>& isInUse);
 
-    /// Null when there is none.
+    /// By its text, or by the address that a host with a name has now. Null when there is none.
     [[nodiscard]] HostConfigImpl* find(const std::string& hostInfo) const;
     /// The first host, in the order of the texts, with that address and port now. Null when there is none.
     [[nodiscard]] HostConfigImpl* findByAddress(const std::string& addr, std::size_t port) const;
+
+    /// The host whose name stood for that address first when it was looked up. Null when there is none.
+    [[nodiscard]] HostConfigImpl* findByName(const std::string& addr, std::size_t port) const;
+
+    /// The host has another address of its name from now on. False, with nothing changed, when that is
+    /// another host's.
+    [[nodiscard]] bool move(HostConfigImpl& host, const std::string& addr);
 
     /// Visits every text in the order of naming, with its host or null, under the table's mutex: the visitor
     /// must not call back into the table.
@@ -74,6 +81,8 @@ public:
 private:
     using HostConfigMap = std::map<std::string, HandlePtr<tivra::HostConfig>>;
 
+    [[nodiscard]] tivra::HostConfig* locate(const std::string& hostInfo) const
+        TP_REQUIRES(hostConfigMap_mutex);
     [[nodiscard]] HostConfigMap::iterator findForRekey(const std::string& addr, std::size_t port)
         TP_REQUIRES(hostConfigMap_mutex);
 

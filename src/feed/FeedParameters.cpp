@@ -9,22 +9,27 @@
 #include <string>
 #include <string_view>
 
+#include <feed/Error.h>
 #include <session/ConnectionConfig.h>
 #include <session/HostConfig.h>
 #include <session/Session.h>
 #include <session/SessionConfig.h>
 #include <tp/NearestName.h>
+#include <tp/eprintf.h>
 
 #include "config/AllowedHubs.h"
+#include "config/ConnectionConfigImpl.h"
 #include "config/HandleAccess.h"
 #include "config/HostConfigImpl.h"
+#include "config/HostTable.h"
 #include "config/ParameterTable.h"
 #include "feed/FeedOptionTable.h"
-#include "feed/HostPlace.h"
 #include "feed/OptionValue.h"
 
 namespace tivra_internal {
 namespace {
+
+using tivra::Error;
 
 /// What a feed decides by itself.
 constexpr std::string_view kOwn[] = {"WATCHLIST_BOOL", "END_LOST_REQUESTS_BOOL", "BACKUP_BOOL",
@@ -218,22 +223,26 @@ void configureSession(const tivra::FeedOptions& options, tivra::Session& session
 
 std::vector<std::string> configureHosts(const tivra::FeedOptions& options, tivra::Session& session) {
     using tivra::HostConfig;
-    // First all of them: a session without some is none to begin with.
-    std::vector<HostPlace> places;
+    tivra::ConnectionConfig& connections = session.getConnectionConfig();
+    std::vector<HostConfig*> configured;
     for (const std::vector<std::string>& side : {options.hosts, options.backups})
-        for (const std::string& host : side)
-            places.emplace_back(host, options.minHubs > 0);
+        for (const std::string& text : side) {
+            // What a host doesn't know of itself is asked of all connections, where this is no parameter.
+            HostConfig& host = connections.getHostConfig(text);
+            host.set(HostConfig::BACKUP_BOOL, configured.size() >= options.hosts.size());
+            configured.push_back(&host);
+        }
+    for (const auto& [host, name, fault] : HandleAccess::impl(connections).lookUpNames()) {
+        if (options.minHubs == 0)
+            throw Error({Error::Code::OpenFailed, Error::Phase::Connect,
+                         "the address of " + name + " can't be looked up: " + fault,
+                         "check the name, or give the address", host, 0, "", 0});
+        eprintf(EPF_WARN, "The address of the host %s can't be looked up: %s", name.c_str(), fault.c_str());
+    }
     std::vector<std::string> hosts;
-    for (const HostPlace& place : places) {
-        HostConfig& host = session.getConnectionConfig().getHostConfig(place.host);
-        // What a host doesn't know of itself is asked of all connections, where this is no parameter.
-        host.set(HostConfig::BACKUP_BOOL, hosts.size() >= options.hosts.size());
-        const HostConfigImpl& known = HandleAccess::impl(host);
-        const bool isNameUnchecked = !place.name.empty() && known.getBoolean(HostConfig::TLS_BOOL, false) &&
-                                     known.getString(HostConfig::TLS_SERVER_NAME_STRING).empty();
-        if (isNameUnchecked)
-            host.setText(HostConfig::TLS_SERVER_NAME_STRING, place.name);
-        hosts.push_back(place.host);
+    for (HostConfig* const each : configured) {
+        const HostConfigImpl& host = HandleAccess::impl(*each);
+        hosts.push_back(HostTable::hostInfoOf(host.getAddr(), host.getPort()));
     }
     return hosts;
 }

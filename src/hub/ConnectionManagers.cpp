@@ -18,6 +18,11 @@ void ConnectionManagers::addCandidate(const HostPair& host) {
     m_CMPortPairLst.push_back(host);
 }
 
+void ConnectionManagers::replaceCandidate(const HostPair& host, const HostPair& by) {
+    const tp::MutexLock lock(recentCM_mutex);
+    std::replace(m_CMPortPairLst.begin(), m_CMPortPairLst.end(), host, by);
+}
+
 std::vector<HostPair> ConnectionManagers::candidates() const {
     const tp::MutexLock lock(recentCM_mutex);
     return m_CMPortPairLst;

@@ -31,6 +31,8 @@ public:
     // --- the managers ---
     /// A further configured host that may be a manager.
     void addCandidate(const HostPair& host);
+    /// The name of a configured host stands for another address now.
+    void replaceCandidate(const HostPair& host, const HostPair& by);
     [[nodiscard]] std::vector<HostPair> candidates() const;
     /// The address of the manager that answered last; empty while none has.
     [[nodiscard]] std::string getRecentCM() const;

@@ -6,6 +6,7 @@
 
 #include "config/HostConfigImpl.h"
 #include "config/HostTable.h"
+#include "config/NameLookup.h"
 #include "hub/HubClientOptions.h"
 #include "hub/PortAnswer.h"
 
@@ -14,12 +15,6 @@ namespace tivra_internal {
 namespace {
 
 constexpr std::size_t kMaxHubAddr = 255;
-
-/// False for a text that is no address. The text of the broadcast address reads like an error and is none.
-bool readAddress(const std::string& text, in_addr& address) {
-    address.s_addr = ::inet_addr(text.c_str());
-    return address.s_addr != INADDR_NONE || text == "255.255.255.255";
-}
 
 } // namespace
 
@@ -36,21 +31,26 @@ HubAddress::HubAddress(const HubClientOptions& options)
         hubAddr = "non-HUB";
         return;
     }
-    // Behind an address translation the hub is dialled by one address and names itself by another.
-    const std::string localIp = localIpOf(m_original_ipaddr);
-    const std::string hubIp = m_hostConfig != nullptr && localIp.empty()
-                                  ? m_hostConfig->getHubIp(m_original_ipaddr)
-                                  : std::string();
+    place(m_original_ipaddr, options.label);
+}
+
+// Behind an address translation the hub is dialled by one address and names itself by another.
+void HubAddress::place(const std::string& address, const std::string& label) {
+    const std::string localIp = localIpOf(address);
+    const std::string hubIp =
+        m_hostConfig != nullptr && localIp.empty() ? m_hostConfig->getHubIp(address) : std::string();
 
     const tp::MutexLock lock(m_text_mutex);
-    hubAddr = options.label;
-    if (!localIp.empty())
-        m_ip_addr = localIp;
-    else if (!hubIp.empty())
-        m_hub_ip_addr = hubIp;
+    m_ip_addr = localIp.empty() ? address : localIp;
+    m_hub_ip_addr = hubIp.empty() ? address : hubIp;
+    hubAddr = label;
     if (!localIp.empty() || !hubIp.empty())
         hubAddr = HostTable::hostInfoOf(m_hub_ip_addr, m_givenPort) + " (" + m_ip_addr + ')';
     hubAddr.resize(std::min(hubAddr.size(), kMaxHubAddr));
+}
+
+void HubAddress::moveTo(const std::string& address) {
+    place(address, HostTable::hostInfoOf(address, port()));
 }
 
 std::string HubAddress::shown() const {
@@ -72,7 +72,9 @@ bool HubAddress::toSocketAddress(sockaddr_in& address) const {
     address = sockaddr_in{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port());
-    return readAddress(dialled(), address.sin_addr) && m_givenPort != 0 && m_givenPort <= kHighestPort;
+    const std::string text = dialled();
+    address.sin_addr.s_addr = ::inet_addr(text.c_str());
+    return isAddress(text) && m_givenPort != 0 && m_givenPort <= kHighestPort;
 }
 
 std::string HubAddress::localIpOf(const std::string& addr) const {

@@ -41,10 +41,13 @@ public:
 
     /// A connection manager that is dialled as if it were the hub.
     void dialManager(const std::string& addr, int port);
+    /// The host's name has this address too, which is dialled from now on.
+    void moveTo(const std::string& address);
     /// The address is that of another hub at the same port; returns it for people.
     std::string become(const std::string& hubIp);
 
 private:
+    void place(const std::string& address, const std::string& label) TP_EXCLUDES(m_text_mutex);
     [[nodiscard]] std::string localIpOf(const std::string& addr) const;
 
     const HostConfigImpl* m_hostConfig; ///< knows the translations; may be null

@@ -40,7 +40,8 @@ HubClient::HubClient(UserInfoImpl& user, HubSession& session, const HubClientOpt
     , m_session(session)
     , m_options(options.withinLimits())
     , m_address(m_options)
-    , m_socket(m_address, session, m_options, chanceOf(this))
+    , m_socket(m_address, session, m_options, chanceOf(this),
+               [this](const std::string& address) { return moveTo(address); })
     , m_lookup(session, session, user, m_options, m_address)
     , m_heartbeat(m_address, m_options.readTimeout)
     , m_handshake(*this, session, user, m_address, m_dicMetaMap, m_options, chanceOf(this))
@@ -194,6 +195,27 @@ HubClient::Dial HubClient::connectHost(double) {
             return settle(begun);
     }
     return settle(m_socket.proceed());
+}
+
+// The same hub by another address, or another one that the name stands for: the client is that one's now.
+bool HubClient::moveTo(const std::string& address) {
+    if (m_options.host == nullptr || m_session.isCMconnection() ||
+        !m_session.moveHost(*m_options.host, address))
+        return false;
+    const std::string before = m_address.own();
+    const HubStage stage = m_stage;
+    HubReport left;
+    left.stage = HubStage::Left;
+    left.hub = HostTable::hostInfoOf(before, m_address.port());
+    m_address.moveTo(address);
+    if (m_address.own() == before)
+        return true;
+    m_session.reportHub(left);
+    m_stage = HubStage::Left;
+    report(stage);
+    m_handshake.hubReplaced();
+    m_responseQueue->setsocketDesc(HostTable::hostInfoOf(m_address.own(), m_address.port()).c_str());
+    return true;
 }
 
 HubClient::Dial HubClient::settle(HubSocket::Progress progress) {

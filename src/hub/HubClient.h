@@ -222,6 +222,7 @@ public:
 
 private:
     [[nodiscard]] Dial settle(HubSocket::Progress progress);
+    [[nodiscard]] bool moveTo(const std::string& address);
     void ask(unsigned what) const;
     void noteChanges(bool waited);
     void report(HubReport report);

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "hub/RetryPace.h"
 #include "tls/TlsSettings.h"
@@ -15,8 +16,9 @@ class HostConfigImpl;
 
 /// What a hub client is made from.
 struct HubClientOptions {
-    std::string label{};   ///< host and port, for people; empty for a dummy
-    std::string address{}; ///< as configured, or as another hub has named it
+    std::string label{};                        ///< host and port, for people; empty for a dummy
+    std::string address{};                      ///< as configured, or as another hub has named it
+    std::vector<std::string> addressesOfName{}; ///< all; empty for a host without a name
     std::size_t port = 0;
     std::size_t index = 0;          ///< of the host in the session's tables
     HostConfigImpl* host = nullptr; ///< its settings; borrowed

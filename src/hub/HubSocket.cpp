@@ -17,6 +17,7 @@
 #include <tp/eprintf.h>
 
 #include "config/AllowedHubs.h"
+#include "config/NameLookup.h"
 #include "hub/ErrorText.h"
 #include "hub/HubAddress.h"
 #include "hub/HubClientOptions.h"
@@ -53,7 +54,7 @@ timespec toTimespec(const timeval& time) {
 } // namespace
 
 HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
-                     const HubClientOptions& options, std::function<double()> chance)
+                     const HubClientOptions& options, std::function<double()> chance, Move move)
     : m_address(address)
     , m_session(session)
     , m_connectionTimeout(options.connectionTimeout)
@@ -61,10 +62,12 @@ HubSocket::HubSocket(const HubAddress& address, const SessionStanding& session,
     , m_readTimeout(options.readTimeout)
     , m_dialNotBefore(options.dialNotBefore)
     , m_stampArrivals(options.stampArrivals)
+    , m_move(std::move(move))
     , m_tlsSettings(options.tls)
     , m_allowedHubs(options.allowedHubs)
     , m_onlyAllowedHubs(options.onlyAllowedHubs)
-    , m_tls(options.tls.isOn ? TlsClient::make(options.tls) : nullptr) {
+    , m_tls(options.tls.isOn ? TlsClient::make(options.tls) : nullptr)
+    , m_turn(options.addressesOfName, options.address) {
     if (options.pauses)
         m_pace.emplace(std::move(chance), *options.pauses);
 }
@@ -75,15 +78,35 @@ HubSocket::Progress HubSocket::begin() {
     m_connectErrno = 0;
     m_connectFault.clear();
     m_state = State::Closed;
+    m_turn.end(); // what is missing here is missing at every address
     if (m_tlsSettings.isRequired && !m_tlsSettings.isOn)
         return refuseSecurely(EPERM,
                               "REQUIRE_TLS_BOOL allows no plain connection: set TLS_BOOL, or give tls://");
     if (m_tlsSettings.isOn && m_tls == nullptr)
         return refuseSecurely(EPROTONOSUPPORT, "this library has been built without TLS: build it with "
                                                "-DTIVRA_TLS=ON, or set TLS_BOOL to false");
+    m_turn.begin(tp::Clock::monotonic(), static_cast<double>(m_connectionTimeout));
+    if (m_turn.count() < 2 || !m_move || (!m_move(m_turn.address()) && !moveOn()))
+        m_turn.end();
+    return dial();
+}
+
+// The next address of the host's name that may be dialled.
+bool HubSocket::moveOn() {
+    while (m_turn.advance())
+        if (m_move(m_turn.address()))
+            return true;
+    return false;
+}
+
+HubSocket::Progress HubSocket::dial() {
     sockaddr_in peer{};
     if (!m_address.toSocketAddress(peer))
-        return refuse(EINVAL);
+        return looksLikeName(m_address.dialled())
+                   ? refuse(EINVAL, "not dialled",
+                            "its name stands for no address, as the log says where it was looked up; a start "
+                            "looks it up again")
+                   : refuse(EINVAL);
     if (!mayBeDialled())
         return refuse(EACCES, "not dialled",
                       "ONLY_ALLOWED_HUBS_BOOL is set, and the address is none that is configured or allowed: "
@@ -93,6 +116,7 @@ HubSocket::Progress HubSocket::begin() {
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO, "Connecting to %s with connection timeout=%ld seconds",
             m_address.shown().c_str(), m_connectionTimeout);
     m_connectStartTime = tp::Clock::monotonic();
+    m_share = m_turn.share(m_connectStartTime);
     if (::connect(fd(), reinterpret_cast<const sockaddr*>(&peer), sizeof(peer)) == 0)
         return encrypt();
     if (errno != EINPROGRESS)
@@ -188,8 +212,8 @@ HubSocket::Progress HubSocket::notDone(bool signalled) {
             return refuse(error);
     }
     const double elapsed = secondsSince(m_connectStartTime);
-    if (elapsed < 0.0 || elapsed > static_cast<double>(m_connectionTimeout))
-        return Progress::TimedOut;
+    if (elapsed < 0.0 || elapsed > m_share)
+        return m_turn.isLast() ? Progress::TimedOut : refuse(ETIMEDOUT);
     eprintf(EPF_DBUG,
             "HubClient::connectHost - socket not ready; startTime = %f, endTime=%f, blockingTime =%f ",
             epochOf(m_connectStartTime), tp::Clock::now(), elapsed);
@@ -200,10 +224,7 @@ HubSocket::Progress HubSocket::refuse(int error) {
     m_connectErrno = error;
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) Error connect %d: (%d)%s",
             m_address.shown().c_str(), fd(), error, errorText(error).c_str());
-    noteLoss();
-    close();
-    noteFailedAttempt();
-    return Progress::Refused;
+    return dialNextAddress();
 }
 
 HubSocket::Progress HubSocket::refuse(int error, const char* head, std::string fault) {
@@ -211,6 +232,23 @@ HubSocket::Progress HubSocket::refuse(int error, const char* head, std::string f
     eprintf(isDialRepeated() ? EPF_DBUG : EPF_CRIT, "HubClient::connectHost -(%s) %s: %s",
             m_address.shown().c_str(), head, fault.c_str());
     m_connectFault = std::move(fault);
+    return dialNextAddress();
+}
+
+// This address leads nowhere; it is a failed dial when the name has no other one that is left.
+HubSocket::Progress HubSocket::dialNextAddress() {
+    const std::string before = m_address.shown();
+    if (!m_turn.isLast()) {
+        close();
+        if (moveOn()) {
+            eprintf(isDialRepeated() ? EPF_DBUG : EPF_INFO,
+                    "The name of the host %s stands for %s too, which is dialled now", before.c_str(),
+                    m_address.shown().c_str());
+            m_connectErrno = 0;
+            m_connectFault.clear();
+            return dial();
+        }
+    }
     noteLoss();
     close();
     noteFailedAttempt();
@@ -218,7 +256,10 @@ HubSocket::Progress HubSocket::refuse(int error, const char* head, std::string f
 }
 
 std::string HubSocket::connectFault() const {
-    return m_connectFault.empty() ? errorText(connectErrno()) : m_connectFault;
+    std::string fault = m_connectFault.empty() ? errorText(connectErrno()) : m_connectFault;
+    if (m_turn.count() > 1)
+        fault += ", at the last of the " + std::to_string(m_turn.count()) + " addresses of its host";
+    return fault;
 }
 
 // The connection is up; the dial is done once it is encrypted too, where that is wanted.
@@ -362,6 +403,7 @@ void HubSocket::noteReady() {
         eprintf(EPF_INFO, "HUB %s:%d is back after %.1f seconds", m_address.dialled().c_str(),
                 m_address.port(), m_outage.secondsUntil(tp::Clock::monotonic()));
     m_outage.end();
+    m_turn.noteReady();
     if (m_pace)
         m_pace->accepted();
 }

@@ -11,6 +11,7 @@
 
 #include <tp/ByteStream.h>
 
+#include "hub/AddressTurn.h"
 #include "hub/Outage.h"
 #include "hub/RetryPace.h"
 #include "hub/SocketHandle.h"
@@ -47,9 +48,12 @@ public:
         NoSocket
     };
 
+    /// Has the hub dialled at another address of its host's name; false when it may not be.
+    using Move = std::function<bool(const std::string& address)>;
+
     /// `chance` gives numbers from 0 up to 1, for the pauses between dials.
     HubSocket(const HubAddress& address, const SessionStanding& session, const HubClientOptions& options,
-              std::function<double()> chance);
+              std::function<double()> chance, Move move = {});
     ~HubSocket();
     HubSocket(const HubSocket&) = delete;
     HubSocket& operator=(const HubSocket&) = delete;
@@ -133,6 +137,9 @@ public:
 private:
     enum class Wait { Writable, TimedOut, Failed };
 
+    [[nodiscard]] Progress dial();
+    [[nodiscard]] Progress dialNextAddress();
+    [[nodiscard]] bool moveOn();
     [[nodiscard]] bool mayBeDialled();
     [[nodiscard]] bool openSocket();
     [[nodiscard]] Progress refuse(int error);
@@ -156,6 +163,7 @@ private:
     const long m_readTimeout; ///< seconds
     const double m_dialNotBefore;
     const bool m_stampArrivals; ///< by the kernel
+    const Move m_move;
     const TlsSettings m_tlsSettings;
     const std::shared_ptr<const AllowedHubs> m_allowedHubs; ///< null: all are
     const bool m_onlyAllowedHubs;
@@ -163,6 +171,7 @@ private:
     SocketHandle m_fd;
     std::unique_ptr<TlsClient> m_tls;    ///< null without encryption
     std::unique_ptr<TlsStream> m_stream; ///< over m_fd; null for a plain connection
+    AddressTurn m_turn;
     bool m_handshakeAwaitsBytes = false;
     std::string m_connectFault; ///< where m_connectErrno doesn't say it all
     std::string m_warnedOf;     ///< the last address elsewhere that the log knows of
@@ -173,6 +182,7 @@ private:
     std::optional<RetryPace> m_pace; ///< with pauses
     std::atomic<double> m_lastDial{-1e9};
     double m_connectStartTime = 0.0;
+    double m_share = 0.0;         ///< seconds that this address may take
     bool m_frameCutShort = false; ///< see isOutOfStep
 };
 

@@ -85,6 +85,7 @@ void SessionImpl::readConfiguration(bool isRunning) {
     m_queueDepthThreshold = static_cast<int>(settings().getQueueThreshold());
     if (isRunning)
         return;
+    HandleAccess::impl(getConnectionConfig()).lookUpNamesOnce();
     m_hostLists.read(m_hosts, m_managers);
     m_allowedHubs = HandleAccess::impl(getConnectionConfig()).makeAllowedHubs();
 }

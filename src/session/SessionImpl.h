@@ -172,6 +172,9 @@ public:
     void renameHost(const std::string& hostInfo, const std::string& newHostInfo) override {
         m_hosts.rename(hostInfo, newHostInfo);
     }
+    [[nodiscard]] bool moveHost(HostConfigImpl& host, const std::string& addr) override {
+        return m_hosts.move(host, addr);
+    }
     void setXRefPort(uint16_t port) override;
     void removeXRefPort(uint16_t port) override { m_xref.removePort(port); }
     [[nodiscard]] bool areXrefHubsComing() const override { return m_xref.areHubsComing(); }

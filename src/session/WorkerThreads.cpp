@@ -116,6 +116,8 @@ void SessionImpl::createFirstClient(bool startBackup) {
 /// A manager may have put the address of a hub in the place of the configured one, which a backup host keeps
 /// over a restart: then it is known by its text.
 HostConfigImpl* SessionImpl::configuredHost(const HostPair& pair) {
+    if (HostConfigImpl* const host = m_hosts.findByName(pair.addr, pair.port))
+        return host;
     if (HostConfigImpl* const host = m_hosts.findByAddress(pair.addr, pair.port))
         return host;
     HostConfigImpl* const host = m_hosts.find(HostTable::hostInfoOf(pair.addr, pair.port));
@@ -174,6 +176,7 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.address = addr;
         options.port = host.getPort();
         options.index = host.getIndex();
+        options.addressesOfName = host.getAddresses();
         options.host = &host;
         options.connectionTimeout = host.getUsableLong(HostConfig::CONNECTION_TIMEOUT_LONG);
         options.connectionRetryLimit = host.getUsableLong(HostConfig::CONNECTION_RETRY_LIMIT_LONG);

@@ -34,6 +34,7 @@ public:
     bool everyHubIsFirst = true;      ///< the hub under test is the newest first hub
     bool takesRequests = false;       ///< what its watchlist sends again is kept in `takenBack`
     std::set<std::string> knownHosts;
+    std::set<std::string> othersAddresses; ///< no client may move there
     ConnectionManagers managers;
     bool started = false;
     bool xrefHubsComing = true;
@@ -59,6 +60,7 @@ public:
     void renameHost(const std::string& from, const std::string& to) override {
         told.push_back("rename " + from + " to " + to);
     }
+    bool moveHost(HostConfigImpl&, const std::string& to) override { return othersAddresses.count(to) == 0; }
     void setXRefPort(uint16_t port) override { told.push_back("xref " + std::to_string(port)); }
     void removeXRefPort(uint16_t port) override { told.push_back("no xref " + std::to_string(port)); }
     bool areXrefHubsComing() const override { return xrefHubsComing; }

@@ -90,6 +90,55 @@ TEST_F(HubConnectionTest, ADialThatStaysOpenIsClosedPastItsLimitAndTheNextBegins
     EXPECT_TRUE(client->inProgress());
 }
 
+TEST_F(HubConnectionTest, AnAddressOfANameHasItsShareOfTheTimeAndTheLastOneEndsTheDial) {
+    const FullPort busy;
+    makeClient({.port = busy.port(), .retryLimit = 0, .addressesOfName = {"127.0.0.1", "127.0.0.2"}});
+    LogCapture log;
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::UnderWay);
+    tp::Clock::advance(2.4);
+    EXPECT_EQ(client->connectHost(1.0), HubClient::Dial::UnderWay);
+    EXPECT_EQ(client->getHubIpAddr(), "127.0.0.1");
+    EXPECT_FALSE(client->isPastRetryLimit());
+    tp::Clock::advance(0.2);
+    EXPECT_FALSE(dial(*client)) << "nobody listens at the other one";
+    EXPECT_EQ(client->getHubIpAddr(), "127.0.0.2");
+    EXPECT_EQ(client->getConnectErrno(), ECONNREFUSED);
+    EXPECT_TRUE(client->isPastRetryLimit()) << "both are one failed dial";
+    EXPECT_THAT(session.reports.back().cause,
+                testing::EndsWith("at the last of the 2 addresses of its host"));
+}
+
+TEST_F(HubConnectionTest, WhatIsMissingAtEveryAddressSendsNobodyToTheNext) {
+    const std::vector<std::string> addresses = {"127.0.0.2", "127.0.0.1"};
+    makeClient({.address = addresses.front(), .addressesOfName = addresses, .requiresTls = true});
+    EXPECT_FALSE(dial(*client));
+    EXPECT_EQ(client->getConnectErrno(), EPERM);
+    session.othersAddresses = {"127.0.0.1"};
+    makeClient({.address = addresses.front(), .addressesOfName = addresses});
+    EXPECT_FALSE(dial(*client)) << "another hub has the address that would answer";
+    session.othersAddresses.clear();
+    EXPECT_TRUE(dial(*client));
+}
+
+TEST(AddressTurnTest, GoesThroughAllAndBeginsWithTheOneThatWasReady) {
+    AddressTurn turn({"a", "b", "c"}, "a");
+    const auto dial = [&turn](int steps) {
+        turn.begin(0.0, 6.0);
+        std::string seen = turn.address();
+        while (steps-- > 0 && turn.advance())
+            seen += turn.address();
+        return seen;
+    };
+    EXPECT_EQ(dial(5), "abc");
+    EXPECT_EQ(dial(1), "ab") << "connected there, and never ready";
+    EXPECT_EQ(dial(1), "ca");
+    turn.noteReady();
+    EXPECT_EQ(dial(5), "abc");
+    EXPECT_DOUBLE_EQ(turn.share(2.0), 4.0) << "the last one has all that is left";
+    turn.begin(0.0, 6.0);
+    EXPECT_DOUBLE_EQ(turn.share(0.0), 2.0);
+}
+
 TEST_F(HubConnectionTest, TheFirstDialOfAnOutageIsMadeAtOnceAndTheOthersAtTheTurns) {
     makeClient();
     EXPECT_TRUE(client->mayDial(false));

@@ -32,6 +32,8 @@ protected:
         bool watchlist = false;
         std::size_t index = 0;
         bool isInline = false;
+        std::vector<std::string> addressesOfName{};
+        bool requiresTls = false;
     };
 
     HubFixture() { reactor = std::make_unique<HubEventReactor>(0, 1000); }
@@ -47,6 +49,7 @@ protected:
             HandleAccess::impl(*userHandle), session,
             HubClientOptions{.label = HostTable::hostInfoOf(options.address, port),
                              .address = options.address,
+                             .addressesOfName = options.addressesOfName,
                              .port = port,
                              .index = options.index,
                              .host = &host(),
@@ -55,6 +58,7 @@ protected:
                              .readTimeout = options.readTimeout,
                              .queueSize = 1,
                              .compression = options.compression,
+                             .tls = {.isRequired = options.requiresTls},
                              .watchlistInUse = options.watchlist,
                              .inlineDelivery = options.isInline});
         made->attachReactor(reactor.get(), 0);

@@ -31,21 +31,26 @@ Addresses lookUp(const std::string& name, int family, int& error) {
             }};
 }
 
-std::string resolveName(const std::string& name, const std::string& text) {
+/// All IPv4 addresses of a name, in the resolver's order.
+std::vector<std::string> resolveName(const std::string& name, const std::string& text) {
     int error = 0;
     const Addresses found = lookUp(name, AF_INET, error);
-    if (error == 0 && found != nullptr) {
+    std::vector<std::string> texts;
+    for (const addrinfo* entry = found.get(); entry != nullptr; entry = entry->ai_next) {
         sockaddr_in address{};
-        std::memcpy(&address, found->ai_addr, sizeof address);
+        std::memcpy(&address, entry->ai_addr, sizeof address);
         char buffer[INET_ADDRSTRLEN] = "";
         inet_ntop(AF_INET, &address.sin_addr, buffer, sizeof buffer);
-        return buffer;
+        texts.emplace_back(buffer);
     }
+    if (!texts.empty())
+        return texts;
     int errorOfIpv6 = 0;
     if (lookUp(name, AF_INET6, errorOfIpv6) != nullptr)
-        throw UsageError(fmt::format(
-            "\"{}\" of \"{}\" has IPv6 addresses only, and IPv4 is spoken here: give an IPv4 address", name,
-            text));
+        throw UsageError(fmt::format("\"{}\" of \"{}\" has IPv6 addresses only, and IPv4 is spoken here, "
+                                     "since hubs name each other by "
+                                     "that: give a name or an address of IPv4",
+                                     name, text));
     const char* const advice =
         error == EAI_AGAIN ? "the name service doesn't answer; give an address" : "check the name";
     throw UsageError(fmt::format("cannot find an IPv4 address for \"{}\" of host \"{}\": {}; {}", name, text,
@@ -70,7 +75,7 @@ int portOf(std::string_view text) {
 
 } // namespace
 
-std::string resolveHost(const std::string& text) {
+std::vector<std::string> resolveHost(const std::string& text) {
     refuseIpv6(text);
     const std::size_t colon = text.rfind(':');
     const bool hasBoth = colon != std::string::npos && colon > 0;
@@ -78,7 +83,10 @@ std::string resolveHost(const std::string& text) {
     if (port < 1)
         throw UsageError(
             fmt::format("\"{}\" is no host: give ADDRESS:PORT with a port from 1 to 65535", text));
-    return fmt::format("{}:{}", resolveName(text.substr(0, colon), text), port);
+    std::vector<std::string> places = resolveName(text.substr(0, colon), text);
+    for (std::string& place : places)
+        place += ":" + std::to_string(port);
+    return places;
 }
 
 std::string resolveListener(const std::string& text) {
@@ -89,7 +97,8 @@ std::string resolveListener(const std::string& text) {
     if (port < 0 || colon == 0)
         throw UsageError(fmt::format(
             "\"{}\" is nothing to listen at: give PORT or ADDRESS:PORT with a port from 0 to 65535", text));
-    return fmt::format("{}:{}", hasAddress ? resolveName(text.substr(0, colon), text) : "127.0.0.1", port);
+    return fmt::format("{}:{}", hasAddress ? resolveName(text.substr(0, colon), text).front() : "127.0.0.1",
+                       port);
 }
 
 } // namespace tivra_tools

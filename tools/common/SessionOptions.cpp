@@ -19,11 +19,12 @@ void declareHosts(CLI::App& app, const std::string& group, std::vector<std::stri
         ->group(group);
 }
 
-void resolveHosts(std::vector<std::string>& hosts, std::vector<std::string>& backups) {
-    std::transform(hosts.begin(), hosts.end(), hosts.begin(), resolveHost);
-    std::transform(backups.begin(), backups.end(), backups.begin(), resolveHost);
+void checkHosts(const std::vector<std::string>& hosts, const std::vector<std::string>& backups) {
+    std::vector<std::string> places;
+    for (const std::string& host : hosts)
+        places.push_back(resolveHost(host).front());
     for (const std::string& backup : backups)
-        if (std::find(hosts.begin(), hosts.end(), backup) != hosts.end())
+        if (std::find(places.begin(), places.end(), resolveHost(backup).front()) != places.end())
             throw UsageError(fmt::format("{} is named both as a hub and as its backup", backup));
 }
 

@@ -12,9 +12,10 @@ namespace tivra_tools {
 void declareHosts(CLI::App& app, const std::string& group, std::vector<std::string>& hosts,
                   std::vector<std::string>& backups);
 
-/// Turns what they name into "IPv4 address:port". Throws UsageError for what is no host, and for one that is
-/// its own backup.
-void resolveHosts(std::vector<std::string>& hosts, std::vector<std::string>& backups);
+/// Throws UsageError for what is no host, for a name without an address, and for one that is its own backup.
+/// The library takes the texts as they are: it dials all addresses of a name, for which a certificate has to
+/// be.
+void checkHosts(const std::vector<std::string>& hosts, const std::vector<std::string>& backups);
 
 /// Declares --read-timeout, in seconds.
 void declareReadTimeout(CLI::App& app, const std::string& group, std::optional<long>& seconds);

@@ -1,8 +1,10 @@
 #include "common/StartFailure.h"
 
+#include "common/HostAddress.h"
 #include "common/HostDial.h"
 #include "common/LogFile.h"
 #include "common/Printable.h"
+#include "common/UsageError.h"
 
 #include <fmt/format.h>
 
@@ -24,10 +26,18 @@ bool contains(std::string_view text, std::string_view word) {
 }
 
 /// What comes of dialling each of them now.
-std::string outcomes(const std::vector<std::string>& addresses) {
+std::string outcomes(const std::vector<std::string>& hosts) {
     std::string text;
-    for (const std::string& address : addresses)
-        text += (text.empty() ? "" : ", ") + dialOutcome(address, kPatience);
+    for (const std::string& host : hosts) {
+        std::vector<std::string> addresses;
+        try {
+            addresses = resolveHost(host);
+        } catch (const UsageError& lost) { // its name was known before
+            text += (text.empty() ? "" : ", ") + std::string(lost.what());
+        }
+        for (const std::string& address : addresses)
+            text += (text.empty() ? "" : ", ") + dialOutcome(address, kPatience);
+    }
     return text;
 }
 

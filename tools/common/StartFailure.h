@@ -15,7 +15,7 @@ struct LoginRefusal {
 /// A session that could not be started.
 struct StartAttempt {
     std::string hosts;                  ///< for people
-    std::vector<std::string> addresses; ///< the same, each as "address:port"
+    std::vector<std::string> addresses; ///< the same, each as "host:port"
     std::string user;
     bool asksForCompression = true;
     double seconds = 0.0;                ///< how long it was tried

@@ -321,7 +321,7 @@ void complete(Options& options, const RawOptions& raw) {
             throw Failure(ExitCode::Usage, "no hub named: give one with --host ADDRESS:PORT");
         tivra_tools::checkUser(options.user);
     }
-    tivra_tools::resolveHosts(options.hosts, options.backups);
+    tivra_tools::checkHosts(options.hosts, options.backups);
     std::vector<std::string> symbols = raw.symbols;
     symbols.insert(symbols.end(), raw.positionalSymbols.begin(), raw.positionalSymbols.end());
     if (!raw.symbolsFile.empty()) {

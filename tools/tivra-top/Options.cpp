@@ -130,7 +130,7 @@ void complete(Options& options, RawOptions& raw) {
         tivra_tools::checkUser(options.user);
     if (!hasEndpoint && options.hosts.empty())
         throw Failure(ExitCode::Usage, "no hub named: give --host ADDRESS:PORT, or --watch URL");
-    tivra_tools::resolveHosts(options.hosts, options.backups);
+    tivra_tools::checkHosts(options.hosts, options.backups);
     if (raw.symbols.empty() && !raw.sources.empty())
         raw.symbols.emplace_back("*");
     for (const std::string& symbol : raw.symbols)

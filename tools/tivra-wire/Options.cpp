@@ -156,7 +156,7 @@ void complete(Options& options) {
     const bool readsInput = std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
     if (options.hub.passwordFile == "-" && readsInput)
         throw Failure(ExitCode::Usage, "standard input cannot be both the password and the messages");
-    options.hub.host = tivra_tools::resolveHost(options.hub.host);
+    static_cast<void>(tivra_tools::resolveHost(options.hub.host));
 }
 
 } // namespace

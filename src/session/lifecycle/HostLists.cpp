@@ -1,6 +1,7 @@
 #include "session/lifecycle/HostLists.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <tp/eprintf.h>
 
@@ -31,7 +32,8 @@ void HostLists::read(HostTable& hosts, ConnectionManagers& managers) {
             hosts.rekeyByPort(host.addr, host.port, HostTable::RekeyKind::Primary);
     }
     std::vector<HostPair> added;
-    hosts.forEachNamed([this, &added](const std::string& hostInfo, HostConfigImpl* host) {
+    std::vector<std::pair<HostPair, HostPair>> moved; ///< from one to the other
+    hosts.forEachNamed([&](const std::string& hostInfo, HostConfigImpl* host) {
         if (host == nullptr) {
             eprintf(EPF_WARN,
                     "hoststring(%s) not found in the hostConfigMap so cannot add to primar/backup host list ",
@@ -43,15 +45,29 @@ void HostLists::read(HostTable& hosts, ConnectionManagers& managers) {
         const bool isBackup = host->getBoolean(tivra::HostConfig::BACKUP_BOOL, false);
         // What was configured; at present the host may have the address of a hub of a manager.
         const HostPair pair{host->getOriginalAddr(), host->getPort()};
+        if (const std::optional<HostPair> before = replaceMoved(hostInfo, pair))
+            moved.emplace_back(*before, pair);
         if (addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, pair))
             added.push_back(pair);
     });
+    for (const auto& [from, to] : moved)
+        managers.replaceCandidate(from, to);
     for (const HostPair& pair : added)
         managers.addCandidate(pair);
     // The number of primary hosts decides how many first hubs a session makes, on either side.
     if (!backupIP2PortLst.empty() && backupIP2PortLst.size() != primaryIP2PortLst.size())
         eprintf(EPF_WARN, "The lists of primary hosts (%zu) and of backup hosts (%zu) differ in length",
                 primaryIP2PortLst.size(), backupIP2PortLst.size());
+}
+
+// The name of a host may stand for other addresses than at the last start: what it was then, if so.
+std::optional<HostPair> HostLists::replaceMoved(const std::string& hostInfo, const HostPair& pair) {
+    const auto [known, isNew] = m_read.emplace(hostInfo, pair);
+    if (isNew || known->second == pair)
+        return std::nullopt;
+    std::replace(primaryIP2PortLst.begin(), primaryIP2PortLst.end(), known->second, pair);
+    std::replace(backupIP2PortLst.begin(), backupIP2PortLst.end(), known->second, pair);
+    return std::exchange(known->second, pair);
 }
 
 } // namespace tivra_internal

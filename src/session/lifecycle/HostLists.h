@@ -1,5 +1,8 @@
 #pragma once
 
+#include <map>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "config/HostPair.h"
@@ -23,6 +26,9 @@ public:
     void read(HostTable& hosts, ConnectionManagers& managers);
 
 private:
+    std::optional<HostPair> replaceMoved(const std::string& hostInfo, const HostPair& pair);
+
+    std::map<std::string, HostPair> m_read; ///< by the text of the host
     std::vector<HostPair> primaryIP2PortLst;
     std::vector<HostPair> backupIP2PortLst;
 };
