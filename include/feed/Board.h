@@ -26,6 +26,10 @@ namespace tivra {
 struct BoardOptions {
     /// Symbols that it takes, at least 1. What comes for more is counted and not kept.
     std::size_t maxSymbols = 1'000'000;
+    /// Bytes that its rows may take together, as BoardStatistics::bytes counts them; from 64 KiB. Where one
+    /// more would be needed a symbol without a row is refused, as above maxSymbols, and a value that a row
+    /// has no room for is left out, which is a gap of that row, with a warning in the log.
+    std::size_t maxBytes = std::size_t{4} << 30;
 };
 
 /// A symbol of a board at one moment: a copy, which may be kept.
@@ -59,8 +63,9 @@ struct BoardCursor {
 struct BoardStatistics {
     std::size_t symbols = 0;   ///< rows, those that are Closed included
     std::size_t bytes = 0;     ///< that they take, some 500 for a symbol of ten fields
+    std::uint64_t leftOut = 0; ///< values that BoardOptions::maxBytes or the 4 MiB of a row had no room for
     std::uint64_t changes = 0; ///< of values and states
-    std::uint64_t refused = 0; ///< updates of symbols above BoardOptions::maxSymbols
+    std::uint64_t refused = 0; ///< updates of symbols above BoardOptions::maxSymbols and maxBytes
 };
 
 /// The last value of each field of each symbol, kept up to date by subscriptions: an image replaces what was
@@ -80,7 +85,7 @@ public:
     /// What changedSince() calls with each row. What it throws comes out of changedSince().
     using Handler = std::function<void(const BoardRow&)>;
 
-    /// @throws Error (InvalidArgument) for a limit of 0
+    /// @throws Error (InvalidArgument) for limits that are out of range
     explicit Board(BoardOptions options = {});
     /// Takes the rows over; subscriptions go on into this one. A board that was moved from has no rows and
     /// handlers that do nothing.
@@ -108,8 +113,7 @@ public:
     std::vector<Instrument> instruments() const;
     /// Drops the rows that are Closed. @return how many there were
     std::size_t forgetClosed();
-    /// What the board holds now. It takes time by the number of rows. All zero in a child that the process
-    /// has forked.
+    /// What the board holds now. All zero in a child that the process has forked.
     BoardStatistics statistics() const;
 
 private:

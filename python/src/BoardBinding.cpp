@@ -95,6 +95,7 @@ using BoardHolder = Unlocked<OwnBoard>;
     statistics["bytes"] = figures.bytes;
     statistics["changes"] = figures.changes;
     statistics["refused"] = figures.refused;
+    statistics["left_out"] = figures.leftOut;
     return statistics;
 }
 

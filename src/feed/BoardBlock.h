@@ -30,13 +30,14 @@ public:
         return const_cast<BoardBlock*>(this)->words()[place];
     }
 
+    [[nodiscard]] static std::size_t bytesFor(std::size_t size) noexcept {
+        return sizeof(BoardBlock) + size * sizeof(Word);
+    }
+
 private:
     BoardBlock(std::size_t size, Ptr smaller) noexcept;
     ~BoardBlock() = default;
 
-    [[nodiscard]] static std::size_t bytesFor(std::size_t size) noexcept {
-        return sizeof(BoardBlock) + size * sizeof(Word);
-    }
     [[nodiscard]] Word* words() noexcept { return reinterpret_cast<Word*>(this + 1); }
 
     const std::size_t m_size;

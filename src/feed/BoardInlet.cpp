@@ -52,7 +52,7 @@ void BoardInlet::update(const UpdateData& data) {
     if (fed == nullptr)
         return;
     const bool isImage = data.kind == tivra::Update::Kind::Image;
-    fed->line->update(data, isImage && fed->section != m_section);
+    fed->line->update(data, isImage && fed->section != m_section, m_board->room());
     if (isImage)
         fed->section = m_section;
     m_board->enterChange(*fed->line);

@@ -149,12 +149,12 @@ BoardLine::~BoardLine() {
     const BoardBlock::Ptr last(m_block.load(std::memory_order_relaxed));
 }
 
-void BoardLine::update(const UpdateData& data, bool replaces) {
+void BoardLine::update(const UpdateData& data, bool replaces, BoardRoom& room) {
     const WriterTurn turn(m_turn);
-    write(data, replaces);
+    write(data, replaces, room);
 }
 
-void BoardLine::write(const UpdateData& data, bool replaces) {
+void BoardLine::write(const UpdateData& data, bool replaces, BoardRoom& room) {
     if (m_table == nullptr)
         m_table = data.fields.table();
     else if (m_table != data.fields.table())
@@ -170,15 +170,15 @@ void BoardLine::write(const UpdateData& data, bool replaces) {
     }
     const KVNAPI::Message& message = data.message;
     if (m_block.load(std::memory_order_relaxed) == nullptr)
-        static_cast<void>(makeRoom(2 * static_cast<std::size_t>(message.pairCount())));
+        static_cast<void>(makeRoom(2 * static_cast<std::size_t>(message.pairCount()), room));
     for (int i = 0; i < message.pairCount(); ++i)
-        put(data.fields.fieldOf(*message.tokenOf(i)), message, i);
+        put(data.fields.fieldOf(*message.tokenOf(i)), message, i, room);
     m_lastUpdate.store(data.subscription->lastUpdate(), std::memory_order_release);
     m_updates.store(m_updates.load(std::memory_order_relaxed) + 1, std::memory_order_release);
 }
 
-void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int index) {
-    const std::size_t place = placeOf(field);
+void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int index, BoardRoom& room) {
+    const std::size_t place = placeOf(field, room);
     if (place == kNowhere)
         return;
     const KVNAPI::TVPair pair = message.readPair(index);
@@ -190,7 +190,7 @@ void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int
     const Value value = HubFields::valueOf(message, index);
     switch (value.type()) {
     case Value::Type::Text:
-        putText(place, field, value.as<std::string_view>().substr(0, kLongestText));
+        putText(place, field, value.as<std::string_view>().substr(0, kLongestText), room);
         return;
     case Value::Type::Integer:
         store(place + 1, static_cast<std::uint64_t>(value.as<std::int64_t>()));
@@ -204,7 +204,7 @@ void BoardLine::put(const FieldEntry& field, const KVNAPI::Message& message, int
 }
 
 /// Updates of one symbol repeat their fields in their order as a rule.
-std::size_t BoardLine::placeOf(const FieldEntry& field) {
+std::size_t BoardLine::placeOf(const FieldEntry& field, BoardRoom& room) {
     const std::uint32_t count = m_count.load(std::memory_order_relaxed);
     const std::uint64_t wanted = nameWord(field, Value::Type::Integer); // of no type
     if (m_next < count && (load(2 * m_next) & ~kTypeMask) == wanted)
@@ -218,8 +218,8 @@ std::size_t BoardLine::placeOf(const FieldEntry& field) {
         }
         ++at;
     }
-    if (!makeRoom(2)) {
-        leaveOut(field);
+    if (!makeRoom(2, room)) {
+        leaveOut(field, room);
         return kNowhere;
     }
     store(2 * count, wanted);
@@ -229,7 +229,7 @@ std::size_t BoardLine::placeOf(const FieldEntry& field) {
     return 2 * count;
 }
 
-void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_view text) {
+void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_view text, BoardRoom& room) {
     TextPlace target(0, 0, text.size());
     const std::size_t words = target.words();
     if (typeOf(load(place)) == Value::Type::Text)
@@ -239,15 +239,15 @@ void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_
         store(place, nameWord(field, Value::Type::Integer)); // what it has isn't carried along
         store(place + 1, 0);
         // One that grows may do so again.
-        const std::size_t room = target.room != 0 ? std::bit_ceil(words) : words;
-        if (!makeRoom(room)) {
+        const std::size_t wanted = target.room != 0 ? std::bit_ceil(words) : words;
+        if (!makeRoom(wanted, room)) {
             store(place, nameWord(field, Value::Type::Text)); // an old value would be taken for a new one
             store(place + 1, TextPlace(m_block.load(std::memory_order_relaxed)->size(), 0, 0).word());
-            leaveOut(field);
+            leaveOut(field, room);
             return;
         }
-        m_textBegin -= static_cast<std::uint32_t>(room);
-        target = TextPlace(m_textBegin, room, text.size());
+        m_textBegin -= static_cast<std::uint32_t>(wanted);
+        target = TextPlace(m_textBegin, wanted, text.size());
     }
     for (std::size_t i = 0; i < words; ++i) {
         std::uint64_t word = 0;
@@ -258,14 +258,28 @@ void BoardLine::putText(std::size_t place, const FieldEntry& field, std::string_
     store(place + 1, target.word());
 }
 
-void BoardLine::leaveOut(const FieldEntry& field) {
+void BoardLine::leaveOut(const FieldEntry& field, BoardRoom& room) {
     countGap();
+    room.countLeftOut();
     eprintf(EPF_WARN, "A row of a board, source %d, has no room for the field %s, whose value is left out",
             m_source, field.name.c_str());
 }
 
-bool BoardLine::makeRoom(std::size_t words) {
-    BoardBlock* block = m_block.load(std::memory_order_relaxed);
+/// A larger block, with some room to spare where the board has it.
+bool BoardLine::grow(std::size_t needed, std::size_t size, BoardRoom& room) {
+    std::size_t words = std::max(needed, 2 * size);
+    if (!room.take(BoardBlock::bytesFor(words))) {
+        words = needed;
+        if (!room.take(BoardBlock::bytesFor(words)))
+            return false;
+    }
+    BoardBlock::Ptr before(m_block.load(std::memory_order_relaxed));
+    m_block.store(BoardBlock::make(words, std::move(before)).release(), std::memory_order_release);
+    return true;
+}
+
+bool BoardLine::makeRoom(std::size_t words, BoardRoom& room) {
+    const BoardBlock* block = m_block.load(std::memory_order_relaxed);
     const std::size_t fields = 2 * static_cast<std::size_t>(m_count.load(std::memory_order_relaxed));
     if (block != nullptr && fields + words <= m_textBegin)
         return true;
@@ -278,12 +292,9 @@ bool BoardLine::makeRoom(std::size_t words) {
         if (typeOf(old[i]) == Value::Type::Text)
             texts += std::max(TextPlace(old[i + 1]).room, TextPlace(old[i + 1]).words());
     const std::size_t needed = fields + texts + words;
-    if (needed > kMostWords)
+    if (needed > kMostWords || (needed > old.size() && !grow(needed, old.size(), room)))
         return false;
-    if (needed > old.size()) {
-        block = BoardBlock::make(std::max(needed, 2 * old.size()), BoardBlock::Ptr(block)).release();
-        m_block.store(block, std::memory_order_release);
-    }
+    block = m_block.load(std::memory_order_relaxed);
     m_textBegin = static_cast<std::uint32_t>(block->size());
     for (std::size_t i = 0; i < fields; i += 2) {
         store(i, old[i]);

@@ -11,6 +11,7 @@
 #include <feed/Value.h>
 
 #include "feed/BoardBlock.h"
+#include "feed/BoardRoom.h"
 #include "feed/FieldTable.h"
 #include "feed/ItemTurn.h"
 #include "feed/UpdateData.h"
@@ -32,8 +33,9 @@ public:
 
     // --- what subscriptions bring; @thread any, one waits for another ---
     /// @param replaces  what it has
+    /// @param room      where what it takes is counted
     /// @throws tivra::Error (InvalidArgument) for the update of another feed
-    void update(const UpdateData& data, bool replaces) TP_EXCLUDES(m_turn);
+    void update(const UpdateData& data, bool replaces, BoardRoom& room) TP_EXCLUDES(m_turn);
     void setState(tivra::DataState state) noexcept { m_state.store(state, std::memory_order_release); }
     void countGap() noexcept { m_gaps.fetch_add(1, std::memory_order_relaxed); }
     void addSubscription() noexcept { m_subscriptions.fetch_add(1, std::memory_order_relaxed); }
@@ -63,14 +65,18 @@ public:
 private:
     class Writing;
 
-    void write(const UpdateData& data, bool replaces) TP_REQUIRES(m_turn);
-    void put(const FieldEntry& field, const KVNAPI::Message& message, int index) TP_REQUIRES(m_turn);
-    void putText(std::size_t place, const FieldEntry& field, std::string_view text) TP_REQUIRES(m_turn);
+    void write(const UpdateData& data, bool replaces, BoardRoom& room) TP_REQUIRES(m_turn);
+    void put(const FieldEntry& field, const KVNAPI::Message& message, int index, BoardRoom& room)
+        TP_REQUIRES(m_turn);
+    void putText(std::size_t place, const FieldEntry& field, std::string_view text, BoardRoom& room)
+        TP_REQUIRES(m_turn);
     /// kNowhere for a new field that there is no room for.
-    [[nodiscard]] std::size_t placeOf(const FieldEntry& field) TP_REQUIRES(m_turn);
-    /// Room for so many words more. Texts may move. False when the line would become larger than any may be.
-    [[nodiscard]] bool makeRoom(std::size_t words) TP_REQUIRES(m_turn);
-    void leaveOut(const FieldEntry& field) TP_REQUIRES(m_turn);
+    [[nodiscard]] std::size_t placeOf(const FieldEntry& field, BoardRoom& room) TP_REQUIRES(m_turn);
+    /// Room for so many words more. Texts may move. False when the line would become larger than any may be,
+    /// or the board has no more.
+    [[nodiscard]] bool makeRoom(std::size_t words, BoardRoom& room) TP_REQUIRES(m_turn);
+    [[nodiscard]] bool grow(std::size_t needed, std::size_t size, BoardRoom& room) TP_REQUIRES(m_turn);
+    void leaveOut(const FieldEntry& field, BoardRoom& room) TP_REQUIRES(m_turn);
     void store(std::size_t place, std::uint64_t word) noexcept {
         m_block.load(std::memory_order_relaxed)->word(place).store(word, std::memory_order_release);
     }

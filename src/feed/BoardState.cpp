@@ -12,18 +12,27 @@ using tivra::Error;
 
 /// What the map of symbols takes for each, and the pointers to its line.
 constexpr std::size_t kIndexBytes = 96;
+constexpr std::size_t kLeastBytes = std::size_t{64} << 10;
+
+[[nodiscard]] std::size_t bytesOf(const BoardLine& line) noexcept {
+    return line.bytes() + kIndexBytes;
+}
 
 [[nodiscard]] tivra::BoardOptions checked(tivra::BoardOptions options) {
     if (options.maxSymbols == 0 || options.maxSymbols >= UINT32_MAX)
         throw Error({Error::Code::InvalidArgument, Error::Phase::None,
                      "a board has to have room for some symbols, and for fewer than 2^32",
                      "see BoardOptions::maxSymbols", "", 0, "", 0});
+    if (options.maxBytes < kLeastBytes)
+        throw Error({Error::Code::InvalidArgument, Error::Phase::None,
+                     "a board has to have room for 64 KiB or more", "see BoardOptions::maxBytes", "", 0, "",
+                     0});
     return options;
 }
 
 } // namespace
 
-BoardState::BoardState(tivra::BoardOptions options) : m_options(checked(options)) {}
+BoardState::BoardState(tivra::BoardOptions options) : m_options(checked(options)), m_room(options.maxBytes) {}
 
 std::shared_ptr<BoardLine> BoardState::join(int source, std::string_view symbol) {
     const tp::MutexLock lock(m_mutex);
@@ -37,6 +46,10 @@ std::shared_ptr<BoardLine> BoardState::join(int source, std::string_view symbol)
         const bool isNew = m_free.empty();
         const auto index = isNew ? static_cast<std::uint32_t>(m_lines.size()) : m_free.back();
         line = std::make_shared<BoardLine>(source, std::string(symbol), index);
+        if (!m_room.take(bytesOf(*line))) {
+            m_refused.fetch_add(1, std::memory_order_relaxed);
+            return nullptr;
+        }
         if (isNew)
             m_lines.emplace_back();
         else
@@ -147,6 +160,7 @@ std::size_t BoardState::forgetClosed() {
             continue;
         m_indexes.erase({line->source(), line->symbol()});
         m_free.push_back(line->index());
+        m_room.give(bytesOf(*line));
         dropped.push_back(std::move(line));
     }
     return dropped.size();
@@ -158,11 +172,10 @@ tivra::BoardStatistics BoardState::statistics() {
         return figures;
     figures.changes = m_changes.end();
     figures.refused = m_refused.load(std::memory_order_relaxed);
+    figures.bytes = m_room.used();
+    figures.leftOut = m_room.leftOut();
     const tp::MutexLock lock(m_mutex);
     figures.symbols = m_indexes.size();
-    for (const std::shared_ptr<BoardLine>& line : m_lines)
-        if (line != nullptr)
-            figures.bytes += line->bytes() + kIndexBytes;
     return figures;
 }
 

@@ -15,6 +15,7 @@
 #include <tp/Process.h>
 
 #include "feed/BoardLine.h"
+#include "feed/BoardRoom.h"
 #include "feed/ChangeRing.h"
 
 namespace tivra_internal {
@@ -32,6 +33,8 @@ public:
     [[nodiscard]] bool isClosed() const noexcept { return m_isClosed.load(std::memory_order_relaxed); }
     /// The line of a symbol, with one subscription more; null when there is no room for another.
     [[nodiscard]] std::shared_ptr<BoardLine> join(int source, std::string_view symbol) TP_EXCLUDES(m_mutex);
+    /// Where lines count what they take.
+    [[nodiscard]] BoardRoom& room() noexcept { return m_room; }
     /// The line has changed, and this comes after the change.
     void enterChange(BoardLine& line) noexcept { line.setChanged(m_changes.add(line.index())); }
     /// The application's object goes.
@@ -61,6 +64,7 @@ private:
     [[nodiscard]] Lines readLines(tivra::BoardCursor& cursor) TP_EXCLUDES(m_mutex);
 
     const tivra::BoardOptions m_options;
+    BoardRoom m_room;
     ChangeRing m_changes;
     std::atomic<bool> m_isClosed{false};
     std::atomic<std::uint64_t> m_refused{0};

@@ -115,6 +115,29 @@ TEST(BoardStateTest, MoreChangesThanAreRememberedOneByOneAreFoundAllTheSame) {
     EXPECT_THAT(state->changedSince(cursor), ElementsAre());
 }
 
+TEST(BoardStateTest, WhatAForgottenRowHasTakenIsFreeForOthers) {
+    tivra::BoardOptions small;
+    small.maxBytes = std::size_t{64} << 10;
+    auto state = std::make_shared<tivra_internal::BoardState>(small);
+    std::vector<std::shared_ptr<tivra_internal::BoardLine>> lines;
+    const auto fill = [&](const char* prefix) {
+        const std::size_t before = lines.size();
+        while (auto line = state->join(100, prefix + std::to_string(lines.size())))
+            lines.push_back(line);
+        return lines.size() - before;
+    };
+    const std::size_t rows = fill("OLD");
+    EXPECT_GT(rows, 100U);
+    EXPECT_LE(state->statistics().bytes, small.maxBytes);
+    for (const auto& line : lines)
+        EXPECT_TRUE(line->removeSubscription());
+    EXPECT_EQ(state->forgetClosed(), rows);
+    EXPECT_EQ(state->statistics().bytes, 0U);
+    EXPECT_EQ(fill("NEW"), rows);
+    small.maxBytes = 1000;
+    EXPECT_THROW(tivra::Board{small}, tivra::Error);
+}
+
 TEST_F(BoardTest, AReaderSeesEachUpdateWholeHoweverOftenItLooks) {
     const tivra::Field ask = feed.field("ASK");
     const tivra::Field cusip = feed.field("CUSIP");

@@ -124,6 +124,25 @@ void pushRow(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void()>
     EXPECT_EQ(row->get<std::string>(feed.field("HOSTILE.TEXT.59")), "");
 }
 
+/// A board as a whole: one row that takes most of it, and then one row after another.
+void pushBoard(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void()>& settle) {
+    tivra::BoardOptions few;
+    few.maxBytes = kMegabyte;
+    const tivra::Board board(few);
+    const tivra::Subscription all = feed.subscribeWildcard(100, "*", board.handlers());
+    settle();
+    pushTexts(hub);
+    for (int i = 0; i < 3000; ++i)
+        hub.sendBody("4=100|5=S" + std::to_string(i) + "|6=1");
+    settle();
+    const tivra::BoardStatistics figures = board.statistics();
+    EXPECT_LE(figures.bytes, few.maxBytes);
+    EXPECT_GT(figures.leftOut, 0U);
+    EXPECT_GT(figures.refused, 0U);
+    EXPECT_GT(figures.symbols, 100U);
+    EXPECT_GT(board.find(100, "IBM").value_or(tivra::BoardRow()).gaps, 0U);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Feed, HostileHub,
     testing::Values(
@@ -142,7 +161,8 @@ INSTANTIATE_TEST_SUITE_P(
                nullptr},
         Excess{"Symbols", "is longer than any may be", 40 * kMegabyte, nullptr, pushLongSymbols},
         Excess{"MergedUpdates", nullptr, 20 * kMegabyte, addTexts, pushMerged},
-        Excess{"BoardRow", "has no room for the field", 40 * kMegabyte, addTexts, pushRow}),
+        Excess{"BoardRow", "has no room for the field", 40 * kMegabyte, addTexts, pushRow},
+        Excess{"Board", "has no room for the field", 20 * kMegabyte, addTexts, pushBoard}),
     [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace

@@ -79,15 +79,18 @@ Record BusReceiver::copy(const tivra::BusUpdate& update, Type::Types type) {
     record.symbol = update.symbol();
     const std::lock_guard<std::mutex> lock(m_mutex);
     for (const auto& [name, value] : update) {
-        auto found = m_names.find(std::string(name));
-        if (found == m_names.end()) {
-            const int token = -1 - static_cast<int>(m_names.size());
-            Name entry{std::string(name), token, m_selection.contains(token, std::string(name))};
-            found = m_names.emplace(entry.text, std::move(entry)).first;
+        const BusFields::Entry* const field = m_fields.entryOf(name);
+        if (field == nullptr && m_fields.leftOut() == 1) {
+            const std::string text =
+                fmt::format("fields of more than {} names, or {} bytes of them, have come: values of further "
+                            "ones are left out",
+                            BusFields::kMostNames, BusFields::kMostBytes);
+            m_notices.push_back(text);
+            mark(text);
         }
-        if (found->second.isSelected)
-            record.fields.push_back({found->second.token, &found->second.text, typeOf(value.type()),
-                                     value.as<std::string>(), numberOf(value)});
+        if (field != nullptr && field->isSelected)
+            record.fields.push_back(
+                {field->token, &field->name, typeOf(value.type()), value.as<std::string>(), numberOf(value)});
     }
     return record;
 }
@@ -154,15 +157,7 @@ std::string BusReceiver::firstIncident() const {
 
 std::vector<std::string> BusReceiver::unseen() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<std::string> labels;
-    for (const FieldChoice& choice : m_selection.choices()) {
-        const bool isSeen = std::any_of(m_names.begin(), m_names.end(), [&](const auto& entry) {
-            return choice.rankOf(entry.second.token, entry.second.text) >= 0;
-        });
-        if (!isSeen && !choice.isReceived())
-            labels.push_back(choice.label);
-    }
-    return labels;
+    return m_fields.unseen();
 }
 
 } // namespace tivra_cat

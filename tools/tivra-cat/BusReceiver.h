@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BusFields.h"
 #include "Counters.h"
 #include "FieldSelection.h"
 #include "MessageCount.h"
@@ -13,7 +14,6 @@
 #include <mutex>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace tivra_cat {
@@ -32,11 +32,11 @@ public:
     BusReceiver(const Settings& settings, const FieldSelection& selection, RecordQueue& queue,
                 Counters& counters, const Wakeup& wakeup)
         : m_settings(settings)
-        , m_selection(selection)
         , m_queue(queue)
         , m_counters(counters)
         , m_wakeup(wakeup)
-        , m_count(settings.limit, counters, wakeup) {}
+        , m_count(settings.limit, counters, wakeup)
+        , m_fields(selection) {}
 
     /// They have to be gone before this.
     [[nodiscard]] tivra::BusHandlers handlers();
@@ -57,26 +57,19 @@ public:
     [[nodiscard]] std::vector<std::string> unseen() const;
 
 private:
-    struct Name {
-        std::string text;
-        int token = 0; ///< fields have no numbers here, and columns want one: below 0
-        bool isSelected = false;
-    };
-
     void onUpdate(const tivra::BusUpdate& update);
     void onGap(const tivra::Instrument& instrument, const tivra::BusGap& gap);
     [[nodiscard]] Record copy(const tivra::BusUpdate& update, tivra::MessageEvent::Types type);
     void mark(const std::string& text);
 
     const Settings m_settings;
-    const FieldSelection& m_selection;
     RecordQueue& m_queue;
     Counters& m_counters;
     const Wakeup& m_wakeup;
     MessageCount m_count;
 
-    mutable std::mutex m_mutex;                    ///< guards all below
-    std::unordered_map<std::string, Name> m_names; ///< whose texts stay where they are
+    mutable std::mutex m_mutex; ///< guards all below
+    BusFields m_fields;
     std::set<tivra::Instrument> m_answered;
     std::vector<std::string> m_notices;
     std::map<tivra::BusGap::Cause, std::pair<std::size_t, std::uint64_t>> m_gaps; ///< not said yet
