@@ -44,8 +44,8 @@ public:
     /// order in which they are tried.
     ///
     /// @param hostInfoString  IPv4 address or name, a colon, decimal port 1 to 65535, as in "10.1.2.3:4567".
-    ///                        A name is looked up at each Session::start; all its IPv4 addresses are dialled in
-    ///                        turn, and where nothing else says whom a certificate has to be for it is the
+    ///                        A name is looked up at each Session::start; all its IPv4 addresses are dialled
+    ///                        in turn, and where nothing else says whom a certificate has to be for it is the
     ///                        name. Anything else is logged at the warning level and gives a host whose
     ///                        connection attempts fail, as does a name without such an address.
     /// @return the same object for the same text; lives as long as the session.
