@@ -14,6 +14,5 @@ using NatsStreamInfo = Handle<jsStreamInfo, jsStreamInfo_Destroy>;
 using NatsContext = Handle<jsCtx, jsCtx_Destroy>;
 using NatsBucket = Handle<kvStore, kvStore_Destroy>;
 using NatsEntry = Handle<kvEntry, kvEntry_Destroy>;
-using NatsWatcher = Handle<kvWatcher, kvWatcher_Destroy>;
 
 } // namespace tivra_bus

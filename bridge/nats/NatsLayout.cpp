@@ -23,6 +23,11 @@ struct StreamPlan {
     int replicas = 1;
 };
 
+void checkDirectGets(const jsStreamConfig& config) {
+    if (!config.AllowDirect)
+        throw BusError(fmt::format("the stream {} doesn't allow direct gets: set allow_direct", config.Name));
+}
+
 void checkStream(const jsStreamInfo& info, const StreamPlan& plan) {
     const jsStreamConfig& config = *info.Config;
     if (config.SubjectsLen != 1 || plan.subject != config.Subjects[0])
@@ -33,8 +38,7 @@ void checkStream(const jsStreamInfo& info, const StreamPlan& plan) {
         throw BusError(
             fmt::format("the stream {} keeps {} messages of a subject, and {} are wanted: delete it",
                         plan.name, config.MaxMsgsPerSubject, plan.maxPerSubject));
-    if (!config.AllowDirect)
-        throw BusError(fmt::format("the stream {} doesn't allow direct gets: set allow_direct", plan.name));
+    checkDirectGets(config);
 }
 
 void ensureStream(const NatsConnection& connection, const StreamPlan& plan) {
@@ -94,6 +98,11 @@ void agreeOnLayout(const NatsConnection& connection, kvStore* bucket, unsigned p
 
 void prepareNats(const NatsConnection& connection, const BusLayout& layout) {
     const NatsBucket leases = ensureBucket(connection, kLeases, layout.replicas);
+    const std::string stream = std::string("KV_") + kLeases;
+    jsStreamInfo* info = nullptr;
+    connection.check(js_GetStreamInfo(&info, connection.context(), stream.c_str(), nullptr, nullptr), stream);
+    const NatsStreamInfo infoOwner(info);
+    checkDirectGets(*info->Config);
     agreeOnLayout(connection, leases.get(), layout.partitions);
     (void)ensureBucket(connection, kDictionary, layout.replicas);
     const auto nanoseconds = std::chrono::nanoseconds(layout.maxAge).count();

@@ -2,6 +2,8 @@
 
 #include "nats/NatsAnswer.h"
 
+#include "bus/BusError.h"
+
 #include <fmt/format.h>
 
 namespace tivra_bus {
@@ -9,38 +11,51 @@ namespace tivra_bus {
 namespace {
 
 constexpr const char* kBucket = "TIVRA_LEASES";
-constexpr std::int64_t kReadMilliseconds = 1000;
+constexpr const char* kStream = "KV_TIVRA_LEASES";
+constexpr std::string_view kSubjects = "$KV.TIVRA_LEASES.";
+constexpr unsigned kReadingsUntilAll = 10;
 
 } // namespace
 
-kvStore* NatsLeaseTable::bucket() {
-    if (!m_bucket) {
-        kvStore* raw = nullptr;
-        m_connection.check(js_KeyValue(&raw, m_connection.context(), kBucket), "the table of leases");
-        m_bucket.reset(raw);
-    }
-    return m_bucket.get();
+void NatsLeaseTable::forget() {
+    m_entries.clear();
+    m_next = 1;
+    m_readings = 0;
+}
+
+bool NatsLeaseTable::readNext() {
+    const std::string subjects = std::string(kSubjects) + ">";
+    jsDirectGetMsgOptions options;
+    jsDirectGetMsgOptions_Init(&options);
+    options.Sequence = m_next;
+    options.NextBySubject = subjects.c_str();
+    natsMsg* raw = nullptr;
+    const natsStatus status = js_DirectGetMsg(&raw, m_connection.context(), kStream, nullptr, &options);
+    const NatsMessage message(raw);
+    if (status == NATS_NOT_FOUND)
+        return false;
+    m_connection.check(status, "reading the table of leases");
+    const std::string_view subject = natsMsg_GetSubject(raw);
+    const std::uint64_t place = natsMsg_GetSequence(raw);
+    if (place < m_next || !subject.starts_with(kSubjects))
+        throw BusError("reading the table of leases: the server's answer is about something else");
+    m_next = place + 1;
+    // One that was deleted keeps its revision, which the next to write it has to know.
+    m_entries[std::string(subject.substr(kSubjects.size()))] = {
+        {natsMsg_GetData(raw), static_cast<std::size_t>(natsMsg_GetDataLength(raw))}, place};
+    return true;
 }
 
 std::vector<LeaseEntry> NatsLeaseTable::entries() {
-    kvWatcher* raw = nullptr;
-    kvWatchOptions options;
-    kvWatchOptions_Init(&options);
-    m_connection.check(kvStore_WatchAll(&raw, bucket(), &options), "reading the table of leases");
-    const NatsWatcher watcher(raw);
-    std::vector<LeaseEntry> entries;
-    for (;;) {
-        kvEntry* entry = nullptr;
-        m_connection.check(kvWatcher_Next(&entry, raw, kReadMilliseconds), "reading the table of leases");
-        if (entry == nullptr) // all that were there have come
-            return entries;
-        const NatsEntry owner(entry);
-        // One that was deleted keeps its revision, which the next to write it has to know.
-        entries.push_back({kvEntry_Key(entry),
-                           {static_cast<const char*>(kvEntry_Value(entry)),
-                            static_cast<std::size_t>(kvEntry_ValueLen(entry))},
-                           kvEntry_Revision(entry)});
+    if (++m_readings > kReadingsUntilAll)
+        forget();
+    while (readNext()) {
     }
+    std::vector<LeaseEntry> entries;
+    entries.reserve(m_entries.size());
+    for (const auto& [key, entry] : m_entries)
+        entries.push_back({key, entry.value, entry.revision});
+    return entries;
 }
 
 std::optional<std::uint64_t> NatsLeaseTable::write(const std::string& key, const std::string& value,
@@ -62,14 +77,20 @@ std::optional<std::uint64_t> NatsLeaseTable::write(const std::string& key, const
     const NatsAcknowledgement owner(ack);
     if (status == NATS_OK)
         return ack->Sequence;
-    if (isConflict(static_cast<int>(code)))
+    if (isConflict(static_cast<int>(code))) {
+        forget();
         return std::nullopt;
+    }
     m_connection.check(status, attempt);
     return std::nullopt;
 }
 
 void NatsLeaseTable::remove(const std::string& key) {
-    m_connection.check(kvStore_Delete(bucket(), key.c_str()), "removing the lease " + key);
+    const std::string attempt = "removing the lease " + key;
+    kvStore* raw = nullptr;
+    m_connection.check(js_KeyValue(&raw, m_connection.context(), kBucket), attempt);
+    const NatsBucket bucket(raw);
+    m_connection.check(kvStore_Delete(raw, key.c_str()), attempt);
 }
 
 } // namespace tivra_bus
