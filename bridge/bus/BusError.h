@@ -10,6 +10,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// What the engine refuses or leaves unanswered for now, and may do later: it starts, or its servers elect a
+/// leader.
+class UnreadyError : public BusError {
+public:
+    using BusError::BusError;
+};
+
 /// A message that isn't what the layout says: what() says where in it, and what was wanted.
 class BatchError : public BusError {
 public:

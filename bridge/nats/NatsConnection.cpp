@@ -131,8 +131,11 @@ void NatsConnection::check(natsStatus status, const std::string& attempt) const 
         const tp::MutexLock lock(m_mutex);
         said = std::exchange(m_lastError, {});
     }
-    throw BusError(fmt::format("{}: {}{}{}{}", attempt, natsStatus_GetText(status), said.empty() ? "" : ", ",
-                               said, advice));
+    natsStatus last{};
+    if (const char* text = nats_GetLastError(&last); said.empty() && text != nullptr && last == status)
+        said = text;
+    throw UnreadyError(fmt::format("{}: {}{}{}{}", attempt, natsStatus_GetText(status),
+                                   said.empty() ? "" : ", ", said, advice));
 }
 
 void NatsConnection::onError(natsConnection* connection, natsSubscription*, natsStatus status, void* self) {

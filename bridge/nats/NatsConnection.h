@@ -24,7 +24,7 @@ public:
     [[nodiscard]] jsCtx* context() const { return m_context.get(); }
     /// It never waits, whatever the connection is doing.
     [[nodiscard]] bool isConnected() const { return m_isConnected.load(std::memory_order_relaxed); }
-    /// @throws BusError for anything but NATS_OK, with what the server has said of late
+    /// @throws UnreadyError for anything but NATS_OK, with what the server has said of late
     void check(natsStatus status, const std::string& attempt) const;
 
 private:

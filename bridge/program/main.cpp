@@ -14,6 +14,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -22,6 +24,12 @@
 namespace {
 
 using namespace tivra_bus;
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kReadyWithin{30'000};
+constexpr milliseconds kFirstPause{250};
+constexpr milliseconds kLongestPause{4000};
 
 enum ExitCode { ENDED = 0, INTERNAL = 1, BAD_USAGE = 2, NO_HUB = 3, NO_ENGINE = 4 };
 
@@ -50,6 +58,31 @@ tivra::FeedOptions feedOptions(const ProgramOptions& options) {
     return feed;
 }
 
+/// Waits for a signal. @return whether one came
+bool isEnded(const sigset_t& signals, milliseconds time) {
+    const timespec pause{time.count() / 1000, time.count() % 1000 * 1'000'000};
+    return sigtimedwait(&signals, nullptr, &pause) >= 0;
+}
+
+/// An engine that was started together with the bridge may not be ready yet.
+/// @return nothing when a signal came. @throws BusError when it isn't in time, or is laid out for something
+/// else
+std::unique_ptr<Bridge> openBridge(const ProgramOptions& options, tivra::Feed& feed, Engine& engine,
+                                   const sigset_t& signals) {
+    const auto deadline = std::chrono::steady_clock::now() + kReadyWithin;
+    for (auto pause = kFirstPause;; pause = std::min(pause * 2, kLongestPause)) {
+        try {
+            return std::make_unique<Bridge>(options.bridge, feed, engine.publisher(), engine.share(), log);
+        } catch (const UnreadyError& error) {
+            if (std::chrono::steady_clock::now() > deadline)
+                throw;
+            log(fmt::format("the engine isn't ready: {}; tried again", error.what()));
+        }
+        if (isEnded(signals, pause))
+            return nullptr;
+    }
+}
+
 int run(const ProgramOptions& options) {
     sigset_t signals;
     sigemptyset(&signals);
@@ -61,20 +94,21 @@ int run(const ProgramOptions& options) {
     const std::unique_ptr<Engine> engine =
         openEngine(options.engine, options.bridge.name, options.bridge.layout.partitions);
     {
-        const Bridge bridge(options.bridge, feed, engine->publisher(), engine->share(), log);
+        const std::unique_ptr<Bridge> bridge = openBridge(options, feed, *engine, signals);
+        if (bridge == nullptr)
+            return ENDED;
         log(fmt::format("{}: {} symbols, {} partitions, ready", options.bridge.name,
                         options.bridge.instruments.size(), options.bridge.layout.partitions));
         std::unique_ptr<StatusServer> server;
         if (!options.statsListen.empty()) {
             server =
-                std::make_unique<StatusServer>(options.statsListen, options.statsProtection, bridge, feed);
+                std::make_unique<StatusServer>(options.statsListen, options.statsProtection, *bridge, feed);
             log(fmt::format("statistics at {}://{}/metrics", options.statsProtection.scheme(),
                             server->address()));
         }
-        const timespec pause{0, 200'000'000};
         std::string end;
-        while (end.empty() && sigtimedwait(&signals, nullptr, &pause) < 0)
-            end = bridge.status().end;
+        while (end.empty() && !isEnded(signals, milliseconds(200)))
+            end = bridge->status().end;
         log("ending");
         return end.empty() ? ENDED : BAD_USAGE;
     }
