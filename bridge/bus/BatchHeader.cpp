@@ -19,10 +19,10 @@ constexpr std::size_t kMostTime = 64;
 
 std::string headerLine(const BatchHeader& header) {
     return fmt::format(R"({{"tivra":{},"payload":"{}","partition":{},"epoch":{},"batch":{},"records":{},)"
-                       R"("dictionary":{},"time":"{}"}})"
+                       R"("dictionary":{},"writer":"{}","time":"{}"}})"
                        "\n",
                        kLayoutVersion, header.payload, header.partition, header.epoch, header.batch,
-                       header.records, header.dictionary, header.time);
+                       header.records, header.dictionary, header.writer, header.time);
 }
 
 BatchHeader readHeader(std::string_view bytes, std::size_t& length) {
@@ -42,6 +42,7 @@ BatchHeader readHeader(std::string_view bytes, std::size_t& length) {
     header.batch = line.number("batch");
     header.records = line.number("records", kMostRecords);
     header.dictionary = line.number("dictionary");
+    header.writer = line.textOr("writer", "");
     header.time = line.text("time");
     if (header.time.size() > kMostTime)
         line.fail("time", "a time");

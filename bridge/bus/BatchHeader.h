@@ -12,7 +12,7 @@ inline constexpr std::uint64_t kMostEpoch = std::uint64_t{1} << 53;
 /// The first line of each batch, whatever follows it: a JSON object.
 ///
 /// Epoch and batch number order all batches of a partition: the writer of a higher epoch has taken over from
-/// the one before, and batches of one epoch count up by one from 1.
+/// the one before, and batches of one epoch count up by one from 1. They are of one writer.
 struct BatchHeader {
     std::string payload = "json"; ///< how the records after it are written
     unsigned partition = 0;
@@ -20,6 +20,7 @@ struct BatchHeader {
     std::uint64_t batch = 0;      ///< within the epoch, from 1
     std::size_t records = 0;      ///< that follow
     std::uint64_t dictionary = 0; ///< the revision of the dictionary in its bucket; 0 when there is none
+    std::string writer;           ///< who has written it: two may have taken the same epoch
     std::string time;             ///< when the batch was closed, "2026-11-27T06:00:00.123456Z"
 };
 

@@ -23,7 +23,8 @@ struct StreamEnd {
     std::uint64_t position = 0; ///< of its last message; 0 for none
     std::uint64_t epoch = 0; ///< that the last batch was written in; 0 where the last message isn't a batch
     std::uint64_t batch = 0;
-    std::string time; ///< when the last batch was closed; empty for none
+    std::string writer; ///< of the last batch
+    std::string time;   ///< when the last batch was closed; empty for none
 };
 
 /// Writes to an engine. What is sent with a ticket is answered later, once, on a thread of the publisher or

@@ -23,6 +23,8 @@ void KafkaTail::take(std::string_view message, std::string_view writer) {
         m_time.clear();
         m_isOurs = m_isAnothers = false;
     }
+    if (header.batch >= m_batch)
+        m_batchWriter = header.writer;
     m_batch = std::max(m_batch, header.batch);
     m_time = std::max(m_time, header.time);
     (writer == m_writer ? m_isOurs : m_isAnothers) = true;
@@ -30,8 +32,8 @@ void KafkaTail::take(std::string_view message, std::string_view writer) {
 
 StreamEnd KafkaTail::end(std::uint64_t position) const {
     if (m_isOurs && m_isAnothers)
-        return {position, m_epoch + 1, 0, m_time};
-    return {position, m_epoch, m_batch, m_time};
+        return {position, m_epoch + 1, 0, {}, m_time};
+    return {position, m_epoch, m_batch, m_batchWriter, m_time};
 }
 
 } // namespace tivra_bus

@@ -27,6 +27,7 @@ private:
     const std::string_view m_writer;
     std::uint64_t m_epoch = 0;
     std::uint64_t m_batch = 0;
+    std::string m_batchWriter;
     std::string m_time; ///< of the last batch of the epoch
     bool m_isOurs = false;
     bool m_isAnothers = false;

@@ -88,6 +88,7 @@ StreamEnd NatsPublisher::endOf(unsigned partition) {
             readHeader({natsMsg_GetData(raw), static_cast<std::size_t>(natsMsg_GetDataLength(raw))}, length);
         end.epoch = header.epoch;
         end.batch = header.batch;
+        end.writer = header.writer;
         end.time = header.time;
     } catch (const BatchError&) {
         // Something that no bridge has written: it has a place in the stream, and says nothing of a writer.

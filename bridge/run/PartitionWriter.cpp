@@ -4,6 +4,8 @@
 #include "bus/JsonText.h"
 #include "run/StateNames.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -26,6 +28,12 @@ std::string timeText(std::chrono::system_clock::time_point time = std::chrono::s
     return text;
 }
 
+/// Another one each time.
+std::string anyName() {
+    std::random_device chance;
+    return fmt::format("{:08x}{:08x}", chance(), chance());
+}
+
 WriterOptions fitting(WriterOptions options) {
     options.maxMessage = std::max(options.maxMessage, 2 * kHeaderRoom) - kHeaderRoom;
     options.batchBytes = std::min(options.batchBytes, options.maxMessage);
@@ -40,6 +48,7 @@ PartitionWriter::PartitionWriter(unsigned partition, std::uint64_t epoch, const 
                                  std::shared_ptr<SendBell> bell)
     : m_partition(partition)
     , m_epoch(epoch)
+    , m_writer(anyName())
     , m_publisher(publisher)
     , m_options(fitting(options))
     , m_counters(std::move(counters))
@@ -286,6 +295,7 @@ PartitionWriter::Closed PartitionWriter::closed(BatchWriter& records, std::uint6
     header.epoch = m_epoch;
     header.batch = number;
     header.dictionary = m_dictionary.load(std::memory_order_relaxed);
+    header.writer = m_writer;
     header.time = timeText();
     closed.batch = std::make_shared<ClosedBatch>(records.close(std::move(header)));
     return closed;
@@ -415,12 +425,15 @@ void PartitionWriter::looked(const StreamEnd& end) {
     m_wantsLook = false;
     const bool wasWaiting = std::exchange(m_needsLook, false);
     const auto isEnd = [&end, this](std::uint64_t batch) {
-        return end.epoch == m_epoch && end.batch == batch;
+        return end.epoch == m_epoch && end.writer == m_writer && end.batch == batch;
     };
     if (m_isFenced) {
         return;
     } else if (end.epoch > m_epoch) {
         fence("another bridge writes it");
+    } else if (end.epoch == m_epoch && end.writer != m_writer) {
+        // Servers of a cluster may have given the lease to both.
+        fence("another bridge has begun the same epoch");
     } else if (!wasWaiting) {
         return; // what is on its way is still expected where it belongs
     } else if (!m_closed.empty() && isEnd(m_closed.front().number)) {

@@ -128,6 +128,7 @@ private:
 
     const unsigned m_partition;
     const std::uint64_t m_epoch;
+    const std::string m_writer;
     BusPublisher& m_publisher;
     const WriterOptions m_options;
     // The publisher may still call when nobody else has the writer.

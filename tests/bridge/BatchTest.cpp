@@ -43,7 +43,7 @@ std::string batchOf(const FakeValues& values) {
     writer.addState({100, "IBM", 7}, "live", "");
     const BusGap gap{"overflow", "a", "b", 12, std::nullopt};
     writer.addGap(nullptr, gap);
-    return std::string(writer.close({"json", 3, 5, 9, 0, 2, "now"}).message());
+    return std::string(writer.close({"json", 3, 5, 9, 0, 2, "writer", "now"}).message());
 }
 
 } // namespace

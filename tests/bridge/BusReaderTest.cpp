@@ -56,7 +56,7 @@ public:
     }
     /// The batch that is open, without putting it into the stream.
     [[nodiscard]] std::string take() {
-        return std::string(m_records.close({"json", 0, m_epoch, ++m_batch, 0, 0, "now"}).message());
+        return std::string(m_records.close({"json", 0, m_epoch, ++m_batch, 0, 0, "writer", "now"}).message());
     }
     void close() { (void)closeAt(); }
     /// @return the batch's position

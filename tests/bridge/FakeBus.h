@@ -39,6 +39,7 @@ public:
             const auto header = tivra_bus::readHeader(stream.empty() ? "" : stream.back(), length);
             end.epoch = header.epoch;
             end.batch = header.batch;
+            end.writer = header.writer;
             end.time = header.time;
         } catch (const tivra_bus::BatchError&) {
         }

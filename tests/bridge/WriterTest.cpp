@@ -31,7 +31,7 @@ constexpr std::uint64_t kEpoch = 5;
 std::string messageOf(std::uint64_t epoch, std::uint64_t batch) {
     BatchWriter writer;
     writer.addGap(nullptr, {"takeover", "a", "b", std::nullopt, std::nullopt});
-    return std::string(writer.close({"json", kPartition, epoch, batch, 0, 0, "then"}).message());
+    return std::string(writer.close({"json", kPartition, epoch, batch, 0, 0, "another", "then"}).message());
 }
 
 /// Writers of one partition, between a hub and an engine in memory; the test is the thread that sends.
@@ -168,6 +168,20 @@ TEST_F(WriterTest, ItGivesUpWhereTheStreamIsNotAsItWasLeft) {
         EXPECT_EQ(bus.stream(kPartition), stream);
         group.close();
         EXPECT_EQ(counters->waitingBytes, 0U);
+    }
+}
+
+TEST_F(WriterTest, OfTwoThatHaveTakenTheSameEpochTheSecondWritesNothing) {
+    for (const std::uint64_t length : {1U, 2U}) {
+        bus.setStream(kPartition, {});
+        begin();
+        std::vector<std::string> stream;
+        for (std::uint64_t batch = 1; batch <= length; ++batch)
+            stream.push_back(messageOf(kEpoch, batch));
+        bus.setStream(kPartition, stream);
+        pumpAll();
+        EXPECT_TRUE(writer->isFenced());
+        EXPECT_EQ(bus.stream(kPartition), stream);
     }
 }
 

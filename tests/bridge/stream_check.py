@@ -69,6 +69,8 @@ class Partition:
             self.begin(header, json.loads(lines[1]))
         elif header["batch"] != self.batch + 1:
             self.fail(f"is followed by {header['batch']}")
+        elif header["writer"] != self.writer:
+            self.fail(f"is followed by {header['batch']} of another writer")
         self.batch = header["batch"]
         for line in lines[1:-1]:
             self.record(json.loads(line))
@@ -79,7 +81,7 @@ class Partition:
             self.fail(f"is followed by epoch {header['epoch']}")
         if header["batch"] != 1 or first["type"] != "gap" or first["cause"] != "takeover":
             self.fail(f"epoch {header['epoch']} begins with batch {header['batch']} and {first}")
-        self.epoch = header["epoch"]
+        self.epoch, self.writer = header["epoch"], header["writer"]
         for symbol in self.symbols.values():
             symbol.n, symbol.fields = 0, {}
 
