@@ -171,6 +171,20 @@ void Bridge::manageLeases() {
         attempt(partition, [&] { take(partition); });
         renew();
     }
+    forgetTroubles(decision);
+}
+
+void Bridge::forgetTroubles(const LeaseDecision& decision) {
+    // What somebody else writes by now is no trouble of this bridge.
+    const auto isConcerned = [&](const std::vector<unsigned>& partitions, unsigned partition) {
+        return std::find(partitions.begin(), partitions.end(), partition) != partitions.end();
+    };
+    std::erase_if(m_troubles, [&](const auto& trouble) {
+        const unsigned partition = trouble.first;
+        return m_tenures.count(partition) == 0 && !isConcerned(decision.take, partition) &&
+               !isConcerned(decision.giveBack, partition);
+    });
+    countTroubles();
 }
 
 bool Bridge::attempt(unsigned partition, const std::function<void()>& action) {
@@ -191,6 +205,10 @@ void Bridge::noteTrouble(unsigned partition, const std::string& text) {
     if (text.empty() ? trouble.ended() : trouble.failed(text, Clock::now()))
         m_log(
             fmt::format("partition {}: {}", partition, text.empty() ? "well again" : text + "; tried again"));
+    countTroubles();
+}
+
+void Bridge::countTroubles() {
     const auto count = std::count_if(m_troubles.begin(), m_troubles.end(),
                                      [](const auto& each) { return each.second.isTroubled(); });
     const tp::MutexLock lock(m_mutex);

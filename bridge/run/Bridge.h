@@ -85,6 +85,8 @@ private:
     /// Does it, and notes what it throws as the partition's trouble. @return whether it hasn't thrown
     bool attempt(unsigned partition, const std::function<void()>& action);
     void noteTrouble(unsigned partition, const std::string& text);
+    void forgetTroubles(const LeaseDecision& decision);
+    void countTroubles();
     void take(unsigned partition);
     void release(const std::vector<unsigned>& partitions);
     /// Waits until all that was taken is stored, or the time is over.

@@ -108,6 +108,9 @@ TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
         const std::uint64_t before = table.entry("member.a").revision;
         EXPECT_TRUE(waitUntil([&] { return table.entry("member.a").revision > before; }));
         EXPECT_TRUE(waitUntil([&] { return bus.stream(2).size() >= 2; }));
+        table.put("member.b", R"({"nonce":"b","ready":true})");
+        table.put(LeaseBook::leaseKey(1), R"({"holder":"b","nonce":"b","epoch":1})");
+        EXPECT_TRUE(waitUntil([&] { return bridge.status().troubled == 0; })) << "another writes it by now";
     }
     EXPECT_EQ(table.entry("member.a").value, "");
     for (const unsigned partition : {0U, 2U, 3U})
