@@ -21,7 +21,6 @@ import nats
 from stream_check import SEQUENCE, Partition, seconds
 
 PARTITIONS, SYMBOLS, BRIDGES = 4, 60, 3
-SETTLE = 10.0  # seconds within which last values have to be right
 FAULTS = ["kill", "stop", "restart", "pause", "steal", "double"]
 RATES = {1: 100, 64: 30}  # updates a second of each symbol, by the megabytes that may wait: a pause fills the small ones
 DEADLINE = 60.0
@@ -42,15 +41,15 @@ def wait_until(what, condition, patience=DEADLINE):
 
 
 class Process:
-    def __init__(self, folder, name, *command):
+    def __init__(self, folder, name, *command, **environment):
         self.name, self.log = name, folder / f"{name}.log"
-        self.command = [str(word) for word in command]
+        self.command, self.environment = [str(word) for word in command], environment
         self.start()
 
     def start(self):
         with open(self.log, "ab") as log:
             self.child = subprocess.Popen(self.command, stdout=log, stderr=log, stdin=subprocess.DEVNULL,
-                                          env={**os.environ, "TIVRA_PASSWORD": "demo"})
+                                          env={**os.environ, "TIVRA_PASSWORD": "demo", **self.environment})
 
     def send(self, number):
         if self.child.poll() is None:
@@ -66,6 +65,10 @@ class Process:
 
 
 class Round:
+    faults = FAULTS
+    settle_within = 10.0  # seconds after which last values have to be right
+    hub_place, hub_options, bridge_options = [], [], []
+
     def __init__(self, programs, seed):
         self.chance, self.seed = random.Random(seed), seed
         self.folder = Path(tempfile.mkdtemp(prefix="tivra-bridge-"))
@@ -75,15 +78,18 @@ class Round:
         self.url = f"nats://127.0.0.1:{self.port}"
         self.names = [f"bridge{i}" for i in range(BRIDGES)]
         self.symbols = [f"Q{number:03d}" for number in range(SYMBOLS)]
-        self.plan = [(self.chance.uniform(0.3, 1.5), self.chance.choice(FAULTS), self.chance.uniform(0.2, 6.0))
+        self.plan = [(self.chance.uniform(0.3, 1.5), self.chance.choice(self.faults), self.chance.uniform(0.2, 6.0))
                      for _ in range(self.chance.choice([1, 1, 2]))]
         self.megabytes = self.chance.choice(list(RATES))
         self.away = defaultdict(list)  # bridge -> times in which it was stopped or dead
 
-    def run(self, name, *command):
-        process = Process(self.folder, name, *command)
+    def run(self, name, *command, **environment):
+        process = Process(self.folder, name, *command, **environment)
         self.processes.append(process)
         return process
+
+    def run_bridge(self, name, *command):
+        return self.run(name, *command)
 
     def write_day(self):
         """Each symbol's bid sizes count its updates; every second one ends somewhere in the middle."""
@@ -106,15 +112,16 @@ class Round:
         self.begin_engine()
         tools = self.programs / "tools"
         # The bridges' symbols are one each, so this many are subscribed when the reader of the truth has come too.
-        self.hub = self.run("hub", tools / "tivra-hub/tivra-hub", "--port", 0, "--playback", self.write_day(),
-                            "--factor", 1, "--start-when", 2 * SYMBOLS)
+        self.hub = self.run("hub", *self.hub_place, tools / "tivra-hub/tivra-hub", "--port", 0, "--playback",
+                            self.write_day(), "--factor", 1, "--start-when", 2 * SYMBOLS, *self.hub_options)
         wait_until("a hub", lambda: self.hub.says("listening on "))
         hub = self.hub.log.read_text().split("listening on ")[1].split()[0]
         symbols = self.folder / "symbols"
         symbols.write_text("".join(symbol + "\n" for symbol in self.symbols))
-        self.bridges = [self.run(name, self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo", "-s", 100,
-                                 "-f", symbols, "--to", self.url, "--partitions", PARTITIONS, "--name", name,
-                                 "--buffer-megabytes", self.megabytes) for name in self.names]
+        self.bridges = [self.run_bridge(name, self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo",
+                                        "-s", 100, "-f", symbols, "--to", self.url, "--partitions", PARTITIONS,
+                                        "--name", name, "--buffer-megabytes", self.megabytes, *self.bridge_options)
+                        for name in self.names]
         self.await_shares()
         # The truth subscribes last and sets the day going.
         self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", hub, "--user", "demo", "-s", 100,
@@ -158,6 +165,15 @@ class Round:
                 del holders[words[1]]
         return holders
 
+    def troubled(self):
+        """Partitions that their holders can't write, as they have said last."""
+        troubled = {}
+        for _, bridge, text in self.lines():
+            words = text.split()
+            if words[0] == "partition":
+                troubled[(words[1], bridge)] = text.endswith("tried again")
+        return [held for held in self.holders().items() if troubled[held]]
+
     def fault(self, kind, duration):
         victim = self.chance.choice(self.alive())
         if kind == "kill":
@@ -184,7 +200,7 @@ class Round:
 
     async def change_lease(self, kind, other):
         """Takes a lease from its holder, which doesn't know, or has another one believe that it is its own."""
-        client = await nats.connect(self.url)
+        client = await self.connect()
         bucket = await client.jetstream().key_value("TIVRA_LEASES")
         key = f"lease.{self.chance.randrange(PARTITIONS)}"
         lease = json.loads((await bucket.get(key)).value)
@@ -210,8 +226,11 @@ class Round:
                 found.append(f"{bridge.name} at {when:.1f}: {text}")
         return found
 
+    async def connect(self):
+        return await nats.connect(self.url.split(","))
+
     async def judge(self, truth):
-        client = await nats.connect(self.url)
+        client = await self.connect()
         stream = client.jetstream()
         parts = []
         for number in range(PARTITIONS):
@@ -230,16 +249,21 @@ class Round:
         await client.close()
         return parts
 
+    async def sequence(self, stream, symbol):
+        """@return of the symbol's last values; nothing while the engine has none or doesn't answer"""
+        try:
+            message = await stream.get_last_msg("TIVRA_LAST", f"tivra.v1.last.100.{symbol}")
+        except (nats.js.errors.Error, nats.errors.Error):
+            return None
+        return json.loads(message.data)["fields"].get(SEQUENCE)
+
     async def settle(self):
         """Waits until last values are the hub's last. @return how long that took"""
-        client = await nats.connect(self.url)
+        client = await self.connect()
         stream = client.jetstream()
         began = time.monotonic()
         for symbol, updates in self.updates.items():
-            while True:
-                message = await stream.get_last_msg("TIVRA_LAST", f"tivra.v1.last.100.{symbol}")
-                if json.loads(message.data)["fields"].get(SEQUENCE) == updates or time.monotonic() > began + SETTLE:
-                    break
+            while await self.sequence(stream, symbol) != updates and time.monotonic() < began + self.settle_within:
                 await asyncio.sleep(0.02)
         await client.close()
         return time.monotonic() - began
@@ -263,6 +287,7 @@ class Round:
         wait_until("the day's end", lambda: self.truth.log.read_bytes().count(b'"type":"update"') >= whole)
         wait_until("all partitions", lambda: len(self.holders()) == PARTITIONS)
         recovered = asyncio.run(self.settle())
+        wait_until("what waits is written", lambda: not self.troubled())
         needless = self.needless()
         # What the bridges have is written, and they end while the hub is still there.
         self.truth.end()
@@ -288,9 +313,8 @@ def report(this, text, problems):
     return not problems
 
 
-def play(number, programs, total):
+def play(this, total):
     """@return whether it was good"""
-    this = Round(programs, number)
     faults, recovered, needless, parts, problems = [], 0.0, [], [], []
     try:
         faults, recovered, needless, parts = this.play()
@@ -304,15 +328,15 @@ def play(number, programs, total):
     records, missing = sum(p.records for p in parts), sum(p.missing for p in parts)
     total.update(records=records, missing=missing, gaps=sum(causes.values()), needless=len(needless))
     total.update(fault.split()[0] for fault in faults)
-    return report(this, f"round {number}: {', '.join(faults) or 'none'}: last values right after {recovered:.1f} s, "
+    return report(this, f"round {this.seed}: {', '.join(faults) or 'none'}: last values right after {recovered:.1f} s, "
                         f"{records} records, {missing} missing, gaps {dict(causes)}", problems)
 
 
-def main():
+def main(kind=Round):
     programs, rounds = sys.argv[1], int(sys.argv[2])
     seed = int(sys.argv[3]) if len(sys.argv) > 3 else 1
     total = Counter()
-    bad = sum(not play(number, programs, total) for number in range(seed, seed + rounds))
+    bad = sum(not play(kind(programs, number), total) for number in range(seed, seed + rounds))
     print(f"{rounds} rounds, {bad} bad; {dict(total)}")
     return 1 if bad else 0
 
