@@ -88,6 +88,8 @@ void PartitionWriter::take(const tivra::Update& update) {
     const tp::MutexLock lock(m_mutex);
     m_counters->updates.fetch_add(1, std::memory_order_relaxed);
     SymbolSlot& slot = m_slots.of(subscription);
+    // What was left out before is written first, with the values as they are without this update.
+    const bool hasRoom = makeWay(slot);
     ++slot.number;
     slot.lastUpdate = subscription.statistics().lastUpdate;
     RecordType type = RecordType::Update;
@@ -99,15 +101,13 @@ void PartitionWriter::take(const tivra::Update& update) {
     noteChange(slot);
     if (m_isFenced)
         return;
-    if (m_isOverflowing || isFull())
-        leaveOut(slot, 1);
-    else
+    if (hasRoom && !isFull())
         add(type, slot, update);
+    else
+        leaveOut(slot, 1);
 }
 
 void PartitionWriter::add(RecordType type, SymbolSlot& slot, const tivra::Update& update) {
-    if (slot.isLeftOut)
-        repair(slot, slot.number - 1);
     const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
     m_open.add(*m_options.records, {type, slot.name, slot.number, slot.image, &m_change, &update});
     if (m_options.sendsLive && !m_live.add(key.source, key.symbol, m_open.lastRecord()))
@@ -159,7 +159,7 @@ bool PartitionWriter::makeWay(SymbolSlot& slot) {
     if (m_isFenced || m_isOverflowing || isFull())
         return false;
     if (slot.isLeftOut)
-        repair(slot, slot.number);
+        repair(slot);
     return true;
 }
 
@@ -256,9 +256,9 @@ void PartitionWriter::endOverflow() {
     addGap(nullptr, {"overflow", m_leftOutSince, timeText(), std::exchange(m_leftOut, 0), std::nullopt});
 }
 
-void PartitionWriter::repair(SymbolSlot& slot, std::uint64_t number) {
+void PartitionWriter::repair(SymbolSlot& slot) {
     slot.isLeftOut = false;
-    const RecordKey key{slot.name.source, slot.name.symbol, number};
+    const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
     m_open.addState(key, nameOf(slot.state), "after an overflow");
     added(key);
     if (slot.image.isCut()) {
@@ -266,7 +266,7 @@ void PartitionWriter::repair(SymbolSlot& slot, std::uint64_t number) {
         const std::string now = timeText();
         addGap(&key, {"overflow", now, now, std::nullopt, std::nullopt});
     } else if (!slot.image.entries().empty()) {
-        m_open.add(*m_options.records, {RecordType::Image, slot.name, number, slot.image});
+        m_open.add(*m_options.records, {RecordType::Image, slot.name, slot.number, slot.image});
         added(key);
     }
 }
@@ -280,7 +280,7 @@ void PartitionWriter::repairSome() {
         m_unrepaired.pop_front();
         slot.isQueued = false;
         if (slot.isLeftOut)
-            repair(slot, slot.number);
+            repair(slot);
     }
 }
 

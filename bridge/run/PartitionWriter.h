@@ -109,7 +109,7 @@ private:
     /// Says what was left out.
     void endOverflow() TP_REQUIRES(m_mutex);
     /// Writes state and present values of a symbol that was left out, as of `number`.
-    void repair(SymbolSlot& slot, std::uint64_t number) TP_REQUIRES(m_mutex);
+    void repair(SymbolSlot& slot) TP_REQUIRES(m_mutex);
     void repairSome() TP_EXCLUDES(m_mutex);
     void noteChange(SymbolSlot& slot) TP_REQUIRES(m_mutex);
     /// After a record was added.

@@ -64,11 +64,14 @@ protected:
             std::this_thread::yield();
         }
     }
+    void pump() {
+        m_now += std::chrono::minutes(1);
+        writer->pump(m_now);
+    }
     /// As often as needed, with every pause over.
     void pumpAll() {
         for (int i = 0; i < 200 && !writer->isFenced(); ++i) {
-            m_now += std::chrono::minutes(1);
-            writer->pump(m_now);
+            pump();
             if (writer->needsLook())
                 writer->looked(bus.endOf(kPartition));
             lastValues->pump(m_now, true);
@@ -219,24 +222,33 @@ TEST_F(WriterTest, WhatThereIsNoRoomForIsCountedAndFollowedByThePresentState) {
 }
 
 TEST_F(WriterTest, ABatchThatIsTooBigBecomesAGapAndThePresentState) {
-    begin();
-    subscribe();
-    pumpAll();
-    push(1, 3);
-    bus.script({Deed::TooBig});
-    pumpAll();
-    push(4, 4);
-    pumpAll();
-    EXPECT_THAT(prices(), ElementsAre(4.0));
-    const std::vector<BusRecord> all = records();
-    const auto gap = std::find_if(all.begin(), all.end(),
-                                  [](const BusRecord& record) { return record.gap.cause == "overflow"; });
-    ASSERT_NE(gap, all.end());
-    EXPECT_EQ(gap->gap.messages, 3U);
-    const auto image = std::find_if(gap, all.end(),
-                                    [](const BusRecord& record) { return record.type == RecordType::Image; });
-    ASSERT_NE(image, all.end());
-    EXPECT_THAT(image->fields, testing::Contains(std::pair<std::string, BusValue>("BID", 3.0)));
+    for (const bool isUpdateFirst : {false, true}) {
+        SCOPED_TRACE(isUpdateFirst ? "an update comes before the state is written"
+                                   : "the state is written at once");
+        bus.setStream(kPartition, {});
+        begin();
+        subscribe();
+        pumpAll();
+        push(1, 3);
+        bus.script({Deed::TooBig});
+        if (isUpdateFirst)
+            pump();
+        else
+            pumpAll();
+        push(4, 4);
+        pumpAll();
+        EXPECT_THAT(prices(), ElementsAre(4.0));
+        const std::vector<BusRecord> all = records();
+        const auto gap = std::find_if(all.begin(), all.end(),
+                                      [](const BusRecord& record) { return record.gap.cause == "overflow"; });
+        ASSERT_NE(gap, all.end());
+        EXPECT_EQ(gap->gap.messages, 3U);
+        const auto image = std::find_if(
+            gap, all.end(), [](const BusRecord& record) { return record.type == RecordType::Image; });
+        ASSERT_NE(image, all.end());
+        EXPECT_THAT(image->fields, testing::Contains(std::pair<std::string, BusValue>("BID", 3.0)));
+        group.close();
+    }
 }
 
 TEST_F(WriterTest, NoBatchIsLargerThanTheEngineTakesWhateverIsAskedFor) {
