@@ -18,7 +18,11 @@ namespace tivra_bus {
 /// @thread any; callbacks run where the handle is polled
 class KafkaClient {
 public:
-    enum class Role { Producer, Consumer };
+    enum class Role {
+        Producer,
+        Consumer, ///< what comes is polled for all partitions together
+        Follower  ///< each partition is read by itself
+    };
     /// What the role needs beside the address.
     struct Setup {
         std::vector<std::pair<std::string, std::string>> properties;
@@ -39,6 +43,8 @@ public:
     [[nodiscard]] bool isConnected() const { return m_isConnected.load(std::memory_order_relaxed); }
     /// A server has answered.
     void answered() { m_isConnected.store(true, std::memory_order_relaxed); }
+    /// None does.
+    void lost() { m_isConnected.store(false, std::memory_order_relaxed); }
     /// @throws BusError for an error, with what was heard of servers of late
     void check(rd_kafka_resp_err_t error, const std::string& attempt) const;
 

@@ -12,12 +12,13 @@ namespace tivra {
 
 /// Everything that a BusReader is opened with. Secrets are in files alone.
 struct BusOptions {
-    std::string url;                   ///< "nats://HOST[:PORT],..." or "tls://HOST[:PORT],..."
+    std::string url; ///< "nats://HOST[:PORT],...", "tls://HOST[:PORT],..." or "kafka://HOST[:PORT],..."
     std::string name = "tivra-reader"; ///< under which the engine lists the connection
-    std::string credentialsFile{};     ///< of a user of the engine; empty for none
-    std::string caFile{};              ///< certificates that the engine's is checked with; turns TLS on
-    std::string certificateFile{};     ///< of this program, with keyFile
-    std::string keyFile{};             ///< the key to it
+    /// Of a user of the engine; with Kafka properties of its client library. Empty for none.
+    std::string credentialsFile{};
+    std::string caFile{};          ///< certificates that the engine's is checked with; turns TLS on
+    std::string certificateFile{}; ///< of this program, with keyFile
+    std::string keyFile{};         ///< the key to it
     /// How long an answer of the engine may take, from 100 ms.
     std::chrono::milliseconds answerTimeout{2000};
     /// How much of a stream is read again to join it where last values end. It has to be longer than what the

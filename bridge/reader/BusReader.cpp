@@ -1,8 +1,8 @@
 #include "reader/BusReader.h"
 
 #include "bus/BusError.h"
-#include "nats/NatsSource.h"
 #include "reader/ReaderThread.h"
+#include "reader/SourceOpener.h"
 
 #include <fmt/format.h>
 
@@ -12,8 +12,6 @@ namespace tivra {
 
 namespace {
 
-using tivra_bus::NatsAddress;
-using tivra_bus::NatsSource;
 using tivra_bus::ReaderThread;
 
 constexpr std::size_t kLongestSymbol = 32;
@@ -25,29 +23,6 @@ Error errorOf(Error::Code code, Error::Phase phase, const std::string& cause, co
     details.cause = cause;
     details.advice = advice;
     return Error(details);
-}
-
-NatsAddress addressOf(const BusOptions& options) {
-    NatsAddress address;
-    try {
-        setNatsServers(address, options.url);
-    } catch (const tivra_bus::BusError& error) {
-        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options, error.what());
-    }
-    if (options.certificateFile.empty() != options.keyFile.empty())
-        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options,
-                      "a certificate and its key go together", "give both files or none");
-    if (options.answerTimeout < std::chrono::milliseconds(100) ||
-        options.answerTimeout > std::chrono::minutes(10))
-        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options,
-                      "answerTimeout has to be 100 ms to 10 minutes");
-    address.name = options.name;
-    address.credentialsFile = options.credentialsFile;
-    address.caFile = options.caFile;
-    address.certificateFile = options.certificateFile;
-    address.keyFile = options.keyFile;
-    address.answerMilliseconds = static_cast<int>(options.answerTimeout.count());
-    return address;
 }
 
 void check(const Instrument& instrument) {
@@ -77,10 +52,15 @@ BusReader BusReader::open(BusOptions options, std::unique_ptr<tivra_bus::BusSour
 }
 
 BusReader BusReader::open(BusOptions options) {
-    const NatsAddress address = addressOf(options);
+    tivra_bus::SourceOpener opener;
+    try {
+        opener = tivra_bus::openerOf(options);
+    } catch (const tivra_bus::BusError& error) {
+        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options, error.what());
+    }
     std::unique_ptr<tivra_bus::BusSource> source;
     try {
-        source = std::make_unique<NatsSource>(address);
+        source = opener();
     } catch (const tivra_bus::BusError& error) {
         throw errorOf(Error::Code::OpenFailed, Error::Phase::Connect, error.what());
     }
@@ -136,6 +116,10 @@ FeedState BusReader::state() const {
 
 unsigned BusReader::partitions() const {
     return thread().partitions();
+}
+
+std::optional<Value::Type> BusReader::typeOf(const std::string& field) const {
+    return thread().typeOf(field);
 }
 
 BusStatistics BusReader::statistics() const {

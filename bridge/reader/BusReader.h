@@ -7,9 +7,11 @@
 #include <feed/Error.h>
 #include <feed/Instrument.h>
 #include <feed/Result.h>
+#include <feed/Value.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,6 +77,8 @@ public:
     FeedState state() const;
     /// How many partitions the engine is laid out with.
     unsigned partitions() const;
+    /// What a field holds, as the dictionary of the bridges' hubs has it; nothing for one that isn't in it.
+    std::optional<Value::Type> typeOf(const std::string& field) const;
     /// What has been counted up to now.
     BusStatistics statistics() const;
 

@@ -71,6 +71,11 @@ FieldTypes::FieldTypes(const std::string& dictionary) {
                 m_types.emplace(name, *known);
 }
 
+std::optional<Value::Type> FieldTypes::typeOf(const std::string& field) const {
+    const auto found = m_types.find(field);
+    return found != m_types.end() ? std::optional(found->second) : std::nullopt;
+}
+
 Value FieldTypes::valueOf(const std::string& field, const BusValue& value) const {
     if (const auto* integer = std::get_if<std::int64_t>(&value))
         return Value::ofInteger(*integer);

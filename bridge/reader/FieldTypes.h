@@ -23,6 +23,8 @@ public:
     /// @throws BatchError for a text that isn't a dictionary
     explicit FieldTypes(const std::string& dictionary);
 
+    /// Nothing for a field that isn't in the dictionary.
+    [[nodiscard]] std::optional<tivra::Value::Type> typeOf(const std::string& field) const;
     /// The value, whose text is that of `value`.
     [[nodiscard]] tivra::Value valueOf(const std::string& field, const BusValue& value) const;
 

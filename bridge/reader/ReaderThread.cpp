@@ -46,7 +46,7 @@ ReaderThread::ReaderThread(tivra::BusOptions options, std::unique_ptr<BusSource>
     if (m_partitionCount == 0)
         layout.fail("partitions", "a number from 1");
     if (const std::string dictionary = m_source->dictionary(); !dictionary.empty())
-        m_types = FieldTypes(dictionary);
+        takeDictionary(dictionary);
 }
 
 ReaderThread::~ReaderThread() {
@@ -340,12 +340,23 @@ const FieldTypes& ReaderThread::typesOf(std::uint64_t revision) {
     m_typesAfter = now + seconds(1);
     try {
         if (const std::string text = m_source->dictionary(); !text.empty())
-            m_types = FieldTypes(text);
+            takeDictionary(text);
         m_typesRevision = revision;
     } catch (const BusError& error) {
         report({tivra::BusProblem::Kind::Engine, -1, 0, error.what()});
     }
     return m_types;
+}
+
+void ReaderThread::takeDictionary(const std::string& text) {
+    m_types = FieldTypes(text);
+    const tp::MutexLock lock(m_mutex);
+    m_sharedTypes = m_types;
+}
+
+std::optional<tivra::Value::Type> ReaderThread::typeOf(const std::string& field) const {
+    const tp::MutexLock lock(m_mutex);
+    return m_sharedTypes.typeOf(field);
 }
 
 void ReaderThread::report(tivra::BusProblem&& problem) {

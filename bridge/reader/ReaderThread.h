@@ -39,6 +39,7 @@ public:
 
     [[nodiscard]] tivra::FeedState state() const;
     [[nodiscard]] unsigned partitions() const { return m_partitionCount; }
+    [[nodiscard]] std::optional<tivra::Value::Type> typeOf(const std::string& field) const;
     [[nodiscard]] tivra::BusStatistics statistics() const;
 
 private:
@@ -65,6 +66,7 @@ private:
     /// Starts the reading of partitions that want it. @throws BusError
     void startPartitions(Clock::time_point now);
     [[nodiscard]] const FieldTypes& typesOf(std::uint64_t revision);
+    void takeDictionary(const std::string& text);
     void report(tivra::BusProblem&& problem);
 
     const tivra::BusOptions m_options;
@@ -85,6 +87,7 @@ private:
     RepeatedTrouble m_trouble; ///< with what isn't of one partition
 
     mutable tp::Mutex m_mutex;
+    FieldTypes m_sharedTypes TP_GUARDED_BY(m_mutex); ///< what the thread's own are, for others to ask
     std::vector<std::shared_ptr<SubscriptionState>> m_new TP_GUARDED_BY(m_mutex);
     std::vector<std::weak_ptr<SubscriptionState>> m_subscriptions TP_GUARDED_BY(m_mutex);
     std::atomic<bool> m_isEnding{false};

@@ -57,9 +57,11 @@ void declareWho(CLI::App& app, Options& options, RawOptions& raw) {
     CLI::Option* from =
         app.add_option("--from", options.from,
                        "read snapshot and subscribe from what tivra-bridge has published, not from a hub: "
-                       "nats://HOST[:PORT],... or tls://HOST[:PORT],...")
+                       "nats://HOST[:PORT],..., tls://HOST[:PORT],... or kafka://HOST[:PORT],...")
             ->group(group);
-    app.add_option("--credentials", options.credentialsFile, "credentials file of a user of that engine")
+    app.add_option("--credentials", options.credentialsFile,
+                   "credentials file of a user of that engine; with kafka:// a file of the client library's "
+                   "properties")
         ->check(CLI::ExistingFile)
         ->needs(from)
         ->group(group);
