@@ -15,6 +15,7 @@ void bindRecords(nanobind::module_& module);
 void bindAnswers(nanobind::module_& module);
 void bindEvents(nanobind::module_& module);
 void bindStreams(nanobind::module_& module);
+void bindBus(nanobind::module_& module);
 void bindBoards(nanobind::module_& module);
 void bindFeeds(nanobind::module_& module);
 void bindEnumerations(nanobind::module_& module);

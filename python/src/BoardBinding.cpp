@@ -1,4 +1,6 @@
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +17,8 @@
 #include "FeedHolder.h"
 #include "HandOver.h"
 #include "Values.h"
+#include "bus/BusBoard.h"
+#include "bus/BusHolder.h"
 
 namespace nb = nanobind;
 
@@ -26,15 +30,30 @@ using tivra::BoardRow;
 using tivra::Instrument;
 
 /// A board of Python, and what is subscribed for it.
-struct OwnBoard {
-    OwnBoard(const std::shared_ptr<tivra::Feed>& owner, std::size_t maxSymbols)
-        : feed(owner), board({maxSymbols}), group(feed->makeGroup(board.handlers())) {}
+class OwnBoard {
+public:
+    OwnBoard(std::shared_ptr<tivra::Feed> feed, std::size_t maxSymbols)
+        : m_feed(std::move(feed)), m_board({maxSymbols}), m_group(m_feed->makeGroup(m_board.handlers())) {}
 
-    const std::shared_ptr<tivra::Feed> feed;
-    tivra::Board board;
-    tivra::SubscriptionGroup group;
+    std::size_t add(const std::vector<Instrument>& instruments) { return m_group.add(instruments); }
+    std::size_t remove(const std::vector<Instrument>& instruments) { return m_group.remove(instruments); }
+    [[nodiscard]] std::optional<BoardRow> find(const Instrument& instrument) const {
+        return m_board.find(instrument.source, instrument.symbol);
+    }
+    std::uint64_t changedSince(std::uint64_t position,
+                               const std::function<void(const BoardRow&)>& take) const {
+        tivra::BoardCursor cursor{position};
+        m_board.changedSince(cursor, take);
+        return cursor.position;
+    }
+    [[nodiscard]] std::vector<Instrument> instruments() const { return m_board.instruments(); }
+    [[nodiscard]] tivra::BoardStatistics statistics() const { return m_board.statistics(); }
+
+private:
+    const std::shared_ptr<tivra::Feed> m_feed;
+    tivra::Board m_board;
+    tivra::SubscriptionGroup m_group;
 };
-using BoardHolder = Unlocked<OwnBoard>;
 
 [[nodiscard]] std::vector<Instrument> instrumentsOf(int source, const std::vector<std::string>& symbols) {
     std::vector<Instrument> instruments;
@@ -49,34 +68,36 @@ using BoardHolder = Unlocked<OwnBoard>;
                           row.lastUpdate ? toDatetime(*row.lastUpdate) : nb::none(), row.updates, row.gaps);
 }
 
-[[nodiscard]] nb::object find(const BoardHolder& self, int source, const std::string& symbol) {
+template<class Holder>
+[[nodiscard]] nb::object find(const Holder& self, int source, const std::string& symbol) {
     std::optional<BoardRow> row;
     {
         const Unlock released;
-        row = self->board.find(source, symbol);
+        row = self->find({source, symbol});
     }
     return row ? nb::object(toTuple(*row)) : nb::none();
 }
 
 /// (rows, position)
-[[nodiscard]] nb::tuple changedSince(const BoardHolder& self, std::uint64_t position) {
+template<class Holder>
+[[nodiscard]] nb::tuple changedSince(const Holder& self, std::uint64_t position) {
     std::vector<BoardRow> rows;
-    tivra::BoardCursor cursor{position};
     {
         const Unlock released;
-        self->board.changedSince(cursor, [&rows](const BoardRow& row) { rows.push_back(row); });
+        position = self->changedSince(position, [&rows](const BoardRow& row) { rows.push_back(row); });
     }
     nb::list list;
     for (const BoardRow& row : rows)
         list.append(toTuple(row));
-    return nb::make_tuple(list, cursor.position);
+    return nb::make_tuple(list, position);
 }
 
-[[nodiscard]] nb::list instrumentsIn(const BoardHolder& self) {
+template<class Holder>
+[[nodiscard]] nb::list instrumentsIn(const Holder& self) {
     std::vector<Instrument> instruments;
     {
         const Unlock released;
-        instruments = self->board.instruments();
+        instruments = self->instruments();
     }
     nb::list list;
     for (const Instrument& instrument : instruments)
@@ -84,11 +105,12 @@ using BoardHolder = Unlocked<OwnBoard>;
     return list;
 }
 
-[[nodiscard]] nb::dict statisticsOf(const BoardHolder& self) {
+template<class Holder>
+[[nodiscard]] nb::dict statisticsOf(const Holder& self) {
     tivra::BoardStatistics figures;
     {
         const Unlock released;
-        figures = self->board.statistics();
+        figures = self->statistics();
     }
     nb::dict statistics;
     statistics["symbols"] = figures.symbols;
@@ -99,31 +121,38 @@ using BoardHolder = Unlocked<OwnBoard>;
     return statistics;
 }
 
-} // namespace
-
-void bindBoards(nb::module_& module) {
-    nb::class_<BoardHolder>(module, "Board", "The last values of symbols.")
+template<class OneBoard, class Owner>
+void bindBoard(nb::module_& module, const char* name, const char* doc) {
+    using Holder = Unlocked<OneBoard>;
+    nb::class_<Holder>(module, name, doc)
         .def("__init__",
-             [](BoardHolder* self, const FeedHolder& feed, std::size_t maxSymbols) {
+             [](Holder* self, const Owner& owner, std::size_t maxSymbols) {
                  const Unlock released;
-                 new (self) BoardHolder(std::make_shared<OwnBoard>(feed.shared(), maxSymbols));
+                 new (self) Holder(std::make_shared<OneBoard>(owner.shared(), maxSymbols));
              })
         .def(
             "add",
-            [](const BoardHolder& self, int source, const std::vector<std::string>& symbols) {
-                return self->group.add(instrumentsOf(source, symbols));
+            [](const Holder& self, int source, const std::vector<std::string>& symbols) {
+                return self->add(instrumentsOf(source, symbols));
             },
             Released())
         .def(
             "remove",
-            [](const BoardHolder& self, int source, const std::vector<std::string>& symbols) {
-                return self->group.remove(instrumentsOf(source, symbols));
+            [](const Holder& self, int source, const std::vector<std::string>& symbols) {
+                return self->remove(instrumentsOf(source, symbols));
             },
             Released())
-        .def("find", &find)
-        .def("changed_since", &changedSince)
-        .def("instruments", &instrumentsIn)
-        .def("statistics", &statisticsOf);
+        .def("find", &find<Holder>)
+        .def("changed_since", &changedSince<Holder>)
+        .def("instruments", &instrumentsIn<Holder>)
+        .def("statistics", &statisticsOf<Holder>);
+}
+
+} // namespace
+
+void bindBoards(nb::module_& module) {
+    bindBoard<OwnBoard, FeedHolder>(module, "Board", "The last values of symbols.");
+    bindBoard<BusBoard, BusHolder>(module, "BusBoard", "The last values of symbols of the bus.");
 }
 
 } // namespace tivra_python

@@ -1,6 +1,6 @@
 #include "Event.h"
 
-#include <feed/Update.h>
+#include <array>
 
 #include "Values.h"
 
@@ -14,23 +14,31 @@ namespace {
     return kept;
 }
 
-[[nodiscard]] Event::Kind kindOf(tivra::Update::Kind kind) noexcept {
-    switch (kind) {
-    case tivra::Update::Kind::Image:
-        return Event::Kind::Image;
-    case tivra::Update::Kind::Refresh:
-        return Event::Kind::Refresh;
-    case tivra::Update::Kind::Update:
-        break;
-    }
-    return Event::Kind::Update;
+/// In the order of the enumerators.
+constexpr std::array<const char*, 4> kCauseNames{"loss", "withdrawal", "overrun", "conflation"};
+
+[[nodiscard]] KeptGap keep(const tivra::Gap& gap) {
+    return {kCauseNames.at(static_cast<std::size_t>(gap.cause)), gap.from, gap.to, gap.messages, gap.bytes};
 }
 
 } // namespace
 
+Event::Kind Event::kindOf(tivra::Update::Kind kind) noexcept {
+    switch (kind) {
+    case tivra::Update::Kind::Image:
+        return Kind::Image;
+    case tivra::Update::Kind::Refresh:
+        return Kind::Refresh;
+    case tivra::Update::Kind::Update:
+        break;
+    }
+    return Kind::Update;
+}
+
 Event Event::ofQueue(const tivra::QueueEvent& event) {
     Event kept;
     kept.kind = event.kind;
+    kept.subscription = event.subscription;
     kept.source = event.source;
     kept.symbol = event.symbol;
     kept.received = toNanoseconds(event.time);
@@ -38,7 +46,7 @@ Event Event::ofQueue(const tivra::QueueEvent& event) {
     if (event.state != nullptr)
         kept.state = keep(*event.state);
     if (event.gap != nullptr)
-        kept.gap = *event.gap;
+        kept.gap = keep(*event.gap);
     kept.dropped = event.dropped;
     kept.merged = event.merged;
     return kept;
@@ -70,7 +78,7 @@ Event Event::ofGap(const tivra::SubscriptionView& subscription, const tivra::Gap
     kept.source = subscription.source();
     kept.symbol = subscription.symbol();
     kept.received = toNanoseconds(gap.to);
-    kept.gap = gap;
+    kept.gap = keep(gap);
     return kept;
 }
 

@@ -17,11 +17,9 @@ namespace {
 
 /// In the order of the enumerators.
 constexpr std::array<const char*, 5> kKindNames{"image", "update", "refresh", "state", "gap"};
-constexpr std::array<const char*, 4> kCauseNames{"loss", "withdrawal", "overrun", "conflation"};
 
-template<std::size_t Count, class Enumerator>
-[[nodiscard]] nb::object nameOf(const std::array<const char*, Count>& names, Enumerator value) {
-    return toName(names.at(static_cast<std::size_t>(value)));
+[[nodiscard]] nb::object nameOf(Event::Kind kind) {
+    return toName(kKindNames.at(static_cast<std::size_t>(kind)));
 }
 
 [[nodiscard]] nb::object gapType() {
@@ -41,14 +39,14 @@ template<std::size_t Count, class Enumerator>
     else
         content = toDict(event.record);
     return nb::str("<tivra.Event {} {} {} {}>")
-        .format(nameOf(kKindNames, event.kind), event.source, toStr(event.symbol), content);
+        .format(nameOf(event.kind), event.source, toStr(event.symbol), content);
 }
 
 } // namespace
 
 nb::object makeGap(const Event& event, std::size_t row) {
-    const tivra::Gap& gap = *event.gap;
-    return gapType()(nb::arg("cause") = nameOf(kCauseNames, gap.cause), nb::arg("source") = event.source,
+    const KeptGap& gap = *event.gap;
+    return gapType()(nb::arg("cause") = toName(gap.cause), nb::arg("source") = event.source,
                      nb::arg("symbol") = toStr(event.symbol), nb::arg("start") = toDatetime(gap.from),
                      nb::arg("end") = toDatetime(gap.to), nb::arg("messages") = orNone(gap.messages),
                      nb::arg("bytes") = orNone(gap.bytes), nb::arg("row") = row);
@@ -86,7 +84,7 @@ void bindEvents(nb::module_& module) {
                       "What has come for a subscription: an update, a change of state or a gap.\n\n"
                       "Fields are read by event[\"BID\"] and event.get(\"BID\"); a state or a gap has none.")
         .def_prop_ro(
-            "kind", [](const Event& self) { return nameOf(kKindNames, self.kind); },
+            "kind", [](const Event& self) { return nameOf(self.kind); },
             "\"image\" (a part of the present state), \"update\", \"refresh\", \"state\" or \"gap\".")
         .def_ro("source", &Event::source, "The number of the source.")
         .def_prop_ro(

@@ -27,6 +27,7 @@ NB_MODULE(_core, module) {
     bindAnswers(module);
     bindEvents(module);
     bindFeeds(module);
+    bindBus(module);
     bindStreams(module);
     bindBoards(module);
     bindEnumerations(module);

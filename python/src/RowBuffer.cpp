@@ -69,10 +69,10 @@ void RowBuffer::add(const tivra::Update& update) {
     addRow(head, update);
 }
 
-void RowBuffer::add(const tivra::QueueEvent& event) {
-    if (event.state != nullptr || event.gap != nullptr) {
+void RowBuffer::add(Event&& event) {
+    if (event.state || event.gap) {
         noteGap(event);
-        add(Event::ofQueue(event));
+        addNotice(std::move(event));
         return;
     }
     if (event.dropped != 0) {
@@ -80,10 +80,10 @@ void RowBuffer::add(const tivra::QueueEvent& event) {
         overflow.source = event.source;
         overflow.symbol = event.symbol;
         overflow.dropped = event.dropped;
-        add(std::move(overflow));
+        addNotice(std::move(overflow));
     }
     RowHead head;
-    head.received = toNanoseconds(event.time);
+    head.received = event.received;
     head.source = event.source;
     head.symbol = event.symbol;
     head.kind = rowKindOf(event.kind);
@@ -95,14 +95,14 @@ bool RowBuffer::takeGapMark(std::uint64_t subscription) {
     return m_afterGap.erase(subscription) != 0;
 }
 
-void RowBuffer::noteGap(const tivra::QueueEvent& event) {
-    if (event.gap != nullptr || event.dropped != 0)
+void RowBuffer::noteGap(const Event& event) {
+    if (event.gap || event.dropped != 0)
         m_afterGap.insert(event.subscription);
     else if (event.state->to == tivra::DataState::Closed)
         m_afterGap.erase(event.subscription);
 }
 
-void RowBuffer::add(Event notice) {
+void RowBuffer::addNotice(Event&& notice) {
     // Of what nobody reads for long, states are told by the subscriptions, and gaps are counted.
     constexpr std::size_t kMostNotices = 100'000;
     if (m_noticeCount < kMostNotices) {

@@ -53,8 +53,9 @@ public:
 
     void add(const tivra::Update& update);
     /// An event of a queue.
-    void add(const tivra::QueueEvent& event);
-    void add(Event notice);
+    void add(Event&& event);
+    /// What isn't a row.
+    void addNotice(Event&& notice);
 
     [[nodiscard]] std::size_t rows() const noexcept { return m_waiting + m_filler.rows(); }
     /// Rows wait, or something that a reader has to hear of without any.
@@ -77,7 +78,7 @@ private:
         return m_urgentCount != 0 || m_open.loss.rows != 0 || m_open.loss.gaps != 0;
     }
     [[nodiscard]] bool takeGapMark(std::uint64_t subscription);
-    void noteGap(const tivra::QueueEvent& event);
+    void noteGap(const Event& event);
     [[nodiscard]] RowBlock cut();
     void dropOldest();
 

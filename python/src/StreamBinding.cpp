@@ -18,11 +18,14 @@
 #include "Bindings.h"
 #include "Errors.h"
 #include "FeedHolder.h"
+#include "FeedStream.h"
 #include "HandOver.h"
 #include "Notices.h"
 #include "Stream.h"
 #include "Values.h"
 #include "Waiting.h"
+#include "bus/BusHolder.h"
+#include "bus/BusStream.h"
 
 namespace nb = nanobind;
 
@@ -57,7 +60,8 @@ using tivra::Instrument;
 
 /// Types come from the hub's dictionary, so that all batches have the same. A field has one column, however
 /// often it is named.
-[[nodiscard]] RowFields rowFieldsOf(const tivra::Feed& feed, const std::vector<std::string>& names) {
+template<class Owner>
+[[nodiscard]] RowFields rowFieldsOf(const Owner& feed, const std::vector<std::string>& names) {
     RowFields fields;
     if (feed.typeOf("QUERY.TAG"))
         fields.tag = feed.field("QUERY.TAG");
@@ -82,8 +86,9 @@ using tivra::Instrument;
 }
 
 /// What a stream is made with, in the order of the arguments of Python's side.
-void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<std::string>& fields,
-                int policy, std::size_t maxRows, std::size_t maxBytes, const nb::object& onUpdate,
+template<class OwnStream, class Holder>
+void makeStream(StreamHolder* self, const Holder& owner, const std::vector<std::string>& fields, int policy,
+                std::size_t maxRows, std::size_t maxBytes, const nb::object& onUpdate,
                 const nb::object& onState, const nb::object& onGap) {
     StreamSink::Options options{{static_cast<tivra::QueuePolicy>(policy), maxRows, maxBytes, true},
                                 {},
@@ -91,15 +96,21 @@ void makeStream(StreamHolder* self, const FeedHolder& feed, const std::vector<st
                                 Callable(onState),
                                 Callable(onGap)};
     const Unlock released;
-    options.fields = rowFieldsOf(*feed, fields);
-    new (self) StreamHolder(std::make_shared<Stream>(feed.shared(), std::move(options)));
+    options.fields = rowFieldsOf(*owner, fields);
+    new (self) StreamHolder(std::make_shared<OwnStream>(owner.shared(), std::move(options)));
+}
+
+template<class OwnStream, class Holder>
+void bindMaking(nb::class_<StreamHolder>& stream) {
+    stream.def("__init__", &makeStream<OwnStream, Holder>, nb::arg("owner"), nb::arg("fields"),
+               nb::arg("policy"), nb::arg("max_rows"), nb::arg("max_bytes"), nb::arg("on_update").none(),
+               nb::arg("on_state").none(), nb::arg("on_gap").none());
 }
 
 [[nodiscard]] std::vector<Event> pollEvents(const StreamHolder& self, std::size_t most) {
     std::vector<Event> events;
     const Unlock released;
-    self->sink().queue().poll(
-        most, [&events](const tivra::QueueEvent& event) { events.push_back(Event::ofQueue(event)); });
+    self->sink().queue().poll(most, [&events](Event&& event) { events.push_back(std::move(event)); });
     return events;
 }
 
@@ -221,7 +232,7 @@ void bindSubscribing(nb::class_<StreamHolder>& stream) {
         .def(
             "close", [](const StreamHolder& self) { self->close(); }, Released())
         .def(
-            "end", [](const StreamHolder& self) { self->sink().end(); }, Released())
+            "end", [](const StreamHolder& self) { self->end(); }, Released())
         .def(
             "state",
             [](const StreamHolder& self, int source, const std::string& symbol) -> std::optional<int> {
@@ -280,9 +291,8 @@ void bindReading(nb::class_<StreamHolder>& stream) {
 
 void bindStreams(nb::module_& module) {
     nb::class_<StreamHolder> stream(module, "Stream", "The subscriptions of one reader.");
-    stream.def("__init__", &makeStream, nb::arg("feed"), nb::arg("fields"), nb::arg("policy"),
-               nb::arg("max_rows"), nb::arg("max_bytes"), nb::arg("on_update").none(),
-               nb::arg("on_state").none(), nb::arg("on_gap").none());
+    bindMaking<FeedStream, FeedHolder>(stream);
+    bindMaking<BusStream, BusHolder>(stream);
     bindSubscribing(stream);
     bindReading(stream);
 }

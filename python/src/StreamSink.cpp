@@ -17,10 +17,11 @@ constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
 
 } // namespace
 
-StreamSink::StreamSink(Options options)
+StreamSink::StreamSink(Options options, std::unique_ptr<EventQueue> queue,
+                       tivra::SubscriptionHandlers toQueue)
     : m_options(std::move(options))
-    , m_queue(m_options.queue)
-    , m_toQueue(m_queue.handlers())
+    , m_queue(std::move(queue))
+    , m_toQueue(std::move(toQueue))
     , m_mutex(kLockSink) {}
 
 tivra::SubscriptionHandlers StreamSink::handlers() {
@@ -43,8 +44,19 @@ tivra::SubscriptionHandlers StreamSink::handlers() {
     return handlers;
 }
 
+const Callable& StreamSink::callbackFor(const Event& event) const noexcept {
+    if (event.state)
+        return m_options.onState;
+    return event.gap ? m_options.onGap : m_options.onUpdate;
+}
+
+void StreamSink::call(const Event& event) const {
+    callbackFor(event).call([&event] { return nb::make_tuple(event); });
+}
+
 bool StreamSink::canBeDirect() const noexcept {
-    return !m_options.fields.columns.empty() && m_options.queue.policy == tivra::QueuePolicy::DropOldest;
+    return m_toQueue.onUpdate && !m_options.fields.columns.empty() &&
+           m_options.queue.policy == tivra::QueuePolicy::DropOldest;
 }
 
 void StreamSink::onUpdate(const tivra::Update& update) {
@@ -82,15 +94,15 @@ void StreamSink::onGap(const tivra::SubscriptionView& subscription, const tivra:
 
 /// Subscriptions that end leave their last state there without a callback.
 void StreamSink::drainQueue() {
-    m_queue.poll(kAll, [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); });
+    m_queue->poll(kAll, [this](Event&& event) TP_REQUIRES(m_mutex) { m_rows->add(std::move(event)); });
 }
 
 void StreamSink::fillBatch() {
     // Few at a time, for a batch of long rows is complete before it has its number of them.
     constexpr std::size_t kStep = 64;
-    const auto add = [this](const tivra::QueueEvent& event) TP_REQUIRES(m_mutex) { m_rows->add(event); };
+    const auto add = [this](Event&& event) TP_REQUIRES(m_mutex) { m_rows->add(std::move(event)); };
     while (!m_rows->isBatchDue() && m_rows->rows() < m_rows->blockRows())
-        if (m_queue.poll(std::min(kStep, m_rows->blockRows() - m_rows->rows()), add) == 0)
+        if (m_queue->poll(std::min(kStep, m_rows->blockRows() - m_rows->rows()), add) == 0)
             return;
 }
 
@@ -124,7 +136,7 @@ bool StreamSink::isFinished() {
     const tp::MutexLock lock(m_mutex);
     if (m_isDirect)
         drainQueue();
-    return m_hasEnded && (m_rows == nullptr || m_rows->isEmpty()) && m_queue.statistics().events == 0;
+    return m_hasEnded && (m_rows == nullptr || m_rows->isEmpty()) && m_queue->figures().events == 0;
 }
 
 std::size_t StreamSink::beginRows(std::size_t batchRows) {
@@ -167,7 +179,7 @@ bool StreamSink::waitForRows(std::size_t rows, std::chrono::steady_clock::time_p
         if (m_hasEnded)
             return true;
         lock.unlock();
-        return m_queue.wait(deadline - std::chrono::steady_clock::now());
+        return m_queue->wait(deadline - std::chrono::steady_clock::now());
     }
     while (!areThere(rows)) {
         m_wanted = rows;
@@ -196,12 +208,12 @@ RowBlock StreamSink::takeRows() {
 std::uint64_t StreamSink::dropped() {
     const tp::MutexLock lock(m_mutex);
     // What the queue has dropped is counted there, whether or not it has come out yet.
-    return m_queue.statistics().dropped + (m_rows != nullptr ? m_rows->dropped() : 0);
+    return m_queue->figures().dropped + (m_rows != nullptr ? m_rows->dropped() : 0);
 }
 
 std::size_t StreamSink::waiting() {
     const tp::MutexLock lock(m_mutex);
-    return m_queue.statistics().updates + (m_rows != nullptr ? m_rows->rows() : 0);
+    return m_queue->figures().updates + (m_rows != nullptr ? m_rows->rows() : 0);
 }
 
 } // namespace tivra_python

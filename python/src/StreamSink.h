@@ -13,6 +13,7 @@
 
 #include "Callable.h"
 #include "Event.h"
+#include "EventQueue.h"
 #include "Notifier.h"
 #include "RowBuffer.h"
 
@@ -31,10 +32,18 @@ public:
         Callable onGap;
     };
 
-    explicit StreamSink(Options options);
+    /// @param queue  that what comes goes through
+    /// @param toQueue  how a feed puts it there; without it rows are never made on the thread that delivers
+    StreamSink(Options options, std::unique_ptr<EventQueue> queue, tivra::SubscriptionHandlers toQueue = {});
 
-    /// Which keep the sink.
+    /// For the subscriptions of a feed, which keep the sink.
     [[nodiscard]] tivra::SubscriptionHandlers handlers();
+    /// Whether there is a callback of Python for what comes otherwise.
+    [[nodiscard]] bool hears(const Event& event) const noexcept {
+        return static_cast<bool>(callbackFor(event));
+    }
+    /// Calls it.
+    void call(const Event& event) const;
 
     /// Nothing more will come: a reader that waits is woken.
     void end() TP_EXCLUDES(m_mutex);
@@ -42,7 +51,7 @@ public:
     [[nodiscard]] bool isFinished() TP_EXCLUDES(m_mutex);
 
     // --- events ---
-    [[nodiscard]] tivra::UpdateQueue& queue() noexcept { return m_queue; }
+    [[nodiscard]] EventQueue& queue() noexcept { return *m_queue; }
 
     // --- rows ---
     /// From now on rows are made. @return how many a batch has at most
@@ -63,7 +72,7 @@ public:
 
     /// Rows and events that were dropped for want of room.
     [[nodiscard]] std::uint64_t dropped() TP_EXCLUDES(m_mutex);
-    [[nodiscard]] std::uint64_t merged() const { return m_queue.statistics().merged; }
+    [[nodiscard]] std::uint64_t merged() const { return m_queue->figures().merged; }
     [[nodiscard]] std::size_t waiting() TP_EXCLUDES(m_mutex);
 
 private:
@@ -71,6 +80,7 @@ private:
     void onState(const tivra::SubscriptionView& subscription, const tivra::StateChange& change)
         TP_EXCLUDES(m_mutex);
     void onGap(const tivra::SubscriptionView& subscription, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
+    [[nodiscard]] const Callable& callbackFor(const Event& event) const noexcept;
     [[nodiscard]] bool canBeDirect() const noexcept;
     void drainQueue() TP_REQUIRES(m_mutex);
     /// What is beyond a batch stays in the queue, which has its own limits.
@@ -80,7 +90,7 @@ private:
     void tell(tp::MutexLock& lock) TP_NO_THREAD_SAFETY_ANALYSIS;
 
     const Options m_options;
-    tivra::UpdateQueue m_queue;
+    const std::unique_ptr<EventQueue> m_queue;
     const tivra::SubscriptionHandlers m_toQueue;
 
     tp::Mutex m_mutex;

@@ -22,7 +22,8 @@ Without asyncio the same is ``with tivra.Feed(...) as feed``, ``feed.snapshot(..
 
 import atexit as _atexit
 
-from . import _interpreter
+from . import _interpreter, bus
+from ._connect import connect
 from ._core import Event, Record
 from ._core import version as _version
 from .answer import Answer, Snapshot
@@ -48,7 +49,7 @@ __all__ = ["Answer", "Batch", "Batches", "Board", "BoardRow", "Cancelled", "Capt
            "ConfigError", "ConnectionLost", "DataState", "Dictionary", "Enumerations", "Error", "Event", "Feed", "FeedState",
            "FeedStateChange", "Gap", "HubState", "HubStatus", "InCallback", "InvalidArgument", "LoginRefused", "OpenFailed",
            "QueueFull", "Record", "Recording", "Replay", "RequestRefused", "Snapshot", "StateChange", "Subscription",
-           "Timeout", "UnknownField", "WrongType", "open_day", "password_from_env", "password_from_file", "read_capture",
+           "Timeout", "UnknownField", "WrongType", "bus", "connect", "open_day", "password_from_env", "password_from_file", "read_capture",
            "write_capture"]
 
 # Callbacks and the log end before the interpreter does.

@@ -61,7 +61,7 @@ class Board:
     values are stale until the new image has come; ``row.stale`` says so.
     """
 
-    def __init__(self, native: _core.Board) -> None:
+    def __init__(self, native: Union[_core.Board, _core.BusBoard]) -> None:
         self._native = native
         self._position = 0
 

@@ -8,8 +8,6 @@ import html
 import json
 import os
 import sys
-import threading
-import weakref
 from collections.abc import Callable, Iterable, Mapping
 from types import TracebackType
 from typing import Any, Optional, Union
@@ -17,13 +15,13 @@ from typing import Any, Optional, Union
 from . import _arguments, _core, log
 from ._core import Event
 from ._loop import notified
+from ._subscribing import Subscribing, index, instrument, open_sources
 from ._thread import finished
 from .answer import Answer, Snapshot, make_snapshot
-from .board import Board
 from .enumerations import Enumerations, EnumerationsAnswer
-from .errors import Closed, ConfigError, Error, InvalidArgument
+from .errors import Closed, ConfigError, Error
 from .events import FEED_STATES, FeedState, FeedStateChange, HubStatus, hub_status
-from .subscription import POLICIES, Subscription
+from .subscription import Subscription
 
 OptionValue = Union[str, int, float, bool, datetime.timedelta, Iterable[str]]
 
@@ -31,7 +29,6 @@ OptionValue = Union[str, int, float, bool, datetime.timedelta, Iterable[str]]
 LISTS = ("fields", "enumerations", "sources", "permissions", "subscribed_symbols", "clients", "users", "administration")
 
 _TIMES = {"open_timeout", "request_timeout", "close_timeout", "slow_callback", "retry_first", "retry_longest"}
-_open_feeds: weakref.WeakSet[Feed] = weakref.WeakSet()
 
 
 def password_from_env(name: str = "TIVRA_PASSWORD") -> str:
@@ -44,7 +41,7 @@ def password_from_file(path: Union[str, os.PathLike[str]]) -> str:
     return str(_core.password_from_file(_arguments.path("path", path)))
 
 
-class Feed:
+class Feed(Subscribing):
     """A connection to the data of one user: it finds the hubs, logs in, keeps the connections up, and brings answers
     and updates. Any number of feeds may be open in a process.
 
@@ -88,10 +85,7 @@ class Feed:
         self._options = native
         self._native: Optional[_core.Feed] = None
         self._is_closed = False
-        self._lock = threading.Lock()
-        self._board: Optional[Board] = None
-        self._subscriptions: weakref.WeakSet[Subscription] = weakref.WeakSet()
-        self._kept: set[Subscription] = set()  # those with callbacks, which nobody may hold otherwise
+        self._begin_subscribing()
         names = _arguments.texts("hosts", hosts)
         if names:
             options = {"hosts": names, **options}
@@ -107,7 +101,7 @@ class Feed:
                                ("on_slow_callback", on_slow_callback)):
             _arguments.function(name, callback)
         if on_state is not None:
-            self._options.on_state(_state_caller(on_state))
+            self._options.on_state(state_caller(on_state))
         if on_connection is not None:
             self._options.on_connection(_hub_caller(on_connection))
         if on_error is not None:
@@ -172,7 +166,7 @@ class Feed:
 
     def _opened(self, opening: _core.Opening) -> Feed:
         self._native = opening.take()
-        _open_feeds.add(self)
+        open_sources.add(self)
         return self
 
     def close(self, deadline: Optional[float] = None) -> bool:
@@ -189,9 +183,8 @@ class Feed:
         return is_done
 
     def _end(self) -> None:
-        for subscription in list(self._subscriptions):
-            subscription._end()
-        _open_feeds.discard(self)
+        self._end_subscriptions()
+        open_sources.discard(self)
 
     async def aclose(self, deadline: Optional[float] = None) -> bool:
         """The same in a coroutine. The event loop goes on meanwhile, for callbacks that wait for it."""
@@ -214,6 +207,13 @@ class Feed:
     async def __aexit__(self, kind: Optional[type[BaseException]], error: Optional[BaseException],
                         traceback: Optional[TracebackType]) -> None:
         await self.aclose()
+
+    def _make_stream(self, fields: list[str], policy: int, max_rows: int, max_bytes: int,
+                     *callbacks: Optional[Callable[[Event], object]]) -> _core.Stream:
+        return _core.Stream(self._require_open(), fields, policy, max_rows, max_bytes, *callbacks)
+
+    def _make_board(self) -> _core.Board:
+        return _core.Board(self._require_open(), 1_000_000)
 
     def _require_open(self) -> _core.Feed:
         if self._native is None:
@@ -259,7 +259,7 @@ class Feed:
         :raises tivra.RequestRefused: from the answer, when the hub has said no.
         :raises tivra.Timeout: from the answer.
         """
-        return self._answer(self._require_open().snapshot(*_instrument(source, symbol)), timeout, f"the snapshot of {symbol}")
+        return self._answer(self._require_open().snapshot(*instrument(source, symbol)), timeout, f"the snapshot of {symbol}")
 
     def snapshots(self, source: int, symbols: Iterable[str], timeout: Optional[float] = None) -> list[Answer[Snapshot]]:
         """The same for many symbols, each with an answer of its own, in their order."""
@@ -269,7 +269,7 @@ class Feed:
 
     def depth(self, source: int, symbol: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """The order book of a symbol, a record for each line."""
-        return self._answer(self._require_open().depth(*_instrument(source, symbol)), timeout, f"the order book of {symbol}")
+        return self._answer(self._require_open().depth(*instrument(source, symbol)), timeout, f"the order book of {symbol}")
 
     def wildcard(self, source: int, pattern: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """The present state of all symbols of a source that match: "*" for any characters, "?" for one."""
@@ -278,7 +278,7 @@ class Feed:
 
     def xref(self, source: int, symbol: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
         """Cross references of a symbol."""
-        native = self._require_open().xref(*_instrument(source, symbol))
+        native = self._require_open().xref(*instrument(source, symbol))
         return self._answer(native, timeout, f"the cross references of {symbol}")
 
     def list(self, what: str, timeout: Optional[float] = None) -> Answer[Snapshot]:
@@ -287,7 +287,7 @@ class Feed:
         :param what: "fields", "enumerations", "sources", "permissions", "subscribed_symbols", "clients", "users" or
             "administration".
         """
-        return self._answer(self._require_open().list(_index(LISTS, what, "list")), timeout, f"the list of {what}")
+        return self._answer(self._require_open().list(index(LISTS, what, "list")), timeout, f"the list of {what}")
 
     def enumerations(self, timeout: Optional[float] = None) -> Answer[Enumerations]:
         """What the numbers of enumerated fields stand for: ``texts.text("ENUM.INSTRUMENT.TYPE", 1)``."""
@@ -296,33 +296,7 @@ class Feed:
     def _answer(self, native: _core.Answer, timeout: Optional[float], what: str) -> Answer[Snapshot]:
         return Answer(native, make_snapshot, _arguments.optional_seconds("timeout", timeout), what)
 
-    # --- subscribing ---
-
-    def subscribe(self, source: int, symbols: Union[str, Iterable[str]], *, fields: Optional[Iterable[str]] = None,
-                  max_rows: int = 100_000, max_bytes: int = 64 << 20, policy: str = "drop_oldest",
-                  on_update: Optional[Callable[[Event], object]] = None,
-                  on_state: Optional[Callable[[Event], object]] = None,
-                  on_gap: Optional[Callable[[Event], object]] = None) -> Subscription:
-        """The present state of symbols, and then their updates, until the Subscription is closed.
-
-        :param source: the number of the source.
-        :param symbols: one or many; more may follow by Subscription.add().
-        :param fields: names of the fields that become columns; batches() needs them.
-        :param max_rows: events or rows that may wait for the reader.
-        :param max_bytes: memory that they may take, about.
-        :param policy: what happens when there are more: "drop_oldest" (and a gap says how many), "block" (the hub is
-            read no faster than this reader reads) or "latest" (updates of a symbol are merged).
-        :param on_update: called with each update as an Event, on a thread of the library, in place of a reader. The
-            feed keeps a subscription with callbacks until it is closed; any other ends when nobody has it any more.
-        :param on_state: called with each change of state as an Event, on a thread of the library.
-        :param on_gap: called with each gap as an Event, on a thread of the library.
-        :raises tivra.InvalidArgument: for a symbol or source that can't be asked for.
-        :raises tivra.UnknownField: for a field that no hub has.
-        """
-        names = _arguments.texts("symbols", symbols)
-        stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
-        stream.add(_arguments.integer("source", source), names)
-        return self._enter(stream, source, on_update, on_state, on_gap)
+    # --- patterns and order books ---
 
     def subscribe_wildcard(self, source: int, pattern: str, *, fields: Optional[Iterable[str]] = None,
                            max_rows: int = 100_000, max_bytes: int = 64 << 20, policy: str = "drop_oldest",
@@ -342,38 +316,10 @@ class Feed:
                         on_state: Optional[Callable[[Event], object]] = None,
                         on_gap: Optional[Callable[[Event], object]] = None) -> Subscription:
         """The order book of a symbol, an image for each line, and then its changes. Arguments as in subscribe()."""
-        number, symbol = _instrument(source, symbol)
+        number, symbol = instrument(source, symbol)
         stream = self._stream(fields, max_rows, max_bytes, policy, on_update, on_state, on_gap)
         stream.add_depth(number, symbol)
         return self._enter(stream, source, on_update, on_state, on_gap)
-
-    def _stream(self, fields: Optional[Iterable[str]], max_rows: int, max_bytes: int, policy: str,
-                on_update: Optional[Callable[[Event], object]], on_state: Optional[Callable[[Event], object]],
-                on_gap: Optional[Callable[[Event], object]]) -> _core.Stream:
-        max_rows = _arguments.integer("max_rows", max_rows, 1, _arguments.INT64)
-        max_bytes = _arguments.integer("max_bytes", max_bytes, 1, _arguments.INT64)
-        for name, callback in (("on_update", on_update), ("on_state", on_state), ("on_gap", on_gap)):
-            _arguments.function(name, callback)
-        names = [] if fields is None else _arguments.texts("fields", fields)
-        return _core.Stream(self._require_open(), names, _index(POLICIES, policy, "policy"), max_rows, max_bytes, on_update,
-                            on_state, on_gap)
-
-    def _enter(self, stream: _core.Stream, source: int, on_update: Optional[Callable[[Event], object]],
-               *others: Optional[Callable[[Event], object]]) -> Subscription:
-        subscription = Subscription(stream, source, on_update is not None, self._kept.discard)
-        self._subscriptions.add(subscription)
-        if any(callback is not None for callback in (on_update, *others)):
-            self._kept.add(subscription)
-        return subscription
-
-    @property
-    def board(self) -> Board:
-        """The last values of the symbols that are added to it: ``feed.board.add(100, "IBM")``, and then
-        ``feed.board[100, "IBM"]["BID"]``."""
-        with self._lock:
-            if self._board is None:
-                self._board = Board(_core.Board(self._require_open(), 1_000_000))
-            return self._board
 
     def __repr__(self) -> str:
         return f"<tivra.Feed of {', '.join(self._options.hosts)}: {self.state}>"
@@ -384,16 +330,6 @@ class Feed:
                         for hub in hubs)
         return (f"<table><caption>Feed: {self.state}</caption><thead><tr><th>hub</th><th>state</th><th>cause</th></tr>"
                 f"</thead><tbody>{lines}</tbody></table>")
-
-
-def _instrument(source: Any, symbol: Any) -> tuple[int, str]:
-    return _arguments.integer("source", source), _arguments.text("symbol", symbol)
-
-
-def _index(names: tuple[str, ...], name: str, what: str) -> int:
-    if _arguments.text(what, name) not in names:
-        raise InvalidArgument(f"there is no {what} {name!r}", code="InvalidArgument", advice=f"it is one of {', '.join(names)}")
-    return names.index(name)
 
 
 def _option_text(name: str, value: OptionValue) -> str:
@@ -415,7 +351,7 @@ def _option_text(name: str, value: OptionValue) -> str:
                           advice="give a text, a number, a bool, or a list of texts") from None
 
 
-def _state_caller(function: Callable[[FeedStateChange], object]) -> Callable[..., None]:
+def state_caller(function: Callable[[FeedStateChange], object]) -> Callable[..., None]:
     def call(before: int, after: int, cause: str, time: Optional[datetime.datetime]) -> None:
         function(FeedStateChange(FEED_STATES[before], FEED_STATES[after], cause, time))
 
@@ -431,9 +367,9 @@ def _hub_caller(function: Callable[[HubStatus], object]) -> Callable[[dict[str, 
 
 def close_all() -> None:
     """The interpreter ends."""
-    for feed in list(_open_feeds):
+    for source in list(open_sources):
         try:
-            feed.close()
+            source.close()
         except Error:
             pass  # a child that was forked closes nothing
     log.disconnect()

@@ -13,6 +13,9 @@ class Gap:
     cause: str
     """What happened; of captures it is the kind of the note.
 
+    Of the bus besides: "takeover" (another bridge writes the symbol now); "overflow" (also: the engine was too slow for the
+    bridge), which present values follow; "expired" (the stream has dropped it before it was read), "unreadable" (messages
+    that are no batches) and "missing" (the numbers of records show it).
     Of subscriptions: "loss" (the connection was lost) and "withdrawal" (no permission for a time), which a new image
     follows; "overrun" and "conflation" (the hub has dropped or merged updates for want of room); "overflow" (the reader
     was so slow that rows were dropped); "unlisted" (it was so slow that `count` gaps aren't told one by one).

@@ -1,14 +1,16 @@
-#include "Stream.h"
+#include "FeedStream.h"
 
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
+#include "FeedQueue.h"
+
 namespace tivra_python {
 namespace {
 
 /// Before everything of the library, which is called under it.
-constexpr tp::LockRank kLockStream{5, "Stream::m_mutex"};
+constexpr tp::LockRank kLockStream{5, "FeedStream::m_mutex"};
 
 void count(tivra::GroupStatistics& figures, const tivra::Subscription& subscription) {
     const tivra::SubscriptionStatistics own = subscription.statistics();
@@ -36,21 +38,27 @@ void count(tivra::GroupStatistics& figures, const tivra::Subscription& subscript
     }
 }
 
+[[nodiscard]] std::shared_ptr<StreamSink> makeSink(StreamSink::Options options) {
+    auto queue = std::make_unique<FeedQueue>(options.queue);
+    tivra::SubscriptionHandlers toQueue = queue->handlers();
+    return std::make_shared<StreamSink>(std::move(options), std::move(queue), std::move(toQueue));
+}
+
 } // namespace
 
-Stream::Stream(std::shared_ptr<tivra::Feed> feed, StreamSink::Options options)
-    : m_feed(std::move(feed))
-    , m_sink(std::make_shared<StreamSink>(std::move(options)))
-    , m_group(m_feed->makeGroup(m_sink->handlers()))
+FeedStream::FeedStream(std::shared_ptr<tivra::Feed> feed, StreamSink::Options options)
+    : Stream(makeSink(std::move(options)))
+    , m_feed(std::move(feed))
+    , m_group(m_feed->makeGroup(sink().handlers()))
     , m_mutex(kLockStream) {}
 
-Stream::~Stream() = default;
+FeedStream::~FeedStream() = default;
 
-std::size_t Stream::add(const std::vector<tivra::Instrument>& instruments) {
+std::size_t FeedStream::add(const std::vector<tivra::Instrument>& instruments) {
     return m_group.add(instruments);
 }
 
-std::size_t Stream::remove(const std::vector<tivra::Instrument>& instruments) {
+std::size_t FeedStream::remove(const std::vector<tivra::Instrument>& instruments) {
     std::size_t removed = m_group.remove(instruments);
     std::vector<tivra::Subscription> ended;
     {
@@ -68,19 +76,19 @@ std::size_t Stream::remove(const std::vector<tivra::Instrument>& instruments) {
     return removed;
 }
 
-void Stream::addWildcard(int source, const std::string& pattern) {
-    tivra::Subscription made = m_feed->subscribeWildcard(source, pattern, m_sink->handlers());
+void FeedStream::addWildcard(int source, const std::string& pattern) {
+    tivra::Subscription made = m_feed->subscribeWildcard(source, pattern, sink().handlers());
     const tp::MutexLock lock(m_mutex);
     m_others.push_back(std::move(made));
 }
 
-void Stream::addDepth(const tivra::Instrument& instrument) {
-    tivra::Subscription made = m_feed->subscribeDepth(instrument, m_sink->handlers());
+void FeedStream::addDepth(const tivra::Instrument& instrument) {
+    tivra::Subscription made = m_feed->subscribeDepth(instrument, sink().handlers());
     const tp::MutexLock lock(m_mutex);
     m_others.push_back(std::move(made));
 }
 
-void Stream::close() {
+void FeedStream::close() {
     m_group.close();
     std::vector<tivra::Subscription> ended;
     {
@@ -88,17 +96,17 @@ void Stream::close() {
         ended.swap(m_others);
     }
     ended.clear();
-    m_sink->end();
+    sink().end();
 }
 
-const tivra::Subscription* Stream::find(const tivra::Instrument& instrument) {
+const tivra::Subscription* FeedStream::find(const tivra::Instrument& instrument) {
     for (const tivra::Subscription& other : m_others)
         if (other.source() == instrument.source && other.symbol() == instrument.symbol)
             return &other;
     return nullptr;
 }
 
-std::optional<tivra::DataState> Stream::state(const tivra::Instrument& instrument) {
+std::optional<tivra::DataState> FeedStream::state(const tivra::Instrument& instrument) {
     if (const auto state = m_group.state(instrument))
         return state;
     const tp::MutexLock lock(m_mutex);
@@ -106,7 +114,7 @@ std::optional<tivra::DataState> Stream::state(const tivra::Instrument& instrumen
     return other != nullptr ? std::optional(other->state()) : std::nullopt;
 }
 
-std::optional<tivra::Error> Stream::error(const tivra::Instrument& instrument) {
+std::optional<tivra::Error> FeedStream::error(const tivra::Instrument& instrument) {
     if (auto error = m_group.error(instrument))
         return error;
     const tp::MutexLock lock(m_mutex);
@@ -114,7 +122,8 @@ std::optional<tivra::Error> Stream::error(const tivra::Instrument& instrument) {
     return other != nullptr ? other->error() : std::nullopt;
 }
 
-std::optional<std::chrono::system_clock::time_point> Stream::lastUpdate(const tivra::Instrument& instrument) {
+std::optional<std::chrono::system_clock::time_point>
+FeedStream::lastUpdate(const tivra::Instrument& instrument) {
     std::optional<std::chrono::system_clock::time_point> last;
     m_group.forEach([&](const tivra::SubscriptionView& view) {
         if (view.source() == instrument.source && view.symbol() == instrument.symbol)
@@ -127,7 +136,7 @@ std::optional<std::chrono::system_clock::time_point> Stream::lastUpdate(const ti
     return other != nullptr ? other->statistics().lastUpdate : std::nullopt;
 }
 
-tivra::GroupStatistics Stream::statistics() {
+tivra::GroupStatistics FeedStream::statistics() {
     tivra::GroupStatistics figures = m_group.statistics();
     const tp::MutexLock lock(m_mutex);
     for (const tivra::Subscription& other : m_others)
@@ -135,7 +144,7 @@ tivra::GroupStatistics Stream::statistics() {
     return figures;
 }
 
-std::vector<tivra::Instrument> Stream::instruments() {
+std::vector<tivra::Instrument> FeedStream::instruments() {
     std::vector<tivra::Instrument> all;
     m_group.forEach([&all](const tivra::SubscriptionView& view) {
         all.emplace_back(view.source(), std::string(view.symbol()));

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include <reader/BusReader.h>
+#include <reader/EndingThreads.h>
+
+#include "FeedHolder.h"
+#include "Pending.h"
+
+namespace tivra_python {
+
+/// A connection to the bus that is being opened, on a thread of its own since that waits.
+class BusOpening {
+public:
+    explicit BusOpening(tivra::BusOptions options)
+        : m_endings(tivra_bus::EndingThreads::instance())
+        , m_thread([options = std::move(options), result = m_result.shared()]() mutable {
+            result->complete(tivra::BusReader::tryOpen(std::move(options)));
+        }) {}
+    /// Nobody waits for an engine that doesn't answer.
+    ~BusOpening() {
+        if (m_thread.joinable())
+            m_endings.add(std::move(m_thread));
+    }
+    BusOpening(const BusOpening&) = delete;
+    BusOpening& operator=(const BusOpening&) = delete;
+
+    [[nodiscard]] Pending<tivra::BusReader>& result() const noexcept { return *m_result; }
+
+private:
+    /// With a reader, if nobody has taken it.
+    Unlocked<Pending<tivra::BusReader>> m_result{std::make_shared<Pending<tivra::BusReader>>()};
+    tivra_bus::EndingThreads& m_endings;
+    std::thread m_thread;
+};
+
+} // namespace tivra_python
