@@ -42,14 +42,15 @@ public:
     void batch(std::uint64_t epoch, std::uint64_t number, std::uint64_t first, std::uint64_t last) {
         BatchWriter records;
         for (std::uint64_t n = first; n <= last; ++n)
-            records.add(RecordType::Update, {100, "IBM", n}, bid(n));
+            bridge_test::addRecord(records, RecordType::Update, {100, "IBM", n}, bid(n));
         const ClosedBatch closed = records.close({"json", kPartition, epoch, number, 0, 0, "now"});
         send({kTickTopic, kPartition, "", closed.message()});
         await();
     }
     void last(const std::string& symbol, std::uint64_t epoch, std::uint64_t number) {
-        send({kLastTopic, kPartition, "100:" + symbol,
-              lastMessage({100, symbol, number}, epoch, "live", "now", bid(number))});
+        const std::string key = "100:" + symbol;
+        send({kLastTopic, kPartition, key,
+              bridge_test::lastMessageOf({100, symbol, number}, epoch, "live", bid(number))});
     }
     /// Until all that was sent is stored.
     void await() {
