@@ -47,16 +47,23 @@ void KafkaStatus::run() {
     Clock::time_point askAt = Clock::now() + kAskEvery;
     while (!m_isEnding) {
         const KafkaMessage message(rd_kafka_consumer_poll(m_client.get(), kLookMilliseconds));
-        if (message && message->err == RD_KAFKA_RESP_ERR_NO_ERROR && message->payload != nullptr) {
-            const tp::MutexLock lock(m_mutex);
-            if (m_onStatus)
-                m_onStatus(std::string(static_cast<const char*>(message->payload), message->len));
-        }
+        if (message && message->err == RD_KAFKA_RESP_ERR_NO_ERROR && message->payload != nullptr)
+            hand({static_cast<const char*>(message->payload), message->len});
         if (Clock::now() < askAt)
             continue;
         ask();
         askAt = Clock::now() + kAskEvery;
     }
+}
+
+void KafkaStatus::hand(std::string&& status) {
+    BusSource::OnStatus onStatus;
+    {
+        const tp::MutexLock lock(m_mutex);
+        onStatus = m_onStatus;
+    }
+    if (onStatus)
+        onStatus(std::move(status));
 }
 
 void KafkaStatus::ask() {

@@ -6,6 +6,7 @@
 #include <tp/Mutex.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 
 namespace tivra_bus {
@@ -27,6 +28,7 @@ public:
 
 private:
     void run();
+    void hand(std::string&& status) TP_EXCLUDES(m_mutex);
     void ask();
 
     KafkaClient m_client;

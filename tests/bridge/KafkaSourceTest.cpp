@@ -43,7 +43,7 @@ public:
         BatchWriter records;
         for (std::uint64_t n = first; n <= last; ++n)
             bridge_test::addRecord(records, RecordType::Update, {100, "IBM", n}, bid(n));
-        const ClosedBatch closed = records.close({"json", kPartition, epoch, number, 0, 0, "now"});
+        const ClosedBatch closed = records.close({"json", kPartition, epoch, number, 0, 0, "bridge", "now"});
         send({kTickTopic, kPartition, "", closed.message()});
         await();
     }
