@@ -139,13 +139,15 @@ TEST_P(EngineFaults, EachBatchIsInTheStreamOnceAndInOrderAndLastValuesAreTheLast
     EXPECT_EQ(writer->trouble(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Writer, EngineFaults,
-                         testing::Values(std::deque<Deed>{}, std::deque<Deed>{Deed::LoseAnswer},
-                                         std::deque<Deed>{Deed::Refuse, Deed::Refuse, Deed::LoseAnswer},
-                                         std::deque<Deed>{Deed::Store, Deed::Store, Deed::LoseAnswer,
-                                                          Deed::Refuse},
-                                         std::deque<Deed>{Deed::Store, Deed::LoseAnswer, Deed::LoseAnswer,
-                                                          Deed::LoseAnswer, Deed::LoseAnswer}));
+INSTANTIATE_TEST_SUITE_P(
+    Writer, EngineFaults,
+    testing::Values(std::deque<Deed>{}, std::deque<Deed>{Deed::LoseAnswer},
+                    std::deque<Deed>{Deed::Refuse, Deed::Refuse, Deed::LoseAnswer},
+                    std::deque<Deed>{Deed::Store, Deed::Store, Deed::LoseAnswer, Deed::Refuse},
+                    // That of the second last values.
+                    std::deque<Deed>{Deed::Store, Deed::Store, Deed::Store, Deed::LoseAnswer},
+                    std::deque<Deed>{Deed::Store, Deed::LoseAnswer, Deed::LoseAnswer, Deed::LoseAnswer,
+                                     Deed::LoseAnswer}));
 
 TEST_F(WriterTest, ItGivesUpWhereTheStreamIsNotAsItWasLeft) {
     const std::string foreign = "hello", mine = messageOf(kEpoch, 1), higher = messageOf(kEpoch + 1, 1);
