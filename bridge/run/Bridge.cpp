@@ -262,6 +262,7 @@ void Bridge::drop(unsigned partition, const std::string& why) {
 void Bridge::release(const std::vector<unsigned>& partitions) {
     for (const unsigned partition : partitions) {
         Tenure& tenure = m_tenures.at(partition);
+        tenure.writer->endTaking();
         tenure.group.close();
         tenure.writer->setClosed();
         tenure.lastValues->settle();

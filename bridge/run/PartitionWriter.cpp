@@ -147,6 +147,11 @@ std::optional<tivra::DataState> PartitionWriter::stateOf(int source, std::string
     return slot != nullptr ? std::optional(slot->state) : std::nullopt;
 }
 
+void PartitionWriter::endTaking() {
+    const tp::MutexLock lock(m_mutex);
+    m_endOfTaking = timeText();
+}
+
 void PartitionWriter::setClosed() {
     const tp::MutexLock lock(m_mutex);
     for (SymbolSlot& slot : m_slots) {
@@ -296,7 +301,8 @@ PartitionWriter::Closed PartitionWriter::closed(BatchWriter& records, std::uint6
     header.batch = number;
     header.dictionary = m_dictionary.load(std::memory_order_relaxed);
     header.writer = m_writer;
-    header.time = timeText();
+    // What comes later is missing, however late the batch is closed: the gap after it begins here.
+    header.time = m_endOfTaking.empty() ? timeText() : m_endOfTaking;
     closed.batch = std::make_shared<ClosedBatch>(records.close(std::move(header)));
     return closed;
 }

@@ -53,6 +53,8 @@ public:
     [[nodiscard]] std::string lastValuesAt(std::uint32_t index);
     /// Nothing for a symbol that nothing has come for.
     [[nodiscard]] std::optional<tivra::DataState> stateOf(int source, std::string_view symbol) const;
+    /// The subscriptions end: what comes from now on may be missing.
+    void endTaking();
     /// The subscriptions have ended: last values say so.
     void setClosed();
 
@@ -116,7 +118,7 @@ private:
     void added(const RecordKey& key) TP_REQUIRES(m_mutex);
     void addGap(const RecordKey* key, const BusGap& gap) TP_REQUIRES(m_mutex);
     void closeBatch() TP_REQUIRES(m_mutex);
-    [[nodiscard]] Closed closed(BatchWriter& records, std::uint64_t number) const;
+    [[nodiscard]] Closed closed(BatchWriter& records, std::uint64_t number) const TP_REQUIRES(m_mutex);
     /// A gap in the place of a batch that the engine never takes.
     void replaceFront() TP_REQUIRES(m_mutex);
     [[nodiscard]] Sending nextToSend(Clock::time_point now) TP_REQUIRES(m_mutex);
@@ -164,6 +166,7 @@ private:
     bool m_isOverflowing TP_GUARDED_BY(m_mutex) = false;
     /// Left out since the buffer was full; nothing when that isn't known.
     std::optional<std::uint64_t> m_leftOut TP_GUARDED_BY(m_mutex) = 0;
+    std::string m_endOfTaking TP_GUARDED_BY(m_mutex); ///< empty while there is none
     std::string m_leftOutSince TP_GUARDED_BY(m_mutex);
     std::deque<SymbolSlot*> m_unrepaired TP_GUARDED_BY(m_mutex); ///< some of them may have been repaired
 };

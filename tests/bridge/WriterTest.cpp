@@ -3,6 +3,7 @@
 #include "bridge/FakeValues.h"
 #include "bus/BatchReader.h"
 #include "bus/BatchWriter.h"
+#include "bus/JsonText.h"
 #include "feed/FeedFixture.h"
 #include "run/LastValuesWriter.h"
 #include "run/PartitionWriter.h"
@@ -221,6 +222,19 @@ TEST_F(WriterTest, WhatThereIsNoRoomForIsCountedAndFollowedByThePresentState) {
         pumpAll();
         return writer->isDrained();
     });
+}
+
+TEST_F(WriterTest, ABatchThatIsClosedLaterIsOfTheTimeAtWhichTheSubscriptionsEnded) {
+    begin();
+    subscribe();
+    push(1, 1);
+    writer->endTaking();
+    std::string ended;
+    appendTime(ended, std::chrono::system_clock::now());
+    group.close();
+    pumpAll();
+    EXPECT_EQ(prices(), upTo(1));
+    EXPECT_LE(bus.endOf(kPartition).time, ended);
 }
 
 TEST_F(WriterTest, ABatchThatIsTooBigBecomesAGapAndThePresentState) {
