@@ -11,6 +11,7 @@ import time
 from collections import Counter
 from pathlib import Path
 
+from reader_rounds import Reader
 from rounds import PARTITIONS, Round, free_port, report, wait_until
 from stream_check import Partition
 
@@ -112,15 +113,31 @@ class KafkaRound(Round):
 
     def play(self, kind):
         self.begin()
+        reader = Reader(self, "reader")
+        wait_until("a reader", lambda: len(reader.values()) == len(self.symbols), PATIENCE)
         taken = self.fault(kind)
         whole = sum(self.updates.values())
         wait_until("the day's end", lambda: self.truth.log.read_bytes().count(b'"type":"update"') >= whole)
         alive = [bridge for bridge in self.bridges if bridge.child.poll() is None]
         wait_until("all partitions", lambda: sum(len(self.held(bridge)) for bridge in alive) == PARTITIONS, PATIENCE)
+        wait_until("the reader's last values", lambda: reader.has_ended(self.updates), PATIENCE)
         self.truth.end()
         for bridge in alive:
             bridge.end()
-        return taken, *self.judge(self.sent())
+        counts, problems = self.judge(self.sent())
+        return taken, counts, problems + self.judge_reader(reader, kind)
+
+    @staticmethod
+    def judge_reader(reader, kind):
+        """What reads by tivra-cat meanwhile has each update once, or hears that it hasn't."""
+        reader.process.end()
+        problems, missing, has_updates = reader.order()
+        if not has_updates:
+            problems.append("the reader got no update")
+        gaps = int(re.search(r"(\d+) gaps, ", reader.process.log.read_text(errors="replace"))[1])
+        if gaps == 0 and (missing > 0 or kind != "restart"):
+            problems.append(f"the reader misses {missing} updates, and heard of no gap")
+        return problems
 
 
 def main():

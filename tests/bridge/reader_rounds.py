@@ -35,10 +35,8 @@ class Reader:
         values = self.values()
         return all(values[symbol] and values[symbol][-1][1] == last for symbol, last in updates.items())
 
-    def judge(self, fault):
-        """Ends it, and says what is wrong."""
-        self.process.end()
-        text = self.process.log.read_text(errors="replace")
+    def order(self):
+        """What is doubled or out of order, how many updates are missing, and whether there were any."""
         problems, missing, has_updates = [], 0, False
         for symbol, values in self.values().items():
             for (_, before), (kind, count) in zip(values, values[1:]):
@@ -46,6 +44,13 @@ class Reader:
                 if count < before or count == before and kind == "update":
                     problems.append(f"{symbol}: {kind} {count} comes after {before}")
                 missing += max(0, count - before - 1)
+        return problems, missing, has_updates
+
+    def judge(self, fault):
+        """Ends it, and says what is wrong."""
+        self.process.end()
+        text = self.process.log.read_text(errors="replace")
+        problems, missing, has_updates = self.order()
         said = int(re.search(r"gaps (\d+)\)", text)[1])
         code, gap = self.process.child.returncode, "takeover" if fault == "kill" else ""
         if not has_updates:
