@@ -20,6 +20,15 @@ using std::chrono::system_clock;
 /// Of the states of sources, which bridges repeat each second.
 constexpr std::int64_t kMostStatuses = 4096;
 
+/// What is stored comes after several answers: who has the partition, where it ends, and then the messages,
+/// for which a broker that was started just now takes its time.
+constexpr int kReadingPatience = 4;
+
+KafkaAddress forReading(KafkaAddress address) {
+    address.patience *= kReadingPatience;
+    return address;
+}
+
 unsigned partitionsOf(KafkaReader& reader) {
     const int partitions = reader.partitionsOf(kTickTopic);
     if (partitions == 0)
@@ -32,7 +41,7 @@ unsigned partitionsOf(KafkaReader& reader) {
 } // namespace
 
 KafkaSource::KafkaSource(const KafkaAddress& address)
-    : m_reader(address)
+    : m_reader(forReading(address))
     , m_partitions(partitionsOf(m_reader))
     , m_lastValues(m_reader)
     , m_status(address)
