@@ -45,13 +45,17 @@ void Connection::answer(std::string frame, Clock::time_point due) {
     if (m_waiting.empty() && due == Clock::time_point{})
         m_output.append(frame, FrameKind::Answer);
     else
-        m_waiting.push_back({due, std::move(frame)});
+        m_waiting.push_back({due, std::move(frame), FrameKind::Answer});
 }
 
 void Connection::releaseAnswers(Clock::time_point now) {
     while (!m_waiting.empty() && m_waiting.front().due <= now) {
-        m_output.append(m_waiting.front().frame, FrameKind::Answer);
+        const Waiting next = std::move(m_waiting.front());
         m_waiting.pop_front();
+        if (next.entry == nullptr)
+            m_output.append(next.text, next.kind);
+        else
+            send(*next.entry, next.text, encodeFrame(next.text), next.kind);
     }
 }
 
@@ -109,6 +113,7 @@ void Connection::detach(SymbolEntry& entry) {
     m_covered.erase(covered);
     if (m_conflator)
         m_conflator->forget(entry);
+    std::erase_if(m_waiting, [&entry](const Waiting& waiting) { return waiting.entry == &entry; });
     entry.subscribers.erase(std::remove(entry.subscribers.begin(), entry.subscribers.end(), this),
                             entry.subscribers.end());
     if (entry.source != SYSTEM_SOURCE)
@@ -117,6 +122,14 @@ void Connection::detach(SymbolEntry& entry) {
 
 void Connection::update(const SymbolEntry& entry, std::string_view body, std::string_view frame,
                         FrameKind kind) {
+    if (m_waiting.empty() || entry.source == SYSTEM_SOURCE)
+        send(entry, body, frame, kind);
+    else
+        m_waiting.push_back({m_waiting.back().due, std::string(body), kind, &entry});
+}
+
+void Connection::send(const SymbolEntry& entry, std::string_view body, std::string_view frame,
+                      FrameKind kind) {
     if (!m_conflator && !needsTailoring()) {
         m_output.append(frame, kind);
         return;

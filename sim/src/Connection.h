@@ -94,7 +94,8 @@ public:
     [[nodiscard]] std::size_t subscriptionCount() const { return m_countedSymbols; }
     /// @}
 
-    /// Sends an update of a symbol, whose frame may be at hand, in the way that this client wants it.
+    /// Sends an update of a symbol, whose frame may be at hand, in the way that this client wants it; behind
+    /// the answers that wait, of which one may have an older image of the symbol.
     void update(const SymbolEntry& entry, std::string_view body, std::string_view frame, FrameKind kind);
 
     /// Whether the socket refused more bytes, and whether it is watched for room.
@@ -114,10 +115,15 @@ private:
     [[nodiscard]] bool needsTailoring() const {
         return !m_client.alternateIndexes.empty() || !m_client.filter.empty();
     }
-    struct WaitingAnswer {
+    /// An answer, or an update that came after it was asked for.
+    struct Waiting {
         Clock::time_point due;
-        std::string frame;
+        std::string text; ///< the frame of an answer, the body of an update
+        FrameKind kind;
+        const SymbolEntry* entry = nullptr; ///< of an update
     };
+
+    void send(const SymbolEntry& entry, std::string_view body, std::string_view frame, FrameKind kind);
 
     void attach(SymbolEntry& entry);
     void detach(SymbolEntry& entry);
@@ -133,7 +139,7 @@ private:
     FrameReader m_reader;
     OutputQueue m_output;
     std::optional<Conflator> m_conflator;
-    std::deque<WaitingAnswer> m_waiting;
+    std::deque<Waiting> m_waiting;
     std::vector<Subscription> m_subscriptions;
     /// How many subscriptions cover a symbol.
     std::unordered_map<SymbolEntry*, std::size_t> m_covered;

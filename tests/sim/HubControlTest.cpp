@@ -111,6 +111,22 @@ TEST_F(HubControl, DelayedAnswersKeepTheirOrder) {
     EXPECT_EQ(client.next(), "5026=21|5001=0");
 }
 
+TEST_F(HubControl, NoUpdateComesBeforeTheDelayedImageThatIsOlder) {
+    LoggedIn client(hub);
+    hub.setAnswerDelay(40ms);
+    client.send("5026=20|5022=QuerySnapAndSubscribe|4=100|5=IBM");
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    hub.pushRecords({Record(100, "IBM").add(token::BID, 77)});
+    std::vector<std::string> bodies;
+    for (std::string body; body.find("=77") == std::string::npos;) {
+        const std::optional<std::string> next = client.next();
+        ASSERT_TRUE(next);
+        bodies.push_back(body = *next);
+    }
+    ASSERT_GE(bodies.size(), 2U);
+    EXPECT_THAT(bodies.front(), testing::HasSubstr("5026=20"));
+}
+
 TEST_F(HubControl, RefusalsAndWrongAnswersLastAsOftenAsTold) {
     RawClient client(hub);
     hub.refuseLogin(-7, 1);

@@ -183,7 +183,7 @@ public:
     void setDeaf(bool deaf);
     /// Closes new connections at once while off.
     void setAccepting(bool accepting);
-    /// Sends every answer that much later, in order.
+    /// Sends every answer that much later, in order, and updates of symbols behind the answers that wait.
     void setAnswerDelay(std::chrono::milliseconds delay);
     /// The command of a refusal, an ignore or a wrong answer that is meant for every request but a login.
     static constexpr const char* ANY_COMMAND = "*";
