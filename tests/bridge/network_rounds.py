@@ -18,7 +18,9 @@ from rounds import BRIDGES, PARTITIONS, Round, main, wait_until
 
 SERVERS = 3
 PORT, ROUTES = 4222, 6222
-ELECTION = 8.0  # seconds that servers may take to agree again, while nobody can renew a lease
+# Seconds that servers may take to agree again, while nobody can renew a lease.
+ELECTION = 8.0
+REPAIR = 20.0  # after their disks were full
 DISK = 64  # megabytes of each server
 FAKETIME = "/usr/lib/x86_64-linux-gnu/faketime/libfaketimeMT.so.1"
 STEPS = ["+3600s", "-3600s", "+2s", "-86400s", "+86400s"]
@@ -86,6 +88,9 @@ class NetworkRound(Round):
         await client.close()
         return leader or self.server_names[0]
 
+    def engine_is_lost(self):
+        return any("has NO quorum, stalled" in server.log.read_text(errors="replace") for server in self.servers.values())
+
     def fault(self, kind, duration):
         victim = self.chance.choice(self.alive()).name
         leader = asyncio.run(self.leader_of(self.chance.randrange(PARTITIONS)))
@@ -96,7 +101,7 @@ class NetworkRound(Round):
             self.away[victim].append((began, time.time()))
         elif kind != "step":
             for name in self.names:
-                self.away[name].append((began, time.time() + ELECTION))
+                self.away[name].append((began, time.time() + (REPAIR if kind.startswith("disk") else ELECTION)))
         return f"{kind} {victim if kind in ('cut-engine', 'cut-hub', 'deaf', 'step') else leader} {duration:.1f}"
 
     def make(self, kind, duration, victim, leader, others):

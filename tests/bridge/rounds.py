@@ -165,6 +165,10 @@ class Round:
                 del holders[words[1]]
         return holders
 
+    def engine_is_lost(self):
+        """Whether the servers have not come back by themselves, which no bridge can mend."""
+        return False
+
     def troubled(self):
         """Partitions that their holders can't write, as they have said last."""
         troubled = {}
@@ -321,6 +325,9 @@ def play(this, total):
         problems = [problem for part in parts for problem in part.problems]
     except Exception as error:  # whatever it is, the round has failed and the next one is played
         problems = [f"{type(error).__name__}: {error}"]
+        if this.engine_is_lost():
+            total["engine lost"] += 1
+            return report(this, f"round {this.seed}: the servers don't agree any more, so it isn't judged", [])
     finally:
         this.end()
     problems += [f"taken without need: {text}" for text in needless]
