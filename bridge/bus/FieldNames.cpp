@@ -8,7 +8,7 @@ const FieldName& FieldNames::of(const std::string& name) {
     const tp::MutexLock lock(m_mutex);
     const FieldName*& known = m_byPlace[&name];
     if (known == nullptr) {
-        FieldName& made = m_names.emplace_back(FieldName{name, ","});
+        FieldName& made = m_names.emplace_back(FieldName{&name, name, ","});
         appendQuoted(made.text, name);
         made.text += ':';
         known = &made;

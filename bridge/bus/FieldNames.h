@@ -10,6 +10,7 @@ namespace tivra_bus {
 
 /// A field's name as records have it.
 struct FieldName {
+    const std::string* place; ///< of the name in the feed
     std::string name;
     std::string text; ///< in quotes, with a comma before and a colon after it
 };

@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
+#include <chrono>
 
 namespace tivra_bus {
 
@@ -16,17 +16,32 @@ constexpr std::string_view kType = R"({"type":")";
 constexpr std::string_view kFields = R"(,"fields":)";
 /// Enough for what surrounds the fields, the symbol aside.
 constexpr std::size_t kFrameBytes = 128;
+constexpr std::size_t kQuotes = 2;
+/// Of a byte that has to be escaped.
+constexpr std::size_t kMostEscape = 6;
 
 char* putText(char* to, std::string_view text) {
     return std::copy(text.begin(), text.end(), to);
 }
 
 std::size_t mostBytesOf(const SymbolImage::Entry& entry) {
-    return entry.name->text.size() + mostBytes(entry.value);
+    const bool isText = entry.type == tivra::Value::Type::Text;
+    return entry.name->text.size() + (isText ? kQuotes + kMostEscape * entry.content.text.length : kMostPut);
 }
 
-char* putEntry(char* to, const SymbolImage::Entry& entry) {
-    return putValue(putText(to, entry.name->text), entry.value);
+char* putEntry(char* to, const SymbolImage& image, const SymbolImage::Entry& entry) {
+    to = putText(to, entry.name->text);
+    switch (entry.type) {
+    case tivra::Value::Type::Integer:
+        return putInteger(to, entry.content.integer);
+    case tivra::Value::Type::Double:
+        return putDouble(to, entry.content.number);
+    case tivra::Value::Type::Time:
+        return putTime(to, tivra::TimePoint(std::chrono::microseconds(entry.content.integer)));
+    case tivra::Value::Type::Text:
+        break;
+    }
+    return putQuoted(to, image.textOf(entry));
 }
 
 /// Ends the fields that began there: the first one's comma becomes the bracket.
@@ -55,9 +70,9 @@ std::size_t mostBytesOf(ForEach&& forEach) {
 }
 
 template<class ForEach>
-char* putFields(char* to, ForEach&& forEach) {
+char* putFields(char* to, const SymbolImage& image, ForEach&& forEach) {
     char* const begin = to;
-    forEach([&to](const SymbolImage::Entry& entry) { to = putEntry(to, entry); });
+    forEach([&](const SymbolImage::Entry& entry) { to = putEntry(to, image, entry); });
     return endFields(begin, to);
 }
 
@@ -95,7 +110,7 @@ void JsonRecords::append(std::string& out, const ValuesRecord& record) const {
         to = putText(to, record.name.text);
         to = putNumber(to, record.number);
         to = putText(to, kFields);
-        to = putFields(to, forEach);
+        to = putFields(to, record.image, forEach);
         return putText(to, "}\n");
     });
 }
@@ -108,7 +123,8 @@ std::string lastMessage(const SymbolName& name, std::uint64_t number, std::uint6
         fmt::format(R"(,"epoch":{},"n":{},"state":"{}","time":"{}","fields":)", epoch, number, state, time);
     const std::vector<SymbolImage::Entry>& entries = image.entries();
     const auto forEach = [&entries](auto&& call) { std::for_each(entries.begin(), entries.end(), call); };
-    appendUpTo(text, kFrameBytes + mostBytesOf(forEach), [&](char* to) { return putFields(to, forEach); });
+    appendUpTo(text, kFrameBytes + mostBytesOf(forEach),
+               [&](char* to) { return putFields(to, image, forEach); });
     text += '}';
     return text;
 }

@@ -22,14 +22,9 @@ bool isPlain(char c) {
     return byte >= 0x20 && byte < 0x80 && c != '"' && c != '\\';
 }
 
-/// The most bytes of a number, of a time in quotes, and of a byte of a text that has to be escaped.
-constexpr std::size_t kMostNumber = 32;
-constexpr std::size_t kMostTime = 40;
-constexpr std::size_t kMostEscape = 6;
-
 template<class Number>
 char* putDigits(char* to, Number number) {
-    return std::to_chars(to, to + kMostNumber, number).ptr;
+    return std::to_chars(to, to + kMostPut, number).ptr;
 }
 
 char* putText(char* to, std::string_view text) {
@@ -63,23 +58,13 @@ char* putPrice(char* to, double number) {
     return to;
 }
 
-char* putDouble(char* to, double number) {
-    if (char* const end = putPrice(to, number))
-        return end;
-    if (!std::isfinite(number))
-        return putText(to, std::isnan(number) ? "\"nan\"" : number > 0 ? "\"inf\"" : "\"-inf\"");
-    char* const end = putDigits(to, number);
-    const std::string_view digits(to, static_cast<std::size_t>(end - to));
-    return digits.find_first_of(".e") == std::string_view::npos ? putText(end, ".0") : end;
-}
-
 /// "2013-10-07T13:30:00".
 std::string secondText(std::chrono::sys_seconds second) {
     using namespace std::chrono;
     const sys_days day = floor<days>(second);
     const year_month_day date(day);
     const hh_mm_ss clock(second - day);
-    char text[kMostTime];
+    char text[kMostPut];
     const int year = static_cast<int>(date.year());
     char* to =
         year >= 0 && year <= 9999 ? putPadded(text, static_cast<unsigned>(year), 4) : putDigits(text, year);
@@ -95,7 +80,7 @@ std::string secondText(std::chrono::sys_seconds second) {
     return {text, to};
 }
 
-char* putTime(char* to, std::chrono::system_clock::time_point time) {
+char* putBareTime(char* to, std::chrono::system_clock::time_point time) {
     using namespace std::chrono;
     const sys_seconds second = floor<seconds>(time);
     // What comes one after the other is of the same second as a rule.
@@ -116,15 +101,6 @@ std::string escaped(std::string_view text) {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-char* putQuoted(char* to, std::string_view text) {
-    if (!std::all_of(text.begin(), text.end(), isPlain))
-        return putText(to, escaped(text));
-    *to++ = '"';
-    to = putText(to, text);
-    *to++ = '"';
-    return to;
-}
-
 } // namespace
 
 void appendQuoted(std::string& out, std::string_view text) {
@@ -141,50 +117,62 @@ char* putNumber(char* to, std::uint64_t number) {
     return putDigits(to, number);
 }
 
-void appendNumber(std::string& out, std::uint64_t number) {
-    char text[kMostNumber];
-    out.append(text, putNumber(text, number));
+char* putInteger(char* to, std::int64_t number) {
+    return putDigits(to, number);
 }
 
-void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
-    char text[kMostTime];
-    out.append(text, putTime(text, time));
+char* putDouble(char* to, double number) {
+    if (char* const end = putPrice(to, number))
+        return end;
+    if (!std::isfinite(number))
+        return putText(to, std::isnan(number) ? "\"nan\"" : number > 0 ? "\"inf\"" : "\"-inf\"");
+    char* const end = putDigits(to, number);
+    const std::string_view digits(to, static_cast<std::size_t>(end - to));
+    return digits.find_first_of(".e") == std::string_view::npos ? putText(end, ".0") : end;
 }
 
-std::size_t mostBytes(const tivra::Value& value) {
-    switch (value.type()) {
-    case tivra::Value::Type::Text:
-        return 2 + kMostEscape * value.as<std::string_view>().size();
-    case tivra::Value::Type::Time:
-        return kMostTime;
-    case tivra::Value::Type::Integer:
-    case tivra::Value::Type::Double:
-        break;
-    }
-    return kMostNumber;
-}
-
-char* putValue(char* to, const tivra::Value& value) {
-    switch (value.type()) {
-    case tivra::Value::Type::Integer:
-        return putDigits(to, value.as<std::int64_t>());
-    case tivra::Value::Type::Double:
-        return putDouble(to, value.as<double>());
-    case tivra::Value::Type::Text:
-        return putQuoted(to, value.as<std::string_view>());
-    case tivra::Value::Type::Time:
-        break;
-    }
+char* putQuoted(char* to, std::string_view text) {
+    if (!std::all_of(text.begin(), text.end(), isPlain))
+        return putText(to, escaped(text));
     *to++ = '"';
-    to = putTime(to, value.as<tivra::TimePoint>());
+    to = putText(to, text);
     *to++ = '"';
     return to;
 }
 
+char* putTime(char* to, tivra::TimePoint time) {
+    *to++ = '"';
+    to = putBareTime(to, time);
+    *to++ = '"';
+    return to;
+}
+
+void appendNumber(std::string& out, std::uint64_t number) {
+    char text[kMostPut];
+    out.append(text, putNumber(text, number));
+}
+
+void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
+    char text[kMostPut];
+    out.append(text, putBareTime(text, time));
+}
+
 void appendValue(std::string& out, const tivra::Value& value) {
-    const std::size_t begin = out.size();
-    out.resize(begin + mostBytes(value));
-    out.resize(static_cast<std::size_t>(putValue(out.data() + begin, value) - out.data()));
+    char text[kMostPut];
+    switch (value.type()) {
+    case tivra::Value::Type::Integer:
+        out.append(text, putInteger(text, value.as<std::int64_t>()));
+        break;
+    case tivra::Value::Type::Double:
+        out.append(text, putDouble(text, value.as<double>()));
+        break;
+    case tivra::Value::Type::Text:
+        appendQuoted(out, value.as<std::string_view>());
+        break;
+    case tivra::Value::Type::Time:
+        out.append(text, putTime(text, value.as<tivra::TimePoint>()));
+        break;
+    }
 }
 
 } // namespace tivra_bus

@@ -23,10 +23,14 @@ void appendNumber(std::string& out, std::uint64_t number);
 
 // The same where there is room already; each returns the end.
 
-/// The most that putValue() may need.
-[[nodiscard]] std::size_t mostBytes(const tivra::Value& value);
-[[nodiscard]] char* putValue(char* to, const tivra::Value& value);
-/// Up to 20 bytes.
+/// The most that a number or a time takes.
+inline constexpr std::size_t kMostPut = 40;
 [[nodiscard]] char* putNumber(char* to, std::uint64_t number);
+[[nodiscard]] char* putInteger(char* to, std::int64_t number);
+[[nodiscard]] char* putDouble(char* to, double number);
+/// In quotes.
+[[nodiscard]] char* putTime(char* to, tivra::TimePoint time);
+/// A byte that has to be escaped takes six.
+[[nodiscard]] char* putQuoted(char* to, std::string_view text);
 
 } // namespace tivra_bus

@@ -1,7 +1,6 @@
 #include "bus/SymbolImage.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace tivra_bus {
@@ -10,17 +9,36 @@ namespace {
 
 /// Entries that are looked at one by one; those of more have a table.
 constexpr std::size_t kNear = 64;
-constexpr std::size_t kLeastText = 16;
+/// Texts get a little more room than they need.
+constexpr std::size_t kTextStep = 4;
 /// Of a value that is no text.
 constexpr std::size_t kNumberBytes = 8;
+constexpr std::size_t kWordBits = 64;
 
 } // namespace
 
+void SymbolImage::Change::begin(std::size_t entries) {
+    fields.clear();
+    isWhole = true;
+    m_seen.assign(entries / kWordBits + 1, 0);
+}
+
+bool SymbolImage::Change::add(std::uint32_t field) {
+    fields.push_back(field);
+    if (field / kWordBits >= m_seen.size())
+        m_seen.resize(field / kWordBits + 1);
+    const std::uint64_t bit = std::uint64_t{1} << field % kWordBits;
+    std::uint64_t& word = m_seen[field / kWordBits];
+    return (std::exchange(word, word | bit) & bit) != 0;
+}
+
 void SymbolImage::clear() {
     m_entries.clear();
+    m_texts.clear();
     m_far.reset();
     m_next = 0;
     m_bytes = 0;
+    m_unused = 0;
     m_isCut = false;
 }
 
@@ -28,13 +46,13 @@ std::uint32_t SymbolImage::find(const std::string& place) {
     const std::size_t count = m_entries.size();
     // Messages of one kind have the same fields in the same order, so the next one is the right one as a
     // rule.
-    if (m_next < count && m_entries[m_next].place == &place)
+    if (m_next < count && m_entries[m_next].name->place == &place)
         return m_next++;
     if (count > kNear)
         return findFar(place);
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t at = m_next + i < count ? m_next + i : m_next + i - count;
-        if (m_entries[at].place == &place) {
+        if (m_entries[at].name->place == &place) {
             m_next = static_cast<std::uint32_t>(at + 1);
             return m_next - 1;
         }
@@ -46,7 +64,7 @@ std::uint32_t SymbolImage::findFar(const std::string& place) {
     if (m_far == nullptr) {
         m_far = std::make_unique<std::unordered_map<const std::string*, std::uint32_t>>();
         for (std::size_t i = 0; i < m_entries.size(); ++i)
-            m_far->emplace(m_entries[i].place, static_cast<std::uint32_t>(i));
+            m_far->emplace(m_entries[i].name->place, static_cast<std::uint32_t>(i));
     }
     const auto found = m_far->find(&place);
     if (found == m_far->end())
@@ -61,9 +79,7 @@ std::uint32_t SymbolImage::enter(const std::string& place, FieldNames& names, st
         return kNowhere;
     m_bytes += bytes;
     const auto at = static_cast<std::uint32_t>(m_entries.size());
-    Entry& entry = m_entries.emplace_back();
-    entry.place = &place;
-    entry.name = &names.of(place);
+    m_entries.emplace_back().name = &names.of(place);
     if (m_far != nullptr)
         m_far->emplace(&place, at);
     m_next = at + 1;
@@ -71,25 +87,56 @@ std::uint32_t SymbolImage::enter(const std::string& place, FieldNames& names, st
 }
 
 bool SymbolImage::put(Entry& entry, const tivra::Value& value, std::size_t most) {
-    if (value.type() == tivra::Value::Type::Text)
+    switch (value.type()) {
+    case tivra::Value::Type::Text:
         return putText(entry, value.as<std::string_view>(), most);
-    entry.value = value;
+    case tivra::Value::Type::Integer:
+        entry.content.integer = value.as<std::int64_t>();
+        break;
+    case tivra::Value::Type::Double:
+        entry.content.number = value.as<double>();
+        break;
+    case tivra::Value::Type::Time:
+        entry.content.integer = value.as<tivra::TimePoint>().time_since_epoch().count();
+        break;
+    }
+    m_unused += std::exchange(entry.textRoom, 0);
+    entry.type = value.type();
     return true;
 }
 
 bool SymbolImage::putText(Entry& entry, std::string_view text, std::size_t most) {
     if (text.size() > entry.textRoom) {
-        const std::size_t room = std::max(kLeastText, text.size());
-        if (m_bytes - entry.textRoom + room > most)
+        const std::size_t room = (text.size() + kTextStep - 1) / kTextStep * kTextStep;
+        if (m_bytes + room > most)
             return false;
-        m_bytes += room - entry.textRoom;
-        entry.text = std::make_unique<char[]>(room);
+        m_unused += std::exchange(entry.textRoom, 0);
+        if (m_unused > m_texts.size() / 2)
+            packTexts();
+        m_bytes += room;
+        entry.content.text.begin = static_cast<std::uint32_t>(m_texts.size());
         entry.textRoom = static_cast<std::uint32_t>(room);
+        m_texts.resize(m_texts.size() + room);
+    } else if (entry.textRoom == 0) {
+        entry.content.text.begin = 0;
     }
-    if (!text.empty())
-        std::memcpy(entry.text.get(), text.data(), text.size());
-    entry.value = tivra::Value::ofText({entry.text.get(), text.size()});
+    std::copy(text.begin(), text.end(), m_texts.data() + entry.content.text.begin);
+    entry.content.text.length = static_cast<std::uint32_t>(text.size());
+    entry.type = tivra::Value::Type::Text;
     return true;
+}
+
+void SymbolImage::packTexts() {
+    std::string packed;
+    for (Entry& entry : m_entries) {
+        const auto begin = static_cast<std::uint32_t>(packed.size());
+        packed.append(m_texts, entry.textRoom > 0 ? entry.content.text.begin : 0, entry.textRoom);
+        if (entry.textRoom > 0)
+            entry.content.text.begin = begin;
+    }
+    m_bytes -= m_texts.size() - packed.size();
+    m_unused = 0;
+    m_texts = std::move(packed);
 }
 
 } // namespace tivra_bus

@@ -10,7 +10,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 namespace tivra_bus {
@@ -19,19 +18,33 @@ namespace tivra_bus {
 /// of more bytes than the engine takes isn't kept. @thread one at a time
 class SymbolImage {
 public:
+    /// A field with its value. They are small: those of another symbol are needed for each update, and come
+    /// from memory as a rule.
     struct Entry {
-        const std::string* place = nullptr; ///< of the name in the feed
         const FieldName* name = nullptr;
-        tivra::Value value; ///< a text is the entry's own
-        std::unique_ptr<char[]> text;
+        union Content {
+            std::int64_t integer; ///< of a time the microseconds since 1970
+            double number;
+            struct {
+                std::uint32_t begin, length;
+            } text; ///< see textOf()
+        } content{};
+        tivra::Value::Type type = tivra::Value::Type::Integer;
         std::uint32_t textRoom = 0;
-        std::uint32_t change = 0; ///< the number of the last change that it was in
     };
     /// What a change was made of.
     struct Change {
         std::vector<std::uint32_t> fields; ///< indexes of entries, in the order of the message
         /// Each of the message's fields is there, and none twice, so that the entries say what it said.
         bool isWhole = true;
+
+    private:
+        friend class SymbolImage;
+        void begin(std::size_t entries);
+        /// @return whether it was in it already
+        bool add(std::uint32_t field);
+
+        std::vector<std::uint64_t> m_seen; ///< a bit for each entry
     };
 
     /// Puts the fields of a tivra::Update in place of the values before.
@@ -41,6 +54,9 @@ public:
     void apply(const Values& values, bool replaces, std::size_t most, FieldNames& names, Change& change);
 
     [[nodiscard]] const std::vector<Entry>& entries() const { return m_entries; }
+    [[nodiscard]] std::string_view textOf(const Entry& entry) const {
+        return std::string_view(m_texts).substr(entry.content.text.begin, entry.content.text.length);
+    }
     /// Whether something isn't kept.
     [[nodiscard]] bool isCut() const { return m_isCut; }
 
@@ -56,11 +72,14 @@ private:
     /// @return whether there was room for it
     [[nodiscard]] bool put(Entry& entry, const tivra::Value& value, std::size_t most);
     [[nodiscard]] bool putText(Entry& entry, std::string_view text, std::size_t most);
+    /// Leaves out what no entry refers to.
+    void packTexts();
 
     std::vector<Entry> m_entries;
+    std::string m_texts;
+    std::size_t m_bytes = 0;  ///< of names, and the room of texts
+    std::size_t m_unused = 0; ///< of texts that have got more room elsewhere
     std::uint32_t m_next = 0; ///< the entry that is looked at first
-    std::uint32_t m_change = 0;
-    std::size_t m_bytes = 0; ///< of names and texts
     bool m_isCut = false;
     /// The entries by place, once there are many.
     std::unique_ptr<std::unordered_map<const std::string*, std::uint32_t>> m_far;
@@ -71,9 +90,7 @@ void SymbolImage::apply(const Values& values, bool replaces, std::size_t most, F
                         Change& change) {
     if (replaces)
         clear();
-    change.fields.clear();
-    change.isWhole = true;
-    ++m_change;
+    change.begin(m_entries.size());
     for (const auto& [field, value] : values) {
         const std::string& place = field.name();
         std::uint32_t at = find(place);
@@ -82,11 +99,9 @@ void SymbolImage::apply(const Values& values, bool replaces, std::size_t most, F
         if (at == kNowhere || !put(m_entries[at], value, most)) {
             m_isCut = true;
             change.isWhole = false;
-            continue;
-        }
-        if (std::exchange(m_entries[at].change, m_change) == m_change)
+        } else if (change.add(at)) {
             change.isWhole = false;
-        change.fields.push_back(at);
+        }
     }
 }
 

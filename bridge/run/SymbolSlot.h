@@ -17,8 +17,6 @@ struct SymbolSlot {
     SymbolSlot(int source, std::string_view symbol, std::uint32_t ofIndex)
         : name(source, symbol), index(ofIndex) {}
 
-    const SymbolName name;
-    const std::uint32_t index;
     std::uint64_t number = 0; ///< of the last record of values
     tivra::DataState state = tivra::DataState::Pending;
     bool hasImage = false;  ///< a part of the present one has come, so that others add to it
@@ -27,6 +25,8 @@ struct SymbolSlot {
     bool isQueued = false;  ///< among those that are repaired in turn
     std::optional<std::chrono::system_clock::time_point> lastUpdate;
     SymbolImage image;
+    const SymbolName name;
+    const std::uint32_t index;
 };
 
 } // namespace tivra_bus
