@@ -28,7 +28,7 @@ struct StreamEnd {
 };
 
 /// Writes to an engine. What is sent with a ticket is answered later, once, on a thread of the publisher or
-/// the one that calls flush().
+/// the one that flushes.
 /// Sending may wait for as long as a write to the engine's socket may take, so no callback of a feed sends.
 /// @thread any
 class BusPublisher {
@@ -57,6 +57,12 @@ public:
     virtual void sendLive(int source, std::string_view symbol, std::string_view record) = 0;
     /// Puts what is sent on its way, and ends what is answered or has waited too long. One thread at a time.
     virtual void flush() = 0;
+    /// Waits for an answer to a batch of the partition, so long at most, and ends it. The thread that
+    /// flushes.
+    /// @return false, at once, where answers are ended without that
+    [[nodiscard]] virtual bool awaitAnswer(unsigned /*partition*/, std::chrono::milliseconds /*longest*/) {
+        return false;
+    }
 
     /// Stores what the hubs' dictionary says. @return its revision. @throws BusError
     [[nodiscard]] virtual std::uint64_t storeDictionary(const std::string& text) = 0;

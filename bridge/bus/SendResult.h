@@ -25,7 +25,7 @@ class SendListener {
 public:
     virtual ~SendListener() = default;
     /// @param tag  of the ticket
-    /// @thread of the publisher, or the one that calls its flush(); it must not wait
+    /// @thread of the publisher, or the one that flushes it; it must not wait
     virtual void sent(std::uint64_t tag, const SendResult& result) = 0;
 };
 

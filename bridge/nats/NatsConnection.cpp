@@ -103,7 +103,9 @@ void NatsConnection::close() {
 }
 
 void NatsConnection::onDisconnected(natsConnection*, void* self) {
-    static_cast<NatsConnection*>(self)->m_isConnected = false;
+    auto& own = *static_cast<NatsConnection*>(self);
+    own.m_isConnected = false;
+    own.m_losses.fetch_add(1, std::memory_order_relaxed);
 }
 
 void NatsConnection::onReconnected(natsConnection*, void* self) {

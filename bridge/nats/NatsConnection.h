@@ -6,6 +6,7 @@
 #include <tp/Mutex.h>
 
 #include <atomic>
+#include <cstdint>
 #include <string>
 
 namespace tivra_bus {
@@ -24,6 +25,8 @@ public:
     [[nodiscard]] jsCtx* context() const { return m_context.get(); }
     /// It never waits, whatever the connection is doing.
     [[nodiscard]] bool isConnected() const { return m_isConnected.load(std::memory_order_relaxed); }
+    /// How often it was lost: answers to what was sent before don't come any more.
+    [[nodiscard]] std::uint64_t losses() const { return m_losses.load(std::memory_order_relaxed); }
     /// @throws UnreadyError for anything but NATS_OK, with what the server has said of late
     void check(natsStatus status, const std::string& attempt) const;
 
@@ -36,6 +39,7 @@ private:
     void close();
 
     std::atomic<bool> m_isConnected{true};
+    std::atomic<std::uint64_t> m_losses{0};
     mutable tp::Mutex m_mutex;
     tp::ConditionVariable m_changed;
     bool m_isClosed TP_GUARDED_BY(m_mutex) = false;

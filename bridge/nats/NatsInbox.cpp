@@ -73,7 +73,7 @@ void NatsInbox::send(const std::string& subject, std::string_view bytes, const c
         m_pending.failed(number, {status == NATS_MAX_PAYLOAD ? Outcome::TooBig : Outcome::Failed, 0, 0,
                                   natsStatus_GetText(status)});
     const tp::MutexLock lock(m_mutex);
-    m_sent.push_back(std::move(message));
+    m_used.push_back(std::move(message));
 }
 
 void NatsInbox::take(natsMsg* message) {
@@ -87,11 +87,32 @@ void NatsInbox::take(natsMsg* message) {
     m_pending.end(number, resultOf(message, bytes));
 }
 
+void NatsInbox::take(natsStatus status, natsMsg* message) {
+    if (status == NATS_OK)
+        take(message);
+    else if (status == NATS_NO_RESPONDERS)
+        m_pending.failAll(nobodyAnswers());
+}
+
+bool NatsInbox::await(std::chrono::milliseconds longest) {
+    natsMsg* raw = nullptr;
+    const natsStatus status = natsSubscription_NextMsg(&raw, m_answers.get(), longest.count());
+    NatsMessage message(raw);
+    take(status, raw);
+    const tp::MutexLock lock(m_mutex);
+    m_used.push_back(std::move(message));
+    return status == NATS_OK || status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS;
+}
+
+void NatsInbox::failAll() {
+    m_pending.failAll({Outcome::Failed, 0, 0, "the connection was lost before its acknowledgement"});
+}
+
 void NatsInbox::collect(std::vector<NatsMessage>& used) {
     {
         const tp::MutexLock lock(m_mutex);
-        std::move(m_sent.begin(), m_sent.end(), std::back_inserter(used));
-        m_sent.clear();
+        std::move(m_used.begin(), m_used.end(), std::back_inserter(used));
+        m_used.clear();
     }
     // Asking for a message that isn't there would be a call of the kernel.
     int waiting = 0;
@@ -99,10 +120,7 @@ void NatsInbox::collect(std::vector<NatsMessage>& used) {
         natsMsg* raw = nullptr;
         const natsStatus status = natsSubscription_NextMsg(&raw, m_answers.get(), 0);
         used.emplace_back(raw);
-        if (status == NATS_OK)
-            take(raw);
-        else if (status == NATS_NO_RESPONDERS)
-            m_pending.failAll(nobodyAnswers());
+        take(status, raw);
     }
     m_pending.expire();
 }

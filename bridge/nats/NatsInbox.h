@@ -16,7 +16,7 @@ namespace tivra_bus {
 /// Sends messages whose answers come to an inbox and wait there until they are collected, so that no thread
 /// is woken for each. The server doesn't say which message it has nobody for; so those of one inbox are all
 /// of one stream, and have that answer together.
-/// @thread send(): any; collect(): one at a time
+/// @thread send(): any; what else there is: one at a time
 class NatsInbox {
 public:
     /// The connection has to stay. @throws BusError
@@ -32,8 +32,14 @@ public:
     /// @param used  gets messages that are done with. The client library has a thread that frees them, which
     ///              is woken once for those that are dropped together.
     void collect(std::vector<NatsMessage>& used);
+    /// Waits for an answer, so long at most, and ends it. @return false, at once, for no connection
+    [[nodiscard]] bool await(std::chrono::milliseconds longest);
+    /// The connection was lost, and answers with it: the next collect() ends all that wait for one.
+    void failAll();
 
 private:
+    /// What has been got instead of an answer, or with it.
+    void take(natsStatus status, natsMsg* message);
     void take(natsMsg* message);
 
     const NatsConnection& m_connection;
@@ -42,7 +48,7 @@ private:
     NatsSubscription m_answers;
 
     tp::Mutex m_mutex;
-    std::vector<NatsMessage> m_sent TP_GUARDED_BY(m_mutex); ///< since the last collect()
+    std::vector<NatsMessage> m_used TP_GUARDED_BY(m_mutex); ///< since the last collect()
 };
 
 } // namespace tivra_bus

@@ -7,6 +7,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace tivra_bus {
 
 namespace {
@@ -48,9 +50,20 @@ void NatsPublisher::sendLive(int source, std::string_view symbol, std::string_vi
 
 void NatsPublisher::flush() {
     std::vector<NatsMessage> used;
+    const std::uint64_t losses = m_connection.losses();
+    const bool isLost = std::exchange(m_losses, losses) != losses;
+    const auto collect = [&](NatsInbox& inbox) {
+        if (isLost)
+            inbox.failAll();
+        inbox.collect(used);
+    };
     for (const std::unique_ptr<NatsInbox>& inbox : m_batches)
-        inbox->collect(used);
-    m_last.collect(used);
+        collect(*inbox);
+    collect(m_last);
+}
+
+bool NatsPublisher::awaitAnswer(unsigned partition, std::chrono::milliseconds longest) {
+    return m_batches[partition]->await(longest);
 }
 
 void NatsPublisher::prepare(const BusLayout& layout) {

@@ -5,6 +5,7 @@
 #include "nats/NatsInbox.h"
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -26,6 +27,7 @@ public:
     void sendStatus(int source, std::string_view message) override;
     void sendLive(int source, std::string_view symbol, std::string_view record) override;
     void flush() override;
+    [[nodiscard]] bool awaitAnswer(unsigned partition, std::chrono::milliseconds longest) override;
     [[nodiscard]] std::uint64_t storeDictionary(const std::string& text) override;
     [[nodiscard]] bool isConnected() const override { return m_connection.isConnected(); }
     [[nodiscard]] std::size_t maxMessage() const override;
@@ -35,6 +37,7 @@ private:
     const std::chrono::milliseconds m_patience;
     std::vector<std::unique_ptr<NatsInbox>> m_batches; ///< by partition, of which each is a stream
     NatsInbox m_last;
+    std::uint64_t m_losses = 0; ///< of the connection, as the last flush() has seen them
 };
 
 } // namespace tivra_bus

@@ -64,11 +64,18 @@ std::set<unsigned> Bridge::held() const {
     return partitions;
 }
 
+void Bridge::awaitWork(std::optional<unsigned> heldUp) {
+    if (m_bell->take() || (heldUp && m_publisher.awaitAnswer(*heldUp, kSendEvery)))
+        return;
+    m_bell->wait(kSendEvery);
+}
+
 void Bridge::send() {
     Clock::time_point nextLast{};
+    std::optional<unsigned> heldUp;
     for (;;) {
         std::vector<std::pair<std::shared_ptr<PartitionWriter>, std::shared_ptr<LastValuesWriter>>> writers;
-        m_bell->wait(kSendEvery);
+        awaitWork(heldUp);
         {
             const tp::MutexLock lock(m_mutex);
             // The thread that manages lets what waits be sent first.
@@ -86,6 +93,9 @@ void Bridge::send() {
             lastValues->pump(now, isLastDue);
         }
         m_publisher.flush();
+        const auto found = std::find_if(writers.begin(), writers.end(),
+                                        [](const auto& each) { return each.first->isHeldUp(); });
+        heldUp = found != writers.end() ? std::optional(found->first->partition()) : std::nullopt;
     }
 }
 

@@ -74,6 +74,9 @@ private:
     };
 
     void send();
+    /// Until there may be something to send.
+    /// @param heldUp  a partition of which a batch waits for an acknowledgement
+    void awaitWork(std::optional<unsigned> heldUp);
     void manage();
     /// One round over what is held and over the leases.
     void manageOnce();

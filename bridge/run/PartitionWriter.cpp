@@ -416,6 +416,11 @@ void PartitionWriter::sent(std::uint64_t tag, const SendResult& result) {
         m_bell->ring();
 }
 
+bool PartitionWriter::isHeldUp() const {
+    const tp::MutexLock lock(m_mutex);
+    return m_isSending && m_closed.size() > 1;
+}
+
 bool PartitionWriter::needsLook() const {
     const tp::MutexLock lock(m_mutex);
     return (m_needsLook || m_wantsLook) && !m_isFenced;

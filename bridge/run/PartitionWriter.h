@@ -62,6 +62,9 @@ public:
     void pump(Clock::time_point now);
     void sent(std::uint64_t tag, const SendResult& result) override;
 
+    /// A batch waits for the acknowledgement of the one before it.
+    [[nodiscard]] bool isHeldUp() const;
+
     /// How many bytes may wait, and the dictionary of what is written from now on.
     void setRoom(std::size_t bytes) { m_room.store(bytes, std::memory_order_relaxed); }
     void setDictionary(std::uint64_t revision) { m_dictionary.store(revision, std::memory_order_relaxed); }
@@ -110,7 +113,7 @@ private:
     void leaveOut(SymbolSlot& slot, std::optional<std::uint64_t> messages) TP_REQUIRES(m_mutex);
     /// Says what was left out.
     void endOverflow() TP_REQUIRES(m_mutex);
-    /// Writes state and present values of a symbol that was left out, as of `number`.
+    /// Writes state and present values of a symbol that was left out.
     void repair(SymbolSlot& slot) TP_REQUIRES(m_mutex);
     void repairSome() TP_EXCLUDES(m_mutex);
     void noteChange(SymbolSlot& slot) TP_REQUIRES(m_mutex);

@@ -15,6 +15,11 @@ public:
         m_isRung = true;
         m_rung.notifyOne();
     }
+    /// Whether it was rung since the last time.
+    [[nodiscard]] bool take() {
+        const tp::MutexLock lock(m_mutex);
+        return std::exchange(m_isRung, false);
+    }
     /// Until it is rung, or was since the last time, for so long at most.
     void wait(std::chrono::milliseconds longest) {
         const tp::MutexLock lock(m_mutex);
