@@ -3,8 +3,6 @@
 #include "bus/FieldsText.h"
 #include "bus/JsonText.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <chrono>
 
@@ -13,6 +11,7 @@ namespace tivra_bus {
 namespace {
 
 constexpr std::string_view kType = R"({"type":")";
+constexpr std::string_view kNumber = R"(,"n":)";
 constexpr std::string_view kFields = R"(,"fields":)";
 /// Enough for what surrounds the fields, the symbol aside.
 constexpr std::size_t kFrameBytes = 128;
@@ -81,6 +80,7 @@ void appendOneByOne(std::string& out, const ValuesRecord& record) {
     out += nameOf(record.type);
     out += '"';
     out += record.name.text;
+    out += kNumber;
     appendNumber(out, record.number);
     out += kFields;
     appendFields(out, *record.update);
@@ -108,6 +108,7 @@ void JsonRecords::append(std::string& out, const ValuesRecord& record) const {
         to = putText(to, nameOf(record.type));
         *to++ = '"';
         to = putText(to, record.name.text);
+        to = putText(to, kNumber);
         to = putNumber(to, record.number);
         to = putText(to, kFields);
         to = putFields(to, record.image, forEach);
@@ -117,10 +118,18 @@ void JsonRecords::append(std::string& out, const ValuesRecord& record) const {
 
 std::string lastMessage(const SymbolName& name, std::uint64_t number, std::uint64_t epoch,
                         std::string_view state, std::string_view time, const SymbolImage& image) {
-    std::string text = fmt::format(R"({{"tivra":1,"source":{},"symbol":)", name.source);
-    appendQuoted(text, name.symbol);
-    text +=
-        fmt::format(R"(,"epoch":{},"n":{},"state":"{}","time":"{}","fields":)", epoch, number, state, time);
+    std::string text = R"({"tivra":1)";
+    text += name.text;
+    text += R"(,"epoch":)";
+    appendNumber(text, epoch);
+    text += kNumber;
+    appendNumber(text, number);
+    text += R"(,"state":")";
+    text += state;
+    text += R"(","time":")";
+    text += time;
+    text += '"';
+    text += kFields;
     const std::vector<SymbolImage::Entry>& entries = image.entries();
     const auto forEach = [&entries](auto&& call) { std::for_each(entries.begin(), entries.end(), call); };
     appendUpTo(text, kFrameBytes + mostBytesOf(forEach),

@@ -18,11 +18,19 @@ bool isPlain(char c) {
 }
 
 std::string subject(std::string_view kind, std::string_view rest) {
-    return fmt::format("tivra.v{}.{}.{}", kLayoutVersion, kind, rest);
+    // One is made for each message, and a format would take longer than all else that is done for it here.
+    static const std::string lead = fmt::format("tivra.v{}.", kLayoutVersion);
+    std::string text;
+    text.reserve(lead.size() + kind.size() + 1 + rest.size());
+    text += lead;
+    text += kind;
+    text += '.';
+    text += rest;
+    return text;
 }
 
 std::string ofSymbol(std::string_view kind, int source, std::string_view symbol) {
-    return subject(kind, fmt::format("{}.{}", source, escapedSymbol(symbol)));
+    return subject(kind, std::to_string(source) + '.' + escapedSymbol(symbol));
 }
 
 } // namespace

@@ -13,23 +13,21 @@ constexpr std::size_t kNear = 64;
 constexpr std::size_t kTextStep = 4;
 /// Of a value that is no text.
 constexpr std::size_t kNumberBytes = 8;
-constexpr std::size_t kWordBits = 64;
 
 } // namespace
 
-void SymbolImage::Change::begin(std::size_t entries) {
+void SymbolImage::Change::begin() {
     fields.clear();
     isWhole = true;
-    m_seen.assign(entries / kWordBits + 1, 0);
+    m_near = 0;
+    m_far.clear();
 }
 
-bool SymbolImage::Change::add(std::uint32_t field) {
-    fields.push_back(field);
-    if (field / kWordBits >= m_seen.size())
-        m_seen.resize(field / kWordBits + 1);
-    const std::uint64_t bit = std::uint64_t{1} << field % kWordBits;
-    std::uint64_t& word = m_seen[field / kWordBits];
-    return (std::exchange(word, word | bit) & bit) != 0;
+bool SymbolImage::Change::addFar(std::uint32_t field) {
+    const std::size_t word = field / kNearBits;
+    if (word >= m_far.size())
+        m_far.resize(word + 1);
+    return mark(m_far[word], field);
 }
 
 void SymbolImage::clear() {
@@ -42,12 +40,8 @@ void SymbolImage::clear() {
     m_isCut = false;
 }
 
-std::uint32_t SymbolImage::find(const std::string& place) {
+std::uint32_t SymbolImage::findOther(const std::string& place) {
     const std::size_t count = m_entries.size();
-    // Messages of one kind have the same fields in the same order, so the next one is the right one as a
-    // rule.
-    if (m_next < count && m_entries[m_next].name->place == &place)
-        return m_next++;
     if (count > kNear)
         return findFar(place);
     for (std::size_t i = 0; i < count; ++i) {

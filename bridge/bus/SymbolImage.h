@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace tivra_bus {
@@ -40,11 +41,21 @@ public:
 
     private:
         friend class SymbolImage;
-        void begin(std::size_t entries);
+        void begin();
         /// @return whether it was in it already
-        bool add(std::uint32_t field);
+        bool add(std::uint32_t field) {
+            fields.push_back(field);
+            return field < kNearBits ? mark(m_near, field) : addFar(field);
+        }
+        bool addFar(std::uint32_t field);
+        static bool mark(std::uint64_t& bits, std::uint32_t field) {
+            const std::uint64_t bit = std::uint64_t{1} << field % kNearBits;
+            return (std::exchange(bits, bits | bit) & bit) != 0;
+        }
 
-        std::vector<std::uint64_t> m_seen; ///< a bit for each entry
+        static constexpr std::uint32_t kNearBits = 64;
+        std::uint64_t m_near = 0;         ///< a bit for each of the first entries
+        std::vector<std::uint64_t> m_far; ///< the same of those after them
     };
 
     /// Puts the fields of a tivra::Update in place of the values before.
@@ -65,7 +76,14 @@ private:
 
     void clear();
     /// kNowhere when there is none.
-    [[nodiscard]] std::uint32_t find(const std::string& place);
+    [[nodiscard]] std::uint32_t find(const std::string& place) {
+        // Messages of one kind have the same fields in the same order, so the next one is the right one as a
+        // rule.
+        if (m_next < m_entries.size() && m_entries[m_next].name->place == &place)
+            return m_next++;
+        return findOther(place);
+    }
+    [[nodiscard]] std::uint32_t findOther(const std::string& place);
     /// One of many.
     [[nodiscard]] std::uint32_t findFar(const std::string& place);
     [[nodiscard]] std::uint32_t enter(const std::string& place, FieldNames& names, std::size_t most);
@@ -90,7 +108,7 @@ void SymbolImage::apply(const Values& values, bool replaces, std::size_t most, F
                         Change& change) {
     if (replaces)
         clear();
-    change.begin(m_entries.size());
+    change.begin();
     for (const auto& [field, value] : values) {
         const std::string& place = field.name();
         std::uint32_t at = find(place);

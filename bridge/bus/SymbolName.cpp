@@ -11,7 +11,6 @@ SymbolName::SymbolName(int ofSource, std::string_view ofSymbol) : source(ofSourc
     appendNumber(text, static_cast<std::uint64_t>(source));
     text += R"(,"symbol":)";
     appendQuoted(text, symbol);
-    text += R"(,"n":)";
 }
 
 } // namespace tivra_bus

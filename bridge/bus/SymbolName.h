@@ -11,7 +11,7 @@ struct SymbolName {
 
     int source;
     std::string symbol;
-    std::string text; ///< `,"source":100,"symbol":"IBM","n":`
+    std::string text; ///< `,"source":100,"symbol":"IBM"`
 };
 
 } // namespace tivra_bus
