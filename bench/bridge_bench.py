@@ -2,7 +2,7 @@
 """What tivra-bridge costs beside tivra-cat --quiet, which only counts the same updates, and what the engine makes of it.
 Both read one hub in turn, round by round; a server of its own stores what the bridge writes.
 usage: bridge_bench.py [ROUNDS] [--quick] [--json FILE] [--programs FOLDER] [--load SYMBOLS:RATE] [--seconds N]
-                       [--core N] [--bridge "OPTIONS"] [--only cost|rate|last|takeover ...]
+                       [--core N] [--bridge "OPTIONS"] [--only cost|rate|one_partition|last|takeover ...]
 """
 import argparse
 import json
@@ -29,6 +29,7 @@ PARTITIONS = 16
 SERVER = shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin")
 # The rate of the row that asks how much one server takes end to end: more than the aim.
 FULL_RATE = 600_000
+MEASUREMENTS = ["cost", "rate", "one_partition", "last", "takeover"]
 
 
 def wait_until(what, condition):
@@ -138,9 +139,9 @@ class Bench:
                        "-s", 100, "--quiet", "--progress", "never", "--no-summary", "--stats-listen", 0,
                        "subscribe", "-f", self.symbols_file, core=self.options.core)
 
-    def bridge(self, hub, server, *more, name="bridge"):
+    def bridge(self, hub, server, *more, name="bridge", partitions=PARTITIONS):
         return Process(self.folder, name, self.programs / "bridge/tivra-bridge", "-H", hub.address, "--user", "demo",
-                       "-s", 100, "-f", self.symbols_file, "--to", server.url, "--partitions", PARTITIONS,
+                       "-s", 100, "-f", self.symbols_file, "--to", server.url, "--partitions", partitions,
                        "--stats-listen", 0, "--name", name, *more, *self.options.bridge.split(), core=self.options.core)
 
     def window(self, processes, counters):
@@ -197,6 +198,16 @@ class Bench:
             self.note("Bridge: updates acknowledged end to end", "1/s", "higher", counted["tivra_bridge_records_total"] / took)
         shutil.rmtree(server.store, ignore_errors=True)
 
+    def one_partition(self):
+        """The same of a single partition, of which one batch is on its way at a time."""
+        with self.hub(f"{self.symbols}:{FULL_RATE}") as hub, self.server() as server, \
+                self.bridge(hub, server, partitions=1) as bridge:
+            counters = self.established(bridge)
+            _, counted, took = self.window([bridge], counters)
+            self.note("Bridge: updates acknowledged of one partition", "1/s", "higher",
+                      counted["tivra_bridge_records_total"] / took)
+        shutil.rmtree(server.store, ignore_errors=True)
+
     def last(self):
         """From the start of a reader's process until it has the last values of all symbols."""
         with self.hub(f"{self.symbols}:1000") as hub, self.server() as server, self.bridge(hub, server) as bridge:
@@ -233,7 +244,7 @@ class Bench:
             with self.hub(self.options.load) as hub:
                 for _ in range(rounds):
                     self.cost(hub)
-        for name in ("rate", "last", "takeover"):
+        for name in ("rate", "one_partition", "last", "takeover"):
             if name in self.options.only:
                 for _ in range(rounds):
                     getattr(self, name)()
@@ -255,8 +266,7 @@ def main():
     parser.add_argument("--seconds", type=float, help="of each measurement")
     parser.add_argument("--core", type=int, help="let what is measured run on this one only")
     parser.add_argument("--bridge", default="", metavar="OPTIONS", help="more options of the bridge")
-    parser.add_argument("--only", nargs="+", choices=["cost", "rate", "last", "takeover"],
-                        default=["cost", "rate", "last", "takeover"])
+    parser.add_argument("--only", nargs="+", choices=MEASUREMENTS, default=MEASUREMENTS)
     options = parser.parse_args()
     options.seconds = options.seconds or (2.0 if options.quick else 5.0)
     rows = []
