@@ -26,10 +26,6 @@ namespace tivra {
 struct BoardOptions {
     /// Symbols that it takes, at least 1. What comes for more is counted and not kept.
     std::size_t maxSymbols = 1'000'000;
-    /// Bytes that its rows may take together, as BoardStatistics::bytes counts them; from 64 KiB. Where one
-    /// more would be needed a symbol without a row is refused, as above maxSymbols, and a value that a row
-    /// has no room for is left out, which is a gap of that row, with a warning in the log.
-    std::size_t maxBytes = std::size_t{4} << 30;
 };
 
 /// A symbol of a board at one moment: a copy, which may be kept.
@@ -63,9 +59,8 @@ struct BoardCursor {
 struct BoardStatistics {
     std::size_t symbols = 0;   ///< rows, those that are Closed included
     std::size_t bytes = 0;     ///< that they take, some 500 for a symbol of ten fields
-    std::uint64_t leftOut = 0; ///< values that BoardOptions::maxBytes or the 4 MiB of a row had no room for
     std::uint64_t changes = 0; ///< of values and states
-    std::uint64_t refused = 0; ///< updates of symbols above BoardOptions::maxSymbols and maxBytes
+    std::uint64_t refused = 0; ///< updates of symbols above BoardOptions::maxSymbols, and above the bytes
 };
 
 /// The last value of each field of each symbol, kept up to date by subscriptions: an image replaces what was
@@ -87,6 +82,12 @@ public:
 
     /// @throws Error (InvalidArgument) for limits that are out of range
     explicit Board(BoardOptions options = {});
+    /// The same with another limit than 4 GiB for all rows together.
+    ///
+    /// @param maxBytes  as BoardStatistics::bytes counts them; 64 KiB or more. Where one more would be needed
+    ///                  a symbol without a row is refused, as above maxSymbols, and a value that a row has no
+    ///                  room for is left out, which is a gap of that row, with a warning in the log
+    Board(BoardOptions options, std::size_t maxBytes);
     /// Takes the rows over; subscriptions go on into this one. A board that was moved from has no rows and
     /// handlers that do nothing.
     Board(Board&&) noexcept;
@@ -115,6 +116,9 @@ public:
     std::size_t forgetClosed();
     /// What the board holds now. All zero in a child that the process has forked.
     BoardStatistics statistics() const;
+    /// Values that were left out, since there were no bytes for them or since a row had come to its own limit
+    /// of 4 MiB; 0 in a child that the process has forked.
+    std::uint64_t leftOut() const;
 
 private:
     std::shared_ptr<tivra_internal::BoardState> m_state;

@@ -117,7 +117,6 @@ template<class Holder>
     statistics["bytes"] = figures.bytes;
     statistics["changes"] = figures.changes;
     statistics["refused"] = figures.refused;
-    statistics["left_out"] = figures.leftOut;
     return statistics;
 }
 

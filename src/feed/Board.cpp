@@ -47,6 +47,9 @@ private:
 
 Board::Board(BoardOptions options) : m_state(std::make_shared<BoardState>(options)) {}
 
+Board::Board(BoardOptions options, std::size_t maxBytes)
+    : m_state(std::make_shared<BoardState>(options, maxBytes)) {}
+
 Board::Board(Board&&) noexcept = default;
 
 Board& Board::operator=(Board&& other) noexcept {
@@ -95,6 +98,10 @@ std::vector<Instrument> Board::instruments() const {
 
 std::size_t Board::forgetClosed() {
     return m_state != nullptr ? m_state->forgetClosed() : 0;
+}
+
+std::uint64_t Board::leftOut() const {
+    return m_state != nullptr ? m_state->leftOut() : 0;
 }
 
 BoardStatistics Board::statistics() const {

@@ -23,16 +23,20 @@ constexpr std::size_t kLeastBytes = std::size_t{64} << 10;
         throw Error({Error::Code::InvalidArgument, Error::Phase::None,
                      "a board has to have room for some symbols, and for fewer than 2^32",
                      "see BoardOptions::maxSymbols", "", 0, "", 0});
-    if (options.maxBytes < kLeastBytes)
-        throw Error({Error::Code::InvalidArgument, Error::Phase::None,
-                     "a board has to have room for 64 KiB or more", "see BoardOptions::maxBytes", "", 0, "",
-                     0});
     return options;
+}
+
+[[nodiscard]] std::size_t checkedBytes(std::size_t maxBytes) {
+    if (maxBytes < kLeastBytes)
+        throw Error({Error::Code::InvalidArgument, Error::Phase::None,
+                     "a board has to have room for 64 KiB or more", "give it more bytes", "", 0, "", 0});
+    return maxBytes;
 }
 
 } // namespace
 
-BoardState::BoardState(tivra::BoardOptions options) : m_options(checked(options)), m_room(options.maxBytes) {}
+BoardState::BoardState(tivra::BoardOptions options, std::size_t maxBytes)
+    : m_options(checked(options)), m_room(checkedBytes(maxBytes)) {}
 
 std::shared_ptr<BoardLine> BoardState::join(int source, std::string_view symbol) {
     const tp::MutexLock lock(m_mutex);
@@ -173,7 +177,6 @@ tivra::BoardStatistics BoardState::statistics() {
     figures.changes = m_changes.end();
     figures.refused = m_refused.load(std::memory_order_relaxed);
     figures.bytes = m_room.used();
-    figures.leftOut = m_room.leftOut();
     const tp::MutexLock lock(m_mutex);
     figures.symbols = m_indexes.size();
     return figures;

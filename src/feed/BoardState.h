@@ -25,9 +25,11 @@ namespace tivra_internal {
 class BoardState : public std::enable_shared_from_this<BoardState>, public tp::OfOneProcess {
 public:
     /// @throws tivra::Error (InvalidArgument)
-    explicit BoardState(tivra::BoardOptions options);
+    explicit BoardState(tivra::BoardOptions options, std::size_t maxBytes = kMostBytes);
     BoardState(const BoardState&) = delete;
     BoardState& operator=(const BoardState&) = delete;
+
+    static constexpr std::size_t kMostBytes = std::size_t{4} << 30; ///< unless the application says otherwise
 
     // --- what handlers bring ---
     [[nodiscard]] bool isClosed() const noexcept { return m_isClosed.load(std::memory_order_relaxed); }
@@ -49,6 +51,9 @@ public:
     [[nodiscard]] std::vector<tivra::Instrument> instruments() TP_EXCLUDES(m_mutex);
     [[nodiscard]] std::size_t forgetClosed() TP_EXCLUDES(m_mutex);
     [[nodiscard]] tivra::BoardStatistics statistics() TP_EXCLUDES(m_mutex);
+    [[nodiscard]] std::uint64_t leftOut() const noexcept {
+        return process().isForeign() ? 0 : m_room.leftOut();
+    }
 
 private:
     using Lines = std::vector<std::shared_ptr<BoardLine>>;

@@ -116,9 +116,8 @@ TEST(BoardStateTest, MoreChangesThanAreRememberedOneByOneAreFoundAllTheSame) {
 }
 
 TEST(BoardStateTest, WhatAForgottenRowHasTakenIsFreeForOthers) {
-    tivra::BoardOptions small;
-    small.maxBytes = std::size_t{64} << 10;
-    auto state = std::make_shared<tivra_internal::BoardState>(small);
+    constexpr std::size_t kSmall = std::size_t{64} << 10;
+    auto state = std::make_shared<tivra_internal::BoardState>(tivra::BoardOptions(), kSmall);
     std::vector<std::shared_ptr<tivra_internal::BoardLine>> lines;
     const auto fill = [&](const char* prefix) {
         const std::size_t before = lines.size();
@@ -128,14 +127,13 @@ TEST(BoardStateTest, WhatAForgottenRowHasTakenIsFreeForOthers) {
     };
     const std::size_t rows = fill("OLD");
     EXPECT_GT(rows, 100U);
-    EXPECT_LE(state->statistics().bytes, small.maxBytes);
+    EXPECT_LE(state->statistics().bytes, kSmall);
     for (const auto& line : lines)
         EXPECT_TRUE(line->removeSubscription());
     EXPECT_EQ(state->forgetClosed(), rows);
     EXPECT_EQ(state->statistics().bytes, 0U);
     EXPECT_EQ(fill("NEW"), rows);
-    small.maxBytes = 1000;
-    EXPECT_THROW(tivra::Board{small}, tivra::Error);
+    EXPECT_THROW(tivra::Board({}, 1000), tivra::Error);
 }
 
 TEST_F(BoardTest, AReaderSeesEachUpdateWholeHoweverOftenItLooks) {

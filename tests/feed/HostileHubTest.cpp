@@ -126,9 +126,7 @@ void pushRow(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void()>
 
 /// A board as a whole: one row that takes most of it, and then one row after another.
 void pushBoard(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void()>& settle) {
-    tivra::BoardOptions few;
-    few.maxBytes = kMegabyte;
-    const tivra::Board board(few);
+    const tivra::Board board({}, kMegabyte);
     const tivra::Subscription all = feed.subscribeWildcard(100, "*", board.handlers());
     settle();
     pushTexts(hub);
@@ -136,8 +134,8 @@ void pushBoard(tivra_sim::Hub& hub, tivra::Feed& feed, const std::function<void(
         hub.sendBody("4=100|5=S" + std::to_string(i) + "|6=1");
     settle();
     const tivra::BoardStatistics figures = board.statistics();
-    EXPECT_LE(figures.bytes, few.maxBytes);
-    EXPECT_GT(figures.leftOut, 0U);
+    EXPECT_LE(figures.bytes, kMegabyte);
+    EXPECT_GT(board.leftOut(), 0U);
     EXPECT_GT(figures.refused, 0U);
     EXPECT_GT(figures.symbols, 100U);
     EXPECT_GT(board.find(100, "IBM").value_or(tivra::BoardRow()).gaps, 0U);
