@@ -1,6 +1,8 @@
 #include "reader/FieldTypes.h"
 
-#include "bus/JsonReading.h"
+#include "bus/BusError.h"
+
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <charconv>
@@ -61,10 +63,11 @@ std::optional<std::chrono::system_clock::time_point> timeOf(std::string_view tex
 }
 
 FieldTypes::FieldTypes(const std::string& dictionary) {
-    const JsonReading reading(dictionary, "the dictionary of the bus");
-    const JsonReading::Json* const fields = reading.find("fields");
-    if (fields == nullptr || !fields->is_object())
-        reading.fail("fields", "an object");
+    // A hub may have very many fields, so their order isn't kept, which would compare each with all.
+    const nlohmann::json object = nlohmann::json::parse(dictionary, nullptr, false);
+    const auto fields = object.find("fields");
+    if (!object.is_object() || fields == object.end() || !fields->is_object())
+        throw BatchError(R"(the dictionary of the bus: a JSON object with an object "fields" was wanted)");
     for (const auto& [name, type] : fields->items())
         if (type.is_string())
             if (const auto known = typeNamed(type.get<std::string>()))

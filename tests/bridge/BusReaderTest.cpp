@@ -2,6 +2,7 @@
 #include "bridge/FakeSource.h"
 #include "bridge/FakeValues.h"
 #include "bus/BatchWriter.h"
+#include "reader/FieldTypes.h"
 
 #include <gmock/gmock.h>
 
@@ -425,4 +426,14 @@ TEST_F(BusReader, ASymbolWithoutLastValuesStaysPendingUntilItsImageAndFieldsAreC
     (void)seen.upTo("update 3");
     EXPECT_EQ(subscription.statistics().withoutField, 2U);
     EXPECT_EQ(subscription.state({100, "IBM"}), tivra::DataState::Live);
+}
+
+TEST(FieldTypesTest, AHubMayHaveVeryManyFields) {
+    std::string dictionary = R"({"tivra":1,"fields":{)";
+    for (int i = 0; i < 20'000; ++i)
+        dictionary += (i == 0 ? "\"F" : ",\"F") + std::to_string(i) + R"(":"integer")";
+    const FieldTypes types(dictionary + "}}");
+    EXPECT_EQ(types.typeOf("F19999"), tivra::Value::Type::Integer);
+    for (const char* other : {"", "[]", "{}", R"({"fields":3})", R"({"fields":{})"})
+        EXPECT_THROW(FieldTypes{other}, BatchError) << other;
 }
