@@ -139,6 +139,7 @@ public:
     std::vector<std::optional<std::string>>
     lastValues(const std::vector<tivra::Instrument>& instruments) override {
         std::vector<std::optional<std::string>> answers;
+        answers.reserve(instruments.size());
         for (const tivra::Instrument& instrument : instruments)
             answers.push_back(m_engine.last(instrument.symbol));
         return answers;
