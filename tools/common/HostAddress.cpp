@@ -85,7 +85,7 @@ std::vector<std::string> resolveHost(const std::string& text) {
             fmt::format("\"{}\" is no host: give ADDRESS:PORT with a port from 1 to 65535", text));
     std::vector<std::string> places = resolveName(text.substr(0, colon), text);
     for (std::string& place : places)
-        place += ":" + std::to_string(port);
+        place.append(":").append(std::to_string(port));
     return places;
 }
 
