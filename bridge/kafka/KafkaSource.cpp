@@ -93,12 +93,12 @@ StreamSpan KafkaSource::spanOf(unsigned partition) {
 std::unique_ptr<BusConsumer> KafkaSource::follow(unsigned partition, const StreamStart& start,
                                                  OnMessage onMessage) {
     const KafkaReader::Extent extent = m_reader.extentOf(kTickTopic, partition);
-    std::int64_t offset = extent.end;
-    if (const auto* const position = std::get_if<std::uint64_t>(&start))
-        offset = static_cast<std::int64_t>(*position) - 1;
-    else
-        offset = m_reader.offsetAt(kTickTopic, partition, std::get<system_clock::time_point>(start))
-                     .value_or(extent.end);
+    const auto* const position = std::get_if<std::uint64_t>(&start);
+    const std::int64_t offset =
+        position != nullptr
+            ? static_cast<std::int64_t>(*position) - 1
+            : m_reader.offsetAt(kTickTopic, partition, std::get<system_clock::time_point>(start))
+                  .value_or(extent.end);
     const std::int64_t begin = std::clamp(offset, extent.first, extent.end);
     return m_follower.follow(partition, begin, static_cast<std::uint64_t>(extent.end - begin),
                              std::move(onMessage));

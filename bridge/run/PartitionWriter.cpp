@@ -438,9 +438,9 @@ void PartitionWriter::looked(const StreamEnd& end) {
     const auto isEnd = [&end, this](std::uint64_t batch) {
         return end.epoch == m_epoch && end.writer == m_writer && end.batch == batch;
     };
-    if (m_isFenced) {
+    if (m_isFenced)
         return;
-    } else if (end.epoch > m_epoch) {
+    if (end.epoch > m_epoch) {
         fence("another bridge writes it");
     } else if (end.epoch == m_epoch && end.writer != m_writer) {
         // Servers of a cluster may have given the lease to both.

@@ -234,9 +234,10 @@ std::vector<std::string> configureHosts(const tivra::FeedOptions& options, tivra
         }
     for (const auto& [host, name, fault] : HandleAccess::impl(connections).lookUpNames()) {
         if (options.minHubs == 0)
-            throw Error({Error::Code::OpenFailed, Error::Phase::Connect,
-                         "the address of " + name + " can't be looked up: " + fault,
-                         "check the name, or give the address", host, 0, "", 0});
+            throw Error(
+                {Error::Code::OpenFailed, Error::Phase::Connect,
+                 std::string("the address of ").append(name).append(" can't be looked up: ").append(fault),
+                 "check the name, or give the address", host, 0, "", 0});
         eprintf(EPF_WARN, "The address of the host %s can't be looked up: %s", name.c_str(), fault.c_str());
     }
     std::vector<std::string> hosts;

@@ -259,8 +259,8 @@ TEST_F(HubConnectionTest, TheWholeHandshakeIsBoundedBesideTheWaitForSiblings) {
         client->requestContinueEntitlements();
         client->twentyFiveMsTick(0.0);
         ASSERT_FALSE(client->waitsForBoxPerms());
-        const double limit = readTimeout == 10 ? 120.0 : 60.0;
-        for (double passed = 0.0; passed < limit; passed += 5.0) {
+        const int limit = readTimeout == 10 ? 120 : 60;
+        for (int passed = 0; passed < limit; passed += 5) {
             EXPECT_FALSE(client->isInitTimedOut(0.0)) << passed;
             tp::Clock::advance(5.0);
             answer("5026=12"); // a sign of life that leads nowhere

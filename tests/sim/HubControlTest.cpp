@@ -162,7 +162,7 @@ TEST_F(HubControl, RefusalsAndWrongAnswersLastAsOftenAsTold) {
     hub.refuse(Hub::ANY_COMMAND, status::BUSY);
     EXPECT_EQ(client.statusOf("5026=9|5022=Echo"), status::BUSY);
     EXPECT_EQ(client.statusOf("5026=9|5022=Echo"), status::BUSY);
-    LoggedIn{hub}; // the one command that is left out
+    const LoggedIn other(hub); // the one command that is left out
     hub.clearRefusals();
     EXPECT_EQ(client.statusOf("5026=9|5022=Echo"), 0);
 }
@@ -279,6 +279,7 @@ TEST_F(HubControl, RestartKeepsPortValuesAndCountersAndLeavesNoThread) {
 
 TEST_F(HubControl, ThreadsMayDriveItWhileItStopsAndStarts) {
     std::vector<std::jthread> drivers;
+    drivers.reserve(3);
     for (int i = 0; i < 3; ++i)
         drivers.emplace_back([&](const std::stop_token& end) {
             while (!end.stop_requested()) {

@@ -21,6 +21,7 @@ void declareHosts(CLI::App& app, const std::string& group, std::vector<std::stri
 
 void checkHosts(const std::vector<std::string>& hosts, const std::vector<std::string>& backups) {
     std::vector<std::string> places;
+    places.reserve(hosts.size());
     for (const std::string& host : hosts)
         places.push_back(resolveHost(host).front());
     for (const std::string& backup : backups)
