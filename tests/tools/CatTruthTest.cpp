@@ -92,11 +92,14 @@ TEST_F(CatTruth, InterruptionIsCountedAndWhatStandsComesBackUnasked) {
     EXPECT_THAT(notes(), AllOf(Contains("interrupted"), Contains("restored")));
 }
 
-TEST_F(CatTruth, StrictEndsAtTheFirstIncident) {
+TEST_F(CatTruth, StrictEndsAtTheFirstInterruption) {
     startStream("--strict");
     hub.dropConnections();
     EXPECT_EQ(tool->waitForEnd(), 7) << tool->error();
     EXPECT_THAT(tool->error(), HasSubstr("ended by --strict: "));
+}
+
+TEST_F(CatTruth, StrictEndsAtTheFirstHole) {
     startStream("--strict");
     push(4);
     EXPECT_EQ(tool->waitForEnd(), 7) << tool->error();
