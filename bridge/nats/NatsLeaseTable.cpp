@@ -13,7 +13,8 @@ namespace {
 constexpr const char* kBucket = "TIVRA_LEASES";
 constexpr const char* kStream = "KV_TIVRA_LEASES";
 constexpr std::string_view kSubjects = "$KV.TIVRA_LEASES.";
-constexpr unsigned kReadingsUntilAll = 10;
+/// Half a minute of them: with a thousand partitions reading all takes about as long as renewing may wait.
+constexpr unsigned kReadingsUntilAll = 120;
 
 } // namespace
 
