@@ -125,4 +125,17 @@ std::map<std::string, std::string> securityOf(const KafkaAddress& address) {
     return security;
 }
 
+KafkaAddress kafkaAddressOf(const EngineOptions& options) {
+    KafkaAddress address;
+    address.servers = kafkaServersOf(options.url);
+    address.name = options.name;
+    if (!options.credentialsFile.empty())
+        address.properties = readKafkaProperties(options.credentialsFile);
+    address.caFile = options.caFile;
+    address.certificateFile = options.certificateFile;
+    address.keyFile = options.keyFile;
+    (void)securityOf(address);
+    return address;
+}
+
 } // namespace tivra_bus

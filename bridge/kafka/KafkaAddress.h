@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bus/EngineOptions.h"
+
 #include <chrono>
 #include <map>
 #include <string>
@@ -31,5 +33,9 @@ struct KafkaAddress {
 /// What decides whether connections are encrypted and who logs on.
 /// @throws BusError where a password would go over the wire in plain text without being asked to
 [[nodiscard]] std::map<std::string, std::string> securityOf(const KafkaAddress& address);
+
+/// The address that the options mean, with what the credentials file says.
+/// @throws BusError as the functions above do
+[[nodiscard]] KafkaAddress kafkaAddressOf(const EngineOptions& options);
 
 } // namespace tivra_bus

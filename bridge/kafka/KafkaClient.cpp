@@ -23,6 +23,26 @@ void set(rd_kafka_conf_t* conf, const std::string& name, const std::string& valu
 
 } // namespace
 
+bool isPassing(rd_kafka_resp_err_t error) {
+    switch (error) {
+    case RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN:
+    case RD_KAFKA_RESP_ERR__TIMED_OUT:
+    case RD_KAFKA_RESP_ERR__TRANSPORT:
+    case RD_KAFKA_RESP_ERR_BROKER_NOT_AVAILABLE:
+    case RD_KAFKA_RESP_ERR_COORDINATOR_LOAD_IN_PROGRESS:
+    case RD_KAFKA_RESP_ERR_COORDINATOR_NOT_AVAILABLE:
+    case RD_KAFKA_RESP_ERR_LEADER_NOT_AVAILABLE:
+    case RD_KAFKA_RESP_ERR_NETWORK_EXCEPTION:
+    case RD_KAFKA_RESP_ERR_NOT_CONTROLLER:
+    case RD_KAFKA_RESP_ERR_NOT_COORDINATOR:
+    case RD_KAFKA_RESP_ERR_NOT_LEADER_FOR_PARTITION:
+    case RD_KAFKA_RESP_ERR_REQUEST_TIMED_OUT:
+        return true;
+    default:
+        return false;
+    }
+}
+
 KafkaClient::KafkaClient(Role role, const KafkaAddress& address, Setup setup)
     : m_servers(fmt::format("{}", fmt::join(address.servers, ",")))
     , m_patience(static_cast<int>(address.patience.count()))
@@ -102,8 +122,12 @@ void KafkaClient::check(rd_kafka_resp_err_t error, const std::string& attempt) c
         const tp::MutexLock lock(m_mutex);
         said = std::exchange(m_lastError, {});
     }
-    throw BusError(fmt::format("the engine at {}: {}: {}{}{}{}", m_servers, attempt, rd_kafka_err2str(error),
-                               said.empty() ? "" : ", lately: ", said, advice));
+    const std::string text =
+        fmt::format("the engine at {}: {}: {}{}{}{}", m_servers, attempt, rd_kafka_err2str(error),
+                    said.empty() ? "" : ", lately: ", said, advice);
+    if (isPassing(error))
+        throw UnreadyError(text);
+    throw BusError(text);
 }
 
 } // namespace tivra_bus

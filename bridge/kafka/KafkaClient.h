@@ -14,6 +14,9 @@
 
 namespace tivra_bus {
 
+/// Whether an error may be over by itself: brokers start, or elect a leader.
+[[nodiscard]] bool isPassing(rd_kafka_resp_err_t error);
+
 /// A handle of the client library, which keeps up its connections itself for as long as it lives.
 /// @thread any; callbacks run where the handle is polled
 class KafkaClient {
@@ -45,7 +48,8 @@ public:
     void answered() { m_isConnected.store(true, std::memory_order_relaxed); }
     /// None does.
     void lost() { m_isConnected.store(false, std::memory_order_relaxed); }
-    /// @throws BusError for an error, with what was heard of servers of late
+    /// @throws UnreadyError for an error that may be over by itself, and BusError for another, with what was
+    ///         heard of servers of late
     void check(rd_kafka_resp_err_t error, const std::string& attempt) const;
 
 private:

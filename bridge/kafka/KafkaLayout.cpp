@@ -24,6 +24,8 @@ constexpr std::size_t kMostMessageBytes = 1'048'588;
 constexpr std::size_t kFrameBytes = 512;
 constexpr int kErrorBytes = 512;
 constexpr milliseconds kLookEvery{100};
+/// A segment that is written to isn't compacted, and one of a quiet topic would be for a week.
+constexpr milliseconds kLastSegment = std::chrono::minutes(10);
 
 struct TopicPlan {
     std::string name;
@@ -43,7 +45,10 @@ std::vector<TopicPlan> plansOf(const BusLayout& layout) {
               {"retention.ms", std::to_string(age)},
               {"retention.bytes", std::to_string(layout.maxBytes)}},
              false},
-            {kLastTopic, partitions, compacted, true},
+            {kLastTopic,
+             partitions,
+             {{"cleanup.policy", "compact"}, {"segment.ms", std::to_string(kLastSegment.count())}},
+             true},
             {kStatusTopic, 1, compacted, true},
             {kDictionaryTopic, 1, compacted, true}};
 }
@@ -71,7 +76,8 @@ std::map<std::string, int> awaitTopics(const KafkaClient& client, const std::vec
         if (missing == plans.end())
             return topics;
         if (std::chrono::steady_clock::now() > deadline)
-            throw BusError(fmt::format("the topic {} was created, and no broker shows it", missing->name));
+            throw UnreadyError(
+                fmt::format("the topic {} was created, and no broker shows it", missing->name));
         std::this_thread::sleep_for(kLookEvery);
     }
 }
@@ -117,11 +123,15 @@ void createTopic(const KafkaClient& client, const TopicPlan& plan, int replicas)
         const rd_kafka_resp_err_t status = rd_kafka_topic_result_error(results[i]);
         const char* const said = rd_kafka_topic_result_error_string(results[i]);
         // Another bridge may have been first.
-        if (status != RD_KAFKA_RESP_ERR_NO_ERROR && status != RD_KAFKA_RESP_ERR_TOPIC_ALREADY_EXISTS)
-            throw BusError(fmt::format("{}: {}: see that there are as many brokers as --replicas says, and "
-                                       "that this user may create "
-                                       "topics",
-                                       attempt, said != nullptr ? said : rd_kafka_err2str(status)));
+        if (status == RD_KAFKA_RESP_ERR_NO_ERROR || status == RD_KAFKA_RESP_ERR_TOPIC_ALREADY_EXISTS)
+            continue;
+        const std::string text = fmt::format("{}: {}: see that there are as many brokers as --replicas says, "
+                                             "and that this user may create topics",
+                                             attempt, said != nullptr ? said : rd_kafka_err2str(status));
+        // The other brokers may still be on their way.
+        if (status == RD_KAFKA_RESP_ERR_INVALID_REPLICATION_FACTOR || isPassing(status))
+            throw UnreadyError(text);
+        throw BusError(text);
     }
 }
 

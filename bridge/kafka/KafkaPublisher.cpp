@@ -110,7 +110,7 @@ std::uint64_t KafkaPublisher::storeDictionary(const std::string& text) {
     // It ends by itself, at the latest when sending has timed out.
     const SendResult result = future.get();
     if (result.outcome != SendResult::Outcome::Stored)
-        throw BusError(fmt::format("the dictionary in the topic {}: {}", kDictionaryTopic, result.cause));
+        throw UnreadyError(fmt::format("the dictionary in the topic {}: {}", kDictionaryTopic, result.cause));
     return result.position;
 }
 

@@ -5,11 +5,11 @@
 #include <fmt/format.h>
 
 #include <sstream>
-#include <utility>
 
 namespace tivra_bus {
 
-void setNatsServers(NatsAddress& address, const std::string& url) {
+NatsAddress natsAddressOf(const EngineOptions& options) {
+    const std::string& url = options.url;
     const std::size_t scheme = url.find("://");
     const std::string kind = url.substr(0, scheme);
     if (scheme == std::string::npos || (kind != "nats" && kind != "tls"))
@@ -18,15 +18,20 @@ void setNatsServers(NatsAddress& address, const std::string& url) {
     if (url.find('@') != std::string::npos)
         throw BusError(
             "the address of the engine holds a user or a password: put them into a credentials file");
-    std::vector<std::string> servers;
+    NatsAddress address;
     std::istringstream list(url.substr(scheme + 3));
     for (std::string server; std::getline(list, server, ',');)
         if (!server.empty())
-            servers.push_back(kind + "://" + server);
-    if (servers.empty())
+            address.servers.push_back(kind + "://" + server);
+    if (address.servers.empty())
         throw BusError(fmt::format("\"{}\" names no server", url));
-    address.servers = std::move(servers);
-    address.isSecure = address.isSecure || kind == "tls";
+    address.isSecure = kind == "tls";
+    address.name = options.name;
+    address.credentialsFile = options.credentialsFile;
+    address.caFile = options.caFile;
+    address.certificateFile = options.certificateFile;
+    address.keyFile = options.keyFile;
+    return address;
 }
 
 } // namespace tivra_bus

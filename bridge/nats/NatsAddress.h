@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bus/EngineOptions.h"
+
 #include <string>
 #include <vector>
 
@@ -17,8 +19,8 @@ struct NatsAddress {
     int answerMilliseconds = 2000; ///< that an answer of the engine may take
 };
 
-/// Takes over the servers of "nats://a,b:4222,c", or of "tls://..." for connections by TLS alone.
-/// @throws BusError for another form, and for a password in it
-void setNatsServers(NatsAddress& address, const std::string& url);
+/// The address that the options mean: "nats://a,b:4222,c", or "tls://..." for connections by TLS alone.
+/// @throws BusError for a URL of another form, and for a password in it
+[[nodiscard]] NatsAddress natsAddressOf(const EngineOptions& options);
 
 } // namespace tivra_bus

@@ -104,11 +104,7 @@ bool NatsInbox::await(std::chrono::milliseconds longest) {
     return status == NATS_OK || status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS;
 }
 
-void NatsInbox::failAll() {
-    m_pending.failAll({Outcome::Failed, 0, 0, "the connection was lost before its acknowledgement"});
-}
-
-void NatsInbox::collect(std::vector<NatsMessage>& used) {
+void NatsInbox::collect(bool isLost, std::vector<NatsMessage>& used) {
     {
         const tp::MutexLock lock(m_mutex);
         std::move(m_used.begin(), m_used.end(), std::back_inserter(used));
@@ -122,6 +118,8 @@ void NatsInbox::collect(std::vector<NatsMessage>& used) {
         used.emplace_back(raw);
         take(status, raw);
     }
+    if (isLost)
+        m_pending.failAll({Outcome::Failed, 0, 0, "the connection was lost before its acknowledgement"});
     m_pending.expire();
 }
 

@@ -29,13 +29,13 @@ public:
     void send(const std::string& subject, std::string_view bytes, const char* header, std::uint64_t value,
               SendTicket ticket);
     /// Ends what has been answered, could not be sent or has waited too long.
+    /// @param isLost  whether the connection was lost, and with it the answers that aren't here yet: all that
+    ///                still wait for one are ended too
     /// @param used  gets messages that are done with. The client library has a thread that frees them, which
     ///              is woken once for those that are dropped together.
-    void collect(std::vector<NatsMessage>& used);
+    void collect(bool isLost, std::vector<NatsMessage>& used);
     /// Waits for an answer, so long at most, and ends it. @return false, at once, for no connection
     [[nodiscard]] bool await(std::chrono::milliseconds longest);
-    /// The connection was lost, and answers with it: the next collect() ends all that wait for one.
-    void failAll();
 
 private:
     /// What has been got instead of an answer, or with it.

@@ -52,14 +52,9 @@ void NatsPublisher::flush() {
     std::vector<NatsMessage> used;
     const std::uint64_t losses = m_connection.losses();
     const bool isLost = std::exchange(m_losses, losses) != losses;
-    const auto collect = [&](NatsInbox& inbox) {
-        if (isLost)
-            inbox.failAll();
-        inbox.collect(used);
-    };
     for (const std::unique_ptr<NatsInbox>& inbox : m_batches)
-        collect(*inbox);
-    collect(m_last);
+        inbox->collect(isLost, used);
+    m_last.collect(isLost, used);
 }
 
 bool NatsPublisher::awaitAnswer(unsigned partition, std::chrono::milliseconds longest) {

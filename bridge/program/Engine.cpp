@@ -17,17 +17,6 @@ bool isKafka(const EngineOptions& options) {
     return options.url.starts_with("kafka://");
 }
 
-NatsAddress addressOf(const EngineOptions& options) {
-    NatsAddress address;
-    setNatsServers(address, options.url);
-    address.name = options.name;
-    address.credentialsFile = options.credentialsFile;
-    address.caFile = options.caFile;
-    address.certificateFile = options.certificateFile;
-    address.keyFile = options.keyFile;
-    return address;
-}
-
 class NatsEngine : public Engine {
 public:
     NatsEngine(const NatsAddress& address, const std::string& name, unsigned partitions)
@@ -52,14 +41,14 @@ void checkEngine(const EngineOptions& options) {
     if (isKafka(options))
         checkKafka(options);
     else
-        (void)addressOf(options);
+        (void)natsAddressOf(options);
 }
 
 std::unique_ptr<Engine> openEngine(const EngineOptions& options, const std::string& name,
                                    unsigned partitions) {
     if (isKafka(options))
         return openKafka(options, name, partitions);
-    return std::make_unique<NatsEngine>(addressOf(options), name, partitions);
+    return std::make_unique<NatsEngine>(natsAddressOf(options), name, partitions);
 }
 
 } // namespace tivra_bus

@@ -1,22 +1,13 @@
 #pragma once
 
 #include "bus/BusPublisher.h"
+#include "bus/EngineOptions.h"
 #include "share/PartitionShare.h"
 
 #include <memory>
 #include <string>
 
 namespace tivra_bus {
-
-/// How an engine is reached, as the command line says. Secrets are in files alone.
-struct EngineOptions {
-    std::string url;             ///< "nats://a,b", "tls://a" or "kafka://a,b"
-    std::string name;            ///< under which the engine lists this program
-    std::string credentialsFile; ///< of a user of the engine; empty for none
-    std::string caFile;          ///< certificates that servers are checked with
-    std::string certificateFile; ///< of this program, with keyFile
-    std::string keyFile;
-};
 
 /// An engine that a bridge writes to, and shares partitions with other bridges on.
 class Engine {

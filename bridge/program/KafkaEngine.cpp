@@ -11,19 +11,6 @@ namespace tivra_bus {
 
 namespace {
 
-KafkaAddress addressOf(const EngineOptions& options) {
-    KafkaAddress address;
-    address.servers = kafkaServersOf(options.url);
-    address.name = options.name;
-    if (!options.credentialsFile.empty())
-        address.properties = readKafkaProperties(options.credentialsFile);
-    address.caFile = options.caFile;
-    address.certificateFile = options.certificateFile;
-    address.keyFile = options.keyFile;
-    (void)securityOf(address);
-    return address;
-}
-
 /// Of this process, also when a name comes again.
 std::string writerOf(const std::string& name) {
     std::random_device chance;
@@ -46,12 +33,12 @@ private:
 } // namespace
 
 void checkKafka(const EngineOptions& options) {
-    (void)addressOf(options);
+    (void)kafkaAddressOf(options);
 }
 
 std::unique_ptr<Engine> openKafka(const EngineOptions& options, const std::string& name,
                                   unsigned partitions) {
-    return std::make_unique<KafkaEngine>(addressOf(options), name, partitions);
+    return std::make_unique<KafkaEngine>(kafkaAddressOf(options), name, partitions);
 }
 
 } // namespace tivra_bus

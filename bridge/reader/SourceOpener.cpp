@@ -4,6 +4,11 @@
 
 namespace tivra_bus {
 
+EngineOptions engineOptionsOf(const tivra::BusOptions& options) {
+    return {options.url,    options.name, options.credentialsFile, options.caFile, options.certificateFile,
+            options.keyFile};
+}
+
 SourceOpener openerOf(const tivra::BusOptions& options) {
     using std::chrono::milliseconds;
     if (options.certificateFile.empty() != options.keyFile.empty())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/EngineOptions.h"
 #include "reader/BusOptions.h"
 #include "reader/BusSource.h"
 
@@ -10,6 +11,9 @@ namespace tivra_bus {
 
 /// Connects to an engine, and waits for it. It throws BusError when none can be reached.
 using SourceOpener = std::function<std::unique_ptr<BusSource>()>;
+
+/// What a reader's options say of its engine.
+[[nodiscard]] EngineOptions engineOptionsOf(const tivra::BusOptions& options);
 
 /// What connects to an engine of NATS. @throws BusError for options that can't be meant
 [[nodiscard]] SourceOpener natsOpener(const tivra::BusOptions& options);

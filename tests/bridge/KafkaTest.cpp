@@ -239,9 +239,19 @@ TEST(KafkaPublisher, AnotherLayoutIsRefusedWithWhatToDo) {
     try {
         publisher.prepare(layout);
         FAIL() << "two partitions in place of sixteen are taken";
+    } catch (const UnreadyError&) {
+        FAIL() << "it would be tried again in vain";
     } catch (const BusError& error) {
         EXPECT_THAT(error.what(), HasSubstr("--partitions 2"));
     }
+}
+
+TEST(KafkaPublisher, ABrokerThatMayStillComeIsNotReady) {
+    KafkaAddress address;
+    address.servers = {"127.0.0.1:1"};
+    address.patience = std::chrono::milliseconds(200);
+    KafkaPublisher publisher(address, "me");
+    EXPECT_THROW(publisher.prepare(BusLayout{}), UnreadyError);
 }
 
 TEST(KafkaShare, APartitionMovesWhenItsWriterHasLetItGoAndTheOthersStay) {
