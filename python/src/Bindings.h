@@ -16,6 +16,7 @@ void bindAnswers(nanobind::module_& module);
 void bindEvents(nanobind::module_& module);
 void bindStreams(nanobind::module_& module);
 void bindBus(nanobind::module_& module);
+void bindEngines(nanobind::module_& module);
 void bindBoards(nanobind::module_& module);
 void bindFeeds(nanobind::module_& module);
 void bindEnumerations(nanobind::module_& module);

@@ -28,6 +28,7 @@ NB_MODULE(_core, module) {
     bindEvents(module);
     bindFeeds(module);
     bindBus(module);
+    bindEngines(module);
     bindStreams(module);
     bindBoards(module);
     bindEnumerations(module);

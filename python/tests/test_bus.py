@@ -3,8 +3,12 @@
 import asyncio
 import contextlib
 import os
+import pathlib
 import re
+import shutil
 import signal
+import subprocess
+import sys
 
 import pytest
 
@@ -213,3 +217,26 @@ def test_the_guide_reads_from_either(hub, bridge, capsys):
         exec(compile(piece.replace("sys.argv", repr(["", url])), "docs/bridge.md", "exec"), {})
     lines = capsys.readouterr().out.splitlines()
     assert len(lines) == 4 and lines[0] == lines[2] and "'BID'" in lines[1] and "'BID'" in lines[3]
+
+
+def _missing_library(module):
+    module.write_bytes(module.read_bytes().replace(b"libnats.so", b"libnone.so"))
+
+
+@pytest.mark.parametrize("lose, said", [(_missing_library, "libnone.so"), (os.remove, "install libnats-dev")])
+def test_hubs_are_read_without_the_engines_libraries(hub, tmp_path, lose, said):
+    package = tmp_path / "tivra"
+    shutil.copytree(pathlib.Path(tivra.__file__).parent, package)
+    lose(next(package.glob("_bus.*.so")))
+    program = f"""import tivra
+print(tivra.__file__)
+with tivra.connect("tivra://demo@{hub.address}/", password="demo") as feed:
+    feed.snapshot(100, "IBM").get()
+try:
+    tivra.connect("nats://127.0.0.1")
+except ImportError as error:
+    print(error)
+"""
+    done = subprocess.run([sys.executable, "-c", program], cwd=tmp_path, capture_output=True, text=True, timeout=60)
+    where, error = done.stdout.splitlines()
+    assert where == str(package / "__init__.py") and said in error, done.stdout + done.stderr

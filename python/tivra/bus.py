@@ -11,7 +11,7 @@ from collections.abc import Callable, Iterable
 from types import TracebackType
 from typing import Any, Optional, Union
 
-from . import _arguments, _core
+from . import _arguments, _core, _engines
 from ._core import Event
 from ._loop import notified
 from ._subscribing import Subscribing, instrument, open_sources
@@ -65,6 +65,7 @@ class Bus(Subscribing):
     :param on_state: called with a FeedStateChange, on a thread of the library.
     :param on_error: called with a Problem, on a thread of the library.
     :raises tivra.ConfigError: from open(), for what can't be meant.
+    :raises ImportError: where the engines' client libraries aren't there, with what to install.
     """
 
     def __init__(self, url: str, *, name: str = "tivra-python", credentials_file: Union[str, os.PathLike[str]] = "",
@@ -72,6 +73,7 @@ class Bus(Subscribing):
                  key_file: Union[str, os.PathLike[str]] = "", answer_timeout: float = 2.0, look_back: float = 1.0,
                  request_timeout: float = 10.0, on_state: Optional[Callable[[FeedStateChange], object]] = None,
                  on_error: Optional[Callable[[Error], object]] = None) -> None:
+        _engines.load()
         self._url = _arguments.text("url", url)
         self._options = _core.BusOptions()
         self._options.url = self._url

@@ -1,0 +1,3 @@
+"""What connects to engines of the bus, over their client libraries."""
+
+engines: object
