@@ -1,0 +1,78 @@
+"""Whether the programs of docs/bridge.md show what it says, when a bridge publishes the morning.
+usage: documented.py PROGRAMS     PROGRAMS is the build folder
+"""
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+from rounds import Process, free_port, wait_until
+
+ROOT = Path(__file__).resolve().parents[2]
+BLOCKS = re.findall(r"^```python\n(.*?)^```$", (ROOT / "docs/bridge.md").read_text(), re.M | re.S)
+PLACES = {"IBM": 12, "AIG": 5, "BRK.B": 11}  # that the page says
+
+
+def block(text):
+    return next(each for each in BLOCKS if text in each)
+
+
+def commands(programs, folder, url):
+    """What is started, and what it has to print in this order."""
+    compiled = folder / "last_and_ticks"
+    subprocess.run(["cc", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-o", compiled,
+                    ROOT / "examples/bridge/last_and_ticks.c", "-lnats"], check=True)
+    plain = folder / "plain.py"
+    plain.write_text(block("import nats\n").replace("nats://127.0.0.1:4222", url))
+    yield "C", [compiled, url, "100.IBM", 12], r'"symbol":"IBM",.*"fields".*\n(.*\n)*{"type":"update",.*"symbol":"IBM"'
+    yield "nats-py", [sys.executable, "-u", plain], r"^{'QUERY.TAG'.*'BID'.*\n(.*\n)*{'type': 'update',.*'IBM'"
+    yield "C++", ["stdbuf", "-oL", programs / "tests/bridge/documented_reader"], r"^(IBM|AIG) [0-9.]+$"
+
+
+def places():
+    names = {}
+    exec(block("def partition"), names)
+    return {symbol: names["partition"](100, symbol, 16) for symbol in PLACES}
+
+
+def main():
+    programs = Path(sys.argv[1]).resolve()
+    folder = Path(tempfile.mkdtemp(prefix="tivra-bridge-"))
+    (folder / "symbols").write_text("AIG\nIBM\n")
+    url = f"nats://127.0.0.1:{(port := free_port())}"
+    running = []
+
+    def run(name, *command):
+        running.append(Process(folder, name, *command, TIVRA_BUS=url))
+        return running[-1]
+
+    bad = [] if places() == PLACES else ["the partitions of symbols"]
+    try:
+        hub = run("hub", programs / "tools/tivra-hub/tivra-hub", "--port", 0, "--playback",
+                  ROOT / "data/sample-20131007.csv.gz", "--factor", 1, "--repeat", 100)
+        server = run("server", shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin"), "-a", "127.0.0.1", "-p",
+                     port, "-js", "-sd", folder / "js")
+        wait_until("hub and server", lambda: hub.says("listening on ") and server.says("Server is ready"))
+        bridge = run("bridge", programs / "bridge/tivra-bridge", "-H", hub.log.read_text().split("listening on ")[1].split()[0],
+                     "--user", "demo", "-s", 100, "-f", folder / "symbols", "--to", url, "--partitions", 16)
+        wait_until("its partitions", lambda: bridge.says("partition 12: taken") and bridge.says("partition 5: taken"))
+        for name, command, pattern in commands(programs, folder, url):
+            shown = run(name, *command)
+            try:
+                wait_until(name, lambda: re.search(pattern, shown.log.read_text(), re.M))
+            except TimeoutError:
+                bad.append(f"{name}:\n{shown.log.read_text()}")
+    finally:
+        for process in reversed(running):
+            process.end()
+    print(f"3 programs, {len(bad)} bad", *bad, sep="\n")
+    if not bad:
+        shutil.rmtree(folder)
+    return 1 if bad else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
