@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """What tivra-bridge costs beside tivra-cat --quiet, which only counts the same updates, and what the engine makes of it.
-Both read one hub in turn, round by round; a server of its own stores what the bridge writes.
-usage: bridge_bench.py [ROUNDS] [--quick] [--json FILE] [--programs FOLDER] [--load SYMBOLS:RATE] [--seconds N]
+Both read one hub in turn, round by round; a server of its own stores what the bridge writes. The same batches are published
+onto the same server by a plain publisher too, which makes none of them.
+usage: bridge_bench.py [ROUNDS] [--quick] [--json FILE] [--programs FOLDER] [--plain FILE] [--load SYMBOLS:RATE] [--seconds N]
                        [--core N] [--bridge "OPTIONS"] [--only cost|rate|one_partition|last|takeover ...]
 """
 import argparse
@@ -191,12 +192,36 @@ class Bench:
         self.note("Bridge: last values", "1/s", "higher", counted["tivra_bridge_last_values_total"] / took)
 
     def rate(self):
-        """How many updates a second one server has stored and acknowledged, of more than the bridge can take."""
-        with self.hub(f"{self.symbols}:{FULL_RATE}") as hub, self.server() as server, self.bridge(hub, server) as bridge:
-            counters = self.established(bridge)
-            _, counted, took = self.window([bridge], counters)
-            self.note("Bridge: updates acknowledged end to end", "1/s", "higher", counted["tivra_bridge_records_total"] / took)
+        """How many updates a second one server has stored and acknowledged, of more than the bridge can take; and how many
+        of the same batches."""
+        with self.server() as server:
+            with self.hub(f"{self.symbols}:{FULL_RATE}") as hub, self.bridge(hub, server) as bridge:
+                counters = self.established(bridge)
+                (own,), counted, took = self.window([bridge], counters)
+            updates = counted["tivra_bridge_records_total"]
+            self.note("Bridge: updates acknowledged end to end", "1/s", "higher", updates / took)
+            if Path(self.options.plain).exists():
+                self.plain(server, updates / took, own / updates)
         shutil.rmtree(server.store, ignore_errors=True)
+
+    def plain(self, server, rate, cost):
+        with Process(self.folder, "plain", self.options.plain, server.url, PARTITIONS, self.options.seconds,
+                     core=self.options.core) as plain:
+            wait_until("plain publishing", lambda: "publishing" in plain.log.read_text() or plain.child.poll() is not None)
+            before = server.seconds()
+            code, servers = plain.child.wait(PATIENCE), server.seconds() - before
+            if code != 0:
+                raise RuntimeError(f"plain publishing: {plain.log.read_text()[-500:]}")
+            done = json.loads(plain.log.read_text().splitlines()[-1])
+        updates = done["records"]
+        self.note("Bridge: updates a second, to plain publishing of the same batches", "", "higher",
+                  rate * done["seconds"] / updates)
+        self.note("Bridge: processor time of an update, to plain publishing of the same batches", "", "lower",
+                  cost * updates / done["processor"])
+        self.note("Plain publishing: updates", "1/s", "higher", updates / done["seconds"])
+        self.note("Plain publishing: bytes", "MB/s", "higher", done["bytes"] / done["seconds"] / 1e6)
+        self.note("Plain publishing: processor time of an update", "us", "lower", done["processor"] * 1e6 / updates)
+        self.note("Plain publishing: processor time of an update, the server", "us", "lower", servers * 1e6 / updates)
 
     def one_partition(self):
         """The same of a single partition, of which one batch is on its way at a time."""
@@ -252,7 +277,7 @@ class Bench:
         for row in self.rows.values():
             values = row.pop("values")
             rows.append({**row, "value": median(values), "noise": noise_of(values)})
-            print(f"{row['name']:70} {median(values):12.4g} {row['unit']:4} +-{noise_of(values) * 100:.1f} %", flush=True)
+            print(f"{row['name']:85} {median(values):12.4g} {row['unit']:4} +-{noise_of(values) * 100:.1f} %", flush=True)
         return rows
 
 
@@ -262,6 +287,8 @@ def main():
     parser.add_argument("--quick", action="store_true", help="shorter measurements")
     parser.add_argument("--json", metavar="FILE", help="write the figures there")
     parser.add_argument("--programs", default=str(ROOT / "build/release"), help="the build folder of the programs")
+    parser.add_argument("--plain", default=str(ROOT / "build/bench/bench/tivra_plain_publisher"), metavar="FILE",
+                        help="the plain publisher")
     parser.add_argument("--load", default="1000:200000", metavar="SYMBOLS:RATE", help="what the hub sends")
     parser.add_argument("--seconds", type=float, help="of each measurement")
     parser.add_argument("--core", type=int, help="let what is measured run on this one only")
@@ -273,6 +300,8 @@ def main():
     if SERVER is None or not (Path(options.programs) / "bridge/tivra-bridge").exists():
         print("The bridge is left out: scripts/install-packages base bridge, then build the release preset.")
     else:
+        if not Path(options.plain).exists():
+            print("Plain publishing is left out: build tivra_plain_publisher of the bench preset.")
         with tempfile.TemporaryDirectory(prefix="tivra-bench-") as folder:
             rows = Bench(options, Path(folder)).run(options.rounds)
     if options.json:
