@@ -41,24 +41,22 @@ void check(natsStatus status, const std::string& what) {
         throw std::runtime_error(what + ": " + natsStatus_GetText(status));
 }
 
-/// What a stream holds, from its beginning.
-void read(jsCtx* context, const std::string& subject, std::size_t most, std::vector<Batch>& batches) {
-    jsSubOptions options;
-    jsSubOptions_Init(&options);
-    options.Ordered = true;
-    natsSubscription* raw = nullptr;
-    check(js_SubscribeSync(&raw, context, subject.c_str(), nullptr, &options, nullptr), subject);
-    const Handle<natsSubscription, natsSubscription_Destroy> subscription(raw);
+/// What a partition's stream holds, from its beginning.
+std::vector<Batch> read(jsCtx* context, unsigned partition, std::size_t most) {
+    const std::string stream = "TIVRA_TICK_" + std::to_string(partition);
+    jsStreamInfo* raw = nullptr;
+    check(js_GetStreamInfo(&raw, context, stream.c_str(), nullptr, nullptr), stream);
+    const Handle<jsStreamInfo, jsStreamInfo_Destroy> info(raw);
+    std::vector<Batch> batches;
+    jsDirectGetMsgOptions options;
+    jsDirectGetMsgOptions_Init(&options);
     std::size_t bytes = 0;
-    for (std::uint64_t behind = 1; behind != 0 && bytes < most;) {
+    for (options.Sequence = raw->State.FirstSeq; options.Sequence <= raw->State.LastSeq && bytes < most;
+         ++options.Sequence) {
         natsMsg* message = nullptr;
-        check(natsSubscription_NextMsg(&message, raw, kPatience), subject);
+        check(js_DirectGetMsg(&message, context, stream.c_str(), nullptr, &options), stream);
         const Handle<natsMsg, natsMsg_Destroy> owner(message);
-        jsMsgMetaData* place = nullptr;
-        check(natsMsg_GetMetaData(&place, message), subject);
-        behind = place->NumPending;
-        jsMsgMetaData_Destroy(place);
-        Batch batch{subject,
+        Batch batch{"tivra.v1.tick." + std::to_string(partition),
                     {natsMsg_GetData(message), static_cast<std::size_t>(natsMsg_GetDataLength(message))}};
         // A header, and a line for each record.
         batch.records =
@@ -66,6 +64,7 @@ void read(jsCtx* context, const std::string& subject, std::size_t most, std::vec
         bytes += batch.bytes.size();
         batches.push_back(std::move(batch));
     }
+    return batches;
 }
 
 double processorSeconds() {
@@ -119,12 +118,11 @@ void run(const char* url, unsigned partitions, double seconds) {
     jsCtx* rawContext = nullptr;
     check(natsConnection_JetStream(&rawContext, rawConnection, &options), "JetStream");
     const Handle<jsCtx, jsCtx_Destroy> context(rawContext);
-    std::vector<std::vector<Batch>> streams(partitions);
+    std::vector<std::vector<Batch>> streams;
     std::size_t longest = 0;
     for (unsigned partition = 0; partition < partitions; ++partition) {
-        read(rawContext, "tivra.v1.tick." + std::to_string(partition), kMostBytes / partitions,
-             streams[partition]);
-        longest = std::max(longest, streams[partition].size());
+        streams.push_back(read(rawContext, partition, kMostBytes / partitions));
+        longest = std::max(longest, streams.back().size());
     }
     // In turn, as a bridge writes them.
     std::vector<Batch> batches;

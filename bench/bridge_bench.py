@@ -171,11 +171,13 @@ class Bench:
         """One round: both, whoever comes first in turn."""
         self.count += 1
         cat = self.cost_of_cat(hub) if self.count % 2 == 0 else None
-        with self.server() as server, self.bridge(hub, server) as bridge:
-            counters = self.established(bridge)
-            (own, servers), counted, took = self.window([bridge, server], counters)
+        with self.server() as server:
+            with self.bridge(hub, server) as bridge:
+                counters = self.established(bridge)
+                (own, servers), counted, took = self.window([bridge, server], counters)
             # What is left out costs nothing to send.
             updates = counted["tivra_bridge_records_total"]
+            self.note_plain_cost(server, own / updates)
         shutil.rmtree(server.store, ignore_errors=True)
         cat = cat or self.cost_of_cat(hub)
         self.note("Bridge: processor time of an update, to tivra-cat --quiet", "", "lower", own * 1e6 / updates / cat)
@@ -191,37 +193,45 @@ class Bench:
                   counted["tivra_bridge_records_total"] / max(counted["tivra_bridge_batches_total"], 1))
         self.note("Bridge: last values", "1/s", "higher", counted["tivra_bridge_last_values_total"] / took)
 
-    def rate(self):
-        """How many updates a second one server has stored and acknowledged, of more than the bridge can take; and how many
-        of the same batches."""
-        with self.server() as server:
-            with self.hub(f"{self.symbols}:{FULL_RATE}") as hub, self.bridge(hub, server) as bridge:
-                counters = self.established(bridge)
-                (own,), counted, took = self.window([bridge], counters)
-            updates = counted["tivra_bridge_records_total"]
-            self.note("Bridge: updates acknowledged end to end", "1/s", "higher", updates / took)
-            if Path(self.options.plain).exists():
-                self.plain(server, updates / took, own / updates)
-        shutil.rmtree(server.store, ignore_errors=True)
-
-    def plain(self, server, rate, cost):
+    def plain(self, server):
+        """What plain publishing of what is on the server comes to, and the server's processor time with it; nothing where the
+        publisher isn't built."""
+        if not Path(self.options.plain).exists():
+            return None, 0.0
         with Process(self.folder, "plain", self.options.plain, server.url, PARTITIONS, self.options.seconds,
                      core=self.options.core) as plain:
             wait_until("plain publishing", lambda: "publishing" in plain.log.read_text() or plain.child.poll() is not None)
             before = server.seconds()
             code, servers = plain.child.wait(PATIENCE), server.seconds() - before
             if code != 0:
-                raise RuntimeError(f"plain publishing: {plain.log.read_text()[-500:]}")
-            done = json.loads(plain.log.read_text().splitlines()[-1])
-        updates = done["records"]
-        self.note("Bridge: updates a second, to plain publishing of the same batches", "", "higher",
-                  rate * done["seconds"] / updates)
+                raise RuntimeError(f"plain publishing ended with {code}: {plain.log.read_text()[-500:]}")
+            return json.loads(plain.log.read_text().splitlines()[-1]), servers
+
+    def note_plain_cost(self, server, cost):
+        plain, servers = self.plain(server)
+        if plain is None:
+            return
+        updates = plain["records"]
         self.note("Bridge: processor time of an update, to plain publishing of the same batches", "", "lower",
-                  cost * updates / done["processor"])
-        self.note("Plain publishing: updates", "1/s", "higher", updates / done["seconds"])
-        self.note("Plain publishing: bytes", "MB/s", "higher", done["bytes"] / done["seconds"] / 1e6)
-        self.note("Plain publishing: processor time of an update", "us", "lower", done["processor"] * 1e6 / updates)
+                  cost * updates / plain["processor"])
+        self.note("Plain publishing: processor time of an update", "us", "lower", plain["processor"] * 1e6 / updates)
         self.note("Plain publishing: processor time of an update, the server", "us", "lower", servers * 1e6 / updates)
+
+    def rate(self):
+        """How many updates a second one server has stored and acknowledged, of more than the bridge can take; and how many
+        of the same batches."""
+        with self.server() as server:
+            with self.hub(f"{self.symbols}:{FULL_RATE}") as hub, self.bridge(hub, server) as bridge:
+                counters = self.established(bridge)
+                _, counted, took = self.window([bridge], counters)
+            rate = counted["tivra_bridge_records_total"] / took
+            self.note("Bridge: updates acknowledged end to end", "1/s", "higher", rate)
+            plain, _ = self.plain(server)
+            if plain is not None:
+                self.note("Bridge: updates a second, to plain publishing of the same batches", "", "higher",
+                          rate * plain["seconds"] / plain["records"])
+                self.note("Plain publishing: updates", "1/s", "higher", plain["records"] / plain["seconds"])
+        shutil.rmtree(server.store, ignore_errors=True)
 
     def one_partition(self):
         """The same of a single partition, of which one batch is on its way at a time."""
