@@ -4,12 +4,13 @@ set -eu
 cd "$1/include"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-for header in $(find . -name '*.h' | sort); do
+# The reader of the bus is installed beside them, and its one header includes the others.
+for header in $(find . -name '*.h' | sort) reader/BusReader.h; do
     echo "#include <${header#./}>" >"$work/one.cpp"
     for compiler in g++ clang++; do
         command -v $compiler >/dev/null 2>&1 || continue
         $compiler -std=c++17 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow \
-            -Wold-style-cast -Wnon-virtual-dtor -Werror -I . "$work/one.cpp"
+            -Wold-style-cast -Wnon-virtual-dtor -Werror -I . -I ../bridge "$work/one.cpp"
     done
 done
 
