@@ -22,7 +22,7 @@ NatsAddress natsAddressOf(const EngineOptions& options) {
     std::istringstream list(url.substr(scheme + 3));
     for (std::string server; std::getline(list, server, ',');)
         if (!server.empty())
-            address.servers.push_back(kind + "://" + server);
+            address.servers.push_back(fmt::format("{}://{}", kind, server));
     if (address.servers.empty())
         throw BusError(fmt::format("\"{}\" names no server", url));
     address.isSecure = kind == "tls";
