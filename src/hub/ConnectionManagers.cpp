@@ -1,6 +1,7 @@
 #include "hub/ConnectionManagers.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include <tp/eprintf.h>
@@ -23,9 +24,26 @@ void ConnectionManagers::replaceCandidate(const HostPair& host, const HostPair& 
     std::replace(m_CMPortPairLst.begin(), m_CMPortPairLst.end(), host, by);
 }
 
+void ConnectionManagers::setAddresses(Addresses addresses) {
+    const tp::MutexLock lock(recentCM_mutex);
+    m_addresses = std::move(addresses);
+}
+
 std::vector<HostPair> ConnectionManagers::candidates() const {
     const tp::MutexLock lock(recentCM_mutex);
-    return m_CMPortPairLst;
+    std::vector<HostPair> all;
+    for (auto each = m_CMPortPairLst.begin(); each != m_CMPortPairLst.end(); ++each) {
+        all.push_back(*each);
+        const auto next = std::next(each);
+        const auto named = m_addresses.find(each->addr);
+        // The ports of a host stand together, and it is asked once.
+        if (named == m_addresses.end() || (next != m_CMPortPairLst.end() && next->addr == each->addr))
+            continue;
+        for (const std::string& address : named->second)
+            if (address != each->addr)
+                all.push_back({address, each->port});
+    }
+    return all;
 }
 
 std::string ConnectionManagers::getRecentCM() const {
@@ -48,6 +66,9 @@ std::string ConnectionManagers::managerAddr() const {
 void ConnectionManagers::noteManager(const std::string& addr) {
     const tp::MutexLock lock(recentCM_mutex);
     m_unavailable.insert(addr);
+    for (const auto& [first, all] : m_addresses)
+        if (std::find(all.begin(), all.end(), addr) != all.end())
+            m_unavailable.insert(first);
 }
 
 bool ConnectionManagers::isManager(const std::string& addr) const {

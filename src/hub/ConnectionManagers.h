@@ -33,6 +33,10 @@ public:
     void addCandidate(const HostPair& host);
     /// The name of a configured host stands for another address now.
     void replaceCandidate(const HostPair& host, const HostPair& by);
+    using Addresses = std::map<std::string, std::vector<std::string>>;
+    /// All addresses of the candidates that have been given by name, by the first.
+    void setAddresses(Addresses addresses);
+    /// In the order in which they are asked; the other addresses of a name come after its first.
     [[nodiscard]] std::vector<HostPair> candidates() const;
     /// The address of the manager that answered last; empty while none has.
     [[nodiscard]] std::string getRecentCM() const;
@@ -40,7 +44,7 @@ public:
     /// The address of the manager to name in a host info text: the one that answered last, else the first
     /// candidate; empty when there is none.
     [[nodiscard]] std::string managerAddr() const;
-    /// The host has answered as a manager, though it had no hub to hand out.
+    /// The host has answered as a manager, at one of its addresses, though it had no hub to hand out.
     void noteManager(const std::string& addr);
     [[nodiscard]] bool isManager(const std::string& addr) const;
     /// Once the hosts are known to be managers: leaves one candidate for each and checks that they agree.
@@ -70,6 +74,7 @@ private:
     mutable tp::Mutex recentCM_mutex;
     std::string m_recentCM TP_GUARDED_BY(recentCM_mutex);
     std::vector<HostPair> m_CMPortPairLst TP_GUARDED_BY(recentCM_mutex);
+    Addresses m_addresses TP_GUARDED_BY(recentCM_mutex);
     std::set<std::string> m_unavailable TP_GUARDED_BY(recentCM_mutex); ///< see noteManager
 
     mutable tp::Mutex portHubMap_mutex;

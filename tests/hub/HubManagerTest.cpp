@@ -50,6 +50,13 @@ protected:
         makeClient({.address = "127.0.1.1", .retryLimit = retryLimit});
         session.managers.addCandidate({"127.0.1.1", hub.port()});
     }
+    /// Of the addresses of managers.
+    static std::string lastDigitsOfAsked() {
+        std::string last;
+        for (const std::string& question : g_asked)
+            last += question.substr(0, question.find(':')).back();
+        return last;
+    }
     std::string portText() const { return std::to_string(hub.port()); }
 };
 
@@ -172,10 +179,29 @@ TEST_F(HubManagerTest, ManagersAreAskedAgainAndTheOneThatAnsweredFirstFromThenOn
         client->closeConnection();
         client->setRequestHUBFromCM(true);
     }
-    std::string last;
-    for (const std::string& question : g_asked)
-        last += question.substr(0, question.find(':')).back();
-    EXPECT_EQ(last, "91911");
+    EXPECT_EQ(lastDigitsOfAsked(), "91911");
+}
+
+TEST_F(HubManagerTest, AManagersNameIsAskedAtAllItsAddressesAndAtTheOneThatAnsweredFromThenOn) {
+    const Answer away{LNKAPI_ERROR_WINSOCK, ""};
+    session.managers.setAddresses({{"127.0.1.1", {"127.0.1.1", "127.0.1.5", "127.0.1.7"}}});
+    makeManaged({away, away, {0, "127.0.0.1"}});
+    session.managers.addCandidate({"127.0.1.1", 1}); // another port of the same
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(dial(*client));
+        client->closeConnection();
+        client->setRequestHUBFromCM(true);
+    }
+    EXPECT_EQ(lastDigitsOfAsked(), "1577");
+}
+
+TEST_F(HubManagerTest, AManagerThatHasNoHubAtAnotherAddressOfItsNameIsNotDialledAsOne) {
+    const Answer away{LNKAPI_ERROR_WINSOCK, ""};
+    session.managers.setAddresses({{"127.0.1.1", {"127.0.1.1", "127.0.1.5"}}});
+    makeManaged({away, {LNKAPI_ERROR_SERVER_NOT_AVAILABLE, ""}, away});
+    session.managers.addCandidate({"127.0.1.9", hub.port()});
+    EXPECT_EQ(client->connectHost(0), HubClient::Dial::AwaitsManager);
+    EXPECT_EQ(lastDigitsOfAsked(), "159");
 }
 
 TEST_F(HubManagerTest, AnEstablishedSessionAsksForEver) {

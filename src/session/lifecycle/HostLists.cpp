@@ -33,6 +33,7 @@ void HostLists::read(HostTable& hosts, ConnectionManagers& managers) {
     }
     std::vector<HostPair> added;
     std::vector<std::pair<HostPair, HostPair>> moved; ///< from one to the other
+    ConnectionManagers::Addresses addresses;
     hosts.forEachNamed([&](const std::string& hostInfo, HostConfigImpl* host) {
         if (host == nullptr) {
             eprintf(EPF_WARN,
@@ -49,7 +50,10 @@ void HostLists::read(HostTable& hosts, ConnectionManagers& managers) {
             moved.emplace_back(*before, pair);
         if (addOnce(isBackup ? backupIP2PortLst : primaryIP2PortLst, pair))
             added.push_back(pair);
+        if (std::vector<std::string> all = host->getAddresses(); !all.empty())
+            addresses[pair.addr] = std::move(all);
     });
+    managers.setAddresses(std::move(addresses));
     for (const auto& [from, to] : moved)
         managers.replaceCandidate(from, to);
     for (const HostPair& pair : added)
