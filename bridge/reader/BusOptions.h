@@ -21,9 +21,9 @@ struct BusOptions {
     std::string keyFile{};         ///< the key to it
     /// How long an answer of the engine may take, from 100 ms.
     std::chrono::milliseconds answerTimeout{2000};
-    /// How much of a stream is read again to join it where last values end. It has to be longer than what the
-    /// bridges were given as --last-every; where it isn't, updates may be missing at the join, which is a
-    /// gap.
+    /// How much of a stream is read again to join it where last values end, to an hour. It has to be longer
+    /// than what the bridges were given as --last-every; where it isn't, updates may be missing at the join,
+    /// which is a gap.
     std::chrono::milliseconds lookBack{1000};
 
     /// What happens to the connection to the engine. @thread reader

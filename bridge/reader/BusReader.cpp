@@ -15,6 +15,7 @@ namespace {
 using tivra_bus::ReaderThread;
 
 constexpr std::size_t kLongestSymbol = 32;
+constexpr std::chrono::hours kLongestLookBack{1};
 
 Error errorOf(Error::Code code, Error::Phase phase, const std::string& cause, const char* advice = "") {
     Error::Details details;
@@ -37,11 +38,19 @@ void check(const Instrument& instrument) {
                       "a source is 1 or more, a symbol has 1 to 32 characters without \"|\" and \"=\"");
 }
 
+void checkLookBack(const BusOptions& options) {
+    if (options.lookBack < std::chrono::milliseconds::zero() || options.lookBack > kLongestLookBack)
+        throw errorOf(Error::Code::InvalidOption, Error::Phase::Options,
+                      fmt::format("lookBack can't be {} ms", options.lookBack.count()),
+                      "it is 0 to 3600000 ms, and more than the bridges' --last-every");
+}
+
 } // namespace
 
 BusReader::BusReader(std::shared_ptr<ReaderThread> thread) noexcept : m_thread(std::move(thread)) {}
 
 BusReader BusReader::open(BusOptions options, std::unique_ptr<tivra_bus::BusSource> source) {
+    checkLookBack(options);
     try {
         auto thread = std::make_shared<ReaderThread>(std::move(options), std::move(source));
         thread->begin();
@@ -52,6 +61,7 @@ BusReader BusReader::open(BusOptions options, std::unique_ptr<tivra_bus::BusSour
 }
 
 BusReader BusReader::open(BusOptions options) {
+    checkLookBack(options);
     tivra_bus::SourceOpener opener;
     try {
         opener = tivra_bus::openerOf(options);

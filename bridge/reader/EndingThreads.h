@@ -2,6 +2,7 @@
 
 #include <tp/Mutex.h>
 
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -15,14 +16,20 @@ public:
     /// Has to be called before the first of the threads begins, so that it ends after what they use.
     static EndingThreads& instance();
 
-    void add(std::thread&& thread);
+    /// @param running  expires as the thread ends
+    void add(std::thread&& thread, std::weak_ptr<const void> running);
 
 private:
+    struct Ending {
+        std::thread thread;
+        std::weak_ptr<const void> running;
+    };
+
     EndingThreads() = default;
     ~EndingThreads();
 
     tp::Mutex m_mutex;
-    std::vector<std::thread> m_threads TP_GUARDED_BY(m_mutex);
+    std::vector<Ending> m_threads TP_GUARDED_BY(m_mutex);
 };
 
 } // namespace tivra_bus

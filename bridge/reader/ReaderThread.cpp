@@ -56,8 +56,10 @@ ReaderThread::~ReaderThread() {
 void ReaderThread::begin() {
     (void)EndingThreads::instance();
     const tp::MutexLock lock(m_mutex);
+    const auto running = std::make_shared<const int>();
+    m_running = running;
     // The thread keeps this alive when it is closed in a handler of its own.
-    m_thread = std::thread([self = shared_from_this()]() mutable {
+    m_thread = std::thread([running, self = shared_from_this()]() mutable {
         self->run();
         self.reset();
     });
@@ -68,11 +70,13 @@ void ReaderThread::close() {
     m_isEnding = true;
     std::vector<std::weak_ptr<SubscriptionState>> subscriptions;
     std::thread thread;
+    std::weak_ptr<const void> running;
     bool isOwn = false;
     {
         const tp::MutexLock lock(m_mutex);
         subscriptions.swap(m_subscriptions);
         thread.swap(m_thread);
+        running = m_running;
         isOwn = m_threadId == std::this_thread::get_id();
     }
     for (const auto& each : subscriptions)
@@ -81,7 +85,7 @@ void ReaderThread::close() {
     m_inbox->close();
     if (isOwn) {
         if (thread.joinable())
-            EndingThreads::instance().add(std::move(thread));
+            EndingThreads::instance().add(std::move(thread), std::move(running));
         return;
     }
     if (thread.joinable())
@@ -105,7 +109,11 @@ std::shared_ptr<SubscriptionState> ReaderThread::subscribe(const std::vector<tiv
             throw tivra::Error({tivra::Error::Code::Closed, tivra::Error::Phase::Request,
                                 "the reader of the bus has been closed", "", "", 0, "", 0});
         m_new.push_back(subscription);
-        std::erase_if(m_subscriptions, [](const auto& each) { return each.expired(); });
+        // Not each time: there may be one for each of very many symbols.
+        if (m_subscriptions.size() >= m_lookForEndedAt) {
+            std::erase_if(m_subscriptions, [](const auto& each) { return each.expired(); });
+            m_lookForEndedAt = std::max(2 * m_subscriptions.size(), kFewSubscriptions);
+        }
         m_subscriptions.push_back(subscription);
     }
     m_inbox->wake();
@@ -334,10 +342,8 @@ void ReaderThread::askLastValues(std::vector<SymbolTrack*>& tracks, Clock::time_
 }
 
 const FieldTypes& ReaderThread::typesOf(std::uint64_t revision) {
-    const Clock::time_point now = Clock::now();
-    if (revision == m_typesRevision || now < m_typesAfter)
+    if (revision == m_typesRevision || Clock::now() < m_typesAfter)
         return m_types;
-    m_typesAfter = now + seconds(1);
     try {
         if (const std::string text = m_source->dictionary(); !text.empty())
             takeDictionary(text);
@@ -345,6 +351,8 @@ const FieldTypes& ReaderThread::typesOf(std::uint64_t revision) {
     } catch (const BusError& error) {
         report({tivra::BusProblem::Kind::Engine, -1, 0, error.what()});
     }
+    // From when it has answered or hasn't, or batches that wait would each wait for it again.
+    m_typesAfter = Clock::now() + seconds(1);
     return m_types;
 }
 

@@ -45,6 +45,8 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    static constexpr std::size_t kFewSubscriptions = 64;
+
     /// How a source is, by what the bridges say of it.
     struct Source {
         std::string state = "up";
@@ -90,11 +92,13 @@ private:
     FieldTypes m_sharedTypes TP_GUARDED_BY(m_mutex); ///< what the thread's own are, for others to ask
     std::vector<std::shared_ptr<SubscriptionState>> m_new TP_GUARDED_BY(m_mutex);
     std::vector<std::weak_ptr<SubscriptionState>> m_subscriptions TP_GUARDED_BY(m_mutex);
+    std::size_t m_lookForEndedAt TP_GUARDED_BY(m_mutex) = kFewSubscriptions; ///< so many of them
     std::atomic<bool> m_isEnding{false};
     tp::ConditionVariable m_ended;
     bool m_hasEnded TP_GUARDED_BY(m_mutex) = false; ///< nothing is called any more
     std::thread::id m_threadId TP_GUARDED_BY(m_mutex);
-    std::thread m_thread TP_GUARDED_BY(m_mutex); ///< until somebody closes
+    std::thread m_thread TP_GUARDED_BY(m_mutex);                ///< until somebody closes
+    std::weak_ptr<const void> m_running TP_GUARDED_BY(m_mutex); ///< expires as the thread ends
 };
 
 } // namespace tivra_bus

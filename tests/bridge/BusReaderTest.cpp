@@ -10,6 +10,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <fstream>
+#include <future>
 #include <mutex>
 #include <numeric>
 #include <string>
@@ -390,6 +392,50 @@ TEST_F(BusReader, AProcessEndsAfterTheHandlerThatHasClosedItsReader) {
     writer.image(1).close();
     writer.last(1);
     EXPECT_EXIT(endWhileAHandlerRuns(engine), testing::ExitedWithCode(0), "");
+}
+
+namespace {
+
+/// In pages.
+std::size_t addressSpace() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages;
+}
+
+} // namespace
+
+TEST_F(BusReader, ThreadsThatEndInAHandlerGiveTheirMemoryBack) {
+    writer.image(1).close();
+    writer.last(1);
+    const auto closeInItsHandler = [this] {
+        tivra::BusReader own = open();
+        std::promise<void> closed;
+        tivra::BusHandlers handlers;
+        handlers.onUpdate = [&](const tivra::BusUpdate&) {
+            own.close();
+            closed.set_value();
+        };
+        const tivra::BusSubscription subscription = own.subscribe(100, {"IBM"}, handlers);
+        closed.get_future().wait();
+    };
+    constexpr std::size_t kRounds = 100;
+    for (std::size_t i = 0; i < kRounds; ++i)
+        closeInItsHandler();
+    const std::size_t before = addressSpace();
+    for (std::size_t i = 0; i < kRounds; ++i)
+        closeInItsHandler();
+    // A thread's stack is of 8 MiB, which are 2048 pages.
+    EXPECT_LT(addressSpace(), before + kRounds * 2048 / 2);
+}
+
+TEST_F(BusReader, ALookBackThatCannotBeMeantIsRefused) {
+    for (const milliseconds wrong : {milliseconds(-1), milliseconds(3'600'001), milliseconds::max()}) {
+        tivra::BusOptions options;
+        options.lookBack = wrong;
+        EXPECT_THROW((void)tivra::BusReader::open(options, std::make_unique<FakeSource>(engine)),
+                     tivra::Error);
+    }
 }
 
 TEST_F(BusReader, AHandlerMayThrowAndMayCloseItsSubscription) {

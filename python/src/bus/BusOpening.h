@@ -17,13 +17,13 @@ class BusOpening {
 public:
     explicit BusOpening(tivra::BusOptions options)
         : m_endings(tivra_bus::EndingThreads::instance())
-        , m_thread([options = std::move(options), result = m_result.shared()]() mutable {
+        , m_thread([options = std::move(options), running = m_running, result = m_result.shared()]() mutable {
             result->complete(tivra::BusReader::tryOpen(std::move(options)));
         }) {}
     /// Nobody waits for an engine that doesn't answer.
     ~BusOpening() {
         if (m_thread.joinable())
-            m_endings.add(std::move(m_thread));
+            m_endings.add(std::move(m_thread), std::exchange(m_running, nullptr));
     }
     BusOpening(const BusOpening&) = delete;
     BusOpening& operator=(const BusOpening&) = delete;
@@ -34,6 +34,7 @@ private:
     /// With a reader, if nobody has taken it.
     Unlocked<Pending<tivra::BusReader>> m_result{std::make_shared<Pending<tivra::BusReader>>()};
     tivra_bus::EndingThreads& m_endings;
+    std::shared_ptr<const void> m_running = std::make_shared<const int>(); ///< which the thread shares
     std::thread m_thread;
 };
 
