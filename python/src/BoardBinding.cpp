@@ -37,6 +37,7 @@ public:
 
     std::size_t add(const std::vector<Instrument>& instruments) { return m_group.add(instruments); }
     std::size_t remove(const std::vector<Instrument>& instruments) { return m_group.remove(instruments); }
+    std::size_t forgetClosed() { return m_board.forgetClosed(); }
     [[nodiscard]] std::optional<BoardRow> find(const Instrument& instrument) const {
         return m_board.find(instrument.source, instrument.symbol);
     }
@@ -48,6 +49,7 @@ public:
     }
     [[nodiscard]] std::vector<Instrument> instruments() const { return m_board.instruments(); }
     [[nodiscard]] tivra::BoardStatistics statistics() const { return m_board.statistics(); }
+    [[nodiscard]] std::uint64_t leftOut() const { return m_board.leftOut(); }
 
 private:
     const std::shared_ptr<tivra::Feed> m_feed;
@@ -108,15 +110,18 @@ template<class Holder>
 template<class Holder>
 [[nodiscard]] nb::dict statisticsOf(const Holder& self) {
     tivra::BoardStatistics figures;
+    std::uint64_t leftOut = 0;
     {
         const Unlock released;
         figures = self->statistics();
+        leftOut = self->leftOut();
     }
     nb::dict statistics;
     statistics["symbols"] = figures.symbols;
     statistics["bytes"] = figures.bytes;
     statistics["changes"] = figures.changes;
     statistics["refused"] = figures.refused;
+    statistics["left_out"] = leftOut;
     return statistics;
 }
 
@@ -141,6 +146,8 @@ void bindBoard(nb::module_& module, const char* name, const char* doc) {
                 return self->remove(instrumentsOf(source, symbols));
             },
             Released())
+        .def(
+            "forget_closed", [](const Holder& self) { return self->forgetClosed(); }, Released())
         .def("find", &find<Holder>)
         .def("changed_since", &changedSince<Holder>)
         .def("instruments", &instrumentsIn<Holder>)

@@ -9,6 +9,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import threading
 
 import pytest
 
@@ -126,6 +127,18 @@ def test_a_bridge_that_is_replaced_is_a_gap(hub, bridge, feed):
         if gaps:
             break
     assert [gap.cause for gap in gaps] == ["takeover"]
+
+
+def test_a_reader_that_blocks_the_bus_can_end_what_it_reads(hub, feed):
+    sub = feed.subscribe(100, "IBM", fields=["BID"], max_rows=10, policy="block")
+    wait_live(sub, "IBM")
+    publish_bids(hub, 500)
+    wait_until(lambda: sub.stats()["waiting"] >= 9)
+    removing = threading.Thread(target=sub.remove, args=("IBM",), daemon=True)
+    removing.start()
+    removing.join(20)
+    assert not removing.is_alive()
+    wait_live(feed.subscribe(100, "AIG"), "AIG")
 
 
 @pytest.mark.parametrize("policy", ["drop_oldest", "block"])

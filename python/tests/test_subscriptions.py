@@ -423,6 +423,10 @@ def test_the_board_keeps_the_last_values(hub, feed):
     assert "1.5" in board._repr_html_()
     with pytest.raises(KeyError):
         board[100, "NONE"]
+    assert board.remove(100, "AIG") == 1
+    wait_until(lambda: board[100, "AIG"].state == "closed")
+    assert board.stats()["symbols"] == 2 and board.stats()["left_out"] == 0
+    assert board.forget_closed() == 1 and list(board) == [(100, "IBM")]
     hub.stop()
     wait_until(lambda: board[100, "IBM"].stale)
 

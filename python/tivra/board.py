@@ -73,6 +73,10 @@ class Board:
         """Ends their subscriptions; their rows stay, as CLOSED. :return: how many have ended."""
         return int(self._native.remove(_arguments.integer("source", source), _arguments.texts("symbols", symbols)))
 
+    def forget_closed(self) -> int:
+        """Drops the rows that are CLOSED. :return: how many there were."""
+        return int(self._native.forget_closed())
+
     def __getitem__(self, key: tuple[int, str]) -> BoardRow:
         if not isinstance(key, tuple) or len(key) != 2:
             raise TypeError(f"a row is asked for by its source and symbol, not by {key!r}")
@@ -92,7 +96,8 @@ class Board:
         return [_row(row) for row in rows]
 
     def stats(self) -> dict[str, int]:
-        """Symbols, the bytes that they take, changes, and updates refused for want of room."""
+        """Symbols, those that are CLOSED included, and the bytes that they take; changes; and what had no room: updates
+        of symbols that were refused, and values that were left out of their rows."""
         return dict(self._native.statistics())
 
     def __contains__(self, key: object) -> bool:

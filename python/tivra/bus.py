@@ -59,8 +59,8 @@ class Bus(Subscribing):
     :param ca_file: certificates that the engine's is checked with; turns TLS on.
     :param certificate_file: of this program, with ``key_file``.
     :param answer_timeout: seconds that an answer of the engine may take, from 0.1.
-    :param look_back: seconds of the stream that are read again to join it where last values end; more than what bridges
-        were given as ``--last-every``.
+    :param look_back: seconds of the stream that are read again to join it where last values end, to 3600; more than what
+        bridges were given as ``--last-every``.
     :param request_timeout: seconds that snapshot() waits unless told otherwise.
     :param on_state: called with a FeedStateChange, on a thread of the library.
     :param on_error: called with a Problem, on a thread of the library.

@@ -26,6 +26,8 @@ tivra::Field BusConnection::field(const std::string& name) const {
 
 void BusConnection::enter(const std::shared_ptr<BusInlet>& inlet) {
     const tp::MutexLock lock(m_mutex);
+    if (m_isClosed)
+        inlet->endWaiting();
     std::erase_if(m_inlets, [](const auto& each) { return each.expired(); });
     m_inlets.push_back(inlet);
 }
@@ -36,6 +38,7 @@ void BusConnection::close() {
     std::vector<std::weak_ptr<BusInlet>> inlets;
     {
         const tp::MutexLock lock(m_mutex);
+        m_isClosed = true;
         inlets.swap(m_inlets);
     }
     for (const auto& each : inlets)

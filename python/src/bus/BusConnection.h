@@ -42,6 +42,7 @@ private:
     const BusFields m_fields;
     tp::Mutex m_mutex;
     std::vector<std::weak_ptr<BusInlet>> m_inlets TP_GUARDED_BY(m_mutex);
+    bool m_isClosed TP_GUARDED_BY(m_mutex) = false;
 };
 
 } // namespace tivra_python

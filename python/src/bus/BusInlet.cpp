@@ -59,6 +59,7 @@ tivra::BusHandlers BusInlet::handlers(std::uint64_t group) {
 void BusInlet::take(std::uint64_t group, const tivra::Instrument& instrument, Event&& event) {
     const bool isUpdate = !event.state && !event.gap;
     const bool isHeard = m_sink->hears(event);
+    std::uint64_t order = 0;
     {
         const tp::MutexLock lock(m_mutex);
         const auto found = m_symbols.find(instrument);
@@ -75,11 +76,11 @@ void BusInlet::take(std::uint64_t group, const tivra::Instrument& instrument, Ev
         // With the lock, so that nothing comes after the end of a symbol.
         // A callback of updates takes them alone.
         if (!isUpdate || !isHeard)
-            m_queue->push(isHeard ? Event(event) : std::move(event));
+            order = m_queue->push(isHeard ? Event(event) : std::move(event));
     }
     if (isHeard)
         m_sink->call(event);
-    m_queue->waitForRoom();
+    m_queue->waitForRoom(order);
 }
 
 std::vector<tivra::Instrument> BusInlet::enter(const std::vector<tivra::Instrument>& instruments,
@@ -92,6 +93,7 @@ std::vector<tivra::Instrument> BusInlet::enter(const std::vector<tivra::Instrume
         symbol.subscription = m_lastSubscription + 1;
         if (m_symbols.emplace(instrument, std::move(symbol)).second) {
             ++m_lastSubscription;
+            ++m_groups[group];
             entered.push_back(instrument);
         }
     }
@@ -101,11 +103,21 @@ std::vector<tivra::Instrument> BusInlet::enter(const std::vector<tivra::Instrume
 void BusInlet::forget(const std::vector<tivra::Instrument>& instruments) {
     const tp::MutexLock lock(m_mutex);
     for (const tivra::Instrument& instrument : instruments)
-        m_symbols.erase(instrument);
+        if (const auto found = m_symbols.find(instrument); found != m_symbols.end())
+            remove(found);
 }
 
-std::size_t BusInlet::leave(const std::vector<tivra::Instrument>& instruments) {
-    std::size_t count = 0;
+bool BusInlet::remove(std::map<tivra::Instrument, Symbol>::iterator symbol) {
+    const auto group = m_groups.find(symbol->second.group);
+    m_symbols.erase(symbol);
+    if (--group->second != 0)
+        return false;
+    m_groups.erase(group);
+    return true;
+}
+
+BusInlet::Left BusInlet::leave(const std::vector<tivra::Instrument>& instruments) {
+    Left left;
     const tp::MutexLock lock(m_mutex);
     for (const tivra::Instrument& instrument : instruments) {
         const auto found = m_symbols.find(instrument);
@@ -120,18 +132,14 @@ std::size_t BusInlet::leave(const std::vector<tivra::Instrument>& instruments) {
         event.subscription = found->second.subscription;
         if (change.from != tivra::DataState::Refused && change.from != tivra::DataState::Closed)
             m_queue->push(std::move(event));
-        m_symbols.erase(found);
-        ++count;
+        ++left.count;
+        const std::uint64_t group = found->second.group;
+        if (remove(found))
+            left.groups.push_back(group);
     }
-    return count;
-}
-
-bool BusInlet::hasGroup(std::uint64_t group) const {
-    const tp::MutexLock lock(m_mutex);
-    for (const auto& [instrument, symbol] : m_symbols)
-        if (symbol.group == group)
-            return true;
-    return false;
+    // Whoever ends these subscriptions waits for their handlers, and may be the only one who reads.
+    m_queue->letPass();
+    return left;
 }
 
 std::optional<tivra::DataState> BusInlet::state(const tivra::Instrument& instrument) const {

@@ -34,9 +34,14 @@ public:
                                                        std::uint64_t group) TP_EXCLUDES(m_mutex);
     /// They were never subscribed.
     void forget(const std::vector<tivra::Instrument>& instruments) TP_EXCLUDES(m_mutex);
-    /// They have ended: what still comes for them is passed over.
-    std::size_t leave(const std::vector<tivra::Instrument>& instruments) TP_EXCLUDES(m_mutex);
-    [[nodiscard]] bool hasGroup(std::uint64_t group) const TP_EXCLUDES(m_mutex);
+    /// What has ended, and the groups of which nothing is left.
+    struct Left {
+        std::size_t count = 0;
+        std::vector<std::uint64_t> groups;
+    };
+    /// They have ended: what still comes for them is passed over, and no delivery for them waits for the
+    /// reader.
+    Left leave(const std::vector<tivra::Instrument>& instruments) TP_EXCLUDES(m_mutex);
     /// No delivery waits for the reader any more.
     void endWaiting() { m_queue->endWaiting(); }
 
@@ -55,6 +60,8 @@ private:
         std::optional<std::chrono::system_clock::time_point> lastUpdate;
     };
 
+    /// @return whether it was the last of its group
+    bool remove(std::map<tivra::Instrument, Symbol>::iterator symbol) TP_REQUIRES(m_mutex);
     void take(std::uint64_t group, const tivra::Instrument& instrument, Event&& event) TP_EXCLUDES(m_mutex);
 
     const BusFields m_fields;
@@ -62,6 +69,7 @@ private:
     const std::shared_ptr<StreamSink> m_sink;
     mutable tp::Mutex m_mutex;
     std::map<tivra::Instrument, Symbol> m_symbols TP_GUARDED_BY(m_mutex);
+    std::map<std::uint64_t, std::size_t> m_groups TP_GUARDED_BY(m_mutex); ///< how many symbols each has
     std::uint64_t m_lastSubscription TP_GUARDED_BY(m_mutex) = 0;
     std::uint64_t m_updates TP_GUARDED_BY(m_mutex) = 0;
     std::uint64_t m_gaps TP_GUARDED_BY(m_mutex) = 0;

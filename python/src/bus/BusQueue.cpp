@@ -24,18 +24,29 @@ bool BusQueue::isFull() const {
     return m_figures.updates > m_options.maxUpdates || m_bytes > m_options.maxBytes;
 }
 
-void BusQueue::push(Event&& event) {
+std::uint64_t BusQueue::push(Event&& event) {
     const tp::MutexLock lock(m_mutex);
     const bool isUpdate = !event.state && !event.gap;
     Lane& lane = m_lanes[{event.source, event.symbol}];
     ++m_order;
-    if (isUpdate ? merge(lane, event) : mergeNotice(lane.noticesOf(event), event))
-        return;
+    if (!(isUpdate ? merge(lane, event) : mergeNotice(lane.noticesOf(event), event)))
+        append(lane, std::move(event), isUpdate);
+    // What is merged takes room too.
+    while (m_options.policy != tivra::QueuePolicy::Block && isFull() && m_figures.updates > 1)
+        dropOldest();
+    m_figures.events = m_nodes.size();
+    m_descriptor.set(true);
+    m_hasEvents.notifyAll();
+    return m_order;
+}
+
+void BusQueue::append(Lane& lane, Event&& event, bool isUpdate) {
     Node node{std::move(event), 0, m_order, isUpdate};
     node.bytes = isUpdate ? bytesOf(node.event) : 0;
     m_bytes += node.bytes;
     m_figures.updates += isUpdate ? 1 : 0;
     m_nodes.push_back(std::move(node));
+    ++lane.waiting;
     lane.hasLast = isUpdate;
     const auto place = std::prev(m_nodes.end());
     if (isUpdate) {
@@ -45,11 +56,6 @@ void BusQueue::push(Event&& event) {
         ++notices.count;
         notices.last = place;
     }
-    while (m_options.policy != tivra::QueuePolicy::Block && isFull() && m_figures.updates > 1)
-        dropOldest();
-    m_figures.events = m_nodes.size();
-    m_descriptor.set(true);
-    m_hasEvents.notifyAll();
 }
 
 bool BusQueue::merge(Lane& lane, const Event& event) {
@@ -103,20 +109,27 @@ void BusQueue::dropOldest() {
     m_figures.merged -= oldest->event.merged;
     if (lane.hasLast && lane.last == oldest)
         lane.hasLast = false;
-    forget(*oldest);
+    forget(lane, *oldest);
     m_nodes.erase(oldest);
 }
 
-void BusQueue::forget(const Node& node) {
+void BusQueue::forget(Lane& lane, const Node& node) {
+    --lane.waiting;
     m_bytes -= node.bytes;
     m_figures.updates -= node.isUpdate ? 1 : 0;
 }
 
-void BusQueue::waitForRoom() {
+void BusQueue::waitForRoom(std::uint64_t order) {
     const tp::MutexLock lock(m_mutex);
-    while (m_options.policy == tivra::QueuePolicy::Block && !m_isWaitingOver &&
+    while (m_options.policy == tivra::QueuePolicy::Block && !m_isWaitingOver && order > m_passes &&
            (m_figures.updates >= m_options.maxUpdates || m_bytes >= m_options.maxBytes))
         m_hasRoom.wait(m_mutex);
+}
+
+void BusQueue::letPass() {
+    const tp::MutexLock lock(m_mutex);
+    m_passes = m_order;
+    m_hasRoom.notifyAll();
 }
 
 void BusQueue::endWaiting() {
@@ -135,7 +148,8 @@ std::size_t BusQueue::poll(std::size_t most, const Handler& handler) {
                 break;
             taken.splice(taken.begin(), m_nodes, m_nodes.begin());
             Node& node = taken.front();
-            Lane& lane = m_lanes[{node.event.source, node.event.symbol}];
+            const auto place = m_lanes.find({node.event.source, node.event.symbol});
+            Lane& lane = place->second;
             if (lane.hasLast && lane.last == taken.begin())
                 lane.hasLast = false;
             if (!node.isUpdate)
@@ -143,7 +157,11 @@ std::size_t BusQueue::poll(std::size_t most, const Handler& handler) {
             // A state may have come before what was dropped.
             if (lane.dropped != 0 && node.isUpdate && node.order > lane.droppedAt)
                 node.event.dropped = std::exchange(lane.dropped, 0);
-            forget(node);
+            forget(lane, node);
+            // Symbols may come and go for as long as the queue lives.
+            if (lane.waiting == 0 && lane.dropped == 0 && node.event.state &&
+                node.event.state->to == tivra::DataState::Closed)
+                m_lanes.erase(place);
             m_figures.events = m_nodes.size();
             m_descriptor.set(!m_nodes.empty());
             m_hasRoom.notifyAll();

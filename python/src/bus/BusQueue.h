@@ -23,9 +23,14 @@ public:
     /// @throws tivra::Error (InvalidArgument)
     BusQueue(const tivra::QueueOptions& options, BusFields fields);
 
-    void push(Event&& event) TP_EXCLUDES(m_mutex);
-    /// Where the policy is to block: until the reader has made room, or endWaiting().
-    void waitForRoom() TP_EXCLUDES(m_mutex);
+    /// @return how many have been pushed, this one included
+    std::uint64_t push(Event&& event) TP_EXCLUDES(m_mutex);
+    /// Where the policy is to block: until the reader has made room, or need not.
+    /// @param order  what push() has returned
+    void waitForRoom(std::uint64_t order) TP_EXCLUDES(m_mutex);
+    /// Nobody waits for room who has pushed before now.
+    void letPass() TP_EXCLUDES(m_mutex);
+    /// Nobody waits any more.
     void endWaiting() TP_EXCLUDES(m_mutex);
 
     std::size_t poll(std::size_t most, const Handler& handler) override TP_EXCLUDES(m_mutex);
@@ -49,6 +54,7 @@ private:
     };
     /// What is known of a symbol.
     struct Lane {
+        std::size_t waiting = 0;     ///< events
         std::uint64_t dropped = 0;   ///< that nobody has been told of
         std::uint64_t droppedAt = 0; ///< the order of the last of them
         Nodes::iterator last;        ///< its update that waits and that others are merged into
@@ -60,10 +66,11 @@ private:
     };
 
     [[nodiscard]] bool isFull() const TP_REQUIRES(m_mutex);
+    void append(Lane& lane, Event&& event, bool isUpdate) TP_REQUIRES(m_mutex);
     [[nodiscard]] bool merge(Lane& lane, const Event& event) TP_REQUIRES(m_mutex);
     [[nodiscard]] bool mergeNotice(Notices& notices, const Event& event) TP_REQUIRES(m_mutex);
     void dropOldest() TP_REQUIRES(m_mutex);
-    void forget(const Node& node) TP_REQUIRES(m_mutex);
+    void forget(Lane& lane, const Node& node) TP_REQUIRES(m_mutex);
 
     const tivra::QueueOptions m_options;
     const BusFields m_fields;
@@ -75,6 +82,7 @@ private:
     EventQueueFigures m_figures TP_GUARDED_BY(m_mutex);
     std::size_t m_bytes TP_GUARDED_BY(m_mutex) = 0;
     std::uint64_t m_order TP_GUARDED_BY(m_mutex) = 0;
+    std::uint64_t m_passes TP_GUARDED_BY(m_mutex) = 0; ///< see letPass()
     bool m_isWaitingOver TP_GUARDED_BY(m_mutex) = false;
     tivra_internal::ReadyDescriptor m_descriptor TP_GUARDED_BY(m_mutex);
 };

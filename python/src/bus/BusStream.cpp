@@ -54,21 +54,13 @@ std::size_t BusStream::add(const std::vector<tivra::Instrument>& instruments) {
 }
 
 std::size_t BusStream::remove(const std::vector<tivra::Instrument>& instruments) {
-    const std::size_t count = m_inlet->leave(instruments);
-    std::vector<tivra::BusSubscription> ended;
-    {
-        const tp::MutexLock lock(m_mutex);
-        for (auto each = m_subscriptions->begin(); each != m_subscriptions->end();) {
-            if (m_inlet->hasGroup(each->first)) {
-                ++each;
-                continue;
-            }
-            ended.push_back(std::move(each->second));
-            each = m_subscriptions->erase(each);
-        }
-    }
     // Their destructors wait for callbacks, which may ask this.
-    return count;
+    std::vector<Subscriptions::node_type> ended;
+    const tp::MutexLock lock(m_mutex);
+    const BusInlet::Left left = m_inlet->leave(instruments);
+    for (const std::uint64_t group : left.groups)
+        ended.push_back(m_subscriptions->extract(group));
+    return left.count;
 }
 
 void BusStream::addWildcard(int, const std::string&) {

@@ -2,7 +2,9 @@
 
 #include <memory>
 
+#include <feed/LeaveAlive.h>
 #include <feed/Record.h>
+#include <tp/Process.h>
 
 #include "Pending.h"
 #include "bus/BusConnection.h"
@@ -14,12 +16,21 @@ class PendingLast {
 public:
     /// @throws tivra::Error as BusReader::subscribe
     PendingLast(const std::shared_ptr<BusConnection>& bus, const tivra::Instrument& instrument)
-        : m_bus(bus), m_subscription(bus->reader().subscribe({instrument}, handlers(bus->fields()))) {}
+        : m_bus(bus)
+        , m_subscription(std::make_shared<tivra::BusSubscription>(
+              bus->reader().subscribe({instrument}, handlers(bus->fields())))) {}
+    ~PendingLast() {
+        // A child that was forked has none of the threads that may be in their handlers.
+        if (m_process.isForeign())
+            tivra_internal::leaveAlive(m_subscription);
+    }
+    PendingLast(const PendingLast&) = delete;
+    PendingLast& operator=(const PendingLast&) = delete;
 
     [[nodiscard]] Pending<tivra::Record>& result() const noexcept { return *m_result; }
     /// Whoever waits gets the error (Cancelled).
     void cancel() {
-        m_subscription.close();
+        m_subscription->close();
         complete(tivra::Error::Code::Cancelled, "the request has been given up");
     }
 
@@ -46,9 +57,10 @@ private:
         complete(*m_result, code, cause);
     }
 
+    const tp::ProcessMark m_process;
     const std::shared_ptr<BusConnection> m_bus;
     const Result m_result = std::make_shared<Pending<tivra::Record>>();
-    tivra::BusSubscription m_subscription;
+    std::shared_ptr<tivra::BusSubscription> m_subscription;
 };
 
 } // namespace tivra_python
