@@ -72,8 +72,8 @@ FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, ItemKind kind, int so
 void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Update::Kind kind) {
     const Turn turn(*this);
     const bool isNewHome = m_home != &stream && addHome(stream);
-    // An update of the next connection may come before the image.
-    if (isNewHome ||
+    // An update of the next connection, or by a request that is about to end, may come before the image.
+    if (isNewHome || m_asked == Asked::Anew ||
         (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live))
         beginImage();
     UpdateData data{message, stream.fields(), kind, nullptr, &stream.times()};
@@ -83,6 +83,14 @@ void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Updat
         if (!subscription.hasEnded())
             subscription.update(data, m_registry->callbacks(), stream.now());
     });
+    if (m_asked == Asked::AndServed)
+        return;
+    if (kind == Update::Kind::Image) {
+        m_asked = Asked::AndServed;
+        return;
+    }
+    m_asked = Asked::AnewButUpdated;
+    beginGap(tivra::Gap::Cause::Withdrawal);
 }
 
 void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message) {
@@ -98,6 +106,7 @@ void FeedItem::finishImage(FeedStream& stream) {
     if (m_home == nullptr && m_otherHomes == nullptr)
         addHome(stream);
     beginImage();
+    m_asked = Asked::AndServed;
     m_isWithdrawn.store(false, std::memory_order_relaxed);
     m_wasLive.store(true, std::memory_order_relaxed);
     m_state = DataState::Live;
@@ -162,6 +171,7 @@ void FeedItem::restore() {
     const Turn turn(*this);
     if (!m_isWithdrawn.exchange(false, std::memory_order_relaxed) || m_state != DataState::Stale)
         return;
+    m_asked = Asked::Anew;
     m_state = DataState::Recovering;
     changeAll(DataState::Recovering, kRestored);
 }

@@ -100,6 +100,10 @@ private:
     class Turn;
     friend class Turn;
 
+    /// What comes before the image of a request that followed another one came by that one, which ended:
+    /// there may be a gap before it, and there may be another one behind it.
+    enum class Asked : std::uint8_t { AndServed, Anew, AnewButUpdated };
+
     void enterAdded() TP_REQUIRES(m_turn);
     void endTurn() TP_NO_THREAD_SAFETY_ANALYSIS;
     void dropClosedLater();
@@ -136,6 +140,7 @@ private:
     std::atomic<bool> m_isUnasked{false};
     tivra::Gap::Cause m_gapCause TP_GUARDED_BY(m_turn) = tivra::Gap::Cause::Loss; ///< of the gap that is open
     tivra::DataState m_state TP_GUARDED_BY(m_turn) = tivra::DataState::Pending;
+    Asked m_asked TP_GUARDED_BY(m_turn) = Asked::AndServed;
     ItemTurn m_turn;
     /// The one subscription that most have, or null; others stand in m_others.
     std::shared_ptr<SubscriptionState> m_first TP_GUARDED_BY(m_turn);

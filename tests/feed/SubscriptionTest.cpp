@@ -156,6 +156,27 @@ TEST_F(SubscriptionTest, AWithdrawnSourceIsStaleUntilItIsGrantedAgain) {
     EXPECT_TRUE(waitForSubscribed(0));
 }
 
+TEST_F(SubscriptionTest, UpdatesBetweenTheGrantOfASourceAndItsImageStandBetweenGaps) {
+    auto ibm = feed.subscribe({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    hub.withdrawSource(100);
+    ASSERT_TRUE(story.waitFor("IBM Stale"));
+    hub.clearRequests();
+    hub.ignore("QuerySnapAndSubscribe", 1);
+    hub.grantSource(100);
+    const auto request = hub.waitForCommand("QuerySnapAndSubscribe");
+    ASSERT_TRUE(request);
+    for (const int price : {7, 8})
+        hub.pushToAll(Record(100, "IBM").add(token::BID, price));
+    hub.pushToAll(
+        Record(100, "IBM").add(token::TAG, static_cast<long long>(request->tag)).add(token::BID, 9));
+    hub.pushToAll(Record(100, "IBM").add(token::BID, 10));
+    ASSERT_TRUE(story.waitFor("IBM update 10"));
+    EXPECT_THAT(story.lines(), ElementsAre("IBM image", "IBM Live", "IBM Stale", "IBM Recovering",
+                                           "IBM gap by withdrawal", "IBM update 7", "IBM update 8",
+                                           "IBM gap by withdrawal", "IBM image", "IBM update 10"));
+}
+
 TEST_F(SubscriptionTest, WhatAWithdrawnSourceIsRefusedForComesBackWithIt) {
     auto ibm = feed.subscribe({100, "IBM"}, write());
     ASSERT_TRUE(story.waitFor("IBM Live"));
