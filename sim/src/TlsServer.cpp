@@ -3,9 +3,10 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <cerrno>
-#include <csignal>
-#include <ctime>
 #include <string>
 
 namespace tivra_sim {
@@ -22,66 +23,80 @@ struct Free {
 using Context = std::unique_ptr<SSL_CTX, Free<&SSL_CTX_free>>;
 using Session = std::unique_ptr<SSL, Free<&SSL_free>>;
 
-/// OpenSSL writes to a socket in a way that raises SIGPIPE, which would end the process.
-class NoBrokenPipe {
-public:
-    NoBrokenPipe() {
-        sigemptyset(&m_pipe);
-        sigaddset(&m_pipe, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &m_pipe, &m_before);
-    }
-    ~NoBrokenPipe() {
-        const int error = errno;
-        const timespec now{};
-        if (!m_wasPending)
-            static_cast<void>(sigtimedwait(&m_pipe, nullptr, &now));
-        pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-        errno = error;
-    }
-    NoBrokenPipe(const NoBrokenPipe&) = delete;
-    NoBrokenPipe& operator=(const NoBrokenPipe&) = delete;
-
-private:
-    sigset_t m_pipe{};
-    sigset_t m_before{};
-    bool m_wasPending = false;
-};
+/// Records that go to the socket at once, as plain bytes would: one system call for each would wake a client
+/// for every record.
+constexpr std::size_t kRecordsAtOnce = 8;
 
 class OpenSslSession final : public TlsSession {
 public:
-    explicit OpenSslSession(Session session) : m_session(std::move(session)) {}
+    OpenSslSession(int fd, Session session) : m_fd(fd), m_session(std::move(session)) {}
 
     ssize_t receive(void* into, std::size_t length) override {
-        const NoBrokenPipe guard;
         std::size_t count = 0;
         ERR_clear_error();
         const int result = SSL_read_ex(m_session.get(), into, length, &count);
-        return result == 1 ? static_cast<ssize_t>(count) : failed(result);
+        const ssize_t received = result == 1 ? static_cast<ssize_t>(count) : failed(result);
+        const int error = errno;
+        static_cast<void>(sendSealed()); // the handshake's part; what has broken shows in the next read
+        errno = error;
+        return received;
     }
 
+    // What is sealed stays so: it counts as sent once the socket has all of it.
     ssize_t send(const void* bytes, std::size_t length) override {
         if (SSL_is_init_finished(m_session.get()) == 0) {
             errno = EAGAIN; // the client's bytes drive the handshake
             return -1;
         }
-        const NoBrokenPipe guard;
-        std::size_t count = 0;
-        ERR_clear_error();
-        const int result = SSL_write_ex(m_session.get(), bytes, length, &count);
-        return result == 1 ? static_cast<ssize_t>(count) : failed(result);
+        if (m_sealed == 0) {
+            if (const ssize_t failure = seal(bytes, length); failure < 0)
+                return failure;
+        }
+        if (!sendSealed())
+            return -1;
+        const std::size_t sent = std::min(m_sealed, length);
+        m_sealed -= sent;
+        return static_cast<ssize_t>(sent);
     }
 
     void end() override {
-        const NoBrokenPipe guard;
         if (!m_hasFailed && SSL_is_init_finished(m_session.get()) == 1)
             static_cast<void>(SSL_shutdown(m_session.get()));
         ERR_clear_error();
+        static_cast<void>(sendSealed());
     }
 
 private:
+    ssize_t seal(const void* bytes, std::size_t length) {
+        for (std::size_t record = 0; record < kRecordsAtOnce && m_sealed < length; ++record) {
+            std::size_t count = 0;
+            ERR_clear_error();
+            const int result = SSL_write_ex(m_session.get(), static_cast<const char*>(bytes) + m_sealed,
+                                            length - m_sealed, &count);
+            if (result != 1)
+                return failed(result);
+            m_sealed += count;
+        }
+        return static_cast<ssize_t>(m_sealed);
+    }
+
+    /// False where some of it has to wait, or the socket has failed; errno says which.
+    bool sendSealed() {
+        BIO* const sealed = SSL_get_wbio(m_session.get());
+        char* bytes = nullptr;
+        const auto length = static_cast<std::size_t>(BIO_get_mem_data(sealed, &bytes));
+        while (m_sealedDone < length) {
+            const ssize_t count =
+                ::send(m_fd, bytes + m_sealedDone, length - m_sealedDone, MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (count < 0)
+                return false;
+            m_sealedDone += static_cast<std::size_t>(count);
+        }
+        m_sealedDone = 0;
+        static_cast<void>(BIO_reset(sealed));
+        return true;
+    }
+
     ssize_t failed(int result) {
         const int reason = SSL_get_error(m_session.get(), result);
         ERR_clear_error();
@@ -93,7 +108,10 @@ private:
         return -1;
     }
 
+    int m_fd;
     Session m_session;
+    std::size_t m_sealed = 0;     ///< bytes of the caller that are sealed and not yet said to be sent
+    std::size_t m_sealedDone = 0; ///< bytes of the records that the socket has
     bool m_hasFailed = false;
 };
 
@@ -103,10 +121,16 @@ public:
 
     std::unique_ptr<TlsSession> accept(int fd) override {
         Session session(SSL_new(m_context.get()));
-        if (session == nullptr || SSL_set_fd(session.get(), fd) != 1)
+        BIO* const received = BIO_new_socket(fd, BIO_NOCLOSE);
+        BIO* const sealed = BIO_new(BIO_s_mem());
+        if (session == nullptr || received == nullptr || sealed == nullptr) {
+            BIO_free(received);
+            BIO_free(sealed);
             throw std::bad_alloc();
+        }
+        SSL_set_bio(session.get(), received, sealed);
         SSL_set_accept_state(session.get());
-        return std::make_unique<OpenSslSession>(std::move(session));
+        return std::make_unique<OpenSslSession>(fd, std::move(session));
     }
 
 private:

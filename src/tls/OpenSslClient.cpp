@@ -22,8 +22,9 @@ namespace {
 
 /// 112 bits: no RSA key below 2048 bits and no SHA-1, whatever the system's configuration allows.
 constexpr int kSecurityLevel = 2;
-/// What one look at the socket brings at most: several records.
-constexpr std::size_t kReadAhead = 65536;
+/// What one look at the socket brings at most: four full records of TLS 1.3, and what OpenSSL loses to the
+/// alignment. It fetches the rest of a record that the buffer cuts with a look for that alone.
+constexpr std::size_t kReadAhead = 4 * (5 + 16384 + 1 + 16) + 3;
 /// How long issuers are taken as they have been read, and so how long a chain that has been verified may go
 /// unverified while its session is resumed: the system's store changes, and certificates expire.
 constexpr double kTrustSeconds = 3600.0;

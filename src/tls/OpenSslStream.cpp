@@ -13,9 +13,9 @@
 namespace tivra_internal {
 namespace {
 
-/// A read takes in what one look at the socket brings, which is several records: whatever is left wakes the
-/// thread again, and other hubs have their turn before.
-constexpr int kReadsOfARead = 1;
+/// A read looks again at a socket that has filled the buffer of several records, but not for ever. Whatever is
+/// left then wakes the thread again, and other hubs have their turn before.
+constexpr int kReadsOfARead = 4;
 /// A handshake takes two looks for a record.
 constexpr int kReadsOfAHandshake = 64;
 /// The most messages of the encryption itself, such as new keys, that may come without data between them.
@@ -120,8 +120,8 @@ ssize_t OpenSslStream::read(void* into, std::size_t length) {
         if (result == 1) {
             m_messagesWithoutData = 0;
             filled += got;
-            // A look at the socket would cost a system call, and find nothing as a rule.
-            if (SSL_has_pending(m_ssl.get()) == 0)
+            // A look at a socket that had no more would cost a system call.
+            if (SSL_has_pending(m_ssl.get()) == 0 && !mayRead(SSL_get_rbio(m_ssl.get())))
                 return static_cast<ssize_t>(filled);
             continue;
         }

@@ -39,8 +39,8 @@ int readBytes(BIO* bio, char* into, int length) {
         errno = EAGAIN;
         return -1;
     }
-    --socket.readsLeft;
     const ssize_t got = ::recv(socket.fd, into, static_cast<std::size_t>(length), 0);
+    socket.readsLeft = got == length ? socket.readsLeft - 1 : 0;
     if (got < 0 && tp::isTransient(errno))
         BIO_set_retry_read(bio);
     if (got == 0)
@@ -87,6 +87,10 @@ BIO* makeSocketBio(int fd) {
 
 void allowReads(BIO* bio, int count) {
     socketOf(bio).readsLeft = count;
+}
+
+bool mayRead(BIO* bio) {
+    return socketOf(bio).readsLeft > 0;
 }
 
 } // namespace tivra_internal
