@@ -113,6 +113,7 @@ QueueLane& QueueState::enter(const tivra::SubscriptionView& subscription) {
     lane->id = subscription.id();
     lane->source = subscription.source();
     lane->symbol = subscription.symbol();
+    ++m_openLanes;
     return *lane;
 }
 
@@ -264,6 +265,8 @@ void QueueState::leave(QueueLane& lane) {
         return;
     const tp::MutexLock lock(m_mutex);
     lane.isOpen = false;
+    if (--m_openLanes == 0)
+        m_hasRoom.notifyAll();
     try {
         if (!m_isClosed)
             pushState(lane, {lane.state, DataState::Closed, kEnded, nullptr, wallTime()});
@@ -401,7 +404,7 @@ bool QueueState::hasRoom() const noexcept {
 
 void QueueState::waitForRoom(const std::atomic<bool>& isOver) {
     const tp::MutexLock lock(m_mutex);
-    while (!m_isClosed && !hasRoom() && !isOver.load(std::memory_order_acquire))
+    while (!m_isClosed && m_openLanes > 0 && !hasRoom() && !isOver.load(std::memory_order_acquire))
         m_hasRoom.wait(m_mutex);
 }
 

@@ -37,7 +37,7 @@ public:
     void push(QueueLane& lane, const UpdateData& data) TP_EXCLUDES(m_mutex);
     void push(QueueLane& lane, const tivra::StateChange& change) TP_EXCLUDES(m_mutex);
     void push(QueueLane& lane, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
-    /// The subscription has ended.
+    /// The subscription has ended. Nobody waits for room once all have.
     void leave(QueueLane& lane) TP_EXCLUDES(m_mutex);
     void waitForRoom(const std::atomic<bool>& isOver) TP_EXCLUDES(m_mutex);
     void wakeDeliveries() TP_EXCLUDES(m_mutex);
@@ -84,6 +84,7 @@ private:
     LinkedList<QueueNode, &QueueNode::inQueue> m_events TP_GUARDED_BY(m_mutex);
     QueueNode* m_oldestUpdate TP_GUARDED_BY(m_mutex) = nullptr; ///< no update is older; null for none
     std::unordered_map<std::uint64_t, std::unique_ptr<QueueLane>> m_lanes TP_GUARDED_BY(m_mutex);
+    std::size_t m_openLanes TP_GUARDED_BY(m_mutex) = 0;
     tivra::QueueStatistics m_figures TP_GUARDED_BY(m_mutex);
 };
 
