@@ -48,11 +48,7 @@ public:
             errno = EAGAIN; // the client's bytes drive the handshake
             return -1;
         }
-        if (m_sealed == 0) {
-            if (const ssize_t failure = seal(bytes, length); failure < 0)
-                return failure;
-        }
-        if (!sendSealed())
+        if ((m_sealed == 0 && !seal(bytes, length)) || !sendSealed())
             return -1;
         const std::size_t sent = std::min(m_sealed, length);
         m_sealed -= sent;
@@ -67,17 +63,20 @@ public:
     }
 
 private:
-    ssize_t seal(const void* bytes, std::size_t length) {
+    bool seal(const void* bytes, std::size_t length) {
         for (std::size_t record = 0; record < kRecordsAtOnce && m_sealed < length; ++record) {
             std::size_t count = 0;
             ERR_clear_error();
             const int result = SSL_write_ex(m_session.get(), static_cast<const char*>(bytes) + m_sealed,
                                             length - m_sealed, &count);
-            if (result != 1)
-                return failed(result);
+            if (result != 1) {
+                if (failed(result) == 0)
+                    errno = EPIPE; // 0 bytes would be tried again for ever
+                return false;
+            }
             m_sealed += count;
         }
-        return static_cast<ssize_t>(m_sealed);
+        return true;
     }
 
     /// False where some of it has to wait, or the socket has failed; errno says which.
