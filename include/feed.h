@@ -12,6 +12,7 @@
 #include "feed/Feed.h"
 #include "feed/FeedOptions.h"
 #include "feed/Field.h"
+#include "feed/FieldNumbers.h"
 #include "feed/HubStatistics.h"
 #include "feed/Instrument.h"
 #include "feed/LatencySummary.h"

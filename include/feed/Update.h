@@ -9,6 +9,7 @@
 #include "TivraApi.h"
 #include "feed/EntryIterator.h"
 #include "feed/Field.h"
+#include "feed/FieldNumbers.h"
 #include "feed/Value.h"
 
 namespace tivra_internal {
@@ -88,6 +89,13 @@ public:
     const_iterator begin() const noexcept { return {*this, 0}; }
     /// Behind the last field.
     const_iterator end() const noexcept { return {*this, size()}; }
+
+    /// The message as the hub has sent it: the bytes between the header and the end of its frame, before
+    /// anything was taken out of them, with a hub's numbers in place of names. Nothing is copied. Empty where
+    /// the update isn't what one such message says. Valid during the callback, as the update is.
+    std::string_view body() const noexcept;
+    /// What the numbers in body() mean.
+    FieldNumbers numbers() const noexcept;
 
     /// A copy to keep, in one block of memory, which is taken from those of records that have gone.
     Record copy() const;

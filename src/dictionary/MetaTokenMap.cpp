@@ -1,5 +1,8 @@
 #include "dictionary/MetaTokenMap.h"
 
+#include <bit>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -9,6 +12,23 @@
 #include "dictionary/BootstrapDictionary.h"
 
 namespace tivra_internal {
+namespace {
+
+/// FNV-1a from a start that nobody outside of the process knows.
+[[nodiscard]] std::uint64_t fingerprintOf(const MetaToken& token) {
+    static const std::uint64_t kStart =
+        static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
+        std::bit_cast<std::uintptr_t>(&kBootstrapDictionary);
+    std::uint64_t value = kStart;
+    const auto add = [&value](std::uint64_t part) { value = (value ^ part) * 1099511628211U; };
+    for (const char c : token.getTokenName())
+        add(static_cast<unsigned char>(c));
+    add(static_cast<std::uint32_t>(token.kvnid));
+    add(token.getKVNType());
+    return value;
+}
+
+} // namespace
 
 MetaTokenMap::MetaTokenMap() {
     eprintf(EPF_DBUG, "Setting up bootstrap DIC");
@@ -35,7 +55,8 @@ bool MetaTokenMap::addMetaToken(std::unique_ptr<MetaToken>& token) {
         eprintf(EPF_DBUG, "addMetaToken: addToken failed: %s", tp::te_geterror());
         return false;
     }
-    static_cast<void>(token.release());
+    const MetaToken& added = *token.release();
+    m_fingerprint.fetch_add(fingerprintOf(added), std::memory_order_release);
     return true;
 }
 
@@ -67,6 +88,7 @@ const char* MetaTokenMap::tokenName(int number) const noexcept {
 void MetaTokenMap::cleanup() {
     del();
     init();
+    m_fingerprint.store(0, std::memory_order_release);
 }
 
 KVNAPI::Token* MetaTokenMap::newToken(const KVNAPI::Token* token) {

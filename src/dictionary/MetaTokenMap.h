@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "dictionary/MetaToken.h"
@@ -32,6 +34,11 @@ public:
     /// The name of a token number, empty when the dictionary doesn't know it.
     [[nodiscard]] const char* tokenName(int number) const noexcept;
 
+    /// The same for maps of this process with the same numbers, names and types; no hub can choose it.
+    [[nodiscard]] std::uint64_t fingerprint() const noexcept {
+        return m_fingerprint.load(std::memory_order_acquire);
+    }
+
     /// Deletes every token and source. No other thread may be using the map.
     void cleanup();
     void loadBootStrapDic();
@@ -43,6 +50,10 @@ protected:
     /// Adopts the token given instead of copying it; refuses one that is no MetaToken.
     KVNAPI::Token* newToken(const KVNAPI::Token* token) override;
     KVNAPI::Exchange* newExchange(const KVNAPI::Exchange* exchange) override;
+
+private:
+    std::atomic<std::uint64_t> m_fingerprint{
+        0}; ///< the sum of those of the tokens, in whatever order they came
 };
 
 } // namespace tivra_internal

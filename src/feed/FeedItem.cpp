@@ -69,14 +69,14 @@ FeedItem::FeedItem(std::shared_ptr<FeedRegistry> registry, ItemKind kind, int so
     , m_symbol(std::move(symbol))
     , m_tag(tag) {}
 
-void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Update::Kind kind) {
+void FeedItem::deliver(FeedStream& stream, const StreamMessage& incoming, Update::Kind kind) {
     const Turn turn(*this);
     const bool isNewHome = m_home != &stream && addHome(stream);
     // An update of the next connection, or by a request that is about to end, may come before the image.
     if (isNewHome || m_asked == Asked::Anew ||
         (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live))
         beginImage();
-    UpdateData data{message, stream.fields(), kind, nullptr, &stream.times()};
+    UpdateData data{incoming.message, stream.fields(), kind, nullptr, &stream.times(), incoming.body};
     // A callback may subscribe the same symbol, which enters the list when the next turn begins.
     forEachSubscription([&](SubscriptionState& subscription) {
         data.subscription = &subscription;
@@ -93,10 +93,11 @@ void FeedItem::deliver(FeedStream& stream, const KVNAPI::Message& message, Updat
     beginGap(tivra::Gap::Cause::Withdrawal);
 }
 
-void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message) {
+void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const StreamMessage& incoming) {
     const Turn turn(*this);
     if (!latecomer.hasEnded())
-        latecomer.update({message, stream.fields(), Update::Kind::Image, &latecomer, &stream.times()},
+        latecomer.update({incoming.message, stream.fields(), Update::Kind::Image, &latecomer, &stream.times(),
+                          incoming.body},
                          m_registry->callbacks(), stream.now());
 }
 

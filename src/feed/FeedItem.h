@@ -14,15 +14,12 @@
 #include "feed/ItemKind.h"
 #include "feed/ItemTurn.h"
 
-namespace KVNAPI {
-class Message;
-} // namespace KVNAPI
-
 namespace tivra_internal {
 
 class FeedRegistry;
 class FeedStream;
 class SubscriptionState;
+struct StreamMessage;
 
 /// What the feed has subscribed at the hubs with one request: a symbol, its order book, or a pattern of
 /// symbols; and the subscriptions of the application that share it. It decides what state its data is in, and
@@ -46,10 +43,10 @@ public:
     [[nodiscard]] bool isGone() const noexcept { return m_isGone.load(std::memory_order_relaxed); }
 
     // --- what the hubs' streams bring; @thread that delivers ---
-    void deliver(FeedStream& stream, const KVNAPI::Message& message, tivra::Update::Kind kind)
+    void deliver(FeedStream& stream, const StreamMessage& incoming, tivra::Update::Kind kind)
         TP_EXCLUDES(m_turn);
     /// The image that one subscription has asked for by itself, since it came later than the others.
-    void deliverTo(SubscriptionState& latecomer, FeedStream& stream, const KVNAPI::Message& message)
+    void deliverTo(SubscriptionState& latecomer, FeedStream& stream, const StreamMessage& incoming)
         TP_EXCLUDES(m_turn);
     void finishImage(FeedStream& stream) TP_EXCLUDES(m_turn);
     /// The hub has refused it. Of a source that is withdrawn that is no news.

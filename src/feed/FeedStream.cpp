@@ -86,7 +86,7 @@ void FeedStream::deliver(const StreamMessage& incoming) {
     const Update::Kind kind = incoming.message.isRefresh ? Update::Kind::Refresh : Update::Kind::Update;
     slot->forEach([&](FeedItem& item) {
         const CallbackSlot::Scope watched(m_slot, item.tag());
-        item.deliver(*this, incoming.message, kind);
+        item.deliver(*this, incoming, kind);
     });
 }
 
@@ -142,7 +142,7 @@ void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMe
     const CallbackSlot::Scope watched(m_slot, incoming.tag);
     if (!incoming.hasStatus) {
         meet(item, incoming.message);
-        item->deliver(*this, incoming.message, Update::Kind::Image);
+        item->deliver(*this, incoming, Update::Kind::Image);
         return;
     }
     if (incoming.status >= 0) {
@@ -158,7 +158,7 @@ void FeedStream::deliverTo(const std::shared_ptr<FeedItem>& item, const StreamMe
 void FeedStream::deliverTo(const FeedRegistry::Latecomer& latecomer, const StreamMessage& incoming) {
     const CallbackSlot::Scope watched(m_slot, latecomer.item->tag());
     if (!incoming.hasStatus) {
-        latecomer.item->deliverTo(*latecomer.subscription, *this, incoming.message);
+        latecomer.item->deliverTo(*latecomer.subscription, *this, incoming);
         return;
     }
     m_registry->forgetTag(incoming.tag);

@@ -44,6 +44,17 @@ std::optional<Value::Type> HubFields::typeOf(std::string_view name) const {
     return token != nullptr ? std::optional(typeOfToken(*token)) : std::nullopt;
 }
 
+std::uint64_t HubFields::numbering() const noexcept {
+    return m_dictionary.fingerprint();
+}
+
+std::optional<tivra::FieldNumbers::Meaning> HubFields::meaningOf(int number) const noexcept {
+    const KVNAPI::Token* const token = m_dictionary.lookupTokenViaNum(number);
+    if (token == nullptr)
+        return std::nullopt;
+    return tivra::FieldNumbers::Meaning{token->name, typeOfToken(*token)};
+}
+
 const KVNAPI::Token* HubFields::tokenOf(const FieldEntry& field) {
     if (field.index >= m_tokens.size())
         m_tokens.resize(field.index + 1);

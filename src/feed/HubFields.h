@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include <feed/FieldNumbers.h>
 #include <feed/Value.h>
 
 #include "feed/FieldTable.h"
@@ -28,6 +30,9 @@ public:
 
     /// What a field of that name holds; nothing when the hub has none. @thread any
     [[nodiscard]] std::optional<tivra::Value::Type> typeOf(std::string_view name) const;
+    /// See tivra::FieldNumbers. @thread any
+    [[nodiscard]] std::uint64_t numbering() const noexcept;
+    [[nodiscard]] std::optional<tivra::FieldNumbers::Meaning> meaningOf(int number) const noexcept;
     /// The token of a field, null when the hub has none of that name.
     [[nodiscard]] const KVNAPI::Token* tokenOf(const FieldEntry& field);
     [[nodiscard]] const FieldEntry& fieldOf(const KVNAPI::Token& token) {

@@ -75,6 +75,14 @@ Update::Entry Update::entryAt(std::size_t index) const {
             HubFields::valueOf(m_data.message, position)};
 }
 
+std::string_view Update::body() const noexcept {
+    return m_data.body;
+}
+
+FieldNumbers Update::numbers() const noexcept {
+    return FieldNumbers(m_data.fields);
+}
+
 Record Update::copy() const {
     return tivra_internal::RecordData::copyOf(m_data.message, m_data.fields);
 }

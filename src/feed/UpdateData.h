@@ -2,6 +2,8 @@
 
 #include <feed/Update.h>
 
+#include <string_view>
+
 namespace KVNAPI {
 class Message;
 } // namespace KVNAPI
@@ -19,6 +21,7 @@ struct UpdateData {
     tivra::Update::Kind kind;
     SubscriptionState* subscription; ///< the one that is called
     MessageTimes* times = nullptr;   ///< of the message; null where nobody knows them
+    std::string_view body{};         ///< see tivra::Update::body()
 
     [[nodiscard]] tivra::Update update() const noexcept { return tivra::Update(*this); }
     [[nodiscard]] static const UpdateData& of(const tivra::Update& update) noexcept { return update.m_data; }

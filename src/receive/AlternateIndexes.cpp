@@ -113,8 +113,10 @@ void QueueReadHandler::rememberIndexes(Incoming& in, const AltIndexList& list) {
             m_altids.push_back(info);
         }
         // The application sees the identifier once, as an alternate index.
-        if (!info.suppressQuerySnapOutput)
+        if (!info.suppressQuerySnapOutput) {
             msg.removePair(position);
+            m_body = {};
+        }
     }
 }
 

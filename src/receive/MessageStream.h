@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <request/Commands.h>
 
@@ -24,6 +25,7 @@ struct StreamMessage {
     bool hasStatus = false;
     tivra::Commands command = tivra::SUBSCRIBE; ///< of that request, with a status
     const FrameTime* frame = nullptr;           ///< when the message was read; null where nobody knows
+    std::string_view body{}; ///< the bytes that the message was made of; empty when it was changed since
 };
 
 /// Who takes a hub's messages in place of the session's message handler. Its calls come one at a time, on

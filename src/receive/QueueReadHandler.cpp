@@ -117,7 +117,8 @@ unsigned QueueReadHandler::process_kvn_buffer(char* buf, unsigned long len, uint
     if (!ensureParser())
         return 1;
     const KVNAPI::bufref frame(buf, len);
-    m_event->setBody(bodyOf(buf, len));
+    m_body = bodyOf(buf, len);
+    m_event->setBody(m_body);
     const int result = kvnParser->parseFrame(frame, &m_message);
     if (result > 0)
         return pullMessages(frame, netMsgs);
@@ -132,6 +133,7 @@ unsigned QueueReadHandler::process_kvn_buffer(char* buf, unsigned long len, uint
 
 /// What the queue takes for a frame isn't one to the parser, or holds several messages.
 unsigned QueueReadHandler::pullMessages(KVNAPI::bufref bytes, uint64_t* netMsgs) {
+    m_body = {};
     // Bytes of this kind before may have left the parser out of step.
     kvnParser->reset();
     kvnParser->push(bytes);
@@ -225,7 +227,7 @@ void QueueReadHandler::deliverToStream(const Incoming& in) {
         m_isNewConnection = false;
         m_stream->connectionBegins();
     }
-    m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command, this});
+    m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command, this, m_body});
 }
 
 double QueueReadHandler::readAt() const {

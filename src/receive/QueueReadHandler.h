@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include <event/MessageEvent.h>
@@ -156,6 +157,7 @@ private:
     const bool m_watchlistInUse;
     bool m_lazyValues = false;
     std::unique_ptr<KVNAPI::Parser> kvnParser;
+    std::string_view m_body{}; ///< see StreamMessage::body
     KVNAPI::Message m_message; ///< the one being delivered, and then of no use until the next parse
     MessageEventImpl* m_event; ///< behind `msgEvent`
     HandlePtr<tivra::MessageEvent> msgEvent;
