@@ -9,12 +9,17 @@ namespace tivra_bus {
 /// The highest epoch: readers in any language have it exactly, and there is room above it for no mistake.
 inline constexpr std::uint64_t kMostEpoch = std::uint64_t{1} << 53;
 
+// How the records of a batch are written.
+inline constexpr const char* kJsonPayload = "json"; ///< values as text
+/// Values as the bytes of the hub's message, with the meaning of their numbers in the second line.
+inline constexpr const char* kBodyPayload = "body";
+
 /// The first line of each batch, whatever follows it: a JSON object.
 ///
 /// Epoch and batch number order all batches of a partition: the writer of a higher epoch has taken over from
 /// the one before, and batches of one epoch count up by one from 1. They are of one writer.
 struct BatchHeader {
-    std::string payload = "json"; ///< how the records after it are written
+    std::string payload = kJsonPayload; ///< how the records after it are written
     unsigned partition = 0;
     std::uint64_t epoch = 0;      ///< of the writer, from 1 to kMostEpoch
     std::uint64_t batch = 0;      ///< within the epoch, from 1

@@ -2,6 +2,7 @@
 
 #include "bus/JsonReading.h"
 #include "bus/SubjectNames.h"
+#include "kvnparse/FrameFormat.h"
 
 #include <array>
 #include <charconv>
@@ -25,8 +26,7 @@ RecordType typeOf(const JsonReading& line) {
     line.fail("type", "update, image, refresh, state or gap");
 }
 
-void addField(std::vector<std::pair<std::string, BusValue>>& fields, const std::string& name,
-              const Json& value, const JsonReading& line) {
+void addField(BusFields& fields, const std::string& name, const Json& value, const JsonReading& line) {
     if (value.is_string())
         fields.emplace_back(name, value.get<std::string>());
     else if (value.is_number_float())
@@ -39,11 +39,11 @@ void addField(std::vector<std::pair<std::string, BusValue>>& fields, const std::
 }
 
 /// The fields, of which one that the message repeats has an array.
-std::vector<std::pair<std::string, BusValue>> fieldsOf(const JsonReading& line) {
+BusFields fieldsOf(const JsonReading& line) {
     const Json* const object = line.find("fields");
     if (object == nullptr || !object->is_object())
         line.fail("fields", "an object");
-    std::vector<std::pair<std::string, BusValue>> fields;
+    BusFields fields;
     for (const auto& [name, value] : object->items()) {
         if (!value.is_array())
             addField(fields, name, value, line);
@@ -54,22 +54,44 @@ std::vector<std::pair<std::string, BusValue>> fieldsOf(const JsonReading& line) 
     return fields;
 }
 
-/// Whether a line begins as bridges write it, with a symbol that isn't wanted.
-bool isOfOther(std::string_view line, const std::function<bool(int, std::string_view)>& isWanted) {
-    constexpr std::string_view kSource = R"(","source":)";
-    constexpr std::string_view kSymbol = R"(,"symbol":")";
-    const std::size_t source = line.substr(0, 32).find(kSource);
+/// Reads what stands at the front of `text`. @return whether it does
+bool take(std::string_view& text, std::string_view front) {
+    if (text.substr(0, front.size()) != front)
+        return false;
+    text.remove_prefix(front.size());
+    return true;
+}
+
+template<class Number>
+bool takeNumber(std::string_view& text, Number& number) {
+    const auto [after, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    text.remove_prefix(static_cast<std::size_t>(after - text.data()));
+    return error == std::errc();
+}
+
+/// What follows the symbol in a line that begins as bridges write it, with a symbol that isn't wanted;
+/// nothing in any other.
+std::optional<std::string_view> tailOfOther(std::string_view line,
+                                            const std::function<bool(int, std::string_view)>& isWanted) {
+    const std::size_t source = line.substr(0, 32).find(R"(","source":)");
     if (source == std::string_view::npos)
-        return false;
-    const char* const end = line.data() + line.size();
+        return std::nullopt;
+    line.remove_prefix(source);
     int number = 0;
-    const auto [after, error] = std::from_chars(line.data() + source + kSource.size(), end, number);
-    std::string_view rest(after, static_cast<std::size_t>(end - after));
-    if (error != std::errc() || rest.substr(0, kSymbol.size()) != kSymbol)
-        return false;
-    rest.remove_prefix(kSymbol.size());
-    const std::string_view symbol = rest.substr(0, rest.find('"'));
-    return symbol.find('\\') == std::string_view::npos && !isWanted(number, symbol);
+    if (!take(line, R"(","source":)") || !takeNumber(line, number) || !take(line, R"(,"symbol":")"))
+        return std::nullopt;
+    const std::string_view symbol = line.substr(0, line.find('"'));
+    if (symbol.find('\\') != std::string_view::npos || isWanted(number, symbol))
+        return std::nullopt;
+    return line.substr(symbol.size());
+}
+
+/// The length of the bytes that follow such a line; nothing where none do.
+std::optional<std::uint64_t> bodyLengthIn(std::string_view tail) {
+    std::uint64_t number = 0, length = 0;
+    const bool hasBody = take(tail, R"(","n":)") && takeNumber(tail, number) && take(tail, R"(,"body":)") &&
+                         takeNumber(tail, length) && tail == "}";
+    return hasBody ? std::optional(length) : std::nullopt;
 }
 
 BusGap gapOf(const JsonReading& line) {
@@ -102,15 +124,21 @@ const char* nameOf(RecordType type) {
     return "";
 }
 
-BatchReader::BatchReader(std::string_view bytes) {
+BatchReader::BatchReader(std::string_view bytes, BodyDecoder* decoder) : m_decoder(nullptr) {
     if (bytes.size() > kMostBytes)
         throw BatchError(fmt::format("a batch: {} bytes are more than the {} that one may have", bytes.size(),
                                      kMostBytes));
     std::size_t length = 0;
     m_header = readHeader(bytes, length);
-    if (m_header.payload != "json")
-        throw BatchError("a batch, line 1: this program reads no other payload than json");
     m_rest = bytes.substr(length);
+    if (m_header.payload == kBodyPayload) {
+        m_decoder = decoder != nullptr ? decoder : &m_ownDecoder;
+        m_decoder->begin(nextLine());
+    } else if (m_header.payload != kJsonPayload) {
+        throw BatchError(
+            R"(a batch, line 1: this program reads no other payloads than "json" and "body": use )"
+            "the release of the bridge that has written it");
+    }
 }
 
 std::string_view BatchReader::nextLine() {
@@ -124,19 +152,56 @@ std::string_view BatchReader::nextLine() {
     return text;
 }
 
+std::optional<std::string_view> BatchReader::nextBody(std::uint64_t length) {
+    ++m_line;
+    if (length >= m_rest.size() || m_rest[length] != '\n')
+        return std::nullopt;
+    const std::string_view body = m_rest.substr(0, length);
+    m_rest.remove_prefix(length + 1);
+    return body;
+}
+
+std::optional<std::string_view>
+BatchReader::nextWanted(const std::function<bool(int, std::string_view)>& isWanted) {
+    while (m_count < m_header.records) {
+        ++m_count;
+        const std::string_view text = nextLine();
+        const std::optional<std::string_view> tail = tailOfOther(text, isWanted);
+        if (!tail)
+            return text;
+        const auto length = m_decoder != nullptr ? bodyLengthIn(*tail) : std::nullopt;
+        if (length && !nextBody(*length))
+            throw BatchError(
+                fmt::format("a batch, line {}: {} bytes and a line end were wanted", m_line, *length));
+    }
+    if (!m_rest.empty())
+        throw BatchError(fmt::format("a batch, line {}: {} bytes are left after the {} records of its header",
+                                     m_line + 1, m_rest.size(), m_header.records));
+    return std::nullopt;
+}
+
+void BatchReader::readValues(BusRecord& record, const JsonReading& line) {
+    if (m_decoder == nullptr || line.find("body") == nullptr) {
+        record.fields = fieldsOf(line);
+        return;
+    }
+    const std::uint64_t length = line.number("body", KVNAPI::kKvnMaxBody);
+    const std::optional<std::string_view> body = nextBody(length);
+    if (!body)
+        throw BatchError(
+            fmt::format("a batch, line {}: {} bytes and a line end were wanted", m_line, length));
+    try {
+        record.fields = m_decoder->decode(*body);
+    } catch (const BodyError& error) {
+        throw BodyError(fmt::format("a batch, line {}: {}", m_line, error.what()));
+    }
+}
+
 bool BatchReader::next(BusRecord& record, const std::function<bool(int, std::string_view)>& isWanted) {
-    std::string_view text;
-    do {
-        if (m_line > m_header.records) {
-            if (!m_rest.empty())
-                throw BatchError(
-                    fmt::format("a batch, line {}: {} bytes are left after the {} records of its header",
-                                m_line + 1, m_rest.size(), m_header.records));
-            return false;
-        }
-        text = nextLine();
-    } while (isOfOther(text, isWanted));
-    const JsonReading line(text, fmt::format("a batch, line {}", m_line));
+    const std::optional<std::string_view> text = nextWanted(isWanted);
+    if (!text)
+        return false;
+    const JsonReading line(*text, fmt::format("a batch, line {}", m_line));
     record = {};
     record.type = typeOf(line);
     const bool isOfAll = record.type == RecordType::Gap && line.find("symbol") == nullptr;
@@ -151,7 +216,7 @@ bool BatchReader::next(BusRecord& record, const std::function<bool(int, std::str
     } else if (record.type == RecordType::Gap) {
         record.gap = gapOf(line);
     } else {
-        record.fields = fieldsOf(line);
+        readValues(record, line);
     }
     return true;
 }

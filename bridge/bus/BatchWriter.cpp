@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace tivra_bus {
@@ -20,6 +21,7 @@ void BatchWriter::reset() {
     m_records.resize(kHeaderRoom);
     m_last = kHeaderRoom;
     m_count = 0;
+    m_fields.clear();
 }
 
 void BatchWriter::begin(RecordType type, const RecordKey* key) {
@@ -44,7 +46,7 @@ void BatchWriter::end() {
 
 void BatchWriter::add(const RecordWriter& writer, const ValuesRecord& record) {
     m_last = m_records.size();
-    writer.append(m_records, record);
+    writer.append(m_records, record, m_fields);
     ++m_count;
 }
 
@@ -85,19 +87,23 @@ void BatchWriter::addAgain(std::string_view record) {
 
 void BatchWriter::removeLast() {
     m_records.resize(m_last);
-    --m_count;
+    // What others need as well stays.
+    if (--m_count == 0)
+        m_fields.clear();
 }
 
 ClosedBatch BatchWriter::close(BatchHeader header) {
     header.records = m_count;
-    const std::string line = headerLine(header);
+    std::string line = headerLine(header);
     if (line.size() > kHeaderRoom)
         throw BatchError(
             fmt::format("a batch: its header has {} bytes, and {} are most", line.size(), kHeaderRoom));
+    if (header.payload == kBodyPayload)
+        line += m_fields.line();
     ClosedBatch batch;
-    batch.begin = kHeaderRoom - line.size();
+    batch.begin = kHeaderRoom - std::min(kHeaderRoom, line.size());
     batch.buffer = std::move(m_records);
-    batch.buffer.replace(batch.begin, line.size(), line);
+    batch.buffer.replace(batch.begin, kHeaderRoom - batch.begin, line);
     reset();
     return batch;
 }

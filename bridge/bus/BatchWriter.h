@@ -39,7 +39,10 @@ public:
     /// Takes the last record out again. Only once after each.
     void removeLast();
 
+    /// Of the records.
     [[nodiscard]] std::size_t bytes() const { return m_records.size() - kHeaderRoom; }
+    /// Of the message, but for its header.
+    [[nodiscard]] std::size_t messageBytes() const { return bytes() + m_fields.lineBytes(); }
     [[nodiscard]] std::size_t lastBytes() const { return m_records.size() - m_last; }
     /// The last record, its line end included; valid until the next.
     [[nodiscard]] std::string_view lastRecord() const { return std::string_view(m_records).substr(m_last); }
@@ -61,6 +64,7 @@ private:
     std::string m_spare;              ///< memory for the next batch
     std::size_t m_last = kHeaderRoom; ///< where the last record begins
     std::size_t m_count = 0;
+    BatchFields m_fields;
 };
 
 } // namespace tivra_bus

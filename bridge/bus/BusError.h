@@ -23,4 +23,10 @@ public:
     using BusError::BusError;
 };
 
+/// The values of one record; those after it can still be read.
+class BodyError : public BatchError {
+public:
+    using BatchError::BatchError;
+};
+
 } // namespace tivra_bus

@@ -24,6 +24,8 @@ enum class RecordType {
 
 /// A value as the hub's dictionary types it; a time is a text such as "2013-10-07T13:30:00.123456Z".
 using BusValue = std::variant<std::int64_t, double, std::string>;
+/// In the order of the message; a name may come more than once.
+using BusFields = std::vector<std::pair<std::string, BusValue>>;
 
 /// A state of the values of a symbol or a time that is missing, as a record of a stream has it.
 struct BusGap {
@@ -43,10 +45,10 @@ struct BusRecord {
     /// Counts updates, images and refreshes of the symbol within the writer's epoch, from 1; what states and
     /// gaps have is that of the last before them.
     std::uint64_t number = 0;
-    std::vector<std::pair<std::string, BusValue>> fields; ///< a name may come more than once
-    std::string state;                                    ///< of State: "live", "stale" and so on
-    std::string cause;                                    ///< of State
-    BusGap gap;                                           ///< of Gap
+    BusFields fields;
+    std::string state; ///< of State: "live", "stale" and so on
+    std::string cause; ///< of State
+    BusGap gap;        ///< of Gap
 };
 
 } // namespace tivra_bus

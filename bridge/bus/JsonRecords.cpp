@@ -89,7 +89,7 @@ void appendOneByOne(std::string& out, const ValuesRecord& record) {
 
 } // namespace
 
-void JsonRecords::append(std::string& out, const ValuesRecord& record) const {
+void JsonRecords::append(std::string& out, const ValuesRecord& record, BatchFields& /*fields*/) const {
     if (record.change != nullptr && !record.change->isWhole) {
         appendOneByOne(out, record);
         return;

@@ -9,8 +9,9 @@ namespace tivra_bus {
 /// Records as lines of JSON.
 class JsonRecords : public RecordWriter {
 public:
-    [[nodiscard]] const char* payload() const override { return "json"; }
-    void append(std::string& out, const ValuesRecord& record) const override;
+    [[nodiscard]] const char* payload() const override { return kJsonPayload; }
+    [[nodiscard]] bool standsAlone() const override { return true; }
+    void append(std::string& out, const ValuesRecord& record, BatchFields& fields) const override;
 };
 
 /// The message with a symbol's last values.

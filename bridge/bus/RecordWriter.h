@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bus/BatchFields.h"
+#include "bus/BatchHeader.h"
 #include "bus/BusRecord.h"
 #include "bus/SymbolImage.h"
 #include "bus/SymbolName.h"
@@ -29,8 +31,11 @@ public:
 
     /// As a batch's header names it.
     [[nodiscard]] virtual const char* payload() const = 0;
+    /// Whether a record can be read without the batch that it is in.
+    [[nodiscard]] virtual bool standsAlone() const = 0;
     /// Appends the record, its line end included.
-    virtual void append(std::string& out, const ValuesRecord& record) const = 0;
+    /// @param fields  of the batch, which gets those that the record needs
+    virtual void append(std::string& out, const ValuesRecord& record, BatchFields& fields) const = 0;
 };
 
 } // namespace tivra_bus

@@ -1,5 +1,6 @@
 #include "program/Options.h"
 
+#include "bus/BodyRecords.h"
 #include "program/SymbolsFile.h"
 
 #include "common/HostAddress.h"
@@ -37,7 +38,7 @@ struct RawOptions {
     std::chrono::milliseconds::rep linger = 5;
     std::size_t batchKilobytes = 32;
     std::size_t bufferMegabytes = 64;
-    std::string payload = "json";
+    std::string payload = kJsonPayload;
     long maxAgeHours = 24;
     long maxMegabytes = 1024;
 };
@@ -111,8 +112,9 @@ void declareWriting(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
     app.add_option("--name", options.bridge.name,
                    "name of this bridge among the others; made of host and process unless given")
         ->group(group);
-    app.add_option("--payload", raw.payload, "how records are written")
-        ->check(CLI::IsMember({"json"}))
+    app.add_option("--payload", raw.payload,
+                   "how records are written: as text, or with the bytes of the hub's message")
+        ->check(CLI::IsMember({kJsonPayload, kBodyPayload}))
         ->capture_default_str()
         ->group(group);
     app.add_option("--last-every", raw.lastEvery, "least time between two last values of a symbol")
@@ -190,6 +192,8 @@ void complete(ProgramOptions& options, const RawOptions& raw) {
     bridge.writer.linger = std::chrono::milliseconds(raw.linger);
     bridge.writer.batchBytes = raw.batchKilobytes << 10;
     bridge.writer.bufferBytes = raw.bufferMegabytes << 20;
+    if (raw.payload == kBodyPayload)
+        bridge.writer.records = std::make_shared<BodyRecords>();
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 #include "reader/FieldTypes.h"
 
 #include "bus/BusError.h"
+#include "bus/TypeNames.h"
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <charconv>
 #include <limits>
 
@@ -32,16 +32,6 @@ std::optional<double> numberOf(std::string_view text) {
         return kInfinity;
     if (text == "-inf")
         return -kInfinity;
-    return std::nullopt;
-}
-
-std::optional<Value::Type> typeNamed(const std::string& name) {
-    constexpr std::array kNames{std::pair("integer", Value::Type::Integer),
-                                std::pair("double", Value::Type::Double),
-                                std::pair("text", Value::Type::Text), std::pair("time", Value::Type::Time)};
-    for (const auto& [known, type] : kNames)
-        if (name == known)
-            return type;
     return std::nullopt;
 }
 

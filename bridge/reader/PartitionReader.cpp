@@ -1,8 +1,5 @@
 #include "reader/PartitionReader.h"
 
-#include "bus/BatchReader.h"
-#include "bus/BusError.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -226,27 +223,48 @@ bool PartitionReader::isNew(const BatchHeader& header, std::uint64_t position) {
 void PartitionReader::read(const StreamMessage& message) {
     m_around.counters.batches.fetch_add(1, std::memory_order_relaxed);
     try {
-        BatchReader reader(message.bytes);
+        BatchReader reader(message.bytes, m_decoder);
         const BatchHeader& header = reader.header();
         if (header.partition != m_partition)
             throw BatchError(fmt::format("a batch, line 1: it is of partition {}", header.partition));
         if (!isNew(header, message.position))
             return;
         m_types = &m_around.typesOf(header.dictionary);
-        const auto isWanted = [this](int source, std::string_view symbol) {
-            return m_tracks.find(Look{source, symbol}) != m_tracks.end();
-        };
-        BusRecord record;
-        while (reader.next(record, isWanted))
-            dispatch(record, header, message.position, *m_types);
+        readRecords(reader, message.position);
     } catch (const BatchError& error) {
-        m_around.onProblem({tivra::BusProblem::Kind::Batch, static_cast<int>(m_partition), message.position,
-                            fmt::format("partition {}, message {}: {}: what it holds is left out",
-                                        m_partition, message.position, error.what())});
+        tellUnreadable(error, message.position);
         m_hasMissed = true;
         // Who has read it before has it.
         forEach([&message](SymbolTrack& track) { track.missAt(Cause::Unreadable, message.position); });
     }
+}
+
+void PartitionReader::readRecords(BatchReader& reader, std::uint64_t position) {
+    const auto isWanted = [this](int source, std::string_view symbol) {
+        return m_tracks.find(Look{source, symbol}) != m_tracks.end();
+    };
+    bool isTold = false;
+    BusRecord record;
+    for (;;) {
+        try {
+            if (!reader.next(record, isWanted))
+                return;
+            dispatch(record, reader.header(), position, *m_types);
+        } catch (const BodyError& error) {
+            if (!std::exchange(isTold, true))
+                tellUnreadable(error, position);
+            const auto found = m_tracks.find(Look{record.source, record.symbol});
+            if (found != m_tracks.end())
+                for (const auto& track : found->second)
+                    track->missAt(Cause::Unreadable, position);
+        }
+    }
+}
+
+void PartitionReader::tellUnreadable(const BatchError& error, std::uint64_t position) {
+    m_around.onProblem({tivra::BusProblem::Kind::Batch, static_cast<int>(m_partition), position,
+                        fmt::format("partition {}, message {}: {}: what it holds is left out", m_partition,
+                                    position, error.what())});
 }
 
 void PartitionReader::dispatch(const BusRecord& record, const BatchHeader& header, std::uint64_t position,

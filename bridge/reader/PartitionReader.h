@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bus/BatchReader.h"
+#include "bus/BusError.h"
 #include "bus/RepeatedTrouble.h"
 #include "reader/BusProblem.h"
 #include "reader/BusSource.h"
@@ -89,6 +91,8 @@ private:
     };
 
     void read(const StreamMessage& message);
+    void readRecords(BatchReader& reader, std::uint64_t position);
+    void tellUnreadable(const BatchError& error, std::uint64_t position);
     /// Whether the numbers of the header go on from the batch before.
     [[nodiscard]] bool isNew(const BatchHeader& header, std::uint64_t position);
     void dispatch(const BusRecord& record, const BatchHeader& header, std::uint64_t position,
@@ -125,6 +129,7 @@ private:
     bool m_hasMissed = false; ///< batches, which has been told, so that numbers may be left out once
     std::deque<std::pair<Clock::time_point, std::uint64_t>> m_recent; ///< when positions were read, of late
     bool m_isBehind = false; ///< after a loss, until the end of the stream
+    BodyDecoder m_decoder;
     FieldTypes m_noTypes;
     const FieldTypes* m_types = &m_noTypes;
 };

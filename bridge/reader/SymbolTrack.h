@@ -78,10 +78,8 @@ public:
     void setBehind(bool isBehind);
 
 private:
-    using Fields = std::vector<std::pair<std::string, BusValue>>;
-
     struct Content {
-        const Fields& fields;
+        const BusFields& fields;
         const std::string& time;
     };
 

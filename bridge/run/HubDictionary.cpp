@@ -1,5 +1,7 @@
 #include "run/HubDictionary.h"
 
+#include "bus/TypeNames.h"
+
 #include <feed/Record.h>
 #include <feed/Snapshot.h>
 
@@ -11,20 +13,6 @@
 namespace tivra_bus {
 
 namespace {
-
-const char* nameOf(tivra::Value::Type type) {
-    switch (type) {
-    case tivra::Value::Type::Integer:
-        return "integer";
-    case tivra::Value::Type::Double:
-        return "double";
-    case tivra::Value::Type::Text:
-        return "text";
-    case tivra::Value::Type::Time:
-        return "time";
-    }
-    return "";
-}
 
 std::string textOf(const tivra::Feed& feed, const tivra::Snapshot& fields) {
     std::map<std::string, std::string> types; // in order, so that the same dictionary has the same text

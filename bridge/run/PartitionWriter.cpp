@@ -109,10 +109,30 @@ void PartitionWriter::take(const tivra::Update& update) {
 
 void PartitionWriter::add(RecordType type, SymbolSlot& slot, const tivra::Update& update) {
     const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
-    m_open.add(*m_options.records, {type, slot.name, slot.number, slot.image, &m_change, &update});
-    if (m_options.sendsLive && !m_live.add(key.source, key.symbol, m_open.lastRecord()))
+    const ValuesRecord record{type, slot.name, slot.number, slot.image, &m_change, &update};
+    addValues(record);
+    if (m_options.sendsLive && !m_live.add(key.source, key.symbol, aloneText(record)))
         m_counters->liveDropped.fetch_add(1, std::memory_order_relaxed);
     added(key);
+}
+
+void PartitionWriter::addValues(const ValuesRecord& record) {
+    m_open.add(*m_options.records, record);
+    if (m_open.count() == 1 || m_open.messageBytes() <= m_options.maxMessage)
+        return;
+    // What it needs of the batch stays there, so it is written anew.
+    m_open.removeLast();
+    closeBatch();
+    m_open.add(*m_options.records, record);
+}
+
+std::string PartitionWriter::aloneText(const ValuesRecord& record) const {
+    if (m_options.records->standsAlone())
+        return std::string(m_open.lastRecord());
+    std::string text;
+    BatchFields fields;
+    JsonRecords().append(text, record, fields);
+    return text;
 }
 
 void PartitionWriter::noteChange(SymbolSlot& slot) {
@@ -204,7 +224,7 @@ void PartitionWriter::addGap(const RecordKey* key, const BusGap& gap) {
 }
 
 void PartitionWriter::added(const RecordKey& key) {
-    if (m_open.lastBytes() > m_options.maxMessage) {
+    if (m_open.count() == 1 && m_open.messageBytes() > m_options.maxMessage) {
         // No message can hold it, so a gap stands in its place.
         m_open.removeLast();
         const std::string now = timeText();
@@ -213,7 +233,7 @@ void PartitionWriter::added(const RecordKey& key) {
         return;
     }
     addBytes(m_open.lastBytes());
-    if (m_open.bytes() > m_options.maxMessage) {
+    if (m_open.messageBytes() > m_options.maxMessage) {
         const std::string last(m_open.lastRecord());
         m_open.removeLast();
         closeBatch();
@@ -271,7 +291,7 @@ void PartitionWriter::repair(SymbolSlot& slot) {
         const std::string now = timeText();
         addGap(&key, {"overflow", now, now, std::nullopt, std::nullopt});
     } else if (!slot.image.entries().empty()) {
-        m_open.add(*m_options.records, {RecordType::Image, slot.name, slot.number, slot.image});
+        addValues({RecordType::Image, slot.name, slot.number, slot.image});
         added(key);
     }
 }

@@ -106,6 +106,10 @@ private:
     void add(RecordType type, SymbolSlot& slot, const tivra::Update& update) TP_REQUIRES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::StateChange& change) TP_EXCLUDES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
+    /// A record of values, in the next batch where this one has no room for it.
+    void addValues(const ValuesRecord& record) TP_REQUIRES(m_mutex);
+    /// The record that was added last, to be read by itself.
+    [[nodiscard]] std::string aloneText(const ValuesRecord& record) const TP_REQUIRES(m_mutex);
     /// Whether a record of the symbol can be written now; if not, that is noted.
     [[nodiscard]] bool makeWay(SymbolSlot& slot) TP_REQUIRES(m_mutex);
     [[nodiscard]] bool isFull() const TP_REQUIRES(m_mutex);

@@ -204,7 +204,8 @@ TEST(Batch, EachFaultIsNamedWithItsLine) {
         {changed("image", "imago"), "line 2: \"type\""},
         {changed("\"n\":7", "\"m\":7"), "\"n\""},
         {changed(":12.0", ":{}"), "\"BID\""},
-        {changed("json", "body"), "payload"},
+        {changed("json", "wire"), "payload"},
+        {changed("json", "body"), "line 2: \"BID\""},
         {good.substr(0, good.size() - 1), "line 4"}};
     for (const auto& [batch, message] : cases) {
         try {
@@ -215,6 +216,66 @@ TEST(Batch, EachFaultIsNamedWithItsLine) {
             ADD_FAILURE() << "read: " << message;
         } catch (const BatchError& error) {
             EXPECT_THAT(error.what(), HasSubstr(message));
+        }
+    }
+}
+
+TEST(Batch, OfBodiesEachFaultIsNamedAndThoseThatAreFieldsOfTheBatchAreRead) {
+    struct Case {
+        std::string fields, first;
+        const char* error; ///< null where the values are right
+        bool endsBatch = false;
+    };
+    const std::string bid = R"({"fields":{"101":["BID","double"]}})";
+    const std::string good = "7}\n101=1.5\n";
+    const std::vector<Case> cases{
+        {bid, good, nullptr},
+        {bid, "3}\n\n\n\n\n", "line 4: "},
+        {bid, "0}\n\n", "line 4: "},
+        {bid, "7}\n102=1.5\n", "line 4: a field isn't among the \"fields\""},
+        {bid, "7}\n101=1|5\n", "line 4: "},
+        {bid, "7}\n101=\x03|5\n", "line 4: "},
+        {bid, "6}\n101=1.5\n", "line 4: 6 bytes and a line end", true},
+        {bid, "99}\n101=1.5\n", "line 4: 99 bytes and a line end", true},
+        {bid, "262145}\n101=1.5\n", "line 3: \"body\"", true},
+        {bid, "-1}\n101=1.5\n", "line 3: \"body\"", true},
+        {bid, "18446744073709551615}\n101=1.5\n", "line 3: \"body\"", true},
+        {R"({"fields":{"101":["BID","price"]}})", good, "line 2: \"101\"", true},
+        {R"({"fields":{"101":["BID","double"],"102":["BID","double"]}})", good, "line 2: \"fields\"", true},
+        {R"({"fields":{"-1":["BID","double"]}})", good, "line 2: \"-1\"", true},
+        {R"({"fields":{"101":["TOKEN.DEL","text"]}})", good, "line 2: \"fields\"", true},
+        {R"({"fields":{"101":[")" + std::string(100, 'N') + R"(","double"]}})", good, "line 2: \"fields\"",
+         true}};
+    BodyDecoder decoder; // what is wrong in one batch is forgotten in the next
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.fields + each.first);
+        const std::string record = R"({"type":"update","source":100,"symbol":"IBM","n":1,"body":)";
+        const std::string batch = headerLine({"body", 0, 1, 1, 2, 0, "writer", "now"}) + each.fields + "\n" +
+                                  record + each.first + record + good;
+        std::string error, second;
+        try {
+            BatchReader reader(batch, decoder);
+            BusRecord read;
+            try {
+                EXPECT_TRUE(reader.next(read));
+                EXPECT_EQ(read.fields, (BusFields{{"BID", 1.5}}));
+            } catch (const BodyError& fault) {
+                error = fault.what();
+            }
+            EXPECT_TRUE(reader.next(read));
+            EXPECT_EQ(read.fields, (BusFields{{"BID", 1.5}}));
+            EXPECT_FALSE(reader.next(read));
+        } catch (const BatchError& fault) {
+            second = fault.what();
+        }
+        EXPECT_THAT(each.endsBatch ? second : error, HasSubstr(each.error != nullptr ? each.error : ""));
+        EXPECT_EQ(error.empty(), each.error == nullptr || each.endsBatch) << error;
+        EXPECT_EQ(second.empty(), !each.endsBatch) << second;
+        // Nobody who wants none of it looks at its values.
+        if (!each.endsBatch) {
+            BatchReader reader(batch, decoder);
+            BusRecord read;
+            EXPECT_FALSE(reader.next(read, [](int, std::string_view) { return false; }));
         }
     }
 }

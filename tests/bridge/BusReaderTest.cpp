@@ -260,6 +260,28 @@ INSTANTIATE_TEST_SUITE_P(
             "\n",
             "partition 0, message 4: a batch, line 1: it is of partition 7" LEFT_OUT)));
 
+TEST_F(BusReader, OfABatchOfBodiesOnlyTheSpoiltRecordIsMissing) {
+    writer.image(1).close();
+    writer.last(1);
+    const tivra::BusSubscription subscription = subscribe();
+    (void)seen.upTo("image 1");
+    const auto record = [](int n, const std::string& body) {
+        return R"({"type":"update","source":100,"symbol":"IBM","n":)" + std::to_string(n) + R"(,"body":)" +
+               std::to_string(body.size()) + "}\n" + body + "\n";
+    };
+    writer.closeAs(headerLine({kBodyPayload, 0, 1, 3, 4, 0, "writer", "now"}) +
+                   R"({"fields":{"7":["BID","integer"]}})"
+                   "\n" +
+                   record(2, "7=2") + record(3, "8=3") + record(4, "\n") + record(5, "7=5"));
+    EXPECT_EQ(seen.upTo("update 5"), (Lines{"image 1", "update 2", "gap unreadable 2", "update 5"}));
+    EXPECT_THAT(
+        problems.upTo("partition 0, message 3: a batch, line 6: a field isn't among the \"fields\" of the "
+                      "batch: what it holds is left out"),
+        testing::SizeIs(1));
+    writer.updates(6, 6).close();
+    (void)seen.upTo("update 6");
+}
+
 TEST_F(BusReader, ASilentSymbolWhoseLastUpdateWasSpoiltGetsItsValuesAllTheSame) {
     writer.image(1).close();
     writer.last(1);

@@ -3,6 +3,7 @@
 #include "bridge/FakeValues.h"
 #include "bus/BatchReader.h"
 #include "bus/BatchWriter.h"
+#include "bus/BodyRecords.h"
 #include "bus/JsonText.h"
 #include "feed/FeedFixture.h"
 #include "run/LastValuesWriter.h"
@@ -268,15 +269,25 @@ TEST_F(WriterTest, ABatchThatIsTooBigBecomesAGapAndThePresentState) {
 }
 
 TEST_F(WriterTest, NoBatchIsLargerThanTheEngineTakesWhateverIsAskedFor) {
-    WriterOptions options;
-    options.batchBytes = std::size_t{1} << 20;
-    options.maxMessage = 8192;
-    begin(options);
-    subscribe();
-    push(1, 300);
-    pumpAll();
-    EXPECT_EQ(records(options.maxMessage).back().number, counters->updates);
-    EXPECT_EQ(prices(), upTo(300));
+    const std::vector<std::shared_ptr<const RecordWriter>> payloads{std::make_shared<JsonRecords>(),
+                                                                    std::make_shared<BodyRecords>()};
+    for (const auto& payload : payloads) {
+        SCOPED_TRACE(payload->payload());
+        bus.setStream(kPartition, {});
+        WriterOptions options;
+        options.batchBytes = std::size_t{1} << 20;
+        options.maxMessage = 8192;
+        options.records = payload;
+        const std::uint64_t before = counters->updates;
+        begin(options);
+        subscribe();
+        push(1, 300);
+        pumpAll();
+        EXPECT_EQ(records(options.maxMessage).back().number, counters->updates - before);
+        EXPECT_EQ(prices(), upTo(300));
+        group.close();
+        EXPECT_EQ(counters->waitingBytes, 0U);
+    }
 }
 
 TEST_F(WriterTest, LastValuesOfAnotherAreReplacedOnlyByTheWriterOfTheStream) {

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "bus/JsonRecords.h"
+
+namespace tivra_bus {
+
+/// Records with the bytes of the hub's message after them; as text where there are none.
+class BodyRecords : public RecordWriter {
+public:
+    [[nodiscard]] const char* payload() const override { return kBodyPayload; }
+    [[nodiscard]] bool standsAlone() const override { return false; }
+    void append(std::string& out, const ValuesRecord& record, BatchFields& fields) const override;
+
+private:
+    JsonRecords m_text;
+};
+
+} // namespace tivra_bus
