@@ -13,8 +13,8 @@
 namespace tivra_internal {
 namespace {
 
-/// A read looks again at a socket that has filled the buffer of several records, but not for ever. Whatever is
-/// left then wakes the thread again, and other hubs have their turn before.
+/// A read looks again at a socket that has filled the buffer of several records, but not for ever. Whatever
+/// is left then wakes the thread again, and other hubs have their turn before.
 constexpr int kReadsOfARead = 4;
 /// A handshake takes two looks for a record.
 constexpr int kReadsOfAHandshake = 64;
