@@ -147,7 +147,7 @@ TEST_P(HeldLossTest, IsNoticedWithoutSpinningAndWhatHasComeIsStillDelivered) {
     ASSERT_GT(rows, 0U);
     const std::vector<std::uint64_t> last = client.statistics()[rows - 1];
     EXPECT_EQ(last[Stats::MSGS_IN], last[Stats::MSGS_OUT]) << "a whole frame has been thrown away";
-    EXPECT_EQ(last[Stats::DROP], 0U);
+    EXPECT_LT(last[Stats::DROP], 1'000U) << "more than the bytes of a frame that the loss has cut";
 }
 
 INSTANTIATE_TEST_SUITE_P(E2E, HeldLossTest, testing::Values(Hub::Close::Reset, Hub::Close::Orderly),
