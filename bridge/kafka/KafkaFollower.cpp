@@ -1,7 +1,10 @@
 #include "kafka/KafkaFollower.h"
 
 #include "bus/BusError.h"
+#include "bus/startThread.h"
 #include "kafka/KafkaNames.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
@@ -44,10 +47,12 @@ KafkaFollower::KafkaFollower(const KafkaAddress& address)
 }
 
 KafkaFollower::~KafkaFollower() {
+    for (const auto& [partition, each] : m_threads)
+        if (each.following)
+            each.following->isOver = true;
     for (auto& [partition, each] : m_threads)
-        each.following->isOver = true;
-    for (auto& [partition, each] : m_threads)
-        each.thread.join();
+        if (each.thread.joinable())
+            each.thread.join();
     rd_kafka_topic_destroy(m_topic);
 }
 
@@ -56,18 +61,24 @@ std::unique_ptr<BusConsumer> KafkaFollower::follow(unsigned partition, std::int6
     Thread& present = m_threads[partition];
     if (present.following)
         present.following->isOver = true;
+    // The caller is the one whom the thread before may be waiting for.
+    const auto before = std::make_shared<std::thread>(std::move(present.thread));
     auto following = std::make_shared<Following>();
     following->partition = partition;
     following->offset = offset;
     following->onMessage = std::move(onMessage);
+    try {
+        present.thread = startThread(fmt::format("tivra-bus-{}", partition), [this, following, before] {
+            if (before->joinable())
+                before->join();
+            if (!following->isOver)
+                run(*following);
+        });
+    } catch (const BusError&) {
+        present.thread = std::move(*before);
+        throw;
+    }
     present.following = following;
-    // The caller is the one whom the thread before may be waiting for.
-    present.thread = std::thread([this, following, before = std::move(present.thread)]() mutable {
-        if (before.joinable())
-            before.join();
-        if (!following->isOver)
-            run(*following);
-    });
     return std::make_unique<Consumer>(std::move(following), behind);
 }
 

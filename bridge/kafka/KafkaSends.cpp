@@ -1,6 +1,7 @@
 #include "kafka/KafkaSends.h"
 
 #include "bus/BusError.h"
+#include "bus/startThread.h"
 #include "kafka/KafkaNames.h"
 
 #include <utility>
@@ -27,7 +28,7 @@ SendResult::Outcome outcomeOf(rd_kafka_resp_err_t error) {
 
 KafkaSends::KafkaSends(const KafkaAddress& address, std::string writer)
     : m_address(address), m_writer(std::move(writer)), m_client(makeClient()) {
-    m_poller = std::thread([this] { poll(); });
+    m_poller = startThread("tivra-bus-sends", [this] { poll(); });
 }
 
 KafkaSends::~KafkaSends() {

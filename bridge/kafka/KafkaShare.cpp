@@ -2,6 +2,7 @@
 
 #include "bus/BusError.h"
 #include "bus/JsonReading.h"
+#include "bus/startThread.h"
 #include "kafka/KafkaNames.h"
 
 #include <fmt/format.h>
@@ -59,7 +60,7 @@ void KafkaShare::join() {
     const KafkaPartitions topics(rd_kafka_topic_partition_list_new(1));
     rd_kafka_topic_partition_list_add(topics.get(), kTickTopic, RD_KAFKA_PARTITION_UA);
     m_client.check(rd_kafka_subscribe(m_client.get(), topics.get()), "joining the group of bridges");
-    m_poller = std::thread([this] { poll(); });
+    m_poller = startThread("tivra-bus-group", [this] { poll(); });
 }
 
 KafkaShare::~KafkaShare() {

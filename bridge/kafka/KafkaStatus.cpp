@@ -1,5 +1,6 @@
 #include "kafka/KafkaStatus.h"
 
+#include "bus/startThread.h"
 #include "kafka/KafkaNames.h"
 
 #include <chrono>
@@ -30,7 +31,7 @@ KafkaStatus::KafkaStatus(const KafkaAddress& address)
     rd_kafka_topic_partition_list_add(partitions.get(), kStatusTopic, 0)->offset = RD_KAFKA_OFFSET_END;
     m_client.check(rd_kafka_assign(m_client.get(), partitions.get()), std::string("reading ") + kStatusTopic);
     m_client.answered(); // until it is found otherwise
-    m_thread = std::thread([this] { run(); });
+    m_thread = startThread("tivra-bus-state", [this] { run(); });
 }
 
 KafkaStatus::~KafkaStatus() {

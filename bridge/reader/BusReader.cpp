@@ -1,12 +1,14 @@
 #include "reader/BusReader.h"
 
 #include "bus/BusError.h"
+#include "bus/startThread.h"
 #include "reader/ReaderThread.h"
 #include "reader/SourceOpener.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <exception>
 
 namespace tivra {
 
@@ -45,6 +47,23 @@ void checkLookBack(const BusOptions& options) {
                       "it is 0 to 3600000 ms, and more than the bridges' --last-every");
 }
 
+/// Runs it on a thread of its own and waits for that. What starts threads without blocking signals on them,
+/// as client libraries of engines do, passes on the mask of that one, while the caller's signals still come.
+template<class Work>
+void runWithSignalsBlocked(const Work& work) {
+    std::exception_ptr failure;
+    std::thread thread = tivra_bus::startThread("tivra-bus-open", [&] {
+        try {
+            work();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    });
+    thread.join();
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
 } // namespace
 
 BusReader::BusReader(std::shared_ptr<ReaderThread> thread) noexcept : m_thread(std::move(thread)) {}
@@ -68,13 +87,14 @@ BusReader BusReader::open(BusOptions options) {
     } catch (const tivra_bus::BusError& error) {
         throw errorOf(Error::Code::InvalidOption, Error::Phase::Options, error.what());
     }
-    std::unique_ptr<tivra_bus::BusSource> source;
+    std::shared_ptr<ReaderThread> thread;
     try {
-        source = opener();
+        runWithSignalsBlocked([&] { thread = std::make_shared<ReaderThread>(std::move(options), opener()); });
+        thread->begin();
     } catch (const tivra_bus::BusError& error) {
         throw errorOf(Error::Code::OpenFailed, Error::Phase::Connect, error.what());
     }
-    return open(std::move(options), std::move(source));
+    return BusReader(std::move(thread));
 }
 
 Result<BusReader> BusReader::tryOpen(BusOptions options) {

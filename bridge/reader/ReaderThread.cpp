@@ -3,6 +3,7 @@
 #include "bus/BusError.h"
 #include "bus/JsonReading.h"
 #include "bus/SubjectNames.h"
+#include "bus/startThread.h"
 #include "reader/EndingThreads.h"
 
 #include <algorithm>
@@ -59,7 +60,7 @@ void ReaderThread::begin() {
     const auto running = std::make_shared<const int>();
     m_running = running;
     // The thread keeps this alive when it is closed in a handler of its own.
-    m_thread = std::thread([running, self = shared_from_this()]() mutable {
+    m_thread = startThread("tivra-bus", [running, self = shared_from_this()]() mutable {
         self->run();
         self.reset();
     });

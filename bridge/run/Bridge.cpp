@@ -3,6 +3,7 @@
 #include "bus/BusError.h"
 #include "bus/JsonText.h"
 #include "bus/SubjectNames.h"
+#include "bus/startThread.h"
 #include "run/StateNames.h"
 
 #include <fmt/format.h>
@@ -43,8 +44,8 @@ Bridge::Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher
     m_publisher.prepare(m_options.layout);
     m_dictionaryRevision = m_publisher.storeDictionary(m_dictionary.get());
     m_writerOptions.maxMessage = m_publisher.maxMessage();
-    m_sender = std::thread([this] { send(); });
-    m_manager = std::thread([this] { manage(); });
+    m_sender = startThread("tivra-sender", [this] { send(); });
+    m_manager = startThread("tivra-manager", [this] { manage(); });
 }
 
 Bridge::~Bridge() {

@@ -11,6 +11,10 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -115,6 +119,18 @@ tivra::BusOptions optionsOf(const MockKafka& kafka) {
     return options;
 }
 
+/// The signals that each thread of this process has blocked, by the thread's path below /proc.
+std::map<std::string, std::uint64_t> blockedSignals() {
+    std::map<std::string, std::uint64_t> masks;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::ifstream status(thread.path() / "status");
+        for (std::string word; status >> word;)
+            if (word == "SigBlk:")
+                status >> std::hex >> masks[thread.path()];
+    }
+    return masks;
+}
+
 } // namespace
 
 TEST(KafkaSource, LastValuesAndThenEachUpdateOnceWhateverAnOldBridgeStillWrites) {
@@ -155,6 +171,28 @@ TEST(KafkaSource, ASecondSubscriptionOfAPartitionStartsItAgainAndLosesNothingOfT
     EXPECT_THAT(first.upTo(5), ElementsAre(1, 2, 3, 4, 5));
     EXPECT_THAT(second.upTo(5), testing::Contains(5));
     EXPECT_EQ(one.statistics().gaps, 0);
+}
+
+TEST(KafkaSource, NoThreadOfAReaderTakesASignalOfTheHosts) {
+    const MockKafka kafka;
+    Bridge bridge(kafka);
+    bridge.last("IBM", 1, 1);
+    bridge.await();
+    const std::map<std::string, std::uint64_t> before = blockedSignals();
+    tivra::BusReader reader = tivra::BusReader::open(optionsOf(kafka));
+    Numbers numbers;
+    const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, numbers.handlers());
+    bridge.batch(1, 1, 2, 2);
+    (void)numbers.upTo(2);
+    std::size_t threads = 0;
+    for (const auto& [thread, blocked] : blockedSignals()) {
+        if (before.count(thread) != 0)
+            continue;
+        ++threads;
+        for (const int signal : {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGCHLD})
+            EXPECT_NE(blocked & (std::uint64_t{1} << (signal - 1)), 0U) << thread << ": " << signal;
+    }
+    EXPECT_GE(threads, 3U) << "the reader's, that of a partition, that of states";
 }
 
 TEST(KafkaLastValues, AreFoundHoweverFarBackAndTheNewestBridgesCount) {

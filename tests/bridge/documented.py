@@ -4,6 +4,7 @@ usage: documented.py PROGRAMS     PROGRAMS is the build folder
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -30,6 +31,14 @@ def commands(programs, folder, url):
     yield "C", [compiled, url, "100.IBM", 12], r'"symbol":"IBM",.*"fields".*\n(.*\n)*{"type":"update",.*"symbol":"IBM"'
     yield "nats-py", [sys.executable, "-u", plain], r"^{'QUERY.TAG'.*'BID'.*\n(.*\n)*{'type': 'update',.*'IBM'"
     yield "C++", ["stdbuf", "-oL", programs / "tests/bridge/documented_reader"], r"^(IBM|AIG) [0-9.]+$"
+
+
+def takers_of_signals(process):
+    """Threads of a process, besides its first, that would run its handlers of signals."""
+    for thread in Path(f"/proc/{process}/task").iterdir():
+        blocked = int(re.search(r"SigBlk:\s*(\w+)", (thread / "status").read_text()).group(1), 16)
+        if thread.name != str(process) and not blocked >> signal.SIGTERM - 1 & 1:
+            yield (thread / "comm").read_text().strip()
 
 
 def places():
@@ -65,6 +74,9 @@ def main():
                 wait_until(name, lambda: re.search(pattern, shown.log.read_text(), re.M))
             except TimeoutError:
                 bad.append(f"{name}:\n{shown.log.read_text()}")
+            else:
+                if name == "C++":
+                    bad += [f"{name}: the thread {thread} takes signals" for thread in takers_of_signals(shown.child.pid)]
     finally:
         for process in reversed(running):
             process.end()

@@ -1,9 +1,9 @@
 #include <tp/Thread.h>
 
 #include <tp/Process.h>
+#include <tp/SignalsBlocked.h>
 #include <tp/callOut.h>
 
-#include <csignal>
 #include <pthread.h>
 #include <utility>
 
@@ -13,22 +13,6 @@ namespace {
 
 thread_local bool t_libraryThread = false;
 thread_local const ThreadStartHook* t_hook = nullptr; ///< of the scope that this thread is in
-
-// A new thread inherits its creator's mask.
-class SignalsBlocked {
-public:
-    SignalsBlocked() noexcept {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &m_before);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t m_before{};
-};
 
 // Never destroyed: a thread may start while the host's static destructors run.
 struct SharedHook {
