@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 
 namespace tivra_bus {
 
@@ -22,24 +24,31 @@ constexpr std::uint64_t kNearEnd = 16;
 void PartitionReader::add(std::unique_ptr<SymbolTrack> track) {
     m_needsStart = true;
     m_joining.push_back(track.get());
+    change(*track, [](const SymbolTrack&) {});
     const tivra::Instrument& instrument = track->instrument();
     m_tracks[{instrument.source, instrument.symbol}].push_back(std::move(track));
 }
 
 bool PartitionReader::dropClosed() {
     const auto isClosed = [](const auto& track) { return track->isClosed(); };
-    std::erase_if(m_joining, isClosed);
+    // They stay until nothing points to them: others may be closed at any moment.
+    std::vector<std::unique_ptr<SymbolTrack>> dropped;
     for (auto each = m_tracks.begin(); each != m_tracks.end();) {
-        std::erase_if(each->second, isClosed);
-        each = each->second.empty() ? m_tracks.erase(each) : std::next(each);
+        auto& tracks = each->second;
+        const auto closed = std::stable_partition(tracks.begin(), tracks.end(), std::not_fn(isClosed));
+        std::move(closed, tracks.end(), std::back_inserter(dropped));
+        tracks.erase(closed, tracks.end());
+        each = tracks.empty() ? m_tracks.erase(each) : std::next(each);
     }
+    std::erase_if(m_joining, isClosed);
+    std::erase_if(m_unsettled, isClosed);
     return m_tracks.empty();
 }
 
 void PartitionReader::forEach(const std::function<void(SymbolTrack&)>& call) {
     for (const auto& [key, tracks] : m_tracks)
         for (const auto& track : tracks)
-            call(*track);
+            change(*track, call);
 }
 
 void PartitionReader::missAll(Cause cause) {
@@ -148,32 +157,37 @@ void PartitionReader::setBehind(std::uint64_t behind) {
 }
 
 void PartitionReader::addWanting(std::vector<SymbolTrack*>& tracks, Clock::time_point now) const {
-    for (const auto& [key, each] : m_tracks)
-        for (const auto& track : each)
-            if (track->wantsLastValues(m_around.lookBack, now))
-                tracks.push_back(track.get());
+    if (now < m_lookAt)
+        return;
+    for (SymbolTrack* const track : m_unsettled)
+        if (track->wantsLastValues(m_around.lookBack, now))
+            tracks.push_back(track);
 }
 
 bool PartitionReader::needsBound(Clock::time_point now) const {
-    if (m_consumer == nullptr || !m_trouble.isDue(now))
-        return false;
-    for (const auto& [key, each] : m_tracks)
-        for (const auto& track : each)
-            if (track->wantsBound(m_around.lookBack, now))
-                return true;
-    return false;
+    return now >= m_lookAt && m_consumer != nullptr && m_trouble.isDue(now) &&
+           std::any_of(m_unsettled.begin(), m_unsettled.end(),
+                       [&](const SymbolTrack* track) { return track->wantsBound(m_around.lookBack, now); });
 }
 
 void PartitionReader::bound(Clock::time_point now) {
     const std::uint64_t end = m_around.source.spanOf(m_partition).last;
-    forEach([this, end, now](SymbolTrack& track) {
-        if (track.wantsBound(m_around.lookBack, now))
-            track.boundAt(end);
-    });
+    for (SymbolTrack* const track : m_unsettled)
+        if (track->wantsBound(m_around.lookBack, now))
+            track->boundAt(end);
 }
 
-void PartitionReader::settle() {
-    forEach([this](SymbolTrack& track) { track.settle(m_position, *m_types); });
+void PartitionReader::settle(Clock::time_point now) {
+    if (now < m_lookAt)
+        return;
+    m_lookAt = SymbolTrack::kSettled;
+    std::erase_if(m_unsettled, [this](SymbolTrack* track) {
+        track->settle(m_position, *m_types);
+        const Clock::time_point due = track->dueAt(m_around.lookBack);
+        m_lookAt = std::min(m_lookAt, due);
+        track->setLookedAt(due != SymbolTrack::kSettled);
+        return due == SymbolTrack::kSettled;
+    });
 }
 
 void PartitionReader::passTo(std::uint64_t position) {
@@ -256,7 +270,7 @@ void PartitionReader::readRecords(BatchReader& reader, std::uint64_t position) {
             const auto found = m_tracks.find(Look{record.source, record.symbol});
             if (found != m_tracks.end())
                 for (const auto& track : found->second)
-                    track->missAt(Cause::Unreadable, position);
+                    change(*track, [&](SymbolTrack& each) { each.missAt(Cause::Unreadable, position); });
         }
     }
 }
@@ -276,7 +290,7 @@ void PartitionReader::dispatch(const BusRecord& record, const BatchHeader& heade
     const auto found = m_tracks.find(Look{record.source, record.symbol});
     if (found != m_tracks.end())
         for (const auto& track : found->second)
-            track->take(record, header, position, types);
+            change(*track, [&](SymbolTrack& each) { each.take(record, header, position, types); });
 }
 
 } // namespace tivra_bus

@@ -9,6 +9,7 @@
 #include "reader/ReaderCounters.h"
 #include "reader/SymbolTrack.h"
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <functional>
@@ -69,7 +70,7 @@ public:
     /// @throws BusError
     void bound(Clock::time_point now);
     /// Hands out last values that the stream has been read past.
-    void settle();
+    void settle(Clock::time_point now);
     /// The engine is lost: start() is needed when it is back.
     void lose();
     void forEach(const std::function<void(SymbolTrack&)>& call);
@@ -98,6 +99,19 @@ private:
     void dispatch(const BusRecord& record, const BatchHeader& header, std::uint64_t position,
                   const FieldTypes& types);
     void missAll(tivra::BusGap::Cause cause);
+    /// Has something of a track changed, and looks at it from then on if it isn't settled.
+    template<class Call>
+    void change(SymbolTrack& track, const Call& call) {
+        call(track);
+        const Clock::time_point due = track.dueAt(m_around.lookBack);
+        if (due == SymbolTrack::kSettled)
+            return;
+        m_lookAt = std::min(m_lookAt, due);
+        if (track.isLookedAt())
+            return;
+        track.setLookedAt(true);
+        m_unsettled.push_back(&track);
+    }
     /// The stream has nothing more up to there.
     void passTo(std::uint64_t position);
     void setBehind(std::uint64_t behind);
@@ -109,6 +123,9 @@ private:
     const Surroundings& m_around;
     std::map<Key, std::vector<std::unique_ptr<SymbolTrack>>, Less> m_tracks;
     std::vector<SymbolTrack*> m_joining; ///< since the consumer was started
+    /// The others, of which there may be very many, have nothing due. Some of these have settled meanwhile.
+    std::vector<SymbolTrack*> m_unsettled;
+    Clock::time_point m_lookAt = SymbolTrack::kSettled; ///< before that nothing of these is due
 
     std::unique_ptr<BusConsumer> m_consumer;
     std::uint64_t m_generation = 0;

@@ -15,6 +15,7 @@ struct ReaderCounters {
     std::atomic<std::uint64_t> problems{0};
     std::atomic<std::uint64_t> restarts{0}; ///< of consumers
     std::atomic<std::size_t> partitions{0}; ///< that are read
+    std::atomic<std::uint64_t> closings{0}; ///< of subscriptions
 };
 
 } // namespace tivra_bus

@@ -166,9 +166,12 @@ void ReaderThread::run() {
 }
 
 void ReaderThread::work(Clock::time_point now) {
+    // Before new ones are taken, which may have been closed by then.
+    const std::uint64_t closings = m_counters.closings.load();
     takeSubscriptions();
-    for (auto each = m_partitions.begin(); each != m_partitions.end();)
-        each = each->second->dropClosed() ? m_partitions.erase(each) : std::next(each);
+    if (std::exchange(m_closings, closings) != closings)
+        for (auto each = m_partitions.begin(); each != m_partitions.end();)
+            each = each->second->dropClosed() ? m_partitions.erase(each) : std::next(each);
     m_counters.partitions = m_partitions.size();
     for (const std::string& status : m_inbox->takeStatuses())
         takeStatus(status, now);
@@ -185,7 +188,7 @@ void ReaderThread::work(Clock::time_point now) {
         }
     }
     for (const auto& [number, partition] : m_partitions)
-        partition->settle();
+        partition->settle(now);
 }
 
 void ReaderThread::takeSubscriptions() {

@@ -84,6 +84,7 @@ private:
     FieldTypes m_types;
     std::uint64_t m_typesRevision = 0;
     Clock::time_point m_typesAfter{};
+    std::uint64_t m_closings = 0; ///< of subscriptions whose symbols have been dropped
     bool m_wasConnected = true;
     bool m_followsStatus = false;
     RepeatedTrouble m_trouble; ///< with what isn't of one partition

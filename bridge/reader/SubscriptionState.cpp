@@ -124,7 +124,9 @@ tivra::BusSubscriptionStatistics SubscriptionState::statistics() const {
 
 void SubscriptionState::close() {
     const tp::MutexLock lock(m_mutex);
-    m_isClosed = true;
+    // A reader that is gone has closed this before.
+    if (!m_isClosed.exchange(true))
+        m_counters.closings.fetch_add(1);
     while (m_isCalling && !isInHandler())
         m_returned.wait(m_mutex);
 }

@@ -59,6 +59,14 @@ bool SymbolTrack::wantsLastValues(milliseconds lookBack, Clock::time_point now) 
     return !m_isJoined || m_isPartial || (m_missed && now - m_missedSince >= lookBack);
 }
 
+SymbolTrack::Clock::time_point SymbolTrack::dueAt(milliseconds lookBack) const {
+    if (m_kept)
+        return {}; // the stream may come to them at any moment
+    if (!m_isJoined || m_isPartial)
+        return m_askAfter;
+    return m_missed ? std::max(m_askAfter, m_missedSince + lookBack) : kSettled;
+}
+
 void SymbolTrack::takeLastValues(const LastValues* last, const FieldTypes& types, Clock::time_point now) {
     m_askAfter = now + m_pause;
     m_pause = std::min(m_pause * 2, kLongestPause);

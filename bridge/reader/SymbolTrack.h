@@ -35,11 +35,20 @@ class SymbolTrack {
 public:
     using Clock = std::chrono::steady_clock;
 
+    static constexpr Clock::time_point kSettled = Clock::time_point::max();
+
     SymbolTrack(tivra::Instrument instrument, std::shared_ptr<SubscriptionState> subscription);
 
     [[nodiscard]] bool isClosed() const { return m_subscription->isClosed(); }
     [[nodiscard]] const std::shared_ptr<SubscriptionState>& subscription() const { return m_subscription; }
     [[nodiscard]] const tivra::Instrument& instrument() const { return m_instrument; }
+
+    /// From when on last values may have to be asked for or to be handed out; kSettled for never, as long as
+    /// nothing comes.
+    [[nodiscard]] Clock::time_point dueAt(std::chrono::milliseconds lookBack) const;
+    /// Whether whoever looks at those that aren't settled has this one among them.
+    [[nodiscard]] bool isLookedAt() const { return m_isLookedAt; }
+    void setLookedAt(bool isLookedAt) { m_isLookedAt = isLookedAt; }
 
     /// Whether last values would be of use now. @param lookBack  how late they may be behind the stream
     [[nodiscard]] bool wantsLastValues(std::chrono::milliseconds lookBack, Clock::time_point now) const;
@@ -118,6 +127,7 @@ private:
 
     Clock::time_point m_askAfter{}; ///< the next time for last values
     std::chrono::milliseconds m_pause;
+    bool m_isLookedAt = false; ///< see setLookedAt()
 };
 
 } // namespace tivra_bus

@@ -451,6 +451,21 @@ TEST_F(BusReader, ThreadsThatEndInAHandlerGiveTheirMemoryBack) {
     EXPECT_LT(addressSpace(), before + kRounds * 2048 / 2);
 }
 
+TEST_F(BusReader, QuietSymbolsOfClosedSubscriptionsAreReadNoMore) {
+    writer.image(1).close();
+    writer.last(1);
+    tivra::BusSubscription quiet = subscribe();
+    (void)seen.upTo("image 1");
+    EXPECT_EQ(reader.statistics().partitions, 1U);
+    quiet.close();
+    for (int i = 0; i < 100; ++i)
+        subscribe().close(); // some of them before the reader has come to know them
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (reader.statistics().partitions > 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::yield();
+    EXPECT_EQ(reader.statistics().partitions, 0U);
+}
+
 TEST_F(BusReader, ALookBackThatCannotBeMeantIsRefused) {
     for (const milliseconds wrong : {milliseconds(-1), milliseconds(3'600'001), milliseconds::max()}) {
         tivra::BusOptions options;
