@@ -1,5 +1,6 @@
 #include "kafka/KafkaShare.h"
 
+#include "bus/BatchHeader.h"
 #include "bus/BusError.h"
 #include "bus/JsonReading.h"
 #include "bus/startThread.h"
@@ -168,7 +169,7 @@ PartitionShare::Before KafkaShare::before(unsigned partition) {
         const JsonReading value({static_cast<const char*>(entry->metadata), entry->metadata_size},
                                 "what the group of bridges keeps");
         before.holder = value.text("bridge");
-        before.epoch = value.number("epoch", INT64_MAX);
+        before.epoch = value.number("epoch", kMostEpoch);
     } catch (const BatchError&) {
         // Nobody was there before, or something else has committed: the stream knows the epoch.
     }

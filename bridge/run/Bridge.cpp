@@ -1,5 +1,6 @@
 #include "run/Bridge.h"
 
+#include "bus/BatchHeader.h"
 #include "bus/BusError.h"
 #include "bus/JsonText.h"
 #include "bus/SubjectNames.h"
@@ -230,6 +231,12 @@ void Bridge::take(unsigned partition) {
     const PartitionShare::Before before = m_share.before(partition);
     const StreamEnd end = m_publisher.endOf(partition);
     const std::uint64_t epoch = std::max(before.epoch, end.epoch) + 1;
+    // Readers leave out what has a higher one.
+    if (epoch > kMostEpoch)
+        throw BusError(
+            fmt::format("it is in epoch {}, after which there is none: something else than a bridge "
+                        "has written there; create its stream anew",
+                        epoch - 1));
     if (!m_share.claim(partition, epoch))
         return; // somebody else was first
     Tenure tenure;

@@ -117,6 +117,16 @@ TEST_F(BridgeTest, APartitionThatCannotBeReadHoldsUpNoOtherAndNoRenewal) {
         EXPECT_THAT(table.entry(LeaseBook::leaseKey(partition)).value, HasSubstr(R"("holder":"")"));
 }
 
+TEST_F(BridgeTest, AfterTheLastEpochNothingIsWrittenThatReadersWouldRefuse) {
+    bus.setStream(1, {headerLine({"json", 1, kMostEpoch, 1, 0, 0, "somebody", "now"})});
+    const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
+    EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions == std::vector<unsigned>{0, 2, 3}; }));
+    EXPECT_TRUE(story.waitFor("partition 1: it is in epoch 9007199254740992, after which there is none: "
+                              "something else than a bridge has written there; create its stream anew; tried "
+                              "again"));
+    EXPECT_EQ(bus.stream(1).size(), 1U);
+}
+
 TEST_F(BridgeTest, ADictionaryThatIsNotStoredHoldsUpNothingAndIsTriedAgain) {
     const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
     EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions.size() == kPartitions; }));

@@ -150,6 +150,7 @@ TEST(KafkaTail, TheHighestEpochCountsAndIsOverWhenTwoHaveWrittenInIt) {
              Case{{{batch(4, 7), "me"}, {batch(3, 9), "other"}}, 4, 7},        // theirs did
              Case{{{batch(4, 1), "other"}, {batch(4, 1), "me"}}, 5, 0},        // both have taken over
              Case{{{"hello", ""}, {batch(2, 1), "me"}, {"\xff\n", ""}}, 2, 1}, // of somebody else
+             Case{{{batch(2, 1), "me"}, {batch(UINT64_MAX, 1), ""}}, 2, 1},    // the same
          }) {
         KafkaTail tail("me");
         for (const auto& [message, writer] : each.messages)
