@@ -4,6 +4,7 @@
 
 #include "bus/BusError.h"
 #include "bus/JsonText.h"
+#include "bus/counted.h"
 #include "run/Bridge.h"
 
 #include "common/Password.h"
@@ -97,8 +98,9 @@ int run(const ProgramOptions& options) {
         const std::unique_ptr<Bridge> bridge = openBridge(options, feed, *engine, signals);
         if (bridge == nullptr)
             return ENDED;
-        log(fmt::format("{}: {} symbols, {} partitions, ready", options.bridge.name,
-                        options.bridge.instruments.size(), options.bridge.layout.partitions));
+        log(fmt::format("{}: {}, {}, ready", options.bridge.name,
+                        counted(options.bridge.instruments.size(), "symbol"),
+                        counted(options.bridge.layout.partitions, "partition")));
         std::unique_ptr<StatusServer> server;
         if (!options.statsListen.empty()) {
             server =

@@ -4,6 +4,7 @@
 #include "bus/BusError.h"
 #include "bus/JsonText.h"
 #include "bus/SubjectNames.h"
+#include "bus/counted.h"
 #include "bus/startThread.h"
 #include "run/StateNames.h"
 
@@ -252,9 +253,9 @@ void Bridge::take(unsigned partition) {
     m_tenures[partition] = std::move(tenure);
     shareRoom();
     m_counters->takeovers.fetch_add(1, std::memory_order_relaxed);
-    m_log(fmt::format("partition {}: taken{}, epoch {}, {} symbols", partition,
+    m_log(fmt::format("partition {}: taken{}, epoch {}, {}", partition,
                       before.holder.empty() ? "" : " over from " + before.holder, epoch,
-                      m_instruments[partition].size()));
+                      counted(m_instruments[partition].size(), "symbol")));
 }
 
 void Bridge::shareRoom() {

@@ -67,8 +67,8 @@ def main():
             wait_until("a server", lambda: server.says("Server is ready"))
             bridge = Process(folder, f"bridge{number}", programs / "bridge/tivra-bridge", "-H", address, "--user", "demo",
                              "-s", 100, "-f", "symbols", "--to", f"{scheme}127.0.0.1:{port}", "--partitions", 1, *options)
-            wait_until("its end or its start", lambda: bridge.says("partitions, ready") or bridge.child.poll() is not None)
-            was_good = bridge.says("1 partitions, ready")
+            wait_until("its end or its start", lambda: bridge.says("1 partition, ready") or bridge.child.poll() is not None)
+            was_good = bridge.says("1 partition, ready")
             code = bridge.child.poll()
             if was_good != is_good or not is_good and code != NO_ENGINE:
                 bad += 1
