@@ -43,7 +43,7 @@ unsigned partitionsOf(KafkaReader& reader) {
 KafkaSource::KafkaSource(const KafkaAddress& address)
     : m_reader(forReading(address))
     , m_partitions(partitionsOf(m_reader))
-    , m_lastValues(m_reader)
+    , m_lastValues(m_reader, address.patience)
     , m_status(address)
     , m_follower(address) {}
 
@@ -58,7 +58,7 @@ std::string KafkaSource::dictionary() {
 
 std::vector<std::optional<std::string>>
 KafkaSource::lastValues(const std::vector<tivra::Instrument>& instruments) {
-    return m_lastValues.find(instruments, m_partitions);
+    return m_lastValues.find(instruments, m_partitions, KafkaLastValues::Clock::now());
 }
 
 std::optional<std::string> KafkaSource::status(int source) {

@@ -54,7 +54,8 @@ public:
     [[nodiscard]] virtual std::string layout() = 0;
     /// The dictionary that batches refer to; empty when there is none. @throws BusError
     [[nodiscard]] virtual std::string dictionary() = 0;
-    /// The last values of symbols, in one round; nothing for one that has none. @throws BusError
+    /// The last values of symbols, in one round; nothing for one that has none, or for which the search takes
+    /// longer: then it goes on when they are asked for again. @throws BusError
     [[nodiscard]] virtual std::vector<std::optional<std::string>>
     lastValues(const std::vector<tivra::Instrument>& instruments) = 0;
     /// The last state of a source that was told, if any. @throws BusError

@@ -324,7 +324,7 @@ void ReaderThread::askStatus(Clock::time_point now) {
 }
 
 void ReaderThread::askLastValues(std::vector<SymbolTrack*>& tracks, Clock::time_point now) {
-    for (std::size_t begin = 0; begin < tracks.size(); begin += kRound) {
+    for (std::size_t begin = 0; begin < tracks.size() && !m_isEnding; begin += kRound) {
         const std::size_t end = std::min(begin + kRound, tracks.size());
         std::vector<tivra::Instrument> instruments;
         for (std::size_t i = begin; i < end; ++i)

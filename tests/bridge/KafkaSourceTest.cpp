@@ -53,7 +53,7 @@ public:
     }
     void last(const std::string& symbol, std::uint64_t epoch, std::uint64_t number) {
         const std::string key = "100:" + symbol;
-        send({kLastTopic, kPartition, key,
+        send({kLastTopic, partitionOf(100, symbol, MockKafka::kPartitions), key,
               bridge_test::lastMessageOf({100, symbol, number}, epoch, "live", bid(number))});
     }
     /// Until all that was sent is stored.
@@ -195,30 +195,67 @@ TEST(KafkaSource, NoThreadOfAReaderTakesASignalOfTheHosts) {
     EXPECT_GE(threads, 3U) << "the reader's, that of a partition, that of states";
 }
 
+/// A symbol of that partition.
+std::string symbolIn(unsigned partition) {
+    std::string symbol = "BUSY";
+    while (partitionOf(100, symbol, MockKafka::kPartitions) != partition)
+        symbol += 'Y'; // an even one would change nothing
+    return symbol;
+}
+
 TEST(KafkaLastValues, AreFoundHoweverFarBackAndTheNewestBridgesCount) {
     const MockKafka kafka;
     Bridge bridge(kafka);
-    std::string busy = "BUSY";
-    while (partitionOf(100, busy, MockKafka::kPartitions) != kPartition)
-        busy += 'Y'; // an even one would change nothing
+    const std::string busy = symbolIn(kPartition);
     bridge.last("IBM", 5, 8);
     bridge.last("IBM", 4, 9); // of a bridge that was stopped and wakes up
     for (std::uint64_t n = 1; n <= 30; ++n)
         bridge.last(busy, 5, n);
     bridge.await();
     KafkaReader reader(kafka.address());
-    KafkaLastValues last(reader, 4);
+    KafkaLastValues last(reader, kPatience, 4);
     const std::vector<tivra::Instrument> wanted{{100, "IBM"}, {100, busy}, {100, "NONE"}};
-    auto found = last.find(wanted, MockKafka::kPartitions);
+    auto found = last.find(wanted, MockKafka::kPartitions, Clock::now());
     ASSERT_TRUE(found[0] && found[1]);
     EXPECT_THAT(*found[0], testing::HasSubstr(R"("epoch":5,"n":8)"));
     EXPECT_THAT(*found[1], testing::HasSubstr(R"("n":30)"));
     EXPECT_FALSE(found[2]);
     bridge.last(busy, 5, 31);
     bridge.await();
-    found = last.find(wanted, MockKafka::kPartitions);
+    found = last.find(wanted, MockKafka::kPartitions, Clock::now());
     EXPECT_THAT(*found[0], testing::HasSubstr(R"("n":8)"));
     EXPECT_THAT(*found[1], testing::HasSubstr(R"("n":31)"));
+}
+
+TEST(KafkaLastValues, ASearchGoesOnWhereItsTimeWasUpAndHoldsUpNoOtherPartition) {
+    const MockKafka kafka;
+    Bridge bridge(kafka);
+    const std::string busy = symbolIn(kPartition), other = symbolIn(1 - kPartition);
+    bridge.last("IBM", 5, 8);
+    for (std::uint64_t n = 1; n <= 30; ++n)
+        bridge.last(busy, 5, n);
+    bridge.last(other, 5, 1);
+    bridge.await();
+    KafkaReader reader(kafka.address());
+    constexpr std::int64_t kStep = 4;
+    // Time for one step.
+    KafkaLastValues last(reader, std::chrono::milliseconds(0), kStep);
+    const Clock::time_point now = Clock::now();
+    const auto find = [&](const std::string& symbol, std::chrono::seconds after) {
+        return last.find({{100, symbol}}, MockKafka::kPartitions, now + after)[0];
+    };
+    int steps = 0;
+    for (bool isFound = false; !isFound && steps < 100; ++steps) {
+        const auto found = last.find({{100, "IBM"}, {100, other}}, MockKafka::kPartitions, now);
+        isFound = found[0].has_value();
+        EXPECT_TRUE(found[1] || steps % 2 == 0) << steps;
+        bridge.last(busy, 5, 31);
+        bridge.await();
+    }
+    EXPECT_LT(steps, 100);
+    EXPECT_THAT(find("IBM", std::chrono::seconds(0)), testing::Optional(testing::HasSubstr(R"("n":8)")));
+    EXPECT_TRUE(find("IBM", std::chrono::seconds(50))) << "what was found is kept";
+    EXPECT_FALSE(find("IBM", std::chrono::seconds(150))) << "until nobody has asked for it for a minute";
 }
 
 TEST(KafkaSource, ABrokerThatIsntThereOrHasNoBridgesIsAnError) {
