@@ -1,7 +1,6 @@
 #include "feed/FeedImpl.h"
 
 #include <algorithm>
-#include <csignal>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -12,6 +11,7 @@
 #include <event/UserEvent.h>
 #include <session/Session.h>
 #include <tp/Clock.h>
+#include <tp/SignalsBlocked.h>
 #include <tp/Thread.h>
 #include <tp/eprintf.h>
 
@@ -309,6 +309,7 @@ bool FeedImpl::close(std::chrono::milliseconds deadline) {
 /// for the library's threads, so it can't be one of them.
 void FeedImpl::startShutDown() {
     try {
+        const tp::SignalsBlocked inherited;
         std::thread([feed = shared_from_this()] {
             tp::setThreadName("tivra-close");
             feed->shutDown();
@@ -323,9 +324,6 @@ void FeedImpl::startShutDown() {
 }
 
 void FeedImpl::shutDown() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     if (m_session != nullptr)
         m_session->stop();
     {

@@ -1,10 +1,10 @@
 #include "feed/OpeningState.h"
 
 #include <algorithm>
-#include <csignal>
 #include <string>
 #include <system_error>
 
+#include <tp/SignalsBlocked.h>
 #include <tp/Thread.h>
 
 #include "feed/FeedImpl.h"
@@ -29,6 +29,7 @@ constexpr std::chrono::nanoseconds kLongestWait = std::chrono::hours(24 * 365);
 tivra::Opening OpeningState::begin(tivra::FeedOptions options) {
     auto state = std::make_shared<OpeningState>(FeedImpl::make(std::move(options)));
     try {
+        const tp::SignalsBlocked inherited;
         state->m_thread = std::thread([state] { state->run(); });
     } catch (const std::system_error& error) {
         state->m_feed->close(std::chrono::milliseconds(0));
@@ -41,9 +42,6 @@ tivra::Opening OpeningState::begin(tivra::FeedOptions options) {
 
 void OpeningState::run() {
     tp::setThreadName("tivra-open");
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     std::optional<Result<Feed>> result;
     try {
         result.emplace(FeedImpl::bringUp(m_feed));
