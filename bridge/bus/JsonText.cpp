@@ -80,7 +80,8 @@ std::string secondText(std::chrono::sys_seconds second) {
     return {text, to};
 }
 
-char* putBareTime(char* to, std::chrono::system_clock::time_point time) {
+// Not the system's clock, whose nanoseconds end in the year 2262: a hub may send any.
+char* putBareTime(char* to, tivra::TimePoint time) {
     using namespace std::chrono;
     const sys_seconds second = floor<seconds>(time);
     // What comes one after the other is of the same second as a rule.
@@ -92,7 +93,7 @@ char* putBareTime(char* to, std::chrono::system_clock::time_point time) {
     }
     to = putText(to, text);
     *to++ = '.';
-    to = putPadded(to, static_cast<unsigned>(floor<microseconds>(time - second).count()), 6);
+    to = putPadded(to, static_cast<unsigned>((time - second).count()), 6);
     *to++ = 'Z';
     return to;
 }
@@ -152,9 +153,13 @@ void appendNumber(std::string& out, std::uint64_t number) {
     out.append(text, putNumber(text, number));
 }
 
-void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
+void appendTime(std::string& out, tivra::TimePoint time) {
     char text[kMostPut];
     out.append(text, putBareTime(text, time));
+}
+
+void appendTime(std::string& out, std::chrono::system_clock::time_point time) {
+    appendTime(out, std::chrono::floor<std::chrono::microseconds>(time));
 }
 
 void appendValue(std::string& out, const tivra::Value& value) {

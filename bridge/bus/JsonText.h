@@ -18,6 +18,7 @@ void appendQuoted(std::string& out, std::string_view text);
 /// number is a text, "nan", "inf" or "-inf".
 void appendValue(std::string& out, const tivra::Value& value);
 /// "2013-10-07T13:30:00.123456Z", without quotes.
+void appendTime(std::string& out, tivra::TimePoint time);
 void appendTime(std::string& out, std::chrono::system_clock::time_point time);
 void appendNumber(std::string& out, std::uint64_t number);
 

@@ -82,7 +82,8 @@ StreamSpan KafkaSource::spanOf(unsigned partition) {
     const auto take = [&span](const rd_kafka_message_t& message) {
         rd_kafka_timestamp_type_t type = RD_KAFKA_TIMESTAMP_NOT_AVAILABLE;
         if (const std::int64_t time = rd_kafka_message_timestamp(&message, &type); time > 0)
-            span.lastTime = system_clock::time_point(milliseconds(time));
+            span.lastTime = system_clock::time_point(
+                std::min(milliseconds(time), floor<milliseconds>(system_clock::duration::max())));
     };
     const KafkaReader::Extent extent = m_reader.readLast(kTickTopic, partition, 1, take);
     span.first = static_cast<std::uint64_t>(extent.first) + 1;
