@@ -93,7 +93,7 @@ const std::vector<CertificateFault> kFaults = {
      [](Scene& s) {
          s.settings.caFile = s.files.write("ca.pem", Certificate(issuerText("other"), nullptr).pem());
      },
-     "issuer"},
+     "the issuer of the hub's certificate is unknown"},
     {"UnknownIssuerInTheChain",
      [](Scene& s) {
          s.chain.push_back(&s.root);
@@ -104,7 +104,7 @@ const std::vector<CertificateFault> kFaults = {
      [](Scene& s) {
          s.settings.caFile = s.files.write("ca.pem", Certificate(issuerText("root"), nullptr).pem());
      },
-     "hub's chain"},
+     "a signature in the hub's chain is wrong"},
     {"BrokenChain", [](Scene& s) { s.chain.clear(); }, "have the hub send the certificates between"},
     {"Revoked",
      [](Scene& s) {
@@ -147,7 +147,7 @@ const std::vector<CertificateFault> kFaults = {
          s.between = Certificate(
              with(issuerText("between"), [](auto& t) { t.keyUsage = "critical,cRLSign"; }), &s.root);
      },
-     "issuer"},
+     "is no issuer's"},
     {"ChainTooDeepForItsIssuer",
      [](Scene& s) {
          s.root = Certificate(
