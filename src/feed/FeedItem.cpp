@@ -170,9 +170,13 @@ void FeedItem::withdraw() {
 
 void FeedItem::restore() {
     const Turn turn(*this);
-    if (!m_isWithdrawn.exchange(false, std::memory_order_relaxed) || m_state != DataState::Stale)
+    if (!m_isWithdrawn.exchange(false, std::memory_order_relaxed))
         return;
     m_asked = Asked::Anew;
+    // On another connection an update by the former request may have ended the gap before.
+    beginGap(tivra::Gap::Cause::Withdrawal);
+    if (m_state != DataState::Stale)
+        return;
     m_state = DataState::Recovering;
     changeAll(DataState::Recovering, kRestored);
 }

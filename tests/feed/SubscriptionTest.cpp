@@ -177,6 +177,30 @@ TEST_F(SubscriptionTest, UpdatesBetweenTheGrantOfASourceAndItsImageStandBetweenG
                                            "IBM gap by withdrawal", "IBM image", "IBM update 10"));
 }
 
+TEST_F(SubscriptionTest, WhatComesByTheFormerRequestOnAnotherConnectionStandsBetweenGapsToo) {
+    auto ibm = feed.subscribe({100, "IBM"}, write());
+    ASSERT_TRUE(story.waitFor("IBM Live"));
+    hub.withdraw("demo", 100);
+    ASSERT_TRUE(story.waitFor("IBM Stale"));
+    hub.ignore("QuerySnapAndSubscribe", 2);
+    hub.clearRequests();
+    hub.dropConnections();
+    ASSERT_TRUE(hub.waitForCommand("QuerySnapAndSubscribe"));
+    hub.pushToAll(Record(100, "IBM").add(token::BID, 7));
+    ASSERT_TRUE(story.waitFor("IBM update 7"));
+    hub.clearRequests();
+    hub.grant("demo", 100);
+    const auto request = hub.waitForCommand("QuerySnapAndSubscribe");
+    ASSERT_TRUE(request);
+    hub.pushToAll(
+        Record(100, "IBM").add(token::TAG, static_cast<long long>(request->tag)).add(token::BID, 9));
+    hub.pushToAll(Record(100, "IBM").add(token::BID, 10));
+    ASSERT_TRUE(story.waitFor("IBM update 10"));
+    EXPECT_THAT(story.lines(),
+                ElementsAre("IBM image", "IBM Live", "IBM Stale", "IBM Recovering", "IBM gap by withdrawal",
+                            "IBM update 7", "IBM gap by withdrawal", "IBM image", "IBM update 10"));
+}
+
 TEST_F(SubscriptionTest, WhatAWithdrawnSourceIsRefusedForComesBackWithIt) {
     auto ibm = feed.subscribe({100, "IBM"}, write());
     ASSERT_TRUE(story.waitFor("IBM Live"));
