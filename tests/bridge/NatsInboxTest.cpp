@@ -1,3 +1,5 @@
+#include "SendResults.h"
+
 #include "nats/NatsInbox.h"
 
 #include "support/Ports.h"
@@ -64,15 +66,6 @@ private:
     std::string m_text;
     int m_fd = -1;
     std::thread m_thread;
-};
-
-class Results : public SendListener {
-public:
-    void sent(std::uint64_t tag, const SendResult& result) override {
-        results.emplace_back(tag, result.outcome);
-    }
-
-    std::vector<std::pair<std::uint64_t, Outcome>> results;
 };
 
 } // namespace

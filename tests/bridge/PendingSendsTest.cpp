@@ -1,5 +1,7 @@
-#include "nats/PendingSends.h"
+#include "SendResults.h"
+
 #include "nats/NatsAnswer.h"
+#include "nats/PendingSends.h"
 
 #include <gtest/gtest.h>
 
@@ -9,20 +11,6 @@
 
 using namespace tivra_bus;
 using Outcome = SendResult::Outcome;
-
-namespace {
-
-/// Keeps what it is told.
-class Results : public SendListener {
-public:
-    void sent(std::uint64_t tag, const SendResult& result) override {
-        results.emplace_back(tag, result.outcome);
-    }
-
-    std::vector<std::pair<std::uint64_t, Outcome>> results;
-};
-
-} // namespace
 
 TEST(NatsAnswer, EachAnswerOfAServerIsUnderstood) {
     struct Case {
