@@ -54,11 +54,14 @@ struct Gap {
         /// in between is missing.
         Conflation
     };
-    Cause cause = Cause::Loss;                  ///< why data was missed
-    std::chrono::system_clock::time_point from; ///< when the loss was noticed
-    std::chrono::system_clock::time_point to;   ///< when the next data came
-    std::optional<std::uint64_t> messages;      ///< how many were missed, where that can be known
-    std::optional<std::uint64_t> bytes;         ///< of the hub's data in all, where that can be known
+    Cause cause = Cause::Loss; ///< why data was missed
+    /// What is missing was sent later: when the last thing before a loss was read, which may be many seconds
+    /// before it was noticed; when the hub said last how much it had dropped, or began to merge; when a
+    /// withdrawal was noticed. By this machine's clock.
+    std::chrono::system_clock::time_point from;
+    std::chrono::system_clock::time_point to; ///< when the next data came
+    std::optional<std::uint64_t> messages;    ///< how many were missed, where that can be known
+    std::optional<std::uint64_t> bytes;       ///< of the hub's data in all, where that can be known
 };
 
 /// Who hears of what comes for a subscription. Each may be left out. Calls for one symbol come one at a time

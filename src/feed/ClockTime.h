@@ -17,4 +17,10 @@ namespace tivra_internal {
     return toTimePoint(tp::Clock::now());
 }
 
+/// A time of the monotonic clock in seconds since the Unix epoch, as the wall clock shows it now: should it
+/// have been set meanwhile, two of them still differ by what has passed between them.
+[[nodiscard]] inline double onTheWall(double monotonic) {
+    return tp::Clock::now() - (tp::Clock::monotonic() - monotonic);
+}
+
 } // namespace tivra_internal

@@ -90,7 +90,7 @@ void FeedItem::deliver(FeedStream& stream, const StreamMessage& incoming, Update
         return;
     }
     m_asked = Asked::AnewButUpdated;
-    beginGap(tivra::Gap::Cause::Withdrawal);
+    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::now());
 }
 
 void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const StreamMessage& incoming) {
@@ -137,11 +137,11 @@ void FeedItem::refuse(SubscriptionState& latecomer, const tivra::Error& error) {
         latecomer.change(DataState::Refused, kRefused, &error, m_registry->callbacks());
 }
 
-void FeedItem::lose(const FeedStream& stream) {
+void FeedItem::lose(const FeedStream& stream, double since) {
     const Turn turn(*this);
     if (!removeHome(stream) || m_state == DataState::Pending || m_state == DataState::Refused)
         return;
-    beginGap(tivra::Gap::Cause::Loss);
+    beginGap(tivra::Gap::Cause::Loss, since);
     m_state = DataState::Stale;
     changeAll(DataState::Stale, kLost);
 }
@@ -163,7 +163,7 @@ void FeedItem::withdraw() {
     if (m_state == DataState::Pending || m_state == DataState::Refused)
         return; // the answer will say it, or has said it
     m_isWithdrawn.store(true, std::memory_order_relaxed);
-    beginGap(tivra::Gap::Cause::Withdrawal);
+    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::now());
     m_state = DataState::Stale;
     changeAll(DataState::Stale, kWithdrawn);
 }
@@ -174,7 +174,7 @@ void FeedItem::restore() {
         return;
     m_asked = Asked::Anew;
     // On another connection an update by the former request may have ended the gap before.
-    beginGap(tivra::Gap::Cause::Withdrawal);
+    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::now());
     if (m_state != DataState::Stale)
         return;
     m_state = DataState::Recovering;
@@ -191,10 +191,10 @@ void FeedItem::skip(const FeedStream& stream, const tivra::Gap& gap) {
     });
 }
 
-void FeedItem::beginGap(tivra::Gap::Cause cause) {
+void FeedItem::beginGap(tivra::Gap::Cause cause, double since) {
     if (m_gapFrom != 0.0)
         return;
-    m_gapFrom = tp::Clock::now();
+    m_gapFrom = since;
     m_gapCause = cause;
 }
 

@@ -53,7 +53,8 @@ public:
     void refuse(const tivra::Error& error) TP_EXCLUDES(m_turn);
     void finishImageOf(SubscriptionState& latecomer) TP_EXCLUDES(m_turn);
     void refuse(SubscriptionState& latecomer, const tivra::Error& error) TP_EXCLUDES(m_turn);
-    void lose(const FeedStream& stream) TP_EXCLUDES(m_turn);
+    /// @param since  what may be missing was sent later, in seconds since the epoch
+    void lose(const FeedStream& stream, double since) TP_EXCLUDES(m_turn);
     void recover() TP_EXCLUDES(m_turn);
     /// The hub has sent less than there was, until now; its data goes on.
     void skip(const FeedStream& stream, const tivra::Gap& gap) TP_EXCLUDES(m_turn);
@@ -112,7 +113,7 @@ private:
     /// Whoever brings its data is there again.
     void recoverNow() TP_REQUIRES(m_turn);
     void beginImage() TP_REQUIRES(m_turn);
-    void beginGap(tivra::Gap::Cause cause) TP_REQUIRES(m_turn);
+    void beginGap(tivra::Gap::Cause cause, double since) TP_REQUIRES(m_turn);
     void changeAll(tivra::DataState to, std::string_view cause, const tivra::Error* error = nullptr)
         TP_REQUIRES(m_turn);
 

@@ -56,7 +56,6 @@ FeedStream::FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& f
 
 FeedStream::~FeedStream() {
     m_registry->removeStream(*this);
-    connectionLost();
     m_registry->callbacks().watch().remove(m_slot);
 }
 
@@ -197,13 +196,14 @@ Error FeedStream::refusal(const std::string& what, int64_t status) const {
                   code, m_feed.statusName(code), 0});
 }
 
-void FeedStream::connectionLost() {
+void FeedStream::connectionLost(double heard) {
     m_conflatedSince.reset(); // the loss is the longer gap
     if (m_registry->isDetached())
         return;
-    m_items.forEach([this](FeedItem& item) {
+    const double since = onTheWall(heard);
+    m_items.forEach([this, since](FeedItem& item) {
         const CallbackSlot::Scope watched(m_slot, item.tag());
-        item.lose(*this);
+        item.lose(*this, since);
     });
 }
 
@@ -215,18 +215,16 @@ void FeedStream::connectionBegins() {
     });
 }
 
-void FeedStream::hubDropped(std::uint64_t bytes) {
-    const auto now = wallTime();
-    tellOfGap({tivra::Gap::Cause::Overrun, m_lastDrop.value_or(now), now, std::nullopt, bytes});
-    m_lastDrop = now;
+void FeedStream::hubDropped(std::uint64_t bytes, double since) {
+    tellOfGap({tivra::Gap::Cause::Overrun, toTimePoint(onTheWall(since)), wallTime(), std::nullopt, bytes});
 }
 
-void FeedStream::conflationChanged(bool isConflating) {
-    const auto now = wallTime();
+void FeedStream::conflationChanged(bool isConflating, double since) {
     if (isConflating)
-        m_conflatedSince = now;
-    else if (const auto since = std::exchange(m_conflatedSince, std::nullopt))
-        tellOfGap({tivra::Gap::Cause::Conflation, *since, now, std::nullopt, std::nullopt});
+        m_conflatedSince = since;
+    else if (const auto begin = std::exchange(m_conflatedSince, std::nullopt))
+        tellOfGap({tivra::Gap::Cause::Conflation, toTimePoint(onTheWall(*begin)), wallTime(), std::nullopt,
+                   std::nullopt});
 }
 
 void FeedStream::tellOfGap(const tivra::Gap& gap) {

@@ -30,11 +30,11 @@ public:
     ~FeedStream() override;
 
     void deliver(const StreamMessage& incoming) override;
-    void connectionLost() override;
+    void connectionLost(double heard) override;
     void connectionBegins() override;
     void hubRefused(int64_t tag, int64_t status) override;
-    void hubDropped(std::uint64_t bytes) override;
-    void conflationChanged(bool isConflating) override;
+    void hubDropped(std::uint64_t bytes, double since) override;
+    void conflationChanged(bool isConflating, double since) override;
 
     [[nodiscard]] HubFields& fields() noexcept { return m_fields; }
     [[nodiscard]] MessageTimes& times() noexcept { return m_times; }
@@ -79,8 +79,7 @@ private:
     ItemTable m_items;
     std::size_t m_roomFor = kMostMet;
     std::atomic<std::uint64_t> m_updates{0};
-    std::optional<std::chrono::system_clock::time_point> m_lastDrop; ///< when the hub's drops were known
-    std::optional<std::chrono::system_clock::time_point> m_conflatedSince;
+    std::optional<double> m_conflatedSince; ///< by the monotonic clock
     double m_now = 0.0;
     uint32_t m_beats = 0;
 };

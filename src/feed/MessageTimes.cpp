@@ -3,16 +3,6 @@
 #include "feed/ClockTime.h"
 
 namespace tivra_internal {
-namespace {
-
-/// As the wall clock shows it now: should it have been set meanwhile, times of one message still differ by
-/// what has passed between them.
-[[nodiscard]] std::chrono::system_clock::time_point onTheWall(double monotonic) {
-    return toTimePoint(tp::Clock::now() - (tp::Clock::monotonic() - monotonic));
-}
-
-} // namespace
-
 void MessageTimes::beginMeasuring() noexcept {
     m_countdown = m_sampling;
     m_isMeasured = true;
@@ -40,7 +30,7 @@ std::chrono::system_clock::time_point MessageTimes::receivedAt() noexcept {
     // Messages of one read have one time, and the clocks are looked at once for them.
     if (readAt != m_readAt) {
         m_readAt = readAt;
-        m_receivedAt = onTheWall(readAt);
+        m_receivedAt = toTimePoint(onTheWall(readAt));
     }
     return m_receivedAt;
 }
@@ -48,7 +38,7 @@ std::chrono::system_clock::time_point MessageTimes::receivedAt() noexcept {
 std::chrono::system_clock::time_point MessageTimes::decodedAt() noexcept {
     if (m_decodedAt == 0.0)
         m_decodedAt = tp::Clock::monotonic();
-    return onTheWall(m_decodedAt);
+    return toTimePoint(onTheWall(m_decodedAt));
 }
 
 } // namespace tivra_internal

@@ -29,7 +29,8 @@ struct StreamMessage {
 };
 
 /// Who takes a hub's messages in place of the session's message handler. Its calls come one at a time, on
-/// whichever thread delivers for the hub, in the order of the data. It goes with the hub.
+/// whichever thread delivers for the hub, in the order of the data. It goes with the hub. Times are those of
+/// the monotonic clock.
 class MessageStream {
 public:
     virtual ~MessageStream() = default;
@@ -37,16 +38,19 @@ public:
     virtual void deliver(const StreamMessage& incoming) = 0;
     /// The connection is lost, and everything that came over it has been delivered. Before deliver() for
     /// anything of the next one.
-    virtual void connectionLost() = 0;
+    /// @param heard  when the last of that was read: nothing is missing from before
+    virtual void connectionLost(double heard) = 0;
     /// What follows comes over another connection.
     virtual void connectionBegins() = 0;
     /// This hub, of those that were asked, has refused the request, or is lost before its answer. The answer
     /// as a whole comes by deliver().
     virtual void hubRefused(int64_t tag, int64_t status) = 0;
     /// The hub says that it has dropped so many bytes more of what was for this connection.
-    virtual void hubDropped(uint64_t bytes) = 0;
+    /// @param since  when it said last how many there were
+    virtual void hubDropped(uint64_t bytes, double since) = 0;
     /// The hub merges updates for want of room, or has ceased to. What was merged before has been delivered.
-    virtual void conflationChanged(bool isConflating) = 0;
+    /// @param since  when it said so
+    virtual void conflationChanged(bool isConflating, double since) = 0;
 };
 
 /// What makes the streams of a session.

@@ -112,6 +112,7 @@ bool Queue::isServedBeforeSleep() {
 }
 
 void Queue::movePointersToStart() {
+    m_readTimes.clear(m_ReadQueue.load(std::memory_order_relaxed));
     m_WriteStream = m_BufferStart;
     m_knownWritten = m_BufferStart;
     {
@@ -119,7 +120,6 @@ void Queue::movePointersToStart() {
         m_WriteQueue.store(m_BufferStart, std::memory_order_release);
     }
     m_ReadQueue.store(m_BufferStart, std::memory_order_release);
-    m_readTimes.clear();
 }
 
 void Queue::discardContents() {

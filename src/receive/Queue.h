@@ -116,6 +116,11 @@ public:
     [[nodiscard]] double frameReadAt() const noexcept {
         return m_readTimes.timeOf(m_ReadQueue.load(std::memory_order_relaxed));
     }
+    /// When the last frame was read of those that have been delivered, by the same clock; 0 for none.
+    /// @thread that delivers, or while nobody does
+    [[nodiscard]] double deliveredReadAt() const noexcept {
+        return m_readTimes.takenUpTo(m_ReadQueue.load(std::memory_order_relaxed));
+    }
     /// Calls `work` while no frame is being delivered.
     void runAsConsumer(const std::function<void()>& work) TP_EXCLUDES(m_reset_mutex);
     /// No complete frame waits.

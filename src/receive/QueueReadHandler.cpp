@@ -74,7 +74,10 @@ QueueReadHandler::QueueReadHandler(Queue* queue, ReadHandlerSession& session,
     msgEvent = HandleAccess::make<tivra::MessageEvent>(std::move(event));
 }
 
-QueueReadHandler::~QueueReadHandler() = default;
+QueueReadHandler::~QueueReadHandler() {
+    if (m_stream != nullptr)
+        m_stream->connectionLost(heard());
+}
 
 KVNAPI::Token* QueueReadHandler::requireToken(const char* name) const {
     KVNAPI::Token* const token = MetaMap.lookupTokenViaName(name);
@@ -234,13 +237,25 @@ double QueueReadHandler::readAt() const {
     return m_responseQueue->frameReadAt();
 }
 
+double QueueReadHandler::readOrNow() const {
+    const double time = readAt();
+    return time > 0.0 ? time : tp::Clock::monotonic();
+}
+
 /// Under the queue's reset mutex, with nothing of the lost connections left in the queue. The connection that
 /// is delivered may be lost already, which is news only once what it brought has been delivered.
 void QueueReadHandler::reportLosses(uint32_t losses) {
     if (losses == m_lossesReported)
         return;
     m_lossesReported = losses;
-    m_stream->connectionLost();
+    m_stream->connectionLost(heard());
+}
+
+/// Of the connection of which something has been delivered. What has been read since, of one that hasn't come
+/// so far, says nothing of what was sent meanwhile.
+double QueueReadHandler::heard() const {
+    const double heard = m_isNewConnection ? m_heardBefore : m_responseQueue->deliveredReadAt();
+    return heard > 0.0 ? heard : tp::Clock::monotonic();
 }
 
 void QueueReadHandler::setHBTime() {
@@ -253,7 +268,9 @@ bool QueueReadHandler::calcStats(double curtime) {
 }
 
 void QueueReadHandler::reset() {
+    m_heardBefore = heard();
     m_isNewConnection = true;
+    m_dropsToldAt = tp::Clock::monotonic();
     m_lossesBefore = m_losses.load(std::memory_order_relaxed);
     m_hubDropsBefore = 0;
     endJitConflation();

@@ -9,6 +9,7 @@
 
 #include <event/MessageEvent.h>
 #include <request/Commands.h>
+#include <tp/Clock.h>
 
 #include "config/HandleAccess.h"
 #include "kvnparse/Message.h"
@@ -116,6 +117,9 @@ private:
     [[nodiscard]] bool deliver(Incoming& in);
     void deliverToStream(const Incoming& in);
     void reportLosses(uint32_t losses);
+    [[nodiscard]] double heard() const;
+    /// When the frame was read that is being delivered.
+    [[nodiscard]] double readOrNow() const;
 
     // SystemRecords.cpp: each returns true when the record is not for the application.
     [[nodiscard]] bool consumeSystemRecord(KVNAPI::Message& msg);
@@ -173,8 +177,10 @@ private:
     std::atomic<uint32_t> m_losses{0};
     uint32_t m_lossesReported = 0;
     uint32_t m_lossesBefore = 0;   ///< of the connections before the one that is delivered
+    double m_heardBefore = 0.0;    ///< when the last of those connections was read, by the monotonic clock
     uint64_t m_hubDropsBefore = 0; ///< the hub's count when it was seen last
-    bool m_isNewConnection = true; ///< and nothing of it has been delivered
+    double m_dropsToldAt = tp::Clock::monotonic(); ///< when that was
+    bool m_isNewConnection = true;                 ///< and nothing of it has been delivered
 
     // What the hub has said about itself.
     std::atomic<int32_t> m_lastJitStatus{0};

@@ -2,12 +2,19 @@
 
 namespace tivra_internal {
 
+std::uint32_t ReadTimes::firstBehind(std::size_t length) const noexcept {
+    std::uint32_t first = m_forgotten.load(std::memory_order_relaxed);
+    while (first != m_known && distance(m_marks[first % kMarks].end) <= length)
+        ++first;
+    return first;
+}
+
 // A mark that was set after the batch had been looked at is of a later one. One that was set before may be,
 // too: it lies behind the batch then, since nothing of the ring had been given back.
 void ReadTimes::beginBatch(const char* begin, const char* end) noexcept {
-    std::uint32_t first = m_forgotten.load(std::memory_order_relaxed);
-    while (first != m_known && distance(m_marks[first % kMarks].end) <= m_length)
-        ++first;
+    const std::uint32_t first = firstBehind(m_length);
+    if (first != m_forgotten.load(std::memory_order_relaxed))
+        m_takenAt = m_marks[(first - 1) % kMarks].time;
     m_begin = begin == m_ring + m_size ? m_ring : begin;
     m_length = distance(end);
     m_known = m_added.load(std::memory_order_acquire);
@@ -31,7 +38,14 @@ double ReadTimes::timeOf(const char* frame) const noexcept {
     return m_marks[low % kMarks].time;
 }
 
-void ReadTimes::clear() noexcept {
+double ReadTimes::takenUpTo(const char* place) const noexcept {
+    const std::uint32_t first = firstBehind(distance(place));
+    return first == m_forgotten.load(std::memory_order_relaxed) ? m_takenAt
+                                                                : m_marks[(first - 1) % kMarks].time;
+}
+
+void ReadTimes::clear(const char* taken) noexcept {
+    m_takenAt = takenUpTo(taken);
     m_begin = m_ring;
     m_length = 0;
     m_known = m_added.load(std::memory_order_relaxed);

@@ -35,8 +35,12 @@ public:
     /// The time of a frame that begins there, in the present batch; 0 when there is no mark for it.
     /// @thread consumer
     [[nodiscard]] double timeOf(const char* frame) const noexcept;
-    /// The ring is empty. @thread hub, while nobody takes frames out
-    void clear() noexcept;
+    /// The time of the last frame that was taken out, when everything is up to there; at most that where the
+    /// marks weren't enough, and 0 when there was none. @thread consumer
+    [[nodiscard]] double takenUpTo(const char* place) const noexcept;
+    /// What isn't taken out yet goes unread. @thread hub, while nobody takes frames out
+    /// @param taken  everything up to there has been
+    void clear(const char* taken) noexcept;
 
 private:
     struct Mark {
@@ -45,6 +49,8 @@ private:
     };
     static constexpr std::uint32_t kMarks = 1024;
 
+    /// The first mark that lies farther behind the beginning of the batch. @thread consumer
+    [[nodiscard]] std::uint32_t firstBehind(std::size_t length) const noexcept;
     /// How far a place lies behind the beginning of the batch.
     [[nodiscard]] std::size_t distance(const char* place) const noexcept {
         const auto difference = place - m_begin;
@@ -61,6 +67,7 @@ private:
     const char* m_begin = nullptr; ///< of the batch
     std::size_t m_length = 0;      ///< of the batch
     std::uint32_t m_known = 0;     ///< marks up to here may be of the batch, and no later ones
+    double m_takenAt = 0.0;        ///< of the last frame before the batch
 };
 
 } // namespace tivra_internal

@@ -45,8 +45,10 @@ bool QueueReadHandler::consumeHeartbeat() {
 
 void QueueReadHandler::takeHubStatus(const KVNAPI::Message& msg) {
     const KVNAPI::TVPair* const drops = msg.findPair(m_hubDropTok);
-    if (drops != nullptr && countOf(*drops) != 0)
-        takeHubDrops(countOf(*drops));
+    const uint64_t dropped = drops != nullptr ? countOf(*drops) : 0;
+    if (dropped != 0)
+        takeHubDrops(dropped);
+    m_dropsToldAt = readOrNow();
     const KVNAPI::TVPair* const idle = msg.findPair(m_idleCntTok);
     if (idle != nullptr)
         setHubIdleCount(countOf(*idle));
@@ -55,7 +57,7 @@ void QueueReadHandler::takeHubStatus(const KVNAPI::Message& msg) {
 void QueueReadHandler::takeHubDrops(uint64_t sum) {
     m_responseQueue->updateHubDrops(sum);
     if (m_stream != nullptr && sum > m_hubDropsBefore)
-        m_stream->hubDropped(sum - m_hubDropsBefore);
+        m_stream->hubDropped(sum - m_hubDropsBefore, m_dropsToldAt);
     m_hubDropsBefore = sum;
 }
 
@@ -77,7 +79,7 @@ void QueueReadHandler::takeJit(const KVNAPI::Message& msg) {
     if (isConflating != wasConflating) {
         m_session.addJitCount(isConflating ? 1 : -1);
         if (m_stream != nullptr)
-            m_stream->conflationChanged(isConflating);
+            m_stream->conflationChanged(isConflating, readOrNow());
     }
     eprintf(EPF_INFO, "%s: JIT: this HUB has %s conflating", m_hubClient.getHubAddr().c_str(),
             isConflating ? "started" : "stopped");

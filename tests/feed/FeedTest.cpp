@@ -95,6 +95,37 @@ TEST_F(FeedTest, AHubThatStaysAwayLeavesItsDataStale) {
     ASSERT_TRUE(story.waitUntil([&] { return ibm.state() == DataState::Live; }));
 }
 
+TEST_F(FeedTest, AGapBeginsWithTheLastThingThatWasReadHoweverLateTheLossIsNoticed) {
+    tivra_testkit::Gate gate;
+    std::chrono::system_clock::time_point read;
+    std::optional<tivra::Gap> told;
+    tivra::SubscriptionHandlers handlers;
+    handlers.onUpdate = [&](const tivra::Update& update) {
+        if (update.kind() != tivra::Update::Kind::Update)
+            return;
+        read = update.receivedAt();
+        story.add("held");
+        gate.wait();
+    };
+    handlers.onGap = [&](const tivra::SubscriptionView&, const tivra::Gap& gap) {
+        told = gap;
+        story.add("gap");
+    };
+    handlers.onState = writeTo(story, bid).onState;
+    auto ibm = feed.subscribe({100, "IBM"}, std::move(handlers));
+    ASSERT_TRUE(story.waitFor("Live"));
+    pushBid(2);
+    ASSERT_TRUE(story.waitFor("held"));
+    hub.dropConnections();
+    EXPECT_TRUE(hub.waitForConnections(0));
+    const auto noticed = std::chrono::system_clock::now();
+    gate.open();
+    ASSERT_TRUE(story.waitFor("gap"));
+    ibm.close();
+    EXPECT_GE(told->from, read - 1ms);
+    EXPECT_LT(told->from, noticed);
+}
+
 // While the application holds the thread that delivers up, a whole connection comes and goes.
 TEST_F(FeedTest, TheLossOfAConnectionIsToldThoughNothingOfItHadBeenDelivered) {
     tivra_testkit::Gate gate;

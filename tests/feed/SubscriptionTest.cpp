@@ -34,6 +34,7 @@ protected:
             story.add(std::string(view.symbol()) + ' ' + nameOf(change.to));
         };
         handlers.onGap = [this](const tivra::SubscriptionView& view, const Gap& gap) {
+            EXPECT_LT(gap.from, gap.to);
             constexpr const char* kCauses[] = {"loss", "withdrawal", "overrun", "conflation"};
             story.add(std::string(view.symbol()) + " gap by " + kCauses[static_cast<int>(gap.cause)] +
                       (gap.bytes ? ' ' + std::to_string(*gap.bytes) : ""));
