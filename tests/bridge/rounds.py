@@ -239,10 +239,13 @@ class Round:
         parts = []
         for number in range(PARTITIONS):
             part = Partition(number, PARTITIONS)
-            last = (await stream.stream_info(f"TIVRA_TICK_{number}")).state.last_seq
+            state = (await stream.stream_info(f"TIVRA_TICK_{number}")).state
             reader = await stream.subscribe(f"tivra.v1.tick.{number}", ordered_consumer=True)
-            for _ in range(last):
-                part.message((await reader.next_msg(timeout=DEADLINE)).data)
+            position = state.first_seq - 1
+            for _ in range(state.messages):
+                message = await reader.next_msg(timeout=DEADLINE)
+                position, before = message.metadata.sequence.stream, position
+                part.message(message.data, position - before - 1)
             await reader.unsubscribe()
             part.end_epoch(is_last=True)
             part.against(truth)
@@ -334,6 +337,7 @@ def play(this, total):
     causes = sum((Counter(part.causes) for part in parts), Counter())
     records, missing = sum(p.records for p in parts), sum(p.missing for p in parts)
     total.update(records=records, missing=missing, gaps=sum(causes.values()), needless=len(needless))
+    total.update({"batches that the servers lost": sum(part.holes for part in parts)})
     total.update(fault.split()[0] for fault in faults)
     return report(this, f"round {this.seed}: {', '.join(faults) or 'none'}: last values right after {recovered:.1f} s, "
                         f"{records} records, {missing} missing, gaps {dict(causes)}", problems)

@@ -32,14 +32,24 @@ class Gap:
         return self.begin <= time <= self.end
 
 
+class Hole:
+    """The servers have lost here what they had acknowledged: every reader sees it in the numbers of the batches."""
+
+    cause = "lost by the engine"
+
+    def covers(self, _time):
+        return True
+
+
 class Symbol:
     """What the stream has of a symbol."""
 
     def __init__(self):
         self.items = []  # ("update" or "image", sequence) and gaps, in order
-        self.fields = {}  # as they are after the last record, for a reader of the present epoch
+        self.fields = {}  # as they are after the last record, for a reader of the present epoch; None if unknown
         self.history = {}  # (epoch, n) -> fields
         self.n = 0  # of the present epoch
+        self.is_after_hole = False  # until the next image or update
         self.is_repaired = False  # the next image follows an overflow
 
 
@@ -51,6 +61,8 @@ class Partition:
         self.problems = []
         self.epoch = self.batch = self.records = self.missing = 0
         self.skipped = self.told = 0  # numbers of this epoch that don't appear, and what its gaps tell of them
+        self.holes = 0  # batches that the stream has had
+        self.has_hole = False  # in this epoch
         self.symbols = defaultdict(Symbol)
         self.causes = defaultdict(int)
         self.partition_gaps = []
@@ -58,7 +70,8 @@ class Partition:
     def fail(self, text):
         self.problems.append(f"partition {self.number}, epoch {self.epoch}, batch {self.batch}: {text}")
 
-    def message(self, data):
+    def message(self, data, hole=0):
+        """@param hole  messages that the stream has had before this one and doesn't have any more"""
         lines = data.split(b"\n")
         header = json.loads(lines[0])
         if header["tivra"] != 1 or header["partition"] != self.number:
@@ -66,7 +79,9 @@ class Partition:
         if lines[-1] != b"" or len(lines) - 2 != header["records"]:
             self.fail(f"{len(lines) - 2} records, and the header says {header['records']}")
         if header["epoch"] != self.epoch:
-            self.begin(header, json.loads(lines[1]))
+            self.begin(header, json.loads(lines[1]), hole)
+        elif self.batch < header["batch"] - 1 <= self.batch + hole:
+            self.lose(hole)
         elif header["batch"] != self.batch + 1:
             self.fail(f"is followed by {header['batch']}")
         elif header["writer"] != self.writer:
@@ -75,18 +90,33 @@ class Partition:
         for line in lines[1:-1]:
             self.record(json.loads(line))
 
-    def begin(self, header, first):
+    def begin(self, header, first, hole):
         self.end_epoch(is_last=False)
+        self.has_hole = False
         if header["epoch"] < self.epoch:
             self.fail(f"is followed by epoch {header['epoch']}")
-        if header["batch"] != 1 or first["type"] != "gap" or first["cause"] != "takeover":
+        is_whole = header["batch"] == 1 and first["type"] == "gap" and first["cause"] == "takeover"
+        if not is_whole and not 1 < header["batch"] <= 1 + hole:
             self.fail(f"epoch {header['epoch']} begins with batch {header['batch']} and {first}")
         self.epoch, self.writer = header["epoch"], header["writer"]
         for symbol in self.symbols.values():
-            symbol.n, symbol.fields = 0, {}
+            symbol.n, symbol.fields, symbol.is_after_hole = 0, {}, False
+        if not is_whole:
+            self.lose(hole)
+
+    def lose(self, hole):
+        self.holes += hole
+        self.has_hole = True
+        gap = Hole()
+        self.partition_gaps.append(gap)
+        for symbol in self.symbols.values():
+            symbol.items.append(gap)
+            symbol.is_after_hole = True
 
     def end_epoch(self, is_last):
         """A writer that was lost may not have come to saying what it had left out, and has written none of it."""
+        if self.has_hole:
+            self.skipped = self.told = 0
         if self.skipped > self.told or is_last and self.skipped != self.told:
             self.fail(f"{self.skipped} numbers are left out, and gaps tell {self.told}")
         self.skipped = self.told = 0
@@ -95,6 +125,8 @@ class Partition:
         self.records += 1
         if record["type"] == "gap":
             return self.gap(record)
+        if self.has_hole and record["symbol"] not in self.symbols:
+            self.symbols[record["symbol"]].is_after_hole = True
         symbol, n = self.symbols[record["symbol"]], record["n"]
         if partition_of(record["source"], record["symbol"], self.partitions) != self.number:
             self.fail(f"{record['symbol']} belongs elsewhere")
@@ -104,16 +136,21 @@ class Partition:
             self.skipped += n - symbol.n  # this image has the number of the last that was left out
             symbol.is_repaired = False
             self.values(symbol, record)
-        elif n == symbol.n + 1:
+        elif n == symbol.n + 1 or symbol.is_after_hole and n > symbol.n:
             self.values(symbol, record)
         else:
             self.fail(f"{record['symbol']}: {record['type']} {n} comes after {symbol.n}")
         return None
 
     def values(self, symbol, record):
+        if symbol.is_after_hole:
+            symbol.fields = None  # what they are shows with the next image
+        symbol.is_after_hole = False
         symbol.n = record["n"]
-        kept = {} if record["type"] == "image" else symbol.fields
-        symbol.fields = {**kept, **record["fields"]}
+        if record["type"] == "image":
+            symbol.fields = record["fields"]
+        elif symbol.fields is not None:
+            symbol.fields = {**symbol.fields, **record["fields"]}
         symbol.history[(self.epoch, symbol.n)] = symbol.fields
         if SEQUENCE in record["fields"]:
             symbol.items.append((record["type"], record["fields"][SEQUENCE]))
@@ -175,9 +212,10 @@ class Partition:
         symbol = self.symbols[name]
         if message["fields"].get(SEQUENCE) != len(times):
             self.fail(f"{name}: last values of {message['fields'].get(SEQUENCE)}, and the hub's last is {len(times)}")
-        fields = symbol.history.get((message["epoch"], message["n"]))
-        if fields is None:
+        place = (message["epoch"], message["n"])
+        fields = symbol.history.get(place)
+        if place not in symbol.history and not self.holes:
             self.fail(f"{name}: last values of {message['epoch']}, {message['n']}, which the stream doesn't have")
-        elif fields != message["fields"]:
+        elif fields is not None and fields != message["fields"]:
             different = {k for k in fields.keys() | message["fields"].keys() if fields.get(k) != message["fields"].get(k)}
             self.fail(f"{name}: last values at {message['n']} differ in {different}")
