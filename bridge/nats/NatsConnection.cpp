@@ -120,11 +120,10 @@ void NatsConnection::onClosed(natsConnection*, void* self) {
     own.m_changed.notifyAll();
 }
 
-void NatsConnection::check(natsStatus status, const std::string& attempt) const {
+void NatsConnection::check(natsStatus status, const std::string& attempt, const char* advice) const {
     if (status == NATS_OK)
         return;
-    const char* advice = "";
-    if (status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS)
+    if (*advice == '\0' && (status == NATS_TIMEOUT || status == NATS_NO_RESPONDERS))
         advice =
             ": see that the server has JetStream on, that its cluster has a leader and that this user may "
             "use $JS.API.>";

@@ -28,7 +28,7 @@ public:
     /// How often it was lost: answers to what was sent before don't come any more.
     [[nodiscard]] std::uint64_t losses() const { return m_losses.load(std::memory_order_relaxed); }
     /// @throws UnreadyError for anything but NATS_OK, with what the server has said of late
-    void check(natsStatus status, const std::string& attempt) const;
+    void check(natsStatus status, const std::string& attempt, const char* advice = "") const;
 
 private:
     static void onError(natsConnection*, natsSubscription*, natsStatus status, void* self);

@@ -41,8 +41,24 @@ void checkStream(const jsStreamInfo& info, const StreamPlan& plan) {
     checkDirectGets(config);
 }
 
+/// What to do when the servers won't make a stream.
+const char* adviceFor(jsErrCode refusal) {
+    switch (refusal) {
+    case JSStorageResourcesExceededErr:
+    case JSInsufficientResourcesErr:
+        return ": give the server more room with max_file, or each partition less with --max-megabytes";
+    case JSClusterNoPeersErr:
+    case JSStreamReplicasNotSupportedErr:
+        return ": the cluster has fewer servers than --replicas, or they have too little room for "
+               "--max-megabytes";
+    default:
+        return "";
+    }
+}
+
 void ensureStream(const NatsConnection& connection, const StreamPlan& plan) {
     jsStreamInfo* info = nullptr;
+    jsErrCode refusal{};
     natsStatus status = js_GetStreamInfo(&info, connection.context(), plan.name.c_str(), nullptr, nullptr);
     if (status == NATS_NOT_FOUND) {
         jsStreamConfig config;
@@ -56,10 +72,10 @@ void ensureStream(const NatsConnection& connection, const StreamPlan& plan) {
         config.MaxMsgsPerSubject = plan.maxPerSubject;
         config.Replicas = plan.replicas;
         config.AllowDirect = true;
-        status = js_AddStream(&info, connection.context(), &config, nullptr, nullptr);
+        status = js_AddStream(&info, connection.context(), &config, nullptr, &refusal);
     }
     const NatsStreamInfo owner(info);
-    connection.check(status, "the stream " + plan.name);
+    connection.check(status, "the stream " + plan.name, adviceFor(refusal));
     checkStream(*info, plan);
 }
 
