@@ -9,17 +9,24 @@ namespace tivra_bus {
 /// The highest epoch: readers in any language have it exactly, and there is room above it for no mistake.
 inline constexpr std::uint64_t kMostEpoch = std::uint64_t{1} << 53;
 
-// How the records of a batch are written.
-inline constexpr const char* kJsonPayload = "json"; ///< values as text
-/// Values as the bytes of the hub's message, with the meaning of their numbers in the second line.
-inline constexpr const char* kBodyPayload = "body";
+/// How the records of a batch are written.
+enum class Payload {
+    Json, ///< as lines of text
+    /// Values as the bytes of the hub's message, with the meaning of their numbers in the second line.
+    Body,
+    Arrow ///< as the rows of an Arrow stream
+};
 
-/// The first line of each batch, whatever follows it: a JSON object.
+/// As headers and options name it: "json", "body" or "arrow".
+[[nodiscard]] const char* nameOf(Payload payload);
+
+/// What stands in front of each batch, whatever follows it: a JSON object. In an Arrow stream it is metadata
+/// of the schema.
 ///
 /// Epoch and batch number order all batches of a partition: the writer of a higher epoch has taken over from
 /// the one before, and batches of one epoch count up by one from 1. They are of one writer.
 struct BatchHeader {
-    std::string payload = kJsonPayload; ///< how the records after it are written
+    std::string payload = "json"; ///< how the records after it are written
     unsigned partition = 0;
     std::uint64_t epoch = 0;      ///< of the writer, from 1 to kMostEpoch
     std::uint64_t batch = 0;      ///< within the epoch, from 1
@@ -31,10 +38,14 @@ struct BatchHeader {
 
 /// The line, its end included.
 [[nodiscard]] std::string headerLine(const BatchHeader& header);
+/// The same object without an end.
+[[nodiscard]] std::string headerText(const BatchHeader& header);
 
 /// Reads the line at the start of `bytes`.
 /// @param length  gets the length of the line, its end included
 /// @throws BatchError for anything that isn't such a line, and for another version
 [[nodiscard]] BatchHeader readHeader(std::string_view bytes, std::size_t& length);
+/// The same of the object itself. @param place  of it, in errors
+[[nodiscard]] BatchHeader headerIn(std::string_view object, const std::string& place);
 
 } // namespace tivra_bus

@@ -4,7 +4,6 @@
 #include "bus/SubjectNames.h"
 #include "kvnparse/FrameFormat.h"
 
-#include <array>
 #include <charconv>
 #include <climits>
 
@@ -14,13 +13,11 @@ namespace {
 
 using Json = JsonReading::Json;
 
-constexpr std::array kTypes{RecordType::Update, RecordType::Image, RecordType::Refresh, RecordType::State,
-                            RecordType::Gap};
 constexpr std::size_t kMostBytes = 8U << 20;
 
 RecordType typeOf(const JsonReading& line) {
     const std::string name = line.text("type");
-    for (const RecordType type : kTypes)
+    for (const RecordType type : kRecordTypes)
         if (name == nameOf(type))
             return type;
     line.fail("type", "update, image, refresh, state or gap");
@@ -124,19 +121,30 @@ const char* nameOf(RecordType type) {
     return "";
 }
 
+BatchHeader headerOf(std::string_view message) {
+    if (ArrowStream::isOne(message) && message.size() <= kMostBytes)
+        return ArrowReader(message).header();
+    std::size_t length = 0;
+    return readHeader(message, length);
+}
+
 BatchReader::BatchReader(std::string_view bytes, BodyDecoder* decoder) : m_decoder(nullptr) {
     if (bytes.size() > kMostBytes)
         throw BatchError(fmt::format("a batch: {} bytes are more than the {} that one may have", bytes.size(),
                                      kMostBytes));
+    if (ArrowStream::isOne(bytes)) {
+        m_arrow.emplace(bytes);
+        return;
+    }
     std::size_t length = 0;
     m_header = readHeader(bytes, length);
     m_rest = bytes.substr(length);
-    if (m_header.payload == kBodyPayload) {
+    if (m_header.payload == nameOf(Payload::Body)) {
         m_decoder = decoder != nullptr ? decoder : &m_ownDecoder;
         m_decoder->begin(nextLine());
-    } else if (m_header.payload != kJsonPayload) {
+    } else if (m_header.payload != nameOf(Payload::Json)) {
         throw BatchError(
-            R"(a batch, line 1: this program reads no other payloads than "json" and "body": use )"
+            R"(a batch, line 1: this program reads no other payloads than "json", "body" and "arrow": use )"
             "the release of the bridge that has written it");
     }
 }
@@ -198,6 +206,8 @@ void BatchReader::readValues(BusRecord& record, const JsonReading& line) {
 }
 
 bool BatchReader::next(BusRecord& record, const std::function<bool(int, std::string_view)>& isWanted) {
+    if (m_arrow)
+        return m_arrow->next(record, isWanted);
     const std::optional<std::string_view> text = nextWanted(isWanted);
     if (!text)
         return false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bus/ArrowReader.h"
 #include "bus/BatchHeader.h"
 #include "bus/BodyDecoder.h"
 #include "bus/BusRecord.h"
@@ -14,7 +15,11 @@ namespace tivra_bus {
 
 class JsonReading;
 
-/// Reads the records of a batch of either payload, which may be any bytes. It keeps nothing but the place
+/// The header of a batch, whatever its payload.
+/// @throws BatchError when it isn't a batch, or of another version
+[[nodiscard]] BatchHeader headerOf(std::string_view message);
+
+/// Reads the records of a batch of any payload, which may be any bytes. It keeps nothing but the place
 /// where it is.
 /// @thread one at a time
 class BatchReader {
@@ -27,12 +32,12 @@ public:
     BatchReader(const BatchReader&) = delete;
     BatchReader& operator=(const BatchReader&) = delete;
 
-    [[nodiscard]] const BatchHeader& header() const { return m_header; }
+    [[nodiscard]] const BatchHeader& header() const { return m_arrow ? m_arrow->header() : m_header; }
 
     /// @return false at the end, after as many records as the header says
     /// @throws BodyError where the bytes of the hub's message can't be read; the record has its source,
-    /// symbol and number, and the next one can be read. BatchError with the line, where it isn't a record,
-    /// and where lines are missing or left over
+    /// symbol and number, and the next one can be read. BatchError with the line or the row, where it isn't a
+    /// record, and where lines or rows are missing or left over
     [[nodiscard]] bool next(BusRecord& record) {
         return next(record, [](int, std::string_view) { return true; });
     }
@@ -52,6 +57,7 @@ private:
     [[nodiscard]] std::optional<std::string_view> nextBody(std::uint64_t length);
     void readValues(BusRecord& record, const JsonReading& line);
 
+    std::optional<ArrowReader> m_arrow; ///< of a batch that is an Arrow stream, which is all there is then
     BatchHeader m_header;
     std::string_view m_rest;
     std::size_t m_line = 1;  ///< the number of the last one; the bytes of a message count as one

@@ -3,6 +3,7 @@
 #include "bus/BusError.h"
 #include "bus/JsonText.h"
 #include "bus/TypeNames.h"
+#include "bus/ValidText.h"
 
 #include "kvnparse/DataMap.h"
 #include "kvnparse/Exchange.h"
@@ -16,7 +17,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <vector>
@@ -83,15 +83,6 @@ std::vector<FieldMeaning> meaningsOf(std::string_view line) {
     return meanings;
 }
 
-/// As the text of it would be read, in which bytes that aren't UTF-8 are U+FFFD.
-std::string textOf(std::string_view bytes) {
-    if (std::all_of(bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
-        return std::string(bytes);
-    std::string quoted;
-    appendQuoted(quoted, bytes);
-    return nlohmann::json::parse(quoted).get<std::string>();
-}
-
 BusValue valueOf(Value::Type type, const KVNAPI::TVPair& pair) {
     switch (type) {
     case Value::Type::Integer:
@@ -106,7 +97,7 @@ BusValue valueOf(Value::Type type, const KVNAPI::TVPair& pair) {
     case Value::Type::Text:
         break;
     }
-    return textOf({pair.s.buf, pair.s.len});
+    return validText({pair.s.buf, pair.s.len});
 }
 
 } // namespace

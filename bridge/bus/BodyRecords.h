@@ -7,8 +7,7 @@ namespace tivra_bus {
 /// Records with the bytes of the hub's message after them; as text where there are none.
 class BodyRecords : public RecordWriter {
 public:
-    [[nodiscard]] const char* payload() const override { return kBodyPayload; }
-    [[nodiscard]] bool standsAlone() const override { return false; }
+    [[nodiscard]] Payload payload() const override { return Payload::Body; }
     void append(std::string& out, const ValuesRecord& record, BatchFields& fields) const override;
 
 private:

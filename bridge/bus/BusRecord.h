@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,6 +20,8 @@ enum class RecordType {
     Gap      ///< what was sent in a time is missing
 };
 
+inline constexpr std::array kRecordTypes{RecordType::Update, RecordType::Image, RecordType::Refresh,
+                                         RecordType::State, RecordType::Gap};
 /// "update", "image" and so on.
 [[nodiscard]] const char* nameOf(RecordType type);
 

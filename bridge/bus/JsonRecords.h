@@ -9,8 +9,7 @@ namespace tivra_bus {
 /// Records as lines of JSON.
 class JsonRecords : public RecordWriter {
 public:
-    [[nodiscard]] const char* payload() const override { return kJsonPayload; }
-    [[nodiscard]] bool standsAlone() const override { return true; }
+    [[nodiscard]] Payload payload() const override { return Payload::Json; }
     void append(std::string& out, const ValuesRecord& record, BatchFields& fields) const override;
 };
 

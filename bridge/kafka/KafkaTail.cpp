@@ -1,6 +1,6 @@
 #include "kafka/KafkaTail.h"
 
-#include "bus/BatchHeader.h"
+#include "bus/BatchReader.h"
 #include "bus/BusError.h"
 
 #include <algorithm>
@@ -10,8 +10,7 @@ namespace tivra_bus {
 void KafkaTail::take(std::string_view message, std::string_view writer) {
     BatchHeader header;
     try {
-        std::size_t length = 0;
-        header = readHeader(message, length);
+        header = headerOf(message);
     } catch (const BatchError&) {
         return; // whoever has written that, readers leave it out too
     }

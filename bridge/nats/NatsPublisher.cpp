@@ -1,6 +1,6 @@
 #include "nats/NatsPublisher.h"
 
-#include "bus/BatchHeader.h"
+#include "bus/BatchReader.h"
 #include "bus/BusError.h"
 #include "bus/SubjectNames.h"
 #include "nats/NatsLayout.h"
@@ -91,9 +91,8 @@ StreamEnd NatsPublisher::endOf(unsigned partition) {
     m_connection.check(status, attempt);
     end.position = natsMsg_GetSequence(raw);
     try {
-        std::size_t length = 0;
         const BatchHeader header =
-            readHeader({natsMsg_GetData(raw), static_cast<std::size_t>(natsMsg_GetDataLength(raw))}, length);
+            headerOf({natsMsg_GetData(raw), static_cast<std::size_t>(natsMsg_GetDataLength(raw))});
         end.epoch = header.epoch;
         end.batch = header.batch;
         end.writer = header.writer;

@@ -1,6 +1,5 @@
 #include "program/Options.h"
 
-#include "bus/BodyRecords.h"
 #include "program/SymbolsFile.h"
 
 #include "common/HostAddress.h"
@@ -38,7 +37,7 @@ struct RawOptions {
     std::chrono::milliseconds::rep linger = 5;
     std::size_t batchKilobytes = 32;
     std::size_t bufferMegabytes = 64;
-    std::string payload = kJsonPayload;
+    std::string payload = nameOf(Payload::Json);
     long maxAgeHours = 24;
     long maxMegabytes = 1024;
 };
@@ -113,8 +112,9 @@ void declareWriting(CLI::App& app, ProgramOptions& options, RawOptions& raw) {
                    "name of this bridge among the others; made of host and process unless given")
         ->group(group);
     app.add_option("--payload", raw.payload,
-                   "how records are written: as text, or with the bytes of the hub's message")
-        ->check(CLI::IsMember({kJsonPayload, kBodyPayload}))
+                   "how records are written: as text, with the bytes of the hub's message, or as an Arrow "
+                   "stream, a table for each batch")
+        ->check(CLI::IsMember({nameOf(Payload::Json), nameOf(Payload::Body), nameOf(Payload::Arrow)}))
         ->capture_default_str()
         ->group(group);
     app.add_option("--last-every", raw.lastEvery, "least time between two last values of a symbol")
@@ -192,8 +192,9 @@ void complete(ProgramOptions& options, const RawOptions& raw) {
     bridge.writer.linger = std::chrono::milliseconds(raw.linger);
     bridge.writer.batchBytes = raw.batchKilobytes << 10;
     bridge.writer.bufferBytes = raw.bufferMegabytes << 20;
-    if (raw.payload == kBodyPayload)
-        bridge.writer.records = std::make_shared<BodyRecords>();
+    for (const Payload payload : {Payload::Json, Payload::Body, Payload::Arrow})
+        if (raw.payload == nameOf(payload))
+            bridge.writer.payload = payload;
 }
 
 } // namespace

@@ -4,16 +4,12 @@
 
 #include <feed/Value.h>
 
-#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 namespace tivra_bus {
-
-/// A time as appendTime() writes it; nothing for another text.
-[[nodiscard]] std::optional<std::chrono::system_clock::time_point> timeOf(std::string_view text);
 
 /// What the dictionary says of fields, by which values get the types that the hub gave them.
 class FieldTypes {

@@ -1,5 +1,7 @@
 #include "reader/SymbolTrack.h"
 
+#include "bus/TimeText.h"
+
 #include <algorithm>
 #include <array>
 

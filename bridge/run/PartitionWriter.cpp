@@ -55,7 +55,7 @@ PartitionWriter::PartitionWriter(unsigned partition, std::uint64_t epoch, const 
     , m_names(std::move(names))
     , m_bell(std::move(bell))
     , m_room(options.bufferBytes)
-    , m_open(m_options.batchBytes)
+    , m_open(openBatch(m_options.payload, m_options.batchBytes))
     , m_position(end.position)
     , m_chance(static_cast<unsigned>(epoch * 31 + partition)) {
     const tp::MutexLock lock(m_mutex);
@@ -110,25 +110,26 @@ void PartitionWriter::take(const tivra::Update& update) {
 void PartitionWriter::add(RecordType type, SymbolSlot& slot, const tivra::Update& update) {
     const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
     const ValuesRecord record{type, slot.name, slot.number, slot.image, &m_change, &update};
-    addValues(record);
+    addFitting([&record](OpenBatch& batch) { batch.add(record); });
     if (m_options.sendsLive && !m_live.add(key.source, key.symbol, aloneText(record)))
         m_counters->liveDropped.fetch_add(1, std::memory_order_relaxed);
     added(key);
 }
 
-void PartitionWriter::addValues(const ValuesRecord& record) {
-    m_open.add(*m_options.records, record);
-    if (m_open.count() == 1 || m_open.messageBytes() <= m_options.maxMessage)
+template<class Add>
+void PartitionWriter::addFitting(const Add& add) {
+    add(*m_open);
+    if (m_open->count() == 1 || m_open->messageBytes() <= m_options.maxMessage)
         return;
     // What it needs of the batch stays there, so it is written anew.
-    m_open.removeLast();
+    m_open->removeLast();
     closeBatch();
-    m_open.add(*m_options.records, record);
+    add(*m_open);
 }
 
 std::string PartitionWriter::aloneText(const ValuesRecord& record) const {
-    if (m_options.records->standsAlone())
-        return std::string(m_open.lastRecord());
+    if (const auto line = m_open->lastLine())
+        return std::string(*line);
     std::string text;
     BatchFields fields;
     JsonRecords().append(text, record, fields);
@@ -201,7 +202,7 @@ void PartitionWriter::take(const tivra::SubscriptionView& view, const tivra::Sta
         return;
     }
     const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
-    m_open.addState(key, nameOf(change.to), change.cause);
+    addFitting([&](OpenBatch& batch) { batch.addState(key, nameOf(change.to), change.cause); });
     added(key);
 }
 
@@ -218,36 +219,36 @@ void PartitionWriter::take(const tivra::SubscriptionView& view, const tivra::Gap
 }
 
 void PartitionWriter::addGap(const RecordKey* key, const BusGap& gap) {
-    m_open.addGap(key, gap);
+    addFitting([&](OpenBatch& batch) { batch.addGap(key, gap); });
     m_counters->gaps.fetch_add(1, std::memory_order_relaxed);
     added(key != nullptr ? *key : RecordKey{});
 }
 
 void PartitionWriter::added(const RecordKey& key) {
-    if (m_open.count() == 1 && m_open.messageBytes() > m_options.maxMessage) {
+    if (m_open->count() == 1 && m_open->messageBytes() > m_options.maxMessage) {
         // No message can hold it, so a gap stands in its place.
-        m_open.removeLast();
+        m_open->removeLast();
         const std::string now = timeText();
         m_counters->dropped.fetch_add(1, std::memory_order_relaxed);
         addGap(&key, {"overflow", now, now, 1, std::nullopt});
         return;
     }
-    addBytes(m_open.lastBytes());
-    if (m_open.messageBytes() > m_options.maxMessage) {
-        const std::string last(m_open.lastRecord());
-        m_open.removeLast();
-        closeBatch();
-        m_open.addAgain(last);
-    }
-    if (m_open.count() == 1)
+    countOpen();
+    if (m_open->count() == 1)
         m_openSince = Clock::now();
-    if (m_open.bytes() >= m_options.batchBytes)
+    if (m_open->bytes() >= m_options.batchBytes)
         closeBatch();
 }
 
 void PartitionWriter::addBytes(std::size_t bytes) {
     m_waitingBytes += bytes;
     m_counters->waitingBytes.fetch_add(bytes, std::memory_order_relaxed);
+}
+
+void PartitionWriter::countOpen() {
+    const std::size_t bytes = m_open->bytes();
+    addBytes(bytes - m_openBytes);
+    m_openBytes = bytes;
 }
 
 void PartitionWriter::removeBytes(std::size_t bytes) {
@@ -284,14 +285,15 @@ void PartitionWriter::endOverflow() {
 void PartitionWriter::repair(SymbolSlot& slot) {
     slot.isLeftOut = false;
     const RecordKey key{slot.name.source, slot.name.symbol, slot.number};
-    m_open.addState(key, nameOf(slot.state), "after an overflow");
+    addFitting([&](OpenBatch& batch) { batch.addState(key, nameOf(slot.state), "after an overflow"); });
     added(key);
     if (slot.image.isCut()) {
         // Nor does the engine take all of it in one message.
         const std::string now = timeText();
         addGap(&key, {"overflow", now, now, std::nullopt, std::nullopt});
     } else if (!slot.image.entries().empty()) {
-        addValues({RecordType::Image, slot.name, slot.number, slot.image});
+        const ValuesRecord record{RecordType::Image, slot.name, slot.number, slot.image};
+        addFitting([&record](OpenBatch& batch) { batch.add(record); });
         added(key);
     }
 }
@@ -309,13 +311,12 @@ void PartitionWriter::repairSome() {
     }
 }
 
-PartitionWriter::Closed PartitionWriter::closed(BatchWriter& records, std::uint64_t number) const {
+PartitionWriter::Closed PartitionWriter::closed(OpenBatch& records, std::uint64_t number) const {
     Closed closed;
     closed.bytes = records.bytes();
     closed.records = records.count();
     closed.number = number;
     BatchHeader header;
-    header.payload = m_options.records->payload();
     header.partition = m_partition;
     header.epoch = m_epoch;
     header.batch = number;
@@ -328,15 +329,17 @@ PartitionWriter::Closed PartitionWriter::closed(BatchWriter& records, std::uint6
 }
 
 void PartitionWriter::closeBatch() {
-    m_closed.push_back(closed(m_open, ++m_lastBatch));
+    countOpen();
+    m_openBytes = 0;
+    m_closed.push_back(closed(*m_open, ++m_lastBatch));
 }
 
 void PartitionWriter::replaceFront() {
     const Closed front = std::move(m_closed.front());
     const std::string now = timeText();
-    BatchWriter records;
-    records.addGap(nullptr, {"overflow", now, now, front.records, std::nullopt});
-    m_closed.front() = closed(records, front.number);
+    const std::unique_ptr<OpenBatch> records = openBatch(m_options.payload, 0);
+    records->addGap(nullptr, {"overflow", now, now, front.records, std::nullopt});
+    m_closed.front() = closed(*records, front.number);
     addBytes(m_closed.front().bytes);
     removeBytes(front.bytes);
     m_counters->dropped.fetch_add(front.records, std::memory_order_relaxed);
@@ -366,7 +369,7 @@ void PartitionWriter::pump(Clock::time_point now) {
             return;
         if (m_isOverflowing && m_waitingBytes < m_room.load(std::memory_order_relaxed) / 2)
             endOverflow();
-        if (m_closed.empty() && m_open.count() > 0 && now - m_openSince >= m_options.linger)
+        if (m_closed.empty() && m_open->count() > 0 && now - m_openSince >= m_options.linger)
             closeBatch();
         if (isConnected)
             sending = nextToSend(now);
@@ -392,7 +395,7 @@ void PartitionWriter::stored(std::uint64_t position) {
     m_counters->bytes.fetch_add(front.batch->message().size(), std::memory_order_relaxed);
     removeBytes(front.bytes);
     if (front.batch.use_count() == 1)
-        m_open.reuse(std::move(front.batch->buffer));
+        m_open->reuse(std::move(front.batch->buffer));
     m_closed.pop_front();
     m_isSending = false;
     m_failures = 0;
@@ -484,7 +487,8 @@ void PartitionWriter::fence(std::string why) {
     removeBytes(m_waitingBytes);
     m_closed.clear();
     m_unrepaired.clear();
-    m_open = BatchWriter();
+    m_open = openBatch(m_options.payload, 0);
+    m_openBytes = 0;
     (void)m_live.takeAll();
 }
 
@@ -506,7 +510,7 @@ bool PartitionWriter::isEstablished() const {
 bool PartitionWriter::isDrained() const {
     const tp::MutexLock lock(m_mutex);
     const auto isRepaired = [](const SymbolSlot* slot) { return !slot->isLeftOut; };
-    return m_isFenced || (m_closed.empty() && m_open.count() == 0 && !m_isOverflowing &&
+    return m_isFenced || (m_closed.empty() && m_open->count() == 0 && !m_isOverflowing &&
                           std::all_of(m_unrepaired.begin(), m_unrepaired.end(), isRepaired));
 }
 

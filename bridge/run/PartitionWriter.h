@@ -1,7 +1,7 @@
 #pragma once
 
-#include "bus/BatchWriter.h"
 #include "bus/BusPublisher.h"
+#include "bus/OpenBatch.h"
 #include "run/LiveRecords.h"
 #include "run/SendBell.h"
 #include "run/SlotTable.h"
@@ -106,8 +106,9 @@ private:
     void add(RecordType type, SymbolSlot& slot, const tivra::Update& update) TP_REQUIRES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::StateChange& change) TP_EXCLUDES(m_mutex);
     void take(const tivra::SubscriptionView& view, const tivra::Gap& gap) TP_EXCLUDES(m_mutex);
-    /// A record of values, in the next batch where this one has no room for it.
-    void addValues(const ValuesRecord& record) TP_REQUIRES(m_mutex);
+    /// Calls add(batch), which adds one record; again for the next batch where this one has no room for it.
+    template<class Add>
+    void addFitting(const Add& add) TP_REQUIRES(m_mutex);
     /// The record that was added last, to be read by itself.
     [[nodiscard]] std::string aloneText(const ValuesRecord& record) const TP_REQUIRES(m_mutex);
     /// Whether a record of the symbol can be written now; if not, that is noted.
@@ -125,11 +126,13 @@ private:
     void added(const RecordKey& key) TP_REQUIRES(m_mutex);
     void addGap(const RecordKey* key, const BusGap& gap) TP_REQUIRES(m_mutex);
     void closeBatch() TP_REQUIRES(m_mutex);
-    [[nodiscard]] Closed closed(BatchWriter& records, std::uint64_t number) const TP_REQUIRES(m_mutex);
+    [[nodiscard]] Closed closed(OpenBatch& records, std::uint64_t number) const TP_REQUIRES(m_mutex);
     /// A gap in the place of a batch that the engine never takes.
     void replaceFront() TP_REQUIRES(m_mutex);
     [[nodiscard]] Sending nextToSend(Clock::time_point now) TP_REQUIRES(m_mutex);
     void addBytes(std::size_t bytes) TP_REQUIRES(m_mutex);
+    /// Counts what the open batch has got since the last time.
+    void countOpen() TP_REQUIRES(m_mutex);
     void removeBytes(std::size_t bytes) TP_REQUIRES(m_mutex);
     void stored(std::uint64_t position) TP_REQUIRES(m_mutex);
     void failed(const SendResult& result) TP_REQUIRES(m_mutex);
@@ -152,7 +155,8 @@ private:
     std::vector<std::uint32_t>
         m_changed TP_GUARDED_BY(m_mutex);                ///< slots, in the order of their first change
     SymbolImage::Change m_change TP_GUARDED_BY(m_mutex); ///< of the update at hand
-    BatchWriter m_open TP_GUARDED_BY(m_mutex);
+    std::unique_ptr<OpenBatch> m_open TP_GUARDED_BY(m_mutex) TP_PT_GUARDED_BY(m_mutex);
+    std::size_t m_openBytes TP_GUARDED_BY(m_mutex) = 0; ///< of it in m_waitingBytes
     Clock::time_point m_openSince TP_GUARDED_BY(m_mutex){};
     std::deque<Closed> m_closed TP_GUARDED_BY(m_mutex);    ///< the first may be on its way
     std::size_t m_waitingBytes TP_GUARDED_BY(m_mutex) = 0; ///< of records that aren't acknowledged

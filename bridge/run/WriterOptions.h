@@ -1,12 +1,10 @@
 #pragma once
 
-#include "bus/JsonRecords.h"
-#include "bus/RecordWriter.h"
+#include "bus/BatchHeader.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 namespace tivra_bus {
 
@@ -17,8 +15,7 @@ struct WriterOptions {
     std::size_t bufferBytes = 64U << 20; ///< of records that wait for the engine, of all partitions together
     std::size_t maxMessage = 1U << 20;   ///< that the engine takes
     bool sendsLive = false;              ///< single records too
-    /// How values are written.
-    std::shared_ptr<const RecordWriter> records = std::make_shared<JsonRecords>();
+    Payload payload = Payload::Json;     ///< of batches
 };
 
 } // namespace tivra_bus

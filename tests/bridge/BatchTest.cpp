@@ -14,8 +14,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <deque>
+#include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 
@@ -42,14 +44,94 @@ std::string textIn(const SymbolImage& image, const SymbolImage::Entry& entry) {
                                                   : std::to_string(entry.content.integer);
 }
 
-std::string batchOf(const FakeValues& values) {
-    BatchWriter writer;
+const char* const kFrom = "2026-11-27T06:00:00.000001Z";
+
+std::string batchOf(const FakeValues& values, Payload payload = Payload::Json) {
+    const std::unique_ptr<OpenBatch> open = openBatch(payload, 0);
+    OpenBatch& writer = *open;
     addRecord(writer, RecordType::Image, {100, "IBM", 7}, values);
     writer.addState({100, "IBM", 7}, "live", "");
-    const BusGap gap{"overflow", "a", "b", 12, std::nullopt};
+    const BusGap gap{"overflow", kFrom, kFrom, 12, std::nullopt};
     writer.addGap(nullptr, gap);
     return std::string(writer.close({"json", 3, 5, 9, 0, 2, "writer", "now"}).message());
 }
+
+/// Its records, each as a text of all that it says; a time that isn't one is nothing to an Arrow stream.
+std::vector<std::string> textsOf(std::string_view message) {
+    BatchReader reader(message);
+    std::vector<std::string> texts;
+    for (BusRecord record; reader.next(record);) {
+        std::string& text = texts.emplace_back(
+            fmt::format("{} {} {} {} {} {} {} {} {} {} {}", nameOf(record.type), record.source, record.symbol,
+                        record.number, record.state, record.cause, record.gap.cause, record.gap.from,
+                        record.gap.to, record.gap.messages.value_or(99), record.gap.bytes.value_or(99)));
+        std::sort(record.fields.begin(), record.fields.end());
+        for (const auto& [name, value] : record.fields) {
+            const auto textOfValue = [](const auto& content) { return fmt::format("{}", content); };
+            text += fmt::format("|{}={}:{}", name, value.index(), std::visit(textOfValue, value));
+        }
+    }
+    return texts;
+}
+
+/// Adds records of all kinds to two batches alike, and sometimes takes the last one out again.
+class RandomRecords {
+public:
+    void addTo(OpenBatch& one, OpenBatch& other) {
+        const std::size_t before = other.bytes();
+        const std::function<void(OpenBatch&)> add = any();
+        add(one);
+        add(other);
+        if (chance() % 5 != 0)
+            return;
+        one.removeLast();
+        other.removeLast();
+        EXPECT_EQ(other.bytes(), before);
+    }
+    unsigned chance() { return static_cast<unsigned>(m_chance()); }
+
+private:
+    std::function<void(OpenBatch&)> any() {
+        const RecordKey key{static_cast<int>(chance() % 3), chance() % 9 == 0 ? "caf\xe9" : "IBM", chance()};
+        const unsigned kind = chance() % 8;
+        if (kind == 0)
+            return [key](OpenBatch& batch) { batch.addState(key, "stale", "no \xff"); };
+        if (kind == 1) {
+            const BusGap gap{"loss", kFrom, chance() % 2 == 0 ? kFrom : "", chance(), std::nullopt};
+            return [key, gap, isOfAll = chance() % 2 == 0](OpenBatch& batch) {
+                batch.addGap(isOfAll ? nullptr : &key, gap);
+            };
+        }
+        return [key, values = anyValues()](OpenBatch& batch) {
+            addRecord(batch, RecordType::Update, key, values);
+        };
+    }
+    FakeValues anyValues() {
+        FakeValues values;
+        for (const std::string& name : m_names)
+            if (chance() % 3 == 0)
+                values.push_back({{&name}, anyValue()});
+        return values;
+    }
+    tivra::Value anyValue() {
+        switch (chance() % 6) {
+        case 0:
+            return tivra::Value::ofInteger(std::numeric_limits<std::int64_t>::max() - chance());
+        case 1:
+            return tivra::Value::ofTime(-1.5 + chance());
+        case 2:
+            return tivra::Value::ofText(m_texts[chance() % m_texts.size()]);
+        default:
+            return tivra::Value::ofDouble(chance() / 7.0);
+        }
+    }
+
+    std::minstd_rand m_chance{7};
+    /// Some are those of columns that every batch has, or of columns that others make necessary.
+    const std::deque<std::string> m_names{"BID",      "ASK",   "type",  "n", "cause",
+                                          "BID:text", "BID[]", "N\xff", "X"};
+    const std::vector<std::string> m_texts{"", "N", "caf\xc3\xa9", "\xff|", std::string(40, 'x')};
+};
 
 } // namespace
 
@@ -76,13 +158,31 @@ TEST(Batch, WhatIsWrittenIsReadWithItsTypes) {
     EXPECT_FALSE(reader.next(record));
 }
 
+TEST(Batch, AsAnArrowStreamItSaysWhatItSaysAsText) {
+    RandomRecords random;
+    BatchWriter text;
+    const std::unique_ptr<OpenBatch> arrow = openBatch(Payload::Arrow, 0);
+    for (int batch = 0; batch < 200; ++batch) {
+        for (unsigned records = random.chance() % 40; text.count() < records || text.count() == 0;)
+            random.addTo(text, *arrow);
+        const BatchHeader header{"", 3, 5, random.chance(), 0, 2, "writer", "now"};
+        const std::size_t most = arrow->messageBytes();
+        const std::string message(arrow->close(header).message());
+        EXPECT_LE(message.size(), most);
+        EXPECT_EQ(textsOf(message), textsOf(text.close(header).message()));
+        EXPECT_EQ(headerOf(message).batch, header.batch);
+        // Where it stands in memory doesn't matter.
+        EXPECT_EQ(textsOf(std::string_view(" " + message).substr(1)), textsOf(message));
+    }
+}
+
 TEST(Batch, AFieldThatComesTwiceKeepsBothValues) {
     std::string line = R"({"type":"update","source":100,"symbol":"IBM","n":1,"fields":)";
     appendFields(line, FakeValues{{{&kBid}, tivra::Value::ofDouble(1)},
                                   {{&kName}, tivra::Value::ofText("x")},
                                   {{&kBid}, tivra::Value::ofDouble(2)}});
     BatchWriter writer;
-    writer.addAgain(line + "}\n");
+    writer.addLine(line + "}\n");
     const ClosedBatch batch = writer.close({});
     BatchReader reader(batch.message());
     BusRecord record;
@@ -288,4 +388,43 @@ TEST(Batch, LastValuesAreReadWithTheirPlaceInTheStream) {
     EXPECT_EQ(last.state, "stale");
     EXPECT_EQ(last.fields.size(), 4U);
     EXPECT_THROW((void)readLastValues("{}"), BatchError);
+}
+
+TEST(Batch, OfAnArrowStreamEachFaultIsNamed) {
+    const std::string good = batchOf(someValues(), Payload::Arrow);
+    const auto changed = [&good](const std::string& from, const std::string& to) {
+        std::string batch = good;
+        batch.replace(batch.find(from), from.size(), to);
+        return batch;
+    };
+    const auto errorOf = [](const std::string& batch) {
+        try {
+            return textsOf(batch).empty() ? std::string("nothing") : std::string();
+        } catch (const BatchError& error) {
+            return std::string(error.what());
+        }
+    };
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {changed("\"tivra\":1", "\"tivra\":2"), "metadata: this is layout 2"},
+        {changed("\"epoch\":5", "\"epoch\":x"), "metadata: a JSON object"},
+        {changed("\"records\":3", "\"records\":4"), "it has 3 rows, and its header says 4"},
+        {changed("symbol", "cymbol"), "column \"symbol\": it is missing"},
+        {changed("symbol", "source"), "column \"source\": "},
+        {changed("UTC", "CET"), "column \"TIME\": another type"},
+        {changed(std::string("tivra\0", 6), std::string("zivra\0", 6)), "no metadata \"tivra\""},
+        {changed("imagestategap", "imagostategap"), "row 1: \"type\""},
+        {good + "x", "1 bytes are left"},
+        {std::string("\xff\xff\xff\xff\0\0\0\0", 8), "it has no schema"}};
+    for (const auto& [batch, message] : cases)
+        EXPECT_THAT(errorOf(batch), HasSubstr(message));
+    for (std::size_t length = 0; length < good.size(); ++length)
+        EXPECT_THAT(errorOf(good.substr(0, length)), HasSubstr("a batch")) << length;
+    EXPECT_EQ(errorOf(good), "");
+    // Whatever a byte becomes, the batch is read or its fault is named.
+    for (std::size_t at = 0; at < good.size(); ++at)
+        for (const char bits : {'\x01', '\x80', '\xff'}) {
+            std::string batch = good;
+            batch[at] = static_cast<char>(batch[at] ^ bits);
+            EXPECT_THAT(errorOf(batch), testing::AnyOf("", testing::StartsWith("a batch"))) << at;
+        }
 }

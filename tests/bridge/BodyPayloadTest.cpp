@@ -1,8 +1,8 @@
-// What readers get of bodies is what they get of text, whatever the hub has sent and whoever has numbered it.
+// What readers get of bodies and of Arrow streams is what they get of text, whatever the hub has sent and
+// whoever has numbered it.
 #include "bridge/FakeBus.h"
 #include "bridge/FakeSource.h"
 #include "bus/BatchReader.h"
-#include "bus/BodyRecords.h"
 #include "bus/BusError.h"
 #include "feed/FeedFixture.h"
 #include "reader/BusReader.h"
@@ -39,9 +39,9 @@ void waitUntil(const std::function<bool()>& condition) {
 
 /// A writer of one payload with a stream of its own.
 struct Written {
-    explicit Written(std::shared_ptr<const RecordWriter> records, std::uint64_t epoch = 1) {
+    explicit Written(Payload payload, std::uint64_t epoch = 1) {
         WriterOptions options;
-        options.records = std::move(records);
+        options.payload = payload;
         writer =
             std::make_shared<PartitionWriter>(kPartition, epoch, StreamEnd{}, bus, options, counters,
                                               std::make_shared<FieldNames>(), std::make_shared<SendBell>());
@@ -96,6 +96,18 @@ protected:
             waitUntil([&] { return to[i]->counters->updates > before[i]; });
     }
 
+    static void expectSame(const std::vector<BusRecord>& read, const std::vector<BusRecord>& wanted) {
+        ASSERT_EQ(read.size(), wanted.size());
+        for (std::size_t i = 0; i < read.size(); ++i) {
+            SCOPED_TRACE(read[i].symbol);
+            EXPECT_EQ(read[i].type, wanted[i].type);
+            EXPECT_EQ(read[i].source, wanted[i].source);
+            EXPECT_EQ(read[i].symbol, wanted[i].symbol);
+            EXPECT_EQ(read[i].number, wanted[i].number);
+            EXPECT_EQ(read[i].fields, wanted[i].fields);
+        }
+    }
+
     std::vector<tivra::SubscriptionGroup> groups;
 };
 
@@ -111,24 +123,20 @@ class BodyPayloadOf : public BodyPayload, public testing::WithParamInterface<Cas
 
 TEST_P(BodyPayloadOf, SaysWhatTextSays) {
     const Case& each = GetParam();
-    Written text(std::make_shared<JsonRecords>()), body(std::make_shared<BodyRecords>());
-    subscribe(text, feed);
-    subscribe(body, feed);
-    push("101=1.5", {&text, &body});
-    push(each.fields, {&text, &body});
-    push("101=2.5", {&text, &body});
-    const std::vector<BusRecord> wanted = text.records(), read = body.records();
-    ASSERT_EQ(read.size(), wanted.size());
-    for (std::size_t i = 0; i < read.size(); ++i) {
-        EXPECT_EQ(read[i].type, wanted[i].type);
-        EXPECT_EQ(read[i].number, wanted[i].number);
-        EXPECT_EQ(read[i].fields, wanted[i].fields);
-    }
-    std::string all;
+    Written text(Payload::Json), body(Payload::Body), arrow(Payload::Arrow);
+    const std::vector<Written*> all{&text, &body, &arrow};
+    for (Written* written : all)
+        subscribe(*written, feed);
+    push("101=1.5", all);
+    push(each.fields, all);
+    push("101=2.5", all);
+    for (Written* other : {&body, &arrow})
+        expectSame(other->records(), text.records());
+    std::string bodies;
     for (const std::string& message : body.stream())
-        all += message;
-    EXPECT_THAT(all, HasSubstr("|5=IBM|101=2.5\n"));
-    EXPECT_EQ(all.find(each.fields) != std::string::npos, each.isBody);
+        bodies += message;
+    EXPECT_THAT(bodies, HasSubstr("|5=IBM|101=2.5\n"));
+    EXPECT_EQ(bodies.find(each.fields) != std::string::npos, each.isBody);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -152,24 +160,23 @@ TEST_F(BodyPayload, EachBatchHasTheNumbersOfOneHubWhateverOthersHave) {
             row.number = row.name == "BID" ? 103 : 101;
     const tivra_testkit::StartedHub otherHub(configuration);
     tivra::Feed otherFeed = tivra::Feed::open(optionsFor(otherHub));
-    Written text(std::make_shared<JsonRecords>()), body(std::make_shared<BodyRecords>());
-    for (Written* written : {&text, &body}) {
+    Written text(Payload::Json), body(Payload::Body), arrow(Payload::Arrow);
+    const std::vector<Written*> all{&text, &body, &arrow};
+    for (Written* written : all) {
         subscribe(*written, feed);
         subscribe(*written, otherFeed, "AIG");
     }
-    push("101=1.5|103=2.5", {&text, &body});
-    const std::vector<BusRecord> wanted = text.records(), read = body.records();
-    ASSERT_EQ(read.size(), wanted.size());
-    for (std::size_t i = 0; i < read.size(); ++i)
-        EXPECT_EQ(read[i].fields, wanted[i].fields) << read[i].symbol;
+    push("101=1.5|103=2.5", all);
+    for (Written* other : {&body, &arrow})
+        expectSame(other->records(), text.records());
 }
 
-TEST_F(BodyPayload, AStreamOfBothIsReadAsOne) {
+TEST_F(BodyPayload, AStreamOfAllIsReadAsOne) {
     FakeEngine engine;
     Story seen;
-    Written text(std::make_shared<JsonRecords>()), body(std::make_shared<BodyRecords>(), 2);
+    Written text(Payload::Json), body(Payload::Body, 2), arrow(Payload::Arrow, 3);
     std::size_t position = 0;
-    for (Written* written : {&text, &body}) {
+    for (Written* written : {&text, &body, &arrow}) {
         subscribe(*written, feed);
         push("101=1.5|203=1381152600.5", {written});
         for (const std::string& message : written->stream())
@@ -188,7 +195,8 @@ TEST_F(BodyPayload, AStreamOfBothIsReadAsOne) {
         seen.add(nameOf(gap.cause));
     };
     const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, std::move(handlers));
-    EXPECT_TRUE(seen.waitFor("2 1.500000 2013-10-07T13:30:00.500000Z"));
+    EXPECT_TRUE(seen.waitFor("3 1.500000 2013-10-07T13:30:00.500000Z"));
     EXPECT_THAT(seen.lines(), testing::ElementsAre("1 1.500000 2013-10-07T13:30:00.500000Z", "takeover",
-                                                   "2 1.500000 2013-10-07T13:30:00.500000Z"));
+                                                   "2 1.500000 2013-10-07T13:30:00.500000Z", "takeover",
+                                                   "3 1.500000 2013-10-07T13:30:00.500000Z"));
 }

@@ -248,6 +248,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         std::pair("",
                   "partition 0, message 4: a batch: a first line of at most 4096 bytes was wanted" LEFT_OUT),
+        std::pair("\xff\xff\xff\xff",
+                  "partition 0, message 4: a batch: an Arrow stream: a message was wanted" LEFT_OUT),
         std::pair(
             START,
             "partition 0, message 4: a batch, line 2: it ends before the 1 records of its header" LEFT_OUT),
@@ -269,7 +271,7 @@ TEST_F(BusReader, OfABatchOfBodiesOnlyTheSpoiltRecordIsMissing) {
         return R"({"type":"update","source":100,"symbol":"IBM","n":)" + std::to_string(n) + R"(,"body":)" +
                std::to_string(body.size()) + "}\n" + body + "\n";
     };
-    writer.closeAs(headerLine({kBodyPayload, 0, 1, 3, 4, 0, "writer", "now"}) +
+    writer.closeAs(headerLine({"body", 0, 1, 3, 4, 0, "writer", "now"}) +
                    R"({"fields":{"7":["BID","integer"]}})"
                    "\n" +
                    record(2, "7=2") + record(3, "8=3") + record(4, "\n") + record(5, "7=5"));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bus/BatchHeader.h"
+#include "bus/BatchReader.h"
 #include "bus/BusError.h"
 #include "bus/BusPublisher.h"
 #include "bus/SubjectNames.h"
@@ -35,8 +35,7 @@ public:
         tivra_bus::StreamEnd end;
         end.position = stream.size();
         try {
-            std::size_t length = 0;
-            const auto header = tivra_bus::readHeader(stream.empty() ? "" : stream.back(), length);
+            const auto header = tivra_bus::headerOf(stream.empty() ? "" : stream.back());
             end.epoch = header.epoch;
             end.batch = header.batch;
             end.writer = header.writer;

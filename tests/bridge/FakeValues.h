@@ -33,11 +33,11 @@ private:
     tivra_bus::FieldNames m_names;
 };
 
-inline void addRecord(tivra_bus::BatchWriter& writer, tivra_bus::RecordType type,
+inline void addRecord(tivra_bus::OpenBatch& writer, tivra_bus::RecordType type,
                       const tivra_bus::RecordKey& key, const FakeValues& values) {
     const tivra_bus::SymbolName name(key.source, key.symbol);
     const FakeImage fake(values);
-    writer.add(tivra_bus::JsonRecords(), {type, name, key.number, fake.image});
+    writer.add({type, name, key.number, fake.image});
 }
 
 inline std::string lastMessageOf(const tivra_bus::RecordKey& key, std::uint64_t epoch, std::string_view state,

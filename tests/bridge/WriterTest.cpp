@@ -3,7 +3,6 @@
 #include "bridge/FakeValues.h"
 #include "bus/BatchReader.h"
 #include "bus/BatchWriter.h"
-#include "bus/BodyRecords.h"
 #include "bus/JsonText.h"
 #include "feed/FeedFixture.h"
 #include "run/LastValuesWriter.h"
@@ -269,15 +268,13 @@ TEST_F(WriterTest, ABatchThatIsTooBigBecomesAGapAndThePresentState) {
 }
 
 TEST_F(WriterTest, NoBatchIsLargerThanTheEngineTakesWhateverIsAskedFor) {
-    const std::vector<std::shared_ptr<const RecordWriter>> payloads{std::make_shared<JsonRecords>(),
-                                                                    std::make_shared<BodyRecords>()};
-    for (const auto& payload : payloads) {
-        SCOPED_TRACE(payload->payload());
+    for (const Payload payload : {Payload::Json, Payload::Body, Payload::Arrow}) {
+        SCOPED_TRACE(nameOf(payload));
         bus.setStream(kPartition, {});
         WriterOptions options;
         options.batchBytes = std::size_t{1} << 20;
         options.maxMessage = 8192;
-        options.records = payload;
+        options.payload = payload;
         const std::uint64_t before = counters->updates;
         begin(options);
         subscribe();
