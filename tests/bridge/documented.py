@@ -21,16 +21,26 @@ def block(text):
     return next(each for each in BLOCKS if text in each)
 
 
+def written(folder, name, text, url):
+    """A program of the page, for this server."""
+    program = folder / name
+    program.write_text(block(text).replace("nats://127.0.0.1:4222", url))
+    return [sys.executable, "-u", program]
+
+
 def commands(programs, folder, url):
     """What is started, and what it has to print in this order."""
     compiled = folder / "last_and_ticks"
     subprocess.run(["cc", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-o", compiled,
                     ROOT / "examples/bridge/last_and_ticks.c", "-lnats"], check=True)
-    plain = folder / "plain.py"
-    plain.write_text(block("import nats\n").replace("nats://127.0.0.1:4222", url))
     yield "C", [compiled, url, "100.IBM", 12], r'"symbol":"IBM",.*"fields".*\n(.*\n)*{"type":"update",.*"symbol":"IBM"'
-    yield "nats-py", [sys.executable, "-u", plain], r"^{'QUERY.TAG'.*'BID'.*\n(.*\n)*{'type': 'update',.*'IBM'"
+    yield "nats-py", written(folder, "plain.py", "message.data.splitlines()", url), r"^{'QUERY.TAG'.*'BID'.*\n(.*\n)*{'type': 'update',.*'IBM'"
     yield "C++", ["stdbuf", "-oL", programs / "tests/bridge/documented_reader"], r"^(IBM|AIG) [0-9.]+$"
+
+
+def tables(folder, url):
+    """The same where batches are Arrow streams."""
+    return written(folder, "tables.py", "import pyarrow\n", url), r"^\d+ \d+ \d+\n\[{'symbol': 'IBM', 'n': \d+, 'BID': [0-9.]+}"
 
 
 def takers_of_signals(process):
@@ -58,29 +68,39 @@ def main():
         running.append(Process(folder, name, *command, TIVRA_BUS=url))
         return running[-1]
 
+    def run_bridge(name, *options):
+        bridge = run(name, programs / "bridge/tivra-bridge", "-H", hub.log.read_text().split("listening on ")[1].split()[0],
+                     "--user", "demo", "-s", 100, "-f", folder / "symbols", "--to", url, "--partitions", 16, *options)
+        wait_until("its partitions", lambda: bridge.says("partition 12: taken") and bridge.says("partition 5: taken"))
+        return bridge
+
     bad = [] if places() == PLACES else ["the partitions of symbols"]
+
+    def show(name, command, pattern):
+        shown = run(name, *command)
+        try:
+            wait_until(name, lambda: re.search(pattern, shown.log.read_text(), re.M))
+        except TimeoutError:
+            bad.append(f"{name}:\n{shown.log.read_text()}")
+        return shown
+
     try:
         hub = run("hub", programs / "tools/tivra-hub/tivra-hub", "--port", 0, "--playback",
                   ROOT / "data/sample-20131007.csv.gz", "--factor", 1, "--repeat", 100)
         server = run("server", shutil.which("nats-server", path=os.environ["PATH"] + ":/usr/sbin"), "-a", "127.0.0.1", "-p",
                      port, "-js", "-sd", folder / "js")
         wait_until("hub and server", lambda: hub.says("listening on ") and server.says("Server is ready"))
-        bridge = run("bridge", programs / "bridge/tivra-bridge", "-H", hub.log.read_text().split("listening on ")[1].split()[0],
-                     "--user", "demo", "-s", 100, "-f", folder / "symbols", "--to", url, "--partitions", 16)
-        wait_until("its partitions", lambda: bridge.says("partition 12: taken") and bridge.says("partition 5: taken"))
+        bridge = run_bridge("bridge")
         for name, command, pattern in commands(programs, folder, url):
-            shown = run(name, *command)
-            try:
-                wait_until(name, lambda: re.search(pattern, shown.log.read_text(), re.M))
-            except TimeoutError:
-                bad.append(f"{name}:\n{shown.log.read_text()}")
-            else:
-                if name == "C++":
-                    bad += [f"{name}: the thread {thread} takes signals" for thread in takers_of_signals(shown.child.pid)]
+            shown = show(name, command, pattern)
+        bad += [f"C++: the thread {thread} takes signals" for thread in takers_of_signals(shown.child.pid)]
+        bridge.end()
+        run_bridge("bridge of tables", "--payload", "arrow")
+        show("pyarrow", *tables(folder, url))
     finally:
         for process in reversed(running):
             process.end()
-    print(f"3 programs, {len(bad)} bad", *bad, sep="\n")
+    print(f"4 programs, {len(bad)} bad", *bad, sep="\n")
     if not bad:
         shutil.rmtree(folder)
     return 1 if bad else 0
