@@ -1,13 +1,14 @@
 #pragma once
 
 #include "kafka/KafkaAddress.h"
-#include "kafka/KafkaGroupWatch.h"
 #include "kafka/KafkaHandles.h"
 
 #include <tp/Mutex.h>
 
 #include <atomic>
-#include <functional>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,8 +31,6 @@ public:
     struct Setup {
         std::vector<std::pair<std::string, std::string>> properties;
         void (*onDelivery)(rd_kafka_t*, const rd_kafka_message_t*, void*) = nullptr;
-        std::function<void(rd_kafka_resp_err_t, rd_kafka_topic_partition_list_t*)> onRebalance;
-        KafkaGroupWatch* group = nullptr; ///< which has to stay
     };
 
     /// Doesn't wait for the engine. @throws BusError for a property that the client library refuses
@@ -48,22 +47,39 @@ public:
     void answered() { m_isConnected.store(true, std::memory_order_relaxed); }
     /// None does.
     void lost() { m_isConnected.store(false, std::memory_order_relaxed); }
-    /// @throws UnreadyError for an error that may be over by itself, and BusError for another, with what was
-    ///         heard of servers of late
+    /// @throws UnreadyError for an error that may be over by itself, and BusError for another, such as a
+    ///         password or a certificate that isn't accepted, with what was heard of servers of late
     void check(rd_kafka_resp_err_t error, const std::string& attempt) const;
+    /// Of the first message of that time or a later one, negative when there is none.
+    /// @param time  milliseconds since 1970, or RD_KAFKA_OFFSET_BEGINNING or RD_KAFKA_OFFSET_END. The client
+    ///        library's own call for these two waits on after its time-out.
+    /// @throws BusError as check() does
+    [[nodiscard]] std::int64_t offsetAt(const std::string& topic, unsigned partition, std::int64_t time,
+                                        const std::string& attempt) const;
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     static void onError(rd_kafka_t* handle, int error, const char* reason, void* self);
     static void onLog(const rd_kafka_t* handle, int level, const char* facility, const char* text);
-    static void onRebalance(rd_kafka_t* handle, rd_kafka_resp_err_t event,
-                            rd_kafka_topic_partition_list_t* partitions, void* self);
-    void note(const std::string& text) const;
+    static int onCertificate(rd_kafka_t* handle, const char* server, std::int32_t id, int* error, int depth,
+                             const char* bytes, std::size_t size, char* text, std::size_t textSize,
+                             void* self);
+    /// What stands behind an error that the client library gives without its cause.
+    struct Heard {
+        std::string text;
+        rd_kafka_resp_err_t error = RD_KAFKA_RESP_ERR_NO_ERROR; ///< where the text is of one
+        Clock::time_point time{};
+    };
+    void note(const std::string& text, rd_kafka_resp_err_t error) const TP_EXCLUDES(m_mutex);
+    /// What was heard last, if that is of late.
+    [[nodiscard]] Heard heard() const TP_EXCLUDES(m_mutex);
 
     const std::string m_servers;
     const int m_patience; ///< milliseconds
     const Setup m_setup;
     mutable tp::Mutex m_mutex;
-    mutable std::string m_lastError TP_GUARDED_BY(m_mutex);
+    mutable Heard m_heard TP_GUARDED_BY(m_mutex);
     std::atomic<bool> m_isConnected{false};
     rd_kafka_t* m_handle = nullptr;
 };

@@ -39,8 +39,7 @@ KafkaFollower::KafkaFollower(const KafkaAddress& address)
                  {"auto.offset.reset", "earliest"},
                  {"queued.max.messages.kbytes", "8192"},
                  {"fetch.wait.max.ms", "100"}},
-                nullptr,
-                {}}) {
+                nullptr}) {
     m_topic = rd_kafka_topic_new(m_client.get(), kTickTopic, nullptr);
     if (m_topic == nullptr)
         m_client.check(rd_kafka_last_error(), std::string("the topic ") + kTickTopic);

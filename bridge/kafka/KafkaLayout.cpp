@@ -25,7 +25,9 @@ constexpr std::size_t kFrameBytes = 512;
 constexpr int kErrorBytes = 512;
 constexpr milliseconds kLookEvery{100};
 /// A segment that is written to isn't compacted, and one of a quiet topic would be for a week.
-constexpr milliseconds kLastSegment = std::chrono::minutes(10);
+constexpr milliseconds kSegment = std::chrono::minutes(10);
+/// Longer than a bridge leaves an entry of its own as it is, by far.
+constexpr milliseconds kLeasesKept = std::chrono::hours(1);
 
 struct TopicPlan {
     std::string name;
@@ -47,10 +49,18 @@ std::vector<TopicPlan> plansOf(const BusLayout& layout) {
              false},
             {kLastTopic,
              partitions,
-             {{"cleanup.policy", "compact"}, {"segment.ms", std::to_string(kLastSegment.count())}},
+             {{"cleanup.policy", "compact"}, {"segment.ms", std::to_string(kSegment.count())}},
              true},
             {kStatusTopic, 1, compacted, true},
-            {kDictionaryTopic, 1, compacted, true}};
+            {kDictionaryTopic, 1, compacted, true},
+            // The brokers' clock says what is old: bridges' clocks may be wrong.
+            {kLeaseTopic,
+             1,
+             {{"cleanup.policy", "delete"},
+              {"message.timestamp.type", "LogAppendTime"},
+              {"retention.ms", std::to_string(kLeasesKept.count())},
+              {"segment.ms", std::to_string(kSegment.count())}},
+             false}};
 }
 
 /// The number of partitions of the topics that are there.

@@ -10,9 +10,13 @@ inline constexpr const char* kLastTopic = "tivra.last";
 inline constexpr const char* kStatusTopic = "tivra.status";
 /// The fields of the hubs, compacted, with the one key "fields".
 inline constexpr const char* kDictionaryTopic = "tivra.dictionary";
-/// The consumer group in which bridges share the partitions.
-inline constexpr const char* kBridgeGroup = "tivra-bridge";
+/// Which bridge writes which partition, as a log of writes to a table.
+inline constexpr const char* kLeaseTopic = "tivra.lease";
+/// A client library that reads without a group wants the name of one all the same.
+inline constexpr const char* kReaderGroup = "tivra-bridge-reader";
 /// The header of a message that says which process has written it.
 inline constexpr const char* kWriterHeader = "tivra-writer";
+/// The header of a message of the table of leases that says which revision of the entry it replaces.
+inline constexpr const char* kReplacesHeader = "tivra-replaces";
 
 } // namespace tivra_bus

@@ -5,6 +5,7 @@
 #include "kafka/KafkaLayout.h"
 #include "kafka/KafkaNames.h"
 #include "kafka/KafkaTail.h"
+#include "kafka/headerOf.h"
 
 #include <fmt/format.h>
 
@@ -23,16 +24,6 @@ std::string_view bytesOf(const rd_kafka_message_t& message) {
     return {static_cast<const char*>(message.payload), message.len};
 }
 
-std::string_view writerOf(const rd_kafka_message_t& message) {
-    rd_kafka_headers_t* headers = nullptr;
-    const void* value = nullptr;
-    std::size_t size = 0;
-    if (rd_kafka_message_headers(&message, &headers) != RD_KAFKA_RESP_ERR_NO_ERROR ||
-        rd_kafka_header_get_last(headers, kWriterHeader, &value, &size) != RD_KAFKA_RESP_ERR_NO_ERROR)
-        return {};
-    return {static_cast<const char*>(value), size};
-}
-
 } // namespace
 
 KafkaPublisher::KafkaPublisher(const KafkaAddress& address, std::string writer)
@@ -49,7 +40,7 @@ StreamEnd KafkaPublisher::endOf(unsigned partition) {
     KafkaTail tail(m_writer);
     const KafkaReader::Extent extent =
         m_reader.readLast(kTickTopic, partition, kTailMessages, [&tail](const rd_kafka_message_t& message) {
-            tail.take(bytesOf(message), writerOf(message));
+            tail.take(bytesOf(message), headerOf(message, kWriterHeader));
         });
     StreamEnd end = tail.end(static_cast<std::uint64_t>(extent.end));
     const tp::MutexLock lock(m_mutex);

@@ -1,6 +1,7 @@
 #include "kafka/KafkaReader.h"
 
 #include "bus/BusError.h"
+#include "kafka/KafkaNames.h"
 
 #include <fmt/format.h>
 
@@ -39,24 +40,29 @@ KafkaReader::KafkaReader(const KafkaAddress& address)
                  {"enable.auto.offset.store", "false"},
                  {"enable.partition.eof", "true"},
                  {"auto.offset.reset", "error"},
-                 // A library that reads without a group wants the name of one all the same.
-                 {"group.id", "tivra-bridge-reader"},
+                 {"group.id", kReaderGroup},
                  {"fetch.wait.max.ms", "50"}},
-                nullptr,
-                {}}) {}
+                nullptr}) {}
 
 KafkaReader::Extent KafkaReader::extentOf(const std::string& topic, unsigned partition) {
+    const std::string attempt = fmt::format("the end of partition {} of {}", partition, topic);
     Extent extent;
-    m_client.check(rd_kafka_query_watermark_offsets(m_client.get(), topic.c_str(),
-                                                    static_cast<int>(partition), &extent.first, &extent.end,
-                                                    m_client.patience()),
-                   fmt::format("the end of partition {} of {}", partition, topic));
+    // The first before the end: what is dropped between the answers leaves them in order.
+    extent.first = m_client.offsetAt(topic, partition, RD_KAFKA_OFFSET_BEGINNING, attempt);
+    extent.end = m_client.offsetAt(topic, partition, RD_KAFKA_OFFSET_END, attempt);
     return extent;
 }
 
 int KafkaReader::partitionsOf(const std::string& topic) {
     const rd_kafka_metadata_t* raw = nullptr;
-    m_client.check(rd_kafka_metadata(m_client.get(), 1, nullptr, &raw, m_client.patience()), "its topics");
+    const rd_kafka_resp_err_t error =
+        rd_kafka_metadata(m_client.get(), 1, nullptr, &raw, m_client.patience());
+    {
+        // What stands behind an error is told to who polls; no messages come, since nothing is assigned.
+        const tp::MutexLock lock(m_mutex);
+        const KafkaMessage none(rd_kafka_consumer_poll(m_client.get(), 0));
+    }
+    m_client.check(error, "its topics");
     const KafkaMetadata metadata(raw);
     for (int i = 0; i < raw->topic_cnt; ++i)
         if (topic == raw->topics[i].topic && raw->topics[i].err == RD_KAFKA_RESP_ERR_NO_ERROR)
@@ -66,15 +72,11 @@ int KafkaReader::partitionsOf(const std::string& topic) {
 
 std::optional<std::int64_t> KafkaReader::offsetAt(const std::string& topic, unsigned partition,
                                                   std::chrono::system_clock::time_point time) {
-    const KafkaPartitions partitions(rd_kafka_topic_partition_list_new(1));
-    rd_kafka_topic_partition_t* const entry =
-        rd_kafka_topic_partition_list_add(partitions.get(), topic.c_str(), static_cast<int>(partition));
-    entry->offset = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-    const std::string attempt = fmt::format("an offset of partition {} of {}", partition, topic);
-    m_client.check(rd_kafka_offsets_for_times(m_client.get(), partitions.get(), m_client.patience()),
-                   attempt);
-    m_client.check(entry->err, attempt);
-    return entry->offset >= 0 ? std::optional(entry->offset) : std::nullopt;
+    const std::int64_t offset = m_client.offsetAt(
+        topic, partition,
+        std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count(),
+        fmt::format("an offset of partition {} of {}", partition, topic));
+    return offset >= 0 ? std::optional(offset) : std::nullopt;
 }
 
 KafkaReader::Extent KafkaReader::readLast(const std::string& topic, unsigned partition, std::int64_t most,

@@ -28,7 +28,7 @@ public:
     /// @throws BusError
     [[nodiscard]] Extent extentOf(const std::string& topic, unsigned partition);
     /// How many partitions a topic has; 0 when there is none of that name. @throws BusError
-    [[nodiscard]] int partitionsOf(const std::string& topic);
+    [[nodiscard]] int partitionsOf(const std::string& topic) TP_EXCLUDES(m_mutex);
     /// Of the first message of that time or a later one; nothing when there is none. @throws BusError
     [[nodiscard]] std::optional<std::int64_t> offsetAt(const std::string& topic, unsigned partition,
                                                        std::chrono::system_clock::time_point time);

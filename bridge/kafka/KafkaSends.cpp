@@ -12,8 +12,6 @@ namespace {
 
 constexpr int kPollMilliseconds = 20;
 constexpr int kProbeMilliseconds = 500;
-/// A message that isn't acknowledged so long is given back, to be sent again.
-constexpr const char* kSendMilliseconds = "10000";
 constexpr const char* kMostWaiting = "200000";
 constexpr const char* kMostWaitingKilobytes = "262144";
 /// As much as the broker's default, 1 MiB and what a batch's own header takes.
@@ -26,8 +24,8 @@ SendResult::Outcome outcomeOf(rd_kafka_resp_err_t error) {
 
 } // namespace
 
-KafkaSends::KafkaSends(const KafkaAddress& address, std::string writer)
-    : m_address(address), m_writer(std::move(writer)), m_client(makeClient()) {
+KafkaSends::KafkaSends(const KafkaAddress& address, std::string writer, std::chrono::milliseconds sendWithin)
+    : m_address(address), m_writer(std::move(writer)), m_sendWithin(sendWithin), m_client(makeClient()) {
     m_poller = startThread("tivra-bus-sends", [this] { poll(); });
 }
 
@@ -47,13 +45,12 @@ std::shared_ptr<KafkaClient> KafkaSends::makeClient() const {
         KafkaClient::Role::Producer, m_address,
         KafkaClient::Setup{{{"enable.idempotence", "true"},
                             {"acks", "all"},
-                            {"message.timeout.ms", kSendMilliseconds},
+                            {"message.timeout.ms", std::to_string(m_sendWithin.count())},
                             {"message.max.bytes", kMostMessageBytes},
                             {"queue.buffering.max.messages", kMostWaiting},
                             {"queue.buffering.max.kbytes", kMostWaitingKilobytes},
                             {"linger.ms", "0"}},
-                           onDelivery,
-                           {}});
+                           onDelivery});
 }
 
 std::shared_ptr<KafkaClient> KafkaSends::client() const {
@@ -77,9 +74,13 @@ void KafkaSends::send(const KafkaSend& send, Completion done) {
     parts[3].u.mem = {bytes(send.bytes), send.bytes.size()};
     // Headers of our own: the client library frees those that it makes itself twice when it refuses a
     // message.
-    KafkaHeaders headers(rd_kafka_headers_new(1));
-    rd_kafka_header_add(headers.get(), kWriterHeader, -1, m_writer.data(),
-                        static_cast<ssize_t>(m_writer.size()));
+    KafkaHeaders headers(rd_kafka_headers_new(2));
+    const auto add = [&headers](const char* name, std::string_view value) {
+        rd_kafka_header_add(headers.get(), name, -1, value.data(), static_cast<ssize_t>(value.size()));
+    };
+    add(kWriterHeader, m_writer);
+    if (!send.replaces.empty())
+        add(kReplacesHeader, send.replaces);
     parts[4].vtype = RD_KAFKA_VTYPE_HEADERS;
     parts[4].u.headers = headers.get();
     parts[5].vtype = RD_KAFKA_VTYPE_MSGFLAGS;

@@ -21,6 +21,7 @@ struct KafkaSend {
     unsigned partition = 0;
     std::string_view key;
     std::string_view bytes;
+    std::string_view replaces{}; ///< which revision of an entry, of the table of leases alone
 };
 
 /// Sends messages and ends each once, with the offset that it got or the cause why it has none. What is on
@@ -31,8 +32,12 @@ class KafkaSends {
 public:
     using Completion = std::function<void(const SendResult&)>;
 
+    static constexpr std::chrono::milliseconds kSendWithin{10'000};
+
     /// @throws BusError for a property that the client library refuses
-    KafkaSends(const KafkaAddress& address, std::string writer);
+    /// @param sendWithin  a message that isn't acknowledged so long ends as failed
+    KafkaSends(const KafkaAddress& address, std::string writer,
+               std::chrono::milliseconds sendWithin = kSendWithin);
     /// Ends what is still on its way as failed.
     ~KafkaSends();
     KafkaSends(const KafkaSends&) = delete;
@@ -69,6 +74,7 @@ private:
 
     const KafkaAddress m_address;
     const std::string m_writer;
+    const std::chrono::milliseconds m_sendWithin;
     mutable tp::Mutex m_mutex;
     std::shared_ptr<KafkaClient> m_client TP_GUARDED_BY(m_mutex);
     std::vector<Ended> m_ended TP_GUARDED_BY(m_mutex);

@@ -1,5 +1,6 @@
 #include "kafka/KafkaStatus.h"
 
+#include "bus/BusError.h"
 #include "bus/startThread.h"
 #include "kafka/KafkaNames.h"
 
@@ -23,10 +24,9 @@ KafkaStatus::KafkaStatus(const KafkaAddress& address)
                {{{"enable.auto.commit", "false"},
                  {"enable.auto.offset.store", "false"},
                  {"auto.offset.reset", "latest"},
-                 {"group.id", "tivra-bridge-reader"},
+                 {"group.id", kReaderGroup},
                  {"fetch.wait.max.ms", "500"}},
-                nullptr,
-                {}}) {
+                nullptr}) {
     const KafkaPartitions partitions(rd_kafka_topic_partition_list_new(1));
     rd_kafka_topic_partition_list_add(partitions.get(), kStatusTopic, 0)->offset = RD_KAFKA_OFFSET_END;
     m_client.check(rd_kafka_assign(m_client.get(), partitions.get()), std::string("reading ") + kStatusTopic);
@@ -68,13 +68,12 @@ void KafkaStatus::hand(std::string&& status) {
 }
 
 void KafkaStatus::ask() {
-    std::int64_t first = 0;
-    std::int64_t end = 0;
-    if (rd_kafka_query_watermark_offsets(m_client.get(), kStatusTopic, 0, &first, &end,
-                                         m_client.patience()) == RD_KAFKA_RESP_ERR_NO_ERROR)
+    try {
+        (void)m_client.offsetAt(kStatusTopic, 0, RD_KAFKA_OFFSET_END, "the state of sources");
         m_client.answered();
-    else
+    } catch (const BusError&) {
         m_client.lost();
+    }
 }
 
 } // namespace tivra_bus

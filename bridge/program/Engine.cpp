@@ -10,9 +10,6 @@ namespace tivra_bus {
 
 namespace {
 
-/// A bridge whose entry hasn't changed for so long is taken for dead.
-constexpr std::chrono::milliseconds kLease{3000};
-
 bool isKafka(const EngineOptions& options) {
     return options.url.starts_with("kafka://");
 }
@@ -23,7 +20,7 @@ public:
         : m_connection(address)
         , m_publisher(m_connection, std::chrono::milliseconds(address.answerMilliseconds))
         , m_leases(m_connection)
-        , m_share(m_leases, name, partitions, kLease) {}
+        , m_share(m_leases, name, partitions) {}
 
     [[nodiscard]] BusPublisher& publisher() override { return m_publisher; }
     [[nodiscard]] PartitionShare& share() override { return m_share; }

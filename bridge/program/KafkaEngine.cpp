@@ -1,7 +1,8 @@
 #include "program/KafkaEngine.h"
 
+#include "kafka/KafkaLeaseTable.h"
 #include "kafka/KafkaPublisher.h"
-#include "kafka/KafkaShare.h"
+#include "share/LeaseShare.h"
 
 #include <fmt/format.h>
 
@@ -20,14 +21,19 @@ std::string writerOf(const std::string& name) {
 class KafkaEngine : public Engine {
 public:
     KafkaEngine(const KafkaAddress& address, const std::string& name, unsigned partitions)
-        : m_publisher(address, writerOf(name)), m_share(address, name, partitions) {}
+        : KafkaEngine(address, name, partitions, writerOf(name)) {}
 
     [[nodiscard]] BusPublisher& publisher() override { return m_publisher; }
     [[nodiscard]] PartitionShare& share() override { return m_share; }
 
 private:
+    KafkaEngine(const KafkaAddress& address, const std::string& name, unsigned partitions,
+                const std::string& writer)
+        : m_publisher(address, writer), m_leases(address, writer), m_share(m_leases, name, partitions) {}
+
     KafkaPublisher m_publisher;
-    KafkaShare m_share;
+    KafkaLeaseTable m_leases;
+    LeaseShare m_share;
 };
 
 } // namespace

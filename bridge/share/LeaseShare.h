@@ -12,10 +12,13 @@ namespace tivra_bus {
 /// Shares partitions by leases in a table on the engine.
 class LeaseShare : public PartitionShare {
 public:
+    /// A bridge whose entry hasn't changed for so long is taken for dead.
+    static constexpr std::chrono::milliseconds kLease{3000};
+
     /// The table has to stay.
     /// @param name  of this bridge, which no other has
     LeaseShare(LeaseTable& table, const std::string& name, unsigned partitions,
-               std::chrono::milliseconds lease);
+               std::chrono::milliseconds lease = kLease);
 
     [[nodiscard]] LeaseDecision decide(const std::set<unsigned>& held, bool isReady) override;
     void renew(bool isReady) override;

@@ -2,9 +2,9 @@
 
 #include "bus/BatchHeader.h"
 #include "bus/BusError.h"
+#include "kafka/KafkaLeaseTable.h"
 #include "kafka/KafkaNames.h"
 #include "kafka/KafkaPublisher.h"
-#include "kafka/KafkaShare.h"
 #include "kafka/KafkaTail.h"
 
 #include <tp/Mutex.h>
@@ -13,7 +13,7 @@
 
 #include <chrono>
 #include <map>
-#include <set>
+#include <optional>
 #include <vector>
 
 using namespace tivra_bus;
@@ -75,64 +75,14 @@ private:
     KafkaPublisher m_publisher;
 };
 
-/// A bridge that takes and gives back what it is told to.
-class GroupMember {
-public:
-    GroupMember(const MockKafka& kafka, const std::string& name)
-        : m_share(addressOf(kafka), name, MockKafka::kPartitions) {}
-
-    void round() {
-        const LeaseDecision decision = m_share.decide(m_held, true);
-        m_lost += decision.lost.size();
-        for (const unsigned partition : decision.lost)
-            m_held.erase(partition);
-        for (const unsigned partition : decision.release) {
-            m_held.erase(partition);
-            m_share.giveBack(partition);
-        }
-        for (const unsigned partition : decision.take) {
-            const std::uint64_t epoch = m_share.before(partition).epoch + 1;
-            if (m_share.claim(partition, epoch)) {
-                m_held.insert(partition);
-                m_epochs[partition] = epoch;
-            }
-        }
-    }
-    void leave() {
-        for (const unsigned partition : m_held)
-            m_share.giveBack(partition);
-        m_held.clear();
-        m_share.leave();
-    }
-    [[nodiscard]] const std::set<unsigned>& held() const { return m_held; }
-    [[nodiscard]] std::uint64_t epoch(unsigned partition) { return m_epochs[partition]; }
-    [[nodiscard]] std::size_t lost() const { return m_lost; }
-
-private:
-    static KafkaAddress addressOf(const MockKafka& kafka) {
-        KafkaAddress address = kafka.address();
-        // That broker waits for a second less before it closes a round of the group.
-        address.properties["session.timeout.ms"] = "4000";
-        return address;
-    }
-
-    std::set<unsigned> m_held;
-    std::map<unsigned, std::uint64_t> m_epochs;
-    std::size_t m_lost = 0;
-    KafkaShare m_share;
-};
-
-/// Lets members go round until it is so. @return whether it has come to that in time
-template<class Condition>
-bool goRound(const std::vector<GroupMember*>& members, const Condition& condition) {
-    const Clock::time_point deadline = Clock::now() + kPatience;
-    while (!condition()) {
-        if (Clock::now() > deadline)
-            return false;
-        for (GroupMember* const member : members)
-            member->round();
-    }
-    return true;
+/// Everything of a table that has a value: key, value and revision.
+using Rows = std::map<std::string, std::pair<std::string, std::uint64_t>>;
+Rows rowsOf(KafkaLeaseTable& table) {
+    Rows rows;
+    for (const LeaseEntry& entry : table.entries())
+        if (!entry.value.empty())
+            rows[entry.key] = {entry.value, entry.revision};
+    return rows;
 }
 
 } // namespace
@@ -255,19 +205,58 @@ TEST(KafkaPublisher, ABrokerThatMayStillComeIsNotReady) {
     EXPECT_THROW(publisher.prepare(BusLayout{}), UnreadyError);
 }
 
-TEST(KafkaShare, APartitionMovesWhenItsWriterHasLetItGoAndTheOthersStay) {
+TEST(KafkaLeaseTable, OfThoseThatReplaceOneRevisionTheFirstCountsForAll) {
     MockKafka kafka;
-    GroupMember a(kafka, "a"), b(kafka, "b");
-    ASSERT_TRUE(goRound({&a}, [&a] { return a.held().size() == 2; }));
-    const auto isShared = [&a, &b] {
-        for (const unsigned partition : a.held())
-            EXPECT_EQ(b.held().count(partition), 0U) << "two write it";
-        return a.held().size() == 1 && b.held().size() == 1;
-    };
-    ASSERT_TRUE(goRound({&a, &b}, isShared));
-    EXPECT_EQ(a.epoch(*a.held().begin()), 1U) << "it has stayed where it was";
-    EXPECT_EQ(b.epoch(*b.held().begin()), 2U) << "of the group's own record, without any batch";
-    a.leave();
-    EXPECT_TRUE(goRound({&b}, [&b] { return b.held().size() == 2; }));
-    EXPECT_EQ(a.lost() + b.lost(), 0U) << "all was let go, and nothing taken away";
+    KafkaLeaseTable a(kafka.address(), "a"), b(kafka.address(), "b");
+    EXPECT_EQ(a.entries().size(), 0U);
+    EXPECT_EQ(a.write("lease.0", "of a", 0), 1U);
+    EXPECT_EQ(b.write("lease.0", "of b", 0), std::nullopt);
+    const Rows first{{"lease.0", {"of a", 1}}};
+    EXPECT_EQ(rowsOf(a), first);
+    EXPECT_EQ(rowsOf(b), first);
+    EXPECT_EQ(b.write("lease.0", "of b", 1), 3U);
+    EXPECT_EQ(a.write("lease.0", "of a", 1), std::nullopt);
+    KafkaLeaseTable late(kafka.address(), "late");
+    for (KafkaLeaseTable* const table : {&a, &b, &late})
+        EXPECT_EQ(rowsOf(*table), (Rows{{"lease.0", {"of b", 3}}}));
+    a.remove("lease.0");
+    EXPECT_EQ(rowsOf(late), Rows());
+    EXPECT_EQ(late.write("lease.0", "of late", 5), 6U);
+    EXPECT_EQ(rowsOf(b), (Rows{{"lease.0", {"of late", 6}}}));
+}
+
+TEST(KafkaLeaseTable, WhatWasDroppedIsKnownToNobodyAndWhatIsHeldIsWrittenAgainBefore) {
+    MockKafka kafka;
+    KafkaLeaseTable a(kafka.address(), "a", {}), b(kafka.address(), "b");
+    EXPECT_EQ(a.write("lease.0", "of a", 0), 1U);
+    EXPECT_EQ(b.write("lease.1", "of b", 0), 2U);
+    KafkaSends other(kafka.address(), "other");
+    const auto listener = std::make_shared<Listener>();
+    const std::string large(1'000'000, 'x');
+    for (std::uint64_t tag = 0; tag < MockKafka::kMostPartitionBytes / large.size() + 1; ++tag) {
+        other.send({kLeaseTopic, 0, "lease.1", large},
+                   [listener, tag](const SendResult& result) { listener->sent(tag, result); });
+        ASSERT_EQ(listener->await(tag).outcome, Outcome::Stored);
+    }
+    const Rows rows = rowsOf(a);
+    ASSERT_EQ(rows.size(), 0U) << "nobody who begins now sees them";
+    const std::optional<std::uint64_t> again = b.write("lease.1", "of b again", 2);
+    ASSERT_TRUE(again) << "its writer knows what others don't see any more";
+    KafkaLeaseTable late(kafka.address(), "late");
+    for (KafkaLeaseTable* const table : {&a, &b, &late})
+        EXPECT_EQ(rowsOf(*table), (Rows{{"lease.1", {"of b again", *again}}}));
+    ASSERT_TRUE(a.write("lease.0", "of a", 0));
+    (void)a.entries();
+    const Rows kept = rowsOf(late);
+    EXPECT_EQ(kept.at("lease.0").second, *again + 2) << "a keeps what it holds";
+    EXPECT_EQ(kept.at("lease.1").second, *again);
+}
+
+TEST(KafkaLeaseTable, ABrokerThatDoesNotAnswerIsToldAndNothingIsTakenForUnchanged) {
+    MockKafka kafka;
+    KafkaLeaseTable table(kafka.address(), "a");
+    EXPECT_EQ(table.write("member.a", "1", 0), 1U);
+    kafka.delay(kPatience);
+    EXPECT_THROW((void)table.entries(), UnreadyError);
+    EXPECT_THROW((void)table.write("member.a", "2", 1), UnreadyError);
 }

@@ -7,6 +7,7 @@
 #include <librdkafka/rdkafka_mock.h>
 
 #include <chrono>
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -16,6 +17,8 @@ namespace bridge_test {
 class MockKafka {
 public:
     static constexpr unsigned kPartitions = 2;
+    /// Beyond that it drops the first messages of a partition.
+    static constexpr std::size_t kMostPartitionBytes = 5U << 20;
 
     MockKafka() {
         char error[256] = {};
@@ -25,7 +28,8 @@ public:
         m_cluster = rd_kafka_mock_cluster_new(m_handle, 1);
         for (const auto& [topic, partitions] :
              {std::pair{tivra_bus::kTickTopic, kPartitions}, std::pair{tivra_bus::kLastTopic, kPartitions},
-              std::pair{tivra_bus::kStatusTopic, 1U}, std::pair{tivra_bus::kDictionaryTopic, 1U}})
+              std::pair{tivra_bus::kStatusTopic, 1U}, std::pair{tivra_bus::kDictionaryTopic, 1U},
+              std::pair{tivra_bus::kLeaseTopic, 1U}})
             rd_kafka_mock_topic_create(m_cluster, topic, static_cast<int>(partitions), 1);
     }
     ~MockKafka() {
