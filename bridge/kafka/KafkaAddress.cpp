@@ -108,6 +108,8 @@ std::map<std::string, std::string> securityOf(const KafkaAddress& address) {
         security["ssl.certificate.location"] = address.certificateFile;
         security["ssl.key.location"] = address.keyFile;
     }
+    // Of old the client library checked no names.
+    security.emplace("ssl.endpoint.identification.algorithm", "https");
     if (security.count("security.protocol") != 0)
         return security;
     const bool hasTls = security.count("ssl.ca.location") + security.count("ssl.certificate.location") != 0;

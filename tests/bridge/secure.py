@@ -3,31 +3,14 @@ usage: secure.py PROGRAMS     PROGRAMS is the build folder
 """
 import os
 import shutil
-import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
+from certificates import make_certificates
 from rounds import Process, free_port, wait_until
 
 NO_ENGINE = 4
-
-
-def run(folder, *command):
-    subprocess.run(command, cwd=folder, check=True, capture_output=True)
-
-
-def make_certificates(folder):
-    """Two authorities, of which one vouches for a server here, for one elsewhere, and for a client."""
-    for authority in ("ca", "other"):
-        run(folder, "openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={authority}",
-            "-keyout", f"{authority}.key", "-out", f"{authority}.pem")
-    for name, names in (("here", "IP:127.0.0.1,DNS:localhost"), ("elsewhere", "DNS:elsewhere.invalid"), ("client", "DNS:c")):
-        run(folder, "openssl", "req", "-newkey", "rsa:2048", "-nodes", "-subj", f"/CN={name}", "-keyout", f"{name}.key",
-            "-out", f"{name}.csr")
-        (folder / "names").write_text(f"subjectAltName={names}\n")
-        run(folder, "openssl", "x509", "-req", "-in", f"{name}.csr", "-CA", "ca.pem", "-CAkey", "ca.key", "-CAcreateserial",
-            "-days", "2", "-extfile", "names", "-out", f"{name}.pem")
 
 
 def tls(name, *more):
