@@ -7,6 +7,7 @@
 #include <nanoarrow/ipc/flatcc_generated.h>
 #include <nanoarrow/nanoarrow.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <optional>
@@ -137,6 +138,7 @@ struct ArrowStream::Places {
     FLAT(RecordBatch_table_t) batch;
     std::string_view body;
     std::size_t node = 0, buffer = 0; ///< the next ones
+    std::int64_t end = 0;             ///< of the buffers so far
 
     /// Sets length and number of nulls, and at `i` where the next buffers are.
     void takeNode(ArrowArrayView& view, const std::string& name) {
@@ -160,6 +162,10 @@ struct ArrowStream::Places {
         if (begin < 0 || length < 0 || begin > most || length > most - begin ||
             begin % static_cast<std::int64_t>(kAlignment) != 0)
             failColumn(name, "a buffer isn't within the batch");
+        // Columns that share their bytes would make far more values than a message has room for.
+        if (length > 0 && begin < end)
+            failColumn(name, "a buffer begins before the one before it ends");
+        end = std::max(end, begin + length);
         view.data.data = body.data() + begin;
         view.size_bytes = length;
         return length == 0 ? nullptr : body.data() + begin;
