@@ -19,22 +19,6 @@ std::string timeText(std::int64_t microseconds) {
     return text;
 }
 
-BusValue valueOf(const ArrowValues& values, ArrowKind kind, std::size_t index) {
-    switch (kind) {
-    case ArrowKind::Double:
-        return values.number<double>(index);
-    case ArrowKind::Time:
-        return timeText(values.number<std::int64_t>(index));
-    case ArrowKind::Text:
-        return validText(values.text(index));
-    case ArrowKind::Int32:
-    case ArrowKind::UInt64:
-    case ArrowKind::Int64:
-        break;
-    }
-    return values.number<std::int64_t>(index);
-}
-
 } // namespace
 
 ArrowReader::ArrowReader(std::string_view bytes)
@@ -100,9 +84,33 @@ const ArrowValues* ArrowReader::find(RecordColumn column) const {
     return &m_stream.values()[index];
 }
 
+std::string ArrowReader::textAt(std::size_t column, std::size_t value) const {
+    const std::string_view bytes = m_stream.values()[column].text(value);
+    std::string text = validText(bytes);
+    if (text != bytes && !m_stream.isBinary(column))
+        fail(fmt::format("\"{}\": a text in UTF-8 was wanted", m_stream.columns()[column].name));
+    return text;
+}
+
+BusValue ArrowReader::valueAt(std::size_t column, std::size_t value) const {
+    const ArrowValues& values = m_stream.values()[column];
+    switch (m_stream.columns()[column].kind) {
+    case ArrowKind::Double:
+        return values.number<double>(value);
+    case ArrowKind::Time:
+        return timeText(values.number<std::int64_t>(value));
+    case ArrowKind::Text:
+        return textAt(column, value);
+    case ArrowKind::Int32:
+    case ArrowKind::UInt64:
+    case ArrowKind::Int64:
+        break;
+    }
+    return values.number<std::int64_t>(value);
+}
+
 std::string ArrowReader::textOr(RecordColumn column, const char* other) const {
-    const ArrowValues* const found = find(column);
-    return found != nullptr ? validText(found->text(m_row)) : other;
+    return find(column) != nullptr ? textAt(m_record[static_cast<std::size_t>(column)], m_row) : other;
 }
 
 std::string ArrowReader::text(RecordColumn column) const {
@@ -150,10 +158,9 @@ void ArrowReader::readFields(BusFields& fields) const {
         const ArrowValues& values = m_stream.values()[field.column];
         if (!values.has(m_row))
             continue;
-        const ArrowKind kind = m_stream.columns()[field.column].kind;
         const auto [begin, end] = values.range(m_row);
         for (std::size_t i = begin; i < end; ++i)
-            fields.emplace_back(field.name, valueOf(values, kind, i));
+            fields.emplace_back(field.name, valueAt(field.column, i));
     }
 }
 

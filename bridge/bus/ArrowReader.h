@@ -34,6 +34,8 @@ private:
     [[noreturn]] void fail(const std::string& what) const;
     /// Null where the row has none.
     [[nodiscard]] const ArrowValues* find(RecordColumn column) const;
+    [[nodiscard]] std::string textAt(std::size_t column, std::size_t value) const;
+    [[nodiscard]] BusValue valueAt(std::size_t column, std::size_t value) const;
     [[nodiscard]] std::string textOr(RecordColumn column, const char* other) const;
     [[nodiscard]] std::string text(RecordColumn column) const;
     [[nodiscard]] std::string timeOr(RecordColumn column, const char* other) const;

@@ -83,6 +83,12 @@ std::optional<ArrowKind> kindOf(FLAT(Field_table_t) field) {
     }
 }
 
+/// The field of the values, those of a list too.
+FLAT(Field_table_t) innermost(FLAT(Field_table_t) field) {
+    const auto children = FLAT(Field_children(field));
+    return FLAT(Field_vec_len(children)) == 0 ? field : FLAT(Field_vec_at(children, 0));
+}
+
 ArrowColumnType columnOf(FLAT(Field_table_t) field) {
     ArrowColumnType column;
     column.name = textOf(FLAT(Field_name(field)));
@@ -91,7 +97,7 @@ ArrowColumnType columnOf(FLAT(Field_table_t) field) {
     column.isList = FLAT(Field_type_type(field)) == FLAT(Type_List);
     if (FLAT(Field_vec_len(children)) != (column.isList ? 1U : 0U))
         failColumn(column.name, "another type than bridges write");
-    const auto kind = kindOf(column.isList ? FLAT(Field_vec_at(children, 0)) : field);
+    const auto kind = kindOf(innermost(field));
     if (!kind)
         failColumn(column.name, "another type than bridges write");
     column.kind = *kind;
@@ -229,8 +235,11 @@ void ArrowStream::readSchema(const Message& message) {
     if (count > kMostColumns)
         fail(fmt::format("at most {} columns were wanted", kMostColumns));
     m_columns.reserve(count);
-    for (std::size_t i = 0; i < count; ++i)
-        m_columns.push_back(columnOf(FLAT(Field_vec_at(fields, i))));
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto field = FLAT(Field_vec_at(fields, i));
+        m_columns.push_back(columnOf(field));
+        m_isBinary.push_back(FLAT(Field_type_type(innermost(field))) == FLAT(Type_Binary));
+    }
 }
 
 bool ArrowStream::nextBatch() {

@@ -25,6 +25,8 @@ public:
     /// The batch's header, from the metadata of the schema.
     [[nodiscard]] const std::string& header() const { return m_header; }
     [[nodiscard]] const std::vector<ArrowColumnType>& columns() const { return m_columns; }
+    /// Whether the texts of that column may be any bytes; else they have to be UTF-8.
+    [[nodiscard]] bool isBinary(std::size_t column) const { return m_isBinary[column]; }
 
     /// Goes on to the next batch of the stream. @return false at its end
     /// @throws BatchError where it isn't one of these columns, where something is missing, and where
@@ -48,6 +50,7 @@ private:
     std::string_view m_rest;
     std::string m_header;
     std::vector<ArrowColumnType> m_columns;
+    std::vector<bool> m_isBinary; ///< by column
     std::size_t m_rows = 0;
     std::vector<ArrowValues> m_values;
 };

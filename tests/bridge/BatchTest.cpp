@@ -162,9 +162,7 @@ TEST(Batch, AsAnArrowStreamItSaysWhatItSaysAsText) {
     RandomRecords random;
     BatchWriter text;
     const std::unique_ptr<OpenBatch> arrow = openBatch(Payload::Arrow, 0);
-    for (int batch = 0; batch < 200; ++batch) {
-        for (unsigned records = random.chance() % 40; text.count() < records || text.count() == 0;)
-            random.addTo(text, *arrow);
+    const auto expectSame = [&] {
         const BatchHeader header{"", 3, 5, random.chance(), 0, 2, "writer", "now"};
         const std::size_t most = arrow->messageBytes();
         const std::string message(arrow->close(header).message());
@@ -173,6 +171,17 @@ TEST(Batch, AsAnArrowStreamItSaysWhatItSaysAsText) {
         EXPECT_EQ(headerOf(message).batch, header.batch);
         // Where it stands in memory doesn't matter.
         EXPECT_EQ(textsOf(std::string_view(" " + message).substr(1)), textsOf(message));
+    };
+    for (int batch = 0; batch < 200; ++batch) {
+        for (unsigned records = random.chance() % 40; text.count() < records || text.count() == 0;)
+            random.addTo(text, *arrow);
+        expectSame();
+    }
+    // The columns of the batch before, whose texts were something else.
+    for (const char* const each : {"N", "\xff", "N"}) {
+        for (OpenBatch* const batch : {static_cast<OpenBatch*>(&text), arrow.get()})
+            addRecord(*batch, RecordType::Update, {1, "IBM", 1}, {{{&kName}, tivra::Value::ofText(each)}});
+        expectSame();
     }
 }
 
