@@ -167,9 +167,9 @@ class Bench:
                    lambda: counters.read().get("tivra_bridge_last_values_total", 0) >= self.symbols)
         return counters
 
-    def cost_of_bodies(self, hub):
-        """Of a bridge that writes the hub's bytes."""
-        with self.server() as server, self.bridge(hub, server, "--payload", "body") as bridge:
+    def cost_of_payload(self, hub, payload):
+        """Of a bridge that writes the hub's bytes, or tables."""
+        with self.server() as server, self.bridge(hub, server, "--payload", payload) as bridge:
             counters = self.established(bridge)
             (own,), counted, _ = self.window([bridge], counters)
         shutil.rmtree(server.store, ignore_errors=True)
@@ -188,7 +188,7 @@ class Bench:
             self.note_plain_cost(server, own / updates)
         shutil.rmtree(server.store, ignore_errors=True)
         cat = cat or self.cost_of_cat(hub)
-        own_of_bodies, bodies = self.cost_of_bodies(hub)
+        others = {payload: self.cost_of_payload(hub, payload) for payload in ("body", "arrow")}
         self.note("Bridge: processor time of an update, to tivra-cat --quiet", "", "lower", own * 1e6 / updates / cat)
         self.note("Bridge: processor time of an update", "us", "lower", own * 1e6 / updates)
         self.note("Bridge: processor time of an update, tivra-cat --quiet", "us", "lower", cat)
@@ -198,10 +198,11 @@ class Bench:
                   100 * counted["tivra_bridge_dropped_total"] / max(counted["tivra_bridge_updates_total"], 1))
         self.note("Bridge: bytes of a record in its batch", "B", "lower",
                   counted["tivra_bridge_bytes_total"] / max(counted["tivra_bridge_records_total"], 1))
-        self.note("Bridge: processor time of an update, --payload body", "us", "lower",
-                  own_of_bodies * 1e6 / bodies["tivra_bridge_records_total"])
-        self.note("Bridge: bytes of a record in its batch, --payload body", "B", "lower",
-                  bodies["tivra_bridge_bytes_total"] / max(bodies["tivra_bridge_records_total"], 1))
+        for payload, (own_of_other, other) in others.items():
+            self.note(f"Bridge: processor time of an update, --payload {payload}", "us", "lower",
+                      own_of_other * 1e6 / other["tivra_bridge_records_total"])
+            self.note(f"Bridge: bytes of a record in its batch, --payload {payload}", "B", "lower",
+                      other["tivra_bridge_bytes_total"] / max(other["tivra_bridge_records_total"], 1))
         self.note("Bridge: records of a batch", "", "higher",
                   counted["tivra_bridge_records_total"] / max(counted["tivra_bridge_batches_total"], 1))
         self.note("Bridge: last values", "1/s", "higher", counted["tivra_bridge_last_values_total"] / took)
