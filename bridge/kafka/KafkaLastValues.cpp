@@ -31,7 +31,11 @@ std::string keyOf(const tivra::Instrument& instrument) {
 
 std::vector<std::optional<std::string>>
 KafkaLastValues::find(const std::vector<tivra::Instrument>& instruments, unsigned partitions,
-                      Clock::time_point now) {
+                      const std::map<unsigned, std::uint64_t>& epochs, Clock::time_point now) {
+    const auto epochOf = [&epochs](unsigned partition) {
+        const auto known = epochs.find(partition);
+        return known != epochs.end() ? known->second : 0;
+    };
     forget(now);
     std::map<unsigned, Search> wanted;
     bool isGoingOn = true;
@@ -47,6 +51,7 @@ KafkaLastValues::find(const std::vector<tivra::Instrument>& instruments, unsigne
     std::vector<Search> searches;
     for (auto& [partition, search] : wanted) {
         search.partition = partition;
+        search.epoch = epochOf(partition);
         search.step = m_step;
         searches.push_back(std::move(search));
     }
@@ -55,7 +60,8 @@ KafkaLastValues::find(const std::vector<tivra::Instrument>& instruments, unsigne
     found.reserve(instruments.size());
     for (const tivra::Instrument& instrument : instruments) {
         const Known& known = m_known[keyOf(instrument)];
-        found.push_back(known.isFound ? known.message : std::nullopt);
+        const unsigned partition = partitionOf(instrument.source, instrument.symbol, partitions);
+        found.push_back(known.isFound && known.isOf(epochOf(partition)) ? known.message : std::nullopt);
     }
     return found;
 }
@@ -130,7 +136,8 @@ void KafkaLastValues::step(Search& search) {
     for (const auto& [key, known] : search.wanted)
         known->add(from, end);
     for (Known* const known : found)
-        known->from = 0;                       // before that there is nothing new of it
+        if (known->isOf(search.epoch))
+            known->from = 0;                   // before that there is nothing new of it
     if (Clock::now() - begun < m_patience / 4) // the next takes twice as long
         search.step *= 2;
     dropFound(search);

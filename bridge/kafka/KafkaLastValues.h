@@ -29,21 +29,28 @@ public:
         : m_reader(reader), m_patience(patience), m_step(step) {}
 
     /// Their messages; nothing for one that has none, or that hasn't been found yet: asked again, the search
-    /// for it goes on. @throws BusError
+    /// for it goes on. Those of a bridge that has been replaced are none either. @throws BusError
+    /// @param epochs  of the present writers, by partition, as far as they are known
     [[nodiscard]] std::vector<std::optional<std::string>>
-    find(const std::vector<tivra::Instrument>& instruments, unsigned partitions, Clock::time_point now);
+    find(const std::vector<tivra::Instrument>& instruments, unsigned partitions,
+         const std::map<unsigned, std::uint64_t>& epochs, Clock::time_point now);
 
 private:
     /// What is known of a symbol.
     struct Known {
         std::optional<std::string> message;
-        std::uint64_t epoch = 0; ///< of the message, with its number: those of an old writer come later
+        /// Of the message, with its number: those of an old writer come later. 0 of one that can't be read.
+        std::uint64_t epoch = 0;
         std::uint64_t number = 0;
         std::int64_t from = 0; ///< offsets from this up to the next needn't be read for it
         std::int64_t to = 0;
         bool isFound = false; ///< or isn't there: the message is the answer to this question
         Clock::time_point asked{};
 
+        /// Whether a writer of that epoch has left it so.
+        [[nodiscard]] bool isOf(std::uint64_t present) const {
+            return !message || epoch == 0 || epoch >= present;
+        }
         [[nodiscard]] bool knows(std::int64_t offset) const { return offset >= from && offset < to; }
         /// What was read, if that leaves no hole.
         void add(std::int64_t readFrom, std::int64_t readTo) {
@@ -56,6 +63,7 @@ private:
     /// What a question looks for in a partition.
     struct Search {
         unsigned partition = 0;
+        std::uint64_t epoch = 0;              ///< of its present writer; 0 for not known
         std::map<std::string, Known*> wanted; ///< by key
         std::optional<KafkaReader::Extent> extent{};
         std::int64_t step = 0;

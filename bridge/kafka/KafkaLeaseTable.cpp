@@ -2,7 +2,7 @@
 
 #include "bus/BusError.h"
 #include "kafka/KafkaNames.h"
-#include "kafka/headerOf.h"
+#include "kafka/messageHeader.h"
 
 #include <fmt/format.h>
 
@@ -98,7 +98,7 @@ void KafkaLeaseTable::readTo(std::int64_t end) {
 
 void KafkaLeaseTable::take(const rd_kafka_message_t& message) {
     const std::string key(static_cast<const char*>(message.key), message.key_len);
-    const std::string_view replaces = headerOf(message, kReplacesHeader);
+    const std::string_view replaces = messageHeader(message, kReplacesHeader);
     Entry& entry = m_entries[key];
     // Only a lease that is taken out replaces whatever is there.
     if (message.len > 0 || !replaces.empty()) {
@@ -112,7 +112,7 @@ void KafkaLeaseTable::take(const rd_kafka_message_t& message) {
     }
     entry.value.assign(static_cast<const char*>(message.payload), message.len);
     entry.revision = static_cast<std::uint64_t>(message.offset) + 1;
-    entry.isOwn = message.len > 0 && headerOf(message, kWriterHeader) == m_writer;
+    entry.isOwn = message.len > 0 && messageHeader(message, kWriterHeader) == m_writer;
     entry.read = Clock::now();
 }
 

@@ -5,7 +5,7 @@
 #include "kafka/KafkaLayout.h"
 #include "kafka/KafkaNames.h"
 #include "kafka/KafkaTail.h"
-#include "kafka/headerOf.h"
+#include "kafka/messageHeader.h"
 
 #include <fmt/format.h>
 
@@ -40,7 +40,7 @@ StreamEnd KafkaPublisher::endOf(unsigned partition) {
     KafkaTail tail(m_writer);
     const KafkaReader::Extent extent =
         m_reader.readLast(kTickTopic, partition, kTailMessages, [&tail](const rd_kafka_message_t& message) {
-            tail.take(bytesOf(message), headerOf(message, kWriterHeader));
+            tail.take(bytesOf(message), messageHeader(message, kWriterHeader));
         });
     StreamEnd end = tail.end(static_cast<std::uint64_t>(extent.end));
     const tp::MutexLock lock(m_mutex);

@@ -1,5 +1,6 @@
 #include "kafka/KafkaSource.h"
 
+#include "bus/BatchReader.h"
 #include "bus/BusError.h"
 #include "bus/SubjectNames.h"
 #include "kafka/KafkaLayout.h"
@@ -27,6 +28,18 @@ constexpr int kReadingPatience = 4;
 KafkaAddress forReading(KafkaAddress address) {
     address.patience *= kReadingPatience;
     return address;
+}
+
+/// The last batch may be of a writer that has been replaced and hasn't noticed yet. It writes no other.
+constexpr std::int64_t kTailMessages = 3;
+
+/// 0 for what is no batch.
+std::uint64_t epochOf(const rd_kafka_message_t& message) {
+    try {
+        return headerOf({static_cast<const char*>(message.payload), message.len}).epoch;
+    } catch (const BatchError&) {
+        return 0;
+    }
 }
 
 unsigned partitionsOf(KafkaReader& reader) {
@@ -58,7 +71,7 @@ std::string KafkaSource::dictionary() {
 
 std::vector<std::optional<std::string>>
 KafkaSource::lastValues(const std::vector<tivra::Instrument>& instruments) {
-    return m_lastValues.find(instruments, m_partitions, KafkaLastValues::Clock::now());
+    return m_lastValues.find(instruments, m_partitions, m_epochs, KafkaLastValues::Clock::now());
 }
 
 std::optional<std::string> KafkaSource::status(int source) {
@@ -79,13 +92,16 @@ void KafkaSource::followStatus(OnStatus onStatus) {
 StreamSpan KafkaSource::spanOf(unsigned partition) {
     StreamSpan span;
     span.lastTime = system_clock::now();
-    const auto take = [&span](const rd_kafka_message_t& message) {
+    std::uint64_t epoch = 0;
+    const auto take = [&](const rd_kafka_message_t& message) {
+        epoch = std::max(epoch, epochOf(message));
         rd_kafka_timestamp_type_t type = RD_KAFKA_TIMESTAMP_NOT_AVAILABLE;
         if (const std::int64_t time = rd_kafka_message_timestamp(&message, &type); time > 0)
             span.lastTime = system_clock::time_point(
                 std::min(milliseconds(time), floor<milliseconds>(system_clock::duration::max())));
     };
-    const KafkaReader::Extent extent = m_reader.readLast(kTickTopic, partition, 1, take);
+    const KafkaReader::Extent extent = m_reader.readLast(kTickTopic, partition, kTailMessages, take);
+    m_epochs[partition] = epoch;
     span.first = static_cast<std::uint64_t>(extent.first) + 1;
     span.last = static_cast<std::uint64_t>(extent.end);
     return span;

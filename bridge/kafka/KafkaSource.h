@@ -6,6 +6,8 @@
 #include "kafka/KafkaStatus.h"
 #include "reader/BusSource.h"
 
+#include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -31,6 +33,7 @@ public:
 private:
     KafkaReader m_reader;
     const unsigned m_partitions;
+    std::map<unsigned, std::uint64_t> m_epochs; ///< of the last batches, by partition
     KafkaLastValues m_lastValues;
     KafkaStatus m_status;
     KafkaFollower m_follower;

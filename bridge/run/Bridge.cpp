@@ -25,6 +25,10 @@ constexpr milliseconds kLeasesEvery{250};
 constexpr milliseconds kStatusEvery{1000};
 /// For all partitions together: a bridge that ends or gives partitions away holds nobody up for longer.
 constexpr milliseconds kDrainWithin{2000};
+/// For which a bridge that was seen alive is taken for alive by all others, and what it sends then arrives.
+/// One that was stopped for longer may have been replaced: an engine that knows no condition would let its
+/// last values replace those of the new one.
+constexpr milliseconds kSurelyAlive{2000};
 /// Hubs that come back within that time cost nobody a partition.
 constexpr milliseconds kHubPatience{3000};
 
@@ -78,6 +82,7 @@ void Bridge::send() {
     std::optional<unsigned> heldUp;
     for (;;) {
         std::vector<std::pair<std::shared_ptr<PartitionWriter>, std::shared_ptr<LastValuesWriter>>> writers;
+        Clock::time_point renewed;
         awaitWork(heldUp);
         {
             const tp::MutexLock lock(m_mutex);
@@ -86,6 +91,7 @@ void Bridge::send() {
                 return;
             for (const auto& [partition, pair] : m_writers)
                 writers.push_back(pair);
+            renewed = m_renewed;
         }
         const Clock::time_point now = Clock::now();
         const bool isLastDue = now >= nextLast;
@@ -93,7 +99,9 @@ void Bridge::send() {
             nextLast = now + m_options.lastEvery;
         for (const auto& [writer, lastValues] : writers) {
             writer->pump(now);
-            lastValues->pump(now, isLastDue);
+            // By a clock that is read after whatever may have stopped this process before.
+            if (Clock::now() - renewed < kSurelyAlive)
+                lastValues->pump(now, isLastDue);
         }
         m_publisher.flush();
         const auto found = std::find_if(writers.begin(), writers.end(),

@@ -44,10 +44,10 @@ public:
         const tp::MutexLock lock(m_mutex);
         m_entries[key] = {key, value, ++m_revision};
     }
-    /// From now on every write waits in vain.
-    void takeDown() {
+    /// Every write waits in vain meanwhile.
+    void setDown(bool isDown) {
         const tp::MutexLock lock(m_mutex);
-        m_isDown = true;
+        m_isDown = isDown;
     }
     /// To leases.
     [[nodiscard]] int vainWrites() const {
@@ -127,6 +127,27 @@ TEST_F(BridgeTest, AfterTheLastEpochNothingIsWrittenThatReadersWouldRefuse) {
     EXPECT_EQ(bus.stream(1).size(), 1U);
 }
 
+TEST_F(BridgeTest, OneThatMayHaveBeenReplacedWritesNoLastValuesUntilItIsSeenAgain) {
+    const Bridge bridge(options(), feed, bus, share, [](const std::string&) {});
+    const auto hasLast = [this](const std::string& text) {
+        return bus.last(100, "IBM").message.find(text) != std::string::npos;
+    };
+    hub.pushRecord(tivra_sim::Record(100, "IBM").add(tivra_sim::token::BID, 21));
+    ASSERT_TRUE(waitUntil([&] { return hasLast("\"BID\":21"); })) << bus.last(100, "IBM").message;
+    table.setDown(true);
+    ASSERT_TRUE(waitUntil([&] { return bridge.status().leaseAge > 2.0; }));
+    const unsigned partition = partitionOf(100, "IBM", kPartitions);
+    const std::size_t batches = bus.stream(partition).size();
+    hub.pushRecord(tivra_sim::Record(100, "IBM").add(tivra_sim::token::BID, 22));
+    ASSERT_TRUE(waitUntil([&] { return bus.stream(partition).size() > batches; }));
+    // More than once what it takes a last value to be due.
+    const double age = bridge.status().leaseAge;
+    ASSERT_TRUE(waitUntil([&] { return bridge.status().leaseAge > age + 0.3; }));
+    EXPECT_TRUE(hasLast("\"BID\":21")) << bus.last(100, "IBM").message;
+    table.setDown(false);
+    EXPECT_TRUE(waitUntil([&] { return hasLast("\"BID\":22"); }));
+}
+
 TEST_F(BridgeTest, ADictionaryThatIsNotStoredHoldsUpNothingAndIsTriedAgain) {
     const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
     EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions.size() == kPartitions; }));
@@ -144,7 +165,7 @@ TEST_F(BridgeTest, AnEngineThatDoesNotAnswerIsNotWaitedForByEachPartitionAtTheEn
     {
         const Bridge bridge(options(), feed, bus, share, [](const std::string&) {});
         EXPECT_TRUE(waitUntil([&] { return bridge.status().partitions.size() == kPartitions; }));
-        table.takeDown();
+        table.setDown(true);
     }
     EXPECT_EQ(table.vainWrites(), 1);
 }

@@ -195,6 +195,25 @@ TEST(KafkaSource, NoThreadOfAReaderTakesASignalOfTheHosts) {
     EXPECT_GE(threads, 3U) << "the reader's, that of a partition, that of states";
 }
 
+TEST(KafkaSource, LastValuesOfABridgeThatHasBeenReplacedAreNotHandedOut) {
+    const MockKafka kafka;
+    Bridge bridge(kafka);
+    bridge.batch(2, 1, 1, 1);
+    bridge.batch(1, 9, 7, 8); // of one that was stopped and wakes up, and its last values
+    bridge.last("IBM", 1, 8);
+    bridge.await();
+    tivra::BusReader reader = tivra::BusReader::open(optionsOf(kafka));
+    Numbers numbers;
+    const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, numbers.handlers());
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    while (reader.statistics().batches == 0 && Clock::now() < deadline) // which come after last values
+        std::this_thread::yield();
+    ASSERT_GT(reader.statistics().batches, 0U);
+    bridge.last("IBM", 2, 2);
+    bridge.await();
+    EXPECT_EQ(numbers.upTo(2), std::vector<std::uint64_t>{2});
+}
+
 /// A symbol of that partition.
 std::string symbolIn(unsigned partition) {
     std::string symbol = "BUSY";
@@ -208,21 +227,23 @@ TEST(KafkaLastValues, AreFoundHoweverFarBackAndTheNewestBridgesCount) {
     Bridge bridge(kafka);
     const std::string busy = symbolIn(kPartition);
     bridge.last("IBM", 5, 8);
-    bridge.last("IBM", 4, 9); // of a bridge that was stopped and wakes up
+    bridge.last("LOST", 4, 7); // what replaced it was compacted away
     for (std::uint64_t n = 1; n <= 30; ++n)
         bridge.last(busy, 5, n);
+    bridge.last("IBM", 4, 9); // of a bridge that was stopped and wakes up
     bridge.await();
     KafkaReader reader(kafka.address());
     KafkaLastValues last(reader, kPatience, 4);
-    const std::vector<tivra::Instrument> wanted{{100, "IBM"}, {100, busy}, {100, "NONE"}};
-    auto found = last.find(wanted, MockKafka::kPartitions, Clock::now());
+    const std::vector<tivra::Instrument> wanted{{100, "IBM"}, {100, busy}, {100, "NONE"}, {100, "LOST"}};
+    auto found = last.find(wanted, MockKafka::kPartitions, {{kPartition, 5}}, Clock::now());
     ASSERT_TRUE(found[0] && found[1]);
     EXPECT_THAT(*found[0], testing::HasSubstr(R"("epoch":5,"n":8)"));
     EXPECT_THAT(*found[1], testing::HasSubstr(R"("n":30)"));
     EXPECT_FALSE(found[2]);
+    EXPECT_FALSE(found[3]) << "values of a bridge that has been replaced";
     bridge.last(busy, 5, 31);
     bridge.await();
-    found = last.find(wanted, MockKafka::kPartitions, Clock::now());
+    found = last.find(wanted, MockKafka::kPartitions, {{kPartition, 5}}, Clock::now());
     EXPECT_THAT(*found[0], testing::HasSubstr(R"("n":8)"));
     EXPECT_THAT(*found[1], testing::HasSubstr(R"("n":31)"));
 }
@@ -242,11 +263,11 @@ TEST(KafkaLastValues, ASearchGoesOnWhereItsTimeWasUpAndHoldsUpNoOtherPartition) 
     KafkaLastValues last(reader, std::chrono::milliseconds(0), kStep);
     const Clock::time_point now = Clock::now();
     const auto find = [&](const std::string& symbol, std::chrono::seconds after) {
-        return last.find({{100, symbol}}, MockKafka::kPartitions, now + after)[0];
+        return last.find({{100, symbol}}, MockKafka::kPartitions, {}, now + after)[0];
     };
     int steps = 0;
     for (bool isFound = false; !isFound && steps < 100; ++steps) {
-        const auto found = last.find({{100, "IBM"}, {100, other}}, MockKafka::kPartitions, now);
+        const auto found = last.find({{100, "IBM"}, {100, other}}, MockKafka::kPartitions, {}, now);
         isFound = found[0].has_value();
         EXPECT_TRUE(found[1] || steps % 2 == 0) << steps;
         bridge.last(busy, 5, 31);

@@ -8,7 +8,7 @@
 namespace tivra_bus {
 
 /// The last header of that name, which lives as long as the message; empty where there is none.
-[[nodiscard]] inline std::string_view headerOf(const rd_kafka_message_t& message, const char* name) {
+[[nodiscard]] inline std::string_view messageHeader(const rd_kafka_message_t& message, const char* name) {
     rd_kafka_headers_t* headers = nullptr;
     const void* value = nullptr;
     std::size_t size = 0;
