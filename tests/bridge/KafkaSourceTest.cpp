@@ -206,12 +206,15 @@ TEST(KafkaSource, LastValuesOfABridgeThatHasBeenReplacedAreNotHandedOut) {
     Numbers numbers;
     const tivra::BusSubscription subscription = reader.subscribe(100, {"IBM"}, numbers.handlers());
     const Clock::time_point deadline = Clock::now() + kPatience;
-    while (reader.statistics().batches == 0 && Clock::now() < deadline) // which come after last values
-        std::this_thread::yield();
+    std::uint64_t n = 1;
+    while (reader.statistics().batches == 0 && Clock::now() < deadline) { // they come after last values
+        ++n;
+        bridge.batch(2, n, n, n);
+    }
     ASSERT_GT(reader.statistics().batches, 0U);
-    bridge.last("IBM", 2, 2);
+    bridge.last("IBM", 2, n);
     bridge.await();
-    EXPECT_EQ(numbers.upTo(2), std::vector<std::uint64_t>{2});
+    EXPECT_EQ(numbers.upTo(n), std::vector<std::uint64_t>{n});
 }
 
 /// A symbol of that partition.
