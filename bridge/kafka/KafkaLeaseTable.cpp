@@ -103,7 +103,8 @@ void KafkaLeaseTable::take(const rd_kafka_message_t& message) {
     // Only a lease that is taken out replaces whatever is there.
     if (message.len > 0 || !replaces.empty()) {
         const std::optional<std::uint64_t> revision = numberOf(replaces);
-        const bool isUnseen = revision && *revision > 0 && *revision <= static_cast<std::uint64_t>(m_first);
+        const bool isUnseen = entry.revision == 0 && revision && *revision > 0 &&
+                              *revision <= static_cast<std::uint64_t>(m_first);
         if (!revision || (*revision != entry.revision && !isUnseen)) {
             if (entry.revision == 0)
                 m_entries.erase(key);
