@@ -13,6 +13,9 @@ namespace tivra_bus {
 
 namespace {
 
+/// Of a record: more than a hub's message has room for.
+constexpr std::size_t kMostValues = 1U << 16;
+
 std::string timeText(std::int64_t microseconds) {
     std::string text;
     appendTime(text, tivra::TimePoint(std::chrono::microseconds(microseconds)));
@@ -159,6 +162,8 @@ void ArrowReader::readFields(BusFields& fields) const {
         if (!values.has(m_row))
             continue;
         const auto [begin, end] = values.range(m_row);
+        if (fields.size() + (end - begin) > kMostValues)
+            fail(fmt::format("at most {} values were wanted", kMostValues));
         for (std::size_t i = begin; i < end; ++i)
             fields.emplace_back(field.name, valueAt(field.column, i));
     }

@@ -1,18 +1,17 @@
 #include "bus/ArrowStream.h"
 
+#include "bus/ArrowTables.h"
 #include "bus/BusError.h"
+#include "bus/FlatTable.h"
 #include "bus/RecordColumns.h"
 
 #include <fmt/format.h>
-#include <nanoarrow/ipc/flatcc_generated.h>
 #include <nanoarrow/nanoarrow.h>
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <optional>
-
-#define FLAT(name) FLATBUFFERS_WRAP_NAMESPACE(org_apache_arrow_flatbuf, name)
 
 namespace tivra_bus {
 
@@ -23,6 +22,9 @@ constexpr std::size_t kPrefix = 8;
 /// Of messages, of bodies and of buffers in them.
 constexpr std::size_t kAlignment = 8;
 constexpr std::int64_t kMostRows = std::int64_t{1} << 24;
+/// Of metadata, those that are looked at.
+constexpr std::size_t kMostPairs = 16;
+constexpr std::size_t kMostName = 256;
 
 [[noreturn]] void fail(const std::string& what) {
     throw BatchError("a batch: an Arrow stream: " + what);
@@ -31,73 +33,75 @@ constexpr std::int64_t kMostRows = std::int64_t{1} << 24;
     throw BatchError(fmt::format("a batch, column \"{}\": {}", name, what));
 }
 
-std::string textOf(flatbuffers_string_t text) {
-    return text == nullptr ? std::string() : std::string(text, flatbuffers_string_len(text));
-}
-
 /// The value of that key; empty where there is none.
-std::string metadataOf(FLAT(KeyValue_vec_t) pairs, std::string_view key) {
-    const std::size_t count = FLAT(KeyValue_vec_len(pairs));
+std::string_view metadataOf(const FlatTable& table, unsigned metadata, std::string_view key) {
+    const std::size_t count = std::min(table.count(metadata), kMostPairs);
     for (std::size_t i = 0; i < count; ++i) {
-        const auto pair = FLAT(KeyValue_vec_at(pairs, i));
-        if (textOf(FLAT(KeyValue_key(pair))) == key)
-            return textOf(FLAT(KeyValue_value(pair)));
+        const FlatTable found = table.tableAt(metadata, i);
+        if (found.text(pair::Key) == key)
+            return found.text(pair::Value);
     }
     return {};
 }
 
-std::optional<ArrowKind> integerKind(FLAT(Int_table_t) type) {
-    const auto bits = FLAT(Int_bitWidth(type));
-    const bool isSigned = FLAT(Int_is_signed(type)) != 0;
+/// Of a column or its field: it is copied for each value.
+std::string nameIn(std::string_view name) {
+    if (name.size() > kMostName)
+        fail(fmt::format("names of at most {} bytes were wanted", kMostName));
+    return std::string(name);
+}
+
+std::optional<ArrowKind> integerKind(const FlatTable& type) {
+    const auto bits = type.number<std::int32_t>(integer::Bits);
+    const bool isSigned = type.number<std::uint8_t>(integer::IsSigned) != 0;
     if (bits == 64)
         return isSigned ? ArrowKind::Int64 : ArrowKind::UInt64;
     return bits == 32 && isSigned ? std::optional(ArrowKind::Int32) : std::nullopt;
 }
 
-bool isOurTime(FLAT(Timestamp_table_t) type) {
-    return FLAT(Timestamp_unit(type)) == FLAT(TimeUnit_MICROSECOND) &&
-           textOf(FLAT(Timestamp_timezone(type))) == "UTC";
-}
-
 /// What a column of one value for each row has; nothing for what no bridge writes.
-std::optional<ArrowKind> kindOf(FLAT(Field_table_t) field) {
-    const auto type = FLAT(Field_type(field));
-    if (type == nullptr || FLAT(Field_dictionary_is_present(field)) != 0)
+std::optional<ArrowKind> kindOf(const FlatTable& column) {
+    const std::optional<FlatTable> type = column.table(field::Type);
+    if (!type || column.has(field::Dictionary))
         return std::nullopt;
-    switch (FLAT(Field_type_type(field))) {
-    case FLAT(Type_Int):
-        return integerKind(static_cast<FLAT(Int_table_t)>(type));
-    case FLAT(Type_FloatingPoint):
-        return FLAT(FloatingPoint_precision(static_cast<FLAT(FloatingPoint_table_t)>(type))) ==
-                       FLAT(Precision_DOUBLE)
-                   ? std::optional(ArrowKind::Double)
-                   : std::nullopt;
-    case FLAT(Type_Timestamp):
-        return isOurTime(static_cast<FLAT(Timestamp_table_t)>(type)) ? std::optional(ArrowKind::Time)
-                                                                     : std::nullopt;
-    case FLAT(Type_Utf8):
-    case FLAT(Type_Binary):
-        return ArrowKind::Text;
+    std::optional<ArrowKind> kind;
+    switch (column.number<std::uint8_t>(field::TypeType)) {
+    case field::Int:
+        return integerKind(*type);
+    case field::FloatingPoint:
+        if (type->number<std::int16_t>(floating::Precision) == floating::Double)
+            kind = ArrowKind::Double;
+        break;
+    case field::Timestamp:
+        if (type->number<std::int16_t>(timestamp::Unit) == timestamp::Microsecond &&
+            type->text(timestamp::Zone) == "UTC")
+            kind = ArrowKind::Time;
+        break;
+    case field::Utf8:
+    case field::Binary:
+        kind = ArrowKind::Text;
+        break;
     default:
-        return std::nullopt;
+        break;
     }
+    return kind;
 }
 
-/// The field of the values, those of a list too.
-FLAT(Field_table_t) innermost(FLAT(Field_table_t) field) {
-    const auto children = FLAT(Field_children(field));
-    return FLAT(Field_vec_len(children)) == 0 ? field : FLAT(Field_vec_at(children, 0));
+bool isList(const FlatTable& column) {
+    return column.number<std::uint8_t>(field::TypeType) == field::List;
 }
 
-ArrowColumnType columnOf(FLAT(Field_table_t) field) {
+/// That of the values, those of a list too.
+FlatTable innermost(const FlatTable& column) {
+    return isList(column) && column.count(field::Children) == 1 ? column.tableAt(field::Children, 0) : column;
+}
+
+ArrowColumnType columnOf(const FlatTable& table) {
     ArrowColumnType column;
-    column.name = textOf(FLAT(Field_name(field)));
-    column.field = metadataOf(FLAT(Field_custom_metadata(field)), kFieldKey);
-    const auto children = FLAT(Field_children(field));
-    column.isList = FLAT(Field_type_type(field)) == FLAT(Type_List);
-    if (FLAT(Field_vec_len(children)) != (column.isList ? 1U : 0U))
-        failColumn(column.name, "another type than bridges write");
-    const auto kind = kindOf(innermost(field));
+    column.name = nameIn(table.text(field::Name));
+    column.field = nameIn(metadataOf(table, field::Metadata, kFieldKey));
+    column.isList = isList(table);
+    const auto kind = kindOf(innermost(table));
     if (!kind)
         failColumn(column.name, "another type than bridges write");
     column.kind = *kind;
@@ -133,37 +137,39 @@ struct CheckedView {
 
 } // namespace
 
-/// One of the stream's messages, whose tables have been checked.
+/// One of the stream's messages.
 struct ArrowStream::Message {
-    FLAT(Message_table_t) table = nullptr;
+    FlatTable table;
     std::string_view body;
+
+    /// What it is about; nothing where that is something else than wanted.
+    [[nodiscard]] std::optional<FlatTable> header(std::uint8_t wanted) const {
+        const bool isWanted = table.number<std::uint8_t>(message::HeaderType) == wanted;
+        return isWanted ? table.table(message::Header) : std::nullopt;
+    }
 };
 
 /// Where the arrays of a batch are, in their order.
 struct ArrowStream::Places {
-    FLAT(RecordBatch_table_t) batch;
+    FlatTable batch;
     std::string_view body;
     std::size_t node = 0, buffer = 0; ///< the next ones
     std::int64_t end = 0;             ///< of the buffers so far
 
-    /// Sets length and number of nulls, and at `i` where the next buffers are.
     void takeNode(ArrowArrayView& view, const std::string& name) {
-        const auto nodes = FLAT(RecordBatch_nodes(batch));
-        if (node >= FLAT(FieldNode_vec_len(nodes)))
+        if (node >= batch.count(record_batch::Nodes))
             failColumn(name, "it is missing in the batch");
-        const auto found = FLAT(FieldNode_vec_at(nodes, node++));
-        view.length = FLAT(FieldNode_length(found));
-        view.null_count = FLAT(FieldNode_null_count(found));
+        const auto [length, nulls] = batch.pairAt(record_batch::Nodes, node++);
+        view.length = length;
+        view.null_count = nulls;
         if (view.length < 0 || view.length > kMostRows || view.null_count < 0 ||
             view.null_count > view.length)
             failColumn(name, "a length in its range was wanted");
     }
     const char* takeBuffer(ArrowBufferView& view, const std::string& name) {
-        const auto buffers = FLAT(RecordBatch_buffers(batch));
-        if (buffer >= FLAT(Buffer_vec_len(buffers)))
+        if (buffer >= batch.count(record_batch::Buffers))
             failColumn(name, "a buffer is missing in the batch");
-        const auto found = FLAT(Buffer_vec_at(buffers, buffer++));
-        const std::int64_t begin = FLAT(Buffer_offset(found)), length = FLAT(Buffer_length(found));
+        const auto [begin, length] = batch.pairAt(record_batch::Buffers, buffer++);
         const auto most = static_cast<std::int64_t>(body.size());
         if (begin < 0 || length < 0 || begin > most || length > most - begin ||
             begin % static_cast<std::int64_t>(kAlignment) != 0)
@@ -188,13 +194,16 @@ ArrowStream::ArrowStream(std::string_view bytes) : m_rest(bytes) {
         std::memcpy(m_copy.data(), bytes.data(), bytes.size());
         m_rest = {reinterpret_cast<const char*>(m_copy.data()), bytes.size()};
     }
-    Message message;
-    if (!nextMessage(message))
+    const std::optional<FlatTable> schema = [this] {
+        const std::optional<Message> first = nextMessage();
+        return first ? first->header(message::Schema) : std::nullopt;
+    }();
+    if (!schema)
         fail("it has no schema");
-    readSchema(message);
+    readSchema(*schema);
 }
 
-bool ArrowStream::nextMessage(Message& message) {
+std::optional<ArrowStream::Message> ArrowStream::nextMessage() {
     if (m_rest.size() < kPrefix || m_rest.substr(0, kBegin.size()) != kBegin)
         fail("a message was wanted");
     std::uint32_t length = 0;
@@ -202,65 +211,56 @@ bool ArrowStream::nextMessage(Message& message) {
         length = length << 8 | static_cast<unsigned char>(m_rest[i]);
     m_rest.remove_prefix(kPrefix);
     if (length == 0)
-        return false;
+        return std::nullopt;
     if (length > m_rest.size() || length % kAlignment != 0)
         fail("a message has a length that isn't its own");
-    if (FLAT(Message_verify_as_root(m_rest.data(), length)) != flatcc_verify_ok)
-        fail("a message has tables that contradict themselves");
-    message.table = FLAT(Message_as_root(m_rest.data()));
+    Message message{FlatTable(m_rest.substr(0, length)), {}};
     m_rest.remove_prefix(length);
-    const std::int64_t body = FLAT(Message_bodyLength(message.table));
+    const auto body = message.table.number<std::int64_t>(message::BodyLength);
     if (body < 0 || static_cast<std::uint64_t>(body) > m_rest.size() ||
         static_cast<std::uint64_t>(body) % kAlignment != 0)
         fail("a message ends before its body does");
     message.body = m_rest.substr(0, static_cast<std::size_t>(body));
     m_rest.remove_prefix(message.body.size());
-    return true;
+    return message;
 }
 
-void ArrowStream::readSchema(const Message& message) {
-    const auto header = FLAT(Message_header(message.table));
-    if (FLAT(Message_header_type(message.table)) != FLAT(MessageHeader_Schema) || header == nullptr)
-        fail("it has no schema");
-    const auto schema = static_cast<FLAT(Schema_table_t)>(header);
-    constexpr auto kOurs =
-        std::endian::native == std::endian::little ? FLAT(Endianness_Little) : FLAT(Endianness_Big);
-    if (FLAT(Schema_endianness(schema)) != kOurs)
+void ArrowStream::readSchema(const FlatTable& table) {
+    constexpr auto kOurs = std::endian::native == std::endian::little ? schema::Little : schema::Big;
+    if (table.number<std::int16_t>(schema::Endianness) != kOurs)
         fail("its numbers have another order of bytes than those of this machine");
-    m_header = metadataOf(FLAT(Schema_custom_metadata(schema)), kHeaderKey);
+    m_header = metadataOf(table, schema::Metadata, kHeaderKey);
     if (m_header.empty())
         fail(fmt::format("its schema has no metadata \"{}\"", kHeaderKey));
-    const auto fields = FLAT(Schema_fields(schema));
-    const std::size_t count = FLAT(Field_vec_len(fields));
+    const std::size_t count = table.count(schema::Fields);
     if (count > kMostColumns)
         fail(fmt::format("at most {} columns were wanted", kMostColumns));
     m_columns.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
-        const auto field = FLAT(Field_vec_at(fields, i));
-        m_columns.push_back(columnOf(field));
-        m_isBinary.push_back(FLAT(Field_type_type(innermost(field))) == FLAT(Type_Binary));
+        const FlatTable column = table.tableAt(schema::Fields, i);
+        m_columns.push_back(columnOf(column));
+        m_isBinary.push_back(innermost(column).number<std::uint8_t>(field::TypeType) == field::Binary);
     }
 }
 
 bool ArrowStream::nextBatch() {
-    Message message;
-    if (!nextMessage(message)) {
+    const std::optional<Message> next = nextMessage();
+    if (!next) {
         if (!m_rest.empty())
             fail(fmt::format("{} bytes are left after its end", m_rest.size()));
         return false;
     }
-    const auto header = FLAT(Message_header(message.table));
-    if (FLAT(Message_header_type(message.table)) != FLAT(MessageHeader_RecordBatch) || header == nullptr)
+    const std::optional<FlatTable> batch = next->header(message::RecordBatch);
+    if (!batch)
         fail("a batch was wanted after the schema");
-    const auto batch = static_cast<FLAT(RecordBatch_table_t)>(header);
-    const std::int64_t rows = FLAT(RecordBatch_length(batch));
+    const auto rows = batch->number<std::int64_t>(record_batch::Length);
     if (rows < 0 || rows > kMostRows)
         fail("a number of rows in its range was wanted");
-    if (FLAT(RecordBatch_compression_is_present(batch)) != 0)
+    if (batch->has(record_batch::Compression))
         fail("it is compressed, which no bridge does");
     m_rows = static_cast<std::size_t>(rows);
     m_values.clear();
-    Places places{batch, message.body};
+    Places places{*batch, next->body};
     for (const ArrowColumnType& column : m_columns)
         m_values.push_back(valuesOf(column, places));
     return true;

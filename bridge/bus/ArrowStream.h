@@ -5,11 +5,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace tivra_bus {
+
+class FlatTable;
 
 /// Reads an Arrow stream that may be any bytes, and checks all of it that is used. @thread one at a time
 class ArrowStream {
@@ -42,8 +45,8 @@ private:
     struct Places;
 
     /// Nothing at the end of the stream.
-    [[nodiscard]] bool nextMessage(Message& message);
-    void readSchema(const Message& message);
+    [[nodiscard]] std::optional<Message> nextMessage();
+    void readSchema(const FlatTable& table);
     [[nodiscard]] ArrowValues valuesOf(const ArrowColumnType& column, Places& places) const;
 
     std::vector<std::uint64_t> m_copy; ///< of bytes that aren't where numbers can be read
