@@ -57,20 +57,25 @@ void ArrowBatch::change(std::size_t column, const Change& change) {
 
 template<class Value>
 void ArrowBatch::put(std::size_t column, const Value& value) {
+    ArrowColumn& to = m_columns[column];
     std::size_t list = m_columns.findList(column);
-    if (m_columns[column].has(m_rows)) {
+    if (to.has(m_rows)) {
         // A second one: both are in a list, and this column is left to records that have one.
         list = m_columns.listOf(column);
-        change(list, [&](ArrowColumn& to) {
-            change(column, [&](ArrowColumn& from) { from.moveLast(m_rows, to); });
+        change(list, [&](ArrowColumn& both) {
+            change(column, [&](ArrowColumn& one) { one.moveLast(m_rows, both); });
         });
         m_inLast.push_back(list);
     }
     if (list != ArrowColumns::kNone && m_columns[list].has(m_rows)) {
-        change(list, [&](ArrowColumn& to) { to.add(m_rows, value); });
+        change(list, [&](ArrowColumn& both) { both.add(m_rows, value); });
         return;
     }
-    change(column, [&](ArrowColumn& to) { to.add(m_rows, value); });
+    if (!isUsed(column))
+        use(column);
+    m_looseBytes -= to.looseBytes();
+    to.add(m_rows, value);
+    m_looseBytes += to.looseBytes();
     m_inLast.push_back(column);
 }
 

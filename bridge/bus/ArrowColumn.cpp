@@ -8,8 +8,6 @@ namespace tivra_bus {
 
 namespace {
 
-constexpr std::size_t kBitsOfByte = 8;
-constexpr std::size_t kOffsetBytes = sizeof(std::int32_t);
 /// What is kept for the next batch.
 constexpr std::size_t kMostKept = 64U << 10;
 // What a column takes in the schema and in front of a batch's values: tables, names with their lengths,
@@ -23,10 +21,6 @@ std::int32_t offset(std::size_t size) {
 }
 
 } // namespace
-
-std::size_t ArrowColumn::width() const {
-    return m_type.kind == ArrowKind::Int32 ? sizeof(std::int32_t) : sizeof(std::int64_t);
-}
 
 std::size_t ArrowColumn::values() const {
     return m_type.kind == ArrowKind::Text ? m_textOffsets.size() - 1 : m_data.size() / width();
@@ -42,25 +36,9 @@ void ArrowColumn::pad(std::size_t rows) {
         m_data.resize(rows * width());
 }
 
-void ArrowColumn::begin(std::size_t row) {
-    // A list that goes on has its offset already.
-    if (m_rows != row + 1 && (m_rows != row || m_type.isList))
-        pad(row);
-}
-
-void ArrowColumn::end(std::size_t row) {
-    if (m_type.isList) {
-        m_listOffsets.resize(row + 2);
-        m_listOffsets.back() = offset(values());
-    }
-    if (m_rows == row + 1)
-        return;
-    const std::size_t byte = row / kBitsOfByte;
-    if (byte >= m_validity.size())
-        m_validity.resize(byte + 1);
-    m_validity[byte] = static_cast<char>(m_validity[byte] | (1 << (row % kBitsOfByte)));
-    m_rows = row + 1;
-    ++m_count;
+void ArrowColumn::endList(std::size_t row) {
+    m_listOffsets.resize(row + 2);
+    m_listOffsets.back() = offset(values());
 }
 
 void ArrowColumn::add(std::size_t row, std::string_view text) {
@@ -117,12 +95,6 @@ void ArrowColumn::clear() {
 std::size_t ArrowColumn::rowBits() const {
     const bool hasOffsets = m_type.isList || m_type.kind == ArrowKind::Text;
     return 1 + kBitsOfByte * (hasOffsets ? kOffsetBytes : width());
-}
-
-std::size_t ArrowColumn::looseBytes() const {
-    if (m_type.kind != ArrowKind::Text)
-        return m_type.isList ? m_data.size() : 0;
-    return m_data.size() + (m_type.isList ? values() * kOffsetBytes : 0);
 }
 
 std::size_t ArrowColumn::frameBytes() const {

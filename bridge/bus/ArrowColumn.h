@@ -55,7 +55,11 @@ public:
     /// That each row takes, whether it has a value or not.
     [[nodiscard]] std::size_t rowBits() const;
     /// That values take besides.
-    [[nodiscard]] std::size_t looseBytes() const;
+    [[nodiscard]] std::size_t looseBytes() const {
+        if (m_type.kind != ArrowKind::Text)
+            return m_type.isList ? m_data.size() : 0;
+        return m_data.size() + (m_type.isList ? values() * kOffsetBytes : 0);
+    }
     /// Of what describes it to a reader, at most, and of what fills up its buffers.
     [[nodiscard]] std::size_t frameBytes() const;
 
@@ -71,14 +75,35 @@ public:
     [[nodiscard]] std::size_t values() const;
 
 private:
-    [[nodiscard]] std::size_t width() const;
+    static constexpr std::size_t kBitsOfByte = 8;
+    static constexpr std::size_t kOffsetBytes = sizeof(std::int32_t);
+
+    [[nodiscard]] std::size_t width() const {
+        return m_type.kind == ArrowKind::Int32 ? sizeof(std::int32_t) : sizeof(std::int64_t);
+    }
     void addNumber(std::size_t row, const void* value, std::size_t bytes) {
         begin(row);
         m_data.append(static_cast<const char*>(value), bytes);
         end(row);
     }
-    void begin(std::size_t row);
-    void end(std::size_t row);
+    void begin(std::size_t row) {
+        // A list that goes on has its offset already.
+        if (m_rows != row + 1 && (m_rows != row || m_type.isList))
+            pad(row);
+    }
+    void end(std::size_t row) {
+        if (m_type.isList)
+            endList(row);
+        if (m_rows == row + 1)
+            return;
+        const std::size_t byte = row / kBitsOfByte;
+        if (byte >= m_validity.size())
+            m_validity.push_back('\0');
+        m_validity[byte] = static_cast<char>(m_validity[byte] | (1 << (row % kBitsOfByte)));
+        m_rows = row + 1;
+        ++m_count;
+    }
+    void endList(std::size_t row);
     /// The values of rows up to there.
     void pad(std::size_t rows);
 

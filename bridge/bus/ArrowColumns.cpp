@@ -62,7 +62,7 @@ std::size_t ArrowColumns::columnOf(const std::string& name, Value::Type type) {
 
 std::size_t ArrowColumns::listOf(std::size_t column) {
     if (m_lists[column] == kNone) {
-        const ArrowColumnType& type = m_columns[column].type();
+        const ArrowColumnType& type = m_columns[column]->type();
         const std::size_t list =
             addColumn(type.field.empty() ? type.name : type.field, type.name + "[]", type.kind, true);
         m_lists[column] = list;
@@ -76,7 +76,8 @@ std::size_t ArrowColumns::addColumn(const std::string& field, const std::string&
     std::string name = wanted;
     for (int i = 2; !m_names.insert(name).second; ++i)
         name = wanted + ':' + std::to_string(i);
-    m_columns.emplace_back(ArrowColumnType{name, name == field ? std::string() : field, kind, isList});
+    m_columns.push_back(std::make_unique<ArrowColumn>(
+        ArrowColumnType{name, name == field ? std::string() : field, kind, isList}));
     m_lists.push_back(kNone);
     return m_columns.size() - 1;
 }

@@ -6,8 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -23,8 +23,8 @@ class ArrowColumns {
 public:
     ArrowColumns();
 
-    [[nodiscard]] ArrowColumn& operator[](std::size_t index) { return m_columns[index]; }
-    [[nodiscard]] const ArrowColumn& operator[](std::size_t index) const { return m_columns[index]; }
+    [[nodiscard]] ArrowColumn& operator[](std::size_t index) { return *m_columns[index]; }
+    [[nodiscard]] const ArrowColumn& operator[](std::size_t index) const { return *m_columns[index]; }
     [[nodiscard]] std::size_t size() const { return m_columns.size(); }
 
     /// The column of a field with values of this type.
@@ -53,7 +53,7 @@ private:
     [[nodiscard]] std::size_t columnOf(const std::string& name, tivra::Value::Type type);
     std::size_t addColumn(const std::string& field, const std::string& wanted, ArrowKind kind, bool isList);
 
-    std::deque<ArrowColumn> m_columns;
+    std::vector<std::unique_ptr<ArrowColumn>> m_columns;
     std::vector<std::size_t> m_lists; ///< by column
     std::vector<Field> m_fields;
     std::size_t m_last = kNone; ///< the field that was asked for last
