@@ -51,7 +51,13 @@ Bridge::Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher
     m_dictionaryRevision = m_publisher.storeDictionary(m_dictionary.get());
     m_writerOptions.maxMessage = m_publisher.maxMessage();
     m_sender = startThread("tivra-sender", [this] { send(); });
-    m_manager = startThread("tivra-manager", [this] { manage(); });
+    try {
+        m_manager = startThread("tivra-manager", [this] { manage(); });
+    } catch (...) {
+        setEnded();
+        m_sender.join();
+        throw;
+    }
 }
 
 Bridge::~Bridge() {
@@ -62,6 +68,11 @@ Bridge::~Bridge() {
     m_ending.notifyAll();
     m_manager.join();
     m_sender.join();
+}
+
+void Bridge::setEnded() {
+    const tp::MutexLock lock(m_mutex);
+    m_hasEnded = true;
 }
 
 std::set<unsigned> Bridge::held() const {
@@ -149,8 +160,7 @@ void Bridge::end() {
     release(partitions);
     if (m_answersAtEnd)
         m_share.leave();
-    const tp::MutexLock lock(m_mutex);
-    m_hasEnded = true;
+    setEnded();
 }
 
 void Bridge::endAs(const std::string& why) {

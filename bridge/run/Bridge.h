@@ -101,6 +101,8 @@ private:
     void updateDictionary();
     void endAs(const std::string& why);
     void end();
+    /// The thread that sends ends then, too.
+    void setEnded() TP_EXCLUDES(m_mutex);
     [[nodiscard]] std::set<unsigned> held() const;
 
     const BridgeOptions m_options;

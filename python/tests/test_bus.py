@@ -204,6 +204,19 @@ def test_what_the_bus_doesnt_have(feed):
         tivra.bus.connect("nats://127.0.0.1").snapshot(100, "IBM")
 
 
+def test_snapshots_end_with_their_connection(feed):
+    async def await_one():
+        answer = feed.snapshot(100, "NOBODYS", timeout=60)
+        asyncio.get_running_loop().call_soon(feed.close)
+        await answer
+
+    before = feed.snapshot(100, "NOBODYS", timeout=60)
+    with pytest.raises(tivra.Closed, match="has been closed"):
+        asyncio.run(asyncio.wait_for(await_one(), 30))
+    with pytest.raises(tivra.Closed, match="has been closed"):
+        before.get()
+
+
 def test_a_forked_child_leaves_it_alone(feed):
     sub = feed.subscribe(100, "IBM", fields=["BID"])
     wait_live(sub, "IBM")

@@ -126,7 +126,7 @@ class Bus(Subscribing):
         return self
 
     def close(self) -> bool:
-        """Closes: subscriptions end, and callbacks that run are waited for. Further calls do nothing.
+        """Closes: subscriptions and snapshots end, and callbacks that run are waited for. Further calls do nothing.
 
         :return: True.
         """
@@ -195,6 +195,7 @@ class Bus(Subscribing):
         :param timeout: seconds; ``request_timeout`` unless given.
         :raises tivra.RequestRefused: from the answer, when the bridge's hub has said no.
         :raises tivra.Timeout: from the answer, also when no bridge publishes the symbol.
+        :raises tivra.Closed: from the answer, when the connection is closed meanwhile.
         """
         native = _core.BusAnswer(self._require_open(), *instrument(source, symbol))
         seconds = self._request_timeout if timeout is None else _arguments.seconds("timeout", timeout)

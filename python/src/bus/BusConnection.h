@@ -1,14 +1,17 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <feed/Record.h>
 #include <reader/BusReader.h>
 #include <tp/Mutex.h>
 #include <tp/Process.h>
 
+#include "Pending.h"
 #include "bus/BusFields.h"
 #include "bus/BusInlet.h"
 
@@ -34,14 +37,21 @@ public:
 
     /// Its deliveries wait for a reader no longer than until close().
     void enter(const std::shared_ptr<BusInlet>& inlet) TP_EXCLUDES(m_mutex);
+    /// It is waited for no longer than until close(): it gets an error (Closed) then.
+    void enter(const std::shared_ptr<Pending<tivra::Record>>& result) TP_EXCLUDES(m_mutex);
     void close() TP_EXCLUDES(m_mutex);
 
 private:
+    static constexpr std::size_t kFewResults = 64;
+
     const tp::ProcessMark m_process;
     std::shared_ptr<tivra::BusReader> m_reader;
     const BusFields m_fields;
     tp::Mutex m_mutex;
     std::vector<std::weak_ptr<BusInlet>> m_inlets TP_GUARDED_BY(m_mutex);
+    std::vector<std::weak_ptr<Pending<tivra::Record>>> m_results TP_GUARDED_BY(m_mutex);
+    /// Not each time: there may be one for each of very many symbols.
+    std::size_t m_lookForEndedAt TP_GUARDED_BY(m_mutex) = kFewResults;
     bool m_isClosed TP_GUARDED_BY(m_mutex) = false;
 };
 

@@ -4,6 +4,9 @@
 #include <thread>
 #include <utility>
 
+#include <bus/BusError.h>
+#include <bus/startThread.h>
+#include <feed/Error.h>
 #include <reader/BusReader.h>
 #include <reader/EndingThreads.h>
 
@@ -16,10 +19,7 @@ namespace tivra_python {
 class BusOpening {
 public:
     explicit BusOpening(tivra::BusOptions options)
-        : m_endings(tivra_bus::EndingThreads::instance())
-        , m_thread([options = std::move(options), running = m_running, result = m_result.shared()]() mutable {
-            result->complete(tivra::BusReader::tryOpen(std::move(options)));
-        }) {}
+        : m_endings(tivra_bus::EndingThreads::instance()), m_thread(start(std::move(options))) {}
     /// Nobody waits for an engine that doesn't answer.
     ~BusOpening() {
         if (m_thread.joinable())
@@ -31,6 +31,22 @@ public:
     [[nodiscard]] Pending<tivra::BusReader>& result() const noexcept { return *m_result; }
 
 private:
+    /// What refuses the thread is the result.
+    [[nodiscard]] std::thread start(tivra::BusOptions options) {
+        using tivra::Error;
+        try {
+            return tivra_bus::startThread(
+                "tivra-bus-wait",
+                [options = std::move(options), running = m_running, result = m_result.shared()]() mutable {
+                    result->complete(tivra::BusReader::tryOpen(std::move(options)));
+                });
+        } catch (const tivra_bus::BusError& error) {
+            m_result->complete(
+                Error({Error::Code::OpenFailed, Error::Phase::Connect, error.what(), "", "", 0, "", 0}));
+            return {};
+        }
+    }
+
     /// With a reader, if nobody has taken it.
     Unlocked<Pending<tivra::BusReader>> m_result{std::make_shared<Pending<tivra::BusReader>>()};
     tivra_bus::EndingThreads& m_endings;

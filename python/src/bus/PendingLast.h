@@ -18,7 +18,9 @@ public:
     PendingLast(const std::shared_ptr<BusConnection>& bus, const tivra::Instrument& instrument)
         : m_bus(bus)
         , m_subscription(std::make_shared<tivra::BusSubscription>(
-              bus->reader().subscribe({instrument}, handlers(bus->fields())))) {}
+              bus->reader().subscribe({instrument}, handlers(bus->fields())))) {
+        bus->enter(m_result);
+    }
     ~PendingLast() {
         // A child that was forked has none of the threads that may be in their handlers.
         if (m_process.isForeign())
