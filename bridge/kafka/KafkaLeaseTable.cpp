@@ -88,6 +88,8 @@ void KafkaLeaseTable::readTo(std::int64_t end) {
             rd_kafka_consumer_poll(m_log.get(), static_cast<int>(std::max<std::int64_t>(left, 0))));
         if (!message)
             m_log.check(RD_KAFKA_RESP_ERR__TIMED_OUT, "reading the leases");
+        if (message->rkt == nullptr) // of the group, which nobody is in
+            continue;
         m_log.check(message->err, "reading the leases");
         if (message->offset < *m_next) // of an assignment before
             continue;

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <future>
 
@@ -19,6 +20,15 @@ namespace {
 /// How far back a batch of an old writer is looked past. One that has lost its partition without noticing
 /// writes one at most, since that one's offset says so.
 constexpr std::int64_t kTailMessages = 16;
+/// That each of the three answers may take which say where a partition ends, and that a dictionary may take
+/// to be stored: the bridge shows that it is alive after that, before its leases are over.
+constexpr std::chrono::milliseconds kAnswerPatience{700};
+constexpr std::chrono::milliseconds kStorePatience{2000};
+
+KafkaAddress forEnds(KafkaAddress address) {
+    address.patience = std::min(address.patience, kAnswerPatience);
+    return address;
+}
 
 std::string_view bytesOf(const rd_kafka_message_t& message) {
     return {static_cast<const char*>(message.payload), message.len};
@@ -27,7 +37,7 @@ std::string_view bytesOf(const rd_kafka_message_t& message) {
 } // namespace
 
 KafkaPublisher::KafkaPublisher(const KafkaAddress& address, std::string writer)
-    : m_writer(std::move(writer)), m_reader(address), m_sends(address, m_writer) {}
+    : m_writer(std::move(writer)), m_reader(forEnds(address)), m_sends(address, m_writer) {}
 
 KafkaPublisher::~KafkaPublisher() = default;
 
@@ -98,7 +108,8 @@ std::uint64_t KafkaPublisher::storeDictionary(const std::string& text) {
     std::future<SendResult> future = answer->get_future();
     m_sends.send({kDictionaryTopic, 0, "fields", text},
                  [answer](const SendResult& result) { answer->set_value(result); });
-    // It ends by itself, at the latest when sending has timed out.
+    if (future.wait_for(kStorePatience) != std::future_status::ready)
+        throw UnreadyError(fmt::format("the dictionary in the topic {}: no answer so far", kDictionaryTopic));
     const SendResult result = future.get();
     if (result.outcome != SendResult::Outcome::Stored)
         throw UnreadyError(fmt::format("the dictionary in the topic {}: {}", kDictionaryTopic, result.cause));
