@@ -115,18 +115,22 @@ def test_callbacks_hear_of_everything(hub, feed):
     sub.close()
 
 
-def test_a_bridge_that_is_replaced_is_a_gap(hub, bridge, feed):
+@pytest.mark.parametrize("payload", ["json", "body", "arrow"])
+def test_a_bridge_that_is_replaced_is_a_gap_whatever_the_next_one_writes(hub, bridge, feed, payload):
     sub = feed.subscribe(100, "IBM", fields=["BID"])
     wait_live(sub, "IBM")
     bridge.bridge.kill()
     bridge.bridge.wait()
-    bridge.__class__.run(bridge, "second", *[str(word) for word in bridge.bridge.args])
+    bridge.__class__.run(bridge, "second", *[str(word) for word in bridge.bridge.args], "--payload", payload)
     gaps = []
     for batch in sub.batches():
         gaps += batch.gaps
         if gaps:
             break
     assert [gap.cause for gap in gaps] == ["takeover"]
+    wait_live(sub, "IBM")
+    publish_bids(hub, 3)
+    assert read_bids(sub.batches(), 2)[0][-3:] == [0.0, 1.0, 2.0]
 
 
 def test_a_reader_that_blocks_the_bus_can_end_what_it_reads(hub, feed):
