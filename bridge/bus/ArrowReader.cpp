@@ -13,9 +13,6 @@ namespace tivra_bus {
 
 namespace {
 
-/// Of a record: more than a hub's message has room for.
-constexpr std::size_t kMostValues = 1U << 16;
-
 std::string timeText(std::int64_t microseconds) {
     std::string text;
     appendTime(text, tivra::TimePoint(std::chrono::microseconds(microseconds)));

@@ -2,6 +2,7 @@
 
 #include "bus/ArrowTables.h"
 #include "bus/BusError.h"
+#include "bus/BusRecord.h"
 #include "bus/FlatTable.h"
 #include "bus/RecordColumns.h"
 
@@ -24,7 +25,6 @@ constexpr std::size_t kAlignment = 8;
 constexpr std::int64_t kMostRows = std::int64_t{1} << 24;
 /// Of metadata, those that are looked at.
 constexpr std::size_t kMostPairs = 16;
-constexpr std::size_t kMostName = 256;
 
 [[noreturn]] void fail(const std::string& what) {
     throw BatchError("a batch: an Arrow stream: " + what);
@@ -46,8 +46,8 @@ std::string_view metadataOf(const FlatTable& table, unsigned metadata, std::stri
 
 /// Of a column or its field: it is copied for each value.
 std::string nameIn(std::string_view name) {
-    if (name.size() > kMostName)
-        fail(fmt::format("names of at most {} bytes were wanted", kMostName));
+    if (name.size() > kMostFieldName)
+        fail(fmt::format("names of at most {} bytes were wanted", kMostFieldName));
     return std::string(name);
 }
 

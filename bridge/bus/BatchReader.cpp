@@ -24,6 +24,10 @@ RecordType typeOf(const JsonReading& line) {
 }
 
 void addField(BusFields& fields, const std::string& name, const Json& value, const JsonReading& line) {
+    if (name.size() > kMostFieldName || fields.size() == kMostValues)
+        line.fail("fields",
+                  fmt::format("at most {} values with names of at most {} bytes", kMostValues, kMostFieldName)
+                      .c_str());
     if (value.is_string())
         fields.emplace_back(name, value.get<std::string>());
     else if (value.is_number_float())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,6 +29,11 @@ inline constexpr std::array kRecordTypes{RecordType::Update, RecordType::Image, 
 /// A value as the hub's dictionary types it; a time is a text such as "2013-10-07T13:30:00.123456Z".
 using BusValue = std::variant<std::int64_t, double, std::string>;
 /// In the order of the message; a name may come more than once.
+/// That a reader takes of a record, since each value has its field's name beside it: names in bytes, and
+/// values.
+inline constexpr std::size_t kMostFieldName = 256;
+inline constexpr std::size_t kMostValues = 1U << 16;
+
 using BusFields = std::vector<std::pair<std::string, BusValue>>;
 
 /// A state of the values of a symbol or a time that is missing, as a record of a stream has it.

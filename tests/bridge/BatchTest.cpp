@@ -302,6 +302,9 @@ TEST(Batch, EachFaultIsNamedWithItsLine) {
         batch.replace(batch.find(from), from.size(), to);
         return batch;
     };
+    std::string many = ":[1";
+    for (std::size_t i = 0; i < kMostValues; ++i)
+        many += ",1";
     const std::vector<std::pair<std::string, std::string>> cases{
         {"", "first line"},
         {"x\n", "line 1: a JSON object"},
@@ -313,6 +316,8 @@ TEST(Batch, EachFaultIsNamedWithItsLine) {
         {changed("image", "imago"), "line 2: \"type\""},
         {changed("\"n\":7", "\"m\":7"), "\"n\""},
         {changed(":12.0", ":{}"), "\"BID\""},
+        {changed(":12.0", many + ']'), "at most 65536 values"},
+        {changed("\"BID\"", '"' + std::string(kMostFieldName + 1, 'B') + '"'), "at most 256 bytes"},
         {changed("json", "wire"), "payload"},
         {changed("json", "body"), "line 2: \"BID\""},
         {good.substr(0, good.size() - 1), "line 4"}};
