@@ -18,7 +18,8 @@ struct ArrowValues {
     const char* data = nullptr;
 
     [[nodiscard]] bool has(std::size_t row) const {
-        return validity == nullptr || (static_cast<unsigned char>(validity[row / 8]) >> (row % 8) & 1U) != 0;
+        return validity == nullptr ||
+               (static_cast<unsigned>(static_cast<unsigned char>(validity[row / 8])) >> (row % 8) & 1U) != 0;
     }
     /// The first value of the row, and the one after its last.
     [[nodiscard]] std::pair<std::size_t, std::size_t> range(std::size_t row) const {
