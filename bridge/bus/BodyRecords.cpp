@@ -6,7 +6,7 @@ namespace tivra_bus {
 
 void BodyRecords::append(std::string& out, const ValuesRecord& record, BatchFields& fields) const {
     const std::string_view body = record.update != nullptr ? record.update->body() : std::string_view();
-    if (body.empty() || !fields.add(record.update->numbers(), body)) {
+    if (record.update == nullptr || body.empty() || !fields.add(record.update->numbers(), body)) {
         m_text.append(out, record, fields);
         return;
     }

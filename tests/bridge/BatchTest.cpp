@@ -364,8 +364,9 @@ TEST(Batch, OfBodiesEachFaultIsNamedAndThoseThatAreFieldsOfTheBatchAreRead) {
     for (const Case& each : cases) {
         SCOPED_TRACE(each.fields + each.first);
         const std::string record = R"({"type":"update","source":100,"symbol":"IBM","n":1,"body":)";
-        const std::string batch = headerLine({"body", 0, 1, 1, 2, 0, "writer", "now"}) + each.fields + "\n" +
-                                  record + each.first + record + good;
+        std::string batch = headerLine({"body", 0, 1, 1, 2, 0, "writer", "now"});
+        for (const std::string& part : {each.fields, std::string("\n"), record, each.first, record, good})
+            batch += part;
         std::string error, second;
         try {
             BatchReader reader(batch, decoder);

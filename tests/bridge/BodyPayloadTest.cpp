@@ -89,6 +89,7 @@ protected:
     /// A message of these fields, as the hub sends it.
     void push(std::string_view fields, const std::vector<Written*>& to) {
         std::vector<std::uint64_t> before;
+        before.reserve(to.size());
         for (const Written* written : to)
             before.push_back(written->counters->updates);
         hub.sendRaw(tivra_sim::encodeFrame("3=100|4=100|5=IBM|" + std::string(fields)));
