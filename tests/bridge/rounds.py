@@ -239,10 +239,10 @@ class Round:
         parts = []
         for number in range(PARTITIONS):
             part = Partition(number, PARTITIONS)
-            state = (await stream.stream_info(f"TIVRA_TICK_{number}")).state
+            state = await self.settled(stream, f"TIVRA_TICK_{number}")
             reader = await stream.subscribe(f"tivra.v1.tick.{number}", ordered_consumer=True)
             position = state.first_seq - 1
-            for _ in range(state.messages):
+            while position < state.last_seq:
                 message = await reader.next_msg(timeout=DEADLINE)
                 position, before = message.metadata.sequence.stream, position
                 part.message(message.data, position - before - 1)
@@ -255,6 +255,16 @@ class Round:
             next(p for p in parts if symbol in p.symbols).last_values(symbol, json.loads(message.data), times)
         await client.close()
         return parts
+
+    async def settled(self, stream, name):
+        """@return the state of a stream whose servers all have the same: a consumer may be with any of them"""
+        deadline = time.monotonic() + DEADLINE
+        while True:
+            info = await stream.stream_info(name)
+            behind = [peer for peer in info.cluster and info.cluster.replicas or [] if not peer.current or peer.lag]
+            if not behind or time.monotonic() > deadline:
+                return info.state
+            await asyncio.sleep(0.1)
 
     async def sequence(self, stream, symbol):
         """@return of the symbol's last values; nothing while the engine has none or doesn't answer"""
