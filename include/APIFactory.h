@@ -65,7 +65,10 @@ public:
                              UserEventHandler& userHandler);
 
     /// The same for a password that is asked for at each login.
+    /// @param userName      as above.
     /// @param passwords     stays the application's and must outlive the user.
+    /// @param userHandler   as above.
+    /// @return valid until destroyUserInfo().
     UserInfo& createUserInfo(const std::string& userName, PasswordHandler& passwords,
                              UserEventHandler& userHandler);
 

@@ -84,6 +84,7 @@ public:
     explicit Board(BoardOptions options = {});
     /// The same with another limit than 4 GiB for all rows together.
     ///
+    /// @param options   as above
     /// @param maxBytes  as BoardStatistics::bytes counts them; 64 KiB or more. Where one more would be needed
     ///                  a symbol without a row is refused, as above maxSymbols, and a value that a row has no
     ///                  room for is left out, which is a gap of that row, with a warning in the log

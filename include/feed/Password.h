@@ -22,9 +22,11 @@ public:
     Password(const char* text);
     // NOLINTEND(google-explicit-constructor)
     ~Password();
+    /// Of its own memory, which is overwritten when it goes.
     Password(const Password& other);
     /// The other is empty afterwards.
     Password(Password&& other) noexcept;
+    /// The text before is overwritten.
     Password& operator=(const Password& other);
     /// The other is empty afterwards.
     Password& operator=(Password&& other) noexcept;
