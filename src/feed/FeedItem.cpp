@@ -192,8 +192,11 @@ void FeedItem::skip(const FeedStream& stream, const tivra::Gap& gap) {
 }
 
 void FeedItem::beginGap(tivra::Gap::Cause cause, double since) {
-    if (m_gapFrom != 0.0)
+    // A loss that is noticed later may have begun earlier.
+    if (m_gapFrom != 0.0) {
+        m_gapFrom = std::min(m_gapFrom, since);
         return;
+    }
     m_gapFrom = since;
     m_gapCause = cause;
 }
