@@ -9,29 +9,19 @@
 #include <tivra_testkit/Client.h>
 #include <tivra_testkit/StartedHub.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#    define TIVRA_E2E_ADDRESS_SANITIZED 1
-#elif defined(__SANITIZE_THREAD__)
-#    define TIVRA_E2E_THREAD_SANITIZED 1
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#    define TIVRA_E2E_SANITIZED 1
 #elif defined(__has_feature)
-#    if __has_feature(address_sanitizer)
-#        define TIVRA_E2E_ADDRESS_SANITIZED 1
-#    elif __has_feature(thread_sanitizer)
-#        define TIVRA_E2E_THREAD_SANITIZED 1
+#    if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+#        define TIVRA_E2E_SANITIZED 1
 #    endif
 #endif
 
-#ifdef TIVRA_E2E_ADDRESS_SANITIZED
-inline constexpr bool IS_ADDRESS_SANITIZED = true;
-#else
-inline constexpr bool IS_ADDRESS_SANITIZED = false;
-#endif
-
 /// True in builds that run many times slower, where tests move less data.
-#ifdef TIVRA_E2E_THREAD_SANITIZED
+#ifdef TIVRA_E2E_SANITIZED
 inline constexpr bool IS_SANITIZED = true;
 #else
-inline constexpr bool IS_SANITIZED = IS_ADDRESS_SANITIZED;
+inline constexpr bool IS_SANITIZED = false;
 #endif
 
 using tivra_testkit::Client;

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -142,13 +141,13 @@ protected:
 };
 
 TEST_F(ForkTest, CallsOnWhatTheParentHasMadeFailAndTheParentGoesOn) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "a child inherits the mutexes of this sanitizer's allocator as they are, locked ones too";
+#endif
     constexpr int CHILDREN = 20;
-    // Have many a mutex locked at the time of a fork. That of the allocator too, which the address sanitizer's, unlike
-    // all others, leaves locked in the child for ever: there the parent is quiet.
-    std::optional<tivra_testkit::Pump> pump;
-    std::atomic<bool> isDone{IS_ADDRESS_SANITIZED};
-    if (!isDone)
-        pump.emplace(hub);
+    tivra_testkit::Pump pump(hub);
+    // Has many a mutex locked at the time of a fork.
+    std::atomic<bool> isDone{false};
     std::thread busy([&] {
         while (!isDone) {
             client.session().freeRequest(client.session().createRequest());

@@ -452,6 +452,9 @@ TEST_F(FeedTest, ClosingMayTakeAnyTime) {
 }
 
 TEST_F(FeedTest, AForkedChildMayUseNothingOfItAndEndsAtOnce) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "a child inherits the mutexes of this sanitizer's allocator as they are, locked ones too";
+#endif
     hub.ignore("QuerySnap");
     auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
     ASSERT_TRUE(story.waitFor("Live"));
