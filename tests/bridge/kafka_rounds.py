@@ -11,6 +11,7 @@ import time
 from collections import Counter
 from pathlib import Path
 
+from payloads import records_of
 from reader_rounds import Reader
 from rounds import PARTITIONS, Round, free_port, report, wait_until
 from stream_check import Partition
@@ -37,7 +38,7 @@ def accepted(batches, counts):
     same epoch, are left out."""
     last = (0, 0)
     for _, _, data in batches:
-        header = json.loads(data.split(b"\n", 1)[0])
+        header, _ = records_of(data)
         this = (header["epoch"], header["batch"])
         if this <= last:
             counts["of an older epoch" if this[0] < last[0] else "doubled"] += 1

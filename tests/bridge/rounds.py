@@ -1,5 +1,6 @@
 """Rounds of three bridges, a hub and a server, in which something is killed, stopped or restarted; each is judged by
-stream_check. The hub plays a day that ends, and half of its symbols go quiet before. A round is made again by its seed.
+stream_check. The hub plays a day that ends, and half of its symbols go quiet before. A round is made again by its seed, which
+says of the payload too: the bridges have one each, as if they were being moved from one to another.
 usage: rounds.py PROGRAMS ROUNDS [SEED]     PROGRAMS is the build folder
 """
 import asyncio
@@ -22,6 +23,7 @@ from stream_check import SEQUENCE, Partition, seconds
 
 PARTITIONS, SYMBOLS, BRIDGES = 4, 60, 3
 FAULTS = ["kill", "stop", "restart", "pause", "steal", "double"]
+PAYLOADS = ["json", "body", "arrow"]
 RATES = {1: 100, 64: 30}  # updates a second of each symbol, by the megabytes that may wait: a pause fills the small ones
 DEADLINE = 60.0
 
@@ -120,8 +122,9 @@ class Round:
         symbols.write_text("".join(symbol + "\n" for symbol in self.symbols))
         self.bridges = [self.run_bridge(name, self.programs / "bridge/tivra-bridge", "-H", hub, "--user", "demo",
                                         "-s", 100, "-f", symbols, "--to", self.url, "--partitions", PARTITIONS,
-                                        "--name", name, "--buffer-megabytes", self.megabytes, *self.bridge_options)
-                        for name in self.names]
+                                        "--name", name, "--buffer-megabytes", self.megabytes,
+                                        "--payload", PAYLOADS[(self.seed + number) % len(PAYLOADS)], *self.bridge_options)
+                        for number, name in enumerate(self.names)]
         self.await_shares()
         # The truth subscribes last and sets the day going.
         self.truth = self.run("truth", tools / "tivra-cat/tivra-cat", "-H", hub, "--user", "demo", "-s", 100,
@@ -345,6 +348,7 @@ def play(this, total):
         this.end()
     problems += [f"taken without need: {text}" for text in needless]
     causes = sum((Counter(part.causes) for part in parts), Counter())
+    total.update({f"batches of {name}": number for part in parts for name, number in part.payloads.items()})
     records, missing = sum(p.records for p in parts), sum(p.missing for p in parts)
     total.update(records=records, missing=missing, gaps=sum(causes.values()), needless=len(needless))
     total.update({"batches that the servers lost": sum(part.holes for part in parts)})

@@ -3,9 +3,10 @@
 What a hub has sent is known from a reader of its own: for each symbol the times at which its updates came, whose
 sequence numbers are 1, 2 and so on in the field SEQUENCE.
 """
-import json
 from collections import defaultdict
 from datetime import datetime
+
+from payloads import records_of
 
 SEQUENCE = "BID.SIZE"
 VALUES = ("update", "image", "refresh")
@@ -67,6 +68,7 @@ class Partition:
         self.has_hole = False  # in this epoch
         self.symbols = defaultdict(Symbol)
         self.causes = defaultdict(int)
+        self.payloads = defaultdict(int)  # how many batches have it
         self.partition_gaps = []
 
     def fail(self, text):
@@ -74,14 +76,14 @@ class Partition:
 
     def message(self, data, hole=0):
         """@param hole  messages that the stream has had before this one and doesn't have any more"""
-        lines = data.split(b"\n")
-        header = json.loads(lines[0])
+        header, records = records_of(data)
         if header["tivra"] != 1 or header["partition"] != self.number:
             self.fail(f"a header of something else: {header}")
-        if lines[-1] != b"" or len(lines) - 2 != header["records"]:
-            self.fail(f"{len(lines) - 2} records, and the header says {header['records']}")
+        if len(records) != header["records"]:
+            self.fail(f"{len(records)} records, and the header says {header['records']}")
+        self.payloads[header["payload"]] += 1
         if header["epoch"] != self.epoch:
-            self.begin(header, json.loads(lines[1]), hole)
+            self.begin(header, records[0], hole)
         elif self.batch < header["batch"] - 1 <= self.batch + hole:
             self.lose(hole)
         elif header["batch"] != self.batch + 1:
@@ -89,8 +91,8 @@ class Partition:
         elif header["writer"] != self.writer:
             self.fail(f"is followed by {header['batch']} of another writer")
         self.batch = header["batch"]
-        for line in lines[1:-1]:
-            self.record(json.loads(line))
+        for record in records:
+            self.record(record)
 
     def begin(self, header, first, hole):
         self.end_epoch(is_last=False)
