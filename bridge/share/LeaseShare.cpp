@@ -13,6 +13,9 @@ namespace tivra_bus {
 namespace {
 
 constexpr std::chrono::milliseconds kRenewEvery{1000};
+// Shorter than any pause of a bridge after a failure, so that each try after one shows whether the engine is
+// well again.
+constexpr std::chrono::milliseconds kRetryEvery{200};
 
 std::string newNonce() {
     std::random_device chance;
@@ -45,7 +48,7 @@ void LeaseShare::renew(bool isReady) {
     const Clock::time_point now = Clock::now();
     if (now < m_nextRenewal || !m_book.mayUseName(now))
         return;
-    m_nextRenewal = now + kRenewEvery;
+    m_nextRenewal = now + kRetryEvery;
     const std::optional<std::uint64_t> revision =
         m_table.write(m_book.memberKey(), m_book.memberValue(isReady), m_book.memberRevision());
     if (!revision) {
@@ -56,6 +59,7 @@ void LeaseShare::renew(bool isReady) {
     }
     m_book.wroteMember(*revision, isReady, now);
     m_confirmed = now;
+    m_nextRenewal = now + kRenewEvery;
 }
 
 PartitionShare::Before LeaseShare::before(unsigned partition) {

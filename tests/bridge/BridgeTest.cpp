@@ -128,7 +128,7 @@ TEST_F(BridgeTest, AfterTheLastEpochNothingIsWrittenThatReadersWouldRefuse) {
 }
 
 TEST_F(BridgeTest, OneThatMayHaveBeenReplacedWritesNoLastValuesUntilItIsSeenAgain) {
-    const Bridge bridge(options(), feed, bus, share, [](const std::string&) {});
+    const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
     const auto hasLast = [this](const std::string& text) {
         return bus.last(100, "IBM").message.find(text) != std::string::npos;
     };
@@ -144,8 +144,10 @@ TEST_F(BridgeTest, OneThatMayHaveBeenReplacedWritesNoLastValuesUntilItIsSeenAgai
     const double age = bridge.status().leaseAge;
     ASSERT_TRUE(waitUntil([&] { return bridge.status().leaseAge > age + 0.3; }));
     EXPECT_TRUE(hasLast("\"BID\":21")) << bus.last(100, "IBM").message;
+    EXPECT_THAT(story.lines(), testing::Not(testing::Contains("the engine answers again")));
     table.setDown(false);
     EXPECT_TRUE(waitUntil([&] { return hasLast("\"BID\":22"); }));
+    EXPECT_TRUE(story.waitFor("the engine answers again"));
 }
 
 TEST_F(BridgeTest, ADictionaryThatIsNotStoredHoldsUpNothingAndIsTriedAgain) {
