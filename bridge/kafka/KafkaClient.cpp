@@ -28,27 +28,6 @@ bool isRefusal(rd_kafka_resp_err_t error) {
     return error == RD_KAFKA_RESP_ERR__AUTHENTICATION || error == RD_KAFKA_RESP_ERR__SSL;
 }
 
-const char* adviceFor(rd_kafka_resp_err_t error) {
-    switch (error) {
-    case RD_KAFKA_RESP_ERR__AUTHENTICATION:
-        return ": see that user, password and mechanism in the credentials file are right";
-    case RD_KAFKA_RESP_ERR__SSL:
-        return ": see that this port speaks TLS, that the certificates given vouch for the server's, and "
-               "that "
-               "it is dialled by the name in its certificate";
-    case RD_KAFKA_RESP_ERR__TRANSPORT:
-    case RD_KAFKA_RESP_ERR__TIMED_OUT:
-    case RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN:
-        return ": see that it runs, and that address, credentials and certificates are right";
-    case RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED:
-    case RD_KAFKA_RESP_ERR_GROUP_AUTHORIZATION_FAILED:
-    case RD_KAFKA_RESP_ERR_CLUSTER_AUTHORIZATION_FAILED:
-        return ": this user needs the rights that docs/bridge.md lists";
-    default:
-        return "";
-    }
-}
-
 /// What is wrong with a server's certificate, by the number that OpenSSL has for it.
 std::string certificateError(int error) {
     switch (error) {
@@ -88,6 +67,27 @@ bool isPassing(rd_kafka_resp_err_t error) {
         return true;
     default:
         return false;
+    }
+}
+
+const char* adviceFor(rd_kafka_resp_err_t error) {
+    switch (error) {
+    case RD_KAFKA_RESP_ERR__AUTHENTICATION:
+        return ": see that user, password and mechanism in the credentials file are right";
+    case RD_KAFKA_RESP_ERR__SSL:
+        return ": see that this port speaks TLS, that the certificates given vouch for the server's, and "
+               "that "
+               "it is dialled by the name in its certificate";
+    case RD_KAFKA_RESP_ERR__TRANSPORT:
+    case RD_KAFKA_RESP_ERR__TIMED_OUT:
+    case RD_KAFKA_RESP_ERR__ALL_BROKERS_DOWN:
+        return ": see that it runs, and that address, credentials and certificates are right";
+    case RD_KAFKA_RESP_ERR_TOPIC_AUTHORIZATION_FAILED:
+    case RD_KAFKA_RESP_ERR_GROUP_AUTHORIZATION_FAILED:
+    case RD_KAFKA_RESP_ERR_CLUSTER_AUTHORIZATION_FAILED:
+        return ": this user needs the rights that docs/bridge.md lists";
+    default:
+        return "";
     }
 }
 

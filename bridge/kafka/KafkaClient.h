@@ -17,6 +17,8 @@ namespace tivra_bus {
 
 /// Whether an error may be over by itself: brokers start, or elect a leader.
 [[nodiscard]] bool isPassing(rd_kafka_resp_err_t error);
+/// What to do about it, after a colon; nothing if that is unknown.
+[[nodiscard]] const char* adviceFor(rd_kafka_resp_err_t error);
 
 /// A handle of the client library, which keeps up its connections itself for as long as it lives.
 /// @thread any; callbacks run where the handle is polled

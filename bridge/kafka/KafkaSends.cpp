@@ -111,8 +111,10 @@ void KafkaSends::onDelivery(rd_kafka_t* handle, const rd_kafka_message_t* messag
         return;
     }
     char fatal[256] = {};
-    const bool isFatal = rd_kafka_fatal_error(handle, fatal, sizeof fatal) != RD_KAFKA_RESP_ERR_NO_ERROR;
-    flight->done({outcomeOf(message->err), 0, 0, isFatal ? fatal : rd_kafka_err2str(message->err)});
+    const rd_kafka_resp_err_t root = rd_kafka_fatal_error(handle, fatal, sizeof fatal);
+    const bool isFatal = root != RD_KAFKA_RESP_ERR_NO_ERROR;
+    const std::string cause = isFatal ? fatal : rd_kafka_err2str(message->err);
+    flight->done({outcomeOf(message->err), 0, 0, cause + adviceFor(isFatal ? root : message->err)});
 }
 
 void KafkaSends::callEnded() {

@@ -1,5 +1,5 @@
-"""Whether a bridge, tivra-cat and Python reach a real Kafka broker by TLS and with a password, and what they say of one that
-refuses them or that isn't the right one.
+"""Whether a bridge, tivra-cat and Python reach a real Kafka broker by TLS and with a password, whose user has the rights that
+docs/bridge.md lists, and what they say of one that refuses them or that isn't the right one.
 usage: kafka_secure.py PROGRAMS [PYTHON]     PROGRAMS is the build folder, PYTHON an interpreter with the package tivra
 """
 import itertools
@@ -11,6 +11,9 @@ import tempfile
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
+from confluent_kafka.admin import (AclBinding, AclBindingFilter, AclOperation, AclPermissionType, AdminClient,
+                                   ResourcePatternType, ResourceType)
+
 from rounds import Process, free_port, wait_until
 
 SCRIPT = Path(__file__).resolve().parents[2] / "scripts/kafka-broker"
@@ -19,6 +22,11 @@ NO_ENGINE, UNREACHABLE = 4, 3
 PATIENCE = 90.0
 CA, PASSWORD = ["--tls-ca", "ca.pem"], ["--credentials", "feed.properties"]
 CLIENT = ["--tls-certificate", "client.pem", "--tls-key", "client.key"]
+# All but feed and reader may do everything.
+ACLS = ["authorizer.class.name=org.apache.kafka.metadata.authorizer.StandardAuthorizer",
+        "super.users=User:ANONYMOUS;User:CN=client"]
+RIGHTS = {"feed": ["CREATE", "DESCRIBE", "DESCRIBE_CONFIGS", "READ", "WRITE"], "reader": ["DESCRIBE", "READ"]}
+LISTED = ["this user needs the rights that docs/bridge.md lists"]
 
 # What, the address, the port, the bridge's options, and what an error has to say; none where it is connected. The first fills
 # the topics for those who read.
@@ -52,13 +60,26 @@ except tivra.OpenFailed as error:
 class Broker:
     def __init__(self, folder):
         self.ports = {name: free_port() for name in ("plain", "controller", "tls", "client", "password")}
-        self.process = Process(folder, "broker", SCRIPT, "secure", folder, *self.ports.values())
+        self.process = Process(folder, "broker", SCRIPT, "secure", folder, *self.ports.values(), *ACLS)
         wait_until("a broker", self.answers, PATIENCE)
+        self.admin = AdminClient({"bootstrap.servers": f"localhost:{self.ports['plain']}"})
+        for user, rights in RIGHTS.items():
+            self.allow(user, rights)
         password = (folder / "feed.properties").read_text().split("sasl.password=")[1].strip()
         wrong = folder / "wrong.properties"
         wrong.write_text((folder / "feed.properties").read_text().replace(password, WRONG))
         wrong.chmod(0o600)
         self.secrets = [password, WRONG]
+
+    def allow(self, user, rights):
+        """Of the topics of bridges it may do this from now on, and nothing else."""
+        present = AclBindingFilter(ResourceType.ANY, None, ResourcePatternType.ANY, f"User:{user}", None, AclOperation.ANY,
+                                   AclPermissionType.ANY)
+        allowed = [AclBinding(ResourceType.TOPIC, "tivra.", ResourcePatternType.PREFIXED, f"User:{user}", "*",
+                              AclOperation[right], AclPermissionType.ALLOW) for right in rights]
+        for change in (self.admin.delete_acls([present]), self.admin.create_acls(allowed)):
+            for result in change.values():
+                result.result(PATIENCE)
 
     def answers(self):
         servers = f"localhost:{self.ports['plain']}"
@@ -87,13 +108,26 @@ class Judge:
         self.bridge(what, url, options, wanted)
         self.readers(what, url, options, wanted)
 
-    def bridge(self, what, url, options, wanted):
+    def play_rights(self):
+        url = f"kafka://localhost:{self.broker.ports['password']}"
+        reader = CA + ["--credentials", "reader.properties"]
+        self.bridge("rights to read", url, reader, LISTED)
+        self.readers("rights to read", url, reader, [])
+        self.broker.allow("reader", ["DESCRIBE"])
+        self.readers("no right to read", url, reader, LISTED)
+        self.broker.allow("feed", ["DESCRIBE", "DESCRIBE_CONFIGS", "READ"])
+        self.bridge("no right to write", url, CA + PASSWORD, LISTED, refused_as=None)  # it tries again
+
+    def bridge(self, what, url, options, wanted, refused_as=NO_ENGINE):
         bridge = Process(self.folder, f"bridge{next(self.numbers)}", self.programs / "bridge/tivra-bridge", "-H", self.hub, "--user",
                          "demo", "-s", 100, "-f", "symbols", "--to", url, "--partitions", 1, *options)
-        wait_until("its end or last values", lambda: bridge.child.poll() is not None or self.is_published(bridge), PATIENCE)
+        wait_until("its end, last values or what is wanted", lambda: bridge.child.poll() is not None or
+                   self.is_published(bridge) or wanted and all(map(bridge.says, wanted)), PATIENCE)
+        if wanted and refused_as is not None:
+            bridge.child.wait(PATIENCE)
         is_connected, code = bridge.says("partition 0: taken"), bridge.child.poll()
         bridge.end()
-        self.check("tivra-bridge", what, bridge.log.read_text(), is_connected, code, NO_ENGINE, wanted)
+        self.check("tivra-bridge", what, bridge.log.read_text(), is_connected, code, refused_as, wanted)
 
     def is_published(self, bridge):
         command = ["kcat", "-b", f"localhost:{self.broker.ports['plain']}", "-C", "-q", "-e", "-t", "tivra.last"]
@@ -125,6 +159,7 @@ def main():
         for case in CASES:
             if not case[-1]:
                 judge.play(case)
+        judge.play_rights()
         # Those that are refused wait, for the most part.
         with ThreadPoolExecutor(4) as pool:
             list(pool.map(judge.play, (case for case in CASES if case[-1])))
