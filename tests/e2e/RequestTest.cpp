@@ -178,12 +178,13 @@ TEST_F(RequestTest, WhatWasUnsubscribedStaysSoThoughNoHubHeardOfIt) {
     };
     unsubscribe(client.send(tivra::SUBSCRIBE, 100, "IBM"));
     const std::int64_t bac = client.send(tivra::SUBSCRIBE, 100, "BAC");
-    client.send(tivra::SUBSCRIBE, 100, "SPY");
+    const std::int64_t spy = client.send(tivra::SUBSCRIBE, 100, "SPY");
     hub.setAccepting(false);
     EXPECT_NE(client.start(), "Session started") << "lost in the session's queue";
     hub.setAccepting(true);
     ASSERT_TRUE(client.startAndWait());
     ASSERT_TRUE(client.waitForEnd(bac));
+    ASSERT_TRUE(client.waitForEnd(spy));
 
     hub.setAccepting(false);
     hub.dropConnections();
