@@ -20,6 +20,7 @@ using tivra::DataState;
 using tivra::Update;
 
 constexpr const char* kLost = "the connection to the hub is lost";
+constexpr const char* kOthersLost = "another hub that carries some of it is lost still";
 constexpr const char* kBack = "the hub is back";
 constexpr const char* kComplete = "the image is complete";
 constexpr const char* kWithdrawn = "the user may not see the source any more";
@@ -75,7 +76,7 @@ void FeedItem::deliver(FeedStream& stream, const StreamMessage& incoming, Update
     // An update of the next connection, or by a request that is about to end, may come before the image.
     if (isNewHome || m_asked == Asked::Anew ||
         (kind == Update::Kind::Image && m_state != DataState::Pending && m_state != DataState::Live))
-        beginImage();
+        beginImage(stream);
     UpdateData data{incoming.message, stream.fields(), kind, nullptr, &stream.times(), incoming.body};
     // A callback may subscribe the same symbol, which enters the list when the next turn begins.
     forEachSubscription([&](SubscriptionState& subscription) {
@@ -90,7 +91,7 @@ void FeedItem::deliver(FeedStream& stream, const StreamMessage& incoming, Update
         return;
     }
     m_asked = Asked::AnewButUpdated;
-    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::now());
+    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::monotonic());
 }
 
 void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const StreamMessage& incoming) {
@@ -104,12 +105,17 @@ void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const
 /// Of several hubs the last one to answer may be one that has nothing of it.
 void FeedItem::finishImage(FeedStream& stream) {
     const Turn turn(*this);
-    if (m_home == nullptr && m_otherHomes == nullptr)
+    if (m_home == nullptr && (m_several == nullptr || m_several->homes.empty()))
         addHome(stream);
-    beginImage();
+    beginImage(stream);
     m_asked = Asked::AndServed;
     m_isWithdrawn.store(false, std::memory_order_relaxed);
     m_wasLive.store(true, std::memory_order_relaxed);
+    if (m_several != nullptr && !m_several->lost.empty()) {
+        m_state = DataState::Stale;
+        changeAll(DataState::Stale, kOthersLost);
+        return;
+    }
     m_state = DataState::Live;
     changeAll(DataState::Live, kComplete);
 }
@@ -141,9 +147,17 @@ void FeedItem::lose(const FeedStream& stream, double since) {
     const Turn turn(*this);
     if (!removeHome(stream) || m_state == DataState::Pending || m_state == DataState::Refused)
         return;
+    // Of several hubs each has to come back by itself.
+    if (m_several != nullptr)
+        m_several->lost.push_back({&stream, since});
     beginGap(tivra::Gap::Cause::Loss, since);
     m_state = DataState::Stale;
     changeAll(DataState::Stale, kLost);
+}
+
+void FeedItem::forget(const FeedStream& stream) {
+    const Turn turn(*this);
+    reopenGap(stream);
 }
 
 void FeedItem::recover() {
@@ -163,7 +177,7 @@ void FeedItem::withdraw() {
     if (m_state == DataState::Pending || m_state == DataState::Refused)
         return; // the answer will say it, or has said it
     m_isWithdrawn.store(true, std::memory_order_relaxed);
-    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::now());
+    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::monotonic());
     m_state = DataState::Stale;
     changeAll(DataState::Stale, kWithdrawn);
 }
@@ -174,7 +188,7 @@ void FeedItem::restore() {
         return;
     m_asked = Asked::Anew;
     // On another connection an update by the former request may have ended the gap before.
-    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::now());
+    beginGap(tivra::Gap::Cause::Withdrawal, tp::Clock::monotonic());
     if (m_state != DataState::Stale)
         return;
     m_state = DataState::Recovering;
@@ -201,12 +215,27 @@ void FeedItem::beginGap(tivra::Gap::Cause cause, double since) {
     m_gapCause = cause;
 }
 
+/// The image of another hub may have closed it that this one had a part in.
+void FeedItem::reopenGap(const FeedStream& stream) {
+    if (m_several == nullptr)
+        return;
+    std::vector<LostHome>& lost = m_several->lost;
+    const auto found =
+        std::find_if(lost.begin(), lost.end(), [&](const LostHome& one) { return one.stream == &stream; });
+    if (found == lost.end())
+        return;
+    beginGap(tivra::Gap::Cause::Loss, found->since);
+    lost.erase(found);
+}
+
 /// What comes now follows a gap, if there was one.
-void FeedItem::beginImage() {
+void FeedItem::beginImage(const FeedStream& stream) {
     recoverNow();
+    reopenGap(stream);
     if (m_gapFrom == 0.0)
         return;
-    const tivra::Gap gap{m_gapCause, toTimePoint(m_gapFrom), wallTime(), std::nullopt, std::nullopt};
+    const tivra::Gap gap{m_gapCause, toTimePoint(onTheWall(m_gapFrom)), wallTime(), std::nullopt,
+                         std::nullopt};
     m_gapFrom = 0.0;
     forEachSubscription([&](SubscriptionState& subscription) {
         if (subscription.state() == DataState::Recovering)
@@ -222,8 +251,8 @@ void FeedItem::changeAll(DataState to, std::string_view cause, const tivra::Erro
 
 bool FeedItem::isHome(const FeedStream& stream) const {
     return m_home == &stream ||
-           (m_otherHomes != nullptr &&
-            std::find(m_otherHomes->begin(), m_otherHomes->end(), &stream) != m_otherHomes->end());
+           (m_several != nullptr &&
+            std::find(m_several->homes.begin(), m_several->homes.end(), &stream) != m_several->homes.end());
 }
 
 bool FeedItem::addHome(const FeedStream& stream) {
@@ -233,9 +262,9 @@ bool FeedItem::addHome(const FeedStream& stream) {
         m_home = &stream;
         return true;
     }
-    if (m_otherHomes == nullptr)
-        m_otherHomes = std::make_unique<std::vector<const FeedStream*>>();
-    m_otherHomes->push_back(&stream);
+    if (m_several == nullptr)
+        m_several = std::make_unique<Several>();
+    m_several->homes.push_back(&stream);
     return true;
 }
 
@@ -244,11 +273,7 @@ bool FeedItem::removeHome(const FeedStream& stream) {
         m_home = nullptr;
         return true;
     }
-    if (m_otherHomes == nullptr || std::erase(*m_otherHomes, &stream) == 0)
-        return false;
-    if (m_otherHomes->empty())
-        m_otherHomes.reset();
-    return true;
+    return m_several != nullptr && std::erase(m_several->homes, &stream) != 0;
 }
 
 void FeedItem::close(SubscriptionState& subscription) {

@@ -53,9 +53,11 @@ public:
     void refuse(const tivra::Error& error) TP_EXCLUDES(m_turn);
     void finishImageOf(SubscriptionState& latecomer) TP_EXCLUDES(m_turn);
     void refuse(SubscriptionState& latecomer, const tivra::Error& error) TP_EXCLUDES(m_turn);
-    /// @param since  what may be missing was sent later, in seconds since the epoch
+    /// @param since  what may be missing was sent later, by the monotonic clock
     void lose(const FeedStream& stream, double since) TP_EXCLUDES(m_turn);
     void recover() TP_EXCLUDES(m_turn);
+    /// The stream ends, and what it has lost others bring, if anybody.
+    void forget(const FeedStream& stream) TP_EXCLUDES(m_turn);
     /// The hub has sent less than there was, until now; its data goes on.
     void skip(const FeedStream& stream, const tivra::Gap& gap) TP_EXCLUDES(m_turn);
 
@@ -102,6 +104,15 @@ private:
     /// there may be a gap before it, and there may be another one behind it.
     enum class Asked : std::uint8_t { AndServed, Anew, AnewButUpdated };
 
+    struct LostHome {
+        const FeedStream* stream;
+        double since; ///< what it had sent before has come, by the monotonic clock
+    };
+    struct Several {
+        std::vector<const FeedStream*> homes; ///< beside m_home
+        std::vector<LostHome> lost;           ///< nothing has come of them since
+    };
+
     void enterAdded() TP_REQUIRES(m_turn);
     void endTurn() TP_NO_THREAD_SAFETY_ANALYSIS;
     void dropClosedLater();
@@ -112,7 +123,8 @@ private:
     [[nodiscard]] bool removeHome(const FeedStream& stream) TP_REQUIRES(m_turn);
     /// Whoever brings its data is there again.
     void recoverNow() TP_REQUIRES(m_turn);
-    void beginImage() TP_REQUIRES(m_turn);
+    void beginImage(const FeedStream& stream) TP_REQUIRES(m_turn);
+    void reopenGap(const FeedStream& stream) TP_REQUIRES(m_turn);
     void beginGap(tivra::Gap::Cause cause, double since) TP_REQUIRES(m_turn);
     void changeAll(tivra::DataState to, std::string_view cause, const tivra::Error* error = nullptr)
         TP_REQUIRES(m_turn);
@@ -145,10 +157,11 @@ private:
     const FeedStream* m_home TP_GUARDED_BY(m_turn) = nullptr; ///< the stream that its data comes from
     const std::string m_symbol;
     std::atomic<int64_t> m_tag;
-    double m_gapFrom TP_GUARDED_BY(m_turn) = 0.0; ///< since when the gap is open; 0 for none
+    double
+        m_gapFrom TP_GUARDED_BY(m_turn) = 0.0; ///< since when the gap is open, by the monotonic clock; or 0
     std::unique_ptr<Subscriptions> m_others TP_GUARDED_BY(m_turn);
-    /// More of those, for what several hubs carry.
-    std::unique_ptr<std::vector<const FeedStream*>> m_otherHomes TP_GUARDED_BY(m_turn);
+    std::unique_ptr<Several>
+        m_several TP_GUARDED_BY(m_turn); ///< for what several hubs carry, or have carried
 
     std::unique_ptr<Subscriptions> m_added; ///< on their way into m_others; under the registry's mutex
     std::uint32_t m_users = 0; ///< subscriptions that haven't been dropped; under the registry's mutex

@@ -56,6 +56,8 @@ FeedStream::FeedStream(std::shared_ptr<FeedRegistry> registry, const FeedImpl& f
 
 FeedStream::~FeedStream() {
     m_registry->removeStream(*this);
+    if (!m_registry->isDetached())
+        m_items.forEach([this](FeedItem& item) { item.forget(*this); });
     m_registry->callbacks().watch().remove(m_slot);
 }
 
@@ -200,10 +202,9 @@ void FeedStream::connectionLost(double heard) {
     m_conflatedSince.reset(); // the loss is the longer gap
     if (m_registry->isDetached())
         return;
-    const double since = onTheWall(heard);
-    m_items.forEach([this, since](FeedItem& item) {
+    m_items.forEach([this, heard](FeedItem& item) {
         const CallbackSlot::Scope watched(m_slot, item.tag());
-        item.lose(*this, since);
+        item.lose(*this, heard);
     });
 }
 

@@ -1,0 +1,131 @@
+// What a subscription hears of losses that hubs have one by one, and when its gaps begin and end.
+#include "FeedFixture.h"
+
+#include <memory>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tp/Clock.h>
+
+#include "dictionary/MetaTokenMap.h"
+#include "feed/FeedImpl.h"
+#include "feed/FeedSender.h"
+#include "feed/FeedStream.h"
+#include "kvnparse/Message.h"
+#include "receive/Queue.h"
+
+using testing::ElementsAre;
+using namespace tivra_internal;
+
+namespace {
+
+class CountingSender : public FeedSender {
+public:
+    int64_t nextTag() override { return ++m_last; }
+    bool send(tivra::Commands, const tivra::Instrument&, int64_t, int64_t) override { return true; }
+
+private:
+    int64_t m_last = 0;
+};
+
+/// A pattern that two hubs serve, which the test has say what it likes, while the clocks stand.
+class GapTest : public testing::Test {
+protected:
+    GapTest() {
+        for (const auto& hub : {&one, &other})
+            sendImage(**hub);
+        finishImage(*one);
+        lines.clear();
+    }
+    ~GapTest() override { owner->close(std::chrono::seconds(20)); }
+
+    [[nodiscard]] std::unique_ptr<FeedStream> open(const char* hub) {
+        return std::make_unique<FeedStream>(registry, *owner, dictionary, hub, queue);
+    }
+    void sendImage(FeedStream& stream) { stream.deliver({message, item->tag()}); }
+    void finishImage(FeedStream& stream) { stream.deliver({message, item->tag(), 0, true}); }
+    /// With the last thing read so many seconds ago.
+    static void lose(FeedStream& stream, double ago) { stream.connectionLost(tp::Clock::monotonic() - ago); }
+    void comeBack(FeedStream& stream) {
+        stream.connectionBegins();
+        sendImage(stream);
+        finishImage(stream);
+    }
+
+    const std::shared_ptr<FeedImpl> owner = FeedImpl::make([] {
+        tivra::FeedOptions options;
+        options.hosts = {"127.0.0.1:1"};
+        options.user = "demo";
+        options.password = "demo";
+        return options;
+    }());
+    const tp::ManualClock clock;
+    CountingSender sender;
+    const std::shared_ptr<FeedRegistry> registry = std::make_shared<FeedRegistry>(sender, nullptr);
+    const MetaTokenMap dictionary;
+    const Queue queue{1, false, nullptr, 70};
+    const KVNAPI::Message message;
+    std::vector<std::string> lines; ///< "Stale", "image", "gap of 30 s"
+    const std::shared_ptr<SubscriptionState> subscription = subscribe();
+    const std::shared_ptr<FeedItem> item = subscription->item();
+    std::unique_ptr<FeedStream> one = open("127.0.0.1:1");
+    std::unique_ptr<FeedStream> other = open("127.0.0.2:1");
+
+private:
+    std::shared_ptr<SubscriptionState> subscribe() {
+        tivra::SubscriptionHandlers handlers;
+        handlers.onUpdate = [this](const tivra::Update&) { lines.emplace_back("image"); };
+        handlers.onState = [this](const tivra::SubscriptionView&, const tivra::StateChange& change) {
+            lines.emplace_back(nameOf(change.to));
+        };
+        handlers.onGap = [this](const tivra::SubscriptionView&, const tivra::Gap& gap) {
+            const auto length = std::chrono::round<std::chrono::seconds>(gap.to - gap.from);
+            lines.push_back("gap of " + std::to_string(length.count()) + " s");
+        };
+        return registry->subscribe(ItemKind::Pattern, {100, "I*"},
+                                   std::make_shared<const tivra::SubscriptionHandlers>(std::move(handlers)));
+    }
+};
+
+} // namespace
+
+TEST_F(GapTest, BeginsWithTheEarliestLossInWhicheverOrderTheyAreNoticed) {
+    for (const auto& [first, second] : {std::pair(10.0, 30.0), std::pair(30.0, 10.0)}) {
+        lines.clear();
+        lose(*one, first);
+        lose(*other, second);
+        sendImage(*one);
+        EXPECT_THAT(lines, ElementsAre("Stale", "Recovering", "gap of 30 s", "image")) << first;
+        comeBack(*other);
+        finishImage(*one);
+    }
+}
+
+TEST_F(GapTest, GoesOnForWhatAHubCarriesThatIsNotBack) {
+    lose(*one, 30.0);
+    lose(*other, 10.0);
+    comeBack(*one);
+    EXPECT_THAT(lines, ElementsAre("Stale", "Recovering", "gap of 30 s", "image", "Stale"));
+    lines.clear();
+    tp::Clock::advance(5.0);
+    comeBack(*other);
+    EXPECT_THAT(lines, ElementsAre("Recovering", "gap of 15 s", "image", "Live"));
+}
+
+TEST_F(GapTest, EndsWithWhoeverTakesOverFromAHubThatHasGoneForGood) {
+    lose(*one, 30.0);
+    lose(*other, 10.0);
+    comeBack(*one);
+    other.reset();
+    lines.clear();
+    comeBack(*(other = open("127.0.0.3:1")));
+    EXPECT_THAT(lines, ElementsAre("Recovering", "gap of 10 s", "image", "Live"));
+}
+
+TEST_F(GapTest, IsAsLongAsItWasThoughTheClockIsSetMeanwhile) {
+    lose(*one, 10.0);
+    tp::Clock::stepWallClock(-3600.0);
+    tp::Clock::advance(5.0);
+    comeBack(*one);
+    EXPECT_THAT(lines, ElementsAre("Stale", "Recovering", "gap of 15 s", "image", "Live"));
+}
