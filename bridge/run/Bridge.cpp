@@ -249,7 +249,10 @@ void Bridge::countTroubles() {
 void Bridge::take(unsigned partition) {
     const PartitionShare::Before before = m_share.before(partition);
     const StreamEnd end = m_publisher.endOf(partition);
-    const std::uint64_t epoch = std::max(before.epoch, end.epoch) + 1;
+    // Where the engine has dropped batches and lease alike, readers and last values still know the epoch. It
+    // was at most the number of batches that there were, since each has at least one.
+    const bool isForgotten = before.epoch == 0 && end.epoch == 0;
+    const std::uint64_t epoch = (isForgotten ? end.position : std::max(before.epoch, end.epoch)) + 1;
     // Readers leave out what has a higher one.
     if (epoch > kMostEpoch)
         throw BusError(

@@ -127,6 +127,15 @@ TEST_F(BridgeTest, AfterTheLastEpochNothingIsWrittenThatReadersWouldRefuse) {
     EXPECT_EQ(bus.stream(1).size(), 1U);
 }
 
+TEST_F(BridgeTest, WhereBatchesAndLeasesAreDroppedTheEpochIsAboveAllThatThereWere) {
+    // Each epoch had a batch at least, of which nothing is left but its place.
+    bus.setStream(1, {"", "", ""});
+    const Bridge bridge(options(), feed, bus, share, [](const std::string&) {});
+    ASSERT_TRUE(waitUntil([&] { return bus.stream(1).size() > 3 && bus.stream(2).size() > 0; }));
+    EXPECT_EQ(headerOf(bus.stream(1)[3]).epoch, 4U);
+    EXPECT_EQ(headerOf(bus.stream(2)[0]).epoch, 1U);
+}
+
 TEST_F(BridgeTest, OneThatMayHaveBeenReplacedWritesNoLastValuesUntilItIsSeenAgain) {
     const Bridge bridge(options(), feed, bus, share, [this](const std::string& line) { story.add(line); });
     const auto hasLast = [this](const std::string& text) {
