@@ -107,6 +107,11 @@ void KafkaSends::onDelivery(rd_kafka_t* handle, const rd_kafka_message_t* messag
     const std::unique_ptr<Flight> flight(static_cast<Flight*>(message->_private));
     if (message->err == RD_KAFKA_RESP_ERR_NO_ERROR) {
         static_cast<KafkaClient*>(self)->answered();
+        if (message->offset < 0) {
+            // It was sent again, and the server knows only that it has it.
+            flight->done({SendResult::Outcome::Conflict, 0, 0, "it is stored, and nobody knows where"});
+            return;
+        }
         flight->done({SendResult::Outcome::Stored, static_cast<std::uint64_t>(message->offset) + 1, 0, {}});
         return;
     }

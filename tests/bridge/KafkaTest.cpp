@@ -157,6 +157,19 @@ TEST(KafkaPublisher, WhatTheBrokerRefusesEndsWithItsCause) {
     EXPECT_EQ(last.outcome, Outcome::Stored) << last.cause;
 }
 
+TEST(KafkaPublisher, WhatIsStoredNobodyKnowsWhereIsLookedFor) {
+    MockKafka kafka;
+    Writer writer(kafka, "me");
+    ASSERT_EQ(writer.send(batch(1, 1), 0).outcome, Outcome::Stored);
+    // As a broker says that has forgotten where it has put a message that is sent again.
+    kafka.refuseNextProduce(RD_KAFKA_RESP_ERR_DUPLICATE_SEQUENCE_NUMBER);
+    EXPECT_EQ(writer.send(batch(1, 2), 1).outcome, Outcome::Conflict);
+    EXPECT_EQ(writer.end().epoch, 1U) << "the broker has lost nothing";
+    kafka.refuseNextProduce(RD_KAFKA_RESP_ERR_DUPLICATE_SEQUENCE_NUMBER);
+    EXPECT_THROW((void)writer.publisher().storeDictionary("fields"), UnreadyError);
+    EXPECT_EQ(writer.publisher().storeDictionary("fields"), 1U);
+}
+
 TEST(KafkaSends, AProducerThatCannotGoOnIsReplacedAndAllThatItHadEnds) {
     MockKafka kafka;
     KafkaSends sends(kafka.address(), "me");
