@@ -51,6 +51,10 @@ KafkaLeaseTable::KafkaLeaseTable(const KafkaAddress& address, const std::string&
     , m_sends(forLeases(address), writer, kPatience) {}
 
 std::vector<LeaseEntry> KafkaLeaseTable::entries() {
+    // Whoever reads while the log's first messages are dropped may take another's write for one that came
+    // too late. Not each time: whoever may write to the log could make that endless.
+    if (m_isDoubtful && Clock::now() - m_begun >= m_keepFor)
+        beginAgain();
     const KafkaReader::Extent extent = m_ends.extentOf(kLeaseTopic, 0);
     followExtent(extent);
     readTo(extent.end);
@@ -72,6 +76,9 @@ void KafkaLeaseTable::followExtent(const KafkaReader::Extent& extent) {
         m_entries.clear();
         m_next = extent.first;
         m_first = extent.first;
+        m_readBefore = std::min(m_readBefore, extent.end);
+        m_isDoubtful = false;
+        m_begun = Clock::now();
     }
     m_first = std::max(m_first, extent.first);
     // One who begins now doesn't see these, and all have to decide alike.
@@ -102,21 +109,26 @@ void KafkaLeaseTable::take(const rd_kafka_message_t& message) {
     const std::string key(static_cast<const char*>(message.key), message.key_len);
     const std::string_view replaces = messageHeader(message, kReplacesHeader);
     Entry& entry = m_entries[key];
+    std::uint64_t over = static_cast<std::uint64_t>(message.offset) + 1;
     // Only a lease that is taken out replaces whatever is there.
     if (message.len > 0 || !replaces.empty()) {
         const std::optional<std::uint64_t> revision = numberOf(replaces);
-        const bool isUnseen = entry.revision == 0 && revision && *revision > 0 &&
-                              *revision <= static_cast<std::uint64_t>(m_first);
+        const bool isUnseen =
+            revision && *revision > entry.over && *revision <= static_cast<std::uint64_t>(m_first);
         if (!revision || (*revision != entry.revision && !isUnseen)) {
+            m_isDoubtful = m_isDoubtful || (revision && *revision > entry.revision);
             if (entry.revision == 0)
                 m_entries.erase(key);
             return;
         }
+        over = isUnseen ? *revision : over;
     }
     entry.value.assign(static_cast<const char*>(message.payload), message.len);
     entry.revision = static_cast<std::uint64_t>(message.offset) + 1;
+    entry.over = over;
     entry.isOwn = message.len > 0 && messageHeader(message, kWriterHeader) == m_writer;
-    entry.read = Clock::now();
+    // How old it is when it is read again isn't known, so an own one is written again soon.
+    entry.read = message.offset < m_readBefore ? Clock::time_point{} : Clock::now();
 }
 
 std::uint64_t KafkaLeaseTable::append(const std::string& key, std::string_view value,
@@ -141,8 +153,14 @@ std::optional<std::uint64_t> KafkaLeaseTable::write(const std::string& key, cons
     const auto found = m_entries.find(key);
     if (found != m_entries.end() && found->second.revision == written)
         return written;
-    m_next.reset(); // what is known may be wrong
+    if (found == m_entries.end() || found->second.revision <= revision)
+        beginAgain(); // nobody was first, so what is known is wrong
     return std::nullopt;
+}
+
+void KafkaLeaseTable::beginAgain() {
+    m_readBefore = m_next.value_or(0);
+    m_next.reset();
 }
 
 void KafkaLeaseTable::remove(const std::string& key) {

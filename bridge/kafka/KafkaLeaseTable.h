@@ -40,6 +40,9 @@ private:
     struct Entry {
         std::string value;
         std::uint64_t revision = 0;
+        /// Up to which its revisions are over. Below the present one where that has come after one that isn't
+        /// in the log: a later one may have been the first to replace that.
+        std::uint64_t over = 0;
         bool isOwn = false;
         Clock::time_point read{};
     };
@@ -54,6 +57,8 @@ private:
     [[nodiscard]] std::uint64_t append(const std::string& key, std::string_view value,
                                        const std::string& replaces);
     void keepOwn();
+    /// Reads all of the log again, as one who begins now.
+    void beginAgain();
 
     const std::string m_writer;
     const std::chrono::milliseconds m_keepFor;
@@ -63,6 +68,9 @@ private:
     std::map<std::string, Entry> m_entries;
     std::int64_t m_first = 0;           ///< offsets below it aren't in the log, or weren't when it was begun
     std::optional<std::int64_t> m_next; ///< offset of the first message that hasn't been read
+    std::int64_t m_readBefore = 0;      ///< offsets below it were read before the log was begun again
+    bool m_isDoubtful = false;          ///< somebody has seen a revision that isn't known here
+    Clock::time_point m_begun{};
 };
 
 } // namespace tivra_bus

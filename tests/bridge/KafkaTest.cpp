@@ -85,6 +85,20 @@ Rows rowsOf(KafkaLeaseTable& table) {
     return rows;
 }
 
+constexpr std::size_t kLarge = 1'000'000;
+
+/// Puts so many large messages that count for nothing into the log of leases, so that its first are dropped.
+void fillLeases(const MockKafka& kafka, std::size_t count) {
+    KafkaSends other(kafka.address(), "other");
+    const auto listener = std::make_shared<Listener>();
+    for (std::uint64_t tag = 0; tag < count; ++tag) {
+        other.send({kLeaseTopic, 0, "lease.1", std::string(kLarge, 'x')},
+                   [listener, tag](const SendResult& result) { listener->sent(tag, result); });
+        ASSERT_EQ(listener->await(tag).outcome, Outcome::Stored);
+    }
+}
+constexpr std::size_t kFilled = MockKafka::kMostPartitionBytes / kLarge + 1;
+
 } // namespace
 
 TEST(KafkaTail, TheHighestEpochCountsAndIsOverWhenTwoHaveWrittenInIt) {
@@ -243,14 +257,7 @@ TEST(KafkaLeaseTable, WhatWasDroppedIsKnownToNobodyAndWhatIsHeldIsWrittenAgainBe
     KafkaLeaseTable a(kafka.address(), "a", {}), b(kafka.address(), "b");
     EXPECT_EQ(a.write("lease.0", "of a", 0), 1U);
     EXPECT_EQ(b.write("lease.1", "of b", 0), 2U);
-    KafkaSends other(kafka.address(), "other");
-    const auto listener = std::make_shared<Listener>();
-    const std::string large(1'000'000, 'x');
-    for (std::uint64_t tag = 0; tag < MockKafka::kMostPartitionBytes / large.size() + 1; ++tag) {
-        other.send({kLeaseTopic, 0, "lease.1", large},
-                   [listener, tag](const SendResult& result) { listener->sent(tag, result); });
-        ASSERT_EQ(listener->await(tag).outcome, Outcome::Stored);
-    }
+    fillLeases(kafka, kFilled);
     const Rows rows = rowsOf(a);
     ASSERT_EQ(rows.size(), 0U) << "nobody who begins now sees them";
     const std::optional<std::uint64_t> again = b.write("lease.1", "of b again", 2);
@@ -264,6 +271,59 @@ TEST(KafkaLeaseTable, WhatWasDroppedIsKnownToNobodyAndWhatIsHeldIsWrittenAgainBe
     const Rows kept = rowsOf(late);
     EXPECT_EQ(kept.at("lease.0").second, *again + 3) << "a keeps what it holds";
     EXPECT_EQ(kept.at("lease.1").second, *again);
+}
+
+TEST(KafkaLeaseTable, WhoBeginsInTheMiddleOfARaceAgreesWithThoseWhoHaveSeenItsWinner) {
+    MockKafka kafka;
+    KafkaLeaseTable a(kafka.address(), "a");
+    ASSERT_EQ(a.write("lease.0", "of a", 0), 1U);
+    ASSERT_EQ(a.write("lease.0", std::string(kLarge, 'a'), 1), 2U);
+    KafkaSends loser(kafka.address(), "b");
+    const auto listener = std::make_shared<Listener>();
+    loser.send({kLeaseTopic, 0, "lease.0", "of b", "1"},
+               [listener](const SendResult& result) { listener->sent(1, result); });
+    ASSERT_EQ(listener->await(1).position, 3U);
+    // The winner's message is dropped, and the loser's is the first that is left.
+    fillLeases(kafka, kFilled - 1);
+    const std::optional<std::uint64_t> again = a.write("lease.0", "of a", 2);
+    ASSERT_TRUE(again);
+    KafkaLeaseTable late(kafka.address(), "late");
+    for (KafkaLeaseTable* const table : {&a, &late})
+        EXPECT_EQ(rowsOf(*table), (Rows{{"lease.0", {"of a", *again}}}));
+    EXPECT_EQ(late.write("lease.0", "of late", 3), std::nullopt);
+}
+
+TEST(KafkaLeaseTable, WhoMissesThatOthersBeganAnewReadsItAllAgain) {
+    MockKafka kafka;
+    KafkaLeaseTable a(kafka.address(), "a", {}), b(kafka.address(), "b");
+    ASSERT_EQ(b.write("lease.0", "of b", 0), 1U);
+    ASSERT_EQ(rowsOf(a).size(), 1U);
+    fillLeases(kafka, kFilled);
+    KafkaLeaseTable late(kafka.address(), "late");
+    ASSERT_EQ(late.entries().size(), 0U);
+    std::optional<std::uint64_t> revision = late.write("lease.0", "of late", 0);
+    // It reads that while it takes what is dropped for there still.
+    ASSERT_TRUE(a.write("member.a", "1", 0));
+    for (const char* const value : {"of late", "of late still"}) {
+        revision = late.write("lease.0", value, revision.value());
+        ASSERT_TRUE(revision);
+        (void)a.entries();
+    }
+    EXPECT_EQ(rowsOf(a).at("lease.0"), std::pair(std::string("of late still"), *revision));
+}
+
+TEST(KafkaLeaseTable, RacesThatAreLostKeepNobodyFromWritingAgainWhatItHolds) {
+    MockKafka kafka;
+    KafkaLeaseTable a(kafka.address(), "a", std::chrono::milliseconds(200)), b(kafka.address(), "b");
+    ASSERT_EQ(a.write("lease.0", "of a", 0), 1U);
+    ASSERT_EQ(b.write("lease.1", "of b", 0), 2U);
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+    std::uint64_t revision = 1;
+    while (revision == 1 && Clock::now() < deadline) {
+        ASSERT_EQ(a.write("lease.1", "of a", 0), std::nullopt);
+        revision = rowsOf(a).at("lease.0").second;
+    }
+    EXPECT_GT(revision, 1U);
 }
 
 TEST(KafkaLeaseTable, ABrokerThatDoesNotAnswerIsToldAndNothingIsTakenForUnchanged) {
