@@ -74,6 +74,15 @@ std::vector<std::string> textsOf(std::string_view message) {
     return texts;
 }
 
+/// Empty for a batch that can be read.
+std::string faultOf(const std::string& batch) {
+    try {
+        return textsOf(batch).empty() ? "nothing" : "";
+    } catch (const BatchError& error) {
+        return error.what();
+    }
+}
+
 /// Adds records of all kinds to two batches alike, and sometimes takes the last one out again.
 class RandomRecords {
 public:
@@ -405,19 +414,45 @@ TEST(Batch, LastValuesAreReadWithTheirPlaceInTheStream) {
     EXPECT_THROW((void)readLastValues("{}"), BatchError);
 }
 
+TEST(Batch, AnArrowStreamIsASchemaAndItsTablesAndNothingElse) {
+    const std::string good = batchOf(someValues(), Payload::Arrow);
+    const std::size_t places[] = {
+        0, 8 + static_cast<unsigned char>(good[4]) + 256U * static_cast<unsigned char>(good[5]),
+        good.size() - 8};
+    const std::string schema = good.substr(0, places[1]), end = good.substr(places[2]);
+    const std::string table = good.substr(places[1], places[2] - places[1]);
+    const auto withRecords = [&](const char* count) {
+        std::string changed = schema;
+        return changed.replace(changed.find("\"records\":3") + 10, 1, count);
+    };
+    // What says which texts the numbers of a column stand for, with no content.
+    const std::string dictionary("\xff\xff\xff\xff\x28\0\0\0"
+                                 "\x10\0\0\0\x0c\0\x0c\0\0\0\x04\0\x08\0\0\0"
+                                 "\x0c\0\0\0\x02\0\0\0\x08\0\0\0\x04\0\x04\0"
+                                 "\x04\0\0\0\0\0\0\0",
+                                 48);
+    const std::vector<std::string> once = textsOf(good);
+    std::vector<std::string> twice = once;
+    twice.insert(twice.end(), once.begin(), once.end());
+    EXPECT_EQ(textsOf(withRecords("6") + table + table + end), twice);
+    for (const auto& [batch, message] : std::vector<std::pair<std::string, std::string>>{
+             {schema + table + table + end, "it has 6 rows, and its header says 3"},
+             {schema + end, "it has 0 rows, and its header says 3"},
+             {table + end, "it has no schema"},
+             {schema + schema + table + end, "a batch was wanted after the schema"},
+             {schema + dictionary + table + end, "a batch was wanted after the schema"},
+             {schema + table + dictionary + end, "a batch was wanted after the schema"},
+             {schema + table, "a message was wanted"},
+             {good + good, "bytes are left after its end"}})
+        EXPECT_THAT(faultOf(batch), HasSubstr(message));
+}
+
 TEST(Batch, OfAnArrowStreamEachFaultIsNamed) {
     const std::string good = batchOf(someValues(), Payload::Arrow);
     const auto changed = [&good](const std::string& from, const std::string& to) {
         std::string batch = good;
         batch.replace(batch.find(from), from.size(), to);
         return batch;
-    };
-    const auto errorOf = [](const std::string& batch) {
-        try {
-            return textsOf(batch).empty() ? std::string("nothing") : std::string();
-        } catch (const BatchError& error) {
-            return std::string(error.what());
-        }
     };
     const std::vector<std::pair<std::string, std::string>> cases{
         {changed("\"tivra\":1", "\"tivra\":2"), "metadata: this is layout 2"},
@@ -431,15 +466,15 @@ TEST(Batch, OfAnArrowStreamEachFaultIsNamed) {
         {good + "x", "1 bytes are left"},
         {std::string("\xff\xff\xff\xff\0\0\0\0", 8), "it has no schema"}};
     for (const auto& [batch, message] : cases)
-        EXPECT_THAT(errorOf(batch), HasSubstr(message));
+        EXPECT_THAT(faultOf(batch), HasSubstr(message));
     for (std::size_t length = 0; length < good.size(); ++length)
-        EXPECT_THAT(errorOf(good.substr(0, length)), HasSubstr("a batch")) << length;
-    EXPECT_EQ(errorOf(good), "");
+        EXPECT_THAT(faultOf(good.substr(0, length)), HasSubstr("a batch")) << length;
+    EXPECT_EQ(faultOf(good), "");
     // Whatever a byte becomes, the batch is read or its fault is named.
     for (std::size_t at = 0; at < good.size(); ++at)
         for (const char bits : {'\x01', '\x80', '\xff'}) {
             std::string batch = good;
             batch[at] = static_cast<char>(batch[at] ^ bits);
-            EXPECT_THAT(errorOf(batch), testing::AnyOf("", testing::StartsWith("a batch"))) << at;
+            EXPECT_THAT(faultOf(batch), testing::AnyOf("", testing::StartsWith("a batch"))) << at;
         }
 }
