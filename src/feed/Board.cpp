@@ -27,9 +27,9 @@ public:
         if (!m_board->isClosed())
             inletOf(SubscriptionState::of(subscription)).change(change);
     }
-    void operator()(const SubscriptionView& subscription, const Gap&) const {
+    void operator()(const SubscriptionView& subscription, const Gap& gap) const {
         if (!m_board->isClosed())
-            inletOf(SubscriptionState::of(subscription)).gap();
+            inletOf(SubscriptionState::of(subscription)).gap(gap);
     }
 
 private:

@@ -71,8 +71,10 @@ void BoardInlet::change(const tivra::StateChange& change) {
     });
 }
 
-void BoardInlet::gap() {
-    ++m_section;
+/// A hub's own gap leaves an image that is under way as it is.
+void BoardInlet::gap(const tivra::Gap& gap) {
+    if (gap.cause == tivra::Gap::Cause::Loss || gap.cause == tivra::Gap::Cause::Withdrawal)
+        ++m_section;
     forEachFed([&](Fed& fed) {
         fed.line->countGap();
         m_board->enterChange(*fed.line);

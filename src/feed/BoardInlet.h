@@ -24,7 +24,7 @@ public:
 
     void update(const UpdateData& data);
     void change(const tivra::StateChange& change);
-    void gap();
+    void gap(const tivra::Gap& gap);
 
 private:
     /// A line that it feeds.

@@ -197,8 +197,9 @@ void FeedItem::restore() {
 
 void FeedItem::skip(const FeedStream& stream, const tivra::Gap& gap) {
     const Turn turn(*this);
-    if (m_state != DataState::Live || !isHome(stream))
-        return; // the image closes a gap that is longer
+    // Also while its image comes, or another hub is lost: nothing else makes up for it.
+    if (!isHome(stream))
+        return;
     forEachSubscription([&](SubscriptionState& subscription) {
         if (!subscription.hasEnded())
             subscription.gap(gap, m_registry->callbacks());

@@ -199,9 +199,12 @@ Error FeedStream::refusal(const std::string& what, int64_t status) const {
 }
 
 void FeedStream::connectionLost(double heard) {
-    m_conflatedSince.reset(); // the loss is the longer gap
+    const auto conflatedSince = std::exchange(m_conflatedSince, std::nullopt);
     if (m_registry->isDetached())
         return;
+    if (conflatedSince && *conflatedSince < heard) // the gap of the loss begins only then
+        tellOfGap({tivra::Gap::Cause::Conflation, toTimePoint(onTheWall(*conflatedSince)),
+                   toTimePoint(onTheWall(heard)), std::nullopt, std::nullopt});
     m_items.forEach([this, heard](FeedItem& item) {
         const CallbackSlot::Scope watched(m_slot, item.tag());
         item.lose(*this, heard);

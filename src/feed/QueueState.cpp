@@ -81,9 +81,10 @@ void addTo(std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>
     sum = sum && more ? std::optional<std::uint64_t>(*sum + *more) : std::nullopt;
 }
 
-/// The node's gap goes on to the end of another one.
+/// The node's gap is another one too, which may have begun earlier.
 void add(const tivra::Gap& gap, QueueNode& node) {
     tivra::Gap& whole = node.notice->gap;
+    whole.from = std::min(whole.from, gap.from);
     whole.to = std::max(whole.to, gap.to);
     addTo(whole.messages, gap.messages);
     addTo(whole.bytes, gap.bytes);

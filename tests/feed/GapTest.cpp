@@ -28,6 +28,10 @@ private:
     int64_t m_last = 0;
 };
 
+[[nodiscard]] long lengthOf(const tivra::Gap& gap) {
+    return std::chrono::round<std::chrono::seconds>(gap.to - gap.from).count();
+}
+
 /// A pattern that two hubs serve, which the test has say what it likes, while the clocks stand.
 class GapTest : public testing::Test {
 protected:
@@ -65,7 +69,8 @@ protected:
     const MetaTokenMap dictionary;
     const Queue queue{1, false, nullptr, 70};
     const KVNAPI::Message message;
-    std::vector<std::string> lines; ///< "Stale", "image", "gap of 30 s"
+    tivra::UpdateQueue waiting{{tivra::QueuePolicy::Latest}}; ///< has the gaps
+    std::vector<std::string> lines;                           ///< "Stale", "image", "gap of 30 s"
     const std::shared_ptr<SubscriptionState> subscription = subscribe();
     const std::shared_ptr<FeedItem> item = subscription->item();
     std::unique_ptr<FeedStream> one = open("127.0.0.1:1");
@@ -78,9 +83,10 @@ private:
         handlers.onState = [this](const tivra::SubscriptionView&, const tivra::StateChange& change) {
             lines.emplace_back(nameOf(change.to));
         };
-        handlers.onGap = [this](const tivra::SubscriptionView&, const tivra::Gap& gap) {
-            const auto length = std::chrono::round<std::chrono::seconds>(gap.to - gap.from);
-            lines.push_back("gap of " + std::to_string(length.count()) + " s");
+        handlers.onGap = [this, enter = waiting.handlers().onGap](const tivra::SubscriptionView& view,
+                                                                  const tivra::Gap& gap) {
+            lines.push_back("gap of " + std::to_string(lengthOf(gap)) + " s");
+            enter(view, gap);
         };
         return registry->subscribe(ItemKind::Pattern, {100, "I*"},
                                    std::make_shared<const tivra::SubscriptionHandlers>(std::move(handlers)));
@@ -116,9 +122,10 @@ TEST_F(GapTest, EndsWithWhoeverTakesOverFromAHubThatHasGoneForGood) {
     lose(*one, 30.0);
     lose(*other, 10.0);
     comeBack(*one);
+    const std::unique_ptr<FeedStream> third = open("127.0.0.3:1");
     other.reset();
     lines.clear();
-    comeBack(*(other = open("127.0.0.3:1")));
+    comeBack(*third);
     EXPECT_THAT(lines, ElementsAre("Recovering", "gap of 10 s", "image", "Live"));
 }
 
@@ -128,4 +135,32 @@ TEST_F(GapTest, IsAsLongAsItWasThoughTheClockIsSetMeanwhile) {
     tp::Clock::advance(5.0);
     comeBack(*one);
     EXPECT_THAT(lines, ElementsAre("Stale", "Recovering", "gap of 15 s", "image", "Live"));
+}
+
+TEST_F(GapTest, OfAHubsOwnIsToldWhileAnImageComesAndWhileAnotherHubIsLost) {
+    lose(*one, 10.0);
+    lose(*other, 10.0);
+    one->connectionBegins();
+    sendImage(*one);
+    lines.clear();
+    one->hubDropped(500, tp::Clock::monotonic() - 2.0);
+    finishImage(*one);
+    one->hubDropped(500, tp::Clock::monotonic() - 3.0);
+    EXPECT_THAT(lines, ElementsAre("gap of 2 s", "Stale", "gap of 3 s"));
+}
+
+TEST_F(GapTest, OfConflationEndsWhereThatOfALossBegins) {
+    one->conflationChanged(true, tp::Clock::monotonic() - 40.0);
+    lose(*one, 30.0);
+    comeBack(*one);
+    EXPECT_THAT(lines, ElementsAre("gap of 10 s", "Stale", "Recovering", "gap of 30 s", "image", "Live"));
+}
+
+TEST_F(GapTest, OfSeveralThatWaitInAQueueBeginsWithTheEarliest) {
+    lose(*one, 10.0);
+    comeBack(*one);
+    lose(*other, 30.0);
+    comeBack(*other);
+    EXPECT_EQ(waiting.poll(10, [](const tivra::QueueEvent& event) { EXPECT_EQ(lengthOf(*event.gap), 30); }),
+              1U);
 }
