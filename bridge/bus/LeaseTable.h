@@ -27,7 +27,8 @@ public:
     /// @return the new revision; nothing when somebody else was first. @throws BusError
     [[nodiscard]] virtual std::optional<std::uint64_t> write(const std::string& key, const std::string& value,
                                                              std::uint64_t revision) = 0;
-    /// Takes an entry out. @throws BusError
+    /// Takes an entry out; where the table can tell, one that has changed since it was read stays.
+    /// @throws BusError
     virtual void remove(const std::string& key) = 0;
 };
 

@@ -110,7 +110,7 @@ void KafkaLeaseTable::take(const rd_kafka_message_t& message) {
     const std::string_view replaces = messageHeader(message, kReplacesHeader);
     Entry& entry = m_entries[key];
     std::uint64_t over = static_cast<std::uint64_t>(message.offset) + 1;
-    // Only a lease that is taken out replaces whatever is there.
+    // Only one that is taken out by who doesn't know it replaces whatever is there.
     if (message.len > 0 || !replaces.empty()) {
         const std::optional<std::uint64_t> revision = numberOf(replaces);
         const bool isUnseen =
@@ -164,7 +164,8 @@ void KafkaLeaseTable::beginAgain() {
 }
 
 void KafkaLeaseTable::remove(const std::string& key) {
-    (void)append(key, {}, {});
+    const auto found = m_entries.find(key);
+    (void)append(key, {}, found != m_entries.end() ? std::to_string(found->second.revision) : "");
 }
 
 void KafkaLeaseTable::keepOwn() {

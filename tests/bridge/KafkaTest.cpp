@@ -250,6 +250,10 @@ TEST(KafkaLeaseTable, OfThoseThatReplaceOneRevisionTheFirstCountsForAll) {
     EXPECT_EQ(rowsOf(late), Rows());
     EXPECT_EQ(late.write("lease.0", "of late", 5), 6U);
     EXPECT_EQ(rowsOf(b), (Rows{{"lease.0", {"of late", 6}}}));
+    // One that is taken for dead may be back by the time that it is taken out.
+    EXPECT_EQ(late.write("lease.0", "of late still", 6), 7U);
+    b.remove("lease.0");
+    EXPECT_EQ(rowsOf(a), (Rows{{"lease.0", {"of late still", 7}}}));
 }
 
 TEST(KafkaLeaseTable, WhatWasDroppedIsKnownToNobodyAndWhatIsHeldIsWrittenAgainBefore) {
