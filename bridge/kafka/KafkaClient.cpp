@@ -98,7 +98,8 @@ KafkaClient::KafkaClient(Role role, const KafkaAddress& address, Setup setup)
     KafkaConf conf(rd_kafka_conf_new());
     // What the bridge needs comes last, so that nothing takes its place.
     set(conf.get(), "reconnect.backoff.ms", "100"); // the client library adds jitter and doubles it
-    set(conf.get(), "reconnect.backoff.max.ms", "5000");
+    // Bridges have to be back together, or leases are over meanwhile.
+    set(conf.get(), "reconnect.backoff.max.ms", "1000");
     set(conf.get(), "topic.metadata.refresh.interval.ms", "30000");
     set(conf.get(), "socket.nagle.disable", "true"); // each batch is waited for
     set(conf.get(), "socket.timeout.ms", "10000");   // or a server that is cut off is waited for a minute

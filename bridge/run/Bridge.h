@@ -123,7 +123,8 @@ private:
     RepeatedTrouble m_dictionaryTrouble;
     std::map<unsigned, Tenure> m_tenures;
     std::map<unsigned, RepeatedTrouble> m_troubles; ///< by partition
-    RepeatedTrouble m_engineTrouble;
+    /// Bridges whose engine is back have to meet again before a lease is over.
+    RepeatedTrouble m_engineTrouble{std::chrono::seconds(1)};
     bool m_answersAtEnd = true; ///< the engine, when leases were given back last
     Clock::time_point m_nextLeases{};
     Clock::time_point m_nextStatus{};
