@@ -65,6 +65,11 @@ bool isPassing(rd_kafka_resp_err_t error) {
     case RD_KAFKA_RESP_ERR_NOT_LEADER_FOR_PARTITION:
     case RD_KAFKA_RESP_ERR_REQUEST_TIMED_OUT:
         return true;
+    // Of a topic that another broker has just created.
+    case RD_KAFKA_RESP_ERR_UNKNOWN_TOPIC_OR_PART:
+    case RD_KAFKA_RESP_ERR__UNKNOWN_PARTITION:
+    case RD_KAFKA_RESP_ERR__UNKNOWN_TOPIC:
+        return true;
     default:
         return false;
     }

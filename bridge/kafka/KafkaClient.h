@@ -15,7 +15,7 @@
 
 namespace tivra_bus {
 
-/// Whether an error may be over by itself: brokers start, or elect a leader.
+/// Whether an error may be over by itself: brokers start, elect a leader, or hear of a topic late.
 [[nodiscard]] bool isPassing(rd_kafka_resp_err_t error);
 /// What to do about it, after a colon; nothing if that is unknown.
 [[nodiscard]] const char* adviceFor(rd_kafka_resp_err_t error);
