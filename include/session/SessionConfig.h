@@ -59,7 +59,8 @@ public:
         /// true: over a compressed connection reading waits whenever the receive queue is nearly full, for as
         /// long as your callbacks have something to take out of it. Nothing is lost then and the connection
         /// stays up: what you don't take waits in the socket and at the hub, which may merge it or give you
-        /// up. Default false: a full queue of a compressed connection costs the connection.
+        /// up. Default false: a full queue of a compressed connection costs the connection. A tivra::Feed has
+        /// it on, and its plain connections wait too.
         HOLD_READS_BOOL = 11,
         /// true: tivra::Update::receivedAt, and the times from the socket in tivra::FeedStatistics, count
         /// from when the kernel got the last packet of what a read took, so that waiting in the socket shows.

@@ -36,7 +36,7 @@ struct HubClientOptions {
     bool onlyAllowedHubs = false;                     ///< others are not dialled, instead of a warning
     bool watchlistInUse = false;
     bool inlineDelivery = false; ///< the thread that reads delivers too
-    bool holdReads = false;      ///< of a compressed stream, instead of closing it for want of room
+    bool holdReads = false;      ///< for want of room, instead of closing the stream or dropping of it
     bool stampArrivals = false;  ///< messages have the time when the kernel got them
     bool isDummy = false;        ///< a placeholder with a queue, but without socket and reactor
 

@@ -260,6 +260,7 @@ private:
     [[nodiscard]] std::size_t mostOfARead() const;
     void leaveEnd(const char* read);
     [[nodiscard]] bool readWithoutRoom(const tp::ByteStream& stream);
+    void dropUnframed();
     [[nodiscard]] bool readPlain(const tp::ByteStream& stream, std::size_t length, double curtime);
     [[nodiscard]] bool readCompressed(const tp::ByteStream& stream, KVNAPI::StreamParser& parser, Room room,
                                       ReadMode mode, double curtime);

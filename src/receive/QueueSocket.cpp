@@ -166,6 +166,7 @@ bool Queue::readWithoutRoom(const tp::ByteStream& stream) {
     const ssize_t got = stream.read(dropped, sizeof dropped);
     if (got > 0) {
         m_stats.in.cum_dropped_bytes.add(static_cast<uint64_t>(got));
+        dropUnframed();
         return judgeDropped({dropped, dropped + got});
     }
     if (got == 0) {
@@ -176,6 +177,16 @@ bool Queue::readWithoutRoom(const tp::ByteStream& stream) {
         m_sawEndOfStream = true;
     }
     return false;
+}
+
+// The beginning of a frame, and what comes behind a hole, might look like a whole one.
+void Queue::dropUnframed() {
+    Stretch rest{};
+    if (!unframed(rest))
+        return; // the next read starts afresh
+    m_stats.in.cum_dropped_bytes.add(
+        static_cast<uint64_t>((rest.end - rest.start) + (rest.end2 - rest.start2)));
+    m_WriteStream = rest.start;
 }
 
 bool Queue::readPlain(const tp::ByteStream& stream, std::size_t length, double curtime) {

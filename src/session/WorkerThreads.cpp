@@ -187,7 +187,8 @@ HubClient* SessionImpl::insertHubClient(HostConfigImpl& host, HubRole role) {
         options.compression = host.getBoolean(HostConfig::COMPRESSION_BOOL, true);
         options.watchlistInUse = settings().isWatchlistOn();
         options.inlineDelivery = settings().isDeliveringInline();
-        options.holdReads = options.compression && settings().isHoldingReads();
+        // No gap would tell a feed's subscriptions of what is dropped for want of room.
+        options.holdReads = settings().isHoldingReads() && (options.compression || m_streams != nullptr);
         options.stampArrivals = !options.compression && settings().isStampingArrivals();
         options.tls = tlsSettingsOf(host);
         options.stopAfterRefusal = host.getBoolean(HostConfig::STOP_AFTER_REFUSAL_BOOL, false);

@@ -128,6 +128,34 @@ TEST(FeedMeasures, TheQueueFillsBehindACallbackThatTakesItsTimeAndEmptiesAfterIt
     EXPECT_EQ(waitForFill(0.0, 0.0), 0.0);
 }
 
+TEST(FeedMeasures, ACallbackThatStandsStillLosesNothingOverAPlainConnectionEither) {
+    for (const char* isCompressed : {"false", "true"}) {
+        SCOPED_TRACE(isCompressed);
+        tivra_testkit::StartedHub hub;
+        tivra::FeedOptions options = optionsFor(hub);
+        options.parameters = {{"COMPRESSION_BOOL", isCompressed}, {"QUEUE_SIZE_LONG", "1"}};
+        Story story;
+        Feed feed = Feed::open(std::move(options));
+        tivra_testkit::Gate gate;
+        constexpr int kUpdates = 4'000; // of 1,000 bytes, four times what the queue holds
+        int received = 0;
+        auto ibm = feed.subscribe({100, "IBM"}, [&](const tivra::Update& update) {
+            gate.wait();
+            if (update.kind() == tivra::Update::Kind::Update && ++received == kUpdates)
+                story.add("all");
+        });
+        ASSERT_TRUE(hub.waitForSubscriptions(1));
+        for (int i = 0; i < kUpdates; ++i)
+            hub.sendBody("4=100|5=IBM|3974=" + std::string(1'000, static_cast<char>('a' + i % 26)));
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (feed.statistics().hubs.at(0).queueFill < 0.7 && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+        gate.open();
+        EXPECT_TRUE(story.waitFor("all"));
+        EXPECT_EQ(hub.statistics().accepted, 1U);
+    }
+}
+
 // The thread that reads is in the callback while the second update of a pair comes. Where it isn't, since
 // callbacks have been handed over, the pair says nothing; and the kernel takes a moment to begin with stamps.
 TEST(FeedMeasures, WithKernelTimeStampsWaitingInTheSocketShows) {

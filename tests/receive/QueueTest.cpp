@@ -222,6 +222,28 @@ TEST_F(RingTest, FullRingDropsWhatTheSocketBringsAndFindsItsWayBack) {
     EXPECT_EQ(handler.frames.back(), last);
 }
 
+// Frames of one length, such as many streams have, and a drop that begins and ends in the same place of one.
+TEST_F(RingTest, FrameThatADropHasCutIsNotJoinedWithTheRestOfAnotherOne) {
+    const auto frameOfAll = [](char byte) { return frameOf(std::string(96 - 7, byte)); };
+    const std::string cut = frameOfAll('a'), between = frameOfAll('b'), rest = frameOfAll('c');
+    std::string whole;
+    while (whole.size() + cut.size() <= kRing - Queue::MIN_AVAIL_LEN)
+        whole += between;
+    feed(whole);
+    feed(cut.substr(0, 70));
+    std::string dropped = cut.substr(70);
+    while (dropped.size() + between.size() <= Queue::MIN_AVAIL_LEN)
+        dropped += between;
+    feed(dropped + rest.substr(0, 70));
+    ASSERT_EQ(droppedIn(), Queue::MIN_AVAIL_LEN + 70);
+    popAll();
+    feed(rest.substr(70) + frameOf("1=last"));
+    popAll();
+    ASSERT_EQ(handler.frames.size(), whole.size() / between.size() + 1);
+    EXPECT_EQ(handler.frames.back(), frameOf("1=last"));
+    EXPECT_EQ(droppedIn(), dropped.size() + rest.size() + 70);
+}
+
 TEST_F(RingTest, GarbageThatFindsNoRoomCountsUntilAFrameEndsIt) {
     const std::string frame = frameOf("1=a"), garbage(20'000, 'g');
     feed(frame); // is never taken

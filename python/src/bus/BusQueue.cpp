@@ -89,6 +89,7 @@ bool BusQueue::mergeNotice(Notices& notices, const Event& event) {
         const auto addTo = [](std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>& more) {
             sum = sum && more ? std::optional(*sum + *more) : std::nullopt;
         };
+        last.gap->from = std::min(last.gap->from, event.gap->from); // a loss may be noticed late
         last.gap->to = std::max(last.gap->to, event.gap->to);
         addTo(last.gap->messages, event.gap->messages);
         addTo(last.gap->bytes, event.gap->bytes);
