@@ -40,7 +40,8 @@ public:
     [[nodiscard]] virtual std::uint64_t behind() const = 0;
 };
 
-/// What a reader asks of an engine. Calls wait for the engine, no longer than its time for answers.
+/// What a reader asks of an engine. Calls wait for the engine, no longer than its time for answers;
+/// Kafka's, where a broker falls silent in the middle of one, up to four times as long.
 /// @thread one at a time, isConnected() any
 class BusSource {
 public:

@@ -32,6 +32,14 @@ constexpr milliseconds kSurelyAlive{2000};
 /// Hubs that come back within that time cost nobody a partition.
 constexpr milliseconds kHubPatience{3000};
 
+/// Where the engine has dropped batches and lease alike, readers and last values still know the epoch. There
+/// was hardly one without a batch, and surely not one each second.
+std::uint64_t aboveForgotten(const StreamEnd& end) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now).count();
+    return std::max(end.position, static_cast<std::uint64_t>(std::max<std::int64_t>(seconds, 0)));
+}
+
 } // namespace
 
 Bridge::Bridge(BridgeOptions options, tivra::Feed& feed, BusPublisher& publisher, PartitionShare& share,
@@ -127,12 +135,17 @@ void Bridge::manage() {
             const tp::MutexLock lock(m_mutex);
             if (!m_isEnding && m_end.empty())
                 m_ending.waitFor(m_mutex, kLookEvery);
-            if (m_isEnding || !m_end.empty())
-                break;
         }
+        if (isEnding())
+            break;
         manageOnce();
     }
     end();
+}
+
+bool Bridge::isEnding() const {
+    const tp::MutexLock lock(m_mutex);
+    return m_isEnding || !m_end.empty();
 }
 
 void Bridge::manageOnce() {
@@ -182,6 +195,14 @@ void Bridge::renew() {
     m_renewed = m_share.confirmed();
 }
 
+void Bridge::renewIfPossible() {
+    try {
+        renew();
+    } catch (const BusError&) {
+        // It is tried again soon.
+    }
+}
+
 void Bridge::manageLeases() {
     const LeaseDecision decision = m_share.decide(held(), isReady());
     if (const std::string why = m_share.end(); !why.empty()) {
@@ -199,7 +220,10 @@ void Bridge::manageLeases() {
     for (const unsigned partition : decision.giveBack)
         attempt(partition, [&] { m_share.giveBack(partition); });
     for (const unsigned partition : decision.take) {
-        attempt(partition, [&] { take(partition); });
+        if (isEnding())
+            return;
+        if (!attempt(partition, [&] { take(partition); }))
+            look(); // the attempt may have taken its time
         renew();
     }
     forgetTroubles(decision);
@@ -249,10 +273,8 @@ void Bridge::countTroubles() {
 void Bridge::take(unsigned partition) {
     const PartitionShare::Before before = m_share.before(partition);
     const StreamEnd end = m_publisher.endOf(partition);
-    // Where the engine has dropped batches and lease alike, readers and last values still know the epoch. It
-    // was at most the number of batches that there were, since each has at least one.
-    const bool isForgotten = before.epoch == 0 && end.epoch == 0;
-    const std::uint64_t epoch = (isForgotten ? end.position : std::max(before.epoch, end.epoch)) + 1;
+    const bool isForgotten = before.epoch == 0 && end.epoch == 0 && end.position > 0;
+    const std::uint64_t epoch = (isForgotten ? aboveForgotten(end) : std::max(before.epoch, end.epoch)) + 1;
     // Readers leave out what has a higher one.
     if (epoch > kMostEpoch)
         throw BusError(
@@ -313,10 +335,20 @@ void Bridge::release(const std::vector<unsigned>& partitions) {
     for (const unsigned partition : partitions) {
         const bool isStored = m_tenures.at(partition).writer->isDrained();
         drop(partition, isStored ? "given back" : "given back, and not all of it was stored in time");
-        answers =
-            answers && m_publisher.isConnected() && attempt(partition, [&] { m_share.giveBack(partition); });
+        answers = answers && m_publisher.isConnected() && giveBack(partition);
     }
     m_answersAtEnd = answers;
+}
+
+/// Whatever trouble there was with its batches.
+bool Bridge::giveBack(unsigned partition) {
+    try {
+        m_share.giveBack(partition);
+        return true;
+    } catch (const std::exception& error) {
+        noteTrouble(partition, error.what());
+        return false;
+    }
 }
 
 void Bridge::drain(const std::vector<unsigned>& partitions) {
@@ -331,11 +363,7 @@ void Bridge::drain(const std::vector<unsigned>& partitions) {
             if (writer.needsLook() && Clock::now() < deadline)
                 attempt(partition, [&] { writer.looked(m_publisher.endOf(partition)); });
         }
-        try {
-            renew();
-        } catch (const BusError&) {
-            // Those who think that it is dead take what is given away anyway.
-        }
+        renewIfPossible(); // those who think that it is dead take what is given away anyway
         const tp::MutexLock lock(m_mutex);
         m_ending.waitFor(m_mutex, kSendEvery);
     }
@@ -344,11 +372,13 @@ void Bridge::drain(const std::vector<unsigned>& partitions) {
 void Bridge::look() {
     std::vector<std::pair<unsigned, std::string>> fenced;
     for (auto& [partition, tenure] : m_tenures) {
+        if (isEnding())
+            return;
         PartitionWriter& writer = *tenure.writer;
         if (writer.needsLook()) {
             attempt(partition,
                     [&writer, partition = partition, this] { writer.looked(m_publisher.endOf(partition)); });
-            renew();
+            renewIfPossible(); // the next look at the leases says what is wrong
         }
         const std::string trouble = writer.trouble();
         if (writer.isFenced())

@@ -84,6 +84,8 @@ private:
     void manageLeases();
     /// Shows that this bridge is alive, when that is due. Called between any two steps that may wait.
     void renew();
+    void renewIfPossible();
+    [[nodiscard]] bool isEnding() const TP_EXCLUDES(m_mutex);
     [[nodiscard]] bool isReady();
     /// Does it, and notes what it throws as the partition's trouble. @return whether it hasn't thrown
     bool attempt(unsigned partition, const std::function<void()>& action);
@@ -92,6 +94,8 @@ private:
     void countTroubles();
     void take(unsigned partition);
     void release(const std::vector<unsigned>& partitions);
+    /// @return whether the engine has answered
+    bool giveBack(unsigned partition);
     /// Waits until all that was taken is stored, or the time is over.
     void drain(const std::vector<unsigned>& partitions);
     void drop(unsigned partition, const std::string& why);

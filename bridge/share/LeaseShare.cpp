@@ -52,10 +52,12 @@ void LeaseShare::renew(bool isReady) {
     const std::optional<std::uint64_t> revision =
         m_table.write(m_book.memberKey(), m_book.memberValue(isReady), m_book.memberRevision());
     if (!revision) {
-        // Somebody else has written it, or its own write before was stored without an answer: the table says
-        // which.
-        m_nextRenewal = {};
-        throw BusError("the entry under the name " + m_book.self().name + " was changed by somebody else");
+        // The table says which, and by what revision it can be written.
+        m_book.read(m_table.entries(), now);
+        throw BusError(
+            fmt::format("the entry under the name {} was changed, by another bridge of that name or by "
+                        "a write of this one whose answer was lost",
+                        m_book.self().name));
     }
     m_book.wroteMember(*revision, isReady, now);
     m_confirmed = now;

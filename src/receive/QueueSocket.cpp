@@ -181,12 +181,10 @@ bool Queue::readWithoutRoom(const tp::ByteStream& stream) {
 
 // The beginning of a frame, and what comes behind a hole, might look like a whole one.
 void Queue::dropUnframed() {
-    Stretch rest{};
-    if (!unframed(rest))
-        return; // the next read starts afresh
-    m_stats.in.cum_dropped_bytes.add(
-        static_cast<uint64_t>((rest.end - rest.start) + (rest.end2 - rest.start2)));
-    m_WriteStream = rest.start;
+    char* const end = m_WriteQueue.load(std::memory_order_relaxed);
+    const auto unframed = m_WriteStream - end + (m_WriteStream < end ? m_BufferEnd - m_BufferStart : 0);
+    m_stats.in.cum_dropped_bytes.add(static_cast<uint64_t>(unframed));
+    m_WriteStream = end;
 }
 
 bool Queue::readPlain(const tp::ByteStream& stream, std::size_t length, double curtime) {
