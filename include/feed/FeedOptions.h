@@ -64,8 +64,9 @@ struct TIVRA_API FeedOptions {
     /// The parameters of SessionConfig, ConnectionConfig and HostConfig by their names, such as
     /// {"READ_TIMEOUT_LONG", "10"} or {"read_timeout", "10"}; a bool is "true" or "false", "1" or "0".
     /// docs/parameters.md lists them. WATCHLIST_BOOL and END_LOST_REQUESTS_BOOL are the feed's own, and
-    /// HOLD_READS_BOOL is on unless it is named here, over plain connections too. Without it what a hub sends
-    /// while callbacks are slow may be dropped, and only a warning in the log tells of it.
+    /// HOLD_READS_BOOL is on unless it is named here, over plain connections too. Without it slow callbacks
+    /// cost a compressed connection, with its gap, and over a plain one what comes meanwhile may be dropped,
+    /// which only a warning in the log tells.
     std::map<std::string, std::string> parameters{};
 
     /// Opening is done once that many hubs are ready, though others of `hosts`, and of the hubs that those

@@ -56,8 +56,9 @@ struct Gap {
     };
     Cause cause = Cause::Loss; ///< why data was missed
     /// What is missing was sent later: when the last thing before a loss was read, which may be many seconds
-    /// before it was noticed; when the hub said last how much it had dropped, or began to merge; when a
-    /// withdrawal was noticed. By this machine's clock.
+    /// before it was noticed, or, for a reader who is behind, when nothing more waited in the socket; when it
+    /// was read that the hub had dropped so much, or began to merge; when a withdrawal was noticed. By this
+    /// machine's clock. What still waited at a hub that held data up for a slow reader was sent earlier.
     std::chrono::system_clock::time_point from;
     std::chrono::system_clock::time_point to; ///< when the next data came
     std::optional<std::uint64_t> messages;    ///< how many were missed, where that can be known

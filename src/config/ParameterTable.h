@@ -73,7 +73,8 @@ inline constexpr std::array<ParameterInfo, 13> kSessionParameters{{
      "decode the numbers of a message when they are asked for; worth it where callbacks read two at most"},
     {tivra::SessionConfig::HOLD_READS_BOOL, "HOLD_READS_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible,
-     "wait for slow callbacks instead of dialling a compressed connection again when its queue is full"},
+     "wait for slow callbacks instead of dialling a compressed connection again when its queue is full; a "
+     "feed's plain ones wait too"},
     {tivra::SessionConfig::KERNEL_TIMESTAMPS_BOOL, "KERNEL_TIMESTAMPS_BOOL", ParameterType::Bool, "", 0, 1, 0,
      OutOfRange::Impossible,
      "count the times of messages from when the kernel got them; without compression"},

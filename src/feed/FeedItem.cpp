@@ -102,6 +102,12 @@ void FeedItem::deliverTo(SubscriptionState& latecomer, FeedStream& stream, const
                          m_registry->callbacks(), stream.now());
 }
 
+void FeedItem::answered(const FeedStream& stream) {
+    const Turn turn(*this);
+    if (addHome(stream))
+        beginImage(stream);
+}
+
 /// Of several hubs the last one to answer may be one that has nothing of it.
 void FeedItem::finishImage(FeedStream& stream) {
     const Turn turn(*this);
@@ -145,11 +151,13 @@ void FeedItem::refuse(SubscriptionState& latecomer, const tivra::Error& error) {
 
 void FeedItem::lose(const FeedStream& stream, double since) {
     const Turn turn(*this);
-    if (!removeHome(stream) || m_state == DataState::Pending || m_state == DataState::Refused)
+    if (!removeHome(stream) || m_state == DataState::Refused)
         return;
-    // Of several hubs each has to come back by itself.
-    if (m_several != nullptr)
-        m_several->lost.push_back({&stream, since});
+    // Of several hubs each has to come back by itself, also one that is lost before the others have answered.
+    if (m_several != nullptr || m_kind != ItemKind::Symbol)
+        several().lost.push_back({&stream, since});
+    if (m_state == DataState::Pending)
+        return;
     beginGap(tivra::Gap::Cause::Loss, since);
     m_state = DataState::Stale;
     changeAll(DataState::Stale, kLost);
@@ -263,10 +271,14 @@ bool FeedItem::addHome(const FeedStream& stream) {
         m_home = &stream;
         return true;
     }
+    several().homes.push_back(&stream);
+    return true;
+}
+
+FeedItem::Several& FeedItem::several() {
     if (m_several == nullptr)
         m_several = std::make_unique<Several>();
-    m_several->homes.push_back(&stream);
-    return true;
+    return *m_several;
 }
 
 bool FeedItem::removeHome(const FeedStream& stream) {

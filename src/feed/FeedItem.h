@@ -48,6 +48,9 @@ public:
     /// The image that one subscription has asked for by itself, since it came later than the others.
     void deliverTo(SubscriptionState& latecomer, FeedStream& stream, const StreamMessage& incoming)
         TP_EXCLUDES(m_turn);
+    /// One of several hubs that were asked has answered, maybe without a record: it may carry some of it
+    /// later.
+    void answered(const FeedStream& stream) TP_EXCLUDES(m_turn);
     void finishImage(FeedStream& stream) TP_EXCLUDES(m_turn);
     /// The hub has refused it. Of a source that is withdrawn that is no news.
     void refuse(const tivra::Error& error) TP_EXCLUDES(m_turn);
@@ -121,6 +124,7 @@ private:
     /// True when nothing of that stream had come before.
     bool addHome(const FeedStream& stream) TP_REQUIRES(m_turn);
     [[nodiscard]] bool removeHome(const FeedStream& stream) TP_REQUIRES(m_turn);
+    [[nodiscard]] Several& several() TP_REQUIRES(m_turn);
     /// Whoever brings its data is there again.
     void recoverNow() TP_REQUIRES(m_turn);
     void beginImage(const FeedStream& stream) TP_REQUIRES(m_turn);

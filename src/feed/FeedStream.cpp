@@ -188,6 +188,16 @@ void FeedStream::hubRefused(int64_t tag, int64_t status) {
         (*answer)->addFailure(refusal((*answer)->what(), status));
 }
 
+void FeedStream::hubAnswered(int64_t tag) {
+    const FeedRegistry::Target target = m_registry->targetOf(tag);
+    const auto* const item = std::get_if<std::shared_ptr<FeedItem>>(&target);
+    if (item == nullptr || (*item)->kind() == ItemKind::Symbol)
+        return;
+    const CallbackSlot::Scope watched(m_slot, tag);
+    m_items.add((*item)->source(), (*item)->symbol(), *item);
+    (*item)->answered(*this);
+}
+
 Error FeedStream::refusal(const std::string& what, int64_t status) const {
     const auto code = static_cast<int>(status);
     if (status == kStatusConnectionLost)

@@ -33,6 +33,7 @@ public:
     void connectionLost(double heard) override;
     void connectionBegins() override;
     void hubRefused(int64_t tag, int64_t status) override;
+    void hubAnswered(int64_t tag) override;
     void hubDropped(std::uint64_t bytes, double since) override;
     void conflationChanged(bool isConflating, double since) override;
 

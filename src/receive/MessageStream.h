@@ -38,13 +38,18 @@ public:
     virtual void deliver(const StreamMessage& incoming) = 0;
     /// The connection is lost, and everything that came over it has been delivered. Before deliver() for
     /// anything of the next one.
-    /// @param heard  when the last of that was read: nothing is missing from before
+    /// @param heard  by then nothing had come to this machine but that: what is missing was sent later, or
+    /// was
+    ///               on its way
     virtual void connectionLost(double heard) = 0;
     /// What follows comes over another connection.
     virtual void connectionBegins() = 0;
     /// This hub, of those that were asked, has refused the request, or is lost before its answer. The answer
     /// as a whole comes by deliver().
     virtual void hubRefused(int64_t tag, int64_t status) = 0;
+    /// This hub, of those that were asked, has answered the request, maybe without a record. The end of the
+    /// answer as a whole comes by deliver().
+    virtual void hubAnswered(int64_t tag) = 0;
     /// The hub says that it has dropped so many bytes more of what was for this connection.
     /// @param since  when it said last how many there were
     virtual void hubDropped(uint64_t bytes, double since) = 0;

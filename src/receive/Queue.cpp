@@ -151,6 +151,7 @@ void Queue::reset() {
     }
     m_lastRead.store(0.0, std::memory_order_relaxed);
     m_arrivedAt = m_lastReadMonotonic = kLongAgo;
+    m_drainedAt = tp::Clock::monotonic();
     m_suspendReadFromSocket.store(false, std::memory_order_release);
     m_wakeBelow.store(-1, std::memory_order_relaxed);
     m_sawEndOfStream = false;

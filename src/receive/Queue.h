@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <tp/ByteStream.h>
+#include <tp/Clock.h>
 #include <tp/Mutex.h>
 
 #include "LockOrder.h"
@@ -116,10 +117,11 @@ public:
     [[nodiscard]] double frameReadAt() const noexcept {
         return m_readTimes.timeOf(m_ReadQueue.load(std::memory_order_relaxed));
     }
-    /// When the last frame was read of those that have been delivered, by the same clock; 0 for none.
+    /// By then, on the same clock, nothing had come to this machine but what has been delivered; 0 where
+    /// nothing has. While the reader is slow that is earlier than the last read: more waits in the socket.
     /// @thread that delivers, or while nobody does
-    [[nodiscard]] double deliveredReadAt() const noexcept {
-        return m_readTimes.takenUpTo(m_ReadQueue.load(std::memory_order_relaxed));
+    [[nodiscard]] double deliveredUpTo() const noexcept {
+        return m_readTimes.drainedUpTo(m_ReadQueue.load(std::memory_order_relaxed));
     }
     /// Calls `work` while no frame is being delivered.
     void runAsConsumer(const std::function<void()>& work) TP_EXCLUDES(m_reset_mutex);
@@ -308,8 +310,10 @@ private:
     // The producer's own.
     alignas(64) char* m_WriteStream; ///< where the next byte goes
     uint64_t m_bytes_in_since_last_q_check = 0;
-    double m_lastReadMonotonic = kLongAgo; ///< by the clock that doesn't step
-    double m_arrivedAt = kLongAgo;         ///< what was read last, by the same clock
+    double m_lastReadMonotonic = kLongAgo;       ///< by the clock that doesn't step
+    double m_arrivedAt = kLongAgo;               ///< what was read last, by the same clock
+    double m_drainedAt = tp::Clock::monotonic(); ///< when nothing waited in the socket, by the same clock
+    bool m_inputIsAll = false;                   ///< of a compressed stream: nothing waited in the socket
     bool m_sawEndOfStream = false;
     int m_streamError = 0; ///< see streamError
     bool m_inputLeft = false;

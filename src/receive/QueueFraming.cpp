@@ -236,7 +236,7 @@ bool Queue::PushMessage() {
         startAfresh();
         return true;
     }
-    m_readTimes.add(target, m_arrivedAt);
+    m_readTimes.add(target, m_arrivedAt, m_drainedAt);
     publish(target);
     // Only now: a consumer that has taken all that was published before makes a full ring look empty.
     if (m_bytes_in_since_last_q_check > m_q_check_bytes) {

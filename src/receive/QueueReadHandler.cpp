@@ -224,12 +224,16 @@ bool QueueReadHandler::deliver(Incoming& in) {
     return true;
 }
 
+void QueueReadHandler::beginConnection() {
+    if (!m_isNewConnection)
+        return;
+    reportLosses(m_lossesBefore);
+    m_isNewConnection = false;
+    m_stream->connectionBegins();
+}
+
 void QueueReadHandler::deliverToStream(const Incoming& in) {
-    if (m_isNewConnection) {
-        reportLosses(m_lossesBefore);
-        m_isNewConnection = false;
-        m_stream->connectionBegins();
-    }
+    beginConnection();
     m_stream->deliver({in.msg, in.hasTag ? in.tag : 0, in.status, in.hasStatus, in.command, this, m_body});
 }
 
@@ -254,7 +258,7 @@ void QueueReadHandler::reportLosses(uint32_t losses) {
 /// Of the connection of which something has been delivered. What has been read since, of one that hasn't come
 /// so far, says nothing of what was sent meanwhile.
 double QueueReadHandler::heard() const {
-    const double heard = m_isNewConnection ? m_heardBefore : m_responseQueue->deliveredReadAt();
+    const double heard = m_isNewConnection ? m_heardBefore : m_responseQueue->deliveredUpTo();
     return heard > 0.0 ? heard : tp::Clock::monotonic();
 }
 

@@ -116,6 +116,8 @@ private:
     void countAnsweredQuery(Incoming& in);
     [[nodiscard]] bool deliver(Incoming& in);
     void deliverToStream(const Incoming& in);
+    /// Tells the stream that another connection begins, unless that has been told.
+    void beginConnection();
     void reportLosses(uint32_t losses);
     [[nodiscard]] double heard() const;
     /// When the frame was read that is being delivered.
@@ -126,6 +128,7 @@ private:
     [[nodiscard]] bool consumeHeartbeat();
     void noteRefusal(const Incoming& in);
     void takeHubStatus(const KVNAPI::Message& msg);
+    void reportEarlierLosses();
     /// @param sum  bytes that the hub has dropped since the connection began
     void takeHubDrops(uint64_t sum);
     void takeJit(const KVNAPI::Message& msg);
@@ -176,9 +179,9 @@ private:
     const std::unique_ptr<MessageStream> m_stream;
     std::atomic<uint32_t> m_losses{0};
     uint32_t m_lossesReported = 0;
-    uint32_t m_lossesBefore = 0;   ///< of the connections before the one that is delivered
-    double m_heardBefore = 0.0;    ///< when the last of those connections was read, by the monotonic clock
-    uint64_t m_hubDropsBefore = 0; ///< the hub's count when it was seen last
+    uint32_t m_lossesBefore = 0;                   ///< of the connections before the one that is delivered
+    double m_heardBefore = 0.0;                    ///< of the last of those connections; see heard()
+    uint64_t m_hubDropsBefore = 0;                 ///< the hub's count when it was seen last
     double m_dropsToldAt = tp::Clock::monotonic(); ///< when that was
     bool m_isNewConnection = true;                 ///< and nothing of it has been delivered
 

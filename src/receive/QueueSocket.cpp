@@ -196,6 +196,8 @@ bool Queue::readPlain(const tp::ByteStream& stream, std::size_t length, double c
     if (got > 0) {
         m_WriteStream += got;
         noteRead(curtime);
+        if (static_cast<std::size_t>(got) < length && !stream.hasUnread())
+            m_drainedAt = m_lastReadMonotonic;
         if (isStamped)
             m_arrivedAt = arrivedAt;
         return PushMessage();
@@ -225,6 +227,8 @@ bool Queue::readCompressed(const tp::ByteStream& stream, KVNAPI::StreamParser& p
             return true;
         }
         const bool inputFull = space == 0;
+        m_inputIsAll =
+            !inputFull && static_cast<std::size_t>(std::max<int64_t>(got, 0)) < space && !stream.hasUnread();
         const bool closed = got == 0 && !inputFull;
         if (got > 0 && !inputFull)
             m_stats.in.m_compressed_bytes_in.add(static_cast<uint64_t>(got));
@@ -273,6 +277,8 @@ bool Queue::inflateOnce(KVNAPI::StreamParser& parser, int fd, std::size_t length
     }
     m_WriteStream += produced;
     noteRead(curtime);
+    if (m_inputIsAll && produced < length)
+        m_drainedAt = m_lastReadMonotonic;
     return PushMessage();
 }
 

@@ -14,7 +14,7 @@ std::uint32_t ReadTimes::firstBehind(std::size_t length) const noexcept {
 void ReadTimes::beginBatch(const char* begin, const char* end) noexcept {
     const std::uint32_t first = firstBehind(m_length);
     if (first != m_forgotten.load(std::memory_order_relaxed))
-        m_takenAt = m_marks[(first - 1) % kMarks].time;
+        m_drainedAt = m_marks[(first - 1) % kMarks].drained;
     m_begin = begin == m_ring + m_size ? m_ring : begin;
     m_length = distance(end);
     m_known = m_added.load(std::memory_order_acquire);
@@ -38,14 +38,14 @@ double ReadTimes::timeOf(const char* frame) const noexcept {
     return m_marks[low % kMarks].time;
 }
 
-double ReadTimes::takenUpTo(const char* place) const noexcept {
+double ReadTimes::drainedUpTo(const char* place) const noexcept {
     const std::uint32_t first = firstBehind(distance(place));
-    return first == m_forgotten.load(std::memory_order_relaxed) ? m_takenAt
-                                                                : m_marks[(first - 1) % kMarks].time;
+    return first == m_forgotten.load(std::memory_order_relaxed) ? m_drainedAt
+                                                                : m_marks[(first - 1) % kMarks].drained;
 }
 
 void ReadTimes::clear(const char* taken) noexcept {
-    m_takenAt = takenUpTo(taken);
+    m_drainedAt = drainedUpTo(taken);
     m_begin = m_ring;
     m_length = 0;
     m_known = m_added.load(std::memory_order_relaxed);

@@ -21,12 +21,14 @@ public:
     }
 
     /// Frames are complete up to there, by a read at that time. With kMarks set already those frames count as
-    /// read with the ones before. @thread hub
-    void add(const char* end, double time) noexcept {
+    /// read with the ones before.
+    /// @param drained  all that had come to this machine by then stands before that place
+    /// @thread hub
+    void add(const char* end, double time, double drained) noexcept {
         const std::uint32_t place = m_added.load(std::memory_order_relaxed);
         if (place - m_forgotten.load(std::memory_order_acquire) == kMarks)
             return;
-        m_marks[place % kMarks] = {end, time};
+        m_marks[place % kMarks] = {end, time, drained};
         m_added.store(place + 1, std::memory_order_release);
     }
     /// Everything is taken out up to the first place, and what is published up to the second comes next.
@@ -35,9 +37,9 @@ public:
     /// The time of a frame that begins there, in the present batch; 0 when there is no mark for it.
     /// @thread consumer
     [[nodiscard]] double timeOf(const char* frame) const noexcept;
-    /// The time of the last frame that was taken out, when everything is up to there; at most that where the
-    /// marks weren't enough, and 0 when there was none. @thread consumer
-    [[nodiscard]] double takenUpTo(const char* place) const noexcept;
+    /// All that had come to this machine by then has been taken out, when everything is up to there; at most
+    /// that where the marks weren't enough, and 0 when nothing was. @thread consumer
+    [[nodiscard]] double drainedUpTo(const char* place) const noexcept;
     /// What isn't taken out yet goes unread. @thread hub, while nobody takes frames out
     /// @param taken  everything up to there has been
     void clear(const char* taken) noexcept;
@@ -46,6 +48,7 @@ private:
     struct Mark {
         const char* end = nullptr;
         double time = 0.0;
+        double drained = 0.0;
     };
     static constexpr std::uint32_t kMarks = 1024;
 
@@ -67,7 +70,7 @@ private:
     const char* m_begin = nullptr; ///< of the batch
     std::size_t m_length = 0;      ///< of the batch
     std::uint32_t m_known = 0;     ///< marks up to here may be of the batch, and no later ones
-    double m_takenAt = 0.0;        ///< of the last frame before the batch
+    double m_drainedAt = 0.0;      ///< of the last mark before the batch
 };
 
 } // namespace tivra_internal

@@ -46,6 +46,11 @@ bool QueueReadHandler::settleResponse(Incoming& in) {
     }
     if (m_watchlistInUse && m_hubClient.handleWatchlistResponse(in.tag, in.status))
         return false;
+    if (m_stream != nullptr) {
+        beginConnection();
+        if (in.status >= 0)
+            m_stream->hubAnswered(in.tag);
+    }
     noteRefusal(in);
     if (m_session.suppressResponse(in.tag, in.msg, m_statusTok, in.msg.findPair(m_statusTok), &MetaMap,
                                    m_hubClient.client()))

@@ -54,10 +54,18 @@ void QueueReadHandler::takeHubStatus(const KVNAPI::Message& msg) {
         setHubIdleCount(countOf(*idle));
 }
 
+/// What the hub says of this connection stands behind the loss of the one before.
+void QueueReadHandler::reportEarlierLosses() {
+    if (m_isNewConnection)
+        reportLosses(m_lossesBefore);
+}
+
 void QueueReadHandler::takeHubDrops(uint64_t sum) {
     m_responseQueue->updateHubDrops(sum);
-    if (m_stream != nullptr && sum > m_hubDropsBefore)
+    if (m_stream != nullptr && sum > m_hubDropsBefore) {
+        reportEarlierLosses();
         m_stream->hubDropped(sum - m_hubDropsBefore, m_dropsToldAt);
+    }
     m_hubDropsBefore = sum;
 }
 
@@ -78,8 +86,10 @@ void QueueReadHandler::takeJit(const KVNAPI::Message& msg) {
     // From one non-zero value to another the hub stays one of those that conflate.
     if (isConflating != wasConflating) {
         m_session.addJitCount(isConflating ? 1 : -1);
-        if (m_stream != nullptr)
+        if (m_stream != nullptr) {
+            reportEarlierLosses();
             m_stream->conflationChanged(isConflating, readOrNow());
+        }
     }
     eprintf(EPF_INFO, "%s: JIT: this HUB has %s conflating", m_hubClient.getHubAddr().c_str(),
             isConflating ? "started" : "stopped");

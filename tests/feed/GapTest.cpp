@@ -71,13 +71,12 @@ protected:
     const KVNAPI::Message message;
     tivra::UpdateQueue waiting{{tivra::QueuePolicy::Latest}}; ///< has the gaps
     std::vector<std::string> lines;                           ///< "Stale", "image", "gap of 30 s"
-    const std::shared_ptr<SubscriptionState> subscription = subscribe();
+    const std::shared_ptr<SubscriptionState> subscription = subscribe("I*");
     const std::shared_ptr<FeedItem> item = subscription->item();
     std::unique_ptr<FeedStream> one = open("127.0.0.1:1");
     std::unique_ptr<FeedStream> other = open("127.0.0.2:1");
 
-private:
-    std::shared_ptr<SubscriptionState> subscribe() {
+    std::shared_ptr<SubscriptionState> subscribe(const char* pattern) {
         tivra::SubscriptionHandlers handlers;
         handlers.onUpdate = [this](const tivra::Update&) { lines.emplace_back("image"); };
         handlers.onState = [this](const tivra::SubscriptionView&, const tivra::StateChange& change) {
@@ -88,7 +87,7 @@ private:
             lines.push_back("gap of " + std::to_string(lengthOf(gap)) + " s");
             enter(view, gap);
         };
-        return registry->subscribe(ItemKind::Pattern, {100, "I*"},
+        return registry->subscribe(ItemKind::Pattern, {100, pattern},
                                    std::make_shared<const tivra::SubscriptionHandlers>(std::move(handlers)));
     }
 };
@@ -116,6 +115,39 @@ TEST_F(GapTest, GoesOnForWhatAHubCarriesThatIsNotBack) {
     tp::Clock::advance(5.0);
     comeBack(*other);
     EXPECT_THAT(lines, ElementsAre("Recovering", "gap of 15 s", "image", "Live"));
+}
+
+// The answer of both ends with the other hub's: nobody would hear that the first one is away.
+TEST_F(GapTest, IsNoneBeforeAllHubsHaveAnsweredOfWhichOneIsLostMeanwhile) {
+    const std::shared_ptr<SubscriptionState> young = subscribe("J*");
+    const int64_t tag = young->item()->tag();
+    const auto answer = [&](FeedStream& stream) {
+        stream.deliver({message, tag});
+        stream.hubAnswered(tag);
+    };
+    answer(*one);
+    lose(*one, 10.0);
+    answer(*other);
+    other->deliver({message, tag, 0, true});
+    EXPECT_EQ(young->state(), tivra::DataState::Pending);
+    one->connectionBegins();
+    lines.clear();
+    answer(*one);
+    one->deliver({message, tag, 0, true});
+    EXPECT_THAT(lines, ElementsAre("image", "Live"));
+}
+
+TEST_F(GapTest, EndsForAHubThatAnswersWithoutARecord) {
+    lose(*one, 30.0);
+    lose(*other, 10.0);
+    one->connectionBegins();
+    one->hubAnswered(item->tag()); // and has been restarted, empty
+    EXPECT_THAT(lines, ElementsAre("Stale", "Recovering", "gap of 30 s"));
+    comeBack(*other);
+    EXPECT_EQ(lines.back(), "Live");
+    lines.clear();
+    lose(*one, 5.0);
+    EXPECT_THAT(lines, ElementsAre("Stale")) << "it may have had some of it since";
 }
 
 TEST_F(GapTest, EndsWithWhoeverTakesOverFromAHubThatHasGoneForGood) {

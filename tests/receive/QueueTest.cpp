@@ -200,6 +200,30 @@ TEST_F(RingTest, ResetDoesNotWaitForAllFramesOfATurn) {
     queue.setQueueHandler(nullptr);
 }
 
+// A loss that follows has to begin with what still waits in the socket.
+TEST_F(RingTest, WhatWaitsInTheSocketIsNotTakenForHeardThoughSomethingWasReadLater) {
+    const tp::ManualClock clock;
+    const std::string frame = frameOf(std::string(1'000 - 7, 'x'));
+    feed(frame);
+    popAll();
+    const double drained = tp::Clock::monotonic();
+    EXPECT_EQ(queue.deliveredUpTo(), drained);
+    goToEnd(20'000); // so the next read ends with the ring
+    const double behind = tp::Clock::monotonic();
+    std::string many;
+    for (int i = 0; i < 30; ++i)
+        many += frame;
+    tp::Clock::advance(10.0);
+    socket.write(many);
+    ASSERT_FALSE(readOnce());
+    popAll();
+    EXPECT_EQ(queue.deliveredUpTo(), behind);
+    tp::Clock::advance(10.0);
+    ASSERT_FALSE(readOnce());
+    popAll();
+    EXPECT_EQ(queue.deliveredUpTo(), tp::Clock::monotonic());
+}
+
 TEST_F(RingTest, FullRingDropsWhatTheSocketBringsAndFindsItsWayBack) {
     const std::string frame = frameOf(std::string(10000 - 7, 'x'));
     std::string many;
