@@ -53,8 +53,9 @@ def differences(parquet, csv):
         return database.execute(query).fetchone()
 
 
-@pytest.mark.parametrize("day", [SAMPLE, pytest.param(whole_day(), marks=pytest.mark.skipif(
-    whole_day() is None, reason="the whole day isn't beside the sources"))], ids=["sample", "whole"])
+@pytest.mark.parametrize("day", [SAMPLE, pytest.param(whole_day(), marks=[
+    pytest.mark.skipif(whole_day() is None, reason="the whole day isn't beside the sources"),
+    pytest.mark.timeout(280)])], ids=["sample", "whole"])  # a busy machine takes minutes for two million rows
 def test_a_day_goes_out_and_back_with_every_value(tmp_path, day):
     first, made, second = tmp_path / "first.parquet", tmp_path / "made.cap", tmp_path / "second.parquet"
     assert export(day, "-o", first) == 0
