@@ -44,7 +44,8 @@ public:
         /// Failed attempts after which a hub is given up; below 0 counts as 0; default 5.
         CONNECTION_RETRY_LIMIT_LONG = 6,
         /// Megabytes of the hub's receive queue; below 1 counts as 1; default 1. What comes while the queue
-        /// is full is dropped and counted (StatisticsEvent::DROP); a tivra::Feed leaves it at the hub. Nothing
+        /// is full is dropped and counted (StatisticsEvent::DROP); a tivra::Feed leaves it at the hub.
+        /// Nothing
         /// can be left out of a compressed stream, so there, unless SessionConfig::HOLD_READS_BOOL has it
         /// wait, the connection is closed and dialled again: what waits in the queue is delivered until the
         /// hub is ready anew, and whatever is left of it by then is discarded.
