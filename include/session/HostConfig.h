@@ -45,10 +45,9 @@ public:
         CONNECTION_RETRY_LIMIT_LONG = 6,
         /// Megabytes of the hub's receive queue; below 1 counts as 1; default 1. What comes while the queue
         /// is full is dropped and counted (StatisticsEvent::DROP); a tivra::Feed leaves it at the hub.
-        /// Nothing
-        /// can be left out of a compressed stream, so there, unless SessionConfig::HOLD_READS_BOOL has it
-        /// wait, the connection is closed and dialled again: what waits in the queue is delivered until the
-        /// hub is ready anew, and whatever is left of it by then is discarded.
+        /// Nothing can be left out of a compressed stream, so there, unless SessionConfig::HOLD_READS_BOOL
+        /// has it wait, the connection is closed and dialled again: what waits in the queue is delivered
+        /// until the hub is ready anew, and whatever is left of it by then is discarded.
         QUEUE_SIZE_LONG = 7,
         /// Has no effect: a connect blocks no thread. Milliseconds, 0 to 60000; default 200.
         BLOCKING_CONNECTION_TIME_LIMIT_LONG = 8,
