@@ -29,19 +29,27 @@ LeaseShare::LeaseShare(LeaseTable& table, const std::string& name, unsigned part
     : m_table(table), m_book({name, newNonce()}, partitions, lease) {}
 
 LeaseDecision LeaseShare::decide(const std::set<unsigned>& held, bool isReady) {
-    m_book.read(m_table.entries(), Clock::now());
+    const Clock::time_point seen = readTable();
     LeaseDecision decision;
-    if (!m_book.mayUseName(Clock::now())) {
+    if (!m_book.mayUseName(seen)) {
         // One that has died and was started again has to wait for its own entry to grow old.
         decision.lost.assign(held.begin(), held.end());
         return decision;
     }
     renew(isReady);
-    const Clock::time_point now = Clock::now();
-    decision = m_book.decide(held, now);
-    for (const std::string& key : m_book.deadMembers(now))
+    // By what was seen: others may have shown that they are alive while this process was stopped.
+    decision = m_book.decide(held, seen);
+    for (const std::string& key : m_book.deadMembers(seen))
         m_table.remove(key);
     return decision;
+}
+
+PartitionShare::Clock::time_point LeaseShare::readTable() {
+    const std::vector<LeaseEntry> entries = m_table.entries();
+    // Not before that: it waits for the engine, and the process may be stopped meanwhile.
+    const Clock::time_point seen = Clock::now();
+    m_book.read(entries, seen);
+    return seen;
 }
 
 void LeaseShare::renew(bool isReady) {
@@ -53,7 +61,7 @@ void LeaseShare::renew(bool isReady) {
         m_table.write(m_book.memberKey(), m_book.memberValue(isReady), m_book.memberRevision());
     if (!revision) {
         // The table says which, and by what revision it can be written.
-        m_book.read(m_table.entries(), now);
+        readTable();
         throw BusError(
             fmt::format("the entry under the name {} was changed, by another bridge of that name or by "
                         "a write of this one whose answer was lost",

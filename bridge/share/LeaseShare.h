@@ -31,6 +31,9 @@ public:
     [[nodiscard]] Clock::time_point confirmed() const override { return m_confirmed; }
 
 private:
+    /// @return when that was
+    Clock::time_point readTable();
+
     LeaseTable& m_table;
     LeaseBook m_book;
     Clock::time_point m_nextRenewal{};

@@ -22,6 +22,8 @@ namespace {
 class FakeTable : public LeaseTable {
 public:
     std::vector<LeaseEntry> entries() override {
+        if (whileReading)
+            whileReading();
         const tp::MutexLock lock(m_mutex);
         std::vector<LeaseEntry> entries;
         for (const auto& [key, entry] : m_entries)
@@ -68,6 +70,8 @@ public:
         const auto found = m_entries.find(key);
         return found == m_entries.end() ? LeaseEntry{} : found->second;
     }
+
+    std::function<void()> whileReading; ///< set before another thread reads
 
 private:
     mutable tp::Mutex m_mutex;
@@ -184,6 +188,21 @@ TEST_F(BridgeTest, OneThatDoesNotHearThatItsEntryWasStoredGoesOnShowingThatItIsA
         return share.confirmed() > before;
     }));
     EXPECT_THAT(faults, testing::ElementsAre("no answer", HasSubstr("whose answer was lost")));
+}
+
+// As a process is that was stopped: all others seem to have been silent for as long.
+TEST_F(BridgeTest, OneThatReadsTheLeasesSlowlyTakesNothingFromThoseThatAreAliveMeanwhile) {
+    constexpr auto kLease = std::chrono::milliseconds(200);
+    LeaseShare slow(table, "slow", kPartitions, kLease);
+    table.put(LeaseBook::leaseKey(1), R"({"holder":"b","nonce":"b","epoch":1})");
+    table.whileReading = [&] { table.put("member.b", R"({"nonce":"b","ready":true})"); };
+    static_cast<void>(slow.decide({}, true));
+    table.whileReading = [&, wakes = std::chrono::steady_clock::now() + 2 * kLease] {
+        while (std::chrono::steady_clock::now() < wakes)
+            std::this_thread::yield();
+        table.put("member.b", R"({"nonce":"b","ready":true})");
+    };
+    EXPECT_THAT(slow.decide({}, true).take, testing::Not(testing::Contains(1U)));
 }
 
 TEST_F(BridgeTest, ADictionaryThatIsNotStoredHoldsUpNothingAndIsTriedAgain) {
