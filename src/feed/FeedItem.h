@@ -59,7 +59,7 @@ public:
     /// @param since  what may be missing was sent later, by the monotonic clock
     void lose(const FeedStream& stream, double since) TP_EXCLUDES(m_turn);
     void recover() TP_EXCLUDES(m_turn);
-    /// The stream ends, and what it has lost others bring, if anybody.
+    /// The stream ends, or its hub carries nothing of it any more: what is lost others bring, if anybody.
     void forget(const FeedStream& stream) TP_EXCLUDES(m_turn);
     /// The hub has sent less than there was, until now; its data goes on.
     void skip(const FeedStream& stream, const tivra::Gap& gap) TP_EXCLUDES(m_turn);

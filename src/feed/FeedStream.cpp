@@ -186,6 +186,12 @@ void FeedStream::hubRefused(int64_t tag, int64_t status) {
     const FeedRegistry::Target target = m_registry->targetOf(tag);
     if (const auto* const answer = std::get_if<std::shared_ptr<AnswerState>>(&target))
         (*answer)->addFailure(refusal((*answer)->what(), status));
+    // Nobody is to wait for what it brings any more.
+    if (const auto* const item = std::get_if<std::shared_ptr<FeedItem>>(&target);
+        item != nullptr && status != kStatusConnectionLost) {
+        const CallbackSlot::Scope watched(m_slot, tag);
+        (*item)->forget(*this);
+    }
 }
 
 void FeedStream::hubAnswered(int64_t tag) {

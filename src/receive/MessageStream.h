@@ -39,8 +39,7 @@ public:
     /// The connection is lost, and everything that came over it has been delivered. Before deliver() for
     /// anything of the next one.
     /// @param heard  by then nothing had come to this machine but that: what is missing was sent later, or
-    /// was
-    ///               on its way
+    ///               was on its way
     virtual void connectionLost(double heard) = 0;
     /// What follows comes over another connection.
     virtual void connectionBegins() = 0;

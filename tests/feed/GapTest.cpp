@@ -150,6 +150,14 @@ TEST_F(GapTest, EndsForAHubThatAnswersWithoutARecord) {
     EXPECT_THAT(lines, ElementsAre("Stale")) << "it may have had some of it since";
 }
 
+TEST_F(GapTest, EndsForAHubThatRefusesWhatItCarriedBefore) {
+    lose(*one, 30.0);
+    one->connectionBegins();
+    one->hubRefused(item->tag(), -12);
+    finishImage(*other);
+    EXPECT_THAT(lines, ElementsAre("Stale", "Recovering", "gap of 30 s", "Live"));
+}
+
 TEST_F(GapTest, EndsWithWhoeverTakesOverFromAHubThatHasGoneForGood) {
     lose(*one, 30.0);
     lose(*other, 10.0);
