@@ -10,7 +10,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 find_program(TIVRA_CCACHE ccache)
 if(TIVRA_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${TIVRA_CCACHE})
-  if(TIVRA_PRECOMPILE)
+  if(TIVRA_QUICK_BUILD)
     # Without this it would keep nothing that uses a precompiled header.
     list(PREPEND CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros)
   endif()
@@ -18,11 +18,25 @@ endif()
 
 # tivra_precompile(<target> <header>...)
 function(tivra_precompile target)
-  if(TIVRA_PRECOMPILE)
+  if(TIVRA_QUICK_BUILD)
     target_precompile_headers(${target} PRIVATE ${ARGN})
     # ccache needs to see which header it was, and a time in it would be another at each build.
     target_compile_options(${target} PRIVATE
       $<IF:$<CXX_COMPILER_ID:GNU>,-fpch-preprocess,SHELL:-Xclang -fno-pch-timestamp>)
+  endif()
+endfunction()
+
+# tivra_join(<target>...): for sources of which each needs longer for what it includes than for its own lines.
+function(tivra_join)
+  if(TIVRA_QUICK_BUILD)
+    set_target_properties(${ARGN} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 9)
+  endif()
+endfunction()
+
+# tivra_join_library(<target>...): the same, but the release is tested as users build it.
+function(tivra_join_library)
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+    tivra_join(${ARGN})
   endif()
 endfunction()
 

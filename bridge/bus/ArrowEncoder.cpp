@@ -16,7 +16,7 @@ namespace {
 
 /// A header is filled up to a multiple of that, so that the next one fits into its place.
 constexpr std::size_t kHeaderStep = 64;
-constexpr std::string_view kEnd("\xff\xff\xff\xff\0\0\0\0", 8);
+constexpr std::string_view kStreamEnd("\xff\xff\xff\xff\0\0\0\0", 8);
 
 void check(ArrowErrorCode code, const ArrowError& error) {
     if (code != NANOARROW_OK)
@@ -215,7 +215,7 @@ void ArrowEncoder::append(std::string& out, const std::vector<const ArrowColumn*
         check(ArrowIpcEncoderFinalizeBuffer(&buffers.encoder, 1, &buffers.message));
         out += bytesOf(buffers.message);
         out += bytesOf(buffers.body);
-        out += kEnd;
+        out += kStreamEnd;
     } catch (...) {
         // It may have begun something.
         m_buffers.reset();

@@ -9,8 +9,8 @@ namespace tivra_bus {
 
 namespace {
 
-constexpr std::string_view kBegin = R"({"fields":{)";
-constexpr std::string_view kEnd = "}}\n";
+constexpr std::string_view kLineBegin = R"({"fields":{)";
+constexpr std::string_view kLineEnd = "}}\n";
 /// Messages with a field of a higher number are written as text.
 constexpr std::uint32_t kMostNumber = 65'535;
 
@@ -66,14 +66,14 @@ bool BatchFields::add(const tivra::FieldNumbers& numbers, std::uint32_t number) 
 }
 
 std::string BatchFields::line() const {
-    std::string line(kBegin);
+    std::string line(kLineBegin);
     line.append(m_text, m_text.empty() ? 0 : 1);
-    line += kEnd;
+    line += kLineEnd;
     return line;
 }
 
 std::size_t BatchFields::lineBytes() const {
-    return m_text.empty() ? 0 : kBegin.size() + m_text.size() + kEnd.size();
+    return m_text.empty() ? 0 : kLineBegin.size() + m_text.size() + kLineEnd.size();
 }
 
 void BatchFields::clear() {

@@ -27,9 +27,9 @@ namespace {
 
 using tivra::Value;
 
-constexpr int kMostNumber = 65'535;
+constexpr int kMostFieldNumber = 65'535;
 /// What is kept from batch to batch.
-constexpr std::size_t kMostKept = 100'000;
+constexpr std::size_t kMostKeptNames = 100'000;
 
 struct FieldMeaning {
     int number = 0;
@@ -72,10 +72,10 @@ std::vector<FieldMeaning> meaningsOf(std::string_view line) {
         const bool isPair =
             value.is_array() && value.size() == 2 && value[0].is_string() && value[1].is_string();
         const auto type = isPair ? typeNamed(value[1].get<std::string>()) : std::nullopt;
-        if (error != std::errc() || after != end || meaning.number < 0 || meaning.number > kMostNumber ||
+        if (error != std::errc() || after != end || meaning.number < 0 || meaning.number > kMostFieldNumber ||
             !type)
             failFields(fmt::format(R"("{}": a number up to {} with a name and a type was wanted)", key,
-                                   kMostNumber));
+                                   kMostFieldNumber));
         meaning.name = value[0].get<std::string>();
         meaning.type = *type;
         meanings.push_back(std::move(meaning));
@@ -123,7 +123,9 @@ public:
         }
         return !isNew || bind();
     }
-    [[nodiscard]] bool isFull() const { return tokenCount() > kMostKept || exchangeCount() > kMostKept; }
+    [[nodiscard]] bool isFull() const {
+        return tokenCount() > kMostKeptNames || exchangeCount() > kMostKeptNames;
+    }
 
     [[nodiscard]] BusFields decode(std::string_view body) {
         m_frame.resize(KVNAPI::kKvnHeaderSize);

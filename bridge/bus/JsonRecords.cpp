@@ -19,10 +19,6 @@ constexpr std::size_t kQuotes = 2;
 /// Of a byte that has to be escaped.
 constexpr std::size_t kMostEscape = 6;
 
-char* putText(char* to, std::string_view text) {
-    return std::copy(text.begin(), text.end(), to);
-}
-
 std::size_t mostBytesOf(const SymbolImage::Entry& entry) {
     const bool isText = entry.type == tivra::Value::Type::Text;
     return entry.name->text.size() + (isText ? kQuotes + kMostEscape * entry.content.text.length : kMostPut);

@@ -17,7 +17,7 @@ constexpr double kPriceScale = 1e4;
 /// Fifteen digits: no two texts of so many are the same double.
 constexpr double kMostScaled = 1e15;
 
-bool isPlain(char c) {
+bool needsNoEscape(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte >= 0x20 && byte < 0x80 && c != '"' && c != '\\';
 }
@@ -25,10 +25,6 @@ bool isPlain(char c) {
 template<class Number>
 char* putDigits(char* to, Number number) {
     return std::to_chars(to, to + kMostPut, number).ptr;
-}
-
-char* putText(char* to, std::string_view text) {
-    return std::copy(text.begin(), text.end(), to);
 }
 
 /// `number` with so many digits.
@@ -105,7 +101,7 @@ std::string escaped(std::string_view text) {
 } // namespace
 
 void appendQuoted(std::string& out, std::string_view text) {
-    if (!std::all_of(text.begin(), text.end(), isPlain)) {
+    if (!std::all_of(text.begin(), text.end(), needsNoEscape)) {
         out += escaped(text);
         return;
     }
@@ -133,7 +129,7 @@ char* putDouble(char* to, double number) {
 }
 
 char* putQuoted(char* to, std::string_view text) {
-    if (!std::all_of(text.begin(), text.end(), isPlain))
+    if (!std::all_of(text.begin(), text.end(), needsNoEscape))
         return putText(to, escaped(text));
     *to++ = '"';
     to = putText(to, text);

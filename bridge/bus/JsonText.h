@@ -2,6 +2,7 @@
 
 #include <feed/Value.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -29,6 +30,10 @@ inline constexpr std::size_t kMostPut = 40;
 [[nodiscard]] char* putNumber(char* to, std::uint64_t number);
 [[nodiscard]] char* putInteger(char* to, std::int64_t number);
 [[nodiscard]] char* putDouble(char* to, double number);
+/// As it stands, without quotes.
+[[nodiscard]] inline char* putText(char* to, std::string_view text) {
+    return std::copy(text.begin(), text.end(), to);
+}
 /// In quotes.
 [[nodiscard]] char* putTime(char* to, tivra::TimePoint time);
 /// A byte that has to be escaped takes six.

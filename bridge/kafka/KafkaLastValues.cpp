@@ -21,7 +21,7 @@ using std::chrono::milliseconds;
 /// For which a search goes on that has been begun before.
 constexpr milliseconds kGoOnFor{500};
 /// More than whoever is still interested lets pass.
-constexpr std::chrono::minutes kForgottenAfter{1};
+constexpr std::chrono::minutes kUnaskedFor{1};
 
 std::string keyOf(const tivra::Instrument& instrument) {
     return fmt::format("{}:{}", instrument.source, instrument.symbol);
@@ -67,7 +67,7 @@ KafkaLastValues::find(const std::vector<tivra::Instrument>& instruments, unsigne
 }
 
 void KafkaLastValues::forget(Clock::time_point now) {
-    std::erase_if(m_known, [now](const auto& each) { return now - each.second.asked > kForgottenAfter; });
+    std::erase_if(m_known, [now](const auto& each) { return now - each.second.asked > kUnaskedFor; });
 }
 
 void KafkaLastValues::run(std::vector<Search>& searches, milliseconds patience) {

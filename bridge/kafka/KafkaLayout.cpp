@@ -22,7 +22,7 @@ using std::chrono::milliseconds;
 constexpr std::size_t kMostMessageBytes = 1'048'588;
 /// Of a message's header, the key and the frame round it.
 constexpr std::size_t kFrameBytes = 512;
-constexpr int kErrorBytes = 512;
+constexpr int kReasonBytes = 512;
 constexpr milliseconds kLookEvery{100};
 /// A segment that is written to isn't compacted, and one of a quiet topic would be for a week.
 constexpr milliseconds kSegment = std::chrono::minutes(10);
@@ -94,7 +94,7 @@ std::map<std::string, int> awaitTopics(const KafkaClient& client, const std::vec
 
 KafkaAdminOptions optionsOf(const KafkaClient& client, rd_kafka_admin_op_t operation) {
     KafkaAdminOptions options(rd_kafka_AdminOptions_new(client.get(), operation));
-    char error[kErrorBytes] = {};
+    char error[kReasonBytes] = {};
     client.check(
         rd_kafka_AdminOptions_set_request_timeout(options.get(), client.patience(), error, sizeof error),
         "options of a request");
@@ -114,7 +114,7 @@ KafkaEvent answerOf(const KafkaClient& client, rd_kafka_queue_t* queue, const st
 
 void createTopic(const KafkaClient& client, const TopicPlan& plan, int replicas) {
     const std::string attempt = "creating the topic " + plan.name;
-    char error[kErrorBytes] = {};
+    char error[kReasonBytes] = {};
     const KafkaNewTopic topic(
         rd_kafka_NewTopic_new(plan.name.c_str(), plan.partitions, replicas, error, sizeof error));
     if (!topic)

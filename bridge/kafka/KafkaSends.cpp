@@ -15,7 +15,7 @@ constexpr int kProbeMilliseconds = 500;
 constexpr const char* kMostWaiting = "200000";
 constexpr const char* kMostWaitingKilobytes = "262144";
 /// As much as the broker's default, 1 MiB and what a batch's own header takes.
-constexpr const char* kMostMessageBytes = "1048588";
+constexpr const char* kMostSentBytes = "1048588";
 
 SendResult::Outcome outcomeOf(rd_kafka_resp_err_t error) {
     return error == RD_KAFKA_RESP_ERR_MSG_SIZE_TOO_LARGE ? SendResult::Outcome::TooBig
@@ -46,7 +46,7 @@ std::shared_ptr<KafkaClient> KafkaSends::makeClient() const {
         KafkaClient::Setup{{{"enable.idempotence", "true"},
                             {"acks", "all"},
                             {"message.timeout.ms", std::to_string(m_sendWithin.count())},
-                            {"message.max.bytes", kMostMessageBytes},
+                            {"message.max.bytes", kMostSentBytes},
                             {"queue.buffering.max.messages", kMostWaiting},
                             {"queue.buffering.max.kbytes", kMostWaitingKilobytes},
                             {"linger.ms", "0"}},

@@ -14,7 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kLookMilliseconds = 200;
+constexpr int kStatusLookMilliseconds = 200;
 constexpr std::chrono::seconds kAskEvery{1};
 
 } // namespace
@@ -47,7 +47,7 @@ void KafkaStatus::follow(BusSource::OnStatus onStatus) {
 void KafkaStatus::run() {
     Clock::time_point askAt = Clock::now() + kAskEvery;
     while (!m_isEnding) {
-        const KafkaMessage message(rd_kafka_consumer_poll(m_client.get(), kLookMilliseconds));
+        const KafkaMessage message(rd_kafka_consumer_poll(m_client.get(), kStatusLookMilliseconds));
         if (message && message->err == RD_KAFKA_RESP_ERR_NO_ERROR && message->payload != nullptr)
             hand({static_cast<const char*>(message->payload), message->len});
         if (Clock::now() < askAt)

@@ -21,7 +21,7 @@ constexpr milliseconds kLookEvery{20};
 /// When messages come all the time.
 constexpr milliseconds kLookBetween{100};
 /// Bridges say each second how sources are, and a takeover takes 3 to 5.
-constexpr seconds kSilence{7};
+constexpr seconds kSourceSilence{7};
 constexpr std::uint64_t kMostPartitions = 1024;
 /// Symbols whose last values are asked for in one round.
 constexpr std::size_t kRound = 10'000;
@@ -264,9 +264,9 @@ void ReaderThread::showStale(Clock::time_point now) {
             cause = "the engine is lost";
         else if (source.state == "down")
             cause = "the bridges have closed the source";
-        else if (now - source.heard > kSilence)
-            cause =
-                fmt::format("no bridge has said anything of source {} for {} s", number, kSilence.count());
+        else if (now - source.heard > kSourceSilence)
+            cause = fmt::format("no bridge has said anything of source {} for {} s", number,
+                                kSourceSilence.count());
         isChanged = std::exchange(source.staleCause, cause) != cause || isChanged;
     }
     if (!isChanged)

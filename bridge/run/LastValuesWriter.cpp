@@ -11,8 +11,8 @@ using std::chrono::milliseconds;
 
 /// Of a partition: the engine answers them one after the other, and what waits here can still change.
 constexpr std::size_t kMostInFlight = 256;
-constexpr milliseconds kFirstPause{100};
-constexpr int kMostDoublings = 6;
+constexpr milliseconds kFirstValuePause{100};
+constexpr int kMostValueDoublings = 6;
 
 } // namespace
 
@@ -108,7 +108,7 @@ void LastValuesWriter::sent(std::uint64_t tag, const SendResult& result) {
     else if (result.outcome == Outcome::Conflict)
         symbol.position.reset();                // it is looked at before it is replaced
     else if (result.outcome == Outcome::Failed) // stored or not; if it is, the next one meets a conflict
-        m_sendAfter = Clock::now() + kFirstPause * (1 << std::min(m_failures - 1, kMostDoublings));
+        m_sendAfter = Clock::now() + kFirstValuePause * (1 << std::min(m_failures - 1, kMostValueDoublings));
     symbol.isChanged = symbol.isChanged || !(isStored || result.outcome == Outcome::TooBig);
     if (symbol.isChanged)
         wait(static_cast<std::uint32_t>(tag));

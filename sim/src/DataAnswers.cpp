@@ -43,7 +43,7 @@ std::vector<Pair> alternatesOf(const Request& request) {
     return alternates;
 }
 
-double toNumber(std::string_view text) {
+double priceOf(std::string_view text) {
     double value = 0.0;
     std::from_chars(text.data(), text.data() + text.size(), value);
     return value;
@@ -85,7 +85,7 @@ std::vector<DepthRow> depthRows(SymbolEntry& entry) {
                         field(token::ASK), field(token::ASK_SIZE)});
     }
     std::stable_sort(rows.begin(), rows.end(), [](const DepthRow& left, const DepthRow& right) {
-        return toNumber(left.bid) > toNumber(right.bid);
+        return priceOf(left.bid) > priceOf(right.bid);
     });
     return rows;
 }

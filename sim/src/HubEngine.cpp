@@ -23,7 +23,7 @@ namespace tivra_sim {
 
 namespace {
 
-[[noreturn]] void failed(const std::string& what) {
+[[noreturn]] void refuse(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
@@ -38,7 +38,7 @@ void watchDescriptor(int epoll, int fd, void* owner) {
     event.events = EPOLLIN;
     event.data.ptr = owner;
     if (epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) != 0)
-        failed("cannot watch a descriptor");
+        refuse("cannot watch a descriptor");
 }
 
 /// An earlier stop's unread bytes would turn a close into a reset, so they are read away first.

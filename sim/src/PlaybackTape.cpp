@@ -13,7 +13,7 @@ namespace tivra_sim {
 
 namespace {
 
-constexpr std::size_t kBlockSize = std::size_t{1} << 22;
+constexpr std::size_t kTapeBlockSize = std::size_t{1} << 22;
 
 double toNumber(std::string_view text) {
     double value = 0.0;
@@ -87,9 +87,9 @@ std::uint32_t PlaybackTape::symbolNumber(TapeSymbol symbol) {
 }
 
 void PlaybackTape::keep(TapeEvent event, std::string_view frame) {
-    if (m_blocks.empty() || m_blocks.back()->size() + frame.size() > kBlockSize) {
+    if (m_blocks.empty() || m_blocks.back()->size() + frame.size() > kTapeBlockSize) {
         m_blocks.push_back(std::make_unique<std::string>());
-        m_blocks.back()->reserve(std::max(kBlockSize, frame.size()));
+        m_blocks.back()->reserve(std::max(kTapeBlockSize, frame.size()));
     }
     std::string& block = *m_blocks.back();
     const std::size_t offset = block.size();

@@ -14,7 +14,7 @@ using tivra::Instrument;
 
 namespace {
 
-[[nodiscard]] Error closedError() {
+[[nodiscard]] Error groupClosedError() {
     return Error({Error::Code::Closed, Error::Phase::Request, "the group is closed", "", "", 0, "", 0});
 }
 
@@ -49,7 +49,7 @@ GroupState::One GroupState::subscribe(const Instrument& instrument) {
         handlers = m_handlers;
     }
     if (handlers == nullptr)
-        throw closedError();
+        throw groupClosedError();
     One one = m_registry->subscribe(ItemKind::Symbol, instrument, std::move(handlers));
     bool isClosed = false;
     {
@@ -60,7 +60,7 @@ GroupState::One GroupState::subscribe(const Instrument& instrument) {
     }
     one->close();
     if (isClosed)
-        throw closedError();
+        throw groupClosedError();
     return nullptr; // another thread has added it meanwhile
 }
 

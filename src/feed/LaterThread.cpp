@@ -11,7 +11,7 @@ namespace {
 
 /// Nobody says when somebody moves the clock.
 constexpr double kLookAtReplacedClock = 0.001;
-constexpr double kLongestWait = 3600.0;
+constexpr double kLongestRest = 3600.0;
 
 } // namespace
 
@@ -82,7 +82,7 @@ void LaterThread::waitForDue() {
         return;
     }
     const double wait = m_work.begin()->first.first - tp::Clock::monotonic();
-    const double limit = tp::Clock::isReplaced() ? kLookAtReplacedClock : kLongestWait;
+    const double limit = tp::Clock::isReplaced() ? kLookAtReplacedClock : kLongestRest;
     m_changed.waitFor(m_mutex, std::chrono::duration<double>(std::clamp(wait, 0.0, limit)));
 }
 

@@ -18,7 +18,7 @@ using tivra::Feed;
 using tivra::Result;
 
 /// More than that is as good as for ever, and has room in a clock.
-constexpr std::chrono::nanoseconds kLongestWait = std::chrono::hours(24 * 365);
+constexpr std::chrono::nanoseconds kLongestTimeout = std::chrono::hours(24 * 365);
 
 [[nodiscard]] Error openingError(Error::Code code, std::string cause, std::string advice = {}) {
     return Error({code, Error::Phase::None, std::move(cause), std::move(advice), "", 0, "", 0});
@@ -74,8 +74,9 @@ Result<Feed> OpeningState::wait(std::optional<std::chrono::nanoseconds> timeout)
         return openingError(Error::Code::InCallback,
                             "an opening can't be waited for on a thread of the library",
                             "use then() or co_await");
-    const auto end = std::chrono::steady_clock::now() +
-                     std::clamp(timeout.value_or(kLongestWait), std::chrono::nanoseconds(0), kLongestWait);
+    const auto end =
+        std::chrono::steady_clock::now() +
+        std::clamp(timeout.value_or(kLongestTimeout), std::chrono::nanoseconds(0), kLongestTimeout);
     const tp::MutexLock lock(m_mutex);
     while (!m_result && !m_isTaken)
         if (!m_changed.waitUntil(m_mutex, end) && !m_result && !m_isTaken)

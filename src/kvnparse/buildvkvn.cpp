@@ -13,8 +13,8 @@ namespace KVNAPI {
 namespace {
 
 /// What the pairs of the header take at most, but for the symbol and the ids that are long.
-constexpr bufref_len_t kHeaderRoom = 346;
-constexpr bufref_len_t kHeaderRoomNoPermission = 273;
+constexpr bufref_len_t kNamedHeaderRoom = 346;
+constexpr bufref_len_t kNamedHeaderRoomNoPermission = 273;
 
 bufref_len_t longIdRoom(const Exchange* exchange) noexcept {
     return exchange != nullptr && isLongId(*exchange) ? kLongIdExtra : 0;
@@ -23,7 +23,7 @@ bufref_len_t longIdRoom(const Exchange* exchange) noexcept {
 } // namespace
 
 bufref_len_t buildvkvn::headerRoom(const Message& message) noexcept {
-    return (message.permission != nullptr ? kHeaderRoom : kHeaderRoomNoPermission) +
+    return (message.permission != nullptr ? kNamedHeaderRoom : kNamedHeaderRoomNoPermission) +
            longIdRoom(message.permission) + longIdRoom(message.exchange);
 }
 

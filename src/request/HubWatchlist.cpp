@@ -6,19 +6,12 @@
 #include <tp/eprintf.h>
 
 #include "request/HubName.h"
+#include "request/PrintableTag.h"
 #include "request/RequestInternal.h"
 #include "request/RequestSender.h"
 #include "request/Watchlist.h"
 
 namespace tivra_internal {
-
-namespace {
-
-long long printable(int64_t tag) {
-    return static_cast<long long>(tag);
-}
-
-} // namespace
 
 HubWatchlist::HubWatchlist(HubClient* hub, const HubName& hubName, Watchlist& sessionList,
                            RequestSender& sender)

@@ -4,6 +4,7 @@
 
 #include <tp/eprintf.h>
 
+#include "request/PrintableTag.h"
 #include "request/RequestInternal.h"
 
 namespace tivra_internal {
@@ -11,10 +12,6 @@ namespace tivra_internal {
 namespace {
 
 constexpr int kSymbolToken = 5;
-
-long long printable(int64_t tag) {
-    return static_cast<long long>(tag);
-}
 
 } // namespace
 

@@ -48,7 +48,7 @@ std::vector<std::string> linesOf(const Canvas& canvas) {
     return lines;
 }
 
-std::string textOf(const Canvas& canvas) {
+std::string canvasText(const Canvas& canvas) {
     std::string text;
     for (const std::string& line : linesOf(canvas))
         text += line + "\n";
@@ -57,7 +57,7 @@ std::string textOf(const Canvas& canvas) {
 
 std::string screenOf(const Picture& picture, std::size_t width, std::size_t height) {
     View view;
-    return textOf(paint(picture, view, width, height));
+    return canvasText(paint(picture, view, width, height));
 }
 
 std::vector<std::string> namesIn(const View& view) {
@@ -114,7 +114,7 @@ TEST(TopPainter, FitsIntoAWindowOfAnySize) {
                 const Canvas canvas = paint(shown, view, width, height);
                 EXPECT_EQ(canvas.line(0).substr(0, 11), std::string("established").substr(0, width));
                 if (view.panel() == Panel::Board && width >= 5 && height >= 3) {
-                    EXPECT_THAT(textOf(canvas), HasSubstr("1:Cab")) << "the last row";
+                    EXPECT_THAT(canvasText(canvas), HasSubstr("1:Cab")) << "the last row";
                 }
             }
     EXPECT_THAT(screenOf(shown, 80, 1), HasSubstr("established"));
@@ -174,18 +174,18 @@ TEST(TopView, ScrollingStopsAtTheEndsAndALogScrollsBackwards) {
     view.press(Key::Tab); // to the board
     for (int i = 0; i < 9; ++i)
         view.press(Key::PageDown);
-    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("1:Cab"));
+    EXPECT_THAT(canvasText(paint(shown, view, 60, 3)), HasSubstr("1:Cab"));
     view.press(Key::Up);
-    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("1:BBB"));
+    EXPECT_THAT(canvasText(paint(shown, view, 60, 3)), HasSubstr("1:BBB"));
     view.press(Key::Tab);
     view.press(Key::Tab); // to the log
-    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("line 19"));
+    EXPECT_THAT(canvasText(paint(shown, view, 60, 3)), HasSubstr("line 19"));
     view.press(Key::Up);
-    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("line 18"));
+    EXPECT_THAT(canvasText(paint(shown, view, 60, 3)), HasSubstr("line 18"));
     view.press(Key::Home);
-    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("hub lost"));
+    EXPECT_THAT(canvasText(paint(shown, view, 60, 3)), HasSubstr("hub lost"));
     view.press(Key::Down);
-    EXPECT_THAT(textOf(paint(shown, view, 60, 3)), HasSubstr("line 0"));
+    EXPECT_THAT(canvasText(paint(shown, view, 60, 3)), HasSubstr("line 0"));
 }
 
 TEST(TopPainter, ClaimsNothingThatIsUnknownAndCutsNoNameOrNumberThatFits) {

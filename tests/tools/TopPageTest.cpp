@@ -10,11 +10,11 @@ using nlohmann::json;
 
 namespace {
 
-const TimePoint kNow{1'700'000'000s};
+const TimePoint kPageNow{1'700'000'000s};
 
 Picture pictureOf(std::size_t symbols, std::uint64_t updates, std::chrono::milliseconds after) {
     Picture picture;
-    picture.time = kNow + after;
+    picture.time = kPageNow + after;
     picture.columns = {"BID"};
     for (std::size_t i = 0; i < symbols; ++i) {
         Row row;

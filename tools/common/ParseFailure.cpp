@@ -12,7 +12,7 @@ bool isOption(const std::string& word) {
     return word.size() > 1 && word.front() == '-';
 }
 
-std::vector<std::string> commandsOf(const CLI::App& app) {
+std::vector<std::string> commandWords(const CLI::App& app) {
     std::vector<std::string> names;
     for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
         names.push_back(command->get_name());
@@ -27,7 +27,7 @@ void addOptions(const CLI::App& app, std::vector<std::string>& names) {
 }
 
 /// All long options, of commands too: which of them was meant may be what is wrong.
-std::vector<std::string> optionsOf(const CLI::App& app) {
+std::vector<std::string> optionWords(const CLI::App& app) {
     std::vector<std::string> names;
     addOptions(app, names);
     for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
@@ -37,7 +37,7 @@ std::vector<std::string> optionsOf(const CLI::App& app) {
 
 std::string unknownOption(const CLI::App& app, const std::string& word) {
     const std::string name = word.substr(0, word.find('='));
-    return "there is no option " + name + suggestion(name, optionsOf(app));
+    return "there is no option " + name + suggestion(name, optionWords(app));
 }
 
 } // namespace
@@ -57,7 +57,7 @@ std::string parseFailureText(const CLI::App& app, const CLI::ParseError& error) 
     const auto option = std::find_if(unknown.begin(), unknown.end(), isOption);
     if (option != unknown.end())
         return unknownOption(app, *option);
-    const std::vector<std::string> commands = commandsOf(app);
+    const std::vector<std::string> commands = commandWords(app);
     if (!unknown.empty() && !commands.empty() && app.get_subcommands().empty())
         return "there is no command " + unknown.front() + suggestion(unknown.front(), commands);
     return error.what();

@@ -18,7 +18,7 @@ namespace tivra_top {
 namespace {
 
 /// More rows than this would be slow to sort several times a second.
-constexpr std::size_t kMostRows = 20'000;
+constexpr std::size_t kMostInstruments = 20'000;
 constexpr std::size_t kFieldsAsTheyCome = 6;
 constexpr std::chrono::milliseconds kOpenSlice{100};
 
@@ -82,7 +82,7 @@ std::string nameOf(int source, std::string_view symbol) {
 
 FeedWatch::FeedWatch(const Options& options, const std::string& password, const std::string& logFile,
                      Signals& signals)
-    : m_board(tivra::BoardOptions{kMostRows})
+    : m_board(tivra::BoardOptions{kMostInstruments})
     , m_title(fmt::format("{} as {}", fmt::join(options.hosts, ", "), tivra_tools::printable(options.user))) {
     tivra::Log::setSink([this](const tivra::LogLine& line) {
         m_log.add({line.time, line.level <= tivra::LogLevel::Warning, tivra_tools::printable(line.text)});

@@ -7,6 +7,7 @@
 
 #include "receive/QueueReadHandler.h"
 #include "receive/SystemSource.h"
+#include "request/PrintableTag.h"
 #include "request/RequestInternal.h"
 #include "request/RequestLength.h"
 
@@ -14,10 +15,6 @@ namespace tivra_internal {
 namespace {
 
 constexpr int kSymbolToken = 5;
-
-long long printable(int64_t tag) {
-    return static_cast<long long>(tag);
-}
 
 bool hasSymbol(const RequestInternal& request) {
     return request.getSymbol()[0] != '\0';

@@ -18,7 +18,7 @@
 namespace tivra_internal {
 namespace {
 
-constexpr double kSecondsOfBackOff = 1.0;
+constexpr double kSecondsOfPortBackOff = 1.0;
 // Half of the pseudo hub's ring: a longer answer goes out as several messages of the same source.
 constexpr std::size_t kMaxAnswer = 512 * 1024;
 
@@ -46,7 +46,7 @@ void PortDetails::reset() {
 void PortDetails::answer(unsigned numMsgs) {
     const double now = tp::Clock::monotonic();
     if (isPortDetailsQueueFull && now >= lastPortDetailsQFullCheckTime &&
-        now - lastPortDetailsQFullCheckTime < kSecondsOfBackOff)
+        now - lastPortDetailsQFullCheckTime < kSecondsOfPortBackOff)
         return;
     lastPortDetailsQFullCheckTime = now;
     for (; numMsgs > 0 && !getPortDetailsQueue.empty(); --numMsgs) {

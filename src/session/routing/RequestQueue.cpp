@@ -9,6 +9,7 @@
 #include "hub/HubClient.h"
 #include "hub/RequestFrame.h"
 #include "request/CommandClasses.h"
+#include "request/PrintableTag.h"
 #include "request/RequestImpl.h"
 #include "request/RequestInternal.h"
 #include "request/RequestLength.h"
@@ -21,10 +22,6 @@ namespace tivra_internal {
 namespace {
 
 constexpr double kSecondsOfBackOff = 1.0;
-
-long long printable(int64_t tag) {
-    return static_cast<long long>(tag);
-}
 
 } // namespace
 

@@ -13,6 +13,7 @@
 #include "hub/HubEventReactor.h"
 #include "request/CommandClasses.h"
 #include "request/HubWatchlist.h"
+#include "request/PrintableTag.h"
 #include "request/RequestInternal.h"
 #include "request/Watchlist.h"
 #include "session/routing/AlternateIndexScan.h"
@@ -27,11 +28,7 @@
 namespace tivra_internal {
 namespace {
 
-long long printable(int64_t tag) {
-    return static_cast<long long>(tag);
-}
-
-bool hasSymbol(const RequestInternal& request) {
+bool namesSymbol(const RequestInternal& request) {
     return request.getSymbol()[0] != '\0';
 }
 
@@ -100,7 +97,7 @@ void RequestRouter::enterAddedAlternateIndexes(RequestInternal& request) {
 }
 
 void RequestRouter::applySymbolRules(RequestInternal& request) {
-    if (!hasSymbol(request) && scanAlternateIndexes(request))
+    if (!namesSymbol(request) && scanAlternateIndexes(request))
         return;
     m_own.apply(request);
 }

@@ -1,13 +1,8 @@
 #include "session/threads/FirstUserThread.h"
 
+#include "session/threads/Ticks.h"
+
 namespace tivra_internal {
-namespace {
-
-constexpr double kOneSecond = 1.0;
-constexpr double kHundredMilliseconds = 0.1;
-constexpr double kTwentyFiveMilliseconds = 0.025;
-
-} // namespace
 
 FirstUserThread::FirstUserThread(UserEventReactor& reactor, UserThreadWork& threadWork)
     : UserThread(reactor, threadWork)

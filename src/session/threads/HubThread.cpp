@@ -5,17 +5,9 @@
 
 #include "hub/HubClient.h"
 #include "request/RequestInternal.h"
+#include "session/threads/Ticks.h"
 
 namespace tivra_internal {
-namespace {
-
-// The ticks of a hub thread, in seconds.
-constexpr double kOneSecond = 1.0;
-constexpr double kHundredMilliseconds = 0.1;
-constexpr double kFiftyMilliseconds = 0.05;
-constexpr double kTwentyFiveMilliseconds = 0.025;
-
-} // namespace
 
 HubThread::HubThread(HubEventReactor& reactor, HubThreadWork& work)
     : m_reactor(reactor)

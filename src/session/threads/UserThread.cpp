@@ -2,14 +2,9 @@
 
 #include <tp/eprintf.h>
 
+#include "session/threads/Ticks.h"
+
 namespace tivra_internal {
-namespace {
-
-constexpr double kHundredMilliseconds = 0.1;
-/// Until what is in front of a lost answer has been delivered.
-constexpr double kTenMilliseconds = 0.01;
-
-} // namespace
 
 UserThread::UserThread(UserEventReactor& reactor, UserThreadWork& work)
     : m_reactor(reactor)
@@ -23,7 +18,7 @@ UserThread::UserThread(UserEventReactor& reactor, UserThreadWork& work)
         case UserThreadWork::Lost::MoreNow:
             return 0.0;
         case UserThreadWork::Lost::MoreLater:
-            return kTenMilliseconds;
+            return kTenMilliseconds; // until what is in front of a lost answer has been delivered
         case UserThreadWork::Lost::NoMore:
             break;
         }
