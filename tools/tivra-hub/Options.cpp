@@ -69,11 +69,11 @@ void applyLoad(HubConfig& config, const std::string& text) {
     std::string_view rest = text;
     bool isGood = takeNumber(rest, load.symbols) && takeNumber(rest, load.rate);
     // What comes in a millisecond comes at once: timers are no finer than that on many machines.
-    load.burst = isGood ? static_cast<std::size_t>(std::clamp(load.rate / 1000.0, 1.0, 1e6)) : 1;
+    isGood = isGood && load.rate > 0.0 && load.rate <= FASTEST;
+    load.burst = isGood ? static_cast<std::size_t>(std::max(load.rate / 1000.0, 1.0)) : 1;
     if (isGood && !rest.empty())
         isGood = takeNumber(rest, load.burst) && rest.empty() && load.burst > 0;
-    if (!isGood || load.symbols < 1 || load.symbols > MOST_SYMBOLS ||
-        !(load.rate > 0.0 && load.rate <= FASTEST))
+    if (!isGood || load.symbols < 1 || load.symbols > MOST_SYMBOLS)
         throw ConfigError("--load \"" + text +
                           "\": SYMBOLS:RATE or SYMBOLS:RATE:BURST is wanted, with 1 to " +
                           std::to_string(MOST_SYMBOLS) + " symbols and a rate above 0 and up to 100000000");
