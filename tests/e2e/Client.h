@@ -9,20 +9,10 @@
 #include <tivra_testkit/Client.h>
 #include <tivra_testkit/StartedHub.h>
 
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#    define TIVRA_E2E_SANITIZED 1
-#elif defined(__has_feature)
-#    if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#        define TIVRA_E2E_SANITIZED 1
-#    endif
-#endif
+#include "support/Sanitizers.h"
 
 /// True in builds that run many times slower, where tests move less data.
-#ifdef TIVRA_E2E_SANITIZED
-inline constexpr bool IS_SANITIZED = true;
-#else
-inline constexpr bool IS_SANITIZED = false;
-#endif
+inline constexpr bool IS_SANITIZED = kHasAddressSanitizer || kHasThreadSanitizer;
 
 using tivra_testkit::Client;
 using tivra_testkit::RecordingApp;

@@ -2,6 +2,7 @@
 #include "Client.h"
 
 #include "Process.h"
+#include "support/Sanitizers.h"
 #include <tivra_testkit/Pump.h>
 
 #include <atomic>
@@ -141,9 +142,9 @@ protected:
 };
 
 TEST_F(ForkTest, CallsOnWhatTheParentHasMadeFailAndTheParentGoesOn) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "a child inherits the mutexes of this sanitizer's allocator as they are, locked ones too";
-#endif
+    if (kHasAddressSanitizer)
+        GTEST_SKIP()
+            << "a child inherits the mutexes of this sanitizer's allocator as they are, locked ones too";
     constexpr int CHILDREN = 20;
     tivra_testkit::Pump pump(hub);
     // Has many a mutex locked at the time of a fork.

@@ -15,6 +15,7 @@
 #include <tivra_testkit/Gate.h>
 
 #include "support/HeapControl.h"
+#include "support/Sanitizers.h"
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
@@ -452,9 +453,9 @@ TEST_F(FeedTest, ClosingMayTakeAnyTime) {
 }
 
 TEST_F(FeedTest, AForkedChildMayUseNothingOfItAndEndsAtOnce) {
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "a child inherits the mutexes of this sanitizer's allocator as they are, locked ones too";
-#endif
+    if (kHasAddressSanitizer)
+        GTEST_SKIP()
+            << "a child inherits the mutexes of this sanitizer's allocator as they are, locked ones too";
     hub.ignore("QuerySnap");
     auto ibm = feed.subscribe({100, "IBM"}, writeTo(story, bid));
     ASSERT_TRUE(story.waitFor("Live"));
