@@ -15,11 +15,11 @@ namespace {
 
 constexpr int kBacklog = 512;
 
-[[noreturn]] void failed(const std::string& what) {
+} // namespace
+
+void failed(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
-
-} // namespace
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
     if (this != &other) {

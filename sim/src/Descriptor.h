@@ -21,6 +21,9 @@ private:
     int m_fd;
 };
 
+/// Throws what errno says as std::system_error with `what`.
+[[noreturn]] void failed(const std::string& what);
+
 /// The descriptor that a system call gave. Throws std::system_error with `what` when it failed.
 [[nodiscard]] Descriptor checked(int fd, const char* what);
 

@@ -23,10 +23,6 @@ namespace tivra_sim {
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 std::pair<std::string, std::uint16_t> addressText(const sockaddr_in& address) {
     std::array<char, INET_ADDRSTRLEN> text{};
     inet_ntop(AF_INET, &address.sin_addr, text.data(), static_cast<socklen_t>(text.size()));
@@ -38,7 +34,7 @@ void watchDescriptor(int epoll, int fd, void* owner) {
     event.events = EPOLLIN;
     event.data.ptr = owner;
     if (epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) != 0)
-        refuse("cannot watch a descriptor");
+        failed("cannot watch a descriptor");
 }
 
 /// An earlier stop's unread bytes would turn a close into a reset, so they are read away first.

@@ -68,8 +68,8 @@ void applyLoad(HubConfig& config, const std::string& text) {
     Load load;
     std::string_view rest = text;
     bool isGood = takeNumber(rest, load.symbols) && takeNumber(rest, load.rate);
-    // What comes in a millisecond comes at once: timers are no finer than that on many machines.
     isGood = isGood && load.rate > 0.0 && load.rate <= FASTEST;
+    // What comes in a millisecond comes at once: timers are no finer than that on many machines.
     load.burst = isGood ? static_cast<std::size_t>(std::max(load.rate / 1000.0, 1.0)) : 1;
     if (isGood && !rest.empty())
         isGood = takeNumber(rest, load.burst) && rest.empty() && load.burst > 0;

@@ -10,15 +10,12 @@
 #include "request/PrintableTag.h"
 #include "request/RequestInternal.h"
 #include "request/RequestLength.h"
+#include "session/routing/HasSymbol.h"
 
 namespace tivra_internal {
 namespace {
 
 constexpr int kSymbolToken = 5;
-
-bool hasSymbol(const RequestInternal& request) {
-    return request.getSymbol()[0] != '\0';
-}
 
 /// Symbols of the system source that the library subscribes for itself.
 struct OwnSymbols {

@@ -17,6 +17,7 @@
 #include "request/RequestInternal.h"
 #include "request/Watchlist.h"
 #include "session/routing/AlternateIndexScan.h"
+#include "session/routing/HasSymbol.h"
 #include "session/routing/LostRequests.h"
 #include "session/routing/RequestQueue.h"
 #include "session/routing/ResponseBook.h"
@@ -27,10 +28,6 @@
 
 namespace tivra_internal {
 namespace {
-
-bool namesSymbol(const RequestInternal& request) {
-    return request.getSymbol()[0] != '\0';
-}
 
 /// It ends with its answer and leaves nothing at the hub.
 bool isQuestion(const RequestInternal& request) {
@@ -97,7 +94,7 @@ void RequestRouter::enterAddedAlternateIndexes(RequestInternal& request) {
 }
 
 void RequestRouter::applySymbolRules(RequestInternal& request) {
-    if (!namesSymbol(request) && scanAlternateIndexes(request))
+    if (!hasSymbol(request) && scanAlternateIndexes(request))
         return;
     m_own.apply(request);
 }
